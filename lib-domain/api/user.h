@@ -1,0 +1,16 @@
+// The public interface for mirrored users.
+#ifndef LIB_DOMAIN_API_USER_H
+#define LIB_DOMAIN_API_USER_H
+
+#include "lib-domain/control/user.h"
+
+namespace MDOMAIN::API {
+
+class User : public CONTROL::User {
+ public:
+  bool List(const DB::UserDBFilter& filter, std::vector<RECORD::User>& users);
+};
+
+}  // namespace MDOMAIN::API
+
+#endif  // LIB_DOMAIN_API_USER_H

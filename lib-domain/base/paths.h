@@ -1,0 +1,26 @@
+// Every fixed path of the library, below the root prefix. Read anew at each call.
+#ifndef LIB_DOMAIN_BASE_PATHS_H
+#define LIB_DOMAIN_BASE_PATHS_H
+
+#include <string>
+
+namespace MDOMAIN::PATHS {
+
+std::string EtcDir();                           // /var/packages/Postara-Server/etc/
+std::string TargetEtcDir();                     // /var/packages/Postara-Server/target/etc/
+std::string SettingsDb();                       // .../etc/mailserver.db
+std::string AliasDb();                          // .../etc/alias.db
+std::string EmailOwnerDb();                     // .../target/etc/email_owner.db
+std::string DkimPrivateKey(int domain_idx);     // .../etc/dkim.key//dkim.private-N
+std::string DkimPublicKey(int domain_idx);      // .../etc/dkim.key//dkim.public-N
+std::string ChangedUserDir();                   // /var/run/postara_server/update_smtp_user_list/
+std::string DisclaimerDir();                    // .../etc/disclaimer_content
+std::string DisclaimerContent(int domain_idx);  // .../etc/disclaimer_content/domain-N
+std::string DisclaimerList();                   // .../etc/disclaimer_list
+std::string DisclaimerBackupDir();              // /var/spool/@Postara-Server/alias_bkp
+std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
+std::string LockFile();                         // /var/run/postara_server/mdomain.lock
+
+}  // namespace MDOMAIN::PATHS
+
+#endif  // LIB_DOMAIN_BASE_PATHS_H

@@ -1,0 +1,29 @@
+// What the controls ask of the per-domain mail policies (BCC rules, disclaimers), which lie above
+// them and are built on them. Declared here, defined in lib-domain/api/policy_hooks.cpp, so that no
+// file includes its own caller. None of them logs on its own account: the control that asked does.
+#ifndef LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
+#define LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
+
+#include <string>
+#include <vector>
+
+namespace MDOMAIN::CONTROL::INTERNAL {
+
+enum class BccOutcome { kDone, kNoInstance, kFailed };
+enum class DisclaimerOutcome { kDone, kLoadFailed, kRemoveFailed, kSaveFailed };
+
+// Removes every rule of the domain, and of no other.
+BccOutcome DeleteDomainBcc(int domain_idx);
+// Removes the domain's rules whose destination is one of `names`, ignoring case.
+BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names);
+
+// Empties the domain's disclaimer list.
+DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx);
+// Removes the rules that name these users (groups) from the domain's disclaimers.
+DisclaimerOutcome RemoveUsersFromDisclaimers(int domain_idx, const std::vector<unsigned int>& uids);
+DisclaimerOutcome RemoveGroupsFromDisclaimers(int domain_idx,
+                                              const std::vector<unsigned int>& gids);
+
+}  // namespace MDOMAIN::CONTROL::INTERNAL
+
+#endif  // LIB_DOMAIN_CONTROL_POLICY_HOOKS_H

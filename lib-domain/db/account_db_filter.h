@@ -1,0 +1,76 @@
+// Which rows of user_table or group_table a caller wants, as one SQL text.
+#ifndef LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_H
+#define LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_H
+
+#include <string>
+#include <vector>
+
+namespace MDOMAIN::DB {
+
+class UserDBFilter {
+ public:
+  UserDBFilter() = default;
+  explicit UserDBFilter(const std::string& select) : select_(select) {}
+
+  void SetQuery(const std::string& query) { query_ = query; }
+  void SetUIDs(const std::vector<unsigned int>& uids) { uids_ = uids; }
+  void SetUserNames(const std::vector<std::string>& user_names) { user_names_ = user_names; }
+  void SetSelect(const std::string& select) { select_ = select; }
+  void SetLimit(const int& limit) { limit_ = limit; }
+  void SetOffset(const int& offset) { offset_ = offset; }
+
+  const std::string& GetQuery() const { return query_; }
+  const std::vector<unsigned int>& GetUIDs() const { return uids_; }
+  const std::vector<std::string>& GetUserNames() const { return user_names_; }
+  const std::string& GetSelect() const { return select_; }
+  int GetLimit() const { return limit_; }
+  int GetOffset() const { return offset_; }
+
+ private:
+  std::string query_;
+  std::vector<unsigned int> uids_;
+  std::vector<std::string> user_names_;
+  std::string select_ = "*";
+  int limit_ = -1;
+  int offset_ = 0;
+};
+
+class GroupDBFilter {
+ public:
+  GroupDBFilter() = default;
+  explicit GroupDBFilter(const std::string& select) : select_(select) {}
+
+  void SetQuery(const std::string& query) { query_ = query; }
+  void SetGIDs(const std::vector<unsigned int>& gids) { gids_ = gids; }
+  void SetGroupNames(const std::vector<std::string>& group_names) { group_names_ = group_names; }
+  void SetSelect(const std::string& select) { select_ = select; }
+  void SetLimit(const int& limit) { limit_ = limit; }
+  void SetOffset(const int& offset) { offset_ = offset; }
+
+  const std::string& GetQuery() const { return query_; }
+  const std::vector<unsigned int>& GetGIDs() const { return gids_; }
+  const std::vector<std::string>& GetGroupNames() const { return group_names_; }
+  const std::string& GetSelect() const { return select_; }
+  int GetLimit() const { return limit_; }
+  int GetOffset() const { return offset_; }
+
+ private:
+  std::string query_;
+  std::vector<unsigned int> gids_;
+  std::vector<std::string> group_names_;
+  std::string select_ = "*";
+  int limit_ = -1;
+  int offset_ = 0;
+};
+
+namespace INTERNAL {
+
+std::string ComposeQueryCmd(const UserDBFilter& filter);
+std::string ComposeQueryCmd(const GroupDBFilter& filter);
+bool HasQueryInput(const UserDBFilter& filter);
+bool HasQueryInput(const GroupDBFilter& filter);
+
+}  // namespace INTERNAL
+}  // namespace MDOMAIN::DB
+
+#endif  // LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_H

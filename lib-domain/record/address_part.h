@@ -1,0 +1,44 @@
+// The two halves of a mail address with the domain and the account that own them.
+#ifndef LIB_DOMAIN_RECORD_ADDRESS_PART_H
+#define LIB_DOMAIN_RECORD_ADDRESS_PART_H
+
+#include <string>
+
+namespace MDOMAIN::RECORD {
+
+class DomainPart {
+ public:
+  DomainPart() = default;
+  DomainPart(const std::string& domain_name, const int& domain_idx);
+
+  std::string GetDomainName() const { return domain_name_; }
+  void SetDomainName(const std::string& domain_name) { domain_name_ = domain_name; }
+  int GetDomainIdx() const { return domain_idx_; }
+  void SetDomainIdx(const int& domain_idx) { domain_idx_ = domain_idx; }
+
+ private:
+  std::string domain_name_;
+  int domain_idx_ = 1;
+};
+
+class LocalPart {
+ public:
+  LocalPart() = default;
+  LocalPart(const std::string& local_part, const int& domain_idx, const std::string& user_name);
+
+  std::string GetLocalPart() const { return local_part_; }
+  void SetLocalPart(const std::string& local_part) { local_part_ = local_part; }
+  int GetDomainIdx() const { return domain_idx_; }
+  void SetDomainIdx(const int& domain_idx) { domain_idx_ = domain_idx; }
+  std::string GetUserName() const { return user_name_; }
+  void SetUserName(const std::string& user_name) { user_name_ = user_name; }
+
+ private:
+  std::string local_part_;
+  int domain_idx_ = 1;
+  std::string user_name_;
+};
+
+}  // namespace MDOMAIN::RECORD
+
+#endif  // LIB_DOMAIN_RECORD_ADDRESS_PART_H

@@ -1,0 +1,34 @@
+// A role given to a user directly: one row of domain_user_role_table.
+#ifndef LIB_DOMAIN_RECORD_DOMAIN_USER_ROLE_H
+#define LIB_DOMAIN_RECORD_DOMAIN_USER_ROLE_H
+
+#include <string>
+
+namespace MDOMAIN::RECORD {
+
+class DomainUserRole {
+ public:
+  DomainUserRole() = default;
+  DomainUserRole(int domain_idx, unsigned int uid, std::string role, bool is_auto_added);
+
+  int GetDomainIdx() const { return domain_idx_; }
+  void SetDomainIdx(const int& domain_idx) { domain_idx_ = domain_idx; }
+  unsigned int GetUID() const { return uid_; }
+  void SetUID(const unsigned int& uid) { uid_ = uid; }
+  std::string GetRole() const { return role_; }
+  void SetRole(const std::string& role) { role_ = role; }
+  bool IsAutoAdded() const { return is_auto_added_; }
+  void SetIsAutoAdded(const bool& is_auto_added) { is_auto_added_ = is_auto_added; }
+
+  bool IsValid() const;
+
+ private:
+  int domain_idx_ = -1;
+  unsigned int uid_ = 4294967295U;
+  std::string role_ = "normal";
+  bool is_auto_added_ = false;
+};
+
+}  // namespace MDOMAIN::RECORD
+
+#endif  // LIB_DOMAIN_RECORD_DOMAIN_USER_ROLE_H

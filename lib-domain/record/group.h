@@ -1,0 +1,32 @@
+// A mirrored group: one row of group_table.
+#ifndef LIB_DOMAIN_RECORD_GROUP_H
+#define LIB_DOMAIN_RECORD_GROUP_H
+
+#include <string>
+
+namespace MDOMAIN::RECORD {
+
+class Group {
+ public:
+  Group() = default;
+  Group(unsigned int gid, std::string group_name, std::string group_desc);
+
+  unsigned int GetGID() const { return gid_; }
+  void SetGID(const unsigned int& gid) { gid_ = gid; }
+  std::string GetGroupName() const { return group_name_; }
+  void SetGroupName(const std::string& group_name) { group_name_ = group_name; }
+  std::string GetGroupDesc() const { return group_desc_; }
+  void SetGroupDesc(const std::string& group_desc) { group_desc_ = group_desc; }
+
+  // The gid is set and the name not empty.
+  bool IsValid() const;
+
+ private:
+  unsigned int gid_ = 4294967295U;
+  std::string group_name_;
+  std::string group_desc_;
+};
+
+}  // namespace MDOMAIN::RECORD
+
+#endif  // LIB_DOMAIN_RECORD_GROUP_H

@@ -1,0 +1,118 @@
+// The account system: users, groups, members, names, of the source that is in force.
+//
+// Three sources answer behind these calls: the local files, an LDAP directory, a Windows domain.
+// The ones that take no AUTH_TYPE use the source that "account_type" of the mail configuration
+// names. Not thread-safe.
+#ifndef PLATFORM_ACCOUNT_H
+#define PLATFORM_ACCOUNT_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/include/mail_conf.h"
+#include "platform/include/string_list.h"
+
+// Error numbers of KLIBCErrGet.
+constexpr int KLIB_ERR_NONE = 0;
+constexpr int KLIB_ERR_FAILED = 0x0100;         // the source failed or did not answer in time
+constexpr int KLIB_ERR_NO_SUCH_GROUP = 0x1800;  // the group does not exist (any more)
+constexpr int KLIB_ERR_NO_SUCH_USER = 0x1D00;   // the user does not exist (any more)
+
+// The error number of the last failed call of this header; success does not clear it.
+int KLIBCErrGet();
+
+constexpr unsigned int KORV_UNKNOWN_ID = 0xFFFFFFFFU;
+
+struct KORVUser {
+  std::string name;
+  unsigned int uid = KORV_UNKNOWN_ID;
+  unsigned int gid = KORV_UNKNOWN_ID;
+  std::string mail;       // the account's mail address, empty when it has none
+  std::string full_name;  // comment field, cn, display name
+};
+using PKORVUser = KORVUser*;
+
+struct KORVGroup {
+  std::string name;
+  unsigned int gid = KORV_UNKNOWN_ID;
+};
+using PKORVGroup = KORVGroup*;
+
+// Called once per account; `uid` is KORV_UNKNOWN_ID when the enumeration does not tell it. Non-zero
+// ends the enumeration.
+using KLIBUserInfoCallback = int (*)(const char* name, unsigned int uid, void* context);
+
+// Enumerates the users of a source from number `offset`, at most `limit`. `domain` is the Windows
+// domain's short name, else null. Returns the number of accounts that the source holds, which is
+// larger than the number handed out when the answer was cut short (then one log line says why);
+// negative when the source failed. A callback that ends the enumeration: the number held as known.
+long KLIBUserInfoEnum(AUTH_TYPE type, const char* domain, unsigned int offset, unsigned int limit,
+                      KLIBUserInfoCallback callback, void* context);
+
+// Appends the names of all groups of a source to `*list`. The number appended, negative on failure.
+// Names that were announced and could not be read stand in the list too, so that looking them up
+// fails and the caller sees an incomplete answer.
+int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain);
+
+// The account of a full name, without regard to letter case where the source has none. 0 and a new
+// record, to be freed; negative on failure (KLIBCErrGet tells).
+int KORVUserGet(const char* name, PKORVUser* user);
+int KORVUserGetByUID(unsigned int uid, PKORVUser* user);
+void KORVUserFree(PKORVUser user);
+// Uid and primary gid of a full name. 0, or negative as KORVUserGet. `gid` may be null.
+int KORVUserGetUGID(const char* name, uid_t* uid, gid_t* gid);
+
+int KORVGroupGet(const char* name, PKORVGroup* group);
+int KORVGroupGetByGID(unsigned int gid, PKORVGroup* group);
+void KORVGroupFree(PKORVGroup group);
+// The description of a group; a group without one gives the empty string. 0, or -1 on failure.
+int KORVGroupDescGet(const char* name, std::string& description);
+// Appends the full names of a group's members, each once: listed ones, those whose primary group it
+// is, and through nested groups where the source has them. 0 on success, negative on failure.
+int KORVGroupListMember(const char* name, PKLIBCSzList list);
+
+// True for accounts that are not people: ids outside the source's range, names that the host
+// settings call internal. An unknown name is not internal.
+bool KORVUserIsInternal(const char* name);
+
+// Writes the name as the account system spells it, with its terminating zero, into `buffer`. 0, or
+// negative when there is no such account, the source failed or the buffer is too small.
+int KLIBUserRealNameGet(const char* name, char* buffer, size_t size);
+int KLIBGroupRealNameGet(const char* name, char* buffer, size_t size);
+
+// "name@domain" into `buffer`. 0, or negative when it does not fit.
+int KORVLDAPCatName(char* buffer, size_t size, const char* domain, const char* name);
+
+// Short name: `DOM\alice` and `alice@dom` give `alice`; any other text unchanged.
+std::string TrimDomainName(const std::string& name);
+
+// The full names under which the source in force knows `short_names`, in order.
+std::vector<std::string> GetFullNames(const std::vector<std::string>& short_names);
+
+namespace korvmailserver {
+
+// While one lives, enumerations, look-ups and members are answered from the first answer of the
+// source, which gives everything within it one point in time. Scopes nest; the outermost counts.
+class AccountSnapshot {
+ public:
+  AccountSnapshot();
+  ~AccountSnapshot();
+  AccountSnapshot(const AccountSnapshot&) = delete;
+  AccountSnapshot& operator=(const AccountSnapshot&) = delete;
+};
+
+// One step of an inspection of the source in force, in the order in which they were made.
+struct AccountCheckStep {
+  std::string name;  // "settings", "connect", "bind", "users", "groups", "complete"
+  bool ok = false;
+  std::string detail;  // a count, or what failed and which setting or server limit to change
+};
+// Inspects the source in force from reading its settings to a whole enumeration; stops at the first
+// step that fails. True when every step is ok.
+bool CheckAccountSource(std::vector<AccountCheckStep>& steps);
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_ACCOUNT_H

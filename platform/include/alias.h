@@ -1,0 +1,47 @@
+// The alias table: names of a domain that deliver to users, groups or addresses. A small SQLite
+// store, entries (name, domain id) and members (alias, domain id, kind, member).
+#ifndef PLATFORM_ALIAS_H
+#define PLATFORM_ALIAS_H
+
+#include <list>
+#include <string>
+#include <vector>
+
+class Alias {
+ public:
+  enum class MemberKind { User, Group, Address };
+  struct Member {
+    MemberKind kind;
+    std::string name;
+  };
+  struct Entry {
+    std::string name;
+    int domain_id;
+    std::vector<Member> members;
+  };
+
+  explicit Alias(const std::string& path);
+  // All return 0, or negative with one log line. load() reads the whole store; a missing file is an
+  // empty store and is not created. The others need a load() before.
+  int load();
+  // Every entry, by domain id, then name.
+  const std::vector<Entry>& list() const { return entries_; }
+  // Whether there is an entry with exactly this name and domain id.
+  bool isAlias(const std::string& name, int domain_id) const;
+  // Creates or replaces an entry with its members.
+  int set(const Entry& entry);
+  int del(const std::string& name, int domain_id);
+  // Removes every entry of the domain.
+  int delDomainAlias(int domain_id);
+  // Removes these users (groups) from the members of the domain's entries; names without regard to
+  // ASCII case. Entries that are left without members stay.
+  int delDomainUserMember(int domain_id, const std::list<std::string>& names);
+  int delDomainGroupMember(int domain_id, const std::list<std::string>& names);
+
+ private:
+  std::string path_;
+  bool loaded_ = false;
+  std::vector<Entry> entries_;
+};
+
+#endif  // PLATFORM_ALIAS_H

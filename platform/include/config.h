@@ -1,0 +1,28 @@
+// Base of settings classes: members bound to keys of the mail configuration.
+#ifndef PLATFORM_CONFIG_H
+#define PLATFORM_CONFIG_H
+
+#include <map>
+#include <string>
+
+class Config {
+ public:
+  Config() = default;
+  virtual ~Config() = default;
+  // Reads every bound member; a key that is not stored leaves the default given to AddToBoolMap.
+  // 0, or negative with one log line.
+  virtual int LoadSettings();
+  // Writes every bound member ("yes" or "no"); unchanged values are not written again.
+  virtual int SaveSettings();
+
+ protected:
+  Config(const Config&) = default;
+  Config& operator=(const Config&) = default;
+  // Binds `member` to `key` and sets it to `default_value`. The member must outlive the object.
+  void AddToBoolMap(const std::string& key, bool* member, bool default_value);
+
+ private:
+  std::map<std::string, bool*> bools_;
+};
+
+#endif  // PLATFORM_CONFIG_H

@@ -1,0 +1,27 @@
+// Per-domain rows of the settings database: one default row per domain in
+// multi_domain_enable_table and multi_domain_rate_table.
+#ifndef PLATFORM_DOMAIN_SETTING_H
+#define PLATFORM_DOMAIN_SETTING_H
+
+#include <string>
+
+namespace MultipleDomain {
+
+// The whole schema of the settings database; whoever opens the file first creates all of it.
+const std::string& SettingsSchema();
+
+class DomainSetting {
+ public:
+  explicit DomainSetting(const std::string& path);
+  // Default rows for a domain; existing ones are kept. 0, or negative with one log line.
+  int CreateSettings(int domain_id);
+  // Removes the rows. 0 (also when there are none), or negative with one log line.
+  int DelSettings(int domain_id);
+
+ private:
+  std::string path_;
+};
+
+}  // namespace MultipleDomain
+
+#endif  // PLATFORM_DOMAIN_SETTING_H

@@ -1,0 +1,24 @@
+// The mail server's log: syslog, facility mail, with one process-wide sink in front of it.
+#ifndef PLATFORM_MAILLOG_H
+#define PLATFORM_MAILLOG_H
+
+#include <functional>
+#include <string>
+
+// Writes one line at `level`: 3 error, 2 notice, 1 warning (other values: notice). `format` is a
+// printf format; "%m" is the text of errno at the time of the call. errno is left as it was. A
+// trailing line end is dropped; line ends inside the text become blanks, so one call is one line.
+void maillog(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+namespace korvmailserver {
+
+// Receives (level, expanded line). Return true to keep the line from syslog.
+using MailLogSink = std::function<bool(int level, const std::string& line)>;
+
+// Puts `sink` in front of syslog for the whole process; an empty one takes it away. Returns the
+// sink that was there.
+MailLogSink SetMailLogSink(MailLogSink sink);
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_MAILLOG_H

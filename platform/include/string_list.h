@@ -1,0 +1,24 @@
+// A growing list of C strings, the form in which the account system hands out names.
+#ifndef PLATFORM_STRING_LIST_H
+#define PLATFORM_STRING_LIST_H
+
+#include <string>
+#include <vector>
+
+struct KLIBCSzList {
+  std::vector<std::string> items;
+};
+using PKLIBCSzList = KLIBCSzList*;
+
+// A new, empty list with room for `capacity` entries (it grows as needed); null without memory.
+PKLIBCSzList KLIBCSzListAlloc(int capacity);
+// Appends a copy. The number of entries afterwards, negative on failure (a null list or text). The
+// list may move: `*list` is set to where it is.
+int KLIBCSzListPush(PKLIBCSzList* list, const char* text);
+// The entry at `index` from 0; null outside the list. Valid until the list changes.
+const char* KLIBCSzListGet(const KLIBCSzList* list, int index);
+int KLIBCSzListCount(const KLIBCSzList* list);
+// Frees the list; null is allowed.
+void KLIBCSzListFree(PKLIBCSzList list);
+
+#endif  // PLATFORM_STRING_LIST_H
