@@ -19,7 +19,8 @@ constexpr int kLogWarning = 1;
 // A line's head and message format, cut at 2047 bytes.
 constexpr size_t kLogBufferSize = 2048;
 
-// `file` without its ending.
+// `file` from the top of the tree on ("lib-domain/..."), without its ending, whatever folder the
+// compiler was given.
 std::string SourcePath(const char* file);
 
 // Writes "SOURCE:LINE FORMAT" into `buffer` as it stands: the format's own placeholders are
