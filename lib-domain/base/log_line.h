@@ -34,13 +34,19 @@ inline void CheckLogFormat(const char* /*format*/, ...) {}
 }  // namespace MDOMAIN::BASE
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage)
+// A unit that is spread over several sources names itself in all of them: the others define
+// MDOMAIN_LOG_SOURCE as "lib-domain/FOLDER/UNIT.cpp" before they include this header.
+#ifndef MDOMAIN_LOG_SOURCE
+#define MDOMAIN_LOG_SOURCE __FILE__
+#endif
+
 #define MDOMAIN_LOG(level, format, ...)                                                      \
   do {                                                                                       \
     if (false) {                                                                             \
       MDOMAIN::BASE::CheckLogFormat(format, ##__VA_ARGS__);                                  \
     }                                                                                        \
     char mdomain_log_buffer[MDOMAIN::BASE::kLogBufferSize] = {};                             \
-    MDOMAIN::BASE::FormatLogHead(mdomain_log_buffer, __FILE__, __LINE__, format);            \
+    MDOMAIN::BASE::FormatLogHead(mdomain_log_buffer, MDOMAIN_LOG_SOURCE, __LINE__, format);  \
     _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wformat-nonliteral\"") \
         _Pragma("GCC diagnostic ignored \"-Wformat-security\"")                              \
             maillog(level, mdomain_log_buffer, ##__VA_ARGS__);                               \
