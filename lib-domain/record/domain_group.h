@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "lib-domain/record/unset_id.h"
+
 namespace MDOMAIN::RECORD {
 
 class DomainGroup {
@@ -27,7 +29,7 @@ class DomainGroup {
 
  private:
   int domain_idx_ = -1;
-  unsigned int gid_ = 4294967295U;
+  unsigned int gid_ = kUnsetId;
   std::string group_name_;
   std::string group_desc_;
   std::string role_;

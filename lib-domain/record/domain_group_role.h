@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "lib-domain/record/unset_id.h"
+
 namespace MDOMAIN::RECORD {
 
 class DomainGroupRole {
@@ -22,7 +24,7 @@ class DomainGroupRole {
 
  private:
   int domain_idx_ = -1;
-  unsigned int gid_ = 4294967295U;
+  unsigned int gid_ = kUnsetId;
   std::string role_;
 };
 

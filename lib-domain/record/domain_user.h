@@ -8,6 +8,7 @@
 
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
+#include "lib-domain/record/unset_id.h"
 
 namespace MDOMAIN::RECORD {
 
@@ -60,7 +61,7 @@ class DomainUser {
 
  private:
   int domain_idx_ = -1;
-  unsigned int uid_ = 4294967295U;
+  unsigned int uid_ = kUnsetId;
   std::string user_name_;
   std::vector<std::pair<std::string, bool>> alias_duplicated_pairs_;
   std::string role_ = "normal";

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "lib-domain/record/unset_id.h"
+
 namespace MDOMAIN::RECORD {
 
 class DomainUserAlias {
@@ -24,7 +26,7 @@ class DomainUserAlias {
 
  private:
   int domain_idx_ = -1;
-  unsigned int uid_ = 4294967295U;
+  unsigned int uid_ = kUnsetId;
   std::string account_alias_;
   bool is_duplicated_ = false;
 };

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "lib-domain/record/unset_id.h"
+
 namespace MDOMAIN::RECORD {
 
 class Group {
@@ -22,7 +24,7 @@ class Group {
   bool IsValid() const;
 
  private:
-  unsigned int gid_ = 4294967295U;
+  unsigned int gid_ = kUnsetId;
   std::string group_name_;
   std::string group_desc_;
 };

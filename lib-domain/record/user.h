@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "lib-domain/record/unset_id.h"
+
 namespace MDOMAIN::RECORD {
 
 class User {
@@ -20,7 +22,7 @@ class User {
   bool IsValid() const;
 
  private:
-  unsigned int uid_ = 4294967295U;
+  unsigned int uid_ = kUnsetId;
   std::string user_name_;
 };
 

@@ -1,0 +1,66 @@
+// The fixed paths, each formed in one place.
+#include "lib-domain/base/paths.h"
+
+#include "platform/include/root_path.h"
+
+namespace MDOMAIN::PATHS {
+
+using korvmailserver::UnderRoot;
+
+std::string EtcDir() {
+  return UnderRoot("/var/packages/Postara-Server/etc/");
+}
+
+std::string TargetEtcDir() {
+  return UnderRoot("/var/packages/Postara-Server/target/etc/");
+}
+
+std::string SettingsDb() {
+  return EtcDir() + "mailserver.db";
+}
+
+std::string AliasDb() {
+  return EtcDir() + "alias.db";
+}
+
+std::string EmailOwnerDb() {
+  return TargetEtcDir() + "email_owner.db";
+}
+
+std::string DkimPrivateKey(int domain_idx) {
+  return EtcDir() + "dkim.key//dkim.private-" + std::to_string(domain_idx);
+}
+
+std::string DkimPublicKey(int domain_idx) {
+  return EtcDir() + "dkim.key//dkim.public-" + std::to_string(domain_idx);
+}
+
+std::string ChangedUserDir() {
+  return UnderRoot("/var/run/postara_server/update_smtp_user_list/");
+}
+
+std::string DisclaimerDir() {
+  return EtcDir() + "disclaimer_content";
+}
+
+std::string DisclaimerContent(int domain_idx) {
+  return DisclaimerDir() + "/domain-" + std::to_string(domain_idx);
+}
+
+std::string DisclaimerList() {
+  return EtcDir() + "disclaimer_list";
+}
+
+std::string DisclaimerBackupDir() {
+  return UnderRoot("/var/spool/@Postara-Server/alias_bkp");
+}
+
+std::string BccMapCompiler() {
+  return UnderRoot("/var/packages/Postara-Server/target/bin/korv_bcc_map");
+}
+
+std::string LockFile() {
+  return UnderRoot("/var/run/postara_server/mdomain.lock");
+}
+
+}  // namespace MDOMAIN::PATHS
