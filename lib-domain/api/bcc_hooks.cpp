@@ -2,7 +2,9 @@
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
-BccOutcome DeleteDomainBcc(int /*domain_idx*/) { return BccOutcome::kDone; }
+BccOutcome DeleteDomainBcc(int /*domain_idx*/) {
+  return BccOutcome::kDone;
+}
 
 BccOutcome DeleteUsersBcc(int /*domain_idx*/, const std::vector<std::string>& /*names*/) {
   return BccOutcome::kDone;

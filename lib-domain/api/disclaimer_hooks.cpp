@@ -1,17 +1,43 @@
+// What the controls ask of the disclaimers when a domain, users or groups leave.
+#include <json/value.h>
+
+#include "lib-domain/api/mimedefang.h"
 #include "lib-domain/control/policy_hooks.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
-DisclaimerOutcome DeleteDomainDisclaimers(int /*domain_idx*/) { return DisclaimerOutcome::kDone; }
+namespace {
 
-DisclaimerOutcome RemoveUsersFromDisclaimers(int /*domain_idx*/,
-                                             const std::vector<unsigned int>& /*uids*/) {
-  return DisclaimerOutcome::kDone;
+template <typename Change>
+DisclaimerOutcome ChangeDisclaimers(Change change) {
+  MimeDefang mimedefang;
+  if (mimedefang.LoadSettings() < 0) {
+    return DisclaimerOutcome::kLoadFailed;
+  }
+  if (!change(mimedefang)) {
+    return DisclaimerOutcome::kRemoveFailed;
+  }
+  return mimedefang.SaveSettings() < 0 ? DisclaimerOutcome::kSaveFailed : DisclaimerOutcome::kDone;
 }
 
-DisclaimerOutcome RemoveGroupsFromDisclaimers(int /*domain_idx*/,
-                                              const std::vector<unsigned int>& /*gids*/) {
-  return DisclaimerOutcome::kDone;
+}  // namespace
+
+DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
+  return ChangeDisclaimers([&](MimeDefang& mimedefang) {
+    return mimedefang.SetDisclaimerList(domain_idx, Json::Value(Json::arrayValue)) >= 0;
+  });
+}
+
+DisclaimerOutcome RemoveUsersFromDisclaimers(int domain_idx,
+                                             const std::vector<unsigned int>& uids) {
+  return ChangeDisclaimers(
+      [&](MimeDefang& mimedefang) { return mimedefang.RemoveRulesByUsers(domain_idx, uids); });
+}
+
+DisclaimerOutcome RemoveGroupsFromDisclaimers(int domain_idx,
+                                              const std::vector<unsigned int>& gids) {
+  return ChangeDisclaimers(
+      [&](MimeDefang& mimedefang) { return mimedefang.RemoveRulesByGroups(domain_idx, gids); });
 }
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL

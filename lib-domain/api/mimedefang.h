@@ -1,4 +1,15 @@
-// Disclaimers of each domain and the configuration from which the MIMEDefang filter applies them.
+// Disclaimers: texts that the MIMEDefang filter appends to mail, per domain, with match rules and
+// exception rules.
+//
+// A domain's list is the configuration value "mimedefang_disclaimers-N", a JSON array; its texts
+// lie apart, in PATHS::DisclaimerContent(N), and are joined to it by "id". Callers see both as one.
+// A disclaimer is an object with "id" (integer, unique within the domain), "name", "enabled",
+// "disabled_for_local_recipient", "op" ("and" or "or"), "match_rule_list", "exception_rule_list",
+// "content_html", "content_txt". A rule has "target" ("sender"; anything else is the recipient),
+// "pattern_type" ("email", "uid", "gid") and "pattern" (an address in which "*" stands for any
+// text, or a number).
+//
+// Integer results are 0, or negative with one error line; boolean ones true, or false with one.
 #ifndef LIB_DOMAIN_API_MIMEDEFANG_H
 #define LIB_DOMAIN_API_MIMEDEFANG_H
 
@@ -11,29 +22,78 @@
 
 class MimeDefang : public Config {
  public:
+  // Registers the boolean setting "mimedefang_enable", true by default.
   MimeDefang();
   ~MimeDefang() override;
+  MimeDefang(const MimeDefang&) = delete;
+  MimeDefang& operator=(const MimeDefang&) = delete;
 
   int LoadSettings() override;
+  // UpdateRunKey, then saves.
   int SaveSettings() override;
 
+  // The domain's disclaimers with their texts, in stored order; a domain without any gives an empty
+  // array. A stored text that is no JSON array of objects, and a content file that is there but
+  // cannot be read, are failures: what is stored stays, so that nobody writes over it. A missing
+  // content file is logged and gives the list without texts.
   int GetDisclaimerList(int domain_idx, Json::Value& list);
+
+  // Replaces the domain's disclaimers and publishes their texts. A crash in between leaves the old
+  // or the new ones, never a list without its texts. `list` must be an array of objects.
   int SetDisclaimerList(int domain_idx, const Json::Value& list);
+
+  // Whether `list` is an array of disclaimers as described above; otherwise `error` names the wrong
+  // member by its path ("[2].match_rule_list[0].pattern: ...").
+  static bool CheckDisclaimerList(const Json::Value& list, std::string& error);
+
+  // Every domain's disclaimers: an array of objects with "domain_id" and "disclaimer_list".
   int GetSystemAllDisclaimerList(Json::Value& all);
+  // Sets the list of every element whose "disclaimer_list" is an array; others are passed over.
   int SetSystemAllDisclaimerList(const Json::Value& all);
-  int RemoveAllDisclaimerList();
-  int RemoveAllDisclaimerContent();
+
+  int RemoveAllDisclaimerList();     // the lists of all domains
+  int RemoveAllDisclaimerContent();  // every content file
+
+  // Writes the texts of `list` to the content file, publishes it and takes them out of `list`.
   int SeparateContentFromDisclaimer(int domain_idx, Json::Value& list);
+  // Puts the texts of the content file back into `list`, by "id".
   int MergeDisClaimerWithContent(int domain_idx, Json::Value& list);
+
+  // Removes the rules of pattern type `type` ("uid" or "gid") whose pattern is one of `ids` from
+  // the domain's disclaimers. Writes nothing when there is none.
   bool RemoveRulesByIds(int domain_idx, const std::vector<unsigned int>& ids,
                         const std::string& type);
   bool RemoveRulesByUsers(int domain_idx, const std::vector<unsigned int>& uids);
   bool RemoveRulesByGroups(int domain_idx, const std::vector<unsigned int>& gids);
+
+  // Sets "mimedefang_enable" in this object: whether any domain has an enabled disclaimer or
+  // another part of the filter is switched on. A domain whose list cannot be read counts as having
+  // one, so that a broken list does not stop the filter.
   int UpdateRunKey();
+
+  // Moves the current disclaimers into the file `to` and, if `from` exists, moves it to where
+  // RestoreDisclaimerFromFile() reads. The domains have no lists afterwards.
   int BackupRestoreDisclaimerFile(const std::string& from, const std::string& to);
-  int MoveDisclaimerToBkpAccount();
+  // Puts the disclaimers of one account domain aside and brings those of another one back, in
+  // PATHS::DisclaimerBackupDir(): what `old_account` has now is kept there under its name, and what
+  // was kept of `new_account`, if anything, is in force again.
+  int MoveDisclaimerToBkpAccount(const std::string& old_account, const std::string& new_account);
+  // Replaces all disclaimers by those of PATHS::DisclaimerList() or of `path`. The file is read and
+  // checked before anything is removed.
   int RestoreDisclaimerFromFile();
+  int RestoreDisclaimerFromFile(const std::string& path);
+  // Writes every domain's disclaimers to a file, whole or not at all.
+  int BackupDisclaimerToFile(const std::string& path);
+
+  // The filter's configuration: an object with "all_domain_map", "local_domain_map",
+  // "gid_username_map" and "disclaimer_list". Each entry of the last is an enabled disclaimer with
+  // its "condition", a Perl expression over $Sender, $SenderName, $SenderDomain, $Recipient,
+  // $RecipientName, $RecipientDomain and the maps. Keys of the maps are in lower case.
   int GenDisclaimerConfigs(Json::Value& config);
+  // The same disclaimers with what they were built from: as entries of "disclaimer_list", but with
+  // "domain_id", "id", "name", "op", "match" and "exceptions" besides. The last two are arrays of
+  // objects with "index" (place in the stored list) and "test" (a Perl expression).
+  int ExplainDisclaimerConfigs(Json::Value& config);
 
  private:
   bool mimedefang_enable_ = true;

@@ -1,0 +1,72 @@
+#include "lib-domain/api/mimedefang_unit.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/domain.h"
+#include "platform/include/mail_conf.h"
+
+namespace MDOMAIN::API::INTERNAL {
+
+std::string DisclaimerListKey(int domain_idx) {
+  return "mimedefang_disclaimers-" + std::to_string(domain_idx);
+}
+
+bool ParseJson(const std::string& text, Json::Value& value) {
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  // Strict mode also demands an array or object at the top and refuses deep nesting by throwing.
+  builder["stackLimit"] = 64;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value parsed;
+  try {
+    if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr)) {
+      return false;
+    }
+  } catch (const Json::Exception&) {
+    return false;
+  }
+  value = parsed;
+  return true;
+}
+
+std::string WriteJson(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, value) + "\n";
+}
+
+bool IsArrayOfObjects(const Json::Value& value) {
+  return value.isArray() && std::all_of(value.begin(), value.end(), [](const Json::Value& element) {
+           return element.isObject();
+         });
+}
+
+bool ListAllDomains(std::vector<RECORD::Domain>& domains) {
+  DB::DomainDBFilter filter;
+  filter.SetLimit(-1);
+  return CONTROL::Domain().List(filter, domains);
+}
+
+bool ReadStoredList(int domain_idx, std::string& text, Json::Value& list) {
+  if (mailConfGet(DisclaimerListKey(domain_idx), text) < 0) {
+    return false;
+  }
+  list = Json::Value(Json::arrayValue);
+  return text.empty() || (ParseJson(text, list) && IsArrayOfObjects(list));
+}
+
+bool PatternAsId(const Json::Value& pattern, unsigned int& id) {
+  if (pattern.isUInt()) {
+    id = pattern.asUInt();
+    return true;
+  }
+  return pattern.isString() && BASE::ConvertToUID(pattern.asString(), id);
+}
+
+}  // namespace MDOMAIN::API::INTERNAL
