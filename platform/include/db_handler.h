@@ -10,6 +10,7 @@ struct sqlite3;
 // Statements in the order in which they run; an entry may hold several, separated by ";".
 using SQLCmd = std::vector<std::string>;
 
+// Not thread-safe. Several processes may use one file: SQLite's locks apply, with the busy timeout.
 class DBHandler {
  public:
   // Opens nothing. `schema` is run by connect() when it creates the file; it may be empty.
@@ -18,28 +19,41 @@ class DBHandler {
   DBHandler(const DBHandler&) = delete;
   DBHandler& operator=(const DBHandler&) = delete;
 
-  // Opens the file, creating it (owner "Postara-Server", mode 0644) and running the schema in one
-  // transaction if it is missing or empty. 0 on success; otherwise one log line that names the file
-  // and what is wrong with it (a directory, not a database, not readable), and nothing is left
-  // behind that was not there. A connected handler: 0 at once.
+  // Opens the file for reading and writing. A missing one is created (owner "Postara-Server", mode
+  // 0644; its folder must exist); one without any table gets the schema, in one transaction, also
+  // when several processes do so at once. 0 on success; otherwise SQLite's result code and one log
+  // line that names the file and what is wrong with it (a directory, not a database, read-only, no
+  // rights, locked, no such folder, a schema that fails), and nothing is left behind that was not
+  // there. A connected handler: 0 at once.
   int connect();
+  // Commits the transaction of a BatchScope that is open (a failure is logged) and closes the file.
   void disconnect();
 
   // Runs the entries in order and stops at the first failure. With `transaction`, BEGIN IMMEDIATE
   // before and COMMIT after them, and a failure rolls everything back; inside a BatchScope the
-  // batch is a savepoint instead. An empty list succeeds. 0 on success, else SQLite's result code,
-  // which is also kept as the handler's (GetErr).
+  // batch is a savepoint instead. Without it, what ran before the failure stays. An empty list
+  // succeeds. 0 on success, else SQLite's result code, which is also kept as the handler's (GetErr)
+  // with its text (GetErrText); nothing is logged. Entries must not begin or end transactions.
   int exeCmds(const SQLCmd& cmds, bool transaction);
 
+  // How long a statement waits for another process's lock; 10 seconds until it is set. May be
+  // called before connect().
   void setBusyTimeout(int milliseconds);
+  // The connection; null while there is none.
   sqlite3* getDB() const { return db_; }
+  // The result code of the last call made through the handler, 0 after success.
   int GetErr() const { return err_; }
+  // SQLite's text of the last failure. After a batch that was rolled back sqlite3_errmsg only says
+  // "not an error"; this still says why.
+  const std::string& GetErrText() const { return err_text_; }
   const std::string& GetPath() const { return path_; }
 
-  // Number of rows of a table or view; -1 when it cannot be read.
+  // Number of rows of a table or view; -1 when it cannot be read (GetErr tells why).
   int GetTableDataCount(const std::string& table);
 
-  // Moves a broken file aside ("NAME.broken") and creates a new one with the schema. 0 on success.
+  // Moves a broken file with its journal aside ("NAME.broken", over an older one) and creates a new
+  // one with the schema. 0 on success; on failure one log line and the old file is in its place
+  // again, the handler disconnected.
   int regenDB();
 
  protected:
@@ -50,13 +64,32 @@ class DBHandler {
 
  private:
   friend class BatchScope;
+
+  bool CreateFile(bool& created);
+  int OpenAndCheck();
+  int RunSchema();
+  int RunTransaction(const SQLCmd& cmds);
+  int RunSavepoint(const SQLCmd& cmds);
+  int RunAll(const SQLCmd& cmds);
+  int EndTransaction();
+  int Exec(const char* sql);
+  int Fail(int result);
+  void Rollback();
+
+  std::string err_text_;
+  int busy_timeout_ = 10000;
   int scope_depth_ = 0;
-  bool scope_open_ = false;
+  bool scope_open_ = false;  // the scope's transaction has begun
+  int scope_lost_ = 0;       // why SQLite rolled it back under the scope, 0 while it has not
 };
 
 // While one lives, the transactional batches of the handler are savepoints of one transaction,
 // begun by the first of them and committed when the outermost scope ends, also on failure: what a
-// failing step leaves behind is what separate batches would leave. Scopes nest.
+// failing step leaves behind is what separate batches would leave. Scopes nest. Reads through the
+// handler see what the batches wrote; other processes see it after the end, and cannot write in
+// between. When SQLite has to roll the whole transaction back (disk full, I/O error), every further
+// batch of the scope fails with that code, and so does the scope's end. The handler must outlive
+// its scopes.
 class BatchScope {
  public:
   explicit BatchScope(DBHandler* handler);  // null: does nothing
@@ -64,8 +97,8 @@ class BatchScope {
   ~BatchScope();
   BatchScope(const BatchScope&) = delete;
   BatchScope& operator=(const BatchScope&) = delete;
-  // Ends the scope now. 0 on success (also for an inner scope); otherwise SQLite's result code, the
-  // transaction rolled back.
+  // Ends the scope now. 0 on success (also for an inner scope, and when called again); otherwise
+  // SQLite's result code, the transaction rolled back; nothing is logged.
   int Commit();
 
  private:

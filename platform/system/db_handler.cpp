@@ -1,0 +1,301 @@
+// One SQLite connection: opening and creating the file, batches, the count of a table.
+//
+// The journal mode stays SQLite's default. batch_scope.cpp holds the transactions over several
+// batches.
+#include "platform/include/db_handler.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/include/files.h"
+#include "platform/include/maillog.h"
+
+namespace {
+
+constexpr int kLogError = 3;
+constexpr const char* kOwner = "Postara-Server";
+constexpr unsigned kMode = 0644;
+constexpr const char* kJournals[] = {"-journal", "-wal", "-shm"};
+
+enum class Found { kFile, kNothing, kUnusable };
+
+// What stands at the path; `why` is set when it cannot be a database.
+Found Look(const std::string& path, std::string& why) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0) {
+    why = std::strerror(errno);
+    return errno == ENOENT ? Found::kNothing : Found::kUnusable;
+  }
+  if (!S_ISREG(info.st_mode)) {
+    why = S_ISDIR(info.st_mode) ? "it is a directory" : "it is not a regular file";
+    return Found::kUnusable;
+  }
+  if (info.st_size == 1) {  // SQLite takes this size for an empty file and would overwrite it
+    why = "file is not a database";
+    return Found::kUnusable;
+  }
+  return Found::kFile;
+}
+
+bool IsEmptyFile(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && info.st_size == 0;
+}
+
+// Renames a database file and what belongs to it: the journal of a broken file would otherwise be
+// played back into the next file of that name.
+int RenameDatabase(const std::string& from, const std::string& to) {
+  if (rename(from.c_str(), to.c_str()) != 0) {
+    return -1;
+  }
+  for (const char* journal : kJournals) {
+    unlink((to + journal).c_str());
+    rename((from + journal).c_str(), (to + journal).c_str());
+  }
+  return 0;
+}
+
+}  // namespace
+
+DBHandler::DBHandler(const std::string& path, const std::string& schema)
+    : path_(path), schema_(schema) {}
+
+DBHandler::~DBHandler() {
+  disconnect();
+}
+
+int DBHandler::connect() {
+  if (db_ != nullptr) {
+    return SQLITE_OK;
+  }
+  std::string why;
+  const Found found = Look(path_, why);
+  bool created = false;
+  if (found == Found::kNothing && !CreateFile(created)) {
+    return err_ = SQLITE_CANTOPEN;
+  }
+  if (found == Found::kUnusable) {
+    maillog(kLogError, "Cannot open database [%s]: %s", path_.c_str(), why.c_str());
+    return err_ = SQLITE_CANTOPEN;
+  }
+  const int result = OpenAndCheck();
+  if (result != SQLITE_OK) {
+    maillog(kLogError, "Cannot open database [%s]: %s", path_.c_str(), err_text_.c_str());
+    disconnect();
+    // Another process may have taken the new file over: what it wrote there stays.
+    if (created && IsEmptyFile(path_)) {
+      unlink(path_.c_str());
+    }
+  }
+  return err_ = result;
+}
+
+// A new, empty file with its owner and mode, so that it never holds data under wrong ones. A file
+// that another process made in the meantime is as good. One log line on failure.
+bool DBHandler::CreateFile(bool& created) {
+  const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0 && errno == EEXIST) {
+    return true;
+  }
+  if (fd < 0) {
+    maillog(kLogError, "Cannot create database [%s]: %m", path_.c_str());
+    return false;
+  }
+  close(fd);
+  created = mailFileOwnerModeSet(path_.c_str(), kOwner, kMode) >= 0;
+  if (!created) {
+    unlink(path_.c_str());
+  }
+  return created;
+}
+
+// Opens the file, reads its first page, and gives it the schema when it has none at all.
+int DBHandler::OpenAndCheck() {
+  const int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr);
+  if (result != SQLITE_OK) {
+    Fail(result);
+    const int error = db_ == nullptr ? 0 : sqlite3_system_errno(db_);
+    err_text_ += error == 0 ? "" : std::string(": ") + std::strerror(error);
+    return result;
+  }
+  sqlite3_busy_timeout(db_, busy_timeout_);
+  const int tables = GetTableDataCount("sqlite_master");
+  if (tables < 0) {
+    return err_;
+  }
+  if (sqlite3_db_readonly(db_, "main") != 0) {  // SQLite falls back to that without a word
+    err_text_ = "it is read-only";
+    return SQLITE_READONLY;
+  }
+  return tables > 0 || schema_.empty() ? SQLITE_OK : RunSchema();
+}
+
+// Several processes may find the same new file empty: the first of them gives it the schema.
+int DBHandler::RunSchema() {
+  int result = Exec("BEGIN IMMEDIATE");
+  if (result != SQLITE_OK) {
+    return result;
+  }
+  if (GetTableDataCount("sqlite_master") == 0) {
+    result = Exec(schema_.c_str());
+  }
+  if (result == SQLITE_OK) {
+    result = Exec("COMMIT");
+  }
+  if (result != SQLITE_OK) {
+    Rollback();
+  }
+  return result;
+}
+
+void DBHandler::disconnect() {
+  if (db_ == nullptr) {
+    return;
+  }
+  if (scope_open_ && EndTransaction() != SQLITE_OK) {
+    maillog(kLogError, "Cannot commit to database [%s]: %s", path_.c_str(), err_text_.c_str());
+  }
+  sqlite3_close_v2(db_);  // waits for statements that are still in use
+  db_ = nullptr;
+}
+
+int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
+  if (db_ == nullptr) {
+    err_text_ = "not connected";
+    return err_ = SQLITE_MISUSE;
+  }
+  if (cmds.empty()) {
+    return err_ = SQLITE_OK;
+  }
+  if (scope_lost_ != SQLITE_OK) {
+    return err_ = scope_lost_;
+  }
+  int result = SQLITE_OK;
+  if (!transaction) {
+    result = RunAll(cmds);
+  } else if (scope_depth_ > 0) {
+    result = RunSavepoint(cmds);
+  } else {
+    result = RunTransaction(cmds);
+  }
+  if (scope_open_ && sqlite3_get_autocommit(db_) != 0) {
+    // A full disk and the like make SQLite roll everything back. The earlier batches of the scope
+    // are gone, so the later ones must not succeed as if they were not.
+    scope_open_ = false;
+    scope_lost_ = result == SQLITE_OK ? SQLITE_ABORT : result;
+  }
+  return err_ = result;
+}
+
+int DBHandler::RunTransaction(const SQLCmd& cmds) {
+  int result = Exec("BEGIN IMMEDIATE");
+  if (result != SQLITE_OK) {
+    return result;
+  }
+  result = RunAll(cmds);
+  if (result == SQLITE_OK) {
+    result = Exec("COMMIT");
+  }
+  if (result != SQLITE_OK) {
+    Rollback();
+  }
+  return result;
+}
+
+int DBHandler::RunSavepoint(const SQLCmd& cmds) {
+  int result = scope_open_ ? SQLITE_OK : Exec("BEGIN IMMEDIATE");
+  if (result != SQLITE_OK) {
+    return result;
+  }
+  scope_open_ = true;
+  result = Exec("SAVEPOINT batch");
+  if (result != SQLITE_OK) {
+    return result;
+  }
+  result = RunAll(cmds);
+  if (result == SQLITE_OK) {
+    return Exec("RELEASE batch");
+  }
+  if (sqlite3_get_autocommit(db_) == 0) {
+    sqlite3_exec(db_, "ROLLBACK TO batch; RELEASE batch", nullptr, nullptr, nullptr);
+  }
+  return result;
+}
+
+int DBHandler::RunAll(const SQLCmd& cmds) {
+  for (const std::string& cmd : cmds) {
+    const int result = Exec(cmd.c_str());
+    if (result != SQLITE_OK) {
+      return result;
+    }
+  }
+  return SQLITE_OK;
+}
+
+int DBHandler::Exec(const char* sql) {
+  const int result = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+  return result == SQLITE_OK ? result : Fail(result);
+}
+
+// Keeps the text, because the rollback that follows replaces SQLite's own by "not an error".
+int DBHandler::Fail(int result) {
+  err_text_ = db_ == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(db_);
+  return err_ = result;
+}
+
+void DBHandler::Rollback() {
+  if (sqlite3_get_autocommit(db_) == 0) {
+    sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  }
+}
+
+void DBHandler::setBusyTimeout(int milliseconds) {
+  busy_timeout_ = milliseconds;
+  if (db_ != nullptr) {
+    sqlite3_busy_timeout(db_, milliseconds);
+  }
+}
+
+int DBHandler::GetTableDataCount(const std::string& table) {
+  if (db_ == nullptr) {
+    return -1;
+  }
+  char* sql = sqlite3_mprintf("SELECT COUNT(*) FROM \"%w\"", table.c_str());
+  sqlite3_stmt* statement = nullptr;
+  int result = sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr);
+  sqlite3_free(sql);
+  sqlite3_int64 count = -1;
+  if (result == SQLITE_OK) {
+    result = sqlite3_step(statement);
+    count = result == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : -1;
+  }
+  if (count < 0) {
+    Fail(result);
+  } else {
+    err_ = SQLITE_OK;
+  }
+  sqlite3_finalize(statement);
+  return count > INT_MAX ? INT_MAX : static_cast<int>(count);
+}
+
+int DBHandler::regenDB() {
+  disconnect();
+  const std::string aside = path_ + ".broken";
+  const bool moved = RenameDatabase(path_, aside) == 0;
+  if (!moved && errno != ENOENT) {
+    maillog(kLogError, "Cannot move database [%s] aside: %m", path_.c_str());
+    return err_ = SQLITE_CANTOPEN;
+  }
+  const int result = connect();
+  if (result != SQLITE_OK && moved) {
+    RenameDatabase(aside, path_);
+  }
+  return result;
+}

@@ -1,0 +1,269 @@
+#include "platform/include/db_handler.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/support/fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kSchema = "CREATE TABLE t(a TEXT UNIQUE);CREATE TABLE u(b INTEGER)";
+
+class DbHandlerTest : public test::RootTest {
+ protected:
+  std::string Path() const { return root() + "/test.db"; }
+  // What another connection sees of table t, in order.
+  std::string Stored() {
+    sqlite3* db = nullptr;
+    std::string rows;
+    EXPECT_EQ(sqlite3_open(Path().c_str(), &db), SQLITE_OK);
+    sqlite3_exec(
+        db, "SELECT a FROM t ORDER BY rowid",
+        [](void* out, int, char** row, char**) {
+          *static_cast<std::string*>(out) += row[0];
+          return 0;
+        },
+        &rows, nullptr);
+    sqlite3_close(db);
+    return rows;
+  }
+  static SQLCmd Put(const std::string& a) { return {"INSERT INTO t VALUES('" + a + "')"}; }
+};
+
+// Holds a write lock on a database until it goes out of scope.
+class Locker {
+ public:
+  explicit Locker(const std::string& path) {
+    sqlite3_open(path.c_str(), &db_);
+    EXPECT_EQ(sqlite3_exec(db_, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  }
+  ~Locker() { sqlite3_close(db_); }
+
+ private:
+  sqlite3* db_ = nullptr;
+};
+
+TEST_F(DbHandlerTest, CreatesTheFileWithItsModeAndSchemaOnce) {
+  const mode_t mask = umask(077);
+  DBHandler handler(Path(), kSchema);
+  EXPECT_EQ(handler.connect(), 0);
+  EXPECT_EQ(handler.connect(), 0);
+  umask(mask);
+  struct stat info {};
+  ASSERT_EQ(stat(Path().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0644U);
+  EXPECT_EQ(handler.exeCmds(Put("x"), true), 0);
+  handler.disconnect();
+  EXPECT_EQ(handler.exeCmds(Put("y"), true), SQLITE_MISUSE);
+  EXPECT_EQ(handler.connect(), 0);
+  EXPECT_EQ(handler.GetTableDataCount("t"), 1);
+  EXPECT_EQ(handler.GetTableDataCount("no \"such' table"), -1);
+}
+
+TEST_F(DbHandlerTest, GivesTheSchemaToAnEmptyFileAndCreatesOneWithoutASchema) {
+  Write("/test.db", "");
+  EXPECT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+  EXPECT_EQ(DBHandler(root() + "/bare.db", "").connect(), 0);
+  EXPECT_TRUE(fs::exists(root() + "/bare.db"));
+}
+
+TEST_F(DbHandlerTest, RefusesWhatIsNoDatabaseAndLeavesItAsItWas) {
+  struct {
+    const char* name;
+    std::string bytes;
+  } cases[] = {{"one byte", "x"},
+               {"short text", "hello\n"},
+               {"a page of text", std::string(4096, 'x')},
+               {"a cut header", std::string("SQLite format 3\0", 16) + std::string(500, '\xff')}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Write("/test.db", c.bytes);
+    DBHandler handler(Path(), kSchema);
+    EXPECT_NE(handler.connect(), 0);
+    EXPECT_EQ(handler.getDB(), nullptr);
+    EXPECT_TRUE(Logged("[" + Path() + "]: file is not a database"));
+    EXPECT_TRUE(TakeLog().empty());
+    EXPECT_TRUE(Read("/test.db") == c.bytes);
+  }
+}
+
+TEST_F(DbHandlerTest, SaysWhatStandsInTheWayAndLeavesNothingBehind) {
+  fs::create_directory(Path());
+  EXPECT_NE(DBHandler(Path(), kSchema).connect(), 0);
+  EXPECT_TRUE(Logged("[" + Path() + "]: it is a directory"));
+  EXPECT_NE(DBHandler(root() + "/none/x.db", kSchema).connect(), 0);
+  EXPECT_TRUE(Logged("[" + root() + "/none/x.db]: No such file or directory"));
+  EXPECT_NE(DBHandler(root() + "/bad.db", "CREATE TABLE a(b);CREATE nonsense").connect(), 0);
+  EXPECT_TRUE(Logged("syntax error"));
+  EXPECT_FALSE(fs::exists(root() + "/bad.db"));
+}
+
+// Root may write everywhere, so the read-only cases need a process that is not root.
+TEST_F(DbHandlerTest, RefusesAReadOnlyOrUnreadableFile) {
+  ASSERT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+  for (const mode_t mode : {0444, 0000}) {
+    chmod(Path().c_str(), mode);
+    chmod(root().c_str(), 0755);
+    const pid_t child = fork();
+    if (child == 0) {
+      const bool dropped = geteuid() != 0 || setuid(65534) == 0;
+      const int result = DBHandler(Path(), kSchema).connect();
+      const bool told = Logged(mode == 0 ? "Permission denied" : "it is read-only");
+      _exit(dropped && result != 0 && told ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << "mode " << mode;
+  }
+}
+
+TEST_F(DbHandlerTest, ALockedFileIsToldAndChangesNothing) {
+  DBHandler handler(Path(), kSchema);
+  handler.setBusyTimeout(20);
+  ASSERT_EQ(handler.connect(), 0);
+  DBHandler late(Path(), kSchema);
+  late.setBusyTimeout(20);
+  {
+    const Locker locker(Path());
+    EXPECT_EQ(handler.exeCmds(Put("x"), true), SQLITE_BUSY);
+    EXPECT_EQ(late.connect(), SQLITE_BUSY);
+    EXPECT_TRUE(Logged("database is locked"));
+  }
+  EXPECT_EQ(handler.exeCmds(Put("y"), true), 0);
+  EXPECT_EQ(Stored(), "y");
+}
+
+TEST_F(DbHandlerTest, ABatchIsWholeOrNotAtAllAndTellsWhy) {
+  DBHandler handler(Path(), kSchema);
+  ASSERT_EQ(handler.connect(), 0);
+  EXPECT_EQ(handler.exeCmds({}, true), 0);
+  EXPECT_EQ(
+      handler.exeCmds({"INSERT INTO t VALUES('1');INSERT INTO t VALUES('2')", Put("3")[0]}, true),
+      0);
+  EXPECT_EQ(handler.exeCmds({Put("4")[0], Put("1")[0], Put("5")[0]}, true), SQLITE_CONSTRAINT);
+  EXPECT_EQ(handler.GetErr(), SQLITE_CONSTRAINT);
+  EXPECT_EQ(handler.GetErrText(), "UNIQUE constraint failed: t.a");
+  EXPECT_EQ(Stored(), "123");
+  EXPECT_EQ(handler.exeCmds({Put("6")[0], "INSERT nonsense", Put("7")[0]}, false), SQLITE_ERROR);
+  EXPECT_EQ(Stored(), "1236");
+  EXPECT_EQ(handler.exeCmds({"DELETE FROM t"}, true), 0);
+  EXPECT_EQ(handler.GetErr(), 0);
+}
+
+TEST_F(DbHandlerTest, AScopeIsOneTransactionOfWholeBatches) {
+  DBHandler handler(Path(), kSchema);
+  ASSERT_EQ(handler.connect(), 0);
+  {
+    const BatchScope nothing(nullptr);
+    const BatchScope outer(&handler);
+    {
+      const Locker locker(Path());  // an idle scope takes no lock, so this one can be had
+    }
+    EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
+    {
+      BatchScope inner(&handler);
+      EXPECT_EQ(handler.exeCmds({Put("b")[0], Put("a")[0]}, true), SQLITE_CONSTRAINT);
+      EXPECT_EQ(inner.Commit(), 0);
+    }
+    EXPECT_EQ(handler.exeCmds({Put("c")[0], "INSERT nonsense"}, false), SQLITE_ERROR);
+    EXPECT_EQ(handler.exeCmds(Put("d"), true), 0);
+    EXPECT_EQ(handler.GetTableDataCount("t"), 3);
+    EXPECT_EQ(Stored(), "");
+  }
+  EXPECT_EQ(Stored(), "acd");
+  EXPECT_EQ(handler.exeCmds(Put("e"), true), 0) << "no scope is left open";
+  EXPECT_EQ(Stored(), "acde");
+}
+
+TEST_F(DbHandlerTest, AScopeThatCannotCommitRollsBack) {
+  DBHandler handler(Path(), kSchema);
+  ASSERT_EQ(handler.connect(), 0);
+  handler.setBusyTimeout(20);
+  sqlite3* reader = nullptr;
+  ASSERT_EQ(sqlite3_open(Path().c_str(), &reader), SQLITE_OK);
+  sqlite3_exec(reader, "BEGIN; SELECT * FROM t", nullptr, nullptr, nullptr);
+  {
+    BatchScope scope(&handler);
+    EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
+    EXPECT_EQ(scope.Commit(), SQLITE_BUSY);
+    EXPECT_EQ(scope.Commit(), 0) << "it has ended";
+  }
+  {
+    const BatchScope scope(&handler);
+    EXPECT_EQ(handler.exeCmds(Put("b"), true), 0);
+  }
+  EXPECT_TRUE(Logged("Cannot commit to database"));
+  sqlite3_close(reader);
+  EXPECT_EQ(Stored(), "");
+  EXPECT_EQ(handler.exeCmds(Put("c"), true), 0);
+  EXPECT_EQ(Stored(), "c");
+}
+
+// A full disk makes SQLite roll back more than the batch: later batches must not pass as if the
+// earlier ones were stored.
+TEST_F(DbHandlerTest, AScopeWhoseTransactionIsLostFailsToItsEnd) {
+  DBHandler handler(Path(), kSchema);
+  ASSERT_EQ(handler.connect(), 0);
+  {
+    BatchScope scope(&handler);
+    EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
+    EXPECT_NE(handler.exeCmds({"INSERT OR ROLLBACK INTO t VALUES('a')"}, true), 0);
+    EXPECT_NE(handler.exeCmds(Put("b"), true), 0);
+    EXPECT_NE(scope.Commit(), 0);
+  }
+  EXPECT_EQ(Stored(), "");
+  EXPECT_EQ(handler.exeCmds(Put("c"), true), 0);
+  EXPECT_EQ(Stored(), "c");
+}
+
+TEST_F(DbHandlerTest, DisconnectingInsideAScopeKeepsItsBatches) {
+  DBHandler handler(Path(), kSchema);
+  ASSERT_EQ(handler.connect(), 0);
+  const BatchScope scope(&handler);
+  EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
+  handler.disconnect();
+  EXPECT_EQ(Stored(), "a");
+}
+
+TEST_F(DbHandlerTest, RegenerationKeepsTheBrokenFileAndItsJournalApart) {
+  Write("/test.db", "garbage");
+  Write("/test.db-journal", "of the garbage");
+  DBHandler handler(Path(), kSchema);
+  EXPECT_EQ(handler.regenDB(), 0);
+  EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
+  EXPECT_EQ(Read("/test.db.broken"), "garbage");
+  EXPECT_EQ(Read("/test.db.broken-journal"), "of the garbage");
+
+  Write("/other.db", "old");
+  DBHandler failing(root() + "/other.db", "CREATE nonsense");
+  EXPECT_NE(failing.regenDB(), 0);
+  EXPECT_TRUE(Logged("syntax error"));
+  EXPECT_EQ(Read("/other.db"), "old");
+}
+
+// Every process finds the file missing or empty, and exactly one may run the schema.
+TEST_F(DbHandlerTest, ProcessesThatCreateTheFileAtOnceAllSucceed) {
+  std::vector<pid_t> children;
+  for (int i = 0; i < 6; ++i) {
+    children.push_back(fork());
+    if (children.back() == 0) {
+      DBHandler handler(Path(), kSchema);
+      const bool ok = handler.connect() == 0 && handler.exeCmds(Put(std::to_string(i)), true) == 0;
+      _exit(ok ? 0 : 1);
+    }
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(Stored().size(), 6U);
+}
+
+}  // namespace
