@@ -1,4 +1,9 @@
 // Reading the account system: enumeration, real names, group members, membership maps.
+//
+// Short name: what an administrator types (alice). Full or real name: what the account system calls
+// the account (alice, DOM\alice, alice@dom). Nothing here throws; a failure is one error line in
+// the log and `false`. What follows from these reads (who is deleted, who is added) is the
+// callers'.
 #ifndef LIB_DOMAIN_UTILS_ACCOUNT_SOURCE_H
 #define LIB_DOMAIN_UTILS_ACCOUNT_SOURCE_H
 
@@ -13,15 +18,40 @@
 
 namespace MDOMAIN::UTILS {
 
+// Configuration values that say which account source is in force. Each is kept for the life of the
+// process once it has been read and is not empty, so a process that switches the source must be
+// started anew. False and the argument untouched when the configuration cannot be read.
+//
+// The Windows domain's NetBIOS short name ("win_domain_short_name"), empty when none is set.
 bool DomainMailConfWinDomainShortNameGet(std::string& name);
+// The source ("account_type"); an unknown text gives AUTH_UNKNOWN and true.
 bool DomainMailConfCurrentAuthTypeGet(AUTH_TYPE& type);
+// The LDAP account domain ("acc_domain_name"), empty when none is set.
 bool DomainMailConfAccDomainNameGet(std::string& name);
 
+// Replaces `users` with every user of the source in force. `complete` tells whether the source
+// handed out as many accounts as it says it holds: a caller that deletes what is missing must not
+// do so when it is false. A user who vanished between listing and look-up is left out (complete is
+// then false); any other failed look-up ends the enumeration there. No user at all is a failure, so
+// that an account system that is down never looks like one without accounts.
 bool TryToGetAllZelmUsers(std::vector<RECORD::User>& users, bool& complete);
+// The same for groups, with their descriptions (one that cannot be read is the empty string). A
+// look-up that fails for any reason but "no such group" fails the call; the groups read before it
+// stay in `groups`.
 bool TryToGetAllZelmGroups(std::vector<RECORD::Group>& groups, bool& complete);
+
+// The account system's spelling of a user's (`is_user`) or group's name. A name that the account
+// system does not know comes back as its full form, which is no failure. False and `real_name`
+// untouched when the source is unknown or its settings cannot be read. Names are handed to the
+// account system cut at 491 bytes.
 bool ShortName2RealName(bool is_user, const std::string& short_name, std::string& real_name);
+
+// Replaces the output with the short names of the groups' members, in group order; someone in two
+// groups is there twice. Groups that cannot be resolved are logged and skipped.
 void GetUserShortNamesFromGroupShortNames(const std::vector<std::string>& group_short_names,
                                           std::vector<std::string>& user_short_names);
+
+// Replaces `merged` with the names of both lists, ascending by byte value, each once.
 void MergeAndDedupeUserShortNames(const std::vector<std::string>& a,
                                   const std::vector<std::string>& b,
                                   std::vector<std::string>& merged);
@@ -31,19 +61,33 @@ namespace INTERNAL {
 using Gid2UidsMap = std::map<unsigned int, std::unordered_set<unsigned int>>;
 using Domain2GidsMap = std::map<int, std::vector<unsigned int>>;
 
+// DOM\name; a name that holds a backslash already is unchanged.
 bool _DomainShortName2FullName(const std::string& short_name, std::string& full_name);
+// name@domain; a name that holds an "@" already is unchanged.
 bool _LDAPShortname2FullName(const std::string& short_name, std::string& full_name);
+// Appends the short names of a group's members, in the account system's order. A member whose name
+// cannot be resolved is logged and left out.
 bool _AppendUserShortNamesBelongToGroupRealName(const std::string& group_real_name,
                                                 std::vector<std::string>& user_short_names);
+
+// Members of every mirrored group, of those without members too. A group whose members cannot be
+// read is logged and not in the map; when the groups cannot be listed the map is empty.
 Gid2UidsMap GetGid2UidsMap();
+// The groups of each given domain, of those without groups too. A domain whose groups cannot be
+// read is logged and not in the map.
 Domain2GidsMap GetDomain2GidsMap(const std::vector<int>& domain_idxs);
 Domain2GidsMap GetAllDomain2GidsMap();
+
+// Everyone who is a member of at least one of the groups; unknown gids add nobody.
 std::unordered_set<unsigned int> GetUidsBelongedToGroups(const std::vector<unsigned int>& gids,
                                                          const Gid2UidsMap& uids_by_gid);
 std::unordered_set<unsigned int> GetUidsBelongedToGroups(const std::vector<RECORD::Group>& groups,
                                                          const Gid2UidsMap& uids_by_gid);
+// Costs one look-up per gid: a caller with many uids asks GetUidsBelongedToGroups once instead.
 bool IsUserBelongsToGroups(const std::vector<unsigned int>& gids, const Gid2UidsMap& uids_by_gid,
                            unsigned int uid);
+// Whether the user is a mirrored member of any group with a role in the domain. `result` is only
+// ever set to true: callers preset it.
 bool IsBelongingGroupsInDomain(const int& domain_idx, const unsigned int& uid, bool& result);
 
 // Forgets the configuration values kept for the life of the process. For tests only.
