@@ -7,7 +7,7 @@
 namespace korvmailserver {
 namespace utils {
 
-// String equality; with `ignore_case`, ASCII letters are equal in either case.
+// String equality; with `ignore_case`, ASCII letters are equal in either case, whatever the locale.
 bool Equals(const std::string& a, const std::string& b, bool ignore_case);
 
 }  // namespace utils
@@ -16,26 +16,30 @@ bool Equals(const std::string& a, const std::string& b, bool ignore_case);
 namespace KORV {
 namespace POSTARA_SERVER {
 
-// A domain whose every label libidn2 accepts (IDNA 2008, non-transitional, NFC, STD 3 rules), whose
-// A-label form has at most 253 octets and whose last label is not all digits. No trailing dot.
+// A domain whose every label libidn2 accepts (IDNA 2008, non-transitional, input mapped to lower
+// case and NFC) and consists of letters, digits and inner hyphens in its A-label form (STD 3),
+// which has at most 63 octets a label and 253 in all; the last label is not all digits; no empty
+// label, no trailing dot. "xn--" labels must decode and give themselves again. A single label is
+// enough.
 bool IsValidEaiDomain(const std::string& domain);
 
 // A dot-string: RFC 5321 atext and, with `allow_utf8`, non-ASCII UTF-8 in NFC without control
-// characters; 1 to 64 octets; no quoted form.
+// characters and line or paragraph separators; 1 to 64 octets; no quoted form.
 bool IsValidEaiLocalPart(const std::string& local_part, bool allow_utf8);
 
 // The A-label form of a domain; of an address (it has an "@") only what follows the last "@" is
-// converted. 0, or negative and `out` untouched when it is not convertible. ASCII domains come back
-// in lower case.
+// converted and looked at. 0, or negative and `out` untouched when that is no domain that
+// IsValidEaiDomain accepts. ASCII domains come back in lower case. `out` may be `text`.
 int ConvertToPunycode(const std::string& text, std::string& out);
-// The same towards UTF-8 (U-labels).
+// The same towards UTF-8 (U-labels, in lower case and NFC).
 int ConvertToUTF8(const std::string& text, std::string& out);
-// The other spelling: a text with non-ASCII characters gives its A-label form, any other its
-// U-label form. 0, or negative and `out` untouched.
+// The other spelling: a domain (of an address: its domain) with non-ASCII characters gives its
+// A-label form, any other its U-label form. 0, or negative and `out` untouched, as above.
 int ConvertToPunycodeOrUTF8(const std::string& text, std::string& out);
 
-// `text` without the characters that may not stand in a local part, then without leading, trailing
-// and doubled dots. The result may be empty.
+// `text` in NFC without the characters that may not stand in a local part and without bytes that
+// are not UTF-8, then without leading, trailing and doubled dots. The result may be empty and is
+// not shortened: up to 64 octets it is a valid local part.
 std::string StripInvalidEaiChars(const std::string& text);
 
 }  // namespace POSTARA_SERVER
