@@ -1,0 +1,76 @@
+// Default rows per domain in the settings database, which the mail server's other settings share.
+#include "platform/include/domain_setting.h"
+
+#include "platform/include/db_handler.h"
+#include "platform/include/files.h"
+#include "platform/include/maillog.h"
+
+namespace MultipleDomain {
+
+namespace {
+
+const char kServerTables[] =
+    "create table bcc_table(name TEXT, type INTEGER, bcc_to TEXT, domain_id INTEGER NOT NULL "
+    "DEFAULT 1);"
+    "create unique index bcc_name_index on bcc_table(name, type, domain_id);"
+    "create table access_table(name_type INTEGER, name TEXT, type INTEGER, access INTEGER);"
+    "create unique index access_name_index on access_table(name_type, name, type);"
+    "create table blackwhite_table(name_type INTEGER, name TEXT, type INTEGER, blackwhite "
+    "INTEGER);"
+    "create unique index blackwhite_name_index on blackwhite_table(name_type, name, type);"
+    "create table sender_quota_table(sender TEXT, quota INTEGER);"
+    "create unique index sender_quota_index on sender_quota_table(sender);";
+
+// Also run on a database that was made before there were several domains.
+const char kDomainTables[] =
+    "create table if not exists multi_domain_enable_table(domain_id INTEGER, en_attach INTEGER "
+    "DEFAULT 0, en_quota INTEGER DEFAULT 0, en_flow INTEGER DEFAULT 0, en_forward INTEGER DEFAULT "
+    "1, en_catch_all INTEGER DEFAULT 0);"
+    "create unique index if not exists multi_domain_enable_index on "
+    "multi_domain_enable_table(domain_id);"
+    "create table if not exists multi_domain_rate_table(domain_id INTEGER, rt_attach INTEGER "
+    "DEFAULT 10, rt_quota INTEGER DEFAULT 500, rt_flow INTEGER DEFAULT 2000, rt_mail_size INTEGER "
+    "DEFAULT 10, catch_all INTEGER DEFAULT -1);"
+    "create unique index if not exists multi_domain_value_index on "
+    "multi_domain_rate_table(domain_id);";
+
+constexpr int kBusyTimeout = 60000;
+
+// One statement on both tables, in one transaction.
+int RunOnBothTables(const std::string& path, const std::string& head, const std::string& tail) {
+  DBHandler db(path, SettingsSchema());
+  if (db.connect() != 0) {
+    return -1;
+  }
+  db.setBusyTimeout(kBusyTimeout);
+  if (db.exeCmds({kDomainTables, head + "multi_domain_enable_table" + tail,
+                  head + "multi_domain_rate_table" + tail},
+                 true) != 0) {
+    maillog(3, "settings database %s: %s", path.c_str(), db.GetErrText().c_str());
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+const std::string& SettingsSchema() {
+  static const std::string schema = std::string(kServerTables) + kDomainTables;
+  return schema;
+}
+
+DomainSetting::DomainSetting(const std::string& path) : path_(path) {}
+
+int DomainSetting::CreateSettings(int domain_id) {
+  return RunOnBothTables(path_, "INSERT OR IGNORE INTO ",
+                         "(domain_id) VALUES(" + std::to_string(domain_id) + ")");
+}
+
+int DomainSetting::DelSettings(int domain_id) {
+  if (!KLIBCFileExist(path_.c_str())) {
+    return 0;
+  }
+  return RunOnBothTables(path_, "DELETE FROM ", " WHERE domain_id = " + std::to_string(domain_id));
+}
+
+}  // namespace MultipleDomain

@@ -1,0 +1,117 @@
+// The mail configuration on top of the key store: defaults, and no write of what is there already.
+#include "platform/include/mail_conf.h"
+
+#include "platform/include/maillog.h"
+#include "platform/keystore/backend.h"
+
+using korvmailserver::KeyStoreBackend;
+using korvmailserver::RunOnKeyStore;
+
+namespace {
+
+std::string DefaultOf(const std::string& key) {
+  return key == "account_type" ? "local" : "";
+}
+
+}  // namespace
+
+AUTH_TYPE ConvertAuthType(const std::string& text) {
+  static const std::map<std::string, AUTH_TYPE> types = {
+      {"local", AUTH_LOCAL}, {"win", AUTH_WIN}, {"ldap", AUTH_LDAP}};
+  const auto type = types.find(text);
+  return type == types.end() ? AUTH_UNKNOWN : type->second;
+}
+
+int mailConfGetMany(const std::vector<std::string>& keys,
+                    std::map<std::string, std::string>& values) {
+  std::map<std::string, std::string> found;
+  if (!RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+        return backend.Get(keys, found, error);
+      })) {
+    return -1;
+  }
+  for (const std::string& key : keys) {
+    const auto stored = found.find(key);
+    values[key] = stored == found.end() ? DefaultOf(key) : stored->second;
+  }
+  return 0;
+}
+
+int mailConfGet(const std::string& key, std::string& value) {
+  std::map<std::string, std::string> values;
+  if (mailConfGetMany({key}, values) < 0) {
+    return -1;
+  }
+  value = values[key];
+  return 0;
+}
+
+int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
+  const std::map<std::string, std::string> wanted = [&] {
+    std::map<std::string, std::string> last;
+    for (const auto& [key, value] : entries) {
+      last[key] = value;
+    }
+    return last;
+  }();
+  std::vector<std::string> keys;
+  for (const auto& entry : wanted) {
+    keys.push_back(entry.first);
+  }
+  const bool written = RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+    std::map<std::string, std::string> stored;
+    if (!backend.Get(keys, stored, error)) {
+      return false;
+    }
+    KeyStoreBackend::Entries changed;
+    for (const auto& [key, value] : wanted) {
+      const auto old = stored.find(key);
+      if (old == stored.end() || old->second != value) {
+        changed.emplace_back(key, value);
+      }
+    }
+    return changed.empty() || backend.Set(changed, error);
+  });
+  return written ? 0 : -1;
+}
+
+int mailConfSet(const std::string& key, const std::string& value, bool /*publish*/, int /*flags*/) {
+  return mailConfSetMany({{key, value}});
+}
+
+bool mailConfCheckKeyValue(const std::string& key, const std::string& value) {
+  std::string stored;
+  return mailConfGet(key, stored) == 0 && stored == value;
+}
+
+int mailConfList(std::map<std::string, std::string>& values) {
+  std::map<std::string, std::string> found;
+  if (!RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+        return backend.All(found, error);
+      })) {
+    return -1;
+  }
+  values = std::move(found);
+  return 0;
+}
+
+int smtpAccountDomainGet(std::string& name) {
+  std::map<std::string, std::string> values;
+  if (mailConfGetMany({"account_type", "win_domain_short_name", "acc_domain_name"}, values) < 0) {
+    return -1;
+  }
+  switch (ConvertAuthType(values["account_type"])) {
+    case AUTH_LOCAL:
+      name = "local";
+      return 0;
+    case AUTH_WIN:
+      name = values["win_domain_short_name"];
+      return 0;
+    case AUTH_LDAP:
+      name = values["acc_domain_name"];
+      return 0;
+    default:
+      maillog(3, "unknown account type [%s]", values["account_type"].c_str());
+      return -1;
+  }
+}

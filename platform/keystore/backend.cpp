@@ -1,0 +1,81 @@
+// Chooses the backend in force and keeps it, with its connection, for the next call.
+//
+// It is made anew when the root prefix or the host settings file changed, and in a forked child,
+// which must not talk over its parent's connection.
+#include "platform/keystore/backend.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <tuple>
+
+#include "platform/include/maillog.h"
+
+namespace korvmailserver {
+
+namespace {
+
+const char kAdditionalDomainPrefix[] = "additional_domain-";
+const char kVirtualDomainTree[] = "virtual_domain";
+
+// Equal stamps: the same process, root and host settings file.
+using Stamp = std::tuple<pid_t, std::string, ino_t, off_t, time_t, long>;
+
+Stamp CurrentStamp() {
+  const std::string path = HostSettingsPath();
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) {
+    status = {};
+  }
+  return {
+      getpid(), path, status.st_ino, status.st_size, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
+}
+
+KeyStoreBackend* BackendInForce(std::string& error) {
+  static Stamp stamp;
+  static std::unique_ptr<KeyStoreBackend> backend;
+  const Stamp now = CurrentStamp();
+  if (backend && stamp == now) {
+    return backend.get();
+  }
+  backend.reset();
+  HostSettings settings;
+  if (!ReadHostSettings(settings, error)) {
+    return nullptr;
+  }
+  if (settings.keystore.backend != "embedded") {
+    error = "key store backend \"" + settings.keystore.backend + "\" is not available";
+    return nullptr;
+  }
+  backend = MakeEmbeddedBackend();
+  stamp = now;
+  return backend.get();
+}
+
+}  // namespace
+
+const std::vector<std::string> kKeyStoreTrees = {kVirtualDomainTree};
+
+std::string KeyStoreTreeOf(const std::string& key) {
+  return key.rfind(kAdditionalDomainPrefix, 0) == 0 ? kVirtualDomainTree : "";
+}
+
+bool RunOnKeyStore(
+    const std::function<bool(KeyStoreBackend& backend, std::string& error)>& operation,
+    int log_level) {
+  std::string error;
+  KeyStoreBackend* backend = BackendInForce(error);
+  if (backend == nullptr) {
+    maillog(log_level, "%s", error.c_str());
+    return false;
+  }
+  if (operation(*backend, error)) {
+    return true;
+  }
+  if (!error.empty()) {
+    maillog(log_level, "key store %s: %s", backend->Name().c_str(), error.c_str());
+  }
+  return false;
+}
+
+}  // namespace korvmailserver

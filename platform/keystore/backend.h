@@ -1,0 +1,64 @@
+// What a key store is behind the mail configuration and PostaraServerBACKENDWrap.
+//
+// One backend is in force per process: the one that the host settings name, for the root prefix of
+// the moment. A new kind of store is one source with one Make function below.
+#ifndef PLATFORM_KEYSTORE_BACKEND_H
+#define PLATFORM_KEYSTORE_BACKEND_H
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/include/host_settings.h"
+
+namespace korvmailserver {
+
+// Names of the trees that exist besides the root tree "".
+extern const std::vector<std::string> kKeyStoreTrees;
+
+// The tree in which a key lies.
+std::string KeyStoreTreeOf(const std::string& key);
+
+// Operations return false with `error` set to a reason without a line end; an empty `error` means
+// that the reason is in the log already. Keys and values are any bytes.
+class KeyStoreBackend {
+ public:
+  using Entries = std::vector<std::pair<std::string, std::string>>;
+
+  virtual ~KeyStoreBackend() = default;
+
+  // What log lines call the store: a path or an address.
+  virtual std::string Name() const = 0;
+
+  // Adds those of `keys` that are stored to `values`.
+  virtual bool Get(const std::vector<std::string>& keys, std::map<std::string, std::string>& values,
+                   std::string& error) = 0;
+  // Writes all entries or none; of a key given twice the last counts.
+  virtual bool Set(const Entries& entries, std::string& error) = 0;
+  // Removes a key and what setFile published under it; a missing one is no failure.
+  virtual bool Remove(const std::string& key, std::string& error) = 0;
+  // Names of the keys of one tree, ascending.
+  virtual bool List(const std::string& tree, std::vector<std::string>& keys,
+                    std::string& error) = 0;
+  // Every key with its value.
+  virtual bool All(std::map<std::string, std::string>& values, std::string& error) = 0;
+  // Stores `path` as the key's value; a shared store publishes the file's content with it.
+  virtual bool SetFile(const std::string& key, const std::string& path, std::string& error) = 0;
+  // True when what is written now would be kept.
+  virtual bool IsHealthy(std::string& error) = 0;
+};
+
+std::unique_ptr<KeyStoreBackend> MakeEmbeddedBackend();
+
+// Runs `operation` on the backend in force and logs its failure as one line at `log_level`.
+// Unusable host settings fail every operation, with their own text.
+bool RunOnKeyStore(
+    const std::function<bool(KeyStoreBackend& backend, std::string& error)>& operation,
+    int log_level = 3);
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_KEYSTORE_BACKEND_H

@@ -1,0 +1,76 @@
+// The key store's public calls, on the backend in force.
+#include "platform/include/key_store.h"
+
+#include "platform/keystore/backend.h"
+
+namespace KORV {
+namespace POSTARA_SERVER {
+
+using korvmailserver::KeyStoreBackend;
+using korvmailserver::RunOnKeyStore;
+
+namespace {
+
+constexpr int kWarning = 1;
+
+// The stored value, null text when there is none.
+bool Find(const std::string& key, bool& found, std::string& value) {
+  std::map<std::string, std::string> values;
+  if (!RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+        return backend.Get({key}, values, error);
+      })) {
+    return false;
+  }
+  const auto stored = values.find(key);
+  found = stored != values.end();
+  value = found ? stored->second : "";
+  return true;
+}
+
+}  // namespace
+
+bool PostaraServerBACKENDWrap::setFile(const std::string& key, const std::string& path) {
+  return RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+    return backend.SetFile(key, path, error);
+  });
+}
+
+bool PostaraServerBACKENDWrap::ls(const std::string& tree, std::vector<std::string>& keys) {
+  std::vector<std::string> names;
+  if (!RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+        return backend.List(tree, names, error);
+      })) {
+    return false;
+  }
+  keys = std::move(names);
+  return true;
+}
+
+bool PostaraServerBACKENDWrap::exist(const std::string& key) {
+  bool found = false;
+  std::string value;
+  return Find(key, found, value) && found;
+}
+
+bool PostaraServerBACKENDWrap::removeKey(const std::string& key) {
+  return RunOnKeyStore(
+      [&](KeyStoreBackend& backend, std::string& error) { return backend.Remove(key, error); });
+}
+
+bool PostaraServerBACKENDWrap::getFile(const std::string& key, std::string& path) {
+  bool found = false;
+  return Find(key, found, path);
+}
+
+bool KORVMailNodeCluster::isClusterHealth(int /*level*/) {
+  return RunOnKeyStore(
+      [](KeyStoreBackend& backend, std::string& error) { return backend.IsHealthy(error); },
+      kWarning);
+}
+
+int KORVMailNodeCluster::setFile(const std::string& key, const std::string& path) {
+  return PostaraServerBACKENDWrap::setFile(key, path) ? 0 : -1;
+}
+
+}  // namespace POSTARA_SERVER
+}  // namespace KORV

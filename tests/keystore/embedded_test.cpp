@@ -1,0 +1,177 @@
+// The embedded key store: the shared conformance, its file's life, and files that are not usable.
+#include <dlfcn.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "tests/keystore/conformance.h"
+
+// A locked store is given up after 10 seconds; the tests wait a tenth of one.
+extern "C" int sqlite3_busy_timeout(sqlite3* db, int milliseconds) {
+  using Real = int (*)(sqlite3*, int);
+  static const Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "sqlite3_busy_timeout"));
+  return real(db, milliseconds < 100 ? milliseconds : 100);
+}
+
+namespace test {
+
+namespace fs = std::filesystem;
+
+const char kStore[] = "/var/packages/Postara-Server/etc/keystore.db";
+
+INSTANTIATE_TEST_SUITE_P(Embedded, KeyStoreConformance,
+                         ::testing::Values(StoreCase{"embedded", "", nullptr}),
+                         [](const auto& store) { return store.param.name; });
+
+class EmbeddedTest : public RootTest {
+ protected:
+  using Wrap = KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
+  using Cluster = KORV::POSTARA_SERVER::KORVMailNodeCluster;
+
+  std::string Store() const { return root() + kStore; }
+  // Every kind of call fails, each with one error line that contains `reason`.
+  void ExpectAllRefused(const std::string& reason, bool reads_too) {
+    std::string value = "untouched";
+    std::vector<std::string> keys = {"untouched"};
+    std::map<std::string, std::string> values = {{"untouched", ""}};
+    EXPECT_LT(mailConfSet("key", "other", true, 0), 0);
+    EXPECT_FALSE(Wrap::removeKey("key"));
+    EXPECT_FALSE(Wrap::setFile("key", "/path"));
+    size_t calls = 3;
+    if (reads_too) {
+      EXPECT_LT(mailConfGet("key", value), 0);
+      EXPECT_FALSE(Wrap::ls("", keys));
+      EXPECT_LT(mailConfList(values), 0);
+      EXPECT_FALSE(Wrap::exist("key"));
+      EXPECT_FALSE(Wrap::getFile("key", value));
+      calls += 5;
+    }
+    EXPECT_EQ(value, "untouched");
+    EXPECT_EQ(keys.size(), 1U);
+    EXPECT_EQ(values.size(), 1U);
+    const std::vector<LogLine> lines = TakeLog();
+    EXPECT_EQ(lines.size(), calls);
+    for (const LogLine& line : lines) {
+      EXPECT_EQ(line.level, 3);
+      EXPECT_NE(line.text.find(reason), std::string::npos) << line.text;
+    }
+    EXPECT_FALSE(Cluster::isClusterHealth(1));
+    TakeLog();
+  }
+};
+
+TEST_F(EmbeddedTest, OnlyAWriteMakesTheFile) {
+  std::string value;
+  std::vector<std::string> keys;
+  std::map<std::string, std::string> values;
+  EXPECT_EQ(mailConfGet("key", value), 0);
+  EXPECT_TRUE(Wrap::ls("", keys));
+  EXPECT_EQ(mailConfList(values), 0);
+  EXPECT_TRUE(Wrap::removeKey("key"));
+  EXPECT_TRUE(Cluster::isClusterHealth(1));
+  EXPECT_TRUE(fs::is_empty(root()));
+  EXPECT_EQ(mailConfSet("key", "value", true, 0), 0);
+  EXPECT_TRUE(fs::exists(Store()));
+}
+
+TEST_F(EmbeddedTest, AnEqualValueIsNotWrittenAgain) {
+  ASSERT_EQ(mailConfSetMany({{"a", "1"}, {"b", ""}}), 0);
+  ASSERT_TRUE(Wrap::setFile("f", "/path"));
+  const std::string before = Read(kStore);
+  EXPECT_EQ(mailConfSetMany({{"a", "1"}, {"b", ""}}), 0);
+  EXPECT_EQ(mailConfSet("a", "1", true, 0), 0);
+  EXPECT_TRUE(Wrap::setFile("f", "/path"));
+  EXPECT_EQ(Read(kStore), before) << "the change counter in the header moved";
+}
+
+TEST_F(EmbeddedTest, FollowsTheRootAndAReplacedFile) {
+  ASSERT_EQ(mailConfSet("key", "first", true, 0), 0);
+  Write("/other/x", "");
+  setenv("MDOMAIN_ROOT", (root() + "/other").c_str(), 1);
+  EXPECT_TRUE(mailConfCheckKeyValue("key", ""));
+  ASSERT_EQ(mailConfSet("key", "second", true, 0), 0);
+  setenv("MDOMAIN_ROOT", root().c_str(), 1);
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "first"));
+  fs::rename(root() + "/other" + kStore, Store());
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "second"));
+  fs::remove(Store());
+  EXPECT_TRUE(mailConfCheckKeyValue("key", ""));
+}
+
+TEST_F(EmbeddedTest, AFileThatIsNoStoreIsRefusedAndKept) {
+  const std::string garbage(8192, 'g');
+  Write(kStore, garbage);
+  ExpectAllRefused("keystore.db", true);
+  EXPECT_EQ(Read(kStore), garbage);
+  fs::remove(Store());
+  fs::create_directory(Store());
+  ExpectAllRefused("keystore.db", true);
+  fs::remove(Store());
+  EXPECT_EQ(mailConfSet("key", "value", true, 0), 0) << "mended without a new process";
+}
+
+TEST_F(EmbeddedTest, ALockedStoreIsGivenUpAndNotHarmed) {
+  ASSERT_EQ(mailConfSet("key", "value", true, 0), 0);
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open(Store().c_str(), &other), SQLITE_OK);
+  const std::unique_ptr<sqlite3, int (*)(sqlite3*)> close(other, sqlite3_close);
+  ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  ExpectAllRefused("locked", true);
+  ASSERT_EQ(sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
+}
+
+TEST_F(EmbeddedTest, AReadOnlyStoreIsReadAndNotWritten) {
+  ASSERT_EQ(mailConfSet("key", "value", true, 0), 0);
+  chmod(root().c_str(), 0755);
+  chmod(Store().c_str(), 0444);
+  Write("/etc/mailserver-domain/host.ini", "");  // another settings file: a fresh connection
+  const uid_t uid = geteuid();
+  const bool dropped = uid == 0 && seteuid(65534) == 0;
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
+  ExpectAllRefused("read-only", false);
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
+  if (dropped) {
+    EXPECT_EQ(seteuid(uid), 0);
+  }
+}
+
+TEST_F(EmbeddedTest, TwoProcessesLoseNothing) {
+  std::vector<pid_t> children;
+  for (int child = 0; child < 2; ++child) {
+    children.push_back(fork());
+    if (children.back() == 0) {
+      bool all = true;
+      for (int i = 0; i < 40; ++i) {
+        int result = -1;
+        for (int attempt = 0; result != 0 && attempt < 50; ++attempt) {
+          result = mailConfSet(std::to_string(child) + "-" + std::to_string(i), "x", true, 0);
+        }
+        all = all && result == 0;
+      }
+      _exit(all ? 0 : 1);
+    }
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  std::map<std::string, std::string> values;
+  EXPECT_EQ(mailConfList(values), 0);
+  EXPECT_EQ(values.size(), 80U);
+}
+
+TEST_F(EmbeddedTest, BadHostSettingsRefuseEveryCallWithOneText) {
+  Write("/etc/mailserver-domain/host.ini", "[keystore]\nport = none\n");
+  ExpectAllRefused("/etc/mailserver-domain/host.ini:2: port must be a number", true);
+  EXPECT_FALSE(fs::exists(Store()));
+  Write("/etc/mailserver-domain/host.ini", "[keystore]\n");
+  EXPECT_EQ(mailConfSet("key", "value", true, 0), 0);
+}
+
+}  // namespace test
