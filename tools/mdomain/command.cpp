@@ -1,0 +1,78 @@
+#include "tools/mdomain/command.h"
+
+#include <unistd.h>
+
+#include <iostream>
+#include <utility>
+
+#include "lib-domain/base/text.h"
+
+namespace mdomain {
+namespace {
+
+std::map<std::string, Noun>& Table() {
+  static std::map<std::string, Noun> table;
+  return table;
+}
+
+}  // namespace
+
+Register::Register(const Noun& noun) {
+  Noun& entry = Table()[noun.name];
+  entry.name = noun.name;
+  if (!noun.help.empty()) {
+    entry.help = noun.help;
+  }
+  entry.commands.insert(entry.commands.end(), noun.commands.begin(), noun.commands.end());
+}
+
+const std::map<std::string, Noun>& Nouns() {
+  return Table();
+}
+
+Call::Call(const GlobalOptions& options, std::map<std::string, std::vector<std::string>> values)
+    : options_(options), values_(std::move(values)), out_(options.json) {}
+
+std::string Call::Text(const std::string& name) const {
+  const auto found = values_.find(name);
+  return found == values_.end() || found->second.empty() ? "" : found->second.back();
+}
+
+std::vector<std::string> Call::List(const std::string& name) const {
+  const auto found = values_.find(name);
+  return found == values_.end() ? std::vector<std::string>() : found->second;
+}
+
+int Call::Int(const std::string& name, int fallback) const {
+  if (!Has(name)) {
+    return fallback;
+  }
+  int number = 0;
+  if (!MDOMAIN::BASE::ConvertToInt(Text(name), number) || number < 0) {
+    throw Failure(kUsage, name + ": \"" + Text(name) + "\" is not a number from 0 to 2147483647");
+  }
+  return number;
+}
+
+void Call::Lock() {
+  if (!lock_) {
+    lock_ = std::make_unique<ChangeLock>(options_.lock_timeout);
+  }
+}
+
+void Call::Confirm(const std::string& question) {
+  if (!options_.yes) {
+    if (isatty(STDIN_FILENO) == 0) {
+      throw Failure(kUsage, question + " Nobody can answer here: say --yes to do it.");
+    }
+    std::cerr << question << " [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "yes") {
+      throw Failure(kFailed, "nothing was changed");
+    }
+  }
+  Lock();
+}
+
+}  // namespace mdomain

@@ -1,0 +1,132 @@
+// The table of commands. Every noun stands in a file of its own and puts itself into the table with
+// a Register object; parsing, help, the manual page and docs/reference.md come from the table.
+//
+// A handler reads its arguments from the Call, calls the API, and prints through the Output. It
+// ends early by throwing a Failure.
+#ifndef TOOLS_MDOMAIN_COMMAND_H
+#define TOOLS_MDOMAIN_COMMAND_H
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/mdomain/lock.h"
+#include "tools/mdomain/output.h"
+#include "tools/mdomain/status.h"
+
+namespace mdomain {
+
+enum class Kind {
+  kOne,       // positional, exactly one
+  kOptional,  // positional, none or one
+  kMany,      // positional, one or more
+  kAny,       // positional, any number
+  kFlag,      // --name
+  kOption,    // --name VALUE
+  kRepeated,  // --name VALUE, as often as wanted
+  kNumber,    // --name N, not negative
+};
+
+struct Argument {
+  std::string name;   // "DOMAIN" or "--alias"
+  std::string value;  // what an option takes, as help and manual show it
+  Kind kind;
+  std::string help;
+};
+
+inline Argument One(const std::string& name, const std::string& help) {
+  return {name, "", Kind::kOne, help};
+}
+inline Argument Optional(const std::string& name, const std::string& help) {
+  return {name, "", Kind::kOptional, help};
+}
+inline Argument Many(const std::string& name, const std::string& help) {
+  return {name, "", Kind::kMany, help};
+}
+inline Argument Any(const std::string& name, const std::string& help) {
+  return {name, "", Kind::kAny, help};
+}
+inline Argument Flag(const std::string& name, const std::string& help) {
+  return {name, "", Kind::kFlag, help};
+}
+inline Argument Option(const std::string& name, const std::string& value, const std::string& help) {
+  return {name, value, Kind::kOption, help};
+}
+inline Argument Repeated(const std::string& name, const std::string& value,
+                         const std::string& help) {
+  return {name, value, Kind::kRepeated, help};
+}
+inline Argument Number(const std::string& name, const std::string& help) {
+  return {name, "N", Kind::kNumber, help};
+}
+
+// What a command does to the host. Changing commands run under the lock; destructive ones must call
+// Call::Confirm, which asks and then takes it.
+enum class Effect { kReads, kChanges, kDestroys };
+
+class Call;
+
+struct Command {
+  std::string words;   // below the noun: "list", "names add"; empty when the noun is the command
+  std::string help;    // one line
+  std::string detail;  // what may surprise, for the manual; may be empty
+  Effect effect;
+  std::vector<Argument> arguments;
+  void (*run)(Call&);  // null: a heading for the commands whose words begin with these
+};
+
+struct Noun {
+  std::string name;
+  std::string help;
+  std::vector<Command> commands;
+};
+
+// Puts a noun into the table, or more commands under one that is there.
+class Register {
+ public:
+  explicit Register(const Noun& noun);
+};
+
+// All nouns, ascending by name.
+const std::map<std::string, Noun>& Nouns();
+
+struct GlobalOptions {
+  std::string root;
+  bool json = false;
+  bool verbose = false;
+  bool yes = false;
+  int lock_timeout = 60;  // seconds
+};
+
+// One run of one command: what was typed, and where the answer goes.
+class Call {
+ public:
+  Call(const GlobalOptions& options, std::map<std::string, std::vector<std::string>> values);
+
+  bool Has(const std::string& name) const { return values_.count(name) != 0; }
+  // The value, or the empty string when it was not given.
+  std::string Text(const std::string& name) const;
+  std::vector<std::string> List(const std::string& name) const;
+  // The value of a number option; a text that is no such number is wrong usage.
+  int Int(const std::string& name, int fallback) const;
+
+  const GlobalOptions& options() const { return options_; }
+  Output& out() { return out_; }
+
+  // Takes the lock file; held until the process ends.
+  void Lock();
+  // Asks on the terminal unless --yes was given, then takes the lock. Declined: a failure. No
+  // terminal and no --yes: wrong usage.
+  void Confirm(const std::string& question);
+
+ private:
+  const GlobalOptions& options_;
+  std::map<std::string, std::vector<std::string>> values_;
+  Output out_;
+  std::unique_ptr<ChangeLock> lock_;
+};
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_COMMAND_H

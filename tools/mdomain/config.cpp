@@ -1,0 +1,83 @@
+// mdomain config: the mail configuration's keys.
+#include "lib-domain/base/text.h"
+#include "platform/include/mail_conf.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+Json::Value Entry(const std::string& key, const std::string& value) {
+  Json::Value entry;
+  entry["key"] = key;
+  entry["value"] = value;
+  return entry;
+}
+
+void Get(Call& call) {
+  const std::string key = call.Text("KEY");
+  std::string value;
+  if (mailConfGet(key, value) < 0) {
+    throw Failure(kFailed, "the configuration could not be read");
+  }
+  call.out().Done(Entry(key, value), value);
+}
+
+void Set(Call& call) {
+  const std::string key = call.Text("KEY");
+  const std::string value = call.Text("VALUE");
+  RequirePlainText("the key", key);
+  RequirePlainText("the value", value);
+  if (key.empty()) {
+    throw Failure(kRefused, "the key is empty");
+  }
+  if (key == "account_type" && ConvertAuthType(value) == AUTH_UNKNOWN) {
+    throw Failure(kRefused, "\"" + value + "\" is no account type: local, ldap or win");
+  }
+  if (mailConfSet(key, value, true, 0) < 0) {
+    throw Failure(kFailed, "the configuration could not be written");
+  }
+  call.out().Done(Entry(key, value), key + " = " + value);
+}
+
+void List(Call& call) {
+  std::map<std::string, std::string> values;
+  if (mailConfList(values) < 0) {
+    throw Failure(kFailed, "the configuration could not be read");
+  }
+  Json::Value object(Json::objectValue);
+  Json::Value rows(Json::arrayValue);
+  for (const auto& [key, value] : values) {
+    object[key] = value;
+    rows.append(Entry(key, value));
+  }
+  if (call.out().json()) {
+    call.out().Record(object, {});
+  } else {
+    call.out().List(rows, {{"key", "KEY"}, {"value", "VALUE"}});
+  }
+}
+
+const Register kConfig({
+    "config",
+    "Keys of the mail configuration",
+    {
+        {"get",
+         "Show a key's value",
+         "A key that was never set has the empty value or a default.",
+         Effect::kReads,
+         {One("KEY", "The key's name")},
+         Get},
+        {"set",
+         "Set a key",
+         "The keys that publishing writes are overwritten by the next publication. Switch the "
+         "account source with account_type: local, ldap or win.",
+         Effect::kChanges,
+         {One("KEY", "The key's name"), One("VALUE", "Its new value, which may be empty")},
+         Set},
+        {"list", "List all keys that are set", "", Effect::kReads, {}, List},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain

@@ -1,0 +1,239 @@
+// mdomain domain: the domains themselves. Their additional names are in domain_names.cpp.
+#include "lib-domain/api/domain.h"
+
+#include "lib-domain/utils/domain_utils.h"
+#include "platform/include/maillog.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/domain_output.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+// The refusal of an invalid record, naming the value that was wrong.
+Failure Invalid(const MDOMAIN::RECORD::Domain& domain) {
+  const auto sink = korvmailserver::SetMailLogSink([](int, const std::string&) { return true; });
+  const bool name_valid = MDOMAIN::UTILS::IsDomainNameValid(domain.GetDomainName());
+  korvmailserver::SetMailLogSink(sink);
+  if (!name_valid) {
+    return {kRefused, "\"" + domain.GetDomainName() + "\" is not a valid domain name"};
+  }
+  return {kRefused, "\"" + domain.GetDefaultAliasPattern() +
+                        "\" is not an alias pattern: it needs a placeholder such as <a>"};
+}
+
+Failure Refusal(const MDOMAIN::API::Domain& api, const MDOMAIN::RECORD::Domain& domain,
+                const std::string& action) {
+  return api.GetErrorCode() == 5633 ? Invalid(domain) : ApiFailure(api.GetErrorCode(), action);
+}
+
+// Takes over what was typed; true when there was anything.
+bool Apply(const Call& call, MDOMAIN::RECORD::Domain& domain) {
+  if (call.Has("--auto-add") && call.Has("--no-auto-add")) {
+    throw Failure(kUsage, "--auto-add and --no-auto-add exclude each other");
+  }
+  bool any = call.Has("--auto-add") || call.Has("--no-auto-add");
+  if (any) {
+    domain.SetIsAutomaticallyAddingUsers(call.Has("--auto-add"));
+  }
+  if (call.Has("--description")) {
+    RequirePlainText("the description", call.Text("--description"));
+    domain.SetDomainDesc(call.Text("--description"));
+    any = true;
+  }
+  if (call.Has("--pattern")) {
+    RequirePlainText("the pattern", call.Text("--pattern"));
+    domain.SetDefaultAliasPattern(call.Text("--pattern"));
+    any = true;
+  }
+  return any;
+}
+
+void PrintDone(Call& call, int domain_idx, const std::string& what) {
+  const Domains domains;
+  const KnownDomain& domain = domains.Find(std::to_string(domain_idx));
+  call.out().Done(DomainJson(domain), "domain " + domain.Title() + " " + what);
+}
+
+void Create(Call& call) {
+  MDOMAIN::RECORD::Domain domain(call.Text("NAME"));
+  domain.SetIsPrimary(false);
+  Apply(call, domain);
+  MDOMAIN::API::Domain api;
+  int idx = 0;
+  const bool created =
+      call.Has("--primary") ? api.CreatePrimary(domain, idx) : api.Create(domain, idx);
+  if (!created) {
+    throw Refusal(api, domain, "creating \"" + domain.GetDomainName() + "\"");
+  }
+  PrintDone(call, idx, "created");
+}
+
+void Migrate(Call& call) {
+  MDOMAIN::RECORD::Domain domain(call.Text("NAME"));
+  Apply(call, domain);
+  RequireDomainNames(call.List("--name"));
+  MDOMAIN::API::Domain api;
+  if (!api.Migrate(domain, call.List("--name"))) {
+    throw Refusal(api, domain, "migrating \"" + domain.GetDomainName() + "\"");
+  }
+  PrintDone(call, Domains().Find(domain.GetDomainName()).idx(), "migrated");
+}
+
+void List(Call& call) {
+  MDOMAIN::DB::DomainDBFilter filter;
+  filter.SetQuery(call.Text("--query"));
+  filter.SetOffset(call.Int("--offset", 0));
+  filter.SetLimit(call.Int("--limit", -1));
+  MDOMAIN::API::Domain api;
+  std::vector<MDOMAIN::RECORD::Domain> domains;
+  std::map<int, std::vector<std::string>> names;
+  if (!api.List(filter, domains) || !api.ListAllAdditionalDomains(names)) {
+    throw Failure(kFailed, "the domains could not be read");
+  }
+  Json::Value records(Json::arrayValue);
+  for (const MDOMAIN::RECORD::Domain& domain : domains) {
+    records.append(DomainJson({domain, names[domain.GetDomainIdx()]}));
+  }
+  call.out().List(records, DomainColumns());
+}
+
+void Show(Call& call) {
+  const Domains domains;
+  call.out().Record(DomainJson(domains.Find(call.Text("DOMAIN"))), DomainColumns());
+}
+
+void Set(Call& call) {
+  MDOMAIN::RECORD::Domain domain = Domains().Find(call.Text("DOMAIN")).record;
+  const bool changed = Apply(call, domain);
+  if (!changed && !call.Has("--name")) {
+    throw Failure(kUsage, "nothing to set: give --name, --description, --pattern or --auto-add");
+  }
+  if (call.Has("--name")) {
+    domain.SetDomainName(call.Text("--name"));
+  }
+  MDOMAIN::API::Domain api;
+  if (!api.Set(domain)) {
+    throw Refusal(api, domain, "changing the domain to \"" + domain.GetDomainName() + "\"");
+  }
+  PrintDone(call, domain.GetDomainIdx(), "changed");
+}
+
+void Delete(Call& call) {
+  const Domains domains;
+  std::vector<int> idxs;
+  std::string titles;
+  int users = 0;
+  for (const std::string& text : call.List("DOMAIN")) {
+    const KnownDomain& domain = domains.Find(text);
+    if (domain.record.IsPrimary()) {
+      throw Failure(kRefused, "domain " + domain.Title() +
+                                  " is the primary domain: make another one primary first");
+    }
+    idxs.push_back(domain.idx());
+    titles += (titles.empty() ? "" : ", ") + domain.Title();
+    users += domain.record.GetUserNum();
+  }
+  call.Confirm("Delete domain " + titles + " with the addresses of " +
+               Counted(static_cast<size_t>(users), "user") + " and all its mail settings?");
+  if (!MDOMAIN::API::Domain().Delete(idxs)) {
+    throw Failure(kFailed, "deleting domain " + titles + " failed");
+  }
+  Json::Value done;
+  for (const int idx : idxs) {
+    done["deleted"].append(idx);
+  }
+  call.out().Done(done, "domain " + titles + " deleted");
+}
+
+void Primary(Call& call) {
+  if (!call.Has("DOMAIN")) {
+    const Domains domains;
+    if (domains.all().empty() || !domains.all().front().record.IsPrimary()) {
+      throw Failure(kNotFound, "there is no primary domain");
+    }
+    call.out().Record(DomainJson(domains.all().front()), DomainColumns());
+    return;
+  }
+  call.Lock();
+  const int idx = Domains().Find(call.Text("DOMAIN")).idx();
+  if (!MDOMAIN::API::Domain().SetPrimary(idx)) {
+    throw Failure(kFailed, "making domain " + call.Text("DOMAIN") + " the primary one failed");
+  }
+  PrintDone(call, idx, "is the primary domain");
+}
+
+const std::vector<Argument> kProperties = {
+    Option("--description", "TEXT", "What the domain is for"),
+    Option("--pattern", "PATTERN",
+           "How aliases are made for new users: text with placeholders such as <a>, <1g>.<s>"),
+    Flag("--auto-add", "Add accounts that a refresh finds new"),
+    Flag("--no-auto-add", "Add nobody automatically"),
+};
+
+std::vector<Argument> With(std::vector<Argument> arguments, const std::vector<Argument>& more) {
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return arguments;
+}
+
+const Register kDomain({
+    "domain",
+    "Mail domains and their additional names",
+    {
+        {"create", "Create a domain",
+         "The first domain becomes the primary one. A new domain has the alias pattern <a> and "
+         "adds new accounts automatically, unless told otherwise.",
+         Effect::kChanges,
+         With({One("NAME", "The domain's name, UTF-8 or punycode"),
+               Flag("--primary",
+                    "Make it the primary domain, take in every group of the account system and "
+                    "refresh; undone if one of these fails")},
+              kProperties),
+         Create},
+        {"migrate", "Bring a single-domain installation into the database",
+         "Without any domain this creates the primary domain as create --primary does; with one it "
+         "gives the primary domain the new name and properties. It can be repeated.",
+         Effect::kChanges,
+         With({One("NAME", "The domain's name"),
+               Repeated("--name", "NAME", "An additional name of the domain")},
+              kProperties),
+         Migrate},
+        {"list",
+         "List domains",
+         "",
+         Effect::kReads,
+         {Option("--query", "TEXT", "Only domains whose name or description contains TEXT"),
+          Number("--limit", "At most N domains"), Number("--offset", "Skip the first N domains")},
+         List},
+        {"show",
+         "Show one domain",
+         "",
+         Effect::kReads,
+         {One("DOMAIN", "Index or any name of the domain")},
+         Show},
+        {"set", "Change a domain's name or properties",
+         "A new name that differs from the old one only in letter case is refused as taken.",
+         Effect::kChanges,
+         With({One("DOMAIN", "Index or any name of the domain"),
+               Option("--name", "NAME", "Its new name")},
+              kProperties),
+         Set},
+        {"delete",
+         "Delete domains",
+         "With a domain go its addresses, additional names, BCC rules, disclaimers, DKIM keys and "
+         "limits. The primary domain cannot be deleted.",
+         Effect::kDestroys,
+         {Many("DOMAIN", "Index or any name of a domain")},
+         Delete},
+        {"primary",
+         "Show the primary domain, or make another one primary",
+         "",
+         Effect::kReads,
+         {Optional("DOMAIN", "Index or any name of the domain that becomes primary")},
+         Primary},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain

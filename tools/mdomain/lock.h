@@ -1,0 +1,27 @@
+// The lock file that keeps two changing runs of mdomain on one root apart.
+//
+// The library itself takes no lock: an operation reads, decides and writes in several transactions,
+// so two management programs at once could each undo what the other had just decided.
+#ifndef TOOLS_MDOMAIN_LOCK_H
+#define TOOLS_MDOMAIN_LOCK_H
+
+#include <string>
+
+namespace mdomain {
+
+class ChangeLock {
+ public:
+  // Waits up to `timeout_seconds` for another run to end and says so on standard error; throws a
+  // Failure when it has not ended by then, or when the file cannot be made.
+  explicit ChangeLock(int timeout_seconds);
+  ~ChangeLock();
+  ChangeLock(const ChangeLock&) = delete;
+  ChangeLock& operator=(const ChangeLock&) = delete;
+
+ private:
+  int fd_ = -1;
+};
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_LOCK_H

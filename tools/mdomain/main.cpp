@@ -1,0 +1,72 @@
+// mdomain: the command-line management program. Parses, sets the stage (root, log, lock), runs one
+// command of the table and turns how it ended into the exit status.
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+
+#include "lib-domain/base/error_code.h"
+#include "platform/include/host_settings.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/log_view.h"
+#include "tools/mdomain/parser.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+// Wrong host settings would otherwise turn up as one failed operation after the other.
+void RequireHostSettings() {
+  korvmailserver::HostSettings settings;
+  std::string error;
+  if (!korvmailserver::ReadHostSettings(settings, error)) {
+    throw Failure(kUsage, error);
+  }
+}
+
+void Run(const Parsed& parsed) {
+  if (!parsed.options.root.empty()) {
+    const std::string root = std::filesystem::absolute(parsed.options.root);
+    setenv("MDOMAIN_ROOT", root.c_str(), 1);
+  }
+  ShowLog(parsed.options.verbose);
+  RequireHostSettings();
+  Call call(parsed.options, parsed.values);
+  if (parsed.command->effect == Effect::kChanges && !call.Has("--dry-run")) {
+    call.Lock();
+  }
+  parsed.command->run(call);
+  call.out().Flush();
+}
+
+int Tell(Status status, const std::string& message) {
+  std::cerr << "mdomain: " << Printable(message) << "\n";
+  return status;
+}
+
+int Main(int argc, const char* const* argv) {
+  try {
+    const Parsed parsed = Parse(argc, argv);
+    if (parsed.command == nullptr) {
+      return parsed.status;
+    }
+    Run(parsed);
+    return kDone;
+  } catch (const Failure& failure) {
+    return Tell(failure.status, failure.what());
+  } catch (const korvmailserver::LogException& error) {
+    const bool refused = error.code == korvmailserver::ERR_DUPLICATE_DOMAIN_NAME ||
+                         error.code == korvmailserver::ERR_INVALID_DOMAIN_NAME;
+    return Tell(refused ? kRefused : kFailed, error.what());
+  } catch (const std::exception& error) {
+    return Tell(kFailed, error.what());
+  }
+}
+
+}  // namespace
+}  // namespace mdomain
+
+int main(int argc, char** argv) {
+  return mdomain::Main(argc, argv);
+}

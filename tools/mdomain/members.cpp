@@ -1,0 +1,83 @@
+#include "tools/mdomain/members.h"
+
+#include <map>
+
+#include "lib-domain/api/domain_user.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "tools/mdomain/user_output.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::RECORD::DomainUser;
+using MDOMAIN::RECORD::DomainUserAlias;
+
+std::vector<DomainUserAlias> WantedAliases(const std::vector<DomainUser>& users,
+                                           const std::vector<std::string>& aliases) {
+  std::vector<DomainUserAlias> wanted;
+  for (const DomainUser& user : users) {
+    for (const std::string& alias : aliases) {
+      wanted.emplace_back(user.GetDomainIdx(), user.GetUID(), alias, false);
+    }
+    if (aliases.empty()) {
+      for (const DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
+        wanted.push_back(alias);
+      }
+    }
+  }
+  return wanted;
+}
+
+// Everybody who was taken in, with the aliases that were new to him.
+Json::Value Added(const std::vector<DomainUser>& users,
+                  const std::vector<DomainUserAlias>& aliases) {
+  std::map<unsigned int, Json::Value> new_aliases;
+  for (const DomainUserAlias& alias : aliases) {
+    new_aliases[alias.GetUID()].append(AliasJson(alias.GetAccountAlias(), alias.IsDuplicated()));
+  }
+  Json::Value records(Json::arrayValue);
+  for (const DomainUser& user : users) {
+    Json::Value record = CandidateJson(user.GetUID(), user.GetUserName());
+    if (const auto found = new_aliases.find(user.GetUID()); found != new_aliases.end()) {
+      record["aliases"] = found->second;
+    }
+    records.append(record);
+  }
+  return records;
+}
+
+}  // namespace
+
+std::vector<DomainUser> PreviewMembers(const KnownDomain& domain, const Members& members) {
+  std::vector<std::pair<std::string, std::string>> entries;
+  for (const std::string& name : ShortNames(members.users)) {
+    entries.emplace_back("user", name);
+  }
+  for (const std::string& name : ShortNames(members.groups)) {
+    entries.emplace_back("group", name);
+  }
+  std::vector<DomainUser> preview;
+  if (!MDOMAIN::API::DomainUser().Preview(domain.idx(), entries, preview)) {
+    throw Failure(kFailed, "the aliases for domain " + domain.Title() + " could not be made");
+  }
+  return preview;
+}
+
+void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
+                const std::vector<std::string>& aliases) {
+  const std::vector<DomainUser> preview = PreviewMembers(domain, members);
+  std::vector<DomainUserAlias> added = WantedAliases(preview, aliases);
+  if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx(), ShortNames(members.users),
+                                             ShortNames(members.groups), added)) {
+    throw Failure(kFailed, "adding to domain " + domain.Title() + " failed");
+  }
+  call.out().List(Added(preview, added), CandidateColumns());
+}
+
+void RequireRole(const std::string& role) {
+  if (!MDOMAIN::UTILS::CheckRoleValid(role)) {
+    throw Failure(kRefused, "\"" + role + "\" is no role: normal or domain_admin");
+  }
+}
+
+}  // namespace mdomain

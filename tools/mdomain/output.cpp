@@ -1,0 +1,164 @@
+#include "tools/mdomain/output.h"
+
+#include <json/writer.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/mdomain/status.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+std::string Cell(const Json::Value& value) {
+  if (value.isBool()) {
+    return value.asBool() ? "yes" : "no";
+  }
+  if (value.isArray()) {
+    std::string joined;
+    for (const Json::Value& element : value) {
+      joined += (joined.empty() ? "" : ", ") + Cell(element);
+    }
+    return joined;
+  }
+  return value.isObject() ? "" : Printable(value.asString());
+}
+
+std::string Cell(const Json::Value& record, const Column& column) {
+  const Json::Value& value = record[column.field];
+  return column.write == nullptr ? Cell(value) : Printable(column.write(value));
+}
+
+std::string Padded(const std::string& text, int width) {
+  const int missing = width - Width(text);
+  return text + std::string(static_cast<size_t>(std::max(missing, 0)), ' ');
+}
+
+// Lines of cells, each column as wide as its widest cell; the last one is not padded.
+std::string Aligned(const std::vector<std::vector<std::string>>& lines) {
+  std::vector<int> widths;
+  for (const auto& line : lines) {
+    widths.resize(std::max(widths.size(), line.size()));
+    for (size_t i = 0; i < line.size(); ++i) {
+      widths[i] = std::max(widths[i], Width(line[i]));
+    }
+  }
+  std::string text;
+  for (const auto& line : lines) {
+    std::string row;
+    for (size_t i = 0; i < line.size(); ++i) {
+      row += i + 1 == line.size() ? line[i] : Padded(line[i], widths[i] + 2);
+    }
+    row.erase(row.find_last_not_of(' ') + 1);
+    text += row + "\n";
+  }
+  return text;
+}
+
+// JsonCpp writes bytes that are no UTF-8 as they stand; a reader would refuse the whole text.
+Json::Value Clean(const Json::Value& value) {
+  if (value.isString()) {
+    return ValidUtf8(value.asString());
+  }
+  if (value.isArray()) {
+    Json::Value result(Json::arrayValue);
+    for (const Json::Value& element : value) {
+      result.append(Clean(element));
+    }
+    return result;
+  }
+  if (value.isObject()) {
+    Json::Value result(Json::objectValue);
+    for (const std::string& name : value.getMemberNames()) {
+      result[ValidUtf8(name)] = Clean(value[name]);
+    }
+    return result;
+  }
+  return value;
+}
+
+}  // namespace
+
+std::string JsonText(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "  ";
+  builder["emitUTF8"] = true;
+  builder["enableYAMLCompatibility"] = true;  // no blank before a colon
+  return Json::writeString(builder, Clean(value)) + "\n";
+}
+
+Json::Value JsonTexts(const std::vector<std::string>& texts) {
+  Json::Value array(Json::arrayValue);
+  for (const std::string& text : texts) {
+    array.append(text);
+  }
+  return array;
+}
+
+void Output::Json(const Json::Value& value) {
+  text_ += JsonText(value);
+}
+
+void Output::List(const Json::Value& records, const std::vector<Column>& columns) {
+  if (json_) {
+    Json(records.isNull() ? Json::Value(Json::arrayValue) : records);
+    return;
+  }
+  if (records.empty()) {
+    return;
+  }
+  std::vector<std::vector<std::string>> lines(1);
+  for (const Column& column : columns) {
+    lines[0].push_back(column.title);
+  }
+  for (const Json::Value& record : records) {
+    lines.emplace_back();
+    for (const Column& column : columns) {
+      lines.back().push_back(Cell(record, column));
+    }
+  }
+  text_ += Aligned(lines);
+}
+
+void Output::Texts(const std::vector<std::string>& texts) {
+  if (json_) {
+    Json(JsonTexts(texts));
+    return;
+  }
+  for (const std::string& text : texts) {
+    text_ += Printable(text) + "\n";
+  }
+}
+
+void Output::Record(const Json::Value& record, const std::vector<Column>& columns) {
+  if (json_) {
+    Json(record);
+    return;
+  }
+  std::vector<std::vector<std::string>> lines;
+  for (const Column& column : columns) {
+    lines.push_back({column.title, Cell(record, column)});
+  }
+  text_ += Aligned(lines);
+}
+
+void Output::Done(const Json::Value& record, const std::string& sentence) {
+  if (json_) {
+    Json(record);
+  } else {
+    text_ += Printable(sentence) + "\n";
+  }
+}
+
+void Output::Flush() {
+  const size_t written = std::fwrite(text_.data(), 1, text_.size(), stdout);
+  if (written != text_.size() || std::fflush(stdout) != 0) {
+    throw Failure(kFailed, std::string("cannot write the output: ") + std::strerror(errno));
+  }
+  text_.clear();
+}
+
+}  // namespace mdomain

@@ -1,0 +1,175 @@
+#include "tools/mdomain/parser.h"
+
+#include <CLI/CLI.hpp>
+#include <list>
+#include <sstream>
+
+namespace mdomain {
+namespace {
+
+using Values = std::map<std::string, std::vector<std::string>>;
+
+// CLI11 prints a help text as it stands, only indented after each line end.
+std::string Wrapped(const std::string& text, size_t width) {
+  std::istringstream words(text);
+  std::string word;
+  std::string result;
+  size_t column = 0;
+  while (words >> word) {
+    const bool fits = column + 1 + word.size() <= width;
+    result += result.empty() ? "" : fits ? " " : "\n";
+    column = fits ? column + 1 + word.size() : word.size();
+    result += word;
+  }
+  return result;
+}
+
+constexpr size_t kHelpWidth = 70;
+constexpr size_t kLineWidth = 100;
+
+void AddArgument(CLI::App& app, const Argument& argument, std::vector<std::string>& values,
+                 bool& given) {
+  if (argument.kind == Kind::kFlag) {
+    app.add_flag(argument.name, given, Wrapped(argument.help, kHelpWidth));
+    return;
+  }
+  CLI::Option* option = app.add_option(argument.name, values, Wrapped(argument.help, kHelpWidth));
+  // Without this "--alias a b" would take both, and "[a,b]" would be split at its commas.
+  option->allow_extra_args(false);
+  option->type_name(argument.value);
+  switch (argument.kind) {
+    case Kind::kOne:
+      option->required()->expected(1);
+      break;
+    case Kind::kOptional:
+      option->expected(0, 1);
+      break;
+    case Kind::kMany:
+      option->required()->expected(-1);
+      break;
+    case Kind::kAny:
+      option->expected(-1);
+      break;
+    case Kind::kRepeated:
+      option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+      break;
+    default:
+      option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+  }
+}
+
+// The parsed form of one command: where CLI11 stores what was typed.
+struct Leaf {
+  const Command* command;
+  CLI::App* app;
+  std::map<std::string, std::vector<std::string>> values;
+  std::map<std::string, bool> flags;
+};
+
+// The app of `words` below `app`, made word by word ("names add" is two levels).
+CLI::App* SubApp(CLI::App* app, const std::string& words, const std::string& help) {
+  std::istringstream stream(words);
+  std::string word;
+  while (stream >> word) {
+    const auto known =
+        app->get_subcommands([&](const CLI::App* below) { return below->get_name() == word; });
+    if (known.empty()) {
+      app->require_subcommand(1, 1);
+      app = app->add_subcommand(word)->fallthrough();
+    } else {
+      app = known.front();
+    }
+  }
+  app->description(help);
+  return app;
+}
+
+void AddCommand(CLI::App* noun_app, const Command& command, std::list<Leaf>& leaves) {
+  CLI::App* app = SubApp(noun_app, command.words, command.help);
+  if (command.run == nullptr) {
+    return;
+  }
+  leaves.push_back({&command, app, {}, {}});
+  Leaf& leaf = leaves.back();
+  for (const Argument& argument : command.arguments) {
+    AddArgument(*app, argument, leaf.values[argument.name], leaf.flags[argument.name]);
+  }
+  if (!command.detail.empty()) {
+    app->footer("\n" + Wrapped(command.detail, kLineWidth));
+  }
+}
+
+Values Given(const Leaf& leaf) {
+  Values given;
+  for (const Argument& argument : leaf.command->arguments) {
+    if (leaf.app->count(argument.name) != 0) {
+      given[argument.name] = leaf.values.at(argument.name);
+    }
+  }
+  return given;
+}
+
+void AddGlobals(CLI::App& app, GlobalOptions& options) {
+  const std::vector<Argument> arguments = GlobalArguments();
+  auto help = [&](size_t i) { return Wrapped(arguments[i].help, kHelpWidth); };
+  app.add_option("--root", options.root, help(0))
+      ->type_name("DIR")
+      ->envname("MDOMAIN_ROOT")
+      ->check(CLI::ExistingDirectory.description(""));
+  app.add_flag("--json", options.json, help(1));
+  app.add_flag("-v,--verbose", options.verbose, help(2));
+  app.add_flag("-y,--yes", options.yes, help(3));
+  app.add_option("--lock-timeout", options.lock_timeout, help(4))
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, 86400).description(""));
+  app.set_version_flag("--version", std::string("mdomain ") + MDOMAIN_VERSION, help(5));
+}
+
+}  // namespace
+
+std::vector<Argument> GlobalArguments() {
+  return {Option("--root", "DIR",
+                 "Work below DIR instead of /: its databases, settings and, if it has an "
+                 "etc/passwd, its accounts"),
+          Flag("--json", "Print one JSON array or object and nothing else on standard output"),
+          Flag("-v, --verbose", "Show every log line on standard error, notices too"),
+          Flag("-y, --yes", "Do not ask before something is removed"),
+          Option("--lock-timeout", "SECONDS",
+                 "How long to wait for another changing run of mdomain (default 60)"),
+          Flag("--version", "Print the version")};
+}
+
+Parsed Parse(int argc, const char* const* argv) {
+  Parsed parsed;
+  CLI::App app("Manages mail domains: their names, users, groups and addresses.", "mdomain");
+  app.require_subcommand(1, 1);
+  app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+    return std::string("mdomain: ") + error.what() + "\nmdomain [COMMAND] --help says more.\n";
+  });
+  AddGlobals(app, parsed.options);
+  std::list<Leaf> leaves;
+  for (const auto& [name, noun] : Nouns()) {
+    CLI::App* noun_app = SubApp(&app, name, noun.help);
+    if (noun.help.empty()) {
+      noun_app->group("");  // hidden
+    }
+    for (const Command& command : noun.commands) {
+      AddCommand(noun_app, command, leaves);
+    }
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    parsed.status = app.exit(error) == 0 ? kDone : kUsage;
+    return parsed;
+  }
+  for (const Leaf& leaf : leaves) {
+    if (leaf.app->parsed()) {
+      parsed.command = leaf.command;
+      parsed.values = Given(leaf);
+    }
+  }
+  return parsed;
+}
+
+}  // namespace mdomain

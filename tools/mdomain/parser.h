@@ -1,0 +1,29 @@
+// From the command line to a command of the table and its arguments.
+#ifndef TOOLS_MDOMAIN_PARSER_H
+#define TOOLS_MDOMAIN_PARSER_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/mdomain/command.h"
+
+namespace mdomain {
+
+struct Parsed {
+  GlobalOptions options;
+  const Command* command = nullptr;  // null: nothing to run, end with `status`
+  std::map<std::string, std::vector<std::string>> values;
+  int status = kDone;
+};
+
+// Help and version go to standard output and end with 0; a wrong line is told on standard error and
+// ends with kUsage.
+Parsed Parse(int argc, const char* const* argv);
+
+// The options that every command has, for the manual.
+std::vector<Argument> GlobalArguments();
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_PARSER_H

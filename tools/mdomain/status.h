@@ -1,0 +1,32 @@
+// How a command ends: the exit statuses, and the exception that carries one with its message.
+#ifndef TOOLS_MDOMAIN_STATUS_H
+#define TOOLS_MDOMAIN_STATUS_H
+
+#include <stdexcept>
+#include <string>
+
+namespace mdomain {
+
+enum Status : int {
+  kDone = 0,
+  kFailed = 1,    // the operation could not be carried out; the log lines say why
+  kUsage = 2,     // wrong arguments, host settings, or a confirmation that nobody can give
+  kRefused = 3,   // duplicate, invalid, the primary domain: nothing was changed
+  kNotFound = 4,  // no such domain, user, group or key: nothing was changed
+};
+
+// Ends a command. The message names what was wrong and is printed after "mdomain: ".
+class Failure : public std::runtime_error {
+ public:
+  Failure(Status exit_status, const std::string& message)
+      : std::runtime_error(message), status(exit_status) {}
+
+  const Status status;
+};
+
+// The failure behind an API error number (GetErrorCode): refused for a taken or invalid name.
+Failure ApiFailure(unsigned int error_code, const std::string& action);
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_STATUS_H

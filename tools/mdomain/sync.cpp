@@ -1,0 +1,131 @@
+// mdomain init, refresh, publish: keeping database, account system and published keys in step.
+#include "lib-domain/api/domain.h"
+#include "lib-domain/api/updater.h"
+#include "lib-domain/utils/refresh_preview.h"
+#include "platform/include/key_store.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/domain_output.h"
+#include "tools/mdomain/log_view.h"
+#include "tools/mdomain/lookup.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::UTILS::RefreshSummary;
+
+template <typename Id>
+Json::Value Numbers(const std::vector<Id>& ids) {
+  Json::Value array(Json::arrayValue);
+  for (const Id id : ids) {
+    array.append(id);
+  }
+  return array;
+}
+
+Json::Value SummaryJson(const RefreshSummary& summary, bool dry_run) {
+  Json::Value json;
+  json["complete"] = summary.users_complete && summary.groups_complete;
+  json["dry_run"] = dry_run;
+  json["users"] = Json::UInt64(summary.users);
+  json["groups"] = Json::UInt64(summary.groups);
+  json["new_users"] = JsonTexts(summary.new_users);
+  json["new_groups"] = JsonTexts(summary.new_groups);
+  json["deleted_users"] = Numbers(summary.deleted_uids);
+  json["deleted_groups"] = Numbers(summary.deleted_gids);
+  return json;
+}
+
+void Refresh(Call& call) {
+  const bool dry_run = call.Has("--dry-run");
+  RefreshSummary summary;
+  bool done = false;
+  {
+    const Progress progress;
+    MDOMAIN::API::Updater updater;
+    done = dry_run ? MDOMAIN::UTILS::PreviewRefresh(summary) : updater.Refresh();
+    if (!dry_run) {
+      summary = updater.GetSummary();
+    }
+    if (!done && updater.GetErrorCode() != 0) {
+      throw ApiFailure(updater.GetErrorCode(), "the refresh");
+    }
+  }
+  if (!done) {
+    throw Failure(kFailed, "the refresh failed");
+  }
+  call.out().Record(SummaryJson(summary, dry_run),
+                    {{"complete", "complete"},
+                     {"users", "users"},
+                     {"groups", "groups"},
+                     {"new_users", dry_run ? "users that would be created" : "new users"},
+                     {"new_groups", dry_run ? "groups that would be created" : "new groups"},
+                     {"deleted_users", dry_run ? "uids that would be deleted" : "deleted uids"},
+                     {"deleted_groups", dry_run ? "gids that would be deleted" : "deleted gids"}});
+}
+
+void Publish(Call& call) {
+  // Publishing to a store that is not healthy is no failure of the change that asked for it; for
+  // somebody who asks for nothing else it is.
+  if (!KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {
+    throw Failure(kFailed, "the key store is not healthy, nothing was published");
+  }
+  if (!MDOMAIN::API::Updater().Trigger()) {
+    throw Failure(kFailed, "publishing failed");
+  }
+  Json::Value done;
+  done["published"] = true;
+  call.out().Done(done, "published");
+}
+
+void Init(Call& call) {
+  const size_t before = Domains().all().size();
+  MDOMAIN::API::Updater updater;
+  if (!updater.InitDBIfNotExists()) {
+    throw ApiFailure(updater.GetErrorCode(), "creating the first domain");
+  }
+  const Domains domains;
+  const bool created = domains.all().size() > before;
+  Json::Value done;
+  done["created"] = created;
+  done["domain"] = domains.all().empty() ? Json::Value() : DomainJson(domains.all().front());
+  std::string sentence = "nothing to do: smtp_main_domain names no domain";
+  if (!domains.all().empty()) {
+    sentence = (created ? "created domain " : "nothing to do, the primary domain is ") +
+               domains.all().front().Title();
+  }
+  call.out().Done(done, sentence);
+}
+
+const Register kInit({
+    "init",
+    "Create the first domain from the older single-domain settings",
+    {{"",
+      "Create the first domain from the older single-domain settings",
+      "Takes smtp_main_domain and the further names of the older settings; every group of the "
+      "account system becomes a group of the domain. With a domain present it does nothing.",
+      Effect::kChanges,
+      {},
+      Init}},
+});
+
+const Register kRefresh({
+    "refresh",
+    "Bring the mirror of the accounts up to date",
+    {{"",
+      "Bring the mirror of the accounts up to date",
+      "New accounts are added to the domains that ask for it, accounts that are gone are deleted "
+      "with their addresses, and everything is published. When the account system answered only "
+      "in part nobody is deleted.",
+      Effect::kChanges,
+      {Flag("--dry-run", "Show what would be created and deleted, and change nothing")},
+      Refresh}},
+});
+
+const Register kPublish({
+    "publish",
+    "Publish all domain data to the key store",
+    {{"", "Publish all domain data to the key store", "", Effect::kChanges, {}, Publish}},
+});
+
+}  // namespace
+}  // namespace mdomain

@@ -1,0 +1,80 @@
+#include "tools/mdomain/text.h"
+
+#include <unictype.h>
+#include <unistr.h>
+#include <uniwidth.h>
+
+#include <cstdint>
+
+#include "tools/mdomain/status.h"
+
+namespace mdomain {
+namespace {
+
+const uint8_t* Bytes(const std::string& text) {
+  return reinterpret_cast<const uint8_t*>(text.data());
+}
+
+bool IsControl(ucs4_t character) {
+  return uc_is_general_category_withtable(
+      character, UC_CATEGORY_MASK_Cc | UC_CATEGORY_MASK_Zl | UC_CATEGORY_MASK_Zp);
+}
+
+// Calls `use(character, start, length)` for each character; bytes that are no UTF-8 one by one, as
+// character 0xFFFD.
+template <typename Use>
+void ForEachCharacter(const std::string& text, Use use) {
+  for (size_t at = 0; at < text.size();) {
+    ucs4_t character = 0xFFFD;
+    int length = u8_mbtoucr(&character, Bytes(text) + at, text.size() - at);
+    if (length <= 0) {
+      character = 0xFFFD;
+      length = 1;
+    }
+    use(character, at, static_cast<size_t>(length));
+    at += static_cast<size_t>(length);
+  }
+}
+
+}  // namespace
+
+bool IsUtf8(const std::string& text) {
+  return u8_check(Bytes(text), text.size()) == nullptr;
+}
+
+void RequirePlainText(const std::string& what, const std::string& value) {
+  if (!IsUtf8(value)) {
+    throw Failure(kRefused, what + " \"" + Printable(value) + "\" is not valid UTF-8");
+  }
+  if (Printable(value) != value) {
+    throw Failure(kRefused, what + " \"" + Printable(value) + "\" holds control characters");
+  }
+}
+
+std::string Printable(const std::string& text) {
+  std::string result;
+  ForEachCharacter(text, [&](ucs4_t character, size_t at, size_t length) {
+    const bool broken = length == 1 && character == 0xFFFD;
+    result += broken || IsControl(character) ? "?" : text.substr(at, length);
+  });
+  return result;
+}
+
+std::string ValidUtf8(const std::string& text) {
+  std::string result;
+  ForEachCharacter(text, [&](ucs4_t character, size_t at, size_t length) {
+    const bool broken = length == 1 && character == 0xFFFD;
+    result += broken ? "\xEF\xBF\xBD" : text.substr(at, length);
+  });
+  return result;
+}
+
+int Width(const std::string& text) {
+  return u8_width(Bytes(text), text.size(), "UTF-8");
+}
+
+std::string Counted(size_t count, const std::string& noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+}  // namespace mdomain

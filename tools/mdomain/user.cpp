@@ -1,0 +1,128 @@
+// mdomain user: looking at the users of domains and their addresses. Changes are in
+// user_change.cpp.
+#include "lib-domain/api/domain_user.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/user_output.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::API::DomainUser;
+
+void List(Call& call) {
+  const int idx = Domains().Find(call.Text("DOMAIN")).idx();
+  Json::Value records(Json::arrayValue);
+  for (const auto& user : ListDomainUsers(idx, call.Text("--query"), call.Int("--offset", 0),
+                                          call.Int("--limit", -1))) {
+    records.append(UserJson(user));
+  }
+  call.out().List(records, UserColumns());
+}
+
+void Duplicates(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  std::vector<std::string> aliases;
+  if (!DomainUser().ListDuplicatedEmail(domain.idx(), aliases)) {
+    throw Failure(kFailed, "the colliding aliases could not be read");
+  }
+  call.out().Texts(aliases);
+}
+
+void Find(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  std::string name;
+  if (!DomainUser().GetAliasUser(domain.idx(), call.Text("ALIAS"), name)) {
+    throw Failure(kFailed, "the owner of the alias could not be read");
+  }
+  if (name.empty()) {
+    throw Failure(kNotFound, "nobody in domain " + domain.Title() + " has the alias \"" +
+                                 call.Text("ALIAS") + "\"");
+  }
+  Json::Value record;
+  record["alias"] = call.Text("ALIAS");
+  record["name"] = name;
+  call.out().Done(record, name);
+}
+
+void AllAddresses(Call& call) {
+  std::map<std::string, std::vector<std::string>> emails;
+  if (!DomainUser().GetAllUser2EmailsMap(call.Has("--additional"), emails)) {
+    throw Failure(kFailed, "the addresses could not be read");
+  }
+  Json::Value by_user(Json::objectValue);
+  Json::Value rows(Json::arrayValue);
+  for (const auto& [name, addresses] : emails) {
+    by_user[name] = JsonTexts(addresses);
+    Json::Value row;
+    row["name"] = name;
+    row["addresses"] = by_user[name];
+    rows.append(row);
+  }
+  if (call.out().json()) {
+    call.out().Record(by_user, {});
+  } else {
+    call.out().List(rows, {{"name", "NAME"}, {"addresses", "ADDRESSES"}});
+  }
+}
+
+void Addresses(Call& call) {
+  if (call.Has("--all") == call.Has("USER")) {
+    throw Failure(kUsage, "give either a user or --all");
+  }
+  if (call.Has("--all")) {
+    AllAddresses(call);
+    return;
+  }
+  const MDOMAIN::RECORD::User user = FindUser(call.Text("USER"));
+  std::vector<std::string> addresses;
+  DomainUser api;
+  const bool read = call.Has("--additional")
+                        ? api.GetMailAddrIncludingAdditionalDomain(user.GetUserName(), addresses)
+                        : api.GetMailAddresses(user.GetUID(), addresses);
+  if (!read) {
+    throw Failure(kFailed, "the addresses of \"" + user.GetUserName() + "\" could not be read");
+  }
+  call.out().Texts(addresses);
+}
+
+const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
+
+const Register kUser({
+    "user",
+    "Users of domains and their addresses",
+    {
+        {"list",
+         "List a domain's users with role and aliases",
+         "",
+         Effect::kReads,
+         {kDomainArgument,
+          Option("--query", "TEXT", "Only users whose name or an alias contains TEXT"),
+          Number("--limit", "At most N users"), Number("--offset", "Skip the first N users")},
+         List},
+        {"duplicates",
+         "List the aliases of a domain that several users want",
+         "Each stays with everybody who has it; it is flagged for all but one.",
+         Effect::kReads,
+         {kDomainArgument},
+         Duplicates},
+        {"find",
+         "Show whose alias this is in a domain",
+         "",
+         Effect::kReads,
+         {kDomainArgument, One("ALIAS", "What stands before the @")},
+         Find},
+        {"addresses",
+         "List a user's mail addresses in all domains",
+         "Addresses of the primary domain come first. With --all and --json the answer is an "
+         "object of user name and addresses.",
+         Effect::kReads,
+         {Optional("USER", "Name or uid of the user"),
+          Flag("--additional", "Addresses at additional domain names too"),
+          Flag("--all", "Of every user")},
+         Addresses},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain

@@ -1,0 +1,222 @@
+// mdomain user preview, add, set, remove: who is in a domain, under which aliases, in which role.
+#include <algorithm>
+#include <unordered_set>
+
+#include "lib-domain/api/domain_user.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "platform/include/account.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/members.h"
+#include "tools/mdomain/text.h"
+#include "tools/mdomain/user_output.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::API::DomainUser;
+using AliasPairs = std::vector<std::pair<std::string, bool>>;
+
+void RequireAliases(const std::vector<std::string>& aliases) {
+  for (const std::string& alias : aliases) {
+    if (!MDOMAIN::UTILS::IsAccountAliasValid(alias)) {
+      throw Failure(kRefused, "\"" + alias +
+                                  "\" cannot be an alias: it is no local part of a mail "
+                                  "address");
+    }
+  }
+}
+
+Members TypedMembers(const Call& call) {
+  Members members{FindUsers(call.List("USER")), FindGroups(call.List("--group"))};
+  if (members.users.empty() && members.groups.empty()) {
+    throw Failure(kUsage, "name a user or a --group");
+  }
+  for (const auto& user : members.users) {
+    if (KORVUserIsInternal(user.GetUserName().c_str())) {
+      throw Failure(kRefused, "\"" + user.GetUserName() +
+                                  "\" is an internal account and cannot be in a domain");
+    }
+  }
+  return members;
+}
+
+void Preview(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  Json::Value records(Json::arrayValue);
+  for (const auto& user : PreviewMembers(domain, TypedMembers(call))) {
+    Json::Value record = CandidateJson(user.GetUID(), user.GetUserName());
+    for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
+      record["aliases"].append(AliasJson(alias, duplicated));
+    }
+    records.append(record);
+  }
+  call.out().List(records, CandidateColumns());
+}
+
+void Add(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const Members members = TypedMembers(call);
+  const std::vector<std::string> aliases = call.List("--alias");
+  if (!aliases.empty() && (members.users.size() != 1 || !members.groups.empty())) {
+    throw Failure(kUsage, "--alias needs exactly one user and no group");
+  }
+  RequireAliases(aliases);
+  AddMembers(call, domain, members, aliases);
+}
+
+// The user as the domain has him; kNotFound when he is none of its users.
+MDOMAIN::RECORD::DomainUser DomainUserOf(const KnownDomain& domain,
+                                         const MDOMAIN::RECORD::User& user) {
+  for (const auto& found : ListDomainUsers(domain.idx(), user.GetUserName(), 0, -1)) {
+    if (found.GetUID() == user.GetUID()) {
+      return found;
+    }
+  }
+  throw Failure(kNotFound, "\"" + user.GetUserName() + "\" is no user of domain " + domain.Title());
+}
+
+auto SameAlias(const std::string& alias) {
+  return [alias](const std::pair<std::string, bool>& pair) {
+    return MDOMAIN::BASE::EqualsIgnoreCase(pair.first, alias);
+  };
+}
+
+AliasPairs ChangedAliases(const Call& call, AliasPairs pairs) {
+  if (call.Has("--alias")) {
+    pairs.clear();
+  }
+  std::vector<std::string> added = call.List("--alias");
+  const std::vector<std::string> more = call.List("--add-alias");
+  added.insert(added.end(), more.begin(), more.end());
+  RequireAliases(added);
+  for (const std::string& alias : added) {
+    if (std::none_of(pairs.begin(), pairs.end(), SameAlias(alias))) {
+      pairs.emplace_back(alias, false);
+    }
+  }
+  for (const std::string& alias : call.List("--remove-alias")) {
+    const auto gone = std::remove_if(pairs.begin(), pairs.end(), SameAlias(alias));
+    if (gone == pairs.end()) {
+      throw Failure(kNotFound, "the user has no alias \"" + alias + "\" in this domain");
+    }
+    pairs.erase(gone, pairs.end());
+  }
+  if (pairs.empty()) {
+    throw Failure(kRefused,
+                  "a user of a domain keeps at least one alias; to take the user out of "
+                  "the domain, use mdomain user remove");
+  }
+  return pairs;
+}
+
+// The role to write. One that a group gives is written as "group": writing its text instead would
+// give the user a role of his own, which then no longer follows the group.
+std::string ChangedRole(const Call& call, const MDOMAIN::RECORD::DomainUser& user) {
+  if (!call.Has("--role")) {
+    return user.IsUnderGroupControl() ? "group" : user.GetRole();
+  }
+  const std::string role = call.Text("--role");
+  if (role != "group") {
+    RequireRole(role);
+  } else if (!user.IsBelongingGroupsInDomain()) {
+    throw Failure(kRefused, "\"" + user.GetUserName() +
+                                "\" is in no group of this domain that could give a role");
+  }
+  return role;
+}
+
+void Set(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const MDOMAIN::RECORD::User account = FindUser(call.Text("USER"));
+  if (!call.Has("--role") && !call.Has("--alias") && !call.Has("--add-alias") &&
+      !call.Has("--remove-alias")) {
+    throw Failure(kUsage, "nothing to set: give --role, --alias, --add-alias or --remove-alias");
+  }
+  std::vector<MDOMAIN::RECORD::DomainUser> users = {DomainUserOf(domain, account)};
+  users[0].SetRole(ChangedRole(call, users[0]));
+  users[0].SetAliasDuplicatedPairs(ChangedAliases(call, users[0].GetAliasDuplicatedPairs()));
+  std::vector<MDOMAIN::RECORD::DomainUser> conflicts;
+  if (!DomainUser().Set(users, conflicts)) {
+    throw Failure(kFailed, "changing \"" + account.GetUserName() + "\" failed");
+  }
+  Json::Value record = UserJson(DomainUserOf(domain, account));
+  record["conflicting_accounts"] = Json::Value(Json::arrayValue);
+  for (const auto& conflict : conflicts) {
+    record["conflicting_accounts"] = JsonTexts(conflict.GetConflictingAccountNames());
+  }
+  std::vector<Column> columns = UserColumns();
+  columns.push_back({"conflicting_accounts", "SAME AS ACCOUNT"});
+  call.out().Record(record, columns);
+}
+
+void Remove(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const std::vector<MDOMAIN::RECORD::User> users = FindUsers(call.List("USER"));
+  std::vector<unsigned int> members;
+  if (!DomainUser().List(domain.idx(), members)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+  const std::unordered_set<unsigned int> known(members.begin(), members.end());
+  for (const auto& user : users) {
+    if (known.count(user.GetUID()) == 0) {
+      throw Failure(kNotFound,
+                    "\"" + user.GetUserName() + "\" is no user of domain " + domain.Title());
+    }
+  }
+  call.Confirm("Take " + Counted(users.size(), "user") + " out of domain " + domain.Title() +
+               " with their addresses there?");
+  if (!DomainUser().Delete(domain.idx(), Ids(users))) {
+    throw Failure(kFailed, "removing the users failed");
+  }
+  Json::Value record;
+  record["removed"] = NamedUsers(Ids(users));
+  call.out().Done(record, Counted(users.size(), "user") + " taken out of domain " + domain.Title());
+}
+
+const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
+const Argument kUsers = Any("USER", "Name or uid of a user");
+const Argument kGroups = Repeated("--group", "GROUP", "Name or gid of a group, for its members");
+
+const Register kUserChanges({
+    "user",
+    "",
+    {
+        {"preview",
+         "Show which aliases users would get",
+         "Nothing is changed.",
+         Effect::kReads,
+         {kDomainArgument, kUsers, kGroups},
+         Preview},
+        {"add",
+         "Add users, and groups with their members, to a domain",
+         "Everybody gets the alias that preview shows, besides those that he has. An alias that "
+         "another user has is stored and flagged as a collision. Adding a user who was removed "
+         "from the domain takes him in again.",
+         Effect::kChanges,
+         {kDomainArgument, kUsers, kGroups,
+          Repeated("--alias", "ALIAS", "Give the one named user this alias, not the pattern's")},
+         Add},
+        {"set",
+         "Change a user's role or aliases in a domain",
+         "",
+         Effect::kChanges,
+         {kDomainArgument, One("USER", "Name or uid of the user"),
+          Option("--role", "ROLE", "normal, domain_admin, or group: what the user's groups give"),
+          Repeated("--alias", "ALIAS", "Replace all aliases by these"),
+          Repeated("--add-alias", "ALIAS", "Add an alias"),
+          Repeated("--remove-alias", "ALIAS", "Remove an alias")},
+         Set},
+        {"remove",
+         "Take users out of a domain",
+         "A member of a group of the domain stays out, also when the group is in, until he is "
+         "added or restored. With the user go his aliases, rules and disclaimers there.",
+         Effect::kDestroys,
+         {kDomainArgument, Many("USER", "Name or uid of a user")},
+         Remove},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain

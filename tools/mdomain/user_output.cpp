@@ -1,0 +1,72 @@
+#include "tools/mdomain/user_output.h"
+
+#include "lib-domain/api/domain_user.h"
+#include "tools/mdomain/status.h"
+
+namespace mdomain {
+namespace {
+
+// "a.smith, asmith (collides)"
+std::string WriteAliases(const Json::Value& aliases) {
+  std::string text;
+  for (const Json::Value& alias : aliases) {
+    text += (text.empty() ? "" : ", ") + alias["alias"].asString();
+    text += alias["duplicated"].asBool() ? " (collides)" : "";
+  }
+  return text;
+}
+
+}  // namespace
+
+Json::Value AliasJson(const std::string& alias, bool duplicated) {
+  Json::Value json;
+  json["alias"] = alias;
+  json["duplicated"] = duplicated;
+  return json;
+}
+
+Json::Value CandidateJson(unsigned int uid, const std::string& name) {
+  Json::Value json;
+  json["uid"] = uid;
+  json["name"] = name;
+  json["aliases"] = Json::Value(Json::arrayValue);
+  return json;
+}
+
+Json::Value UserJson(const MDOMAIN::RECORD::DomainUser& user) {
+  Json::Value json = CandidateJson(user.GetUID(), user.GetUserName());
+  json["role"] = user.GetRole();
+  json["group_controlled"] = user.IsUnderGroupControl();
+  for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
+    json["aliases"].append(AliasJson(alias, duplicated));
+  }
+  return json;
+}
+
+std::vector<Column> CandidateColumns() {
+  return {{"uid", "UID"}, {"name", "NAME"}, {"aliases", "ALIASES", WriteAliases}};
+}
+
+std::vector<Column> UserColumns() {
+  return {{"uid", "UID"},
+          {"name", "NAME"},
+          {"role", "ROLE"},
+          {"group_controlled", "BY GROUP"},
+          {"aliases", "ALIASES", WriteAliases}};
+}
+
+std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx, const std::string& query,
+                                                         int offset, int limit) {
+  MDOMAIN::DB::DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs({domain_idx});
+  filter.SetQuery(query);
+  filter.SetOffset(offset);
+  filter.SetLimit(limit);
+  std::vector<MDOMAIN::RECORD::DomainUser> users;
+  if (!MDOMAIN::API::DomainUser().ListWithExtraInfo(filter, users)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+  return users;
+}
+
+}  // namespace mdomain

@@ -1,0 +1,32 @@
+// How a user of a domain is shown.
+#ifndef TOOLS_MDOMAIN_USER_OUTPUT_H
+#define TOOLS_MDOMAIN_USER_OUTPUT_H
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+#include "lib-domain/record/domain_user.h"
+#include "lib-domain/record/domain_user_alias.h"
+#include "tools/mdomain/output.h"
+
+namespace mdomain {
+
+// "uid", "name", "role", "group_controlled", "aliases".
+Json::Value UserJson(const MDOMAIN::RECORD::DomainUser& user);
+// "uid", "name", "aliases": a user who has no role yet.
+Json::Value CandidateJson(unsigned int uid, const std::string& name);
+Json::Value AliasJson(const std::string& alias, bool duplicated);
+
+std::vector<Column> UserColumns();
+std::vector<Column> CandidateColumns();
+
+// Users of one domain, paged, whose name or an alias contains `query`. Throws when they cannot be
+// read.
+std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx, const std::string& query,
+                                                         int offset, int limit);
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_USER_OUTPUT_H
