@@ -6,21 +6,29 @@
 #include <string>
 #include <vector>
 
-// Starts `path` with `argv` (argv[0] first, null at its end) and gives its standard output to read
-// (mode "r" only). Effective ids are handed on to the program. Its error output is kept for
-// KLIBCPclose's log line. Null with errno set when it cannot be started.
+// Programs read nothing (/dev/null), get the caller's environment, run with its effective ids as
+// their real and effective ones, and are a process group of their own. Not thread-safe.
+
+// Starts the file `path` (no search) with `argv` (argv[0] first, null at its end) and gives its
+// standard output to read (mode "r" only). The stream has no file descriptor of its own and ends
+// with KLIBCPclose only. Null with errno set when the program cannot be started. A read that meets
+// the deadline kills the program and fails: the stream is in error (ferror), not at its end.
 FILE* KLIBCPopenv(const char* path, const char* mode, const char* const argv[]);
-// Waits for the program's end. Its exit status 0 to 255, 128 + signal, or -1. A program still
-// running at its deadline (KLIBCPopenSetDeadline) is killed.
+// Closes the stream and waits for the program's end. Its exit status 0 to 255, 128 + signal, or -1
+// with errno set (not a stream of KLIBCPopenv). A program still running at its deadline is killed
+// with all that it started: 137. A status other than 0 is one log line of level 1 with the
+// program's error output, unless the program was ended by nobody reading on (141).
 int KLIBCPclose(FILE* stream);
-// Seconds that programs started by KLIBCPopenv and KLIBCExec may take in all, reading included;
-// 0 (the default) is no limit. Returns the previous value.
+// Seconds that each program started from now on by KLIBCPopenv and KLIBCExec may take in all,
+// reading included; 0 (the default) is no limit. Returns the previous value.
 int KLIBCPopenSetDeadline(int seconds);
-// What the program of the last KLIBCPclose wrote to its error output, at most 4096 bytes.
+// The beginning of what the program of the last KLIBCPclose or KLIBCExec wrote to its error output,
+// at most 4096 bytes.
 std::string KLIBCPopenErrorText();
 
-// Runs a program to its end with the arguments; its exit status, 128 + signal, or -1 when it cannot
-// be started.
+// Runs the file `path` to its end with the arguments (without argv[0], which is the path); its
+// output is discarded. Its exit status as KLIBCPclose, with its log line; -1 with errno set and no
+// line when it cannot be started.
 int KLIBCExec(const std::string& path, const std::vector<std::string>& arguments);
 
 #endif  // PLATFORM_PROCESS_H

@@ -1,0 +1,110 @@
+// Programs as streams to read, and programs run to their end.
+#include "platform/include/process.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "platform/include/maillog.h"
+#include "platform/system/child_process.h"
+
+namespace {
+
+using korvmailserver::ChildProcess;
+
+constexpr int kLogWarning = 1;
+
+struct Program {
+  std::string path;
+  std::unique_ptr<ChildProcess> child;
+};
+
+struct State {
+  int deadline_seconds = 0;
+  std::string error_text;
+  std::map<FILE*, Program> running;
+};
+
+// Never destroyed, since destructors of static objects may still run programs.
+State& TheState() {
+  static auto* state = new State();
+  return *state;
+}
+
+ssize_t ReadCookie(void* cookie, char* buffer, size_t size) {
+  return static_cast<ChildProcess*>(cookie)->Read(buffer, size);
+}
+
+// Waits for the end and tells a failure. A program that ended because nobody wanted the rest of its
+// output has not failed.
+int Finish(const Program& program) {
+  const int status = program.child->Finish();
+  const int error = errno;
+  const std::string& text = TheState().error_text = program.child->error_text();
+  if (program.child->timed_out()) {
+    maillog(kLogWarning, "Program [%s] did not end in time and was killed: %s",
+            program.path.c_str(), text.c_str());
+  } else if (status != 0 && status != 128 + SIGPIPE) {
+    maillog(kLogWarning, "Program [%s] ended with status %d: %s", program.path.c_str(), status,
+            text.c_str());
+  }
+  errno = error;
+  return status;
+}
+
+}  // namespace
+
+FILE* KLIBCPopenv(const char* path, const char* mode, const char* const argv[]) {
+  if (path == nullptr || argv == nullptr || mode == nullptr || std::strcmp(mode, "r") != 0) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  Program program{path, ChildProcess::Start(path, argv, ChildProcess::Output::kRead,
+                                            TheState().deadline_seconds)};
+  if (program.child == nullptr) {
+    return nullptr;
+  }
+  cookie_io_functions_t functions{};
+  functions.read = ReadCookie;
+  FILE* stream = fopencookie(program.child.get(), "r", functions);
+  if (stream != nullptr) {
+    TheState().running[stream] = std::move(program);
+  }
+  return stream;
+}
+
+int KLIBCPclose(FILE* stream) {
+  const auto found = TheState().running.find(stream);
+  if (found == TheState().running.end()) {
+    errno = EINVAL;
+    return -1;
+  }
+  const Program program = std::move(found->second);
+  TheState().running.erase(found);
+  fclose(stream);
+  return Finish(program);
+}
+
+int KLIBCPopenSetDeadline(int seconds) {
+  return std::exchange(TheState().deadline_seconds, std::max(seconds, 0));
+}
+
+std::string KLIBCPopenErrorText() {
+  return TheState().error_text;
+}
+
+int KLIBCExec(const std::string& path, const std::vector<std::string>& arguments) {
+  std::vector<const char*> argv = {path.c_str()};
+  for (const std::string& argument : arguments) {
+    argv.push_back(argument.c_str());
+  }
+  argv.push_back(nullptr);
+  const Program program{
+      path, ChildProcess::Start(path.c_str(), argv.data(), ChildProcess::Output::kDiscard,
+                                TheState().deadline_seconds)};
+  return program.child == nullptr ? -1 : Finish(program);
+}

@@ -1,0 +1,214 @@
+#include "platform/include/files.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/include/root_path.h"
+#include "platform/include/string_list.h"
+#include "tests/support/fixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using korvmailserver::ReadFile;
+using korvmailserver::ReplaceFile;
+
+constexpr const char* kAccount = "Postara-Server";
+
+class FilesTest : public test::RootTest {
+ protected:
+  std::string Path(const std::string& name) const { return root() + "/" + name; }
+  struct stat Info(const std::string& name) const {
+    struct stat info {};
+    EXPECT_EQ(lstat(Path(name).c_str(), &info), 0) << name;
+    return info;
+  }
+};
+
+TEST_F(FilesTest, ReplacingIsWholeAndLeavesNothingBeside) {
+  std::string bytes(100000, '\0');
+  bytes += "\xff end";
+  EXPECT_EQ(ReplaceFile(Path("a"), "old", 0600), 0);
+  const mode_t mask = umask(077);
+  EXPECT_EQ(ReplaceFile(Path("a"), bytes, 0644), 0);
+  umask(mask);
+  std::string read = "x";
+  EXPECT_EQ(ReadFile(Path("a"), read), 0);
+  EXPECT_TRUE(read == bytes);
+  EXPECT_EQ(Info("a").st_mode & 07777, 0644U);
+
+  fs::create_directory(Path("d"));
+  EXPECT_LT(ReplaceFile(Path("d"), "bytes", 0644), 0);
+  EXPECT_EQ(errno, EISDIR);
+  EXPECT_LT(ReplaceFile(Path("none/a"), "bytes", 0644), 0);
+  EXPECT_EQ(errno, ENOENT);
+  std::vector<std::string> names = {"forgotten"};
+  EXPECT_EQ(postara::sdk::EnumDirectory(root(), names), 0);
+  EXPECT_EQ(names, (std::vector<std::string>{"a", "d"}));
+}
+
+// On a full disk the old file must stay; a file size limit fails the same way.
+TEST_F(FilesTest, AFailedReplacementKeepsTheOldFile) {
+  Write("/a", "old");
+  const pid_t child = fork();
+  if (child == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {1000, 1000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const int result = ReplaceFile(Path("a"), std::string(5000, 'x'), 0644);
+    _exit(result < 0 && errno == EFBIG ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(Read("/a"), "old");
+  EXPECT_EQ(std::distance(fs::directory_iterator(root()), fs::directory_iterator()), 1);
+}
+
+TEST_F(FilesTest, FailuresLeaveTheResultUntouched) {
+  std::string bytes = "kept";
+  EXPECT_LT(ReadFile(Path("none"), bytes), 0);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_LT(ReadFile(root(), bytes), 0);
+  EXPECT_EQ(errno, EISDIR);
+  EXPECT_EQ(bytes, "kept");
+  std::vector<std::string> names = {"kept"};
+  EXPECT_LT(postara::sdk::EnumDirectory(Path("none"), names), 0);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(names.size(), 1U);
+  EXPECT_LT(postara::sdk::Unlink(Path("none")), 0);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(FilesTest, MakesFoldersWithTheirModeWhateverTheUmask) {
+  const mode_t mask = umask(077);
+  EXPECT_EQ(KORVFSMkdirP(Path("a//b/c/").c_str(), geteuid(), getegid(), 0755), 0);
+  umask(mask);
+  EXPECT_EQ(Info("a").st_mode & 07777, 0755U);
+  EXPECT_EQ(Info("a/b/c").st_mode & 07777, 0755U);
+  EXPECT_EQ(KORVFSMkdirP(Path("a/b").c_str(), geteuid(), getegid(), 0700), 0);
+  EXPECT_EQ(Info("a/b").st_mode & 07777, 0755U) << "an existing folder is left as it is";
+
+  Write("/file", "x");
+  for (const char* name : {"file", "file/below"}) {
+    EXPECT_LT(KORVFSMkdirP(Path(name).c_str(), geteuid(), getegid(), 0755), 0);
+    EXPECT_EQ(errno, ENOTDIR);
+  }
+  EXPECT_LT(KORVFSMkdirP("", 0, 0, 0755), 0);
+}
+
+TEST_F(FilesTest, TouchingCreatesOrRefreshesButFollowsNoLink) {
+  EXPECT_EQ(KLIBCFileTouch(Path("flag").c_str()), 0);
+  const timespec old[2] = {{1000, 0}, {1000, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, Path("flag").c_str(), old, 0), 0);
+  EXPECT_EQ(KLIBCFileTouch(Path("flag").c_str()), 0);
+  EXPECT_GT(Info("flag").st_mtime, 1000);
+  fs::create_symlink(Path("elsewhere"), Path("link"));
+  EXPECT_LT(KLIBCFileTouch(Path("link").c_str()), 0);
+  EXPECT_FALSE(KLIBCFileExist(Path("elsewhere").c_str()));
+  EXPECT_FALSE(KLIBCFileExist(Path("link").c_str())) << "it leads nowhere";
+  EXPECT_TRUE(KLIBCFileExist(root().c_str()));
+  EXPECT_LT(KLIBCFileTouch(Path("none/flag").c_str()), 0);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(FilesTest, TheRootsServiceAccountOwnsTheFile) {
+  Write("/db", "x");
+  uid_t uid = 1;
+  gid_t gid = 1;
+  EXPECT_EQ(mailUGidGet(kAccount, &uid, &gid), 0) << "without one below a root: the caller";
+  EXPECT_EQ(uid, geteuid());
+  EXPECT_EQ(gid, getegid());
+  WriteAccounts("damaged line\nother:x:70:71::/:\nPostara-Server:x:80:81::/:\n", "");
+  EXPECT_EQ(mailFileOwnerModeSet(Path("db").c_str(), kAccount, 0640), 0);
+  const struct stat info = Info("db");
+  EXPECT_EQ(info.st_mode & 07777, 0640U);
+  EXPECT_EQ(info.st_uid, geteuid() == 0 ? 80U : geteuid());
+  EXPECT_EQ(info.st_gid, geteuid() == 0 ? 81U : getegid());
+}
+
+TEST_F(FilesTest, WithoutARootAMissingAccountIsAnError) {
+  Write("/db", "x");
+  const std::string path = Path("db");
+  unsetenv("MDOMAIN_ROOT");
+  uid_t uid = 1;
+  gid_t gid = 2;
+  EXPECT_LT(mailUGidGet("no-such-account", &uid, &gid), 0);
+  EXPECT_EQ(uid + gid, 3U);
+  EXPECT_LT(mailFileOwnerModeSet(path.c_str(), "no-such-account", 0600), 0);
+  EXPECT_TRUE(Logged("[" + path + "]: there is no account [no-such-account]"));
+  EXPECT_EQ(mailUGidGet("root", &uid, &gid), 0);
+  EXPECT_EQ(uid, 0U);
+}
+
+TEST_F(FilesTest, SettingAnOwnerRefusesLinksAndMissingFiles) {
+  Write("/target", "x");
+  chmod(Path("target").c_str(), 0600);
+  fs::create_symlink(Path("target"), Path("link"));
+  EXPECT_LT(mailFileOwnerModeSet(Path("link").c_str(), kAccount, 0666), 0);
+  EXPECT_TRUE(Logged("Too many levels of symbolic links"));
+  EXPECT_EQ(Info("target").st_mode & 07777, 0600U);
+  EXPECT_LT(mailFileOwnerModeSet(Path("none").c_str(), kAccount, 0666), 0);
+  EXPECT_TRUE(Logged("No such file or directory"));
+}
+
+// Closing any ordinary descriptor of a file drops the process's locks on it, and SQLite's with
+// them.
+TEST_F(FilesTest, SettingAnOwnerKeepsTheLocksOfThisProcess) {
+  const std::string path = Path("db");
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  ASSERT_EQ(fcntl(fd, F_SETLK, &lock), 0);
+  EXPECT_EQ(mailFileOwnerModeSet(path.c_str(), kAccount, 0644), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(fcntl(fd, F_SETLK, &lock) == 0 ? 1 : 0);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0) << "another process got the lock";
+  close(fd);
+}
+
+TEST_F(FilesTest, TheRootPrefixHasNoTrailingSlash) {
+  struct {
+    const char *root, *path;
+  } cases[] = {{"/srv/trial", "/srv/trial/etc"},
+               {"/srv/trial//", "/srv/trial/etc"},
+               {"/", "/etc"},
+               {"///", "/etc"},
+               {"", "/etc"}};
+  for (const auto& c : cases) {
+    setenv("MDOMAIN_ROOT", c.root, 1);
+    EXPECT_EQ(korvmailserver::UnderRoot("/etc"), c.path) << c.root;
+  }
+}
+
+TEST(StringList, TakesAnyCapacityAndRefusesNothingToPush) {
+  for (const int capacity : {-1, 0, 1024, 2147483647}) {
+    PKLIBCSzList list = KLIBCSzListAlloc(capacity);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(KLIBCSzListPush(&list, "ü"), 1);
+    EXPECT_EQ(KLIBCSzListPush(&list, ""), 2);
+    EXPECT_LT(KLIBCSzListPush(&list, nullptr), 0);
+    EXPECT_STREQ(KLIBCSzListGet(list, 0), "ü");
+    EXPECT_EQ(KLIBCSzListGet(list, 2), nullptr);
+    EXPECT_EQ(KLIBCSzListGet(list, -1), nullptr);
+    KLIBCSzListFree(list);
+  }
+  PKLIBCSzList none = nullptr;
+  EXPECT_LT(KLIBCSzListPush(&none, "a"), 0);
+  EXPECT_EQ(KLIBCSzListCount(none), 0);
+  KLIBCSzListFree(none);
+}
+
+}  // namespace
