@@ -2,7 +2,13 @@
 //
 // Three sources answer behind these calls: the local files, an LDAP directory, a Windows domain.
 // The ones that take no AUTH_TYPE use the source that "account_type" of the mail configuration
-// names. Not thread-safe.
+// names. Names are full names: as they stand in the local files, `name@domain` in a directory whose
+// account domain is configured, `DOM\name` in a Windows domain. Not thread-safe.
+//
+// An answer is never a part that looks like the whole. An enumeration that misses an entry says so
+// by its count; a group whose members cannot all be told is a failure, so that the caller keeps
+// what it knew; absent and failed have different error numbers. Every failure writes one log line
+// at level 3, every gap one at level 1 for each time the source is read.
 #ifndef PLATFORM_ACCOUNT_H
 #define PLATFORM_ACCOUNT_H
 
@@ -29,8 +35,11 @@ struct KORVUser {
   std::string name;
   unsigned int uid = KORV_UNKNOWN_ID;
   unsigned int gid = KORV_UNKNOWN_ID;
-  std::string mail;       // the account's mail address, empty when it has none
-  std::string full_name;  // comment field, cn, display name
+  // The account's mail address, empty when it has none. A local account has one when the last
+  // comma-separated part of its comment field is an address, as in
+  // "Bob Smith,Room 1,,,bob@example.com": that part is the one that hosts are free to use.
+  std::string mail;
+  std::string full_name;  // the comment field up to its first comma, cn, display name
 };
 using PKORVUser = KORVUser*;
 
@@ -44,20 +53,24 @@ using PKORVGroup = KORVGroup*;
 // ends the enumeration.
 using KLIBUserInfoCallback = int (*)(const char* name, unsigned int uid, void* context);
 
-// Enumerates the users of a source from number `offset`, at most `limit`. `domain` is the Windows
-// domain's short name, else null. Returns the number of accounts that the source holds, which is
-// larger than the number handed out when the answer was cut short (then one log line says why);
-// negative when the source failed. A callback that ends the enumeration: the number held as known.
+// Enumerates the users of a source from number `offset`, at most `limit`, in the source's order.
+// `domain` is the Windows domain's short name, else null. Returns the number of accounts that the
+// source holds, which is larger than the number handed out when the answer was cut short or an
+// entry could not be read (then one log line says why); negative when the source failed. A callback
+// that ends the enumeration: the number held as known. Of accounts that share a uid the first is
+// handed out; of local ones, those whose uid lies within the ranges of login.defs.
 long KLIBUserInfoEnum(AUTH_TYPE type, const char* domain, unsigned int offset, unsigned int limit,
                       KLIBUserInfoCallback callback, void* context);
 
 // Appends the names of all groups of a source to `*list`. The number appended, negative on failure.
-// Names that were announced and could not be read stand in the list too, so that looking them up
-// fails and the caller sees an incomplete answer.
+// Names that were announced and could not be read stand in the list too, or where no name is known
+// a text in brackets that says what is missing, so that looking them up fails and the caller sees
+// an incomplete answer. Local groups are those within the ranges of login.defs, and "users".
 int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain);
 
-// The account of a full name, without regard to letter case where the source has none. 0 and a new
-// record, to be freed; negative on failure (KLIBCErrGet tells).
+// The account of a full name, without regard to letter case where the source has none (an exact
+// spelling wins), listed by enumerations or not. 0 and a new record, to be freed; negative on
+// failure (KLIBCErrGet tells), `*user` untouched.
 int KORVUserGet(const char* name, PKORVUser* user);
 int KORVUserGetByUID(unsigned int uid, PKORVUser* user);
 void KORVUserFree(PKORVUser user);
@@ -67,10 +80,13 @@ int KORVUserGetUGID(const char* name, uid_t* uid, gid_t* gid);
 int KORVGroupGet(const char* name, PKORVGroup* group);
 int KORVGroupGetByGID(unsigned int gid, PKORVGroup* group);
 void KORVGroupFree(PKORVGroup group);
-// The description of a group; a group without one gives the empty string. 0, or -1 on failure.
+// The description of a group; a group without one gives the empty string, and local groups have
+// none. 0, or -1 on failure, also when there is no such group.
 int KORVGroupDescGet(const char* name, std::string& description);
 // Appends the full names of a group's members, each once: listed ones, those whose primary group it
-// is, and through nested groups where the source has them. 0 on success, negative on failure.
+// is, and through nested groups where the source has them (cycles end). A listed name that nobody
+// has stands there as it is; accounts that enumerations leave out are left out here. 0 on success;
+// negative on failure, also when the source cannot tell all members, and the list is as it was.
 int KORVGroupListMember(const char* name, PKLIBCSzList list);
 
 // True for accounts that are not people: ids outside the source's range, names that the host
@@ -82,19 +98,23 @@ bool KORVUserIsInternal(const char* name);
 int KLIBUserRealNameGet(const char* name, char* buffer, size_t size);
 int KLIBGroupRealNameGet(const char* name, char* buffer, size_t size);
 
-// "name@domain" into `buffer`. 0, or negative when it does not fit.
+// "name@domain" into `buffer`, the name alone when the domain is empty. 0, or negative when it does
+// not fit.
 int KORVLDAPCatName(char* buffer, size_t size, const char* domain, const char* name);
 
-// Short name: `DOM\alice` and `alice@dom` give `alice`; any other text unchanged.
+// Short name: `DOM\alice` and `alice@dom` give `alice`; any other text unchanged, also one that
+// would leave nothing (`@dom`). Of several "@" the last counts.
 std::string TrimDomainName(const std::string& name);
 
-// The full names under which the source in force knows `short_names`, in order.
+// The full names under which the source in force would know `short_names`, in order, one each.
+// Nothing is looked up.
 std::vector<std::string> GetFullNames(const std::vector<std::string>& short_names);
 
 namespace korvmailserver {
 
 // While one lives, enumerations, look-ups and members are answered from the first answer of the
-// source, which gives everything within it one point in time. Scopes nest; the outermost counts.
+// source, which gives everything within it one point in time; a failure is the first answer too.
+// Users and groups are read once each, at the first call. Scopes nest; the outermost counts.
 class AccountSnapshot {
  public:
   AccountSnapshot();

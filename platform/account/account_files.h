@@ -1,0 +1,34 @@
+// The formats of passwd, group and login.defs, parsed into tables.
+#ifndef PLATFORM_ACCOUNT_ACCOUNT_FILES_H
+#define PLATFORM_ACCOUNT_ACCOUNT_FILES_H
+
+#include <string>
+
+#include "platform/account/table.h"
+
+namespace korvmailserver::account {
+
+// Ids of people and of their groups, ends included.
+struct IdRanges {
+  unsigned int uid_min = 1000, uid_max = 60000;
+  unsigned int gid_min = 1000, gid_max = 60000;
+};
+
+// UID_MIN, UID_MAX, GID_MIN, GID_MAX of login.defs; decimal, 0x and leading-0 octal numbers, as the
+// tools that create accounts read them. Anything else keeps the default.
+IdRanges ParseLoginDefs(const std::string& bytes);
+
+// Seven fields a line. A line that is none is skipped and leaves a gap; empty lines, comments and
+// the "+"/"-" lines that include other databases are no accounts. Users outside the range are in
+// the table, not listed.
+void ParsePasswd(const std::string& bytes, const IdRanges& ranges, UserTable& users);
+
+// Four fields a line, else as passwd. The group "users" is listed whatever its id.
+void ParseGroup(const std::string& bytes, const IdRanges& ranges, GroupTable& groups);
+
+// The mail address in a comment field, empty when there is none. See KORVUser::mail.
+std::string MailOfComment(const std::string& comment);
+
+}  // namespace korvmailserver::account
+
+#endif  // PLATFORM_ACCOUNT_ACCOUNT_FILES_H

@@ -1,0 +1,73 @@
+// Inspects the source in force, step by step, for people who have just set it up.
+#include "platform/account/sources.h"
+
+namespace korvmailserver {
+
+namespace {
+
+using account::Source;
+
+// A count, or why it cannot be told.
+template <class TablePointer>
+AccountCheckStep CountStep(const char* name, const TablePointer& table, Source& source) {
+  if (table == nullptr) {
+    return {name, false, source.TakeError()};
+  }
+  const std::string count = std::to_string(table->listed());
+  return {name, table->listed() > 0,
+          table->listed() > 0 ? count : "the source answers, and has none"};
+}
+
+AccountCheckStep CompleteStep(const account::UserTable& users, const account::GroupTable& groups) {
+  const account::Gaps& gaps = users.complete() ? groups.gaps() : users.gaps();
+  const char* of = users.complete() ? "groups: " : "users: ";
+  const bool complete = users.complete() && groups.complete();
+  return {"complete", complete, complete ? "yes" : of + gaps.why};
+}
+
+bool AllOk(const std::vector<AccountCheckStep>& steps) {
+  return !steps.empty() && steps.back().ok;
+}
+
+}  // namespace
+
+bool CheckAccountSource(std::vector<AccountCheckStep>& steps) {
+  steps.clear();
+  HostSettings settings;
+  std::string error;
+  std::string type;
+  if (!ReadHostSettings(settings, error)) {
+    steps.push_back({"settings", false, error});
+    return false;
+  }
+  if (mailConfGet("account_type", type) < 0) {
+    steps.push_back({"settings", false, "the mail configuration cannot be read"});
+    return false;
+  }
+  const bool known = ConvertAuthType(type) != AUTH_UNKNOWN;
+  steps.push_back({"settings", known,
+                   known ? "account_type is " + type
+                         : "account_type is \"" + type + "\"; set it to local, win or ldap"});
+  if (!known) {
+    return false;
+  }
+  const auto source = account::SourceInForce();
+  source->Check(steps);
+  if (!AllOk(steps)) {
+    return false;
+  }
+  const auto users = source->Users();
+  steps.push_back(CountStep("users", users, *source));
+  if (!AllOk(steps)) {
+    return false;
+  }
+  const auto groups = source->Groups();
+  steps.push_back(CountStep("groups", groups, *source));
+  if (!AllOk(steps)) {
+    return false;
+  }
+  steps.push_back(CompleteStep(*users, *groups));
+  return AllOk(steps);
+}
+
+}  // namespace korvmailserver

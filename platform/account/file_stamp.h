@@ -1,0 +1,31 @@
+// Tells whether a file is still the one that was read.
+#ifndef PLATFORM_ACCOUNT_FILE_STAMP_H
+#define PLATFORM_ACCOUNT_FILE_STAMP_H
+
+#include <sys/stat.h>
+
+#include <string>
+
+namespace korvmailserver::account {
+
+struct FileStamp {
+  std::string path;
+  bool exists = false;
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  timespec modified = {};
+  timespec changed = {};
+  // The file had been at rest when it was looked at. A file's times advance in steps of some
+  // milliseconds: a second change within one step would otherwise not show.
+  bool settled = false;
+
+  // To be taken before reading: what changes while it is read shows the next time.
+  static FileStamp Of(const std::string& path);
+  // True when `path` is the file of this stamp, unchanged since.
+  bool Holds(const std::string& path_now) const;
+};
+
+}  // namespace korvmailserver::account
+
+#endif  // PLATFORM_ACCOUNT_FILE_STAMP_H

@@ -1,0 +1,107 @@
+// The local accounts: etc/passwd, etc/group and etc/login.defs below the root prefix, or the
+// machine's own when the root has no etc/passwd.
+//
+// The files are read themselves, not through the name-service modules, which would mix in the
+// users of a directory. What was parsed is kept while the three files stay as they were, so that a
+// thousand look-ups do not parse them a thousand times.
+#include <cerrno>
+#include <cstring>
+
+#include "platform/account/account_files.h"
+#include "platform/account/file_stamp.h"
+#include "platform/account/source.h"
+#include "platform/include/files.h"
+#include "platform/include/root_path.h"
+
+namespace korvmailserver::account {
+
+namespace {
+
+struct AccountPaths {
+  std::string passwd, group, login_defs;
+};
+
+AccountPaths FindPaths() {
+  const std::string root = KLIBCFileExist(UnderRoot("/etc/passwd").c_str()) ? RootPrefix() : "";
+  return {root + "/etc/passwd", root + "/etc/group", root + "/etc/login.defs"};
+}
+
+class LocalSource : public TableSource {
+ public:
+  std::shared_ptr<const UserTable> Users() override { return Refresh() ? users_ : nullptr; }
+  std::shared_ptr<const GroupTable> Groups() override { return Refresh() ? groups_ : nullptr; }
+
+  Tables ReadAll() override {
+    if (Refresh()) {
+      return {users_, groups_, {}, {}};
+    }
+    const std::string error = TakeError();
+    return {nullptr, nullptr, error, error};
+  }
+
+  void Check(std::vector<AccountCheckStep>& steps) override {
+    const bool ok = Refresh();
+    const AccountPaths paths = FindPaths();
+    steps.push_back({"connect", ok, ok ? paths.passwd + ", " + paths.group : TakeError()});
+    if (ok) {
+      steps.push_back({"bind", true, "not needed for local files"});
+    }
+  }
+
+ private:
+  // Both files at once, so that users and groups are of one point in time.
+  bool Refresh() {
+    const AccountPaths paths = FindPaths();
+    if (users_ != nullptr && passwd_.Holds(paths.passwd) && group_.Holds(paths.group) &&
+        login_defs_.Holds(paths.login_defs)) {
+      return true;
+    }
+    users_.reset();
+    groups_.reset();
+    passwd_ = FileStamp::Of(paths.passwd);
+    group_ = FileStamp::Of(paths.group);
+    login_defs_ = FileStamp::Of(paths.login_defs);
+    std::string passwd;
+    std::string group;
+    std::string login_defs;
+    if (!Read(paths.passwd, passwd) || !Read(paths.group, group)) {
+      return false;
+    }
+    if (login_defs_.exists && !Read(paths.login_defs, login_defs)) {
+      return false;
+    }
+    Parse(passwd, group, ParseLoginDefs(login_defs));
+    return true;
+  }
+
+  bool Read(const std::string& path, std::string& bytes) {
+    if (ReadFile(path, bytes) == 0) {
+      return true;
+    }
+    Fail("cannot read " + path + ": " + std::strerror(errno));
+    return false;
+  }
+
+  void Parse(const std::string& passwd, const std::string& group, const IdRanges& ranges) {
+    auto users = std::make_shared<UserTable>(NameCase::kExact);
+    auto groups = std::make_shared<GroupTable>(NameCase::kExact);
+    ParsePasswd(passwd, ranges, *users);
+    ParseGroup(group, ranges, *groups);
+    users->Announce(passwd_.path);
+    groups->Announce(group_.path);
+    users_ = std::move(users);
+    groups_ = std::move(groups);
+  }
+
+  FileStamp passwd_, group_, login_defs_;
+  std::shared_ptr<const UserTable> users_;
+  std::shared_ptr<const GroupTable> groups_;
+};
+
+}  // namespace
+
+std::shared_ptr<Source> MakeLocalSource() {
+  return std::make_shared<LocalSource>();
+}
+
+}  // namespace korvmailserver::account

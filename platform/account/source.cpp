@@ -1,0 +1,99 @@
+#include "platform/account/source.h"
+
+namespace korvmailserver::account {
+
+namespace {
+
+template <class Row>
+Outcome Copy(const Row* found, Row& row) {
+  if (found == nullptr) {
+    return Outcome::kUnknown;
+  }
+  row = *found;
+  return Outcome::kFound;
+}
+
+}  // namespace
+
+Tables Source::ReadAll() {
+  Tables tables;
+  tables.users = Users();
+  tables.users_error = TakeError();
+  tables.groups = Groups();
+  tables.groups_error = TakeError();
+  return tables;
+}
+
+Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& names) {
+  const Tables tables = ReadAll();
+  if (tables.users == nullptr || tables.groups == nullptr) {
+    return Fail(tables.users == nullptr ? tables.users_error : tables.groups_error);
+  }
+  const GroupRow* row = tables.groups->ByName(group);
+  if (row == nullptr) {
+    return Outcome::kUnknown;
+  }
+  std::string why;
+  if (!CollectMembers(*tables.users, *tables.groups, *row, names, why)) {
+    return Fail("the members of the group \"" + group + "\" cannot be told: " + why);
+  }
+  return Outcome::kFound;
+}
+
+Outcome TableSource::FindUser(const std::string& name, UserRow& row) {
+  const auto users = Users();
+  return users == nullptr ? Outcome::kFailed : Copy(users->ByName(name), row);
+}
+
+Outcome TableSource::FindUserById(unsigned int uid, UserRow& row) {
+  const auto users = Users();
+  return users == nullptr ? Outcome::kFailed : Copy(users->ById(uid), row);
+}
+
+Outcome TableSource::FindGroup(const std::string& name, GroupRow& row) {
+  const auto groups = Groups();
+  return groups == nullptr ? Outcome::kFailed : Copy(groups->ByName(name), row);
+}
+
+Outcome TableSource::FindGroupById(unsigned int gid, GroupRow& row) {
+  const auto groups = Groups();
+  return groups == nullptr ? Outcome::kFailed : Copy(groups->ById(gid), row);
+}
+
+std::shared_ptr<const UserTable> RefusingSource::Users() {
+  Fail(text_);
+  return nullptr;
+}
+
+std::shared_ptr<const GroupTable> RefusingSource::Groups() {
+  Fail(text_);
+  return nullptr;
+}
+
+void RefusingSource::Check(std::vector<AccountCheckStep>& steps) {
+  steps.push_back({"connect", false, text_});
+}
+
+void SnapshotSource::Read() {
+  if (!std::exchange(read_, true)) {
+    tables_ = source_->ReadAll();
+  }
+}
+
+std::shared_ptr<const UserTable> SnapshotSource::Users() {
+  Read();
+  if (tables_.users == nullptr) {
+    Fail(std::exchange(tables_.users_error, {}));
+  }
+  return tables_.users;
+}
+
+std::shared_ptr<const GroupTable> SnapshotSource::Groups() {
+  Read();
+  if (tables_.groups == nullptr) {
+    Fail(std::exchange(tables_.groups_error, {}));
+  }
+  return tables_.groups;
+}
+
+}  // namespace korvmailserver::account

@@ -1,0 +1,107 @@
+// What an account source is: one small interface, one file per source.
+//
+// A look-up has three outcomes; absent and failed are never the same value. A source that cannot be
+// opened is a source that refuses, with a clear text (RefusingSource).
+#ifndef PLATFORM_ACCOUNT_SOURCE_H
+#define PLATFORM_ACCOUNT_SOURCE_H
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/account/table.h"
+
+namespace korvmailserver::account {
+
+enum class Outcome { kFound, kUnknown, kFailed };
+
+// A whole answer; a null table comes with the reason.
+struct Tables {
+  std::shared_ptr<const UserTable> users;
+  std::shared_ptr<const GroupTable> groups;
+  std::string users_error, groups_error;
+};
+
+class Source {
+ public:
+  virtual ~Source() = default;
+
+  // All users, all groups with what is known of their members. Null: the source failed.
+  virtual std::shared_ptr<const UserTable> Users() = 0;
+  virtual std::shared_ptr<const GroupTable> Groups() = 0;
+  // Both, as near to one point in time as the source can.
+  virtual Tables ReadAll();
+
+  // `row` stays untouched unless found.
+  virtual Outcome FindUser(const std::string& name, UserRow& row) = 0;
+  virtual Outcome FindUserById(unsigned int uid, UserRow& row) = 0;
+  virtual Outcome FindGroup(const std::string& name, GroupRow& row) = 0;
+  virtual Outcome FindGroupById(unsigned int gid, GroupRow& row) = 0;
+  // Full names of the members. Here in terms of the two tables.
+  virtual Outcome ListMembers(const std::string& group, std::vector<std::string>& names);
+
+  // The full name of a short one; a full name stays as it is.
+  virtual std::string FullName(const std::string& short_name) const { return short_name; }
+
+  // Steps "connect" and "bind" of an inspection; stops at the first that fails.
+  virtual void Check(std::vector<AccountCheckStep>& steps) = 0;
+
+  // Why the last call failed, told once: empty when it has been taken already.
+  std::string TakeError() { return std::exchange(error_, {}); }
+
+ protected:
+  Outcome Fail(const std::string& text) {
+    error_ = text;
+    return Outcome::kFailed;
+  }
+
+ private:
+  std::string error_;
+};
+
+// A source whose look-ups are answered from its two tables.
+class TableSource : public Source {
+ public:
+  Outcome FindUser(const std::string& name, UserRow& row) override;
+  Outcome FindUserById(unsigned int uid, UserRow& row) override;
+  Outcome FindGroup(const std::string& name, GroupRow& row) override;
+  Outcome FindGroupById(unsigned int gid, GroupRow& row) override;
+};
+
+class RefusingSource : public TableSource {
+ public:
+  explicit RefusingSource(std::string text) : text_(std::move(text)) {}
+  std::shared_ptr<const UserTable> Users() override;
+  std::shared_ptr<const GroupTable> Groups() override;
+  void Check(std::vector<AccountCheckStep>& steps) override;
+
+ private:
+  std::string text_;
+};
+
+// Answers everything from the first enumeration of another source, failures too. Users and groups
+// are read together, so that a member and his account are of one point in time.
+class SnapshotSource : public TableSource {
+ public:
+  explicit SnapshotSource(std::shared_ptr<Source> source) : source_(std::move(source)) {}
+  std::shared_ptr<const UserTable> Users() override;
+  std::shared_ptr<const GroupTable> Groups() override;
+  std::string FullName(const std::string& short_name) const override {
+    return source_->FullName(short_name);
+  }
+  void Check(std::vector<AccountCheckStep>& steps) override { source_->Check(steps); }
+
+ private:
+  void Read();
+
+  std::shared_ptr<Source> source_;
+  Tables tables_;
+  bool read_ = false;
+};
+
+std::shared_ptr<Source> MakeLocalSource();
+
+}  // namespace korvmailserver::account
+
+#endif  // PLATFORM_ACCOUNT_SOURCE_H

@@ -1,0 +1,146 @@
+#include "platform/account/sources.h"
+
+#include <map>
+#include <optional>
+
+#include "platform/account/file_stamp.h"
+#include "platform/include/root_path.h"
+
+namespace korvmailserver::account {
+
+namespace {
+
+// What a source is made from besides its type.
+struct Surroundings {
+  FileStamp settings_file;
+  std::string root, domain;
+};
+
+struct LiveSource {
+  Surroundings made_from;
+  std::shared_ptr<Source> source;
+};
+
+struct State {
+  std::map<AUTH_TYPE, LiveSource> live;
+  int snapshot_depth = 0;
+  std::map<AUTH_TYPE, std::shared_ptr<Source>> snapshots;
+  std::optional<AUTH_TYPE> type_in_snapshot;
+  FileStamp settings_file;
+  HostSettings settings;
+};
+
+// Never destroyed: static objects elsewhere may still ask for accounts when they go.
+State& Global() {
+  static auto* state = new State();
+  return *state;
+}
+
+// False and `error` when the host settings are wrong. Read again only when the file has changed.
+bool RefreshSettings(std::string& error) {
+  State& state = Global();
+  const std::string path = HostSettingsPath();
+  if (state.settings_file.Holds(path)) {
+    return true;
+  }
+  state.settings_file = FileStamp();
+  const FileStamp stamp = FileStamp::Of(path);
+  HostSettings settings;
+  if (!ReadHostSettings(settings, error)) {
+    return false;
+  }
+  state.settings = std::move(settings);
+  state.settings_file = stamp;
+  return true;
+}
+
+// The domain name that belongs to a type's full names. False when it cannot be read.
+bool DomainOf(AUTH_TYPE type, const char* domain, std::string& name) {
+  if (type == AUTH_WIN && domain != nullptr && *domain != '\0') {
+    name = domain;
+    return true;
+  }
+  if (type == AUTH_WIN) {
+    return mailConfGet("win_domain_short_name", name) >= 0;
+  }
+  return type != AUTH_LDAP || mailConfGet("acc_domain_name", name) >= 0;
+}
+
+std::shared_ptr<Source> Make(AUTH_TYPE type, const std::string& /*domain*/) {
+  switch (type) {
+    case AUTH_LOCAL:
+      return MakeLocalSource();
+    default:
+      return std::make_shared<RefusingSource>(
+          "\"account_type\" of the mail configuration is none of local, win, ldap");
+  }
+}
+
+std::shared_ptr<Source> LiveSourceFor(AUTH_TYPE type, const char* domain) {
+  std::string error;
+  if (!RefreshSettings(error)) {
+    return std::make_shared<RefusingSource>(error);
+  }
+  std::string domain_name;
+  if (!DomainOf(type, domain, domain_name)) {
+    return std::make_shared<RefusingSource>("the mail configuration cannot be read");
+  }
+  LiveSource& live = Global().live[type];
+  const std::string root = RootPrefix();
+  if (live.source == nullptr || live.made_from.root != root ||
+      live.made_from.domain != domain_name ||
+      !live.made_from.settings_file.Holds(HostSettingsPath())) {
+    live.made_from = {Global().settings_file, root, domain_name};
+    live.source = Make(type, domain_name);
+  }
+  return live.source;
+}
+
+}  // namespace
+
+std::shared_ptr<Source> SourceFor(AUTH_TYPE type, const char* domain) {
+  State& state = Global();
+  if (state.snapshot_depth == 0) {
+    return LiveSourceFor(type, domain);
+  }
+  std::shared_ptr<Source>& snapshot = state.snapshots[type];
+  if (snapshot == nullptr) {
+    snapshot = std::make_shared<SnapshotSource>(LiveSourceFor(type, domain));
+  }
+  return snapshot;
+}
+
+std::shared_ptr<Source> SourceInForce() {
+  State& state = Global();
+  if (!state.type_in_snapshot.has_value()) {
+    std::string text;
+    if (mailConfGet("account_type", text) < 0) {
+      return std::make_shared<RefusingSource>("the mail configuration cannot be read");
+    }
+    const AUTH_TYPE type = ConvertAuthType(text);
+    if (state.snapshot_depth == 0) {
+      return SourceFor(type, nullptr);
+    }
+    state.type_in_snapshot = type;
+  }
+  return SourceFor(*state.type_in_snapshot, nullptr);
+}
+
+bool IsCalledInternal(const std::string& short_name) {
+  std::string error;
+  return RefreshSettings(error) && Global().settings.local.internal.count(short_name) != 0;
+}
+
+void EnterSnapshot() {
+  Global().snapshot_depth++;
+}
+
+void LeaveSnapshot() {
+  State& state = Global();
+  if (--state.snapshot_depth == 0) {
+    state.snapshots.clear();
+    state.type_in_snapshot.reset();
+  }
+}
+
+}  // namespace korvmailserver::account

@@ -1,0 +1,121 @@
+// The accounts of one source, found by name, by id, by directory key and by primary group in
+// constant time. A table also knows what it does not hold: entries that could not be read and
+// answers that broke off, so that nobody takes a part for the whole.
+#ifndef PLATFORM_ACCOUNT_TABLE_H
+#define PLATFORM_ACCOUNT_TABLE_H
+
+#include <deque>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/include/account.h"
+
+namespace korvmailserver::account {
+
+struct UserRow : KORVUser {
+  bool listed = true;              // false: can be looked up, is not handed out by enumerations
+  bool internal = false;           // listed, and yet no person's account
+  std::string key;                 // the directory's own name of the entry (a folded DN)
+  std::vector<unsigned int> gids;  // groups that the user's entry names, besides the primary one
+};
+
+struct GroupRow : KORVGroup {
+  bool listed = true;
+  std::string key;
+  std::string description;
+  std::vector<std::string> members;      // full names
+  std::vector<std::string> member_keys;  // keys of users or of nested groups
+};
+
+inline unsigned int IdOf(const UserRow& row) {
+  return row.uid;
+}
+inline unsigned int IdOf(const GroupRow& row) {
+  return row.gid;
+}
+
+enum class NameCase { kExact, kFolded };
+
+// Lower case for comparing names, all of Unicode; bytes that are not UTF-8 stay as they are.
+std::string FoldCase(const std::string& name);
+
+// What a table does not hold.
+struct Gaps {
+  long missing = 0;                // entries known to be missing; at least 1 when some may be
+  bool cut_short = false;          // the source stopped before its end: anything may be missing
+  std::string why;                 // the first reason, for people
+  std::vector<std::string> names;  // of the entries that could not be read, where known
+  std::unordered_set<std::string> folded_names;  // the same, folded
+  std::unordered_set<unsigned int> gids;         // their primary groups, where known
+};
+
+template <class Row>
+class Table {
+ public:
+  explicit Table(NameCase name_case) : name_case_(name_case) {}
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+
+  // The first of several entries with one name counts, and the answer is incomplete then: which of
+  // them is meant is unknown. The first of several with one id counts too; the later ones can be
+  // looked up by name only.
+  void Add(Row row);
+  // An entry that could not be read. `name` may be empty, `gid` unknown.
+  void Skip(const std::string& why, const std::string& name, unsigned int gid = KORV_UNKNOWN_ID);
+  // The source ended its answer early.
+  void CutShort(const std::string& why);
+  // One log line for gaps and one for shared ids, when there are any. `origin` names the source.
+  void Announce(const std::string& origin) const;
+
+  // Exact spelling first, then (folded tables) the first that differs in letter case only.
+  const Row* ByName(const std::string& name) const;
+  const Row* ById(unsigned int id) const;
+  const Row* ByKey(const std::string& key) const;
+
+  const std::deque<Row>& rows() const { return rows_; }
+  long listed() const { return listed_; }
+  const Gaps& gaps() const { return gaps_; }
+  bool complete() const { return gaps_.missing == 0; }
+
+ private:
+  NameCase name_case_;
+  std::deque<Row> rows_;  // a deque: the views below point into its rows
+  std::unordered_map<std::string_view, const Row*> by_name_, by_key_;
+  std::unordered_map<std::string, const Row*> by_folded_;
+  std::unordered_map<unsigned int, const Row*> by_id_;
+  long listed_ = 0;
+  long shared_ids_ = 0;
+  std::string first_shared_;
+  Gaps gaps_;
+};
+
+using GroupTable = Table<GroupRow>;
+
+class UserTable : public Table<UserRow> {
+ public:
+  using Table<UserRow>::Table;
+  // Builds the index behind OfGroup; to be called once, after the last Add.
+  void IndexGroups();
+  // Users whose primary group it is or whose entry names it.
+  const std::vector<const UserRow*>& OfGroup(unsigned int gid) const;
+
+ private:
+  std::unordered_map<unsigned int, std::vector<const UserRow*>> by_group_;
+};
+
+// Appends the members of `group`, each once: named ones, those whose primary group it is, and the
+// members of nested groups; cycles end. Names that no user has are handed out as they stand; users
+// that enumerations leave out are left out. False and `why` when the tables cannot tell all of
+// them: a part of a group handed out as the whole would cost people their membership.
+bool CollectMembers(const UserTable& users, const GroupTable& groups, const GroupRow& group,
+                    std::vector<std::string>& names, std::string& why);
+
+extern template class Table<UserRow>;
+extern template class Table<GroupRow>;
+
+}  // namespace korvmailserver::account
+
+#endif  // PLATFORM_ACCOUNT_TABLE_H

@@ -1,0 +1,354 @@
+// The local source through the public account operations: which lines of the files count as
+// accounts, what a damaged file does to an answer, and when a changed file is seen.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+
+#include "platform/include/account.h"
+#include "platform/include/files.h"
+#include "platform/include/host_settings.h"
+#include "tests/support/fixture.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+int files_read = 0;
+
+constexpr const char* kGroups = "users:x:100:\nstaff:x:1001:alice,bob\nempty:x:1002:\n";
+
+std::string Person(const std::string& name, int uid, int gid = 100,
+                   const std::string& comment = "") {
+  return name + ":x:" + std::to_string(uid) + ":" + std::to_string(gid) + ":" + comment +
+         ":/home/" + name + ":/usr/sbin/nologin\n";
+}
+
+class LocalSource : public test::RootTest {
+ protected:
+  struct Answer {
+    long held = 0;
+    std::vector<std::string> names;
+  };
+
+  static Answer Users(unsigned int offset = 0, unsigned int limit = 0xFFFFFFFFU) {
+    Answer answer;
+    answer.held = KLIBUserInfoEnum(
+        AUTH_LOCAL, nullptr, offset, limit,
+        [](const char* name, unsigned int, void* names) {
+          static_cast<std::vector<std::string>*>(names)->emplace_back(name);
+          return 0;
+        },
+        &answer.names);
+    return answer;
+  }
+
+  static std::vector<std::string> Groups() {
+    PKLIBCSzList list = KLIBCSzListAlloc(1);
+    const int count = KLIBGroupEnum(&list, AUTH_LOCAL, nullptr);
+    EXPECT_EQ(count, KLIBCSzListCount(list));
+    std::vector<std::string> names = list->items;
+    KLIBCSzListFree(list);
+    return names;
+  }
+
+  // The members, or the error number in brackets.
+  static std::vector<std::string> Members(const char* group) {
+    KLIBCSzList list;
+    if (KORVGroupListMember(group, &list) != 0) {
+      return {"[" + std::to_string(KLIBCErrGet()) + "]"};
+    }
+    return list.items;
+  }
+
+  static KORVUser User(const char* name) {
+    PKORVUser found = nullptr;
+    if (KORVUserGet(name, &found) != 0) {
+      return {};
+    }
+    KORVUser user = *found;
+    KORVUserFree(found);
+    return user;
+  }
+};
+
+TEST_F(LocalSource, TakesAccountsWithinTheRangesAndTheGroupUsers) {
+  WriteAccounts(
+      "root:x:0:0:root:/root:/bin/bash\n" + Person("low", 999) + Person("first", 1000) +
+          Person("last", 60000) + Person("high", 60001) + "nobody:x:65534:65534:::\n",
+      "root:x:0:\nlow:x:999:\nfirst:x:1000:\nusers:x:100:\nlast:x:60000:\nhigh:x:60001:\n");
+  EXPECT_THAT(Users().names, ElementsAre("first", "last"));
+  EXPECT_EQ(Users().held, 2);
+  EXPECT_THAT(Groups(), ElementsAre("first", "users", "last"));
+  EXPECT_EQ(User("root").uid, 0U) << "outside the range: no listing, but a look-up";
+
+  Write("/etc/login.defs",
+        "# UID_MIN 1\n UID_MIN\t0x2710 # hex\nUID_MAX 020000000\nUID_MIN_X 5\n"
+        "GID_MIN many\nGID_MAX 100\n");
+  EXPECT_THAT(Users().names, ElementsAre("last", "high", "nobody"));
+  EXPECT_THAT(Groups(), ElementsAre("users")) << "a bad number keeps the default of 1000";
+}
+
+TEST_F(LocalSource, ReadsTheCommentFieldAndOddNames) {
+  const std::string longest(255, 'n');
+  WriteAccounts(Person("bob", 1001, 100, "Bob Büch,Room 1,,,bob.buech@example.com") +
+                    Person("jörg", 1002, 100, "J\xF6rg,,,,j@example.com") +
+                    Person("o'brien", 1003, 100, "mail@example.com") +
+                    Person("win$", 1004, 100, "W,a b@example.com") + Person(longest, 1005),
+                kGroups);
+  EXPECT_EQ(User("bob").full_name, "Bob Büch");
+  EXPECT_EQ(User("bob").mail, "bob.buech@example.com");
+  EXPECT_EQ(User("jörg").full_name + User("jörg").mail, "") << "a comment that is not UTF-8";
+  EXPECT_EQ(User("o'brien").mail, "") << "a name alone is no address";
+  EXPECT_EQ(User("win$").mail, "");
+  EXPECT_EQ(Users().held, 5);
+  char buffer[256];
+  EXPECT_EQ(KLIBUserRealNameGet(longest.c_str(), buffer, sizeof(buffer)), 0);
+  EXPECT_EQ(buffer, longest);
+  EXPECT_LT(KLIBUserRealNameGet(longest.c_str(), buffer, 255), 0);
+}
+
+TEST_F(LocalSource, LeavesAGapForEveryLineThatIsNoAccount) {
+  struct Case {
+    const char* what;
+    std::string line;
+    long missing;
+  };
+  const Case cases[] = {
+      {"too few fields", "carol:x:1003:100::/home\n", 1},
+      {"too many fields", "carol:x:1003:100:::::\n", 1},
+      {"no name", ":x:1003:100:::\n", 1},
+      {"uid no number", "carol:x:10a3:100:::\n", 1},
+      {"negative uid", "carol:x:-5:100:::\n", 1},
+      {"uid the unknown one", "carol:x:4294967295:100:::\n", 1},
+      {"gid too large", "carol:x:1003:99999999999:::\n", 1},
+      {"name not UTF-8", "car\xFFol:x:1003:100:::\n", 1},
+      {"zero byte", std::string("car\0ol:x:1003:100:::\n", 20), 1},
+      {"over-long name", std::string(256, 'c') + ":x:1003:100:::\n", 1},
+      {"name taken", "alice:x:1003:100:::\n", 1},
+      {"empty line, comment, other databases", "\n  \n#carol:x\n+::::::\n-carol\n", 0},
+      {"DOS line end, no line end", "carol:x:1003:100:::\r", 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    WriteAccounts(Person("alice", 1001) + Person("bob", 1002) + c.line, kGroups);
+    const Answer users = Users();
+    EXPECT_EQ(users.held - static_cast<long>(users.names.size()), c.missing);
+    EXPECT_EQ(User("alice").uid, 1001U);
+    const auto log = TakeLog();
+    EXPECT_EQ(std::count_if(log.begin(), log.end(),
+                            [](const auto& line) {
+                              return line.level == 1 &&
+                                     line.text.find("line 3") != std::string::npos;
+                            }) > 0,
+              c.missing > 0 && c.what != std::string("name taken"));
+  }
+}
+
+TEST_F(LocalSource, SaysOnceWhatIsMissing) {
+  WriteAccounts(Person("alice", 1001) + "broken\nbroken too\n", kGroups);
+  korvmailserver::AccountSnapshot snapshot;
+  for (int i = 0; i < 3; i++) {
+    EXPECT_EQ(Users().held, 3);
+  }
+  const auto log = TakeLog();
+  ASSERT_EQ(log.size(), 1U);
+  EXPECT_THAT(log[0].text, HasSubstr("/etc/passwd: at least 2 entries are missing (line 2"));
+}
+
+TEST_F(LocalSource, HandsOutTheFirstOfAccountsThatShareAnId) {
+  WriteAccounts(Person("alice", 1001) + Person("second", 1001) + Person("bob", 1002),
+                "staff:x:1001:second,bob\nother:x:1001:\n");
+  EXPECT_THAT(Users().names, ElementsAre("alice", "bob"));
+  EXPECT_EQ(Users().held, 2) << "nobody is missing";
+  PKORVUser user = nullptr;
+  ASSERT_EQ(KORVUserGetByUID(1001, &user), 0);
+  EXPECT_EQ(user->name, "alice");
+  KORVUserFree(user);
+  EXPECT_THAT(Groups(), ElementsAre("staff"));
+  EXPECT_THAT(Members("staff"), ElementsAre("bob"));
+  EXPECT_TRUE(Logged("1 entries have the id of an earlier one"));
+}
+
+TEST_F(LocalSource, ListsNamedAndPrimaryMembersEachOnce) {
+  WriteAccounts(Person("alice", 1001) + Person("bob", 1002, 1001) + Person("carol", 1003, 1001) +
+                    "root:x:0:1001:::\n",
+                "users:x:100:alice,,root\nstaff:x:1001:ghost,bob,ghost\nempty:x:1002:\n");
+  EXPECT_THAT(Members("staff"), ElementsAre("ghost", "bob", "carol"));
+  EXPECT_THAT(Members("users"), ElementsAre("alice")) << "root is no account of this source";
+  EXPECT_THAT(Members("empty"), IsEmpty());
+  EXPECT_THAT(Members("nosuch"), ElementsAre("[" + std::to_string(KLIB_ERR_NO_SUCH_GROUP) + "]"));
+}
+
+TEST_F(LocalSource, DoesNotTellMembersThatADamagedFileHides) {
+  WriteAccounts(Person("alice", 1001) + "bob:x:1002x:100:::\n" + "dan:x:nothing:1003:::\n",
+                std::string(kGroups) + "club:x:1003:alice\nbroken:x\n");
+  const std::string failed = "[" + std::to_string(KLIB_ERR_FAILED) + "]";
+  EXPECT_THAT(Members("staff"), ElementsAre(failed)) << "bob is named and cannot be read";
+  EXPECT_THAT(Members("club"), ElementsAre(failed)) << "it is dan's primary group";
+  EXPECT_THAT(Members("empty"), IsEmpty());
+  EXPECT_THAT(Groups(), ElementsAre("users", "staff", "empty", "club", "broken"));
+  PKORVGroup group = nullptr;
+  EXPECT_LT(KORVGroupGet("broken", &group), 0) << "so the caller's answer is incomplete";
+  EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_NO_SUCH_GROUP);
+  EXPECT_TRUE(Logged("members of the group \"staff\" cannot be told"));
+  EXPECT_TRUE(Logged("members of the group \"club\" cannot be told"));
+}
+
+TEST_F(LocalSource, TellsAbsentFromFailed) {
+  WriteAccounts("", "");
+  EXPECT_EQ(Users().held, 0);
+  EXPECT_EQ(User("alice").uid, KORV_UNKNOWN_ID);
+  EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_NO_SUCH_USER);
+
+  std::filesystem::remove(root() + "/etc/group");
+  EXPECT_LT(Users().held, 0);
+  EXPECT_EQ(User("alice").uid, KORV_UNKNOWN_ID);
+  EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_FAILED);
+  EXPECT_TRUE(Logged("cannot read " + root() + "/etc/group"));
+  EXPECT_TRUE(Logged("cannot read " + root() + "/etc/group"));
+}
+
+TEST_F(LocalSource, UsesTheMachinesOwnFilesBelowARootWithoutAny) {
+  EXPECT_EQ(User("root").uid, 0U);
+  PKORVGroup group = nullptr;
+  ASSERT_EQ(KORVGroupGet("root", &group), 0);
+  KORVGroupFree(group);
+}
+
+TEST_F(LocalSource, KnowsInternalAccounts) {
+  WriteAccounts(Person("alice", 1001) + Person("robot", 1002) + Person("nobody", 1003) +
+                    Person("high", 60001),
+                kGroups);
+  const std::map<const char*, bool> before = {
+      {"alice", false}, {"robot", false}, {"nobody", true}, {"high", true}, {"ghost", false}};
+  for (const auto& [name, internal] : before) {
+    EXPECT_EQ(KORVUserIsInternal(name), internal) << name;
+  }
+  const std::string path = korvmailserver::HostSettingsPath();
+  Write(path.substr(root().size()), "[local]\ninternal = robot\n");
+  EXPECT_TRUE(KORVUserIsInternal("robot"));
+  EXPECT_FALSE(KORVUserIsInternal("nobody"));
+}
+
+TEST_F(LocalSource, EnumeratesAWindow) {
+  WriteAccounts(Person("a", 1001) + Person("b", 1002) + Person("c", 1003), kGroups);
+  EXPECT_THAT(Users(1, 1).names, ElementsAre("b"));
+  EXPECT_THAT(Users(3, 9).names, IsEmpty());
+  EXPECT_EQ(Users(1, 1).held, 3);
+  int calls = 0;
+  const auto stop = [](const char*, unsigned int, void* count) {
+    return ++*static_cast<int*>(count);
+  };
+  EXPECT_EQ(KLIBUserInfoEnum(AUTH_LOCAL, nullptr, 0, 9, stop, &calls), 3);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST_F(LocalSource, SeesAChangeButParsesAnUnchangedFileOnce) {
+  WriteAccounts(Person("alice", 1001), kGroups);
+  EXPECT_THAT(Users().names, ElementsAre("alice"));
+  WriteAccounts(Person("clive", 1001), kGroups);  // same size, same inode, at once
+  EXPECT_THAT(Users().names, ElementsAre("clive"));
+
+  for (const char* file : {"/etc/passwd", "/etc/group", "/etc/login.defs"}) {
+    std::filesystem::remove(root() + file);
+  }
+  WriteAccounts(Person("alice", 1001), kGroups);
+  while (files_read = 0, Users(), files_read > 0) {
+    // A file just written is read again until it has come to rest.
+  }
+  for (int i = 0; i < 1000; i++) {
+    User("alice");
+  }
+  EXPECT_EQ(files_read, 0);
+}
+
+TEST_F(LocalSource, AnswersFromOnePointInTimeWithinASnapshot) {
+  WriteAccounts(Person("alice", 1001), kGroups);
+  {
+    korvmailserver::AccountSnapshot outer;
+    EXPECT_EQ(Users().held, 1);
+    {
+      korvmailserver::AccountSnapshot inner;
+      WriteAccounts(Person("alice", 1001) + Person("bob", 1002), "");
+    }
+    EXPECT_EQ(Users().held, 1);
+    EXPECT_EQ(User("bob").uid, KORV_UNKNOWN_ID);
+    EXPECT_THAT(Groups(), ElementsAre("users", "staff", "empty"));
+  }
+  EXPECT_EQ(Users().held, 2);
+
+  std::filesystem::remove(root() + "/etc/group");
+  korvmailserver::AccountSnapshot failing;
+  EXPECT_LT(Users().held, 0);
+  WriteAccounts(Person("alice", 1001), kGroups);
+  EXPECT_LT(Users().held, 0) << "the first answer counts, also when it is a failure";
+  EXPECT_TRUE(Logged("cannot read"));
+  EXPECT_THAT(TakeLog(), IsEmpty()) << "said once";
+}
+
+TEST_F(LocalSource, InspectsItselfUntilTheFirstStepThatFails) {
+  const auto last = [](bool& ok) {
+    std::vector<korvmailserver::AccountCheckStep> steps;
+    ok = korvmailserver::CheckAccountSource(steps);
+    EXPECT_EQ(steps.back().ok, ok);
+    return steps.back().name + ": " + steps.back().detail;
+  };
+  bool ok = false;
+  WriteAccounts(Person("alice", 1001), kGroups);
+  EXPECT_EQ(last(ok), "complete: yes");
+  EXPECT_TRUE(ok);
+  WriteAccounts(Person("alice", 1001) + "x\n", kGroups);
+  EXPECT_EQ(last(ok), "complete: users: line 2 is no account");
+  EXPECT_FALSE(ok);
+  WriteAccounts("", kGroups);
+  EXPECT_THAT(last(ok), HasSubstr("users: "));
+  EXPECT_FALSE(ok);
+  std::filesystem::remove(root() + "/etc/group");
+  EXPECT_THAT(last(ok), HasSubstr("connect: cannot read"));
+  EXPECT_FALSE(ok);
+}
+
+TEST(AccountNames, ShortAndFull) {
+  const std::map<std::string, std::string> cases = {
+      {"DOM\\alice", "alice"}, {"alice@dom", "alice"}, {"alice", "alice"}, {"", ""},
+      {"DOM\\", "DOM\\"},      {"@dom", "@dom"},       {"a@b@dom", "a@b"}, {"jörg@dom", "jörg"},
+  };
+  for (const auto& [full, shortened] : cases) {
+    EXPECT_EQ(TrimDomainName(full), shortened);
+  }
+  char buffer[10];
+  EXPECT_EQ(KORVLDAPCatName(buffer, sizeof(buffer), "dom.x", "bob"), 0);
+  EXPECT_STREQ(buffer, "bob@dom.x");
+  EXPECT_LT(KORVLDAPCatName(buffer, sizeof(buffer), "dom.xy", "bob"), 0);
+  EXPECT_EQ(KORVLDAPCatName(buffer, sizeof(buffer), "", "bob"), 0);
+  EXPECT_STREQ(buffer, "bob");
+}
+
+}  // namespace
+
+namespace korvmailserver {
+
+// Counts the readings of passwd, and reads.
+int ReadFile(const std::string& path, std::string& bytes) {
+  files_read += path.find("/etc/passwd") == std::string::npos ? 0 : 1;
+  FILE* file = fopen(path.c_str(), "rb");
+  if (file == nullptr) {
+    return -1;
+  }
+  bytes.clear();
+  char part[4096];
+  for (size_t n = fread(part, 1, sizeof(part), file); n > 0;
+       n = fread(part, 1, sizeof(part), file)) {
+    bytes.append(part, n);
+  }
+  fclose(file);
+  return 0;
+}
+
+}  // namespace korvmailserver
