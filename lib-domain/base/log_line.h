@@ -40,19 +40,25 @@ inline void CheckLogFormat(const char* /*format*/, ...) {}
 #define MDOMAIN_LOG_SOURCE __FILE__
 #endif
 
-#define MDOMAIN_LOG(level, format, ...)                                                      \
+#define MDOMAIN_LOG_AT(level, file, line, format, ...)                                       \
   do {                                                                                       \
     if (false) {                                                                             \
       MDOMAIN::BASE::CheckLogFormat(format, ##__VA_ARGS__);                                  \
     }                                                                                        \
     char mdomain_log_buffer[MDOMAIN::BASE::kLogBufferSize] = {};                             \
-    MDOMAIN::BASE::FormatLogHead(mdomain_log_buffer, MDOMAIN_LOG_SOURCE, __LINE__, format);  \
+    MDOMAIN::BASE::FormatLogHead(mdomain_log_buffer, file, line, format);                    \
     _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wformat-nonliteral\"") \
         _Pragma("GCC diagnostic ignored \"-Wformat-security\"")                              \
             maillog(level, mdomain_log_buffer, ##__VA_ARGS__);                               \
     _Pragma("GCC diagnostic pop")                                                            \
   } while (false)
 
+#define MDOMAIN_LOG(level, format, ...) \
+  MDOMAIN_LOG_AT(level, MDOMAIN_LOG_SOURCE, __LINE__, format, ##__VA_ARGS__)
+
+// For a helper that gives up on behalf of its caller and names the caller's source and line.
+#define LOG_ERROR_AT(file, line, format, ...) \
+  MDOMAIN_LOG_AT(MDOMAIN::BASE::kLogError, file, line, format, ##__VA_ARGS__)
 #define LOG_ERROR(format, ...) MDOMAIN_LOG(MDOMAIN::BASE::kLogError, format, ##__VA_ARGS__)
 #define LOG_NOTICE(format, ...) MDOMAIN_LOG(MDOMAIN::BASE::kLogNotice, format, ##__VA_ARGS__)
 #define LOG_WARNING(format, ...) MDOMAIN_LOG(MDOMAIN::BASE::kLogWarning, format, ##__VA_ARGS__)

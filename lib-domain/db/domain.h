@@ -40,7 +40,6 @@ class Domain {
   bool GetBelongedUsers(const std::vector<int>& domain_idxs, std::vector<unsigned int>& uids);
 
  private:
-  bool _FetchDomainUserNum(RECORD::Domain& domain);
   bool _FetchDomainsUserNum(std::vector<RECORD::Domain>& domains);
 
   DomainDBHandler* handler_;

@@ -31,6 +31,10 @@ class DomainDBFilter {
   std::string _GetQueryColumnByQueryType() const;
   std::string _GetDomainIdxColumnByTableName() const;
   std::string _GetQueryCmdByTableName(const char* escaped_query) const;
+  std::string _GetDomainIdxCondition() const;
+  std::string _GetQueryCondition() const;
+  std::string _GetOrder() const;
+  std::string _GetPage() const;
 
   int offset_ = 0;
   int limit_ = 100;

@@ -63,7 +63,7 @@ class DomainUser {
   bool DeleteRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& uids);
 
  private:
-  bool _CheckUnderControl(const int& domain_idx, const unsigned int& uid, bool& under_control);
+  bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);
 
   DomainDBHandler* handler_;
   int status_;

@@ -1,4 +1,10 @@
-// The e-mail owner registry: which account owns an address. A database of its own.
+// The e-mail owner registry: which account owns an address. A database file of its own.
+//
+// Other programs of the package fill it and ask it, for every message they handle. It has nothing
+// to do with the domain database or its handler. Addresses match without regard to ASCII case, in
+// the local part as in the domain. Two indexes of the store's own, made when the file is opened,
+// keep a look-up as quick with a million addresses as with a hundred; a file that cannot take them
+// (read-only) is used without them, with the same answers.
 #ifndef LIB_DOMAIN_DB_EMAIL_OWNER_H
 #define LIB_DOMAIN_DB_EMAIL_OWNER_H
 
@@ -8,20 +14,42 @@
 #include "lib-domain/record/address_part.h"
 #include "platform/include/db_handler.h"
 
+struct sqlite3_stmt;
+
 namespace MDOMAIN::DB {
 
 class EmailOwner : public DBHandler {
  public:
-  EmailOwner();  // the default file
+  // Opens the default file or `path`, creating it with its tables when it is missing (its folder
+  // must exist). A file that cannot be used (a directory, garbage, locked for more than the
+  // handler's 10 seconds) gives one log line that says so; every operation then fails with "Open
+  // DBHandler cannot open before". A file that may only be read answers look-ups.
+  EmailOwner();
   explicit EmailOwner(const std::string& path);
   ~EmailOwner() override;
 
+  // Adds the rows that are not there yet, all in one transaction. A (local part, domain index) or a
+  // domain name that is there already keeps its row, whoever it is given to now: nothing is ever
+  // overwritten. The keys tell letter cases apart, so "Info" and "info" can both be there; a
+  // look-up then gives the older one. False with nothing written when the database refuses or a
+  // text holds a zero byte, which no statement could carry whole.
   bool CreateLocalPart(const std::vector<RECORD::LocalPart>& parts);
   bool CreateDomainPart(const std::vector<RECORD::DomainPart>& parts);
+
+  // The account that owns LOCAL_PART@DOMAIN_NAME. True with `user_name` empty when the domain or
+  // the local part in it is unknown, also for texts that are no address. False, `user_name` empty,
+  // when the database could not be asked (locked, damaged, tables missing).
   bool GetOwner(const std::string& local_part, const std::string& domain_name,
                 std::string& user_name);
 
  private:
+  bool _IsOpen() const;
+  bool _PrepareGetOwner();
+  bool _BindGetOwner(const std::string& local_part, const std::string& domain_name);
+  void _FinalizeGetOwner();
+
+  // Kept between look-ups: preparing it costs several times what running it does.
+  sqlite3_stmt* get_owner_ = nullptr;
   int status_;
 };
 

@@ -39,6 +39,9 @@ class DBHandler {
   // How long a statement waits for another process's lock; 10 seconds until it is set. May be
   // called before connect().
   void setBusyTimeout(int milliseconds);
+  // Before connect(): whether a file that may only be read is opened for reading, so that every
+  // write fails, instead of being refused as read-only. Not allowed until it is set.
+  void setReadOnlyAllowed(bool allowed) { read_only_allowed_ = allowed; }
   // The connection; null while there is none.
   sqlite3* getDB() const { return db_; }
   // The result code of the last call made through the handler, 0 after success.
@@ -78,6 +81,7 @@ class DBHandler {
 
   std::string err_text_;
   int busy_timeout_ = 10000;
+  bool read_only_allowed_ = false;
   int scope_depth_ = 0;
   bool scope_open_ = false;  // the scope's transaction has begun
   int scope_lost_ = 0;       // why SQLite rolled it back under the scope, 0 while it has not

@@ -130,7 +130,7 @@ int DBHandler::OpenAndCheck() {
   if (tables < 0) {
     return err_;
   }
-  if (sqlite3_db_readonly(db_, "main") != 0) {  // SQLite falls back to that without a word
+  if (!read_only_allowed_ && sqlite3_db_readonly(db_, "main") != 0) {  // SQLite falls back to that without a word
     err_text_ = "it is read-only";
     return SQLITE_READONLY;
   }

@@ -1,0 +1,121 @@
+// Composes the list, count and distinct-uid queries over the three domain views.
+#include "lib-domain/db/domain_db_filter.h"
+
+#include "lib-domain/base/text.h"
+#include "lib-domain/db/statement.h"
+
+namespace MDOMAIN::DB {
+
+namespace {
+
+const char* const kDomainView = "domain_view";
+const char* const kDomainUserView = "domain_user_view";
+const char* const kDomainGroupView = "domain_group_view";
+
+std::string Like(const std::string& column, const std::string& escaped_query) {
+  return column + " LIKE '%" + escaped_query + "%'";
+}
+
+}  // namespace
+
+bool DomainDBFilter::_HasQueryInput() const {
+  return !domain_idxs_.empty() || !query_.empty();
+}
+
+std::string DomainDBFilter::_GetQueryColumnByQueryType() const {
+  for (const char* column :
+       {"domain_name", "domain_desc", "user_name", "account_alias", "group_name", "group_desc"}) {
+    if (query_type_ == column) {
+      return column;
+    }
+  }
+  return "";
+}
+
+std::string DomainDBFilter::_GetDomainIdxColumnByTableName() const {
+  return "domain_idx";
+}
+
+std::string DomainDBFilter::_GetQueryCmdByTableName(const char* escaped_query) const {
+  if (table_name_ == kDomainView) {
+    return Like("domain_name", escaped_query) + " OR " + Like("domain_desc", escaped_query);
+  }
+  if (table_name_ == kDomainGroupView) {
+    return Like("group_name", escaped_query) + " OR " + Like("group_desc", escaped_query);
+  }
+  if (table_name_ == kDomainUserView) {
+    return Like("user_name", escaped_query) + " OR " + Like("account_alias", escaped_query);
+  }
+  return "";
+}
+
+std::string DomainDBFilter::_GetDomainIdxCondition() const {
+  return _GetDomainIdxColumnByTableName() + " IN (" + BASE::Join(domain_idxs_, ",") + ")";
+}
+
+std::string DomainDBFilter::_GetQueryCondition() const {
+  const std::string escaped = INTERNAL::EscapeQuery(query_);
+  return query_type_.empty() ? _GetQueryCmdByTableName(escaped.c_str())
+                             : Like(_GetQueryColumnByQueryType(), escaped);
+}
+
+std::string DomainDBFilter::_GetOrder() const {
+  std::string order = " ORDER BY is_duplicated DESC";
+  if (!sort_by_.empty()) {
+    order += ", " + sort_by_ + " " + sort_direction_;
+  }
+  return order;
+}
+
+std::string DomainDBFilter::_GetPage() const {
+  if (select_.find("count") != std::string::npos) {
+    return "";
+  }
+  return " LIMIT " + std::to_string(limit_) + " OFFSET " + std::to_string(offset_);
+}
+
+std::string DomainDBFilter::ComposeQueryCmd() {
+  std::string sql = "SELECT " + select_ + " FROM " + table_name_;
+  const bool lists_users = table_name_ == kDomainUserView;
+  if (_HasQueryInput() || lists_users) {
+    sql += " WHERE ";
+  }
+  if (!domain_idxs_.empty()) {
+    sql += _GetDomainIdxCondition();
+  }
+  if (!query_.empty()) {
+    sql += (domain_idxs_.empty() ? "(" : " AND (") + _GetQueryCondition() + ")";
+  }
+  if (lists_users) {
+    sql += domain_idxs_.empty() ? "" : " AND ";
+    sql += "role IS NOT NULL ";
+  }
+  return sql + _GetPage() + ";";
+}
+
+std::string DomainDBFilter::ComposeDomainUserListQueryCmd(const std::vector<unsigned int>& uids) {
+  std::string sql = "SELECT " + select_ + " FROM " + table_name_;
+  if (_HasQueryInput() || !uids.empty()) {
+    sql += " WHERE ";
+  }
+  if (!domain_idxs_.empty()) {
+    sql += _GetDomainIdxCondition();
+  }
+  if (!uids.empty()) {
+    sql += " AND uid IN (" + BASE::Join(uids, ",") + ")";
+  }
+  return sql + _GetOrder() + ";";
+}
+
+std::string DomainDBFilter::ComposeDistinctUIDQueryCmd() {
+  std::string sql = "SELECT DISTINCT uid FROM " + table_name_ + " WHERE role IS NOT NULL ";
+  if (!domain_idxs_.empty()) {
+    sql += " AND " + _GetDomainIdxCondition() + " ";
+  }
+  if (!query_.empty()) {
+    sql += " AND (" + _GetQueryCondition() + (query_type_.empty() ? ") " : ")");
+  }
+  return sql + _GetOrder() + _GetPage() + ";";
+}
+
+}  // namespace MDOMAIN::DB

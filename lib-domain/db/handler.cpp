@@ -1,0 +1,187 @@
+// Opening, upgrading and querying the domain database.
+//
+// SQLite's own file locking is all that stands between processes; nothing here is thread-safe.
+#include "lib-domain/db/handler.h"
+
+#include <sqlite3.h>
+
+#include <stdexcept>
+
+#include "lib-domain/base/error_code.h"
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/db/schema.h"
+#include "platform/include/files.h"
+#include "platform/include/scope_guard.h"
+
+namespace MDOMAIN::DB {
+
+namespace {
+
+constexpr int kOpenBusyMilliseconds = 60000;
+constexpr int kSelectBusyMilliseconds = 10000;
+
+[[noreturn]] void ThrowSelectError(const std::string& what, sqlite3* db, const std::string& sql,
+                                   int line) {
+  throw korvmailserver::LogException(korvmailserver::ERR_SELECT_QUERY,
+                                     what + ": " + sqlite3_errmsg(db) + ", cmd: " + sql,
+                                     BASE::kLogError, BASE::SourcePath(__FILE__), line);
+}
+
+std::vector<std::string> ReadRow(sqlite3_stmt* statement) {
+  std::vector<std::string> row(static_cast<size_t>(sqlite3_column_count(statement)));
+  for (size_t i = 0; i < row.size(); ++i) {
+    const int column = static_cast<int>(i);
+    const unsigned char* text = sqlite3_column_text(statement, column);
+    if (text != nullptr) {
+      row[i].assign(reinterpret_cast<const char*>(text),
+                    static_cast<size_t>(sqlite3_column_bytes(statement, column)));
+    }
+  }
+  return row;
+}
+
+}  // namespace
+
+DomainDBHandler* DomainDBHandler::_singleDomainDBHandler = nullptr;
+
+DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
+  if (_singleDomainDBHandler != nullptr) {
+    return _singleDomainDBHandler;
+  }
+  std::string path;
+  if (!UTILS::GetUserGroupDomainConfigPath(path)) {
+    LOG_ERROR("GetUserGroupDomainConfigPath fail");
+    return nullptr;
+  }
+  _singleDomainDBHandler = new DomainDBHandler(path);
+  if (_singleDomainDBHandler->ConnectAndUpgrade() != 0) {
+    LOG_ERROR("Domain db error");
+    CloseDomainDBHandler();
+    return nullptr;
+  }
+  _singleDomainDBHandler->setBusyTimeout(kOpenBusyMilliseconds);
+  return _singleDomainDBHandler;
+}
+
+void DomainDBHandler::CloseDomainDBHandler() {
+  delete _singleDomainDBHandler;
+  _singleDomainDBHandler = nullptr;
+}
+
+DomainDBHandler::DomainDBHandler(const std::string& path) : DBHandler(path, "") {
+  err_ = -1;
+}
+
+DomainDBHandler::~DomainDBHandler() {
+  disconnect();
+}
+
+int DomainDBHandler::ConnectAndUpgrade() {
+  const int connected = connect();
+  if (connected != 0) {
+    LOG_ERROR("Cannot connect domain db");
+    err_ = connected;
+    return err_;
+  }
+  if (_InitPragma() != 0) {
+    LOG_ERROR("Cannot init pragma");
+    return err_;
+  }
+  const int version = _GetNowVersion();
+  if (version == -1) {
+    LOG_ERROR("Cannot get domain db version");
+    err_ = -1;
+    return err_;
+  }
+  if (_UpgradeDB(version) != 0) {
+    LOG_ERROR("Cannot upgrade domain db version: %i", version);
+    return err_;
+  }
+  return 0;
+}
+
+int DomainDBHandler::createDB() {
+  disconnect();
+  err_ = sqlite3_open(path_.c_str(), &db_);
+  if (err_ != 0) {
+    LOG_ERROR("Open database fail. dbpath = [%s]", path_.c_str());
+    return err_;
+  }
+  // Without its owner the mail server could not write the file: it stays empty, and the next
+  // process that may set the owner makes the tables.
+  if (mailFileOwnerModeSet(path_.c_str(), "Postara-Server", 0644) >= 0 && _UpgradeDB(0) != 0) {
+    LOG_ERROR("Cannot upgrade version: 0");
+  }
+  return err_;
+}
+
+std::vector<std::vector<std::string>> DomainDBHandler::ExecSelectCmd(const std::string& sql) {
+  sqlite3_stmt* statement = nullptr;
+  const postara::ScopeGuard finalize([&statement] { sqlite3_finalize(statement); });
+  if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK) {
+    ThrowSelectError("Failed to prepare", db_, sql, __LINE__);
+  }
+  if (sqlite3_busy_timeout(db_, kSelectBusyMilliseconds) != SQLITE_OK) {
+    ThrowSelectError("Failed to set busy timeout", db_, sql, __LINE__);
+  }
+  std::vector<std::vector<std::string>> rows;
+  int result = sqlite3_step(statement);
+  for (; result == SQLITE_ROW; result = sqlite3_step(statement)) {
+    rows.push_back(ReadRow(statement));
+  }
+  if (result != SQLITE_DONE) {
+    ThrowSelectError("sqlite3_step", db_, sql, __LINE__);
+  }
+  return rows;
+}
+
+int DomainDBHandler::_InitPragma() {
+  err_ = sqlite3_exec(db_, "pragma foreign_keys = on", nullptr, nullptr, nullptr);
+  if (err_ != SQLITE_OK) {
+    LOG_ERROR("exec db schema fail, err=[%d], %s", err_, sqlite3_errmsg(db_));
+    return -1;
+  }
+  return 0;
+}
+
+int DomainDBHandler::_GetNowVersion() {
+  int version = -1;
+  try {
+    for (const auto& row : ExecSelectCmd("PRAGMA user_version")) {
+      version = -1;
+      try {
+        version = std::stoi(row.at(0));
+      } catch (const std::out_of_range&) {
+        LOG_ERROR("Failed to stoi [%s]", row.empty() ? "" : row[0].c_str());
+      }
+    }
+  } catch (const std::exception&) {
+    LOG_ERROR("failed to ExecSelectCmd");
+    return -1;
+  }
+  return version;
+}
+
+int DomainDBHandler::_UpgradeDB(int version) {
+  if (version < 0) {
+    err_ = -1;
+    return -1;
+  }
+  std::vector<std::string> scripts;
+  if (!UTILS::DomainUtilGetSqliteCmds(scripts)) {
+    LOG_ERROR("Get domain SQLCmd failed");
+    err_ = -1;
+    return -1;
+  }
+  for (size_t i = static_cast<size_t>(version); i < scripts.size(); ++i) {
+    const SQLCmd step = {scripts[i], "pragma user_version = " + std::to_string(i + 1)};
+    err_ = exeCmds(step, true);
+    if (err_ != 0) {
+      LOG_ERROR("exec db schema fail, err=[%d], %s", err_, GetErrText().c_str());
+      return -1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace MDOMAIN::DB
