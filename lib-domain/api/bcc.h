@@ -1,18 +1,25 @@
-// Automatic blind-copy rules: for an address, an account or a whole domain.
+// Automatic blind-copy rules: for an address, an account or a whole domain, every message is also
+// delivered to a destination.
+//
+// The rules are rows of bcc_table in the mail server's settings database (mailserver.db), unique by
+// name, type and domain. bcc.cpp owns the table, bcc_file.cpp the text files that are imported and
+// exported, bcc_map.cpp the maps that the mail transfer agent reads.
 #ifndef LIB_DOMAIN_API_BCC_H
 #define LIB_DOMAIN_API_BCC_H
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class DBHandler;
 
 enum BccType : int {
-  BCC_RECIPIENT = 0,  // mail to
-  BCC_SENDER = 1,     // mail from
-  BCC_DOMAIN = 2,     // a whole domain
+  BCC_RECIPIENT = 0,  // mail to `name` is copied
+  BCC_SENDER = 1,     // mail from `name` is copied
+  BCC_DOMAIN = 2,     // mail to and from every address of the domain is copied
 };
 
 struct BccInfo {
@@ -21,46 +28,140 @@ struct BccInfo {
   std::string bcc_to;  // destination: an address, or an account or alias without domain
 };
 
+// One line of a map, as ForEachMapEntry hands it out. The views live as long as the call.
+struct BccMapEntry {
+  enum class Form {
+    kAddress,  // an address of `domain`
+    kAccount,  // an account or alias in the context of `domain`, or an address of another domain
+    kDomain,   // every address of `domain`
+  };
+  Form form = Form::kAddress;
+  int domain_id = 0;
+  std::string_view domain;  // one spelling of one name of the domain
+  std::string_view name;    // one spelling of the rule's name, in lower case
+  std::string_view value;   // the destination, in punycode
+  const BccInfo* rule = nullptr;
+  // kAccount: the domain that owns the address in `name`; negative when no published domain does,
+  // or when `name` is no address.
+  int name_domain_id = -1;
+  // kAccount without "@": the local parts of the account in the domain, or the name itself when it
+  // is an alias entry or an account without aliases. Only when they were asked for, else null.
+  const std::vector<std::string>* local_parts = nullptr;
+};
+
+// All operations return 0 on success and a negative number on failure, with one line in the log,
+// unless stated. A failed operation changes no rule. Those without a domain id work on the object's
+// domain.
 class BCC {
  public:
   struct Filter {
     int type = BCC_RECIPIENT;
     int offset = 0;
-    int limit = -1;
-    std::string sort_column = "name";
-    std::string sort_direction = "asc";
+    int limit = -1;                      // negative: no limit
+    std::string sort_column = "name";    // name, type, bcc_to or domain_id
+    std::string sort_direction = "asc";  // asc or desc
   };
 
-  static BCC* getInstance();
-  static BCC* getInstance(int domain_id);
-  static BCC* getInstance(const std::string& db_path);
+  // The process-wide object, made by the first call that succeeds, opening (and, with the whole
+  // schema of the settings database, creating) the file. Null when it cannot be opened; the next
+  // call tries again. An existing object is returned whatever is asked for: the domain id and the
+  // file count only when it is made. Whoever must not touch another domain's rules uses the
+  // operations that name a domain.
+  static BCC* getInstance();                            // domain 0
+  static BCC* getInstance(int domain_id);               // the given domain
+  static BCC* getInstance(const std::string& db_path);  // domain 0, another file
   ~BCC();
   BCC(const BCC&) = delete;
   BCC& operator=(const BCC&) = delete;
 
+  // Inserts rules in one transaction; a rule with the same name and type is replaced. Values are
+  // stored as they are (CheckRule is the caller's), but none may hold a zero byte.
   int setBCC(const std::list<BccInfo>& rules);
+  int setBCC(int domain_id, const std::list<BccInfo>& rules);
   int addBCC(int type, const std::string& name, const std::string& bcc_to);
+
+  // Removes every rule of the domain, and of no other.
   int deleteAllBCC();
   int deleteAllBCC(int domain_id);
+  // Removes rules by name and type, both exactly as stored; rules that are not there are no
+  // failure.
   int deleteBCC(const std::list<BccInfo>& rules);
+  int deleteBCC(int domain_id, const std::list<BccInfo>& rules);
+  // Removes the rules of every type whose destination is one of these, ignoring ASCII case.
   int deleteBCC(const std::list<std::string>& destinations);
   int deleteBCC(int domain_id, const std::list<std::string>& destinations);
+
+  // A page of the rules of a type. Rules that are equal in the sort column follow by name, so pages
+  // neither repeat nor lose one. Another column or direction than Filter names is refused. `rules`
+  // is replaced on success and untouched on failure.
   int LoadBCCList(int type, int domain_id, int offset, int limit, const std::string& sort_column,
                   const std::string& sort_order, std::list<BccInfo>& rules);
   int getBCCList(const Filter& filter, std::list<BccInfo>& rules);
+  // Number of the domain's rules of the filter's type, without regard to offset and limit; negative
+  // on failure.
   int getTotalBccNum(const Filter& filter);
+  // Every rule of every domain, by domain, type and name.
   int getSystemAllBCCList(std::list<BccInfo>& rules);
+
+  // What is wrong with a rule that is to be written into files and maps, as a text for a person;
+  // empty when it is one. A name is an address (RFC 5321, 6531), an account or an alias; for a
+  // whole domain it is a domain. A destination is an address, an account or an alias.
+  static std::string CheckRule(const BccInfo& rule);
+
+  // Writes the rules of a type, one "NAME DESTINATION" line each, by name descending, and replaces
+  // the file. Addresses stand in punycode, but a name in another spelling than its usual one, or
+  // beside a rule of the punycode name, stands as it is stored: import gives the same file again. A
+  // rule that cannot stand in one line fails the export, which then leaves the old file.
   int exportBCC(int type, const std::string& path);
+  int exportBCC(int domain_id, int type, const std::string& path);
+  // Adds the rules of such a file, as one transaction. Fields are separated by blanks or tabs;
+  // empty lines and lines that begin with "#" are skipped; lines may end in CR LF. Every line that
+  // is not a rule is logged as "FILE:LINE: what is wrong", and then nothing is written. -1: the
+  // file cannot be read; -2: it holds lines that are no rules; -3: the database failed.
   int importBCC(int type, const std::string& path);
+  int importBCC(int domain_id, int type, const std::string& path);
+
+  // Writes the lines of every published domain and additional domain for the rules of `type` and
+  // the whole-domain rules, and replaces the file: "ADDRESS DESTINATION" for addresses of the
+  // domain, "DOMAIN/NAME DESTINATION" for every other name, "@DOMAIN DESTINATION" for whole
+  // domains; each in its UTF-8 and its punycode spelling. A rule that cannot stand in a line is
+  // logged and left out. Several rules may give the same key.
   int GenerateSystemBCCConfig(int type, const std::string& path);
+  // The same lines, handed to `visit` one by one in the same order, by name within each domain.
+  // `with_local_parts` has the local parts of accounts looked up.
+  int ForEachMapEntry(int type, bool with_local_parts,
+                      const std::function<void(const BccMapEntry&)>& visit);
+  // Runs the map compiler, which writes and compiles the maps of both types. Its exit status;
+  // negative when it cannot be started.
   int GenerateBccMap();
 
  private:
+  // Called for each row of a query that selects name, type, bcc_to, domain_id.
+  using RowVisitor = std::function<void(BccInfo&& rule, int domain_id)>;
+
   BCC(int domain_id, const std::string& db_path);
+  static BCC* _Create(int domain_id, const std::string& db_path, bool log_no_memory);
+  int _Init();
+  int _RunBatch(const std::vector<std::string>& statements);
+  int _ForEachRow(const std::string& statement, const RowVisitor& visit);
 
   int domain_id_;
   std::string db_path_;
   std::unique_ptr<DBHandler> handler_;
 };
+
+namespace internal {
+
+// Whether the alias table holds an entry with exactly this name and domain id. False also when it
+// cannot be read.
+bool isAlias(const std::string& name, int domain_id);
+
+// The address that a destination stands for in a domain. With an empty domain name, or with an "@"
+// in the destination: the destination. An alias entry of the domain: the alias at the domain.
+// Anything else is an account: its first alias in the domain, or its own name, at the domain.
+std::string GetBccToConfigValue(const std::string& bcc_to, const std::string& domain_name,
+                                int domain_id);
+
+}  // namespace internal
 
 #endif  // LIB_DOMAIN_API_BCC_H

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <tuple>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -41,6 +42,11 @@ class DomainUser {
                       std::vector<std::string>& aliases);
   bool GetUserAliases(const int& domain_idx, const std::string& user_name,
                       std::vector<std::string>& aliases);
+  // GetUserAliases for every user of a domain with one read, by account name in lower case (ASCII).
+  // `aliases_by_user` is replaced on success and untouched on failure.
+  bool GetAllUserAliases(
+      const int& domain_idx,
+      std::unordered_map<std::string, std::vector<std::string>>& aliases_by_user);
   bool GetAutoAddedUsersRoles(std::vector<RECORD::DomainUserRole>& roles);
   bool FindBeingEffectedGroups(const int& domain_idx, const unsigned int& uid,
                                std::vector<unsigned int>& gids);

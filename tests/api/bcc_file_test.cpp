@@ -1,0 +1,179 @@
+// Rule files: export and import are inverse, and a file with a bad line writes nothing.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "lib-domain/api/bcc.h"
+#include "lib-domain/api/bcc_unit.h"
+#include "lib-domain/base/paths.h"
+#include "tests/support/fixture.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr const char* kFile = "/rules.txt";
+
+class BccFileTest : public test::RootTest {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(MDOMAIN::PATHS::EtcDir());
+    bcc_ = BCC::getInstance();
+    ASSERT_NE(nullptr, bcc_);
+  }
+  void TearDown() override {
+    internal::ResetBccInstanceForTest();
+    RootTest::TearDown();
+  }
+
+  std::vector<std::string> Rules(int domain_id, int type) {
+    std::list<BccInfo> rules;
+    EXPECT_EQ(0, bcc_->LoadBCCList(type, domain_id, 0, -1, "name", "asc", rules));
+    std::vector<std::string> texts;
+    for (const BccInfo& rule : rules) {
+      texts.push_back(rule.name + " " + rule.bcc_to);
+    }
+    return texts;
+  }
+
+  std::string Export(int domain_id, int type) {
+    EXPECT_EQ(0, bcc_->exportBCC(domain_id, type, root() + kFile));
+    return Read(kFile);
+  }
+
+  BCC* bcc_ = nullptr;
+};
+
+TEST_F(BccFileTest, ExportAndImportAreInverse) {
+  std::list<BccInfo> rules = {
+      {"bob", BCC_RECIPIENT, "archive"},
+      {"o'brien", BCC_RECIPIENT, "Copy@Example.COM"},
+      {"müller", BCC_RECIPIENT, "jürgen@bücher.example"},
+      {"a@bücher.example", BCC_RECIPIENT, "x@xn--bcher-kva.example"},
+      {"b@xn--bcher-kva.example", BCC_RECIPIENT, "archive"},
+      // Two spellings of one address are two rules.
+      {"c@bücher.example", BCC_RECIPIENT, "one"},
+      {"c@xn--bcher-kva.example", BCC_RECIPIENT, "two"},
+      // Spellings that no conversion gives back.
+      {"d@BÜCHER.example", BCC_RECIPIENT, "archive"},
+      {"e@EXAMPLE.com", BCC_RECIPIENT, "archive"},
+      {"e@example.com", BCC_RECIPIENT, "archive"},
+      {"ü@straße.example", BCC_RECIPIENT, "archive"},
+      {"example.com/a@b", BCC_RECIPIENT, "with/slash"},
+      {std::string(64, 'l') + "@" + std::string(63, 'd') + ".example", BCC_RECIPIENT, "archive"}};
+  for (int i = 0; i < 2500; ++i) {
+    const std::string name = "user" + std::to_string(i);
+    rules.push_back({i % 3 == 0 ? name : name + (i % 3 == 1 ? "@bücher.example" : "@example.com"),
+                     BCC_RECIPIENT, "copy" + std::to_string(i) + "@bücher.example"});
+  }
+  ASSERT_EQ(0, bcc_->setBCC(3, rules));
+  ASSERT_EQ(0, bcc_->setBCC(4, {{"other", BCC_RECIPIENT, "domain"}}));
+  ASSERT_EQ(0, bcc_->setBCC(3, {{"other", BCC_SENDER, "type"}}));
+
+  const std::string first = Export(3, BCC_RECIPIENT);
+  EXPECT_EQ(2513, std::count(first.begin(), first.end(), '\n'));
+  EXPECT_NE(std::string::npos, first.find("\na@xn--bcher-kva.example x@xn--bcher-kva.example\n"));
+  EXPECT_NE(std::string::npos, first.find("\nmüller jürgen@xn--bcher-kva.example\n"));
+  EXPECT_NE(std::string::npos, first.find("\nc@bücher.example one\n"));
+  ASSERT_EQ(0, bcc_->deleteAllBCC(3));
+  ASSERT_EQ(0, bcc_->importBCC(3, BCC_RECIPIENT, root() + kFile));
+  EXPECT_EQ(first, Export(3, BCC_RECIPIENT));
+  EXPECT_THAT(Rules(3, BCC_SENDER), IsEmpty());
+  EXPECT_THAT(Rules(4, BCC_RECIPIENT), ElementsAre("other domain"));
+}
+
+TEST_F(BccFileTest, ExportsByNameDescendingAndConvertsDomains) {
+  ASSERT_EQ(
+      0, bcc_->setBCC(1, {{"bücher.example", BCC_DOMAIN, "all"}, {"a.example", BCC_DOMAIN, "x"}}));
+  EXPECT_EQ("xn--bcher-kva.example all\na.example x\n", Export(1, BCC_DOMAIN));
+  EXPECT_EQ("", Export(1, BCC_SENDER));
+}
+
+TEST_F(BccFileTest, ExportReportsWhatCannotBeWritten) {
+  ASSERT_EQ(0, bcc_->setBCC(1, {{"good", 0, "x@no domain"}}));
+  EXPECT_GT(0, bcc_->exportBCC(1, 0, root() + "/missing/folder/file"));
+  TakeLog();
+  for (const char* name : {"two words", "line\nend", "tab\tname", "#comment", ""}) {
+    ASSERT_EQ(0, bcc_->deleteAllBCC(1));
+    ASSERT_EQ(0, bcc_->setBCC(1, {{"good", 0, "x"}, {name, 0, "y"}}));
+    Write(kFile, "old");
+    EXPECT_GT(0, bcc_->exportBCC(1, 0, root() + kFile)) << name;
+    EXPECT_TRUE(Logged("cannot stand in a file"));
+    EXPECT_EQ("old", Read(kFile));
+  }
+  ASSERT_EQ(0, bcc_->deleteAllBCC(1));
+  ASSERT_EQ(0, bcc_->setBCC(1, {{"a", 0, "x@-bad-"}}));
+  EXPECT_EQ("a x@-bad-\n", Export(1, 0));
+  EXPECT_TRUE(Logged("failed to convert bcc destination [x@-bad-] to punycode"));
+  EXPECT_GT(0, bcc_->exportBCC(1, 0, root() + "/missing/file"));
+  EXPECT_TRUE(Logged("open file " + root() + "/missing/file fail"));
+  TakeLog();
+}
+
+TEST_F(BccFileTest, ReadsWhatPeopleWrite) {
+  Write(kFile,
+        "\xEF\xBB\xBF# from the old server\r\n"
+        "\r\n"
+        "  a@example.com\t \tcopy@example.org  \r\n"
+        "\t# indented comment with words\n"
+        "b@bücher.example archive\n"
+        "DOM\\carol DOM\\dave\n"
+        "a@example.com later\n"
+        "e@xn--bcher-kva.example #1");
+  ASSERT_EQ(0, bcc_->importBCC(1, 0, root() + kFile));
+  EXPECT_THAT(Rules(1, 0), ElementsAre("DOM\\carol DOM\\dave", "a@example.com later",
+                                       "b@bücher.example archive", "e@xn--bcher-kva.example #1"));
+}
+
+TEST_F(BccFileTest, OneBadLineRefusesTheFile) {
+  const std::string long_name(300, 'n');
+  const std::vector<std::string> bad = {
+      "alone",
+      "three fields here",
+      "a..b@example.com copy",
+      "a@-x- copy",
+      "a@ copy",
+      "@example.com copy",
+      "a@exa mple.com",
+      "na\x01me copy",
+      "name co\x7Fpy",
+      "name cop\ry",
+      std::string("name co\0py", 10),
+      "na\xFFme copy",
+      "name \xC3",
+      "\"quoted\"@example.com copy",
+      "name a@example.com,b@example.com",
+      "name |/bin/sh",
+      long_name + " copy",
+      "a@" + long_name + ".example copy",
+      "name " + std::string(5000, ' ') + "copy",
+      "a\\b\\c copy",
+  };
+  std::string text = "good copy\n";
+  for (const std::string& line : bad) {
+    text += line + "\n";
+  }
+  Write(kFile, text);
+  ASSERT_EQ(0, bcc_->setBCC(1, {{"good", 0, "before"}}));
+  EXPECT_EQ(-2, bcc_->importBCC(1, 0, root() + kFile));
+  for (size_t i = 0; i < bad.size(); ++i) {
+    EXPECT_TRUE(Logged(root() + kFile + ":" + std::to_string(i + 2) + ": ")) << bad[i];
+  }
+  EXPECT_FALSE(Logged(root() + kFile + ":1: "));
+  EXPECT_TRUE(Logged("import list fail, type: 0"));
+  EXPECT_THAT(Rules(1, 0), ElementsAre("good before"));
+  // What is no domain is no name of a rule for one.
+  Write(kFile, "bob@example.com copy\n");
+  EXPECT_EQ(-2, bcc_->importBCC(1, BCC_DOMAIN, root() + kFile));
+  TakeLog();
+}
+
+TEST_F(BccFileTest, ImportTellsAMissingFile) {
+  EXPECT_EQ(-1, bcc_->importBCC(0, root() + "/missing"));
+  EXPECT_TRUE(Logged("open file error, " + root() + "/missing"));
+  EXPECT_EQ(-1, bcc_->importBCC(0, root()));
+  TakeLog();
+}
+
+}  // namespace
