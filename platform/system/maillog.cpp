@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <utility>
 
 namespace {
@@ -21,19 +23,14 @@ korvmailserver::MailLogSink& Sink() {
 // `error` is the errno that "%m" stands for. A format that cannot be expanded is shown as it is.
 __attribute__((format(printf, 1, 0))) std::string Expand(const char* format, va_list args,
                                                          int error) {
-  va_list again;
-  va_copy(again, args);
+  char* text = nullptr;
   errno = error;
-  const int length = vsnprintf(nullptr, 0, format, args);
-  std::string line = format;
-  if (length >= 0) {
-    line.assign(static_cast<size_t>(length) + 1, '\0');
-    errno = error;
-    vsnprintf(line.data(), line.size(), format, again);
-    line.pop_back();
+  const int length = vasprintf(&text, format, args);
+  if (length < 0) {
+    return format;
   }
-  va_end(again);
-  return line;
+  const std::unique_ptr<char, void (*)(void*)> holder(text, std::free);
+  return {text, static_cast<size_t>(length)};
 }
 
 // Quoted text may hold line ends, and a second line could pose as an entry of its own. A zero byte

@@ -53,6 +53,9 @@ int SetOwnerAndMode(const char* path, uid_t uid, gid_t gid, mode_t mode) {
   }
   if (result == 0) {
     result = chmod(("/proc/self/fd/" + std::to_string(fd)).c_str(), mode);
+    if (result != 0 && errno == ENOENT) {  // a bare chroot without /proc
+      result = chmod(path, mode);
+    }
   }
   const int error = errno;
   close(fd);

@@ -1,0 +1,81 @@
+// Any bytes as a domain, a local part and an address: what is accepted is clean and converts both
+// ways, what is stripped is acceptable.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "platform/include/eai.h"
+
+namespace {
+
+using namespace KORV::POSTARA_SERVER;
+
+void Require(bool holds) {
+  if (!holds) {
+    std::abort();
+  }
+}
+
+std::string Ascii(const std::string& text) {
+  std::string out;
+  Require(ConvertToPunycode(text, out) == 0);
+  return out;
+}
+
+std::string Unicode(const std::string& text) {
+  std::string out;
+  Require(ConvertToUTF8(text, out) == 0);
+  return out;
+}
+
+void CheckLocalPart(const std::string& text) {
+  const std::string stripped = StripInvalidEaiChars(text);
+  Require(StripInvalidEaiChars(stripped) == stripped);
+  if (!stripped.empty() && stripped.size() <= 64) {
+    Require(IsValidEaiLocalPart(stripped, true));
+  }
+  if (IsValidEaiLocalPart(text, true)) {
+    Require(stripped == text);
+    Require(text.find_first_of(std::string("\0\r\n \"\\<>@,;:()[]", 16)) == std::string::npos);
+  } else {
+    Require(!IsValidEaiLocalPart(text, false));
+  }
+}
+
+void CheckValidDomain(const std::string& text) {
+  const std::string ascii = Ascii(text);
+  const std::string unicode = Unicode(text);
+  Require(ascii.size() <= 253);
+  Require(ascii.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-.") == std::string::npos);
+  Require(IsValidEaiDomain(ascii) && IsValidEaiDomain(unicode));
+  Require(Ascii(ascii) == ascii && Unicode(ascii) == unicode);
+  Require(Ascii(unicode) == ascii && Unicode(unicode) == unicode);
+  Require(Ascii("\xff@" + text) == "\xff@" + ascii);
+  std::string other;
+  Require(ConvertToPunycodeOrUTF8(ascii, other) == 0 && other == unicode);
+  Require(ConvertToPunycodeOrUTF8(unicode, other) == 0 && other == ascii);
+}
+
+void CheckDomain(const std::string& text) {
+  if (IsValidEaiDomain(text)) {
+    CheckValidDomain(text);
+    return;
+  }
+  std::string out = "untouched";
+  const std::string address = "a@" + text;
+  if (text.find('@') == std::string::npos) {
+    Require(ConvertToPunycode(address, out) < 0 && ConvertToUTF8(text, out) < 0);
+    Require(ConvertToPunycodeOrUTF8(address, out) < 0);
+  }
+  Require(out == "untouched");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  CheckLocalPart(text);
+  CheckDomain(text);
+  return 0;
+}
