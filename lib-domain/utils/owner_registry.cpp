@@ -1,0 +1,225 @@
+#include "lib-domain/utils/owner_registry.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <unordered_set>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/domain.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/email_owner.h"
+#include "platform/include/eai.h"
+#include "platform/include/files.h"
+
+namespace MDOMAIN::UTILS {
+namespace {
+
+constexpr const char* kSelectDomains = "SELECT domain_name, domain_idx FROM domain_part";
+constexpr const char* kSelectLocalParts =
+    "SELECT local_part, domain_idx, user_name FROM local_part";
+
+using Connection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
+using Statement = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
+
+std::string Key(const std::string& text, int domain_idx) {
+  return std::to_string(domain_idx) + "/" + BASE::ToLowerAscii(text);
+}
+
+void AddName(const std::string& name, int domain_idx, OwnerRegistryContent& content) {
+  content.domains.emplace_back(name, domain_idx);
+  std::string other;
+  if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) >= 0 && other != name) {
+    content.domains.emplace_back(other, domain_idx);
+  }
+}
+
+bool CollectDomains(OwnerRegistryContent& content, std::vector<int>& domain_idxs) {
+  CONTROL::Domain control;
+  DB::DomainDBFilter filter;
+  filter.SetLimit(-1);
+  std::vector<RECORD::Domain> domains;
+  std::map<int, std::vector<std::string>> names;
+  if (!control.List(filter, domains) || !control.ListAllAdditionalDomains(names)) {
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    domain_idxs.push_back(domain.GetDomainIdx());
+    AddName(domain.GetDomainName(), domain.GetDomainIdx(), content);
+    for (const std::string& name : names[domain.GetDomainIdx()]) {
+      AddName(name, domain.GetDomainIdx(), content);
+    }
+  }
+  return true;
+}
+
+// Aliases that are not flagged come first, so that they win over those that collide with them.
+void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
+                std::unordered_set<std::string>& seen, OwnerRegistryContent& content) {
+  for (const RECORD::DomainUser& user : users) {
+    for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
+      if (duplicated == flagged && seen.insert(Key(alias, user.GetDomainIdx())).second) {
+        content.local_parts.emplace_back(alias, user.GetDomainIdx(), user.GetUserName());
+      }
+    }
+  }
+}
+
+bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content) {
+  DB::EmailOwner registry(path);
+  BatchScope scope(&registry);
+  return registry.CreateDomainPart(content.domains) &&
+         registry.CreateLocalPart(content.local_parts) && scope.Commit() == 0;
+}
+
+// A journal beside the old file belongs to a writer, or to one that crashed; SQLite would play it
+// into whatever file has the name next. Reading the old file once clears what a crash left.
+bool IsJournalGone(const std::string& path) {
+  const std::string journal = path + "-journal";
+  if (!postara::sdk::Exist(journal)) {
+    return true;
+  }
+  std::string ignored;
+  DB::EmailOwner(path).GetOwner("", "", ignored);
+  return !postara::sdk::Exist(journal);
+}
+
+std::string FolderOf(const std::string& path) {
+  return path.substr(0, path.rfind('/'));
+}
+
+bool MakeFolder(const std::string& folder) {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  return KLIBCFileExist(folder.c_str()) || (mailUGidGet("Postara-Server", &uid, &gid) >= 0 &&
+                                            KORVFSMkdirP(folder.c_str(), uid, gid, 0755) >= 0);
+}
+
+void SyncFolderOf(const std::string& path) {
+  const int fd = open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd >= 0) {
+    fsync(fd);
+    close(fd);
+  }
+}
+
+// Calls `use(statement)` for each row. False with one log line on failure.
+template <typename Use>
+bool ForEachRow(sqlite3* db, const char* sql, Use use) {
+  sqlite3_stmt* raw = nullptr;
+  int result = sqlite3_prepare_v2(db, sql, -1, &raw, nullptr);
+  const Statement statement(raw, sqlite3_finalize);
+  while (result == SQLITE_OK || result == SQLITE_ROW) {
+    result = sqlite3_step(raw);
+    if (result == SQLITE_ROW) {
+      use(raw);
+    }
+  }
+  if (result != SQLITE_DONE) {
+    LOG_ERROR("Failed to read the owner registry, %s", sqlite3_errmsg(db));
+  }
+  return result == SQLITE_DONE;
+}
+
+std::string Text(sqlite3_stmt* statement, int column) {
+  const unsigned char* text = sqlite3_column_text(statement, column);
+  return text == nullptr ? "" : reinterpret_cast<const char*>(text);
+}
+
+}  // namespace
+
+bool CollectOwners(OwnerRegistryContent& content) {
+  content = OwnerRegistryContent();
+  std::vector<int> domain_idxs;
+  if (!CollectDomains(content, domain_idxs)) {
+    LOG_ERROR("Failed to List domains");
+    return false;
+  }
+  if (domain_idxs.empty()) {
+    return true;
+  }
+  DB::DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs(domain_idxs);
+  filter.SetLimit(-1);
+  std::vector<RECORD::DomainUser> users;
+  if (!CONTROL::DomainUser().List(filter, users)) {
+    LOG_ERROR("Failed to List all domain users");
+    return false;
+  }
+  std::unordered_set<std::string> seen;
+  AddAliases(users, false, seen, content);
+  AddAliases(users, true, seen, content);
+  return true;
+}
+
+bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content) {
+  const std::string fresh = path + ".new";
+  if (!MakeFolder(FolderOf(path))) {
+    LOG_ERROR("Failed to make %s, %m", FolderOf(path).c_str());
+    return false;
+  }
+  postara::sdk::Unlink(fresh);
+  postara::sdk::Unlink(fresh + "-journal");
+  if (!WriteRegistry(fresh, content)) {
+    LOG_ERROR("Failed to write %s", fresh.c_str());
+    postara::sdk::Unlink(fresh);
+    return false;
+  }
+  if (!IsJournalGone(path)) {
+    LOG_ERROR("Failed to replace %s, another program is writing it", path.c_str());
+    postara::sdk::Unlink(fresh);
+    return false;
+  }
+  if (std::rename(fresh.c_str(), path.c_str()) != 0) {
+    LOG_ERROR("Failed to replace %s, %m", path.c_str());
+    postara::sdk::Unlink(fresh);
+    return false;
+  }
+  SyncFolderOf(path);
+  return true;
+}
+
+bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
+                     OwnerRegistryContent& stale) {
+  stale = OwnerRegistryContent();
+  if (!postara::sdk::Exist(path)) {
+    return true;
+  }
+  sqlite3* db = nullptr;
+  const int opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  const Connection connection(db, sqlite3_close);
+  if (opened != SQLITE_OK) {
+    LOG_ERROR("Failed to open %s, %s", path.c_str(), sqlite3_errmsg(db));
+    return false;
+  }
+  sqlite3_busy_timeout(db, 10000);
+  std::unordered_set<std::string> domains;
+  for (const RECORD::DomainPart& part : content.domains) {
+    domains.insert(Key(part.GetDomainName(), part.GetDomainIdx()));
+  }
+  std::map<std::string, std::string> owners;
+  for (const RECORD::LocalPart& part : content.local_parts) {
+    owners.emplace(Key(part.GetLocalPart(), part.GetDomainIdx()), part.GetUserName());
+  }
+  return ForEachRow(db, kSelectDomains,
+                    [&](sqlite3_stmt* row) {
+                      const RECORD::DomainPart part(Text(row, 0), sqlite3_column_int(row, 1));
+                      if (domains.count(Key(part.GetDomainName(), part.GetDomainIdx())) == 0) {
+                        stale.domains.push_back(part);
+                      }
+                    }) &&
+         ForEachRow(db, kSelectLocalParts, [&](sqlite3_stmt* row) {
+           const RECORD::LocalPart part(Text(row, 0), sqlite3_column_int(row, 1), Text(row, 2));
+           const auto owner = owners.find(Key(part.GetLocalPart(), part.GetDomainIdx()));
+           if (owner == owners.end() || owner->second != part.GetUserName()) {
+             stale.local_parts.push_back(part);
+           }
+         });
+}
+
+}  // namespace MDOMAIN::UTILS

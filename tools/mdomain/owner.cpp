@@ -1,0 +1,195 @@
+// mdomain owner: the registry that mail services ask whose address this is.
+#include <iostream>
+
+#include "lib-domain/api/email_owner.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/owner_registry.h"
+#include "platform/include/files.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::API::EmailOwner;
+using MDOMAIN::UTILS::OwnerRegistryContent;
+
+std::vector<std::string> TypedAddresses(const Call& call) {
+  std::vector<std::string> addresses;
+  for (const std::string& text : call.List("ADDRESS")) {
+    if (text != "-") {
+      addresses.push_back(text);
+      continue;
+    }
+    std::string line;
+    while (std::getline(std::cin, line)) {
+      if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+      }
+      if (!line.empty()) {
+        addresses.push_back(line);
+      }
+    }
+  }
+  return addresses;
+}
+
+// An address splits at its first "@". A NUL or another control character cannot be part of one, and
+// a NUL would make the look-up answer for the text before it.
+bool IsAddress(const std::string& text) {
+  const size_t at = text.find('@');
+  return at != std::string::npos && at != 0 && at + 1 != text.size() && Printable(text) == text;
+}
+
+// Opening a registry makes it; to answer from an empty one would look like an answer.
+void RequireRegistry() {
+  if (!postara::sdk::Exist(MDOMAIN::PATHS::EmailOwnerDb())) {
+    throw Failure(kNotFound, "there is no owner registry yet: run mdomain owner build");
+  }
+}
+
+void Lookup(Call& call) {
+  RequireRegistry();
+  EmailOwner registry;
+  Json::Value records(Json::arrayValue);
+  Status status = kDone;
+  for (const std::string& address : TypedAddresses(call)) {
+    Json::Value record;
+    std::string owner;
+    if (!IsAddress(address)) {
+      status = kRefused;
+    } else if (!registry.GetOwner(address, owner)) {
+      throw Failure(kFailed, "the owner registry could not be read");
+    } else if (owner.empty() && status == kDone) {
+      status = kNotFound;
+    }
+    record["address"] = address;
+    record["owner"] = owner;
+    records.append(record);
+  }
+  call.out().List(records, {{"address", "ADDRESS"}, {"owner", "OWNER"}});
+  call.out().Flush();
+  if (status != kDone) {
+    throw Failure(status, status == kRefused ? "a text without owner is not an address"
+                                             : "an address has no owner");
+  }
+}
+
+void Add(Call& call) {
+  RequireRegistry();
+  const std::string address = call.Text("ADDRESS");
+  const size_t at = address.find('@');
+  if (!IsAddress(address) || !MDOMAIN::UTILS::IsAccountAliasValid(address.substr(0, at))) {
+    throw Failure(kRefused, "\"" + address + "\" is not an address");
+  }
+  const std::string domain_name = address.substr(at + 1);
+  const KnownDomain domain = Domains().Find(domain_name);
+  const MDOMAIN::RECORD::User user = FindUser(call.Text("USER"));
+  EmailOwner registry;
+  std::string owner;
+  if (!registry.GetOwner(address, owner)) {
+    throw Failure(kFailed, "the owner registry could not be read");
+  }
+  if (!owner.empty() && owner != user.GetUserName()) {
+    throw Failure(kRefused, "\"" + address + "\" belongs to " + owner);
+  }
+  if (owner.empty() &&
+      (!registry.CreateDomainPart({{domain_name, domain.idx()}}) ||
+       !registry.CreateLocalPart({{address.substr(0, at), domain.idx(), user.GetUserName()}}))) {
+    throw Failure(kFailed, "the owner registry could not be written");
+  }
+  Json::Value record;
+  record["address"] = address;
+  record["owner"] = user.GetUserName();
+  call.out().Done(record, address + " belongs to " + user.GetUserName());
+}
+
+OwnerRegistryContent Owners() {
+  OwnerRegistryContent content;
+  if (!MDOMAIN::UTILS::CollectOwners(content)) {
+    throw Failure(kFailed, "the addresses could not be read");
+  }
+  return content;
+}
+
+void Build(Call& call) {
+  const OwnerRegistryContent content = Owners();
+  if (!MDOMAIN::UTILS::ReplaceOwnerRegistry(MDOMAIN::PATHS::EmailOwnerDb(), content)) {
+    throw Failure(kFailed, "the owner registry could not be replaced; the old one is in place");
+  }
+  Json::Value record;
+  record["domain_names"] = Json::UInt64(content.domains.size());
+  record["local_parts"] = Json::UInt64(content.local_parts.size());
+  call.out().Done(record, "registered " + Counted(content.local_parts.size(), "local part") +
+                              " and " + Counted(content.domains.size(), "domain name"));
+}
+
+void Check(Call& call) {
+  OwnerRegistryContent stale;
+  if (!MDOMAIN::UTILS::FindStaleOwners(MDOMAIN::PATHS::EmailOwnerDb(), Owners(), stale)) {
+    throw Failure(kFailed, "the owner registry could not be read");
+  }
+  Json::Value records(Json::arrayValue);
+  auto append = [&](const std::string& kind, const std::string& text, int domain,
+                    const std::string& owner) {
+    Json::Value record;
+    record["kind"] = kind;
+    record["entry"] = text;
+    record["domain"] = domain;
+    record["owner"] = owner;
+    records.append(record);
+  };
+  for (const auto& part : stale.domains) {
+    append("domain", part.GetDomainName(), part.GetDomainIdx(), "");
+  }
+  for (const auto& part : stale.local_parts) {
+    append("local_part", part.GetLocalPart(), part.GetDomainIdx(), part.GetUserName());
+  }
+  call.out().List(records,
+                  {{"kind", "KIND"}, {"entry", "ENTRY"}, {"domain", "DOMAIN"}, {"owner", "OWNER"}});
+  if (!records.empty()) {
+    call.out().Flush();
+    throw Failure(kFailed,
+                  "the registry holds entries that the domain database has not: run "
+                  "mdomain owner build");
+  }
+}
+
+const Register kOwner({
+    "owner",
+    "The registry of address owners",
+    {
+        {"lookup",
+         "Show whose addresses these are",
+         "Answers from the registry, not from the domain database. Ends with 4 when an address has "
+         "no owner, with 3 when a text is no address; the others are answered nevertheless.",
+         Effect::kReads,
+         {Many("ADDRESS", "An address, or - for one a line from standard input")},
+         Lookup},
+        {"add",
+         "Enter one address",
+         "An address that belongs to somebody else is refused. The next build leaves out what the "
+         "domain database does not have.",
+         Effect::kChanges,
+         {One("ADDRESS", "The address; its domain must exist"), One("USER", "Name or uid")},
+         Add},
+        {"build",
+         "Fill the registry anew from the domain database",
+         "Readers see the old or the new registry, whole. Where several users have one alias, the "
+         "one whose alias is not flagged is the owner.",
+         Effect::kChanges,
+         {},
+         Build},
+        {"check",
+         "List entries that the domain database no longer has",
+         "Ends with 1 when there are any.",
+         Effect::kReads,
+         {},
+         Check},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain
