@@ -1,8 +1,15 @@
 // Aliases from a domain's default alias pattern.
+//
+// A pattern is text with tokens "<...>". A token is an optional decimal length and a key: <a> is
+// the account's short name, <m> the local part of its mail address; on a Windows domain <g>, <i>,
+// <s> and <d> are given name, initials, surname and display name. Any other token names an
+// attribute of the directory (<department>). A length takes the first bytes of the value: <1g>.<s>
+// gives J.Smith.
 #ifndef LIB_DOMAIN_UTILS_DEFAULT_ALIAS_GETTER_H
 #define LIB_DOMAIN_UTILS_DEFAULT_ALIAS_GETTER_H
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,37 +19,70 @@ namespace MDOMAIN::UTILS {
 
 class DefaultAliasGetter {
  public:
+  // Asks which account source is in force; local accounts when that cannot be read (one error
+  // line).
   explicit DefaultAliasGetter(const std::string& pattern);
 
+  // Adds an entry (short name, alias) for every given name to `aliases`; existing entries of other
+  // names stay. A user for whom any attribute of the pattern has no value, or whom the source does
+  // not know, gets the short name without the characters that may not stand in a local part, which
+  // can be empty. The alias keeps its letter case and is not tested further.
+  //
+  // False, with `aliases` partly filled, when the directory could not be asked or answered only in
+  // part, or when the pattern cannot be used (AliasComposer). No names: true, and nobody is asked.
+  //
+  // Around look-ups other than of the short name the process's effective ids are 0 where the real
+  // or saved ids allow it, which is logged to the system log's auth facility; they are restored
+  // before this returns. Nothing else that depends on the ids may run meanwhile.
   bool GetAliasFromUserShortNames(const std::vector<std::string>& user_short_names,
                                   std::map<std::string, std::string>& aliases);
 
  private:
+  friend class AttributeScope;
   using AttrMap = std::map<std::string, std::string>;
   using UserAttrsMap = std::map<std::string, AttrMap>;
+  using AttrSet = std::set<std::string>;
+  // Adds every account of the directory, with those of the needed attributes that it has.
+  using Query = bool (*)(const AttrSet& needed, UserAttrsMap& accounts);
 
   void _GetPatternAttrMap();
+  void _GetTokenizedPatternToAttrMap(const std::vector<std::string>& tokens);
   bool _GetUserAttrsValueMap(const std::vector<std::string>& user_short_names, UserAttrsMap& attrs);
   bool _NeedToFetchAdditionalInfo() const;
+  bool _FetchAttrs(const std::vector<std::string>& user_short_names, UserAttrsMap& attrs);
   bool _FetchAttrsFromLocal(const std::vector<std::string>& user_short_names, UserAttrsMap& attrs);
-  bool _FetchAttrsFromLDAP(const std::vector<std::string>& user_short_names, UserAttrsMap& attrs);
-  bool _FetchAttrsFromDomain(const std::vector<std::string>& user_short_names, UserAttrsMap& attrs);
+  bool _FetchAttrsFromLDAP(UserAttrsMap& attrs);
+  bool _FetchAttrsFromDomain(UserAttrsMap& attrs);
+  bool _FetchAttrsFromDirectory(Query query, UserAttrsMap& attrs);
   bool _ComposeUserAliasMap(const UserAttrsMap& attrs, std::map<std::string, std::string>& aliases);
-  bool _DefaultPatternToAlias(const std::string& user_short_name, const AttrMap& attrs,
-                              std::string& alias) const;
+  AttrSet _NeededAttrs() const;
 
   AUTH_TYPE auth_type_ = AUTH_LOCAL;
   std::string pattern_;
-  AttrMap pattern_attrs_;
+  AttrMap pattern_attrs_;  // token to attribute
 };
 
-namespace INTERNAL {
+// While one lives, a directory is asked once for all attributes of the given patterns; getters of
+// any of them are answered from that answer. A failed search is not kept: the next getter asks
+// again. Scopes nest; the outermost counts.
+class AttributeScope {
+ public:
+  explicit AttributeScope(const std::vector<std::string>& patterns);
+  ~AttributeScope();
+  AttributeScope(const AttributeScope&) = delete;
+  AttributeScope& operator=(const AttributeScope&) = delete;
 
-std::string StripBeginningInteger(const std::string& token);
-std::string ParseValByPattern(const std::string& token, const std::string& value);
-void ParseDomainAttrVal(const std::string& line, std::string& name, std::string& value);
+ private:
+  friend class DefaultAliasGetter;
+  static AttributeScope* _current;
 
-}  // namespace INTERNAL
+  bool _Ask(DefaultAliasGetter::Query query, const DefaultAliasGetter::AttrSet& needed);
+
+  DefaultAliasGetter::AttrSet needed_;
+  bool is_answered_ = false;
+  DefaultAliasGetter::UserAttrsMap accounts_;
+};
+
 }  // namespace MDOMAIN::UTILS
 
 #endif  // LIB_DOMAIN_UTILS_DEFAULT_ALIAS_GETTER_H

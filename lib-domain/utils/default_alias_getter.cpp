@@ -1,0 +1,124 @@
+// The pattern's tokens and the choice of the source.
+// Asking the sources stands in default_alias_fetch.cpp, composing the text in alias_composer.cpp.
+#include "lib-domain/utils/default_alias_getter.h"
+
+#include <algorithm>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/utils/account_source.h"
+#include "lib-domain/utils/alias_composer.h"
+#include "lib-domain/utils/critical_section.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/net_output.h"
+
+namespace MDOMAIN::UTILS {
+
+namespace {
+
+using KeyTable = std::map<std::string, std::string>;
+
+const KeyTable& KeysOf(AUTH_TYPE type) {
+  static const std::map<AUTH_TYPE, KeyTable> tables = {
+      {AUTH_LOCAL, {{"a", INTERNAL::kAccountAttr}, {"m", "mail"}}},
+      {AUTH_LDAP, {{"a", INTERNAL::kAccountAttr}, {"m", "mail"}}},
+      {AUTH_WIN,
+       {{"a", INTERNAL::kAccountAttr},
+        {"g", "givenName"},
+        {"i", "initials"},
+        {"s", "sn"},
+        {"d", "displayName"},
+        {"m", "mailNickname"}}},
+  };
+  static const KeyTable none;
+  const auto table = tables.find(type);
+  return table == tables.end() ? none : table->second;
+}
+
+}  // namespace
+
+DefaultAliasGetter::DefaultAliasGetter(const std::string& pattern) : pattern_(pattern) {
+  if (!DomainMailConfCurrentAuthTypeGet(auth_type_)) {
+    LOG_ERROR("cannot get current auth type");
+    auth_type_ = AUTH_LOCAL;
+  }
+  _GetPatternAttrMap();
+}
+
+void DefaultAliasGetter::_GetPatternAttrMap() {
+  _GetTokenizedPatternToAttrMap(INTERNAL::FindPatternTokens(pattern_));
+}
+
+void DefaultAliasGetter::_GetTokenizedPatternToAttrMap(const std::vector<std::string>& tokens) {
+  const KeyTable& keys = KeysOf(auth_type_);
+  for (const std::string& token : tokens) {
+    const auto key = keys.find(INTERNAL::StripBeginningInteger(token));
+    pattern_attrs_[token] = key == keys.end() ? token : key->second;
+  }
+}
+
+bool DefaultAliasGetter::GetAliasFromUserShortNames(
+    const std::vector<std::string>& user_short_names, std::map<std::string, std::string>& aliases) {
+  if (user_short_names.empty()) {
+    return true;
+  }
+  UserAttrsMap attrs;
+  if (!_GetUserAttrsValueMap(user_short_names, attrs)) {
+    LOG_ERROR("Failed to _GetUserAttrsValueMap");
+    return false;
+  }
+  if (!_ComposeUserAliasMap(attrs, aliases)) {
+    LOG_ERROR("Failed to _ComposeUserAliasMap");
+    return false;
+  }
+  return true;
+}
+
+DefaultAliasGetter::AttrSet DefaultAliasGetter::_NeededAttrs() const {
+  AttrSet needed;
+  for (const auto& [token, attribute] : pattern_attrs_) {
+    needed.insert(attribute);
+  }
+  return needed;
+}
+
+bool DefaultAliasGetter::_NeedToFetchAdditionalInfo() const {
+  return std::any_of(pattern_attrs_.begin(), pattern_attrs_.end(),
+                     [](const auto& entry) { return entry.second != INTERNAL::kAccountAttr; });
+}
+
+bool DefaultAliasGetter::_GetUserAttrsValueMap(const std::vector<std::string>& user_short_names,
+                                               UserAttrsMap& attrs) {
+  for (const std::string& name : user_short_names) {
+    attrs[name][INTERNAL::kAccountAttr] = name;
+  }
+  if (!_NeedToFetchAdditionalInfo()) {
+    return true;
+  }
+  const INTERNAL::CriticalSection section;
+  return _FetchAttrs(user_short_names, attrs);
+}
+
+bool DefaultAliasGetter::_FetchAttrs(const std::vector<std::string>& user_short_names,
+                                     UserAttrsMap& attrs) {
+  switch (auth_type_) {
+    case AUTH_WIN:
+      return _FetchAttrsFromDomain(attrs);
+    case AUTH_LDAP:
+      return _FetchAttrsFromLDAP(attrs);
+    default:
+      return _FetchAttrsFromLocal(user_short_names, attrs);
+  }
+}
+
+bool DefaultAliasGetter::_ComposeUserAliasMap(const UserAttrsMap& attrs,
+                                              std::map<std::string, std::string>& aliases) {
+  const INTERNAL::AliasComposer composer(pattern_, pattern_attrs_);
+  if (!composer.IsUsable()) {
+    return false;
+  }
+  return std::all_of(attrs.begin(), attrs.end(), [&](const auto& user) {
+    return composer.Compose(user.first, user.second, aliases[user.first]);
+  });
+}
+
+}  // namespace MDOMAIN::UTILS
