@@ -130,7 +130,8 @@ int DBHandler::OpenAndCheck() {
   if (tables < 0) {
     return err_;
   }
-  if (!read_only_allowed_ && sqlite3_db_readonly(db_, "main") != 0) {  // SQLite falls back to that without a word
+  // SQLite falls back to reading only without a word.
+  if (!read_only_allowed_ && sqlite3_db_readonly(db_, "main") != 0) {
     err_text_ = "it is read-only";
     return SQLITE_READONLY;
   }
