@@ -1,0 +1,102 @@
+// What hangs on a domain outside the domain database: made with it, removed after it.
+#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain.cpp"
+
+#include <string>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/control/domain.h"
+#include "lib-domain/control/policy_hooks.h"
+#include "platform/include/alias.h"
+#include "platform/include/domain_setting.h"
+#include "platform/include/files.h"
+#include "platform/include/mail_conf.h"
+
+namespace MDOMAIN::CONTROL {
+
+bool Domain::_InitDomainRelatedSettings(const int& domain_idx) {
+  MultipleDomain::DomainSetting setting(PATHS::SettingsDb());
+  return setting.CreateSettings(domain_idx) >= 0;
+}
+
+bool Domain::_UpdatePrimaryDomainRelatedSettings(const int& /*domain_idx*/) {
+  return true;
+}
+
+bool Domain::_DeleteRelatedSettings(const std::vector<int>& domain_idxs) {
+  for (int domain_idx : domain_idxs) {
+    if (!_DeleteAliasRelatedSettings(domain_idx) || !_DeleteUsageLimitRelatedSettings(domain_idx) ||
+        !_DeleteBCCRelatedSettings(domain_idx) || !_DeleteDisclaimerSettings(domain_idx) ||
+        !_DeleteDKIMSettings(domain_idx)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool Domain::_DeleteAliasRelatedSettings(const int& domain_idx) {
+  Alias alias(PATHS::AliasDb());
+  if (alias.load() < 0) {
+    LOG_ERROR("Failed to load alias");
+    return false;
+  }
+  if (alias.delDomainAlias(domain_idx) < 0) {
+    LOG_ERROR("Failed to delDomainAlias, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
+}
+
+bool Domain::_DeleteUsageLimitRelatedSettings(const int& domain_idx) {
+  MultipleDomain::DomainSetting setting(PATHS::SettingsDb());
+  if (setting.DelSettings(domain_idx) < 0) {
+    LOG_ERROR("Failed to DelSettings, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
+}
+
+bool Domain::_DeleteBCCRelatedSettings(const int& domain_idx) {
+  switch (INTERNAL::DeleteDomainBcc(domain_idx)) {
+    case INTERNAL::BccOutcome::kNoInstance:
+      LOG_ERROR("Failed to get bcc instance, domain_id: [%d]", domain_idx);
+      return false;
+    case INTERNAL::BccOutcome::kFailed:
+      LOG_ERROR("Failed to deleteAllBCC, domain_id: [%d]", domain_idx);
+      return false;
+    case INTERNAL::BccOutcome::kDone:
+      break;
+  }
+  return true;
+}
+
+bool Domain::_DeleteDisclaimerSettings(const int& domain_idx) {
+  switch (INTERNAL::DeleteDomainDisclaimers(domain_idx)) {
+    case INTERNAL::DisclaimerOutcome::kLoadFailed:
+      LOG_ERROR("Failed to load mimedefang settings");
+      return false;
+    case INTERNAL::DisclaimerOutcome::kSaveFailed:
+      LOG_ERROR("Failed to save mimedefang settings");
+      return false;
+    // A list that could not be emptied was logged where it failed and does not stop the deletion.
+    case INTERNAL::DisclaimerOutcome::kRemoveFailed:
+    case INTERNAL::DisclaimerOutcome::kDone:
+      break;
+  }
+  return true;
+}
+
+bool Domain::_DeleteDKIMSettings(const int& domain_idx) {
+  const std::string index = std::to_string(domain_idx);
+  if (mailConfSet("enable_dkim_sign-" + index, "no", true, 0) < 0 ||
+      mailConfSet("dkim_selector-" + index, "", true, 0) < 0) {
+    LOG_ERROR("Failed to mailConfSet");
+    return false;
+  }
+  // Most domains never had keys.
+  postara::sdk::Unlink(PATHS::DkimPrivateKey(domain_idx));
+  postara::sdk::Unlink(PATHS::DkimPublicKey(domain_idx));
+  return true;
+}
+
+}  // namespace MDOMAIN::CONTROL

@@ -1,0 +1,80 @@
+// The marks by which the SMTP side learns whose addresses changed: flag files and one key.
+#include "lib-domain/utils/domain_backend_related.h"
+
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
+#include "platform/include/files.h"
+#include "platform/include/mail_conf.h"
+
+namespace MDOMAIN::UTILS {
+
+namespace {
+
+const char* const kServiceAccount = "Postara-Server";
+const char* const kChangedUidsKey = "smtp_changed_uids";
+constexpr mode_t kFolderMode = 0755;
+
+std::vector<unsigned int> SortedOnce(std::vector<unsigned int> uids) {
+  std::sort(uids.begin(), uids.end());
+  uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
+  return uids;
+}
+
+bool MakeFolder(const std::string& folder) {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  // A folder that root owns instead would keep the consumer from ever removing a flag.
+  if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+    LOG_ERROR("failed to mkdir, path [%s], error[%s]", folder.c_str(), "no such service account");
+    return false;
+  }
+  if (KORVFSMkdirP(folder.c_str(), uid, gid, kFolderMode) < 0) {
+    LOG_ERROR("failed to mkdir, path [%s], error[%s]", folder.c_str(), std::strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids) {
+  return _TouchSMTPChangedUIDsFlags(uids) && _SetSMTPChangedUIDsToRedis(uids);
+}
+
+bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids) {
+  if (uids.empty()) {
+    return true;
+  }
+  const std::string folder = PATHS::ChangedUserDir();
+  if (!MakeFolder(folder)) {
+    return false;
+  }
+  bool ok = true;
+  for (unsigned int uid : SortedOnce(uids)) {
+    const std::string path = folder + std::to_string(uid);
+    if (KLIBCFileTouch(path.c_str()) < 0) {
+      LOG_ERROR("Failed to KLIBCFileTouch, path: [%s]", path.c_str());
+      ok = false;
+    }
+  }
+  return ok;
+}
+
+bool _SetSMTPChangedUIDsToRedis(const std::vector<unsigned int>& uids) {
+  const std::string value = BASE::Join(SortedOnce(uids), ", ");
+  if (mailConfSet(kChangedUidsKey, value, true, 0) < 0) {
+    LOG_ERROR("Failed to mailConfSet, key = [%s], val = [%s]", kChangedUidsKey, value.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::UTILS
