@@ -1,9 +1,17 @@
 // The mirror of groups: whenever groups are written, their members are asked of the account system.
+//
+// The members that the account system knows as users are mirrored with the group. Asking comes
+// before the membership rows are written, so a slow directory never holds the database's write
+// lock; the rows of all groups are one transaction. A group whose members cannot be told keeps the
+// rows it has and is skipped with a log line, the call succeeds.
 #ifndef LIB_DOMAIN_CONTROL_GROUP_H
 #define LIB_DOMAIN_CONTROL_GROUP_H
 
+#include <map>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
@@ -15,20 +23,44 @@ namespace MDOMAIN::CONTROL {
 
 class Group {
  public:
+  // Appends the mirrored groups that the filter lets through.
   bool List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups);
+
+  // Mirrors groups with their members. A group that is mirrored keeps its name and its rows;
+  // members are only added. An empty list asks nothing of the account system.
   bool Create(const std::vector<RECORD::Group>& groups);
+
+  // Rewrites name, description and, where they differ from the mirror, the members of groups: who
+  // left a group loses his row. A change of the number of members is logged as a notice. An empty
+  // list asks nothing of the account system.
   bool Set(const std::vector<RECORD::Group>& groups);
+
+  // Deletes groups with their membership rows and everything that they have in any domain.
   bool Delete(const std::vector<unsigned int>& gids);
+
+  // Appends the uids of the group's mirrored members.
   bool ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids);
 
  private:
+  using UsersByLowerName = std::unordered_map<std::string, RECORD::User>;
+  using GroupMembers = std::pair<const RECORD::Group*, std::vector<RECORD::User>>;
+  using UidsByGid = std::map<unsigned int, std::vector<unsigned int>>;
+
   bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   bool _HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
                                      const bool& is_update);
-  bool _GetUsersFromGroup(const RECORD::Group& group,
-                          const std::unordered_map<std::string, RECORD::User>& users_by_lower_name,
+
+  // The members of a group that are among `users_by_lower_name`, in the account system's order.
+  // Members that are not are named in a notice; a group all of whose members are unknown is a
+  // failure, so that a user list that was cut short does not empty it.
+  bool _GetUsersFromGroup(const RECORD::Group& group, const UsersByLowerName& users_by_lower_name,
                           std::vector<RECORD::User>& members);
+  bool _GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name);
+  bool _IsMembershipStored(const RECORD::Group& group, const std::vector<RECORD::User>& members,
+                           const UidsByGid& stored) const;
+  bool _WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,
+                     const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids);
 
   DB::Group store_;
 };

@@ -1,4 +1,4 @@
-// The mirror of users, forwarded.
+// The mirror of users, forwarded to its store as it is.
 #ifndef LIB_DOMAIN_CONTROL_USER_H
 #define LIB_DOMAIN_CONTROL_USER_H
 
@@ -12,9 +12,13 @@ namespace MDOMAIN::CONTROL {
 
 class User {
  public:
+  // Appends the mirrored users that the filter lets through.
   bool List(const DB::UserDBFilter& filter, std::vector<RECORD::User>& users);
+  // Adds users; one whose uid is mirrored already keeps its old name. Invalid records are skipped.
   bool Create(const std::vector<RECORD::User>& users);
+  // Renames mirrored users; unknown uids and invalid records are skipped.
   bool Set(const std::vector<RECORD::User>& users);
+  // Deletes users with their memberships and everything that they have in any domain.
   bool Delete(const std::vector<unsigned int>& uids);
 
  private:

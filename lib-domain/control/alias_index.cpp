@@ -1,0 +1,193 @@
+// Collisions through hash tables whose keys are domain and folded text.
+#include "lib-domain/control/alias_index.h"
+
+#include <tuple>
+#include <utility>
+
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/alias_conflict.h"
+#include "platform/include/account.h"
+
+namespace MDOMAIN::CONTROL::INTERNAL {
+
+namespace {
+
+using AliasPairs = std::vector<std::pair<std::string, bool>>;
+
+// The number comes first, so no text can be read as another domain's.
+std::string Key(int domain_idx, const std::string& text) {
+  return std::to_string(domain_idx) + ':' + BASE::ToLowerAscii(text);
+}
+
+std::string OwnedKey(unsigned int uid, const std::string& key) {
+  return std::to_string(uid) + ':' + key;
+}
+
+// What decides between equal aliases: the smallest is the clean one.
+struct Claim {
+  bool has_no_role;
+  std::string role;
+  bool is_flagged;
+  size_t user;
+  size_t pair;
+
+  bool operator<(const Claim& other) const {
+    return std::tie(has_no_role, role, is_flagged, user, pair) <
+           std::tie(other.has_no_role, other.role, other.is_flagged, other.user, other.pair);
+  }
+};
+
+using Claims = std::unordered_map<std::string, Claim>;
+
+Claims FindWinners(const std::vector<RECORD::DomainUser>& users) {
+  Claims winners;
+  for (size_t user = 0; user < users.size(); ++user) {
+    const std::string role = users[user].GetRole();
+    const AliasPairs pairs = users[user].GetAliasDuplicatedPairs();
+    for (size_t pair = 0; pair < pairs.size(); ++pair) {
+      const Claim claim{role.empty(), role, pairs[pair].second, user, pair};
+      const auto [held, is_new] =
+          winners.emplace(Key(users[user].GetDomainIdx(), pairs[pair].first), claim);
+      if (!is_new && claim < held->second) {
+        held->second = claim;
+      }
+    }
+  }
+  return winners;
+}
+
+}  // namespace
+
+void AliasIndex::Add(int domain_idx, unsigned int uid, const std::string& alias) {
+  const std::string key = Key(domain_idx, alias);
+  owned_.insert(OwnedKey(uid, key));
+  const auto [held, is_new] = holders_.emplace(key, Holders{uid, false});
+  if (!is_new && held->second.first_uid != uid) {
+    held->second.are_several = true;
+  }
+}
+
+void AliasIndex::Add(const std::vector<RECORD::DomainUserAlias>& aliases) {
+  for (const RECORD::DomainUserAlias& alias : aliases) {
+    Add(alias.GetDomainIdx(), alias.GetUID(), alias.GetAccountAlias());
+  }
+}
+
+void AliasIndex::Add(const std::vector<RECORD::DomainUser>& users) {
+  for (const RECORD::DomainUser& user : users) {
+    Add(user.ExtractDomainUserAliases());
+  }
+}
+
+bool AliasIndex::IsHeld(int domain_idx, const std::string& alias) const {
+  return holders_.count(Key(domain_idx, alias)) != 0;
+}
+
+bool AliasIndex::IsHeldBy(int domain_idx, unsigned int uid, const std::string& alias) const {
+  return owned_.count(OwnedKey(uid, Key(domain_idx, alias))) != 0;
+}
+
+bool AliasIndex::IsHeldByOther(int domain_idx, unsigned int uid, const std::string& alias) const {
+  const auto held = holders_.find(Key(domain_idx, alias));
+  return held != holders_.end() && (held->second.are_several || held->second.first_uid != uid);
+}
+
+AccountNameIndex::AccountNameIndex(const std::vector<RECORD::DomainUser>& users) {
+  for (const RECORD::DomainUser& user : users) {
+    accounts_[Key(user.GetDomainIdx(), TrimDomainName(user.GetUserName()))].push_back(
+        {user.GetUID(), user.GetUserName()});
+  }
+}
+
+void AccountNameIndex::AppendNames(int domain_idx, unsigned int uid, const std::string& alias,
+                                   std::vector<std::string>& names) const {
+  const auto found = accounts_.find(Key(domain_idx, alias));
+  if (found == accounts_.end()) {
+    return;
+  }
+  for (const Account& account : found->second) {
+    if (account.uid != uid) {
+      names.push_back(account.user_name);
+    }
+  }
+}
+
+void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases) {
+  std::unordered_map<std::string, std::string> last_of_user;
+  std::vector<RECORD::DomainUserAlias> kept;
+  kept.reserve(aliases.size());
+  for (RECORD::DomainUserAlias& alias : aliases) {
+    std::string folded = BASE::ToLowerAscii(alias.GetAccountAlias());
+    const auto [last, is_first] = last_of_user.emplace(
+        OwnedKey(alias.GetUID(), std::to_string(alias.GetDomainIdx())), folded);
+    if (!is_first && last->second == folded) {
+      continue;
+    }
+    last->second = std::move(folded);
+    kept.push_back(std::move(alias));
+  }
+  aliases = std::move(kept);
+}
+
+void CheckAndFlagCandidates(const AliasIndex& existing,
+                            std::vector<RECORD::DomainUserAlias>& candidates) {
+  AliasIndex batch;
+  std::vector<RECORD::DomainUserAlias> kept;
+  kept.reserve(candidates.size());
+  for (RECORD::DomainUserAlias& candidate : candidates) {
+    const int domain_idx = candidate.GetDomainIdx();
+    const std::string alias = candidate.GetAccountAlias();
+    if (existing.IsHeldBy(domain_idx, candidate.GetUID(), alias)) {
+      continue;
+    }
+    if (existing.IsHeld(domain_idx, alias) || batch.IsHeld(domain_idx, alias)) {
+      candidate.SetIsDuplicated(true);
+    }
+    batch.Add(domain_idx, candidate.GetUID(), alias);
+    kept.push_back(std::move(candidate));
+  }
+  candidates = std::move(kept);
+}
+
+bool CheckAndFlagPairs(const AliasIndex& others, AliasIndex& batch, RECORD::DomainUser& target) {
+  const int domain_idx = target.GetDomainIdx();
+  bool any_duplicated = false;
+  AliasPairs pairs = target.GetAliasDuplicatedPairs();
+  for (auto& [alias, is_duplicated] : pairs) {
+    if (others.IsHeldByOther(domain_idx, target.GetUID(), alias) ||
+        batch.IsHeldByOther(domain_idx, target.GetUID(), alias)) {
+      is_duplicated = true;
+      any_duplicated = true;
+    }
+    batch.Add(domain_idx, target.GetUID(), alias);
+  }
+  target.SetAliasDuplicatedPairs(pairs);
+  return any_duplicated;
+}
+
+bool CheckAndSetConflictingNames(const AccountNameIndex& others, RECORD::DomainUser& target) {
+  std::vector<std::string> names;
+  for (const auto& [alias, is_duplicated] : target.GetAliasDuplicatedPairs()) {
+    others.AppendNames(target.GetDomainIdx(), target.GetUID(), alias, names);
+  }
+  target.SetConflictingAccountNames(names);
+  return !names.empty();
+}
+
+std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users) {
+  const Claims winners = FindWinners(users);
+  std::vector<bool> changed(users.size(), false);
+  for (size_t user = 0; user < users.size(); ++user) {
+    AliasPairs pairs = users[user].GetAliasDuplicatedPairs();
+    for (size_t pair = 0; pair < pairs.size(); ++pair) {
+      const Claim& winner = winners.at(Key(users[user].GetDomainIdx(), pairs[pair].first));
+      const bool is_flagged = winner.user != user || winner.pair != pair;
+      changed[user] = changed[user] || is_flagged != pairs[pair].second;
+      pairs[pair].second = is_flagged;
+    }
+    users[user].SetAliasDuplicatedPairs(pairs);
+  }
+  return changed;
+}
+
+}  // namespace MDOMAIN::CONTROL::INTERNAL

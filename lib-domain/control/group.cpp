@@ -1,0 +1,214 @@
+// Mirroring groups and rebuilding who belongs to them.
+#include "lib-domain/control/group.h"
+
+#include <algorithm>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/user.h"
+#include "lib-domain/utils/account_source.h"
+#include "platform/include/account.h"
+#include "platform/include/scope_guard.h"
+#include "platform/include/string_list.h"
+
+namespace MDOMAIN::CONTROL {
+
+namespace {
+
+constexpr int kMemberListCapacity = 1024;
+
+}  // namespace
+
+bool Group::List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {
+  return store_.List(filter, groups);
+}
+
+bool Group::Create(const std::vector<RECORD::Group>& groups) {
+  if (!store_.Create(groups)) {
+    LOG_ERROR("Failed to create groups");
+    return false;
+  }
+  if (!_CreateUsersBelongToGroups(groups)) {
+    LOG_ERROR("Failed to _CreateUsersBelongToGroups");
+    return false;
+  }
+  return true;
+}
+
+bool Group::Set(const std::vector<RECORD::Group>& groups) {
+  if (!store_.Set(groups)) {
+    LOG_ERROR("Failed to set groups");
+    return false;
+  }
+  if (!_UpdateUsersBelongToGroups(groups)) {
+    LOG_ERROR("Failed to _UpdateUsersBelongToGroups");
+    return false;
+  }
+  return true;
+}
+
+bool Group::Delete(const std::vector<unsigned int>& gids) {
+  return store_.Delete(gids);
+}
+
+bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids) {
+  return store_.ListGroupToUsers(gid, uids);
+}
+
+bool Group::_CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
+  return _HandleUsersBelongToGroupsImp(groups, false);
+}
+
+bool Group::_UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
+  return _HandleUsersBelongToGroupsImp(groups, true);
+}
+
+bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
+                                          const bool& is_update) {
+  if (groups.empty()) {
+    return true;
+  }
+  UsersByLowerName users_by_lower_name;
+  if (!_GetAllUsersByLowerName(users_by_lower_name)) {
+    return false;
+  }
+  std::vector<GroupMembers> members_by_group;
+  members_by_group.reserve(groups.size());
+  for (const RECORD::Group& group : groups) {
+    std::vector<RECORD::User> members;
+    if (!_GetUsersFromGroup(group, users_by_lower_name, members)) {
+      LOG_ERROR("Failed to _GetUsersFromGroup [%s], skip", group.GetGroupName().c_str());
+      continue;
+    }
+    members_by_group.emplace_back(&group, std::move(members));
+  }
+
+  UidsByGid stored;
+  const bool is_stored_known = is_update && store_.ListAllGroupToUsers(stored);
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  std::unordered_set<unsigned int> mirrored_uids;
+  for (const auto& [group, members] : members_by_group) {
+    if (is_update && !is_stored_known) {
+      LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", group->GetGID());
+    } else if (is_update && _IsMembershipStored(*group, members, stored)) {
+      continue;
+    }
+    if (!_WriteMembers(*group, members, is_update, mirrored_uids)) {
+      return false;
+    }
+  }
+  if (scope.Commit() != 0) {
+    LOG_ERROR("Failed to SetGroupToUsers [%s]", groups.back().GetGroupName().c_str());
+    return false;
+  }
+  return true;
+}
+
+bool Group::_GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name) {
+  std::vector<RECORD::User> users;
+  bool is_all_success = false;
+  if (!UTILS::TryToGetAllZelmUsers(users, is_all_success)) {
+    LOG_ERROR("Failed to TryToGetAllZelmUsers");
+    return false;
+  }
+  if (!is_all_success) {
+    LOG_NOTICE("!is_all_success, only get [%zu] zelm_users", users.size());
+  }
+  users_by_lower_name.reserve(users.size());
+  for (RECORD::User& user : users) {
+    std::string lower_name = BASE::ToLowerAscii(user.GetUserName());
+    users_by_lower_name.emplace(std::move(lower_name), std::move(user));
+  }
+  return true;
+}
+
+bool Group::_GetUsersFromGroup(const RECORD::Group& group,
+                               const UsersByLowerName& users_by_lower_name,
+                               std::vector<RECORD::User>& members) {
+  members.clear();
+  const std::string group_name = group.GetGroupName();
+  PKLIBCSzList list = KLIBCSzListAlloc(kMemberListCapacity);
+  if (list == nullptr) {
+    LOG_ERROR("Out of memory");
+    return false;
+  }
+  const postara::ScopeGuard free_list([list] { KLIBCSzListFree(list); });
+  if (KORVGroupListMember(group_name.c_str(), list) != 0) {
+    LOG_ERROR("Failed to KORVGroupListMember %s", group_name.c_str());
+    return false;
+  }
+  std::vector<std::string> missing;
+  const int count = KLIBCSzListCount(list);
+  for (int i = 0; i < count; ++i) {
+    const std::string name = KLIBCSzListGet(list, i);
+    const auto found = users_by_lower_name.find(BASE::ToLowerAscii(name));
+    if (found != users_by_lower_name.end()) {
+      members.push_back(found->second);
+    } else {
+      missing.push_back(name);
+    }
+  }
+  if (!missing.empty()) {
+    LOG_NOTICE("Failed to find member [%s] of group [%s]", BASE::Join(missing, ", ").c_str(),
+               group_name.c_str());
+  }
+  if (members.empty() && count > 0) {
+    LOG_ERROR("group [%s] should has [%d] members, but get [%zu]", group_name.c_str(), count,
+              members.size());
+    return false;
+  }
+  return true;
+}
+
+// Also logs the change of the count, which is told of a group whether it is rewritten or not.
+bool Group::_IsMembershipStored(const RECORD::Group& group,
+                                const std::vector<RECORD::User>& members,
+                                const UidsByGid& stored) const {
+  const auto found = stored.find(group.GetGID());
+  std::vector<unsigned int> old_uids;
+  if (found != stored.end()) {
+    old_uids = found->second;
+  }
+  if (old_uids.size() != members.size()) {
+    LOG_NOTICE("group [%u]'s member count has changed from [%zu] to [%zu]", group.GetGID(),
+               old_uids.size(), members.size());
+  }
+  std::vector<unsigned int> new_uids;
+  new_uids.reserve(members.size());
+  for (const RECORD::User& member : members) {
+    new_uids.push_back(member.GetUID());
+  }
+  std::sort(old_uids.begin(), old_uids.end());
+  std::sort(new_uids.begin(), new_uids.end());
+  new_uids.erase(std::unique(new_uids.begin(), new_uids.end()), new_uids.end());
+  return old_uids == new_uids;
+}
+
+bool Group::_WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,
+                          const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids) {
+  std::vector<RECORD::User> not_mirrored_yet;
+  std::vector<std::pair<unsigned int, unsigned int>> gid_uid_pairs;
+  gid_uid_pairs.reserve(members.size());
+  for (const RECORD::User& member : members) {
+    gid_uid_pairs.emplace_back(group.GetGID(), member.GetUID());
+    if (mirrored_uids.insert(member.GetUID()).second) {
+      not_mirrored_yet.push_back(member);
+    }
+  }
+  if (!DB::User().Create(not_mirrored_yet)) {
+    LOG_ERROR("Failed to create users");
+    return false;
+  }
+  if (is_update && !store_.DeleteGroupToUsers({group.GetGID()})) {
+    LOG_ERROR("Failed to DeleteGroupToUsers, gid: [%u]", group.GetGID());
+    return false;
+  }
+  if (!store_.SetGroupToUsers(gid_uid_pairs)) {
+    LOG_ERROR("Failed to SetGroupToUsers [%s]", group.GetGroupName().c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::CONTROL
