@@ -1,6 +1,7 @@
 // Collisions through hash tables whose keys are domain and folded text.
 #include "lib-domain/control/alias_index.h"
 
+#include <set>
 #include <tuple>
 #include <utility>
 
@@ -21,6 +22,15 @@ std::string Key(int domain_idx, const std::string& text) {
 
 std::string OwnedKey(unsigned int uid, const std::string& key) {
   return std::to_string(uid) + ':' + key;
+}
+
+template <typename Record>
+std::vector<int> DomainsOfAll(const std::vector<Record>& records) {
+  std::set<int> domain_idxs;
+  for (const Record& record : records) {
+    domain_idxs.insert(record.GetDomainIdx());
+  }
+  return {domain_idxs.begin(), domain_idxs.end()};
 }
 
 // What decides between equal aliases: the smallest is the clean one.
@@ -110,6 +120,14 @@ void AccountNameIndex::AppendNames(int domain_idx, unsigned int uid, const std::
       names.push_back(account.user_name);
     }
   }
+}
+
+std::vector<int> DomainsOf(const std::vector<RECORD::DomainUser>& users) {
+  return DomainsOfAll(users);
+}
+
+std::vector<int> DomainsOf(const std::vector<RECORD::DomainUserAlias>& aliases) {
+  return DomainsOfAll(aliases);
 }
 
 void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases) {

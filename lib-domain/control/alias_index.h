@@ -57,6 +57,10 @@ class AccountNameIndex {
   std::unordered_map<std::string, std::vector<Account>> accounts_;
 };
 
+// The domains of the records, ascending, each once.
+std::vector<int> DomainsOf(const std::vector<RECORD::DomainUser>& users);
+std::vector<int> DomainsOf(const std::vector<RECORD::DomainUserAlias>& aliases);
+
 // _CheckAndEraseDupAlias on each user's own run of aliases in a domain; what is left keeps its
 // order.
 void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases);

@@ -18,6 +18,26 @@ namespace {
 
 constexpr int kMemberListCapacity = 1024;
 
+void LogChangedCount(unsigned int gid, size_t old_count, size_t new_count) {
+  if (old_count != new_count) {
+    LOG_NOTICE("group [%u]'s member count has changed from [%zu] to [%zu]", gid, old_count,
+               new_count);
+  }
+}
+
+// Order and repeats do not matter: the membership table has neither.
+bool AreTheMembers(const std::vector<unsigned int>& uids,
+                   const std::vector<RECORD::User>& members) {
+  std::unordered_set<unsigned int> member_uids;
+  member_uids.reserve(members.size());
+  for (const RECORD::User& member : members) {
+    member_uids.insert(member.GetUID());
+  }
+  return uids.size() == member_uids.size() &&
+         std::all_of(uids.begin(), uids.end(),
+                     [&member_uids](unsigned int uid) { return member_uids.count(uid) != 0; });
+}
+
 }  // namespace
 
 bool Group::List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {
@@ -91,8 +111,12 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   for (const auto& [group, members] : members_by_group) {
     if (is_update && !is_stored_known) {
       LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", group->GetGID());
-    } else if (is_update && _IsMembershipStored(*group, members, stored)) {
-      continue;
+    } else if (is_update) {
+      const std::vector<unsigned int>& old_uids = stored[group->GetGID()];
+      LogChangedCount(group->GetGID(), old_uids.size(), members.size());
+      if (AreTheMembers(old_uids, members)) {
+        continue;
+      }
     }
     if (!_WriteMembers(*group, members, is_update, mirrored_uids)) {
       return false;
@@ -159,30 +183,6 @@ bool Group::_GetUsersFromGroup(const RECORD::Group& group,
     return false;
   }
   return true;
-}
-
-// Also logs the change of the count, which is told of a group whether it is rewritten or not.
-bool Group::_IsMembershipStored(const RECORD::Group& group,
-                                const std::vector<RECORD::User>& members,
-                                const UidsByGid& stored) const {
-  const auto found = stored.find(group.GetGID());
-  std::vector<unsigned int> old_uids;
-  if (found != stored.end()) {
-    old_uids = found->second;
-  }
-  if (old_uids.size() != members.size()) {
-    LOG_NOTICE("group [%u]'s member count has changed from [%zu] to [%zu]", group.GetGID(),
-               old_uids.size(), members.size());
-  }
-  std::vector<unsigned int> new_uids;
-  new_uids.reserve(members.size());
-  for (const RECORD::User& member : members) {
-    new_uids.push_back(member.GetUID());
-  }
-  std::sort(old_uids.begin(), old_uids.end());
-  std::sort(new_uids.begin(), new_uids.end());
-  new_uids.erase(std::unique(new_uids.begin(), new_uids.end()), new_uids.end());
-  return old_uids == new_uids;
 }
 
 bool Group::_WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,

@@ -57,8 +57,6 @@ class Group {
   bool _GetUsersFromGroup(const RECORD::Group& group, const UsersByLowerName& users_by_lower_name,
                           std::vector<RECORD::User>& members);
   bool _GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name);
-  bool _IsMembershipStored(const RECORD::Group& group, const std::vector<RECORD::User>& members,
-                           const UidsByGid& stored) const;
   bool _WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,
                      const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids);
 

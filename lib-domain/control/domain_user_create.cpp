@@ -1,0 +1,153 @@
+// Adding users and aliases to domains, and the preview of what they would get.
+#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/control/alias_conflict.h"
+#include "lib-domain/control/alias_index.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/domain.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/user.h"
+#include "lib-domain/utils/account_source.h"
+#include "lib-domain/utils/default_alias_getter.h"
+#include "lib-domain/utils/domain_backend_related.h"
+#include "lib-domain/utils/domain_utils.h"
+
+namespace MDOMAIN::CONTROL {
+
+bool DomainUser::CreateFromUser(const int& domain_idx,
+                                const std::vector<std::string>& user_short_names) {
+  std::vector<RECORD::User> users;
+  INTERNAL::_GetUsersFromUserShortNames(user_short_names, users);
+  return _CreateImp(domain_idx, users, true);
+}
+
+bool DomainUser::CreateFromBackend(const int& domain_idx, const std::vector<RECORD::User>& users) {
+  return _CreateImp(domain_idx, users, true);
+}
+
+bool DomainUser::_CreateImp(const int& domain_idx, const std::vector<RECORD::User>& users,
+                            const bool& is_auto_added) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  if (!DB::User().Create(users)) {
+    LOG_ERROR("Failed to create users");
+    return false;
+  }
+  std::vector<RECORD::DomainUserRole> roles;
+  INTERNAL::_ComposeDomainUsersRolesFromUsers(domain_idx, users, is_auto_added, roles);
+  if (!store_.CreateUsersRoles(roles) || scope.Commit() != 0) {
+    LOG_ERROR("Failed to CreateUsersRoles");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliases) {
+  if (aliases.empty()) {
+    return true;  // a notice of nobody would only wipe out the one before
+  }
+  INTERNAL::EraseRepeatsOfEachUser(aliases);
+  if (!_DeleteRemovedRecords(aliases)) {
+    return false;
+  }
+  std::vector<unsigned int> uids;
+  uids.reserve(aliases.size());
+  for (const RECORD::DomainUserAlias& alias : aliases) {
+    uids.push_back(alias.GetUID());
+  }
+  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
+  }
+  std::vector<RECORD::DomainUserAlias> stored;
+  if (!_GetCompareDBDomainUsersAliases(INTERNAL::DomainsOf(aliases), stored)) {
+    LOG_ERROR("Failed to _GetCompareDBDomainUsersAliases");
+    return false;
+  }
+  INTERNAL::AliasIndex existing;
+  existing.Add(stored);
+  INTERNAL::CheckAndFlagCandidates(existing, aliases);
+  return store_.CreateUsersAliases(aliases);
+}
+
+bool DomainUser::_DeleteRemovedRecords(const std::vector<RECORD::DomainUserAlias>& aliases) {
+  std::map<int, std::vector<unsigned int>> uids_by_domain;
+  for (const RECORD::DomainUserAlias& alias : aliases) {
+    uids_by_domain[alias.GetDomainIdx()].push_back(alias.GetUID());
+  }
+  for (const auto& [domain_idx, uids] : uids_by_domain) {
+    if (!store_.DeleteRemovedRecord(domain_idx, uids)) {
+      LOG_ERROR("Failed to DeleteRemovedRecord for domain_id: [%d]", domain_idx);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool DomainUser::PreviewDomainUsers(const int& domain_idx,
+                                    std::vector<std::pair<std::string, std::string>> entries,
+                                    std::vector<RECORD::DomainUser>& preview) {
+  std::vector<std::string> user_names;
+  std::vector<std::string> group_names;
+  for (auto& [kind, short_name] : entries) {
+    (kind == "user" ? user_names : group_names).push_back(std::move(short_name));
+  }
+  std::vector<std::string> member_names;
+  if (!group_names.empty()) {
+    UTILS::GetUserShortNamesFromGroupShortNames(group_names, member_names);
+  }
+  std::vector<std::string> merged;
+  UTILS::MergeAndDedupeUserShortNames(user_names, member_names, merged);
+  if (!_PreviewDomainUsersFromUserShortNames(domain_idx, merged, preview)) {
+    LOG_ERROR("Failed to _PreviewDomainUsersFromUserShortNames");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_PreviewDomainUsersFromUserShortNames(
+    const int& domain_idx, const std::vector<std::string>& user_short_names,
+    std::vector<RECORD::DomainUser>& preview) {
+  std::string pattern;
+  if (!DB::Domain().GetDefaultAliasPattern(domain_idx, pattern)) {
+    LOG_ERROR("Failed to GetDefaultAliasPatter for domain_id [%d]", domain_idx);
+    return false;
+  }
+  if (!UTILS::IsDomainDefaultAliasPatternValid(pattern)) {
+    LOG_ERROR("Default alias pattern with wrong format");
+    return false;
+  }
+  if (user_short_names.empty()) {
+    return true;  // before a directory is searched for nobody
+  }
+  std::map<std::string, std::string> aliases;
+  if (!UTILS::DefaultAliasGetter(pattern).GetAliasFromUserShortNames(user_short_names, aliases)) {
+    LOG_ERROR("Failed to GetAliasFromUserShortNames, domain_default_alias_pattern: '%s'",
+              pattern.c_str());
+    return false;
+  }
+  std::vector<RECORD::User> users;
+  INTERNAL::_GetUsersFromUserShortNames(user_short_names, users);
+  INTERNAL::_GetDomainUsersFromUsersAndFetchedAlaises(domain_idx, users, aliases, preview);
+  if (!_CheckAndSetDomainUsersDuplicated(preview)) {
+    LOG_ERROR("Failed to _CheckAndSetDomainUsersDuplicated");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_CheckAndSetDomainUsersDuplicated(std::vector<RECORD::DomainUser>& users) {
+  std::vector<RECORD::DomainUser> stored;
+  if (!_GetCompareDBDomainUsers(INTERNAL::DomainsOf(users), stored)) {
+    LOG_ERROR("Failed to _GetCompareDBDomainUsers");
+    return false;
+  }
+  INTERNAL::AliasIndex others;
+  others.Add(stored);
+  INTERNAL::AliasIndex batch;
+  for (RECORD::DomainUser& user : users) {
+    INTERNAL::CheckAndFlagPairs(others, batch, user);
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::CONTROL

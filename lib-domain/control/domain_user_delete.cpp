@@ -1,0 +1,166 @@
+// Taking users out of a domain, with everything there that names them.
+#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
+
+#include <tuple>
+#include <unordered_map>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/user.h"
+#include "lib-domain/utils/domain_backend_related.h"
+#include "platform/include/alias.h"
+#include "platform/include/key_store.h"
+
+namespace MDOMAIN::CONTROL {
+
+namespace {
+
+const char* const kBccFileKey = "bcc_db";
+
+using Removals = std::vector<std::tuple<int, unsigned int, unsigned int>>;
+
+// What the groups of the domain that reach the users now make of a removal: (domain, gid, uid).
+bool FindRemovals(DB::DomainUser& store, int domain_idx, const std::vector<unsigned int>& uids,
+                  Removals& removals) {
+  if (uids.empty()) {
+    return true;
+  }
+  std::map<unsigned int, std::vector<unsigned int>> gids_by_uid;
+  if (!store.FindBeingEffectedGroups(domain_idx, uids, gids_by_uid)) {
+    LOG_ERROR("Failed to FindBeingEffectGroup for %u", uids.front());
+    return false;
+  }
+  for (const auto& [uid, gids] : gids_by_uid) {
+    for (unsigned int gid : gids) {
+      removals.emplace_back(domain_idx, gid, uid);
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& uids) {
+  Removals removals;
+  if (!FindRemovals(store_, domain_idx, uids, removals)) {
+    return false;
+  }
+  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
+  }
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  if (!store_.RemoveUsersFromDomainGroups(removals)) {
+    LOG_ERROR("Failed to RemoveUsersFromDomainGroups");
+    return false;
+  }
+  if (!_DeleteRows(domain_idx, uids)) {
+    return false;
+  }
+  if (!UpdateDuplicateAlias({domain_idx}) || scope.Commit() != 0) {
+    LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  if (!_DeleteRelatedSettings(domain_idx, uids)) {
+    LOG_ERROR("Failed to _DeleteRelatedSettings, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_DeleteRows(const int& domain_idx, const std::vector<unsigned int>& uids) {
+  if (!store_.DeleteUsersRoles(domain_idx, uids)) {
+    LOG_ERROR("Failed to DeleteUsersRoles");
+    return false;
+  }
+  // A role of its own had hidden the groups of a user: only now do they reach him, and would bring
+  // him back at the next refresh.
+  if (!_RecordRemovalFromGroups(domain_idx, uids)) {
+    return false;
+  }
+  if (!store_.DeleteUsersAliases(domain_idx, uids)) {
+    LOG_ERROR("Failed to DeleteUsersAliases");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_RecordRemovalFromGroups(const int& domain_idx,
+                                          const std::vector<unsigned int>& uids) {
+  Removals removals;
+  if (!FindRemovals(store_, domain_idx, uids, removals)) {
+    return false;
+  }
+  if (!store_.RemoveUsersFromDomainGroups(removals)) {
+    LOG_ERROR("Failed to RemoveUsersFromDomainGroups");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_DeleteRelatedSettings(const int& domain_idx,
+                                        const std::vector<unsigned int>& uids) {
+  std::unordered_map<unsigned int, std::string> name_by_uid;
+  if (!uids.empty() && !DB::User().GetNames(uids, name_by_uid)) {
+    LOG_ERROR("Failed to GetName, uid: [%u]", uids.front());
+    return false;
+  }
+  std::list<std::string> names;
+  for (unsigned int uid : uids) {
+    const auto name = name_by_uid.find(uid);
+    if (name != name_by_uid.end()) {
+      names.push_back(name->second);
+    }
+  }
+  return _DeleteAliasRelatedSettings(domain_idx, names) &&
+         _DeleteBCCRelatedSettings(domain_idx, names) &&
+         _DeleteDiscalmerRelatedSettings(domain_idx, uids);
+}
+
+bool DomainUser::_DeleteAliasRelatedSettings(const int& domain_idx,
+                                             const std::list<std::string>& names) {
+  Alias alias(PATHS::AliasDb());
+  if (alias.load() < 0) {
+    LOG_ERROR("Failed to load alias");
+    return false;
+  }
+  if (alias.delDomainUserMember(domain_idx, names) < 0) {
+    LOG_ERROR("Failed to delDomainUserMember, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_DeleteBCCRelatedSettings(const int& domain_idx,
+                                           const std::list<std::string>& names) {
+  switch (INTERNAL::DeleteUsersBcc(domain_idx, {names.begin(), names.end()})) {
+    case INTERNAL::BccOutcome::kNoInstance:
+      LOG_ERROR("Failed to get bcc instance, domain_id: [%d]", domain_idx);
+      return false;
+    case INTERNAL::BccOutcome::kFailed:
+      LOG_ERROR("Failed to deleteBCC");
+      return false;
+    case INTERNAL::BccOutcome::kDone:
+      break;
+  }
+  const std::string path = PATHS::SettingsDb();
+  if (KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile(kBccFileKey, path) < 0) {
+    LOG_ERROR("Fail to set file %s", path.c_str());
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_DeleteDiscalmerRelatedSettings(const int& domain_idx,
+                                                 const std::vector<unsigned int>& uids) {
+  if (INTERNAL::RemoveUsersFromDisclaimers(domain_idx, uids) !=
+      INTERNAL::DisclaimerOutcome::kDone) {
+    LOG_ERROR("Failed to delete Disclamer");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::CONTROL

@@ -1,0 +1,111 @@
+// What a refresh sets right: flags of colliding aliases, and users who lost their role.
+#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/alias_index.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/domain.h"
+
+namespace MDOMAIN::CONTROL {
+
+namespace {
+
+// The uids in order, each once: the listing names a user once for each pair of his aliases.
+std::vector<unsigned int> EachOnce(const std::vector<unsigned int>& uids) {
+  std::unordered_set<unsigned int> seen;
+  std::vector<unsigned int> once;
+  for (unsigned int uid : uids) {
+    if (seen.insert(uid).second) {
+      once.push_back(uid);
+    }
+  }
+  return once;
+}
+
+}  // namespace
+
+bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
+  if (domain_idxs.empty()) {
+    return true;
+  }
+  // Users rather than bare aliases: the role decides, too.
+  std::vector<RECORD::DomainUser> users;
+  if (!_GetCompareDBDomainUsers(domain_idxs, users)) {
+    LOG_ERROR("Failed to ListDomainUsersAliases");
+    return false;
+  }
+  const std::vector<bool> changed = INTERNAL::RecomputeFlags(users);
+  std::vector<RECORD::DomainUserAlias> aliases;
+  for (size_t i = 0; i < users.size(); ++i) {
+    if (changed[i]) {
+      const std::vector<RECORD::DomainUserAlias> own = users[i].ExtractDomainUserAliases();
+      aliases.insert(aliases.end(), own.begin(), own.end());
+    }
+  }
+  if (!aliases.empty() && !store_.SetUsersAliases(aliases)) {
+    LOG_ERROR("Failed to SetUsersAliases");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::UpdateAllDuplicateAlias() {
+  DB::DomainDBFilter filter;
+  filter.SetLimit(-1);
+  std::vector<RECORD::Domain> domains;
+  if (!DB::Domain().List(filter, domains)) {
+    LOG_ERROR("Failed to List all domains");
+    return false;
+  }
+  std::vector<int> domain_idxs;
+  domain_idxs.reserve(domains.size());
+  for (const RECORD::Domain& domain : domains) {
+    domain_idxs.push_back(domain.GetDomainIdx());
+  }
+  return UpdateDuplicateAlias(domain_idxs);
+}
+
+bool DomainUser::CreateUsersRolesForNonGroupUsers() {
+  std::map<int, std::vector<unsigned int>> uids_by_domain;
+  if (!store_.GetUsersWithoutRole(uids_by_domain)) {
+    LOG_ERROR("Failed to GetUsersWithoutRole");
+    return false;
+  }
+  std::vector<RECORD::DomainUserRole> roles;
+  for (const auto& [domain_idx, listed_uids] : uids_by_domain) {
+    const std::vector<unsigned int> uids = EachOnce(listed_uids);
+    LOG_NOTICE("users without roles in domain [%d]: [%s]", domain_idx,
+               BASE::Join(uids, ",").c_str());
+    for (unsigned int uid : uids) {
+      roles.emplace_back(domain_idx, uid, "normal", true);
+    }
+  }
+  if (!store_.CreateUsersRoles(roles)) {
+    LOG_ERROR("Failed to CreateUsersRoles");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::RemoveUsersWithoutRole() {
+  std::map<int, std::vector<unsigned int>> uids_by_domain;
+  if (!store_.GetUsersWithoutRole(uids_by_domain)) {
+    LOG_ERROR("Failed to GetUsersWithoutRole");
+    return false;
+  }
+  bool ok = true;
+  for (const auto& [domain_idx, listed_uids] : uids_by_domain) {
+    const std::vector<unsigned int> uids = EachOnce(listed_uids);
+    const std::string uid_text = BASE::Join(uids, ",");
+    if (Delete(domain_idx, uids)) {
+      LOG_NOTICE("Deleted users [%s] in domain_id: [%d]", uid_text.c_str(), domain_idx);
+    } else {
+      LOG_ERROR("Failed to delete users [%s] in domain_id: [%d]", uid_text.c_str(), domain_idx);
+      ok = false;
+    }
+  }
+  return ok;
+}
+
+}  // namespace MDOMAIN::CONTROL

@@ -1,0 +1,122 @@
+// Changing roles and aliases of a domain's users.
+#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/control/alias_conflict.h"
+#include "lib-domain/control/alias_index.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/utils/domain_backend_related.h"
+
+namespace MDOMAIN::CONTROL {
+
+namespace {
+
+// In place of a role: the user's groups decide.
+const char* const kRoleOfGroups = "group";
+
+void FindConflicts(const std::vector<RECORD::DomainUser>& stored,
+                   std::vector<RECORD::DomainUser>& users,
+                   std::vector<RECORD::DomainUser>& conflicts) {
+  INTERNAL::AliasIndex others;
+  others.Add(stored);
+  const INTERNAL::AccountNameIndex names(stored);
+  INTERNAL::AliasIndex batch;
+  for (RECORD::DomainUser& user : users) {
+    if (INTERNAL::CheckAndFlagPairs(others, batch, user)) {
+      conflicts.push_back(user);
+    }
+    if (INTERNAL::CheckAndSetConflictingNames(names, user)) {
+      conflicts.push_back(user);
+    }
+  }
+}
+
+// The aliases to store. The check flags an alias that somebody else has as well, also when it is
+// this user's already and the other's is the flagged one. Stored like that both would be flagged
+// and the pass that follows could give the address to the other, so what the user has unflagged
+// stays unflagged.
+std::vector<RECORD::DomainUserAlias> ComposeAliases(const std::vector<RECORD::DomainUser>& stored,
+                                                    const std::vector<RECORD::DomainUser>& users) {
+  INTERNAL::AliasIndex clean;
+  for (const RECORD::DomainUser& user : stored) {
+    for (const auto& [alias, is_duplicated] : user.GetAliasDuplicatedPairs()) {
+      if (!is_duplicated) {
+        clean.Add(user.GetDomainIdx(), user.GetUID(), alias);
+      }
+    }
+  }
+  std::vector<RECORD::DomainUserAlias> all;
+  for (const RECORD::DomainUser& user : users) {
+    std::vector<RECORD::DomainUserAlias> aliases = user.ExtractDomainUserAliases();
+    INTERNAL::_CheckAndEraseDupAlias(aliases);
+    for (RECORD::DomainUserAlias& alias : aliases) {
+      if (clean.IsHeldBy(alias.GetDomainIdx(), alias.GetUID(), alias.GetAccountAlias())) {
+        alias.SetIsDuplicated(false);
+      }
+      all.push_back(std::move(alias));
+    }
+  }
+  return all;
+}
+
+}  // namespace
+
+bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
+                     std::vector<RECORD::DomainUser>& conflicts) {
+  const std::vector<int> domain_idxs = INTERNAL::DomainsOf(users);
+  std::vector<RECORD::DomainUser> stored;
+  if (!_GetCompareDBDomainUsers(domain_idxs, stored)) {
+    LOG_ERROR("Failed to _GetCompareDBDomainUsers");
+    return false;
+  }
+  FindConflicts(stored, users, conflicts);
+
+  // Committed before the notice goes out, or its reader would find the old addresses.
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  if (!_WriteRoles(users)) {
+    return false;
+  }
+  if (!store_.SetUsersAliases(ComposeAliases(stored, users)) || scope.Commit() != 0) {
+    LOG_ERROR("Failed to SetUsersAliases");
+    return false;
+  }
+
+  std::vector<unsigned int> uids;
+  for (const RECORD::DomainUser& user : users) {
+    uids.push_back(user.GetUID());
+  }
+  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
+  }
+  if (!UpdateDuplicateAlias(domain_idxs)) {
+    LOG_ERROR("Failed to UpdateDuplicateAlias");
+    return false;
+  }
+  return true;
+}
+
+bool DomainUser::_WriteRoles(const std::vector<RECORD::DomainUser>& users) {
+  std::map<int, std::vector<unsigned int>> uids_of_groups;
+  std::vector<RECORD::DomainUserRole> roles;
+  for (const RECORD::DomainUser& user : users) {
+    if (user.GetRole() == kRoleOfGroups) {
+      uids_of_groups[user.GetDomainIdx()].push_back(user.GetUID());
+    } else {
+      roles.push_back(user.ExtractDomainUserRole());
+    }
+  }
+  for (const auto& [domain_idx, uids] : uids_of_groups) {
+    if (!store_.DeleteUsersRoles(domain_idx, uids)) {
+      LOG_ERROR("Failed to DeleteUsersRoles, domain_id: [%d]", domain_idx);
+      return false;
+    }
+  }
+  if (!store_.SetUsersRoles(roles)) {
+    LOG_ERROR("Failed to SetUsersRoles");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::CONTROL
