@@ -1,0 +1,111 @@
+// Taking groups out of a domain with what only they brought there.
+#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_group.cpp"
+
+#include <algorithm>
+#include <list>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/control/domain_group.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/db/domain_user.h"
+#include "lib-domain/db/group.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/utils/domain_backend_related.h"
+#include "platform/include/alias.h"
+
+namespace MDOMAIN::CONTROL {
+
+bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>& gids) {
+  std::vector<unsigned int> uids;
+  if (!store_.FindUsersBelongToGIDsOnly(domain_idx, gids, uids)) {
+    LOG_ERROR("Failed to FindUsersBelongToGIDsOnly");
+    return false;
+  }
+  std::sort(uids.begin(), uids.end());
+  uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
+  if (!_DeleteRows(domain_idx, gids, uids)) {
+    return false;
+  }
+  if (!_DeleteRelatedSettings(domain_idx, gids)) {
+    LOG_ERROR("Failed to _DeleteRelatedSettings, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
+  }
+  return true;
+}
+
+bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned int>& gids,
+                              const std::vector<unsigned int>& uids) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  DB::DomainUser users;
+  if (!users.DeleteUsersAliases(domain_idx, uids)) {
+    LOG_ERROR("Failed to DeleteUsersAliases");
+    return false;
+  }
+  if (!users.DeleteUsersRoles(domain_idx, uids)) {
+    LOG_ERROR("Failed to DeleteUsersAliases");  // the text of both deletions
+    return false;
+  }
+  if (!store_.DeleteGroupsRoles(domain_idx, gids)) {
+    LOG_ERROR("Failed to DeleteGroupsRoles");
+    return false;
+  }
+  if (!store_.DeleteMemberRemovedRecord(domain_idx, gids)) {
+    LOG_ERROR("Failed to DeleteMemberRemovedRecord");
+    return false;
+  }
+  if (!DomainUser().UpdateDuplicateAlias({domain_idx}) || scope.Commit() != 0) {
+    LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
+}
+
+bool DomainGroup::_DeleteRelatedSettings(const int& domain_idx,
+                                         const std::vector<unsigned int>& gids) {
+  return _DeleteAliasRelatedSettings(domain_idx, gids) &&
+         _DeleteDiscalmerRelatedSettings(domain_idx, gids);
+}
+
+bool DomainGroup::_DeleteAliasRelatedSettings(const int& domain_idx,
+                                              const std::vector<unsigned int>& gids) {
+  std::list<std::string> names;
+  if (!gids.empty()) {  // a filter without gids would name every group
+    DB::GroupDBFilter filter;
+    filter.SetGIDs(gids);
+    std::vector<RECORD::Group> groups;
+    if (!DB::Group().List(filter, groups)) {
+      LOG_ERROR("Failed to GetName, gid: [%u]", gids.front());
+      return false;
+    }
+    for (const RECORD::Group& group : groups) {
+      names.push_back(group.GetGroupName());
+    }
+  }
+  Alias alias(PATHS::AliasDb());
+  if (alias.load() < 0) {
+    LOG_ERROR("Failed to load alias");
+    return false;
+  }
+  if (alias.delDomainGroupMember(domain_idx, names) < 0) {
+    LOG_ERROR("Failed to delDomainUserMember, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
+}
+
+bool DomainGroup::_DeleteDiscalmerRelatedSettings(const int& domain_idx,
+                                                  const std::vector<unsigned int>& gids) {
+  if (INTERNAL::RemoveGroupsFromDisclaimers(domain_idx, gids) !=
+      INTERNAL::DisclaimerOutcome::kDone) {
+    LOG_ERROR("Failed to delete Disclamer");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::CONTROL
