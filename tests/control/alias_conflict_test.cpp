@@ -1,0 +1,292 @@
+// The collision rules one by one, and the index that stands for them against the rules themselves.
+#include "lib-domain/control/alias_conflict.h"
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <tuple>
+
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/alias_index.h"
+#include "tests/support/fixture.h"
+
+namespace {
+
+using MDOMAIN::RECORD::DomainUser;
+using MDOMAIN::RECORD::DomainUserAlias;
+using namespace MDOMAIN::CONTROL::INTERNAL;
+using Aliases = std::vector<DomainUserAlias>;
+using Users = std::vector<DomainUser>;
+using Pairs = std::vector<std::pair<std::string, bool>>;
+
+// "1:1000:info!" is alias info of uid 1000 in domain 1, flagged.
+std::string Text(const Aliases& aliases) {
+  std::string text;
+  for (const DomainUserAlias& alias : aliases) {
+    text += (text.empty() ? "" : " ") + std::to_string(alias.GetDomainIdx()) + ":" +
+            std::to_string(alias.GetUID()) + ":" + alias.GetAccountAlias() +
+            (alias.IsDuplicated() ? "!" : "");
+  }
+  return text;
+}
+
+std::string Text(const Users& users) {
+  std::string text;
+  for (const DomainUser& user : users) {
+    text += (text.empty() ? "" : " ") + Text(user.ExtractDomainUserAliases());
+  }
+  return text;
+}
+
+TEST(AliasConflict, CandidatesAgainstStoredAliases) {
+  const Aliases stored = {
+      {1, 1001, "Info", false}, {1, 1002, "o'brien", true}, {2, 1003, "x", false}};
+  const struct {
+    const char* what;
+    Aliases candidates;
+    std::string want;
+  } cases[] = {
+      {"another user's, in another case", {{1, 1000, "iNFO", false}}, "1:1000:iNFO!"},
+      {"the user's own, in another case", {{1, 1001, "info", false}}, ""},
+      {"flagged at its owner", {{1, 1000, "O'Brien", false}}, "1:1000:O'Brien!"},
+      {"only in another domain",
+       {{1, 1000, "x", false}, {2, 1000, "info", false}},
+       "1:1000:x 2:1000:info"},
+      {"one dropped between two kept",
+       {{1, 1001, "a", false}, {1, 1001, "INFO", false}, {1, 1001, "b", true}},
+       "1:1001:a 1:1001:b!"},
+      {"beginning alike",
+       {{1, 1000, "inf", false}, {1, 1000, "info2", false}},
+       "1:1000:inf 1:1000:info2"},
+  };
+  for (const auto& c : cases) {
+    Aliases plain = c.candidates;
+    _CheckAndSetDomainUsersAliasesDuplicated(stored, plain);
+    EXPECT_EQ(Text(plain), c.want) << c.what;
+  }
+}
+
+TEST(AliasConflict, RepeatsOfNeighboursCollapse) {
+  Aliases adjacent = {
+      {1, 1, "a", false}, {1, 1, "A", true}, {1, 1, "b", false}, {1, 1, "a", false}};
+  _CheckAndEraseDupAlias(adjacent);
+  EXPECT_EQ(Text(adjacent), "1:1:a 1:1:b 1:1:a");
+
+  // Two people next to each other who want the same alias both keep it.
+  Aliases several = {{1, 1, "a", false}, {1, 2, "a", false}, {2, 1, "a", false},
+                     {1, 1, "A", false}, {1, 2, "b", false}, {1, 2, "a", false}};
+  EraseRepeatsOfEachUser(several);
+  EXPECT_EQ(Text(several), "1:1:a 1:2:a 2:1:a 1:2:b 1:2:a");
+}
+
+TEST(AliasConflict, PairsAndAccountNamesOfOtherUsers) {
+  const Users others = {{1, 1000, "me", Pairs{{"own", false}}, "normal"},
+                        {1, 1001, "DOM\\Bob", Pairs{{"b1", false}, {"b2", true}}, "normal"},
+                        {1, 1002, "bob@dom", Pairs{}, "normal"},
+                        {2, 1003, "eve", Pairs{{"e1", false}}, "normal"}};
+  DomainUser target(1, 1000, "me", Pairs{{"OWN", false}, {"B2", false}, {"e1", false}, {"z", true}},
+                    "normal");
+  bool any = true;
+  EXPECT_TRUE(_CheckAndSetAliasDuplicatedPairs(others, true, target, any));
+  EXPECT_TRUE(any);
+  EXPECT_EQ(Text({target}), "1:1000:OWN 1:1000:B2! 1:1000:e1 1:1000:z!");
+  EXPECT_TRUE(_CheckAndSetAliasDuplicatedPairs(others, false, target, any));
+  EXPECT_EQ(Text({target}), "1:1000:OWN! 1:1000:B2! 1:1000:e1 1:1000:z!");
+
+  // A flag that was set before is no collision found now.
+  target.SetAliasDuplicatedPairs({{"z", true}});
+  EXPECT_TRUE(_CheckAndSetAliasDuplicatedPairs(others, true, target, any));
+  EXPECT_FALSE(any);
+
+  target.SetAliasDuplicatedPairs({{"BOB", false}, {"eve", false}, {"me", false}, {"bob", false}});
+  EXPECT_TRUE(_CheckAndSetConflictingAccountNames(others, true, target));
+  EXPECT_EQ(target.GetConflictingAccountNames(),
+            (std::vector<std::string>{"DOM\\Bob", "bob@dom", "DOM\\Bob", "bob@dom"}));
+  target.SetAliasDuplicatedPairs({{"me", false}});
+  EXPECT_FALSE(_CheckAndSetConflictingAccountNames(others, true, target));
+  EXPECT_TRUE(target.GetConflictingAccountNames().empty());
+}
+
+TEST(AliasConflict, OrdersToleratesUsersWithoutAliases) {
+  const DomainUser none(1, 1, "n", Pairs{}, "normal");
+  const DomainUser upper(1, 2, "u", Pairs{{"B", true}, {"a", false}}, "normal");
+  const DomainUser lower(1, 3, "l", Pairs{{"a", false}, {"B", true}}, "normal");
+  EXPECT_TRUE(_CompareDomainUserByAccountAlias(upper, lower));  // bytes: "B" before "a"
+  EXPECT_FALSE(_CompareDomainUserByAccountAlias(lower, upper));
+  EXPECT_TRUE(_CompareDomainUserByAccountAlias(none, lower));
+  EXPECT_FALSE(_CompareDomainUserByAccountAlias(none, none));
+  EXPECT_TRUE(_CompareDomainUserByIsDuplicated(upper, lower));
+  EXPECT_FALSE(_CompareDomainUserByIsDuplicated(lower, none));
+}
+
+TEST(AliasConflict, OneOfEqualAliasesStaysClean) {
+  const auto user = [](int domain, unsigned int uid, const std::string& role, const Pairs& pairs) {
+    return DomainUser(domain, uid, "u" + std::to_string(uid), pairs, role);
+  };
+  const struct {
+    const char* what;
+    Users users;
+    std::string want;
+  } cases[] = {
+      {"the first listed of two new ones",
+       {user(1, 1, "normal", {{"a", false}}), user(1, 2, "normal", {{"A", false}})},
+       "1:1:a 1:2:A!"},
+      {"who has it, though listed last",
+       {user(1, 1, "normal", {{"a", true}}), user(1, 2, "normal", {{"a", false}})},
+       "1:1:a! 1:2:a"},
+      {"an administrator before who has it",
+       {user(1, 1, "normal", {{"a", false}}), user(1, 2, "domain_admin", {{"a", true}})},
+       "1:1:a! 1:2:a"},
+      {"somebody with a role before somebody without",
+       {user(1, 1, "", {{"a", false}}), user(1, 2, "normal", {{"a", true}})},
+       "1:1:a! 1:2:a"},
+      {"the last one left", {user(1, 2, "normal", {{"a", true}, {"b", true}})}, "1:2:a 1:2:b"},
+      {"one user's own repeat",
+       {user(1, 2, "normal", {{"a", false}, {"A", false}})},
+       "1:2:a 1:2:A!"},
+      {"each domain for itself",
+       {user(1, 1, "normal", {{"a", true}}), user(2, 2, "normal", {{"a", true}}),
+        user(2, 11, "normal", {{"a", false}})},
+       "1:1:a 2:2:a! 2:11:a"},
+  };
+  for (const auto& c : cases) {
+    Users users = c.users;
+    const std::vector<bool> changed = RecomputeFlags(users);
+    EXPECT_EQ(Text(users), c.want) << c.what;
+    for (size_t i = 0; i < users.size(); ++i) {
+      EXPECT_EQ(changed[i], Text({users[i]}) != Text({c.users[i]})) << c.what << " " << i;
+    }
+  }
+}
+
+// Few users, domains and letters, so that every kind of collision comes up many times.
+class Random {
+ public:
+  explicit Random(unsigned int seed) : engine_(seed) {}
+  int Number(int below) { return std::uniform_int_distribution<int>(0, below - 1)(engine_); }
+  std::string Alias() {
+    static const char* const kAliases[] = {"a", "A", "b", "B", "ab", "Ab", "1:a", "a'", "\xC3\xA4"};
+    return kAliases[Number(9)];
+  }
+  Aliases SomeAliases(int count) {
+    Aliases aliases;
+    for (int i = 0; i < count; ++i) {
+      aliases.emplace_back(1 + Number(2), 1 + Number(12), Alias(), Number(3) == 0);
+    }
+    return aliases;
+  }
+  Users SomeUsers(int count) {
+    std::set<std::pair<int, unsigned int>> taken;
+    Users users;
+    for (int i = 0; i < count; ++i) {
+      const int domain = 1 + Number(2);
+      const unsigned int uid = 1 + Number(12);
+      if (!taken.insert({domain, uid}).second) {
+        continue;
+      }
+      Pairs pairs;
+      for (int pair = Number(4); pair > 0; --pair) {
+        pairs.emplace_back(Alias(), Number(2) == 0);
+      }
+      static const char* const kRoles[] = {"domain_admin", "normal", "normal", ""};
+      users.emplace_back(domain, uid, Number(2) == 0 ? Alias() : "DOM\\" + Alias(), pairs,
+                         kRoles[Number(4)]);
+    }
+    return users;
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+bool IsSame(const DomainUserAlias& a, const DomainUserAlias& b) {
+  return a.GetDomainIdx() == b.GetDomainIdx() &&
+         MDOMAIN::BASE::EqualsIgnoreCase(a.GetAccountAlias(), b.GetAccountAlias());
+}
+
+TEST(AliasIndex, GivesTheOutcomeOfTheRules) {
+  for (unsigned int seed = 0; seed < 3000; ++seed) {
+    SCOPED_TRACE(seed);
+    Random random(seed);
+
+    const Aliases stored = random.SomeAliases(random.Number(10));
+    const Aliases candidates = random.SomeAliases(random.Number(12));
+    Aliases want = candidates;
+    _CheckAndSetDomainUsersAliasesDuplicated(stored, want);
+    for (size_t i = 0; i < want.size(); ++i) {
+      for (size_t earlier = 0; earlier < i; ++earlier) {
+        if (IsSame(want[earlier], want[i])) {
+          want[i].SetIsDuplicated(true);
+        }
+      }
+    }
+    Aliases got = candidates;
+    AliasIndex existing;
+    existing.Add(stored);
+    CheckAndFlagCandidates(existing, got);
+    ASSERT_EQ(Text(got), Text(want)) << Text(stored) << " / " << Text(candidates);
+
+    const Users others = random.SomeUsers(8);
+    const Users targets = random.SomeUsers(8);
+    AliasIndex others_index;
+    others_index.Add(others);
+    const AccountNameIndex names(others);
+    AliasIndex batch;
+    Users earlier;
+    for (const DomainUser& target : targets) {
+      DomainUser plain = target;
+      DomainUser quick = target;
+      bool among_stored = false;
+      bool among_batch = false;
+      _CheckAndSetAliasDuplicatedPairs(others, true, plain, among_stored);
+      _CheckAndSetAliasDuplicatedPairs(earlier, true, plain, among_batch);
+      ASSERT_EQ(CheckAndFlagPairs(others_index, batch, quick), among_stored || among_batch);
+      ASSERT_EQ(Text({quick}), Text({plain}));
+      ASSERT_EQ(CheckAndSetConflictingNames(names, quick),
+                _CheckAndSetConflictingAccountNames(others, true, plain));
+      ASSERT_EQ(quick.GetConflictingAccountNames(), plain.GetConflictingAccountNames());
+      earlier.push_back(target);
+    }
+  }
+}
+
+// What a pass promises, whatever was stored: one clean alias of equal ones, held by the smallest
+// role, taken from nobody of that role; and a second pass finds nothing to do.
+TEST(AliasIndex, PassLeavesOneCleanAliasAndItsHolderAlone) {
+  for (unsigned int seed = 0; seed < 3000; ++seed) {
+    SCOPED_TRACE(seed);
+    const Users before = Random(seed).SomeUsers(10);
+    Users after = before;
+    RecomputeFlags(after);
+    const auto rank = [](const DomainUser& user) {
+      return user.GetRole() == "domain_admin" ? 0 : user.GetRole() == "normal" ? 1 : 2;
+    };
+    std::map<std::pair<int, std::string>, std::vector<std::tuple<int, bool, bool>>> claims;
+    for (size_t i = 0; i < after.size(); ++i) {
+      const Pairs old_pairs = before[i].GetAliasDuplicatedPairs();
+      const Pairs new_pairs = after[i].GetAliasDuplicatedPairs();
+      ASSERT_EQ(new_pairs.size(), old_pairs.size());
+      for (size_t pair = 0; pair < new_pairs.size(); ++pair) {
+        ASSERT_EQ(new_pairs[pair].first, old_pairs[pair].first);
+        claims[{after[i].GetDomainIdx(), MDOMAIN::BASE::ToLowerAscii(new_pairs[pair].first)}]
+            .emplace_back(rank(after[i]), old_pairs[pair].second, new_pairs[pair].second);
+      }
+    }
+    for (const auto& [alias, list] : claims) {
+      const auto is_clean = [](const auto& claim) { return !std::get<2>(claim); };
+      ASSERT_EQ(std::count_if(list.begin(), list.end(), is_clean), 1) << alias.second;
+      const auto winner = *std::find_if(list.begin(), list.end(), is_clean);
+      for (const auto& claim : list) {
+        ASSERT_LE(std::make_pair(std::get<0>(winner), std::get<1>(winner)),
+                  std::make_pair(std::get<0>(claim), std::get<1>(claim)))
+            << alias.second;
+      }
+    }
+    Users again = after;
+    const std::vector<bool> changed = RecomputeFlags(again);
+    ASSERT_EQ(std::count(changed.begin(), changed.end(), true), 0);
+    ASSERT_EQ(Text(again), Text(after));
+  }
+}
+
+}  // namespace
