@@ -88,8 +88,9 @@ bool DomainUser::PreviewDomainUsers(const int& domain_idx,
                                     std::vector<RECORD::DomainUser>& preview) {
   std::vector<std::string> user_names;
   std::vector<std::string> group_names;
-  for (auto& [kind, short_name] : entries) {
-    (kind == "user" ? user_names : group_names).push_back(std::move(short_name));
+  for (std::pair<std::string, std::string>& entry : entries) {
+    std::vector<std::string>& names = entry.first == "user" ? user_names : group_names;
+    names.push_back(std::move(entry.second));
   }
   std::vector<std::string> member_names;
   if (!group_names.empty()) {

@@ -83,6 +83,7 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
   }
 
   std::vector<unsigned int> uids;
+  uids.reserve(users.size());
   for (const RECORD::DomainUser& user : users) {
     uids.push_back(user.GetUID());
   }

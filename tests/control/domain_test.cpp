@@ -1,0 +1,323 @@
+// Domains as wholes: refusals, the primary domain, additional names, what a deletion removes and
+// what each failing step of it leaves behind.
+#include "lib-domain/control/domain.h"
+
+#include <functional>
+
+#include "lib-domain/base/error_code.h"
+#include "tests/control/control_fixture.h"
+
+namespace {
+
+using MDOMAIN::CONTROL::Domain;
+using test::StringList;
+namespace PATHS = MDOMAIN::PATHS;
+namespace RECORD = MDOMAIN::RECORD;
+
+class DomainControl : public test::ControlTest {
+ protected:
+  // "ok", "false", or the code of the exception, whose log line counts as announced.
+  std::string Outcome(const std::function<bool()>& operation) {
+    try {
+      return operation() ? "ok" : "false";
+    } catch (const korvmailserver::LogException& e) {
+      EXPECT_TRUE(Logged("(" + std::to_string(e.code) + ")"));
+      return std::to_string(e.code) + " " + e.what();
+    }
+  }
+  std::string Create(const std::string& name) {
+    RECORD::Domain record(-1, name, "text", "<a>", false, false, false);
+    int domain_idx = -1;
+    const std::string outcome = Outcome([&] { return Domain().Create(record, domain_idx); });
+    EXPECT_EQ(record.GetDomainIdx() == domain_idx, outcome == "ok" || domain_idx != -1);
+    return outcome == "ok" ? std::to_string(domain_idx) : outcome;
+  }
+  void AddMember(int domain_idx, unsigned int uid, const std::string& role = "normal") {
+    const std::string key = std::to_string(domain_idx) + "," + std::to_string(uid);
+    Run("INSERT OR IGNORE INTO user_table VALUES(" + std::to_string(uid) +
+        ",'u');"
+        "INSERT INTO domain_user_role_table VALUES(" +
+        key + ",'" + role +
+        "',0);"
+        "INSERT INTO domain_user_alias_table VALUES(" +
+        key + ",'a" + std::to_string(uid) + "',0)");
+  }
+  StringList Names() { return Rows("SELECT domain_idx,domain_name FROM domain_table ORDER BY 1"); }
+};
+
+TEST_F(DomainControl, NamesAreRefusedOrTaken) {
+  const struct {
+    const char* name;
+    const char* want;
+  } cases[] = {
+      {"example.com", "1"},
+      {"EXAMPLE.com", "3002 Unable to create domain [EXAMPLE.com]"},
+      {"b\u00fccher.example", "2"},
+      {"xn--bcher-kva.example", "3002 Unable to create domain [xn--bcher-kva.example]"},
+      {"localhost", "3003 Unable to create domain [localhost]"},
+      {"system.alias.to.user.POSTARA",
+       "3003 Unable to create domain [system.alias.to.user.POSTARA]"},
+      {"", "3003 Unable to create domain []"},
+      {"more.example", "3002 Unable to create domain [more.example]"},
+      {"o'k.example", "3003 Unable to create domain [o'k.example]"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(Create(c.name), c.want);
+    if (std::string(c.want) == "1") {
+      EXPECT_TRUE(Domain().CreateAdditionalDomains(1, {"More.example"}, false));
+    }
+  }
+  EXPECT_TRUE(Logged("Domain name [localhost] without \".\" is not valid"));
+  EXPECT_TRUE(Logged("Domain name [system.alias.to.user.POSTARA] is reserved"));
+  TakeLog();
+  EXPECT_EQ(Names(), (StringList{"1|example.com", "2|b\u00fccher.example"}));
+  EXPECT_EQ(Rows("SELECT * FROM primary_domain_table"), StringList{"1"});
+  EXPECT_EQ(test::SqliteFile(PATHS::SettingsDb())
+                .Rows("SELECT domain_id FROM multi_domain_rate_table ORDER BY 1"),
+            (StringList{"1", "2"}));
+}
+
+TEST_F(DomainControl, CreationThatFailsLateLeavesTheDomain) {
+  test::FailOn("DomainSetting::CreateSettings");
+  EXPECT_EQ(Create("a.example"), "false");
+  EXPECT_TRUE(Logged("lib-domain/control/domain:"));
+  EXPECT_EQ(Names(), StringList{"1|a.example"});
+  test::ClearFaults();
+  test::FailOn("DBHandler::exeCmds", "primary_domain_table");
+  Run("DELETE FROM domain_table");
+  EXPECT_EQ(Create("b.example"), "false");
+  EXPECT_TRUE(Logged("fail to insert primary_domain_table"));
+  EXPECT_TRUE(Logged("Failed to SetPrimaryDomain"));
+  test::FailOn("DBHandler::exeCmds", "INSERT INTO  domain_table");
+  EXPECT_EQ(Create("c.example"), "false");
+  EXPECT_TRUE(Logged("fail to insert domain_table"));
+  EXPECT_TRUE(Logged("Failed to Create domain"));
+  EXPECT_EQ(Names(), StringList{"1|b.example"});
+}
+
+TEST_F(DomainControl, RenamingTellsTheMembers) {
+  ASSERT_EQ(Create("a.example"), "1");
+  ASSERT_EQ(Create("b.example"), "2");
+  AddMember(2, 1007);
+  AddMember(2, 1003);
+  const auto set = [this](const std::string& name, const std::string& description) {
+    return Outcome([&] {
+      return Domain().Set(RECORD::Domain(2, name, description, "<a>", true, false, false));
+    });
+  };
+  EXPECT_EQ(set("b.example", "it's new"), "ok");
+  EXPECT_EQ(Configured("smtp_changed_uids"), "");
+  EXPECT_EQ(set("B.example", ""), "3002 Unable to set domain [B.example]");
+  EXPECT_EQ(set("A.EXAMPLE", ""), "3002 Unable to set domain [A.EXAMPLE]");
+  EXPECT_EQ(set("bad name", ""), "3003 Unable to set domain [bad name]");
+  EXPECT_TRUE(Logged("without \".\""));
+  EXPECT_TRUE(Logged("Domain name [bad name] is invalid"));
+  EXPECT_EQ(Configured("smtp_changed_uids"), "");
+  EXPECT_EQ(set("c.example", "it's new"), "ok");
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1003, 1007");
+  EXPECT_TRUE(KLIBCFileExist((PATHS::ChangedUserDir() + "1007").c_str()));
+
+  // The notice is only a notice.
+  test::FailOn("KORVFSMkdirP");
+  EXPECT_EQ(set("d.example", "it's new"), "ok");
+  EXPECT_TRUE(
+      Logged("failed to mkdir, path [" + PATHS::ChangedUserDir() + "], error[Permission denied]"));
+  EXPECT_TRUE(Logged("Failed to NotifySMTPChangedUIDs"));
+  EXPECT_EQ(Rows("SELECT * FROM domain_table WHERE domain_idx=2"),
+            StringList{"2|d.example|it's new|<a>|1"});
+}
+
+TEST_F(DomainControl, FlagFilesThatCannotBeMadeKeepTheListBack) {
+  ASSERT_EQ(Create("a.example"), "1");
+  for (unsigned int uid : {7U, 8U, 9U}) {
+    AddMember(1, uid);
+  }
+  test::FailOn("KLIBCFileTouch", "/8");
+  EXPECT_TRUE(Domain().Set(RECORD::Domain(1, "b.example", "", "<a>", true, false, false)));
+  EXPECT_TRUE(Logged("Failed to KLIBCFileTouch, path: [" + PATHS::ChangedUserDir() + "8]"));
+  EXPECT_TRUE(Logged("Failed to NotifySMTPChangedUIDs"));
+  EXPECT_TRUE(KLIBCFileExist((PATHS::ChangedUserDir() + "9").c_str()));
+  EXPECT_EQ(Configured("smtp_changed_uids"), "");
+  test::ClearFaults();
+  test::FailOn("mailConfSet", "smtp_changed_uids");
+  EXPECT_TRUE(Domain().Set(RECORD::Domain(1, "c.example", "", "<a>", true, false, false)));
+  EXPECT_TRUE(Logged("Failed to mailConfSet, key = [smtp_changed_uids], val = [7, 8, 9]"));
+  EXPECT_TRUE(Logged("Failed to NotifySMTPChangedUIDs"));
+}
+
+class DomainDeletion : public DomainControl {
+ protected:
+  DomainDeletion() {
+    Create("primary.example");
+    Create("second.example");
+    Domain().CreateAdditionalDomains(2, {"more.example"}, false);
+    AddMember(2, 1001);
+    for (int domain_idx : {1, 2}) {
+      Alias alias(PATHS::AliasDb());
+      alias.load();
+      alias.set({"all", domain_idx, {{Alias::MemberKind::User, "alice"}}});
+      mailConfSet("enable_dkim_sign-" + std::to_string(domain_idx), "yes", true, 0);
+      mailConfSet("dkim_selector-" + std::to_string(domain_idx), "s1", true, 0);
+      Write("/var/packages/Postara-Server/etc/dkim.key/dkim.private-" + std::to_string(domain_idx),
+            "key");
+    }
+  }
+
+  // What is left of a domain outside the domain database.
+  std::string Remains(int domain_idx) {
+    const std::string index = std::to_string(domain_idx);
+    Alias alias(PATHS::AliasDb());
+    alias.load();
+    std::string left = alias.isAlias("all", domain_idx) ? "alias " : "";
+    test::SqliteFile settings(PATHS::SettingsDb());
+    if (!settings.Rows("SELECT 1 FROM multi_domain_enable_table WHERE domain_id=" + index)
+             .empty()) {
+      left += "limits ";
+    }
+    left += Configured("mimedefang_disclaimers-" + index).empty() ? "disclaimers " : "";
+    left += Configured("enable_dkim_sign-" + index) == "yes" ? "sign " : "";
+    left += Configured("dkim_selector-" + index) == "s1" ? "selector " : "";
+    left += KLIBCFileExist(PATHS::DkimPrivateKey(domain_idx).c_str()) ? "key" : "";
+    return left;
+  }
+};
+
+const char* const kEverything = "alias limits disclaimers sign selector key";
+
+TEST_F(DomainDeletion, RefusesThePrimaryDomainAsAWhole) {
+  EXPECT_FALSE(Domain().Delete({2, 1}, false));
+  EXPECT_TRUE(Logged("Can't delete primary domain"));
+  EXPECT_EQ(Names().size(), 2U);
+  EXPECT_EQ(Remains(2), kEverything);
+  EXPECT_EQ(Configured("smtp_changed_uids"), "");
+  EXPECT_TRUE(Domain().Delete({2, 1}, true));
+  EXPECT_EQ(Rows("SELECT * FROM primary_domain_table"), StringList{});
+  EXPECT_EQ(Remains(1), "");
+}
+
+TEST_F(DomainDeletion, RemovesWhatHangsOnTheDomainAndNothingElse) {
+  EXPECT_TRUE(Domain().Delete({2}, false));
+  EXPECT_EQ(Names(), StringList{"1|primary.example"});
+  for (const char* table :
+       {"domain_to_additional_domain_table", "domain_user_role_table", "domain_user_alias_table"}) {
+    EXPECT_EQ(Rows(std::string("SELECT * FROM ") + table), StringList{}) << table;
+  }
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001");
+  EXPECT_EQ(Remains(2), "");
+  EXPECT_EQ(Configured("enable_dkim_sign-2"), "no");
+  EXPECT_EQ(Remains(1), kEverything);
+  EXPECT_TRUE(Domain().Delete({}, false));
+}
+
+// One domain loses its settings step by step, a step further with each fault; the domain behind it
+// in the list keeps all of its own.
+TEST_F(DomainDeletion, StopsAtTheStepThatFails) {
+  const struct {
+    const char* function;
+    const char* text;
+    const char* logged;
+    const char* left;
+  } cases[] = {
+      {"Alias::load", "", "Failed to load alias", kEverything},
+      {"Alias::delDomainAlias", "", "Failed to delDomainAlias, domain_id: [2]", kEverything},
+      {"DomainSetting::DelSettings", "", "Failed to DelSettings, domain_id: [2]",
+       "limits disclaimers sign selector key"},
+      {"DBHandler::exeCmds", "DELETE FROM bcc_table", "Failed to deleteAllBCC, domain_id: [2]",
+       "disclaimers sign selector key"},
+      {"Config::LoadSettings", "", "Failed to load mimedefang settings",
+       "disclaimers sign selector key"},
+      {"Config::SaveSettings", "", "Failed to save mimedefang settings", "sign selector key"},
+      {"mailConfSet", "enable_dkim_sign-2", "Failed to mailConfSet", "sign selector key"},
+      {"mailConfSet", "dkim_selector-2", "Failed to mailConfSet", "selector key"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.function) + " " + c.text);
+    Run("INSERT OR IGNORE INTO domain_table VALUES(1,'primary.example','','<a>',0);"
+        "INSERT OR IGNORE INTO domain_table VALUES(2,'second.example','','<a>',0)");
+    test::FailOn(c.function, c.text);
+    EXPECT_FALSE(Domain().Delete({2, 1}, true));
+    test::ClearFaults();
+    EXPECT_TRUE(Logged(c.logged));
+    TakeLog();
+    EXPECT_EQ(Names(), StringList{});
+    EXPECT_EQ(Remains(2), c.left);
+    EXPECT_EQ(Remains(1), kEverything);
+  }
+}
+
+TEST_F(DomainControl, AdditionalNames) {
+  ASSERT_EQ(Create("a.example"), "1");
+  ASSERT_EQ(Create("b.example"), "2");
+  const auto create = [this](const StringList& names, bool skip) {
+    return Outcome([&] { return Domain().CreateAdditionalDomains(1, names, skip); });
+  };
+  const auto stored = [] {
+    StringList names;
+    EXPECT_TRUE(Domain().ListAdditionalDomains(1, names));
+    return names;
+  };
+  EXPECT_EQ(create({"x.example", "", "X.example", "B.example"}, false),
+            "3002 Unable to create additional domain [B.example]");
+  EXPECT_EQ(stored(), StringList{});
+  EXPECT_EQ(create({"x.example", "", "X.example", "B.example", "nodot"}, true), "ok");
+  EXPECT_TRUE(Logged("domain_name [B.example] exists, skipped"));
+  EXPECT_TRUE(Logged("without \".\""));
+  EXPECT_EQ(stored(), StringList{"x.example"});
+
+  const auto set = [this](const StringList& current, const StringList& wanted) {
+    return Outcome([&] { return Domain().SetAdditionalDomains(1, current, wanted); });
+  };
+  EXPECT_EQ(set({"x.example"}, {"y.example", "b.example", "A.example"}),
+            "3002 Unable to set additional domains");
+  EXPECT_TRUE(Logged("domain name [b.example] exists, need_fall_back"));
+  EXPECT_TRUE(Logged("domain name [A.example] exists, need_fall_back"));
+  EXPECT_EQ(stored(), StringList{"x.example"});
+  EXPECT_EQ(set({"x.example"}, {"X.example", "z.example"}), "ok");
+  EXPECT_EQ(stored(), (StringList{"X.example", "z.example"}));
+
+  test::FailOn("DBHandler::exeCmds", "INSERT OR IGNORE INTO  domain_to_additional_domain_table");
+  EXPECT_EQ(set({"z.example"}, {"w.example"}), "false");
+  EXPECT_TRUE(Logged("fail to insert domain_to_additional_domain_table"));
+  EXPECT_TRUE(Logged("Failed to CreateAdditionalDomains, domain_id: [1]"));
+  EXPECT_EQ(stored(), StringList{"X.example"});
+}
+
+TEST_F(DomainControl, NamesOnceInEitherSpelling) {
+  using namespace MDOMAIN::CONTROL::INTERNAL;
+  const struct {
+    StringList names;
+    StringList want;
+  } cases[] = {
+      {{}, {}},
+      {{"", "a.example", "A.EXAMPLE", "b.example"}, {"a.example", "b.example"}},
+      {{"b\u00fccher.example", "xn--bcher-kva.example"}, {"b\u00fccher.example"}},
+      {{"XN--BCHER-KVA.example", "b\u00fccher.example"}, {"XN--BCHER-KVA.example"}},
+      {{"bad name", "bad name", "BAD name"}, {"bad name"}},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(EraseDuplicatedDomainNames(c.names), c.want);
+  }
+  EXPECT_TRUE(IExists({"x", "aB"}, "Ab"));
+  EXPECT_FALSE(IExists({"x", "aBc"}, "Ab"));
+  EXPECT_FALSE(IExists({}, ""));
+}
+
+TEST_F(DomainControl, AdministratorsAndNames) {
+  ASSERT_EQ(Create("a.example"), "1");
+  ASSERT_EQ(Create("b.example"), "2");
+  AddMember(1, 1001, "normal");
+  AddMember(2, 1001, "domain_admin");
+  AddMember(1, 1002, "normal");
+  EXPECT_TRUE(Domain().IsAnyDomainsAdmin(1001));
+  EXPECT_FALSE(Domain().IsAnyDomainsAdmin(1002));
+  EXPECT_TRUE(Domain().IsDomainAdmin(1001, 2));
+  EXPECT_FALSE(Domain().IsDomainAdmin(1001, 1));
+  std::string name = "untouched";
+  EXPECT_FALSE(Domain().GetDomainNameByIdx(3, name));
+  EXPECT_TRUE(Logged("Failed to GetDomainNameByIdx"));
+  EXPECT_EQ(name, "untouched");
+  EXPECT_TRUE(Domain().GetDomainNameByIdx(2, name));
+  EXPECT_EQ(name, "b.example");
+}
+
+}  // namespace
