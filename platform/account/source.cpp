@@ -2,19 +2,6 @@
 
 namespace korvmailserver::account {
 
-namespace {
-
-template <class Row>
-Outcome Copy(const Row* found, Row& row) {
-  if (found == nullptr) {
-    return Outcome::kUnknown;
-  }
-  row = *found;
-  return Outcome::kFound;
-}
-
-}  // namespace
-
 Tables Source::ReadAll() {
   Tables tables;
   tables.users = Users();
@@ -29,7 +16,7 @@ Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& 
   if (tables.users == nullptr || tables.groups == nullptr) {
     return Fail(tables.users == nullptr ? tables.users_error : tables.groups_error);
   }
-  const GroupRow* row = tables.groups->ByName(group);
+  const GroupRow* row = tables.groups->ByName(FullName(group));
   if (row == nullptr) {
     return Outcome::kUnknown;
   }
@@ -42,22 +29,22 @@ Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& 
 
 Outcome TableSource::FindUser(const std::string& name, UserRow& row) {
   const auto users = Users();
-  return users == nullptr ? Outcome::kFailed : Copy(users->ByName(name), row);
+  return users == nullptr ? Outcome::kFailed : Pick(users->ByName(FullName(name)), row);
 }
 
 Outcome TableSource::FindUserById(unsigned int uid, UserRow& row) {
   const auto users = Users();
-  return users == nullptr ? Outcome::kFailed : Copy(users->ById(uid), row);
+  return users == nullptr ? Outcome::kFailed : Pick(users->ById(uid), row);
 }
 
 Outcome TableSource::FindGroup(const std::string& name, GroupRow& row) {
   const auto groups = Groups();
-  return groups == nullptr ? Outcome::kFailed : Copy(groups->ByName(name), row);
+  return groups == nullptr ? Outcome::kFailed : Pick(groups->ByName(FullName(name)), row);
 }
 
 Outcome TableSource::FindGroupById(unsigned int gid, GroupRow& row) {
   const auto groups = Groups();
-  return groups == nullptr ? Outcome::kFailed : Copy(groups->ById(gid), row);
+  return groups == nullptr ? Outcome::kFailed : Pick(groups->ById(gid), row);
 }
 
 std::shared_ptr<const UserTable> RefusingSource::Users() {

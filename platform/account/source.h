@@ -16,6 +16,16 @@ namespace korvmailserver::account {
 
 enum class Outcome { kFound, kUnknown, kFailed };
 
+// What a look-up in a table comes to.
+template <class Row>
+Outcome Pick(const Row* found, Row& row) {
+  if (found == nullptr) {
+    return Outcome::kUnknown;
+  }
+  row = *found;
+  return Outcome::kFound;
+}
+
 // A whole answer; a null table comes with the reason.
 struct Tables {
   std::shared_ptr<const UserTable> users;
@@ -101,6 +111,8 @@ class SnapshotSource : public TableSource {
 };
 
 std::shared_ptr<Source> MakeLocalSource();
+// `domain` is the account domain of full names; empty for none.
+std::shared_ptr<Source> MakeLdapSource(const std::string& domain);
 
 }  // namespace korvmailserver::account
 

@@ -66,10 +66,12 @@ bool DomainOf(AUTH_TYPE type, const char* domain, std::string& name) {
   return type != AUTH_LDAP || mailConfGet("acc_domain_name", name) >= 0;
 }
 
-std::shared_ptr<Source> Make(AUTH_TYPE type, const std::string& /*domain*/) {
+std::shared_ptr<Source> Make(AUTH_TYPE type, const std::string& domain) {
   switch (type) {
     case AUTH_LOCAL:
       return MakeLocalSource();
+    case AUTH_LDAP:
+      return MakeLdapSource(domain);
     default:
       return std::make_shared<RefusingSource>(
           "\"account_type\" of the mail configuration is none of local, win, ldap");

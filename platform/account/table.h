@@ -39,9 +39,6 @@ inline unsigned int IdOf(const GroupRow& row) {
 
 enum class NameCase { kExact, kFolded };
 
-// Lower case for comparing names, all of Unicode; bytes that are not UTF-8 stay as they are.
-std::string FoldCase(const std::string& name);
-
 // What a table does not hold.
 struct Gaps {
   long missing = 0;                // entries known to be missing; at least 1 when some may be

@@ -1,0 +1,101 @@
+#include "platform/directory/session.h"
+
+#include <algorithm>
+
+#include "platform/directory/sigpipe_guard.h"
+
+namespace korvmailserver::directory {
+
+const std::string* Entry::First(const std::string& attribute) const {
+  const auto found = values.find(attribute);
+  if (found == values.end()) {
+    return nullptr;
+  }
+  const auto text = std::find_if(found->second.begin(), found->second.end(), IsText);
+  return text == found->second.end() ? nullptr : &*text;
+}
+
+Session::~Session() {
+  if (ldap_ != nullptr) {
+    const SigpipeGuard guard;
+    ldap_unbind_ext_s(ldap_, nullptr, nullptr);
+  }
+}
+
+std::string Session::ErrorText(int code) const {
+  std::string text = std::string(ldap_err2string(code)) + " (" + std::to_string(code) + ")";
+  char* detail = nullptr;
+  if (ldap_ != nullptr &&
+      ldap_get_option(ldap_, LDAP_OPT_DIAGNOSTIC_MESSAGE, &detail) == LDAP_OPT_SUCCESS &&
+      detail != nullptr) {
+    text += *detail == '\0' ? "" : std::string(": ") + detail;
+    ldap_memfree(detail);
+  }
+  return text;
+}
+
+bool Session::SetOptions(const LdapSettings& settings, std::string& error) {
+  const int version = LDAP_VERSION3;
+  const int demand = LDAP_OPT_X_TLS_DEMAND;
+  const int client = 0;
+  const timeval timeout = {settings.timeout, 0};
+  bool ok = ldap_set_option(ldap_, LDAP_OPT_PROTOCOL_VERSION, &version) == 0 &&
+            ldap_set_option(ldap_, LDAP_OPT_REFERRALS, LDAP_OPT_OFF) == 0 &&
+            ldap_set_option(ldap_, LDAP_OPT_RESTART, LDAP_OPT_ON) == 0 &&
+            ldap_set_option(ldap_, LDAP_OPT_NETWORK_TIMEOUT, &timeout) == 0 &&
+            ldap_set_option(ldap_, LDAP_OPT_TIMEOUT, &timeout) == 0 &&
+            ldap_set_option(ldap_, LDAP_OPT_X_TLS_REQUIRE_CERT, &demand) == 0;
+  if (ok && !settings.ca_file.empty()) {
+    ok = ldap_set_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, settings.ca_file.c_str()) == 0;
+  }
+  const bool tls = settings.start_tls || settings.uri.compare(0, 8, "ldaps://") == 0;
+  if (ok && tls && ldap_set_option(ldap_, LDAP_OPT_X_TLS_NEWCTX, &client) != 0) {
+    error = "TLS cannot be set up with ca_file \"" + settings.ca_file + "\"";
+    return false;
+  }
+  if (!ok) {
+    error = "the LDAP library refuses its options";
+  }
+  return ok;
+}
+
+bool Session::Connect(const LdapSettings& settings, std::string& error) {
+  const SigpipeGuard guard;
+  timeout_ = settings.timeout;
+  int code = ldap_initialize(&ldap_, settings.uri.c_str());
+  if (code != LDAP_SUCCESS) {
+    error = "uri \"" + settings.uri + "\": " + ldap_err2string(code);
+    return false;
+  }
+  if (!SetOptions(settings, error)) {
+    return false;
+  }
+  code = ldap_connect(ldap_);
+  if (code == LDAP_SUCCESS && settings.start_tls) {
+    code = ldap_start_tls_s(ldap_, nullptr, nullptr);
+  }
+  if (code != LDAP_SUCCESS) {
+    error = "cannot connect to " + settings.uri + ": " + ErrorText(code);
+  }
+  return code == LDAP_SUCCESS;
+}
+
+bool Session::Bind(const LdapSettings& settings, std::string& error) {
+  const SigpipeGuard guard;
+  if (!settings.bind_dn.empty() && settings.password.empty()) {
+    // Servers take this for an anonymous bind and answer with what strangers may see.
+    error = "bind_dn is set and the password is empty";
+    return false;
+  }
+  std::string password = settings.password;
+  berval credentials = {password.size(), password.data()};
+  const int code = ldap_sasl_bind_s(ldap_, settings.bind_dn.c_str(), LDAP_SASL_SIMPLE, &credentials,
+                                    nullptr, nullptr, nullptr);
+  if (code != LDAP_SUCCESS) {
+    const std::string who = settings.bind_dn.empty() ? "anonymously" : "as " + settings.bind_dn;
+    error = "cannot bind " + who + " at " + settings.uri + ": " + ErrorText(code);
+  }
+  return code == LDAP_SUCCESS;
+}
+
+}  // namespace korvmailserver::directory

@@ -1,0 +1,111 @@
+// A connected, bound LDAP session, and searches in it.
+//
+// Every call has the deadline of the host settings. Results are asked for in pages, and the code of
+// every page is judged: entries that came before a limit look as good as a whole answer.
+#ifndef PLATFORM_DIRECTORY_SESSION_H
+#define PLATFORM_DIRECTORY_SESSION_H
+
+#include <ldap.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/include/host_settings.h"
+
+namespace korvmailserver::directory {
+
+// UTF-8 without zero bytes.
+bool IsText(const std::string& value);
+
+// An entry's values as the server gave them: bytes. Attribute names are in lower case.
+struct Entry {
+  std::string dn;
+  std::map<std::string, std::vector<std::string>> values;
+
+  // The first value that is UTF-8 without zero bytes; null when there is none.
+  const std::string* First(const std::string& attribute) const;
+};
+
+class Session {
+ public:
+  Session() = default;
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // Connects and starts TLS as the settings say. A certificate that does not verify is a failure,
+  // whatever the machine's own LDAP client settings say. False and `error` on failure.
+  bool Connect(const LdapSettings& settings, std::string& error);
+  // Simple bind; an empty bind dn stays anonymous. False and `error` on failure.
+  bool Bind(const LdapSettings& settings, std::string& error);
+
+  LDAP* handle() const { return ldap_; }
+  int timeout() const { return timeout_; }
+  // "Can't contact LDAP server (-1): what the server or the TLS library says"
+  std::string ErrorText(int code) const;
+
+ private:
+  bool SetOptions(const LdapSettings& settings, std::string& error);
+
+  LDAP* ldap_ = nullptr;
+  int timeout_ = 0;
+};
+
+struct SearchSpec {
+  std::string base;
+  std::string filter;
+  std::vector<std::string> attributes;
+  int page_size = 500;
+};
+
+// One search below a base, page by page.
+class Search {
+ public:
+  Search(Session& session, SearchSpec spec);
+  ~Search();
+  Search(const Search&) = delete;
+  Search& operator=(const Search&) = delete;
+
+  // 1 and the next entry, valid until the next call; 0 at the end of a complete answer; -1 when the
+  // answer broke off, after the entries that came.
+  int Next(const Entry*& entry);
+
+  // What broke the answer off, and the server setting to look at where one is known.
+  const std::string& error() const { return error_; }
+  // LDAP's code for that; LDAP_SUCCESS while all is well.
+  int code() const { return code_; }
+
+ private:
+  void FetchPage();
+  int Receive(LDAPMessage*& result);
+  void TakeEntries(LDAPMessage* result);
+  void Judge(LDAPMessage* result);
+  void TakeCookie(LDAPControl** controls);
+  void BreakOff(int code, const std::string& text);
+
+  Session& session_;
+  SearchSpec spec_;
+  std::vector<Entry> page_;
+  size_t next_ = 0;
+  size_t received_ = 0;
+  berval cookie_ = {0, nullptr};
+  bool more_ = true;
+  int code_ = LDAP_SUCCESS;
+  std::string error_;
+};
+
+// A letter, then letters, digits, "-" and ";": what may be asked of a directory.
+bool IsAttributeName(const std::string& name);
+
+// The filter's text for "`attribute` is `value`", with every byte that means something escaped.
+std::string Equals(const std::string& attribute, const std::string& value);
+// Both filters hold. `filter` may lack its outer brackets.
+std::string Both(const std::string& filter, const std::string& other);
+
+// One spelling for all spellings of a DN.
+std::string FoldDn(const std::string& dn);
+
+}  // namespace korvmailserver::directory
+
+#endif  // PLATFORM_DIRECTORY_SESSION_H
