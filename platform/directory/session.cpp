@@ -6,6 +6,14 @@
 
 namespace korvmailserver::directory {
 
+namespace {
+
+bool UsesTls(const LdapSettings& settings) {
+  return settings.start_tls || settings.uri.compare(0, 8, "ldaps://") == 0;
+}
+
+}  // namespace
+
 const std::string* Entry::First(const std::string& attribute) const {
   const auto found = values.find(attribute);
   if (found == values.end()) {
@@ -48,8 +56,7 @@ bool Session::SetOptions(const LdapSettings& settings, std::string& error) {
   if (ok && !settings.ca_file.empty()) {
     ok = ldap_set_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, settings.ca_file.c_str()) == 0;
   }
-  const bool tls = settings.start_tls || settings.uri.compare(0, 8, "ldaps://") == 0;
-  if (ok && tls && ldap_set_option(ldap_, LDAP_OPT_X_TLS_NEWCTX, &client) != 0) {
+  if (ok && UsesTls(settings) && ldap_set_option(ldap_, LDAP_OPT_X_TLS_NEWCTX, &client) != 0) {
     error = "TLS cannot be set up with ca_file \"" + settings.ca_file + "\"";
     return false;
   }
@@ -76,6 +83,10 @@ bool Session::Connect(const LdapSettings& settings, std::string& error) {
   }
   if (code != LDAP_SUCCESS) {
     error = "cannot connect to " + settings.uri + ": " + ErrorText(code);
+    if (UsesTls(settings)) {
+      // The TLS library's own text can be empty when it cannot use the file.
+      error += "; with TLS, ca_file \"" + settings.ca_file + "\"";
+    }
   }
   return code == LDAP_SUCCESS;
 }
@@ -87,7 +98,7 @@ bool Session::Bind(const LdapSettings& settings, std::string& error) {
     error = "bind_dn is set and the password is empty";
     return false;
   }
-  std::string password = settings.password;
+  std::string password = settings.bind_dn.empty() ? "" : settings.password;
   berval credentials = {password.size(), password.data()};
   const int code = ldap_sasl_bind_s(ldap_, settings.bind_dn.c_str(), LDAP_SASL_SIMPLE, &credentials,
                                     nullptr, nullptr, nullptr);

@@ -1,4 +1,8 @@
 // LDAP search sessions with the host's stored bind settings and search options.
+//
+// Searches go over the whole subtree below the users' base, in pages of at most 1000. Every call to
+// the server ends at [ldap] timeout. Values are bytes; one that is not UTF-8, or holds a zero byte,
+// counts as missing.
 #ifndef PLATFORM_LDAP_SEARCH_H
 #define PLATFORM_LDAP_SEARCH_H
 
@@ -13,7 +17,8 @@ struct KORVLDAPSearch;
 struct KORVLDAPEntry;
 
 // All return 0, or negative with one log line that says what failed, unless stated.
-// Connects and binds as [ldap] of the host settings says. Free with KORVLDAPHostFree.
+// Connects and binds as [ldap] of the host settings says. A server's certificate must verify with
+// ca_file, or with the machine's own authorities when that is not set. Free with KORVLDAPHostFree.
 int KORVLDAPHostInitByBindConfig(KORVLDAPHost** host);
 void KORVLDAPHostFree(KORVLDAPHost* host);
 KORVLDAPSearchOption* KORVLDAPSearchOptionAlloc();
@@ -21,14 +26,17 @@ KORVLDAPSearchOption* KORVLDAPSearchOptionAlloc();
 int KORVLDAPSearchOptionGet(KORVLDAPSearchOption* option);
 void KORVLDAPSearchOptionFree(KORVLDAPSearchOption* option);
 // A request for `attributes` of the entries that the options select. Names that are no attribute
-// names are not sent. "uid" and "mail" stand for the attributes that the settings name.
+// names (a letter, then letters, digits, "-", ";") are not sent, and no entry has them. "uid" and
+// "mail" stand for the attributes that the settings name. The option may be freed afterwards.
 int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request, const KORVLDAPSearchOption* option,
                               const KLIBCSzList* attributes);
 void KORVLDAPSearchRequestFree(KORVLDAPSearchRequest* request);
+// The request may be freed afterwards, the host not.
 int KORVLDAPSearchInit(KORVLDAPSearch** search, KORVLDAPHost* host,
                        const KORVLDAPSearchRequest* request);
 // The next entry, valid until the next call: 1 with an entry, 0 at the end of a complete answer,
-// negative when the answer broke off.
+// negative when the answer broke off: at a size or time limit of the server, at a referral, with
+// the connection. The entries handed out before are good, and not all.
 int KORVLDAPSearchGetNext(KORVLDAPSearch* search, const KORVLDAPEntry** entry);
 // The first value of an attribute (names without regard to case). 0, or negative when the entry has
 // none that is valid UTF-8.
