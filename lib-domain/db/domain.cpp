@@ -125,6 +125,33 @@ bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) 
   return true;
 }
 
+bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
+  if (!IsOpen(status_)) {
+    return false;
+  }
+  Rows rows;
+  if (!Select(handler_,
+              FormatStatement("SELECT %q.domain_idx, domain_name, %q.domain_idx IS NOT NULL FROM "
+                              "%q LEFT JOIN %q ON %q.domain_idx = %q.domain_idx ORDER BY 1",
+                              kDomainTable, kPrimaryTable, kDomainTable, kPrimaryTable,
+                              kDomainTable, kPrimaryTable),
+              3, rows)) {
+    return false;
+  }
+  for (const Row& row : rows) {
+    int domain_idx = 0;
+    if (!ReadInt(row[0], domain_idx)) {
+      return false;
+    }
+    RECORD::Domain domain;
+    domain.SetDomainIdx(domain_idx);
+    domain.SetDomainName(row[1]);
+    domain.SetIsPrimary(ReadFlag(row[2]));
+    domains.push_back(domain);
+  }
+  return true;
+}
+
 bool Domain::GetDomainCount(DomainDBFilter& filter, int& count) {
   if (!IsOpen(status_)) {
     return false;

@@ -20,6 +20,9 @@ class Domain {
   bool Set(const RECORD::Domain& domain);
   bool Delete(const std::vector<int>& domain_idxs);
   bool List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains);
+  // Index, name and primary flag of every domain, in the order in which List gives them; the other
+  // members keep their defaults. Reads no user: what is published or addressed needs no more.
+  bool ListNames(std::vector<RECORD::Domain>& domains);
   bool GetDomainCount(DomainDBFilter& filter, int& count);
   bool GetAllDomainCount(int& count);
   bool GetNextDomainIDX(int& domain_idx);

@@ -191,6 +191,7 @@ bool GetLocalMail(const std::string& short_name, std::string& mail) {
 
 bool DefaultAliasGetter::_FetchAttrsFromLocal(const std::vector<std::string>& user_short_names,
                                               UserAttrsMap& attrs) {
+  const korvmailserver::AccountSnapshot snapshot;  // one reading of the files for all names
   const bool needs_mail = _NeededAttrs().count(kMailAttr) != 0;
   for (const std::string& name : user_short_names) {
     std::string mail;

@@ -3,12 +3,11 @@
 #include <sqlite3.h>
 
 #include <memory>
-#include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/db/schema.h"
-#include "lib-domain/record/user.h"
 #include "lib-domain/utils/account_source.h"
+#include "lib-domain/utils/mirror_difference.h"
 #include "platform/include/account.h"
 #include "platform/include/files.h"
 
@@ -62,37 +61,16 @@ bool OpenForReading(Connection& connection) {
   return true;
 }
 
-unsigned int Id(const RECORD::User& user) {
-  return user.GetUID();
-}
-unsigned int Id(const RECORD::Group& group) {
-  return group.GetGID();
-}
-std::string Name(const RECORD::User& user) {
-  return user.GetUserName();
-}
-std::string Name(const RECORD::Group& group) {
-  return group.GetGroupName();
-}
-
 // Accounts without a mirror row are new; rows without an account go, unless the answer was cut
 // short.
 template <typename Record>
 void Compare(const std::vector<Record>& accounts, const std::vector<unsigned int>& mirrored,
              bool complete, std::vector<std::string>& new_names,
              std::vector<unsigned int>& deleted_ids) {
-  const std::unordered_set<unsigned int> known(mirrored.begin(), mirrored.end());
-  std::unordered_set<unsigned int> found;
-  for (const Record& account : accounts) {
-    found.insert(Id(account));
-    if (known.count(Id(account)) == 0) {
-      new_names.push_back(Name(account));
-    }
-  }
-  for (const unsigned int id : mirrored) {
-    if (complete && found.count(id) == 0) {
-      deleted_ids.push_back(id);
-    }
+  const auto difference = INTERNAL::CompareWithMirror(accounts, mirrored);
+  new_names = INTERNAL::NamesOf(difference.created);
+  if (complete) {
+    deleted_ids = difference.deleted_ids;
   }
 }
 

@@ -1,43 +1,89 @@
 // Keeping the mirror in step with the account system, adding accounts automatically, publishing.
+//
+// The mirror (user_table, group_table and their memberships) is written here and nowhere else but
+// where a group enters a domain. The main safety rule: an answer of the account system that was cut
+// short may add and update, but never delete.
 #ifndef LIB_DOMAIN_UTILS_UPDATER_H
 #define LIB_DOMAIN_UTILS_UPDATER_H
 
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
+#include "lib-domain/record/domain.h"
 #include "lib-domain/record/group.h"
+#include "lib-domain/record/user.h"
 
 namespace MDOMAIN::UTILS {
 
-// What one Refresh found and did, for the programs that report it.
+// What one Refresh found and did, for the programs that report it. A refresh that failed leaves
+// what it had found by then.
 struct RefreshSummary {
-  bool users_complete = false;
-  bool groups_complete = false;
-  size_t users = 0;  // accounts obtained
+  bool users_complete = false;   // the account system handed out every user that it holds
+  bool groups_complete = false;  // and every group
+  size_t users = 0;              // accounts obtained
   size_t groups = 0;
-  std::vector<std::string> new_users;
+  std::vector<std::string> new_users;  // account names, in the account system's order
   std::vector<std::string> new_groups;
-  std::vector<unsigned int> deleted_uids;
+  std::vector<unsigned int> deleted_uids;  // in mirror order; none where the answer was cut short
   std::vector<unsigned int> deleted_gids;
 };
 
+// An object lives for one run: the accounts that a Refresh found to be new are kept in it for the
+// steps that add them to domains. Every operation is true on success; a failure is one error line
+// at each level that gives up, and leaves the steps done before it in place.
 class Updater {
  public:
+  // Brings the mirror up to date (create, then update, then delete), rebuilds the memberships of
+  // all groups, flags duplicated aliases anew, adds what is new to the domains that add accounts
+  // automatically, and drops auto-added roles that a group gives as well. Publishes nothing: that
+  // is Trigger's.
+  //
+  // The account system is asked once, at one point in time, and the database is written in one
+  // transaction, which is also committed when a step fails.
   bool Refresh();
+
+  // Publishes where the domain database lies and all domain data: "virtual_multiple_domain",
+  // "smtp_main_domain" and one "additional_domain-N" per domain; keys of domains that are gone are
+  // removed. Values that are published already are not written again. True, with a warning and
+  // nothing published, when the key store would not keep it.
   bool Trigger();
+
+  // Creates the first domain from the older single-domain settings: named "smtp_main_domain",
+  // primary, with the further names of those settings and every group of the account system; then
+  // refreshes. Further names that are taken already are skipped. True and nothing done when there
+  // is a domain already, or when the setting is empty or "localdomain". Throws LogException 3002 or
+  // 3003 when the name cannot be a domain's. A failure after the domain was created leaves it.
   bool InitDBIfNotExists();
+
+  // Gives an address in each domain to the mirrored users who are new in this run or whom a group
+  // of the domain covers, who are not users of the domain yet and were not removed from it. Those
+  // whom no group covers get the role "normal", marked as added automatically.
   bool AutoAddNewUsers(const std::vector<int>& domain_idxs);
+
+  // Deletes auto-added roles of users who belong to a group of that domain: their role comes from
+  // the group from now on. Domains without groups keep all roles.
   bool RemoveUnnecessaryAutoAddedUserRole();
+
+  // What the last Refresh of this object found.
   const RefreshSummary& GetSummary() const { return summary_; }
 
  private:
+  bool _RefreshSteps();
   bool _RefreshUsers();
   bool _RefreshGroups();
   bool _UpdateDomainUsersGroups();
   bool _AutoAddNewUsers(const std::vector<int>& domain_idxs);
+  bool _AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>& mirrored,
+                          const std::unordered_set<unsigned int>& covered_uids);
+  bool _GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
+                      const std::unordered_set<unsigned int>& covered_uids,
+                      std::vector<std::pair<std::string, std::string>>& entries);
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _ToRedis();
+  bool _SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,
+                        const std::vector<std::string>& entries, const std::string& primary_name);
   bool _DomainsToRedis(const std::vector<std::string>& entries);
   bool _PrimaryDomainToRedis(const std::string& name);
   bool _DomainAdditionalDomainsToRedis(int domain_idx);
