@@ -1,7 +1,13 @@
 // The public interface for mail domains.
+//
+// Reading calls are those of CONTROL::Domain: List, GetDelegatedDomainIds, GetDomainCount,
+// ListAdditionalDomains, IsAnyDomainsAdmin, IsDomainAdmin, GetDomainNameByIdx. Every changing call
+// ends by publishing all domain data and is false when that fails, although the change stays.
+// Objects are made per use; none of this is thread-safe.
 #ifndef LIB_DOMAIN_API_DOMAIN_H
 #define LIB_DOMAIN_API_DOMAIN_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,27 +18,67 @@ namespace MDOMAIN::API {
 
 class Domain : public CONTROL::Domain {
  public:
+  // Creates a domain under the next free index, which is put into `domain` and `new_domain_idx`.
+  // The first domain becomes the primary one. Nothing is created when the name is invalid (error
+  // number 5633) or taken in either spelling by any domain or additional name (5618).
   bool Create(RECORD::Domain& domain, int& new_domain_idx);
+
+  // Rewrites the domain of the record's index: name, description, pattern, automatic adding. An
+  // index without a domain changes nothing and succeeds. Error numbers as Create; a new name that
+  // differs from the old one in letter case only counts as taken.
   bool Set(const RECORD::Domain& domain);
+
+  // Makes the domain the only primary one. Throws nothing of its own.
   bool SetPrimary(const int& domain_idx);
+
+  // Deletes domains with their users' aliases, roles and mail settings. Nothing is deleted when the
+  // primary domain is among them.
   bool Delete(const std::vector<int>& domain_idxs);
+
+  // Adds further names. The first that is taken already stops the call, nothing is added, and the
+  // error number is 5618; names that are no domain names are left out with a warning.
   bool CreateAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
+
+  // Replaces the names `old_names` by `new_names`. When one of the new ones is taken by another
+  // domain the old ones are put back and the error number is 5618.
   bool SetAdditionalDomains(const int& domain_idx, const std::vector<std::string>& old_names,
                             const std::vector<std::string>& new_names);
+
+  // Removes further names, spelt exactly as they are stored; others are ignored.
   bool DeleteAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
+
+  // Creates the first domain of an installation: primary, with every group of the account system,
+  // followed by a refresh. When a step after the creation fails the domain is deleted again; what
+  // the refresh mirrored stays. Error numbers as Create, and 5634 when the account system cannot be
+  // read as a whole or the refresh fails.
   bool CreatePrimary(RECORD::Domain& domain, int& new_domain_idx);
+
+  // Brings an installation with one domain into the database: without any domain as CreatePrimary,
+  // else the primary domain is set to the record (whose index is replaced). Then the further names
+  // are removed and added anew, so that the call can be repeated.
   bool Migrate(RECORD::Domain& domain, const std::vector<std::string>& additional_domains);
+
+  // The API error number of the last exception, or 5634 (CreatePrimary); 0 when there was none. A
+  // later success does not reset it, and a plain failure does not set it.
   unsigned int GetErrorCode() const { return error_code_; }
 
  private:
   bool _CreatePrimaryImp(RECORD::Domain& domain, int& new_domain_idx);
+  bool _FillPrimary(int domain_idx);
+  // Runs `operation`; an exception is turned into the error number and false.
+  bool _Catch(const std::function<bool()>& operation);
 
   unsigned int error_code_ = 0;
 };
 
 namespace INTERNAL {
 
+// Appends every domain with its user count, the primary one first.
 bool GetAllDomains(std::vector<RECORD::Domain>& domains);
+// The same without user counts, descriptions and patterns, which addresses need not: nothing is
+// counted for it.
+bool GetAllDomainNames(std::vector<RECORD::Domain>& domains);
+// The others keep their order; without a primary domain nothing changes.
 void MovePrimaryDomainToFront(std::vector<RECORD::Domain>& domains);
 
 }  // namespace INTERNAL

@@ -1,4 +1,8 @@
 // The public interface for the groups of domains and their members' status.
+//
+// Reading calls are those of CONTROL::DomainGroup: List, GetDomainGroupsCount, ListMembers. Every
+// changing call ends by publishing all domain data and is false when that fails, although the
+// change stays.
 #ifndef LIB_DOMAIN_API_DOMAIN_GROUP_H
 #define LIB_DOMAIN_API_DOMAIN_GROUP_H
 
@@ -12,13 +16,24 @@ namespace MDOMAIN::API {
 
 class DomainGroup : public CONTROL::DomainGroup {
  public:
+  // Appends (uid, user name, "normal" or "removed") of every member of the group, those first who
+  // were removed from the domain.
   bool GetMemberStatus(const int& domain_idx, const unsigned int& gid,
                        std::vector<std::tuple<unsigned int, std::string, std::string>>& members);
+  // Writes the roles of groups in domains; invalid records are left out.
   bool Set(const std::vector<RECORD::DomainGroupRole>& roles);
+  // Takes groups out of the domain, with the addresses of the members whom no other group of the
+  // domain holds, also of those who had been added on their own besides.
   bool Delete(const int& domain_idx, const std::vector<unsigned int>& gids);
+  // Takes back the removal of all members of the groups, and gives those who have no address in the
+  // domain one.
   bool RestoreMemberStatus(const int& domain_idx, const std::vector<unsigned int>& gids);
+  // The same for chosen users, whichever groups of the domain they were removed from.
   bool RestoreMemberStatus(const int& domain_idx, const unsigned int& gid,
                            const std::vector<unsigned int>& uids);
+
+ private:
+  static bool _AddAndTrigger(int domain_idx);
 };
 
 }  // namespace MDOMAIN::API

@@ -8,7 +8,9 @@ namespace MDOMAIN::API {
 
 class Group : public CONTROL::Group {
  public:
+  // Appends the mirrored groups that the filter selects, as of the last refresh.
   bool List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups);
+  // Appends the uids of a mirrored group's members; an unknown group has none.
   bool ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids);
 };
 

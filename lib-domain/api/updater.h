@@ -6,13 +6,20 @@
 
 namespace MDOMAIN::API {
 
+// GetSummary tells what the refresh found. One object per run.
 class Updater : public UTILS::Updater {
  public:
+  // UTILS::Updater::Refresh; when it succeeded everything is published, and that is the result.
   bool Refresh();
+  // UTILS::Updater::InitDBIfNotExists, likewise: also when there was nothing to create.
   bool InitDBIfNotExists();
+  // The API error number of the last exception (5618 a taken name, 5633 an invalid one, else 117);
+  // 0 when there was none. A later success does not reset it.
   unsigned int GetErrorCode() const { return error_code_; }
 
  private:
+  bool _RunAndTrigger(bool (UTILS::Updater::*operation)());
+
   unsigned int error_code_ = 0;
 };
 

@@ -8,6 +8,8 @@ namespace MDOMAIN::API {
 
 class User : public CONTROL::User {
  public:
+  // Appends the mirrored users that the filter selects. They are those of the last refresh, not of
+  // this moment.
   bool List(const DB::UserDBFilter& filter, std::vector<RECORD::User>& users);
 };
 

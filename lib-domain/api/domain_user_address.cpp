@@ -1,0 +1,154 @@
+// Whole addresses: the aliases of a domain's users at the names under which it receives mail.
+#define MDOMAIN_LOG_SOURCE "lib-domain/api/domain_user.cpp"
+
+#include "lib-domain/api/domain.h"
+#include "lib-domain/api/domain_user.h"
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/control/domain.h"
+
+namespace MDOMAIN::API {
+
+namespace {
+
+using NamesByDomain = std::map<int, std::vector<std::string>>;
+
+// The names of every domain, its own first; the domains themselves, the primary one first.
+bool GetDomainNames(bool include_additional, std::vector<RECORD::Domain>& domains,
+                    NamesByDomain& names_by_domain) {
+  if (!INTERNAL::GetAllDomainNames(domains)) {
+    LOG_ERROR("Failed to GetAllDomains");
+    return false;
+  }
+  NamesByDomain additional;
+  if (include_additional && !domains.empty() &&
+      !CONTROL::Domain().ListAllAdditionalDomains(additional)) {
+    LOG_ERROR("Failed to ListAdditionalDomains, domain_id: [%d]", domains.front().GetDomainIdx());
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    std::vector<std::string>& names = names_by_domain[domain.GetDomainIdx()];
+    names = {domain.GetDomainName()};
+    const std::vector<std::string>& others = additional[domain.GetDomainIdx()];
+    names.insert(names.end(), others.begin(), others.end());
+  }
+  return true;
+}
+
+void AppendAddresses(const std::vector<std::string>& aliases, const std::vector<std::string>& names,
+                     std::vector<std::string>& addresses) {
+  for (const std::string& name : names) {
+    for (const std::string& alias : aliases) {
+      addresses.push_back(alias + "@" + name);
+    }
+  }
+}
+
+std::vector<std::string> AliasesOf(const RECORD::DomainUser& user) {
+  std::vector<std::string> aliases;
+  for (const RECORD::DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
+    aliases.push_back(alias.GetAccountAlias());
+  }
+  return aliases;
+}
+
+}  // namespace
+
+bool DomainUser::_GetAddresses(const AliasGetter& get_aliases, bool include_additional,
+                               std::vector<std::string>& addresses) {
+  std::vector<RECORD::Domain> domains;
+  NamesByDomain names_by_domain;
+  if (!GetDomainNames(include_additional, domains, names_by_domain)) {
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    std::vector<std::string> aliases;
+    if (!get_aliases(domain.GetDomainIdx(), aliases)) {
+      return false;
+    }
+    AppendAddresses(aliases, names_by_domain[domain.GetDomainIdx()], addresses);
+  }
+  return true;
+}
+
+bool DomainUser::GetMailAddresses(const unsigned int& uid, std::vector<std::string>& addresses) {
+  const AliasGetter get_aliases = [&](int domain_idx, std::vector<std::string>& aliases) {
+    if (!GetDomainUserAlias(domain_idx, uid, aliases)) {
+      LOG_ERROR("Failed to GetDomainUserAlias, domain_id: [%d], uid: [%u]", domain_idx, uid);
+      return false;
+    }
+    return true;
+  };
+  return _GetAddresses(get_aliases, false, addresses);
+}
+
+bool DomainUser::GetMailAddresses(const std::string& user_name,
+                                  std::vector<std::string>& addresses) {
+  return _GetAddresses(_AliasesByName(user_name), false, addresses);
+}
+
+bool DomainUser::GetMailAddrIncludingAdditionalDomain(const std::string& user_name,
+                                                      std::vector<std::string>& addresses) {
+  return _GetAddresses(_AliasesByName(user_name), true, addresses);
+}
+
+DomainUser::AliasGetter DomainUser::_AliasesByName(const std::string& user_name) {
+  return [this, user_name](int domain_idx, std::vector<std::string>& aliases) {
+    if (!GetDomainUserAlias(domain_idx, user_name, aliases)) {
+      LOG_ERROR("Failed to GetDomainUserAlias, domain_id: [%d], user_name: [%s]", domain_idx,
+                user_name.c_str());
+      return false;
+    }
+    return true;
+  };
+}
+
+bool DomainUser::GetUser2AliasesMap(
+    const int& domain_idx, std::map<std::string, std::vector<std::string>>& aliases_by_user) {
+  DB::DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs({domain_idx});
+  filter.SetLimit(-1);
+  std::vector<RECORD::DomainUser> users;
+  if (!List(filter, users)) {
+    LOG_ERROR("Failed to List all domain users under domain_id: [%d]", domain_idx);
+    return false;
+  }
+  for (const RECORD::DomainUser& user : users) {
+    aliases_by_user[user.GetUserName()] = AliasesOf(user);
+  }
+  return true;
+}
+
+bool DomainUser::GetAllUser2EmailsMap(
+    const bool& include_additional,
+    std::map<std::string, std::vector<std::string>>& emails_by_user) {
+  std::vector<RECORD::Domain> domains;
+  NamesByDomain names_by_domain;
+  if (!GetDomainNames(include_additional, domains, names_by_domain)) {
+    return false;
+  }
+  // All domains by their indexes: the list of users cannot be composed without any.
+  std::vector<int> domain_idxs;
+  for (const RECORD::Domain& domain : domains) {
+    domain_idxs.push_back(domain.GetDomainIdx());
+  }
+  DB::DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs(domain_idxs);
+  filter.SetLimit(-1);
+  std::vector<RECORD::DomainUser> users;
+  if (!domains.empty() && !List(filter, users)) {
+    LOG_ERROR("Failed to List all domain users");
+    return false;
+  }
+  for (const RECORD::DomainUser& user : users) {
+    const auto names = names_by_domain.find(user.GetDomainIdx());
+    if (names == names_by_domain.end()) {
+      LOG_ERROR("Failed to find domain user's domain_id, uid: [%u], domain_id: [%d]", user.GetUID(),
+                user.GetDomainIdx());
+      continue;
+    }
+    AppendAddresses(AliasesOf(user), names->second, emails_by_user[user.GetUserName()]);
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::API

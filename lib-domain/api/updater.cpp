@@ -1,0 +1,25 @@
+#include "lib-domain/api/updater.h"
+
+#include "lib-domain/api/trigger.h"
+#include "lib-domain/base/error_code.h"
+
+namespace MDOMAIN::API {
+
+bool Updater::_RunAndTrigger(bool (UTILS::Updater::*operation)()) {
+  try {
+    return (this->*operation)() && INTERNAL::TriggerUpdater();
+  } catch (const korvmailserver::LogException& exception) {
+    error_code_ = BASE::ToApiError(exception.code);
+    return false;
+  }
+}
+
+bool Updater::Refresh() {
+  return _RunAndTrigger(&UTILS::Updater::Refresh);
+}
+
+bool Updater::InitDBIfNotExists() {
+  return _RunAndTrigger(&UTILS::Updater::InitDBIfNotExists);
+}
+
+}  // namespace MDOMAIN::API
