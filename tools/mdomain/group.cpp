@@ -117,6 +117,7 @@ void Set(Call& call) {
   }
   RequireRole(role);
   std::vector<MDOMAIN::RECORD::DomainGroupRole> roles;
+  roles.reserve(groups.size());
   for (const Group& group : groups) {
     roles.emplace_back(domain.idx(), group.GetGID(), role);
   }

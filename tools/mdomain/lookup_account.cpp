@@ -144,6 +144,7 @@ std::vector<Record> FindAll(const std::vector<std::string>& texts) {
 template <typename Record>
 std::vector<std::string> ShortNamesOf(const std::vector<Record>& records) {
   std::vector<std::string> names;
+  names.reserve(records.size());
   for (const Record& record : records) {
     names.push_back(TrimDomainName(Name(record)));
   }
@@ -153,6 +154,7 @@ std::vector<std::string> ShortNamesOf(const std::vector<Record>& records) {
 template <typename Record>
 std::vector<unsigned int> IdsOf(const std::vector<Record>& records) {
   std::vector<unsigned int> ids;
+  ids.reserve(records.size());
   for (const Record& record : records) {
     ids.push_back(Id(record));
   }

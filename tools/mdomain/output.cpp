@@ -139,6 +139,7 @@ void Output::Record(const Json::Value& record, const std::vector<Column>& column
     return;
   }
   std::vector<std::vector<std::string>> lines;
+  lines.reserve(columns.size());
   for (const Column& column : columns) {
     lines.push_back({column.title, Cell(record, column)});
   }

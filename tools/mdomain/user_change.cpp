@@ -117,7 +117,7 @@ std::string ChangedRole(const Call& call, const MDOMAIN::RECORD::DomainUser& use
   if (!call.Has("--role")) {
     return user.IsUnderGroupControl() ? "group" : user.GetRole();
   }
-  const std::string role = call.Text("--role");
+  std::string role = call.Text("--role");
   if (role != "group") {
     RequireRole(role);
   } else if (!user.IsBelongingGroupsInDomain()) {
