@@ -18,6 +18,7 @@
 #include "lib-domain/base/text.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/domain_setting.h"
+#include "platform/include/key_store.h"
 
 namespace {
 
@@ -270,5 +271,13 @@ int BCC::getSystemAllBCCList(std::list<BccInfo>& rules) {
     return -1;
   }
   rules.swap(found);
+  return 0;
+}
+
+int BCC::PublishRules() {
+  if (KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile("bcc_db", db_path_) < 0) {
+    LOG_ERROR("Fail to set file %s", db_path_.c_str());
+    return -1;
+  }
   return 0;
 }

@@ -103,6 +103,10 @@ class BCC {
   // Every rule of every domain, by domain, type and name.
   int getSystemAllBCCList(std::list<BccInfo>& rules);
 
+  // Publishes the database file under "bcc_db", from which other machines read the rules. Changes
+  // do not publish by themselves: whoever makes one calls this when all are made.
+  int PublishRules();
+
   // What is wrong with a rule that is to be written into files and maps, as a text for a person;
   // empty when it is one. A name is an address (RFC 5321, 6531), an account or an alias; for a
   // whole domain it is a domain. A destination is an address, an account or an alias.

@@ -139,7 +139,7 @@ bool StandsInLine(const std::string& text) {
 }
 
 bool StandsAtLineBegin(const std::string& text) {
-  return StandsInLine(text) && text.front() != '#';
+  return StandsInLine(text) && text.front() != '#' && text.rfind(kByteOrderMark, 0) != 0;
 }
 
 bool SplitAddress(const std::string& text, std::string& local_part, std::string& domain) {
@@ -184,7 +184,8 @@ void ParseBccRules(std::string_view text, int type, std::list<BccInfo>& rules,
 
 std::string BCC::CheckRule(const BccInfo& rule) {
   if (!internal::StandsAtLineBegin(rule.name)) {
-    return "the name is empty, begins with \"#\" or has a blank or a control character";
+    return "the name is empty, has a blank or a control character, or begins with \"#\" or a byte "
+           "order mark";
   }
   if (!internal::StandsInLine(rule.bcc_to)) {
     return "the destination is empty or has a blank or a control character";

@@ -34,7 +34,8 @@ class DomainFormCache {
 
 // Whether a text can be a field of a line: not empty, no blank, no control character.
 bool StandsInLine(const std::string& text);
-// The same for the first field, which must not make the line a comment by a "#" at its begin.
+// The same for the first field, which must not make the line a comment by a "#" at its begin, and
+// no byte order mark may be taken for the file's.
 bool StandsAtLineBegin(const std::string& text);
 
 // A text's part up to, and its part after, the last "@". False when it has none.

@@ -246,6 +246,27 @@ bool DomainUser::GetUserAliases(const int& domain_idx, const std::string& user_n
       aliases);
 }
 
+bool DomainUser::GetAllUserAliases(
+    const int& domain_idx,
+    std::unordered_map<std::string, std::vector<std::string>>& aliases_by_user) {
+  if (!IsOpen(status_)) {
+    return false;
+  }
+  Rows rows;
+  if (!Select(handler_,
+              FormatStatement("SELECT user_name, account_alias FROM %q AS a INNER JOIN user_table "
+                              "ON a.uid = user_table.uid WHERE domain_idx = %d ORDER BY a.rowid",
+                              kAliasTable, domain_idx),
+              2, rows)) {
+    return false;
+  }
+  aliases_by_user.clear();
+  for (const Row& row : rows) {
+    aliases_by_user[BASE::ToLowerAscii(row[0])].push_back(row[1]);
+  }
+  return true;
+}
+
 bool DomainUser::GetAutoAddedUsersRoles(std::vector<RECORD::DomainUserRole>& roles) {
   if (!IsOpen(status_)) {
     return false;
