@@ -1,0 +1,164 @@
+// korv_bcc_map: writes the blind-copy maps of both kinds and compiles them for Postfix.
+//
+// Reads the rules, the published domains, the alias table and the users' aliases. Works in a folder
+// of its own beside the maps and replaces them when both new ones are whole; a failure keeps the
+// old ones. A map without any line is written too: Postfix stops all mail when a map that main.cf
+// names is missing. What it made, and which rules could not be written, stands in bcc_maps.json.
+#include <json/value.h>
+#include <json/writer.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "platform/include/files.h"
+#include "platform/include/maillog.h"
+#include "tools/korv_bcc_map/map_text.h"
+#include "tools/korv_bcc_map/postmap.h"
+
+namespace korv_bcc_map {
+namespace {
+
+struct Map {
+  int type;
+  const char* kind;
+  const char* file;
+  const char* setting;  // of main.cf
+  MapText text;
+};
+
+std::array<Map, 2> Maps() {
+  return {{{BCC_RECIPIENT, "recipient", "recipient_bcc", "recipient_bcc_maps", {}},
+           {BCC_SENDER, "sender", "sender_bcc", "sender_bcc_maps", {}}}};
+}
+
+// A folder for half-made maps, gone at the end.
+class WorkFolder {
+ public:
+  explicit WorkFolder(const std::string& beside) : path_(beside + ".bcc_map.XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) {
+      throw Failure(path_ + ": " + strerror(errno));
+    }
+  }
+  ~WorkFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+  std::string File(const char* name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+std::string TargetFolder() {
+  const std::string folder = MDOMAIN::PATHS::TargetEtcDir();
+  if (KORVFSMkdirP(folder.c_str(), geteuid(), getegid(), 0755) != 0) {
+    throw Failure(folder + ": " + strerror(errno));
+  }
+  return folder;
+}
+
+void Fill(Map& map) {
+  BCC* bcc = BCC::getInstance();
+  const auto add = [&map](const BccMapEntry& entry) { map.text.Add(entry); };
+  if (bcc == nullptr || bcc->ForEachMapEntry(map.type, true, add) != 0) {
+    throw Failure(std::string("the rules of the ") + map.kind + " map could not be read");
+  }
+}
+
+void Write(const std::string& path, const std::string& bytes) {
+  if (korvmailserver::ReplaceFile(path, bytes, 0644) != 0) {
+    throw Failure(path + ": " + strerror(errno));
+  }
+}
+
+Json::Value LeftOutJson(const Map& map, const LeftOut& left_out) {
+  Json::Value value;
+  value["map"] = map.kind;
+  value["key"] = left_out.key;
+  value["rule"] = left_out.rule;
+  value["destination"] = left_out.destination;
+  value["reason"] = left_out.reason;
+  return value;
+}
+
+Json::Value Report(const std::array<Map, 2>& maps, const std::string& type,
+                   const std::string& folder) {
+  Json::Value report;
+  report["maps"] = Json::arrayValue;
+  report["left_out"] = Json::arrayValue;
+  for (const Map& map : maps) {
+    Json::Value value;
+    value["kind"] = map.kind;
+    value["path"] = folder + map.file;
+    value["type"] = type;
+    value["keys"] = static_cast<Json::UInt64>(map.text.size());
+    value["main_cf"] = std::string(map.setting) + " = " + type + ":" + folder + map.file;
+    report["maps"].append(value);
+    for (const LeftOut& left_out : map.text.left_out()) {
+      report["left_out"].append(LeftOutJson(map, left_out));
+    }
+  }
+  return report;
+}
+
+void Run() {
+  std::array<Map, 2> maps = Maps();
+  const std::string folder = TargetFolder();
+  const WorkFolder work(folder);
+  const std::string type = MapType();
+  for (Map& map : maps) {
+    Fill(map);
+    Write(work.File(map.file), map.text.text());
+    Compile(type, work.File(map.file));
+  }
+  for (const Map& map : maps) {
+    Install(type, work.File(map.file), folder + map.file);
+    for (const LeftOut& left_out : map.text.left_out()) {
+      LOG_WARNING("bcc %s map: rule [%s] to [%s] left out of [%s]: %s", map.kind,
+                  left_out.rule.c_str(), left_out.destination.c_str(), left_out.key.c_str(),
+                  left_out.reason.c_str());
+    }
+  }
+  Json::StreamWriterBuilder writer;
+  writer["emitUTF8"] = true;
+  Write(folder + "bcc_maps.json", Json::writeString(writer, Report(maps, type, folder)) + "\n");
+}
+
+// The log lines that matter, and not only in the log: whoever runs this sees its error output.
+void ShowLog() {
+  korvmailserver::SetMailLogSink([](int level, const std::string& line) {
+    if (level != MDOMAIN::BASE::kLogNotice) {
+      std::cerr << line << "\n";
+    }
+    return false;
+  });
+}
+
+}  // namespace
+}  // namespace korv_bcc_map
+
+int main(int argc, char** /*argv*/) {
+  if (argc != 1) {
+    std::cerr << "usage: korv_bcc_map\n";
+    return 2;
+  }
+  umask(022);
+  korv_bcc_map::ShowLog();
+  try {
+    korv_bcc_map::Run();
+    return 0;
+  } catch (const std::exception& error) {
+    LOG_ERROR("bcc maps not replaced: %s", error.what());
+    return 1;
+  }
+}

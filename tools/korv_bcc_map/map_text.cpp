@@ -1,0 +1,83 @@
+#include "tools/korv_bcc_map/map_text.h"
+
+#include <unicase.h>
+
+#include <cstdlib>
+#include <memory>
+
+#include "lib-domain/base/text.h"
+#include "platform/include/eai.h"
+
+namespace korv_bcc_map {
+
+namespace {
+
+// Two keys that postmap takes for one: it folds them as Unicode says, not only ASCII letters.
+std::string Folded(const std::string& key) {
+  std::string lower = MDOMAIN::BASE::ToLowerAscii(key);
+  size_t size = 0;
+  const std::unique_ptr<uint8_t, void (*)(void*)> folded(
+      u8_casefold(reinterpret_cast<const uint8_t*>(lower.data()), lower.size(), nullptr, nullptr,
+                  nullptr, &size),
+      std::free);
+  return folded == nullptr ? lower : std::string(reinterpret_cast<const char*>(folded.get()), size);
+}
+
+}  // namespace
+
+void MapText::Add(const BccMapEntry& entry) {
+  switch (entry.form) {
+    case BccMapEntry::Form::kAddress:
+      Put(std::string(entry.name), entry);
+      break;
+    case BccMapEntry::Form::kAccount:
+      AddAccount(entry);
+      break;
+    case BccMapEntry::Form::kDomain:
+      Put("@" + std::string(entry.domain), entry);
+      break;
+  }
+}
+
+void MapText::AddAccount(const BccMapEntry& entry) {
+  if (entry.local_parts != nullptr) {
+    for (const std::string& local_part : *entry.local_parts) {
+      const std::string key = local_part + "@" + std::string(entry.domain);
+      if (KORV::POSTARA_SERVER::IsValidEaiLocalPart(local_part, true)) {
+        Put(key, entry);
+      } else {
+        LeaveOut(key, entry, "no address");
+      }
+    }
+  } else if (entry.name_domain_id < 0) {
+    Put(std::string(entry.name), entry);
+  } else if (entry.name_domain_id != entry.domain_id) {
+    // An address of this domain has its line under the name of the domain that it is in.
+    LeaveOut(std::string(entry.name), entry,
+             "an address of domain " + std::to_string(entry.name_domain_id));
+  }
+}
+
+void MapText::Put(const std::string& key, const BccMapEntry& entry) {
+  if (key.front() == '#') {
+    LeaveOut(key, entry, "would be a comment");
+    return;
+  }
+  const auto [place, is_new] = rules_by_key_.try_emplace(Folded(key));
+  if (is_new) {
+    place->second = {entry.rule, entry.rule->name, std::string(entry.value)};
+    text_.append(key).append(" ").append(entry.value).append("\n");
+  } else if (place->second.rule != entry.rule && place->second.value != entry.value) {
+    LeaveOut(key, entry,
+             "rule " + place->second.name + " comes first, with " + place->second.value);
+  }
+}
+
+void MapText::LeaveOut(const std::string& key, const BccMapEntry& entry,
+                       const std::string& reason) {
+  if (reported_.emplace(entry.rule, reason).second) {
+    left_out_.push_back({key, entry.rule->name, std::string(entry.value), reason});
+  }
+}
+
+}  // namespace korv_bcc_map

@@ -1,0 +1,53 @@
+// The text of one map: every key once, with the destination of the first rule that asks for it.
+//
+// The mail transfer agent takes one address for a key: several on a line would be read as one
+// address that does not exist. So the rules that come too late are left out and reported.
+#ifndef TOOLS_KORV_BCC_MAP_MAP_TEXT_H
+#define TOOLS_KORV_BCC_MAP_MAP_TEXT_H
+
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "lib-domain/api/bcc.h"
+
+namespace korv_bcc_map {
+
+struct LeftOut {
+  std::string key;  // the key that the rule does not get; empty when it has none
+  std::string rule;
+  std::string destination;
+  std::string reason;
+};
+
+class MapText {
+ public:
+  void Add(const BccMapEntry& entry);
+
+  const std::string& text() const { return text_; }
+  size_t size() const { return rules_by_key_.size(); }
+  // In the order in which they came, each rule once for each reason.
+  const std::vector<LeftOut>& left_out() const { return left_out_; }
+
+ private:
+  struct Owner {
+    const BccInfo* rule;  // compared, never looked at: it ends before the map does
+    std::string name;
+    std::string value;
+  };
+
+  void AddAccount(const BccMapEntry& entry);
+  void Put(const std::string& key, const BccMapEntry& entry);
+  void LeaveOut(const std::string& key, const BccMapEntry& entry, const std::string& reason);
+
+  std::string text_;
+  std::unordered_map<std::string, Owner> rules_by_key_;  // by folded key
+  std::vector<LeftOut> left_out_;
+  std::set<std::pair<const BccInfo*, std::string>> reported_;
+};
+
+}  // namespace korv_bcc_map
+
+#endif  // TOOLS_KORV_BCC_MAP_MAP_TEXT_H
