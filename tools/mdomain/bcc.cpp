@@ -1,0 +1,302 @@
+// mdomain bcc: blind-copy rules, their files and the maps that the mail transfer agent reads.
+#include <algorithm>
+#include <iterator>
+#include <list>
+
+#include "lib-domain/api/bcc.h"
+#include "lib-domain/base/text.h"
+#include "tools/mdomain/bcc_maps.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/lookup.h"
+
+namespace mdomain {
+namespace {
+
+const std::vector<std::pair<int, std::string>> kTypes = {
+    {BCC_RECIPIENT, "recipient"}, {BCC_SENDER, "sender"}, {BCC_DOMAIN, "domain"}};
+
+const std::string& TypeName(int type) {
+  return kTypes[static_cast<size_t>(type)].second;
+}
+
+// The type that --type names, or `fallback`.
+int TypeOf(const Call& call, int fallback) {
+  if (!call.Has("--type")) {
+    return fallback;
+  }
+  for (const auto& [type, name] : kTypes) {
+    if (name == call.Text("--type")) {
+      return type;
+    }
+  }
+  throw Failure(kUsage,
+                "--type: \"" + call.Text("--type") + "\" is not recipient, sender or domain");
+}
+
+BCC& Rules(int domain_id) {
+  BCC* bcc = BCC::getInstance(domain_id);
+  if (bcc == nullptr) {
+    throw Failure(kFailed, "the rules could not be opened");
+  }
+  return *bcc;
+}
+
+std::list<BccInfo> Read(int domain_id, int type, const Call& call) {
+  std::list<BccInfo> rules;
+  const std::string column = call.Text("--sort") == "destination" ? "bcc_to" : "name";
+  if (Rules(domain_id).LoadBCCList(type, domain_id, call.Int("--offset", 0),
+                                   call.Int("--limit", -1), column,
+                                   call.Has("--desc") ? "desc" : "asc", rules) != 0) {
+    throw Failure(kFailed, "the rules could not be read");
+  }
+  return rules;
+}
+
+void Publish(BCC& bcc) {
+  if (bcc.PublishRules() != 0) {
+    throw Failure(kFailed, "the rules were changed but could not be published");
+  }
+}
+
+Json::Value RuleJson(const BccInfo& rule) {
+  Json::Value value;
+  value["name"] = rule.name;
+  value["type"] = TypeName(rule.type);
+  value["bcc_to"] = rule.bcc_to;
+  return value;
+}
+
+// The domain part of an address, or the whole text for a domain.
+std::string DomainPart(const std::string& name) {
+  const size_t at = name.rfind('@');
+  return at == std::string::npos ? name : name.substr(at + 1);
+}
+
+// Whether two names of rules mean the same, whatever their spelling.
+bool SameRuleName(int type, const std::string& a, const std::string& b) {
+  const size_t at = a.rfind('@');
+  if (type != BCC_DOMAIN && (at == std::string::npos || b.rfind('@') == std::string::npos)) {
+    return MDOMAIN::BASE::EqualsIgnoreCase(a, b);
+  }
+  const std::string local_a = type == BCC_DOMAIN ? "" : a.substr(0, at);
+  const std::string local_b = type == BCC_DOMAIN ? "" : b.substr(0, b.rfind('@'));
+  return MDOMAIN::BASE::EqualsIgnoreCase(local_a, local_b) &&
+         SameDomainName(DomainPart(a), DomainPart(b));
+}
+
+bool IsNameOf(const KnownDomain& domain, const std::string& name) {
+  return SameDomainName(domain.name(), name) ||
+         std::any_of(domain.names.begin(), domain.names.end(),
+                     [&](const std::string& own) { return SameDomainName(own, name); });
+}
+
+// A rule belongs to the domain of its address, so that it goes with that domain.
+void RequireOwnName(const Domains& domains, const KnownDomain& domain, const BccInfo& rule) {
+  const bool is_address = rule.name.find('@') != std::string::npos;
+  if (IsNameOf(domain, DomainPart(rule.name)) || (rule.type != BCC_DOMAIN && !is_address)) {
+    return;
+  }
+  if (rule.type == BCC_DOMAIN) {
+    throw Failure(kRefused, "\"" + rule.name + "\" is no name of domain " + domain.Title());
+  }
+  for (const KnownDomain& other : domains.all()) {
+    if (IsNameOf(other, DomainPart(rule.name))) {
+      throw Failure(kRefused, "\"" + rule.name + "\" is an address of domain " + other.Title());
+    }
+  }
+}
+
+void List(Call& call) {
+  const int domain_id = Domains().Find(call.Text("DOMAIN")).idx();
+  const int wanted = TypeOf(call, -1);
+  const std::string sort = call.Text("--sort");
+  if (!sort.empty() && sort != "name" && sort != "destination") {
+    throw Failure(kUsage, "--sort: \"" + sort + "\" is not name or destination");
+  }
+  if (wanted < 0 && (call.Has("--limit") || call.Has("--offset"))) {
+    throw Failure(kUsage, "--limit and --offset want a --type");
+  }
+  Json::Value rows(Json::arrayValue);
+  for (const auto& type : kTypes) {
+    if (wanted >= 0 && wanted != type.first) {
+      continue;
+    }
+    for (const BccInfo& rule : Read(domain_id, type.first, call)) {
+      rows.append(RuleJson(rule));
+    }
+  }
+  call.out().List(rows, {{"name", "NAME"}, {"type", "TYPE"}, {"bcc_to", "BCC TO"}});
+}
+
+void Add(Call& call) {
+  const Domains domains;
+  const KnownDomain& domain = domains.Find(call.Text("DOMAIN"));
+  const BccInfo rule = {call.Text("NAME"), TypeOf(call, BCC_RECIPIENT), call.Text("DESTINATION")};
+  const std::string problem = BCC::CheckRule(rule);
+  if (!problem.empty()) {
+    throw Failure(kRefused, problem);
+  }
+  RequireOwnName(domains, domain, rule);
+  std::list<BccInfo> replaced;
+  for (const BccInfo& known : Read(domain.idx(), rule.type, call)) {
+    if (!SameRuleName(rule.type, known.name, rule.name)) {
+      continue;
+    }
+    if (!call.Has("--replace")) {
+      throw Failure(kRefused, "\"" + known.name + "\" is copied to \"" + known.bcc_to +
+                                  "\" already; --replace changes that");
+    }
+    replaced.push_back(known);
+  }
+  BCC& bcc = Rules(domain.idx());
+  if (bcc.setBCC(domain.idx(), {rule}) != 0) {
+    throw Failure(kFailed, "the rule could not be stored");
+  }
+  replaced.remove_if([&](const BccInfo& known) { return known.name == rule.name; });
+  if (!replaced.empty() && bcc.deleteBCC(domain.idx(), replaced) != 0) {
+    throw Failure(kFailed, "the rule in another spelling could not be removed");
+  }
+  Publish(bcc);
+  call.out().Done(RuleJson(rule), rule.name + " is copied to " + rule.bcc_to +
+                                      " once the maps are made anew (mdomain bcc maps)");
+}
+
+// Rules of the type that a typed name means.
+std::list<BccInfo> Find(const KnownDomain& domain, int type, const Call& call) {
+  const std::list<BccInfo> known = Read(domain.idx(), type, call);
+  std::list<BccInfo> found;
+  for (const std::string& name : call.List("NAME")) {
+    const size_t before = found.size();
+    std::copy_if(known.begin(), known.end(), std::back_inserter(found),
+                 [&](const BccInfo& rule) { return SameRuleName(type, rule.name, name); });
+    if (found.size() == before) {
+      throw Failure(kNotFound, "domain " + domain.Title() + " has no " + TypeName(type) +
+                                   " rule for \"" + name + "\"");
+    }
+  }
+  return found;
+}
+
+void Remove(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  if (call.Has("--all") != call.List("NAME").empty()) {
+    throw Failure(kUsage, "give the names of rules, or --all");
+  }
+  std::list<BccInfo> rules;
+  if (!call.Has("--all")) {
+    call.Lock();
+    rules = Find(domain, TypeOf(call, BCC_RECIPIENT), call);
+  } else {
+    call.Confirm("Remove all " + (call.Has("--type") ? call.Text("--type") + " " : std::string()) +
+                 "BCC rules of domain " + domain.Title() + "?");
+    for (const auto& type : kTypes) {
+      if (TypeOf(call, type.first) == type.first) {
+        rules.splice(rules.end(), Read(domain.idx(), type.first, call));
+      }
+    }
+  }
+  BCC& bcc = Rules(domain.idx());
+  if (bcc.deleteBCC(domain.idx(), rules) != 0) {
+    throw Failure(kFailed, "the rules could not be removed");
+  }
+  Publish(bcc);
+  Json::Value record;
+  record["removed"] = Json::arrayValue;
+  for (const BccInfo& rule : rules) {
+    record["removed"].append(RuleJson(rule));
+  }
+  call.out().Done(record,
+                  std::to_string(rules.size()) +
+                      " removed; the maps follow when they are made anew (mdomain bcc maps)");
+}
+
+void Import(Call& call) {
+  const int domain_id = Domains().Find(call.Text("DOMAIN")).idx();
+  const int type = TypeOf(call, BCC_RECIPIENT);
+  BCC& bcc = Rules(domain_id);
+  const int result = bcc.importBCC(domain_id, type, call.Text("FILE"));
+  if (result != 0) {
+    throw Failure(result == -2 ? kRefused : kFailed,
+                  call.Text("FILE") + " was not imported, no rule was changed");
+  }
+  Publish(bcc);
+  Json::Value record;
+  record["rules"] = static_cast<Json::UInt64>(Read(domain_id, type, call).size());
+  call.out().Done(record, "the domain has " + record["rules"].asString() + " " + TypeName(type) +
+                              " rules now; mdomain bcc maps brings the maps up to date");
+}
+
+void Export(Call& call) {
+  const int domain_id = Domains().Find(call.Text("DOMAIN")).idx();
+  const int type = TypeOf(call, BCC_RECIPIENT);
+  const std::string file = call.Text("FILE");
+  if (Rules(domain_id).exportBCC(domain_id, type, file) != 0) {
+    throw Failure(kFailed, "the rules could not be written to " + file);
+  }
+  Json::Value record;
+  record["file"] = file;
+  record["rules"] = static_cast<Json::UInt64>(Read(domain_id, type, call).size());
+  call.out().Done(record, record["rules"].asString() + " rules written to " + file);
+}
+
+const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
+const Argument kType = Option("--type", "TYPE",
+                              "recipient (the default): mail to NAME; sender: mail from NAME; "
+                              "domain: mail to and from every address of the domain");
+
+const Register kBcc({
+    "bcc",
+    "Blind copies of the mail of an address, an account or a domain",
+    {
+        {"list",
+         "List rules",
+         "Without --type the rules of every type.",
+         Effect::kReads,
+         {kDomainArgument, kType, Option("--sort", "COLUMN", "name (the default) or destination"),
+          Flag("--desc", "Descending"), Number("--limit", "At most N rules of the type"),
+          Number("--offset", "Skip the first N rules of the type")},
+         List},
+        {"add",
+         "Add a rule",
+         "NAME is an address, or an account or alias of the domain, which stands for all its "
+         "addresses there; with --type domain it is a name of the domain. An address has one "
+         "destination: a rule for it comes before one for its domain.",
+         Effect::kChanges,
+         {kDomainArgument, One("NAME", "Whose mail is copied"),
+          One("DESTINATION", "Who gets the copy: an address, or an account or alias of the domain"),
+          kType, Flag("--replace", "Change the destination of a rule that is there")},
+         Add},
+        {"remove",
+         "Remove rules",
+         "--all without --type removes the rules of every type.",
+         Effect::kDestroys,
+         {kDomainArgument, Any("NAME", "The name of a rule, in any spelling"), kType,
+          Flag("--all", "Every rule of the domain")},
+         Remove},
+        {"import",
+         "Add rules from a file",
+         "One rule a line, \"NAME DESTINATION\"; lines that begin with # are skipped. A rule that "
+         "is "
+         "there gets the new destination. One bad line and nothing is imported.",
+         Effect::kChanges,
+         {kDomainArgument, One("FILE", "The file to read"), kType},
+         Import},
+        {"export",
+         "Write rules to a file, as import reads them",
+         "",
+         Effect::kReads,
+         {kDomainArgument, One("FILE", "The file to write or replace"), kType},
+         Export},
+        {"maps",
+         "Make the maps of all domains anew and compile them",
+         "Shows where the maps are and the lines of main.cf that use them. Make the maps before "
+         "main.cf names them: Postfix stops all mail when one is missing. When several rules meet "
+         "on one address the first by name counts, and the others are shown.",
+         Effect::kChanges,
+         {},
+         MakeBccMaps},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain
