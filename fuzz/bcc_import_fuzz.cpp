@@ -1,0 +1,52 @@
+// Reads rule files. Whatever a file holds: what is taken for a rule is one, stands in one line, and
+// that line gives the same rule again; every other line is reported once, in order.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+#include "lib-domain/api/bcc_unit.h"
+
+namespace {
+
+void Require(bool held) {
+  if (!held) {
+    abort();
+  }
+}
+
+bool Same(const BccInfo& a, const BccInfo& b) {
+  return a.name == b.name && a.type == b.type && a.bcc_to == b.bcc_to;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) {
+    return 0;
+  }
+  const int type = data[0] % 3;
+  const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  std::list<BccInfo> rules;
+  std::vector<internal::BccBadLine> bad_lines;
+  internal::ParseBccRules(text, type, rules, bad_lines);
+
+  std::string again;
+  for (const BccInfo& rule : rules) {
+    Require(BCC::CheckRule(rule).empty());
+    again += rule.name + " " + rule.bcc_to + "\n";
+  }
+  std::list<BccInfo> rules_again;
+  std::vector<internal::BccBadLine> none;
+  internal::ParseBccRules(again, type, rules_again, none);
+  Require(none.empty());
+  Require(std::equal(rules.begin(), rules.end(), rules_again.begin(), rules_again.end(), Same));
+
+  size_t last = 0;
+  for (const internal::BccBadLine& bad : bad_lines) {
+    Require(bad.number > last && !bad.problem.empty());
+    last = bad.number;
+  }
+  const size_t lines = std::count(text.begin(), text.end(), '\n') + 1;
+  Require(last <= lines && rules.size() + bad_lines.size() <= lines);
+  return 0;
+}
