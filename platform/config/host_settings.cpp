@@ -84,7 +84,7 @@ Setter Flag(bool* field) {
   };
 }
 
-Setter OneOf(std::string* field, std::vector<std::string> choices) {
+Setter OneOf(std::string* field, const std::vector<std::string>& choices) {
   return [=](const std::string& value, const std::string&, std::string& problem) {
     problem = "must be one of:";
     for (const std::string& choice : choices) {

@@ -47,30 +47,12 @@ int mailConfGet(const std::string& key, std::string& value) {
 }
 
 int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
-  const std::map<std::string, std::string> wanted = [&] {
-    std::map<std::string, std::string> last;
-    for (const auto& [key, value] : entries) {
-      last[key] = value;
-    }
-    return last;
-  }();
-  std::vector<std::string> keys;
-  for (const auto& entry : wanted) {
-    keys.push_back(entry.first);
+  std::map<std::string, std::string> wanted;
+  for (const auto& [key, value] : entries) {
+    wanted[key] = value;
   }
   const bool written = RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
-    std::map<std::string, std::string> stored;
-    if (!backend.Get(keys, stored, error)) {
-      return false;
-    }
-    KeyStoreBackend::Entries changed;
-    for (const auto& [key, value] : wanted) {
-      const auto old = stored.find(key);
-      if (old == stored.end() || old->second != value) {
-        changed.emplace_back(key, value);
-      }
-    }
-    return changed.empty() || backend.Set(changed, error);
+    return backend.Set({wanted.begin(), wanted.end()}, error);
   });
   return written ? 0 : -1;
 }

@@ -75,6 +75,7 @@ int SmtpConf::LoadSettings() {
   }
   std::map<int, std::string> domains = ParseDomains(values[kDomains]);
   std::vector<std::string> keys;
+  keys.reserve(domains.size());
   for (const auto& domain : domains) {
     keys.push_back(AdditionalKey(domain.first));
   }

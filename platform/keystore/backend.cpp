@@ -43,11 +43,8 @@ KeyStoreBackend* BackendInForce(std::string& error) {
   if (!ReadHostSettings(settings, error)) {
     return nullptr;
   }
-  if (settings.keystore.backend != "embedded") {
-    error = "key store backend \"" + settings.keystore.backend + "\" is not available";
-    return nullptr;
-  }
-  backend = MakeEmbeddedBackend();
+  backend = settings.keystore.backend == "redis" ? MakeRedisBackend(settings.keystore)
+                                                 : MakeEmbeddedBackend();
   stamp = now;
   return backend.get();
 }
@@ -58,6 +55,18 @@ const std::vector<std::string> kKeyStoreTrees = {kVirtualDomainTree};
 
 std::string KeyStoreTreeOf(const std::string& key) {
   return key.rfind(kAdditionalDomainPrefix, 0) == 0 ? kVirtualDomainTree : "";
+}
+
+KeyStoreBackend::Entries ChangedEntries(const KeyStoreBackend::Entries& entries,
+                                        const std::map<std::string, std::string>& stored) {
+  KeyStoreBackend::Entries changed;
+  for (const auto& entry : entries) {
+    const auto old = stored.find(entry.first);
+    if (old == stored.end() || old->second != entry.second) {
+      changed.push_back(entry);
+    }
+  }
+  return changed;
 }
 
 bool RunOnKeyStore(

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/include/host_settings.h"
+#include "platform/include/node_files.h"
 
 namespace korvmailserver {
 
@@ -21,6 +22,27 @@ extern const std::vector<std::string> kKeyStoreTrees;
 
 // The tree in which a key lies.
 std::string KeyStoreTreeOf(const std::string& key);
+
+// What machines that share a key store know of its files. Failures as in KeyStoreBackend.
+class FileShare {
+ public:
+  // Receives a file's content piece by piece; false, with a reason in `error`, ends the transfer.
+  class Receiver {
+   public:
+    virtual ~Receiver() = default;
+    // The content starts anew, also when another one was published during the transfer.
+    virtual bool Begin(std::string& error) = 0;
+    virtual bool Append(const std::string& piece, std::string& error) = 0;
+  };
+
+  virtual ~FileShare() = default;
+  virtual bool ListFiles(std::vector<PublishedFile>& files, std::string& error) = 0;
+  // Hands the content under `key` to `receiver` and tells in `file` which one it was.
+  virtual bool Fetch(const std::string& key, PublishedFile& file, Receiver& receiver,
+                     std::string& error) = 0;
+  virtual bool RecordNodeFile(const NodeFile& file, std::string& error) = 0;
+  virtual bool ListNodeFiles(std::vector<NodeFile>& files, std::string& error) = 0;
+};
 
 // Operations return false with `error` set to a reason without a line end; an empty `error` means
 // that the reason is in the log already. Keys and values are any bytes.
@@ -36,7 +58,8 @@ class KeyStoreBackend {
   // Adds those of `keys` that are stored to `values`.
   virtual bool Get(const std::vector<std::string>& keys, std::map<std::string, std::string>& values,
                    std::string& error) = 0;
-  // Writes all entries or none; of a key given twice the last counts.
+  // Writes the entries whose stored value differs, all or none; each key is given once. Nothing is
+  // written when nothing differs.
   virtual bool Set(const Entries& entries, std::string& error) = 0;
   // Removes a key and what setFile published under it; a missing one is no failure.
   virtual bool Remove(const std::string& key, std::string& error) = 0;
@@ -49,9 +72,16 @@ class KeyStoreBackend {
   virtual bool SetFile(const std::string& key, const std::string& path, std::string& error) = 0;
   // True when what is written now would be kept.
   virtual bool IsHealthy(std::string& error) = 0;
+  // The published contents; null when the store is not shared between machines.
+  virtual FileShare* Files() { return nullptr; }
 };
 
+// Those of `entries` that `stored` lacks or has another value for.
+KeyStoreBackend::Entries ChangedEntries(const KeyStoreBackend::Entries& entries,
+                                        const std::map<std::string, std::string>& stored);
+
 std::unique_ptr<KeyStoreBackend> MakeEmbeddedBackend();
+std::unique_ptr<KeyStoreBackend> MakeRedisBackend(const KeyStoreSettings& settings);
 
 // Runs `operation` on the backend in force and logs its failure as one line at `log_level`.
 // Unusable host settings fail every operation, with their own text.

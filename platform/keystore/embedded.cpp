@@ -62,21 +62,31 @@ class EmbeddedBackend : public KeyStoreBackend {
   }
 
   bool Set(const Entries& entries, std::string& error) override {
-    return Write(error, [&](sqlite3* db) {
-      Statement replace(db, kReplace);
-      for (const auto& [key, value] : entries) {
-        const std::string tree = KeyStoreTreeOf(key);
-        replace.Bind(1, key);
-        replace.Bind(2, tree);
-        replace.Bind(3, value);
-        const int result = replace.Step();
-        replace.Reset();
-        if (result != SQLITE_DONE) {
-          return result;
-        }
-      }
-      return SQLITE_DONE;
-    });
+    std::vector<std::string> keys;
+    keys.reserve(entries.size());
+    for (const auto& entry : entries) {
+      keys.push_back(entry.first);
+    }
+    std::map<std::string, std::string> stored;
+    if (!Get(keys, stored, error)) {
+      return false;
+    }
+    const Entries changed = ChangedEntries(entries, stored);
+    return changed.empty() || Write(error, [&](sqlite3* db) {
+             Statement replace(db, kReplace);
+             for (const auto& [key, value] : changed) {
+               const std::string tree = KeyStoreTreeOf(key);
+               replace.Bind(1, key);
+               replace.Bind(2, tree);
+               replace.Bind(3, value);
+               const int result = replace.Step();
+               replace.Reset();
+               if (result != SQLITE_DONE) {
+                 return result;
+               }
+             }
+             return SQLITE_DONE;
+           });
   }
 
   bool Remove(const std::string& key, std::string& error) override {
@@ -114,12 +124,7 @@ class EmbeddedBackend : public KeyStoreBackend {
   }
 
   bool SetFile(const std::string& key, const std::string& path, std::string& error) override {
-    std::map<std::string, std::string> values;
-    if (!Get({key}, values, error)) {
-      return false;
-    }
-    const auto stored = values.find(key);
-    return (stored != values.end() && stored->second == path) || Set({{key, path}}, error);
+    return Set({{key, path}}, error);
   }
 
   // Takes the write lock and lets it go. A file that is not there yet is judged by the nearest

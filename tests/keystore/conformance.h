@@ -16,10 +16,8 @@ namespace test {
 
 struct StoreCase {
   std::string name;
-  // The host.ini that selects the store; empty: none is written.
-  std::string host_ini;
-  // Empties the store, for one that lies outside the root.
-  std::function<void()> reset;
+  // The host.ini that selects an empty store; empty: none is written.
+  std::function<std::string()> host_ini;
 };
 
 class KeyStoreConformance : public RootTest, public ::testing::WithParamInterface<StoreCase> {
@@ -29,11 +27,8 @@ class KeyStoreConformance : public RootTest, public ::testing::WithParamInterfac
   using Values = std::map<std::string, std::string>;
 
   KeyStoreConformance() {
-    if (!GetParam().host_ini.empty()) {
-      Write("/etc/mailserver-domain/host.ini", GetParam().host_ini);
-    }
-    if (GetParam().reset) {
-      GetParam().reset();
+    if (GetParam().host_ini) {
+      Write("/etc/mailserver-domain/host.ini", GetParam().host_ini());
     }
   }
 

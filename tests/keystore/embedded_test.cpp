@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 const char kStore[] = "/var/packages/Postara-Server/etc/keystore.db";
 
 INSTANTIATE_TEST_SUITE_P(Embedded, KeyStoreConformance,
-                         ::testing::Values(StoreCase{"embedded", "", nullptr}),
+                         ::testing::Values(StoreCase{"embedded", nullptr}),
                          [](const auto& store) { return store.param.name; });
 
 class EmbeddedTest : public RootTest {

@@ -1,0 +1,58 @@
+// The files that were published in a key store which several machines share, and which machine has
+// what.
+//
+// A machine that publishes (setFile) writes path, size, digest and content; the others pull. Paths
+// are kept without the root prefix of the machine that published them and get the reader's own.
+#ifndef PLATFORM_NODE_FILES_H
+#define PLATFORM_NODE_FILES_H
+
+#include <string>
+#include <vector>
+
+namespace korvmailserver {
+
+struct PublishedFile {
+  std::string key;
+  std::string path;  // without a root prefix
+  long long size = 0;
+  std::string digest;       // SHA-256 of the content, in hexadecimal
+  std::string node;         // the machine that published it
+  long long published = 0;  // seconds since 1970
+  unsigned mode = 0644;
+};
+
+struct NodeFile {
+  std::string node;
+  std::string key;
+  std::string digest;    // of the content that the machine has
+  long long pulled = 0;  // seconds since 1970
+};
+
+enum class PullResult {
+  kFailed,         // one log line; the old file is untouched
+  kUnchanged,      // the file is there already with this content
+  kReplaced,       // written beside the old one, synced and renamed over it
+  kPublishedHere,  // this machine published it; its own file is never replaced
+};
+
+// What this machine is called in the store: the host name, with the root prefix when there is one.
+std::string NodeName();
+
+// All published files, ascending by key. False with one log line, also when the store is not shared
+// between machines.
+bool ListPublishedFiles(std::vector<PublishedFile>& files);
+
+// Brings the file published under `key` to its path below the root prefix: owner "Postara-Server",
+// mode as published, missing folders made. A reader sees the old or the new file, whole; a run that
+// is killed leaves at most a hidden ".NAME.pull" beside it, which the next run uses again. A path
+// outside "/var/packages/Postara-Server/" is refused. What this machine has is recorded in the
+// store; that the record could not be written is a warning and no failure.
+PullResult PullPublishedFile(const std::string& key);
+
+// What every machine has, ascending by machine and key; publishing machines are not in it. False
+// with one log line.
+bool ListNodeFiles(std::vector<NodeFile>& files);
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_NODE_FILES_H

@@ -1,0 +1,212 @@
+// Pulling published files to where this machine's programs read them.
+#include "platform/include/node_files.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <ctime>
+
+#include "platform/include/files.h"
+#include "platform/include/maillog.h"
+#include "platform/include/root_path.h"
+#include "platform/keystore/backend.h"
+#include "platform/keystore/snapshot.h"
+
+namespace korvmailserver {
+
+namespace {
+
+const char kServiceAccount[] = "Postara-Server";
+
+// What a store may make this machine write. Whoever can write to the store could otherwise replace
+// any file.
+const char kAllowedFolder[] = "/var/packages/Postara-Server/";
+
+constexpr int kWarning = 1;
+
+bool IsAllowed(const std::string& path) {
+  return path.rfind(kAllowedFolder, 0) == 0 && (path + "/").find("/../") == std::string::npos &&
+         path.find('\0') == std::string::npos && path.back() != '/';
+}
+
+// A file that grows beside the one that it will replace.
+class NewFile : public FileShare::Receiver {
+ public:
+  explicit NewFile(const std::string& path)
+      : path_(path),
+        folder_(path.substr(0, path.rfind('/'))),
+        beside_(folder_ + "/." + path.substr(path.rfind('/') + 1) + ".pull") {}
+  ~NewFile() override {
+    if (file_ >= 0) {
+      unlink(beside_.c_str());
+      close(file_);
+    }
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  bool Begin(std::string& error) override {
+    return (file_ >= 0 || Open(error)) &&
+           ((ftruncate(file_, 0) == 0 && lseek(file_, 0, SEEK_SET) == 0) || Fail(error));
+  }
+
+  bool Append(const std::string& piece, std::string& error) override {
+    for (size_t done = 0; done < piece.size();) {
+      const ssize_t count = write(file_, piece.data() + done, piece.size() - done);
+      if (count < 0 && errno != EINTR) {
+        return Fail(error);
+      }
+      done += count < 0 ? 0 : static_cast<size_t>(count);
+    }
+    return true;
+  }
+
+  // Puts the new file in the old one's place. A journal that a crash left beside an old database
+  // would be played back into the new one.
+  bool Replace(unsigned mode, std::string& error) {
+    if (fchmod(file_, mode) != 0 || fsync(file_) != 0) {
+      return Fail(error);
+    }
+    if (mailFileOwnerModeSet(beside_.c_str(), kServiceAccount, mode) < 0) {
+      error.clear();
+      return false;
+    }
+    unlink((path_ + "-journal").c_str());
+    if (rename(beside_.c_str(), path_.c_str()) != 0) {
+      return Fail(error);
+    }
+    close(file_);
+    file_ = -1;
+    const int folder = open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    fsync(folder);
+    close(folder);
+    return true;
+  }
+
+ private:
+  bool Open(std::string& error) {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+      error = std::string("no account ") + kServiceAccount;
+      return false;
+    }
+    if (KORVFSMkdirP(folder_.c_str(), uid, gid, 0755) < 0) {
+      return Fail(error);
+    }
+    file_ = open(beside_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (file_ < 0) {
+      return Fail(error);
+    }
+    if (flock(file_, LOCK_EX | LOCK_NB) != 0) {
+      error = "another pull is writing " + beside_;
+      close(file_);
+      file_ = -1;
+      return false;
+    }
+    return true;
+  }
+
+  bool Fail(std::string& error) const {
+    error = "cannot write " + beside_ + ": " + strerror(errno);
+    return false;
+  }
+
+  const std::string path_;
+  const std::string folder_;
+  const std::string beside_;
+  int file_ = -1;
+};
+
+bool OnFiles(int log_level,
+             const std::function<bool(FileShare& files, std::string& error)>& operation) {
+  return RunOnKeyStore(
+      [&](KeyStoreBackend& backend, std::string& error) {
+        FileShare* files = backend.Files();
+        if (files == nullptr) {
+          error = "this key store is not shared between machines";
+          return false;
+        }
+        return operation(*files, error);
+      },
+      log_level);
+}
+
+// Sets `file` to what was fetched.
+PullResult Pull(FileShare& files, PublishedFile& file, std::string& error) {
+  if (!IsAllowed(file.path)) {
+    error = "file " + file.key + ": its path [" + file.path + "] is not below " + kAllowedFolder;
+    return PullResult::kFailed;
+  }
+  if (file.node == NodeName()) {
+    return PullResult::kPublishedHere;
+  }
+  const std::string path = UnderRoot(file.path);
+  std::string bytes;
+  if (ReadFile(path, bytes) == 0 && DigestOf(bytes) == file.digest) {
+    return PullResult::kUnchanged;
+  }
+  NewFile replacement(path);
+  PublishedFile fetched;
+  if (!files.Fetch(file.key, fetched, replacement, error)) {
+    return PullResult::kFailed;
+  }
+  if (fetched.path != file.path) {
+    error = "file " + file.key + " moved while it was pulled";
+    return PullResult::kFailed;
+  }
+  file = fetched;
+  return replacement.Replace(file.mode, error) ? PullResult::kReplaced : PullResult::kFailed;
+}
+
+}  // namespace
+
+std::string NodeName() {
+  char name[HOST_NAME_MAX + 1] = {};
+  gethostname(name, sizeof(name) - 1);
+  const std::string root = RootPrefix();
+  return root.empty() ? name : std::string(name) + ":" + root;
+}
+
+bool ListPublishedFiles(std::vector<PublishedFile>& files) {
+  return OnFiles(
+      3, [&](FileShare& share, std::string& error) { return share.ListFiles(files, error); });
+}
+
+PullResult PullPublishedFile(const std::string& key) {
+  PullResult result = PullResult::kFailed;
+  NodeFile record;
+  const bool pulled = OnFiles(3, [&](FileShare& share, std::string& error) {
+    std::vector<PublishedFile> files;
+    if (!share.ListFiles(files, error)) {
+      return false;
+    }
+    for (PublishedFile& file : files) {
+      if (file.key == key) {
+        result = Pull(share, file, error);
+        record = {NodeName(), key, file.digest, time(nullptr)};
+        return result != PullResult::kFailed;
+      }
+    }
+    error = "no file is published as " + key;
+    return false;
+  });
+  if (pulled && result != PullResult::kPublishedHere) {
+    OnFiles(kWarning, [&](FileShare& share, std::string& error) {
+      return share.RecordNodeFile(record, error);
+    });
+  }
+  return result;
+}
+
+bool ListNodeFiles(std::vector<NodeFile>& files) {
+  return OnFiles(
+      3, [&](FileShare& share, std::string& error) { return share.ListNodeFiles(files, error); });
+}
+
+}  // namespace korvmailserver

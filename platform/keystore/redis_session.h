@@ -1,0 +1,73 @@
+// A login at the Redis server that is in charge: found through the sentinels if there are any, its
+// role checked, opened again once per call when it breaks.
+//
+// A call ends within the connect and the command time-out together, also when its first connection
+// hangs and a second one is tried.
+#ifndef PLATFORM_KEYSTORE_REDIS_SESSION_H
+#define PLATFORM_KEYSTORE_REDIS_SESSION_H
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/include/host_settings.h"
+#include "platform/keystore/redis_connection.h"
+
+namespace korvmailserver {
+
+class RedisSession {
+ public:
+  enum class Access {
+    kRead,   // from a replica too, when no sentinels are set
+    kWrite,  // on the primary
+    kCheck,  // as kWrite, on a server that the sentinels call the primary at this moment
+  };
+
+  explicit RedisSession(const KeyStoreSettings& settings);
+
+  std::string Name() const;
+
+  // Runs `work`, which talks by Run, Write and Confirm, and runs it whole again on a new connection
+  // when the old one broke. False with `error` set.
+  bool Call(Access access, std::string& error, const std::function<bool()>& work);
+
+  // Within a call. All fail on an answer that is an error, also one inside a transaction's.
+  bool Run(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies);
+  // Runs the commands as one transaction and waits for the replicas that the settings ask for.
+  bool Write(const std::vector<RedisCommand>& commands);
+  // True when everything that was written to this server so far has reached these replicas.
+  bool Confirm();
+  // Ends the work with a reason of its own.
+  bool Fail(const std::string& reason);
+  // Gives the work another command time-out: it is moving on, only much.
+  void Prolong();
+
+ private:
+  bool Open();
+  void DropDemoted();
+  bool FindPrimary(RedisDeadline deadline, std::string& host, int& port);
+  void CountReplicas(const redisReply& replicas);
+  bool AskSentinel(size_t number, RedisDeadline deadline, std::string& host, int& port);
+  bool Login(RedisDeadline deadline);
+  bool TakeRole(const redisReply& role);
+  bool Accept(const std::vector<RedisReply>& replies, size_t count);
+  bool WaitForReplicas(const redisReply& count);
+  RedisCommand WaitCommand() const;
+  bool Break(const std::string& reason);
+  RedisDeadline Within(int seconds) const;
+
+  const KeyStoreSettings settings_;
+  std::unique_ptr<RedisConnection> connection_;
+  RedisDeadline deadline_;
+  std::string address_;     // of the connection
+  std::string upstream_;    // the primary of a replica; empty on a primary
+  int replicas_ = 0;        // how many must have a write; 0: none
+  bool confirmed_ = false;  // by the replicas, on this connection
+  bool broken_ = false;     // the work failed with its connection and may be tried on another
+  std::string error_;
+};
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_KEYSTORE_REDIS_SESSION_H

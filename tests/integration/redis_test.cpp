@@ -1,0 +1,444 @@
+// The Redis key store against real servers, which redis_server.sh and redis_sentinel.sh start:
+// 16379 (primary), 16380 and 16381 (replicas), sentinels on 26379 to 26381. SCRATCH is their
+// folder, with password files in it.
+#include <hiredis/hiredis.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "platform/include/db_handler.h"
+#include "platform/include/node_files.h"
+#include "tests/keystore/conformance.h"
+
+namespace test {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using korvmailserver::PublishedFile;
+using korvmailserver::PullPublishedFile;
+using korvmailserver::PullResult;
+
+const char kHostIni[] = "/etc/mailserver-domain/host.ini";
+
+std::string Scratch() {
+  const char* folder = getenv("SCRATCH");
+  return folder == nullptr ? "/nonexistent" : folder;
+}
+
+double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Settings of a store that nobody else uses.
+std::string Settings(const std::string& lines, const std::string& password = "right") {
+  static int number = 0;
+  return "[keystore]\nbackend = redis\npassword_file = " + Scratch() + "/" + password +
+         "\nprefix = mail:" + std::to_string(getpid()) + "-" + std::to_string(++number) + ":\n" +
+         lines;
+}
+
+std::string ServerSettings() {
+  return Settings("port = 16379\ndatabase = 3\n");
+}
+
+std::string SocketSettings() {
+  return Settings("socket = " + Scratch() + "/16379/redis.sock\nuser = publisher\n", "publisher");
+}
+
+std::string SentinelSettings(const std::string& lines) {
+  return Settings("sentinels = 127.0.0.1:1, 127.0.0.1:26380, 127.0.0.1:26381\nmaster = mail\n" +
+                  lines);
+}
+
+std::string NameOf(const ::testing::TestParamInfo<StoreCase>& store) {
+  return store.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Server, KeyStoreConformance,
+                         ::testing::Values(StoreCase{"tcp", ServerSettings},
+                                           StoreCase{"socket", SocketSettings}),
+                         NameOf);
+INSTANTIATE_TEST_SUITE_P(Sentinel, KeyStoreConformance,
+                         ::testing::Values(StoreCase{
+                             "found", [] { return SentinelSettings("min_replicas = 1\n"); }}),
+                         NameOf);
+
+using Context = std::unique_ptr<redisContext, void (*)(redisContext*)>;
+
+Context Connect(int port) {
+  Context context(redisConnect("127.0.0.1", port), redisFree);
+  if (port < 20000) {  // the sentinels have no password
+    freeReplyObject(redisCommand(context.get(), "AUTH s3cret"));
+  }
+  return context;
+}
+
+std::string Command(int port, const std::string& command) {
+  const Context context = Connect(port);
+  auto* reply = static_cast<redisReply*>(redisCommand(context.get(), command.c_str()));
+  const std::string text = reply != nullptr && reply->str != nullptr ? reply->str : "";
+  freeReplyObject(reply);
+  return text;
+}
+
+long long Info(const std::string& field) {
+  const std::string text = Command(16379, "INFO all");
+  const size_t position = text.find(field + ":");
+  return position == std::string::npos ? -1 : atoll(text.c_str() + position + field.size() + 1);
+}
+
+pid_t ServerPid(int port) {
+  std::ifstream file(Scratch() + "/" + std::to_string(port) + "/pid");
+  pid_t pid = 0;
+  file >> pid;
+  return pid;
+}
+
+class RedisServerTest : public RootTest {
+ protected:
+  using Wrap = KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
+  using Cluster = KORV::POSTARA_SERVER::KORVMailNodeCluster;
+
+  void Use(const std::string& settings) { Write(kHostIni, settings); }
+
+  // A write, a removal and a health check fail with one line each that holds `reason`.
+  void ExpectWritesRefused(const std::string& reason) {
+    EXPECT_LT(mailConfSet("key", "new", true, 0), 0);
+    EXPECT_FALSE(Wrap::removeKey("key"));
+    EXPECT_FALSE(Cluster::isClusterHealth(1));
+    const std::vector<LogLine> lines = TakeLog();
+    ASSERT_EQ(lines.size(), 3U);
+    for (const LogLine& line : lines) {
+      EXPECT_NE(line.text.find(reason), std::string::npos) << line.text;
+    }
+    EXPECT_EQ(lines[2].level, 1) << "an unhealthy store is no error";
+  }
+};
+
+TEST_F(RedisServerTest, RefusedLoginsSayWhy) {
+  Use(Settings("port = 16379\n", "wrong"));
+  ExpectWritesRefused("redis 127.0.0.1:16379: AUTH refused: WRONGPASS");
+  std::string value;
+  EXPECT_LT(mailConfGet("key", value), 0);
+  EXPECT_TRUE(Logged("WRONGPASS"));
+  Use("[keystore]\nbackend = redis\nport = 16379\n");
+  ExpectWritesRefused("NOAUTH");
+  Use("[keystore]\nbackend = redis\nport = 16379\nuser = publisher\nprefix = other:\n"
+      "password_file = " +
+      Scratch() + "/publisher\n");
+  ExpectWritesRefused("NOPERM");
+  Use(Settings("port = 16378\n"));
+  ExpectWritesRefused("cannot connect: Connection refused");
+}
+
+TEST_F(RedisServerTest, AReplicaIsReadAndTakesNoWrites) {
+  const std::string primary = Settings("port = 16379\n");
+  Use(primary);
+  ASSERT_EQ(mailConfSet("key", "value", true, 0), 0);
+  std::string replica = primary;
+  replica.replace(replica.find("16379"), 5, "16380");
+  Use(replica + "# another stamp\n");
+  const auto start = Clock::now();
+  while (!mailConfCheckKeyValue("key", "value") && SecondsSince(start) < 10) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
+  ExpectWritesRefused("is a replica of 127.0.0.1:16379 and takes no writes");
+  EXPECT_LT(mailConfSet("key", "value", true, 0), 0) << "an equal value is no excuse";
+  EXPECT_TRUE(Logged("takes no writes"));
+}
+
+TEST_F(RedisServerTest, ABrokenConnectionIsOpenedAgainAndNoSignalIsRaised) {
+  Use(ServerSettings());
+  struct sigaction before = {};
+  sigaction(SIGPIPE, nullptr, &before);
+  ASSERT_EQ(before.sa_handler, SIG_DFL);
+  for (int i = 0; i < 5; ++i) {
+    ASSERT_EQ(mailConfSet("key", std::to_string(i), true, 0), 0);
+    Command(16379, "CLIENT KILL TYPE normal");
+    EXPECT_TRUE(mailConfCheckKeyValue("key", std::to_string(i)));
+    Command(16379, "CLIENT KILL TYPE normal");
+  }
+}
+
+TEST_F(RedisServerTest, AHungServerHoldsACallNoLongerThanTheTimeouts) {
+  Use(Settings("port = 16379\nconnect_timeout = 1\ncommand_timeout = 1\n"));
+  ASSERT_EQ(mailConfSet("key", "value", true, 0), 0);
+  kill(ServerPid(16379), SIGSTOP);
+  for (int i = 0; i < 2; ++i) {  // on the kept connection, then on a new one
+    const auto start = Clock::now();
+    EXPECT_LT(mailConfSet("key", "other", true, 0), 0);
+    EXPECT_LT(SecondsSince(start), 2.5);
+    EXPECT_TRUE(Logged("no answer in time"));
+  }
+  kill(ServerPid(16379), SIGCONT);
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
+}
+
+TEST_F(RedisServerTest, PublishingManyDomainsTakesFewCommands) {
+  Use(ServerSettings());
+  std::vector<std::pair<std::string, std::string>> entries;
+  for (int i = 0; i < 1000; ++i) {
+    entries.emplace_back("additional_domain-" + std::to_string(i), "a.example, b.example");
+  }
+  long long before = Info("total_commands_processed");
+  ASSERT_EQ(mailConfSetMany(entries), 0);
+  EXPECT_LT(Info("total_commands_processed") - before, 20);
+  before = Info("total_commands_processed");
+  ASSERT_EQ(mailConfSetMany(entries), 0);
+  EXPECT_LT(Info("total_commands_processed") - before, 10);
+}
+
+class RedisServerFilesTest : public RedisServerTest {
+ protected:
+  const std::string kFolder = "/var/packages/Postara-Server/etc/";
+  const std::string settings_ = ServerSettings();
+
+  RedisServerFilesTest() {
+    Use(settings_);
+    Write("/second" + std::string(kHostIni), settings_);
+  }
+  // As another machine does it.
+  PullResult Pull(const std::string& key) const {
+    setenv("MDOMAIN_ROOT", (root() + "/second").c_str(), 1);
+    const PullResult result = PullPublishedFile(key);
+    setenv("MDOMAIN_ROOT", root().c_str(), 1);
+    return result;
+  }
+  bool Publish(const std::string& name) const {
+    return Wrap::setFile("key", root() + kFolder + name);
+  }
+  // Publishes `bytes` as a file's content and pulls them; true when they arrived.
+  bool Arrives(const std::string& bytes) {
+    Write(kFolder + "file", bytes);
+    return Publish("file") && Pull("key") == PullResult::kReplaced &&
+           Read("/second" + kFolder + "file") == bytes;
+  }
+  // Changes the description of the published file behind its back.
+  void Tamper(const char* field, const std::string& value) const {
+    const size_t start = settings_.find("prefix = ") + 9;
+    const std::string name =
+        settings_.substr(start, settings_.find('\n', start) - start) + "file:key";
+    const Context context = Connect(16379);
+    freeReplyObject(redisCommand(context.get(), "SELECT 3"));
+    freeReplyObject(redisCommand(context.get(), "HSET %s %s %b", name.c_str(), field, value.data(),
+                                 value.size()));
+  }
+};
+
+TEST_F(RedisServerFilesTest, ContentOfEverySizeArrivesAndIsRecorded) {
+  EXPECT_TRUE(Arrives(std::string("\0zero\r\n", 7)));
+  EXPECT_TRUE(Arrives(""));
+  for (const size_t size : {(1 << 20) - 1, 1 << 20, (1 << 20) + 1, 5 << 20}) {
+    EXPECT_TRUE(Arrives(std::string(size, 's'))) << size;
+  }
+  EXPECT_EQ(Pull("key"), PullResult::kUnchanged);
+  EXPECT_EQ(PullPublishedFile("key"), PullResult::kPublishedHere);
+  EXPECT_EQ(Pull("unknown"), PullResult::kFailed);
+  EXPECT_TRUE(Logged("no file is published as unknown"));
+  std::vector<PublishedFile> files;
+  std::vector<korvmailserver::NodeFile> nodes;
+  ASSERT_TRUE(korvmailserver::ListPublishedFiles(files));
+  ASSERT_TRUE(korvmailserver::ListNodeFiles(nodes));
+  ASSERT_EQ(files.size(), 1U);
+  ASSERT_EQ(nodes.size(), 1U);
+  EXPECT_EQ(files[0].path, kFolder + "file");
+  EXPECT_EQ(files[0].size, 5 << 20);
+  EXPECT_EQ(nodes[0].digest, files[0].digest);
+  EXPECT_EQ(nodes[0].node, files[0].node + "/second");
+  EXPECT_TRUE(Wrap::removeKey("key"));
+  ASSERT_TRUE(korvmailserver::ListPublishedFiles(files));
+  EXPECT_TRUE(files.empty());
+  EXPECT_FALSE(Publish("missing"));
+  EXPECT_TRUE(Logged("cannot read " + root() + kFolder + "missing"));
+  EXPECT_FALSE(Wrap::exist("key"));
+}
+
+TEST_F(RedisServerFilesTest, OnlyNewContentIsSent) {
+  Write(kFolder + "file", std::string(3 << 20, 'x'));
+  ASSERT_TRUE(Publish("file"));
+  const long long before = Info("total_net_input_bytes");
+  EXPECT_TRUE(Publish("file"));
+  fs::rename(root() + kFolder + "file", root() + kFolder + "moved");
+  EXPECT_TRUE(Publish("moved"));
+  EXPECT_LT(Info("total_net_input_bytes") - before, 10000);
+  EXPECT_EQ(Pull("key"), PullResult::kReplaced);
+  EXPECT_EQ(Read("/second" + kFolder + "moved").size(), 3U << 20);
+}
+
+TEST_F(RedisServerFilesTest, ADatabaseIsPublishedAsItsLastCommittedState) {
+  fs::create_directories(root() + kFolder);
+  DBHandler db(root() + kFolder + "a.db",
+               "CREATE TABLE t(x); INSERT INTO t VALUES(1); PRAGMA user_version = 4;");
+  DBHandler pulled(root() + "/second" + kFolder + "a.db", "");
+  ASSERT_EQ(db.connect(), 0);
+  ASSERT_EQ(db.exeCmds({"BEGIN IMMEDIATE; INSERT INTO t VALUES(2)"}, false), 0);
+  for (const int rows : {1, 2}) {
+    ASSERT_TRUE(Publish("a.db"));
+    EXPECT_EQ(Pull("key"), PullResult::kReplaced);
+    ASSERT_EQ(pulled.connect(), 0);
+    EXPECT_EQ(pulled.GetTableDataCount("t"), rows);
+    pulled.disconnect();
+    if (rows == 1) {
+      ASSERT_EQ(db.exeCmds({"COMMIT"}, false), 0);
+    }
+  }
+  const long long before = Info("total_net_input_bytes");
+  ASSERT_TRUE(Publish("a.db"));
+  EXPECT_LT(Info("total_net_input_bytes") - before, 2000) << "the same state has the same digest";
+}
+
+TEST_F(RedisServerFilesTest, WhatTheStoreSaysIsNotTrusted) {
+  Write("/second" + kFolder + "file", "old");
+  Write(kFolder + "file", "new");
+  ASSERT_TRUE(Publish("file"));
+  const std::vector<std::array<const char*, 3>> changes = {
+      {"0", "bad", "damaged"}, {"0", "longer", "incomplete"}, {"size", "2000000", "incomplete"}};
+  for (const auto& [field, value, want] : changes) {
+    Tamper(field, value);
+    EXPECT_EQ(Pull("key"), PullResult::kFailed);
+    EXPECT_TRUE(Logged(std::string("the content of key is ") + want));
+  }
+  for (const char* path :
+       {"/etc/passwd", "/var/packages/Postara-Server/../x", "/var/packages/Postara-Server/", ""}) {
+    Tamper("path", path);
+    EXPECT_EQ(Pull("key"), PullResult::kFailed);
+    EXPECT_TRUE(Logged("is not below /var/packages/Postara-Server/")) << path;
+  }
+  EXPECT_EQ(Read("/second" + kFolder + "file"), "old");
+}
+
+TEST_F(RedisServerFilesTest, AKilledPullLeavesAWholeFile) {
+  const std::string target = "/second" + kFolder + "file";
+  const std::string first(8 << 20, '1');
+  const std::string second(8 << 20, '2');
+  ASSERT_TRUE(Arrives(first));
+  Write(kFolder + "file", second);
+  ASSERT_TRUE(Publish("file"));
+  for (int delay = 1; delay < 40; delay += 3) {
+    const pid_t child = fork();
+    if (child == 0) {
+      _exit(Pull("key") == PullResult::kFailed ? 1 : 0);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    const std::string now = Read(target);
+    ASSERT_TRUE(now == first || now == second) << delay;
+  }
+  EXPECT_NE(Pull("key"), PullResult::kFailed);
+  EXPECT_EQ(Read(target), second);
+  const fs::directory_iterator left(root() + "/second" + kFolder);
+  EXPECT_EQ(std::distance(begin(left), end(left)), 1) << "nothing stays beside it";
+}
+
+TEST_F(RedisServerFilesTest, AStoppedServerIsCaughtUpByTheNextPublication) {
+  Use(Settings("port = 16379\nconnect_timeout = 1\ncommand_timeout = 1\n"));
+  Write(kFolder + "file", std::string(64 << 20, 'x'));
+  const pid_t server = ServerPid(16379);
+  std::thread stop([server] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    kill(server, SIGSTOP);
+  });
+  const auto start = Clock::now();
+  const bool published = Publish("file");
+  stop.join();
+  EXPECT_LT(SecondsSince(start), 5);
+  EXPECT_TRUE(published || Logged("no answer in time"));
+  kill(server, SIGCONT);
+  EXPECT_TRUE(Publish("file"));
+  std::vector<PublishedFile> files;
+  ASSERT_TRUE(korvmailserver::ListPublishedFiles(files));
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_EQ(files[0].size, 64 << 20);
+}
+
+class RedisSentinelTest : public RedisServerTest {
+ protected:
+  // Writes numbered keys for some seconds, with `disturb` a second after the start. Gives the keys
+  // that were reported as written and, of these, how many came before the last failure.
+  template <typename Disturb>
+  std::vector<std::string> WriteAround(double seconds, size_t& before, const Disturb& disturb) {
+    std::vector<std::string> written;
+    const auto start = Clock::now();
+    bool disturbed = false;
+    for (int i = 0; SecondsSince(start) < seconds; ++i) {
+      if (!disturbed && SecondsSince(start) > 1) {
+        disturb();
+        disturbed = true;
+      }
+      const std::string key = "additional_domain-" + std::to_string(i);
+      if (mailConfSet(key, "value", true, 0) == 0) {
+        written.push_back(key);
+      } else {
+        before = written.size();
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    TakeLog();
+    return written;
+  }
+
+  void ExpectAllThere(const std::vector<std::string>& written, size_t before) {
+    EXPECT_GT(before, 100U) << "writes failed while no primary was in charge";
+    EXPECT_GT(written.size(), before + 100) << "and went on with the new one";
+    std::map<std::string, std::string> values;
+    ASSERT_EQ(mailConfGetMany(written, values), 0);
+    for (const auto& [key, value] : values) {
+      EXPECT_EQ(value, "value") << key << " was reported as written";
+    }
+    std::vector<std::string> keys;
+    EXPECT_TRUE(Wrap::ls("virtual_domain", keys));
+    EXPECT_GE(keys.size(), written.size());
+    EXPECT_TRUE(Cluster::isClusterHealth(1));
+  }
+
+  const std::string kFailoverSettings =
+      SentinelSettings("min_replicas = 1\nconnect_timeout = 1\ncommand_timeout = 1\n");
+};
+
+TEST_F(RedisSentinelTest, TooFewReplicasRefuseAWriteAndAreUnhealthy) {
+  Use(SentinelSettings("min_replicas = 3\ncommand_timeout = 1\n"));
+  ExpectWritesRefused("2 of the 3 replicas");
+  Use(SentinelSettings("min_replicas = 2\n"));
+  EXPECT_EQ(mailConfSet("key", "value", true, 0), 0);
+  EXPECT_TRUE(Cluster::isClusterHealth(1));
+}
+
+TEST_F(RedisSentinelTest, SentinelsThatCannotHelpSayWhy) {
+  Use(Settings("sentinels = 127.0.0.1:1, 127.0.0.1:26379\nmaster = other\n"));
+  ExpectWritesRefused(
+      "no sentinel tells the primary: 127.0.0.1:1: Connection refused; "
+      "127.0.0.1:26379: knows no other");
+}
+
+TEST_F(RedisSentinelTest, OrderedFailoverLosesNothingThatWasReported) {
+  Use(kFailoverSettings);
+  size_t before = 0;
+  const std::vector<std::string> written =
+      WriteAround(18, before, [] { Command(26379, "SENTINEL FAILOVER mail"); });
+  ExpectAllThere(written, before);
+}
+
+TEST_F(RedisSentinelTest, CrashFailoverLosesNothingThatWasReported) {
+  Use(kFailoverSettings);
+  int primary = 0;
+  for (const int port : {16379, 16380, 16381}) {
+    const std::string info = Command(port, "INFO replication");
+    primary = info.find("role:master") == std::string::npos ? primary : port;
+  }
+  ASSERT_NE(primary, 0);
+  size_t before = 0;
+  const std::vector<std::string> written =
+      WriteAround(12, before, [primary] { kill(ServerPid(primary), SIGKILL); });
+  ExpectAllThere(written, before);
+}
+
+}  // namespace test

@@ -1,0 +1,160 @@
+// The Redis key store against servers that do not behave: what they send never crashes a caller and
+// never holds it longer than the time-outs.
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "platform/include/key_store.h"
+#include "platform/include/mail_conf.h"
+#include "platform/include/node_files.h"
+#include "tests/support/fixture.h"
+
+namespace test {
+
+using KORV::POSTARA_SERVER::KORVMailNodeCluster;
+
+// Whoever connects gets an answer to each thing he sends, byte by byte with a pause, and the last
+// one over and over if told to; then the connection is closed.
+class OddServer {
+ public:
+  OddServer(std::vector<std::string> answers, int pause_ms, bool repeat)
+      : answers_(std::move(answers)), pause_ms_(pause_ms), repeat_(repeat) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), size), 0);
+    EXPECT_EQ(listen(listener_, 8), 0);
+    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
+    port_ = ntohs(address.sin_port);
+    thread_ = std::thread([this] { Serve(); });
+  }
+  ~OddServer() {
+    stop_ = true;
+    thread_.join();
+    close(listener_);
+  }
+  int port() const { return port_; }
+
+ private:
+  void Serve() {
+    while (!stop_) {
+      pollfd entry = {listener_, POLLIN, 0};
+      const int client = poll(&entry, 1, 20) > 0 ? accept(listener_, nullptr, nullptr) : -1;
+      if (client >= 0) {
+        Talk(client);
+        close(client);
+      }
+    }
+  }
+  void Talk(int client) {
+    for (const std::string& answer : answers_) {
+      char question[4096];
+      if (recv(client, question, sizeof(question), 0) <= 0 || !Send(client, answer)) {
+        return;
+      }
+    }
+    while (repeat_ && !stop_ && Send(client, answers_.back())) {
+    }
+  }
+  bool Send(int client, const std::string& answer) {
+    for (size_t i = 0; i < answer.size() && !stop_; ++i) {
+      if (send(client, &answer[i], 1, MSG_NOSIGNAL) < 0) {
+        return false;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms_));
+    }
+    return true;
+  }
+
+  const std::vector<std::string> answers_;
+  const int pause_ms_;
+  const bool repeat_;
+  int listener_ = -1;
+  int port_ = 0;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+class RedisTest : public RootTest {
+ protected:
+  void Use(const std::string& lines) {
+    Write("/etc/mailserver-domain/host.ini",
+          "[keystore]\nbackend = redis\nconnect_timeout = 1\ncommand_timeout = 1\n" + lines);
+  }
+};
+
+TEST_F(RedisTest, OddAnswersAreRefusedInTime) {
+  struct Case {
+    const char* name;
+    std::vector<std::string> answers;
+    int pause_ms;
+    bool repeat;
+    const char* want;
+  };
+  const std::string primary = "*3\r\n$6\r\nmaster\r\n:0\r\n*0\r\n";
+  const std::vector<Case> cases = {
+      {"closes at once", {}, 0, false, "login: "},
+      {"another protocol", {"HTTP/1.1 400 Bad Request\r\n\r\n"}, 0, false, "not a Redis answer"},
+      {"drips", {"*3\r\n"}, 300, true, "no answer in time"},
+      {"endless text", {"+x"}, 100, true, "no answer in time"},
+      {"no role", {"+OK\r\n"}, 0, false, "its role is \"\""},
+      {"half a replica", {"*2\r\n$5\r\nslave\r\n$1\r\nh\r\n"}, 0, false, "its role is \"slave\""},
+      {"a sentinel", {"*2\r\n$8\r\nsentinel\r\n*1\r\n$4\r\nmail\r\n"}, 0, false, "\"sentinel\""},
+      {"still loading",
+       {"-LOADING Redis is loading the dataset in memory\r\n"},
+       0,
+       false,
+       "ROLE refused: LOADING"},
+      {"too few values", {primary, "*0\r\n"}, 0, false, "too few values"},
+      {"values of a wrong kind", {primary, "+OK\r\n"}, 0, false, "too few values"},
+      {"says too much", {primary + primary}, 0, false, "an answer to no question"},
+      {"closes after the login", {primary}, 0, false, "server closed the connection"},
+  };
+  for (const Case& odd : cases) {
+    const OddServer server(odd.answers, odd.pause_ms, odd.repeat);
+    Use("port = " + std::to_string(server.port()) + "\n");
+    const auto start = std::chrono::steady_clock::now();
+    std::string value = "untouched";
+    EXPECT_LT(mailConfGet("key", value), 0) << odd.name;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500))
+        << odd.name;
+    EXPECT_EQ(value, "untouched");
+    EXPECT_TRUE(Logged(odd.want)) << odd.name << ": " << (log_.empty() ? "" : log_[0].text);
+    EXPECT_TRUE(TakeLog().empty()) << odd.name << ": one line says it all";
+  }
+}
+
+TEST_F(RedisTest, AHungSentinelLeavesTimeForTheNext) {
+  const OddServer drips({"*2\r\n"}, 200, true);
+  const OddServer knows_none({"*-1\r\n*0\r\n"}, 0, false);
+  Use("master = mail\nsentinels = 127.0.0.1:" + std::to_string(drips.port()) +
+      ", 127.0.0.1:" + std::to_string(knows_none.port()) + "\n");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(KORVMailNodeCluster::isClusterHealth(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+  EXPECT_TRUE(Logged("127.0.0.1:" + std::to_string(knows_none.port()) + ": knows no mail"));
+}
+
+TEST_F(RedisTest, ANameThatDoesNotResolveIsSaid) {
+  Use("host = no-such-host.invalid\n");
+  std::string value;
+  EXPECT_LT(mailConfGet("key", value), 0);
+  EXPECT_TRUE(Logged("cannot connect: "));
+}
+
+TEST_F(RedisTest, FilesOfAStoreThatIsNotSharedCannotBePulled) {
+  std::vector<korvmailserver::PublishedFile> files;
+  EXPECT_FALSE(korvmailserver::ListPublishedFiles(files));
+  EXPECT_TRUE(Logged("keystore.db: this key store is not shared between machines"));
+  EXPECT_EQ(korvmailserver::PullPublishedFile("key"), korvmailserver::PullResult::kFailed);
+  EXPECT_EQ(TakeLog().size(), 1U);
+}
+
+}  // namespace test
