@@ -1,0 +1,140 @@
+// Mirroring groups: whose members are stored when they are created, changed, unknown or withheld.
+#include "lib-domain/control/group.h"
+
+#include "tests/control/control_fixture.h"
+
+namespace {
+
+using MDOMAIN::CONTROL::Group;
+using test::StringList;
+using Groups = std::vector<MDOMAIN::RECORD::Group>;
+
+const char* const kPeople =
+    "alice:x:1001:1001::/home/a:/bin/sh\n"
+    "Bob:x:1002:1002::/home/b:/bin/sh\n"
+    "carol:x:1003:1003::/home/c:/bin/sh\n";
+const Groups kAll = {{2001, "staff", "all of us"}, {2002, "empty", ""}, {2003, "ghosts", ""}};
+
+class GroupControl : public test::ControlTest {
+ protected:
+  GroupControl() { SetMembers("alice,Bob"); }
+  void SetMembers(const std::string& staff) {
+    WriteAccounts(kPeople, "staff:x:2001:" + staff + "\nempty:x:2002:\nghosts:x:2003:gone,lost\n");
+  }
+  StringList Members() {
+    return Rows(
+        "SELECT gid, user_name FROM group_to_user_table NATURAL JOIN user_table "
+        "ORDER BY gid, uid");
+  }
+};
+
+TEST_F(GroupControl, MembersFollowTheAccountSystem) {
+  EXPECT_TRUE(Group().Create(kAll));
+  EXPECT_EQ(Members(), (StringList{"2001|alice", "2001|Bob"}));
+  EXPECT_EQ(Rows("SELECT * FROM group_table ORDER BY 1"),
+            (StringList{"2001|staff|all of us", "2002|empty|", "2003|ghosts|"}));
+  // Only the group all of whose members are unknown is skipped.
+  EXPECT_TRUE(Logged("Failed to find member [gone, lost] of group [ghosts]"));
+  EXPECT_TRUE(Logged("group [ghosts] should has [2] members, but get [0]"));
+  EXPECT_TRUE(Logged("Failed to _GetUsersFromGroup [ghosts], skip"));
+
+  SetMembers("carol,gone");
+  EXPECT_TRUE(Group().Create({kAll[0]}));  // only adds
+  EXPECT_TRUE(Logged("Failed to find member [gone] of group [staff]"));
+  EXPECT_EQ(Members(), (StringList{"2001|alice", "2001|Bob", "2001|carol"}));
+  EXPECT_TRUE(Group().Set({{2001, "staff", "fewer"}, {2002, "empty", ""}}));  // replaces
+  EXPECT_TRUE(Logged("group [2001]'s member count has changed from [3] to [1]"));
+  EXPECT_FALSE(Logged("group [2002]'s member count"));
+  EXPECT_EQ(Members(), StringList{"2001|carol"});
+  EXPECT_EQ(Rows("SELECT group_desc FROM group_table WHERE gid=2001"), StringList{"fewer"});
+
+  SetMembers("alice");  // as many, but somebody else
+  EXPECT_TRUE(Group().Set({kAll[0]}));
+  EXPECT_FALSE(Logged("member count"));
+  EXPECT_EQ(Members(), StringList{"2001|alice"});
+  SetMembers("");
+  EXPECT_TRUE(Group().Set({kAll[0]}));
+  EXPECT_EQ(Members(), StringList{});
+}
+
+TEST_F(GroupControl, UnchangedMembersAreNotWritten) {
+  EXPECT_TRUE(Group().Create({kAll[0], kAll[1]}));
+  test::FailOn("DBHandler::exeCmds", "group_to_user_table");
+  EXPECT_TRUE(Group().Set({kAll[0], kAll[1]}));
+  SetMembers("Bob,alice");
+  EXPECT_TRUE(Group().Set({kAll[0], kAll[1]}));
+}
+
+TEST_F(GroupControl, NoGroupsAskNothing) {
+  WriteAccounts("", "");  // an account system without users fails whoever asks it
+  EXPECT_TRUE(Group().Create({}));
+  EXPECT_TRUE(Group().Set({}));
+  EXPECT_FALSE(Group().Set({kAll[1]}));
+  EXPECT_TRUE(Logged("Failed to TryToGetAllZelmUsers"));
+  EXPECT_TRUE(Logged("Failed to _UpdateUsersBelongToGroups"));
+  TakeLog();
+}
+
+TEST_F(GroupControl, PartOfTheUsersIsEnoughForTheirGroups) {
+  WriteAccounts(std::string(kPeople) + "no line of an account\n", "staff:x:2001:alice\n");
+  EXPECT_TRUE(Group().Create({kAll[0]}));
+  EXPECT_TRUE(Logged("!is_all_success, only get [3] zelm_users"));
+  EXPECT_EQ(Members(), StringList{"2001|alice"});
+  TakeLog();
+}
+
+TEST_F(GroupControl, WhatFailingStepsLeaveBehind) {
+  const Groups groups = {{2001, "staff", "d"}, {2004, "other", "d"}};
+  const struct {
+    const char* function;
+    const char* text;
+    bool want;
+    StringList logged;
+    StringList members;
+  } cases[] = {
+      {"KORVGroupListMember",
+       "staff",
+       true,
+       {"Failed to KORVGroupListMember staff", "Failed to _GetUsersFromGroup [staff], skip"},
+       {"2001|alice", "2004|Bob", "2004|carol"}},
+      {"DBHandler::exeCmds",
+       "UPDATE group_table",
+       false,
+       {"fail to update group_table", "Failed to set groups"},
+       {"2001|alice", "2004|carol"}},
+      {"DBHandler::exeCmds",
+       "INSERT OR IGNORE INTO  user_table",
+       false,
+       {"fail to insert user_table", "Failed to create users",
+        "Failed to _UpdateUsersBelongToGroups"},
+       {"2001|alice", "2004|carol"}},
+      {"DBHandler::exeCmds",
+       "DELETE FROM group_to_user_table WHERE gid IN (2004)",
+       false,
+       {"fail to delete from group_to_user_table", "Failed to DeleteGroupToUsers, gid: [2004]",
+        "Failed to _UpdateUsersBelongToGroups"},
+       {"2001|alice", "2001|Bob", "2004|carol"}},
+      {"DBHandler::exeCmds",
+       "VALUES ('2004'",
+       false,
+       {"fail to update group_to_user_table", "Failed to SetGroupToUsers [other]",
+        "Failed to _UpdateUsersBelongToGroups"},
+       {"2001|alice", "2001|Bob"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.function) + " " + c.text);
+    WriteAccounts(kPeople, "staff:x:2001:alice\nother:x:2004:carol\n");
+    ASSERT_TRUE(Group().Create(groups) && Group().Set(groups));
+    WriteAccounts(kPeople, "staff:x:2001:alice,Bob\nother:x:2004:carol,Bob\n");
+    TakeLog();
+    test::FailOn(c.function, c.text);
+    EXPECT_EQ(Group().Set(groups), c.want);
+    test::ClearFaults();
+    for (const std::string& line : c.logged) {
+      EXPECT_TRUE(Logged(line)) << line;
+    }
+    EXPECT_EQ(Members(), c.members);
+  }
+}
+
+}  // namespace
