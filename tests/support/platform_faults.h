@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <list>
 #include <map>
 #include <string>
@@ -46,7 +48,12 @@ inline bool Fails(const std::string& function, const std::string& text = "") {
 // The platform's own function of a mangled name.
 template <typename Function>
 Function Real(const char* symbol) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, symbol));
+  void* const function = dlsym(RTLD_NEXT, symbol);
+  if (function == nullptr) {
+    std::fprintf(stderr, "the platform has no %s\n", symbol);
+    std::abort();
+  }
+  return reinterpret_cast<Function>(function);
 }
 
 }  // namespace test
@@ -116,7 +123,7 @@ int KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile(const std::string& key,
                                                        const std::string& path) {
   using Function = int (*)(const std::string&, const std::string&);
   static const auto real = test::Real<Function>(
-      "_ZN4KORV14POSTARA_SERVER19KORVMailNodeCluster7setFileE" TEST_TEXT_SYMBOL "S8_");
+      "_ZN4KORV14POSTARA_SERVER19KORVMailNodeCluster7setFileE" TEST_TEXT_SYMBOL "S9_");
   return test::Fails("KORVMailNodeCluster::setFile", key) ? -1 : real(key, path);
 }
 

@@ -1,0 +1,513 @@
+// Adding, previewing, changing and removing the users of domains, and the passes of a refresh.
+#include "lib-domain/control/domain_user.h"
+
+#include <random>
+
+#include "lib-domain/control/domain.h"
+#include "lib-domain/control/domain_group.h"
+#include "tests/control/control_fixture.h"
+
+namespace {
+
+using MDOMAIN::CONTROL::DomainGroup;
+using MDOMAIN::CONTROL::DomainUser;
+using test::StringList;
+namespace PATHS = MDOMAIN::PATHS;
+namespace RECORD = MDOMAIN::RECORD;
+using Aliases = std::vector<RECORD::DomainUserAlias>;
+using Users = std::vector<RECORD::DomainUser>;
+using Pairs = std::vector<std::pair<std::string, bool>>;
+
+constexpr unsigned int kAlice = 1001;
+constexpr unsigned int kBob = 1002;
+constexpr unsigned int kCarol = 1003;
+constexpr unsigned int kDave = 1004;
+
+class DomainUserControl : public test::ControlTest {
+ protected:
+  DomainUserControl() {
+    WriteAccounts(
+        "alice:x:1001:100:A:/:/bin/sh\nBob:x:1002:100:B:/:/bin/sh\ncarol:x:1003:100:C:/:/bin/sh\n"
+        "dave:x:1004:100:D:/:/bin/sh\nnobody:x:65534:100:N:/:/bin/sh\n",
+        "staff:x:2001:Bob,carol\nheads:x:2002:carol\nusers:x:100:\n");
+    Write("/etc/mailserver-domain/host.ini", "");
+    for (const char* name : {"one.example", "two.example"}) {
+      RECORD::Domain domain(-1, name, "", "<a>", true, false, false);
+      int domain_idx = -1;
+      EXPECT_TRUE(MDOMAIN::CONTROL::Domain().Create(domain, domain_idx));
+    }
+    Run("INSERT INTO user_table VALUES(1001,'alice'),(1002,'Bob'),(1003,'carol'),(1004,'dave'),"
+        "(65534,'nobody')");
+  }
+
+  // Role and aliases for users of domain 1.
+  void Add(const StringList& names, Aliases aliases) {
+    ASSERT_TRUE(DomainUser().CreateFromUser(1, names));
+    ASSERT_TRUE(DomainUser().CreateUsersAliases(aliases));
+  }
+  void GiveRole(unsigned int uid, const std::string& role) {
+    Run("REPLACE INTO domain_user_role_table VALUES(1," + std::to_string(uid) + ",'" + role +
+        "',0)");
+  }
+
+  // "1 alice a!" is alias a of alice in domain 1, flagged.
+  static StringList Stored() {
+    return Rows(
+        "SELECT domain_idx||' '||user_name||' '||account_alias||iif(is_duplicated,'!','') FROM "
+        "domain_user_alias_table NATURAL JOIN user_table ORDER BY domain_idx, uid, account_alias");
+  }
+  static StringList Roles() {
+    return Rows(
+        "SELECT domain_idx, user_name, role, is_auto_added FROM domain_user_role_table "
+        "NATURAL JOIN user_table ORDER BY domain_idx, uid");
+  }
+  static StringList Removed() {
+    return Rows("SELECT * FROM domain_group_removed_user_table ORDER BY domain_idx, gid, uid");
+  }
+  static RECORD::DomainUser User(unsigned int uid, const Pairs& pairs,
+                                 const std::string& role = "normal") {
+    return RECORD::DomainUser(1, uid, "name", pairs, role);
+  }
+};
+
+TEST_F(DomainUserControl, RolesOfAddedUsers) {
+  Run("INSERT INTO domain_user_role_table VALUES(1,1002,'domain_admin',0)");
+  // "bob" is not the account's spelling, nobody is no person.
+  EXPECT_TRUE(DomainUser().CreateFromUser(1, {"alice", "bob", "nobody", "unknown", "Bob"}));
+  EXPECT_EQ(Roles(), (StringList{"1|alice|normal|1", "1|Bob|normal|1"}));
+  EXPECT_TRUE(DomainUser().CreateFromBackend(2, {{1005, "eve"}, {kAlice, "renamed"}}));
+  EXPECT_EQ(Roles().size(), 4U);
+  EXPECT_EQ(Rows("SELECT user_name FROM user_table WHERE uid IN (1001,1005)"),
+            (StringList{"alice", "eve"}));
+
+  test::FailOn("DBHandler::exeCmds", "domain_user_role_table");
+  EXPECT_FALSE(DomainUser().CreateFromBackend(1, {{1006, "frank"}}));
+  EXPECT_TRUE(Logged("fail to insert domain_to_user_role_table"));
+  EXPECT_TRUE(Logged("lib-domain/control/domain_user:"));
+  EXPECT_EQ(Rows("SELECT user_name FROM user_table WHERE uid=1006"), StringList{"frank"});
+}
+
+TEST_F(DomainUserControl, AliasesThatCollideAreStoredAndFlagged) {
+  ASSERT_TRUE(DomainUser().CreateFromUser(1, {"alice", "Bob", "carol"}));
+  ASSERT_TRUE(DomainUser().CreateFromUser(2, {"alice"}));
+  const struct {
+    const char* what;
+    Aliases aliases;
+    StringList stored;
+  } cases[] = {
+      {"two of one batch, next to each other",
+       {{1, kAlice, "info", false}, {1, kBob, "Info", false}},
+       {"1 alice info", "1 Bob Info!"}},
+      {"the own one again, another's, another domain",
+       {{1, kBob, "INFO", false}, {1, kCarol, "iNFO", false}, {2, kAlice, "info", false}},
+       {"1 alice info", "1 Bob Info!", "1 carol iNFO!", "2 alice info"}},
+      {"a repeat, what is no local part",
+       {{1, kCarol, "c", false},
+        {1, kCarol, "C", false},
+        {1, kCarol, "a b", false},
+        {1, kCarol, "o'c", false}},
+       {"1 alice info", "1 Bob Info!", "1 carol c", "1 carol iNFO!", "1 carol o'c",
+        "2 alice info"}},
+  };
+  for (const auto& c : cases) {
+    Aliases aliases = c.aliases;
+    EXPECT_TRUE(DomainUser().CreateUsersAliases(aliases)) << c.what;
+    EXPECT_EQ(Stored(), c.stored) << c.what;
+  }
+  StringList emails;
+  EXPECT_TRUE(DomainUser().ListDuplicatedEmail(1, emails));
+  EXPECT_EQ(emails.size(), 1U);
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1003");
+  // What was flagged at once is what the pass would flag.
+  test::FailOn("DBHandler::exeCmds", "domain_user_alias_table");
+  EXPECT_TRUE(DomainUser().UpdateAllDuplicateAlias());
+}
+
+TEST_F(DomainUserControl, AddingAliasesLiftsRemovals) {
+  ASSERT_TRUE(DomainGroup().Create(1, StringList{"staff"}));
+  Run("INSERT INTO domain_group_removed_user_table VALUES(1,2001,1002),(1,2001,1003)");
+  Aliases none;
+  EXPECT_TRUE(DomainUser().CreateUsersAliases(none));
+  EXPECT_EQ(Configured("smtp_changed_uids"), "");
+
+  Aliases aliases = {{1, kBob, "bob", false}};
+  test::FailOn("KLIBCFileTouch");
+  EXPECT_TRUE(DomainUser().CreateUsersAliases(aliases));  // a notice is only a notice
+  EXPECT_TRUE(Logged("Failed to NotifySMTPChangedUIDs"));
+  TakeLog();
+  EXPECT_EQ(Removed(), StringList{"1|2001|1003"});
+  EXPECT_EQ(Stored(), StringList{"1 Bob bob"});
+
+  test::FailOn("DBHandler::exeCmds", "DELETE FROM domain_group_removed_user_table");
+  aliases = {{1, kCarol, "carol", false}};
+  EXPECT_FALSE(DomainUser().CreateUsersAliases(aliases));
+  EXPECT_TRUE(Logged("Failed to DeleteRemovedRecord for domain_id: [1]"));
+  TakeLog();
+  EXPECT_EQ(Stored(), StringList{"1 Bob bob"});
+}
+
+TEST_F(DomainUserControl, OwnersOfAliases) {
+  Add({"alice", "Bob"},
+      {{1, kAlice, "O'Brien", false}, {1, kBob, "z", false}, {1, kBob, "a", false}});
+  Run("INSERT INTO domain_user_alias_table VALUES(1,1003,'x',1),(1,1004,'x',0),(1,1002,'y',1)");
+  const struct {
+    const char* alias;
+    const char* owner;
+  } cases[] = {
+      {"o'brien", "alice"},    {"X", "dave"},    {"y", "Bob"}, {"none", ""}, {"", ""},
+      {"none' OR 'a'='a", ""}, {"\xC3\xA4", ""},
+  };
+  for (const auto& c : cases) {
+    std::string owner = "untouched";
+    EXPECT_TRUE(DomainUser().GetDomainAliasUser(1, c.alias, owner)) << c.alias;
+    EXPECT_EQ(owner, c.owner) << c.alias;
+  }
+  StringList aliases = {"old"};
+  EXPECT_TRUE(DomainUser().GetDomainUserAlias(1, kBob, aliases));
+  EXPECT_EQ(aliases, (StringList{"z", "a", "y"}));
+  EXPECT_TRUE(DomainUser().GetDomainUserAlias(1, "BOB", aliases));
+  EXPECT_EQ(aliases, (StringList{"z", "a", "y"}));
+  EXPECT_TRUE(DomainUser().GetDomainUserAlias(2, "o'no", aliases));
+  EXPECT_EQ(aliases, StringList{});
+}
+
+TEST_F(DomainUserControl, SettingRolesAndAliases) {
+  ASSERT_TRUE(DomainGroup().Create(1, StringList{"staff"}));
+  Add({"alice", "Bob"}, {{1, kAlice, "alice", false}, {1, kBob, "b1", false}});
+  Users users = {User(kAlice, {{"a1", false}, {"A1", false}, {"a2", true}}, "domain_admin"),
+                 User(kBob, {{"b2", false}}, "group")};
+  Users conflicts;
+  EXPECT_TRUE(DomainUser().Set(users, conflicts));
+  EXPECT_TRUE(conflicts.empty());
+  EXPECT_EQ(Stored(), (StringList{"1 alice a1", "1 alice a2", "1 Bob b2"}));
+  EXPECT_EQ(Roles(), StringList{"1|alice|domain_admin|0"});
+  std::string role;
+  EXPECT_TRUE(DomainUser().GetResultGroupRole(1, kBob, role));
+  EXPECT_EQ(role, "normal");
+  EXPECT_TRUE(DomainUser().GetResultGroupRole(1, kAlice, role));
+  EXPECT_EQ(role, "");
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001, 1002");
+
+  // No alias given, no role that is one: the stored ones stay.
+  users = {User(kAlice, {}, "king")};
+  EXPECT_TRUE(DomainUser().Set(users, conflicts));
+  EXPECT_EQ(Stored(), (StringList{"1 alice a1", "1 alice a2", "1 Bob b2"}));
+  EXPECT_EQ(Roles(), StringList{"1|alice|domain_admin|0"});
+}
+
+TEST_F(DomainUserControl, ConflictsAreToldAndWritten) {
+  Add({"alice", "Bob", "carol"},
+      {{1, kAlice, "info", false}, {1, kBob, "Info", false}, {1, kCarol, "c", false}});
+  const auto names = [](const Users& conflicts) {
+    std::string text;
+    for (const RECORD::DomainUser& user : conflicts) {
+      text += std::to_string(user.GetUID()) + "[";
+      for (const std::string& name : user.GetConflictingAccountNames()) {
+        text += name;
+      }
+      text += "]";
+    }
+    return text;
+  };
+  const struct {
+    const char* what;
+    Users users;
+    const char* conflicts;
+    StringList stored;
+  } cases[] = {
+      // Saving the owner's record flags what he shares, in it; in the store he keeps it.
+      {"the owner is saved",
+       {User(kAlice, {{"info", false}, {"more", false}})},
+       "1001[]",
+       {"1 alice info", "1 alice more", "1 Bob Info!", "1 carol c"}},
+      {"the other is saved as if he were the owner",
+       {User(kBob, {{"INFO", false}})},
+       "1002[]",
+       {"1 alice info", "1 alice more", "1 Bob INFO!", "1 carol c"}},
+      {"an account's name and a taken alias",
+       {User(kCarol, {{"bob", false}, {"more", false}})},
+       "1003[]1003[Bob]",
+       {"1 alice info", "1 alice more", "1 Bob INFO!", "1 carol bob", "1 carol more!"}},
+      {"two of one call want the same",
+       {User(kBob, {{"new", false}}), User(kCarol, {{"New", false}})},
+       "1003[]",
+       {"1 alice info", "1 alice more", "1 Bob new", "1 carol New!"}},
+      {"given up and taken in one call",
+       {User(kBob, {{"b", false}}), User(kCarol, {{"new", false}})},
+       "1003[]",
+       {"1 alice info", "1 alice more", "1 Bob b", "1 carol new"}},
+      {"an administrator takes it",
+       {User(kCarol, {{"info", false}}, "domain_admin")},
+       "1003[]",
+       {"1 alice info!", "1 alice more", "1 Bob b", "1 carol info"}},
+  };
+  for (const auto& c : cases) {
+    Users users = c.users;
+    Users conflicts;
+    EXPECT_TRUE(DomainUser().Set(users, conflicts)) << c.what;
+    EXPECT_EQ(names(conflicts), c.conflicts) << c.what;
+    EXPECT_EQ(Stored(), c.stored) << c.what;
+  }
+}
+
+TEST_F(DomainUserControl, SettingStopsAtTheStepThatFails) {
+  Add({"alice"}, {{1, kAlice, "old", false}});
+  GiveRole(kBob, "normal");
+  const struct {
+    const char* text;
+    const char* logged;
+    StringList roles;
+    StringList stored;
+  } cases[] = {
+      {"DELETE FROM domain_user_role_table",
+       "Failed to DeleteUsersRoles, domain_id: [1]",
+       {"1|alice|normal|1", "1|Bob|normal|0"},
+       {"1 alice old"}},
+      {"REPLACE INTO  domain_user_role_table",
+       "Failed to SetUsersRoles",
+       {"1|alice|normal|1"},
+       {"1 alice old"}},
+      {"domain_user_alias_table",
+       "Failed to SetUsersAliases",
+       {"1|alice|domain_admin|0"},
+       {"1 alice old"}},
+  };
+  for (const auto& c : cases) {
+    Users users = {User(kAlice, {{"new", false}}, "domain_admin"), User(kBob, {}, "group")};
+    Users conflicts;
+    test::FailOn("DBHandler::exeCmds", c.text);
+    EXPECT_FALSE(DomainUser().Set(users, conflicts));
+    test::ClearFaults();
+    EXPECT_TRUE(Logged(c.logged)) << c.logged;
+    TakeLog();
+    EXPECT_EQ(Roles(), c.roles) << c.logged;
+    EXPECT_EQ(Stored(), c.stored) << c.logged;
+  }
+}
+
+TEST_F(DomainUserControl, PassKeepsAddressesWithTheirOwners) {
+  Add({"alice", "Bob", "carol"}, {{1, kAlice, "a", false},
+                                  {1, kBob, "a", false},
+                                  {1, kCarol, "a", false},
+                                  {1, kCarol, "c", false}});
+  const StringList want = {"1 alice a", "1 Bob a!", "1 carol a!", "1 carol c"};
+  for (int pass = 0; pass < 3; ++pass) {
+    EXPECT_TRUE(DomainUser().UpdateDuplicateAlias({1}));
+    EXPECT_EQ(Stored(), want) << pass;
+  }
+  GiveRole(kBob, "domain_admin");
+  EXPECT_TRUE(DomainUser().UpdateDuplicateAlias({1, 2}));
+  EXPECT_EQ(Stored(), (StringList{"1 alice a!", "1 Bob a", "1 carol a!", "1 carol c"}));
+  GiveRole(kBob, "normal");  // a smaller role goes, the address stays where it is
+  EXPECT_TRUE(DomainUser().UpdateAllDuplicateAlias());
+  EXPECT_EQ(Stored(), (StringList{"1 alice a!", "1 Bob a", "1 carol a!", "1 carol c"}));
+
+  test::FailOn("DBHandler::exeCmds", "domain_user_alias_table");
+  EXPECT_TRUE(DomainUser().UpdateAllDuplicateAlias());  // nothing to write
+  EXPECT_TRUE(DomainUser().UpdateDuplicateAlias({}));
+  GiveRole(kCarol, "domain_admin");
+  EXPECT_FALSE(DomainUser().UpdateAllDuplicateAlias());
+  EXPECT_TRUE(Logged("Failed to SetUsersAliases"));
+  TakeLog();
+}
+
+// Whatever is added, changed and removed: one clean alias among equal ones, and a pass without any
+// change of roles takes none from anybody.
+TEST_F(DomainUserControl, RandomChangesNeverMoveAnAddress) {
+  std::mt19937 random(7);
+  const auto number = [&random](int below) { return static_cast<int>(random() % below); };
+  const StringList words = {"a", "A", "b", "B", "c", "o'x"};
+  const StringList accounts = {"alice", "Bob", "carol", "dave"};
+  for (int step = 0; step < 60; ++step) {
+    const unsigned int uid = kAlice + number(4);
+    switch (number(4)) {
+      case 0: {
+        Users users = {User(uid, {{words[number(6)], number(2) == 0}, {words[number(6)], false}},
+                            number(4) == 0 ? "domain_admin" : "normal")};
+        Users conflicts;
+        ASSERT_TRUE(DomainUser().Set(users, conflicts));
+        break;
+      }
+      case 1:
+        ASSERT_TRUE(DomainUser().Delete(1, {uid}));
+        break;
+      default: {
+        Aliases aliases = {{1, uid, words[number(6)], false},
+                           {1, kAlice + number(4), words[number(6)], false}};
+        ASSERT_TRUE(DomainUser().CreateFromUser(1, {accounts[uid - kAlice]}));
+        ASSERT_TRUE(DomainUser().CreateUsersAliases(aliases));
+        break;
+      }
+    }
+    ASSERT_TRUE(DomainUser().CreateUsersRolesForNonGroupUsers());
+    ASSERT_TRUE(DomainUser().UpdateAllDuplicateAlias());
+    const StringList settled = Stored();
+    ASSERT_EQ(Rows("SELECT lower(account_alias) FROM domain_user_alias_table GROUP BY 1 HAVING "
+                   "sum(is_duplicated=0)<>1"),
+              StringList{})
+        << step;
+    test::FailOn("DBHandler::exeCmds", "domain_user_alias_table");
+    ASSERT_TRUE(DomainUser().UpdateAllDuplicateAlias()) << step;
+    test::ClearFaults();
+    ASSERT_EQ(Stored(), settled) << step;
+  }
+}
+
+class DomainUserDeletion : public DomainUserControl {
+ protected:
+  DomainUserDeletion() {
+    EXPECT_TRUE(DomainGroup().Create(1, StringList{"staff", "heads"}));
+    Add({"alice", "Bob"}, {{1, kAlice, "info", false},
+                           {1, kBob, "info", false},
+                           {1, kBob, "bob", false},
+                           {1, kCarol, "carol", false}});
+    DropRoles({{1, kBob}});  // Bob and carol are users through groups alone
+    Alias alias(PATHS::AliasDb());
+    alias.load();
+    alias.set({"all", 1, {{Alias::MemberKind::User, "alice"}, {Alias::MemberKind::User, "bob"}}});
+    BCC::getInstance(1)->addBCC(BCC_SENDER, "boss", "alice");
+    mailConfSet("smtp_changed_uids", "", true, 0);
+  }
+  static void DropRoles(const std::vector<std::pair<int, unsigned int>>& pairs) {
+    EXPECT_TRUE(DomainUser().RemoveUsersRoles(pairs));
+  }
+  StringList AliasMembers() {
+    Alias alias(PATHS::AliasDb());
+    alias.load();
+    StringList names;
+    for (const Alias::Member& member : alias.list().front().members) {
+      names.push_back(member.name);
+    }
+    return names;
+  }
+  static size_t BccRules() {
+    return test::SqliteFile(PATHS::SettingsDb()).Rows("SELECT 1 FROM bcc_table").size();
+  }
+};
+
+TEST_F(DomainUserDeletion, TakesEverythingAndFreesAddresses) {
+  EXPECT_TRUE(DomainUser().Delete(1, {kAlice}));
+  EXPECT_EQ(Stored(), (StringList{"1 Bob bob", "1 Bob info", "1 carol carol"}));
+  EXPECT_EQ(Roles(), StringList{});
+  EXPECT_EQ(Removed(), StringList{});
+  EXPECT_EQ(AliasMembers(), StringList{"bob"});
+  EXPECT_EQ(BccRules(), 0U);
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001");
+  std::string path;
+  EXPECT_TRUE(KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::getFile("bcc_db", path));
+  EXPECT_EQ(path, PATHS::SettingsDb());
+}
+
+TEST_F(DomainUserDeletion, NoGroupBringsARemovedUserBack) {
+  GiveRole(kCarol, "domain_admin");  // hides her two groups as long as she has it
+  EXPECT_TRUE(DomainUser().Delete(1, {kBob, kCarol}));
+  EXPECT_EQ(Removed(), (StringList{"1|2001|1002", "1|2001|1003", "1|2002|1003"}));
+  EXPECT_EQ(Rows("SELECT * FROM domain_group_effected_user_view"), StringList{});
+  EXPECT_EQ(Stored(), StringList{"1 alice info"});
+  EXPECT_TRUE(DomainUser().Delete(1, {}));
+  EXPECT_TRUE(DomainUser().Delete(1, {4711}));
+}
+
+TEST_F(DomainUserDeletion, StopsAtTheStepThatFails) {
+  const struct {
+    const char* function;
+    const char* text;
+    const char* logged;
+    bool is_removed;     // from the group
+    size_t aliases;      // of Bob
+    StringList members;  // of the alias "all"
+  } cases[] = {
+      {"DBHandler::exeCmds",
+       "domain_group_removed_user_table",
+       "Failed to RemoveUsersFromDomainGroups",
+       false,
+       2,
+       {"alice", "bob"}},
+      {"DBHandler::exeCmds",
+       "DELETE FROM domain_user_role_table",
+       "Failed to DeleteUsersRoles",
+       true,
+       2,
+       {"alice", "bob"}},
+      {"DBHandler::exeCmds",
+       "DELETE FROM domain_user_alias_table",
+       "Failed to DeleteUsersAliases",
+       true,
+       2,
+       {"alice", "bob"}},
+      {"Alias::load", "", "Failed to load alias", true, 0, {"alice", "bob"}},
+      {"DBHandler::exeCmds", "DELETE FROM bcc_table", "Failed to deleteBCC", true, 0, {"alice"}},
+      {"KORVMailNodeCluster::setFile", "bcc_db", "Fail to set file ", true, 0, {"alice"}},
+      {"Config::LoadSettings", "", "Failed to delete Disclamer", true, 0, {"alice"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.logged);
+    test::FailOn(c.function, c.text);
+    EXPECT_FALSE(DomainUser().Delete(1, {kBob}));
+    test::ClearFaults();
+    EXPECT_TRUE(Logged(c.logged));
+    TakeLog();
+    EXPECT_EQ(Removed().size(), c.is_removed ? 1U : 0U);
+    EXPECT_EQ(Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1002").size(), c.aliases);
+    EXPECT_EQ(AliasMembers(), c.members);
+  }
+  test::FailOn("KLIBCFileTouch");
+  EXPECT_TRUE(DomainUser().Delete(1, {kAlice}));
+  EXPECT_TRUE(Logged("Failed to NotifySMTPChangedUIDs"));
+  TakeLog();
+}
+
+TEST_F(DomainUserDeletion, UsersWithoutRole) {
+  Run("INSERT INTO domain_user_alias_table VALUES(1,1004,'d1',0),(1,1004,'d2',0),(2,1001,'x',0)");
+  EXPECT_TRUE(DomainUser().CreateUsersRolesForNonGroupUsers());
+  EXPECT_TRUE(Logged("users without roles in domain [1]: [1004]"));
+  EXPECT_TRUE(Logged("users without roles in domain [2]: [1001]"));
+  EXPECT_EQ(Roles(), (StringList{"1|alice|normal|1", "1|dave|normal|1", "2|alice|normal|1"}));
+  TakeLog();
+  EXPECT_TRUE(DomainUser().CreateUsersRolesForNonGroupUsers());
+  EXPECT_TRUE(TakeLog().empty());
+
+  DropRoles({{1, kDave}, {2, kAlice}});
+  test::FailOn("DBHandler::exeCmds", "domain_idx = '1' AND uid IN (1004)");
+  EXPECT_FALSE(DomainUser().RemoveUsersWithoutRole());
+  EXPECT_TRUE(Logged("Failed to delete users [1004] in domain_id: [1]"));
+  EXPECT_TRUE(Logged("Deleted users [1001] in domain_id: [2]"));
+  TakeLog();
+  test::ClearFaults();
+  EXPECT_TRUE(DomainUser().RemoveUsersWithoutRole());
+  EXPECT_EQ(Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1004 OR domain_idx=2"),
+            StringList{});
+}
+
+TEST_F(DomainUserControl, PreviewShowsAndWritesNothing) {
+  Add({"alice"}, {{1, kAlice, "CAROL", false}});
+  const StringList stored = Stored();
+  const auto preview = [](int domain_idx,
+                          const std::vector<std::pair<std::string, std::string>>& entries) {
+    Users users;
+    EXPECT_TRUE(DomainUser().PreviewDomainUsers(domain_idx, entries, users));
+    std::string text;
+    for (const RECORD::DomainUser& user : users) {
+      const auto pair = user.GetAliasDuplicatedPairs().at(0);
+      text += user.GetUserName() + "=" + pair.first + (pair.second ? "! " : " ");
+    }
+    return text;
+  };
+  EXPECT_EQ(preview(1, {{"user", "dave"}, {"group", "staff"}, {"user", "carol"}}),
+            "Bob=Bob carol=carol! dave=dave ");
+  EXPECT_EQ(preview(2, {{"group", "staff"}}), "Bob=Bob carol=carol ");
+  // Everybody gets the same: all but the first of them would be flagged.
+  Run("UPDATE domain_table SET domain_default_alias_pattern='all<a>' WHERE domain_idx=2");
+  EXPECT_EQ(preview(2, {{"user", "Bob"}, {"user", "nobody"}, {"user", "unknown"}}), "Bob=allBob ");
+  Run("UPDATE domain_table SET domain_default_alias_pattern='<q>' WHERE domain_idx=2");
+  EXPECT_EQ(preview(2, {{"user", "Bob"}}), "Bob=Bob ");
+  EXPECT_EQ(preview(1, {}), "");
+  EXPECT_EQ(Stored(), stored);
+
+  Users users;
+  EXPECT_FALSE(DomainUser().PreviewDomainUsers(3, {{"user", "Bob"}}, users));
+  EXPECT_TRUE(Logged("Default alias pattern with wrong format"));
+  EXPECT_TRUE(Logged("Failed to _PreviewDomainUsersFromUserShortNames"));
+}
+
+}  // namespace
