@@ -240,6 +240,10 @@ TEST_F(DomainUserControl, ConflictsAreToldAndWritten) {
        {User(kCarol, {{"info", false}}, "domain_admin")},
        "1003[]",
        {"1 alice info!", "1 alice more", "1 Bob b", "1 carol info"}},
+      {"and has it when he is none any more",
+       {User(kCarol, {{"info", false}})},
+       "1003[]",
+       {"1 alice info!", "1 alice more", "1 Bob b", "1 carol info"}},
   };
   for (const auto& c : cases) {
     Users users = c.users;
