@@ -1,0 +1,335 @@
+// Refreshing from local files, the first domain, publishing.
+#include "lib-domain/utils/updater.h"
+
+#include "lib-domain/api/domain_group.h"
+#include "lib-domain/api/domain_user.h"
+#include "tests/support/sync_fixture.h"
+
+namespace {
+
+using MDOMAIN::API::Updater;
+using test::StringList;
+
+class UpdaterTest : public test::SyncTest {
+ protected:
+  static StringList Users() { return Rows("SELECT uid,user_name FROM user_table ORDER BY uid"); }
+  static StringList Groups() { return Rows("SELECT gid,group_name FROM group_table ORDER BY gid"); }
+  static StringList Memberships() {
+    return Rows("SELECT gid,uid FROM group_to_user_table ORDER BY 1,2");
+  }
+};
+
+TEST_F(UpdaterTest, MirrorFollowsTheAccountSystem) {
+  Updater first;
+  ASSERT_TRUE(first.Refresh());
+  EXPECT_EQ(Users(), (StringList{"1001|alice", "1002|bob", "1003|carol"}));
+  EXPECT_EQ(Groups(), (StringList{"2001|staff"}));
+  EXPECT_EQ(Memberships(), (StringList{"2001|1001", "2001|1002"}));
+  EXPECT_TRUE(first.GetSummary().users_complete && first.GetSummary().groups_complete);
+  EXPECT_EQ(first.GetSummary().new_users, (StringList{"alice", "bob", "carol"}));
+  EXPECT_TRUE(
+      Logged("[INFO] - [3] zelm_users, [0] db_users, [3] new_users: [alice, bob, carol], "
+             "[0] update_users, [0] deleted_uids: []"));
+
+  // Renamed, gone, new; a member left; a group renamed.
+  SetAccounts({{"alison", 1001}, {"carol", 1003}, {"o'neil", 1004}},
+              {{"team:2001", "alison"}, {"empty:2002", ""}});
+  Updater second;
+  ASSERT_TRUE(second.Refresh());
+  EXPECT_EQ(Users(), (StringList{"1001|alison", "1003|carol", "1004|o'neil"}));
+  EXPECT_EQ(Groups(), (StringList{"2001|team", "2002|empty"}));
+  EXPECT_EQ(Memberships(), (StringList{"2001|1001"}));
+  EXPECT_EQ(second.GetSummary().deleted_uids, (std::vector<unsigned int>{1002}));
+  EXPECT_TRUE(
+      Logged("[INFO] - [3] zelm_users, [3] db_users, [1] new_users: [o'neil], "
+             "[2] update_users, [1] deleted_uids: [1002]"));
+  EXPECT_TRUE(
+      Logged("[INFO] - [2] zelm_groups, [1] db_groups, [1] new_groups: [empty], "
+             "[1] update_groups, [0] deleted_gids: []"));
+}
+
+TEST_F(UpdaterTest, RenamedUserKeepsWhatHangsOnTheUid) {
+  const int domain_idx = CreateDomain("example.com", true);
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Members(domain_idx),
+            (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
+  SetAccounts({{"alison", 1001}, {"bob", 1002}, {"carol", 1003}}, {{"staff:2001", "alison,bob"}});
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Members(domain_idx),
+            (StringList{"alison normal alice", "bob normal bob", "carol normal carol"}));
+}
+
+TEST_F(UpdaterTest, AnswerThatWasCutShortDeletesNobody) {
+  ASSERT_TRUE(Updater().Refresh());
+  SetAccounts({{"alice", 1001}, {"dave", 1004}}, {{"other:2002", "dave"}});
+  test::FailOn("KLIBUserInfoEnum");
+  test::FailOn("KLIBGroupEnum");
+  Updater updater;
+  EXPECT_TRUE(updater.Refresh());
+  EXPECT_EQ(Users(), (StringList{"1001|alice", "1002|bob", "1003|carol", "1004|dave"}));
+  EXPECT_EQ(Groups(), (StringList{"2001|staff", "2002|other"}));
+  EXPECT_FALSE(updater.GetSummary().users_complete);
+  EXPECT_TRUE(updater.GetSummary().deleted_uids.empty());
+  EXPECT_TRUE(
+      Logged("Failed to successfully obtain all zelm users, ignore the process of "
+             "deleting users"));
+  TakeLog();
+
+  // A line that is no account: the rest counts, and nobody goes.
+  test::ClearFaults();
+  Write("/etc/passwd", "alice:x:1001:1500::/:/bin/sh\nbroken line\n");
+  Write("/etc/group", "late:x:2003:alice\nbroken line\n");
+  EXPECT_TRUE(updater.Refresh());
+  EXPECT_EQ(Users().size(), 4U);
+  EXPECT_EQ(Groups(), (StringList{"2001|staff", "2002|other", "2003|late"}));
+  EXPECT_TRUE(
+      Logged("Failed to successfully obtain all zelm groups, ignore the process of "
+             "deleting groups"));
+  TakeLog();
+
+  Write("/etc/passwd", "");
+  EXPECT_FALSE(updater.Refresh());
+  EXPECT_EQ(Users().size(), 4U);
+  TakeLog();
+
+  SetAccounts({{"alice", 1001}}, {{"other:2002", "alice"}});
+  EXPECT_TRUE(updater.Refresh());
+  EXPECT_EQ(Users(), (StringList{"1001|alice"}));
+  EXPECT_EQ(Groups(), (StringList{"2002|other"}));
+}
+
+TEST_F(UpdaterTest, FailingStepLeavesWhatWasDoneBefore) {
+  test::FailOn("DBHandler::exeCmds", "INTO  group_table");
+  EXPECT_FALSE(Updater().Refresh());
+  EXPECT_EQ(Users().size(), 3U);
+  EXPECT_TRUE(Groups().empty());
+  EXPECT_TRUE(Logged("Failed to Create groups"));
+  EXPECT_TRUE(Logged("Failed to _RefreshGroups"));
+  TakeLog();
+  test::ClearFaults();
+  ASSERT_TRUE(Updater().Refresh());
+
+  SetAccounts({{"alison", 1001}, {"dave", 1004}});
+  const struct {
+    const char* statement;
+    const char* line;
+  } cases[] = {{"INTO  user_table", "Failed to Create users"},
+               {"UPDATE user_table", "Failed to Set users"},
+               {"DELETE FROM user_table", "Failed to Delete users"}};
+  for (const auto& test_case : cases) {
+    test::FailOn("DBHandler::exeCmds", test_case.statement);
+    EXPECT_FALSE(Updater().Refresh());
+    EXPECT_TRUE(Logged(test_case.line));
+    TakeLog();
+  }
+  EXPECT_EQ(Users(), (StringList{"1001|alison", "1002|bob", "1003|carol", "1004|dave"}));
+}
+
+TEST_F(UpdaterTest, NewAccountsGoToTheDomainsThatAskForThem) {
+  const int adding = CreateDomain("adding.example", true, "<2a>");
+  const int closed = CreateDomain("closed.example", false);
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Members(adding), (StringList{"alice normal al", "bob normal bo", "carol normal ca"}));
+  EXPECT_TRUE(Members(closed).empty());
+  // Whom a group covers has no role of its own.
+  const auto roles = [] {
+    return Rows("SELECT domain_idx,uid,is_auto_added FROM domain_user_role_table ORDER BY 2");
+  };
+  EXPECT_EQ(roles(), (StringList{"1|1003|1"}));
+
+  // New ones only; who joins a group of the domain loses the role of its own.
+  SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}, {"dave", 1004}},
+              {{"staff:2001", "alice,carol"}});
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Members(adding),
+            (StringList{"alice normal al", "bob normal bo", "carol normal ca", "dave normal da"}));
+  EXPECT_EQ(roles(), (StringList{"1|1002|1", "1|1004|1"}));
+}
+
+TEST_F(UpdaterTest, RemovedMembersStayRemovedUntilTheyAreRestored) {
+  const int domain_idx = CreateDomain("example.com", true);
+  ASSERT_TRUE(Updater().Refresh());
+  ASSERT_TRUE(MDOMAIN::API::DomainUser().Delete(domain_idx, {1001, 1003}));
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Members(domain_idx), (StringList{"bob normal bob"}));
+  // As if it had never been mirrored: new once more, and still removed.
+  Updater updater;
+  ASSERT_TRUE(updater.Refresh());
+  EXPECT_TRUE(updater.GetSummary().new_users.empty());
+  EXPECT_EQ(Members(domain_idx).size(), 1U);
+
+  ASSERT_TRUE(MDOMAIN::API::DomainGroup().RestoreMemberStatus(domain_idx, {2001}));
+  EXPECT_EQ(Members(domain_idx), (StringList{"alice normal alice", "bob normal bob"}));
+}
+
+TEST_F(UpdaterTest, CoveredMembersOfAFirstDomainGetAddresses) {
+  ASSERT_TRUE(Updater().Refresh());
+  const int domain_idx = CreateDomain("example.com", false);
+  std::vector<MDOMAIN::RECORD::DomainUserAlias> aliases;
+  ASSERT_TRUE(MDOMAIN::API::DomainUser().AddMembers(domain_idx, {}, {"staff"}, aliases));
+  EXPECT_TRUE(Members(domain_idx).empty());
+  Updater updater;
+  ASSERT_TRUE(updater.AutoAddNewUsers({domain_idx}));
+  EXPECT_EQ(Members(domain_idx), (StringList{"alice normal alice", "bob normal bob"}));
+  EXPECT_TRUE(Rows("SELECT * FROM domain_user_role_table").empty());
+}
+
+TEST_F(UpdaterTest, UnusableAliasPatternFailsTheRefreshNotTheProcess) {
+  CreateDomain("example.com", true, "<99999999999a>");
+  EXPECT_FALSE(Updater().Refresh());
+  EXPECT_TRUE(Logged("Failed to Preview domain users, domain_id: [1]"));
+  EXPECT_EQ(Users().size(), 3U);
+  TakeLog();
+}
+
+struct InitCase {
+  const char* name;
+  std::map<std::string, std::string> configuration;
+  StringList want_domains;
+  StringList want_additional;
+};
+
+TEST_F(UpdaterTest, FirstDomainComesFromTheOlderSettings) {
+  const InitCase cases[] = {
+      {"no main domain", {}, {}, {}},
+      {"the default name", {{"smtp_main_domain", "localdomain"}}, {}, {}},
+      {"unpublished",
+       {{"smtp_main_domain", "example.com"},
+        {"smtp_canonical_domain", "example.org, EXAMPLE.com, dotless, example.net"}},
+       {"1|example.com|1"},
+       {"example.net", "example.org"}},
+      {"published",
+       {{"smtp_main_domain", "example.com"},
+        {"virtual_multiple_domain", "4/example.com, 5/example.org"},
+        {"additional_domain-4", "a.example"},
+        {"smtp_canonical_domain", "ignored.example"}},
+       {"1|example.com|1"},
+       {"a.example"}},
+  };
+  for (const InitCase& test_case : cases) {
+    SCOPED_TRACE(test_case.name);
+    MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+    unlink(DbPath().c_str());
+    for (const char* key : {"smtp_main_domain", "smtp_canonical_domain", "virtual_multiple_domain",
+                            "additional_domain-4"}) {
+      const auto value = test_case.configuration.find(key);
+      mailConfSet(key, value == test_case.configuration.end() ? "" : value->second, true, 0);
+    }
+    EXPECT_TRUE(Updater().InitDBIfNotExists());
+    EXPECT_EQ(Rows("SELECT domain_idx,domain_name,is_primary FROM domain_view"),
+              test_case.want_domains);
+    EXPECT_EQ(Rows("SELECT additional_domain FROM domain_to_additional_domain_table ORDER BY 1"),
+              test_case.want_additional);
+    Logged("Domain name [dotless] without \".\" is not valid");
+    if (!test_case.want_domains.empty()) {
+      EXPECT_EQ(Members(1).size(), 3U);
+      EXPECT_EQ(Rows("SELECT gid FROM domain_group_role_table"), (StringList{"2001"}));
+      EXPECT_EQ(Configured("virtual_multiple_domain"), "1/example.com");
+      // With a domain present nothing more happens, whatever the settings say.
+      mailConfSet("smtp_main_domain", "other.example", true, 0);
+      EXPECT_TRUE(Updater().InitDBIfNotExists());
+      EXPECT_EQ(Rows("SELECT count(*) FROM domain_table"), (StringList{"1"}));
+    }
+  }
+}
+
+TEST_F(UpdaterTest, FirstDomainWithABadNameIsRefused) {
+  mailConfSet("smtp_main_domain", "dotless", true, 0);
+  Updater updater;
+  EXPECT_FALSE(updater.InitDBIfNotExists());
+  EXPECT_EQ(updater.GetErrorCode(), 5633U);
+  TakeLog();
+  EXPECT_TRUE(Rows("SELECT * FROM domain_table").empty());
+}
+
+TEST_F(UpdaterTest, PublishesWhatTheServicesRead) {
+  CreateDomain("example.com", false);
+  CreateDomain(
+      "b\xC3\xBC"
+      "cher.example",
+      false);
+  CreateDomain("example.net", false);
+  MDOMAIN::API::Domain domains;
+  ASSERT_TRUE(domains.CreateAdditionalDomains(2, {"b.example", "a.example"}));
+  ASSERT_TRUE(domains.SetPrimary(2));
+  mailConfSet("additional_domain-x", "", true, 0);
+  mailConfSet("unrelated", "kept", true, 0);
+  ASSERT_TRUE(domains.Delete({3}));
+  EXPECT_EQ(Configured("virtual_multiple_domain"),
+            "1/example.com, 2/b\xC3\xBC"
+            "cher.example");
+  EXPECT_EQ(Configured("smtp_main_domain"),
+            "b\xC3\xBC"
+            "cher.example");
+  EXPECT_EQ(Configured("additional_domain-2"), "a.example, b.example");
+  EXPECT_EQ(Configured("unrelated"), "kept");
+  std::vector<std::string> keys;
+  ASSERT_TRUE(KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::ls("virtual_domain", keys));
+  EXPECT_EQ(keys, (StringList{"additional_domain-1", "additional_domain-2"}));
+  std::string path;
+  EXPECT_TRUE(
+      KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::getFile("mailserver_domain_db", path));
+  EXPECT_EQ(path, DbPath());
+
+  Run("DELETE FROM domain_table");
+  ASSERT_TRUE(Updater().Trigger());
+  EXPECT_EQ(Configured("virtual_multiple_domain"), "");
+  EXPECT_EQ(Configured("smtp_main_domain"), "");
+}
+
+TEST_F(UpdaterTest, PublishingWhatIsPublishedWritesNothing) {
+  CreateDomain("example.com", false);
+  const std::string store = MDOMAIN::PATHS::EtcDir() + "keystore.db";
+  test::SqliteFile other(store);
+  const StringList before = other.Rows("PRAGMA data_version");
+  ASSERT_TRUE(Updater().Trigger());
+  EXPECT_EQ(other.Rows("PRAGMA data_version"), before);
+  CreateDomain("example.org", false);
+  EXPECT_NE(other.Rows("PRAGMA data_version"), before);
+}
+
+TEST_F(UpdaterTest, PublishingSaysWhichStepFailed) {
+  CreateDomain("example.com", false);
+  CreateDomain("example.org", false);
+  Run("UPDATE domain_table SET domain_name = 'example.net' WHERE domain_idx = 2");
+  mailConfSet("additional_domain-9", "", true, 0);
+  const struct {
+    const char* call;
+    const char* text;
+    std::vector<const char*> lines;
+  } cases[] = {
+      {"setFile", "", {"Failed to set file "}},
+      {"mailConfSet",
+       "additional_domain-2",
+       {"Failed to mailConfSet", "Failed to _DomainAdditionalDomainsToRedis, domain_id: [2]",
+        "Failed to update info to redis"}},
+      {"mailConfSet", "virtual_multiple", {"Failed to mailConfSet", "Failed to _DomainsToRedis"}},
+      {"mailConfSet", "main_domain", {"Failed to mailConfSet", "Failed to _PrimaryDomainToRedis"}},
+      {"ls", "", {"Failed to list backend tree virtual_domain", "Failed to _RemoveUnusedRedisKey"}},
+      {"removeKey",
+       "",
+       {"Failed to remove key: 'additional_domain-9'", "Failed to _RemoveUnusedRedisKey"}},
+  };
+  for (const auto& test_case : cases) {
+    test::ClearFaults();
+    test::FailOn("mailConfSetMany");
+    test::FailOn(test_case.call, test_case.text);
+    EXPECT_FALSE(Updater().Trigger());
+    for (const char* line : test_case.lines) {
+      EXPECT_TRUE(Logged(line)) << test_case.call << ": " << line;
+    }
+    TakeLog();
+  }
+  // Written together or one by one, the result is the same.
+  test::ClearFaults();
+  test::FailOn("mailConfSetMany");
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_EQ(Configured("virtual_multiple_domain"), "1/example.com, 2/example.net");
+
+  test::FailOn("isClusterHealth");
+  test::FailOn("setFile");
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_TRUE(Logged("Cluster is not health, so don't do trigger"));
+}
+
+}  // namespace
