@@ -1,0 +1,213 @@
+// The facade for domains: error numbers, roll-back, publication as part of the result.
+#include "lib-domain/api/domain.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/support/sync_fixture.h"
+
+namespace {
+
+using MDOMAIN::API::Domain;
+using test::StringList;
+namespace RECORD = MDOMAIN::RECORD;
+
+class DomainApiTest : public test::SyncTest {
+ protected:
+  static RECORD::Domain Record(const std::string& name, int domain_idx = -1) {
+    return {domain_idx, name, "", "<a>", false, false, false};
+  }
+  static StringList Domains() {
+    return Rows("SELECT domain_idx,domain_name,is_primary FROM domain_view ORDER BY 1");
+  }
+  static StringList Additional() {
+    return Rows("SELECT additional_domain FROM domain_to_additional_domain_table ORDER BY 1");
+  }
+};
+
+TEST_F(DomainApiTest, RefusalsLeaveTheirNumberBehind) {
+  Domain api;
+  int domain_idx = -1;
+  RECORD::Domain first = Record("example.com");
+  ASSERT_TRUE(api.Create(first, domain_idx));
+  EXPECT_EQ(api.GetErrorCode(), 0U);
+  RECORD::Domain taken = Record("EXAMPLE.com");
+  EXPECT_FALSE(api.Create(taken, domain_idx));
+  EXPECT_EQ(api.GetErrorCode(), 5618U);
+  // A success afterwards does not reset it, nor does a plain failure set it.
+  RECORD::Domain second = Record("example.org");
+  EXPECT_TRUE(api.Create(second, domain_idx));
+  EXPECT_FALSE(api.Delete({1}));
+  EXPECT_EQ(api.GetErrorCode(), 5618U);
+  RECORD::Domain invalid = Record("dotless");
+  EXPECT_FALSE(api.Create(invalid, domain_idx));
+  EXPECT_EQ(api.GetErrorCode(), 5633U);
+
+  const auto number = [](const std::function<bool(Domain&)>& call) {
+    Domain one;
+    EXPECT_FALSE(call(one));
+    return one.GetErrorCode();
+  };
+  EXPECT_EQ(number([](Domain& one) { return one.Set(Record("Example.org", 2)); }), 5618U);
+  EXPECT_EQ(number([](Domain& one) { return one.Set(Record("", 2)); }), 5633U);
+  EXPECT_EQ(number([](Domain& one) {
+              return one.CreateAdditionalDomains(1, {"new.example", "example.org"});
+            }),
+            5618U);
+  EXPECT_EQ(number([](Domain& one) { return one.SetAdditionalDomains(1, {}, {"example.org"}); }),
+            5618U);
+  EXPECT_TRUE(Additional().empty());
+  EXPECT_EQ(Domains(), (StringList{"1|example.com|1", "2|example.org|0"}));
+  EXPECT_TRUE(Logged("Failed to Delete domain_ids"));
+  TakeLog();
+}
+
+TEST_F(DomainApiTest, ChangeThatIsNotPublishedIsAFailureAndStays) {
+  Domain api;
+  RECORD::Domain domain = Record("example.com");
+  int domain_idx = -1;
+  test::FailOn("setFile");
+  const std::pair<const char*, std::function<bool()>> calls[] = {
+      {"Create", [&] { return api.Create(domain, domain_idx); }},
+      {"Set", [&] { return api.Set(Record("example.org", 1)); }},
+      {"SetPrimary", [&] { return api.SetPrimary(1); }},
+      {"CreateAdditional", [&] { return api.CreateAdditionalDomains(1, {"a.example"}); }},
+      {"SetAdditional",
+       [&] {
+         return api.SetAdditionalDomains(1, {"a.example"}, {"b.example", "c.example"});
+       }},
+      {"DeleteAdditional", [&] { return api.DeleteAdditionalDomains(1, {"c.example"}); }},
+  };
+  for (const auto& [name, call] : calls) {
+    EXPECT_FALSE(call()) << name;
+    EXPECT_TRUE(Logged("Failed to Trigger")) << name;
+    TakeLog();
+  }
+  EXPECT_EQ(api.GetErrorCode(), 0U);
+  EXPECT_EQ(Domains(), (StringList{"1|example.org|1"}));
+  EXPECT_EQ(Additional(), (StringList{"b.example"}));
+  EXPECT_EQ(Configured("virtual_multiple_domain"), "");
+}
+
+TEST_F(DomainApiTest, FirstDomainTakesEveryGroupAndEveryone) {
+  RECORD::Domain domain("example.com");
+  int domain_idx = -1;
+  ASSERT_TRUE(Domain().CreatePrimary(domain, domain_idx));
+  EXPECT_EQ(Domains(), (StringList{"1|example.com|1"}));
+  EXPECT_EQ(Rows("SELECT gid,role FROM domain_group_role_table"), (StringList{"2001|normal"}));
+  EXPECT_EQ(Members(1), (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
+  EXPECT_EQ(Configured("smtp_main_domain"), "example.com");
+}
+
+TEST_F(DomainApiTest, FirstDomainIsTakenBackWhenItCannotBeFilled) {
+  const struct {
+    const char* function;
+    const char* text;
+    unsigned int number;
+    const char* line;
+    size_t mirrored;
+  } cases[] = {
+      {"DBHandler::exeCmds", "DELETE FROM primary_domain_table", 0, "Failed to SetPrimaryDomain",
+       0},
+      {"KLIBGroupEnum", "", 5634, "Failed to GetAllZelmGroups", 0},
+      {"DBHandler::exeCmds", "domain_group_role_table", 0,
+       "Failed to create domain groups, new_primary_domain_id: [1]", 2},
+      {"DBHandler::exeCmds", "domain_user_role_table", 5634, "Failed to Refresh", 3},
+  };
+  for (const auto& test_case : cases) {
+    SCOPED_TRACE(test_case.line);
+    test::FailOn(test_case.function, test_case.text);
+    Domain api;
+    RECORD::Domain domain("example.com");
+    int domain_idx = -1;
+    EXPECT_FALSE(api.CreatePrimary(domain, domain_idx));
+    test::ClearFaults();
+    EXPECT_TRUE(Logged(test_case.line));
+    EXPECT_TRUE(Logged("Failed to _CreatePrimaryImp"));
+    TakeLog();
+    // The first case fails inside the creation, which is not rolled back.
+    const bool created = test_case.number == 0 && test_case.mirrored == 0;
+    EXPECT_EQ(Domains().size(), created ? 1U : 0U);
+    EXPECT_EQ(api.GetErrorCode(), test_case.number);
+    EXPECT_EQ(Rows("SELECT uid FROM user_table").size(), test_case.mirrored);
+    Run("DELETE FROM domain_table; DELETE FROM user_table; DELETE FROM group_table");
+  }
+}
+
+TEST_F(DomainApiTest, MigratingCanBeRepeated) {
+  Domain api;
+  RECORD::Domain domain("example.com");
+  ASSERT_TRUE(api.Migrate(domain, {"a.example", "b.example"}));
+  EXPECT_EQ(Members(1).size(), 3U);
+  RECORD::Domain renamed("example.org");
+  ASSERT_TRUE(api.Migrate(renamed, {"a.example", "b.example", "c.example"}));
+  EXPECT_EQ(Domains(), (StringList{"1|example.org|1"}));
+  EXPECT_EQ(Additional(), (StringList{"a.example", "b.example", "c.example"}));
+  EXPECT_EQ(Configured("additional_domain-1"), "a.example, b.example, c.example");
+  EXPECT_FALSE(api.Migrate(renamed, {"example.ORG"}));
+  EXPECT_EQ(api.GetErrorCode(), 5618U);
+  TakeLog();
+}
+
+TEST_F(DomainApiTest, PrimaryDomainComesFirst) {
+  std::vector<RECORD::Domain> domains(4);
+  for (int i = 0; i < 4; ++i) {
+    domains[i].SetDomainIdx(i);
+  }
+  domains[2].SetIsPrimary(true);
+  MDOMAIN::API::INTERNAL::MovePrimaryDomainToFront(domains);
+  std::vector<int> order;
+  for (const RECORD::Domain& domain : domains) {
+    order.push_back(domain.GetDomainIdx());
+  }
+  EXPECT_EQ(order, (std::vector<int>{2, 0, 1, 3}));
+
+  CreateDomain("example.com", false);
+  CreateDomain("example.org", false);
+  ASSERT_TRUE(Domain().SetPrimary(2));
+  for (const auto list :
+       {MDOMAIN::API::INTERNAL::GetAllDomains, MDOMAIN::API::INTERNAL::GetAllDomainNames}) {
+    std::vector<RECORD::Domain> listed;
+    ASSERT_TRUE(list(listed));
+    ASSERT_EQ(listed.size(), 2U);
+    EXPECT_EQ(listed[0].GetDomainName(), "example.org");
+    EXPECT_TRUE(listed[0].IsPrimary() && !listed[1].IsPrimary());
+  }
+}
+
+// Exit status 0 when every call of the child succeeded.
+pid_t InChild(const std::function<bool()>& work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(work() ? 0 : 1);
+  }
+  return child;
+}
+
+TEST_F(DomainApiTest, TwoProcessesThatWriteLoseNothing) {
+  constexpr int kEach = 15;
+  CreateDomain("example.com", false);
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  std::vector<pid_t> children;
+  for (const std::string process : {"a", "b"}) {
+    children.push_back(InChild([process] {
+      bool all = true;
+      for (int i = 0; i < kEach; ++i) {
+        all =
+            Domain().CreateAdditionalDomains(1, {process + std::to_string(i) + ".example"}) && all;
+      }
+      return all;
+    }));
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(Additional().size(), 2U * kEach);
+  ASSERT_TRUE(MDOMAIN::API::Updater().Trigger());
+  const std::string published = Configured("additional_domain-1");
+  EXPECT_EQ(std::count(published.begin(), published.end(), ','), 2 * kEach - 1);
+}
+
+}  // namespace
