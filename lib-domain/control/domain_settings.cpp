@@ -1,6 +1,7 @@
 // What hangs on a domain outside the domain database: made with it, removed after it.
 #define MDOMAIN_LOG_SOURCE "lib-domain/control/domain.cpp"
 
+#include <algorithm>
 #include <string>
 
 #include "lib-domain/base/log_line.h"
@@ -10,9 +11,25 @@
 #include "platform/include/alias.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/files.h"
+#include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::CONTROL {
+
+namespace {
+
+// Other machines read the blind-copy rules from the published file. Once for all domains, and also
+// when a later step failed: the rules of the domains before it are gone.
+bool PublishBccRules() {
+  const std::string path = PATHS::SettingsDb();
+  if (KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile("bcc_db", path) < 0) {
+    LOG_ERROR("Fail to set file %s", path.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
 
 bool Domain::_InitDomainRelatedSettings(const int& domain_idx) {
   MultipleDomain::DomainSetting setting(PATHS::SettingsDb());
@@ -24,14 +41,14 @@ bool Domain::_UpdatePrimaryDomainRelatedSettings(const int& /*domain_idx*/) {
 }
 
 bool Domain::_DeleteRelatedSettings(const std::vector<int>& domain_idxs) {
-  for (int domain_idx : domain_idxs) {
-    if (!_DeleteAliasRelatedSettings(domain_idx) || !_DeleteUsageLimitRelatedSettings(domain_idx) ||
-        !_DeleteBCCRelatedSettings(domain_idx) || !_DeleteDisclaimerSettings(domain_idx) ||
-        !_DeleteDKIMSettings(domain_idx)) {
-      return false;
-    }
-  }
-  return true;
+  const bool deleted =
+      std::all_of(domain_idxs.begin(), domain_idxs.end(), [this](const int& domain_idx) {
+        return _DeleteAliasRelatedSettings(domain_idx) &&
+               _DeleteUsageLimitRelatedSettings(domain_idx) &&
+               _DeleteBCCRelatedSettings(domain_idx) && _DeleteDisclaimerSettings(domain_idx) &&
+               _DeleteDKIMSettings(domain_idx);
+      });
+  return (domain_idxs.empty() || PublishBccRules()) && deleted;
 }
 
 bool Domain::_DeleteAliasRelatedSettings(const int& domain_idx) {

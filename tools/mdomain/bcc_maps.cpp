@@ -25,23 +25,23 @@ Json::Value ReadReport() {
   return report;
 }
 
-std::string Sentences(const Json::Value& report) {
-  std::string text;
-  std::string settings;
+std::vector<std::string> Sentences(const Json::Value& report) {
+  std::vector<std::string> lines;
   for (const Json::Value& map : report["maps"]) {
-    text += map["kind"].asString() + " map with " + map["keys"].asString() +
-            " addresses: " + map["path"].asString() + "\n";
-    settings += "  " + map["main_cf"].asString() + "\n";
+    lines.push_back(map["kind"].asString() + " map with " + map["keys"].asString() +
+                    " addresses: " + map["path"].asString());
   }
   for (const Json::Value& left : report["left_out"]) {
-    text += "left out of the " + left["map"].asString() + " map: " + left["rule"].asString() +
-            " to " + left["destination"].asString() + " for " + left["key"].asString() + ": " +
-            left["reason"].asString() + "\n";
+    lines.push_back("left out of the " + left["map"].asString() +
+                    " map: " + left["rule"].asString() + " to " + left["destination"].asString() +
+                    " for " + left["key"].asString() + ": " + left["reason"].asString());
   }
-  return text +
-         "The maps are there, so main.cf may name them. Add these lines to it, then run "
-         "postfix reload; later runs need no reload:\n" +
-         settings.substr(0, settings.size() - 1);
+  lines.emplace_back("The maps are there, so main.cf may name them. With these lines in it, run");
+  lines.emplace_back("postfix reload once; Postfix sees later runs by itself.");
+  for (const Json::Value& map : report["maps"]) {
+    lines.push_back("  " + map["main_cf"].asString());
+  }
+  return lines;
 }
 
 }  // namespace
@@ -57,7 +57,11 @@ void MakeBccMaps(Call& call) {
     throw Failure(kFailed, program + " failed, the old maps stay");
   }
   const Json::Value report = ReadReport();
-  call.out().Done(report, Sentences(report));
+  if (call.out().json()) {
+    call.out().Record(report, {});
+  } else {
+    call.out().Texts(Sentences(report));
+  }
 }
 
 }  // namespace mdomain
