@@ -1,0 +1,107 @@
+# A MIMEDefang filter that appends disclaimers as the generated configuration tells.
+#
+# The configuration is what `mdomain disclaimer generate` prints; here it is read once, when a
+# worker starts, from disclaimers.json beside this file. Every condition is a Perl expression over
+# the variables below. Names are compared as bytes, so everything read is turned into UTF-8 bytes.
+
+use strict;
+use warnings;
+use File::Basename ();
+use JSON::PP ();
+
+our ($Sender, @Recipients);    # set by MIMEDefang, with "<" and ">"
+our (%all_domain_map, %local_domain_map, %gid_username_map, @disclaimers);
+
+# What a condition sees of the message and of one recipient.
+package Condition;
+our ($Sender, $SenderName, $SenderDomain, $Recipient, $RecipientName, $RecipientDomain);
+our (%all_domain_map, %local_domain_map, %gid_username_map);
+
+sub compile {
+    my ($text) = @_;
+    no strict 'vars';
+    my $code = eval "sub { return ($text) ? 1 : 0 }";
+    die "bad condition: $@" if $@;
+    return $code;
+}
+
+package main;
+
+sub bytes_of {
+    my ($value) = @_;
+    if (ref $value eq 'HASH') {
+        my %out;
+        for my $key (keys %$value) {
+            my $name = $key;
+            utf8::encode($name);
+            $out{$name} = bytes_of($value->{$key});
+        }
+        return \%out;
+    }
+    return [map { bytes_of($_) } @$value] if ref $value eq 'ARRAY';
+    return $value if ref $value || !defined $value;
+    my $text = "$value";
+    utf8::encode($text);
+    return $text;
+}
+
+sub load_disclaimers {
+    my ($path) = @_;
+    open(my $file, '<:raw', $path) or die "$path: $!";
+    my $json = do { local $/; <$file> };
+    close $file;
+    my $config = bytes_of(JSON::PP->new->utf8->boolean_values(0, 1)->decode($json));
+    %all_domain_map = %Condition::all_domain_map = %{ $config->{all_domain_map} };
+    %local_domain_map = %Condition::local_domain_map = %{ $config->{local_domain_map} };
+    %gid_username_map = %Condition::gid_username_map = %{ $config->{gid_username_map} };
+    @disclaimers = @{ $config->{disclaimer_list} };
+    $_->{code} = Condition::compile($_->{condition}) for @disclaimers;
+}
+
+# "<a@b>" or "a@b" into the address, what stands before its last "@" and what follows it.
+sub parts_of {
+    my ($address) = @_;
+    $address =~ s/^<|>$//g;
+    return $address =~ /^(.*)\@([^@]*)$/s ? ($address, $1, $2) : ($address, $address, '');
+}
+
+# Whether disclaimer $disclaimer applies to mail from $sender to $recipient.
+sub applies {
+    my ($disclaimer, $sender, $recipient) = @_;
+    local ($Condition::Sender, $Condition::SenderName, $Condition::SenderDomain) = parts_of($sender);
+    local ($Condition::Recipient, $Condition::RecipientName, $Condition::RecipientDomain) =
+      parts_of($recipient);
+    return 0
+      if $disclaimer->{disabled_for_local_recipient}
+      && exists($local_domain_map{ lc $Condition::RecipientDomain });
+    return $disclaimer->{code}->();
+}
+
+load_disclaimers(File::Basename::dirname(__FILE__) . '/disclaimers.json');
+
+sub filter_begin { }
+sub filter { return action_accept(); }
+
+# A text is appended once, when its disclaimer applies to any of the recipients.
+sub filter_end {
+    my ($entity) = @_;
+    for my $disclaimer (@disclaimers) {
+        next unless grep { applies($disclaimer, $Sender, $_) } @Recipients;
+        append_text_boilerplate($entity, $disclaimer->{content_txt}, 0)
+          if length $disclaimer->{content_txt};
+        append_html_boilerplate($entity, $disclaimer->{content_html}, 0)
+          if length $disclaimer->{content_html};
+    }
+}
+
+# "applies SENDER RECIPIENT" answers with one digit per disclaimer, for trying a configuration out
+# with `mimedefang.pl -server`.
+sub filter_unknown_cmd {
+    my ($command, $sender, $recipient) = @_;
+    return ('error:', 'unknown command') unless $command eq 'applies';
+    return ('ok', join('', map { applies($_, $sender, $recipient) } @disclaimers));
+}
+
+sub filter_validate { return 0; }
+
+1;
