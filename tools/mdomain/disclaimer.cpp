@@ -1,0 +1,319 @@
+// mdomain disclaimer: the texts that the filter appends to mail, per domain.
+#include <json/reader.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+
+#include "lib-domain/api/mimedefang.h"
+#include "lib-domain/base/text.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/disclaimer_explain.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+Json::Value Read(MimeDefang& mimedefang, const KnownDomain& domain) {
+  Json::Value list;
+  if (mimedefang.GetDisclaimerList(domain.idx(), list) < 0) {
+    throw Failure(kFailed, "the disclaimers of domain " + domain.Title() + " could not be read");
+  }
+  return list;
+}
+
+// Also settles whether the filter must run.
+void Write(MimeDefang& mimedefang, const KnownDomain& domain, const Json::Value& list) {
+  if (mimedefang.LoadSettings() < 0 || mimedefang.SetDisclaimerList(domain.idx(), list) < 0 ||
+      mimedefang.SaveSettings() < 0) {
+    throw Failure(kFailed, "the disclaimers of domain " + domain.Title() + " could not be stored");
+  }
+}
+
+Json::Value Summary(const Json::Value& list) {
+  Json::Value rows(Json::arrayValue);
+  for (const Json::Value& disclaimer : list) {
+    Json::Value row(Json::objectValue);
+    for (const char* member : {"id", "name", "enabled", "op", "disabled_for_local_recipient"}) {
+      row[member] = disclaimer[member];
+    }
+    row["match_rules"] = disclaimer["match_rule_list"].size();
+    row["exception_rules"] = disclaimer["exception_rule_list"].size();
+    rows.append(row);
+  }
+  return rows;
+}
+
+void PrintSummary(Call& call, const Json::Value& list) {
+  call.out().List(Summary(list), {{"id", "ID"},
+                                  {"name", "NAME"},
+                                  {"enabled", "ENABLED"},
+                                  {"op", "OP"},
+                                  {"match_rules", "RULES"},
+                                  {"exception_rules", "EXCEPTIONS"}});
+}
+
+void List(Call& call) {
+  MimeDefang mimedefang;
+  PrintSummary(call, Read(mimedefang, Domains().Find(call.Text("DOMAIN"))));
+}
+
+void Get(Call& call) {
+  MimeDefang mimedefang;
+  call.out().Raw(JsonText(Read(mimedefang, Domains().Find(call.Text("DOMAIN")))));
+}
+
+std::string ReadInput(const std::string& name) {
+  if (name == "-") {
+    return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+  }
+  std::ifstream in(name, std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (!in) {
+    throw Failure(kFailed, name + " could not be read");
+  }
+  return bytes;
+}
+
+Json::Value ParseList(const std::string& bytes) {
+  if (!IsUtf8(bytes)) {
+    throw Failure(kRefused, "the disclaimers are not UTF-8");
+  }
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  builder["stackLimit"] = 64;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value list;
+  std::string error;
+  bool parsed = false;
+  try {
+    parsed = reader->parse(bytes.data(), bytes.data() + bytes.size(), &list, &error);
+  } catch (const Json::Exception& exception) {
+    error = exception.what();
+  }
+  if (!parsed) {
+    throw Failure(kRefused, "the disclaimers are no JSON: " + error);
+  }
+  if (!MimeDefang::CheckDisclaimerList(list, error)) {
+    throw Failure(kRefused, error);
+  }
+  return list;
+}
+
+void Set(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const Json::Value list = ParseList(ReadInput(call.Text("FILE")));
+  MimeDefang mimedefang;
+  Read(mimedefang, domain);  // what cannot be read must not be written over
+  Write(mimedefang, domain, list);
+  PrintSummary(call, list);
+}
+
+// The places of the given ids in the list; one that is not there ends the command.
+std::vector<Json::ArrayIndex> FindIds(const Json::Value& list,
+                                      const std::vector<std::string>& texts,
+                                      const KnownDomain& domain) {
+  std::vector<Json::ArrayIndex> places;
+  for (const std::string& text : texts) {
+    int id = 0;
+    Json::ArrayIndex place = list.size();
+    if (MDOMAIN::BASE::ConvertToInt(text, id)) {
+      for (place = 0; place < list.size() && list[place]["id"] != Json::Value(id); ++place) {
+      }
+    }
+    if (place == list.size()) {
+      throw Failure(kNotFound, "domain " + domain.Title() + " has no disclaimer " + text);
+    }
+    places.push_back(place);
+  }
+  return places;
+}
+
+void Remove(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  MimeDefang mimedefang;
+  auto places = FindIds(Read(mimedefang, domain), call.List("ID"), domain);
+  call.Confirm("Remove " + Counted(places.size(), "disclaimer") + " of domain " + domain.Title() +
+               "?");
+  Json::Value list = Read(mimedefang, domain);
+  places = FindIds(list, call.List("ID"), domain);
+  Json::Value kept(Json::arrayValue);
+  for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
+    if (std::find(places.begin(), places.end(), i) == places.end()) {
+      kept.append(list[i]);
+    }
+  }
+  Write(mimedefang, domain, kept);
+  PrintSummary(call, kept);
+}
+
+void Switch(Call& call, bool enabled) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  MimeDefang mimedefang;
+  Json::Value list = Read(mimedefang, domain);
+  for (const Json::ArrayIndex place : FindIds(list, call.List("ID"), domain)) {
+    list[place]["enabled"] = enabled;
+  }
+  Write(mimedefang, domain, list);
+  PrintSummary(call, list);
+}
+
+void Enable(Call& call) {
+  Switch(call, true);
+}
+void Disable(Call& call) {
+  Switch(call, false);
+}
+
+void Generate(Call& call) {
+  Json::Value config;
+  if (MimeDefang().GenDisclaimerConfigs(config) < 0) {
+    throw Failure(kFailed, "the configuration could not be generated");
+  }
+  call.out().Raw(JsonText(config));
+}
+
+std::string RuleList(const char* list, const Json::Value& indexes) {
+  std::vector<std::string> names;
+  for (const Json::Value& index : indexes) {
+    names.push_back(std::string(list) + "[" + index.asString() + "]");
+  }
+  return MDOMAIN::BASE::Join(names, ", ");
+}
+
+std::string Reason(const Json::Value& answer) {
+  if (answer["local_recipient"].asBool()) {
+    return "disabled for local recipients";
+  }
+  if (!answer["excepted"].empty()) {
+    return RuleList("exception_rule_list", answer["excepted"]);
+  }
+  return answer["matched"].empty() ? "no match rule holds"
+                                   : RuleList("match_rule_list", answer["matched"]);
+}
+
+void Explain(Call& call) {
+  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  MimeDefang mimedefang;
+  const Json::Value list = Read(mimedefang, domain);
+  Json::Value config;
+  if (mimedefang.ExplainDisclaimerConfigs(config) < 0) {
+    throw Failure(kFailed, "the conditions could not be built");
+  }
+  const Json::Value answers = EvaluateDisclaimers(config, call.Text("--from"), call.Text("--to"));
+  Json::Value rows(Json::arrayValue);
+  for (const Json::Value& disclaimer : list) {
+    Json::Value row(Json::objectValue);
+    row["id"] = disclaimer["id"];
+    row["name"] = disclaimer["name"];
+    row["applies"] = false;
+    row["reason"] = disclaimer["enabled"] == Json::Value(true) ? "invalid, left out" : "disabled";
+    for (Json::ArrayIndex i = 0; i < answers.size(); ++i) {
+      const Json::Value& entry = config["disclaimer_list"][i];
+      if (entry["domain_id"] == Json::Value(domain.idx()) && entry["id"] == disclaimer["id"]) {
+        row["applies"] = answers[i]["applies"];
+        row["reason"] = Reason(answers[i]);
+        row["matched"] = answers[i]["matched"];
+        row["excepted"] = answers[i]["excepted"];
+      }
+    }
+    rows.append(row);
+  }
+  call.out().List(rows,
+                  {{"id", "ID"}, {"name", "NAME"}, {"applies", "APPLIES"}, {"reason", "REASON"}});
+}
+
+void Backup(Call& call) {
+  if (MimeDefang().BackupDisclaimerToFile(call.Text("FILE")) < 0) {
+    throw Failure(kFailed, "the disclaimers could not be written to " + call.Text("FILE"));
+  }
+  Json::Value record(Json::objectValue);
+  record["file"] = call.Text("FILE");
+  call.out().Done(record, "written to " + call.Text("FILE"));
+}
+
+void Restore(Call& call) {
+  call.Confirm("Replace the disclaimers of all domains by those of " + call.Text("FILE") + "?");
+  MimeDefang mimedefang;
+  if (mimedefang.LoadSettings() < 0 ||
+      mimedefang.RestoreDisclaimerFromFile(call.Text("FILE")) < 0 ||
+      mimedefang.SaveSettings() < 0) {
+    throw Failure(kFailed, "the disclaimers could not be restored from " + call.Text("FILE"));
+  }
+  Json::Value record(Json::objectValue);
+  record["file"] = call.Text("FILE");
+  call.out().Done(record, "restored from " + call.Text("FILE"));
+}
+
+const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
+const Argument kIdArgument = Many("ID", "Ids of disclaimers");
+
+const Register kDisclaimer({
+    "disclaimer",
+    "Texts that the mail filter appends, and when",
+    {
+        {"list", "List a domain's disclaimers", "", Effect::kReads, {kDomainArgument}, List},
+        {"get",
+         "Show a domain's disclaimers as JSON",
+         "With their rules and texts, in the form that set takes.",
+         Effect::kReads,
+         {kDomainArgument},
+         Get},
+        {"set",
+         "Replace a domain's disclaimers",
+         "FILE holds a JSON array in the form that get shows. A member that is wrong is named by "
+         "its path, and nothing is changed.",
+         Effect::kChanges,
+         {kDomainArgument, One("FILE", "A file, or - for standard input")},
+         Set},
+        {"remove",
+         "Remove disclaimers from a domain",
+         "",
+         Effect::kDestroys,
+         {kDomainArgument, kIdArgument},
+         Remove},
+        {"enable",
+         "Enable disclaimers",
+         "",
+         Effect::kChanges,
+         {kDomainArgument, kIdArgument},
+         Enable},
+        {"disable",
+         "Disable disclaimers",
+         "",
+         Effect::kChanges,
+         {kDomainArgument, kIdArgument},
+         Disable},
+        {"generate",
+         "Print the filter's configuration as JSON",
+         "Disclaimers and rules that cannot take part are named on standard error and left out.",
+         Effect::kReads,
+         {},
+         Generate},
+        {"explain",
+         "Tell which disclaimers apply to a message and which rule decided",
+         "The conditions are evaluated by Perl exactly as the filter would.",
+         Effect::kReads,
+         {kDomainArgument, Option("--from", "ADDRESS", "The sender; empty for a bounce"),
+          Option("--to", "ADDRESS", "The recipient")},
+         Explain},
+        {"backup",
+         "Write the disclaimers of all domains to a file",
+         "",
+         Effect::kReads,
+         {One("FILE", "The file to write")},
+         Backup},
+        {"restore",
+         "Replace the disclaimers of all domains by those of a backup",
+         "The file is checked before anything is removed.",
+         Effect::kDestroys,
+         {One("FILE", "A file that backup wrote")},
+         Restore},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain

@@ -1,0 +1,116 @@
+#include "tools/mdomain/disclaimer_explain.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/include/process.h"
+#include "platform/include/scope_guard.h"
+#include "tools/mdomain/status.h"
+
+namespace mdomain {
+namespace {
+
+// Strings are compared as UTF-8 bytes, as the filter sees them.
+const char kProgram[] = R"PERL(
+use strict; use JSON::PP;
+our (%all_domain_map, %local_domain_map, %gid_username_map);
+our ($Sender, $SenderName, $SenderDomain, $Recipient, $RecipientName, $RecipientDomain);
+sub bytes_of {
+  my ($v) = @_;
+  return { map { my $k = $_; utf8::encode($k); ($k => bytes_of($v->{$_})) } keys %$v }
+    if ref $v eq 'HASH';
+  return [map { bytes_of($_) } @$v] if ref $v eq 'ARRAY';
+  return $v if ref $v || !defined $v;
+  my $t = "$v"; utf8::encode($t); return $t;
+}
+sub parts_of {
+  my ($a) = @_; $a =~ s/^<|>$//g;
+  return $a =~ /^(.*)\@([^@]*)$/s ? ($a, $1, $2) : ($a, $a, '');
+}
+sub holds {
+  my ($test) = @_;
+  my $result = eval "no strict 'vars'; ($test) ? 1 : 0";
+  die "bad condition: $@" unless defined $result;
+  return $result;
+}
+open(my $file, '<:raw', $ARGV[0]) or die "$ARGV[0]: $!";
+my $input = bytes_of(JSON::PP->new->utf8->decode(do { local $/; <$file> }));
+my $config = $input->{config};
+%all_domain_map = %{ $config->{all_domain_map} };
+%local_domain_map = %{ $config->{local_domain_map} };
+%gid_username_map = %{ $config->{gid_username_map} };
+($Sender, $SenderName, $SenderDomain) = parts_of($input->{from});
+($Recipient, $RecipientName, $RecipientDomain) = parts_of($input->{to});
+my $local = exists($local_domain_map{lc $RecipientDomain}) ? 1 : 0;
+my @answers;
+for my $d (@{ $config->{disclaimer_list} }) {
+  my $off = $local && $d->{disabled_for_local_recipient};
+  push @answers, {
+    applies => holds($d->{condition}) && !$off ? JSON::PP::true : JSON::PP::false,
+    local_recipient => $off ? JSON::PP::true : JSON::PP::false,
+    matched => [map { $_->{index} + 0 } grep { holds($_->{test}) } @{ $d->{match} }],
+    excepted => [map { $_->{index} + 0 } grep { holds($_->{test}) } @{ $d->{exceptions} }],
+  };
+}
+print JSON::PP->new->encode(\@answers);
+)PERL";
+
+// A file that only its owner can read, removed by the guard that the caller keeps.
+std::string WriteScratch(const std::string& bytes) {
+  std::string path = "/tmp/mdomain-explain.XXXXXX";
+  const int fd = mkstemp(path.data());
+  FILE* file = fd < 0 ? nullptr : fdopen(fd, "w");
+  if (file == nullptr) {
+    throw Failure(kFailed, "no scratch file could be made in /tmp");
+  }
+  const bool written = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  if (fclose(file) != 0 || !written) {
+    unlink(path.c_str());
+    throw Failure(kFailed, path + " could not be written");
+  }
+  return path;
+}
+
+std::string RunPerl(const std::string& input_path) {
+  const char* const argv[] = {"perl", "-e", kProgram, input_path.c_str(), nullptr};
+  FILE* stream = KLIBCPopenv("/usr/bin/perl", "r", argv);
+  if (stream == nullptr) {
+    throw Failure(kFailed, "/usr/bin/perl could not be started");
+  }
+  std::string output;
+  char buffer[4096];
+  for (size_t n = 0; (n = fread(buffer, 1, sizeof(buffer), stream)) > 0;) {
+    output.append(buffer, n);
+  }
+  if (KLIBCPclose(stream) != 0) {
+    throw Failure(kFailed, "perl failed: " + KLIBCPopenErrorText());
+  }
+  return output;
+}
+
+}  // namespace
+
+Json::Value EvaluateDisclaimers(const Json::Value& config, const std::string& from,
+                                const std::string& to) {
+  Json::Value input(Json::objectValue);
+  input["config"] = config;
+  input["from"] = from;
+  input["to"] = to;
+  const std::string path = WriteScratch(Json::writeString(Json::StreamWriterBuilder(), input));
+  const postara::ScopeGuard remove([&] { unlink(path.c_str()); });
+  const std::string output = RunPerl(path);
+  Json::Value answers;
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  if (!reader->parse(output.data(), output.data() + output.size(), &answers, nullptr) ||
+      answers.size() != config["disclaimer_list"].size()) {
+    throw Failure(kFailed, "perl gave an answer that could not be read");
+  }
+  return answers;
+}
+
+}  // namespace mdomain
