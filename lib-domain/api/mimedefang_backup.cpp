@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <set>
 #include <string>
 
 #include "lib-domain/api/mimedefang.h"
@@ -53,6 +54,28 @@ bool CheckSystemView(const Json::Value& all, std::string& error) {
     }
     if (!IsArrayOfObjects(list)) {
       error = "domain " + std::to_string(domain_idx) + " has a disclaimer that is no object";
+      return false;
+    }
+  }
+  return true;
+}
+
+// Texts of a domain that is no more would lie there unseen until its index is given to another one.
+bool AreDomainsKnown(const Json::Value& all) {
+  std::vector<RECORD::Domain> domains;
+  if (!ListAllDomains(domains)) {
+    LOG_ERROR("get domain list failed");
+    return false;
+  }
+  std::set<int> known;
+  for (const RECORD::Domain& domain : domains) {
+    known.insert(domain.GetDomainIdx());
+  }
+  for (const Json::Value& element : all) {
+    int domain_idx = 0;
+    if (!element["disclaimer_list"].empty() && DomainIdOf(element, domain_idx) &&
+        known.count(domain_idx) == 0) {
+      LOG_ERROR("Failed to set Config, domain_id[%d]", domain_idx);
       return false;
     }
   }
@@ -216,7 +239,7 @@ int MimeDefang::RestoreDisclaimerFromFile(const std::string& path) {
     LOG_ERROR("json parse fail: %s, error[%m]", path.c_str());
     return -1;
   }
-  if (RemoveAllDisclaimerContent() < 0 || RemoveAllDisclaimerList() < 0) {
+  if (!AreDomainsKnown(all) || RemoveAllDisclaimerContent() < 0 || RemoveAllDisclaimerList() < 0) {
     return -1;
   }
   return SetSystemAllDisclaimerList(all);

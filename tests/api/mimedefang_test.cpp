@@ -246,6 +246,9 @@ TEST_F(MimeDefangTest, BackupAndRestoreAreInverse) {
     EXPECT_LT(mimedefang_.RestoreDisclaimerFromFile(root() + "/bad.json"), 0) << bad;
     EXPECT_TRUE(Logged("json parse fail: " + root() + "/bad.json"));
   }
+  Write("/bad.json", R"([{"domain_id": 9, "disclaimer_list": [{"id": 1}]}])");
+  EXPECT_LT(mimedefang_.RestoreDisclaimerFromFile(root() + "/bad.json"), 0);
+  EXPECT_TRUE(Logged("Failed to set Config, domain_id[9]"));
   ASSERT_EQ(mimedefang_.GetSystemAllDisclaimerList(after), 0);
   EXPECT_EQ(after, before);
 
