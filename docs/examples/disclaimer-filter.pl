@@ -1,31 +1,30 @@
 # A MIMEDefang filter that appends disclaimers as the generated configuration tells.
 #
-# The configuration is what `mdomain disclaimer generate` prints; here it is read once, when a
-# worker starts, from disclaimers.json beside this file. Every condition is a Perl expression over
-# the variables below. Names are compared as bytes, so everything read is turned into UTF-8 bytes.
+# The configuration is what `mdomain disclaimer generate` prints; it is read once, when a worker
+# starts, from disclaimers.json beside this file. Every condition is a Perl expression over the
+# variables of the package Condition. Names are compared as bytes, so everything that is read is
+# turned into UTF-8 bytes.
 
 use strict;
 use warnings;
 use File::Basename ();
-use JSON::PP ();
+use JSON::PP       ();
 
 our ($Sender, @Recipients);    # set by MIMEDefang, with "<" and ">"
-our (%all_domain_map, %local_domain_map, %gid_username_map, @disclaimers);
+my @disclaimers;
 
-# What a condition sees of the message and of one recipient.
-package Condition;
-our ($Sender, $SenderName, $SenderDomain, $Recipient, $RecipientName, $RecipientDomain);
-our (%all_domain_map, %local_domain_map, %gid_username_map);
+# What a condition sees of the message and of one recipient. In a block of its own, so that its
+# $Sender is not the filter's.
+package Condition {
+    our ($Sender, $SenderName, $SenderDomain, $Recipient, $RecipientName, $RecipientDomain);
+    our (%all_domain_map, %local_domain_map, %gid_username_map);
 
-sub compile {
-    my ($text) = @_;
-    no strict 'vars';
-    my $code = eval "sub { return ($text) ? 1 : 0 }";
-    die "bad condition: $@" if $@;
-    return $code;
+    sub compile {
+        my $code = eval "sub { return ($_[0]) ? 1 : 0 }";
+        die "bad condition: $@" if $@;
+        return $code;
+    }
 }
-
-package main;
 
 sub bytes_of {
     my ($value) = @_;
@@ -51,10 +50,10 @@ sub load_disclaimers {
     my $json = do { local $/; <$file> };
     close $file;
     my $config = bytes_of(JSON::PP->new->utf8->boolean_values(0, 1)->decode($json));
-    %all_domain_map = %Condition::all_domain_map = %{ $config->{all_domain_map} };
-    %local_domain_map = %Condition::local_domain_map = %{ $config->{local_domain_map} };
-    %gid_username_map = %Condition::gid_username_map = %{ $config->{gid_username_map} };
-    @disclaimers = @{ $config->{disclaimer_list} };
+    %Condition::all_domain_map   = %{ $config->{all_domain_map} };
+    %Condition::local_domain_map = %{ $config->{local_domain_map} };
+    %Condition::gid_username_map = %{ $config->{gid_username_map} };
+    @disclaimers                 = @{ $config->{disclaimer_list} };
     $_->{code} = Condition::compile($_->{condition}) for @disclaimers;
 }
 
@@ -68,12 +67,13 @@ sub parts_of {
 # Whether disclaimer $disclaimer applies to mail from $sender to $recipient.
 sub applies {
     my ($disclaimer, $sender, $recipient) = @_;
-    local ($Condition::Sender, $Condition::SenderName, $Condition::SenderDomain) = parts_of($sender);
+    local ($Condition::Sender, $Condition::SenderName, $Condition::SenderDomain) =
+      parts_of($sender);
     local ($Condition::Recipient, $Condition::RecipientName, $Condition::RecipientDomain) =
       parts_of($recipient);
     return 0
       if $disclaimer->{disabled_for_local_recipient}
-      && exists($local_domain_map{ lc $Condition::RecipientDomain });
+      && exists($Condition::local_domain_map{ lc $Condition::RecipientDomain });
     return $disclaimer->{code}->();
 }
 

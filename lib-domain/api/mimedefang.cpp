@@ -1,7 +1,8 @@
 // The disclaimer lists and their texts: reading, replacing, removing rules, the run key.
 //
 // Order of a replacement: the new texts beside the old ones under a name that is tied to the new
-// list, the list, the rename. A reader that finds texts tied to the list it read takes those.
+// list, the list, the rename. A reader that finds texts tied to the list it read takes those, and
+// the next replacement first brings one that was cut off before its rename to its end.
 #include "lib-domain/api/mimedefang.h"
 
 #include <fcntl.h>
@@ -99,18 +100,29 @@ std::string WriteList(const Json::Value& list) {
 #pragma GCC diagnostic pop
 }
 
-// Texts that a replacement left under a pending name when it was cut off.
-void RemovePendingContents(int domain_idx) {
+// Finishes a replacement that was cut off behind its list, and removes the texts of those that were
+// cut off before it.
+int SettlePendingContents(int domain_idx) {
+  std::string stored;
+  if (mailConfGet(DisclaimerListKey(domain_idx), stored) < 0) {
+    return -1;
+  }
+  const std::string pending = PendingContentPath(domain_idx, stored);
+  if (rename(pending.c_str(), PATHS::DisclaimerContent(domain_idx).c_str()) != 0 &&
+      errno != ENOENT) {
+    return -1;
+  }
   const std::string prefix = "domain-" + std::to_string(domain_idx) + ".";
   std::vector<std::string> names;
   if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return;
+    return errno == ENOENT ? 0 : -1;
   }
   for (const std::string& name : names) {
     if (name.compare(0, prefix.size(), prefix) == 0) {
       postara::sdk::Unlink(PATHS::DisclaimerDir() + "/" + name);
     }
   }
+  return 0;
 }
 
 // `text` is the list as stored, which tells whether a cut-off replacement's texts are the right
@@ -170,10 +182,9 @@ bool DropRules(Json::Value& rules, const std::unordered_set<unsigned int>& ids,
   return dropped;
 }
 
-bool HasEnabledDisclaimer(int domain_idx) {
-  std::string text;
+bool HasEnabledDisclaimer(int domain_idx, const std::string& text) {
   Json::Value list;
-  if (!ReadStoredList(domain_idx, text, list)) {
+  if (!ParseStoredList(text, list)) {
     LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
     return true;
   }
@@ -183,6 +194,23 @@ bool HasEnabledDisclaimer(int domain_idx) {
 }
 
 }  // namespace
+
+namespace MDOMAIN::API::INTERNAL {
+
+int ComposeList(int domain_idx, const std::string& text, Json::Value& list) {
+  Json::Value stored;
+  if (!ParseStoredList(text, stored)) {
+    LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
+    return -1;
+  }
+  if (!stored.empty() && MergeContents(domain_idx, text, stored) < 0) {
+    return -1;
+  }
+  list = stored;
+  return 0;
+}
+
+}  // namespace MDOMAIN::API::INTERNAL
 
 MimeDefang::MimeDefang() {
   AddToBoolMap("mimedefang_enable", &mimedefang_enable_, true);
@@ -204,16 +232,11 @@ int MimeDefang::SaveSettings() {
 
 int MimeDefang::GetDisclaimerList(int domain_idx, Json::Value& list) {
   std::string text;
-  Json::Value stored;
-  if (!ReadStoredList(domain_idx, text, stored)) {
+  if (mailConfGet(DisclaimerListKey(domain_idx), text) < 0) {
     LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
     return -1;
   }
-  if (!stored.empty() && MergeContents(domain_idx, text, stored) < 0) {
-    return -1;
-  }
-  list = stored;
-  return 0;
+  return ComposeList(domain_idx, text, list);
 }
 
 int MimeDefang::SetDisclaimerList(int domain_idx, const Json::Value& list) {
@@ -225,7 +248,10 @@ int MimeDefang::SetDisclaimerList(int domain_idx, const Json::Value& list) {
   const Json::Value contents = TakeContents(stripped);
   const std::string text = WriteList(stripped);
   const std::string pending = PendingContentPath(domain_idx, text);
-  RemovePendingContents(domain_idx);
+  if (SettlePendingContents(domain_idx) < 0) {
+    LOG_ERROR("fail to open disclaimer content file");
+    return -1;
+  }
   if (WriteContents(pending, contents) < 0) {
     return -1;
   }
@@ -292,11 +318,13 @@ int MimeDefang::UpdateRunKey() {
     LOG_ERROR("get domain list failed");
     return -1;
   }
-  const bool has_disclaimer = std::any_of(
-      domains.begin(), domains.end(),
-      [](const RECORD::Domain& domain) { return HasEnabledDisclaimer(domain.GetDomainIdx()); });
+  std::map<int, std::string> texts;
+  if (!ReadStoredTexts(domains, texts)) {
+    return -1;
+  }
   mimedefang_enable_ =
-      has_disclaimer ||
+      std::any_of(texts.begin(), texts.end(),
+                  [](const auto& text) { return HasEnabledDisclaimer(text.first, text.second); }) ||
       std::any_of(std::begin(kOtherFilterParts), std::end(kOtherFilterParts),
                   [](const char* key) { return mailConfCheckKeyValue(key, "yes"); });
   return 0;

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <map>
 #include <set>
 #include <string>
 
@@ -24,6 +25,11 @@ constexpr mode_t kFileMode = 0600;
 
 bool Move(const std::string& from, const std::string& to) {
   return KLIBCExec("/bin/mv", {"-f", "--", from, to}) == 0;
+}
+
+// The names of account domains come from the account system's settings.
+bool IsFileName(const std::string& name) {
+  return !name.empty() && name.find('/') == std::string::npos;
 }
 
 // "domain_id" of an element of the system-wide view: a number, or a text that is one.
@@ -90,11 +96,16 @@ int MimeDefang::GetSystemAllDisclaimerList(Json::Value& all) {
     LOG_ERROR("get domain list failed");
     return -1;
   }
+  std::map<int, std::string> texts;
+  if (!ReadStoredTexts(domains, texts)) {
+    return -1;
+  }
   Json::Value result(Json::arrayValue);
   for (const RECORD::Domain& domain : domains) {
+    const int domain_idx = domain.GetDomainIdx();
     Json::Value element(Json::objectValue);
-    element["domain_id"] = domain.GetDomainIdx();
-    if (GetDisclaimerList(domain.GetDomainIdx(), element["disclaimer_list"]) < 0) {
+    element["domain_id"] = domain_idx;
+    if (ComposeList(domain_idx, texts[domain_idx], element["disclaimer_list"]) < 0) {
       return -1;
     }
     result.append(element);
@@ -142,7 +153,11 @@ int MimeDefang::RemoveAllDisclaimerList() {
 int MimeDefang::RemoveAllDisclaimerContent() {
   std::vector<std::string> names;
   if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return errno == ENOENT ? 0 : -1;
+    if (errno == ENOENT) {
+      return 0;
+    }
+    LOG_ERROR("remove file fail: %s, error[%m]", PATHS::DisclaimerDir().c_str());
+    return -1;
   }
   int result = 0;
   for (const std::string& name : names) {
@@ -181,14 +196,17 @@ int MimeDefang::BackupRestoreDisclaimerFile(const std::string& from, const std::
   }
   if (!Move(current, to)) {
     LOG_ERROR("move disclaimer list fail: %s, error[%m]", to.c_str());
-    return -1;
-  }
-  if (RemoveAllDisclaimerList() < 0) {
-    LOG_ERROR("remove all disclaimer list fail, error[%m]");
+    if (has_backup) {
+      Move(aside, from);
+    }
     return -1;
   }
   if (has_backup && !Move(aside, current)) {
     LOG_ERROR("restore disclaimer list fail: %s, error[%m]", current.c_str());
+    return -1;
+  }
+  if (RemoveAllDisclaimerList() < 0) {
+    LOG_ERROR("remove all disclaimer list fail, error[%m]");
     return -1;
   }
   return 0;
@@ -197,6 +215,10 @@ int MimeDefang::BackupRestoreDisclaimerFile(const std::string& from, const std::
 int MimeDefang::MoveDisclaimerToBkpAccount(const std::string& old_account,
                                            const std::string& new_account) {
   const std::string folder = PATHS::DisclaimerBackupDir();
+  if (!IsFileName(old_account) || !IsFileName(new_account)) {
+    LOG_ERROR("failed to back and restore disclaimer file");
+    return -1;
+  }
   uid_t uid = 0;
   gid_t gid = 0;
   if (mailUGidGet("Postara-Server", &uid, &gid) < 0 ||

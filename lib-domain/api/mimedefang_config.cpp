@@ -69,7 +69,8 @@ bool StoredNames(const std::vector<RECORD::Domain>& domains, Json::Value& map) {
   return true;
 }
 
-// Builds the tests of one domain's rules. Users and groups are asked for once each.
+// Builds the tests of one domain's rules. The domain's users are read once, when a rule first needs
+// them, and each group's members once.
 class RuleBuilder {
  public:
   RuleBuilder(int domain_idx, Json::Value& gid_username_map)
@@ -90,7 +91,8 @@ class RuleBuilder {
       if (!UserExists(id)) {
         return false;
       }
-      built = LoadAliases() && UserTest(target, aliases_[id], test);
+      std::vector<std::string> aliases;
+      built = ListAliases(id, aliases) && UserTest(target, aliases, test);
     } else if (type == Json::Value("gid") && PatternAsId(pattern, id)) {
       if (!GroupExists(id)) {
         return false;
@@ -147,6 +149,26 @@ class RuleBuilder {
     return true;
   }
 
+  // A user may have aliases in the domain and, until the next refresh, no role there: then he is
+  // not among those who are read at once.
+  bool ListAliases(unsigned int uid, std::vector<std::string>& aliases) {
+    if (!LoadAliases()) {
+      return false;
+    }
+    const auto found = aliases_.find(uid);
+    if (found != aliases_.end()) {
+      aliases = found->second;
+      return true;
+    }
+    const auto entry = aliases_without_role_.try_emplace(uid);
+    if (entry.second &&
+        !CONTROL::DomainUser().GetDomainUserAlias(domain_idx_, uid, entry.first->second)) {
+      return false;
+    }
+    aliases = entry.first->second;
+    return true;
+  }
+
   // The aliases of the group's members in the domain. The filter lower-cases what it looks up.
   bool AddMembers(unsigned int gid) {
     if (!done_gids_.insert(gid).second) {
@@ -178,6 +200,7 @@ class RuleBuilder {
   Json::Value& gid_username_map_;
   bool loaded_ = false;
   AliasesByUid aliases_;
+  AliasesByUid aliases_without_role_;
   std::set<unsigned int> done_gids_;
 };
 
@@ -232,60 +255,82 @@ bool BuildDisclaimer(RuleBuilder& builder, const Json::Value& disclaimer, Json::
   entry["content_html"] = TextOf(disclaimer["content_html"]);
   entry["disabled_for_local_recipient"] =
       disclaimer["disabled_for_local_recipient"] == Json::Value(true);
-  entry["id"] = disclaimer["id"];
-  entry["name"] = name;
-  entry["op"] = op;
   return true;
 }
 
-}  // namespace
+struct DomainRules {
+  int domain_idx;
+  Json::Value list;
+};
 
-int MimeDefang::ExplainDisclaimerConfigs(Json::Value& config) {
-  const korvmailserver::AccountSnapshot snapshot;
-  std::vector<RECORD::Domain> domains;
-  Json::Value result(Json::objectValue);
-  if (!PublishedNames(result["all_domain_map"])) {
-    return -1;
-  }
+// What the maps and the conditions are made from: the domains, and the lists of all of them or, for
+// an index, of one.
+bool ReadRules(const int* only_domain_idx, std::vector<RECORD::Domain>& domains,
+               std::vector<DomainRules>& rules) {
+  std::map<int, std::string> texts;
   if (!ListAllDomains(domains)) {
     LOG_ERROR("get domain list failed");
-    return -1;
+    return false;
   }
-  if (!StoredNames(domains, result["local_domain_map"])) {
+  if (!ReadStoredTexts(domains, texts)) {
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    const int domain_idx = domain.GetDomainIdx();
+    if (only_domain_idx != nullptr && domain_idx != *only_domain_idx) {
+      continue;
+    }
+    rules.push_back({domain_idx, Json::Value()});
+    if (ComposeList(domain_idx, texts[domain_idx], rules.back().list) < 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+int BuildConfig(const int* only_domain_idx, Json::Value& config) {
+  const korvmailserver::AccountSnapshot snapshot;
+  Json::Value result(Json::objectValue);
+  std::vector<RECORD::Domain> domains;
+  std::vector<DomainRules> rules;
+  if (!PublishedNames(result["all_domain_map"]) || !ReadRules(only_domain_idx, domains, rules) ||
+      !StoredNames(domains, result["local_domain_map"])) {
     return -1;
   }
   Json::Value gid_username_map(Json::objectValue);
   Json::Value disclaimers(Json::arrayValue);
-  for (const RECORD::Domain& domain : domains) {
-    Json::Value list;
-    if (GetDisclaimerList(domain.GetDomainIdx(), list) < 0) {
-      return -1;
-    }
-    RuleBuilder builder(domain.GetDomainIdx(), gid_username_map);
-    for (const Json::Value& disclaimer : list) {
+  for (const DomainRules& domain : rules) {
+    RuleBuilder builder(domain.domain_idx, gid_username_map);
+    for (Json::ArrayIndex i = 0; i < domain.list.size(); ++i) {
       Json::Value entry;
-      if (BuildDisclaimer(builder, disclaimer, entry)) {
-        entry["domain_id"] = domain.GetDomainIdx();
-        disclaimers.append(entry);
+      if (BuildDisclaimer(builder, domain.list[i], entry)) {
+        entry["place"] = i;
+        disclaimers.append(std::move(entry));
       }
     }
   }
-  result["gid_username_map"] = gid_username_map;
-  result["disclaimer_list"] = disclaimers;
-  config = result;
+  result["gid_username_map"] = std::move(gid_username_map);
+  result["disclaimer_list"] = std::move(disclaimers);
+  config = std::move(result);
   return 0;
+}
+
+}  // namespace
+
+int MimeDefang::ExplainDisclaimerConfigs(int domain_idx, Json::Value& config) {
+  return BuildConfig(&domain_idx, config);
 }
 
 int MimeDefang::GenDisclaimerConfigs(Json::Value& config) {
   Json::Value result;
-  if (ExplainDisclaimerConfigs(result) < 0) {
+  if (BuildConfig(nullptr, result) < 0) {
     return -1;
   }
   for (Json::Value& entry : result["disclaimer_list"]) {
-    for (const char* member : {"match", "exceptions", "id", "name", "op", "domain_id"}) {
+    for (const char* member : {"match", "exceptions", "place"}) {
       entry.removeMember(member);
     }
   }
-  config = result;
+  config = std::move(result);
   return 0;
 }

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "lib-domain/base/text.h"
-#include "lib-domain/control/domain.h"
+#include "lib-domain/db/domain.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::API::INTERNAL {
@@ -48,17 +48,31 @@ bool IsArrayOfObjects(const Json::Value& value) {
 }
 
 bool ListAllDomains(std::vector<RECORD::Domain>& domains) {
-  DB::DomainDBFilter filter;
-  filter.SetLimit(-1);
-  return CONTROL::Domain().List(filter, domains);
+  return DB::Domain().ListNames(domains);
 }
 
-bool ReadStoredList(int domain_idx, std::string& text, Json::Value& list) {
-  if (mailConfGet(DisclaimerListKey(domain_idx), text) < 0) {
-    return false;
-  }
+bool ParseStoredList(const std::string& text, Json::Value& list) {
   list = Json::Value(Json::arrayValue);
   return text.empty() || (ParseJson(text, list) && IsArrayOfObjects(list));
+}
+
+bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains,
+                     std::map<int, std::string>& texts) {
+  std::vector<std::string> keys;
+  keys.reserve(domains.size());
+  for (const RECORD::Domain& domain : domains) {
+    keys.push_back(DisclaimerListKey(domain.GetDomainIdx()));
+  }
+  std::map<std::string, std::string> values;
+  if (mailConfGetMany(keys, values) < 0) {
+    LOG_ERROR("Failed to get disclamer, domain_id[%d]",
+              domains.empty() ? 0 : domains.front().GetDomainIdx());
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    texts[domain.GetDomainIdx()] = values[DisclaimerListKey(domain.GetDomainIdx())];
+  }
+  return true;
 }
 
 bool PatternAsId(const Json::Value& pattern, unsigned int& id) {

@@ -7,6 +7,7 @@
 
 #include <json/value.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,11 +25,19 @@ std::string WriteJson(const Json::Value& value);
 
 bool IsArrayOfObjects(const Json::Value& value);
 
-// Every domain in listing order.
+// Every domain in listing order, with index and name; no user is counted.
 bool ListAllDomains(std::vector<RECORD::Domain>& domains);
 
-// The stored list without its texts; a domain that has none gives an empty array.
-bool ReadStoredList(int domain_idx, std::string& text, Json::Value& list);
+// A list as it is stored, without its texts; the value of a domain that has none is empty text and
+// gives an empty array.
+bool ParseStoredList(const std::string& text, Json::Value& list);
+
+// The stored text of every domain's list, by domain, with one read; false with a log line.
+bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains, std::map<int, std::string>& texts);
+
+// A domain's list with its texts, from the list as it is stored. 0, or negative with a log line.
+// Defined in mimedefang.cpp.
+int ComposeList(int domain_idx, const std::string& text, Json::Value& list);
 
 // A pattern of type "uid" or "gid": a number, or a text that is one.
 bool PatternAsId(const Json::Value& pattern, unsigned int& id);

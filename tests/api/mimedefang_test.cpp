@@ -13,10 +13,11 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/api/updater.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
-#include "tests/support/fixture.h"
+#include "tests/support/domain_db.h"
 
 namespace {
 std::string g_failing_key;  // a key whose writing fails
@@ -43,7 +44,7 @@ Json::Value Parse(const std::string& text) {
   return value;
 }
 
-class MimeDefangTest : public test::RootTest {
+class MimeDefangTest : public test::DomainDbTest {
  protected:
   MimeDefangTest() {
     WriteAccounts(
@@ -56,12 +57,8 @@ class MimeDefangTest : public test::RootTest {
         "cher.example",
         "<a>.x");
     EXPECT_TRUE(API::Updater().Refresh());
-    std::vector<RECORD::DomainUserAlias> none;
   }
-  ~MimeDefangTest() override {
-    g_failing_key.clear();
-    DB::DomainDBHandler::CloseDomainDBHandler();
-  }
+  ~MimeDefangTest() override { g_failing_key.clear(); }
 
   void Create(const std::string& name, const std::string& pattern) {
     RECORD::Domain domain(name);
@@ -155,22 +152,27 @@ TEST_F(MimeDefangTest, ACutOffReplacementShowsTheNewOnesWhole) {
   changed[0]["id"] = 7;
   const std::string path = PATHS::DisclaimerContent(1);
   ASSERT_EQ(mimedefang_.SetDisclaimerList(1, Two()), 0);
-  fs::copy_file(path, path + ".old");
-  ASSERT_EQ(mimedefang_.SetDisclaimerList(1, changed), 0);
+  fs::copy_file(path, root() + "/old");
 
-  // Where the texts of this list wait is found by stopping a replacement at its rename.
+  // Stopped at the rename by a folder that stands in its way.
   fs::remove(path);
   fs::create_directory(path);
   Write("/var/packages/Postara-Server/etc/disclaimer_content/domain-1/x", "");
   EXPECT_LT(mimedefang_.SetDisclaimerList(1, changed), 0);
   EXPECT_TRUE(Logged("fail to open disclaimer content file"));
   fs::remove_all(path);
-  fs::rename(path + ".old", path);
+  fs::rename(root() + "/old", path);
 
   Json::Value list;
   ASSERT_EQ(mimedefang_.GetDisclaimerList(1, list), 0);
   EXPECT_EQ(list, changed);
-  ASSERT_EQ(mimedefang_.SetDisclaimerList(1, list), 0);
+  // The next one fails before its list: the texts that wait must not be cleared away for it.
+  g_failing_key = "mimedefang_disclaimers-1";
+  EXPECT_LT(mimedefang_.SetDisclaimerList(1, Two()), 0);
+  EXPECT_TRUE(Logged("Failed to set Config"));
+  g_failing_key.clear();
+  ASSERT_EQ(mimedefang_.GetDisclaimerList(1, list), 0);
+  EXPECT_EQ(list, changed);
   std::vector<std::string> names;
   ASSERT_EQ(postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names), 0);
   EXPECT_EQ(names, std::vector<std::string>{"domain-1"});
@@ -252,6 +254,15 @@ TEST_F(MimeDefangTest, BackupAndRestoreAreInverse) {
   ASSERT_EQ(mimedefang_.GetSystemAllDisclaimerList(after), 0);
   EXPECT_EQ(after, before);
 
+  // A move that fails half-way keeps what was to be moved.
+  EXPECT_LT(mimedefang_.BackupRestoreDisclaimerFile(file, root() + "/no/such/folder"), 0);
+  EXPECT_TRUE(Logged("move disclaimer list fail: " + root() + "/no/such/folder"));
+  EXPECT_TRUE(fs::exists(file));
+  EXPECT_LT(mimedefang_.MoveDisclaimerToBkpAccount("local", "../corp"), 0);
+  EXPECT_TRUE(Logged("failed to back and restore disclaimer file"));
+  ASSERT_EQ(mimedefang_.GetSystemAllDisclaimerList(after), 0);
+  EXPECT_EQ(after, before);
+
   // Each account domain has its own; going there and back again loses nothing.
   ASSERT_EQ(mimedefang_.MoveDisclaimerToBkpAccount("local", "corp"), 0);
   ASSERT_EQ(mimedefang_.GetSystemAllDisclaimerList(after), 0);
@@ -278,6 +289,10 @@ TEST_F(MimeDefangTest, TheConfigurationNamesDomainsMembersAndConditions) {
   gone["match_rule_list"] = Json::arrayValue;
   gone["match_rule_list"].append(list[0]["match_rule_list"][2]);
   list.append(gone);
+  // An alias without a role, as a removal that was cut off leaves it.
+  ASSERT_TRUE(CONTROL::DomainUser().RemoveUsersRoles({{1, 1003}}));
+  list[0]["match_rule_list"].append(
+      Parse(R"({"target": "sender", "pattern_type": "uid", "pattern": 1003})"));
   Json::Value odd = Two()[0];
   odd["id"] = 4;
   odd["op"] = "xor";
@@ -308,7 +323,8 @@ TEST_F(MimeDefangTest, TheConfigurationNamesDomainsMembersAndConditions) {
   EXPECT_EQ(entry["condition"].asString(),
             "((exists($all_domain_map{lc $SenderDomain}) && (lc $SenderName eq lc \"alice\")) || "
             "(exists($all_domain_map{lc $SenderDomain}) && "
-            "exists($gid_username_map{2000}{lc $SenderName}))) && "
+            "exists($gid_username_map{2000}{lc $SenderName})) || "
+            "(exists($all_domain_map{lc $SenderDomain}) && (lc $SenderName eq lc \"carol\"))) && "
             "!((exists($all_domain_map{lc $RecipientDomain}) && "
             "(lc $RecipientName eq lc \"bob\")))");
 }

@@ -195,32 +195,36 @@ std::string Reason(const Json::Value& answer) {
                                    : RuleList("match_rule_list", answer["matched"]);
 }
 
+Json::Value ExplainRow(const Json::Value& disclaimer) {
+  Json::Value row(Json::objectValue);
+  row["id"] = disclaimer["id"];
+  row["name"] = disclaimer["name"];
+  row["applies"] = false;
+  row["reason"] = disclaimer["enabled"] == Json::Value(true) ? "invalid, left out" : "disabled";
+  row["matched"] = Json::arrayValue;
+  row["excepted"] = Json::arrayValue;
+  return row;
+}
+
 void Explain(Call& call) {
   const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
   MimeDefang mimedefang;
   const Json::Value list = Read(mimedefang, domain);
   Json::Value config;
-  if (mimedefang.ExplainDisclaimerConfigs(config) < 0) {
+  if (mimedefang.ExplainDisclaimerConfigs(domain.idx(), config) < 0) {
     throw Failure(kFailed, "the conditions could not be built");
   }
   const Json::Value answers = EvaluateDisclaimers(config, call.Text("--from"), call.Text("--to"));
   Json::Value rows(Json::arrayValue);
   for (const Json::Value& disclaimer : list) {
-    Json::Value row(Json::objectValue);
-    row["id"] = disclaimer["id"];
-    row["name"] = disclaimer["name"];
-    row["applies"] = false;
-    row["reason"] = disclaimer["enabled"] == Json::Value(true) ? "invalid, left out" : "disabled";
-    for (Json::ArrayIndex i = 0; i < answers.size(); ++i) {
-      const Json::Value& entry = config["disclaimer_list"][i];
-      if (entry["domain_id"] == Json::Value(domain.idx()) && entry["id"] == disclaimer["id"]) {
-        row["applies"] = answers[i]["applies"];
-        row["reason"] = Reason(answers[i]);
-        row["matched"] = answers[i]["matched"];
-        row["excepted"] = answers[i]["excepted"];
-      }
-    }
-    rows.append(row);
+    rows.append(ExplainRow(disclaimer));
+  }
+  for (Json::ArrayIndex i = 0; i < answers.size(); ++i) {
+    Json::Value& row = rows[config["disclaimer_list"][i]["place"].asUInt()];
+    row["applies"] = answers[i]["applies"];
+    row["reason"] = Reason(answers[i]);
+    row["matched"] = answers[i]["matched"];
+    row["excepted"] = answers[i]["excepted"];
   }
   call.out().List(rows,
                   {{"id", "ID"}, {"name", "NAME"}, {"applies", "APPLIES"}, {"reason", "REASON"}});
