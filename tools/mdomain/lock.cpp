@@ -81,6 +81,8 @@ ChangeLock::ChangeLock(int timeout_seconds) {
 }
 
 ChangeLock::~ChangeLock() {
+  // The id is only for messages: an old one that stays does no harm.
+  [[maybe_unused]] const int ignored = ftruncate(fd_, 0);
   close(fd_);
 }
 
