@@ -93,13 +93,6 @@ std::string FolderOf(const std::string& path) {
   return path.substr(0, path.rfind('/'));
 }
 
-bool MakeFolder(const std::string& folder) {
-  uid_t uid = 0;
-  gid_t gid = 0;
-  return KLIBCFileExist(folder.c_str()) || (mailUGidGet("Postara-Server", &uid, &gid) >= 0 &&
-                                            KORVFSMkdirP(folder.c_str(), uid, gid, 0755) >= 0);
-}
-
 void SyncFolderOf(const std::string& path) {
   const int fd = open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd >= 0) {
@@ -159,10 +152,6 @@ bool CollectOwners(OwnerRegistryContent& content) {
 
 bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content) {
   const std::string fresh = path + ".new";
-  if (!MakeFolder(FolderOf(path))) {
-    LOG_ERROR("Failed to make %s, %m", FolderOf(path).c_str());
-    return false;
-  }
   postara::sdk::Unlink(fresh);
   postara::sdk::Unlink(fresh + "-journal");
   if (!WriteRegistry(fresh, content)) {

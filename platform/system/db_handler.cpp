@@ -22,6 +22,7 @@ namespace {
 constexpr int kLogError = 3;
 constexpr const char* kOwner = "Postara-Server";
 constexpr unsigned kMode = 0644;
+constexpr mode_t kFolderMode = 0755;
 constexpr const char* kJournals[] = {"-journal", "-wal", "-shm"};
 
 enum class Found { kFile, kNothing, kUnusable };
@@ -42,6 +43,27 @@ Found Look(const std::string& path, std::string& why) {
     return Found::kUnusable;
   }
   return Found::kFile;
+}
+
+// On a new host the first database comes before its folder. One log line on failure.
+bool MakeFolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = path.substr(0, slash == std::string::npos ? 0 : slash);
+  if (folder.empty() || KLIBCFileExist(folder.c_str())) {
+    return true;
+  }
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (mailUGidGet(kOwner, &uid, &gid) < 0) {
+    maillog(kLogError, "Cannot create database [%s]: there is no account [%s]", path.c_str(),
+            kOwner);
+    return false;
+  }
+  if (KORVFSMkdirP(folder.c_str(), uid, gid, kFolderMode) < 0) {
+    maillog(kLogError, "Cannot create database [%s]: %m", path.c_str());
+    return false;
+  }
+  return true;
 }
 
 bool IsEmptyFile(const std::string& path) {
@@ -100,6 +122,9 @@ int DBHandler::connect() {
 // A new, empty file with its owner and mode, so that it never holds data under wrong ones. A file
 // that another process made in the meantime is as good. One log line on failure.
 bool DBHandler::CreateFile(bool& created) {
+  if (!MakeFolderOf(path_)) {
+    return false;
+  }
   const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0 && errno == EEXIST) {
     return true;

@@ -97,8 +97,10 @@ TEST_F(DbHandlerTest, SaysWhatStandsInTheWayAndLeavesNothingBehind) {
   fs::create_directory(Path());
   EXPECT_NE(DBHandler(Path(), kSchema).connect(), 0);
   EXPECT_TRUE(Logged("[" + Path() + "]: it is a directory"));
-  EXPECT_NE(DBHandler(root() + "/none/x.db", kSchema).connect(), 0);
-  EXPECT_TRUE(Logged("[" + root() + "/none/x.db]: No such file or directory"));
+  Write("/file", "");
+  EXPECT_NE(DBHandler(root() + "/file/x.db", kSchema).connect(), 0);
+  EXPECT_TRUE(Logged("[" + root() + "/file/x.db]: Not a directory"));
+  EXPECT_EQ(DBHandler(root() + "/new/folder/x.db", kSchema).connect(), 0);
   EXPECT_NE(DBHandler(root() + "/bad.db", "CREATE TABLE a(b);CREATE nonsense").connect(), 0);
   EXPECT_TRUE(Logged("syntax error"));
   EXPECT_FALSE(fs::exists(root() + "/bad.db"));
