@@ -42,7 +42,7 @@ void AddArgument(CLI::App& app, const Argument& argument, std::vector<std::strin
       option->required()->expected(1);
       break;
     case Kind::kOptional:
-      option->expected(0, 1);
+      option->expected(1);
       break;
     case Kind::kMany:
       option->required()->expected(-1);
