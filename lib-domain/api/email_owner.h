@@ -9,6 +9,8 @@
 
 namespace MDOMAIN::API {
 
+// As DB::EmailOwner, whose comments hold here: files, keys that stay, results. One object can
+// answer any number of questions and should: opening the file costs more than asking.
 class EmailOwner {
  public:
   EmailOwner() = default;
@@ -16,7 +18,9 @@ class EmailOwner {
 
   bool CreateLocalPart(const std::vector<RECORD::LocalPart>& parts);
   bool CreateDomainPart(const std::vector<RECORD::DomainPart>& parts);
-  // `address` is split at its first "@"; without one: false.
+  // The account that owns an address, which is split at its first "@". True with `user_name` empty
+  // when nobody does. False without an "@" (nothing logged, `user_name` untouched) and when the
+  // registry could not be asked.
   bool GetOwner(const std::string& address, std::string& user_name);
 
  private:

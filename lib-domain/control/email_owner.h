@@ -9,6 +9,7 @@
 
 namespace MDOMAIN::CONTROL {
 
+// As DB::EmailOwner, whose comments hold here: files, keys that stay, results.
 class EmailOwner {
  public:
   EmailOwner() = default;

@@ -1,4 +1,7 @@
 // Which rows of user_table or group_table a caller wants, as one SQL text.
+//
+// By default every row and column. All conditions that are set must hold. Search texts and names
+// are escaped here; the select list is written as given and must come from the program.
 #ifndef LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_H
 #define LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_H
 
@@ -12,10 +15,15 @@ class UserDBFilter {
   UserDBFilter() = default;
   explicit UserDBFilter(const std::string& select) : select_(select) {}
 
+  // A text that the name contains, ASCII case ignored ("%" and "_" are wildcards).
   void SetQuery(const std::string& query) { query_ = query; }
   void SetUIDs(const std::vector<unsigned int>& uids) { uids_ = uids; }
+  // Short or full account names, ASCII case ignored. They are made full names when the query is
+  // composed, which asks the account system. Apostrophes are doubled inside double quotes, so a
+  // name that has one is not found; look such a user up by uid.
   void SetUserNames(const std::vector<std::string>& user_names) { user_names_ = user_names; }
   void SetSelect(const std::string& select) { select_ = select; }
+  // -1: no limit. A "count(*)" select list is never paged.
   void SetLimit(const int& limit) { limit_ = limit; }
   void SetOffset(const int& offset) { offset_ = offset; }
 
@@ -40,10 +48,13 @@ class GroupDBFilter {
   GroupDBFilter() = default;
   explicit GroupDBFilter(const std::string& select) : select_(select) {}
 
+  // A text that the name contains, ASCII case ignored ("%" and "_" are wildcards).
   void SetQuery(const std::string& query) { query_ = query; }
   void SetGIDs(const std::vector<unsigned int>& gids) { gids_ = gids; }
+  // As UserDBFilter::SetUserNames.
   void SetGroupNames(const std::vector<std::string>& group_names) { group_names_ = group_names; }
   void SetSelect(const std::string& select) { select_ = select; }
+  // -1: no limit. A "count(*)" select list is never paged.
   void SetLimit(const int& limit) { limit_ = limit; }
   void SetOffset(const int& offset) { offset_ = offset; }
 
@@ -65,8 +76,10 @@ class GroupDBFilter {
 
 namespace INTERNAL {
 
+// The query for one row per account. Ids that are listed go into one statement, however many.
 std::string ComposeQueryCmd(const UserDBFilter& filter);
 std::string ComposeQueryCmd(const GroupDBFilter& filter);
+// Whether the filter leaves any row out: a query, ids or names are set.
 bool HasQueryInput(const UserDBFilter& filter);
 bool HasQueryInput(const GroupDBFilter& filter);
 

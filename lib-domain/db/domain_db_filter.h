@@ -1,4 +1,8 @@
 // Which rows of domain_view, domain_user_view or domain_group_view a caller wants, as one SQL text.
+//
+// Search texts are escaped here. The select list, the table and the sort column and direction are
+// written as given: they must come from the program, never from its input. The stores set table and
+// select list on a copy, so a filter that was used to count can be used to list next.
 #ifndef LIB_DOMAIN_DB_DOMAIN_DB_FILTER_H
 #define LIB_DOMAIN_DB_DOMAIN_DB_FILTER_H
 
@@ -9,21 +13,35 @@ namespace MDOMAIN::DB {
 
 class DomainDBFilter {
  public:
+  // All domains, the first 100.
   DomainDBFilter() = default;
   explicit DomainDBFilter(const std::string& table_name) : table_name_(table_name) {}
 
+  // The page, in rows; for users in users. A limit of -1 is none. Counting is never paged.
   void SetOffset(const int& offset) { offset_ = offset; }
   void SetLimit(const int& limit) { limit_ = limit; }
+  // Empty: all domains. Lists of users need at least one: without any, the composed text is not
+  // valid and the database refuses it.
   void SetDomainIdxs(const std::vector<int>& domain_idxs) { domain_idxs_ = domain_idxs; }
+  // A text that the column of the query type contains, ASCII case ignored ("%" and "_" are
+  // wildcards); without a query type the name or description, for users the name or alias. SQLite
+  // refuses more than 50,000 bytes.
   void SetQuery(const std::string& query) { query_ = query; }
+  // "domain_name", "domain_desc", "user_name", "account_alias", "group_name", "group_desc"; with
+  // any other the database refuses the query.
   void SetQueryType(const std::string& query_type) { query_type_ = query_type; }
   void SetSelect(const std::string& select) { select_ = select; }
   void SetSortBy(const std::string& sort_by) { sort_by_ = sort_by; }
   void SetSortDirection(const std::string& sort_direction) { sort_direction_ = sort_direction; }
   void SetTableName(const std::string& table_name) { table_name_ = table_name; }
 
+  // The matching rows, or with a "count..." select list their number. Of users only those with a
+  // role in the domain.
   std::string ComposeQueryCmd();
+  // Every alias row of these users in the filter's domains, duplicated aliases first, then in sort
+  // order, not paged. Rows without a role are among them.
   std::string ComposeDomainUserListQueryCmd(const std::vector<unsigned int>& uids);
+  // One page of the uids of matching users with a role, those with a duplicated alias first.
   std::string ComposeDistinctUIDQueryCmd();
 
  private:

@@ -1,4 +1,14 @@
 // The store of a domain's users: direct roles, aliases, removal records, effective roles.
+//
+// Operations return true on success. A failure is one log line (SQLite's reason for a failed read
+// is a line before it) and false; out arguments may then be partly filled. Writes are one
+// transaction each: all or nothing. Texts end at their first zero byte; one that makes a statement
+// longer than 999,999 bytes fails the operation.
+//
+// A user's effective role is the own one, else the smallest role of the groups that still hold the
+// user ("domain_admin" before "normal"), else none. Questions about it go through domain_user_view,
+// which works out the roles of all domains each time: its cost grows with the whole mirror, so ask
+// once for many users, not once per user.
 #ifndef LIB_DOMAIN_DB_DOMAIN_USER_H
 #define LIB_DOMAIN_DB_DOMAIN_USER_H
 
@@ -21,19 +31,32 @@ namespace MDOMAIN::DB {
 
 class DomainUser {
  public:
+  // Borrows the process-wide handler; without one every operation fails.
   DomainUser();
 
+  // Whether any domain has the alias, ASCII case ignored. False also when the question fails.
   bool IsAliasExist(const std::string& alias);
+  // Whether a user of this name (ASCII case ignored) has an alias in the domain, with a role or
+  // without. False also when the question fails.
   bool IsExists(const int& domain_idx, const std::string& user_name);
+  // The number of matching users with a role, whatever the filter's page.
   bool GetDomainUsersCount(DomainDBFilter& filter, int& count);
+  // Appends one page of the matching users with a role, those with a duplicated alias first.
   bool GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids);
+  // Adds one page of the matching users with a role to `users`, each with all aliases in the
+  // domain, duplicated ones first. Offset and limit count users. A user of two of the filter's
+  // domains is one entry per domain. `with_group_control`: whether the users have no own role is
+  // asked too. A filter without domains fails unless it matches nobody.
   bool ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,
                        const bool& with_group_control);
+  // All users of the domain that have a role: uids, records, account names.
   bool List(const int& domain_idx, std::vector<unsigned int>& uids);
   bool List(const int& domain_idx, std::vector<RECORD::DomainUser>& users);
   bool List(const int& domain_idx, std::list<std::string>& user_names);
+  // Appends the aliases of all users with a role in the domains, user by user.
   bool ListDomainUsersAliases(const std::vector<int>& domain_idxs,
                               std::vector<RECORD::DomainUserAlias>& aliases);
+  // Appends the rows of an alias in the domain, ASCII case ignored.
   // `alias` goes into the statement as it is: callers double its apostrophes.
   bool GetAliasUsers(const int& domain_idx, const std::string& alias,
                      std::vector<RECORD::DomainUserAlias>& aliases);
@@ -47,25 +70,42 @@ class DomainUser {
   bool GetAllUserAliases(
       const int& domain_idx,
       std::unordered_map<std::string, std::vector<std::string>>& aliases_by_user);
+  // Appends the own roles, of all domains, that were given when the account was added
+  // automatically.
   bool GetAutoAddedUsersRoles(std::vector<RECORD::DomainUserRole>& roles);
+  // Appends the groups by which the user has a role in the domain; none for a user with an own
+  // role.
   bool FindBeingEffectedGroups(const int& domain_idx, const unsigned int& uid,
                                std::vector<unsigned int>& gids);
   // FindBeingEffectedGroups for many users with one read; users without any are not in the map.
   bool FindBeingEffectedGroups(const int& domain_idx, const std::vector<unsigned int>& uids,
                                std::map<unsigned int, std::vector<unsigned int>>& gids_by_uid);
+  // Per domain the users who have aliases there but no role. A user with several aliases stands
+  // several times.
   bool GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& uids_by_domain);
+  // Appends the aliases that are flagged duplicated in the domain, one of several that differ only
+  // in case.
   bool ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails);
+  // Adds who was taken out of a group in this domain.
   bool GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids);
 
+  // Gives each user an own role in the domain, in place of one that is there. Domain and user must
+  // exist. Invalid records are left out silently, here and in CreateUsersAliases.
   bool SetUsersRoles(const std::vector<RECORD::DomainUserRole>& roles);
   bool CreateUsersRoles(const std::vector<RECORD::DomainUserRole>& roles);
+  // Takes own roles away, by (domain, uid) or for many users of a domain; none there is no failure.
   bool DeleteUsersRoles(const std::vector<std::pair<int, unsigned int>>& pairs);
   bool DeleteUsersRoles(const int& domain_idx, const std::vector<unsigned int>& uids);
+  // Adds alias rows. No row is refused because the alias is there already.
   bool CreateUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases);
+  // Replaces all aliases in the domain of every user that has a valid record here by those records.
+  // Each invalid record is logged and left out; a user with invalid ones only keeps what was there.
   bool SetUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases);
   bool DeleteUsersAliases(const int& domain_idx, const std::vector<unsigned int>& uids);
+  // Records (domain, gid, uid): the group no longer gives this member a role in the domain.
   bool RemoveUsersFromDomainGroups(
       const std::vector<std::tuple<int, unsigned int, unsigned int>>& removals);
+  // Forgets that these users were taken out of groups of the domain.
   bool DeleteRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& uids);
 
  private:
@@ -77,8 +117,12 @@ class DomainUser {
 
 namespace INTERNAL {
 
+// Duplicated before not duplicated.
 bool _CompareAliasDuplicatedPairByIsDuplicated(const std::pair<std::string, bool>& a,
                                                const std::pair<std::string, bool>& b);
+// Adds the aliases of `rows` to the first entry of `users` with the same domain and uid; a row
+// without one becomes a new entry at the end. Then sorts every entry's aliases, duplicated ones
+// first, else in the order in which they came. Linear but for the sorting.
 void _MergeDomainUsers(const std::vector<RECORD::DomainUser>& rows,
                        std::vector<RECORD::DomainUser>& users);
 

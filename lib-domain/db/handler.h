@@ -1,4 +1,7 @@
 // The one connection to the domain database: opening, schema upgrade, row-returning queries.
+//
+// Every store borrows the process-wide handler. Several processes share the file through SQLite's
+// locks; within a process nothing is thread-safe, the first opening included.
 #ifndef LIB_DOMAIN_DB_HANDLER_H
 #define LIB_DOMAIN_DB_HANDLER_H
 
@@ -11,14 +14,27 @@ namespace MDOMAIN::DB {
 
 class DomainDBHandler : public DBHandler {
  public:
+  // The process-wide handler, opened, upgraded and kept on first use. Null, with the reason logged,
+  // when the file cannot be found, opened or upgraded; the next call tries again.
   static DomainDBHandler* GetDomainDBHandler();
+  // Closes it, so that the next GetDomainDBHandler opens anew. Stores that still exist keep a
+  // dangling handler: for the end of a program's use of the library.
   static void CloseDomainDBHandler();
 
+  // Opens nothing.
   explicit DomainDBHandler(const std::string& path);
   ~DomainDBHandler() override;
 
+  // Opens the file, creating it, with foreign keys enforced, and brings its schema to the current
+  // version, one transaction per version: after a failure the file is at the last whole one. A file
+  // of a newer version is opened as it is. 0, or the handler's result code with the reason logged.
   int ConnectAndUpgrade();
+  // Opens the file, creating it, sets its owner and mode and gives an empty file its schema. When
+  // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
   int createDB();
+  // Runs one query (what follows a ";" is not run). One vector of column texts per row, NULL as "".
+  // Waits up to 10 seconds for other processes, from then on for every statement of the connection.
+  // Throws LogException 4009, which logs SQLite's reason and the query.
   std::vector<std::vector<std::string>> ExecSelectCmd(const std::string& sql);
 
  private:

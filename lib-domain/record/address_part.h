@@ -6,8 +6,10 @@
 
 namespace MDOMAIN::RECORD {
 
+// A domain name and the index of the domain that it belongs to. Not validated.
 class DomainPart {
  public:
+  // Index 1: a registry of a single domain needs no other.
   DomainPart() = default;
   DomainPart(const std::string& domain_name, const int& domain_idx);
 
@@ -21,8 +23,10 @@ class DomainPart {
   int domain_idx_ = 1;
 };
 
+// A local part, the domain in which it is one, and the account that owns it. Not validated.
 class LocalPart {
  public:
+  // Index 1, as above.
   LocalPart() = default;
   LocalPart(const std::string& local_part, const int& domain_idx, const std::string& user_name);
 

@@ -8,6 +8,7 @@ namespace MDOMAIN::RECORD {
 
 class Domain {
  public:
+  // Index -1 (not stored yet), everything else empty or false.
   Domain() = default;
   // The record of a new primary domain: pattern "<a>", adding users automatically, primary, no
   // index.
@@ -22,6 +23,7 @@ class Domain {
   void SetDomainName(const std::string& domain_name) { domain_name_ = domain_name; }
   std::string GetDomainDesc() const { return domain_desc_; }
   void SetDomainDesc(const std::string& domain_desc) { domain_desc_ = domain_desc; }
+  // Users with a role in the domain, at the time the store listed it; 0 in every other record.
   int GetUserNum() const { return user_num_; }
   void SetUserNum(const int& user_num) { user_num_ = user_num; }
   std::string GetDefaultAliasPattern() const { return default_alias_pattern_; }
@@ -32,6 +34,8 @@ class Domain {
   void SetIsAutomaticallyAddingUsers(const bool& is_automatically_adding_users) {
     is_automatically_adding_users_ = is_automatically_adding_users;
   }
+  // Whether an alias of a user with a role in the domain is flagged duplicated. Computed when read;
+  // storing the record does not store it. The same holds for IsPrimary.
   bool IsDuplicatedAliasExist() const { return is_duplicated_alias_exist_; }
   void SetIsDuplicatedAliasExist(const bool& is_duplicated_alias_exist) {
     is_duplicated_alias_exist_ = is_duplicated_alias_exist;
@@ -39,7 +43,8 @@ class Domain {
   bool IsPrimary() const { return is_primary_; }
   void SetIsPrimary(const bool& is_primary) { is_primary_ = is_primary; }
 
-  // Index at least 0, then the name, then the pattern; the first that fails is logged.
+  // Index at least 0, then the name, then the pattern; the first that fails is logged, the others
+  // are not tried. A record without its index is therefore not valid yet.
   bool IsValid() const;
 
  private:

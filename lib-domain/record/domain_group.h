@@ -25,6 +25,7 @@ class DomainGroup {
   std::string GetRole() const { return role_; }
   void SetRole(const std::string& role) { role_ = role; }
 
+  // Index at least 0, a gid, a name, a role; the default role is none. Logs nothing.
   bool IsValid() const;
 
  private:

@@ -20,6 +20,7 @@ class DomainGroupRole {
   std::string GetRole() const { return role_; }
   void SetRole(const std::string& role) { role_ = role; }
 
+  // Index at least 0, a gid, a role; the default role is none, so it has to be set. Logs nothing.
   bool IsValid() const;
 
  private:

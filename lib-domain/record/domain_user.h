@@ -12,6 +12,7 @@
 
 namespace MDOMAIN::RECORD {
 
+// Assembled from the rows of domain_user_view and, for the flags below, from further questions.
 class DomainUser {
  public:
   DomainUser() = default;
@@ -28,6 +29,7 @@ class DomainUser {
   void SetUID(const unsigned int& uid) { uid_ = uid; }
   std::string GetUserName() const { return user_name_; }
   void SetUserName(const std::string& user_name) { user_name_ = user_name; }
+  // Every alias of the user in the domain with its is-duplicated flag, in the order given.
   std::vector<std::pair<std::string, bool>> GetAliasDuplicatedPairs() const {
     return alias_duplicated_pairs_;
   }
@@ -35,28 +37,37 @@ class DomainUser {
       const std::vector<std::pair<std::string, bool>>& alias_duplicated_pairs) {
     alias_duplicated_pairs_ = alias_duplicated_pairs;
   }
+  // The effective role: the user's own, else the smallest of the user's groups'; empty without any.
   std::string GetRole() const { return role_; }
   void SetRole(const std::string& role) { role_ = role; }
+  // Whether the user is a member of a group that has a role in this domain. False until asked.
   bool IsBelongingGroupsInDomain() const { return is_belonging_groups_in_domain_; }
   void SetIsBelongingGroupInDomain(const bool& is_belonging_groups_in_domain) {
     is_belonging_groups_in_domain_ = is_belonging_groups_in_domain;
   }
+  // The role that the user's groups give, whatever the own role is. "normal" until asked.
   std::string GetResultGroupRole() const { return result_group_role_; }
   void SetResultGroupRole(const std::string& result_group_role) {
     result_group_role_ = result_group_role;
   }
+  // Whether the user has no own role in the domain. False until asked.
   bool IsUnderGroupControl() const { return is_under_group_control_; }
   void SetIsUnderGroupControl(const bool& is_under_group_control) {
     is_under_group_control_ = is_under_group_control;
   }
+  // Names of the other accounts whose aliases collide with this user's. Empty until asked.
   std::vector<std::string> GetConflictingAccountNames() const { return conflicting_account_names_; }
   void SetConflictingAccountNames(const std::vector<std::string>& conflicting_account_names) {
     conflicting_account_names_ = conflicting_account_names;
   }
 
+  // The row of this user's role, not marked as added automatically.
   DomainUserRole ExtractDomainUserRole() const;
+  // One row per alias, in order.
   std::vector<DomainUserAlias> ExtractDomainUserAliases() const;
 
+  // Index at least 0, a uid, a name, a role. The aliases are not examined: each extracted row is
+  // valid or not by itself. Logs nothing.
   bool IsValid() const;
 
  private:

@@ -22,6 +22,7 @@ class DomainUserAlias {
   bool IsDuplicated() const { return is_duplicated_; }
   void SetIsDuplicated(const bool& is_duplicated) { is_duplicated_ = is_duplicated; }
 
+  // Index at least 0, a uid, a local part. Logs nothing.
   bool IsValid() const;
 
  private:

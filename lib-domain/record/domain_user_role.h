@@ -19,9 +19,12 @@ class DomainUserRole {
   void SetUID(const unsigned int& uid) { uid_ = uid; }
   std::string GetRole() const { return role_; }
   void SetRole(const std::string& role) { role_ = role; }
+  // Given when the account was added automatically, so that it may be taken back once a group gives
+  // a role.
   bool IsAutoAdded() const { return is_auto_added_; }
   void SetIsAutoAdded(const bool& is_auto_added) { is_auto_added_ = is_auto_added; }
 
+  // Index at least 0, a uid, a role. Logs nothing.
   bool IsValid() const;
 
  private:
