@@ -20,6 +20,8 @@ const char* const kRemovedTable = "domain_group_removed_user_table";
 const char* const kEffectedView = "domain_group_effected_user_view";
 const char* const kUserView = "domain_user_view";
 
+constexpr size_t kFewUsers = 16;
+
 void AddAliasInsert(const RECORD::DomainUserAlias& alias, StatementBatch& batch) {
   batch.Add(
       "INSERT INTO  %q (domain_idx, uid, account_alias, is_duplicated) VALUES ('%d', '%q', '%q', "
@@ -304,9 +306,12 @@ bool DomainUser::FindBeingEffectedGroups(
   if (!IsOpen(status_)) {
     return false;
   }
+  // By uid the database looks every user up in every group of the domain; for more than a few
+  // users it is told ("+") to go through the members of the groups instead.
+  const char* const uid_column = uids.size() > kFewUsers ? "+uid" : "uid";
   const std::string sql = std::string("SELECT uid, gid FROM ") + kEffectedView +
-                          " WHERE domain_idx = " + std::to_string(domain_idx) + " AND uid IN (" +
-                          BASE::Join(uids, ",") + ");";
+                          " WHERE domain_idx = " + std::to_string(domain_idx) + " AND " +
+                          uid_column + " IN (" + BASE::Join(uids, ",") + ");";
   Rows rows;
   if (!Select(handler_, sql, 2, rows)) {
     return false;
