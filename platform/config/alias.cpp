@@ -142,6 +142,17 @@ SQLCmd DeleteMembers(int domain_id, Alias::MemberKind kind, const std::list<std:
   return statements;
 }
 
+std::vector<Alias::Member> EachOnce(const std::vector<Alias::Member>& members) {
+  std::vector<Alias::Member> result;
+  std::set<std::pair<Alias::MemberKind, std::string>> seen;
+  for (const Alias::Member& member : members) {
+    if (seen.emplace(member.kind, member.name).second) {
+      result.push_back(member);
+    }
+  }
+  return result;
+}
+
 struct IgnoreCase {
   bool operator()(const std::string& a, const std::string& b) const {
     return strcasecmp(a.c_str(), b.c_str()) < 0;
@@ -206,12 +217,11 @@ int Alias::set(const Entry& entry) {
   if (Change(path_, loaded_, true, statements) != 0) {
     return -1;
   }
-  const auto place = Place(entries_, entry.name, entry.domain_id);
-  if (IsAt(entries_, place, entry.name, entry.domain_id)) {
-    *place = entry;
-  } else {
-    entries_.insert(place, entry);
+  auto place = Place(entries_, entry.name, entry.domain_id);
+  if (!IsAt(entries_, place, entry.name, entry.domain_id)) {
+    place = entries_.insert(place, {entry.name, entry.domain_id, {}});
   }
+  place->members = EachOnce(entry.members);
   return 0;
 }
 

@@ -1,5 +1,8 @@
 // The alias table: names of a domain that deliver to users, groups or addresses. A small SQLite
 // store, entries (name, domain id) and members (alias, domain id, kind, member).
+//
+// An object holds what load() read and its own changes since; those of others are seen by the next
+// load(). Each change is one transaction.
 #ifndef PLATFORM_ALIAS_H
 #define PLATFORM_ALIAS_H
 
@@ -21,14 +24,15 @@ class Alias {
   };
 
   explicit Alias(const std::string& path);
-  // All return 0, or negative with one log line. load() reads the whole store; a missing file is an
-  // empty store and is not created. The others need a load() before.
+  // All return 0, or negative with one log line and nothing changed. load() reads the whole store;
+  // a missing file is an empty store and is created only by set(). The others need a load() before;
+  // removing what is not there is success.
   int load();
   // Every entry, by domain id, then name.
   const std::vector<Entry>& list() const { return entries_; }
-  // Whether there is an entry with exactly this name and domain id.
+  // Whether there is an entry with exactly this name, byte for byte, and domain id.
   bool isAlias(const std::string& name, int domain_id) const;
-  // Creates or replaces an entry with its members.
+  // Creates or replaces an entry with its members; a member that is given twice is stored once.
   int set(const Entry& entry);
   int del(const std::string& name, int domain_id);
   // Removes every entry of the domain.

@@ -9,10 +9,12 @@ class Config {
  public:
   Config() = default;
   virtual ~Config() = default;
-  // Reads every bound member; a key that is not stored leaves the default given to AddToBoolMap.
-  // 0, or negative with one log line.
+  // Reads every bound member with one question. A key that is not stored, or is neither "yes" nor
+  // "no", leaves the member as it is: the default given to AddToBoolMap on a new object. 0, or
+  // negative with one log line and no member changed.
   virtual int LoadSettings();
-  // Writes every bound member ("yes" or "no"); unchanged values are not written again.
+  // Writes every bound member ("yes" or "no"), all or none; unchanged values are not written again.
+  // 0, or negative with one log line.
   virtual int SaveSettings();
 
  protected:

@@ -13,9 +13,10 @@ const std::string& SettingsSchema();
 class DomainSetting {
  public:
   explicit DomainSetting(const std::string& path);
-  // Default rows for a domain; existing ones are kept. 0, or negative with one log line.
+  // Default rows for a domain; existing ones are kept. Makes the database with its whole schema if
+  // it is missing, and the two tables if an older one lacks them. 0, or negative with one log line.
   int CreateSettings(int domain_id);
-  // Removes the rows. 0 (also when there are none), or negative with one log line.
+  // Removes the rows. 0 (also when there are none, or no database), or negative with one log line.
   int DelSettings(int domain_id);
 
  private:

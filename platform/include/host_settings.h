@@ -8,24 +8,30 @@
 
 namespace korvmailserver {
 
+// [keystore]. Keys of the file are called as the members are, but password_file. "tls" is refused:
+// an encrypted connection is made by stunnel on this host.
 struct KeyStoreSettings {
-  std::string backend = "embedded";  // or "redis"
+  std::string backend = "embedded";  // or "redis"; the others are for that
   std::string host = "127.0.0.1";
-  int port = 6379;
-  std::string socket;
-  std::string user;
-  std::string password;  // read from password_file
-  int database = 0;
-  std::string prefix = "mail:";
-  int connect_timeout = 3;  // seconds
-  int command_timeout = 5;  // seconds
+  int port = 6379;               // 1 to 65535
+  std::string socket;            // path of a unix socket, instead of host and port
+  std::string user;              // empty: the server's default user
+  std::string password;          // the first line of password_file; empty: no login
+  int database = 0;              // 0 to 65535
+  std::string prefix = "mail:";  // of every key on the server
+  int connect_timeout = 3;       // seconds, 1 to 3600: finding the primary, connecting, login
+  int command_timeout = 5;       // seconds, 1 to 3600; no call takes longer than both together
+  // Addresses of sentinels (port 26379 unless given), instead of host, port and socket.
   std::vector<std::pair<std::string, int>> sentinels;
-  std::string master;
+  std::string master;  // the name by which the sentinels know the primary
+  // Replicas that must have a write before it counts as made, 0 to 100. With sentinels and a number
+  // above 0, also every further replica that they count as alive.
   int min_replicas = 0;
 };
 
+// [ldap].
 struct LdapSettings {
-  std::string uri;
+  std::string uri;  // ldap://, ldaps:// or ldapi://
   bool start_tls = false;
   std::string ca_file;
   std::string bind_dn;
@@ -41,12 +47,15 @@ struct LdapSettings {
   int page_size = 500;             // 1 to 1000
 };
 
+// [winbind].
 struct WinbindSettings {
   int timeout = 30;      // seconds, of every question to winbindd
   int net_timeout = 60;  // seconds, of one run of /usr/bin/net
 };
 
+// [local].
 struct LocalSettings {
+  // Account names that are not people; the setting replaces the default.
   std::set<std::string> internal = {"Postara-Server", "nobody"};
 };
 
@@ -57,9 +66,15 @@ struct HostSettings {
   LocalSettings local;
 };
 
-// Reads the file below the root prefix; a missing file gives the defaults. False and one `error`
-// text "FILE:LINE: what is wrong with KEY" for an unknown section or key, a bad value, or a
-// password file that others than its owner may read.
+// Reads the file below the root prefix; a missing file gives the defaults. Lines are "[section]",
+// "key = value" or comments after "#" or ";", at most 8 kB long; " ;" after a value begins a
+// comment too. Lists are separated by commas or blanks, flags are "yes" or "no", relative file
+// names count from the settings file's folder. Absolute ones are taken as they are, without the
+// root prefix.
+//
+// True with all of `settings` set. False with one `error` text "FILE:LINE: KEY what is wrong" for
+// the first unknown section or key, key that is set twice, bad value, or password file that is
+// missing, empty or open to others than its owner; `settings` is untouched then.
 bool ReadHostSettings(HostSettings& settings, std::string& error);
 std::string HostSettingsPath();
 

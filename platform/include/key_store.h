@@ -8,27 +8,38 @@
 namespace KORV {
 namespace POSTARA_SERVER {
 
-// Keys "additional_domain-N" lie in the tree "virtual_domain", all others in the root tree "".
-// Every call opens what it needs; a failure is one log line that names the store and the reason.
+// Keys "additional_domain-N" lie in the tree "virtual_domain", all others in the root tree "". The
+// values are those of the mail configuration: mailConfGet of a key that setFile wrote gives the
+// path.
+//
+// Every call opens what it needs and keeps its connection for the next one; a change of the root
+// prefix or of the host settings is noticed. A failure is one log line that names the store and the
+// reason, or the mistake in the host settings. No call waits longer than the key store's time-outs.
 class PostaraServerBACKENDWrap {
  public:
   // Publishes a file under `key`: its path, and where machines share the store also size, digest
-  // and content. False when the store cannot be written or, for a shared store, the file not read.
+  // and content, of an SQLite database its last committed state. Content that is there already is
+  // not sent again. False when the store cannot be written or, for a shared store, the file not
+  // read; what was published before is then still there.
   static bool setFile(const std::string& key, const std::string& path);
-  // Names of the keys of a tree, ascending. An unknown tree is empty. False on failure.
+  // Names of the keys of a tree, ascending by bytes. An unknown tree is empty. False on failure,
+  // with `keys` untouched.
   static bool ls(const std::string& tree, std::vector<std::string>& keys);
   // Whether a key (of any tree, found by its name) is there. False also on failure.
   static bool exist(const std::string& key);
-  // Removes a key; a missing one is no failure.
+  // Removes a key, and what setFile published under it; a missing one is no failure.
   static bool removeKey(const std::string& key);
-  // Path stored by setFile; the empty string when there is none. False on failure.
+  // Path stored by setFile; the empty string when there is none. False on failure, with `path`
+  // untouched.
   static bool getFile(const std::string& key, std::string& path);
 };
 
 class KORVMailNodeCluster {
  public:
-  // True when what is published now would be kept. The embedded store: always, if it can be
-  // written. `level` is the mail server's and ignored.
+  // True when what is published now would be kept. The embedded store: when it can be written. A
+  // shared one: when the server in charge takes a write and the replicas that the settings ask for
+  // confirm it. `level` is the mail server's and ignored. The reason of a false is a warning (level
+  // 1): what follows from it is the caller's.
   static bool isClusterHealth(int level);
   // PostaraServerBACKENDWrap::setFile under a cluster file key. 0 on success, negative on failure.
   static int setFile(const std::string& key, const std::string& path);

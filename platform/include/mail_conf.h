@@ -1,4 +1,5 @@
-// The mail configuration: a name/value store inside the key store.
+// The mail configuration: a name/value store inside the key store (key_store.h tells about failures
+// and connections). Keys and values are any bytes.
 #ifndef PLATFORM_MAIL_CONF_H
 #define PLATFORM_MAIL_CONF_H
 
@@ -26,20 +27,26 @@ int mailConfGet(const std::string& key, std::string& value);
 // 0 here) and change nothing on this host.
 int mailConfSet(const std::string& key, const std::string& value, bool publish, int flags);
 
-// True when the key's value (or default) equals `value` exactly. An unreadable store gives false.
+// True when the key's value (or default) equals `value` exactly. An unreadable store gives false,
+// with one log line.
 bool mailConfCheckKeyValue(const std::string& key, const std::string& value);
 
-// Reads or writes many keys with a bounded number of round trips. Same results as one by one.
+// Reads or writes many keys with a bounded number of round trips. Same results as one by one, but
+// that the changed ones are written all or none. Reading sets the value of every key asked for and
+// leaves other entries of `values` alone; of a key that is written twice the last counts. 0, or
+// negative with one log line and `values` untouched.
 int mailConfGetMany(const std::vector<std::string>& keys,
                     std::map<std::string, std::string>& values);
 int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries);
 
-// Every stored key and value, ascending by key. Negative on failure.
+// Every stored key and value, ascending by key; defaults are not in it. 0, or negative with one log
+// line and `values` untouched.
 int mailConfList(std::map<std::string, std::string>& values);
 
 // The account system's domain name: "local" for local accounts, "win_domain_short_name" for a
-// Windows domain, "acc_domain_name" for LDAP. 0 on success (the name may be empty); non-zero when
-// the configuration cannot be read or the account type is unknown.
+// Windows domain, "acc_domain_name" for LDAP. 0 on success (the name may be empty); non-zero, with
+// one log line and `name` untouched, when the configuration cannot be read or the account type is
+// unknown.
 int smtpAccountDomainGet(std::string& name);
 
 #endif  // PLATFORM_MAIL_CONF_H

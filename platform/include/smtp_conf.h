@@ -9,11 +9,14 @@
 
 class SmtpConf {
  public:
-  // 0, or negative with one log line when the configuration cannot be read.
+  // Reads everything anew with two questions. An entry of the domain list that is not INDEX/NAME,
+  // or whose index was there before, is left out with a warning. 0, or negative with one log line
+  // when the configuration cannot be read, and then nothing changed.
   int LoadSettings();
   // The id of a published domain of this name (ASCII case ignored); negative when there is none.
   int GetDomainId(const std::string& name) const;
-  // 0, or negative when the id is not published. No additional domains: 0 and an empty list.
+  // 0 and the names in stored order; no additional domains: 0 and an empty list. Negative, with
+  // `names` untouched, when the id is not published.
   int GetAdditionalDomainList(int domain_id, std::list<std::string>& names) const;
   // Domain id to name of every published domain.
   const std::map<int, std::string>& GetMultiDomainMap() const { return domains_; }

@@ -1,7 +1,7 @@
 // Chooses the backend in force and keeps it, with its connection, for the next call.
 //
-// It is made anew when the root prefix or the host settings file changed, and in a forked child,
-// which must not talk over its parent's connection.
+// It is made anew when the root prefix or the host settings file changed, after a failure, and in a
+// forked child, which must not talk over its parent's connection.
 #include "platform/keystore/backend.h"
 
 #include <sys/stat.h>
@@ -31,22 +31,31 @@ Stamp CurrentStamp() {
       getpid(), path, status.st_ino, status.st_size, status.st_ctim.tv_sec, status.st_ctim.tv_nsec};
 }
 
+struct InForce {
+  Stamp stamp;
+  std::unique_ptr<KeyStoreBackend> backend;
+};
+
+InForce& Kept() {
+  static InForce kept;
+  return kept;
+}
+
 KeyStoreBackend* BackendInForce(std::string& error) {
-  static Stamp stamp;
-  static std::unique_ptr<KeyStoreBackend> backend;
+  InForce& kept = Kept();
   const Stamp now = CurrentStamp();
-  if (backend && stamp == now) {
-    return backend.get();
+  if (kept.backend && kept.stamp == now) {
+    return kept.backend.get();
   }
-  backend.reset();
+  kept.backend.reset();
   HostSettings settings;
   if (!ReadHostSettings(settings, error)) {
     return nullptr;
   }
-  backend = settings.keystore.backend == "redis" ? MakeRedisBackend(settings.keystore)
-                                                 : MakeEmbeddedBackend();
-  stamp = now;
-  return backend.get();
+  kept.backend = settings.keystore.backend == "redis" ? MakeRedisBackend(settings.keystore)
+                                                      : MakeEmbeddedBackend();
+  kept.stamp = now;
+  return kept.backend.get();
 }
 
 }  // namespace
@@ -84,6 +93,8 @@ bool RunOnKeyStore(
   if (!error.empty()) {
     maillog(log_level, "key store %s: %s", backend->Name().c_str(), error.c_str());
   }
+  // The next call reads the settings again: a password may have changed.
+  Kept().backend.reset();
   return false;
 }
 

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <memory>
 
 #include "platform/include/files.h"
@@ -54,11 +55,17 @@ bool CopyDatabase(const std::string& path, std::string& bytes, std::string& erro
 }  // namespace
 
 bool ReadSnapshot(const std::string& path, std::string& bytes, std::string& error) {
-  if (ReadFile(path, bytes) < 0) {
-    error = strerror(errno);
-  } else if (bytes.compare(0, sizeof(kDatabaseHead), kDatabaseHead, sizeof(kDatabaseHead)) != 0 ||
-             CopyDatabase(path, bytes, error)) {
+  std::ifstream file(path, std::ios::binary);
+  char head[sizeof(kDatabaseHead)] = {};
+  file.read(head, sizeof(head));
+  if (memcmp(head, kDatabaseHead, sizeof(head)) == 0) {
+    if (CopyDatabase(path, bytes, error)) {
+      return true;
+    }
+  } else if (ReadFile(path, bytes) == 0) {
     return true;
+  } else {
+    error = strerror(errno);
   }
   error = "cannot read " + path + ": " + error;
   return false;

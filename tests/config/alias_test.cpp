@@ -45,7 +45,11 @@ TEST_F(AliasTest, EntriesWithOddNamesComeBack) {
   EXPECT_EQ(alias.set({"o'brien", 2, {{Kind::User, "ann'); DROP TABLE alias_table;--"}}}), 0);
   EXPECT_EQ(alias.set({"büro", 1, {{Kind::Address, "x\"@y"}, {Kind::Group, "team a"}}}), 0);
   EXPECT_EQ(alias.set({"", 1, {}}), 0);
-  EXPECT_EQ(alias.set({"büro", 1, {{Kind::User, "b"}, {Kind::User, "a"}, {Kind::Group, "b"}}}), 0);
+  EXPECT_EQ(
+      alias.set({"büro",
+                 1,
+                 {{Kind::User, "b"}, {Kind::User, "a"}, {Kind::Group, "b"}, {Kind::User, "b"}}}),
+      0);
   const std::vector<std::string> want = {"1/:", "1/büro: 0b 0a 1b",
                                          "2/o'brien: 0ann'); DROP TABLE alias_table;--"};
   EXPECT_EQ(Lines(alias.list()), want);

@@ -83,7 +83,7 @@ Context Connect(int port) {
 std::string Command(int port, const std::string& command) {
   const Context context = Connect(port);
   auto* reply = static_cast<redisReply*>(redisCommand(context.get(), command.c_str()));
-  const std::string text = reply != nullptr && reply->str != nullptr ? reply->str : "";
+  std::string text = reply != nullptr && reply->str != nullptr ? reply->str : "";
   freeReplyObject(reply);
   return text;
 }
@@ -185,6 +185,7 @@ TEST_F(RedisServerTest, AHungServerHoldsACallNoLongerThanTheTimeouts) {
 TEST_F(RedisServerTest, PublishingManyDomainsTakesFewCommands) {
   Use(ServerSettings());
   std::vector<std::pair<std::string, std::string>> entries;
+  entries.reserve(1000);
   for (int i = 0; i < 1000; ++i) {
     entries.emplace_back("additional_domain-" + std::to_string(i), "a.example, b.example");
   }
