@@ -12,7 +12,7 @@
 
 namespace MDOMAIN::DB {
 
-using namespace INTERNAL;  // NOLINT(google-build-using-namespace): the stores' own helpers
+using namespace INTERNAL;
 
 namespace {
 
@@ -400,6 +400,7 @@ bool Domain::GetBelongedUsers(const std::vector<int>& domain_idxs,
 // One count over all the domains in place of "count(distinct uid)" over one after the other.
 bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {
   std::vector<int> domain_idxs;
+  domain_idxs.reserve(domains.size());
   for (const RECORD::Domain& domain : domains) {
     domain_idxs.push_back(domain.GetDomainIdx());
   }

@@ -7,7 +7,7 @@
 
 namespace MDOMAIN::DB {
 
-using namespace INTERNAL;  // NOLINT(google-build-using-namespace): the stores' own helpers
+using namespace INTERNAL;
 
 namespace {
 

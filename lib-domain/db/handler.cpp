@@ -141,6 +141,9 @@ int DomainDBHandler::_InitPragma() {
     LOG_ERROR("exec db schema fail, err=[%d], %s", err_, sqlite3_errmsg(db_));
     return -1;
   }
+  // At most 64 MiB, taken as needed, instead of 2: a refresh of 100,000 accounts then does not
+  // spill half-done pages into the file, which would lock readers out before the commit.
+  sqlite3_exec(db_, "pragma cache_size = -65536", nullptr, nullptr, nullptr);
   return 0;
 }
 

@@ -2,6 +2,10 @@
 #include "lib-domain/db/domain.h"
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "platform/include/eai.h"
 #include "tests/support/domain_db.h"
@@ -210,6 +214,31 @@ TEST_F(DomainStoreTest, ListsCountUsersWithARole) {
   filter.SetSelect("domain_idx");
   EXPECT_FALSE(store_.List(filter, domains));  // narrower than a record
   EXPECT_TRUE(Logged("failed to ExecSelectCmd"));
+}
+
+// The file does not exist when they start; whoever comes late finds or waits for the schema.
+TEST_F(DomainStoreTest, SeveralProcessesMakeAndWriteOneFile) {
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  std::filesystem::remove(DbPath());
+  std::vector<pid_t> children;
+  for (int idx = 1; idx <= 4; ++idx) {
+    children.push_back(fork());
+    if (children.back() == 0) {
+      Domain store;
+      bool ok = true;
+      for (int i = 0; i < 5; ++i) {
+        ok = store.Create(Make(100 * idx + i, "d.example")) && ok;
+      }
+      _exit(ok ? 0 : 1);
+    }
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  EXPECT_EQ(Rows("SELECT count(*) FROM domain_view"), StringList{"20"});
+  EXPECT_EQ(Rows("PRAGMA user_version"), StringList{"4"});
 }
 
 TEST_F(DomainStoreTest, BrokenViewFailsEveryRead) {

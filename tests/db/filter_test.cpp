@@ -141,7 +141,7 @@ TEST_F(FilterTest, AccountTables) {
 }
 
 TEST_F(FilterTest, StatementsAreWholeOrNone) {
-  using namespace MDOMAIN::DB::INTERNAL;  // NOLINT(google-build-using-namespace)
+  using namespace MDOMAIN::DB::INTERNAL;
   EXPECT_EQ(FormatStatement("%q%s", "'", std::string(kStatementSize - 3, 'x').c_str()).size(),
             kStatementSize - 1);
   EXPECT_EQ(FormatStatement("%q%s", "'", std::string(kStatementSize - 2, 'x').c_str()), "");

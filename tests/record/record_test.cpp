@@ -9,7 +9,7 @@
 
 namespace {
 
-using namespace MDOMAIN::RECORD;  // NOLINT(google-build-using-namespace)
+using namespace MDOMAIN::RECORD;
 
 class RecordTest : public test::RootTest {};
 
