@@ -206,8 +206,25 @@ bool DefaultAliasGetter::_FetchAttrsFromLDAP(UserAttrsMap& attrs) {
   return _FetchAttrsFromDirectory(&QueryLdap, attrs);
 }
 
+// The account system spells a Windows domain's names in lower case, the domain itself as they were
+// typed: they are compared without regard to letter case.
 bool DefaultAliasGetter::_FetchAttrsFromDomain(UserAttrsMap& attrs) {
-  return _FetchAttrsFromDirectory(&QueryWindowsDomain, attrs);
+  const AttributeScope alone({pattern_});  // no effect within a caller's scope
+  AttributeScope* scope = AttributeScope::_current;
+  if (!scope->_Ask(&QueryWindowsDomain, _NeededAttrs())) {
+    return false;
+  }
+  std::map<std::string, const AttrMap*> by_folded_name;
+  for (const auto& [name, values] : scope->accounts_) {
+    by_folded_name.emplace(FoldAccountName(name), &values);
+  }
+  for (auto& [name, values] : attrs) {
+    const auto account = by_folded_name.find(FoldAccountName(name));
+    if (account != by_folded_name.end()) {
+      values = *account->second;
+    }
+  }
+  return true;
 }
 
 bool DefaultAliasGetter::_FetchAttrsFromDirectory(Query query, UserAttrsMap& attrs) {

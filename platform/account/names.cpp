@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "platform/account/sources.h"
+#include "platform/system/fold_case.h"
 
 std::string TrimDomainName(const std::string& name) {
   const size_t backslash = name.find('\\');
@@ -10,6 +11,10 @@ std::string TrimDomainName(const std::string& name) {
   }
   const size_t at = name.rfind('@');
   return at == std::string::npos || at == 0 ? name : name.substr(0, at);
+}
+
+std::string FoldAccountName(const std::string& name) {
+  return korvmailserver::FoldCase(name);
 }
 
 int KORVLDAPCatName(char* buffer, size_t size, const char* domain, const char* name) {

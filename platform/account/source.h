@@ -113,6 +113,8 @@ class SnapshotSource : public TableSource {
 std::shared_ptr<Source> MakeLocalSource();
 // `domain` is the account domain of full names; empty for none.
 std::shared_ptr<Source> MakeLdapSource(const std::string& domain);
+// `domain` is the Windows domain's short name.
+std::shared_ptr<Source> MakeWinbindSource(const std::string& domain);
 
 }  // namespace korvmailserver::account
 

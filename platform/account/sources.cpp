@@ -72,6 +72,8 @@ std::shared_ptr<Source> Make(AUTH_TYPE type, const std::string& domain) {
       return MakeLocalSource();
     case AUTH_LDAP:
       return MakeLdapSource(domain);
+    case AUTH_WIN:
+      return MakeWinbindSource(domain);
     default:
       return std::make_shared<RefusingSource>(
           "\"account_type\" of the mail configuration is none of local, win, ldap");

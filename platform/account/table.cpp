@@ -184,6 +184,10 @@ class MemberWalk {
   }
 
   bool Unknowable(const GroupRow& group, std::string& why) const {
+    if (!users_.memberships_hidden().empty()) {
+      why = users_.memberships_hidden();
+      return true;
+    }
     const Gaps& gaps = users_.gaps();
     const auto unreadable = [&](const std::string& name) {
       return users_.ByName(name) == nullptr && gaps.folded_names.count(FoldCase(name)) != 0;

@@ -98,8 +98,12 @@ class UserTable : public Table<UserRow> {
   void IndexGroups();
   // Users whose primary group it is or whose entry names it.
   const std::vector<const UserRow*>& OfGroup(unsigned int gid) const;
+  // Some user's groups are unknown, so that no group's members can be told.
+  void HideMemberships(const std::string& why) { memberships_hidden_ = why; }
+  const std::string& memberships_hidden() const { return memberships_hidden_; }
 
  private:
+  std::string memberships_hidden_;
   std::unordered_map<unsigned int, std::vector<const UserRow*>> by_group_;
 };
 

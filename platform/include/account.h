@@ -3,7 +3,8 @@
 // Three sources answer behind these calls: the local files, an LDAP directory, a Windows domain.
 // The ones that take no AUTH_TYPE use the source that "account_type" of the mail configuration
 // names. Names are full names: as they stand in the local files, `name@domain` in a directory whose
-// account domain is configured, `DOM\name` in a Windows domain. Not thread-safe.
+// account domain is configured, `DOM\name` in a Windows domain, there
+// in lower case whatever the domain's own spelling is. Not thread-safe.
 //
 // An answer is never a part that looks like the whole. An enumeration that misses an entry says so
 // by its count; a group whose members cannot all be told is a failure, so that the caller keeps
@@ -105,6 +106,9 @@ int KORVLDAPCatName(char* buffer, size_t size, const char* domain, const char* n
 // Short name: `DOM\alice` and `alice@dom` give `alice`; any other text unchanged, also one that
 // would leave nothing (`@dom`). Of several "@" the last counts.
 std::string TrimDomainName(const std::string& name);
+
+// One spelling for all names that a source without regard to letter case takes for the same.
+std::string FoldAccountName(const std::string& name);
 
 // The full names under which the source in force would know `short_names`, in order, one each.
 // Nothing is looked up.

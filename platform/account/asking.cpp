@@ -1,0 +1,158 @@
+#include "platform/account/asking.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+
+namespace korvmailserver::account {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kEnd = 'E';
+constexpr int kChildFile = 3;
+
+// An answer travels as its length, its kind, and its texts with a zero byte behind each.
+bool TakeAnswer(std::string& bytes, Answer& answer) {
+  uint32_t length = 0;
+  if (bytes.size() < sizeof(length)) {
+    return false;
+  }
+  std::memcpy(&length, bytes.data(), sizeof(length));
+  if (bytes.size() < sizeof(length) + length) {
+    return false;
+  }
+  const std::string body = bytes.substr(sizeof(length), length);
+  bytes.erase(0, sizeof(length) + length);
+  answer.kind = body[0];
+  answer.texts.clear();
+  for (size_t begin = 1; begin < body.size();) {
+    const size_t end = body.find('\0', begin);
+    answer.texts.push_back(body.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return true;
+}
+
+[[noreturn]] void RunChild(pid_t parent, int file,
+                           const std::function<void(const AnswerWriter&)>& ask) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  signal(SIGPIPE, SIG_DFL);
+  if (getppid() != parent || dup2(file, kChildFile) != kChildFile) {
+    _exit(1);
+  }
+  close_range(kChildFile + 1, ~0U, 0);
+  const AnswerWriter writer(kChildFile);
+  ask(writer);
+  writer.Put(kEnd);
+  _exit(0);
+}
+
+// The parent's end of the pipe and the child behind it.
+class Listener {
+ public:
+  Listener(int file, int timeout) : file_(file), timeout_(timeout) {}
+
+  bool Run(const std::function<void(const Answer&)>& take, std::string& error) {
+    Clock::time_point heard = Clock::now();
+    while (true) {
+      Answer answer;
+      while (TakeAnswer(bytes_, answer)) {
+        if (answer.kind == kEnd) {
+          return true;
+        }
+        heard = Clock::now();
+        take(answer);
+      }
+      if (!Receive(heard + std::chrono::seconds(timeout_), error)) {
+        return false;
+      }
+    }
+  }
+
+ private:
+  bool Receive(Clock::time_point deadline, std::string& error) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd waiting = {file_, POLLIN, 0};
+    const int ready = poll(&waiting, 1, left > 0 ? static_cast<int>(left) : 0);
+    if (ready < 0 && errno == EINTR) {
+      return true;
+    }
+    if (ready == 0) {
+      error = "no answer within " + std::to_string(timeout_) + " seconds";
+      return false;
+    }
+    char part[65536];
+    const ssize_t count = read(file_, part, sizeof(part));
+    if (count > 0) {
+      bytes_.append(part, static_cast<size_t>(count));
+      return true;
+    }
+    error = "the asking process ended without an answer";
+    return count < 0 && errno == EINTR;
+  }
+
+  int file_;
+  int timeout_;
+  std::string bytes_;
+};
+
+}  // namespace
+
+void AnswerWriter::Put(char kind, const std::vector<std::string>& texts) const {
+  std::string body(1, kind);
+  for (const std::string& text : texts) {
+    body += text;
+    body += '\0';
+  }
+  const auto length = static_cast<uint32_t>(body.size());
+  std::string message(sizeof(length), '\0');
+  std::memcpy(message.data(), &length, sizeof(length));
+  message += body;
+  for (size_t done = 0; done < message.size();) {
+    const ssize_t count = write(file_, message.data() + done, message.size() - done);
+    if (count < 0 && errno != EINTR) {
+      _exit(1);
+    }
+    done += count > 0 ? static_cast<size_t>(count) : 0;
+  }
+}
+
+bool AskInChild(const std::function<void(const AnswerWriter&)>& ask,
+                const std::function<void(const Answer&)>& take, int timeout, std::string& error) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    error = std::string("no pipe: ") + std::strerror(errno);
+    return false;
+  }
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child == 0) {
+    RunChild(parent, ends[1], ask);
+  }
+  const int fork_error = errno;
+  close(ends[1]);
+  bool whole = false;
+  if (child < 0) {
+    error = std::string("no process: ") + std::strerror(fork_error);
+  } else {
+    whole = Listener(ends[0], timeout).Run(take, error);
+    kill(child, SIGKILL);
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+  close(ends[0]);
+  return whole;
+}
+
+}  // namespace korvmailserver::account
