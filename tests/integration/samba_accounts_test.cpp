@@ -115,7 +115,7 @@ TEST_F(SambaAccounts, AskedForAttributesMakeAliases) {
       {"<0g>", "jsmith", "John"},
       {"<a>", "jsmith", "jsmith"},
       {"<i>", "jsmith", "J"},
-      {"<d>", "jsmith", "JohnSmith"},
+      {"<d>", "jsmith", "JohnJ.Smith"},
       {"<g>.<s>", "öl", "Ölm.Äß"},
       {"<s>", "bob", "Büch"},
       {"<department>", "bob", "Sales"},
