@@ -1,0 +1,136 @@
+// Taking users out of domains: what goes with them, what failing steps leave, who lost his role.
+#include "tests/control/domain_user_fixture.h"
+
+namespace {
+
+using namespace test;  // NOLINT(google-build-using-namespace): the fixture's names
+
+namespace PATHS = MDOMAIN::PATHS;
+
+class DomainUserDeletion : public DomainUserControl {
+ protected:
+  DomainUserDeletion() {
+    EXPECT_TRUE(DomainGroup().Create(1, StringList{"staff", "heads"}));
+    Add({"alice", "Bob"}, {{1, kAlice, "info", false},
+                           {1, kBob, "info", false},
+                           {1, kBob, "bob", false},
+                           {1, kCarol, "carol", false}});
+    DropRoles({{1, kBob}});  // Bob and carol are users through groups alone
+    Alias alias(PATHS::AliasDb());
+    alias.load();
+    alias.set({"all", 1, {{Alias::MemberKind::User, "alice"}, {Alias::MemberKind::User, "bob"}}});
+    BCC::getInstance(1)->addBCC(BCC_SENDER, "boss", "alice");
+    mailConfSet("smtp_changed_uids", "", true, 0);
+  }
+  static void DropRoles(const std::vector<std::pair<int, unsigned int>>& pairs) {
+    EXPECT_TRUE(DomainUser().RemoveUsersRoles(pairs));
+  }
+  StringList AliasMembers() {
+    Alias alias(PATHS::AliasDb());
+    alias.load();
+    StringList names;
+    for (const Alias::Member& member : alias.list().front().members) {
+      names.push_back(member.name);
+    }
+    return names;
+  }
+  static size_t BccRules() {
+    return test::SqliteFile(PATHS::SettingsDb()).Rows("SELECT 1 FROM bcc_table").size();
+  }
+};
+
+TEST_F(DomainUserDeletion, TakesEverythingAndFreesAddresses) {
+  EXPECT_TRUE(DomainUser().Delete(1, {kAlice}));
+  EXPECT_EQ(Stored(), (StringList{"1 Bob bob", "1 Bob info", "1 carol carol"}));
+  EXPECT_EQ(Roles(), StringList{});
+  EXPECT_EQ(Removed(), StringList{});
+  EXPECT_EQ(AliasMembers(), StringList{"bob"});
+  EXPECT_EQ(BccRules(), 0U);
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001");
+  std::string path;
+  EXPECT_TRUE(KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::getFile("bcc_db", path));
+  EXPECT_EQ(path, PATHS::SettingsDb());
+}
+
+TEST_F(DomainUserDeletion, NoGroupBringsARemovedUserBack) {
+  GiveRole(kCarol, "domain_admin");  // hides her two groups as long as she has it
+  EXPECT_TRUE(DomainUser().Delete(1, {kBob, kCarol}));
+  EXPECT_EQ(Removed(), (StringList{"1|2001|1002", "1|2001|1003", "1|2002|1003"}));
+  EXPECT_EQ(Rows("SELECT * FROM domain_group_effected_user_view"), StringList{});
+  EXPECT_EQ(Stored(), StringList{"1 alice info"});
+  EXPECT_TRUE(DomainUser().Delete(1, {}));
+  EXPECT_TRUE(DomainUser().Delete(1, {4711}));
+}
+
+TEST_F(DomainUserDeletion, StopsAtTheStepThatFails) {
+  const struct {
+    const char* function;
+    const char* text;
+    const char* logged;
+    bool is_removed;     // from the group
+    size_t aliases;      // of Bob
+    StringList members;  // of the alias "all"
+  } cases[] = {
+      {"DBHandler::exeCmds",
+       "domain_group_removed_user_table",
+       "Failed to RemoveUsersFromDomainGroups",
+       false,
+       2,
+       {"alice", "bob"}},
+      {"DBHandler::exeCmds",
+       "DELETE FROM domain_user_role_table",
+       "Failed to DeleteUsersRoles",
+       true,
+       2,
+       {"alice", "bob"}},
+      {"DBHandler::exeCmds",
+       "DELETE FROM domain_user_alias_table",
+       "Failed to DeleteUsersAliases",
+       true,
+       2,
+       {"alice", "bob"}},
+      {"Alias::load", "", "Failed to load alias", true, 0, {"alice", "bob"}},
+      {"DBHandler::exeCmds", "DELETE FROM bcc_table", "Failed to deleteBCC", true, 0, {"alice"}},
+      {"KORVMailNodeCluster::setFile", "bcc_db", "Fail to set file ", true, 0, {"alice"}},
+      {"Config::LoadSettings", "", "Failed to delete Disclamer", true, 0, {"alice"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.logged);
+    test::FailOn(c.function, c.text);
+    EXPECT_FALSE(DomainUser().Delete(1, {kBob}));
+    test::ClearFaults();
+    EXPECT_TRUE(Logged(c.logged));
+    TakeLog();
+    EXPECT_EQ(Removed().size(), c.is_removed ? 1U : 0U);
+    EXPECT_EQ(Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1002").size(), c.aliases);
+    EXPECT_EQ(AliasMembers(), c.members);
+  }
+  test::FailOn("KLIBCFileTouch");
+  EXPECT_TRUE(DomainUser().Delete(1, {kAlice}));
+  EXPECT_TRUE(Logged("Failed to NotifySMTPChangedUIDs"));
+  TakeLog();
+}
+
+TEST_F(DomainUserDeletion, UsersWithoutRole) {
+  Run("INSERT INTO domain_user_alias_table VALUES(1,1004,'d1',0),(1,1004,'d2',0),(2,1001,'x',0)");
+  EXPECT_TRUE(DomainUser().CreateUsersRolesForNonGroupUsers());
+  EXPECT_TRUE(Logged("users without roles in domain [1]: [1004]"));
+  EXPECT_TRUE(Logged("users without roles in domain [2]: [1001]"));
+  EXPECT_EQ(Roles(), (StringList{"1|alice|normal|1", "1|dave|normal|1", "2|alice|normal|1"}));
+  TakeLog();
+  EXPECT_TRUE(DomainUser().CreateUsersRolesForNonGroupUsers());
+  EXPECT_TRUE(TakeLog().empty());
+
+  DropRoles({{1, kDave}, {2, kAlice}});
+  test::FailOn("DBHandler::exeCmds", "domain_idx = '1' AND uid IN (1004)");
+  EXPECT_FALSE(DomainUser().RemoveUsersWithoutRole());
+  EXPECT_TRUE(Logged("Failed to delete users [1004] in domain_id: [1]"));
+  EXPECT_TRUE(Logged("Deleted users [1001] in domain_id: [2]"));
+  TakeLog();
+  test::ClearFaults();
+  EXPECT_TRUE(DomainUser().RemoveUsersWithoutRole());
+  EXPECT_EQ(Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1004 OR domain_idx=2"),
+            StringList{});
+}
+
+}  // namespace
