@@ -17,7 +17,7 @@ server() {
   mkdir -p "$folder"
   cat >"$folder/users.acl" <<C
 user default on >s3cret ~* &* +@all
-user publisher on >pubpw ~mail:* &mail:* +@read +@write +@transaction +@connection +role +wait
+user publisher on >pubpw ~mail:* resetchannels -@all +@read +@write +@transaction +@connection -@dangerous +role +wait
 C
   cat >"$folder/redis.conf" <<C
 port $1

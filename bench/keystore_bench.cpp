@@ -1,0 +1,181 @@
+// Publishing 1,000 domains to the key store: everything new, nothing new, one domain changed; in
+// the embedded store and, where redis-server is installed, in one over a unix socket. "trips"
+// counts messages to the server, which must not grow with the domains: more than 5, and the program
+// fails. The last ones publish a 16 MB database that changed and one that did not.
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "platform/include/key_store.h"
+#include "platform/include/mail_conf.h"
+
+namespace {
+
+long trips = 0;
+
+}  // namespace
+
+// The platform's messages to the server pass here.
+extern "C" ssize_t send(int socket, const void* bytes, size_t size, int flags) {
+  using Real = ssize_t (*)(int, const void*, size_t, int);
+  static const Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "send"));
+  ++trips;
+  return real(socket, bytes, size, flags);
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
+
+constexpr int kDomains = 1000;
+constexpr long kMostTrips = 5;
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+void Require(bool done, const char* what) {
+  if (!done) {
+    std::fprintf(stderr, "%s failed\n", what);
+    std::exit(1);
+  }
+}
+
+// A root and, below it, a server of its own.
+class Stage {
+ public:
+  Stage() {
+    std::string name = (fs::temp_directory_path() / "keystore-bench.XXXXXX").string();
+    Require(mkdtemp(name.data()) != nullptr, "mkdtemp");
+    root_ = name;
+    setenv("MDOMAIN_ROOT", root_.c_str(), 1);
+    fs::create_directories(root_ + "/etc/mailserver-domain");
+  }
+  ~Stage() {
+    if (server_ > 0) {
+      kill(server_, SIGKILL);
+      waitpid(server_, nullptr, 0);
+    }
+    fs::remove_all(root_);
+  }
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+
+  const std::string& root() const { return root_; }
+
+  bool StartServer() {
+    const std::string socket = root_ + "/redis.sock";
+    server_ = fork();
+    if (server_ == 0) {
+      execlp("redis-server", "redis-server", "--port", "0", "--unixsocket", socket.c_str(),
+             "--save", "", "--logfile", "/dev/null", nullptr);
+      _exit(1);
+    }
+    for (int i = 0; i < 200 && !fs::exists(socket); ++i) {
+      usleep(10000);
+    }
+    return fs::exists(socket);
+  }
+
+  void Use(bool redis) const {
+    std::ofstream(root_ + "/etc/mailserver-domain/host.ini")
+        << "[keystore]\n"
+        << (redis ? "backend = redis\nsocket = " + root_ + "/redis.sock\n" : "");
+  }
+
+ private:
+  std::string root_;
+  pid_t server_ = 0;
+};
+
+Entries Publication(int generation, int changed) {
+  Entries entries;
+  entries.reserve(kDomains);
+  for (int i = 0; i < kDomains; ++i) {
+    entries.emplace_back(
+        "additional_domain-" + std::to_string(i),
+        "mail.example, name" + std::to_string(i < changed ? generation : 0) + ".example");
+  }
+  return entries;
+}
+
+// Each iteration publishes all domains, `changed` of them with a new value.
+void Publish(benchmark::State& state, const Stage* stage, bool redis, int changed) {
+  stage->Use(redis);
+  int generation = 0;
+  Require(mailConfSetMany(Publication(0, 0)) == 0, "mailConfSetMany");
+  long most = 0;
+  for (auto step : state) {
+    state.PauseTiming();
+    const Entries entries = Publication(++generation, changed);
+    trips = 0;
+    state.ResumeTiming();
+    Require(mailConfSetMany(entries) == 0, "mailConfSetMany");
+    most = std::max(most, trips);
+  }
+  state.counters["trips"] = static_cast<double>(most);
+  Require(most <= kMostTrips, "few round trips");
+}
+
+void PublishFile(benchmark::State& state, const Stage* stage, bool change) {
+  stage->Use(true);
+  const std::string path = stage->root() + "/model.db";
+  sqlite3* opened = nullptr;
+  Require(sqlite3_open(path.c_str(), &opened) == SQLITE_OK, "open");
+  const std::unique_ptr<sqlite3, int (*)(sqlite3*)> db(opened, sqlite3_close);
+  sqlite3_exec(opened,
+               "CREATE TABLE IF NOT EXISTS t(x); DELETE FROM t;"
+               "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 4000)"
+               "INSERT INTO t SELECT randomblob(4000) FROM n",
+               nullptr, nullptr, nullptr);
+  Require(PostaraServerBACKENDWrap::setFile("db", path), "setFile");
+  for (auto step : state) {
+    if (change) {
+      state.PauseTiming();
+      sqlite3_exec(opened, "UPDATE t SET x = randomblob(4000) WHERE rowid = 7", nullptr, nullptr,
+                   nullptr);
+      state.ResumeTiming();
+    }
+    Require(PostaraServerBACKENDWrap::setFile("db", path), "setFile");
+  }
+}
+
+void Register(const char* name, const Stage* stage, bool redis) {
+  const struct {
+    const char* name;
+    int changed;
+  } cases[] = {{"all new", kDomains}, {"one new", 1}, {"nothing new", 0}};
+  for (const auto& one : cases) {
+    benchmark::RegisterBenchmark((std::string(name) + "/1000 domains/" + one.name).c_str(), Publish,
+                                 stage, redis, one.changed)
+        ->Unit(benchmark::kMillisecond);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  Stage stage;
+  Register("embedded", &stage, false);
+  if (stage.StartServer()) {
+    Register("redis", &stage, true);
+    benchmark::RegisterBenchmark("redis/16 MB database/changed", PublishFile, &stage, true)
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("redis/16 MB database/unchanged", PublishFile, &stage, false)
+        ->Unit(benchmark::kMillisecond);
+  } else {
+    std::puts("redis-server is not installed: its part is left out");
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
