@@ -5,20 +5,16 @@
 // line as a continuation of the value before it.
 #include "platform/include/host_settings.h"
 
-#include <fcntl.h>
 #include <ini.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <map>
 
+#include "platform/config/setting_values.h"
 #include "platform/include/files.h"
 #include "platform/include/root_path.h"
-#include "platform/include/scope_guard.h"
 
 namespace korvmailserver {
 
@@ -29,233 +25,53 @@ const char kHostSettingsPath[] = "/etc/mailserver-domain/host.ini";
 // An LDAP filter with many terms fits.
 constexpr int kLongestLine = 8192;
 
-constexpr int kSentinelPort = 26379;
-
-// Puts a value into the settings; false with what is wrong with it. `folder` is the one of the
-// settings file, against which relative file names are read.
-using Setter =
-    std::function<bool(const std::string& value, const std::string& folder, std::string& problem)>;
-
-bool ParseNumber(const std::string& text, int smallest, int largest, int& number) {
-  if (text.empty() || text.size() > 9 ||
-      text.find_first_not_of("0123456789") != std::string::npos) {
-    return false;
-  }
-  const int parsed = std::stoi(text);
-  if (parsed < smallest || parsed > largest) {
-    return false;
-  }
-  number = parsed;
-  return true;
-}
-
-std::vector<std::string> SplitList(const std::string& text) {
-  const char separators[] = ", \t";
-  std::vector<std::string> items;
-  size_t start = text.find_first_not_of(separators);
-  while (start != std::string::npos) {
-    const size_t end = text.find_first_of(separators, start);
-    items.push_back(text.substr(start, end - start));
-    start = text.find_first_not_of(separators, end);
-  }
-  return items;
-}
-
-Setter Text(std::string* field) {
-  return [field](const std::string& value, const std::string&, std::string&) {
-    *field = value;
-    return true;
-  };
-}
-
-Setter Number(int* field, int smallest, int largest) {
-  return [=](const std::string& value, const std::string&, std::string& problem) {
-    problem =
-        "must be a number from " + std::to_string(smallest) + " to " + std::to_string(largest);
-    return ParseNumber(value, smallest, largest, *field);
-  };
-}
-
-Setter Flag(bool* field) {
-  return [field](const std::string& value, const std::string&, std::string& problem) {
-    problem = "must be yes or no";
-    *field = value == "yes";
-    return value == "yes" || value == "no";
-  };
-}
-
-Setter OneOf(std::string* field, const std::vector<std::string>& choices) {
-  return [=](const std::string& value, const std::string&, std::string& problem) {
-    problem = "must be one of:";
-    for (const std::string& choice : choices) {
-      problem += " " + choice;
-    }
-    *field = value;
-    return std::find(choices.begin(), choices.end(), value) != choices.end();
-  };
-}
-
-// The name of a directory attribute (RFC 4512 keystring with options), sent to servers as it is.
-Setter Attribute(std::string* field, bool may_be_empty = false) {
-  return [=](const std::string& value, const std::string&, std::string& problem) {
-    problem = "must be an attribute name";
-    const auto is_letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
-    *field = value;
-    if (value.empty()) {
-      return may_be_empty;
-    }
-    return is_letter(value[0]) && std::all_of(value.begin(), value.end(), [&](char c) {
-             return is_letter(c) || (c >= '0' && c <= '9') || c == '-' || c == ';';
-           });
-  };
-}
-
-Setter LdapUri(std::string* field) {
-  return [field](const std::string& value, const std::string&, std::string& problem) {
-    problem = "must begin with ldap://, ldaps:// or ldapi://";
-    *field = value;
-    return value.rfind("ldap://", 0) == 0 || value.rfind("ldaps://", 0) == 0 ||
-           value.rfind("ldapi://", 0) == 0;
-  };
-}
-
-std::string FileName(const std::string& value, const std::string& folder) {
-  return value.empty() || value[0] == '/' ? value : folder + "/" + value;
-}
-
-Setter Path(std::string* field) {
-  return [field](const std::string& value, const std::string& folder, std::string&) {
-    *field = FileName(value, folder);
-    return true;
-  };
-}
-
-// The first line of a file that only its owner may read.
-Setter PasswordFile(std::string* password) {
-  return [password](const std::string& value, const std::string& folder, std::string& problem) {
-    const std::string path = FileName(value, folder);
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const postara::ScopeGuard close_file([file] { close(file); });
-    struct stat status = {};
-    if (file < 0 || fstat(file, &status) != 0) {
-      problem = "cannot read " + path + ": " + strerror(errno);
-      return false;
-    }
-    if (!S_ISREG(status.st_mode)) {
-      problem = path + " is not a file";
-      return false;
-    }
-    if ((status.st_mode & 077) != 0) {
-      problem = path + " may be read by others than its owner: chmod 600 it";
-      return false;
-    }
-    std::string bytes;
-    if (ReadFile(path, bytes) < 0) {
-      problem = "cannot read " + path + ": " + strerror(errno);
-      return false;
-    }
-    *password = bytes.substr(0, bytes.find_first_of("\r\n"));
-    problem = path + " is empty";
-    return !password->empty();
-  };
-}
-
-// HOST, HOST:PORT, [V6ADDRESS] or [V6ADDRESS]:PORT.
-bool ParseAddress(const std::string& text, std::pair<std::string, int>& address) {
-  address.second = kSentinelPort;
-  size_t end = text.find(':');
-  address.first = text.substr(0, end);
-  if (text[0] == '[') {
-    end = text.find(']');
-    if (end == std::string::npos) {
-      return false;
-    }
-    address.first = text.substr(1, end - 1);
-    end = end + 1 == text.size() ? std::string::npos : end + 1;
-  }
-  return !address.first.empty() &&
-         (end == std::string::npos ||
-          (text[end] == ':' && ParseNumber(text.substr(end + 1), 1, 65535, address.second)));
-}
-
-Setter Addresses(std::vector<std::pair<std::string, int>>* field) {
-  return [field](const std::string& value, const std::string&, std::string& problem) {
-    problem = "must be a list of HOST:PORT";
-    for (const std::string& item : SplitList(value)) {
-      std::pair<std::string, int> address;
-      if (!ParseAddress(item, address)) {
-        return false;
-      }
-      field->push_back(address);
-    }
-    return true;
-  };
-}
-
-Setter NameSet(std::set<std::string>* field) {
-  return [field](const std::string& value, const std::string&, std::string&) {
-    const std::vector<std::string> names = SplitList(value);
-    *field = std::set<std::string>(names.begin(), names.end());
-    return true;
-  };
-}
-
-Setter NoTls() {
-  return [](const std::string&, const std::string&, std::string& problem) {
-    problem =
-        "is not supported; run stunnel as a client on this host and set host and port to where it"
-        " listens";
-    return false;
-  };
-}
-
-using Keys = std::map<std::pair<std::string, std::string>, Setter>;
+using Keys = std::map<std::pair<std::string, std::string>, SettingSetter>;
 
 void AddLdapKeys(LdapSettings& ldap, Keys& keys) {
-  keys[{"ldap", "uri"}] = LdapUri(&ldap.uri);
-  keys[{"ldap", "start_tls"}] = Flag(&ldap.start_tls);
-  keys[{"ldap", "ca_file"}] = Path(&ldap.ca_file);
-  keys[{"ldap", "bind_dn"}] = Text(&ldap.bind_dn);
-  keys[{"ldap", "password_file"}] = PasswordFile(&ldap.password);
-  keys[{"ldap", "user_base"}] = Text(&ldap.user_base);
-  keys[{"ldap", "user_filter"}] = Text(&ldap.user_filter);
-  keys[{"ldap", "group_base"}] = Text(&ldap.group_base);
-  keys[{"ldap", "group_filter"}] = Text(&ldap.group_filter);
-  keys[{"ldap", "user_name_attr"}] = Attribute(&ldap.user_name_attr);
-  keys[{"ldap", "user_id_attr"}] = Attribute(&ldap.user_id_attr);
-  keys[{"ldap", "user_gid_attr"}] = Attribute(&ldap.user_gid_attr);
-  keys[{"ldap", "user_mail_attr"}] = Attribute(&ldap.user_mail_attr);
-  keys[{"ldap", "user_full_name_attr"}] = Attribute(&ldap.user_full_name_attr);
-  keys[{"ldap", "group_name_attr"}] = Attribute(&ldap.group_name_attr);
-  keys[{"ldap", "group_id_attr"}] = Attribute(&ldap.group_id_attr);
-  keys[{"ldap", "group_desc_attr"}] = Attribute(&ldap.group_desc_attr);
-  keys[{"ldap", "schema"}] = OneOf(&ldap.schema, {"rfc2307", "rfc2307bis"});
-  keys[{"ldap", "member_attr"}] = Attribute(&ldap.member_attr, true);
-  keys[{"ldap", "timeout"}] = Number(&ldap.timeout, 1, 3600);
-  keys[{"ldap", "page_size"}] = Number(&ldap.page_size, 1, 1000);
+  keys[{"ldap", "uri"}] = LdapUriSetting(&ldap.uri);
+  keys[{"ldap", "start_tls"}] = FlagSetting(&ldap.start_tls);
+  keys[{"ldap", "ca_file"}] = PathSetting(&ldap.ca_file);
+  keys[{"ldap", "bind_dn"}] = TextSetting(&ldap.bind_dn);
+  keys[{"ldap", "password_file"}] = PasswordFileSetting(&ldap.password);
+  keys[{"ldap", "user_base"}] = TextSetting(&ldap.user_base);
+  keys[{"ldap", "user_filter"}] = TextSetting(&ldap.user_filter);
+  keys[{"ldap", "group_base"}] = TextSetting(&ldap.group_base);
+  keys[{"ldap", "group_filter"}] = TextSetting(&ldap.group_filter);
+  keys[{"ldap", "user_name_attr"}] = AttributeSetting(&ldap.user_name_attr);
+  keys[{"ldap", "user_id_attr"}] = AttributeSetting(&ldap.user_id_attr);
+  keys[{"ldap", "user_gid_attr"}] = AttributeSetting(&ldap.user_gid_attr);
+  keys[{"ldap", "user_mail_attr"}] = AttributeSetting(&ldap.user_mail_attr);
+  keys[{"ldap", "user_full_name_attr"}] = AttributeSetting(&ldap.user_full_name_attr);
+  keys[{"ldap", "group_name_attr"}] = AttributeSetting(&ldap.group_name_attr);
+  keys[{"ldap", "group_id_attr"}] = AttributeSetting(&ldap.group_id_attr);
+  keys[{"ldap", "group_desc_attr"}] = AttributeSetting(&ldap.group_desc_attr);
+  keys[{"ldap", "schema"}] = OneOfSetting(&ldap.schema, {"rfc2307", "rfc2307bis"});
+  keys[{"ldap", "member_attr"}] = AttributeSetting(&ldap.member_attr, true);
+  keys[{"ldap", "timeout"}] = NumberSetting(&ldap.timeout, 1, 3600);
+  keys[{"ldap", "page_size"}] = NumberSetting(&ldap.page_size, 1, 1000);
 }
 
 Keys KnownKeys(HostSettings& settings) {
   KeyStoreSettings& store = settings.keystore;
   Keys keys;
-  keys[{"keystore", "backend"}] = OneOf(&store.backend, {"embedded", "redis"});
-  keys[{"keystore", "host"}] = Text(&store.host);
-  keys[{"keystore", "port"}] = Number(&store.port, 1, 65535);
-  keys[{"keystore", "socket"}] = Path(&store.socket);
-  keys[{"keystore", "user"}] = Text(&store.user);
-  keys[{"keystore", "password_file"}] = PasswordFile(&store.password);
-  keys[{"keystore", "database"}] = Number(&store.database, 0, 65535);
-  keys[{"keystore", "prefix"}] = Text(&store.prefix);
-  keys[{"keystore", "connect_timeout"}] = Number(&store.connect_timeout, 1, 3600);
-  keys[{"keystore", "command_timeout"}] = Number(&store.command_timeout, 1, 3600);
-  keys[{"keystore", "sentinels"}] = Addresses(&store.sentinels);
-  keys[{"keystore", "master"}] = Text(&store.master);
-  keys[{"keystore", "min_replicas"}] = Number(&store.min_replicas, 0, 100);
-  keys[{"keystore", "tls"}] = NoTls();
+  keys[{"keystore", "backend"}] = OneOfSetting(&store.backend, {"embedded", "redis"});
+  keys[{"keystore", "host"}] = TextSetting(&store.host);
+  keys[{"keystore", "port"}] = NumberSetting(&store.port, 1, 65535);
+  keys[{"keystore", "socket"}] = PathSetting(&store.socket);
+  keys[{"keystore", "user"}] = TextSetting(&store.user);
+  keys[{"keystore", "password_file"}] = PasswordFileSetting(&store.password);
+  keys[{"keystore", "database"}] = NumberSetting(&store.database, 0, 65535);
+  keys[{"keystore", "prefix"}] = TextSetting(&store.prefix);
+  keys[{"keystore", "connect_timeout"}] = NumberSetting(&store.connect_timeout, 1, 3600);
+  keys[{"keystore", "command_timeout"}] = NumberSetting(&store.command_timeout, 1, 3600);
+  keys[{"keystore", "sentinels"}] = AddressesSetting(&store.sentinels);
+  keys[{"keystore", "master"}] = TextSetting(&store.master);
+  keys[{"keystore", "min_replicas"}] = NumberSetting(&store.min_replicas, 0, 100);
+  keys[{"keystore", "tls"}] = NoTlsSetting();
   AddLdapKeys(settings.ldap, keys);
-  keys[{"winbind", "timeout"}] = Number(&settings.winbind.timeout, 1, 3600);
-  keys[{"winbind", "net_timeout"}] = Number(&settings.winbind.net_timeout, 1, 3600);
-  keys[{"local", "internal"}] = NameSet(&settings.local.internal);
+  keys[{"winbind", "timeout"}] = NumberSetting(&settings.winbind.timeout, 1, 3600);
+  keys[{"winbind", "net_timeout"}] = NumberSetting(&settings.winbind.net_timeout, 1, 3600);
+  keys[{"local", "internal"}] = NameSetSetting(&settings.local.internal);
   return keys;
 }
 
