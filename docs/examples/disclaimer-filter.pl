@@ -7,6 +7,7 @@
 
 use strict;
 use warnings;
+use Encode         ();
 use File::Basename ();
 use JSON::PP       ();
 
@@ -77,20 +78,41 @@ sub applies {
     return $disclaimer->{code}->();
 }
 
+# Loads HTML::Parser, without which no text is appended to HTML parts (Debian: libhtml-parser-perl).
+detect_and_load_perl_modules();
 load_disclaimers(File::Basename::dirname(__FILE__) . '/disclaimers.json');
 
 sub filter_begin { }
 sub filter { return action_accept(); }
+
+# The text as bytes of the charset in which the part is written. A part in US-ASCII becomes UTF-8
+# when the text needs it; in any other charset, what it does not have becomes "?".
+sub bytes_for {
+    my ($part, $text) = @_;
+    return $text unless $part && $text =~ /[^\x00-\x7f]/;
+    my $charset = lc($part->head->mime_attr('content-type.charset') // 'us-ascii');
+    if ($charset eq 'us-ascii') {
+        $part->head->mime_attr('content-type' => $part->mime_type)
+          unless $part->head->get('content-type');
+        $part->head->mime_attr('content-type.charset' => 'utf-8');
+        $part->head->replace('content-transfer-encoding', 'quoted-printable')
+          if $part->head->mime_encoding eq '7bit';
+        return $text;
+    }
+    my $encoding = Encode::find_encoding($charset);
+    return $encoding ? $encoding->encode(Encode::decode('UTF-8', $text)) : $text;
+}
 
 # A text is appended once, when its disclaimer applies to any of the recipients.
 sub filter_end {
     my ($entity) = @_;
     for my $disclaimer (@disclaimers) {
         next unless grep { applies($disclaimer, $Sender, $_) } @Recipients;
-        append_text_boilerplate($entity, $disclaimer->{content_txt}, 0)
-          if length $disclaimer->{content_txt};
-        append_html_boilerplate($entity, $disclaimer->{content_html}, 0)
-          if length $disclaimer->{content_html};
+        my ($text, $html) = @$disclaimer{qw(content_txt content_html)};
+        append_text_boilerplate($entity, bytes_for(find_part($entity, 'text/plain', 1), $text), 0)
+          if length $text;
+        append_html_boilerplate($entity, bytes_for(find_part($entity, 'text/html', 1), $html), 0)
+          if length $html;
     }
 }
 

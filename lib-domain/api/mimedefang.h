@@ -90,10 +90,10 @@ class MimeDefang : public Config {
   // its "condition", a Perl expression over $Sender, $SenderName, $SenderDomain, $Recipient,
   // $RecipientName, $RecipientDomain and the maps. Keys of the maps are in lower case.
   int GenDisclaimerConfigs(Json::Value& config);
-  // The same for the disclaimers of one domain, with what they were built from: the entries of
-  // "disclaimer_list" have "place" (in the stored list), "match" and "exceptions" besides. The last
-  // two are arrays of objects with "index" (place in the stored rules) and "test" (a Perl
-  // expression).
+  // The same maps, of all domains, with the disclaimers of one domain and what they were built
+  // from: the entries of "disclaimer_list" have "domain_id", "place" (in the stored list), "match"
+  // and "exceptions" besides. The last two are arrays of objects with "index" (place in the stored
+  // rules) and "test" (a Perl expression).
   int ExplainDisclaimerConfigs(int domain_idx, Json::Value& config);
 
  private:

@@ -258,52 +258,36 @@ bool BuildDisclaimer(RuleBuilder& builder, const Json::Value& disclaimer, Json::
   return true;
 }
 
-struct DomainRules {
-  int domain_idx;
-  Json::Value list;
-};
-
-// What the maps and the conditions are made from: the domains, and the lists of all of them or, for
-// an index, of one.
-bool ReadRules(const int* only_domain_idx, std::vector<RECORD::Domain>& domains,
-               std::vector<DomainRules>& rules) {
-  std::map<int, std::string> texts;
-  if (!ListAllDomains(domains)) {
-    LOG_ERROR("get domain list failed");
-    return false;
-  }
-  if (!ReadStoredTexts(domains, texts)) {
-    return false;
-  }
-  for (const RECORD::Domain& domain : domains) {
-    const int domain_idx = domain.GetDomainIdx();
-    if (only_domain_idx != nullptr && domain_idx != *only_domain_idx) {
-      continue;
-    }
-    rules.push_back({domain_idx, Json::Value()});
-    if (ComposeList(domain_idx, texts[domain_idx], rules.back().list) < 0) {
-      return false;
-    }
-  }
-  return true;
-}
-
-int BuildConfig(const int* only_domain_idx, Json::Value& config) {
+// The whole configuration. Entries of "disclaimer_list" also tell what they were built from, and
+// "domain_id"; MimeDefang's two callers take away what is not theirs to show.
+int BuildConfig(Json::Value& config) {
   const korvmailserver::AccountSnapshot snapshot;
   Json::Value result(Json::objectValue);
   std::vector<RECORD::Domain> domains;
-  std::vector<DomainRules> rules;
-  if (!PublishedNames(result["all_domain_map"]) || !ReadRules(only_domain_idx, domains, rules) ||
-      !StoredNames(domains, result["local_domain_map"])) {
+  std::map<int, std::string> texts;
+  if (!PublishedNames(result["all_domain_map"])) {
+    return -1;
+  }
+  if (!ListAllDomains(domains)) {
+    LOG_ERROR("get domain list failed");
+    return -1;
+  }
+  if (!StoredNames(domains, result["local_domain_map"]) || !ReadStoredTexts(domains, texts)) {
     return -1;
   }
   Json::Value gid_username_map(Json::objectValue);
   Json::Value disclaimers(Json::arrayValue);
-  for (const DomainRules& domain : rules) {
-    RuleBuilder builder(domain.domain_idx, gid_username_map);
-    for (Json::ArrayIndex i = 0; i < domain.list.size(); ++i) {
+  for (const RECORD::Domain& domain : domains) {
+    const int domain_idx = domain.GetDomainIdx();
+    Json::Value list;
+    if (ComposeList(domain_idx, texts[domain_idx], list) < 0) {
+      return -1;
+    }
+    RuleBuilder builder(domain_idx, gid_username_map);
+    for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
       Json::Value entry;
-      if (BuildDisclaimer(builder, domain.list[i], entry)) {
+      if (BuildDisclaimer(builder, list[i], entry)) {
+        entry["domain_id"] = domain_idx;
         entry["place"] = i;
         disclaimers.append(std::move(entry));
       }
@@ -318,16 +302,28 @@ int BuildConfig(const int* only_domain_idx, Json::Value& config) {
 }  // namespace
 
 int MimeDefang::ExplainDisclaimerConfigs(int domain_idx, Json::Value& config) {
-  return BuildConfig(&domain_idx, config);
+  Json::Value result;
+  if (BuildConfig(result) < 0) {
+    return -1;
+  }
+  Json::Value own(Json::arrayValue);
+  for (Json::Value& entry : result["disclaimer_list"]) {
+    if (entry["domain_id"] == Json::Value(domain_idx)) {
+      own.append(std::move(entry));
+    }
+  }
+  result["disclaimer_list"] = std::move(own);
+  config = std::move(result);
+  return 0;
 }
 
 int MimeDefang::GenDisclaimerConfigs(Json::Value& config) {
   Json::Value result;
-  if (BuildConfig(nullptr, result) < 0) {
+  if (BuildConfig(result) < 0) {
     return -1;
   }
   for (Json::Value& entry : result["disclaimer_list"]) {
-    for (const char* member : {"match", "exceptions", "place"}) {
+    for (const char* member : {"match", "exceptions", "domain_id", "place"}) {
       entry.removeMember(member);
     }
   }
