@@ -51,7 +51,7 @@ for command in 'domain list' 'domain create example.net' refresh; do
   matches "read-only, $command" "$out" 'local_DOMAIN.db.*read-only'
 done
 out=$($as_other "$build/bin/mdomain" refresh --dry-run 2>&1)
-matches "read-only, refresh --dry-run" "$out" 'would be created +anna, ben'
+matches "read-only, refresh --dry-run" "$out" 'would be created +5: anna, ben'
 chmod u+w "$(database)" "$(dirname "$(database)")"
 state | diff "$scratch/before" - || fail "the read-only database changed"
 

@@ -21,7 +21,7 @@ listing >"$scratch/before"
 good --json refresh --dry-run
 field '[.new_users, .deleted_users, .new_groups, .deleted_groups]' '[["newby"],[1001],[],[2003]]'
 good refresh --dry-run
-matches "the look as text" "$out" 'would be deleted +1001'
+matches "the look as text" "$out" 'would be deleted +1: 1001'
 listing | diff "$scratch/before" - || fail "the look changed the database"
 
 # An older database is not upgraded by a look.

@@ -213,8 +213,8 @@ const Register kGroupNoun({
          Remove},
         {"restore",
          "Take removed members of groups in again",
-         "Without --user all of them. A member is restored for every group of the domain that "
-         "has him.",
+         "Without --user all of them. Members are restored for every group of the domain that "
+         "has them.",
          Effect::kChanges,
          {kDomainArgument, kGroups, Repeated("--user", "USER", "Only this member, by name or uid")},
          Restore},

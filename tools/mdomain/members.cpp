@@ -28,7 +28,7 @@ std::vector<DomainUserAlias> WantedAliases(const std::vector<DomainUser>& users,
   return wanted;
 }
 
-// Everybody who was taken in, with the aliases that were new to him.
+// Everybody who was taken in, with the aliases that were new.
 Json::Value Added(const std::vector<DomainUser>& users,
                   const std::vector<DomainUserAlias>& aliases) {
   std::map<unsigned int, Json::Value> new_aliases;

@@ -141,7 +141,8 @@ void Output::Record(const Json::Value& record, const std::vector<Column>& column
   std::vector<std::vector<std::string>> lines;
   lines.reserve(columns.size());
   for (const Column& column : columns) {
-    lines.push_back({column.title, Cell(record, column)});
+    const std::string cell = Cell(record, column);
+    lines.push_back({column.title, cell.empty() ? "-" : cell});
   }
   text_ += Aligned(lines);
 }

@@ -35,6 +35,17 @@ Json::Value SummaryJson(const RefreshSummary& summary, bool dry_run) {
   return json;
 }
 
+// "3012: anna, ben, ... and 3002 more": a first refresh finds everybody new.
+std::string WriteSome(const Json::Value& items) {
+  constexpr Json::ArrayIndex kShown = 10;
+  std::string text = items.empty() ? "0" : std::to_string(items.size()) + ":";
+  for (Json::ArrayIndex i = 0; i < items.size() && i < kShown; ++i) {
+    text += (i == 0 ? " " : ", ") + items[i].asString();
+  }
+  return items.size() <= kShown ? text
+                                : text + " and " + std::to_string(items.size() - kShown) + " more";
+}
+
 void Refresh(Call& call) {
   const bool dry_run = call.Has("--dry-run");
   RefreshSummary summary;
@@ -53,14 +64,15 @@ void Refresh(Call& call) {
   if (!done) {
     throw Failure(kFailed, "the refresh failed");
   }
-  call.out().Record(SummaryJson(summary, dry_run),
-                    {{"complete", "complete"},
-                     {"users", "users"},
-                     {"groups", "groups"},
-                     {"new_users", dry_run ? "users that would be created" : "new users"},
-                     {"new_groups", dry_run ? "groups that would be created" : "new groups"},
-                     {"deleted_users", dry_run ? "uids that would be deleted" : "deleted uids"},
-                     {"deleted_groups", dry_run ? "gids that would be deleted" : "deleted gids"}});
+  call.out().Record(
+      SummaryJson(summary, dry_run),
+      {{"complete", "complete"},
+       {"users", "users"},
+       {"groups", "groups"},
+       {"new_users", dry_run ? "users that would be created" : "new users", WriteSome},
+       {"new_groups", dry_run ? "groups that would be created" : "new groups", WriteSome},
+       {"deleted_users", dry_run ? "uids that would be deleted" : "deleted uids", WriteSome},
+       {"deleted_groups", dry_run ? "gids that would be deleted" : "deleted gids", WriteSome}});
 }
 
 void Publish(Call& call) {

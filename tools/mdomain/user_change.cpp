@@ -66,7 +66,7 @@ void Add(Call& call) {
   AddMembers(call, domain, members, aliases);
 }
 
-// The user as the domain has him; kNotFound when he is none of its users.
+// The user as the domain has it; kNotFound for somebody who is none of its users.
 MDOMAIN::RECORD::DomainUser DomainUserOf(const KnownDomain& domain,
                                          const MDOMAIN::RECORD::User& user) {
   for (const auto& found : ListDomainUsers(domain.idx(), user.GetUserName(), 0, -1)) {
@@ -112,7 +112,7 @@ AliasPairs ChangedAliases(const Call& call, AliasPairs pairs) {
 }
 
 // The role to write. One that a group gives is written as "group": writing its text instead would
-// give the user a role of his own, which then no longer follows the group.
+// give the user a direct role, which then no longer follows the group.
 std::string ChangedRole(const Call& call, const MDOMAIN::RECORD::DomainUser& user) {
   if (!call.Has("--role")) {
     return user.IsUnderGroupControl() ? "group" : user.GetRole();
@@ -191,9 +191,9 @@ const Register kUserChanges({
          Preview},
         {"add",
          "Add users, and groups with their members, to a domain",
-         "Everybody gets the alias that preview shows, besides those that he has. An alias that "
-         "another user has is stored and flagged as a collision. Adding a user who was removed "
-         "from the domain takes him in again.",
+         "Everybody gets the alias that preview shows, besides those that are there. An alias that "
+         "another user has is stored and flagged as a collision. Adding users who were removed "
+         "from the domain takes them in again.",
          Effect::kChanges,
          {kDomainArgument, kUsers, kGroups,
           Repeated("--alias", "ALIAS", "Give the one named user this alias, not the pattern's")},
@@ -210,8 +210,8 @@ const Register kUserChanges({
          Set},
         {"remove",
          "Take users out of a domain",
-         "A member of a group of the domain stays out, also when the group is in, until he is "
-         "added or restored. With the user go his aliases, rules and disclaimers there.",
+         "Members of a group of the domain stay out, although the group is in, until they are "
+         "added or restored. With users go their aliases, rules and disclaimers there.",
          Effect::kDestroys,
          {kDomainArgument, Many("USER", "Name or uid of a user")},
          Remove},
