@@ -60,7 +60,7 @@ class WorkFolder {
 };
 
 std::string TargetFolder() {
-  const std::string folder = MDOMAIN::PATHS::TargetEtcDir();
+  std::string folder = MDOMAIN::PATHS::TargetEtcDir();
   if (KORVFSMkdirP(folder.c_str(), geteuid(), getegid(), 0755) != 0) {
     throw Failure(folder + ": " + strerror(errno));
   }
@@ -99,10 +99,12 @@ Json::Value Report(const std::array<Map, 2>& maps, const std::string& type,
   for (const Map& map : maps) {
     Json::Value value;
     value["kind"] = map.kind;
-    value["path"] = folder + map.file;
+    const std::string path = folder + map.file;
+    const std::string named = type + ":" + path;
+    value["path"] = path;
     value["type"] = type;
     value["keys"] = static_cast<Json::UInt64>(map.text.size());
-    value["main_cf"] = std::string(map.setting) + " = " + type + ":" + folder + map.file;
+    value["main_cf"] = std::string(map.setting) + " = " + named;
     report["maps"].append(value);
     for (const LeftOut& left_out : map.text.left_out()) {
       report["left_out"].append(LeftOutJson(map, left_out));
