@@ -210,15 +210,17 @@ bool Domain::GetAutoAddingUserDomainIds(std::vector<int>& domain_idxs) {
 }
 
 bool Domain::GetDomainNameByIdx(const int& domain_idx, std::string& name) {
-  DB::DomainDBFilter filter;
-  filter.SetDomainIdxs({domain_idx});
-  filter.SetLimit(1);
+  // Not List: that would count the domain's users for a name.
   std::vector<RECORD::Domain> domains;
-  if (!store_.List(filter, domains) || domains.empty()) {
+  const bool listed = store_.ListNames(domains);
+  const auto domain = std::find_if(domains.begin(), domains.end(), [&](const RECORD::Domain& one) {
+    return one.GetDomainIdx() == domain_idx;
+  });
+  if (!listed || domain == domains.end()) {
     LOG_ERROR("Failed to GetDomainNameByIdx");
     return false;
   }
-  name = domains.front().GetDomainName();
+  name = domain->GetDomainName();
   return true;
 }
 

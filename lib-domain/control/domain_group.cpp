@@ -9,7 +9,6 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/group.h"
-#include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/user.h"
@@ -166,7 +165,7 @@ bool DomainGroup::CheckMemberStatus(const int& domain_idx, const unsigned int& g
     return false;
   }
   std::vector<unsigned int> domain_uids;
-  if (!DB::Domain().GetBelongedUsers({domain_idx}, domain_uids)) {
+  if (!store_.ListMembersInDomain(domain_idx, gid, domain_uids)) {
     LOG_ERROR("Failed to _CheckSingleMemberStatus, domain_id: [%d], gid: [%u], uid: [%u]",
               domain_idx, gid, uids.front());
     return false;

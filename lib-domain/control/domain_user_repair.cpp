@@ -51,10 +51,8 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
 }
 
 bool DomainUser::UpdateAllDuplicateAlias() {
-  DB::DomainDBFilter filter;
-  filter.SetLimit(-1);
   std::vector<RECORD::Domain> domains;
-  if (!DB::Domain().List(filter, domains)) {
+  if (!DB::Domain().ListNames(domains)) {
     LOG_ERROR("Failed to List all domains");
     return false;
   }

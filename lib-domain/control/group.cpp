@@ -105,7 +105,7 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   }
 
   UidsByGid stored;
-  const bool is_stored_known = is_update && store_.ListAllGroupToUsers(stored);
+  const bool is_stored_known = store_.ListAllGroupToUsers(stored);
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   std::unordered_set<unsigned int> mirrored_uids;
   for (const auto& [group, members] : members_by_group) {
@@ -117,6 +117,8 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
       if (AreTheMembers(old_uids, members)) {
         continue;
       }
+    } else if (is_stored_known && AreTheMembers(stored[group->GetGID()], members)) {
+      continue;  // mirrored just before, for another domain
     }
     if (!_WriteMembers(*group, members, is_update, mirrored_uids)) {
       return false;

@@ -171,6 +171,21 @@ bool DomainGroup::CheckSingleMemberStatus(const int& domain_idx, const unsigned 
   return true;
 }
 
+// A row of domain_user_view is a row of the alias table, whose users are all mirrored. Reading the
+// table looks at this group's members only; the view works out everybody's role first.
+bool DomainGroup::ListMembersInDomain(const int& domain_idx, const unsigned int& gid,
+                                      std::vector<unsigned int>& uids) {
+  if (!IsOpen(status_)) {
+    return false;
+  }
+  return SelectUIDs(handler_,
+                    FormatStatement("SELECT uid FROM group_to_user_table AS member WHERE gid = %u "
+                                    "AND EXISTS (SELECT 1 FROM domain_user_alias_table AS alias "
+                                    "WHERE alias.domain_idx = %d AND alias.uid = member.uid)",
+                                    gid, domain_idx),
+                    0, uids);
+}
+
 bool DomainGroup::FindUsersBelongToGIDsOnly(const int& domain_idx,
                                             const std::vector<unsigned int>& gids,
                                             std::vector<unsigned int>& uids) {

@@ -50,6 +50,10 @@ class DomainGroup {
   // difference.
   bool CheckSingleMemberStatus(const int& domain_idx, const unsigned int& gid,
                                const unsigned int& uid, int& status);
+  // The group's members who are users of the domain by any way, in uid order: for whom
+  // CheckSingleMemberStatus gives 0.
+  bool ListMembersInDomain(const int& domain_idx, const unsigned int& gid,
+                           std::vector<unsigned int>& uids);
   // Appends the members of these groups who are in no other group of the domain, own roles and
   // removals not looked at. A member of two of them can stand twice.
   bool FindUsersBelongToGIDsOnly(const int& domain_idx, const std::vector<unsigned int>& gids,

@@ -7,9 +7,9 @@
 #include <algorithm>
 
 #include "lib-domain/base/log_line.h"
-#include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/control/group.h"
+#include "lib-domain/db/domain.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/utils/account_source.h"
 
@@ -88,10 +88,8 @@ Domain2GidsMap GetDomain2GidsMap(const std::vector<int>& domain_idxs) {
 }
 
 Domain2GidsMap GetAllDomain2GidsMap() {
-  DB::DomainDBFilter filter;
-  filter.SetLimit(-1);
   std::vector<RECORD::Domain> domains;
-  if (!CONTROL::Domain().List(filter, domains)) {
+  if (!DB::Domain().ListNames(domains)) {
     LOG_ERROR("Failed to List domains while GetAllDomain2GidsMap");
     return {};
   }
