@@ -80,6 +80,20 @@ std::string TrimDots(const std::string& text) {
   return kept;
 }
 
+// What the general way finds too, without building a text: lists of rules and aliases are checked
+// by the hundred thousand.
+bool IsAsciiDotString(const std::string& text) {
+  char before = '.';
+  for (const char c : text) {
+    const bool allowed = c == '.' ? before != '.' : IsAtext(static_cast<unsigned char>(c));
+    if (!allowed) {
+      return false;
+    }
+    before = c;
+  }
+  return before != '.';
+}
+
 }  // namespace
 
 namespace KORV {
@@ -89,7 +103,10 @@ bool IsValidEaiLocalPart(const std::string& local_part, bool allow_utf8) {
   if (local_part.empty() || local_part.size() > kMaxLocalPart) {
     return false;
   }
-  if (!allow_utf8 && HasNonAscii(local_part)) {
+  if (!HasNonAscii(local_part)) {
+    return IsAsciiDotString(local_part);
+  }
+  if (!allow_utf8) {
     return false;
   }
   return Filter(local_part) == local_part && TrimDots(local_part) == local_part &&
