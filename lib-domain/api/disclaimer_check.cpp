@@ -1,6 +1,7 @@
 // Whether a disclaimer list that someone typed has the members and the values it must have.
 #include <set>
 
+#include "lib-domain/api/disclaimer_condition.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/api/mimedefang_unit.h"
 
@@ -65,7 +66,8 @@ bool CheckRule(const Json::Value& rule, const std::string& path, std::string& er
   const Json::Value& pattern = rule["pattern"];
   unsigned int id = 0;
   if (type == Json::Value("email")) {
-    return (pattern.isString() && !pattern.asString().empty()) ||
+    std::string test;
+    return (pattern.isString() && EmailTest(RuleTarget::kSender, pattern.asString(), test)) ||
            Fail(error, path + ".pattern", "must be an address pattern");
   }
   if (type == Json::Value("uid") || type == Json::Value("gid")) {

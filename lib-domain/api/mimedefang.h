@@ -79,7 +79,8 @@ class MimeDefang : public Config {
   // was kept of `new_account`, if anything, is in force again.
   int MoveDisclaimerToBkpAccount(const std::string& old_account, const std::string& new_account);
   // Replaces all disclaimers by those of PATHS::DisclaimerList() or of `path`. The file is read and
-  // checked before anything is removed; one that names a domain that does not exist is refused.
+  // checked before anything is removed; one that names a domain that does not exist, or with an
+  // element that names none, is refused.
   int RestoreDisclaimerFromFile();
   int RestoreDisclaimerFromFile(const std::string& path);
   // Writes every domain's disclaimers to a file, whole or not at all.

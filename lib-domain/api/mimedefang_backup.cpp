@@ -1,6 +1,7 @@
 // The disclaimers of all domains at once: the system-wide view, backup and restore through files.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <set>
@@ -64,6 +65,15 @@ bool CheckSystemView(const Json::Value& all, std::string& error) {
     }
   }
   return true;
+}
+
+// A file that is something else, a list of one domain's disclaimers for one, must not pass for a
+// view in which no domain has any.
+bool NamesDomains(const Json::Value& all) {
+  return std::all_of(all.begin(), all.end(), [](const Json::Value& element) {
+    int domain_idx = 0;
+    return DomainIdOf(element, domain_idx);
+  });
 }
 
 // Texts of a domain that is no more would lie there unseen until its index is given to another one.
@@ -256,7 +266,7 @@ int MimeDefang::RestoreDisclaimerFromFile(const std::string& path) {
   Json::Value all;
   std::string error;
   errno = 0;
-  if (!ParseJson(bytes, all) || !CheckSystemView(all, error)) {
+  if (!ParseJson(bytes, all) || !CheckSystemView(all, error) || !NamesDomains(all)) {
     errno = EBADMSG;
     LOG_ERROR("json parse fail: %s, error[%m]", path.c_str());
     return -1;

@@ -242,8 +242,9 @@ TEST_F(MimeDefangTest, BackupAndRestoreAreInverse) {
   // Bad files are refused before anything is removed.
   EXPECT_LT(mimedefang_.RestoreDisclaimerFromFile(root() + "/missing"), 0);
   EXPECT_TRUE(Logged("open file fail: " + root() + "/missing, error[No such file or directory]"));
-  for (const char* bad : {"", "x", "{}", "[1]", R"([{"disclaimer_list": []}])",
-                          R"([{"domain_id": 1, "disclaimer_list": [1]}])"}) {
+  for (const char* bad :
+       {"", "x", "{}", "[1]", R"([{"disclaimer_list": []}])", R"([{"id": 1, "name": "a list"}])",
+        R"([{"domain_id": 1, "disclaimer_list": [1]}])"}) {
     Write("/bad.json", bad);
     EXPECT_LT(mimedefang_.RestoreDisclaimerFromFile(root() + "/bad.json"), 0) << bad;
     EXPECT_TRUE(Logged("json parse fail: " + root() + "/bad.json"));
@@ -346,6 +347,8 @@ TEST(DisclaimerCheck, NamesTheWrongMember) {
       {R"({"match_rule_list": [5]})", "[0].match_rule_list[0]: must be an object"},
       {R"({"exception_rule_list": [{"target": "sender", "pattern_type": "uid", "pattern": -1}]})",
        "[0].exception_rule_list[0].pattern: must be a uid"},
+      {R"({"match_rule_list": [{"target": "sender", "pattern_type": "email", "pattern": "a\\@x"}]})",
+       "[0].match_rule_list[0].pattern: must be an address pattern"},
       {R"({"match_rule_list": [{"target": "from", "pattern_type": "uid", "pattern": 1}]})",
        "[0].match_rule_list[0].target: must be \"sender\" or \"recipient\""},
   };

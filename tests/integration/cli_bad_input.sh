@@ -12,22 +12,6 @@ good refresh
 good group add 2 books
 state >"$scratch/before"
 
-# STATUS REGEX COMMAND...
-bad() {
-  local want=$1 regex=$2
-  shift 2
-  run "$@"
-  same "status of: $*" "$status" "$want"
-  matches "message of: $*" "$err" "$regex"
-  same "output of: $*" "$out" ""
-  state >"$scratch/after"
-  cmp -s "$scratch/before" "$scratch/after" || {
-    fail "changed by: $*"
-    diff "$scratch/before" "$scratch/after" | head -n 20
-    cp "$scratch/after" "$scratch/before"
-  }
-}
-
 long=$(printf 'a%.0s' {1..64})
 # Domain names: their form, and names that are taken.
 bad 3 '"example".*valid' domain create example

@@ -70,4 +70,22 @@ state() {
     [ ! -f "$file" ] || { echo "$file" && sqlite3 "$file" .dump; }
   done
   find "$MDOMAIN_ROOT" ! -name '*.lock' ! -path '*/etc/passwd' | sort
+  find "$MDOMAIN_ROOT/var" -type f ! -name '*.lock' ! -name '*.db' -exec sha256sum {} + | sort
+}
+
+# bad STATUS REGEX COMMAND... : runs mdomain, which must end so, say something that matches, print
+# nothing, and leave $scratch/before, a state, as it is.
+bad() {
+  local want=$1 regex=$2
+  shift 2
+  run "$@"
+  same "status of: $*" "$status" "$want"
+  matches "message of: $*" "$err" "$regex"
+  same "output of: $*" "$out" ""
+  state >"$scratch/after"
+  cmp -s "$scratch/before" "$scratch/after" || {
+    fail "changed by: $*"
+    diff "$scratch/before" "$scratch/after" | head -n 20
+    cp "$scratch/after" "$scratch/before"
+  }
 }

@@ -2,13 +2,15 @@
 #include <json/reader.h>
 
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <iterator>
 #include <memory>
 
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/text.h"
+#include "platform/include/files.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/disclaimer_explain.h"
 #include "tools/mdomain/lookup.h"
@@ -70,10 +72,9 @@ std::string ReadInput(const std::string& name) {
   if (name == "-") {
     return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
   }
-  std::ifstream in(name, std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (!in) {
-    throw Failure(kFailed, name + " could not be read");
+  std::string bytes;
+  if (korvmailserver::ReadFile(name, bytes) < 0) {
+    throw Failure(kFailed, name + " could not be read: " + std::strerror(errno));
   }
   return bytes;
 }
@@ -207,6 +208,9 @@ Json::Value ExplainRow(const Json::Value& disclaimer) {
 }
 
 void Explain(Call& call) {
+  if (!call.Has("--from") || !call.Has("--to")) {
+    throw Failure(kUsage, "name a sender (--from) and a recipient (--to)");
+  }
   const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
   MimeDefang mimedefang;
   const Json::Value list = Read(mimedefang, domain);
