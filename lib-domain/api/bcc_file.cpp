@@ -23,11 +23,6 @@ namespace {
 // Two addresses of the greatest length in UTF-8, and some blanks.
 constexpr size_t kLineSize = 4096;
 constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-bool IsControl(char c) {
-  return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
-}
 
 std::vector<std::string> Fields(std::string_view line) {
   std::vector<std::string> fields;
@@ -45,7 +40,7 @@ std::string ParseLine(std::string_view line, int type, BccInfo& rule) {
   if (line.size() > kLineSize) {
     return "longer than " + std::to_string(kLineSize) + " bytes";
   }
-  if (std::any_of(line.begin(), line.end(), IsControl)) {
+  if (HasControl(line)) {
     return "control character";
   }
   std::vector<std::string> fields = Fields(line);
@@ -132,27 +127,6 @@ std::string ExportedDestination(const std::string& bcc_to, DomainFormCache& cach
 }
 
 }  // namespace
-
-bool StandsInLine(const std::string& text) {
-  const auto blank_or_control = [](char c) { return c == ' ' || c == '\t' || IsControl(c); };
-  return !text.empty() && std::none_of(text.begin(), text.end(), blank_or_control);
-}
-
-bool StandsAtLineBegin(const std::string& text) {
-  return StandsInLine(text) && text.front() != '#' && text.rfind(kByteOrderMark, 0) != 0;
-}
-
-bool SplitAddress(const std::string& text, std::string& local_part, std::string& domain) {
-  const size_t at = text.rfind('@');
-  if (at == std::string::npos) {
-    return false;
-  }
-  // `text` may be one of the two.
-  std::string after = text.substr(at + 1);
-  local_part = text.substr(0, at);
-  domain = std::move(after);
-  return true;
-}
 
 void ParseBccRules(std::string_view text, int type, std::list<BccInfo>& rules,
                    std::vector<BccBadLine>& bad_lines) {

@@ -347,29 +347,6 @@ void AppendLine(const BccMapEntry& entry, std::string& text) {
 
 }  // namespace
 
-const DomainForms& DomainFormCache::Get(const std::string& domain) {
-  const auto [place, is_new] = forms_.try_emplace(domain);
-  DomainForms& forms = place->second;
-  if (!is_new) {
-    return forms;
-  }
-  forms.punycode = forms.utf8 = domain;
-  forms.spellings = {domain};
-  std::string punycode;
-  std::string utf8;
-  if (KORV::POSTARA_SERVER::ConvertToPunycode(domain, punycode) != 0) {
-    return forms;
-  }
-  forms.convertible = true;
-  forms.punycode = punycode;
-  forms.utf8 = KORV::POSTARA_SERVER::ConvertToUTF8(punycode, utf8) == 0 ? utf8 : punycode;
-  forms.spellings = {domain == punycode ? punycode : forms.utf8};
-  if (forms.utf8 != punycode) {
-    forms.spellings.push_back(domain == punycode ? forms.utf8 : punycode);
-  }
-  return forms;
-}
-
 bool isAlias(const std::string& name, int domain_id) {
   Alias table(MDOMAIN::PATHS::AliasDb());
   return table.load() >= 0 && table.isAlias(name, domain_id);

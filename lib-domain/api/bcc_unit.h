@@ -32,6 +32,11 @@ class DomainFormCache {
   std::unordered_map<std::string, DomainForms> forms_;
 };
 
+// What a file of UTF-8 may begin with.
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+// Whether a text holds a control character; a tab is none here.
+bool HasControl(std::string_view text);
 // Whether a text can be a field of a line: not empty, no blank, no control character.
 bool StandsInLine(const std::string& text);
 // The same for the first field, which must not make the line a comment by a "#" at its begin, and

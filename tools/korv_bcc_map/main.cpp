@@ -100,11 +100,12 @@ Json::Value Report(const std::array<Map, 2>& maps, const std::string& type,
     Json::Value value;
     value["kind"] = map.kind;
     const std::string path = folder + map.file;
-    const std::string named = type + ":" + path;
     value["path"] = path;
     value["type"] = type;
     value["keys"] = static_cast<Json::UInt64>(map.text.size());
-    value["main_cf"] = std::string(map.setting) + " = " + named;
+    std::string line = map.setting;
+    line.append(" = ").append(type).append(":").append(path);
+    value["main_cf"] = line;
     report["maps"].append(value);
     for (const LeftOut& left_out : map.text.left_out()) {
       report["left_out"].append(LeftOutJson(map, left_out));
