@@ -25,6 +25,40 @@ AccountCheckStep CompleteStep(const account::UserTable& users, const account::Gr
   return {"complete", complete, complete ? "yes" : of + gaps.why};
 }
 
+// Below each domain name lies a database of its own, so that a source without one has none.
+AccountCheckStep DomainNameStep(const std::string& type, const char* key) {
+  std::string name;
+  if (mailConfGet(key, name) < 0) {
+    return {"settings", false, "the mail configuration cannot be read"};
+  }
+  return {"settings", !name.empty(),
+          "account_type is " + type +
+              (name.empty() ? std::string(", and ") + key + " is not set"
+                            : std::string(", ") + key + " " + name)};
+}
+
+AccountCheckStep SettingsStep() {
+  HostSettings settings;
+  std::string error;
+  std::string type;
+  if (!ReadHostSettings(settings, error)) {
+    return {"settings", false, error};
+  }
+  if (mailConfGet("account_type", type) < 0) {
+    return {"settings", false, "the mail configuration cannot be read"};
+  }
+  switch (ConvertAuthType(type)) {
+    case AUTH_LOCAL:
+      return {"settings", true, "account_type is local"};
+    case AUTH_WIN:
+      return DomainNameStep(type, "win_domain_short_name");
+    case AUTH_LDAP:
+      return DomainNameStep(type, "acc_domain_name");
+    default:
+      return {"settings", false, "account_type is \"" + type + "\"; set it to local, win or ldap"};
+  }
+}
+
 bool AllOk(const std::vector<AccountCheckStep>& steps) {
   return !steps.empty() && steps.back().ok;
 }
@@ -32,23 +66,8 @@ bool AllOk(const std::vector<AccountCheckStep>& steps) {
 }  // namespace
 
 bool CheckAccountSource(std::vector<AccountCheckStep>& steps) {
-  steps.clear();
-  HostSettings settings;
-  std::string error;
-  std::string type;
-  if (!ReadHostSettings(settings, error)) {
-    steps.push_back({"settings", false, error});
-    return false;
-  }
-  if (mailConfGet("account_type", type) < 0) {
-    steps.push_back({"settings", false, "the mail configuration cannot be read"});
-    return false;
-  }
-  const bool known = ConvertAuthType(type) != AUTH_UNKNOWN;
-  steps.push_back({"settings", known,
-                   known ? "account_type is " + type
-                         : "account_type is \"" + type + "\"; set it to local, win or ldap"});
-  if (!known) {
+  steps.assign(1, SettingsStep());
+  if (!AllOk(steps)) {
     return false;
   }
   const auto source = account::SourceInForce();

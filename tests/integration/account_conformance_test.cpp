@@ -182,6 +182,7 @@ TEST_F(AccountConformance, AnswersFromTheSourceAndFromASnapshotAlike) {
 
 TEST_F(AccountConformance, IsInspectedStepByStep) {
   std::vector<korvmailserver::AccountCheckStep> steps;
+  Set("acc_domain_name", "example.com");
   EXPECT_TRUE(korvmailserver::CheckAccountSource(steps)) << steps.back().detail;
   std::vector<std::string> names;
   for (const auto& step : steps) {

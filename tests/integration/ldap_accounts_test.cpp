@@ -101,9 +101,12 @@ class LdapAccounts : public test::RootTest {
     return list.items;
   }
 
+  // The database needs a domain name, the other cases' names are short.
   static std::string LastStep() {
     std::vector<korvmailserver::AccountCheckStep> steps;
+    EXPECT_EQ(mailConfSet("acc_domain_name", "example.com", true, 0), 0);
     korvmailserver::CheckAccountSource(steps);
+    EXPECT_EQ(mailConfSet("acc_domain_name", "", true, 0), 0);
     return steps.back().name + ": " + steps.back().detail;
   }
 
@@ -144,6 +147,9 @@ TEST_F(LdapAccounts, AreIncompleteWhenTheServerLimitsTheAnswer) {
 }
 
 TEST_F(LdapAccounts, RefuseWithOneClearLine) {
+  std::vector<korvmailserver::AccountCheckStep> steps;
+  EXPECT_FALSE(korvmailserver::CheckAccountSource(steps));
+  EXPECT_EQ(steps.back().detail, "account_type is ldap, and acc_domain_name is not set");
   Configure({{"bind_dn", "cn=nobody,dc=example,dc=com"}});
   ExpectRefused("bind", "Invalid credentials (49)");
   Write("/etc/mailserver-domain/reader", "wrong\n");

@@ -1,0 +1,126 @@
+#!/bin/bash
+# mdomain on an LDAP directory: addresses from attributes, a limited answer that deletes nobody, bad
+# settings, and what the server was asked for 10,000 users in 500 groups and five domains.
+# ctest-timeout: 400
+. "$(dirname "$0")/lib/private.bash"
+set -eu
+. "$(dirname "$0")/lib/slapd.bash"
+build=$1 scratch=$2
+fail() { echo "FAILED: $*" >&2; exit 1; }
+expect() { [ "$2" = "$3" ] || fail "$1: got \"$2\", want \"$3\""; }
+m() { "$build/bin/mdomain" --root "$root" --json --yes "$@"; }
+
+# new_root NAME URI : a root that asks the server at URI
+new_root() {
+  root=$scratch/$1
+  settings=$root/etc/mailserver-domain/host.ini
+  mkdir -p "${settings%/*}"
+  (umask 077 && echo readpw >"${settings%/*}/reader")
+  cat >"$settings" <<I
+[ldap]
+uri = $2
+bind_dn = cn=reader,dc=example,dc=com
+password_file = reader
+user_base = ou=People,dc=example,dc=com
+group_base = ou=Groups,dc=example,dc=com
+I
+  m config set account_type ldap >/dev/null
+  m config set acc_domain_name dir.example >/dev/null
+}
+
+start() { slapd_start "$dir" "$port" "$1"; }
+stop() { kill "$SLAPD_PID"; wait "$SLAPD_PID" || true; }
+remove() { ldapdelete -x -H "ldap://127.0.0.1:$port" -D cn=admin,dc=example,dc=com -w secret "$@"; }
+
+# 1. Addresses; a limit that appears while entries go; the limit lifted.
+dir=$scratch/server port=3890
+mkdir -p "$dir"
+{
+  ldif_top
+  for i in $(seq -f %04g 1197); do
+    ldif_user People "u$i" "User $i" "3$i" 20001 "mail: m$i@example.com"
+  done
+  ldif_user People alice "Alice Archer" 10001 20001 "mail: alice.archer@example.com" \
+    "department: Sales"
+  ldif_user People bob "Bob Büch" 10002 20002 "mail: bob@elsewhere.example" "department: Öl"
+  ldif_user People carol Carol 10003 20002
+  ldif_group Groups staff 20009 alice bob
+  ldif_group Groups people 20002
+} >"$dir/data.ldif"
+whole="limits users size=unlimited"
+start "$whole"
+new_root people "ldap://127.0.0.1:$port"
+m domain create example.com --pattern '<m>' --auto-add >/dev/null
+m domain create example.org --pattern '<department>' --auto-add >/dev/null
+expect "complete" "$(m refresh | jq -c .complete)" true
+expect "members" "$(m user list example.com | jq length)" 1200
+expect "mail" "$(m user addresses alice | jq -c 'sort')" \
+  '["Sales@example.org","alice.archer@example.com"]'
+expect "no mail" "$(m user addresses carol | jq -c 'sort')" '["carol@example.com","carol@example.org"]'
+expect "UTF-8" "$(m user addresses bob | jq -c 'sort')" '["bob@example.com","Öl@example.org"]'
+# A few people are there because their group is.
+m group set example.com staff >/dev/null 2>&1 || true
+
+stop
+start ""
+remove uid=u0001,ou=People,dc=example,dc=com uid=u0002,ou=People,dc=example,dc=com
+before=$(m user list example.com)
+m refresh >"$scratch/refresh.json" 2>"$scratch/refresh.err" || true
+expect "limited" "$(jq -c .complete "$scratch/refresh.json")" false
+grep -q 'Size limit exceeded' "$scratch/refresh.err" || fail "no reason: $(cat "$scratch/refresh.err")"
+expect "nobody deleted" "$(m user list example.com | jq -cS .)" "$(jq -cS . <<<"$before")"
+m account check >"$scratch/check.json" && fail "the check found nothing"
+jq -r '.[-1].detail' "$scratch/check.json" | grep -q size.prtotal || fail "$(cat "$scratch/check.json")"
+
+stop
+start "$whole"
+expect "complete again" "$(m refresh | jq -c .complete)" true
+expect "who went" \
+  "$(jq -nc --argjson a "$before" --argjson b "$(m user list example.com)" '[$a[].name] - [$b[].name] | sort')" \
+  '["u0001","u0002"]'
+m account check >/dev/null || fail "the check fails"
+
+# 2. Bad settings: one clear line, status 2.
+# bad WANT COMMAND... : after COMMAND the settings are refused with a text that holds WANT
+bad() {
+  local want=$1 status=0
+  cp "$settings" "$scratch/settings"
+  shift
+  "$@"
+  m account check >"$scratch/out" 2>"$scratch/err" || status=$?
+  expect "status for $want" "$status" 2
+  expect "lines for $want" "$(wc -l <"$scratch/err")" 1
+  grep -q "$want" "$scratch/err" || fail "$want: $(cat "$scratch/err")"
+  cp "$scratch/settings" "$settings"
+}
+bad 'host.ini:8: .*colour' sh -c "echo 'colour = red' >>$settings"
+bad 'user_base' sed -i /user_base/d "$settings"
+bad 'page_size' sh -c "echo 'page_size = 5000' >>$settings"
+bad 'chmod 600' chmod 644 "${settings%/*}/reader"
+chmod 600 "${settings%/*}/reader"
+stop
+
+# 3. 10,000 users in 500 groups, five domains: what the server is asked does not grow with them.
+dir=$scratch/large port=3900
+mkdir -p "$dir"
+{
+  ldif_top
+  seq -f %05g 10000 | awk '{
+    printf "dn: uid=u%s,ou=People,dc=example,dc=com\nobjectClass: inetOrgPerson\nobjectClass: posixAccount\nuid: u%s\ncn: User\nsn: N\nmail: m%s@example.com\nuidNumber: 1%s\ngidNumber: 20001\nhomeDirectory: /h\n\n", $1, $1, $1, $1 }'
+  seq 0 499 | awk '{
+    printf "dn: cn=g%d,ou=Groups,dc=example,dc=com\nobjectClass: posixGroup\ncn: g%d\ngidNumber: %d\n", $1, $1, 30000 + $1
+    for (i = 1; i <= 20; i++) printf "memberUid: u%05d\n", $1 * 20 + i
+    print "" }'
+} >"$dir/data.ldif"
+start "$whole"
+new_root large "ldap://127.0.0.1:$port"
+for i in 1 2 3 4 5; do m domain create "d$i.example.com" --pattern '<m>' --auto-add >/dev/null; done
+: >"$dir/log"
+expect "large" "$(m refresh | jq -c .complete)" true
+count() { grep -c "SRCH base=\"ou=$1,.*$2" "$dir/log" || true; }
+searches=$(grep -c 'SRCH base=' "$dir/log")
+echo "refresh of 10,000 users in 500 groups and 5 domains: $searches searches (pages of 500)," \
+  "$(grep -c ' BIND ' "$dir/log") binds, $(count People .) for users, $(count Groups .) for groups"
+expect "pages of users, of groups, of attributes" "$searches" $((20 + 1 + 20))
+expect "members" "$(m user list d5.example.com | jq length)" 10000
+expect "an address" "$(m user addresses u00042 | jq -c sort | head -c 22)" '["m00042@d1.example.co'
