@@ -105,15 +105,9 @@ bool LdapSource::Configure() {
     return false;
   }
   settings_ = settings.ldap;
-  const std::pair<const char*, const std::string*> needed[] = {
-      {"uri", &settings_.uri},
-      {"user_base", &settings_.user_base},
-      {"group_base", &settings_.group_base}};
-  for (const auto& [key, value] : needed) {
-    if (value->empty()) {
-      Fail(HostSettingsPath() + ": " + key + " is missing in [ldap]");
-      return false;
-    }
+  if (settings_.uri.empty()) {
+    Fail(HostSettingsPath() + ": uri is missing in [ldap]");
+    return false;
   }
   return true;
 }

@@ -194,6 +194,19 @@ bool CheckKeyStore(const KeyStoreSettings& store, const Parser& parser, std::str
   return error.empty();
 }
 
+bool CheckLdap(const LdapSettings& ldap, const Parser& parser, std::string& error) {
+  const std::string at_uri = parser.At(parser.LineOf("ldap", "uri"));
+  if (!ldap.uri.empty() && ldap.user_base.empty()) {
+    error = at_uri + "uri needs user_base, the entry below which the users are";
+  } else if (!ldap.uri.empty() && ldap.group_base.empty()) {
+    error = at_uri + "uri needs group_base, the entry below which the groups are";
+  } else if (!ldap.bind_dn.empty() && ldap.password.empty()) {
+    // Servers take an empty password for an anonymous bind, and answer with what strangers may see.
+    error = parser.At(parser.LineOf("ldap", "bind_dn")) + "bind_dn needs password_file";
+  }
+  return error.empty();
+}
+
 }  // namespace
 
 std::string HostSettingsPath() {
@@ -214,7 +227,8 @@ bool ReadHostSettings(HostSettings& settings, std::string& error) {
     return true;
   }
   Parser parser(path, bytes, read);
-  if (!parser.Run(error) || !CheckKeyStore(read.keystore, parser, error)) {
+  if (!parser.Run(error) || !CheckKeyStore(read.keystore, parser, error) ||
+      !CheckLdap(read.ldap, parser, error)) {
     return false;
   }
   settings = read;

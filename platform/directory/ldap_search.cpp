@@ -60,9 +60,8 @@ bool ReadLdapSettings(LdapSettings& settings) {
     return false;
   }
   settings = all.ldap;
-  if (settings.uri.empty() || settings.user_base.empty()) {
-    Failed(korvmailserver::HostSettingsPath() + ": " +
-           (settings.uri.empty() ? "uri" : "user_base") + " is missing in [ldap]");
+  if (settings.uri.empty()) {
+    Failed(korvmailserver::HostSettingsPath() + ": uri is missing in [ldap]");
     return false;
   }
   return true;

@@ -93,11 +93,6 @@ bool Session::Connect(const LdapSettings& settings, std::string& error) {
 
 bool Session::Bind(const LdapSettings& settings, std::string& error) {
   const SigpipeGuard guard;
-  if (!settings.bind_dn.empty() && settings.password.empty()) {
-    // Servers take this for an anonymous bind and answer with what strangers may see.
-    error = "bind_dn is set and the password is empty";
-    return false;
-  }
   std::string password = settings.bind_dn.empty() ? "" : settings.password;
   berval credentials = {password.size(), password.data()};
   const int code = ldap_sasl_bind_s(ldap_, settings.bind_dn.c_str(), LDAP_SASL_SIMPLE, &credentials,

@@ -61,6 +61,8 @@ TEST_F(HostSettingsTest, ReadsWhatIsSet) {
         "min_replicas = 2\n"
         "[ldap]\n"
         "uri = ldaps://directory.example\n"
+        "user_base = ou=p\n"
+        "group_base = ou=g\n"
         "start_tls = yes\n"
         "password_file = " +
             root() + "/etc/mailserver-domain/ldap.password\n" + "user_filter = " + filter +
@@ -118,6 +120,9 @@ TEST_F(HostSettingsTest, EveryMistakeIsNamedWithItsLine) {
       {"[ldap]\npassword_file = empty\n", "empty is empty"},
       {"[ldap]\npassword_file = .\n", "is not a file"},
       {"[ldap]\nuri = directory.example\n", "2: uri must begin with ldap://"},
+      {"[ldap]\nuri = ldap://a\ngroup_base = b\n", "2: uri needs user_base"},
+      {"[ldap]\nuri = ldap://a\nuser_base = b\n", "2: uri needs group_base"},
+      {"[ldap]\nbind_dn = cn=a\n", "2: bind_dn needs password_file"},
       {"[ldap]\nuser_mail_attr = mail)(uid=*\n", "2: user_mail_attr must be an attribute name"},
       {"[ldap]\nuser_name_attr =\n", "2: user_name_attr must be an attribute name"},
       {"[ldap]\nstart_tls = maybe\n", "2: start_tls must be yes or no"},
