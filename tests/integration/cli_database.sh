@@ -55,13 +55,12 @@ matches "read-only, refresh --dry-run" "$out" 'would be created +5: anna, ben'
 chmod u+w "$(database)" "$(dirname "$(database)")"
 state | diff "$scratch/before" - || fail "the read-only database changed"
 
-# hold SECONDS : another process has the database for itself.
+# hold SECONDS FILE : another process has a database for itself.
 hold() {
-  python3 - "$(database)" "$1" <<'END' &
+  python3 - "$2" "$1" >/dev/null <<'END' &
 import sqlite3, sys, time
 db = sqlite3.connect(sys.argv[1], isolation_level=None)
 db.execute("BEGIN EXCLUSIVE")
-print("held", flush=True)
 time.sleep(float(sys.argv[2]))
 END
   holder=$!
@@ -70,13 +69,22 @@ END
 
 new_root held
 good domain create example.com
-hold 4
+hold 4 "$(database)"
 good domain create example.net
 wait "$holder"
 good --json domain list
 field '[.[].name]' '["example.com","example.net"]'
 
-hold 200
+good owner build
+registry=$MDOMAIN_ROOT/var/packages/Postara-Server/target/etc/email_owner.db
+hold 200 "$registry"
+run owner lookup anna@example.com
+same "a registry that stays locked" "$status" 1
+matches "a registry that stays locked" "$err" 'locked|busy'
+kill "$holder"
+wait "$holder" 2>/dev/null
+
+hold 200 "$(database)"
 run domain create example.info
 same "a database that stays locked" "$status" 1
 matches "a database that stays locked" "$err" 'locked|busy'

@@ -41,7 +41,7 @@ cp "$MDOMAIN_ROOT/etc/passwd" "$scratch/passwd"
 sed -i '/^ben:/d; $a broken line\nalso:broken' "$MDOMAIN_ROOT/etc/passwd"
 good --json refresh
 field '[.complete, .deleted_users]' '[false,[]]'
-matches "the reason" "$err" 'passwd'
+same "lines about the malformed file" "$(grep -c 'passwd' <<<"$err")" 1
 good --json account users --query ben
 field length 1
 # An empty file is a broken account system, not a company without people.
@@ -55,4 +55,10 @@ good --json account users
 field length 5
 good --json refresh
 field '[.complete, .deleted_users]' '[true,[]]'
+
+# Notices are shown when asked for.
+same "lines without -v" "$err" ""
+good -v refresh
+matches "notices with -v" "$err" 'notice: .* 5 zelm_users|notice: .*\[5\] zelm_users'
+same "what -v prints besides" "$(head -n 1 <<<"$out")" "complete      yes"
 finish

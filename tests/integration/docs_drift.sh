@@ -1,6 +1,6 @@
 #!/bin/bash
-# docs/mdomain.1 and docs/reference.md are what the table of commands says (scripts/update-docs), and
-# every command answers --help.
+# docs/mdomain.1 and docs/reference.md are what the table of commands says (scripts/update-docs),
+# every command answers --help, and the package's needs are those of the build.
 . "$(dirname "$0")/../support/cli.sh"
 
 new_root empty
@@ -13,4 +13,12 @@ sed -n 's/^### `mdomain \([a-z ]*[a-z]\).*/\1/p' "$source_dir/docs/reference.md"
     mdomain $words --help >/dev/null || echo "$words"
   done >"$scratch/mute"
 [ ! -s "$scratch/mute" ] || fail "no help for: $(cat "$scratch/mute")"
+
+# The Debian package needs for its build what scripts/install-packages installs for one.
+list() { tr -s ' ,\n' '\n\n\n' | grep -vE '^(|debhelper-compat|\(=|13\)|g\+\+|ccache)$' | LC_ALL=C sort; }
+sed -n '/^build="/,/"$/p' "$source_dir/scripts/install-packages" | sed 's/^build="//; s/"$//' |
+  list >"$scratch/installed"
+sed -n '/^Build-Depends:/,/^[A-Z]/p' "$source_dir/packaging/debian/control" |
+  sed '$d; s/^Build-Depends://' | list >"$scratch/depends"
+diff "$scratch/installed" "$scratch/depends" || fail "Build-Depends differ from scripts/install-packages"
 finish

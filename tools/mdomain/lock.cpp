@@ -32,6 +32,15 @@ void MakeFolderOf(const std::string& path) {
   }
 }
 
+// A file that root made can be locked by the service account, too: a lock needs no right to write.
+int OpenLockFile(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd >= 0 || errno != EACCES) {
+    return fd;
+  }
+  return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+}
+
 // The holder writes its process id into the file, only so that the one who waits can name it.
 std::string Holder(int fd) {
   char text[32] = {};
@@ -54,7 +63,7 @@ bool TryLock(int fd, const std::string& path) {
 ChangeLock::ChangeLock(int timeout_seconds) {
   const std::string path = MDOMAIN::PATHS::LockFile();
   MakeFolderOf(path);
-  fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  fd_ = OpenLockFile(path);
   if (fd_ < 0) {
     throw Failure(kFailed, "cannot open " + path + ": " + std::strerror(errno));
   }
