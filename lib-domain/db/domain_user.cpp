@@ -174,6 +174,30 @@ bool DomainUser::List(const int& domain_idx, std::vector<unsigned int>& uids) {
   return GetDistinctUIDs(filter, uids);
 }
 
+bool DomainUser::List(const std::vector<int>& domain_idxs,
+                      std::map<int, std::unordered_set<unsigned int>>& uids_by_domain) {
+  if (!IsOpen(status_)) {
+    return false;
+  }
+  Rows rows;
+  if (!Select(handler_,
+              "SELECT DISTINCT domain_idx, uid FROM domain_user_view WHERE role IS NOT NULL AND "
+              "domain_idx IN (" +
+                  BASE::Join(domain_idxs, ",") + ")",
+              2, rows)) {
+    return false;
+  }
+  for (const Row& row : rows) {
+    int domain_idx = 0;
+    unsigned int uid = 0;
+    if (!ReadInt(row[0], domain_idx) || !ReadUID(row[1], uid)) {
+      return false;
+    }
+    uids_by_domain[domain_idx].insert(uid);
+  }
+  return true;
+}
+
 bool DomainUser::List(const int& domain_idx, std::vector<RECORD::DomainUser>& users) {
   DomainDBFilter filter = WholeDomains({domain_idx});
   return ListDomainUsers(filter, users, false);

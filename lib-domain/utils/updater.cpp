@@ -232,10 +232,15 @@ bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
     LOG_ERROR("Failed to List users");
     return false;
   }
+  std::map<int, Uids> present_by_domain;
+  if (!DB::DomainUser().List(domain_idxs, present_by_domain)) {
+    LOG_ERROR("Failed to List, domain_id: [%d]", domain_idxs.front());
+    return false;
+  }
   const AttributeScope one_search(AliasPatternsOf(domain_idxs));
   for (const int domain_idx : domain_idxs) {
     const Uids covered = INTERNAL::GetUidsBelongedToGroups(gids_by_domain[domain_idx], uids_by_gid);
-    if (!_AutoAddNewUsersTo(domain_idx, mirrored, covered)) {
+    if (!_AutoAddNewUsersTo(domain_idx, mirrored, covered, present_by_domain[domain_idx])) {
       return false;
     }
   }
@@ -244,23 +249,17 @@ bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
 
 bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
                              const std::unordered_set<unsigned int>& covered_uids,
+                             const std::unordered_set<unsigned int>& present_uids,
                              std::vector<std::pair<std::string, std::string>>& entries) {
-  CONTROL::DomainUser control;
-  std::vector<unsigned int> listed;
-  if (!control.List(domain_idx, listed)) {
-    LOG_ERROR("Failed to List, domain_id: [%d]", domain_idx);
-    return false;
-  }
   Uids removed;
-  if (!control.GetAllRemovedUIDs(domain_idx, removed)) {
+  if (!CONTROL::DomainUser().GetAllRemovedUIDs(domain_idx, removed)) {
     LOG_ERROR("Failed to GetAllRemovedUIDs, domain_id: [%d]", domain_idx);
     return false;
   }
-  const Uids present(listed.begin(), listed.end());
   for (const RECORD::User& user : mirrored) {
     const unsigned int uid = user.GetUID();
     const bool is_wanted = new_uids_.count(uid) != 0 || covered_uids.count(uid) != 0;
-    if (is_wanted && present.count(uid) == 0 && removed.count(uid) == 0) {
+    if (is_wanted && present_uids.count(uid) == 0 && removed.count(uid) == 0) {
       entries.emplace_back("user", TrimDomainName(user.GetUserName()));
     }
   }
@@ -268,9 +267,10 @@ bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mi
 }
 
 bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>& mirrored,
-                                 const std::unordered_set<unsigned int>& covered_uids) {
+                                 const std::unordered_set<unsigned int>& covered_uids,
+                                 const std::unordered_set<unsigned int>& present_uids) {
   std::vector<std::pair<std::string, std::string>> entries;
-  if (!_GetCandidates(domain_idx, mirrored, covered_uids, entries)) {
+  if (!_GetCandidates(domain_idx, mirrored, covered_uids, present_uids, entries)) {
     return false;
   }
   CONTROL::DomainUser control;

@@ -76,9 +76,11 @@ class Updater {
   bool _UpdateDomainUsersGroups();
   bool _AutoAddNewUsers(const std::vector<int>& domain_idxs);
   bool _AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>& mirrored,
-                          const std::unordered_set<unsigned int>& covered_uids);
+                          const std::unordered_set<unsigned int>& covered_uids,
+                          const std::unordered_set<unsigned int>& present_uids);
   bool _GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
                       const std::unordered_set<unsigned int>& covered_uids,
+                      const std::unordered_set<unsigned int>& present_uids,
                       std::vector<std::pair<std::string, std::string>>& entries);
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _ToRedis();
