@@ -1,16 +1,13 @@
 // The filter's configuration: maps of names, members of groups, one condition per disclaimer.
 #include <map>
-#include <set>
 #include <string>
-#include <unordered_map>
 
 #include "lib-domain/api/disclaimer_condition.h"
+#include "lib-domain/api/disclaimer_rules.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/api/mimedefang_unit.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain.h"
-#include "lib-domain/control/domain_user.h"
-#include "lib-domain/control/group.h"
 #include "platform/include/account.h"
 #include "platform/include/eai.h"
 #include "platform/include/smtp_conf.h"
@@ -19,8 +16,6 @@ using namespace MDOMAIN;                 // NOLINT(google-build-using-namespace)
 using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 namespace {
-
-using AliasesByUid = std::unordered_map<unsigned int, std::vector<std::string>>;
 
 void AddName(const std::string& name, Json::Value& map) {
   std::string other;
@@ -68,141 +63,6 @@ bool StoredNames(const std::vector<RECORD::Domain>& domains, Json::Value& map) {
   }
   return true;
 }
-
-// Builds the tests of one domain's rules. The domain's users are read once, when a rule first needs
-// them, and each group's members once.
-class RuleBuilder {
- public:
-  RuleBuilder(int domain_idx, Json::Value& gid_username_map)
-      : domain_idx_(domain_idx), gid_username_map_(gid_username_map) {}
-
-  // False when the rule is left out; why has been logged.
-  bool Build(const Json::Value& rule, std::string& test) {
-    const Json::Value& target_name = rule["target"];
-    const RuleTarget target =
-        target_name == Json::Value("sender") ? RuleTarget::kSender : RuleTarget::kRecipient;
-    const Json::Value& type = rule["pattern_type"];
-    const Json::Value& pattern = rule["pattern"];
-    unsigned int id = 0;
-    bool built = false;
-    if (type == Json::Value("email")) {
-      built = pattern.isString() && EmailTest(target, pattern.asString(), test);
-    } else if (type == Json::Value("uid") && PatternAsId(pattern, id)) {
-      if (!UserExists(id)) {
-        return false;
-      }
-      std::vector<std::string> aliases;
-      built = ListAliases(id, aliases) && UserTest(target, aliases, test);
-    } else if (type == Json::Value("gid") && PatternAsId(pattern, id)) {
-      if (!GroupExists(id)) {
-        return false;
-      }
-      built = AddMembers(id);
-      test = GroupTest(target, id);
-    }
-    if (!built) {
-      LOG_ERROR("invalid rule, skipped.");
-    }
-    return built;
-  }
-
- private:
-  static bool UserExists(unsigned int uid) {
-    PKORVUser user = nullptr;
-    if (KORVUserGetByUID(uid, &user) < 0) {
-      LOG_ERROR("Failed to get user by uid '%u'", uid);
-      LOG_ERROR("Skip invalid rule since user or group may be deleted");
-      return false;
-    }
-    KORVUserFree(user);
-    return true;
-  }
-
-  static bool GroupExists(unsigned int gid) {
-    PKORVGroup group = nullptr;
-    if (KORVGroupGetByGID(gid, &group) < 0) {
-      LOG_ERROR("Failed to get group by gid '%u'", gid);
-      LOG_ERROR("Skip invalid rule since user or group may be deleted");
-      return false;
-    }
-    KORVGroupFree(group);
-    return true;
-  }
-
-  bool LoadAliases() {
-    if (loaded_) {
-      return true;
-    }
-    DB::DomainDBFilter filter;
-    filter.SetLimit(-1);
-    filter.SetDomainIdxs({domain_idx_});
-    std::vector<RECORD::DomainUser> users;
-    if (!CONTROL::DomainUser().List(filter, users)) {
-      return false;
-    }
-    for (const RECORD::DomainUser& user : users) {
-      for (const auto& pair : user.GetAliasDuplicatedPairs()) {
-        aliases_[user.GetUID()].push_back(pair.first);
-      }
-    }
-    loaded_ = true;
-    return true;
-  }
-
-  // A user may have aliases in the domain and, until the next refresh, no role there: then he is
-  // not among those who are read at once.
-  bool ListAliases(unsigned int uid, std::vector<std::string>& aliases) {
-    if (!LoadAliases()) {
-      return false;
-    }
-    const auto found = aliases_.find(uid);
-    if (found != aliases_.end()) {
-      aliases = found->second;
-      return true;
-    }
-    const auto entry = aliases_without_role_.try_emplace(uid);
-    if (entry.second &&
-        !CONTROL::DomainUser().GetDomainUserAlias(domain_idx_, uid, entry.first->second)) {
-      return false;
-    }
-    aliases = entry.first->second;
-    return true;
-  }
-
-  // The aliases of the group's members in the domain. The filter lower-cases what it looks up.
-  bool AddMembers(unsigned int gid) {
-    if (!done_gids_.insert(gid).second) {
-      return true;
-    }
-    std::vector<unsigned int> uids;
-    if (!LoadAliases() || !CONTROL::Group().ListGroupToUsers(gid, uids)) {
-      LOG_ERROR("Failed to list member for group id: %u", gid);
-      done_gids_.erase(gid);
-      return false;
-    }
-    Json::Value& members = gid_username_map_[std::to_string(gid)];
-    if (!members.isObject()) {
-      members = Json::Value(Json::objectValue);
-    }
-    for (const unsigned int uid : uids) {
-      const auto found = aliases_.find(uid);
-      if (found == aliases_.end()) {
-        continue;
-      }
-      for (const std::string& alias : found->second) {
-        members[BASE::ToLowerAscii(alias)] = 1;
-      }
-    }
-    return true;
-  }
-
-  int domain_idx_;
-  Json::Value& gid_username_map_;
-  bool loaded_ = false;
-  AliasesByUid aliases_;
-  AliasesByUid aliases_without_role_;
-  std::set<unsigned int> done_gids_;
-};
 
 std::string TextOf(const Json::Value& value) {
   return value.isString() ? value.asString() : "";
@@ -258,13 +118,47 @@ bool BuildDisclaimer(RuleBuilder& builder, const Json::Value& disclaimer, Json::
   return true;
 }
 
-// The whole configuration. Entries of "disclaimer_list" also tell what they were built from, and
-// "domain_id"; MimeDefang's two callers take away what is not theirs to show.
+bool ReadRules(const std::vector<RECORD::Domain>& domains, std::vector<DomainRules>& rules) {
+  std::map<int, std::string> texts;
+  if (!ReadStoredTexts(domains, texts)) {
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    rules.push_back({domain.GetDomainIdx(), Json::Value()});
+    if (ComposeList(domain.GetDomainIdx(), texts[domain.GetDomainIdx()], rules.back().list) < 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Entries also tell what they were built from, and "domain_id".
+void BuildDisclaimers(const std::vector<DomainRules>& domains, DisclaimerMembers& members,
+                      Json::Value& config) {
+  Json::Value gid_username_map(Json::objectValue);
+  Json::Value disclaimers(Json::arrayValue);
+  for (const DomainRules& domain : domains) {
+    RuleBuilder builder(domain.domain_idx, members, gid_username_map);
+    for (Json::ArrayIndex i = 0; i < domain.list.size(); ++i) {
+      Json::Value entry;
+      if (BuildDisclaimer(builder, domain.list[i], entry)) {
+        entry["domain_id"] = domain.domain_idx;
+        entry["place"] = i;
+        disclaimers.append(std::move(entry));
+      }
+    }
+  }
+  config["gid_username_map"] = std::move(gid_username_map);
+  config["disclaimer_list"] = std::move(disclaimers);
+}
+
+// The whole configuration; MimeDefang's two callers take away what is not theirs to show.
 int BuildConfig(Json::Value& config) {
   const korvmailserver::AccountSnapshot snapshot;
   Json::Value result(Json::objectValue);
   std::vector<RECORD::Domain> domains;
-  std::map<int, std::string> texts;
+  std::vector<DomainRules> rules;
+  DisclaimerMembers members;
   if (!PublishedNames(result["all_domain_map"])) {
     return -1;
   }
@@ -272,29 +166,11 @@ int BuildConfig(Json::Value& config) {
     LOG_ERROR("get domain list failed");
     return -1;
   }
-  if (!StoredNames(domains, result["local_domain_map"]) || !ReadStoredTexts(domains, texts)) {
+  if (!StoredNames(domains, result["local_domain_map"]) || !ReadRules(domains, rules) ||
+      !members.Load(rules)) {
     return -1;
   }
-  Json::Value gid_username_map(Json::objectValue);
-  Json::Value disclaimers(Json::arrayValue);
-  for (const RECORD::Domain& domain : domains) {
-    const int domain_idx = domain.GetDomainIdx();
-    Json::Value list;
-    if (ComposeList(domain_idx, texts[domain_idx], list) < 0) {
-      return -1;
-    }
-    RuleBuilder builder(domain_idx, gid_username_map);
-    for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
-      Json::Value entry;
-      if (BuildDisclaimer(builder, list[i], entry)) {
-        entry["domain_id"] = domain_idx;
-        entry["place"] = i;
-        disclaimers.append(std::move(entry));
-      }
-    }
-  }
-  result["gid_username_map"] = std::move(gid_username_map);
-  result["disclaimer_list"] = std::move(disclaimers);
+  BuildDisclaimers(rules, members, result);
   config = std::move(result);
   return 0;
 }

@@ -1,0 +1,100 @@
+// Patterns and aliases, one a line, as Perl text. The first byte tells how they are joined.
+// Whatever they hold, the text is one expression: quotes, patterns and parentheses end where they
+// must, and nothing outside of them comes from the input. With DISCLAIMER_CONDITIONS set, what was
+// built is appended to that file, a line each, for Perl itself to look at.
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "lib-domain/api/disclaimer_condition.h"
+
+namespace {
+
+using namespace MDOMAIN::API::INTERNAL;
+
+void Require(bool held) {
+  if (!held) {
+    std::abort();
+  }
+}
+
+bool IsInterpolated(char c) {
+  return c == '$' || c == '@';
+}
+
+// Where the literal that begins behind `at` ends: at the first `end` without a backslash. Perl
+// would put in the value of a variable for "$" or "@" without one; "$" may stand before the end of
+// a pattern.
+size_t SkipLiteral(const std::string& text, size_t at, char end) {
+  for (++at; at < text.size() && text[at] != end; ++at) {
+    if (text[at] == '\\') {
+      ++at;
+      continue;
+    }
+    Require(!IsInterpolated(text[at]) || (end == '/' && text.compare(at, 2, "$/") == 0));
+    Require(static_cast<unsigned char>(text[at]) >= 0x20 && text[at] != 0x7F);
+  }
+  Require(at < text.size());
+  return at;
+}
+
+// The text without what stands in quotes and patterns, its parentheses balanced.
+std::string Skeleton(const std::string& text) {
+  std::string skeleton;
+  int depth = 0;
+  for (size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    depth += c == '(' ? 1 : c == ')' ? -1 : 0;
+    Require(depth >= 0);
+    skeleton += c;
+    if (c == '"' || c == '/') {
+      at = SkipLiteral(text, at, c);
+      skeleton += c;
+    }
+  }
+  Require(depth == 0);
+  return skeleton;
+}
+
+void Keep(const std::string& condition) {
+  const char* path = std::getenv("DISCLAIMER_CONDITIONS");
+  if (path != nullptr) {
+    std::ofstream(path, std::ios::app | std::ios::binary) << condition << "\n";
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) {
+    return 0;
+  }
+  const RuleTarget target = (data[0] & 1) != 0 ? RuleTarget::kSender : RuleTarget::kRecipient;
+  const std::string name = target == RuleTarget::kSender ? "$Sender" : "$Recipient";
+  std::istringstream lines(std::string(reinterpret_cast<const char*>(data) + 1, size - 1));
+  std::vector<std::string> tests;
+  for (std::string line; std::getline(lines, line);) {
+    std::string test;
+    if (EmailTest(target, line, test)) {
+      Require(Skeleton(test) == "(" + name + " =~ //i)");
+      tests.push_back(test);
+    }
+    Require(UserTest(target, {line, "b"}, test));
+    Require(Skeleton(test) == "(exists($all_domain_map{lc " + name + "Domain}) && (lc " + name +
+                                  "Name eq lc \"\" || lc " + name + "Name eq lc \"\"))");
+    tests.push_back(test);
+  }
+  if (tests.empty()) {
+    return 0;
+  }
+  tests.push_back(GroupTest(target, data[0]));
+  const std::vector<std::string> exceptions((data[0] & 2) != 0 ? 0 : 1, tests.front());
+  std::string condition;
+  Require(JoinTests((data[0] & 4) != 0 ? "and" : "or", tests, exceptions, condition));
+  Skeleton(condition);
+  Keep(condition);
+  return 0;
+}
