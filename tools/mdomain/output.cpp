@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <sstream>
 
 #include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
@@ -58,36 +60,44 @@ std::string Aligned(const std::vector<std::vector<std::string>>& lines) {
   return text;
 }
 
-// JsonCpp writes bytes that are no UTF-8 as they stand; a reader would refuse the whole text.
-Json::Value Clean(const Json::Value& value) {
-  if (value.isString()) {
-    return ValidUtf8(value.asString());
+// A value without elements on one line. JsonCpp writes bytes that are no UTF-8 as they stand, and a
+// reader would refuse the whole text: they are replaced.
+std::string JsonScalar(const Json::Value& value) {
+  static const auto writer = [] {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
+  }();
+  std::ostringstream text;
+  writer->write(value.isString() ? Json::Value(ValidUtf8(value.asString())) : value, &text);
+  return text.str();
+}
+
+// One element a line, without the blanks at line ends that JsonCpp's own layout has.
+void AppendJson(const Json::Value& value, const std::string& indent, std::string& text) {
+  if (value.empty() || !(value.isArray() || value.isObject())) {
+    text += JsonScalar(value);
+    return;
   }
-  if (value.isArray()) {
-    Json::Value result(Json::arrayValue);
-    for (const Json::Value& element : value) {
-      result.append(Clean(element));
-    }
-    return result;
+  const std::string inner = indent + "  ";
+  text += value.isArray() ? "[" : "{";
+  bool first = true;
+  for (auto element = value.begin(); element != value.end(); ++element) {
+    text += first ? "\n" : ",\n";
+    text += inner + (value.isObject() ? JsonScalar(element.name()) + ": " : "");
+    AppendJson(*element, inner, text);
+    first = false;
   }
-  if (value.isObject()) {
-    Json::Value result(Json::objectValue);
-    for (const std::string& name : value.getMemberNames()) {
-      result[ValidUtf8(name)] = Clean(value[name]);
-    }
-    return result;
-  }
-  return value;
+  text += "\n" + indent + (value.isArray() ? "]" : "}");
 }
 
 }  // namespace
 
 std::string JsonText(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "  ";
-  builder["emitUTF8"] = true;
-  builder["enableYAMLCompatibility"] = true;  // no blank before a colon
-  return Json::writeString(builder, Clean(value)) + "\n";
+  std::string text;
+  AppendJson(value, "", text);
+  return text + "\n";
 }
 
 Json::Value JsonTexts(const std::vector<std::string>& texts) {
