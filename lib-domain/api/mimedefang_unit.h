@@ -1,5 +1,5 @@
 // What the sources of the MimeDefang class share: the name under which they log, reading and
-// writing JSON, the domains. Not installed.
+// writing JSON, the domains.
 #ifndef LIB_DOMAIN_API_MIMEDEFANG_UNIT_H
 #define LIB_DOMAIN_API_MIMEDEFANG_UNIT_H
 

@@ -2,60 +2,20 @@
 # A Postfix on a loopback of its own delivers the copies that the rules ask for.
 # ctest-label: postfix
 # ctest-timeout: 300
-. "$(dirname "$0")/../support/cli.sh" || exit 1
+here=$(dirname "$0")
 [ "$(id -u)" -eq 0 ] || { echo "needs root" && exit 1; }
-if [ -z "${BCC_POSTFIX_INNER:-}" ]; then
-  exec env BCC_POSTFIX_INNER=1 unshare --mount --net --pid --fork --mount-proc --kill-child \
-    bash "$0" "$build" "$scratch"
-fi
-ip link set lo up
+. "$here/lib/private.bash"
+. "$here/../support/cli.sh" || exit 1
+. "$here/lib/postfix.bash"
 
 new_root company
 target=$MDOMAIN_ROOT/var/packages/Postara-Server/target
 mkdir -p "$target/bin"
 ln -s "$(realpath "$build/bin/korv_bcc_map")" "$target/bin/"
 D=$scratch/postfix
-mkdir -p "$D"/{etc,queue,data,mail,log}
-chown postfix "$D/data"
-chown nobody "$D/mail"
 export MAIL_CONFIG=$D/etc
-cat >"$D/etc/main.cf" <<C
-compatibility_level = 3.6
-queue_directory = $D/queue
-data_directory = $D/data
-maillog_file = $D/log/maillog
-maillog_file_prefixes = $D
-inet_interfaces = 127.0.0.1
-inet_protocols = ipv4
-myhostname = mx.example.com
-mydestination =
-mynetworks = 127.0.0.0/8
-alias_maps =
-smtpd_relay_restrictions = permit_mynetworks, reject_unauth_destination
-virtual_mailbox_domains = example.com, example.net, xn--bcher-kva.example, bücher.example, archive.example
-virtual_mailbox_base = $D/mail
-virtual_mailbox_maps = static:all/
-virtual_minimum_uid = 1
-virtual_uid_maps = static:65534
-virtual_gid_maps = static:65534
-default_transport = error:no outside network
-smtp_dns_support_level = disabled
-C
-cat >"$D/etc/master.cf" <<C
-127.0.0.1:25 inet n - n - - smtpd
-cleanup unix n - n - 0 cleanup
-qmgr unix n - n 300 1 qmgr
-rewrite unix - - n - - trivial-rewrite
-bounce unix - - n - 0 bounce
-defer unix - - n - 0 bounce
-trace unix - - n - 0 bounce
-error unix - - n - - error
-retry unix - - n - - error
-proxymap unix - - n - - proxymap
-virtual unix - n n - - virtual
-anvil unix - - n - 1 anvil
-postlog unix-dgram n - n - 1 postlogd
-C
+postfix_configure "$D" \
+  "example.com, example.net, xn--bcher-kva.example, bücher.example, archive.example"
 
 good domain create example.com
 good domain names add 1 example.net
@@ -70,8 +30,7 @@ good bcc add 2 bücher.example books@archive.example --type domain
 # In the order that the tool tells: the maps first, then main.cf, then Postfix.
 good --json bcc maps
 jq -r '.maps[].main_cf' <<<"$out" >>"$D/etc/main.cf"
-postfix start </dev/null >"$D/log/start" 2>&1 || fail "Postfix does not start: $(cat "$D/log/start")"
-for _ in $(seq 200); do (exec 3<>/dev/tcp/127.0.0.1/25) 2>/dev/null && break || sleep .05; done
+postfix_start "$D" || exit 1
 
 cat >"$scratch/send.py" <<'P'
 import smtplib, sys
@@ -117,5 +76,5 @@ mail kept ben@example.com erik@example.com erik@example.com erik@archive.example
 
 problems=$(grep -E 'warning|error|fatal|panic' "$D/log/maillog")
 same "the log of Postfix" "$problems" ""
-postfix stop </dev/null >/dev/null 2>&1
+postfix_stop "$D"
 finish

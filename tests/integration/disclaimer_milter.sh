@@ -44,9 +44,10 @@ cp "$here/../../docs/examples/disclaimer-filter.pl" "$scratch/filter/"
 good disclaimer generate
 printf '%s' "$out" >"$scratch/filter/disclaimers.json"
 mimedefang_start "$scratch/md" 10025 "$scratch/filter/disclaimer-filter.pl" || exit 1
-postfix_start "$scratch/postfix" "example.com, bücher.example, xn--bcher-kva.example, away.example" \
+postfix_configure "$scratch/postfix" "example.com, bücher.example, xn--bcher-kva.example, away.example" \
   "smtpd_milters = inet:127.0.0.1:10025
-milter_default_action = tempfail" || exit 1
+milter_default_action = tempfail"
+postfix_start "$scratch/postfix" || exit 1
 
 cat >"$scratch/send.py" <<'P'
 """send.py SUBJECT FROM TO,.. plain|utf8|latin|bare|both"""
@@ -133,5 +134,5 @@ field .plain '"hello\n"'
 
 problems=$(grep -E 'warning|error|fatal|panic' "$scratch/postfix/log/maillog")
 same "the log of Postfix" "$problems" ""
-postfix -c "$scratch/postfix/etc" stop </dev/null >/dev/null 2>&1
+postfix_stop "$scratch/postfix"
 finish

@@ -1,9 +1,9 @@
 # Sourced by integration scripts: a Postfix that delivers on 127.0.0.1, port 25. Needs root and
 # namespaces of its own (private.bash).
 
-# postfix_start DIR DOMAINS [MAIN.CF LINES] : starts it with its files in DIR. All mail for DOMAINS
+# postfix_configure DIR DOMAINS [MAIN.CF LINES] : its files, in DIR. All mail for DOMAINS
 # (comma-separated) ends in DIR/mail/all/new/, a file a copy; other mail bounces.
-postfix_start() {
+postfix_configure() {
   local dir=$1 domains=$2 further=${3:-}
   mkdir -p "$dir"/{etc,queue,data,mail,log}
   chown postfix "$dir/data"
@@ -46,6 +46,11 @@ virtual unix - n n - - virtual
 anvil unix - - n - 1 anvil
 postlog unix-dgram n - n - 1 postlogd
 C
+}
+
+# postfix_start DIR : starts it and waits until it answers. Stop it with postfix_stop DIR.
+postfix_start() {
+  local dir=$1
   postfix -c "$dir/etc" start </dev/null >"$dir/log/start" 2>&1 || {
     cat "$dir/log/start" >&2
     return 1
@@ -57,3 +62,6 @@ C
   echo "Postfix does not answer" >&2
   return 1
 }
+
+# postfix_stop DIR
+postfix_stop() { postfix -c "$1/etc" stop </dev/null >/dev/null 2>&1; }
