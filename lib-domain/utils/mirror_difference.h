@@ -28,6 +28,7 @@ inline std::string NameOf(const RECORD::Group& group) {
 template <typename Record>
 std::vector<std::string> NamesOf(const std::vector<Record>& records) {
   std::vector<std::string> names;
+  names.reserve(records.size());
   for (const Record& record : records) {
     names.push_back(NameOf(record));
   }
@@ -37,6 +38,7 @@ std::vector<std::string> NamesOf(const std::vector<Record>& records) {
 template <typename Record>
 std::vector<unsigned int> IdsOf(const std::vector<Record>& records) {
   std::vector<unsigned int> ids;
+  ids.reserve(records.size());
   for (const Record& record : records) {
     ids.push_back(IdOf(record));
   }

@@ -1,12 +1,13 @@
+// Reads through the controls, writes through the registry's store, compares in memory: a million
+// addresses are a few hundred megabytes for the seconds that this takes.
 #include "lib-domain/utils/owner_registry.h"
 
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <map>
-#include <memory>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
@@ -14,6 +15,7 @@
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/email_owner.h"
+#include "lib-domain/db/reader.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
 
@@ -23,9 +25,6 @@ namespace {
 constexpr const char* kSelectDomains = "SELECT domain_name, domain_idx FROM domain_part";
 constexpr const char* kSelectLocalParts =
     "SELECT local_part, domain_idx, user_name FROM local_part";
-
-using Connection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
-using Statement = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
 
 std::string Key(const std::string& text, int domain_idx) {
   return std::to_string(domain_idx) + "/" + BASE::ToLowerAscii(text);
@@ -101,29 +100,6 @@ void SyncFolderOf(const std::string& path) {
   }
 }
 
-// Calls `use(statement)` for each row. False with one log line on failure.
-template <typename Use>
-bool ForEachRow(sqlite3* db, const char* sql, Use use) {
-  sqlite3_stmt* raw = nullptr;
-  int result = sqlite3_prepare_v2(db, sql, -1, &raw, nullptr);
-  const Statement statement(raw, sqlite3_finalize);
-  while (result == SQLITE_OK || result == SQLITE_ROW) {
-    result = sqlite3_step(raw);
-    if (result == SQLITE_ROW) {
-      use(raw);
-    }
-  }
-  if (result != SQLITE_DONE) {
-    LOG_ERROR("Failed to read the owner registry, %s", sqlite3_errmsg(db));
-  }
-  return result == SQLITE_DONE;
-}
-
-std::string Text(sqlite3_stmt* statement, int column) {
-  const unsigned char* text = sqlite3_column_text(statement, column);
-  return text == nullptr ? "" : reinterpret_cast<const char*>(text);
-}
-
 }  // namespace
 
 bool CollectOwners(OwnerRegistryContent& content) {
@@ -176,39 +152,34 @@ bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& c
 bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
                      OwnerRegistryContent& stale) {
   stale = OwnerRegistryContent();
-  if (!postara::sdk::Exist(path)) {
-    return true;
-  }
-  sqlite3* db = nullptr;
-  const int opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  const Connection connection(db, sqlite3_close);
-  if (opened != SQLITE_OK) {
-    LOG_ERROR("Failed to open %s, %s", path.c_str(), sqlite3_errmsg(db));
-    return false;
-  }
-  sqlite3_busy_timeout(db, 10000);
   std::unordered_set<std::string> domains;
   for (const RECORD::DomainPart& part : content.domains) {
     domains.insert(Key(part.GetDomainName(), part.GetDomainIdx()));
   }
-  std::map<std::string, std::string> owners;
+  std::unordered_map<std::string, std::string> owners;
   for (const RECORD::LocalPart& part : content.local_parts) {
     owners.emplace(Key(part.GetLocalPart(), part.GetDomainIdx()), part.GetUserName());
   }
-  return ForEachRow(db, kSelectDomains,
-                    [&](sqlite3_stmt* row) {
-                      const RECORD::DomainPart part(Text(row, 0), sqlite3_column_int(row, 1));
-                      if (domains.count(Key(part.GetDomainName(), part.GetDomainIdx())) == 0) {
-                        stale.domains.push_back(part);
-                      }
-                    }) &&
-         ForEachRow(db, kSelectLocalParts, [&](sqlite3_stmt* row) {
-           const RECORD::LocalPart part(Text(row, 0), sqlite3_column_int(row, 1), Text(row, 2));
-           const auto owner = owners.find(Key(part.GetLocalPart(), part.GetDomainIdx()));
-           if (owner == owners.end() || owner->second != part.GetUserName()) {
-             stale.local_parts.push_back(part);
-           }
-         });
+  auto check_domain = [&](const std::vector<std::string>& row) {
+    int idx = 0;
+    if (row.size() == 2 && BASE::ConvertToInt(row[1], idx) &&
+        domains.count(Key(row[0], idx)) == 0) {
+      stale.domains.emplace_back(row[0], idx);
+    }
+  };
+  auto check_local_part = [&](const std::vector<std::string>& row) {
+    int idx = 0;
+    if (row.size() != 3 || !BASE::ConvertToInt(row[1], idx)) {
+      return;
+    }
+    const auto owner = owners.find(Key(row[0], idx));
+    if (owner == owners.end() || owner->second != row[2]) {
+      stale.local_parts.emplace_back(row[0], idx, row[2]);
+    }
+  };
+  DB::INTERNAL::Reader reader(path);
+  return reader.Open() && reader.ForEachRow(kSelectDomains, check_domain) &&
+         reader.ForEachRow(kSelectLocalParts, check_local_part);
 }
 
 }  // namespace MDOMAIN::UTILS

@@ -1,3 +1,4 @@
+// The fields of a domain and the columns of its listing.
 #include "tools/mdomain/domain_output.h"
 
 #include "lib-domain/utils/domain_utils.h"

@@ -1,3 +1,5 @@
+// The lock is flock() on a file that stays: it goes with the process, however that ends, and an old
+// file holds nobody up.
 #include "tools/mdomain/lock.h"
 
 #include <fcntl.h>

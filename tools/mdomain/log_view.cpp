@@ -1,3 +1,4 @@
+// Both views are sinks in front of the log; the progress of a refresh is read from its notices.
 #include "tools/mdomain/log_view.h"
 
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// Users and groups from the mirror. Names are compared here and not in SQL, where a name could be
+// taken for a pattern or for a column.
 #include <unordered_map>
 #include <unordered_set>
 

@@ -1,3 +1,4 @@
+// Domains by name: all names are compared in their ASCII form, so both spellings find a domain.
 #include <algorithm>
 
 #include "lib-domain/api/domain.h"

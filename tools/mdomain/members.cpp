@@ -1,3 +1,4 @@
+// Preview and adding go together: whoever is added gets exactly what the preview shows.
 #include "tools/mdomain/members.h"
 
 #include <map>

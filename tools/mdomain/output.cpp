@@ -1,3 +1,4 @@
+// Cells and columns of the text form, and the layout of the JSON form.
 #include "tools/mdomain/output.h"
 
 #include <json/writer.h>

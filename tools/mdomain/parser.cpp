@@ -1,3 +1,5 @@
+// The table as CLI11 sees it: one app per word. Every app but the last demands exactly one word
+// more, which also keeps CLI11 from taking a user called "group" for the noun.
 #include "tools/mdomain/parser.h"
 
 #include <CLI/CLI.hpp>

@@ -1,3 +1,4 @@
+// The text behind each API error number, and the exit status that it means.
 #include "tools/mdomain/status.h"
 
 namespace mdomain {

@@ -1,3 +1,4 @@
+// UTF-8 is judged by libunistring, as the library judges it.
 #include "tools/mdomain/text.h"
 
 #include <unictype.h>

@@ -1,3 +1,4 @@
+// The fields of a domain user and the columns of the listings; flagged aliases are marked.
 #include "tools/mdomain/user_output.h"
 
 #include "lib-domain/api/domain_user.h"
