@@ -49,13 +49,17 @@ bool Fail(std::string& error, const std::string& path, const std::string& what) 
   return false;
 }
 
+std::string Inside(const std::string& path, const std::string& member) {
+  return std::string(path).append(".").append(member);
+}
+
 bool CheckRule(const Json::Value& rule, const std::string& path, std::string& error) {
   if (!rule.isObject()) {
     return Fail(error, path, "must be an object");
   }
   for (const std::string& name : rule.getMemberNames()) {
     if (name != "target" && name != "pattern_type" && name != "pattern") {
-      return Fail(error, path + "." + name, "unknown member");
+      return Fail(error, Inside(path, name), "unknown member");
     }
   }
   const Json::Value& target = rule["target"];
@@ -81,7 +85,7 @@ bool CheckMembers(const Json::Value& disclaimer, const std::string& path, std::s
   std::set<std::string> known;
   for (const Member& member : kDisclaimerMembers) {
     known.insert(member.name);
-    const std::string where = path + "." + member.name;
+    const std::string where = Inside(path, member.name);
     if (!disclaimer.isMember(member.name)) {
       if (member.required) {
         return Fail(error, where, "is missing");
@@ -94,7 +98,7 @@ bool CheckMembers(const Json::Value& disclaimer, const std::string& path, std::s
   }
   for (const std::string& name : disclaimer.getMemberNames()) {
     if (known.count(name) == 0) {
-      return Fail(error, path + "." + name, "unknown member");
+      return Fail(error, Inside(path, name), "unknown member");
     }
   }
   return true;

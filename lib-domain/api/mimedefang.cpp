@@ -283,7 +283,11 @@ int MimeDefang::SeparateContentFromDisclaimer(int domain_idx, Json::Value& list)
 }
 
 int MimeDefang::MergeDisClaimerWithContent(int domain_idx, Json::Value& list) {
-  return IsArrayOfObjects(list) ? MergeContents(domain_idx, WriteList(list), list) : -1;
+  if (!IsArrayOfObjects(list)) {
+    LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
+    return -1;
+  }
+  return MergeContents(domain_idx, WriteList(list), list);
 }
 
 bool MimeDefang::RemoveRulesByIds(int domain_idx, const std::vector<unsigned int>& ids,
