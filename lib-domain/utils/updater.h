@@ -46,8 +46,9 @@ class Updater {
 
   // Publishes where the domain database lies and all domain data: "virtual_multiple_domain",
   // "smtp_main_domain" and one "additional_domain-N" per domain; keys of domains that are gone are
-  // removed. Values that are published already are not written again. True, with a warning and
-  // nothing published, when the key store would not keep it.
+  // removed. In a key store that several machines share also every other file that they need
+  // (PublishNodeFiles). Values that are published already are not written again. True, with a
+  // warning and nothing published, when the key store would not keep it.
   bool Trigger();
 
   // Creates the first domain from the older single-domain settings: named "smtp_main_domain",

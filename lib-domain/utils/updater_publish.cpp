@@ -1,10 +1,11 @@
 // What the mail services read: the keys in the mail configuration that follow from the database.
 //
-// They are written together, with one question about all of them. Only when that fails are they
-// written one by one in their order, which leaves what can be written written and says which
-// failed.
+// They are written together, with one question about all of them, and those that are stale are
+// removed together. Only when that fails is it done one by one in their order, which leaves what
+// can be done done and says which failed.
 #define MDOMAIN_LOG_SOURCE "lib-domain/utils/updater.cpp"
 
+#include <algorithm>
 #include <map>
 
 #include "lib-domain/base/log_line.h"
@@ -12,6 +13,7 @@
 #include "lib-domain/control/domain.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/schema.h"
+#include "lib-domain/utils/node_publication.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
@@ -23,7 +25,6 @@ namespace {
 using KORV::POSTARA_SERVER::KORVMailNodeCluster;
 using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
 
-constexpr const char* kDatabaseKey = "mailserver_domain_db";
 constexpr const char* kDomainsKey = "virtual_multiple_domain";
 constexpr const char* kPrimaryKey = "smtp_main_domain";
 constexpr const char* kAdditionalPrefix = "additional_domain-";
@@ -79,7 +80,7 @@ bool Updater::Trigger() {
     LOG_ERROR("Failed to update info to redis");
     return false;
   }
-  return true;
+  return PublishNodeFiles();
 }
 
 bool Updater::_ToRedis() {
@@ -154,10 +155,17 @@ bool Updater::_RemoveUnusedRedisKey(const std::vector<std::string>& keep_keys) {
     return false;
   }
   const std::unordered_set<std::string> kept(keep_keys.begin(), keep_keys.end());
+  keys.erase(std::remove_if(keys.begin(), keys.end(),
+                            [&](const std::string& key) {
+                              return key.rfind(kAdditionalPrefix, 0) != 0 || kept.count(key) != 0;
+                            }),
+             keys.end());
+  if (keys.size() > 1 && PostaraServerBACKENDWrap::removeKeys(keys)) {
+    return true;
+  }
   bool all_removed = true;
   for (const std::string& key : keys) {
-    if (key.rfind(kAdditionalPrefix, 0) == 0 && kept.count(key) == 0 &&
-        !PostaraServerBACKENDWrap::removeKey(key)) {
+    if (!PostaraServerBACKENDWrap::removeKey(key)) {
       LOG_ERROR("Failed to remove key: '%s'", key.c_str());
       all_removed = false;
     }

@@ -66,6 +66,7 @@ Keys KnownKeys(HostSettings& settings) {
   keys[{"keystore", "command_timeout"}] = NumberSetting(&store.command_timeout, 1, 3600);
   keys[{"keystore", "sentinels"}] = AddressesSetting(&store.sentinels);
   keys[{"keystore", "master"}] = TextSetting(&store.master);
+  keys[{"keystore", "node"}] = TextSetting(&store.node);
   keys[{"keystore", "min_replicas"}] = NumberSetting(&store.min_replicas, 0, 100);
   keys[{"keystore", "tls"}] = NoTlsSetting();
   AddLdapKeys(settings.ldap, keys);

@@ -24,6 +24,7 @@ struct KeyStoreSettings {
   // Addresses of sentinels (port 26379 unless given), instead of host, port and socket.
   std::vector<std::pair<std::string, int>> sentinels;
   std::string master;  // the name by which the sentinels know the primary
+  std::string node;    // what this machine is called in a shared store; empty: the host name
   // Replicas that must have a write before it counts as made, 0 to 100. With sentinels and a number
   // above 0, also every further replica that they count as alive.
   int min_replicas = 0;

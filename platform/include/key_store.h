@@ -29,6 +29,8 @@ class PostaraServerBACKENDWrap {
   static bool exist(const std::string& key);
   // Removes a key, and what setFile published under it; a missing one is no failure.
   static bool removeKey(const std::string& key);
+  // The same for several, all or none, with one message to the store.
+  static bool removeKeys(const std::vector<std::string>& keys);
   // Path stored by setFile; the empty string when there is none. False on failure, with `path`
   // untouched.
   static bool getFile(const std::string& key, std::string& path);

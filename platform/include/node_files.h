@@ -7,6 +7,7 @@
 #define PLATFORM_NODE_FILES_H
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace korvmailserver {
@@ -35,8 +36,18 @@ enum class PullResult {
   kPublishedHere,  // this machine published it; its own file is never replaced
 };
 
-// What this machine is called in the store: the host name, with the root prefix when there is one.
+// What this machine is called in the store: "node" of the host settings; without it the host name,
+// with the root prefix when there is one.
 std::string NodeName();
+
+// The machine that published the file under `key`; the empty string when none did, or the store is
+// not shared between machines. False with one log line.
+bool GetPublisher(const std::string& key, std::string& node);
+
+// Publishes those of the files, keys and paths, that exist and are not published as they are now;
+// one question about all of them. True with nothing done when the store is not shared between
+// machines. False with one log line.
+bool PublishChangedFiles(const std::vector<std::pair<std::string, std::string>>& files);
 
 // All published files, ascending by key. False with one log line, also when the store is not shared
 // between machines.
@@ -48,6 +59,9 @@ bool ListPublishedFiles(std::vector<PublishedFile>& files);
 // outside "/var/packages/Postara-Server/" is refused. What this machine has is recorded in the
 // store; that the record could not be written is a warning and no failure.
 PullResult PullPublishedFile(const std::string& key);
+// The same for files that ListPublishedFiles gave, with a result for each; what this machine has is
+// recorded once for all.
+std::vector<PullResult> PullPublishedFiles(const std::vector<PublishedFile>& files);
 
 // What every machine has, ascending by machine and key; publishing machines are not in it. False
 // with one log line.

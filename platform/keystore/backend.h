@@ -37,10 +37,17 @@ class FileShare {
 
   virtual ~FileShare() = default;
   virtual bool ListFiles(std::vector<PublishedFile>& files, std::string& error) = 0;
+  // The file under `key`, or nothing.
+  virtual bool DescribeFile(const std::string& key, std::vector<PublishedFile>& files,
+                            std::string& error) = 0;
   // Hands the content under `key` to `receiver` and tells in `file` which one it was.
   virtual bool Fetch(const std::string& key, PublishedFile& file, Receiver& receiver,
                      std::string& error) = 0;
-  virtual bool RecordNodeFile(const NodeFile& file, std::string& error) = 0;
+  // Adds those of `files`, keys and paths, that are not published as they are now to `changed`.
+  virtual bool FindChanged(const std::vector<std::pair<std::string, std::string>>& files,
+                           std::vector<std::pair<std::string, std::string>>& changed,
+                           std::string& error) = 0;
+  virtual bool RecordNodeFiles(const std::vector<NodeFile>& files, std::string& error) = 0;
   virtual bool ListNodeFiles(std::vector<NodeFile>& files, std::string& error) = 0;
 };
 
@@ -61,8 +68,8 @@ class KeyStoreBackend {
   // Writes the entries whose stored value differs, all or none; each key is given once. Nothing is
   // written when nothing differs.
   virtual bool Set(const Entries& entries, std::string& error) = 0;
-  // Removes a key and what setFile published under it; a missing one is no failure.
-  virtual bool Remove(const std::string& key, std::string& error) = 0;
+  // Removes keys and what setFile published under them, all or none; a missing one is no failure.
+  virtual bool Remove(const std::vector<std::string>& keys, std::string& error) = 0;
   // Names of the keys of one tree, ascending.
   virtual bool List(const std::string& tree, std::vector<std::string>& keys,
                     std::string& error) = 0;

@@ -89,14 +89,19 @@ class EmbeddedBackend : public KeyStoreBackend {
            });
   }
 
-  bool Remove(const std::string& key, std::string& error) override {
+  bool Remove(const std::vector<std::string>& keys, std::string& error) override {
     if (!KLIBCFileExist(path_.c_str())) {
       return true;
     }
     return Write(error, [&](sqlite3* db) {
       Statement remove(db, kDelete);
-      remove.Bind(1, key);
-      return remove.Step();
+      int result = SQLITE_DONE;
+      for (size_t i = 0; i < keys.size() && result == SQLITE_DONE; ++i) {
+        remove.Bind(1, keys[i]);
+        result = remove.Step();
+        remove.Reset();
+      }
+      return result;
     });
   }
 

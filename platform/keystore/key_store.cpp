@@ -53,8 +53,12 @@ bool PostaraServerBACKENDWrap::exist(const std::string& key) {
 }
 
 bool PostaraServerBACKENDWrap::removeKey(const std::string& key) {
+  return removeKeys({key});
+}
+
+bool PostaraServerBACKENDWrap::removeKeys(const std::vector<std::string>& keys) {
   return RunOnKeyStore(
-      [&](KeyStoreBackend& backend, std::string& error) { return backend.Remove(key, error); });
+      [&](KeyStoreBackend& backend, std::string& error) { return backend.Remove(keys, error); });
 }
 
 bool PostaraServerBACKENDWrap::getFile(const std::string& key, std::string& path) {

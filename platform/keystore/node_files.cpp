@@ -6,10 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
@@ -167,6 +169,11 @@ PullResult Pull(FileShare& files, PublishedFile& file, std::string& error) {
 }  // namespace
 
 std::string NodeName() {
+  HostSettings settings;
+  std::string ignored;
+  if (ReadHostSettings(settings, ignored) && !settings.keystore.node.empty()) {
+    return settings.keystore.node;
+  }
   char name[HOST_NAME_MAX + 1] = {};
   gethostname(name, sizeof(name) - 1);
   const std::string root = RootPrefix();
@@ -178,30 +185,69 @@ bool ListPublishedFiles(std::vector<PublishedFile>& files) {
       3, [&](FileShare& share, std::string& error) { return share.ListFiles(files, error); });
 }
 
-PullResult PullPublishedFile(const std::string& key) {
-  PullResult result = PullResult::kFailed;
-  NodeFile record;
-  const bool pulled = OnFiles(3, [&](FileShare& share, std::string& error) {
-    std::vector<PublishedFile> files;
-    if (!share.ListFiles(files, error)) {
-      return false;
-    }
-    for (PublishedFile& file : files) {
-      if (file.key == key) {
-        result = Pull(share, file, error);
-        record = {NodeName(), key, file.digest, time(nullptr)};
-        return result != PullResult::kFailed;
-      }
-    }
-    error = "no file is published as " + key;
+bool GetPublisher(const std::string& key, std::string& node) {
+  std::vector<PublishedFile> files;
+  if (!RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+        return backend.Files() == nullptr || backend.Files()->DescribeFile(key, files, error);
+      })) {
     return false;
+  }
+  node = files.empty() ? "" : files.front().node;
+  return true;
+}
+
+bool PublishChangedFiles(const std::vector<std::pair<std::string, std::string>>& files) {
+  return RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
+    FileShare* share = backend.Files();
+    if (share == nullptr) {
+      return true;
+    }
+    std::vector<std::pair<std::string, std::string>> there;
+    std::vector<std::pair<std::string, std::string>> changed;
+    std::copy_if(files.begin(), files.end(), std::back_inserter(there),
+                 [](const auto& file) { return KLIBCFileExist(file.second.c_str()); });
+    return share->FindChanged(there, changed, error) &&
+           std::all_of(changed.begin(), changed.end(), [&](const auto& file) {
+             return backend.SetFile(file.first, file.second, error);
+           });
   });
-  if (pulled && result != PullResult::kPublishedHere) {
+}
+
+PullResult PullPublishedFile(const std::string& key) {
+  std::vector<PublishedFile> files;
+  if (!ListPublishedFiles(files)) {
+    return PullResult::kFailed;
+  }
+  files.erase(std::remove_if(files.begin(), files.end(),
+                             [&](const PublishedFile& file) { return file.key != key; }),
+              files.end());
+  if (files.empty()) {
+    maillog(3, "no file is published as %s", key.c_str());
+    return PullResult::kFailed;
+  }
+  return PullPublishedFiles(files).front();
+}
+
+std::vector<PullResult> PullPublishedFiles(const std::vector<PublishedFile>& files) {
+  std::vector<PullResult> results;
+  std::vector<NodeFile> records;
+  for (PublishedFile file : files) {
+    PullResult result = PullResult::kFailed;
+    OnFiles(3, [&](FileShare& share, std::string& error) {
+      result = Pull(share, file, error);
+      return result != PullResult::kFailed;
+    });
+    results.push_back(result);
+    if (result == PullResult::kUnchanged || result == PullResult::kReplaced) {
+      records.push_back({NodeName(), file.key, file.digest, time(nullptr)});
+    }
+  }
+  if (!records.empty()) {
     OnFiles(kWarning, [&](FileShare& share, std::string& error) {
-      return share.RecordNodeFile(record, error);
+      return share.RecordNodeFiles(records, error);
     });
   }
-  return result;
+  return results;
 }
 
 bool ListNodeFiles(std::vector<NodeFile>& files) {

@@ -48,13 +48,17 @@ class RedisBackend : public KeyStoreBackend {
     });
   }
 
-  bool Remove(const std::string& key, std::string& error) override {
-    return session_.Call(Access::kWrite, error, [&] {
-      std::vector<RedisCommand> commands = files_.RemoveCommands(key);
+  bool Remove(const std::vector<std::string>& keys, std::string& error) override {
+    std::vector<RedisCommand> commands;
+    for (const std::string& key : keys) {
+      for (RedisCommand& command : files_.RemoveCommands(key)) {
+        commands.push_back(std::move(command));
+      }
       commands.push_back({"UNLINK", ValueKey(key)});
       commands.push_back({"SREM", TreeKey(KeyStoreTreeOf(key)), key});
-      return session_.Write(commands);
-    });
+    }
+    return keys.empty() ||
+           session_.Call(Access::kWrite, error, [&] { return session_.Write(commands); });
   }
 
   bool List(const std::string& tree, std::vector<std::string>& keys, std::string& error) override {

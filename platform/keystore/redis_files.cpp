@@ -11,8 +11,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <map>
 #include <set>
 
 #include "platform/include/root_path.h"
@@ -76,6 +79,35 @@ std::string WithoutRoot(const std::string& path) {
   return path.rfind(root + "/", 0) == 0 ? path.substr(root.size()) : path;
 }
 
+// Reads a file as this machine would publish it now.
+bool ReadFileToPublish(const std::string& key, const std::string& path, PublishedFile& file,
+                       std::string& bytes, std::string& error) {
+  struct stat status = {};
+  if (!ReadSnapshot(path, bytes, error)) {
+    return false;
+  }
+  if (stat(path.c_str(), &status) != 0) {
+    error = "cannot read " + path + ": " + strerror(errno);
+    return false;
+  }
+  file.key = key;
+  file.path = WithoutRoot(path);
+  file.size = static_cast<long long>(bytes.size());
+  file.digest = DigestOf(bytes);
+  file.node = NodeName();
+  file.published = time(nullptr);
+  file.mode = status.st_mode & 0777;
+  return true;
+}
+
+bool HasSameContent(const PublishedFile& a, const PublishedFile& b) {
+  return a.digest == b.digest && a.size == b.size;
+}
+
+bool IsSamePublication(const PublishedFile& a, const PublishedFile& b) {
+  return HasSameContent(a, b) && a.path == b.path && a.node == b.node && a.mode == b.mode;
+}
+
 }  // namespace
 
 bool ReadRedisSet(RedisSession& session, const std::string& name,
@@ -103,19 +135,9 @@ bool ReadRedisSet(RedisSession& session, const std::string& name,
 bool RedisFiles::Publish(const std::string& key, const std::string& path,
                          const std::vector<RedisCommand>& commands, std::string& error) {
   std::string bytes;
-  struct stat status = {};
-  if (!ReadSnapshot(path, bytes, error) || stat(path.c_str(), &status) != 0) {
-    return false;
-  }
   PublishedFile file;
-  file.key = key;
-  file.path = WithoutRoot(path);
-  file.size = static_cast<long long>(bytes.size());
-  file.digest = DigestOf(bytes);
-  file.node = NodeName();
-  file.published = time(nullptr);
-  file.mode = status.st_mode & 0777;
-  return session_.Call(Access::kWrite, error,
+  return ReadFileToPublish(key, path, file, bytes, error) &&
+         session_.Call(Access::kWrite, error,
                        [&] { return PublishOnce(file, bytes, path, commands); });
 }
 
@@ -127,10 +149,8 @@ bool RedisFiles::PublishOnce(const PublishedFile& file, const std::string& bytes
   if (!session_.Run({DescriptionOf(name), {"GET", prefix_ + "key:" + file.key}}, replies)) {
     return false;
   }
-  const bool there =
-      ReadDescription(*replies[0], old) && old.digest == file.digest && old.size == file.size;
-  if (there && old.path == file.path && old.node == file.node && old.mode == file.mode &&
-      Text(replies[1].get()) == value) {
+  const bool there = ReadDescription(*replies[0], old) && HasSameContent(old, file);
+  if (there && IsSamePublication(old, file) && Text(replies[1].get()) == value) {
     return session_.Confirm();
   }
   std::vector<RedisCommand> transaction = commands;
@@ -175,25 +195,72 @@ bool RedisFiles::ListFiles(std::vector<PublishedFile>& files, std::string& error
     if (!ReadRedisSet(session_, prefix_ + "files", keys)) {
       return false;
     }
-    std::vector<RedisCommand> commands;
-    commands.reserve(keys.size());
-    for (const std::string& key : keys) {
-      commands.push_back(DescriptionOf(FileKey(key)));
+    files.clear();
+    return ReadDescriptions(keys, files);
+  });
+}
+
+bool RedisFiles::DescribeFile(const std::string& key, std::vector<PublishedFile>& files,
+                              std::string& error) {
+  return session_.Call(Access::kRead, error, [&] {
+    files.clear();
+    return ReadDescriptions({key}, files);
+  });
+}
+
+// Adds those that are published to `files`, in the order of the keys.
+bool RedisFiles::ReadDescriptions(const std::vector<std::string>& keys,
+                                  std::vector<PublishedFile>& files) {
+  std::vector<RedisCommand> commands;
+  commands.reserve(keys.size());
+  for (const std::string& key : keys) {
+    commands.push_back(DescriptionOf(FileKey(key)));
+  }
+  std::vector<RedisReply> replies;
+  if (!session_.Run(commands, replies)) {
+    return false;
+  }
+  for (size_t i = 0; i < keys.size(); ++i) {
+    PublishedFile file;
+    file.key = keys[i];
+    if (ReadDescription(*replies[i], file)) {
+      files.push_back(file);
     }
-    std::vector<RedisReply> replies;
-    if (!session_.Run(commands, replies)) {
+  }
+  return true;
+}
+
+bool RedisFiles::FindChanged(const std::vector<std::pair<std::string, std::string>>& files,
+                             std::vector<std::pair<std::string, std::string>>& changed,
+                             std::string& error) {
+  std::vector<std::string> keys;
+  std::vector<PublishedFile> here(files.size());
+  for (size_t i = 0; i < files.size(); ++i) {
+    std::string bytes;
+    if (!ReadFileToPublish(files[i].first, files[i].second, here[i], bytes, error)) {
       return false;
     }
-    files.clear();
-    for (size_t i = 0; i < keys.size(); ++i) {
-      PublishedFile file;
-      file.key = keys[i];
-      if (ReadDescription(*replies[i], file)) {
-        files.push_back(file);
-      }
+    keys.push_back(files[i].first);
+  }
+  std::map<std::string, PublishedFile> published;
+  const bool read = session_.Call(Access::kRead, error, [&] {
+    std::vector<PublishedFile> found;
+    if (!ReadDescriptions(keys, found)) {
+      return false;
+    }
+    published.clear();
+    for (const PublishedFile& file : found) {
+      published[file.key] = file;
     }
     return true;
   });
+  for (size_t i = 0; read && i < files.size(); ++i) {
+    const auto old = published.find(files[i].first);
+    if (old == published.end() || !IsSamePublication(old->second, here[i])) {
+      changed.push_back(files[i]);
+    }
+  }
+  return read;
 }
 
 bool RedisFiles::Fetch(const std::string& key, PublishedFile& file, Receiver& receiver,
@@ -254,12 +321,15 @@ bool RedisFiles::FetchPieces(const std::string& key, const PublishedFile& file, 
   return digest.Text() == file.digest || session_.Fail("the content of " + key + " is damaged");
 }
 
-bool RedisFiles::RecordNodeFile(const NodeFile& file, std::string& error) {
-  return session_.Call(Access::kWrite, error, [&] {
-    return session_.Write(
-        {{"SADD", prefix_ + "nodes", file.node},
-         {"HSET", NodeKey(file.node), file.key, file.digest + " " + std::to_string(file.pulled)}});
-  });
+bool RedisFiles::RecordNodeFiles(const std::vector<NodeFile>& files, std::string& error) {
+  std::vector<RedisCommand> commands;
+  for (const NodeFile& file : files) {
+    commands.push_back({"SADD", prefix_ + "nodes", file.node});
+    commands.push_back(
+        {"HSET", NodeKey(file.node), file.key, file.digest + " " + std::to_string(file.pulled)});
+  }
+  return files.empty() ||
+         session_.Call(Access::kWrite, error, [&] { return session_.Write(commands); });
 }
 
 bool RedisFiles::ListNodeFiles(std::vector<NodeFile>& files, std::string& error) {

@@ -27,14 +27,18 @@ class RedisFiles : public FileShare {
   std::vector<RedisCommand> RemoveCommands(const std::string& key) const;
 
   bool ListFiles(std::vector<PublishedFile>& files, std::string& error) override;
+  bool DescribeFile(const std::string& key, std::vector<PublishedFile>& files,
+                    std::string& error) override;
   bool Fetch(const std::string& key, PublishedFile& file, Receiver& receiver,
              std::string& error) override;
-  bool RecordNodeFile(const NodeFile& file, std::string& error) override;
+  bool FindChanged(const std::vector<std::pair<std::string, std::string>>& files,
+                   std::vector<std::pair<std::string, std::string>>& changed,
+                   std::string& error) override;
+  bool RecordNodeFiles(const std::vector<NodeFile>& files, std::string& error) override;
   bool ListNodeFiles(std::vector<NodeFile>& files, std::string& error) override;
 
  private:
-  bool ReadFiles(const std::vector<std::string>& keys, std::vector<PublishedFile>& files,
-                 std::vector<std::string>& values);
+  bool ReadDescriptions(const std::vector<std::string>& keys, std::vector<PublishedFile>& files);
   bool PublishOnce(const PublishedFile& file, const std::string& bytes, const std::string& value,
                    const std::vector<RedisCommand>& commands);
   bool Upload(const std::string& name, const std::string& bytes);

@@ -68,3 +68,30 @@ wait_for() {
 password_file() { # NAME PASSWORD
   (umask 077 && echo "$2" >"$scratch/$1")
 }
+
+# sentinels : a primary (16379), two replicas (16380, 16381) and three sentinels that know them
+sentinels() {
+  server 16379
+  server 16380 "replicaof 127.0.0.1 16379"
+  server 16381 "replicaof 127.0.0.1 16379"
+  for port in 26379 26380 26381; do sentinel $port; done
+  wait_for 'redis-cli -p 26379 sentinel ckquorum mail 2>/dev/null | grep -q "OK 3 usable"'
+  wait_for '[ "$(replicas | grep -c "^127.0.0.1:1638")" -eq 2 ]'
+  password_file right s3cret
+}
+replicas() { redis-cli -p 26379 sentinel replicas mail | tr -d '\r'; }
+
+# host_ini [LINE...] : host settings of the root in force; the sentinels unless HOST tells otherwise
+host_ini() {
+  mkdir -p "$MDOMAIN_ROOT/etc/mailserver-domain"
+  {
+    printf '[keystore]\nbackend = redis\npassword_file = %s/%s\n' "$scratch" "${PASSWORD:-right}"
+    if [ -n "${PORT:-}" ]; then
+      echo "port = $PORT"
+    else
+      echo "sentinels = 127.0.0.1:26379, 127.0.0.1:26380, 127.0.0.1:26381"
+      echo "master = mail"
+    fi
+    printf '%s\n' "$@"
+  } >"$MDOMAIN_ROOT/etc/mailserver-domain/host.ini"
+}

@@ -292,7 +292,7 @@ const Register kBcc({
          "Shows where the maps are and the lines of main.cf that use them. Make the maps before "
          "main.cf names them: Postfix stops all mail when one is missing. When several rules meet "
          "on one address the first by name counts, and the others are shown.",
-         Effect::kChanges,
+         Effect::kChangesHere,
          {},
          MakeBccMaps},
     },

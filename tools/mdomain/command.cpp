@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "lib-domain/base/text.h"
+#include "lib-domain/utils/node_publication.h"
+#include "platform/include/node_files.h"
 
 namespace mdomain {
 namespace {
@@ -15,6 +17,19 @@ namespace {
 std::map<std::string, Noun>& Table() {
   static std::map<std::string, Noun> table;
   return table;
+}
+
+void RequirePublisher() {
+  std::string node;
+  if (!korvmailserver::GetPublisher(MDOMAIN::UTILS::kDatabaseKey, node)) {
+    throw Failure(kFailed,
+                  "the key store does not tell which machine publishes, nothing was changed");
+  }
+  if (!node.empty() && node != korvmailserver::NodeName()) {
+    throw Failure(kRefused, "the domains are managed on " + node +
+                                ": change them there, or make this machine the one that manages "
+                                "them (mdomain node take-over)");
+  }
 }
 
 }  // namespace
@@ -56,13 +71,23 @@ int Call::Int(const std::string& name, int fallback) const {
   return number;
 }
 
-void Call::Lock() {
+void Call::LockHere() {
   if (!lock_) {
     lock_ = std::make_unique<ChangeLock>(options_.lock_timeout);
   }
 }
 
+void Call::Lock() {
+  LockHere();
+  RequirePublisher();
+}
+
 void Call::Confirm(const std::string& question) {
+  Ask(question);
+  Lock();
+}
+
+void Call::Ask(const std::string& question) const {
   if (!options_.yes) {
     if (isatty(STDIN_FILENO) == 0) {
       throw Failure(kUsage, question + " Nobody can answer here: say --yes to do it.");
@@ -74,7 +99,6 @@ void Call::Confirm(const std::string& question) {
       throw Failure(kFailed, "nothing was changed");
     }
   }
-  Lock();
 }
 
 }  // namespace mdomain

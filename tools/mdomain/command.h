@@ -61,9 +61,11 @@ inline Argument Number(const std::string& name, const std::string& help) {
   return {name, "N", Kind::kNumber, help};
 }
 
-// What a command does to the host. Changing commands run under the lock; destructive ones must call
-// Call::Confirm, which asks and then takes it.
-enum class Effect { kReads, kChanges, kDestroys };
+// What a command does to the host. Changing commands run under the lock and on the machine that
+// publishes; destructive ones must call Call::Confirm, which asks and then takes the lock. What
+// changes only files of this machine alone, made from what was published, runs under the lock on
+// every machine.
+enum class Effect { kReads, kChanges, kChangesHere, kDestroys };
 
 class Call;
 
@@ -114,11 +116,16 @@ class Call {
   const GlobalOptions& options() const { return options_; }
   Output& out() { return out_; }
 
-  // Takes the lock file; held until the process ends.
+  // Takes the lock file; held until the process ends. Refused where another machine publishes: it
+  // has the model, and what is changed here would be lost or would undo what was changed there.
   void Lock();
+  // The same on every machine.
+  void LockHere();
   // Asks on the terminal unless --yes was given, then takes the lock. Declined: a failure. No
   // terminal and no --yes: wrong usage.
   void Confirm(const std::string& question);
+  // Only asks.
+  void Ask(const std::string& question) const;
 
  private:
   const GlobalOptions& options_;

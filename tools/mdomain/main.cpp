@@ -35,6 +35,8 @@ void Run(const Parsed& parsed) {
   Call call(parsed.options, parsed.values);
   if (parsed.command->effect == Effect::kChanges && !call.Has("--dry-run")) {
     call.Lock();
+  } else if (parsed.command->effect == Effect::kChangesHere) {
+    call.LockHere();
   }
   parsed.command->run(call);
   call.out().Flush();

@@ -4,6 +4,7 @@
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/node_publication.h"
 #include "lib-domain/utils/owner_registry.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/command.h"
@@ -77,6 +78,12 @@ void Lookup(Call& call) {
   }
 }
 
+void Publish() {
+  if (!MDOMAIN::UTILS::PublishNodeFiles()) {
+    throw Failure(kFailed, "the registry was changed but could not be published");
+  }
+}
+
 void Add(Call& call) {
   RequireRegistry();
   const std::string address = call.Text("ADDRESS");
@@ -100,6 +107,7 @@ void Add(Call& call) {
        !registry.CreateLocalPart({{address.substr(0, at), domain.idx(), user.GetUserName()}}))) {
     throw Failure(kFailed, "the owner registry could not be written");
   }
+  Publish();
   Json::Value record;
   record["address"] = address;
   record["owner"] = user.GetUserName();
@@ -119,6 +127,7 @@ void Build(Call& call) {
   if (!MDOMAIN::UTILS::ReplaceOwnerRegistry(MDOMAIN::PATHS::EmailOwnerDb(), content)) {
     throw Failure(kFailed, "the owner registry could not be replaced; the old one is in place");
   }
+  Publish();
   Json::Value record;
   record["domain_names"] = Json::UInt64(content.domains.size());
   record["local_parts"] = Json::UInt64(content.local_parts.size());
