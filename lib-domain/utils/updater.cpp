@@ -4,6 +4,7 @@
 
 #include <map>
 #include <unordered_map>
+#include <utility>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
@@ -42,6 +43,16 @@ std::vector<RECORD::User> RenamedUsers(const std::vector<RECORD::User>& known,
     }
   }
   return renamed;
+}
+
+// The preview knows one user of a short name, perhaps one who is in the domain already: its aliases
+// go to the user they are meant for.
+void AppendAliases(const RECORD::DomainUser& record, unsigned int uid,
+                   std::vector<RECORD::DomainUserAlias>& aliases) {
+  for (RECORD::DomainUserAlias& alias : record.ExtractDomainUserAliases()) {
+    alias.SetUID(uid);
+    aliases.push_back(std::move(alias));
+  }
 }
 
 std::vector<std::string> AliasPatternsOf(const std::vector<int>& domain_idxs) {
@@ -250,7 +261,7 @@ bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
 bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
                              const std::unordered_set<unsigned int>& covered_uids,
                              const std::unordered_set<unsigned int>& present_uids,
-                             std::vector<std::pair<std::string, std::string>>& entries) {
+                             UsersByShortName& candidates) {
   Uids removed;
   if (!CONTROL::DomainUser().GetAllRemovedUIDs(domain_idx, removed)) {
     LOG_ERROR("Failed to GetAllRemovedUIDs, domain_id: [%d]", domain_idx);
@@ -260,7 +271,7 @@ bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mi
     const unsigned int uid = user.GetUID();
     const bool is_wanted = new_uids_.count(uid) != 0 || covered_uids.count(uid) != 0;
     if (is_wanted && present_uids.count(uid) == 0 && removed.count(uid) == 0) {
-      entries.emplace_back("user", TrimDomainName(user.GetUserName()));
+      candidates[TrimDomainName(user.GetUserName())].push_back(user);
     }
   }
   return true;
@@ -269,9 +280,13 @@ bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mi
 bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>& mirrored,
                                  const std::unordered_set<unsigned int>& covered_uids,
                                  const std::unordered_set<unsigned int>& present_uids) {
-  std::vector<std::pair<std::string, std::string>> entries;
-  if (!_GetCandidates(domain_idx, mirrored, covered_uids, present_uids, entries)) {
+  UsersByShortName candidates;
+  if (!_GetCandidates(domain_idx, mirrored, covered_uids, present_uids, candidates)) {
     return false;
+  }
+  std::vector<std::pair<std::string, std::string>> entries;
+  for (const auto& [short_name, users] : candidates) {
+    entries.emplace_back("user", short_name);
   }
   CONTROL::DomainUser control;
   std::vector<RECORD::DomainUser> records;
@@ -282,12 +297,13 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>
   std::vector<RECORD::User> users_with_role;
   std::vector<RECORD::DomainUserAlias> aliases;
   for (const RECORD::DomainUser& record : records) {
-    // Whom a group covers has the group's role.
-    if (covered_uids.count(record.GetUID()) == 0) {
-      users_with_role.emplace_back(record.GetUID(), record.GetUserName());
+    for (const RECORD::User& user : candidates[TrimDomainName(record.GetUserName())]) {
+      // Whom a group covers has the group's role.
+      if (covered_uids.count(user.GetUID()) == 0) {
+        users_with_role.push_back(user);
+      }
+      AppendAliases(record, user.GetUID(), aliases);
     }
-    const std::vector<RECORD::DomainUserAlias> own = record.ExtractDomainUserAliases();
-    aliases.insert(aliases.end(), own.begin(), own.end());
   }
   if (!control.CreateFromBackend(domain_idx, users_with_role)) {
     LOG_ERROR("Failed to Create domain users, domain_id: [%d]", domain_idx);

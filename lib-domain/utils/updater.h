@@ -6,9 +6,9 @@
 #ifndef LIB_DOMAIN_UTILS_UPDATER_H
 #define LIB_DOMAIN_UTILS_UPDATER_H
 
+#include <map>
 #include <string>
 #include <unordered_set>
-#include <utility>
 #include <vector>
 
 #include "lib-domain/record/domain.h"
@@ -71,6 +71,10 @@ class Updater {
   const RefreshSummary& GetSummary() const { return summary_; }
 
  private:
+  // Accounts of several domains may share a short name, and so may an account that was made anew
+  // under another id while the old one has not been deleted.
+  using UsersByShortName = std::map<std::string, std::vector<RECORD::User>>;
+
   bool _RefreshSteps();
   bool _RefreshUsers();
   bool _RefreshGroups();
@@ -82,7 +86,7 @@ class Updater {
   bool _GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
                       const std::unordered_set<unsigned int>& covered_uids,
                       const std::unordered_set<unsigned int>& present_uids,
-                      std::vector<std::pair<std::string, std::string>>& entries);
+                      UsersByShortName& candidates);
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _ToRedis();
   bool _SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,

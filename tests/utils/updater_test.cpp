@@ -162,6 +162,30 @@ TEST_F(UpdaterTest, RemovedMembersStayRemovedUntilTheyAreRestored) {
   EXPECT_EQ(Members(domain_idx), (StringList{"alice normal alice", "bob normal bob"}));
 }
 
+// An account made anew under a new id while the answer is incomplete: the mirror then has two users
+// of one name, and only the new one is to be added.
+TEST_F(UpdaterTest, UsersOfOneShortNameAreToldApart) {
+  const int domain_idx = CreateDomain("example.com", true);
+  SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}}, {{"staff:2001", "bob"}});
+  ASSERT_TRUE(Updater().Refresh());
+  Run("UPDATE domain_user_role_table SET role = 'domain_admin', is_auto_added = 0 WHERE uid = "
+      "1001");
+  ASSERT_TRUE(MDOMAIN::API::DomainUser().Delete(domain_idx, {1002}));
+  SetAccounts({{"alice", 1011}, {"bob", 1012}, {"carol", 1003}}, {{"staff:2001", ""}});
+  test::FailOn("KLIBUserInfoEnum");
+  ASSERT_TRUE(Updater().Refresh());
+  TakeLog();
+  EXPECT_EQ(Rows("SELECT uid,role,account_alias,is_duplicated FROM domain_user_view ORDER BY uid"),
+            (StringList{"1001|domain_admin|alice|0", "1003|normal|carol|0", "1011|normal|alice|1",
+                        "1012|normal|bob|0"}));
+  EXPECT_EQ(Rows("SELECT uid FROM domain_group_removed_user_table"), (StringList{"1002"}));
+
+  test::ClearFaults();
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Members(domain_idx),
+            (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
+}
+
 TEST_F(UpdaterTest, CoveredMembersOfAFirstDomainGetAddresses) {
   ASSERT_TRUE(Updater().Refresh());
   const int domain_idx = CreateDomain("example.com", false);
