@@ -17,6 +17,7 @@ namespace {
 using Attributes = std::map<std::string, std::string>;
 
 constexpr const char* kAccountNameAttr = "sAMAccountName";
+constexpr const char* kLowerAccountNameAttr = "samaccountname";
 constexpr const char* kWhiteSpace = " \t\r\n\v\f";
 
 bool IsLetter(char c) {
@@ -68,7 +69,10 @@ class EntryCollector {
  public:
   explicit EntryCollector(const std::set<std::string>& attributes) {
     for (const std::string& attribute : attributes) {
-      asked_by_lower_name_[BASE::ToLowerAscii(attribute)].push_back(attribute);
+      const std::string lower_name = BASE::ToLowerAscii(attribute);
+      if (lower_name != kAccountAttr && lower_name != kLowerAccountNameAttr) {
+        asked_by_lower_name_[lower_name].push_back(attribute);
+      }
     }
   }
 

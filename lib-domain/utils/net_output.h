@@ -23,7 +23,8 @@ bool IsAttributeName(const std::string& name);
 // From the tool's whole output to the attributes of each account, by account name (sAMAccountName).
 // Every account has kAccountAttr and those of `attributes` that the entry has, under the spelling
 // asked for (the directory answers in its own). Of an attribute with several values the last one
-// counts. Addresses ("mail", "mailNickname") come without their domain.
+// counts. Addresses ("mail", "mailNickname") come without their domain. The account name comes as
+// kAccountAttr alone, also when it is asked for, and no other line can set that.
 //
 // The tool escapes nothing, so a value with line ends looks like more lines and, with an empty one,
 // like more entries. Hence lines of attributes that were not asked for are passed over, an entry

@@ -77,6 +77,19 @@ TEST_F(NetOutputTest, ForgedLinesGiveNobodyElsesValues) {
   EXPECT_TRUE(Logged("net entry with two account names, [alice] and [eve], is ignored"));
 }
 
+// The pseudo-attribute is asked for by every pattern with <a>, and no line may set it: a value with
+// a line end could make its owner's attributes another account's.
+TEST_F(NetOutputTest, OnlyTheAccountNameNamesTheAccount) {
+  Accounts accounts;
+  EXPECT_TRUE(
+      ParseNetSearchOutput("Got 2 replies\n\n"
+                           "sn: Archer\nsAMAccountName: alice\n\n"
+                           "sAMAccountName: eve\nsn: Eve\nzelm_account: alice\n\n",
+                           {"sAMAccountName", "sn", "zelm_account"}, accounts));
+  EXPECT_EQ(accounts, (Accounts{{"alice", {{"zelm_account", "alice"}, {"sn", "Archer"}}},
+                                {"eve", {{"zelm_account", "eve"}, {"sn", "Eve"}}}}));
+}
+
 TEST_F(NetOutputTest, ValuesComeTrimmedUnderTheNameAskedFor) {
   Accounts accounts;
   EXPECT_TRUE(ParseNetSearchOutput(
