@@ -267,6 +267,7 @@ bool AttributeScope::_Ask(DefaultAliasGetter::Query query,
   }
   needed_.insert(needed.begin(), needed.end());
   accounts_.clear();
+  is_answered_ = false;  // also when the search ends in an exception
   is_answered_ = query(needed_, accounts_);
   return is_answered_;
 }
