@@ -89,6 +89,8 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   if (groups.empty()) {
     return true;
   }
+  // Without it a directory is read whole again for every group.
+  const korvmailserver::AccountSnapshot snapshot;
   UsersByLowerName users_by_lower_name;
   if (!_GetAllUsersByLowerName(users_by_lower_name)) {
     return false;

@@ -251,6 +251,7 @@ bool ShortName2RealName(bool is_user, const std::string& short_name, std::string
 void GetUserShortNamesFromGroupShortNames(const std::vector<std::string>& group_short_names,
                                           std::vector<std::string>& user_short_names) {
   user_short_names.clear();
+  const korvmailserver::AccountSnapshot snapshot;  // one reading of a directory for all members
   for (const std::string& group : group_short_names) {
     std::string real_name;
     if (!ShortName2RealName(false, group, real_name)) {

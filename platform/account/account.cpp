@@ -201,12 +201,14 @@ int KORVGroupListMember(const char* name, PKLIBCSzList list) {
 }
 
 bool KORVUserIsInternal(const char* name) {
+  const bool called_internal =
+      name != nullptr && korvmailserver::account::IsCalledInternal(TrimDomainName(name));
   UserRow row;
-  if (FindUser(name, row) != 0) {
+  if ((!called_internal && name != nullptr && !SourceInForce()->MayBeInternal(name)) ||
+      FindUser(name, row) != 0) {
     return false;
   }
-  return !row.listed || row.internal ||
-         korvmailserver::account::IsCalledInternal(TrimDomainName(row.name));
+  return called_internal || !row.listed || row.internal;
 }
 
 int KLIBUserRealNameGet(const char* name, char* buffer, size_t size) {

@@ -59,6 +59,7 @@ class LdapSource : public Source {
   Outcome FindGroup(const std::string& name, GroupRow& row) override;
   Outcome FindGroupById(unsigned int gid, GroupRow& row) override;
   std::string FullName(const std::string& short_name) const override;
+  bool MayBeInternal(const std::string& /*name*/) const override { return false; }
   void Check(std::vector<AccountCheckStep>& steps) override;
 
  private:

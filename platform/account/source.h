@@ -54,6 +54,9 @@ class Source {
   // The full name of a short one; a full name stays as it is.
   virtual std::string FullName(const std::string& short_name) const { return short_name; }
 
+  // False when only the host settings can make this name an internal account; saves the look-up.
+  virtual bool MayBeInternal(const std::string& /*name*/) const { return true; }
+
   // Steps "connect" and "bind" of an inspection; stops at the first that fails.
   virtual void Check(std::vector<AccountCheckStep>& steps) = 0;
 
@@ -99,6 +102,9 @@ class SnapshotSource : public TableSource {
   std::shared_ptr<const GroupTable> Groups() override;
   std::string FullName(const std::string& short_name) const override {
     return source_->FullName(short_name);
+  }
+  bool MayBeInternal(const std::string& name) const override {
+    return source_->MayBeInternal(name);
   }
   void Check(std::vector<AccountCheckStep>& steps) override { source_->Check(steps); }
 

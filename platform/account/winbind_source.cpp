@@ -60,6 +60,7 @@ class WinbindSource : public Source {
   Outcome FindUserById(unsigned int uid, UserRow& row) override;
   Outcome FindGroup(const std::string& name, GroupRow& row) override;
   Outcome FindGroupById(unsigned int gid, GroupRow& row) override;
+  bool MayBeInternal(const std::string& name) const override { return IsBuiltIn(name); }
   void Check(std::vector<AccountCheckStep>& steps) override;
 
   std::string FullName(const std::string& short_name) const override {

@@ -52,7 +52,8 @@ bool Session::SetOptions(const LdapSettings& settings, std::string& error) {
             ldap_set_option(ldap_, LDAP_OPT_RESTART, LDAP_OPT_ON) == 0 &&
             ldap_set_option(ldap_, LDAP_OPT_NETWORK_TIMEOUT, &timeout) == 0 &&
             ldap_set_option(ldap_, LDAP_OPT_TIMEOUT, &timeout) == 0 &&
-            ldap_set_option(ldap_, LDAP_OPT_X_TLS_REQUIRE_CERT, &demand) == 0;
+            ldap_set_option(ldap_, LDAP_OPT_X_TLS_REQUIRE_CERT, &demand) == 0 &&
+            deadline_.Attach(ldap_);
   if (ok && !settings.ca_file.empty()) {
     ok = ldap_set_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, settings.ca_file.c_str()) == 0;
   }
@@ -77,10 +78,12 @@ bool Session::Connect(const LdapSettings& settings, std::string& error) {
   if (!SetOptions(settings, error)) {
     return false;
   }
+  deadline_.Arm(timeout_);
   code = ldap_connect(ldap_);
   if (code == LDAP_SUCCESS && settings.start_tls) {
     code = ldap_start_tls_s(ldap_, nullptr, nullptr);
   }
+  deadline_.Disarm();
   if (code != LDAP_SUCCESS) {
     error = "cannot connect to " + settings.uri + ": " + ErrorText(code);
     if (UsesTls(settings)) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/directory/connect_deadline.h"
 #include "platform/include/host_settings.h"
 
 namespace korvmailserver::directory {
@@ -48,6 +49,7 @@ class Session {
  private:
   bool SetOptions(const LdapSettings& settings, std::string& error);
 
+  ConnectDeadline deadline_;
   LDAP* ldap_ = nullptr;
   int timeout_ = 0;
 };

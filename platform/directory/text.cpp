@@ -58,7 +58,7 @@ std::string FoldDn(const std::string& dn) {
   }
   char* text = nullptr;
   const int code = ldap_dn2str(parsed, &text, LDAP_DN_FORMAT_LDAPV3);
-  const std::string folded = FoldCase(code == LDAP_SUCCESS ? text : dn);
+  std::string folded = FoldCase(code == LDAP_SUCCESS ? text : dn);
   ldap_memfree(text);
   ldap_dnfree(parsed);
   return folded;

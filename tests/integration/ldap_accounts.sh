@@ -33,20 +33,27 @@ mkdir -p "$scratch/whole" "$scratch/limited"
   ldif_user Odd jörg "Jörg Öl" 10101 20001 "mail: joerg@example.com"
   ldif_user Odd Anna "Anna Eins" 10102 20001
   ldif_user Odd anna2 "Anna Zwei" 10103 20001 "uid: second"
+  printf 'dn: ou=Twin,ou=Odd,dc=example,dc=com\nobjectClass: organizationalUnit\nou: Twin\n\n'
+  ldif_user Twin,ou=Odd anna "Anna Zwilling" 10104 20001
   ldif_folder Inner
   ldif_user Inner x "X" 10105 20001 "employeeNumber: 77"
   ldif_user Inner y "Y" 10106 20001 "employeeNumber: 7x7"
   ldif_user Inner z "Z" 10107 20001
   ldif_group Inner readers 20010 x y
   ldif_group Inner writers 20011 x
+  ldif_folder Elsewhere
+  ldif_user Elsewhere here "Here" 10108 20001
+  printf 'dn: ou=There,ou=Elsewhere,dc=example,dc=com\nobjectClass: referral\n'
+  printf 'objectClass: extensibleObject\nou: There\nref: ldap://127.0.0.1:1/ou=There\n\n'
 } >"$scratch/whole/data.ldif"
-cp "$scratch/whole/data.ldif" "$scratch/limited"
 test_certificate "$scratch/whole"
+cp "$scratch/whole/"{data.ldif,cert.pem,key.pem} "$scratch/limited"
 
 slapd_start "$scratch/whole" 3890 "limits users size.prtotal=unlimited size=unlimited"
 slapd_start "$scratch/limited" 3900 "idletimeout 1"
 export SLAPD_LIMITED_PID=$SLAPD_PID TEST_CA="$scratch/whole/ca.pem"
 export WHOLE_URI=ldap://127.0.0.1:3890 LIMITED_URI=ldap://127.0.0.1:3900
+export LIMITED_LDAPS=ldaps://127.0.0.1:3901
 export WHOLE_LDAPS=ldaps://127.0.0.1:3891 OTHER_NAME=ldaps://localhost:3891
 
 for kind in local ldap ldap-domain ldap-bis; do
