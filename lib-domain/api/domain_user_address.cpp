@@ -38,7 +38,9 @@ void AppendAddresses(const std::vector<std::string>& aliases, const std::vector<
                      std::vector<std::string>& addresses) {
   for (const std::string& name : names) {
     for (const std::string& alias : aliases) {
-      addresses.push_back(alias + "@" + name);
+      std::string address = alias;
+      address.append("@").append(name);
+      addresses.push_back(std::move(address));
     }
   }
 }
@@ -128,6 +130,7 @@ bool DomainUser::GetAllUser2EmailsMap(
   }
   // All domains by their indexes: the list of users cannot be composed without any.
   std::vector<int> domain_idxs;
+  domain_idxs.reserve(domains.size());
   for (const RECORD::Domain& domain : domains) {
     domain_idxs.push_back(domain.GetDomainIdx());
   }

@@ -12,6 +12,7 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/utils/account_source.h"
+#include "lib-domain/utils/mirror_difference.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
@@ -94,6 +95,7 @@ Domain2GidsMap GetAllDomain2GidsMap() {
     return {};
   }
   std::vector<int> domain_idxs;
+  domain_idxs.reserve(domains.size());
   for (const RECORD::Domain& domain : domains) {
     domain_idxs.push_back(domain.GetDomainIdx());
   }
@@ -114,11 +116,7 @@ std::unordered_set<unsigned int> GetUidsBelongedToGroups(const std::vector<unsig
 
 std::unordered_set<unsigned int> GetUidsBelongedToGroups(const std::vector<RECORD::Group>& groups,
                                                          const Gid2UidsMap& uids_by_gid) {
-  std::vector<unsigned int> gids;
-  for (const RECORD::Group& group : groups) {
-    gids.push_back(group.GetGID());
-  }
-  return GetUidsBelongedToGroups(gids, uids_by_gid);
+  return GetUidsBelongedToGroups(IdsOf(groups), uids_by_gid);
 }
 
 bool IsUserBelongsToGroups(const std::vector<unsigned int>& gids, const Gid2UidsMap& uids_by_gid,
