@@ -24,7 +24,10 @@ DisclaimerOutcome ChangeDisclaimers(Change change) {
 
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
   return ChangeDisclaimers([&](MimeDefang& mimedefang) {
-    return mimedefang.SetDisclaimerList(domain_idx, Json::Value(Json::arrayValue)) >= 0;
+    // It logs a failure itself. The domain is gone by now; whether the filter has to run must be
+    // settled all the same.
+    mimedefang.SetDisclaimerList(domain_idx, Json::Value(Json::arrayValue));
+    return true;
   });
 }
 

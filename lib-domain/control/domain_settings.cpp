@@ -95,7 +95,6 @@ bool Domain::_DeleteDisclaimerSettings(const int& domain_idx) {
     case INTERNAL::DisclaimerOutcome::kSaveFailed:
       LOG_ERROR("Failed to save mimedefang settings");
       return false;
-    // A list that could not be emptied was logged where it failed and does not stop the deletion.
     case INTERNAL::DisclaimerOutcome::kRemoveFailed:
     case INTERNAL::DisclaimerOutcome::kDone:
       break;

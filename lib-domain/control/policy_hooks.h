@@ -1,6 +1,7 @@
 // What the controls ask of the per-domain mail policies (BCC rules, disclaimers), which lie above
 // them and are built on them. Declared here, defined in lib-domain/api/bcc_hooks.cpp and
-// lib-domain/api/disclaimer_hooks.cpp, so that no file includes its own caller. None of them logs on its own account: the control that asked does.
+// lib-domain/api/disclaimer_hooks.cpp, so that no file includes its own caller. None of them logs
+// on its own account: the control that asked does.
 #ifndef LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
 #define LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
 
@@ -17,7 +18,8 @@ BccOutcome DeleteDomainBcc(int domain_idx);
 // Removes the domain's rules whose destination is one of `names`, ignoring case.
 BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names);
 
-// Empties the domain's disclaimer list.
+// Empties the domain's disclaimer list and saves the settings that follow from all lists. A list
+// that cannot be emptied is logged where it fails and is no failure: never kRemoveFailed.
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx);
 // Removes the rules that name these users (groups) from the domain's disclaimers.
 DisclaimerOutcome RemoveUsersFromDisclaimers(int domain_idx, const std::vector<unsigned int>& uids);

@@ -245,6 +245,15 @@ TEST_F(DomainDeletion, StopsAtTheStepThatFails) {
   }
 }
 
+// Whether the filter has to run was not settled any more.
+TEST_F(DomainDeletion, GoesOnWhenDisclaimersCannotBeEmptied) {
+  test::FailOn("mailConfSet", "mimedefang_disclaimers-2");
+  EXPECT_TRUE(Domain().Delete({2}, false));
+  EXPECT_TRUE(Logged("Failed to set Config"));
+  EXPECT_EQ(Configured("mimedefang_enable"), "no");
+  EXPECT_EQ(Remains(2), "disclaimers ");
+}
+
 TEST_F(DomainControl, AdditionalNames) {
   ASSERT_EQ(Create("a.example"), "1");
   ASSERT_EQ(Create("b.example"), "2");
