@@ -1,5 +1,5 @@
-// Any bytes as a domain, a local part and an address: what is accepted is clean and converts both
-// ways, what is stripped is acceptable.
+// Any bytes as a domain, a local part and an address: what converts is clean and converts both
+// ways, only what stands in one of its two spellings is a domain, what is stripped is acceptable.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -43,9 +43,12 @@ void CheckLocalPart(const std::string& text) {
   }
 }
 
-void CheckValidDomain(const std::string& text) {
-  const std::string ascii = Ascii(text);
+void CheckConvertedDomain(const std::string& text, const std::string& ascii) {
   const std::string unicode = Unicode(text);
+  const auto is = [&text](const std::string& spelling) {
+    return korvmailserver::utils::Equals(text, spelling, true);
+  };
+  Require(IsValidEaiDomain(text) == (is(ascii) || is(unicode)));
   Require(ascii.size() <= 253);
   Require(ascii.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-.") == std::string::npos);
   Require(IsValidEaiDomain(ascii) && IsValidEaiDomain(unicode));
@@ -58,16 +61,17 @@ void CheckValidDomain(const std::string& text) {
 }
 
 void CheckDomain(const std::string& text) {
-  if (IsValidEaiDomain(text)) {
-    CheckValidDomain(text);
+  if (text.find('@') != std::string::npos) {
+    Require(!IsValidEaiDomain(text));
     return;
   }
   std::string out = "untouched";
-  const std::string address = "a@" + text;
-  if (text.find('@') == std::string::npos) {
-    Require(ConvertToPunycode(address, out) < 0 && ConvertToUTF8(text, out) < 0);
-    Require(ConvertToPunycodeOrUTF8(address, out) < 0);
+  if (ConvertToPunycode(text, out) == 0) {
+    CheckConvertedDomain(text, out);
+    return;
   }
+  Require(!IsValidEaiDomain(text) && ConvertToUTF8("a@" + text, out) < 0);
+  Require(ConvertToPunycodeOrUTF8("a@" + text, out) < 0);
   Require(out == "untouched");
 }
 

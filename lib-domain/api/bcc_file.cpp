@@ -61,14 +61,20 @@ bool IsAccountOrAlias(const std::string& text) {
          KORV::POSTARA_SERVER::IsValidEaiLocalPart(text.substr(backslash + 1), true);
 }
 
+// Anything that maps to a domain: these are addresses as people type them.
+bool IsDomain(const std::string& text) {
+  std::string ascii;
+  return text.find('@') == std::string::npos &&
+         KORV::POSTARA_SERVER::ConvertToPunycode(text, ascii) >= 0;
+}
+
 bool IsAddressOrAccount(const std::string& text) {
   std::string local_part;
   std::string domain;
   if (!SplitAddress(text, local_part, domain)) {
     return IsAccountOrAlias(text);
   }
-  return KORV::POSTARA_SERVER::IsValidEaiLocalPart(local_part, true) &&
-         KORV::POSTARA_SERVER::IsValidEaiDomain(domain);
+  return KORV::POSTARA_SERVER::IsValidEaiLocalPart(local_part, true) && IsDomain(domain);
 }
 
 // A rename would put a file in the place of a pipe or a terminal.
@@ -164,7 +170,7 @@ std::string BCC::CheckRule(const BccInfo& rule) {
   if (!internal::StandsInLine(rule.bcc_to)) {
     return "the destination is empty or has a blank or a control character";
   }
-  if (rule.type == BCC_DOMAIN && !KORV::POSTARA_SERVER::IsValidEaiDomain(rule.name)) {
+  if (rule.type == BCC_DOMAIN && !internal::IsDomain(rule.name)) {
     return "the name is no domain";
   }
   if (rule.type != BCC_DOMAIN && !internal::IsAddressOrAccount(rule.name)) {

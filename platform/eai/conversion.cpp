@@ -49,7 +49,9 @@ namespace KORV {
 namespace POSTARA_SERVER {
 
 bool IsValidEaiDomain(const std::string& domain) {
-  return ParseDomain(domain).has_value();
+  const std::optional<DomainName> parsed = ParseDomain(domain);
+  return parsed && (korvmailserver::utils::Equals(domain, parsed->ascii, true) ||
+                    korvmailserver::utils::Equals(domain, parsed->unicode, true));
 }
 
 int ConvertToPunycode(const std::string& text, std::string& out) {

@@ -16,11 +16,15 @@ bool Equals(const std::string& a, const std::string& b, bool ignore_case);
 namespace KORV {
 namespace POSTARA_SERVER {
 
-// A domain whose every label libidn2 accepts (IDNA 2008, non-transitional, input mapped to lower
-// case and NFC) and consists of letters, digits and inner hyphens in its A-label form (STD 3),
-// which has at most 63 octets a label and 253 in all; the last label is not all digits; no empty
-// label, no trailing dot. "xn--" labels must decode and give themselves again. A single label is
-// enough.
+// A domain whose every label libidn2 accepts (IDNA 2008, non-transitional) and consists of letters,
+// digits and inner hyphens in its A-label form (STD 3), which has at most 63 octets a label and 253
+// in all; the last label is not all digits; no empty label, no trailing dot. "xn--" labels must
+// decode and give themselves again. A single label is enough.
+//
+// ASCII case aside it must be one of its two spellings, all A-labels or all U-labels: a text that
+// only maps to a domain ("BÜCHER.de", full-width letters, "。" for ".") is none (RFC 5891 section
+// 4). Two domains are therefore the same exactly when one is, ASCII case aside, either spelling of
+// the other.
 bool IsValidEaiDomain(const std::string& domain);
 
 // A dot-string: RFC 5321 atext and, with `allow_utf8`, non-ASCII UTF-8 in NFC without control
@@ -28,8 +32,9 @@ bool IsValidEaiDomain(const std::string& domain);
 bool IsValidEaiLocalPart(const std::string& local_part, bool allow_utf8);
 
 // The A-label form of a domain; of an address (it has an "@") only what follows the last "@" is
-// converted and looked at. 0, or negative and `out` untouched when that is no domain that
-// IsValidEaiDomain accepts. ASCII domains come back in lower case. `out` may be `text`.
+// converted and looked at. What was typed is mapped first, to lower case, NFC and ordinary letters
+// and dots (RFC 5895), label by label. 0, or negative and `out` untouched when that gives no domain
+// that IsValidEaiDomain accepts. ASCII domains come back in lower case. `out` may be `text`.
 int ConvertToPunycode(const std::string& text, std::string& out);
 // The same towards UTF-8 (U-labels, in lower case and NFC).
 int ConvertToUTF8(const std::string& text, std::string& out);

@@ -60,6 +60,7 @@ TEST_F(DomainControl, NamesAreRefusedOrTaken) {
       {"", "3003 Unable to create domain []"},
       {"more.example", "3002 Unable to create domain [more.example]"},
       {"o'k.example", "3003 Unable to create domain [o'k.example]"},
+      {"B\u00dcCHER.example", "3003 Unable to create domain [B\u00dcCHER.example]"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(Create(c.name), c.want);

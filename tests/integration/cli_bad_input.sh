@@ -26,6 +26,7 @@ bad 3 'valid domain name' domain create System.Alias.To.User.Postara
 bad 3 'already has this name' domain create EXAMPLE.com
 bad 3 'already has this name' domain create example.org
 bad 3 'already has this name' domain create xn--bcher-kva.example
+bad 3 'already has this name' domain create BÜCHER.example
 bad 3 'already has this name' domain set 1 --name Example.com
 bad 3 'already has this name' domain set 2 --name example.com
 bad 3 'valid domain name' domain set 2 --name nodot

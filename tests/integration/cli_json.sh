@@ -6,8 +6,8 @@
 new_root company
 good --json domain create example.com --description 'Everybody "here"'
 field . '{"additional_names":[],"alias_pattern":"<a>","auto_add":true,"description":"Everybody \"here\"","has_duplicates":false,"id":1,"name":"example.com","primary":true,"users":0}'
-good --json domain create bücher.example --no-auto-add --pattern '<4a>'
-field '[.id, .primary, .auto_add, .alias_pattern]' '[2,false,false,"<4a>"]'
+good --json domain create BÜCHER.example --no-auto-add --pattern '<4a>'
+field '[.id, .name, .primary, .auto_add, .alias_pattern]' '[2,"bücher.example",false,false,"<4a>"]'
 good --json domain names add 1 example.org
 field . '["example.org"]'
 

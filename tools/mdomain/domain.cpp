@@ -57,7 +57,7 @@ void PrintDone(Call& call, int domain_idx, const std::string& what) {
 }
 
 void Create(Call& call) {
-  MDOMAIN::RECORD::Domain domain(call.Text("NAME"));
+  MDOMAIN::RECORD::Domain domain(StorableName(call.Text("NAME")));
   domain.SetIsPrimary(false);
   Apply(call, domain);
   MDOMAIN::API::Domain api;
@@ -71,11 +71,11 @@ void Create(Call& call) {
 }
 
 void Migrate(Call& call) {
-  MDOMAIN::RECORD::Domain domain(call.Text("NAME"));
+  MDOMAIN::RECORD::Domain domain(StorableName(call.Text("NAME")));
   Apply(call, domain);
-  RequireDomainNames(call.List("--name"));
+  const std::vector<std::string> names = StorableNames(call.List("--name"));
   MDOMAIN::API::Domain api;
-  if (!api.Migrate(domain, call.List("--name"))) {
+  if (!api.Migrate(domain, names)) {
     throw Refusal(api, domain, "migrating \"" + domain.GetDomainName() + "\"");
   }
   PrintDone(call, Domains().Find(domain.GetDomainName()).idx(), "migrated");
@@ -111,7 +111,7 @@ void Set(Call& call) {
     throw Failure(kUsage, "nothing to set: give --name, --description, --pattern or --auto-add");
   }
   if (call.Has("--name")) {
-    domain.SetDomainName(call.Text("--name"));
+    domain.SetDomainName(StorableName(call.Text("--name")));
   }
   MDOMAIN::API::Domain api;
   if (!api.Set(domain)) {

@@ -23,9 +23,9 @@ void List(Call& call) {
 
 void Add(Call& call) {
   const int idx = Domains().Find(call.Text("DOMAIN")).idx();
-  RequireDomainNames(call.List("NAME"));
+  const std::vector<std::string> names = StorableNames(call.List("NAME"));
   MDOMAIN::API::Domain api;
-  if (!api.CreateAdditionalDomains(idx, call.List("NAME"))) {
+  if (!api.CreateAdditionalDomains(idx, names)) {
     throw ApiFailure(api.GetErrorCode(), "adding the names");
   }
   PrintNames(call, idx);
@@ -33,9 +33,9 @@ void Add(Call& call) {
 
 void Set(Call& call) {
   const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
-  RequireDomainNames(call.List("NAME"));
+  const std::vector<std::string> names = StorableNames(call.List("NAME"));
   MDOMAIN::API::Domain api;
-  if (!api.SetAdditionalDomains(domain.idx(), domain.names, call.List("NAME"))) {
+  if (!api.SetAdditionalDomains(domain.idx(), domain.names, names)) {
     throw ApiFailure(api.GetErrorCode(), "setting the names");
   }
   PrintNames(call, domain.idx());

@@ -2,6 +2,7 @@
 #include "tools/mdomain/domain_output.h"
 
 #include "lib-domain/utils/domain_utils.h"
+#include "platform/include/eai.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
@@ -32,12 +33,23 @@ std::vector<Column> DomainColumns() {
           {"description", "DESCRIPTION"}};
 }
 
-void RequireDomainNames(const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    if (!MDOMAIN::UTILS::IsDomainNameValid(name)) {
-      throw Failure(kRefused, "\"" + name + "\" is not a valid domain name");
+std::string StorableName(const std::string& typed) {
+  std::string mapped = typed;
+  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(typed)) {
+    KORV::POSTARA_SERVER::ConvertToUTF8(typed, mapped);  // leaves what is no domain as it is
+  }
+  return mapped;
+}
+
+std::vector<std::string> StorableNames(const std::vector<std::string>& typed) {
+  std::vector<std::string> names;
+  for (const std::string& text : typed) {
+    names.push_back(StorableName(text));
+    if (!MDOMAIN::UTILS::IsDomainNameValid(names.back())) {
+      throw Failure(kRefused, "\"" + text + "\" is not a valid domain name");
     }
   }
+  return names;
 }
 
 }  // namespace mdomain
