@@ -99,11 +99,14 @@ bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test)
     return false;
   }
   std::string regex;
+  bool after_star = false;
   for (const char c : address) {
     if (c == '*') {
-      regex += ".*";
+      regex += after_star ? "" : ".*";  // a run means what one means, and would only backtrack more
+      after_star = true;
       continue;
     }
+    after_star = false;
     if (std::string(kRegexSpecial).find(c) != std::string::npos) {
       regex += '\\';
     }

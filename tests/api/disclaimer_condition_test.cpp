@@ -100,6 +100,8 @@ TEST_F(DisclaimerCondition, EmailPatternsMatchWholeAddressesOnly) {
       {"a*b@example.com", "ab@example.com", true},
       {"a*b@example.com", "aXXb@example.com", true},
       {"*", "anyone@anywhere.example", true},
+      {"*******************************@*", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false},
+      {".**@example.com", ".x@example.com", true},
       {"o'brien+tag@example.com", "o'brien+tag@example.com", true},
       {"o'brien+tag@example.com", "o'brienntag@example.com", false},
       {"$x{a}|b@example.com", "$x{a}|b@example.com", true},
