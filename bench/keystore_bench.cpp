@@ -1,7 +1,8 @@
-// Publishing 1,000 domains to the key store: everything new, nothing new, one domain changed; in
-// the embedded store and, where redis-server is installed, in one over a unix socket. "trips"
-// counts messages to the server, which must not grow with the domains: more than 5, and the program
-// fails. The last ones publish a 16 MB database that changed and one that did not.
+// Publishing 1,000 domains to the key store: everything new, nothing new, one domain changed, all
+// gone; in the embedded store and, where redis-server is installed, in one over a unix socket.
+// "trips" counts messages to the server, which must not grow with the domains: more than 5, and the
+// program fails. The last ones publish 1,000 files that did not change, and a 16 MB database that
+// changed and one that did not.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <signal.h>
@@ -18,6 +19,7 @@
 
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/node_files.h"
 
 namespace {
 
@@ -126,6 +128,43 @@ void Publish(benchmark::State& state, const Stage* stage, bool redis, int change
   Require(most <= kMostTrips, "few round trips");
 }
 
+// What is left of 1,000 domains that were deleted.
+void RemoveStale(benchmark::State& state, const Stage* stage, bool redis) {
+  stage->Use(redis);
+  long most = 0;
+  std::vector<std::string> keys;
+  for (auto step : state) {
+    state.PauseTiming();
+    Require(mailConfSetMany(Publication(0, 0)) == 0, "mailConfSetMany");
+    Require(PostaraServerBACKENDWrap::ls("virtual_domain", keys), "ls");
+    trips = 0;
+    state.ResumeTiming();
+    Require(PostaraServerBACKENDWrap::removeKeys(keys), "removeKeys");
+    most = std::max(most, trips);
+  }
+  state.counters["trips"] = static_cast<double>(most);
+  Require(most <= kMostTrips, "few round trips");
+}
+
+// The texts of 1,000 domains' disclaimers, published before.
+void PublishFiles(benchmark::State& state, const Stage* stage) {
+  stage->Use(true);
+  Entries files;
+  for (int i = 0; i < kDomains; ++i) {
+    files.emplace_back("text-" + std::to_string(i), stage->root() + "/text-" + std::to_string(i));
+    std::ofstream(files.back().second) << std::string(2000, 'x');
+  }
+  Require(korvmailserver::PublishChangedFiles(files), "PublishChangedFiles");
+  long most = 0;
+  for (auto step : state) {
+    trips = 0;
+    Require(korvmailserver::PublishChangedFiles(files), "PublishChangedFiles");
+    most = std::max(most, trips);
+  }
+  state.counters["trips"] = static_cast<double>(most);
+  Require(most <= kMostTrips, "few round trips");
+}
+
 void PublishFile(benchmark::State& state, const Stage* stage, bool change) {
   stage->Use(true);
   const std::string path = stage->root() + "/model.db";
@@ -159,6 +198,9 @@ void Register(const char* name, const Stage* stage, bool redis) {
                                  stage, redis, one.changed)
         ->Unit(benchmark::kMillisecond);
   }
+  benchmark::RegisterBenchmark((std::string(name) + "/1000 domains/all gone").c_str(), RemoveStale,
+                               stage, redis)
+      ->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace
@@ -169,6 +211,8 @@ int main(int argc, char** argv) {
   Register("embedded", &stage, false);
   if (stage.StartServer()) {
     Register("redis", &stage, true);
+    benchmark::RegisterBenchmark("redis/1000 files/unchanged", PublishFiles, &stage)
+        ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("redis/16 MB database/changed", PublishFile, &stage, true)
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("redis/16 MB database/unchanged", PublishFile, &stage, false)
