@@ -86,6 +86,9 @@ bool DomainUser::GetDomainUserAlias(const int& domain_idx, const std::string& us
 bool DomainUser::GetDomainAliasUser(const int& domain_idx, const std::string& alias,
                                     std::string& user_name) {
   user_name.clear();
+  if (alias.find('\0') != std::string::npos) {
+    return true;  // it would cut the statement, and nobody has such an alias
+  }
   std::vector<RECORD::DomainUserAlias> owners;
   if (!store_.GetAliasUsers(domain_idx, WithDoubledApostrophes(alias), owners)) {
     return false;

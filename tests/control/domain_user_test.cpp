@@ -99,6 +99,9 @@ TEST_F(DomainUserControl, OwnersOfAliases) {
     EXPECT_TRUE(DomainUser().GetDomainAliasUser(1, c.alias, owner)) << c.alias;
     EXPECT_EQ(owner, c.owner) << c.alias;
   }
+  std::string owner;
+  EXPECT_TRUE(DomainUser().GetDomainAliasUser(1, std::string("z\0' --", 6), owner));
+  EXPECT_EQ(owner, "");
   StringList aliases = {"old"};
   EXPECT_TRUE(DomainUser().GetDomainUserAlias(1, kBob, aliases));
   EXPECT_EQ(aliases, (StringList{"z", "a", "y"}));
