@@ -139,3 +139,8 @@ echo "refresh of 10,000 users in 500 groups and 5 domains: $searches searches (p
 expect "pages of users, of groups, of attributes" "$searches" $((20 + 1 + 20))
 expect "members" "$(m user list d5.example.com | jq length)" 10000
 expect "an address" "$(m user addresses u00042 | jq -c sort | head -c 22)" '["m00042@d1.example.co'
+
+# Nor does it grow with the groups whose members are asked for, nor with those members.
+: >"$dir/log"
+expect "preview" "$(m user preview d1.example.com --group g1 --group g2 --group g3 | jq length)" 60
+expect "pages for a preview" "$(grep -c 'SRCH base=' "$dir/log")" $((20 + 1 + 20))
