@@ -16,7 +16,7 @@ namespace {
 
 using directory::Entry;
 using directory::Search;
-using directory::SearchSpec;
+using directory::SearchQuery;
 using directory::Session;
 
 constexpr size_t kMaxNameBytes = 255;
@@ -69,8 +69,8 @@ class LdapSource : public Source {
   bool Bind();
   bool Open();
 
-  SearchSpec UserSpec() const;
-  SearchSpec GroupSpec() const;
+  SearchQuery UserQuery() const;
+  SearchQuery GroupQuery() const;
   std::string MemberAttribute() const;
   void AddUser(const Entry& entry, UserTable& users) const;
   void AddGroup(const Entry& entry, GroupTable& groups) const;
@@ -78,12 +78,12 @@ class LdapSource : public Source {
 
   // Runs a search and gives every entry to `add`. False and `error`: not all of it came.
   template <class Add>
-  bool Run(const SearchSpec& spec, const Add& add, std::string& error);
+  bool Run(const SearchQuery& query, const Add& add, std::string& error);
   // LDAP's code of the search.
   template <class Add>
-  int RunOnce(const SearchSpec& spec, const Add& add, size_t& came, std::string& error);
+  int RunOnce(const SearchQuery& query, const Add& add, size_t& came, std::string& error);
   template <class Table, class Add>
-  std::shared_ptr<const Table> ReadTable(const SearchSpec& spec, const Add& add,
+  std::shared_ptr<const Table> ReadTable(const SearchQuery& query, const Add& add,
                                          const std::shared_ptr<Table>& table);
   // The entries whose `attribute` is `value`, in a table; null when the search failed.
   std::shared_ptr<UserTable> SearchUsers(std::string LdapSettings::*attribute,
@@ -139,7 +139,7 @@ bool LdapSource::Open() {
   return reused_ || (Configure() && Connect() && Bind());
 }
 
-SearchSpec LdapSource::UserSpec() const {
+SearchQuery LdapSource::UserQuery() const {
   return {settings_.user_base,
           settings_.user_filter,
           {settings_.user_name_attr, settings_.user_id_attr, settings_.user_gid_attr,
@@ -147,7 +147,7 @@ SearchSpec LdapSource::UserSpec() const {
           settings_.page_size};
 }
 
-SearchSpec LdapSource::GroupSpec() const {
+SearchQuery LdapSource::GroupQuery() const {
   return {settings_.group_base,
           settings_.group_filter,
           {settings_.group_name_attr, settings_.group_id_attr, settings_.group_desc_attr,
@@ -233,8 +233,9 @@ void LdapSource::TakeMembers(const Entry& entry, GroupRow& group) const {
 }
 
 template <class Add>
-int LdapSource::RunOnce(const SearchSpec& spec, const Add& add, size_t& came, std::string& error) {
-  Search search(*session_, spec);
+int LdapSource::RunOnce(const SearchQuery& query, const Add& add, size_t& came,
+                        std::string& error) {
+  Search search(*session_, query);
   const Entry* entry = nullptr;
   for (came = 0; search.Next(entry) > 0; came++) {
     add(*entry);
@@ -244,16 +245,16 @@ int LdapSource::RunOnce(const SearchSpec& spec, const Add& add, size_t& came, st
 }
 
 template <class Add>
-bool LdapSource::Run(const SearchSpec& spec, const Add& add, std::string& error) {
+bool LdapSource::Run(const SearchQuery& query, const Add& add, std::string& error) {
   size_t came = 0;
-  int code = RunOnce(spec, add, came, error);
+  int code = RunOnce(query, add, came, error);
   if (code == LDAP_SERVER_DOWN && came == 0 && reused_) {
     session_.reset();
     if (!Open()) {
       error = TakeError();
       return false;
     }
-    code = RunOnce(spec, add, came, error);
+    code = RunOnce(query, add, came, error);
   }
   if (code != LDAP_SUCCESS) {
     session_.reset();
@@ -262,10 +263,10 @@ bool LdapSource::Run(const SearchSpec& spec, const Add& add, std::string& error)
 }
 
 template <class Table, class Add>
-std::shared_ptr<const Table> LdapSource::ReadTable(const SearchSpec& spec, const Add& add,
+std::shared_ptr<const Table> LdapSource::ReadTable(const SearchQuery& query, const Add& add,
                                                    const std::shared_ptr<Table>& table) {
   std::string error;
-  if (!Run(spec, add, error)) {
+  if (!Run(query, add, error)) {
     if (table->rows().empty()) {
       Fail(error);
       return nullptr;
@@ -281,8 +282,8 @@ std::shared_ptr<const UserTable> LdapSource::Users() {
     return nullptr;
   }
   const auto users = std::make_shared<UserTable>(NameCase::kFolded);
-  const auto table = ReadTable(
-      UserSpec(), [&](const Entry& e) { AddUser(e, *users); }, users);
+  auto table = ReadTable(
+      UserQuery(), [&](const Entry& e) { AddUser(e, *users); }, users);
   users->IndexGroups();
   return table;
 }
@@ -293,7 +294,7 @@ std::shared_ptr<const GroupTable> LdapSource::Groups() {
   }
   const auto groups = std::make_shared<GroupTable>(NameCase::kFolded);
   return ReadTable(
-      GroupSpec(), [&](const Entry& e) { AddGroup(e, *groups); }, groups);
+      GroupQuery(), [&](const Entry& e) { AddGroup(e, *groups); }, groups);
 }
 
 std::shared_ptr<UserTable> LdapSource::SearchUsers(std::string LdapSettings::*attribute,
@@ -301,12 +302,12 @@ std::shared_ptr<UserTable> LdapSource::SearchUsers(std::string LdapSettings::*at
   if (!Open()) {
     return nullptr;
   }
-  SearchSpec spec = UserSpec();
-  spec.filter = directory::Both(spec.filter, directory::Equals(settings_.*attribute, value));
+  SearchQuery query = UserQuery();
+  query.filter = directory::Both(query.filter, directory::Equals(settings_.*attribute, value));
   auto users = std::make_shared<UserTable>(NameCase::kFolded);
   std::string error;
   if (!Run(
-          spec, [&](const Entry& entry) { AddUser(entry, *users); }, error)) {
+          query, [&](const Entry& entry) { AddUser(entry, *users); }, error)) {
     Fail(error);
     return nullptr;
   }
@@ -318,12 +319,12 @@ std::shared_ptr<GroupTable> LdapSource::SearchGroups(std::string LdapSettings::*
   if (!Open()) {
     return nullptr;
   }
-  SearchSpec spec = GroupSpec();
-  spec.filter = directory::Both(spec.filter, directory::Equals(settings_.*attribute, value));
+  SearchQuery query = GroupQuery();
+  query.filter = directory::Both(query.filter, directory::Equals(settings_.*attribute, value));
   auto groups = std::make_shared<GroupTable>(NameCase::kFolded);
   std::string error;
   if (!Run(
-          spec, [&](const Entry& entry) { AddGroup(entry, *groups); }, error)) {
+          query, [&](const Entry& entry) { AddGroup(entry, *groups); }, error)) {
     Fail(error);
     return nullptr;
   }

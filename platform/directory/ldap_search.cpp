@@ -11,7 +11,7 @@ using korvmailserver::HostSettings;
 using korvmailserver::LdapSettings;
 using korvmailserver::directory::Entry;
 using korvmailserver::directory::Search;
-using korvmailserver::directory::SearchSpec;
+using korvmailserver::directory::SearchQuery;
 using korvmailserver::directory::Session;
 
 struct KORVLDAPHost {
@@ -26,7 +26,7 @@ struct KORVLDAPSearchOption {
 using AttributeNames = std::map<std::string, std::string>;
 
 struct KORVLDAPSearchRequest {
-  SearchSpec spec;
+  SearchQuery query;
   AttributeNames names;
 };
 
@@ -37,7 +37,7 @@ struct KORVLDAPEntry {
 
 struct KORVLDAPSearch {
   KORVLDAPSearch(Session& session, const KORVLDAPSearchRequest& request)
-      : search(session, request.spec), names(request.names) {
+      : search(session, request.query), names(request.names) {
     current.names = &names;
   }
   Search search;
@@ -103,9 +103,9 @@ int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request, const KORVLDAPSea
                               const KLIBCSzList* attributes) {
   const LdapSettings& settings = option->settings;
   auto made = std::make_unique<KORVLDAPSearchRequest>();
-  made->spec.base = settings.user_base;
-  made->spec.filter = settings.user_filter;
-  made->spec.page_size = settings.page_size;
+  made->query.base = settings.user_base;
+  made->query.filter = settings.user_filter;
+  made->query.page_size = settings.page_size;
   for (int i = 0; i < KLIBCSzListCount(attributes); i++) {
     const std::string name = korvmailserver::FoldCase(KLIBCSzListGet(attributes, i));
     if (!korvmailserver::directory::IsAttributeName(name)) {
@@ -115,11 +115,11 @@ int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request, const KORVLDAPSea
                                   : name == "mail" ? settings.user_mail_attr
                                                    : name;
     if (made->names.emplace(name, korvmailserver::FoldCase(attribute)).second) {
-      made->spec.attributes.push_back(attribute);
+      made->query.attributes.push_back(attribute);
     }
   }
-  if (made->spec.attributes.empty()) {
-    made->spec.attributes.emplace_back(LDAP_NO_ATTRS);  // an empty list would ask for all
+  if (made->query.attributes.empty()) {
+    made->query.attributes.emplace_back(LDAP_NO_ATTRS);  // an empty list would ask for all
   }
   *request = made.release();
   return 0;

@@ -59,8 +59,8 @@ const char* Advice(int code) {
 
 }  // namespace
 
-Search::Search(Session& session, SearchSpec spec) : session_(session), spec_(std::move(spec)) {
-  spec_.page_size = std::clamp(spec_.page_size, 1, 1000);
+Search::Search(Session& session, SearchQuery query) : session_(session), query_(std::move(query)) {
+  query_.page_size = std::clamp(query_.page_size, 1, 1000);
 }
 
 Search::~Search() {
@@ -81,7 +81,7 @@ int Search::Next(const Entry*& entry) {
 void Search::BreakOff(int code, const std::string& text) {
   more_ = false;
   code_ = code;
-  error_ = "the answer below \"" + spec_.base + "\" broke off after " + std::to_string(received_) +
+  error_ = "the answer below \"" + query_.base + "\" broke off after " + std::to_string(received_) +
            " entries: " + text + Advice(code);
 }
 
@@ -105,20 +105,20 @@ void Search::FetchPage() {
 int Search::Receive(LDAPMessage*& result) {
   LDAP* ldap = session_.handle();
   LDAPControl* page = nullptr;
-  int code = ldap_create_page_control(ldap, spec_.page_size,
+  int code = ldap_create_page_control(ldap, query_.page_size,
                                       cookie_.bv_len > 0 ? &cookie_ : nullptr, 1, &page);
   if (code != LDAP_SUCCESS) {
     return code;
   }
   LDAPControl* controls[] = {page, nullptr};
   std::vector<char*> attributes;
-  for (std::string& attribute : spec_.attributes) {
+  for (std::string& attribute : query_.attributes) {
     attributes.push_back(attribute.data());
   }
   attributes.push_back(nullptr);
   timeval timeout = {session_.timeout(), 0};
   int id = 0;
-  code = ldap_search_ext(ldap, spec_.base.c_str(), LDAP_SCOPE_SUBTREE, spec_.filter.c_str(),
+  code = ldap_search_ext(ldap, query_.base.c_str(), LDAP_SCOPE_SUBTREE, query_.filter.c_str(),
                          attributes.data(), 0, controls, nullptr, &timeout, LDAP_NO_LIMIT, &id);
   ldap_control_free(page);
   if (code != LDAP_SUCCESS) {

@@ -54,7 +54,7 @@ class Session {
   int timeout_ = 0;
 };
 
-struct SearchSpec {
+struct SearchQuery {
   std::string base;
   std::string filter;
   std::vector<std::string> attributes;
@@ -64,7 +64,7 @@ struct SearchSpec {
 // One search below a base, page by page.
 class Search {
  public:
-  Search(Session& session, SearchSpec spec);
+  Search(Session& session, SearchQuery query);
   ~Search();
   Search(const Search&) = delete;
   Search& operator=(const Search&) = delete;
@@ -87,7 +87,7 @@ class Search {
   void BreakOff(int code, const std::string& text);
 
   Session& session_;
-  SearchSpec spec_;
+  SearchQuery query_;
   std::vector<Entry> page_;
   size_t next_ = 0;
   size_t received_ = 0;
