@@ -51,6 +51,7 @@ using Claims = std::unordered_map<std::string, Claim>;
 
 Claims FindWinners(const std::vector<RECORD::DomainUser>& users) {
   Claims winners;
+  winners.reserve(users.size());
   for (size_t user = 0; user < users.size(); ++user) {
     const std::string role = users[user].GetRole();
     const AliasPairs pairs = users[user].GetAliasDuplicatedPairs();
@@ -193,17 +194,24 @@ bool CheckAndSetConflictingNames(const AccountNameIndex& others, RECORD::DomainU
 }
 
 std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users) {
-  const Claims winners = FindWinners(users);
+  std::vector<std::vector<size_t>> clean_pairs(users.size());
+  for (const auto& [key, winner] : FindWinners(users)) {
+    clean_pairs[winner.user].push_back(winner.pair);
+  }
   std::vector<bool> changed(users.size(), false);
   for (size_t user = 0; user < users.size(); ++user) {
-    AliasPairs pairs = users[user].GetAliasDuplicatedPairs();
-    for (size_t pair = 0; pair < pairs.size(); ++pair) {
-      const Claim& winner = winners.at(Key(users[user].GetDomainIdx(), pairs[pair].first));
-      const bool is_flagged = winner.user != user || winner.pair != pair;
-      changed[user] = changed[user] || is_flagged != pairs[pair].second;
-      pairs[pair].second = is_flagged;
+    const AliasPairs stored = users[user].GetAliasDuplicatedPairs();
+    AliasPairs pairs = stored;
+    for (std::pair<std::string, bool>& pair : pairs) {
+      pair.second = true;
     }
-    users[user].SetAliasDuplicatedPairs(pairs);
+    for (const size_t pair : clean_pairs[user]) {
+      pairs[pair].second = false;
+    }
+    if (pairs != stored) {
+      changed[user] = true;
+      users[user].SetAliasDuplicatedPairs(pairs);
+    }
   }
   return changed;
 }

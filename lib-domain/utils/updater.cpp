@@ -55,6 +55,29 @@ void AppendAliases(const RECORD::DomainUser& record, unsigned int uid,
   }
 }
 
+// (domain, uid) of those roles whose user belongs to a group of the domain.
+std::vector<std::pair<int, unsigned int>> RolesThatGroupsGive(
+    const std::vector<RECORD::DomainUserRole>& roles) {
+  if (roles.empty()) {
+    return {};
+  }
+  INTERNAL::Domain2GidsMap gids_by_domain = INTERNAL::GetAllDomain2GidsMap();
+  const INTERNAL::Gid2UidsMap uids_by_gid = INTERNAL::GetGid2UidsMap();
+  std::map<int, Uids> covered_by_domain;
+  std::vector<std::pair<int, unsigned int>> given;
+  for (const RECORD::DomainUserRole& role : roles) {
+    const int domain_idx = role.GetDomainIdx();
+    const auto [covered, is_first] = covered_by_domain.try_emplace(domain_idx);
+    if (is_first) {
+      covered->second = INTERNAL::GetUidsBelongedToGroups(gids_by_domain[domain_idx], uids_by_gid);
+    }
+    if (covered->second.count(role.GetUID()) != 0) {
+      given.emplace_back(domain_idx, role.GetUID());
+    }
+  }
+  return given;
+}
+
 std::vector<std::string> AliasPatternsOf(const std::vector<int>& domain_idxs) {
   std::vector<std::string> patterns;
   DB::Domain store;
@@ -249,8 +272,14 @@ bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
     return false;
   }
   const AttributeScope one_search(AliasPatternsOf(domain_idxs));
+  // Domains that add accounts by themselves mostly have the same groups.
+  std::vector<unsigned int> gids;
+  Uids covered;
   for (const int domain_idx : domain_idxs) {
-    const Uids covered = INTERNAL::GetUidsBelongedToGroups(gids_by_domain[domain_idx], uids_by_gid);
+    if (gids_by_domain[domain_idx] != gids) {
+      gids = gids_by_domain[domain_idx];
+      covered = INTERNAL::GetUidsBelongedToGroups(gids, uids_by_gid);
+    }
     if (!_AutoAddNewUsersTo(domain_idx, mirrored, covered, present_by_domain[domain_idx])) {
       return false;
     }
@@ -317,25 +346,13 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>
 }
 
 bool Updater::RemoveUnnecessaryAutoAddedUserRole() {
-  const INTERNAL::Domain2GidsMap gids_by_domain = INTERNAL::GetAllDomain2GidsMap();
-  const INTERNAL::Gid2UidsMap uids_by_gid = INTERNAL::GetGid2UidsMap();
   CONTROL::DomainUser control;
   std::vector<RECORD::DomainUserRole> roles;
   if (!control.GetAutoAddedUsersRoles(roles)) {
     LOG_ERROR("Failed to GetAutoAddedUserRoles");
     return false;
   }
-  std::map<int, Uids> covered_by_domain;
-  for (const auto& [domain_idx, gids] : gids_by_domain) {
-    covered_by_domain[domain_idx] = INTERNAL::GetUidsBelongedToGroups(gids, uids_by_gid);
-  }
-  std::vector<std::pair<int, unsigned int>> unnecessary;
-  for (const RECORD::DomainUserRole& role : roles) {
-    if (covered_by_domain[role.GetDomainIdx()].count(role.GetUID()) != 0) {
-      unnecessary.emplace_back(role.GetDomainIdx(), role.GetUID());
-    }
-  }
-  if (!control.RemoveUsersRoles(unnecessary)) {
+  if (!control.RemoveUsersRoles(RolesThatGroupsGive(roles))) {
     LOG_ERROR("Failed to RemoveUsersRoles");
     return false;
   }
