@@ -1,8 +1,8 @@
 // Publishing 1,000 domains to the key store: everything new, nothing new, one domain changed, all
 // gone; in the embedded store and, where redis-server is installed, in one over a unix socket.
 // "trips" counts messages to the server, which must not grow with the domains: more than 5, and the
-// program fails. The last ones publish 1,000 files that did not change, and a 16 MB database that
-// changed and one that did not.
+// program fails. The last ones publish 1,000 files that did not change, and domain databases as
+// large as 10,000 and 100,000 users make them.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <signal.h>
@@ -165,17 +165,18 @@ void PublishFiles(benchmark::State& state, const Stage* stage) {
   Require(most <= kMostTrips, "few round trips");
 }
 
-void PublishFile(benchmark::State& state, const Stage* stage, bool change) {
+// A database of that many rows of 4 kB.
+void PublishFile(benchmark::State& state, const Stage* stage, int rows, bool change) {
   stage->Use(true);
   const std::string path = stage->root() + "/model.db";
   sqlite3* opened = nullptr;
   Require(sqlite3_open(path.c_str(), &opened) == SQLITE_OK, "open");
   const std::unique_ptr<sqlite3, int (*)(sqlite3*)> db(opened, sqlite3_close);
-  sqlite3_exec(opened,
-               "CREATE TABLE IF NOT EXISTS t(x); DELETE FROM t;"
-               "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 4000)"
-               "INSERT INTO t SELECT randomblob(4000) FROM n",
-               nullptr, nullptr, nullptr);
+  const std::string fill =
+      "CREATE TABLE IF NOT EXISTS t(x); DELETE FROM t;"
+      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+      std::to_string(rows) + ") INSERT INTO t SELECT randomblob(4000) FROM n; VACUUM";
+  sqlite3_exec(opened, fill.c_str(), nullptr, nullptr, nullptr);
   Require(PostaraServerBACKENDWrap::setFile("db", path), "setFile");
   for (auto step : state) {
     if (change) {
@@ -213,10 +214,15 @@ int main(int argc, char** argv) {
     Register("redis", &stage, true);
     benchmark::RegisterBenchmark("redis/1000 files/unchanged", PublishFiles, &stage)
         ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("redis/16 MB database/changed", PublishFile, &stage, true)
-        ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("redis/16 MB database/unchanged", PublishFile, &stage, false)
-        ->Unit(benchmark::kMillisecond);
+    for (const int megabytes : {4, 38}) {  // as with 10,000 and 100,000 users
+      const std::string name = "redis/" + std::to_string(megabytes) + " MB database/";
+      for (const bool change : {true, false}) {
+        benchmark::RegisterBenchmark((name + (change ? "changed" : "unchanged")).c_str(),
+                                     PublishFile, &stage, megabytes * 250, change)
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+      }
+    }
   } else {
     std::puts("redis-server is not installed: its part is left out");
   }

@@ -59,6 +59,7 @@ TEST_F(HostSettingsTest, ReadsWhatIsSet) {
         "sentinels = a:1, [::1]:2 ,b\n"
         "master = mail\n"
         "min_replicas = 2\n"
+        "node = mail1\n"
         "[ldap]\n"
         "uri = ldaps://directory.example\n"
         "user_base = ou=p\n"
@@ -82,6 +83,7 @@ TEST_F(HostSettingsTest, ReadsWhatIsSet) {
   const std::vector<std::pair<std::string, int>> sentinels = {{"a", 1}, {"::1", 2}, {"b", 26379}};
   EXPECT_EQ(settings.keystore.sentinels, sentinels);
   EXPECT_EQ(settings.keystore.min_replicas, 2);
+  EXPECT_EQ(settings.keystore.node, "mail1");
   EXPECT_TRUE(settings.ldap.start_tls);
   EXPECT_EQ(settings.ldap.password, "pä\"ss");
   EXPECT_EQ(settings.ldap.user_filter, filter);

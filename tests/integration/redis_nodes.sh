@@ -91,6 +91,14 @@ good --json node status
 field '[.[] | select(.node == "second") | .state] | unique' '["current"]'
 field '[.[] | select(.node == "first") | .state] | unique' '["published"]'
 
+# A login that may only read is enough to pull.
+password_file reader readpw
+PASSWORD=reader host_ini "node = second" "user = reader"
+good --json node pull
+field '[.[].result] | unique' '["unchanged"]'
+matches "pulling without writing" "$err" 'NOPERM'
+host_ini "node = second"
+
 # Each of these publishes what it changes; a watching machine follows.
 mdomain node pull --watch --interval 1 >"$scratch/watch" 2>&1 &
 watcher=$!
@@ -127,4 +135,14 @@ good node pull
 matches "pulled by the machine that managed before" "$out" 'replaced +mailserver_domain_db'
 alike moved
 good domain show moved.example
+
+# And back, with what this machine has instead of what was published.
+rm "$(target)/email_owner.db"
+sqlite3 "$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db" \
+  "update domain_table set domain_desc = 'kept' where domain_name = 'moved.example'"
+good node take-over --keep --yes
+machine second
+good node pull
+good --json domain show moved.example
+field .description '"kept"'
 finish

@@ -18,6 +18,7 @@ server() {
   cat >"$folder/users.acl" <<C
 user default on >s3cret ~* &* +@all
 user publisher on >pubpw ~mail:* resetchannels -@all +@read +@write +@transaction +@connection -@dangerous +role +wait
+user reader on >readpw ~mail:* resetchannels -@all +@read +@connection -@dangerous +role
 C
   cat >"$folder/redis.conf" <<C
 port $1
