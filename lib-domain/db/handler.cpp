@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "lib-domain/base/error_code.h"
@@ -176,15 +177,41 @@ int DomainDBHandler::_UpgradeDB(int version) {
     err_ = -1;
     return -1;
   }
-  for (size_t i = static_cast<size_t>(version); i < scripts.size(); ++i) {
-    const SQLCmd step = {scripts[i], "pragma user_version = " + std::to_string(i + 1)};
-    err_ = exeCmds(step, true);
-    if (err_ != 0) {
-      LOG_ERROR("exec db schema fail, err=[%d], %s", err_, GetErrText().c_str());
-      return -1;
+  if (static_cast<size_t>(version) >= scripts.size()) {
+    return 0;
+  }
+  int result = SQLITE_OK;
+  {
+    BatchScope scope(this);
+    result = _RunScripts(version, scripts);
+    if (result == SQLITE_OK) {
+      result = scope.Commit();
+    }
+    if (result != SQLITE_OK) {
+      LOG_ERROR("exec db schema fail, err=[%d], %s", result, GetErrText().c_str());
     }
   }
-  return 0;
+  err_ = result;  // the end of the scope, which keeps the whole versions, has a result of its own
+  return err_ == SQLITE_OK ? 0 : -1;
+}
+
+// Another process may have upgraded the file since its version was read, and a script that runs
+// late would take it back to an older one. So the version is read again once nobody else can write.
+int DomainDBHandler::_RunScripts(int version, const std::vector<std::string>& scripts) {
+  const std::string take_the_lock;
+  int result = exeCmds({take_the_lock}, true);
+  if (result != SQLITE_OK) {
+    return result;
+  }
+  const int now = _GetNowVersion();
+  if (now < 0) {
+    return SQLITE_ERROR;
+  }
+  const auto from = static_cast<size_t>(std::max(version, now));
+  for (size_t i = from; result == SQLITE_OK && i < scripts.size(); ++i) {
+    result = exeCmds({scripts[i], "pragma user_version = " + std::to_string(i + 1)}, true);
+  }
+  return result;
 }
 
 }  // namespace MDOMAIN::DB

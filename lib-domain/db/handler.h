@@ -15,7 +15,10 @@ namespace MDOMAIN::DB {
 class DomainDBHandler : public DBHandler {
  public:
   // The process-wide handler, opened, upgraded and kept on first use. Null, with the reason logged,
-  // when the file cannot be found, opened or upgraded; the next call tries again.
+  // when the file cannot be found, opened or upgraded; the next call tries again. It stays with the
+  // file of that moment: when the root prefix or the account domain changes, close it to get the
+  // other file; when the file is removed or replaced, reads go on in the old one and writes fail
+  // until it is closed.
   static DomainDBHandler* GetDomainDBHandler();
   // Closes it, so that the next GetDomainDBHandler opens anew. Stores that still exist keep a
   // dangling handler: for the end of a program's use of the library.
@@ -26,8 +29,9 @@ class DomainDBHandler : public DBHandler {
   ~DomainDBHandler() override;
 
   // Opens the file, creating it, with foreign keys enforced, and brings its schema to the current
-  // version, one transaction per version: after a failure the file is at the last whole one. A file
-  // of a newer version is opened as it is. 0, or the handler's result code with the reason logged.
+  // version; after a failure the file is at the last whole version. Processes that do so at once
+  // wait for the first of them. A file of a newer version is opened as it is. 0, or the handler's
+  // result code with the reason logged.
   int ConnectAndUpgrade();
   // Opens the file, creating it, sets its owner and mode and gives an empty file its schema. When
   // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
@@ -41,6 +45,7 @@ class DomainDBHandler : public DBHandler {
   int _InitPragma();
   int _GetNowVersion();
   int _UpgradeDB(int version);
+  int _RunScripts(int version, const std::vector<std::string>& scripts);
 
   static DomainDBHandler* _singleDomainDBHandler;
 };

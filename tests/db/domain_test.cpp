@@ -241,6 +241,32 @@ TEST_F(DomainStoreTest, SeveralProcessesMakeAndWriteOneFile) {
   EXPECT_EQ(Rows("PRAGMA user_version"), StringList{"4"});
 }
 
+// Who waited for another process's upgrade must not run his older scripts over it.
+TEST_F(DomainStoreTest, LateUpgradeLeavesWhatIsNewer) {
+  Run("PRAGMA user_version = 3; ALTER TABLE domain_table ADD COLUMN quota");
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  int go[2];  // a connection that is open across the fork would be shared, locks and all
+  ASSERT_EQ(pipe(go), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    char byte = 0;
+    const bool told = read(go[0], &byte, 1) == 1;
+    _exit(told && MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler() != nullptr ? 0 : 1);
+  }
+  test::SqliteFile upgrade(DbPath());
+  upgrade.Run("BEGIN IMMEDIATE; PRAGMA user_version = 7; DROP VIEW domain_view");
+  EXPECT_EQ(write(go[1], "", 1), 1);
+  usleep(300000);  // it has read version 3 by now and waits
+  upgrade.Run("COMMIT");
+  close(go[0]);
+  close(go[1]);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(Rows("PRAGMA user_version"), StringList{"7"});
+  EXPECT_EQ(Rows("SELECT count(*) FROM sqlite_master WHERE name = 'domain_view'"), StringList{"0"});
+}
+
 TEST_F(DomainStoreTest, BrokenViewFailsEveryRead) {
   Run("DROP VIEW domain_view");
   DomainDBFilter filter;
