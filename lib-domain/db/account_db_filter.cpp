@@ -19,17 +19,31 @@ struct Mirror {
 constexpr Mirror kUsers = {"user_table", "uid", "user_name"};
 constexpr Mirror kGroups = {"group_table", "gid", "group_name"};
 
-// The inside of a list of names between double quotes. A name's own double quotes are doubled:
-// one alone would end its literal and let the rest of the name be read as SQL.
-std::string QuoteNames(const std::vector<std::string>& names) {
-  std::vector<std::string> quoted;
-  for (const std::string& name : GetFullNames(names)) {
-    quoted.emplace_back();
-    for (const char c : name) {
-      quoted.back().append(c == '"' || c == '\'' ? 2 : 1, c);
+// SQLite reads a text between double quotes as a column when there is one of that name: a user
+// called user_name would be everybody.
+bool IsColumn(const std::string& name) {
+  for (const char* column :
+       {"uid", "user_name", "gid", "group_name", "group_desc", "rowid", "oid", "_rowid_"}) {
+    if (BASE::EqualsIgnoreCase(name, column)) {
+      return true;
     }
   }
-  return BASE::Join(quoted, "\",\"");
+  return false;
+}
+
+// A list of names between double quotes. A name's own double quotes are doubled: one alone would
+// end its literal and let the rest of the name be read as SQL.
+std::string QuoteNames(const std::vector<std::string>& names) {
+  std::vector<std::string> literals;
+  for (const std::string& name : GetFullNames(names)) {
+    const char quote = IsColumn(name) ? '\'' : '"';
+    std::string literal(1, quote);
+    for (const char c : name) {
+      literal.append(c == '"' || c == '\'' ? 2 : 1, c);
+    }
+    literals.push_back(literal + quote);
+  }
+  return BASE::Join(literals, ",");
 }
 
 std::string Compose(const Mirror& mirror, const std::string& select, const std::string& query,
@@ -43,8 +57,7 @@ std::string Compose(const Mirror& mirror, const std::string& select, const std::
     conditions.push_back(mirror.id_column + (" IN (" + BASE::Join(ids, ",")) + ")");
   }
   if (!names.empty()) {
-    conditions.push_back(mirror.name_column + (" COLLATE NOCASE IN (\"" + QuoteNames(names)) +
-                         "\")");
+    conditions.push_back(mirror.name_column + (" COLLATE NOCASE IN (" + QuoteNames(names)) + ")");
   }
   std::string sql = "SELECT " + select + " FROM " + mirror.table;
   if (!conditions.empty()) {

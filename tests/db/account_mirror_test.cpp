@@ -84,6 +84,11 @@ TEST_F(MirrorTest, FiltersChooseAndPage) {
   EXPECT_EQ(list(named), (Uids{2, 5, 6}));
   named.SetUIDs({1, 2});
   EXPECT_EQ(list(named), Uids{2});
+  // Called as a column is: between double quotes it would be that column, and so everybody.
+  ASSERT_TRUE(users_.Create({{7, "User_Name"}, {8, "rowid"}}));
+  UserDBFilter columns;
+  columns.SetUserNames({"user_name", "alice", "ROWID", "uid"});
+  EXPECT_EQ(list(columns), (Uids{1, 7, 8}));
 }
 
 TEST_F(MirrorTest, GroupsAndTheirMembers) {
