@@ -75,6 +75,7 @@ class DBHandler {
   int RunSavepoint(const SQLCmd& cmds);
   int RunAll(const SQLCmd& cmds);
   int EndTransaction();
+  bool NoticeLostTransaction(int result);
   int Exec(const char* sql);
   int Fail(int result);
   void Rollback();

@@ -169,8 +169,9 @@ int DBHandler::RunSchema() {
   if (result != SQLITE_OK) {
     return result;
   }
-  if (GetTableDataCount("sqlite_master") == 0) {
-    result = Exec(schema_.c_str());
+  const int tables = GetTableDataCount("sqlite_master");
+  if (tables <= 0) {
+    result = tables == 0 ? Exec(schema_.c_str()) : err_;
   }
   if (result == SQLITE_OK) {
     result = Exec("COMMIT");
@@ -200,6 +201,9 @@ int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
   if (cmds.empty()) {
     return err_ = SQLITE_OK;
   }
+  if (NoticeLostTransaction(SQLITE_ABORT)) {
+    err_text_ = "a failed query rolled the transaction back";
+  }
   if (scope_lost_ != SQLITE_OK) {
     return err_ = scope_lost_;
   }
@@ -211,13 +215,20 @@ int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
   } else {
     result = RunTransaction(cmds);
   }
-  if (scope_open_ && sqlite3_get_autocommit(db_) != 0) {
-    // A full disk and the like make SQLite roll everything back. The earlier batches of the scope
-    // are gone, so the later ones must not succeed as if they were not.
-    scope_open_ = false;
-    scope_lost_ = result == SQLITE_OK ? SQLITE_ABORT : result;
-  }
+  NoticeLostTransaction(result);
   return err_ = result;
+}
+
+// A full disk and the like make SQLite roll everything back, in a batch or in a query between two.
+// The earlier batches of the scope are gone, so the later ones must not succeed as if they were
+// not.
+bool DBHandler::NoticeLostTransaction(int result) {
+  if (!scope_open_ || sqlite3_get_autocommit(db_) == 0) {
+    return false;
+  }
+  scope_open_ = false;
+  scope_lost_ = result == SQLITE_OK ? SQLITE_ABORT : result;
+  return true;
 }
 
 int DBHandler::RunTransaction(const SQLCmd& cmds) {

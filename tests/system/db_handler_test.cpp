@@ -220,6 +220,15 @@ TEST_F(DbHandlerTest, AScopeWhoseTransactionIsLostFailsToItsEnd) {
     EXPECT_NE(scope.Commit(), 0);
   }
   EXPECT_EQ(Stored(), "");
+  {  // Between two batches a query can fail so.
+    BatchScope scope(&handler);
+    EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
+    ASSERT_EQ(sqlite3_exec(handler.getDB(), "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
+    EXPECT_EQ(handler.exeCmds(Put("b"), true), SQLITE_ABORT);
+    EXPECT_EQ(handler.GetErrText(), "a failed query rolled the transaction back");
+    EXPECT_EQ(scope.Commit(), SQLITE_ABORT);
+  }
+  EXPECT_EQ(Stored(), "");
   EXPECT_EQ(handler.exeCmds(Put("c"), true), 0);
   EXPECT_EQ(Stored(), "c");
 }
