@@ -10,7 +10,8 @@
 namespace MDOMAIN::API {
 
 // As DB::EmailOwner, whose comments hold here: files, keys that stay, results. One object can
-// answer any number of questions and should: opening the file costs more than asking.
+// answer any number of questions and should: opening the file costs more than asking. A registry
+// that is replaced meanwhile is noticed.
 class EmailOwner {
  public:
   EmailOwner() = default;

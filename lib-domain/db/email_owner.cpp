@@ -5,6 +5,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "platform/include/files.h"
 
 namespace MDOMAIN::DB {
 
@@ -68,10 +69,7 @@ EmailOwner::EmailOwner() : EmailOwner(PATHS::EmailOwnerDb()) {}
 
 EmailOwner::EmailOwner(const std::string& path) : DBHandler(path, kSchema) {
   setReadOnlyAllowed(true);
-  status_ = connect();
-  for (const char* index : kIndexes) {
-    exeCmds({index}, false);
-  }
+  _Open();
 }
 
 EmailOwner::~EmailOwner() {
@@ -149,7 +147,32 @@ bool EmailOwner::GetOwner(const std::string& local_part, const std::string& doma
   }
 }
 
-bool EmailOwner::_IsOpen() const {
+void EmailOwner::_Open() {
+  status_ = connect();
+  was_open_ = was_open_ || status_ == 0;
+  for (const char* index : kIndexes) {
+    exeCmds({index}, false);
+  }
+}
+
+// SQLite stays with the file that it opened: once another one has its name, it would answer from
+// the old one for good and refuse every write.
+void EmailOwner::_FollowReplacedFile() {
+  int has_moved = 0;
+  if (getDB() != nullptr) {
+    sqlite3_file_control(getDB(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
+  }
+  const bool is_replaced = has_moved != 0 && postara::sdk::Exist(GetPath());
+  const bool was_lost = status_ != 0 && was_open_;
+  if (is_replaced || was_lost) {
+    _FinalizeGetOwner();
+    disconnect();
+    _Open();
+  }
+}
+
+bool EmailOwner::_IsOpen() {
+  _FollowReplacedFile();
   if (status_ != 0) {
     LOG_ERROR("Open DBHandler cannot open before");
     return false;

@@ -20,10 +20,11 @@ namespace MDOMAIN::DB {
 
 class EmailOwner : public DBHandler {
  public:
-  // Opens the default file or `path`, creating it with its tables when it is missing (its folder
-  // must exist). A file that cannot be used (a directory, garbage, locked for more than the
-  // handler's 10 seconds) gives one log line that says so; every operation then fails with "Open
-  // DBHandler cannot open before". A file that may only be read answers look-ups.
+  // Opens the default file or `path`, creating it with its tables, and its folder, when it is
+  // missing. A file that cannot be used (a directory, garbage, locked for more than the handler's
+  // 10 seconds) gives one log line that says so; every operation then fails with "Open DBHandler
+  // cannot open before". A file that may only be read answers look-ups. When another file takes the
+  // name later, the next operation opens that one; a file that is only removed goes on answering.
   EmailOwner();
   explicit EmailOwner(const std::string& path);
   ~EmailOwner() override;
@@ -37,20 +38,24 @@ class EmailOwner : public DBHandler {
   bool CreateDomainPart(const std::vector<RECORD::DomainPart>& parts);
 
   // The account that owns LOCAL_PART@DOMAIN_NAME. True with `user_name` empty when the domain or
-  // the local part in it is unknown, also for texts that are no address. False, `user_name` empty,
-  // when the database could not be asked (locked, damaged, tables missing).
+  // the local part in it is unknown, also for texts that are no address. False when the database
+  // could not be asked: `user_name` empty (locked, damaged, tables missing), or untouched when it
+  // could not be opened at all.
   bool GetOwner(const std::string& local_part, const std::string& domain_name,
                 std::string& user_name);
 
  private:
-  bool _IsOpen() const;
+  void _Open();
+  void _FollowReplacedFile();
+  bool _IsOpen();
   bool _PrepareGetOwner();
   bool _BindGetOwner(const std::string& local_part, const std::string& domain_name);
   void _FinalizeGetOwner();
 
   // Kept between look-ups: preparing it costs several times what running it does.
   sqlite3_stmt* get_owner_ = nullptr;
-  int status_;
+  int status_ = -1;
+  bool was_open_ = false;
 };
 
 }  // namespace MDOMAIN::DB

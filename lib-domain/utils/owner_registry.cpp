@@ -3,10 +3,12 @@
 #include "lib-domain/utils/owner_registry.h"
 
 #include <fcntl.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -22,6 +24,7 @@
 namespace MDOMAIN::UTILS {
 namespace {
 
+constexpr int kBusyMilliseconds = 10000;
 constexpr const char* kSelectDomains = "SELECT domain_name, domain_idx FROM domain_part";
 constexpr const char* kSelectLocalParts =
     "SELECT local_part, domain_idx, user_name FROM local_part";
@@ -76,17 +79,31 @@ bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content)
          registry.CreateLocalPart(content.local_parts) && scope.Commit() == 0;
 }
 
-// A journal beside the old file belongs to a writer, or to one that crashed; SQLite would play it
-// into whatever file has the name next. Reading the old file once clears what a crash left.
-bool IsJournalGone(const std::string& path) {
-  const std::string journal = path + "-journal";
-  if (!postara::sdk::Exist(journal)) {
-    return true;
+// Keeps writers from the old file as long as it lives. A journal beside it belongs to a writer, or
+// to one that crashed, and SQLite would play it into whatever file has the name next. Who waits for
+// the lock is refused by SQLite once the file has lost its name.
+class WriterLock {
+ public:
+  explicit WriterLock(const std::string& path) : journal_(path + "-journal") {
+    sqlite3* db = nullptr;
+    const int opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+    old_.reset(db);
+    if (opened == SQLITE_OK) {
+      sqlite3_busy_timeout(db, kBusyMilliseconds);
+      is_busy_ = sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_BUSY;
+    } else if (!postara::sdk::Exist(path)) {
+      postara::sdk::Unlink(journal_);
+    }
   }
-  std::string ignored;
-  DB::EmailOwner(path).GetOwner("", "", ignored);
-  return !postara::sdk::Exist(journal);
-}
+  // False while another program writes. Taking the lock has cleared what a crash left; a file that
+  // is no database cannot be locked, and nobody can be writing it.
+  bool IsHeld() const { return !is_busy_ && !postara::sdk::Exist(journal_); }
+
+ private:
+  std::string journal_;
+  std::unique_ptr<sqlite3, decltype(&sqlite3_close)> old_{nullptr, sqlite3_close};
+  bool is_busy_ = false;
+};
 
 std::string FolderOf(const std::string& path) {
   return path.substr(0, path.rfind('/'));
@@ -135,7 +152,8 @@ bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& c
     postara::sdk::Unlink(fresh);
     return false;
   }
-  if (!IsJournalGone(path)) {
+  const WriterLock lock(path);
+  if (!lock.IsHeld()) {
     LOG_ERROR("Failed to replace %s, another program is writing it", path.c_str());
     postara::sdk::Unlink(fresh);
     return false;

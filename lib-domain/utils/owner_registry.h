@@ -23,7 +23,8 @@ struct OwnerRegistryContent {
 bool CollectOwners(OwnerRegistryContent& content);
 
 // Writes `content` as one transaction into a new file and renames it over `path`, so that a reader
-// sees the old or the new registry, whole. False with one log line, and the old file untouched.
+// sees the old or the new registry, whole. Waits up to 10 seconds for who is writing the old one.
+// False with one log line, and the old file untouched.
 bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content);
 
 // The registry's rows that `content` has not: another owner, an alias or a domain that is gone. The
