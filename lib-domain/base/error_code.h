@@ -67,8 +67,9 @@ enum ErrorCode : int {
 // The fixed English text of a code; "unknown error" for every value that is not listed, 0 included.
 const char* ErrorText(ErrorCode code);
 
-// A condition that must reach the caller as a code. Logs itself once when it is built, as
-// "FILE:LINE (CODE) TEXT: MESSAGE" at the given priority.
+// A condition that must reach the caller as a code; what() is the message. Logs itself once when it
+// is built, as "FILE:LINE (CODE) TEXT: MESSAGE" at the given priority (a level of maillog); copies
+// log nothing. The file is the source path as log lines give it (BASE::SourcePath).
 class LogException : public std::runtime_error {
  public:
   LogException(ErrorCode error_code, const std::string& message, long priority,
@@ -87,6 +88,7 @@ namespace MDOMAIN::BASE {
 // API error number of a code: 0 gives 0, 2009 5615, 2109 5634, 3002 5618, 3003 5633, others 117.
 unsigned int ToApiError(korvmailserver::ErrorCode code);
 
+// What 2109 becomes: the accounts could not be read.
 constexpr unsigned int kApiErrorAccounts = 5634;
 
 }  // namespace MDOMAIN::BASE

@@ -1,9 +1,9 @@
 // The store of domain rows, additional domain names and the primary-domain marker.
 //
-// Operations return true on success. A failure is one log line (SQLite's reason for a failed read
-// is a line before it) and false; out arguments may then be partly filled. Writes are one
-// transaction each: all or nothing. Texts end at their first zero byte; one that makes a statement
-// longer than 999,999 bytes fails the operation.
+// Operations return true on success. A failure is false and one error line that says what failed,
+// after a line with SQLite's reason (of a write a warning, of a read an error too); out arguments
+// may then be partly filled. Writes are one transaction each: all or nothing. Texts end at their
+// first zero byte; one that makes a statement longer than 999,999 bytes fails the operation.
 // No rule about names, duplicates or the primary domain is applied here but the one on additional
 // names: that is control's.
 #ifndef LIB_DOMAIN_DB_DOMAIN_H
@@ -55,13 +55,13 @@ class Domain {
   bool GetPrimaryDomainIdx(int& domain_idx);
   // Makes this domain, which must exist, the only primary one.
   bool SetPrimaryDomain(const int& domain_idx);
-  // Adds the valid names; an invalid one is a warning and left out, one that is there already is no
-  // failure.
+  // Adds the valid names to a domain, which must exist; an invalid one is a warning and left out,
+  // one that is there already is no failure.
   bool CreateAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
   // Removes names, spelled exactly as stored; unknown ones are no failure. A name of more than 2048
   // bytes is logged and left out.
   bool DeleteAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
-  // Appends the names. An index below -1 fails.
+  // Appends the names; none for an unknown domain. An index below -1 fails.
   bool ListAdditionalDomains(const int& domain_idx, std::vector<std::string>& names);
   // Every domain's additional names with one statement, each list in ListAdditionalDomains' order;
   // domains without any are not in the map.

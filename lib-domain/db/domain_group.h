@@ -1,9 +1,9 @@
 // The store of groups with a role in a domain and of what follows from their membership.
 //
-// Operations return true on success. A failure is one log line (SQLite's reason for a failed read
-// is a line before it) and false; out arguments may then be partly filled. Writes are one
-// transaction each: all or nothing. Texts end at their first zero byte; one that makes a statement
-// longer than 999,999 bytes fails the operation.
+// Operations return true on success. A failure is false and one error line that says what failed,
+// after a line with SQLite's reason (of a write a warning, of a read an error too); out arguments
+// may then be partly filled. Writes are one transaction each: all or nothing. Texts end at their
+// first zero byte; one that makes a statement longer than 999,999 bytes fails the operation.
 #ifndef LIB_DOMAIN_DB_DOMAIN_GROUP_H
 #define LIB_DOMAIN_DB_DOMAIN_GROUP_H
 

@@ -1,9 +1,9 @@
 // The store of a domain's users: direct roles, aliases, removal records, effective roles.
 //
-// Operations return true on success. A failure is one log line (SQLite's reason for a failed read
-// is a line before it) and false; out arguments may then be partly filled. Writes are one
-// transaction each: all or nothing. Texts end at their first zero byte; one that makes a statement
-// longer than 999,999 bytes fails the operation.
+// Operations return true on success. A failure is false and one error line that says what failed,
+// after a line with SQLite's reason (of a write a warning, of a read an error too); out arguments
+// may then be partly filled. Writes are one transaction each: all or nothing. Texts end at their
+// first zero byte; one that makes a statement longer than 999,999 bytes fails the operation.
 //
 // A user's effective role is the own one, else the smallest role of the groups that still hold the
 // user ("domain_admin" before "normal"), else none. Questions about it go through domain_user_view,
@@ -49,7 +49,8 @@ class DomainUser {
   // asked too. A filter without domains fails unless it matches nobody.
   bool ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,
                        const bool& with_group_control);
-  // All users of the domain that have a role: uids, records, account names.
+  // Appends all users of the domain that have a role: uids, records, account names; the records as
+  // ListDomainUsers gives them, whether under group control not asked.
   bool List(const int& domain_idx, std::vector<unsigned int>& uids);
   bool List(const int& domain_idx, std::vector<RECORD::DomainUser>& users);
   bool List(const int& domain_idx, std::list<std::string>& user_names);
@@ -64,7 +65,8 @@ class DomainUser {
   // `alias` goes into the statement as it is: callers double its apostrophes.
   bool GetAliasUsers(const int& domain_idx, const std::string& alias,
                      std::vector<RECORD::DomainUserAlias>& aliases);
-  // The aliases of one user of a domain in stored order, by uid or by account name (case ignored).
+  // Appends the aliases of one user in a domain in stored order, by uid or by account name (ASCII
+  // case ignored), with a role or without; none for an unknown user.
   bool GetUserAliases(const int& domain_idx, const unsigned int& uid,
                       std::vector<std::string>& aliases);
   bool GetUserAliases(const int& domain_idx, const std::string& user_name,
@@ -100,13 +102,16 @@ class DomainUser {
   // Takes own roles away, by (domain, uid) or for many users of a domain; none there is no failure.
   bool DeleteUsersRoles(const std::vector<std::pair<int, unsigned int>>& pairs);
   bool DeleteUsersRoles(const int& domain_idx, const std::vector<unsigned int>& uids);
-  // Adds alias rows. No row is refused because the alias is there already.
+  // Adds alias rows; domain and user must exist. No row is refused because the alias is there
+  // already.
   bool CreateUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases);
   // Replaces all aliases in the domain of every user that has a valid record here by those records.
   // Each invalid record is logged and left out; a user with invalid ones only keeps what was there.
   bool SetUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases);
+  // Deletes all aliases of these users in the domain; none there is no failure.
   bool DeleteUsersAliases(const int& domain_idx, const std::vector<unsigned int>& uids);
-  // Records (domain, gid, uid): the group no longer gives this member a role in the domain.
+  // Records (domain, gid, uid): the group no longer gives this member a role in the domain. All
+  // three must exist; one that is recorded already is no failure.
   bool RemoveUsersFromDomainGroups(
       const std::vector<std::tuple<int, unsigned int, unsigned int>>& removals);
   // Forgets that these users were taken out of groups of the domain.

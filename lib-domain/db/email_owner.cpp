@@ -11,6 +11,9 @@ namespace MDOMAIN::DB {
 
 namespace {
 
+// The reason, which the one error line does not give.
+constexpr const char* kCannotWrite = "Cannot write to database [%s]: %s";
+
 const char* const kLocalPart = "local_part";
 const char* const kDomainPart = "domain_part";
 const char* const kDomainIdx = "domain_idx";
@@ -90,6 +93,7 @@ bool EmailOwner::CreateLocalPart(const std::vector<RECORD::LocalPart>& parts) {
     }
   }
   if (exeCmds(cmds, true) != 0) {
+    LOG_WARNING(kCannotWrite, GetPath().c_str(), GetErrText().c_str());
     LOG_ERROR("fail to insert local_part table");
     return false;
   }
@@ -109,6 +113,7 @@ bool EmailOwner::CreateDomainPart(const std::vector<RECORD::DomainPart>& parts) 
     }
   }
   if (exeCmds(cmds, true) != 0) {
+    LOG_WARNING(kCannotWrite, GetPath().c_str(), GetErrText().c_str());
     LOG_ERROR("fail to insert domain_name table");
     return false;
   }

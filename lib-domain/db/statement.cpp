@@ -104,6 +104,10 @@ bool StatementBatch::Run(DBHandler* handler, const char* failure, SourceHere her
   if (fits_ && handler->exeCmds(cmds_, true) == 0) {
     return true;
   }
+  // A warning, as the store's one error line is fixed and does not say why.
+  MDOMAIN_LOG_AT(BASE::kLogWarning, here.file, here.line, "Cannot write to database [%s]: %s",
+                 handler->GetPath().c_str(),
+                 fits_ ? handler->GetErrText().c_str() : "a statement is too long");
   LOG_ERROR_AT(here.file, here.line, "%s", failure);
   return false;
 }

@@ -1,7 +1,7 @@
 // What every store does alike: formatting statements, running batches, reading rows.
 //
 // The helpers that log take the place they were called from, so that a line names the store and
-// not this file. Each logs exactly one line when it fails.
+// not this file. Each logs exactly one error line when it fails, after SQLite's reason.
 #ifndef LIB_DOMAIN_DB_STATEMENT_H
 #define LIB_DOMAIN_DB_STATEMENT_H
 
@@ -48,8 +48,9 @@ class StatementBatch {
   // FormatStatement, kept at the end of the batch.
   void Add(const char* format, ...);
 
-  // All statements or none; an empty batch succeeds. False, with `failure` logged, when the
-  // database refused or when one of the statements did not fit (then nothing is sent at all).
+  // All statements or none; an empty batch succeeds. False, with the reason (a warning) and
+  // `failure` logged, when the database refused or when one of the statements did not fit (then
+  // nothing is sent at all).
   bool Run(DBHandler* handler, const char* failure, SourceHere here = SourceHere::Now()) const;
 
  private:

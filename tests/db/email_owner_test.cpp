@@ -126,6 +126,7 @@ TEST_F(EmailOwnerTest, ReadOnlyFileAnswersAndTakesNothing) {
     EXPECT_EQ(Ask(registry, "ALICE@example.com"), "alice");
     EXPECT_FALSE(registry.CreateLocalPart({{"new", 1, "n"}}));
     EXPECT_TRUE(Logged("fail to insert local_part table"));
+    EXPECT_TRUE(Logged("[" + Path() + "]: attempt to write a readonly database"));
     EXPECT_FALSE(registry.CreateDomainPart({{"new.example", 1}}));
     EXPECT_TRUE(Logged("fail to insert domain_name table"));
   }
