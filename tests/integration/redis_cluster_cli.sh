@@ -103,11 +103,20 @@ third
 good domain names add 1 next.example
 alike "the next publication"
 
-# A server that lost everything is filled by the next publication.
+# A server that lost everything is filled by the next publication; a machine that watches outlives it.
+fourth
+mdomain node pull --watch --interval 1 >/dev/null 2>"$scratch/watch" &
+watcher=$!
+third
 kill -KILL "$(server_process 16390)"
 wait "$(server_process 16390)" 2>/dev/null
+wait_for 'grep -q "could not\|cannot connect" "$scratch/watch"'
 server 16390
+fill refilled
 good publish
+wait_for 'cmp -s "$(etc)/alias.db" "$scratch/fourth/var/packages/Postara-Server/etc/alias.db"'
+kill $watcher
+wait $watcher 2>/dev/null
 alike "a server that came back empty"
 good config get additional_domain-1
 same "keys of a server that came back empty" "$out" next.example

@@ -125,6 +125,10 @@ TEST_P(KeyStoreConformance, ManyAtOnceIsTheSameAsOneByOne) {
   EXPECT_EQ(Keys("virtual_domain").size(), 3000U);
   EXPECT_EQ(mailConfGetMany({}, values), 0);
   EXPECT_EQ(mailConfSetMany({}), 0);
+  keys.erase(keys.begin());
+  EXPECT_TRUE(Wrap::removeKeys(keys));
+  EXPECT_EQ(Keys("virtual_domain"), (std::vector<std::string>{"additional_domain-0"}));
+  EXPECT_TRUE(Wrap::removeKeys({}));
 }
 
 TEST_P(KeyStoreConformance, AFileIsKnownByItsPath) {
