@@ -63,7 +63,9 @@ Json::Value TakeContents(Json::Value& list) {
   Json::Value contents(Json::arrayValue);
   for (Json::Value& disclaimer : list) {
     Json::Value content(Json::objectValue);
-    content["id"] = disclaimer["id"];
+    if (disclaimer.isMember("id")) {
+      content["id"] = disclaimer["id"];
+    }
     for (const char* member : kTextMembers) {
       content[member] = disclaimer.get(member, "");
       disclaimer.removeMember(member);
@@ -128,12 +130,13 @@ int SettlePendingContents(int domain_idx) {
 // `text` is the list as stored, which tells whether a cut-off replacement's texts are the right
 // ones.
 int MergeContents(int domain_idx, const std::string& text, Json::Value& list) {
-  std::string path = PendingContentPath(domain_idx, text);
-  if (!postara::sdk::Exist(path)) {
-    path = PATHS::DisclaimerContent(domain_idx);
-  }
   std::string bytes;
-  if (korvmailserver::ReadFile(path, bytes) < 0) {
+  // Not asked for first: the writer may rename it in between.
+  int result = korvmailserver::ReadFile(PendingContentPath(domain_idx, text), bytes);
+  if (result < 0 && errno == ENOENT) {
+    result = korvmailserver::ReadFile(PATHS::DisclaimerContent(domain_idx), bytes);
+  }
+  if (result < 0) {
     if (errno == ENOENT) {
       LOG_ERROR("disclaimer content file not exist, domain_id[%d]", domain_idx);
       return 0;

@@ -104,6 +104,18 @@ TEST_F(MimeDefangTest, ListsComeBackWithTheirTexts) {
   EXPECT_NE(bytes.find("\xC3\xBC\xE2\x80\xA8"), std::string::npos) << bytes;
 }
 
+TEST_F(MimeDefangTest, TextsNeverGoToADisclaimerWithoutAnId) {
+  Json::Value list = Two();
+  list[0].removeMember("id");
+  list[1].removeMember("id");
+  ASSERT_EQ(mimedefang_.SetDisclaimerList(1, list), 0);
+  ASSERT_EQ(mimedefang_.GetDisclaimerList(1, list), 0);
+  for (const Json::Value& disclaimer : list) {
+    EXPECT_FALSE(disclaimer.isMember("id"));
+    EXPECT_FALSE(disclaimer.isMember("content_txt"));
+  }
+}
+
 TEST_F(MimeDefangTest, BrokenStoresAreNeverWrittenOver) {
   ASSERT_EQ(mimedefang_.SetDisclaimerList(1, Two()), 0);
   const std::string path = "/var/packages/Postara-Server/etc/disclaimer_content/domain-1";
