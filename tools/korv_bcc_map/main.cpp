@@ -4,8 +4,10 @@
 // of its own beside the maps and replaces them when both new ones are whole; a failure keeps the
 // old ones. A map without any line is written too: Postfix stops all mail when a map that main.cf
 // names is missing. What it made, and which rules could not be written, stands in bcc_maps.json.
+#include <fcntl.h>
 #include <json/value.h>
 #include <json/writer.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -67,6 +69,19 @@ std::string TargetFolder() {
   return folder;
 }
 
+// One run after the other, from reading the rules to installing the maps: a run that read older
+// rules must not install its maps last. Held on the folder itself, until the process ends.
+void LockFolder(const std::string& folder) {
+  const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int result = fd < 0 ? -1 : flock(fd, LOCK_EX);
+  while (fd >= 0 && result != 0 && errno == EINTR) {
+    result = flock(fd, LOCK_EX);
+  }
+  if (result != 0) {
+    throw Failure(folder + ": " + strerror(errno));
+  }
+}
+
 void Fill(Map& map) {
   BCC* bcc = BCC::getInstance();
   const auto add = [&map](const BccMapEntry& entry) { map.text.Add(entry); };
@@ -117,6 +132,7 @@ Json::Value Report(const std::array<Map, 2>& maps, const std::string& type,
 void Run() {
   std::array<Map, 2> maps = Maps();
   const std::string folder = TargetFolder();
+  LockFolder(folder);
   const WorkFolder work(folder);
   const std::string type = MapType();
   for (Map& map : maps) {
