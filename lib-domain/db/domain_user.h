@@ -54,8 +54,8 @@ class DomainUser {
   bool List(const int& domain_idx, std::vector<unsigned int>& uids);
   bool List(const int& domain_idx, std::vector<RECORD::DomainUser>& users);
   bool List(const int& domain_idx, std::list<std::string>& user_names);
-  // The uids of several domains with one read: the view works out the roles of all domains each time
-  // it is asked. Domains without users are not in the map.
+  // The uids of several domains with one read: the view works out the roles of all domains each
+  // time it is asked. Domains without users are not in the map.
   bool List(const std::vector<int>& domain_idxs,
             std::map<int, std::unordered_set<unsigned int>>& uids_by_domain);
   // Appends the aliases of all users with a role in the domains, user by user.

@@ -152,10 +152,10 @@ int DomainDBHandler::_GetNowVersion() {
   int version = -1;
   try {
     for (const auto& row : ExecSelectCmd("PRAGMA user_version")) {
-      version = -1;
       try {
         version = std::stoi(row.at(0));
       } catch (const std::out_of_range&) {
+        version = -1;
         LOG_ERROR("Failed to stoi [%s]", row.empty() ? "" : row[0].c_str());
       }
     }

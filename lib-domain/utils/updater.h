@@ -41,8 +41,8 @@ class Updater {
   // is Trigger's.
   //
   // The account system is asked once, at one point in time, and the database is written in one
-  // transaction, which is also committed when a step fails. Accounts that a failing run mirrored are
-  // no longer new to the next one, which then adds only those of them whom a group covers.
+  // transaction, which is also committed when a step fails. Accounts that a failing run mirrored
+  // are no longer new to the next one, which then adds only those of them whom a group covers.
   bool Refresh();
 
   // Publishes where the domain database lies and all domain data: "virtual_multiple_domain",
