@@ -96,6 +96,7 @@ Json::Value ParseList(const std::string& bytes) {
     error = exception.what();
   }
   if (!parsed) {
+    std::replace(error.begin(), error.end(), '\n', ' ');
     throw Failure(kRefused, "the disclaimers are no JSON: " + error);
   }
   if (!MimeDefang::CheckDisclaimerList(list, error)) {

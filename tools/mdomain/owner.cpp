@@ -73,8 +73,8 @@ void Lookup(Call& call) {
   call.out().List(records, {{"address", "ADDRESS"}, {"owner", "OWNER"}});
   call.out().Flush();
   if (status != kDone) {
-    throw Failure(status, status == kRefused ? "a text without owner is not an address"
-                                             : "an address has no owner");
+    throw Failure(status, status == kRefused ? "not every text is a mail address"
+                                             : "not every address has an owner");
   }
 }
 
