@@ -39,6 +39,8 @@ bad 4 '"example.info"' domain names remove 1 example.info
 bad 3 '"plain" is not an alias pattern' domain create new.example --pattern plain
 bad 3 '"" is not an alias pattern' domain set 1 --pattern ''
 bad 3 '"<a" is not' domain set 1 --pattern '<a'
+bad 3 '"<a>b c" makes no local parts' domain create new.example --pattern '<a>b c'
+bad 3 '"..<a>" makes no local parts' domain set 1 --pattern '..<a>'
 bad 3 'not valid UTF-8' domain set 1 --description $'\xff'
 bad 3 'control characters' domain set 1 --description $'a\nb'
 bad 2 'nothing to set' domain set 1

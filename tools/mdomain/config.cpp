@@ -1,4 +1,6 @@
 // mdomain config: the mail configuration's keys.
+#include <iostream>
+
 #include "lib-domain/base/text.h"
 #include "platform/include/mail_conf.h"
 #include "tools/mdomain/command.h"
@@ -23,6 +25,17 @@ void Get(Call& call) {
   call.out().Done(Entry(key, value), value);
 }
 
+// The database of a directory's accounts is named after its domain; nothing works before that is
+// set.
+void RemindOfAccountDomain(const std::string& key, const std::string& value) {
+  const std::string wanted = value == "ldap" ? "acc_domain_name" : "win_domain_short_name";
+  std::string name;
+  if (key == "account_type" && value != "local" && mailConfGet(wanted, name) == 0 && name.empty()) {
+    std::cerr << "mdomain: next, name the accounts' domain: mdomain config set " << wanted
+              << " NAME\n";
+  }
+}
+
 void Set(Call& call) {
   const std::string key = call.Text("KEY");
   const std::string value = call.Text("VALUE");
@@ -37,6 +50,7 @@ void Set(Call& call) {
   if (mailConfSet(key, value, true, 0) < 0) {
     throw Failure(kFailed, "the configuration could not be written");
   }
+  RemindOfAccountDomain(key, value);
   call.out().Done(Entry(key, value), key + " = " + value);
 }
 

@@ -28,6 +28,26 @@ Failure Refusal(const MDOMAIN::API::Domain& api, const MDOMAIN::RECORD::Domain& 
   return api.GetErrorCode() == 5633 ? Invalid(domain) : ApiFailure(api.GetErrorCode(), action);
 }
 
+// Refuses a pattern whose text around the placeholders can stand in no local part: nobody would get
+// an address by it.
+void RequireUsablePattern(const std::string& pattern) {
+  std::string sample;
+  size_t begin = 0;
+  while (begin < pattern.size()) {
+    const size_t open = pattern.find('<', begin);
+    const size_t close = open == std::string::npos ? open : pattern.find('>', open);
+    if (close == std::string::npos) {
+      break;
+    }
+    sample += pattern.substr(begin, open - begin) + "a";
+    begin = close + 1;
+  }
+  sample += pattern.substr(begin);
+  if (begin != 0 && !MDOMAIN::UTILS::IsAccountAliasValid(sample)) {
+    throw Failure(kRefused, "\"" + pattern + "\" makes no local parts of addresses");
+  }
+}
+
 // Takes over what was typed; true when there was anything.
 bool Apply(const Call& call, MDOMAIN::RECORD::Domain& domain) {
   if (call.Has("--auto-add") && call.Has("--no-auto-add")) {
@@ -44,6 +64,7 @@ bool Apply(const Call& call, MDOMAIN::RECORD::Domain& domain) {
   }
   if (call.Has("--pattern")) {
     RequirePlainText("the pattern", call.Text("--pattern"));
+    RequireUsablePattern(call.Text("--pattern"));
     domain.SetDefaultAliasPattern(call.Text("--pattern"));
     any = true;
   }

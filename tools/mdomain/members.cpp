@@ -1,10 +1,12 @@
 // Preview and adding go together: whoever is added gets exactly what the preview shows.
 #include "tools/mdomain/members.h"
 
+#include <iostream>
 #include <map>
 
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
 
 namespace mdomain {
@@ -20,10 +22,18 @@ std::vector<DomainUserAlias> WantedAliases(const std::vector<DomainUser>& users,
     for (const std::string& alias : aliases) {
       wanted.emplace_back(user.GetDomainIdx(), user.GetUID(), alias, false);
     }
-    if (aliases.empty()) {
-      for (const DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
-        wanted.push_back(alias);
+    for (const DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
+      if (!aliases.empty()) {
+        break;
       }
+      if (alias.IsValid()) {
+        wanted.push_back(alias);
+        continue;
+      }
+      std::cerr << "mdomain: " << Printable(user.GetUserName()) << " gets no alias: \""
+                << Printable(alias.GetAccountAlias())
+                << "\", which the domain's pattern makes, is no local part (user add --alias gives "
+                   "one)\n";
     }
   }
   return wanted;
