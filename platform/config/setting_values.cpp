@@ -31,18 +31,6 @@ bool ParseNumber(const std::string& text, int smallest, int largest, int& number
   return true;
 }
 
-std::vector<std::string> SplitList(const std::string& text) {
-  const char separators[] = ", \t";
-  std::vector<std::string> items;
-  size_t start = text.find_first_not_of(separators);
-  while (start != std::string::npos) {
-    const size_t end = text.find_first_of(separators, start);
-    items.push_back(text.substr(start, end - start));
-    start = text.find_first_not_of(separators, end);
-  }
-  return items;
-}
-
 std::string FileName(const std::string& value, const std::string& folder) {
   return value.empty() || value[0] == '/' ? value : folder + "/" + value;
 }
@@ -66,6 +54,18 @@ bool ParseAddress(const std::string& text, std::pair<std::string, int>& address)
 }
 
 }  // namespace
+
+std::vector<std::string> SplitList(const std::string& text) {
+  const char separators[] = ", \t\r\n";
+  std::vector<std::string> items;
+  size_t start = text.find_first_not_of(separators);
+  while (start != std::string::npos) {
+    const size_t end = text.find_first_of(separators, start);
+    items.push_back(text.substr(start, end - start));
+    start = text.find_first_not_of(separators, end);
+  }
+  return items;
+}
 
 SettingSetter TextSetting(std::string* field) {
   return [field](const std::string& value, const std::string&, std::string&) {

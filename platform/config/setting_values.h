@@ -33,6 +33,9 @@ SettingSetter NameSetSetting(std::set<std::string>* field);
 // Refuses every value.
 SettingSetter NoTlsSetting();
 
+// The parts of `text` between commas and white space, in order; empty ones are left out.
+std::vector<std::string> SplitList(const std::string& text);
+
 }  // namespace korvmailserver
 
 #endif  // PLATFORM_CONFIG_SETTING_VALUES_H

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "platform/config/setting_values.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/maillog.h"
 
@@ -22,15 +23,8 @@ const char kCanonicalDomain[] = "smtp_canonical_domain";
 const char kAdditionalDomain[] = "additional_domain-";
 
 std::list<std::string> Split(const std::string& text) {
-  const char separators[] = ", \t\r\n";
-  std::list<std::string> items;
-  size_t start = text.find_first_not_of(separators);
-  while (start != std::string::npos) {
-    const size_t end = text.find_first_of(separators, start);
-    items.push_back(text.substr(start, end - start));
-    start = text.find_first_not_of(separators, end);
-  }
-  return items;
+  const std::vector<std::string> items = korvmailserver::SplitList(text);
+  return {items.begin(), items.end()};
 }
 
 // "INDEX/NAME" into its parts.
