@@ -7,6 +7,7 @@ file(GLOB headers RELATIVE ${SOURCE_DIR}
   ${SOURCE_DIR}/lib-domain/base/*.h ${SOURCE_DIR}/lib-domain/record/*.h
   ${SOURCE_DIR}/lib-domain/db/*.h ${SOURCE_DIR}/lib-domain/control/*.h
   ${SOURCE_DIR}/lib-domain/api/*.h ${SOURCE_DIR}/lib-domain/utils/*.h
+  ${SOURCE_DIR}/lib-domain/accounts/*.h ${SOURCE_DIR}/lib-domain/sync/*.h
   ${SOURCE_DIR}/platform/include/*.h)
 foreach(header ${headers})
   file(READ ${SOURCE_DIR}/${header} text)

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "lib-domain/utils/alias_composer.h"
+#include "lib-domain/accounts/alias_composer.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/maillog.h"
 

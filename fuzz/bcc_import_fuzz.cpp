@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "lib-domain/api/bcc_unit.h"
+#include "lib-domain/api/bcc/unit.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "lib-domain/api/disclaimer_condition.h"
+#include "lib-domain/api/disclaimer/condition.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <set>
 #include <string>
 
-#include "lib-domain/api/disclaimer_condition.h"
+#include "lib-domain/api/disclaimer/condition.h"
+#include "lib-domain/api/disclaimer/unit.h"
 #include "lib-domain/api/mimedefang.h"
-#include "lib-domain/api/mimedefang_unit.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <set>
 #include <string>
 
-#include "lib-domain/utils/net_output.h"
+#include "lib-domain/accounts/net_output.h"
 #include "platform/include/maillog.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "lib-domain/accounts/account_source.h"
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain_group.h"
-#include "lib-domain/utils/account_source.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/account.h"
 

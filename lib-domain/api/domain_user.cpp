@@ -8,7 +8,7 @@
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/db/domain_group.h"
 #include "lib-domain/db/handler.h"
-#include "lib-domain/utils/account_source.h"
+#include "lib-domain/sync/membership.h"
 #include "lib-domain/utils/updater.h"
 
 namespace MDOMAIN::API {

@@ -1,5 +1,4 @@
 // Whole addresses: the aliases of a domain's users at the names under which it receives mail.
-#define MDOMAIN_LOG_SOURCE "lib-domain/api/domain_user.cpp"
 
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/domain_user.h"

@@ -1,9 +1,30 @@
-// The head of a log line: the source path below the top of the tree, the line, the message format.
+// The head of a log line: the unit's name, the line, the message format.
 #include "lib-domain/base/log_line.h"
 
 namespace MDOMAIN::BASE {
 
 namespace {
+
+// Units of several files: what the files' paths begin with, and the name that all of them log
+// under.
+struct SpreadUnit {
+  const char* files;
+  const char* name;
+};
+constexpr SpreadUnit kSpreadUnits[] = {
+    {"lib-domain/api/bcc/", "lib-domain/api/bcc"},
+    {"lib-domain/api/disclaimer/", "lib-domain/api/mimedefang"},
+    {"lib-domain/api/domain_user_", "lib-domain/api/domain_user"},
+    {"lib-domain/control/domain_group_", "lib-domain/control/domain_group"},
+    {"lib-domain/control/domain_settings", "lib-domain/control/domain"},
+    {"lib-domain/control/domain_user_", "lib-domain/control/domain_user"},
+    {"lib-domain/accounts/alias_", "lib-domain/utils/default_alias_getter"},
+    {"lib-domain/accounts/net_output", "lib-domain/utils/default_alias_getter"},
+    {"lib-domain/sync/auto_add", "lib-domain/utils/updater"},
+    {"lib-domain/sync/first_domain", "lib-domain/utils/updater"},
+    {"lib-domain/sync/publication", "lib-domain/utils/updater"},
+    {"lib-domain/sync/refresh", "lib-domain/utils/updater"},
+};
 
 const std::string kOwnPath = "lib-domain/base/log_line.cpp";
 
@@ -21,9 +42,7 @@ std::string WithoutEnding(const std::string& path) {
   return in_name ? path.substr(0, dot) : path;
 }
 
-}  // namespace
-
-std::string SourcePath(const char* file) {
+std::string TreePath(const char* file) {
   static const std::string kPrefix = TreePrefix();
   const std::string path = WithoutEnding(file);
   if (!kPrefix.empty() && path.compare(0, kPrefix.size(), kPrefix) == 0) {
@@ -32,6 +51,18 @@ std::string SourcePath(const char* file) {
   // Part of the build may have been given another folder than this file was.
   const size_t at = path.rfind("/lib-domain/");
   return at == std::string::npos ? path : path.substr(at + 1);
+}
+
+}  // namespace
+
+std::string SourcePath(const char* file) {
+  std::string path = TreePath(file);
+  for (const SpreadUnit& unit : kSpreadUnits) {
+    if (path.rfind(unit.files, 0) == 0) {
+      return unit.name;
+    }
+  }
+  return path;
 }
 
 void FormatLogHead(char (&buffer)[kLogBufferSize], const char* file, int line, const char* format) {

@@ -1,6 +1,8 @@
 // The form of every log line of this library: "SOURCE:LINE MESSAGE".
 //
-// The source is the path from the top of the tree without its ending (lib-domain/api/domain).
+// The source is the path from the top of the tree without its ending (lib-domain/api/domain). A
+// unit that is spread over several files logs under one name, which programs look for: the table of
+// such units stands in log_line.cpp.
 #ifndef LIB_DOMAIN_BASE_LOG_LINE_H
 #define LIB_DOMAIN_BASE_LOG_LINE_H
 
@@ -19,8 +21,9 @@ constexpr int kLogWarning = 1;
 // A line's head and message format, cut at 2047 bytes.
 constexpr size_t kLogBufferSize = 2048;
 
-// `file` from the top of the tree on ("lib-domain/..."), without its ending, whatever folder the
-// compiler was given.
+// The name of the unit that `file` belongs to: its path from the top of the tree on
+// ("lib-domain/..."), without its ending, whatever folder the compiler was given, or the name that
+// all files of the unit share.
 std::string SourcePath(const char* file);
 
 // Writes "SOURCE:LINE FORMAT" into `buffer` as it stands: the format's own placeholders are
@@ -34,12 +37,6 @@ inline void CheckLogFormat(const char* /*format*/, ...) {}
 }  // namespace MDOMAIN::BASE
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage)
-// A unit that is spread over several sources names itself in all of them: the others define
-// MDOMAIN_LOG_SOURCE as "lib-domain/FOLDER/UNIT.cpp" before they include this header.
-#ifndef MDOMAIN_LOG_SOURCE
-#define MDOMAIN_LOG_SOURCE __FILE__
-#endif
-
 #define MDOMAIN_LOG_AT(level, file, line, format, ...)                                       \
   do {                                                                                       \
     if (false) {                                                                             \
@@ -54,7 +51,7 @@ inline void CheckLogFormat(const char* /*format*/, ...) {}
   } while (false)
 
 #define MDOMAIN_LOG(level, format, ...) \
-  MDOMAIN_LOG_AT(level, MDOMAIN_LOG_SOURCE, __LINE__, format, ##__VA_ARGS__)
+  MDOMAIN_LOG_AT(level, __FILE__, __LINE__, format, ##__VA_ARGS__)
 
 // For a helper that gives up on behalf of its caller and names the caller's source and line.
 #define LOG_ERROR_AT(file, line, format, ...) \

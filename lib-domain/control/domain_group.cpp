@@ -7,12 +7,12 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/user.h"
-#include "lib-domain/utils/account_source.h"
 #include "platform/include/account.h"
 #include "platform/include/scope_guard.h"
 

@@ -1,5 +1,4 @@
 // Taking groups out of a domain with what only they brought there.
-#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_group.cpp"
 
 #include <algorithm>
 #include <list>

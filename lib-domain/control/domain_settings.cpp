@@ -1,5 +1,4 @@
 // What hangs on a domain outside the domain database: made with it, removed after it.
-#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain.cpp"
 
 #include <algorithm>
 #include <string>

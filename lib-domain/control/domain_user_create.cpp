@@ -1,6 +1,6 @@
 // Adding users and aliases to domains, and the preview of what they would get.
-#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
 
+#include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/alias_conflict.h"
 #include "lib-domain/control/alias_index.h"
@@ -8,7 +8,6 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/user.h"
-#include "lib-domain/utils/account_source.h"
 #include "lib-domain/utils/default_alias_getter.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "lib-domain/utils/domain_utils.h"

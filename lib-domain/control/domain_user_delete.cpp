@@ -1,5 +1,4 @@
 // Taking users out of a domain, with everything there that names them.
-#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
 
 #include <tuple>
 #include <unordered_map>

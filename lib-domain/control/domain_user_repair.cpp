@@ -1,5 +1,4 @@
 // What a refresh sets right: flags of colliding aliases, and users who lost their role.
-#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"

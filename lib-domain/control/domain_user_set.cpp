@@ -1,5 +1,4 @@
 // Changing roles and aliases of a domain's users.
-#define MDOMAIN_LOG_SOURCE "lib-domain/control/domain_user.cpp"
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/alias_conflict.h"

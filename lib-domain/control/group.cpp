@@ -3,11 +3,11 @@
 
 #include <algorithm>
 
+#include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/user.h"
-#include "lib-domain/utils/account_source.h"
 #include "platform/include/account.h"
 #include "platform/include/scope_guard.h"
 #include "platform/include/string_list.h"

@@ -1,6 +1,6 @@
 // What the controls ask of the per-domain mail policies (BCC rules, disclaimers), which lie above
-// them and are built on them. Declared here, defined in lib-domain/api/bcc_hooks.cpp and
-// lib-domain/api/disclaimer_hooks.cpp, so that no file includes its own caller. None of them logs
+// them and are built on them. Declared here, defined in lib-domain/api/bcc/hooks.cpp and
+// lib-domain/api/disclaimer/hooks.cpp, so that no file includes its own caller. None of them logs
 // on its own account: the control that asked does.
 #ifndef LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
 #define LIB_DOMAIN_CONTROL_POLICY_HOOKS_H

@@ -1,15 +1,16 @@
-// The pattern's tokens and the choice of the source.
-// Asking the sources stands in default_alias_fetch.cpp, composing the text in alias_composer.cpp.
+// The pattern's tokens and the choice of the source. lib-domain/accounts asks the sources and
+// composes the text.
 #include "lib-domain/utils/default_alias_getter.h"
 
 #include <algorithm>
 
+#include "lib-domain/accounts/account_source.h"
+#include "lib-domain/accounts/alias_composer.h"
+#include "lib-domain/accounts/alias_fetch.h"
+#include "lib-domain/accounts/critical_section.h"
+#include "lib-domain/accounts/net_output.h"
 #include "lib-domain/base/log_line.h"
-#include "lib-domain/utils/account_source.h"
-#include "lib-domain/utils/alias_composer.h"
-#include "lib-domain/utils/critical_section.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "lib-domain/utils/net_output.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -110,6 +111,34 @@ bool DefaultAliasGetter::_FetchAttrs(const std::vector<std::string>& user_short_
   }
 }
 
+bool DefaultAliasGetter::_FetchAttrsFromLocal(const std::vector<std::string>& user_short_names,
+                                              UserAttrsMap& attrs) {
+  INTERNAL::FetchLocalAttributes(user_short_names, _NeededAttrs(), attrs);
+  return true;
+}
+
+bool DefaultAliasGetter::_FetchAttrsFromLDAP(UserAttrsMap& attrs) {
+  const AttributeScope alone({pattern_});  // no effect within a caller's scope
+  INTERNAL::AttributeAnswer& answer = *AttributeScope::_current->answer_;
+  if (!answer.Ask(&INTERNAL::QueryLdap, _NeededAttrs())) {
+    return false;
+  }
+  answer.CopyTo(attrs);
+  return true;
+}
+
+// The account system spells a Windows domain's names in lower case, the domain itself as they were
+// typed.
+bool DefaultAliasGetter::_FetchAttrsFromDomain(UserAttrsMap& attrs) {
+  const AttributeScope alone({pattern_});
+  INTERNAL::AttributeAnswer& answer = *AttributeScope::_current->answer_;
+  if (!answer.Ask(&INTERNAL::QueryWindowsDomain, _NeededAttrs())) {
+    return false;
+  }
+  answer.CopyToIgnoringCase(attrs);
+  return true;
+}
+
 bool DefaultAliasGetter::_ComposeUserAliasMap(const UserAttrsMap& attrs,
                                               std::map<std::string, std::string>& aliases) {
   const INTERNAL::AliasComposer composer(pattern_, pattern_attrs_);
@@ -119,6 +148,26 @@ bool DefaultAliasGetter::_ComposeUserAliasMap(const UserAttrsMap& attrs,
   return std::all_of(attrs.begin(), attrs.end(), [&](const auto& user) {
     return composer.Compose(user.first, user.second, aliases[user.first]);
   });
+}
+
+AttributeScope* AttributeScope::_current = nullptr;
+
+AttributeScope::AttributeScope(const std::vector<std::string>& patterns) {
+  if (_current != nullptr) {
+    return;
+  }
+  INTERNAL::AttributeNames needed;
+  for (const std::string& pattern : patterns) {
+    needed.merge(DefaultAliasGetter(pattern)._NeededAttrs());
+  }
+  answer_ = std::make_unique<INTERNAL::AttributeAnswer>(std::move(needed));
+  _current = this;
+}
+
+AttributeScope::~AttributeScope() {
+  if (_current == this) {
+    _current = nullptr;
+  }
 }
 
 }  // namespace MDOMAIN::UTILS

@@ -9,6 +9,7 @@
 #define LIB_DOMAIN_UTILS_DEFAULT_ALIAS_GETTER_H
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,6 +17,10 @@
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::UTILS {
+
+namespace INTERNAL {
+class AttributeAnswer;
+}
 
 class DefaultAliasGetter {
  public:
@@ -42,8 +47,6 @@ class DefaultAliasGetter {
   using AttrMap = std::map<std::string, std::string>;
   using UserAttrsMap = std::map<std::string, AttrMap>;
   using AttrSet = std::set<std::string>;
-  // Adds every account of the directory, with those of the needed attributes that it has.
-  using Query = bool (*)(const AttrSet& needed, UserAttrsMap& accounts);
 
   void _GetPatternAttrMap();
   void _GetTokenizedPatternToAttrMap(const std::vector<std::string>& tokens);
@@ -53,7 +56,6 @@ class DefaultAliasGetter {
   bool _FetchAttrsFromLocal(const std::vector<std::string>& user_short_names, UserAttrsMap& attrs);
   bool _FetchAttrsFromLDAP(UserAttrsMap& attrs);
   bool _FetchAttrsFromDomain(UserAttrsMap& attrs);
-  bool _FetchAttrsFromDirectory(Query query, UserAttrsMap& attrs);
   bool _ComposeUserAliasMap(const UserAttrsMap& attrs, std::map<std::string, std::string>& aliases);
   AttrSet _NeededAttrs() const;
 
@@ -76,11 +78,7 @@ class AttributeScope {
   friend class DefaultAliasGetter;
   static AttributeScope* _current;
 
-  bool _Ask(DefaultAliasGetter::Query query, const DefaultAliasGetter::AttrSet& needed);
-
-  DefaultAliasGetter::AttrSet needed_;
-  bool is_answered_ = false;
-  DefaultAliasGetter::UserAttrsMap accounts_;
+  std::unique_ptr<INTERNAL::AttributeAnswer> answer_;  // null in an inner scope
 };
 
 }  // namespace MDOMAIN::UTILS

@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "lib-domain/api/bcc.h"
-#include "lib-domain/api/bcc_unit.h"
+#include "lib-domain/api/bcc/unit.h"
 #include "lib-domain/base/paths.h"
 #include "tests/support/fixture.h"
 

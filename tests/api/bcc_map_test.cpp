@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "lib-domain/api/bcc.h"
-#include "lib-domain/api/bcc_unit.h"
+#include "lib-domain/api/bcc/unit.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_user.h"

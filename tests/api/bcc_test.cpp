@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "lib-domain/api/bcc_unit.h"
+#include "lib-domain/api/bcc/unit.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/db_handler.h"

@@ -1,6 +1,6 @@
 // The conditions are Perl: each is evaluated by Perl and compared with the same rule evaluated
 // here.
-#include "lib-domain/api/disclaimer_condition.h"
+#include "lib-domain/api/disclaimer/condition.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "lib-domain/api/bcc_unit.h"
-#include "lib-domain/utils/account_source.h"
+#include "lib-domain/accounts/account_source.h"
+#include "lib-domain/api/bcc/unit.h"
 #include "tests/support/domain_db.h"
 #include "tests/support/platform_faults.h"
 

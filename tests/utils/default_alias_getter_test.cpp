@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdarg>
 
-#include "lib-domain/utils/account_source.h"
+#include "lib-domain/accounts/account_source.h"
 #include "platform/include/ldap_search.h"
 #include "platform/include/process.h"
 #include "tests/support/fake_accounts.h"

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "lib-domain/base/text.h"
-#include "lib-domain/utils/node_publication.h"
+#include "lib-domain/sync/node_publication.h"
 #include "platform/include/node_files.h"
 
 namespace mdomain {

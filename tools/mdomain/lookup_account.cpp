@@ -3,10 +3,10 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "lib-domain/accounts/account_source.h"
 #include "lib-domain/api/group.h"
 #include "lib-domain/api/user.h"
 #include "lib-domain/base/text.h"
-#include "lib-domain/utils/account_source.h"
 #include "platform/include/account.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/status.h"

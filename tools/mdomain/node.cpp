@@ -7,7 +7,7 @@
 #include <map>
 
 #include "lib-domain/api/updater.h"
-#include "lib-domain/utils/node_publication.h"
+#include "lib-domain/sync/node_publication.h"
 #include "platform/include/key_store.h"
 #include "platform/include/node_files.h"
 #include "tools/mdomain/command.h"

@@ -3,9 +3,9 @@
 
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/sync/node_publication.h"
+#include "lib-domain/sync/owner_registry.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "lib-domain/utils/node_publication.h"
-#include "lib-domain/utils/owner_registry.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"

@@ -1,7 +1,7 @@
 // mdomain init, refresh, publish: keeping database, account system and published keys in step.
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/updater.h"
-#include "lib-domain/utils/refresh_preview.h"
+#include "lib-domain/sync/preview.h"
 #include "platform/include/key_store.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_output.h"

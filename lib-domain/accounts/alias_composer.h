@@ -1,0 +1,82 @@
+// From a default alias pattern and a user's attributes to the alias: text only, no account system.
+#ifndef LIB_DOMAIN_ACCOUNTS_ALIAS_COMPOSER_H
+#define LIB_DOMAIN_ACCOUNTS_ALIAS_COMPOSER_H
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace MDOMAIN::UTILS::INTERNAL {
+
+// The token without its leading digits; without any it is unchanged.
+std::string StripBeginningInteger(const std::string& token);
+
+// The value, cut to its first n bytes when the token begins with the number n and n is at least 1
+// and less than the value's length. Bytes, not characters: half a character is left to
+// StripInvalidEaiChars. Throws std::out_of_range ("stoi") for digits beyond a 32-bit int.
+std::string ParseValByPattern(const std::string& token, const std::string& value);
+
+// Composes aliases from one pattern, for any number of users.
+//
+// Tokens are replaced one after the other, ascending by byte value, each as a regular expression
+// "<token>" in the whole text; "$" sequences in a value are those of std::regex_replace. Where
+// neither a token nor a value can show the difference that is one pass over the pattern, so the
+// time is linear in the pattern and the alias; the bounds below hold in all other cases.
+class AliasComposer {
+ public:
+  // No alias and no text on the way to it is longer than this, in bytes.
+  static constexpr size_t kMaxTextSize = 16U << 20U;
+  // Bytes that all replacements of one alias may look at, where one pass is not enough.
+  static constexpr size_t kMaxWork = 64U << 20U;
+  // Longest token with characters that mean something in a regular expression, in bytes, and how
+  // many of them a pattern may have: each is compiled, by descending into it.
+  static constexpr size_t kMaxRegexTokenSize = 256;
+  static constexpr size_t kMaxRegexTokens = 64;
+
+  // `attr_by_token` has the pattern's tokens, each with its attribute's name.
+  AliasComposer(std::string pattern, const std::map<std::string, std::string>& attr_by_token);
+  AliasComposer(const AliasComposer&) = delete;
+  AliasComposer& operator=(const AliasComposer&) = delete;
+
+  // False and an error line when a token is not a valid regular expression (or holds a zero byte
+  // besides characters of one) or beyond the bounds; no alias can be composed then. A pattern
+  // without tokens is fine: it is everybody's alias.
+  bool IsUsable() const { return usable_; }
+
+  // The alias of a user with these attributes (name to value). Where one is missing that is
+  // `user_short_name` without the characters that may not stand in a local part. False, an error
+  // line and `alias` untouched when a token's length is beyond a 32-bit int, when the text grows
+  // beyond the bounds, or when a token that repeats, groups or chooses ("*+?{(|") has a value: no
+  // account source has an attribute of such a name.
+  bool Compose(const std::string& user_short_name,
+               const std::map<std::string, std::string>& attributes, std::string& alias) const;
+
+ private:
+  struct Piece {
+    std::string_view literal;  // text before the token
+    size_t token;              // index into tokens_, kNoToken after the last one
+  };
+  static constexpr size_t kNoToken = static_cast<size_t>(-1);
+
+  using Values = std::vector<std::string>;
+
+  bool CheckTokens() const;
+  void CutIntoPieces();
+  // Values in token order; false when an attribute is missing. Throws what ParseValByPattern does.
+  bool CollectValues(const std::map<std::string, std::string>& attributes, Values& values) const;
+  bool ComposeInOnePass(const Values& values, std::string& alias) const;
+  bool ComposeTokenByToken(const Values& values, std::string& alias) const;
+
+  std::string pattern_;
+  std::vector<std::pair<std::string, std::string>> tokens_;  // token, attribute; ascending
+  std::vector<Piece> pieces_;
+  bool usable_ = false;
+  bool plain_ = true;  // every token stands for itself and holds no "<"
+};
+
+}  // namespace MDOMAIN::UTILS::INTERNAL
+
+#endif  // LIB_DOMAIN_ACCOUNTS_ALIAS_COMPOSER_H

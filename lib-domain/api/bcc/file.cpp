@@ -1,0 +1,237 @@
+// Rule files: what a rule must look like, reading it from a line, writing it into one.
+//
+// One line is "NAME DESTINATION". The type and the domain of the rules are not in the file: who
+// imports it names them.
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <fstream>
+#include <unordered_set>
+
+#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
+#include "platform/include/eai.h"
+#include "platform/include/files.h"
+
+namespace internal {
+
+namespace {
+
+// Two addresses of the greatest length in UTF-8, and some blanks.
+constexpr size_t kLineSize = 4096;
+constexpr std::string_view kBlanks = " \t";
+
+std::vector<std::string> Fields(std::string_view line) {
+  std::vector<std::string> fields;
+  size_t end = 0;
+  for (size_t begin = line.find_first_not_of(kBlanks); begin != std::string_view::npos;
+       begin = line.find_first_not_of(kBlanks, end)) {
+    end = std::min(line.find_first_of(kBlanks, begin), line.size());
+    fields.emplace_back(line.substr(begin, end - begin));
+  }
+  return fields;
+}
+
+// What is wrong with a line that holds something; a good one becomes a rule.
+std::string ParseLine(std::string_view line, int type, BccInfo& rule) {
+  if (line.size() > kLineSize) {
+    return "longer than " + std::to_string(kLineSize) + " bytes";
+  }
+  if (HasControl(line)) {
+    return "control character";
+  }
+  std::vector<std::string> fields = Fields(line);
+  if (fields.size() != 2) {
+    return std::to_string(fields.size()) + " fields instead of a name and a destination";
+  }
+  rule = {std::move(fields[0]), type, std::move(fields[1])};
+  return BCC::CheckRule(rule);
+}
+
+bool IsAccountOrAlias(const std::string& text) {
+  // An account of a Windows domain may be given with that domain in front of it.
+  const size_t backslash = text.find('\\');
+  if (backslash == std::string::npos) {
+    return KORV::POSTARA_SERVER::IsValidEaiLocalPart(text, true);
+  }
+  return KORV::POSTARA_SERVER::IsValidEaiLocalPart(text.substr(0, backslash), false) &&
+         KORV::POSTARA_SERVER::IsValidEaiLocalPart(text.substr(backslash + 1), true);
+}
+
+// Anything that maps to a domain: these are addresses as people type them.
+bool IsDomain(const std::string& text) {
+  std::string ascii;
+  return text.find('@') == std::string::npos &&
+         KORV::POSTARA_SERVER::ConvertToPunycode(text, ascii) >= 0;
+}
+
+bool IsAddressOrAccount(const std::string& text) {
+  std::string local_part;
+  std::string domain;
+  if (!SplitAddress(text, local_part, domain)) {
+    return IsAccountOrAlias(text);
+  }
+  return KORV::POSTARA_SERVER::IsValidEaiLocalPart(local_part, true) && IsDomain(domain);
+}
+
+// A rename would put a file in the place of a pipe or a terminal.
+int WriteFile(const std::string& path, const std::string& bytes) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode) || S_ISDIR(info.st_mode)) {
+    return korvmailserver::ReplaceFile(path, bytes, 0644);
+  }
+  std::ofstream out(path, std::ios::binary);
+  return (out << bytes << std::flush) ? 0 : -1;
+}
+
+// Names as they stand in an exported file. Each rule must come back under a name of its own, and
+// give the same line when it is exported again, so only a usual spelling is changed, and only into
+// a name that no other rule has.
+class ExportedNames {
+ public:
+  explicit ExportedNames(const std::list<BccInfo>& rules) {
+    for (const BccInfo& rule : rules) {
+      stored_.insert(rule.name);
+    }
+  }
+
+  std::string Of(const BccInfo& rule) {
+    std::string local_part;
+    std::string domain = rule.name;
+    const bool address = SplitAddress(rule.name, local_part, domain);
+    if (!address && rule.type != BCC_DOMAIN) {
+      return rule.name;
+    }
+    const DomainForms& forms = cache_.Get(domain);
+    if (!forms.convertible || forms.utf8 != domain) {
+      return rule.name;
+    }
+    const std::string name = (address ? local_part + "@" : "") + forms.punycode;
+    return stored_.count(name) == 0 ? name : rule.name;
+  }
+
+ private:
+  std::unordered_set<std::string> stored_;
+  DomainFormCache cache_;
+};
+
+std::string ExportedDestination(const std::string& bcc_to, DomainFormCache& cache) {
+  std::string local_part;
+  std::string domain;
+  if (!SplitAddress(bcc_to, local_part, domain)) {
+    return bcc_to;
+  }
+  const DomainForms& forms = cache.Get(domain);
+  if (!forms.convertible) {
+    LOG_ERROR("failed to convert bcc destination [%s] to punycode", bcc_to.c_str());
+    return bcc_to;
+  }
+  return local_part + "@" + forms.punycode;
+}
+
+}  // namespace
+
+void ParseBccRules(std::string_view text, int type, std::list<BccInfo>& rules,
+                   std::vector<BccBadLine>& bad_lines) {
+  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+    text.remove_prefix(kByteOrderMark.size());
+  }
+  for (size_t number = 1; !text.empty(); ++number) {
+    const size_t end = std::min(text.find('\n'), text.size());
+    std::string_view line = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    if (!line.empty() && line.back() == '\r') {
+      line.remove_suffix(1);
+    }
+    const size_t first = line.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos || line[first] == '#') {
+      continue;
+    }
+    BccInfo rule;
+    std::string problem = ParseLine(line, type, rule);
+    if (problem.empty()) {
+      rules.push_back(std::move(rule));
+    } else {
+      bad_lines.push_back({number, std::move(problem)});
+    }
+  }
+}
+
+}  // namespace internal
+
+std::string BCC::CheckRule(const BccInfo& rule) {
+  if (!internal::StandsAtLineBegin(rule.name)) {
+    return "the name is empty, has a blank or a control character, or begins with \"#\" or a byte "
+           "order mark";
+  }
+  if (!internal::StandsInLine(rule.bcc_to)) {
+    return "the destination is empty or has a blank or a control character";
+  }
+  if (rule.type == BCC_DOMAIN && !internal::IsDomain(rule.name)) {
+    return "the name is no domain";
+  }
+  if (rule.type != BCC_DOMAIN && !internal::IsAddressOrAccount(rule.name)) {
+    return "the name is no address, account or alias";
+  }
+  if (!internal::IsAddressOrAccount(rule.bcc_to)) {
+    return "the destination is no address, account or alias";
+  }
+  return "";
+}
+
+int BCC::exportBCC(int type, const std::string& path) {
+  return exportBCC(domain_id_, type, path);
+}
+
+int BCC::exportBCC(int domain_id, int type, const std::string& path) {
+  std::list<BccInfo> rules;
+  // In one read: pages would be read at different times, and each would walk over those before it.
+  if (LoadBCCList(type, domain_id, 0, -1, "name", "desc", rules) != 0) {
+    return -1;
+  }
+  internal::ExportedNames names(rules);
+  internal::DomainFormCache cache;
+  std::vector<std::string> lines;
+  lines.reserve(rules.size());
+  for (const BccInfo& rule : rules) {
+    if (!internal::StandsAtLineBegin(rule.name) || !internal::StandsInLine(rule.bcc_to)) {
+      LOG_ERROR("bcc rule [%s] with destination [%s] cannot stand in a file", rule.name.c_str(),
+                rule.bcc_to.c_str());
+      return -1;
+    }
+    lines.push_back(names.Of(rule) + " " + internal::ExportedDestination(rule.bcc_to, cache));
+  }
+  // The names that changed their spelling have lost their place.
+  std::sort(lines.begin(), lines.end(), std::greater<>());
+  lines.emplace_back();
+  if (internal::WriteFile(path, MDOMAIN::BASE::Join(lines, "\n")) != 0) {
+    LOG_ERROR("open file %s fail", path.c_str());
+    return -1;
+  }
+  return 0;
+}
+
+int BCC::importBCC(int type, const std::string& path) {
+  return importBCC(domain_id_, type, path);
+}
+
+int BCC::importBCC(int domain_id, int type, const std::string& path) {
+  std::string text;
+  if (korvmailserver::ReadFile(path, text) != 0) {
+    LOG_ERROR("open file error, %s", path.c_str());
+    return -1;
+  }
+  std::list<BccInfo> rules;
+  std::vector<internal::BccBadLine> bad_lines;
+  internal::ParseBccRules(text, type, rules, bad_lines);
+  for (const internal::BccBadLine& bad : bad_lines) {
+    LOG_ERROR("%s:%zu: %s", path.c_str(), bad.number, bad.problem.c_str());
+  }
+  if (!bad_lines.empty() || setBCC(domain_id, rules) != 0) {
+    LOG_ERROR("import list fail, type: %d", type);
+    return bad_lines.empty() ? -3 : -2;
+  }
+  return 0;
+}

@@ -1,0 +1,401 @@
+// The lines of the maps that the mail transfer agent reads, made from the rules of all domains.
+//
+// Reads each source once: the rules, the SMTP settings, the alias table, and the users' aliases of
+// those domains that need them. Nothing here runs a statement for a rule.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <unordered_set>
+
+#include "lib-domain/accounts/account_source.h"
+#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/domain_user.h"
+#include "platform/include/account.h"
+#include "platform/include/alias.h"
+#include "platform/include/eai.h"
+#include "platform/include/files.h"
+#include "platform/include/process.h"
+#include "platform/include/smtp_conf.h"
+
+namespace internal {
+
+namespace {
+
+using MDOMAIN::BASE::ToLowerAscii;
+using Names = std::vector<std::string>;
+
+// An ASCII text without an A-label is the same in both spellings.
+bool HasOtherSpelling(const std::string& text) {
+  const auto non_ascii = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
+  return std::any_of(text.begin(), text.end(), non_ascii) || text.find("xn--") != std::string::npos;
+}
+
+bool IsLocalPart(const std::string& text) {
+  return KORV::POSTARA_SERVER::IsValidEaiLocalPart(text, true);
+}
+
+// What destinations and accounts mean in one domain.
+class DomainNames {
+ public:
+  DomainNames(int domain_id, std::unordered_set<std::string> alias_entries)
+      : domain_id_(domain_id), alias_entries_(std::move(alias_entries)) {}
+
+  // The local parts under which mail reaches `name` in the domain: an alias entry's own name, an
+  // account's aliases in stored order, or else the name itself. Null when they cannot be read.
+  const Names* LocalParts(const std::string& name) {
+    const auto known = known_.find(name);
+    if (known != known_.end()) {
+      return &known->second;
+    }
+    Names parts;
+    if (alias_entries_.count(name) == 0) {
+      if (!Load()) {
+        return nullptr;
+      }
+      parts = AccountAliases(name);
+    }
+    if (parts.empty()) {
+      parts.push_back(name);
+    }
+    return &known_.emplace(name, std::move(parts)).first->second;
+  }
+
+ private:
+  bool Load() {
+    if (!loaded_) {
+      loaded_ = MDOMAIN::DB::DomainUser().GetAllUserAliases(domain_id_, aliases_by_user_);
+    }
+    return loaded_;
+  }
+
+  Names AccountAliases(const std::string& name) const {
+    std::string real_name;
+    if (!MDOMAIN::UTILS::ShortName2RealName(true, name, real_name)) {
+      return {};
+    }
+    const auto user = aliases_by_user_.find(ToLowerAscii(real_name));
+    return user == aliases_by_user_.end() ? Names() : user->second;
+  }
+
+  int domain_id_;
+  std::unordered_set<std::string> alias_entries_;
+  bool loaded_ = false;
+  std::unordered_map<std::string, Names> aliases_by_user_;
+  std::unordered_map<std::string, Names> known_;
+};
+
+// A rule with everything that does not depend on the domain name for which a line is written.
+struct PreparedRule {
+  const BccInfo* rule;
+  Names spellings;            // of the name, in lower case
+  std::string local_part;     // of a name that is an address
+  const DomainForms* domain;  // of a name that is an address, else null
+  int name_domain_id;         // the domain that owns that address, negative when none does
+  const Names* local_parts;   // of an account, when asked for
+  std::string address;        // destination, when it has a domain of its own
+  std::string destination;    // else: its local part
+};
+
+struct DomainRules {
+  std::list<BccInfo> own;    // of the requested type
+  std::list<BccInfo> whole;  // of the whole domain
+};
+
+class MapWriter {
+ public:
+  MapWriter(bool with_local_parts, const std::function<void(const BccMapEntry&)>& visit)
+      : with_local_parts_(with_local_parts), visit_(visit) {}
+
+  int Write(std::map<int, DomainRules>& rules_by_domain) {
+    if (settings_.LoadSettings() < 0 || !LoadAliasEntries() || !LoadOwners()) {
+      return -1;
+    }
+    // Every look-up in the account system is answered from one point in time.
+    const korvmailserver::AccountSnapshot snapshot;
+    for (const auto& [domain_id, names] : names_by_domain_) {
+      const auto rules = rules_by_domain.find(domain_id);
+      if (rules != rules_by_domain.end() && WriteDomain(domain_id, names, rules->second) != 0) {
+        return -1;
+      }
+    }
+    return 0;
+  }
+
+ private:
+  bool LoadAliasEntries() {
+    Alias table(MDOMAIN::PATHS::AliasDb());
+    if (table.load() < 0) {
+      return false;
+    }
+    for (const Alias::Entry& entry : table.list()) {
+      alias_entries_[entry.domain_id].insert(entry.name);
+    }
+    return true;
+  }
+
+  // The names of every domain, and which domain owns which name.
+  bool LoadOwners() {
+    for (const auto& [domain_id, name] : settings_.GetMultiDomainMap()) {
+      std::list<std::string> additional;
+      if (settings_.GetAdditionalDomainList(domain_id, additional) < 0) {
+        LOG_ERROR("failed to GetAdditionalDomainList with id %d", domain_id);
+        return false;
+      }
+      additional.push_front(name);
+      for (const std::string& own_name : additional) {
+        owners_.emplace(forms_.Get(ToLowerAscii(own_name)).punycode, domain_id);
+      }
+      names_by_domain_[domain_id] = std::move(additional);
+    }
+    return true;
+  }
+
+  int WriteDomain(int domain_id, const std::list<std::string>& names, const DomainRules& rules) {
+    DomainNames domain_names(domain_id, std::move(alias_entries_[domain_id]));
+    std::list<PreparedRule> own;
+    std::list<PreparedRule> whole;
+    if (!PrepareAll(rules.own, domain_names, own) ||
+        !PrepareAll(rules.whole, domain_names, whole)) {
+      return -1;
+    }
+    for (const std::string& name : names) {
+      GenerateConfigImp(domain_id, name, own, whole);
+    }
+    return 0;
+  }
+
+  bool PrepareAll(const std::list<BccInfo>& rules, DomainNames& names,
+                  std::list<PreparedRule>& prepared) {
+    for (const BccInfo& rule : rules) {
+      PreparedRule one{&rule, {}, {}, nullptr, -1, nullptr, {}, {}};
+      if (!PrepareDestination(names, one) || !PrepareName(names, one)) {
+        return false;
+      }
+      if (!one.spellings.empty() && !(one.address.empty() && one.destination.empty())) {
+        prepared.push_back(std::move(one));
+      }
+    }
+    return true;
+  }
+
+  // False when a source cannot be read; a destination that cannot be used stays empty.
+  bool PrepareDestination(DomainNames& names, PreparedRule& rule) {
+    const std::string& bcc_to = rule.rule->bcc_to;
+    std::string local_part;
+    std::string domain;
+    const bool is_address = SplitAddress(bcc_to, local_part, domain);
+    if (!is_address) {
+      const Names* parts = names.LocalParts(bcc_to);
+      if (parts == nullptr) {
+        return false;
+      }
+      local_part = parts->front();
+    }
+    if (is_address && !forms_.Get(domain).convertible) {
+      LogDestination(*rule.rule);
+    } else if (!IsLocalPart(local_part)) {
+      LogLeftOut(*rule.rule);
+    } else if (is_address) {
+      rule.address = local_part + "@" + forms_.Get(domain).punycode;
+    } else {
+      rule.destination = std::move(local_part);
+    }
+    return true;
+  }
+
+  // As PrepareDestination; a name that cannot be used gets no spelling. A whole domain's rule is
+  // written under the domain's own names, whatever its name is.
+  bool PrepareName(DomainNames& names, PreparedRule& rule) {
+    const std::string name = ToLowerAscii(rule.rule->name);
+    std::string domain;
+    if (rule.rule->type == BCC_DOMAIN) {
+      rule.spellings = {name};
+    } else if (SplitAddress(name, rule.local_part, domain)) {
+      PrepareAddress(domain, rule);
+    } else if (!StandsInLine(name)) {
+      LogLeftOut(*rule.rule);
+    } else {
+      return PrepareAccount(name, names, rule);
+    }
+    return true;
+  }
+
+  bool PrepareAccount(const std::string& name, DomainNames& names, PreparedRule& rule) {
+    rule.spellings = {name};
+    std::string other;
+    if (HasOtherSpelling(name) && KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) == 0 &&
+        other != name) {
+      rule.spellings.push_back(std::move(other));
+    }
+    if (with_local_parts_) {
+      rule.local_parts = names.LocalParts(rule.rule->name);
+      return rule.local_parts != nullptr;
+    }
+    return true;
+  }
+
+  void PrepareAddress(const std::string& domain, PreparedRule& rule) {
+    const DomainForms& forms = forms_.Get(domain);
+    if (!forms.convertible || !IsLocalPart(rule.local_part) ||
+        !StandsAtLineBegin(rule.local_part)) {
+      LogLeftOut(*rule.rule);
+      return;
+    }
+    rule.domain = &forms;
+    for (const std::string& spelling : forms.spellings) {
+      rule.spellings.push_back(rule.local_part + "@" + spelling);
+    }
+    const auto owner = owners_.find(forms.punycode);
+    rule.name_domain_id = owner == owners_.end() ? -1 : owner->second;
+  }
+
+  void GenerateConfigImp(int domain_id, const std::string& domain_name,
+                         const std::list<PreparedRule>& own, const std::list<PreparedRule>& whole) {
+    const DomainForms& forms = forms_.Get(ToLowerAscii(domain_name));
+    if (!forms.convertible) {
+      LOG_ERROR("failed to convert domain_name [%s] to punycode", domain_name.c_str());
+      if (!StandsInLine(domain_name)) {
+        return;
+      }
+    }
+    BccMapEntry entry;
+    entry.domain_id = domain_id;
+    for (const PreparedRule& rule : own) {
+      const bool here = rule.domain != nullptr && rule.domain->punycode == forms.punycode;
+      entry.form = here ? BccMapEntry::Form::kAddress : BccMapEntry::Form::kAccount;
+      WriteRule(forms, rule, entry);
+    }
+    entry.form = BccMapEntry::Form::kDomain;
+    for (const PreparedRule& rule : whole) {
+      WriteRule(forms, rule, entry);
+    }
+  }
+
+  // One line for each combination of spellings. An address of the domain has its domain's.
+  void WriteRule(const DomainForms& forms, const PreparedRule& rule, BccMapEntry& entry) {
+    std::string value = rule.address;
+    if (value.empty()) {
+      if (!forms.convertible) {
+        LogDestination(*rule.rule);
+        return;
+      }
+      value = rule.destination + "@" + forms.punycode;
+    }
+    entry.value = value;
+    entry.rule = rule.rule;
+    entry.name_domain_id = rule.name_domain_id;
+    entry.local_parts = rule.local_parts;
+    if (entry.form == BccMapEntry::Form::kAddress) {
+      for (const std::string& spelling : rule.spellings) {
+        entry.domain = std::string_view(spelling).substr(rule.local_part.size() + 1);
+        entry.name = spelling;
+        visit_(entry);
+      }
+      return;
+    }
+    for (const std::string& domain : forms.spellings) {
+      for (const std::string& spelling : rule.spellings) {
+        entry.domain = domain;
+        entry.name = spelling;
+        visit_(entry);
+      }
+    }
+  }
+
+  static void LogDestination(const BccInfo& rule) {
+    if (rule.type == BCC_DOMAIN) {
+      LOG_ERROR("failed to convert all bcc destination [%s] to punycode", rule.bcc_to.c_str());
+    } else {
+      LOG_ERROR("failed to convert bcc destination [%s] to punycode", rule.bcc_to.c_str());
+    }
+  }
+
+  static void LogLeftOut(const BccInfo& rule) {
+    LOG_ERROR("bcc rule [%s] with destination [%s] cannot stand in a map, left out",
+              rule.name.c_str(), rule.bcc_to.c_str());
+  }
+
+  bool with_local_parts_;
+  const std::function<void(const BccMapEntry&)>& visit_;
+  SmtpConf settings_;
+  DomainFormCache forms_;
+  std::map<int, std::list<std::string>> names_by_domain_;
+  std::unordered_map<std::string, int> owners_;  // by punycode name
+  std::unordered_map<int, std::unordered_set<std::string>> alias_entries_;
+};
+
+void AppendLine(const BccMapEntry& entry, std::string& text) {
+  switch (entry.form) {
+    case BccMapEntry::Form::kAddress:
+      break;
+    case BccMapEntry::Form::kAccount:
+      text.append(entry.domain).append("/");
+      break;
+    case BccMapEntry::Form::kDomain:
+      text.append("@").append(entry.domain).append(" ").append(entry.value).append("\n");
+      return;
+  }
+  text.append(entry.name).append(" ").append(entry.value).append("\n");
+}
+
+}  // namespace
+
+bool isAlias(const std::string& name, int domain_id) {
+  Alias table(MDOMAIN::PATHS::AliasDb());
+  return table.load() >= 0 && table.isAlias(name, domain_id);
+}
+
+std::string GetBccToConfigValue(const std::string& bcc_to, const std::string& domain_name,
+                                int domain_id) {
+  if (domain_name.empty() || bcc_to.find('@') != std::string::npos) {
+    return bcc_to;
+  }
+  std::string real_name;
+  std::vector<std::string> aliases;
+  if (!isAlias(bcc_to, domain_id) && MDOMAIN::UTILS::ShortName2RealName(true, bcc_to, real_name)) {
+    MDOMAIN::CONTROL::DomainUser().GetDomainUserAlias(domain_id, real_name, aliases);
+  }
+  return (aliases.empty() ? bcc_to : aliases.front()) + "@" + domain_name;
+}
+
+}  // namespace internal
+
+int BCC::ForEachMapEntry(int type, bool with_local_parts,
+                         const std::function<void(const BccMapEntry&)>& visit) {
+  // The table's index begins with the name, so a read for each domain would walk through all of it.
+  const std::string statement =
+      "SELECT name,type,bcc_to,domain_id FROM bcc_table WHERE type=" + std::to_string(type) +
+      " OR type=" + std::to_string(BCC_DOMAIN) + " ORDER BY name";
+  std::map<int, internal::DomainRules> rules_by_domain;
+  const auto keep = [&rules_by_domain](BccInfo&& rule, int domain_id) {
+    internal::DomainRules& rules = rules_by_domain[domain_id];
+    (rule.type == BCC_DOMAIN ? rules.whole : rules.own).push_back(std::move(rule));
+  };
+  if (_ForEachRow(statement, keep) != 0) {
+    return -1;
+  }
+  return internal::MapWriter(with_local_parts, visit).Write(rules_by_domain);
+}
+
+int BCC::GenerateSystemBCCConfig(int type, const std::string& path) {
+  std::string text;
+  const auto append = [&text](const BccMapEntry& entry) { internal::AppendLine(entry, text); };
+  if (ForEachMapEntry(type, false, append) != 0) {
+    return -1;
+  }
+  if (korvmailserver::ReplaceFile(path, text, 0644) != 0) {
+    LOG_ERROR("open file %s fail, error[%s]", path.c_str(), strerror(errno));
+    return -1;
+  }
+  return 0;
+}
+
+int BCC::GenerateBccMap() {
+  return KLIBCExec(MDOMAIN::PATHS::BccMapCompiler(), {});
+}

@@ -1,0 +1,86 @@
+#include "lib-domain/api/disclaimer/unit.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "lib-domain/base/text.h"
+#include "lib-domain/db/domain.h"
+#include "platform/include/mail_conf.h"
+
+namespace MDOMAIN::API::INTERNAL {
+
+std::string DisclaimerListKey(int domain_idx) {
+  return "mimedefang_disclaimers-" + std::to_string(domain_idx);
+}
+
+bool ParseJson(const std::string& text, Json::Value& value) {
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  // Strict mode also demands an array or object at the top and refuses deep nesting by throwing.
+  builder["stackLimit"] = 64;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value parsed;
+  try {
+    if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr)) {
+      return false;
+    }
+  } catch (const Json::Exception&) {
+    return false;
+  }
+  value = parsed;
+  return true;
+}
+
+std::string WriteJson(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, value) + "\n";
+}
+
+bool IsArrayOfObjects(const Json::Value& value) {
+  return value.isArray() && std::all_of(value.begin(), value.end(), [](const Json::Value& element) {
+           return element.isObject();
+         });
+}
+
+bool ListAllDomains(std::vector<RECORD::Domain>& domains) {
+  return DB::Domain().ListNames(domains);
+}
+
+bool ParseStoredList(const std::string& text, Json::Value& list) {
+  list = Json::Value(Json::arrayValue);
+  return text.empty() || (ParseJson(text, list) && IsArrayOfObjects(list));
+}
+
+bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains,
+                     std::map<int, std::string>& texts) {
+  std::vector<std::string> keys;
+  keys.reserve(domains.size());
+  for (const RECORD::Domain& domain : domains) {
+    keys.push_back(DisclaimerListKey(domain.GetDomainIdx()));
+  }
+  std::map<std::string, std::string> values;
+  if (mailConfGetMany(keys, values) < 0) {
+    LOG_ERROR("Failed to get disclamer, domain_id[%d]",
+              domains.empty() ? 0 : domains.front().GetDomainIdx());
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    texts[domain.GetDomainIdx()] = values[DisclaimerListKey(domain.GetDomainIdx())];
+  }
+  return true;
+}
+
+bool PatternAsId(const Json::Value& pattern, unsigned int& id) {
+  if (pattern.isUInt()) {
+    id = pattern.asUInt();
+    return true;
+  }
+  return pattern.isString() && BASE::ConvertToUID(pattern.asString(), id);
+}
+
+}  // namespace MDOMAIN::API::INTERNAL

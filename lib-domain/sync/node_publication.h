@@ -1,0 +1,22 @@
+// The files beside the domain database that other machines need to answer as this one does.
+#ifndef LIB_DOMAIN_SYNC_NODE_PUBLICATION_H
+#define LIB_DOMAIN_SYNC_NODE_PUBLICATION_H
+
+namespace MDOMAIN::UTILS {
+
+// The key under which the domain database is published. The machine that did it is the one that
+// manages the domains.
+constexpr const char* kDatabaseKey = "mailserver_domain_db";
+
+// Publishes those of them that changed since they were published: the settings database ("bcc_db"),
+// the alias store ("alias_db"), the registry of address owners ("email_owner_db") and the texts of
+// the disclaimers ("sync_disclaimer_content_file-N"). A file that does not exist is passed over.
+// True with nothing done when the key store is not shared between machines. False with a log line.
+//
+// Every publication of the domain data ends with it, so whatever a failure left unpublished is
+// caught up by the next one; who changes one of these files without publishing calls it himself.
+bool PublishNodeFiles();
+
+}  // namespace MDOMAIN::UTILS
+
+#endif  // LIB_DOMAIN_SYNC_NODE_PUBLICATION_H

@@ -1,0 +1,203 @@
+// Reads through the controls, writes through the registry's store, compares in memory: a million
+// addresses are a few hundred megabytes for the seconds that this takes.
+#include "lib-domain/sync/owner_registry.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/domain.h"
+#include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/email_owner.h"
+#include "lib-domain/db/reader.h"
+#include "platform/include/eai.h"
+#include "platform/include/files.h"
+
+namespace MDOMAIN::UTILS {
+namespace {
+
+constexpr int kBusyMilliseconds = 10000;
+constexpr const char* kSelectDomains = "SELECT domain_name, domain_idx FROM domain_part";
+constexpr const char* kSelectLocalParts =
+    "SELECT local_part, domain_idx, user_name FROM local_part";
+
+std::string Key(const std::string& text, int domain_idx) {
+  return std::to_string(domain_idx) + "/" + BASE::ToLowerAscii(text);
+}
+
+void AddName(const std::string& name, int domain_idx, OwnerRegistryContent& content) {
+  content.domains.emplace_back(name, domain_idx);
+  std::string other;
+  if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) >= 0 && other != name) {
+    content.domains.emplace_back(other, domain_idx);
+  }
+}
+
+bool CollectDomains(OwnerRegistryContent& content, std::vector<int>& domain_idxs) {
+  CONTROL::Domain control;
+  DB::DomainDBFilter filter;
+  filter.SetLimit(-1);
+  std::vector<RECORD::Domain> domains;
+  std::map<int, std::vector<std::string>> names;
+  if (!control.List(filter, domains) || !control.ListAllAdditionalDomains(names)) {
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    domain_idxs.push_back(domain.GetDomainIdx());
+    AddName(domain.GetDomainName(), domain.GetDomainIdx(), content);
+    for (const std::string& name : names[domain.GetDomainIdx()]) {
+      AddName(name, domain.GetDomainIdx(), content);
+    }
+  }
+  return true;
+}
+
+// Aliases that are not flagged come first, so that they win over those that collide with them.
+void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
+                std::unordered_set<std::string>& seen, OwnerRegistryContent& content) {
+  for (const RECORD::DomainUser& user : users) {
+    for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
+      if (duplicated == flagged && seen.insert(Key(alias, user.GetDomainIdx())).second) {
+        content.local_parts.emplace_back(alias, user.GetDomainIdx(), user.GetUserName());
+      }
+    }
+  }
+}
+
+bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content) {
+  DB::EmailOwner registry(path);
+  BatchScope scope(&registry);
+  return registry.CreateDomainPart(content.domains) &&
+         registry.CreateLocalPart(content.local_parts) && scope.Commit() == 0;
+}
+
+// Keeps writers from the old file as long as it lives. A journal beside it belongs to a writer, or
+// to one that crashed, and SQLite would play it into whatever file has the name next. Who waits for
+// the lock is refused by SQLite once the file has lost its name.
+class WriterLock {
+ public:
+  explicit WriterLock(const std::string& path) : journal_(path + "-journal") {
+    sqlite3* db = nullptr;
+    const int opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+    old_.reset(db);
+    if (opened == SQLITE_OK) {
+      sqlite3_busy_timeout(db, kBusyMilliseconds);
+      is_busy_ = sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_BUSY;
+    } else if (!postara::sdk::Exist(path)) {
+      postara::sdk::Unlink(journal_);
+    }
+  }
+  // False while another program writes. Taking the lock has cleared what a crash left; a file that
+  // is no database cannot be locked, and nobody can be writing it.
+  bool IsHeld() const { return !is_busy_ && !postara::sdk::Exist(journal_); }
+
+ private:
+  std::string journal_;
+  std::unique_ptr<sqlite3, decltype(&sqlite3_close)> old_{nullptr, sqlite3_close};
+  bool is_busy_ = false;
+};
+
+std::string FolderOf(const std::string& path) {
+  return path.substr(0, path.rfind('/'));
+}
+
+void SyncFolderOf(const std::string& path) {
+  const int fd = open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd >= 0) {
+    fsync(fd);
+    close(fd);
+  }
+}
+
+}  // namespace
+
+bool CollectOwners(OwnerRegistryContent& content) {
+  content = OwnerRegistryContent();
+  std::vector<int> domain_idxs;
+  if (!CollectDomains(content, domain_idxs)) {
+    LOG_ERROR("Failed to List domains");
+    return false;
+  }
+  if (domain_idxs.empty()) {
+    return true;
+  }
+  DB::DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs(domain_idxs);
+  filter.SetLimit(-1);
+  std::vector<RECORD::DomainUser> users;
+  if (!CONTROL::DomainUser().List(filter, users)) {
+    LOG_ERROR("Failed to List all domain users");
+    return false;
+  }
+  std::unordered_set<std::string> seen;
+  AddAliases(users, false, seen, content);
+  AddAliases(users, true, seen, content);
+  return true;
+}
+
+bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content) {
+  const std::string fresh = path + ".new";
+  postara::sdk::Unlink(fresh);
+  postara::sdk::Unlink(fresh + "-journal");
+  if (!WriteRegistry(fresh, content)) {
+    LOG_ERROR("Failed to write %s", fresh.c_str());
+    postara::sdk::Unlink(fresh);
+    return false;
+  }
+  const WriterLock lock(path);
+  if (!lock.IsHeld()) {
+    LOG_ERROR("Failed to replace %s, another program is writing it", path.c_str());
+    postara::sdk::Unlink(fresh);
+    return false;
+  }
+  if (std::rename(fresh.c_str(), path.c_str()) != 0) {
+    LOG_ERROR("Failed to replace %s, %m", path.c_str());
+    postara::sdk::Unlink(fresh);
+    return false;
+  }
+  SyncFolderOf(path);
+  return true;
+}
+
+bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
+                     OwnerRegistryContent& stale) {
+  stale = OwnerRegistryContent();
+  std::unordered_set<std::string> domains;
+  for (const RECORD::DomainPart& part : content.domains) {
+    domains.insert(Key(part.GetDomainName(), part.GetDomainIdx()));
+  }
+  std::unordered_map<std::string, std::string> owners;
+  for (const RECORD::LocalPart& part : content.local_parts) {
+    owners.emplace(Key(part.GetLocalPart(), part.GetDomainIdx()), part.GetUserName());
+  }
+  auto check_domain = [&](const std::vector<std::string>& row) {
+    int idx = 0;
+    if (row.size() == 2 && BASE::ConvertToInt(row[1], idx) &&
+        domains.count(Key(row[0], idx)) == 0) {
+      stale.domains.emplace_back(row[0], idx);
+    }
+  };
+  auto check_local_part = [&](const std::vector<std::string>& row) {
+    int idx = 0;
+    if (row.size() != 3 || !BASE::ConvertToInt(row[1], idx)) {
+      return;
+    }
+    const auto owner = owners.find(Key(row[0], idx));
+    if (owner == owners.end() || owner->second != row[2]) {
+      stale.local_parts.emplace_back(row[0], idx, row[2]);
+    }
+  };
+  DB::INTERNAL::Reader reader(path);
+  return reader.Open() && reader.ForEachRow(kSelectDomains, check_domain) &&
+         reader.ForEachRow(kSelectLocalParts, check_local_part);
+}
+
+}  // namespace MDOMAIN::UTILS

@@ -1,0 +1,17 @@
+// What a refresh would do, without doing it.
+#ifndef LIB_DOMAIN_SYNC_PREVIEW_H
+#define LIB_DOMAIN_SYNC_PREVIEW_H
+
+#include "lib-domain/utils/updater.h"
+
+namespace MDOMAIN::UTILS {
+
+// Fills `summary` with what Updater::Refresh would find, create and delete in the mirror now. Asks
+// the account system as a refresh does, but reads the database through a connection of its own that
+// cannot write: a database that is missing stays missing (everything is new then), and one of an
+// older version keeps its schema. False, with one log line, where a refresh would fail too.
+bool PreviewRefresh(RefreshSummary& summary);
+
+}  // namespace MDOMAIN::UTILS
+
+#endif  // LIB_DOMAIN_SYNC_PREVIEW_H

@@ -1,0 +1,175 @@
+// What the mail services read: the keys in the mail configuration that follow from the database.
+//
+// They are written together, with one question about all of them, and those that are stale are
+// removed together. Only when that fails is it done one by one in their order, which leaves what
+// can be done done and says which failed.
+
+#include <algorithm>
+#include <map>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/domain.h"
+#include "lib-domain/db/domain.h"
+#include "lib-domain/db/schema.h"
+#include "lib-domain/sync/node_publication.h"
+#include "lib-domain/utils/updater.h"
+#include "platform/include/key_store.h"
+#include "platform/include/mail_conf.h"
+
+namespace MDOMAIN::UTILS {
+
+namespace {
+
+using KORV::POSTARA_SERVER::KORVMailNodeCluster;
+using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
+
+constexpr const char* kDomainsKey = "virtual_multiple_domain";
+constexpr const char* kPrimaryKey = "smtp_main_domain";
+constexpr const char* kAdditionalPrefix = "additional_domain-";
+constexpr const char* kAdditionalTree = "virtual_domain";
+constexpr const char* kSeparator = ", ";
+
+std::string AdditionalKey(int domain_idx) {
+  return kAdditionalPrefix + std::to_string(domain_idx);
+}
+
+bool SetKey(const std::string& key, const std::string& value) {
+  if (mailConfSet(key, value, true, 0) != 0) {
+    LOG_ERROR("Failed to mailConfSet");
+    return false;
+  }
+  return true;
+}
+
+bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
+                     const std::vector<std::string>& entries, const std::string& primary_name) {
+  std::map<int, std::vector<std::string>> names_by_domain;
+  if (!CONTROL::Domain().ListAllAdditionalDomains(names_by_domain)) {
+    return false;
+  }
+  std::vector<std::pair<std::string, std::string>> keys;
+  for (const RECORD::Domain& domain : domains) {
+    const int domain_idx = domain.GetDomainIdx();
+    keys.emplace_back(AdditionalKey(domain_idx),
+                      BASE::Join(names_by_domain[domain_idx], kSeparator));
+  }
+  keys.emplace_back(kDomainsKey, BASE::Join(entries, kSeparator));
+  keys.emplace_back(kPrimaryKey, primary_name);
+  return mailConfSetMany(keys) == 0;
+}
+
+}  // namespace
+
+bool Updater::Trigger() {
+  if (!KORVMailNodeCluster::isClusterHealth(1)) {
+    LOG_WARNING("Cluster is not health, so don't do trigger");
+    return true;
+  }
+  std::string path;
+  if (!GetUserGroupDomainConfigPath(path)) {
+    LOG_ERROR("Failed to GetUserGroupDomainConfigPath");
+    return false;
+  }
+  if (!PostaraServerBACKENDWrap::setFile(kDatabaseKey, path)) {
+    LOG_ERROR("Failed to set file %s", path.c_str());
+    return false;
+  }
+  if (!_ToRedis()) {
+    LOG_ERROR("Failed to update info to redis");
+    return false;
+  }
+  return PublishNodeFiles();
+}
+
+bool Updater::_ToRedis() {
+  std::vector<RECORD::Domain> domains;
+  if (!DB::Domain().ListNames(domains)) {
+    LOG_ERROR("Failed to List domains");
+    return false;
+  }
+  std::string primary_name;
+  std::vector<std::string> entries;
+  std::vector<std::string> keep_keys;
+  for (const RECORD::Domain& domain : domains) {
+    if (domain.IsPrimary()) {
+      primary_name = domain.GetDomainName();
+    }
+    entries.push_back(std::to_string(domain.GetDomainIdx()) + "/" + domain.GetDomainName());
+    keep_keys.push_back(AdditionalKey(domain.GetDomainIdx()));
+  }
+  if (!SetKeysTogether(domains, entries, primary_name) &&
+      !_SetKeysOneByOne(domains, entries, primary_name)) {
+    return false;
+  }
+  if (!_RemoveUnusedRedisKey(keep_keys)) {
+    LOG_ERROR("Failed to _RemoveUnusedRedisKey");
+    return false;
+  }
+  return true;
+}
+
+bool Updater::_SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,
+                               const std::vector<std::string>& entries,
+                               const std::string& primary_name) {
+  for (const RECORD::Domain& domain : domains) {
+    if (!_DomainAdditionalDomainsToRedis(domain.GetDomainIdx())) {
+      LOG_ERROR("Failed to _DomainAdditionalDomainsToRedis, domain_id: [%d]",
+                domain.GetDomainIdx());
+      return false;
+    }
+  }
+  if (!_DomainsToRedis(entries)) {
+    LOG_ERROR("Failed to _DomainsToRedis");
+    return false;
+  }
+  if (!_PrimaryDomainToRedis(primary_name)) {
+    LOG_ERROR("Failed to _PrimaryDomainToRedis");
+    return false;
+  }
+  return true;
+}
+
+bool Updater::_DomainsToRedis(const std::vector<std::string>& entries) {
+  return SetKey(kDomainsKey, BASE::Join(entries, kSeparator));
+}
+
+bool Updater::_PrimaryDomainToRedis(const std::string& name) {
+  return SetKey(kPrimaryKey, name);
+}
+
+bool Updater::_DomainAdditionalDomainsToRedis(int domain_idx) {
+  std::vector<std::string> names;
+  if (!CONTROL::Domain().ListAdditionalDomains(domain_idx, names)) {
+    LOG_ERROR("Failed to ListAdditionalDomains, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return SetKey(AdditionalKey(domain_idx), BASE::Join(names, kSeparator));
+}
+
+bool Updater::_RemoveUnusedRedisKey(const std::vector<std::string>& keep_keys) {
+  std::vector<std::string> keys;
+  if (!PostaraServerBACKENDWrap::ls(kAdditionalTree, keys)) {
+    LOG_ERROR("Failed to list backend tree virtual_domain");
+    return false;
+  }
+  const std::unordered_set<std::string> kept(keep_keys.begin(), keep_keys.end());
+  keys.erase(std::remove_if(keys.begin(), keys.end(),
+                            [&](const std::string& key) {
+                              return key.rfind(kAdditionalPrefix, 0) != 0 || kept.count(key) != 0;
+                            }),
+             keys.end());
+  if (keys.size() > 1 && PostaraServerBACKENDWrap::removeKeys(keys)) {
+    return true;
+  }
+  bool all_removed = true;
+  for (const std::string& key : keys) {
+    if (!PostaraServerBACKENDWrap::removeKey(key)) {
+      LOG_ERROR("Failed to remove key: '%s'", key.c_str());
+      all_removed = false;
+    }
+  }
+  return all_removed;
+}
+
+}  // namespace MDOMAIN::UTILS
