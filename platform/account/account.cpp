@@ -128,7 +128,7 @@ int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain) {
   for (const GroupRow& group : groups->rows()) {
     pushed = pushed && (!group.listed || push(group.name));
   }
-  // A name that cannot be looked up is how the caller learns of a gap.
+  // The caller learns of a gap when it looks up a name and fails.
   bool told = groups->complete();
   for (const std::string& name : groups->gaps().names) {
     if (groups->ByName(name) == nullptr) {

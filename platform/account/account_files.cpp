@@ -64,7 +64,7 @@ UserRow MakeUser(const std::vector<std::string_view>& fields) {
   return user;
 }
 
-// A word of login.defs as a number, the default when it is none.
+// `value` keeps its default when the word is no number.
 void TakeNumber(const std::string& word, unsigned int& value) {
   char* end = nullptr;
   errno = 0;

@@ -1,8 +1,8 @@
 // Accounts of an LDAP directory, as [ldap] of the host settings describes it: posixAccount and
 // posixGroup entries, members by name (rfc2307) or by DN (rfc2307bis, with nested groups).
 //
-// A session stays open between look-ups. What the entries lack is a gap of the table; what the
-// server's result codes say decides whether the answer is whole.
+// A session stays open between look-ups. An entry that cannot be read leaves a gap in the table;
+// the server's result codes tell whether the answer is whole.
 #include "platform/account/account_field.h"
 #include "platform/account/source.h"
 #include "platform/directory/session.h"
@@ -39,7 +39,7 @@ class LdapSource : public Source {
   void Check(std::vector<AccountCheckStep>& steps) override;
 
  private:
-  // Reads the settings and says what they lack.
+  // Each step of Open fails with its own text.
   bool Configure();
   bool Connect();
   bool Bind();

@@ -68,7 +68,7 @@ class Source {
   // Steps "connect" and "bind" of an inspection; stops at the first that fails.
   virtual void Check(std::vector<AccountCheckStep>& steps) = 0;
 
-  // Why the last call failed, told once: empty when it has been taken already.
+  // Why the last call failed; empty when it has been taken already.
   std::string TakeError() { return std::exchange(error_, {}); }
 
  protected:
@@ -121,7 +121,7 @@ class RefusingSource : public TableSource {
 };
 
 // Answers everything from the first enumeration of another source, failures too. Users and groups
-// are read together, so that a member and his account are of one point in time.
+// are read together, so that members and accounts are of one point in time.
 class SnapshotSource : public TableSource {
  public:
   explicit SnapshotSource(std::shared_ptr<Source> source) : source_(std::move(source)) {}

@@ -97,7 +97,7 @@ class UserTable : public Table<UserRow> {
   void Add(UserRow row);
   // Users whose primary group it is or whose entry names it.
   const std::vector<const UserRow*>& OfGroup(unsigned int gid) const;
-  // Some user's groups are unknown, so that no group's members can be told.
+  // Some user's groups are unknown, and with them the members of every group.
   void HideMemberships(const std::string& why) { memberships_hidden_ = why; }
   const std::string& memberships_hidden() const { return memberships_hidden_; }
 

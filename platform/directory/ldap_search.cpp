@@ -93,7 +93,7 @@ int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request, const KORVLDAPSea
   for (int i = 0; i < KLIBCSzListCount(attributes); i++) {
     const std::string name = korvmailserver::FoldCase(KLIBCSzListGet(attributes, i));
     if (!korvmailserver::IsAttributeName(name)) {
-      continue;  // a pattern may ask for anything; such a user simply has no value
+      continue;  // a pattern may name anything; users then have no value for it
     }
     const std::string attribute = name == "uid"    ? settings.user_name_attr
                                   : name == "mail" ? settings.user_mail_attr
