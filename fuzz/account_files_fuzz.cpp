@@ -4,7 +4,7 @@
 #include <string>
 
 #include "platform/account/account_files.h"
-#include "platform/directory/session.h"
+#include "platform/directory/text.h"
 
 namespace {
 

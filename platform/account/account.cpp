@@ -42,24 +42,48 @@ int Judge(Outcome outcome, int unknown_error, Source& source) {
   }
 }
 
-int FindUser(const char* name, UserRow& row) {
-  const auto source = SourceInForce();
-  return Judge(name == nullptr ? Outcome::kUnknown : source->FindUser(name, row),
-               KLIB_ERR_NO_SUCH_USER, *source);
+int NoSuch(const UserRow& /*row*/) {
+  return KLIB_ERR_NO_SUCH_USER;
 }
 
-int FindGroup(const char* name, GroupRow& row) {
-  const auto source = SourceInForce();
-  return Judge(name == nullptr ? Outcome::kUnknown : source->FindGroup(name, row),
-               KLIB_ERR_NO_SUCH_GROUP, *source);
+int NoSuch(const GroupRow& /*row*/) {
+  return KLIB_ERR_NO_SUCH_GROUP;
 }
 
-int CopyName(const std::string& name, char* buffer, size_t size) {
-  if (name.size() >= size) {
+template <class Row>
+int Find(const char* name, Row& row) {
+  const auto source = SourceInForce();
+  return Judge(name == nullptr ? Outcome::kUnknown : source->Find(name, row), NoSuch(row), *source);
+}
+
+template <class Row>
+int Find(unsigned int id, Row& row) {
+  const auto source = SourceInForce();
+  return Judge(source->FindById(id, row), NoSuch(row), *source);
+}
+
+// Makes the caller's record of the account that has this name or id.
+template <class Row, class Key, class Record>
+int Get(Key key, Record** record) {
+  Row row;
+  if (Find(key, row) != 0) {
+    return -1;
+  }
+  *record = new Record(row);
+  return 0;
+}
+
+template <class Row>
+int GetName(const char* name, char* buffer, size_t size) {
+  Row row;
+  if (Find(name, row) != 0) {
+    return -1;
+  }
+  if (row.name.size() >= size) {
     last_error = KLIB_ERR_FAILED;
     return -1;
   }
-  std::memcpy(buffer, name.c_str(), name.size() + 1);
+  std::memcpy(buffer, row.name.c_str(), row.name.size() + 1);
   return 0;
 }
 
@@ -104,7 +128,7 @@ int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain) {
   for (const GroupRow& group : groups->rows()) {
     pushed = pushed && (!group.listed || push(group.name));
   }
-  // A name that cannot be looked up is how the caller learns of a gap.
+  // The caller learns of a gap when it looks up a name and fails.
   bool told = groups->complete();
   for (const std::string& name : groups->gaps().names) {
     if (groups->ByName(name) == nullptr) {
@@ -121,22 +145,11 @@ int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain) {
 }
 
 int KORVUserGet(const char* name, PKORVUser* user) {
-  UserRow row;
-  if (FindUser(name, row) != 0) {
-    return -1;
-  }
-  *user = new KORVUser(row);
-  return 0;
+  return Get<UserRow>(name, user);
 }
 
 int KORVUserGetByUID(unsigned int uid, PKORVUser* user) {
-  UserRow row;
-  const auto source = SourceInForce();
-  if (Judge(source->FindUserById(uid, row), KLIB_ERR_NO_SUCH_USER, *source) != 0) {
-    return -1;
-  }
-  *user = new KORVUser(row);
-  return 0;
+  return Get<UserRow>(uid, user);
 }
 
 void KORVUserFree(PKORVUser user) {
@@ -145,7 +158,7 @@ void KORVUserFree(PKORVUser user) {
 
 int KORVUserGetUGID(const char* name, uid_t* uid, gid_t* gid) {
   UserRow row;
-  if (FindUser(name, row) != 0) {
+  if (Find(name, row) != 0) {
     return -1;
   }
   if (uid != nullptr) {
@@ -158,22 +171,11 @@ int KORVUserGetUGID(const char* name, uid_t* uid, gid_t* gid) {
 }
 
 int KORVGroupGet(const char* name, PKORVGroup* group) {
-  GroupRow row;
-  if (FindGroup(name, row) != 0) {
-    return -1;
-  }
-  *group = new KORVGroup(row);
-  return 0;
+  return Get<GroupRow>(name, group);
 }
 
 int KORVGroupGetByGID(unsigned int gid, PKORVGroup* group) {
-  GroupRow row;
-  const auto source = SourceInForce();
-  if (Judge(source->FindGroupById(gid, row), KLIB_ERR_NO_SUCH_GROUP, *source) != 0) {
-    return -1;
-  }
-  *group = new KORVGroup(row);
-  return 0;
+  return Get<GroupRow>(gid, group);
 }
 
 void KORVGroupFree(PKORVGroup group) {
@@ -182,7 +184,7 @@ void KORVGroupFree(PKORVGroup group) {
 
 int KORVGroupDescGet(const char* name, std::string& description) {
   GroupRow row;
-  if (FindGroup(name, row) != 0) {
+  if (Find(name, row) != 0) {
     return -1;
   }
   description = row.description;
@@ -205,20 +207,18 @@ bool KORVUserIsInternal(const char* name) {
       name != nullptr && korvmailserver::account::IsCalledInternal(TrimDomainName(name));
   UserRow row;
   if ((!called_internal && name != nullptr && !SourceInForce()->MayBeInternal(name)) ||
-      FindUser(name, row) != 0) {
+      Find(name, row) != 0) {
     return false;
   }
   return called_internal || !row.listed || row.internal;
 }
 
 int KLIBUserRealNameGet(const char* name, char* buffer, size_t size) {
-  UserRow row;
-  return FindUser(name, row) != 0 ? -1 : CopyName(row.name, buffer, size);
+  return GetName<UserRow>(name, buffer, size);
 }
 
 int KLIBGroupRealNameGet(const char* name, char* buffer, size_t size) {
-  GroupRow row;
-  return FindGroup(name, row) != 0 ? -1 : CopyName(row.name, buffer, size);
+  return GetName<GroupRow>(name, buffer, size);
 }
 
 namespace korvmailserver {

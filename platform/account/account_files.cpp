@@ -1,19 +1,17 @@
 #include "platform/account/account_files.h"
 
-#include <unistr.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
 
+#include "platform/account/account_field.h"
+#include "platform/directory/utf8.h"
+
 namespace korvmailserver::account {
 
 namespace {
-
-// Longer names exist on no Linux host, and would not fit the buffers that names travel in.
-constexpr size_t kMaxNameBytes = 255;
 
 std::vector<std::string_view> Split(std::string_view text, char separator) {
   std::vector<std::string_view> fields;
@@ -25,35 +23,6 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
   }
   fields.push_back(text.substr(begin));
   return fields;
-}
-
-bool IsUtf8(std::string_view text) {
-  return u8_check(reinterpret_cast<const uint8_t*>(text.data()), text.size()) == nullptr;
-}
-
-bool IsName(std::string_view name) {
-  return !name.empty() && name.size() <= kMaxNameBytes && IsUtf8(name) &&
-         std::none_of(name.begin(), name.end(), [](char c) {
-           const auto byte = static_cast<unsigned char>(c);
-           return byte < 0x20 || byte == 0x7F;
-         });
-}
-
-// Decimal digits, at most the largest id that is not "unknown".
-bool ParseId(std::string_view text, unsigned int& id) {
-  if (text.empty() || text.size() > 10 ||
-      text.find_first_not_of("0123456789") != std::string_view::npos) {
-    return false;
-  }
-  unsigned long long value = 0;
-  for (char digit : text) {
-    value = value * 10 + static_cast<unsigned>(digit - '0');
-  }
-  if (value >= KORV_UNKNOWN_ID) {
-    return false;
-  }
-  id = static_cast<unsigned int>(value);
-  return true;
 }
 
 // Calls `line(fields, number)` for each line that should hold an entry.
@@ -77,7 +46,7 @@ void ForEachEntry(const std::string& bytes, const Line& line) {
 }
 
 std::string NameOfBroken(std::string_view field) {
-  return IsName(field) ? std::string(field) : std::string();
+  return IsAccountName(field) ? std::string(field) : std::string();
 }
 
 std::string LineIs(size_t number, const char* what) {
@@ -88,14 +57,14 @@ UserRow MakeUser(const std::vector<std::string_view>& fields) {
   UserRow user;
   user.name = fields[0];
   const std::string_view comment = fields[4];
-  if (IsUtf8(comment)) {
+  if (directory::IsUtf8(comment)) {
     user.full_name = comment.substr(0, comment.find(','));
     user.mail = MailOfComment(std::string(comment));
   }
   return user;
 }
 
-// A word of login.defs as a number, the default when it is none.
+// `value` keeps its default when the word is no number.
 void TakeNumber(const std::string& word, unsigned int& value) {
   char* end = nullptr;
   errno = 0;
@@ -150,7 +119,7 @@ void ParsePasswd(const std::string& bytes, const IdRanges& ranges, UserTable& us
     unsigned int gid = KORV_UNKNOWN_ID;
     const bool whole = fields.size() == 7;
     const bool has_gid = whole && ParseId(fields[3], gid);
-    if (!has_gid || !ParseId(fields[2], uid) || !IsName(fields[0])) {
+    if (!has_gid || !ParseId(fields[2], uid) || !IsAccountName(fields[0])) {
       users.Skip(LineIs(number, "no account"), NameOfBroken(fields[0]), gid);
       return;
     }
@@ -160,13 +129,12 @@ void ParsePasswd(const std::string& bytes, const IdRanges& ranges, UserTable& us
     user.listed = uid >= ranges.uid_min && uid <= ranges.uid_max;
     users.Add(std::move(user));
   });
-  users.IndexGroups();
 }
 
 void ParseGroup(const std::string& bytes, const IdRanges& ranges, GroupTable& groups) {
   ForEachEntry(bytes, [&](const std::vector<std::string_view>& fields, size_t number) {
     unsigned int gid = KORV_UNKNOWN_ID;
-    if (fields.size() != 4 || !ParseId(fields[2], gid) || !IsName(fields[0])) {
+    if (fields.size() != 4 || !ParseId(fields[2], gid) || !IsAccountName(fields[0])) {
       groups.Skip(LineIs(number, "no group"), NameOfBroken(fields[0]));
       return;
     }
@@ -175,7 +143,7 @@ void ParseGroup(const std::string& bytes, const IdRanges& ranges, GroupTable& gr
     group.gid = gid;
     group.listed = (gid >= ranges.gid_min && gid <= ranges.gid_max) || group.name == "users";
     for (std::string_view member : Split(fields[3], ',')) {
-      if (IsName(member)) {
+      if (IsAccountName(member)) {
         group.members.emplace_back(member);
       }
     }

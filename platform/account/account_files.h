@@ -18,9 +18,9 @@ struct IdRanges {
 // tools that create accounts read them. Anything else keeps the default.
 IdRanges ParseLoginDefs(const std::string& bytes);
 
-// Seven fields a line. A line that is none is skipped and leaves a gap; empty lines, comments and
-// the "+"/"-" lines that include other databases are no accounts. Users outside the range are in
-// the table, not listed.
+// Seven fields a line. A line without an account is skipped and leaves a gap, but empty lines,
+// comments and the "+"/"-" lines that include other databases do not. Users outside the range are
+// in the table, not listed.
 void ParsePasswd(const std::string& bytes, const IdRanges& ranges, UserTable& users);
 
 // Four fields a line, else as passwd. The group "users" is listed whatever its id.

@@ -7,7 +7,7 @@ namespace {
 
 using account::Source;
 
-// A count, or why it cannot be told.
+// A count, or why there is none.
 template <class TablePointer>
 AccountCheckStep CountStep(const char* name, const TablePointer& table, Source& source) {
   if (table == nullptr) {
@@ -25,7 +25,7 @@ AccountCheckStep CompleteStep(const account::UserTable& users, const account::Gr
   return {"complete", complete, complete ? "yes" : of + gaps.why};
 }
 
-// Below each domain name lies a database of its own, so that a source without one has none.
+// Every account domain has a database of its own, so a source must have a domain name.
 AccountCheckStep DomainNameStep(const std::string& type, const char* key) {
   std::string name;
   if (mailConfGet(key, name) < 0) {

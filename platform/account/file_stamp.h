@@ -16,11 +16,11 @@ struct FileStamp {
   off_t size = 0;
   timespec modified = {};
   timespec changed = {};
-  // The file had been at rest when it was looked at. A file's times advance in steps of some
+  // The file had not changed just before. A file's times advance in steps of some
   // milliseconds: a second change within one step would otherwise not show.
   bool settled = false;
 
-  // To be taken before reading: what changes while it is read shows the next time.
+  // Take it before reading: a change during the reading then shows the next time.
   static FileStamp Of(const std::string& path);
   // True when `path` is the file of this stamp, unchanged since.
   bool Holds(const std::string& path_now) const;

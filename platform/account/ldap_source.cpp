@@ -1,13 +1,12 @@
 // Accounts of an LDAP directory, as [ldap] of the host settings describes it: posixAccount and
 // posixGroup entries, members by name (rfc2307) or by DN (rfc2307bis, with nested groups).
 //
-// A session stays open between look-ups. What the entries lack is a gap of the table; what the
-// server's result codes say decides whether the answer is whole.
-#include <algorithm>
-
+// A session stays open between look-ups. An entry that cannot be read leaves a gap in the table;
+// the server's result codes tell whether the answer is whole.
+#include "platform/account/account_field.h"
 #include "platform/account/source.h"
 #include "platform/directory/session.h"
-#include "platform/include/root_path.h"
+#include "platform/directory/text.h"
 #include "platform/system/fold_case.h"
 
 namespace korvmailserver::account {
@@ -19,77 +18,53 @@ using directory::Search;
 using directory::SearchQuery;
 using directory::Session;
 
-constexpr size_t kMaxNameBytes = 255;
-
-std::string Lower(const std::string& attribute) {
-  return FoldCase(attribute);
-}
-
-// Decimal digits below the id that means "unknown".
-bool ParseId(const std::string* text, unsigned int& id) {
-  if (text == nullptr || text->empty() || text->size() > 10 ||
-      text->find_first_not_of("0123456789") != std::string::npos ||
-      std::stoull(*text) >= KORV_UNKNOWN_ID) {
-    return false;
-  }
-  id = static_cast<unsigned int>(std::stoull(*text));
-  return true;
-}
-
-bool IsName(const std::string* name) {
-  return name != nullptr && !name->empty() && directory::IsText(*name) &&
-         name->size() <= kMaxNameBytes && std::none_of(name->begin(), name->end(), [](char c) {
-           const auto byte = static_cast<unsigned char>(c);
-           return byte < 0x20 || byte == 0x7F;
-         });
-}
-
-std::string OrEmpty(const std::string* text) {
-  return text == nullptr ? std::string() : *text;
+// The attribute's first value that is text; empty when there is none.
+std::string Text(const Entry& entry, const std::string& attribute) {
+  const std::string* value = entry.First(FoldCase(attribute));
+  return value == nullptr ? std::string() : *value;
 }
 
 class LdapSource : public Source {
  public:
   explicit LdapSource(std::string domain) : domain_(std::move(domain)) {}
 
-  std::shared_ptr<const UserTable> Users() override;
-  std::shared_ptr<const GroupTable> Groups() override;
-  Outcome FindUser(const std::string& name, UserRow& row) override;
-  Outcome FindUserById(unsigned int uid, UserRow& row) override;
-  Outcome FindGroup(const std::string& name, GroupRow& row) override;
-  Outcome FindGroupById(unsigned int gid, GroupRow& row) override;
+  std::shared_ptr<const UserTable> Users() override { return ReadAllOf<UserTable>(); }
+  std::shared_ptr<const GroupTable> Groups() override { return ReadAllOf<GroupTable>(); }
+  Outcome Find(const std::string& name, UserRow& row) override;
+  Outcome Find(const std::string& name, GroupRow& row) override;
+  Outcome FindById(unsigned int uid, UserRow& row) override;
+  Outcome FindById(unsigned int gid, GroupRow& row) override;
   std::string FullName(const std::string& short_name) const override;
   bool MayBeInternal(const std::string& /*name*/) const override { return false; }
   void Check(std::vector<AccountCheckStep>& steps) override;
 
  private:
-  // Reads the settings and says what they lack.
+  // Each step of Open fails with its own text.
   bool Configure();
   bool Connect();
   bool Bind();
   bool Open();
 
-  SearchQuery UserQuery() const;
-  SearchQuery GroupQuery() const;
+  // What users and groups differ in: what is asked for, and how an entry becomes a row.
+  SearchQuery QueryFor(const UserTable& users) const;
+  SearchQuery QueryFor(const GroupTable& groups) const;
+  void AddEntry(const Entry& entry, UserTable& users) const;
+  void AddEntry(const Entry& entry, GroupTable& groups) const;
   std::string MemberAttribute() const;
-  void AddUser(const Entry& entry, UserTable& users) const;
-  void AddGroup(const Entry& entry, GroupTable& groups) const;
   void TakeMembers(const Entry& entry, GroupRow& group) const;
 
-  // Runs a search and gives every entry to `add`. False and `error`: not all of it came.
-  template <class Add>
-  bool Run(const SearchQuery& query, const Add& add, std::string& error);
+  // Runs a search and adds its entries to `table`. False and `error`: not all of them came.
+  template <class AnyTable>
+  bool Run(const SearchQuery& query, AnyTable& table, std::string& error);
   // LDAP's code of the search.
-  template <class Add>
-  int RunOnce(const SearchQuery& query, const Add& add, size_t& came, std::string& error);
-  template <class Table, class Add>
-  std::shared_ptr<const Table> ReadTable(const SearchQuery& query, const Add& add,
-                                         const std::shared_ptr<Table>& table);
+  template <class AnyTable>
+  int RunOnce(const SearchQuery& query, AnyTable& table, size_t& came, std::string& error);
+  template <class AnyTable>
+  std::shared_ptr<const AnyTable> ReadAllOf();
   // The entries whose `attribute` is `value`, in a table; null when the search failed.
-  std::shared_ptr<UserTable> SearchUsers(std::string LdapSettings::*attribute,
+  template <class AnyTable>
+  std::shared_ptr<const AnyTable> Select(std::string LdapSettings::*attribute,
                                          const std::string& value);
-  std::shared_ptr<GroupTable> SearchGroups(std::string LdapSettings::*attribute,
-                                           const std::string& value);
   std::string ShortName(const std::string& full_name) const;
 
   std::string domain_;
@@ -99,15 +74,9 @@ class LdapSource : public Source {
 };
 
 bool LdapSource::Configure() {
-  HostSettings settings;
   std::string error;
-  if (!ReadHostSettings(settings, error)) {
+  if (!directory::ReadLdapSettings(settings_, error)) {
     Fail(error);
-    return false;
-  }
-  settings_ = settings.ldap;
-  if (settings_.uri.empty()) {
-    Fail(HostSettingsPath() + ": uri is missing in [ldap]");
     return false;
   }
   return true;
@@ -139,7 +108,7 @@ bool LdapSource::Open() {
   return reused_ || (Configure() && Connect() && Bind());
 }
 
-SearchQuery LdapSource::UserQuery() const {
+SearchQuery LdapSource::QueryFor(const UserTable& /*users*/) const {
   return {settings_.user_base,
           settings_.user_filter,
           {settings_.user_name_attr, settings_.user_id_attr, settings_.user_gid_attr,
@@ -147,7 +116,7 @@ SearchQuery LdapSource::UserQuery() const {
           settings_.page_size};
 }
 
-SearchQuery LdapSource::GroupQuery() const {
+SearchQuery LdapSource::QueryFor(const GroupTable& /*groups*/) const {
   return {settings_.group_base,
           settings_.group_filter,
           {settings_.group_name_attr, settings_.group_id_attr, settings_.group_desc_attr,
@@ -174,87 +143,87 @@ std::string LdapSource::ShortName(const std::string& full_name) const {
   return ours ? full_name.substr(0, full_name.size() - suffix.size()) : full_name;
 }
 
-void LdapSource::AddUser(const Entry& entry, UserTable& users) const {
+void LdapSource::AddEntry(const Entry& entry, UserTable& users) const {
   UserRow user;
-  ParseId(entry.First(Lower(settings_.user_gid_attr)), user.gid);
-  const std::string* name = entry.First(Lower(settings_.user_name_attr));
-  if (!IsName(name)) {
+  ParseId(Text(entry, settings_.user_gid_attr), user.gid);
+  const std::string name = Text(entry, settings_.user_name_attr);
+  if (!IsAccountName(name)) {
     users.Skip("\"" + entry.dn + "\" has no usable " + settings_.user_name_attr, "", user.gid);
     return;
   }
-  user.name = FullName(*name);
-  if (!ParseId(entry.First(Lower(settings_.user_id_attr)), user.uid)) {
+  user.name = FullName(name);
+  if (!ParseId(Text(entry, settings_.user_id_attr), user.uid)) {
     users.Skip("\"" + entry.dn + "\" has no number as " + settings_.user_id_attr, user.name,
                user.gid);
     return;
   }
-  user.mail = OrEmpty(entry.First(Lower(settings_.user_mail_attr)));
-  user.full_name = OrEmpty(entry.First(Lower(settings_.user_full_name_attr)));
+  user.mail = Text(entry, settings_.user_mail_attr);
+  user.full_name = Text(entry, settings_.user_full_name_attr);
   user.key = directory::FoldDn(entry.dn);
   users.Add(std::move(user));
 }
 
-void LdapSource::AddGroup(const Entry& entry, GroupTable& groups) const {
+void LdapSource::AddEntry(const Entry& entry, GroupTable& groups) const {
   GroupRow group;
-  const std::string* name = entry.First(Lower(settings_.group_name_attr));
-  if (!IsName(name)) {
+  const std::string name = Text(entry, settings_.group_name_attr);
+  if (!IsAccountName(name)) {
     groups.Skip("\"" + entry.dn + "\" has no usable " + settings_.group_name_attr, "");
     return;
   }
-  group.name = FullName(*name);
-  if (!ParseId(entry.First(Lower(settings_.group_id_attr)), group.gid)) {
+  group.name = FullName(name);
+  if (!ParseId(Text(entry, settings_.group_id_attr), group.gid)) {
     groups.Skip("\"" + entry.dn + "\" has no number as " + settings_.group_id_attr, group.name);
     return;
   }
-  const std::string ranged = Lower(MemberAttribute()) + ";range=";
+  const std::string ranged = FoldCase(MemberAttribute()) + ";range=";
   const auto partial = entry.values.lower_bound(ranged);
   if (partial != entry.values.end() && partial->first.compare(0, ranged.size(), ranged) == 0) {
     groups.Skip("the server tells only a part of the members of \"" + entry.dn + "\"", group.name);
     return;
   }
-  group.description = OrEmpty(entry.First(Lower(settings_.group_desc_attr)));
+  group.description = Text(entry, settings_.group_desc_attr);
   group.key = directory::FoldDn(entry.dn);
   TakeMembers(entry, group);
   groups.Add(std::move(group));
 }
 
 void LdapSource::TakeMembers(const Entry& entry, GroupRow& group) const {
-  const auto members = entry.values.find(Lower(MemberAttribute()));
+  const auto members = entry.values.find(FoldCase(MemberAttribute()));
   if (members == entry.values.end()) {
     return;
   }
   for (const std::string& member : members->second) {
     if (settings_.schema == "rfc2307bis") {
       group.member_keys.push_back(directory::FoldDn(member));
-    } else if (IsName(&member)) {
+    } else if (IsAccountName(member)) {
       group.members.push_back(FullName(member));
     }
   }
 }
 
-template <class Add>
-int LdapSource::RunOnce(const SearchQuery& query, const Add& add, size_t& came,
+template <class AnyTable>
+int LdapSource::RunOnce(const SearchQuery& query, AnyTable& table, size_t& came,
                         std::string& error) {
   Search search(*session_, query);
   const Entry* entry = nullptr;
   for (came = 0; search.Next(entry) > 0; came++) {
-    add(*entry);
+    AddEntry(*entry, table);
   }
   error = search.error();
   return search.code();
 }
 
-template <class Add>
-bool LdapSource::Run(const SearchQuery& query, const Add& add, std::string& error) {
+template <class AnyTable>
+bool LdapSource::Run(const SearchQuery& query, AnyTable& table, std::string& error) {
   size_t came = 0;
-  int code = RunOnce(query, add, came, error);
+  int code = RunOnce(query, table, came, error);
   if (code == LDAP_SERVER_DOWN && came == 0 && reused_) {
     session_.reset();
     if (!Open()) {
       error = TakeError();
       return false;
     }
-    code = RunOnce(query, add, came, error);
+    code = RunOnce(query, table, came, error);
   }
   if (code != LDAP_SUCCESS) {
     session_.reset();
@@ -262,93 +231,50 @@ bool LdapSource::Run(const SearchQuery& query, const Add& add, std::string& erro
   return code == LDAP_SUCCESS;
 }
 
-template <class Table, class Add>
-std::shared_ptr<const Table> LdapSource::ReadTable(const SearchQuery& query, const Add& add,
-                                                   const std::shared_ptr<Table>& table) {
+template <class AnyTable>
+std::shared_ptr<const AnyTable> LdapSource::ReadAllOf() {
+  if (!Open()) {
+    return nullptr;
+  }
+  const auto table = std::make_shared<AnyTable>(NameCase::kFolded);
   std::string error;
-  if (!Run(query, add, error)) {
-    if (table->rows().empty()) {
-      Fail(error);
-      return nullptr;
-    }
-    table->CutShort(error);
-  }
-  table->Announce(settings_.uri);
-  return table;
+  const bool whole = Run(QueryFor(*table), *table, error);
+  return Conclude(table, whole, error, settings_.uri);
 }
 
-std::shared_ptr<const UserTable> LdapSource::Users() {
-  if (!Open()) {
-    return nullptr;
-  }
-  const auto users = std::make_shared<UserTable>(NameCase::kFolded);
-  auto table = ReadTable(
-      UserQuery(), [&](const Entry& e) { AddUser(e, *users); }, users);
-  users->IndexGroups();
-  return table;
-}
-
-std::shared_ptr<const GroupTable> LdapSource::Groups() {
-  if (!Open()) {
-    return nullptr;
-  }
-  const auto groups = std::make_shared<GroupTable>(NameCase::kFolded);
-  return ReadTable(
-      GroupQuery(), [&](const Entry& e) { AddGroup(e, *groups); }, groups);
-}
-
-std::shared_ptr<UserTable> LdapSource::SearchUsers(std::string LdapSettings::*attribute,
+template <class AnyTable>
+std::shared_ptr<const AnyTable> LdapSource::Select(std::string LdapSettings::*attribute,
                                                    const std::string& value) {
   if (!Open()) {
     return nullptr;
   }
-  SearchQuery query = UserQuery();
+  auto table = std::make_shared<AnyTable>(NameCase::kFolded);
+  SearchQuery query = QueryFor(*table);
   query.filter = directory::Both(query.filter, directory::Equals(settings_.*attribute, value));
-  auto users = std::make_shared<UserTable>(NameCase::kFolded);
   std::string error;
-  if (!Run(
-          query, [&](const Entry& entry) { AddUser(entry, *users); }, error)) {
+  if (!Run(query, *table, error)) {
     Fail(error);
     return nullptr;
   }
-  return users;
+  return table;
 }
 
-std::shared_ptr<GroupTable> LdapSource::SearchGroups(std::string LdapSettings::*attribute,
-                                                     const std::string& value) {
-  if (!Open()) {
-    return nullptr;
-  }
-  SearchQuery query = GroupQuery();
-  query.filter = directory::Both(query.filter, directory::Equals(settings_.*attribute, value));
-  auto groups = std::make_shared<GroupTable>(NameCase::kFolded);
-  std::string error;
-  if (!Run(
-          query, [&](const Entry& entry) { AddGroup(entry, *groups); }, error)) {
-    Fail(error);
-    return nullptr;
-  }
-  return groups;
+Outcome LdapSource::Find(const std::string& name, UserRow& row) {
+  return PickByName(Select<UserTable>(&LdapSettings::user_name_attr, ShortName(name)),
+                    FullName(name), row);
 }
 
-Outcome LdapSource::FindUser(const std::string& name, UserRow& row) {
-  const auto users = SearchUsers(&LdapSettings::user_name_attr, ShortName(name));
-  return users == nullptr ? Outcome::kFailed : Pick(users->ByName(FullName(name)), row);
+Outcome LdapSource::Find(const std::string& name, GroupRow& row) {
+  return PickByName(Select<GroupTable>(&LdapSettings::group_name_attr, ShortName(name)),
+                    FullName(name), row);
 }
 
-Outcome LdapSource::FindUserById(unsigned int uid, UserRow& row) {
-  const auto users = SearchUsers(&LdapSettings::user_id_attr, std::to_string(uid));
-  return users == nullptr ? Outcome::kFailed : Pick(users->ById(uid), row);
+Outcome LdapSource::FindById(unsigned int uid, UserRow& row) {
+  return PickById(Select<UserTable>(&LdapSettings::user_id_attr, std::to_string(uid)), uid, row);
 }
 
-Outcome LdapSource::FindGroup(const std::string& name, GroupRow& row) {
-  const auto groups = SearchGroups(&LdapSettings::group_name_attr, ShortName(name));
-  return groups == nullptr ? Outcome::kFailed : Pick(groups->ByName(FullName(name)), row);
-}
-
-Outcome LdapSource::FindGroupById(unsigned int gid, GroupRow& row) {
-  const auto groups = SearchGroups(&LdapSettings::group_id_attr, std::to_string(gid));
-  return groups == nullptr ? Outcome::kFailed : Pick(groups->ById(gid), row);
+Outcome LdapSource::FindById(unsigned int gid, GroupRow& row) {
+  return PickById(Select<GroupTable>(&LdapSettings::group_id_attr, std::to_string(gid)), gid, row);
 }
 
 void LdapSource::Check(std::vector<AccountCheckStep>& steps) {

@@ -4,7 +4,7 @@ namespace korvmailserver::account {
 
 Tables Source::ReadAll() {
   Tables tables;
-  tables.users = Users();
+  tables.users = UsersWithGroups();
   tables.users_error = TakeError();
   tables.groups = Groups();
   tables.groups_error = TakeError();
@@ -27,24 +27,20 @@ Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& 
   return Outcome::kFound;
 }
 
-Outcome TableSource::FindUser(const std::string& name, UserRow& row) {
-  const auto users = Users();
-  return users == nullptr ? Outcome::kFailed : Pick(users->ByName(FullName(name)), row);
+Outcome TableSource::Find(const std::string& name, UserRow& row) {
+  return PickByName(Users(), FullName(name), row);
 }
 
-Outcome TableSource::FindUserById(unsigned int uid, UserRow& row) {
-  const auto users = Users();
-  return users == nullptr ? Outcome::kFailed : Pick(users->ById(uid), row);
+Outcome TableSource::Find(const std::string& name, GroupRow& row) {
+  return PickByName(Groups(), FullName(name), row);
 }
 
-Outcome TableSource::FindGroup(const std::string& name, GroupRow& row) {
-  const auto groups = Groups();
-  return groups == nullptr ? Outcome::kFailed : Pick(groups->ByName(FullName(name)), row);
+Outcome TableSource::FindById(unsigned int uid, UserRow& row) {
+  return PickById(Users(), uid, row);
 }
 
-Outcome TableSource::FindGroupById(unsigned int gid, GroupRow& row) {
-  const auto groups = Groups();
-  return groups == nullptr ? Outcome::kFailed : Pick(groups->ById(gid), row);
+Outcome TableSource::FindById(unsigned int gid, GroupRow& row) {
+  return PickById(Groups(), gid, row);
 }
 
 std::shared_ptr<const UserTable> RefusingSource::Users() {

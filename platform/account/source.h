@@ -16,7 +16,7 @@ namespace korvmailserver::account {
 
 enum class Outcome { kFound, kUnknown, kFailed };
 
-// What a look-up in a table comes to.
+// Look-ups in a table that may be null because its source failed.
 template <class Row>
 Outcome Pick(const Row* found, Row& row) {
   if (found == nullptr) {
@@ -24,6 +24,14 @@ Outcome Pick(const Row* found, Row& row) {
   }
   row = *found;
   return Outcome::kFound;
+}
+template <class TablePointer, class Row>
+Outcome PickByName(const TablePointer& table, const std::string& name, Row& row) {
+  return table == nullptr ? Outcome::kFailed : Pick(table->ByName(name), row);
+}
+template <class TablePointer, class Row>
+Outcome PickById(const TablePointer& table, unsigned int id, Row& row) {
+  return table == nullptr ? Outcome::kFailed : Pick(table->ById(id), row);
 }
 
 // A whole answer; a null table comes with the reason.
@@ -44,10 +52,10 @@ class Source {
   virtual Tables ReadAll();
 
   // `row` stays untouched unless found.
-  virtual Outcome FindUser(const std::string& name, UserRow& row) = 0;
-  virtual Outcome FindUserById(unsigned int uid, UserRow& row) = 0;
-  virtual Outcome FindGroup(const std::string& name, GroupRow& row) = 0;
-  virtual Outcome FindGroupById(unsigned int gid, GroupRow& row) = 0;
+  virtual Outcome Find(const std::string& name, UserRow& row) = 0;
+  virtual Outcome Find(const std::string& name, GroupRow& row) = 0;
+  virtual Outcome FindById(unsigned int uid, UserRow& row) = 0;
+  virtual Outcome FindById(unsigned int gid, GroupRow& row) = 0;
   // Full names of the members. Here in terms of the two tables.
   virtual Outcome ListMembers(const std::string& group, std::vector<std::string>& names);
 
@@ -60,7 +68,7 @@ class Source {
   // Steps "connect" and "bind" of an inspection; stops at the first that fails.
   virtual void Check(std::vector<AccountCheckStep>& steps) = 0;
 
-  // Why the last call failed, told once: empty when it has been taken already.
+  // Why the last call failed; empty when it has been taken already.
   std::string TakeError() { return std::exchange(error_, {}); }
 
  protected:
@@ -69,6 +77,25 @@ class Source {
     return Outcome::kFailed;
   }
 
+  // What an enumeration comes to: null when it broke off with nothing read, else the table, which
+  // knows what it lacks. `origin` names the source in the log.
+  template <class AnyTable>
+  std::shared_ptr<const AnyTable> Conclude(const std::shared_ptr<AnyTable>& table, bool whole,
+                                           const std::string& error, const std::string& origin) {
+    if (!whole && table->rows().empty()) {
+      Fail(error);
+      return nullptr;
+    }
+    if (!whole) {
+      table->CutShort(error);
+    }
+    table->Announce(origin);
+    return table;
+  }
+
+  // The users as ReadAll needs them: with all that the source can tell of their groups.
+  virtual std::shared_ptr<const UserTable> UsersWithGroups() { return Users(); }
+
  private:
   std::string error_;
 };
@@ -76,10 +103,10 @@ class Source {
 // A source whose look-ups are answered from its two tables.
 class TableSource : public Source {
  public:
-  Outcome FindUser(const std::string& name, UserRow& row) override;
-  Outcome FindUserById(unsigned int uid, UserRow& row) override;
-  Outcome FindGroup(const std::string& name, GroupRow& row) override;
-  Outcome FindGroupById(unsigned int gid, GroupRow& row) override;
+  Outcome Find(const std::string& name, UserRow& row) override;
+  Outcome Find(const std::string& name, GroupRow& row) override;
+  Outcome FindById(unsigned int uid, UserRow& row) override;
+  Outcome FindById(unsigned int gid, GroupRow& row) override;
 };
 
 class RefusingSource : public TableSource {
@@ -94,7 +121,7 @@ class RefusingSource : public TableSource {
 };
 
 // Answers everything from the first enumeration of another source, failures too. Users and groups
-// are read together, so that a member and his account are of one point in time.
+// are read together, so that members and accounts are of one point in time.
 class SnapshotSource : public TableSource {
  public:
   explicit SnapshotSource(std::shared_ptr<Source> source) : source_(std::move(source)) {}

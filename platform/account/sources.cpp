@@ -4,20 +4,15 @@
 #include <optional>
 
 #include "platform/account/file_stamp.h"
-#include "platform/include/root_path.h"
 
 namespace korvmailserver::account {
 
 namespace {
 
-// What a source is made from besides its type.
-struct Surroundings {
-  FileStamp settings_file;
-  std::string root, domain;
-};
-
+// A source and what it was made from. Another root has another settings file.
 struct LiveSource {
-  Surroundings made_from;
+  FileStamp settings_file;
+  std::string domain;
   std::shared_ptr<Source> source;
 };
 
@@ -90,12 +85,9 @@ std::shared_ptr<Source> LiveSourceFor(AUTH_TYPE type, const char* domain) {
     return std::make_shared<RefusingSource>("the mail configuration cannot be read");
   }
   LiveSource& live = Global().live[type];
-  const std::string root = RootPrefix();
-  if (live.source == nullptr || live.made_from.root != root ||
-      live.made_from.domain != domain_name ||
-      !live.made_from.settings_file.Holds(HostSettingsPath())) {
-    live.made_from = {Global().settings_file, root, domain_name};
-    live.source = Make(type, domain_name);
+  if (live.source == nullptr || live.domain != domain_name ||
+      !live.settings_file.Holds(HostSettingsPath())) {
+    live = {Global().settings_file, domain_name, Make(type, domain_name)};
   }
   return live.source;
 }

@@ -9,10 +9,10 @@
 namespace korvmailserver::account {
 
 template <class Row>
-void Table<Row>::Add(Row row) {
+const Row* Table<Row>::Add(Row row) {
   if (by_name_.count(row.name) != 0) {
     Skip("the name \"" + row.name + "\" stands there more than once", row.name);
-    return;
+    return nullptr;
   }
   rows_.push_back(std::move(row));
   Row& added = rows_.back();
@@ -29,6 +29,7 @@ void Table<Row>::Add(Row row) {
     shared_ids_++;
   }
   listed_ += added.listed ? 1 : 0;
+  return &added;
 }
 
 template <class Row>
@@ -93,13 +94,15 @@ const Row* Table<Row>::ByKey(const std::string& key) const {
 template class Table<UserRow>;
 template class Table<GroupRow>;
 
-void UserTable::IndexGroups() {
-  for (const UserRow& user : rows()) {
-    by_group_[user.gid].push_back(&user);
-    for (unsigned int gid : user.gids) {
-      if (gid != user.gid) {
-        by_group_[gid].push_back(&user);
-      }
+void UserTable::Add(UserRow row) {
+  const UserRow* added = Table<UserRow>::Add(std::move(row));
+  if (added == nullptr) {
+    return;
+  }
+  by_group_[added->gid].push_back(added);
+  for (unsigned int gid : added->gids) {
+    if (gid != added->gid) {
+      by_group_[gid].push_back(added);
     }
   }
 }

@@ -58,8 +58,8 @@ class Table {
 
   // The first of several entries with one name counts, and the answer is incomplete then: which of
   // them is meant is unknown. The first of several with one id counts too; the later ones can be
-  // looked up by name only.
-  void Add(Row row);
+  // looked up by name only. Null when the row was not taken.
+  const Row* Add(Row row);
   // An entry that could not be read. `name` may be empty, `gid` unknown.
   void Skip(const std::string& why, const std::string& name, unsigned int gid = KORV_UNKNOWN_ID);
   // The source ended its answer early.
@@ -94,11 +94,10 @@ using GroupTable = Table<GroupRow>;
 class UserTable : public Table<UserRow> {
  public:
   using Table<UserRow>::Table;
-  // Builds the index behind OfGroup; to be called once, after the last Add.
-  void IndexGroups();
+  void Add(UserRow row);
   // Users whose primary group it is or whose entry names it.
   const std::vector<const UserRow*>& OfGroup(unsigned int gid) const;
-  // Some user's groups are unknown, so that no group's members can be told.
+  // Some user's groups are unknown, and with them the members of every group.
   void HideMemberships(const std::string& why) { memberships_hidden_ = why; }
   const std::string& memberships_hidden() const { return memberships_hidden_; }
 

@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "platform/account/source.h"
-#include "platform/account/winbind_questions.h"
+#include "platform/account/winbind_query.h"
 #include "platform/include/host_settings.h"
 #include "platform/system/fold_case.h"
 
@@ -15,21 +15,18 @@ namespace korvmailserver::account {
 
 namespace {
 
-using Ask = std::function<void(const AnswerWriter&)>;
-
-// Accounts that every domain has and that are nobody's.
+// Accounts that every domain has and that belong to no person.
 bool IsBuiltIn(const std::string& full_name) {
   const std::string name = FoldCase(TrimDomainName(full_name));
   return name == "krbtgt" || name == "guest";
 }
 
-// Numbers come from the child as it printed them.
+// Our own child process has printed the number.
 unsigned int Number(const std::string& text) {
   return static_cast<unsigned int>(std::stoul(text));
 }
 
-UserRow MakeUser(const std::vector<std::string>& texts) {
-  UserRow user;
+void Fill(UserRow& user, const std::vector<std::string>& texts) {
   user.name = texts.at(0);
   user.uid = Number(texts.at(1));
   user.gid = Number(texts.at(2));
@@ -39,14 +36,18 @@ UserRow MakeUser(const std::vector<std::string>& texts) {
   for (std::string gid; std::getline(groups, gid, ',');) {
     user.gids.push_back(Number(gid));
   }
-  return user;
 }
 
-GroupRow MakeGroup(const std::vector<std::string>& texts) {
-  GroupRow group;
+void Fill(GroupRow& group, const std::vector<std::string>& texts) {
   group.name = texts.at(0);
   group.gid = Number(texts.at(1));
-  return group;
+}
+
+template <class Row>
+Row Make(const Answer& answer) {
+  Row row;
+  Fill(row, answer.texts);
+  return row;
 }
 
 class WinbindSource : public Source {
@@ -55,11 +56,10 @@ class WinbindSource : public Source {
 
   std::shared_ptr<const UserTable> Users() override { return ReadUsers(false); }
   std::shared_ptr<const GroupTable> Groups() override;
-  Tables ReadAll() override;
-  Outcome FindUser(const std::string& name, UserRow& row) override;
-  Outcome FindUserById(unsigned int uid, UserRow& row) override;
-  Outcome FindGroup(const std::string& name, GroupRow& row) override;
-  Outcome FindGroupById(unsigned int gid, GroupRow& row) override;
+  Outcome Find(const std::string& name, UserRow& row) override;
+  Outcome Find(const std::string& name, GroupRow& row) override;
+  Outcome FindById(unsigned int uid, UserRow& row) override;
+  Outcome FindById(unsigned int gid, GroupRow& row) override;
   bool MayBeInternal(const std::string& name) const override { return IsBuiltIn(name); }
   void Check(std::vector<AccountCheckStep>& steps) override;
 
@@ -68,18 +68,19 @@ class WinbindSource : public Source {
   }
 
  private:
+  std::shared_ptr<const UserTable> UsersWithGroups() override { return ReadUsers(true); }
   // Answers other than kFailed go to `take`. False and `error` when not all of them came.
-  bool Run(const Ask& ask, const std::function<void(const Answer&)>& take, std::string& error);
+  bool Run(const Query& query, const std::function<void(const Answer&)>& take, std::string& error);
   std::shared_ptr<const UserTable> ReadUsers(bool with_groups);
   template <class Row>
-  Outcome FindOne(const Ask& ask, Row (*make)(const std::vector<std::string>&), Row& row);
+  Outcome FindOne(const Query& query, Row& row);
   // The name without the domain; empty when it is another domain's.
   std::string ShortName(const std::string& name) const;
 
   std::string domain_;
 };
 
-bool WinbindSource::Run(const Ask& ask, const std::function<void(const Answer&)>& take,
+bool WinbindSource::Run(const Query& query, const std::function<void(const Answer&)>& take,
                         std::string& error) {
   HostSettings settings;
   if (!ReadHostSettings(settings, error)) {
@@ -90,7 +91,7 @@ bool WinbindSource::Run(const Ask& ask, const std::function<void(const Answer&)>
     answer.kind == winbind::kFailed ? static_cast<void>(failure = answer.texts.at(0))
                                     : take(answer);
   };
-  const bool ended = AskInChild(ask, sort, settings.winbind.timeout, error);
+  const bool ended = QueryInChild(query, sort, settings.winbind.timeout, error);
   if (!ended) {
     error = "winbindd: " + error;
   } else if (!failure.empty()) {
@@ -105,74 +106,50 @@ std::shared_ptr<const UserTable> WinbindSource::ReadUsers(bool with_groups) {
     const std::string& name = answer.texts.at(0);
     switch (answer.kind) {
       case winbind::kUser:
-        users->Add(MakeUser(answer.texts));
+        users->Add(Make<UserRow>(answer));
         break;
       case winbind::kNoMemberships:
         users->HideMemberships("the groups of \"" + name + "\" cannot be told");
         break;
       default:
-        // The controller answered, so it has no ids: nobody whom a group could lose.
+        // The controller answered, so this account has no ids, and no group loses a member by it.
         users->Skip("\"" + name + "\" is listed and cannot be looked up", "");
     }
   };
   std::string error;
-  const bool whole = Run(
-      [&](const AnswerWriter& out) { winbind::AskUsers(domain_, with_groups, out); }, take, error);
-  if (!whole && users->rows().empty()) {
-    Fail(error);
-    return nullptr;
-  }
-  if (!whole) {
-    users->CutShort(error);
-  }
-  users->Announce("Windows domain " + domain_);
-  users->IndexGroups();
-  return users;
+  const bool whole =
+      Run([&](const AnswerWriter& out) { winbind::QueryUsers(domain_, with_groups, out); }, take,
+          error);
+  return Conclude(users, whole, error, "Windows domain " + domain_);
 }
 
 std::shared_ptr<const GroupTable> WinbindSource::Groups() {
   const auto groups = std::make_shared<GroupTable>(NameCase::kFolded);
   const auto take = [&](const Answer& answer) {
-    answer.kind == winbind::kGroup
-        ? groups->Add(MakeGroup(answer.texts))
-        : groups->Skip("\"" + answer.texts.at(0) + "\" is listed and cannot be looked up",
-                       answer.texts.at(0));
+    const std::string& name = answer.texts.at(0);
+    if (answer.kind == winbind::kGroup) {
+      groups->Add(Make<GroupRow>(answer));
+    } else {
+      groups->Skip("\"" + name + "\" is listed and cannot be looked up", name);
+    }
   };
   std::string error;
   const bool whole =
-      Run([&](const AnswerWriter& out) { winbind::AskGroups(domain_, out); }, take, error);
-  if (!whole && groups->rows().empty()) {
-    Fail(error);
-    return nullptr;
-  }
-  if (!whole) {
-    groups->CutShort(error);
-  }
-  groups->Announce("Windows domain " + domain_);
-  return groups;
-}
-
-Tables WinbindSource::ReadAll() {
-  Tables tables;
-  tables.users = ReadUsers(true);
-  tables.users_error = TakeError();
-  tables.groups = Groups();
-  tables.groups_error = TakeError();
-  return tables;
+      Run([&](const AnswerWriter& out) { winbind::QueryGroups(domain_, out); }, take, error);
+  return Conclude(groups, whole, error, "Windows domain " + domain_);
 }
 
 template <class Row>
-Outcome WinbindSource::FindOne(const Ask& ask, Row (*make)(const std::vector<std::string>&),
-                               Row& row) {
+Outcome WinbindSource::FindOne(const Query& query, Row& row) {
   bool found = false;
   std::string error;
   const auto take = [&](const Answer& answer) {
     if (answer.kind != winbind::kUnknown) {
-      row = make(answer.texts);
+      row = Make<Row>(answer);
       found = true;
     }
   };
-  if (!Run(ask, take, error)) {
+  if (!Run(query, take, error)) {
     return Fail(error);
   }
   return found ? Outcome::kFound : Outcome::kUnknown;
@@ -187,40 +164,38 @@ std::string WinbindSource::ShortName(const std::string& name) const {
   return ours ? name.substr(backslash + 1) : std::string();
 }
 
-Outcome WinbindSource::FindUser(const std::string& name, UserRow& row) {
-  const std::string asked = ShortName(name);
-  return FindOne([&](const AnswerWriter& out) { winbind::AskUser(domain_, asked, out); }, MakeUser,
+Outcome WinbindSource::Find(const std::string& name, UserRow& row) {
+  const std::string short_name = ShortName(name);
+  return FindOne([&](const AnswerWriter& out) { winbind::QueryUser(domain_, short_name, out); },
                  row);
 }
 
-Outcome WinbindSource::FindUserById(unsigned int uid, UserRow& row) {
-  return FindOne([&](const AnswerWriter& out) { winbind::AskUid(domain_, uid, out); }, MakeUser,
+Outcome WinbindSource::Find(const std::string& name, GroupRow& row) {
+  const std::string short_name = ShortName(name);
+  return FindOne([&](const AnswerWriter& out) { winbind::QueryGroup(domain_, short_name, out); },
                  row);
 }
 
-Outcome WinbindSource::FindGroup(const std::string& name, GroupRow& row) {
-  const std::string asked = ShortName(name);
-  return FindOne([&](const AnswerWriter& out) { winbind::AskGroup(domain_, asked, out); },
-                 MakeGroup, row);
+Outcome WinbindSource::FindById(unsigned int uid, UserRow& row) {
+  return FindOne([&](const AnswerWriter& out) { winbind::QueryUid(domain_, uid, out); }, row);
 }
 
-Outcome WinbindSource::FindGroupById(unsigned int gid, GroupRow& row) {
-  return FindOne([&](const AnswerWriter& out) { winbind::AskGid(domain_, gid, out); }, MakeGroup,
-                 row);
+Outcome WinbindSource::FindById(unsigned int gid, GroupRow& row) {
+  return FindOne([&](const AnswerWriter& out) { winbind::QueryGid(domain_, gid, out); }, row);
 }
 
 void WinbindSource::Check(std::vector<AccountCheckStep>& steps) {
-  const auto step = [&](const char* name, const Ask& ask) {
+  const auto step = [&](const char* name, const Query& query) {
     AccountCheckStep made = {name, false, {}};
     std::string error;
     made.ok = Run(
-        ask, [&](const Answer& answer) { made.detail = answer.texts.at(0); }, error);
+        query, [&](const Answer& answer) { made.detail = answer.texts.at(0); }, error);
     made.detail = made.ok ? made.detail : error;
     steps.push_back(made);
     return made.ok;
   };
-  step("connect", winbind::AskDaemon) &&
-      step("bind", [&](const AnswerWriter& out) { winbind::AskController(domain_, out); });
+  step("connect", winbind::QueryDaemon) &&
+      step("bind", [&](const AnswerWriter& out) { winbind::QueryController(domain_, out); });
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 #include "platform/include/maillog.h"
 #include "platform/system/fold_case.h"
 
-using korvmailserver::HostSettings;
 using korvmailserver::LdapSettings;
 using korvmailserver::directory::Entry;
+using korvmailserver::directory::ReadLdapSettings;
 using korvmailserver::directory::Search;
 using korvmailserver::directory::SearchQuery;
 using korvmailserver::directory::Session;
@@ -52,31 +52,14 @@ int Failed(const std::string& text) {
   return -1;
 }
 
-bool ReadLdapSettings(LdapSettings& settings) {
-  HostSettings all;
-  std::string error;
-  if (!korvmailserver::ReadHostSettings(all, error)) {
-    Failed(error);
-    return false;
-  }
-  settings = all.ldap;
-  if (settings.uri.empty()) {
-    Failed(korvmailserver::HostSettingsPath() + ": uri is missing in [ldap]");
-    return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 int KORVLDAPHostInitByBindConfig(KORVLDAPHost** host) {
   LdapSettings settings;
-  if (!ReadLdapSettings(settings)) {
-    return -1;
-  }
   auto opened = std::make_unique<KORVLDAPHost>();
   std::string error;
-  if (!opened->session.Connect(settings, error) || !opened->session.Bind(settings, error)) {
+  if (!ReadLdapSettings(settings, error) || !opened->session.Connect(settings, error) ||
+      !opened->session.Bind(settings, error)) {
     return Failed(error);
   }
   *host = opened.release();
@@ -92,7 +75,8 @@ KORVLDAPSearchOption* KORVLDAPSearchOptionAlloc() {
 }
 
 int KORVLDAPSearchOptionGet(KORVLDAPSearchOption* option) {
-  return ReadLdapSettings(option->settings) ? 0 : -1;
+  std::string error;
+  return ReadLdapSettings(option->settings, error) ? 0 : Failed(error);
 }
 
 void KORVLDAPSearchOptionFree(KORVLDAPSearchOption* option) {
@@ -108,8 +92,8 @@ int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request, const KORVLDAPSea
   made->query.page_size = settings.page_size;
   for (int i = 0; i < KLIBCSzListCount(attributes); i++) {
     const std::string name = korvmailserver::FoldCase(KLIBCSzListGet(attributes, i));
-    if (!korvmailserver::directory::IsAttributeName(name)) {
-      continue;  // a pattern may ask for anything; such a user simply has no value
+    if (!korvmailserver::IsAttributeName(name)) {
+      continue;  // a pattern may name anything; users then have no value for it
     }
     const std::string attribute = name == "uid"    ? settings.user_name_attr
                                   : name == "mail" ? settings.user_mail_attr

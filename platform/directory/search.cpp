@@ -4,23 +4,17 @@
 
 #include "platform/directory/session.h"
 #include "platform/directory/sigpipe_guard.h"
+#include "platform/system/fold_case.h"
 
 namespace korvmailserver::directory {
 
 namespace {
 
-std::string LowerCase(std::string text) {
-  for (char& c : text) {
-    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  }
-  return text;
-}
-
 void TakeValues(LDAP* ldap, LDAPMessage* message, Entry& entry) {
   BerElement* position = nullptr;
   for (char* name = ldap_first_attribute(ldap, message, &position); name != nullptr;
        name = ldap_next_attribute(ldap, message, position)) {
-    std::vector<std::string>& values = entry.values[LowerCase(name)];
+    std::vector<std::string>& values = entry.values[FoldCase(name)];
     berval** list = ldap_get_values_len(ldap, message, name);
     for (berval** value = list; value != nullptr && *value != nullptr; value++) {
       values.emplace_back((*value)->bv_val, (*value)->bv_len);

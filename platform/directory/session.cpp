@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/directory/sigpipe_guard.h"
+#include "platform/directory/text.h"
 
 namespace korvmailserver::directory {
 
@@ -21,6 +22,18 @@ const std::string* Entry::First(const std::string& attribute) const {
   }
   const auto text = std::find_if(found->second.begin(), found->second.end(), IsText);
   return text == found->second.end() ? nullptr : &*text;
+}
+
+bool ReadLdapSettings(LdapSettings& settings, std::string& error) {
+  HostSettings all;
+  if (!ReadHostSettings(all, error)) {
+    return false;
+  }
+  settings = all.ldap;
+  if (settings.uri.empty()) {
+    error = HostSettingsPath() + ": uri is missing in [ldap]";
+  }
+  return !settings.uri.empty();
 }
 
 Session::~Session() {

@@ -16,9 +16,6 @@
 
 namespace korvmailserver::directory {
 
-// UTF-8 without zero bytes.
-bool IsText(const std::string& value);
-
 // An entry's values as the server gave them: bytes. Attribute names are in lower case.
 struct Entry {
   std::string dn;
@@ -27,6 +24,10 @@ struct Entry {
   // The first value that is UTF-8 without zero bytes; null when there is none.
   const std::string* First(const std::string& attribute) const;
 };
+
+// The [ldap] section of the host settings. False and `error` when the settings are wrong or name no
+// server.
+bool ReadLdapSettings(LdapSettings& settings, std::string& error);
 
 class Session {
  public:
@@ -96,17 +97,6 @@ class Search {
   int code_ = LDAP_SUCCESS;
   std::string error_;
 };
-
-// A letter, then letters, digits, "-" and ";": what may be asked of a directory.
-bool IsAttributeName(const std::string& name);
-
-// The filter's text for "`attribute` is `value`", with every byte that means something escaped.
-std::string Equals(const std::string& attribute, const std::string& value);
-// Both filters hold. `filter` may lack its outer brackets.
-std::string Both(const std::string& filter, const std::string& other);
-
-// One spelling for all spellings of a DN.
-std::string FoldDn(const std::string& dn);
 
 }  // namespace korvmailserver::directory
 

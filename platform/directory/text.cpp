@@ -1,12 +1,14 @@
-// The texts that directories are asked with: attribute names, filters, DNs.
-#include <unistr.h>
+#include "platform/directory/text.h"
+
+#include <ldap.h>
 
 #include <algorithm>
 
-#include "platform/directory/session.h"
+#include "platform/directory/utf8.h"
+#include "platform/include/ldap_search.h"
 #include "platform/system/fold_case.h"
 
-namespace korvmailserver::directory {
+namespace korvmailserver {
 
 namespace {
 
@@ -20,14 +22,17 @@ bool IsAttributeByte(char c) {
 
 }  // namespace
 
-bool IsText(const std::string& value) {
-  const auto* bytes = reinterpret_cast<const uint8_t*>(value.data());
-  return u8_check(bytes, value.size()) == nullptr && value.find('\0') == std::string::npos;
-}
-
 bool IsAttributeName(const std::string& name) {
   return !name.empty() && IsLetter(name[0]) &&
          std::all_of(name.begin(), name.end(), IsAttributeByte);
+}
+
+}  // namespace korvmailserver
+
+namespace korvmailserver::directory {
+
+bool IsText(const std::string& value) {
+  return IsUtf8(value) && value.find('\0') == std::string::npos;
 }
 
 std::string Equals(const std::string& attribute, const std::string& value) {

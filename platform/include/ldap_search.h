@@ -43,4 +43,12 @@ int KORVLDAPSearchGetNext(KORVLDAPSearch* search, const KORVLDAPEntry** entry);
 int KORVLDAPResultGetFirst(const KORVLDAPEntry* entry, const char* attribute, std::string& value);
 void KORVLDAPSearchFree(KORVLDAPSearch* search);
 
+namespace korvmailserver {
+
+// True when `name` is a letter, then letters, digits, "-" and ";" (RFC 4512, 2.5). Anything else is
+// kept from directories and their tools: to a tool it could be an option.
+bool IsAttributeName(const std::string& name);
+
+}  // namespace korvmailserver
+
 #endif  // PLATFORM_LDAP_SEARCH_H

@@ -5,9 +5,7 @@
 
 #include <cstdlib>
 
-#include "platform/include/account.h"
-#include "platform/include/mail_conf.h"
-#include "tests/support/fixture.h"
+#include "tests/support/account_fixture.h"
 
 namespace {
 
@@ -16,22 +14,7 @@ using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::UnorderedElementsAreArray;
 
-struct Kind {
-  AUTH_TYPE type = AUTH_LOCAL;
-  std::string primary_group = "people";
-  std::vector<std::string> primary_members = {"bob", "carol"};
-  bool nested = false;
-  bool folds_case = true;
-};
-
-using Users = std::vector<std::pair<std::string, unsigned int>>;
-
-int Collect(const char* name, unsigned int uid, void* users) {
-  static_cast<Users*>(users)->emplace_back(name, uid);
-  return 0;
-}
-
-class AccountConformance : public test::RootTest {
+class AccountConformance : public test::AccountTest {
  protected:
   void SetUp() override {
     const char* kind = getenv("ACCOUNT_KIND");
@@ -40,132 +23,87 @@ class AccountConformance : public test::RootTest {
       WriteAccounts(
           "alice:x:1001:1000:Alice Archer::\nbob:x:1002:1002:Bob Büch::\ncarol:x:1003:1002:::\n",
           "staff:x:1009:alice,bob\nempty:x:1004:\npeople:x:1002:\n");
-      kind_.folds_case = false;
-      return;
+      folds_case_ = false;
+    } else if (name == "win") {
+      UseWindowsDomain("ADEX");
+      primary_group_ = "domain users";
+      primary_members_ = {"alice", "bob", "carol"};
+      nested_ = true;
+    } else {
+      UseDirectory();
+      Set("acc_domain_name", name == "ldap-domain" ? "Example.com" : "");
+      nested_ = name == "ldap-bis";
     }
-    if (name == "win") {
-      kind_ = {AUTH_WIN, "domain users", {"alice", "bob", "carol"}, true, true};
-      Set("win_domain_short_name", "ADEX");
-      Set("account_type", "win");
-      return;
+    if (name == "ldap-bis") {
+      Configure({{"group_base", "ou=Bis,dc=example,dc=com"},
+                 {"group_filter", "(objectClass=testUnixGroup)"},
+                 {"schema", "rfc2307bis"}});
     }
-    kind_.type = AUTH_LDAP;
-    kind_.nested = name == "ldap-bis";
-    WriteLdapSettings(kind_.nested);
-    Set("acc_domain_name", name == "ldap-domain" ? "Example.com" : "");
-    Set("account_type", "ldap");
-  }
-
-  void WriteLdapSettings(bool bis) {
-    Write("/etc/mailserver-domain/reader", "readpw\n");
-    Write("/etc/mailserver-domain/host.ini",
-          std::string("[ldap]\nuri = ") + getenv("WHOLE_URI") +
-              "\nbind_dn = cn=reader,dc=example,dc=com\npassword_file = reader\n"
-              "user_base = ou=People,dc=example,dc=com\ngroup_base = " +
-              (bis ? "ou=Bis,dc=example,dc=com\ngroup_filter = (objectClass=testUnixGroup)\n"
-                     "schema = rfc2307bis\n"
-                   : "ou=Groups,dc=example,dc=com\n"));
-    ASSERT_EQ(chmod((root() + "/etc/mailserver-domain/reader").c_str(), 0600), 0);
-  }
-
-  static void Set(const char* key, const char* value) {
-    ASSERT_EQ(mailConfSet(key, value, true, 0), 0);
   }
 
   static std::string Full(const std::string& name) { return GetFullNames({name}).front(); }
 
-  static std::vector<std::string> Members(const std::string& group) {
-    KLIBCSzList list;
-    EXPECT_EQ(KORVGroupListMember(Full(group).c_str(), &list), 0) << group;
-    return list.items;
-  }
+  void CheckUsers() const;
+  void CheckGroups() const;
+  void CheckMembers() const;
 
-  Users AllUsers() {
-    Users users;
-    const long held = KLIBUserInfoEnum(kind_.type, Domain(), 0, 0xFFFFFFFFU, Collect, &users);
-    EXPECT_EQ(held, static_cast<long>(users.size()));
-    return users;
-  }
-
-  std::vector<std::string> AllGroups() {
-    PKLIBCSzList list = KLIBCSzListAlloc(1024);
-    EXPECT_GT(KLIBGroupEnum(&list, kind_.type, Domain()), 0);
-    std::vector<std::string> names = list->items;
-    KLIBCSzListFree(list);
-    return names;
-  }
-
-  const char* Domain() const { return kind_.type == AUTH_WIN ? "ADEX" : nullptr; }
-
-  void CheckUsers();
-  void CheckGroups();
-  void CheckMembers();
-
-  Kind kind_;
+  std::string primary_group_ = "people";
+  std::vector<std::string> primary_members_ = {"bob", "carol"};
+  bool nested_ = false;
+  bool folds_case_ = true;
 };
 
-void AccountConformance::CheckUsers() {
-  const Users users = AllUsers();
+void AccountConformance::CheckUsers() const {
+  const Answer users = Users();
+  EXPECT_EQ(users.held, static_cast<long>(users.names.size()));
   for (const std::string name : {"alice", "bob", "carol"}) {
-    PKORVUser user = nullptr;
-    ASSERT_EQ(KORVUserGet(Full(name).c_str(), &user), 0) << name;
-    EXPECT_EQ(user->name, Full(name));
-    EXPECT_THAT(users, Contains(std::make_pair(user->name, user->uid)));
-    const unsigned int uid = user->uid;
-    uid_t again = 0;
+    const KORVUser user = User(Full(name));
+    EXPECT_EQ(user.name, Full(name));
+    EXPECT_THAT(users.uids, Contains(std::make_pair(user.name, user.uid)));
+    uid_t uid = 0;
     gid_t gid = 0;
-    EXPECT_EQ(KORVUserGetUGID(user->name.c_str(), &again, &gid), 0);
-    EXPECT_EQ(again, uid);
-    EXPECT_EQ(gid, user->gid);
-    KORVUserFree(user);
-    ASSERT_EQ(KORVUserGetByUID(uid, &user), 0);
-    EXPECT_EQ(user->name, Full(name));
-    EXPECT_TRUE(name != "bob" || kind_.type == AUTH_WIN ||
-                user->full_name.find("Büch") != std::string::npos);
-    KORVUserFree(user);
+    EXPECT_EQ(KORVUserGetUGID(user.name.c_str(), &uid, &gid), 0);
+    EXPECT_EQ(uid, user.uid);
+    EXPECT_EQ(gid, user.gid);
+    const KORVUser same = User(uid);
+    EXPECT_EQ(same.name, Full(name));
+    EXPECT_TRUE(name != "bob" || type_ == AUTH_WIN ||
+                same.full_name.find("Büch") != std::string::npos);
     EXPECT_FALSE(KORVUserIsInternal(Full(name).c_str()));
   }
   char buffer[492];
-  EXPECT_EQ(KLIBUserRealNameGet(Full("ALICE").c_str(), buffer, sizeof(buffer)) == 0,
-            kind_.folds_case);
-  EXPECT_TRUE(!kind_.folds_case || Full("alice") == buffer);
-  PKORVUser user = nullptr;
+  EXPECT_EQ(KLIBUserRealNameGet(Full("ALICE").c_str(), buffer, sizeof(buffer)) == 0, folds_case_);
+  EXPECT_TRUE(!folds_case_ || Full("alice") == buffer);
   for (const std::string name : {"nosuch", "al*ce", ")(uid=*", ""}) {
-    EXPECT_LT(KORVUserGet(Full(name).c_str(), &user), 0) << name;
+    EXPECT_EQ(User(Full(name)).name, "") << name;
     EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_NO_SUCH_USER) << name;
   }
-  EXPECT_LT(KORVUserGetByUID(4000000000U, &user), 0);
+  EXPECT_EQ(User(4000000000U).name, "");
   EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_NO_SUCH_USER);
 }
 
-void AccountConformance::CheckGroups() {
-  EXPECT_THAT(AllGroups(), IsSupersetOf({Full("staff"), Full("empty"), Full(kind_.primary_group)}));
-  PKORVGroup group = nullptr;
-  ASSERT_EQ(KORVGroupGet(Full("staff").c_str(), &group), 0);
-  const unsigned int gid = group->gid;
-  EXPECT_EQ(group->name, Full("staff"));
-  KORVGroupFree(group);
-  ASSERT_EQ(KORVGroupGetByGID(gid, &group), 0);
-  EXPECT_EQ(group->name, Full("staff"));
-  KORVGroupFree(group);
+void AccountConformance::CheckGroups() const {
+  EXPECT_THAT(Groups(), IsSupersetOf({Full("staff"), Full("empty"), Full(primary_group_)}));
+  const KORVGroup staff = Group(Full("staff"));
+  EXPECT_EQ(staff.name, Full("staff"));
+  EXPECT_EQ(Group(staff.gid).name, Full("staff"));
   std::string description = "untouched";
-  EXPECT_EQ(KORVGroupDescGet(Full("staff").c_str(), description), 0);
+  EXPECT_EQ(KORVGroupDescGet(staff.name.c_str(), description), 0);
   EXPECT_EQ(description, "");
   EXPECT_LT(KORVGroupDescGet(Full("nosuch").c_str(), description), 0);
-  EXPECT_LT(KORVGroupGet(Full("nosuch").c_str(), &group), 0);
+  EXPECT_EQ(Group(Full("nosuch")).name, "");
   EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_NO_SUCH_GROUP);
-  KLIBCSzList list;
-  EXPECT_LT(KORVGroupListMember(Full("nosuch").c_str(), &list), 0);
+  EXPECT_EQ(Group(4000000000U).name, "");
   EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_NO_SUCH_GROUP);
+  EXPECT_THAT(Members(Full("nosuch")), ::testing::ElementsAre("failed 6144"));
 }
 
-void AccountConformance::CheckMembers() {
-  const std::vector<std::string> alice_bob = GetFullNames({"alice", "bob"});
-  EXPECT_THAT(Members("staff"), UnorderedElementsAreArray(alice_bob));
-  EXPECT_THAT(Members("empty"), IsEmpty());
-  EXPECT_THAT(Members(kind_.primary_group), IsSupersetOf(GetFullNames(kind_.primary_members)));
-  if (kind_.nested) {
-    EXPECT_THAT(Members("nested"),
+void AccountConformance::CheckMembers() const {
+  EXPECT_THAT(Members(Full("staff")), UnorderedElementsAreArray(GetFullNames({"alice", "bob"})));
+  EXPECT_THAT(Members(Full("empty")), IsEmpty());
+  EXPECT_THAT(Members(Full(primary_group_)), IsSupersetOf(GetFullNames(primary_members_)));
+  if (nested_) {
+    EXPECT_THAT(Members(Full("nested")),
                 UnorderedElementsAreArray(GetFullNames({"alice", "bob", "carol"})));
   }
 }
@@ -174,7 +112,7 @@ TEST_F(AccountConformance, AnswersFromTheSourceAndFromASnapshotAlike) {
   CheckUsers();
   CheckGroups();
   CheckMembers();
-  korvmailserver::AccountSnapshot snapshot;
+  const korvmailserver::AccountSnapshot snapshot;
   CheckUsers();
   CheckGroups();
   CheckMembers();

@@ -11,18 +11,7 @@ person() { printf 'uid=%s,ou=People,dc=example,dc=com' "$1"; }
 
 mkdir -p "$scratch/whole" "$scratch/limited"
 {
-  ldif_top
-  for i in $(seq -f %04g 1197); do
-    ldif_user People "u$i" "User $i" "3$i" 20001 "mail: u$i@example.com"
-  done
-  ldif_user People alice "Alice Archer" 10001 20001 "mail: alice@example.com" \
-    "mail: alice.archer@example.com" "department: Sales" "jpegPhoto:: //4="
-  ldif_user People bob "Bob Büch" 10002 20002 "mail: bob@example.com"
-  ldif_user People carol Carol 10003 20002
-  ldif_group Groups staff 20009 alice bob
-  ldif_group Groups empty 20004
-  ldif_group Groups people 20002
-  ldif_group Groups all 20001
+  ldif_company
   ldif_folder Bis
   ldif_dn_group Bis staff 20009 "$(person alice)" "uid=BOB, ou=People,dc=Example,dc=com"
   ldif_dn_group Bis nested 20005 "$(dn staff)" "$(person carol)" "$(dn nested)" "$(dn round)"

@@ -73,6 +73,24 @@ ldif_folder() {
   printf 'dn: ou=%s,dc=example,dc=com\nobjectClass: organizationalUnit\nou: %s\n\n' "$1" "$1"
 }
 
+# ldif_company : 1,200 people (u0001 to u1197 with the mail addresses m0001 ..., alice, bob, carol),
+# their groups staff (alice, bob), empty, people and all (the primary groups).
+ldif_company() {
+  local i
+  ldif_top
+  for i in $(seq -f %04g 1197); do
+    ldif_user People "u$i" "User $i" "3$i" 20001 "mail: m$i@example.com"
+  done
+  ldif_user People alice "Alice Archer" 10001 20001 "mail: alice.archer@example.com" \
+    "mail: alice@example.com" "department: Sales" "jpegPhoto:: //4="
+  ldif_user People bob "Bob Büch" 10002 20002 "mail: bob@elsewhere.example" "department: Öl"
+  ldif_user People carol Carol 10003 20002
+  ldif_group Groups staff 20009 alice bob
+  ldif_group Groups empty 20004
+  ldif_group Groups people 20002
+  ldif_group Groups all 20001
+}
+
 # ldif_user FOLDER UID CN UIDNUMBER GIDNUMBER [LINES...]
 ldif_user() {
   printf 'dn: uid=%s,ou=%s,dc=example,dc=com\nobjectClass: inetOrgPerson\nobjectClass: posixAccount\n' \

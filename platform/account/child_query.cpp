@@ -1,4 +1,4 @@
-#include "platform/account/asking.h"
+#include "platform/account/child_query.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -43,8 +43,7 @@ bool TakeAnswer(std::string& bytes, Answer& answer) {
   return true;
 }
 
-[[noreturn]] void RunChild(pid_t parent, int file,
-                           const std::function<void(const AnswerWriter&)>& ask) {
+[[noreturn]] void RunChild(pid_t parent, int file, const Query& query) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   signal(SIGPIPE, SIG_DFL);
   if (getppid() != parent || dup2(file, kChildFile) != kChildFile) {
@@ -52,7 +51,7 @@ bool TakeAnswer(std::string& bytes, Answer& answer) {
   }
   close_range(kChildFile + 1, ~0U, 0);
   const AnswerWriter writer(kChildFile);
-  ask(writer);
+  query(writer);
   writer.Put(kEnd);
   _exit(0);
 }
@@ -128,8 +127,8 @@ void AnswerWriter::Put(char kind, const std::vector<std::string>& texts) const {
   }
 }
 
-bool AskInChild(const std::function<void(const AnswerWriter&)>& ask,
-                const std::function<void(const Answer&)>& take, int timeout, std::string& error) {
+bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take, int timeout,
+                  std::string& error) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     error = std::string("no pipe: ") + std::strerror(errno);
@@ -138,7 +137,7 @@ bool AskInChild(const std::function<void(const AnswerWriter&)>& ask,
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child == 0) {
-    RunChild(parent, ends[1], ask);
+    RunChild(parent, ends[1], query);
   }
   const int fork_error = errno;
   close(ends[1]);

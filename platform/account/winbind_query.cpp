@@ -1,8 +1,8 @@
-// winbindd's answers need judgement: without a domain controller it says "no such name", and
-// "success, none", for accounts that exist; and its id mapping lets a group pass for a user and a
-// user for a group. So a "no" counts only while a controller answers, and every name's kind is
-// asked for.
-#include "platform/account/winbind_questions.h"
+// winbindd's answers cannot be taken as they come. Without a domain controller it says "no such
+// name", or "success, none", about accounts that exist; and its id mapping takes a group for a user
+// and a user for a group. So a "no" counts only while a controller answers, and the kind of every
+// name is looked up.
+#include "platform/account/winbind_query.h"
 
 #include <grp.h>
 #include <pwd.h>
@@ -27,6 +27,15 @@ struct WbcFree {
 template <class T>
 using WbcPointer = std::unique_ptr<T, WbcFree>;
 
+// What a look-up by name or by id finds; null when it finds nothing.
+template <class Entry, class Key>
+WbcPointer<Entry> LookUp(wbcErr (*look_up)(Key, Entry**), Key key) {
+  Entry* entry = nullptr;
+  const wbcErr code = look_up(key, &entry);
+  WbcPointer<Entry> owner(entry);
+  return code == WBC_ERR_SUCCESS ? std::move(owner) : nullptr;
+}
+
 std::string Say(const char* what, wbcErr code) {
   return std::string(what) + ": " + wbcErrorString(code);
 }
@@ -50,7 +59,7 @@ class Conversation {
     return true;
   }
 
-  // A "no" that can be believed. Else answers kFailed.
+  // True when winbindd's "no" can be believed. Else answers kFailed.
   bool ControllerAnswers() {
     if (ping_ == WBC_ERR_UNKNOWN_FAILURE) {
       ping_ = wbcPingDc(domain_.c_str(), nullptr);
@@ -67,7 +76,7 @@ class Conversation {
     }
   }
 
-  std::string Asked(const std::string& name) const { return domain_ + separator_ + name; }
+  std::string Qualified(const std::string& name) const { return domain_ + separator_ + name; }
 
   // The part behind the domain; empty for a name of another domain.
   std::string Short(const std::string& name) const {
@@ -97,16 +106,30 @@ class Conversation {
            (kind == WBC_SID_NAME_DOM_GRP || kind == WBC_SID_NAME_ALIAS);
   }
 
+  bool IsGroup(const std::string& short_name) const {
+    wbcDomainSid sid = {};
+    return GroupSid(short_name, sid);
+  }
+
   void PutUser(const passwd& user, const std::string& groups) const {
     out_.Put(kUser, {Full(user.pw_name), std::to_string(user.pw_uid), std::to_string(user.pw_gid),
                      user.pw_gecos == nullptr ? "" : user.pw_gecos, groups});
   }
 
-  // The ids of all groups of a user, those that he is in through others included. False: unknown.
-  bool GroupsOf(const std::string& asked, std::string& groups) const {
+  // The account, or that there is none.
+  void Reply(const passwd* user) { user == nullptr ? Deny() : PutUser(*user, ""); }
+
+  void Reply(const group* group) {
+    group == nullptr ? Deny()
+                     : out_.Put(kGroup, {Full(group->gr_name), std::to_string(group->gr_gid)});
+  }
+
+  // The ids of all groups of a user, also of those that hold the user through others. False: they
+  // are not known.
+  bool GroupsOf(const std::string& name, std::string& groups) const {
     uint32_t count = 0;
     gid_t* ids = nullptr;
-    const wbcErr code = wbcGetGroups(asked.c_str(), &count, &ids);
+    const wbcErr code = wbcGetGroups(name.c_str(), &count, &ids);
     const WbcPointer<gid_t> owner(ids);
     for (uint32_t i = 0; code == WBC_ERR_SUCCESS && i < count; i++) {
       groups += (i == 0 ? "" : ",") + std::to_string(ids[i]);
@@ -114,39 +137,36 @@ class Conversation {
     return code == WBC_ERR_SUCCESS;
   }
 
+  // Answers that something is missing of a listed account. False after an answer kFailed.
+  bool PutGap(char kind, const std::string& listed) {
+    if (!ControllerAnswers()) {
+      return false;
+    }
+    out_.Put(kind, {Full(listed)});
+    return true;
+  }
+
   // False after an answer kFailed.
   bool TellListedUser(const std::string& listed, bool with_groups) {
-    passwd* user = nullptr;
-    const std::string asked = Asked(Short(listed));
-    const wbcErr code = wbcGetpwnam(asked.c_str(), &user);
-    const WbcPointer<passwd> owner(user);
-    if (code != WBC_ERR_SUCCESS) {
-      if (!ControllerAnswers()) {
-        return false;
-      }
-      out_.Put(kUnresolved, {Full(listed)});
-      return true;
+    const std::string name = Qualified(Short(listed));
+    const WbcPointer<passwd> user = LookUp(wbcGetpwnam, name.c_str());
+    if (user == nullptr) {
+      return PutGap(kUnresolved, listed);
     }
     std::string groups;
-    if (with_groups && !GroupsOf(asked, groups)) {
-      if (!ControllerAnswers()) {
-        return false;
-      }
-      out_.Put(kNoMemberships, {Full(listed)});
+    if (with_groups && !GroupsOf(name, groups) && !PutGap(kNoMemberships, listed)) {
+      return false;
     }
     PutUser(*user, groups);
     return true;
   }
 
+  // False after an answer kFailed.
   bool TellListedGroup(const std::string& listed) {
     wbcDomainSid sid = {};
     gid_t gid = 0;
     if (!GroupSid(Short(listed), sid) || wbcSidToGid(&sid, &gid) != WBC_ERR_SUCCESS) {
-      if (!ControllerAnswers()) {
-        return false;
-      }
-      out_.Put(kUnresolved, {Full(listed)});
-      return true;
+      return PutGap(kUnresolved, listed);
     }
     out_.Put(kGroup, {Full(listed), std::to_string(gid)});
     return true;
@@ -184,12 +204,12 @@ class Conversation {
   std::string domain_;
   const AnswerWriter& out_;
   char separator_ = '\\';
-  wbcErr ping_ = WBC_ERR_UNKNOWN_FAILURE;  // not asked yet
+  wbcErr ping_ = WBC_ERR_UNKNOWN_FAILURE;  // not pinged yet
 };
 
 }  // namespace
 
-void AskUsers(const std::string& domain, bool with_groups, const AnswerWriter& out) {
+void QueryUsers(const std::string& domain, bool with_groups, const AnswerWriter& out) {
   Conversation talk(domain, out);
   if (talk.Begin()) {
     talk.TellAll(wbcListUsers, "the users cannot be listed",
@@ -197,7 +217,7 @@ void AskUsers(const std::string& domain, bool with_groups, const AnswerWriter& o
   }
 }
 
-void AskGroups(const std::string& domain, const AnswerWriter& out) {
+void QueryGroups(const std::string& domain, const AnswerWriter& out) {
   Conversation talk(domain, out);
   if (talk.Begin()) {
     talk.TellAll(wbcListGroups, "the groups cannot be listed",
@@ -205,70 +225,50 @@ void AskGroups(const std::string& domain, const AnswerWriter& out) {
   }
 }
 
-void AskUser(const std::string& domain, const std::string& name, const AnswerWriter& out) {
+void QueryUser(const std::string& domain, const std::string& name, const AnswerWriter& out) {
   Conversation talk(domain, out);
-  if (!talk.Begin()) {
-    return;
+  if (talk.Begin()) {
+    const std::string full_name = talk.Qualified(name);
+    const auto user = talk.IsUser(name) ? LookUp(wbcGetpwnam, full_name.c_str()) : nullptr;
+    talk.Reply(user.get());
   }
-  passwd* user = nullptr;
-  const bool found =
-      talk.IsUser(name) && wbcGetpwnam(talk.Asked(name).c_str(), &user) == WBC_ERR_SUCCESS;
-  const WbcPointer<passwd> owner(user);
-  found ? talk.PutUser(*user, "") : talk.Deny();
 }
 
-void AskUid(const std::string& domain, unsigned int uid, const AnswerWriter& out) {
+void QueryUid(const std::string& domain, unsigned int uid, const AnswerWriter& out) {
   Conversation talk(domain, out);
-  if (!talk.Begin()) {
-    return;
+  if (talk.Begin()) {
+    const auto user = LookUp(wbcGetpwuid, uid);
+    const bool found = user != nullptr && talk.IsUser(talk.Short(user->pw_name));
+    talk.Reply(found ? user.get() : nullptr);
   }
-  passwd* user = nullptr;
-  const bool found = wbcGetpwuid(uid, &user) == WBC_ERR_SUCCESS;
-  const WbcPointer<passwd> owner(user);
-  found&& talk.IsUser(talk.Short(user->pw_name)) ? talk.PutUser(*user, "") : talk.Deny();
 }
 
-void AskGroup(const std::string& domain, const std::string& name, const AnswerWriter& out) {
+void QueryGroup(const std::string& domain, const std::string& name, const AnswerWriter& out) {
   Conversation talk(domain, out);
-  if (!talk.Begin()) {
-    return;
+  if (talk.Begin()) {
+    const std::string full_name = talk.Qualified(name);
+    const auto group = talk.IsGroup(name) ? LookUp(wbcGetgrnam, full_name.c_str()) : nullptr;
+    talk.Reply(group.get());
   }
-  wbcDomainSid sid = {};
-  group* entry = nullptr;
-  const bool found =
-      talk.GroupSid(name, sid) && wbcGetgrnam(talk.Asked(name).c_str(), &entry) == WBC_ERR_SUCCESS;
-  const WbcPointer<group> owner(entry);
-  if (!found) {
-    talk.Deny();
-    return;
-  }
-  out.Put(kGroup, {talk.Full(entry->gr_name), std::to_string(entry->gr_gid)});
 }
 
-void AskGid(const std::string& domain, unsigned int gid, const AnswerWriter& out) {
+void QueryGid(const std::string& domain, unsigned int gid, const AnswerWriter& out) {
   Conversation talk(domain, out);
-  if (!talk.Begin()) {
-    return;
+  if (talk.Begin()) {
+    const auto group = LookUp(wbcGetgrgid, gid);
+    const bool found = group != nullptr && talk.IsGroup(talk.Short(group->gr_name));
+    talk.Reply(found ? group.get() : nullptr);
   }
-  wbcDomainSid sid = {};
-  group* entry = nullptr;
-  const bool found = wbcGetgrgid(gid, &entry) == WBC_ERR_SUCCESS;
-  const WbcPointer<group> owner(entry);
-  if (!found || !talk.GroupSid(talk.Short(entry->gr_name), sid)) {
-    talk.Deny();
-    return;
-  }
-  out.Put(kGroup, {talk.Full(entry->gr_name), std::to_string(gid)});
 }
 
-void AskDaemon(const AnswerWriter& out) {
+void QueryDaemon(const AnswerWriter& out) {
   Conversation talk("", out);
   if (talk.Begin()) {
     out.Put(kReady, {"winbindd answers"});
   }
 }
 
-void AskController(const std::string& domain, const AnswerWriter& out) {
+void QueryController(const std::string& domain, const AnswerWriter& out) {
   if (Conversation(domain, out).ControllerAnswers()) {
     out.Put(kReady, {"a domain controller of " + domain + " answers"});
   }
