@@ -48,7 +48,7 @@ bad 2 'exclude' domain set 1 --auto-add --no-auto-add
 # The primary domain, and questions that nobody can answer.
 bad 3 'primary' domain delete 1 --yes
 bad 3 'primary' domain delete 2 example.org --yes
-bad 2 '--yes' domain delete 2
+bad 2 'of 3 users .*--yes' domain delete 2
 bad 2 '--yes' user remove 2 erik
 bad 2 '--yes' group remove 2 books
 # What is not there.
@@ -106,4 +106,10 @@ mkdir -p "$MDOMAIN_ROOT/etc/mailserver-domain"
 printf '[local]\ncolour = red\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/host.ini"
 state >"$scratch/before"
 bad 2 'host.ini:2.*colour' domain list
+# Called internal by the host settings after it was mirrored.
+printf '[local]\ninternal = ben\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/host.ini"
+state >"$scratch/before"
+bad 3 '"ben" is an internal account' user add 2 anna ben
+bad 3 '"ben" is an internal account' user preview 2 ben
+
 finish

@@ -1,9 +1,9 @@
 // korv_bcc_map: writes the blind-copy maps of both kinds and compiles them for Postfix.
 //
 // Reads the rules, the published domains, the alias table and the users' aliases. Works in a folder
-// of its own beside the maps and replaces them when both new ones are whole; a failure keeps the
-// old ones. A map without any line is written too: Postfix stops all mail when a map that main.cf
-// names is missing. What it made, and which rules could not be written, stands in bcc_maps.json.
+// of its own beside the maps and replaces them when both new ones are whole; after a failure the
+// old ones stay. An empty map is written too: Postfix stops all mail when a map that main.cf names
+// is missing. bcc_maps.json tells what was made and which rules could not be written.
 #include <fcntl.h>
 #include <json/value.h>
 #include <json/writer.h>
@@ -69,8 +69,8 @@ std::string TargetFolder() {
   return folder;
 }
 
-// One run after the other, from reading the rules to installing the maps: a run that read older
-// rules must not install its maps last. Held on the folder itself, until the process ends.
+// Locks the folder until the process ends, so that runs follow one another from reading the rules
+// to installing the maps: a run that read older rules must not install its maps last.
 void LockFolder(const std::string& folder) {
   const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   int result = fd < 0 ? -1 : flock(fd, LOCK_EX);
@@ -153,7 +153,7 @@ void Run() {
   Write(folder + "bcc_maps.json", Json::writeString(writer, Report(maps, type, folder)) + "\n");
 }
 
-// The log lines that matter, and not only in the log: whoever runs this sees its error output.
+// Shows errors and warnings of the log on standard error too.
 void ShowLog() {
   korvmailserver::SetMailLogSink([](int level, const std::string& line) {
     if (level != MDOMAIN::BASE::kLogNotice) {

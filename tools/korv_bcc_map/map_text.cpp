@@ -12,7 +12,7 @@ namespace korv_bcc_map {
 
 namespace {
 
-// Two keys that postmap takes for one: it folds them as Unicode says, not only ASCII letters.
+// Equal for two keys that postmap takes for one: it folds all letters of Unicode.
 std::string Folded(const std::string& key) {
   std::string lower = MDOMAIN::BASE::ToLowerAscii(key);
   size_t size = 0;
@@ -52,7 +52,7 @@ void MapText::AddAccount(const BccMapEntry& entry) {
   } else if (entry.name_domain_id < 0) {
     Put(std::string(entry.name), entry);
   } else if (entry.name_domain_id != entry.domain_id) {
-    // An address of this domain has its line under the name of the domain that it is in.
+    // An address of this domain already has its line, under its own domain name.
     LeaveOut(std::string(entry.name), entry,
              "an address of domain " + std::to_string(entry.name_domain_id));
   }

@@ -1,7 +1,7 @@
-// The text of one map: every key once, with the destination of the first rule that asks for it.
+// The text of one map: every key once, with the destination of the first rule for it.
 //
-// The mail transfer agent takes one address for a key: several on a line would be read as one
-// address that does not exist. So the rules that come too late are left out and reported.
+// The mail transfer agent takes one address per key: several on a line would be read as one address
+// that does not exist. So later rules for the same key are left out and reported.
 #ifndef TOOLS_KORV_BCC_MAP_MAP_TEXT_H
 #define TOOLS_KORV_BCC_MAP_MAP_TEXT_H
 
@@ -33,7 +33,7 @@ class MapText {
 
  private:
   struct Owner {
-    const BccInfo* rule;  // compared, never looked at: it ends before the map does
+    const BccInfo* rule;  // only compared: the rule is gone before the map is
     std::string name;
     std::string value;
   };

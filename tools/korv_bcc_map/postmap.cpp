@@ -19,6 +19,7 @@ namespace {
 constexpr const char* kPostmap = "/usr/sbin/postmap";
 constexpr const char* kPostconf = "/usr/sbin/postconf";
 constexpr int kDeadline = 300;  // seconds for one run of either
+constexpr const char* kCompiledTypes[] = {"hash", "lmdb", "btree", "cdb"};
 
 struct Result {
   int status;
@@ -57,11 +58,6 @@ std::vector<std::string> Words(const Result& result) {
   return words;
 }
 
-const std::vector<std::string>& CompiledTypes() {
-  static const std::vector<std::string> types = {"hash", "lmdb", "btree", "cdb"};
-  return types;
-}
-
 void Sync(const std::string& path, int flags) {
   const int fd = open(path.c_str(), flags | O_RDONLY | O_CLOEXEC);
   const bool done = fd >= 0 && fsync(fd) == 0;
@@ -87,12 +83,12 @@ std::string MapType() {
       Words(Run(kPostconf, {"-hx", "default_database_type"}));
   const std::vector<std::string> all = Words(Run(kPostconf, {"-m"}));
   const std::set<std::string> known(all.begin(), all.end());
-  for (const std::string& type : CompiledTypes()) {
+  for (const char* type : kCompiledTypes) {
     if (!preferred.empty() && preferred.front() == type && known.count(type) != 0) {
       return type;
     }
   }
-  for (const std::string& type : CompiledTypes()) {
+  for (const char* type : kCompiledTypes) {
     if (known.count(type) != 0) {
       return type;
     }

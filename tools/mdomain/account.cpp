@@ -2,49 +2,24 @@
 #include "platform/include/account.h"
 
 #include "lib-domain/api/group.h"
-#include "lib-domain/api/user.h"
+#include "tools/mdomain/account_output.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"
 
 namespace mdomain {
 namespace {
 
-template <typename Filter>
-Filter TypedFilter(const Call& call) {
-  Filter filter;
-  filter.SetQuery(call.Text("--query"));
-  filter.SetOffset(call.Int("--offset", 0));
-  filter.SetLimit(call.Int("--limit", -1));
-  return filter;
-}
-
 void Users(Call& call) {
-  std::vector<MDOMAIN::RECORD::User> users;
-  if (!MDOMAIN::API::User().List(TypedFilter<MDOMAIN::DB::UserDBFilter>(call), users)) {
-    throw Failure(kFailed, "the users could not be read");
-  }
-  Json::Value records(Json::arrayValue);
-  for (const auto& user : users) {
-    Json::Value record;
-    record["uid"] = user.GetUID();
-    record["name"] = user.GetUserName();
-    records.append(record);
-  }
-  call.out().List(records, {{"uid", "UID"}, {"name", "NAME"}});
+  const auto filter = ListingFilter<MDOMAIN::DB::UserDBFilter>(call);
+  call.out().List(AccountsJson(ListUsers(filter)), AccountColumns());
 }
 
 void Groups(Call& call) {
-  std::vector<MDOMAIN::RECORD::Group> groups;
-  if (!MDOMAIN::API::Group().List(TypedFilter<MDOMAIN::DB::GroupDBFilter>(call), groups)) {
-    throw Failure(kFailed, "the groups could not be read");
-  }
+  const auto filter = ListingFilter<MDOMAIN::DB::GroupDBFilter>(call);
   Json::Value records(Json::arrayValue);
-  for (const auto& group : groups) {
-    Json::Value record;
-    record["gid"] = group.GetGID();
-    record["name"] = group.GetGroupName();
-    record["description"] = group.GetGroupDesc();
-    records.append(record);
+  for (const auto& group : ListGroups(filter)) {
+    records.append(DescribedGroupJson(group));
   }
   call.out().List(records, {{"gid", "GID"}, {"name", "NAME"}, {"description", "DESCRIPTION"}});
 }
@@ -55,7 +30,7 @@ void MembersOf(Call& call) {
   if (!MDOMAIN::API::Group().ListGroupToUsers(group.GetGID(), uids)) {
     throw Failure(kFailed, "the members of \"" + group.GetGroupName() + "\" could not be read");
   }
-  call.out().List(NamedUsers(uids), {{"uid", "UID"}, {"name", "NAME"}});
+  call.out().List(MirroredUsersJson(uids), AccountColumns());
 }
 
 void Check(Call& call) {
@@ -76,18 +51,14 @@ void Check(Call& call) {
   }
 }
 
-const std::vector<Argument> kListing = {
-    Option("--query", "TEXT", "Only those whose name contains TEXT"),
-    Number("--limit", "At most N of them"),
-    Number("--offset", "Skip the first N"),
-};
-
 const Register kAccount({
     "account",
     "Accounts of the account system, as mirrored",
     {
-        {"users", "List the mirrored users", "", Effect::kReads, kListing, Users},
-        {"groups", "List the mirrored groups", "", Effect::kReads, kListing, Groups},
+        {"users", "List the mirrored users", "", Effect::kReads, ListingArguments("users", "name"),
+         Users},
+        {"groups", "List the mirrored groups", "", Effect::kReads,
+         ListingArguments("groups", "name"), Groups},
         {"members",
          "List the members of a mirrored group",
          "",

@@ -5,18 +5,25 @@
 
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/base/text.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/bcc_maps.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
 
 namespace mdomain {
 namespace {
 
-const std::vector<std::pair<int, std::string>> kTypes = {
+struct RuleType {
+  int type;
+  const char* name;
+};
+
+constexpr RuleType kTypes[] = {
     {BCC_RECIPIENT, "recipient"}, {BCC_SENDER, "sender"}, {BCC_DOMAIN, "domain"}};
 
-const std::string& TypeName(int type) {
-  return kTypes[static_cast<size_t>(type)].second;
+const char* TypeName(int type) {
+  return kTypes[type].name;
 }
 
 // The type that --type names, or `fallback`.
@@ -85,12 +92,12 @@ bool SameRuleName(int type, const std::string& a, const std::string& b) {
 }
 
 bool IsNameOf(const KnownDomain& domain, const std::string& name) {
-  return SameDomainName(domain.name(), name) ||
-         std::any_of(domain.names.begin(), domain.names.end(),
+  return SameDomainName(domain.name, name) ||
+         std::any_of(domain.additional_names.begin(), domain.additional_names.end(),
                      [&](const std::string& own) { return SameDomainName(own, name); });
 }
 
-// A rule belongs to the domain of its address, so that it goes with that domain.
+// A rule belongs to the domain of its address, so that it is deleted with that domain.
 void RequireOwnName(const Domains& domains, const KnownDomain& domain, const BccInfo& rule) {
   const bool is_address = rule.name.find('@') != std::string::npos;
   if (IsNameOf(domain, DomainPart(rule.name)) || (rule.type != BCC_DOMAIN && !is_address)) {
@@ -107,7 +114,7 @@ void RequireOwnName(const Domains& domains, const KnownDomain& domain, const Bcc
 }
 
 void List(Call& call) {
-  const int domain_id = Domains().Find(call.Text("DOMAIN")).idx();
+  const int domain_id = TypedDomain(call).idx;
   const int wanted = TypeOf(call, -1);
   const std::string sort = call.Text("--sort");
   if (!sort.empty() && sort != "name" && sort != "destination") {
@@ -117,11 +124,11 @@ void List(Call& call) {
     throw Failure(kUsage, "--limit and --offset want a --type");
   }
   Json::Value rows(Json::arrayValue);
-  for (const auto& type : kTypes) {
-    if (wanted >= 0 && wanted != type.first) {
+  for (const RuleType& kind : kTypes) {
+    if (wanted >= 0 && wanted != kind.type) {
       continue;
     }
-    for (const BccInfo& rule : Read(domain_id, type.first, call)) {
+    for (const BccInfo& rule : Read(domain_id, kind.type, call)) {
       rows.append(RuleJson(rule));
     }
   }
@@ -138,7 +145,7 @@ void Add(Call& call) {
   }
   RequireOwnName(domains, domain, rule);
   std::list<BccInfo> replaced;
-  for (const BccInfo& known : Read(domain.idx(), rule.type, call)) {
+  for (const BccInfo& known : Read(domain.idx, rule.type, call)) {
     if (!SameRuleName(rule.type, known.name, rule.name)) {
       continue;
     }
@@ -148,12 +155,12 @@ void Add(Call& call) {
     }
     replaced.push_back(known);
   }
-  BCC& bcc = Rules(domain.idx());
-  if (bcc.setBCC(domain.idx(), {rule}) != 0) {
+  BCC& bcc = Rules(domain.idx);
+  if (bcc.setBCC(domain.idx, {rule}) != 0) {
     throw Failure(kFailed, "the rule could not be stored");
   }
   replaced.remove_if([&](const BccInfo& known) { return known.name == rule.name; });
-  if (!replaced.empty() && bcc.deleteBCC(domain.idx(), replaced) != 0) {
+  if (!replaced.empty() && bcc.deleteBCC(domain.idx, replaced) != 0) {
     throw Failure(kFailed, "the rule in another spelling could not be removed");
   }
   Publish(bcc);
@@ -161,9 +168,9 @@ void Add(Call& call) {
                                       " once the maps are made anew (mdomain bcc maps)");
 }
 
-// Rules of the type that a typed name means.
+// The rules of the type that the typed names mean.
 std::list<BccInfo> Find(const KnownDomain& domain, int type, const Call& call) {
-  const std::list<BccInfo> known = Read(domain.idx(), type, call);
+  const std::list<BccInfo> known = Read(domain.idx, type, call);
   std::list<BccInfo> found;
   for (const std::string& name : call.List("NAME")) {
     const size_t before = found.size();
@@ -178,7 +185,7 @@ std::list<BccInfo> Find(const KnownDomain& domain, int type, const Call& call) {
 }
 
 void Remove(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   if (call.Has("--all") != call.List("NAME").empty()) {
     throw Failure(kUsage, "give the names of rules, or --all");
   }
@@ -189,14 +196,14 @@ void Remove(Call& call) {
   } else {
     call.Confirm("Remove all " + (call.Has("--type") ? call.Text("--type") + " " : std::string()) +
                  "BCC rules of domain " + domain.Title() + "?");
-    for (const auto& type : kTypes) {
-      if (TypeOf(call, type.first) == type.first) {
-        rules.splice(rules.end(), Read(domain.idx(), type.first, call));
+    for (const RuleType& kind : kTypes) {
+      if (TypeOf(call, kind.type) == kind.type) {
+        rules.splice(rules.end(), Read(domain.idx, kind.type, call));
       }
     }
   }
-  BCC& bcc = Rules(domain.idx());
-  if (bcc.deleteBCC(domain.idx(), rules) != 0) {
+  BCC& bcc = Rules(domain.idx);
+  if (bcc.deleteBCC(domain.idx, rules) != 0) {
     throw Failure(kFailed, "the rules could not be removed");
   }
   Publish(bcc);
@@ -211,7 +218,7 @@ void Remove(Call& call) {
 }
 
 void Import(Call& call) {
-  const int domain_id = Domains().Find(call.Text("DOMAIN")).idx();
+  const int domain_id = TypedDomain(call).idx;
   const int type = TypeOf(call, BCC_RECIPIENT);
   BCC& bcc = Rules(domain_id);
   const int result = bcc.importBCC(domain_id, type, call.Text("FILE"));
@@ -227,7 +234,7 @@ void Import(Call& call) {
 }
 
 void Export(Call& call) {
-  const int domain_id = Domains().Find(call.Text("DOMAIN")).idx();
+  const int domain_id = TypedDomain(call).idx;
   const int type = TypeOf(call, BCC_RECIPIENT);
   const std::string file = call.Text("FILE");
   if (Rules(domain_id).exportBCC(domain_id, type, file) != 0) {
@@ -239,7 +246,6 @@ void Export(Call& call) {
   call.out().Done(record, record["rules"].asString() + " rules written to " + file);
 }
 
-const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
 const Argument kType = Option("--type", "TYPE",
                               "recipient (the default): mail to NAME; sender: mail from NAME; "
                               "domain: mail to and from every address of the domain");
@@ -250,9 +256,9 @@ const Register kBcc({
     {
         {"list",
          "List rules",
-         "Without --type the rules of every type.",
+         "Without --type, rules of every type.",
          Effect::kReads,
-         {kDomainArgument, kType, Option("--sort", "COLUMN", "name (the default) or destination"),
+         {DomainArgument(), kType, Option("--sort", "COLUMN", "name (the default) or destination"),
           Flag("--desc", "Descending"), Number("--limit", "At most N rules of the type"),
           Number("--offset", "Skip the first N rules of the type")},
          List},
@@ -262,7 +268,7 @@ const Register kBcc({
          "addresses there; with --type domain it is a name of the domain. An address has one "
          "destination: a rule for it comes before one for its domain.",
          Effect::kChanges,
-         {kDomainArgument, One("NAME", "Whose mail is copied"),
+         {DomainArgument(), One("NAME", "Whose mail is copied"),
           One("DESTINATION", "Who gets the copy: an address, or an account or alias of the domain"),
           kType, Flag("--replace", "Change the destination of a rule that is there")},
          Add},
@@ -270,28 +276,28 @@ const Register kBcc({
          "Remove rules",
          "--all without --type removes the rules of every type.",
          Effect::kDestroys,
-         {kDomainArgument, Any("NAME", "The name of a rule, in any spelling"), kType,
+         {DomainArgument(), Any("NAME", "The name of a rule, in any spelling"), kType,
           Flag("--all", "Every rule of the domain")},
          Remove},
         {"import",
          "Add rules from a file",
-         "One rule a line, \"NAME DESTINATION\"; lines that begin with # are skipped. A rule that "
-         "is "
-         "there gets the new destination. One bad line and nothing is imported.",
+         "One rule per line, \"NAME DESTINATION\"; lines that begin with # are skipped. A rule "
+         "that "
+         "is there gets the new destination. When a line is wrong nothing is imported.",
          Effect::kChanges,
-         {kDomainArgument, One("FILE", "The file to read"), kType},
+         {DomainArgument(), One("FILE", "The file to read"), kType},
          Import},
         {"export",
          "Write rules to a file, as import reads them",
          "",
          Effect::kReads,
-         {kDomainArgument, One("FILE", "The file to write or replace"), kType},
+         {DomainArgument(), One("FILE", "The file to write or replace"), kType},
          Export},
         {"maps",
          "Make the maps of all domains anew and compile them",
          "Shows where the maps are and the lines of main.cf that use them. Make the maps before "
-         "main.cf names them: Postfix stops all mail when one is missing. When several rules meet "
-         "on one address the first by name counts, and the others are shown.",
+         "main.cf names them: Postfix stops all mail when one is missing. When several rules are "
+         "for one address the first by name counts, and the others are shown.",
          Effect::kChangesHere,
          {},
          MakeBccMaps},

@@ -11,7 +11,7 @@
 namespace mdomain {
 namespace {
 
-// What the compiler says about its last run.
+// What the compiler wrote about its last run.
 Json::Value ReadReport() {
   const std::string path = MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json";
   std::string bytes;

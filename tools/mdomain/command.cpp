@@ -1,5 +1,5 @@
-// The table itself, and what a handler may ask of its call. Nouns register before main() begins;
-// the table is made by the first of them.
+// The table itself, and what a handler can ask its call. Nouns register before main() begins; the
+// first of them makes the table.
 #include "tools/mdomain/command.h"
 
 #include <unistd.h>

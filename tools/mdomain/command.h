@@ -1,5 +1,5 @@
-// The table of commands. Every noun stands in a file of its own and puts itself into the table with
-// a Register object; parsing, help, the manual page and docs/reference.md come from the table.
+// The table of commands. Every noun has a file of its own and puts itself into the table with a
+// Register object; parsing, help, the manual page and docs/reference.md come from the table.
 //
 // A handler reads its arguments from the Call, calls the API, and prints through the Output. It
 // ends early by throwing a Failure.
@@ -61,10 +61,10 @@ inline Argument Number(const std::string& name, const std::string& help) {
   return {name, "N", Kind::kNumber, help};
 }
 
-// What a command does to the host. Changing commands run under the lock and on the machine that
-// publishes; destructive ones must call Call::Confirm, which asks and then takes the lock. What
-// changes only files of this machine alone, made from what was published, runs under the lock on
-// every machine.
+// What a command does to the host. A changing command runs under the lock, and only on the machine
+// that publishes. A destructive one must call Call::Confirm, which asks and then takes the lock.
+// kChangesHere writes only files of this machine, made from what was published: it runs under the
+// lock on every machine.
 enum class Effect { kReads, kChanges, kChangesHere, kDestroys };
 
 class Call;
@@ -110,16 +110,18 @@ class Call {
   // The value, or the empty string when it was not given.
   std::string Text(const std::string& name) const;
   std::vector<std::string> List(const std::string& name) const;
-  // The value of a number option; a text that is no such number is wrong usage.
+  // The value of a number option, `fallback` when it was not given. A text that is not a number
+  // from 0 up is wrong usage.
   int Int(const std::string& name, int fallback) const;
 
   const GlobalOptions& options() const { return options_; }
   Output& out() { return out_; }
 
-  // Takes the lock file; held until the process ends. Refused where another machine publishes: it
-  // has the model, and what is changed here would be lost or would undo what was changed there.
+  // Takes the lock file and holds it until the process ends. Refused where another machine
+  // publishes: that one has the model, and a change here would be lost or would undo a change
+  // there.
   void Lock();
-  // The same on every machine.
+  // Takes the lock file on every machine.
   void LockHere();
   // Asks on the terminal unless --yes was given, then takes the lock. Declined: a failure. No
   // terminal and no --yes: wrong usage.

@@ -25,8 +25,8 @@ void Get(Call& call) {
   call.out().Done(Entry(key, value), value);
 }
 
-// The database of a directory's accounts is named after its domain; nothing works before that is
-// set.
+// The database of a directory's accounts is named after the directory's domain: nothing works
+// before that domain is set.
 void RemindOfAccountDomain(const std::string& key, const std::string& value) {
   const std::string wanted = value == "ldap" ? "acc_domain_name" : "win_domain_short_name";
   std::string name;
@@ -84,8 +84,8 @@ const Register kConfig({
          Get},
         {"set",
          "Set a key",
-         "The keys that publishing writes are overwritten by the next publication. Switch the "
-         "account source with account_type: local, ldap or win.",
+         "The next publication overwrites the keys that publishing writes. Switch the account "
+         "source with account_type: local, ldap or win.",
          Effect::kChanges,
          {One("KEY", "The key's name"), One("VALUE", "Its new value, which may be empty")},
          Set},

@@ -11,6 +11,7 @@
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/files.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/disclaimer_explain.h"
 #include "tools/mdomain/lookup.h"
@@ -21,15 +22,15 @@ namespace {
 
 Json::Value Read(MimeDefang& mimedefang, const KnownDomain& domain) {
   Json::Value list;
-  if (mimedefang.GetDisclaimerList(domain.idx(), list) < 0) {
+  if (mimedefang.GetDisclaimerList(domain.idx, list) < 0) {
     throw Failure(kFailed, "the disclaimers of domain " + domain.Title() + " could not be read");
   }
   return list;
 }
 
-// Also settles whether the filter must run.
+// Also decides whether the filter has to run.
 void Write(MimeDefang& mimedefang, const KnownDomain& domain, const Json::Value& list) {
-  if (mimedefang.LoadSettings() < 0 || mimedefang.SetDisclaimerList(domain.idx(), list) < 0 ||
+  if (mimedefang.LoadSettings() < 0 || mimedefang.SetDisclaimerList(domain.idx, list) < 0 ||
       mimedefang.SaveSettings() < 0) {
     throw Failure(kFailed, "the disclaimers of domain " + domain.Title() + " could not be stored");
   }
@@ -60,12 +61,12 @@ void PrintSummary(Call& call, const Json::Value& list) {
 
 void List(Call& call) {
   MimeDefang mimedefang;
-  PrintSummary(call, Read(mimedefang, Domains().Find(call.Text("DOMAIN"))));
+  PrintSummary(call, Read(mimedefang, TypedDomain(call)));
 }
 
 void Get(Call& call) {
   MimeDefang mimedefang;
-  call.out().Raw(JsonText(Read(mimedefang, Domains().Find(call.Text("DOMAIN")))));
+  call.out().Raw(JsonText(Read(mimedefang, TypedDomain(call))));
 }
 
 std::string ReadInput(const std::string& name) {
@@ -106,7 +107,7 @@ Json::Value ParseList(const std::string& bytes) {
 }
 
 void Set(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const Json::Value list = ParseList(ReadInput(call.Text("FILE")));
   MimeDefang mimedefang;
   Read(mimedefang, domain);  // what cannot be read must not be written over
@@ -114,7 +115,7 @@ void Set(Call& call) {
   PrintSummary(call, list);
 }
 
-// The places of the given ids in the list; one that is not there ends the command.
+// The places of the given ids in the list; an id that is not there ends the command.
 std::vector<Json::ArrayIndex> FindIds(const Json::Value& list,
                                       const std::vector<std::string>& texts,
                                       const KnownDomain& domain) {
@@ -135,7 +136,7 @@ std::vector<Json::ArrayIndex> FindIds(const Json::Value& list,
 }
 
 void Remove(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   MimeDefang mimedefang;
   auto places = FindIds(Read(mimedefang, domain), call.List("ID"), domain);
   call.Confirm("Remove " + Counted(places.size(), "disclaimer") + " of domain " + domain.Title() +
@@ -153,7 +154,7 @@ void Remove(Call& call) {
 }
 
 void Switch(Call& call, bool enabled) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   MimeDefang mimedefang;
   Json::Value list = Read(mimedefang, domain);
   for (const Json::ArrayIndex place : FindIds(list, call.List("ID"), domain)) {
@@ -178,59 +179,18 @@ void Generate(Call& call) {
   call.out().Raw(JsonText(config));
 }
 
-std::string RuleList(const char* list, const Json::Value& indexes) {
-  std::vector<std::string> names;
-  for (const Json::Value& index : indexes) {
-    names.push_back(std::string(list) + "[" + index.asString() + "]");
-  }
-  return MDOMAIN::BASE::Join(names, ", ");
-}
-
-std::string Reason(const Json::Value& answer) {
-  if (answer["local_recipient"].asBool()) {
-    return "disabled for local recipients";
-  }
-  if (!answer["excepted"].empty()) {
-    return RuleList("exception_rule_list", answer["excepted"]);
-  }
-  return answer["matched"].empty() ? "no match rule holds"
-                                   : RuleList("match_rule_list", answer["matched"]);
-}
-
-Json::Value ExplainRow(const Json::Value& disclaimer) {
-  Json::Value row(Json::objectValue);
-  row["id"] = disclaimer["id"];
-  row["name"] = disclaimer["name"];
-  row["applies"] = false;
-  row["reason"] = disclaimer["enabled"] == Json::Value(true) ? "invalid, left out" : "disabled";
-  row["matched"] = Json::arrayValue;
-  row["excepted"] = Json::arrayValue;
-  return row;
-}
-
 void Explain(Call& call) {
   if (!call.Has("--from") || !call.Has("--to")) {
     throw Failure(kUsage, "name a sender (--from) and a recipient (--to)");
   }
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   MimeDefang mimedefang;
   const Json::Value list = Read(mimedefang, domain);
   Json::Value config;
-  if (mimedefang.ExplainDisclaimerConfigs(domain.idx(), config) < 0) {
+  if (mimedefang.ExplainDisclaimerConfigs(domain.idx, config) < 0) {
     throw Failure(kFailed, "the conditions could not be built");
   }
-  const Json::Value answers = EvaluateDisclaimers(config, call.Text("--from"), call.Text("--to"));
-  Json::Value rows(Json::arrayValue);
-  for (const Json::Value& disclaimer : list) {
-    rows.append(ExplainRow(disclaimer));
-  }
-  for (Json::ArrayIndex i = 0; i < answers.size(); ++i) {
-    Json::Value& row = rows[config["disclaimer_list"][i]["place"].asUInt()];
-    row["applies"] = answers[i]["applies"];
-    row["reason"] = Reason(answers[i]);
-    row["matched"] = answers[i]["matched"];
-    row["excepted"] = answers[i]["excepted"];
-  }
+  const Json::Value rows = ExplainDisclaimers(list, config, call.Text("--from"), call.Text("--to"));
   call.out().List(rows,
                   {{"id", "ID"}, {"name", "NAME"}, {"applies", "APPLIES"}, {"reason", "REASON"}});
 }
@@ -257,56 +217,55 @@ void Restore(Call& call) {
   call.out().Done(record, "restored from " + call.Text("FILE"));
 }
 
-const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
 const Argument kIdArgument = Many("ID", "Ids of disclaimers");
 
 const Register kDisclaimer({
     "disclaimer",
     "Texts that the mail filter appends, and when",
     {
-        {"list", "List a domain's disclaimers", "", Effect::kReads, {kDomainArgument}, List},
+        {"list", "List a domain's disclaimers", "", Effect::kReads, {DomainArgument()}, List},
         {"get",
          "Show a domain's disclaimers as JSON",
          "With their rules and texts, in the form that set takes.",
          Effect::kReads,
-         {kDomainArgument},
+         {DomainArgument()},
          Get},
         {"set",
          "Replace a domain's disclaimers",
          "FILE holds a JSON array in the form that get shows. A member that is wrong is named by "
          "its path, and nothing is changed.",
          Effect::kChanges,
-         {kDomainArgument, One("FILE", "A file, or - for standard input")},
+         {DomainArgument(), One("FILE", "A file, or - for standard input")},
          Set},
         {"remove",
          "Remove disclaimers from a domain",
          "",
          Effect::kDestroys,
-         {kDomainArgument, kIdArgument},
+         {DomainArgument(), kIdArgument},
          Remove},
         {"enable",
          "Enable disclaimers",
          "",
          Effect::kChanges,
-         {kDomainArgument, kIdArgument},
+         {DomainArgument(), kIdArgument},
          Enable},
         {"disable",
          "Disable disclaimers",
          "",
          Effect::kChanges,
-         {kDomainArgument, kIdArgument},
+         {DomainArgument(), kIdArgument},
          Disable},
         {"generate",
          "Print the filter's configuration as JSON",
-         "Disclaimers and rules that cannot take part are named on standard error and left out.",
+         "Disclaimers and rules that cannot be used are named on standard error and left out.",
          Effect::kReads,
          {},
          Generate},
         {"explain",
-         "Tell which disclaimers apply to a message and which rule decided",
+         "Show which disclaimers apply to a message and which rule decided",
          "The conditions are evaluated by Perl exactly as the filter would.",
          Effect::kReads,
-         {kDomainArgument, Option("--from", "ADDRESS", "The sender; empty for a bounce"),
+         {DomainArgument(), Option("--from", "ADDRESS", "The sender; empty for a bounce"),
           Option("--to", "ADDRESS", "The recipient")},
          Explain},
         {"backup",

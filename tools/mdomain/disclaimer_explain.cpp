@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "lib-domain/base/text.h"
 #include "platform/include/process.h"
 #include "platform/include/scope_guard.h"
 #include "tools/mdomain/status.h"
@@ -16,7 +17,7 @@ namespace mdomain {
 namespace {
 
 // Strings are compared as UTF-8 bytes, as the filter sees them.
-const char kProgram[] = R"PERL(
+constexpr char kProgram[] = R"PERL(
 use strict; use JSON::PP;
 our (%all_domain_map, %local_domain_map, %gid_username_map);
 our ($Sender, $SenderName, $SenderDomain, $Recipient, $RecipientName, $RecipientDomain);
@@ -60,7 +61,7 @@ for my $d (@{ $config->{disclaimer_list} }) {
 print JSON::PP->new->encode(\@answers);
 )PERL";
 
-// A file that only its owner can read, removed by the guard that the caller keeps.
+// Writes a file that only its owner can read. The caller removes it.
 std::string WriteScratch(const std::string& bytes) {
   std::string path = "/tmp/mdomain-explain.XXXXXX";
   const int fd = mkstemp(path.data());
@@ -93,10 +94,9 @@ std::string RunPerl(const std::string& input_path) {
   return output;
 }
 
-}  // namespace
-
-Json::Value EvaluateDisclaimers(const Json::Value& config, const std::string& from,
-                                const std::string& to) {
+// One object per element of `config["disclaimer_list"]`, in order: "applies", "matched", "excepted"
+// and "local_recipient".
+Json::Value Evaluate(const Json::Value& config, const std::string& from, const std::string& to) {
   Json::Value input(Json::objectValue);
   input["config"] = config;
   input["from"] = from;
@@ -111,6 +111,55 @@ Json::Value EvaluateDisclaimers(const Json::Value& config, const std::string& fr
     throw Failure(kFailed, "perl gave an answer that could not be read");
   }
   return answers;
+}
+
+std::string RuleList(const char* list, const Json::Value& indexes) {
+  std::vector<std::string> names;
+  for (const Json::Value& index : indexes) {
+    names.push_back(std::string(list) + "[" + index.asString() + "]");
+  }
+  return MDOMAIN::BASE::Join(names, ", ");
+}
+
+std::string Reason(const Json::Value& answer) {
+  if (answer["local_recipient"].asBool()) {
+    return "disabled for local recipients";
+  }
+  if (!answer["excepted"].empty()) {
+    return RuleList("exception_rule_list", answer["excepted"]);
+  }
+  return answer["matched"].empty() ? "no match rule holds"
+                                   : RuleList("match_rule_list", answer["matched"]);
+}
+
+Json::Value ExplainRow(const Json::Value& disclaimer) {
+  Json::Value row(Json::objectValue);
+  row["id"] = disclaimer["id"];
+  row["name"] = disclaimer["name"];
+  row["applies"] = false;
+  row["reason"] = disclaimer["enabled"] == Json::Value(true) ? "invalid, left out" : "disabled";
+  row["matched"] = Json::arrayValue;
+  row["excepted"] = Json::arrayValue;
+  return row;
+}
+
+}  // namespace
+
+Json::Value ExplainDisclaimers(const Json::Value& list, const Json::Value& config,
+                               const std::string& from, const std::string& to) {
+  const Json::Value answers = Evaluate(config, from, to);
+  Json::Value rows(Json::arrayValue);
+  for (const Json::Value& disclaimer : list) {
+    rows.append(ExplainRow(disclaimer));
+  }
+  for (Json::ArrayIndex i = 0; i < answers.size(); ++i) {
+    Json::Value& row = rows[config["disclaimer_list"][i]["place"].asUInt()];
+    row["applies"] = answers[i]["applies"];
+    row["reason"] = Reason(answers[i]);
+    row["matched"] = answers[i]["matched"];
+    row["excepted"] = answers[i]["excepted"];
+  }
+  return rows;
 }
 
 }  // namespace mdomain

@@ -1,4 +1,5 @@
-// Which disclaimers of a domain apply to a message, and why, asked of Perl as the filter asks it.
+// Which disclaimers of a domain apply to a message, and why. Perl evaluates the conditions, as in
+// the filter.
 #ifndef TOOLS_MDOMAIN_DISCLAIMER_EXPLAIN_H
 #define TOOLS_MDOMAIN_DISCLAIMER_EXPLAIN_H
 
@@ -8,11 +9,12 @@
 
 namespace mdomain {
 
-// One object per element of `config["disclaimer_list"]` (MimeDefang::ExplainDisclaimerConfigs), in
-// order: "applies", "matched" and "excepted" (indexes of the rules that hold) and
-// "local_recipient". Ends the command when Perl cannot be run.
-Json::Value EvaluateDisclaimers(const Json::Value& config, const std::string& from,
-                                const std::string& to);
+// One object per disclaimer of `list` (MimeDefang::GetDisclaimerList), in order: "id", "name",
+// "applies", "reason", and "matched" and "excepted" with the indexes of the rules that hold.
+// `config` is that of MimeDefang::ExplainDisclaimerConfigs. Ends the command when Perl cannot be
+// run.
+Json::Value ExplainDisclaimers(const Json::Value& list, const Json::Value& config,
+                               const std::string& from, const std::string& to);
 
 }  // namespace mdomain
 

@@ -1,5 +1,5 @@
 // mdomain docs man, mdomain docs markdown: the manual page and docs/reference.md from the table of
-// commands. The noun has no help, so it stands in neither of them. scripts/update-docs writes both.
+// commands. The noun has no help, so neither of them has it. scripts/update-docs writes both.
 #include <sstream>
 
 #include "tools/mdomain/command.h"
@@ -106,7 +106,7 @@ void ForEachCommand(Begin begin, Use use) {
   }
 }
 
-// Text for the manual page: a hyphen is a minus, a line never begins with a control character.
+// Text for the manual page: a hyphen is written as a minus, and no line begins as a request.
 std::string Roff(const std::string& text) {
   std::string result;
   for (const char c : text) {

@@ -3,7 +3,9 @@
 
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/maillog.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/text.h"
@@ -28,8 +30,8 @@ Failure Refusal(const MDOMAIN::API::Domain& api, const MDOMAIN::RECORD::Domain& 
   return api.GetErrorCode() == 5633 ? Invalid(domain) : ApiFailure(api.GetErrorCode(), action);
 }
 
-// Refuses a pattern whose text around the placeholders can stand in no local part: nobody would get
-// an address by it.
+// Refuses a pattern whose text around the placeholders is not allowed in a local part: it would
+// give nobody an address.
 void RequireUsablePattern(const std::string& pattern) {
   std::string sample;
   size_t begin = 0;
@@ -48,7 +50,7 @@ void RequireUsablePattern(const std::string& pattern) {
   }
 }
 
-// Takes over what was typed; true when there was anything.
+// Puts the typed properties into the record; false when none was typed.
 bool Apply(const Call& call, MDOMAIN::RECORD::Domain& domain) {
   if (call.Has("--auto-add") && call.Has("--no-auto-add")) {
     throw Failure(kUsage, "--auto-add and --no-auto-add exclude each other");
@@ -99,14 +101,11 @@ void Migrate(Call& call) {
   if (!api.Migrate(domain, names)) {
     throw Refusal(api, domain, "migrating \"" + domain.GetDomainName() + "\"");
   }
-  PrintDone(call, Domains().Find(domain.GetDomainName()).idx(), "migrated");
+  PrintDone(call, Domains().Find(domain.GetDomainName()).idx, "migrated");
 }
 
 void List(Call& call) {
-  MDOMAIN::DB::DomainDBFilter filter;
-  filter.SetQuery(call.Text("--query"));
-  filter.SetOffset(call.Int("--offset", 0));
-  filter.SetLimit(call.Int("--limit", -1));
+  auto filter = ListingFilter<MDOMAIN::DB::DomainDBFilter>(call);
   MDOMAIN::API::Domain api;
   std::vector<MDOMAIN::RECORD::Domain> domains;
   std::map<int, std::vector<std::string>> names;
@@ -115,7 +114,7 @@ void List(Call& call) {
   }
   Json::Value records(Json::arrayValue);
   for (const MDOMAIN::RECORD::Domain& domain : domains) {
-    records.append(DomainJson({domain, names[domain.GetDomainIdx()]}));
+    records.append(DomainJson(domain, names[domain.GetDomainIdx()]));
   }
   call.out().List(records, DomainColumns());
 }
@@ -126,7 +125,7 @@ void Show(Call& call) {
 }
 
 void Set(Call& call) {
-  MDOMAIN::RECORD::Domain domain = Domains().Find(call.Text("DOMAIN")).record;
+  MDOMAIN::RECORD::Domain domain = DomainRecords({TypedDomain(call).idx}).front();
   const bool changed = Apply(call, domain);
   if (!changed && !call.Has("--name")) {
     throw Failure(kUsage, "nothing to set: give --name, --description, --pattern or --auto-add");
@@ -145,16 +144,18 @@ void Delete(Call& call) {
   const Domains domains;
   std::vector<int> idxs;
   std::string titles;
-  int users = 0;
   for (const std::string& text : call.List("DOMAIN")) {
     const KnownDomain& domain = domains.Find(text);
-    if (domain.record.IsPrimary()) {
+    if (domain.is_primary) {
       throw Failure(kRefused, "domain " + domain.Title() +
                                   " is the primary domain: make another one primary first");
     }
-    idxs.push_back(domain.idx());
+    idxs.push_back(domain.idx);
     titles += (titles.empty() ? "" : ", ") + domain.Title();
-    users += domain.record.GetUserNum();
+  }
+  int users = 0;
+  for (const MDOMAIN::RECORD::Domain& record : DomainRecords(idxs)) {
+    users += record.GetUserNum();
   }
   call.Confirm("Delete domain " + titles + " with the addresses of " +
                Counted(static_cast<size_t>(users), "user") + " and all its mail settings?");
@@ -171,14 +172,14 @@ void Delete(Call& call) {
 void Primary(Call& call) {
   if (!call.Has("DOMAIN")) {
     const Domains domains;
-    if (domains.all().empty() || !domains.all().front().record.IsPrimary()) {
+    if (domains.all().empty() || !domains.all().front().is_primary) {
       throw Failure(kNotFound, "there is no primary domain");
     }
     call.out().Record(DomainJson(domains.all().front()), DomainColumns());
     return;
   }
   call.Lock();
-  const int idx = Domains().Find(call.Text("DOMAIN")).idx();
+  const int idx = TypedDomain(call).idx;
   if (!MDOMAIN::API::Domain().SetPrimary(idx)) {
     throw Failure(kFailed, "making domain " + call.Text("DOMAIN") + " the primary one failed");
   }
@@ -189,14 +190,9 @@ const std::vector<Argument> kProperties = {
     Option("--description", "TEXT", "What the domain is for"),
     Option("--pattern", "PATTERN",
            "How aliases are made for new users: text with placeholders such as <a>, <1g>.<s>"),
-    Flag("--auto-add", "Add accounts that a refresh finds new"),
-    Flag("--no-auto-add", "Add nobody automatically"),
+    Flag("--auto-add", "Add new accounts automatically, with each refresh"),
+    Flag("--no-auto-add", "Do not add new accounts automatically"),
 };
-
-std::vector<Argument> With(std::vector<Argument> arguments, const std::vector<Argument>& more) {
-  arguments.insert(arguments.end(), more.begin(), more.end());
-  return arguments;
-}
 
 const Register kDomain({
     "domain",
@@ -206,44 +202,32 @@ const Register kDomain({
          "The first domain becomes the primary one. A new domain has the alias pattern <a> and "
          "adds new accounts automatically, unless told otherwise.",
          Effect::kChanges,
-         With({One("NAME", "The domain's name, UTF-8 or punycode"),
-               Flag("--primary",
-                    "Make it the primary domain, take in every group of the account system and "
-                    "refresh; undone if one of these fails")},
-              kProperties),
+         Joined({One("NAME", "The domain's name, UTF-8 or punycode"),
+                 Flag("--primary",
+                      "Make it the primary domain, take in every group of the account system and "
+                      "refresh; undone if one of these fails")},
+                kProperties),
          Create},
         {"migrate", "Bring a single-domain installation into the database",
-         "Without any domain this creates the primary domain as create --primary does; with one it "
+         "Without any domain this creates the primary domain as create --primary does. Otherwise "
+         "it "
          "gives the primary domain the new name and properties. It can be repeated.",
          Effect::kChanges,
-         With({One("NAME", "The domain's name"),
-               Repeated("--name", "NAME", "An additional name of the domain")},
-              kProperties),
+         Joined({One("NAME", "The domain's name"),
+                 Repeated("--name", "NAME", "An additional name of the domain")},
+                kProperties),
          Migrate},
-        {"list",
-         "List domains",
-         "",
-         Effect::kReads,
-         {Option("--query", "TEXT", "Only domains whose name or description contains TEXT"),
-          Number("--limit", "At most N domains"), Number("--offset", "Skip the first N domains")},
-         List},
-        {"show",
-         "Show one domain",
-         "",
-         Effect::kReads,
-         {One("DOMAIN", "Index or any name of the domain")},
-         Show},
+        {"list", "List domains", "", Effect::kReads,
+         ListingArguments("domains", "name or description"), List},
+        {"show", "Show one domain", "", Effect::kReads, {DomainArgument()}, Show},
         {"set", "Change a domain's name or properties",
          "A new name that differs from the old one only in letter case is refused as taken.",
          Effect::kChanges,
-         With({One("DOMAIN", "Index or any name of the domain"),
-               Option("--name", "NAME", "Its new name")},
-              kProperties),
-         Set},
+         Joined({DomainArgument(), Option("--name", "NAME", "Its new name")}, kProperties), Set},
         {"delete",
          "Delete domains",
-         "With a domain go its addresses, additional names, BCC rules, disclaimers, DKIM keys and "
-         "limits. The primary domain cannot be deleted.",
+         "A domain's addresses, additional names, BCC rules, disclaimers, DKIM keys and limits are "
+         "deleted with it. The primary domain cannot be deleted.",
          Effect::kDestroys,
          {Many("DOMAIN", "Index or any name of a domain")},
          Delete},

@@ -2,8 +2,9 @@
 #include <algorithm>
 
 #include "lib-domain/api/domain.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
-#include "tools/mdomain/domain_output.h"
+#include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
 
 namespace mdomain {
@@ -18,11 +19,11 @@ void PrintNames(Call& call, int domain_idx) {
 }
 
 void List(Call& call) {
-  PrintNames(call, Domains().Find(call.Text("DOMAIN")).idx());
+  call.out().Texts(TypedDomain(call).additional_names);
 }
 
 void Add(Call& call) {
-  const int idx = Domains().Find(call.Text("DOMAIN")).idx();
+  const int idx = TypedDomain(call).idx;
   const std::vector<std::string> names = StorableNames(call.List("NAME"));
   MDOMAIN::API::Domain api;
   if (!api.CreateAdditionalDomains(idx, names)) {
@@ -32,36 +33,35 @@ void Add(Call& call) {
 }
 
 void Set(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const std::vector<std::string> names = StorableNames(call.List("NAME"));
   MDOMAIN::API::Domain api;
-  if (!api.SetAdditionalDomains(domain.idx(), domain.names, names)) {
+  if (!api.SetAdditionalDomains(domain.idx, domain.additional_names, names)) {
     throw ApiFailure(api.GetErrorCode(), "setting the names");
   }
-  PrintNames(call, domain.idx());
+  PrintNames(call, domain.idx);
 }
 
-// Deleting compares names as they are stored, so each typed name is looked up in its own spelling.
+// Names are deleted in the spelling in which they are stored, so each typed name is looked up
+// first.
 void Remove(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   std::vector<std::string> stored;
   for (const std::string& name : call.List("NAME")) {
     const auto found =
-        std::find_if(domain.names.begin(), domain.names.end(),
+        std::find_if(domain.additional_names.begin(), domain.additional_names.end(),
                      [&](const std::string& known) { return SameDomainName(known, name); });
-    if (found == domain.names.end()) {
+    if (found == domain.additional_names.end()) {
       throw Failure(kNotFound,
                     "\"" + name + "\" is no additional name of domain " + domain.Title());
     }
     stored.push_back(*found);
   }
-  if (!MDOMAIN::API::Domain().DeleteAdditionalDomains(domain.idx(), stored)) {
+  if (!MDOMAIN::API::Domain().DeleteAdditionalDomains(domain.idx, stored)) {
     throw Failure(kFailed, "removing the names failed");
   }
-  PrintNames(call, domain.idx());
+  PrintNames(call, domain.idx);
 }
-
-const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
 
 const Register kNames({
     "domain",
@@ -72,25 +72,25 @@ const Register kNames({
          "List a domain's additional names",
          "",
          Effect::kReads,
-         {kDomainArgument},
+         {DomainArgument()},
          List},
         {"names add",
          "Add additional names",
-         "All of them or none: a name that any domain has already is refused.",
+         "All of them or none: a name that a domain already has is refused.",
          Effect::kChanges,
-         {kDomainArgument, Many("NAME", "A further name that delivers to the domain")},
+         {DomainArgument(), Many("NAME", "A further name under which the domain receives mail")},
          Add},
         {"names remove",
          "Remove additional names",
          "",
          Effect::kChanges,
-         {kDomainArgument, Many("NAME", "A name to remove, in either spelling")},
+         {DomainArgument(), Many("NAME", "A name to remove, in either spelling")},
          Remove},
         {"names set",
          "Replace all additional names",
          "Without a name the domain keeps none. When one of them is taken, the old ones stay.",
          Effect::kChanges,
-         {kDomainArgument, Any("NAME", "A further name that delivers to the domain")},
+         {DomainArgument(), Any("NAME", "A further name under which the domain receives mail")},
          Set},
     },
 });

@@ -1,24 +1,25 @@
 // The fields of a domain and the columns of its listing.
 #include "tools/mdomain/domain_output.h"
 
-#include "lib-domain/utils/domain_utils.h"
-#include "platform/include/eai.h"
-#include "tools/mdomain/status.h"
-
 namespace mdomain {
 
-Json::Value DomainJson(const KnownDomain& domain) {
+Json::Value DomainJson(const MDOMAIN::RECORD::Domain& record,
+                       const std::vector<std::string>& additional_names) {
   Json::Value json;
-  json["id"] = domain.idx();
-  json["name"] = domain.name();
-  json["description"] = domain.record.GetDomainDesc();
-  json["alias_pattern"] = domain.record.GetDefaultAliasPattern();
-  json["auto_add"] = domain.record.IsAutomaticallyAddingUsers();
-  json["primary"] = domain.record.IsPrimary();
-  json["has_duplicates"] = domain.record.IsDuplicatedAliasExist();
-  json["users"] = domain.record.GetUserNum();
-  json["additional_names"] = JsonTexts(domain.names);
+  json["id"] = record.GetDomainIdx();
+  json["name"] = record.GetDomainName();
+  json["description"] = record.GetDomainDesc();
+  json["alias_pattern"] = record.GetDefaultAliasPattern();
+  json["auto_add"] = record.IsAutomaticallyAddingUsers();
+  json["primary"] = record.IsPrimary();
+  json["has_duplicates"] = record.IsDuplicatedAliasExist();
+  json["users"] = record.GetUserNum();
+  json["additional_names"] = JsonTexts(additional_names);
   return json;
+}
+
+Json::Value DomainJson(const KnownDomain& domain) {
+  return DomainJson(DomainRecords({domain.idx}).front(), domain.additional_names);
 }
 
 std::vector<Column> DomainColumns() {
@@ -31,25 +32,6 @@ std::vector<Column> DomainColumns() {
           {"has_duplicates", "COLLISIONS"},
           {"additional_names", "ADDITIONAL NAMES"},
           {"description", "DESCRIPTION"}};
-}
-
-std::string StorableName(const std::string& typed) {
-  std::string mapped = typed;
-  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(typed)) {
-    KORV::POSTARA_SERVER::ConvertToUTF8(typed, mapped);  // leaves what is no domain as it is
-  }
-  return mapped;
-}
-
-std::vector<std::string> StorableNames(const std::vector<std::string>& typed) {
-  std::vector<std::string> names;
-  for (const std::string& text : typed) {
-    names.push_back(StorableName(text));
-    if (!MDOMAIN::UTILS::IsDomainNameValid(names.back())) {
-      throw Failure(kRefused, "\"" + text + "\" is not a valid domain name");
-    }
-  }
-  return names;
 }
 
 }  // namespace mdomain

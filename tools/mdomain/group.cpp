@@ -1,8 +1,10 @@
-// mdomain group: the groups of domains and what becomes of their members.
+// mdomain group: the groups of domains and their members.
 #include <algorithm>
 #include <tuple>
 
 #include "lib-domain/api/domain_group.h"
+#include "tools/mdomain/account_output.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/members.h"
@@ -14,13 +16,11 @@ namespace {
 using MDOMAIN::API::DomainGroup;
 using MDOMAIN::RECORD::Group;
 
-const std::vector<Column> kMemberColumns = {{"uid", "UID"}, {"name", "NAME"}};
-
 // The named groups, all of which must be groups of the domain.
 std::vector<Group> GroupsOf(const KnownDomain& domain, const std::vector<std::string>& texts) {
   std::vector<Group> groups = FindGroups(texts);
   std::vector<unsigned int> gids;
-  if (!DomainGroup().List(domain.idx(), gids)) {
+  if (!DomainGroup().List(domain.idx, gids)) {
     throw Failure(kFailed, "the groups of the domain could not be read");
   }
   for (const Group& group : groups) {
@@ -33,21 +33,16 @@ std::vector<Group> GroupsOf(const KnownDomain& domain, const std::vector<std::st
 }
 
 void List(Call& call) {
-  MDOMAIN::DB::DomainDBFilter filter("domain_group_view");
-  filter.SetDomainIdxs({Domains().Find(call.Text("DOMAIN")).idx()});
-  filter.SetQuery(call.Text("--query"));
-  filter.SetOffset(call.Int("--offset", 0));
-  filter.SetLimit(call.Int("--limit", -1));
+  const int idx = TypedDomain(call).idx;
+  auto filter = ListingFilter(call, MDOMAIN::DB::DomainDBFilter("domain_group_view"));
+  filter.SetDomainIdxs({idx});
   std::vector<MDOMAIN::RECORD::DomainGroup> groups;
   if (!DomainGroup().List(filter, groups)) {
     throw Failure(kFailed, "the groups of the domain could not be read");
   }
   Json::Value records(Json::arrayValue);
   for (const auto& group : groups) {
-    Json::Value record;
-    record["gid"] = group.GetGID();
-    record["name"] = group.GetGroupName();
-    record["description"] = group.GetGroupDesc();
+    Json::Value record = DescribedGroupJson(group);
     record["role"] = group.GetRole();
     records.append(record);
   }
@@ -57,27 +52,25 @@ void List(Call& call) {
 }
 
 void ListMembers(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const Group group = GroupsOf(domain, {call.Text("GROUP")}).front();
   std::vector<unsigned int> uids;
-  if (!DomainGroup().ListMembers(domain.idx(), group.GetGID(), uids)) {
+  if (!DomainGroup().ListMembers(domain.idx, group.GetGID(), uids)) {
     throw Failure(kFailed, "the members could not be read");
   }
-  call.out().List(NamedUsers(uids), kMemberColumns);
+  call.out().List(MirroredUsersJson(uids), AccountColumns());
 }
 
 void ShowStatus(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const Group group = GroupsOf(domain, {call.Text("GROUP")}).front();
   std::vector<std::tuple<unsigned int, std::string, std::string>> members;
-  if (!DomainGroup().GetMemberStatus(domain.idx(), group.GetGID(), members)) {
+  if (!DomainGroup().GetMemberStatus(domain.idx, group.GetGID(), members)) {
     throw Failure(kFailed, "the members' status could not be read");
   }
   Json::Value records(Json::arrayValue);
   for (const auto& [uid, name, status] : members) {
-    Json::Value record;
-    record["uid"] = uid;
-    record["name"] = name;
+    Json::Value record = AccountJson(uid, name);
     record["status"] = status;
     records.append(record);
   }
@@ -85,8 +78,9 @@ void ShowStatus(Call& call) {
 }
 
 void Add(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
-  AddMembers(call, domain, {{}, FindGroups(call.List("GROUP"))}, {});
+  const KnownDomain domain = TypedDomain(call);
+  const Members members{{}, FindGroups(call.List("GROUP"))};
+  AddMembers(call, domain, members, PreviewMembers(domain, members), {});
 }
 
 std::string Names(const std::vector<Group>& groups) {
@@ -97,19 +91,8 @@ std::string Names(const std::vector<Group>& groups) {
   return names;
 }
 
-Json::Value GroupsJson(const std::vector<Group>& groups) {
-  Json::Value array(Json::arrayValue);
-  for (const Group& group : groups) {
-    Json::Value record;
-    record["gid"] = group.GetGID();
-    record["name"] = group.GetGroupName();
-    array.append(record);
-  }
-  return array;
-}
-
 void Set(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const std::vector<Group> groups = GroupsOf(domain, call.List("GROUP"));
   const std::string role = call.Text("--role");
   if (!call.Has("--role")) {
@@ -119,32 +102,32 @@ void Set(Call& call) {
   std::vector<MDOMAIN::RECORD::DomainGroupRole> roles;
   roles.reserve(groups.size());
   for (const Group& group : groups) {
-    roles.emplace_back(domain.idx(), group.GetGID(), role);
+    roles.emplace_back(domain.idx, group.GetGID(), role);
   }
   if (!DomainGroup().Set(roles)) {
     throw Failure(kFailed, "changing " + Names(groups) + " failed");
   }
   Json::Value done;
-  done["groups"] = GroupsJson(groups);
+  done["groups"] = AccountsJson(groups);
   done["role"] = role;
   call.out().Done(done, Names(groups) + ": role " + role + " in domain " + domain.Title());
 }
 
 void Remove(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const std::vector<Group> groups = GroupsOf(domain, call.List("GROUP"));
   call.Confirm("Take " + Names(groups) + " out of domain " + domain.Title() +
                " with the addresses of the users whom no other group keeps there?");
-  if (!DomainGroup().Delete(domain.idx(), Ids(groups))) {
+  if (!DomainGroup().Delete(domain.idx, Ids(groups))) {
     throw Failure(kFailed, "removing " + Names(groups) + " failed");
   }
   Json::Value done;
-  done["removed"] = GroupsJson(groups);
+  done["removed"] = AccountsJson(groups);
   call.out().Done(done, Names(groups) + " taken out of domain " + domain.Title());
 }
 
 void Restore(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const std::vector<Group> groups = GroupsOf(domain, call.List("GROUP"));
   const std::vector<MDOMAIN::RECORD::User> users = FindUsers(call.List("--user"));
   if (!users.empty() && groups.size() != 1) {
@@ -152,18 +135,17 @@ void Restore(Call& call) {
   }
   DomainGroup api;
   const bool restored =
-      users.empty() ? api.RestoreMemberStatus(domain.idx(), Ids(groups))
-                    : api.RestoreMemberStatus(domain.idx(), groups.front().GetGID(), Ids(users));
+      users.empty() ? api.RestoreMemberStatus(domain.idx, Ids(groups))
+                    : api.RestoreMemberStatus(domain.idx, groups.front().GetGID(), Ids(users));
   if (!restored) {
     throw Failure(kFailed, "restoring members of " + Names(groups) + " failed");
   }
   Json::Value done;
-  done["groups"] = GroupsJson(groups);
-  done["users"] = NamedUsers(Ids(users));
+  done["groups"] = AccountsJson(groups);
+  done["users"] = AccountsJson(users);
   call.out().Done(done, "members of " + Names(groups) + " restored in domain " + domain.Title());
 }
 
-const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
 const Argument kGroup = One("GROUP", "Name or gid of the group");
 const Argument kGroups = Many("GROUP", "Name or gid of a group");
 
@@ -171,52 +153,47 @@ const Register kGroupNoun({
     "group",
     "Groups of domains and their members",
     {
-        {"list",
-         "List a domain's groups with their role",
-         "",
-         Effect::kReads,
-         {kDomainArgument,
-          Option("--query", "TEXT", "Only groups whose name or description contains TEXT"),
-          Number("--limit", "At most N groups"), Number("--offset", "Skip the first N groups")},
-         List},
+        {"list", "List a domain's groups with their role", "", Effect::kReads,
+         Joined({DomainArgument()}, ListingArguments("groups", "name or description")), List},
         {"members",
          "List the members of a group who are users of the domain",
          "",
          Effect::kReads,
-         {kDomainArgument, kGroup},
+         {DomainArgument(), kGroup},
          ListMembers},
         {"status",
          "Show which members of a group were removed from the domain",
          "",
          Effect::kReads,
-         {kDomainArgument, kGroup},
+         {DomainArgument(), kGroup},
          ShowStatus},
         {"add",
          "Add groups with their members to a domain",
-         "The same as user add with --group. A group that is in already gets the role normal "
-         "again.",
+         "The same as user add with --group. A group that is already in the domain gets the role "
+         "normal again.",
          Effect::kChanges,
-         {kDomainArgument, kGroups},
+         {DomainArgument(), kGroups},
          Add},
         {"set",
          "Change the role that groups give their members",
          "",
          Effect::kChanges,
-         {kDomainArgument, kGroups, Option("--role", "ROLE", "normal or domain_admin")},
+         {DomainArgument(), kGroups, Option("--role", "ROLE", "normal or domain_admin")},
          Set},
         {"remove",
          "Take groups out of a domain",
-         "Members whom no other group of the domain has lose their addresses there, also those "
-         "who had been added by name.",
+         "Members who are in no other group of the domain lose their addresses there, also those "
+         "who were added by name.",
          Effect::kDestroys,
-         {kDomainArgument, kGroups},
+         {DomainArgument(), kGroups},
          Remove},
         {"restore",
          "Take removed members of groups in again",
          "Without --user all of them. Members are restored for every group of the domain that "
-         "has them.",
+         "they are in.",
          Effect::kChanges,
-         {kDomainArgument, kGroups, Repeated("--user", "USER", "Only this member, by name or uid")},
+         {DomainArgument(), kGroups,
+          Repeated("--user", "USER", "Only this member, by name or uid")},
          Restore},
     },
 });

@@ -1,5 +1,5 @@
-// The lock is flock() on a file that stays: it goes with the process, however that ends, and an old
-// file holds nobody up.
+// The lock is flock() on a file that stays. It ends with the process, however that ends, so an old
+// file blocks nobody.
 #include "tools/mdomain/lock.h"
 
 #include <fcntl.h>
@@ -34,7 +34,7 @@ void MakeFolderOf(const std::string& path) {
   }
 }
 
-// A file that root made can be locked by the service account, too: a lock needs no right to write.
+// A lock needs no right to write: the service account can lock a file that root made.
 int OpenLockFile(const std::string& path) {
   const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
   if (fd >= 0 || errno != EACCES) {
@@ -43,7 +43,7 @@ int OpenLockFile(const std::string& path) {
   return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
 }
 
-// The holder writes its process id into the file, only so that the one who waits can name it.
+// The holder writes its process id into the file so that a waiting process can name it.
 std::string Holder(int fd) {
   char text[32] = {};
   const ssize_t length = pread(fd, text, sizeof(text) - 1, 0);

@@ -37,7 +37,7 @@ const char* Name(int level) {
   return level == MDOMAIN::BASE::kLogWarning ? "warning" : "notice";
 }
 
-// The refresh reports its statistics in notices; what follows them is the next stretch of work.
+// The refresh reports its statistics in notices; each notice ends one stretch of work.
 void FollowRefresh(const std::string& line) {
   if (line.find(" zelm_users,") != std::string::npos) {
     Status("users read, writing them and reading groups ...");

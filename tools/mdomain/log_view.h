@@ -1,4 +1,4 @@
-// Which log lines an administrator sees, and where they go besides.
+// Which log lines an administrator sees, and whether they also reach the machine's log.
 #ifndef TOOLS_MDOMAIN_LOG_VIEW_H
 #define TOOLS_MDOMAIN_LOG_VIEW_H
 
@@ -8,7 +8,7 @@ namespace mdomain {
 // prefix nothing reaches the machine's log.
 void ShowLog(bool verbose);
 
-// While one lives, standard error shows on a terminal how far a refresh is. Elsewhere it is silent.
+// While one lives, a terminal on standard error shows how far a refresh is. Elsewhere it is silent.
 class Progress {
  public:
   Progress();

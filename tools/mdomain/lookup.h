@@ -1,15 +1,13 @@
 // From what an administrator types to domains, users and groups: domains by index or any of their
-// names in either spelling, users and groups by full name, short name or id. What is not there ends
-// the command with kNotFound and a message that names it.
+// names in either spelling, users and groups by full name, short name or id. A text that names
+// nothing ends the command with kNotFound and a message that holds it.
 #ifndef TOOLS_MDOMAIN_LOOKUP_H
 #define TOOLS_MDOMAIN_LOOKUP_H
 
-#include <json/value.h>
-
-#include <map>
 #include <string>
 #include <vector>
 
+#include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/record/domain.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
@@ -17,15 +15,16 @@
 namespace mdomain {
 
 struct KnownDomain {
-  MDOMAIN::RECORD::Domain record;
-  std::vector<std::string> names;  // additional names, as stored
-  int idx() const { return record.GetDomainIdx(); }
-  std::string name() const { return record.GetDomainName(); }
+  int idx;
+  std::string name;
+  bool is_primary;
+  std::vector<std::string> additional_names;  // as stored
   // "2 (example.org)", for messages.
   std::string Title() const;
 };
 
-// Every domain with its additional names, the primary one first, read when it is built.
+// Every domain by its names, the primary one first, read when it is built. No user is counted for
+// it.
 class Domains {
  public:
   Domains();
@@ -36,8 +35,13 @@ class Domains {
   std::vector<KnownDomain> domains_;
 };
 
-// True when both spell the same domain name: ASCII case and punycode do not matter.
-bool SameDomainName(const std::string& a, const std::string& b);
+// The whole records of domains, in the order of their indexes given. Counts the users of these
+// domains: for what shows or rewrites a record.
+std::vector<MDOMAIN::RECORD::Domain> DomainRecords(const std::vector<int>& idxs);
+
+// The mirrored accounts that the filter selects.
+std::vector<MDOMAIN::RECORD::User> ListUsers(const MDOMAIN::DB::UserDBFilter& filter);
+std::vector<MDOMAIN::RECORD::Group> ListGroups(const MDOMAIN::DB::GroupDBFilter& filter);
 
 // In the order of `texts`, each once.
 std::vector<MDOMAIN::RECORD::User> FindUsers(const std::vector<std::string>& texts);
@@ -45,15 +49,11 @@ std::vector<MDOMAIN::RECORD::Group> FindGroups(const std::vector<std::string>& t
 MDOMAIN::RECORD::User FindUser(const std::string& text);
 MDOMAIN::RECORD::Group FindGroup(const std::string& text);
 
+// Names without the directory's part.
 std::vector<std::string> ShortNames(const std::vector<MDOMAIN::RECORD::User>& users);
 std::vector<std::string> ShortNames(const std::vector<MDOMAIN::RECORD::Group>& groups);
 std::vector<unsigned int> Ids(const std::vector<MDOMAIN::RECORD::User>& users);
 std::vector<unsigned int> Ids(const std::vector<MDOMAIN::RECORD::Group>& groups);
-
-// Names of all mirrored users.
-std::map<unsigned int, std::string> UserNames();
-// [{"uid": .., "name": ..}], in the order given; a uid that the mirror does not know has no name.
-Json::Value NamedUsers(const std::vector<unsigned int>& uids);
 
 }  // namespace mdomain
 

@@ -1,5 +1,7 @@
 // Users and groups from the mirror. Names are compared here and not in SQL, where a name could be
 // taken for a pattern or for a column.
+#include <algorithm>
+#include <iterator>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -18,43 +20,45 @@ using MDOMAIN::BASE::ToLowerAscii;
 using MDOMAIN::RECORD::Group;
 using MDOMAIN::RECORD::User;
 
-unsigned int Id(const User& user) {
-  return user.GetUID();
-}
-unsigned int Id(const Group& group) {
-  return group.GetGID();
-}
-std::string Name(const User& user) {
-  return user.GetUserName();
-}
-std::string Name(const Group& group) {
-  return group.GetGroupName();
-}
-constexpr const char* Kind(const User* /*type*/) {
-  return "user";
-}
-constexpr const char* Kind(const Group* /*type*/) {
-  return "group";
-}
+// What differs between users and groups.
+struct Users {
+  using Record = User;
+  using Api = MDOMAIN::API::User;
+  using Filter = MDOMAIN::DB::UserDBFilter;
+  static constexpr const char* kKind = "user";
+  static unsigned int Id(const User& user) { return user.GetUID(); }
+  static std::string Name(const User& user) { return user.GetUserName(); }
+  static Filter ById(unsigned int uid) {
+    Filter filter;
+    filter.SetUIDs({uid});
+    return filter;
+  }
+};
 
-// `query` narrows the answer to names that contain it; empty: all.
-std::vector<User> List(const std::string& query, const User* /*type*/) {
-  MDOMAIN::DB::UserDBFilter filter;
-  filter.SetQuery(query);
-  std::vector<User> users;
-  if (!MDOMAIN::API::User().List(filter, users)) {
-    throw Failure(kFailed, "the users could not be read");
+struct Groups {
+  using Record = Group;
+  using Api = MDOMAIN::API::Group;
+  using Filter = MDOMAIN::DB::GroupDBFilter;
+  static constexpr const char* kKind = "group";
+  static unsigned int Id(const Group& group) { return group.GetGID(); }
+  static std::string Name(const Group& group) { return group.GetGroupName(); }
+  static Filter ById(unsigned int gid) {
+    Filter filter;
+    filter.SetGIDs({gid});
+    return filter;
   }
-  return users;
-}
-std::vector<Group> List(const std::string& query, const Group* /*type*/) {
-  MDOMAIN::DB::GroupDBFilter filter;
-  filter.SetQuery(query);
-  std::vector<Group> groups;
-  if (!MDOMAIN::API::Group().List(filter, groups)) {
-    throw Failure(kFailed, "the groups could not be read");
+};
+
+template <typename Kind>
+using Records = std::vector<typename Kind::Record>;
+
+template <typename Kind>
+Records<Kind> List(const typename Kind::Filter& filter) {
+  Records<Kind> records;
+  if (!typename Kind::Api().List(filter, records)) {
+    throw Failure(kFailed, std::string("the ") + Kind::kKind + "s could not be read");
   }
-  return groups;
+  return records;
 }
 
 bool AccountSystemKnows(const std::string& text, bool is_user) {
@@ -75,18 +79,19 @@ bool AccountSystemKnows(const std::string& text, bool is_user) {
 }
 
 // Records by each way to name one. A full name wins over a short one, both over an id.
-template <typename Record>
+template <typename Kind>
 class Index {
  public:
-  explicit Index(std::vector<Record> records) : records_(std::move(records)) {
+  explicit Index(Records<Kind> records) : records_(std::move(records)) {
     for (size_t i = 0; i < records_.size(); ++i) {
-      by_name_.emplace(ToLowerAscii(Name(records_[i])), i);
-      by_short_name_.emplace(ToLowerAscii(TrimDomainName(Name(records_[i]))), i);
-      by_id_.emplace(Id(records_[i]), i);
+      const std::string name = Kind::Name(records_[i]);
+      by_name_.emplace(ToLowerAscii(name), i);
+      by_short_name_.emplace(ToLowerAscii(TrimDomainName(name)), i);
+      by_id_.emplace(Kind::Id(records_[i]), i);
     }
   }
 
-  const Record* Find(const std::string& text) const {
+  const typename Kind::Record* Find(const std::string& text) const {
     const std::string key = ToLowerAscii(text);
     if (const auto found = by_name_.find(key); found != by_name_.end()) {
       return &records_[found->second];
@@ -104,16 +109,15 @@ class Index {
   }
 
  private:
-  std::vector<Record> records_;
+  Records<Kind> records_;
   std::unordered_map<std::string, size_t> by_name_;
   std::unordered_map<std::string, size_t> by_short_name_;
   std::unordered_map<unsigned int, size_t> by_id_;
 };
 
-template <typename Record>
+template <typename Kind>
 [[noreturn]] void Unknown(const std::string& text) {
-  const Record* type = nullptr;
-  const std::string kind = Kind(type);
+  const std::string kind = Kind::kKind;
   std::string message = "there is no " + kind + " \"" + text + "\"";
   if (AccountSystemKnows(text, kind == "user")) {
     message += " in the mirror yet, only in the account system: run mdomain refresh";
@@ -121,55 +125,77 @@ template <typename Record>
   throw Failure(kNotFound, message);
 }
 
-// One name asks for the few records that contain it; many names read the mirror once.
-template <typename Record>
-std::vector<Record> FindAll(const std::vector<std::string>& texts) {
+// The records whose name contains the text, and the one whose id it is.
+template <typename Kind>
+Records<Kind> ListLike(const std::string& text) {
+  typename Kind::Filter by_name;
+  by_name.SetQuery(text);
+  Records<Kind> records = List<Kind>(by_name);
   unsigned int id = 0;
-  const bool narrow = texts.size() == 1 && !MDOMAIN::BASE::ConvertToUID(texts[0], id);
-  const Record* type = nullptr;
-  const Index<Record> index(texts.empty() ? std::vector<Record>()
-                                          : List(narrow ? texts[0] : "", type));
-  std::vector<Record> found;
+  if (MDOMAIN::BASE::ConvertToUID(text, id)) {
+    const Records<Kind> with_id = List<Kind>(Kind::ById(id));
+    records.insert(records.end(), with_id.begin(), with_id.end());
+  }
+  return records;
+}
+
+// The records among which the texts are looked for. For one text these are few; many texts read the
+// mirror once.
+template <typename Kind>
+Records<Kind> Candidates(const std::vector<std::string>& texts) {
+  if (texts.empty() || (texts.size() == 1 && texts[0].empty())) {
+    return {};
+  }
+  return texts.size() == 1 ? ListLike<Kind>(texts[0]) : List<Kind>(typename Kind::Filter());
+}
+
+template <typename Kind>
+Records<Kind> FindAll(const std::vector<std::string>& texts) {
+  const Index<Kind> index(Candidates<Kind>(texts));
+  Records<Kind> found;
   std::unordered_set<unsigned int> seen;
   for (const std::string& text : texts) {
-    const Record* record = text.empty() ? nullptr : index.Find(text);
+    const auto* record = text.empty() ? nullptr : index.Find(text);
     if (record == nullptr) {
-      Unknown<Record>(text);
+      Unknown<Kind>(text);
     }
-    if (seen.insert(Id(*record)).second) {
+    if (seen.insert(Kind::Id(*record)).second) {
       found.push_back(*record);
     }
   }
   return found;
 }
 
-template <typename Record>
-std::vector<std::string> ShortNamesOf(const std::vector<Record>& records) {
+template <typename Kind>
+std::vector<std::string> ShortNamesOf(const Records<Kind>& records) {
   std::vector<std::string> names;
-  names.reserve(records.size());
-  for (const Record& record : records) {
-    names.push_back(TrimDomainName(Name(record)));
+  for (const auto& record : records) {
+    names.push_back(TrimDomainName(Kind::Name(record)));
   }
   return names;
 }
 
-template <typename Record>
-std::vector<unsigned int> IdsOf(const std::vector<Record>& records) {
+template <typename Kind>
+std::vector<unsigned int> IdsOf(const Records<Kind>& records) {
   std::vector<unsigned int> ids;
-  ids.reserve(records.size());
-  for (const Record& record : records) {
-    ids.push_back(Id(record));
-  }
+  std::transform(records.begin(), records.end(), std::back_inserter(ids), Kind::Id);
   return ids;
 }
 
 }  // namespace
 
+std::vector<User> ListUsers(const MDOMAIN::DB::UserDBFilter& filter) {
+  return List<Users>(filter);
+}
+std::vector<Group> ListGroups(const MDOMAIN::DB::GroupDBFilter& filter) {
+  return List<Groups>(filter);
+}
+
 std::vector<User> FindUsers(const std::vector<std::string>& texts) {
-  return FindAll<User>(texts);
+  return FindAll<Users>(texts);
 }
 std::vector<Group> FindGroups(const std::vector<std::string>& texts) {
-  return FindAll<Group>(texts);
+  return FindAll<Groups>(texts);
 }
 User FindUser(const std::string& text) {
   return FindUsers({text}).front();
@@ -179,39 +205,16 @@ Group FindGroup(const std::string& text) {
 }
 
 std::vector<std::string> ShortNames(const std::vector<User>& users) {
-  return ShortNamesOf(users);
+  return ShortNamesOf<Users>(users);
 }
 std::vector<std::string> ShortNames(const std::vector<Group>& groups) {
-  return ShortNamesOf(groups);
+  return ShortNamesOf<Groups>(groups);
 }
 std::vector<unsigned int> Ids(const std::vector<User>& users) {
-  return IdsOf(users);
+  return IdsOf<Users>(users);
 }
 std::vector<unsigned int> Ids(const std::vector<Group>& groups) {
-  return IdsOf(groups);
-}
-
-std::map<unsigned int, std::string> UserNames() {
-  std::map<unsigned int, std::string> names;
-  const User* type = nullptr;
-  for (const User& user : List("", type)) {
-    names.emplace(user.GetUID(), user.GetUserName());
-  }
-  return names;
-}
-
-Json::Value NamedUsers(const std::vector<unsigned int>& uids) {
-  Json::Value array(Json::arrayValue);
-  const std::map<unsigned int, std::string> names =
-      uids.empty() ? std::map<unsigned int, std::string>() : UserNames();
-  for (const unsigned int uid : uids) {
-    Json::Value user;
-    user["uid"] = uid;
-    const auto name = names.find(uid);
-    user["name"] = name == names.end() ? "" : name->second;
-    array.append(user);
-  }
-  return array;
+  return IdsOf<Groups>(groups);
 }
 
 }  // namespace mdomain

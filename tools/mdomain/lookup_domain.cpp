@@ -3,40 +3,35 @@
 
 #include "lib-domain/api/domain.h"
 #include "lib-domain/base/text.h"
-#include "platform/include/eai.h"
+#include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
 namespace {
 
-std::string AsciiForm(const std::string& name) {
-  std::string ascii;
-  if (KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0) {
-    ascii = name;
-  }
-  return MDOMAIN::BASE::ToLowerAscii(ascii);
+using MDOMAIN::RECORD::Domain;
+
+[[noreturn]] void Unknown(const std::string& text) {
+  throw Failure(kNotFound, "there is no domain \"" + text + "\"");
 }
 
 }  // namespace
 
 std::string KnownDomain::Title() const {
-  return std::to_string(idx()) + " (" + name() + ")";
-}
-
-bool SameDomainName(const std::string& a, const std::string& b) {
-  return AsciiForm(a) == AsciiForm(b);
+  return std::to_string(idx) + " (" + name + ")";
 }
 
 Domains::Domains() {
-  std::vector<MDOMAIN::RECORD::Domain> records;
+  std::vector<Domain> records;
   std::map<int, std::vector<std::string>> names;
   MDOMAIN::API::Domain api;
-  if (!MDOMAIN::API::INTERNAL::GetAllDomains(records) || !api.ListAllAdditionalDomains(names)) {
+  if (!MDOMAIN::API::INTERNAL::GetAllDomainNames(records) || !api.ListAllAdditionalDomains(names)) {
     throw Failure(kFailed, "the domains could not be read");
   }
-  for (const MDOMAIN::RECORD::Domain& record : records) {
-    domains_.push_back({record, names[record.GetDomainIdx()]});
+  for (const Domain& record : records) {
+    const int idx = record.GetDomainIdx();
+    domains_.push_back({idx, record.GetDomainName(), record.IsPrimary(), names[idx]});
   }
 }
 
@@ -46,13 +41,33 @@ const KnownDomain& Domains::Find(const std::string& text) const {
   const std::string wanted = AsciiForm(text);
   auto matches = [&](const std::string& name) { return AsciiForm(name) == wanted; };
   for (const KnownDomain& domain : domains_) {
-    if (is_index ? domain.idx() == idx
-                 : matches(domain.name()) ||
-                       std::any_of(domain.names.begin(), domain.names.end(), matches)) {
+    if (is_index ? domain.idx == idx
+                 : matches(domain.name) || std::any_of(domain.additional_names.begin(),
+                                                       domain.additional_names.end(), matches)) {
       return domain;
     }
   }
-  throw Failure(kNotFound, "there is no domain \"" + text + "\"");
+  Unknown(text);
+}
+
+std::vector<Domain> DomainRecords(const std::vector<int>& idxs) {
+  MDOMAIN::DB::DomainDBFilter filter;
+  filter.SetDomainIdxs(idxs);
+  filter.SetLimit(-1);
+  std::vector<Domain> found;
+  if (!MDOMAIN::API::Domain().List(filter, found)) {
+    throw Failure(kFailed, "the domains could not be read");
+  }
+  std::vector<Domain> records;
+  for (const int idx : idxs) {
+    const auto record = std::find_if(
+        found.begin(), found.end(), [idx](const Domain& one) { return one.GetDomainIdx() == idx; });
+    if (record == found.end()) {
+      Unknown(std::to_string(idx));
+    }
+    records.push_back(*record);
+  }
+  return records;
 }
 
 }  // namespace mdomain

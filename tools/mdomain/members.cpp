@@ -1,11 +1,13 @@
-// Preview and adding go together: whoever is added gets exactly what the preview shows.
+// Preview and adding go together: each user who is added gets what the preview shows.
 #include "tools/mdomain/members.h"
 
 #include <iostream>
 #include <map>
+#include <unordered_set>
 
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "platform/include/account.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
 
@@ -39,7 +41,7 @@ std::vector<DomainUserAlias> WantedAliases(const std::vector<DomainUser>& users,
   return wanted;
 }
 
-// Everybody who was taken in, with the aliases that were new.
+// All users who were added, with the aliases that are new.
 Json::Value Added(const std::vector<DomainUser>& users,
                   const std::vector<DomainUserAlias>& aliases) {
   std::map<unsigned int, Json::Value> new_aliases;
@@ -57,6 +59,22 @@ Json::Value Added(const std::vector<DomainUser>& users,
   return records;
 }
 
+// A preview leaves out internal accounts, which no domain takes. Only who is not in it is looked
+// at: the account system was asked about the others already.
+void RefuseInternal(const std::vector<MDOMAIN::RECORD::User>& users,
+                    const std::vector<DomainUser>& preview) {
+  std::unordered_set<unsigned int> shown;
+  for (const DomainUser& user : preview) {
+    shown.insert(user.GetUID());
+  }
+  for (const auto& user : users) {
+    if (shown.count(user.GetUID()) == 0 && KORVUserIsInternal(user.GetUserName().c_str())) {
+      throw Failure(kRefused, "\"" + user.GetUserName() +
+                                  "\" is an internal account and cannot be in a domain");
+    }
+  }
+}
+
 }  // namespace
 
 std::vector<DomainUser> PreviewMembers(const KnownDomain& domain, const Members& members) {
@@ -68,17 +86,17 @@ std::vector<DomainUser> PreviewMembers(const KnownDomain& domain, const Members&
     entries.emplace_back("group", name);
   }
   std::vector<DomainUser> preview;
-  if (!MDOMAIN::API::DomainUser().Preview(domain.idx(), entries, preview)) {
+  if (!MDOMAIN::API::DomainUser().Preview(domain.idx, entries, preview)) {
     throw Failure(kFailed, "the aliases for domain " + domain.Title() + " could not be made");
   }
+  RefuseInternal(members.users, preview);
   return preview;
 }
 
 void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
-                const std::vector<std::string>& aliases) {
-  const std::vector<DomainUser> preview = PreviewMembers(domain, members);
+                const std::vector<DomainUser>& preview, const std::vector<std::string>& aliases) {
   std::vector<DomainUserAlias> added = WantedAliases(preview, aliases);
-  if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx(), ShortNames(members.users),
+  if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx, ShortNames(members.users),
                                              ShortNames(members.groups), added)) {
     throw Failure(kFailed, "adding to domain " + domain.Title() + " failed");
   }

@@ -16,15 +16,18 @@ struct Members {
   std::vector<MDOMAIN::RECORD::Group> groups;
 };
 
-// The users, the groups' members among them, with the aliases that the domain's pattern gives them.
+// The users and the groups' members, with the aliases that the domain's pattern gives them. Refuses
+// an internal account among the users.
 std::vector<MDOMAIN::RECORD::DomainUser> PreviewMembers(const KnownDomain& domain,
                                                         const Members& members);
 
-// Adds them and prints who got which alias. `aliases` replace the pattern's when not empty.
+// Adds them and prints who got which alias: those of `preview`, which is PreviewMembers', or
+// `aliases` if there are any.
 void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
+                const std::vector<MDOMAIN::RECORD::DomainUser>& preview,
                 const std::vector<std::string>& aliases);
 
-// Refuses a text that is no role.
+// Refuses a text that is not a role.
 void RequireRole(const std::string& role);
 
 }  // namespace mdomain

@@ -54,8 +54,8 @@ PublishedFiles Published() {
   return files;
 }
 
-// Pulls the files; false when one of them could not be. Rows whose result is not `left_out` go to
-// the output.
+// Pulls the files; false when one could not be pulled. Prints the rows whose result is not
+// `left_out`.
 bool Pull(Call& call, const PublishedFiles& files, const char* left_out,
           std::vector<PullResult>& results) {
   results = korvmailserver::PullPublishedFiles(files);
@@ -85,7 +85,7 @@ void PullOnce(Call& call) {
   }
 }
 
-// Files are looked at again only when another content, or one elsewhere, was published.
+// Looks at a file again only when its published content, place or machine has changed.
 [[noreturn]] void Watch(Call& call, unsigned interval) {
   std::map<std::string, std::string> done;
   for (;; sleep(interval)) {
@@ -203,15 +203,15 @@ void TakeOver(Call& call) {
 
 const Register kNode({
     "node",
-    "Machines that share a key store, and the files that they get through it",
+    "Machines that share a key store, and the files that they get from it",
     {
         {"pull",
          "Fetch the published files and put them where this machine's programs read them",
          "A reader sees the old or the new file, whole. Files that this machine publishes itself "
          "are left alone. With --watch it goes on until it is ended, shows what it replaced, and "
-         "outlives a key store that is away.",
+         "waits for a key store that does not answer.",
          Effect::kReads,
-         {Flag("--watch", "Fetch what is published from now on too"),
+         {Flag("--watch", "Go on and fetch what is published later"),
           Number("--interval", "Seconds between two looks at the key store (5)")},
          PullFiles},
         {"status",
@@ -224,10 +224,11 @@ const Register kNode({
         {"take-over",
          "Manage the domains on this machine instead of another",
          "Pulls what is published and publishes it as this machine's own. From then on commands "
-         "that change something are refused on the other machine. What the other one did not "
-         "publish any more is lost: with --keep the files are published as they are here.",
+         "that change something are refused on the other machine. Changes that the other machine "
+         "has not published are lost. With --keep this machine's files are published as they "
+         "are.",
          Effect::kDestroys,
-         {Flag("--keep", "Publish this machine's files, and do not pull before")},
+         {Flag("--keep", "Do not pull first")},
          TakeOver},
     },
 });

@@ -61,8 +61,8 @@ std::string Aligned(const std::vector<std::vector<std::string>>& lines) {
   return text;
 }
 
-// A value without elements on one line. JsonCpp writes bytes that are no UTF-8 as they stand, and a
-// reader would refuse the whole text: they are replaced.
+// A value without elements, on one line. Bytes that are not UTF-8 are replaced: JsonCpp writes them
+// as they are, and a reader would refuse the whole text.
 std::string JsonScalar(const Json::Value& value) {
   static const auto writer = [] {
     Json::StreamWriterBuilder builder;
@@ -75,7 +75,7 @@ std::string JsonScalar(const Json::Value& value) {
   return text.str();
 }
 
-// One element a line, without the blanks at line ends that JsonCpp's own layout has.
+// One element per line, without the blanks that JsonCpp's own layout leaves at line ends.
 void AppendJson(const Json::Value& value, const std::string& indent, std::string& text) {
   if (value.empty() || !(value.isArray() || value.isObject())) {
     text += JsonScalar(value);

@@ -1,7 +1,7 @@
 // Standard output: one JSON array or object with --json, aligned text otherwise.
 //
 // Everything is collected and written at the end, so a command that fails half-way leaves nothing
-// on standard output, and a full disk or a closed pipe is a failure and not silence.
+// on standard output, and a full disk or a closed pipe is reported.
 #ifndef TOOLS_MDOMAIN_OUTPUT_H
 #define TOOLS_MDOMAIN_OUTPUT_H
 
@@ -12,8 +12,8 @@
 
 namespace mdomain {
 
-// A column of a listing: the record's field, the title above it, and how its value is written when
-// the usual way (text, number, yes/no, elements joined with ", ") does not do.
+// A column of a listing: the record's field, the title above it, and how its value is written if
+// not as usual (text, number, yes/no, elements joined with ", ").
 struct Column {
   std::string field;
   std::string title;
@@ -24,19 +24,19 @@ class Output {
  public:
   explicit Output(bool json) : json_(json) {}
 
-  // An array of records. As text: a title line and one line per record; nothing when there is none.
+  // An array of records. As text: a title line and one line per record; nothing without records.
   void List(const Json::Value& records, const std::vector<Column>& columns);
-  // An array of texts; as text one a line.
+  // An array of texts; as text one per line.
   void Texts(const std::vector<std::string>& texts);
   // One object; as text one line per column.
   void Record(const Json::Value& record, const std::vector<Column>& columns);
   // What a change did: the object, or a sentence about it.
   void Done(const Json::Value& record, const std::string& sentence);
-  // Bytes that are no listing (the generated documents).
+  // Bytes as they are (the generated documents).
   void Raw(const std::string& bytes) { text_ += bytes; }
 
   bool json() const { return json_; }
-  // Writes what was collected. Throws a Failure when it cannot all be written.
+  // Writes what was collected. Throws a Failure when not all of it can be written.
   void Flush();
 
  private:
@@ -46,7 +46,7 @@ class Output {
   std::string text_;
 };
 
-// A JSON text with a line end, readable and in UTF-8.
+// JSON with one element per line, in UTF-8, with a line end.
 std::string JsonText(const Json::Value& value);
 
 // An array of texts.

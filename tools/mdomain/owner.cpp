@@ -1,4 +1,4 @@
-// mdomain owner: the registry that mail services ask whose address this is.
+// mdomain owner: the registry that tells mail services who owns an address.
 #include <iostream>
 
 #include "lib-domain/api/email_owner.h"
@@ -37,14 +37,14 @@ std::vector<std::string> TypedAddresses(const Call& call) {
   return addresses;
 }
 
-// An address splits at its first "@". A NUL or another control character cannot be part of one, and
-// a NUL would make the look-up answer for the text before it.
+// An address splits at its first "@". It holds no control character: a NUL would make the look-up
+// answer for the text before it.
 bool IsAddress(const std::string& text) {
   const size_t at = text.find('@');
   return at != std::string::npos && at != 0 && at + 1 != text.size() && Printable(text) == text;
 }
 
-// Opening a registry makes it; to answer from an empty one would look like an answer.
+// Opening a registry makes it, and an empty one would answer that nobody owns the address.
 void RequireRegistry() {
   if (!postara::sdk::Exist(MDOMAIN::PATHS::EmailOwnerDb())) {
     throw Failure(kNotFound, "there is no owner registry yet: run mdomain owner build");
@@ -103,8 +103,8 @@ void Add(Call& call) {
     throw Failure(kRefused, "\"" + address + "\" belongs to " + owner);
   }
   if (owner.empty() &&
-      (!registry.CreateDomainPart({{domain_name, domain.idx()}}) ||
-       !registry.CreateLocalPart({{address.substr(0, at), domain.idx(), user.GetUserName()}}))) {
+      (!registry.CreateDomainPart({{domain_name, domain.idx}}) ||
+       !registry.CreateLocalPart({{address.substr(0, at), domain.idx, user.GetUserName()}}))) {
     throw Failure(kFailed, "the owner registry could not be written");
   }
   Publish();
@@ -173,16 +173,17 @@ const Register kOwner({
         {"lookup",
          "Show whose addresses these are",
          "Answers from the registry, not from the domain database. Ends with 4 when an address has "
-         "no owner, with 3 when a text is no address; the others are answered nevertheless.",
+         "no owner, with 3 when a text is not an address; the others are answered all the same.",
          Effect::kReads,
-         {Many("ADDRESS", "An address, or - for one a line from standard input")},
+         {Many("ADDRESS", "An address, or - to read one per line from standard input")},
          Lookup},
         {"add",
-         "Enter one address",
-         "An address that belongs to somebody else is refused. The next build leaves out what the "
-         "domain database does not have.",
+         "Add one address",
+         "An address that belongs to another user is refused. The next build drops what the domain "
+         "database does not have.",
          Effect::kChanges,
-         {One("ADDRESS", "The address; its domain must exist"), One("USER", "Name or uid")},
+         {One("ADDRESS", "The address; its domain must exist"),
+          One("USER", "Name or uid of the owner")},
          Add},
         {"build",
          "Fill the registry anew from the domain database",

@@ -1,5 +1,5 @@
-// The table as CLI11 sees it: one app per word. Every app but the last demands exactly one word
-// more, which also keeps CLI11 from taking a user called "group" for the noun.
+// The table as CLI11 sees it: one app per word. Every app but the last wants exactly one more word,
+// which also keeps CLI11 from taking a user called "group" for the noun.
 #include "tools/mdomain/parser.h"
 
 #include <CLI/CLI.hpp>
@@ -11,7 +11,7 @@ namespace {
 
 using Values = std::map<std::string, std::vector<std::string>>;
 
-// CLI11 prints a help text as it stands, only indented after each line end.
+// CLI11 does not wrap help texts; it only indents after each line end.
 std::string Wrapped(const std::string& text, size_t width) {
   std::istringstream words(text);
   std::string word;
@@ -60,7 +60,7 @@ void AddArgument(CLI::App& app, const Argument& argument, std::vector<std::strin
   }
 }
 
-// The parsed form of one command: where CLI11 stores what was typed.
+// One command, and where CLI11 stores what was typed for it.
 struct Leaf {
   const Command* command;
   CLI::App* app;

@@ -17,8 +17,8 @@ struct Parsed {
   int status = kDone;
 };
 
-// Help and version go to standard output and end with 0; a wrong line is told on standard error and
-// ends with kUsage.
+// Help and version go to standard output and end with 0. A wrong command line is reported on
+// standard error and ends with kUsage.
 Parsed Parse(int argc, const char* const* argv);
 
 // The options that every command has, for the manual.

@@ -1,4 +1,4 @@
-// How a command ends: the exit statuses, and the exception that carries one with its message.
+// How a command ends: the exit statuses, and the exception that carries a status and a message.
 #ifndef TOOLS_MDOMAIN_STATUS_H
 #define TOOLS_MDOMAIN_STATUS_H
 

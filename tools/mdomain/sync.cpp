@@ -76,8 +76,7 @@ void Refresh(Call& call) {
 }
 
 void Publish(Call& call) {
-  // Publishing to a store that is not healthy is no failure of the change that asked for it; for
-  // somebody who asks for nothing else it is.
+  // A change succeeds although the store is not healthy; a command that only publishes has failed.
   if (!KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {
     throw Failure(kFailed, "the key store is not healthy, nothing was published");
   }
@@ -113,8 +112,8 @@ const Register kInit({
     "Create the first domain from the older single-domain settings",
     {{"",
       "Create the first domain from the older single-domain settings",
-      "Takes smtp_main_domain and the further names of the older settings; every group of the "
-      "account system becomes a group of the domain. With a domain present it does nothing.",
+      "Takes smtp_main_domain and the further names from the older settings; every group of the "
+      "account system becomes a group of the domain. Does nothing when there is a domain.",
       Effect::kChanges,
       {},
       Init}},
@@ -125,9 +124,9 @@ const Register kRefresh({
     "Bring the mirror of the accounts up to date",
     {{"",
       "Bring the mirror of the accounts up to date",
-      "New accounts are added to the domains that ask for it, accounts that are gone are deleted "
-      "with their addresses, and everything is published. When the account system answered only "
-      "in part nobody is deleted.",
+      "New accounts are added to the domains that add them automatically, accounts that are gone "
+      "are deleted with their addresses, and everything is published. Nobody is deleted when the "
+      "account system answers only in part.",
       Effect::kChanges,
       {Flag("--dry-run", "Show what would be created and deleted, and change nothing")},
       Refresh}},

@@ -21,8 +21,8 @@ bool IsControl(ucs4_t character) {
       character, UC_CATEGORY_MASK_Cc | UC_CATEGORY_MASK_Zl | UC_CATEGORY_MASK_Zp);
 }
 
-// Calls `use(character, start, length)` for each character; bytes that are no UTF-8 one by one, as
-// character 0xFFFD.
+// Calls `use(character, start, length)` for each character, and for each byte that is not UTF-8
+// with character 0xFFFD.
 template <typename Use>
 void ForEachCharacter(const std::string& text, Use use) {
   for (size_t at = 0; at < text.size();) {

@@ -12,11 +12,11 @@ bool IsUtf8(const std::string& text);
 // Refuses a value that is not UTF-8 or holds control characters; `what` names it in the message.
 void RequirePlainText(const std::string& what, const std::string& value);
 
-// `text` as it may go to a terminal: control characters and bytes that are no UTF-8 become "?", so
-// that an account name cannot move the cursor or start a line.
+// `text` for a terminal: control characters and bytes that are not UTF-8 become "?", so that an
+// account name cannot move the cursor or start a line.
 std::string Printable(const std::string& text);
 
-// `text` as UTF-8: bytes that are none become U+FFFD, as a JSON text demands.
+// `text` as UTF-8, which JSON demands: other bytes become U+FFFD.
 std::string ValidUtf8(const std::string& text);
 
 // Columns that a printable text takes on a terminal.

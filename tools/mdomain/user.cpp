@@ -1,6 +1,7 @@
-// mdomain user: looking at the users of domains and their addresses. Changes are in
+// mdomain user, what reads: the users of domains and their addresses. Changes are in
 // user_change.cpp.
 #include "lib-domain/api/domain_user.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/user_output.h"
@@ -11,28 +12,28 @@ namespace {
 using MDOMAIN::API::DomainUser;
 
 void List(Call& call) {
-  const int idx = Domains().Find(call.Text("DOMAIN")).idx();
+  const int idx = TypedDomain(call).idx;
+  const auto filter = ListingFilter<MDOMAIN::DB::DomainDBFilter>(call);
   Json::Value records(Json::arrayValue);
-  for (const auto& user : ListDomainUsers(idx, call.Text("--query"), call.Int("--offset", 0),
-                                          call.Int("--limit", -1))) {
+  for (const auto& user : ListDomainUsers(idx, filter)) {
     records.append(UserJson(user));
   }
   call.out().List(records, UserColumns());
 }
 
 void Duplicates(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   std::vector<std::string> aliases;
-  if (!DomainUser().ListDuplicatedEmail(domain.idx(), aliases)) {
+  if (!DomainUser().ListDuplicatedEmail(domain.idx, aliases)) {
     throw Failure(kFailed, "the colliding aliases could not be read");
   }
   call.out().Texts(aliases);
 }
 
 void Find(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   std::string name;
-  if (!DomainUser().GetAliasUser(domain.idx(), call.Text("ALIAS"), name)) {
+  if (!DomainUser().GetAliasUser(domain.idx, call.Text("ALIAS"), name)) {
     throw Failure(kFailed, "the owner of the alias could not be read");
   }
   if (name.empty()) {
@@ -86,40 +87,32 @@ void Addresses(Call& call) {
   call.out().Texts(addresses);
 }
 
-const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
-
 const Register kUser({
     "user",
     "Users of domains and their addresses",
     {
-        {"list",
-         "List a domain's users with role and aliases",
-         "",
-         Effect::kReads,
-         {kDomainArgument,
-          Option("--query", "TEXT", "Only users whose name or an alias contains TEXT"),
-          Number("--limit", "At most N users"), Number("--offset", "Skip the first N users")},
-         List},
+        {"list", "List a domain's users with role and aliases", "", Effect::kReads,
+         Joined({DomainArgument()}, ListingArguments("users", "name or an alias")), List},
         {"duplicates",
-         "List the aliases of a domain that several users want",
-         "Each stays with everybody who has it; it is flagged for all but one.",
+         "List the aliases of a domain that several users have",
+         "All of them keep the alias; it is flagged for all but one.",
          Effect::kReads,
-         {kDomainArgument},
+         {DomainArgument()},
          Duplicates},
         {"find",
-         "Show whose alias this is in a domain",
+         "Show who has an alias in a domain",
          "",
          Effect::kReads,
-         {kDomainArgument, One("ALIAS", "What stands before the @")},
+         {DomainArgument(), One("ALIAS", "The part before the @")},
          Find},
         {"addresses",
          "List a user's mail addresses in all domains",
-         "Addresses of the primary domain come first. With --all and --json the answer is an "
-         "object of user name and addresses.",
+         "Addresses of the primary domain come first. With --all and --json the answer is one "
+         "object: user names and their addresses.",
          Effect::kReads,
          {Optional("USER", "Name or uid of the user"),
-          Flag("--additional", "Addresses at additional domain names too"),
-          Flag("--all", "Of every user")},
+          Flag("--additional", "Also the addresses at additional domain names"),
+          Flag("--all", "The addresses of every user")},
          Addresses},
     },
 });

@@ -5,7 +5,8 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/account.h"
+#include "tools/mdomain/account_output.h"
+#include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/members.h"
@@ -33,17 +34,11 @@ Members TypedMembers(const Call& call) {
   if (members.users.empty() && members.groups.empty()) {
     throw Failure(kUsage, "name a user or a --group");
   }
-  for (const auto& user : members.users) {
-    if (KORVUserIsInternal(user.GetUserName().c_str())) {
-      throw Failure(kRefused, "\"" + user.GetUserName() +
-                                  "\" is an internal account and cannot be in a domain");
-    }
-  }
   return members;
 }
 
 void Preview(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   Json::Value records(Json::arrayValue);
   for (const auto& user : PreviewMembers(domain, TypedMembers(call))) {
     Json::Value record = CandidateJson(user.GetUID(), user.GetUserName());
@@ -56,20 +51,24 @@ void Preview(Call& call) {
 }
 
 void Add(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const Members members = TypedMembers(call);
+  const std::vector<MDOMAIN::RECORD::DomainUser> preview = PreviewMembers(domain, members);
   const std::vector<std::string> aliases = call.List("--alias");
   if (!aliases.empty() && (members.users.size() != 1 || !members.groups.empty())) {
     throw Failure(kUsage, "--alias needs exactly one user and no group");
   }
   RequireAliases(aliases);
-  AddMembers(call, domain, members, aliases);
+  AddMembers(call, domain, members, preview, aliases);
 }
 
-// The user as the domain has it; kNotFound for somebody who is none of its users.
+// The user as the domain has it; kNotFound for somebody who is not a user of the domain.
 MDOMAIN::RECORD::DomainUser DomainUserOf(const KnownDomain& domain,
                                          const MDOMAIN::RECORD::User& user) {
-  for (const auto& found : ListDomainUsers(domain.idx(), user.GetUserName(), 0, -1)) {
+  MDOMAIN::DB::DomainDBFilter filter;
+  filter.SetQuery(user.GetUserName());
+  filter.SetLimit(-1);
+  for (const auto& found : ListDomainUsers(domain.idx, filter)) {
     if (found.GetUID() == user.GetUID()) {
       return found;
     }
@@ -111,8 +110,8 @@ AliasPairs ChangedAliases(const Call& call, AliasPairs pairs) {
   return pairs;
 }
 
-// The role to write. One that a group gives is written as "group": writing its text instead would
-// give the user a direct role, which then no longer follows the group.
+// The role to write. A role that comes from a group is written as "group": its text would become a
+// role of the user's own, which no longer follows the group.
 std::string ChangedRole(const Call& call, const MDOMAIN::RECORD::DomainUser& user) {
   if (!call.Has("--role")) {
     return user.IsUnderGroupControl() ? "group" : user.GetRole();
@@ -128,7 +127,7 @@ std::string ChangedRole(const Call& call, const MDOMAIN::RECORD::DomainUser& use
 }
 
 void Set(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const MDOMAIN::RECORD::User account = FindUser(call.Text("USER"));
   if (!call.Has("--role") && !call.Has("--alias") && !call.Has("--add-alias") &&
       !call.Has("--remove-alias")) {
@@ -152,10 +151,10 @@ void Set(Call& call) {
 }
 
 void Remove(Call& call) {
-  const KnownDomain domain = Domains().Find(call.Text("DOMAIN"));
+  const KnownDomain domain = TypedDomain(call);
   const std::vector<MDOMAIN::RECORD::User> users = FindUsers(call.List("USER"));
   std::vector<unsigned int> members;
-  if (!DomainUser().List(domain.idx(), members)) {
+  if (!DomainUser().List(domain.idx, members)) {
     throw Failure(kFailed, "the users of the domain could not be read");
   }
   const std::unordered_set<unsigned int> known(members.begin(), members.end());
@@ -167,15 +166,14 @@ void Remove(Call& call) {
   }
   call.Confirm("Take " + Counted(users.size(), "user") + " out of domain " + domain.Title() +
                " with their addresses there?");
-  if (!DomainUser().Delete(domain.idx(), Ids(users))) {
+  if (!DomainUser().Delete(domain.idx, Ids(users))) {
     throw Failure(kFailed, "removing the users failed");
   }
   Json::Value record;
-  record["removed"] = NamedUsers(Ids(users));
+  record["removed"] = AccountsJson(users);
   call.out().Done(record, Counted(users.size(), "user") + " taken out of domain " + domain.Title());
 }
 
-const Argument kDomainArgument = One("DOMAIN", "Index or any name of the domain");
 const Argument kUsers = Any("USER", "Name or uid of a user");
 const Argument kGroups = Repeated("--group", "GROUP", "Name or gid of a group, for its members");
 
@@ -187,33 +185,35 @@ const Register kUserChanges({
          "Show which aliases users would get",
          "Nothing is changed.",
          Effect::kReads,
-         {kDomainArgument, kUsers, kGroups},
+         {DomainArgument(), kUsers, kGroups},
          Preview},
         {"add",
          "Add users, and groups with their members, to a domain",
-         "Everybody gets the alias that preview shows, besides those that are there. An alias that "
-         "another user has is stored and flagged as a collision. Adding users who were removed "
-         "from the domain takes them in again.",
+         "Each user gets the alias that preview shows, and keeps those that are there. An alias "
+         "that another user has is stored and flagged as a collision. Users who were removed from "
+         "the domain are taken in again.",
          Effect::kChanges,
-         {kDomainArgument, kUsers, kGroups,
-          Repeated("--alias", "ALIAS", "Give the one named user this alias, not the pattern's")},
+         {DomainArgument(), kUsers, kGroups,
+          Repeated("--alias", "ALIAS",
+                   "An alias for the one user named, in place of the pattern's")},
          Add},
         {"set",
          "Change a user's role or aliases in a domain",
          "",
          Effect::kChanges,
-         {kDomainArgument, One("USER", "Name or uid of the user"),
-          Option("--role", "ROLE", "normal, domain_admin, or group: what the user's groups give"),
+         {DomainArgument(), One("USER", "Name or uid of the user"),
+          Option("--role", "ROLE",
+                 "normal, domain_admin, or group for the role that the user's groups give"),
           Repeated("--alias", "ALIAS", "Replace all aliases by these"),
           Repeated("--add-alias", "ALIAS", "Add an alias"),
           Repeated("--remove-alias", "ALIAS", "Remove an alias")},
          Set},
         {"remove",
          "Take users out of a domain",
-         "Members of a group of the domain stay out, although the group is in, until they are "
-         "added or restored. With users go their aliases, rules and disclaimers there.",
+         "The users' aliases, rules and disclaimers in the domain are deleted. Members of a group "
+         "that is in the domain stay out until they are added or restored.",
          Effect::kDestroys,
-         {kDomainArgument, Many("USER", "Name or uid of a user")},
+         {DomainArgument(), Many("USER", "Name or uid of a user")},
          Remove},
     },
 });

@@ -2,6 +2,7 @@
 #include "tools/mdomain/user_output.h"
 
 #include "lib-domain/api/domain_user.h"
+#include "tools/mdomain/account_output.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
@@ -27,9 +28,7 @@ Json::Value AliasJson(const std::string& alias, bool duplicated) {
 }
 
 Json::Value CandidateJson(unsigned int uid, const std::string& name) {
-  Json::Value json;
-  json["uid"] = uid;
-  json["name"] = name;
+  Json::Value json = AccountJson(uid, name);
   json["aliases"] = Json::Value(Json::arrayValue);
   return json;
 }
@@ -56,13 +55,10 @@ std::vector<Column> UserColumns() {
           {"aliases", "ALIASES", WriteAliases}};
 }
 
-std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx, const std::string& query,
-                                                         int offset, int limit) {
-  MDOMAIN::DB::DomainDBFilter filter("domain_user_view");
+std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx,
+                                                         MDOMAIN::DB::DomainDBFilter filter) {
+  filter.SetTableName("domain_user_view");
   filter.SetDomainIdxs({domain_idx});
-  filter.SetQuery(query);
-  filter.SetOffset(offset);
-  filter.SetLimit(limit);
   std::vector<MDOMAIN::RECORD::DomainUser> users;
   if (!MDOMAIN::API::DomainUser().ListWithExtraInfo(filter, users)) {
     throw Failure(kFailed, "the users of the domain could not be read");

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 #include "tools/mdomain/output.h"
@@ -22,10 +23,9 @@ Json::Value AliasJson(const std::string& alias, bool duplicated);
 std::vector<Column> UserColumns();
 std::vector<Column> CandidateColumns();
 
-// Users of one domain, paged, whose name or an alias contains `query`. Throws when they cannot be
-// read.
-std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx, const std::string& query,
-                                                         int offset, int limit);
+// The users of one domain whom the filter's query and page select.
+std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx,
+                                                         MDOMAIN::DB::DomainDBFilter filter);
 
 }  // namespace mdomain
 

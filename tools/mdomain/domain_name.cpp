@@ -1,0 +1,41 @@
+#include "tools/mdomain/domain_name.h"
+
+#include "lib-domain/base/text.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "platform/include/eai.h"
+#include "tools/mdomain/status.h"
+
+namespace mdomain {
+
+std::string AsciiForm(const std::string& name) {
+  std::string ascii;
+  if (KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0) {
+    ascii = name;
+  }
+  return MDOMAIN::BASE::ToLowerAscii(ascii);
+}
+
+bool SameDomainName(const std::string& a, const std::string& b) {
+  return AsciiForm(a) == AsciiForm(b);
+}
+
+std::string StorableName(const std::string& typed) {
+  std::string mapped = typed;
+  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(typed)) {
+    KORV::POSTARA_SERVER::ConvertToUTF8(typed, mapped);  // leaves what is no domain as it is
+  }
+  return mapped;
+}
+
+std::vector<std::string> StorableNames(const std::vector<std::string>& typed) {
+  std::vector<std::string> names;
+  for (const std::string& text : typed) {
+    names.push_back(StorableName(text));
+    if (!MDOMAIN::UTILS::IsDomainNameValid(names.back())) {
+      throw Failure(kRefused, "\"" + text + "\" is not a valid domain name");
+    }
+  }
+  return names;
+}
+
+}  // namespace mdomain
