@@ -18,8 +18,8 @@ namespace test {
 
 using KORV::POSTARA_SERVER::KORVMailNodeCluster;
 
-// Whoever connects gets an answer to each thing he sends, byte by byte with a pause, and the last
-// one over and over if told to; then the connection is closed.
+// A client gets an answer to each thing that it sends, byte by byte with a pause, and the last one
+// over and over if told to; then the connection is closed.
 class OddServer {
  public:
   OddServer(std::vector<std::string> answers, int pause_ms, bool repeat)
