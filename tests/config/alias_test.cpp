@@ -5,11 +5,12 @@
 
 #include "platform/include/db_handler.h"
 #include "platform/include/domain_setting.h"
-#include "platform/keystore/statement.h"
+#include "platform/include/sqlite.h"
 #include "tests/support/fixture.h"
 
 namespace test {
 
+using korvmailserver::Statement;
 using Kind = Alias::MemberKind;
 
 class AliasTest : public RootTest {
@@ -119,12 +120,11 @@ class DomainSettingTest : public AliasTest {
     std::vector<int> values;
     for (const char* sql : {"SELECT * FROM multi_domain_enable_table ORDER BY domain_id",
                             "SELECT * FROM multi_domain_rate_table ORDER BY domain_id"}) {
-      korvmailserver::Statement select(db.getDB(), sql);
-      while (select.Step() == SQLITE_ROW) {
-        for (int column = 0; column < select.Columns(); ++column) {
-          values.push_back(select.Int(column));
+      Statement(db.getDB(), sql).ForEachRow([&](const Statement& row) {
+        for (int column = 0; column < row.Columns(); ++column) {
+          values.push_back(row.Int(column));
         }
-      }
+      });
     }
     return values;
   }
@@ -150,17 +150,13 @@ TEST_F(DomainSettingTest, DefaultRowsAreMadeKeptAndRemoved) {
   EXPECT_EQ(Rows(), (std::vector<int>{4, 0, 0, 0, 1, 0, 4, 10, 500, 2000, 10, -1}));
 }
 
-TEST_F(DomainSettingTest, AnOlderDatabaseGetsTheDomainTables) {
-  DBHandler db(Path(), "create table bcc_table(name TEXT);");
-  ASSERT_EQ(db.connect(), 0);
+TEST_F(DomainSettingTest, AnOlderDatabaseGetsTheDomainTablesAndAnUnusableFileOneLine) {
   MultipleDomain::DomainSetting setting(Path());
+  ASSERT_EQ(DBHandler(Path(), "create table bcc_table(name TEXT);").connect(), 0);
   EXPECT_EQ(setting.CreateSettings(1), 0);
   EXPECT_EQ(Rows().size(), 12U);
-}
-
-TEST_F(DomainSettingTest, AnUnusableFileFailsWithOneLine) {
+  std::filesystem::remove(Path());
   std::filesystem::create_directory(Path());
-  MultipleDomain::DomainSetting setting(Path());
   EXPECT_LT(setting.CreateSettings(1), 0);
   EXPECT_LT(setting.DelSettings(1), 0);
   EXPECT_EQ(TakeLog().size(), 2U);

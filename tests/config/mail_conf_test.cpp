@@ -42,12 +42,18 @@ TEST_F(MailConfTest, AccountDomainFollowsTheAccountType) {
   }
 }
 
+struct Settings : Config {
+  Settings() {
+    AddToBoolMap("first", &first, true);
+    AddToBoolMap("second", &second, false);
+  }
+  bool first;
+  bool second;
+};
+
 TEST_F(MailConfTest, AnUnreadableStoreFailsEveryReader) {
   Write(kStore, std::string(4096, 'g'));
-  struct Settings : Config {
-    Settings() { AddToBoolMap("enabled", &enabled, true); }
-    bool enabled;
-  } settings;
+  Settings settings;
   std::string name;
   SmtpConf smtp;
   EXPECT_NE(smtpAccountDomainGet(name), 0);
@@ -55,36 +61,26 @@ TEST_F(MailConfTest, AnUnreadableStoreFailsEveryReader) {
   EXPECT_LT(settings.SaveSettings(), 0);
   EXPECT_LT(smtp.LoadSettings(), 0);
   EXPECT_FALSE(mailConfCheckKeyValue("account_type", "local"));
-  EXPECT_TRUE(settings.enabled);
+  EXPECT_TRUE(settings.first);
   EXPECT_EQ(TakeLog().size(), 5U);
 }
 
 TEST_F(MailConfTest, SettingsMembersAreLoadedAndSaved) {
-  struct Settings : Config {
-    Settings() {
-      AddToBoolMap("first", &first, true);
-      AddToBoolMap("second", &second, false);
-    }
-    bool first;
-    bool second;
+  const auto load = [] {
+    Settings settings;
+    EXPECT_EQ(settings.LoadSettings(), 0);
+    return std::make_pair(settings.first, settings.second);
   };
-  Settings fresh;
-  EXPECT_EQ(fresh.LoadSettings(), 0);
-  EXPECT_TRUE(fresh.first);
-  EXPECT_FALSE(fresh.second);
-  fresh.first = false;
-  fresh.second = true;
-  EXPECT_EQ(fresh.SaveSettings(), 0);
+  EXPECT_EQ(load(), std::make_pair(true, false)) << "the defaults";
+  Settings changed;
+  changed.first = false;
+  changed.second = true;
+  EXPECT_EQ(changed.SaveSettings(), 0);
   EXPECT_TRUE(mailConfCheckKeyValue("first", "no"));
   EXPECT_TRUE(mailConfCheckKeyValue("second", "yes"));
-  Settings again;
-  EXPECT_EQ(again.LoadSettings(), 0);
-  EXPECT_FALSE(again.first);
-  EXPECT_TRUE(again.second);
+  EXPECT_EQ(load(), std::make_pair(false, true));
   Set("first", "maybe");
-  Settings odd;
-  EXPECT_EQ(odd.LoadSettings(), 0);
-  EXPECT_TRUE(odd.first) << "neither yes nor no leaves the default";
+  EXPECT_EQ(load(), std::make_pair(true, true)) << "neither yes nor no leaves the default";
 }
 
 TEST_F(MailConfTest, PublishedDomainsAreReadBack) {
@@ -92,12 +88,15 @@ TEST_F(MailConfTest, PublishedDomainsAreReadBack) {
   Set("additional_domain-1", "example.net, example.org");
   Set("additional_domain-12", "");
   Set("smtp_main_domain", "example.com");
+  Set("smtp_canonical_domain", "a.example b.example,c.example");
   SmtpConf smtp;
   ASSERT_EQ(smtp.LoadSettings(), 0);
   EXPECT_EQ(
       smtp.GetMultiDomainMap(),
       (std::map<int, std::string>{{1, "example.com"}, {3, "a.example"}, {12, "bücher.example"}}));
   EXPECT_EQ(smtp.GetMainDomain(), "example.com");
+  EXPECT_EQ(smtp.GetCanonicalDomain(),
+            (std::list<std::string>{"a.example", "b.example", "c.example"}));
   EXPECT_EQ(smtp.GetDomainId("Example.COM"), 1);
   EXPECT_EQ(smtp.GetDomainId("bücher.example"), 12);
   EXPECT_LT(smtp.GetDomainId("example"), 0);
@@ -111,17 +110,7 @@ TEST_F(MailConfTest, PublishedDomainsAreReadBack) {
   ASSERT_EQ(smtp.LoadSettings(), 0);
   EXPECT_TRUE(smtp.GetMultiDomainMap().empty());
   EXPECT_LT(smtp.GetAdditionalDomainList(1, names), 0);
-}
-
-TEST_F(MailConfTest, OlderSettingsGiveTheMainDomainAndItsNames) {
-  Set("smtp_main_domain", "old.example");
-  Set("smtp_canonical_domain", "a.example b.example,c.example");
-  SmtpConf smtp;
-  ASSERT_EQ(smtp.LoadSettings(), 0);
-  EXPECT_EQ(smtp.GetMainDomain(), "old.example");
-  EXPECT_LT(smtp.GetDomainId("old.example"), 0);
-  EXPECT_EQ(smtp.GetCanonicalDomain(),
-            (std::list<std::string>{"a.example", "b.example", "c.example"}));
+  EXPECT_LT(smtp.GetDomainId("example.com"), 0) << "the main domain of older settings has no id";
 }
 
 TEST_F(MailConfTest, MalformedDomainEntriesAreLeftOutWithAWarning) {

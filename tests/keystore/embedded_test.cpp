@@ -1,14 +1,13 @@
 // The embedded key store: the shared conformance, its file's life, and files that are not usable.
 #include <dlfcn.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <memory>
 
+#include "platform/include/sqlite.h"
 #include "tests/keystore/conformance.h"
+#include "tests/support/children.h"
 
 // A locked store is given up after 10 seconds; the tests wait a tenth of one.
 extern "C" int sqlite3_busy_timeout(sqlite3* db, int milliseconds) {
@@ -116,12 +115,11 @@ TEST_F(EmbeddedTest, AFileThatIsNoStoreIsRefusedAndKept) {
 
 TEST_F(EmbeddedTest, ALockedStoreIsGivenUpAndNotHarmed) {
   ASSERT_EQ(mailConfSet("key", "value", true, 0), 0);
-  sqlite3* other = nullptr;
-  ASSERT_EQ(sqlite3_open(Store().c_str(), &other), SQLITE_OK);
-  const std::unique_ptr<sqlite3, int (*)(sqlite3*)> close(other, sqlite3_close);
-  ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  korvmailserver::Connection other;
+  ASSERT_EQ(other.Open(Store(), korvmailserver::Connection::Mode::kWrite, 0), SQLITE_OK);
+  ASSERT_EQ(other.Run("BEGIN EXCLUSIVE"), SQLITE_OK);
   ExpectAllRefused("locked", true);
-  ASSERT_EQ(sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
+  other.Close();
   EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
 }
 
@@ -141,26 +139,21 @@ TEST_F(EmbeddedTest, AReadOnlyStoreIsReadAndNotWritten) {
 }
 
 TEST_F(EmbeddedTest, TwoProcessesLoseNothing) {
-  std::vector<pid_t> children;
-  for (int child = 0; child < 2; ++child) {
-    children.push_back(fork());
-    if (children.back() == 0) {
-      bool all = true;
-      for (int i = 0; i < 40; ++i) {
-        int result = -1;
-        for (int attempt = 0; result != 0 && attempt < 50; ++attempt) {
-          result = mailConfSet(std::to_string(child) + "-" + std::to_string(i), "x", true, 0);
-        }
-        all = all && result == 0;
-      }
-      _exit(all ? 0 : 1);
-    }
-  }
-  for (const pid_t child : children) {
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
+  EXPECT_EQ(FailingChildren(2,
+                            [](int child) {
+                              bool all = true;
+                              for (int i = 0; i < 40; ++i) {
+                                int result = -1;
+                                for (int attempt = 0; result != 0 && attempt < 50; ++attempt) {
+                                  result =
+                                      mailConfSet(std::to_string(child) + "-" + std::to_string(i),
+                                                  "x", true, 0);
+                                }
+                                all = all && result == 0;
+                              }
+                              return all;
+                            }),
+            0);
   std::map<std::string, std::string> values;
   EXPECT_EQ(mailConfList(values), 0);
   EXPECT_EQ(values.size(), 80U);

@@ -1,17 +1,20 @@
 #include "platform/include/db_handler.h"
 
-#include <sqlite3.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <memory>
 
+#include "platform/include/sqlite.h"
+#include "tests/support/children.h"
 #include "tests/support/fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using korvmailserver::Connection;
+using korvmailserver::Statement;
 
 constexpr const char* kSchema = "CREATE TABLE t(a TEXT UNIQUE);CREATE TABLE u(b INTEGER)";
 
@@ -20,38 +23,33 @@ class DbHandlerTest : public test::RootTest {
   std::string Path() const { return root() + "/test.db"; }
   // What another connection sees of table t, in order.
   std::string Stored() {
-    sqlite3* db = nullptr;
+    Connection db;
     std::string rows;
-    EXPECT_EQ(sqlite3_open(Path().c_str(), &db), SQLITE_OK);
-    sqlite3_exec(
-        db, "SELECT a FROM t ORDER BY rowid",
-        [](void* out, int, char** row, char**) {
-          *static_cast<std::string*>(out) += row[0];
-          return 0;
-        },
-        &rows, nullptr);
-    sqlite3_close(db);
+    EXPECT_EQ(db.Open(Path(), Connection::Mode::kRead, 0), SQLITE_OK);
+    Statement(db.Get(), "SELECT a FROM t ORDER BY rowid").ForEachRow([&](const Statement& row) {
+      rows += row.Text(0);
+    });
     return rows;
   }
   static SQLCmd Put(const std::string& a) { return {"INSERT INTO t VALUES('" + a + "')"}; }
+
+  DBHandler handler{Path(), kSchema};
 };
 
-// Holds a write lock on a database until it goes out of scope.
+// Holds a lock on a database until it goes out of scope.
 class Locker {
  public:
-  explicit Locker(const std::string& path) {
-    sqlite3_open(path.c_str(), &db_);
-    EXPECT_EQ(sqlite3_exec(db_, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  explicit Locker(const std::string& path, const char* lock = "BEGIN EXCLUSIVE") {
+    EXPECT_EQ(db_.Open(path, Connection::Mode::kWrite, 0), SQLITE_OK);
+    EXPECT_EQ(db_.Run(lock), SQLITE_OK);
   }
-  ~Locker() { sqlite3_close(db_); }
 
  private:
-  sqlite3* db_ = nullptr;
+  Connection db_;
 };
 
 TEST_F(DbHandlerTest, CreatesTheFileWithItsModeAndSchemaOnce) {
   const mode_t mask = umask(077);
-  DBHandler handler(Path(), kSchema);
   EXPECT_EQ(handler.connect(), 0);
   EXPECT_EQ(handler.connect(), 0);
   umask(mask);
@@ -84,7 +82,6 @@ TEST_F(DbHandlerTest, RefusesWhatIsNoDatabaseAndLeavesItAsItWas) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Write("/test.db", c.bytes);
-    DBHandler handler(Path(), kSchema);
     EXPECT_NE(handler.connect(), 0);
     EXPECT_EQ(handler.getDB(), nullptr);
     EXPECT_TRUE(Logged("[" + Path() + "]: file is not a database"));
@@ -112,21 +109,16 @@ TEST_F(DbHandlerTest, RefusesAReadOnlyOrUnreadableFile) {
   for (const mode_t mode : {0444, 0000}) {
     chmod(Path().c_str(), mode);
     chmod(root().c_str(), 0755);
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(test::InChild([&] {
       const bool dropped = geteuid() != 0 || setuid(65534) == 0;
       const int result = DBHandler(Path(), kSchema).connect();
-      const bool told = Logged(mode == 0 ? "Permission denied" : "it is read-only");
-      _exit(dropped && result != 0 && told ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0) << "mode " << mode;
+      return dropped && result != 0 && Logged(mode == 0 ? "Permission denied" : "it is read-only");
+    })) << "mode "
+        << mode;
   }
 }
 
 TEST_F(DbHandlerTest, ALockedFileIsToldAndChangesNothing) {
-  DBHandler handler(Path(), kSchema);
   handler.setBusyTimeout(20);
   ASSERT_EQ(handler.connect(), 0);
   DBHandler late(Path(), kSchema);
@@ -142,7 +134,6 @@ TEST_F(DbHandlerTest, ALockedFileIsToldAndChangesNothing) {
 }
 
 TEST_F(DbHandlerTest, ABatchIsWholeOrNotAtAllAndTellsWhy) {
-  DBHandler handler(Path(), kSchema);
   ASSERT_EQ(handler.connect(), 0);
   EXPECT_EQ(handler.exeCmds({}, true), 0);
   EXPECT_EQ(
@@ -159,7 +150,6 @@ TEST_F(DbHandlerTest, ABatchIsWholeOrNotAtAllAndTellsWhy) {
 }
 
 TEST_F(DbHandlerTest, AScopeIsOneTransactionOfWholeBatches) {
-  DBHandler handler(Path(), kSchema);
   ASSERT_EQ(handler.connect(), 0);
   {
     const BatchScope nothing(nullptr);
@@ -181,15 +171,16 @@ TEST_F(DbHandlerTest, AScopeIsOneTransactionOfWholeBatches) {
   EXPECT_EQ(Stored(), "acd");
   EXPECT_EQ(handler.exeCmds(Put("e"), true), 0) << "no scope is left open";
   EXPECT_EQ(Stored(), "acde");
+  const BatchScope scope(&handler);
+  EXPECT_EQ(handler.exeCmds(Put("f"), true), 0);
+  handler.disconnect();
+  EXPECT_EQ(Stored(), "acdef") << "disconnecting keeps the batches";
 }
 
 TEST_F(DbHandlerTest, AScopeThatCannotCommitRollsBack) {
-  DBHandler handler(Path(), kSchema);
   ASSERT_EQ(handler.connect(), 0);
   handler.setBusyTimeout(20);
-  sqlite3* reader = nullptr;
-  ASSERT_EQ(sqlite3_open(Path().c_str(), &reader), SQLITE_OK);
-  sqlite3_exec(reader, "BEGIN; SELECT * FROM t", nullptr, nullptr, nullptr);
+  auto reader = std::make_unique<Locker>(Path(), "BEGIN; SELECT * FROM t");
   {
     BatchScope scope(&handler);
     EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
@@ -201,7 +192,7 @@ TEST_F(DbHandlerTest, AScopeThatCannotCommitRollsBack) {
     EXPECT_EQ(handler.exeCmds(Put("b"), true), 0);
   }
   EXPECT_TRUE(Logged("Cannot commit to database"));
-  sqlite3_close(reader);
+  reader.reset();
   EXPECT_EQ(Stored(), "");
   EXPECT_EQ(handler.exeCmds(Put("c"), true), 0);
   EXPECT_EQ(Stored(), "c");
@@ -210,7 +201,6 @@ TEST_F(DbHandlerTest, AScopeThatCannotCommitRollsBack) {
 // A full disk makes SQLite roll back more than the batch: later batches must not pass as if the
 // earlier ones were stored.
 TEST_F(DbHandlerTest, AScopeWhoseTransactionIsLostFailsToItsEnd) {
-  DBHandler handler(Path(), kSchema);
   ASSERT_EQ(handler.connect(), 0);
   {
     BatchScope scope(&handler);
@@ -233,19 +223,9 @@ TEST_F(DbHandlerTest, AScopeWhoseTransactionIsLostFailsToItsEnd) {
   EXPECT_EQ(Stored(), "c");
 }
 
-TEST_F(DbHandlerTest, DisconnectingInsideAScopeKeepsItsBatches) {
-  DBHandler handler(Path(), kSchema);
-  ASSERT_EQ(handler.connect(), 0);
-  const BatchScope scope(&handler);
-  EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
-  handler.disconnect();
-  EXPECT_EQ(Stored(), "a");
-}
-
 TEST_F(DbHandlerTest, RegenerationKeepsTheBrokenFileAndItsJournalApart) {
   Write("/test.db", "garbage");
   Write("/test.db-journal", "of the garbage");
-  DBHandler handler(Path(), kSchema);
   EXPECT_EQ(handler.regenDB(), 0);
   EXPECT_EQ(handler.exeCmds(Put("a"), true), 0);
   EXPECT_EQ(Read("/test.db.broken"), "garbage");
@@ -260,20 +240,12 @@ TEST_F(DbHandlerTest, RegenerationKeepsTheBrokenFileAndItsJournalApart) {
 
 // Every process finds the file missing or empty, and exactly one may run the schema.
 TEST_F(DbHandlerTest, ProcessesThatCreateTheFileAtOnceAllSucceed) {
-  std::vector<pid_t> children;
-  for (int i = 0; i < 6; ++i) {
-    children.push_back(fork());
-    if (children.back() == 0) {
-      DBHandler handler(Path(), kSchema);
-      const bool ok = handler.connect() == 0 && handler.exeCmds(Put(std::to_string(i)), true) == 0;
-      _exit(ok ? 0 : 1);
-    }
-  }
-  for (const pid_t child : children) {
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
+  EXPECT_EQ(test::FailingChildren(6,
+                                  [&](int number) {
+                                    return handler.connect() == 0 &&
+                                           handler.exeCmds(Put(std::to_string(number)), true) == 0;
+                                  }),
+            0);
   EXPECT_EQ(Stored().size(), 6U);
 }
 

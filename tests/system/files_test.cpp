@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +12,7 @@
 
 #include "platform/include/root_path.h"
 #include "platform/include/string_list.h"
+#include "tests/support/children.h"
 #include "tests/support/fixture.h"
 
 namespace {
@@ -20,8 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 using korvmailserver::ReadFile;
 using korvmailserver::ReplaceFile;
-
-constexpr const char* kAccount = "Postara-Server";
 
 class FilesTest : public test::RootTest {
  protected:
@@ -58,17 +56,12 @@ TEST_F(FilesTest, ReplacingIsWholeAndLeavesNothingBeside) {
 // On a full disk the old file must stay; a file size limit fails the same way.
 TEST_F(FilesTest, AFailedReplacementKeepsTheOldFile) {
   Write("/a", "old");
-  const pid_t child = fork();
-  if (child == 0) {
+  EXPECT_TRUE(test::InChild([&] {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit = {1000, 1000};
     setrlimit(RLIMIT_FSIZE, &limit);
-    const int result = ReplaceFile(Path("a"), std::string(5000, 'x'), 0644);
-    _exit(result < 0 && errno == EFBIG ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+    return ReplaceFile(Path("a"), std::string(5000, 'x'), 0644) < 0 && errno == EFBIG;
+  }));
   EXPECT_EQ(Read("/a"), "old");
   EXPECT_EQ(std::distance(fs::directory_iterator(root()), fs::directory_iterator()), 1);
 }
@@ -124,11 +117,12 @@ TEST_F(FilesTest, TheRootsServiceAccountOwnsTheFile) {
   Write("/db", "x");
   uid_t uid = 1;
   gid_t gid = 1;
-  EXPECT_EQ(mailUGidGet(kAccount, &uid, &gid), 0) << "without one below a root: the caller";
+  EXPECT_EQ(mailUGidGet(korvmailserver::kServiceAccount, &uid, &gid), 0)
+      << "without one below a root: the caller";
   EXPECT_EQ(uid, geteuid());
   EXPECT_EQ(gid, getegid());
   WriteAccounts("damaged line\nother:x:70:71::/:\nPostara-Server:x:80:81::/:\n", "");
-  EXPECT_EQ(mailFileOwnerModeSet(Path("db").c_str(), kAccount, 0640), 0);
+  EXPECT_EQ(mailFileOwnerModeSet(Path("db").c_str(), korvmailserver::kServiceAccount, 0640), 0);
   const struct stat info = Info("db");
   EXPECT_EQ(info.st_mode & 07777, 0640U);
   EXPECT_EQ(info.st_uid, geteuid() == 0 ? 80U : geteuid());
@@ -153,10 +147,10 @@ TEST_F(FilesTest, SettingAnOwnerRefusesLinksAndMissingFiles) {
   Write("/target", "x");
   chmod(Path("target").c_str(), 0600);
   fs::create_symlink(Path("target"), Path("link"));
-  EXPECT_LT(mailFileOwnerModeSet(Path("link").c_str(), kAccount, 0666), 0);
+  EXPECT_LT(mailFileOwnerModeSet(Path("link").c_str(), korvmailserver::kServiceAccount, 0666), 0);
   EXPECT_TRUE(Logged("Too many levels of symbolic links"));
   EXPECT_EQ(Info("target").st_mode & 07777, 0600U);
-  EXPECT_LT(mailFileOwnerModeSet(Path("none").c_str(), kAccount, 0666), 0);
+  EXPECT_LT(mailFileOwnerModeSet(Path("none").c_str(), korvmailserver::kServiceAccount, 0666), 0);
   EXPECT_TRUE(Logged("No such file or directory"));
 }
 
@@ -168,28 +162,22 @@ TEST_F(FilesTest, SettingAnOwnerKeepsTheLocksOfThisProcess) {
   struct flock lock {};
   lock.l_type = F_WRLCK;
   ASSERT_EQ(fcntl(fd, F_SETLK, &lock), 0);
-  EXPECT_EQ(mailFileOwnerModeSet(path.c_str(), kAccount, 0644), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    _exit(fcntl(fd, F_SETLK, &lock) == 0 ? 1 : 0);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0) << "another process got the lock";
+  EXPECT_EQ(mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, 0644), 0);
+  EXPECT_TRUE(test::InChild([&] { return fcntl(fd, F_SETLK, &lock) != 0; }))
+      << "another process got the lock";
   close(fd);
 }
 
 TEST_F(FilesTest, TheRootPrefixHasNoTrailingSlash) {
-  struct {
-    const char *root, *path;
-  } cases[] = {{"/srv/trial", "/srv/trial/etc"},
-               {"/srv/trial//", "/srv/trial/etc"},
-               {"/", "/etc"},
-               {"///", "/etc"},
-               {"", "/etc"}};
-  for (const auto& c : cases) {
-    setenv("MDOMAIN_ROOT", c.root, 1);
-    EXPECT_EQ(korvmailserver::UnderRoot("/etc"), c.path) << c.root;
+  const std::vector<std::pair<const char*, const char*>> cases = {
+      {"/srv/trial", "/srv/trial/etc"},
+      {"/srv/trial//", "/srv/trial/etc"},
+      {"/", "/etc"},
+      {"///", "/etc"},
+      {"", "/etc"}};
+  for (const auto& [root, path] : cases) {
+    setenv("MDOMAIN_ROOT", root, 1);
+    EXPECT_EQ(korvmailserver::UnderRoot("/etc"), path) << root;
   }
 }
 

@@ -1,13 +1,13 @@
 #include "platform/include/process.h"
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 
+#include "tests/support/children.h"
 #include "tests/support/fixture.h"
 
 namespace {
@@ -146,17 +146,13 @@ TEST_F(ProcessTest, HandsOnTheEffectiveIdsAsRealOnes) {
 
 // A service without the standard descriptors hands out their numbers to our pipes.
 TEST_F(ProcessTest, WorksWithClosedStandardDescriptors) {
-  const pid_t child = fork();
-  if (child == 0) {
+  EXPECT_TRUE(test::InChild([] {
     close(0);
     close(1);
     close(2);
     const Result result = Shell("echo out; echo err >&2");
-    _exit(result.output == "out\n" && KLIBCPopenErrorText() == "err\n" ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+    return result.output == "out\n" && KLIBCPopenErrorText() == "err\n";
+  }));
 }
 
 }  // namespace
