@@ -23,7 +23,7 @@ int last_error = KLIB_ERR_NONE;
 int Failed(Source& source) {
   const std::string why = source.TakeError();
   if (!why.empty()) {
-    maillog(3, "account system: %s", why.c_str());
+    maillog(korvmailserver::kLogError, "account system: %s", why.c_str());
   }
   last_error = KLIB_ERR_FAILED;
   return -1;

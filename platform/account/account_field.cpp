@@ -2,8 +2,8 @@
 
 #include <charconv>
 
-#include "platform/directory/utf8.h"
 #include "platform/include/account.h"
+#include "platform/include/text.h"
 
 namespace korvmailserver::account {
 
@@ -15,8 +15,8 @@ constexpr size_t kMaxIdDigits = 10;
 }  // namespace
 
 bool IsAccountName(std::string_view name) {
-  return !name.empty() && name.size() <= kMaxNameBytes && directory::IsUtf8(name) &&
-         !directory::HasControlByte(name);
+  return !name.empty() && name.size() <= kMaxNameBytes && IsValidUtf8(name) &&
+         !HasControlCharacter(name);
 }
 
 bool ParseId(std::string_view text, unsigned int& id) {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "platform/account/account_field.h"
-#include "platform/directory/utf8.h"
+#include "platform/include/text.h"
 
 namespace korvmailserver::account {
 
@@ -57,7 +57,7 @@ UserRow MakeUser(const std::vector<std::string_view>& fields) {
   UserRow user;
   user.name = fields[0];
   const std::string_view comment = fields[4];
-  if (directory::IsUtf8(comment)) {
+  if (IsValidUtf8(comment)) {
     user.full_name = comment.substr(0, comment.find(','));
     user.mail = MailOfComment(std::string(comment));
   }

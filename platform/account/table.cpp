@@ -57,11 +57,12 @@ void Table<Row>::CutShort(const std::string& why) {
 template <class Row>
 void Table<Row>::Announce(const std::string& origin) const {
   if (!complete()) {
-    maillog(1, "%s: at least %ld entries are missing (%s); nobody is deleted until that is mended",
+    maillog(kLogWarning,
+            "%s: at least %ld entries are missing (%s); nobody is deleted until that is mended",
             origin.c_str(), gaps_.missing, gaps_.why.c_str());
   }
   if (shared_ids_ > 0) {
-    maillog(1,
+    maillog(kLogWarning,
             "%s: %ld entries have the id of an earlier one and are left out, the first is \"%s\"",
             origin.c_str(), shared_ids_, first_shared_.c_str());
   }

@@ -6,12 +6,13 @@
 
 #include <grp.h>
 #include <pwd.h>
-#include <strings.h>
 
 #include <cstdint>
 #include <ctime>
 #include <memory>
 #include <utility>
+
+#include "platform/include/text.h"
 
 extern "C" {
 #include <wbclient.h>
@@ -198,7 +199,7 @@ class Conversation {
 
  private:
   bool SameDomain(const std::string& domain) const {
-    return strcasecmp(domain.c_str(), domain_.c_str()) == 0;
+    return EqualsIgnoreAsciiCase(domain, domain_);
   }
 
   std::string domain_;

@@ -48,7 +48,7 @@ struct KORVLDAPSearch {
 namespace {
 
 int Failed(const std::string& text) {
-  maillog(3, "directory: %s", text.c_str());
+  maillog(korvmailserver::kLogError, "directory: %s", text.c_str());
   return -1;
 }
 

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "platform/directory/utf8.h"
 #include "platform/include/ldap_search.h"
+#include "platform/include/text.h"
 #include "platform/system/fold_case.h"
 
 namespace korvmailserver {
@@ -32,7 +32,7 @@ bool IsAttributeName(const std::string& name) {
 namespace korvmailserver::directory {
 
 bool IsText(const std::string& value) {
-  return IsUtf8(value) && value.find('\0') == std::string::npos;
+  return IsValidUtf8(value) && value.find('\0') == std::string::npos;
 }
 
 std::string Equals(const std::string& attribute, const std::string& value) {

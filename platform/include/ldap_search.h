@@ -50,7 +50,7 @@ namespace korvmailserver {
 
 // True when `name` is a letter, then letters, digits, "-" and ";" (RFC 4512, 2.5). Anything else is
 // kept from directories and their tools: to a tool it could be an option.
-bool IsAttributeName(const std::string& name);
+MDOMAIN_EXPORT bool IsAttributeName(const std::string& name);
 
 }  // namespace korvmailserver
 

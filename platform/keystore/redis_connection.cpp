@@ -84,20 +84,20 @@ using Addresses = std::unique_ptr<addrinfo, void (*)(addrinfo*)>;
 // The addresses of a host. The resolver's own time-outs are longer than ours, so it is asked beside
 // this thread; a look-up that is still open at the deadline keeps its memory for its late answer.
 Addresses Resolve(const std::string& host, int port, RedisDeadline deadline, std::string& error) {
-  auto question = std::make_unique<Resolving>();
-  question->host = host;
-  question->port = std::to_string(port);
-  question->hints.ai_socktype = SOCK_STREAM;
-  question->hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+  auto query = std::make_unique<Resolving>();
+  query->host = host;
+  query->port = std::to_string(port);
+  query->hints.ai_socktype = SOCK_STREAM;
+  query->hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
   addrinfo* found = nullptr;
-  if (getaddrinfo(host.c_str(), question->port.c_str(), &question->hints, &found) == 0) {
+  if (getaddrinfo(host.c_str(), query->port.c_str(), &query->hints, &found) == 0) {
     return {found, freeaddrinfo};
   }
-  question->hints.ai_flags = AI_NUMERICSERV;
-  question->request.ar_name = question->host.c_str();
-  question->request.ar_service = question->port.c_str();
-  question->request.ar_request = &question->hints;
-  gaicb* list[] = {&question->request};
+  query->hints.ai_flags = AI_NUMERICSERV;
+  query->request.ar_name = query->host.c_str();
+  query->request.ar_service = query->port.c_str();
+  query->request.ar_request = &query->hints;
+  gaicb* list[] = {&query->request};
   int result = getaddrinfo_a(GAI_NOWAIT, list, 1, nullptr);
   while (result == 0 && (result = gai_error(list[0])) == EAI_INPROGRESS) {
     const int left = MillisecondsLeft(deadline);
@@ -108,7 +108,7 @@ Addresses Resolve(const std::string& host, int port, RedisDeadline deadline, std
     } else if (gai_cancel(list[0]) == EAI_CANCELED) {
       break;
     } else {
-      static_cast<void>(question.release());
+      static_cast<void>(query.release());
       break;
     }
   }
@@ -116,7 +116,7 @@ Addresses Resolve(const std::string& host, int port, RedisDeadline deadline, std
     error = result == EAI_INPROGRESS ? "host name not resolved in time" : gai_strerror(result);
     return {nullptr, freeaddrinfo};
   }
-  return {question->request.ar_result, freeaddrinfo};
+  return {query->request.ar_result, freeaddrinfo};
 }
 
 std::string Format(const std::vector<RedisCommand>& commands) {
@@ -202,7 +202,7 @@ bool RedisConnection::Run(const std::vector<RedisCommand>& commands,
     }
   }
   if (replies.size() > commands.size()) {
-    error = "an answer to no question";
+    error = "an answer to no query";
     return false;
   }
   return true;
