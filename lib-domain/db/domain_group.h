@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_db_filter.h"
-#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain_group.h"
 #include "lib-domain/record/domain_group_role.h"
 
@@ -31,7 +31,7 @@ class DomainGroup {
   bool DeleteGroupsRoles(const int& domain_idx, const std::vector<unsigned int>& gids);
   // Forgets who was taken out of these groups in the domain.
   bool DeleteMemberRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& gids);
-  // Whether the group has a role in the domain. False also when the question fails.
+  // Whether the group has a role in the domain. False also when the query fails.
   bool IsExists(const int& domain_idx, const unsigned int& gid);
   // The smallest role of these groups in the domain, so "domain_admin" before "normal"; empty when
   // none of them has one.
@@ -66,8 +66,7 @@ class DomainGroup {
  private:
   bool _CheckMemberExists(const int& domain_idx, const unsigned int& uid, bool& exists);
 
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 }  // namespace MDOMAIN::DB

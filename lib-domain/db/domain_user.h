@@ -21,8 +21,8 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_db_filter.h"
-#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
@@ -34,10 +34,10 @@ class DomainUser {
   // Borrows the process-wide handler; without one every operation fails.
   DomainUser();
 
-  // Whether any domain has the alias, ASCII case ignored. False also when the question fails.
+  // Whether any domain has the alias, ASCII case ignored. False also when the query fails.
   bool IsAliasExist(const std::string& alias);
   // Whether a user of this name (ASCII case ignored) has an alias in the domain, with a role or
-  // without. False also when the question fails.
+  // without. False also when the query fails.
   bool IsExists(const int& domain_idx, const std::string& user_name);
   // The number of matching users with a role, whatever the filter's page.
   bool GetDomainUsersCount(DomainDBFilter& filter, int& count);
@@ -120,8 +120,7 @@ class DomainUser {
  private:
   bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);
 
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 namespace INTERNAL {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
-#include "lib-domain/db/handler.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/record/group.h"
 
 namespace MDOMAIN::DB {
@@ -46,8 +46,7 @@ class Group {
   bool List(const GroupDBFilter& filter, std::vector<RECORD::Group>& groups);
 
  private:
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 }  // namespace MDOMAIN::DB
