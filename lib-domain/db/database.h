@@ -92,7 +92,7 @@ class Database {
   Database();
 
   // Whether there is a handler; else "Open domainDBHandler cannot open before". Everything below
-  // asks by itself: ask before what logs or looks at something else.
+  // checks this itself: an operation checks first when it does or logs something before.
   bool IsOpen(SourceHere here = SourceHere::Now()) const;
 
   // Runs a query and calls `use` with the values of each row's columns. False, with what was read

@@ -37,7 +37,7 @@ constexpr const char* kSelectSmallestRoles =
 constexpr const char* kHasMember =
     "SELECT EXISTS (SELECT 1 FROM domain_user_view WHERE uid=%u AND domain_idx=%d LIMIT 1)";
 // A row of domain_user_view is a row of the alias table, whose users are all mirrored. Reading the
-// table looks at this group's members only; the view works out everybody's role first.
+// table looks at this group's members only; the view works out the roles of all users first.
 constexpr const char* kSelectMembersInDomain =
     "SELECT uid FROM group_to_user_table AS member WHERE gid = %u AND EXISTS (SELECT 1 FROM "
     "domain_user_alias_table AS alias WHERE alias.domain_idx = %d AND alias.uid = member.uid)";

@@ -78,7 +78,7 @@ constexpr const char* kDeleteRoles =
 constexpr const char* kSelectEffectingGroups =
     "SELECT * FROM domain_group_effected_user_view WHERE domain_idx = %d AND uid = %u;";
 // By uid the database looks every user up in every group of the domain; for more than a few users
-// it is told ("+") to go through the members of the groups instead.
+// the "+" makes it go through the members of the groups instead.
 constexpr size_t kFewUsers = 16;
 constexpr const char* kSelectGroupsOfFew =
     "SELECT uid, gid FROM domain_group_effected_user_view WHERE domain_idx = %d AND uid IN (%s);";

@@ -168,8 +168,8 @@ bool EmailOwner::_IsOpen() {
   return true;
 }
 
-// Steps to the first row; the result is SQLite's. False with one line, and no statement kept, when
-// it cannot be asked at all.
+// Runs the look-up to its first row; the result is SQLite's. False with one line, and no statement
+// kept, when it could not be prepared or its values not bound.
 bool EmailOwner::_StepGetOwner(const std::string& local_part, const std::string& domain_name,
                                int& result) {
   if (get_owner_ == nullptr) {

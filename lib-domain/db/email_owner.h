@@ -33,7 +33,7 @@ class EmailOwner : public DBHandler {
   ~EmailOwner() override;
 
   // Adds the rows that are not there yet, all in one transaction. A (local part, domain index) or a
-  // domain name that is there already keeps its row, whoever it is given to now: nothing is ever
+  // domain name that is there already keeps its row with the owner that it has: nothing is ever
   // overwritten. The keys tell letter cases apart, so "Info" and "info" can both be there; a
   // look-up then gives the older one. False with nothing written when the database refuses or a
   // text holds a zero byte, which no statement could carry whole.
@@ -42,7 +42,7 @@ class EmailOwner : public DBHandler {
 
   // The account that owns LOCAL_PART@DOMAIN_NAME. True with `user_name` empty when the domain or
   // the local part in it is unknown, also for texts that are no address. False when the database
-  // could not be asked: `user_name` empty (locked, damaged, tables missing), or untouched when it
+  // could not be read: `user_name` empty (locked, damaged, tables missing), or untouched when it
   // could not be opened at all.
   bool GetOwner(const std::string& local_part, const std::string& domain_name,
                 std::string& user_name);

@@ -1,4 +1,4 @@
-// The mirror of the account system's groups and of who belongs to them.
+// The mirror of the account system's groups and their members.
 //
 // Operations return true on success. A failure is false and one error line that says what failed,
 // after a line with SQLite's reason (of a write a warning, of a read an error too); out arguments
