@@ -20,7 +20,7 @@ constexpr Mirror kUsers = {"user_table", "uid", "user_name"};
 constexpr Mirror kGroups = {"group_table", "gid", "group_name"};
 
 // SQLite reads a text between double quotes as a column when there is one of that name: a user
-// called user_name would be everybody.
+// called user_name would match all users.
 bool IsColumn(const std::string& name) {
   for (const char* column :
        {"uid", "user_name", "gid", "group_name", "group_desc", "rowid", "oid", "_rowid_"}) {

@@ -18,9 +18,9 @@ class UserDBFilter {
   // A text that the name contains, ASCII case ignored ("%" and "_" are wildcards).
   void SetQuery(const std::string& query) { query_ = query; }
   void SetUIDs(const std::vector<unsigned int>& uids) { uids_ = uids; }
-  // Short or full account names, ASCII case ignored. They are made full names when the query is
-  // composed, which asks the account system. Apostrophes are doubled inside double quotes, so a
-  // name that has one is not found; look such a user up by uid.
+  // Short or full account names, ASCII case ignored. Composing the query makes them full names with
+  // the help of the account system. Apostrophes are doubled inside double quotes, so a name that
+  // has one is not found; look such a user up by uid.
   void SetUserNames(const std::vector<std::string>& user_names) { user_names_ = user_names; }
   void SetSelect(const std::string& select) { select_ = select; }
   // -1: no limit. A "count(*)" select list is never paged.

@@ -9,114 +9,138 @@
 #include "lib-domain/db/statement.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
 
 using namespace INTERNAL;
+using korvmailserver::FormatSql;
 
 namespace {
 
-const char* const kDomainTable = "domain_table";
-const char* const kAdditionalTable = "domain_to_additional_domain_table";
-const char* const kPrimaryTable = "primary_domain_table";
-const char* const kDomainView = "domain_view";
-const char* const kUserView = "domain_user_view";
+constexpr const char* kView = "domain_view";
+// Columns of domain_view: index, name, description, pattern, adding users, duplicated alias,
+// primary.
+using DomainColumns = Columns<Int, Text, Text, Text, Flag, Flag, Flag>;
 
-// Columns of domain_view.
-constexpr size_t kViewColumns = 7;
+constexpr const char* kInsert =
+    "INSERT INTO  domain_table (domain_idx, domain_name, domain_desc, "
+    "domain_default_alias_pattern, is_automatically_adding_users) VALUES ('%d', '%q', '%q', '%q', "
+    "'%d');";
+constexpr const char* kUpdate =
+    "UPDATE domain_table SET domain_name = '%q', domain_desc = '%q', domain_default_alias_pattern "
+    "= '%q', is_automatically_adding_users = %d WHERE domain_idx = %d";
+constexpr const char* kDelete = "DELETE FROM domain_table WHERE domain_idx IN (%q)";
+constexpr const char* kSelectNames =
+    "SELECT domain_table.domain_idx, domain_name, primary_domain_table.domain_idx IS NOT NULL FROM "
+    "domain_table LEFT JOIN primary_domain_table ON domain_table.domain_idx = "
+    "primary_domain_table.domain_idx ORDER BY 1";
+constexpr const char* kSelectHighestIdx = "select max(domain_idx) from domain_table";
+constexpr const char* kIsNameTaken =
+    "SELECT EXISTS (SELECT 1 FROM domain_table WHERE domain_table.domain_name COLLATE NOCASE IN "
+    "('%q', '%q') UNION SELECT 1 FROM domain_to_additional_domain_table WHERE "
+    "domain_to_additional_domain_table.additional_domain COLLATE NOCASE IN ('%q', '%q') LIMIT 1)";
+constexpr const char* kSelectName = "SELECT domain_name FROM domain_view WHERE domain_idx = %d";
+constexpr const char* kSelectDomain = "SELECT * FROM domain_table WHERE domain_idx = '%d';";
+constexpr size_t kPatternColumn = 3;
+
+constexpr const char* kSelectPrimary = "SELECT * FROM domain_view WHERE is_primary = 1;";
+constexpr const char* kSelectPrimaryIdx = "SELECT * FROM primary_domain_table ";
+constexpr const char* kDeletePrimary = "DELETE FROM primary_domain_table";
+constexpr const char* kInsertPrimary =
+    "insert into  primary_domain_table (domain_idx) values ('%d');";
+
+constexpr const char* kInsertAdditional =
+    "INSERT OR IGNORE INTO  domain_to_additional_domain_table (domain_idx, additional_domain) "
+    "VALUES ('%d', '%q');";
+constexpr const char* kDeleteAdditional =
+    "DELETE FROM domain_to_additional_domain_table WHERE domain_idx = %d AND additional_domain IN "
+    "(%s)";
+constexpr const char* kSelectAdditional =
+    "SELECT * FROM domain_to_additional_domain_table WHERE domain_idx = '%d' ";
+// In the order of the primary key, which the statement for one domain gives, too.
+constexpr const char* kSelectAllAdditional =
+    "SELECT * FROM domain_to_additional_domain_table ORDER BY domain_idx, additional_domain";
+
+constexpr const char* kSelectDelegated =
+    "SELECT domain_idx FROM domain_user_view WHERE uid = %u AND role = 'domain_admin';";
+constexpr const char* kSelectAdding =
+    "SELECT domain_idx FROM domain_view WHERE is_automatically_adding_users = 1;";
+constexpr const char* kSelectUsers =
+    "SELECT DISTINCT uid FROM domain_user_view WHERE domain_idx IN (%s)";
+// One count over all the domains in place of "count(distinct uid)" over one after the other.
+constexpr const char* kCountUsers =
+    "SELECT domain_idx, count(distinct uid) FROM domain_user_view WHERE domain_idx IN (%s) AND "
+    "role IS NOT NULL GROUP BY domain_idx;";
+
 // Longest additional name that DeleteAdditionalDomains takes, in bytes.
 constexpr size_t kMaxNameSize = 2048;
+// Bytes of names after which a list is full: a name may double in length when it is escaped.
+constexpr size_t kListSize = kStatementSize - 2 * kMaxNameSize - 4096;
 
-bool ReadDomain(const Row& row, RECORD::Domain& domain, SourceHere here = SourceHere::Now()) {
-  int domain_idx = 0;
-  if (!ReadInt(row[0], domain_idx, here)) {
+bool IsIdxUsable(const Database& db, int domain_idx, SourceHere here = SourceHere::Now()) {
+  if (!db.IsOpen(here)) {
     return false;
   }
-  domain.SetDomainIdx(domain_idx);
-  domain.SetDomainName(row[1]);
-  domain.SetDomainDesc(row[2]);
-  domain.SetDefaultAliasPattern(row[3]);
-  domain.SetIsAutomaticallyAddingUsers(ReadFlag(row[4]));
-  domain.SetIsDuplicatedAliasExist(ReadFlag(row[5]));
-  domain.SetIsPrimary(ReadFlag(row[6]));
+  if (domain_idx < -1) {
+    LOG_ERROR_AT(here.file, here.line, "domain_idx is invalid");
+    return false;
+  }
   return true;
 }
 
-bool SelectInts(DomainDBHandler* handler, const std::string& sql, std::vector<int>& values,
-                SourceHere here = SourceHere::Now()) {
-  Rows rows;
-  if (!Select(handler, sql, 1, rows, here)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    int value = 0;
-    if (!ReadInt(row[0], value, here)) {
-      return false;
+// The names as lists of literals, each short enough for one statement; at least one.
+std::vector<std::string> QuoteInPieces(const std::vector<std::string>& names,
+                                       SourceHere here = SourceHere::Now()) {
+  std::vector<std::string> pieces(1);
+  for (const std::string& name : names) {
+    if (name.size() > kMaxNameSize) {
+      LOG_ERROR_AT(here.file, here.line, "domain name is too long: %s", name.c_str());
+      continue;
     }
-    values.push_back(value);
+    if (pieces.back().size() > kListSize) {
+      pieces.emplace_back();
+    }
+    pieces.back() += pieces.back().empty() ? "'" : ", '";
+    pieces.back() += EscapeQuery(name) + "'";
   }
-  return true;
+  if (pieces.back().empty()) {
+    pieces.back() = "''";
+  }
+  return pieces;
 }
 
 }  // namespace
 
-Domain::Domain() : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ ? 0 : -1) {}
+Domain::Domain() = default;
 
 bool Domain::Create(const RECORD::Domain& domain) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
-  batch.Add(
-      "INSERT INTO  %q (domain_idx, domain_name, domain_desc, domain_default_alias_pattern, "
-      "is_automatically_adding_users) VALUES ('%d', '%q', '%q', '%q', '%d');",
-      kDomainTable, domain.GetDomainIdx(), domain.GetDomainName().c_str(),
-      domain.GetDomainDesc().c_str(), domain.GetDefaultAliasPattern().c_str(),
-      domain.IsAutomaticallyAddingUsers() ? 1 : 0);
-  return batch.Run(handler_, "fail to insert domain_table");
+  batch.Add(FormatStatement(kInsert, domain.GetDomainIdx(), domain.GetDomainName().c_str(),
+                            domain.GetDomainDesc().c_str(), domain.GetDefaultAliasPattern().c_str(),
+                            domain.IsAutomaticallyAddingUsers() ? 1 : 0));
+  return db_.Run(batch, "fail to insert domain_table");
 }
 
 bool Domain::Set(const RECORD::Domain& domain) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
-  batch.Add(
-      "UPDATE %q SET domain_name = '%q', domain_desc = '%q', domain_default_alias_pattern = '%q', "
-      "is_automatically_adding_users = %d WHERE domain_idx = %d",
-      kDomainTable, domain.GetDomainName().c_str(), domain.GetDomainDesc().c_str(),
-      domain.GetDefaultAliasPattern().c_str(), domain.IsAutomaticallyAddingUsers() ? 1 : 0,
-      domain.GetDomainIdx());
-  return batch.Run(handler_, "fail to update domain_table");
+  batch.Add(FormatStatement(kUpdate, domain.GetDomainName().c_str(), domain.GetDomainDesc().c_str(),
+                            domain.GetDefaultAliasPattern().c_str(),
+                            domain.IsAutomaticallyAddingUsers() ? 1 : 0, domain.GetDomainIdx()));
+  return db_.Run(batch, "fail to update domain_table");
 }
 
 bool Domain::Delete(const std::vector<int>& domain_idxs) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
-  for (const std::string& piece : JoinIdsInPieces(domain_idxs)) {
-    batch.Add("DELETE FROM %q WHERE domain_idx IN (%q)", kDomainTable, piece.c_str());
-  }
-  return batch.Run(handler_, "fail to delete domain_table");
+  batch.AddWithIds(kDelete, domain_idxs);
+  return db_.Run(batch, "fail to delete domain_table");
 }
 
 bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   DomainDBFilter own = filter;
-  own.SetTableName(kDomainView);
-  Rows rows;
-  if (!Select(handler_, own.ComposeQueryCmd(), kViewColumns, rows)) {
+  own.SetTableName(kView);
+  if (!db_.Append<DomainColumns>(own.ComposeQueryCmd(), domains)) {
     return false;
-  }
-  for (const Row& row : rows) {
-    RECORD::Domain domain;
-    if (!ReadDomain(row, domain)) {
-      return false;
-    }
-    domains.push_back(domain);
   }
   if (!_FetchDomainsUserNum(domains)) {
     LOG_ERROR("Failed to _FetchDomainsUserNum");
@@ -126,64 +150,33 @@ bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) 
 }
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  Rows rows;
-  if (!Select(handler_,
-              FormatStatement("SELECT %q.domain_idx, domain_name, %q.domain_idx IS NOT NULL FROM "
-                              "%q LEFT JOIN %q ON %q.domain_idx = %q.domain_idx ORDER BY 1",
-                              kDomainTable, kPrimaryTable, kDomainTable, kPrimaryTable,
-                              kDomainTable, kPrimaryTable),
-              3, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    int domain_idx = 0;
-    if (!ReadInt(row[0], domain_idx)) {
-      return false;
-    }
-    RECORD::Domain domain;
-    domain.SetDomainIdx(domain_idx);
-    domain.SetDomainName(row[1]);
-    domain.SetIsPrimary(ReadFlag(row[2]));
-    domains.push_back(domain);
-  }
-  return true;
+  return db_.Query<Columns<Int, Text, Flag>>(
+      kSelectNames, [&domains](int domain_idx, const std::string& name, bool is_primary) {
+        RECORD::Domain domain;
+        domain.SetDomainIdx(domain_idx);
+        domain.SetDomainName(name);
+        domain.SetIsPrimary(is_primary);
+        domains.push_back(std::move(domain));
+      });
 }
 
 bool Domain::GetDomainCount(DomainDBFilter& filter, int& count) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  DomainDBFilter own = filter;
-  own.SetTableName(kDomainView);
-  own.SetSelect("count(*)");
-  std::string cell;
-  return SelectCell(handler_, own.ComposeQueryCmd(), cell) && ReadInt(cell, count);
+  return db_.GetCount(filter, kView, "count(*)", count);
 }
 
 bool Domain::GetAllDomainCount(int& count) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  count = handler_->GetTableDataCount(kDomainView);
-  return true;
+  return db_.GetTableCount(kView, count);
 }
 
 bool Domain::GetNextDomainIDX(int& domain_idx) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  Rows rows;
-  if (!Select(handler_, std::string("select max(domain_idx) from ") + kDomainTable, 1, rows)) {
-    return false;
-  }
   int highest = 0;
-  for (const Row& row : rows) {
-    if (!row[0].empty()) {
-      ReadInt(row[0], highest);
+  const auto read = [&highest](const std::string& cell) {
+    if (!cell.empty()) {
+      Int::Read(cell, highest, SourceHere::Now());
     }
+  };
+  if (!db_.Query<Columns<Text>>(kSelectHighestIdx, read)) {
+    return false;
   }
   if (highest == std::numeric_limits<int>::max()) {
     LOG_ERROR("no domain_idx is left after [%d]", highest);
@@ -194,98 +187,55 @@ bool Domain::GetNextDomainIDX(int& domain_idx) {
 }
 
 bool Domain::IsDomainNameExist(const std::string& name) {
-  if (!IsOpen(status_)) {
+  if (!db_.IsOpen()) {
     return false;
   }
   std::string other;
   if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) < 0) {
     other = name;
   }
-  const std::string sql = FormatStatement(
-      "SELECT EXISTS (SELECT 1 FROM %q WHERE domain_table.domain_name COLLATE NOCASE IN ('%q', "
-      "'%q') UNION SELECT 1 FROM %q WHERE domain_to_additional_domain_table.additional_domain "
-      "COLLATE NOCASE IN ('%q', '%q') LIMIT 1)",
-      kDomainTable, name.c_str(), other.c_str(), kAdditionalTable, name.c_str(), other.c_str());
-  std::string cell = "0";
-  return SelectCell(handler_, sql, cell) && ReadFlag(cell);
+  bool exists = false;
+  return db_.GetExists(FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(),
+                                       other.c_str()),
+                       exists) &&
+         exists;
 }
 
 bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  const std::string sql = FormatStatement("SELECT %q FROM %q WHERE %q = %d", "domain_name",
-                                          kDomainView, "domain_idx", domain.GetDomainIdx());
   std::string stored = domain.GetDomainName();
-  return SelectCell(handler_, sql, stored) && stored != domain.GetDomainName();
+  return db_.GetText(FormatStatement(kSelectName, domain.GetDomainIdx()), 0, stored) &&
+         stored != domain.GetDomainName();
 }
 
 bool Domain::GetDefaultAliasPattern(const int& domain_idx, std::string& pattern) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  if (domain_idx < -1) {
-    LOG_ERROR("domain_idx is invalid");
-    return false;
-  }
-  Rows rows;
-  if (!Select(
-          handler_,
-          FormatStatement("SELECT * FROM %q WHERE domain_idx = '%d';", kDomainTable, domain_idx), 4,
-          rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    pattern = row[3];
-  }
-  return true;
+  return IsIdxUsable(db_, domain_idx) &&
+         db_.GetText(FormatStatement(kSelectDomain, domain_idx), kPatternColumn, pattern);
 }
 
 bool Domain::GetPrimaryDomain(RECORD::Domain& domain) {
-  if (!IsOpen(status_)) {
-    return false;
+  std::vector<RECORD::Domain> found;
+  const bool read = db_.Append<DomainColumns>(kSelectPrimary, found);
+  if (!found.empty()) {
+    found.back().SetUserNum(domain.GetUserNum());  // no column has it
+    domain = found.back();
   }
-  Rows rows;
-  if (!Select(handler_, FormatStatement("SELECT * FROM %q WHERE is_primary = 1;", kDomainView),
-              kViewColumns, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    if (!ReadDomain(row, domain)) {
-      return false;
-    }
-  }
-  return true;
+  return read;
 }
 
 bool Domain::GetPrimaryDomainIdx(int& domain_idx) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  Rows rows;
-  if (!Select(handler_, FormatStatement("SELECT * FROM %q ", kPrimaryTable), 1, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    if (!ReadInt(row[0], domain_idx)) {
-      return false;
-    }
-  }
-  return true;
+  return db_.Query<Columns<Int>>(kSelectPrimaryIdx,
+                                 [&domain_idx](int stored) { domain_idx = stored; });
 }
 
 bool Domain::SetPrimaryDomain(const int& domain_idx) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
-  batch.Add("DELETE FROM %q", kPrimaryTable);
-  batch.Add("insert into  %q (domain_idx) values ('%d');", kPrimaryTable, domain_idx);
-  return batch.Run(handler_, "fail to insert primary_domain_table");
+  batch.Add(kDeletePrimary);
+  batch.Add(FormatStatement(kInsertPrimary, domain_idx));
+  return db_.Run(batch, "fail to insert primary_domain_table");
 }
 
 bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names) {
-  if (!IsOpen(status_)) {
+  if (!db_.IsOpen()) {
     return false;
   }
   StatementBatch batch;
@@ -294,110 +244,52 @@ bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<st
       LOG_WARNING("Domain name [%s] is invalid, ignore", name.c_str());
       continue;
     }
-    batch.Add("INSERT OR IGNORE INTO  %q (domain_idx, additional_domain) VALUES ('%d', '%q');",
-              kAdditionalTable, domain_idx, name.c_str());
+    batch.Add(FormatStatement(kInsertAdditional, domain_idx, name.c_str()));
   }
-  return batch.Run(handler_, "fail to insert domain_to_additional_domain_table");
+  return db_.Run(batch, "fail to insert domain_to_additional_domain_table");
 }
 
 bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names) {
-  if (!IsOpen(status_)) {
+  if (!db_.IsOpen()) {
     return false;
   }
-  // A statement takes only so many names; one of them may double in length when it is escaped.
-  constexpr size_t kRoom = kStatementSize - 2 * kMaxNameSize - 4096;
-  std::vector<std::string> lists(1);
-  for (const std::string& name : names) {
-    if (name.size() > kMaxNameSize) {
-      LOG_ERROR("domain name is too long: %s", name.c_str());
-      continue;
-    }
-    if (lists.back().size() > kRoom) {
-      lists.emplace_back();
-    }
-    lists.back() += lists.back().empty() ? "'" : ", '";
-    lists.back() += EscapeQuery(name) + "'";
-  }
   StatementBatch batch;
-  for (const std::string& list : lists) {
-    batch.Add("DELETE FROM %q WHERE domain_idx = %d AND additional_domain IN (%s)",
-              kAdditionalTable, domain_idx, list.empty() ? "''" : list.c_str());
+  for (const std::string& piece : QuoteInPieces(names)) {
+    batch.Add(FormatStatement(kDeleteAdditional, domain_idx, piece.c_str()));
   }
-  return batch.Run(handler_, "fail to delete domain_to_additional_domain_table");
+  return db_.Run(batch, "fail to delete domain_to_additional_domain_table");
 }
 
 bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::string>& names) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  if (domain_idx < -1) {
-    LOG_ERROR("domain_idx is invalid");
-    return false;
-  }
-  Rows rows;
-  if (!Select(handler_,
-              std::string("SELECT * FROM ") + kAdditionalTable + " WHERE domain_idx = '" +
-                  std::to_string(domain_idx) + "' ",
-              2, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    names.push_back(row[1]);
-  }
-  return true;
+  return IsIdxUsable(db_, domain_idx) &&
+         db_.Query<Columns<Text, Text>>(
+             FormatStatement(kSelectAdditional, domain_idx),
+             [&names](const std::string& /*domain_idx*/, std::string&& name) {
+               names.push_back(std::move(name));
+             });
 }
 
 bool Domain::ListAllAdditionalDomains(std::map<int, std::vector<std::string>>& names_by_domain) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  // The order of the primary key, in which the question for one domain is answered.
-  Rows rows;
-  if (!Select(handler_,
-              std::string("SELECT * FROM ") + kAdditionalTable +
-                  " ORDER BY domain_idx, additional_domain",
-              2, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    int domain_idx = 0;
-    if (!ReadInt(row[0], domain_idx)) {
-      return false;
-    }
-    names_by_domain[domain_idx].push_back(row[1]);
-  }
-  return true;
+  return db_.Query<Columns<Int, Text>>(kSelectAllAdditional,
+                                       [&names_by_domain](int domain_idx, std::string&& name) {
+                                         names_by_domain[domain_idx].push_back(std::move(name));
+                                       });
 }
 
 bool Domain::GetDelegatedDomainIds(const unsigned int& uid, std::vector<int>& domain_idxs) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  const std::string sql = std::string("SELECT domain_idx FROM ") + kUserView +
-                          " WHERE uid = " + std::to_string(uid) + " AND role = 'domain_admin';";
-  return SelectInts(handler_, sql, domain_idxs);
+  return db_.Append<Columns<Int>>(FormatStatement(kSelectDelegated, uid), domain_idxs);
 }
 
 bool Domain::GetAutoAddingUserDomainIds(std::vector<int>& domain_idxs) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  const std::string sql = std::string("SELECT domain_idx FROM ") + kDomainView +
-                          " WHERE is_automatically_adding_users = 1;";
-  return SelectInts(handler_, sql, domain_idxs);
+  return db_.Append<Columns<Int>>(kSelectAdding, domain_idxs);
 }
 
 bool Domain::GetBelongedUsers(const std::vector<int>& domain_idxs,
                               std::vector<unsigned int>& uids) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  const std::string sql = std::string("SELECT DISTINCT uid FROM ") + kUserView +
-                          " WHERE domain_idx IN (" + BASE::Join(domain_idxs, ",") + ")";
-  return SelectUIDs(handler_, sql, 0, uids);
+  return db_.Append<Columns<Uid>>(FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()),
+                                  uids);
 }
 
-// One count over all the domains in place of "count(distinct uid)" over one after the other.
 bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {
   std::vector<int> domain_idxs;
   domain_idxs.reserve(domains.size());
@@ -407,21 +299,16 @@ bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {
   if (domain_idxs.empty()) {
     return true;
   }
-  const std::string sql = std::string("SELECT domain_idx, count(distinct uid) FROM ") + kUserView +
-                          " WHERE domain_idx IN (" + BASE::Join(domain_idxs, ",") +
-                          ") AND role IS NOT NULL GROUP BY domain_idx;";
-  Rows rows;
-  if (!Select(handler_, sql, 2, rows)) {
+  std::unordered_map<int, int> count_by_idx;
+  const auto keep = [&count_by_idx](int domain_idx, int count) {
+    count_by_idx[domain_idx] = count;
+  };
+  if (!db_.Query<Columns<Int, Int>>(FormatSql(kCountUsers, BASE::Join(domain_idxs, ",").c_str()),
+                                    keep)) {
     return false;
   }
-  std::unordered_map<std::string, int> count_by_idx;
-  for (const Row& row : rows) {
-    if (!ReadInt(row[1], count_by_idx[row[0]])) {
-      return false;
-    }
-  }
   for (RECORD::Domain& domain : domains) {
-    domain.SetUserNum(count_by_idx[std::to_string(domain.GetDomainIdx())]);
+    domain.SetUserNum(count_by_idx[domain.GetDomainIdx()]);
   }
   return true;
 }

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_db_filter.h"
-#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain.h"
 
 namespace MDOMAIN::DB {
@@ -43,10 +43,10 @@ class Domain {
   // One more than the highest index, 1 without any. A deleted highest index is given out again.
   bool GetNextDomainIDX(int& domain_idx);
   // Whether a domain or an additional name has this name in its U-label or A-label spelling, ASCII
-  // case ignored. False also when the question fails.
+  // case ignored. False also when the query fails.
   bool IsDomainNameExist(const std::string& name);
   // Whether the stored name of the record's index is another one, byte by byte: a change of case is
-  // one. False without such a row and when the question fails.
+  // one. False without such a row and when the query fails.
   bool IsDomainNameChanged(const RECORD::Domain& domain);
   // Untouched without such a domain. An index below -1 fails.
   bool GetDefaultAliasPattern(const int& domain_idx, std::string& pattern);
@@ -77,8 +77,7 @@ class Domain {
  private:
   bool _FetchDomainsUserNum(std::vector<RECORD::Domain>& domains);
 
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 }  // namespace MDOMAIN::DB

@@ -8,9 +8,9 @@ namespace MDOMAIN::DB {
 
 namespace {
 
-const char* const kDomainView = "domain_view";
-const char* const kDomainUserView = "domain_user_view";
-const char* const kDomainGroupView = "domain_group_view";
+constexpr const char* kDomainView = "domain_view";
+constexpr const char* kDomainUserView = "domain_user_view";
+constexpr const char* kDomainGroupView = "domain_group_view";
 
 std::string Like(const std::string& column, const std::string& escaped_query) {
   return column + " LIKE '%" + escaped_query + "%'";

@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_db_filter.h"
-#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain_group.h"
 #include "lib-domain/record/domain_group_role.h"
 
@@ -29,9 +29,9 @@ class DomainGroup {
   bool CreateGroupsRoles(const std::vector<RECORD::DomainGroupRole>& roles);
   // Takes the groups out of the domain; the members' aliases and removal records stay.
   bool DeleteGroupsRoles(const int& domain_idx, const std::vector<unsigned int>& gids);
-  // Forgets who was taken out of these groups in the domain.
+  // Forgets which users were taken out of these groups in the domain.
   bool DeleteMemberRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& gids);
-  // Whether the group has a role in the domain. False also when the question fails.
+  // Whether the group has a role in the domain. False also when the query fails.
   bool IsExists(const int& domain_idx, const unsigned int& gid);
   // The smallest role of these groups in the domain, so "domain_admin" before "normal"; empty when
   // none of them has one.
@@ -50,24 +50,23 @@ class DomainGroup {
   // difference.
   bool CheckSingleMemberStatus(const int& domain_idx, const unsigned int& gid,
                                const unsigned int& uid, int& status);
-  // The group's members who are users of the domain by any way, in uid order: for whom
+  // Appends the group's members with an alias in the domain, in uid order: those for which
   // CheckSingleMemberStatus gives 0.
   bool ListMembersInDomain(const int& domain_idx, const unsigned int& gid,
                            std::vector<unsigned int>& uids);
-  // Appends the members of these groups who are in no other group of the domain, own roles and
-  // removals not looked at. A member of two of them can stand twice.
+  // Appends the members of these groups who are in no other group of the domain, whatever their own
+  // roles and removals. A member of two of the groups can stand twice.
   bool FindUsersBelongToGIDsOnly(const int& domain_idx, const std::vector<unsigned int>& gids,
                                  std::vector<unsigned int>& uids);
-  // Appends the users whose role in the domain comes from these groups and no other. Users with a
-  // role of their own or taken out are not among them. One by two of the groups stands twice.
+  // Appends the users whose role in the domain comes from these groups and no other, so none with a
+  // role of their own and none who were taken out. A member of two of the groups stands twice.
   bool FindUsersEffectedByGIDsOnly(const int& domain_idx, const std::vector<unsigned int>& gids,
                                    std::vector<unsigned int>& uids);
 
  private:
   bool _CheckMemberExists(const int& domain_idx, const unsigned int& uid, bool& exists);
 
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 }  // namespace MDOMAIN::DB

@@ -1,147 +1,147 @@
 // The statements that read and write a domain's users, their aliases, roles and removals.
 #include "lib-domain/db/domain_user.h"
 
-#include <algorithm>
 #include <set>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/statement.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
 
 using namespace INTERNAL;
+using korvmailserver::FormatSql;
 
 namespace {
 
-const char* const kRoleTable = "domain_user_role_table";
-const char* const kAliasTable = "domain_user_alias_table";
-const char* const kRemovedTable = "domain_group_removed_user_table";
-const char* const kEffectedView = "domain_group_effected_user_view";
-const char* const kUserView = "domain_user_view";
+constexpr const char* kView = "domain_user_view";
+// Columns of domain_user_view: domain index, uid, user name, alias, role, duplicated.
+using UserColumns = Columns<Int, Uid, Text, Text, Text, Flag>;
+// Columns of domain_user_alias_table: domain index, uid, alias, duplicated.
+using AliasColumns = Columns<Int, Uid, Text, Flag>;
+// Columns of domain_user_role_table: domain index, uid, role, automatically added.
+using RoleColumns = Columns<Int, Uid, Text, Flag>;
+using DomainAndUser = Columns<Int, Uid>;
 
+constexpr const char* kIsAliasTaken =
+    "SELECT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias = '%q' COLLATE "
+    "NOCASE LIMIT 1) ";
+constexpr const char* kExists =
+    "SELECT EXISTS (SELECT 1 FROM domain_user_view WHERE domain_idx= %d AND user_name='%q' COLLATE "
+    "NOCASE LIMIT 1)";
+constexpr const char* kSelectUsersOfDomains =
+    "SELECT DISTINCT domain_idx, uid FROM domain_user_view WHERE role IS NOT NULL AND domain_idx "
+    "IN (%s)";
+constexpr const char* kSelectUsersWithoutRole =
+    "SELECT domain_user_alias_table.domain_idx AS domain_idx, domain_user_alias_table.uid AS uid "
+    "FROM domain_user_alias_table INNER JOIN domain_user_view WHERE "
+    "domain_user_alias_table.domain_idx = domain_user_view.domain_idx AND "
+    "domain_user_alias_table.uid = domain_user_view.uid AND domain_user_view.role IS NULL";
+
+// The alias follows, then kNoCase.
+constexpr const char* kSelectAliasUsers =
+    "SELECT * FROM domain_user_alias_table WHERE domain_idx=%d AND account_alias='";
+constexpr const char* kNoCase = "' COLLATE NOCASE";
+constexpr const char* kSelectAliases =
+    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid = %u ORDER BY "
+    "rowid";
+constexpr const char* kSelectAliasesByName =
+    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (SELECT "
+    "uid FROM user_table WHERE user_name = '%q' COLLATE NOCASE) ORDER BY rowid";
+constexpr const char* kSelectAllAliases =
+    "SELECT user_name, account_alias FROM domain_user_alias_table AS a INNER JOIN user_table ON "
+    "a.uid = user_table.uid WHERE domain_idx = %d ORDER BY a.rowid";
+constexpr const char* kSelectDuplicated =
+    "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM domain_user_alias_table WHERE "
+    "is_duplicated = 1 AND domain_idx = %d";
+constexpr const char* kInsertAlias =
+    "INSERT INTO  domain_user_alias_table (domain_idx, uid, account_alias, is_duplicated) VALUES "
+    "('%d', '%u', '%q', '%d');";
+constexpr const char* kDeleteAliasesOfUser =
+    "DELETE FROM domain_user_alias_table WHERE domain_idx = %d AND uid = %u;";
+constexpr const char* kDeleteAliases =
+    "DELETE FROM domain_user_alias_table WHERE domain_idx = '%d' AND uid IN (%q)";
+
+constexpr const char* kSelectAutoAdded =
+    "SELECT * FROM domain_user_role_table WHERE is_auto_added = 1;";
+constexpr const char* kSelectOwnRoles =
+    "SELECT domain_idx, uid FROM domain_user_role_table WHERE domain_idx IN (%s) AND uid IN (%s)";
+constexpr const char* kReplaceRole =
+    "REPLACE INTO  domain_user_role_table (domain_idx, uid, role, is_auto_added) VALUES ('%d', "
+    "'%u', '%q', '%d');";
+constexpr const char* kDeleteRole =
+    "DELETE FROM domain_user_role_table WHERE domain_idx = '%d' AND uid = '%u'";
+constexpr const char* kDeleteRoles =
+    "DELETE FROM domain_user_role_table WHERE domain_idx = '%d' AND uid IN (%q)";
+
+constexpr const char* kSelectEffectingGroups =
+    "SELECT * FROM domain_group_effected_user_view WHERE domain_idx = %d AND uid = %u;";
+// By uid the database looks every user up in every group of the domain; for more than a few users
+// the "+" makes it go through the members of the groups instead.
 constexpr size_t kFewUsers = 16;
+constexpr const char* kSelectGroupsOfFew =
+    "SELECT uid, gid FROM domain_group_effected_user_view WHERE domain_idx = %d AND uid IN (%s);";
+constexpr const char* kSelectGroupsOfMany =
+    "SELECT uid, gid FROM domain_group_effected_user_view WHERE domain_idx = %d AND +uid IN (%s);";
+constexpr const char* kSelectRemoved =
+    "SELECT DISTINCT(uid) FROM domain_group_removed_user_table WHERE domain_idx=%d ";
+constexpr const char* kReplaceRemoval =
+    "REPLACE INTO domain_group_removed_user_table (domain_idx, gid, uid) VALUES ('%d', '%u', "
+    "'%u');";
+constexpr const char* kDeleteRemovals =
+    "DELETE FROM domain_group_removed_user_table WHERE domain_idx = '%d' AND uid IN (%q)";
 
-void AddAliasInsert(const RECORD::DomainUserAlias& alias, StatementBatch& batch) {
-  batch.Add(
-      "INSERT INTO  %q (domain_idx, uid, account_alias, is_duplicated) VALUES ('%d', '%q', '%q', "
-      "'%d');",
-      kAliasTable, alias.GetDomainIdx(), std::to_string(alias.GetUID()).c_str(),
-      alias.GetAccountAlias().c_str(), alias.IsDuplicated() ? 1 : 0);
-}
-
-bool DeleteUsers(DomainDBHandler* handler, const char* table, int domain_idx,
-                 const std::vector<unsigned int>& uids, const char* failure,
-                 SourceHere here = SourceHere::Now()) {
-  StatementBatch batch;
-  for (const std::string& piece : JoinIdsInPieces(uids)) {
-    batch.Add("DELETE FROM %q WHERE domain_idx = '%d' AND uid IN (%q)", table, domain_idx,
-              piece.c_str());
-  }
-  return batch.Run(handler, failure, here);
-}
-
-// One alias row of domain_user_view as a user with that alias.
-bool ReadDomainUser(const Row& row, std::vector<RECORD::DomainUser>& users) {
-  int domain_idx = 0;
-  unsigned int uid = 0;
-  if (!ReadInt(row[0], domain_idx) || !ReadUID(row[1], uid)) {
-    return false;
-  }
-  users.emplace_back(domain_idx, uid, row[2],
-                     std::vector<std::pair<std::string, bool>>{{row[3], ReadFlag(row[5])}}, row[4]);
-  return true;
+std::string FormatAliasInsert(const RECORD::DomainUserAlias& alias) {
+  return FormatStatement(kInsertAlias, alias.GetDomainIdx(), alias.GetUID(),
+                         alias.GetAccountAlias().c_str(), alias.IsDuplicated() ? 1 : 0);
 }
 
 DomainDBFilter WholeDomains(const std::vector<int>& domain_idxs) {
-  DomainDBFilter filter(kUserView);
+  DomainDBFilter filter(kView);
   filter.SetDomainIdxs(domain_idxs);
   filter.SetOffset(0);
   filter.SetLimit(-1);
   return filter;
 }
 
-// Columns of domain_user_alias_table.
-bool ReadAlias(const Row& row, std::vector<RECORD::DomainUserAlias>& aliases) {
-  int domain_idx = 0;
-  unsigned int uid = 0;
-  if (!ReadInt(row[0], domain_idx) || !ReadUID(row[1], uid)) {
-    return false;
-  }
-  aliases.emplace_back(domain_idx, uid, row[2], ReadFlag(row[3]));
-  return true;
-}
-
-bool SelectTexts(DomainDBHandler* handler, const std::string& sql, std::vector<std::string>& texts,
-                 SourceHere here = SourceHere::Now()) {
-  Rows rows;
-  if (!Select(handler, sql, 1, rows, here)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    texts.push_back(row[0]);
-  }
-  return true;
+// Each id once, as a list of SQL.
+template <typename Id>
+std::string JoinSet(const std::set<Id>& ids) {
+  return BASE::Join(std::vector<Id>(ids.begin(), ids.end()), ",");
 }
 
 }  // namespace
 
-DomainUser::DomainUser()
-    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ ? 0 : -1) {}
+DomainUser::DomainUser() = default;
 
 bool DomainUser::IsAliasExist(const std::string& alias) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  std::string cell;
-  return SelectCell(handler_,
-                    FormatStatement("SELECT EXISTS (SELECT 1 FROM %q WHERE account_alias = '%q' "
-                                    "COLLATE NOCASE LIMIT 1) ",
-                                    kAliasTable, alias.c_str()),
-                    cell) &&
-         cell == "1";
+  bool exists = false;
+  return db_.GetExists(FormatStatement(kIsAliasTaken, alias.c_str()), exists) && exists;
 }
 
 bool DomainUser::IsExists(const int& domain_idx, const std::string& user_name) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  std::string cell;
-  return SelectCell(handler_,
-                    FormatStatement("SELECT EXISTS (SELECT 1 FROM %q WHERE domain_idx= %d AND "
-                                    "user_name='%q' COLLATE NOCASE LIMIT 1)",
-                                    kUserView, domain_idx, user_name.c_str()),
-                    cell) &&
-         cell == "1";
+  bool exists = false;
+  return db_.GetExists(FormatStatement(kExists, domain_idx, user_name.c_str()), exists) && exists;
 }
 
 bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  DomainDBFilter own = filter;
-  own.SetTableName(kUserView);
-  own.SetSelect("count(distinct uid)");
-  std::string cell;
-  return SelectCell(handler_, own.ComposeQueryCmd(), cell) && ReadInt(cell, count);
+  return db_.GetCount(filter, kView, "count(distinct uid)", count);
 }
 
 bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   DomainDBFilter own = filter;
-  own.SetTableName(kUserView);
-  return SelectUIDs(handler_, own.ComposeDistinctUIDQueryCmd(), 0, uids);
+  own.SetTableName(kView);
+  return db_.Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
 }
 
 bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,
                                  const bool& with_group_control) {
-  if (!IsOpen(status_)) {
+  if (!db_.IsOpen()) {
     return false;
   }
   DomainDBFilter own = filter;
-  own.SetTableName(kUserView);
+  own.SetTableName(kView);
   std::vector<unsigned int> uids;
   if (!GetDistinctUIDs(own, uids)) {
     LOG_ERROR("Failed to _GetDistinctUIDs");
@@ -150,16 +150,16 @@ bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::Dom
   if (uids.empty()) {
     return true;
   }
-  Rows rows;
-  if (!Select(handler_, own.ComposeDomainUserListQueryCmd(uids), 6, rows)) {
-    return false;
-  }
   std::vector<RECORD::DomainUser> alias_rows;
-  alias_rows.reserve(rows.size());
-  for (const Row& row : rows) {
-    if (!ReadDomainUser(row, alias_rows)) {
-      return false;
-    }
+  alias_rows.reserve(uids.size());
+  const auto keep = [&alias_rows](int domain_idx, unsigned int uid, const std::string& name,
+                                  std::string&& alias, const std::string& role, bool duplicated) {
+    alias_rows.emplace_back(
+        domain_idx, uid, name,
+        std::vector<std::pair<std::string, bool>>{{std::move(alias), duplicated}}, role);
+  };
+  if (!db_.Query<UserColumns>(own.ComposeDomainUserListQueryCmd(uids), keep)) {
+    return false;
   }
   if (with_group_control && !_CheckUnderControl(alias_rows)) {
     LOG_ERROR("Failed to _CheckUnderControl");
@@ -176,26 +176,9 @@ bool DomainUser::List(const int& domain_idx, std::vector<unsigned int>& uids) {
 
 bool DomainUser::List(const std::vector<int>& domain_idxs,
                       std::map<int, std::unordered_set<unsigned int>>& uids_by_domain) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  Rows rows;
-  if (!Select(handler_,
-              "SELECT DISTINCT domain_idx, uid FROM domain_user_view WHERE role IS NOT NULL AND "
-              "domain_idx IN (" +
-                  BASE::Join(domain_idxs, ",") + ")",
-              2, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    int domain_idx = 0;
-    unsigned int uid = 0;
-    if (!ReadInt(row[0], domain_idx) || !ReadUID(row[1], uid)) {
-      return false;
-    }
-    uids_by_domain[domain_idx].insert(uid);
-  }
-  return true;
+  return db_.Query<DomainAndUser>(
+      FormatSql(kSelectUsersOfDomains, BASE::Join(domain_idxs, ",").c_str()),
+      [&](int domain_idx, unsigned int uid) { uids_by_domain[domain_idx].insert(uid); });
 }
 
 bool DomainUser::List(const int& domain_idx, std::vector<RECORD::DomainUser>& users) {
@@ -233,175 +216,71 @@ bool DomainUser::ListDomainUsersAliases(const std::vector<int>& domain_idxs,
 
 bool DomainUser::GetAliasUsers(const int& domain_idx, const std::string& alias,
                                std::vector<RECORD::DomainUserAlias>& aliases) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  const std::string sql = std::string("SELECT * FROM ") + kAliasTable +
-                          " WHERE domain_idx=" + std::to_string(domain_idx) +
-                          " AND account_alias='" + alias + "' COLLATE NOCASE";
-  Rows rows;
-  if (!Select(handler_, sql, 4, rows)) {
-    return false;
-  }
-  return std::all_of(rows.begin(), rows.end(),
-                     [&aliases](const Row& row) { return ReadAlias(row, aliases); });
+  return db_.Append<AliasColumns>(FormatSql(kSelectAliasUsers, domain_idx) + alias + kNoCase,
+                                  aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const unsigned int& uid,
                                 std::vector<std::string>& aliases) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  return SelectTexts(handler_,
-                     FormatStatement("SELECT account_alias FROM %q WHERE domain_idx = %d AND uid = "
-                                     "%u ORDER BY rowid",
-                                     kAliasTable, domain_idx, uid),
-                     aliases);
+  return db_.Append<Columns<Text>>(FormatStatement(kSelectAliases, domain_idx, uid), aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const std::string& user_name,
                                 std::vector<std::string>& aliases) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  return SelectTexts(
-      handler_,
-      FormatStatement("SELECT account_alias FROM %q WHERE domain_idx = %d AND uid IN (SELECT uid "
-                      "FROM user_table WHERE user_name = '%q' COLLATE NOCASE) ORDER BY rowid",
-                      kAliasTable, domain_idx, user_name.c_str()),
-      aliases);
+  return db_.Append<Columns<Text>>(
+      FormatStatement(kSelectAliasesByName, domain_idx, user_name.c_str()), aliases);
 }
 
 bool DomainUser::GetAllUserAliases(
     const int& domain_idx,
     std::unordered_map<std::string, std::vector<std::string>>& aliases_by_user) {
-  if (!IsOpen(status_)) {
+  std::unordered_map<std::string, std::vector<std::string>> found;
+  const auto keep = [&found](const std::string& user_name, std::string&& alias) {
+    found[BASE::ToLowerAscii(user_name)].push_back(std::move(alias));
+  };
+  if (!db_.Query<Columns<Text, Text>>(FormatStatement(kSelectAllAliases, domain_idx), keep)) {
     return false;
   }
-  Rows rows;
-  if (!Select(handler_,
-              FormatStatement("SELECT user_name, account_alias FROM %q AS a INNER JOIN user_table "
-                              "ON a.uid = user_table.uid WHERE domain_idx = %d ORDER BY a.rowid",
-                              kAliasTable, domain_idx),
-              2, rows)) {
-    return false;
-  }
-  aliases_by_user.clear();
-  for (const Row& row : rows) {
-    aliases_by_user[BASE::ToLowerAscii(row[0])].push_back(row[1]);
-  }
+  aliases_by_user.swap(found);
   return true;
 }
 
 bool DomainUser::GetAutoAddedUsersRoles(std::vector<RECORD::DomainUserRole>& roles) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  Rows rows;
-  if (!Select(handler_, std::string("SELECT * FROM ") + kRoleTable + " WHERE is_auto_added = 1;", 4,
-              rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    int domain_idx = 0;
-    unsigned int uid = 0;
-    if (!ReadInt(row[0], domain_idx) || !ReadUID(row[1], uid)) {
-      return false;
-    }
-    roles.emplace_back(domain_idx, uid, row[2], ReadFlag(row[3]));
-  }
-  return true;
+  return db_.Append<RoleColumns>(kSelectAutoAdded, roles);
 }
 
 bool DomainUser::FindBeingEffectedGroups(const int& domain_idx, const unsigned int& uid,
                                          std::vector<unsigned int>& gids) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  const std::string sql = std::string("SELECT * FROM ") + kEffectedView +
-                          " WHERE domain_idx = " + std::to_string(domain_idx) +
-                          " AND uid = " + std::to_string(uid) + ";";
-  return SelectGIDs(handler_, sql, 1, gids);
+  return db_.Query<Columns<Text, Gid>>(
+      FormatStatement(kSelectEffectingGroups, domain_idx, uid),
+      [&gids](const std::string& /*domain_idx*/, unsigned int gid) { gids.push_back(gid); });
 }
 
 bool DomainUser::FindBeingEffectedGroups(
     const int& domain_idx, const std::vector<unsigned int>& uids,
     std::map<unsigned int, std::vector<unsigned int>>& gids_by_uid) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  // By uid the database looks every user up in every group of the domain; for more than a few
-  // users it is told ("+") to go through the members of the groups instead.
-  const char* const uid_column = uids.size() > kFewUsers ? "+uid" : "uid";
-  const std::string sql = std::string("SELECT uid, gid FROM ") + kEffectedView +
-                          " WHERE domain_idx = " + std::to_string(domain_idx) + " AND " +
-                          uid_column + " IN (" + BASE::Join(uids, ",") + ");";
-  Rows rows;
-  if (!Select(handler_, sql, 2, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    unsigned int uid = 0;
-    unsigned int gid = 0;
-    if (!ReadUID(row[0], uid) || !ReadGID(row[1], gid)) {
-      return false;
-    }
-    gids_by_uid[uid].push_back(gid);
-  }
-  return true;
+  return db_.Query<Columns<Uid, Gid>>(
+      FormatSql(uids.size() > kFewUsers ? kSelectGroupsOfMany : kSelectGroupsOfFew, domain_idx,
+                BASE::Join(uids, ",").c_str()),
+      [&gids_by_uid](unsigned int uid, unsigned int gid) { gids_by_uid[uid].push_back(gid); });
 }
 
 bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& uids_by_domain) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  const std::string sql = FormatStatement(
-      "SELECT %q.%q AS domain_idx, %q.%q AS uid FROM %q INNER JOIN %q WHERE %q.%q = %q.%q AND "
-      "%q.%q = %q.%q AND %q.%q IS NULL",
-      kAliasTable, "domain_idx", kAliasTable, "uid", kAliasTable, kUserView, kAliasTable,
-      "domain_idx", kUserView, "domain_idx", kAliasTable, "uid", kUserView, "uid", kUserView,
-      "role");
-  Rows rows;
-  if (!Select(handler_, sql, 2, rows)) {
-    return false;
-  }
-  for (const Row& row : rows) {
-    int domain_idx = 0;
-    unsigned int uid = 0;
-    if (!ReadInt(row[0], domain_idx) || !ReadUID(row[1], uid)) {
-      return false;
-    }
+  return db_.Query<DomainAndUser>(kSelectUsersWithoutRole, [&](int domain_idx, unsigned int uid) {
     uids_by_domain[domain_idx].push_back(uid);
-  }
-  return true;
+  });
 }
 
 bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  return SelectTexts(handler_,
-                     FormatStatement("SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM "
-                                     "domain_user_alias_table WHERE is_duplicated = 1 AND "
-                                     "domain_idx = %d",
-                                     domain_idx),
-                     emails);
+  return db_.Append<Columns<Text>>(FormatStatement(kSelectDuplicated, domain_idx), emails);
 }
 
 bool DomainUser::GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
-  std::vector<unsigned int> removed;
-  const bool read = SelectUIDs(handler_,
-                               FormatStatement("SELECT DISTINCT(%q) FROM %q WHERE domain_idx=%d ",
-                                               "uid", kRemovedTable, domain_idx),
-                               0, removed);
-  uids.insert(removed.begin(), removed.end());
-  return read;
+  return db_.Query<Columns<Uid>>(FormatStatement(kSelectRemoved, domain_idx),
+                                 [&uids](unsigned int uid) { uids.insert(uid); });
 }
 
-// One read of the direct roles of all these users in place of one question per row.
+// One read of the own roles of all these users in place of one query per row.
 bool DomainUser::_CheckUnderControl(std::vector<RECORD::DomainUser>& users) {
   std::set<int> domain_idxs;
   std::set<unsigned int> uids;
@@ -409,22 +288,11 @@ bool DomainUser::_CheckUnderControl(std::vector<RECORD::DomainUser>& users) {
     domain_idxs.insert(user.GetDomainIdx());
     uids.insert(user.GetUID());
   }
-  const std::string sql =
-      std::string("SELECT domain_idx, uid FROM ") + kRoleTable + " WHERE domain_idx IN (" +
-      BASE::Join(std::vector<int>(domain_idxs.begin(), domain_idxs.end()), ",") + ") AND uid IN (" +
-      BASE::Join(std::vector<unsigned int>(uids.begin(), uids.end()), ",") + ")";
-  Rows rows;
-  if (!Select(handler_, sql, 2, rows)) {
-    return false;
-  }
   std::set<std::pair<int, unsigned int>> own_roles;
-  for (const Row& row : rows) {
-    int domain_idx = 0;
-    unsigned int uid = 0;
-    if (!ReadInt(row[0], domain_idx) || !ReadUID(row[1], uid)) {
-      return false;
-    }
-    own_roles.emplace(domain_idx, uid);
+  if (!db_.Query<DomainAndUser>(
+          FormatSql(kSelectOwnRoles, JoinSet(domain_idxs).c_str(), JoinSet(uids).c_str()),
+          [&](int domain_idx, unsigned int uid) { own_roles.emplace(domain_idx, uid); })) {
+    return false;
   }
   for (RECORD::DomainUser& user : users) {
     user.SetIsUnderGroupControl(own_roles.count({user.GetDomainIdx(), user.GetUID()}) == 0);
@@ -433,20 +301,12 @@ bool DomainUser::_CheckUnderControl(std::vector<RECORD::DomainUser>& users) {
 }
 
 bool DomainUser::SetUsersRoles(const std::vector<RECORD::DomainUserRole>& roles) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
-  for (const RECORD::DomainUserRole& role : roles) {
-    if (role.IsValid()) {
-      batch.Add(
-          "REPLACE INTO  %q (domain_idx, uid, role, is_auto_added) VALUES ('%d', '%q', '%q', "
-          "'%d');",
-          kRoleTable, role.GetDomainIdx(), std::to_string(role.GetUID()).c_str(),
-          role.GetRole().c_str(), role.IsAutoAdded() ? 1 : 0);
-    }
-  }
-  return batch.Run(handler_, "fail to insert domain_to_user_role_table");
+  batch.AddValid(roles, [](const RECORD::DomainUserRole& role) {
+    return FormatStatement(kReplaceRole, role.GetDomainIdx(), role.GetUID(), role.GetRole().c_str(),
+                           role.IsAutoAdded() ? 1 : 0);
+  });
+  return db_.Run(batch, "fail to insert domain_to_user_role_table");
 }
 
 bool DomainUser::CreateUsersRoles(const std::vector<RECORD::DomainUserRole>& roles) {
@@ -454,80 +314,67 @@ bool DomainUser::CreateUsersRoles(const std::vector<RECORD::DomainUserRole>& rol
 }
 
 bool DomainUser::DeleteUsersRoles(const std::vector<std::pair<int, unsigned int>>& pairs) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
   for (const auto& [domain_idx, uid] : pairs) {
-    batch.Add("DELETE FROM %q WHERE domain_idx = '%d' AND uid = '%q'", kRoleTable, domain_idx,
-              std::to_string(uid).c_str());
+    batch.Add(FormatStatement(kDeleteRole, domain_idx, uid));
   }
-  return batch.Run(handler_, "fail to delete domain_to_user_role_table");
+  return db_.Run(batch, "fail to delete domain_to_user_role_table");
 }
 
 bool DomainUser::DeleteUsersRoles(const int& domain_idx, const std::vector<unsigned int>& uids) {
-  return IsOpen(status_) && DeleteUsers(handler_, kRoleTable, domain_idx, uids,
-                                        "fail to delete domain_to_user_role_table");
+  StatementBatch batch;
+  batch.AddWithIds(kDeleteRoles, uids, domain_idx);
+  return db_.Run(batch, "fail to delete domain_to_user_role_table");
 }
 
 bool DomainUser::CreateUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
-  for (const RECORD::DomainUserAlias& alias : aliases) {
-    if (alias.IsValid()) {
-      AddAliasInsert(alias, batch);
-    }
-  }
-  return batch.Run(handler_, "fail to insert domain_user_alias_table");
+  batch.AddValid(aliases, FormatAliasInsert);
+  return db_.Run(batch, "fail to insert domain_user_alias_table");
 }
 
 bool DomainUser::SetUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases) {
-  if (!IsOpen(status_)) {
+  if (!db_.IsOpen()) {
     return false;
   }
   StatementBatch batch;
   std::set<std::pair<int, unsigned int>> emptied;
-  std::vector<const RECORD::DomainUserAlias*> valid;
+  std::vector<std::string> inserts;
   for (const RECORD::DomainUserAlias& alias : aliases) {
     if (!alias.IsValid()) {
       LOG_ERROR("invalid user_alias: [%s], skipped", alias.GetAccountAlias().c_str());
       continue;
     }
-    valid.push_back(&alias);
+    inserts.push_back(FormatAliasInsert(alias));
     if (emptied.emplace(alias.GetDomainIdx(), alias.GetUID()).second) {
-      batch.Add("DELETE FROM %q WHERE domain_idx = %d AND uid = %q;", kAliasTable,
-                alias.GetDomainIdx(), std::to_string(alias.GetUID()).c_str());
+      batch.Add(FormatStatement(kDeleteAliasesOfUser, alias.GetDomainIdx(), alias.GetUID()));
     }
   }
-  for (const RECORD::DomainUserAlias* alias : valid) {
-    AddAliasInsert(*alias, batch);
+  for (std::string& insert : inserts) {
+    batch.Add(std::move(insert));
   }
-  return batch.Run(handler_, "fail to insert domain_to_user_real_table");
+  return db_.Run(batch, "fail to insert domain_to_user_real_table");
 }
 
 bool DomainUser::DeleteUsersAliases(const int& domain_idx, const std::vector<unsigned int>& uids) {
-  return IsOpen(status_) && DeleteUsers(handler_, kAliasTable, domain_idx, uids,
-                                        "fail to delete domain_to_user_real_table");
+  StatementBatch batch;
+  batch.AddWithIds(kDeleteAliases, uids, domain_idx);
+  return db_.Run(batch, "fail to delete domain_to_user_real_table");
 }
 
 bool DomainUser::RemoveUsersFromDomainGroups(
     const std::vector<std::tuple<int, unsigned int, unsigned int>>& removals) {
-  if (!IsOpen(status_)) {
-    return false;
-  }
   StatementBatch batch;
   for (const auto& [domain_idx, gid, uid] : removals) {
-    batch.Add("REPLACE INTO %q (domain_idx, gid, uid) VALUES ('%d', '%q', '%q');", kRemovedTable,
-              domain_idx, std::to_string(gid).c_str(), std::to_string(uid).c_str());
+    batch.Add(FormatStatement(kReplaceRemoval, domain_idx, gid, uid));
   }
-  return batch.Run(handler_, "fail to delete domain_to_group_role_table");
+  return db_.Run(batch, "fail to delete domain_to_group_role_table");
 }
 
 bool DomainUser::DeleteRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& uids) {
-  return IsOpen(status_) && DeleteUsers(handler_, kRemovedTable, domain_idx, uids,
-                                        "fail to delete domain_to_group_role_table");
+  StatementBatch batch;
+  batch.AddWithIds(kDeleteRemovals, uids, domain_idx);
+  return db_.Run(batch, "fail to delete domain_to_group_role_table");
 }
 
 }  // namespace MDOMAIN::DB

@@ -5,10 +5,10 @@
 // may then be partly filled. Writes are one transaction each: all or nothing. Texts end at their
 // first zero byte; one that makes a statement longer than 999,999 bytes fails the operation.
 //
-// A user's effective role is the own one, else the smallest role of the groups that still hold the
-// user ("domain_admin" before "normal"), else none. Questions about it go through domain_user_view,
-// which works out the roles of all domains each time: its cost grows with the whole mirror, so ask
-// once for many users, not once per user.
+// The effective role of users is their own one, else the smallest role ("domain_admin" before
+// "normal") of the groups from which they were not taken out, else none. Reading it goes through
+// domain_user_view, which works out the roles of all domains each time: its cost grows with the
+// whole mirror, so read many users at once, not one after the other.
 #ifndef LIB_DOMAIN_DB_DOMAIN_USER_H
 #define LIB_DOMAIN_DB_DOMAIN_USER_H
 
@@ -21,8 +21,8 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_db_filter.h"
-#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
@@ -34,10 +34,10 @@ class DomainUser {
   // Borrows the process-wide handler; without one every operation fails.
   DomainUser();
 
-  // Whether any domain has the alias, ASCII case ignored. False also when the question fails.
+  // Whether any domain has the alias, ASCII case ignored. False also when the query fails.
   bool IsAliasExist(const std::string& alias);
   // Whether a user of this name (ASCII case ignored) has an alias in the domain, with a role or
-  // without. False also when the question fails.
+  // without. False also when the query fails.
   bool IsExists(const int& domain_idx, const std::string& user_name);
   // The number of matching users with a role, whatever the filter's page.
   bool GetDomainUsersCount(DomainDBFilter& filter, int& count);
@@ -45,17 +45,17 @@ class DomainUser {
   bool GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids);
   // Adds one page of the matching users with a role to `users`, each with all aliases in the
   // domain, duplicated ones first. Offset and limit count users. A user of two of the filter's
-  // domains is one entry per domain. `with_group_control`: whether the users have no own role is
-  // asked too. A filter without domains fails unless it matches nobody.
+  // domains is one entry per domain. `with_group_control`: each entry tells, too, whether the user
+  // has no own role. A filter without domains fails unless it matches nobody.
   bool ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,
                        const bool& with_group_control);
   // Appends all users of the domain that have a role: uids, records, account names; the records as
-  // ListDomainUsers gives them, whether under group control not asked.
+  // ListDomainUsers gives them without group control.
   bool List(const int& domain_idx, std::vector<unsigned int>& uids);
   bool List(const int& domain_idx, std::vector<RECORD::DomainUser>& users);
   bool List(const int& domain_idx, std::list<std::string>& user_names);
   // The uids of several domains with one read: the view works out the roles of all domains each
-  // time it is asked. Domains without users are not in the map.
+  // time. Domains without users are not in the map.
   bool List(const std::vector<int>& domain_idxs,
             std::map<int, std::unordered_set<unsigned int>>& uids_by_domain);
   // Appends the aliases of all users with a role in the domains, user by user.
@@ -92,7 +92,7 @@ class DomainUser {
   // Appends the aliases that are flagged duplicated in the domain, one of several that differ only
   // in case.
   bool ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails);
-  // Adds who was taken out of a group in this domain.
+  // Adds the users that were taken out of a group in this domain.
   bool GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids);
 
   // Gives each user an own role in the domain, in place of one that is there. Domain and user must
@@ -102,8 +102,8 @@ class DomainUser {
   // Takes own roles away, by (domain, uid) or for many users of a domain; none there is no failure.
   bool DeleteUsersRoles(const std::vector<std::pair<int, unsigned int>>& pairs);
   bool DeleteUsersRoles(const int& domain_idx, const std::vector<unsigned int>& uids);
-  // Adds alias rows; domain and user must exist. No row is refused because the alias is there
-  // already.
+  // Adds alias rows; domain and user must exist. An alias that is there already is added again, for
+  // the same user or for another.
   bool CreateUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases);
   // Replaces all aliases in the domain of every user that has a valid record here by those records.
   // Each invalid record is logged and left out; a user with invalid ones only keeps what was there.
@@ -120,8 +120,7 @@ class DomainUser {
  private:
   bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);
 
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 namespace INTERNAL {

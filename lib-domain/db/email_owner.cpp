@@ -1,24 +1,20 @@
 // The registry's schema and statements.
 #include "lib-domain/db/email_owner.h"
 
-#include <sqlite3.h>
-
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/db/database.h"
 #include "platform/include/files.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
 
+using korvmailserver::FormatSql;
+using korvmailserver::Statement;
+
 namespace {
 
-// The reason, which the one error line does not give.
-constexpr const char* kCannotWrite = "Cannot write to database [%s]: %s";
-
-const char* const kLocalPart = "local_part";
-const char* const kDomainPart = "domain_part";
-const char* const kDomainIdx = "domain_idx";
-
-const char* const kSchema =
+constexpr const char* kSchema =
     "CREATE TABLE IF NOT EXISTS domain_part(domain_name TEXT PRIMARY KEY, domain_idx INTEGER NOT "
     "NULL );CREATE TABLE IF NOT EXISTS local_part(local_part TEXT NOT NULL, domain_idx INTEGER NOT "
     "NULL, user_name TEXT NOT NULL, PRIMARY KEY (local_part, domain_idx));";
@@ -26,44 +22,63 @@ const char* const kSchema =
 // The primary keys compare bytes; a look-up ignores case and would read whole tables. Rows that
 // differ in case only stand in insertion order in these indexes as in the tables, so which of them
 // is found first does not change.
-const char* const kIndexes[] = {
+constexpr const char* kIndexes[] = {
     "CREATE INDEX IF NOT EXISTS IDX_local_part_nocase ON local_part(domain_idx, local_part COLLATE "
     "NOCASE)",
     "CREATE INDEX IF NOT EXISTS IDX_domain_part_nocase ON domain_part(domain_name COLLATE NOCASE)",
 };
 
-// Appends the text that sqlite3_mprintf made, and frees it. False when there is none.
-bool Push(char* text, SQLCmd& cmds) {
-  if (text == nullptr) {
-    return false;
-  }
-  cmds.emplace_back(text);
-  sqlite3_free(text);
-  return true;
-}
+constexpr const char* kInsertLocalPart =
+    "INSERT OR IGNORE INTO local_part (local_part, domain_idx, user_name) VALUES ('%q', '%d', "
+    "'%q');";
+constexpr const char* kInsertDomainPart =
+    "INSERT OR IGNORE INTO domain_part (domain_name, domain_idx) VALUES ('%q', '%d');";
+constexpr const char* kSelectOwner =
+    "SELECT user_name FROM local_part WHERE local_part = ?1 COLLATE NOCASE AND domain_idx = "
+    "(SELECT domain_idx FROM domain_part WHERE domain_name = ?2 COLLATE NOCASE LIMIT 1)";
 
 bool HoldsZeroByte(const std::string& text) {
   return text.find('\0') != std::string::npos;
 }
 
-bool AddLocalPart(const RECORD::LocalPart& part, SQLCmd& cmds) {
+// The insert of a row; empty when a text holds a zero byte or there is no memory.
+std::string FormatInsert(const RECORD::LocalPart& part) {
   const std::string local_part = part.GetLocalPart();
   const std::string user_name = part.GetUserName();
-  return !HoldsZeroByte(local_part) && !HoldsZeroByte(user_name) &&
-         Push(sqlite3_mprintf("INSERT OR IGNORE INTO %q (local_part, domain_idx, user_name) VALUES "
-                              "('%q', '%d', '%q');",
-                              kLocalPart, local_part.c_str(), part.GetDomainIdx(),
-                              user_name.c_str()),
-              cmds);
+  if (HoldsZeroByte(local_part) || HoldsZeroByte(user_name)) {
+    return "";
+  }
+  return FormatSql(kInsertLocalPart, local_part.c_str(), part.GetDomainIdx(), user_name.c_str());
 }
 
-bool AddDomainPart(const RECORD::DomainPart& part, SQLCmd& cmds) {
+std::string FormatInsert(const RECORD::DomainPart& part) {
   const std::string domain_name = part.GetDomainName();
-  return !HoldsZeroByte(domain_name) &&
-         Push(sqlite3_mprintf("INSERT OR IGNORE INTO %q (domain_name, domain_idx) VALUES ('%q', "
-                              "'%d');",
-                              kDomainPart, domain_name.c_str(), part.GetDomainIdx()),
-              cmds);
+  if (HoldsZeroByte(domain_name)) {
+    return "";
+  }
+  return FormatSql(kInsertDomainPart, domain_name.c_str(), part.GetDomainIdx());
+}
+
+template <typename Part>
+bool Insert(DBHandler& registry, const std::vector<Part>& parts, const char* cannot_format,
+            const char* cannot_insert, INTERNAL::SourceHere here = INTERNAL::SourceHere::Now()) {
+  SQLCmd cmds;
+  cmds.reserve(parts.size());
+  for (const Part& part : parts) {
+    cmds.push_back(FormatInsert(part));
+    if (cmds.back().empty()) {
+      LOG_ERROR_AT(here.file, here.line, "%s", cannot_format);
+      return false;
+    }
+  }
+  if (registry.exeCmds(cmds, true) != 0) {
+    // A warning, as the one error line is fixed and does not say why.
+    MDOMAIN_LOG_AT(BASE::kLogWarning, here.file, here.line, "Cannot write to database [%s]: %s",
+                   registry.GetPath().c_str(), registry.GetErrText().c_str());
+    LOG_ERROR_AT(here.file, here.line, "%s", cannot_insert);
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -76,48 +91,18 @@ EmailOwner::EmailOwner(const std::string& path) : DBHandler(path, kSchema) {
 }
 
 EmailOwner::~EmailOwner() {
-  _FinalizeGetOwner();
+  get_owner_.reset();
   disconnect();
 }
 
 bool EmailOwner::CreateLocalPart(const std::vector<RECORD::LocalPart>& parts) {
-  if (!_IsOpen()) {
-    return false;
-  }
-  SQLCmd cmds;
-  cmds.reserve(parts.size());
-  for (const RECORD::LocalPart& part : parts) {
-    if (!AddLocalPart(part, cmds)) {
-      LOG_ERROR("fail to create insert local_part cmd");
-      return false;
-    }
-  }
-  if (exeCmds(cmds, true) != 0) {
-    LOG_WARNING(kCannotWrite, GetPath().c_str(), GetErrText().c_str());
-    LOG_ERROR("fail to insert local_part table");
-    return false;
-  }
-  return true;
+  return _IsOpen() && Insert(*this, parts, "fail to create insert local_part cmd",
+                             "fail to insert local_part table");
 }
 
 bool EmailOwner::CreateDomainPart(const std::vector<RECORD::DomainPart>& parts) {
-  if (!_IsOpen()) {
-    return false;
-  }
-  SQLCmd cmds;
-  cmds.reserve(parts.size());
-  for (const RECORD::DomainPart& part : parts) {
-    if (!AddDomainPart(part, cmds)) {
-      LOG_ERROR("fail to create insert cmd");
-      return false;
-    }
-  }
-  if (exeCmds(cmds, true) != 0) {
-    LOG_WARNING(kCannotWrite, GetPath().c_str(), GetErrText().c_str());
-    LOG_ERROR("fail to insert domain_name table");
-    return false;
-  }
-  return true;
+  return _IsOpen() &&
+         Insert(*this, parts, "fail to create insert cmd", "fail to insert domain_name table");
 }
 
 bool EmailOwner::GetOwner(const std::string& local_part, const std::string& domain_name,
@@ -126,30 +111,28 @@ bool EmailOwner::GetOwner(const std::string& local_part, const std::string& doma
     return false;
   }
   user_name.clear();
-  bool is_fresh = get_owner_ == nullptr;
-  while (true) {
-    if (!_PrepareGetOwner() || !_BindGetOwner(local_part, domain_name)) {
-      return false;
-    }
-    const int result = sqlite3_step(get_owner_);
-    if (result == SQLITE_ROW || result == SQLITE_DONE) {
-      const unsigned char* text =
-          result == SQLITE_ROW ? sqlite3_column_text(get_owner_, 0) : nullptr;
-      user_name = text == nullptr ? "" : reinterpret_cast<const char*>(text);
-      sqlite3_reset(get_owner_);
-      return true;
-    }
-    const bool is_outdated = !is_fresh && (result == SQLITE_ERROR || result == SQLITE_SCHEMA);
-    if (!is_outdated) {
-      LOG_ERROR("sqlite3_step error, %s", sqlite3_errmsg(getDB()));
-    }
-    _FinalizeGetOwner();
-    if (!is_outdated) {
-      return false;
-    }
-    // The tables changed under the statement that was kept: asked anew, it tells what is wrong.
-    is_fresh = true;
+  const bool was_kept = get_owner_ != nullptr;
+  int result = SQLITE_OK;
+  if (!_StepGetOwner(local_part, domain_name, result)) {
+    return false;
   }
+  if (was_kept && (result == SQLITE_ERROR || result == SQLITE_SCHEMA)) {
+    // The tables changed under the statement that was kept; a new one tells what is wrong.
+    get_owner_.reset();
+    if (!_StepGetOwner(local_part, domain_name, result)) {
+      return false;
+    }
+  }
+  if (result != SQLITE_ROW && result != SQLITE_DONE) {
+    LOG_ERROR("sqlite3_step error, %s", get_owner_->Error());
+    get_owner_.reset();
+    return false;
+  }
+  if (result == SQLITE_ROW) {
+    user_name = get_owner_->Text(0);
+  }
+  get_owner_->Reset();
+  return true;
 }
 
 void EmailOwner::_Open() {
@@ -160,7 +143,7 @@ void EmailOwner::_Open() {
   }
 }
 
-// SQLite stays with the file that it opened: once another one has its name, it would answer from
+// SQLite stays with the file that it opened: once another file has the name, it would answer from
 // the old one for good and refuse every write.
 void EmailOwner::_FollowReplacedFile() {
   int has_moved = 0;
@@ -170,7 +153,7 @@ void EmailOwner::_FollowReplacedFile() {
   const bool is_replaced = has_moved != 0 && postara::sdk::Exist(GetPath());
   const bool was_lost = status_ != 0 && was_open_;
   if (is_replaced || was_lost) {
-    _FinalizeGetOwner();
+    get_owner_.reset();
     disconnect();
     _Open();
   }
@@ -185,42 +168,21 @@ bool EmailOwner::_IsOpen() {
   return true;
 }
 
-bool EmailOwner::_PrepareGetOwner() {
-  if (get_owner_ != nullptr) {
-    return true;
+// Runs the look-up to its first row; the result is SQLite's. False with one line, and no statement
+// kept, when it could not be prepared or its values not bound.
+bool EmailOwner::_StepGetOwner(const std::string& local_part, const std::string& domain_name,
+                               int& result) {
+  if (get_owner_ == nullptr) {
+    get_owner_ = std::make_unique<Statement>(getDB(), kSelectOwner);
   }
-  SQLCmd cmds;
-  if (!Push(sqlite3_mprintf("SELECT %q FROM %q WHERE %q = ?1 COLLATE NOCASE AND %q = (SELECT %q "
-                            "FROM %q WHERE %q = ?2 COLLATE NOCASE LIMIT 1)",
-                            "user_name", kLocalPart, "local_part", kDomainIdx, kDomainIdx,
-                            kDomainPart, "domain_name"),
-            cmds)) {
-    LOG_ERROR("fail to create get owner cmd");
+  const bool prepared = get_owner_->IsPrepared();
+  if (!prepared || !get_owner_->Bind(1, local_part) || !get_owner_->Bind(2, domain_name)) {
+    LOG_ERROR("%s", prepared ? "fail to create get owner cmd" : "fail to prepare get owner cmd");
+    get_owner_.reset();
     return false;
   }
-  if (sqlite3_prepare_v2(getDB(), cmds[0].c_str(), -1, &get_owner_, nullptr) != SQLITE_OK) {
-    LOG_ERROR("fail to prepare get owner cmd");
-    return false;
-  }
+  result = get_owner_->Step();
   return true;
-}
-
-bool EmailOwner::_BindGetOwner(const std::string& local_part, const std::string& domain_name) {
-  const auto bind = [this](int parameter, const std::string& text) {
-    return sqlite3_bind_text(get_owner_, parameter, text.data(), static_cast<int>(text.size()),
-                             SQLITE_STATIC);
-  };
-  if (bind(1, local_part) != SQLITE_OK || bind(2, domain_name) != SQLITE_OK) {
-    LOG_ERROR("fail to create get owner cmd");
-    _FinalizeGetOwner();
-    return false;
-  }
-  return true;
-}
-
-void EmailOwner::_FinalizeGetOwner() {
-  sqlite3_finalize(get_owner_);
-  get_owner_ = nullptr;
 }
 
 }  // namespace MDOMAIN::DB

@@ -1,4 +1,4 @@
-// The mirror of the account system's groups and of who belongs to them.
+// The mirror of the account system's groups and their members.
 //
 // Operations return true on success. A failure is false and one error line that says what failed,
 // after a line with SQLite's reason (of a write a warning, of a read an error too); out arguments
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
-#include "lib-domain/db/handler.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/record/group.h"
 
 namespace MDOMAIN::DB {
@@ -46,8 +46,7 @@ class Group {
   bool List(const GroupDBFilter& filter, std::vector<RECORD::Group>& groups);
 
  private:
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 }  // namespace MDOMAIN::DB

@@ -12,7 +12,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/db/schema.h"
 #include "platform/include/files.h"
-#include "platform/include/scope_guard.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
 
@@ -26,19 +26,6 @@ constexpr int kSelectBusyMilliseconds = 10000;
   throw korvmailserver::LogException(korvmailserver::ERR_SELECT_QUERY,
                                      what + ": " + sqlite3_errmsg(db) + ", cmd: " + sql,
                                      BASE::kLogError, BASE::SourcePath(__FILE__), line);
-}
-
-std::vector<std::string> ReadRow(sqlite3_stmt* statement) {
-  std::vector<std::string> row(static_cast<size_t>(sqlite3_column_count(statement)));
-  for (size_t i = 0; i < row.size(); ++i) {
-    const int column = static_cast<int>(i);
-    const unsigned char* text = sqlite3_column_text(statement, column);
-    if (text != nullptr) {
-      row[i].assign(reinterpret_cast<const char*>(text),
-                    static_cast<size_t>(sqlite3_column_bytes(statement, column)));
-    }
-  }
-  return row;
 }
 
 }  // namespace
@@ -117,20 +104,16 @@ int DomainDBHandler::createDB() {
 }
 
 std::vector<std::vector<std::string>> DomainDBHandler::ExecSelectCmd(const std::string& sql) {
-  sqlite3_stmt* statement = nullptr;
-  const postara::ScopeGuard finalize([&statement] { sqlite3_finalize(statement); });
-  if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK) {
+  korvmailserver::Statement statement(db_, sql);
+  // A text without any statement compiles, too, but cannot be stepped.
+  if (!statement.IsPrepared() && sqlite3_errcode(db_) != SQLITE_OK) {
     ThrowSelectError("Failed to prepare", db_, sql, __LINE__);
   }
   if (sqlite3_busy_timeout(db_, kSelectBusyMilliseconds) != SQLITE_OK) {
     ThrowSelectError("Failed to set busy timeout", db_, sql, __LINE__);
   }
   std::vector<std::vector<std::string>> rows;
-  int result = sqlite3_step(statement);
-  for (; result == SQLITE_ROW; result = sqlite3_step(statement)) {
-    rows.push_back(ReadRow(statement));
-  }
-  if (result != SQLITE_DONE) {
+  if (!statement.ForEachRow([&rows](const auto& row) { rows.push_back(row.Texts()); })) {
     ThrowSelectError("sqlite3_step", db_, sql, __LINE__);
   }
   return rows;

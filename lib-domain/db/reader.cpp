@@ -1,66 +1,42 @@
 // A connection of its own, opened for reading only, closed with the object.
 #include "lib-domain/db/reader.h"
 
-#include <sqlite3.h>
-
-#include <memory>
-
 #include "lib-domain/base/log_line.h"
 #include "platform/include/files.h"
 
 namespace MDOMAIN::DB::INTERNAL {
+
+using korvmailserver::Connection;
+using korvmailserver::Statement;
+
 namespace {
 
-constexpr int kBusyTimeout = 10000;  // milliseconds, as the handler waits before a query
-
-std::vector<std::string> Columns(sqlite3_stmt* statement) {
-  std::vector<std::string> row(static_cast<size_t>(sqlite3_column_count(statement)));
-  for (size_t i = 0; i < row.size(); ++i) {
-    const unsigned char* text = sqlite3_column_text(statement, static_cast<int>(i));
-    row[i] = text == nullptr ? "" : reinterpret_cast<const char*>(text);
-  }
-  return row;
-}
+constexpr int kBusyMilliseconds = 10000;  // as the handler waits before a query
 
 }  // namespace
-
-Reader::~Reader() {
-  sqlite3_close(db_);
-}
 
 bool Reader::Open() {
   if (!postara::sdk::Exist(path_)) {
     return true;
   }
-  const int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr);
-  if (result != SQLITE_OK) {
-    LOG_ERROR("Failed to open %s, %s", path_.c_str(), sqlite3_errmsg(db_));
-    sqlite3_close(db_);
-    db_ = nullptr;
+  if (connection_.Open(path_, Connection::Mode::kRead, kBusyMilliseconds) != SQLITE_OK) {
+    LOG_ERROR("Failed to open %s, %s", path_.c_str(), connection_.Error().c_str());
     return false;
   }
-  sqlite3_busy_timeout(db_, kBusyTimeout);
   return true;
 }
 
 bool Reader::ForEachRow(const char* sql,
-                        const std::function<void(const std::vector<std::string>& row)>& use) {
-  if (db_ == nullptr) {
+                        const std::function<void(const Statement& row)>& use) const {
+  if (connection_.Get() == nullptr) {
     return true;
   }
-  sqlite3_stmt* raw = nullptr;
-  int result = sqlite3_prepare_v2(db_, sql, -1, &raw, nullptr);
-  const std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> statement(raw, sqlite3_finalize);
-  while (result == SQLITE_OK || result == SQLITE_ROW) {
-    result = sqlite3_step(raw);
-    if (result == SQLITE_ROW) {
-      use(Columns(raw));
-    }
+  Statement statement(connection_.Get(), sql);
+  if (!statement.ForEachRow(use)) {
+    LOG_ERROR("Failed to read %s, %s", path_.c_str(), statement.Error());
+    return false;
   }
-  if (result != SQLITE_DONE) {
-    LOG_ERROR("Failed to read %s, %s", path_.c_str(), sqlite3_errmsg(db_));
-  }
-  return result == SQLITE_DONE;
+  return true;
 }
 
 }  // namespace MDOMAIN::DB::INTERNAL

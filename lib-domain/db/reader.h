@@ -5,31 +5,27 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
-struct sqlite3;
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
 class Reader {
  public:
   explicit Reader(const std::string& path) : path_(path) {}
-  ~Reader();
-  Reader(const Reader&) = delete;
-  Reader& operator=(const Reader&) = delete;
 
   // A missing file is success, and has no rows. False with one log line when the file cannot be
   // opened; what is wrong inside shows at the first query.
   bool Open();
 
-  // Calls `use` with each row's columns as text (NULL: empty). False with one log line when the
+  // Calls `use` for each row, with the statement standing on it. False with one log line when the
   // query fails; rows before that were handed out.
   bool ForEachRow(const char* sql,
-                  const std::function<void(const std::vector<std::string>& row)>& use);
+                  const std::function<void(const korvmailserver::Statement& row)>& use) const;
 
  private:
   std::string path_;
-  sqlite3* db_ = nullptr;
+  korvmailserver::Connection connection_;
 };
 
 }  // namespace MDOMAIN::DB::INTERNAL

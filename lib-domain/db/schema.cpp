@@ -12,8 +12,8 @@ namespace MDOMAIN::UTILS {
 
 namespace {
 
-// domain_view aggregates the flag over all domains here; the next script mends that.
-const char* const kToVersion1 =
+// domain_view follows: all tables, their indexes and the other views.
+constexpr const char* kTables =
     "CREATE TABLE IF NOT EXISTS user_table(uid INTEGER PRIMARY KEY,user_name TEXT);"
     "CREATE INDEX IF NOT EXISTS IDX_user_table_uid ON user_table(uid);"
     "CREATE TABLE IF NOT EXISTS group_table(gid INTEGER PRIMARY KEY,group_name "
@@ -90,54 +90,32 @@ const char* const kToVersion1 =
     "CREATE VIEW IF NOT EXISTS domain_group_view AS SELECT "
     "domain_group_role_table.domain_idx, group_table.gid, group_table.group_name, "
     "group_table.group_desc, domain_group_role_table.role FROM domain_group_role_table INNER "
-    "JOIN group_table ON domain_group_role_table.gid = group_table.gid;"
-    "CREATE VIEW IF NOT EXISTS domain_view AS SELECT domain_table.domain_idx, "
-    "domain_table.domain_name, domain_table.domain_desc, "
-    "domain_table.domain_default_alias_pattern, domain_table.is_automatically_adding_users, "
-    "CASE WHEN (domain_user_alias_table.is_duplicated IS NOT NULL) THEN "
-    "(domain_user_alias_table.is_duplicated)ELSE (0) END AS 'is_duplicated_alias_exist', "
-    "CASE WHEN (primary_domain_table.domain_idx IS NULL) THEN (0) ELSE (1)END AS "
-    "'is_primary' FROM domain_table LEFT JOIN primary_domain_table ON "
-    "domain_table.domain_idx = primary_domain_table.domain_idx LEFT JOIN ( SELECT "
-    "domain_idx, MAX(is_duplicated) AS is_duplicated FROM domain_user_alias_table) "
-    "domain_user_alias_table ON domain_table.domain_idx = domain_user_alias_table.domain_idx";
-
-// is_duplicated_alias_exist per domain.
-const char* const kToVersion2 =
-    "DROP VIEW domain_view;"
-    "CREATE VIEW IF NOT EXISTS domain_view AS SELECT domain_table.domain_idx, "
-    "domain_table.domain_name, domain_table.domain_desc, "
-    "domain_table.domain_default_alias_pattern, domain_table.is_automatically_adding_users, "
-    "CASE WHEN (domain_user_alias_table.is_duplicated IS NOT NULL) THEN "
-    "(domain_user_alias_table.is_duplicated)ELSE (0) END AS 'is_duplicated_alias_exist', "
-    "CASE WHEN (primary_domain_table.domain_idx IS NULL) THEN (0) ELSE (1)END AS "
-    "'is_primary' FROM domain_table LEFT JOIN primary_domain_table ON "
-    "domain_table.domain_idx = primary_domain_table.domain_idx LEFT JOIN ( SELECT "
-    "domain_idx, MAX(is_duplicated) AS is_duplicated FROM domain_user_alias_table GROUP BY "
-    "domain_idx) domain_user_alias_table ON domain_table.domain_idx = "
-    "domain_user_alias_table.domain_idx";
+    "JOIN group_table ON domain_group_role_table.gid = group_table.gid;";
 
 // Names and aliases are looked up on every change.
-const char* const kToVersion3 =
+constexpr const char* kToVersion3 =
     "CREATE INDEX IF NOT EXISTS IDX_domain_table_domain_name ON domain_table(domain_name);"
     "CREATE INDEX IF NOT EXISTS IDX_domain_to_additional_domain_table_additional_domain ON "
     "domain_to_additional_domain_table(additional_domain);"
     "CREATE INDEX IF NOT EXISTS IDX_domain_user_alias_table_account_alias ON "
     "domain_user_alias_table(account_alias)";
 
-// An alias of someone without a role in the domain no longer counts as a collision.
-const char* const kToVersion4 =
-    "DROP VIEW domain_view;"
-    "CREATE VIEW IF NOT EXISTS domain_view AS SELECT domain_table.domain_idx, "
-    "domain_table.domain_name, domain_table.domain_desc, "
-    "domain_table.domain_default_alias_pattern, domain_table.is_automatically_adding_users, "
-    "CASE WHEN (domain_user_view.is_duplicated IS NOT NULL) THEN "
-    "(domain_user_view.is_duplicated)ELSE (0) END AS 'is_duplicated_alias_exist', CASE WHEN "
-    "(primary_domain_table.domain_idx IS NULL) THEN (0) ELSE (1)END AS 'is_primary' FROM "
-    "domain_table LEFT JOIN primary_domain_table ON domain_table.domain_idx = "
-    "primary_domain_table.domain_idx LEFT JOIN ( SELECT domain_idx, MAX(is_duplicated) AS "
-    "is_duplicated FROM domain_user_view WHERE role IS NOT NULL  GROUP BY domain_idx) "
-    "domain_user_view ON domain_table.domain_idx = domain_user_view.domain_idx";
+constexpr const char* kDropDomainView = "DROP VIEW domain_view;";
+
+// domain_view, its flag is_duplicated_alias_exist taken from the rows of `source`.
+std::string DomainView(const std::string& source, const std::string& rows) {
+  return "CREATE VIEW IF NOT EXISTS domain_view AS SELECT domain_table.domain_idx, "
+         "domain_table.domain_name, domain_table.domain_desc, "
+         "domain_table.domain_default_alias_pattern, domain_table.is_automatically_adding_users, "
+         "CASE WHEN (" +
+         source + ".is_duplicated IS NOT NULL) THEN (" + source +
+         ".is_duplicated)ELSE (0) END AS 'is_duplicated_alias_exist', CASE WHEN "
+         "(primary_domain_table.domain_idx IS NULL) THEN (0) ELSE (1)END AS 'is_primary' FROM "
+         "domain_table LEFT JOIN primary_domain_table ON domain_table.domain_idx = "
+         "primary_domain_table.domain_idx LEFT JOIN ( SELECT domain_idx, MAX(is_duplicated) AS "
+         "is_duplicated FROM " +
+         source + rows + ") " + source + " ON domain_table.domain_idx = " + source + ".domain_idx";
+}
 
 }  // namespace
 
@@ -156,7 +134,15 @@ bool GetUserGroupDomainConfigPath(std::string& path) {
 }
 
 bool DomainUtilGetSqliteCmds(std::vector<std::string>& cmds) {
-  cmds = {kToVersion1, kToVersion2, kToVersion3, kToVersion4};
+  cmds = {
+      // Takes the flag from the aliases of all domains; the next script mends that.
+      kTables + DomainView("domain_user_alias_table", ""),
+      kDropDomainView + DomainView("domain_user_alias_table", " GROUP BY domain_idx"),
+      kToVersion3,
+      // An alias of someone without a role in the domain no longer counts as a collision.
+      kDropDomainView +
+          DomainView("domain_user_view", " WHERE role IS NOT NULL  GROUP BY domain_idx"),
+  };
   return true;
 }
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
-#include "lib-domain/db/handler.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/record/user.h"
 
 namespace MDOMAIN::DB {
@@ -44,8 +44,7 @@ class User {
   bool List(const UserDBFilter& filter, std::vector<RECORD::User>& users);
 
  private:
-  DomainDBHandler* handler_;
-  int status_;
+  INTERNAL::Database db_;
 };
 
 }  // namespace MDOMAIN::DB

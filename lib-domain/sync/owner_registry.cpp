@@ -3,12 +3,10 @@
 #include "lib-domain/sync/owner_registry.h"
 
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <map>
-#include <memory>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -20,8 +18,13 @@
 #include "lib-domain/db/reader.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::UTILS {
+
+using korvmailserver::Connection;
+using korvmailserver::Statement;
+
 namespace {
 
 constexpr int kBusyMilliseconds = 10000;
@@ -79,29 +82,25 @@ bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content)
          registry.CreateLocalPart(content.local_parts) && scope.Commit() == 0;
 }
 
-// Keeps writers from the old file as long as it lives. A journal beside it belongs to a writer, or
-// to one that crashed, and SQLite would play it into whatever file has the name next. Who waits for
-// the lock is refused by SQLite once the file has lost its name.
+// Keeps writers from the old file as long as it lives. A journal beside the file belongs to a
+// writer, or to one that crashed, and SQLite would play it into whatever file has the name next.
+// SQLite refuses a writer that waits for the lock once the file has lost its name.
 class WriterLock {
  public:
   explicit WriterLock(const std::string& path) : journal_(path + "-journal") {
-    sqlite3* db = nullptr;
-    const int opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
-    old_.reset(db);
-    if (opened == SQLITE_OK) {
-      sqlite3_busy_timeout(db, kBusyMilliseconds);
-      is_busy_ = sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_BUSY;
+    if (old_.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) == SQLITE_OK) {
+      is_busy_ = old_.Run("BEGIN IMMEDIATE") == SQLITE_BUSY;
     } else if (!postara::sdk::Exist(path)) {
       postara::sdk::Unlink(journal_);
     }
   }
-  // False while another program writes. Taking the lock has cleared what a crash left; a file that
-  // is no database cannot be locked, and nobody can be writing it.
+  // False while another program writes. Taking the lock cleared what a crash left. A file that is
+  // no database cannot be locked, and nobody can be writing it.
   bool IsHeld() const { return !is_busy_ && !postara::sdk::Exist(journal_); }
 
  private:
   std::string journal_;
-  std::unique_ptr<sqlite3, decltype(&sqlite3_close)> old_{nullptr, sqlite3_close};
+  Connection old_;
   bool is_busy_ = false;
 };
 
@@ -178,21 +177,23 @@ bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& conten
   for (const RECORD::LocalPart& part : content.local_parts) {
     owners.emplace(Key(part.GetLocalPart(), part.GetDomainIdx()), part.GetUserName());
   }
-  auto check_domain = [&](const std::vector<std::string>& row) {
+  const auto check_domain = [&](const Statement& row) {
     int idx = 0;
-    if (row.size() == 2 && BASE::ConvertToInt(row[1], idx) &&
-        domains.count(Key(row[0], idx)) == 0) {
-      stale.domains.emplace_back(row[0], idx);
+    const std::string name = row.Text(0);
+    if (BASE::ConvertToInt(row.Text(1), idx) && domains.count(Key(name, idx)) == 0) {
+      stale.domains.emplace_back(name, idx);
     }
   };
-  auto check_local_part = [&](const std::vector<std::string>& row) {
+  const auto check_local_part = [&](const Statement& row) {
     int idx = 0;
-    if (row.size() != 3 || !BASE::ConvertToInt(row[1], idx)) {
+    if (!BASE::ConvertToInt(row.Text(1), idx)) {
       return;
     }
-    const auto owner = owners.find(Key(row[0], idx));
-    if (owner == owners.end() || owner->second != row[2]) {
-      stale.local_parts.emplace_back(row[0], idx, row[2]);
+    const std::string local_part = row.Text(0);
+    const std::string user_name = row.Text(2);
+    const auto owner = owners.find(Key(local_part, idx));
+    if (owner == owners.end() || owner->second != user_name) {
+      stale.local_parts.emplace_back(local_part, idx, user_name);
     }
   };
   DB::INTERNAL::Reader reader(path);

@@ -1,7 +1,7 @@
 // The e-mail owner registry as a copy of the domain database's addresses.
 //
-// The registry is filled by whoever wants to; these operations fill it from the domain database and
-// tell where it has fallen behind.
+// Any program may fill the registry; these operations fill it from the domain database and tell
+// where it has fallen behind.
 #ifndef LIB_DOMAIN_SYNC_OWNER_REGISTRY_H
 #define LIB_DOMAIN_SYNC_OWNER_REGISTRY_H
 
@@ -23,13 +23,13 @@ struct OwnerRegistryContent {
 bool CollectOwners(OwnerRegistryContent& content);
 
 // Writes `content` as one transaction into a new file and renames it over `path`, so that a reader
-// sees the old or the new registry, whole. Waits up to 10 seconds for who is writing the old one.
+// sees the old or the new registry, whole. Waits up to 10 seconds for a writer of the old one.
 // False with one log line, and the old file untouched.
 bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content);
 
-// The registry's rows that `content` has not: another owner, an alias or a domain that is gone. The
-// comparison ignores ASCII case, as look-ups do. A missing registry has no rows. False with one log
-// line when the file cannot be read.
+// The registry's rows that are not in `content`: another owner, an alias or a domain that is gone.
+// The comparison ignores ASCII case, as look-ups do. A missing registry has no rows. False with one
+// log line when the file cannot be read.
 bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
                      OwnerRegistryContent& stale);
 

@@ -1,4 +1,4 @@
-// The same questions and the same comparison as a refresh, without its writes.
+// The reads and the comparison of a refresh, without its writes.
 #include "lib-domain/sync/preview.h"
 
 #include "lib-domain/accounts/account_source.h"
@@ -15,9 +15,9 @@ constexpr const char* kUids = "SELECT uid FROM user_table ORDER BY uid";
 constexpr const char* kGids = "SELECT gid FROM group_table ORDER BY gid";
 
 bool ReadIds(DB::INTERNAL::Reader& reader, const char* sql, std::vector<unsigned int>& ids) {
-  return reader.ForEachRow(sql, [&](const std::vector<std::string>& row) {
+  return reader.ForEachRow(sql, [&ids](const korvmailserver::Statement& row) {
     unsigned int id = 0;
-    if (row.size() == 1 && BASE::ConvertToUID(row[0], id)) {
+    if (BASE::ConvertToUID(row.Text(0), id)) {
       ids.push_back(id);
     }
   });

@@ -4,9 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "tests/support/domain_db.h"
 
 // Files that another program holds are not worth ten seconds of waiting here.
@@ -31,7 +28,7 @@ class EmailOwnerTest : public test::RootTest {
                                           {"zoë", 2, "zoe"},
                                           {"alice", 2, "other"}}));
   }
-  // "-" when the question fails.
+  // "-" when the look-up fails.
   static std::string Ask(EmailOwner& registry, const std::string& address) {
     std::string owner = "preset";
     return registry.GetOwner(address, owner) ? owner : "-";
@@ -133,26 +130,16 @@ TEST_F(EmailOwnerTest, ReadOnlyFileAnswersAndTakesNothing) {
   ASSERT_EQ(seteuid(0), 0);
 }
 
-TEST_F(EmailOwnerTest, UnusableFiles) {
-  const auto expect_refused = [this](const std::string& why) {
-    SCOPED_TRACE(why);
-    EmailOwner registry(Path());
-    EXPECT_TRUE(Logged("Cannot open database [" + Path() + "]: " + why));
-    EXPECT_EQ(Ask(registry, "alice@example.com"), "-");
-    EXPECT_TRUE(Logged("Open DBHandler cannot open before"));
-    EXPECT_FALSE(registry.CreateLocalPart({}));
-    EXPECT_TRUE(Logged("Open DBHandler cannot open before"));
-  };
-  std::filesystem::create_directory(Path());
-  expect_refused("it is a directory");
-  std::filesystem::remove(Path());
-  std::ofstream(Path()) << std::string(5000, 'x');
-  expect_refused("file is not a database");
-  std::filesystem::remove(Path());
+TEST_F(EmailOwnerTest, UnusableFile) {
   Fill();
   SqliteFile other(Path());
   other.Run("BEGIN EXCLUSIVE");
-  expect_refused("database is locked");
+  EmailOwner registry(Path());
+  EXPECT_TRUE(Logged("Cannot open database [" + Path() + "]: database is locked"));
+  EXPECT_EQ(Ask(registry, "alice@example.com"), "-");
+  EXPECT_TRUE(Logged("Open DBHandler cannot open before"));
+  EXPECT_FALSE(registry.CreateLocalPart({}));
+  EXPECT_TRUE(Logged("Open DBHandler cannot open before"));
 }
 
 TEST_F(EmailOwnerTest, FailuresBetweenLookUpsAreTold) {

@@ -1,7 +1,5 @@
 // What the filters compose. The texts are the interface, so they are compared as texts; that the
 // database takes them, and what it answers, is tested with the stores.
-#include <functional>
-
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/statement.h"
@@ -13,108 +11,68 @@ using MDOMAIN::DB::DomainDBFilter;
 using MDOMAIN::DB::GroupDBFilter;
 using MDOMAIN::DB::UserDBFilter;
 
+using Uids = std::vector<unsigned int>;
+
 class FilterTest : public test::RootTest {};
 
-enum class Kind { kList, kUsers, kDistinct };
+DomainDBFilter Make(const char* table, const std::vector<int>& domain_idxs,
+                    const std::string& query = "", const std::string& query_type = "",
+                    const std::string& sort_by = "") {
+  DomainDBFilter filter(table);
+  filter.SetDomainIdxs(domain_idxs);
+  filter.SetQuery(query);
+  filter.SetQueryType(query_type);
+  filter.SetSortBy(sort_by);
+  filter.SetSortDirection("ASC");
+  return filter;
+}
 
 TEST_F(FilterTest, DomainViews) {
-  using Set = std::function<void(DomainDBFilter&)>;
-  const struct {
-    const char* table;
-    Set set;
-    Kind kind;
-    std::string want;
-  } cases[] = {
-      {"domain_view", [](auto&) {}, Kind::kList, "SELECT * FROM domain_view LIMIT 100 OFFSET 0;"},
-      {"domain_view",
-       [](auto& f) {
-         f.SetQuery("o'k");
-         f.SetQueryType("domain_name");
-         f.SetLimit(-1);
-       },
-       Kind::kList,
-       "SELECT * FROM domain_view WHERE (domain_name LIKE '%o''k%') LIMIT -1 OFFSET 0;"},
-      {"domain_view",
-       [](auto& f) {
-         f.SetQuery("x");
-         f.SetDomainIdxs({1});
-       },
-       Kind::kList,
-       "SELECT * FROM domain_view WHERE domain_idx IN (1) AND (domain_name LIKE '%x%' OR "
-       "domain_desc LIKE '%x%') LIMIT 100 OFFSET 0;"},
-      {"domain_view",
-       [](auto& f) {
-         f.SetQuery("x");
-         f.SetQueryType("; DROP TABLE domain_table");
-       },
-       Kind::kList, "SELECT * FROM domain_view WHERE ( LIKE '%x%') LIMIT 100 OFFSET 0;"},
-      {"domain_group_view",
-       [](auto& f) {
-         f.SetQuery("x");
-         f.SetOffset(7);
-       },
-       Kind::kList,
-       "SELECT * FROM domain_group_view WHERE (group_name LIKE '%x%' OR group_desc LIKE '%x%') "
-       "LIMIT 100 OFFSET 7;"},
-      {"domain_user_view", [](auto&) {}, Kind::kList,
-       "SELECT * FROM domain_user_view WHERE role IS NOT NULL  LIMIT 100 OFFSET 0;"},
-      {"domain_user_view",
-       [](auto& f) {
-         f.SetDomainIdxs({2, 5});
-         f.SetSelect("count(*)");
-       },
-       Kind::kList,
-       "SELECT count(*) FROM domain_user_view WHERE domain_idx IN (2,5) AND role IS NOT NULL ;"},
-      {"domain_user_view",
-       [](auto& f) {
-         f.SetDomainIdxs({-1});
-         f.SetQuery("x");
-         f.SetQueryType("account_alias");
-       },
-       Kind::kList,
-       "SELECT * FROM domain_user_view WHERE domain_idx IN (-1) AND (account_alias LIKE '%x%') AND "
-       "role IS NOT NULL  LIMIT 100 OFFSET 0;"},
+  const std::string users = "SELECT * FROM domain_user_view WHERE ";
+  const std::string distinct = "SELECT DISTINCT uid FROM domain_user_view WHERE role IS NOT NULL ";
+  DomainDBFilter filter;
+  EXPECT_EQ(filter.ComposeQueryCmd(), "SELECT * FROM domain_view LIMIT 100 OFFSET 0;");
+  filter.SetLimit(-1);
+  filter.SetOffset(7);
+  EXPECT_EQ(filter.ComposeQueryCmd(), "SELECT * FROM domain_view LIMIT -1 OFFSET 7;");
+  filter.SetSelect("count(*)");
+  filter.SetTableName("domain_user_view");
+  EXPECT_EQ(filter.ComposeQueryCmd(),
+            "SELECT count(*) FROM domain_user_view WHERE role IS NOT NULL ;");
+  const std::pair<DomainDBFilter, std::string> lists[] = {
+      {Make("domain_view", {}, "o'k", "domain_name"),
+       "SELECT * FROM domain_view WHERE (domain_name LIKE '%o''k%')"},
+      {Make("domain_view", {2, 5}, "x"),
+       "SELECT * FROM domain_view WHERE domain_idx IN (2,5) AND (domain_name LIKE '%x%' OR "
+       "domain_desc LIKE '%x%')"},
+      {Make("domain_view", {}, "x", "; DROP TABLE domain_table"),
+       "SELECT * FROM domain_view WHERE ( LIKE '%x%')"},
+      {Make("domain_group_view", {}, "x"),
+       "SELECT * FROM domain_group_view WHERE (group_name LIKE '%x%' OR group_desc LIKE '%x%')"},
+      {Make("domain_user_view", {-1}, "x", "account_alias"),
+       users + "domain_idx IN (-1) AND (account_alias LIKE '%x%') AND role IS NOT NULL "},
       // Known and kept: no " AND " here, the database refuses it.
-      {"domain_user_view", [](auto& f) { f.SetQuery("x"); }, Kind::kList,
-       "SELECT * FROM domain_user_view WHERE (user_name LIKE '%x%' OR account_alias LIKE "
-       "'%x%')role IS NOT NULL  LIMIT 100 OFFSET 0;"},
-      {"domain_user_view",
-       [](auto& f) {
-         f.SetDomainIdxs({2});
-         f.SetSortBy("user_name");
-         f.SetSortDirection("ASC");
-       },
-       Kind::kUsers,
-       "SELECT * FROM domain_user_view WHERE domain_idx IN (2) AND uid IN (7,4294967295) ORDER BY "
-       "is_duplicated DESC, user_name ASC;"},
-      {"domain_user_view", [](auto&) {}, Kind::kUsers,
-       "SELECT * FROM domain_user_view WHERE  AND uid IN (7,4294967295) ORDER BY is_duplicated "
-       "DESC;"},
-      {"domain_user_view",
-       [](auto& f) {
-         f.SetDomainIdxs({2, 3});
-         f.SetQuery("x");
-         f.SetQueryType("user_name");
-         f.SetSortBy("role");
-         f.SetSortDirection("DESC");
-         f.SetOffset(5);
-         f.SetLimit(10);
-       },
-       Kind::kDistinct,
-       "SELECT DISTINCT uid FROM domain_user_view WHERE role IS NOT NULL  AND domain_idx IN (2,3)  "
-       "AND (user_name LIKE '%x%') ORDER BY is_duplicated DESC, role DESC LIMIT 10 OFFSET 5;"},
-      {"domain_user_view", [](auto& f) { f.SetQuery("x"); }, Kind::kDistinct,
-       "SELECT DISTINCT uid FROM domain_user_view WHERE role IS NOT NULL  AND (user_name LIKE "
-       "'%x%' OR account_alias LIKE '%x%')  ORDER BY is_duplicated DESC LIMIT 100 OFFSET 0;"},
+      {Make("domain_user_view", {}, "x"),
+       users + "(user_name LIKE '%x%' OR account_alias LIKE '%x%')role IS NOT NULL "},
   };
-  for (const auto& c : cases) {
-    DomainDBFilter filter(c.table);
-    c.set(filter);
-    EXPECT_EQ(c.kind == Kind::kList    ? filter.ComposeQueryCmd()
-              : c.kind == Kind::kUsers ? filter.ComposeDomainUserListQueryCmd({7, 4294967295U})
-                                       : filter.ComposeDistinctUIDQueryCmd(),
-              c.want);
+  for (auto [list, want] : lists) {
+    EXPECT_EQ(list.ComposeQueryCmd(), want + " LIMIT 100 OFFSET 0;");
   }
+  const Uids uids = {7, 4294967295U};
+  EXPECT_EQ(Make("domain_user_view", {2}, "", "", "user_name").ComposeDomainUserListQueryCmd(uids),
+            users +
+                "domain_idx IN (2) AND uid IN (7,4294967295) ORDER BY is_duplicated DESC, "
+                "user_name ASC;");
+  EXPECT_EQ(Make("domain_user_view", {}).ComposeDomainUserListQueryCmd(uids),
+            users + " AND uid IN (7,4294967295) ORDER BY is_duplicated DESC;");
+  EXPECT_EQ(Make("domain_user_view", {2, 3}, "x", "user_name", "role").ComposeDistinctUIDQueryCmd(),
+            distinct +
+                " AND domain_idx IN (2,3)  AND (user_name LIKE '%x%') ORDER BY is_duplicated "
+                "DESC, role ASC LIMIT 100 OFFSET 0;");
+  EXPECT_EQ(Make("domain_user_view", {}, "x").ComposeDistinctUIDQueryCmd(),
+            distinct +
+                " AND (user_name LIKE '%x%' OR account_alias LIKE '%x%')  ORDER BY "
+                "is_duplicated DESC LIMIT 100 OFFSET 0;");
 }
 
 TEST_F(FilterTest, AccountTables) {

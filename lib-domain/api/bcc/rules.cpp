@@ -1,10 +1,8 @@
 // The table of blind-copy rules and the process-wide object that works on it.
 //
-// Lies in the settings database, which other parts of the mail server write too: whoever opens that
-// file first creates its whole schema, and everybody waits up to a minute for everybody else.
+// Lies in the settings database, which other parts of the mail server write, too: the first program
+// that opens the file creates its whole schema, and each waits up to a minute for the others.
 #include "lib-domain/api/bcc.h"
-
-#include <sqlite3.h>
 
 #include <algorithm>
 #include <array>
@@ -19,10 +17,11 @@
 #include "platform/include/db_handler.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/key_store.h"
+#include "platform/include/sqlite.h"
 
 namespace {
 
-constexpr int kBusyTimeout = 60000;  // milliseconds
+constexpr int kBusyMilliseconds = 60000;
 
 constexpr const char* kInsert =
     "INSERT OR REPLACE INTO bcc_table(name,type,bcc_to,domain_id) VALUES ('%q','%d','%q','%d');";
@@ -31,7 +30,7 @@ constexpr const char* kDeleteRule =
     "DELETE FROM bcc_table WHERE domain_id='%d' AND name='%q' AND type='%d';";
 constexpr const char* kDeleteDestination =
     "DELETE FROM bcc_table WHERE domain_id = '%d' AND bcc_to = '%q' COLLATE NOCASE;";
-// The same for many destinations: one walk through the table instead of one for each.
+// Many destinations at once: one walk through the table instead of one for each.
 constexpr const char* kDeleteDestinations =
     "DELETE FROM bcc_table WHERE domain_id = '%d' AND bcc_to COLLATE NOCASE IN (%s);";
 constexpr size_t kDestinationsSize = 500000;  // bytes of destinations in one statement
@@ -39,6 +38,8 @@ constexpr const char* kList =
     "SELECT * FROM bcc_table WHERE domain_id='%d' AND type='%d' ORDER BY %q %q LIMIT '%d' OFFSET "
     "'%d'";
 constexpr const char* kCount = "SELECT COUNT(*) FROM bcc_table WHERE domain_id='%d' AND type='%d'";
+// The columns of kList and kListSystem: name, type, destination, domain.
+constexpr int kColumns = 4;
 constexpr const char* kListSystem =
     "SELECT name,type,bcc_to,domain_id FROM bcc_table ORDER BY domain_id,type,name";
 
@@ -47,13 +48,12 @@ BCC* process_instance = nullptr;
 std::string Format(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  const std::unique_ptr<char, void (*)(void*)> text(sqlite3_vmprintf(format, arguments),
-                                                    sqlite3_free);
+  std::string text = korvmailserver::FormatSqlV(format, arguments);
   va_end(arguments);
-  if (text == nullptr) {
+  if (text.empty()) {
     throw std::bad_alloc();
   }
-  return text.get();
+  return text;
 }
 
 // "%q" would cut such a value, and what is left could be another rule.
@@ -62,16 +62,10 @@ bool HasZeroByte(const BccInfo& rule) {
 }
 
 bool IsSortable(const std::string& column, const std::string& direction) {
-  constexpr std::array<const char*, 4> kColumns = {"name", "type", "bcc_to", "domain_id"};
-  const bool known = std::find(kColumns.begin(), kColumns.end(), column) != kColumns.end();
+  constexpr std::array<const char*, 4> kNames = {"name", "type", "bcc_to", "domain_id"};
+  const bool known = std::find(kNames.begin(), kNames.end(), column) != kNames.end();
   return known && (MDOMAIN::BASE::EqualsIgnoreCase(direction, "asc") ||
                    MDOMAIN::BASE::EqualsIgnoreCase(direction, "desc"));
-}
-
-std::string ColumnText(sqlite3_stmt* statement, int column) {
-  const unsigned char* text = sqlite3_column_text(statement, column);
-  const int size = sqlite3_column_bytes(statement, column);
-  return text == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(text), size);
 }
 
 }  // namespace
@@ -125,7 +119,7 @@ int BCC::_Init() {
     LOG_ERROR("bcc db connect fail");
     return -1;
   }
-  handler_->setBusyTimeout(kBusyTimeout);
+  handler_->setBusyTimeout(kBusyMilliseconds);
   return 0;
 }
 
@@ -139,19 +133,14 @@ int BCC::_RunBatch(const std::vector<std::string>& statements) {
 }
 
 int BCC::_ForEachRow(const std::string& statement, const RowVisitor& visit) {
-  sqlite3_stmt* prepared = nullptr;
-  int result = sqlite3_prepare_v2(handler_->getDB(), statement.c_str(), -1, &prepared, nullptr);
-  const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owner(prepared, sqlite3_finalize);
-  if (result == SQLITE_OK && sqlite3_column_count(prepared) >= 4) {
-    while ((result = sqlite3_step(prepared)) == SQLITE_ROW) {
-      visit({ColumnText(prepared, 0), sqlite3_column_int(prepared, 1), ColumnText(prepared, 2)},
-            sqlite3_column_int(prepared, 3));
-    }
-  }
-  if (result == SQLITE_DONE) {
+  korvmailserver::Statement rows(handler_->getDB(), statement);
+  const auto read = [&visit](const korvmailserver::Statement& row) {
+    visit({row.Text(0), row.Int(1), row.Text(2)}, row.Int(3));
+  };
+  if (rows.Columns() >= kColumns && rows.ForEachRow(read)) {
     return 0;
   }
-  LOG_ERROR("sqlite3_step: [%d] %s\n", result, sqlite3_errmsg(handler_->getDB()));
+  LOG_ERROR("sqlite3_step: [%d] %s\n", sqlite3_errcode(handler_->getDB()), rows.Error());
   LOG_ERROR("queryBCC data fail");
   return -1;
 }
@@ -250,18 +239,12 @@ int BCC::getBCCList(const Filter& filter, std::list<BccInfo>& rules) {
 }
 
 int BCC::getTotalBccNum(const Filter& filter) {
-  const std::string statement = Format(kCount, domain_id_, filter.type);
-  sqlite3_stmt* prepared = nullptr;
-  int result = sqlite3_prepare_v2(handler_->getDB(), statement.c_str(), -1, &prepared, nullptr);
-  const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owner(prepared, sqlite3_finalize);
-  if (result == SQLITE_OK) {
-    result = sqlite3_step(prepared);
-  }
-  if (result != SQLITE_ROW) {
+  korvmailserver::Statement count(handler_->getDB(), Format(kCount, domain_id_, filter.type));
+  if (count.Step() != SQLITE_ROW) {
     LOG_ERROR("queryBCC data fail");
     return -1;
   }
-  return sqlite3_column_int(prepared, 0);
+  return count.Int(0);
 }
 
 int BCC::getSystemAllBCCList(std::list<BccInfo>& rules) {
