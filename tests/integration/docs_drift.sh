@@ -14,7 +14,7 @@ sed -n 's/^### `mdomain \([a-z ]*[a-z]\).*/\1/p' "$source_dir/docs/reference.md"
   done
 
 # The Debian package needs for its build what scripts/install-packages installs for one.
-list() { tr -s ' ,\n' '\n\n\n' | grep -vE '^(|debhelper-compat|\(=|13\)|g\+\+|ccache)$' | LC_ALL=C sort; }
+list() { tr -s ' ,' '\n' | grep -vE '^(|debhelper-compat|\(=|13\)|g\+\+|ccache)$' | LC_ALL=C sort; }
 sed -n '/^build="/,/"$/p' "$source_dir/scripts/install-packages" | sed 's/^build="//; s/"$//' |
   list >"$scratch/installed"
 sed -n '/^Build-Depends:/,/^[A-Z]/p' "$source_dir/packaging/debian/control" |

@@ -11,7 +11,7 @@ logged cmake --install "$build" --prefix "$prefix"
 sed -n '/^```cpp$/,/^```$/p' "$source_dir/README.md" | sed '/^```/d' >"$scratch/example.cpp"
 libdir=$(dirname "$(find "$prefix" -name mailserver-domain.pc)")
 sanitize=()
-nm -D "$libdir/../libmailserver-domain.so" | grep -q __asan_init && sanitize=(-fsanitize=address,undefined)
+nm -D "$libdir/../libmailserver-domain.so" | grep -q __asan_init && sanitize=(-fsanitize=address -fsanitize=undefined)
 
 read -ra needs <<<"$(PKG_CONFIG_PATH=$libdir pkg-config --define-prefix --cflags --libs mailserver-domain)"
 logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitize[@]}" "$scratch/example.cpp" \

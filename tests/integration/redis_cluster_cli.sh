@@ -86,7 +86,7 @@ for attempt in 1 2 3 4 5; do
   fill before
   good publish
 done
-same "status of a publication that was cut off" $status 1
+same "status of a publication that was cut off" "$status" 1
 matches "its message" "$(cat "$scratch/publish")" 'no answer in time'
 fourth
 good node pull
