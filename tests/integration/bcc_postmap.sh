@@ -103,17 +103,12 @@ map_type lmdb
 good bcc maps
 ask recipient "" anna@example.com
 
-# A file of rules: out, everything gone, in again, out again.
+# A long file of rules: in, and out again.
 seq 2500 | sed 's/.*/account& copy&@bücher.example/' >"$scratch/many"
 printf '%s\n' 'a@bücher.example x@xn--bcher-kva.example' "o'brien ben" >>"$scratch/many"
-good bcc import 2 "$scratch/many" --type sender
-good bcc export 2 "$scratch/first" --type sender
-good bcc remove 2 --all --yes
-gives length 0 bcc list 2
-good bcc import bücher.example "$scratch/first" --type sender
-good bcc export 2 "$scratch/second" --type sender
-alike "import and export, inverse to each other" "$scratch/first" "$scratch/second"
-same "rules in the file" "$(wc -l <"$scratch/second")" 2502
+good bcc import bücher.example "$scratch/many" --type sender
+good bcc export 2 "$scratch/exported" --type sender
+same "rules in the file" "$(wc -l <"$scratch/exported")" 2502
 good bcc maps
 whole sender
 ask sender copy77@xn--bcher-kva.example account77@xn--bcher-kva.example
@@ -123,12 +118,11 @@ remember
 printf 'good copy\na..b@x copy\n\nthree fields here\n' >"$scratch/bad"
 refused 3 "$scratch/bad:2: " bcc import 1 "$scratch/bad"
 matches "the bad lines" "$err" "$scratch/bad:4: "
-refused 3 '' bcc add 1 ERIK anna
-refused 3 '' bcc add 2 A@XN--BCHER-KVA.example anna --type sender
-refused 3 '' bcc add 1 example.org anna --type domain
-for name in x@bücher.example $'two\nlines' 'two words' '#x@example.com'; do
+for name in ERIK x@bücher.example $'two\nlines' 'two words' '#x@example.com'; do
   refused 3 '' bcc add 1 "$name" anna
 done
+refused 3 '' bcc add 2 A@XN--BCHER-KVA.example anna --type sender
+refused 3 '' bcc add 1 example.org anna --type domain
 refused 3 '' bcc add 1 x@example.com 'a@b.example, c@d.example'
 refused 4 '' bcc remove 1 nobody
 refused 4 '' bcc list nowhere.example
@@ -145,7 +139,11 @@ published >/dev/null
 good user remove 1 erika --yes
 same "published after a user" "$(published)" 1
 gives '[.[].name] | sort' '["boss@outside.example","erik","erika"]' bcc list 1
-gives length 2503 bcc list 2
+gives length 2506 bcc list 2
+good bcc remove 2 --all --yes
+gives length 0 bcc list 2
+good bcc add 2 erik erika
+published >/dev/null
 good domain delete 2 --yes
 same "published after a domain" "$(published)" 1
 same "rules of domain 2" \

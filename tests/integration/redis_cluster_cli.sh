@@ -3,7 +3,7 @@
 # middle of a publication and comes back empty, a replica is all there is, the password is wrong, a
 # pull is killed.
 # ctest-label: redis
-# ctest-timeout: 400
+# ctest-timeout: 600
 here=$(dirname "$0")
 . "$here/lib/private.bash"
 . "$here/lib/driver.bash"
@@ -61,7 +61,7 @@ arrives() {
   third
 }
 # fill TEXT : an alias store that takes its time
-size=50000000
+size=30000000
 fill() { yes "$1" | head -c $size >"$etc/alias.db"; }
 new_root third
 PORT=16390

@@ -3,7 +3,7 @@
 # own): mail services get the same bytes there. Only one machine changes anything, and which one can
 # be moved.
 # ctest-label: redis
-# ctest-timeout: 400
+# ctest-timeout: 600
 here=$(dirname "$0")
 . "$here/lib/private.bash"
 . "$here/lib/driver.bash"

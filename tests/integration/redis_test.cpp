@@ -48,27 +48,21 @@ std::string ServerSettings() {
   return Settings("port = 16379\ndatabase = 3\n");
 }
 
-std::string SocketSettings() {
-  return Settings("socket = " + Scratch() + "/16379/redis.sock\nuser = publisher\n", "publisher");
-}
-
-std::string SentinelSettings(const std::string& lines) {
+std::string SentinelSettings(const std::string& lines = "min_replicas = 1\n") {
   return Settings("sentinels = 127.0.0.1:1, 127.0.0.1:26380, 127.0.0.1:26381\nmaster = mail\n" +
                   lines);
 }
 
-std::string NameOf(const ::testing::TestParamInfo<StoreCase>& store) {
-  return store.param.name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Server, KeyStoreConformance,
-                         ::testing::Values(StoreCase{"tcp", ServerSettings},
-                                           StoreCase{"socket", SocketSettings}),
-                         NameOf);
-INSTANTIATE_TEST_SUITE_P(Sentinel, KeyStoreConformance,
-                         ::testing::Values(StoreCase{
-                             "found", [] { return SentinelSettings("min_replicas = 1\n"); }}),
-                         NameOf);
+const StoreCase kServer{"tcp", ServerSettings};
+const StoreCase kSocket{"socket", [] {
+                          return Settings(
+                              "user = publisher\nsocket = " + Scratch() + "/16379/redis.sock\n",
+                              "publisher");
+                        }};
+const StoreCase kSentinels{"found", [] { return SentinelSettings(); }};
+const auto kName = [](const auto& store) { return store.param.name; };
+INSTANTIATE_TEST_SUITE_P(Server, KeyStoreConformance, ::testing::Values(kServer, kSocket), kName);
+INSTANTIATE_TEST_SUITE_P(Sentinel, KeyStoreConformance, ::testing::Values(kSentinels), kName);
 
 using Context = std::unique_ptr<redisContext, void (*)(redisContext*)>;
 
@@ -388,8 +382,8 @@ TEST_F(RedisSentinelTest, OrderedFailoverLosesNothingThatWasReported) {
 TEST_F(RedisSentinelTest, CrashFailoverLosesNothingThatWasReported) {
   pid_t primary = 0;
   for (const int port : {16379, 16380, 16381}) {
-    const std::string info = Command(port, "INFO replication");
-    primary = info.find("role:master") == std::string::npos ? primary : ServerPid(port);
+    const bool is_it = Command(port, "INFO").find("role:master") != std::string::npos;
+    primary = is_it ? ServerPid(port) : primary;
   }
   ASSERT_GT(primary, 0);
   WriteAround([primary] { kill(primary, SIGKILL); });
