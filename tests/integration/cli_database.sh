@@ -2,94 +2,76 @@
 # A database that cannot be used: clear message, status 1, the file as it was. And one that another
 # process holds: waited for.
 # ctest-timeout: 300
-. "$(dirname "$0")/../support/cli.sh"
+. "$(dirname "$0")/lib/driver.bash"
 
 # unusable NAME REGEX : reading and changing must fail.
 unusable() {
   local sum
-  sum=$(sha256sum "$(database)" 2>&1)
+  sum=$(sha256sum "$database" 2>&1)
   for command in 'domain list' 'domain create example.net' 'refresh' 'refresh --dry-run'; do
     # shellcheck disable=SC2086
-    run $command
-    same "$1, $command" "$status" 1
-    matches "$1, $command" "$err" "$2"
-    same "$1, $command" "$out" ""
+    fails 1 "$2" $command
   done
-  same "$1, the file" "$(sha256sum "$(database)" 2>&1)" "$sum"
+  same "$1, the file" "$(sha256sum "$database" 2>&1)" "$sum"
 }
 
 new_root directory
-mkdir -p "$(database)"
+mkdir -p "$database"
 unusable directory 'local_DOMAIN.db.*(directory|unable to open)|(directory|unable to open).*local_DOMAIN.db'
-
 new_root garbage
-mkdir -p "$(dirname "$(database)")"
-head -c 10000 /dev/urandom >"$(database)"
+mkdir -p "$etc"
+head -c 10000 /dev/urandom >"$database"
 unusable garbage 'not a database'
-
 new_root truncated
 good domain create example.com
-truncate -s 5000 "$(database)"
+truncate -s 5000 "$database"
 unusable truncated 'malformed|not a database|disk image'
 
-# Read-only: for somebody who may not write there is nothing but a look at a refresh.
+# Read-only: for somebody who may not write there is nothing but a look at a refresh. Root may write
+# everywhere; nobody runs a copy of the program, for the checkout may be closed to others.
 new_root readonly
 good domain create example.com
-state >"$scratch/before"
-chmod -R a+rX,go-w "$MDOMAIN_ROOT"
-as_other=
+remember
+chmod -R a+rX,a-w "$MDOMAIN_ROOT"
+chmod -R u+w "$MDOMAIN_ROOT/var/run"
+mkdir "$scratch/copy"
+cp "$build/bin/mdomain" "$build"/lib/lib*.so.1 "$scratch/copy/"
+as_other=()
 if [ "$(id -u)" -eq 0 ]; then
-  chown nobody "$MDOMAIN_ROOT/var/run/postara_server" "$MDOMAIN_ROOT"/var/run/postara_server/*
-  as_other="setpriv --reuid=nobody --regid=nogroup --clear-groups"
-else
-  chmod a-w "$(database)" "$(dirname "$(database)")"
+  chown -R nobody "$MDOMAIN_ROOT/var/run/postara_server"
+  as_other=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
 fi
+mdomain() { LD_LIBRARY_PATH=$scratch/copy "${as_other[@]}" "$scratch/copy/mdomain" "$@"; }
 for command in 'domain list' 'domain create example.net' refresh; do
   # shellcheck disable=SC2086
-  out=$($as_other "$build/bin/mdomain" $command 2>&1)
-  same "read-only, $command" $? 1
-  matches "read-only, $command" "$out" 'local_DOMAIN.db.*read-only'
+  fails 1 'local_DOMAIN.db.*read-only' $command
 done
-out=$($as_other "$build/bin/mdomain" refresh --dry-run 2>&1)
+run refresh --dry-run
 matches "read-only, refresh --dry-run" "$out" 'would be created +5: anna, ben'
-chmod u+w "$(database)" "$(dirname "$(database)")"
-state | diff "$scratch/before" - || fail "the read-only database changed"
+unset -f mdomain
+chmod -R u+w "$MDOMAIN_ROOT"
+unchanged "somebody who may only read"
 
-# hold SECONDS FILE : another process has a database for itself.
+# hold FILE : another process has a database for itself until release.
 hold() {
-  python3 - "$2" "$1" >/dev/null <<'END' &
-import sqlite3, sys, time
-db = sqlite3.connect(sys.argv[1], isolation_level=None)
-db.execute("BEGIN EXCLUSIVE")
-time.sleep(float(sys.argv[2]))
-END
-  holder=$!
-  sleep 1
+  coproc sqlite3 "$1"
+  holder=$COPROC_PID
+  printf 'BEGIN EXCLUSIVE;\n.system echo held\n' >&"${COPROC[1]}"
+  read -r _ <&"${COPROC[0]}"
 }
+release() { stop TERM "$holder"; }
 
 new_root held
 good domain create example.com
-hold 4 "$(database)"
+hold "$database"
+(sleep 4 && release) &
 good domain create example.net
-wait "$holder"
-good --json domain list
-field '[.[].name]' '["example.com","example.net"]'
-
+wait
 good owner build
-registry=$MDOMAIN_ROOT/var/packages/Postara-Server/target/etc/email_owner.db
-hold 200 "$registry"
-run owner lookup anna@example.com
-same "a registry that stays locked" "$status" 1
-matches "a registry that stays locked" "$err" 'locked|busy'
-kill "$holder"
-wait "$holder" 2>/dev/null
-
-hold 200 "$(database)"
-run domain create example.info
-same "a database that stays locked" "$status" 1
-matches "a database that stays locked" "$err" 'locked|busy'
-kill "$holder"
-wait "$holder" 2>/dev/null
-good --json domain list
-field '[.[].name]' '["example.com","example.net"]'
-finish
+hold "$target/etc/email_owner.db"
+fails 1 'locked|busy' owner lookup anna@example.com
+release
+hold "$database"
+fails 1 'locked|busy' domain create example.info
+release
+gives '[.[].name]' '["example.com","example.net"]' domain list

@@ -2,9 +2,7 @@
 # The owner registry built from the domain database agrees with it, and odd questions are answered
 # as documented.
 # ctest-timeout: 300
-. "$(dirname "$0")/../support/cli.sh"
-
-registry() { echo "$MDOMAIN_ROOT/var/packages/Postara-Server/target/etc/email_owner.db"; }
+. "$(dirname "$0")/lib/driver.bash"
 
 new_root company
 good domain create example.com
@@ -13,30 +11,23 @@ good domain names add 1 example.org
 good refresh
 good group add 2 books
 good user set 2 user --add-alias "o'brien"
-good --json owner build
-field . '{"domain_names":4,"local_parts":8}'
+gives . '{"domain_names":4,"local_parts":8}' owner build
 
 # Every address of every user, but the flagged one, which belongs to the other.
 good --json user addresses --all --additional
-all=$out
-for name in $(jq -r 'keys[]' <<<"$all"); do
-  jq -r --arg name "$name" '.[$name][]' <<<"$all" >"$scratch/addresses"
-  out=$(mdomain --json owner lookup - <"$scratch/addresses")
-  field "[.[] | select(.owner != \"$name\") | .address]" \
-    "$([ "$name" = erika ] && echo '["erik@bücher.example"]' || echo '[]')"
-done
-run --json owner lookup anna@EXAMPLE.com "O'Brien@xn--bcher-kva.example" ERIK@bücher.example
-same "all known" "$status" 0
-field '[.[].owner]' '["anna","user","erik"]'
+jq -r '.[][]' <<<"$out" >"$scratch/addresses"
+want=$(jq -c '[to_entries[] | .key as $name | .value[] | [., $name]]' <<<"$out")
+out=$(mdomain --json owner lookup - <"$scratch/addresses")
+same "owners" "$(jq -c 'map([.address, .owner])' <<<"$out")" \
+  "${want/'["erik@bücher.example","erika"]'/'["erik@bücher.example","erik"]'}"
 
 # lookup STATUS OWNERS ADDRESS...
 lookup() {
-  local want=$1 owners=$2
-  shift 2
-  run --json owner lookup "$@"
-  same "status of $*" "$status" "$want"
-  field '[.[].owner]' "$owners"
+  run --json owner lookup "${@:3}"
+  same "status of ${*:3}" "$status" "$1"
+  field '[.[].owner]' "$2"
 }
+lookup 0 '["anna","user","erik"]' anna@EXAMPLE.com "O'Brien@xn--bcher-kva.example" ERIK@bücher.example
 lookup 4 '["anna",""]' anna@example.com anna@nosuch.example
 lookup 4 '[""]' anna@example.com@example.org
 lookup 4 '[""]' "$(head -c 10000 /dev/zero | tr '\0' a)@example.com"
@@ -48,10 +39,8 @@ field '[.[].owner]' '["","anna"]'
 # What one enters by hand stays until the next build, and check finds it.
 good owner add info@example.com ben
 lookup 0 '["ben"]' Info@Example.com
-run owner add anna@example.com ben
-same "an address that belongs to another" "$status" 3
-run owner add a@nosuch.example ben
-same "an address at an unknown domain" "$status" 4
+fails 3 '' owner add anna@example.com ben
+fails 4 '' owner add a@nosuch.example ben
 run --json owner check
 same "status of check" "$status" 1
 field '[.[] | [.kind, .entry, .owner]]' '[["local_part","info","ben"]]'
@@ -59,15 +48,11 @@ good user remove 1 erik --yes
 run --json owner check
 field '[.[].entry] | sort' '["erik","info"]'
 good owner build
-good --json owner check
-field . '[]'
+gives . '[]' owner check
 
 # A registry that is garbage: said, and a build replaces it only by a whole one.
-head -c 5000 /dev/urandom >"$(registry)"
-run owner lookup anna@example.com
-same "status with garbage" "$status" 1
-matches "message with garbage" "$err" 'email_owner.db|not a database'
+head -c 5000 /dev/urandom >"$target/etc/email_owner.db"
+fails 1 'email_owner.db|not a database' owner lookup anna@example.com
 good owner build
 lookup 0 '["anna"]' anna@example.com
-ls "$(dirname "$(registry)")" | grep -v '^email_owner.db$' && fail "build left files behind"
-finish
+same "files beside the registry" "$(ls -A "$target/etc")" email_owner.db

@@ -1,18 +1,32 @@
 """disclaimer_server.py write|check DIR
 
-write: from DIR/users-N.json, DIR/passwd and DIR/group makes DIR/disclaimers-N.json, rules of every
+write: from DIR/users-N.json and DIR/members-GID.json makes DIR/disclaimers-N.json, rules of every
 kind, and DIR/questions for the filter. check: compares DIR/answers with the rules, judged here
 without regular expressions, and writes some cases to DIR/explained.
 """
+import functools
 import json
 import random
 import sys
 import urllib.parse
 
-DIR = sys.argv[2]
-PUBLISHED = ['example.com', 'example.net', 'bücher.example', 'xn--bcher-kva.example',
-             'other.example']
+COMMAND, DIR = sys.argv[1:]
+PUBLISHED = ['example.com', 'example.net', 'bücher.example', 'xn--bcher-kva.example', 'other.example']
 LETTERS = 'aB*.@$/+?()[]{}|^"\'`%#&;~-_=!, '
+RUN = f'touch {DIR}/pwned'
+HOSTILE = [f'`{RUN}`@example.com', '@{[`' + RUN + '`]}@example.com', '${`' + RUN + '`}',
+           f'(?{{system "{RUN}"}})', f'*/i || system("{RUN}") || $Sender =~ /', '*$/) || (1',
+           ')) || ((1', '$Sender', '@Recipients', '$ENV{PATH}*', '%ENV*', '#*', '*}]>)"\'', '.*',
+           '[a-z]*@example.com', '(*', '(alice|ben)@example.com', 'ben@', '*@']
+PATTERNS = ['ben@example.com', 'BEN@Example.COM', '*@example.com', 'b*@*.com', '*', '*@bücher.example',
+            'j*@*.example', 'jörg@*', '*@*.*.*', '**@example.com', "o'brien@example.com",
+            '*+*@example.com'] + HOSTILE
+NUMBERS = {'uid': (1001, '1002', 1003, 1005), 'gid': (2001, 2002, '2004', 2005)}
+ADDRESSES = ['', 'ben', '@example.com', 'ben@exampleXcom', 'benny@example.com', 'a@b@example.com',
+             'joe@other.com', 'obrien@example.com', 'e l@example.com', 'JÖRG@example.com', '/usr/bin',
+             '$Sender', '`id`@example.com', 'abxb@example.com'] + HOSTILE[:4]
+DOMAINS = ['example.com', 'EXAMPLE.Net', 'xn--bcher-kva.example', 'other.example',
+           'elsewhere.example', 'sub.example.com', 'example.com.evil.example']
 
 
 def load(name):
@@ -20,108 +34,67 @@ def load(name):
         return json.load(file)
 
 
+def save(name, text):
+    with open(f'{DIR}/{name}', 'w', encoding='utf-8') as file:
+        file.write(text)
+
+
 def lower(text):
     return ''.join(c.lower() if c.isascii() else c for c in text)
 
 
-def punycode(pattern):
-    local, at, domain = pattern.rpartition('@')
-    labels = domain.split('.')
-    return local + at + '.'.join(
-        l if l.isascii() else l.encode('idna').decode() for l in labels)
+ALIASES = {idx: {user['uid']: {lower(a['alias']) for a in user['aliases']}
+                 for user in load(f'users-{idx}.json')} for idx in (1, 2)}
+# The members' aliases of every domain that has a rule for the group: both have one.
+OF_GROUP = {gid: {alias for user in load(f'members-{gid}.json') for idx in (1, 2)
+                  for alias in ALIASES[idx].get(user['uid'], ())} for gid in map(int, NUMBERS['gid'])}
 
 
+@functools.lru_cache(None)
 def fits(pattern, text):
     """Whether `text` is `pattern` with every "*" replaced by some text; ASCII case is ignored."""
-    first, *rest = lower(punycode(pattern)).split('*')
+    local, at, domain = pattern.rpartition('@')
+    domain = '.'.join(l if l.isascii() else l.encode('idna').decode() for l in domain.split('.'))
+    first, *rest = lower(local + at + domain).split('*')
     text = lower(text)
-    if not rest:
+    if not rest or not text.startswith(first):
         return text == first
-    if not text.startswith(first):
-        return False
     text = text[len(first):]
-    *middle, last = rest
-    for piece in middle:
-        at = text.find(piece)
-        if at < 0:
+    for piece in rest[:-1]:
+        before, found, text = text.partition(piece) if piece else ('', True, text)
+        if not found:
             return False
-        text = text[at + len(piece):]
-    return text.endswith(last)
+    return text.endswith(rest[-1])
 
 
-class Model:
-    def __init__(self):
-        self.aliases = {}  # domain index -> uid -> lower-case aliases
-        for idx in (1, 2):
-            self.aliases[idx] = {user['uid']: {lower(a['alias']) for a in user['aliases']}
-                                 for user in load(f'users-{idx}.json')}
-        people = {}
-        primary = {}
-        with open(f'{DIR}/passwd', encoding='utf-8') as file:
-            for line in file:
-                name, _, uid, gid = line.split(':')[:4]
-                people[name] = int(uid)
-                primary.setdefault(int(gid), set()).add(int(uid))
-        self.members = {}
-        with open(f'{DIR}/group', encoding='utf-8') as file:
-            for line in file:
-                _, _, gid, names = line.rstrip('\n').split(':')
-                self.members[int(gid)] = primary.get(int(gid), set()) | {
-                    people[name] for name in names.split(',') if name}
-
-    def of_group(self, gid):
-        # The members' aliases of every domain that has a rule for the group: both have one.
-        return {alias for idx in (1, 2) for uid in self.members[gid]
-                for alias in self.aliases[idx].get(uid, ())}
-
-    def holds(self, idx, rule, sender, recipient):
-        address = sender if rule['target'] == 'sender' else recipient
-        local, _, domain = address.rpartition('@')
-        if rule['pattern_type'] == 'email':
-            return fits(rule['pattern'], address)
-        if lower(domain) not in PUBLISHED:
-            return False
-        number = int(rule['pattern'])
-        if rule['pattern_type'] == 'uid':
-            return lower(local) in self.aliases[idx][number]
-        return lower(local) in self.of_group(number)
-
-    def applies(self, idx, disclaimer, sender, recipient):
-        if (disclaimer.get('disabled_for_local_recipient')
-                and lower(recipient.rpartition('@')[2]) in PUBLISHED):
-            return False
-        judged = [self.holds(idx, rule, sender, recipient)
-                  for rule in disclaimer['match_rule_list']]
-        matched = all(judged) if disclaimer['op'] == 'and' else any(judged)
-        return matched and not any(self.holds(idx, rule, sender, recipient)
-                                   for rule in disclaimer['exception_rule_list'])
+def holds(idx, rule, mail):
+    local, _, domain = mail[rule['target']].rpartition('@')
+    if rule['pattern_type'] == 'email':
+        return fits(rule['pattern'], mail[rule['target']])
+    names = OF_GROUP if rule['pattern_type'] == 'gid' else ALIASES[idx]
+    return lower(domain) in PUBLISHED and lower(local) in names[int(rule['pattern'])]
 
 
-def rule(target, kind, pattern):
-    return {'target': target, 'pattern_type': kind, 'pattern': pattern}
+def applies(idx, disclaimer, sender, recipient):
+    mail = {'sender': sender, 'recipient': recipient}
+    combine = all if disclaimer['op'] == 'and' else any
+    local = lower(recipient.rpartition('@')[2]) in PUBLISHED
+    return (not (disclaimer['disabled_for_local_recipient'] and local)
+            and combine(holds(idx, rule, mail) for rule in disclaimer['match_rule_list'])
+            and not any(holds(idx, rule, mail) for rule in disclaimer['exception_rule_list']))
 
 
-def hostile_patterns():
-    run = f'touch {DIR}/pwned'
-    return [f'`{run}`@example.com', '@{[`' + run + '`]}@example.com', '${`' + run + '`}',
-            f'(?{{system "{run}"}})', f'*/i || system("{run}") || $Sender =~ /',
-            '*$/) || (1', ')) || ((1', '$Sender', '@Recipients', '$ENV{PATH}*', '%ENV*', '#*',
-            '*}]>)"\'', '.*', '[a-z]*@example.com', '(*', '(alice|ben)@example.com', 'ben@', '*@']
+def random_text(dice, longest):
+    return ''.join(dice.choices(LETTERS, k=dice.randint(1, longest)))
 
 
 def disclaimers(idx, dice):
-    kinds = [rule(target, 'email', pattern) for target in ('sender', 'recipient')
-             for pattern in ['ben@example.com', 'BEN@Example.COM', '*@example.com', 'b*@*.com', '*',
-                             '*@bücher.example', 'j*@*.example', 'jörg@*', '*@*.*.*', '**@example.com',
-                             "o'brien@example.com", '*+*@example.com'] + hostile_patterns()]
-    kinds += [rule(target, kind, number) for target in ('sender', 'recipient')
-              for kind, numbers in (('uid', (1001, '1002', 1003, 1005)),
-                                    ('gid', (2001, 2002, '2004', 2005))) for number in numbers]
-    for _ in range(60):
-        pattern = ''.join(dice.choice(LETTERS) for _ in range(dice.randint(1, 7)))
-        kinds.append(rule(dice.choice(('sender', 'recipient')), 'email', pattern))
-    lists = [([kind], []) for kind in kinds]
-    lists += [(dice.choices(kinds, k=dice.randint(1, 3)), dice.choices(kinds, k=dice.randint(0, 2)))
+    values = [('email', pattern) for pattern in PATTERNS + [random_text(dice, 7) for _ in range(30)]]
+    values += [(kind, number) for kind, numbers in NUMBERS.items() for number in numbers]
+    rules = [{'target': target, 'pattern_type': kind, 'pattern': value}
+             for target in ('sender', 'recipient') for kind, value in values]
+    lists = [([rule], []) for rule in rules]
+    lists += [(dice.choices(rules, k=dice.randint(1, 3)), dice.choices(rules, k=dice.randint(0, 2)))
               for _ in range(150)]
     return [{'id': place, 'name': f'disclaimer {place}', 'enabled': place % 17 != 5,
              'op': dice.choice(('and', 'or')), 'disabled_for_local_recipient': place % 11 == 3,
@@ -130,76 +103,44 @@ def disclaimers(idx, dice):
             for place, (matches, exceptions) in enumerate(lists)]
 
 
-def addresses(model, dice):
-    domains = ['example.com', 'EXAMPLE.Net', 'xn--bcher-kva.example', 'other.example',
-               'elsewhere.example', 'sub.example.com', 'example.com.evil.example']
-    names = sorted({alias for users in model.aliases.values() for aliases in users.values()
-                    for alias in aliases})
-    found = [f'{name}@example.com' for name in names]
-    found += [f'{dice.choice(names).upper()}@{domain}' for domain in domains for _ in range(2)]
-    found += [f'{name}@bücher.example' for name in names[:2]]
-    found += ['', 'ben', '@example.com', 'ben@exampleXcom', 'benny@example.com', 'a@b@example.com',
-              'joe@other.com', 'obrien@example.com', 'e l@example.com', 'JÖRG@example.com',
-              '/usr/bin', '$Sender', '`id`@example.com', 'abxb@example.com']
-    found += hostile_patterns()[:4]
-    found += [''.join(dice.choice(LETTERS) for _ in range(dice.randint(1, 5))) for _ in range(10)]
-    return found
-
-
-def generated(lists):
-    """The disclaimers that have a place in the answers, in order."""
-    return [(idx, disclaimer) for idx in (1, 2) for disclaimer in lists[idx]
-            if disclaimer['enabled']]
-
-
-def write():
-    dice = random.Random(11)
-    model = Model()
+def write(dice):
     for idx in (1, 2):
-        with open(f'{DIR}/disclaimers-{idx}.json', 'w', encoding='utf-8') as file:
-            json.dump(disclaimers(idx, dice), file, ensure_ascii=False)
-    known = addresses(model, dice)
+        save(f'disclaimers-{idx}.json', json.dumps(disclaimers(idx, dice), ensure_ascii=False))
+    names = sorted({alias for users in ALIASES.values() for found in users.values() for alias in found})
+    known = ADDRESSES + [f'{name}@example.com' for name in names]
+    known += [f'{dice.choice(names).upper()}@{domain}' for domain in DOMAINS for _ in range(2)]
+    known += [f'{name}@bücher.example' for name in names[:2]] + [random_text(dice, 5) for _ in range(10)]
     pairs = dice.sample([(sender, recipient) for sender in known for recipient in known], 2000)
-    with open(f'{DIR}/pairs.json', 'w', encoding='utf-8') as file:
-        json.dump(pairs, file)
-    quote = lambda text: urllib.parse.quote(f'<{text}>'.encode(), safe='')
-    with open(f'{DIR}/questions', 'w', encoding='ascii') as file:
-        for sender, recipient in pairs:
-            file.write(f'applies {quote(sender)} {quote(recipient)}\n')
+    save('pairs.json', json.dumps(pairs))
+    save('questions', ''.join(f'applies {sender} {recipient}\n' for sender, recipient in (
+        [urllib.parse.quote(f'<{text}>', safe='') for text in pair] for pair in pairs)))
 
 
-def check():
-    model = Model()
-    lists = {idx: load(f'disclaimers-{idx}.json') for idx in (1, 2)}
-    judged = generated(lists)
+def check(dice):
+    judged = [(idx, disclaimer) for idx in (1, 2) for disclaimer in load(f'disclaimers-{idx}.json')]
+    enabled = [pair for pair in judged if pair[1]['enabled']]
     pairs = load('pairs.json')
     with open(f'{DIR}/answers', encoding='ascii') as file:
         answers = file.read().splitlines()
     if len(answers) != len(pairs):
         sys.exit(f'{len(answers)} answers to {len(pairs)} questions: {answers[:3]}')
     wrong = positive = 0
-    for (sender, recipient), answer in zip(pairs, answers):
-        want = ''.join('01'[model.applies(idx, disclaimer, sender, recipient)]
-                       for idx, disclaimer in judged)
+    for pair, answer in zip(pairs, answers):
+        want = ''.join('01'[applies(*one, *pair)] for one in enabled)
         positive += want.count('1')
-        if answer == f'ok {want}':
-            continue
-        wrong += 1
-        got = answer[3:]
-        differ = [judged[i] for i in range(len(want)) if got[i:i + 1] != want[i]]
-        if wrong <= 5:
-            print(f'{sender!r} to {recipient!r}: {len(differ)} differ, first', *differ[:1])
-    total = len(pairs) * len(judged)
-    print(f'{len(pairs)} questions about {len(judged)} disclaimers, {positive} of {total} apply, '
+        if answer != f'ok {want}':
+            wrong += 1
+            differ = [one for one, got, bit in zip(enabled, answer[3:], want) if got != bit]
+            print(f'{pair}: {len(differ)} differ, first {differ[:1]} ({answer[:20]})' * (wrong < 6))
+    total = len(pairs) * len(enabled)
+    print(f'{len(pairs)} questions about {len(enabled)} disclaimers, {positive} of {total} apply, '
           f'{wrong} questions wrong')
     if wrong or not total / 50 < positive < total / 2:
         sys.exit('wrong answers, or answers that say too little')
-    dice = random.Random(3)
-    with open(f'{DIR}/explained', 'w', encoding='utf-8') as file:
-        for sender, recipient in dice.sample([p for p in pairs if p[0] and p[1]], 3):
-            digits = ''.join(str(int(d['enabled'] and model.applies(1, d, sender, recipient)))
-                             for d in lists[1])
-            file.write(f'{sender}\t{recipient}\t{digits}\n')
+    save('explained', ''.join(
+        f'{sender}\t{recipient}\t' + ''.join(str(int(one['enabled'] and applies(1, one, sender, recipient)))
+                                             for idx, one in judged if idx == 1) + '\n'
+        for sender, recipient in dice.sample([pair for pair in pairs if all(pair)], 3)))
 
 
-{'write': write, 'check': check}[sys.argv[1]]()
+{'write': write, 'check': check}[COMMAND](random.Random(11))

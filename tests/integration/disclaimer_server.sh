@@ -3,8 +3,10 @@
 # for every pair of senders and recipients what the rules say when they are judged without Perl.
 # ctest-label: mimedefang
 # ctest-timeout: 300
-. "$(dirname "$0")/../support/cli.sh" || exit 1
-here=$(realpath "$(dirname "$0")")
+. "$(dirname "$0")/lib/driver.bash"
+model() { python3 "$source_dir/tests/integration/disclaimer_server.py" "$1" "$scratch"; }
+# keep FILE : the last output
+keep() { printf '%s' "$out" >"$scratch/$1"; }
 
 new_root company
 # Group names are no part of a condition; if they become one, these end it, or run a program.
@@ -19,33 +21,24 @@ good user set 1 ben --alias "ben" --alias "o'brien" --alias '${`id`}' --alias '$
   --alias '%ENV' --alias 'a|b' --alias 'x/y' --alias '#z' --alias '{' --alias "'"
 good user set 1 user --alias user --alias jörg --alias 'a*b' --alias 'a?b^c'
 good publish
-for idx in 1 2; do
-  good --json user list "$idx"
-  printf '%s' "$out" >"$scratch/users-$idx.json"
-done
-good --json account groups
-printf '%s' "$out" >"$scratch/groups.json"
-cp "$MDOMAIN_ROOT/etc/group" "$MDOMAIN_ROOT/etc/passwd" "$scratch/"
+for idx in 1 2; do good --json user list "$idx" && keep "users-$idx.json"; done
+for gid in 2001 2002 2004 2005; do good --json account members "$gid" && keep "members-$gid.json"; done
 
-python3 "$here/disclaimer_server.py" write "$scratch" || fail "no rules were written"
-for idx in 1 2; do
-  good disclaimer set "$idx" "$scratch/disclaimers-$idx.json"
-done
+model write || fail "no rules were written"
+for idx in 1 2; do good disclaimer set "$idx" "$scratch/disclaimers-$idx.json"; done
 good disclaimer generate
-printf '%s' "$out" >"$scratch/disclaimers.json"
-cp "$here/../../docs/examples/disclaimer-filter.pl" "$scratch/filter.pl"
+keep disclaimers.json
+cp "$source_dir/docs/examples/disclaimer-filter.pl" "$scratch/filter.pl"
 mimedefang.pl -f "$scratch/filter.pl" -test >"$scratch/test.log" 2>&1 ||
   fail "the filter does not compile: $(cat "$scratch/test.log")"
 mimedefang.pl -f "$scratch/filter.pl" -server <"$scratch/questions" >"$scratch/answers" \
   2>"$scratch/server.log" || fail "the filter ended with $?"
 same "messages of the filter" "$(cat "$scratch/server.log")" ""
-python3 "$here/disclaimer_server.py" check "$scratch" || fail "answers differ"
+model check || fail "answers differ"
 [ ! -e "$scratch/pwned" ] || fail "a text of a rule was run as a program"
 
 # What explain tells is what the filter does.
 while IFS=$'\t' read -r sender recipient want; do
-  good --json disclaimer explain 1 --from "$sender" --to "$recipient"
-  same "$sender to $recipient" "$(jq -r 'map(if .applies then "1" else "0" end) | add' <<<"$out")" \
-    "$want"
+  gives 'map(if .applies then "1" else "0" end) | add' "\"$want\"" \
+    disclaimer explain 1 --from "$sender" --to "$recipient"
 done <"$scratch/explained"
-finish

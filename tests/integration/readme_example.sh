@@ -1,23 +1,21 @@
 #!/bin/bash
 # The C++ example of README.md, built against the installed library, as written there and with CMake.
 # ctest-timeout: 300
-. "$(dirname "$0")/../support/cli.sh"
+. "$(dirname "$0")/lib/driver.bash"
+
+# logged COMMAND... : its output is shown only when it fails, and then ends the script.
+logged() { "$@" >"$scratch/log" 2>&1 || { fail "$*: $(cat "$scratch/log")" && exit 1; }; }
 
 prefix=$scratch/prefix
-cmake --install "$build" --prefix "$prefix" >"$scratch/install.log" 2>&1 || {
-  cat "$scratch/install.log"
-  exit 1
-}
+logged cmake --install "$build" --prefix "$prefix"
 sed -n '/^```cpp$/,/^```$/p' "$source_dir/README.md" | sed '/^```/d' >"$scratch/example.cpp"
-grep -q 'int main' "$scratch/example.cpp" || fail "README.md has no example"
 libdir=$(dirname "$(find "$prefix" -name mailserver-domain.pc)")
-sanitize=
-nm -D "$libdir/../libmailserver-domain.so" | grep -q __asan_init && sanitize=-fsanitize=address,undefined
+sanitize=()
+nm -D "$libdir/../libmailserver-domain.so" | grep -q __asan_init && sanitize=(-fsanitize=address -fsanitize=undefined)
 
-# shellcheck disable=SC2046
-g++ -std=c++17 -Wall -Wextra -Werror $sanitize "$scratch/example.cpp" -o "$scratch/example" \
-  $(PKG_CONFIG_PATH=$libdir pkg-config --define-prefix --cflags --libs mailserver-domain) ||
-  fail "the example does not build with pkg-config"
+read -ra needs <<<"$(PKG_CONFIG_PATH=$libdir pkg-config --define-prefix --cflags --libs mailserver-domain)"
+logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitize[@]}" "$scratch/example.cpp" \
+  -o "$scratch/example" "${needs[@]}"
 new_root company
 export LD_LIBRARY_PATH=$libdir/..
 out=$("$scratch/example") || fail "the example failed"
@@ -31,11 +29,9 @@ project(example CXX)
 set(CMAKE_CXX_STANDARD 17)
 find_package(mailserver-domain 1.0 REQUIRED)
 add_executable(example ../example.cpp)
-target_compile_options(example PRIVATE $sanitize)
-target_link_options(example PRIVATE $sanitize)
+target_compile_options(example PRIVATE ${sanitize[*]})
+target_link_options(example PRIVATE ${sanitize[*]})
 target_link_libraries(example mailserver-domain::mailserver-domain)
 END
-cmake -S "$scratch/project" -B "$scratch/project/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
-  >"$scratch/cmake.log" 2>&1 && cmake --build "$scratch/project/build" >>"$scratch/cmake.log" 2>&1 ||
-  { cat "$scratch/cmake.log"; fail "the example does not build with CMake"; }
-finish
+logged cmake -S "$scratch/project" -B "$scratch/project/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix"
+logged cmake --build "$scratch/project/build"

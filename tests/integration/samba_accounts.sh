@@ -2,6 +2,8 @@
 # The Windows-domain account source and alias patterns against a Samba domain controller.
 # ctest-label: samba
 # ctest-timeout: 300
+# Options that are several words stand unquoted:
+# shellcheck disable=SC2086
 [ "$(id -u)" -eq 0 ] || { echo "needs root"; exit 77; }
 . "$(dirname "$0")/lib/private.bash"
 set -eu

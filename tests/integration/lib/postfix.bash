@@ -1,19 +1,21 @@
-# Sourced by integration scripts: a Postfix that delivers on 127.0.0.1, port 25. Needs root and
-# namespaces of its own (private.bash).
+# Sourced after private.bash and driver.bash: a Postfix that delivers on 127.0.0.1, port 25, and
+# MIMEDefang as its milter. Needs root.
+[ "$(id -u)" -eq 0 ] || { fail "needs root" && exit 1; }
+postfix=$scratch/postfix
+mail_py() { python3 "$source_dir/tests/integration/lib/mail.py" "$@"; }
 
-# postfix_configure DIR DOMAINS [MAIN.CF LINES] : its files, in DIR. All mail for DOMAINS
-# (comma-separated) ends in DIR/mail/all/new/, a file a copy; other mail bounces.
+# postfix_configure DOMAINS [MAIN.CF LINES] : its files, in $postfix. All mail for DOMAINS
+# (comma-separated) ends in $postfix/mail/all/new/, a file a copy; other mail bounces.
 postfix_configure() {
-  local dir=$1 domains=$2 further=${3:-}
-  mkdir -p "$dir"/{etc,queue,data,mail,log}
-  chown postfix "$dir/data"
-  chown nobody "$dir/mail"
-  cat >"$dir/etc/main.cf" <<C
+  mkdir -p "$postfix"/{etc,queue,data,mail,log}
+  chown postfix "$postfix/data"
+  chown nobody "$postfix/mail"
+  cat >"$postfix/etc/main.cf" <<C
 compatibility_level = 3.6
-queue_directory = $dir/queue
-data_directory = $dir/data
-maillog_file = $dir/log/maillog
-maillog_file_prefixes = $dir
+queue_directory = $postfix/queue
+data_directory = $postfix/data
+maillog_file = $postfix/log/maillog
+maillog_file_prefixes = $postfix
 inet_interfaces = 127.0.0.1
 inet_protocols = ipv4
 myhostname = mx.example.com
@@ -21,17 +23,17 @@ mydestination =
 mynetworks = 127.0.0.0/8
 alias_maps =
 smtpd_relay_restrictions = permit_mynetworks, reject_unauth_destination
-virtual_mailbox_domains = $domains
-virtual_mailbox_base = $dir/mail
+virtual_mailbox_domains = $1
+virtual_mailbox_base = $postfix/mail
 virtual_mailbox_maps = static:all/
 virtual_minimum_uid = 1
 virtual_uid_maps = static:65534
 virtual_gid_maps = static:65534
 default_transport = error:no outside network
 smtp_dns_support_level = disabled
-$further
+${2:-}
 C
-  cat >"$dir/etc/master.cf" <<C
+  cat >"$postfix/etc/master.cf" <<C
 127.0.0.1:25 inet n - n - - smtpd
 cleanup unix n - n - 0 cleanup
 qmgr unix n - n 300 1 qmgr
@@ -48,20 +50,30 @@ postlog unix-dgram n - n - 1 postlogd
 C
 }
 
-# postfix_start DIR : starts it and waits until it answers. Stop it with postfix_stop DIR.
 postfix_start() {
-  local dir=$1
-  postfix -c "$dir/etc" start </dev/null >"$dir/log/start" 2>&1 || {
-    cat "$dir/log/start" >&2
-    return 1
-  }
-  for _ in $(seq 200); do
-    (exec 3<>/dev/tcp/127.0.0.1/25) 2>/dev/null && return 0
-    sleep 0.05
-  done
-  echo "Postfix does not answer" >&2
-  return 1
+  postfix -c "$postfix/etc" start </dev/null >"$postfix/log/start" 2>&1 ||
+    { fail "Postfix does not start: $(cat "$postfix/log/start")" && exit 1; }
+  wait_for "Postfix on port 25" listens 25
 }
 
-# postfix_stop DIR
-postfix_stop() { postfix -c "$1/etc" stop </dev/null >/dev/null 2>&1; }
+# postfix_stop : it must not have complained.
+postfix_stop() {
+  postfix -c "$postfix/etc" stop </dev/null >/dev/null 2>&1
+  same "the log of Postfix" "$(grep -E 'warning|error|fatal|panic' "$postfix/log/maillog")" ""
+}
+
+# mimedefang_start PORT FILTER : FILTER and its folder must be readable by the user defang, as whom
+# MIMEDefang runs. A filter that does not compile would only make its workers die, and mail wait.
+mimedefang_start() {
+  local dir=$scratch/mimedefang
+  mkdir -p "$dir/spool"
+  mimedefang.pl -f "$2" -test >"$dir.test" 2>&1 || { fail "$2: $(cat "$dir.test")" && exit 1; }
+  chown -R defang:defang "$dir"
+  chmod 750 "$dir/spool"
+  mimedefang-multiplexor -D -U defang -m 1 -x 2 -F "$2" -z "$dir/spool" -s "$dir/mx.sock" \
+    </dev/null >"$dir.mx.log" 2>&1 &
+  wait_for "MIMEDefang's multiplexor" test -S "$dir/mx.sock"
+  mimedefang -D -U defang -m "$dir/mx.sock" -z "$dir/spool" -p "inet:$1@127.0.0.1" \
+    </dev/null >"$dir.md.log" 2>&1 &
+  wait_for "MIMEDefang on port $1" listens "$1"
+}
