@@ -34,7 +34,7 @@ void Check(sqlite3* db, const std::string& sql) {
 void fuzz::Run(const std::string& input) {
   static sqlite3* const kDb = Database();
   // A name ends at its zero byte.
-  const std::string text = input.c_str();
+  const std::string text = input.substr(0, input.find('\0'));
 
   MDOMAIN::DB::DomainDBFilter domains;
   domains.SetQuery(text);
