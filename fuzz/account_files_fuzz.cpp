@@ -1,8 +1,7 @@
 // passwd and group files, and the texts that a directory is asked with. What is listed must have a
 // usable name and id; what is not listed must leave a gap or have a reason.
-#include <cstdint>
-#include <string>
 
+#include "fuzz/target.h"
 #include "platform/account/account_files.h"
 #include "platform/directory/text.h"
 
@@ -16,17 +15,14 @@ void Check(const Table<Row>& table) {
     const bool named = !row.name.empty() && row.name.size() <= 255 &&
                        korvmailserver::directory::IsText(row.name) &&
                        row.name.find('\n') == std::string::npos;
-    if (!named || IdOf(row) == KORV_UNKNOWN_ID || table.ByName(row.name) != &row ||
-        (row.listed && table.ById(IdOf(row)) != &row)) {
-      __builtin_trap();
-    }
+    fuzz::Require(named && IdOf(row) != KORV_UNKNOWN_ID && table.ByName(row.name) == &row &&
+                  (!row.listed || table.ById(IdOf(row)) == &row));
   }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string bytes(reinterpret_cast<const char*>(data), size);
+void fuzz::Run(const std::string& bytes) {
   UserTable users(NameCase::kFolded);
   GroupTable groups(NameCase::kExact);
   const IdRanges ranges = ParseLoginDefs(bytes);
@@ -37,15 +33,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const GroupRow& group : groups.rows()) {
     std::vector<std::string> names;
     std::string why;
-    if (!CollectMembers(users, groups, group, names, why) && users.complete()) {
-      __builtin_trap();
-    }
+    Require(CollectMembers(users, groups, group, names, why) || !users.complete());
   }
   using namespace korvmailserver::directory;
-  const std::string filter = Both(bytes, Equals("uid", bytes));
-  if (Equals("uid", bytes).find_first_of("()*\n", 5) != Equals("uid", bytes).size() - 1 ||
-      filter.empty() || FoldDn(FoldDn("uid=" + bytes)).empty()) {
-    __builtin_trap();
-  }
-  return 0;
+  const std::string test = Equals("uid", bytes);
+  Require(test.find_first_of("()*\n", 5) == test.size() - 1);
+  Require(!Both(bytes, test).empty() && !FoldDn(FoldDn("uid=" + bytes)).empty());
 }

@@ -1,18 +1,11 @@
 // Reads rule files. Whatever a file holds: what is taken for a rule is one, stands in one line, and
 // that line gives the same rule again; every other line is reported once, in order.
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 
+#include "fuzz/target.h"
 #include "lib-domain/api/bcc/unit.h"
 
 namespace {
-
-void Require(bool held) {
-  if (!held) {
-    abort();
-  }
-}
 
 bool Same(const BccInfo& a, const BccInfo& b) {
   return a.name == b.name && a.type == b.type && a.bcc_to == b.bcc_to;
@@ -20,12 +13,12 @@ bool Same(const BccInfo& a, const BccInfo& b) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) {
-    return 0;
+void fuzz::Run(const std::string& input) {
+  if (input.empty()) {
+    return;
   }
-  const int type = data[0] % 3;
-  const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const int type = static_cast<unsigned char>(input[0]) % 3;
+  const std::string_view text = std::string_view(input).substr(1);
   std::list<BccInfo> rules;
   std::vector<internal::BccBadLine> bad_lines;
   internal::ParseBccRules(text, type, rules, bad_lines);
@@ -48,5 +41,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const size_t lines = std::count(text.begin(), text.end(), '\n') + 1;
   Require(last <= lines && rules.size() + bad_lines.size() <= lines);
-  return 0;
 }

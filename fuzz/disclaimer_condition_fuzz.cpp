@@ -2,24 +2,17 @@
 // Whatever they hold, the text is one expression: quotes, patterns and parentheses end where they
 // must, and nothing outside of them comes from the input. With DISCLAIMER_CONDITIONS set, what was
 // built is appended to that file, a line each, for Perl itself to look at.
-#include <cstdint>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <vector>
 
+#include "fuzz/target.h"
 #include "lib-domain/api/disclaimer/condition.h"
 
 namespace {
 
 using namespace MDOMAIN::API::INTERNAL;
-
-void Require(bool held) {
-  if (!held) {
-    std::abort();
-  }
-}
+using fuzz::Require;
 
 bool IsInterpolated(char c) {
   return c == '$' || c == '@';
@@ -68,13 +61,14 @@ void Keep(const std::string& condition) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) {
-    return 0;
+void fuzz::Run(const std::string& input) {
+  if (input.empty()) {
+    return;
   }
-  const RuleTarget target = (data[0] & 1) != 0 ? RuleTarget::kSender : RuleTarget::kRecipient;
+  const auto kind = static_cast<unsigned char>(input[0]);
+  const RuleTarget target = (kind & 1) != 0 ? RuleTarget::kSender : RuleTarget::kRecipient;
   const std::string name = target == RuleTarget::kSender ? "$Sender" : "$Recipient";
-  std::istringstream lines(std::string(reinterpret_cast<const char*>(data) + 1, size - 1));
+  std::istringstream lines(input.substr(1));
   std::vector<std::string> tests;
   for (std::string line; std::getline(lines, line);) {
     std::string test;
@@ -92,13 +86,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tests.push_back(test);
   }
   if (tests.empty()) {
-    return 0;
+    return;
   }
-  tests.push_back(GroupTest(target, data[0]));
-  const std::vector<std::string> exceptions((data[0] & 2) != 0 ? 0 : 1, tests.front());
+  tests.push_back(GroupTest(target, kind));
+  const std::vector<std::string> exceptions((kind & 2) != 0 ? 0 : 1, tests.front());
   std::string condition;
-  Require(JoinTests((data[0] & 4) != 0 ? "and" : "or", tests, exceptions, condition));
+  Require(JoinTests((kind & 4) != 0 ? "and" : "or", tests, exceptions, condition));
   Skeleton(condition);
   Keep(condition);
-  return 0;
 }

@@ -2,11 +2,9 @@
 // read back as it was, and every enabled disclaimer of it is one that can be judged.
 #include <json/value.h>
 
-#include <cstdint>
-#include <cstdlib>
 #include <set>
-#include <string>
 
+#include "fuzz/target.h"
 #include "lib-domain/api/disclaimer/condition.h"
 #include "lib-domain/api/disclaimer/unit.h"
 #include "lib-domain/api/mimedefang.h"
@@ -14,12 +12,7 @@
 namespace {
 
 using namespace MDOMAIN::API::INTERNAL;
-
-void Require(bool held) {
-  if (!held) {
-    std::abort();
-  }
-}
+using fuzz::Require;
 
 void CheckRule(const Json::Value& rule) {
   unsigned int id = 0;
@@ -31,8 +24,7 @@ void CheckRule(const Json::Value& rule) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+void fuzz::Run(const std::string& text) {
   Json::Value stored;
   if (ParseStoredList(text, stored)) {
     Require(IsArrayOfObjects(stored));
@@ -40,11 +32,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Json::Value list;
   std::string error;
   if (!ParseJson(text, list)) {
-    return 0;
+    return;
   }
   if (!MimeDefang::CheckDisclaimerList(list, error)) {
     Require(!error.empty());
-    return 0;
+    return;
   }
   std::set<int> ids;
   for (const Json::Value& disclaimer : list) {
@@ -57,5 +49,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   Json::Value again;
   Require(ParseJson(WriteJson(list), again) && again == list);
-  return 0;
 }

@@ -1,21 +1,13 @@
 // Any bytes as a domain, a local part and an address: what converts is clean and converts both
 // ways, only what stands in one of its two spellings is a domain, what is stripped is acceptable.
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
 
+#include "fuzz/target.h"
 #include "platform/include/eai.h"
 
 namespace {
 
 using namespace KORV::POSTARA_SERVER;
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
+using fuzz::Require;
 
 std::string Ascii(const std::string& text) {
   std::string out;
@@ -77,9 +69,7 @@ void CheckDomain(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+void fuzz::Run(const std::string& text) {
   CheckLocalPart(text);
   CheckDomain(text);
-  return 0;
 }

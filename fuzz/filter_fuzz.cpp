@@ -2,11 +2,7 @@
 // statement that the database takes, and the literal gives the text back.
 #include <sqlite3.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "fuzz/target.h"
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/statement.h"
@@ -23,23 +19,22 @@ sqlite3* Database() {
   return db;
 }
 
-// Aborts unless `sql` is one whole statement. (A search text may be too long for LIKE; that shows
-// only when it runs.)
+// `sql` must be one whole statement. (A search text may be too long for LIKE; that shows only when
+// it runs.)
 void Check(sqlite3* db, const std::string& sql) {
   sqlite3_stmt* statement = nullptr;
   const char* rest = nullptr;
-  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, &rest) != SQLITE_OK || *rest != '\0') {
-    std::abort();
-  }
+  fuzz::Require(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, &rest) == SQLITE_OK);
+  fuzz::Require(*rest == '\0');
   sqlite3_finalize(statement);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void fuzz::Run(const std::string& input) {
   static sqlite3* const kDb = Database();
   // A name ends at its zero byte.
-  const std::string text = std::string(reinterpret_cast<const char*>(data), size).c_str();
+  const std::string text = input.substr(0, input.find('\0'));
 
   MDOMAIN::DB::DomainDBFilter domains;
   domains.SetQuery(text);
@@ -53,11 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const std::string literal = "SELECT '" + MDOMAIN::DB::INTERNAL::EscapeQuery(text) + "'";
   sqlite3_stmt* statement = nullptr;
-  if (sqlite3_prepare_v2(kDb, literal.c_str(), -1, &statement, nullptr) != SQLITE_OK ||
-      sqlite3_step(statement) != SQLITE_ROW ||
-      text != reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))) {
-    std::abort();
-  }
+  Require(sqlite3_prepare_v2(kDb, literal.c_str(), -1, &statement, nullptr) == SQLITE_OK);
+  Require(sqlite3_step(statement) == SQLITE_ROW);
+  Require(text == reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
   sqlite3_finalize(statement);
-  return 0;
 }

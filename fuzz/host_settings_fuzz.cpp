@@ -2,22 +2,13 @@
 // line and leaves the settings untouched.
 #include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
 
+#include "fuzz/target.h"
 #include "platform/include/host_settings.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 // A root of this process, made once.
 std::string MakeRoot() {
@@ -32,11 +23,10 @@ std::string MakeRoot() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+void fuzz::Run(const std::string& input) {
   static const std::string root = MakeRoot();
   const std::string path = korvmailserver::HostSettingsPath();
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  std::ofstream(path, std::ios::binary) << input;
   korvmailserver::HostSettings settings;
   settings.keystore.master = "untouched";
   std::string error;
@@ -50,5 +40,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(error.size() > line && error[line] >= '1' && error[line] <= '9');
     Require(settings.keystore.master == "untouched");
   }
-  return 0;
 }

@@ -6,17 +6,18 @@
 #include <cstdio>
 #include <memory>
 
+#include "lib-domain/accounts/name_list.h"
 #include "lib-domain/base/log_line.h"
 #include "platform/include/account.h"
-#include "platform/include/string_list.h"
 
 namespace MDOMAIN::UTILS {
 
 namespace {
 
-// What the account system's name calls take and give, with the terminating zero.
+using INTERNAL::NameList;
+
+// The longest name that the account system takes and gives, with its terminating zero.
 constexpr size_t kNameBufferSize = 492;
-constexpr int kNameListCapacity = 1024;
 
 struct AccountConfiguration {
   std::string win_domain_short_name;
@@ -28,24 +29,6 @@ AccountConfiguration& Configuration() {
   static AccountConfiguration configuration;
   return configuration;
 }
-
-// A list that is freed on every path, also when the account system moved it.
-class NameList {
- public:
-  NameList() : list_(KLIBCSzListAlloc(kNameListCapacity)) {}
-  ~NameList() { KLIBCSzListFree(list_); }
-  NameList(const NameList&) = delete;
-  NameList& operator=(const NameList&) = delete;
-
-  bool IsValid() const { return list_ != nullptr; }
-  PKLIBCSzList Get() const { return list_; }
-  PKLIBCSzList* Address() { return &list_; }
-  int Count() const { return KLIBCSzListCount(list_); }
-  const char* At(int index) const { return KLIBCSzListGet(list_, index); }
-
- private:
-  PKLIBCSzList list_;
-};
 
 using GroupPtr = std::unique_ptr<KORVGroup, decltype(&KORVGroupFree)>;
 
@@ -86,7 +69,8 @@ bool GetSource(AUTH_TYPE& type, std::string& win_domain) {
   return true;
 }
 
-// The announced groups, one by one. False when a look-up failed otherwise than by "no such group".
+// Looks up the announced groups one by one. False when a look-up failed for any reason but "no such
+// group".
 bool CollectGroups(const NameList& names, std::vector<RECORD::Group>& groups) {
   for (int i = 0; i < names.Count(); ++i) {
     const char* name = names.At(i);

@@ -1,11 +1,11 @@
-// Why one pass equals replacing token after token: values hold neither "<" nor ">" (they are no
-// characters of a local part), so a replaced text never makes a new token; and when no token holds
-// a "<", every "<...>" of the pattern is exactly one token. Only "$" in a value (which can copy
-// other parts of the text) or a token that is more than its own text need the steps one by one.
+// Why one pass gives what replacing token after token gives: values hold neither "<" nor ">" (those
+// may not stand in a local part), so a replaced text never makes a new token; and when no token
+// holds a "<", every "<...>" of the pattern is exactly one token. Only a "$" in a value (which can
+// copy other parts of the text), or a token that is a regular expression, needs the steps one by
+// one.
 //
-// The standard library's matcher recurses with the length of a match and tries alternatives by
-// going back, so it is only given tokens in which every element matches exactly one character.
-
+// The standard library's matcher recurses as deep as a match is long and tries alternatives by
+// going back. So it only gets tokens in which every element matches exactly one character.
 #include "lib-domain/accounts/alias_composer.h"
 
 #include <algorithm>

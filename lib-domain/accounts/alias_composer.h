@@ -22,17 +22,17 @@ std::string ParseValByPattern(const std::string& token, const std::string& value
 // Composes aliases from one pattern, for any number of users.
 //
 // Tokens are replaced one after the other, ascending by byte value, each as a regular expression
-// "<token>" in the whole text; "$" sequences in a value are those of std::regex_replace. Where
-// neither a token nor a value can show the difference that is one pass over the pattern, so the
-// time is linear in the pattern and the alias; the bounds below hold in all other cases.
+// "<token>" in the whole text; "$" sequences in a value are those of std::regex_replace. Where no
+// token and no value can show a difference, this is done in one pass over the pattern, in time
+// linear in the pattern and the alias; the bounds below hold in all other cases.
 class AliasComposer {
  public:
   // No alias and no text on the way to it is longer than this, in bytes.
   static constexpr size_t kMaxTextSize = 16U << 20U;
-  // Bytes that all replacements of one alias may look at, where one pass is not enough.
+  // How many bytes all replacements of one alias may look at, where one pass is not enough.
   static constexpr size_t kMaxWork = 64U << 20U;
-  // Longest token with characters that mean something in a regular expression, in bytes, and how
-  // many of them a pattern may have: each is compiled, by descending into it.
+  // The longest token, in bytes, with characters that mean something in a regular expression, and
+  // how many such tokens a pattern may have. Each is compiled, which recurses.
   static constexpr size_t kMaxRegexTokenSize = 256;
   static constexpr size_t kMaxRegexTokens = 64;
 
@@ -41,9 +41,9 @@ class AliasComposer {
   AliasComposer(const AliasComposer&) = delete;
   AliasComposer& operator=(const AliasComposer&) = delete;
 
-  // False and an error line when a token is not a valid regular expression (or holds a zero byte
-  // besides characters of one) or beyond the bounds; no alias can be composed then. A pattern
-  // without tokens is fine: it is everybody's alias.
+  // False and an error line when a token is not a valid regular expression, holds a zero byte
+  // besides characters of one, or is beyond the bounds; no alias can be composed then. A pattern
+  // without tokens is usable: it is everybody's alias.
   bool IsUsable() const { return usable_; }
 
   // The alias of a user with these attributes (name to value). Where one is missing that is

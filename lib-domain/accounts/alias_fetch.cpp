@@ -1,5 +1,5 @@
-// Attributes of accounts from the three sources. A directory answers for everybody at once: one
-// search, in which the wanted accounts are picked out; local accounts are looked up one by one.
+// Attributes of accounts from the three sources. A directory is searched once for all its accounts,
+// and the wanted ones are picked out of the answer; local accounts are looked up one by one.
 #include "lib-domain/accounts/alias_fetch.h"
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "lib-domain/accounts/account_source.h"
+#include "lib-domain/accounts/name_list.h"
 #include "lib-domain/accounts/net_output.h"
 #include "lib-domain/base/log_line.h"
 #include "platform/include/account.h"
@@ -14,7 +15,6 @@
 #include "platform/include/ldap_search.h"
 #include "platform/include/process.h"
 #include "platform/include/scope_guard.h"
-#include "platform/include/string_list.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
@@ -22,24 +22,22 @@ namespace {
 
 constexpr const char* kMailAttr = "mail";
 constexpr const char* kLdapNameAttr = "uid";
-constexpr int kNameListCapacity = 1024;
 
 template <typename T>
 using Freed = std::unique_ptr<T, void (*)(T*)>;
 
 // Fills the list with "uid" and the needed attributes. False and an error line without memory.
-bool ComposeLdapAttributes(const AttributeNames& needed, PKLIBCSzList* list) {
-  *list = KLIBCSzListAlloc(kNameListCapacity);
-  if (*list == nullptr) {
+bool ComposeLdapAttributes(const AttributeNames& needed, NameList& list) {
+  if (!list.IsValid()) {
     LOG_ERROR("KLIBCSzListAlloc failed");
     return false;
   }
-  if (KLIBCSzListPush(list, kLdapNameAttr) < 0) {
+  if (KLIBCSzListPush(list.Address(), kLdapNameAttr) < 0) {
     LOG_ERROR("KLIBCSzListPush failed");
     return false;
   }
   for (const std::string& attribute : needed) {
-    if (attribute != kAccountAttr && KLIBCSzListPush(list, attribute.c_str()) < 0) {
+    if (attribute != kAccountAttr && KLIBCSzListPush(list.Address(), attribute.c_str()) < 0) {
       LOG_ERROR("KLIBCSzListPush failed, attr: '%s'", attribute.c_str());
       return false;
     }
@@ -84,7 +82,7 @@ bool ReadLdapEntries(KORVLDAPHost* host, const KORVLDAPSearchRequest* request,
   return true;
 }
 
-// Everything that the program prints; an answer that breaks off shows in its exit status.
+// Everything that the program prints. When its output breaks off, its exit status says so.
 std::string ReadAll(FILE* stream) {
   std::string output;
   std::array<char, 65536> buffer{};
@@ -163,14 +161,12 @@ bool QueryLdap(const AttributeNames& needed, AccountAttributes& accounts) {
     LOG_ERROR("Failed to get LDAP search option. ");
     return false;
   }
-  PKLIBCSzList list = nullptr;
-  const bool composed = ComposeLdapAttributes(needed, &list);
-  const Freed<KLIBCSzList> attributes(list, &KLIBCSzListFree);
-  if (!composed) {
+  NameList attributes;
+  if (!ComposeLdapAttributes(needed, attributes)) {
     return false;
   }
   KORVLDAPSearchRequest* made = nullptr;
-  if (KORVLDAPSearchRequestInit(&made, option.get(), attributes.get()) < 0) {
+  if (KORVLDAPSearchRequestInit(&made, option.get(), attributes.Get()) < 0) {
     LOG_ERROR("Failed to KORVLDAPSearchRequestInit. ");
     return false;
   }

@@ -20,22 +20,22 @@ using DirectoryQuery = bool (*)(const AttributeNames& needed, AccountAttributes&
 bool QueryLdap(const AttributeNames& needed, AccountAttributes& accounts);
 bool QueryWindowsDomain(const AttributeNames& needed, AccountAttributes& accounts);
 
-// Adds the mail address, without its domain, of the local accounts that have one, when it is
-// needed; local accounts have no other attribute. Accounts that are not found are logged.
+// Adds the mail address, without its domain, of those local accounts that have one, if "mail" is
+// needed: local accounts have no other attribute. Accounts that are not found are logged.
 void FetchLocalAttributes(const std::vector<std::string>& user_short_names,
                           const AttributeNames& needed, AccountAttributes& accounts);
 
-// The answer of one directory search, kept for those who need no more than was asked for.
+// The answer of one directory search, kept for later callers who need none but the same attributes.
 class AttributeAnswer {
  public:
-  // What every search asks for.
+  // Every search asks for `needed`, whatever else it asks for.
   explicit AttributeAnswer(AttributeNames needed) : needed_(std::move(needed)) {}
 
   // Searches, unless the last answer has all of `needed`. False, and nothing kept, when that fails.
   bool Ask(DirectoryQuery query, const AttributeNames& needed);
 
-  // Replaces the attributes of those in `wanted` whom the directory knows. Names are compared as
-  // they stand, or without regard to letter case.
+  // Replaces the attributes of those accounts in `wanted` that the directory knows; the others keep
+  // theirs. Names are compared byte by byte, or without regard to letter case.
   void CopyTo(AccountAttributes& wanted) const;
   void CopyToIgnoringCase(AccountAttributes& wanted) const;
 

@@ -9,8 +9,8 @@ namespace MDOMAIN::UTILS::INTERNAL {
 // The ids are the whole process's: two sections must never overlap, nor may anything else that
 // depends on the ids run meanwhile. Real and saved ids stay as they are, and an id that is right
 // already is not set. Entering and leaving is one line each in the system log, facility auth; when
-// the ids cannot be raised that line is an error, errno is EPERM, and what follows runs with what
-// could be had.
+// the ids cannot be raised that line is an error, errno is EPERM, and what follows runs with the
+// ids that could be set.
 class CriticalSection {
  public:
   CriticalSection();

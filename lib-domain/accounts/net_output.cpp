@@ -1,4 +1,5 @@
-
+// One entry is put together line by line and kept when its empty line comes. What a value with line
+// ends could forge is told in the header.
 #include "lib-domain/accounts/net_output.h"
 
 #include <algorithm>
@@ -50,7 +51,7 @@ class LineReader {
   std::string_view rest_;
 };
 
-// The number in "Got 6 replies"; false without one. Longer numbers than any answer has are cut.
+// The number in "Got 6 replies"; false without one. A number of more than nine digits is cut.
 bool ReadAnnouncedCount(const std::string& line, size_t& count) {
   constexpr size_t kMaxDigits = 9;
   constexpr const char* kDigits = "0123456789";

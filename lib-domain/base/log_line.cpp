@@ -28,7 +28,7 @@ constexpr SpreadUnit kSpreadUnits[] = {
 
 const std::string kOwnPath = "lib-domain/base/log_line.cpp";
 
-// What the compiler puts before a path of this tree; this very file tells.
+// What the compiler puts before the paths of this tree: this file's own path shows it.
 std::string TreePrefix() {
   const std::string file = __FILE__;
   const size_t at = file.rfind(kOwnPath);
@@ -48,7 +48,7 @@ std::string TreePath(const char* file) {
   if (!kPrefix.empty() && path.compare(0, kPrefix.size(), kPrefix) == 0) {
     return path.substr(kPrefix.size());
   }
-  // Part of the build may have been given another folder than this file was.
+  // Another part of the build may have named the tree by another folder than this file's.
   const size_t at = path.rfind("/lib-domain/");
   return at == std::string::npos ? path : path.substr(at + 1);
 }

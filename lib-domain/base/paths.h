@@ -1,4 +1,4 @@
-// Every fixed path of the library, below the root prefix. Read anew at each call.
+// Every fixed path of the library, below the root prefix, which is read at each call.
 #ifndef LIB_DOMAIN_BASE_PATHS_H
 #define LIB_DOMAIN_BASE_PATHS_H
 

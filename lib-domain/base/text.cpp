@@ -3,6 +3,8 @@
 
 #include <charconv>
 
+#include "platform/include/eai.h"
+
 namespace MDOMAIN::BASE {
 
 namespace {
@@ -29,10 +31,6 @@ std::string JoinWith(const std::vector<Item>& items, const std::string& separato
     joined += to_text(item);
   }
   return joined;
-}
-
-char LowerAscii(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 }  // namespace
@@ -63,21 +61,13 @@ std::string Join(const std::vector<unsigned int>& items, const std::string& sepa
 
 std::string ToLowerAscii(std::string text) {
   for (char& c : text) {
-    c = LowerAscii(c);
+    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   }
   return text;
 }
 
 bool EqualsIgnoreCase(const std::string& a, const std::string& b) {
-  if (a.size() != b.size()) {
-    return false;
-  }
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (LowerAscii(a[i]) != LowerAscii(b[i])) {
-      return false;
-    }
-  }
-  return true;
+  return korvmailserver::utils::Equals(a, b, true);
 }
 
 }  // namespace MDOMAIN::BASE

@@ -20,7 +20,7 @@ std::string Join(const std::vector<unsigned int>& items, const std::string& sepa
 
 // ASCII letters to lower case, other bytes unchanged.
 std::string ToLowerAscii(std::string text);
-// Equal but for the case of ASCII letters, as SQLite's NOCASE compares.
+// Whether the texts are equal but for the case of ASCII letters, as SQLite's NOCASE compares.
 bool EqualsIgnoreCase(const std::string& a, const std::string& b);
 
 }  // namespace MDOMAIN::BASE

@@ -23,10 +23,10 @@ class DomainPart {
   int domain_idx_ = 1;
 };
 
-// A local part, the domain in which it is one, and the account that owns it. Not validated.
+// A local part, the index of its domain, and the account that owns it. Not validated.
 class LocalPart {
  public:
-  // Index 1, as above.
+  // Index 1: a registry of a single domain needs no other.
   LocalPart() = default;
   LocalPart(const std::string& local_part, const int& domain_idx, const std::string& user_name);
 

@@ -34,8 +34,8 @@ class Domain {
   void SetIsAutomaticallyAddingUsers(const bool& is_automatically_adding_users) {
     is_automatically_adding_users_ = is_automatically_adding_users;
   }
-  // Whether an alias of a user with a role in the domain is flagged duplicated. Computed when read;
-  // storing the record does not store it. The same holds for IsPrimary.
+  // Whether an alias of a user with a role in the domain is flagged duplicated. Computed when the
+  // record is read, and not stored with it. The same holds for IsPrimary.
   bool IsDuplicatedAliasExist() const { return is_duplicated_alias_exist_; }
   void SetIsDuplicatedAliasExist(const bool& is_duplicated_alias_exist) {
     is_duplicated_alias_exist_ = is_duplicated_alias_exist;
@@ -43,8 +43,8 @@ class Domain {
   bool IsPrimary() const { return is_primary_; }
   void SetIsPrimary(const bool& is_primary) { is_primary_ = is_primary; }
 
-  // Index at least 0, then the name, then the pattern; the first that fails is logged, the others
-  // are not tried. A record without its index is therefore not valid yet.
+  // Checks that the index is at least 0, then the name, then the pattern. The first that fails is
+  // logged and the others are not tried. So a record without its index is not valid yet.
   bool IsValid() const;
 
  private:

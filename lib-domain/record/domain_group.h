@@ -25,7 +25,8 @@ class DomainGroup {
   std::string GetRole() const { return role_; }
   void SetRole(const std::string& role) { role_ = role; }
 
-  // Index at least 0, a gid, a name, a role; the default role is none. Logs nothing.
+  // Whether it has an index of at least 0, a gid, a name and a valid role. The default role is
+  // empty, so it has to be set. Logs nothing.
   bool IsValid() const;
 
  private:

@@ -20,7 +20,8 @@ class DomainGroupRole {
   std::string GetRole() const { return role_; }
   void SetRole(const std::string& role) { role_ = role; }
 
-  // Index at least 0, a gid, a role; the default role is none, so it has to be set. Logs nothing.
+  // Whether it has an index of at least 0, a gid and a valid role. The default role is empty, so it
+  // has to be set. Logs nothing.
   bool IsValid() const;
 
  private:

@@ -12,7 +12,8 @@
 
 namespace MDOMAIN::RECORD {
 
-// Assembled from the rows of domain_user_view and, for the flags below, from further questions.
+// Assembled from the rows of domain_user_view and, for what is only filled in when it is asked for,
+// from further queries.
 class DomainUser {
  public:
   DomainUser() = default;
@@ -66,8 +67,8 @@ class DomainUser {
   // One row per alias, in order.
   std::vector<DomainUserAlias> ExtractDomainUserAliases() const;
 
-  // Index at least 0, a uid, a name, a role. The aliases are not examined: each extracted row is
-  // valid or not by itself. Logs nothing.
+  // Whether it has an index of at least 0, a uid, a name and a valid role. The aliases are not
+  // examined: each extracted row is valid or not by itself. Logs nothing.
   bool IsValid() const;
 
  private:

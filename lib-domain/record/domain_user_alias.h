@@ -22,7 +22,7 @@ class DomainUserAlias {
   bool IsDuplicated() const { return is_duplicated_; }
   void SetIsDuplicated(const bool& is_duplicated) { is_duplicated_ = is_duplicated; }
 
-  // Index at least 0, a uid, a local part. Logs nothing.
+  // Whether it has an index of at least 0, a uid and a valid local part. Logs nothing.
   bool IsValid() const;
 
  private:

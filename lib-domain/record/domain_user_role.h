@@ -19,12 +19,12 @@ class DomainUserRole {
   void SetUID(const unsigned int& uid) { uid_ = uid; }
   std::string GetRole() const { return role_; }
   void SetRole(const std::string& role) { role_ = role; }
-  // Given when the account was added automatically, so that it may be taken back once a group gives
-  // a role.
+  // Whether the role was given because the account was added automatically. Such a role is dropped
+  // once a group gives one.
   bool IsAutoAdded() const { return is_auto_added_; }
   void SetIsAutoAdded(const bool& is_auto_added) { is_auto_added_ = is_auto_added; }
 
-  // Index at least 0, a uid, a role. Logs nothing.
+  // Whether it has an index of at least 0, a uid and a valid role. Logs nothing.
   bool IsValid() const;
 
  private:

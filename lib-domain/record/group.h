@@ -20,7 +20,7 @@ class Group {
   std::string GetGroupDesc() const { return group_desc_; }
   void SetGroupDesc(const std::string& group_desc) { group_desc_ = group_desc; }
 
-  // The gid is set and the name not empty.
+  // Whether the gid is set and the name is not empty.
   bool IsValid() const;
 
  private:

@@ -18,7 +18,7 @@ class User {
   std::string GetUserName() const { return user_name_; }
   void SetUserName(const std::string& user_name) { user_name_ = user_name; }
 
-  // The uid is set and the name not empty.
+  // Whether the uid is set and the name is not empty.
   bool IsValid() const;
 
  private:

@@ -127,8 +127,8 @@ bool DefaultAliasGetter::_FetchAttrsFromLDAP(UserAttrsMap& attrs) {
   return true;
 }
 
-// The account system spells a Windows domain's names in lower case, the domain itself as they were
-// typed.
+// The names of a Windows domain come from the account system in lower case, and from the domain as
+// they were typed.
 bool DefaultAliasGetter::_FetchAttrsFromDomain(UserAttrsMap& attrs) {
   const AttributeScope alone({pattern_});
   INTERNAL::AttributeAnswer& answer = *AttributeScope::_current->answer_;

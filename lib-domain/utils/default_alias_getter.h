@@ -34,7 +34,8 @@ class DefaultAliasGetter {
   // can be empty. The alias keeps its letter case and is not tested further.
   //
   // False, with `aliases` partly filled, when the directory could not be asked or answered only in
-  // part, or when the pattern cannot be used (AliasComposer). No names: true, and nobody is asked.
+  // part, or when the pattern cannot be used (AliasComposer). Without names: true, and no source is
+  // asked.
   //
   // Around look-ups other than of the short name the process's effective ids are 0 where the real
   // or saved ids allow it, which is logged to the system log's auth facility; they are restored

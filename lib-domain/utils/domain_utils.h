@@ -11,9 +11,9 @@ namespace MDOMAIN::UTILS {
 bool CheckRoleValid(const std::string& role);
 
 // A mail domain with at least one "." that is not the one the package keeps for itself. Tested as
-// passed: neither case nor spelling (U-label, A-label) is changed first. The two rules of this
-// function log one error line each when they refuse; the syntax (IDNA 2008, lengths) refuses
-// silently.
+// passed: neither case nor spelling (U-label, A-label) is changed first. A name without "." and the
+// reserved name are one error line each; a name whose syntax is wrong (IDNA 2008, lengths) is
+// refused without one.
 bool IsDomainNameValid(const std::string& name);
 
 // The local part of an address, ASCII or internationalised (RFC 5321, 6531). Logs nothing.

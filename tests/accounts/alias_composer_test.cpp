@@ -2,7 +2,6 @@
 #include "lib-domain/accounts/alias_composer.h"
 
 #include <chrono>
-#include <regex>
 
 #include "lib-domain/utils/domain_utils.h"
 #include "tests/support/fixture.h"
@@ -59,30 +58,8 @@ TEST_F(AliasComposerTest, ComposesText) {
       {"<2147483647g>", "John"},
       {"<00001g>", "J"},
   };
-  for (const auto& test_case : cases) {
-    EXPECT_EQ(Compose(test_case.pattern, values), test_case.want) << test_case.pattern;
-  }
-}
-
-// What one pass makes must be what replacing token after token with the standard library makes.
-TEST_F(AliasComposerTest, EqualsTheStandardReplacementTokenByToken) {
-  const Map values = {{"a", "x$&y"},   {"b", "$`"}, {"c", "$'"},  {"d", "$$1$0$00$1$12$"},
-                      {"e", "plain"},  {"f", "$x"}, {"<h", "lt"}, {"i.j", "dot"},
-                      {"[k]", "class"}};
-  const char* patterns[] = {"<a>.<a>",  "p<b>q<b>r",     "<c>-<e>-<c>", "<d><d>",
-                            "<f><e>",   "<<h>",          "<<h><h>",     "<i.j> <ixj>",
-                            "<k><[k]>", "<a><b><e><a>.", "<e>><e>",     "<c><a>"};
-  Map all = values;
-  all["h"] = "H";
-  all["ixj"] = "X";
-  all["k"] = "K";
-  for (const std::string pattern : patterns) {
-    std::string want = pattern;
-    for (const auto& [token, attribute] : TokensOf(pattern)) {
-      // No "<" or blank in these values: nothing to strip.
-      want = std::regex_replace(want, std::regex("<" + token + ">"), all.at(attribute));
-    }
-    EXPECT_EQ(Compose(pattern, all), want) << pattern;
+  for (const auto& c : cases) {
+    EXPECT_EQ(Compose(c.pattern, values), c.want) << c.pattern;
   }
 }
 
@@ -100,52 +77,45 @@ TEST_F(AliasComposerTest, UnusableTokensFailTheAliasAndSaySo) {
       {"<99999999999g>", "A length in the default alias pattern [<99999999999g>] is out of range"},
       {"<a*>", "Failed to compose an alias for [j smith] from the default alias pattern [<a*>]"},
   };
-  for (const auto& test_case : cases) {
-    EXPECT_EQ(Compose(test_case.pattern, values), "(failed)");
-    EXPECT_TRUE(Logged(test_case.line)) << test_case.pattern.substr(0, 40);
+  for (const auto& c : cases) {
+    EXPECT_EQ(Compose(c.pattern, values), "(failed)");
+    EXPECT_TRUE(Logged(c.line)) << c.pattern.substr(0, 40);
   }
   // Without a value for its attribute a length is never read.
   EXPECT_EQ(Compose("<99999999999nobody>", values), "jsmith");
 }
 
-TEST_F(AliasComposerTest, HostilePatternsOfAMegabyteEndSoon) {
-  constexpr size_t kSize = 1U << 20U;
-  const auto repeated = [](const std::string& unit) {
-    std::string text;
-    while (text.size() < kSize) {
-      text += unit;
-    }
-    return text;
-  };
+// Longer than any input of the fuzzer: what takes time by the square of it, or a stack as deep,
+// shows here alone. A regular expression of the standard library overflowed the stack on such
+// patterns.
+TEST_F(AliasComposerTest, HostilePatternsEndSoon) {
+  constexpr size_t kSize = 1U << 18U;
   std::string many_tokens;
   for (int i = 0; many_tokens.size() < kSize; ++i) {
     many_tokens += "<" + std::to_string(i) + "a>";
   }
   std::string many_regexes;
-  for (int i = 0; many_regexes.size() < kSize; ++i) {
-    many_regexes += "<(a{98}){99}" + std::to_string(i) + ">";
+  std::string copies;
+  for (int i = 0; copies.size() < kSize; ++i) {
+    many_regexes += "<." + std::to_string(i) + ">";
+    copies += "<d>";
   }
-  const Map values = {{"a", "alice"}, {"d", "$'$`"}};
   const struct {
     const char* name;
     std::string pattern;
     bool want;
   } cases[] = {
-      {"no token", repeated("x"), true},
-      {"opening", repeated("<"), true},
-      {"one token", repeated("<a>"), true},
+      {"opening", std::string(kSize, '<'), true},
+      {"nested opening", std::string(kSize, '<') + "a>", true},
       {"different tokens", many_tokens, true},
-      {"one long token", "<" + repeated("y") + ">", true},
-      {"nested opening", repeated("<") + "a>", true},
-      {"copies of the rest", repeated("<d>"), false},
+      {"copies of the rest", copies, false},
       {"regular expressions", many_regexes, false},
-      {"groups", "<" + repeated("(") + ">", false},
+      {"groups", "<" + std::string(kSize, '(') + ">", false},
   };
-  for (const auto& test_case : cases) {
-    SCOPED_TRACE(test_case.name);
+  for (const auto& c : cases) {
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Compose(test_case.pattern, values) != "(failed)", test_case.want);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_EQ(Compose(c.pattern, {{"a", "alice"}, {"d", "$'$`"}}) != "(failed)", c.want) << c.name;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << c.name;
   }
   TakeLog();
 }

@@ -37,6 +37,18 @@ TEST_F(BaseTest, LongValueIsKeptAndLongFormatIsCut) {
   EXPECT_EQ(std::string(buffer), "lib-domain/api/domain:12 " + std::string(2047 - 25, 'f'));
 }
 
+TEST_F(BaseTest, FilesOfOneUnitLogUnderOneName) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"lib-domain/api/bcc/map.cpp", "lib-domain/api/bcc"},
+      {"/a/lib-domain/control/domain_user_set.cpp", "lib-domain/control/domain_user"},
+      {"lib-domain/control/domain_user.cpp", "lib-domain/control/domain_user"},
+      {"lib-domain/accounts/net_output.cpp", "lib-domain/utils/default_alias_getter"},
+      {"lib-domain/accounts/account_source.cpp", "lib-domain/accounts/account_source"}};
+  for (const auto& [file, name] : cases) {
+    EXPECT_EQ(MDOMAIN::BASE::SourcePath(file), name);
+  }
+}
+
 TEST_F(BaseTest, ExceptionLogsItselfOnce) {
   const korvmailserver::LogException e(korvmailserver::ERR_INVALID_DOMAIN_NAME, "x", 3, "f", 7);
   EXPECT_STREQ(e.what(), "x");
@@ -91,8 +103,6 @@ TEST_F(BaseTest, OnlyAsciiLettersChangeCase) {
 TEST_F(BaseTest, PathsFollowTheRoot) {
   EXPECT_EQ(MDOMAIN::PATHS::DkimPublicKey(3),
             root() + "/var/packages/Postara-Server/etc/dkim.key//dkim.public-3");
-  EXPECT_EQ(MDOMAIN::PATHS::EmailOwnerDb(),
-            root() + "/var/packages/Postara-Server/target/etc/email_owner.db");
   setenv("MDOMAIN_ROOT", "/other/", 1);
   EXPECT_EQ(MDOMAIN::PATHS::ChangedUserDir(),
             "/other/var/run/postara_server/update_smtp_user_list/");

@@ -93,17 +93,10 @@ refused 4 'no owner registry' owner lookup anna@example.com
 # Host settings are looked at before anything else.
 mkdir -p "$MDOMAIN_ROOT/etc/mailserver-domain"
 printf '[local]\ncolour = red\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/host.ini"
-<<<<<<< HEAD
-state >"$scratch/before"
+remember
 refused 2 'host.ini:2.*colour' domain list
 # Called internal by the host settings after it was mirrored.
 printf '[local]\ninternal = ben\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/host.ini"
-state >"$scratch/before"
+remember
 refused 3 '"ben" is an internal account' user add 2 anna ben
 refused 3 '"ben" is an internal account' user preview 2 ben
-
-finish
-=======
-remember
-refused 2 'host.ini:2.*colour' domain list
->>>>>>> h-integ

@@ -11,9 +11,11 @@
 #include <string>
 #include <vector>
 
+#include "lib-domain/accounts/account_source.h"
 #include "platform/include/account.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/string_list.h"
+#include "tests/support/fixture.h"
 
 namespace test {
 
@@ -35,6 +37,20 @@ inline FakeAccounts& Fake() {
   static FakeAccounts fake;
   return fake;
 }
+
+// Begins with an empty account system and local accounts in force.
+class AccountsTest : public RootTest {
+ protected:
+  AccountsTest() {
+    Fake() = {};
+    UseSource("local");
+  }
+  static void UseSource(const std::string& type) {
+    Fake().configuration = {
+        {"account_type", type}, {"win_domain_short_name", "DOM"}, {"acc_domain_name", "dc"}};
+    MDOMAIN::UTILS::INTERNAL::ResetAccountConfigurationForTest();
+  }
+};
 
 }  // namespace test
 

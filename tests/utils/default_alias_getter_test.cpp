@@ -4,14 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdarg>
+#include <regex>
 
-#include "lib-domain/accounts/account_source.h"
+#include "lib-domain/base/text.h"
 #include "platform/include/ldap_search.h"
 #include "platform/include/process.h"
 #include "tests/support/fake_accounts.h"
-#include "tests/support/fixture.h"
 
 struct KORVLDAPHost {};
 struct KORVLDAPSearchOption {};
@@ -26,19 +25,23 @@ struct KORVLDAPEntry {
 namespace {
 
 using namespace MDOMAIN::UTILS;
+using MDOMAIN::BASE::Join;
 using test::Fake;
 
 using Aliases = std::map<std::string, std::string>;
 
 struct FakeDirectory {
-  std::vector<KORVLDAPEntry> entries;
-  std::vector<std::vector<std::string>> asked;  // attributes of every search
+  std::vector<KORVLDAPEntry> entries = {
+      {{{"uid", "alice"}, {"mail", "a.archer@example.com"}, {"department", "Sales"}}},
+      {{{"mail", "nameless@example.com"}}},
+      {{{"uid", "bob"}, {"department", "IT"}}},
+      {{{"uid", "carol"}, {"mail", "c"}, {"department", "HR"}}}};
+  std::string net_output =
+      "Got 2 replies\n\nsn: Smith\ngivenName: John\nsAMAccountName: jsmith\n\n"
+      "sn: Cole\nsAMAccountName: carol\n\n";
+  std::vector<std::vector<std::string>> asked;  // attributes or arguments of every search
   std::string broken;                           // the step that fails
-  int end = 0;                                  // what follows the last entry
-  std::string net_output;
-  int net_status = 0;
-  std::vector<std::string> net_arguments;
-  std::vector<std::string> trace;  // lines of the system log
+  std::vector<std::string> trace;               // lines of the system log
 };
 
 FakeDirectory& Directory() {
@@ -90,7 +93,7 @@ int KORVLDAPSearchInit(KORVLDAPSearch** search, KORVLDAPHost* /*host*/,
 }
 int KORVLDAPSearchGetNext(KORVLDAPSearch* search, const KORVLDAPEntry** entry) {
   if (search->next == Directory().entries.size()) {
-    return Directory().end;
+    return Directory().broken == "end" ? -1 : 0;
   }
   *entry = &Directory().entries[search->next++];
   return 1;
@@ -108,21 +111,21 @@ void KORVLDAPSearchFree(KORVLDAPSearch* search) {
 }
 
 FILE* KLIBCPopenv(const char* path, const char* /*mode*/, const char* const argv[]) {
-  Directory().net_arguments = {path};
+  std::vector<std::string>& arguments = Directory().asked.emplace_back(1, path);
   for (size_t i = 1; argv[i] != nullptr; ++i) {
-    Directory().net_arguments.emplace_back(argv[i]);
+    arguments.emplace_back(argv[i]);
   }
   if (Directory().broken == "popen") {
     return nullptr;
   }
   FILE* stream = tmpfile();
-  fputs(Directory().net_output.c_str(), stream);
+  fputs(Directory().broken == "half" ? "Got 1 replies\n" : Directory().net_output.c_str(), stream);
   rewind(stream);
   return stream;
 }
 int KLIBCPclose(FILE* stream) {
   fclose(stream);
-  return Directory().net_status;
+  return Directory().broken == "status" ? 255 : 0;
 }
 int KLIBCPopenSetDeadline(int /*seconds*/) {
   return 0;
@@ -142,17 +145,11 @@ extern "C" void syslog(int priority, const char* format, ...) {
 
 namespace {
 
-class DefaultAliasGetterTest : public test::RootTest {
+class DefaultAliasGetterTest : public test::AccountsTest {
  protected:
   DefaultAliasGetterTest() {
-    Fake() = {};
     Directory() = {};
-    UseSource("local");
-  }
-  void UseSource(const std::string& type) {
-    Fake().configuration = {
-        {"account_type", type}, {"win_domain_short_name", "DOM"}, {"acc_domain_name", "dc"}};
-    INTERNAL::ResetAccountConfigurationForTest();
+    Fake().users = {{"alice", 1000, 100, "a.archer@example.com", ""}, {"bob", 1001, 100, "", ""}};
   }
   static bool Get(const std::string& pattern, const std::vector<std::string>& names,
                   Aliases& aliases) {
@@ -160,19 +157,38 @@ class DefaultAliasGetterTest : public test::RootTest {
   }
 };
 
-TEST_F(DefaultAliasGetterTest, LocalAccountsHaveNameAndMail) {
-  Fake().users = {{"alice", 1000, 100, "a.archer@example.com", ""}, {"bob", 1001, 100, "", ""}};
-  Aliases aliases = {{"before", "kept"}};
-  EXPECT_TRUE(Get("<3a>.<m>", {"alice", "bob", "o'brien", "no body"}, aliases));
-  EXPECT_EQ(aliases, (Aliases{{"before", "kept"},
-                              {"alice", "ali.a.archer"},
-                              {"bob", "bob"},
-                              {"o'brien", "o'brien"},
-                              {"no body", "nobody"}}));
-  EXPECT_TRUE(Logged("Cannot get user o'brien"));
-  EXPECT_TRUE(Logged("Cannot get user no body"));
-  EXPECT_TRUE(Get("<g>", {"alice"}, aliases));
-  EXPECT_EQ(aliases["alice"], "alice");
+TEST_F(DefaultAliasGetterTest, EverySourceGivesItsAttributes) {
+  const std::string run = "/usr/bin/net ads search -P (objectCategory=user) sAMAccountName";
+  const struct {
+    std::string source;
+    std::string pattern;
+    std::string want;
+    std::string asked;
+  } cases[] = {
+      {"local", "<3a>.<m>", "ali.a.archer bob carol jsmith nobody o'brien", ""},
+      {"local", "<g>", "alice bob carol jsmith nobody o'brien", ""},
+      {"ldap", "<m>.<department>", "a.archer.Sales bob c.HR jsmith nobody o'brien",
+       "uid department mail"},
+      {"win", "<1g>.<s>", "alice bob carol J.Smith nobody o'brien", run + " givenName sn"},
+      // An option in a pattern is no attribute: it never reaches the command line.
+      {"win", "<--option><a>", "alice bob carol jsmith nobody o'brien", run},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.source + " " + c.pattern);
+    UseSource(c.source);
+    Directory().asked.clear();
+    Aliases aliases = {{"a before", "kept"}};
+    EXPECT_TRUE(Get(c.pattern, {"alice", "bob", "carol", "jsmith", "o'brien", "no body"}, aliases));
+    std::vector<std::string> texts;
+    for (const auto& entry : aliases) {
+      texts.push_back(entry.second);
+    }
+    EXPECT_EQ(Join(texts, " "), "kept " + c.want);
+    EXPECT_EQ(Directory().asked.size(), c.source == "local" ? 0U : 1U);
+    EXPECT_EQ(Directory().asked.empty() ? "" : Join(Directory().asked[0], " "), c.asked);
+    EXPECT_EQ(Logged("Cannot get user o'brien"), c.source == "local");
+    TakeLog();
+  }
 }
 
 TEST_F(DefaultAliasGetterTest, NameAloneAsksNobodyAndRaisesNothing) {
@@ -183,47 +199,33 @@ TEST_F(DefaultAliasGetterTest, NameAloneAsksNobodyAndRaisesNothing) {
   EXPECT_TRUE(Directory().trace.empty());
 }
 
-TEST_F(DefaultAliasGetterTest, LdapGivesAnyAttributeOfTheWantedAccounts) {
-  UseSource("ldap");
-  Directory().entries = {
-      {{{"uid", "alice"}, {"mail", "a.archer@example.com"}, {"department", "Sales"}}},
-      {{{"mail", "nameless@example.com"}}},
-      {{{"uid", "bob"}, {"department", "IT"}}},
-      {{{"uid", "carol"}, {"mail", "c"}, {"department", "HR"}}}};
-  Aliases aliases;
-  EXPECT_TRUE(Get("<m>.<department>", {"alice", "bob", "unknown"}, aliases));
-  EXPECT_EQ(aliases,
-            (Aliases{{"alice", "a.archer.Sales"}, {"bob", "bob"}, {"unknown", "unknown"}}));
-  EXPECT_EQ(Directory().asked,
-            (std::vector<std::vector<std::string>>{{"uid", "department", "mail"}}));
-}
-
 TEST_F(DefaultAliasGetterTest, BrokenDirectoryGivesNobodyAnAlias) {
-  UseSource("ldap");
-  Directory().entries = {{{{"uid", "alice"}, {"mail", "a@example.com"}}}};
   const struct {
+    const char* source;
     const char* step;
     const char* line;
-  } cases[] = {{"host", "Failed to get LDAP browser config. "},
-               {"alloc", "Failed to alloc LDAP search option. "},
-               {"option", "Failed to get LDAP search option. "},
-               {"request", "Failed to KORVLDAPSearchRequestInit. "},
-               {"search", "Failed to query ldap. "},
-               {"end", "Failed to query ldap. "}};
-  for (const auto& test_case : cases) {
-    Directory().broken = test_case.step;
-    Directory().end = Directory().broken == "end" ? -1 : 0;
+  } cases[] = {{"ldap", "host", "Failed to get LDAP browser config. "},
+               {"ldap", "alloc", "Failed to alloc LDAP search option. "},
+               {"ldap", "option", "Failed to get LDAP search option. "},
+               {"ldap", "request", "Failed to KORVLDAPSearchRequestInit. "},
+               {"ldap", "search", "Failed to query ldap. "},
+               {"ldap", "end", "Failed to query ldap. "},
+               {"win", "popen", "Failed to KLIBCPopenv"},
+               {"win", "status", "net ended with status [255]: no logon servers"},
+               {"win", "half", "error net response"}};
+  for (const auto& c : cases) {
+    UseSource(c.source);
+    Directory().broken = c.step;
     Aliases aliases;
-    EXPECT_FALSE(Get("<m>", {"alice"}, aliases)) << test_case.step;
+    EXPECT_FALSE(Get("<m>", {"alice"}, aliases)) << c.step;
     EXPECT_TRUE(aliases.empty());
-    EXPECT_TRUE(Logged(test_case.line)) << test_case.step;
+    EXPECT_TRUE(Logged(c.line)) << c.step;
     EXPECT_TRUE(Logged("Failed to _GetUserAttrsValueMap"));
   }
 }
 
 TEST_F(DefaultAliasGetterTest, OneSearchAnswersAllPatternsOfAScope) {
   UseSource("ldap");
-  Directory().entries = {{{{"uid", "alice"}, {"mail", "m@example.com"}, {"department", "Sales"}}}};
   Aliases aliases;
   {
     const AttributeScope scope({"<m>", "<department>", "<a>"});
@@ -233,7 +235,7 @@ TEST_F(DefaultAliasGetterTest, OneSearchAnswersAllPatternsOfAScope) {
     Directory().broken.clear();
     Directory().asked.clear();
     EXPECT_TRUE(Get("<m>", {"alice"}, aliases));
-    EXPECT_EQ(aliases["alice"], "m");
+    EXPECT_EQ(aliases["alice"], "a.archer");
     EXPECT_TRUE(Get("<department>", {"alice", "bob"}, aliases));
     EXPECT_EQ(aliases["alice"], "Sales");
     EXPECT_EQ(Directory().asked.size(), 1U);
@@ -244,81 +246,25 @@ TEST_F(DefaultAliasGetterTest, OneSearchAnswersAllPatternsOfAScope) {
   EXPECT_EQ(Directory().asked.size(), 3U);
 }
 
-TEST_F(DefaultAliasGetterTest, WindowsDomainIsAskedThroughNet) {
-  UseSource("win");
-  Directory().net_output =
-      "Got 2 replies\n\nsn: Smith\ngivenName: John\nsAMAccountName: jsmith\n\n"
-      "sn: Cole\nsAMAccountName: carol\n\n";
-  Aliases aliases;
-  EXPECT_TRUE(Get("<1g>.<s>", {"jsmith", "carol", "absent"}, aliases));
-  EXPECT_EQ(aliases, (Aliases{{"jsmith", "J.Smith"}, {"carol", "carol"}, {"absent", "absent"}}));
-  EXPECT_EQ(
-      Directory().net_arguments,
-      (std::vector<std::string>{"/usr/bin/net", "ads", "search", "-P", "(objectCategory=user)",
-                                "sAMAccountName", "givenName", "sn"}));
-  // An option in a pattern is no attribute: it never reaches the command line.
-  EXPECT_TRUE(Get("<--option><a>", {"jsmith"}, aliases));
-  EXPECT_EQ(aliases["jsmith"], "jsmith");
-  EXPECT_EQ(Directory().net_arguments.size(), 6U);
-}
+const std::string kSource = " lib-domain/utils/default_alias_getter:\\d+ ";
 
-TEST_F(DefaultAliasGetterTest, HalfANetAnswerIsNone) {
-  UseSource("win");
-  Directory().net_output = "Got 1 replies\n\nsn: Smith\nsAMAccountName: jsmith\n\n";
-  Directory().net_status = 255;
-  Aliases aliases;
-  EXPECT_FALSE(Get("<s>", {"jsmith"}, aliases));
-  EXPECT_TRUE(Logged("net ended with status [255]: no logon servers"));
-  Directory().net_status = 0;
-  Directory().net_output = "Got 1 replies\n";
-  EXPECT_FALSE(Get("<s>", {"jsmith"}, aliases));
-  EXPECT_TRUE(Logged("error net response"));
-  Directory().broken = "popen";
-  EXPECT_FALSE(Get("<s>", {"jsmith"}, aliases));
-  EXPECT_TRUE(Logged("Failed to KLIBCPopenv"));
-  EXPECT_TRUE(aliases.empty());
-  TakeLog();
-}
-
-TEST_F(DefaultAliasGetterTest, HostilePatternsFailTheAliasesNotTheProcess) {
-  Aliases aliases;
-  EXPECT_FALSE(Get("<99999999999a>", {"alice"}, aliases));
-  EXPECT_TRUE(Logged("A length in the default alias pattern [<99999999999a>] is out of range"));
-  EXPECT_TRUE(Logged("Failed to _ComposeUserAliasMap"));
-  EXPECT_FALSE(Get("<a><(>", {}, aliases) && Get("<a><(>", {"alice"}, aliases));
-  TakeLog();
-}
-
-// In a child: the ids of a process that has given up root, but could be it again.
-int RunAs(uid_t saved_uid) {
+// In a child: the ids of a process that has given up root, but could be it again when that is its
+// saved id. 0 when the look-up ran as `want`, the ids came back, and the system log tells both.
+int RunAs(unsigned saved_id, unsigned want, const std::string& entered) {
   const pid_t child = fork();
   if (child == 0) {
-    int result = 1;
-    if (setresgid(1234, 1234, saved_uid == 0 ? 0 : 1234) == 0 &&
-        setresuid(1234, 1234, saved_uid) == 0) {
-      uid_t uid_within = 9999;
-      gid_t gid_within = 9999;
-      Fake().on_user_get = [&] {
-        uid_within = geteuid();
-        gid_within = getegid();
-      };
-      Aliases aliases;
-      const bool done = DefaultAliasGetter("<m>").GetAliasFromUserShortNames({"alice"}, aliases);
-      const unsigned want = saved_uid == 0 ? 0 : 1234;
-      const std::string line = saved_uid == 0 ? "38 lib-domain/utils/default_alias_getter:"
-                                              : "35 lib-domain/utils/default_alias_getter:";
-      const std::string text =
-          saved_uid == 0 ? " ENTERCriticalSection" : " ERROR: ENTERCriticalSection";
-      const auto& trace = Directory().trace;
-      const bool traced = trace.size() == 2 && trace[0].rfind(line, 0) == 0 &&
-                          trace[0].find(text) != std::string::npos &&
-                          trace[1].rfind("38 ", 0) == 0 &&
-                          trace[1].find(" LEAVECriticalSection") != std::string::npos;
-      const bool right =
-          uid_within == want && gid_within == want && geteuid() == 1234 && getegid() == 1234;
-      result = done && traced && right ? 0 : 2;
-    }
-    _exit(result);
+    std::vector<unsigned> within;
+    Fake().on_user_get = [&] { within = {geteuid(), getegid()}; };
+    const bool is_set =
+        setresgid(1234, 1234, saved_id) == 0 && setresuid(1234, 1234, saved_id) == 0;
+    Aliases aliases;
+    const bool done = DefaultAliasGetter("<m>").GetAliasFromUserShortNames({"alice"}, aliases);
+    const auto& trace = Directory().trace;
+    const bool traced =
+        trace.size() == 2 && std::regex_match(trace[0], std::regex(entered)) &&
+        std::regex_match(trace[1], std::regex("38" + kSource + "LEAVECriticalSection"));
+    const bool restored = geteuid() == 1234 && getegid() == 1234;
+    _exit(is_set && done && traced && restored && within == std::vector{want, want} ? 0 : 1);
   }
   int status = 0;
   waitpid(child, &status, 0);
@@ -329,9 +275,8 @@ TEST_F(DefaultAliasGetterTest, LookUpsRunAsRootWherePossibleAndOnlyThey) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }
-  Fake().users = {{"alice", 1000, 100, "a@example.com", ""}};
-  EXPECT_EQ(RunAs(0), 0);
-  EXPECT_EQ(RunAs(1234), 0);
+  EXPECT_EQ(RunAs(0, 0, "38" + kSource + "ENTERCriticalSection"), 0);
+  EXPECT_EQ(RunAs(1234, 1234, "35" + kSource + "ERROR: ENTERCriticalSection"), 0);
 }
 
 }  // namespace

@@ -1,10 +1,5 @@
-// The acceptance rules, and the token scan against the regular expression it stands for.
+// The acceptance rules of names, patterns and roles.
 #include "lib-domain/utils/domain_utils.h"
-
-#include <regex.h>
-
-#include <chrono>
-#include <random>
 
 #include "tests/support/fixture.h"
 
@@ -58,42 +53,6 @@ TEST_F(DomainUtilsTest, Patterns) {
     EXPECT_EQ(FindPatternTokens(c.pattern), c.tokens) << c.pattern;
     EXPECT_EQ(IsDomainDefaultAliasPatternValid(c.pattern), !c.tokens.empty()) << c.pattern;
   }
-}
-
-TEST_F(DomainUtilsTest, TokensAreThoseOfTheRegularExpression) {
-  regex_t regex;
-  ASSERT_EQ(regcomp(&regex, "<([^>]*)>", REG_EXTENDED), 0);
-  std::mt19937 random(7);
-  for (int i = 0; i < 2000; ++i) {
-    std::string pattern(random() % 12, ' ');
-    for (char& c : pattern) {
-      c = "<>a\n"[random() % 4];
-    }
-    std::vector<std::string> want;
-    regmatch_t match[2];
-    for (size_t at = 0; regexec(&regex, pattern.c_str() + at, 2, match, 0) == 0;
-         at += static_cast<size_t>(match[0].rm_eo)) {
-      want.push_back(pattern.substr(at + static_cast<size_t>(match[1].rm_so),
-                                    static_cast<size_t>(match[1].rm_eo - match[1].rm_so)));
-    }
-    EXPECT_EQ(FindPatternTokens(pattern), want) << pattern;
-  }
-  regfree(&regex);
-}
-
-// A regular expression of the standard library overflowed the stack on such patterns.
-TEST_F(DomainUtilsTest, HugePatternsTakeLinearTime) {
-  constexpr size_t kSize = 1U << 20;
-  std::string pairs;
-  while (pairs.size() < kSize) {
-    pairs += "<>";
-  }
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(IsDomainDefaultAliasPatternValid(std::string(kSize, '<')));
-  EXPECT_TRUE(FindPatternTokens(std::string(kSize, '<')).empty());
-  EXPECT_EQ(FindPatternTokens(std::string(kSize, '<') + ">").size(), 1U);
-  EXPECT_EQ(FindPatternTokens(pairs).size(), kSize / 2);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST_F(DomainUtilsTest, Roles) {
