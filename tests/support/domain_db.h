@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
 #include "lib-domain/db/handler.h"
 #include "tests/support/fixture.h"
 
@@ -58,6 +59,10 @@ class DomainDbTest : public RootTest {
 };
 
 using StringList = std::vector<std::string>;
+
+inline std::string Text(const StringList& list) {
+  return MDOMAIN::BASE::Join(list, ", ");
+}
 
 }  // namespace test
 
