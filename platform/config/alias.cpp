@@ -11,9 +11,12 @@
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
-#include "platform/keystore/statement.h"
+#include "platform/include/sqlite.h"
 
 namespace {
+
+using korvmailserver::Statement;
+using korvmailserver::Transaction;
 
 const char kSchema[] =
     "create table alias_table(name TEXT NOT NULL, domain_id INTEGER NOT NULL,"
@@ -25,10 +28,25 @@ const char kSelectMembers[] =
     "SELECT alias, domain_id, kind, member FROM alias_member_table"
     " ORDER BY domain_id, alias, rowid";
 
+const char kInsertEntry[] = "INSERT OR IGNORE INTO alias_table(domain_id, name) VALUES(?1, ?2)";
+const char kInsertMember[] =
+    "INSERT OR IGNORE INTO alias_member_table(domain_id, alias, kind, member)"
+    " VALUES(?1, ?2, ?3, ?4)";
+const char kDeleteEntry[] = "DELETE FROM alias_table WHERE domain_id = ?1 AND name = ?2";
+const char kDeleteMembersOfEntry[] =
+    "DELETE FROM alias_member_table WHERE domain_id = ?1 AND alias = ?2";
+const char kDeleteDomain[] = "DELETE FROM alias_table WHERE domain_id = ?1";
+const char kDeleteMembersOfDomain[] = "DELETE FROM alias_member_table WHERE domain_id = ?1";
+// Followed by a parameter for each name, and ")".
+const char kDeleteMembers[] =
+    "DELETE FROM alias_member_table WHERE domain_id = ?1 AND kind = ?2"
+    " AND member COLLATE NOCASE IN (?";
+
 constexpr int kBusyTimeout = 60000;
 
-// Names in one statement; keeps it far below SQLite's length limit.
-constexpr size_t kNamesPerStatement = 1000;
+// Names in one statement, which walks through the domain's members once. SQLite may be built to
+// allow no more than 999 parameters.
+constexpr size_t kNamesPerStatement = 900;
 
 const char* KindText(Alias::MemberKind kind) {
   switch (kind) {
@@ -67,27 +85,29 @@ bool IsAt(const std::vector<Alias::Entry>& entries, std::vector<Alias::Entry>::c
   return place != entries.end() && place->domain_id == domain_id && place->name == name;
 }
 
-// `text` as an SQL literal.
-std::string Quote(const std::string& text) {
-  char* quoted = sqlite3_mprintf("%Q", text.c_str());
-  std::string result = quoted;
-  sqlite3_free(quoted);
-  return result;
-}
-
-std::string Where(const char* name_column, const std::string& name, int domain_id) {
-  return " WHERE domain_id = " + std::to_string(domain_id) + " AND " + name_column + " = " +
-         Quote(name);
-}
-
 int Fail(const std::string& path, const char* what) {
   maillog(3, "alias database %s: %s", path.c_str(), what);
   return -1;
 }
 
-// Runs the statements in one transaction; a file that is missing is made when `create` is set, and
+// Binds the values to a statement that gives no rows, and runs it.
+template <typename... Values>
+bool Run(Statement& statement, const Values&... values) {
+  int parameter = 0;
+  (statement.Bind(++parameter, values), ...);
+  return statement.Run();
+}
+
+template <typename... Values>
+bool Run(sqlite3* db, const char* sql, const Values&... values) {
+  Statement statement(db, sql);
+  return Run(statement, values...);
+}
+
+// Runs `body` in one transaction; a file that is missing is made when `create` is set, and
 // otherwise there is nothing to change.
-int Change(const std::string& path, bool loaded, bool create, const SQLCmd& statements) {
+template <typename Body>
+int Change(const std::string& path, bool loaded, bool create, const Body& body) {
   if (!loaded) {
     return Fail(path, "changed before it was loaded");
   }
@@ -99,47 +119,61 @@ int Change(const std::string& path, bool loaded, bool create, const SQLCmd& stat
     return -1;
   }
   db.setBusyTimeout(kBusyTimeout);
-  return db.exeCmds(statements, true) == 0 ? 0 : Fail(path, db.GetErrText().c_str());
+  Transaction transaction(db.getDB(), Transaction::Kind::kWrite);
+  const bool done =
+      transaction.Begun() == SQLITE_OK && body(db.getDB()) && transaction.Commit() == SQLITE_OK;
+  return done ? 0 : Fail(path, sqlite3_errmsg(db.getDB()));
 }
 
 bool ReadEntries(sqlite3* db, std::vector<Alias::Entry>& entries) {
-  korvmailserver::Statement select(db, kSelectEntries);
-  int result = SQLITE_ROW;
-  while ((result = select.Step()) == SQLITE_ROW) {
-    entries.push_back({select.Text(0), select.Int(1), {}});
-  }
-  return result == SQLITE_DONE;
+  return Statement(db, kSelectEntries).ForEachRow([&](const Statement& row) {
+    entries.push_back({row.Text(0), row.Int(1), {}});
+  });
 }
 
 // Both queries come in the same order, so one walk joins them.
 bool ReadMembers(sqlite3* db, std::vector<Alias::Entry>& entries) {
-  korvmailserver::Statement select(db, kSelectMembers);
-  int result = SQLITE_ROW;
-  while ((result = select.Step()) == SQLITE_ROW) {
-    Alias::Member member = {Alias::MemberKind::User, select.Text(3)};
-    const auto entry = Place(entries, select.Text(0), select.Int(1));
-    if (IsAt(entries, entry, select.Text(0), select.Int(1)) &&
-        ParseKind(select.Text(2), member.kind)) {
+  return Statement(db, kSelectMembers).ForEachRow([&](const Statement& row) {
+    Alias::Member member = {Alias::MemberKind::User, row.Text(3)};
+    const auto entry = Place(entries, row.Text(0), row.Int(1));
+    if (IsAt(entries, entry, row.Text(0), row.Int(1)) && ParseKind(row.Text(2), member.kind)) {
       entry->members.push_back(member);
     }
-  }
-  return result == SQLITE_DONE;
+  });
 }
 
-SQLCmd DeleteMembers(int domain_id, Alias::MemberKind kind, const std::list<std::string>& names) {
-  SQLCmd statements;
-  std::string list;
-  size_t count = 0;
-  for (const std::string& name : names) {
-    list += (list.empty() ? "" : ",") + Quote(name);
-    if (++count % kNamesPerStatement == 0 || count == names.size()) {
-      statements.push_back(
-          "DELETE FROM alias_member_table WHERE domain_id = " + std::to_string(domain_id) +
-          " AND kind = '" + KindText(kind) + "' AND member COLLATE NOCASE IN (" + list + ")");
-      list.clear();
-    }
+bool WriteEntry(sqlite3* db, const Alias::Entry& entry) {
+  if (!Run(db, kInsertEntry, entry.domain_id, entry.name) ||
+      !Run(db, kDeleteMembersOfEntry, entry.domain_id, entry.name)) {
+    return false;
   }
-  return statements;
+  Statement insert(db, kInsertMember);
+  return std::all_of(entry.members.begin(), entry.members.end(), [&](const Alias::Member& member) {
+    return Run(insert, entry.domain_id, entry.name, KindText(member.kind), member.name);
+  });
+}
+
+bool DeleteMembers(sqlite3* db, int domain_id, Alias::MemberKind kind,
+                   const std::list<std::string>& names) {
+  auto name = names.begin();
+  for (size_t left = names.size(); left > 0;) {
+    const size_t count = std::min(left, kNamesPerStatement);
+    std::string sql = kDeleteMembers;
+    for (size_t i = 1; i < count; ++i) {
+      sql += ",?";
+    }
+    Statement remove(db, sql + ")");
+    remove.Bind(1, domain_id);
+    remove.Bind(2, KindText(kind));
+    for (size_t i = 0; i < count; ++i, ++name) {
+      remove.Bind(static_cast<int>(i) + 3, *name);
+    }
+    if (!remove.Run()) {
+      return false;
+    }
+    left -= count;
+  }
+  return true;
 }
 
 std::vector<Alias::Member> EachOnce(const std::vector<Alias::Member>& members) {
@@ -188,7 +222,8 @@ int Alias::load() {
     }
     db.setBusyTimeout(kBusyTimeout);
     // One transaction, so that members and entries are of one moment.
-    if (db.exeCmds({"BEGIN"}, false) != 0 || !ReadEntries(db.getDB(), entries) ||
+    const Transaction transaction(db.getDB(), Transaction::Kind::kRead);
+    if (transaction.Begun() != SQLITE_OK || !ReadEntries(db.getDB(), entries) ||
         !ReadMembers(db.getDB(), entries)) {
       return Fail(path_, sqlite3_errmsg(db.getDB()));
     }
@@ -205,16 +240,7 @@ bool Alias::isAlias(const std::string& name, int domain_id) const {
 }
 
 int Alias::set(const Entry& entry) {
-  SQLCmd statements = {
-      "INSERT OR IGNORE INTO alias_table(name, domain_id) VALUES(" + Quote(entry.name) + "," +
-          std::to_string(entry.domain_id) + ")",
-      "DELETE FROM alias_member_table" + Where("alias", entry.name, entry.domain_id)};
-  for (const Member& member : entry.members) {
-    statements.push_back("INSERT OR IGNORE INTO alias_member_table VALUES(" + Quote(entry.name) +
-                         "," + std::to_string(entry.domain_id) + ",'" + KindText(member.kind) +
-                         "'," + Quote(member.name) + ")");
-  }
-  if (Change(path_, loaded_, true, statements) != 0) {
+  if (Change(path_, loaded_, true, [&](sqlite3* db) { return WriteEntry(db, entry); }) != 0) {
     return -1;
   }
   auto place = Place(entries_, entry.name, entry.domain_id);
@@ -226,9 +252,10 @@ int Alias::set(const Entry& entry) {
 }
 
 int Alias::del(const std::string& name, int domain_id) {
-  if (Change(path_, loaded_, false,
-             {"DELETE FROM alias_table" + Where("name", name, domain_id),
-              "DELETE FROM alias_member_table" + Where("alias", name, domain_id)}) != 0) {
+  if (Change(path_, loaded_, false, [&](sqlite3* db) {
+        return Run(db, kDeleteEntry, domain_id, name) &&
+               Run(db, kDeleteMembersOfEntry, domain_id, name);
+      }) != 0) {
     return -1;
   }
   const auto place = Place(entries_, name, domain_id);
@@ -239,9 +266,9 @@ int Alias::del(const std::string& name, int domain_id) {
 }
 
 int Alias::delDomainAlias(int domain_id) {
-  const std::string where = " WHERE domain_id = " + std::to_string(domain_id);
-  if (Change(path_, loaded_, false,
-             {"DELETE FROM alias_table" + where, "DELETE FROM alias_member_table" + where}) != 0) {
+  if (Change(path_, loaded_, false, [&](sqlite3* db) {
+        return Run(db, kDeleteDomain, domain_id) && Run(db, kDeleteMembersOfDomain, domain_id);
+      }) != 0) {
     return -1;
   }
   entries_.erase(std::remove_if(entries_.begin(), entries_.end(),
@@ -251,17 +278,19 @@ int Alias::delDomainAlias(int domain_id) {
 }
 
 int Alias::delDomainUserMember(int domain_id, const std::list<std::string>& names) {
-  if (Change(path_, loaded_, false, DeleteMembers(domain_id, MemberKind::User, names)) != 0) {
-    return -1;
-  }
-  EraseMembers(entries_, domain_id, MemberKind::User, names);
-  return 0;
+  return DeleteDomainMembers(domain_id, MemberKind::User, names);
 }
 
 int Alias::delDomainGroupMember(int domain_id, const std::list<std::string>& names) {
-  if (Change(path_, loaded_, false, DeleteMembers(domain_id, MemberKind::Group, names)) != 0) {
+  return DeleteDomainMembers(domain_id, MemberKind::Group, names);
+}
+
+int Alias::DeleteDomainMembers(int domain_id, MemberKind kind,
+                               const std::list<std::string>& names) {
+  if (Change(path_, loaded_, false,
+             [&](sqlite3* db) { return DeleteMembers(db, domain_id, kind, names); }) != 0) {
     return -1;
   }
-  EraseMembers(entries_, domain_id, MemberKind::Group, names);
+  EraseMembers(entries_, domain_id, kind, names);
   return 0;
 }

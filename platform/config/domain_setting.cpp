@@ -1,9 +1,12 @@
 // Default rows per domain in the settings database, which the mail server's other settings share.
 #include "platform/include/domain_setting.h"
 
+#include <array>
+
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
+#include "platform/include/sqlite.h"
 
 namespace MultipleDomain {
 
@@ -34,22 +37,37 @@ const char kDomainTables[] =
     "create unique index if not exists multi_domain_value_index on "
     "multi_domain_rate_table(domain_id);";
 
+constexpr std::array<const char*, 2> kInsertRows = {
+    "INSERT OR IGNORE INTO multi_domain_enable_table(domain_id) VALUES(?1)",
+    "INSERT OR IGNORE INTO multi_domain_rate_table(domain_id) VALUES(?1)"};
+constexpr std::array<const char*, 2> kDeleteRows = {
+    "DELETE FROM multi_domain_enable_table WHERE domain_id = ?1",
+    "DELETE FROM multi_domain_rate_table WHERE domain_id = ?1"};
+
 constexpr int kBusyTimeout = 60000;
 
-// One statement on both tables, in one transaction.
-int RunOnBothTables(const std::string& path, const std::string& head, const std::string& tail) {
+bool Run(sqlite3* db, const char* sql, int domain_id) {
+  korvmailserver::Statement statement(db, sql);
+  statement.Bind(1, domain_id);
+  return statement.Run();
+}
+
+// One statement for each of the two tables, in one transaction.
+int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& statements,
+                    int domain_id) {
   DBHandler db(path, SettingsSchema());
   if (db.connect() != 0) {
     return -1;
   }
   db.setBusyTimeout(kBusyTimeout);
-  if (db.exeCmds({kDomainTables, head + "multi_domain_enable_table" + tail,
-                  head + "multi_domain_rate_table" + tail},
-                 true) != 0) {
-    maillog(3, "settings database %s: %s", path.c_str(), db.GetErrText().c_str());
-    return -1;
+  korvmailserver::Transaction transaction(db.getDB(), korvmailserver::Transaction::Kind::kWrite);
+  if (transaction.Begun() == SQLITE_OK && db.exeCmds({kDomainTables}, false) == 0 &&
+      Run(db.getDB(), statements[0], domain_id) && Run(db.getDB(), statements[1], domain_id) &&
+      transaction.Commit() == SQLITE_OK) {
+    return 0;
   }
-  return 0;
+  maillog(3, "settings database %s: %s", path.c_str(), sqlite3_errmsg(db.getDB()));
+  return -1;
 }
 
 }  // namespace
@@ -62,15 +80,14 @@ const std::string& SettingsSchema() {
 DomainSetting::DomainSetting(const std::string& path) : path_(path) {}
 
 int DomainSetting::CreateSettings(int domain_id) {
-  return RunOnBothTables(path_, "INSERT OR IGNORE INTO ",
-                         "(domain_id) VALUES(" + std::to_string(domain_id) + ")");
+  return RunOnBothTables(path_, kInsertRows, domain_id);
 }
 
 int DomainSetting::DelSettings(int domain_id) {
   if (!KLIBCFileExist(path_.c_str())) {
     return 0;
   }
-  return RunOnBothTables(path_, "DELETE FROM ", " WHERE domain_id = " + std::to_string(domain_id));
+  return RunOnBothTables(path_, kDeleteRows, domain_id);
 }
 
 }  // namespace MultipleDomain

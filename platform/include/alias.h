@@ -43,6 +43,8 @@ class Alias {
   int delDomainGroupMember(int domain_id, const std::list<std::string>& names);
 
  private:
+  int DeleteDomainMembers(int domain_id, MemberKind kind, const std::list<std::string>& names);
+
   std::string path_;
   bool loaded_ = false;
   std::vector<Entry> entries_;

@@ -7,14 +7,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
 #include "platform/include/root_path.h"
+#include "platform/include/sqlite.h"
 #include "platform/keystore/backend.h"
-#include "platform/keystore/statement.h"
 
 namespace korvmailserver {
 
@@ -46,18 +47,14 @@ class EmbeddedBackend : public KeyStoreBackend {
            std::string& error) override {
     return Read(error, [&](sqlite3* db) {
       Statement select(db, kSelectOne);
-      int result = SQLITE_DONE;
       for (const std::string& key : keys) {
         select.Bind(1, key);
-        result = select.Step();
-        if (result == SQLITE_ROW) {
-          values[key] = select.Text(0);
-        } else if (result != SQLITE_DONE) {
-          return result;
+        if (!select.ForEachRow([&](const Statement& row) { values[key] = row.Text(0); })) {
+          return false;
         }
         select.Reset();
       }
-      return SQLITE_DONE;
+      return true;
     });
   }
 
@@ -74,18 +71,12 @@ class EmbeddedBackend : public KeyStoreBackend {
     const Entries changed = ChangedEntries(entries, stored);
     return changed.empty() || Write(error, [&](sqlite3* db) {
              Statement replace(db, kReplace);
-             for (const auto& [key, value] : changed) {
-               const std::string tree = KeyStoreTreeOf(key);
-               replace.Bind(1, key);
-               replace.Bind(2, tree);
-               replace.Bind(3, value);
-               const int result = replace.Step();
-               replace.Reset();
-               if (result != SQLITE_DONE) {
-                 return result;
-               }
-             }
-             return SQLITE_DONE;
+             return std::all_of(changed.begin(), changed.end(), [&](const auto& entry) {
+               replace.Bind(1, entry.first);
+               replace.Bind(2, KeyStoreTreeOf(entry.first));
+               replace.Bind(3, entry.second);
+               return replace.Run();
+             });
            });
   }
 
@@ -95,13 +86,10 @@ class EmbeddedBackend : public KeyStoreBackend {
     }
     return Write(error, [&](sqlite3* db) {
       Statement remove(db, kDelete);
-      int result = SQLITE_DONE;
-      for (size_t i = 0; i < keys.size() && result == SQLITE_DONE; ++i) {
-        remove.Bind(1, keys[i]);
-        result = remove.Step();
-        remove.Reset();
-      }
-      return result;
+      return std::all_of(keys.begin(), keys.end(), [&](const std::string& key) {
+        remove.Bind(1, key);
+        return remove.Run();
+      });
     });
   }
 
@@ -109,22 +97,15 @@ class EmbeddedBackend : public KeyStoreBackend {
     return Read(error, [&](sqlite3* db) {
       Statement select(db, kSelectTree);
       select.Bind(1, tree);
-      int result = SQLITE_ROW;
-      while ((result = select.Step()) == SQLITE_ROW) {
-        keys.push_back(select.Text(0));
-      }
-      return result;
+      return select.ForEachRow([&](const Statement& row) { keys.push_back(row.Text(0)); });
     });
   }
 
   bool All(std::map<std::string, std::string>& values, std::string& error) override {
     return Read(error, [&](sqlite3* db) {
-      Statement select(db, kSelectAll);
-      int result = SQLITE_ROW;
-      while ((result = select.Step()) == SQLITE_ROW) {
-        values[select.Text(0)] = select.Text(1);
-      }
-      return result;
+      return Statement(db, kSelectAll).ForEachRow([&](const Statement& row) {
+        values[row.Text(0)] = row.Text(1);
+      });
     });
   }
 
@@ -136,7 +117,7 @@ class EmbeddedBackend : public KeyStoreBackend {
   // folder above it that is.
   bool IsHealthy(std::string& error) override {
     if (KLIBCFileExist(path_.c_str())) {
-      return Write(error, [](sqlite3*) { return SQLITE_DONE; });
+      return Write(error, [](sqlite3*) { return true; });
     }
     std::string folder = folder_;
     while (!folder.empty() && !KLIBCFileExist(folder.c_str())) {
@@ -155,7 +136,7 @@ class EmbeddedBackend : public KeyStoreBackend {
     struct stat status = {};
     const bool present = stat(path_.c_str(), &status) == 0;
     const bool same = present && status.st_ino == inode_ && status.st_dev == device_;
-    if (same && (writer_ || (reader_ && !write))) {
+    if (same && (writer_ || (reader_.Get() != nullptr && !write))) {
       return true;
     }
     Close();
@@ -169,22 +150,17 @@ class EmbeddedBackend : public KeyStoreBackend {
 
   void Close() {
     writer_.reset();
-    reader_.reset();
+    reader_.Close();
   }
 
-  sqlite3* Connection() const { return writer_ ? writer_->getDB() : reader_.get(); }
+  sqlite3* Database() const { return writer_ ? writer_->getDB() : reader_.Get(); }
 
   bool OpenReader(std::string& error) {
-    sqlite3* db = nullptr;
-    const int result = sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-    reader_.reset(db);
-    if (result != SQLITE_OK) {
-      error = sqlite3_errstr(result);
-      Close();
-      return false;
+    if (reader_.Open(path_, Connection::Mode::kRead, kBusyTimeout) == SQLITE_OK) {
+      return true;
     }
-    sqlite3_busy_timeout(db, kBusyTimeout);
-    return true;
+    error = reader_.Error();
+    return false;
   }
 
   bool MakeFolder(std::string& error) {
@@ -224,32 +200,25 @@ class EmbeddedBackend : public KeyStoreBackend {
   // Runs `body` in one read transaction: what it reads is of one moment.
   template <typename Body>
   bool Read(std::string& error, const Body& body) {
-    if (!Open(false, error)) {
-      return false;
-    }
-    return Connection() == nullptr || Transaction("BEGIN", error, body);
+    return Open(false, error) &&
+           (Database() == nullptr || Run(Transaction::Kind::kRead, error, body));
   }
 
   template <typename Body>
   bool Write(std::string& error, const Body& body) {
-    return Open(true, error) && Transaction("BEGIN IMMEDIATE", error, body);
+    return Open(true, error) && Run(Transaction::Kind::kWrite, error, body);
   }
 
   template <typename Body>
-  bool Transaction(const char* begin, std::string& error, const Body& body) {
-    sqlite3* db = Connection();
-    int result = sqlite3_exec(db, begin, nullptr, nullptr, nullptr);
-    if (result == SQLITE_OK) {
-      result = body(db);
+  bool Run(Transaction::Kind kind, std::string& error, const Body& body) {
+    {
+      Transaction transaction(Database(), kind);
+      if (transaction.Begun() == SQLITE_OK && body(Database()) &&
+          transaction.Commit() == SQLITE_OK) {
+        return true;
+      }
+      error = sqlite3_errmsg(Database());
     }
-    if (result == SQLITE_DONE) {
-      result = sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
-    }
-    if (result == SQLITE_OK) {
-      return true;
-    }
-    error = sqlite3_errmsg(db);
-    sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
     // What is wrong with the file may be mended by the next call; a fresh connection sees it.
     Close();
     return false;
@@ -258,7 +227,7 @@ class EmbeddedBackend : public KeyStoreBackend {
   const std::string folder_;
   const std::string path_;
   std::unique_ptr<DBHandler> writer_;
-  std::unique_ptr<sqlite3, int (*)(sqlite3*)> reader_{nullptr, sqlite3_close};
+  Connection reader_;
   ino_t inode_ = 0;
   dev_t device_ = 0;
 };

@@ -2,14 +2,13 @@
 // not.
 #include "platform/keystore/snapshot.h"
 
-#include <sqlite3.h>
-
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <memory>
 
 #include "platform/include/files.h"
+#include "platform/include/sqlite.h"
 
 namespace korvmailserver {
 
@@ -19,33 +18,27 @@ const char kDatabaseHead[] = "SQLite format 3";  // with its terminating zero: 1
 
 constexpr int kBusyTimeout = 10000;
 
-using Database = std::unique_ptr<sqlite3, int (*)(sqlite3*)>;
-
-Database Open(const char* path, int flags) {
-  sqlite3* db = nullptr;
-  sqlite3_open_v2(path, &db, flags, nullptr);
-  sqlite3_busy_timeout(db, kBusyTimeout);
-  return {db, sqlite3_close};
-}
-
 // sqlite3_backup_step answers "busy" without waiting, so a read transaction waits for it.
 bool CopyDatabase(const std::string& path, std::string& bytes, std::string& error) {
-  const Database source = Open(path.c_str(), SQLITE_OPEN_READWRITE);
-  const Database copy = Open(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-  int result = sqlite3_exec(source.get(), "BEGIN; SELECT count(*) FROM sqlite_master", nullptr,
-                            nullptr, nullptr);
-  if (result != SQLITE_OK) {
-    error = sqlite3_errmsg(source.get());
+  Connection source;
+  Connection copy;
+  if (source.Open(path, Connection::Mode::kWrite, kBusyTimeout) != SQLITE_OK ||
+      source.Run("BEGIN; SELECT count(*) FROM sqlite_master") != SQLITE_OK) {
+    error = source.Error();
     return false;
   }
-  sqlite3_backup* backup = sqlite3_backup_init(copy.get(), "main", source.get(), "main");
+  if (copy.Open(":memory:", Connection::Mode::kCreate, kBusyTimeout) != SQLITE_OK) {
+    error = copy.Error();
+    return false;
+  }
+  sqlite3_backup* backup = sqlite3_backup_init(copy.Get(), "main", source.Get(), "main");
   sqlite3_backup_step(backup, -1);
-  result = sqlite3_backup_finish(backup);
+  const int result = sqlite3_backup_finish(backup);
   sqlite3_int64 size = 0;
   const std::unique_ptr<unsigned char, void (*)(void*)> image(
-      sqlite3_serialize(copy.get(), "main", &size, 0), sqlite3_free);
+      sqlite3_serialize(copy.Get(), "main", &size, 0), sqlite3_free);
   if (result != SQLITE_OK || image == nullptr) {
-    error = std::string("cannot copy the database: ") + sqlite3_errmsg(copy.get());
+    error = std::string("cannot copy the database: ") + sqlite3_errmsg(copy.Get());
     return false;
   }
   bytes.assign(reinterpret_cast<const char*>(image.get()), static_cast<size_t>(size));

@@ -5,10 +5,10 @@
 #include "platform/include/db_handler.h"
 
 #include <fcntl.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -16,6 +16,7 @@
 
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
+#include "platform/include/sqlite.h"
 
 namespace {
 
@@ -24,6 +25,8 @@ constexpr const char* kOwner = "Postara-Server";
 constexpr unsigned kMode = 0644;
 constexpr mode_t kFolderMode = 0755;
 constexpr const char* kJournals[] = {"-journal", "-wal", "-shm"};
+
+constexpr const char* kCountRows = "SELECT COUNT(*) FROM \"%w\"";
 
 enum class Found { kFile, kNothing, kUnusable };
 
@@ -304,22 +307,14 @@ int DBHandler::GetTableDataCount(const std::string& table) {
   if (db_ == nullptr) {
     return -1;
   }
-  char* sql = sqlite3_mprintf("SELECT COUNT(*) FROM \"%w\"", table.c_str());
-  sqlite3_stmt* statement = nullptr;
-  int result = sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr);
-  sqlite3_free(sql);
-  sqlite3_int64 count = -1;
-  if (result == SQLITE_OK) {
-    result = sqlite3_step(statement);
-    count = result == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : -1;
-  }
-  if (count < 0) {
+  korvmailserver::Statement select(db_, korvmailserver::FormatSql(kCountRows, table.c_str()));
+  const int result = select.Step();
+  if (result != SQLITE_ROW) {
     Fail(result);
-  } else {
-    err_ = SQLITE_OK;
+    return -1;
   }
-  sqlite3_finalize(statement);
-  return count > INT_MAX ? INT_MAX : static_cast<int>(count);
+  err_ = SQLITE_OK;
+  return static_cast<int>(std::min<sqlite3_int64>(select.Int64(0), INT_MAX));
 }
 
 int DBHandler::regenDB() {

@@ -5,7 +5,7 @@
 
 #include "platform/include/db_handler.h"
 #include "platform/include/domain_setting.h"
-#include "platform/keystore/statement.h"
+#include "platform/include/sqlite.h"
 #include "tests/support/fixture.h"
 
 namespace test {
