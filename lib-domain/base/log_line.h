@@ -14,9 +14,9 @@
 
 namespace MDOMAIN::BASE {
 
-constexpr int kLogError = 3;
-constexpr int kLogNotice = 2;
-constexpr int kLogWarning = 1;
+using korvmailserver::kLogError;
+using korvmailserver::kLogNotice;
+using korvmailserver::kLogWarning;
 
 // A line's head and message format, cut at 2047 bytes.
 constexpr size_t kLogBufferSize = 2048;

@@ -2,8 +2,6 @@
 // loaded entries follow it, so a caller sees its own changes without loading again.
 #include "platform/include/alias.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <set>
 #include <tuple>
@@ -12,33 +10,36 @@
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
+#include "platform/include/text.h"
 
 namespace {
 
 using korvmailserver::Statement;
+using korvmailserver::ToLowerAscii;
 using korvmailserver::Transaction;
 
-const char kSchema[] =
+constexpr char kSchema[] =
     "create table alias_table(name TEXT NOT NULL, domain_id INTEGER NOT NULL,"
     " PRIMARY KEY(domain_id, name));"
     "create table alias_member_table(alias TEXT NOT NULL, domain_id INTEGER NOT NULL,"
     " kind TEXT NOT NULL, member TEXT NOT NULL, PRIMARY KEY(domain_id, alias, kind, member));";
-const char kSelectEntries[] = "SELECT name, domain_id FROM alias_table ORDER BY domain_id, name";
-const char kSelectMembers[] =
+constexpr char kSelectEntries[] =
+    "SELECT name, domain_id FROM alias_table ORDER BY domain_id, name";
+constexpr char kSelectMembers[] =
     "SELECT alias, domain_id, kind, member FROM alias_member_table"
     " ORDER BY domain_id, alias, rowid";
 
-const char kInsertEntry[] = "INSERT OR IGNORE INTO alias_table(domain_id, name) VALUES(?1, ?2)";
-const char kInsertMember[] =
+constexpr char kInsertEntry[] = "INSERT OR IGNORE INTO alias_table(domain_id, name) VALUES(?1, ?2)";
+constexpr char kInsertMember[] =
     "INSERT OR IGNORE INTO alias_member_table(domain_id, alias, kind, member)"
     " VALUES(?1, ?2, ?3, ?4)";
-const char kDeleteEntry[] = "DELETE FROM alias_table WHERE domain_id = ?1 AND name = ?2";
-const char kDeleteMembersOfEntry[] =
+constexpr char kDeleteEntry[] = "DELETE FROM alias_table WHERE domain_id = ?1 AND name = ?2";
+constexpr char kDeleteMembersOfEntry[] =
     "DELETE FROM alias_member_table WHERE domain_id = ?1 AND alias = ?2";
-const char kDeleteDomain[] = "DELETE FROM alias_table WHERE domain_id = ?1";
-const char kDeleteMembersOfDomain[] = "DELETE FROM alias_member_table WHERE domain_id = ?1";
+constexpr char kDeleteDomain[] = "DELETE FROM alias_table WHERE domain_id = ?1";
+constexpr char kDeleteMembersOfDomain[] = "DELETE FROM alias_member_table WHERE domain_id = ?1";
 // Followed by a parameter for each name, and ")".
-const char kDeleteMembers[] =
+constexpr char kDeleteMembers[] =
     "DELETE FROM alias_member_table WHERE domain_id = ?1 AND kind = ?2"
     " AND member COLLATE NOCASE IN (?";
 
@@ -86,7 +87,7 @@ bool IsAt(const std::vector<Alias::Entry>& entries, std::vector<Alias::Entry>::c
 }
 
 int Fail(const std::string& path, const char* what) {
-  maillog(3, "alias database %s: %s", path.c_str(), what);
+  maillog(korvmailserver::kLogError, "alias database %s: %s", path.c_str(), what);
   return -1;
 }
 
@@ -187,15 +188,12 @@ std::vector<Alias::Member> EachOnce(const std::vector<Alias::Member>& members) {
   return result;
 }
 
-struct IgnoreCase {
-  bool operator()(const std::string& a, const std::string& b) const {
-    return strcasecmp(a.c_str(), b.c_str()) < 0;
-  }
-};
-
 void EraseMembers(std::vector<Alias::Entry>& entries, int domain_id, Alias::MemberKind kind,
                   const std::list<std::string>& names) {
-  const std::set<std::string, IgnoreCase> gone(names.begin(), names.end());
+  std::set<std::string> gone;
+  for (const std::string& name : names) {
+    gone.insert(ToLowerAscii(name));
+  }
   for (Alias::Entry& entry : entries) {
     if (entry.domain_id != domain_id) {
       continue;
@@ -203,7 +201,8 @@ void EraseMembers(std::vector<Alias::Entry>& entries, int domain_id, Alias::Memb
     auto& members = entry.members;
     members.erase(std::remove_if(members.begin(), members.end(),
                                  [&](const Alias::Member& member) {
-                                   return member.kind == kind && gone.count(member.name) > 0;
+                                   return member.kind == kind &&
+                                          gone.count(ToLowerAscii(member.name)) > 0;
                                  }),
                   members.end());
   }
@@ -278,15 +277,15 @@ int Alias::delDomainAlias(int domain_id) {
 }
 
 int Alias::delDomainUserMember(int domain_id, const std::list<std::string>& names) {
-  return DeleteDomainMembers(domain_id, MemberKind::User, names);
+  return _DeleteDomainMembers(domain_id, MemberKind::User, names);
 }
 
 int Alias::delDomainGroupMember(int domain_id, const std::list<std::string>& names) {
-  return DeleteDomainMembers(domain_id, MemberKind::Group, names);
+  return _DeleteDomainMembers(domain_id, MemberKind::Group, names);
 }
 
-int Alias::DeleteDomainMembers(int domain_id, MemberKind kind,
-                               const std::list<std::string>& names) {
+int Alias::_DeleteDomainMembers(int domain_id, MemberKind kind,
+                                const std::list<std::string>& names) {
   if (Change(path_, loaded_, false,
              [&](sqlite3* db) { return DeleteMembers(db, domain_id, kind, names); }) != 0) {
     return -1;

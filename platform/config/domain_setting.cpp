@@ -12,7 +12,7 @@ namespace MultipleDomain {
 
 namespace {
 
-const char kServerTables[] =
+constexpr char kServerTables[] =
     "create table bcc_table(name TEXT, type INTEGER, bcc_to TEXT, domain_id INTEGER NOT NULL "
     "DEFAULT 1);"
     "create unique index bcc_name_index on bcc_table(name, type, domain_id);"
@@ -25,7 +25,7 @@ const char kServerTables[] =
     "create unique index sender_quota_index on sender_quota_table(sender);";
 
 // Also run on a database that was made before there were several domains.
-const char kDomainTables[] =
+constexpr char kDomainTables[] =
     "create table if not exists multi_domain_enable_table(domain_id INTEGER, en_attach INTEGER "
     "DEFAULT 0, en_quota INTEGER DEFAULT 0, en_flow INTEGER DEFAULT 0, en_forward INTEGER DEFAULT "
     "1, en_catch_all INTEGER DEFAULT 0);"
@@ -66,7 +66,8 @@ int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& s
       transaction.Commit() == SQLITE_OK) {
     return 0;
   }
-  maillog(3, "settings database %s: %s", path.c_str(), sqlite3_errmsg(db.getDB()));
+  maillog(korvmailserver::kLogError, "settings database %s: %s", path.c_str(),
+          sqlite3_errmsg(db.getDB()));
   return -1;
 }
 

@@ -20,7 +20,7 @@ namespace korvmailserver {
 
 namespace {
 
-const char kHostSettingsPath[] = "/etc/mailserver-domain/host.ini";
+constexpr char kHostSettingsPath[] = "/etc/mailserver-domain/host.ini";
 
 // An LDAP filter with many terms fits.
 constexpr int kLongestLine = 8192;

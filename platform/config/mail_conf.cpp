@@ -93,7 +93,8 @@ int smtpAccountDomainGet(std::string& name) {
       name = values["acc_domain_name"];
       return 0;
     default:
-      maillog(3, "unknown account type [%s]", values["account_type"].c_str());
+      maillog(korvmailserver::kLogError, "unknown account type [%s]",
+              values["account_type"].c_str());
       return -1;
   }
 }

@@ -4,8 +4,6 @@
 // on with the domains that can be read.
 #include "platform/include/smtp_conf.h"
 
-#include <strings.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -14,13 +12,14 @@
 #include "platform/config/setting_values.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/maillog.h"
+#include "platform/include/text.h"
 
 namespace {
 
-const char kDomains[] = "virtual_multiple_domain";
-const char kMainDomain[] = "smtp_main_domain";
-const char kCanonicalDomain[] = "smtp_canonical_domain";
-const char kAdditionalDomain[] = "additional_domain-";
+constexpr char kDomains[] = "virtual_multiple_domain";
+constexpr char kMainDomain[] = "smtp_main_domain";
+constexpr char kCanonicalDomain[] = "smtp_canonical_domain";
+constexpr char kAdditionalDomain[] = "additional_domain-";
 
 std::list<std::string> Split(const std::string& text) {
   const std::vector<std::string> items = korvmailserver::SplitList(text);
@@ -50,7 +49,7 @@ std::map<int, std::string> ParseDomains(const std::string& text) {
     int id = 0;
     std::string name;
     if (!ParseDomain(entry, id, name) || !domains.emplace(id, name).second) {
-      maillog(1, "%s: [%s] left out", kDomains, entry.c_str());
+      maillog(korvmailserver::kLogWarning, "%s: [%s] left out", kDomains, entry.c_str());
     }
   }
   return domains;
@@ -88,7 +87,7 @@ int SmtpConf::LoadSettings() {
 
 int SmtpConf::GetDomainId(const std::string& name) const {
   for (const auto& [id, domain] : domains_) {
-    if (domain.size() == name.size() && strcasecmp(domain.c_str(), name.c_str()) == 0) {
+    if (korvmailserver::EqualsIgnoreAsciiCase(domain, name)) {
       return id;
     }
   }

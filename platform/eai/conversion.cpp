@@ -1,15 +1,15 @@
 // The two spellings of domains and of the domain part of addresses.
-#include <algorithm>
 #include <optional>
 #include <string>
 
 #include "platform/eai/domain_name.h"
 #include "platform/include/eai.h"
+#include "platform/include/text.h"
 
 namespace {
 
+using korvmailserver::HasNonAscii;
 using korvmailserver::eai::DomainName;
-using korvmailserver::eai::HasNonAscii;
 using korvmailserver::eai::ParseDomain;
 
 // Where the domain begins: after the last "@", or at the start of a text without one.
@@ -34,12 +34,7 @@ namespace korvmailserver {
 namespace utils {
 
 bool Equals(const std::string& a, const std::string& b, bool ignore_case) {
-  if (!ignore_case || a.size() != b.size()) {
-    return a == b;
-  }
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; };
-  return std::equal(a.begin(), a.end(), b.begin(),
-                    [lower](char x, char y) { return lower(x) == lower(y); });
+  return ignore_case ? EqualsIgnoreAsciiCase(a, b) : a == b;
 }
 
 }  // namespace utils

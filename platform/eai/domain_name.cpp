@@ -5,10 +5,11 @@
 #include "platform/eai/domain_name.h"
 
 #include <idn2.h>
-#include <unistr.h>
 
 #include <algorithm>
 #include <memory>
+
+#include "platform/include/text.h"
 
 namespace korvmailserver::eai {
 
@@ -79,31 +80,17 @@ std::optional<std::string> Decode(const std::string& ascii) {
   return output;
 }
 
-std::string AsciiLower(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') {
-      c = static_cast<char>(c - 'A' + 'a');
-    }
-  }
-  return text;
-}
-
 }  // namespace
-
-bool HasNonAscii(const std::string& text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
-}
 
 std::optional<DomainName> ParseDomain(const std::string& text) {
   if (text.empty() || text.size() > kMaxInput || text.find('\0') != std::string::npos) {
     return std::nullopt;
   }
-  const std::string lower = AsciiLower(text);
+  const std::string lower = ToLowerAscii(text);
   if (!HasNonAscii(lower) && lower.find("xn--") == std::string::npos) {
     return IsAsciiDomain(lower) ? std::optional(DomainName{lower, lower}) : std::nullopt;
   }
-  if (u8_check(reinterpret_cast<const uint8_t*>(lower.data()), lower.size()) != nullptr) {
+  if (!IsValidUtf8(lower)) {
     return std::nullopt;
   }
   const std::optional<std::string> ascii = Encode(lower, kFlags);

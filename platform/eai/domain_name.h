@@ -16,9 +16,6 @@ struct DomainName {
 // one. IsValidEaiDomain has the rules.
 std::optional<DomainName> ParseDomain(const std::string& text);
 
-// True when `text` holds a byte that is not ASCII.
-bool HasNonAscii(const std::string& text);
-
 }  // namespace korvmailserver::eai
 
 #endif  // PLATFORM_EAI_DOMAIN_NAME_H

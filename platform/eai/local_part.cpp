@@ -10,12 +10,12 @@
 #include <memory>
 #include <string>
 
-#include "platform/eai/domain_name.h"
 #include "platform/include/eai.h"
+#include "platform/include/text.h"
 
 namespace {
 
-using korvmailserver::eai::HasNonAscii;
+using korvmailserver::HasNonAscii;
 
 constexpr size_t kMaxLocalPart = 64;
 constexpr ucs4_t kFirstNonAscii = 0x80;

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/string_list.h"
 
@@ -28,7 +29,7 @@ constexpr int KLIB_ERR_NO_SUCH_GROUP = 0x1800;  // the group does not exist (any
 constexpr int KLIB_ERR_NO_SUCH_USER = 0x1D00;   // the user does not exist (any more)
 
 // The error number of the last failed call of this header; success does not clear it.
-int KLIBCErrGet();
+MDOMAIN_EXPORT int KLIBCErrGet();
 
 constexpr unsigned int KORV_UNKNOWN_ID = 0xFFFFFFFFU;
 
@@ -60,66 +61,67 @@ using KLIBUserInfoCallback = int (*)(const char* name, unsigned int uid, void* c
 // entry could not be read (then one log line says why); negative when the source failed. A callback
 // that ends the enumeration: the number held as known. Of accounts that share a uid the first is
 // handed out; of local ones, those whose uid lies within the ranges of login.defs.
-long KLIBUserInfoEnum(AUTH_TYPE type, const char* domain, unsigned int offset, unsigned int limit,
-                      KLIBUserInfoCallback callback, void* context);
+MDOMAIN_EXPORT long KLIBUserInfoEnum(AUTH_TYPE type, const char* domain, unsigned int offset,
+                                     unsigned int limit, KLIBUserInfoCallback callback,
+                                     void* context);
 
 // Appends the names of all groups of a source to `*list`. The number appended, negative on failure.
 // Names that were announced and could not be read stand in the list too, or where no name is known
 // a text in brackets that says what is missing, so that looking them up fails and the caller sees
 // an incomplete answer. Local groups are those within the ranges of login.defs, and "users".
-int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain);
+MDOMAIN_EXPORT int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain);
 
 // The account of a full name, without regard to letter case where the source has none (an exact
 // spelling wins), listed by enumerations or not. 0 and a new record, to be freed; negative on
 // failure (KLIBCErrGet tells), `*user` untouched.
-int KORVUserGet(const char* name, PKORVUser* user);
-int KORVUserGetByUID(unsigned int uid, PKORVUser* user);
-void KORVUserFree(PKORVUser user);
+MDOMAIN_EXPORT int KORVUserGet(const char* name, PKORVUser* user);
+MDOMAIN_EXPORT int KORVUserGetByUID(unsigned int uid, PKORVUser* user);
+MDOMAIN_EXPORT void KORVUserFree(PKORVUser user);
 // Uid and primary gid of a full name. 0, or negative as KORVUserGet. `gid` may be null.
-int KORVUserGetUGID(const char* name, uid_t* uid, gid_t* gid);
+MDOMAIN_EXPORT int KORVUserGetUGID(const char* name, uid_t* uid, gid_t* gid);
 
-int KORVGroupGet(const char* name, PKORVGroup* group);
-int KORVGroupGetByGID(unsigned int gid, PKORVGroup* group);
-void KORVGroupFree(PKORVGroup group);
+MDOMAIN_EXPORT int KORVGroupGet(const char* name, PKORVGroup* group);
+MDOMAIN_EXPORT int KORVGroupGetByGID(unsigned int gid, PKORVGroup* group);
+MDOMAIN_EXPORT void KORVGroupFree(PKORVGroup group);
 // The description of a group; a group without one gives the empty string, and local groups have
 // none. 0, or -1 on failure, also when there is no such group.
-int KORVGroupDescGet(const char* name, std::string& description);
+MDOMAIN_EXPORT int KORVGroupDescGet(const char* name, std::string& description);
 // Appends the full names of a group's members, each once: listed ones, those whose primary group it
 // is, and through nested groups where the source has them (cycles end). A listed name that nobody
 // has stands there as it is; accounts that enumerations leave out are left out here. 0 on success;
 // negative on failure, also when the source cannot tell all members, and the list is as it was.
-int KORVGroupListMember(const char* name, PKLIBCSzList list);
+MDOMAIN_EXPORT int KORVGroupListMember(const char* name, PKLIBCSzList list);
 
 // True for accounts that are not people: ids outside the source's range, names that the host
 // settings call internal. An unknown name is not internal.
-bool KORVUserIsInternal(const char* name);
+MDOMAIN_EXPORT bool KORVUserIsInternal(const char* name);
 
 // Writes the name as the account system spells it, with its terminating zero, into `buffer`. 0, or
 // negative when there is no such account, the source failed or the buffer is too small.
-int KLIBUserRealNameGet(const char* name, char* buffer, size_t size);
-int KLIBGroupRealNameGet(const char* name, char* buffer, size_t size);
+MDOMAIN_EXPORT int KLIBUserRealNameGet(const char* name, char* buffer, size_t size);
+MDOMAIN_EXPORT int KLIBGroupRealNameGet(const char* name, char* buffer, size_t size);
 
 // "name@domain" into `buffer`, the name alone when the domain is empty. 0, or negative when it does
 // not fit.
-int KORVLDAPCatName(char* buffer, size_t size, const char* domain, const char* name);
+MDOMAIN_EXPORT int KORVLDAPCatName(char* buffer, size_t size, const char* domain, const char* name);
 
 // Short name: `DOM\alice` and `alice@dom` give `alice`; any other text unchanged, also one that
 // would leave nothing (`@dom`). Of several "@" the last counts.
-std::string TrimDomainName(const std::string& name);
+MDOMAIN_EXPORT std::string TrimDomainName(const std::string& name);
 
 // One spelling for all names that a source without regard to letter case takes for the same.
-std::string FoldAccountName(const std::string& name);
+MDOMAIN_EXPORT std::string FoldAccountName(const std::string& name);
 
 // The full names under which the source in force would know `short_names`, in order, one each.
 // Nothing is looked up.
-std::vector<std::string> GetFullNames(const std::vector<std::string>& short_names);
+MDOMAIN_EXPORT std::vector<std::string> GetFullNames(const std::vector<std::string>& short_names);
 
 namespace korvmailserver {
 
 // While one lives, enumerations, look-ups and members are answered from the first answer of the
 // source, which gives everything within it one point in time; a failure is the first answer too.
 // Users and groups are read once each, at the first call. Scopes nest; the outermost counts.
-class AccountSnapshot {
+class MDOMAIN_EXPORT AccountSnapshot {
  public:
   AccountSnapshot();
   ~AccountSnapshot();
@@ -135,7 +137,7 @@ struct AccountCheckStep {
 };
 // Inspects the source in force from reading its settings to a whole enumeration; stops at the first
 // step that fails. True when every step is ok.
-bool CheckAccountSource(std::vector<AccountCheckStep>& steps);
+MDOMAIN_EXPORT bool CheckAccountSource(std::vector<AccountCheckStep>& steps);
 
 }  // namespace korvmailserver
 

@@ -10,7 +10,9 @@
 #include <string>
 #include <vector>
 
-class Alias {
+#include "platform/include/export.h"
+
+class MDOMAIN_EXPORT Alias {
  public:
   enum class MemberKind { User, Group, Address };
   struct Member {
@@ -43,7 +45,7 @@ class Alias {
   int delDomainGroupMember(int domain_id, const std::list<std::string>& names);
 
  private:
-  int DeleteDomainMembers(int domain_id, MemberKind kind, const std::list<std::string>& names);
+  int _DeleteDomainMembers(int domain_id, MemberKind kind, const std::list<std::string>& names);
 
   std::string path_;
   bool loaded_ = false;

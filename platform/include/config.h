@@ -5,11 +5,13 @@
 #include <map>
 #include <string>
 
-class Config {
+#include "platform/include/export.h"
+
+class MDOMAIN_EXPORT Config {
  public:
   Config() = default;
   virtual ~Config() = default;
-  // Reads every bound member with one question. A key that is not stored, or is neither "yes" nor
+  // Reads every bound member with one query. A key that is not stored, or is neither "yes" nor
   // "no", leaves the member as it is: the default given to AddToBoolMap on a new object. 0, or
   // negative with one log line and no member changed.
   virtual int LoadSettings();

@@ -5,13 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 struct sqlite3;
 
 // Statements in the order in which they run; an entry may hold several, separated by ";".
 using SQLCmd = std::vector<std::string>;
 
 // Not thread-safe. Several processes may use one file: SQLite's locks apply, with the busy timeout.
-class DBHandler {
+class MDOMAIN_EXPORT DBHandler {
  public:
   // Opens nothing. `schema` is run by connect() when it creates the file; it may be empty.
   DBHandler(const std::string& path, const std::string& schema);
@@ -68,17 +70,17 @@ class DBHandler {
  private:
   friend class BatchScope;
 
-  bool CreateFile(bool& created);
-  int OpenAndCheck();
-  int RunSchema();
-  int RunTransaction(const SQLCmd& cmds);
-  int RunSavepoint(const SQLCmd& cmds);
-  int RunAll(const SQLCmd& cmds);
-  int EndTransaction();
-  bool NoticeLostTransaction(int result);
-  int Exec(const char* sql);
-  int Fail(int result);
-  void Rollback();
+  bool _CreateFile(bool& created);
+  int _OpenAndCheck();
+  int _RunSchema();
+  int _RunTransaction(const SQLCmd& cmds);
+  int _RunSavepoint(const SQLCmd& cmds);
+  int _RunAll(const SQLCmd& cmds);
+  int _EndTransaction();
+  bool _NoticeLostTransaction(int result);
+  int _ExecText(const char* sql);
+  int _KeepFailure(int result);
+  void _RollBack();
 
   std::string err_text_;
   int busy_timeout_ = 10000;
@@ -95,7 +97,7 @@ class DBHandler {
 // between. When SQLite has to roll the whole transaction back (disk full, I/O error), every further
 // batch of the scope fails with that code, and so does the scope's end. The handler must outlive
 // its scopes.
-class BatchScope {
+class MDOMAIN_EXPORT BatchScope {
  public:
   explicit BatchScope(DBHandler* handler);  // null: does nothing
   // Commits if Commit was not called; a failure is logged.

@@ -5,12 +5,14 @@
 
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace MultipleDomain {
 
 // The whole schema of the settings database; whoever opens the file first creates all of it.
-const std::string& SettingsSchema();
+MDOMAIN_EXPORT const std::string& SettingsSchema();
 
-class DomainSetting {
+class MDOMAIN_EXPORT DomainSetting {
  public:
   explicit DomainSetting(const std::string& path);
   // Default rows for a domain; existing ones are kept. Makes the database with its whole schema if

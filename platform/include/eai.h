@@ -4,11 +4,13 @@
 
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace korvmailserver {
 namespace utils {
 
 // String equality; with `ignore_case`, ASCII letters are equal in either case, whatever the locale.
-bool Equals(const std::string& a, const std::string& b, bool ignore_case);
+MDOMAIN_EXPORT bool Equals(const std::string& a, const std::string& b, bool ignore_case);
 
 }  // namespace utils
 }  // namespace korvmailserver
@@ -22,30 +24,30 @@ namespace POSTARA_SERVER {
 // decode and give themselves again. A single label is enough.
 //
 // ASCII case aside it must be one of its two spellings, all A-labels or all U-labels: a text that
-// only maps to a domain ("BÜCHER.de", full-width letters, "。" for ".") is none (RFC 5891 section
-// 4). Two domains are therefore the same exactly when one is, ASCII case aside, either spelling of
-// the other.
-bool IsValidEaiDomain(const std::string& domain);
+// only maps to a domain ("BÜCHER.de", full-width letters, "。" for ".") is not one (RFC 5891
+// section 4). Two domains are therefore the same exactly when one is, ASCII case aside, either
+// spelling of the other.
+MDOMAIN_EXPORT bool IsValidEaiDomain(const std::string& domain);
 
 // A dot-string: RFC 5321 atext and, with `allow_utf8`, non-ASCII UTF-8 in NFC without control
 // characters and line or paragraph separators; 1 to 64 octets; no quoted form.
-bool IsValidEaiLocalPart(const std::string& local_part, bool allow_utf8);
+MDOMAIN_EXPORT bool IsValidEaiLocalPart(const std::string& local_part, bool allow_utf8);
 
 // The A-label form of a domain; of an address (it has an "@") only what follows the last "@" is
 // converted and looked at. What was typed is mapped first, to lower case, NFC and ordinary letters
 // and dots (RFC 5895), label by label. 0, or negative and `out` untouched when that gives no domain
 // that IsValidEaiDomain accepts. ASCII domains come back in lower case. `out` may be `text`.
-int ConvertToPunycode(const std::string& text, std::string& out);
+MDOMAIN_EXPORT int ConvertToPunycode(const std::string& text, std::string& out);
 // The same towards UTF-8 (U-labels, in lower case and NFC).
-int ConvertToUTF8(const std::string& text, std::string& out);
+MDOMAIN_EXPORT int ConvertToUTF8(const std::string& text, std::string& out);
 // The other spelling: a domain (of an address: its domain) with non-ASCII characters gives its
 // A-label form, any other its U-label form. 0, or negative and `out` untouched, as above.
-int ConvertToPunycodeOrUTF8(const std::string& text, std::string& out);
+MDOMAIN_EXPORT int ConvertToPunycodeOrUTF8(const std::string& text, std::string& out);
 
 // `text` in NFC without the characters that may not stand in a local part and without bytes that
 // are not UTF-8, then without leading, trailing and doubled dots. The result may be empty and is
 // not shortened: up to 64 octets it is a valid local part.
-std::string StripInvalidEaiChars(const std::string& text);
+MDOMAIN_EXPORT std::string StripInvalidEaiChars(const std::string& text);
 
 }  // namespace POSTARA_SERVER
 }  // namespace KORV

@@ -10,49 +10,65 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 // Sets owner (and its primary group, with the ids of mailUGidGet) and mode, whatever the umask. A
 // symbolic link is refused, not followed. 0, or negative with one log line; a file whose owner
 // cannot be set keeps its mode.
-int mailFileOwnerModeSet(const char* path, const char* owner, unsigned mode);
+MDOMAIN_EXPORT int mailFileOwnerModeSet(const char* path, const char* owner, unsigned mode);
 
 // Ids of a service account. 0, or negative with the ids untouched when it does not exist. Below a
 // root prefix an account that is missing gives the caller's own effective ids and 0; so does every
 // account for a caller other than root, who could not give files away.
-int mailUGidGet(const char* owner, uid_t* uid, gid_t* gid);
+MDOMAIN_EXPORT int mailUGidGet(const char* owner, uid_t* uid, gid_t* gid);
 
 // True for anything at `path`, a folder too; false for a link that leads nowhere.
-bool KLIBCFileExist(const char* path);
+MDOMAIN_EXPORT bool KLIBCFileExist(const char* path);
 // Creates an empty file (mode 0644 less the umask) or sets its times to now. 0, or negative with
 // errno set; ELOOP for a symbolic link, which is not followed.
-int KLIBCFileTouch(const char* path);
+MDOMAIN_EXPORT int KLIBCFileTouch(const char* path);
 // Creates a folder with all missing parents; the folders that it makes get owner, group and mode,
 // whatever the umask. An existing folder is success and left as it is. 0, or negative with errno
 // set (ENOTDIR when something else stands in the way); parents made before the failure stay.
-int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode);
+MDOMAIN_EXPORT int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode);
 
 namespace postara {
 namespace sdk {
 
 // As KLIBCFileExist.
-bool Exist(const std::string& path);
+MDOMAIN_EXPORT bool Exist(const std::string& path);
 // Removes a file. 0, or negative with errno set (ENOENT when it is missing).
-int Unlink(const std::string& path);
+MDOMAIN_EXPORT int Unlink(const std::string& path);
 // Replaces `names` by the names of a folder's entries in ascending byte order, without "." and
 // "..". 0, or negative with errno set and `names` untouched.
-int EnumDirectory(const std::string& path, std::vector<std::string>& names);
+MDOMAIN_EXPORT int EnumDirectory(const std::string& path, std::vector<std::string>& names);
 
 }  // namespace sdk
 }  // namespace postara
 
 namespace korvmailserver {
 
+// The account that owns what the mail server reads and writes.
+constexpr char kServiceAccount[] = "Postara-Server";
+
+enum class FolderResult {
+  kDone,
+  kNoAccount,  // the service account does not exist
+  kFailed,     // errno is set
+};
+// Makes a folder of the service account with all missing parents, as KORVFSMkdirP does.
+MDOMAIN_EXPORT FolderResult MakeServiceFolder(const std::string& path, mode_t mode);
+
 // Replaces or creates a file so that a reader sees the old or the new bytes, whole: written beside
 // it, synced, renamed over it, the folder synced. Mode as given, whatever the umask; the owner
 // stays that of the old file where the caller may give files away. A symbolic link is replaced, not
 // followed. 0, or negative with errno set and the old file untouched.
-int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode);
+MDOMAIN_EXPORT int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode);
+// Makes a rename or removal of `path` last: syncs the folder that it stands in. Not every file
+// system can; the file is in place either way, so there is no failure to handle.
+MDOMAIN_EXPORT void SyncFolderOf(const std::string& path);
 // Replaces `bytes` by those of a file. 0, or negative with errno set and `bytes` untouched.
-int ReadFile(const std::string& path, std::string& bytes);
+MDOMAIN_EXPORT int ReadFile(const std::string& path, std::string& bytes);
 
 }  // namespace korvmailserver
 

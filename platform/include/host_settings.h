@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace korvmailserver {
 
 // [keystore]. Keys of the file are called as the members are, but password_file. "tls" is refused:
@@ -50,7 +52,7 @@ struct LdapSettings {
 
 // [winbind].
 struct WinbindSettings {
-  int timeout = 30;      // seconds, of every question to winbindd
+  int timeout = 30;      // seconds, of every request to winbindd
   int net_timeout = 60;  // seconds, of one run of /usr/bin/net
 };
 
@@ -76,8 +78,8 @@ struct HostSettings {
 // True with all of `settings` set. False with one `error` text "FILE:LINE: KEY what is wrong" for
 // the first unknown section or key, key that is set twice, bad value, or password file that is
 // missing, empty or open to others than its owner; `settings` is untouched then.
-bool ReadHostSettings(HostSettings& settings, std::string& error);
-std::string HostSettingsPath();
+MDOMAIN_EXPORT bool ReadHostSettings(HostSettings& settings, std::string& error);
+MDOMAIN_EXPORT std::string HostSettingsPath();
 
 }  // namespace korvmailserver
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace KORV {
 namespace POSTARA_SERVER {
 
@@ -15,7 +17,7 @@ namespace POSTARA_SERVER {
 // Every call opens what it needs and keeps its connection for the next one; a change of the root
 // prefix or of the host settings is noticed. A failure is one log line that names the store and the
 // reason, or the mistake in the host settings. No call waits longer than the key store's time-outs.
-class PostaraServerBACKENDWrap {
+class MDOMAIN_EXPORT PostaraServerBACKENDWrap {
  public:
   // Publishes a file under `key`: its path, and where machines share the store also size, digest
   // and content, of an SQLite database its last committed state. Content that is there already is
@@ -36,7 +38,7 @@ class PostaraServerBACKENDWrap {
   static bool getFile(const std::string& key, std::string& path);
 };
 
-class KORVMailNodeCluster {
+class MDOMAIN_EXPORT KORVMailNodeCluster {
  public:
   // True when what is published now would be kept. The embedded store: when it can be written. A
   // shared one: when the server in charge takes a write and the replicas that the settings ask for

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "platform/include/export.h"
 #include "platform/include/string_list.h"
 
 struct KORVLDAPHost;          // a connected, bound session
@@ -19,28 +20,30 @@ struct KORVLDAPEntry;
 // All return 0, or negative with one log line that says what failed, unless stated.
 // Connects and binds as [ldap] of the host settings says. A server's certificate must verify with
 // ca_file, or with the machine's own authorities when that is not set. Free with KORVLDAPHostFree.
-int KORVLDAPHostInitByBindConfig(KORVLDAPHost** host);
-void KORVLDAPHostFree(KORVLDAPHost* host);
-KORVLDAPSearchOption* KORVLDAPSearchOptionAlloc();
+MDOMAIN_EXPORT int KORVLDAPHostInitByBindConfig(KORVLDAPHost** host);
+MDOMAIN_EXPORT void KORVLDAPHostFree(KORVLDAPHost* host);
+MDOMAIN_EXPORT KORVLDAPSearchOption* KORVLDAPSearchOptionAlloc();
 // Reads the stored options for users.
-int KORVLDAPSearchOptionGet(KORVLDAPSearchOption* option);
-void KORVLDAPSearchOptionFree(KORVLDAPSearchOption* option);
+MDOMAIN_EXPORT int KORVLDAPSearchOptionGet(KORVLDAPSearchOption* option);
+MDOMAIN_EXPORT void KORVLDAPSearchOptionFree(KORVLDAPSearchOption* option);
 // A request for `attributes` of the entries that the options select. Names that are no attribute
 // names (a letter, then letters, digits, "-", ";") are not sent, and no entry has them. "uid" and
 // "mail" stand for the attributes that the settings name. The option may be freed afterwards.
-int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request, const KORVLDAPSearchOption* option,
-                              const KLIBCSzList* attributes);
-void KORVLDAPSearchRequestFree(KORVLDAPSearchRequest* request);
+MDOMAIN_EXPORT int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request,
+                                             const KORVLDAPSearchOption* option,
+                                             const KLIBCSzList* attributes);
+MDOMAIN_EXPORT void KORVLDAPSearchRequestFree(KORVLDAPSearchRequest* request);
 // The request may be freed afterwards, the host not.
-int KORVLDAPSearchInit(KORVLDAPSearch** search, KORVLDAPHost* host,
-                       const KORVLDAPSearchRequest* request);
+MDOMAIN_EXPORT int KORVLDAPSearchInit(KORVLDAPSearch** search, KORVLDAPHost* host,
+                                      const KORVLDAPSearchRequest* request);
 // The next entry, valid until the next call: 1 with an entry, 0 at the end of a complete answer,
 // negative when the answer broke off: at a size or time limit of the server, at a referral, with
 // the connection. The entries handed out before are good, and not all.
-int KORVLDAPSearchGetNext(KORVLDAPSearch* search, const KORVLDAPEntry** entry);
+MDOMAIN_EXPORT int KORVLDAPSearchGetNext(KORVLDAPSearch* search, const KORVLDAPEntry** entry);
 // The first value of an attribute (names without regard to case). 0, or negative when the entry has
 // none that is valid UTF-8.
-int KORVLDAPResultGetFirst(const KORVLDAPEntry* entry, const char* attribute, std::string& value);
-void KORVLDAPSearchFree(KORVLDAPSearch* search);
+MDOMAIN_EXPORT int KORVLDAPResultGetFirst(const KORVLDAPEntry* entry, const char* attribute,
+                                          std::string& value);
+MDOMAIN_EXPORT void KORVLDAPSearchFree(KORVLDAPSearch* search);
 
 #endif  // PLATFORM_LDAP_SEARCH_H

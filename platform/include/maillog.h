@@ -5,12 +5,25 @@
 #include <functional>
 #include <string>
 
-// Writes one line at `level`: 3 error, 2 notice, 1 warning (other values: notice). `format` is a
-// printf format; "%m" is the text of errno at the time of the call. errno is left as it was. A
-// trailing line end is dropped; line ends inside the text become blanks, so one call is one line.
-// Lines have no limit in length. Safe in destructors of static objects. Without a syslog daemon the
-// line is lost and nothing fails.
-void maillog(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+#include "platform/include/export.h"
+
+namespace korvmailserver {
+
+// Levels of log lines.
+constexpr int kLogError = 3;
+constexpr int kLogNotice = 2;
+constexpr int kLogWarning = 1;
+
+}  // namespace korvmailserver
+
+// Writes one line at one of these levels; any other number counts as a notice. `format` is a printf
+// format;
+// "%m" is the text of errno at the time of the call. errno is left as it was. A trailing line end
+// is dropped; line ends inside the text become blanks, so one call is one line. Lines have no limit
+// in length. Safe in destructors of static objects. Without a syslog daemon the line is lost and
+// nothing fails.
+MDOMAIN_EXPORT void maillog(int level, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 
 namespace korvmailserver {
 
@@ -21,7 +34,7 @@ using MailLogSink = std::function<bool(int level, const std::string& line)>;
 // Puts `sink` in front of syslog for the whole process; an empty one takes it away. Returns the
 // sink that was there. The last sink is kept until the process has ended, so what it refers to must
 // live as long or be taken away before.
-MailLogSink SetMailLogSink(MailLogSink sink);
+MDOMAIN_EXPORT MailLogSink SetMailLogSink(MailLogSink sink);
 
 }  // namespace korvmailserver
 

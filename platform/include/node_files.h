@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace korvmailserver {
 
 struct PublishedFile {
@@ -38,34 +40,35 @@ enum class PullResult {
 
 // What this machine is called in the store: "node" of the host settings; without it the host name,
 // with the root prefix when there is one.
-std::string NodeName();
+MDOMAIN_EXPORT std::string NodeName();
 
 // The machine that published the file under `key`; the empty string when none did, or the store is
 // not shared between machines. False with one log line.
-bool GetPublisher(const std::string& key, std::string& node);
+MDOMAIN_EXPORT bool GetPublisher(const std::string& key, std::string& node);
 
 // Publishes those of the files, keys and paths, that exist and are not published as they are now;
-// one question about all of them. True with nothing done when the store is not shared between
+// one query for all of them. True with nothing done when the store is not shared between
 // machines. False with one log line.
-bool PublishChangedFiles(const std::vector<std::pair<std::string, std::string>>& files);
+MDOMAIN_EXPORT bool PublishChangedFiles(
+    const std::vector<std::pair<std::string, std::string>>& files);
 
 // All published files, ascending by key. False with one log line, also when the store is not shared
 // between machines.
-bool ListPublishedFiles(std::vector<PublishedFile>& files);
+MDOMAIN_EXPORT bool ListPublishedFiles(std::vector<PublishedFile>& files);
 
 // Brings the file published under `key` to its path below the root prefix: owner "Postara-Server",
 // mode as published, missing folders made. A reader sees the old or the new file, whole; a run that
 // is killed leaves at most a hidden ".NAME.pull" beside it, which the next run uses again. A path
 // outside "/var/packages/Postara-Server/" is refused. What this machine has is recorded in the
 // store; that the record could not be written is a warning and no failure.
-PullResult PullPublishedFile(const std::string& key);
+MDOMAIN_EXPORT PullResult PullPublishedFile(const std::string& key);
 // The same for files that ListPublishedFiles gave, with a result for each; what this machine has is
 // recorded once for all.
-std::vector<PullResult> PullPublishedFiles(const std::vector<PublishedFile>& files);
+MDOMAIN_EXPORT std::vector<PullResult> PullPublishedFiles(const std::vector<PublishedFile>& files);
 
 // What every machine has, ascending by machine and key; publishing machines are not in it. False
 // with one log line.
-bool ListNodeFiles(std::vector<NodeFile>& files);
+MDOMAIN_EXPORT bool ListNodeFiles(std::vector<NodeFile>& files);
 
 }  // namespace korvmailserver
 

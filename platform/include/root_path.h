@@ -4,14 +4,16 @@
 
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace korvmailserver {
 
 // The value of MDOMAIN_ROOT without trailing slashes, read with secure_getenv at each call; the
 // empty string when it is unset, empty or "/".
-std::string RootPrefix();
+MDOMAIN_EXPORT std::string RootPrefix();
 
 // RootPrefix() followed by `absolute_path`, which starts with "/".
-std::string UnderRoot(const std::string& absolute_path);
+MDOMAIN_EXPORT std::string UnderRoot(const std::string& absolute_path);
 
 }  // namespace korvmailserver
 

@@ -7,9 +7,11 @@
 #include <map>
 #include <string>
 
-class SmtpConf {
+#include "platform/include/export.h"
+
+class MDOMAIN_EXPORT SmtpConf {
  public:
-  // Reads everything anew with two questions. An entry of the domain list that is not INDEX/NAME,
+  // Reads everything anew with two queries. An entry of the domain list that is not INDEX/NAME,
   // or whose index was there before, is left out with a warning. 0, or negative with one log line
   // when the configuration cannot be read, and then nothing changed.
   int LoadSettings();

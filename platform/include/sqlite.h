@@ -48,7 +48,7 @@ class Connection {
   // `busy_milliseconds`. SQLITE_OK; otherwise the code, its text in Error, and no connection.
   int Open(const std::string& path, Mode mode, int busy_milliseconds) {
     Close();
-    const int result = sqlite3_open_v2(path.c_str(), &db_, Flags(mode), nullptr);
+    const int result = sqlite3_open_v2(path.c_str(), &db_, _OpenFlags(mode), nullptr);
     if (result != SQLITE_OK) {
       error_ = sqlite3_errmsg(db_);
       Close();
@@ -78,7 +78,7 @@ class Connection {
   const std::string& Error() const { return error_; }
 
  private:
-  static int Flags(Mode mode) {
+  static int _OpenFlags(Mode mode) {
     if (mode == Mode::kRead) {
       return SQLITE_OPEN_READONLY;
     }
@@ -110,15 +110,16 @@ class Statement {
   // there is no such parameter or no memory, and then the steps fail too.
   bool Bind(int parameter, std::string_view text) {
     const char* bytes = text.data() == nullptr ? "" : text.data();
-    return Keep(sqlite3_bind_text64(statement_, parameter, bytes, text.size(), SQLITE_TRANSIENT,
-                                    SQLITE_UTF8));
+    return _KeepFailure(sqlite3_bind_text64(statement_, parameter, bytes, text.size(),
+                                            SQLITE_TRANSIENT, SQLITE_UTF8));
   }
   template <typename Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
   bool Bind(int parameter, Number number) {
-    return Keep(sqlite3_bind_int64(statement_, parameter, static_cast<sqlite3_int64>(number)));
+    return _KeepFailure(
+        sqlite3_bind_int64(statement_, parameter, static_cast<sqlite3_int64>(number)));
   }
   bool Bind(int parameter, std::nullptr_t) {
-    return Keep(sqlite3_bind_null(statement_, parameter));
+    return _KeepFailure(sqlite3_bind_null(statement_, parameter));
   }
 
   // SQLITE_ROW, SQLITE_DONE, or the code of a failure.
@@ -172,7 +173,7 @@ class Statement {
   const char* Error() const { return db_ == nullptr ? "not connected" : sqlite3_errmsg(db_); }
 
  private:
-  bool Keep(int result) {
+  bool _KeepFailure(int result) {
     failure_ = failure_ == SQLITE_OK ? result : failure_;
     return result == SQLITE_OK;
   }
@@ -190,13 +191,13 @@ class Transaction {
   enum class Kind { kRead, kWrite };
 
   Transaction(sqlite3* db, Kind kind) : db_(db) {
-    result_ = Run(kind == Kind::kRead ? "BEGIN" : "BEGIN IMMEDIATE");
+    result_ = _RunText(kind == Kind::kRead ? "BEGIN" : "BEGIN IMMEDIATE");
     is_open_ = result_ == SQLITE_OK;
   }
   ~Transaction() {
     // SQLite itself has rolled back after some failures (disk full).
     if (is_open_ && sqlite3_get_autocommit(db_) == 0) {
-      Run("ROLLBACK");
+      _RunText("ROLLBACK");
     }
   }
   Transaction(const Transaction&) = delete;
@@ -206,13 +207,13 @@ class Transaction {
   int Begun() const { return result_; }
   // SQLITE_OK; otherwise the transaction is still open, and the scope's end rolls it back.
   int Commit() {
-    const int result = is_open_ ? Run("COMMIT") : result_;
+    const int result = is_open_ ? _RunText("COMMIT") : result_;
     is_open_ = is_open_ && result != SQLITE_OK;
     return result;
   }
 
  private:
-  int Run(const char* sql) {
+  int _RunText(const char* sql) {
     return db_ == nullptr ? SQLITE_MISUSE : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
   }
 

@@ -15,8 +15,8 @@ namespace korvmailserver {
 
 namespace {
 
-const char kAdditionalDomainPrefix[] = "additional_domain-";
-const char kVirtualDomainTree[] = "virtual_domain";
+constexpr char kAdditionalDomainPrefix[] = "additional_domain-";
+constexpr char kVirtualDomainTree[] = "virtual_domain";
 
 // Equal stamps: the same process, root and host settings file.
 using Stamp = std::tuple<pid_t, std::string, ino_t, off_t, time_t, long>;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/include/host_settings.h"
+#include "platform/include/maillog.h"
 #include "platform/include/node_files.h"
 
 namespace korvmailserver {
@@ -94,7 +95,7 @@ std::unique_ptr<KeyStoreBackend> MakeRedisBackend(const KeyStoreSettings& settin
 // Unusable host settings fail every operation, with their own text.
 bool RunOnKeyStore(
     const std::function<bool(KeyStoreBackend& backend, std::string& error)>& operation,
-    int log_level = 3);
+    int log_level = kLogError);
 
 }  // namespace korvmailserver
 

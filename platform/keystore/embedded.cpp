@@ -21,18 +21,18 @@ namespace korvmailserver {
 
 namespace {
 
-const char kFolder[] = "/var/packages/Postara-Server/etc";
-const char kFile[] = "/keystore.db";
-const char kServiceAccount[] = "Postara-Server";
-const char kSchema[] =
+constexpr char kFolder[] = "/var/packages/Postara-Server/etc";
+constexpr char kFile[] = "/keystore.db";
+constexpr char kSchema[] =
     "create table key_table(name TEXT NOT NULL PRIMARY KEY, tree TEXT NOT NULL,"
     " value TEXT NOT NULL);"
     "create index IDX_key_table_tree on key_table(tree, name);";
-const char kSelectOne[] = "SELECT value FROM key_table WHERE name = ?1";
-const char kSelectTree[] = "SELECT name FROM key_table WHERE tree = ?1 ORDER BY name";
-const char kSelectAll[] = "SELECT name, value FROM key_table";
-const char kReplace[] = "INSERT OR REPLACE INTO key_table(name, tree, value) VALUES(?1, ?2, ?3)";
-const char kDelete[] = "DELETE FROM key_table WHERE name = ?1";
+constexpr char kSelectOne[] = "SELECT value FROM key_table WHERE name = ?1";
+constexpr char kSelectTree[] = "SELECT name FROM key_table WHERE tree = ?1 ORDER BY name";
+constexpr char kSelectAll[] = "SELECT name, value FROM key_table";
+constexpr char kReplace[] =
+    "INSERT OR REPLACE INTO key_table(name, tree, value) VALUES(?1, ?2, ?3)";
+constexpr char kDelete[] = "DELETE FROM key_table WHERE name = ?1";
 
 // Writers hold the file for milliseconds; who waits longer meets a stuck process.
 constexpr int kBusyTimeout = 10000;
@@ -164,20 +164,16 @@ class EmbeddedBackend : public KeyStoreBackend {
   }
 
   bool MakeFolder(std::string& error) {
-    uid_t uid = 0;
-    gid_t gid = 0;
     if (KLIBCFileExist(folder_.c_str())) {
       return true;
     }
-    if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+    const FolderResult made = MakeServiceFolder(folder_, 0755);
+    if (made == FolderResult::kNoAccount) {
       error = std::string("no account ") + kServiceAccount;
-      return false;
-    }
-    if (KORVFSMkdirP(folder_.c_str(), uid, gid, 0755) < 0) {
+    } else if (made == FolderResult::kFailed) {
       error = std::string("cannot make its folder: ") + strerror(errno);
-      return false;
     }
-    return true;
+    return made == FolderResult::kDone;
   }
 
   // A failed connect has its own log line.

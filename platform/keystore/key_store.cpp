@@ -7,13 +7,12 @@ namespace KORV {
 namespace POSTARA_SERVER {
 
 using korvmailserver::KeyStoreBackend;
+using korvmailserver::kLogWarning;
 using korvmailserver::RunOnKeyStore;
 
 namespace {
 
-constexpr int kWarning = 1;
-
-// The stored value, null text when there is none.
+// The stored value; without one `found` is false and `value` empty.
 bool Find(const std::string& key, bool& found, std::string& value) {
   std::map<std::string, std::string> values;
   if (!RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
@@ -69,7 +68,7 @@ bool PostaraServerBACKENDWrap::getFile(const std::string& key, std::string& path
 bool KORVMailNodeCluster::isClusterHealth(int /*level*/) {
   return RunOnKeyStore(
       [](KeyStoreBackend& backend, std::string& error) { return backend.IsHealthy(error); },
-      kWarning);
+      kLogWarning);
 }
 
 int KORVMailNodeCluster::setFile(const std::string& key, const std::string& path) {

@@ -23,13 +23,9 @@ namespace korvmailserver {
 
 namespace {
 
-const char kServiceAccount[] = "Postara-Server";
-
-// What a store may make this machine write. Whoever can write to the store could otherwise replace
-// any file.
-const char kAllowedFolder[] = "/var/packages/Postara-Server/";
-
-constexpr int kWarning = 1;
+// Only files below this folder are written: whoever can write to the store could otherwise replace
+// any file of this machine.
+constexpr char kAllowedFolder[] = "/var/packages/Postara-Server/";
 
 bool IsAllowed(const std::string& path) {
   return path.rfind(kAllowedFolder, 0) == 0 && (path + "/").find("/../") == std::string::npos &&
@@ -84,21 +80,18 @@ class NewFile : public FileShare::Receiver {
     }
     close(file_);
     file_ = -1;
-    const int folder = open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    fsync(folder);
-    close(folder);
+    SyncFolderOf(path_);
     return true;
   }
 
  private:
   bool Open(std::string& error) {
-    uid_t uid = 0;
-    gid_t gid = 0;
-    if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+    const FolderResult made = MakeServiceFolder(folder_, 0755);
+    if (made == FolderResult::kNoAccount) {
       error = std::string("no account ") + kServiceAccount;
       return false;
     }
-    if (KORVFSMkdirP(folder_.c_str(), uid, gid, 0755) < 0) {
+    if (made == FolderResult::kFailed) {
       return Fail(error);
     }
     file_ = open(beside_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -222,7 +215,7 @@ PullResult PullPublishedFile(const std::string& key) {
                              [&](const PublishedFile& file) { return file.key != key; }),
               files.end());
   if (files.empty()) {
-    maillog(3, "no file is published as %s", key.c_str());
+    maillog(kLogError, "no file is published as %s", key.c_str());
     return PullResult::kFailed;
   }
   return PullPublishedFiles(files).front();
@@ -243,7 +236,7 @@ std::vector<PullResult> PullPublishedFiles(const std::vector<PublishedFile>& fil
     }
   }
   if (!records.empty()) {
-    OnFiles(kWarning, [&](FileShare& share, std::string& error) {
+    OnFiles(kLogWarning, [&](FileShare& share, std::string& error) {
       return share.RecordNodeFiles(records, error);
     });
   }

@@ -87,8 +87,8 @@ class RedisBackend : public KeyStoreBackend {
     return files_.Publish(key, path, SetCommands({{key, path}}), error);
   }
 
-  // What counts is that a write is taken, by the server that is in charge now, and reaches as many
-  // replicas as are asked for; whoever has it has everything before it.
+  // The server in charge must take a write, and as many replicas as the settings ask for must get
+  // it: a replica that has it has everything before it.
   bool IsHealthy(std::string& error) override {
     return session_.Call(Access::kCheck, error, [&] {
       return session_.Write({{"SET", prefix_ + "health", "1", "EX", "60"}});

@@ -21,7 +21,7 @@ namespace korvmailserver {
 
 namespace {
 
-const char kTimeout[] = "no answer in time";
+constexpr char kTimeout[] = "no answer in time";
 
 int MillisecondsLeft(RedisDeadline deadline) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -82,7 +82,7 @@ struct Resolving {
 using Addresses = std::unique_ptr<addrinfo, void (*)(addrinfo*)>;
 
 // The addresses of a host. The resolver's own time-outs are longer than ours, so it is asked beside
-// this thread; a question that is still open at the deadline keeps its memory for its late answer.
+// this thread; a look-up that is still open at the deadline keeps its memory for its late answer.
 Addresses Resolve(const std::string& host, int port, RedisDeadline deadline, std::string& error) {
   auto question = std::make_unique<Resolving>();
   question->host = host;

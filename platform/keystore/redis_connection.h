@@ -37,8 +37,8 @@ class RedisConnection {
                                                    std::string& error);
 
   // Sends all commands in one go and waits for a reply to each. An error that the server answers is
-  // a reply. False, with `error` set, when the connection broke or the deadline passed; it is of no
-  // use then.
+  // a reply. False, with `error` set, when the connection broke or the deadline passed; the
+  // connection is of no use then.
   bool Run(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,
            RedisDeadline deadline, std::string& error);
 

@@ -28,7 +28,7 @@ namespace {
 using Access = RedisSession::Access;
 
 constexpr long long kPiece = 1 << 20;
-const char kUploadSeconds[] = "3600";
+constexpr char kUploadSeconds[] = "3600";
 
 // Times that another publication may cut a fetch short.
 constexpr int kFetchAttempts = 5;

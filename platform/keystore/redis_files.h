@@ -23,7 +23,7 @@ class RedisFiles : public FileShare {
   // the published one; nothing is written when nothing about the file is new.
   bool Publish(const std::string& key, const std::string& path,
                const std::vector<RedisCommand>& commands, std::string& error);
-  // What takes a published file away, for a transaction of the caller's.
+  // The commands that remove a published file; the caller runs them in its transaction.
   std::vector<RedisCommand> RemoveCommands(const std::string& key) const;
 
   bool ListFiles(std::vector<PublishedFile>& files, std::string& error) override;

@@ -261,7 +261,7 @@ bool RedisSession::Confirm() {
   if (replicas_ == 0 || confirmed_) {
     return true;
   }
-  // WAIT speaks of this connection's own writes, and of none before the first.
+  // WAIT counts this connection's own writes only, so there must be one.
   return Write({{"SET", settings_.prefix + "confirm", "1", "EX", "60"}});
 }
 

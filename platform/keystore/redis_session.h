@@ -32,7 +32,7 @@ class RedisSession {
   // when the old one broke. False with `error` set.
   bool Call(Access access, std::string& error, const std::function<bool()>& work);
 
-  // Within a call. All fail on an answer that is an error, also one inside a transaction's.
+  // Only within a call. Each fails when an answer is an error, also inside a transaction.
   bool Run(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies);
   // Runs the commands as one transaction and waits for the replicas that the settings ask for.
   bool Write(const std::vector<RedisCommand>& commands);
@@ -40,7 +40,7 @@ class RedisSession {
   bool Confirm();
   // Ends the work with a reason of its own.
   bool Fail(const std::string& reason);
-  // Gives the work another command time-out: it is moving on, only much.
+  // Gives the work another command time-out: it moves on, but has much to do.
   void Prolong();
 
  private:

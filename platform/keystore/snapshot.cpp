@@ -14,7 +14,7 @@ namespace korvmailserver {
 
 namespace {
 
-const char kDatabaseHead[] = "SQLite format 3";  // with its terminating zero: 16 bytes
+constexpr char kDatabaseHead[] = "SQLite format 3";  // with its terminating zero: 16 bytes
 
 constexpr int kBusyTimeout = 10000;
 

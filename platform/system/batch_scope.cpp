@@ -6,22 +6,18 @@
 #include "platform/include/db_handler.h"
 #include "platform/include/maillog.h"
 
-namespace {
+using korvmailserver::kLogError;
 
-constexpr int kLogError = 3;
-
-}  // namespace
-
-int DBHandler::EndTransaction() {
+int DBHandler::_EndTransaction() {
   if (scope_lost_ != SQLITE_OK) {
     return err_ = std::exchange(scope_lost_, SQLITE_OK);
   }
   if (!std::exchange(scope_open_, false)) {
     return SQLITE_OK;
   }
-  const int result = Exec("COMMIT");
+  const int result = _ExecText("COMMIT");
   if (result != SQLITE_OK) {
-    Rollback();
+    _RollBack();
   }
   return err_ = result;
 }
@@ -45,5 +41,5 @@ int BatchScope::Commit() {
   if (handler == nullptr || --handler->scope_depth_ > 0) {
     return SQLITE_OK;
   }
-  return handler->EndTransaction();
+  return handler->_EndTransaction();
 }

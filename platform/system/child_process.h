@@ -11,7 +11,7 @@
 
 namespace korvmailserver {
 
-// A file descriptor that closes itself; -1 is none.
+// A file descriptor that closes itself; -1 when there is none.
 class Descriptor {
  public:
   explicit Descriptor(int fd = -1) : fd_(fd) {}

@@ -20,13 +20,14 @@
 
 namespace {
 
-constexpr int kLogError = 3;
-constexpr const char* kOwner = "Postara-Server";
+using korvmailserver::kLogError;
+using korvmailserver::kServiceAccount;
+
 constexpr unsigned kMode = 0644;
 constexpr mode_t kFolderMode = 0755;
 constexpr const char* kJournals[] = {"-journal", "-wal", "-shm"};
 
-constexpr const char* kCountRows = "SELECT COUNT(*) FROM \"%w\"";
+constexpr char kCountRows[] = "SELECT COUNT(*) FROM \"%w\"";
 
 enum class Found { kFile, kNothing, kUnusable };
 
@@ -55,18 +56,17 @@ bool MakeFolderOf(const std::string& path) {
   if (folder.empty() || KLIBCFileExist(folder.c_str())) {
     return true;
   }
-  uid_t uid = 0;
-  gid_t gid = 0;
-  if (mailUGidGet(kOwner, &uid, &gid) < 0) {
-    maillog(kLogError, "Cannot create database [%s]: there is no account [%s]", path.c_str(),
-            kOwner);
-    return false;
+  switch (korvmailserver::MakeServiceFolder(folder, kFolderMode)) {
+    case korvmailserver::FolderResult::kDone:
+      return true;
+    case korvmailserver::FolderResult::kNoAccount:
+      maillog(kLogError, "Cannot create database [%s]: there is no account [%s]", path.c_str(),
+              kServiceAccount);
+      return false;
+    default:
+      maillog(kLogError, "Cannot create database [%s]: %m", path.c_str());
+      return false;
   }
-  if (KORVFSMkdirP(folder.c_str(), uid, gid, kFolderMode) < 0) {
-    maillog(kLogError, "Cannot create database [%s]: %m", path.c_str());
-    return false;
-  }
-  return true;
 }
 
 bool IsEmptyFile(const std::string& path) {
@@ -103,14 +103,14 @@ int DBHandler::connect() {
   std::string why;
   const Found found = Look(path_, why);
   bool created = false;
-  if (found == Found::kNothing && !CreateFile(created)) {
+  if (found == Found::kNothing && !_CreateFile(created)) {
     return err_ = SQLITE_CANTOPEN;
   }
   if (found == Found::kUnusable) {
     maillog(kLogError, "Cannot open database [%s]: %s", path_.c_str(), why.c_str());
     return err_ = SQLITE_CANTOPEN;
   }
-  const int result = OpenAndCheck();
+  const int result = _OpenAndCheck();
   if (result != SQLITE_OK) {
     maillog(kLogError, "Cannot open database [%s]: %s", path_.c_str(), err_text_.c_str());
     disconnect();
@@ -124,7 +124,7 @@ int DBHandler::connect() {
 
 // A new, empty file with its owner and mode, so that it never holds data under wrong ones. A file
 // that another process made in the meantime is as good. One log line on failure.
-bool DBHandler::CreateFile(bool& created) {
+bool DBHandler::_CreateFile(bool& created) {
   if (!MakeFolderOf(path_)) {
     return false;
   }
@@ -137,7 +137,7 @@ bool DBHandler::CreateFile(bool& created) {
     return false;
   }
   close(fd);
-  created = mailFileOwnerModeSet(path_.c_str(), kOwner, kMode) >= 0;
+  created = mailFileOwnerModeSet(path_.c_str(), kServiceAccount, kMode) >= 0;
   if (!created) {
     unlink(path_.c_str());
   }
@@ -145,10 +145,10 @@ bool DBHandler::CreateFile(bool& created) {
 }
 
 // Opens the file, reads its first page, and gives it the schema when it has none at all.
-int DBHandler::OpenAndCheck() {
+int DBHandler::_OpenAndCheck() {
   const int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr);
   if (result != SQLITE_OK) {
-    Fail(result);
+    _KeepFailure(result);
     const int error = db_ == nullptr ? 0 : sqlite3_system_errno(db_);
     err_text_ += error == 0 ? "" : std::string(": ") + std::strerror(error);
     return result;
@@ -163,24 +163,24 @@ int DBHandler::OpenAndCheck() {
     err_text_ = "it is read-only";
     return SQLITE_READONLY;
   }
-  return tables > 0 || schema_.empty() ? SQLITE_OK : RunSchema();
+  return tables > 0 || schema_.empty() ? SQLITE_OK : _RunSchema();
 }
 
 // Several processes may find the same new file empty: the first of them gives it the schema.
-int DBHandler::RunSchema() {
-  int result = Exec("BEGIN IMMEDIATE");
+int DBHandler::_RunSchema() {
+  int result = _ExecText("BEGIN IMMEDIATE");
   if (result != SQLITE_OK) {
     return result;
   }
   const int tables = GetTableDataCount("sqlite_master");
   if (tables <= 0) {
-    result = tables == 0 ? Exec(schema_.c_str()) : err_;
+    result = tables == 0 ? _ExecText(schema_.c_str()) : err_;
   }
   if (result == SQLITE_OK) {
-    result = Exec("COMMIT");
+    result = _ExecText("COMMIT");
   }
   if (result != SQLITE_OK) {
-    Rollback();
+    _RollBack();
   }
   return result;
 }
@@ -189,7 +189,7 @@ void DBHandler::disconnect() {
   if (db_ == nullptr) {
     return;
   }
-  if (scope_open_ && EndTransaction() != SQLITE_OK) {
+  if (scope_open_ && _EndTransaction() != SQLITE_OK) {
     maillog(kLogError, "Cannot commit to database [%s]: %s", path_.c_str(), err_text_.c_str());
   }
   sqlite3_close_v2(db_);  // waits for statements that are still in use
@@ -204,7 +204,7 @@ int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
   if (cmds.empty()) {
     return err_ = SQLITE_OK;
   }
-  if (NoticeLostTransaction(SQLITE_ABORT)) {
+  if (_NoticeLostTransaction(SQLITE_ABORT)) {
     err_text_ = "a failed query rolled the transaction back";
   }
   if (scope_lost_ != SQLITE_OK) {
@@ -212,20 +212,20 @@ int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
   }
   int result = SQLITE_OK;
   if (!transaction) {
-    result = RunAll(cmds);
+    result = _RunAll(cmds);
   } else if (scope_depth_ > 0) {
-    result = RunSavepoint(cmds);
+    result = _RunSavepoint(cmds);
   } else {
-    result = RunTransaction(cmds);
+    result = _RunTransaction(cmds);
   }
-  NoticeLostTransaction(result);
+  _NoticeLostTransaction(result);
   return err_ = result;
 }
 
 // A full disk and the like make SQLite roll everything back, in a batch or in a query between two.
 // The earlier batches of the scope are gone, so the later ones must not succeed as if they were
 // not.
-bool DBHandler::NoticeLostTransaction(int result) {
+bool DBHandler::_NoticeLostTransaction(int result) {
   if (!scope_open_ || sqlite3_get_autocommit(db_) == 0) {
     return false;
   }
@@ -234,34 +234,34 @@ bool DBHandler::NoticeLostTransaction(int result) {
   return true;
 }
 
-int DBHandler::RunTransaction(const SQLCmd& cmds) {
-  int result = Exec("BEGIN IMMEDIATE");
+int DBHandler::_RunTransaction(const SQLCmd& cmds) {
+  int result = _ExecText("BEGIN IMMEDIATE");
   if (result != SQLITE_OK) {
     return result;
   }
-  result = RunAll(cmds);
+  result = _RunAll(cmds);
   if (result == SQLITE_OK) {
-    result = Exec("COMMIT");
+    result = _ExecText("COMMIT");
   }
   if (result != SQLITE_OK) {
-    Rollback();
+    _RollBack();
   }
   return result;
 }
 
-int DBHandler::RunSavepoint(const SQLCmd& cmds) {
-  int result = scope_open_ ? SQLITE_OK : Exec("BEGIN IMMEDIATE");
+int DBHandler::_RunSavepoint(const SQLCmd& cmds) {
+  int result = scope_open_ ? SQLITE_OK : _ExecText("BEGIN IMMEDIATE");
   if (result != SQLITE_OK) {
     return result;
   }
   scope_open_ = true;
-  result = Exec("SAVEPOINT batch");
+  result = _ExecText("SAVEPOINT batch");
   if (result != SQLITE_OK) {
     return result;
   }
-  result = RunAll(cmds);
+  result = _RunAll(cmds);
   if (result == SQLITE_OK) {
-    return Exec("RELEASE batch");
+    return _ExecText("RELEASE batch");
   }
   if (sqlite3_get_autocommit(db_) == 0) {
     sqlite3_exec(db_, "ROLLBACK TO batch; RELEASE batch", nullptr, nullptr, nullptr);
@@ -269,9 +269,9 @@ int DBHandler::RunSavepoint(const SQLCmd& cmds) {
   return result;
 }
 
-int DBHandler::RunAll(const SQLCmd& cmds) {
+int DBHandler::_RunAll(const SQLCmd& cmds) {
   for (const std::string& cmd : cmds) {
-    const int result = Exec(cmd.c_str());
+    const int result = _ExecText(cmd.c_str());
     if (result != SQLITE_OK) {
       return result;
     }
@@ -279,18 +279,18 @@ int DBHandler::RunAll(const SQLCmd& cmds) {
   return SQLITE_OK;
 }
 
-int DBHandler::Exec(const char* sql) {
+int DBHandler::_ExecText(const char* sql) {
   const int result = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
-  return result == SQLITE_OK ? result : Fail(result);
+  return result == SQLITE_OK ? result : _KeepFailure(result);
 }
 
 // Keeps the text, because the rollback that follows replaces SQLite's own by "not an error".
-int DBHandler::Fail(int result) {
+int DBHandler::_KeepFailure(int result) {
   err_text_ = db_ == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(db_);
   return err_ = result;
 }
 
-void DBHandler::Rollback() {
+void DBHandler::_RollBack() {
   if (sqlite3_get_autocommit(db_) == 0) {
     sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
   }
@@ -310,7 +310,7 @@ int DBHandler::GetTableDataCount(const std::string& table) {
   korvmailserver::Statement select(db_, korvmailserver::FormatSql(kCountRows, table.c_str()));
   const int result = select.Step();
   if (result != SQLITE_ROW) {
-    Fail(result);
+    _KeepFailure(result);
     return -1;
   }
   err_ = SQLITE_OK;

@@ -85,17 +85,6 @@ int FillNew(int fd, const std::string& old_path, const std::string& bytes, mode_
   return WriteAll(fd, bytes) != 0 || fchmod(fd, mode) != 0 || fsync(fd) != 0 ? -1 : 0;
 }
 
-// Makes a rename in the folder of `path` last. Not every file system can; the new bytes are in
-// place either way, so a failure is none of the caller's.
-void SyncFolderOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const File file(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (file.get() >= 0) {
-    fsync(file.get());
-  }
-}
-
 }  // namespace
 
 bool KLIBCFileExist(const char* path) {
@@ -169,6 +158,16 @@ int EnumDirectory(const std::string& path, std::vector<std::string>& names) {
 
 namespace korvmailserver {
 
+FolderResult MakeServiceFolder(const std::string& path, mode_t mode) {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+    return FolderResult::kNoAccount;
+  }
+  return KORVFSMkdirP(path.c_str(), uid, gid, mode) < 0 ? FolderResult::kFailed
+                                                        : FolderResult::kDone;
+}
+
 int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode) {
   std::string beside = path + ".XXXXXX";
   File file(mkostemp(beside.data(), O_CLOEXEC));
@@ -184,6 +183,15 @@ int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode) 
   }
   SyncFolderOf(path);
   return 0;
+}
+
+void SyncFolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const File file(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (file.get() >= 0) {
+    fsync(file.get());
+  }
 }
 
 int ReadFile(const std::string& path, std::string& bytes) {

@@ -46,9 +46,9 @@ void MakeOneLine(std::string& line) {
 
 int Priority(int level) {
   switch (level) {
-    case 3:
+    case korvmailserver::kLogError:
       return LOG_ERR;
-    case 1:
+    case korvmailserver::kLogWarning:
       return LOG_WARNING;
     default:
       return LOG_NOTICE;

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int kLogError = 3;
+using korvmailserver::kLogError;
 
 // The entry of `name`, valid until the next look-up; null when there is none.
 const passwd* FindAccount(const char* name) {

@@ -16,7 +16,7 @@ namespace {
 
 using korvmailserver::ChildProcess;
 
-constexpr int kLogWarning = 1;
+using korvmailserver::kLogWarning;
 
 struct Program {
   std::string path;

@@ -1,0 +1,13 @@
+# mdomain_add_fuzz_target(TARGET SOURCE [DRIVER]) : a program of one fuzz target. It links the
+# library's objects, or those of the platform where it reads with a parser that is hidden there.
+set(PLATFORM_FUZZERS account_files_fuzz)
+
+function(mdomain_add_fuzz_target target source)
+  get_filename_component(name ${source} NAME_WE)
+  add_executable(${target} ${source} ${ARGN})
+  if(name IN_LIST PLATFORM_FUZZERS)
+    target_link_libraries(${target} PRIVATE mailserver-platform-objects)
+  else()
+    target_link_libraries(${target} PRIVATE mailserver-domain-objects)
+  endif()
+endfunction()

@@ -1,0 +1,49 @@
+// Bytes of texts: ASCII letter case, control characters, UTF-8. No locale changes an answer; case
+// beyond ASCII is FoldAccountName's (account.h).
+#ifndef PLATFORM_TEXT_H
+#define PLATFORM_TEXT_H
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "platform/include/export.h"
+
+namespace korvmailserver {
+
+inline char ToLowerAscii(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// ASCII letters to lower case, other bytes unchanged.
+inline std::string ToLowerAscii(std::string text) {
+  for (char& c : text) {
+    c = ToLowerAscii(c);
+  }
+  return text;
+}
+
+// Equal but for the case of ASCII letters, as SQLite's NOCASE compares.
+inline bool EqualsIgnoreAsciiCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return ToLowerAscii(x) == ToLowerAscii(y);
+         });
+}
+
+inline bool HasNonAscii(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+}
+
+// ASCII's: below the blank, the zero byte too, and DEL.
+inline bool HasControlCharacter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+// Well-formed UTF-8 as a whole; the empty text is.
+MDOMAIN_EXPORT bool IsValidUtf8(std::string_view text);
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_TEXT_H
