@@ -155,7 +155,8 @@ void MapFloor(benchmark::State& state) {
 }
 BENCHMARK(MapFloor)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// Prints the usual table and keeps the best times: the others tell of the machine's other work.
+// Prints the usual table and keeps the best times: other work on the machine makes the others
+// slower.
 class Reporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {

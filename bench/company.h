@@ -10,7 +10,7 @@
 namespace bench {
 
 constexpr int kDomains = 20;
-constexpr int kAddingDomains = 5;  // domains 1 to 5 add new accounts by themselves
+constexpr int kAddingDomains = 5;  // domains 1 to 5 add new accounts automatically
 constexpr int kBigGroup = 1000;    // members of the first group; the others have 20
 constexpr unsigned int kFirstUid = 1000;
 constexpr unsigned int kFirstGid = 1000;

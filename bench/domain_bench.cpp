@@ -44,8 +44,8 @@ void UseFilledCompany(int users) {
   }
 }
 
-// Time on the clock and time on the processor, in seconds. The second one says how the work grows:
-// on a busy machine the first one says how busy it is.
+// Time on the clock and time on the processor, in seconds. On a busy machine the first one depends
+// on other work; the second one tells how the work grows.
 struct Seconds {
   double clock = 0;
   double processor = 0;
@@ -97,13 +97,13 @@ void Compare(
   Report(state, all_operations, all_floors);
 }
 
-const char* const kTables[] = {"user_table",
-                               "group_table",
-                               "group_to_user_table",
-                               "domain_table",
-                               "domain_user_role_table",
-                               "domain_user_alias_table",
-                               "domain_group_role_table"};
+constexpr const char* kTables[] = {"user_table",
+                                   "group_table",
+                                   "group_to_user_table",
+                                   "domain_table",
+                                   "domain_user_role_table",
+                                   "domain_user_alias_table",
+                                   "domain_group_role_table"};
 
 // Every table's rows, of the database that the library filled.
 std::map<std::string, Bare::Rows> ReadAll(Bare& bare) {
@@ -160,7 +160,7 @@ void FirstRefresh(benchmark::State& state) {
 void RefreshOfNothing(benchmark::State& state) {
   UseFilledCompany(static_cast<int>(state.range(0)));
   Bare bare(Company::DatabasePath());
-  // It must know every row to find that none changed; memberships are written anew in any case.
+  // The floor, too, reads every row to find that none changed; memberships are written in any case.
   Compare(
       state, [] { Must(API::Updater().Refresh()); },
       [&] {

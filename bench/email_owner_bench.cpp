@@ -1,4 +1,4 @@
-// The e-mail owner registry beside the floor: the same rows and questions through bare prepared
+// The e-mail owner registry beside the floor: the same rows and queries through bare prepared
 // statements. Each measurement takes both in turn, so that a busy machine slows both; "ratio" is
 // the registry's time divided by the floor's.
 #include <benchmark/benchmark.h>

@@ -1,4 +1,5 @@
-// The collision rules, one compared with each, and the composing of records from mirrored users.
+// The collision rules over an index made for the call, and the composing of records from mirrored
+// users.
 #include "lib-domain/control/alias_conflict.h"
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/alias_index.h"
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/account.h"
@@ -15,20 +17,13 @@ namespace MDOMAIN::CONTROL::INTERNAL {
 
 namespace {
 
-using BASE::EqualsIgnoreCase;
 using AliasPairs = std::vector<std::pair<std::string, bool>>;
 
-bool IsComparable(const RECORD::DomainUser& other, const RECORD::DomainUser& target,
-                  bool skip_same_uid) {
-  return other.GetDomainIdx() == target.GetDomainIdx() &&
-         !(skip_same_uid && other.GetUID() == target.GetUID());
-}
-
-bool HasAlias(const RECORD::DomainUser& user, const std::string& alias) {
-  const AliasPairs pairs = user.GetAliasDuplicatedPairs();
-  return std::any_of(pairs.begin(), pairs.end(), [&alias](const AliasPairs::value_type& pair) {
-    return EqualsIgnoreCase(pair.first, alias);
-  });
+template <typename Record>
+AliasIndex IndexOf(const std::vector<Record>& records) {
+  AliasIndex index;
+  index.Add(records);
+  return index;
 }
 
 }  // namespace
@@ -36,37 +31,19 @@ bool HasAlias(const RECORD::DomainUser& user, const std::string& alias) {
 void _CheckAndSetDomainUserAliasDuplicated(const std::vector<RECORD::DomainUserAlias>& existing,
                                            RECORD::DomainUserAlias& candidate,
                                            bool& same_user_has_it) {
-  for (const RECORD::DomainUserAlias& held : existing) {
-    if (held.GetDomainIdx() != candidate.GetDomainIdx() ||
-        !EqualsIgnoreCase(held.GetAccountAlias(), candidate.GetAccountAlias())) {
-      continue;
-    }
-    candidate.SetIsDuplicated(true);
-    if (held.GetUID() == candidate.GetUID()) {
-      same_user_has_it = true;
-    }
+  if (FlagCandidate(IndexOf(existing), candidate)) {
+    same_user_has_it = true;
   }
 }
 
 void _CheckAndSetDomainUsersAliasesDuplicated(const std::vector<RECORD::DomainUserAlias>& existing,
                                               std::vector<RECORD::DomainUserAlias>& candidates) {
-  const auto is_own = [&existing](RECORD::DomainUserAlias& candidate) {
-    bool same_user_has_it = false;
-    _CheckAndSetDomainUserAliasDuplicated(existing, candidate, same_user_has_it);
-    return same_user_has_it;
-  };
-  std::vector<RECORD::DomainUserAlias> kept;
-  for (RECORD::DomainUserAlias& candidate : candidates) {
-    if (!is_own(candidate)) {
-      kept.push_back(std::move(candidate));
-    }
-  }
-  candidates = std::move(kept);
+  DropOwnAndFlagOthers(IndexOf(existing), candidates);
 }
 
 void _CheckAndEraseDupAlias(std::vector<RECORD::DomainUserAlias>& aliases) {
   const auto equal = [](const RECORD::DomainUserAlias& a, const RECORD::DomainUserAlias& b) {
-    return EqualsIgnoreCase(a.GetAccountAlias(), b.GetAccountAlias());
+    return BASE::EqualsIgnoreCase(a.GetAccountAlias(), b.GetAccountAlias());
   };
   aliases.erase(std::unique(aliases.begin(), aliases.end(), equal), aliases.end());
 }
@@ -74,33 +51,13 @@ void _CheckAndEraseDupAlias(std::vector<RECORD::DomainUserAlias>& aliases) {
 bool _CheckAndSetAliasDuplicatedPairs(const std::vector<RECORD::DomainUser>& others,
                                       const bool& skip_same_uid, RECORD::DomainUser& target,
                                       bool& any_duplicated) {
-  any_duplicated = false;
-  AliasPairs pairs = target.GetAliasDuplicatedPairs();
-  for (auto& [alias, is_duplicated] : pairs) {
-    for (const RECORD::DomainUser& other : others) {
-      if (IsComparable(other, target, skip_same_uid) && HasAlias(other, alias)) {
-        is_duplicated = true;
-        any_duplicated = true;
-      }
-    }
-  }
-  target.SetAliasDuplicatedPairs(pairs);
+  any_duplicated = FlagPairs(IndexOf(others), skip_same_uid, target);
   return true;
 }
 
 bool _CheckAndSetConflictingAccountNames(const std::vector<RECORD::DomainUser>& others,
                                          const bool& skip_same_uid, RECORD::DomainUser& target) {
-  std::vector<std::string> names;
-  for (const auto& [alias, is_duplicated] : target.GetAliasDuplicatedPairs()) {
-    for (const RECORD::DomainUser& other : others) {
-      if (IsComparable(other, target, skip_same_uid) &&
-          EqualsIgnoreCase(TrimDomainName(other.GetUserName()), alias)) {
-        names.push_back(other.GetUserName());
-      }
-    }
-  }
-  target.SetConflictingAccountNames(names);
-  return !names.empty();
+  return SetConflictingNames(AccountNameIndex(others), skip_same_uid, target);
 }
 
 bool _CompareDomainUserByAccountAlias(const RECORD::DomainUser& a, const RECORD::DomainUser& b) {

@@ -1,8 +1,9 @@
 // Which aliases collide, which candidates are dropped, which account names conflict.
 //
 // Aliases are equal when they are equal ignoring ASCII case; only aliases of one domain are ever
-// compared. A colliding alias is flagged and stored, never refused. The rules here compare one with
-// each; callers that have many to compare use alias_index.h, which gives the same outcome.
+// compared. A colliding alias is flagged and stored, never refused. The rules lie in alias_index.h.
+// The first five functions here apply them to plain lists and make an index at each call: whoever
+// has many users to compare with the same list makes the index once and uses it.
 #ifndef LIB_DOMAIN_CONTROL_ALIAS_CONFLICT_H
 #define LIB_DOMAIN_CONTROL_ALIAS_CONFLICT_H
 
@@ -17,8 +18,9 @@
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
-// Flags the candidate when its domain holds an equal alias, and sets `same_user_has_it` when one of
-// those is the candidate's own user's. Neither is ever cleared: callers preset `same_user_has_it`.
+// Flags the candidate when its domain holds an equal alias, and sets `same_user_has_it` when the
+// candidate's own user is one of the holders. Neither is ever cleared: the caller presets
+// `same_user_has_it`.
 void _CheckAndSetDomainUserAliasDuplicated(const std::vector<RECORD::DomainUserAlias>& existing,
                                            RECORD::DomainUserAlias& candidate,
                                            bool& same_user_has_it);
@@ -28,9 +30,9 @@ void _CheckAndSetDomainUserAliasDuplicated(const std::vector<RECORD::DomainUserA
 void _CheckAndSetDomainUsersAliasesDuplicated(const std::vector<RECORD::DomainUserAlias>& existing,
                                               std::vector<RECORD::DomainUserAlias>& candidates);
 
-// Removes neighbours with equal aliases, the first stays. Neither domain nor uid is compared, so
-// over several users it would take an alias away from the second of two neighbours who want it: use
-// it on one user's aliases in one domain.
+// Removes neighbours with equal aliases, the first stays. Neither domain nor uid is compared, so in
+// a list of several users it takes the alias away from the second of two neighbours who want it:
+// use it on one user's aliases in one domain.
 void _CheckAndEraseDupAlias(std::vector<RECORD::DomainUserAlias>& aliases);
 
 // Flags the target's pairs that equal an alias of one of the `others` in its domain, and tells

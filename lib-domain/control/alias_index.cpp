@@ -1,4 +1,4 @@
-// Collisions through hash tables whose keys are domain and folded text.
+// Collisions are found in hash tables whose keys are the domain and the folded text.
 #include "lib-domain/control/alias_index.h"
 
 #include <set>
@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "lib-domain/base/text.h"
-#include "lib-domain/control/alias_conflict.h"
 #include "platform/include/account.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
@@ -33,7 +32,7 @@ std::vector<int> DomainsOfAll(const std::vector<Record>& records) {
   return {domain_idxs.begin(), domain_idxs.end()};
 }
 
-// What decides between equal aliases: the smallest is the clean one.
+// What decides between equal aliases: the smallest claim gets the clean one.
 struct Claim {
   bool has_no_role;
   std::string role;
@@ -110,14 +109,15 @@ AccountNameIndex::AccountNameIndex(const std::vector<RECORD::DomainUser>& users)
   }
 }
 
-void AccountNameIndex::AppendNames(int domain_idx, unsigned int uid, const std::string& alias,
+void AccountNameIndex::AppendNames(int domain_idx, const std::string& alias,
+                                   std::optional<unsigned int> skipped_uid,
                                    std::vector<std::string>& names) const {
   const auto found = accounts_.find(Key(domain_idx, alias));
   if (found == accounts_.end()) {
     return;
   }
   for (const Account& account : found->second) {
-    if (account.uid != uid) {
+    if (account.uid != skipped_uid) {
       names.push_back(account.user_name);
     }
   }
@@ -148,46 +148,69 @@ void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases) {
   aliases = std::move(kept);
 }
 
-void CheckAndFlagCandidates(const AliasIndex& existing,
-                            std::vector<RECORD::DomainUserAlias>& candidates) {
-  AliasIndex batch;
+bool FlagCandidate(const AliasIndex& existing, RECORD::DomainUserAlias& candidate) {
+  const int domain_idx = candidate.GetDomainIdx();
+  const std::string alias = candidate.GetAccountAlias();
+  if (!existing.IsHeld(domain_idx, alias)) {
+    return false;
+  }
+  candidate.SetIsDuplicated(true);
+  return existing.IsHeldBy(domain_idx, candidate.GetUID(), alias);
+}
+
+void DropOwnAndFlagOthers(const AliasIndex& existing,
+                          std::vector<RECORD::DomainUserAlias>& candidates) {
   std::vector<RECORD::DomainUserAlias> kept;
   kept.reserve(candidates.size());
   for (RECORD::DomainUserAlias& candidate : candidates) {
-    const int domain_idx = candidate.GetDomainIdx();
-    const std::string alias = candidate.GetAccountAlias();
-    if (existing.IsHeldBy(domain_idx, candidate.GetUID(), alias)) {
-      continue;
+    if (!FlagCandidate(existing, candidate)) {
+      kept.push_back(std::move(candidate));
     }
-    if (existing.IsHeld(domain_idx, alias) || batch.IsHeld(domain_idx, alias)) {
-      candidate.SetIsDuplicated(true);
-    }
-    batch.Add(domain_idx, candidate.GetUID(), alias);
-    kept.push_back(std::move(candidate));
   }
   candidates = std::move(kept);
 }
 
-bool CheckAndFlagPairs(const AliasIndex& others, AliasIndex& batch, RECORD::DomainUser& target) {
+void CheckAndFlagCandidates(const AliasIndex& existing,
+                            std::vector<RECORD::DomainUserAlias>& candidates) {
+  DropOwnAndFlagOthers(existing, candidates);
+  AliasIndex earlier;
+  for (RECORD::DomainUserAlias& candidate : candidates) {
+    FlagCandidate(earlier, candidate);
+    earlier.Add(candidate.GetDomainIdx(), candidate.GetUID(), candidate.GetAccountAlias());
+  }
+}
+
+bool FlagPairs(const AliasIndex& others, bool skip_same_uid, RECORD::DomainUser& target) {
   const int domain_idx = target.GetDomainIdx();
   bool any_duplicated = false;
   AliasPairs pairs = target.GetAliasDuplicatedPairs();
   for (auto& [alias, is_duplicated] : pairs) {
-    if (others.IsHeldByOther(domain_idx, target.GetUID(), alias) ||
-        batch.IsHeldByOther(domain_idx, target.GetUID(), alias)) {
+    if (skip_same_uid ? others.IsHeldByOther(domain_idx, target.GetUID(), alias)
+                      : others.IsHeld(domain_idx, alias)) {
       is_duplicated = true;
       any_duplicated = true;
     }
-    batch.Add(domain_idx, target.GetUID(), alias);
   }
   target.SetAliasDuplicatedPairs(pairs);
   return any_duplicated;
 }
 
-bool CheckAndSetConflictingNames(const AccountNameIndex& others, RECORD::DomainUser& target) {
+bool CheckAndFlagPairs(const AliasIndex& others, AliasIndex& batch, RECORD::DomainUser& target) {
+  const bool is_among_others = FlagPairs(others, true, target);
+  const bool is_in_batch = FlagPairs(batch, true, target);
+  batch.Add(target.ExtractDomainUserAliases());
+  return is_among_others || is_in_batch;
+}
+
+bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
+                         RECORD::DomainUser& target) {
+  std::optional<unsigned int> skipped_uid;
+  if (skip_same_uid) {
+    skipped_uid = target.GetUID();
+  }
   std::vector<std::string> names;
   for (const auto& [alias, is_duplicated] : target.GetAliasDuplicatedPairs()) {
-    others.AppendNames(target.GetDomainIdx(), target.GetUID(), alias, names);
+    others.AppendNames(target.GetDomainIdx(), alias, skipped_uid, names);
   }
   target.SetConflictingAccountNames(names);
   return !names.empty();

@@ -1,12 +1,12 @@
-// The collision rules for many users at once: aliases and account names found by their folded text.
+// The collision rules: aliases and account names of a domain, found by their folded text.
 //
-// Each function names the rule of alias_conflict.h whose outcome it gives, in time linear in the
-// number of aliases, also when everybody has the same alias (a pattern without placeholders).
-// Beyond the rules it compares the users of one batch with each other, who would otherwise all be
-// stored as the alias's only owner.
+// Every rule takes time linear in the number of aliases, also when everybody has the same alias (a
+// pattern without placeholders). The rules for a batch compare its users with each other as well:
+// without that, all of them would be stored as the only owner of one alias.
 #ifndef LIB_DOMAIN_CONTROL_ALIAS_INDEX_H
 #define LIB_DOMAIN_CONTROL_ALIAS_INDEX_H
 
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -29,8 +29,8 @@ class AliasIndex {
   bool IsHeldByOther(int domain_idx, unsigned int uid, const std::string& alias) const;
 
  private:
-  // Enough to tell whether somebody else has it, without a list that could be as long as the
-  // domain.
+  // Tells whether somebody else has the alias without a list of all its holders, which could be as
+  // long as the domain.
   struct Holders {
     unsigned int first_uid;
     bool are_several;
@@ -39,15 +39,15 @@ class AliasIndex {
   std::unordered_set<std::string> owned_;
 };
 
-// Whose short account name is a text, in which domain.
+// Which users of a domain have which short account name; letter case (ASCII) does not matter.
 class AccountNameIndex {
  public:
   explicit AccountNameIndex(const std::vector<RECORD::DomainUser>& users);
 
-  // Appends the full names of the users of the domain, but for `uid`, whose short account name
-  // equals `alias`, in the order in which they were given.
-  void AppendNames(int domain_idx, unsigned int uid, const std::string& alias,
-                   std::vector<std::string>& names) const;
+  // Appends the full names of the domain's users whose short account name equals `alias`, in the
+  // order in which they were given, without the user `skipped_uid` if one is named.
+  void AppendNames(int domain_idx, const std::string& alias,
+                   std::optional<unsigned int> skipped_uid, std::vector<std::string>& names) const;
 
  private:
   struct Account {
@@ -61,29 +61,42 @@ class AccountNameIndex {
 std::vector<int> DomainsOf(const std::vector<RECORD::DomainUser>& users);
 std::vector<int> DomainsOf(const std::vector<RECORD::DomainUserAlias>& aliases);
 
-// _CheckAndEraseDupAlias on each user's own run of aliases in a domain; what is left keeps its
-// order.
+// Removes aliases that repeat the one before them of the same user in the same domain. The others
+// keep their order.
 void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases);
 
-// _CheckAndSetDomainUsersAliasesDuplicated; besides, a candidate that an earlier one equals is
-// flagged.
+// Flags the candidate when `existing` holds its alias. True when its own user holds it. A flag is
+// never cleared.
+bool FlagCandidate(const AliasIndex& existing, RECORD::DomainUserAlias& candidate);
+
+// Removes the candidates whose own user holds the alias already, and flags those that others hold.
+void DropOwnAndFlagOthers(const AliasIndex& existing,
+                          std::vector<RECORD::DomainUserAlias>& candidates);
+
+// The same for a batch: a candidate that equals an earlier one is flagged, too.
 void CheckAndFlagCandidates(const AliasIndex& existing,
                             std::vector<RECORD::DomainUserAlias>& candidates);
 
-// _CheckAndSetAliasDuplicatedPairs without the same uid; besides, the target's aliases are compared
-// with, and added to, `batch`. True when any is held by another user.
+// Flags the target's aliases that `others` holds, with `skip_same_uid` those that somebody else
+// holds. True when there are any. Flags that were set before stay and do not count.
+bool FlagPairs(const AliasIndex& others, bool skip_same_uid, RECORD::DomainUser& target);
+
+// The same for a user of a batch: compares with the users of `batch`, too, and adds the target to
+// them. The user's own aliases never count.
 bool CheckAndFlagPairs(const AliasIndex& others, AliasIndex& batch, RECORD::DomainUser& target);
 
-// _CheckAndSetConflictingAccountNames without the same uid.
-bool CheckAndSetConflictingNames(const AccountNameIndex& others, RECORD::DomainUser& target);
+// Replaces the target's conflicting account names: for each of its aliases, the full names of the
+// users whose short account name it equals. True when there are any.
+bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
+                         RECORD::DomainUser& target);
 
-// Sets the flags of all aliases of the given domain users anew: of equal aliases in a domain one is
-// clean. It is that of the smallest role ("domain_admin" before "normal", users without a role
-// last); among those one that is clean now; among those the first one listed. True for every user,
-// in order, any of whose flags changed.
+// Sets the flags of all aliases of the given users anew: of equal aliases in a domain one is clean.
+// The smallest role gets it ("domain_admin" before "normal", users without a role last); among
+// users of that role whoever has it clean now; among those the first one listed. The result tells
+// of each user, in order, whether a flag changed.
 //
-// The plain listing shows flagged aliases first. Taken as it is, it would hand an address to the
-// other person at every pass, and back at the next; so whoever has it keeps it.
+// The listing shows flagged aliases first. If its order alone decided, every pass would hand the
+// address to the other user and the next one would hand it back; so whoever has it keeps it.
 std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users);
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL

@@ -22,10 +22,10 @@ namespace {
 
 using MemberStatus = std::tuple<unsigned int, std::string, std::string>;
 
-const char* const kStatusNormal = "normal";
-const char* const kStatusRemoved = "removed";
+constexpr const char* kStatusNormal = "normal";
+constexpr const char* kStatusRemoved = "removed";
 
-// Members of the groups, of each the mirror's.
+// Appends the mirrored members of all groups, group by group.
 bool ListMembersOfGroups(const std::vector<unsigned int>& gids, std::vector<unsigned int>& uids) {
   if (gids.size() == 1) {
     return DB::Group().ListGroupToUsers(gids.front(), uids);
@@ -158,7 +158,8 @@ bool DomainGroup::CheckMemberStatus(const int& domain_idx, const unsigned int& g
   if (uids.empty()) {
     return true;
   }
-  // One read each for all members; a failure is told of the first, at whom it would show.
+  // Names and status are read once for all members. A failure is logged for the first of them, as
+  // if they had been read one by one.
   std::unordered_map<unsigned int, std::string> names;
   if (!DB::User().GetNames(uids, names)) {
     LOG_ERROR("Failed to GetName, uid: [%u]", uids.front());

@@ -1,9 +1,9 @@
 // Whole operations on the groups of domains and on their members' status.
 //
-// A member of a group of a domain is a user of the domain with the group's role, unless he was
-// taken out of the domain one by one: then he is on record as removed, for each group, until he is
-// restored. Every operation stops at the first step that fails, logs it and returns false; nothing
-// is rolled back across steps.
+// Members of a group of a domain are users of the domain with the group's role. A member who was
+// taken out of the domain is on record as removed, for each group, until restored. Every operation
+// stops at the first step that fails, logs it and returns false; nothing is rolled back across
+// steps.
 #ifndef LIB_DOMAIN_CONTROL_DOMAIN_GROUP_H
 #define LIB_DOMAIN_CONTROL_DOMAIN_GROUP_H
 
@@ -31,10 +31,10 @@ class DomainGroup {
   // Adds groups to their domains or changes their roles; invalid records are skipped.
   bool Set(const std::vector<RECORD::DomainGroupRole>& roles);
 
-  // Takes groups out of the domain with their removal records, and with them their members whom no
-  // other group of the domain holds: these lose aliases and roles, also a role of their own. Then
-  // what names the groups in the alias table and the disclaimers goes, and the users are announced
-  // to the SMTP side (a failure of that is only logged).
+  // Takes groups and their removal records out of the domain. Members who are in no other group of
+  // the domain leave it, too: they lose their aliases and roles, also direct ones. Then what names
+  // the groups in the alias table and the disclaimers is removed, and the users are announced to
+  // the SMTP side (a failure of that is only logged).
   bool Delete(const int& domain_idx, const std::vector<unsigned int>& gids);
 
   bool List(DB::DomainDBFilter& filter, std::vector<RECORD::DomainGroup>& groups);
@@ -49,9 +49,9 @@ class DomainGroup {
   bool ListMembers(const int& domain_idx, const unsigned int& gid,
                    std::vector<std::string>& user_names);
 
-  // Appends (uid, user name, "normal" or "removed") of every member of the group and puts removed
-  // ones first. "normal" is who has an alias in the domain, through whatever membership. A member
-  // who is not mirrored has an empty name.
+  // Appends (uid, user name, "normal" or "removed") of every member of the group, removed ones
+  // first. A member is "normal" who has an alias in the domain, through whatever membership.
+  // Members who are not mirrored have an empty name.
   bool CheckMemberStatus(const int& domain_idx, const unsigned int& gid,
                          std::vector<std::tuple<unsigned int, std::string, std::string>>& members);
 
@@ -64,7 +64,7 @@ class DomainGroup {
 
  private:
   bool _CreateImp(const int& domain_idx, const std::vector<RECORD::Group>& groups);
-  // 0: the user has an alias in the domain; 2: he has none. `gid` does not matter.
+  // 0: the user has an alias in the domain; 2: the user has none. `gid` does not matter.
   bool _CheckSingleMemberStatus(const int& domain_idx, const unsigned int& gid,
                                 const unsigned int& uid, int& status);
   bool _DeleteRows(const int& domain_idx, const std::vector<unsigned int>& gids,

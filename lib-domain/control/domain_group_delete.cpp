@@ -99,8 +99,7 @@ bool DomainGroup::_DeleteAliasRelatedSettings(const int& domain_idx,
 
 bool DomainGroup::_DeleteDiscalmerRelatedSettings(const int& domain_idx,
                                                   const std::vector<unsigned int>& gids) {
-  if (INTERNAL::RemoveGroupsFromDisclaimers(domain_idx, gids) !=
-      INTERNAL::DisclaimerOutcome::kDone) {
+  if (!INTERNAL::RemoveGroupsFromDisclaimers(domain_idx, gids)) {
     LOG_ERROR("Failed to delete Disclamer");
     return false;
   }

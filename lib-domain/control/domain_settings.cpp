@@ -1,4 +1,4 @@
-// What hangs on a domain outside the domain database: made with it, removed after it.
+// What hangs on a domain outside the domain database: created with it, removed after it.
 
 #include <algorithm>
 #include <string>
@@ -17,8 +17,8 @@ namespace MDOMAIN::CONTROL {
 
 namespace {
 
-// Other machines read the blind-copy rules from the published file. Once for all domains, and also
-// when a later step failed: the rules of the domains before it are gone.
+// Other machines read the blind-copy rules from the published file. It is published once for all
+// domains, and also when a later step failed: the rules of the domains before it are gone.
 bool PublishBccRules() {
   const std::string path = PATHS::SettingsDb();
   if (KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile("bcc_db", path) < 0) {
@@ -94,7 +94,6 @@ bool Domain::_DeleteDisclaimerSettings(const int& domain_idx) {
     case INTERNAL::DisclaimerOutcome::kSaveFailed:
       LOG_ERROR("Failed to save mimedefang settings");
       return false;
-    case INTERNAL::DisclaimerOutcome::kRemoveFailed:
     case INTERNAL::DisclaimerOutcome::kDone:
       break;
   }

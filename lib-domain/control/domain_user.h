@@ -1,9 +1,9 @@
 // Whole operations on the users of domains: adding, previewing, changing, removing, repairing.
 //
-// A user of a domain has aliases there and a role, of its own or through groups. Every operation
-// stops at the first step that fails, logs it and returns false; nothing is rolled back across
-// steps. Users whose addresses change are announced to the SMTP side; an announcement that fails is
-// logged and stops nothing. Comparisons of aliases ignore ASCII case and never leave one domain.
+// A user of a domain has aliases there and a role, either a direct one or one through groups. Every
+// operation stops at the first step that fails, logs it and returns false; nothing is rolled back
+// across steps. Users whose addresses change are announced to the SMTP side; an announcement that
+// fails is logged and stops nothing. Aliases are compared within one domain, ignoring ASCII case.
 //
 // The sources, all of which log as lib-domain/control/domain_user: domain_user.cpp has the reads,
 // domain_user_create.cpp adding and the preview, domain_user_set.cpp changes,
@@ -30,7 +30,7 @@ namespace MDOMAIN::CONTROL {
 class DomainUser {
  public:
   // These forward to the store. Only users who hold a role are listed; the filter's offset and
-  // limit count users, not aliases. ListWithExtraInfo also tells who has no role of its own.
+  // limit count users, not aliases. ListWithExtraInfo also tells who has no direct role.
   bool List(DB::DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users);
   bool ListWithExtraInfo(DB::DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users);
   bool List(const int& domain_idx, std::list<std::string>& user_names);
@@ -54,15 +54,15 @@ class DomainUser {
   // and empty. The alias may be any text.
   bool GetDomainAliasUser(const int& domain_idx, const std::string& alias, std::string& user_name);
 
-  // The role that the user's groups give in the domain, whatever role it has of its own and whether
-  // or not it was removed from it; empty when none of its groups has one.
+  // The role that the user's groups give in the domain, whatever direct role the user has and
+  // whether or not the user was removed from it; empty when none of the groups has one.
   bool GetResultGroupRole(const int& domain_idx, const unsigned int& uid, std::string& role);
 
   // Gives mirrored users the role "normal" in the domain, marked auto-added; a role they had is
-  // replaced. Names that are not mirrored and internal accounts are skipped. Their aliases are
-  // CreateUsersAliases' business.
+  // replaced. Names that are not mirrored and internal accounts are skipped. CreateUsersAliases
+  // adds their aliases.
   bool CreateFromUser(const int& domain_idx, const std::vector<std::string>& user_short_names);
-  // The same from records; users that are not mirrored yet are.
+  // The same from records. Users who are not mirrored yet are mirrored first.
   bool CreateFromBackend(const int& domain_idx, const std::vector<RECORD::User>& users);
 
   // Adds aliases to users of any domains; those that the user already has are dropped from
@@ -71,11 +71,12 @@ class DomainUser {
   // to them. An empty list does nothing.
   bool CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliases);
 
-  // Replaces role and aliases of users of any domains. The role "group" takes the user's own role
-  // away. A user given without any alias keeps the stored ones. Collisions are flagged in `users`;
-  // a user with a collision with another stored or given user, or with an alias that is another's
-  // account name, is appended to `conflicts` (once for each of the two) and written all the same.
-  // Who has an alias unflagged keeps it unless the other has the smaller role.
+  // Replaces role and aliases of users of any domains. The role "group" takes the user's direct
+  // role away. A user given without any alias keeps the stored ones. Collisions are flagged in
+  // `users`; a user with a collision with another stored or given user, or with an alias that is
+  // another's account name, is appended to `conflicts` (once for each of the two) and written all
+  // the same. A user who has an alias unflagged keeps it unless the other user has the smaller
+  // role.
   bool Set(std::vector<RECORD::DomainUser>& users, std::vector<RECORD::DomainUser>& conflicts);
 
   // Takes users out of a domain: roles, aliases, and what names them in the alias table, the BCC
@@ -91,8 +92,8 @@ class DomainUser {
                           std::vector<RECORD::DomainUser>& preview);
 
   // Sets the flags of the domains' aliases anew: of equal aliases one stays clean. The smallest
-  // role has it ("domain_admin" first), among equal roles who has it unflagged now, then the first
-  // listed. Running it again changes nothing; users whose flags stay are not written.
+  // role gets it ("domain_admin" first), among equal roles whoever has it unflagged now, then the
+  // first one listed. Running it again changes nothing; users whose flags stay are not written.
   bool UpdateDuplicateAlias(const std::vector<int>& domain_idxs);
   bool UpdateAllDuplicateAlias();
 
@@ -110,7 +111,7 @@ class DomainUser {
                                              const std::vector<std::string>& user_short_names,
                                              std::vector<RECORD::DomainUser>& preview);
   bool _CheckAndSetDomainUsersDuplicated(std::vector<RECORD::DomainUser>& users);
-  // The stored users, aliases of the domains; no domains give none.
+  // The stored users (aliases) of the domains; none for an empty list.
   bool _GetCompareDBDomainUsers(const std::vector<int>& domain_idxs,
                                 std::vector<RECORD::DomainUser>& users);
   bool _GetCompareDBDomainUsersAliases(const std::vector<int>& domain_idxs,

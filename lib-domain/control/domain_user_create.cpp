@@ -43,7 +43,7 @@ bool DomainUser::_CreateImp(const int& domain_idx, const std::vector<RECORD::Use
 
 bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliases) {
   if (aliases.empty()) {
-    return true;  // a notice of nobody would only wipe out the one before
+    return true;  // a notice without users would only overwrite the last one
   }
   INTERNAL::EraseRepeatsOfEachUser(aliases);
   if (!_DeleteRemovedRecords(aliases)) {
@@ -117,7 +117,7 @@ bool DomainUser::_PreviewDomainUsersFromUserShortNames(
     return false;
   }
   if (user_short_names.empty()) {
-    return true;  // before a directory is searched for nobody
+    return true;  // no search in a directory for nobody
   }
   std::map<std::string, std::string> aliases;
   if (!UTILS::DefaultAliasGetter(pattern).GetAliasFromUserShortNames(user_short_names, aliases)) {

@@ -1,4 +1,4 @@
-// Taking users out of a domain, with everything there that names them.
+// Taking users out of a domain, with everything that names them there.
 
 #include <tuple>
 #include <unordered_map>
@@ -17,11 +17,11 @@ namespace MDOMAIN::CONTROL {
 
 namespace {
 
-const char* const kBccFileKey = "bcc_db";
+constexpr const char* kBccFileKey = "bcc_db";
 
 using Removals = std::vector<std::tuple<int, unsigned int, unsigned int>>;
 
-// What the groups of the domain that reach the users now make of a removal: (domain, gid, uid).
+// Appends (domain, gid, uid) for each group of the domain that makes one of the users a member now.
 bool FindRemovals(DB::DomainUser& store, int domain_idx, const std::vector<unsigned int>& uids,
                   Removals& removals) {
   if (uids.empty()) {
@@ -74,8 +74,8 @@ bool DomainUser::_DeleteRows(const int& domain_idx, const std::vector<unsigned i
     LOG_ERROR("Failed to DeleteUsersRoles");
     return false;
   }
-  // A role of its own had hidden the groups of a user: only now do they reach him, and would bring
-  // him back at the next refresh.
+  // A direct role hides the user's groups in the domain. They show only now, and would bring the
+  // user back at the next refresh.
   if (!_RecordRemovalFromGroups(domain_idx, uids)) {
     return false;
   }
@@ -154,8 +154,7 @@ bool DomainUser::_DeleteBCCRelatedSettings(const int& domain_idx,
 
 bool DomainUser::_DeleteDiscalmerRelatedSettings(const int& domain_idx,
                                                  const std::vector<unsigned int>& uids) {
-  if (INTERNAL::RemoveUsersFromDisclaimers(domain_idx, uids) !=
-      INTERNAL::DisclaimerOutcome::kDone) {
+  if (!INTERNAL::RemoveUsersFromDisclaimers(domain_idx, uids)) {
     LOG_ERROR("Failed to delete Disclamer");
     return false;
   }

@@ -1,4 +1,4 @@
-// What a refresh sets right: flags of colliding aliases, and users who lost their role.
+// What a refresh repairs: flags of colliding aliases, and users who lost their role.
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
@@ -10,7 +10,7 @@ namespace MDOMAIN::CONTROL {
 
 namespace {
 
-// The uids in order, each once: the listing names a user once for each pair of his aliases.
+// The uids in order, each once: the listing names a user once for each alias.
 std::vector<unsigned int> EachOnce(const std::vector<unsigned int>& uids) {
   std::unordered_set<unsigned int> seen;
   std::vector<unsigned int> once;
@@ -28,7 +28,7 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
   if (domain_idxs.empty()) {
     return true;
   }
-  // Users rather than bare aliases: the role decides, too.
+  // Lists users instead of aliases because the role decides, too.
   std::vector<RECORD::DomainUser> users;
   if (!_GetCompareDBDomainUsers(domain_idxs, users)) {
     LOG_ERROR("Failed to ListDomainUsersAliases");

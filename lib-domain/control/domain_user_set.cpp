@@ -11,8 +11,8 @@ namespace MDOMAIN::CONTROL {
 
 namespace {
 
-// In place of a role: the user's groups decide.
-const char* const kRoleOfGroups = "group";
+// Given in place of a role: the user's groups decide.
+constexpr const char* kRoleOfGroups = "group";
 
 void FindConflicts(const std::vector<RECORD::DomainUser>& stored,
                    std::vector<RECORD::DomainUser>& users,
@@ -25,16 +25,16 @@ void FindConflicts(const std::vector<RECORD::DomainUser>& stored,
     if (INTERNAL::CheckAndFlagPairs(others, batch, user)) {
       conflicts.push_back(user);
     }
-    if (INTERNAL::CheckAndSetConflictingNames(names, user)) {
+    if (INTERNAL::SetConflictingNames(names, true, user)) {
       conflicts.push_back(user);
     }
   }
 }
 
-// The aliases to store. The check flags an alias that somebody else has as well, also when it is
-// this user's already and the other's is the flagged one. Stored like that both would be flagged
-// and the pass that follows could give the address to the other, so what the user has unflagged
-// stays unflagged.
+// The aliases to store. FindConflicts flags every alias that another user has, too, even when this
+// user owns it and the other one's is the flagged copy. If it were stored like that, both would be
+// flagged, and UpdateDuplicateAlias could give the address to the other user. So an alias that the
+// user has unflagged now is stored unflagged.
 std::vector<RECORD::DomainUserAlias> ComposeAliases(const std::vector<RECORD::DomainUser>& stored,
                                                     const std::vector<RECORD::DomainUser>& users) {
   INTERNAL::AliasIndex clean;
@@ -71,7 +71,7 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
   }
   FindConflicts(stored, users, conflicts);
 
-  // Committed before the notice goes out, or its reader would find the old addresses.
+  // Committed before the notice: whoever reads the notice must find the new addresses.
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   if (!_WriteRoles(users)) {
     return false;

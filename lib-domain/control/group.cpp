@@ -76,14 +76,6 @@ bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>&
   return store_.ListGroupToUsers(gid, uids);
 }
 
-bool Group::_CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
-  return _HandleUsersBelongToGroupsImp(groups, false);
-}
-
-bool Group::_UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
-  return _HandleUsersBelongToGroupsImp(groups, true);
-}
-
 bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
                                           const bool& is_update) {
   if (groups.empty()) {

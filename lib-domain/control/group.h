@@ -1,9 +1,9 @@
-// The mirror of groups: whenever groups are written, their members are asked of the account system.
+// The mirror of groups: whenever groups are written, the account system is asked for their members.
 //
-// The members that the account system knows as users are mirrored with the group. Asking comes
+// The members that the account system knows as users are mirrored with the group. It is asked
 // before the membership rows are written, so a slow directory never holds the database's write
-// lock; the rows of all groups are one transaction. A group whose members cannot be told keeps the
-// rows it has and is skipped with a log line, the call succeeds.
+// lock; the rows of all groups are one transaction. A group whose members cannot be read is logged
+// and skipped and keeps its rows; the call succeeds.
 #ifndef LIB_DOMAIN_CONTROL_GROUP_H
 #define LIB_DOMAIN_CONTROL_GROUP_H
 
@@ -30,9 +30,9 @@ class Group {
   // members are only added. An empty list asks nothing of the account system.
   bool Create(const std::vector<RECORD::Group>& groups);
 
-  // Rewrites name, description and, where they differ from the mirror, the members of groups: who
-  // left a group loses his row. A change of the number of members is logged as a notice. An empty
-  // list asks nothing of the account system.
+  // Rewrites name, description and, where they differ from the mirror, the members of groups: users
+  // who left a group lose their rows. A change of the number of members is logged as a notice. An
+  // empty list asks nothing of the account system.
   bool Set(const std::vector<RECORD::Group>& groups);
 
   // Deletes groups with their membership rows and everything that they have in any domain.
@@ -46,8 +46,12 @@ class Group {
   using GroupMembers = std::pair<const RECORD::Group*, std::vector<RECORD::User>>;
   using UidsByGid = std::map<unsigned int, std::vector<unsigned int>>;
 
-  bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
-  bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
+  bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
+    return _HandleUsersBelongToGroupsImp(groups, false);
+  }
+  bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
+    return _HandleUsersBelongToGroupsImp(groups, true);
+  }
   bool _HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
                                      const bool& is_update);
 

@@ -1,5 +1,6 @@
-// New accounts and groups come into the domains that add them automatically, with the aliases that
-// the domain's pattern gives; roles that a group gives as well go.
+// Adds new accounts and groups to the domains that add them automatically, with aliases from the
+// domain's pattern. Removes auto-added roles that a group gives as well.
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -19,8 +20,8 @@ namespace {
 
 using Uids = std::unordered_set<unsigned int>;
 
-// The preview knows one user of a short name, perhaps one who is in the domain already: its aliases
-// go to the user they are meant for.
+// Appends the record's aliases as those of `uid`. Of several users of one short name the preview
+// knows only one, who may be in the domain already.
 void AppendAliases(const RECORD::DomainUser& record, unsigned int uid,
                    std::vector<RECORD::DomainUserAlias>& aliases) {
   for (RECORD::DomainUserAlias& alias : record.ExtractDomainUserAliases()) {
@@ -36,6 +37,10 @@ std::vector<std::pair<int, unsigned int>> RolesThatGroupsGive(
     return {};
   }
   INTERNAL::Domain2GidsMap gids_by_domain = INTERNAL::GetAllDomain2GidsMap();
+  if (std::all_of(gids_by_domain.begin(), gids_by_domain.end(),
+                  [](const auto& domain) { return domain.second.empty(); })) {
+    return {};  // without reading the members of all groups
+  }
   const INTERNAL::Gid2UidsMap uids_by_gid = INTERNAL::GetGid2UidsMap();
   std::map<int, Uids> covered_by_domain;
   std::vector<std::pair<int, unsigned int>> given;
@@ -99,7 +104,7 @@ bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
     return false;
   }
   const AttributeScope one_search(AliasPatternsOf(domain_idxs));
-  // Domains that add accounts by themselves mostly have the same groups.
+  // Domains that add accounts automatically mostly have the same groups.
   std::vector<unsigned int> gids;
   Uids covered;
   for (const int domain_idx : domain_idxs) {
@@ -154,7 +159,7 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>
   std::vector<RECORD::DomainUserAlias> aliases;
   for (const RECORD::DomainUser& record : records) {
     for (const RECORD::User& user : candidates[TrimDomainName(record.GetUserName())]) {
-      // Whom a group covers has the group's role.
+      // Members of a group of the domain get the group's role.
       if (covered_uids.count(user.GetUID()) == 0) {
         users_with_role.push_back(user);
       }

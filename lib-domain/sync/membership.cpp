@@ -1,5 +1,5 @@
-// Every map is read with one statement. Only when that fails are the groups or domains asked one by
-// one, so that one that can be read is not lost with one that cannot.
+// Every map is read with one statement. When that fails, the groups or domains are read one by one,
+// so that a single one that cannot be read does not lose the others.
 
 #include "lib-domain/sync/membership.h"
 

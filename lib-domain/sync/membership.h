@@ -13,10 +13,10 @@ namespace MDOMAIN::UTILS::INTERNAL {
 using Gid2UidsMap = std::map<unsigned int, std::unordered_set<unsigned int>>;
 using Domain2GidsMap = std::map<int, std::vector<unsigned int>>;
 
-// Members of every mirrored group, of those without members too. A group whose members cannot be
+// Members of every mirrored group, also of those without members. A group whose members cannot be
 // read is logged and not in the map; when the groups cannot be listed the map is empty.
 Gid2UidsMap GetGid2UidsMap();
-// The groups of each given domain, of those without groups too. A domain whose groups cannot be
+// The groups of each given domain, also of those without groups. A domain whose groups cannot be
 // read is logged and not in the map.
 Domain2GidsMap GetDomain2GidsMap(const std::vector<int>& domain_idxs);
 Domain2GidsMap GetAllDomain2GidsMap();
@@ -30,7 +30,7 @@ std::unordered_set<unsigned int> GetUidsBelongedToGroups(const std::vector<RECOR
 bool IsUserBelongsToGroups(const std::vector<unsigned int>& gids, const Gid2UidsMap& uids_by_gid,
                            unsigned int uid);
 // Whether the user is a mirrored member of any group with a role in the domain. `result` is only
-// ever set to true: callers preset it.
+// ever set to true: preset it.
 bool IsBelongingGroupsInDomain(const int& domain_idx, const unsigned int& uid, bool& result);
 
 }  // namespace MDOMAIN::UTILS::INTERNAL

@@ -1,5 +1,5 @@
-// What is new, known and gone between the account system and its mirror. Ids alone decide: a
-// renamed account is a known one.
+// Which accounts are new, known and gone, comparing the account system with its mirror. Only ids
+// count: a renamed account is a known one.
 #ifndef LIB_DOMAIN_SYNC_MIRROR_DIFFERENCE_H
 #define LIB_DOMAIN_SYNC_MIRROR_DIFFERENCE_H
 
@@ -52,8 +52,8 @@ struct MirrorDifference {
   std::vector<unsigned int> deleted_ids;  // rows without an account
 };
 
-// All lists in the order of their input. An answer that was cut short deletes nothing: it is the
-// caller's to drop `deleted_ids` then.
+// All lists are in the order of their input. When the accounts are incomplete, nothing may be
+// deleted: the caller drops `deleted_ids` then.
 template <typename Record>
 MirrorDifference<Record> CompareWithMirror(const std::vector<Record>& accounts,
                                            const std::vector<unsigned int>& mirrored_ids) {

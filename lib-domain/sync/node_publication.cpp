@@ -1,3 +1,4 @@
+// Which files are published, and under which keys.
 #include "lib-domain/sync/node_publication.h"
 
 #include <algorithm>
@@ -17,7 +18,7 @@ namespace {
 constexpr const char* kContentFile = "domain-";
 constexpr const char* kContentKey = "sync_disclaimer_content_file-";
 
-// Texts that are only half in force stand beside, under longer names.
+// Texts that are not in force yet lie in the same folder under longer names.
 bool IsNumber(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }

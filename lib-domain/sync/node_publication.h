@@ -4,8 +4,8 @@
 
 namespace MDOMAIN::UTILS {
 
-// The key under which the domain database is published. The machine that did it is the one that
-// manages the domains.
+// The key under which the domain database is published. The machine that published it manages the
+// domains.
 constexpr const char* kDatabaseKey = "mailserver_domain_db";
 
 // Publishes those of them that changed since they were published: the settings database ("bcc_db"),
@@ -13,8 +13,8 @@ constexpr const char* kDatabaseKey = "mailserver_domain_db";
 // the disclaimers ("sync_disclaimer_content_file-N"). A file that does not exist is passed over.
 // True with nothing done when the key store is not shared between machines. False with a log line.
 //
-// Every publication of the domain data ends with it, so whatever a failure left unpublished is
-// caught up by the next one; who changes one of these files without publishing calls it himself.
+// Every publication of the domain data ends with it, so the next one publishes what a failure left
+// out. A caller that changes one of these files without such a publication calls it afterwards.
 bool PublishNodeFiles();
 
 }  // namespace MDOMAIN::UTILS

@@ -1,10 +1,11 @@
 // What the mail services read: the keys in the mail configuration that follow from the database.
 //
-// They are written together, with one question about all of them, and those that are stale are
-// removed together. Only when that fails is it done one by one in their order, which leaves what
-// can be done done and says which failed.
+// All keys are written in one call, and stale ones are removed in one call. When that fails, they
+// are written or removed one by one in their order, so that those before the failing one are done
+// and the log names it.
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 #include "lib-domain/base/log_line.h"
@@ -154,16 +155,15 @@ bool Updater::_RemoveUnusedRedisKey(const std::vector<std::string>& keep_keys) {
     return false;
   }
   const std::unordered_set<std::string> kept(keep_keys.begin(), keep_keys.end());
-  keys.erase(std::remove_if(keys.begin(), keys.end(),
-                            [&](const std::string& key) {
-                              return key.rfind(kAdditionalPrefix, 0) != 0 || kept.count(key) != 0;
-                            }),
-             keys.end());
-  if (keys.size() > 1 && PostaraServerBACKENDWrap::removeKeys(keys)) {
+  std::vector<std::string> stale;
+  std::copy_if(keys.begin(), keys.end(), std::back_inserter(stale), [&](const std::string& key) {
+    return key.rfind(kAdditionalPrefix, 0) == 0 && kept.count(key) == 0;
+  });
+  if (stale.size() > 1 && PostaraServerBACKENDWrap::removeKeys(stale)) {
     return true;
   }
   bool all_removed = true;
-  for (const std::string& key : keys) {
+  for (const std::string& key : stale) {
     if (!PostaraServerBACKENDWrap::removeKey(key)) {
       LOG_ERROR("Failed to remove key: '%s'", key.c_str());
       all_removed = false;

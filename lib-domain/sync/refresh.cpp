@@ -14,10 +14,10 @@ namespace MDOMAIN::UTILS {
 
 namespace {
 
-// The known users whose stored name is another one: the others need no write. Of accounts that
-// share a uid the last one counts, as it would if all of them were written in order.
-std::vector<RECORD::User> RenamedUsers(const std::vector<RECORD::User>& known,
-                                       const std::vector<RECORD::User>& mirrored) {
+// The known users whose name differs from the stored one; the others need no write. Of accounts
+// that share a uid the last one counts, as it would if all of them were written in order.
+std::vector<RECORD::User> Changed(const std::vector<RECORD::User>& known,
+                                  const std::vector<RECORD::User>& mirrored) {
   std::unordered_map<unsigned int, const RECORD::User*> account_by_uid;
   for (const RECORD::User& user : known) {
     if (user.IsValid()) {
@@ -34,93 +34,110 @@ std::vector<RECORD::User> RenamedUsers(const std::vector<RECORD::User>& known,
   return renamed;
 }
 
-}  // namespace
+// All known groups: whether or not a group changed, its members may have.
+const std::vector<RECORD::Group>& Changed(const std::vector<RECORD::Group>& known,
+                                          const std::vector<RECORD::Group>& /*mirrored*/) {
+  return known;
+}
 
-bool Updater::_RefreshUsers() {
-  std::vector<RECORD::User> accounts;
-  if (!TryToGetAllZelmUsers(accounts, summary_.users_complete)) {
-    LOG_ERROR("Failed to GetAllZelmUsers");
-    return false;
-  }
-  CONTROL::User control;
-  std::vector<RECORD::User> mirrored;
-  if (!control.List(DB::UserDBFilter("*"), mirrored)) {
-    LOG_ERROR("Failed to list users");
-    return false;
-  }
-  auto difference = INTERNAL::CompareWithMirror(accounts, INTERNAL::IdsOf(mirrored));
-  if (!summary_.users_complete) {
-    LOG_ERROR("Failed to successfully obtain all zelm users, ignore the process of deleting users");
-    difference.deleted_ids.clear();
-  }
-  const std::vector<unsigned int> new_uids = INTERNAL::IdsOf(difference.created);
-  new_uids_.insert(new_uids.begin(), new_uids.end());
-  summary_.users = accounts.size();
-  summary_.new_users = INTERNAL::NamesOf(difference.created);
-  summary_.deleted_uids = difference.deleted_ids;
-  LOG_NOTICE(
-      "[INFO] - [%zu] zelm_users, [%zu] db_users, [%zu] new_users: [%s], [%zu] update_users, "
-      "[%zu] deleted_uids: [%s]",
-      accounts.size(), mirrored.size(), difference.created.size(),
-      BASE::Join(summary_.new_users, ", ").c_str(), difference.updated.size(),
-      difference.deleted_ids.size(), BASE::Join(difference.deleted_ids, ", ").c_str());
+// What differs between users and groups. kNoun, kTitle and kId stand in the log lines.
+struct UserKind {
+  using Record = RECORD::User;
+  using Control = CONTROL::User;
+  using Filter = DB::UserDBFilter;
+  static constexpr const char* kNoun = "user";
+  static constexpr const char* kTitle = "Users";
+  static constexpr const char* kId = "uid";
+  static constexpr auto kGetAccounts = TryToGetAllZelmUsers;
+};
+
+struct GroupKind {
+  using Record = RECORD::Group;
+  using Control = CONTROL::Group;
+  using Filter = DB::GroupDBFilter;
+  static constexpr const char* kNoun = "group";
+  static constexpr const char* kTitle = "Groups";
+  static constexpr const char* kId = "gid";
+  static constexpr auto kGetAccounts = TryToGetAllZelmGroups;
+};
+
+// The fields of a RefreshSummary for one kind.
+struct Findings {
+  bool& is_complete;
+  size_t& count;
+  std::vector<std::string>& new_names;
+  std::vector<unsigned int>& deleted_ids;
+};
+
+template <typename Kind>
+bool WriteMirror(typename Kind::Control& control,
+                 const INTERNAL::MirrorDifference<typename Kind::Record>& difference,
+                 const std::vector<typename Kind::Record>& mirrored) {
   if (!control.Create(difference.created)) {
-    LOG_ERROR("Failed to Create users");
+    LOG_ERROR("Failed to Create %ss", Kind::kNoun);
     return false;
   }
-  if (!control.Set(RenamedUsers(difference.updated, mirrored))) {
-    LOG_ERROR("Failed to Set users");
+  if (!control.Set(Changed(difference.updated, mirrored))) {
+    LOG_ERROR("Failed to Set %ss", Kind::kNoun);
     return false;
   }
   if (!control.Delete(difference.deleted_ids)) {
-    LOG_ERROR("Failed to Delete users");
+    LOG_ERROR("Failed to Delete %ss", Kind::kNoun);
     return false;
   }
   return true;
 }
 
-bool Updater::_RefreshGroups() {
-  std::vector<RECORD::Group> accounts;
-  if (!TryToGetAllZelmGroups(accounts, summary_.groups_complete)) {
-    LOG_ERROR("Failed to GetAllZelmGroups");
+// `created` gets the accounts that were not mirrored before, also when writing them fails.
+template <typename Kind>
+bool RefreshMirror(const Findings& found, std::vector<typename Kind::Record>& created) {
+  std::vector<typename Kind::Record> accounts;
+  if (!Kind::kGetAccounts(accounts, found.is_complete)) {
+    LOG_ERROR("Failed to GetAllZelm%s", Kind::kTitle);
     return false;
   }
-  CONTROL::Group control;
-  std::vector<RECORD::Group> mirrored;
-  if (!control.List(DB::GroupDBFilter("*"), mirrored)) {
-    LOG_ERROR("Failed to list groups");
+  typename Kind::Control control;
+  std::vector<typename Kind::Record> mirrored;
+  if (!control.List(typename Kind::Filter("*"), mirrored)) {
+    LOG_ERROR("Failed to list %ss", Kind::kNoun);
     return false;
   }
   auto difference = INTERNAL::CompareWithMirror(accounts, INTERNAL::IdsOf(mirrored));
-  if (!summary_.groups_complete) {
-    LOG_ERROR(
-        "Failed to successfully obtain all zelm groups, ignore the process of deleting groups");
+  if (!found.is_complete) {
+    LOG_ERROR("Failed to successfully obtain all zelm %ss, ignore the process of deleting %ss",
+              Kind::kNoun, Kind::kNoun);
     difference.deleted_ids.clear();
   }
-  new_groups_ = difference.created;
-  summary_.groups = accounts.size();
-  summary_.new_groups = INTERNAL::NamesOf(difference.created);
-  summary_.deleted_gids = difference.deleted_ids;
+  created = difference.created;
+  found.count = accounts.size();
+  found.new_names = INTERNAL::NamesOf(created);
+  found.deleted_ids = difference.deleted_ids;
   LOG_NOTICE(
-      "[INFO] - [%zu] zelm_groups, [%zu] db_groups, [%zu] new_groups: [%s], [%zu] update_groups, "
-      "[%zu] deleted_gids: [%s]",
-      accounts.size(), mirrored.size(), difference.created.size(),
-      BASE::Join(summary_.new_groups, ", ").c_str(), difference.updated.size(),
-      difference.deleted_ids.size(), BASE::Join(difference.deleted_ids, ", ").c_str());
-  if (!control.Create(difference.created)) {
-    LOG_ERROR("Failed to Create groups");
-    return false;
+      "[INFO] - [%zu] zelm_%ss, [%zu] db_%ss, [%zu] new_%ss: [%s], [%zu] update_%ss, "
+      "[%zu] deleted_%ss: [%s]",
+      accounts.size(), Kind::kNoun, mirrored.size(), Kind::kNoun, created.size(), Kind::kNoun,
+      BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(), Kind::kNoun,
+      difference.deleted_ids.size(), Kind::kId, BASE::Join(difference.deleted_ids, ", ").c_str());
+  return WriteMirror<Kind>(control, difference, mirrored);
+}
+
+}  // namespace
+
+bool Updater::_RefreshUsers() {
+  std::vector<RECORD::User> created;
+  const bool is_refreshed = RefreshMirror<UserKind>(
+      {summary_.users_complete, summary_.users, summary_.new_users, summary_.deleted_uids},
+      created);
+  for (const RECORD::User& user : created) {
+    new_uids_.insert(user.GetUID());
   }
-  // Known groups are written whether or not they changed: their members may have.
-  if (!control.Set(difference.updated)) {
-    LOG_ERROR("Failed to Set groups");
-    return false;
-  }
-  if (!control.Delete(difference.deleted_ids)) {
-    LOG_ERROR("Failed to Delete groups");
-    return false;
-  }
-  return true;
+  return is_refreshed;
+}
+
+bool Updater::_RefreshGroups() {
+  return RefreshMirror<GroupKind>(
+      {summary_.groups_complete, summary_.groups, summary_.new_groups, summary_.deleted_gids},
+      new_groups_);
 }
 
 }  // namespace MDOMAIN::UTILS

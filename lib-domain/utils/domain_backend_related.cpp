@@ -1,4 +1,4 @@
-// The marks by which the SMTP side learns whose addresses changed: flag files and one key.
+// Flag files and one key tell the SMTP side whose addresses changed.
 #include "lib-domain/utils/domain_backend_related.h"
 
 #include <sys/types.h>
@@ -18,8 +18,8 @@ namespace MDOMAIN::UTILS {
 
 namespace {
 
-const char* const kServiceAccount = "Postara-Server";
-const char* const kChangedUidsKey = "smtp_changed_uids";
+constexpr const char* kServiceAccount = "Postara-Server";
+constexpr const char* kChangedUidsKey = "smtp_changed_uids";
 constexpr mode_t kFolderMode = 0755;
 
 std::vector<unsigned int> SortedOnce(std::vector<unsigned int> uids) {

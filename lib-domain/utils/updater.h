@@ -1,8 +1,8 @@
 // Keeping the mirror in step with the account system, adding accounts automatically, publishing.
 //
-// The mirror (user_table, group_table and their memberships) is written here and nowhere else but
-// where a group enters a domain. The main safety rule: an answer of the account system that was cut
-// short may add and update, but never delete.
+// The mirror (user_table, group_table and their memberships) is written only here and where users
+// and groups are added to a domain. The main safety rule: an answer of the account system that was
+// cut short may add and update, but never delete.
 #ifndef LIB_DOMAIN_UTILS_UPDATER_H
 #define LIB_DOMAIN_UTILS_UPDATER_H
 
@@ -30,15 +30,15 @@ struct RefreshSummary {
   std::vector<unsigned int> deleted_gids;
 };
 
-// An object lives for one run: the accounts that a Refresh found to be new are kept in it for the
-// steps that add them to domains. Every operation is true on success; a failure is one error line
+// Use one object for one run: it keeps the accounts that Refresh found to be new for the steps that
+// add them to domains. Every operation is true on success; a failure is one error line
 // at each level that gives up, and leaves the steps done before it in place.
 class Updater {
  public:
   // Brings the mirror up to date (create, then update, then delete), rebuilds the memberships of
   // all groups, flags duplicated aliases anew, adds what is new to the domains that add accounts
-  // automatically, and drops auto-added roles that a group gives as well. Publishes nothing: that
-  // is Trigger's.
+  // automatically, and drops auto-added roles that a group gives as well. Publishes nothing:
+  // Trigger does that.
   //
   // The account system is asked once, at one point in time, and the database is written in one
   // transaction, which is also committed when a step fails. Accounts that a failing run mirrored
@@ -72,8 +72,8 @@ class Updater {
   const RefreshSummary& GetSummary() const { return summary_; }
 
  private:
-  // Accounts of several domains may share a short name, and so may an account that was made anew
-  // under another id while the old one has not been deleted.
+  // Accounts of several account domains may share a short name, and so may an account that was
+  // created again under another id while the old one has not been deleted.
   using UsersByShortName = std::map<std::string, std::vector<RECORD::User>>;
 
   bool _RefreshSteps();

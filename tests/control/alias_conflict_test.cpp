@@ -1,12 +1,7 @@
-// The collision rules one by one, and the index that stands for them against the rules themselves.
+// The collision rules one by one. What they make of a whole batch is tested with the operations on
+// domain users.
 #include "lib-domain/control/alias_conflict.h"
 
-#include <algorithm>
-#include <random>
-#include <set>
-#include <tuple>
-
-#include "lib-domain/base/text.h"
 #include "lib-domain/control/alias_index.h"
 #include "tests/support/fixture.h"
 
@@ -107,7 +102,7 @@ TEST(AliasConflict, PairsAndAccountNamesOfOtherUsers) {
   EXPECT_TRUE(target.GetConflictingAccountNames().empty());
 }
 
-TEST(AliasConflict, OrdersToleratesUsersWithoutAliases) {
+TEST(AliasConflict, OrdersTolerateUsersWithoutAliases) {
   const DomainUser none(1, 1, "n", Pairs{}, "normal");
   const DomainUser upper(1, 2, "u", Pairs{{"B", true}, {"a", false}}, "normal");
   const DomainUser lower(1, 3, "l", Pairs{{"a", false}, {"B", true}}, "normal");
@@ -156,136 +151,6 @@ TEST(AliasConflict, OneOfEqualAliasesStaysClean) {
     for (size_t i = 0; i < users.size(); ++i) {
       EXPECT_EQ(changed[i], Text({users[i]}) != Text({c.users[i]})) << c.what << " " << i;
     }
-  }
-}
-
-// Few users, domains and letters, so that every kind of collision comes up many times.
-class Random {
- public:
-  explicit Random(unsigned int seed) : engine_(seed) {}
-  int Number(int below) { return std::uniform_int_distribution<int>(0, below - 1)(engine_); }
-  std::string Alias() {
-    static const char* const kAliases[] = {"a", "A", "b", "B", "ab", "Ab", "1:a", "a'", "\xC3\xA4"};
-    return kAliases[Number(9)];
-  }
-  Aliases SomeAliases(int count) {
-    Aliases aliases;
-    for (int i = 0; i < count; ++i) {
-      aliases.emplace_back(1 + Number(2), 1 + Number(12), Alias(), Number(3) == 0);
-    }
-    return aliases;
-  }
-  Users SomeUsers(int count) {
-    std::set<std::pair<int, unsigned int>> taken;
-    Users users;
-    for (int i = 0; i < count; ++i) {
-      const int domain = 1 + Number(2);
-      const unsigned int uid = 1 + Number(12);
-      if (!taken.insert({domain, uid}).second) {
-        continue;
-      }
-      Pairs pairs;
-      for (int pair = Number(4); pair > 0; --pair) {
-        pairs.emplace_back(Alias(), Number(2) == 0);
-      }
-      static const char* const kRoles[] = {"domain_admin", "normal", "normal", ""};
-      users.emplace_back(domain, uid, Number(2) == 0 ? Alias() : "DOM\\" + Alias(), pairs,
-                         kRoles[Number(4)]);
-    }
-    return users;
-  }
-
- private:
-  std::mt19937 engine_;
-};
-
-bool IsSame(const DomainUserAlias& a, const DomainUserAlias& b) {
-  return a.GetDomainIdx() == b.GetDomainIdx() &&
-         MDOMAIN::BASE::EqualsIgnoreCase(a.GetAccountAlias(), b.GetAccountAlias());
-}
-
-TEST(AliasIndex, GivesTheOutcomeOfTheRules) {
-  for (unsigned int seed = 0; seed < 3000; ++seed) {
-    SCOPED_TRACE(seed);
-    Random random(seed);
-
-    const Aliases stored = random.SomeAliases(random.Number(10));
-    const Aliases candidates = random.SomeAliases(random.Number(12));
-    Aliases want = candidates;
-    _CheckAndSetDomainUsersAliasesDuplicated(stored, want);
-    for (size_t i = 0; i < want.size(); ++i) {
-      for (size_t earlier = 0; earlier < i; ++earlier) {
-        if (IsSame(want[earlier], want[i])) {
-          want[i].SetIsDuplicated(true);
-        }
-      }
-    }
-    Aliases got = candidates;
-    AliasIndex existing;
-    existing.Add(stored);
-    CheckAndFlagCandidates(existing, got);
-    ASSERT_EQ(Text(got), Text(want)) << Text(stored) << " / " << Text(candidates);
-
-    const Users others = random.SomeUsers(8);
-    const Users targets = random.SomeUsers(8);
-    AliasIndex others_index;
-    others_index.Add(others);
-    const AccountNameIndex names(others);
-    AliasIndex batch;
-    Users earlier;
-    for (const DomainUser& target : targets) {
-      DomainUser plain = target;
-      DomainUser quick = target;
-      bool among_stored = false;
-      bool among_batch = false;
-      _CheckAndSetAliasDuplicatedPairs(others, true, plain, among_stored);
-      _CheckAndSetAliasDuplicatedPairs(earlier, true, plain, among_batch);
-      ASSERT_EQ(CheckAndFlagPairs(others_index, batch, quick), among_stored || among_batch);
-      ASSERT_EQ(Text({quick}), Text({plain}));
-      ASSERT_EQ(CheckAndSetConflictingNames(names, quick),
-                _CheckAndSetConflictingAccountNames(others, true, plain));
-      ASSERT_EQ(quick.GetConflictingAccountNames(), plain.GetConflictingAccountNames());
-      earlier.push_back(target);
-    }
-  }
-}
-
-// What a pass promises, whatever was stored: one clean alias of equal ones, held by the smallest
-// role, taken from nobody of that role; and a second pass finds nothing to do.
-TEST(AliasIndex, PassLeavesOneCleanAliasAndItsHolderAlone) {
-  for (unsigned int seed = 0; seed < 3000; ++seed) {
-    SCOPED_TRACE(seed);
-    const Users before = Random(seed).SomeUsers(10);
-    Users after = before;
-    RecomputeFlags(after);
-    const auto rank = [](const DomainUser& user) {
-      return user.GetRole() == "domain_admin" ? 0 : user.GetRole() == "normal" ? 1 : 2;
-    };
-    std::map<std::pair<int, std::string>, std::vector<std::tuple<int, bool, bool>>> claims;
-    for (size_t i = 0; i < after.size(); ++i) {
-      const Pairs old_pairs = before[i].GetAliasDuplicatedPairs();
-      const Pairs new_pairs = after[i].GetAliasDuplicatedPairs();
-      ASSERT_EQ(new_pairs.size(), old_pairs.size());
-      for (size_t pair = 0; pair < new_pairs.size(); ++pair) {
-        ASSERT_EQ(new_pairs[pair].first, old_pairs[pair].first);
-        claims[{after[i].GetDomainIdx(), MDOMAIN::BASE::ToLowerAscii(new_pairs[pair].first)}]
-            .emplace_back(rank(after[i]), old_pairs[pair].second, new_pairs[pair].second);
-      }
-    }
-    for (const auto& [alias, list] : claims) {
-      const auto is_clean = [](const auto& claim) { return !std::get<2>(claim); };
-      ASSERT_EQ(std::count_if(list.begin(), list.end(), is_clean), 1) << alias.second;
-      const auto winner = *std::find_if(list.begin(), list.end(), is_clean);
-      for (const auto& claim : list) {
-        ASSERT_LE(std::make_pair(std::get<0>(winner), std::get<1>(winner)),
-                  std::make_pair(std::get<0>(claim), std::get<1>(claim)))
-            << alias.second;
-      }
-    }
-    Users again = after;
-    const std::vector<bool> changed = RecomputeFlags(again);
-    ASSERT_EQ(std::count(changed.begin(), changed.end(), true), 0);
-    ASSERT_EQ(Text(again), Text(after));
   }
 }
 

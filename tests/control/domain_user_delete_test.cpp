@@ -1,11 +1,9 @@
-// Taking users out of domains: what goes with them, what failing steps leave, who lost his role.
+// Taking users out of domains: what goes with them, what failing steps leave, users without a role.
 #include "tests/control/domain_user_fixture.h"
 
 namespace {
 
 using namespace test;  // NOLINT(google-build-using-namespace): the fixture's names
-
-namespace PATHS = MDOMAIN::PATHS;
 
 class DomainUserDeletion : public DomainUserControl {
  protected:
@@ -16,26 +14,15 @@ class DomainUserDeletion : public DomainUserControl {
                            {1, kBob, "bob", false},
                            {1, kCarol, "carol", false}});
     DropRoles({{1, kBob}});  // Bob and carol are users through groups alone
-    Alias alias(PATHS::AliasDb());
-    alias.load();
-    alias.set({"all", 1, {{Alias::MemberKind::User, "alice"}, {Alias::MemberKind::User, "bob"}}});
+    SetAlias({{Alias::MemberKind::User, "alice"}, {Alias::MemberKind::User, "bob"}});
     BCC::getInstance(1)->addBCC(BCC_SENDER, "boss", "alice");
     mailConfSet("smtp_changed_uids", "", true, 0);
   }
   static void DropRoles(const std::vector<std::pair<int, unsigned int>>& pairs) {
     EXPECT_TRUE(DomainUser().RemoveUsersRoles(pairs));
   }
-  StringList AliasMembers() {
-    Alias alias(PATHS::AliasDb());
-    alias.load();
-    StringList names;
-    for (const Alias::Member& member : alias.list().front().members) {
-      names.push_back(member.name);
-    }
-    return names;
-  }
   static size_t BccRules() {
-    return test::SqliteFile(PATHS::SettingsDb()).Rows("SELECT 1 FROM bcc_table").size();
+    return SqliteFile(PATHS::SettingsDb()).Rows("SELECT 1 FROM bcc_table").size();
   }
 };
 
@@ -63,49 +50,26 @@ TEST_F(DomainUserDeletion, NoGroupBringsARemovedUserBack) {
 }
 
 TEST_F(DomainUserDeletion, StopsAtTheStepThatFails) {
-  const struct {
-    const char* function;
-    const char* text;
-    const char* logged;
-    bool is_removed;     // from the group
-    size_t aliases;      // of Bob
-    StringList members;  // of the alias "all"
-  } cases[] = {
-      {"DBHandler::exeCmds",
-       "domain_group_removed_user_table",
-       "Failed to RemoveUsersFromDomainGroups",
-       false,
-       2,
-       {"alice", "bob"}},
-      {"DBHandler::exeCmds",
-       "DELETE FROM domain_user_role_table",
-       "Failed to DeleteUsersRoles",
-       true,
-       2,
-       {"alice", "bob"}},
-      {"DBHandler::exeCmds",
-       "DELETE FROM domain_user_alias_table",
-       "Failed to DeleteUsersAliases",
-       true,
-       2,
-       {"alice", "bob"}},
-      {"Alias::load", "", "Failed to load alias", true, 0, {"alice", "bob"}},
-      {"DBHandler::exeCmds", "DELETE FROM bcc_table", "Failed to deleteBCC", true, 0, {"alice"}},
-      {"KORVMailNodeCluster::setFile", "bcc_db", "Fail to set file ", true, 0, {"alice"}},
-      {"Config::LoadSettings", "", "Failed to delete Disclamer", true, 0, {"alice"}},
+  const FailingStep steps[] = {
+      {kBatch, "domain_group_removed_user_table", "Failed to RemoveUsersFromDomainGroups",
+       "0 2 alice, bob"},
+      {kBatch, "DELETE FROM domain_user_role_table", "Failed to DeleteUsersRoles",
+       "1 2 alice, bob"},
+      {kBatch, "DELETE FROM domain_user_alias_table", "Failed to DeleteUsersAliases",
+       "1 2 alice, bob"},
+      {"Alias::load", "", "Failed to load alias", "1 0 alice, bob"},
+      {kBatch, "DELETE FROM bcc_table", "Failed to deleteBCC", "1 0 alice"},
+      {"KORVMailNodeCluster::setFile", "bcc_db", "Fail to set file ", "1 0 alice"},
+      {"Config::LoadSettings", "", "Failed to delete Disclamer", "1 0 alice"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.logged);
-    test::FailOn(c.function, c.text);
-    EXPECT_FALSE(DomainUser().Delete(1, {kBob}));
-    test::ClearFaults();
-    EXPECT_TRUE(Logged(c.logged));
-    TakeLog();
-    EXPECT_EQ(Removed().size(), c.is_removed ? 1U : 0U);
-    EXPECT_EQ(Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1002").size(), c.aliases);
-    EXPECT_EQ(AliasMembers(), c.members);
-  }
-  test::FailOn("KLIBCFileTouch");
+  ExpectStops(
+      steps, [] { return DomainUser().Delete(1, {kBob}); },
+      [] {  // removal records, aliases of Bob, members of the alias "all"
+        return Text(Rows("SELECT (SELECT count(*) FROM domain_group_removed_user_table) || ' ' || "
+                         "count(*) || ' ' FROM domain_user_alias_table WHERE uid=1002")) +
+               Text(AliasMembers());
+      });
+  FailOn("KLIBCFileTouch");
   EXPECT_TRUE(DomainUser().Delete(1, {kAlice}));
   EXPECT_TRUE(Logged("Failed to NotifySMTPChangedUIDs"));
   TakeLog();
@@ -122,12 +86,12 @@ TEST_F(DomainUserDeletion, UsersWithoutRole) {
   EXPECT_TRUE(TakeLog().empty());
 
   DropRoles({{1, kDave}, {2, kAlice}});
-  test::FailOn("DBHandler::exeCmds", "domain_idx = '1' AND uid IN (1004)");
+  FailOn(kBatch, "domain_idx = '1' AND uid IN (1004)");
   EXPECT_FALSE(DomainUser().RemoveUsersWithoutRole());
   EXPECT_TRUE(Logged("Failed to delete users [1004] in domain_id: [1]"));
   EXPECT_TRUE(Logged("Deleted users [1001] in domain_id: [2]"));
   TakeLog();
-  test::ClearFaults();
+  ClearFaults();
   EXPECT_TRUE(DomainUser().RemoveUsersWithoutRole());
   EXPECT_EQ(Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1004 OR domain_idx=2"),
             StringList{});

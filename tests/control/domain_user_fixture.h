@@ -13,6 +13,8 @@
 
 namespace test {
 
+namespace PATHS = MDOMAIN::PATHS;
+
 using MDOMAIN::CONTROL::DomainGroup;
 using MDOMAIN::CONTROL::DomainUser;
 namespace RECORD = MDOMAIN::RECORD;
@@ -25,13 +27,14 @@ constexpr unsigned int kBob = 1002;
 constexpr unsigned int kCarol = 1003;
 constexpr unsigned int kDave = 1004;
 
-class DomainUserControl : public test::ControlTest {
+class DomainUserControl : public ControlTest {
  protected:
-  DomainUserControl() {
+  explicit DomainUserControl(
+      const std::string& groups = "staff:x:2001:Bob,carol\nheads:x:2002:carol\n") {
     WriteAccounts(
         "alice:x:1001:100:A:/:/bin/sh\nBob:x:1002:100:B:/:/bin/sh\ncarol:x:1003:100:C:/:/bin/sh\n"
         "dave:x:1004:100:D:/:/bin/sh\nnobody:x:65534:100:N:/:/bin/sh\n",
-        "staff:x:2001:Bob,carol\nheads:x:2002:carol\nusers:x:100:\n");
+        groups + "users:x:100:\n");
     Write("/etc/mailserver-domain/host.ini", "");
     for (const char* name : {"one.example", "two.example"}) {
       RECORD::Domain domain(-1, name, "", "<a>", true, false, false);
@@ -65,6 +68,21 @@ class DomainUserControl : public test::ControlTest {
   }
   static StringList Removed() {
     return Rows("SELECT * FROM domain_group_removed_user_table ORDER BY domain_idx, gid, uid");
+  }
+  // The members of the one alias of the alias table.
+  static StringList AliasMembers() {
+    Alias alias(PATHS::AliasDb());
+    alias.load();
+    StringList names;
+    for (const Alias::Member& member : alias.list().front().members) {
+      names.push_back(member.name);
+    }
+    return names;
+  }
+  static void SetAlias(const std::vector<Alias::Member>& members) {
+    Alias alias(PATHS::AliasDb());
+    alias.load();
+    alias.set({"all", 1, members});
   }
   static RECORD::DomainUser User(unsigned int uid, const Pairs& pairs,
                                  const std::string& role = "normal") {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
 #include "lib-domain/db/handler.h"
 #include "tests/support/fixture.h"
 
@@ -74,6 +75,10 @@ inline void ExpectSuccess(pid_t child) {
   int status = -1;
   waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
+}
+
+inline std::string Text(const StringList& list) {
+  return MDOMAIN::BASE::Join(list, ", ");
 }
 
 }  // namespace test

@@ -2,7 +2,8 @@
 // functions defined here stand before the platform library's own.
 //
 // test::FailOn("mailConfSet", "dkim") makes the calls of mailConfSet whose first text holds "dkim"
-// fail; without a text every call fails. ClearFaults ends it.
+// fail; without a text every call fails. WhenCalled runs something at each call. ClearFaults ends
+// both.
 #ifndef TESTS_SUPPORT_PLATFORM_FAULTS_H
 #define TESTS_SUPPORT_PLATFORM_FAULTS_H
 
@@ -12,9 +13,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <list>
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "platform/include/account.h"
 #include "platform/include/alias.h"
@@ -36,11 +38,24 @@ inline void FailOn(const std::string& function, const std::string& text = "") {
   Faults()[function] = text;
 }
 
+inline std::map<std::string, std::function<void()>>& Watchers() {
+  static std::map<std::string, std::function<void()>> watchers;
+  return watchers;
+}
+
+inline void WhenCalled(const std::string& function, std::function<void()> watcher) {
+  Watchers()[function] = std::move(watcher);
+}
+
 inline void ClearFaults() {
   Faults().clear();
+  Watchers().clear();
 }
 
 inline bool Fails(const std::string& function, const std::string& text = "") {
+  if (const auto watcher = Watchers().find(function); watcher != Watchers().end()) {
+    watcher->second();
+  }
   const auto fault = Faults().find(function);
   return fault != Faults().end() && text.find(fault->second) != std::string::npos;
 }

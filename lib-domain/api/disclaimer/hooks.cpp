@@ -1,4 +1,4 @@
-// What the controls ask of the disclaimers when a domain, users or groups leave.
+// The clean-up of disclaimers when a domain, users or groups go.
 #include <json/value.h>
 
 #include "lib-domain/api/mimedefang.h"
@@ -6,41 +6,27 @@
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
-namespace {
-
-template <typename Change>
-DisclaimerOutcome ChangeDisclaimers(Change change) {
+DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
   MimeDefang mimedefang;
   if (mimedefang.LoadSettings() < 0) {
     return DisclaimerOutcome::kLoadFailed;
   }
-  if (!change(mimedefang)) {
-    return DisclaimerOutcome::kRemoveFailed;
-  }
+  // It logs a failure itself. The domain is gone by now; whether the filter has to run must be
+  // settled all the same.
+  mimedefang.SetDisclaimerList(domain_idx, Json::Value(Json::arrayValue));
   return mimedefang.SaveSettings() < 0 ? DisclaimerOutcome::kSaveFailed : DisclaimerOutcome::kDone;
 }
 
-}  // namespace
-
-DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
-  return ChangeDisclaimers([&](MimeDefang& mimedefang) {
-    // It logs a failure itself. The domain is gone by now; whether the filter has to run must be
-    // settled all the same.
-    mimedefang.SetDisclaimerList(domain_idx, Json::Value(Json::arrayValue));
-    return true;
-  });
+bool RemoveUsersFromDisclaimers(int domain_idx, const std::vector<unsigned int>& uids) {
+  MimeDefang mimedefang;
+  return mimedefang.LoadSettings() >= 0 && mimedefang.RemoveRulesByUsers(domain_idx, uids) &&
+         mimedefang.SaveSettings() >= 0;
 }
 
-DisclaimerOutcome RemoveUsersFromDisclaimers(int domain_idx,
-                                             const std::vector<unsigned int>& uids) {
-  return ChangeDisclaimers(
-      [&](MimeDefang& mimedefang) { return mimedefang.RemoveRulesByUsers(domain_idx, uids); });
-}
-
-DisclaimerOutcome RemoveGroupsFromDisclaimers(int domain_idx,
-                                              const std::vector<unsigned int>& gids) {
-  return ChangeDisclaimers(
-      [&](MimeDefang& mimedefang) { return mimedefang.RemoveRulesByGroups(domain_idx, gids); });
+bool RemoveGroupsFromDisclaimers(int domain_idx, const std::vector<unsigned int>& gids) {
+  MimeDefang mimedefang;
+  return mimedefang.LoadSettings() >= 0 && mimedefang.RemoveRulesByGroups(domain_idx, gids) &&
+         mimedefang.SaveSettings() >= 0;
 }
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL
