@@ -5,6 +5,7 @@
 
 #include "lib-domain/accounts/alias_composer.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 #include "platform/include/maillog.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

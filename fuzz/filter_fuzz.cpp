@@ -8,6 +8,7 @@
 #include <string>
 
 #include "lib-domain/db/account_db_filter.h"
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/statement.h"
 

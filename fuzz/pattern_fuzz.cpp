@@ -6,6 +6,7 @@
 #include <string>
 
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string pattern(reinterpret_cast<const char*>(data), size);

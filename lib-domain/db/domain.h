@@ -16,10 +16,11 @@
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class Domain {
+class MDOMAIN_EXPORT Domain {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   Domain();

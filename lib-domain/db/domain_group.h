@@ -15,10 +15,11 @@
 #include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain_group.h"
 #include "lib-domain/record/domain_group_role.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class DomainGroup {
+class MDOMAIN_EXPORT DomainGroup {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   DomainGroup();

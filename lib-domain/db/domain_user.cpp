@@ -6,6 +6,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {

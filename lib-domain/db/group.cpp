@@ -1,6 +1,7 @@
 // The statements of the mirrored groups and their members.
 #include "lib-domain/db/group.h"
 
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {

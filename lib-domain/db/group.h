@@ -15,10 +15,11 @@
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/record/group.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class Group {
+class MDOMAIN_EXPORT Group {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   Group();

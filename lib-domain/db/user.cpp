@@ -1,6 +1,7 @@
 // The statements of the mirrored users.
 #include "lib-domain/db/user.h"
 
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {

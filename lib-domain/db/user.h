@@ -14,10 +14,11 @@
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class User {
+class MDOMAIN_EXPORT User {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   User();

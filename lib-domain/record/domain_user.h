@@ -9,11 +9,12 @@
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
 // Assembled from the rows of domain_user_view and, for the flags below, from further questions.
-class DomainUser {
+class MDOMAIN_EXPORT DomainUser {
  public:
   DomainUser() = default;
   DomainUser(const DomainUser& other) = default;

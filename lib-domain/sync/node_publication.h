@@ -2,6 +2,8 @@
 #ifndef LIB_DOMAIN_SYNC_NODE_PUBLICATION_H
 #define LIB_DOMAIN_SYNC_NODE_PUBLICATION_H
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::UTILS {
 
 // The key under which the domain database is published. The machine that did it is the one that
@@ -15,7 +17,7 @@ constexpr const char* kDatabaseKey = "mailserver_domain_db";
 //
 // Every publication of the domain data ends with it, so whatever a failure left unpublished is
 // caught up by the next one; who changes one of these files without publishing calls it himself.
-bool PublishNodeFiles();
+MDOMAIN_EXPORT bool PublishNodeFiles();
 
 }  // namespace MDOMAIN::UTILS
 

@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 #include "tests/support/fixture.h"
 
 namespace {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "lib-domain/accounts/account_source.h"
+#include "lib-domain/accounts/account_source_internal.h"
 #include "lib-domain/api/bcc/unit.h"
 #include "tests/support/domain_db.h"
 #include "tests/support/platform_faults.h"

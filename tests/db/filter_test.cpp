@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "lib-domain/db/account_db_filter.h"
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/statement.h"
 #include "tests/support/fixture.h"

@@ -8,6 +8,7 @@
 #include <cstdarg>
 
 #include "lib-domain/accounts/account_source.h"
+#include "lib-domain/accounts/account_source_internal.h"
 #include "platform/include/ldap_search.h"
 #include "platform/include/process.h"
 #include "tests/support/fake_accounts.h"

@@ -1,5 +1,6 @@
 // The acceptance rules, and the token scan against the regular expression it stands for.
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 
 #include <regex.h>
 
