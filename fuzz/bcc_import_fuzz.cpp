@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/api/bcc/rule_file.h"
 
 namespace {
 
@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int type = data[0] % 3;
   const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
   std::list<BccInfo> rules;
-  std::vector<internal::BccBadLine> bad_lines;
-  internal::ParseBccRules(text, type, rules, bad_lines);
+  std::vector<MDOMAIN::API::INTERNAL::BccBadLine> bad_lines;
+  MDOMAIN::API::INTERNAL::ParseBccRules(text, type, rules, bad_lines);
 
   std::string again;
   for (const BccInfo& rule : rules) {
@@ -36,13 +36,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     again += rule.name + " " + rule.bcc_to + "\n";
   }
   std::list<BccInfo> rules_again;
-  std::vector<internal::BccBadLine> none;
-  internal::ParseBccRules(again, type, rules_again, none);
+  std::vector<MDOMAIN::API::INTERNAL::BccBadLine> none;
+  MDOMAIN::API::INTERNAL::ParseBccRules(again, type, rules_again, none);
   Require(none.empty());
   Require(std::equal(rules.begin(), rules.end(), rules_again.begin(), rules_again.end(), Same));
 
   size_t last = 0;
-  for (const internal::BccBadLine& bad : bad_lines) {
+  for (const MDOMAIN::API::INTERNAL::BccBadLine& bad : bad_lines) {
     Require(bad.number > last && !bad.problem.empty());
     last = bad.number;
   }

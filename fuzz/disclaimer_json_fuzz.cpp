@@ -8,7 +8,7 @@
 #include <string>
 
 #include "lib-domain/api/disclaimer/condition.h"
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/api/mimedefang.h"
 
 namespace {

@@ -1,7 +1,7 @@
-// What the controls ask of the per-domain mail policies (BCC rules, disclaimers), which lie above
+// What the controls need of the per-domain mail policies (BCC rules, disclaimers), which lie above
 // them and are built on them. Declared here, defined in lib-domain/api/bcc/hooks.cpp and
-// lib-domain/api/disclaimer/hooks.cpp, so that no file includes its own caller. None of them logs
-// on its own account: the control that asked does.
+// lib-domain/api/disclaimer/hooks.cpp, so that no file includes its own caller. The control that
+// calls one logs its failure.
 #ifndef LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
 #define LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
 
@@ -17,6 +17,11 @@ enum class DisclaimerOutcome { kDone, kLoadFailed, kRemoveFailed, kSaveFailed };
 BccOutcome DeleteDomainBcc(int domain_idx);
 // Removes the domain's rules whose destination is one of `names`, ignoring case.
 BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names);
+
+// The key under which other machines find the settings database with the BCC rules.
+constexpr const char* kBccFileKey = "bcc_db";
+// Publishes that file under it.
+bool PublishBccFile(const std::string& path);
 
 // Empties the domain's disclaimer list and saves the settings that follow from all lists. A list
 // that cannot be emptied is logged where it fails and is no failure: never kRemoveFailed.

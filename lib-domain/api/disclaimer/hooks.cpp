@@ -24,8 +24,8 @@ DisclaimerOutcome ChangeDisclaimers(Change change) {
 
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
   return ChangeDisclaimers([&](MimeDefang& mimedefang) {
-    // It logs a failure itself. The domain is gone by now; whether the filter has to run must be
-    // settled all the same.
+    // A failure is logged there. The domain is gone by now, so what the filter does is settled all
+    // the same.
     mimedefang.SetDisclaimerList(domain_idx, Json::Value(Json::arrayValue));
     return true;
   });
