@@ -8,6 +8,7 @@
 #include "fuzz/target.h"
 #include "lib-domain/accounts/alias_composer.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 #include "platform/include/eai.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "fuzz/target.h"
-#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/api/bcc/rule_file.h"
 
 namespace {
 
@@ -20,8 +20,8 @@ void fuzz::Run(const std::string& input) {
   const int type = static_cast<unsigned char>(input[0]) % 3;
   const std::string_view text = std::string_view(input).substr(1);
   std::list<BccInfo> rules;
-  std::vector<internal::BccBadLine> bad_lines;
-  internal::ParseBccRules(text, type, rules, bad_lines);
+  std::vector<MDOMAIN::API::INTERNAL::BccBadLine> bad_lines;
+  MDOMAIN::API::INTERNAL::ParseBccRules(text, type, rules, bad_lines);
 
   std::string again;
   for (const BccInfo& rule : rules) {
@@ -29,13 +29,13 @@ void fuzz::Run(const std::string& input) {
     again += rule.name + " " + rule.bcc_to + "\n";
   }
   std::list<BccInfo> rules_again;
-  std::vector<internal::BccBadLine> none;
-  internal::ParseBccRules(again, type, rules_again, none);
+  std::vector<MDOMAIN::API::INTERNAL::BccBadLine> none;
+  MDOMAIN::API::INTERNAL::ParseBccRules(again, type, rules_again, none);
   Require(none.empty());
   Require(std::equal(rules.begin(), rules.end(), rules_again.begin(), rules_again.end(), Same));
 
   size_t last = 0;
-  for (const internal::BccBadLine& bad : bad_lines) {
+  for (const MDOMAIN::API::INTERNAL::BccBadLine& bad : bad_lines) {
     Require(bad.number > last && !bad.problem.empty());
     last = bad.number;
   }

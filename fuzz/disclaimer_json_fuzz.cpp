@@ -6,7 +6,7 @@
 
 #include "fuzz/target.h"
 #include "lib-domain/api/disclaimer/condition.h"
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/api/mimedefang.h"
 
 namespace {

@@ -4,6 +4,7 @@
 
 #include "fuzz/target.h"
 #include "lib-domain/db/account_db_filter.h"
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/statement.h"
 

@@ -3,6 +3,7 @@
 
 #include "fuzz/target.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 
 void fuzz::Run(const std::string& pattern) {
   const auto tokens = MDOMAIN::UTILS::INTERNAL::FindPatternTokens(pattern);

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "lib-domain/accounts/account_source_internal.h"
 #include "lib-domain/accounts/name_list.h"
 #include "lib-domain/base/log_line.h"
 #include "platform/include/account.h"

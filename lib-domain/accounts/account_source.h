@@ -11,6 +11,7 @@
 
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::UTILS {
@@ -20,54 +21,40 @@ namespace MDOMAIN::UTILS {
 // started anew. False and the argument untouched when the configuration cannot be read.
 //
 // The Windows domain's NetBIOS short name ("win_domain_short_name"), empty when none is set.
-bool DomainMailConfWinDomainShortNameGet(std::string& name);
+MDOMAIN_EXPORT bool DomainMailConfWinDomainShortNameGet(std::string& name);
 // The source ("account_type"); an unknown text gives AUTH_UNKNOWN and true.
-bool DomainMailConfCurrentAuthTypeGet(AUTH_TYPE& type);
+MDOMAIN_EXPORT bool DomainMailConfCurrentAuthTypeGet(AUTH_TYPE& type);
 // The LDAP account domain ("acc_domain_name"), empty when none is set.
-bool DomainMailConfAccDomainNameGet(std::string& name);
+MDOMAIN_EXPORT bool DomainMailConfAccDomainNameGet(std::string& name);
 
 // Replaces `users` with every user of the source in force. `complete` tells whether the source
 // handed out as many accounts as it says it holds: a caller that deletes what is missing must not
 // do so when it is false. A user who vanished between listing and look-up is left out (complete is
 // then false); any other failed look-up ends the enumeration there. No user at all is a failure, so
 // that an account system that is down never looks like one without accounts.
-bool TryToGetAllZelmUsers(std::vector<RECORD::User>& users, bool& complete);
+MDOMAIN_EXPORT bool TryToGetAllZelmUsers(std::vector<RECORD::User>& users, bool& complete);
 // The same for groups, with their descriptions (one that cannot be read is the empty string). A
 // look-up that fails for any reason but "no such group" fails the call; the groups read before it
 // stay in `groups`.
-bool TryToGetAllZelmGroups(std::vector<RECORD::Group>& groups, bool& complete);
+MDOMAIN_EXPORT bool TryToGetAllZelmGroups(std::vector<RECORD::Group>& groups, bool& complete);
 
 // The account system's spelling of a user's (`is_user`) or group's name. A name that the account
 // system does not know comes back as its full form, which is no failure. False and `real_name`
 // untouched when the source is unknown or its settings cannot be read. Names are handed to the
 // account system cut at 491 bytes.
-bool ShortName2RealName(bool is_user, const std::string& short_name, std::string& real_name);
+MDOMAIN_EXPORT bool ShortName2RealName(bool is_user, const std::string& short_name,
+                                       std::string& real_name);
 
 // Replaces the output with the short names of the groups' members, in group order; someone in two
 // groups is there twice. Groups that cannot be resolved are logged and skipped.
-void GetUserShortNamesFromGroupShortNames(const std::vector<std::string>& group_short_names,
-                                          std::vector<std::string>& user_short_names);
+MDOMAIN_EXPORT void GetUserShortNamesFromGroupShortNames(
+    const std::vector<std::string>& group_short_names, std::vector<std::string>& user_short_names);
 
 // Replaces `merged` with the names of both lists, ascending by byte value, each once.
-void MergeAndDedupeUserShortNames(const std::vector<std::string>& a,
-                                  const std::vector<std::string>& b,
-                                  std::vector<std::string>& merged);
+MDOMAIN_EXPORT void MergeAndDedupeUserShortNames(const std::vector<std::string>& a,
+                                                 const std::vector<std::string>& b,
+                                                 std::vector<std::string>& merged);
 
-namespace INTERNAL {
-
-// DOM\name; a name that holds a backslash already is unchanged.
-bool _DomainShortName2FullName(const std::string& short_name, std::string& full_name);
-// name@domain; a name that holds an "@" already is unchanged.
-bool _LDAPShortname2FullName(const std::string& short_name, std::string& full_name);
-// Appends the short names of a group's members, in the account system's order. A member whose name
-// cannot be resolved is logged and left out.
-bool _AppendUserShortNamesBelongToGroupRealName(const std::string& group_real_name,
-                                                std::vector<std::string>& user_short_names);
-
-// Forgets the configuration values kept for the life of the process. For tests only.
-void ResetAccountConfigurationForTest();
-
-}  // namespace INTERNAL
 }  // namespace MDOMAIN::UTILS
 
 #endif  // LIB_DOMAIN_ACCOUNTS_ACCOUNT_SOURCE_H

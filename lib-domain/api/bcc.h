@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/include/export.h"
+
 class DBHandler;
 
 enum BccType : int {
@@ -52,7 +54,7 @@ struct BccMapEntry {
 // All operations return 0 on success and a negative number on failure, with one line in the log,
 // unless stated. A failed operation changes no rule. Those without a domain id work on the object's
 // domain.
-class BCC {
+class MDOMAIN_EXPORT BCC {
  public:
   struct Filter {
     int type = BCC_RECIPIENT;
@@ -64,8 +66,8 @@ class BCC {
 
   // The process-wide object, made by the first call that succeeds, opening (and, with the whole
   // schema of the settings database, creating) the file. Null when it cannot be opened; the next
-  // call tries again. An existing object is returned whatever is asked for: the domain id and the
-  // file count only when it is made. Whoever must not touch another domain's rules uses the
+  // call tries again. The domain id and the file count only when the object is made; later calls
+  // return the object that exists. To be sure not to touch another domain's rules, use the
   // operations that name a domain.
   static BCC* getInstance();                            // domain 0
   static BCC* getInstance(int domain_id);               // the given domain
@@ -75,7 +77,7 @@ class BCC {
   BCC& operator=(const BCC&) = delete;
 
   // Inserts rules in one transaction; a rule with the same name and type is replaced. Values are
-  // stored as they are (CheckRule is the caller's), but none may hold a zero byte.
+  // stored as they are, so the caller calls CheckRule first; one with a zero byte is refused.
   int setBCC(const std::list<BccInfo>& rules);
   int setBCC(int domain_id, const std::list<BccInfo>& rules);
   int addBCC(int type, const std::string& name, const std::string& bcc_to);
@@ -83,8 +85,7 @@ class BCC {
   // Removes every rule of the domain, and of no other.
   int deleteAllBCC();
   int deleteAllBCC(int domain_id);
-  // Removes rules by name and type, both exactly as stored; rules that are not there are no
-  // failure.
+  // Removes rules by name and type, both exactly as stored; a rule that is not there is skipped.
   int deleteBCC(const std::list<BccInfo>& rules);
   int deleteBCC(int domain_id, const std::list<BccInfo>& rules);
   // Removes the rules of every type whose destination is one of these, ignoring ASCII case.
@@ -103,25 +104,25 @@ class BCC {
   // Every rule of every domain, by domain, type and name.
   int getSystemAllBCCList(std::list<BccInfo>& rules);
 
-  // Publishes the database file under "bcc_db", from which other machines read the rules. Changes
-  // do not publish by themselves: whoever makes one calls this when all are made.
+  // Publishes the database file under "bcc_db", from which other machines read the rules. No other
+  // operation publishes: call this once after the last change.
   int PublishRules();
 
-  // What is wrong with a rule that is to be written into files and maps, as a text for a person;
-  // empty when it is one. A name is an address (RFC 5321, 6531), an account or an alias; for a
-  // whole domain it is a domain. A destination is an address, an account or an alias.
+  // Says for a person what keeps a rule out of files and maps; empty when nothing does. A name is
+  // an address (RFC 5321, 6531), an account or an alias; for a whole domain it is a domain. A
+  // destination is an address, an account or an alias.
   static std::string CheckRule(const BccInfo& rule);
 
   // Writes the rules of a type, one "NAME DESTINATION" line each, by name descending, and replaces
   // the file. Addresses stand in punycode, but a name in another spelling than its usual one, or
-  // beside a rule of the punycode name, stands as it is stored: import gives the same file again. A
-  // rule that cannot stand in one line fails the export, which then leaves the old file.
+  // beside a rule of the punycode name, stands as it is stored, so that an import gives the same
+  // file again. A rule that cannot stand in one line fails the export, and the old file stays.
   int exportBCC(int type, const std::string& path);
   int exportBCC(int domain_id, int type, const std::string& path);
   // Adds the rules of such a file, as one transaction. Fields are separated by blanks or tabs;
-  // empty lines and lines that begin with "#" are skipped; lines may end in CR LF. Every line that
+  // empty lines and lines that begin with "#" are skipped; lines may end in CR LF. Each line that
   // is not a rule is logged as "FILE:LINE: what is wrong", and then nothing is written. -1: the
-  // file cannot be read; -2: it holds lines that are no rules; -3: the database failed.
+  // file cannot be read; -2: it has bad lines; -3: the database failed.
   int importBCC(int type, const std::string& path);
   int importBCC(int domain_id, int type, const std::string& path);
 
@@ -158,13 +159,13 @@ namespace internal {
 
 // Whether the alias table holds an entry with exactly this name and domain id. False also when it
 // cannot be read.
-bool isAlias(const std::string& name, int domain_id);
+MDOMAIN_EXPORT bool isAlias(const std::string& name, int domain_id);
 
 // The address that a destination stands for in a domain. With an empty domain name, or with an "@"
 // in the destination: the destination. An alias entry of the domain: the alias at the domain.
 // Anything else is an account: its first alias in the domain, or its own name, at the domain.
-std::string GetBccToConfigValue(const std::string& bcc_to, const std::string& domain_name,
-                                int domain_id);
+MDOMAIN_EXPORT std::string GetBccToConfigValue(const std::string& bcc_to,
+                                               const std::string& domain_name, int domain_id);
 
 }  // namespace internal
 

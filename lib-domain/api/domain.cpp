@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lib-domain/accounts/account_source.h"
+#include "lib-domain/api/domain_internal.h"
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
@@ -176,21 +177,22 @@ bool Domain::Migrate(RECORD::Domain& domain, const std::vector<std::string>& add
   });
 }
 
+bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
+  domains.clear();
+  if (!DB::Domain().ListNames(domains)) {
+    LOG_ERROR("Failed to List domains");
+    return false;
+  }
+  INTERNAL::MovePrimaryDomainToFront(domains);
+  return true;
+}
+
 namespace INTERNAL {
 
 bool GetAllDomains(std::vector<RECORD::Domain>& domains) {
   DB::DomainDBFilter filter;
   filter.SetLimit(-1);
   if (!CONTROL::Domain().List(filter, domains)) {
-    LOG_ERROR("Failed to List domains");
-    return false;
-  }
-  MovePrimaryDomainToFront(domains);
-  return true;
-}
-
-bool GetAllDomainNames(std::vector<RECORD::Domain>& domains) {
-  if (!DB::Domain().ListNames(domains)) {
     LOG_ERROR("Failed to List domains");
     return false;
   }

@@ -13,10 +13,11 @@
 
 #include "lib-domain/control/domain.h"
 #include "lib-domain/record/domain.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::API {
 
-class Domain : public CONTROL::Domain {
+class MDOMAIN_EXPORT Domain : public CONTROL::Domain {
  public:
   // Creates a domain under the next free index, which is put into `domain` and `new_domain_idx`.
   // The first domain becomes the primary one. Nothing is created when the name is invalid (error
@@ -28,7 +29,13 @@ class Domain : public CONTROL::Domain {
   // differs from the old one in letter case only counts as taken.
   bool Set(const RECORD::Domain& domain);
 
-  // Makes the domain the only primary one. Throws nothing of its own.
+  // Replaces `domains` by every domain with its index, name and primary flag alone, the primary one
+  // first. No user is counted, so the cost does not grow with the users. False when they cannot be
+  // read.
+  bool ListNames(std::vector<RECORD::Domain>& domains);
+
+  // Makes the domain the only primary one. False, with the old one still primary, when it does not
+  // exist.
   bool SetPrimary(const int& domain_idx);
 
   // Deletes domains with their users' aliases, roles and mail settings. Nothing is deleted when the
@@ -58,8 +65,8 @@ class Domain : public CONTROL::Domain {
   // are removed and added anew, so that the call can be repeated.
   bool Migrate(RECORD::Domain& domain, const std::vector<std::string>& additional_domains);
 
-  // The API error number of the last exception, or 5634 (CreatePrimary); 0 when there was none. A
-  // later success does not reset it, and a plain failure does not set it.
+  // The API error number of the last refusal: that of an exception, or 5634 (CreatePrimary); 0 when
+  // there was none. A later success does not reset it, and a plain failure does not set it.
   unsigned int GetErrorCode() const { return error_code_; }
 
  private:
@@ -73,13 +80,11 @@ class Domain : public CONTROL::Domain {
 
 namespace INTERNAL {
 
-// Appends every domain with its user count, the primary one first.
-bool GetAllDomains(std::vector<RECORD::Domain>& domains);
-// The same without user counts, descriptions and patterns, which addresses need not: nothing is
-// counted for it.
-bool GetAllDomainNames(std::vector<RECORD::Domain>& domains);
-// The others keep their order; without a primary domain nothing changes.
-void MovePrimaryDomainToFront(std::vector<RECORD::Domain>& domains);
+// Appends every domain with its user count, the primary one first. False with a log line when the
+// database cannot be read.
+MDOMAIN_EXPORT bool GetAllDomains(std::vector<RECORD::Domain>& domains);
+// Puts the primary domain first; the others keep their order. Without one nothing changes.
+MDOMAIN_EXPORT void MovePrimaryDomainToFront(std::vector<RECORD::Domain>& domains);
 
 }  // namespace INTERNAL
 }  // namespace MDOMAIN::API

@@ -11,24 +11,25 @@
 #include <vector>
 
 #include "lib-domain/control/domain_group.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::API {
 
-class DomainGroup : public CONTROL::DomainGroup {
+class MDOMAIN_EXPORT DomainGroup : public CONTROL::DomainGroup {
  public:
-  // Appends (uid, user name, "normal" or "removed") of every member of the group, those first who
-  // were removed from the domain.
+  // Appends (uid, user name, "normal" or "removed") of every member of the group; members who were
+  // removed from the domain come first.
   bool GetMemberStatus(const int& domain_idx, const unsigned int& gid,
                        std::vector<std::tuple<unsigned int, std::string, std::string>>& members);
   // Writes the roles of groups in domains; invalid records are left out.
   bool Set(const std::vector<RECORD::DomainGroupRole>& roles);
-  // Takes groups out of the domain, with the addresses of the members whom no other group of the
-  // domain holds, also of those who had been added on their own besides.
+  // Takes groups out of the domain, and with them the addresses of members who are in no other
+  // group of the domain, even if such a member had been added by name too.
   bool Delete(const int& domain_idx, const std::vector<unsigned int>& gids);
-  // Takes back the removal of all members of the groups, and gives those who have no address in the
-  // domain one.
+  // Takes back the removal of all members of the groups, and gives an address in the domain to
+  // those who have none.
   bool RestoreMemberStatus(const int& domain_idx, const std::vector<unsigned int>& gids);
-  // The same for chosen users, whichever groups of the domain they were removed from.
+  // The same for chosen users, for every group of the domain that they were removed from.
   bool RestoreMemberStatus(const int& domain_idx, const unsigned int& gid,
                            const std::vector<unsigned int>& uids);
 

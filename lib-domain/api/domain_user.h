@@ -14,17 +14,19 @@
 #include <vector>
 
 #include "lib-domain/control/domain_user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::API {
 
-class DomainUser : public CONTROL::DomainUser {
+class MDOMAIN_EXPORT DomainUser : public CONTROL::DomainUser {
  public:
   // The users that the entries name ("user" or "group", short name) with the aliases that the
   // domain's pattern would give them now, collisions flagged. Nothing is written.
   bool Preview(const int& domain_idx, std::vector<std::pair<std::string, std::string>> entries,
                std::vector<RECORD::DomainUser>& preview);
 
-  // The account that owns an alias in the domain; empty and true when nobody does.
+  // The account that owns an alias in the domain. True with `user_name` empty when nobody does;
+  // false when the database cannot be read.
   bool GetAliasUser(const int& domain_idx, const std::string& alias, std::string& user_name);
 
   // List, and for each user whether it is under group control, whether it belongs to a group of the
@@ -32,22 +34,23 @@ class DomainUser : public CONTROL::DomainUser {
   bool ListWithExtraInfo(DB::DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users);
 
   // Adds users with the role "normal", groups with their members, and the given aliases, then drops
-  // roles that a group now gives. Names that are no mirrored accounts are skipped; a group that the
-  // account system does not know fails the call, with the users added. Aliases that a user has
-  // already are dropped from `aliases`, those that collide are flagged in it.
+  // roles that a group now gives. Users who are not mirrored are skipped; a group that the account
+  // system does not know fails the call, but the users stay added. Aliases that a user has already
+  // are dropped from `aliases`, those that collide are flagged in it.
   bool AddMembers(const int& domain_idx, const std::vector<std::string>& user_names,
                   const std::vector<std::string>& group_names,
                   std::vector<RECORD::DomainUserAlias>& aliases);
 
-  // Replaces role ("group": no role of its own) and aliases of users. Users whose alias collides or
-  // is another's account name are copied to `conflicts`, and written all the same.
+  // Replaces role ("group" leaves the role to the groups) and aliases of users. Users whose alias
+  // collides or is another user's account name are written all the same and copied to `conflicts`.
   bool Set(std::vector<RECORD::DomainUser>& users, std::vector<RECORD::DomainUser>& conflicts);
 
   // Takes users out of the domain, with aliases, role and mail settings. A group does not bring
   // them back until they are restored or added again.
   bool Delete(const int& domain_idx, const std::vector<unsigned int>& uids);
 
-  // Every address of a user, those of the primary domain first; nobody's: none and true.
+  // Appends every address of a user, those of the primary domain first. True with nothing appended
+  // when the user is unknown; false when the database cannot be read.
   bool GetMailAddresses(const unsigned int& uid, std::vector<std::string>& addresses);
   bool GetMailAddresses(const std::string& user_name, std::vector<std::string>& addresses);
   // The same, each domain followed by its additional names.

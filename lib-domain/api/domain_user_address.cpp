@@ -1,6 +1,6 @@
 // Whole addresses: the aliases of a domain's users at the names under which it receives mail.
 
-#include "lib-domain/api/domain.h"
+#include "lib-domain/api/domain_internal.h"
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain.h"
@@ -14,7 +14,7 @@ using NamesByDomain = std::map<int, std::vector<std::string>>;
 // The names of every domain, its own first; the domains themselves, the primary one first.
 bool GetDomainNames(bool include_additional, std::vector<RECORD::Domain>& domains,
                     NamesByDomain& names_by_domain) {
-  if (!INTERNAL::GetAllDomainNames(domains)) {
+  if (!Domain().ListNames(domains)) {
     LOG_ERROR("Failed to GetAllDomains");
     return false;
   }

@@ -1,4 +1,4 @@
-// Whose address is this?
+// The public interface to the registry that says whose an address is.
 #ifndef LIB_DOMAIN_API_EMAIL_OWNER_H
 #define LIB_DOMAIN_API_EMAIL_OWNER_H
 
@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "lib-domain/control/email_owner.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::API {
 
-// As DB::EmailOwner, whose comments hold here: files, keys that stay, results. One object can
-// answer any number of questions and should: opening the file costs more than asking. A registry
-// that is replaced meanwhile is noticed.
-class EmailOwner {
+// Files, keys and results are those of DB::EmailOwner. Keep one object for many look-ups: opening
+// the file costs more than a look-up. It notices when the registry is replaced.
+class MDOMAIN_EXPORT EmailOwner {
  public:
   EmailOwner() = default;
   explicit EmailOwner(const std::string& path) : control_(path) {}
@@ -21,7 +21,7 @@ class EmailOwner {
   bool CreateDomainPart(const std::vector<RECORD::DomainPart>& parts);
   // The account that owns an address, which is split at its first "@". True with `user_name` empty
   // when nobody does. False without an "@" (nothing logged, `user_name` untouched) and when the
-  // registry could not be asked.
+  // registry cannot be read.
   bool GetOwner(const std::string& address, std::string& user_name);
 
  private:

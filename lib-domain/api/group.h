@@ -3,10 +3,11 @@
 #define LIB_DOMAIN_API_GROUP_H
 
 #include "lib-domain/control/group.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::API {
 
-class Group : public CONTROL::Group {
+class MDOMAIN_EXPORT Group : public CONTROL::Group {
  public:
   // Appends the mirrored groups that the filter selects, as of the last refresh.
   bool List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups);

@@ -2,7 +2,8 @@
 // exception rules.
 //
 // A domain's list is the configuration value "mimedefang_disclaimers-N", a JSON array; its texts
-// lie apart, in PATHS::DisclaimerContent(N), and are joined to it by "id". Callers see both as one.
+// lie apart, in etc/disclaimer_content/domain-N below the package's folder, and are joined to it by
+// "id". Callers see both as one.
 // A disclaimer is an object with "id" (integer, unique within the domain), "name", "enabled",
 // "disabled_for_local_recipient", "op" ("and" or "or"), "match_rule_list", "exception_rule_list",
 // "content_html", "content_txt". A rule has "target" ("sender"; anything else is the recipient),
@@ -19,8 +20,9 @@
 #include <vector>
 
 #include "platform/include/config.h"
+#include "platform/include/export.h"
 
-class MimeDefang : public Config {
+class MDOMAIN_EXPORT MimeDefang : public Config {
  public:
   // Registers the boolean setting "mimedefang_enable", true by default.
   MimeDefang();
@@ -33,9 +35,9 @@ class MimeDefang : public Config {
   int SaveSettings() override;
 
   // The domain's disclaimers with their texts, in stored order; a domain without any gives an empty
-  // array. A stored text that is no JSON array of objects, and a content file that is there but
-  // cannot be read, are failures: what is stored stays, so that nobody writes over it. A missing
-  // content file is logged and gives the list without texts.
+  // array. A stored text that is not a JSON array of objects, or a content file that is there but
+  // cannot be read, is a failure, so that nobody writes over what is stored. A missing content file
+  // is logged and gives the list without texts. `list` is untouched on failure.
   int GetDisclaimerList(int domain_idx, Json::Value& list);
 
   // Replaces the domain's disclaimers and publishes their texts. A crash in between leaves the old
@@ -51,8 +53,11 @@ class MimeDefang : public Config {
   // Sets the list of every element whose "disclaimer_list" is an array; others are passed over.
   int SetSystemAllDisclaimerList(const Json::Value& all);
 
-  int RemoveAllDisclaimerList();     // the lists of all domains
-  int RemoveAllDisclaimerContent();  // every content file
+  // Removes the lists of all domains. The first that cannot be removed ends the call.
+  int RemoveAllDisclaimerList();
+  // Removes every content file. One that cannot be removed is a failure; the others go all the
+  // same.
+  int RemoveAllDisclaimerContent();
 
   // Writes the texts of `list` to the content file, publishes it and takes them out of `list`.
   int SeparateContentFromDisclaimer(int domain_idx, Json::Value& list);
@@ -60,7 +65,7 @@ class MimeDefang : public Config {
   int MergeDisClaimerWithContent(int domain_idx, Json::Value& list);
 
   // Removes the rules of pattern type `type` ("uid" or "gid") whose pattern is one of `ids` from
-  // the domain's disclaimers. Writes nothing when there is none.
+  // the domain's disclaimers. Writes nothing when no rule is removed.
   bool RemoveRulesByIds(int domain_idx, const std::vector<unsigned int>& ids,
                         const std::string& type);
   bool RemoveRulesByUsers(int domain_idx, const std::vector<unsigned int>& uids);
@@ -75,12 +80,12 @@ class MimeDefang : public Config {
   // RestoreDisclaimerFromFile() reads. The domains have no lists afterwards.
   int BackupRestoreDisclaimerFile(const std::string& from, const std::string& to);
   // Puts the disclaimers of one account domain aside and brings those of another one back, in
-  // PATHS::DisclaimerBackupDir(): what `old_account` has now is kept there under its name, and what
-  // was kept of `new_account`, if anything, is in force again.
+  // /var/spool/@Postara-Server/alias_bkp: what `old_account` has now is kept there under its name,
+  // and what was kept of `new_account`, if anything, is in force again.
   int MoveDisclaimerToBkpAccount(const std::string& old_account, const std::string& new_account);
-  // Replaces all disclaimers by those of PATHS::DisclaimerList() or of `path`. The file is read and
-  // checked before anything is removed; one that names a domain that does not exist, or with an
-  // element that names none, is refused.
+  // Replaces all disclaimers by those of the package's etc/disclaimer_list or of `path`. The file
+  // is read and checked before anything is removed; one that names an unknown domain, or has an
+  // element without a domain, is refused.
   int RestoreDisclaimerFromFile();
   int RestoreDisclaimerFromFile(const std::string& path);
   // Writes every domain's disclaimers to a file, whole or not at all.

@@ -3,11 +3,12 @@
 #define LIB_DOMAIN_API_UPDATER_H
 
 #include "lib-domain/utils/updater.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::API {
 
 // GetSummary tells what the refresh found. One object per run.
-class Updater : public UTILS::Updater {
+class MDOMAIN_EXPORT Updater : public UTILS::Updater {
  public:
   // UTILS::Updater::Refresh; when it succeeded everything is published, and that is the result.
   bool Refresh();

@@ -3,10 +3,11 @@
 #define LIB_DOMAIN_API_USER_H
 
 #include "lib-domain/control/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::API {
 
-class User : public CONTROL::User {
+class MDOMAIN_EXPORT User : public CONTROL::User {
  public:
   // Appends the mirrored users that the filter selects. They are those of the last refresh, not of
   // this moment.

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace korvmailserver {
 
 // Grouped by thousands: 1xxx general, 2xxx platform calls, 3xxx mail-server settings, 4xxx
@@ -65,12 +67,12 @@ enum ErrorCode : int {
 };
 
 // The fixed English text of a code; "unknown error" for every value that is not listed, 0 included.
-const char* ErrorText(ErrorCode code);
+MDOMAIN_EXPORT const char* ErrorText(ErrorCode code);
 
 // A condition that must reach the caller as a code; what() is the message. Logs itself once when it
 // is built, as "FILE:LINE (CODE) TEXT: MESSAGE" at the given priority (a level of maillog); copies
 // log nothing. The file is the source path as log lines give it (BASE::SourcePath).
-class LogException : public std::runtime_error {
+class MDOMAIN_EXPORT LogException : public std::runtime_error {
  public:
   LogException(ErrorCode error_code, const std::string& message, long priority,
                std::string source_file, int source_line);
@@ -86,7 +88,7 @@ class LogException : public std::runtime_error {
 namespace MDOMAIN::BASE {
 
 // API error number of a code: 0 gives 0, 2009 5615, 2109 5634, 3002 5618, 3003 5633, others 117.
-unsigned int ToApiError(korvmailserver::ErrorCode code);
+MDOMAIN_EXPORT unsigned int ToApiError(korvmailserver::ErrorCode code);
 
 // What 2109 becomes: the accounts could not be read.
 constexpr unsigned int kApiErrorAccounts = 5634;

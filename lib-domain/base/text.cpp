@@ -1,6 +1,7 @@
 // Numbers and lists to and from text, independent of the locale.
 #include "lib-domain/base/text.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "platform/include/eai.h"
@@ -68,6 +69,16 @@ std::string ToLowerAscii(std::string text) {
 
 bool EqualsIgnoreCase(const std::string& a, const std::string& b) {
   return korvmailserver::utils::Equals(a, b, true);
+}
+
+bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F;
+}
+
+bool IsAscii(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 }  // namespace MDOMAIN::BASE

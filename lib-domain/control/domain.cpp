@@ -9,6 +9,7 @@
 
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/domain_internal.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/eai.h"

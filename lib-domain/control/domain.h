@@ -15,10 +15,11 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/record/domain.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL {
 
-class Domain {
+class MDOMAIN_EXPORT Domain {
  public:
   // Stores a new domain under the next free index, which is written into `domain` and
   // `new_domain_idx`; the first domain of the database becomes the primary one. Throws 3003 when
@@ -85,16 +86,6 @@ class Domain {
   DB::Domain store_;
 };
 
-namespace INTERNAL {
-
-// Whether the list holds the name, letter case ignored as the global locale has it.
-bool IExists(const std::vector<std::string>& names, const std::string& name);
-
-// The names in order without empty ones and without those that the result already holds in either
-// spelling (UTF-8 or punycode), whatever their case: the first written stays.
-std::vector<std::string> EraseDuplicatedDomainNames(const std::vector<std::string>& names);
-
-}  // namespace INTERNAL
 }  // namespace MDOMAIN::CONTROL
 
 #endif  // LIB_DOMAIN_CONTROL_DOMAIN_H

@@ -9,6 +9,7 @@
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/domain_group_internal.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"

@@ -16,10 +16,11 @@
 #include "lib-domain/record/domain_group.h"
 #include "lib-domain/record/domain_group_role.h"
 #include "lib-domain/record/group.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL {
 
-class DomainGroup {
+class MDOMAIN_EXPORT DomainGroup {
  public:
   // Mirrors the groups with their members and gives them the role "normal" in the domain; a group
   // that is there already is set back to it. A name that the account system does not know fails the
@@ -77,20 +78,6 @@ class DomainGroup {
   DB::DomainGroup store_;
 };
 
-namespace INTERNAL {
-
-// Appends the groups that short names stand for, with gid, full name and description, in order.
-// Stops with false and a log line at the first that cannot be looked up.
-bool _GetGroupsFromGroupShortNames(const std::vector<std::string>& short_names,
-                                   std::vector<RECORD::Group>& groups);
-// Appends the role "normal" in the domain for every group, in order. Always true.
-bool _ComposeDomainGroupsRoles(const int& domain_idx, const std::vector<RECORD::Group>& groups,
-                               std::vector<RECORD::DomainGroupRole>& roles);
-// By status, descending: "removed" comes before "normal".
-bool _CompareMemberTupleByStatus(const std::tuple<unsigned int, std::string, std::string>& a,
-                                 const std::tuple<unsigned int, std::string, std::string>& b);
-
-}  // namespace INTERNAL
 }  // namespace MDOMAIN::CONTROL
 
 #endif  // LIB_DOMAIN_CONTROL_DOMAIN_GROUP_H

@@ -10,7 +10,6 @@
 #include "platform/include/alias.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/files.h"
-#include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::CONTROL {
@@ -21,7 +20,7 @@ namespace {
 // domains, and also when a later step failed: the rules of the domains before it are gone.
 bool PublishBccRules() {
   const std::string path = PATHS::SettingsDb();
-  if (KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile("bcc_db", path) < 0) {
+  if (!INTERNAL::PublishBccFile(path)) {
     LOG_ERROR("Fail to set file %s", path.c_str());
     return false;
   }

@@ -24,10 +24,11 @@
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL {
 
-class DomainUser {
+class MDOMAIN_EXPORT DomainUser {
  public:
   // These forward to the store. Only users who hold a role are listed; the filter's offset and
   // limit count users, not aliases. ListWithExtraInfo also tells who has no direct role.

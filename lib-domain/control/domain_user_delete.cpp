@@ -11,13 +11,10 @@
 #include "lib-domain/db/user.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/alias.h"
-#include "platform/include/key_store.h"
 
 namespace MDOMAIN::CONTROL {
 
 namespace {
-
-constexpr const char* kBccFileKey = "bcc_db";
 
 using Removals = std::vector<std::tuple<int, unsigned int, unsigned int>>;
 
@@ -145,7 +142,7 @@ bool DomainUser::_DeleteBCCRelatedSettings(const int& domain_idx,
       break;
   }
   const std::string path = PATHS::SettingsDb();
-  if (KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile(kBccFileKey, path) < 0) {
+  if (!INTERNAL::PublishBccFile(path)) {
     LOG_ERROR("Fail to set file %s", path.c_str());
     return false;
   }

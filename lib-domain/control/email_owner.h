@@ -6,11 +6,12 @@
 #include <vector>
 
 #include "lib-domain/db/email_owner.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL {
 
 // As DB::EmailOwner, whose comments hold here: files, keys that stay, results.
-class EmailOwner {
+class MDOMAIN_EXPORT EmailOwner {
  public:
   EmailOwner() = default;
   explicit EmailOwner(const std::string& path) : store_(path) {}

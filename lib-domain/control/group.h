@@ -18,10 +18,11 @@
 #include "lib-domain/db/group.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL {
 
-class Group {
+class MDOMAIN_EXPORT Group {
  public:
   // Appends the mirrored groups that the filter lets through.
   bool List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups);

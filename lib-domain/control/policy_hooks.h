@@ -19,6 +19,11 @@ BccOutcome DeleteDomainBcc(int domain_idx);
 // Removes the domain's rules whose destination is one of `names`, ignoring case.
 BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names);
 
+// The key under which other machines find the settings database with the BCC rules.
+constexpr const char* kBccFileKey = "bcc_db";
+// Publishes that file under it.
+bool PublishBccFile(const std::string& path);
+
 // Empties the domain's disclaimer list and saves the settings that follow from all lists. A list
 // that cannot be emptied is logged where it fails and is no failure.
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx);

@@ -7,10 +7,11 @@
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/user.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL {
 
-class User {
+class MDOMAIN_EXPORT User {
  public:
   // Appends the mirrored users that the filter lets through.
   bool List(const DB::UserDBFilter& filter, std::vector<RECORD::User>& users);

@@ -2,6 +2,7 @@
 #include "lib-domain/db/account_db_filter.h"
 
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/account.h"
 

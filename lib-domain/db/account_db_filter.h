@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::DB {
 
-class UserDBFilter {
+class MDOMAIN_EXPORT UserDBFilter {
  public:
   UserDBFilter() = default;
   explicit UserDBFilter(const std::string& select) : select_(select) {}
@@ -43,7 +45,7 @@ class UserDBFilter {
   int offset_ = 0;
 };
 
-class GroupDBFilter {
+class MDOMAIN_EXPORT GroupDBFilter {
  public:
   GroupDBFilter() = default;
   explicit GroupDBFilter(const std::string& select) : select_(select) {}
@@ -74,16 +76,6 @@ class GroupDBFilter {
   int offset_ = 0;
 };
 
-namespace INTERNAL {
-
-// The query for one row per account. Ids that are listed go into one statement, however many.
-std::string ComposeQueryCmd(const UserDBFilter& filter);
-std::string ComposeQueryCmd(const GroupDBFilter& filter);
-// Whether the filter leaves any row out: a query, ids or names are set.
-bool HasQueryInput(const UserDBFilter& filter);
-bool HasQueryInput(const GroupDBFilter& filter);
-
-}  // namespace INTERNAL
 }  // namespace MDOMAIN::DB
 
 #endif  // LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_H

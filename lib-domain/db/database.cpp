@@ -33,9 +33,6 @@ bool Gid::Read(const std::string& cell, unsigned int& gid, SourceHere here) {
   return true;
 }
 
-Database::Database()
-    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ != nullptr ? 0 : -1) {}
-
 bool Database::IsOpen(SourceHere here) const {
   if (status_ != 0) {
     LOG_ERROR_AT(here.file, here.line, "Open domainDBHandler cannot open before");

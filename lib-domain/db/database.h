@@ -88,8 +88,8 @@ struct Columns {
 
 class Database {
  public:
-  // Borrows the process-wide handler.
-  Database();
+  // `status` is 0, or -1 where a store got no handler.
+  Database(DomainDBHandler* handler, int status) : handler_(handler), status_(status) {}
 
   // Whether there is a handler; else "Open domainDBHandler cannot open before". Everything below
   // checks this itself: an operation checks first when it does or logs something before.

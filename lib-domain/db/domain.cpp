@@ -6,6 +6,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/statement.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
@@ -112,14 +113,19 @@ std::vector<std::string> QuoteInPieces(const std::vector<std::string>& names,
 
 }  // namespace
 
-Domain::Domain() = default;
+Domain::Domain()
+    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ != nullptr ? 0 : -1) {}
+
+INTERNAL::Database Domain::_DomainDb() const {
+  return {handler_, status_};
+}
 
 bool Domain::Create(const RECORD::Domain& domain) {
   StatementBatch batch;
   batch.Add(FormatStatement(kInsert, domain.GetDomainIdx(), domain.GetDomainName().c_str(),
                             domain.GetDomainDesc().c_str(), domain.GetDefaultAliasPattern().c_str(),
                             domain.IsAutomaticallyAddingUsers() ? 1 : 0));
-  return db_.Run(batch, "fail to insert domain_table");
+  return _DomainDb().Run(batch, "fail to insert domain_table");
 }
 
 bool Domain::Set(const RECORD::Domain& domain) {
@@ -127,19 +133,19 @@ bool Domain::Set(const RECORD::Domain& domain) {
   batch.Add(FormatStatement(kUpdate, domain.GetDomainName().c_str(), domain.GetDomainDesc().c_str(),
                             domain.GetDefaultAliasPattern().c_str(),
                             domain.IsAutomaticallyAddingUsers() ? 1 : 0, domain.GetDomainIdx()));
-  return db_.Run(batch, "fail to update domain_table");
+  return _DomainDb().Run(batch, "fail to update domain_table");
 }
 
 bool Domain::Delete(const std::vector<int>& domain_idxs) {
   StatementBatch batch;
   batch.AddWithIds(kDelete, domain_idxs);
-  return db_.Run(batch, "fail to delete domain_table");
+  return _DomainDb().Run(batch, "fail to delete domain_table");
 }
 
 bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) {
   DomainDBFilter own = filter;
   own.SetTableName(kView);
-  if (!db_.Append<DomainColumns>(own.ComposeQueryCmd(), domains)) {
+  if (!_DomainDb().Append<DomainColumns>(own.ComposeQueryCmd(), domains)) {
     return false;
   }
   if (!_FetchDomainsUserNum(domains)) {
@@ -150,7 +156,7 @@ bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) 
 }
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
-  return db_.Query<Columns<Int, Text, Flag>>(
+  return _DomainDb().Query<Columns<Int, Text, Flag>>(
       kSelectNames, [&domains](int domain_idx, const std::string& name, bool is_primary) {
         RECORD::Domain domain;
         domain.SetDomainIdx(domain_idx);
@@ -161,11 +167,11 @@ bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
 }
 
 bool Domain::GetDomainCount(DomainDBFilter& filter, int& count) {
-  return db_.GetCount(filter, kView, "count(*)", count);
+  return _DomainDb().GetCount(filter, kView, "count(*)", count);
 }
 
 bool Domain::GetAllDomainCount(int& count) {
-  return db_.GetTableCount(kView, count);
+  return _DomainDb().GetTableCount(kView, count);
 }
 
 bool Domain::GetNextDomainIDX(int& domain_idx) {
@@ -175,7 +181,7 @@ bool Domain::GetNextDomainIDX(int& domain_idx) {
       Int::Read(cell, highest, SourceHere::Now());
     }
   };
-  if (!db_.Query<Columns<Text>>(kSelectHighestIdx, read)) {
+  if (!_DomainDb().Query<Columns<Text>>(kSelectHighestIdx, read)) {
     return false;
   }
   if (highest == std::numeric_limits<int>::max()) {
@@ -187,7 +193,7 @@ bool Domain::GetNextDomainIDX(int& domain_idx) {
 }
 
 bool Domain::IsDomainNameExist(const std::string& name) {
-  if (!db_.IsOpen()) {
+  if (!_DomainDb().IsOpen()) {
     return false;
   }
   std::string other;
@@ -195,7 +201,7 @@ bool Domain::IsDomainNameExist(const std::string& name) {
     other = name;
   }
   bool exists = false;
-  return db_.GetExists(FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(),
+  return _DomainDb().GetExists(FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(),
                                        other.c_str()),
                        exists) &&
          exists;
@@ -203,18 +209,18 @@ bool Domain::IsDomainNameExist(const std::string& name) {
 
 bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
   std::string stored = domain.GetDomainName();
-  return db_.GetText(FormatStatement(kSelectName, domain.GetDomainIdx()), 0, stored) &&
+  return _DomainDb().GetText(FormatStatement(kSelectName, domain.GetDomainIdx()), 0, stored) &&
          stored != domain.GetDomainName();
 }
 
 bool Domain::GetDefaultAliasPattern(const int& domain_idx, std::string& pattern) {
   return IsIdxUsable(db_, domain_idx) &&
-         db_.GetText(FormatStatement(kSelectDomain, domain_idx), kPatternColumn, pattern);
+         _DomainDb().GetText(FormatStatement(kSelectDomain, domain_idx), kPatternColumn, pattern);
 }
 
 bool Domain::GetPrimaryDomain(RECORD::Domain& domain) {
   std::vector<RECORD::Domain> found;
-  const bool read = db_.Append<DomainColumns>(kSelectPrimary, found);
+  const bool read = _DomainDb().Append<DomainColumns>(kSelectPrimary, found);
   if (!found.empty()) {
     found.back().SetUserNum(domain.GetUserNum());  // no column has it
     domain = found.back();
@@ -223,7 +229,7 @@ bool Domain::GetPrimaryDomain(RECORD::Domain& domain) {
 }
 
 bool Domain::GetPrimaryDomainIdx(int& domain_idx) {
-  return db_.Query<Columns<Int>>(kSelectPrimaryIdx,
+  return _DomainDb().Query<Columns<Int>>(kSelectPrimaryIdx,
                                  [&domain_idx](int stored) { domain_idx = stored; });
 }
 
@@ -231,11 +237,11 @@ bool Domain::SetPrimaryDomain(const int& domain_idx) {
   StatementBatch batch;
   batch.Add(kDeletePrimary);
   batch.Add(FormatStatement(kInsertPrimary, domain_idx));
-  return db_.Run(batch, "fail to insert primary_domain_table");
+  return _DomainDb().Run(batch, "fail to insert primary_domain_table");
 }
 
 bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names) {
-  if (!db_.IsOpen()) {
+  if (!_DomainDb().IsOpen()) {
     return false;
   }
   StatementBatch batch;
@@ -246,23 +252,23 @@ bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<st
     }
     batch.Add(FormatStatement(kInsertAdditional, domain_idx, name.c_str()));
   }
-  return db_.Run(batch, "fail to insert domain_to_additional_domain_table");
+  return _DomainDb().Run(batch, "fail to insert domain_to_additional_domain_table");
 }
 
 bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names) {
-  if (!db_.IsOpen()) {
+  if (!_DomainDb().IsOpen()) {
     return false;
   }
   StatementBatch batch;
   for (const std::string& piece : QuoteInPieces(names)) {
     batch.Add(FormatStatement(kDeleteAdditional, domain_idx, piece.c_str()));
   }
-  return db_.Run(batch, "fail to delete domain_to_additional_domain_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_additional_domain_table");
 }
 
 bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::string>& names) {
   return IsIdxUsable(db_, domain_idx) &&
-         db_.Query<Columns<Text, Text>>(
+         _DomainDb().Query<Columns<Text, Text>>(
              FormatStatement(kSelectAdditional, domain_idx),
              [&names](const std::string& /*domain_idx*/, std::string&& name) {
                names.push_back(std::move(name));
@@ -270,23 +276,23 @@ bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::strin
 }
 
 bool Domain::ListAllAdditionalDomains(std::map<int, std::vector<std::string>>& names_by_domain) {
-  return db_.Query<Columns<Int, Text>>(kSelectAllAdditional,
+  return _DomainDb().Query<Columns<Int, Text>>(kSelectAllAdditional,
                                        [&names_by_domain](int domain_idx, std::string&& name) {
                                          names_by_domain[domain_idx].push_back(std::move(name));
                                        });
 }
 
 bool Domain::GetDelegatedDomainIds(const unsigned int& uid, std::vector<int>& domain_idxs) {
-  return db_.Append<Columns<Int>>(FormatStatement(kSelectDelegated, uid), domain_idxs);
+  return _DomainDb().Append<Columns<Int>>(FormatStatement(kSelectDelegated, uid), domain_idxs);
 }
 
 bool Domain::GetAutoAddingUserDomainIds(std::vector<int>& domain_idxs) {
-  return db_.Append<Columns<Int>>(kSelectAdding, domain_idxs);
+  return _DomainDb().Append<Columns<Int>>(kSelectAdding, domain_idxs);
 }
 
 bool Domain::GetBelongedUsers(const std::vector<int>& domain_idxs,
                               std::vector<unsigned int>& uids) {
-  return db_.Append<Columns<Uid>>(FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()),
+  return _DomainDb().Append<Columns<Uid>>(FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()),
                                   uids);
 }
 
@@ -303,7 +309,7 @@ bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {
   const auto keep = [&count_by_idx](int domain_idx, int count) {
     count_by_idx[domain_idx] = count;
   };
-  if (!db_.Query<Columns<Int, Int>>(FormatSql(kCountUsers, BASE::Join(domain_idxs, ",").c_str()),
+  if (!_DomainDb().Query<Columns<Int, Int>>(FormatSql(kCountUsers, BASE::Join(domain_idxs, ",").c_str()),
                                     keep)) {
     return false;
   }

@@ -13,13 +13,18 @@
 #include <string>
 #include <vector>
 
-#include "lib-domain/db/database.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/record/domain.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class Domain {
+namespace INTERNAL {
+class Database;
+}
+
+class MDOMAIN_EXPORT Domain {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   Domain();
@@ -77,7 +82,10 @@ class Domain {
  private:
   bool _FetchDomainsUserNum(std::vector<RECORD::Domain>& domains);
 
-  INTERNAL::Database db_;
+  INTERNAL::Database _DomainDb() const;
+
+  DomainDBHandler* handler_;
+  int status_;  // 0, or -1 without a handler
 };
 
 }  // namespace MDOMAIN::DB

@@ -9,9 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::DB {
 
-class DomainDBFilter {
+class MDOMAIN_EXPORT DomainDBFilter {
  public:
   // All domains, the first 100.
   DomainDBFilter() = default;

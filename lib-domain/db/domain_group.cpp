@@ -3,6 +3,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/sqlite.h"
 
@@ -62,7 +63,12 @@ constexpr int kNotMemberOfDomain = 2;
 
 }  // namespace
 
-DomainGroup::DomainGroup() = default;
+DomainGroup::DomainGroup()
+    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ != nullptr ? 0 : -1) {}
+
+INTERNAL::Database DomainGroup::_DomainDb() const {
+  return {handler_, status_};
+}
 
 bool DomainGroup::SetGroupsRoles(const std::vector<RECORD::DomainGroupRole>& roles) {
   StatementBatch batch;
@@ -70,7 +76,7 @@ bool DomainGroup::SetGroupsRoles(const std::vector<RECORD::DomainGroupRole>& rol
     return FormatStatement(kReplaceRole, role.GetDomainIdx(), role.GetGID(),
                            role.GetRole().c_str());
   });
-  return db_.Run(batch, "fail to Set domain_to_group_role_table");
+  return _DomainDb().Run(batch, "fail to Set domain_to_group_role_table");
 }
 
 bool DomainGroup::CreateGroupsRoles(const std::vector<RECORD::DomainGroupRole>& roles) {
@@ -80,19 +86,19 @@ bool DomainGroup::CreateGroupsRoles(const std::vector<RECORD::DomainGroupRole>& 
 bool DomainGroup::DeleteGroupsRoles(const int& domain_idx, const std::vector<unsigned int>& gids) {
   StatementBatch batch;
   batch.AddWithIds(kDeleteRoles, gids, domain_idx);
-  return db_.Run(batch, "fail to delete domain_to_group_role_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_group_role_table");
 }
 
 bool DomainGroup::DeleteMemberRemovedRecord(const int& domain_idx,
                                             const std::vector<unsigned int>& gids) {
   StatementBatch batch;
   batch.AddWithIds(kDeleteRemovals, gids, domain_idx);
-  return db_.Run(batch, "fail to delete domain_to_group_role_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_group_role_table");
 }
 
 bool DomainGroup::IsExists(const int& domain_idx, const unsigned int& gid) {
   bool exists = false;
-  return db_.GetExists(FormatStatement(kExists, domain_idx, gid), exists) && exists;
+  return _DomainDb().GetExists(FormatStatement(kExists, domain_idx, gid), exists) && exists;
 }
 
 bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<unsigned int>& gids,
@@ -100,7 +106,7 @@ bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<un
   std::string smallest;
   for (const std::string& piece : JoinIdsInPieces(gids)) {
     std::string cell;
-    if (!db_.GetText(FormatStatement(kSelectSmallestRole, domain_idx, piece.c_str()), 0, cell)) {
+    if (!_DomainDb().GetText(FormatStatement(kSelectSmallestRole, domain_idx, piece.c_str()), 0, cell)) {
       return false;
     }
     if (smallest.empty() || (!cell.empty() && cell < smallest)) {
@@ -113,20 +119,20 @@ bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<un
 
 bool DomainGroup::GetResultGroupRoles(const int& domain_idx,
                                       std::unordered_map<unsigned int, std::string>& role_by_uid) {
-  return db_.Query<Columns<Uid, Text>>(
+  return _DomainDb().Query<Columns<Uid, Text>>(
       FormatStatement(kSelectSmallestRoles, domain_idx),
       [&role_by_uid](unsigned int uid, std::string&& role) { role_by_uid[uid] = std::move(role); });
 }
 
 bool DomainGroup::GetDomainGroupsCount(DomainDBFilter& filter, int& count) {
-  return db_.GetCount(filter, kView, "count(distinct gid)", count);
+  return _DomainDb().GetCount(filter, kView, "count(distinct gid)", count);
 }
 
 bool DomainGroup::ListDomainGroups(DomainDBFilter& filter,
                                    std::vector<RECORD::DomainGroup>& groups) {
   DomainDBFilter own = filter;
   own.SetTableName(kView);
-  return db_.Query<GroupColumns>(own.ComposeQueryCmd(), [&groups](auto&&... values) {
+  return _DomainDb().Query<GroupColumns>(own.ComposeQueryCmd(), [&groups](auto&&... values) {
     RECORD::DomainGroup group(std::forward<decltype(values)>(values)...);
     if (group.IsValid()) {
       groups.push_back(std::move(group));
@@ -136,7 +142,7 @@ bool DomainGroup::ListDomainGroups(DomainDBFilter& filter,
 
 bool DomainGroup::CheckSingleMemberStatus(const int& domain_idx, const unsigned int& /*gid*/,
                                           const unsigned int& uid, int& status) {
-  if (!db_.IsOpen()) {
+  if (!_DomainDb().IsOpen()) {
     return false;
   }
   bool exists = false;
@@ -150,14 +156,14 @@ bool DomainGroup::CheckSingleMemberStatus(const int& domain_idx, const unsigned 
 
 bool DomainGroup::ListMembersInDomain(const int& domain_idx, const unsigned int& gid,
                                       std::vector<unsigned int>& uids) {
-  return db_.Append<Columns<Uid>>(FormatStatement(kSelectMembersInDomain, gid, domain_idx), uids);
+  return _DomainDb().Append<Columns<Uid>>(FormatStatement(kSelectMembersInDomain, gid, domain_idx), uids);
 }
 
 bool DomainGroup::FindUsersBelongToGIDsOnly(const int& domain_idx,
                                             const std::vector<unsigned int>& gids,
                                             std::vector<unsigned int>& uids) {
   const std::string list = BASE::Join(gids, ",");
-  return db_.Append<Columns<Uid>>(
+  return _DomainDb().Append<Columns<Uid>>(
       FormatSql(kSelectBelongingOnly, list.c_str(), list.c_str(), domain_idx), uids);
 }
 
@@ -165,12 +171,12 @@ bool DomainGroup::FindUsersEffectedByGIDsOnly(const int& domain_idx,
                                               const std::vector<unsigned int>& gids,
                                               std::vector<unsigned int>& uids) {
   const std::string list = BASE::Join(gids, ",");
-  return db_.Append<Columns<Uid>>(
+  return _DomainDb().Append<Columns<Uid>>(
       FormatSql(kSelectEffectedOnly, domain_idx, list.c_str(), domain_idx, list.c_str()), uids);
 }
 
 bool DomainGroup::_CheckMemberExists(const int& domain_idx, const unsigned int& uid, bool& exists) {
-  return db_.GetExists(FormatStatement(kHasMember, uid, domain_idx), exists);
+  return _DomainDb().GetExists(FormatStatement(kHasMember, uid, domain_idx), exists);
 }
 
 }  // namespace MDOMAIN::DB

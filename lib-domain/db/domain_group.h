@@ -11,14 +11,19 @@
 #include <unordered_map>
 #include <vector>
 
-#include "lib-domain/db/database.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/record/domain_group.h"
 #include "lib-domain/record/domain_group_role.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class DomainGroup {
+namespace INTERNAL {
+class Database;
+}
+
+class MDOMAIN_EXPORT DomainGroup {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   DomainGroup();
@@ -66,7 +71,10 @@ class DomainGroup {
  private:
   bool _CheckMemberExists(const int& domain_idx, const unsigned int& uid, bool& exists);
 
-  INTERNAL::Database db_;
+  INTERNAL::Database _DomainDb() const;
+
+  DomainDBHandler* handler_;
+  int status_;  // 0, or -1 without a handler
 };
 
 }  // namespace MDOMAIN::DB

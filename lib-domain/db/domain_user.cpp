@@ -5,6 +5,8 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/domain_user_internal.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/sqlite.h"
 
@@ -113,31 +115,36 @@ std::string JoinSet(const std::set<Id>& ids) {
 
 }  // namespace
 
-DomainUser::DomainUser() = default;
+DomainUser::DomainUser()
+    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ != nullptr ? 0 : -1) {}
+
+INTERNAL::Database DomainUser::_DomainDb() const {
+  return {handler_, status_};
+}
 
 bool DomainUser::IsAliasExist(const std::string& alias) {
   bool exists = false;
-  return db_.GetExists(FormatStatement(kIsAliasTaken, alias.c_str()), exists) && exists;
+  return _DomainDb().GetExists(FormatStatement(kIsAliasTaken, alias.c_str()), exists) && exists;
 }
 
 bool DomainUser::IsExists(const int& domain_idx, const std::string& user_name) {
   bool exists = false;
-  return db_.GetExists(FormatStatement(kExists, domain_idx, user_name.c_str()), exists) && exists;
+  return _DomainDb().GetExists(FormatStatement(kExists, domain_idx, user_name.c_str()), exists) && exists;
 }
 
 bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
-  return db_.GetCount(filter, kView, "count(distinct uid)", count);
+  return _DomainDb().GetCount(filter, kView, "count(distinct uid)", count);
 }
 
 bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
   DomainDBFilter own = filter;
   own.SetTableName(kView);
-  return db_.Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
+  return _DomainDb().Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
 }
 
 bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,
                                  const bool& with_group_control) {
-  if (!db_.IsOpen()) {
+  if (!_DomainDb().IsOpen()) {
     return false;
   }
   DomainDBFilter own = filter;
@@ -158,7 +165,7 @@ bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::Dom
         domain_idx, uid, name,
         std::vector<std::pair<std::string, bool>>{{std::move(alias), duplicated}}, role);
   };
-  if (!db_.Query<UserColumns>(own.ComposeDomainUserListQueryCmd(uids), keep)) {
+  if (!_DomainDb().Query<UserColumns>(own.ComposeDomainUserListQueryCmd(uids), keep)) {
     return false;
   }
   if (with_group_control && !_CheckUnderControl(alias_rows)) {
@@ -176,7 +183,7 @@ bool DomainUser::List(const int& domain_idx, std::vector<unsigned int>& uids) {
 
 bool DomainUser::List(const std::vector<int>& domain_idxs,
                       std::map<int, std::unordered_set<unsigned int>>& uids_by_domain) {
-  return db_.Query<DomainAndUser>(
+  return _DomainDb().Query<DomainAndUser>(
       FormatSql(kSelectUsersOfDomains, BASE::Join(domain_idxs, ",").c_str()),
       [&](int domain_idx, unsigned int uid) { uids_by_domain[domain_idx].insert(uid); });
 }
@@ -216,18 +223,18 @@ bool DomainUser::ListDomainUsersAliases(const std::vector<int>& domain_idxs,
 
 bool DomainUser::GetAliasUsers(const int& domain_idx, const std::string& alias,
                                std::vector<RECORD::DomainUserAlias>& aliases) {
-  return db_.Append<AliasColumns>(FormatSql(kSelectAliasUsers, domain_idx) + alias + kNoCase,
+  return _DomainDb().Append<AliasColumns>(FormatSql(kSelectAliasUsers, domain_idx) + alias + kNoCase,
                                   aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const unsigned int& uid,
                                 std::vector<std::string>& aliases) {
-  return db_.Append<Columns<Text>>(FormatStatement(kSelectAliases, domain_idx, uid), aliases);
+  return _DomainDb().Append<Columns<Text>>(FormatStatement(kSelectAliases, domain_idx, uid), aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const std::string& user_name,
                                 std::vector<std::string>& aliases) {
-  return db_.Append<Columns<Text>>(
+  return _DomainDb().Append<Columns<Text>>(
       FormatStatement(kSelectAliasesByName, domain_idx, user_name.c_str()), aliases);
 }
 
@@ -238,7 +245,7 @@ bool DomainUser::GetAllUserAliases(
   const auto keep = [&found](const std::string& user_name, std::string&& alias) {
     found[BASE::ToLowerAscii(user_name)].push_back(std::move(alias));
   };
-  if (!db_.Query<Columns<Text, Text>>(FormatStatement(kSelectAllAliases, domain_idx), keep)) {
+  if (!_DomainDb().Query<Columns<Text, Text>>(FormatStatement(kSelectAllAliases, domain_idx), keep)) {
     return false;
   }
   aliases_by_user.swap(found);
@@ -246,12 +253,12 @@ bool DomainUser::GetAllUserAliases(
 }
 
 bool DomainUser::GetAutoAddedUsersRoles(std::vector<RECORD::DomainUserRole>& roles) {
-  return db_.Append<RoleColumns>(kSelectAutoAdded, roles);
+  return _DomainDb().Append<RoleColumns>(kSelectAutoAdded, roles);
 }
 
 bool DomainUser::FindBeingEffectedGroups(const int& domain_idx, const unsigned int& uid,
                                          std::vector<unsigned int>& gids) {
-  return db_.Query<Columns<Text, Gid>>(
+  return _DomainDb().Query<Columns<Text, Gid>>(
       FormatStatement(kSelectEffectingGroups, domain_idx, uid),
       [&gids](const std::string& /*domain_idx*/, unsigned int gid) { gids.push_back(gid); });
 }
@@ -259,24 +266,24 @@ bool DomainUser::FindBeingEffectedGroups(const int& domain_idx, const unsigned i
 bool DomainUser::FindBeingEffectedGroups(
     const int& domain_idx, const std::vector<unsigned int>& uids,
     std::map<unsigned int, std::vector<unsigned int>>& gids_by_uid) {
-  return db_.Query<Columns<Uid, Gid>>(
+  return _DomainDb().Query<Columns<Uid, Gid>>(
       FormatSql(uids.size() > kFewUsers ? kSelectGroupsOfMany : kSelectGroupsOfFew, domain_idx,
                 BASE::Join(uids, ",").c_str()),
       [&gids_by_uid](unsigned int uid, unsigned int gid) { gids_by_uid[uid].push_back(gid); });
 }
 
 bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& uids_by_domain) {
-  return db_.Query<DomainAndUser>(kSelectUsersWithoutRole, [&](int domain_idx, unsigned int uid) {
+  return _DomainDb().Query<DomainAndUser>(kSelectUsersWithoutRole, [&](int domain_idx, unsigned int uid) {
     uids_by_domain[domain_idx].push_back(uid);
   });
 }
 
 bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails) {
-  return db_.Append<Columns<Text>>(FormatStatement(kSelectDuplicated, domain_idx), emails);
+  return _DomainDb().Append<Columns<Text>>(FormatStatement(kSelectDuplicated, domain_idx), emails);
 }
 
 bool DomainUser::GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids) {
-  return db_.Query<Columns<Uid>>(FormatStatement(kSelectRemoved, domain_idx),
+  return _DomainDb().Query<Columns<Uid>>(FormatStatement(kSelectRemoved, domain_idx),
                                  [&uids](unsigned int uid) { uids.insert(uid); });
 }
 
@@ -289,7 +296,7 @@ bool DomainUser::_CheckUnderControl(std::vector<RECORD::DomainUser>& users) {
     uids.insert(user.GetUID());
   }
   std::set<std::pair<int, unsigned int>> own_roles;
-  if (!db_.Query<DomainAndUser>(
+  if (!_DomainDb().Query<DomainAndUser>(
           FormatSql(kSelectOwnRoles, JoinSet(domain_idxs).c_str(), JoinSet(uids).c_str()),
           [&](int domain_idx, unsigned int uid) { own_roles.emplace(domain_idx, uid); })) {
     return false;
@@ -306,7 +313,7 @@ bool DomainUser::SetUsersRoles(const std::vector<RECORD::DomainUserRole>& roles)
     return FormatStatement(kReplaceRole, role.GetDomainIdx(), role.GetUID(), role.GetRole().c_str(),
                            role.IsAutoAdded() ? 1 : 0);
   });
-  return db_.Run(batch, "fail to insert domain_to_user_role_table");
+  return _DomainDb().Run(batch, "fail to insert domain_to_user_role_table");
 }
 
 bool DomainUser::CreateUsersRoles(const std::vector<RECORD::DomainUserRole>& roles) {
@@ -318,23 +325,23 @@ bool DomainUser::DeleteUsersRoles(const std::vector<std::pair<int, unsigned int>
   for (const auto& [domain_idx, uid] : pairs) {
     batch.Add(FormatStatement(kDeleteRole, domain_idx, uid));
   }
-  return db_.Run(batch, "fail to delete domain_to_user_role_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_user_role_table");
 }
 
 bool DomainUser::DeleteUsersRoles(const int& domain_idx, const std::vector<unsigned int>& uids) {
   StatementBatch batch;
   batch.AddWithIds(kDeleteRoles, uids, domain_idx);
-  return db_.Run(batch, "fail to delete domain_to_user_role_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_user_role_table");
 }
 
 bool DomainUser::CreateUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases) {
   StatementBatch batch;
   batch.AddValid(aliases, FormatAliasInsert);
-  return db_.Run(batch, "fail to insert domain_user_alias_table");
+  return _DomainDb().Run(batch, "fail to insert domain_user_alias_table");
 }
 
 bool DomainUser::SetUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases) {
-  if (!db_.IsOpen()) {
+  if (!_DomainDb().IsOpen()) {
     return false;
   }
   StatementBatch batch;
@@ -353,13 +360,13 @@ bool DomainUser::SetUsersAliases(const std::vector<RECORD::DomainUserAlias>& ali
   for (std::string& insert : inserts) {
     batch.Add(std::move(insert));
   }
-  return db_.Run(batch, "fail to insert domain_to_user_real_table");
+  return _DomainDb().Run(batch, "fail to insert domain_to_user_real_table");
 }
 
 bool DomainUser::DeleteUsersAliases(const int& domain_idx, const std::vector<unsigned int>& uids) {
   StatementBatch batch;
   batch.AddWithIds(kDeleteAliases, uids, domain_idx);
-  return db_.Run(batch, "fail to delete domain_to_user_real_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_user_real_table");
 }
 
 bool DomainUser::RemoveUsersFromDomainGroups(
@@ -368,13 +375,13 @@ bool DomainUser::RemoveUsersFromDomainGroups(
   for (const auto& [domain_idx, gid, uid] : removals) {
     batch.Add(FormatStatement(kReplaceRemoval, domain_idx, gid, uid));
   }
-  return db_.Run(batch, "fail to delete domain_to_group_role_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_group_role_table");
 }
 
 bool DomainUser::DeleteRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& uids) {
   StatementBatch batch;
   batch.AddWithIds(kDeleteRemovals, uids, domain_idx);
-  return db_.Run(batch, "fail to delete domain_to_group_role_table");
+  return _DomainDb().Run(batch, "fail to delete domain_to_group_role_table");
 }
 
 }  // namespace MDOMAIN::DB

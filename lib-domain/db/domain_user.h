@@ -21,15 +21,20 @@
 #include <utility>
 #include <vector>
 
-#include "lib-domain/db/database.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class DomainUser {
+namespace INTERNAL {
+class Database;
+}
+
+class MDOMAIN_EXPORT DomainUser {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   DomainUser();
@@ -120,21 +125,12 @@ class DomainUser {
  private:
   bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);
 
-  INTERNAL::Database db_;
+  INTERNAL::Database _DomainDb() const;
+
+  DomainDBHandler* handler_;
+  int status_;  // 0, or -1 without a handler
 };
 
-namespace INTERNAL {
-
-// Duplicated before not duplicated.
-bool _CompareAliasDuplicatedPairByIsDuplicated(const std::pair<std::string, bool>& a,
-                                               const std::pair<std::string, bool>& b);
-// Adds the aliases of `rows` to the first entry of `users` with the same domain and uid; a row
-// without one becomes a new entry at the end. Then sorts every entry's aliases, duplicated ones
-// first, else in the order in which they came. Linear but for the sorting.
-void _MergeDomainUsers(const std::vector<RECORD::DomainUser>& rows,
-                       std::vector<RECORD::DomainUser>& users);
-
-}  // namespace INTERNAL
 }  // namespace MDOMAIN::DB
 
 #endif  // LIB_DOMAIN_DB_DOMAIN_USER_H

@@ -5,6 +5,8 @@
 
 #include "lib-domain/db/domain_user.h"
 
+#include "lib-domain/db/domain_user_internal.h"
+
 namespace MDOMAIN::DB::INTERNAL {
 
 namespace {

@@ -14,6 +14,7 @@
 
 #include "lib-domain/record/address_part.h"
 #include "platform/include/db_handler.h"
+#include "platform/include/export.h"
 
 namespace korvmailserver {
 class Statement;
@@ -21,7 +22,7 @@ class Statement;
 
 namespace MDOMAIN::DB {
 
-class EmailOwner : public DBHandler {
+class MDOMAIN_EXPORT EmailOwner : public DBHandler {
  public:
   // Opens the default file or `path`, creating it with its tables, and its folder, when it is
   // missing. A file that cannot be used (a directory, garbage, locked for more than the handler's

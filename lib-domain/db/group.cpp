@@ -1,6 +1,8 @@
 // The statements of the mirrored groups and their members.
 #include "lib-domain/db/group.h"
 
+#include "lib-domain/db/account_db_filter_internal.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {
@@ -30,20 +32,25 @@ constexpr const char* kDeleteMembers = "DELETE FROM group_to_user_table WHERE gi
 
 }  // namespace
 
-Group::Group() = default;
+Group::Group()
+    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ != nullptr ? 0 : -1) {}
+
+INTERNAL::Database Group::_DomainDb() const {
+  return {handler_, status_};
+}
 
 bool Group::GetName(const unsigned int& gid, std::string& name) {
-  return db_.GetText(FormatStatement(kSelectGroup, gid), kNameColumn, name);
+  return _DomainDb().GetText(FormatStatement(kSelectGroup, gid), kNameColumn, name);
 }
 
 bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids) {
-  return db_.Query<Columns<Text, Uid>>(
+  return _DomainDb().Query<Columns<Text, Uid>>(
       FormatStatement(kSelectMembers, gid),
       [&uids](const std::string& /*gid*/, unsigned int uid) { uids.push_back(uid); });
 }
 
 bool Group::ListAllGroupToUsers(std::map<unsigned int, std::vector<unsigned int>>& uids_by_gid) {
-  return db_.Query<Columns<Gid, Uid>>(
+  return _DomainDb().Query<Columns<Gid, Uid>>(
       kSelectAllMembers,
       [&uids_by_gid](unsigned int gid, unsigned int uid) { uids_by_gid[gid].push_back(uid); });
 }
@@ -54,7 +61,7 @@ bool Group::Create(const std::vector<RECORD::Group>& groups) {
     return FormatStatement(kInsert, group.GetGID(), group.GetGroupName().c_str(),
                            group.GetGroupDesc().c_str());
   });
-  return db_.Run(batch, "fail to insert group_table");
+  return _DomainDb().Run(batch, "fail to insert group_table");
 }
 
 bool Group::Set(const std::vector<RECORD::Group>& groups) {
@@ -63,7 +70,7 @@ bool Group::Set(const std::vector<RECORD::Group>& groups) {
     return FormatStatement(kUpdate, group.GetGroupName().c_str(), group.GetGroupDesc().c_str(),
                            group.GetGID());
   });
-  return db_.Run(batch, "fail to update group_table");
+  return _DomainDb().Run(batch, "fail to update group_table");
 }
 
 bool Group::SetGroupToUsers(
@@ -72,23 +79,23 @@ bool Group::SetGroupToUsers(
   for (const auto& [gid, uid] : gid_uid_pairs) {
     batch.Add(FormatStatement(kInsertMember, gid, uid));
   }
-  return db_.Run(batch, "fail to update group_to_user_table");
+  return _DomainDb().Run(batch, "fail to update group_to_user_table");
 }
 
 bool Group::Delete(const std::vector<unsigned int>& gids) {
   StatementBatch batch;
   batch.AddWithIds(kDelete, gids);
-  return db_.Run(batch, "fail to delete group_table");
+  return _DomainDb().Run(batch, "fail to delete group_table");
 }
 
 bool Group::DeleteGroupToUsers(const std::vector<unsigned int>& gids) {
   StatementBatch batch;
   batch.AddWithIds(kDeleteMembers, gids);
-  return db_.Run(batch, "fail to delete from group_to_user_table");
+  return _DomainDb().Run(batch, "fail to delete from group_to_user_table");
 }
 
 bool Group::List(const GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {
-  return db_.IsOpen() && db_.Append<GroupColumns>(ComposeQueryCmd(filter), groups);
+  return _DomainDb().IsOpen() && _DomainDb().Append<GroupColumns>(ComposeQueryCmd(filter), groups);
 }
 
 }  // namespace MDOMAIN::DB

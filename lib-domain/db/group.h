@@ -13,12 +13,17 @@
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
-#include "lib-domain/db/database.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/record/group.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class Group {
+namespace INTERNAL {
+class Database;
+}
+
+class MDOMAIN_EXPORT Group {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   Group();
@@ -46,7 +51,10 @@ class Group {
   bool List(const GroupDBFilter& filter, std::vector<RECORD::Group>& groups);
 
  private:
-  INTERNAL::Database db_;
+  INTERNAL::Database _DomainDb() const;
+
+  DomainDBHandler* handler_;
+  int status_;  // 0, or -1 without a handler
 };
 
 }  // namespace MDOMAIN::DB

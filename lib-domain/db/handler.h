@@ -9,10 +9,11 @@
 #include <vector>
 
 #include "platform/include/db_handler.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class DomainDBHandler : public DBHandler {
+class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
  public:
   // The process-wide handler, opened, upgraded and kept on first use. Null, with the reason logged,
   // when the file cannot be found, opened or upgraded; the next call tries again. It stays with the

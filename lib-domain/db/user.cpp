@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "lib-domain/db/account_db_filter_internal.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {
@@ -28,15 +30,20 @@ constexpr const char* kDelete = "DELETE FROM user_table WHERE uid IN (%q)";
 
 }  // namespace
 
-User::User() = default;
+User::User()
+    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ != nullptr ? 0 : -1) {}
+
+INTERNAL::Database User::_DomainDb() const {
+  return {handler_, status_};
+}
 
 bool User::GetUID(const std::string& name, unsigned int& uid) {
-  return db_.Query<Columns<Uid>>(FormatStatement(kSelectByName, name.c_str()),
+  return _DomainDb().Query<Columns<Uid>>(FormatStatement(kSelectByName, name.c_str()),
                                  [&uid](unsigned int stored) { uid = stored; });
 }
 
 bool User::GetName(const unsigned int& uid, std::string& name) {
-  return db_.GetText(FormatStatement(kSelectUser, uid), kNameColumn, name);
+  return _DomainDb().GetText(FormatStatement(kSelectUser, uid), kNameColumn, name);
 }
 
 bool User::GetNames(const std::vector<unsigned int>& uids,
@@ -46,12 +53,12 @@ bool User::GetNames(const std::vector<unsigned int>& uids,
   };
   const std::vector<std::string> pieces = JoinIdsInPieces(uids);
   return std::all_of(pieces.begin(), pieces.end(), [&](const std::string& piece) {
-    return db_.Query<UserColumns>(FormatStatement(kSelectUsers, piece.c_str()), keep);
+    return _DomainDb().Query<UserColumns>(FormatStatement(kSelectUsers, piece.c_str()), keep);
   });
 }
 
 bool User::FindBelongingGroups(const unsigned int& uid, std::vector<unsigned int>& gids) {
-  return db_.Append<Columns<Gid>>(FormatStatement(kSelectGroups, uid), gids);
+  return _DomainDb().Append<Columns<Gid>>(FormatStatement(kSelectGroups, uid), gids);
 }
 
 bool User::Create(const std::vector<RECORD::User>& users) {
@@ -59,7 +66,7 @@ bool User::Create(const std::vector<RECORD::User>& users) {
   batch.AddValid(users, [](const RECORD::User& user) {
     return FormatStatement(kInsert, user.GetUID(), user.GetUserName().c_str());
   });
-  return db_.Run(batch, "fail to insert user_table");
+  return _DomainDb().Run(batch, "fail to insert user_table");
 }
 
 bool User::Set(const std::vector<RECORD::User>& users) {
@@ -67,24 +74,24 @@ bool User::Set(const std::vector<RECORD::User>& users) {
   batch.AddValid(users, [](const RECORD::User& user) {
     return FormatStatement(kUpdate, user.GetUserName().c_str(), user.GetUID());
   });
-  return db_.Run(batch, "fail to insert user_table");
+  return _DomainDb().Run(batch, "fail to insert user_table");
 }
 
 bool User::Delete(const std::vector<unsigned int>& uids) {
   StatementBatch batch;
   batch.AddWithIds(kDelete, uids);
-  return db_.Run(batch, "fail to insert user_table");
+  return _DomainDb().Run(batch, "fail to insert user_table");
 }
 
 // The answer is not handed out: programs that link this operation have always been told false.
 bool User::IsExists(const RECORD::User& user) {
   bool exists = false;
-  db_.GetExists(FormatStatement(kExists, user.GetUID()), exists);
+  _DomainDb().GetExists(FormatStatement(kExists, user.GetUID()), exists);
   return false;
 }
 
 bool User::List(const UserDBFilter& filter, std::vector<RECORD::User>& users) {
-  return db_.IsOpen() && db_.Append<UserColumns>(ComposeQueryCmd(filter), users);
+  return _DomainDb().IsOpen() && _DomainDb().Append<UserColumns>(ComposeQueryCmd(filter), users);
 }
 
 }  // namespace MDOMAIN::DB

@@ -12,12 +12,17 @@
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
-#include "lib-domain/db/database.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
-class User {
+namespace INTERNAL {
+class Database;
+}
+
+class MDOMAIN_EXPORT User {
  public:
   // Borrows the process-wide handler; without one every operation fails.
   User();
@@ -44,7 +49,10 @@ class User {
   bool List(const UserDBFilter& filter, std::vector<RECORD::User>& users);
 
  private:
-  INTERNAL::Database db_;
+  INTERNAL::Database _DomainDb() const;
+
+  DomainDBHandler* handler_;
+  int status_;  // 0, or -1 without a handler
 };
 
 }  // namespace MDOMAIN::DB

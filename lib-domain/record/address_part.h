@@ -4,10 +4,12 @@
 
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::RECORD {
 
 // A domain name and the index of the domain that it belongs to. Not validated.
-class DomainPart {
+class MDOMAIN_EXPORT DomainPart {
  public:
   // Index 1: a registry of a single domain needs no other.
   DomainPart() = default;
@@ -24,7 +26,7 @@ class DomainPart {
 };
 
 // A local part, the index of its domain, and the account that owns it. Not validated.
-class LocalPart {
+class MDOMAIN_EXPORT LocalPart {
  public:
   // Index 1: a registry of a single domain needs no other.
   LocalPart() = default;

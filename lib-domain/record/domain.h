@@ -4,9 +4,11 @@
 
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::RECORD {
 
-class Domain {
+class MDOMAIN_EXPORT Domain {
  public:
   // Index -1 (not stored yet), everything else empty or false.
   Domain() = default;

@@ -5,10 +5,11 @@
 #include <string>
 
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
-class DomainGroup {
+class MDOMAIN_EXPORT DomainGroup {
  public:
   DomainGroup() = default;
   DomainGroup(int domain_idx, unsigned int gid, std::string group_name, std::string group_desc,

@@ -5,10 +5,11 @@
 #include <string>
 
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
-class DomainGroupRole {
+class MDOMAIN_EXPORT DomainGroupRole {
  public:
   DomainGroupRole() = default;
   DomainGroupRole(int domain_idx, unsigned int gid, std::string role);

@@ -9,12 +9,13 @@
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
 // Assembled from the rows of domain_user_view and, for what is only filled in when it is asked for,
 // from further queries.
-class DomainUser {
+class MDOMAIN_EXPORT DomainUser {
  public:
   DomainUser() = default;
   DomainUser(const DomainUser& other) = default;

@@ -5,10 +5,11 @@
 #include <string>
 
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
-class DomainUserAlias {
+class MDOMAIN_EXPORT DomainUserAlias {
  public:
   DomainUserAlias() = default;
   DomainUserAlias(int domain_idx, unsigned int uid, std::string account_alias, bool is_duplicated);

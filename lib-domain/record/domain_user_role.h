@@ -5,10 +5,11 @@
 #include <string>
 
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
-class DomainUserRole {
+class MDOMAIN_EXPORT DomainUserRole {
  public:
   DomainUserRole() = default;
   DomainUserRole(int domain_idx, unsigned int uid, std::string role, bool is_auto_added);

@@ -5,10 +5,11 @@
 #include <string>
 
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
-class Group {
+class MDOMAIN_EXPORT Group {
  public:
   Group() = default;
   Group(unsigned int gid, std::string group_name, std::string group_desc);

@@ -5,10 +5,11 @@
 #include <string>
 
 #include "lib-domain/record/unset_id.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::RECORD {
 
-class User {
+class MDOMAIN_EXPORT User {
  public:
   User() = default;
   User(unsigned int uid, std::string user_name);

@@ -8,6 +8,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/policy_hooks.h"
 #include "platform/include/files.h"
 #include "platform/include/node_files.h"
 
@@ -41,7 +42,7 @@ void AddDisclaimerContents(std::vector<std::pair<std::string, std::string>>& fil
 
 bool PublishNodeFiles() {
   std::vector<std::pair<std::string, std::string>> files = {
-      {"bcc_db", PATHS::SettingsDb()},
+      {CONTROL::INTERNAL::kBccFileKey, PATHS::SettingsDb()},
       {"alias_db", PATHS::AliasDb()},
       {"email_owner_db", PATHS::EmailOwnerDb()}};
   AddDisclaimerContents(files);

@@ -2,6 +2,8 @@
 #ifndef LIB_DOMAIN_SYNC_NODE_PUBLICATION_H
 #define LIB_DOMAIN_SYNC_NODE_PUBLICATION_H
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::UTILS {
 
 // The key under which the domain database is published. The machine that published it manages the
@@ -15,7 +17,7 @@ constexpr const char* kDatabaseKey = "mailserver_domain_db";
 //
 // Every publication of the domain data ends with it, so the next one publishes what a failure left
 // out. A caller that changes one of these files without such a publication calls it afterwards.
-bool PublishNodeFiles();
+MDOMAIN_EXPORT bool PublishNodeFiles();
 
 }  // namespace MDOMAIN::UTILS
 

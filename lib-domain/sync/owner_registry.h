@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "lib-domain/record/address_part.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -20,18 +21,19 @@ struct OwnerRegistryContent {
 // What the registry should hold now: every name of every domain in both spellings, and every alias
 // of every domain user once, with the owner whose alias is not flagged when several want it. False
 // with one log line when the domain database cannot be read.
-bool CollectOwners(OwnerRegistryContent& content);
+MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 
 // Writes `content` as one transaction into a new file and renames it over `path`, so that a reader
 // sees the old or the new registry, whole. Waits up to 10 seconds for a writer of the old one.
 // False with one log line, and the old file untouched.
-bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content);
+MDOMAIN_EXPORT bool ReplaceOwnerRegistry(const std::string& path,
+                                         const OwnerRegistryContent& content);
 
 // The registry's rows that are not in `content`: another owner, an alias or a domain that is gone.
 // The comparison ignores ASCII case, as look-ups do. A missing registry has no rows. False with one
 // log line when the file cannot be read.
-bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
-                     OwnerRegistryContent& stale);
+MDOMAIN_EXPORT bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
+                                    OwnerRegistryContent& stale);
 
 }  // namespace MDOMAIN::UTILS
 

@@ -3,6 +3,7 @@
 #define LIB_DOMAIN_SYNC_PREVIEW_H
 
 #include "lib-domain/utils/updater.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -10,7 +11,7 @@ namespace MDOMAIN::UTILS {
 // the account system as a refresh does, but reads the database through a connection of its own that
 // cannot write: a database that is missing stays missing (everything is new then), and one of an
 // older version keeps its schema. False, with one log line, where a refresh would fail too.
-bool PreviewRefresh(RefreshSummary& summary);
+MDOMAIN_EXPORT bool PreviewRefresh(RefreshSummary& summary);
 
 }  // namespace MDOMAIN::UTILS
 

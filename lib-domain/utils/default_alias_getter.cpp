@@ -11,6 +11,7 @@
 #include "lib-domain/accounts/net_output.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 
 namespace MDOMAIN::UTILS {
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::UTILS {
@@ -22,7 +23,7 @@ namespace INTERNAL {
 class AttributeAnswer;
 }
 
-class DefaultAliasGetter {
+class MDOMAIN_EXPORT DefaultAliasGetter {
  public:
   // Asks which account source is in force; local accounts when that cannot be read (one error
   // line).
@@ -68,7 +69,7 @@ class DefaultAliasGetter {
 // While one lives, a directory is asked once for all attributes of the given patterns; getters of
 // any of them are answered from that answer. A failed search is not kept: the next getter asks
 // again. Scopes nest; the outermost counts.
-class AttributeScope {
+class MDOMAIN_EXPORT AttributeScope {
  public:
   explicit AttributeScope(const std::vector<std::string>& patterns);
   ~AttributeScope();

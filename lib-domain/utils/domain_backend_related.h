@@ -8,21 +8,15 @@
 
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::UTILS {
 
 // Leaves both marks for `uids`, in any order, repeats allowed. The key is written only when every
 // flag file could be made. An empty list makes no file and empties the key. False on failure, which
 // is logged; marks made before it stay. Call it before users are taken out of a domain, while they
 // can still be found there.
-bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids);
-
-// Makes (or touches) the flag files, and their folder with mode 0755 and the mail service's owner
-// when it is missing. An empty list touches nothing. A file that cannot be made is logged and does
-// not keep the others from being made; the result is then false.
-bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids);
-
-// Writes "smtp_changed_uids": the uids in decimal, ascending, each once, joined with ", ".
-bool _SetSMTPChangedUIDsToRedis(const std::vector<unsigned int>& uids);
+MDOMAIN_EXPORT bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids);
 
 }  // namespace MDOMAIN::UTILS
 

@@ -2,6 +2,7 @@
 #include "lib-domain/utils/domain_utils.h"
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 #include "platform/include/eai.h"
 
 namespace MDOMAIN::UTILS {

@@ -14,6 +14,7 @@
 #include "lib-domain/record/domain.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -33,7 +34,7 @@ struct RefreshSummary {
 // Use one object for one run: it keeps the accounts that Refresh found to be new for the steps that
 // add them to domains. Every operation is true on success; a failure is one error line
 // at each level that gives up, and leaves the steps done before it in place.
-class Updater {
+class MDOMAIN_EXPORT Updater {
  public:
   // Brings the mirror up to date (create, then update, then delete), rebuilds the memberships of
   // all groups, flags duplicated aliases anew, adds what is new to the domains that add accounts

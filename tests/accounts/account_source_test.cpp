@@ -1,5 +1,6 @@
 // The account system's answers, good and bad, against an account system made of lists.
 #include "lib-domain/accounts/account_source.h"
+#include "lib-domain/accounts/account_source_internal.h"
 #include "lib-domain/sync/membership.h"
 #include "tests/support/fake_accounts.h"
 

@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 #include "tests/support/fixture.h"
 
 namespace {

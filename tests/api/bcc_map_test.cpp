@@ -1,40 +1,32 @@
 // The lines of the generated maps, and what destinations stand for.
-#include <gmock/gmock.h>
-
-#include <filesystem>
 #include <sstream>
 
-#include "lib-domain/api/bcc.h"
-#include "lib-domain/api/bcc/unit.h"
-#include "lib-domain/base/paths.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/alias.h"
 #include "platform/include/mail_conf.h"
-#include "tests/support/fixture.h"
+#include "tests/api/bcc_fixture.h"
 
 namespace {
 
 using internal::GetBccToConfigValue;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr const char* kMap = "/map";
 
-class BccMapTest : public test::RootTest {
+class BccMapTest : public test::BccFixture {
  protected:
   void SetUp() override {
-    std::filesystem::create_directories(MDOMAIN::PATHS::EtcDir());
+    BccFixture::SetUp();
     WriteAccounts("alice:x:1000:1000::/:/\nBob:x:1001:1000::/:/\ndora:x:1002:1000::/:/\n",
                   "users:x:1000:\n");
     bcc_ = BCC::getInstance();
     ASSERT_NE(nullptr, bcc_);
   }
   void TearDown() override {
-    internal::ResetBccInstanceForTest();
     MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
-    RootTest::TearDown();
+    BccFixture::TearDown();
   }
 
   // What the mail services read: "1/example.com, 2/..." and the further names of domain 1.

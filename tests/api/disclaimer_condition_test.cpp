@@ -114,13 +114,9 @@ TEST_F(DisclaimerCondition, EmailPatternsMatchWholeAddressesOnly) {
       {"[a-z]@example.com", "q@example.com", false},
       {"%ENV#x@example.com", "%ENV#x@example.com", true},
       {"}]\"'@example.com", "}]\"'@example.com", true},
-      {"joe@b\xC3\xBC"
-       "cher.example",
-       "joe@xn--bcher-kva.example", true},
-      {"*@*.b\xC3\xBC"
-       "cher.example",
-       "joe@a.xn--bcher-kva.example", true},
-      {"j\xC3\xB6\x2A@example.com", "j\xC3\xB6rg@example.com", true},
+      {"joe@bücher.example", "joe@xn--bcher-kva.example", true},
+      {"*@*.bücher.example", "joe@a.xn--bcher-kva.example", true},
+      {"jö*@example.com", "jörg@example.com", true},
   };
   for (const auto& c : kCases) {
     std::string test;
@@ -230,14 +226,12 @@ TEST_F(DisclaimerCondition, AgreesWithThePlainRule) {
   Evaluate();
 }
 
-TEST_F(DisclaimerCondition, EveryByteSurvivesPerlQuotes) {
-  for (int byte = 0; byte < 256; ++byte) {
+TEST_F(DisclaimerCondition, EveryAsciiByteSurvivesPerlQuotes) {
+  for (int byte = 0; byte < 0x80; ++byte) {
     const std::string text = std::string("x") + static_cast<char>(byte) + "y";
-    if (byte < 0x80) {
-      ExpectSender(
-          "\"" + EscapePerlString(text) + "\" eq \"x\" . chr(" + std::to_string(byte) + ") . \"y\"",
-          "a@example.com", true);
-    }
+    ExpectSender(
+        "\"" + EscapePerlString(text) + "\" eq \"x\" . chr(" + std::to_string(byte) + ") . \"y\"",
+        "a@example.com", true);
   }
   Evaluate();
 }

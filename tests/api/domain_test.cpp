@@ -1,8 +1,6 @@
 // The facade for domains: error numbers, roll-back, publication as part of the result.
 #include "lib-domain/api/domain.h"
-
-#include <sys/wait.h>
-#include <unistd.h>
+#include "lib-domain/api/domain_internal.h"
 
 #include "tests/support/sync_fixture.h"
 
@@ -173,41 +171,6 @@ TEST_F(DomainApiTest, PrimaryDomainComesFirst) {
     EXPECT_EQ(listed[0].GetDomainName(), "example.org");
     EXPECT_TRUE(listed[0].IsPrimary() && !listed[1].IsPrimary());
   }
-}
-
-// Exit status 0 when every call of the child succeeded.
-pid_t InChild(const std::function<bool()>& work) {
-  const pid_t child = fork();
-  if (child == 0) {
-    _exit(work() ? 0 : 1);
-  }
-  return child;
-}
-
-TEST_F(DomainApiTest, TwoProcessesThatWriteLoseNothing) {
-  constexpr int kEach = 15;
-  CreateDomain("example.com", false);
-  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
-  std::vector<pid_t> children;
-  for (const std::string process : {"a", "b"}) {
-    children.push_back(InChild([process] {
-      bool all = true;
-      for (int i = 0; i < kEach; ++i) {
-        all =
-            Domain().CreateAdditionalDomains(1, {process + std::to_string(i) + ".example"}) && all;
-      }
-      return all;
-    }));
-  }
-  for (const pid_t child : children) {
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-  }
-  EXPECT_EQ(Additional().size(), 2U * kEach);
-  ASSERT_TRUE(MDOMAIN::API::Updater().Trigger());
-  const std::string published = Configured("additional_domain-1");
-  EXPECT_EQ(std::count(published.begin(), published.end(), ','), 2 * kEach - 1);
 }
 
 }  // namespace

@@ -7,7 +7,8 @@
 #include <string>
 
 #include "lib-domain/accounts/account_source.h"
-#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/accounts/account_source_internal.h"
+#include "lib-domain/api/bcc/instance.h"
 #include "tests/support/domain_db.h"
 #include "tests/support/platform_faults.h"
 
@@ -57,7 +58,7 @@ class ControlTest : public DomainDbTest {
   // What lives as long as the process, and therefore longer than a root.
   static void Reset() {
     ClearFaults();
-    internal::ResetBccInstanceForTest();
+    MDOMAIN::API::INTERNAL::ResetBccInstanceForTest();
     MDOMAIN::UTILS::INTERNAL::ResetAccountConfigurationForTest();
   }
 };

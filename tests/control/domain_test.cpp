@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "lib-domain/base/error_code.h"
+#include "lib-domain/control/domain_internal.h"
 #include "tests/control/control_fixture.h"
 
 namespace {

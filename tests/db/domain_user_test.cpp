@@ -1,5 +1,6 @@
 // The domain user store: effective roles, aliases, lists and what they leave to the caller.
 #include "lib-domain/db/domain_user.h"
+#include "lib-domain/db/domain_user_internal.h"
 
 #include <gmock/gmock.h>
 

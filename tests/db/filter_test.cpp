@@ -1,6 +1,7 @@
 // What the filters compose. The texts are the interface, so they are compared as texts; that the
 // database takes them, and what it answers, is tested with the stores.
 #include "lib-domain/db/account_db_filter.h"
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/statement.h"
 #include "tests/support/fixture.h"

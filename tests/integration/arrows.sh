@@ -5,7 +5,7 @@ set -eu
 cd "$(dirname "$0")/../.."
 floors='platform/include
 lib-domain/base
-lib-domain/utils/domain_utils lib-domain/utils/domain_backend_related
+lib-domain/utils/domain_utils+lib-domain/utils/domain_utils_internal lib-domain/utils/domain_backend_related
 lib-domain/record
 lib-domain/db lib-domain/accounts
 lib-domain/utils/default_alias_getter

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <regex>
 
+#include "lib-domain/accounts/account_source_internal.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/ldap_search.h"
 #include "platform/include/process.h"

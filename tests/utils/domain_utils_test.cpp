@@ -1,5 +1,6 @@
 // The acceptance rules of names, patterns and roles.
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 
 #include "tests/support/fixture.h"
 

@@ -26,7 +26,7 @@ Domains::Domains() {
   std::vector<Domain> records;
   std::map<int, std::vector<std::string>> names;
   MDOMAIN::API::Domain api;
-  if (!MDOMAIN::API::INTERNAL::GetAllDomainNames(records) || !api.ListAllAdditionalDomains(names)) {
+  if (!api.ListNames(records) || !api.ListAllAdditionalDomains(names)) {
     throw Failure(kFailed, "the domains could not be read");
   }
   for (const Domain& record : records) {

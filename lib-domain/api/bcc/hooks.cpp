@@ -4,6 +4,7 @@
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/account.h"
+#include "platform/include/key_store.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
@@ -30,6 +31,10 @@ BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names)
     }
   }
   return bcc->deleteBCC(domain_idx, destinations) < 0 ? BccOutcome::kFailed : BccOutcome::kDone;
+}
+
+bool PublishBccFile(const std::string& path) {
+  return KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile(kBccFileKey, path) >= 0;
 }
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL

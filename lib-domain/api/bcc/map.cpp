@@ -9,13 +9,12 @@
 #include <map>
 #include <unordered_set>
 
-#include "lib-domain/accounts/account_source.h"
-#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/api/bcc.h"
+#include "lib-domain/api/bcc/local_parts.h"
+#include "lib-domain/api/bcc/text.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
-#include "lib-domain/control/domain_user.h"
-#include "lib-domain/db/domain_user.h"
 #include "platform/include/account.h"
 #include "platform/include/alias.h"
 #include "platform/include/eai.h"
@@ -23,72 +22,21 @@
 #include "platform/include/process.h"
 #include "platform/include/smtp_conf.h"
 
-namespace internal {
+namespace MDOMAIN::API::INTERNAL {
 
 namespace {
 
-using MDOMAIN::BASE::ToLowerAscii;
+using BASE::ToLowerAscii;
 using Names = std::vector<std::string>;
 
 // An ASCII text without an A-label is the same in both spellings.
 bool HasOtherSpelling(const std::string& text) {
-  const auto non_ascii = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
-  return std::any_of(text.begin(), text.end(), non_ascii) || text.find("xn--") != std::string::npos;
+  return !BASE::IsAscii(text) || text.find("xn--") != std::string::npos;
 }
 
 bool IsLocalPart(const std::string& text) {
   return KORV::POSTARA_SERVER::IsValidEaiLocalPart(text, true);
 }
-
-// What destinations and accounts mean in one domain.
-class DomainNames {
- public:
-  DomainNames(int domain_id, std::unordered_set<std::string> alias_entries)
-      : domain_id_(domain_id), alias_entries_(std::move(alias_entries)) {}
-
-  // The local parts under which mail reaches `name` in the domain: an alias entry's own name, an
-  // account's aliases in stored order, or else the name itself. Null when they cannot be read.
-  const Names* LocalParts(const std::string& name) {
-    const auto known = known_.find(name);
-    if (known != known_.end()) {
-      return &known->second;
-    }
-    Names parts;
-    if (alias_entries_.count(name) == 0) {
-      if (!Load()) {
-        return nullptr;
-      }
-      parts = AccountAliases(name);
-    }
-    if (parts.empty()) {
-      parts.push_back(name);
-    }
-    return &known_.emplace(name, std::move(parts)).first->second;
-  }
-
- private:
-  bool Load() {
-    if (!loaded_) {
-      loaded_ = MDOMAIN::DB::DomainUser().GetAllUserAliases(domain_id_, aliases_by_user_);
-    }
-    return loaded_;
-  }
-
-  Names AccountAliases(const std::string& name) const {
-    std::string real_name;
-    if (!MDOMAIN::UTILS::ShortName2RealName(true, name, real_name)) {
-      return {};
-    }
-    const auto user = aliases_by_user_.find(ToLowerAscii(real_name));
-    return user == aliases_by_user_.end() ? Names() : user->second;
-  }
-
-  int domain_id_;
-  std::unordered_set<std::string> alias_entries_;
-  bool loaded_ = false;
-  std::unordered_map<std::string, Names> aliases_by_user_;
-  std::unordered_map<std::string, Names> known_;
-};
 
 // A rule with everything that does not depend on the domain name for which a line is written.
 struct PreparedRule {
@@ -157,11 +105,10 @@ class MapWriter {
   }
 
   int WriteDomain(int domain_id, const std::list<std::string>& names, const DomainRules& rules) {
-    DomainNames domain_names(domain_id, std::move(alias_entries_[domain_id]));
+    LocalPartFinder finder(domain_id, std::move(alias_entries_[domain_id]));
     std::list<PreparedRule> own;
     std::list<PreparedRule> whole;
-    if (!PrepareAll(rules.own, domain_names, own) ||
-        !PrepareAll(rules.whole, domain_names, whole)) {
+    if (!PrepareAll(rules.own, finder, own) || !PrepareAll(rules.whole, finder, whole)) {
       return -1;
     }
     for (const std::string& name : names) {
@@ -170,7 +117,7 @@ class MapWriter {
     return 0;
   }
 
-  bool PrepareAll(const std::list<BccInfo>& rules, DomainNames& names,
+  bool PrepareAll(const std::list<BccInfo>& rules, LocalPartFinder& names,
                   std::list<PreparedRule>& prepared) {
     for (const BccInfo& rule : rules) {
       PreparedRule one{&rule, {}, {}, nullptr, -1, nullptr, {}, {}};
@@ -185,7 +132,7 @@ class MapWriter {
   }
 
   // False when a source cannot be read; a destination that cannot be used stays empty.
-  bool PrepareDestination(DomainNames& names, PreparedRule& rule) {
+  bool PrepareDestination(LocalPartFinder& names, PreparedRule& rule) {
     const std::string& bcc_to = rule.rule->bcc_to;
     std::string local_part;
     std::string domain;
@@ -211,7 +158,7 @@ class MapWriter {
 
   // As PrepareDestination; a name that cannot be used gets no spelling. A whole domain's rule is
   // written under the domain's own names, whatever its name is.
-  bool PrepareName(DomainNames& names, PreparedRule& rule) {
+  bool PrepareName(LocalPartFinder& names, PreparedRule& rule) {
     const std::string name = ToLowerAscii(rule.rule->name);
     std::string domain;
     if (rule.rule->type == BCC_DOMAIN) {
@@ -226,7 +173,7 @@ class MapWriter {
     return true;
   }
 
-  bool PrepareAccount(const std::string& name, DomainNames& names, PreparedRule& rule) {
+  bool PrepareAccount(const std::string& name, LocalPartFinder& names, PreparedRule& rule) {
     rule.spellings = {name};
     std::string other;
     if (HasOtherSpelling(name) && KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) == 0 &&
@@ -346,25 +293,9 @@ void AppendLine(const BccMapEntry& entry, std::string& text) {
 
 }  // namespace
 
-bool isAlias(const std::string& name, int domain_id) {
-  Alias table(MDOMAIN::PATHS::AliasDb());
-  return table.load() >= 0 && table.isAlias(name, domain_id);
-}
+}  // namespace MDOMAIN::API::INTERNAL
 
-std::string GetBccToConfigValue(const std::string& bcc_to, const std::string& domain_name,
-                                int domain_id) {
-  if (domain_name.empty() || bcc_to.find('@') != std::string::npos) {
-    return bcc_to;
-  }
-  std::string real_name;
-  std::vector<std::string> aliases;
-  if (!isAlias(bcc_to, domain_id) && MDOMAIN::UTILS::ShortName2RealName(true, bcc_to, real_name)) {
-    MDOMAIN::CONTROL::DomainUser().GetDomainUserAlias(domain_id, real_name, aliases);
-  }
-  return (aliases.empty() ? bcc_to : aliases.front()) + "@" + domain_name;
-}
-
-}  // namespace internal
+using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 int BCC::ForEachMapEntry(int type, bool with_local_parts,
                          const std::function<void(const BccMapEntry&)>& visit) {
@@ -372,20 +303,20 @@ int BCC::ForEachMapEntry(int type, bool with_local_parts,
   const std::string statement =
       "SELECT name,type,bcc_to,domain_id FROM bcc_table WHERE type=" + std::to_string(type) +
       " OR type=" + std::to_string(BCC_DOMAIN) + " ORDER BY name";
-  std::map<int, internal::DomainRules> rules_by_domain;
+  std::map<int, DomainRules> rules_by_domain;
   const auto keep = [&rules_by_domain](BccInfo&& rule, int domain_id) {
-    internal::DomainRules& rules = rules_by_domain[domain_id];
+    DomainRules& rules = rules_by_domain[domain_id];
     (rule.type == BCC_DOMAIN ? rules.whole : rules.own).push_back(std::move(rule));
   };
   if (_ForEachRow(statement, keep) != 0) {
     return -1;
   }
-  return internal::MapWriter(with_local_parts, visit).Write(rules_by_domain);
+  return MapWriter(with_local_parts, visit).Write(rules_by_domain);
 }
 
 int BCC::GenerateSystemBCCConfig(int type, const std::string& path) {
   std::string text;
-  const auto append = [&text](const BccMapEntry& entry) { internal::AppendLine(entry, text); };
+  const auto append = [&text](const BccMapEntry& entry) { AppendLine(entry, text); };
   if (ForEachMapEntry(type, false, append) != 0) {
     return -1;
   }

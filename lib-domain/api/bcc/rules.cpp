@@ -10,13 +10,13 @@
 #include <new>
 #include <utility>
 
-#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/api/bcc/instance.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/policy_hooks.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/domain_setting.h"
-#include "platform/include/key_store.h"
 #include "platform/include/sqlite.h"
 
 namespace {
@@ -70,7 +70,7 @@ bool IsSortable(const std::string& column, const std::string& direction) {
 
 }  // namespace
 
-void internal::ResetBccInstanceForTest() {
+void MDOMAIN::API::INTERNAL::ResetBccInstanceForTest() {
   delete process_instance;
   process_instance = nullptr;
 }
@@ -258,7 +258,7 @@ int BCC::getSystemAllBCCList(std::list<BccInfo>& rules) {
 }
 
 int BCC::PublishRules() {
-  if (KORV::POSTARA_SERVER::KORVMailNodeCluster::setFile("bcc_db", db_path_) < 0) {
+  if (!MDOMAIN::CONTROL::INTERNAL::PublishBccFile(db_path_)) {
     LOG_ERROR("Fail to set file %s", db_path_.c_str());
     return -1;
   }

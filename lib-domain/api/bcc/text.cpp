@@ -1,15 +1,16 @@
 // Texts as rule files and maps want them: spellings of domains, fields of a line.
+#include "lib-domain/api/bcc/text.h"
+
 #include <algorithm>
 
-#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
 
-namespace internal {
+namespace MDOMAIN::API::INTERNAL {
 
 bool HasControl(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
-  });
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return c != '\t' && BASE::IsControl(c); });
 }
 
 bool StandsInLine(const std::string& text) {
@@ -55,4 +56,4 @@ const DomainForms& DomainFormCache::Get(const std::string& domain) {
   return forms;
 }
 
-}  // namespace internal
+}  // namespace MDOMAIN::API::INTERNAL

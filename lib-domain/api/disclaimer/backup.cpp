@@ -1,16 +1,15 @@
-// The disclaimers of all domains at once: the system-wide view, backup and restore through files.
+// The disclaimers of all domains at once: backup and restore through files.
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <map>
-#include <set>
 #include <string>
 
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/content.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
+#include "lib-domain/api/disclaimer/system_view.h"
 #include "lib-domain/api/mimedefang.h"
+#include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
-#include "lib-domain/base/text.h"
 #include "platform/include/files.h"
 #include "platform/include/key_store.h"
 #include "platform/include/process.h"
@@ -21,7 +20,6 @@ using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 namespace {
 
-constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0600;
 
 bool Move(const std::string& from, const std::string& to) {
@@ -33,121 +31,11 @@ bool IsFileName(const std::string& name) {
   return !name.empty() && name.find('/') == std::string::npos;
 }
 
-// "domain_id" of an element of the system-wide view: a number, or a text that is one.
-bool DomainIdOf(const Json::Value& element, int& domain_idx) {
-  const Json::Value& id = element["domain_id"];
-  if (id.isInt()) {
-    domain_idx = id.asInt();
-    return true;
-  }
-  return id.isString() && BASE::ConvertToInt(id.asString(), domain_idx);
-}
-
-// Whether every element that would be set can be: nothing is written for a view that fails here.
-bool CheckSystemView(const Json::Value& all, std::string& error) {
-  if (!IsArrayOfObjects(all)) {
-    error = "not an array of objects";
-    return false;
-  }
-  for (const Json::Value& element : all) {
-    int domain_idx = 0;
-    const Json::Value& list = element["disclaimer_list"];
-    if (!list.isArray()) {
-      continue;
-    }
-    if (!DomainIdOf(element, domain_idx)) {
-      error = "an element has no \"domain_id\"";
-      return false;
-    }
-    if (!IsArrayOfObjects(list)) {
-      error = "domain " + std::to_string(domain_idx) + " has a disclaimer that is no object";
-      return false;
-    }
-  }
-  return true;
-}
-
-// A file that is something else, a list of one domain's disclaimers for one, must not pass for a
-// view in which no domain has any.
-bool NamesDomains(const Json::Value& all) {
-  return std::all_of(all.begin(), all.end(), [](const Json::Value& element) {
-    int domain_idx = 0;
-    return DomainIdOf(element, domain_idx);
-  });
-}
-
-// Texts of a domain that is no more would lie there unseen until its index is given to another one.
-bool AreDomainsKnown(const Json::Value& all) {
-  std::vector<RECORD::Domain> domains;
-  if (!ListAllDomains(domains)) {
-    LOG_ERROR("get domain list failed");
-    return false;
-  }
-  std::set<int> known;
-  for (const RECORD::Domain& domain : domains) {
-    known.insert(domain.GetDomainIdx());
-  }
-  for (const Json::Value& element : all) {
-    int domain_idx = 0;
-    if (!element["disclaimer_list"].empty() && DomainIdOf(element, domain_idx) &&
-        known.count(domain_idx) == 0) {
-      LOG_ERROR("Failed to set Config, domain_id[%d]", domain_idx);
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
-
-int MimeDefang::GetSystemAllDisclaimerList(Json::Value& all) {
-  std::vector<RECORD::Domain> domains;
-  if (!ListAllDomains(domains)) {
-    LOG_ERROR("get domain list failed");
-    return -1;
-  }
-  std::map<int, std::string> texts;
-  if (!ReadStoredTexts(domains, texts)) {
-    return -1;
-  }
-  Json::Value result(Json::arrayValue);
-  for (const RECORD::Domain& domain : domains) {
-    const int domain_idx = domain.GetDomainIdx();
-    Json::Value element(Json::objectValue);
-    element["domain_id"] = domain_idx;
-    if (ComposeList(domain_idx, texts[domain_idx], element["disclaimer_list"]) < 0) {
-      return -1;
-    }
-    result.append(element);
-  }
-  all = result;
-  return 0;
-}
-
-int MimeDefang::SetSystemAllDisclaimerList(const Json::Value& all) {
-  std::string error;
-  if (!CheckSystemView(all, error)) {
-    LOG_ERROR("Failed to set Config, domain_id[%s]", error.c_str());
-    return -1;
-  }
-  for (const Json::Value& element : all) {
-    int domain_idx = 0;
-    const Json::Value& list = element["disclaimer_list"];
-    if (!list.isArray()) {
-      continue;
-    }
-    if (!DomainIdOf(element, domain_idx) || SetDisclaimerList(domain_idx, list) < 0) {
-      LOG_ERROR("Failed to set Config, domain_id[%s]", element["domain_id"].asString().c_str());
-      return -1;
-    }
-  }
-  return 0;
-}
 
 int MimeDefang::RemoveAllDisclaimerList() {
   std::vector<RECORD::Domain> domains;
   if (!ListAllDomains(domains)) {
-    LOG_ERROR("get domain list failed");
     return -1;
   }
   for (const RECORD::Domain& domain : domains) {
@@ -229,10 +117,7 @@ int MimeDefang::MoveDisclaimerToBkpAccount(const std::string& old_account,
     LOG_ERROR("failed to back and restore disclaimer file");
     return -1;
   }
-  uid_t uid = 0;
-  gid_t gid = 0;
-  if (mailUGidGet("Postara-Server", &uid, &gid) < 0 ||
-      KORVFSMkdirP(folder.c_str(), uid, gid, kFolderMode) < 0) {
+  if (!MakeServiceFolder(folder)) {
     LOG_ERROR("make dir fail: %s, error[%m]", folder.c_str());
     return -1;
   }

@@ -2,7 +2,7 @@
 #include <set>
 
 #include "lib-domain/api/disclaimer/condition.h"
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/api/mimedefang.h"
 
 using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
@@ -15,7 +15,7 @@ struct Member {
   bool required;
 };
 
-const Member kDisclaimerMembers[] = {
+constexpr Member kDisclaimerMembers[] = {
     {"id", Json::intValue, true},
     {"name", Json::stringValue, true},
     {"enabled", Json::booleanValue, true},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <string_view>
 
 #include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
@@ -10,17 +11,7 @@ namespace MDOMAIN::API::INTERNAL {
 
 namespace {
 
-const char kRegexSpecial[] = "/@.^$+?()[{|";
-
-bool IsControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
-}
-
-bool IsAscii(const std::string& text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
+constexpr std::string_view kRegexSpecial = "/@.^$+?()[{|";
 
 const char* VariableName(RuleTarget target) {
   return target == RuleTarget::kSender ? "$Sender" : "$Recipient";
@@ -34,8 +25,8 @@ bool DomainPatternToPunycode(const std::string& pattern, std::string& out) {
   while (begin <= pattern.size()) {
     const size_t dot = std::min(pattern.find('.', begin), pattern.size());
     std::string label = pattern.substr(begin, dot - begin);
-    if (!IsAscii(label) && (label.find('*') != std::string::npos ||
-                            KORV::POSTARA_SERVER::ConvertToPunycode(label, label) < 0)) {
+    if (!BASE::IsAscii(label) && (label.find('*') != std::string::npos ||
+                                  KORV::POSTARA_SERVER::ConvertToPunycode(label, label) < 0)) {
       return false;
     }
     result += label;
@@ -49,7 +40,7 @@ bool DomainPatternToPunycode(const std::string& pattern, std::string& out) {
 }
 
 bool PatternToPunycode(const std::string& pattern, std::string& out) {
-  if (IsAscii(pattern)) {
+  if (BASE::IsAscii(pattern)) {
     out = pattern;
     return true;
   }
@@ -65,7 +56,7 @@ bool PatternToPunycode(const std::string& pattern, std::string& out) {
   }
   std::string local = pattern.substr(0, at);
   std::replace(local.begin(), local.end(), '*', 'a');
-  if (!IsAscii(local) && KORV::POSTARA_SERVER::StripInvalidEaiChars(local) != local) {
+  if (!BASE::IsAscii(local) && KORV::POSTARA_SERVER::StripInvalidEaiChars(local) != local) {
     return false;
   }
   out = pattern.substr(0, at + 1) + domain;
@@ -77,7 +68,7 @@ bool PatternToPunycode(const std::string& pattern, std::string& out) {
 std::string EscapePerlString(const std::string& text) {
   std::string escaped;
   for (const char c : text) {
-    if (IsControl(c)) {
+    if (BASE::IsControl(c)) {
       char hex[8];
       (void)snprintf(hex, sizeof(hex), "\\x{%02x}", static_cast<unsigned char>(c));
       escaped += hex;
@@ -94,7 +85,7 @@ std::string EscapePerlString(const std::string& text) {
 bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test) {
   std::string address;
   if (pattern.empty() || pattern.find('\\') != std::string::npos ||
-      std::any_of(pattern.begin(), pattern.end(), IsControl) ||
+      std::any_of(pattern.begin(), pattern.end(), BASE::IsControl) ||
       !PatternToPunycode(pattern, address)) {
     return false;
   }
@@ -107,7 +98,7 @@ bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test)
       continue;
     }
     after_star = false;
-    if (std::string(kRegexSpecial).find(c) != std::string::npos) {
+    if (kRegexSpecial.find(c) != std::string_view::npos) {
       regex += '\\';
     }
     regex += c;

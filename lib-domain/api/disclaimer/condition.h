@@ -18,12 +18,13 @@ enum class RuleTarget { kSender, kRecipient };
 std::string EscapePerlString(const std::string& text);
 
 // A test of the whole address against `pattern`, in which "*" stands for any text. ASCII case is
-// ignored. What follows the last "@" is taken in its A-label form, label by label. False when the
-// pattern is empty, holds a backslash, a control character or invalid UTF-8, or has a domain label
-// with both "*" and non-ASCII letters, or one that is no domain label.
+// ignored. What follows the last "@" is taken in its A-label form, label by label. False, with
+// `test` untouched, when the pattern is empty, holds a backslash, a control character or invalid
+// UTF-8, or has a label in its domain that mixes "*" with non-ASCII letters or is invalid.
 bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test);
 
-// The address is in a published domain and its local part is one of `aliases`. False without any.
+// The address is in a published domain and its local part is one of `aliases`. False, with `test`
+// untouched, when there are none.
 bool UserTest(RuleTarget target, const std::vector<std::string>& aliases, std::string& test);
 
 // The address is in a published domain and its local part is in %gid_username_map for the gid.

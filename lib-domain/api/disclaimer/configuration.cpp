@@ -3,9 +3,11 @@
 #include <string>
 
 #include "lib-domain/api/disclaimer/condition.h"
+#include "lib-domain/api/disclaimer/content.h"
 #include "lib-domain/api/disclaimer/rules.h"
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/api/mimedefang.h"
+#include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain.h"
 #include "platform/include/account.h"
@@ -89,7 +91,7 @@ std::vector<std::string> BuildTests(RuleBuilder& builder, const Json::Value& rul
   return tests;
 }
 
-// False when the disclaimer does not take part; why has been logged, unless it is switched off.
+// False when the disclaimer takes no part: it is switched off, or a log line says what is wrong.
 bool BuildDisclaimer(RuleBuilder& builder, const Json::Value& disclaimer, Json::Value& entry) {
   if (disclaimer["enabled"] != Json::Value(true)) {
     return false;
@@ -152,7 +154,7 @@ void BuildDisclaimers(const std::vector<DomainRules>& domains, DisclaimerMembers
   config["disclaimer_list"] = std::move(disclaimers);
 }
 
-// The whole configuration; MimeDefang's two callers take away what is not theirs to show.
+// The whole configuration; each of the two callers removes what it does not show.
 int BuildConfig(Json::Value& config) {
   const korvmailserver::AccountSnapshot snapshot;
   Json::Value result(Json::objectValue);
@@ -163,7 +165,6 @@ int BuildConfig(Json::Value& config) {
     return -1;
   }
   if (!ListAllDomains(domains)) {
-    LOG_ERROR("get domain list failed");
     return -1;
   }
   if (!StoredNames(domains, result["local_domain_map"]) || !ReadRules(domains, rules) ||

@@ -1,168 +1,34 @@
-// The disclaimer lists and their texts: reading, replacing, removing rules, the run key.
-//
-// Order of a replacement: the new texts beside the old ones under a name that is tied to the new
-// list, the list, the rename. A reader that finds texts tied to the list it read takes those, and
-// the next replacement first brings one that was cut off before its rename to its end.
+// The disclaimer lists of domains: reading, replacing, removing rules, the run key.
 #include "lib-domain/api/mimedefang.h"
 
-#include <fcntl.h>
 #include <json/writer.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <map>
 #include <unordered_set>
 
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/content.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
+#include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "platform/include/files.h"
-#include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
 
-using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
 using namespace MDOMAIN;                 // NOLINT(google-build-using-namespace)
 using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 namespace {
 
-constexpr mode_t kFolderMode = 0755;
-constexpr mode_t kFileMode = 0644;
-const char* const kServiceAccount = "Postara-Server";
-const char* const kTextMembers[] = {"content_html", "content_txt"};
-const char* const kOtherFilterParts[] = {
+constexpr const char* kOtherFilterParts[] = {
     "spam_enable", "anti_virus_enable", "enable_dangerous_content_scan",
     "mcp_enable",  "enable_dkim",       "enable_dmarc"};
-
-// FNV-1a: it ties a file to a list, it protects nothing.
-std::string Fingerprint(const std::string& text) {
-  uint64_t hash = 14695981039346656037ULL;
-  for (const unsigned char byte : text) {
-    hash = (hash ^ byte) * 1099511628211ULL;
-  }
-  char hex[17];
-  (void)snprintf(hex, sizeof(hex), "%016llx", static_cast<unsigned long long>(hash));
-  return hex;
-}
-
-std::string PendingContentPath(int domain_idx, const std::string& list_text) {
-  return PATHS::DisclaimerContent(domain_idx) + "." + Fingerprint(list_text);
-}
-
-bool MakeContentFolder() {
-  uid_t uid = 0;
-  gid_t gid = 0;
-  return mailUGidGet(kServiceAccount, &uid, &gid) >= 0 &&
-         KORVFSMkdirP(PATHS::DisclaimerDir().c_str(), uid, gid, kFolderMode) >= 0;
-}
-
-// Takes the texts out of `list`; the array of content objects that goes into the file.
-Json::Value TakeContents(Json::Value& list) {
-  Json::Value contents(Json::arrayValue);
-  for (Json::Value& disclaimer : list) {
-    Json::Value content(Json::objectValue);
-    if (disclaimer.isMember("id")) {
-      content["id"] = disclaimer["id"];
-    }
-    for (const char* member : kTextMembers) {
-      content[member] = disclaimer.get(member, "");
-      disclaimer.removeMember(member);
-    }
-    contents.append(content);
-  }
-  return contents;
-}
-
-int WriteContents(const std::string& path, const Json::Value& contents) {
-  if (!MakeContentFolder() ||
-      korvmailserver::ReplaceFile(path, WriteJson(contents), kFileMode) < 0 ||
-      mailFileOwnerModeSet(path.c_str(), kServiceAccount, kFileMode) < 0) {
-    LOG_ERROR("fail to open disclaimer content file");
-    return -1;
-  }
-  return 0;
-}
-
-int PublishContents(int domain_idx) {
-  const std::string path = PATHS::DisclaimerContent(domain_idx);
-  const std::string key = "sync_disclaimer_content_file-" + std::to_string(domain_idx);
-  if (!PostaraServerBACKENDWrap::setFile(key, path)) {
-    LOG_ERROR("Fail to set file %s", path.c_str());
-    return -1;
-  }
-  return 0;
-}
 
 std::string WriteList(const Json::Value& list) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   return Json::FastWriter().write(list);
 #pragma GCC diagnostic pop
-}
-
-// Finishes a replacement that was cut off behind its list, and removes the texts of those that were
-// cut off before it.
-int SettlePendingContents(int domain_idx) {
-  std::string stored;
-  if (mailConfGet(DisclaimerListKey(domain_idx), stored) < 0) {
-    return -1;
-  }
-  const std::string pending = PendingContentPath(domain_idx, stored);
-  if (rename(pending.c_str(), PATHS::DisclaimerContent(domain_idx).c_str()) != 0 &&
-      errno != ENOENT) {
-    return -1;
-  }
-  const std::string prefix = "domain-" + std::to_string(domain_idx) + ".";
-  std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return errno == ENOENT ? 0 : -1;
-  }
-  for (const std::string& name : names) {
-    if (name.compare(0, prefix.size(), prefix) == 0) {
-      postara::sdk::Unlink(PATHS::DisclaimerDir() + "/" + name);
-    }
-  }
-  return 0;
-}
-
-// `text` is the list as stored, which tells whether a cut-off replacement's texts are the right
-// ones.
-int MergeContents(int domain_idx, const std::string& text, Json::Value& list) {
-  std::string bytes;
-  // Not asked for first: the writer may rename it in between.
-  int result = korvmailserver::ReadFile(PendingContentPath(domain_idx, text), bytes);
-  if (result < 0 && errno == ENOENT) {
-    result = korvmailserver::ReadFile(PATHS::DisclaimerContent(domain_idx), bytes);
-  }
-  if (result < 0) {
-    if (errno == ENOENT) {
-      LOG_ERROR("disclaimer content file not exist, domain_id[%d]", domain_idx);
-      return 0;
-    }
-    LOG_ERROR("fail to open disclaimer content file, domain_id[%d]", domain_idx);
-    return -1;
-  }
-  Json::Value contents;
-  if (!ParseJson(bytes, contents) || !IsArrayOfObjects(contents)) {
-    LOG_ERROR("disclaimer content parse failed, domain_id[%d]", domain_idx);
-    return -1;
-  }
-  std::map<Json::Value, const Json::Value*> by_id;
-  for (const Json::Value& content : contents) {
-    by_id.emplace(content["id"], &content);
-  }
-  for (Json::Value& disclaimer : list) {
-    const auto found = disclaimer.isMember("id") ? by_id.find(disclaimer["id"]) : by_id.end();
-    if (found == by_id.end()) {
-      continue;
-    }
-    for (const char* member : kTextMembers) {
-      disclaimer[member] = (*found->second)[member];
-    }
-  }
-  return 0;
 }
 
 // Rules of `rules` that stay; true when some were dropped.
@@ -197,23 +63,6 @@ bool HasEnabledDisclaimer(int domain_idx, const std::string& text) {
 }
 
 }  // namespace
-
-namespace MDOMAIN::API::INTERNAL {
-
-int ComposeList(int domain_idx, const std::string& text, Json::Value& list) {
-  Json::Value stored;
-  if (!ParseStoredList(text, stored)) {
-    LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
-    return -1;
-  }
-  if (!stored.empty() && MergeContents(domain_idx, text, stored) < 0) {
-    return -1;
-  }
-  list = stored;
-  return 0;
-}
-
-}  // namespace MDOMAIN::API::INTERNAL
 
 MimeDefang::MimeDefang() {
   AddToBoolMap("mimedefang_enable", &mimedefang_enable_, true);
@@ -322,7 +171,6 @@ bool MimeDefang::RemoveRulesByGroups(int domain_idx, const std::vector<unsigned 
 int MimeDefang::UpdateRunKey() {
   std::vector<RECORD::Domain> domains;
   if (!ListAllDomains(domains)) {
-    LOG_ERROR("get domain list failed");
     return -1;
   }
   std::map<int, std::string> texts;

@@ -4,7 +4,8 @@
 #include <utility>
 
 #include "lib-domain/api/disclaimer/condition.h"
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
+#include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/group.h"
@@ -27,25 +28,17 @@ bool NamesAccounts(const Json::Value& disclaimer) {
           HasAccountRule(disclaimer["exception_rule_list"]));
 }
 
-bool UserExists(unsigned int uid) {
-  PKORVUser user = nullptr;
-  if (KORVUserGetByUID(uid, &user) < 0) {
-    LOG_ERROR("Failed to get user by uid '%u'", uid);
+// `what` names the kind of account and of id, for the log.
+template <typename Account>
+bool Exists(int (*get)(unsigned int, Account**), void (*release)(Account*), unsigned int id,
+            const char* what) {
+  Account* account = nullptr;
+  if (get(id, &account) < 0) {
+    LOG_ERROR("Failed to get %s '%u'", what, id);
     LOG_ERROR("Skip invalid rule since user or group may be deleted");
     return false;
   }
-  KORVUserFree(user);
-  return true;
-}
-
-bool GroupExists(unsigned int gid) {
-  PKORVGroup group = nullptr;
-  if (KORVGroupGetByGID(gid, &group) < 0) {
-    LOG_ERROR("Failed to get group by gid '%u'", gid);
-    LOG_ERROR("Skip invalid rule since user or group may be deleted");
-    return false;
-  }
-  KORVGroupFree(group);
+  release(account);
   return true;
 }
 
@@ -100,13 +93,13 @@ bool RuleBuilder::Build(const Json::Value& rule, std::string& test) {
   if (type == Json::Value("email")) {
     built = pattern.isString() && EmailTest(target, pattern.asString(), test);
   } else if (type == Json::Value("uid") && PatternAsId(pattern, id)) {
-    if (!UserExists(id)) {
+    if (!Exists(KORVUserGetByUID, KORVUserFree, id, "user by uid")) {
       return false;
     }
     std::vector<std::string> aliases;
     built = ListAliases(id, aliases) && UserTest(target, aliases, test);
   } else if (type == Json::Value("gid") && PatternAsId(pattern, id)) {
-    if (!GroupExists(id)) {
+    if (!Exists(KORVGroupGetByGID, KORVGroupFree, id, "group by gid")) {
       return false;
     }
     built = AddMembers(id);
@@ -118,8 +111,8 @@ bool RuleBuilder::Build(const Json::Value& rule, std::string& test) {
   return built;
 }
 
-// A user may have aliases in the domain and, until the next refresh, no role there: then he is not
-// among its users.
+// A user with aliases in the domain may have no role there until the next refresh, and is then not
+// among the domain's users.
 bool RuleBuilder::ListAliases(unsigned int uid, std::vector<std::string>& aliases) {
   const std::vector<std::string>* known = members_.AliasesOf(domain_idx_, uid);
   if (known != nullptr) {

@@ -26,9 +26,9 @@ class DisclaimerMembers {
  public:
   // False, with a log line, when the users cannot be read.
   bool Load(const std::vector<DomainRules>& domains);
-  // The aliases of a user of the domain; null when he is none.
+  // The aliases of a user of the domain; null for anyone else.
   const std::vector<std::string>* AliasesOf(int domain_idx, unsigned int uid) const;
-  // The uids of the group's members; null when they cannot be told.
+  // The uids of the group's members; null when they cannot be read.
   const std::vector<unsigned int>* MembersOf(unsigned int gid);
 
  private:
@@ -43,8 +43,8 @@ class RuleBuilder {
   RuleBuilder(int domain_idx, DisclaimerMembers& members, Json::Value& gid_username_map)
       : domain_idx_(domain_idx), members_(members), gid_username_map_(gid_username_map) {}
 
-  // False when the rule is left out: its user or group is no more, or it cannot be written as a
-  // test. Why has been logged.
+  // False, with a log line that says why, when the rule is left out: its user or group is gone, or
+  // it cannot be written as a test.
   bool Build(const Json::Value& rule, std::string& test);
 
  private:

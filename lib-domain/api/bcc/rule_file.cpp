@@ -1,7 +1,8 @@
 // Rule files: what a rule must look like, reading it from a line, writing it into one.
 //
-// One line is "NAME DESTINATION". The type and the domain of the rules are not in the file: who
-// imports it names them.
+// One line is "NAME DESTINATION". A file does not say which type and domain its rules have: whoever
+// imports it does.
+#include "lib-domain/api/bcc/rule_file.h"
 
 #include <sys/stat.h>
 
@@ -9,13 +10,13 @@
 #include <fstream>
 #include <unordered_set>
 
-#include "lib-domain/api/bcc/unit.h"
+#include "lib-domain/api/bcc/text.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
 
-namespace internal {
+namespace MDOMAIN::API::INTERNAL {
 
 namespace {
 
@@ -159,23 +160,25 @@ void ParseBccRules(std::string_view text, int type, std::list<BccInfo>& rules,
   }
 }
 
-}  // namespace internal
+}  // namespace MDOMAIN::API::INTERNAL
+
+using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 std::string BCC::CheckRule(const BccInfo& rule) {
-  if (!internal::StandsAtLineBegin(rule.name)) {
+  if (!StandsAtLineBegin(rule.name)) {
     return "the name is empty, has a blank or a control character, or begins with \"#\" or a byte "
            "order mark";
   }
-  if (!internal::StandsInLine(rule.bcc_to)) {
+  if (!StandsInLine(rule.bcc_to)) {
     return "the destination is empty or has a blank or a control character";
   }
-  if (rule.type == BCC_DOMAIN && !internal::IsDomain(rule.name)) {
+  if (rule.type == BCC_DOMAIN && !IsDomain(rule.name)) {
     return "the name is no domain";
   }
-  if (rule.type != BCC_DOMAIN && !internal::IsAddressOrAccount(rule.name)) {
+  if (rule.type != BCC_DOMAIN && !IsAddressOrAccount(rule.name)) {
     return "the name is no address, account or alias";
   }
-  if (!internal::IsAddressOrAccount(rule.bcc_to)) {
+  if (!IsAddressOrAccount(rule.bcc_to)) {
     return "the destination is no address, account or alias";
   }
   return "";
@@ -191,22 +194,22 @@ int BCC::exportBCC(int domain_id, int type, const std::string& path) {
   if (LoadBCCList(type, domain_id, 0, -1, "name", "desc", rules) != 0) {
     return -1;
   }
-  internal::ExportedNames names(rules);
-  internal::DomainFormCache cache;
+  ExportedNames names(rules);
+  DomainFormCache cache;
   std::vector<std::string> lines;
   lines.reserve(rules.size());
   for (const BccInfo& rule : rules) {
-    if (!internal::StandsAtLineBegin(rule.name) || !internal::StandsInLine(rule.bcc_to)) {
+    if (!StandsAtLineBegin(rule.name) || !StandsInLine(rule.bcc_to)) {
       LOG_ERROR("bcc rule [%s] with destination [%s] cannot stand in a file", rule.name.c_str(),
                 rule.bcc_to.c_str());
       return -1;
     }
-    lines.push_back(names.Of(rule) + " " + internal::ExportedDestination(rule.bcc_to, cache));
+    lines.push_back(names.Of(rule) + " " + ExportedDestination(rule.bcc_to, cache));
   }
-  // The names that changed their spelling have lost their place.
+  // A name that changed its spelling is out of order.
   std::sort(lines.begin(), lines.end(), std::greater<>());
   lines.emplace_back();
-  if (internal::WriteFile(path, MDOMAIN::BASE::Join(lines, "\n")) != 0) {
+  if (WriteFile(path, MDOMAIN::BASE::Join(lines, "\n")) != 0) {
     LOG_ERROR("open file %s fail", path.c_str());
     return -1;
   }
@@ -224,9 +227,9 @@ int BCC::importBCC(int domain_id, int type, const std::string& path) {
     return -1;
   }
   std::list<BccInfo> rules;
-  std::vector<internal::BccBadLine> bad_lines;
-  internal::ParseBccRules(text, type, rules, bad_lines);
-  for (const internal::BccBadLine& bad : bad_lines) {
+  std::vector<BccBadLine> bad_lines;
+  ParseBccRules(text, type, rules, bad_lines);
+  for (const BccBadLine& bad : bad_lines) {
     LOG_ERROR("%s:%zu: %s", path.c_str(), bad.number, bad.problem.c_str());
   }
   if (!bad_lines.empty() || setBCC(domain_id, rules) != 0) {

@@ -1,4 +1,4 @@
-#include "lib-domain/api/disclaimer/unit.h"
+#include "lib-domain/api/disclaimer/stored_list.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain.h"
 #include "platform/include/mail_conf.h"
@@ -48,7 +49,11 @@ bool IsArrayOfObjects(const Json::Value& value) {
 }
 
 bool ListAllDomains(std::vector<RECORD::Domain>& domains) {
-  return DB::Domain().ListNames(domains);
+  if (!DB::Domain().ListNames(domains)) {
+    LOG_ERROR("get domain list failed");
+    return false;
+  }
+  return true;
 }
 
 bool ParseStoredList(const std::string& text, Json::Value& list) {

@@ -1,0 +1,39 @@
+// The texts of a domain's disclaimers, which lie in a file apart from the list.
+//
+// Integer results are 0, or negative with one error line unless stated.
+#ifndef LIB_DOMAIN_API_DISCLAIMER_CONTENT_H
+#define LIB_DOMAIN_API_DISCLAIMER_CONTENT_H
+
+#include <json/value.h>
+
+#include <string>
+
+namespace MDOMAIN::API::INTERNAL {
+
+// Makes a folder that belongs to the mail service, and what is missing above it. False with errno
+// set and nothing logged.
+bool MakeServiceFolder(const std::string& path);
+
+// Takes the texts out of `list` and returns what goes into the file: an array of objects with "id"
+// and the texts.
+Json::Value TakeContents(Json::Value& list);
+// Replaces the file at `path`, which belongs to the mail service.
+int WriteContents(const std::string& path, const Json::Value& contents);
+// Publishes the domain's file for other machines.
+int PublishContents(int domain_idx);
+
+// Where the texts of a list wait until the list, whose stored text is `list_text`, is in force.
+std::string PendingContentPath(int domain_idx, const std::string& list_text);
+// Finishes a replacement that was cut off after its list was stored, and removes the texts of those
+// that were cut off before. Logs nothing.
+int SettlePendingContents(int domain_idx);
+
+// Puts the texts into `list`, which is stored as `text`, by "id". A missing file is logged and no
+// failure; `list` is then without texts.
+int MergeContents(int domain_idx, const std::string& text, Json::Value& list);
+// Makes a domain's list with its texts from the stored text. `list` is untouched on failure.
+int ComposeList(int domain_idx, const std::string& text, Json::Value& list);
+
+}  // namespace MDOMAIN::API::INTERNAL
+
+#endif  // LIB_DOMAIN_API_DISCLAIMER_CONTENT_H

@@ -1,0 +1,20 @@
+// The SQL texts that the filters of accounts stand for: what the stores of users and groups run.
+#ifndef LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_INTERNAL_H
+#define LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_INTERNAL_H
+
+#include <string>
+
+#include "lib-domain/db/account_db_filter.h"
+
+namespace MDOMAIN::DB::INTERNAL {
+
+// The query for one row per account. Ids that are listed go into one statement, however many.
+std::string ComposeQueryCmd(const UserDBFilter& filter);
+std::string ComposeQueryCmd(const GroupDBFilter& filter);
+// Whether the filter leaves any row out: a query, ids or names are set.
+bool HasQueryInput(const UserDBFilter& filter);
+bool HasQueryInput(const GroupDBFilter& filter);
+
+}  // namespace MDOMAIN::DB::INTERNAL
+
+#endif  // LIB_DOMAIN_DB_ACCOUNT_DB_FILTER_INTERNAL_H
