@@ -26,7 +26,8 @@ std::string ReplaceOneByOne(std::string text, const Map& tokens, const Map& valu
   for (const auto& [token, attribute] : tokens) {
     const std::string value =
         KORV::POSTARA_SERVER::StripInvalidEaiChars(ParseValByPattern(token, values.at(attribute)));
-    text = std::regex_replace(text, std::regex("<" + token + ">"), value);
+    const std::regex expression(std::string("<").append(token).append(">"));
+    text = std::regex_replace(text, expression, value);
     if (!IsForTheLibrary(text)) {
       break;
     }

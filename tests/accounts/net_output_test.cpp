@@ -17,7 +17,9 @@ std::string Text(const Accounts& accounts) {
   for (const auto& [account, values] : accounts) {
     text += account + ":";
     for (const auto& [name, value] : values) {
-      text += name == kAccountAttr && value == account ? "" : " " + name + "=[" + value + "]";
+      if (name != kAccountAttr || value != account) {
+        text.append(" ").append(name).append("=[").append(value).append("]");
+      }
     }
     text += values.count(kAccountAttr) == 0 ? " has no name\n" : "\n";
   }
