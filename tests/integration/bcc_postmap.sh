@@ -1,7 +1,7 @@
 #!/bin/bash
 # Blind-copy rules made with mdomain, compiled and answered for by Postfix's own map programs.
 # ctest-label: postfix
-# ctest-timeout: 300
+# ctest-timeout: 600
 . "$(dirname "$0")/lib/driver.bash"
 
 new_root company

@@ -1,7 +1,7 @@
 #!/bin/bash
 # What must be refused: each with its exit status, a message that names what was wrong, nothing on
 # standard output, and nothing changed.
-# ctest-timeout: 300
+# ctest-timeout: 600
 . "$(dirname "$0")/lib/driver.bash"
 
 new_root company

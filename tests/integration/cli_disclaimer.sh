@@ -1,6 +1,6 @@
 #!/bin/bash
 # mdomain disclaimer: what its verbs show and refuse, and what goes with a user, a group, a domain.
-# ctest-timeout: 300
+# ctest-timeout: 600
 . "$(dirname "$0")/lib/driver.bash"
 
 # stored N : the domain's list, whose line end config shows as "?", and texts as they are stored.
