@@ -28,8 +28,8 @@ bool DomainUser::GetAliasUser(const int& domain_idx, const std::string& alias,
   return true;
 }
 
-// One query per domain tells as much as one per user. Only when it fails each user is looked up, for
-// the log lines that this gives.
+// One query per domain tells as much as one per user. Only when it fails each user is looked up,
+// for the log lines that this gives.
 bool DomainUser::ListWithExtraInfo(DB::DomainDBFilter& filter,
                                    std::vector<RECORD::DomainUser>& users) {
   if (!CONTROL::DomainUser::ListWithExtraInfo(filter, users)) {
