@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "lib-domain/accounts/account_source.h"
-#include "lib-domain/api/domain_internal.h"
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"

@@ -201,9 +201,9 @@ bool Domain::IsDomainNameExist(const std::string& name) {
     other = name;
   }
   bool exists = false;
-  return _DomainDb().GetExists(FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(),
-                                       other.c_str()),
-                       exists) &&
+  return _DomainDb().GetExists(FormatStatement(kIsNameTaken, name.c_str(), other.c_str(),
+                                               name.c_str(), other.c_str()),
+                               exists) &&
          exists;
 }
 
@@ -230,7 +230,7 @@ bool Domain::GetPrimaryDomain(RECORD::Domain& domain) {
 
 bool Domain::GetPrimaryDomainIdx(int& domain_idx) {
   return _DomainDb().Query<Columns<Int>>(kSelectPrimaryIdx,
-                                 [&domain_idx](int stored) { domain_idx = stored; });
+                                         [&domain_idx](int stored) { domain_idx = stored; });
 }
 
 bool Domain::SetPrimaryDomain(const int& domain_idx) {
@@ -276,10 +276,10 @@ bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::strin
 }
 
 bool Domain::ListAllAdditionalDomains(std::map<int, std::vector<std::string>>& names_by_domain) {
-  return _DomainDb().Query<Columns<Int, Text>>(kSelectAllAdditional,
-                                       [&names_by_domain](int domain_idx, std::string&& name) {
-                                         names_by_domain[domain_idx].push_back(std::move(name));
-                                       });
+  return _DomainDb().Query<Columns<Int, Text>>(
+      kSelectAllAdditional, [&names_by_domain](int domain_idx, std::string&& name) {
+        names_by_domain[domain_idx].push_back(std::move(name));
+      });
 }
 
 bool Domain::GetDelegatedDomainIds(const unsigned int& uid, std::vector<int>& domain_idxs) {
@@ -292,8 +292,8 @@ bool Domain::GetAutoAddingUserDomainIds(std::vector<int>& domain_idxs) {
 
 bool Domain::GetBelongedUsers(const std::vector<int>& domain_idxs,
                               std::vector<unsigned int>& uids) {
-  return _DomainDb().Append<Columns<Uid>>(FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()),
-                                  uids);
+  return _DomainDb().Append<Columns<Uid>>(
+      FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()), uids);
 }
 
 bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {
@@ -309,8 +309,8 @@ bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {
   const auto keep = [&count_by_idx](int domain_idx, int count) {
     count_by_idx[domain_idx] = count;
   };
-  if (!_DomainDb().Query<Columns<Int, Int>>(FormatSql(kCountUsers, BASE::Join(domain_idxs, ",").c_str()),
-                                    keep)) {
+  if (!_DomainDb().Query<Columns<Int, Int>>(
+          FormatSql(kCountUsers, BASE::Join(domain_idxs, ",").c_str()), keep)) {
     return false;
   }
   for (RECORD::Domain& domain : domains) {

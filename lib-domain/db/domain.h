@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "lib-domain/db/handler.h"
 #include "lib-domain/db/domain_db_filter.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain.h"
 #include "platform/include/export.h"
 

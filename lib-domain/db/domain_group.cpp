@@ -106,7 +106,8 @@ bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<un
   std::string smallest;
   for (const std::string& piece : JoinIdsInPieces(gids)) {
     std::string cell;
-    if (!_DomainDb().GetText(FormatStatement(kSelectSmallestRole, domain_idx, piece.c_str()), 0, cell)) {
+    if (!_DomainDb().GetText(FormatStatement(kSelectSmallestRole, domain_idx, piece.c_str()), 0,
+                             cell)) {
       return false;
     }
     if (smallest.empty() || (!cell.empty() && cell < smallest)) {
@@ -156,7 +157,8 @@ bool DomainGroup::CheckSingleMemberStatus(const int& domain_idx, const unsigned 
 
 bool DomainGroup::ListMembersInDomain(const int& domain_idx, const unsigned int& gid,
                                       std::vector<unsigned int>& uids) {
-  return _DomainDb().Append<Columns<Uid>>(FormatStatement(kSelectMembersInDomain, gid, domain_idx), uids);
+  return _DomainDb().Append<Columns<Uid>>(FormatStatement(kSelectMembersInDomain, gid, domain_idx),
+                                          uids);
 }
 
 bool DomainGroup::FindUsersBelongToGIDsOnly(const int& domain_idx,

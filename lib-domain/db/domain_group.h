@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "lib-domain/db/handler.h"
 #include "lib-domain/db/domain_db_filter.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain_group.h"
 #include "lib-domain/record/domain_group_role.h"
 #include "platform/include/export.h"

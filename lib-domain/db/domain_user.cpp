@@ -5,8 +5,8 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
-#include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/database.h"
+#include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/sqlite.h"
 
@@ -129,7 +129,8 @@ bool DomainUser::IsAliasExist(const std::string& alias) {
 
 bool DomainUser::IsExists(const int& domain_idx, const std::string& user_name) {
   bool exists = false;
-  return _DomainDb().GetExists(FormatStatement(kExists, domain_idx, user_name.c_str()), exists) && exists;
+  return _DomainDb().GetExists(FormatStatement(kExists, domain_idx, user_name.c_str()), exists) &&
+         exists;
 }
 
 bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
@@ -223,13 +224,14 @@ bool DomainUser::ListDomainUsersAliases(const std::vector<int>& domain_idxs,
 
 bool DomainUser::GetAliasUsers(const int& domain_idx, const std::string& alias,
                                std::vector<RECORD::DomainUserAlias>& aliases) {
-  return _DomainDb().Append<AliasColumns>(FormatSql(kSelectAliasUsers, domain_idx) + alias + kNoCase,
-                                  aliases);
+  return _DomainDb().Append<AliasColumns>(
+      FormatSql(kSelectAliasUsers, domain_idx) + alias + kNoCase, aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const unsigned int& uid,
                                 std::vector<std::string>& aliases) {
-  return _DomainDb().Append<Columns<Text>>(FormatStatement(kSelectAliases, domain_idx, uid), aliases);
+  return _DomainDb().Append<Columns<Text>>(FormatStatement(kSelectAliases, domain_idx, uid),
+                                           aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const std::string& user_name,
@@ -245,7 +247,8 @@ bool DomainUser::GetAllUserAliases(
   const auto keep = [&found](const std::string& user_name, std::string&& alias) {
     found[BASE::ToLowerAscii(user_name)].push_back(std::move(alias));
   };
-  if (!_DomainDb().Query<Columns<Text, Text>>(FormatStatement(kSelectAllAliases, domain_idx), keep)) {
+  if (!_DomainDb().Query<Columns<Text, Text>>(FormatStatement(kSelectAllAliases, domain_idx),
+                                              keep)) {
     return false;
   }
   aliases_by_user.swap(found);
@@ -273,9 +276,9 @@ bool DomainUser::FindBeingEffectedGroups(
 }
 
 bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& uids_by_domain) {
-  return _DomainDb().Query<DomainAndUser>(kSelectUsersWithoutRole, [&](int domain_idx, unsigned int uid) {
-    uids_by_domain[domain_idx].push_back(uid);
-  });
+  return _DomainDb().Query<DomainAndUser>(
+      kSelectUsersWithoutRole,
+      [&](int domain_idx, unsigned int uid) { uids_by_domain[domain_idx].push_back(uid); });
 }
 
 bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails) {
@@ -284,7 +287,7 @@ bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::str
 
 bool DomainUser::GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids) {
   return _DomainDb().Query<Columns<Uid>>(FormatStatement(kSelectRemoved, domain_idx),
-                                 [&uids](unsigned int uid) { uids.insert(uid); });
+                                         [&uids](unsigned int uid) { uids.insert(uid); });
 }
 
 // One read of the own roles of all these users in place of one query per row.

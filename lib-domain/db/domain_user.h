@@ -21,8 +21,8 @@
 #include <utility>
 #include <vector>
 
-#include "lib-domain/db/handler.h"
 #include "lib-domain/db/domain_db_filter.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"

@@ -39,7 +39,7 @@ INTERNAL::Database User::_DomainDb() const {
 
 bool User::GetUID(const std::string& name, unsigned int& uid) {
   return _DomainDb().Query<Columns<Uid>>(FormatStatement(kSelectByName, name.c_str()),
-                                 [&uid](unsigned int stored) { uid = stored; });
+                                         [&uid](unsigned int stored) { uid = stored; });
 }
 
 bool User::GetName(const unsigned int& uid, std::string& name) {

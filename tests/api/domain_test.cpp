@@ -1,6 +1,5 @@
 // The facade for domains: error numbers, roll-back, publication as part of the result.
 #include "lib-domain/api/domain.h"
-#include "lib-domain/api/domain_internal.h"
 
 #include "tests/support/sync_fixture.h"
 

@@ -195,7 +195,8 @@ TEST_F(MimeDefangTest, RulesLeaveWithUsersAndGroupsOnly) {
   EXPECT_TRUE(CONTROL::INTERNAL::RemoveGroupsFromDisclaimers(1, {1001}));
   EXPECT_TRUE(List(1)[0]["match_rule_list"].empty());
   EXPECT_EQ(List(2), Two());
-  EXPECT_EQ(CONTROL::INTERNAL::DeleteDomainDisclaimers(1), DisclaimerOutcome::kDone);
+  EXPECT_EQ(CONTROL::INTERNAL::DeleteDomainDisclaimers(1),
+            CONTROL::INTERNAL::DisclaimerOutcome::kDone);
   EXPECT_TRUE(List(1).empty());
 }
 

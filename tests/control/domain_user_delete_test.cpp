@@ -1,4 +1,5 @@
 // Taking users out of domains: what goes with them, what failing steps leave, users without a role.
+#include "lib-domain/api/bcc.h"
 #include "tests/control/domain_user_fixture.h"
 
 namespace {
