@@ -1,5 +1,6 @@
 // Whole addresses: the aliases of a domain's users at the names under which it receives mail.
 
+#include "lib-domain/api/domain.h"
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain.h"

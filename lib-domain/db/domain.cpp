@@ -214,7 +214,7 @@ bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
 }
 
 bool Domain::GetDefaultAliasPattern(const int& domain_idx, std::string& pattern) {
-  return IsIdxUsable(db_, domain_idx) &&
+  return IsIdxUsable(_DomainDb(), domain_idx) &&
          _DomainDb().GetText(FormatStatement(kSelectDomain, domain_idx), kPatternColumn, pattern);
 }
 
@@ -267,7 +267,7 @@ bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<st
 }
 
 bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::string>& names) {
-  return IsIdxUsable(db_, domain_idx) &&
+  return IsIdxUsable(_DomainDb(), domain_idx) &&
          _DomainDb().Query<Columns<Text, Text>>(
              FormatStatement(kSelectAdditional, domain_idx),
              [&names](const std::string& /*domain_idx*/, std::string&& name) {

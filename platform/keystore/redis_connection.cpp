@@ -202,7 +202,7 @@ bool RedisConnection::Run(const std::vector<RedisCommand>& commands,
     }
   }
   if (replies.size() > commands.size()) {
-    error = "an answer to no query";
+    error = "an answer to no question";
     return false;
   }
   return true;

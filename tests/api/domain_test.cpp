@@ -153,19 +153,20 @@ TEST_F(DomainApiTest, PrimaryDomainComesFirst) {
   }
   domains[2].SetIsPrimary(true);
   MDOMAIN::API::INTERNAL::MovePrimaryDomainToFront(domains);
-  std::vector<int> order;
+  std::string order;
   for (const RECORD::Domain& domain : domains) {
-    order.push_back(domain.GetDomainIdx());
+    order += std::to_string(domain.GetDomainIdx());
   }
-  EXPECT_EQ(order, (std::vector<int>{2, 0, 1, 3}));
+  EXPECT_EQ(order, "2013");
 
   CreateDomain("example.com", false);
   CreateDomain("example.org", false);
   ASSERT_TRUE(Domain().SetPrimary(2));
-  for (const auto list :
-       {MDOMAIN::API::INTERNAL::GetAllDomains, MDOMAIN::API::INTERNAL::GetAllDomainNames}) {
-    std::vector<RECORD::Domain> listed;
-    ASSERT_TRUE(list(listed));
+  std::vector<RECORD::Domain> listed;
+  for (const bool names_only : {false, true}) {
+    listed.clear();
+    ASSERT_TRUE(names_only ? Domain().ListNames(listed)
+                           : MDOMAIN::API::INTERNAL::GetAllDomains(listed));
     ASSERT_EQ(listed.size(), 2U);
     EXPECT_EQ(listed[0].GetDomainName(), "example.org");
     EXPECT_TRUE(listed[0].IsPrimary() && !listed[1].IsPrimary());

@@ -49,9 +49,18 @@ class OddServer {
       const int client = poll(&entry, 1, 20) > 0 ? accept(listener_, nullptr, nullptr) : -1;
       if (client >= 0) {
         Talk(client);
-        close(client);
+        HangUp(client);
       }
     }
+  }
+  // Closing with bytes unread would reset the connection instead of ending it.
+  void HangUp(int client) {
+    shutdown(client, SHUT_WR);
+    char rest[4096];
+    pollfd entry = {client, POLLIN, 0};
+    while (!stop_ && (poll(&entry, 1, 20) <= 0 || recv(client, rest, sizeof(rest), 0) > 0)) {
+    }
+    close(client);
   }
   void Talk(int client) {
     for (const std::string& answer : answers_) {
