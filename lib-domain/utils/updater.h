@@ -11,10 +11,13 @@
 #include <unordered_set>
 #include <vector>
 
-#include "lib-domain/record/domain.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
 #include "platform/include/export.h"
+
+namespace MDOMAIN::RECORD {
+class Domain;
+}
 
 namespace MDOMAIN::UTILS {
 

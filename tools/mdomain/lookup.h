@@ -8,9 +8,12 @@
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
-#include "lib-domain/record/domain.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
+
+namespace MDOMAIN::RECORD {
+class Domain;
+}
 
 namespace mdomain {
 

@@ -10,6 +10,7 @@
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/record/domain.h"
 #include "platform/include/files.h"
 #include "platform/include/key_store.h"
 #include "platform/include/process.h"

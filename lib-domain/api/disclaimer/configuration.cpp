@@ -10,6 +10,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain.h"
+#include "lib-domain/record/domain.h"
 #include "platform/include/account.h"
 #include "platform/include/eai.h"
 #include "platform/include/smtp_conf.h"

@@ -12,6 +12,7 @@
 #include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/record/domain.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 

@@ -9,6 +9,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/record/domain.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::API::INTERNAL {

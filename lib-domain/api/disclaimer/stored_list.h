@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "lib-domain/record/domain.h"
+namespace MDOMAIN::RECORD {
+class Domain;
+}
 
 namespace MDOMAIN::API::INTERNAL {
 

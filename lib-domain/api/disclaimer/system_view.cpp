@@ -10,6 +10,7 @@
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/record/domain.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
