@@ -16,8 +16,8 @@ struct Members {
   std::vector<MDOMAIN::RECORD::Group> groups;
 };
 
-// Refuses an internal account, which no domain takes. Users of `preview` are none and are not
-// looked up.
+// Refuses an internal account among `users`: no domain takes one. Users in `preview` are not looked
+// up, because a preview leaves internal accounts out.
 void RefuseInternal(const std::vector<MDOMAIN::RECORD::User>& users,
                     const std::vector<MDOMAIN::RECORD::DomainUser>& preview);
 
