@@ -1,8 +1,8 @@
 // The local accounts: etc/passwd, etc/group and etc/login.defs below the root prefix, or the
 // machine's own when the root has no etc/passwd.
 //
-// The files are read themselves, not through the name-service modules, which would mix in the
-// users of a directory. What was parsed is kept while the three files stay as they were, so that a
+// The files are read directly, not through the name-service modules, which would mix in the users
+// of a directory. What was parsed is kept while the three files stay as they were, so that a
 // thousand look-ups do not parse them a thousand times.
 #include <cerrno>
 #include <cstring>

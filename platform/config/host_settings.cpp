@@ -1,6 +1,6 @@
 // Reads /etc/mailserver-domain/host.ini with inih: one table of keys, one text per error.
 //
-// inih tells its callback no line numbers unless it was compiled to, so the lines are handed to it
+// inih tells its callback no line numbers unless it was compiled so, and the lines are handed to it
 // one by one and counted. Leading blanks are taken away on the way: inih would read an indented
 // line as a continuation of the value before it.
 #include "platform/include/host_settings.h"
@@ -178,7 +178,7 @@ class Parser {
   std::string error_;
 };
 
-// What only the keys together can get wrong.
+// Mistakes that show only when all keys are read.
 bool CheckKeyStore(const KeyStoreSettings& store, const Parser& parser, std::string& error) {
   const int sentinels = parser.LineOf("keystore", "sentinels");
   const int master = parser.LineOf("keystore", "master");

@@ -11,8 +11,8 @@
 
 namespace korvmailserver {
 
-// Puts a value into its field; false with what is wrong with it. `folder` is the one of the
-// settings file, against which relative file names are read.
+// Puts a value into its field; false with what is wrong with it. `folder` is that of the settings
+// file: relative file names start there.
 using SettingSetter =
     std::function<bool(const std::string& value, const std::string& folder, std::string& problem)>;
 
@@ -27,7 +27,7 @@ SettingSetter LdapUriSetting(std::string* field);
 SettingSetter PathSetting(std::string* field);
 // The first line of a file that only its owner may read.
 SettingSetter PasswordFileSetting(std::string* password);
-// HOST, HOST:PORT, [V6ADDRESS] or [V6ADDRESS]:PORT, in a list; the port of sentinels by default.
+// A list of HOST, HOST:PORT, [V6ADDRESS] or [V6ADDRESS]:PORT; without a port, that of sentinels.
 SettingSetter AddressesSetting(std::vector<std::pair<std::string, int>>* field);
 SettingSetter NameSetSetting(std::set<std::string>* field);
 // Refuses every value.

@@ -4,7 +4,7 @@
 
 #include "platform/directory/session.h"
 #include "platform/directory/sigpipe_guard.h"
-#include "platform/system/fold_case.h"
+#include "platform/include/text.h"
 
 namespace korvmailserver::directory {
 
@@ -14,7 +14,7 @@ void TakeValues(LDAP* ldap, LDAPMessage* message, Entry& entry) {
   BerElement* position = nullptr;
   for (char* name = ldap_first_attribute(ldap, message, &position); name != nullptr;
        name = ldap_next_attribute(ldap, message, position)) {
-    std::vector<std::string>& values = entry.values[FoldCase(name)];
+    std::vector<std::string>& values = entry.values[ToLowerAscii(std::string(name))];
     berval** list = ldap_get_values_len(ldap, message, name);
     for (berval** value = list; value != nullptr && *value != nullptr; value++) {
       values.emplace_back((*value)->bv_val, (*value)->bv_len);

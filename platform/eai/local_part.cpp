@@ -80,8 +80,8 @@ std::string TrimDots(const std::string& text) {
   return kept;
 }
 
-// What the general way finds too, without building a text: lists of rules and aliases are checked
-// by the hundred thousand.
+// A short cut to what the general way finds, without building a text: lists of rules and aliases
+// are checked by the hundred thousand.
 bool IsAsciiDotString(const std::string& text) {
   char before = '.';
   for (const char c : text) {

@@ -1,15 +1,15 @@
-// The account system: users, groups, members, names, of the source that is in force.
+// The account system: users, groups, members and names of the source in force.
 //
 // Three sources answer behind these calls: the local files, an LDAP directory, a Windows domain.
-// The ones that take no AUTH_TYPE use the source that "account_type" of the mail configuration
-// names. Names are full names: as they stand in the local files, `name@domain` in a directory whose
-// account domain is configured, `DOM\name` in a Windows domain, there
-// in lower case whatever the domain's own spelling is. Not thread-safe.
+// Calls without an AUTH_TYPE use the source that "account_type" of the mail configuration names.
+// Names are full names: as written in the local files, `name@domain` in a directory whose account
+// domain is configured, `DOM\name` in a Windows domain, the name in lower case however the domain
+// spells it. Not thread-safe.
 //
-// An answer is never a part that looks like the whole. An enumeration that misses an entry says so
-// by its count; a group whose members cannot all be told is a failure, so that the caller keeps
-// what it knew; absent and failed have different error numbers. Every failure writes one log line
-// at level 3, every gap one at level 1 for each time the source is read.
+// Part of an answer never looks like the whole. An enumeration that misses an entry says so by its
+// count; a group whose members are not all known is a failure, so that the caller keeps what it
+// knew; absent and failed have different error numbers. Every failure writes one log line at level
+// 3. A source that is read with entries missing writes one at level 1.
 #ifndef PLATFORM_ACCOUNT_H
 #define PLATFORM_ACCOUNT_H
 
@@ -58,22 +58,23 @@ using KLIBUserInfoCallback = int (*)(const char* name, unsigned int uid, void* c
 // Enumerates the users of a source from number `offset`, at most `limit`, in the source's order.
 // `domain` is the Windows domain's short name, else null. Returns the number of accounts that the
 // source holds, which is larger than the number handed out when the answer was cut short or an
-// entry could not be read (then one log line says why); negative when the source failed. A callback
-// that ends the enumeration: the number held as known. Of accounts that share a uid the first is
-// handed out; of local ones, those whose uid lies within the ranges of login.defs.
+// entry could not be read (then one log line says why); negative when the source failed. The number
+// is the same when a callback ends the enumeration. Of accounts that share a uid only the first is
+// handed out; of local accounts, only those whose uid lies within the range of login.defs.
 MDOMAIN_EXPORT long KLIBUserInfoEnum(AUTH_TYPE type, const char* domain, unsigned int offset,
                                      unsigned int limit, KLIBUserInfoCallback callback,
                                      void* context);
 
 // Appends the names of all groups of a source to `*list`. The number appended, negative on failure.
-// Names that were announced and could not be read stand in the list too, or where no name is known
-// a text in brackets that says what is missing, so that looking them up fails and the caller sees
-// an incomplete answer. Local groups are those within the ranges of login.defs, and "users".
+// A group that the source announced and that could not be read is in the list too, by its name or,
+// if even that is unknown, as a text in brackets that says what is missing: looking it up fails,
+// and so the caller sees that the answer is incomplete. Of local groups, only "users" and those
+// within the range of login.defs are listed.
 MDOMAIN_EXPORT int KLIBGroupEnum(PKLIBCSzList* list, AUTH_TYPE type, const char* domain);
 
-// The account of a full name, without regard to letter case where the source has none (an exact
-// spelling wins), listed by enumerations or not. 0 and a new record, to be freed; negative on
-// failure (KLIBCErrGet tells), `*user` untouched.
+// The account with this full name or id, also one that enumerations leave out. Letter case does not
+// matter in a source that ignores it; an exact spelling wins. 0 and a new record, which the caller
+// frees with KORVUserFree; negative, with `*user` untouched, on failure (KLIBCErrGet says which).
 MDOMAIN_EXPORT int KORVUserGet(const char* name, PKORVUser* user);
 MDOMAIN_EXPORT int KORVUserGetByUID(unsigned int uid, PKORVUser* user);
 MDOMAIN_EXPORT void KORVUserFree(PKORVUser user);
@@ -86,10 +87,11 @@ MDOMAIN_EXPORT void KORVGroupFree(PKORVGroup group);
 // The description of a group; a group without one gives the empty string, and local groups have
 // none. 0, or -1 on failure, also when there is no such group.
 MDOMAIN_EXPORT int KORVGroupDescGet(const char* name, std::string& description);
-// Appends the full names of a group's members, each once: listed ones, those whose primary group it
-// is, and through nested groups where the source has them (cycles end). A listed name that nobody
-// has stands there as it is; accounts that enumerations leave out are left out here. 0 on success;
-// negative on failure, also when the source cannot tell all members, and the list is as it was.
+// Appends the full names of a group's members, each once: those that the group lists, those whose
+// primary group it is, and the members of nested groups where the source has them (cycles end). A
+// listed name without an account is appended as it is; accounts that enumerations leave out are
+// left out here, too. 0 on success; negative, with the list unchanged, on failure, also when the
+// source does not know all members.
 MDOMAIN_EXPORT int KORVGroupListMember(const char* name, PKLIBCSzList list);
 
 // True for accounts that are not people: ids outside the source's range, names that the host
@@ -109,7 +111,7 @@ MDOMAIN_EXPORT int KORVLDAPCatName(char* buffer, size_t size, const char* domain
 // would leave nothing (`@dom`). Of several "@" the last counts.
 MDOMAIN_EXPORT std::string TrimDomainName(const std::string& name);
 
-// One spelling for all names that a source without regard to letter case takes for the same.
+// One spelling for all names that a source takes for the same when it ignores letter case.
 MDOMAIN_EXPORT std::string FoldAccountName(const std::string& name);
 
 // The full names under which the source in force would know `short_names`, in order, one each.
@@ -118,9 +120,9 @@ MDOMAIN_EXPORT std::vector<std::string> GetFullNames(const std::vector<std::stri
 
 namespace korvmailserver {
 
-// While one lives, enumerations, look-ups and members are answered from the first answer of the
-// source, which gives everything within it one point in time; a failure is the first answer too.
-// Users and groups are read once each, at the first call. Scopes nest; the outermost counts.
+// While one lives, the source is read once, users and groups together, at the first call, and every
+// enumeration, look-up and list of members is answered from that: all of it is of one point in
+// time. A failure is kept in the same way. Scopes nest; the outermost counts.
 class MDOMAIN_EXPORT AccountSnapshot {
  public:
   AccountSnapshot();
@@ -129,14 +131,14 @@ class MDOMAIN_EXPORT AccountSnapshot {
   AccountSnapshot& operator=(const AccountSnapshot&) = delete;
 };
 
-// One step of an inspection of the source in force, in the order in which they were made.
+// One step of an inspection of the source in force.
 struct AccountCheckStep {
   std::string name;  // "settings", "connect", "bind", "users", "groups", "complete"
   bool ok = false;
   std::string detail;  // a count, or what failed and which setting or server limit to change
 };
-// Inspects the source in force from reading its settings to a whole enumeration; stops at the first
-// step that fails. True when every step is ok.
+// Inspects the source in force, from reading its settings to a whole enumeration, and gives the
+// steps in order; stops at the first that fails. True when every step is ok.
 MDOMAIN_EXPORT bool CheckAccountSource(std::vector<AccountCheckStep>& steps);
 
 }  // namespace korvmailserver

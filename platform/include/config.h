@@ -11,9 +11,9 @@ class MDOMAIN_EXPORT Config {
  public:
   Config() = default;
   virtual ~Config() = default;
-  // Reads every bound member with one query. A key that is not stored, or is neither "yes" nor
-  // "no", leaves the member as it is: the default given to AddToBoolMap on a new object. 0, or
-  // negative with one log line and no member changed.
+  // Reads the keys of all bound members with one query. A member whose key is not stored, or is
+  // neither "yes" nor "no", stays as it is: on a new object, the default given to AddToBoolMap. 0;
+  // or negative with one log line and no member changed.
   virtual int LoadSettings();
   // Writes every bound member ("yes" or "no"), all or none; unchanged values are not written again.
   // 0, or negative with one log line.
@@ -22,7 +22,8 @@ class MDOMAIN_EXPORT Config {
  protected:
   Config(const Config&) = default;
   Config& operator=(const Config&) = default;
-  // Binds `member` to `key` and sets it to `default_value`. The member must outlive the object.
+  // Binds `member` to `key` and sets it to `default_value`. The member must live as long as the
+  // object.
   void AddToBoolMap(const std::string& key, bool* member, bool default_value);
 
  private:

@@ -22,11 +22,12 @@ class MDOMAIN_EXPORT DBHandler {
   DBHandler& operator=(const DBHandler&) = delete;
 
   // Opens the file for reading and writing. A missing one is created (owner "Postara-Server", mode
-  // 0644) with its folder (mode 0755) and what is missing above it; one without any table gets the
-  // schema, in one transaction, also when several processes do so at once. 0 on success; otherwise
-  // SQLite's result code and one log line that names the file and what is wrong with it (a
-  // directory, not a database, read-only, no rights, locked, a folder that cannot be made, a schema
-  // that fails), and no file is left behind that was not there. A connected handler: 0 at once.
+  // 0644) with its folder (mode 0755) and missing folders above; a file without any table gets the
+  // schema, in one transaction, also when several processes connect at once. 0 on success;
+  // otherwise SQLite's result code and one log line that names the file and what is wrong with it
+  // (a directory, not a database, read-only, no rights, locked, a folder that cannot be made, a
+  // schema that fails), and no file is left behind that was not there. A connected handler: 0 at
+  // once.
   int connect();
   // Commits the transaction of a BatchScope that is open (a failure is logged) and closes the file.
   void disconnect();

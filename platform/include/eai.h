@@ -18,15 +18,15 @@ MDOMAIN_EXPORT bool Equals(const std::string& a, const std::string& b, bool igno
 namespace KORV {
 namespace POSTARA_SERVER {
 
-// A domain whose every label libidn2 accepts (IDNA 2008, non-transitional) and consists of letters,
-// digits and inner hyphens in its A-label form (STD 3), which has at most 63 octets a label and 253
-// in all; the last label is not all digits; no empty label, no trailing dot. "xn--" labels must
-// decode and give themselves again. A single label is enough.
+// True for a domain of one label or more, each of which libidn2 accepts (IDNA 2008,
+// non-transitional) and which in A-label form consists of letters, digits and inner hyphens (STD 3)
+// and has at most 63 octets, 253 in all. No label is empty, there is no trailing dot, and the last
+// label is not all digits. An "xn--" label must decode, and encoding the result must give it again.
 //
-// ASCII case aside it must be one of its two spellings, all A-labels or all U-labels: a text that
-// only maps to a domain ("BÜCHER.de", full-width letters, "。" for ".") is not one (RFC 5891
-// section 4). Two domains are therefore the same exactly when one is, ASCII case aside, either
-// spelling of the other.
+// The text must be one of the two spellings of the domain, all A-labels or all U-labels, in any
+// ASCII case: a text that only maps to a domain ("BÜCHER.de", full-width letters, "。" for ".") is
+// not one (RFC 5891 section 4). So two texts are the same domain exactly when one of them is either
+// spelling of the other, ASCII case ignored.
 MDOMAIN_EXPORT bool IsValidEaiDomain(const std::string& domain);
 
 // A dot-string: RFC 5321 atext and, with `allow_utf8`, non-ASCII UTF-8 in NFC without control
@@ -34,11 +34,11 @@ MDOMAIN_EXPORT bool IsValidEaiDomain(const std::string& domain);
 MDOMAIN_EXPORT bool IsValidEaiLocalPart(const std::string& local_part, bool allow_utf8);
 
 // The A-label form of a domain; of an address (it has an "@") only what follows the last "@" is
-// converted and looked at. What was typed is mapped first, to lower case, NFC and ordinary letters
-// and dots (RFC 5895), label by label. 0, or negative and `out` untouched when that gives no domain
-// that IsValidEaiDomain accepts. ASCII domains come back in lower case. `out` may be `text`.
+// converted and looked at. It is mapped first, label by label, to lower case, NFC and ordinary
+// letters and dots (RFC 5895). 0; or negative, with `out` untouched, when IsValidEaiDomain does not
+// accept the result. ASCII domains come back in lower case. `out` may be `text`.
 MDOMAIN_EXPORT int ConvertToPunycode(const std::string& text, std::string& out);
-// The same towards UTF-8 (U-labels, in lower case and NFC).
+// The same to UTF-8 (U-labels, in lower case and NFC).
 MDOMAIN_EXPORT int ConvertToUTF8(const std::string& text, std::string& out);
 // The other spelling: a domain (of an address: its domain) with non-ASCII characters gives its
 // A-label form, any other its U-label form. 0, or negative and `out` untouched, as above.
@@ -46,7 +46,7 @@ MDOMAIN_EXPORT int ConvertToPunycodeOrUTF8(const std::string& text, std::string&
 
 // `text` in NFC without the characters that may not stand in a local part and without bytes that
 // are not UTF-8, then without leading, trailing and doubled dots. The result may be empty and is
-// not shortened: up to 64 octets it is a valid local part.
+// not cut: it is a valid local part when it has 1 to 64 octets.
 MDOMAIN_EXPORT std::string StripInvalidEaiChars(const std::string& text);
 
 }  // namespace POSTARA_SERVER

@@ -18,8 +18,8 @@
 MDOMAIN_EXPORT int mailFileOwnerModeSet(const char* path, const char* owner, unsigned mode);
 
 // Ids of a service account. 0, or negative with the ids untouched when it does not exist. Below a
-// root prefix an account that is missing gives the caller's own effective ids and 0; so does every
-// account for a caller other than root, who could not give files away.
+// root prefix a missing account gives 0 and the caller's own effective ids; for a caller other than
+// root, who could not give files away, so does every account.
 MDOMAIN_EXPORT int mailUGidGet(const char* owner, uid_t* uid, gid_t* gid);
 
 // True for anything at `path`, a folder too; false for a link that leads nowhere.
@@ -28,8 +28,8 @@ MDOMAIN_EXPORT bool KLIBCFileExist(const char* path);
 // errno set; ELOOP for a symbolic link, which is not followed.
 MDOMAIN_EXPORT int KLIBCFileTouch(const char* path);
 // Creates a folder with all missing parents; the folders that it makes get owner, group and mode,
-// whatever the umask. An existing folder is success and left as it is. 0, or negative with errno
-// set (ENOTDIR when something else stands in the way); parents made before the failure stay.
+// whatever the umask. A folder that exists is left as it is: 0. Negative with errno set on failure
+// (ENOTDIR when something else is in the way); parents made before it stay.
 MDOMAIN_EXPORT int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode);
 
 namespace postara {
@@ -60,12 +60,12 @@ enum class FolderResult {
 MDOMAIN_EXPORT FolderResult MakeServiceFolder(const std::string& path, mode_t mode);
 
 // Replaces or creates a file so that a reader sees the old or the new bytes, whole: written beside
-// it, synced, renamed over it, the folder synced. Mode as given, whatever the umask; the owner
-// stays that of the old file where the caller may give files away. A symbolic link is replaced, not
-// followed. 0, or negative with errno set and the old file untouched.
+// it, synced, renamed over it, the folder synced. Mode as given, whatever the umask; where the
+// caller may give files away, the new file gets the owner of the old one. A symbolic link is
+// replaced, not followed. 0, or negative with errno set and the old file untouched.
 MDOMAIN_EXPORT int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode);
-// Makes a rename or removal of `path` last: syncs the folder that it stands in. Not every file
-// system can; the file is in place either way, so there is no failure to handle.
+// Makes a rename or removal of `path` survive a crash: syncs its folder. Not every file system can;
+// the file is in place either way, so no failure is reported.
 MDOMAIN_EXPORT void SyncFolderOf(const std::string& path);
 // Replaces `bytes` by those of a file. 0, or negative with errno set and `bytes` untouched.
 MDOMAIN_EXPORT int ReadFile(const std::string& path, std::string& bytes);

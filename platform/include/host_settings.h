@@ -10,10 +10,10 @@
 
 namespace korvmailserver {
 
-// [keystore]. Keys of the file are called as the members are, but password_file. "tls" is refused:
-// an encrypted connection is made by stunnel on this host.
+// [keystore]. The keys in the file have the names of the members, except that `password` is read
+// from "password_file". "tls" is refused: use stunnel on this host for an encrypted connection.
 struct KeyStoreSettings {
-  std::string backend = "embedded";  // or "redis"; the others are for that
+  std::string backend = "embedded";  // or "redis", which the other members are for
   std::string host = "127.0.0.1";
   int port = 6379;               // 1 to 65535
   std::string socket;            // path of a unix socket, instead of host and port

@@ -19,10 +19,10 @@ namespace POSTARA_SERVER {
 // reason, or the mistake in the host settings. No call waits longer than the key store's time-outs.
 class MDOMAIN_EXPORT PostaraServerBACKENDWrap {
  public:
-  // Publishes a file under `key`: its path, and where machines share the store also size, digest
-  // and content, of an SQLite database its last committed state. Content that is there already is
-  // not sent again. False when the store cannot be written or, for a shared store, the file not
-  // read; what was published before is then still there.
+  // Publishes a file under `key`: its path and, where machines share the store, its size, digest
+  // and content (of an SQLite database, the last committed state). Content that is there already is
+  // not sent again. False when the store cannot be written or, for a shared store, the file cannot
+  // be read; what was published before is then still there.
   static bool setFile(const std::string& key, const std::string& path);
   // Names of the keys of a tree, ascending by bytes. An unknown tree is empty. False on failure,
   // with `keys` untouched.
@@ -42,8 +42,8 @@ class MDOMAIN_EXPORT KORVMailNodeCluster {
  public:
   // True when what is published now would be kept. The embedded store: when it can be written. A
   // shared one: when the server in charge takes a write and the replicas that the settings ask for
-  // confirm it. `level` is the mail server's and ignored. The reason of a false is a warning (level
-  // 1): what follows from it is the caller's.
+  // confirm it. `level` belongs to the mail server's interface and is ignored. False logs its
+  // reason as a warning (level 1) and not as an error: the caller decides what it means.
   static bool isClusterHealth(int level);
   // PostaraServerBACKENDWrap::setFile under a cluster file key. 0 on success, negative on failure.
   static int setFile(const std::string& key, const std::string& path);

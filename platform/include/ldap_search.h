@@ -17,7 +17,8 @@ struct KORVLDAPSearchRequest;
 struct KORVLDAPSearch;
 struct KORVLDAPEntry;
 
-// All return 0, or negative with one log line that says what failed, unless stated.
+// All calls return 0, or negative with one log line that says what failed, unless stated otherwise.
+
 // Connects and binds as [ldap] of the host settings says. A server's certificate must verify with
 // ca_file, or with the machine's own authorities when that is not set. Free with KORVLDAPHostFree.
 MDOMAIN_EXPORT int KORVLDAPHostInitByBindConfig(KORVLDAPHost** host);
@@ -26,19 +27,19 @@ MDOMAIN_EXPORT KORVLDAPSearchOption* KORVLDAPSearchOptionAlloc();
 // Reads the stored options for users.
 MDOMAIN_EXPORT int KORVLDAPSearchOptionGet(KORVLDAPSearchOption* option);
 MDOMAIN_EXPORT void KORVLDAPSearchOptionFree(KORVLDAPSearchOption* option);
-// A request for `attributes` of the entries that the options select. Names that are no attribute
-// names (a letter, then letters, digits, "-", ";") are not sent, and no entry has them. "uid" and
-// "mail" stand for the attributes that the settings name. The option may be freed afterwards.
+// A request for `attributes` of the entries that the options select. A text that IsAttributeName
+// refuses is not sent, and no entry has a value for it. "uid" and "mail" stand for the attributes
+// that the settings name. The option may be freed afterwards.
 MDOMAIN_EXPORT int KORVLDAPSearchRequestInit(KORVLDAPSearchRequest** request,
                                              const KORVLDAPSearchOption* option,
                                              const KLIBCSzList* attributes);
 MDOMAIN_EXPORT void KORVLDAPSearchRequestFree(KORVLDAPSearchRequest* request);
-// The request may be freed afterwards, the host not.
+// The request may be freed afterwards, the host may not.
 MDOMAIN_EXPORT int KORVLDAPSearchInit(KORVLDAPSearch** search, KORVLDAPHost* host,
                                       const KORVLDAPSearchRequest* request);
 // The next entry, valid until the next call: 1 with an entry, 0 at the end of a complete answer,
-// negative when the answer broke off: at a size or time limit of the server, at a referral, with
-// the connection. The entries handed out before are good, and not all.
+// negative when the answer broke off: at a size or time limit of the server, at a referral, or when
+// the connection was lost. The entries handed out before are then good, but not all there are.
 MDOMAIN_EXPORT int KORVLDAPSearchGetNext(KORVLDAPSearch* search, const KORVLDAPEntry** entry);
 // The first value of an attribute (names without regard to case). 0, or negative when the entry has
 // none that is valid UTF-8.
@@ -48,8 +49,8 @@ MDOMAIN_EXPORT void KORVLDAPSearchFree(KORVLDAPSearch* search);
 
 namespace korvmailserver {
 
-// True when `name` is a letter, then letters, digits, "-" and ";" (RFC 4512, 2.5). Anything else is
-// kept from directories and their tools: to a tool it could be an option.
+// True when `name` is a letter, then letters, digits, "-" and ";" (RFC 4512, 2.5). No other text is
+// given to a directory or its tools: a tool could take it for an option.
 MDOMAIN_EXPORT bool IsAttributeName(const std::string& name);
 
 }  // namespace korvmailserver

@@ -34,10 +34,10 @@ MDOMAIN_EXPORT int mailConfSet(const std::string& key, const std::string& value,
 // with one log line.
 MDOMAIN_EXPORT bool mailConfCheckKeyValue(const std::string& key, const std::string& value);
 
-// Reads or writes many keys with a bounded number of round trips. Same results as one by one, but
-// that the changed ones are written all or none. Reading sets the value of every key asked for and
-// leaves other entries of `values` alone; of a key that is written twice the last counts. 0, or
-// negative with one log line and `values` untouched.
+// Reads or writes many keys with a bounded number of round trips. The results are those of one call
+// per key, except that the changed keys are written all or none. Reading sets the value of every
+// key asked for and leaves other entries of `values` alone; of a key that is written twice the last
+// counts. 0, or negative with one log line and `values` untouched.
 MDOMAIN_EXPORT int mailConfGetMany(const std::vector<std::string>& keys,
                                    std::map<std::string, std::string>& values);
 MDOMAIN_EXPORT int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries);

@@ -17,11 +17,10 @@ constexpr int kLogWarning = 1;
 }  // namespace korvmailserver
 
 // Writes one line at one of these levels; any other number counts as a notice. `format` is a printf
-// format;
-// "%m" is the text of errno at the time of the call. errno is left as it was. A trailing line end
-// is dropped; line ends inside the text become blanks, so one call is one line. Lines have no limit
-// in length. Safe in destructors of static objects. Without a syslog daemon the line is lost and
-// nothing fails.
+// format in which "%m" is the text of errno at the time of the call; errno is left as it was. A
+// trailing line end is dropped, and line ends inside the text become blanks, so one call is one
+// line of any length. Safe in destructors of static objects. Without a syslog daemon the line is
+// lost and nothing fails.
 MDOMAIN_EXPORT void maillog(int level, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
@@ -31,9 +30,9 @@ namespace korvmailserver {
 // itself logs goes to syslog only; an exception out of it is dropped and syslog gets the line.
 using MailLogSink = std::function<bool(int level, const std::string& line)>;
 
-// Puts `sink` in front of syslog for the whole process; an empty one takes it away. Returns the
-// sink that was there. The last sink is kept until the process has ended, so what it refers to must
-// live as long or be taken away before.
+// Puts `sink` in front of syslog for the whole process; an empty one removes it. Returns the sink
+// before it. The last sink is kept until the process ends, so what it refers to must live as long,
+// or the sink be removed first.
 MDOMAIN_EXPORT MailLogSink SetMailLogSink(MailLogSink sink);
 
 }  // namespace korvmailserver

@@ -46,8 +46,8 @@ MDOMAIN_EXPORT std::string NodeName();
 // not shared between machines. False with one log line.
 MDOMAIN_EXPORT bool GetPublisher(const std::string& key, std::string& node);
 
-// Publishes those of the files, keys and paths, that exist and are not published as they are now;
-// one query for all of them. True with nothing done when the store is not shared between
+// Publishes those of the files (keys and paths) that exist and differ from what is published; one
+// query asks about all of them. True with nothing done when the store is not shared between
 // machines. False with one log line.
 MDOMAIN_EXPORT bool PublishChangedFiles(
     const std::vector<std::pair<std::string, std::string>>& files);
@@ -59,8 +59,8 @@ MDOMAIN_EXPORT bool ListPublishedFiles(std::vector<PublishedFile>& files);
 // Brings the file published under `key` to its path below the root prefix: owner "Postara-Server",
 // mode as published, missing folders made. A reader sees the old or the new file, whole; a run that
 // is killed leaves at most a hidden ".NAME.pull" beside it, which the next run uses again. A path
-// outside "/var/packages/Postara-Server/" is refused. What this machine has is recorded in the
-// store; that the record could not be written is a warning and no failure.
+// outside "/var/packages/Postara-Server/" is refused. The store records what this machine has; a
+// record that cannot be written is a warning, not a failure.
 MDOMAIN_EXPORT PullResult PullPublishedFile(const std::string& key);
 // The same for files that ListPublishedFiles gave, with a result for each; what this machine has is
 // recorded once for all.

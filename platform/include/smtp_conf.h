@@ -11,13 +11,13 @@
 
 class MDOMAIN_EXPORT SmtpConf {
  public:
-  // Reads everything anew with two queries. An entry of the domain list that is not INDEX/NAME,
-  // or whose index was there before, is left out with a warning. 0, or negative with one log line
-  // when the configuration cannot be read, and then nothing changed.
+  // Reads everything anew with two queries. An entry of the domain list that is not INDEX/NAME, or
+  // repeats an index, is left out with a warning. 0; or negative with one log line and nothing
+  // changed when the configuration cannot be read.
   int LoadSettings();
   // The id of a published domain of this name (ASCII case ignored); negative when there is none.
   int GetDomainId(const std::string& name) const;
-  // 0 and the names in stored order; no additional domains: 0 and an empty list. Negative, with
+  // 0 and the names in stored order, none for a domain without additional names. Negative, with
   // `names` untouched, when the id is not published.
   int GetAdditionalDomainList(int domain_id, std::list<std::string>& names) const;
   // Domain id to name of every published domain.

@@ -1,9 +1,9 @@
 // The embedded key store: one SQLite file beside the domain database, shared by the processes of
 // one host.
 //
-// A missing file reads as an empty store; the first write creates it, with its folder. Who may not
-// write the file can still read it: the mail services run under accounts of their own. The
-// connection is kept, and opened again when the file was replaced or removed.
+// A missing file reads as an empty store; the first write creates it, with its folder. A process
+// that may not write the file can still read it: the mail services run under accounts of their own.
+// The connection is kept, and opened again when the file was replaced or removed.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,7 +34,7 @@ constexpr char kReplace[] =
     "INSERT OR REPLACE INTO key_table(name, tree, value) VALUES(?1, ?2, ?3)";
 constexpr char kDelete[] = "DELETE FROM key_table WHERE name = ?1";
 
-// Writers hold the file for milliseconds; who waits longer meets a stuck process.
+// Writers hold the file for milliseconds; one that holds it longer is stuck.
 constexpr int kBusyTimeout = 10000;
 
 class EmbeddedBackend : public KeyStoreBackend {
@@ -113,8 +113,8 @@ class EmbeddedBackend : public KeyStoreBackend {
     return Set({{key, path}}, error);
   }
 
-  // Takes the write lock and lets it go. A file that is not there yet is judged by the nearest
-  // folder above it that is.
+  // Takes the write lock and releases it. For a file that does not exist yet the nearest existing
+  // folder above it decides.
   bool IsHealthy(std::string& error) override {
     if (KLIBCFileExist(path_.c_str())) {
       return Write(error, [](sqlite3*) { return true; });

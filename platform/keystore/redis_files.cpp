@@ -3,8 +3,8 @@
 // its publisher dies; "node:NODE" a hash of what a machine has, "nodes" the set of machines.
 //
 // A new content is written under a name of its own and renamed over the old one, so what is under
-// "file:KEY" is always one whole file. Who reads it piece by piece asks for the digest with each,
-// and begins again when it changed.
+// "file:KEY" is always one whole file. A reader that takes it piece by piece asks for the digest
+// with each, and begins again when it changed.
 #include "platform/keystore/redis_files.h"
 
 #include <sys/stat.h>

@@ -19,7 +19,7 @@ bool IsError(const redisReply& reply, const char* code = "") {
   return reply.type == REDIS_REPLY_ERROR && Text(reply).rfind(code, 0) == 0;
 }
 
-// The first error in a reply, itself or one of a transaction's; null when there is none.
+// The first error in a reply: the reply itself, or one inside a transaction; null without one.
 const redisReply* FindError(const redisReply& reply) {
   if (IsError(reply)) {
     return &reply;

@@ -39,8 +39,8 @@ ssize_t ReadCookie(void* cookie, char* buffer, size_t size) {
   return static_cast<ChildProcess*>(cookie)->Read(buffer, size);
 }
 
-// Waits for the end and tells a failure. A program that ended because nobody wanted the rest of its
-// output has not failed.
+// Waits for the end and reports a failure. A program that ended because nobody wanted the rest of
+// its output has not failed.
 int Finish(const Program& program) {
   const int status = program.child->Finish();
   const int error = errno;

@@ -100,3 +100,8 @@ printf '[local]\ninternal = ben\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/host.in
 remember
 refused 3 '"ben" is an internal account' user add 2 anna ben
 refused 3 '"ben" is an internal account' user preview 2 ben
+# Of two mistakes the account is told first.
+refused 3 '"ben" is an internal account' user add 2 ben --alias 'no alias'
+sqlite3 "$database" "UPDATE domain_table SET domain_default_alias_pattern = '<a'"
+remember
+refused 3 '"ben" is an internal account' user add 2 ben

@@ -11,6 +11,7 @@
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/files.h"
+#include "platform/include/text.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/disclaimer_explain.h"
@@ -81,7 +82,7 @@ std::string ReadInput(const std::string& name) {
 }
 
 Json::Value ParseList(const std::string& bytes) {
-  if (!IsUtf8(bytes)) {
+  if (!korvmailserver::IsValidUtf8(bytes)) {
     throw Failure(kRefused, "the disclaimers are not UTF-8");
   }
   Json::CharReaderBuilder builder;

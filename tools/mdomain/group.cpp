@@ -79,8 +79,7 @@ void ShowStatus(Call& call) {
 
 void Add(Call& call) {
   const KnownDomain domain = TypedDomain(call);
-  const Members members{{}, FindGroups(call.List("GROUP"))};
-  AddMembers(call, domain, members, PreviewMembers(domain, members), {});
+  AddMembers(call, domain, {{}, FindGroups(call.List("GROUP"))}, {});
 }
 
 std::string Names(const std::vector<Group>& groups) {

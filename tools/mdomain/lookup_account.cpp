@@ -143,7 +143,7 @@ Records<Kind> ListLike(const std::string& text) {
 // mirror once.
 template <typename Kind>
 Records<Kind> Candidates(const std::vector<std::string>& texts) {
-  if (texts.empty() || (texts.size() == 1 && texts[0].empty())) {
+  if (texts.empty()) {
     return {};
   }
   return texts.size() == 1 ? ListLike<Kind>(texts[0]) : List<Kind>(typename Kind::Filter());

@@ -59,8 +59,8 @@ Json::Value Added(const std::vector<DomainUser>& users,
   return records;
 }
 
-// A preview leaves out internal accounts, which no domain takes. Only who is not in it is looked
-// at: the account system was asked about the others already.
+}  // namespace
+
 void RefuseInternal(const std::vector<MDOMAIN::RECORD::User>& users,
                     const std::vector<DomainUser>& preview) {
   std::unordered_set<unsigned int> shown;
@@ -75,8 +75,6 @@ void RefuseInternal(const std::vector<MDOMAIN::RECORD::User>& users,
   }
 }
 
-}  // namespace
-
 std::vector<DomainUser> PreviewMembers(const KnownDomain& domain, const Members& members) {
   std::vector<std::pair<std::string, std::string>> entries;
   for (const std::string& name : ShortNames(members.users)) {
@@ -86,15 +84,17 @@ std::vector<DomainUser> PreviewMembers(const KnownDomain& domain, const Members&
     entries.emplace_back("group", name);
   }
   std::vector<DomainUser> preview;
-  if (!MDOMAIN::API::DomainUser().Preview(domain.idx, entries, preview)) {
+  const bool made = MDOMAIN::API::DomainUser().Preview(domain.idx, entries, preview);
+  RefuseInternal(members.users, preview);  // a wrong account is told before a failing pattern
+  if (!made) {
     throw Failure(kFailed, "the aliases for domain " + domain.Title() + " could not be made");
   }
-  RefuseInternal(members.users, preview);
   return preview;
 }
 
 void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
-                const std::vector<DomainUser>& preview, const std::vector<std::string>& aliases) {
+                const std::vector<std::string>& aliases) {
+  const std::vector<DomainUser> preview = PreviewMembers(domain, members);
   std::vector<DomainUserAlias> added = WantedAliases(preview, aliases);
   if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx, ShortNames(members.users),
                                              ShortNames(members.groups), added)) {

@@ -16,15 +16,18 @@ struct Members {
   std::vector<MDOMAIN::RECORD::Group> groups;
 };
 
+// Refuses an internal account among `users`: no domain takes one. Users in `preview` are not looked
+// up, because a preview leaves internal accounts out.
+void RefuseInternal(const std::vector<MDOMAIN::RECORD::User>& users,
+                    const std::vector<MDOMAIN::RECORD::DomainUser>& preview);
+
 // The users and the groups' members, with the aliases that the domain's pattern gives them. Refuses
 // an internal account among the users.
 std::vector<MDOMAIN::RECORD::DomainUser> PreviewMembers(const KnownDomain& domain,
                                                         const Members& members);
 
-// Adds them and prints who got which alias: those of `preview`, which is PreviewMembers', or
-// `aliases` if there are any.
+// Adds them and prints who got which alias: those of PreviewMembers, or `aliases` if there are any.
 void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
-                const std::vector<MDOMAIN::RECORD::DomainUser>& preview,
                 const std::vector<std::string>& aliases);
 
 // Refuses a text that is not a role.

@@ -1,4 +1,4 @@
-// UTF-8 is judged by libunistring, as the library judges it.
+// Characters and their widths are libunistring's, as in the library.
 #include "tools/mdomain/text.h"
 
 #include <unictype.h>
@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "platform/include/text.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
@@ -39,12 +40,8 @@ void ForEachCharacter(const std::string& text, Use use) {
 
 }  // namespace
 
-bool IsUtf8(const std::string& text) {
-  return u8_check(Bytes(text), text.size()) == nullptr;
-}
-
 void RequirePlainText(const std::string& what, const std::string& value) {
-  if (!IsUtf8(value)) {
+  if (!korvmailserver::IsValidUtf8(value)) {
     throw Failure(kRefused, what + " \"" + Printable(value) + "\" is not valid UTF-8");
   }
   if (Printable(value) != value) {

@@ -7,8 +7,6 @@
 
 namespace mdomain {
 
-bool IsUtf8(const std::string& text);
-
 // Refuses a value that is not UTF-8 or holds control characters; `what` names it in the message.
 void RequirePlainText(const std::string& what, const std::string& value);
 

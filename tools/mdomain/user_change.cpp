@@ -53,13 +53,15 @@ void Preview(Call& call) {
 void Add(Call& call) {
   const KnownDomain domain = TypedDomain(call);
   const Members members = TypedMembers(call);
-  const std::vector<MDOMAIN::RECORD::DomainUser> preview = PreviewMembers(domain, members);
   const std::vector<std::string> aliases = call.List("--alias");
+  if (!aliases.empty()) {
+    RefuseInternal(members.users, {});  // a wrong account is told before a wrong alias
+  }
   if (!aliases.empty() && (members.users.size() != 1 || !members.groups.empty())) {
     throw Failure(kUsage, "--alias needs exactly one user and no group");
   }
   RequireAliases(aliases);
-  AddMembers(call, domain, members, preview, aliases);
+  AddMembers(call, domain, members, aliases);
 }
 
 // The user as the domain has it; kNotFound for somebody who is not a user of the domain.
