@@ -309,9 +309,6 @@ TEST_F(DomainControl, NamesOnceInEitherSpelling) {
   for (const auto& c : cases) {
     EXPECT_EQ(EraseDuplicatedDomainNames(c.names), c.want);
   }
-  EXPECT_TRUE(IExists({"x", "aB"}, "Ab"));
-  EXPECT_FALSE(IExists({"x", "aBc"}, "Ab"));
-  EXPECT_FALSE(IExists({}, ""));
 }
 
 TEST_F(DomainControl, AdministratorsAndNames) {
