@@ -103,27 +103,25 @@ TEST_F(BccFileTest, ReadsWhatPeopleWrite) {
 
 TEST_F(BccFileTest, OneBadLineRefusesTheFile) {
   const std::string long_name(300, 'n');
-  const std::vector<std::string> bad = {
-      "alone",
-      "three fields here",
-      "a..b@example.com copy",
-      "a@-x- copy",
-      "a@ copy",
-      "@example.com copy",
-      "na\x01me copy",
-      "name co\x7Fpy",
-      "name cop\ry",
-      std::string("name co\0py", 10),
-      "na\xFFme copy",
-      "name \xC3",
-      "\"quoted\"@example.com copy",
-      "name a@example.com,b@example.com",
-      "name \"|/bin/sh\"",
-      long_name + " copy",
-      "a@" + long_name + ".example copy",
-      "name " + std::string(5000, ' ') + "copy",
-      "a\\b\\c copy",
-  };
+  const std::vector<std::string> bad = {"alone",
+                                        "three fields here",
+                                        "a..b@example.com copy",
+                                        "a@-x- copy",
+                                        "a@ copy",
+                                        "@example.com copy",
+                                        "na\x01me copy",
+                                        "name co\x7Fpy",
+                                        "name cop\ry",
+                                        std::string("name co\0py", 10),
+                                        "na\xFFme copy",
+                                        "name \xC3",
+                                        "\"quoted\"@example.com copy",
+                                        "name a@example.com,b@example.com",
+                                        "name \"|/bin/sh\"",
+                                        long_name + " copy",
+                                        "a@" + long_name + ".example copy",
+                                        "name " + std::string(5000, ' ') + "copy",
+                                        "a\\b\\c copy"};
   std::string text = "good copy\n";
   for (const std::string& line : bad) {
     text += line + "\n";

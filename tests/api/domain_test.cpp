@@ -86,16 +86,6 @@ TEST_F(DomainApiTest, ChangeThatIsNotPublishedIsAFailureAndStays) {
   EXPECT_EQ(Configured("virtual_multiple_domain"), "");
 }
 
-TEST_F(DomainApiTest, FirstDomainTakesEveryGroupAndEveryone) {
-  RECORD::Domain domain("example.com");
-  int domain_idx = -1;
-  ASSERT_TRUE(Domain().CreatePrimary(domain, domain_idx));
-  EXPECT_EQ(Domains(), (StringList{"1|example.com|1"}));
-  EXPECT_EQ(Rows("SELECT gid,role FROM domain_group_role_table"), (StringList{"2001|normal"}));
-  EXPECT_EQ(Members(1), (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
-  EXPECT_EQ(Configured("smtp_main_domain"), "example.com");
-}
-
 TEST_F(DomainApiTest, FirstDomainIsTakenBackWhenItCannotBeFilled) {
   const struct {
     const char* function;
@@ -147,29 +137,19 @@ TEST_F(DomainApiTest, MigratingCanBeRepeated) {
 }
 
 TEST_F(DomainApiTest, PrimaryDomainComesFirst) {
-  std::vector<RECORD::Domain> domains(4);
-  for (int i = 0; i < 4; ++i) {
-    domains[i].SetDomainIdx(i);
+  for (const char* name : {"one.example", "two.example", "three.example"}) {
+    CreateDomain(name, false);
   }
-  domains[2].SetIsPrimary(true);
-  MDOMAIN::API::INTERNAL::MovePrimaryDomainToFront(domains);
-  std::string order;
-  for (const RECORD::Domain& domain : domains) {
-    order += std::to_string(domain.GetDomainIdx());
-  }
-  EXPECT_EQ(order, "2013");
-
-  CreateDomain("example.com", false);
-  CreateDomain("example.org", false);
-  ASSERT_TRUE(Domain().SetPrimary(2));
-  std::vector<RECORD::Domain> listed;
+  ASSERT_TRUE(Domain().SetPrimary(3));
   for (const bool names_only : {false, true}) {
-    listed.clear();
+    std::vector<RECORD::Domain> listed;
     ASSERT_TRUE(names_only ? Domain().ListNames(listed)
                            : MDOMAIN::API::INTERNAL::GetAllDomains(listed));
-    ASSERT_EQ(listed.size(), 2U);
-    EXPECT_EQ(listed[0].GetDomainName(), "example.org");
-    EXPECT_TRUE(listed[0].IsPrimary() && !listed[1].IsPrimary());
+    StringList names;
+    for (const RECORD::Domain& domain : listed) {
+      names.push_back(domain.GetDomainName() + (domain.IsPrimary() ? "!" : ""));
+    }
+    EXPECT_EQ(names, (StringList{"three.example!", "one.example", "two.example"}));
   }
 }
 

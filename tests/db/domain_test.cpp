@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "platform/include/eai.h"
+#include "tests/support/children.h"
 #include "tests/support/domain_db.h"
 
 namespace {
@@ -215,20 +216,14 @@ TEST_F(DomainStoreTest, ListsCountUsersWithARole) {
 TEST_F(DomainStoreTest, SeveralProcessesMakeAndWriteOneFile) {
   MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
   std::filesystem::remove(DbPath());
-  std::vector<pid_t> children;
-  for (int idx = 100; idx <= 400; idx += 100) {
-    children.push_back(test::Fork([idx] {
-      Domain store;
-      bool ok = true;
-      for (int i = 0; i < 5; ++i) {
-        ok = store.Create(Make(idx + i, "d.example")) && ok;
-      }
-      return ok;
-    }));
-  }
-  for (const pid_t child : children) {
-    test::ExpectSuccess(child);
-  }
+  const auto create = [](int number) {
+    bool ok = true;
+    for (int i = 0; i < 5; ++i) {
+      ok = Domain().Create(Make(100 * number + i, "d.example")) && ok;
+    }
+    return ok;
+  };
+  EXPECT_EQ(test::FailingChildren(4, create), 0);
   EXPECT_EQ(Rows("SELECT count(*), user_version FROM domain_view, pragma_user_version"),
             StringList{"20|4"});
 }
@@ -237,21 +232,24 @@ TEST_F(DomainStoreTest, SeveralProcessesMakeAndWriteOneFile) {
 TEST_F(DomainStoreTest, LateUpgradeLeavesWhatIsNewer) {
   Run("PRAGMA user_version = 3; ALTER TABLE domain_table ADD COLUMN quota");
   MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
-  int go[2];  // a connection that is open across the fork would be shared, locks and all
+  int go[2];
   ASSERT_EQ(pipe(go), 0);
-  const pid_t child = test::Fork([&go] {
+  const auto upgrade = [&go](int number) {
     char byte = 0;
-    return read(go[0], &byte, 1) == 1 &&
-           MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler() != nullptr;
-  });
-  test::SqliteFile upgrade(DbPath());
-  upgrade.Run("BEGIN IMMEDIATE; PRAGMA user_version = 7; DROP VIEW domain_view");
-  EXPECT_EQ(write(go[1], "", 1), 1);
-  usleep(300000);  // it has read version 3 by now and waits
-  upgrade.Run("COMMIT");
+    if (number == 0) {
+      return read(go[0], &byte, 1) == 1 &&
+             MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler() != nullptr;
+    }
+    test::SqliteFile newer(DbPath());
+    newer.Run("BEGIN IMMEDIATE; PRAGMA user_version = 7; DROP VIEW domain_view");
+    const bool told = write(go[1], &byte, 1) == 1;
+    usleep(300000);  // it has read version 3 by now and waits
+    newer.Run("COMMIT");
+    return told && !HasFailure();
+  };
+  EXPECT_EQ(test::FailingChildren(2, upgrade), 0);
   close(go[0]);
   close(go[1]);
-  test::ExpectSuccess(child);
   EXPECT_EQ(Rows("PRAGMA user_version"), StringList{"7"});
   EXPECT_EQ(Rows("SELECT count(*) FROM sqlite_master WHERE name = 'domain_view'"), StringList{"0"});
 }

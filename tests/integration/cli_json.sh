@@ -78,9 +78,6 @@ good config set smtp_main_domain old.example
 good config set smtp_canonical_domain 'alt.example, alt.example.net'
 gives '[.created, .domain.name, .domain.users, (.domain.additional_names | sort)]' \
   '[true,"old.example",5,["alt.example","alt.example.net"]]' init
-gives .created false init
 new_root migrate
 gives '[.name, .users, .additional_names]' '["one.example",5,["two.example"]]' \
   domain migrate one.example --name two.example
-gives '[.id, .name, .additional_names]' '[1,"uno.example",["two.example"]]' \
-  domain migrate uno.example --name two.example

@@ -29,10 +29,7 @@ lookup() {
 }
 lookup 0 '["anna","user","erik"]' anna@EXAMPLE.com "O'Brien@xn--bcher-kva.example" ERIK@bücher.example
 lookup 4 '["anna",""]' anna@example.com anna@nosuch.example
-lookup 4 '[""]' anna@example.com@example.org
-lookup 4 '[""]' "$(head -c 10000 /dev/zero | tr '\0' a)@example.com"
-lookup 3 '["",""]' anna nosuch@example.com
-lookup 3 '["","","anna"]' @example.com anna@ anna@example.com
+lookup 3 '["","","","anna"]' anna @example.com anna@ anna@example.com
 out=$(printf 'anna\0x@example.com\nanna@example.com\r\n' | mdomain --json owner lookup - 2>/dev/null)
 field '[.[].owner]' '["","anna"]'
 

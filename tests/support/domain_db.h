@@ -3,8 +3,6 @@
 #define TESTS_SUPPORT_DOMAIN_DB_H
 
 #include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -61,21 +59,6 @@ class DomainDbTest : public RootTest {
 };
 
 using StringList = std::vector<std::string>;
-
-// Another process, which ends with what `work` gives: true is success.
-template <typename Work>
-pid_t Fork(const Work& work) {
-  const pid_t child = fork();
-  if (child == 0) {
-    _exit(work() ? 0 : 1);
-  }
-  return child;
-}
-inline void ExpectSuccess(pid_t child) {
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
-}
 
 inline std::string Text(const StringList& list) {
   return MDOMAIN::BASE::Join(list, ", ");

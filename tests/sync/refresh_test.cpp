@@ -166,18 +166,6 @@ TEST_F(UpdaterTest, UsersOfOneShortNameAreToldApart) {
             (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
 }
 
-TEST_F(UpdaterTest, CoveredMembersOfAFirstDomainGetAddresses) {
-  ASSERT_TRUE(Updater().Refresh());
-  const int domain_idx = CreateDomain("example.com", false);
-  std::vector<MDOMAIN::RECORD::DomainUserAlias> aliases;
-  ASSERT_TRUE(MDOMAIN::API::DomainUser().AddMembers(domain_idx, {}, {"staff"}, aliases));
-  EXPECT_TRUE(Members(domain_idx).empty());
-  Updater updater;
-  ASSERT_TRUE(updater.AutoAddNewUsers({domain_idx}));
-  EXPECT_EQ(Members(domain_idx), (StringList{"alice normal alice", "bob normal bob"}));
-  EXPECT_TRUE(Rows("SELECT * FROM domain_user_role_table").empty());
-}
-
 TEST_F(UpdaterTest, UnusableAliasPatternFailsTheRefreshNotTheProcess) {
   CreateDomain("example.com", true, "<99999999999a>");
   EXPECT_FALSE(Updater().Refresh());
@@ -227,7 +215,7 @@ TEST_F(UpdaterTest, FirstDomainComesFromTheOlderSettings) {
     Logged("Domain name [dotless] without \".\" is not valid");
     if (!test_case.want_domains.empty()) {
       EXPECT_EQ(Members(1).size(), 3U);
-      EXPECT_EQ(Rows("SELECT gid FROM domain_group_role_table"), (StringList{"2001"}));
+      EXPECT_EQ(Rows("SELECT gid,role FROM domain_group_role_table"), (StringList{"2001|normal"}));
       EXPECT_EQ(Configured("virtual_multiple_domain"), "1/example.com");
       // With a domain present nothing more happens, whatever the settings say.
       mailConfSet("smtp_main_domain", "other.example", true, 0);

@@ -1,7 +1,6 @@
 // Patterns against the three account sources, all of them made of lists.
 #include "lib-domain/utils/default_alias_getter.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -11,6 +10,7 @@
 #include "lib-domain/base/text.h"
 #include "platform/include/ldap_search.h"
 #include "platform/include/process.h"
+#include "tests/support/children.h"
 #include "tests/support/fake_accounts.h"
 
 struct KORVLDAPHost {};
@@ -250,10 +250,9 @@ TEST_F(DefaultAliasGetterTest, OneSearchAnswersAllPatternsOfAScope) {
 const std::string kSource = " lib-domain/utils/default_alias_getter:\\d+ ";
 
 // In a child: the ids of a process that has given up root, but could be it again when that is its
-// saved id. 0 when the look-up ran as `want`, the ids came back, and the system log tells both.
-int RunAs(unsigned saved_id, unsigned want, const std::string& entered) {
-  const pid_t child = fork();
-  if (child == 0) {
+// saved id. Whether the look-up ran as `want`, the ids came back, and the system log tells both.
+bool RunsAs(unsigned saved_id, unsigned want, const std::string& entered) {
+  return test::InChild([&] {
     std::vector<unsigned> within;
     Fake().on_user_get = [&] { within = {geteuid(), getegid()}; };
     const bool is_set =
@@ -265,19 +264,16 @@ int RunAs(unsigned saved_id, unsigned want, const std::string& entered) {
         trace.size() == 2 && std::regex_match(trace[0], std::regex(entered)) &&
         std::regex_match(trace[1], std::regex("38" + kSource + "LEAVECriticalSection"));
     const bool restored = geteuid() == 1234 && getegid() == 1234;
-    _exit(is_set && done && traced && restored && within == std::vector{want, want} ? 0 : 1);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WEXITSTATUS(status);
+    return is_set && done && traced && restored && within == std::vector{want, want};
+  });
 }
 
 TEST_F(DefaultAliasGetterTest, LookUpsRunAsRootWherePossibleAndOnlyThey) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }
-  EXPECT_EQ(RunAs(0, 0, "38" + kSource + "ENTERCriticalSection"), 0);
-  EXPECT_EQ(RunAs(1234, 1234, "35" + kSource + "ERROR: ENTERCriticalSection"), 0);
+  EXPECT_TRUE(RunsAs(0, 0, "38" + kSource + "ENTERCriticalSection"));
+  EXPECT_TRUE(RunsAs(1234, 1234, "35" + kSource + "ERROR: ENTERCriticalSection"));
 }
 
 }  // namespace
