@@ -35,10 +35,7 @@ class AliasComposerTest : public test::RootTest {
 TEST_F(AliasComposerTest, ComposesText) {
   const Map values = {
       {"g", "John"}, {"s", "Smith"}, {"u", "J\xC3\xBCrgen"}, {"b", "a b<>c"}, {"e", ""}};
-  const struct {
-    const char* pattern;
-    const char* want;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"<1g>.<s>", "J.Smith"},
       {"<10g>", "John"},
       {"<0g>", "John"},
@@ -59,18 +56,15 @@ TEST_F(AliasComposerTest, ComposesText) {
       {"<2147483647g>", "John"},
       {"<00001g>", "J"},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Compose(c.pattern, values), c.want) << c.pattern;
+  for (const auto& [pattern, want] : cases) {
+    EXPECT_EQ(Compose(pattern, values), want) << pattern;
   }
 }
 
 TEST_F(AliasComposerTest, UnusableTokensFailTheAliasAndSaySo) {
   const Map values = {{"g", "John"}, {"a*", "star"}};
   const std::string many_groups(300, '(');
-  const struct {
-    std::string pattern;
-    const char* line;
-  } cases[] = {
+  const std::pair<std::string, const char*> cases[] = {
       {"<g><a(>", "Token [a(] of the default alias pattern is not a valid regular expression"},
       {"<[>", "Token [[] of the default alias pattern is not a valid regular expression"},
       {"<" + many_groups + ">", "is not a valid regular expression"},
@@ -78,9 +72,9 @@ TEST_F(AliasComposerTest, UnusableTokensFailTheAliasAndSaySo) {
       {"<99999999999g>", "A length in the default alias pattern [<99999999999g>] is out of range"},
       {"<a*>", "Failed to compose an alias for [j smith] from the default alias pattern [<a*>]"},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Compose(c.pattern, values), "(failed)");
-    EXPECT_TRUE(Logged(c.line)) << c.pattern.substr(0, 40);
+  for (const auto& [pattern, line] : cases) {
+    EXPECT_EQ(Compose(pattern, values), "(failed)");
+    EXPECT_TRUE(Logged(line)) << pattern.substr(0, 40);
   }
   // Without a value for its attribute a length is never read.
   EXPECT_EQ(Compose("<99999999999nobody>", values), "jsmith");

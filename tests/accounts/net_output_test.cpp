@@ -86,10 +86,7 @@ TEST_F(NetOutputTest, ReadsWhatWasAskedFor) {
 }
 
 TEST_F(NetOutputTest, BrokenAndForgedAnswersFail) {
-  const struct {
-    const char* output;
-    const char* line;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"", "error net response"},
       {"Got 1 replies\n", "error net response"},
       {"Got replies\n\n", "error net response"},
@@ -101,11 +98,11 @@ TEST_F(NetOutputTest, BrokenAndForgedAnswersFail) {
        "sAMAccountName: evil\ndescription:  lead and trail \n\n",
        "net announced [1] entries but gave [2]"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [output, line] : cases) {
     Accounts accounts = {{"before", {}}};
-    EXPECT_FALSE(ParseNetSearchOutput(c.output, {"sn"}, accounts));
+    EXPECT_FALSE(ParseNetSearchOutput(output, {"sn"}, accounts));
     EXPECT_EQ(accounts.count("before"), 1U);
-    EXPECT_TRUE(Logged(c.line)) << c.output;
+    EXPECT_TRUE(Logged(line)) << output;
   }
 }
 

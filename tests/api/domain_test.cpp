@@ -86,39 +86,37 @@ TEST_F(DomainApiTest, ChangeThatIsNotPublishedIsAFailureAndStays) {
   EXPECT_EQ(Configured("virtual_multiple_domain"), "");
 }
 
+// The first case fails inside the creation, which is not taken back.
 TEST_F(DomainApiTest, FirstDomainIsTakenBackWhenItCannotBeFilled) {
-  const struct {
-    const char* function;
-    const char* text;
-    unsigned int number;
-    const char* line;
-    size_t mirrored;
-  } cases[] = {
-      {"DBHandler::exeCmds", "DELETE FROM primary_domain_table", 0, "Failed to SetPrimaryDomain",
-       0},
-      {"KLIBGroupEnum", "", 5634, "Failed to GetAllZelmGroups", 0},
-      {"DBHandler::exeCmds", "domain_group_role_table", 0,
-       "Failed to create domain groups, new_primary_domain_id: [1]", 2},
-      {"DBHandler::exeCmds", "domain_user_role_table", 5634, "Failed to Refresh", 3},
+  const test::FailingStep steps[] = {
+      {test::kBatch, "DELETE FROM primary_domain_table",
+       "Failed to SetPrimaryDomain\nFailed to _CreatePrimaryImp", "1 domains, 0 users, error 0"},
+      {"KLIBGroupEnum", "", "Failed to GetAllZelmGroups\nFailed to _CreatePrimaryImp",
+       "0 domains, 0 users, error 5634"},
+      {test::kBatch, "domain_group_role_table",
+       "Failed to create domain groups, new_primary_domain_id: [1]\nFailed to _CreatePrimaryImp",
+       "0 domains, 2 users, error 0"},
+      {test::kBatch, "domain_user_role_table", "Failed to Refresh\nFailed to _CreatePrimaryImp",
+       "0 domains, 3 users, error 5634"},
   };
-  for (const auto& test_case : cases) {
-    SCOPED_TRACE(test_case.line);
-    test::FailOn(test_case.function, test_case.text);
-    Domain api;
-    RECORD::Domain domain("example.com");
-    int domain_idx = -1;
-    EXPECT_FALSE(api.CreatePrimary(domain, domain_idx));
-    test::ClearFaults();
-    EXPECT_TRUE(Logged(test_case.line));
-    EXPECT_TRUE(Logged("Failed to _CreatePrimaryImp"));
-    TakeLog();
-    // The first case fails inside the creation, which is not rolled back.
-    const bool created = test_case.number == 0 && test_case.mirrored == 0;
-    EXPECT_EQ(Domains().size(), created ? 1U : 0U);
-    EXPECT_EQ(api.GetErrorCode(), test_case.number);
-    EXPECT_EQ(Rows("SELECT uid FROM user_table").size(), test_case.mirrored);
-    Run("DELETE FROM domain_table; DELETE FROM user_table; DELETE FROM group_table");
-  }
+  unsigned int error = 0;
+  ExpectStops(
+      steps,
+      [&error] {
+        Domain api;
+        RECORD::Domain domain("example.com");
+        int domain_idx = -1;
+        const bool done = api.CreatePrimary(domain, domain_idx);
+        error = api.GetErrorCode();
+        return done;
+      },
+      [&error] {
+        const std::string left = Rows(
+            "SELECT (SELECT count(*) FROM domain_table) || ' domains, ' || count(*) || "
+            "' users, error ' FROM user_table")[0];
+        Run("DELETE FROM domain_table; DELETE FROM user_table; DELETE FROM group_table");
+        return left + std::to_string(error);
+      });
 }
 
 TEST_F(DomainApiTest, MigratingCanBeRepeated) {

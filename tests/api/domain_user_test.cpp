@@ -106,36 +106,30 @@ TEST_F(DomainUserApiTest, ExtraInformationTellsWhatGroupsGive) {
 }
 
 TEST_F(DomainUserApiTest, AddingStopsAtTheFirstFailure) {
-  const struct {
-    const char* function;
-    const char* text;
-    const char* line;
-    size_t roles;
-    size_t groups;
-  } cases[] = {
-      {"DBHandler::exeCmds", "domain_user_role_table",
-       "Failed to create domain users from user, domain_id: [1]", 0, 0},
-      {"DBHandler::exeCmds", "domain_group_role_table",
-       "Faied to create domain groups, domain_id: [1]", 1, 0},
-      {"DBHandler::exeCmds", "INTO  domain_user_alias_table",
-       "Failed to CreateUsersAliases, domain_id: [1]", 1, 1},
-      {"DBHandler::exeCmds", "DELETE FROM domain_user_role_table",
-       "Failed to RemoveUnnecessaryAutoAddedUserRole", 1, 1},
-      {"setFile", "", "Failed to Trigger", 0, 1},
+  const test::FailingStep steps[] = {
+      {test::kBatch, "domain_user_role_table",
+       "Failed to create domain users from user, domain_id: [1]", "0 0"},
+      {test::kBatch, "domain_group_role_table", "Faied to create domain groups, domain_id: [1]",
+       "1 0"},
+      {test::kBatch, "INTO  domain_user_alias_table",
+       "Failed to CreateUsersAliases, domain_id: [1]", "1 1"},
+      {test::kBatch, "DELETE FROM domain_user_role_table",
+       "Failed to RemoveUnnecessaryAutoAddedUserRole", "1 1"},
+      {"setFile", "", "Failed to Trigger", "0 1"},
   };
-  for (const auto& test_case : cases) {
-    SCOPED_TRACE(test_case.line);
-    Run("DELETE FROM domain_user_role_table; DELETE FROM domain_group_role_table;"
-        "DELETE FROM domain_user_alias_table");
-    test::ClearFaults();
-    test::FailOn(test_case.function, test_case.text);
-    EXPECT_FALSE(Add(1, {"alice"}, {"staff"}, {{1, 1001, "a", false}}));
-    EXPECT_TRUE(Logged(test_case.line));
-    TakeLog();
-    EXPECT_EQ(Rows("SELECT uid FROM domain_user_role_table").size(), test_case.roles);
-    EXPECT_EQ(Rows("SELECT gid FROM domain_group_role_table").size(), test_case.groups);
-  }
-  test::ClearFaults();
+  ExpectStops(
+      steps,
+      [] {
+        return Add(1, {"alice"}, {"staff"}, {{1, 1001, "a", false}});
+      },
+      [] {  // own roles, group roles
+        const std::string left = Rows(
+            "SELECT (SELECT count(*) FROM domain_user_role_table) || ' ' || count(*) FROM "
+            "domain_group_role_table")[0];
+        Run("DELETE FROM domain_user_role_table; DELETE FROM domain_group_role_table;"
+            "DELETE FROM domain_user_alias_table");
+        return left;
+      });
   EXPECT_FALSE(Add(1, {"alice"}, {"nobody knows"}, {}));
   TakeLog();
 }

@@ -1,7 +1,6 @@
 // Disclaimer lists, their texts, and what leaves with users, groups and domains.
 #include "lib-domain/api/mimedefang.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <json/reader.h>
 
@@ -17,19 +16,7 @@
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 #include "tests/support/domain_db.h"
-
-namespace {
-std::string g_failing_key;  // a key whose writing fails
-}
-
-int mailConfSet(const std::string& key, const std::string& value, bool publish, int flags) {
-  using Real = int (*)(const std::string&, const std::string&, bool, int);
-  static const auto kReal =
-      reinterpret_cast<Real>(dlsym(RTLD_NEXT,
-                                   "_Z11mailConfSetRKNSt7__cxx1112basic_stringIcSt11char_"
-                                   "traitsIcESaIcEEES6_bi"));
-  return key == g_failing_key ? -1 : kReal(key, value, publish, flags);
-}
+#include "tests/support/platform_faults.h"
 
 namespace {
 
@@ -54,7 +41,7 @@ class MimeDefangTest : public test::DomainDbTest {
     Create("bücher.example", "<a>.x");
     EXPECT_TRUE(API::Updater().Refresh());
   }
-  ~MimeDefangTest() override { g_failing_key.clear(); }
+  ~MimeDefangTest() override { test::ClearFaults(); }
 
   void Create(const std::string& name, const std::string& pattern) {
     RECORD::Domain domain(name);
@@ -141,13 +128,13 @@ TEST_F(MimeDefangTest, BrokenStoresAreNeverWrittenOver) {
 
 TEST_F(MimeDefangTest, AFailedReplacementLeavesTheOldOnes) {
   ASSERT_EQ(mimedefang_.SetDisclaimerList(1, Two()), 0);
-  g_failing_key = "mimedefang_disclaimers-1";
+  test::FailOn("mailConfSet", "mimedefang_disclaimers-1");
   Json::Value changed = Two();
   changed[0]["id"] = 7;
   changed[0]["content_txt"] = "changed";
   EXPECT_LT(mimedefang_.SetDisclaimerList(1, changed), 0);
   EXPECT_TRUE(Logged("Failed to set Config"));
-  g_failing_key.clear();
+  test::ClearFaults();
   EXPECT_EQ(List(1), Two());
   EXPECT_LT(mimedefang_.SetDisclaimerList(1, Parse(R"({"id": 1})")), 0);
   EXPECT_TRUE(Logged("Failed to set Config"));
@@ -172,10 +159,10 @@ TEST_F(MimeDefangTest, ACutOffReplacementShowsTheNewOnesWhole) {
 
   EXPECT_EQ(List(1), changed);
   // The next one fails before its list: the texts that wait must not be cleared away for it.
-  g_failing_key = "mimedefang_disclaimers-1";
+  test::FailOn("mailConfSet", "mimedefang_disclaimers-1");
   EXPECT_LT(mimedefang_.SetDisclaimerList(1, Two()), 0);
   EXPECT_TRUE(Logged("Failed to set Config"));
-  g_failing_key.clear();
+  test::ClearFaults();
   EXPECT_EQ(List(1), changed);
   std::vector<std::string> names;
   ASSERT_EQ(postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names), 0);

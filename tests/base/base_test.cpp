@@ -61,14 +61,11 @@ TEST_F(BaseTest, ExceptionLogsItselfOnce) {
 }
 
 TEST_F(BaseTest, CodesReachTheApiAsItsNumbers) {
-  const struct {
-    int code;
-    unsigned int api;
-  } cases[] = {{0, 0},       {2009, 5615}, {2109, 5634}, {3002, 5618},
-               {3003, 5633}, {4009, 117},  {9999, 117},  {-1, 117}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(MDOMAIN::BASE::ToApiError(static_cast<korvmailserver::ErrorCode>(c.code)), c.api)
-        << c.code;
+  const std::pair<int, unsigned int> cases[] = {{0, 0},       {2009, 5615}, {2109, 5634},
+                                                {3002, 5618}, {3003, 5633}, {4009, 117},
+                                                {9999, 117},  {-1, 117}};
+  for (const auto& [code, api] : cases) {
+    EXPECT_EQ(MDOMAIN::BASE::ToApiError(static_cast<korvmailserver::ErrorCode>(code)), api) << code;
   }
 }
 

@@ -47,10 +47,7 @@ class DomainControl : public ControlTest {
 };
 
 TEST_F(DomainControl, NamesAreRefusedOrTaken) {
-  const struct {
-    const char* name;
-    const char* want;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"example.com", "1"},
       {"EXAMPLE.com", "3002 Unable to create domain [EXAMPLE.com]"},
       {"b\u00fccher.example", "2"},
@@ -63,9 +60,9 @@ TEST_F(DomainControl, NamesAreRefusedOrTaken) {
       {"o'k.example", "3003 Unable to create domain [o'k.example]"},
       {"B\u00dcCHER.example", "3003 Unable to create domain [B\u00dcCHER.example]"},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Create(c.name), c.want);
-    if (std::string(c.want) == "1") {
+  for (const auto& [name, want] : cases) {
+    EXPECT_EQ(Create(name), want);
+    if (std::string(want) == "1") {
       EXPECT_TRUE(Domain().CreateAdditionalDomains(1, {"More.example"}, false));
     }
   }
@@ -299,18 +296,15 @@ TEST_F(DomainControl, AdditionalNames) {
 
 TEST_F(DomainControl, NamesOnceInEitherSpelling) {
   using namespace MDOMAIN::CONTROL::INTERNAL;
-  const struct {
-    StringList names;
-    StringList want;
-  } cases[] = {
+  const std::pair<StringList, StringList> cases[] = {
       {{}, {}},
       {{"", "a.example", "A.EXAMPLE", "b.example"}, {"a.example", "b.example"}},
       {{"b\u00fccher.example", "xn--bcher-kva.example"}, {"b\u00fccher.example"}},
       {{"XN--BCHER-KVA.example", "b\u00fccher.example"}, {"XN--BCHER-KVA.example"}},
       {{"bad name", "bad name", "BAD name"}, {"bad name"}},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(EraseDuplicatedDomainNames(c.names), c.want);
+  for (const auto& [names, want] : cases) {
+    EXPECT_EQ(EraseDuplicatedDomainNames(names), want);
   }
 }
 

@@ -85,15 +85,12 @@ TEST_F(DomainStoreTest, NameIsTakenInEitherSpellingAndCase) {
   ASSERT_TRUE(store_.Create(Make(1, "Example.com")));
   ASSERT_TRUE(store_.Create(Make(2, "münchen.example")));
   ASSERT_TRUE(store_.CreateAdditionalDomains(1, {"xn--kln-sna.example", "o.example"}));
-  const struct {
-    const char* name;
-    bool taken;
-  } cases[] = {
+  const std::pair<const char*, bool> cases[] = {
       {"example.COM", true}, {"xn--mnchen-3ya.example", true}, {"köln.example", true},
       {"O.Example", true},   {"zürich.example", false},        {"example.co", false},
       {"", false},           {"x' OR '1'='1", false},          {"XN--MNCHEN-3YA.EXAMPLE", true}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(store_.IsDomainNameExist(c.name), c.taken) << c.name;
+  for (const auto& [name, taken] : cases) {
+    EXPECT_EQ(store_.IsDomainNameExist(name), taken) << name;
   }
   EXPECT_TRUE(store_.IsDomainNameChanged(Make(1, "example.com")));
   EXPECT_FALSE(store_.IsDomainNameChanged(Make(1, "Example.com")));

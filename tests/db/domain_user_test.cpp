@@ -115,16 +115,6 @@ TEST_F(DomainUserTest, ShortQueries) {
   EXPECT_FALSE(store_.IsExists(1, std::string(1000000, 'x')));
   EXPECT_TRUE(Logged("failed to ExecSelectCmd"));
 
-  std::vector<DomainUserAlias> owners;
-  EXPECT_TRUE(store_.GetAliasUsers(1, "O''B", owners));  // the caller doubles the apostrophe
-  ASSERT_EQ(owners.size(), 1U);
-  EXPECT_EQ(owners[0].GetUID(), 1U);
-  EXPECT_EQ(owners[0].GetAccountAlias(), "o'b");
-
-  StringList aliases;
-  EXPECT_TRUE(store_.GetUserAliases(1, 1, aliases) && store_.GetUserAliases(1, "Admin", aliases) &&
-              store_.GetUserAliases(2, "x' OR 1=1 --", aliases));
-  EXPECT_EQ(aliases, (StringList{"admin", "Info", "o'b", "admin", "Info", "o'b"}));
   StringList emails;
   EXPECT_TRUE(store_.ListDuplicatedEmail(1, emails));
   EXPECT_THAT(emails, UnorderedElementsAre("Info", "none"));

@@ -38,10 +38,7 @@ class EmailOwnerTest : public test::RootTest {
 TEST_F(EmailOwnerTest, Answers) {
   Fill();
   EmailOwner registry(Path());
-  const struct {
-    std::string address;
-    std::string owner;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"alice@example.com", "alice"},
       {"ALICE@EXAMPLE.COM", "alice"},
       {"alice@bücher.example", "other"},
@@ -62,8 +59,8 @@ TEST_F(EmailOwnerTest, Answers) {
       {std::string("alice\0@example.com", 18), ""},
       {std::string("alice@example.com\0.evil", 23), ""},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Ask(registry, c.address), c.owner) << c.address;
+  for (const auto& [address, owner] : cases) {
+    EXPECT_EQ(Ask(registry, address), owner) << address;
   }
 }
 

@@ -117,21 +117,18 @@ TEST_F(HandlerTest, NewerFileIsLeftAsItIs) {
 
 // The view that scripts 2 and 4 replace is missing, so either can be made to fail.
 TEST_F(HandlerTest, FailingUpgradeLeavesTheLastWholeVersion) {
-  const struct {
-    int from;
-    std::string stays_at;
-  } cases[] = {{1, "1"}, {2, "3"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.from);
+  const std::pair<int, std::string> cases[] = {{1, "1"}, {2, "3"}};
+  for (const auto& [from, stays_at] : cases) {
+    SCOPED_TRACE(from);
     std::filesystem::remove(DbPath());
-    MakeFile(c.from);
+    MakeFile(from);
     Run("DROP VIEW domain_view");
     const StringList before = Contents();
     EXPECT_EQ(DomainDBHandler::GetDomainDBHandler(), nullptr);
     EXPECT_TRUE(Logged("exec db schema fail, err=[1], no such view: domain_view"));
-    EXPECT_TRUE(Logged("Cannot upgrade domain db version: " + std::to_string(c.from)));
+    EXPECT_TRUE(Logged("Cannot upgrade domain db version: " + std::to_string(from)));
     EXPECT_TRUE(Logged("Domain db error"));
-    EXPECT_EQ(Version(), StringList{c.stays_at});
+    EXPECT_EQ(Version(), StringList{stays_at});
     EXPECT_EQ(Contents(), before);
   }
 }
@@ -185,24 +182,21 @@ TEST_F(HandlerTest, SelectGivesTextsAndFailuresCarryTheirReason) {
   using Row = std::vector<std::string>;
   EXPECT_EQ(handler->ExecSelectCmd("SELECT NULL, 4294967295, 'é''', '' UNION ALL SELECT 1,2,3,4"),
             (std::vector<Row>{{"", "4294967295", "é'", ""}, {"1", "2", "3", "4"}}));
-  const struct {
-    std::string sql;
-    std::string message;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"SELEC 1", "Failed to prepare: near \"SELEC\": syntax error, cmd: SELEC 1"},
       {"SELECT abs(-9223372036854775808)",
        "sqlite3_step: integer overflow, cmd: SELECT abs(-9223372036854775808)"},
       {"", "sqlite3_step: not an error, cmd: "},
   };
-  for (const auto& c : cases) {
+  for (const auto& [sql, message] : cases) {
     try {
-      handler->ExecSelectCmd(c.sql);
-      ADD_FAILURE() << "no exception: " << c.sql;
+      handler->ExecSelectCmd(sql);
+      ADD_FAILURE() << "no exception: " << sql;
     } catch (const korvmailserver::LogException& e) {
       EXPECT_EQ(e.code, korvmailserver::ERR_SELECT_QUERY);
-      EXPECT_EQ(e.what(), c.message);
+      EXPECT_EQ(e.what(), message);
       EXPECT_EQ(e.file, "lib-domain/db/handler");
-      EXPECT_TRUE(Logged("(4009) failed to execute select query: " + c.message));
+      EXPECT_TRUE(Logged("(4009) failed to execute select query: " + message));
     }
   }
 }

@@ -368,13 +368,6 @@ TEST_F(RedisSentinelTest, TooFewReplicasRefuseAWriteAndAreUnhealthy) {
   EXPECT_TRUE(Cluster::isClusterHealth(1));
 }
 
-TEST_F(RedisSentinelTest, SentinelsThatCannotHelpSayWhy) {
-  Use(Settings("sentinels = 127.0.0.1:1, 127.0.0.1:26379\nmaster = other\n"));
-  ExpectWritesRefused(
-      "no sentinel tells the primary: 127.0.0.1:1: Connection refused; "
-      "127.0.0.1:26379: knows no other");
-}
-
 TEST_F(RedisSentinelTest, OrderedFailoverLosesNothingThatWasReported) {
   WriteAround([] { Command(26379, "SENTINEL FAILOVER mail"); });
 }

@@ -14,10 +14,8 @@ using namespace MDOMAIN::RECORD;
 class RecordTest : public test::RootTest {};
 
 TEST_F(RecordTest, DomainSaysWhatIsWrongFirst) {
-  const struct {
-    Domain domain;
-    std::string said;  // empty: valid
-  } cases[] = {
+  // said: empty: valid
+  const std::pair<Domain, std::string> cases[] = {
       {{0, "a.example", "", "<a>", false, false, false}, ""},
       {{-1, "nodot", "", "", false, false, false}, "Domain ID [-1] is invalid"},
       {{1, "a b.example", "", "", false, false, false}, "Domain name [a b.example] is invalid"},
@@ -25,10 +23,10 @@ TEST_F(RecordTest, DomainSaysWhatIsWrongFirst) {
        "Domain default alias pattern [<a] is invalid"},
       {Domain("a.example"), "Domain ID [-1] is invalid"},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(c.domain.IsValid(), c.said.empty()) << c.said;
-    EXPECT_TRUE(c.said.empty() || Logged(c.said)) << c.said;
-    EXPECT_TRUE(log_.empty()) << c.said;
+  for (const auto& [domain, said] : cases) {
+    EXPECT_EQ(domain.IsValid(), said.empty()) << said;
+    EXPECT_TRUE(said.empty() || Logged(said)) << said;
+    EXPECT_TRUE(log_.empty()) << said;
   }
 }
 

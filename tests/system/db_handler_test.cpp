@@ -72,21 +72,19 @@ TEST_F(DbHandlerTest, GivesTheSchemaToAnEmptyFileAndCreatesOneWithoutASchema) {
 }
 
 TEST_F(DbHandlerTest, RefusesWhatIsNoDatabaseAndLeavesItAsItWas) {
-  struct {
-    const char* name;
-    std::string bytes;
-  } cases[] = {{"one byte", "x"},
-               {"short text", "hello\n"},
-               {"a page of text", std::string(4096, 'x')},
-               {"a cut header", std::string("SQLite format 3\0", 16) + std::string(500, '\xff')}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Write("/test.db", c.bytes);
+  const std::pair<const char*, std::string> cases[] = {
+      {"one byte", "x"},
+      {"short text", "hello\n"},
+      {"a page of text", std::string(4096, 'x')},
+      {"a cut header", std::string("SQLite format 3\0", 16) + std::string(500, '\xff')}};
+  for (const auto& [name, bytes] : cases) {
+    SCOPED_TRACE(name);
+    Write("/test.db", bytes);
     EXPECT_NE(handler.connect(), 0);
     EXPECT_EQ(handler.getDB(), nullptr);
     EXPECT_TRUE(Logged("[" + Path() + "]: file is not a database"));
     EXPECT_TRUE(TakeLog().empty());
-    EXPECT_TRUE(Read("/test.db") == c.bytes);
+    EXPECT_TRUE(Read("/test.db") == bytes);
   }
 }
 

@@ -98,22 +98,19 @@ TEST_F(ProcessTest, ClosingEarlyEndsTheProgramQuietly) {
 
 TEST_F(ProcessTest, TheDeadlineEndsSilentTalkativeAndClosedPrograms) {
   EXPECT_EQ(KLIBCPopenSetDeadline(1), 0);
-  struct {
-    const char* script;
-    bool read_fails;
-  } cases[] = {
+  const std::pair<const char*, bool> cases[] = {
       {"echo begun; sleep 60", true},                          // the reader waits
       {"echo begun; sleep 60 & wait", true},                   // what it started holds the output
       {"echo begun; while :; do echo error >&2; done", true},  // never a pause
       // The reader is done, the program is not and ignores what it can.
       {"trap '' TERM PIPE HUP; echo begun; exec >&- 2>&-; while :; do sleep 1; done", false},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.script);
+  for (const auto& [script, read_fails] : cases) {
+    SCOPED_TRACE(script);
     const auto start = std::chrono::steady_clock::now();
-    const Result result = Shell(c.script);
+    const Result result = Shell(script);
     EXPECT_EQ(result.output, "begun\n");
-    EXPECT_EQ(result.read_failed, c.read_fails);
+    EXPECT_EQ(result.read_failed, read_fails);
     EXPECT_EQ(result.status, 128 + SIGKILL);
     EXPECT_LT(Since(start).count(), 10);
     EXPECT_TRUE(Logged("did not end in time and was killed"));

@@ -12,10 +12,7 @@ using MDOMAIN::UTILS::INTERNAL::FindPatternTokens;
 class DomainUtilsTest : public test::RootTest {};
 
 TEST_F(DomainUtilsTest, Patterns) {
-  const struct {
-    std::string pattern;
-    std::vector<std::string> tokens;
-  } cases[] = {
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"", {}},           {"plain", {}},
       {"<", {}},          {"><", {}},
       {"<>", {""}},       {"<g>.<1s>", {"g", "1s"}},
@@ -23,9 +20,9 @@ TEST_F(DomainUtilsTest, Patterns) {
       {"<a\n>", {"a\n"}}, {std::string("<\0>", 3), {std::string("\0", 1)}},
       {"<a><", {"a"}},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(FindPatternTokens(c.pattern), c.tokens) << c.pattern;
-    EXPECT_EQ(IsDomainDefaultAliasPatternValid(c.pattern), !c.tokens.empty()) << c.pattern;
+  for (const auto& [pattern, tokens] : cases) {
+    EXPECT_EQ(FindPatternTokens(pattern), tokens) << pattern;
+    EXPECT_EQ(IsDomainDefaultAliasPatternValid(pattern), !tokens.empty()) << pattern;
   }
 }
 
