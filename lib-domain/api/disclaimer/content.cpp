@@ -3,8 +3,6 @@
 // the next replacement first finishes one that was cut off before its rename.
 #include "lib-domain/api/disclaimer/content.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
