@@ -98,7 +98,7 @@ bool RunNet(const AttributeNames& needed, std::string& output) {
   std::vector<const char*> argv = {"/usr/bin/net",          "ads",           "search", "-P",
                                    "(objectCategory=user)", "sAMAccountName"};
   for (const std::string& attribute : needed) {
-    if (IsAttributeName(attribute)) {
+    if (korvmailserver::IsAttributeName(attribute)) {
       argv.push_back(attribute.c_str());
     }
   }

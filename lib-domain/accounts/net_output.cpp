@@ -1,5 +1,5 @@
-// One entry is put together line by line and kept when its empty line comes. What a value with line
-// ends could forge is told in the header.
+// One entry is put together line by line and kept when its empty line comes. The header says what
+// a value with line ends could forge.
 #include "lib-domain/accounts/net_output.h"
 
 #include <algorithm>
@@ -19,10 +19,6 @@ using Attributes = std::map<std::string, std::string>;
 constexpr const char* kAccountNameAttr = "sAMAccountName";
 constexpr const char* kLowerAccountNameAttr = "samaccountname";
 constexpr const char* kWhiteSpace = " \t\r\n\v\f";
-
-bool IsLetter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 
 std::string Trimmed(const std::string& text) {
   const size_t first = text.find_first_not_of(kWhiteSpace);
@@ -130,14 +126,6 @@ void ParseDomainAttrVal(const std::string& line, std::string& name, std::string&
   const size_t colon = line.find(':');
   name = Trimmed(line.substr(0, colon));
   value = colon == std::string::npos ? name : Trimmed(line.substr(colon + 1));
-}
-
-bool IsAttributeName(const std::string& name) {
-  const auto may_follow = [](char c) {
-    return IsLetter(c) || (c >= '0' && c <= '9') || c == '-' || c == ';';
-  };
-  return !name.empty() && IsLetter(name.front()) &&
-         std::all_of(name.begin(), name.end(), may_follow);
 }
 
 bool ParseNetSearchOutput(const std::string& output, const std::set<std::string>& attributes,

@@ -16,10 +16,6 @@ inline constexpr const char* kAccountAttr = "zelm_account";
 // ":" is both name and value.
 void ParseDomainAttrVal(const std::string& line, std::string& name, std::string& value);
 
-// A letter, then letters, digits, "-" and ";" (RFC 4512, 2.5). Anything else in a pattern is not
-// handed to a directory or its tools: it could be an option.
-bool IsAttributeName(const std::string& name);
-
 // From the tool's whole output to the attributes of each account, by account name (sAMAccountName).
 // Every account has kAccountAttr and those of `attributes` that the entry has, under the spelling
 // asked for (the directory answers in its own). Of an attribute with several values the last one

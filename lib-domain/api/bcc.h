@@ -2,7 +2,7 @@
 // delivered to a destination.
 //
 // The rules are rows of bcc_table in the mail server's settings database (mailserver.db), unique by
-// name, type and domain. bcc/rules.cpp owns the table, bcc/file.cpp the text files that are
+// name, type and domain. bcc/rules.cpp owns the table, bcc/rule_file.cpp the text files that are
 // imported and exported, bcc/map.cpp the maps that the mail transfer agent reads.
 #ifndef LIB_DOMAIN_API_BCC_H
 #define LIB_DOMAIN_API_BCC_H

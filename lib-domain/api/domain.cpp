@@ -178,7 +178,7 @@ bool Domain::Migrate(RECORD::Domain& domain, const std::vector<std::string>& add
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
   domains.clear();
-  if (!DB::Domain().ListNames(domains)) {
+  if (!store_.ListNames(domains)) {
     LOG_ERROR("Failed to List domains");
     return false;
   }

@@ -1,10 +1,10 @@
 // Numbers and lists to and from text, independent of the locale.
 #include "lib-domain/base/text.h"
 
-#include <algorithm>
 #include <charconv>
+#include <utility>
 
-#include "platform/include/eai.h"
+#include "platform/include/text.h"
 
 namespace MDOMAIN::BASE {
 
@@ -61,24 +61,11 @@ std::string Join(const std::vector<unsigned int>& items, const std::string& sepa
 }
 
 std::string ToLowerAscii(std::string text) {
-  for (char& c : text) {
-    c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  }
-  return text;
+  return korvmailserver::ToLowerAscii(std::move(text));
 }
 
 bool EqualsIgnoreCase(const std::string& a, const std::string& b) {
-  return korvmailserver::utils::Equals(a, b, true);
-}
-
-bool IsControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
-}
-
-bool IsAscii(const std::string& text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  return korvmailserver::EqualsIgnoreAsciiCase(a, b);
 }
 
 }  // namespace MDOMAIN::BASE

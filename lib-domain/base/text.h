@@ -23,10 +23,6 @@ std::string ToLowerAscii(std::string text);
 // Whether the texts are equal but for the case of ASCII letters, as SQLite's NOCASE compares.
 bool EqualsIgnoreCase(const std::string& a, const std::string& b);
 
-// A byte below 0x20, or 0x7F.
-bool IsControl(char c);
-bool IsAscii(const std::string& text);
-
 }  // namespace MDOMAIN::BASE
 
 #endif  // LIB_DOMAIN_BASE_TEXT_H

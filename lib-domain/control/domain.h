@@ -83,6 +83,7 @@ class MDOMAIN_EXPORT Domain {
   bool _DeleteDKIMSettings(const int& domain_idx);
   void _NotifyBelongedUsers(const std::vector<int>& domain_idxs);
 
+ protected:
   DB::Domain store_;
 };
 

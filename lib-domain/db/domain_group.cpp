@@ -15,8 +15,8 @@ using korvmailserver::FormatSql;
 namespace {
 
 constexpr const char* kView = "domain_group_view";
-// Columns of domain_group_view: domain index, gid, name, description, role. A gid that is none is
-// logged as a uid.
+// Columns of domain_group_view: domain index, gid, name, description, role. The log calls a bad
+// gid a bad uid.
 using GroupColumns = Columns<Int, Uid, Text, Text, Text>;
 
 constexpr const char* kReplaceRole =

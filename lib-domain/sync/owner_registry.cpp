@@ -2,9 +2,6 @@
 // addresses are a few hundred megabytes for the seconds that this takes.
 #include "lib-domain/sync/owner_registry.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <map>
 #include <unordered_map>
@@ -104,18 +101,6 @@ class WriterLock {
   bool is_busy_ = false;
 };
 
-std::string FolderOf(const std::string& path) {
-  return path.substr(0, path.rfind('/'));
-}
-
-void SyncFolderOf(const std::string& path) {
-  const int fd = open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd >= 0) {
-    fsync(fd);
-    close(fd);
-  }
-}
-
 }  // namespace
 
 bool CollectOwners(OwnerRegistryContent& content) {
@@ -162,7 +147,7 @@ bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& c
     postara::sdk::Unlink(fresh);
     return false;
   }
-  SyncFolderOf(path);
+  korvmailserver::SyncFolderOf(path);
   return true;
 }
 

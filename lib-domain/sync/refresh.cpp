@@ -40,26 +40,14 @@ const std::vector<RECORD::Group>& Changed(const std::vector<RECORD::Group>& know
   return known;
 }
 
-// What differs between users and groups. kNoun, kTitle and kId stand in the log lines.
-struct UserKind {
-  using Record = RECORD::User;
-  using Control = CONTROL::User;
-  using Filter = DB::UserDBFilter;
-  static constexpr const char* kNoun = "user";
-  static constexpr const char* kTitle = "Users";
-  static constexpr const char* kId = "uid";
-  static constexpr auto kGetAccounts = TryToGetAllZelmUsers;
+// How the log lines name a kind of account.
+struct Words {
+  const char* noun;
+  const char* title;
+  const char* id;
 };
-
-struct GroupKind {
-  using Record = RECORD::Group;
-  using Control = CONTROL::Group;
-  using Filter = DB::GroupDBFilter;
-  static constexpr const char* kNoun = "group";
-  static constexpr const char* kTitle = "Groups";
-  static constexpr const char* kId = "gid";
-  static constexpr auto kGetAccounts = TryToGetAllZelmGroups;
-};
+constexpr Words kUserWords = {"user", "Users", "uid"};
+constexpr Words kGroupWords = {"group", "Groups", "gid"};
 
 // The fields of a RefreshSummary for one kind.
 struct Findings {
@@ -69,43 +57,44 @@ struct Findings {
   std::vector<unsigned int>& deleted_ids;
 };
 
-template <typename Kind>
-bool WriteMirror(typename Kind::Control& control,
-                 const INTERNAL::MirrorDifference<typename Kind::Record>& difference,
-                 const std::vector<typename Kind::Record>& mirrored) {
+template <typename Control, typename Record>
+bool WriteMirror(const Words& words, Control& control,
+                 const INTERNAL::MirrorDifference<Record>& difference,
+                 const std::vector<Record>& mirrored) {
   if (!control.Create(difference.created)) {
-    LOG_ERROR("Failed to Create %ss", Kind::kNoun);
+    LOG_ERROR("Failed to Create %ss", words.noun);
     return false;
   }
   if (!control.Set(Changed(difference.updated, mirrored))) {
-    LOG_ERROR("Failed to Set %ss", Kind::kNoun);
+    LOG_ERROR("Failed to Set %ss", words.noun);
     return false;
   }
   if (!control.Delete(difference.deleted_ids)) {
-    LOG_ERROR("Failed to Delete %ss", Kind::kNoun);
+    LOG_ERROR("Failed to Delete %ss", words.noun);
     return false;
   }
   return true;
 }
 
 // `created` gets the accounts that were not mirrored before, also when writing them fails.
-template <typename Kind>
-bool RefreshMirror(const Findings& found, std::vector<typename Kind::Record>& created) {
-  std::vector<typename Kind::Record> accounts;
-  if (!Kind::kGetAccounts(accounts, found.is_complete)) {
-    LOG_ERROR("Failed to GetAllZelm%s", Kind::kTitle);
+template <typename Control, typename Filter, typename Record>
+bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&, bool&),
+                   const Findings& found, std::vector<Record>& created) {
+  std::vector<Record> accounts;
+  if (!get_accounts(accounts, found.is_complete)) {
+    LOG_ERROR("Failed to GetAllZelm%s", words.title);
     return false;
   }
-  typename Kind::Control control;
-  std::vector<typename Kind::Record> mirrored;
-  if (!control.List(typename Kind::Filter("*"), mirrored)) {
-    LOG_ERROR("Failed to list %ss", Kind::kNoun);
+  Control control;
+  std::vector<Record> mirrored;
+  if (!control.List(Filter("*"), mirrored)) {
+    LOG_ERROR("Failed to list %ss", words.noun);
     return false;
   }
   auto difference = INTERNAL::CompareWithMirror(accounts, INTERNAL::IdsOf(mirrored));
   if (!found.is_complete) {
     LOG_ERROR("Failed to successfully obtain all zelm %ss, ignore the process of deleting %ss",
-              Kind::kNoun, Kind::kNoun);
+              words.noun, words.noun);
     difference.deleted_ids.clear();
   }
   created = difference.created;
@@ -115,17 +104,18 @@ bool RefreshMirror(const Findings& found, std::vector<typename Kind::Record>& cr
   LOG_NOTICE(
       "[INFO] - [%zu] zelm_%ss, [%zu] db_%ss, [%zu] new_%ss: [%s], [%zu] update_%ss, "
       "[%zu] deleted_%ss: [%s]",
-      accounts.size(), Kind::kNoun, mirrored.size(), Kind::kNoun, created.size(), Kind::kNoun,
-      BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(), Kind::kNoun,
-      difference.deleted_ids.size(), Kind::kId, BASE::Join(difference.deleted_ids, ", ").c_str());
-  return WriteMirror<Kind>(control, difference, mirrored);
+      accounts.size(), words.noun, mirrored.size(), words.noun, created.size(), words.noun,
+      BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(), words.noun,
+      difference.deleted_ids.size(), words.id, BASE::Join(difference.deleted_ids, ", ").c_str());
+  return WriteMirror(words, control, difference, mirrored);
 }
 
 }  // namespace
 
 bool Updater::_RefreshUsers() {
   std::vector<RECORD::User> created;
-  const bool is_refreshed = RefreshMirror<UserKind>(
+  const bool is_refreshed = RefreshMirror<CONTROL::User, DB::UserDBFilter>(
+      kUserWords, &TryToGetAllZelmUsers,
       {summary_.users_complete, summary_.users, summary_.new_users, summary_.deleted_uids},
       created);
   for (const RECORD::User& user : created) {
@@ -135,7 +125,8 @@ bool Updater::_RefreshUsers() {
 }
 
 bool Updater::_RefreshGroups() {
-  return RefreshMirror<GroupKind>(
+  return RefreshMirror<CONTROL::Group, DB::GroupDBFilter>(
+      kGroupWords, &TryToGetAllZelmGroups,
       {summary_.groups_complete, summary_.groups, summary_.new_groups, summary_.deleted_gids},
       new_groups_);
 }

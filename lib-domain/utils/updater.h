@@ -46,7 +46,7 @@ class MDOMAIN_EXPORT Updater {
   //
   // The account system is asked once, at one point in time, and the database is written in one
   // transaction, which is also committed when a step fails. Accounts that a failing run mirrored
-  // are no longer new to the next one, which then adds only those of them whom a group covers.
+  // are no longer new to the next one, which then adds only members of a domain's groups.
   bool Refresh();
 
   // Publishes where the domain database lies and all domain data: "virtual_multiple_domain",
@@ -63,9 +63,9 @@ class MDOMAIN_EXPORT Updater {
   // 3003 when the name cannot be a domain's. A failure after the domain was created leaves it.
   bool InitDBIfNotExists();
 
-  // Gives an address in each domain to the mirrored users who are new in this run or whom a group
-  // of the domain covers, who are not users of the domain yet and were not removed from it. Those
-  // whom no group covers get the role "normal", marked as added automatically.
+  // Gives an address in each domain to the mirrored users who are new in this run or members of a
+  // group of the domain, unless they are users of the domain already or were removed from it. Those
+  // who are members of no group get the role "normal", marked as added automatically.
   bool AutoAddNewUsers(const std::vector<int>& domain_idxs);
 
   // Deletes auto-added roles of users who belong to a group of that domain: their role comes from

@@ -36,9 +36,11 @@ inline bool HasNonAscii(std::string_view text) {
 }
 
 // ASCII's: below the blank, the zero byte too, and DEL.
+inline bool IsControlCharacter(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
 inline bool HasControlCharacter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+  return std::any_of(text.begin(), text.end(), IsControlCharacter);
 }
 
 // Well-formed UTF-8 as a whole; the empty text is.

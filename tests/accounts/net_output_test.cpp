@@ -106,14 +106,4 @@ TEST_F(NetOutputTest, BrokenAndForgedAnswersFail) {
   }
 }
 
-TEST_F(NetOutputTest, OnlyAttributeNamesAreHandedOn) {
-  for (const char* name : {"sn", "cn;lang-de", "a1", "x-y"}) {
-    EXPECT_TRUE(IsAttributeName(name)) << name;
-  }
-  for (const char* name :
-       {"", "-k", "--option", "1sn", "a b", "a=b", "a\nb", "zelm_account", "\xC3\xBC"}) {
-    EXPECT_FALSE(IsAttributeName(name)) << name;
-  }
-}
-
 }  // namespace

@@ -1,6 +1,6 @@
 // The clean-up of blind-copy rules when a domain or its users go.
 //
-// Works on the domain that it is told, whatever domain the process-wide object was made for.
+// Works on the given domain, whatever domain the process-wide object was made for.
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/account.h"

@@ -21,6 +21,7 @@
 #include "platform/include/files.h"
 #include "platform/include/process.h"
 #include "platform/include/smtp_conf.h"
+#include "platform/include/text.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
@@ -31,7 +32,7 @@ using Names = std::vector<std::string>;
 
 // An ASCII text without an A-label is the same in both spellings.
 bool HasOtherSpelling(const std::string& text) {
-  return !BASE::IsAscii(text) || text.find("xn--") != std::string::npos;
+  return korvmailserver::HasNonAscii(text) || text.find("xn--") != std::string::npos;
 }
 
 bool IsLocalPart(const std::string& text) {

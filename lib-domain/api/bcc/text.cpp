@@ -3,14 +3,14 @@
 
 #include <algorithm>
 
-#include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
+#include "platform/include/text.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
 bool HasControl(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
-                     [](char c) { return c != '\t' && BASE::IsControl(c); });
+                     [](char c) { return c != '\t' && korvmailserver::IsControlCharacter(c); });
 }
 
 bool StandsInLine(const std::string& text) {

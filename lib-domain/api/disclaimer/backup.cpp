@@ -118,7 +118,8 @@ int MimeDefang::MoveDisclaimerToBkpAccount(const std::string& old_account,
     LOG_ERROR("failed to back and restore disclaimer file");
     return -1;
   }
-  if (!MakeServiceFolder(folder)) {
+  if (korvmailserver::MakeServiceFolder(folder, kFolderMode) !=
+      korvmailserver::FolderResult::kDone) {
     LOG_ERROR("make dir fail: %s, error[%m]", folder.c_str());
     return -1;
   }

@@ -6,10 +6,13 @@
 
 #include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
+#include "platform/include/text.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
 namespace {
+
+using korvmailserver::HasNonAscii;
 
 constexpr std::string_view kRegexSpecial = "/@.^$+?()[{|";
 
@@ -25,8 +28,8 @@ bool DomainPatternToPunycode(const std::string& pattern, std::string& out) {
   while (begin <= pattern.size()) {
     const size_t dot = std::min(pattern.find('.', begin), pattern.size());
     std::string label = pattern.substr(begin, dot - begin);
-    if (!BASE::IsAscii(label) && (label.find('*') != std::string::npos ||
-                                  KORV::POSTARA_SERVER::ConvertToPunycode(label, label) < 0)) {
+    if (HasNonAscii(label) && (label.find('*') != std::string::npos ||
+                               KORV::POSTARA_SERVER::ConvertToPunycode(label, label) < 0)) {
       return false;
     }
     result += label;
@@ -40,7 +43,7 @@ bool DomainPatternToPunycode(const std::string& pattern, std::string& out) {
 }
 
 bool PatternToPunycode(const std::string& pattern, std::string& out) {
-  if (BASE::IsAscii(pattern)) {
+  if (!HasNonAscii(pattern)) {
     out = pattern;
     return true;
   }
@@ -56,7 +59,7 @@ bool PatternToPunycode(const std::string& pattern, std::string& out) {
   }
   std::string local = pattern.substr(0, at);
   std::replace(local.begin(), local.end(), '*', 'a');
-  if (!BASE::IsAscii(local) && KORV::POSTARA_SERVER::StripInvalidEaiChars(local) != local) {
+  if (HasNonAscii(local) && KORV::POSTARA_SERVER::StripInvalidEaiChars(local) != local) {
     return false;
   }
   out = pattern.substr(0, at + 1) + domain;
@@ -68,7 +71,7 @@ bool PatternToPunycode(const std::string& pattern, std::string& out) {
 std::string EscapePerlString(const std::string& text) {
   std::string escaped;
   for (const char c : text) {
-    if (BASE::IsControl(c)) {
+    if (korvmailserver::IsControlCharacter(c)) {
       char hex[8];
       (void)snprintf(hex, sizeof(hex), "\\x{%02x}", static_cast<unsigned char>(c));
       escaped += hex;
@@ -85,8 +88,7 @@ std::string EscapePerlString(const std::string& text) {
 bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test) {
   std::string address;
   if (pattern.empty() || pattern.find('\\') != std::string::npos ||
-      std::any_of(pattern.begin(), pattern.end(), BASE::IsControl) ||
-      !PatternToPunycode(pattern, address)) {
+      korvmailserver::HasControlCharacter(pattern) || !PatternToPunycode(pattern, address)) {
     return false;
   }
   std::string regex;

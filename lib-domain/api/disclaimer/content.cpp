@@ -3,8 +3,6 @@
 // the next replacement first finishes one that was cut off before its rename.
 #include "lib-domain/api/disclaimer/content.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -23,9 +21,7 @@ namespace MDOMAIN::API::INTERNAL {
 
 namespace {
 
-constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0644;
-constexpr const char* kServiceAccount = "Postara-Server";
 constexpr const char* kTextMembers[] = {"content_html", "content_txt"};
 
 // FNV-1a: it ties a file to a list, it protects nothing.
@@ -40,13 +36,6 @@ std::string Fingerprint(const std::string& text) {
 }
 
 }  // namespace
-
-bool MakeServiceFolder(const std::string& path) {
-  uid_t uid = 0;
-  gid_t gid = 0;
-  return mailUGidGet(kServiceAccount, &uid, &gid) >= 0 &&
-         KORVFSMkdirP(path.c_str(), uid, gid, kFolderMode) >= 0;
-}
 
 std::string PendingContentPath(int domain_idx, const std::string& list_text) {
   return PATHS::DisclaimerContent(domain_idx) + "." + Fingerprint(list_text);
@@ -69,9 +58,10 @@ Json::Value TakeContents(Json::Value& list) {
 }
 
 int WriteContents(const std::string& path, const Json::Value& contents) {
-  if (!MakeServiceFolder(PATHS::DisclaimerDir()) ||
+  if (korvmailserver::MakeServiceFolder(PATHS::DisclaimerDir(), kFolderMode) !=
+          korvmailserver::FolderResult::kDone ||
       korvmailserver::ReplaceFile(path, WriteJson(contents), kFileMode) < 0 ||
-      mailFileOwnerModeSet(path.c_str(), kServiceAccount, kFileMode) < 0) {
+      mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, kFileMode) < 0) {
     LOG_ERROR("fail to open disclaimer content file");
     return -1;
   }

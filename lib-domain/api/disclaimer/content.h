@@ -5,14 +5,14 @@
 #define LIB_DOMAIN_API_DISCLAIMER_CONTENT_H
 
 #include <json/value.h>
+#include <sys/types.h>
 
 #include <string>
 
 namespace MDOMAIN::API::INTERNAL {
 
-// Makes a folder that belongs to the mail service, and what is missing above it. False with errno
-// set and nothing logged.
-bool MakeServiceFolder(const std::string& path);
+// Of the folders that hold the texts and the backups of lists.
+constexpr mode_t kFolderMode = 0755;
 
 // Takes the texts out of `list` and returns what goes into the file: an array of objects with "id"
 // and the texts.

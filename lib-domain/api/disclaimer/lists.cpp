@@ -171,11 +171,8 @@ bool MimeDefang::RemoveRulesByGroups(int domain_idx, const std::vector<unsigned 
 
 int MimeDefang::UpdateRunKey() {
   std::vector<RECORD::Domain> domains;
-  if (!ListAllDomains(domains)) {
-    return -1;
-  }
   std::map<int, std::string> texts;
-  if (!ReadStoredTexts(domains, texts)) {
+  if (!ReadAllStoredTexts(domains, texts)) {
     return -1;
   }
   mimedefang_enable_ =

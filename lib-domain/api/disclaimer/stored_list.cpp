@@ -81,6 +81,10 @@ bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains,
   return true;
 }
 
+bool ReadAllStoredTexts(std::vector<RECORD::Domain>& domains, std::map<int, std::string>& texts) {
+  return ListAllDomains(domains) && ReadStoredTexts(domains, texts);
+}
+
 bool PatternAsId(const Json::Value& pattern, unsigned int& id) {
   if (pattern.isUInt()) {
     id = pattern.asUInt();

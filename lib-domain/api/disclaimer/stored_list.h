@@ -34,6 +34,8 @@ bool ParseStoredList(const std::string& text, Json::Value& list);
 
 // Adds the stored text of every domain's list, by domain, with one read. False with a log line.
 bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains, std::map<int, std::string>& texts);
+// ListAllDomains, then ReadStoredTexts of them all.
+bool ReadAllStoredTexts(std::vector<RECORD::Domain>& domains, std::map<int, std::string>& texts);
 
 // Reads a pattern of type "uid" or "gid": a number, or a text that is one. False, with `id`
 // untouched, when it is something else.

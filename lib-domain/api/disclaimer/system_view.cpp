@@ -85,11 +85,8 @@ using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 int MimeDefang::GetSystemAllDisclaimerList(Json::Value& all) {
   std::vector<RECORD::Domain> domains;
-  if (!ListAllDomains(domains)) {
-    return -1;
-  }
   std::map<int, std::string> texts;
-  if (!ReadStoredTexts(domains, texts)) {
+  if (!ReadAllStoredTexts(domains, texts)) {
     return -1;
   }
   Json::Value result(Json::arrayValue);
