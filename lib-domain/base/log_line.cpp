@@ -5,27 +5,23 @@ namespace MDOMAIN::BASE {
 
 namespace {
 
-// Files that log under another name than their own: what their paths begin with, and the name. They
-// are parts of one unit, or stood elsewhere before.
-struct SharedName {
+// Units of several files: what the files' paths begin with, and the name that all of them log
+// under.
+struct SpreadUnit {
   const char* files;
   const char* name;
 };
-constexpr SharedName kSharedNames[] = {
+constexpr SpreadUnit kSpreadUnits[] = {
     {"lib-domain/api/bcc/", "lib-domain/api/bcc"},
     {"lib-domain/api/disclaimer/", "lib-domain/api/mimedefang"},
     {"lib-domain/api/domain_user_", "lib-domain/api/domain_user"},
     {"lib-domain/control/domain_group_", "lib-domain/control/domain_group"},
     {"lib-domain/control/domain_settings", "lib-domain/control/domain"},
     {"lib-domain/control/domain_user_", "lib-domain/control/domain_user"},
-    {"lib-domain/accounts/account_source", "lib-domain/utils/account_source"},
     {"lib-domain/accounts/alias_", "lib-domain/utils/default_alias_getter"},
     {"lib-domain/accounts/net_output", "lib-domain/utils/default_alias_getter"},
     {"lib-domain/sync/auto_add", "lib-domain/utils/updater"},
     {"lib-domain/sync/first_domain", "lib-domain/utils/updater"},
-    {"lib-domain/sync/membership", "lib-domain/utils/account_source"},
-    {"lib-domain/sync/node_publication", "lib-domain/utils/node_publication"},
-    {"lib-domain/sync/owner_registry", "lib-domain/utils/owner_registry"},
     {"lib-domain/sync/publication", "lib-domain/utils/updater"},
     {"lib-domain/sync/refresh", "lib-domain/utils/updater"},
 };
@@ -61,9 +57,9 @@ std::string TreePath(const char* file) {
 
 std::string SourcePath(const char* file) {
   std::string path = TreePath(file);
-  for (const SharedName& shared : kSharedNames) {
-    if (path.rfind(shared.files, 0) == 0) {
-      return shared.name;
+  for (const SpreadUnit& unit : kSpreadUnits) {
+    if (path.rfind(unit.files, 0) == 0) {
+      return unit.name;
     }
   }
   return path;

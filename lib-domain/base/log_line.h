@@ -1,8 +1,8 @@
 // The form of every log line of this library: "SOURCE:LINE MESSAGE".
 //
-// The source is the path from the top of the tree without its ending (lib-domain/api/domain). The
-// files of one unit, and files that moved, log under the name that programs look for: the table of
-// them stands in log_line.cpp.
+// The source is the path from the top of the tree without its ending (lib-domain/api/domain). A
+// unit that is spread over several files logs under one name, which programs look for: the table of
+// such units stands in log_line.cpp.
 #ifndef LIB_DOMAIN_BASE_LOG_LINE_H
 #define LIB_DOMAIN_BASE_LOG_LINE_H
 

@@ -43,8 +43,7 @@ TEST_F(BaseTest, FilesOfOneUnitLogUnderOneName) {
       {"/a/lib-domain/control/domain_user_set.cpp", "lib-domain/control/domain_user"},
       {"lib-domain/control/domain_user.cpp", "lib-domain/control/domain_user"},
       {"lib-domain/accounts/net_output.cpp", "lib-domain/utils/default_alias_getter"},
-      {"lib-domain/accounts/account_source.cpp", "lib-domain/utils/account_source"},
-      {"lib-domain/sync/owner_registry.cpp", "lib-domain/utils/owner_registry"}};
+      {"lib-domain/accounts/account_source.cpp", "lib-domain/accounts/account_source"}};
   for (const auto& [file, name] : cases) {
     EXPECT_EQ(MDOMAIN::BASE::SourcePath(file), name);
   }
