@@ -54,6 +54,10 @@ hold "$database"
 (sleep 4 && release) &
 good domain create example.net
 wait
+good owner build
+hold "$target/etc/email_owner.db"
+fails 1 'locked|busy' owner lookup anna@example.com
+release
 hold "$database"
 fails 1 'locked|busy' domain create example.info
 release

@@ -125,6 +125,8 @@ same "texts with what is gone" "$(texts 1 | grep -c Zoë)" 0
 good disclaimer remove 2 7 8 --yes
 good disclaimer restore "$scratch/backup" --yes
 same "all lists" "$(stored 1 && stored 2)" "$all"
+good disclaimer backup "$scratch/backup-2"
+alike "a second backup" "$scratch/backup" "$scratch/backup-2"
 
 # A domain leaves nothing of its rules and texts; the other one does not notice.
 one=$(stored 1)

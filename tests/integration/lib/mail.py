@@ -1,7 +1,8 @@
 """Messages to and from the Postfix on port 25 of the loopback.
 
 mail.py send SUBJECT FROM TO,.. [plain|utf8|latin|bare|both]
-mail.py parts FOLDER SUBJECT : the parts of a message in FOLDER as JSON by type, without empty lines, which the
+mail.py recipients FOLDER SUBJECT : to whom copies in FOLDER were delivered, sorted, in one line
+mail.py parts FOLDER SUBJECT : the parts of a copy as JSON by type, without empty lines, which the
     way of a message may put in
 """
 import email
@@ -31,14 +32,20 @@ def send(subject, sender, recipients, form='plain'):
         smtp.sendmail(sender, recipients.split(','), message.as_bytes(), options)
 
 
-def parts(folder, subject):
+def copies(folder, subject):
     for path in glob.glob(f'{folder}/*'):
         with open(path, 'rb') as file:
             message = email.message_from_binary_file(file, policy=email.policy.default)
         if message['Subject'] == subject:
-            break
-    else:
-        sys.exit(1)
+            yield message
+
+
+def recipients(folder, subject):
+    print(*sorted(message['Delivered-To'] for message in copies(folder, subject)))
+
+
+def parts(folder, subject):
+    message = next(copies(folder, subject))
     print(json.dumps({
         part.get_content_subtype(): re.sub(r'[\r\n]+', '\n', part.get_payload(decode=True).decode(
             part.get_content_charset('ascii')))
