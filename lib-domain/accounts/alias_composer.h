@@ -9,15 +9,17 @@
 #include <utility>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::UTILS::INTERNAL {
 
 // The token without its leading digits; without any it is unchanged.
-std::string StripBeginningInteger(const std::string& token);
+MDOMAIN_EXPORT std::string StripBeginningInteger(const std::string& token);
 
 // The value, cut to its first n bytes when the token begins with the number n and n is at least 1
 // and less than the value's length. Bytes, not characters: half a character is left to
 // StripInvalidEaiChars. Throws std::out_of_range ("stoi") for digits beyond a 32-bit int.
-std::string ParseValByPattern(const std::string& token, const std::string& value);
+MDOMAIN_EXPORT std::string ParseValByPattern(const std::string& token, const std::string& value);
 
 // Composes aliases from one pattern, for any number of users.
 //

@@ -7,6 +7,8 @@
 #include <set>
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::UTILS::INTERNAL {
 
 // The pseudo-attribute that holds an account's own short name.
@@ -14,7 +16,8 @@ inline constexpr const char* kAccountAttr = "zelm_account";
 
 // Splits a line at its first ":"; both sides come without surrounding white space. A line without
 // ":" is both name and value.
-void ParseDomainAttrVal(const std::string& line, std::string& name, std::string& value);
+MDOMAIN_EXPORT void ParseDomainAttrVal(const std::string& line, std::string& name,
+                                       std::string& value);
 
 // From the tool's whole output to the attributes of each account, by account name (sAMAccountName).
 // Every account has kAccountAttr and those of `attributes` that the entry has, under the spelling

@@ -15,60 +15,66 @@
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/domain_user_role.h"
 #include "lib-domain/record/user.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 // Flags the candidate when its domain holds an equal alias, and sets `same_user_has_it` when the
 // candidate's own user is one of the holders. Neither is ever cleared: the caller presets
 // `same_user_has_it`.
-void _CheckAndSetDomainUserAliasDuplicated(const std::vector<RECORD::DomainUserAlias>& existing,
-                                           RECORD::DomainUserAlias& candidate,
-                                           bool& same_user_has_it);
+MDOMAIN_EXPORT void _CheckAndSetDomainUserAliasDuplicated(
+    const std::vector<RECORD::DomainUserAlias>& existing, RECORD::DomainUserAlias& candidate,
+    bool& same_user_has_it);
 
 // Removes the candidates that their own user already has, and flags those that another user has.
 // Candidates are not compared with each other.
-void _CheckAndSetDomainUsersAliasesDuplicated(const std::vector<RECORD::DomainUserAlias>& existing,
-                                              std::vector<RECORD::DomainUserAlias>& candidates);
+MDOMAIN_EXPORT void _CheckAndSetDomainUsersAliasesDuplicated(
+    const std::vector<RECORD::DomainUserAlias>& existing,
+    std::vector<RECORD::DomainUserAlias>& candidates);
 
 // Removes neighbours with equal aliases, the first stays. Neither domain nor uid is compared, so in
 // a list of several users it takes the alias away from the second of two neighbours who want it:
 // use it on one user's aliases in one domain.
-void _CheckAndEraseDupAlias(std::vector<RECORD::DomainUserAlias>& aliases);
+MDOMAIN_EXPORT void _CheckAndEraseDupAlias(std::vector<RECORD::DomainUserAlias>& aliases);
 
 // Flags the target's pairs that equal an alias of one of the `others` in its domain, and tells
 // whether any did (pairs that were flagged before stay flagged and do not count). With
 // `skip_same_uid` the target's own entry in `others` is left out. Always true.
-bool _CheckAndSetAliasDuplicatedPairs(const std::vector<RECORD::DomainUser>& others,
-                                      const bool& skip_same_uid, RECORD::DomainUser& target,
-                                      bool& any_duplicated);
+MDOMAIN_EXPORT bool _CheckAndSetAliasDuplicatedPairs(const std::vector<RECORD::DomainUser>& others,
+                                                     const bool& skip_same_uid,
+                                                     RECORD::DomainUser& target,
+                                                     bool& any_duplicated);
 
 // Sets the target's conflicting account names: the full name of each of the `others` in its domain
 // whose short account name equals one of the target's aliases, once per alias. True when there are
 // any.
-bool _CheckAndSetConflictingAccountNames(const std::vector<RECORD::DomainUser>& others,
-                                         const bool& skip_same_uid, RECORD::DomainUser& target);
+MDOMAIN_EXPORT bool _CheckAndSetConflictingAccountNames(
+    const std::vector<RECORD::DomainUser>& others, const bool& skip_same_uid,
+    RECORD::DomainUser& target);
 
 // By the first alias, byte by byte: here letter case counts. A user without aliases comes first.
-bool _CompareDomainUserByAccountAlias(const RECORD::DomainUser& a, const RECORD::DomainUser& b);
+MDOMAIN_EXPORT bool _CompareDomainUserByAccountAlias(const RECORD::DomainUser& a,
+                                                     const RECORD::DomainUser& b);
 
 // Users whose first alias is flagged come first.
-bool _CompareDomainUserByIsDuplicated(const RECORD::DomainUser& a, const RECORD::DomainUser& b);
+MDOMAIN_EXPORT bool _CompareDomainUserByIsDuplicated(const RECORD::DomainUser& a,
+                                                     const RECORD::DomainUser& b);
 
 // Appends a "normal" role in the domain for every user, in order.
-void _ComposeDomainUsersRolesFromUsers(const int& domain_idx,
-                                       const std::vector<RECORD::User>& users,
-                                       const bool& is_auto_added,
-                                       std::vector<RECORD::DomainUserRole>& roles);
+MDOMAIN_EXPORT void _ComposeDomainUsersRolesFromUsers(const int& domain_idx,
+                                                      const std::vector<RECORD::User>& users,
+                                                      const bool& is_auto_added,
+                                                      std::vector<RECORD::DomainUserRole>& roles);
 
 // Appends the mirrored user of each short account name (exact spelling), in order. Names that are
 // not mirrored and internal accounts are left out. A mirror that cannot be read is logged and
 // nothing is added.
-void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
-                                 std::vector<RECORD::User>& users);
+MDOMAIN_EXPORT void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
+                                                std::vector<RECORD::User>& users);
 
 // Appends a domain user with one unflagged alias for every user: the one fetched for its short
 // account name, else, with a log line, the short account name itself.
-void _GetDomainUsersFromUsersAndFetchedAlaises(
+MDOMAIN_EXPORT void _GetDomainUsersFromUsersAndFetchedAlaises(
     const int& domain_idx, const std::vector<RECORD::User>& users,
     const std::map<std::string, std::string>& fetched_aliases,
     std::vector<RECORD::DomainUser>& domain_users);

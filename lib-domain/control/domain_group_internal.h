@@ -8,19 +8,22 @@
 
 #include "lib-domain/record/domain_group_role.h"
 #include "lib-domain/record/group.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 // Appends the groups that short names stand for, with gid, full name and description, in order.
 // Stops with false and a log line at the first that cannot be looked up.
-bool _GetGroupsFromGroupShortNames(const std::vector<std::string>& short_names,
-                                   std::vector<RECORD::Group>& groups);
+MDOMAIN_EXPORT bool _GetGroupsFromGroupShortNames(const std::vector<std::string>& short_names,
+                                                  std::vector<RECORD::Group>& groups);
 // Appends the role "normal" in the domain for every group, in order. Always true.
-bool _ComposeDomainGroupsRoles(const int& domain_idx, const std::vector<RECORD::Group>& groups,
-                               std::vector<RECORD::DomainGroupRole>& roles);
+MDOMAIN_EXPORT bool _ComposeDomainGroupsRoles(const int& domain_idx,
+                                              const std::vector<RECORD::Group>& groups,
+                                              std::vector<RECORD::DomainGroupRole>& roles);
 // By status, descending: "removed" comes before "normal".
-bool _CompareMemberTupleByStatus(const std::tuple<unsigned int, std::string, std::string>& a,
-                                 const std::tuple<unsigned int, std::string, std::string>& b);
+MDOMAIN_EXPORT bool _CompareMemberTupleByStatus(
+    const std::tuple<unsigned int, std::string, std::string>& a,
+    const std::tuple<unsigned int, std::string, std::string>& b);
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL
 

@@ -5,14 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 // Whether the list holds the name, letter case ignored as the global locale has it.
-bool IExists(const std::vector<std::string>& names, const std::string& name);
+MDOMAIN_EXPORT bool IExists(const std::vector<std::string>& names, const std::string& name);
 
 // The names in order without empty ones and without those that the result already holds in either
 // spelling (UTF-8 or punycode), whatever their case: the first written stays.
-std::vector<std::string> EraseDuplicatedDomainNames(const std::vector<std::string>& names);
+MDOMAIN_EXPORT std::vector<std::string> EraseDuplicatedDomainNames(
+    const std::vector<std::string>& names);
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL
 

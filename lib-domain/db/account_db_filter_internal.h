@@ -5,15 +5,16 @@
 #include <string>
 
 #include "lib-domain/db/account_db_filter.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
 // The query for one row per account. Ids that are listed go into one statement, however many.
-std::string ComposeQueryCmd(const UserDBFilter& filter);
-std::string ComposeQueryCmd(const GroupDBFilter& filter);
+MDOMAIN_EXPORT std::string ComposeQueryCmd(const UserDBFilter& filter);
+MDOMAIN_EXPORT std::string ComposeQueryCmd(const GroupDBFilter& filter);
 // Whether the filter leaves any row out: a query, ids or names are set.
-bool HasQueryInput(const UserDBFilter& filter);
-bool HasQueryInput(const GroupDBFilter& filter);
+MDOMAIN_EXPORT bool HasQueryInput(const UserDBFilter& filter);
+MDOMAIN_EXPORT bool HasQueryInput(const GroupDBFilter& filter);
 
 }  // namespace MDOMAIN::DB::INTERNAL
 

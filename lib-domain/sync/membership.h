@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lib-domain/record/group.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
@@ -15,23 +16,24 @@ using Domain2GidsMap = std::map<int, std::vector<unsigned int>>;
 
 // Members of every mirrored group, also of those without members. A group whose members cannot be
 // read is logged and not in the map; when the groups cannot be listed the map is empty.
-Gid2UidsMap GetGid2UidsMap();
+MDOMAIN_EXPORT Gid2UidsMap GetGid2UidsMap();
 // The groups of each given domain, also of those without groups. A domain whose groups cannot be
 // read is logged and not in the map.
-Domain2GidsMap GetDomain2GidsMap(const std::vector<int>& domain_idxs);
-Domain2GidsMap GetAllDomain2GidsMap();
+MDOMAIN_EXPORT Domain2GidsMap GetDomain2GidsMap(const std::vector<int>& domain_idxs);
+MDOMAIN_EXPORT Domain2GidsMap GetAllDomain2GidsMap();
 
 // Everyone who is a member of at least one of the groups; unknown gids add nobody.
-std::unordered_set<unsigned int> GetUidsBelongedToGroups(const std::vector<unsigned int>& gids,
-                                                         const Gid2UidsMap& uids_by_gid);
-std::unordered_set<unsigned int> GetUidsBelongedToGroups(const std::vector<RECORD::Group>& groups,
-                                                         const Gid2UidsMap& uids_by_gid);
+MDOMAIN_EXPORT std::unordered_set<unsigned int> GetUidsBelongedToGroups(
+    const std::vector<unsigned int>& gids, const Gid2UidsMap& uids_by_gid);
+MDOMAIN_EXPORT std::unordered_set<unsigned int> GetUidsBelongedToGroups(
+    const std::vector<RECORD::Group>& groups, const Gid2UidsMap& uids_by_gid);
 // Costs one look-up per gid: a caller with many uids asks GetUidsBelongedToGroups once instead.
-bool IsUserBelongsToGroups(const std::vector<unsigned int>& gids, const Gid2UidsMap& uids_by_gid,
-                           unsigned int uid);
+MDOMAIN_EXPORT bool IsUserBelongsToGroups(const std::vector<unsigned int>& gids,
+                                          const Gid2UidsMap& uids_by_gid, unsigned int uid);
 // Whether the user is a mirrored member of any group with a role in the domain. `result` is only
 // ever set to true: preset it.
-bool IsBelongingGroupsInDomain(const int& domain_idx, const unsigned int& uid, bool& result);
+MDOMAIN_EXPORT bool IsBelongingGroupsInDomain(const int& domain_idx, const unsigned int& uid,
+                                              bool& result);
 
 }  // namespace MDOMAIN::UTILS::INTERNAL
 

@@ -43,9 +43,12 @@ bool MakeFolder(const std::string& folder) {
   return true;
 }
 
-// Makes (or touches) the flag files, and their folder with mode 0755 and the mail service's owner
-// when it is missing. An empty list touches nothing. A file that cannot be made is logged and does
-// not keep the others from being made; the result is then false.
+}  // namespace
+
+bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids) {
+  return _TouchSMTPChangedUIDsFlags(uids) && _SetSMTPChangedUIDsToRedis(uids);
+}
+
 bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids) {
   if (uids.empty()) {
     return true;
@@ -65,7 +68,6 @@ bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids) {
   return ok;
 }
 
-// Writes "smtp_changed_uids": the uids in decimal, ascending, each once, joined with ", ".
 bool _SetSMTPChangedUIDsToRedis(const std::vector<unsigned int>& uids) {
   const std::string value = BASE::Join(SortedOnce(uids), ", ");
   if (mailConfSet(kChangedUidsKey, value, true, 0) < 0) {
@@ -73,12 +75,6 @@ bool _SetSMTPChangedUIDsToRedis(const std::vector<unsigned int>& uids) {
     return false;
   }
   return true;
-}
-
-}  // namespace
-
-bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids) {
-  return _TouchSMTPChangedUIDsFlags(uids) && _SetSMTPChangedUIDsToRedis(uids);
 }
 
 }  // namespace MDOMAIN::UTILS

@@ -18,6 +18,14 @@ namespace MDOMAIN::UTILS {
 // can still be found there.
 MDOMAIN_EXPORT bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids);
 
+// Makes (or touches) the flag files, and their folder with mode 0755 and the mail service's owner
+// when it is missing. An empty list touches nothing. A file that cannot be made is logged and does
+// not keep the others from being made; the result is then false.
+MDOMAIN_EXPORT bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids);
+
+// Writes "smtp_changed_uids": the uids in decimal, ascending, each once, joined with ", ".
+MDOMAIN_EXPORT bool _SetSMTPChangedUIDsToRedis(const std::vector<unsigned int>& uids);
+
 }  // namespace MDOMAIN::UTILS
 
 #endif  // LIB_DOMAIN_UTILS_DOMAIN_BACKEND_RELATED_H
