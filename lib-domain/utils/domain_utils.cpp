@@ -10,7 +10,7 @@ namespace MDOMAIN::UTILS {
 namespace {
 
 // The domain under which the package keeps its own alias-to-user map.
-const char* const kReservedDomain = "system.alias.to.user.postara";
+constexpr const char* kReservedDomain = "system.alias.to.user.postara";
 
 // The next "<...>" at or after `from`. A "<" takes everything up to the first ">" behind it, other
 // "<" included. By hand: the standard library's regular expressions recurse once per character.

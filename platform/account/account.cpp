@@ -51,9 +51,13 @@ int NoSuch(const GroupRow& /*row*/) {
 }
 
 template <class Row>
+int FindIn(Source& source, const char* name, Row& row) {
+  return Judge(name == nullptr ? Outcome::kUnknown : source.Find(name, row), NoSuch(row), source);
+}
+
+template <class Row>
 int Find(const char* name, Row& row) {
-  const auto source = SourceInForce();
-  return Judge(name == nullptr ? Outcome::kUnknown : source->Find(name, row), NoSuch(row), *source);
+  return FindIn(*SourceInForce(), name, row);
 }
 
 template <class Row>
@@ -205,9 +209,10 @@ int KORVGroupListMember(const char* name, PKLIBCSzList list) {
 bool KORVUserIsInternal(const char* name) {
   const bool called_internal =
       name != nullptr && korvmailserver::account::IsCalledInternal(TrimDomainName(name));
+  const auto source = SourceInForce();
   UserRow row;
-  if ((!called_internal && name != nullptr && !SourceInForce()->MayBeInternal(name)) ||
-      Find(name, row) != 0) {
+  if ((!called_internal && name != nullptr && !source->MayBeInternal(name)) ||
+      FindIn(*source, name, row) != 0) {
     return false;
   }
   return called_internal || !row.listed || row.internal;
