@@ -18,7 +18,6 @@ namespace MDOMAIN::UTILS {
 
 namespace {
 
-constexpr const char* kServiceAccount = "Postara-Server";
 constexpr const char* kChangedUidsKey = "smtp_changed_uids";
 constexpr mode_t kFolderMode = 0755;
 
@@ -29,18 +28,14 @@ std::vector<unsigned int> SortedOnce(std::vector<unsigned int> uids) {
 }
 
 bool MakeFolder(const std::string& folder) {
-  uid_t uid = 0;
-  gid_t gid = 0;
-  // A folder that root owns instead would keep the consumer from ever removing a flag.
-  if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
-    LOG_ERROR("failed to mkdir, path [%s], error[%s]", folder.c_str(), "no such service account");
-    return false;
+  using korvmailserver::FolderResult;
+  // A missing account is a failure: in a folder of root's the consumer could never remove a flag.
+  const FolderResult made = korvmailserver::MakeServiceFolder(folder, kFolderMode);
+  if (made != FolderResult::kDone) {
+    LOG_ERROR("failed to mkdir, path [%s], error[%s]", folder.c_str(),
+              made == FolderResult::kNoAccount ? "no such service account" : std::strerror(errno));
   }
-  if (KORVFSMkdirP(folder.c_str(), uid, gid, kFolderMode) < 0) {
-    LOG_ERROR("failed to mkdir, path [%s], error[%s]", folder.c_str(), std::strerror(errno));
-    return false;
-  }
-  return true;
+  return made == FolderResult::kDone;
 }
 
 }  // namespace

@@ -174,15 +174,13 @@ TEST_F(UpdaterTest, UnusableAliasPatternFailsTheRefreshNotTheProcess) {
   TakeLog();
 }
 
-struct InitCase {
-  const char* name;
-  std::map<std::string, std::string> configuration;
-  StringList want_domains;
-  StringList want_additional;
-};
-
 TEST_F(UpdaterTest, FirstDomainComesFromTheOlderSettings) {
-  const InitCase cases[] = {
+  const struct {
+    const char* name;
+    std::map<std::string, std::string> configuration;
+    StringList want_domains;
+    StringList want_additional;
+  } cases[] = {
       {"no main domain", {}, {}, {}},
       {"the default name", {{"smtp_main_domain", "localdomain"}}, {}, {}},
       {"unpublished",
@@ -198,7 +196,7 @@ TEST_F(UpdaterTest, FirstDomainComesFromTheOlderSettings) {
        {"1|example.com|1"},
        {"a.example"}},
   };
-  for (const InitCase& test_case : cases) {
+  for (const auto& test_case : cases) {
     SCOPED_TRACE(test_case.name);
     MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
     unlink(DbPath().c_str());
