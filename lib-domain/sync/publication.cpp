@@ -3,7 +3,6 @@
 // All keys are written in one call, and stale ones are removed in one call. When that fails, they
 // are written or removed one by one in their order, so that those before the failing one are done
 // and the log names it.
-
 #include <algorithm>
 #include <iterator>
 #include <map>
