@@ -43,8 +43,9 @@ bool DomainUser::_CreateImp(const int& domain_idx, const std::vector<RECORD::Use
 
 bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliases) {
   if (aliases.empty()) {
-    return true;  // a notice without users would only overwrite the last one
+    return true;
   }
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   INTERNAL::EraseRepeatsOfEachUser(aliases);
   if (!_DeleteRemovedRecords(aliases)) {
     return false;
@@ -65,7 +66,14 @@ bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliase
   INTERNAL::AliasIndex existing;
   existing.Add(stored);
   INTERNAL::CheckAndFlagCandidates(existing, aliases);
-  return store_.CreateUsersAliases(aliases);
+  if (!store_.CreateUsersAliases(aliases)) {
+    return false;
+  }
+  if (scope.Commit() != 0) {
+    LOG_ERROR("Failed to commit aliases");
+    return false;
+  }
+  return true;
 }
 
 bool DomainUser::_DeleteRemovedRecords(const std::vector<RECORD::DomainUserAlias>& aliases) {
