@@ -262,10 +262,11 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>
       if (covered_uids.count(user.GetUID()) == 0) {
         users_with_role.push_back(user);
       }
-      if (!AppendAliases(record, user.GetUID(), aliases)) {
+      if (AppendAliases(record, user.GetUID(), aliases)) {
+        ++count;
+      } else {
         without_address.push_back(user.GetUserName());
       }
-      ++count;
     }
   }
   if (!control.CreateFromBackend(domain_idx, users_with_role)) {

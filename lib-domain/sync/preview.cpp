@@ -14,6 +14,7 @@ namespace {
 
 constexpr const char* kUsers = "SELECT uid, user_name FROM user_table ORDER BY uid";
 constexpr const char* kGroups = "SELECT gid, group_name FROM group_table ORDER BY gid";
+constexpr const char* kDomains = "SELECT domain_idx, domain_name FROM domain_table";
 constexpr const char* kUserDomains =
     "SELECT domain_idx, uid, user_name, account_alias, role, is_duplicated FROM domain_user_view "
     "ORDER BY uid, domain_idx";
@@ -36,8 +37,8 @@ bool ReadMirror(DB::INTERNAL::Reader& reader, const char* sql, std::vector<Recor
 }
 
 // What the renamed users have, in all domains.
-bool ReadWhatTheyKeep(DB::INTERNAL::Reader& reader, std::vector<RenamedUser>& renamed) {
-  if (renamed.empty()) {
+bool ReadWhatTheyKeep(DB::INTERNAL::Reader& reader, RefreshSummary& summary) {
+  if (summary.renamed_users.empty()) {
     return true;
   }
   std::vector<RECORD::DomainUser> rows;
@@ -51,8 +52,10 @@ bool ReadWhatTheyKeep(DB::INTERNAL::Reader& reader, std::vector<RenamedUser>& re
   });
   std::vector<RECORD::DomainUser> records;
   DB::INTERNAL::_MergeDomainUsers(rows, records);
-  INTERNAL::SetWhatTheyKeep(records, renamed);
-  return is_read;
+  INTERNAL::SetWhatTheyKeep(records, summary.renamed_users);
+  return is_read && reader.ForEachRow(kDomains, [&](const korvmailserver::Statement& row) {
+    summary.domain_names[static_cast<int>(row.Int64(0))] = row.Text(1);
+  });
 }
 
 template <typename Record>
@@ -106,7 +109,7 @@ bool PreviewRefresh(const DeletionLimit& limit, RefreshSummary& summary) {
   summary.deleted_uids = user_difference.deleted_ids;
   summary.deleted_gids = group_difference.deleted_ids;
   summary.renamed_users = INTERNAL::FindRenamed(user_difference.updated, mirrored_users);
-  return ReadWhatTheyKeep(reader, summary.renamed_users);
+  return ReadWhatTheyKeep(reader, summary);
 }
 
 }  // namespace MDOMAIN::UTILS

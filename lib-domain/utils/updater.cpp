@@ -5,6 +5,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
 #include "platform/include/account.h"
 
@@ -21,6 +22,11 @@ bool Updater::Refresh() {
   const bool is_unfinished_known = _ListUnfinished();
   const bool refreshed = _RefreshSteps();
   const bool remembered = _RememberUnfinished(is_unfinished_known);
+  std::vector<RECORD::Domain> domains;
+  DB::Domain().ListNames(domains);
+  for (const RECORD::Domain& domain : domains) {
+    summary_.domain_names[domain.GetDomainIdx()] = domain.GetDomainName();
+  }
   if (scope.Commit() != 0) {
     LOG_ERROR("Failed to commit what was refreshed");
     summary_.users_written = summary_.groups_written = false;

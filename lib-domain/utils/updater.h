@@ -61,11 +61,12 @@ struct RefreshSummary {
 
   bool users_written = false;         // the mirror has what was found
   bool groups_written = false;        // the same of groups
-  std::map<int, size_t> added_users;  // by domain index, those without an alias included
+  std::map<int, size_t> added_users;  // by domain index: who got an address
   std::map<int, size_t> added_groups;
   // Account names by domain index: neither the pattern nor the account name gave a local part.
   std::map<int, std::vector<std::string>> without_address;
   std::vector<RefreshFailure> failures;
+  std::map<int, std::string> domain_names;  // by index, for what is said above
 };
 
 // Use one object for one run: it keeps the accounts that Refresh found to be new for the steps that
