@@ -40,14 +40,16 @@ void ReplaceUnusableAliases(int domain_idx, const std::vector<RECORD::User>& use
     }
   }
   if (!replaced.empty()) {
-    LOG_WARNING("The alias pattern of domain_id: [%d] gives no local part for [%s], use Zelm "
-                "account name instead",
-                domain_idx, BASE::Join(replaced, ", ").c_str());
+    LOG_WARNING(
+        "The alias pattern of domain_id: [%d] gives no local part for [%s], use Zelm "
+        "account name instead",
+        domain_idx, BASE::Join(replaced, ", ").c_str());
   }
   if (!without_address.empty()) {
-    LOG_WARNING("Neither the alias pattern of domain_id: [%d] nor Zelm account name gives a local "
-                "part for [%s], no email address",
-                domain_idx, BASE::Join(without_address, ", ").c_str());
+    LOG_WARNING(
+        "Neither the alias pattern of domain_id: [%d] nor Zelm account name gives a local "
+        "part for [%s], no email address",
+        domain_idx, BASE::Join(without_address, ", ").c_str());
   }
 }
 

@@ -1,7 +1,7 @@
 // Accounts that are mirrored but not brought yet into a domain that adds accounts automatically.
 //
-// An account is new to one refresh alone, so what that could not finish would be lost. The two tables
-// are no part of the schema: they are made with the first row and dropped with the last one.
+// An account is new to one refresh alone, so what that could not finish would be lost. The two
+// tables are no part of the schema: they are made with the first row and dropped with the last one.
 #ifndef LIB_DOMAIN_DB_JOINING_H
 #define LIB_DOMAIN_DB_JOINING_H
 

@@ -116,7 +116,8 @@ bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&
   std::vector<Record> accounts;
   if (!get_accounts(accounts, found.is_complete)) {
     LOG_ERROR("Failed to GetAllZelm%s", words.title);
-    return found.Fail(std::string("the ") + words.noun + "s of the account system could not be read");
+    return found.Fail(std::string("the ") + words.noun +
+                      "s of the account system could not be read");
   }
   Control control;
   std::vector<Record> mirrored;
@@ -138,8 +139,8 @@ bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&
       BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(), words.noun,
       difference.deleted_ids.size(), words.id, BASE::Join(difference.deleted_ids, ", ").c_str());
   found.is_written = WriteMirror(words, control, difference, mirrored);
-  return found.is_written || found.Fail(std::string("the ") + words.noun +
-                                        "s of the mirror could not be written");
+  return found.is_written ||
+         found.Fail(std::string("the ") + words.noun + "s of the mirror could not be written");
 }
 
 }  // namespace

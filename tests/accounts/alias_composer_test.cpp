@@ -63,8 +63,8 @@ TEST_F(AliasComposerTest, ComposesText) {
 
 TEST_F(AliasComposerTest, UnusableTokensFailTheAliasAndSaySo) {
   const std::string many_groups(300, '(');
-  const Map values = {{"g", "John"}, {"a*", "star"}, {"a(", "x"}, {"[", "x"},
-                      {many_groups, "x"}, {std::string("a.\0", 3), "x"}};
+  const Map values = {{"g", "John"}, {"a*", "star"},     {"a(", "x"},
+                      {"[", "x"},    {many_groups, "x"}, {std::string("a.\0", 3), "x"}};
   const std::pair<std::string, const char*> cases[] = {
       {"<g><a(>", "Token [a(] of the default alias pattern is not a valid regular expression"},
       {"<[>", "Token [[] of the default alias pattern is not a valid regular expression"},

@@ -267,8 +267,9 @@ TEST_F(DomainUserControl, PassGivesTheSameFlagsForOneDomainAndForSeveral) {
       const std::string user = std::to_string(1 + i % 2) + ",100" + std::to_string(1 + i / 2 % 4);
       rows += "INSERT INTO domain_user_alias_table VALUES(" + user + ",'a" + number(3) + "'," +
               number(2) + ");";
-      rows += random() % 2 == 0 ? "" : "INSERT OR IGNORE INTO domain_user_role_table VALUES(" +
-                                           user + ",'normal',0);";
+      rows += random() % 2 == 0
+                  ? ""
+                  : "INSERT OR IGNORE INTO domain_user_role_table VALUES(" + user + ",'normal',0);";
     }
     Run(rows);
     Run("CREATE TABLE before AS SELECT * FROM domain_user_alias_table");

@@ -1,8 +1,8 @@
 // Refreshing from local files, the first domain, publishing.
 #include "lib-domain/utils/updater.h"
 
-#include "lib-domain/api/domain_group.h"
 #include <gmock/gmock.h>
+#include "lib-domain/api/domain_group.h"
 
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/control/domain_group.h"
@@ -170,8 +170,8 @@ TEST_F(UpdaterTest, UsersOfOneShortNameAreToldApart) {
             (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
 }
 
-// Who was mirrored by a run that could not add them is added by a later one, and the tables for that
-// go when it is done.
+// Who was mirrored by a run that could not add them is added by a later one, and the tables for
+// that go when it is done.
 TEST_F(UpdaterTest, WhoCouldNotBeAddedIsAddedLater) {
   const int bad = CreateDomain("bad.example", true, "<99999999999a>");
   const int good = CreateDomain("good.example", true);
@@ -255,7 +255,7 @@ TEST_F(UpdaterTest, LimitSparesWhoIsGone) {
     MDOMAIN::UTILS::DeletionLimit limit;
     bool spared;
   } cases[] = {
-      {"no limit", 20, 19, {}, false},        {"five of six", 6, 5, {500, 10}, false},
+      {"no limit", 20, 19, {}, false},         {"five of six", 6, 5, {500, 10}, false},
       {"six of seven", 7, 6, {500, 10}, true}, {"a tenth", 60, 6, {500, 10}, false},
       {"more", 60, 7, {500, 10}, true},        {"any share", 60, 7, {500, 0}, false},
       {"the number", 60, 3, {3, 0}, false},    {"one more", 60, 4, {3, 0}, true},
@@ -301,8 +301,8 @@ TEST_F(UpdaterTest, RenamedUidIsNamedWithWhatItKeeps) {
   EXPECT_TRUE(MDOMAIN::UTILS::PreviewRefresh(look));
   Updater updater;
   EXPECT_TRUE(updater.Refresh());
-  for (const auto* summary : {static_cast<const MDOMAIN::UTILS::RefreshSummary*>(&look),
-                              &updater.GetSummary()}) {
+  for (const auto* summary :
+       {static_cast<const MDOMAIN::UTILS::RefreshSummary*>(&look), &updater.GetSummary()}) {
     ASSERT_EQ(summary->renamed_users.size(), 1U);
     const auto& user = summary->renamed_users[0];
     EXPECT_EQ(user.old_name + " " + user.name, "carol carl");

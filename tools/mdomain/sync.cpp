@@ -154,8 +154,8 @@ std::vector<Column> SummaryColumns(const RefreshSummary& summary, bool dry_run) 
       {"deleted_users", dry_run ? "uids that would be deleted" : "deleted uids", WriteSome},
       {"deleted_groups", dry_run ? "gids that would be deleted" : "deleted gids", WriteSome}};
   if (!summary.renamed_users.empty()) {
-    columns.push_back({"renamed_users", dry_run ? "users that would be renamed" : "renamed users",
-                       WriteRenamed});
+    columns.push_back(
+        {"renamed_users", dry_run ? "users that would be renamed" : "renamed users", WriteRenamed});
   }
   if (!summary.without_address.empty()) {
     columns.push_back({"without_address", "without address", WriteWithoutAddress});
@@ -314,9 +314,10 @@ const Register kRefresh({
       Effect::kChanges,
       {Flag("--dry-run", "Show what would be created and deleted, and change nothing"),
        Number("--deletion-limit", "Delete at most N users and N groups (500); 0 for any number"),
-       Number("--deletion-percent",
-              "Delete at most N per cent of the users, and of the groups, that were known (10), but "
-              "always five; 0 for any share"),
+       Number(
+           "--deletion-percent",
+           "Delete at most N per cent of the users, and of the groups, that were known (10), but "
+           "always five; 0 for any share"),
        Flag("--force", "Delete whoever is gone, however many they are")},
       Refresh}},
 });

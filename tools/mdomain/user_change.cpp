@@ -181,7 +181,8 @@ const Register kUserChanges({
     {
         {"preview",
          "Show which aliases users would get",
-         "Where the domain's pattern gives no local part of an address (too long, or nothing left of "
+         "Where the domain's pattern gives no local part of an address (too long, or nothing left "
+         "of "
          "it) the account name takes its place. A user whose account name is none either would "
          "get no address, and is shown so. Nothing is changed.",
          Effect::kReads,
