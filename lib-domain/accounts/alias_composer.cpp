@@ -201,22 +201,21 @@ AliasComposer::AliasComposer(std::string pattern,
   plain_ = std::none_of(tokens_.begin(), tokens_.end(), [](const auto& token) {
     return HasRegexCharacters(token.first) || token.first.find('<') != std::string::npos;
   });
-  usable_ = CheckTokens();
+  unusable_token_ = FindUnusableToken();
   if (plain_) {
     CutIntoPieces();
   }
 }
 
-bool AliasComposer::CheckTokens() const {
+size_t AliasComposer::FindUnusableToken() const {
   size_t count = 0;
-  for (const auto& [token, attribute] : tokens_) {
+  for (size_t i = 0; i < tokens_.size(); ++i) {
+    const std::string& token = tokens_[i].first;
     if (HasRegexCharacters(token) && (++count > kMaxRegexTokens || !IsValidRegex(token))) {
-      LOG_ERROR("Token [%s] of the default alias pattern is not a valid regular expression",
-                Shortened(token).c_str());
-      return false;
+      return i;
     }
   }
-  return true;
+  return kNoToken;
 }
 
 void AliasComposer::CutIntoPieces() {
@@ -266,6 +265,11 @@ bool AliasComposer::Compose(const std::string& user_short_name,
   } catch (const std::out_of_range&) {
     LOG_ERROR("A length in the default alias pattern [%s] is out of range",
               Shortened(pattern_).c_str());
+    return false;
+  }
+  if (unusable_token_ != kNoToken) {
+    LOG_ERROR("Token [%s] of the default alias pattern is not a valid regular expression",
+              Shortened(tokens_[unusable_token_].first).c_str());
     return false;
   }
   const bool has_sequences = std::any_of(values.begin(), values.end(), [](const auto& value) {

@@ -43,16 +43,13 @@ class AliasComposer {
   AliasComposer(const AliasComposer&) = delete;
   AliasComposer& operator=(const AliasComposer&) = delete;
 
-  // False and an error line when a token is not a valid regular expression, holds a zero byte
-  // besides characters of one, or is beyond the bounds; no alias can be composed then. A pattern
-  // without tokens is usable: it is everybody's alias.
-  bool IsUsable() const { return usable_; }
-
   // The alias of a user with these attributes (name to value). Where one is missing that is
-  // `user_short_name` without the characters that may not stand in a local part. False, an error
-  // line and `alias` untouched when a token's length is beyond a 32-bit int, when the text grows
-  // beyond the bounds, or when a token that repeats, groups or chooses ("*+?{(|") has a value: no
-  // account source has an attribute of such a name.
+  // `user_short_name` without the characters that may not stand in a local part, whatever the
+  // tokens are. False, an error line and `alias` untouched when a token is not a valid regular
+  // expression, holds a zero byte besides characters of one, or is beyond the bounds; when a
+  // token's length is beyond a 32-bit int, when the text grows beyond the bounds, or when a token
+  // that repeats, groups or chooses ("*+?{(|") has a value: no account source has an attribute of
+  // such a name. A pattern without tokens is everybody's alias.
   bool Compose(const std::string& user_short_name,
                const std::map<std::string, std::string>& attributes, std::string& alias) const;
 
@@ -65,7 +62,8 @@ class AliasComposer {
 
   using Values = std::vector<std::string>;
 
-  bool CheckTokens() const;
+  // The index of the first token that cannot be used as a regular expression, or kNoToken.
+  size_t FindUnusableToken() const;
   void CutIntoPieces();
   // Values in token order; false when an attribute is missing. Throws what ParseValByPattern does.
   bool CollectValues(const std::map<std::string, std::string>& attributes, Values& values) const;
@@ -75,7 +73,7 @@ class AliasComposer {
   std::string pattern_;
   std::vector<std::pair<std::string, std::string>> tokens_;  // token, attribute; ascending
   std::vector<Piece> pieces_;
-  bool usable_ = false;
+  size_t unusable_token_ = kNoToken;
   bool plain_ = true;  // every token stands for itself and holds no "<"
 };
 

@@ -34,17 +34,23 @@ std::vector<int> DomainsOfAll(const std::vector<Record>& records) {
 
 // What decides between equal aliases: the smallest claim gets the clean one.
 struct Claim {
-  bool has_no_role;
   std::string role;
   bool is_flagged;
-  size_t user;
+  unsigned int uid;
   size_t pair;
+  size_t user;
 
   bool operator<(const Claim& other) const {
-    return std::tie(has_no_role, role, is_flagged, user, pair) <
-           std::tie(other.has_no_role, other.role, other.is_flagged, other.user, other.pair);
+    return std::tie(role, is_flagged, uid, pair) <
+           std::tie(other.role, other.is_flagged, other.uid, other.pair);
   }
 };
+
+// Somebody without a role for the moment gets "normal" from the next refresh.
+std::string RoleOf(const RECORD::DomainUser& user) {
+  const std::string role = user.GetRole();
+  return role.empty() ? "normal" : role;
+}
 
 using Claims = std::unordered_map<std::string, Claim>;
 
@@ -52,10 +58,10 @@ Claims FindWinners(const std::vector<RECORD::DomainUser>& users) {
   Claims winners;
   winners.reserve(users.size());
   for (size_t user = 0; user < users.size(); ++user) {
-    const std::string role = users[user].GetRole();
+    const std::string role = RoleOf(users[user]);
     const AliasPairs pairs = users[user].GetAliasDuplicatedPairs();
     for (size_t pair = 0; pair < pairs.size(); ++pair) {
-      const Claim claim{role.empty(), role, pairs[pair].second, user, pair};
+      const Claim claim{role, pairs[pair].second, users[user].GetUID(), pair, user};
       const auto [held, is_new] =
           winners.emplace(Key(users[user].GetDomainIdx(), pairs[pair].first), claim);
       if (!is_new && claim < held->second) {

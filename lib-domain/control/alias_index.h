@@ -91,12 +91,12 @@ bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
                          RECORD::DomainUser& target);
 
 // Sets the flags of all aliases of the given users anew: of equal aliases in a domain one is clean.
-// The smallest role gets it ("domain_admin" before "normal", users without a role last); among
-// users of that role whoever has it clean now; among those the first one listed. The result tells
+// The smallest role gets it ("domain_admin" before "normal", which users without a role count as);
+// among users of that role whoever has it clean now; among those the smallest uid. The result tells
 // of each user, in order, whether a flag changed.
 //
-// The listing shows flagged aliases first. If its order alone decided, every pass would hand the
-// address to the other user and the next one would hand it back; so whoever has it keeps it.
+// The listing shows flagged aliases first. If its order decided, every pass would hand the address
+// to the other user and the next one would hand it back; so whoever has it keeps it.
 std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users);
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL

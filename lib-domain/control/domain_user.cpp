@@ -122,22 +122,23 @@ bool DomainUser::GetResultGroupRole(const int& domain_idx, const unsigned int& u
 bool DomainUser::_GetCompareDBDomainUsers(const std::vector<int>& domain_idxs,
                                           std::vector<RECORD::DomainUser>& users) {
   if (domain_idxs.empty()) {
-    return true;  // a filter without domains would list those of every domain
+    return true;
   }
-  DB::DomainDBFilter filter;
-  filter.SetDomainIdxs(domain_idxs);
-  filter.SetLimit(-1);
-  return store_.ListDomainUsers(filter, users, false);
+  // Those without a role for the moment, too: their addresses are not free.
+  return store_.ListHolders(domain_idxs, users);
 }
 
 bool DomainUser::_GetCompareDBDomainUsersAliases(const std::vector<int>& domain_idxs,
                                                  std::vector<RECORD::DomainUserAlias>& aliases) {
-  if (domain_idxs.empty()) {
-    return true;
-  }
-  if (!store_.ListDomainUsersAliases(domain_idxs, aliases)) {
+  std::vector<RECORD::DomainUser> users;
+  if (!_GetCompareDBDomainUsers(domain_idxs, users)) {
     LOG_ERROR("Failed to ListDomainUsersAliases");
     return false;
+  }
+  for (const RECORD::DomainUser& user : users) {
+    for (RECORD::DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
+      aliases.push_back(std::move(alias));
+    }
   }
   return true;
 }

@@ -2,6 +2,7 @@
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
 #include "lib-domain/control/alias_conflict.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
@@ -11,8 +12,48 @@
 #include "lib-domain/utils/default_alias_getter.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "platform/include/account.h"
+#include "platform/include/eai.h"
 
 namespace MDOMAIN::CONTROL {
+
+namespace {
+
+// An alias that is no local part (too long, or cut to nothing) gives way to the account name. Where
+// that is none either the alias stays as it is: the user gets no address, and the log says so.
+void ReplaceUnusableAliases(int domain_idx, const std::vector<RECORD::User>& users,
+                            std::map<std::string, std::string>& aliases) {
+  std::vector<std::string> replaced;
+  std::vector<std::string> without_address;
+  for (const RECORD::User& user : users) {
+    const std::string short_name = TrimDomainName(user.GetUserName());
+    const auto alias = aliases.find(short_name);
+    if (alias == aliases.end() || UTILS::IsAccountAliasValid(alias->second)) {
+      continue;
+    }
+    const std::string account_name = KORV::POSTARA_SERVER::StripInvalidEaiChars(short_name);
+    if (UTILS::IsAccountAliasValid(account_name)) {
+      alias->second = account_name;
+      replaced.push_back(user.GetUserName());
+    } else {
+      without_address.push_back(user.GetUserName());
+    }
+  }
+  if (!replaced.empty()) {
+    LOG_WARNING(
+        "The alias pattern of domain_id: [%d] gives no local part for [%s], use Zelm "
+        "account name instead",
+        domain_idx, BASE::Join(replaced, ", ").c_str());
+  }
+  if (!without_address.empty()) {
+    LOG_WARNING(
+        "Neither the alias pattern of domain_id: [%d] nor Zelm account name gives a local "
+        "part for [%s], no email address",
+        domain_idx, BASE::Join(without_address, ", ").c_str());
+  }
+}
+
+}  // namespace
 
 bool DomainUser::CreateFromUser(const int& domain_idx,
                                 const std::vector<std::string>& user_short_names) {
@@ -43,8 +84,9 @@ bool DomainUser::_CreateImp(const int& domain_idx, const std::vector<RECORD::Use
 
 bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliases) {
   if (aliases.empty()) {
-    return true;  // a notice without users would only overwrite the last one
+    return true;
   }
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   INTERNAL::EraseRepeatsOfEachUser(aliases);
   if (!_DeleteRemovedRecords(aliases)) {
     return false;
@@ -65,7 +107,14 @@ bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliase
   INTERNAL::AliasIndex existing;
   existing.Add(stored);
   INTERNAL::CheckAndFlagCandidates(existing, aliases);
-  return store_.CreateUsersAliases(aliases);
+  if (!store_.CreateUsersAliases(aliases)) {
+    return false;
+  }
+  if (scope.Commit() != 0) {
+    LOG_ERROR("Failed to commit aliases");
+    return false;
+  }
+  return true;
 }
 
 bool DomainUser::_DeleteRemovedRecords(const std::vector<RECORD::DomainUserAlias>& aliases) {
@@ -127,6 +176,7 @@ bool DomainUser::_PreviewDomainUsersFromUserShortNames(
   }
   std::vector<RECORD::User> users;
   INTERNAL::_GetUsersFromUserShortNames(user_short_names, users);
+  ReplaceUnusableAliases(domain_idx, users, aliases);
   INTERNAL::_GetDomainUsersFromUsersAndFetchedAlaises(domain_idx, users, aliases, preview);
   if (!_CheckAndSetDomainUsersDuplicated(preview)) {
     LOG_ERROR("Failed to _CheckAndSetDomainUsersDuplicated");

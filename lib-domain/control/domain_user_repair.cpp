@@ -5,6 +5,7 @@
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/utils/domain_backend_related.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -36,8 +37,10 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
   }
   const std::vector<bool> changed = INTERNAL::RecomputeFlags(users);
   std::vector<RECORD::DomainUserAlias> aliases;
+  std::vector<unsigned int> uids;
   for (size_t i = 0; i < users.size(); ++i) {
     if (changed[i]) {
+      uids.push_back(users[i].GetUID());
       const std::vector<RECORD::DomainUserAlias> own = users[i].ExtractDomainUserAliases();
       aliases.insert(aliases.end(), own.begin(), own.end());
     }
@@ -45,6 +48,10 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
   if (!aliases.empty() && !store_.SetUsersAliases(aliases)) {
     LOG_ERROR("Failed to SetUsersAliases");
     return false;
+  }
+  // Whoever inherits an address that somebody else gave up, and whoever loses one.
+  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   return true;
 }

@@ -71,12 +71,11 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
   }
   FindConflicts(stored, users, conflicts);
 
-  // Committed before the notice: whoever reads the notice must find the new addresses.
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   if (!_WriteRoles(users)) {
     return false;
   }
-  if (!store_.SetUsersAliases(ComposeAliases(stored, users)) || scope.Commit() != 0) {
+  if (!store_.SetUsersAliases(ComposeAliases(stored, users))) {
     LOG_ERROR("Failed to SetUsersAliases");
     return false;
   }
@@ -89,7 +88,7 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
   if (!UTILS::NotifySMTPChangedUIDs(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
-  if (!UpdateDuplicateAlias(domain_idxs)) {
+  if (!UpdateDuplicateAlias(domain_idxs) || scope.Commit() != 0) {
     LOG_ERROR("Failed to UpdateDuplicateAlias");
     return false;
   }

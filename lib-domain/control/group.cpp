@@ -6,7 +6,9 @@
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/joining.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/account.h"
 #include "platform/include/scope_guard.h"
@@ -36,6 +38,29 @@ bool AreTheMembers(const std::vector<unsigned int>& uids,
   return uids.size() == member_uids.size() &&
          std::all_of(uids.begin(), uids.end(),
                      [&member_uids](unsigned int uid) { return member_uids.count(uid) != 0; });
+}
+
+// Users who are mirrored as members of a group are not new to the next refresh. It has to be told
+// that the domains which add accounts automatically did not get them yet.
+bool RememberNewcomers(const std::vector<RECORD::User>& mirrored_before,
+                       std::unordered_set<unsigned int> uids) {
+  for (const RECORD::User& user : mirrored_before) {
+    uids.erase(user.GetUID());
+  }
+  if (uids.empty()) {
+    return true;
+  }
+  std::vector<int> domain_idxs;
+  DB::IdsByDomain uids_by_domain;
+  bool is_remembered = DB::Domain().GetAutoAddingUserDomainIds(domain_idxs);
+  for (const int domain_idx : domain_idxs) {
+    uids_by_domain[domain_idx] = {uids.begin(), uids.end()};
+  }
+  is_remembered = is_remembered && DB::Joining().Add(uids_by_domain, {});
+  if (!is_remembered) {
+    LOG_ERROR("Failed to remember the users that are still to be added to domains");
+  }
+  return is_remembered;
 }
 
 }  // namespace
@@ -101,7 +126,9 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   UidsByGid stored;
   const bool is_stored_known = store_.ListAllGroupToUsers(stored);
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  std::vector<RECORD::User> mirrored_before;
   std::unordered_set<unsigned int> mirrored_uids;
+  bool all_written = true;
   for (const auto& [group, members] : members_by_group) {
     if (is_update && !is_stored_known) {
       LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", group->GetGID());
@@ -114,9 +141,19 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
     } else if (is_stored_known && AreTheMembers(stored[group->GetGID()], members)) {
       continue;  // mirrored just before, for another domain
     }
-    if (!_WriteMembers(*group, members, is_update, mirrored_uids)) {
+    // Read before the first write, and only when there is one.
+    if (mirrored_before.empty() && mirrored_uids.empty() &&
+        !DB::User().List(DB::UserDBFilter("*"), mirrored_before)) {
+      LOG_ERROR("Failed to list users");
       return false;
     }
+    all_written = _WriteMembers(*group, members, is_update, mirrored_uids);
+    if (!all_written) {
+      break;
+    }
+  }
+  if (!RememberNewcomers(mirrored_before, std::move(mirrored_uids)) || !all_written) {
+    return false;
   }
   if (scope.Commit() != 0) {
     LOG_ERROR("Failed to SetGroupToUsers [%s]", groups.back().GetGroupName().c_str());

@@ -1,6 +1,7 @@
 // The statements that read and write a domain's users, their aliases, roles and removals.
 #include "lib-domain/db/domain_user.h"
 
+#include <algorithm>
 #include <set>
 
 #include "lib-domain/base/log_line.h"
@@ -41,6 +42,8 @@ constexpr const char* kSelectUsersWithoutRole =
     "domain_user_alias_table.domain_idx = domain_user_view.domain_idx AND "
     "domain_user_alias_table.uid = domain_user_view.uid AND domain_user_view.role IS NULL";
 
+constexpr const char* kSelectOfUsers =
+    "SELECT * FROM domain_user_view WHERE uid IN (%q) ORDER BY uid, domain_idx";
 // The alias follows, then kNoCase.
 constexpr const char* kSelectAliasUsers =
     "SELECT * FROM domain_user_alias_table WHERE domain_idx=%d AND account_alias='";
@@ -160,13 +163,7 @@ bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::Dom
   }
   std::vector<RECORD::DomainUser> alias_rows;
   alias_rows.reserve(uids.size());
-  const auto keep = [&alias_rows](int domain_idx, unsigned int uid, const std::string& name,
-                                  std::string&& alias, const std::string& role, bool duplicated) {
-    alias_rows.emplace_back(
-        domain_idx, uid, name,
-        std::vector<std::pair<std::string, bool>>{{std::move(alias), duplicated}}, role);
-  };
-  if (!_DomainDb().Query<UserColumns>(own.ComposeDomainUserListQueryCmd(uids), keep)) {
+  if (!_AppendAliasRows(own.ComposeDomainUserListQueryCmd(uids), alias_rows)) {
     return false;
   }
   if (with_group_control && !_CheckUnderControl(alias_rows)) {
@@ -175,6 +172,41 @@ bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::Dom
   }
   _MergeDomainUsers(alias_rows, users);
   return true;
+}
+
+bool DomainUser::ListHolders(const std::vector<int>& domain_idxs,
+                             std::vector<RECORD::DomainUser>& users) {
+  std::vector<RECORD::DomainUser> alias_rows;
+  if (!_AppendAliasRows(WholeDomains(domain_idxs).ComposeDomainUserListQueryCmd({}), alias_rows)) {
+    return false;
+  }
+  _MergeDomainUsers(alias_rows, users);
+  return true;
+}
+
+bool DomainUser::ListDomainsOfUsers(const std::vector<unsigned int>& uids,
+                                    std::vector<RECORD::DomainUser>& users) {
+  std::vector<RECORD::DomainUser> alias_rows;
+  const std::vector<std::string> pieces = JoinIdsInPieces(uids);
+  if (!std::all_of(pieces.begin(), pieces.end(), [&](const std::string& piece) {
+        return _AppendAliasRows(FormatStatement(kSelectOfUsers, piece.c_str()), alias_rows);
+      })) {
+    return false;
+  }
+  _MergeDomainUsers(alias_rows, users);
+  return true;
+}
+
+// One record per alias.
+bool DomainUser::_AppendAliasRows(const std::string& sql,
+                                  std::vector<RECORD::DomainUser>& alias_rows) {
+  const auto keep = [&alias_rows](int domain_idx, unsigned int uid, const std::string& name,
+                                  std::string&& alias, const std::string& role, bool duplicated) {
+    alias_rows.emplace_back(
+        domain_idx, uid, name,
+        std::vector<std::pair<std::string, bool>>{{std::move(alias), duplicated}}, role);
+  };
+  return _DomainDb().Query<UserColumns>(sql, keep);
 }
 
 bool DomainUser::List(const int& domain_idx, std::vector<unsigned int>& uids) {

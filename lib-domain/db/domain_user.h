@@ -66,6 +66,12 @@ class MDOMAIN_EXPORT DomainUser {
   // Appends the aliases of all users with a role in the domains, user by user.
   bool ListDomainUsersAliases(const std::vector<int>& domain_idxs,
                               std::vector<RECORD::DomainUserAlias>& aliases);
+  // Adds everybody who has an alias in the domains, those without a role (the empty text) included,
+  // as ListDomainUsers gives them without group control. No domain: fails.
+  bool ListHolders(const std::vector<int>& domain_idxs, std::vector<RECORD::DomainUser>& users);
+  // Adds what the users have in all domains, in the same form, by uid and domain.
+  bool ListDomainsOfUsers(const std::vector<unsigned int>& uids,
+                          std::vector<RECORD::DomainUser>& users);
   // Appends the rows of an alias in the domain, ASCII case ignored.
   // `alias` goes into the statement as it is: callers double its apostrophes.
   bool GetAliasUsers(const int& domain_idx, const std::string& alias,
@@ -123,6 +129,7 @@ class MDOMAIN_EXPORT DomainUser {
   bool DeleteRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& uids);
 
  private:
+  bool _AppendAliasRows(const std::string& sql, std::vector<RECORD::DomainUser>& alias_rows);
   bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);
 
   INTERNAL::Database _DomainDb() const;

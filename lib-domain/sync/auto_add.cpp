@@ -1,14 +1,18 @@
 // Adds new accounts and groups to the domains that add them automatically, with aliases from the
-// domain's pattern. Removes auto-added roles that a group gives as well.
+// domain's pattern, and remembers those that could not be added. Removes auto-added roles that a
+// group gives as well.
 #include <algorithm>
 #include <map>
 #include <utility>
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/user.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/group.h"
+#include "lib-domain/db/joining.h"
 #include "lib-domain/sync/membership.h"
 #include "lib-domain/utils/default_alias_getter.h"
 #include "lib-domain/utils/updater.h"
@@ -20,14 +24,17 @@ namespace {
 
 using Uids = std::unordered_set<unsigned int>;
 
-// Appends the record's aliases as those of `uid`. Of several users of one short name the preview
-// knows only one, who may be in the domain already.
-void AppendAliases(const RECORD::DomainUser& record, unsigned int uid,
+// Appends the record's aliases as those of `uid`; false when none of them is a local part. Of
+// several users of one short name the preview knows only one, who may be in the domain already.
+bool AppendAliases(const RECORD::DomainUser& record, unsigned int uid,
                    std::vector<RECORD::DomainUserAlias>& aliases) {
+  bool has_valid = false;
   for (RECORD::DomainUserAlias& alias : record.ExtractDomainUserAliases()) {
     alias.SetUID(uid);
+    has_valid = has_valid || alias.IsValid();
     aliases.push_back(std::move(alias));
   }
+  return has_valid;
 }
 
 // (domain, uid) of those roles whose user belongs to a group of the domain.
@@ -71,14 +78,87 @@ std::vector<std::string> AliasPatternsOf(const std::vector<int>& domain_idxs) {
 
 }  // namespace
 
+bool Updater::_ListUnfinished() {
+  unfinished_uids_.clear();
+  unfinished_gids_.clear();
+  if (!DB::Joining().List(unfinished_uids_, unfinished_gids_)) {
+    LOG_ERROR("Failed to list the accounts that are still to be added to domains");
+    return _Fail(0, "the accounts that are still to be added could not be read");
+  }
+  return true;
+}
+
+// Of deleted domains the users stay remembered until there is a domain that could take them.
+bool Updater::_RememberUnfinished(bool is_unfinished_known) {
+  if (new_uids_.empty() && new_groups_.empty() && unfinished_uids_.empty() &&
+      unfinished_gids_.empty()) {
+    return true;
+  }
+  std::vector<int> domain_idxs;
+  bool is_remembered = CONTROL::Domain().GetAutoAddingUserDomainIds(domain_idxs);
+  DB::IdsByDomain uids;
+  DB::IdsByDomain gids;
+  for (const int domain_idx : domain_idxs) {
+    if (domains_with_users_.count(domain_idx) == 0) {
+      uids[domain_idx] = unfinished_uids_[domain_idx];
+      uids[domain_idx].insert(new_uids_.begin(), new_uids_.end());
+    }
+    if (domains_with_groups_.count(domain_idx) == 0) {
+      gids[domain_idx] = unfinished_gids_[domain_idx];
+      for (const RECORD::Group& group : new_groups_) {
+        gids[domain_idx].insert(group.GetGID());
+      }
+    }
+  }
+  if (domain_idxs.empty() || !uids.empty()) {
+    uids[0] = unfinished_uids_[0];
+  }
+  DB::Joining store;
+  is_remembered =
+      is_remembered && (is_unfinished_known ? store.Set(uids, gids) : store.Add(uids, gids));
+  if (!is_remembered) {
+    LOG_ERROR("Failed to remember the accounts that are still to be added to domains");
+    return _Fail(0, "the accounts that are still to be added could not be remembered");
+  }
+  return true;
+}
+
+// The new groups, and those that an earlier run could not add and nobody has added since: adding
+// again would reset the role.
+bool Updater::_GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups) {
+  groups = new_groups_;
+  std::set<unsigned int> gids = unfinished_gids_[domain_idx];
+  if (gids.empty()) {
+    return true;
+  }
+  std::vector<unsigned int> present;
+  if (!CONTROL::DomainGroup().List(domain_idx, present)) {
+    return false;
+  }
+  for (const unsigned int gid : present) {
+    gids.erase(gid);
+  }
+  if (gids.empty()) {
+    return true;
+  }
+  DB::GroupDBFilter filter;
+  filter.SetGIDs({gids.begin(), gids.end()});
+  filter.SetLimit(-1);
+  return DB::Group().List(filter, groups);
+}
+
 bool Updater::_AutoAddNewGroups(const std::vector<int>& domain_idxs) {
   bool all_added = true;
   CONTROL::DomainGroup control;
   for (const int domain_idx : domain_idxs) {
-    if (!control.Create(domain_idx, new_groups_)) {
+    std::vector<RECORD::Group> groups;
+    if (!_GroupsToAdd(domain_idx, groups) || !control.Create(domain_idx, groups)) {
       LOG_ERROR("Failed to Create domain group for domain_id: [%d]", domain_idx);
-      all_added = false;
+      all_added = _Fail(domain_idx, "its new groups could not be added");
+      continue;
     }
+    domains_with_groups_.insert(domain_idx);
+    summary_.added_groups[domain_idx] = groups.size();
   }
   return all_added;
 }
@@ -96,27 +176,43 @@ bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
   std::vector<RECORD::User> mirrored;
   if (!CONTROL::User().List(DB::UserDBFilter("*"), mirrored)) {
     LOG_ERROR("Failed to List users");
-    return false;
+    return _Fail(0, "the users of the mirror could not be read");
   }
   std::map<int, Uids> present_by_domain;
   if (!DB::DomainUser().List(domain_idxs, present_by_domain)) {
     LOG_ERROR("Failed to List, domain_id: [%d]", domain_idxs.front());
-    return false;
+    return _Fail(0, "the users of the domains could not be read");
   }
   const AttributeScope one_search(AliasPatternsOf(domain_idxs));
   // Domains that add accounts automatically mostly have the same groups.
   std::vector<unsigned int> gids;
   Uids covered;
+  bool all_added = true;
   for (const int domain_idx : domain_idxs) {
     if (gids_by_domain[domain_idx] != gids) {
       gids = gids_by_domain[domain_idx];
       covered = INTERNAL::GetUidsBelongedToGroups(gids, uids_by_gid);
     }
-    if (!_AutoAddNewUsersTo(domain_idx, mirrored, covered, present_by_domain[domain_idx])) {
-      return false;
+    if (_AutoAddNewUsersTo(domain_idx, mirrored, covered, present_by_domain[domain_idx])) {
+      domains_with_users_.insert(domain_idx);
+    } else {
+      all_added = false;
     }
   }
-  return true;
+  return all_added;
+}
+
+// New in this run, or remembered for this domain. A domain without users may be the one that takes
+// the place of a deleted one.
+std::unordered_set<unsigned int> Updater::_UsersToAdd(int domain_idx, bool is_domain_empty) {
+  std::unordered_set<unsigned int> uids = new_uids_;
+  const std::set<unsigned int>& own = unfinished_uids_[domain_idx];
+  uids.insert(own.begin(), own.end());
+  if (is_domain_empty) {
+    const std::set<unsigned int>& inherited = unfinished_uids_[0];
+    uids.insert(inherited.begin(), inherited.end());
+  }
+  return uids;
 }
 
 bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
@@ -128,9 +224,10 @@ bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mi
     LOG_ERROR("Failed to GetAllRemovedUIDs, domain_id: [%d]", domain_idx);
     return false;
   }
+  const Uids uids_to_add = _UsersToAdd(domain_idx, present_uids.empty());
   for (const RECORD::User& user : mirrored) {
     const unsigned int uid = user.GetUID();
-    const bool is_wanted = new_uids_.count(uid) != 0 || covered_uids.count(uid) != 0;
+    const bool is_wanted = uids_to_add.count(uid) != 0 || covered_uids.count(uid) != 0;
     if (is_wanted && present_uids.count(uid) == 0 && removed.count(uid) == 0) {
       candidates[TrimDomainName(user.GetUserName())].push_back(user);
     }
@@ -143,7 +240,7 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>
                                  const std::unordered_set<unsigned int>& present_uids) {
   UsersByShortName candidates;
   if (!_GetCandidates(domain_idx, mirrored, covered_uids, present_uids, candidates)) {
-    return false;
+    return _Fail(domain_idx, "its removed users could not be read");
   }
   std::vector<std::pair<std::string, std::string>> entries;
   for (const auto& [short_name, users] : candidates) {
@@ -153,26 +250,36 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>
   std::vector<RECORD::DomainUser> records;
   if (!control.PreviewDomainUsers(domain_idx, entries, records)) {
     LOG_ERROR("Failed to Preview domain users, domain_id: [%d]", domain_idx);
-    return false;
+    return _Fail(domain_idx, "its alias pattern gives its new users no aliases");
   }
   std::vector<RECORD::User> users_with_role;
   std::vector<RECORD::DomainUserAlias> aliases;
+  std::vector<std::string> without_address;
+  size_t count = 0;
   for (const RECORD::DomainUser& record : records) {
     for (const RECORD::User& user : candidates[TrimDomainName(record.GetUserName())]) {
       // Members of a group of the domain get the group's role.
       if (covered_uids.count(user.GetUID()) == 0) {
         users_with_role.push_back(user);
       }
-      AppendAliases(record, user.GetUID(), aliases);
+      if (AppendAliases(record, user.GetUID(), aliases)) {
+        ++count;
+      } else {
+        without_address.push_back(user.GetUserName());
+      }
     }
   }
   if (!control.CreateFromBackend(domain_idx, users_with_role)) {
     LOG_ERROR("Failed to Create domain users, domain_id: [%d]", domain_idx);
-    return false;
+    return _Fail(domain_idx, "its new users could not be added");
   }
   if (!control.CreateUsersAliases(aliases)) {
     LOG_ERROR("Failed to CreateUsersAliases");
-    return false;
+    return _Fail(domain_idx, "the addresses of its new users could not be written");
+  }
+  summary_.added_users[domain_idx] = count;
+  if (!without_address.empty()) {
+    summary_.without_address[domain_idx] = std::move(without_address);
   }
   return true;
 }

@@ -4,11 +4,13 @@
 #define LIB_DOMAIN_SYNC_MIRROR_DIFFERENCE_H
 
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
+#include "lib-domain/utils/updater.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
@@ -70,6 +72,63 @@ MirrorDifference<Record> CompareWithMirror(const std::vector<Record>& accounts,
     }
   }
   return difference;
+}
+
+// The known users whose name differs from the mirrored one, in mirror order. Of accounts that share
+// a uid the last one counts, as it would if all of them were written in order.
+inline std::vector<RenamedUser> FindRenamed(const std::vector<RECORD::User>& known,
+                                            const std::vector<RECORD::User>& mirrored) {
+  std::unordered_map<unsigned int, const RECORD::User*> account_by_uid;
+  for (const RECORD::User& user : known) {
+    if (user.IsValid()) {
+      account_by_uid[user.GetUID()] = &user;
+    }
+  }
+  std::vector<RenamedUser> renamed;
+  for (const RECORD::User& row : mirrored) {
+    const auto account = account_by_uid.find(row.GetUID());
+    if (account != account_by_uid.end() && account->second->GetUserName() != row.GetUserName()) {
+      renamed.push_back({row.GetUID(), row.GetUserName(), account->second->GetUserName(), {}});
+    }
+  }
+  return renamed;
+}
+
+// Gives the renamed users what `records` say that they have.
+inline void SetWhatTheyKeep(const std::vector<RECORD::DomainUser>& records,
+                            std::vector<RenamedUser>& renamed) {
+  std::unordered_map<unsigned int, RenamedUser*> renamed_by_uid;
+  for (RenamedUser& user : renamed) {
+    renamed_by_uid[user.uid] = &user;
+  }
+  for (const RECORD::DomainUser& record : records) {
+    const auto user = renamed_by_uid.find(record.GetUID());
+    if (user != renamed_by_uid.end()) {
+      user->second->keeps.push_back(record);
+    }
+  }
+}
+
+// Whether `deleted` of `mirrored` accounts are more than the limit allows.
+inline bool IsAboveLimit(const DeletionLimit& limit, size_t deleted, size_t mirrored) {
+  constexpr size_t kAlways = 5;  // a tenth of a small company would be nobody
+  const bool is_above_number = limit.number != 0 && deleted > limit.number;
+  const bool is_above_share =
+      limit.percent != 0 && deleted > kAlways && deleted * 100 > mirrored * limit.percent;
+  return is_above_number || is_above_share;
+}
+
+// The names of those mirrored accounts that have one of the ids, which are in mirror order.
+template <typename Record>
+std::vector<std::string> NamesOfIds(const std::vector<Record>& mirrored,
+                                    const std::vector<unsigned int>& ids) {
+  std::vector<std::string> names;
+  for (const Record& record : mirrored) {
+    if (names.size() < ids.size() && IdOf(record) == ids[names.size()]) {
+      names.push_back(NameOf(record));
+    }
+  }
+  return names;
 }
 
 }  // namespace MDOMAIN::UTILS::INTERNAL

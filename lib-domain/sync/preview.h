@@ -12,6 +12,8 @@ namespace MDOMAIN::UTILS {
 // cannot write: a database that is missing stays missing (everything is new then), and one of an
 // older version keeps its schema. False, with one log line, where a refresh would fail too.
 MDOMAIN_EXPORT bool PreviewRefresh(RefreshSummary& summary);
+// The same of a refresh with a limit.
+MDOMAIN_EXPORT bool PreviewRefresh(const DeletionLimit& limit, RefreshSummary& summary);
 
 }  // namespace MDOMAIN::UTILS
 

@@ -1,5 +1,4 @@
 // The mirror brought in line with the account system: create, then update, then delete.
-#include <unordered_map>
 #include <vector>
 
 #include "lib-domain/accounts/account_source.h"
@@ -7,29 +6,21 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/db/domain_user.h"
 #include "lib-domain/sync/mirror_difference.h"
+#include "lib-domain/utils/domain_backend_related.h"
 #include "lib-domain/utils/updater.h"
 
 namespace MDOMAIN::UTILS {
 
 namespace {
 
-// The known users whose name differs from the stored one; the others need no write. Of accounts
-// that share a uid the last one counts, as it would if all of them were written in order.
+// The known users whose name differs from the stored one; the others need no write.
 std::vector<RECORD::User> Changed(const std::vector<RECORD::User>& known,
                                   const std::vector<RECORD::User>& mirrored) {
-  std::unordered_map<unsigned int, const RECORD::User*> account_by_uid;
-  for (const RECORD::User& user : known) {
-    if (user.IsValid()) {
-      account_by_uid[user.GetUID()] = &user;
-    }
-  }
   std::vector<RECORD::User> renamed;
-  for (const RECORD::User& row : mirrored) {
-    const auto account = account_by_uid.find(row.GetUID());
-    if (account != account_by_uid.end() && account->second->GetUserName() != row.GetUserName()) {
-      renamed.push_back(*account->second);
-    }
+  for (const RenamedUser& user : INTERNAL::FindRenamed(known, mirrored)) {
+    renamed.emplace_back(user.uid, user.name);
   }
   return renamed;
 }
@@ -55,7 +46,32 @@ struct Findings {
   size_t& count;
   std::vector<std::string>& new_names;
   std::vector<unsigned int>& deleted_ids;
+  std::vector<std::string>& spared_names;
+  bool& is_written;
+  std::vector<RefreshFailure>& failures;
+
+  bool Fail(const std::string& reason) const {
+    failures.push_back({0, reason});
+    return false;
+  }
 };
+
+// Users alone: what groups are called is of no consequence.
+void FindRenamed(const std::vector<RECORD::User>& known, const std::vector<RECORD::User>& mirrored,
+                 std::vector<RenamedUser>& renamed) {
+  renamed = INTERNAL::FindRenamed(known, mirrored);
+  std::vector<unsigned int> uids;
+  for (const RenamedUser& user : renamed) {
+    uids.push_back(user.uid);
+  }
+  std::vector<RECORD::DomainUser> records;
+  if (!uids.empty() && DB::DomainUser().ListDomainsOfUsers(uids, records)) {
+    INTERNAL::SetWhatTheyKeep(records, renamed);
+  }
+}
+void FindRenamed(const std::vector<RECORD::Group>& /*known*/,
+                 const std::vector<RECORD::Group>& /*mirrored*/,
+                 std::vector<RenamedUser>& /*renamed*/) {}
 
 template <typename Control, typename Record>
 bool WriteMirror(const Words& words, Control& control,
@@ -76,28 +92,43 @@ bool WriteMirror(const Words& words, Control& control,
   return true;
 }
 
+// Empties the list of what is to be deleted where the answer or the limit forbids it.
+template <typename Record>
+void SpareSome(const Words& words, const DeletionLimit& limit, const std::vector<Record>& mirrored,
+               const Findings& found, std::vector<unsigned int>& deleted_ids) {
+  if (!found.is_complete) {
+    LOG_ERROR("Failed to successfully obtain all zelm %ss, ignore the process of deleting %ss",
+              words.noun, words.noun);
+    deleted_ids.clear();
+  } else if (INTERNAL::IsAboveLimit(limit, deleted_ids.size(), mirrored.size())) {
+    LOG_ERROR("[%zu] of [%zu] %ss are gone, above the limit, ignore the process of deleting %ss",
+              deleted_ids.size(), mirrored.size(), words.noun, words.noun);
+    found.spared_names = INTERNAL::NamesOfIds(mirrored, deleted_ids);
+    deleted_ids.clear();
+  }
+}
+
 // `created` gets the accounts that were not mirrored before, also when writing them fails.
 template <typename Control, typename Filter, typename Record>
 bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&, bool&),
-                   const Findings& found, std::vector<Record>& created) {
+                   const DeletionLimit& limit, const Findings& found, std::vector<Record>& created,
+                   std::vector<RenamedUser>& renamed) {
   std::vector<Record> accounts;
   if (!get_accounts(accounts, found.is_complete)) {
     LOG_ERROR("Failed to GetAllZelm%s", words.title);
-    return false;
+    return found.Fail(std::string("the ") + words.noun +
+                      "s of the account system could not be read");
   }
   Control control;
   std::vector<Record> mirrored;
   if (!control.List(Filter("*"), mirrored)) {
     LOG_ERROR("Failed to list %ss", words.noun);
-    return false;
+    return found.Fail(std::string("the ") + words.noun + "s of the mirror could not be read");
   }
   auto difference = INTERNAL::CompareWithMirror(accounts, INTERNAL::IdsOf(mirrored));
-  if (!found.is_complete) {
-    LOG_ERROR("Failed to successfully obtain all zelm %ss, ignore the process of deleting %ss",
-              words.noun, words.noun);
-    difference.deleted_ids.clear();
-  }
+  SpareSome(words, limit, mirrored, found, difference.deleted_ids);
   created = difference.created;
+  FindRenamed(difference.updated, mirrored, renamed);
   found.count = accounts.size();
   found.new_names = INTERNAL::NamesOf(created);
   found.deleted_ids = difference.deleted_ids;
@@ -107,7 +138,9 @@ bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&
       accounts.size(), words.noun, mirrored.size(), words.noun, created.size(), words.noun,
       BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(), words.noun,
       difference.deleted_ids.size(), words.id, BASE::Join(difference.deleted_ids, ", ").c_str());
-  return WriteMirror(words, control, difference, mirrored);
+  found.is_written = WriteMirror(words, control, difference, mirrored);
+  return found.is_written ||
+         found.Fail(std::string("the ") + words.noun + "s of the mirror could not be written");
 }
 
 }  // namespace
@@ -115,20 +148,26 @@ bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&
 bool Updater::_RefreshUsers() {
   std::vector<RECORD::User> created;
   const bool is_refreshed = RefreshMirror<CONTROL::User, DB::UserDBFilter>(
-      kUserWords, &TryToGetAllZelmUsers,
-      {summary_.users_complete, summary_.users, summary_.new_users, summary_.deleted_uids},
-      created);
+      kUserWords, &TryToGetAllZelmUsers, deletion_limit_,
+      {summary_.users_complete, summary_.users, summary_.new_users, summary_.deleted_uids,
+       summary_.spared_users, summary_.users_written, summary_.failures},
+      created, summary_.renamed_users);
   for (const RECORD::User& user : created) {
     new_uids_.insert(user.GetUID());
+  }
+  if (is_refreshed && !NotifySMTPChangedUIDs(summary_.deleted_uids)) {
+    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   return is_refreshed;
 }
 
 bool Updater::_RefreshGroups() {
+  std::vector<RenamedUser> none;
   return RefreshMirror<CONTROL::Group, DB::GroupDBFilter>(
-      kGroupWords, &TryToGetAllZelmGroups,
-      {summary_.groups_complete, summary_.groups, summary_.new_groups, summary_.deleted_gids},
-      new_groups_);
+      kGroupWords, &TryToGetAllZelmGroups, deletion_limit_,
+      {summary_.groups_complete, summary_.groups, summary_.new_groups, summary_.deleted_gids,
+       summary_.spared_groups, summary_.groups_written, summary_.failures},
+      new_groups_, none);
 }
 
 }  // namespace MDOMAIN::UTILS

@@ -143,9 +143,6 @@ bool DefaultAliasGetter::_FetchAttrsFromDomain(UserAttrsMap& attrs) {
 bool DefaultAliasGetter::_ComposeUserAliasMap(const UserAttrsMap& attrs,
                                               std::map<std::string, std::string>& aliases) {
   const INTERNAL::AliasComposer composer(pattern_, pattern_attrs_);
-  if (!composer.IsUsable()) {
-    return false;
-  }
   return std::all_of(attrs.begin(), attrs.end(), [&](const auto& user) {
     return composer.Compose(user.first, user.second, aliases[user.first]);
   });

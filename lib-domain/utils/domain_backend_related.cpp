@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "platform/include/db_handler.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 
@@ -38,10 +40,33 @@ bool MakeFolder(const std::string& folder) {
   return made == FolderResult::kDone;
 }
 
+bool Send(const std::vector<unsigned int>& uids) {
+  return _TouchSMTPChangedUIDsFlags(uids) && _SetSMTPChangedUIDsToRedis(uids);
+}
+
 }  // namespace
 
 bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids) {
-  return _TouchSMTPChangedUIDsFlags(uids) && _SetSMTPChangedUIDsToRedis(uids);
+  if (uids.empty()) {
+    return true;  // it would only overwrite the last notice
+  }
+  if (!BatchScope::IsAnyOpen()) {
+    return Send(uids);
+  }
+  // Lives as long as the notice waits: a scope that fails drops it.
+  static std::weak_ptr<std::vector<unsigned int>> waiting;
+  std::shared_ptr<std::vector<unsigned int>> notice = waiting.lock();
+  if (notice == nullptr) {
+    notice = std::make_shared<std::vector<unsigned int>>();
+    waiting = notice;
+    BatchScope::AfterCommit([notice] {
+      if (!Send(*notice)) {
+        LOG_ERROR("Failed to NotifySMTPChangedUIDs");
+      }
+    });
+  }
+  notice->insert(notice->end(), uids.begin(), uids.end());
+  return true;
 }
 
 bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids) {

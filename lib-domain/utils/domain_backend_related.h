@@ -13,9 +13,12 @@
 namespace MDOMAIN::UTILS {
 
 // Leaves both marks for `uids`, in any order, repeats allowed. The key is written only when every
-// flag file could be made. An empty list makes no file and empties the key. False on failure, which
-// is logged; marks made before it stay. Call it before users are taken out of a domain, while they
-// can still be found there.
+// flag file could be made. False on failure, which is logged; marks made before it stay. An empty
+// list is no notice: true, and the key keeps the last one.
+//
+// While a BatchScope lives the notice waits for its commit, so that whoever reads it finds the new
+// addresses: true then. All notices of the scope become one, whose failure is logged and no more;
+// when the scope fails there is none.
 MDOMAIN_EXPORT bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids);
 
 // Makes (or touches) the flag files, and their folder with mode 0755 and the mail service's owner

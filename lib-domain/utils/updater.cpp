@@ -5,6 +5,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
 #include "platform/include/account.h"
 
@@ -14,14 +15,26 @@ bool Updater::Refresh() {
   summary_ = RefreshSummary();
   new_uids_.clear();
   new_groups_.clear();
+  domains_with_users_.clear();
+  domains_with_groups_.clear();
   const korvmailserver::AccountSnapshot snapshot;
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  const bool is_unfinished_known = _ListUnfinished();
   const bool refreshed = _RefreshSteps();
+  const bool remembered = _RememberUnfinished(is_unfinished_known);
+  std::vector<RECORD::Domain> domains;
+  DB::Domain().ListNames(domains);
+  for (const RECORD::Domain& domain : domains) {
+    summary_.domain_names[domain.GetDomainIdx()] = domain.GetDomainName();
+  }
   if (scope.Commit() != 0) {
     LOG_ERROR("Failed to commit what was refreshed");
-    return false;
+    summary_.users_written = summary_.groups_written = false;
+    summary_.added_users.clear();
+    summary_.added_groups.clear();
+    return _Fail(0, "the database could not be written");
   }
-  return refreshed;
+  return refreshed && is_unfinished_known && remembered;
 }
 
 bool Updater::_RefreshSteps() {
@@ -44,30 +57,37 @@ bool Updater::_UpdateDomainUsersGroups() {
   CONTROL::DomainUser users;
   if (!users.UpdateAllDuplicateAlias()) {
     LOG_ERROR("Failed to UpdateAllDuplicateAlias");
-    return false;
+    return _Fail(0, "the flags of colliding aliases could not be set");
   }
   if (!users.CreateUsersRolesForNonGroupUsers()) {
     LOG_ERROR("Failed to CreateUsersRolesForNonGroupUsers");
-    return false;
+    return _Fail(0, "users without a role could not be given one");
   }
   std::vector<int> domain_idxs;
   if (!CONTROL::Domain().GetAutoAddingUserDomainIds(domain_idxs)) {
     LOG_ERROR("Failed to GetAutoAddingUserDomainIds");
-    return false;
+    return _Fail(0, "the domains that add accounts automatically could not be read");
   }
+  // One domain's groups or pattern must not keep the other domains from being filled.
+  bool all_done = true;
   if (!_AutoAddNewGroups(domain_idxs)) {
     LOG_ERROR("Failed to _AutoAddNewGroups");
-    return false;
+    all_done = false;
   }
   if (!_AutoAddNewUsers(domain_idxs)) {
     LOG_ERROR("Failed to _AutoAddNewUsers");
-    return false;
+    all_done = false;
   }
   if (!RemoveUnnecessaryAutoAddedUserRole()) {
     LOG_ERROR("Failed to RemoveUnnecessaryAutoAddedUserRole");
-    return false;
+    return _Fail(0, "roles that groups give as well could not be removed");
   }
-  return true;
+  return all_done;
+}
+
+bool Updater::_Fail(int domain_idx, const std::string& reason) {
+  summary_.failures.push_back({domain_idx, reason});
+  return false;
 }
 
 }  // namespace MDOMAIN::UTILS

@@ -7,10 +7,12 @@
 #define LIB_DOMAIN_UTILS_UPDATER_H
 
 #include <map>
+#include <set>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
+#include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
 #include "platform/include/export.h"
@@ -20,6 +22,27 @@ class Domain;
 }
 
 namespace MDOMAIN::UTILS {
+
+// How many of the mirrored accounts one refresh may delete; users and groups count apart.
+struct DeletionLimit {
+  size_t number = 0;   // accounts; 0: any number
+  size_t percent = 0;  // of the mirrored accounts, but always five of them; 0: any share
+};
+
+// A user of a known uid whom the account system calls otherwise now. It is the same account, or
+// another person who got the uid: both look alike.
+struct RenamedUser {
+  unsigned int uid = 0;
+  std::string old_name;
+  std::string name;
+  std::vector<RECORD::DomainUser> keeps;  // role (empty: none) and aliases, by domain
+};
+
+// One reason why a refresh failed.
+struct RefreshFailure {
+  int domain_idx;      // 0: it has nothing to do with one domain
+  std::string reason;  // "the users of the account system could not be read"
+};
 
 // What one Refresh found and did, for the programs that report it. A refresh that failed leaves
 // what it had found by then.
@@ -32,6 +55,18 @@ struct RefreshSummary {
   std::vector<std::string> new_groups;
   std::vector<unsigned int> deleted_uids;  // in mirror order; none where the answer was cut short
   std::vector<unsigned int> deleted_gids;
+  std::vector<RenamedUser> renamed_users;
+  std::vector<std::string> spared_users;  // gone, and not deleted because they are above the limit
+  std::vector<std::string> spared_groups;
+
+  bool users_written = false;         // the mirror has what was found
+  bool groups_written = false;        // the same of groups
+  std::map<int, size_t> added_users;  // by domain index: who got an address
+  std::map<int, size_t> added_groups;
+  // Account names by domain index: neither the pattern nor the account name gave a local part.
+  std::map<int, std::vector<std::string>> without_address;
+  std::vector<RefreshFailure> failures;
+  std::map<int, std::string> domain_names;  // by index, for what is said above
 };
 
 // Use one object for one run: it keeps the accounts that Refresh found to be new for the steps that
@@ -45,9 +80,14 @@ class MDOMAIN_EXPORT Updater {
   // Trigger does that.
   //
   // The account system is asked once, at one point in time, and the database is written in one
-  // transaction, which is also committed when a step fails. Accounts that a failing run mirrored
-  // are no longer new to the next one, which then adds only members of a domain's groups.
+  // transaction, which is also committed when a step fails. Accounts that could not be added to a
+  // domain are remembered with it, and the next run adds them. A domain that fails, because of its
+  // alias pattern say, does not keep the others from being filled; the result is false then.
   bool Refresh();
+
+  // Above the limit nobody is deleted, as after an answer that was cut short; the refresh is true
+  // nevertheless, and its summary names who was spared. None until it is set.
+  void SetDeletionLimit(const DeletionLimit& limit) { deletion_limit_ = limit; }
 
   // Publishes where the domain database lies and all domain data: "virtual_multiple_domain",
   // "smtp_main_domain" and one "additional_domain-N" per domain; keys of domains that are gone are
@@ -63,9 +103,10 @@ class MDOMAIN_EXPORT Updater {
   // 3003 when the name cannot be a domain's. A failure after the domain was created leaves it.
   bool InitDBIfNotExists();
 
-  // Gives an address in each domain to the mirrored users who are new in this run or members of a
-  // group of the domain, unless they are users of the domain already or were removed from it. Those
-  // who are members of no group get the role "normal", marked as added automatically.
+  // Gives an address in each domain to the mirrored users who are new in this run, remembered by an
+  // earlier one, or members of a group of the domain, unless they are users of the domain already
+  // or were removed from it. Those who are members of no group get the role "normal", marked as
+  // added automatically.
   bool AutoAddNewUsers(const std::vector<int>& domain_idxs);
 
   // Deletes auto-added roles of users who belong to a group of that domain: their role comes from
@@ -84,6 +125,8 @@ class MDOMAIN_EXPORT Updater {
   bool _RefreshUsers();
   bool _RefreshGroups();
   bool _UpdateDomainUsersGroups();
+  bool _ListUnfinished();
+  bool _RememberUnfinished(bool is_unfinished_known);
   bool _AutoAddNewUsers(const std::vector<int>& domain_idxs);
   bool _AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>& mirrored,
                           const std::unordered_set<unsigned int>& covered_uids,
@@ -92,7 +135,10 @@ class MDOMAIN_EXPORT Updater {
                       const std::unordered_set<unsigned int>& covered_uids,
                       const std::unordered_set<unsigned int>& present_uids,
                       UsersByShortName& candidates);
+  std::unordered_set<unsigned int> _UsersToAdd(int domain_idx, bool is_domain_empty);
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
+  bool _GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups);
+  bool _Fail(int domain_idx, const std::string& reason);
   bool _ToRedis();
   bool _SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,
                         const std::vector<std::string>& entries, const std::string& primary_name);
@@ -101,8 +147,14 @@ class MDOMAIN_EXPORT Updater {
   bool _DomainAdditionalDomainsToRedis(int domain_idx);
   bool _RemoveUnusedRedisKey(const std::vector<std::string>& keep_keys);
 
+  DeletionLimit deletion_limit_;
   std::unordered_set<unsigned int> new_uids_;
   std::vector<RECORD::Group> new_groups_;
+  // By domain, what earlier runs could not finish; the domains where this one did.
+  std::map<int, std::set<unsigned int>> unfinished_uids_;
+  std::map<int, std::set<unsigned int>> unfinished_gids_;
+  std::unordered_set<int> domains_with_users_;
+  std::unordered_set<int> domains_with_groups_;
   RefreshSummary summary_;
 };
 

@@ -2,6 +2,7 @@
 #ifndef PLATFORM_DB_HANDLER_H
 #define PLATFORM_DB_HANDLER_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -108,6 +109,13 @@ class MDOMAIN_EXPORT BatchScope {
   // Ends the scope now. 0 on success (also for an inner scope, and when called again); otherwise
   // SQLite's result code, the transaction rolled back; nothing is logged.
   int Commit();
+
+  // Whether a scope lives, of whatever handler.
+  static bool IsAnyOpen();
+  // Runs `action` as soon as the outermost scope that lives now has committed, after those that
+  // were given before it; never when that scope fails. Without a scope: at once. For what tells
+  // others about rows, who must find them.
+  static void AfterCommit(std::function<void()> action);
 
  private:
   DBHandler* handler_;

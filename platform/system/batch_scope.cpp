@@ -8,6 +8,28 @@
 
 using korvmailserver::kLogError;
 
+namespace {
+
+// The handler of the outermost scope, and what waits for its commit.
+DBHandler* outermost = nullptr;
+std::vector<std::function<void()>>& Waiting() {
+  static std::vector<std::function<void()>> waiting;
+  return waiting;
+}
+
+void EndWaiting(bool is_committed) {
+  outermost = nullptr;
+  const auto actions = std::exchange(Waiting(), {});  // an action may open a scope of its own
+  if (!is_committed) {
+    return;
+  }
+  for (const std::function<void()>& action : actions) {
+    action();
+  }
+}
+
+}  // namespace
+
 int DBHandler::_EndTransaction() {
   if (scope_lost_ != SQLITE_OK) {
     return err_ = std::exchange(scope_lost_, SQLITE_OK);
@@ -25,6 +47,7 @@ int DBHandler::_EndTransaction() {
 BatchScope::BatchScope(DBHandler* handler) : handler_(handler) {
   if (handler_ != nullptr) {
     ++handler_->scope_depth_;
+    outermost = outermost == nullptr ? handler_ : outermost;
   }
 }
 
@@ -41,5 +64,21 @@ int BatchScope::Commit() {
   if (handler == nullptr || --handler->scope_depth_ > 0) {
     return SQLITE_OK;
   }
-  return handler->_EndTransaction();
+  const int result = handler->_EndTransaction();
+  if (handler == outermost) {
+    EndWaiting(result == SQLITE_OK);
+  }
+  return result;
+}
+
+bool BatchScope::IsAnyOpen() {
+  return outermost != nullptr;
+}
+
+void BatchScope::AfterCommit(std::function<void()> action) {
+  if (IsAnyOpen()) {
+    Waiting().push_back(std::move(action));
+  } else {
+    action();
+  }
 }

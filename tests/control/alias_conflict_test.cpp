@@ -114,7 +114,7 @@ TEST(AliasConflict, OneOfEqualAliasesStaysClean) {
     Users users;
     std::string want;
   } cases[] = {
-      {"the first listed of two new ones",
+      {"the smaller uid of two new ones",
        {user(1, 1, "normal", {{"a", false}}), user(1, 2, "normal", {{"A", false}})},
        "1:1:a 1:2:A!"},
       {"who has it, though listed last",
@@ -123,9 +123,9 @@ TEST(AliasConflict, OneOfEqualAliasesStaysClean) {
       {"an administrator before who has it",
        {user(1, 1, "normal", {{"a", false}}), user(1, 2, "domain_admin", {{"a", true}})},
        "1:1:a! 1:2:a"},
-      {"somebody with a role before somebody without",
-       {user(1, 1, "", {{"a", false}}), user(1, 2, "normal", {{"a", true}})},
-       "1:1:a! 1:2:a"},
+      {"who has it, though without a role for the moment",
+       {user(1, 2, "", {{"a", false}}), user(1, 1, "normal", {{"a", true}})},
+       "1:2:a 1:1:a!"},
       {"the last one left", {user(1, 2, "normal", {{"a", true}, {"b", true}})}, "1:2:a 1:2:b"},
       {"one user's own repeat",
        {user(1, 2, "normal", {{"a", false}, {"A", false}})},

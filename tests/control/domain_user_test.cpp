@@ -1,5 +1,9 @@
 // Adding, previewing and changing the users of domains, and the pass over the flags.
+#include <sqlite3.h>
+
 #include <random>
+
+#include "lib-domain/utils/domain_backend_related.h"
 
 #include "tests/control/domain_user_fixture.h"
 
@@ -208,19 +212,75 @@ TEST_F(DomainUserControl, SettingStopsAtTheStepThatFails) {
       [] { return Text(Roles()) + ", " + Text(Stored()); });
 }
 
-// Whoever reads the notice of a change finds the new addresses; the notice of a removal comes while
-// the user can still be found.
-TEST_F(DomainUserControl, NoticesComeAfterChangesAndBeforeRemovals) {
-  Add({"alice"}, {{1, kAlice, "old", false}, {2, kAlice, "old", false}});
+// One notice of everybody whose addresses change, when they can be found; none without a commit.
+TEST_F(DomainUserControl, NoticesComeAfterTheCommit) {
+  Add({"alice", "Bob"}, {{1, kAlice, "old", false}, {2, kAlice, "old", false}});
+  Add({}, {{1, kBob, "old", false}});
+  SqliteFile other(DbPath());
   StringList seen;
-  WhenCalled("KLIBCFileTouch", [&] { seen = Stored(); });
+  WhenCalled("KLIBCFileTouch", [&] {
+    seen = other.Rows("SELECT account_alias FROM domain_user_alias_table ORDER BY rowid");
+  });
   Users users = {User(kAlice, {{"new", false}}), {2, kAlice, "name", {{"x", false}}, "normal"}};
   Users conflicts;
   EXPECT_TRUE(DomainUser().Set(users, conflicts));
-  EXPECT_EQ(seen, (StringList{"1 alice new", "2 alice x"}));
-  EXPECT_TRUE(DomainUser().Delete(1, {kAlice}));
-  EXPECT_EQ(seen, (StringList{"1 alice new", "2 alice x"}));
-  EXPECT_EQ(Stored(), StringList{"2 alice x"});
+  EXPECT_EQ(seen, (StringList{"new", "x", "old"}));
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001, 1002");  // Bob inherits
+
+  DBHandler* const handler = MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler();
+  const auto notify = [&](bool is_lost) {
+    BatchScope scope(handler);
+    EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({kCarol}));
+    EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({kDave}));
+    EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({}));
+    Aliases aliases = {{1, kCarol, "c", false}};
+    EXPECT_TRUE(DomainUser().CreateUsersAliases(aliases));
+    if (is_lost) {
+      sqlite3_exec(handler->getDB(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+    return Configured("smtp_changed_uids");
+  };
+  EXPECT_EQ(notify(true), "1001, 1002");
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001, 1002");
+  TakeLog();
+  EXPECT_EQ(notify(false), "1001, 1002");
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1003, 1004");
+  EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({}));
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1003, 1004");
+}
+
+// Bob has the address and left the group that gave him a role.
+TEST_F(DomainUserControl, HolderWithoutRoleKeepsTheAddress) {
+  Run("INSERT INTO domain_user_alias_table VALUES(1,1002,'info',0)");
+  Add({"alice"}, {{1, kAlice, "info", false}});
+  EXPECT_EQ(Stored(), (StringList{"1 alice info!", "1 Bob info"}));
+  EXPECT_TRUE(DomainUser().UpdateDuplicateAlias({1}));
+  EXPECT_EQ(Stored(), (StringList{"1 alice info!", "1 Bob info"}));
+}
+
+TEST_F(DomainUserControl, PassGivesTheSameFlagsForOneDomainAndForSeveral) {
+  std::mt19937 random(11);
+  const auto number = [&random](int below) { return std::to_string(random() % below); };
+  for (int round = 0; round < 40; ++round) {
+    std::string rows = "DELETE FROM domain_user_alias_table;DELETE FROM domain_user_role_table;";
+    for (int i = 0; i < 12; ++i) {
+      const std::string user = std::to_string(1 + i % 2) + ",100" + std::to_string(1 + i / 2 % 4);
+      rows += "INSERT INTO domain_user_alias_table VALUES(" + user + ",'a" + number(3) + "'," +
+              number(2) + ");";
+      rows += random() % 2 == 0
+                  ? ""
+                  : "INSERT OR IGNORE INTO domain_user_role_table VALUES(" + user + ",'normal',0);";
+    }
+    Run(rows);
+    Run("CREATE TABLE before AS SELECT * FROM domain_user_alias_table");
+    ASSERT_TRUE(DomainUser().UpdateDuplicateAlias({1, 2}));
+    const StringList together = Stored();
+    Run("DELETE FROM domain_user_alias_table;"
+        "INSERT INTO domain_user_alias_table SELECT * FROM before ORDER BY rowid;"
+        "DROP TABLE before");
+    ASSERT_TRUE(DomainUser().UpdateDuplicateAlias({1}) && DomainUser().UpdateDuplicateAlias({2}));
+    ASSERT_EQ(Stored(), together) << round;
+  }
 }
 
 TEST_F(DomainUserControl, PassWritesWhatChangesAndSaysWhatFailed) {

@@ -44,3 +44,38 @@ same "lines without -v" "$err" ""
 good -v refresh
 matches "notices with -v" "$err" 'notice: .* 5 zelm_users|notice: .*\[5\] zelm_users'
 same "what -v prints besides" "$(head -n 1 <<<"$out")" "complete      yes"
+
+# A known uid under another name, and a name that is no local part, are shown with what they have.
+good user set 1 ben --add-alias boss --role domain_admin
+sed -i 's/^ben:/benno:/' "$MDOMAIN_ROOT/etc/passwd"
+long=$(printf 'n%.0s' {1..70})
+sed -i "\$a $long:x:1101:2001::/:/bin/sh" "$MDOMAIN_ROOT/etc/passwd"
+good refresh --dry-run
+matches "who would be renamed" "$out" 'renamed +1: benno was ben: aliases ben, boss; domain_admin of example.com'
+gives '[.renamed_users[0].was, .without_address[0].users[0]]' "[\"ben\",\"$long\"]" refresh
+gives '[.[0].aliases, .[0].refused_alias]' "[[],\"$long\"]" user preview 1 "$long"
+good group add 1 sales
+gives '[.[] | select(.name | startswith("n")) | .status]' '["no alias","normal"]' group status 1 sales
+
+# Above the limit nobody goes; the others are still taken in, and --force deletes.
+printf 'g%d:x:120%d:2001::/:/bin/sh\n' 1 1 2 2 3 3 4 4 5 5 6 6 7 7 >>"$MDOMAIN_ROOT/etc/passwd"
+good refresh
+sed -i '$a late:x:1150:2001::/:/bin/sh
+/^g[0-9]:/d' "$MDOMAIN_ROOT/etc/passwd"
+run --json refresh
+same "status above the limit" "$status" 5
+field '[.new_users, .deleted_users, .spared_users]' '[["late"],[],["g1","g2","g3","g4","g5","g6","g7"]]'
+matches "who was spared" "$err" 'not deleted: users 7: g1, g2, g3, g4, g5, g6, g7'
+run refresh --dry-run
+same "status of the look" "$status" 5
+gives '.deleted_users | length' 7 refresh --deletion-limit 7 --deletion-percent 0 --dry-run
+gives '.deleted_users | length' 7 refresh --force
+
+# After half a success the last line says what is written, where it failed and why.
+good domain create bad.example --pattern '<a>' --auto-add
+sqlite3 "$database" "UPDATE domain_table SET domain_default_alias_pattern = '<99999999999a>' WHERE domain_idx = 2"
+sed -i '$a last:x:1160:2001::/:/bin/sh' "$MDOMAIN_ROOT/etc/passwd"
+fails 1 'failed: domain bad.example: its alias pattern gives .*; written: users \(1 new, 0 renamed, 0 deleted\), .*1 user added to domain example.com' refresh
+good domain set 2 --pattern '<a>'
+good refresh
+gives '[.[].name]' '["last"]' user list 2

@@ -1,8 +1,12 @@
 // Refreshing from local files, the first domain, publishing.
 #include "lib-domain/utils/updater.h"
 
+#include <gmock/gmock.h>
 #include "lib-domain/api/domain_group.h"
+
 #include "lib-domain/api/domain_user.h"
+#include "lib-domain/control/domain_group.h"
+#include "lib-domain/sync/preview.h"
 #include "tests/support/sync_fixture.h"
 
 namespace {
@@ -166,11 +170,180 @@ TEST_F(UpdaterTest, UsersOfOneShortNameAreToldApart) {
             (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
 }
 
-TEST_F(UpdaterTest, UnusableAliasPatternFailsTheRefreshNotTheProcess) {
-  CreateDomain("example.com", true, "<99999999999a>");
-  EXPECT_FALSE(Updater().Refresh());
+// Who was mirrored by a run that could not add them is added by a later one, and the tables for
+// that go when it is done.
+TEST_F(UpdaterTest, WhoCouldNotBeAddedIsAddedLater) {
+  const int bad = CreateDomain("bad.example", true, "<99999999999a>");
+  const int good = CreateDomain("good.example", true);
+  const auto tables = [] {
+    return Rows("SELECT name FROM sqlite_master WHERE name LIKE 'joining%table'").size();
+  };
+  const StringList all = {"alice normal alice", "bob normal bob", "carol normal carol"};
+  Updater failing;
+  EXPECT_FALSE(failing.Refresh());
   EXPECT_TRUE(Logged("Failed to Preview domain users, domain_id: [1]"));
-  EXPECT_EQ(Users().size(), 3U);
+  TakeLog();
+  EXPECT_EQ(Members(good), all);
+  ASSERT_EQ(failing.GetSummary().failures.size(), 1U);
+  EXPECT_EQ(failing.GetSummary().failures[0].domain_idx, bad);
+  EXPECT_EQ(tables(), 2U);
+
+  // Taken out of the good domain in between: that domain was done with carol.
+  ASSERT_TRUE(MDOMAIN::API::DomainUser().Delete(good, {1003}));
+  Run("UPDATE domain_table SET domain_default_alias_pattern = '<a>'");
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Members(bad), all);
+  EXPECT_EQ(Members(good), (StringList{"alice normal alice", "bob normal bob"}));
+  EXPECT_EQ(tables(), 0U);
+
+  const struct {
+    const char* failing_batch;
+    const char* new_user;
+  } steps[] = {{"UPDATE group_table", "dave"},
+               {"UPDATE user_table", "erin"},
+               {"INTO  domain_user_alias_table", "frank"},
+               {"INTO  domain_user_role_table", "grace"}};
+  Accounts accounts = {{"alice", 1001}, {"bob", 1002}, {"carol", 1003}};
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.failing_batch);
+    accounts[0].first += "x";  // renamed, so that there is an update
+    accounts.emplace_back(step.new_user, 1010 + static_cast<int>(accounts.size()));
+    SetAccounts(accounts, {{"staff:2001", "bob"}});
+    FailOn(kBatch, step.failing_batch);
+    EXPECT_FALSE(Updater().Refresh());
+    ClearFaults();
+    TakeLog();
+    ASSERT_TRUE(Updater().Refresh());
+    const std::string member = std::string(step.new_user) + " normal " + step.new_user;
+    EXPECT_THAT(Members(bad), testing::Contains(member));
+    EXPECT_THAT(Members(good), testing::Contains(member));
+    EXPECT_EQ(tables(), 0U);
+  }
+}
+
+TEST_F(UpdaterTest, FirstDomainThatIsCreatedAgainGetsEverybody) {
+  MDOMAIN::RECORD::Domain domain(-1, "example.com", "", "<99999999999a>", true, false, false);
+  int domain_idx = -1;
+  EXPECT_FALSE(MDOMAIN::API::Domain().CreatePrimary(domain, domain_idx));
+  TakeLog();
+  ASSERT_TRUE(Rows("SELECT * FROM domain_table").empty());
+  EXPECT_TRUE(Updater().Refresh());  // nobody could take them
+  domain = MDOMAIN::RECORD::Domain(-1, "example.com", "", "<a>", true, false, false);
+  ASSERT_TRUE(MDOMAIN::API::Domain().CreatePrimary(domain, domain_idx));
+  EXPECT_EQ(Members(domain_idx),
+            (StringList{"alice normal alice", "bob normal bob", "carol normal carol"}));
+}
+
+// Adding a group to one domain mirrors its members, who are still to be added to the others.
+TEST_F(UpdaterTest, MembersMirroredWithAGroupAreStillNew) {
+  const int adding = CreateDomain("adding.example", true);
+  const int closed = CreateDomain("closed.example", false);
+  ASSERT_TRUE(Updater().Refresh());
+  SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}, {"dave", 1004}},
+              {{"staff:2001", "alice,dave"}});
+  ASSERT_TRUE(MDOMAIN::CONTROL::DomainGroup().Create(closed, StringList{"staff"}));
+  Run("DELETE FROM domain_group_role_table WHERE domain_idx = 1");
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_THAT(Members(adding), testing::Contains("dave normal dave"));
+}
+
+TEST_F(UpdaterTest, LimitSparesWhoIsGone) {
+  const struct {
+    const char* name;
+    int known;
+    int gone;
+    MDOMAIN::UTILS::DeletionLimit limit;
+    bool spared;
+  } cases[] = {
+      {"no limit", 20, 19, {}, false},         {"five of six", 6, 5, {500, 10}, false},
+      {"six of seven", 7, 6, {500, 10}, true}, {"a tenth", 60, 6, {500, 10}, false},
+      {"more", 60, 7, {500, 10}, true},        {"any share", 60, 7, {500, 0}, false},
+      {"the number", 60, 3, {3, 0}, false},    {"one more", 60, 4, {3, 0}, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Accounts users;
+    SyncTest::Groups groups;
+    for (int i = 0; i < c.known; ++i) {
+      users.emplace_back("u" + std::to_string(i), 1100 + i);
+      groups.emplace_back("g" + std::to_string(i) + ":" + std::to_string(2100 + i), "");
+    }
+    SetAccounts(users, groups);
+    ASSERT_TRUE(Updater().Refresh());
+    SetAccounts({users.begin() + c.gone, users.end()}, {groups.begin() + c.gone, groups.end()});
+    MDOMAIN::UTILS::RefreshSummary look;
+    EXPECT_TRUE(MDOMAIN::UTILS::PreviewRefresh(c.limit, look));
+    Updater updater;
+    updater.SetDeletionLimit(c.limit);
+    EXPECT_TRUE(updater.Refresh());
+    const auto& summary = updater.GetSummary();
+    const size_t spared = c.spared ? static_cast<size_t>(c.gone) : 0;
+    EXPECT_EQ(summary.spared_users.size(), spared);
+    EXPECT_EQ(summary.spared_groups.size(), spared);
+    EXPECT_EQ(look.spared_users, summary.spared_users);
+    EXPECT_EQ(look.deleted_gids, summary.deleted_gids);
+    EXPECT_EQ(Users().size(), static_cast<size_t>(c.spared ? c.known : c.known - c.gone));
+    if (c.spared) {
+      EXPECT_EQ(summary.spared_users.front(), "u0");
+      EXPECT_TRUE(Logged("are gone, above the limit, ignore the process of deleting groups"));
+      TakeLog();
+    }
+  }
+}
+
+TEST_F(UpdaterTest, RenamedUidIsNamedWithWhatItKeeps) {
+  const int domain_idx = CreateDomain("example.com", true);
+  ASSERT_TRUE(Updater().Refresh());
+  Run("INSERT INTO domain_user_alias_table VALUES(1,1003,'boss',0);"
+      "UPDATE domain_user_role_table SET role = 'domain_admin' WHERE uid = 1003");
+  SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carl", 1003}});
+  MDOMAIN::UTILS::RefreshSummary look;
+  EXPECT_TRUE(MDOMAIN::UTILS::PreviewRefresh(look));
+  Updater updater;
+  EXPECT_TRUE(updater.Refresh());
+  for (const auto* summary :
+       {static_cast<const MDOMAIN::UTILS::RefreshSummary*>(&look), &updater.GetSummary()}) {
+    ASSERT_EQ(summary->renamed_users.size(), 1U);
+    const auto& user = summary->renamed_users[0];
+    EXPECT_EQ(user.old_name + " " + user.name, "carol carl");
+    ASSERT_EQ(user.keeps.size(), 1U);
+    EXPECT_EQ(user.keeps[0].GetRole(), "domain_admin");
+    EXPECT_EQ(user.keeps[0].GetAliasDuplicatedPairs().size(), 2U);
+    EXPECT_EQ(summary->domain_names.at(domain_idx), "example.com");
+  }
+}
+
+// Whom the refresh deletes and who inherits their addresses; told when others can see the rows.
+TEST_F(UpdaterTest, RefreshTellsAfterTheCommitWhoseAddressesChanged) {
+  CreateDomain("example.com", true, "<1a>info");
+  SetAccounts({{"aa", 1001}, {"ab", 1002}, {"carol", 1003}}, {{"staff:2001", ""}});
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001, 1002, 1003");
+  SetAccounts({{"ab", 1002}, {"carol", 1003}, {"dave", 1004}}, {{"staff:2001", ""}});
+  SqliteFile other(DbPath());
+  StringList seen;
+  WhenCalled("KLIBCFileTouch", [&] {
+    seen = other.Rows("SELECT uid, is_duplicated FROM domain_user_alias_table ORDER BY 1");
+  });
+  ASSERT_TRUE(Updater().Refresh());
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001, 1002, 1004");
+  EXPECT_EQ(seen, (StringList{"1002|0", "1003|0", "1004|0"}));
+}
+
+// Too long, or cut within a character: the account name takes its place; where that is none either
+// the user has a role, no address, and is named.
+TEST_F(UpdaterTest, AliasThatIsNoLocalPartGivesWayToTheAccountName) {
+  const std::string name_of_70(70, 'n');
+  const int domain_idx = CreateDomain("example.com", true, "<a>" + std::string(62, 'x'));
+  SetAccounts({{"bob", 1002}, {name_of_70, 1003}}, {{"staff:2001", ""}});
+  Updater updater;
+  EXPECT_TRUE(updater.Refresh());
+  EXPECT_EQ(Rows("SELECT uid, account_alias FROM domain_user_alias_table"), StringList{"1002|bob"});
+  EXPECT_EQ(Rows("SELECT uid FROM domain_user_role_table ORDER BY 1"),
+            (StringList{"1002", "1003"}));
+  EXPECT_EQ(updater.GetSummary().without_address.at(domain_idx), StringList{name_of_70});
+  EXPECT_TRUE(Logged("The alias pattern of domain_id: [1] gives no local part for [bob]"));
+  EXPECT_TRUE(Logged("Zelm account name gives a local part for [" + name_of_70 + "]"));
   TakeLog();
 }
 

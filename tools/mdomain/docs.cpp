@@ -37,6 +37,9 @@ constexpr Row kStatuses[] = {
     {"2", "Wrong usage: arguments, host settings, or a question that nobody can answer."},
     {"3", "Refused: a duplicate, an invalid value, the primary domain. Nothing was changed."},
     {"4", "Not found: the domain, user, group or key. Nothing was changed."},
+    {"5",
+     "Spared: a refresh did everything but delete, because more accounts are gone than its limit "
+     "allows."},
 };
 
 constexpr Row kFiles[] = {

@@ -1,8 +1,10 @@
 // mdomain group: the groups of domains and their members.
 #include <algorithm>
 #include <tuple>
+#include <unordered_set>
 
 #include "lib-domain/api/domain_group.h"
+#include "lib-domain/api/domain_user.h"
 #include "tools/mdomain/account_output.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
@@ -68,10 +70,15 @@ void ShowStatus(Call& call) {
   if (!DomainGroup().GetMemberStatus(domain.idx, group.GetGID(), members)) {
     throw Failure(kFailed, "the members' status could not be read");
   }
+  // The library calls everybody "removed" who has no alias; many were never removed.
+  std::unordered_set<unsigned int> removed;
+  if (!MDOMAIN::API::DomainUser().GetAllRemovedUIDs(domain.idx, removed)) {
+    throw Failure(kFailed, "the removed members could not be read");
+  }
   Json::Value records(Json::arrayValue);
   for (const auto& [uid, name, status] : members) {
     Json::Value record = AccountJson(uid, name);
-    record["status"] = status;
+    record["status"] = status == "removed" && removed.count(uid) == 0 ? "no alias" : status;
     records.append(record);
   }
   call.out().List(records, {{"uid", "UID"}, {"name", "NAME"}, {"status", "STATUS"}});
@@ -162,7 +169,8 @@ const Register kGroupNoun({
          ListMembers},
         {"status",
          "Show which members of a group were removed from the domain",
-         "",
+         "A member who was not removed and has no address in the domain has the status \"no "
+         "alias\".",
          Effect::kReads,
          {DomainArgument(), kGroup},
          ShowStatus},

@@ -13,6 +13,7 @@ enum Status : int {
   kUsage = 2,     // wrong arguments, host settings, or a confirmation that nobody can give
   kRefused = 3,   // duplicate, invalid, the primary domain: nothing was changed
   kNotFound = 4,  // no such domain, user, group or key: nothing was changed
+  kSpared = 5,    // a refresh was done, but more accounts are gone than it may delete
 };
 
 // Ends a command. The message names what was wrong and is printed after "mdomain: ".

@@ -1,4 +1,7 @@
 // mdomain init, refresh, publish: keeping database, account system and published keys in step.
+#include <set>
+#include <utility>
+
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/updater.h"
 #include "lib-domain/sync/preview.h"
@@ -7,11 +10,15 @@
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
 
+using MDOMAIN::UTILS::DeletionLimit;
+using MDOMAIN::UTILS::RefreshFailure;
 using MDOMAIN::UTILS::RefreshSummary;
+using MDOMAIN::UTILS::RenamedUser;
 
 template <typename Id>
 Json::Value Numbers(const std::vector<Id>& ids) {
@@ -20,6 +27,53 @@ Json::Value Numbers(const std::vector<Id>& ids) {
     array.append(id);
   }
   return array;
+}
+
+std::string Joined(const std::vector<std::string>& texts, const std::string& separator) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    joined += (joined.empty() ? "" : separator) + text;
+  }
+  return joined;
+}
+
+std::string DomainTitle(const RefreshSummary& summary, int idx) {
+  const auto name = summary.domain_names.find(idx);
+  return name == summary.domain_names.end() ? std::to_string(idx) : name->second;
+}
+
+Json::Value RenamedJson(const RefreshSummary& summary) {
+  Json::Value users(Json::arrayValue);
+  for (const RenamedUser& user : summary.renamed_users) {
+    Json::Value json;
+    json["uid"] = user.uid;
+    json["name"] = user.name;
+    json["was"] = user.old_name;
+    json["keeps"] = Json::Value(Json::arrayValue);
+    for (const auto& record : user.keeps) {
+      Json::Value domain;
+      domain["domain"] = DomainTitle(summary, record.GetDomainIdx());
+      domain["role"] = record.GetRole();
+      domain["aliases"] = Json::Value(Json::arrayValue);
+      for (const auto& [alias, duplicated] : record.GetAliasDuplicatedPairs()) {
+        domain["aliases"].append(alias);
+      }
+      json["keeps"].append(domain);
+    }
+    users.append(json);
+  }
+  return users;
+}
+
+Json::Value WithoutAddressJson(const RefreshSummary& summary) {
+  Json::Value domains(Json::arrayValue);
+  for (const auto& [idx, names] : summary.without_address) {
+    Json::Value json;
+    json["domain"] = DomainTitle(summary, idx);
+    json["users"] = JsonTexts(names);
+    domains.append(json);
+  }
+  return domains;
 }
 
 Json::Value SummaryJson(const RefreshSummary& summary, bool dry_run) {
@@ -32,47 +86,174 @@ Json::Value SummaryJson(const RefreshSummary& summary, bool dry_run) {
   json["new_groups"] = JsonTexts(summary.new_groups);
   json["deleted_users"] = Numbers(summary.deleted_uids);
   json["deleted_groups"] = Numbers(summary.deleted_gids);
+  json["renamed_users"] = RenamedJson(summary);
+  json["spared_users"] = JsonTexts(summary.spared_users);
+  json["spared_groups"] = JsonTexts(summary.spared_groups);
+  json["without_address"] = WithoutAddressJson(summary);
   return json;
 }
 
 // "3012: anna, ben, ... and 3002 more": a first refresh finds everybody new.
-std::string WriteSome(const Json::Value& items) {
+std::string WriteSome(const Json::Value& items, const std::string& separator) {
   constexpr Json::ArrayIndex kShown = 10;
   std::string text = items.empty() ? "0" : std::to_string(items.size()) + ":";
   for (Json::ArrayIndex i = 0; i < items.size() && i < kShown; ++i) {
-    text += (i == 0 ? " " : ", ") + items[i].asString();
+    text += (i == 0 ? " " : separator) + items[i].asString();
   }
   return items.size() <= kShown ? text
                                 : text + " and " + std::to_string(items.size() - kShown) + " more";
 }
 
-void Refresh(Call& call) {
-  const bool dry_run = call.Has("--dry-run");
-  RefreshSummary summary;
-  bool done = false;
-  {
-    const Progress progress;
-    MDOMAIN::API::Updater updater;
-    done = dry_run ? MDOMAIN::UTILS::PreviewRefresh(summary) : updater.Refresh();
-    if (!dry_run) {
-      summary = updater.GetSummary();
+std::string WriteSome(const Json::Value& items) {
+  return WriteSome(items, ", ");
+}
+
+// "carl was anna: aliases anna, boss; domain_admin of example.com"
+std::string WriteRenamedUser(const Json::Value& user) {
+  std::set<std::string> aliases;
+  std::vector<std::string> domains;
+  for (const Json::Value& domain : user["keeps"]) {
+    for (const Json::Value& alias : domain["aliases"]) {
+      aliases.insert(alias.asString());
     }
-    if (!done && updater.GetErrorCode() != 0) {
+    if (domain["role"] == "domain_admin") {
+      domains.push_back(domain["domain"].asString());
+    }
+  }
+  std::string text = user["name"].asString() + " was " + user["was"].asString();
+  if (!aliases.empty()) {
+    text += ": aliases " + Joined({aliases.begin(), aliases.end()}, ", ");
+  }
+  return domains.empty() ? text : text + "; domain_admin of " + Joined(domains, ", ");
+}
+
+std::string WriteRenamed(const Json::Value& users) {
+  Json::Value texts(Json::arrayValue);
+  for (const Json::Value& user : users) {
+    texts.append(WriteRenamedUser(user));
+  }
+  return WriteSome(texts, " | ");
+}
+
+// "example.com 2: anna, ben"
+std::string WriteWithoutAddress(const Json::Value& domains) {
+  std::vector<std::string> texts;
+  for (const Json::Value& domain : domains) {
+    texts.push_back(domain["domain"].asString() + " " + WriteSome(domain["users"]));
+  }
+  return Joined(texts, "; ");
+}
+
+std::vector<Column> SummaryColumns(const RefreshSummary& summary, bool dry_run) {
+  std::vector<Column> columns = {
+      {"complete", "complete"},
+      {"users", "users"},
+      {"groups", "groups"},
+      {"new_users", dry_run ? "users that would be created" : "new users", WriteSome},
+      {"new_groups", dry_run ? "groups that would be created" : "new groups", WriteSome},
+      {"deleted_users", dry_run ? "uids that would be deleted" : "deleted uids", WriteSome},
+      {"deleted_groups", dry_run ? "gids that would be deleted" : "deleted gids", WriteSome}};
+  if (!summary.renamed_users.empty()) {
+    columns.push_back(
+        {"renamed_users", dry_run ? "users that would be renamed" : "renamed users", WriteRenamed});
+  }
+  if (!summary.without_address.empty()) {
+    columns.push_back({"without_address", "without address", WriteWithoutAddress});
+  }
+  return columns;
+}
+
+// The limit that holds when none is typed.
+constexpr int kDeletionLimit = 500;
+constexpr int kDeletionPercent = 10;
+
+DeletionLimit TypedLimit(const Call& call) {
+  DeletionLimit limit;
+  if (!call.Has("--force")) {
+    limit.number = static_cast<size_t>(call.Int("--deletion-limit", kDeletionLimit));
+    limit.percent = static_cast<size_t>(call.Int("--deletion-percent", kDeletionPercent));
+  }
+  return limit;
+}
+
+// What a failed refresh wrote, for its last line.
+std::string Written(const RefreshSummary& summary) {
+  std::vector<std::string> parts;
+  if (summary.users_written) {
+    parts.push_back("users (" + std::to_string(summary.new_users.size()) + " new, " +
+                    std::to_string(summary.renamed_users.size()) + " renamed, " +
+                    std::to_string(summary.deleted_uids.size()) + " deleted)");
+  }
+  if (summary.groups_written) {
+    parts.push_back("groups (" + std::to_string(summary.new_groups.size()) + " new, " +
+                    std::to_string(summary.deleted_gids.size()) + " deleted)");
+  }
+  for (const auto& [idx, count] : summary.added_users) {
+    parts.push_back(Counted(count, "user") + " added to domain " + DomainTitle(summary, idx));
+  }
+  return parts.empty() ? "nothing was written" : "written: " + Joined(parts, ", ");
+}
+
+Failure RefreshFailed(const RefreshSummary& summary) {
+  std::vector<std::string> reasons;
+  for (const RefreshFailure& failure : summary.failures) {
+    const std::string domain =
+        failure.domain_idx == 0 ? "" : "domain " + DomainTitle(summary, failure.domain_idx) + ": ";
+    reasons.push_back(domain + failure.reason);
+  }
+  if (reasons.empty()) {
+    reasons.emplace_back("publishing failed");
+  }
+  return {kFailed, "the refresh failed: " + Joined(reasons, "; ") + "; " + Written(summary)};
+}
+
+// Ends the command after its output when somebody was spared.
+void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
+  std::vector<std::string> spared;
+  for (const auto& [noun, names] :
+       {std::pair{"users", summary.spared_users}, std::pair{"groups", summary.spared_groups}}) {
+    if (!names.empty()) {
+      spared.push_back(std::string(noun) + " " + WriteSome(JsonTexts(names)));
+    }
+  }
+  if (!spared.empty()) {
+    throw Failure(kSpared, std::string("more accounts are gone than one refresh may delete; ") +
+                               (dry_run ? "it would not delete " : "not deleted: ") +
+                               Joined(spared, "; ") +
+                               " (--force deletes them, --deletion-limit and --deletion-percent "
+                               "change the limit)");
+  }
+}
+
+RefreshSummary RunRefresh(const DeletionLimit& limit) {
+  const Progress progress;
+  MDOMAIN::API::Updater updater;
+  updater.SetDeletionLimit(limit);
+  if (!updater.Refresh()) {
+    if (updater.GetErrorCode() != 0) {
       throw ApiFailure(updater.GetErrorCode(), "the refresh");
     }
+    throw RefreshFailed(updater.GetSummary());
   }
-  if (!done) {
-    throw Failure(kFailed, "the refresh failed");
+  return updater.GetSummary();
+}
+
+RefreshSummary LookAtRefresh(const DeletionLimit& limit) {
+  const Progress progress;
+  RefreshSummary summary;
+  if (!MDOMAIN::UTILS::PreviewRefresh(limit, summary)) {
+    throw Failure(kFailed, "the refresh would fail: the accounts or the mirror could not be read");
   }
-  call.out().Record(
-      SummaryJson(summary, dry_run),
-      {{"complete", "complete"},
-       {"users", "users"},
-       {"groups", "groups"},
-       {"new_users", dry_run ? "users that would be created" : "new users", WriteSome},
-       {"new_groups", dry_run ? "groups that would be created" : "new groups", WriteSome},
-       {"deleted_users", dry_run ? "uids that would be deleted" : "deleted uids", WriteSome},
-       {"deleted_groups", dry_run ? "gids that would be deleted" : "deleted gids", WriteSome}});
+  return summary;
+}
+
+void Refresh(Call& call) {
+  const bool dry_run = call.Has("--dry-run");
+  const DeletionLimit limit = TypedLimit(call);
+  const RefreshSummary summary = dry_run ? LookAtRefresh(limit) : RunRefresh(limit);
+  call.out().Record(SummaryJson(summary, dry_run), SummaryColumns(summary, dry_run));
+  call.out().Flush();  // before the message, and whole although the command fails
+  RequireNobodySpared(summary, dry_run);
 }
 
 void Publish(Call& call) {
@@ -126,9 +307,18 @@ const Register kRefresh({
       "Bring the mirror of the accounts up to date",
       "New accounts are added to the domains that add them automatically, accounts that are gone "
       "are deleted with their addresses, and everything is published. Nobody is deleted when the "
-      "account system answers only in part.",
+      "account system answers only in part, or when more accounts are gone than the limit allows: "
+      "the refresh then ends with status 5 and names them. A known uid under another name stays "
+      "the same user, who keeps addresses and roles; who that is is shown. What could not be added "
+      "to a domain is added by the next refresh.",
       Effect::kChanges,
-      {Flag("--dry-run", "Show what would be created and deleted, and change nothing")},
+      {Flag("--dry-run", "Show what would be created and deleted, and change nothing"),
+       Number("--deletion-limit", "Delete at most N users and N groups (500); 0 for any number"),
+       Number(
+           "--deletion-percent",
+           "Delete at most N per cent of the users, and of the groups, that were known (10), but "
+           "always five; 0 for any share"),
+       Flag("--force", "Delete whoever is gone, however many they are")},
       Refresh}},
 });
 

@@ -41,13 +41,9 @@ void Preview(Call& call) {
   const KnownDomain domain = TypedDomain(call);
   Json::Value records(Json::arrayValue);
   for (const auto& user : PreviewMembers(domain, TypedMembers(call))) {
-    Json::Value record = CandidateJson(user.GetUID(), user.GetUserName());
-    for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
-      record["aliases"].append(AliasJson(alias, duplicated));
-    }
-    records.append(record);
+    records.append(PreviewJson(user));
   }
-  call.out().List(records, CandidateColumns());
+  call.out().List(records, PreviewColumns(records));
 }
 
 void Add(Call& call) {
@@ -185,7 +181,10 @@ const Register kUserChanges({
     {
         {"preview",
          "Show which aliases users would get",
-         "Nothing is changed.",
+         "Where the domain's pattern gives no local part of an address (too long, or nothing left "
+         "of "
+         "it) the account name takes its place. A user whose account name is none either would "
+         "get no address, and is shown so. Nothing is changed.",
          Effect::kReads,
          {DomainArgument(), kUsers, kGroups},
          Preview},

@@ -1,7 +1,10 @@
 // The fields of a domain user and the columns of the listings; flagged aliases are marked.
 #include "tools/mdomain/user_output.h"
 
+#include <algorithm>
+
 #include "lib-domain/api/domain_user.h"
+#include "lib-domain/utils/domain_utils.h"
 #include "tools/mdomain/account_output.h"
 #include "tools/mdomain/status.h"
 
@@ -43,8 +46,30 @@ Json::Value UserJson(const MDOMAIN::RECORD::DomainUser& user) {
   return json;
 }
 
+Json::Value PreviewJson(const MDOMAIN::RECORD::DomainUser& user) {
+  Json::Value json = CandidateJson(user.GetUID(), user.GetUserName());
+  json["refused_alias"] = Json::Value();
+  for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
+    if (MDOMAIN::UTILS::IsAccountAliasValid(alias)) {
+      json["aliases"].append(AliasJson(alias, duplicated));
+    } else {
+      json["refused_alias"] = alias;
+    }
+  }
+  return json;
+}
+
 std::vector<Column> CandidateColumns() {
   return {{"uid", "UID"}, {"name", "NAME"}, {"aliases", "ALIASES", WriteAliases}};
+}
+
+std::vector<Column> PreviewColumns(const Json::Value& records) {
+  std::vector<Column> columns = CandidateColumns();
+  if (std::any_of(records.begin(), records.end(),
+                  [](const Json::Value& record) { return !record["refused_alias"].isNull(); })) {
+    columns.push_back({"refused_alias", "NO ADDRESS, AS THIS IS NO LOCAL PART"});
+  }
+  return columns;
 }
 
 std::vector<Column> UserColumns() {

@@ -20,8 +20,13 @@ Json::Value UserJson(const MDOMAIN::RECORD::DomainUser& user);
 Json::Value CandidateJson(unsigned int uid, const std::string& name);
 Json::Value AliasJson(const std::string& alias, bool duplicated);
 
+// A candidate with "refused_alias": what the pattern gives and is no local part, else null.
+Json::Value PreviewJson(const MDOMAIN::RECORD::DomainUser& user);
+
 std::vector<Column> UserColumns();
 std::vector<Column> CandidateColumns();
+// With the refused aliases if there are any.
+std::vector<Column> PreviewColumns(const Json::Value& records);
 
 // The users of one domain whom the filter's query and page select.
 std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx,
