@@ -2,7 +2,7 @@
 import json
 from typing import Callable, NamedTuple, Sequence
 
-from host import ETC, GROUP, PASSWD, Host
+from host import DATABASE, ETC, GROUP, PASSWD, Host
 
 DISCLAIMERS = [{
     "id": 7, "name": "one", "enabled": True, "op": "or", "disabled_for_local_recipient": False,
@@ -37,6 +37,14 @@ def company(build, root):
     for half in ("private", "public"):
         host.write(f"{ETC}dkim.key/dkim.{half}-2", half)
     return host
+
+
+def older_schema(host):
+    """As the first version left it; its view is replaced by every later one."""
+    host.sql(DATABASE, """PRAGMA user_version = 1; DROP INDEX IDX_domain_table_domain_name;
+        DROP INDEX IDX_domain_to_additional_domain_table_additional_domain;
+        DROP INDEX IDX_domain_user_alias_table_account_alias; DROP VIEW domain_view;
+        CREATE VIEW domain_view AS SELECT *, 0 AS is_duplicated_alias_exist FROM domain_table""")
 
 
 def comers_and_goers(host):
@@ -78,6 +86,7 @@ CASES = [
     Case("group set 2 sales --role domain_admin"),
     Case("group remove 1 sales --yes"),
     Case("refresh", comers_and_goers),
+    Case("domain set 1 --description upgraded", older_schema),
     Case("bcc add 1 user ben"),
     Case("bcc import 1 rules"),
     Case("bcc remove 2 anna --type sender --yes"),

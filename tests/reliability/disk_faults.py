@@ -31,7 +31,7 @@ def try_fault(task):
     found, state = [], host.state()
     if result.status == 0:
         found.append(("said done, and was not", differences(state, ready.done)))
-    elif result.status < 0 or result.status > 4:
+    elif result.status < 0 or result.status > 9:
         found.append(("ended badly", [f"status {result.status}", *result.err.splitlines()[-3:]]))
     else:
         found.extend(judge_message(result))

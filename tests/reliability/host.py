@@ -74,7 +74,7 @@ class Host:
         """A command of mdomain, or another program of the build; `before` stands in front of it."""
         environment = {**os.environ, "MDOMAIN_ROOT": self.root, "UBSAN_OPTIONS": "halt_on_error=1",
                        "ASAN_OPTIONS": "exitcode=99:detect_leaks=0"}
-        words = [*before, f"{self.build}/bin/{program}", *argv]
+        words = [*before, os.path.join(self.build, "bin", program), *argv]
         try:
             ended = subprocess.run(words, env=environment, input=text or b"", capture_output=True,
                                    timeout=timeout, cwd=self.root, check=False)
@@ -133,6 +133,8 @@ class Host:
                     if row != ("ok",):
                         yield f"{check} {short} {row}"
             yield f"version {short} {database.execute('PRAGMA user_version').fetchone()[0]}"
+            for view in database.execute("SELECT name, sql FROM sqlite_master WHERE type = 'view'"):
+                yield f"view {short} {view}"
             tables = database.execute("SELECT name FROM sqlite_master WHERE type = 'table'")
             for (table,) in tables.fetchall():
                 if table in DESCRIBED:
@@ -141,6 +143,14 @@ class Host:
                             yield self._rooted(f"row {short} {table} {row}")
         finally:
             database.close()
+
+
+def rows(path, query="SELECT domain_idx, domain_name FROM domain_table"):
+    try:
+        with sqlite3.connect(f"file:{path}?mode=ro", uri=True) as database:
+            return set(database.execute(query).fetchall())
+    except sqlite3.Error:
+        return set()
 
 
 def differences(got, want):

@@ -36,11 +36,13 @@ def main():
     cases = ready_cases(options)
     every = [(ready, point) for ready in cases for point in ready.points]
     chosen = even_sample(every, options.count or len(every))
-    causes = Causes()
+    causes, neither = Causes(), 0
     for (ready, _), found in each(recover, chosen, options):
+        neither += len(found) > 1
         for wrong, point, lines in found:
             causes.add(ready.name, wrong, point, lines)
-    causes.end(f"{len(chosen)} kills at {len(every)} system calls of {len(cases)} commands")
+    causes.end(f"{len(chosen)} kills at {len(every)} system calls of {len(cases)} commands, "
+               f"{neither} of which no road repairs")
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 """What the drivers share: arguments, cases made ready, work on both processors, causes."""
 import argparse
+import atexit
 import concurrent.futures
 import os
 import shutil
@@ -24,6 +25,7 @@ def arguments(text, **numbers):
     sys.stdout.reconfigure(errors="backslashreplace", line_buffering=True)
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None  # nothing is to survive
     options.scratch = tempfile.mkdtemp(prefix="mdomain-reliability.", dir=memory)
+    atexit.register(shutil.rmtree, options.scratch, ignore_errors=True)
     return options
 
 
@@ -45,16 +47,15 @@ class Ready:
 
 def ready_cases(options):
     start = company(options.build, options.scratch + "/company")
-    return [Ready(case, start, f"{options.scratch}/case{number}") for number, case in
-            enumerate(CASES) if options.only in (case.words or case.program)]
+    chosen = [(case, start) for case in CASES if options.only in (case.words or case.program)]
+    return [ready for _, ready in each(lambda task: Ready(*task), chosen, options, "case")]
 
 
-def each(work, chosen, options):
+def each(work, chosen, options, name="run"):
     """Runs work((*item, scratch folder)) for each item; yields item and result in order."""
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        tasks = [(*item, f"{options.scratch}/run{number}") for number, item in enumerate(chosen)]
+        tasks = [(*item, f"{options.scratch}/{name}{number}") for number, item in enumerate(chosen)]
         yield from zip(chosen, pool.map(work, tasks))
-    shutil.rmtree(options.scratch, ignore_errors=True)
 
 
 class Causes:
