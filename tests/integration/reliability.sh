@@ -1,7 +1,7 @@
 #!/bin/bash
 # Short forms of the reliability drivers: what a kill or a full disk leaves is repaired, what processes
 # do at once is there. docs/reliability.md tells the whole forms and their figures.
-# ctest-timeout: 300
+# ctest-timeout: 900
 . "$(dirname "$0")/lib/driver.bash"
 
 if ! said=$(strace -qq -o "$scratch/trace" -e trace=getpid -e inject=getpid:error=EPERM:when=1 true 2>&1); then
