@@ -1,6 +1,6 @@
-// parallel_changes NAME COUNT : a program of somebody else, linked to the shared library. Makes COUNT
-// changes, no two alike, while others do the same, and prints "done WHAT" or "failed WHAT ERROR" for
-// each. Domains, additional names and rules for blind copies have NAME in them.
+// parallel_changes NAME COUNT : a program of somebody else, linked to the shared library. Makes
+// COUNT changes, no two alike, while others do the same, and prints "done WHAT" or "failed WHAT
+// ERROR" for each. Domains, additional names and rules for blind copies have NAME in them.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
