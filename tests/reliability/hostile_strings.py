@@ -83,7 +83,7 @@ def judge(host, words, result, before):
         yield "ended badly", [f"status {result.status}", result.err[-400:]]
     shown = result.err if words.startswith(("disclaimer get", "disclaimer gen")) else result.out + result.err
     if VISIBLE.search(shown):
-        yield "shows control characters", [f"output {VISIBLE.search(shown)}"]
+        yield "shows control characters", [f"output {VISIBLE.search(shown).group()!a}"]
     if "--json" in words and result.out:
         try:
             json.loads(result.out.encode(errors="surrogateescape"))
@@ -113,7 +113,7 @@ def try_entry(task):
         if write:
             write(host, text)
         argv = [part.replace("{}", text) for part in ("--json " + words).split()]
-        result = host.run(*argv, text=host.read("text") if argv[-1] == "-" else None, timeout=60)
+        result = host.run(*argv, text=host.read("text") if words.endswith(" -") else None, timeout=60)
         for wrong, lines in judge(host, "--json " + words, result, before):
             found.append((repr(text[:40]), wrong, lines))
     host.write("etc/mailserver-domain/host.ini", "")
