@@ -64,6 +64,38 @@ TEST_F(DbHandlerTest, CreatesTheFileWithItsModeAndSchemaOnce) {
   EXPECT_EQ(handler.GetTableDataCount("no \"such' table"), -1);
 }
 
+TEST_F(DbHandlerTest, OwnerAndModeThatAKillOrACopyLeftAreMended) {
+  WriteAccounts("Postara-Server:x:80:81::/:\n", "");
+  const std::tuple<const char*, mode_t, mode_t> cases[] = {
+      {"", 0600, 0644}, {"made", 0640, 0640}, {"made", 0666, 0644}};
+  for (const auto& [content, mode, wanted] : cases) {
+    fs::remove(Path());
+    if (*content == '\0') {
+      Write("/test.db", "");
+    } else {
+      ASSERT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+    }
+    ASSERT_EQ(chown(Path().c_str(), geteuid(), getegid()), 0);
+    chmod(Path().c_str(), mode);
+    EXPECT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+    struct stat info {};
+    ASSERT_EQ(stat(Path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, wanted);
+    EXPECT_EQ(info.st_uid, geteuid() == 0 ? 80U : geteuid());
+  }
+}
+
+TEST_F(DbHandlerTest, IsNotOpenedWhereSomebodyElseDecidesWhatItIs) {
+  fs::create_symlink(root() + "/target.db", Path());
+  EXPECT_NE(DBHandler(Path(), kSchema).connect(), 0);
+  EXPECT_TRUE(Logged("[" + Path() + "]: it is a symbolic link"));
+  EXPECT_FALSE(fs::exists(root() + "/target.db"));
+  fs::create_directory(root() + "/open");
+  chmod((root() + "/open").c_str(), 0777);
+  EXPECT_NE(DBHandler(root() + "/open/x.db", kSchema).connect(), 0);
+  EXPECT_TRUE(Logged("[" + root() + "/open/x.db]: everybody may write to the folder"));
+}
+
 TEST_F(DbHandlerTest, GivesTheSchemaToAnEmptyFileAndCreatesOneWithoutASchema) {
   Write("/test.db", "");
   EXPECT_EQ(DBHandler(Path(), kSchema).connect(), 0);

@@ -10,6 +10,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/node_publication.h"
 #include "platform/include/node_files.h"
+#include "tools/mdomain/leftovers.h"
 
 namespace mdomain {
 namespace {
@@ -74,6 +75,7 @@ int Call::Int(const std::string& name, int fallback) const {
 void Call::LockHere() {
   if (!lock_) {
     lock_ = std::make_unique<ChangeLock>(options_.lock_timeout);
+    RemoveAllLeftovers();
   }
 }
 
