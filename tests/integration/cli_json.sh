@@ -54,6 +54,14 @@ gives '.[0].aliases' '[{"alias":"chief","duplicated":false}]' user add 2 ben --a
 good group remove 2 books --yes
 gives '[.[].name]' '["ben"]' user list 2
 
+# What came into the database otherwise is shown, as text and as JSON.
+sqlite3 "$database" "update domain_table set domain_desc = char(8238) || 'moc' where domain_idx = 1"
+gives '.description | length' 4 domain show 1
+matches "a hidden character in JSON" "$out" '"\\u202emoc"'
+good domain show 1
+matches "a hidden character" "$out" '<U\+202E>moc'
+sqlite3 "$database" "update domain_table set domain_desc = 'a'"
+
 # Domains: primary, rename, what is published, delete.
 gives '[.id, .primary]' '[2,true]' domain primary bücher.example
 gives '[.name, .description, .auto_add, .additional_names]' '["example.net","",false,["example.org"]]' \
