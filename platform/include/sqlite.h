@@ -15,7 +15,17 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace korvmailserver {
+
+// Keeps what is wrong with a database file (disk full, may not be written, locked, damaged, no
+// database, input or output error) for LastDatabaseFailure; other results are passed over. `db` is
+// the connection that gave the result.
+MDOMAIN_EXPORT void NoteDatabaseFailure(sqlite3* db, int result);
+// "database PATH: REASON" of the last failure in this process; empty while there was none. SQLite's
+// own texts name no file.
+MDOMAIN_EXPORT const std::string& LastDatabaseFailure();
 
 // An SQL text made by SQLite's own printf: %q doubles single quotes, %Q adds them and writes NULL
 // for a null pointer, %w doubles double quotes. Both end at a zero byte, so bind what may hold one.
@@ -51,6 +61,7 @@ class Connection {
     const int result = sqlite3_open_v2(path.c_str(), &db_, _OpenFlags(mode), nullptr);
     if (result != SQLITE_OK) {
       error_ = sqlite3_errmsg(db_);
+      NoteDatabaseFailure(db_, result);
       Close();
       return result;
     }
@@ -69,6 +80,7 @@ class Connection {
         db_ == nullptr ? SQLITE_MISUSE : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
     if (result != SQLITE_OK) {
       error_ = db_ == nullptr ? "not connected" : sqlite3_errmsg(db_);
+      NoteDatabaseFailure(db_, result);
     }
     return result;
   }
@@ -123,7 +135,13 @@ class Statement {
   }
 
   // SQLITE_ROW, SQLITE_DONE, or the code of a failure.
-  int Step() { return failure_ == SQLITE_OK ? sqlite3_step(statement_) : failure_; }
+  int Step() {
+    const int result = failure_ == SQLITE_OK ? sqlite3_step(statement_) : failure_;
+    if (result != SQLITE_ROW && result != SQLITE_DONE) {
+      NoteDatabaseFailure(db_, result);
+    }
+    return result;
+  }
   // Ready to be bound and stepped from the start again.
   void Reset() { sqlite3_reset(statement_); }
   // For a statement that gives no rows: steps to its end and resets it. False when it failed.
@@ -214,7 +232,12 @@ class Transaction {
 
  private:
   int _RunText(const char* sql) {
-    return db_ == nullptr ? SQLITE_MISUSE : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+    if (db_ == nullptr) {
+      return SQLITE_MISUSE;
+    }
+    const int result = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+    NoteDatabaseFailure(db_, result);
+    return result;
   }
 
   sqlite3* db_;

@@ -156,7 +156,8 @@ bool DBHandler::_CreateFile(bool& created) {
   return true;
 }
 
-// Opens the file, reads its first page, and gives it the schema when it has none at all.
+// Opens the file, for reading where it cannot be written (SQLite does so without a word), reads its
+// first page, and gives it the schema when it has none at all.
 int DBHandler::_OpenAndCheck() {
   const int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr);
   if (result != SQLITE_OK) {
@@ -169,11 +170,6 @@ int DBHandler::_OpenAndCheck() {
   const int tables = GetTableDataCount("sqlite_master");
   if (tables < 0) {
     return err_;
-  }
-  // SQLite falls back to reading only without a word.
-  if (!read_only_allowed_ && sqlite3_db_readonly(db_, "main") != 0) {
-    err_text_ = "it is read-only";
-    return SQLITE_READONLY;
   }
   return tables > 0 || schema_.empty() ? SQLITE_OK : _RunSchema();
 }
@@ -299,6 +295,7 @@ int DBHandler::_ExecText(const char* sql) {
 // Keeps the text, because the rollback that follows replaces SQLite's own by "not an error".
 int DBHandler::_KeepFailure(int result) {
   err_text_ = db_ == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(db_);
+  korvmailserver::NoteDatabaseFailure(db_, result);
   return err_ = result;
 }
 

@@ -134,15 +134,22 @@ TEST_F(DbHandlerTest, SaysWhatStandsInTheWayAndLeavesNothingBehind) {
 }
 
 // Root may write everywhere, so the read-only cases need a process that is not root.
-TEST_F(DbHandlerTest, RefusesAReadOnlyOrUnreadableFile) {
+TEST_F(DbHandlerTest, AFileThatMayOnlyBeReadIsReadAndTellsWhoWrites) {
   ASSERT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+  chmod(root().c_str(), 0755);
   for (const mode_t mode : {0444, 0000}) {
     chmod(Path().c_str(), mode);
-    chmod(root().c_str(), 0755);
     EXPECT_TRUE(test::InChild([&] {
-      const bool dropped = geteuid() != 0 || setuid(65534) == 0;
-      const int result = DBHandler(Path(), kSchema).connect();
-      return dropped && result != 0 && Logged(mode == 0 ? "Permission denied" : "it is read-only");
+      if (geteuid() == 0 && setuid(65534) != 0) {
+        return false;
+      }
+      if (mode == 0) {
+        return handler.connect() == SQLITE_CANTOPEN && Logged("Permission denied");
+      }
+      return handler.connect() == 0 && handler.GetTableDataCount("t") == 0 &&
+             handler.exeCmds(Put("x"), true) == SQLITE_READONLY &&
+             korvmailserver::LastDatabaseFailure() ==
+                 "database " + Path() + ": attempt to write a readonly database";
     })) << "mode "
         << mode;
   }

@@ -1,14 +1,16 @@
-// Both views are sinks in front of the log; the progress of a refresh is read from its notices.
+// All views are sinks in front of the log; the progress of a refresh is read from its notices.
 #include "tools/mdomain/log_view.h"
 
 #include <unistd.h>
 
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "lib-domain/base/log_line.h"
 #include "platform/include/maillog.h"
 #include "platform/include/root_path.h"
+#include "platform/include/sqlite.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -37,6 +39,65 @@ const char* Name(int level) {
   return level == MDOMAIN::BASE::kLogWarning ? "warning" : "notice";
 }
 
+// How log lines begin that this library wrote: the unit and the line, which mean nothing to an
+// administrator.
+constexpr const char* kUnit = "lib-domain/";
+
+// What was logged and not shown, and of it the lines that say most about why a command failed.
+struct Unshown {
+  std::vector<std::string> errors;  // without their heads
+  std::string platform_error;       // names a file or a server, and what the system said
+  std::string platform_warning;
+};
+
+Unshown& Kept() {
+  static Unshown kept;
+  return kept;
+}
+
+bool shows_errors = false;
+
+bool IsLibrarys(const std::string& line) {
+  return line.rfind(kUnit, 0) == 0;
+}
+
+std::string WithoutHead(const std::string& line) {
+  return IsLibrarys(line) ? line.substr(line.find(' ') + 1) : line;
+}
+
+void KeepFirst(std::string& kept, const std::string& line) {
+  if (kept.empty()) {
+    kept = line;
+  }
+}
+
+void Keep(int level, const std::string& line) {
+  if (level == MDOMAIN::BASE::kLogError) {
+    Kept().errors.push_back(WithoutHead(line));
+  }
+  if (!IsLibrarys(line)) {
+    KeepFirst(level == MDOMAIN::BASE::kLogError ? Kept().platform_error : Kept().platform_warning,
+              line);
+  }
+}
+
+void Show(int level, const std::string& line) {
+  ClearStatus();
+  std::cerr << "mdomain: " << Name(level) << ": " << Printable(line) << "\n";
+}
+
+void Take(int level, const std::string& line, bool verbose) {
+  if (level != MDOMAIN::BASE::kLogNotice) {
+    Keep(level, line);
+  }
+  if (verbose) {
+    Show(level, line);
+  } else if (level == MDOMAIN::BASE::kLogWarning ||
+             (shows_errors && level == MDOMAIN::BASE::kLogError)) {
+    Show(level, WithoutHead(line));
+  }
+}
+
 // The refresh reports its statistics in notices; each notice ends one stretch of work.
 void FollowRefresh(const std::string& line) {
   if (line.find(" zelm_users,") != std::string::npos) {
@@ -50,13 +111,38 @@ void FollowRefresh(const std::string& line) {
 
 void ShowLog(bool verbose) {
   const bool keep_from_syslog = !korvmailserver::RootPrefix().empty();
+  shows_errors = verbose;
   korvmailserver::SetMailLogSink([=](int level, const std::string& line) {
-    if (verbose || level == MDOMAIN::BASE::kLogError || level == MDOMAIN::BASE::kLogWarning) {
-      ClearStatus();
-      std::cerr << "mdomain: " << Name(level) << ": " << Printable(line) << "\n";
-    }
+    Take(level, line, verbose);
     return keep_from_syslog;
   });
+}
+
+void ShowErrorsAtOnce() {
+  shows_errors = true;
+}
+
+void ShowErrors() {
+  for (const std::string& line : Kept().errors) {
+    if (!shows_errors) {
+      Show(MDOMAIN::BASE::kLogError, line);
+    }
+  }
+}
+
+std::string WithCause(const std::string& message) {
+  const Unshown& kept = Kept();
+  const std::string causes[] = {korvmailserver::LastDatabaseFailure(), kept.platform_error,
+                                kept.errors.empty() ? kept.platform_warning : kept.errors.front()};
+  for (const std::string& cause : causes) {
+    if (message.find(cause) != std::string::npos && !cause.empty()) {
+      return message;
+    }
+    if (!cause.empty()) {
+      return message + ": " + cause;
+    }
+  }
+  return message;
 }
 
 Progress::Progress() {
