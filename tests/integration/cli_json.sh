@@ -35,6 +35,11 @@ gives '[([.aliases[].alias] | sort), .role, .group_controlled]' "[[\"o'brien\",\
   user set 2 erika --alias "o'brien" --add-alias Ångström
 gives . '[]' user duplicates 2
 gives .name '"erika"' user find 2 "O'Brien"
+# An alias that looks like somebody else's is taken, with a warning; the one that it looks like is not.
+gives .warnings '["alias \"еrik\" looks like \"erik\" of erik"]' user set 2 erika --add-alias еrik
+matches "a look-alike" "$err" 'warning: alias "еrik" looks like "erik" of erik'
+gives .warnings '[]' user set 2 erika --remove-alias еrik --add-alias ERIKA
+gives .warnings '[]' user set 2 erika --remove-alias ERIKA
 good group set 2 books --role domain_admin
 gives '[.[].role] | unique' '["domain_admin"]' user list 2 --query erik
 gives '[.role, .group_controlled]' '["normal",false]' user set 2 1003 --role normal
