@@ -7,6 +7,7 @@
 #define PLATFORM_SQLITE_H
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <cstdarg>
 #include <cstddef>
@@ -54,10 +55,15 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Opens a file, or ":memory:", instead of the one before. Locks of others are waited for
-  // `busy_milliseconds`. SQLITE_OK; otherwise the code, its text in Error, and no connection.
+  // Opens a file, or ":memory:", instead of the one before. A symbolic link is read through, but
+  // not written through. Locks of others are waited for `busy_milliseconds`. SQLITE_OK; otherwise
+  // the code, its text in Error, and no connection.
   int Open(const std::string& path, Mode mode, int busy_milliseconds) {
     Close();
+    if (mode != Mode::kRead && _IsLink(path)) {
+      error_ = "it is a symbolic link, which is not followed";
+      return SQLITE_CANTOPEN;
+    }
     const int result = sqlite3_open_v2(path.c_str(), &db_, _OpenFlags(mode), nullptr);
     if (result != SQLITE_OK) {
       error_ = sqlite3_errmsg(db_);
@@ -90,6 +96,10 @@ class Connection {
   const std::string& Error() const { return error_; }
 
  private:
+  static bool _IsLink(const std::string& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+  }
   static int _OpenFlags(Mode mode) {
     if (mode == Mode::kRead) {
       return SQLITE_OPEN_READONLY;

@@ -24,8 +24,8 @@ constexpr Place kPlaces[] = {
     {"bcc_db", "/var/packages/Postara-Server/etc/mailserver.db", Form::kFixed},
     {"alias_db", "/var/packages/Postara-Server/etc/alias.db", Form::kFixed},
     {"email_owner_db", "/var/packages/Postara-Server/target/etc/email_owner.db", Form::kFixed},
-    {"sync_disclaimer_content_file-",
-     "/var/packages/Postara-Server/etc/disclaimer_content/domain-", Form::kNumber},
+    {"sync_disclaimer_content_file-", "/var/packages/Postara-Server/etc/disclaimer_content/domain-",
+     Form::kNumber},
 };
 
 // `text` without `start`; empty when it begins otherwise.
@@ -44,9 +44,8 @@ bool IsDatabaseName(const std::string& name) {
   const std::string end = kDatabaseEnd;
   return name.size() > end.size() && name.size() <= 255 && name[0] != '.' &&
          name.compare(name.size() - end.size(), end.size(), end) == 0 &&
-         std::none_of(name.begin(), name.end(), [](unsigned char byte) {
-           return byte == '/' || byte < ' ' || byte == 0x7F;
-         });
+         std::none_of(name.begin(), name.end(),
+                      [](unsigned char byte) { return byte == '/' || byte < ' ' || byte == 0x7F; });
 }
 
 bool IsAt(const Place& place, const PublishedFile& file) {

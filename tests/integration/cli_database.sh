@@ -29,7 +29,10 @@ if [ "$(id -u)" -eq 0 ]; then
 fi
 mdomain() { LD_LIBRARY_PATH=$scratch/copy "${as_other[@]}" "$scratch/copy/mdomain" "$@"; }
 good domain list
-good user list 1
+for command in 'user list 1' 'group list 1' 'bcc list 1' 'disclaimer generate' 'config list'; do
+  # shellcheck disable=SC2086
+  good $command
+done
 for command in 'domain create example.net' refresh; do
   # shellcheck disable=SC2086
   fails 1 'local_DOMAIN.db: attempt to write a readonly database$' $command

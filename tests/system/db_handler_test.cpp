@@ -89,6 +89,7 @@ TEST_F(DbHandlerTest, IsNotOpenedWhereSomebodyElseDecidesWhatItIs) {
   fs::create_symlink(root() + "/target.db", Path());
   EXPECT_NE(DBHandler(Path(), kSchema).connect(), 0);
   EXPECT_TRUE(Logged("[" + Path() + "]: it is a symbolic link"));
+  EXPECT_NE(Connection().Open(Path(), Connection::Mode::kCreate, 0), SQLITE_OK);
   EXPECT_FALSE(fs::exists(root() + "/target.db"));
   fs::create_directory(root() + "/open");
   chmod((root() + "/open").c_str(), 0777);

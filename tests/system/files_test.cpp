@@ -106,12 +106,9 @@ TEST_F(FilesTest, AFolderThatOthersCanChangeIsNotSafe) {
     mode_t mode;
     bool safe;
   };
-  const Case cases[] = {{"ours", geteuid(), 0755, true},
-                        {"group", geteuid(), 0775, true},
-                        {"everybody's", geteuid(), 0777, false},
-                        {"sticky", geteuid(), 01777, true},
-                        {"service account's", 80, 0755, true},
-                        {"somebody's", 4711, 0755, false}};
+  const Case cases[] = {{"ours", geteuid(), 0755, true},         {"group", geteuid(), 0775, true},
+                        {"everybody's", geteuid(), 0777, false}, {"sticky", geteuid(), 01777, true},
+                        {"service account's", 80, 0755, true},   {"somebody's", 4711, 0755, false}};
   WriteAccounts("Postara-Server:x:80:81::/:\n", "");
   for (const Case& one : cases) {
     if (one.owner != geteuid() && geteuid() != 0) {

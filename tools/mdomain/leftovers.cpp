@@ -1,5 +1,5 @@
-// Files are known by their name and a lock of their maker; the work folders of korv_bcc_map by their
-// name, while nobody holds the lock under which it works.
+// Files are known by their name and a lock of their maker; the work folders of korv_bcc_map by
+// their name, while nobody holds the lock under which it works.
 #include "tools/mdomain/leftovers.h"
 
 #include <fcntl.h>
@@ -43,9 +43,8 @@ void RemoveMapFolders(const std::string& folder) {
 
 void RemoveAllLeftovers() {
   using namespace MDOMAIN;
-  for (const std::string& folder :
-       {PATHS::EtcDir(), PATHS::TargetEtcDir(), PATHS::DisclaimerDir(),
-        PATHS::DisclaimerBackupDir()}) {
+  for (const std::string& folder : {PATHS::EtcDir(), PATHS::TargetEtcDir(), PATHS::DisclaimerDir(),
+                                    PATHS::DisclaimerBackupDir()}) {
     korvmailserver::RemoveLeftovers(folder);
   }
   RemoveMapFolders(PATHS::TargetEtcDir());

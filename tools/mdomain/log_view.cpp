@@ -3,7 +3,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -47,6 +49,7 @@ constexpr const char* kUnit = "lib-domain/";
 struct Unshown {
   std::vector<std::string> errors;  // without their heads
   std::string platform_error;       // names a file or a server, and what the system said
+  std::string database_before;      // the failure of a database that was known by then
   std::string platform_warning;
 };
 
@@ -65,19 +68,18 @@ std::string WithoutHead(const std::string& line) {
   return IsLibrarys(line) ? line.substr(line.find(' ') + 1) : line;
 }
 
-void KeepFirst(std::string& kept, const std::string& line) {
-  if (kept.empty()) {
-    kept = line;
-  }
-}
-
 void Keep(int level, const std::string& line) {
   if (level == MDOMAIN::BASE::kLogError) {
     Kept().errors.push_back(WithoutHead(line));
   }
-  if (!IsLibrarys(line)) {
-    KeepFirst(level == MDOMAIN::BASE::kLogError ? Kept().platform_error : Kept().platform_warning,
-              line);
+  if (IsLibrarys(line)) {
+    return;
+  }
+  if (level == MDOMAIN::BASE::kLogError) {
+    Kept().platform_error = line;
+    Kept().database_before = korvmailserver::LastDatabaseFailure();
+  } else if (Kept().platform_warning.empty()) {
+    Kept().platform_warning = line;
   }
 }
 
@@ -132,17 +134,14 @@ void ShowErrors() {
 
 std::string WithCause(const std::string& message) {
   const Unshown& kept = Kept();
-  const std::string causes[] = {korvmailserver::LastDatabaseFailure(), kept.platform_error,
+  const std::string& database = korvmailserver::LastDatabaseFailure();
+  const std::string causes[] = {database == kept.database_before ? "" : database,
+                                kept.platform_error,
                                 kept.errors.empty() ? kept.platform_warning : kept.errors.front()};
-  for (const std::string& cause : causes) {
-    if (message.find(cause) != std::string::npos && !cause.empty()) {
-      return message;
-    }
-    if (!cause.empty()) {
-      return message + ": " + cause;
-    }
-  }
-  return message;
+  const auto* cause = std::find_if(std::begin(causes), std::end(causes),
+                                   [](const std::string& text) { return !text.empty(); });
+  const bool said = cause == std::end(causes) || message.find(*cause) != std::string::npos;
+  return said ? message : message + ": " + *cause;
 }
 
 Progress::Progress() {

@@ -6,17 +6,17 @@
 
 namespace mdomain {
 
-// Shows warnings on standard error; with `verbose` every line, as it was logged. Errors are kept for
-// the message that a failing command ends with. Below a root prefix nothing reaches the machine's
-// log.
+// Shows warnings on standard error; with `verbose` every line, as it was logged. Errors are kept
+// for the message that a failing command ends with. Below a root prefix nothing reaches the
+// machine's log.
 void ShowLog(bool verbose);
 // From now on errors are shown when they are logged: for a command that goes on after them.
 void ShowErrorsAtOnce();
 // Shows the kept errors, of a command that succeeded all the same.
 void ShowErrors();
-// The message of a failing command, with what is known of the cause behind it: what is wrong with a
-// database file, else the first error or warning of the platform, which name a file or a server,
-// else the first error of the library.
+// The message of a failing command, with what is known of the cause behind it: what was last said
+// about a database file or logged as an error by the platform, which names a file or a server; else
+// its first warning where nothing else was logged, or the first error of the library.
 std::string WithCause(const std::string& message);
 
 // While one lives, a terminal on standard error shows how far a refresh is. Elsewhere it is silent.

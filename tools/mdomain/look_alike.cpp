@@ -1,6 +1,6 @@
-// Two texts look alike when they have one skeleton (Unicode Technical Standard 39, section 4), which
-// ICU makes. Letter case counts for the eye (I and l) and not for the mail server, so each alias is
-// known by its skeleton as written and by that of its small letters.
+// Two texts look alike when they have one skeleton (Unicode Technical Standard 39, section 4),
+// which ICU makes. Letter case counts for the eye (I and l) and not for the mail server, so each
+// alias is known by its skeleton as written and by that of its small letters.
 #include "tools/mdomain/look_alike.h"
 
 #include <unicode/uspoof.h>
@@ -23,9 +23,9 @@ std::string Skeleton(const std::string& text) {
   UErrorCode error = U_ZERO_ERROR;
   static USpoofChecker* const checker = uspoof_open(&error);  // for the life of the process
   std::string skeleton(text.size() * 8 + 64, '\0');
-  const int32_t length = uspoof_getSkeletonUTF8(
-      checker, 0, text.data(), static_cast<int32_t>(text.size()), skeleton.data(),
-      static_cast<int32_t>(skeleton.size()), &error);
+  const int32_t length =
+      uspoof_getSkeletonUTF8(checker, 0, text.data(), static_cast<int32_t>(text.size()),
+                             skeleton.data(), static_cast<int32_t>(skeleton.size()), &error);
   if (U_FAILURE(error) != 0 || static_cast<size_t>(length) > skeleton.size()) {
     return text;
   }

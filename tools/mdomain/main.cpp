@@ -25,8 +25,8 @@ void RequireHostSettings() {
   }
 }
 
-// A program that runs with another account's rights does not read its caller's environment: what was
-// meant for a trial folder would be done to the machine.
+// A program that runs with another account's rights does not read its caller's environment: what
+// was meant for a trial folder would be done to the machine.
 void RequireRootInForce() {
   if (secure_getenv("MDOMAIN_ROOT") == nullptr) {
     throw Failure(kUsage,

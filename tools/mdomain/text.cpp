@@ -23,7 +23,8 @@ void RequirePlainText(const std::string& what, const std::string& value) {
     throw Failure(kRefused, what + " \"" + Printable(value) + "\" is not valid UTF-8");
   }
   if (Printable(value) != value) {
-    throw Failure(kRefused, what + " \"" + Printable(value) + "\" holds control characters or hidden ones");
+    throw Failure(kRefused,
+                  what + " \"" + Printable(value) + "\" holds control characters or hidden ones");
   }
 }
 

@@ -8,11 +8,13 @@
 
 namespace mdomain {
 
-// Refuses a value that is not UTF-8 or holds control or hidden characters; `what` names it in the message.
+// Refuses a value that is not UTF-8 or holds control or hidden characters; `what` names it in the
+// message.
 void RequirePlainText(const std::string& what, const std::string& value);
 
 // `text` for a terminal: control and hidden characters and bytes that are not UTF-8 are shown by
-// their numbers, so that an account name cannot move the cursor, start a line, or look like another.
+// their numbers, so that an account name cannot move the cursor, start a line, or look like
+// another.
 std::string Printable(const std::string& text);
 
 // Calls `use(character, start, length)` for each character, and for each byte that is not UTF-8
