@@ -154,7 +154,7 @@ void RemoveLeftovers(const std::string& folder) {
   }
   for (const std::string& name : names) {
     if (name.rfind(kNewFilePrefix, 0) == 0) {
-      RemoveLeftover(folder + "/" + name);
+      RemoveLeftover(std::string(folder).append("/").append(name));
     }
   }
 }
