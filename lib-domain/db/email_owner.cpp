@@ -86,7 +86,6 @@ bool Insert(DBHandler& registry, const std::vector<Part>& parts, const char* can
 EmailOwner::EmailOwner() : EmailOwner(PATHS::EmailOwnerDb()) {}
 
 EmailOwner::EmailOwner(const std::string& path) : DBHandler(path, kSchema) {
-  setReadOnlyAllowed(true);
   _Open();
 }
 

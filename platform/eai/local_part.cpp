@@ -1,6 +1,7 @@
 // Local parts of addresses: dot-strings of atext (RFC 5321 section 4.1.2), extended by non-ASCII
 // characters (RFC 6531 section 3.3). Of these, RFC 5198 section 2 rules out the control characters
-// and the line and paragraph separators and asks for NFC.
+// and the line and paragraph separators and asks for NFC. Hidden characters, with which one address
+// could pass for another, are refused too.
 #include <unictype.h>
 #include <uninorm.h>
 #include <unistr.h>
@@ -32,7 +33,7 @@ bool IsAllowed(ucs4_t c) {
   }
   const uc_general_category_t banned = uc_general_category_or(
       UC_CONTROL, uc_general_category_or(UC_LINE_SEPARATOR, UC_PARAGRAPH_SEPARATOR));
-  return !uc_is_general_category(c, banned);
+  return !uc_is_general_category(c, banned) && !korvmailserver::IsHiddenCharacter(c);
 }
 
 const uint8_t* Bytes(const std::string& text) {

@@ -22,11 +22,12 @@ class MDOMAIN_EXPORT DBHandler {
   DBHandler(const DBHandler&) = delete;
   DBHandler& operator=(const DBHandler&) = delete;
 
-  // Opens the file for reading and writing. A missing one is created (owner "Postara-Server", mode
+  // Opens the file for reading and writing; one that may only be read for reading, so that every
+  // write fails (SQLITE_READONLY). A missing one is created (owner "Postara-Server", mode
   // 0644) with its folder (mode 0755) and missing folders above; a file without any table gets the
   // schema, in one transaction, also when several processes connect at once. 0 on success;
   // otherwise SQLite's result code and one log line that names the file and what is wrong with it
-  // (a directory, not a database, read-only, no rights, locked, a folder that cannot be made, a
+  // (a directory, a link, not a database, no rights, locked, a folder that cannot be made, a
   // schema that fails), and no file is left behind that was not there. A connected handler: 0 at
   // once.
   int connect();
@@ -43,9 +44,6 @@ class MDOMAIN_EXPORT DBHandler {
   // How long a statement waits for another process's lock; 10 seconds until it is set. May be
   // called before connect().
   void setBusyTimeout(int milliseconds);
-  // Before connect(): whether a file that may only be read is opened for reading, so that every
-  // write fails, instead of being refused as read-only. Not allowed until it is set.
-  void setReadOnlyAllowed(bool allowed) { read_only_allowed_ = allowed; }
   // The connection; null while there is none.
   sqlite3* getDB() const { return db_; }
   // The result code of the last call made through the handler, 0 after success.
@@ -86,7 +84,6 @@ class MDOMAIN_EXPORT DBHandler {
 
   std::string err_text_;
   int busy_timeout_ = 10000;
-  bool read_only_allowed_ = false;
   int scope_depth_ = 0;
   bool scope_open_ = false;  // the scope's transaction has begun
   int scope_lost_ = 0;       // why SQLite rolled it back under the scope, 0 while it has not

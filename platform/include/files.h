@@ -24,8 +24,8 @@ MDOMAIN_EXPORT int mailUGidGet(const char* owner, uid_t* uid, gid_t* gid);
 
 // True for anything at `path`, a folder too; false for a link that leads nowhere.
 MDOMAIN_EXPORT bool KLIBCFileExist(const char* path);
-// Creates an empty file (mode 0644 less the umask) or sets its times to now. 0, or negative with
-// errno set; ELOOP for a symbolic link, which is not followed.
+// Creates an empty file (mode 0644, whatever the umask) or sets its times to now. 0, or negative
+// with errno set. Neither the file nor its folder may be a symbolic link: ELOOP, ENOTDIR.
 MDOMAIN_EXPORT int KLIBCFileTouch(const char* path);
 // Creates a folder with all missing parents; the folders that it makes get owner, group and mode,
 // whatever the umask. A folder that exists is left as it is: 0. Negative with errno set on failure
@@ -56,14 +56,28 @@ enum class FolderResult {
   kNoAccount,  // the service account does not exist
   kFailed,     // errno is set
 };
-// Makes a folder of the service account with all missing parents, as KORVFSMkdirP does.
+// Makes a folder of the service account with all missing parents, as KORVFSMkdirP does. A symbolic
+// link in its place fails with ELOOP unless root made it.
 MDOMAIN_EXPORT FolderResult MakeServiceFolder(const std::string& path, mode_t mode);
 
 // Replaces or creates a file so that a reader sees the old or the new bytes, whole: written beside
 // it, synced, renamed over it, the folder synced. Mode as given, whatever the umask; where the
-// caller may give files away, the new file gets the owner of the old one. A symbolic link is
-// replaced, not followed. 0, or negative with errno set and the old file untouched.
+// caller may give files away, the new file gets the owner of the old one. Only a regular file is
+// replaced: a symbolic link is neither followed nor replaced (ELOOP), nor is a folder (EISDIR), a
+// device or a pipe (ENOTSUP). 0, or negative with errno set and the old file untouched.
 MDOMAIN_EXPORT int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode);
+// Removes what killed processes left in a folder on its way into place (ReplaceFile, databases,
+// folders), known by its name and by a lock that ends with its maker. Failures are passed over.
+MDOMAIN_EXPORT void RemoveLeftovers(const std::string& folder);
+// Whether files in this folder are safe from others: it belongs to root, the service account, the
+// caller or, below a root prefix, the owner of that root, and only its owner or group can write to
+// it, or nobody can remove what is another's (sticky). False with the reason in `why`; a folder
+// that does not exist is safe.
+MDOMAIN_EXPORT bool IsSafeFolder(const std::string& folder, std::string& why);
+// Gives a file back to the service account, and makes an empty one readable as `mode` says, when
+// the caller may: a restored copy, or what a killed process left. One that group or others may
+// write to gets `mode` too. Failures are passed over, and a symbolic link is left alone.
+MDOMAIN_EXPORT void MendServiceFile(const std::string& path, mode_t mode);
 // Makes a rename or removal of `path` survive a crash: syncs its folder. Not every file system can;
 // the file is in place either way, so no failure is reported.
 MDOMAIN_EXPORT void SyncFolderOf(const std::string& path);

@@ -21,7 +21,7 @@ struct PublishedFile {
   std::string digest;       // SHA-256 of the content, in hexadecimal
   std::string node;         // the machine that published it
   long long published = 0;  // seconds since 1970
-  unsigned mode = 0644;
+  unsigned mode = 0644;     // on the publishing machine; a pulled file does not get it
 };
 
 struct NodeFile {
@@ -56,11 +56,12 @@ MDOMAIN_EXPORT bool PublishChangedFiles(
 // between machines.
 MDOMAIN_EXPORT bool ListPublishedFiles(std::vector<PublishedFile>& files);
 
-// Brings the file published under `key` to its path below the root prefix: owner "Postara-Server",
-// mode as published, missing folders made. A reader sees the old or the new file, whole; a run that
-// is killed leaves at most a hidden ".NAME.pull" beside it, which the next run uses again. A path
-// outside "/var/packages/Postara-Server/" is refused. The store records what this machine has; a
-// record that cannot be written is a warning, not a failure.
+// Brings the file published under `key` to where files of this key belong below the root prefix:
+// owner "Postara-Server", mode 0644, missing folders made. A reader sees the old or the new file,
+// whole; what a run that is killed leaves beside it is removed by the next. The store is not
+// trusted: a key that is not known, a path that is not the key's, and anything but a regular file
+// in the way are refused. The store records what this machine has; a record that cannot be written
+// is a warning, not a failure.
 MDOMAIN_EXPORT PullResult PullPublishedFile(const std::string& key);
 // The same for files that ListPublishedFiles gave, with a result for each; what this machine has is
 // recorded once for all.

@@ -7,6 +7,7 @@
 #define PLATFORM_SQLITE_H
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <cstdarg>
 #include <cstddef>
@@ -15,7 +16,17 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace korvmailserver {
+
+// Keeps what is wrong with a database file (disk full, may not be written, locked, damaged, no
+// database, input or output error) for LastDatabaseFailure; other results are passed over. `db` is
+// the connection that gave the result.
+MDOMAIN_EXPORT void NoteDatabaseFailure(sqlite3* db, int result);
+// "database PATH: REASON" of the last failure in this process; empty while there was none. SQLite's
+// own texts name no file.
+MDOMAIN_EXPORT const std::string& LastDatabaseFailure();
 
 // An SQL text made by SQLite's own printf: %q doubles single quotes, %Q adds them and writes NULL
 // for a null pointer, %w doubles double quotes. Both end at a zero byte, so bind what may hold one.
@@ -44,13 +55,19 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Opens a file, or ":memory:", instead of the one before. Locks of others are waited for
-  // `busy_milliseconds`. SQLITE_OK; otherwise the code, its text in Error, and no connection.
+  // Opens a file, or ":memory:", instead of the one before. A symbolic link is read through, but
+  // not written through. Locks of others are waited for `busy_milliseconds`. SQLITE_OK; otherwise
+  // the code, its text in Error, and no connection.
   int Open(const std::string& path, Mode mode, int busy_milliseconds) {
     Close();
+    if (mode != Mode::kRead && _IsLink(path)) {
+      error_ = "it is a symbolic link, which is not followed";
+      return SQLITE_CANTOPEN;
+    }
     const int result = sqlite3_open_v2(path.c_str(), &db_, _OpenFlags(mode), nullptr);
     if (result != SQLITE_OK) {
       error_ = sqlite3_errmsg(db_);
+      NoteDatabaseFailure(db_, result);
       Close();
       return result;
     }
@@ -69,6 +86,7 @@ class Connection {
         db_ == nullptr ? SQLITE_MISUSE : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
     if (result != SQLITE_OK) {
       error_ = db_ == nullptr ? "not connected" : sqlite3_errmsg(db_);
+      NoteDatabaseFailure(db_, result);
     }
     return result;
   }
@@ -78,6 +96,10 @@ class Connection {
   const std::string& Error() const { return error_; }
 
  private:
+  static bool _IsLink(const std::string& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+  }
   static int _OpenFlags(Mode mode) {
     if (mode == Mode::kRead) {
       return SQLITE_OPEN_READONLY;
@@ -123,7 +145,13 @@ class Statement {
   }
 
   // SQLITE_ROW, SQLITE_DONE, or the code of a failure.
-  int Step() { return failure_ == SQLITE_OK ? sqlite3_step(statement_) : failure_; }
+  int Step() {
+    const int result = failure_ == SQLITE_OK ? sqlite3_step(statement_) : failure_;
+    if (result != SQLITE_ROW && result != SQLITE_DONE) {
+      NoteDatabaseFailure(db_, result);
+    }
+    return result;
+  }
   // Ready to be bound and stepped from the start again.
   void Reset() { sqlite3_reset(statement_); }
   // For a statement that gives no rows: steps to its end and resets it. False when it failed.
@@ -214,7 +242,12 @@ class Transaction {
 
  private:
   int _RunText(const char* sql) {
-    return db_ == nullptr ? SQLITE_MISUSE : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+    if (db_ == nullptr) {
+      return SQLITE_MISUSE;
+    }
+    const int result = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+    NoteDatabaseFailure(db_, result);
+    return result;
   }
 
   sqlite3* db_;

@@ -46,6 +46,16 @@ inline bool HasControlCharacter(std::string_view text) {
 // Well-formed UTF-8 as a whole; the empty text is.
 MDOMAIN_EXPORT bool IsValidUtf8(std::string_view text);
 
+// A character that changes how the text around it looks without being seen itself: it turns the
+// direction of writing, or has no width. Two names that differ by one look the same.
+constexpr bool IsHiddenCharacter(char32_t c) {
+  return c == 0x061C || c == 0x200B || c == 0x200E || c == 0x200F || (c >= 0x202A && c <= 0x202E) ||
+         (c >= 0x2066 && c <= 0x2069) || c == 0xFEFF;
+}
+// The text as it can be shown on a terminal or in a log: control characters, line and paragraph
+// separators and hidden characters become "<U+202E>", bytes that are not UTF-8 "<0xFF>".
+MDOMAIN_EXPORT std::string VisibleText(const std::string& text);
+
 }  // namespace korvmailserver
 
 #endif  // PLATFORM_TEXT_H

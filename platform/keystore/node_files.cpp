@@ -1,9 +1,6 @@
 // Pulling published files to where this machine's programs read them.
 #include "platform/include/node_files.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,105 +14,66 @@
 #include "platform/include/maillog.h"
 #include "platform/include/root_path.h"
 #include "platform/keystore/backend.h"
+#include "platform/keystore/node_paths.h"
 #include "platform/keystore/snapshot.h"
+#include "platform/system/new_file.h"
 
 namespace korvmailserver {
 
 namespace {
 
-// Only files below this folder are written: whoever can write to the store could otherwise replace
-// any file of this machine.
-constexpr char kAllowedFolder[] = "/var/packages/Postara-Server/";
-
-bool IsAllowed(const std::string& path) {
-  return path.rfind(kAllowedFolder, 0) == 0 && (path + "/").find("/../") == std::string::npos &&
-         path.find('\0') == std::string::npos && path.back() != '/';
-}
+// Every published file is one that the mail services read; none is a program.
+constexpr mode_t kMode = 0644;
 
 // A file that grows beside the one that it will replace.
-class NewFile : public FileShare::Receiver {
+class PulledFile : public FileShare::Receiver {
  public:
-  explicit NewFile(const std::string& path)
-      : path_(path),
-        folder_(path.substr(0, path.rfind('/'))),
-        beside_(folder_ + "/." + path.substr(path.rfind('/') + 1) + ".pull") {}
-  ~NewFile() override {
-    if (file_ >= 0) {
-      unlink(beside_.c_str());
-      close(file_);
-    }
-  }
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
+  explicit PulledFile(const std::string& path)
+      : path_(path), folder_(path.substr(0, path.rfind('/'))), file_(path) {}
 
   bool Begin(std::string& error) override {
-    return (file_ >= 0 || Open(error)) &&
-           ((ftruncate(file_, 0) == 0 && lseek(file_, 0, SEEK_SET) == 0) || Fail(error));
+    return file_.IsOpen() ? file_.Clear() || Fail(error) : Open(error);
   }
 
   bool Append(const std::string& piece, std::string& error) override {
-    for (size_t done = 0; done < piece.size();) {
-      const ssize_t count = write(file_, piece.data() + done, piece.size() - done);
-      if (count < 0 && errno != EINTR) {
-        return Fail(error);
-      }
-      done += count < 0 ? 0 : static_cast<size_t>(count);
-    }
-    return true;
+    return file_.Append(piece) || Fail(error);
   }
 
   // Puts the new file in the old one's place. A journal that a crash left beside an old database
   // would be played back into the new one.
-  bool Replace(unsigned mode, std::string& error) {
-    if (fchmod(file_, mode) != 0 || fsync(file_) != 0) {
-      return Fail(error);
-    }
-    if (mailFileOwnerModeSet(beside_.c_str(), kServiceAccount, mode) < 0) {
-      error.clear();
-      return false;
-    }
+  bool Replace(std::string& error) {
     unlink((path_ + "-journal").c_str());
-    if (rename(beside_.c_str(), path_.c_str()) != 0) {
-      return Fail(error);
-    }
-    close(file_);
-    file_ = -1;
-    SyncFolderOf(path_);
-    return true;
+    return file_.Replace(kMode) || Fail(error);
   }
 
  private:
   bool Open(std::string& error) {
     const FolderResult made = MakeServiceFolder(folder_, 0755);
-    if (made == FolderResult::kNoAccount) {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    if (made == FolderResult::kNoAccount || mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
       error = std::string("no account ") + kServiceAccount;
       return false;
     }
     if (made == FolderResult::kFailed) {
       return Fail(error);
     }
-    file_ = open(beside_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (file_ < 0) {
-      return Fail(error);
-    }
-    if (flock(file_, LOCK_EX | LOCK_NB) != 0) {
-      error = "another pull is writing " + beside_;
-      close(file_);
-      file_ = -1;
+    if (!IsSafeFolder(folder_, error)) {
+      error = "cannot write " + path_ + ": " + error;
       return false;
     }
-    return true;
+    RemoveLeftovers(folder_);
+    return (file_.Open() && file_.SetOwner(uid, gid)) || Fail(error);
   }
 
   bool Fail(std::string& error) const {
-    error = "cannot write " + beside_ + ": " + strerror(errno);
+    error = "cannot write " + path_ + ": " + strerror(errno);
     return false;
   }
 
   const std::string path_;
   const std::string folder_;
-  const std::string beside_;
-  int file_ = -1;
+  NewFile file_;
 };
 
 bool OnFiles(int log_level,
@@ -134,19 +92,19 @@ bool OnFiles(int log_level,
 
 // Sets `file` to what was fetched.
 PullResult Pull(FileShare& files, PublishedFile& file, std::string& error) {
-  if (!IsAllowed(file.path)) {
-    error = "file " + file.key + ": its path [" + file.path + "] is not below " + kAllowedFolder;
+  std::string place;
+  if (!PlaceOfPublished(file, place, error)) {
     return PullResult::kFailed;
   }
   if (file.node == NodeName()) {
     return PullResult::kPublishedHere;
   }
-  const std::string path = UnderRoot(file.path);
+  const std::string path = UnderRoot(place);
   std::string bytes;
   if (ReadFile(path, bytes) == 0 && DigestOf(bytes) == file.digest) {
     return PullResult::kUnchanged;
   }
-  NewFile replacement(path);
+  PulledFile replacement(path);
   PublishedFile fetched;
   if (!files.Fetch(file.key, fetched, replacement, error)) {
     return PullResult::kFailed;
@@ -156,7 +114,7 @@ PullResult Pull(FileShare& files, PublishedFile& file, std::string& error) {
     return PullResult::kFailed;
   }
   file = fetched;
-  return replacement.Replace(file.mode, error) ? PullResult::kReplaced : PullResult::kFailed;
+  return replacement.Replace(error) ? PullResult::kReplaced : PullResult::kFailed;
 }
 
 }  // namespace

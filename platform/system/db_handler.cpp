@@ -4,7 +4,6 @@
 // batches.
 #include "platform/include/db_handler.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
+#include "platform/system/new_file.h"
 
 namespace {
 
@@ -29,17 +29,27 @@ constexpr const char* kJournals[] = {"-journal", "-wal", "-shm"};
 
 constexpr char kCountRows[] = "SELECT COUNT(*) FROM \"%w\"";
 
+std::string FolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return path.substr(0, slash == std::string::npos ? 0 : slash);
+}
+
 enum class Found { kFile, kNothing, kUnusable };
 
 // What stands at the path; `why` is set when it cannot be a database.
 Found Look(const std::string& path, std::string& why) {
   struct stat info {};
-  if (stat(path.c_str(), &info) != 0) {
+  if (!korvmailserver::IsSafeFolder(FolderOf(path), why)) {
+    return Found::kUnusable;
+  }
+  if (lstat(path.c_str(), &info) != 0) {
     why = std::strerror(errno);
     return errno == ENOENT ? Found::kNothing : Found::kUnusable;
   }
   if (!S_ISREG(info.st_mode)) {
-    why = S_ISDIR(info.st_mode) ? "it is a directory" : "it is not a regular file";
+    why = S_ISDIR(info.st_mode)   ? "it is a directory"
+          : S_ISLNK(info.st_mode) ? "it is a symbolic link, which is not followed"
+                                  : "it is not a regular file";
     return Found::kUnusable;
   }
   if (info.st_size == 1) {  // SQLite takes this size for an empty file and would overwrite it
@@ -51,8 +61,7 @@ Found Look(const std::string& path, std::string& why) {
 
 // On a new host the first database comes before its folder. One log line on failure.
 bool MakeFolderOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  const std::string folder = path.substr(0, slash == std::string::npos ? 0 : slash);
+  const std::string folder = FolderOf(path);
   if (folder.empty() || KLIBCFileExist(folder.c_str())) {
     return true;
   }
@@ -110,6 +119,9 @@ int DBHandler::connect() {
     maillog(kLogError, "Cannot open database [%s]: %s", path_.c_str(), why.c_str());
     return err_ = SQLITE_CANTOPEN;
   }
+  if (found == Found::kFile) {
+    korvmailserver::MendServiceFile(path_, kMode);
+  }
   const int result = _OpenAndCheck();
   if (result != SQLITE_OK) {
     maillog(kLogError, "Cannot open database [%s]: %s", path_.c_str(), err_text_.c_str());
@@ -122,29 +134,30 @@ int DBHandler::connect() {
   return err_ = result;
 }
 
-// A new, empty file with its owner and mode, so that it never holds data under wrong ones. A file
-// that another process made in the meantime is as good. One log line on failure.
+// A new, empty file, which has its owner and mode before it has its name. A file that another
+// process made in the meantime is as good. One log line on failure.
 bool DBHandler::_CreateFile(bool& created) {
   if (!MakeFolderOf(path_)) {
     return false;
   }
-  const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (fd < 0 && errno == EEXIST) {
-    return true;
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+    maillog(kLogError, "Cannot set the owner of [%s]: there is no account [%s]", path_.c_str(),
+            kServiceAccount);
+    return false;
   }
-  if (fd < 0) {
+  korvmailserver::NewFile file(path_);
+  created = file.Open() && file.SetOwner(uid, gid) && file.Create(kMode);
+  if (!created && errno != EEXIST) {
     maillog(kLogError, "Cannot create database [%s]: %m", path_.c_str());
     return false;
   }
-  close(fd);
-  created = mailFileOwnerModeSet(path_.c_str(), kServiceAccount, kMode) >= 0;
-  if (!created) {
-    unlink(path_.c_str());
-  }
-  return created;
+  return true;
 }
 
-// Opens the file, reads its first page, and gives it the schema when it has none at all.
+// Opens the file, for reading where it cannot be written (SQLite does so without a word), reads its
+// first page, and gives it the schema when it has none at all.
 int DBHandler::_OpenAndCheck() {
   const int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr);
   if (result != SQLITE_OK) {
@@ -157,11 +170,6 @@ int DBHandler::_OpenAndCheck() {
   const int tables = GetTableDataCount("sqlite_master");
   if (tables < 0) {
     return err_;
-  }
-  // SQLite falls back to reading only without a word.
-  if (!read_only_allowed_ && sqlite3_db_readonly(db_, "main") != 0) {
-    err_text_ = "it is read-only";
-    return SQLITE_READONLY;
   }
   return tables > 0 || schema_.empty() ? SQLITE_OK : _RunSchema();
 }
@@ -287,6 +295,7 @@ int DBHandler::_ExecText(const char* sql) {
 // Keeps the text, because the rollback that follows replaces SQLite's own by "not an error".
 int DBHandler::_KeepFailure(int result) {
   err_text_ = db_ == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(db_);
+  korvmailserver::NoteDatabaseFailure(db_, result);
   return err_ = result;
 }
 

@@ -14,7 +14,12 @@
 #include <memory>
 #include <utility>
 
+#include "platform/include/maillog.h"
+#include "platform/system/new_file.h"
+
 namespace {
+
+constexpr mode_t kFlagMode = 0644;
 
 // Closes at the end of its scope without touching errno.
 class File {
@@ -42,47 +47,48 @@ bool IsFolder(const std::string& path) {
   return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-// Makes one folder; one that is there already is success. A folder whose owner or mode cannot be
-// set is taken away again: left behind, the next call would take it for a good one.
+// Puts a folder that is ready in its place; EEXIST when something is there.
+int PlaceFolder(const std::string& ready, const std::string& path) {
+  if (renameat2(AT_FDCWD, ready.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+    return 0;
+  }
+  // Not every file system knows the flag; without it only an empty folder can be replaced.
+  return errno == EINVAL || errno == ENOSYS ? rename(ready.c_str(), path.c_str()) : -1;
+}
+
+// Makes one folder; one that is there already is success. It has owner and mode before it has its
+// name: a process that is killed in between leaves nothing that the next would take for a good one.
 int MakeFolder(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
-  if (mkdir(path.c_str(), 0700) != 0) {
-    const int error = errno;
-    if (IsFolder(path)) {
-      return 0;
-    }
-    errno = error == EEXIST ? ENOTDIR : error;
+  const size_t slash = path.rfind('/');
+  const std::string parent = slash == std::string::npos ? "" : path.substr(0, slash + 1);
+  korvmailserver::RemoveLeftovers(parent.empty() ? "." : parent);
+  std::string ready = parent + korvmailserver::kNewFilePrefix + "XXXXXX";
+  if (mkdtemp(ready.data()) == nullptr) {
     return -1;
   }
-  if (lchown(path.c_str(), uid, gid) == 0 && chmod(path.c_str(), mode) == 0) {
+  if (lchown(ready.c_str(), uid, gid) == 0 && chmod(ready.c_str(), mode) == 0 &&
+      PlaceFolder(ready, path) == 0) {
     return 0;
   }
   const int error = errno;
-  rmdir(path.c_str());
-  errno = error;
+  rmdir(ready.c_str());
+  if (IsFolder(path)) {  // another process was faster
+    return 0;
+  }
+  errno = error == EEXIST ? ENOTDIR : error;
   return -1;
 }
 
-int WriteAll(int fd, const std::string& bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t count = write(fd, bytes.data() + done, bytes.size() - done);
-    if (count < 0 && errno != EINTR) {
-      return -1;
-    }
-    done += count < 0 ? 0 : static_cast<size_t>(count);
-  }
-  return 0;
-}
-
-// The new file's bytes, owner and mode, on disk. The owner of the file that it will replace is
-// kept where the caller may do so; a caller who may not owns the new one.
-int FillNew(int fd, const std::string& old_path, const std::string& bytes, mode_t mode) {
-  struct stat old {};
-  if (lstat(old_path.c_str(), &old) == 0 && (old.st_uid != geteuid() || old.st_gid != getegid())) {
-    const int ignored = fchown(fd, old.st_uid, old.st_gid);
-    static_cast<void>(ignored);
-  }
-  return WriteAll(fd, bytes) != 0 || fchmod(fd, mode) != 0 || fsync(fd) != 0 ? -1 : 0;
+// The folder of a path, itself not reached through a link that its owner could have placed; the
+// path's last part is set in `name`.
+int OpenFolderOf(const std::string& path, std::string& name) {
+  const size_t slash = path.rfind('/');
+  const size_t end = slash == std::string::npos ? slash : path.find_last_not_of('/', slash);
+  name = path.substr(slash == std::string::npos ? 0 : slash + 1);
+  const std::string folder = slash == std::string::npos ? "."
+                             : end == std::string::npos ? "/"
+                                                        : path.substr(0, end + 1);
+  return open(folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
 }  // namespace
@@ -97,9 +103,21 @@ int KLIBCFileTouch(const char* path) {
     return -1;
   }
   // Not through a link: flag folders belong to accounts with fewer rights than the caller.
-  const File file(
-      open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
-  return file.get() < 0 || futimens(file.get(), nullptr) != 0 ? -1 : 0;
+  std::string name;
+  const File folder(OpenFolderOf(path, name));
+  if (folder.get() < 0) {
+    return -1;
+  }
+  const File file(openat(folder.get(), name.c_str(),
+                         O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+                         kFlagMode));
+  struct stat info {};
+  if (file.get() < 0 || fstat(file.get(), &info) != 0 || futimens(file.get(), nullptr) != 0) {
+    return -1;
+  }
+  // The consumer runs under another account: a strict umask must not hide the flag from it.
+  const bool strict = info.st_uid == geteuid() && (info.st_mode & kFlagMode) != kFlagMode;
+  return strict ? fchmod(file.get(), kFlagMode) : 0;
 }
 
 int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode) {
@@ -164,25 +182,30 @@ FolderResult MakeServiceFolder(const std::string& path, mode_t mode) {
   if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
     return FolderResult::kNoAccount;
   }
-  return KORVFSMkdirP(path.c_str(), uid, gid, mode) < 0 ? FolderResult::kFailed
-                                                        : FolderResult::kDone;
+  struct stat info {};
+  if (lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode) && info.st_uid != 0) {
+    errno = ELOOP;
+    return FolderResult::kFailed;
+  }
+  std::string why;
+  if (KORVFSMkdirP(path.c_str(), uid, gid, mode) < 0) {
+    return FolderResult::kFailed;
+  }
+  if (!IsSafeFolder(path, why)) {
+    maillog(kLogError, "Folder [%s] is not used: %s", path.c_str(), why.c_str());
+    errno = EPERM;
+    return FolderResult::kFailed;
+  }
+  return FolderResult::kDone;
 }
 
 int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode) {
-  std::string beside = path + ".XXXXXX";
-  File file(mkostemp(beside.data(), O_CLOEXEC));
-  if (file.get() < 0) {
+  NewFile file(path);
+  if (!file.Open()) {
     return -1;
   }
-  if (FillNew(file.get(), path, bytes, mode) != 0 || file.Close() != 0 ||
-      rename(beside.c_str(), path.c_str()) != 0) {
-    const int error = errno;
-    unlink(beside.c_str());
-    errno = error;
-    return -1;
-  }
-  SyncFolderOf(path);
-  return 0;
+  file.TakeOwnerOfOld();
+  return file.Append(bytes) && file.Replace(mode) ? 0 : -1;
 }
 
 void SyncFolderOf(const std::string& path) {

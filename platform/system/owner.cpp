@@ -34,33 +34,63 @@ const passwd* FindAccount(const char* name) {
   return entry;
 }
 
-// Never through a link: the service account can put one into its own folder, and the caller is
-// root. The descriptor is one without access to the contents, because closing an ordinary one would
-// drop the locks that SQLite holds on the same file in this process.
-int SetOwnerAndMode(const char* path, uid_t uid, gid_t gid, mode_t mode) {
-  const int fd = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) {
-    return -1;
-  }
-  struct stat info {};
-  int result = fstat(fd, &info);
-  if (result == 0 && S_ISLNK(info.st_mode)) {
-    errno = ELOOP;
-    result = -1;
-  }
-  if (result == 0 && (info.st_uid != uid || info.st_gid != gid)) {
-    result = fchownat(fd, "", uid, gid, AT_EMPTY_PATH);
-  }
-  if (result == 0) {
-    result = chmod(("/proc/self/fd/" + std::to_string(fd)).c_str(), mode);
-    if (result != 0 && errno == ENOENT) {  // a bare chroot without /proc
-      result = chmod(path, mode);
+// A file without access to its contents, because closing an ordinary descriptor would drop the
+// locks that SQLite holds on the same file in this process. Never through a link: the service
+// account can put one into its own folder, and the caller is root.
+class FileHandle {
+ public:
+  explicit FileHandle(const char* path)
+      : path_(path), fd_(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC)) {}
+  ~FileHandle() {
+    const int error = errno;
+    if (fd_ >= 0) {
+      close(fd_);
     }
+    errno = error;
   }
-  const int error = errno;
-  close(fd);
-  errno = error;
-  return result;
+  FileHandle(const FileHandle&) = delete;
+  FileHandle& operator=(const FileHandle&) = delete;
+
+  // False with errno set, for a link too.
+  bool Read(struct stat& info) const {
+    if (fd_ < 0 || fstat(fd_, &info) != 0) {
+      return false;
+    }
+    errno = ELOOP;
+    return !S_ISLNK(info.st_mode);
+  }
+  bool SetOwner(uid_t uid, gid_t gid) const {
+    return fchownat(fd_, "", uid, gid, AT_EMPTY_PATH) == 0;
+  }
+  bool SetMode(mode_t mode) const {
+    const bool done = chmod(("/proc/self/fd/" + std::to_string(fd_)).c_str(), mode) == 0;
+    return done || (errno == ENOENT && chmod(path_, mode) == 0);  // a bare chroot without /proc
+  }
+
+ private:
+  const char* path_;
+  int fd_;
+};
+
+bool SetOwnerAndMode(const char* path, uid_t uid, gid_t gid, mode_t mode) {
+  const FileHandle file(path);
+  struct stat info {};
+  return file.Read(info) &&
+         ((info.st_uid == uid && info.st_gid == gid) || file.SetOwner(uid, gid)) &&
+         file.SetMode(mode);
+}
+
+bool IsTrusted(uid_t owner) {
+  if (owner == 0 || owner == geteuid()) {
+    return true;
+  }
+  const passwd* service = FindAccount(korvmailserver::kServiceAccount);
+  if (service != nullptr && service->pw_uid == owner) {
+    return true;
+  }
+  const std::string root = korvmailserver::RootPrefix();
+  struct stat info {};
+  return !root.empty() && stat(root.c_str(), &info) == 0 && info.st_uid == owner;
 }
 
 }  // namespace
@@ -90,10 +120,48 @@ int mailFileOwnerModeSet(const char* path, const char* owner, unsigned mode) {
     maillog(kLogError, "Cannot set the owner of [%s]: there is no account [%s]", path, owner);
     return -1;
   }
-  if (SetOwnerAndMode(path, uid, gid, mode) != 0) {
+  if (!SetOwnerAndMode(path, uid, gid, mode)) {
     maillog(kLogError, "Cannot set the owner of [%s] to [%s] and its mode to %04o: %m", path, owner,
             mode);
     return -1;
   }
   return 0;
 }
+
+namespace korvmailserver {
+
+bool IsSafeFolder(const std::string& folder, std::string& why) {
+  struct stat info {};
+  if (stat(folder.c_str(), &info) != 0) {
+    return true;
+  }
+  if (!IsTrusted(info.st_uid)) {
+    why = "the folder belongs to account number " + std::to_string(info.st_uid);
+    return false;
+  }
+  if ((info.st_mode & S_IWOTH) != 0 && (info.st_mode & S_ISVTX) == 0) {
+    why = "everybody may write to the folder";
+    return false;
+  }
+  return true;
+}
+
+void MendServiceFile(const std::string& path, mode_t mode) {
+  const FileHandle file(path.c_str());
+  struct stat info {};
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (!file.Read(info) || !S_ISREG(info.st_mode) || mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+    return;
+  }
+  if (geteuid() == 0 && info.st_uid != uid) {
+    file.SetOwner(uid, gid);
+  }
+  const bool unfinished = info.st_size == 0 && (info.st_mode & 07777) != mode;
+  const bool open_to_others = (info.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  if ((geteuid() == 0 || info.st_uid == geteuid()) && (unfinished || open_to_others)) {
+    file.SetMode(mode);
+  }
+}
+
+}  // namespace korvmailserver

@@ -109,6 +109,7 @@ TEST(EaiLocalPart, IsADotStringOfAtextAndUtf8) {
       {false, true, {"jörg.müller", "例え", Repeat("ü", 32)}},
       {false, false, {std::string(65, 'a'), Repeat("ü", 33), "jo\u0308rg" /* not NFC */}},
       {false, false, {"a\u0085b", "a\u2028b", "a\xff", "a\nb", std::string("a\0", 2)}},
+      {false, false, {"a\u202eb", "a\u061cb", "a\u2066b", "a\u200b", "\ufeffa"}},
       {false, false, {"", ".a", "a.", "a..b", "a b", "\"a\"", "a@b", "a\\b"}},
   };
   for (const auto& c : cases) {
@@ -135,6 +136,7 @@ TEST(EaiLocalPart, StrippingLeavesAValidLocalPart) {
       {"a\xff\xc3(\xe4\xbe\x8b", "a例"},  // stray bytes go, the characters beside them stay
       {std::string("a\0b\r\n\u0085\u2029", 10), "ab"},
       {"<a@b>\"'\\", "ab'"},
+      {"a\u202eb\u200b", "ab"},
       {"", ""},
   };
   for (const auto& c : cases) {

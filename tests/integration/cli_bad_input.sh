@@ -37,6 +37,7 @@ refused 3 '"<a>b c" makes no local parts' domain create new.example --pattern '<
 refused 3 '"..<a>" makes no local parts' domain set 1 --pattern '..<a>'
 refused 3 'not valid UTF-8' domain set 1 --description $'\xff'
 refused 3 'control characters' domain set 1 --description $'a\nb'
+refused 3 '"a<U\+202E>b" holds' domain set 1 --description $'a\u202eb'
 refused 2 'exclude' domain set 1 --auto-add --no-auto-add
 # The primary domain, and questions that nobody can answer.
 refused 3 'primary' domain delete 1 --yes
@@ -64,7 +65,7 @@ refused 4 'no group of domain 2' group remove 2 books sales --yes
 refused 4 'nobody.*"zz"' user find 1 zz
 refused 4 'no alias "zz"' user set 2 erik --remove-alias zz
 # Aliases and roles.
-for alias in '' 'a b' 'a@b' '.a' 'a..b' "a$long" $'a\xff' $'a\nb' '"a"'; do
+for alias in '' 'a b' 'a@b' '.a' 'a..b' "a$long" $'a\xff' $'a\nb' '"a"' $'a\u2067b'; do
   refused 3 'alias' user add 2 anna --alias "$alias"
   refused 3 'alias' user set 2 erik --add-alias "$alias"
 done
@@ -84,6 +85,7 @@ refused 2 'not expected' domain list extra
 refused 2 'not expected' domain list --nosuch
 refused 2 '"x" is not a number' domain list --limit x
 refused 2 '"99999999999" is not a number' user list 1 --offset 99999999999
+refused 2 'x<U\+001B>\[2J<U\+061C>' domain list $'x\e[2J\u061c'
 refused 2 'not exist' --root "$scratch/nosuch" domain list
 refused 3 'account type' config set account_type nis
 refused 3 'key is empty' config set '' x

@@ -131,7 +131,7 @@ alike "a second backup" "$scratch/backup" "$scratch/backup-2"
 # A domain leaves nothing of its rules and texts; the other one does not notice.
 one=$(stored 1)
 good domain delete 2 --yes
-same "what is left" "$(stored 2)" $'[]?\n[]'
+same "what is left" "$(stored 2)" $'[]<U+000A>\n[]'
 same "the other domain" "$(stored 1)" "$one"
 gives '[(.disclaimer_list | length), (.local_domain_map | keys)]' '[1,["example.com"]]' disclaimer generate
 filter_after no disable 1 7

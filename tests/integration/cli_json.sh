@@ -35,6 +35,11 @@ gives '[([.aliases[].alias] | sort), .role, .group_controlled]' "[[\"o'brien\",\
   user set 2 erika --alias "o'brien" --add-alias Ångström
 gives . '[]' user duplicates 2
 gives .name '"erika"' user find 2 "O'Brien"
+# An alias that looks like somebody else's is taken, with a warning; the one that it looks like is not.
+gives .warnings '["alias \"еrik\" looks like \"erik\" of erik"]' user set 2 erika --add-alias еrik
+matches "a look-alike" "$err" 'warning: alias "еrik" looks like "erik" of erik'
+gives .warnings '[]' user set 2 erika --remove-alias еrik --add-alias ERIKA
+gives .warnings '[]' user set 2 erika --remove-alias ERIKA
 good group set 2 books --role domain_admin
 gives '[.[].role] | unique' '["domain_admin"]' user list 2 --query erik
 gives '[.role, .group_controlled]' '["normal",false]' user set 2 1003 --role normal
@@ -53,6 +58,14 @@ gives '[.[].name] | sort' '["erik","erika","user"]' user list 2
 gives '.[0].aliases' '[{"alias":"chief","duplicated":false}]' user add 2 ben --alias chief
 good group remove 2 books --yes
 gives '[.[].name]' '["ben"]' user list 2
+
+# What came into the database otherwise is shown, as text and as JSON.
+sqlite3 "$database" "update domain_table set domain_desc = char(8238) || 'moc' where domain_idx = 1"
+gives '.description | length' 4 domain show 1
+matches "a hidden character in JSON" "$out" '"\\u202emoc"'
+good domain show 1
+matches "a hidden character" "$out" '<U\+202E>moc'
+sqlite3 "$database" "update domain_table set domain_desc = 'a'"
 
 # Domains: primary, rename, what is published, delete.
 gives '[.id, .primary]' '[2,true]' domain primary bücher.example

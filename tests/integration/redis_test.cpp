@@ -3,6 +3,7 @@
 // folder, with password files in it.
 #include <hiredis/hiredis.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -195,6 +196,8 @@ TEST_F(RedisServerTest, PublishingManyDomainsTakesFewCommands) {
 class RedisServerFilesTest : public RedisServerTest {
  protected:
   const std::string kFolder = "/var/packages/Postara-Server/etc/";
+  const std::string kKey = "mailserver_domain_db";
+  const std::string kFile = "file_DOMAIN.db";
   const std::string settings_ = ServerSettings();
 
   RedisServerFilesTest() {
@@ -209,19 +212,19 @@ class RedisServerFilesTest : public RedisServerTest {
     return result;
   }
   bool Publish(const std::string& name) const {
-    return Wrap::setFile("key", root() + kFolder + name);
+    return Wrap::setFile(kKey, root() + kFolder + name);
   }
   // Publishes `bytes` as a file's content and pulls them; true when they arrived.
   bool Arrives(const std::string& bytes) {
-    Write(kFolder + "file", bytes);
-    return Publish("file") && Pull("key") == PullResult::kReplaced &&
-           Read("/second" + kFolder + "file") == bytes;
+    Write(kFolder + kFile, bytes);
+    return Publish(kFile) && Pull(kKey) == PullResult::kReplaced &&
+           Read("/second" + kFolder + kFile) == bytes;
   }
   // Changes the description of the published file behind its back.
   void Tamper(const char* field, const std::string& value) const {
     const size_t start = settings_.find("prefix = ") + 9;
     const std::string name =
-        settings_.substr(start, settings_.find('\n', start) - start) + "file:key";
+        settings_.substr(start, settings_.find('\n', start) - start) + "file:" + kKey;
     const Context context = Connect(16379);
     freeReplyObject(redisCommand(context.get(), "SELECT 3"));
     freeReplyObject(redisCommand(context.get(), "HSET %s %s %b", name.c_str(), field, value.data(),
@@ -235,8 +238,8 @@ TEST_F(RedisServerFilesTest, ContentOfEverySizeArrivesAndIsRecorded) {
   for (const size_t size : {(1 << 20) - 1, 1 << 20, (1 << 20) + 1, 5 << 20}) {
     EXPECT_TRUE(Arrives(std::string(size, 's'))) << size;
   }
-  EXPECT_EQ(Pull("key"), PullResult::kUnchanged);
-  EXPECT_EQ(PullPublishedFile("key"), PullResult::kPublishedHere);
+  EXPECT_EQ(Pull(kKey), PullResult::kUnchanged);
+  EXPECT_EQ(PullPublishedFile(kKey), PullResult::kPublishedHere);
   EXPECT_EQ(Pull("unknown"), PullResult::kFailed);
   EXPECT_TRUE(Logged("no file is published as unknown"));
   std::vector<PublishedFile> files;
@@ -245,40 +248,40 @@ TEST_F(RedisServerFilesTest, ContentOfEverySizeArrivesAndIsRecorded) {
   ASSERT_TRUE(korvmailserver::ListNodeFiles(nodes));
   ASSERT_EQ(files.size(), 1U);
   ASSERT_EQ(nodes.size(), 1U);
-  EXPECT_EQ(files[0].path, kFolder + "file");
+  EXPECT_EQ(files[0].path, kFolder + kFile);
   EXPECT_EQ(files[0].size, 5 << 20);
   EXPECT_EQ(nodes[0].digest, files[0].digest);
   EXPECT_EQ(nodes[0].node, files[0].node + "/second");
-  EXPECT_TRUE(Wrap::removeKey("key"));
+  EXPECT_TRUE(Wrap::removeKey(kKey));
   ASSERT_TRUE(korvmailserver::ListPublishedFiles(files));
   EXPECT_TRUE(files.empty());
   EXPECT_FALSE(Publish("missing"));
   EXPECT_TRUE(Logged("cannot read " + root() + kFolder + "missing"));
-  EXPECT_FALSE(Wrap::exist("key"));
+  EXPECT_FALSE(Wrap::exist(kKey));
 }
 
 TEST_F(RedisServerFilesTest, OnlyNewContentIsSent) {
-  Write(kFolder + "file", std::string(3 << 20, 'x'));
-  ASSERT_TRUE(Publish("file"));
+  Write(kFolder + kFile, std::string(3 << 20, 'x'));
+  ASSERT_TRUE(Publish(kFile));
   const long long before = Info("total_net_input_bytes");
-  EXPECT_TRUE(Publish("file"));
-  fs::rename(root() + kFolder + "file", root() + kFolder + "moved");
-  EXPECT_TRUE(Publish("moved"));
+  EXPECT_TRUE(Publish(kFile));
+  fs::rename(root() + kFolder + kFile, root() + kFolder + "moved_DOMAIN.db");
+  EXPECT_TRUE(Publish("moved_DOMAIN.db"));
   EXPECT_LT(Info("total_net_input_bytes") - before, 10000);
-  EXPECT_EQ(Pull("key"), PullResult::kReplaced);
-  EXPECT_EQ(Read("/second" + kFolder + "moved").size(), 3U << 20);
+  EXPECT_EQ(Pull(kKey), PullResult::kReplaced);
+  EXPECT_EQ(Read("/second" + kFolder + "moved_DOMAIN.db").size(), 3U << 20);
 }
 
 TEST_F(RedisServerFilesTest, ADatabaseIsPublishedAsItsLastCommittedState) {
   fs::create_directories(root() + kFolder);
-  DBHandler db(root() + kFolder + "a.db",
+  DBHandler db(root() + kFolder + "a_DOMAIN.db",
                "CREATE TABLE t(x); INSERT INTO t VALUES(1); PRAGMA user_version = 4;");
-  DBHandler pulled(root() + "/second" + kFolder + "a.db", "");
+  DBHandler pulled(root() + "/second" + kFolder + "a_DOMAIN.db", "");
   ASSERT_EQ(db.connect(), 0);
   ASSERT_EQ(db.exeCmds({"BEGIN IMMEDIATE; INSERT INTO t VALUES(2)"}, false), 0);
   for (const int rows : {1, 2}) {
-    ASSERT_TRUE(Publish("a.db"));
-    EXPECT_EQ(Pull("key"), PullResult::kReplaced);
+    ASSERT_TRUE(Publish("a_DOMAIN.db"));
+    EXPECT_EQ(Pull(kKey), PullResult::kReplaced);
     ASSERT_EQ(pulled.connect(), 0);
     EXPECT_EQ(pulled.GetTableDataCount("t"), rows);
     pulled.disconnect();
@@ -287,28 +290,69 @@ TEST_F(RedisServerFilesTest, ADatabaseIsPublishedAsItsLastCommittedState) {
     }
   }
   const long long before = Info("total_net_input_bytes");
-  ASSERT_TRUE(Publish("a.db"));
+  ASSERT_TRUE(Publish("a_DOMAIN.db"));
   EXPECT_LT(Info("total_net_input_bytes") - before, 2000) << "the same state has the same digest";
 }
 
 TEST_F(RedisServerFilesTest, WhatTheStoreSaysIsNotTrusted) {
-  Write("/second" + kFolder + "file", "old");
-  Write(kFolder + "file", "new");
-  ASSERT_TRUE(Publish("file"));
+  Write("/second" + kFolder + kFile, "old");
+  Write(kFolder + kFile, "new");
+  ASSERT_TRUE(Publish(kFile));
   const std::vector<std::array<const char*, 3>> changes = {
       {"0", "bad", "damaged"}, {"0", "longer", "incomplete"}, {"size", "2000000", "incomplete"}};
   for (const auto& [field, value, want] : changes) {
     Tamper(field, value);
-    EXPECT_EQ(Pull("key"), PullResult::kFailed);
-    EXPECT_TRUE(Logged(std::string("the content of key is ") + want));
+    EXPECT_EQ(Pull(kKey), PullResult::kFailed);
+    EXPECT_TRUE(Logged("the content of " + kKey + " is " + want));
   }
+  EXPECT_EQ(Read("/second" + kFolder + kFile), "old");
+}
+
+// Otherwise whoever writes to the store could put a program of their own where root runs it.
+TEST_F(RedisServerFilesTest, TheStoreChoosesNeitherPathNorMode) {
+  Write(kFolder + kFile, "new");
+  chmod((root() + kFolder + kFile).c_str(), 04777);
+  ASSERT_TRUE(Publish(kFile));
+  EXPECT_EQ(Pull(kKey), PullResult::kReplaced);
+  struct stat info {};
+  ASSERT_EQ(stat((root() + "/second" + kFolder + kFile).c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0644U);
   for (const char* path :
-       {"/etc/passwd", "/var/packages/Postara-Server/../x", "/var/packages/Postara-Server/", ""}) {
+       {"/etc/passwd", "", "/var/packages/Postara-Server/target/bin/korv_bcc_map",
+        "/var/packages/Postara-Server/etc/mailserver.db",
+        "/var/packages/Postara-Server/etc/_DOMAIN.db",
+        "/var/packages/Postara-Server/etc/.hidden_DOMAIN.db",
+        "/var/packages/Postara-Server/etc/../x_DOMAIN.db",
+        "/var/packages/Postara-Server/etc/a\nb_DOMAIN.db"}) {
     Tamper("path", path);
-    EXPECT_EQ(Pull("key"), PullResult::kFailed);
-    EXPECT_TRUE(Logged("is not below /var/packages/Postara-Server/")) << path;
+    EXPECT_EQ(Pull(kKey), PullResult::kFailed) << path;
+    EXPECT_TRUE(Logged("file " + kKey + ": [")) << path;
   }
-  EXPECT_EQ(Read("/second" + kFolder + "file"), "old");
+  const std::pair<const char*, const char*> others[] = {
+      {"sync_disclaimer_content_file-1", "disclaimer_content/domain-2"},
+      {"sync_disclaimer_content_file-", "disclaimer_content/domain-"},
+      {"sync_disclaimer_content_file-01", "disclaimer_content/domain-01"},
+      {"bcc_db", "alias.db"},
+      {"unknown", "mailserver.db"}};
+  for (const auto& [key, path] : others) {
+    Write(kFolder + path, "new");
+    ASSERT_TRUE(Wrap::setFile(key, root() + kFolder + path));
+    EXPECT_EQ(Pull(key), PullResult::kFailed) << key;
+    EXPECT_TRUE(Logged(std::string("file ") + key + ": [" + kFolder + path)) << key;
+    EXPECT_FALSE(fs::exists(root() + "/second" + kFolder + path));
+  }
+}
+
+TEST_F(RedisServerFilesTest, APullReplacesNoLinkAndSweepsWhatAKilledOneLeft) {
+  Write(kFolder + kFile, "new");
+  ASSERT_TRUE(Publish(kFile));
+  Write("/second/victim", "old");
+  Write("/second" + kFolder + ".mdomain-new-abcdef", "half");
+  fs::create_symlink(root() + "/second/victim", root() + "/second" + kFolder + kFile);
+  EXPECT_EQ(Pull(kKey), PullResult::kFailed);
+  EXPECT_TRUE(Logged("Too many levels of symbolic links"));
+  EXPECT_EQ(Read("/second/victim"), "old");
+  EXPECT_FALSE(fs::exists(root() + "/second" + kFolder + ".mdomain-new-abcdef"));
 }
 
 class RedisSentinelTest : public RedisServerTest {

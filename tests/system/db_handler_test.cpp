@@ -64,6 +64,39 @@ TEST_F(DbHandlerTest, CreatesTheFileWithItsModeAndSchemaOnce) {
   EXPECT_EQ(handler.GetTableDataCount("no \"such' table"), -1);
 }
 
+TEST_F(DbHandlerTest, OwnerAndModeThatAKillOrACopyLeftAreMended) {
+  WriteAccounts("Postara-Server:x:80:81::/:\n", "");
+  const std::tuple<const char*, mode_t, mode_t> cases[] = {
+      {"", 0600, 0644}, {"made", 0640, 0640}, {"made", 0666, 0644}};
+  for (const auto& [content, mode, wanted] : cases) {
+    fs::remove(Path());
+    if (*content == '\0') {
+      Write("/test.db", "");
+    } else {
+      ASSERT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+    }
+    ASSERT_EQ(chown(Path().c_str(), geteuid(), getegid()), 0);
+    chmod(Path().c_str(), mode);
+    EXPECT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+    struct stat info {};
+    ASSERT_EQ(stat(Path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, wanted);
+    EXPECT_EQ(info.st_uid, geteuid() == 0 ? 80U : geteuid());
+  }
+}
+
+TEST_F(DbHandlerTest, IsNotOpenedWhereSomebodyElseDecidesWhatItIs) {
+  fs::create_symlink(root() + "/target.db", Path());
+  EXPECT_NE(DBHandler(Path(), kSchema).connect(), 0);
+  EXPECT_TRUE(Logged("[" + Path() + "]: it is a symbolic link"));
+  EXPECT_NE(Connection().Open(Path(), Connection::Mode::kCreate, 0), SQLITE_OK);
+  EXPECT_FALSE(fs::exists(root() + "/target.db"));
+  fs::create_directory(root() + "/open");
+  chmod((root() + "/open").c_str(), 0777);
+  EXPECT_NE(DBHandler(root() + "/open/x.db", kSchema).connect(), 0);
+  EXPECT_TRUE(Logged("[" + root() + "/open/x.db]: everybody may write to the folder"));
+}
+
 TEST_F(DbHandlerTest, GivesTheSchemaToAnEmptyFileAndCreatesOneWithoutASchema) {
   Write("/test.db", "");
   EXPECT_EQ(DBHandler(Path(), kSchema).connect(), 0);
@@ -102,15 +135,22 @@ TEST_F(DbHandlerTest, SaysWhatStandsInTheWayAndLeavesNothingBehind) {
 }
 
 // Root may write everywhere, so the read-only cases need a process that is not root.
-TEST_F(DbHandlerTest, RefusesAReadOnlyOrUnreadableFile) {
+TEST_F(DbHandlerTest, AFileThatMayOnlyBeReadIsReadAndTellsWhoWrites) {
   ASSERT_EQ(DBHandler(Path(), kSchema).connect(), 0);
+  chmod(root().c_str(), 0755);
   for (const mode_t mode : {0444, 0000}) {
     chmod(Path().c_str(), mode);
-    chmod(root().c_str(), 0755);
     EXPECT_TRUE(test::InChild([&] {
-      const bool dropped = geteuid() != 0 || setuid(65534) == 0;
-      const int result = DBHandler(Path(), kSchema).connect();
-      return dropped && result != 0 && Logged(mode == 0 ? "Permission denied" : "it is read-only");
+      if (geteuid() == 0 && setuid(65534) != 0) {
+        return false;
+      }
+      if (mode == 0) {
+        return handler.connect() == SQLITE_CANTOPEN && Logged("Permission denied");
+      }
+      return handler.connect() == 0 && handler.GetTableDataCount("t") == 0 &&
+             handler.exeCmds(Put("x"), true) == SQLITE_READONLY &&
+             korvmailserver::LastDatabaseFailure() ==
+                 "database " + Path() + ": attempt to write a readonly database";
     })) << "mode "
         << mode;
   }

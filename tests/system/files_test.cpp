@@ -1,6 +1,7 @@
 #include "platform/include/files.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -66,6 +67,64 @@ TEST_F(FilesTest, AFailedReplacementKeepsTheOldFile) {
   EXPECT_EQ(std::distance(fs::directory_iterator(root()), fs::directory_iterator()), 1);
 }
 
+// An export to /dev/stdout once put a file in that link's place.
+TEST_F(FilesTest, OnlyARegularFileIsReplaced) {
+  Write("/target", "old");
+  fs::create_symlink(Path("target"), Path("link"));
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  const std::pair<const char*, int> cases[] = {{"link", ELOOP}, {"pipe", ENOTSUP}};
+  for (const auto& [name, error] : cases) {
+    EXPECT_LT(ReplaceFile(Path(name), "new", 0644), 0) << name;
+    EXPECT_EQ(errno, error) << name;
+  }
+  EXPECT_EQ(Read("/target"), "old");
+  EXPECT_TRUE(fs::is_symlink(Path("link")));
+}
+
+TEST_F(FilesTest, LeftoversOfKilledProcessesAreSweptAndNothingElse) {
+  fs::create_directory(Path(".mdomain-new-folder"));
+  Write("/.mdomain-new-killed", "half");
+  Write("/.other", "x");
+  fs::create_symlink(Path(".other"), Path(".mdomain-new-link"));
+  Write("/.mdomain-new-running", "half");
+  const int maker = open(Path(".mdomain-new-running").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(maker, LOCK_EX), 0);
+  korvmailserver::RemoveLeftovers(root());
+  EXPECT_FALSE(fs::exists(Path(".mdomain-new-folder")));
+  EXPECT_FALSE(fs::exists(Path(".mdomain-new-killed")));
+  EXPECT_TRUE(fs::exists(Path(".other")));
+  EXPECT_TRUE(fs::exists(Path(".mdomain-new-running")));
+  close(maker);
+}
+
+TEST_F(FilesTest, AFolderThatOthersCanChangeIsNotSafe) {
+  struct Case {
+    const char* name;
+    uid_t owner;
+    mode_t mode;
+    bool safe;
+  };
+  const Case cases[] = {{"ours", geteuid(), 0755, true},         {"group", geteuid(), 0775, true},
+                        {"everybody's", geteuid(), 0777, false}, {"sticky", geteuid(), 01777, true},
+                        {"service account's", 80, 0755, true},   {"somebody's", 4711, 0755, false}};
+  WriteAccounts("Postara-Server:x:80:81::/:\n", "");
+  for (const Case& one : cases) {
+    if (one.owner != geteuid() && geteuid() != 0) {
+      continue;
+    }
+    fs::create_directory(Path("folder"));
+    ASSERT_EQ(chown(Path("folder").c_str(), one.owner, static_cast<gid_t>(-1)), 0);
+    chmod(Path("folder").c_str(), one.mode);
+    std::string why;
+    EXPECT_EQ(korvmailserver::IsSafeFolder(Path("folder"), why), one.safe) << one.name;
+    EXPECT_EQ(korvmailserver::MakeServiceFolder(Path("folder"), 0755) ==
+                  korvmailserver::FolderResult::kDone,
+              one.safe);
+    EXPECT_TRUE(one.safe || Logged("[" + Path("folder") + "] is not used: " + why));
+    fs::remove(Path("folder"));
+  }
+}
+
 TEST_F(FilesTest, FailuresLeaveTheResultUntouched) {
   std::string bytes = "kept";
   EXPECT_LT(ReadFile(Path("none"), bytes), 0);
@@ -83,6 +142,8 @@ TEST_F(FilesTest, FailuresLeaveTheResultUntouched) {
 
 TEST_F(FilesTest, MakesFoldersWithTheirModeWhateverTheUmask) {
   const mode_t mask = umask(077);
+  EXPECT_EQ(KLIBCFileTouch(Path("flag").c_str()), 0);
+  EXPECT_EQ(Info("flag").st_mode & 07777, 0644U) << "another account reads it";
   EXPECT_EQ(KORVFSMkdirP(Path("a//b/c/").c_str(), geteuid(), getegid(), 0755), 0);
   umask(mask);
   EXPECT_EQ(Info("a").st_mode & 07777, 0755U);
@@ -108,6 +169,10 @@ TEST_F(FilesTest, TouchingCreatesOrRefreshesButFollowsNoLink) {
   EXPECT_LT(KLIBCFileTouch(Path("link").c_str()), 0);
   EXPECT_FALSE(KLIBCFileExist(Path("elsewhere").c_str()));
   EXPECT_FALSE(KLIBCFileExist(Path("link").c_str())) << "it leads nowhere";
+  fs::create_directory(Path("folder"));
+  fs::create_directory_symlink(Path("folder"), Path("way"));
+  EXPECT_LT(KLIBCFileTouch(Path("way/flag").c_str()), 0);
+  EXPECT_TRUE(fs::is_empty(Path("folder")));
   EXPECT_TRUE(KLIBCFileExist(root().c_str()));
   EXPECT_LT(KLIBCFileTouch(Path("none/flag").c_str()), 0);
   EXPECT_EQ(errno, ENOENT);

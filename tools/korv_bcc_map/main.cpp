@@ -22,6 +22,7 @@
 #include "lib-domain/base/paths.h"
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
+#include "platform/include/text.h"
 #include "tools/korv_bcc_map/map_text.h"
 #include "tools/korv_bcc_map/postmap.h"
 
@@ -157,7 +158,7 @@ void Run() {
 void ShowLog() {
   korvmailserver::SetMailLogSink([](int level, const std::string& line) {
     if (level != MDOMAIN::BASE::kLogNotice) {
-      std::cerr << line << "\n";
+      std::cerr << korvmailserver::VisibleText(line) << "\n";
     }
     return false;
   });

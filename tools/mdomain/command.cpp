@@ -10,6 +10,8 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/node_publication.h"
 #include "platform/include/node_files.h"
+#include "tools/mdomain/leftovers.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
@@ -74,6 +76,7 @@ int Call::Int(const std::string& name, int fallback) const {
 void Call::LockHere() {
   if (!lock_) {
     lock_ = std::make_unique<ChangeLock>(options_.lock_timeout);
+    RemoveAllLeftovers();
   }
 }
 
@@ -92,7 +95,7 @@ void Call::Ask(const std::string& question) const {
     if (isatty(STDIN_FILENO) == 0) {
       throw Failure(kUsage, question + " Nobody can answer here: say --yes to do it.");
     }
-    std::cerr << question << " [y/N] " << std::flush;
+    std::cerr << Printable(question) << " [y/N] " << std::flush;
     std::string answer;
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "yes") {

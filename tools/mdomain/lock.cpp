@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,26 +22,43 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr mode_t kMode = 0644;
+
 void MakeFolderOf(const std::string& path) {
   const std::string folder = path.substr(0, path.rfind('/'));
-  if (KLIBCFileExist(folder.c_str())) {
-    return;
-  }
   uid_t uid = geteuid();
   gid_t gid = getegid();
-  mailUGidGet("Postara-Server", &uid, &gid);
-  if (KORVFSMkdirP(folder.c_str(), uid, gid, 0755) < 0) {
+  mailUGidGet(korvmailserver::kServiceAccount, &uid, &gid);
+  if (!KLIBCFileExist(folder.c_str()) && KORVFSMkdirP(folder.c_str(), uid, gid, 0755) < 0) {
     throw Failure(kFailed, "cannot make " + folder + ": " + std::strerror(errno));
+  }
+  std::string why;
+  if (!korvmailserver::IsSafeFolder(folder, why)) {
+    throw Failure(kFailed, "cannot use " + folder + " for the lock file: " + why);
   }
 }
 
 // A lock needs no right to write: the service account can lock a file that root made.
 int OpenLockFile(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  constexpr int kFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  const int fd = open(path.c_str(), O_RDWR | O_CREAT | kFlags, kMode);
   if (fd >= 0 || errno != EACCES) {
     return fd;
   }
-  return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  return open(path.c_str(), O_RDONLY | kFlags);
+}
+
+// The process id is written into this file, so it must be one that is nothing else besides.
+void RequireOwnFile(int fd, const std::string& path) {
+  struct stat info {};
+  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_nlink > 1) {
+    close(fd);
+    throw Failure(kFailed, "cannot use " + path + " as lock file: it is not a file of its own");
+  }
+  // Where the umask is strict the service account could not open it.
+  if (info.st_uid == geteuid() && (info.st_mode & 07777) != kMode) {
+    fchmod(fd, kMode);
+  }
 }
 
 // The holder writes its process id into the file so that a waiting process can name it.
@@ -69,6 +87,7 @@ ChangeLock::ChangeLock(int timeout_seconds) {
   if (fd_ < 0) {
     throw Failure(kFailed, "cannot open " + path + ": " + std::strerror(errno));
   }
+  RequireOwnFile(fd_, path);
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_seconds);
   bool said = false;
   while (!TryLock(fd_, path)) {

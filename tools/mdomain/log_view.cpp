@@ -1,14 +1,18 @@
-// Both views are sinks in front of the log; the progress of a refresh is read from its notices.
+// All views are sinks in front of the log; the progress of a refresh is read from its notices.
 #include "tools/mdomain/log_view.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "lib-domain/base/log_line.h"
 #include "platform/include/maillog.h"
 #include "platform/include/root_path.h"
+#include "platform/include/sqlite.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -37,6 +41,65 @@ const char* Name(int level) {
   return level == MDOMAIN::BASE::kLogWarning ? "warning" : "notice";
 }
 
+// How log lines begin that this library wrote: the unit and the line, which mean nothing to an
+// administrator.
+constexpr const char* kUnit = "lib-domain/";
+
+// What was logged and not shown, and of it the lines that say most about why a command failed.
+struct Unshown {
+  std::vector<std::string> errors;  // without their heads
+  std::string platform_error;       // names a file or a server, and what the system said
+  std::string database_before;      // the failure of a database that was known by then
+  std::string platform_warning;
+};
+
+Unshown& Kept() {
+  static Unshown kept;
+  return kept;
+}
+
+bool shows_errors = false;
+
+bool IsLibrarys(const std::string& line) {
+  return line.rfind(kUnit, 0) == 0;
+}
+
+std::string WithoutHead(const std::string& line) {
+  return IsLibrarys(line) ? line.substr(line.find(' ') + 1) : line;
+}
+
+void Keep(int level, const std::string& line) {
+  if (level == MDOMAIN::BASE::kLogError) {
+    Kept().errors.push_back(WithoutHead(line));
+  }
+  if (IsLibrarys(line)) {
+    return;
+  }
+  if (level == MDOMAIN::BASE::kLogError) {
+    Kept().platform_error = line;
+    Kept().database_before = korvmailserver::LastDatabaseFailure();
+  } else if (Kept().platform_warning.empty()) {
+    Kept().platform_warning = line;
+  }
+}
+
+void Show(int level, const std::string& line) {
+  ClearStatus();
+  std::cerr << "mdomain: " << Name(level) << ": " << Printable(line) << "\n";
+}
+
+void Take(int level, const std::string& line, bool verbose) {
+  if (level != MDOMAIN::BASE::kLogNotice) {
+    Keep(level, line);
+  }
+  if (verbose) {
+    Show(level, line);
+  } else if (level == MDOMAIN::BASE::kLogWarning ||
+             (shows_errors && level == MDOMAIN::BASE::kLogError)) {
+    Show(level, WithoutHead(line));
+  }
+}
+
 // The refresh reports its statistics in notices; each notice ends one stretch of work.
 void FollowRefresh(const std::string& line) {
   if (line.find(" zelm_users,") != std::string::npos) {
@@ -50,13 +113,35 @@ void FollowRefresh(const std::string& line) {
 
 void ShowLog(bool verbose) {
   const bool keep_from_syslog = !korvmailserver::RootPrefix().empty();
+  shows_errors = verbose;
   korvmailserver::SetMailLogSink([=](int level, const std::string& line) {
-    if (verbose || level == MDOMAIN::BASE::kLogError || level == MDOMAIN::BASE::kLogWarning) {
-      ClearStatus();
-      std::cerr << "mdomain: " << Name(level) << ": " << Printable(line) << "\n";
-    }
+    Take(level, line, verbose);
     return keep_from_syslog;
   });
+}
+
+void ShowErrorsAtOnce() {
+  shows_errors = true;
+}
+
+void ShowErrors() {
+  for (const std::string& line : Kept().errors) {
+    if (!shows_errors) {
+      Show(MDOMAIN::BASE::kLogError, line);
+    }
+  }
+}
+
+std::string WithCause(const std::string& message) {
+  const Unshown& kept = Kept();
+  const std::string& database = korvmailserver::LastDatabaseFailure();
+  const std::string causes[] = {database == kept.database_before ? "" : database,
+                                kept.platform_error,
+                                kept.errors.empty() ? kept.platform_warning : kept.errors.front()};
+  const auto* cause = std::find_if(std::begin(causes), std::end(causes),
+                                   [](const std::string& text) { return !text.empty(); });
+  const bool said = cause == std::end(causes) || message.find(*cause) != std::string::npos;
+  return said ? message : message + ": " + *cause;
 }
 
 Progress::Progress() {

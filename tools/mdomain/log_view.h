@@ -2,11 +2,22 @@
 #ifndef TOOLS_MDOMAIN_LOG_VIEW_H
 #define TOOLS_MDOMAIN_LOG_VIEW_H
 
+#include <string>
+
 namespace mdomain {
 
-// Shows lines on standard error: errors and warnings, with `verbose` notices too. Below a root
-// prefix nothing reaches the machine's log.
+// Shows warnings on standard error; with `verbose` every line, as it was logged. Errors are kept
+// for the message that a failing command ends with. Below a root prefix nothing reaches the
+// machine's log.
 void ShowLog(bool verbose);
+// From now on errors are shown when they are logged: for a command that goes on after them.
+void ShowErrorsAtOnce();
+// Shows the kept errors, of a command that succeeded all the same.
+void ShowErrors();
+// The message of a failing command, with what is known of the cause behind it: what was last said
+// about a database file or logged as an error by the platform, which names a file or a server; else
+// its first warning where nothing else was logged, or the first error of the library.
+std::string WithCause(const std::string& message);
 
 // While one lives, a terminal on standard error shows how far a refresh is. Elsewhere it is silent.
 class Progress {

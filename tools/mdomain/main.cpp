@@ -25,10 +25,21 @@ void RequireHostSettings() {
   }
 }
 
+// A program that runs with another account's rights does not read its caller's environment: what
+// was meant for a trial folder would be done to the machine.
+void RequireRootInForce() {
+  if (secure_getenv("MDOMAIN_ROOT") == nullptr) {
+    throw Failure(kUsage,
+                  "--root and MDOMAIN_ROOT work only when mdomain runs with the rights of its "
+                  "caller, not in a set-id copy");
+  }
+}
+
 void Run(const Parsed& parsed) {
   if (!parsed.options.root.empty()) {
     const std::string root = std::filesystem::absolute(parsed.options.root);
     setenv("MDOMAIN_ROOT", root.c_str(), 1);
+    RequireRootInForce();
   }
   ShowLog(parsed.options.verbose);
   RequireHostSettings();
@@ -40,10 +51,11 @@ void Run(const Parsed& parsed) {
   }
   parsed.command->run(call);
   call.out().Flush();
+  ShowErrors();
 }
 
 int Tell(Status status, const std::string& message) {
-  std::cerr << "mdomain: " << Printable(message) << "\n";
+  std::cerr << "mdomain: " << Printable(status == kFailed ? WithCause(message) : message) << "\n";
   return status;
 }
 

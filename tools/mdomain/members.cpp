@@ -8,6 +8,7 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/account.h"
+#include "tools/mdomain/look_alike.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
 
@@ -96,11 +97,16 @@ void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
                 const std::vector<std::string>& aliases) {
   const std::vector<DomainUser> preview = PreviewMembers(domain, members);
   std::vector<DomainUserAlias> added = WantedAliases(preview, aliases);
+  const LookAlikes look_alikes(domain.idx);
   if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx, ShortNames(members.users),
                                              ShortNames(members.groups), added)) {
     throw Failure(kFailed, "adding to domain " + domain.Title() + " failed");
   }
-  call.out().List(Added(preview, added), CandidateColumns());
+  Json::Value records = Added(preview, added);
+  for (Json::Value& record : records) {
+    look_alikes.Warn(record);
+  }
+  call.out().List(records, CandidateColumns());
 }
 
 void RequireRole(const std::string& role) {

@@ -11,6 +11,7 @@
 #include "platform/include/key_store.h"
 #include "platform/include/node_files.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/log_view.h"
 
 namespace mdomain {
 namespace {
@@ -118,6 +119,7 @@ void PullFiles(Call& call) {
   if (interval == 0 || (call.Has("--interval") && !call.Has("--watch"))) {
     throw Failure(kUsage, "--interval is a number of seconds above 0, and wants --watch");
   }
+  ShowErrorsAtOnce();  // each file that cannot be pulled has one
   if (call.Has("--watch")) {
     Watch(call, static_cast<unsigned>(interval));
   }

@@ -61,6 +61,23 @@ std::string Aligned(const std::vector<std::vector<std::string>>& lines) {
   return text;
 }
 
+// Escapes what JSON would allow as it is and a terminal would not show. These characters stand in
+// strings alone and all have four digits.
+std::string EscapeHidden(const std::string& json) {
+  std::string escaped;
+  ForEachCharacter(json, [&](char32_t character, size_t at, size_t length) {
+    const std::string bytes = json.substr(at, length);
+    if (Printable(bytes) == bytes) {
+      escaped += bytes;
+      return;
+    }
+    char text[8] = {};
+    (void)std::snprintf(text, sizeof(text), "\\u%04x", static_cast<unsigned>(character));
+    escaped += text;
+  });
+  return escaped;
+}
+
 // A value without elements, on one line. Bytes that are not UTF-8 are replaced: JsonCpp writes them
 // as they are, and a reader would refuse the whole text.
 std::string JsonScalar(const Json::Value& value) {
@@ -72,7 +89,8 @@ std::string JsonScalar(const Json::Value& value) {
   }();
   std::ostringstream text;
   writer->write(value.isString() ? Json::Value(ValidUtf8(value.asString())) : value, &text);
-  return text.str();
+  const std::string json = text.str();
+  return Printable(json) == json ? json : EscapeHidden(json);
 }
 
 // One element per line, without the blanks that JsonCpp's own layout leaves at line ends.

@@ -6,6 +6,8 @@
 #include <list>
 #include <sstream>
 
+#include "tools/mdomain/text.h"
+
 namespace mdomain {
 namespace {
 
@@ -146,7 +148,7 @@ Parsed Parse(int argc, const char* const* argv) {
   CLI::App app("Manages mail domains: their names, users, groups and addresses.", "mdomain");
   app.require_subcommand(1, 1);
   app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
-    return std::string("mdomain: ") + error.what() + "\nmdomain [COMMAND] --help says more.\n";
+    return "mdomain: " + Printable(error.what()) + "\nmdomain [COMMAND] --help says more.\n";
   });
   AddGlobals(app, parsed.options);
   std::list<Leaf> leaves;

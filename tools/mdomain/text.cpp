@@ -1,7 +1,6 @@
 // Characters and their widths are libunistring's, as in the library.
 #include "tools/mdomain/text.h"
 
-#include <unictype.h>
 #include <unistr.h>
 #include <uniwidth.h>
 
@@ -17,15 +16,24 @@ const uint8_t* Bytes(const std::string& text) {
   return reinterpret_cast<const uint8_t*>(text.data());
 }
 
-bool IsControl(ucs4_t character) {
-  return uc_is_general_category_withtable(
-      character, UC_CATEGORY_MASK_Cc | UC_CATEGORY_MASK_Zl | UC_CATEGORY_MASK_Zp);
+}  // namespace
+
+void RequirePlainText(const std::string& what, const std::string& value) {
+  if (!korvmailserver::IsValidUtf8(value)) {
+    throw Failure(kRefused, what + " \"" + Printable(value) + "\" is not valid UTF-8");
+  }
+  if (Printable(value) != value) {
+    throw Failure(kRefused,
+                  what + " \"" + Printable(value) + "\" holds control characters or hidden ones");
+  }
 }
 
-// Calls `use(character, start, length)` for each character, and for each byte that is not UTF-8
-// with character 0xFFFD.
-template <typename Use>
-void ForEachCharacter(const std::string& text, Use use) {
+std::string Printable(const std::string& text) {
+  return korvmailserver::VisibleText(text);
+}
+
+void ForEachCharacter(const std::string& text,
+                      const std::function<void(char32_t, size_t, size_t)>& use) {
   for (size_t at = 0; at < text.size();) {
     ucs4_t character = 0xFFFD;
     int length = u8_mbtoucr(&character, Bytes(text) + at, text.size() - at);
@@ -38,29 +46,9 @@ void ForEachCharacter(const std::string& text, Use use) {
   }
 }
 
-}  // namespace
-
-void RequirePlainText(const std::string& what, const std::string& value) {
-  if (!korvmailserver::IsValidUtf8(value)) {
-    throw Failure(kRefused, what + " \"" + Printable(value) + "\" is not valid UTF-8");
-  }
-  if (Printable(value) != value) {
-    throw Failure(kRefused, what + " \"" + Printable(value) + "\" holds control characters");
-  }
-}
-
-std::string Printable(const std::string& text) {
-  std::string result;
-  ForEachCharacter(text, [&](ucs4_t character, size_t at, size_t length) {
-    const bool broken = length == 1 && character == 0xFFFD;
-    result += broken || IsControl(character) ? "?" : text.substr(at, length);
-  });
-  return result;
-}
-
 std::string ValidUtf8(const std::string& text) {
   std::string result;
-  ForEachCharacter(text, [&](ucs4_t character, size_t at, size_t length) {
+  ForEachCharacter(text, [&](char32_t character, size_t at, size_t length) {
     const bool broken = length == 1 && character == 0xFFFD;
     result += broken ? "\xEF\xBF\xBD" : text.substr(at, length);
   });

@@ -2,17 +2,25 @@
 #ifndef TOOLS_MDOMAIN_TEXT_H
 #define TOOLS_MDOMAIN_TEXT_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace mdomain {
 
-// Refuses a value that is not UTF-8 or holds control characters; `what` names it in the message.
+// Refuses a value that is not UTF-8 or holds control or hidden characters; `what` names it in the
+// message.
 void RequirePlainText(const std::string& what, const std::string& value);
 
-// `text` for a terminal: control characters and bytes that are not UTF-8 become "?", so that an
-// account name cannot move the cursor or start a line.
+// `text` for a terminal: control and hidden characters and bytes that are not UTF-8 are shown by
+// their numbers, so that an account name cannot move the cursor, start a line, or look like
+// another.
 std::string Printable(const std::string& text);
+
+// Calls `use(character, start, length)` for each character, and for each byte that is not UTF-8
+// with character U+FFFD.
+void ForEachCharacter(const std::string& text,
+                      const std::function<void(char32_t, size_t, size_t)>& use);
 
 // `text` as UTF-8, which JSON demands: other bytes become U+FFFD.
 std::string ValidUtf8(const std::string& text);

@@ -8,6 +8,7 @@
 #include "tools/mdomain/account_output.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/look_alike.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/members.h"
 #include "tools/mdomain/text.h"
@@ -134,11 +135,13 @@ void Set(Call& call) {
   std::vector<MDOMAIN::RECORD::DomainUser> users = {DomainUserOf(domain, account)};
   users[0].SetRole(ChangedRole(call, users[0]));
   users[0].SetAliasDuplicatedPairs(ChangedAliases(call, users[0].GetAliasDuplicatedPairs()));
+  const LookAlikes look_alikes(domain.idx);
   std::vector<MDOMAIN::RECORD::DomainUser> conflicts;
   if (!DomainUser().Set(users, conflicts)) {
     throw Failure(kFailed, "changing \"" + account.GetUserName() + "\" failed");
   }
   Json::Value record = UserJson(DomainUserOf(domain, account));
+  look_alikes.Warn(record);
   record["conflicting_accounts"] = Json::Value(Json::arrayValue);
   for (const auto& conflict : conflicts) {
     record["conflicting_accounts"] = JsonTexts(conflict.GetConflictingAccountNames());
