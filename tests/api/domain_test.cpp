@@ -1,6 +1,9 @@
 // The facade for domains: error numbers, roll-back, publication as part of the result.
 #include "lib-domain/api/domain.h"
 
+#include <unistd.h>
+
+#include "tests/support/children.h"
 #include "tests/support/sync_fixture.h"
 
 namespace {
@@ -86,37 +89,104 @@ TEST_F(DomainApiTest, ChangeThatIsNotPublishedIsAFailureAndStays) {
   EXPECT_EQ(Configured("virtual_multiple_domain"), "");
 }
 
-// The first case fails inside the creation, which is not taken back.
-TEST_F(DomainApiTest, FirstDomainIsTakenBackWhenItCannotBeFilled) {
+// Nothing of the new domain stays, whichever step fails, and another domain is primary again.
+TEST_F(DomainApiTest, NewPrimaryDomainIsTakenBackWhenItCannotBeFilled) {
+  const std::string old = "1|old.example|1, 2|second.example|0 ";
   const test::FailingStep steps[] = {
-      {test::kBatch, "DELETE FROM primary_domain_table",
-       "Failed to SetPrimaryDomain\nFailed to _CreatePrimaryImp", "1 domains, 0 users, error 0"},
+      {"DomainSetting::CreateSettings", "", "Failed to _InitDomainRelatedSettings", "0 users, 0"},
+      {test::kBatch, "domain_idx) values ('3')", "Failed to SetPrimaryDomain, domain_id: [3]",
+       "0 users, 0"},
       {"KLIBGroupEnum", "", "Failed to GetAllZelmGroups\nFailed to _CreatePrimaryImp",
-       "0 domains, 0 users, error 5634"},
+       "0 users, 5634"},
       {test::kBatch, "domain_group_role_table",
-       "Failed to create domain groups, new_primary_domain_id: [1]\nFailed to _CreatePrimaryImp",
-       "0 domains, 2 users, error 0"},
+       "Failed to create domain groups, new_primary_domain_id: [3]\nFailed to _CreatePrimaryImp",
+       "2 users, 0"},
       {test::kBatch, "domain_user_role_table", "Failed to Refresh\nFailed to _CreatePrimaryImp",
-       "0 domains, 3 users, error 5634"},
+       "3 users, 5634"},
   };
+  CreateDomain("old.example", false);
+  CreateDomain("second.example", false);
   unsigned int error = 0;
-  ExpectStops(
-      steps,
-      [&error] {
-        Domain api;
-        RECORD::Domain domain("example.com");
-        int domain_idx = -1;
-        const bool done = api.CreatePrimary(domain, domain_idx);
-        error = api.GetErrorCode();
-        return done;
-      },
-      [&error] {
-        const std::string left = Rows(
-            "SELECT (SELECT count(*) FROM domain_table) || ' domains, ' || count(*) || "
-            "' users, error ' FROM user_table")[0];
-        Run("DELETE FROM domain_table; DELETE FROM user_table; DELETE FROM group_table");
-        return left + std::to_string(error);
+  const auto create = [&error] {
+    Domain api;
+    RECORD::Domain domain("example.com");
+    int domain_idx = -1;
+    const bool done = api.CreatePrimary(domain, domain_idx);
+    error = api.GetErrorCode();
+    return done;
+  };
+  const auto left = [&error] {
+    const std::string users = Rows("SELECT count(*) || ' users, ' FROM user_table")[0];
+    Run("DELETE FROM user_table; DELETE FROM group_table");
+    return test::Text(Domains()) + " " + users + std::to_string(error);
+  };
+  for (const test::FailingStep& step : steps) {
+    ExpectStops({{step.function, step.text, step.logged, old + step.left}}, create, left);
+  }
+  // Without another domain, the model is not one that was emptied on purpose.
+  Run("DELETE FROM domain_table");
+  ExpectStops({{test::kBatch, "DELETE FROM primary_domain_table",
+                "Failed to SetPrimaryDomain\nFailed to _CreatePrimaryImp", " 0 users, 0"}},
+              create, left);
+  EXPECT_EQ(Rows("PRAGMA application_id"), StringList{"0"});
+}
+
+// Killed at its first write, its second, and so on, until it lives to its end.
+TEST_F(DomainApiTest, KilledCreationOfThePrimaryDomainLeavesTheOldOne) {
+  CreateDomain("old.example", false);
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  bool done = false;
+  int writes = 0;
+  for (; !done && writes < 100; ++writes) {
+    const auto create = [&writes](int) {
+      int left = writes;
+      test::WhenCalled(test::kBatch, [&left] {
+        if (left-- == 0) {
+          _exit(1);
+        }
       });
+      RECORD::Domain domain("example.com");
+      int domain_idx = -1;
+      return Domain().CreatePrimary(domain, domain_idx);
+    };
+    done = test::FailingChildren(1, create) == 0;
+    const StringList domains = Domains();
+    EXPECT_TRUE(domains == StringList{"1|old.example|1"} ||
+                domains == (StringList{"1|old.example|0", "2|example.com|1"}))
+        << writes << ": " << test::Text(domains);
+    if (domains.size() > 1) {
+      break;  // the rest of the writes are behind it
+    }
+  }
+  EXPECT_GT(writes, 5);
+}
+
+// Of a name that all want, one gets it; nobody loses an index, and the last publication is whole.
+TEST_F(DomainApiTest, ProcessesThatCreateAtOnceShareIndexesAndNames) {
+  CreateDomain("first.example", false);
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  constexpr int kEach = 12;
+  const auto create = [](int number) {
+    bool done = true;
+    for (int i = 0; i < kEach; ++i) {
+      RECORD::Domain own = Record("p" + std::to_string(number) + "-" + std::to_string(i) + ".example");
+      RECORD::Domain wanted_by_all = Record("all-" + std::to_string(i) + ".example");
+      int domain_idx = -1;
+      Domain api;
+      done = api.Create(own, domain_idx) && done;
+      done = (api.Create(wanted_by_all, domain_idx) || api.GetErrorCode() == 5618) && done;
+    }
+    return done;
+  };
+  EXPECT_EQ(test::FailingChildren(4, create), 0);
+  EXPECT_EQ(Rows("SELECT count(*), count(DISTINCT domain_name), max(domain_idx) FROM domain_table"),
+            StringList{"61|61|61"});
+  std::string entries;
+  for (const std::string& entry :
+       Rows("SELECT domain_idx || '/' || domain_name FROM domain_table ORDER BY domain_idx")) {
+    entries += (entries.empty() ? "" : ", ") + entry;
+  }
+  EXPECT_EQ(Configured("virtual_multiple_domain"), entries);
 }
 
 TEST_F(DomainApiTest, MigratingCanBeRepeated) {
