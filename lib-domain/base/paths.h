@@ -8,6 +8,7 @@ namespace MDOMAIN::PATHS {
 
 std::string EtcDir();                           // /var/packages/Postara-Server/etc/
 std::string TargetEtcDir();                     // /var/packages/Postara-Server/target/etc/
+std::string DomainDb(const std::string& account_domain);  // .../etc/NAME_DOMAIN.db
 std::string SettingsDb();                       // .../etc/mailserver.db
 std::string AliasDb();                          // .../etc/alias.db
 std::string EmailOwnerDb();                     // .../target/etc/email_owner.db
@@ -20,6 +21,10 @@ std::string DisclaimerList();                   // .../etc/disclaimer_list
 std::string DisclaimerBackupDir();              // /var/spool/@Postara-Server/alias_bkp
 std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
 std::string LockFile();                         // /var/run/postara_server/mdomain.lock
+
+// Whether a name from the settings may be a part of a file name: it leads into no other folder and
+// no line is broken by it.
+bool IsFileNamePart(const std::string& name);
 
 }  // namespace MDOMAIN::PATHS
 

@@ -335,6 +335,10 @@ bool Domain::GetContent(Content& content) {
   });
 }
 
+bool Domain::GetDataVersion(std::string& version) {
+  return _DomainDb().GetText("PRAGMA data_version", 0, version);
+}
+
 bool Domain::SetEmptiedIfEmpty() {
   Content content = Content::kDomains;
   if (!GetContent(content)) {

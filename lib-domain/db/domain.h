@@ -98,6 +98,9 @@ class MDOMAIN_EXPORT Domain {
   // Has the file forget it: its domains were never there for others to see.
   bool ClearEmptied();
 
+  // A text that changes when another connection has committed.
+  bool GetDataVersion(std::string& version);
+
  private:
   bool _InsertAdditional(const int& domain_idx, const std::vector<std::string>& names);
   bool _FetchDomainsUserNum(std::vector<RECORD::Domain>& domains);
