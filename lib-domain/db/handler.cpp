@@ -41,8 +41,8 @@ void ReportLostModel(const std::string& path) {
   INTERNAL::PublishedModel published;
   if (INTERNAL::ReadPublishedModel(published) && published.has_domains &&
       published.file == INTERNAL::ModelFileName(path)) {
-    LOG_ERROR("Domain db [%s] is %s, although its domains are published: it starts anew",
-              path.c_str(), is_missing ? "missing" : "empty");
+    LOG_WARNING("Domain db [%s] is %s, although its domains are published: it starts anew",
+                path.c_str(), is_missing ? "missing" : "empty");
   }
 }
 

@@ -189,6 +189,86 @@ TEST_F(DomainApiTest, ProcessesThatCreateAtOnceShareIndexesAndNames) {
   EXPECT_EQ(Configured("virtual_multiple_domain"), entries);
 }
 
+// Another process creates a domain while this one publishes what it had read before.
+TEST_F(DomainApiTest, PublicationThatWasOvertakenIsRepeated) {
+  CreateDomain("first.example", false);
+  bool overtaken = false;
+  test::WhenCalled("ls", [&overtaken] {
+    if (!std::exchange(overtaken, true)) {
+      Run("INSERT INTO domain_table VALUES(2,'second.example','','<a>',0)");
+    }
+  });
+  EXPECT_TRUE(MDOMAIN::API::Updater().Trigger());
+  EXPECT_EQ(Configured("virtual_multiple_domain"), "1/first.example, 2/second.example");
+}
+
+TEST_F(DomainApiTest, ModelWithoutDomainsEmptiesNothing) {
+  using MDOMAIN::DB::DomainDBHandler;
+  const auto publish = [] {
+    CreateDomain("example.com", false);
+    MDOMAIN::API::Updater updater;
+    EXPECT_TRUE(updater.Trigger());
+  };
+  const auto lose = [&publish](bool is_file_left) {
+    publish();
+    DomainDBHandler::CloseDomainDBHandler();
+    EXPECT_EQ(is_file_left ? truncate(DbPath().c_str(), 0) : unlink(DbPath().c_str()), 0);
+  };
+  const struct {
+    const char* name;
+    std::function<void()> arrange;
+    const char* said;  // empty: published as it is
+  } cases[] = {
+      {"nothing published", [] {}, ""},
+      {"no domain in the older settings",
+       [] { mailConfSet("smtp_main_domain", "localdomain", true, 0); }, ""},
+      {"older settings", [] { mailConfSet("smtp_main_domain", "old.example", true, 0); },
+       "the older settings name \"old.example\""},
+      {"lost file", [&] { lose(false); }, "it was lost or emptied"},
+      {"file of no length", [&] { lose(true); }, "it was lost or emptied"},
+      {"emptied from outside",
+       [&] {
+         publish();
+         Run("DELETE FROM domain_table");
+       },
+       "local_DOMAIN.db has no domain any more"},
+      {"other account domain",
+       [&] {
+         publish();
+         mailConfSet("acc_domain_name", "dir.example", true, 0);
+         mailConfSet("account_type", "ldap", true, 0);
+         DomainDBHandler::CloseDomainDBHandler();
+       },
+       "dir.example_DOMAIN.db has no domain, and the published domains are those of local_DOMAIN.db"},
+      {"deleted on purpose",
+       [&] {
+         publish();
+         EXPECT_TRUE(MDOMAIN::CONTROL::Domain().Delete({1}, true));
+       },
+       ""},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.name);
+    MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+    unlink(DbPath().c_str());
+    for (const char* key : {"account_type", "virtual_multiple_domain", "smtp_main_domain",
+                            "mdomain_model", "mailserver_domain_db"}) {
+      mailConfSet(key, key == std::string("account_type") ? "local" : "", true, 0);
+    }
+    one.arrange();
+    const std::string main_domain = Configured("smtp_main_domain");
+    const bool is_kept = *one.said != '\0';
+    EXPECT_EQ(MDOMAIN::API::Updater().Trigger(), !is_kept);
+    EXPECT_EQ(Logged(is_kept ? one.said : "Nothing is published"), is_kept) << one.said;
+    TakeLog();
+    EXPECT_EQ(Configured("smtp_main_domain"), is_kept ? main_domain : "");
+    MDOMAIN::API::Updater forced;
+    forced.AllowEmptyPublication(true);
+    EXPECT_TRUE(forced.Trigger());
+    EXPECT_EQ(Configured("virtual_multiple_domain") + Configured("smtp_main_domain"), "");
+  }
+}
+
 TEST_F(DomainApiTest, MigratingCanBeRepeated) {
   Domain api;
   RECORD::Domain domain("example.com");

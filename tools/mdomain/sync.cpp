@@ -7,6 +7,7 @@
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/model.h"
 
 namespace mdomain {
 namespace {
@@ -48,6 +49,9 @@ std::string WriteSome(const Json::Value& items) {
 
 void Refresh(Call& call) {
   const bool dry_run = call.Has("--dry-run");
+  if (!dry_run) {
+    RequirePublishable(call);
+  }
   RefreshSummary summary;
   bool done = false;
   {
@@ -80,7 +84,10 @@ void Publish(Call& call) {
   if (!KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {
     throw Failure(kFailed, "the key store is not healthy, nothing was published");
   }
-  if (!MDOMAIN::API::Updater().Trigger()) {
+  RequirePublishable(call);
+  MDOMAIN::API::Updater updater;
+  updater.AllowEmptyPublication(call.Has("--force"));
+  if (!updater.Trigger()) {
     throw Failure(kFailed, "publishing failed");
   }
   Json::Value done;
@@ -89,6 +96,7 @@ void Publish(Call& call) {
 }
 
 void Init(Call& call) {
+  RequireOwnModel(call);
   const size_t before = Domains().all().size();
   MDOMAIN::API::Updater updater;
   if (!updater.InitDBIfNotExists()) {
@@ -115,7 +123,8 @@ const Register kInit({
       "Takes smtp_main_domain and the further names from the older settings; every group of the "
       "account system becomes a group of the domain. Does nothing when there is a domain.",
       Effect::kChanges,
-      {},
+      {ForceFlag("Also where the published domains, or settings under domain indexes, are those of "
+                 "another or a lost model")},
       Init}},
 });
 
@@ -135,7 +144,13 @@ const Register kRefresh({
 const Register kPublish({
     "publish",
     "Publish all domain data to the key store",
-    {{"", "Publish all domain data to the key store", "", Effect::kChanges, {}, Publish}},
+    {{"",
+      "Publish all domain data to the key store",
+      "Refused when the model has no domain while domains are published, or while the older settings "
+      "name one: the model file may have been lost, or be that of another account domain.",
+      Effect::kChanges,
+      {ForceFlag("Publish also a model without domains, which empties what is published")},
+      Publish}},
 });
 
 }  // namespace
