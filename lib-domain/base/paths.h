@@ -6,14 +6,14 @@
 
 namespace MDOMAIN::PATHS {
 
-std::string EtcDir();                           // /var/packages/Postara-Server/etc/
-std::string TargetEtcDir();                     // /var/packages/Postara-Server/target/etc/
+std::string EtcDir();        // /var/packages/Postara-Server/etc/
+std::string TargetEtcDir();  // /var/packages/Postara-Server/target/etc/
 std::string DomainDb(const std::string& account_domain);  // .../etc/NAME_DOMAIN.db
-std::string SettingsDb();                       // .../etc/mailserver.db
-std::string AliasDb();                          // .../etc/alias.db
-std::string EmailOwnerDb();                     // .../target/etc/email_owner.db
-std::string DkimPrivateKey(int domain_idx);     // .../etc/dkim.key//dkim.private-N
-std::string DkimPublicKey(int domain_idx);      // .../etc/dkim.key//dkim.public-N
+std::string SettingsDb();                                 // .../etc/mailserver.db
+std::string AliasDb();                                    // .../etc/alias.db
+std::string EmailOwnerDb();                               // .../target/etc/email_owner.db
+std::string DkimPrivateKey(int domain_idx);               // .../etc/dkim.key//dkim.private-N
+std::string DkimPublicKey(int domain_idx);                // .../etc/dkim.key//dkim.public-N
 std::string ChangedUserDir();                   // /var/run/postara_server/update_smtp_user_list/
 std::string DisclaimerDir();                    // .../etc/disclaimer_content
 std::string DisclaimerContent(int domain_idx);  // .../etc/disclaimer_content/domain-N

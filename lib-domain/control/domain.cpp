@@ -163,8 +163,7 @@ bool Domain::_DeleteRows(const std::vector<int>& domain_idxs, bool allow_primary
   if (!store_.Delete(domain_idxs)) {
     return false;
   }
-  const bool marked =
-      before != DB::Domain::Content::kDomains || store_.SetEmptiedIfEmpty();
+  const bool marked = before != DB::Domain::Content::kDomains || store_.SetEmptiedIfEmpty();
   return marked && IsCommitted(scope);
 }
 

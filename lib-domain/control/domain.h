@@ -3,9 +3,9 @@
 // Changes go to the domain database first and then to what hangs on a domain outside of it: limits
 // in the settings database, alias table, BCC rules, disclaimers, DKIM. No transaction spans both: a
 // failure behind the first database write leaves the rest undone and is reported as false with one
-// log line. What belongs together in the database is one transaction, begun before the first look-up:
-// two processes never get one index or one name. A look-up that fails is a failure of the operation.
-// Only a taken name (3002) and a bad name (3003) are thrown, as
+// log line. What belongs together in the database is one transaction, begun before the first
+// look-up: two processes never get one index or one name. A look-up that fails is a failure of the
+// operation. Only a taken name (3002) and a bad name (3003) are thrown, as
 // korvmailserver::LogException, which logs itself.
 #ifndef LIB_DOMAIN_CONTROL_DOMAIN_H
 #define LIB_DOMAIN_CONTROL_DOMAIN_H

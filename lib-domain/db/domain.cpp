@@ -218,9 +218,9 @@ bool Domain::FindName(const std::string& name, bool& taken) {
   if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) < 0) {
     other = name;
   }
-  return _DomainDb().GetExists(FormatStatement(kIsNameTaken, name.c_str(), other.c_str(),
-                                               name.c_str(), other.c_str()),
-                               taken);
+  return _DomainDb().GetExists(
+      FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(), other.c_str()),
+      taken);
 }
 
 bool Domain::GetName(const int& domain_idx, std::string& name) {

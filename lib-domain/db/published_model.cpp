@@ -12,9 +12,9 @@ std::string ModelFileName(const std::string& path) {
 
 bool ReadPublishedModel(PublishedModel& published) {
   std::map<std::string, std::string> values;
-  if (mailConfGetMany({kModelKey, "mailserver_domain_db", "virtual_multiple_domain",
-                       "smtp_main_domain"},
-                      values) < 0) {
+  if (mailConfGetMany(
+          {kModelKey, "mailserver_domain_db", "virtual_multiple_domain", "smtp_main_domain"},
+          values) < 0) {
     return false;
   }
   published.has_domains = !values["virtual_multiple_domain"].empty();

@@ -13,7 +13,7 @@ namespace MDOMAIN::DB::INTERNAL {
 constexpr const char* kModelKey = "mdomain_model";
 
 struct PublishedModel {
-  std::string file;  // "local_DOMAIN.db"; empty where no model was published with domains
+  std::string file;          // "local_DOMAIN.db"; empty where no model was published with domains
   bool has_domains = false;  // the published list names a domain
   std::string main_domain;   // empty also for "localdomain", which stands for none
 };

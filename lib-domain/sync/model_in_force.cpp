@@ -42,7 +42,8 @@ bool AddBlindCopies(IndexesByKind& found) {
   Connection file;
   if (file.Open(PATHS::SettingsDb(), Connection::Mode::kRead, kBusyMilliseconds) == SQLITE_OK) {
     Statement rows(file.Get(), "SELECT DISTINCT domain_id FROM bcc_table");
-    if (rows.ForEachRow([&](const auto& row) { AddIndex(found, "blind-copy rules", row.Text(0)); })) {
+    if (rows.ForEachRow(
+            [&](const auto& row) { AddIndex(found, "blind-copy rules", row.Text(0)); })) {
       return true;
     }
   }
@@ -79,7 +80,7 @@ bool AddKeys(IndexesByKind& found) {
       AddIndex(found, "disclaimers", index);
     } else if ((name == "enable_dkim_sign" && value == "yes") ||
                (name == "dkim_selector" && !value.empty())) {
-      AddIndex(found, "DKIM", index);
+      AddIndex(found, "DKIM keys", index);
     }
   }
   return true;
@@ -91,7 +92,7 @@ void AddDkimFiles(IndexesByKind& found) {
   postara::sdk::EnumDirectory(PATHS::EtcDir() + "dkim.key", names);  // most hosts have none
   for (const std::string& name : names) {
     if (name.rfind(prefix, 0) == 0) {
-      AddIndex(found, "DKIM", name.substr(prefix.size()));
+      AddIndex(found, "DKIM keys", name.substr(prefix.size()));
     }
   }
 }

@@ -18,7 +18,7 @@ struct MDOMAIN_EXPORT ModelStanding {
   std::string published_file;  // name of the one that was last published with domains; or empty
   std::string main_domain;     // published, or of the older single-domain settings; or empty
   bool has_domains = false;
-  bool is_emptied = false;            // without domains because the last one was deleted
+  bool is_emptied = false;             // without domains because the last one was deleted
   bool has_published_domains = false;  // the published list names domains
 
   // The published domains are those of another model file.

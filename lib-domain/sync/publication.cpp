@@ -2,8 +2,8 @@
 //
 // All keys are written in one call, and stale ones are removed in one call. When that fails, they
 // are written or removed one by one in their order, so that those before the failing one are done
-// and the log names it. Another process may commit and publish in between: then the older state must
-// not stay published, so the model is published again.
+// and the log names it. Another process may commit and publish in between: then the older state
+// must not stay published, so the model is published again.
 #include <algorithm>
 #include <iterator>
 #include <map>

@@ -58,7 +58,8 @@ class MDOMAIN_EXPORT Updater {
   //
   // A model without domains empties nothing: when domains are published, or the older settings name
   // a main domain, everything stays as it is published and the call is false, with one line that
-  // names the model file. Unless the last domain of this model was deleted, or the caller allows it.
+  // names the model file. Unless the last domain of this model was deleted, or the caller allows
+  // it.
   bool Trigger();
 
   // Whether Trigger may replace published domains by none. Not allowed until it is set.

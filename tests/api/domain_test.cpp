@@ -169,7 +169,8 @@ TEST_F(DomainApiTest, ProcessesThatCreateAtOnceShareIndexesAndNames) {
   const auto create = [](int number) {
     bool done = true;
     for (int i = 0; i < kEach; ++i) {
-      RECORD::Domain own = Record("p" + std::to_string(number) + "-" + std::to_string(i) + ".example");
+      RECORD::Domain own =
+          Record("p" + std::to_string(number) + "-" + std::to_string(i) + ".example");
       RECORD::Domain wanted_by_all = Record("all-" + std::to_string(i) + ".example");
       int domain_idx = -1;
       Domain api;
@@ -239,7 +240,8 @@ TEST_F(DomainApiTest, ModelWithoutDomainsEmptiesNothing) {
          mailConfSet("account_type", "ldap", true, 0);
          DomainDBHandler::CloseDomainDBHandler();
        },
-       "dir.example_DOMAIN.db has no domain, and the published domains are those of local_DOMAIN.db"},
+       "dir.example_DOMAIN.db has no domain, and the published domains are those of "
+       "local_DOMAIN.db"},
       {"deleted on purpose",
        [&] {
          publish();

@@ -87,7 +87,8 @@ const Register kConfig({
         {"set",
          "Set a key",
          "The next publication overwrites the keys that publishing writes. Switch the account "
-         "source with account_type: local, ldap or win. A value that puts a model without domains in "
+         "source with account_type: local, ldap or win. A value that puts a model without domains "
+         "in "
          "force in place of one that has some is refused, and one that would give the settings of "
          "these domains to others.",
          Effect::kChanges,

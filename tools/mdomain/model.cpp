@@ -33,8 +33,8 @@ std::string OutsideSettings() {
 
 std::string ShownNames(const std::vector<std::string>& names) {
   constexpr size_t kShown = 5;
-  const std::vector<std::string> first(names.begin(),
-                                       names.begin() + static_cast<long>(std::min(names.size(), kShown)));
+  const std::vector<std::string> first(
+      names.begin(), names.begin() + static_cast<long>(std::min(names.size(), kShown)));
   const std::string more = names.size() > kShown ? ", ..." : "";
   return Counted(names.size(), "domain") + " (" + MDOMAIN::BASE::Join(first, ", ") + more + ")";
 }
@@ -42,11 +42,12 @@ std::string ShownNames(const std::vector<std::string>& names) {
 // What a switch from one model file to the other means, in one sentence.
 std::string Consequence(const std::string& from, const std::vector<std::string>& domains,
                         const std::string& to, bool is_empty, const std::string& outside) {
-  std::string text = "the model in force is then " + (to.empty() ? "none" : to) +
-                     (is_empty ? ", which has no domain" : "") + "; " + ShownNames(domains) +
-                     " stay in " + from;
+  const std::string none = is_empty ? ", which has no domain," : "";
+  std::string text = to.empty() ? "no model is in force then"
+                                : "the model file " + to + none + " is in force then";
+  text += "; " + from + " keeps " + ShownNames(domains);
   if (!outside.empty()) {
-    text += ", and what stands under their indexes is for the other model's domains: " + outside;
+    text += "; what stands under their indexes is for the other model's domains then: " + outside;
   }
   return text;
 }
@@ -74,8 +75,8 @@ void RequireOwnModel(const Call& call) {
     return;
   }
   if (standing.IsLost()) {
-    throw Failure(kRefused, standing.Reason() +
-                                ". Next: restore that file, or give --force to start anew");
+    throw Failure(kRefused,
+                  standing.Reason() + ". Next: restore that file, or give --force to start anew");
   }
   const std::string outside = standing.IsOther() ? OutsideSettings() : "";
   if (!outside.empty()) {
@@ -95,8 +96,7 @@ void RequireSwitchable(const Call& call, const std::string& key, const std::stri
   }
   std::string from;
   std::string to;
-  if ((!is_name && key != "account_type") ||
-      !MDOMAIN::UTILS::GetModelPathWith("", "", from) ||
+  if ((!is_name && key != "account_type") || !MDOMAIN::UTILS::GetModelPathWith("", "", from) ||
       !MDOMAIN::UTILS::GetModelPathWith(key, value, to) || from == to) {
     return;
   }

@@ -146,7 +146,8 @@ const Register kPublish({
     "Publish all domain data to the key store",
     {{"",
       "Publish all domain data to the key store",
-      "Refused when the model has no domain while domains are published, or while the older settings "
+      "Refused when the model has no domain while domains are published, or while the older "
+      "settings "
       "name one: the model file may have been lost, or be that of another account domain.",
       Effect::kChanges,
       {ForceFlag("Publish also a model without domains, which empties what is published")},
