@@ -168,37 +168,44 @@ bool Domain::_FillPrimary(int domain_idx) {
 }
 
 bool Domain::Migrate(RECORD::Domain& domain, const std::vector<std::string>& additional_domains) {
-  return _Catch([&] {
-    int count = 0;
-    if (!GetAllDomainCount(count)) {
-      LOG_ERROR("Failed to GetAllDomainCount");
+  return _Catch(
+      [&] { return _MigrateImp(domain, additional_domains) && INTERNAL::TriggerUpdater(); });
+}
+
+// One transaction: whoever is killed in it does not leave the domain without its further names.
+bool Domain::_MigrateImp(RECORD::Domain& domain,
+                         const std::vector<std::string>& additional_domains) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  int count = 0;
+  if (!GetAllDomainCount(count)) {
+    LOG_ERROR("Failed to GetAllDomainCount");
+    return false;
+  }
+  int domain_idx = -1;  // where no domain is primary the record is refused as invalid
+  if (count != 0) {
+    if (!GetPrimaryDomainIdx(domain_idx)) {
+      LOG_ERROR("Failed to GetPrimaryDomainIdx");
       return false;
     }
-    int domain_idx = -1;  // where no domain is primary the record is refused as invalid
-    if (count != 0) {
-      if (!GetPrimaryDomainIdx(domain_idx)) {
-        LOG_ERROR("Failed to GetPrimaryDomainIdx");
-        return false;
-      }
-      domain.SetDomainIdx(domain_idx);
-      if (!CONTROL::Domain::Set(domain)) {
-        LOG_ERROR("Failed to Set domain, domain_id: [%d]", domain_idx);
-        return false;
-      }
-    } else if (!_CreatePrimaryImp(domain, domain_idx)) {
-      LOG_ERROR("Failed to _CreatePrimaryImp");
+    domain.SetDomainIdx(domain_idx);
+    if (!CONTROL::Domain::Set(domain)) {
+      LOG_ERROR("Failed to Set domain, domain_id: [%d]", domain_idx);
       return false;
     }
-    if (!CONTROL::Domain::DeleteAdditionalDomains(domain_idx, additional_domains)) {
-      LOG_ERROR("Failed to DeleteAdditionalDomains, domain_id: [%d]", domain_idx);
-      return false;
-    }
-    if (!CONTROL::Domain::CreateAdditionalDomains(domain_idx, additional_domains, false)) {
-      LOG_ERROR("Failed to CreateAdditionalDomains for domain_id: [%d]", domain_idx);
-      return false;
-    }
-    return INTERNAL::TriggerUpdater();
-  });
+  } else if (!_CreatePrimaryImp(domain, domain_idx)) {
+    LOG_ERROR("Failed to _CreatePrimaryImp");
+    return false;
+  }
+  if (!CONTROL::Domain::DeleteAdditionalDomains(domain_idx, additional_domains)) {
+    LOG_ERROR("Failed to DeleteAdditionalDomains, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  if (!CONTROL::Domain::CreateAdditionalDomains(domain_idx, additional_domains, false) ||
+      scope.Commit() != 0) {
+    LOG_ERROR("Failed to CreateAdditionalDomains for domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
 }
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {

@@ -73,6 +73,7 @@ class MDOMAIN_EXPORT Domain : public CONTROL::Domain {
  private:
   bool _CreatePrimaryImp(RECORD::Domain& domain, int& new_domain_idx);
   bool _FillPrimary(int domain_idx);
+  bool _MigrateImp(RECORD::Domain& domain, const std::vector<std::string>& additional_domains);
   void _TakeBack(const RECORD::Domain& domain, int created_idx, int primary_before);
   // Runs `operation`; an exception is turned into the error number and false.
   bool _Catch(const std::function<bool()>& operation);
