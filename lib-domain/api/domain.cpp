@@ -7,6 +7,7 @@
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain_group.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/account.h"
 
@@ -94,33 +95,57 @@ bool Domain::CreatePrimary(RECORD::Domain& domain, int& new_domain_idx) {
   return INTERNAL::TriggerUpdater();
 }
 
+// One transaction: whoever is killed in it leaves the domains and the primary one as they were. A
+// failure takes the new domain back within it; what the refresh mirrored is committed.
 bool Domain::_CreatePrimaryImp(RECORD::Domain& domain, int& new_domain_idx) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  int primary_before = 0;
+  if (!store_.BeginWriting() || !GetPrimaryDomainIdx(primary_before)) {
+    LOG_ERROR("Failed to GetPrimaryDomainIdx");
+    return false;
+  }
+  int created_idx = 0;
   const bool created = _Catch([&] {
-    if (!CONTROL::Domain::Create(domain, new_domain_idx)) {
+    if (!CONTROL::Domain::Create(domain, created_idx)) {
       LOG_ERROR("Failed to Create domain, domain_name: [%s]", domain.GetDomainName().c_str());
       return false;
     }
     return true;
   });
-  if (!created) {
+  new_domain_idx = created_idx != 0 ? created_idx : new_domain_idx;
+  if (!created || !_FillPrimary(created_idx)) {
+    _TakeBack(domain, created_idx, primary_before);
     return false;
   }
-  if (_FillPrimary(new_domain_idx)) {
-    return true;
+  if (scope.Commit() != 0) {
+    LOG_ERROR("Failed to Create domain, domain_name: [%s]", domain.GetDomainName().c_str());
+    return false;
   }
-  if (new_domain_idx != 0 && !CONTROL::Domain::Delete({new_domain_idx}, true)) {
+  return true;
+}
+
+// A creation that stopped behind the row leaves a domain, too.
+void Domain::_TakeBack(const RECORD::Domain& domain, int created_idx, int primary_before) {
+  if (created_idx == 0) {
+    return;
+  }
+  if (primary_before != 0 && !SetPrimaryDomain(primary_before)) {
+    LOG_ERROR("Failed to SetPrimaryDomain, domain_id: [%d]", primary_before);
+  }
+  if (!CONTROL::Domain::Delete({created_idx}, true)) {
     LOG_ERROR(
         "Failed to Delete domain, domain_name: [%s], may be unable to create primary domain with "
         "the same name",
         domain.GetDomainName().c_str());
   }
-  return false;
+  store_.ClearEmptied();  // nobody deleted the last domain on purpose
 }
 
 // Everything between the creation of the first domain and its publication.
 bool Domain::_FillPrimary(int domain_idx) {
   const korvmailserver::AccountSnapshot snapshot;
   if (!SetPrimaryDomain(domain_idx)) {
+    LOG_ERROR("Failed to SetPrimaryDomain, domain_id: [%d]", domain_idx);
     return false;
   }
   std::vector<RECORD::Group> groups;
@@ -143,37 +168,44 @@ bool Domain::_FillPrimary(int domain_idx) {
 }
 
 bool Domain::Migrate(RECORD::Domain& domain, const std::vector<std::string>& additional_domains) {
-  return _Catch([&] {
-    int count = 0;
-    if (!GetAllDomainCount(count)) {
-      LOG_ERROR("Failed to GetAllDomainCount");
+  return _Catch(
+      [&] { return _MigrateImp(domain, additional_domains) && INTERNAL::TriggerUpdater(); });
+}
+
+// One transaction: whoever is killed in it does not leave the domain without its further names.
+bool Domain::_MigrateImp(RECORD::Domain& domain,
+                         const std::vector<std::string>& additional_domains) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  int count = 0;
+  if (!GetAllDomainCount(count)) {
+    LOG_ERROR("Failed to GetAllDomainCount");
+    return false;
+  }
+  int domain_idx = -1;  // where no domain is primary the record is refused as invalid
+  if (count != 0) {
+    if (!GetPrimaryDomainIdx(domain_idx)) {
+      LOG_ERROR("Failed to GetPrimaryDomainIdx");
       return false;
     }
-    int domain_idx = -1;  // where no domain is primary the record is refused as invalid
-    if (count != 0) {
-      if (!GetPrimaryDomainIdx(domain_idx)) {
-        LOG_ERROR("Failed to GetPrimaryDomainIdx");
-        return false;
-      }
-      domain.SetDomainIdx(domain_idx);
-      if (!CONTROL::Domain::Set(domain)) {
-        LOG_ERROR("Failed to Set domain, domain_id: [%d]", domain_idx);
-        return false;
-      }
-    } else if (!_CreatePrimaryImp(domain, domain_idx)) {
-      LOG_ERROR("Failed to _CreatePrimaryImp");
+    domain.SetDomainIdx(domain_idx);
+    if (!CONTROL::Domain::Set(domain)) {
+      LOG_ERROR("Failed to Set domain, domain_id: [%d]", domain_idx);
       return false;
     }
-    if (!CONTROL::Domain::DeleteAdditionalDomains(domain_idx, additional_domains)) {
-      LOG_ERROR("Failed to DeleteAdditionalDomains, domain_id: [%d]", domain_idx);
-      return false;
-    }
-    if (!CONTROL::Domain::CreateAdditionalDomains(domain_idx, additional_domains, false)) {
-      LOG_ERROR("Failed to CreateAdditionalDomains for domain_id: [%d]", domain_idx);
-      return false;
-    }
-    return INTERNAL::TriggerUpdater();
-  });
+  } else if (!_CreatePrimaryImp(domain, domain_idx)) {
+    LOG_ERROR("Failed to _CreatePrimaryImp");
+    return false;
+  }
+  if (!CONTROL::Domain::DeleteAdditionalDomains(domain_idx, additional_domains)) {
+    LOG_ERROR("Failed to DeleteAdditionalDomains, domain_id: [%d]", domain_idx);
+    return false;
+  }
+  if (!CONTROL::Domain::CreateAdditionalDomains(domain_idx, additional_domains, false) ||
+      scope.Commit() != 0) {
+    LOG_ERROR("Failed to CreateAdditionalDomains for domain_id: [%d]", domain_idx);
+    return false;
+  }
+  return true;
 }
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {

@@ -55,8 +55,9 @@ class MDOMAIN_EXPORT Domain : public CONTROL::Domain {
   bool DeleteAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
 
   // Creates the first domain of an installation: primary, with every group of the account system,
-  // followed by a refresh. When a step after the creation fails the domain is deleted again; what
-  // the refresh mirrored stays. Error numbers as Create, and 5634 when the account system cannot be
+  // followed by a refresh. When a step fails, the domain is deleted again and the one that was
+  // primary before is so again; what the refresh mirrored stays. A process that is killed leaves
+  // the domains as they were. Error numbers as Create, and 5634 when the account system cannot be
   // read as a whole or the refresh fails.
   bool CreatePrimary(RECORD::Domain& domain, int& new_domain_idx);
 
@@ -72,6 +73,8 @@ class MDOMAIN_EXPORT Domain : public CONTROL::Domain {
  private:
   bool _CreatePrimaryImp(RECORD::Domain& domain, int& new_domain_idx);
   bool _FillPrimary(int domain_idx);
+  bool _MigrateImp(RECORD::Domain& domain, const std::vector<std::string>& additional_domains);
+  void _TakeBack(const RECORD::Domain& domain, int created_idx, int primary_before);
   // Runs `operation`; an exception is turned into the error number and false.
   bool _Catch(const std::function<bool()>& operation);
 

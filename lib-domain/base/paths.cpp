@@ -2,6 +2,7 @@
 #include "lib-domain/base/paths.h"
 
 #include "platform/include/root_path.h"
+#include "platform/include/text.h"
 
 namespace MDOMAIN::PATHS {
 
@@ -13,6 +14,10 @@ std::string EtcDir() {
 
 std::string TargetEtcDir() {
   return UnderRoot("/var/packages/Postara-Server/target/etc/");
+}
+
+std::string DomainDb(const std::string& account_domain) {
+  return EtcDir() + account_domain + "_" + "DOMAIN" + ".db";
 }
 
 std::string SettingsDb() {
@@ -61,6 +66,11 @@ std::string BccMapCompiler() {
 
 std::string LockFile() {
   return UnderRoot("/var/run/postara_server/mdomain.lock");
+}
+
+bool IsFileNamePart(const std::string& name) {
+  return name.find('/') == std::string::npos && name.find("..") == std::string::npos &&
+         !korvmailserver::HasControlCharacter(name);
 }
 
 }  // namespace MDOMAIN::PATHS

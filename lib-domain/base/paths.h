@@ -6,13 +6,14 @@
 
 namespace MDOMAIN::PATHS {
 
-std::string EtcDir();                           // /var/packages/Postara-Server/etc/
-std::string TargetEtcDir();                     // /var/packages/Postara-Server/target/etc/
-std::string SettingsDb();                       // .../etc/mailserver.db
-std::string AliasDb();                          // .../etc/alias.db
-std::string EmailOwnerDb();                     // .../target/etc/email_owner.db
-std::string DkimPrivateKey(int domain_idx);     // .../etc/dkim.key//dkim.private-N
-std::string DkimPublicKey(int domain_idx);      // .../etc/dkim.key//dkim.public-N
+std::string EtcDir();        // /var/packages/Postara-Server/etc/
+std::string TargetEtcDir();  // /var/packages/Postara-Server/target/etc/
+std::string DomainDb(const std::string& account_domain);  // .../etc/NAME_DOMAIN.db
+std::string SettingsDb();                                 // .../etc/mailserver.db
+std::string AliasDb();                                    // .../etc/alias.db
+std::string EmailOwnerDb();                               // .../target/etc/email_owner.db
+std::string DkimPrivateKey(int domain_idx);               // .../etc/dkim.key//dkim.private-N
+std::string DkimPublicKey(int domain_idx);                // .../etc/dkim.key//dkim.public-N
 std::string ChangedUserDir();                   // /var/run/postara_server/update_smtp_user_list/
 std::string DisclaimerDir();                    // .../etc/disclaimer_content
 std::string DisclaimerContent(int domain_idx);  // .../etc/disclaimer_content/domain-N
@@ -20,6 +21,10 @@ std::string DisclaimerList();                   // .../etc/disclaimer_list
 std::string DisclaimerBackupDir();              // /var/spool/@Postara-Server/alias_bkp
 std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
 std::string LockFile();                         // /var/run/postara_server/mdomain.lock
+
+// Whether a name from the settings may be a part of a file name: it leads into no other folder and
+// no line is broken by it.
+bool IsFileNamePart(const std::string& name);
 
 }  // namespace MDOMAIN::PATHS
 

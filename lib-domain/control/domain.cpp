@@ -37,11 +37,36 @@ std::string OtherSpelling(const std::string& name) {
   return KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) < 0 ? name : other;
 }
 
+// The controls log what was not done; this line says why.
+bool IsCommitted(BatchScope& scope) {
+  if (scope.Commit() == 0) {
+    return true;
+  }
+  const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
+  LOG_WARNING("Cannot commit to database [%s]: %s", handler->GetPath().c_str(),
+              handler->GetErrText().c_str());
+  return false;
+}
+
 }  // namespace
 
 bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
+  if (!_StoreNew(domain, new_domain_idx)) {
+    return false;
+  }
+  if (!_InitDomainRelatedSettings(new_domain_idx)) {
+    LOG_ERROR("Failed to _InitDomainRelatedSettings, domain_id: [%d]", new_domain_idx);
+    return false;
+  }
+  return true;
+}
+
+// One transaction, begun before anything is read: no other process takes the index or the name in
+// between, and no first domain is without the primary mark after a crash.
+bool Domain::_StoreNew(RECORD::Domain& domain, int& new_domain_idx) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   int next_idx = -1;
-  if (!store_.GetNextDomainIDX(next_idx)) {
+  if (!store_.BeginWriting() || !store_.GetNextDomainIDX(next_idx)) {
     LOG_ERROR("GetNextDomainID failed");
     return false;
   }
@@ -50,7 +75,11 @@ bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
   if (!domain.IsValid()) {
     THROW_LOGGED(ErrorCode::ERR_INVALID_DOMAIN_NAME, refusal);
   }
-  if (store_.IsDomainNameExist(domain.GetDomainName())) {
+  bool taken = false;
+  if (!_FindName(domain.GetDomainName(), taken)) {
+    return false;
+  }
+  if (taken) {
     THROW_LOGGED(ErrorCode::ERR_DUPLICATE_DOMAIN_NAME, refusal);
   }
   int count = 0;
@@ -67,8 +96,17 @@ bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
     LOG_ERROR("Failed to SetPrimaryDomain");
     return false;
   }
-  if (!_InitDomainRelatedSettings(new_domain_idx)) {
-    LOG_ERROR("Failed to _InitDomainRelatedSettings, domain_id: [%d]", new_domain_idx);
+  if (!IsCommitted(scope)) {
+    LOG_ERROR("Failed to Create domain");
+    return false;
+  }
+  return true;
+}
+
+// A name that cannot be looked up is not free: whoever wants it gives up.
+bool Domain::_FindName(const std::string& name, bool& taken) {
+  if (!store_.FindName(name, taken)) {
+    LOG_ERROR("Failed to look up domain name [%s]", name.c_str());
     return false;
   }
   return true;
@@ -79,16 +117,36 @@ bool Domain::Set(const RECORD::Domain& domain) {
   if (!domain.IsValid()) {
     THROW_LOGGED(ErrorCode::ERR_INVALID_DOMAIN_NAME, refusal);
   }
-  if (store_.IsDomainNameChanged(domain)) {
-    if (store_.IsDomainNameExist(domain.GetDomainName())) {
+  // The name is still free when it is written.
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  std::string stored = domain.GetDomainName();
+  if (!store_.BeginWriting() || !store_.GetName(domain.GetDomainIdx(), stored)) {
+    LOG_ERROR("Failed to look up the name of domain_id: [%d]", domain.GetDomainIdx());
+    return false;
+  }
+  if (stored != domain.GetDomainName()) {
+    bool taken = false;
+    if (!_FindName(domain.GetDomainName(), taken)) {
+      return false;
+    }
+    if (taken) {
       THROW_LOGGED(ErrorCode::ERR_DUPLICATE_DOMAIN_NAME, refusal);
     }
     _NotifyBelongedUsers({domain.GetDomainIdx()});
   }
-  return store_.Set(domain);
+  return store_.Set(domain) && IsCommitted(scope);
 }
 
 bool Domain::Delete(const std::vector<int>& domain_idxs, bool allow_primary) {
+  return _DeleteRows(domain_idxs, allow_primary) && _DeleteRelatedSettings(domain_idxs);
+}
+
+bool Domain::_DeleteRows(const std::vector<int>& domain_idxs, bool allow_primary) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  DB::Domain::Content before = DB::Domain::Content::kNothing;
+  if (!store_.BeginWriting() || !store_.GetContent(before)) {
+    return false;
+  }
   if (!allow_primary) {
     int primary_idx = -1;
     if (!store_.GetPrimaryDomainIdx(primary_idx)) {
@@ -105,7 +163,8 @@ bool Domain::Delete(const std::vector<int>& domain_idxs, bool allow_primary) {
   if (!store_.Delete(domain_idxs)) {
     return false;
   }
-  return _DeleteRelatedSettings(domain_idxs);
+  const bool marked = before != DB::Domain::Content::kDomains || store_.SetEmptiedIfEmpty();
+  return marked && IsCommitted(scope);
 }
 
 void Domain::_NotifyBelongedUsers(const std::vector<int>& domain_idxs) {
@@ -124,9 +183,18 @@ bool Domain::SetPrimaryDomain(const int& domain_idx) {
 
 bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names,
                                      bool skip_existing) {
+  // The names are still free when they are written.
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  if (!store_.BeginWriting()) {
+    return false;
+  }
   std::vector<std::string> kept;
   for (const std::string& name : INTERNAL::EraseDuplicatedDomainNames(names)) {
-    if (!store_.IsDomainNameExist(name)) {
+    bool taken = false;
+    if (!_FindName(name, taken)) {
+      return false;
+    }
+    if (!taken) {
       kept.push_back(name);
       continue;
     }
@@ -136,7 +204,7 @@ bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<st
     }
     LOG_NOTICE("domain_name [%s] exists, skipped", name.c_str());
   }
-  return store_.CreateAdditionalDomains(domain_idx, kept);
+  return store_.CreateAdditionalDomains(domain_idx, kept) && IsCommitted(scope);
 }
 
 bool Domain::SetAdditionalDomains(const int& domain_idx,
@@ -145,25 +213,34 @@ bool Domain::SetAdditionalDomains(const int& domain_idx,
   // One transaction, so that no other process sees, or keeps after a crash, the domain without its
   // names. An exception leaves it with the names that were put back.
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  if (!store_.DeleteAdditionalDomains(domain_idx, current_names)) {
+  std::vector<std::string> stored;
+  if (!store_.BeginWriting() || !store_.ListAdditionalDomains(domain_idx, stored) ||
+      !store_.DeleteAdditionalDomains(domain_idx, current_names)) {
     LOG_ERROR("Failed to DeleteAdditionalDomains, domain_id: [%d]", domain_idx);
     return false;
   }
   const std::vector<std::string> wanted = INTERNAL::EraseDuplicatedDomainNames(new_names);
   bool need_fall_back = false;
+  bool looked_up = true;
   for (const std::string& name : wanted) {
-    if (store_.IsDomainNameExist(name)) {
+    bool taken = false;
+    looked_up = _FindName(name, taken) && looked_up;
+    if (taken) {
       LOG_ERROR("domain name [%s] exists, need_fall_back", name.c_str());
       need_fall_back = true;
     }
   }
+  // What was stored and not what the caller believes to be: `current_names` may be wrong.
+  if ((need_fall_back || !looked_up) && !store_.RestoreAdditionalDomains(domain_idx, stored)) {
+    LOG_ERROR("Failed to CreateAdditionalDomains, domain_id: [%d]", domain_idx);
+  }
   if (need_fall_back) {
-    if (!store_.CreateAdditionalDomains(domain_idx, current_names)) {
-      LOG_ERROR("Failed to CreateAdditionalDomains, domain_id: [%d]", domain_idx);
-    }
     THROW_LOGGED(ErrorCode::ERR_DUPLICATE_DOMAIN_NAME, "Unable to set additional domains");
   }
-  if (!store_.CreateAdditionalDomains(domain_idx, wanted) || scope.Commit() != 0) {
+  if (!looked_up) {
+    return false;
+  }
+  if (!store_.CreateAdditionalDomains(domain_idx, wanted) || !IsCommitted(scope)) {
     LOG_ERROR("Failed to CreateAdditionalDomains, domain_id: [%d]", domain_idx);
     return false;
   }

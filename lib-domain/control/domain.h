@@ -3,7 +3,9 @@
 // Changes go to the domain database first and then to what hangs on a domain outside of it: limits
 // in the settings database, alias table, BCC rules, disclaimers, DKIM. No transaction spans both: a
 // failure behind the first database write leaves the rest undone and is reported as false with one
-// log line. Only a taken name (3002) and a bad name (3003) are thrown, as
+// log line. What belongs together in the database is one transaction, begun before the first
+// look-up: two processes never get one index or one name. A look-up that fails is a failure of the
+// operation. Only a taken name (3002) and a bad name (3003) are thrown, as
 // korvmailserver::LogException, which logs itself.
 #ifndef LIB_DOMAIN_CONTROL_DOMAIN_H
 #define LIB_DOMAIN_CONTROL_DOMAIN_H
@@ -48,7 +50,8 @@ class MDOMAIN_EXPORT Domain {
                                bool skip_existing);
 
   // Replaces `current_names` by `new_names`. When one of the new names is taken, every such name is
-  // logged, `current_names` are put back and 3002 is thrown.
+  // logged, 3002 is thrown, and the domain has exactly the names that it had, whatever
+  // `current_names` says; likewise, and false, when a name cannot be looked up.
   bool SetAdditionalDomains(const int& domain_idx, const std::vector<std::string>& current_names,
                             const std::vector<std::string>& new_names);
 
@@ -72,6 +75,9 @@ class MDOMAIN_EXPORT Domain {
   bool IsDomainAdmin(const unsigned int& uid, const int& domain_idx);
 
  private:
+  bool _StoreNew(RECORD::Domain& domain, int& new_domain_idx);
+  bool _FindName(const std::string& name, bool& taken);
+  bool _DeleteRows(const std::vector<int>& domain_idxs, bool allow_primary);
   bool _InitDomainRelatedSettings(const int& domain_idx);
   // The hook for settings that follow the primary domain. There are none: succeeds.
   bool _UpdatePrimaryDomainRelatedSettings(const int& domain_idx);

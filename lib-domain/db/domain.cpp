@@ -63,6 +63,13 @@ constexpr const char* kSelectAdditional =
 constexpr const char* kSelectAllAdditional =
     "SELECT * FROM domain_to_additional_domain_table ORDER BY domain_idx, additional_domain";
 
+// Nothing else here uses this number of a database file, which changes and is rolled back with the
+// rows. A table of our own would not be the described schema.
+constexpr const char* kSelectContent =
+    "SELECT EXISTS (SELECT 1 FROM domain_table), application_id FROM pragma_application_id";
+constexpr int kEmptied = 0x4D444F4D;
+constexpr const char* kSetEmptied = "PRAGMA application_id = %d";
+
 constexpr const char* kSelectDelegated =
     "SELECT domain_idx FROM domain_user_view WHERE uid = %u AND role = 'domain_admin';";
 constexpr const char* kSelectAdding =
@@ -192,7 +199,18 @@ bool Domain::GetNextDomainIDX(int& domain_idx) {
   return true;
 }
 
+bool Domain::BeginWriting() {
+  StatementBatch batch;
+  batch.Add(";");
+  return _DomainDb().Run(batch, "fail to lock domain_table");
+}
+
 bool Domain::IsDomainNameExist(const std::string& name) {
+  bool taken = false;
+  return FindName(name, taken) && taken;
+}
+
+bool Domain::FindName(const std::string& name, bool& taken) {
   if (!_DomainDb().IsOpen()) {
     return false;
   }
@@ -200,17 +218,18 @@ bool Domain::IsDomainNameExist(const std::string& name) {
   if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) < 0) {
     other = name;
   }
-  bool exists = false;
-  return _DomainDb().GetExists(FormatStatement(kIsNameTaken, name.c_str(), other.c_str(),
-                                               name.c_str(), other.c_str()),
-                               exists) &&
-         exists;
+  return _DomainDb().GetExists(
+      FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(), other.c_str()),
+      taken);
+}
+
+bool Domain::GetName(const int& domain_idx, std::string& name) {
+  return _DomainDb().GetText(FormatStatement(kSelectName, domain_idx), 0, name);
 }
 
 bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
   std::string stored = domain.GetDomainName();
-  return _DomainDb().GetText(FormatStatement(kSelectName, domain.GetDomainIdx()), 0, stored) &&
-         stored != domain.GetDomainName();
+  return GetName(domain.GetDomainIdx(), stored) && stored != domain.GetDomainName();
 }
 
 bool Domain::GetDefaultAliasPattern(const int& domain_idx, std::string& pattern) {
@@ -244,12 +263,25 @@ bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<st
   if (!_DomainDb().IsOpen()) {
     return false;
   }
-  StatementBatch batch;
+  std::vector<std::string> valid;
   for (const std::string& name : names) {
     if (!UTILS::IsDomainNameValid(name)) {
       LOG_WARNING("Domain name [%s] is invalid, ignore", name.c_str());
       continue;
     }
+    valid.push_back(name);
+  }
+  return _InsertAdditional(domain_idx, valid);
+}
+
+bool Domain::RestoreAdditionalDomains(const int& domain_idx,
+                                      const std::vector<std::string>& names) {
+  return _InsertAdditional(domain_idx, names);
+}
+
+bool Domain::_InsertAdditional(const int& domain_idx, const std::vector<std::string>& names) {
+  StatementBatch batch;
+  for (const std::string& name : names) {
     batch.Add(FormatStatement(kInsertAdditional, domain_idx, name.c_str()));
   }
   return _DomainDb().Run(batch, "fail to insert domain_to_additional_domain_table");
@@ -294,6 +326,35 @@ bool Domain::GetBelongedUsers(const std::vector<int>& domain_idxs,
                               std::vector<unsigned int>& uids) {
   return _DomainDb().Append<Columns<Uid>>(
       FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()), uids);
+}
+
+bool Domain::GetContent(Content& content) {
+  return _DomainDb().Query<Columns<Flag, Int>>(kSelectContent, [&content](bool any, int mark) {
+    const Content none = mark == kEmptied ? Content::kEmptied : Content::kNothing;
+    content = any ? Content::kDomains : none;
+  });
+}
+
+bool Domain::GetDataVersion(std::string& version) {
+  return _DomainDb().GetText("PRAGMA data_version", 0, version);
+}
+
+bool Domain::SetEmptiedIfEmpty() {
+  Content content = Content::kDomains;
+  if (!GetContent(content)) {
+    return false;
+  }
+  StatementBatch batch;
+  if (content == Content::kNothing) {
+    batch.Add(FormatStatement(kSetEmptied, kEmptied));
+  }
+  return _DomainDb().Run(batch, "fail to mark domain_table as emptied");
+}
+
+bool Domain::ClearEmptied() {
+  StatementBatch batch;
+  batch.Add(FormatStatement(kSetEmptied, 0));
+  return _DomainDb().Run(batch, "fail to mark domain_table as emptied");
 }
 
 bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {

@@ -50,6 +50,10 @@ class MDOMAIN_EXPORT Domain {
   // Whether a domain or an additional name has this name in its U-label or A-label spelling, ASCII
   // case ignored. False also when the query fails.
   bool IsDomainNameExist(const std::string& name);
+  // The same, with a failed query told apart: false, `taken` untouched.
+  bool FindName(const std::string& name, bool& taken);
+  // The name of a domain, untouched without such a domain.
+  bool GetName(const int& domain_idx, std::string& name);
   // Whether the stored name of the record's index is another one, byte by byte: a change of case is
   // one. False without such a row and when the query fails.
   bool IsDomainNameChanged(const RECORD::Domain& domain);
@@ -63,6 +67,8 @@ class MDOMAIN_EXPORT Domain {
   // Adds the valid names to a domain, which must exist; an invalid one is a warning and left out,
   // one that is there already is no failure.
   bool CreateAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
+  // Adds names that were stored before, whatever the rule for names says today.
+  bool RestoreAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
   // Removes names, spelled exactly as stored; unknown ones are no failure. A name of more than 2048
   // bytes is logged and left out.
   bool DeleteAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names);
@@ -79,7 +85,24 @@ class MDOMAIN_EXPORT Domain {
   // Appends every uid with an alias in one of the domains, once, with a role or without.
   bool GetBelongedUsers(const std::vector<int>& domain_idxs, std::vector<unsigned int>& uids);
 
+  // Within a BatchScope: nobody else writes from now on until the scope ends, so that what is read
+  // still holds when it is written upon. Waits for other processes as every write does.
+  bool BeginWriting();
+
+  // What a model without domains means: a file that is new, or lost what it had, is kNothing; one
+  // whose last domain was deleted remembers that it is empty on purpose.
+  enum class Content { kDomains, kNothing, kEmptied };
+  bool GetContent(Content& content);
+  // Has the file remember it when there is no domain left.
+  bool SetEmptiedIfEmpty();
+  // Has the file forget it: its domains were never there for others to see.
+  bool ClearEmptied();
+
+  // A text that changes when another connection has committed.
+  bool GetDataVersion(std::string& version);
+
  private:
+  bool _InsertAdditional(const int& domain_idx, const std::vector<std::string>& names);
   bool _FetchDomainsUserNum(std::vector<RECORD::Domain>& domains);
 
   INTERNAL::Database _DomainDb() const;

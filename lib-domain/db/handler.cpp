@@ -4,12 +4,15 @@
 #include "lib-domain/db/handler.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
 
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
 #include "platform/include/files.h"
 #include "platform/include/sqlite.h"
@@ -28,6 +31,21 @@ constexpr int kSelectBusyMilliseconds = 10000;
                                      BASE::kLogError, BASE::SourcePath(__FILE__), line);
 }
 
+// A model that lost its file looks like a new host afterwards, so this is said while it is known.
+void ReportLostModel(const std::string& path) {
+  struct stat info {};
+  const bool is_missing = stat(path.c_str(), &info) != 0 && errno == ENOENT;
+  if (!is_missing && info.st_size != 0) {
+    return;
+  }
+  INTERNAL::PublishedModel published;
+  if (INTERNAL::ReadPublishedModel(published) && published.has_domains &&
+      published.file == INTERNAL::ModelFileName(path)) {
+    LOG_WARNING("Domain db [%s] is %s, although its domains are published: it starts anew",
+                path.c_str(), is_missing ? "missing" : "empty");
+  }
+}
+
 }  // namespace
 
 DomainDBHandler* DomainDBHandler::_singleDomainDBHandler = nullptr;
@@ -41,6 +59,7 @@ DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
     LOG_ERROR("GetUserGroupDomainConfigPath fail");
     return nullptr;
   }
+  ReportLostModel(path);
   _singleDomainDBHandler = new DomainDBHandler(path);
   if (_singleDomainDBHandler->ConnectAndUpgrade() != 0) {
     LOG_ERROR("Domain db error");

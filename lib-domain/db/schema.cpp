@@ -117,6 +117,11 @@ std::string DomainView(const std::string& source, const std::string& rows) {
          source + rows + ") " + source + " ON domain_table.domain_idx = " + source + ".domain_idx";
 }
 
+// The setting that names the account domain of a directory.
+const char* AccountDomainKey() {
+  return mailConfCheckKeyValue("account_type", "win") ? "win_domain_short_name" : "acc_domain_name";
+}
+
 }  // namespace
 
 bool GetUserGroupDomainConfigPath(std::string& path) {
@@ -129,7 +134,12 @@ bool GetUserGroupDomainConfigPath(std::string& path) {
     LOG_ERROR("domainName is empty");
     return false;
   }
-  path = PATHS::EtcDir() + account_domain + "_" + "DOMAIN" + ".db";
+  if (!PATHS::IsFileNamePart(account_domain)) {
+    LOG_ERROR("%s [%s] forms no file name: \"/\", \"..\" and control characters are not allowed",
+              AccountDomainKey(), account_domain.c_str());
+    return false;
+  }
+  path = PATHS::DomainDb(account_domain);
   return true;
 }
 

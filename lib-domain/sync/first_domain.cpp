@@ -6,6 +6,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_group.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/account.h"
 #include "platform/include/mail_conf.h"
@@ -87,8 +88,19 @@ bool Updater::InitDBIfNotExists() {
   const korvmailserver::AccountSnapshot snapshot;
   std::vector<std::string> names;
   int domain_idx = 0;
-  return GetAdditionalNames(main_domain, names) &&
-         CreateFirstDomain(main_domain, names, domain_idx) && AddAllGroups(domain_idx) && Refresh();
+  if (!GetAdditionalNames(main_domain, names)) {
+    return false;
+  }
+  // One transaction: whoever is killed in it leaves no domain without its names, which the next
+  // call would take for a finished one.
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  const bool done =
+      CreateFirstDomain(main_domain, names, domain_idx) && AddAllGroups(domain_idx) && Refresh();
+  if (scope.Commit() != 0) {
+    LOG_ERROR("Failed to create domain, domain name: [%s]", main_domain.c_str());
+    return false;
+  }
+  return done;
 }
 
 }  // namespace MDOMAIN::UTILS

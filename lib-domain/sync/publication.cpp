@@ -2,7 +2,8 @@
 //
 // All keys are written in one call, and stale ones are removed in one call. When that fails, they
 // are written or removed one by one in their order, so that those before the failing one are done
-// and the log names it.
+// and the log names it. Another process may commit and publish in between: then the older state
+// must not stay published, so the model is published again.
 #include <algorithm>
 #include <iterator>
 #include <map>
@@ -11,7 +12,10 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
+#include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/node_publication.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/key_store.h"
@@ -30,6 +34,9 @@ constexpr const char* kAdditionalPrefix = "additional_domain-";
 constexpr const char* kAdditionalTree = "virtual_domain";
 constexpr const char* kSeparator = ", ";
 
+// How often a model is published that other processes keep changing; each of them publishes, too.
+constexpr int kAttempts = 5;
+
 std::string AdditionalKey(int domain_idx) {
   return kAdditionalPrefix + std::to_string(domain_idx);
 }
@@ -40,6 +47,10 @@ bool SetKey(const std::string& key, const std::string& value) {
     return false;
   }
   return true;
+}
+
+std::string ModelInForce() {
+  return DB::INTERNAL::ModelFileName(DB::DomainDBHandler::GetDomainDBHandler()->GetPath());
 }
 
 bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
@@ -56,6 +67,9 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
   }
   keys.emplace_back(kDomainsKey, BASE::Join(entries, kSeparator));
   keys.emplace_back(kPrimaryKey, primary_name);
+  if (!domains.empty()) {
+    keys.emplace_back(DB::INTERNAL::kModelKey, ModelInForce());
+  }
   return mailConfSetMany(keys) == 0;
 }
 
@@ -71,6 +85,33 @@ bool Updater::Trigger() {
     LOG_ERROR("Failed to GetUserGroupDomainConfigPath");
     return false;
   }
+  if (!empty_publication_allowed_ && !_KeepsPublished()) {
+    return false;
+  }
+  bool is_current = false;
+  for (int attempt = 0; !is_current && attempt < kAttempts; ++attempt) {
+    std::string before;
+    std::string after;
+    const bool known = DB::Domain().GetDataVersion(before);
+    if (!_PublishModel(path)) {
+      return false;
+    }
+    is_current = !known || (DB::Domain().GetDataVersion(after) && before == after);
+  }
+  return PublishNodeFiles();
+}
+
+// A model that cannot be read is left to the steps, which say so.
+bool Updater::_KeepsPublished() {
+  ModelStanding standing;
+  if (ReadModelStanding(standing) && standing.WouldEmpty()) {
+    LOG_ERROR("Nothing is published: %s", standing.Reason().c_str());
+    return false;
+  }
+  return true;
+}
+
+bool Updater::_PublishModel(const std::string& path) {
   if (!PostaraServerBACKENDWrap::setFile(kDatabaseKey, path)) {
     LOG_ERROR("Failed to set file %s", path.c_str());
     return false;
@@ -79,7 +120,7 @@ bool Updater::Trigger() {
     LOG_ERROR("Failed to update info to redis");
     return false;
   }
-  return PublishNodeFiles();
+  return true;
 }
 
 bool Updater::_ToRedis() {
@@ -127,7 +168,7 @@ bool Updater::_SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,
     LOG_ERROR("Failed to _PrimaryDomainToRedis");
     return false;
   }
-  return true;
+  return domains.empty() || SetKey(DB::INTERNAL::kModelKey, ModelInForce());
 }
 
 bool Updater::_DomainsToRedis(const std::vector<std::string>& entries) {

@@ -93,8 +93,17 @@ class MDOMAIN_EXPORT Updater {
   // "smtp_main_domain" and one "additional_domain-N" per domain; keys of domains that are gone are
   // removed. In a key store that several machines share also every other file that they need
   // (PublishNodeFiles). Values that are published already are not written again. True, with a
-  // warning and nothing published, when the key store would not keep it.
+  // warning and nothing published, when the key store would not keep it. Which model file the
+  // domains came from is remembered under the key "mdomain_model".
+  //
+  // A model without domains empties nothing: when domains are published, or the older settings name
+  // a main domain, everything stays as it is published and the call is false, with one line that
+  // names the model file. Unless the last domain of this model was deleted, or the caller allows
+  // it.
   bool Trigger();
+
+  // Whether Trigger may replace published domains by none. Not allowed until it is set.
+  void AllowEmptyPublication(bool allowed) { empty_publication_allowed_ = allowed; }
 
   // Creates the first domain from the older single-domain settings: named "smtp_main_domain",
   // primary, with the further names of those settings and every group of the account system; then
@@ -139,6 +148,8 @@ class MDOMAIN_EXPORT Updater {
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups);
   bool _Fail(int domain_idx, const std::string& reason);
+  bool _KeepsPublished();
+  bool _PublishModel(const std::string& path);
   bool _ToRedis();
   bool _SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,
                         const std::vector<std::string>& entries, const std::string& primary_name);
@@ -156,6 +167,7 @@ class MDOMAIN_EXPORT Updater {
   std::unordered_set<int> domains_with_users_;
   std::unordered_set<int> domains_with_groups_;
   RefreshSummary summary_;
+  bool empty_publication_allowed_ = false;
 };
 
 }  // namespace MDOMAIN::UTILS

@@ -1,6 +1,9 @@
 // The facade for domains: error numbers, roll-back, publication as part of the result.
 #include "lib-domain/api/domain.h"
 
+#include <unistd.h>
+
+#include "tests/support/children.h"
 #include "tests/support/sync_fixture.h"
 
 namespace {
@@ -86,37 +89,186 @@ TEST_F(DomainApiTest, ChangeThatIsNotPublishedIsAFailureAndStays) {
   EXPECT_EQ(Configured("virtual_multiple_domain"), "");
 }
 
-// The first case fails inside the creation, which is not taken back.
-TEST_F(DomainApiTest, FirstDomainIsTakenBackWhenItCannotBeFilled) {
+// Nothing of the new domain stays, whichever step fails, and another domain is primary again.
+TEST_F(DomainApiTest, NewPrimaryDomainIsTakenBackWhenItCannotBeFilled) {
+  const std::string old = "1|old.example|1, 2|second.example|0 ";
   const test::FailingStep steps[] = {
-      {test::kBatch, "DELETE FROM primary_domain_table",
-       "Failed to SetPrimaryDomain\nFailed to _CreatePrimaryImp", "1 domains, 0 users, error 0"},
+      {"DomainSetting::CreateSettings", "", "Failed to _InitDomainRelatedSettings", "0 users, 0"},
+      {test::kBatch, "domain_idx) values ('3')", "Failed to SetPrimaryDomain, domain_id: [3]",
+       "0 users, 0"},
       {"KLIBGroupEnum", "", "Failed to GetAllZelmGroups\nFailed to _CreatePrimaryImp",
-       "0 domains, 0 users, error 5634"},
+       "0 users, 5634"},
       {test::kBatch, "domain_group_role_table",
-       "Failed to create domain groups, new_primary_domain_id: [1]\nFailed to _CreatePrimaryImp",
-       "0 domains, 2 users, error 0"},
+       "Failed to create domain groups, new_primary_domain_id: [3]\nFailed to _CreatePrimaryImp",
+       "2 users, 0"},
       {test::kBatch, "domain_user_role_table", "Failed to Refresh\nFailed to _CreatePrimaryImp",
-       "0 domains, 3 users, error 5634"},
+       "3 users, 5634"},
   };
+  CreateDomain("old.example", false);
+  CreateDomain("second.example", false);
   unsigned int error = 0;
-  ExpectStops(
-      steps,
-      [&error] {
-        Domain api;
-        RECORD::Domain domain("example.com");
-        int domain_idx = -1;
-        const bool done = api.CreatePrimary(domain, domain_idx);
-        error = api.GetErrorCode();
-        return done;
-      },
-      [&error] {
-        const std::string left = Rows(
-            "SELECT (SELECT count(*) FROM domain_table) || ' domains, ' || count(*) || "
-            "' users, error ' FROM user_table")[0];
-        Run("DELETE FROM domain_table; DELETE FROM user_table; DELETE FROM group_table");
-        return left + std::to_string(error);
+  const auto create = [&error] {
+    Domain api;
+    RECORD::Domain domain("example.com");
+    int domain_idx = -1;
+    const bool done = api.CreatePrimary(domain, domain_idx);
+    error = api.GetErrorCode();
+    return done;
+  };
+  const auto left = [&error] {
+    const std::string users = Rows("SELECT count(*) || ' users, ' FROM user_table")[0];
+    Run("DELETE FROM user_table; DELETE FROM group_table");
+    return test::Text(Domains()) + " " + users + std::to_string(error);
+  };
+  for (const test::FailingStep& step : steps) {
+    ExpectStops({{step.function, step.text, step.logged, old + step.left}}, create, left);
+  }
+  // Without another domain, the model is not one that was emptied on purpose.
+  Run("DELETE FROM domain_table");
+  ExpectStops({{test::kBatch, "DELETE FROM primary_domain_table",
+                "Failed to SetPrimaryDomain\nFailed to _CreatePrimaryImp", " 0 users, 0"}},
+              create, left);
+  EXPECT_EQ(Rows("PRAGMA application_id"), StringList{"0"});
+}
+
+// Killed at its first write, its second, and so on, until it lives to its end.
+TEST_F(DomainApiTest, KilledCreationOfThePrimaryDomainLeavesTheOldOne) {
+  CreateDomain("old.example", false);
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  bool done = false;
+  int writes = 0;
+  for (; !done && writes < 100; ++writes) {
+    const auto create = [&writes](int) {
+      int left = writes;
+      test::WhenCalled(test::kBatch, [&left] {
+        if (left-- == 0) {
+          _exit(1);
+        }
       });
+      RECORD::Domain domain("example.com");
+      int domain_idx = -1;
+      return Domain().CreatePrimary(domain, domain_idx);
+    };
+    done = test::FailingChildren(1, create) == 0;
+    const StringList domains = Domains();
+    EXPECT_TRUE(domains == StringList{"1|old.example|1"} ||
+                domains == (StringList{"1|old.example|0", "2|example.com|1"}))
+        << writes << ": " << test::Text(domains);
+    if (domains.size() > 1) {
+      break;  // the rest of the writes are behind it
+    }
+  }
+  EXPECT_GT(writes, 5);
+}
+
+// Of a name that all want, one gets it; nobody loses an index, and the last publication is whole.
+TEST_F(DomainApiTest, ProcessesThatCreateAtOnceShareIndexesAndNames) {
+  CreateDomain("first.example", false);
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  constexpr int kEach = 12;
+  const auto create = [](int number) {
+    bool done = true;
+    for (int i = 0; i < kEach; ++i) {
+      RECORD::Domain own =
+          Record("p" + std::to_string(number) + "-" + std::to_string(i) + ".example");
+      RECORD::Domain wanted_by_all = Record("all-" + std::to_string(i) + ".example");
+      int domain_idx = -1;
+      Domain api;
+      done = api.Create(own, domain_idx) && done;
+      done = (api.Create(wanted_by_all, domain_idx) || api.GetErrorCode() == 5618) && done;
+    }
+    return done;
+  };
+  EXPECT_EQ(test::FailingChildren(4, create), 0);
+  EXPECT_EQ(Rows("SELECT count(*), count(DISTINCT domain_name), max(domain_idx) FROM domain_table"),
+            StringList{"61|61|61"});
+  std::string entries;
+  for (const std::string& entry :
+       Rows("SELECT domain_idx || '/' || domain_name FROM domain_table ORDER BY domain_idx")) {
+    entries += (entries.empty() ? "" : ", ") + entry;
+  }
+  EXPECT_EQ(Configured("virtual_multiple_domain"), entries);
+}
+
+// Another process creates a domain while this one publishes what it had read before.
+TEST_F(DomainApiTest, PublicationThatWasOvertakenIsRepeated) {
+  CreateDomain("first.example", false);
+  bool overtaken = false;
+  test::WhenCalled("ls", [&overtaken] {
+    if (!std::exchange(overtaken, true)) {
+      Run("INSERT INTO domain_table VALUES(2,'second.example','','<a>',0)");
+    }
+  });
+  EXPECT_TRUE(MDOMAIN::API::Updater().Trigger());
+  EXPECT_EQ(Configured("virtual_multiple_domain"), "1/first.example, 2/second.example");
+}
+
+TEST_F(DomainApiTest, ModelWithoutDomainsEmptiesNothing) {
+  using MDOMAIN::DB::DomainDBHandler;
+  const auto publish = [] {
+    CreateDomain("example.com", false);
+    MDOMAIN::API::Updater updater;
+    EXPECT_TRUE(updater.Trigger());
+  };
+  const auto lose = [&publish](bool is_file_left) {
+    publish();
+    DomainDBHandler::CloseDomainDBHandler();
+    EXPECT_EQ(is_file_left ? truncate(DbPath().c_str(), 0) : unlink(DbPath().c_str()), 0);
+  };
+  const struct {
+    const char* name;
+    std::function<void()> arrange;
+    const char* said;  // empty: published as it is
+  } cases[] = {
+      {"nothing published", [] {}, ""},
+      {"no domain in the older settings",
+       [] { mailConfSet("smtp_main_domain", "localdomain", true, 0); }, ""},
+      {"older settings", [] { mailConfSet("smtp_main_domain", "old.example", true, 0); },
+       "the older settings name \"old.example\""},
+      {"lost file", [&] { lose(false); }, "it was lost or emptied"},
+      {"file of no length", [&] { lose(true); }, "it was lost or emptied"},
+      {"emptied from outside",
+       [&] {
+         publish();
+         Run("DELETE FROM domain_table");
+       },
+       "local_DOMAIN.db has no domain any more"},
+      {"other account domain",
+       [&] {
+         publish();
+         mailConfSet("acc_domain_name", "dir.example", true, 0);
+         mailConfSet("account_type", "ldap", true, 0);
+         DomainDBHandler::CloseDomainDBHandler();
+       },
+       "dir.example_DOMAIN.db has no domain, and the published domains are those of "
+       "local_DOMAIN.db"},
+      {"deleted on purpose",
+       [&] {
+         publish();
+         EXPECT_TRUE(MDOMAIN::CONTROL::Domain().Delete({1}, true));
+       },
+       ""},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.name);
+    MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+    unlink(DbPath().c_str());
+    for (const char* key : {"account_type", "virtual_multiple_domain", "smtp_main_domain",
+                            "mdomain_model", "mailserver_domain_db"}) {
+      mailConfSet(key, key == std::string("account_type") ? "local" : "", true, 0);
+    }
+    one.arrange();
+    const std::string main_domain = Configured("smtp_main_domain");
+    const bool is_kept = *one.said != '\0';
+    EXPECT_EQ(MDOMAIN::API::Updater().Trigger(), !is_kept);
+    EXPECT_EQ(Logged(is_kept ? one.said : "Nothing is published"), is_kept) << one.said;
+    TakeLog();
+    EXPECT_EQ(Configured("smtp_main_domain"), is_kept ? main_domain : "");
+    MDOMAIN::API::Updater forced;
+    forced.AllowEmptyPublication(true);
+    EXPECT_TRUE(forced.Trigger());
+    EXPECT_EQ(Configured("virtual_multiple_domain") + Configured("smtp_main_domain"), "");
+  }
 }
 
 TEST_F(DomainApiTest, MigratingCanBeRepeated) {

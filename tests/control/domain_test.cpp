@@ -287,11 +287,60 @@ TEST_F(DomainControl, AdditionalNames) {
   EXPECT_EQ(set({"x.example"}, {"X.example", "z.example"}), "ok");
   EXPECT_EQ(stored(), (StringList{"X.example", "z.example"}));
 
+  // A refusal leaves what was stored, whatever the caller and today's rule for names say of it.
+  Run("INSERT INTO domain_to_additional_domain_table VALUES(1,'nodot')");
+  EXPECT_EQ(set({"z.example", "nodot", "never.example"}, {"b.example"}),
+            "3002 Unable to set additional domains");
+  EXPECT_TRUE(Logged("domain name [b.example] exists, need_fall_back"));
+  EXPECT_EQ(stored(), (StringList{"X.example", "nodot", "z.example"}));
+  Run("DELETE FROM domain_to_additional_domain_table WHERE additional_domain = 'nodot'");
+
   FailOn(kBatch, "INSERT OR IGNORE INTO  domain_to_additional_domain_table");
   EXPECT_EQ(set({"z.example"}, {"w.example"}), "false");
   EXPECT_TRUE(Logged("fail to insert domain_to_additional_domain_table"));
   EXPECT_TRUE(Logged("Failed to CreateAdditionalDomains, domain_id: [1]"));
   EXPECT_EQ(stored(), StringList{"X.example"});
+}
+
+// A database that cannot say whether a name is taken, or does not let this process write.
+TEST_F(DomainControl, NameThatCannotBeLookedUpIsNotFree) {
+  ASSERT_EQ(Create("a.example"), "1");
+  ASSERT_EQ(Create("b.example"), "2");
+  const auto create = [] {
+    RECORD::Domain record("c.example");
+    int domain_idx = -1;
+    return Domain().Create(record, domain_idx);
+  };
+  const auto rename = [] {
+    return Domain().Set(RECORD::Domain(2, "c.example", "", "<a>", true, false, false));
+  };
+  const std::pair<const char*, std::function<bool()>> operations[] = {
+      {"Create", create},
+      {"Set", rename},
+      {"CreateAdditionalDomains",
+       [] { return Domain().CreateAdditionalDomains(1, {"c.example"}, true); }},
+      {"SetAdditionalDomains", [] { return Domain().SetAdditionalDomains(1, {}, {"c.example"}); }},
+  };
+  for (const bool is_locked : {false, true}) {
+    SqliteFile other(DbPath());
+    other.Run(is_locked ? "BEGIN IMMEDIATE" : "DROP TABLE domain_to_additional_domain_table");
+    for (const auto& [name, operation] : operations) {
+      MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler()->setBusyTimeout(1);
+      EXPECT_FALSE(operation()) << name << is_locked;
+      EXPECT_TRUE(Logged(is_locked ? "fail to lock domain_table" : "Failed to ")) << name;
+      TakeLog();
+    }
+    EXPECT_EQ(Names(), (StringList{"1|a.example", "2|b.example"}));
+    if (!is_locked) {
+      Run("CREATE TABLE domain_to_additional_domain_table(domain_idx INTEGER,additional_domain "
+          "TEXT)");
+    }
+  }
+  Run("DROP VIEW domain_view");
+  EXPECT_FALSE(rename());
+  EXPECT_TRUE(Logged("Failed to look up the name of domain_id: [2]"));
+  TakeLog();
+  EXPECT_EQ(Names(), (StringList{"1|a.example", "2|b.example"}));
 }
 
 TEST_F(DomainControl, NamesOnceInEitherSpelling) {

@@ -84,3 +84,50 @@ hold "$database"
 fails 1 'locked|busy' domain create example.info
 release
 gives '[.[].name]' '["example.com","example.net"]' domain list
+
+# A model that lost its domains empties nothing: what is published stays until somebody says so.
+# refuses_to_empty REGEX : the commands that would empty it, and what they say.
+refuses_to_empty() {
+  local command
+  for command in refresh publish; do fails 3 "$1" "$command"; done
+  gives '.virtual_multiple_domain' '"1/example.com"' config list
+}
+new_root lost
+good domain create example.com --no-auto-add
+rm "$database"
+fails 3 'local_DOMAIN.db. is missing' refresh
+refuses_to_empty 'nothing is published: .*local_DOMAIN.db has no domain any more.*restore that file'
+fails 3 'lost or emptied.*restore that file' domain create example.net
+fails 3 'lost or emptied' init
+truncate -s 0 "$database"
+fails 3 'local_DOMAIN.db. is empty' publish
+good publish --force
+gives '[.virtual_multiple_domain, .smtp_main_domain]' '["",""]' config list
+good domain create example.net
+new_root older
+good config set smtp_main_domain old.example
+for command in refresh publish; do fails 3 'settings name "old.example".*mdomain init' "$command"; done
+good init
+good publish
+
+# Another account domain is another model. The settings under domain indexes are handed to nobody.
+new_root switched
+good domain create example.com --no-auto-add
+good config set acc_domain_name dir.example
+remember
+refused 3 'dir.example_DOMAIN.db, which has no domain,.*local_DOMAIN.db keeps 1 domain \(example.com\)' \
+  config set account_type ldap
+refused 3 'acc_domain_name "../x".*not allowed' config set acc_domain_name ../x
+refused 3 'win_domain_short_name "a/b".*not allowed' config set win_domain_short_name a/b
+bcc_compiler
+good refresh
+good user add 1 anna ben
+good bcc add 1 anna ben
+good config set account_type ldap --force
+matches "what stands where" "$err" 'local_DOMAIN.db keeps 1 domain.*blind-copy rules \(1\)'
+fails 3 'published domains are those of local_DOMAIN.db.*set the account source back' publish
+fails 3 'belong to the domains of local_DOMAIN.db: blind-copy rules \(1\)' domain create dir.example
+good domain create dir.example --no-auto-add --force
+gives '.mdomain_model' '"dir.example_DOMAIN.db"' config list
+sqlite3 "$etc/keystore.db" "UPDATE key_table SET value = '../x' WHERE name = 'acc_domain_name'"
+fails 1 'acc_domain_name \[../x\] forms no file name' domain list

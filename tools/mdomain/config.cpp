@@ -4,6 +4,7 @@
 #include "lib-domain/base/text.h"
 #include "platform/include/mail_conf.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -47,6 +48,7 @@ void Set(Call& call) {
   if (key == "account_type" && ConvertAuthType(value) == AUTH_UNKNOWN) {
     throw Failure(kRefused, "\"" + value + "\" is no account type: local, ldap or win");
   }
+  RequireSwitchable(call, key, value);
   if (mailConfSet(key, value, true, 0) < 0) {
     throw Failure(kFailed, "the configuration could not be written");
   }
@@ -85,9 +87,13 @@ const Register kConfig({
         {"set",
          "Set a key",
          "The next publication overwrites the keys that publishing writes. Switch the account "
-         "source with account_type: local, ldap or win.",
+         "source with account_type: local, ldap or win. A value that puts a model without domains "
+         "in "
+         "force in place of one that has some is refused, and one that would give the settings of "
+         "these domains to others.",
          Effect::kChanges,
-         {One("KEY", "The key's name"), One("VALUE", "Its new value, which may be empty")},
+         {One("KEY", "The key's name"), One("VALUE", "Its new value, which may be empty"),
+          ForceFlag("Set it although another model comes into force, and say what stands where")},
          Set},
         {"list", "List all keys that are set", "", Effect::kReads, {}, List},
     },

@@ -8,6 +8,7 @@
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -83,6 +84,7 @@ void Create(Call& call) {
   MDOMAIN::RECORD::Domain domain(StorableName(call.Text("NAME")));
   domain.SetIsPrimary(false);
   Apply(call, domain);
+  RequireOwnModel(call);
   MDOMAIN::API::Domain api;
   int idx = 0;
   const bool created =
@@ -97,6 +99,7 @@ void Migrate(Call& call) {
   MDOMAIN::RECORD::Domain domain(StorableName(call.Text("NAME")));
   Apply(call, domain);
   const std::vector<std::string> names = StorableNames(call.List("--name"));
+  RequireOwnModel(call);
   MDOMAIN::API::Domain api;
   if (!api.Migrate(domain, names)) {
     throw Refusal(api, domain, "migrating \"" + domain.GetDomainName() + "\"");
@@ -194,6 +197,10 @@ const std::vector<Argument> kProperties = {
     Flag("--no-auto-add", "Do not add new accounts automatically"),
 };
 
+const Argument kForce = ForceFlag(
+    "Also where the published domains, or settings under domain indexes, are those of another or a "
+    "lost model");
+
 const Register kDomain({
     "domain",
     "Mail domains and their additional names",
@@ -205,7 +212,8 @@ const Register kDomain({
          Joined({One("NAME", "The domain's name, UTF-8 or punycode"),
                  Flag("--primary",
                       "Make it the primary domain, take in every group of the account system and "
-                      "refresh; undone if one of these fails")},
+                      "refresh; undone if one of these fails"),
+                 kForce},
                 kProperties),
          Create},
         {"migrate", "Bring a single-domain installation into the database",
@@ -214,7 +222,7 @@ const Register kDomain({
          "gives the primary domain the new name and properties. It can be repeated.",
          Effect::kChanges,
          Joined({One("NAME", "The domain's name"),
-                 Repeated("--name", "NAME", "An additional name of the domain")},
+                 Repeated("--name", "NAME", "An additional name of the domain"), kForce},
                 kProperties),
          Migrate},
         {"list", "List domains", "", Effect::kReads,

@@ -10,6 +10,7 @@
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -225,10 +226,12 @@ void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
   }
 }
 
-RefreshSummary RunRefresh(const DeletionLimit& limit) {
+RefreshSummary RunRefresh(const Call& call, const DeletionLimit& limit) {
+  RequirePublishable(call);
   const Progress progress;
   MDOMAIN::API::Updater updater;
   updater.SetDeletionLimit(limit);
+  updater.AllowEmptyPublication(call.Has("--force"));
   if (!updater.Refresh()) {
     if (updater.GetErrorCode() != 0) {
       throw ApiFailure(updater.GetErrorCode(), "the refresh");
@@ -250,7 +253,7 @@ RefreshSummary LookAtRefresh(const DeletionLimit& limit) {
 void Refresh(Call& call) {
   const bool dry_run = call.Has("--dry-run");
   const DeletionLimit limit = TypedLimit(call);
-  const RefreshSummary summary = dry_run ? LookAtRefresh(limit) : RunRefresh(limit);
+  const RefreshSummary summary = dry_run ? LookAtRefresh(limit) : RunRefresh(call, limit);
   call.out().Record(SummaryJson(summary, dry_run), SummaryColumns(summary, dry_run));
   call.out().Flush();  // before the message, and whole although the command fails
   RequireNobodySpared(summary, dry_run);
@@ -261,7 +264,10 @@ void Publish(Call& call) {
   if (!KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {
     throw Failure(kFailed, "the key store is not healthy, nothing was published");
   }
-  if (!MDOMAIN::API::Updater().Trigger()) {
+  RequirePublishable(call);
+  MDOMAIN::API::Updater updater;
+  updater.AllowEmptyPublication(call.Has("--force"));
+  if (!updater.Trigger()) {
     throw Failure(kFailed, "publishing failed");
   }
   Json::Value done;
@@ -270,6 +276,7 @@ void Publish(Call& call) {
 }
 
 void Init(Call& call) {
+  RequireOwnModel(call);
   const size_t before = Domains().all().size();
   MDOMAIN::API::Updater updater;
   if (!updater.InitDBIfNotExists()) {
@@ -296,7 +303,8 @@ const Register kInit({
       "Takes smtp_main_domain and the further names from the older settings; every group of the "
       "account system becomes a group of the domain. Does nothing when there is a domain.",
       Effect::kChanges,
-      {},
+      {ForceFlag("Also where the published domains, or settings under domain indexes, are those of "
+                 "another or a lost model")},
       Init}},
 });
 
@@ -318,14 +326,22 @@ const Register kRefresh({
            "--deletion-percent",
            "Delete at most N per cent of the users, and of the groups, that were known (10), but "
            "always five; 0 for any share"),
-       Flag("--force", "Delete whoever is gone, however many they are")},
+       ForceFlag("Delete whoever is gone, however many they are, and publish also a model without "
+                 "domains")},
       Refresh}},
 });
 
 const Register kPublish({
     "publish",
     "Publish all domain data to the key store",
-    {{"", "Publish all domain data to the key store", "", Effect::kChanges, {}, Publish}},
+    {{"",
+      "Publish all domain data to the key store",
+      "Refused when the model has no domain while domains are published, or while the older "
+      "settings "
+      "name one: the model file may have been lost, or be that of another account domain.",
+      Effect::kChanges,
+      {ForceFlag("Publish also a model without domains, which empties what is published")},
+      Publish}},
 });
 
 }  // namespace

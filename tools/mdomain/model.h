@@ -1,0 +1,31 @@
+// Refusals where the model in force is not the one whose domains are published: another account
+// domain's, a lost file, or older settings that nobody has taken over yet.
+#ifndef TOOLS_MDOMAIN_MODEL_H
+#define TOOLS_MDOMAIN_MODEL_H
+
+#include <string>
+
+#include "tools/mdomain/command.h"
+
+namespace mdomain {
+
+// --force of the commands below. `what` is what it does there.
+inline Argument ForceFlag(const std::string& what) {
+  return Flag("--force", what);
+}
+
+// Refuses, without --force, to publish where that would empty what is published.
+void RequirePublishable(const Call& call);
+
+// Refuses, without --force, to create a domain in a lost model, or where the settings under domain
+// indexes belong to another model's domains.
+void RequireOwnModel(const Call& call);
+
+// Refuses a value of the account source's settings that forms no path; without --force also one
+// that takes the domains out of force, or hands the settings under their indexes to others. With
+// it, says on standard error what stands where.
+void RequireSwitchable(const Call& call, const std::string& key, const std::string& value);
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_MODEL_H
