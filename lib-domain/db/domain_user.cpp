@@ -53,7 +53,8 @@ constexpr const char* kSelectAliasesByName =
     "uid FROM user_table WHERE user_name = '%q' COLLATE NOCASE AND (user_name = '%q' OR NOT EXISTS "
     "(SELECT 1 FROM user_table WHERE user_name = '%q'))) ORDER BY rowid";
 constexpr const char* kSelectAllAliases =
-    "SELECT user_name, account_alias, is_duplicated FROM domain_user_alias_table AS a INNER JOIN user_table ON "
+    "SELECT user_name, account_alias, is_duplicated FROM domain_user_alias_table AS a INNER JOIN "
+    "user_table ON "
     "a.uid = user_table.uid WHERE domain_idx = %d ORDER BY a.rowid";
 constexpr const char* kSelectDuplicated =
     "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM domain_user_alias_table WHERE "

@@ -77,8 +77,8 @@ class MDOMAIN_EXPORT DomainUser {
                       std::vector<std::string>& aliases);
   bool GetUserAliases(const int& domain_idx, const std::string& user_name,
                       std::vector<std::string>& aliases);
-  // The aliases that are not flagged duplicated of every user of a domain, in stored order, with one
-  // read, by account name as stored. A user who has none but flagged ones is there without any.
+  // The aliases that are not flagged duplicated of every user of a domain, in stored order, with
+  // one read, by account name as stored. A user who has none but flagged ones is there without any.
   // `aliases_by_user` is replaced on success and untouched on failure.
   bool GetAllUserAliases(
       const int& domain_idx,

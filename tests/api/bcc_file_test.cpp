@@ -74,7 +74,8 @@ TEST_F(BccFileTest, ExportsByNameDescendingAndConvertsDomains) {
 }
 
 TEST_F(BccFileTest, ExportReportsWhatCannotBeWritten) {
-  for (const char* name : {"two words ", "two \"words\"", "line\nend", "tab\tname", "#comment", ""}) {
+  for (const char* name :
+       {"two words ", "two \"words\"", "line\nend", "tab\tname", "#comment", ""}) {
     ASSERT_EQ(0, bcc_->deleteAllBCC(1));
     ASSERT_EQ(0, bcc_->setBCC(1, {{"good", 0, "x"}, {name, 0, "y"}}));
     Write(kFile, "old");

@@ -1,6 +1,7 @@
 // The lines of the generated maps, and what destinations stand for.
 #include <sstream>
 
+#include "lib-domain/api/domain_user.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/user.h"
@@ -19,10 +20,11 @@ class BccMapTest : public test::BccFixture {
  protected:
   void SetUp() override {
     BccFixture::SetUp();
-    WriteAccounts("alice:x:1000:1000::/:/\nBob:x:1001:1000::/:/\ndora:x:1002:1000::/:/\n"
-                  "carl:x:1003:1000::/:/\neve:x:1004:1000::/:/\nEve:x:1005:1000::/:/\n"
-                  "Fay:x:1006:1000::/:/\nfay:x:1007:1000::/:/\n",
-                  "users:x:1000:\n");
+    WriteAccounts(
+        "alice:x:1000:1000::/:/\nBob:x:1001:1000::/:/\ndora:x:1002:1000::/:/\n"
+        "carl:x:1003:1000::/:/\neve:x:1004:1000::/:/\nEve:x:1005:1000::/:/\n"
+        "Fay:x:1006:1000::/:/\nfay:x:1007:1000::/:/\n",
+        "users:x:1000:\n");
     bcc_ = BCC::getInstance();
     ASSERT_NE(nullptr, bcc_);
   }
@@ -232,6 +234,20 @@ TEST_F(BccMapTest, TellsTheAddressesOfAccounts) {
   // The plain lines have no report, so what is left out of them is logged.
   EXPECT_THAT(Lines(0), ::testing::Not(::testing::Contains(::testing::HasSubstr("dora"))));
   EXPECT_TRUE(Logged("bcc rule [dora] with destination [carl] left out: " + flagged));
+}
+
+TEST_F(BccMapTest, AddressesAreThoseOfTheExactName) {
+  Mirror();
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {"Eve", {"e.upper@example.com"}},
+      {"eve", {"e.lower@example.com"}},
+      {"Fay", {}},
+      {"BOB", {"a.second@example.com", "b.first@example.com"}}};
+  for (const auto& [name, want] : cases) {
+    std::vector<std::string> addresses;
+    EXPECT_TRUE(MDOMAIN::API::DomainUser().GetMailAddresses(std::string(name), addresses));
+    EXPECT_EQ(addresses, want) << name;
+  }
 }
 
 TEST_F(BccMapTest, SaysWhichDestinationsNobodyHas) {

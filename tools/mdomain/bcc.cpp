@@ -245,7 +245,7 @@ void Export(Call& call) {
   if (Rules(domain_id).exportBCC(domain_id, type, file) != 0) {
     throw Failure(kFailed, "the rules could not be written to " + file);
   }
-  if (file == "-") {
+  if (file == "-" || file == "/dev/stdout") {
     return;  // the rules have standard output to themselves
   }
   Json::Value record;
@@ -290,7 +290,8 @@ const Register kBcc({
         {"import",
          "Add rules from a file",
          "One rule per line, \"NAME DESTINATION\"; lines that begin with # are skipped, and an "
-         "account name with blanks stands in double quotes. A rule that is there gets the new destination. When a line is wrong nothing is imported.",
+         "account name with blanks stands in double quotes. A rule that is there gets the new "
+         "destination. When a line is wrong nothing is imported.",
          Effect::kChanges,
          {DomainArgument(), One("FILE", "The file to read"), kType},
          Import},

@@ -52,12 +52,8 @@ Json::Value Summary(const Json::Value& list) {
 }
 
 std::vector<Column> SummaryColumns() {
-  return {{"id", "ID"},
-          {"name", "NAME"},
-          {"enabled", "ENABLED"},
-          {"op", "OP"},
-          {"match_rules", "RULES"},
-          {"exception_rules", "EXCEPTIONS"}};
+  return {{"id", "ID"}, {"name", "NAME"},         {"enabled", "ENABLED"},
+          {"op", "OP"}, {"match_rules", "RULES"}, {"exception_rules", "EXCEPTIONS"}};
 }
 
 void PrintSummary(Call& call, const Json::Value& list) {
@@ -238,7 +234,7 @@ void Backup(Call& call) {
   if (MimeDefang().BackupDisclaimerToFile(call.Text("FILE")) < 0) {
     throw Failure(kFailed, "the disclaimers could not be written to " + call.Text("FILE"));
   }
-  if (call.Text("FILE") == "-") {
+  if (call.Text("FILE") == "-" || call.Text("FILE") == "/dev/stdout") {
     return;  // the backup has standard output to itself
   }
   Json::Value record(Json::objectValue);
@@ -305,7 +301,8 @@ const Register kDisclaimer({
          Disable},
         {"generate",
          "Print the filter's configuration as JSON",
-         "Disclaimers and rules that cannot be used are named on standard error and left out. While "
+         "Disclaimers and rules that cannot be used are named on standard error and left out. "
+         "While "
          "the account system does not tell whether a user or group exists, nothing is printed.",
          Effect::kReads,
          {},

@@ -94,14 +94,14 @@ class Scratch {
 // process be gone already by then, the alarm ends Perl.
 std::string RunPerl(const std::string& input_path, int seconds) {
   const std::string limit = std::to_string(seconds);
-  const char* const argv[] = {"setpriv", "--pdeathsig", "KILL",   "/usr/bin/perl",
-                              "-e",      kProgram,      input_path.c_str(), limit.c_str(),
-                              nullptr};
+  const char* const argv[] = {"setpriv", "--pdeathsig",      "KILL",        "/usr/bin/perl", "-e",
+                              kProgram,  input_path.c_str(), limit.c_str(), nullptr};
   const int before = KLIBCPopenSetDeadline(seconds);
   FILE* stream = KLIBCPopenv("/usr/bin/setpriv", "r", argv);
   KLIBCPopenSetDeadline(before);
   if (stream == nullptr) {
-    throw Failure(kFailed, std::string("/usr/bin/setpriv could not be started: ") + strerror(errno));
+    throw Failure(kFailed,
+                  std::string("/usr/bin/setpriv could not be started: ") + strerror(errno));
   }
   std::string output;
   char buffer[4096];

@@ -80,8 +80,9 @@ LocalParts LocalPartFinder::PartsOf(const std::string& name) const {
     return {{name}, ""};
   }
   if (others->second.size() > 1 || IsAccount(account)) {
-    return {{}, "no address here for " + name + ", and " + others->second.front() +
-                    " is somebody else"};
+    return {
+        {},
+        "no address here for " + name + ", and " + others->second.front() + " is somebody else"};
   }
   return PartsOfAccount(others->second.front(), name);
 }

@@ -314,7 +314,7 @@ int BCC::GenerateSystemBCCConfig(int type, const std::string& path) {
   if (ForEachMapEntry(type, false, append) != 0) {
     return -1;
   }
-  if (korvmailserver::ReplaceFile(path, text, 0644) != 0) {
+  if (korvmailserver::ReplaceFile(path, text, 0640) != 0) {
     LOG_ERROR("open file %s fail, error[%s]", path.c_str(), strerror(errno));
     return -1;
   }

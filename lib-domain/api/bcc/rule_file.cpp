@@ -184,7 +184,8 @@ using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 std::string BCC::CheckRule(const BccInfo& rule) {
   if (!StandsAtLineBegin(rule.name) && !IsAccountWithBlank(rule.name)) {
-    return "the name is empty, has a control character or a blank at an end, or begins with \"#\" or "
+    return "the name is empty, has a control character or a blank at an end, or begins with \"#\" "
+           "or "
            "a byte order mark";
   }
   if (!StandsInLine(rule.bcc_to) && !IsAccountWithBlank(rule.bcc_to)) {

@@ -89,9 +89,9 @@ bool SaveBeforeMove(const MoveFiles& files, Json::Value& current) {
     }
     Json::Value named = current;
     const bool differs = !HaveSameDisclaimers(saved, current);
-    if (differs && (!AddDomainNames(named) ||
-                    WriteExport(files.to + ".stopped", WriteJson(named)) != 0 ||
-                    !KeepAside(files.to + ".stopped"))) {
+    if (differs &&
+        (!AddDomainNames(named) || WriteExport(files.to + ".stopped", WriteJson(named)) != 0 ||
+         !KeepAside(files.to + ".stopped"))) {
       return false;
     }
     current = saved;

@@ -228,8 +228,8 @@ int MimeDefang::GenDisclaimerConfigs(Json::Value& config) {
     return -1;
   }
   for (Json::Value& entry : result["disclaimer_list"]) {
-    for (const char* member : {"match", "exceptions", "match_left_out", "exceptions_left_out",
-                               "domain_id", "place"}) {
+    for (const char* member :
+         {"match", "exceptions", "match_left_out", "exceptions_left_out", "domain_id", "place"}) {
       entry.removeMember(member);
     }
   }

@@ -31,7 +31,8 @@ bool DomainIdOf(const Json::Value& element, int& domain_idx) {
 // The form in which names are compared.
 std::string AsciiName(const std::string& name) {
   std::string ascii;
-  return KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0 ? BASE::ToLowerAscii(name) : ascii;
+  return KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0 ? BASE::ToLowerAscii(name)
+                                                                  : ascii;
 }
 
 // The domains by all of their names.
