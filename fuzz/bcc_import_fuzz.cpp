@@ -11,6 +11,11 @@ bool Same(const BccInfo& a, const BccInfo& b) {
   return a.name == b.name && a.type == b.type && a.bcc_to == b.bcc_to;
 }
 
+// As a line holds it: an account name with blanks in quotes.
+std::string Field(const std::string& text) {
+  return text.find(' ') == std::string::npos ? text : "\"" + text + "\"";
+}
+
 }  // namespace
 
 void fuzz::Run(const std::string& input) {
@@ -26,7 +31,7 @@ void fuzz::Run(const std::string& input) {
   std::string again;
   for (const BccInfo& rule : rules) {
     Require(BCC::CheckRule(rule).empty());
-    again += rule.name + " " + rule.bcc_to + "\n";
+    again += Field(rule.name) + " " + Field(rule.bcc_to) + "\n";
   }
   std::list<BccInfo> rules_again;
   std::vector<MDOMAIN::API::INTERNAL::BccBadLine> none;

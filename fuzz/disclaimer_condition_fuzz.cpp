@@ -73,7 +73,9 @@ void fuzz::Run(const std::string& input) {
   for (std::string line; std::getline(lines, line);) {
     std::string test;
     if (EmailTest(target, line, test)) {
-      Require(Skeleton(test) == "(" + name + " =~ //i)");
+      const std::string match = "(" + name + " =~ //i)";  // twice for two spellings of a domain
+      const std::string skeleton = Skeleton(test);
+      Require(skeleton == match || skeleton == "(" + match + " || " + match + ")");
       tests.push_back(test);
     }
     Require(UserTest(target, {line, "b"}, test));

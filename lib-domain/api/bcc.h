@@ -36,6 +36,7 @@ struct BccMapEntry {
     kAddress,  // an address of `domain`
     kAccount,  // an account or alias in the context of `domain`, or an address of another domain
     kDomain,   // every address of `domain`
+    kLeftOut,  // no line, for the reason given; `name` and `value` are the rule's own
   };
   Form form = Form::kAddress;
   int domain_id = 0;
@@ -49,6 +50,9 @@ struct BccMapEntry {
   // kAccount without "@": the local parts of the account in the domain, or the name itself when it
   // is an alias entry or an account without aliases. Only when they were asked for, else null.
   const std::vector<std::string>* local_parts = nullptr;
+  // Whether `value` is an address of a published domain that nobody has.
+  bool unknown_destination = false;
+  std::string_view reason;  // kLeftOut: why
 };
 
 // All operations return 0 on success and a negative number on failure, with one line in the log,
@@ -113,6 +117,11 @@ class MDOMAIN_EXPORT BCC {
   // destination is an address, an account or an alias.
   static std::string CheckRule(const BccInfo& rule);
 
+  // Appends a sentence for each destination of rules of the domain to which no copy can go: an
+  // address of a published domain that nobody has, an account without an address there.
+  static int CheckDestinations(int domain_id, const std::list<BccInfo>& rules,
+                               std::vector<std::string>& warnings);
+
   // Writes the rules of a type, one "NAME DESTINATION" line each, by name descending, and replaces
   // the file. Addresses stand in punycode, but a name in another spelling than its usual one, or
   // beside a rule of the punycode name, stands as it is stored, so that an import gives the same
@@ -133,7 +142,8 @@ class MDOMAIN_EXPORT BCC {
   // logged and left out. Several rules may give the same key.
   int GenerateSystemBCCConfig(int type, const std::string& path);
   // The same lines, handed to `visit` one by one in the same order, by name within each domain.
-  // `with_local_parts` has the local parts of accounts looked up.
+  // `with_local_parts` has the local parts of accounts looked up, and hands out rules that are left
+  // out because their account has no address, which are logged otherwise.
   int ForEachMapEntry(int type, bool with_local_parts,
                       const std::function<void(const BccMapEntry&)>& visit);
   // Runs the map compiler, which writes and compiles the maps of both types. Its exit status;
@@ -163,7 +173,9 @@ MDOMAIN_EXPORT bool isAlias(const std::string& name, int domain_id);
 
 // The address that a destination stands for in a domain. With an empty domain name, or with an "@"
 // in the destination: the destination. An alias entry of the domain: the alias at the domain.
-// Anything else is an account: its first alias in the domain, or its own name, at the domain.
+// Anything else is an account: its first alias in the domain that is not flagged, or its own name,
+// at the domain. Empty for an account all of whose aliases are flagged, a spelling that may mean
+// several accounts, and when the aliases cannot be read.
 MDOMAIN_EXPORT std::string GetBccToConfigValue(const std::string& bcc_to,
                                                const std::string& domain_name, int domain_id);
 

@@ -94,12 +94,15 @@ class MDOMAIN_EXPORT MimeDefang : public Config {
   // The filter's configuration: an object with "all_domain_map", "local_domain_map",
   // "gid_username_map" and "disclaimer_list". Each entry of the last is an enabled disclaimer with
   // its "condition", a Perl expression over $Sender, $SenderName, $SenderDomain, $Recipient,
-  // $RecipientName, $RecipientDomain and the maps. Keys of the maps are in lower case.
+  // $RecipientName, $RecipientDomain and the maps. Keys of the maps are in lower case. A rule about
+  // an account that is gone is left out; while the account system does not tell whether it is gone,
+  // the call fails.
   int GenDisclaimerConfigs(Json::Value& config);
   // The same maps, of all domains, with the disclaimers of one domain and what they were built
-  // from: the entries of "disclaimer_list" have "domain_id", "place" (in the stored list), "match"
-  // and "exceptions" besides. The last two are arrays of objects with "index" (place in the stored
-  // rules) and "test" (a Perl expression).
+  // from: the entries of "disclaimer_list" have "domain_id", "place" (in the stored list), "match",
+  // "exceptions", "match_left_out" and "exceptions_left_out" besides. "match" and "exceptions" are
+  // arrays of objects with "index" (place in the stored rules) and "test" (a Perl expression), the
+  // last two the places of rules that could not be used.
   int ExplainDisclaimerConfigs(int domain_idx, Json::Value& config);
 
  private:

@@ -53,9 +53,11 @@ constexpr const char* kSelectAliases =
     "rowid";
 constexpr const char* kSelectAliasesByName =
     "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (SELECT "
-    "uid FROM user_table WHERE user_name = '%q' COLLATE NOCASE) ORDER BY rowid";
+    "uid FROM user_table WHERE user_name = '%q' COLLATE NOCASE AND (user_name = '%q' OR NOT EXISTS "
+    "(SELECT 1 FROM user_table WHERE user_name = '%q'))) ORDER BY rowid";
 constexpr const char* kSelectAllAliases =
-    "SELECT user_name, account_alias FROM domain_user_alias_table AS a INNER JOIN user_table ON "
+    "SELECT user_name, account_alias, is_duplicated FROM domain_user_alias_table AS a INNER JOIN "
+    "user_table ON "
     "a.uid = user_table.uid WHERE domain_idx = %d ORDER BY a.rowid";
 constexpr const char* kSelectDuplicated =
     "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM domain_user_alias_table WHERE "
@@ -269,18 +271,23 @@ bool DomainUser::GetUserAliases(const int& domain_idx, const unsigned int& uid,
 bool DomainUser::GetUserAliases(const int& domain_idx, const std::string& user_name,
                                 std::vector<std::string>& aliases) {
   return _DomainDb().Append<Columns<Text>>(
-      FormatStatement(kSelectAliasesByName, domain_idx, user_name.c_str()), aliases);
+      FormatStatement(kSelectAliasesByName, domain_idx, user_name.c_str(), user_name.c_str(),
+                      user_name.c_str()),
+      aliases);
 }
 
 bool DomainUser::GetAllUserAliases(
     const int& domain_idx,
     std::unordered_map<std::string, std::vector<std::string>>& aliases_by_user) {
   std::unordered_map<std::string, std::vector<std::string>> found;
-  const auto keep = [&found](const std::string& user_name, std::string&& alias) {
-    found[BASE::ToLowerAscii(user_name)].push_back(std::move(alias));
+  const auto keep = [&found](const std::string& user_name, std::string&& alias, bool flagged) {
+    std::vector<std::string>& aliases = found[user_name];
+    if (!flagged) {
+      aliases.push_back(std::move(alias));
+    }
   };
-  if (!_DomainDb().Query<Columns<Text, Text>>(FormatStatement(kSelectAllAliases, domain_idx),
-                                              keep)) {
+  if (!_DomainDb().Query<Columns<Text, Text, Flag>>(FormatStatement(kSelectAllAliases, domain_idx),
+                                                    keep)) {
     return false;
   }
   aliases_by_user.swap(found);

@@ -76,13 +76,15 @@ class MDOMAIN_EXPORT DomainUser {
   // `alias` goes into the statement as it is: callers double its apostrophes.
   bool GetAliasUsers(const int& domain_idx, const std::string& alias,
                      std::vector<RECORD::DomainUserAlias>& aliases);
-  // Appends the aliases of one user in a domain in stored order, by uid or by account name (ASCII
-  // case ignored), with a role or without; none for an unknown user.
+  // Appends the aliases of one user in a domain in stored order, by uid or by account name, with a
+  // role or without; none for an unknown user. Where nobody has exactly that name ASCII case is
+  // ignored: names that differ in case alone are two accounts.
   bool GetUserAliases(const int& domain_idx, const unsigned int& uid,
                       std::vector<std::string>& aliases);
   bool GetUserAliases(const int& domain_idx, const std::string& user_name,
                       std::vector<std::string>& aliases);
-  // GetUserAliases for every user of a domain with one read, by account name in lower case (ASCII).
+  // The aliases that are not flagged duplicated of every user of a domain, in stored order, with
+  // one read, by account name as stored. A user who has none but flagged ones is there without any.
   // `aliases_by_user` is replaced on success and untouched on failure.
   bool GetAllUserAliases(
       const int& domain_idx,

@@ -1,4 +1,8 @@
 // Rule files: export and import are inverse, and a file with a bad line writes nothing.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "tests/api/bcc_fixture.h"
 
 namespace {
@@ -38,6 +42,7 @@ TEST_F(BccFileTest, ExportAndImportAreInverse) {
       {"e@EXAMPLE.com", BCC_RECIPIENT, "archive"},
       {"e@example.com", BCC_RECIPIENT, "archive"},
       {"ü@straße.example", BCC_RECIPIENT, "archive"},
+      {"DOM\\John Smith", BCC_RECIPIENT, "Mary Ann"},
       {"example.com/a@b", BCC_RECIPIENT, "with/slash"},
       {std::string(64, 'l') + "@" + std::string(63, 'd') + ".example", BCC_RECIPIENT, "archive"}};
   for (int i = 0; i < 2500; ++i) {
@@ -50,14 +55,14 @@ TEST_F(BccFileTest, ExportAndImportAreInverse) {
   ASSERT_EQ(0, bcc_->setBCC(3, {{"other", BCC_SENDER, "type"}}));
 
   const std::string first = Export(3, BCC_RECIPIENT);
-  EXPECT_EQ(2513, std::count(first.begin(), first.end(), '\n'));
+  EXPECT_EQ(2514, std::count(first.begin(), first.end(), '\n'));
   EXPECT_NE(std::string::npos, first.find("\na@xn--bcher-kva.example x@xn--bcher-kva.example\n"));
   EXPECT_NE(std::string::npos, first.find("\nmüller jürgen@xn--bcher-kva.example\n"));
   EXPECT_NE(std::string::npos, first.find("\nc@bücher.example one\n"));
   ASSERT_EQ(0, bcc_->deleteAllBCC(3));
   ASSERT_EQ(0, bcc_->importBCC(3, BCC_RECIPIENT, root() + kFile));
   EXPECT_EQ(first, Export(3, BCC_RECIPIENT));
-  EXPECT_EQ(Rules(3).size(), 2513U);
+  EXPECT_EQ(Rules(3).size(), 2514U);
   EXPECT_THAT(Rules(4), ElementsAre("other 0 domain"));
 }
 
@@ -69,7 +74,8 @@ TEST_F(BccFileTest, ExportsByNameDescendingAndConvertsDomains) {
 }
 
 TEST_F(BccFileTest, ExportReportsWhatCannotBeWritten) {
-  for (const char* name : {"two words", "line\nend", "tab\tname", "#comment", ""}) {
+  for (const char* name :
+       {"two words ", "two \"words\"", "line\nend", "tab\tname", "#comment", ""}) {
     ASSERT_EQ(0, bcc_->deleteAllBCC(1));
     ASSERT_EQ(0, bcc_->setBCC(1, {{"good", 0, "x"}, {name, 0, "y"}}));
     Write(kFile, "old");
@@ -82,8 +88,39 @@ TEST_F(BccFileTest, ExportReportsWhatCannotBeWritten) {
   EXPECT_EQ("a x@-bad-\n", Export(1, 0));
   EXPECT_TRUE(Logged("failed to convert bcc destination [x@-bad-] to punycode"));
   EXPECT_GT(0, bcc_->exportBCC(1, 0, root() + "/missing/file"));
-  EXPECT_TRUE(Logged("open file " + root() + "/missing/file fail"));
+  EXPECT_TRUE(Logged("open file " + root() + "/missing/file fail, error[No such file"));
   TakeLog();
+}
+
+TEST_F(BccFileTest, ExportReplacesFilesOnly) {
+  namespace fs = std::filesystem;
+  ASSERT_EQ(0, bcc_->setBCC(1, {{"a", 0, "x"}}));
+  Write("/old", "old");
+  fs::create_symlink(root() + "/old", root() + "/link");
+  fs::create_symlink(root() + "/new", root() + "/nowhere");
+  for (const char* place : {"/link", "/nowhere", ""}) {
+    EXPECT_GT(0, bcc_->exportBCC(1, 0, root() + place)) << place;
+    EXPECT_TRUE(Logged("open file " + root() + place + " fail, error["));
+    TakeLog();
+  }
+  EXPECT_EQ("old", Read("/old"));
+  EXPECT_TRUE(fs::is_symlink(root() + "/link") && fs::is_symlink(root() + "/nowhere"));
+  // A pipe gets the lines and stays a pipe.
+  const std::string pipe = root() + "/pipe";
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  const int reader = open(pipe.c_str(), O_RDWR);
+  char bytes[8] = {};
+  EXPECT_EQ(0, bcc_->exportBCC(1, 0, pipe));
+  EXPECT_EQ(4, read(reader, bytes, sizeof(bytes)));
+  close(reader);
+  EXPECT_STREQ("a x\n", bytes);
+  EXPECT_TRUE(fs::is_fifo(pipe));
+  // Whatever the umask.
+  const mode_t old_mask = umask(0);
+  EXPECT_EQ(0, bcc_->exportBCC(1, 0, root() + "/old"));
+  umask(old_mask);
+  EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write,
+            fs::status(root() + "/old").permissions());
 }
 
 TEST_F(BccFileTest, ReadsWhatPeopleWrite) {
@@ -118,6 +155,9 @@ TEST_F(BccFileTest, OneBadLineRefusesTheFile) {
                                         "\"quoted\"@example.com copy",
                                         "name a@example.com,b@example.com",
                                         "name \"|/bin/sh\"",
+                                        "name \"two words",
+                                        "name \"two words\"x",
+                                        "\"two words@example.com\" copy",
                                         long_name + " copy",
                                         "a@" + long_name + ".example copy",
                                         "name " + std::string(5000, ' ') + "copy",

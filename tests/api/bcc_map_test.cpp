@@ -1,6 +1,7 @@
 // The lines of the generated maps, and what destinations stand for.
 #include <sstream>
 
+#include "lib-domain/api/domain_user.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/user.h"
@@ -19,8 +20,11 @@ class BccMapTest : public test::BccFixture {
  protected:
   void SetUp() override {
     BccFixture::SetUp();
-    WriteAccounts("alice:x:1000:1000::/:/\nBob:x:1001:1000::/:/\ndora:x:1002:1000::/:/\n",
-                  "users:x:1000:\n");
+    WriteAccounts(
+        "alice:x:1000:1000::/:/\nBob:x:1001:1000::/:/\ndora:x:1002:1000::/:/\n"
+        "carl:x:1003:1000::/:/\neve:x:1004:1000::/:/\nEve:x:1005:1000::/:/\n"
+        "Fay:x:1006:1000::/:/\nfay:x:1007:1000::/:/\n",
+        "users:x:1000:\n");
     bcc_ = BCC::getInstance();
     ASSERT_NE(nullptr, bcc_);
   }
@@ -41,10 +45,20 @@ class BccMapTest : public test::BccFixture {
     MDOMAIN::DB::Domain domains;
     ASSERT_TRUE(domains.Create({1, "example.com", "", "<a>", false, false, true}));
     ASSERT_TRUE(domains.Create({2, "other.example", "", "<a>", false, false, false}));
-    ASSERT_TRUE(MDOMAIN::DB::User().Create({{1000, "alice"}, {1001, "Bob"}, {1002, "dora"}}));
+    ASSERT_TRUE(MDOMAIN::DB::User().Create({{1000, "alice"},
+                                            {1001, "Bob"},
+                                            {1002, "dora"},
+                                            {1003, "carl"},
+                                            {1004, "eve"},
+                                            {1005, "Eve"},
+                                            {1006, "Fay"},
+                                            {1007, "fay"}}));
     ASSERT_TRUE(MDOMAIN::DB::DomainUser().CreateUsersAliases(
-        {DomainUserAlias(1, 1001, "b.first", false), DomainUserAlias(1, 1000, "alice", false),
-         DomainUserAlias(1, 1001, "a.second", true), DomainUserAlias(2, 1000, "a.other", false)}));
+        {DomainUserAlias(1, 1001, "a.second", true), DomainUserAlias(1, 1001, "b.first", false),
+         DomainUserAlias(1, 1000, "alice", false), DomainUserAlias(1, 1000, "a.second", false),
+         DomainUserAlias(1, 1003, "a.second", true), DomainUserAlias(1, 1004, "e.lower", false),
+         DomainUserAlias(1, 1005, "e.upper", false), DomainUserAlias(1, 1007, "f.lower", false),
+         DomainUserAlias(2, 1000, "a.other", false)}));
   }
 
   std::vector<std::string> Lines(int type) {
@@ -139,8 +153,10 @@ TEST_F(BccMapTest, TurnsDestinationsIntoAddresses) {
     int domain_id;
     const char* want;
   } cases[] = {
-      {"bob", 1, "b.first@D"},  // an account by its first alias as stored, whatever its case
+      {"bob", 1, "b.first@D"},  // an account by its first clean alias, whatever its case
       {"alice", 1, "alice@D"},  //
+      {"eve", 1, "e.lower@D"},  // two accounts that differ in case
+      {"Eve", 1, "e.upper@D"},  //
       {"dora", 1, "dora@D"},    // an account without aliases
       {"bob", 2, "bob@D"},      // without aliases there
       {"team", 1, "team@D"},    // an alias entry
@@ -175,6 +191,10 @@ TEST_F(BccMapTest, TurnsDestinationsIntoAddresses) {
   EXPECT_EQ("bob", GetBccToConfigValue("bob", "", 1));
   EXPECT_TRUE(internal::isAlias("team", 1));
   EXPECT_FALSE(internal::isAlias("Team", 1) || internal::isAlias("team", 2));
+  // No address is better than somebody else's.
+  for (const char* name : {"carl", "EVE", "Fay"}) {
+    EXPECT_EQ("", GetBccToConfigValue(name, "example.com", 1)) << name;
+  }
   // A destination that no account has.
   EXPECT_EQ("o'nobody@example.com", GetBccToConfigValue("o'nobody", "example.com", 1));
   EXPECT_TRUE(Logged("Convert realname fail o'nobody"));
@@ -189,21 +209,65 @@ TEST_F(BccMapTest, TellsTheAddressesOfAccounts) {
   ASSERT_EQ(0, table.set({"Team", 1, {}}));
   ASSERT_EQ(0, bcc_->setBCC(1, {{"BOB", 0, "x@y.example"},
                                 {"Team", 0, "x@y.example"},
-                                {"dora", 0, "x@y.example"},
+                                {"carl", 0, "x@y.example"},
+                                {"dora", 0, "carl"},
+                                {"Eve", 0, "x@y.example"},
+                                {"eve", 0, "nobody@example.com"},
                                 {"p@other.example", 0, "x@y.example"},
                                 {"q@outside.example", 0, "x@y.example"}}));
   std::vector<std::string> seen;
   ASSERT_EQ(0, bcc_->ForEachMapEntry(0, true, [&seen](const BccMapEntry& entry) {
     std::string text = std::string(entry.name) + " " + std::to_string(entry.name_domain_id);
+    text += entry.unknown_destination ? " unknown" : "";
+    text += entry.reason.empty() ? "" : ": " + std::string(entry.reason);
     for (const std::string& part :
          entry.local_parts == nullptr ? std::vector<std::string>() : *entry.local_parts) {
       text += " " + part;
     }
     seen.push_back(text);
   }));
-  EXPECT_THAT(seen, ElementsAre("bob -1 b.first a.second", "team -1 Team", "dora -1 dora",
+  const std::string flagged = "every alias of carl collides with another user's";
+  EXPECT_THAT(seen, ElementsAre("carl -1: " + flagged, "dora -1: " + flagged, "bob -1 b.first",
+                                "eve -1 e.upper", "team -1 Team", "eve -1 unknown e.lower",
                                 "p@other.example 2", "q@outside.example -1"));
   EXPECT_TRUE(Logged("Convert realname fail BOB"));
+  // The plain lines have no report, so what is left out of them is logged.
+  EXPECT_THAT(Lines(0), ::testing::Not(::testing::Contains(::testing::HasSubstr("dora"))));
+  EXPECT_TRUE(Logged("bcc rule [dora] with destination [carl] left out: " + flagged));
+}
+
+TEST_F(BccMapTest, AddressesAreThoseOfTheExactName) {
+  Mirror();
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {"Eve", {"e.upper@example.com"}},
+      {"eve", {"e.lower@example.com"}},
+      {"Fay", {}},
+      {"BOB", {"a.second@example.com", "b.first@example.com"}}};
+  for (const auto& [name, want] : cases) {
+    std::vector<std::string> addresses;
+    EXPECT_TRUE(MDOMAIN::API::DomainUser().GetMailAddresses(std::string(name), addresses));
+    EXPECT_EQ(addresses, want) << name;
+  }
+}
+
+TEST_F(BccMapTest, SaysWhichDestinationsNobodyHas) {
+  Mirror();
+  Publish("1/example.com, 2/bücher.example");
+  Alias table(MDOMAIN::PATHS::AliasDb());
+  ASSERT_EQ(0, table.load());
+  ASSERT_EQ(0, table.set({"Team", 2, {}}));
+  std::list<BccInfo> rules;
+  for (const char* destination :
+       {"B.First@Example.com", "team@xn--bcher-kva.example", "alice", "x@elsewhere.example",
+        "b.frist@example.com", "alice@bücher.example", "dora", "carl"}) {
+    rules.push_back({"r", 0, destination});
+  }
+  std::vector<std::string> warnings;
+  ASSERT_EQ(0, BCC::CheckDestinations(1, rules, warnings));
+  EXPECT_THAT(warnings, ElementsAre("b.frist@example.com: nobody has this address",
+                                    "alice@bücher.example: nobody has this address",
+                                    "dora: nobody has this address",
+                                    "carl: every alias of carl collides with another user's"));
 }
 
 TEST_F(BccMapTest, AFailingSourceKeepsTheOldMap) {

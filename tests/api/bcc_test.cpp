@@ -1,4 +1,6 @@
 // The table of blind-copy rules: whose rules an operation touches, pages, what is refused.
+#include <unistd.h>
+
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/db_handler.h"
 #include "tests/api/bcc_fixture.h"
@@ -32,6 +34,21 @@ TEST_F(BccTest, TriesAgainAfterAFileThatCannotBeOpened) {
   TakeLog();
   std::filesystem::remove(MDOMAIN::PATHS::SettingsDb());
   EXPECT_NE(nullptr, BCC::getInstance(3));
+}
+
+TEST_F(BccTest, ListsWithoutTheRightToWrite) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "root alone can become somebody without rights";
+  }
+  ASSERT_EQ(0, BCC::getInstance()->setBCC(3, {{"a", BCC_RECIPIENT, "x"}}));
+  MDOMAIN::API::INTERNAL::ResetBccInstanceForTest();
+  std::filesystem::permissions(root(), std::filesystem::perms{0755});
+  ASSERT_EQ(0, seteuid(65534));
+  EXPECT_THAT(Rules(3), ElementsAre("a 0 x"));
+  EXPECT_GT(0, BCC::getInstance()->deleteAllBCC(3));
+  EXPECT_EQ(0, seteuid(0));
+  EXPECT_TRUE(Logged("attempt to write a readonly database"));
+  EXPECT_THAT(Rules(3), ElementsAre("a 0 x"));
 }
 
 TEST_F(BccTest, StoresAnyTextAndReplacesByNameTypeAndDomain) {

@@ -85,10 +85,19 @@ TEST_F(MimeDefangTest, ListsComeBackWithTheirTexts) {
   ASSERT_EQ(mailConfGet("mimedefang_disclaimers-1", stored), 0);
   EXPECT_EQ(stored.find("content_"), std::string::npos);
   const std::string path = PATHS::DisclaimerContent(1);
-  EXPECT_EQ(fs::status(path).permissions(), fs::perms{0644});
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms{0640});
   EXPECT_EQ(fs::status(PATHS::DisclaimerDir()).permissions(), fs::perms{0755});
   const std::string bytes = Read(path.substr(root().size()));
   EXPECT_NE(bytes.find("ü\u2028"), std::string::npos) << bytes;
+}
+
+TEST_F(MimeDefangTest, IdsAreNumbersHoweverTheyAreWritten) {
+  ASSERT_EQ(mimedefang_.SetDisclaimerList(1, Two()), 0);
+  Json::Value list = Parse(R"([{"id": "001"}, {"id": 2}, {"id": "x"}])");
+  ASSERT_EQ(mimedefang_.MergeDisClaimerWithContent(1, list), 0);
+  EXPECT_EQ(list[0]["content_txt"], Two()[0]["content_txt"]);
+  EXPECT_EQ(list[1]["content_txt"], Two()[1]["content_txt"]);
+  EXPECT_FALSE(list[2].isMember("content_txt"));
 }
 
 TEST_F(MimeDefangTest, TextsNeverGoToADisclaimerWithoutAnId) {
@@ -252,6 +261,60 @@ TEST_F(MimeDefangTest, BackupAndRestoreAreInverse) {
   EXPECT_EQ(All(), before);
 }
 
+// A failed move used to empty both copies when it was called again.
+TEST_F(MimeDefangTest, AFailedMoveLosesNothingHoweverOftenItIsCalled) {
+  ASSERT_EQ(mimedefang_.SetDisclaimerList(1, Two()), 0);
+  const Json::Value before = All();
+  const std::string kept = "/var/spool/@Postara-Server/alias_bkp/disclaimer_list-corp";
+  // The other account domain's, whose second domain has another index here.
+  Write(kept, R"([{"domain_id": 1, "domain_name": "gone.example", "disclaimer_list": []},
+                  {"domain_id": 7, "domain_name": "xn--bcher-kva.example", "disclaimer_list":
+                    [{"id": 5, "name": "corp", "content_html": "", "content_txt": "c"}]}])");
+  const std::string theirs = Read(kept);
+  for (int i = 0; i < 2; ++i) {
+    test::FailOn("mailConfSet", "mimedefang_disclaimers-2");
+    EXPECT_LT(mimedefang_.MoveDisclaimerToBkpAccount("local", "corp"), 0);
+    EXPECT_TRUE(Logged("failed to restore disclaimer from file"));
+    test::ClearFaults();
+    TakeLog();
+    EXPECT_EQ(Read(kept), theirs);
+    EXPECT_EQ(All()[0], before[0]);
+  }
+  ASSERT_EQ(mimedefang_.MoveDisclaimerToBkpAccount("local", "corp"), 0);
+  EXPECT_TRUE(List(1).empty());
+  EXPECT_EQ(List(2)[0]["name"], "corp");
+  // Again, as after a run that was stopped before it could say that it was done.
+  ASSERT_EQ(mimedefang_.MoveDisclaimerToBkpAccount("corp", "local"), 0);
+  EXPECT_EQ(All(), before);
+  EXPECT_NE(Read(kept).find("\"corp\""), std::string::npos);
+
+  // Nothing is touched for a backup that cannot come back.
+  for (const char* bad : {R"([{"domain_id": 1, "domain_name": "gone.example",
+                               "disclaimer_list": [{"id": 1}]}])",
+                          "{}"}) {
+    Write(kept, bad);
+    EXPECT_LT(mimedefang_.MoveDisclaimerToBkpAccount("local", "corp"), 0);
+    TakeLog();
+    EXPECT_EQ(Read(kept), bad);
+    EXPECT_EQ(All(), before);
+  }
+}
+
+TEST_F(MimeDefangTest, AnAccountSystemThatIsSilentHasNotDroppedAnybody) {
+  ASSERT_EQ(mimedefang_.SetDisclaimerList(1, Two()), 0);
+  Json::Value config;
+  ASSERT_EQ(mimedefang_.GenDisclaimerConfigs(config), 0);
+  TakeLog();
+  fs::remove(root() + "/etc/passwd");
+  fs::create_directory(root() + "/etc/passwd");
+  Json::Value untouched = "untouched";
+  EXPECT_LT(mimedefang_.GenDisclaimerConfigs(untouched), 0);
+  EXPECT_EQ(untouched, "untouched");
+  EXPECT_TRUE(Logged("The account system does not tell whether '1001' exists"));
+  EXPECT_TRUE(Logged("disclaimer 'one' of domain_id[1] cannot be worked out now"));
+  TakeLog();
+}
+
 TEST_F(MimeDefangTest, TheConfigurationNamesDomainsMembersAndConditions) {
   ASSERT_TRUE(API::Domain().CreateAdditionalDomains(1, {"Example.NET"}));
   API::DomainUser users;
@@ -276,6 +339,11 @@ TEST_F(MimeDefangTest, TheConfigurationNamesDomainsMembersAndConditions) {
   odd["id"] = 4;
   odd["op"] = "xor";
   list.append(odd);
+  // Without its second rule it applies to more mail.
+  Json::Value narrow = Two()[1];
+  narrow["enabled"] = true;
+  narrow["match_rule_list"].append(gone["match_rule_list"][0]);
+  list.append(narrow);
   ASSERT_EQ(mimedefang_.SetDisclaimerList(1, list), 0);
 
   Json::Value config;
@@ -285,6 +353,7 @@ TEST_F(MimeDefangTest, TheConfigurationNamesDomainsMembersAndConditions) {
   EXPECT_TRUE(Logged("invalid rule, skipped."));
   EXPECT_TRUE(Logged("Skip invalid disclaimer (no match rule)"));
   EXPECT_TRUE(Logged("skip invalid disclaimer 'one'"));
+  EXPECT_TRUE(Logged("'two' wants all of its match rules, of which 1 could not be used"));
   TakeLog();
 
   EXPECT_EQ(config["all_domain_map"].getMemberNames(),
@@ -293,7 +362,7 @@ TEST_F(MimeDefangTest, TheConfigurationNamesDomainsMembersAndConditions) {
   EXPECT_EQ(config["local_domain_map"], config["all_domain_map"]);
   EXPECT_EQ(config["gid_username_map"]["2000"].getMemberNames(),
             (std::vector<std::string>{"alice", "bob"}));
-  ASSERT_EQ(config["disclaimer_list"].size(), 1U);
+  ASSERT_EQ(config["disclaimer_list"].size(), 2U);
   const Json::Value& entry = config["disclaimer_list"][0];
   EXPECT_EQ(entry.getMemberNames(),
             (std::vector<std::string>{"condition", "content_html", "content_txt",

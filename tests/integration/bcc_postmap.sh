@@ -109,7 +109,7 @@ remember
 printf 'good copy\na..b@x copy\n\nthree fields here\n' >"$scratch/bad"
 refused 3 "$scratch/bad:2: " bcc import 1 "$scratch/bad"
 matches "the bad lines" "$err" "$scratch/bad:4: "
-for name in ERIK x@bücher.example $'two\nlines' 'two words' '#x@example.com'; do
+for name in ERIK x@bücher.example $'two\nlines' ' words' '#x@example.com'; do
   refused 3 '' bcc add 1 "$name" anna
 done
 refused 3 '' bcc add 2 A@XN--BCHER-KVA.example anna --type sender
@@ -120,9 +120,44 @@ refused 4 '' bcc list nowhere.example
 refused 2 '' bcc add 1 x y --type both
 refused 2 '' bcc remove 1
 
-# All rules of a domain at once.
+# A destination that nobody has is taken, and said.
+good bcc add 1 x@example.com nodoby@example.net
+matches "the warning" "$err" 'nodoby@example.net: nobody has this address'
+gives '[.unknown_destinations[] | .rule, .destination]' \
+  '["x@example.com","nodoby@example.net","boss@outside.example","audit@xn--bcher-kva.example"]' \
+  bcc maps
+good bcc remove 1 x@example.com
+
+# Names that differ in case are two accounts; an alias that collides is neither key nor destination.
+printf '%s\n' 'Erik:x:1006:2002::/:/' 'info:x:1007:2002::/:/' >>"$MDOMAIN_ROOT/etc/passwd"
+good refresh
+good user set 1 1006 --alias big.erik
+good user set 1 info --alias anna
+good bcc add 1 Erik copy@outside.example
+good bcc add 1 info copy@outside.example
+good bcc add 1 user info
+gives '[.left_out[] | .rule, .reason]' \
+  '["info","every alias of info collides with another user'"'"'s","user","every alias of info collides with another user'"'"'s"]' \
+  bcc maps
+ask recipient copy@outside.example big.erik@example.com
+ask recipient "" anna@example.com user@example.com
+ask recipient ben@example.com erik@example.com
+good bcc remove 1 Erik info user
+gives 'map(.name)' '["erik"]' bcc list 1 --type recipient
+
+# Nobody but the mail service and Postfix reads whose mail is copied, whatever the umask.
+(umask 000 && good bcc maps)
+same "mode of the maps" \
+  "$(stat -c %a "$target"/etc/*_bcc{,.lmdb} "$target/etc/bcc_maps.json" | sort -u)" 640
+
+# All rules of a domain at once. A terminal's or pipe's place is left alone.
 good bcc export 2 "$scratch/exported"
+same "mode of the file" "$(stat -c %a "$scratch/exported")" 600
 same "rules in the file" "$(wc -l <"$scratch/exported")" 2
+good bcc export 2 -
+same "rules on standard output" "$out" "$(cat "$scratch/exported")"
+ln -s "$scratch/exported" "$scratch/link"
+fails 1 'link fail, error' bcc export 2 "$scratch/link"
 good bcc remove 2 --all --yes
 gives length 0 bcc list 2
 good bcc maps

@@ -61,6 +61,29 @@ gives 'map([.applies, .matched, .excepted, .reason])[0]' '[false,[1,2],[0],"exce
   disclaimer explain 1 --from '<ANNA@example.com>' --to ben@example.com
 gives '.[0].reason' '"no match rule holds"' disclaimer explain 1 --from '' --to x@away.example
 
+# A Perl that never ends is ended in time, and with mdomain, however that ends.
+slow=(env "PERL5LIB=$scratch" PERL5OPT=-MSlow mdomain disclaimer explain 1 --from a@b.example --to c@d.example)
+echo 'sleep 300; 1;' >"$scratch/Slow.pm"
+matches "a slow answer" "$("${slow[@]}" --timeout 1 2>&1)" 'did not answer within 1 second '
+"${slow[@]}" --timeout 200 &
+killed=$!
+wait_for "Perl to run" pgrep -P $killed perl
+perl=$(pgrep -P $killed perl)
+stop KILL $killed
+wait_for "the end of Perl" bash -c "! kill -0 $perl"
+
+# An "and" that lost a rule says so.
+jq '.[1] * {enabled: true, match_rule_list: (.[1].match_rule_list + [.[0].match_rule_list[2],
+  {target: "sender", pattern_type: "uid", pattern: "4711"}])} | [.]' "$list" >"$scratch/lost.json"
+good disclaimer set 2 "$scratch/lost.json"
+gives '.[0].left_out' '"match_rule_list[0], match_rule_list[2]"' disclaimer list 2
+matches "the log" "$err" "'two' wants all of its match rules, of which 2 could not be used"
+gives '.[0].reason' \
+  '"match_rule_list[1] (without match_rule_list[0], match_rule_list[2])"' \
+  disclaimer explain 2 --from x@example.com --to x@away.example
+good disclaimer disable 2 008
+good disclaimer set 2 "$list"
+
 # Refusals.
 remember
 refused 4 '"nosuch.example"' disclaimer list nosuch.example
@@ -120,6 +143,9 @@ good disclaimer set 1 "$list"
 good disclaimer backup "$scratch/backup"
 same "mode of the backup" "$(stat -c %a "$scratch/backup")" 600
 all=$(stored 1 && stored 2)
+good disclaimer backup -
+same "a backup on standard output" "$out" "$(cat "$scratch/backup")"
+same "mode of the texts" "$(stat -c %a "$etc"/disclaimer_content/* | sort -u)" 640
 good disclaimer remove 1 7 --yes
 same "texts with what is gone" "$(texts 1 | grep -c Zoë)" 0
 good disclaimer remove 2 7 8 --yes

@@ -37,6 +37,8 @@ struct Map {
   MapText text;
 };
 
+constexpr const char* kReport = "bcc_maps.json";
+
 std::array<Map, 2> Maps() {
   return {{{BCC_RECIPIENT, "recipient", "recipient_bcc", "recipient_bcc_maps", {}},
            {BCC_SENDER, "sender", "sender_bcc", "sender_bcc_maps", {}}}};
@@ -92,7 +94,7 @@ void Fill(Map& map) {
 }
 
 void Write(const std::string& path, const std::string& bytes) {
-  if (korvmailserver::ReplaceFile(path, bytes, 0644) != 0) {
+  if (korvmailserver::ReplaceFile(path, bytes, 0600) != 0) {
     throw Failure(path + ": " + strerror(errno));
   }
 }
@@ -112,6 +114,7 @@ Json::Value Report(const std::array<Map, 2>& maps, const std::string& type,
   Json::Value report;
   report["maps"] = Json::arrayValue;
   report["left_out"] = Json::arrayValue;
+  report["unknown_destinations"] = Json::arrayValue;
   for (const Map& map : maps) {
     Json::Value value;
     value["kind"] = map.kind;
@@ -126,8 +129,27 @@ Json::Value Report(const std::array<Map, 2>& maps, const std::string& type,
     for (const LeftOut& left_out : map.text.left_out()) {
       report["left_out"].append(LeftOutJson(map, left_out));
     }
+    for (const auto& [rule, destination] : map.text.unknown_destinations()) {
+      Json::Value unknown;
+      unknown["map"] = map.kind;
+      unknown["rule"] = rule;
+      unknown["destination"] = destination;
+      report["unknown_destinations"].append(unknown);
+    }
   }
   return report;
+}
+
+void LogDoubts(const Map& map) {
+  for (const LeftOut& left_out : map.text.left_out()) {
+    LOG_WARNING("bcc %s map: rule [%s] to [%s] left out of [%s]: %s", map.kind,
+                left_out.rule.c_str(), left_out.destination.c_str(), left_out.key.c_str(),
+                left_out.reason.c_str());
+  }
+  for (const auto& [rule, destination] : map.text.unknown_destinations()) {
+    LOG_WARNING("bcc %s map: rule [%s] goes to [%s], an address that nobody has", map.kind,
+                rule.c_str(), destination.c_str());
+  }
 }
 
 void Run() {
@@ -143,15 +165,12 @@ void Run() {
   }
   for (const Map& map : maps) {
     Install(type, work.File(map.file), folder + map.file);
-    for (const LeftOut& left_out : map.text.left_out()) {
-      LOG_WARNING("bcc %s map: rule [%s] to [%s] left out of [%s]: %s", map.kind,
-                  left_out.rule.c_str(), left_out.destination.c_str(), left_out.key.c_str(),
-                  left_out.reason.c_str());
-    }
+    LogDoubts(map);
   }
   Json::StreamWriterBuilder writer;
   writer["emitUTF8"] = true;
-  Write(folder + "bcc_maps.json", Json::writeString(writer, Report(maps, type, folder)) + "\n");
+  Write(work.File(kReport), Json::writeString(writer, Report(maps, type, folder)) + "\n");
+  InstallFile(work.File(kReport), folder + kReport);
 }
 
 // Shows errors and warnings of the log on standard error too.
@@ -172,7 +191,7 @@ int main(int argc, char** /*argv*/) {
     std::cerr << "usage: korv_bcc_map\n";
     return 2;
   }
-  umask(022);
+  umask(077);
   korv_bcc_map::ShowLog();
   try {
     korv_bcc_map::Run();

@@ -26,7 +26,13 @@ std::string Folded(const std::string& key) {
 }  // namespace
 
 void MapText::Add(const BccMapEntry& entry) {
+  if (entry.unknown_destination) {
+    unknown_destinations_.emplace(entry.rule->name, entry.value);
+  }
   switch (entry.form) {
+    case BccMapEntry::Form::kLeftOut:
+      LeaveOut("", entry, std::string(entry.reason));
+      break;
     case BccMapEntry::Form::kAddress:
       Put(std::string(entry.name), entry);
       break;

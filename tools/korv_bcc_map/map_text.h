@@ -30,6 +30,10 @@ class MapText {
   size_t size() const { return rules_by_key_.size(); }
   // In the order in which they came, each rule once for each reason.
   const std::vector<LeftOut>& left_out() const { return left_out_; }
+  // Rules, by name, whose destination is an address of a domain of ours that nobody has.
+  const std::set<std::pair<std::string, std::string>>& unknown_destinations() const {
+    return unknown_destinations_;
+  }
 
  private:
   struct Owner {
@@ -45,6 +49,7 @@ class MapText {
   std::string text_;
   std::unordered_map<std::string, Owner> rules_by_key_;  // by folded key
   std::vector<LeftOut> left_out_;
+  std::set<std::pair<std::string, std::string>> unknown_destinations_;
   std::set<std::pair<const BccInfo*, std::string>> reported_;
 };
 

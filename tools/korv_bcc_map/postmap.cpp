@@ -1,6 +1,7 @@
 #include "tools/korv_bcc_map/postmap.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,6 +11,7 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/include/files.h"
 #include "platform/include/process.h"
 
 namespace korv_bcc_map {
@@ -18,6 +20,7 @@ namespace {
 
 constexpr const char* kPostmap = "/usr/sbin/postmap";
 constexpr const char* kPostconf = "/usr/sbin/postconf";
+constexpr mode_t kMode = 0640;
 constexpr int kDeadline = 300;  // seconds for one run of either
 constexpr const char* kCompiledTypes[] = {"hash", "lmdb", "btree", "cdb"};
 
@@ -70,7 +73,21 @@ void Sync(const std::string& path, int flags) {
   }
 }
 
+// Before the rename: at its place a file never has other rights. postmap has run by then, which
+// would give up its own rights for those of the owner of the text.
+void GiveAway(const std::string& path) {
+  uid_t uid = geteuid();
+  gid_t gid = getegid();
+  if (mailUGidGet(korvmailserver::kServiceAccount, &uid, &gid) < 0) {
+    throw Failure(std::string("there is no account ") + korvmailserver::kServiceAccount);
+  }
+  if ((geteuid() == 0 && lchown(path.c_str(), uid, 0) != 0) || chmod(path.c_str(), kMode) != 0) {
+    throw Failure(path + ": " + strerror(errno));
+  }
+}
+
 void Rename(const std::string& from, const std::string& to) {
+  GiveAway(from);
   if (rename(from.c_str(), to.c_str()) != 0) {
     throw Failure(to + ": " + strerror(errno));
   }
@@ -112,6 +129,11 @@ void Compile(const std::string& type, const std::string& path) {
 
 void Install(const std::string& type, const std::string& from, const std::string& to) {
   Rename(from + Ending(type), to + Ending(type));
+  Rename(from, to);
+  Sync(to.substr(0, to.rfind('/')), O_DIRECTORY);
+}
+
+void InstallFile(const std::string& from, const std::string& to) {
   Rename(from, to);
   Sync(to.substr(0, to.rfind('/')), O_DIRECTORY);
 }

@@ -28,6 +28,12 @@ void Compile(const std::string& type, const std::string& path);
 // which mail uses, comes first: it must never be older than its text.
 void Install(const std::string& type, const std::string& from, const std::string& to);
 
+// Puts one file in the place of another, as both maps are put there: mode 0640, owned by the mail
+// service, group root. Postfix's cleanup opens its maps as root before it gives its rights up, and
+// the group lets it in where root is without the right to pass over modes. A caller other than root
+// owns the file.
+void InstallFile(const std::string& from, const std::string& to);
+
 }  // namespace korv_bcc_map
 
 #endif  // TOOLS_KORV_BCC_MAP_POSTMAP_H

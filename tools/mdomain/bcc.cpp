@@ -1,15 +1,17 @@
 // mdomain bcc: blind-copy rules, their files and the maps that the mail transfer agent reads.
 #include <algorithm>
+#include <iostream>
 #include <iterator>
 #include <list>
 
 #include "lib-domain/api/bcc.h"
-#include "lib-domain/base/text.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/bcc_maps.h"
+#include "tools/mdomain/bcc_rule_name.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
@@ -65,30 +67,24 @@ void Publish(BCC& bcc) {
   }
 }
 
+// Says on standard error, and in "warnings" of the record, which rules can copy to nobody.
+void WarnOfDestinations(int domain_id, const std::list<BccInfo>& rules, Json::Value& record) {
+  std::vector<std::string> warnings;
+  if (BCC::CheckDestinations(domain_id, rules, warnings) != 0) {
+    warnings.emplace_back("whether somebody has the destinations could not be told");
+  }
+  for (const std::string& warning : warnings) {
+    std::cerr << "mdomain: " << Printable(warning) << "\n";
+    record["warnings"].append(warning);
+  }
+}
+
 Json::Value RuleJson(const BccInfo& rule) {
   Json::Value value;
   value["name"] = rule.name;
   value["type"] = TypeName(rule.type);
   value["bcc_to"] = rule.bcc_to;
   return value;
-}
-
-// The domain part of an address, or the whole text for a domain.
-std::string DomainPart(const std::string& name) {
-  const size_t at = name.rfind('@');
-  return at == std::string::npos ? name : name.substr(at + 1);
-}
-
-// Whether two names of rules mean the same, whatever their spelling.
-bool SameRuleName(int type, const std::string& a, const std::string& b) {
-  const size_t at = a.rfind('@');
-  if (type != BCC_DOMAIN && (at == std::string::npos || b.rfind('@') == std::string::npos)) {
-    return MDOMAIN::BASE::EqualsIgnoreCase(a, b);
-  }
-  const std::string local_a = type == BCC_DOMAIN ? "" : a.substr(0, at);
-  const std::string local_b = type == BCC_DOMAIN ? "" : b.substr(0, b.rfind('@'));
-  return MDOMAIN::BASE::EqualsIgnoreCase(local_a, local_b) &&
-         SameDomainName(DomainPart(a), DomainPart(b));
 }
 
 bool IsNameOf(const KnownDomain& domain, const std::string& name) {
@@ -164,8 +160,10 @@ void Add(Call& call) {
     throw Failure(kFailed, "the rule in another spelling could not be removed");
   }
   Publish(bcc);
-  call.out().Done(RuleJson(rule), rule.name + " is copied to " + rule.bcc_to +
-                                      " once the maps are made anew (mdomain bcc maps)");
+  Json::Value record = RuleJson(rule);
+  WarnOfDestinations(domain.idx, {rule}, record);
+  call.out().Done(record, rule.name + " is copied to " + rule.bcc_to +
+                              " once the maps are made anew (mdomain bcc maps)");
 }
 
 // The rules of the type that the typed names mean.
@@ -174,8 +172,13 @@ std::list<BccInfo> Find(const KnownDomain& domain, int type, const Call& call) {
   std::list<BccInfo> found;
   for (const std::string& name : call.List("NAME")) {
     const size_t before = found.size();
-    std::copy_if(known.begin(), known.end(), std::back_inserter(found),
-                 [&](const BccInfo& rule) { return SameRuleName(type, rule.name, name); });
+    // Of accounts that differ in case alone, the one that was typed.
+    const bool exact =
+        name.find('@') == std::string::npos &&
+        std::any_of(known.begin(), known.end(), [&](const BccInfo& r) { return r.name == name; });
+    std::copy_if(known.begin(), known.end(), std::back_inserter(found), [&](const BccInfo& rule) {
+      return exact ? rule.name == name : SameRuleName(type, rule.name, name);
+    });
     if (found.size() == before) {
       throw Failure(kNotFound, "domain " + domain.Title() + " has no " + TypeName(type) +
                                    " rule for \"" + name + "\"");
@@ -227,8 +230,10 @@ void Import(Call& call) {
                   call.Text("FILE") + " was not imported, no rule was changed");
   }
   Publish(bcc);
+  const std::list<BccInfo> rules = Read(domain_id, type, call);
   Json::Value record;
-  record["rules"] = static_cast<Json::UInt64>(Read(domain_id, type, call).size());
+  record["rules"] = static_cast<Json::UInt64>(rules.size());
+  WarnOfDestinations(domain_id, rules, record);
   call.out().Done(record, "the domain has " + record["rules"].asString() + " " + TypeName(type) +
                               " rules now; mdomain bcc maps brings the maps up to date");
 }
@@ -239,6 +244,9 @@ void Export(Call& call) {
   const std::string file = call.Text("FILE");
   if (Rules(domain_id).exportBCC(domain_id, type, file) != 0) {
     throw Failure(kFailed, "the rules could not be written to " + file);
+  }
+  if (file == "-" || file == "/dev/stdout") {
+    return;  // the rules have standard output to themselves
   }
   Json::Value record;
   record["file"] = file;
@@ -281,9 +289,9 @@ const Register kBcc({
          Remove},
         {"import",
          "Add rules from a file",
-         "One rule per line, \"NAME DESTINATION\"; lines that begin with # are skipped. A rule "
-         "that "
-         "is there gets the new destination. When a line is wrong nothing is imported.",
+         "One rule per line, \"NAME DESTINATION\"; lines that begin with # are skipped, and an "
+         "account name with blanks stands in double quotes. A rule that is there gets the new "
+         "destination. When a line is wrong nothing is imported.",
          Effect::kChanges,
          {DomainArgument(), One("FILE", "The file to read"), kType},
          Import},
@@ -291,7 +299,9 @@ const Register kBcc({
          "Write rules to a file, as import reads them",
          "",
          Effect::kReads,
-         {DomainArgument(), One("FILE", "The file to write or replace"), kType},
+         {DomainArgument(),
+          One("FILE", "The file to write or replace, with mode 0600, or - for standard output"),
+          kType},
          Export},
         {"maps",
          "Make the maps of all domains anew and compile them",

@@ -32,9 +32,14 @@ std::vector<std::string> Sentences(const Json::Value& report) {
                     " addresses: " + map["path"].asString());
   }
   for (const Json::Value& left : report["left_out"]) {
+    const std::string key = left["key"].asString();
     lines.push_back("left out of the " + left["map"].asString() +
                     " map: " + left["rule"].asString() + " to " + left["destination"].asString() +
-                    " for " + left["key"].asString() + ": " + left["reason"].asString());
+                    (key.empty() ? "" : " for " + key) + ": " + left["reason"].asString());
+  }
+  for (const Json::Value& unknown : report["unknown_destinations"]) {
+    lines.push_back("in the " + unknown["map"].asString() + " map: " + unknown["rule"].asString() +
+                    " goes to " + unknown["destination"].asString() + ", which nobody has");
   }
   lines.emplace_back("The maps are there, so main.cf may name them. With these lines in it, run");
   lines.emplace_back("postfix reload once; Postfix sees later runs by itself.");

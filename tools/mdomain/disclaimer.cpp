@@ -51,18 +51,41 @@ Json::Value Summary(const Json::Value& list) {
   return rows;
 }
 
+std::vector<Column> SummaryColumns() {
+  return {{"id", "ID"}, {"name", "NAME"},         {"enabled", "ENABLED"},
+          {"op", "OP"}, {"match_rules", "RULES"}, {"exception_rules", "EXCEPTIONS"}};
+}
+
 void PrintSummary(Call& call, const Json::Value& list) {
-  call.out().List(Summary(list), {{"id", "ID"},
-                                  {"name", "NAME"},
-                                  {"enabled", "ENABLED"},
-                                  {"op", "OP"},
-                                  {"match_rules", "RULES"},
-                                  {"exception_rules", "EXCEPTIONS"}});
+  call.out().List(Summary(list), SummaryColumns());
+}
+
+// The rules of each disclaimer that the filter cannot use now. The list itself is worth showing
+// when that cannot be told.
+void AddLeftOutRules(MimeDefang& mimedefang, int domain_idx, Json::Value& rows) {
+  Json::Value config;
+  if (mimedefang.ExplainDisclaimerConfigs(domain_idx, config) < 0) {
+    std::cerr << "mdomain: which rules can be used could not be told\n";
+    return;
+  }
+  for (Json::Value& row : rows) {
+    row["left_out"] = "";
+  }
+  for (const Json::Value& built : config["disclaimer_list"]) {
+    rows[built["place"].asUInt()]["left_out"] = LeftOutRules(built);
+  }
 }
 
 void List(Call& call) {
+  const KnownDomain domain = TypedDomain(call);
   MimeDefang mimedefang;
-  PrintSummary(call, Read(mimedefang, TypedDomain(call)));
+  Json::Value rows = Summary(Read(mimedefang, domain));
+  std::vector<Column> columns = SummaryColumns();
+  if (!rows.empty()) {
+    AddLeftOutRules(mimedefang, domain.idx, rows);
+    columns.push_back({"left_out", "LEFT OUT"});
+  }
+  call.out().List(rows, columns);
 }
 
 void Get(Call& call) {
@@ -116,6 +139,13 @@ void Set(Call& call) {
   PrintSummary(call, list);
 }
 
+// Whether an id is this number. Other programs store it as a text, too.
+bool IsId(const Json::Value& stored, int id) {
+  int number = 0;
+  return stored.isString() ? MDOMAIN::BASE::ConvertToInt(stored.asString(), number) && number == id
+                           : stored.isInt() && stored.asInt() == id;
+}
+
 // The places of the given ids in the list; an id that is not there ends the command.
 std::vector<Json::ArrayIndex> FindIds(const Json::Value& list,
                                       const std::vector<std::string>& texts,
@@ -125,7 +155,7 @@ std::vector<Json::ArrayIndex> FindIds(const Json::Value& list,
     int id = 0;
     Json::ArrayIndex place = list.size();
     if (MDOMAIN::BASE::ConvertToInt(text, id)) {
-      for (place = 0; place < list.size() && list[place]["id"] != Json::Value(id); ++place) {
+      for (place = 0; place < list.size() && !IsId(list[place]["id"], id); ++place) {
       }
     }
     if (place == list.size()) {
@@ -184,6 +214,10 @@ void Explain(Call& call) {
   if (!call.Has("--from") || !call.Has("--to")) {
     throw Failure(kUsage, "name a sender (--from) and a recipient (--to)");
   }
+  const Question question = {call.Text("--from"), call.Text("--to"), call.Int("--timeout", 10)};
+  if (question.seconds == 0) {
+    throw Failure(kUsage, "--timeout wants a second at least");
+  }
   const KnownDomain domain = TypedDomain(call);
   MimeDefang mimedefang;
   const Json::Value list = Read(mimedefang, domain);
@@ -191,7 +225,7 @@ void Explain(Call& call) {
   if (mimedefang.ExplainDisclaimerConfigs(domain.idx, config) < 0) {
     throw Failure(kFailed, "the conditions could not be built");
   }
-  const Json::Value rows = ExplainDisclaimers(list, config, call.Text("--from"), call.Text("--to"));
+  const Json::Value rows = ExplainDisclaimers(list, config, question);
   call.out().List(rows,
                   {{"id", "ID"}, {"name", "NAME"}, {"applies", "APPLIES"}, {"reason", "REASON"}});
 }
@@ -199,6 +233,9 @@ void Explain(Call& call) {
 void Backup(Call& call) {
   if (MimeDefang().BackupDisclaimerToFile(call.Text("FILE")) < 0) {
     throw Failure(kFailed, "the disclaimers could not be written to " + call.Text("FILE"));
+  }
+  if (call.Text("FILE") == "-" || call.Text("FILE") == "/dev/stdout") {
+    return;  // the backup has standard output to itself
   }
   Json::Value record(Json::objectValue);
   record["file"] = call.Text("FILE");
@@ -224,7 +261,13 @@ const Register kDisclaimer({
     "disclaimer",
     "Texts that the mail filter appends, and when",
     {
-        {"list", "List a domain's disclaimers", "", Effect::kReads, {DomainArgument()}, List},
+        {"list",
+         "List a domain's disclaimers",
+         "LEFT OUT names rules of enabled disclaimers that cannot be used now, since their user or "
+         "group is gone; one whose op is \"and\" then applies to more mail.",
+         Effect::kReads,
+         {DomainArgument()},
+         List},
         {"get",
          "Show a domain's disclaimers as JSON",
          "With their rules and texts, in the form that set takes.",
@@ -258,7 +301,9 @@ const Register kDisclaimer({
          Disable},
         {"generate",
          "Print the filter's configuration as JSON",
-         "Disclaimers and rules that cannot be used are named on standard error and left out.",
+         "Disclaimers and rules that cannot be used are named on standard error and left out. "
+         "While "
+         "the account system does not tell whether a user or group exists, nothing is printed.",
          Effect::kReads,
          {},
          Generate},
@@ -267,13 +312,14 @@ const Register kDisclaimer({
          "The conditions are evaluated by Perl exactly as the filter would.",
          Effect::kReads,
          {DomainArgument(), Option("--from", "ADDRESS", "The sender; empty for a bounce"),
-          Option("--to", "ADDRESS", "The recipient")},
+          Option("--to", "ADDRESS", "The recipient"),
+          Number("--timeout", "Give Perl N seconds (default 10)")},
          Explain},
         {"backup",
          "Write the disclaimers of all domains to a file",
          "",
          Effect::kReads,
-         {One("FILE", "The file to write")},
+         {One("FILE", "The file to write, with mode 0600, or - for standard output")},
          Backup},
         {"restore",
          "Replace the disclaimers of all domains by those of a backup",

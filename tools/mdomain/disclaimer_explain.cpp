@@ -2,16 +2,20 @@
 
 #include <json/reader.h>
 #include <json/writer.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <utility>
 
 #include "lib-domain/base/text.h"
 #include "platform/include/process.h"
-#include "platform/include/scope_guard.h"
 #include "tools/mdomain/status.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
@@ -39,6 +43,7 @@ sub holds {
   die "bad condition: $@" unless defined $result;
   return $result;
 }
+alarm($ARGV[1] + 1); # without a handler, which would wait for the end of a match
 open(my $file, '<:raw', $ARGV[0]) or die "$ARGV[0]: $!";
 my $input = bytes_of(JSON::PP->new->utf8->decode(do { local $/; <$file> }));
 my $config = $input->{config};
@@ -61,34 +66,54 @@ for my $d (@{ $config->{disclaimer_list} }) {
 print JSON::PP->new->encode(\@answers);
 )PERL";
 
-// Writes a file that only its owner can read. The caller removes it.
-std::string WriteScratch(const std::string& bytes) {
-  std::string path = "/tmp/mdomain-explain.XXXXXX";
-  const int fd = mkstemp(path.data());
-  FILE* file = fd < 0 ? nullptr : fdopen(fd, "w");
-  if (file == nullptr) {
-    throw Failure(kFailed, "no scratch file could be made in /tmp");
+// A file without a name, which is gone with the last process that has it open.
+class Scratch {
+ public:
+  explicit Scratch(const std::string& bytes) : fd_(memfd_create("mdomain-explain", 0)) {
+    for (size_t done = 0; fd_ >= 0 && done < bytes.size();) {
+      const ssize_t count = write(fd_, bytes.data() + done, bytes.size() - done);
+      if (count < 0 && errno != EINTR) {
+        close(std::exchange(fd_, -1));
+      }
+      done += count < 0 ? 0 : static_cast<size_t>(count);
+    }
+    if (fd_ < 0) {
+      throw Failure(kFailed, std::string("no memory for the question to perl: ") + strerror(errno));
+    }
   }
-  const bool written = fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-  if (fclose(file) != 0 || !written) {
-    unlink(path.c_str());
-    throw Failure(kFailed, path + " could not be written");
-  }
-  return path;
-}
+  ~Scratch() { close(fd_); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  std::string Path() const { return "/proc/self/fd/" + std::to_string(fd_); }
 
-std::string RunPerl(const std::string& input_path) {
-  const char* const argv[] = {"perl", "-e", kProgram, input_path.c_str(), nullptr};
-  FILE* stream = KLIBCPopenv("/usr/bin/perl", "r", argv);
+ private:
+  int fd_;
+};
+
+// Perl ends with this process, however that ends: setpriv asks the kernel for it. Should this
+// process be gone already by then, the alarm ends Perl.
+std::string RunPerl(const std::string& input_path, int seconds) {
+  const std::string limit = std::to_string(seconds);
+  const char* const argv[] = {"setpriv", "--pdeathsig",      "KILL",        "/usr/bin/perl", "-e",
+                              kProgram,  input_path.c_str(), limit.c_str(), nullptr};
+  const int before = KLIBCPopenSetDeadline(seconds);
+  FILE* stream = KLIBCPopenv("/usr/bin/setpriv", "r", argv);
+  KLIBCPopenSetDeadline(before);
   if (stream == nullptr) {
-    throw Failure(kFailed, "/usr/bin/perl could not be started");
+    throw Failure(kFailed,
+                  std::string("/usr/bin/setpriv could not be started: ") + strerror(errno));
   }
   std::string output;
   char buffer[4096];
   for (size_t n = 0; (n = fread(buffer, 1, sizeof(buffer), stream)) > 0;) {
     output.append(buffer, n);
   }
-  if (KLIBCPclose(stream) != 0) {
+  const int status = KLIBCPclose(stream);
+  if (status == 128 + SIGKILL || status == 128 + SIGALRM) {
+    throw Failure(kFailed, "perl did not answer within " + Counted(seconds, "second") +
+                               " (--timeout gives it more)");
+  }
+  if (status != 0) {
     throw Failure(kFailed, "perl failed: " + KLIBCPopenErrorText());
   }
   return output;
@@ -96,14 +121,13 @@ std::string RunPerl(const std::string& input_path) {
 
 // One object per element of `config["disclaimer_list"]`, in order: "applies", "matched", "excepted"
 // and "local_recipient".
-Json::Value Evaluate(const Json::Value& config, const std::string& from, const std::string& to) {
+Json::Value Evaluate(const Json::Value& config, const Question& question) {
   Json::Value input(Json::objectValue);
   input["config"] = config;
-  input["from"] = from;
-  input["to"] = to;
-  const std::string path = WriteScratch(Json::writeString(Json::StreamWriterBuilder(), input));
-  const postara::ScopeGuard remove([&] { unlink(path.c_str()); });
-  const std::string output = RunPerl(path);
+  input["from"] = question.from;
+  input["to"] = question.to;
+  const Scratch scratch(Json::writeString(Json::StreamWriterBuilder(), input));
+  const std::string output = RunPerl(scratch.Path(), question.seconds);
   Json::Value answers;
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   if (!reader->parse(output.data(), output.data() + output.size(), &answers, nullptr) ||
@@ -121,41 +145,57 @@ std::string RuleList(const char* list, const Json::Value& indexes) {
   return MDOMAIN::BASE::Join(names, ", ");
 }
 
-std::string Reason(const Json::Value& answer) {
+std::string Reason(const Json::Value& row, const Json::Value& answer) {
+  std::string reason;
   if (answer["local_recipient"].asBool()) {
-    return "disabled for local recipients";
+    reason = "disabled for local recipients";
+  } else if (!answer["excepted"].empty()) {
+    reason = RuleList("exception_rule_list", answer["excepted"]);
+  } else {
+    reason = answer["matched"].empty() ? "no match rule holds"
+                                       : RuleList("match_rule_list", answer["matched"]);
   }
-  if (!answer["excepted"].empty()) {
-    return RuleList("exception_rule_list", answer["excepted"]);
-  }
-  return answer["matched"].empty() ? "no match rule holds"
-                                   : RuleList("match_rule_list", answer["matched"]);
+  const bool lost = row["op"] == Json::Value("and") && !row["match_left_out"].empty();
+  return lost ? reason + " (without " + RuleList("match_rule_list", row["match_left_out"]) + ")"
+              : reason;
 }
 
 Json::Value ExplainRow(const Json::Value& disclaimer) {
   Json::Value row(Json::objectValue);
   row["id"] = disclaimer["id"];
   row["name"] = disclaimer["name"];
+  row["op"] = disclaimer["op"];
   row["applies"] = false;
   row["reason"] = disclaimer["enabled"] == Json::Value(true) ? "invalid, left out" : "disabled";
   row["matched"] = Json::arrayValue;
   row["excepted"] = Json::arrayValue;
+  row["match_left_out"] = Json::arrayValue;
+  row["exceptions_left_out"] = Json::arrayValue;
   return row;
 }
 
 }  // namespace
 
+std::string LeftOutRules(const Json::Value& row) {
+  const std::string matches = RuleList("match_rule_list", row["match_left_out"]);
+  const std::string exceptions = RuleList("exception_rule_list", row["exceptions_left_out"]);
+  return matches + (matches.empty() || exceptions.empty() ? "" : ", ") + exceptions;
+}
+
 Json::Value ExplainDisclaimers(const Json::Value& list, const Json::Value& config,
-                               const std::string& from, const std::string& to) {
-  const Json::Value answers = Evaluate(config, from, to);
+                               const Question& question) {
+  const Json::Value answers = Evaluate(config, question);
   Json::Value rows(Json::arrayValue);
   for (const Json::Value& disclaimer : list) {
     rows.append(ExplainRow(disclaimer));
   }
   for (Json::ArrayIndex i = 0; i < answers.size(); ++i) {
-    Json::Value& row = rows[config["disclaimer_list"][i]["place"].asUInt()];
+    const Json::Value& built = config["disclaimer_list"][i];
+    Json::Value& row = rows[built["place"].asUInt()];
     row["applies"] = answers[i]["applies"];
-    row["reason"] = Reason(answers[i]);
+    row["match_left_out"] = built["match_left_out"];
+    row["exceptions_left_out"] = built["exceptions_left_out"];
+    row["reason"] = Reason(row, answers[i]);
     row["matched"] = answers[i]["matched"];
     row["excepted"] = answers[i]["excepted"];
   }

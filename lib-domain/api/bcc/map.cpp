@@ -7,20 +7,16 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
-#include <unordered_set>
 
 #include "lib-domain/api/bcc.h"
-#include "lib-domain/api/bcc/local_parts.h"
+#include "lib-domain/api/bcc/published_domains.h"
 #include "lib-domain/api/bcc/text.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
-#include "platform/include/account.h"
-#include "platform/include/alias.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
 #include "platform/include/process.h"
-#include "platform/include/smtp_conf.h"
 #include "platform/include/text.h"
 
 namespace MDOMAIN::API::INTERNAL {
@@ -49,6 +45,8 @@ struct PreparedRule {
   const Names* local_parts;   // of an account, when asked for
   std::string address;        // destination, when it has a domain of its own
   std::string destination;    // else: its local part
+  bool unknown_destination = false;
+  std::string reason;  // why nothing is written for the rule
 };
 
 struct DomainRules {
@@ -62,12 +60,10 @@ class MapWriter {
       : with_local_parts_(with_local_parts), visit_(visit) {}
 
   int Write(std::map<int, DomainRules>& rules_by_domain) {
-    if (settings_.LoadSettings() < 0 || !LoadAliasEntries() || !LoadOwners()) {
+    if (!domains_.Load()) {
       return -1;
     }
-    // Every look-up in the account system is answered from one point in time.
-    const korvmailserver::AccountSnapshot snapshot;
-    for (const auto& [domain_id, names] : names_by_domain_) {
+    for (const auto& [domain_id, names] : domains_.names_by_domain()) {
       const auto rules = rules_by_domain.find(domain_id);
       if (rules != rules_by_domain.end() && WriteDomain(domain_id, names, rules->second) != 0) {
         return -1;
@@ -77,39 +73,10 @@ class MapWriter {
   }
 
  private:
-  bool LoadAliasEntries() {
-    Alias table(MDOMAIN::PATHS::AliasDb());
-    if (table.load() < 0) {
-      return false;
-    }
-    for (const Alias::Entry& entry : table.list()) {
-      alias_entries_[entry.domain_id].insert(entry.name);
-    }
-    return true;
-  }
-
-  // The names of every domain, and which domain owns which name.
-  bool LoadOwners() {
-    for (const auto& [domain_id, name] : settings_.GetMultiDomainMap()) {
-      std::list<std::string> additional;
-      if (settings_.GetAdditionalDomainList(domain_id, additional) < 0) {
-        LOG_ERROR("failed to GetAdditionalDomainList with id %d", domain_id);
-        return false;
-      }
-      additional.push_front(name);
-      for (const std::string& own_name : additional) {
-        owners_.emplace(forms_.Get(ToLowerAscii(own_name)).punycode, domain_id);
-      }
-      names_by_domain_[domain_id] = std::move(additional);
-    }
-    return true;
-  }
-
   int WriteDomain(int domain_id, const std::list<std::string>& names, const DomainRules& rules) {
-    LocalPartFinder finder(domain_id, std::move(alias_entries_[domain_id]));
     std::list<PreparedRule> own;
     std::list<PreparedRule> whole;
-    if (!PrepareAll(rules.own, finder, own) || !PrepareAll(rules.whole, finder, whole)) {
+    if (!PrepareAll(rules.own, domain_id, own) || !PrepareAll(rules.whole, domain_id, whole)) {
       return -1;
     }
     for (const std::string& name : names) {
@@ -118,18 +85,39 @@ class MapWriter {
     return 0;
   }
 
-  bool PrepareAll(const std::list<BccInfo>& rules, LocalPartFinder& names,
+  bool PrepareAll(const std::list<BccInfo>& rules, int domain_id,
                   std::list<PreparedRule>& prepared) {
+    LocalPartFinder& names = domains_.NamesIn(domain_id);
     for (const BccInfo& rule : rules) {
-      PreparedRule one{&rule, {}, {}, nullptr, -1, nullptr, {}, {}};
-      if (!PrepareDestination(names, one) || !PrepareName(names, one)) {
+      PreparedRule one{&rule, {}, {}, nullptr, -1, nullptr, {}, {}, false, {}};
+      if (!PrepareDestination(names, one) || !PrepareName(names, one) ||
+          !domains_.IsUnknown(domain_id, rule.bcc_to, one.unknown_destination)) {
         return false;
       }
-      if (!one.spellings.empty() && !(one.address.empty() && one.destination.empty())) {
+      if (!one.reason.empty()) {
+        TellLeftOut(domain_id, one);
+      } else if (!one.spellings.empty() && !(one.address.empty() && one.destination.empty())) {
         prepared.push_back(std::move(one));
       }
     }
     return true;
+  }
+
+  // Who asks for local parts makes a report of its own.
+  void TellLeftOut(int domain_id, const PreparedRule& rule) {
+    if (!with_local_parts_) {
+      LOG_WARNING("bcc rule [%s] with destination [%s] left out: %s", rule.rule->name.c_str(),
+                  rule.rule->bcc_to.c_str(), rule.reason.c_str());
+      return;
+    }
+    BccMapEntry entry;
+    entry.form = BccMapEntry::Form::kLeftOut;
+    entry.domain_id = domain_id;
+    entry.name = rule.rule->name;
+    entry.value = rule.rule->bcc_to;
+    entry.rule = rule.rule;
+    entry.reason = rule.reason;
+    visit_(entry);
   }
 
   // False when a source cannot be read; a destination that cannot be used stays empty.
@@ -139,11 +127,12 @@ class MapWriter {
     std::string domain;
     const bool is_address = SplitAddress(bcc_to, local_part, domain);
     if (!is_address) {
-      const Names* parts = names.LocalParts(bcc_to);
-      if (parts == nullptr) {
-        return false;
+      const LocalParts* found = names.Find(bcc_to);
+      if (found == nullptr || !found->reason.empty()) {
+        rule.reason = found == nullptr ? "" : found->reason;
+        return found != nullptr;
       }
-      local_part = parts->front();
+      local_part = found->parts.front();
     }
     if (is_address && !forms_.Get(domain).convertible) {
       LogDestination(*rule.rule);
@@ -166,7 +155,7 @@ class MapWriter {
       rule.spellings = {name};
     } else if (SplitAddress(name, rule.local_part, domain)) {
       PrepareAddress(domain, rule);
-    } else if (!StandsInLine(name)) {
+    } else if (!StandsInLine(name) && !(with_local_parts_ && IsAccountWithBlank(name))) {
       LogLeftOut(*rule.rule);
     } else {
       return PrepareAccount(name, names, rule);
@@ -181,10 +170,15 @@ class MapWriter {
         other != name) {
       rule.spellings.push_back(std::move(other));
     }
-    if (with_local_parts_) {
-      rule.local_parts = names.LocalParts(rule.rule->name);
-      return rule.local_parts != nullptr;
+    if (!with_local_parts_) {
+      return true;
     }
+    const LocalParts* found = names.Find(rule.rule->name);
+    if (found == nullptr) {
+      return false;
+    }
+    rule.local_parts = &found->parts;
+    rule.reason = rule.reason.empty() ? found->reason : rule.reason;
     return true;
   }
 
@@ -199,8 +193,7 @@ class MapWriter {
     for (const std::string& spelling : forms.spellings) {
       rule.spellings.push_back(rule.local_part + "@" + spelling);
     }
-    const auto owner = owners_.find(forms.punycode);
-    rule.name_domain_id = owner == owners_.end() ? -1 : owner->second;
+    rule.name_domain_id = domains_.OwnerOf(forms.punycode);
   }
 
   void GenerateConfigImp(int domain_id, const std::string& domain_name,
@@ -239,6 +232,7 @@ class MapWriter {
     entry.rule = rule.rule;
     entry.name_domain_id = rule.name_domain_id;
     entry.local_parts = rule.local_parts;
+    entry.unknown_destination = rule.unknown_destination;
     if (entry.form == BccMapEntry::Form::kAddress) {
       for (const std::string& spelling : rule.spellings) {
         entry.domain = std::string_view(spelling).substr(rule.local_part.size() + 1);
@@ -271,15 +265,14 @@ class MapWriter {
 
   bool with_local_parts_;
   const std::function<void(const BccMapEntry&)>& visit_;
-  SmtpConf settings_;
-  DomainFormCache forms_;
-  std::map<int, std::list<std::string>> names_by_domain_;
-  std::unordered_map<std::string, int> owners_;  // by punycode name
-  std::unordered_map<int, std::unordered_set<std::string>> alias_entries_;
+  PublishedDomains domains_;
+  DomainFormCache& forms_ = domains_.forms();
 };
 
 void AppendLine(const BccMapEntry& entry, std::string& text) {
   switch (entry.form) {
+    case BccMapEntry::Form::kLeftOut:
+      return;
     case BccMapEntry::Form::kAddress:
       break;
     case BccMapEntry::Form::kAccount:
@@ -321,7 +314,7 @@ int BCC::GenerateSystemBCCConfig(int type, const std::string& path) {
   if (ForEachMapEntry(type, false, append) != 0) {
     return -1;
   }
-  if (korvmailserver::ReplaceFile(path, text, 0644) != 0) {
+  if (korvmailserver::ReplaceFile(path, text, 0640) != 0) {
     LOG_ERROR("open file %s fail, error[%s]", path.c_str(), strerror(errno));
     return -1;
   }

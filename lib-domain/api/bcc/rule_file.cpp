@@ -4,13 +4,13 @@
 // imports it does.
 #include "lib-domain/api/bcc/rule_file.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
+#include <cstring>
 #include <unordered_set>
 
 #include "lib-domain/api/bcc/text.h"
+#include "lib-domain/api/export_file.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
@@ -24,15 +24,40 @@ namespace {
 constexpr size_t kLineSize = 4096;
 constexpr std::string_view kBlanks = " \t";
 
+// An account name with blanks in double quotes at `begin` of a line: its end after the second
+// quote. Anything else in quotes is no such field, and npos.
+size_t EndOfQuoted(std::string_view line, size_t begin) {
+  const size_t quote = line[begin] == '"' ? line.find('"', begin + 1) : std::string_view::npos;
+  if (quote == std::string_view::npos ||
+      !IsAccountWithBlank(std::string(line.substr(begin + 1, quote - begin - 1)))) {
+    return std::string_view::npos;
+  }
+  const bool ends = quote + 1 == line.size() || kBlanks.find(line[quote + 1]) != kBlanks.npos;
+  return ends ? quote + 1 : std::string_view::npos;
+}
+
 std::vector<std::string> Fields(std::string_view line) {
   std::vector<std::string> fields;
   size_t end = 0;
   for (size_t begin = line.find_first_not_of(kBlanks); begin != std::string_view::npos;
        begin = line.find_first_not_of(kBlanks, end)) {
+    end = EndOfQuoted(line, begin);
+    if (end != std::string_view::npos) {
+      fields.emplace_back(line.substr(begin + 1, end - begin - 2));
+      continue;
+    }
     end = std::min(line.find_first_of(kBlanks, begin), line.size());
     fields.emplace_back(line.substr(begin, end - begin));
   }
   return fields;
+}
+
+// A field as a line holds it; the empty text for one that no line can hold.
+std::string Field(const std::string& text) {
+  if (IsAccountWithBlank(text)) {
+    return "\"" + text + "\"";
+  }
+  return StandsInLine(text) ? text : "";
 }
 
 // What is wrong with a line that holds something; a good one becomes a rule.
@@ -51,7 +76,10 @@ std::string ParseLine(std::string_view line, int type, BccInfo& rule) {
   return BCC::CheckRule(rule);
 }
 
-bool IsAccountOrAlias(const std::string& text) {
+bool IsAccountOrAlias(std::string text) {
+  if (IsAccountWithBlank(text)) {
+    std::replace(text.begin(), text.end(), ' ', 'x');
+  }
   // An account of a Windows domain may be given with that domain in front of it.
   const size_t backslash = text.find('\\');
   if (backslash == std::string::npos) {
@@ -75,16 +103,6 @@ bool IsAddressOrAccount(const std::string& text) {
     return IsAccountOrAlias(text);
   }
   return KORV::POSTARA_SERVER::IsValidEaiLocalPart(local_part, true) && IsDomain(domain);
-}
-
-// A rename would put a file in the place of a pipe or a terminal.
-int WriteFile(const std::string& path, const std::string& bytes) {
-  struct stat info {};
-  if (stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode) || S_ISDIR(info.st_mode)) {
-    return korvmailserver::ReplaceFile(path, bytes, 0644);
-  }
-  std::ofstream out(path, std::ios::binary);
-  return (out << bytes << std::flush) ? 0 : -1;
 }
 
 // Names as they stand in an exported file. Each rule must come back under a name of its own, and
@@ -165,12 +183,13 @@ void ParseBccRules(std::string_view text, int type, std::list<BccInfo>& rules,
 using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
 std::string BCC::CheckRule(const BccInfo& rule) {
-  if (!StandsAtLineBegin(rule.name)) {
-    return "the name is empty, has a blank or a control character, or begins with \"#\" or a byte "
-           "order mark";
+  if (!StandsAtLineBegin(rule.name) && !IsAccountWithBlank(rule.name)) {
+    return "the name is empty, has a control character or a blank at an end, or begins with \"#\" "
+           "or "
+           "a byte order mark";
   }
-  if (!StandsInLine(rule.bcc_to)) {
-    return "the destination is empty or has a blank or a control character";
+  if (!StandsInLine(rule.bcc_to) && !IsAccountWithBlank(rule.bcc_to)) {
+    return "the destination is empty or has a control character or a blank at an end";
   }
   if (rule.type == BCC_DOMAIN && !IsDomain(rule.name)) {
     return "the name is no domain";
@@ -199,18 +218,21 @@ int BCC::exportBCC(int domain_id, int type, const std::string& path) {
   std::vector<std::string> lines;
   lines.reserve(rules.size());
   for (const BccInfo& rule : rules) {
-    if (!StandsAtLineBegin(rule.name) || !StandsInLine(rule.bcc_to)) {
+    const std::string name = Field(names.Of(rule));
+    const std::string destination = Field(ExportedDestination(rule.bcc_to, cache));
+    if (name.empty() || destination.empty() ||
+        !(StandsAtLineBegin(rule.name) || IsAccountWithBlank(rule.name))) {
       LOG_ERROR("bcc rule [%s] with destination [%s] cannot stand in a file", rule.name.c_str(),
                 rule.bcc_to.c_str());
       return -1;
     }
-    lines.push_back(names.Of(rule) + " " + ExportedDestination(rule.bcc_to, cache));
+    lines.push_back(name + " " + destination);
   }
   // A name that changed its spelling is out of order.
   std::sort(lines.begin(), lines.end(), std::greater<>());
   lines.emplace_back();
-  if (WriteFile(path, MDOMAIN::BASE::Join(lines, "\n")) != 0) {
-    LOG_ERROR("open file %s fail", path.c_str());
+  if (WriteExport(path, MDOMAIN::BASE::Join(lines, "\n")) != 0) {
+    LOG_ERROR("open file %s fail, error[%s]", path.c_str(), strerror(errno));
     return -1;
   }
   return 0;

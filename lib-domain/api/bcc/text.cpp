@@ -21,6 +21,11 @@ bool StandsAtLineBegin(const std::string& text) {
   return StandsInLine(text) && text.front() != '#' && text.rfind(kByteOrderMark, 0) != 0;
 }
 
+bool IsAccountWithBlank(const std::string& text) {
+  return text.find(' ') != std::string::npos && text.front() != ' ' && text.back() != ' ' &&
+         text.find_first_of("\t\"@") == std::string::npos && !HasControl(text);
+}
+
 bool SplitAddress(const std::string& text, std::string& local_part, std::string& domain) {
   const size_t at = text.rfind('@');
   if (at == std::string::npos) {

@@ -38,6 +38,9 @@ bool StandsInLine(const std::string& text);
 // and one that begins with a byte order mark could be taken for the file's own.
 bool StandsAtLineBegin(const std::string& text);
 
+// Whether a text is the name of an account with blanks inside, as Windows domains have them.
+bool IsAccountWithBlank(const std::string& text);
+
 // Splits a text at its last "@". False, with both parts untouched, when it has none.
 bool SplitAddress(const std::string& text, std::string& local_part, std::string& domain);
 

@@ -20,17 +20,22 @@ const char* VariableName(RuleTarget target) {
   return target == RuleTarget::kSender ? "$Sender" : "$Recipient";
 }
 
+using LabelConversion = int (*)(const std::string&, std::string&);
+
 // A domain in which labels may hold "*". Labels without one are converted; one that mixes "*" with
 // non-ASCII letters has no A-label form.
-bool DomainPatternToPunycode(const std::string& pattern, std::string& out) {
+bool ConvertDomainPattern(const std::string& pattern, LabelConversion convert, std::string& out) {
   std::string result;
   size_t begin = 0;
   while (begin <= pattern.size()) {
     const size_t dot = std::min(pattern.find('.', begin), pattern.size());
     std::string label = pattern.substr(begin, dot - begin);
-    if (HasNonAscii(label) && (label.find('*') != std::string::npos ||
-                               KORV::POSTARA_SERVER::ConvertToPunycode(label, label) < 0)) {
+    const bool has_star = label.find('*') != std::string::npos;
+    if (HasNonAscii(label) && (has_star || convert(label, label) < 0)) {
       return false;
+    }
+    if (!has_star && BASE::ToLowerAscii(label).compare(0, 4, "xn--") == 0) {
+      convert(label, label);  // one that is no A-label is compared as it stands
     }
     result += label;
     if (dot < pattern.size()) {
@@ -42,28 +47,56 @@ bool DomainPatternToPunycode(const std::string& pattern, std::string& out) {
   return true;
 }
 
-bool PatternToPunycode(const std::string& pattern, std::string& out) {
-  if (!HasNonAscii(pattern)) {
-    out = pattern;
-    return true;
-  }
+// The pattern with its domain in A-labels and in U-labels. An internationalised message has either
+// in its envelope. Letters outside ASCII in the local part stay as they are; it must still be
+// UTF-8, else no address could ever match and the text would not be what was typed.
+bool PatternForms(const std::string& pattern, std::string& ascii, std::string& utf8) {
   const size_t at = pattern.rfind('@');
-  if (at == std::string::npos) {
-    return DomainPatternToPunycode(pattern, out);
-  }
-  std::string domain;
-  // A local part of letters outside ASCII stays as it is; it must still be UTF-8, else no address
-  // could ever match and the text would not be what was typed.
-  if (!DomainPatternToPunycode(pattern.substr(at + 1), domain)) {
+  const size_t begin = at == std::string::npos ? 0 : at + 1;
+  const std::string domain = pattern.substr(begin);
+  std::string local = pattern.substr(0, begin == 0 ? 0 : at);
+  if (!ConvertDomainPattern(domain, KORV::POSTARA_SERVER::ConvertToPunycode, ascii) ||
+      !ConvertDomainPattern(domain, KORV::POSTARA_SERVER::ConvertToUTF8, utf8)) {
     return false;
   }
-  std::string local = pattern.substr(0, at);
   std::replace(local.begin(), local.end(), '*', 'a');
   if (HasNonAscii(local) && KORV::POSTARA_SERVER::StripInvalidEaiChars(local) != local) {
     return false;
   }
-  out = pattern.substr(0, at + 1) + domain;
+  ascii.insert(0, pattern, 0, begin);
+  utf8.insert(0, pattern, 0, begin);
   return true;
+}
+
+std::string EscapeRegex(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (kRegexSpecial.find(c) != std::string_view::npos) {
+      escaped += '\\';
+    }
+    escaped += c;
+  }
+  return escaped;
+}
+
+// A text with "*" as a regular expression. Several stars written as ".*" would try every way to
+// divide the address among them, for minutes. What stands between two stars fits best where it
+// fits first, so each such piece is looked for once and kept; only the last star may move.
+std::string GlobToRegex(const std::string& glob) {
+  const size_t first = glob.find('*');
+  if (first == std::string::npos) {
+    return EscapeRegex(glob);
+  }
+  const size_t last = glob.rfind('*');
+  std::string regex = EscapeRegex(glob.substr(0, first));
+  for (size_t begin = first + 1; begin <= last;) {
+    const size_t end = glob.find('*', begin);
+    if (end > begin) {
+      regex += "(?>.*?" + EscapeRegex(glob.substr(begin, end - begin)) + ")";
+    }
+    begin = end + 1;
+  }
+  return regex + ".*" + EscapeRegex(glob.substr(last + 1));
 }
 
 }  // namespace
@@ -86,26 +119,17 @@ std::string EscapePerlString(const std::string& text) {
 }
 
 bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test) {
-  std::string address;
+  std::string ascii;
+  std::string utf8;
   if (pattern.empty() || pattern.find('\\') != std::string::npos ||
-      korvmailserver::HasControlCharacter(pattern) || !PatternToPunycode(pattern, address)) {
+      korvmailserver::HasControlCharacter(pattern) || !PatternForms(pattern, ascii, utf8)) {
     return false;
   }
-  std::string regex;
-  bool after_star = false;
-  for (const char c : address) {
-    if (c == '*') {
-      regex += after_star ? "" : ".*";  // a run means what one means, and would only backtrack more
-      after_star = true;
-      continue;
-    }
-    after_star = false;
-    if (kRegexSpecial.find(c) != std::string_view::npos) {
-      regex += '\\';
-    }
-    regex += c;
+  const std::string begin = std::string("(") + VariableName(target) + " =~ /^";
+  test = begin + GlobToRegex(ascii) + "$/i)";
+  if (utf8 != ascii) {
+    test = "(" + test + " || " + begin + GlobToRegex(utf8) + "$/i))";
   }
-  test = std::string("(") + VariableName(target) + " =~ /^" + regex + "$/i)";
   return true;
 }
 

@@ -1,4 +1,5 @@
 // The filter's configuration: maps of names, members of groups, one condition per disclaimer.
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -71,54 +72,81 @@ std::string TextOf(const Json::Value& value) {
   return value.isString() ? value.asString() : "";
 }
 
-std::vector<std::string> BuildTests(RuleBuilder& builder, const Json::Value& rules,
-                                    Json::Value& explained) {
-  std::vector<std::string> tests;
-  explained = Json::Value(Json::arrayValue);
-  if (!rules.isArray()) {
-    return tests;
-  }
-  for (Json::ArrayIndex i = 0; i < rules.size(); ++i) {
+// The tests of one list of rules.
+struct Tests {
+  std::vector<std::string> texts;
+  Json::Value built{Json::arrayValue};     // of each test: place and text
+  Json::Value left_out{Json::arrayValue};  // places of rules that have no test
+};
+
+// False when an account system that does not answer keeps a rule from being built: the text would
+// go where an exception forbids it.
+bool BuildTests(RuleBuilder& builder, const Json::Value& rules, Tests& tests) {
+  for (Json::ArrayIndex i = 0; rules.isArray() && i < rules.size(); ++i) {
     std::string test;
-    if (!rules[i].isObject() || !builder.Build(rules[i], test)) {
+    const RuleOutcome outcome =
+        rules[i].isObject() ? builder.Build(rules[i], test) : RuleOutcome::kLeftOut;
+    if (outcome == RuleOutcome::kUnknown) {
+      return false;
+    }
+    if (outcome == RuleOutcome::kLeftOut) {
+      tests.left_out.append(i);
       continue;
     }
     Json::Value entry(Json::objectValue);
     entry["index"] = i;
     entry["test"] = test;
-    explained.append(entry);
-    tests.push_back(test);
+    tests.built.append(entry);
+    tests.texts.push_back(test);
   }
-  return tests;
+  return true;
 }
 
-// False when the disclaimer takes no part: it is switched off, or a log line says what is wrong.
-bool BuildDisclaimer(RuleBuilder& builder, const Json::Value& disclaimer, Json::Value& entry) {
+// One that wants all its match rules applies to more mail when it has lost some.
+void WarnOfLostRules(const std::string& name, const std::string& op, const Tests& matches) {
+  if (op == "and" && !matches.left_out.empty() && !matches.texts.empty()) {
+    LOG_WARNING("disclaimer '%s' wants all of its match rules, of which %u could not be used",
+                name.c_str(), matches.left_out.size());
+  }
+}
+
+enum class Outcome { kDone, kLeftOut, kFailed };
+
+// kLeftOut when the disclaimer takes no part: it is switched off, or a log line says what is wrong.
+Outcome BuildDisclaimer(RuleBuilder& builder, const Json::Value& disclaimer, Json::Value& entry) {
   if (disclaimer["enabled"] != Json::Value(true)) {
-    return false;
+    return Outcome::kLeftOut;
   }
   const std::string name = TextOf(disclaimer["name"]);
   const std::string op = TextOf(disclaimer["op"]);
   if (name.empty() || (op != "and" && op != "or")) {
     LOG_ERROR("skip invalid disclaimer '%s'", name.c_str());
-    return false;
+    return Outcome::kLeftOut;
   }
-  entry = Json::Value(Json::objectValue);
-  const auto matches = BuildTests(builder, disclaimer["match_rule_list"], entry["match"]);
-  const auto exceptions =
-      BuildTests(builder, disclaimer["exception_rule_list"], entry["exceptions"]);
-  if (matches.empty()) {
+  Tests matches;
+  Tests exceptions;
+  if (!BuildTests(builder, disclaimer["match_rule_list"], matches) ||
+      !BuildTests(builder, disclaimer["exception_rule_list"], exceptions)) {
+    return Outcome::kFailed;
+  }
+  if (matches.texts.empty()) {
     LOG_ERROR("Skip invalid disclaimer (no match rule)");
-    return false;
+    return Outcome::kLeftOut;
   }
+  WarnOfLostRules(name, op, matches);
   std::string condition;
-  JoinTests(op, matches, exceptions, condition);
+  JoinTests(op, matches.texts, exceptions.texts, condition);
+  entry = Json::Value(Json::objectValue);
   entry["condition"] = condition;
   entry["content_txt"] = TextOf(disclaimer["content_txt"]);
   entry["content_html"] = TextOf(disclaimer["content_html"]);
   entry["disabled_for_local_recipient"] =
       disclaimer["disabled_for_local_recipient"] == Json::Value(true);
-  return true;
+  entry["match"] = std::move(matches.built);
+  entry["exceptions"] = std::move(exceptions.built);
+  entry["match_left_out"] = std::move(matches.left_out);
+  entry["exceptions_left_out"] = std::move(exceptions.left_out);
+  return Outcome::kDone;
 }
 
 bool ReadRules(const std::vector<RECORD::Domain>& domains, std::vector<DomainRules>& rules) {
@@ -136,7 +164,7 @@ bool ReadRules(const std::vector<RECORD::Domain>& domains, std::vector<DomainRul
 }
 
 // Entries also tell what they were built from, and "domain_id".
-void BuildDisclaimers(const std::vector<DomainRules>& domains, DisclaimerMembers& members,
+bool BuildDisclaimers(const std::vector<DomainRules>& domains, DisclaimerMembers& members,
                       Json::Value& config) {
   Json::Value gid_username_map(Json::objectValue);
   Json::Value disclaimers(Json::arrayValue);
@@ -144,7 +172,13 @@ void BuildDisclaimers(const std::vector<DomainRules>& domains, DisclaimerMembers
     RuleBuilder builder(domain.domain_idx, members, gid_username_map);
     for (Json::ArrayIndex i = 0; i < domain.list.size(); ++i) {
       Json::Value entry;
-      if (BuildDisclaimer(builder, domain.list[i], entry)) {
+      const Outcome outcome = BuildDisclaimer(builder, domain.list[i], entry);
+      if (outcome == Outcome::kFailed) {
+        LOG_ERROR("disclaimer '%s' of domain_id[%d] cannot be worked out now, no configuration",
+                  TextOf(domain.list[i]["name"]).c_str(), domain.domain_idx);
+        return false;
+      }
+      if (outcome == Outcome::kDone) {
         entry["domain_id"] = domain.domain_idx;
         entry["place"] = i;
         disclaimers.append(std::move(entry));
@@ -153,26 +187,31 @@ void BuildDisclaimers(const std::vector<DomainRules>& domains, DisclaimerMembers
   }
   config["gid_username_map"] = std::move(gid_username_map);
   config["disclaimer_list"] = std::move(disclaimers);
+  return true;
 }
 
-// The whole configuration; each of the two callers removes what it does not show.
-int BuildConfig(Json::Value& config) {
+constexpr int kAllDomains = -1;
+
+// The configuration with the disclaimers of one domain or all; each of the two callers removes what
+// it does not show.
+int BuildConfig(int wanted, Json::Value& config) {
   const korvmailserver::AccountSnapshot snapshot;
   Json::Value result(Json::objectValue);
   std::vector<RECORD::Domain> domains;
+  if (!PublishedNames(result["all_domain_map"]) || !ListAllDomains(domains) ||
+      !StoredNames(domains, result["local_domain_map"])) {
+    return -1;
+  }
+  if (wanted != kAllDomains) {
+    const auto other = [wanted](const RECORD::Domain& d) { return d.GetDomainIdx() != wanted; };
+    domains.erase(std::remove_if(domains.begin(), domains.end(), other), domains.end());
+  }
   std::vector<DomainRules> rules;
   DisclaimerMembers members;
-  if (!PublishedNames(result["all_domain_map"])) {
+  if (!ReadRules(domains, rules) || !members.Load(rules) ||
+      !BuildDisclaimers(rules, members, result)) {
     return -1;
   }
-  if (!ListAllDomains(domains)) {
-    return -1;
-  }
-  if (!StoredNames(domains, result["local_domain_map"]) || !ReadRules(domains, rules) ||
-      !members.Load(rules)) {
-    return -1;
-  }
-  BuildDisclaimers(rules, members, result);
   config = std::move(result);
   return 0;
 }
@@ -180,28 +219,17 @@ int BuildConfig(Json::Value& config) {
 }  // namespace
 
 int MimeDefang::ExplainDisclaimerConfigs(int domain_idx, Json::Value& config) {
-  Json::Value result;
-  if (BuildConfig(result) < 0) {
-    return -1;
-  }
-  Json::Value own(Json::arrayValue);
-  for (Json::Value& entry : result["disclaimer_list"]) {
-    if (entry["domain_id"] == Json::Value(domain_idx)) {
-      own.append(std::move(entry));
-    }
-  }
-  result["disclaimer_list"] = std::move(own);
-  config = std::move(result);
-  return 0;
+  return BuildConfig(domain_idx, config);
 }
 
 int MimeDefang::GenDisclaimerConfigs(Json::Value& config) {
   Json::Value result;
-  if (BuildConfig(result) < 0) {
+  if (BuildConfig(kAllDomains, result) < 0) {
     return -1;
   }
   for (Json::Value& entry : result["disclaimer_list"]) {
-    for (const char* member : {"match", "exceptions", "domain_id", "place"}) {
+    for (const char* member :
+         {"match", "exceptions", "match_left_out", "exceptions_left_out", "domain_id", "place"}) {
       entry.removeMember(member);
     }
   }

@@ -11,6 +11,7 @@
 #include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
 #include "platform/include/files.h"
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
@@ -21,7 +22,8 @@ namespace MDOMAIN::API::INTERNAL {
 
 namespace {
 
-constexpr mode_t kFileMode = 0644;
+// The mail service's own: rules and texts name people, and Postfix does not read them.
+constexpr mode_t kFileMode = 0640;
 constexpr const char* kTextMembers[] = {"content_html", "content_txt"};
 
 // FNV-1a: it ties a file to a list, it protects nothing.
@@ -33,6 +35,18 @@ std::string Fingerprint(const std::string& text) {
   char hex[17];
   (void)snprintf(hex, sizeof(hex), "%016llx", static_cast<unsigned long long>(hash));
   return hex;
+}
+
+// One text for an id and any spelling of its number, so that 7 and "007" are one disclaimer's.
+std::string IdKey(const Json::Value& id) {
+  int number = 0;
+  if (id.isInt()) {
+    return std::to_string(id.asInt());
+  }
+  if (id.isString() && BASE::ConvertToInt(id.asString(), number)) {
+    return std::to_string(number);
+  }
+  return WriteJson(id);
 }
 
 }  // namespace
@@ -121,12 +135,13 @@ int MergeContents(int domain_idx, const std::string& text, Json::Value& list) {
     LOG_ERROR("disclaimer content parse failed, domain_id[%d]", domain_idx);
     return -1;
   }
-  std::map<Json::Value, const Json::Value*> by_id;
+  std::map<std::string, const Json::Value*> by_id;
   for (const Json::Value& content : contents) {
-    by_id.emplace(content["id"], &content);
+    by_id.emplace(IdKey(content["id"]), &content);
   }
   for (Json::Value& disclaimer : list) {
-    const auto found = disclaimer.isMember("id") ? by_id.find(disclaimer["id"]) : by_id.end();
+    const auto found =
+        disclaimer.isMember("id") ? by_id.find(IdKey(disclaimer["id"])) : by_id.end();
     if (found == by_id.end()) {
       continue;
     }

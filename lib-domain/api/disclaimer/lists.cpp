@@ -127,8 +127,17 @@ int MimeDefang::SeparateContentFromDisclaimer(int domain_idx, Json::Value& list)
   }
   Json::Value stripped = list;
   const Json::Value contents = TakeContents(stripped);
-  if (WriteContents(PATHS::DisclaimerContent(domain_idx), contents) < 0 ||
-      PublishContents(domain_idx) < 0) {
+  // Beside its place until it has its owner.
+  const std::string path = PATHS::DisclaimerContent(domain_idx);
+  const std::string beside = PendingContentPath(domain_idx, "");
+  if (WriteContents(beside, contents) < 0) {
+    return -1;
+  }
+  if (rename(beside.c_str(), path.c_str()) != 0) {
+    LOG_ERROR("fail to open disclaimer content file");
+    return -1;
+  }
+  if (PublishContents(domain_idx) < 0) {
     return -1;
   }
   list = stripped;

@@ -28,18 +28,30 @@ bool NamesAccounts(const Json::Value& disclaimer) {
           HasAccountRule(disclaimer["exception_rule_list"]));
 }
 
-// `what` names the kind of account and of id, for the log.
+// Whether the account exists: kBuilt, else with log lines. `what` names the kind of account and of
+// id, for the log. A source that does not answer has not said that anybody is gone.
 template <typename Account>
-bool Exists(int (*get)(unsigned int, Account**), void (*release)(Account*), unsigned int id,
-            const char* what) {
+RuleOutcome Look(int (*get)(unsigned int, Account**), void (*release)(Account*), int no_such,
+                 unsigned int id, const char* what) {
   Account* account = nullptr;
-  if (get(id, &account) < 0) {
-    LOG_ERROR("Failed to get %s '%u'", what, id);
-    LOG_ERROR("Skip invalid rule since user or group may be deleted");
-    return false;
+  if (get(id, &account) >= 0) {
+    release(account);
+    return RuleOutcome::kBuilt;
   }
-  release(account);
-  return true;
+  LOG_ERROR("Failed to get %s '%u'", what, id);
+  if (KLIBCErrGet() != no_such) {
+    LOG_ERROR("The account system does not tell whether '%u' exists", id);
+    return RuleOutcome::kUnknown;
+  }
+  LOG_ERROR("Skip invalid rule since user or group may be deleted");
+  return RuleOutcome::kLeftOut;
+}
+
+RuleOutcome BuiltOrInvalid(bool built) {
+  if (!built) {
+    LOG_ERROR("invalid rule, skipped.");
+  }
+  return built ? RuleOutcome::kBuilt : RuleOutcome::kLeftOut;
 }
 
 }  // namespace
@@ -83,32 +95,47 @@ const std::vector<unsigned int>* DisclaimerMembers::MembersOf(unsigned int gid) 
   return &uids_by_gid_.emplace(gid, std::move(uids)).first->second;
 }
 
-bool RuleBuilder::Build(const Json::Value& rule, std::string& test) {
+RuleOutcome RuleBuilder::Build(const Json::Value& rule, std::string& test) {
   const RuleTarget target =
       rule["target"] == Json::Value("sender") ? RuleTarget::kSender : RuleTarget::kRecipient;
   const Json::Value& type = rule["pattern_type"];
   const Json::Value& pattern = rule["pattern"];
   unsigned int id = 0;
-  bool built = false;
-  if (type == Json::Value("email")) {
-    built = pattern.isString() && EmailTest(target, pattern.asString(), test);
-  } else if (type == Json::Value("uid") && PatternAsId(pattern, id)) {
-    if (!Exists(KORVUserGetByUID, KORVUserFree, id, "user by uid")) {
-      return false;
-    }
-    std::vector<std::string> aliases;
-    built = ListAliases(id, aliases) && UserTest(target, aliases, test);
-  } else if (type == Json::Value("gid") && PatternAsId(pattern, id)) {
-    if (!Exists(KORVGroupGetByGID, KORVGroupFree, id, "group by gid")) {
-      return false;
-    }
-    built = AddMembers(id);
-    test = GroupTest(target, id);
+  if (type == Json::Value("uid") && PatternAsId(pattern, id)) {
+    return BuildUser(target, id, test);
   }
-  if (!built) {
-    LOG_ERROR("invalid rule, skipped.");
+  if (type == Json::Value("gid") && PatternAsId(pattern, id)) {
+    return BuildGroup(target, id, test);
   }
-  return built;
+  return BuiltOrInvalid(type == Json::Value("email") && pattern.isString() &&
+                        EmailTest(target, pattern.asString(), test));
+}
+
+RuleOutcome RuleBuilder::BuildUser(RuleTarget target, unsigned int uid, std::string& test) {
+  const RuleOutcome found =
+      Look(KORVUserGetByUID, KORVUserFree, KLIB_ERR_NO_SUCH_USER, uid, "user by uid");
+  if (found != RuleOutcome::kBuilt) {
+    return found;
+  }
+  std::vector<std::string> aliases;
+  if (!ListAliases(uid, aliases)) {
+    LOG_ERROR("Failed to list aliases for user id: %u", uid);
+    return RuleOutcome::kUnknown;
+  }
+  return BuiltOrInvalid(UserTest(target, aliases, test));
+}
+
+RuleOutcome RuleBuilder::BuildGroup(RuleTarget target, unsigned int gid, std::string& test) {
+  const RuleOutcome found =
+      Look(KORVGroupGetByGID, KORVGroupFree, KLIB_ERR_NO_SUCH_GROUP, gid, "group by gid");
+  if (found != RuleOutcome::kBuilt) {
+    return found;
+  }
+  if (!AddMembers(gid)) {
+    return RuleOutcome::kUnknown;
+  }
+  test = GroupTest(target, gid);
+  return RuleOutcome::kBuilt;
 }
 
 // A user with aliases in the domain may have no role there until the next refresh, and is then not

@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "lib-domain/api/disclaimer/condition.h"
+
 namespace MDOMAIN::API::INTERNAL {
 
 using AliasesByUid = std::unordered_map<unsigned int, std::vector<std::string>>;
@@ -36,6 +38,12 @@ class DisclaimerMembers {
   std::unordered_map<unsigned int, std::vector<unsigned int>> uids_by_gid_;
 };
 
+enum class RuleOutcome {
+  kBuilt,
+  kLeftOut,  // its user or group is gone, or it cannot be written as a test
+  kUnknown,  // whether its user or group exists, or who is in it, cannot be told now
+};
+
 // Builds the tests of one domain's rules; what the tests of "gid" rules look up goes into
 // `gid_username_map`. Both references must outlive the builder.
 class RuleBuilder {
@@ -43,11 +51,12 @@ class RuleBuilder {
   RuleBuilder(int domain_idx, DisclaimerMembers& members, Json::Value& gid_username_map)
       : domain_idx_(domain_idx), members_(members), gid_username_map_(gid_username_map) {}
 
-  // False, with a log line that says why, when the rule is left out: its user or group is gone, or
-  // it cannot be written as a test.
-  bool Build(const Json::Value& rule, std::string& test);
+  // Any outcome but kBuilt has a log line that says why.
+  RuleOutcome Build(const Json::Value& rule, std::string& test);
 
  private:
+  RuleOutcome BuildUser(RuleTarget target, unsigned int uid, std::string& test);
+  RuleOutcome BuildGroup(RuleTarget target, unsigned int gid, std::string& test);
   bool ListAliases(unsigned int uid, std::vector<std::string>& aliases);
   bool AddMembers(unsigned int gid);
 

@@ -16,6 +16,17 @@ bool CheckSystemView(const Json::Value& all, std::string& error);
 // must not pass for a view in which no domain has any. `all` is an array of objects.
 bool NamesDomains(const Json::Value& all);
 
+// A view in a file also has "domain_name", since an index may be another domain's by the time it is
+// read. Adds the names. False with a log line when the domains cannot be listed.
+bool AddDomainNames(Json::Value& all);
+// Gives every element that has a name the index that its domain has now; its list is dropped when
+// it is empty and the domain is gone. False with a log line when a domain with disclaimers is gone,
+// when two elements are one domain's, or when the domains cannot be listed.
+bool TakeIndexesByName(Json::Value& all);
+
+// Whether two views have the same disclaimers in every domain.
+bool HaveSameDisclaimers(const Json::Value& a, const Json::Value& b);
+
 // Whether every domain with disclaimers exists: those of a deleted one would come back with the
 // next domain of its index. False with a log line, also when the domains cannot be listed.
 bool AreDomainsKnown(const Json::Value& all);
