@@ -3,6 +3,7 @@
 #include "lib-domain/utils/updater.h"
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/handler.h"
@@ -14,6 +15,11 @@ bool Updater::Refresh() {
   summary_ = RefreshSummary();
   new_uids_.clear();
   new_groups_.clear();
+  // Whoever joins now must not get what those left who went before. A domain in which that cannot
+  // be finished keeps nobody else from an address; the reconcile step tries and reports it again.
+  if (!CONTROL::INTERNAL::FinishDepartures()) {
+    LOG_ERROR("Failed to finish what an earlier run left");
+  }
   const korvmailserver::AccountSnapshot snapshot;
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   const bool refreshed = _RefreshSteps();
