@@ -53,6 +53,7 @@ bool Domain::SetPrimary(const int& domain_idx) {
 bool Domain::Delete(const std::vector<int>& domain_idxs) {
   if (!CONTROL::Domain::Delete(domain_idxs, false)) {
     LOG_ERROR("Failed to Delete domain_ids");
+    INTERNAL::FinishLeftovers();
     return false;
   }
   return INTERNAL::TriggerUpdater();

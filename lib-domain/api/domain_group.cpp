@@ -23,6 +23,7 @@ bool DomainGroup::Set(const std::vector<RECORD::DomainGroupRole>& roles) {
 bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>& gids) {
   if (!CONTROL::DomainGroup::Delete(domain_idx, gids)) {
     LOG_ERROR("Failed to delete domain groups, domain_id: [%d]", domain_idx);
+    INTERNAL::FinishLeftovers();
     return false;
   }
   return INTERNAL::TriggerUpdater();

@@ -5,6 +5,7 @@
 
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/db/domain_group.h"
 #include "lib-domain/db/handler.h"
@@ -73,6 +74,9 @@ bool DomainUser::_SetExtraInfo(RECORD::DomainUser& user) {
 bool DomainUser::AddMembers(const int& domain_idx, const std::vector<std::string>& user_names,
                             const std::vector<std::string>& group_names,
                             std::vector<RECORD::DomainUserAlias>& aliases) {
+  if (!CONTROL::INTERNAL::FinishDepartures()) {
+    return false;
+  }
   {
     BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
     const bool added = _AddMembersImp(domain_idx, user_names, group_names, aliases);
@@ -121,6 +125,7 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
 bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& uids) {
   if (!CONTROL::DomainUser::Delete(domain_idx, uids)) {
     LOG_ERROR("Failed to delete domain users, domain_id: [%d]", domain_idx);
+    INTERNAL::FinishLeftovers();
     return false;
   }
   return INTERNAL::TriggerUpdater();

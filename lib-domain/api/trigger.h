@@ -1,12 +1,20 @@
-// How every changing call of this layer ends: what changed is published.
+// How every changing call of this layer ends: what changed is published, and whatever does not
+// follow from the model is brought in line with it.
 #ifndef LIB_DOMAIN_API_TRIGGER_H
 #define LIB_DOMAIN_API_TRIGGER_H
 
+#include "lib-domain/sync/reconcile.h"
+
 namespace MDOMAIN::API::INTERNAL {
 
-// Publishes all domain data (UTILS::Updater::Trigger). A failure is logged and is the failure of
-// the call that made the change, although the change stays.
-bool TriggerUpdater();
+// Publishes all domain data (UTILS::Updater::Trigger), then reconciles (UTILS::Reconcile) and
+// publishes again when that changed something. A failure is logged and is the failure of the call
+// that made the change, although the change stays. Reconciling is tried also when publishing
+// failed.
+bool TriggerUpdater(UTILS::ReconcileScope scope = UTILS::ReconcileScope::kEachChange);
+
+// After a change that failed half-way: brings in line what it left, and logs what it cannot.
+void FinishLeftovers();
 
 }  // namespace MDOMAIN::API::INTERNAL
 

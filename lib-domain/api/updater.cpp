@@ -7,7 +7,7 @@ namespace MDOMAIN::API {
 
 bool Updater::_RunAndTrigger(bool (UTILS::Updater::*operation)()) {
   try {
-    return (this->*operation)() && INTERNAL::TriggerUpdater();
+    return (this->*operation)() && INTERNAL::TriggerUpdater(UTILS::ReconcileScope::kFull);
   } catch (const korvmailserver::LogException& exception) {
     error_code_ = BASE::ToApiError(exception.code);
     return false;
@@ -16,6 +16,10 @@ bool Updater::_RunAndTrigger(bool (UTILS::Updater::*operation)()) {
 
 bool Updater::Refresh() {
   return _RunAndTrigger(&UTILS::Updater::Refresh);
+}
+
+bool Updater::Trigger() {
+  return INTERNAL::TriggerUpdater(UTILS::ReconcileScope::kFull);
 }
 
 bool Updater::InitDBIfNotExists() {

@@ -14,6 +14,8 @@ class MDOMAIN_EXPORT Updater : public UTILS::Updater {
   bool Refresh();
   // UTILS::Updater::InitDBIfNotExists, likewise: also when there was nothing to create.
   bool InitDBIfNotExists();
+  // UTILS::Updater::Trigger; what does not follow from the model is brought in line with it, too.
+  bool Trigger();
   // The API error number of the last exception (5618 a taken name, 5633 an invalid one, else 117);
   // 0 when there was none. A later success does not reset it.
   unsigned int GetErrorCode() const { return error_code_; }

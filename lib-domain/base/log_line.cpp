@@ -15,6 +15,7 @@ constexpr SpreadUnit kSpreadUnits[] = {
     {"lib-domain/api/bcc/", "lib-domain/api/bcc"},
     {"lib-domain/api/disclaimer/", "lib-domain/api/mimedefang"},
     {"lib-domain/api/domain_user_", "lib-domain/api/domain_user"},
+    {"lib-domain/control/dkim_settings", "lib-domain/control/domain"},
     {"lib-domain/control/domain_group_", "lib-domain/control/domain_group"},
     {"lib-domain/control/domain_settings", "lib-domain/control/domain"},
     {"lib-domain/control/domain_user_", "lib-domain/control/domain_user"},

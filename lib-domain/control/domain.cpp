@@ -9,7 +9,9 @@
 
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_internal.h"
+#include "lib-domain/control/outside_settings.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/eai.h"
@@ -87,6 +89,10 @@ bool Domain::_StoreNew(RECORD::Domain& domain, int& new_domain_idx) {
     LOG_ERROR("Get domain count failed");
     return false;
   }
+  if (!INTERNAL::ClearNewIndex(next_idx, domain.GetDomainName(), count == 0)) {
+    LOG_ERROR("Failed to clear what stands under the index, domain_id: [%d]", next_idx);
+    return false;
+  }
   if (!store_.Create(domain)) {
     LOG_ERROR("Failed to Create domain");
     return false;
@@ -160,7 +166,7 @@ bool Domain::_DeleteRows(const std::vector<int>& domain_idxs, bool allow_primary
   }
   // Before the rows go: afterwards nobody could tell who the members were.
   _NotifyBelongedUsers(domain_idxs);
-  if (!store_.Delete(domain_idxs)) {
+  if (!INTERNAL::DeleteDeparting(store_, domain_idxs)) {
     return false;
   }
   const bool marked = before != DB::Domain::Content::kDomains || store_.SetEmptiedIfEmpty();

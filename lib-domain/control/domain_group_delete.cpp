@@ -5,9 +5,11 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/db/departure.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/handler.h"
@@ -31,25 +33,36 @@ bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>&
     LOG_ERROR("Failed to _DeleteRelatedSettings, domain_id: [%d]", domain_idx);
     return false;
   }
+  // The members who left with the groups take their settings with them.
+  const bool is_finished = INTERNAL::FinishDepartures();
   if (!UTILS::NotifySMTPChangedUIDs(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
-  return true;
+  return is_finished;
 }
 
 bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned int>& gids,
                               const std::vector<unsigned int>& uids) {
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  DB::Departure departures;
+  if (!departures.AddUsers(domain_idx, uids)) {
+    return false;
+  }
   DB::DomainUser users;
   if (!users.DeleteUsersAliases(domain_idx, uids)) {
     LOG_ERROR("Failed to DeleteUsersAliases");
+    departures.DeleteUsers(domain_idx, uids);  // they are still there
     return false;
   }
   if (!users.DeleteUsersRoles(domain_idx, uids)) {
     LOG_ERROR("Failed to DeleteUsersAliases");  // the text of both deletions
     return false;
   }
+  if (!departures.AddGroups(domain_idx, gids)) {
+    return false;
+  }
   if (!store_.DeleteGroupsRoles(domain_idx, gids)) {
+    departures.DeleteGroups(domain_idx, gids);
     LOG_ERROR("Failed to DeleteGroupsRoles");
     return false;
   }

@@ -5,12 +5,12 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/departure.h"
+#include "lib-domain/control/dkim_settings.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/alias.h"
 #include "platform/include/domain_setting.h"
-#include "platform/include/files.h"
-#include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -46,7 +46,8 @@ bool Domain::_DeleteRelatedSettings(const std::vector<int>& domain_idxs) {
                _DeleteBCCRelatedSettings(domain_idx) && _DeleteDisclaimerSettings(domain_idx) &&
                _DeleteDKIMSettings(domain_idx);
       });
-  return (domain_idxs.empty() || PublishBccRules()) && deleted;
+  const bool published = domain_idxs.empty() || PublishBccRules();
+  return deleted && published && INTERNAL::ForgetClearedDomains(domain_idxs);
 }
 
 bool Domain::_DeleteAliasRelatedSettings(const int& domain_idx) {
@@ -93,6 +94,7 @@ bool Domain::_DeleteDisclaimerSettings(const int& domain_idx) {
     case INTERNAL::DisclaimerOutcome::kSaveFailed:
       LOG_ERROR("Failed to save mimedefang settings");
       return false;
+    case INTERNAL::DisclaimerOutcome::kListFailed:  // is found at the end
     case INTERNAL::DisclaimerOutcome::kDone:
       break;
   }
@@ -100,16 +102,7 @@ bool Domain::_DeleteDisclaimerSettings(const int& domain_idx) {
 }
 
 bool Domain::_DeleteDKIMSettings(const int& domain_idx) {
-  const std::string index = std::to_string(domain_idx);
-  if (mailConfSet("enable_dkim_sign-" + index, "no", true, 0) < 0 ||
-      mailConfSet("dkim_selector-" + index, "", true, 0) < 0) {
-    LOG_ERROR("Failed to mailConfSet");
-    return false;
-  }
-  // Most domains never had keys.
-  postara::sdk::Unlink(PATHS::DkimPrivateKey(domain_idx));
-  postara::sdk::Unlink(PATHS::DkimPublicKey(domain_idx));
-  return true;
+  return INTERNAL::ClearDkim(domain_idx);
 }
 
 }  // namespace MDOMAIN::CONTROL

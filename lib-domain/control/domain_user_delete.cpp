@@ -5,8 +5,10 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/db/departure.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/user.h"
 #include "lib-domain/utils/domain_backend_related.h"
@@ -44,15 +46,20 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
   if (!FindRemovals(store_, domain_idx, uids, removals)) {
     return false;
   }
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   if (!UTILS::NotifySMTPChangedUIDs(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
-  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   if (!store_.RemoveUsersFromDomainGroups(removals)) {
     LOG_ERROR("Failed to RemoveUsersFromDomainGroups");
     return false;
   }
+  DB::Departure departures;
+  if (!departures.AddUsers(domain_idx, uids)) {
+    return false;
+  }
   if (!_DeleteRows(domain_idx, uids)) {
+    departures.DeleteUsers(domain_idx, uids);  // they are still there
     return false;
   }
   if (!UpdateDuplicateAlias({domain_idx}) || scope.Commit() != 0) {
@@ -63,7 +70,7 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
     LOG_ERROR("Failed to _DeleteRelatedSettings, domain_id: [%d]", domain_idx);
     return false;
   }
-  return true;
+  return departures.DeleteUsers(domain_idx, uids);
 }
 
 bool DomainUser::_DeleteRows(const int& domain_idx, const std::vector<unsigned int>& uids) {
@@ -131,7 +138,12 @@ bool DomainUser::_DeleteAliasRelatedSettings(const int& domain_idx,
 
 bool DomainUser::_DeleteBCCRelatedSettings(const int& domain_idx,
                                            const std::list<std::string>& names) {
-  switch (INTERNAL::DeleteUsersBcc(domain_idx, {names.begin(), names.end()})) {
+  std::vector<std::string> aliases;
+  if (!INTERNAL::ListDepartedAliases(domain_idx, aliases)) {
+    LOG_ERROR("Failed to deleteBCC");
+    return false;
+  }
+  switch (INTERNAL::DeleteUsersBcc(domain_idx, {names.begin(), names.end()}, aliases)) {
     case INTERNAL::BccOutcome::kNoInstance:
       LOG_ERROR("Failed to get bcc instance, domain_id: [%d]", domain_idx);
       return false;

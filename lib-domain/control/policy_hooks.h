@@ -1,31 +1,43 @@
 // What the controls have removed from the per-domain mail policies (BCC rules, disclaimers).
 //
 // The policies are built on the controls, so these functions are only declared here. They are
-// defined in lib-domain/api/bcc/hooks.cpp and lib-domain/api/disclaimer/hooks.cpp. None of them
-// logs for itself: the control that called does.
+// defined in lib-domain/api/bcc (hooks.cpp, departure.cpp) and lib-domain/api/disclaimer/hooks.cpp.
+// Those that remove leave the log to the control that called; those that list log one line.
 #ifndef LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
 #define LIB_DOMAIN_CONTROL_POLICY_HOOKS_H
 
+#include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 enum class BccOutcome { kDone, kNoInstance, kFailed };
-enum class DisclaimerOutcome { kDone, kLoadFailed, kSaveFailed };
+enum class DisclaimerOutcome { kDone, kLoadFailed, kListFailed, kSaveFailed };
+
+// Whether a domain index is asked about.
+using IndexFilter = std::function<bool(int domain_idx)>;
+
+// Adds the indexes asked about that have a rule (a disclaimer or its text).
+bool ListBccDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs);
+bool ListDisclaimerDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs);
 
 // Removes every rule of the domain, and of no other.
 BccOutcome DeleteDomainBcc(int domain_idx);
-// Removes the domain's rules whose destination is one of `names`, ignoring case.
-BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names);
+// Removes the domain's rules whose destination is one of the account names, ignoring case. Then the
+// rules for these accounts, and those for and to `aliases`, local parts that nobody in the domain
+// has any more: bare, or at one of the domain's names. An alias that the alias table has stays.
+BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names,
+                          const std::vector<std::string>& aliases = {});
 
 // The key under which other machines find the settings database with the BCC rules.
 constexpr const char* kBccFileKey = "bcc_db";
 // Publishes that file under it.
 bool PublishBccFile(const std::string& path);
 
-// Empties the domain's disclaimer list and saves the settings that follow from all lists. A list
-// that cannot be emptied is logged where it fails and is no failure.
+// Empties the domain's disclaimer list and saves the settings that follow from all lists. They are
+// saved, too, when the list cannot be emptied, which is logged where it fails.
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx);
 // Removes the rules that name these users (groups) from the domain's disclaimers. False when the
 // settings could not be loaded, changed or saved.

@@ -11,6 +11,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/change_counter.h"
 #include "lib-domain/db/email_owner.h"
 #include "lib-domain/db/reader.h"
 #include "platform/include/eai.h"
@@ -75,8 +76,10 @@ void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
 bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content) {
   DB::EmailOwner registry(path);
   BatchScope scope(&registry);
+  const std::string remember = "PRAGMA user_version = " + std::to_string(DB::GetChangeCounter());
   return registry.CreateDomainPart(content.domains) &&
-         registry.CreateLocalPart(content.local_parts) && scope.Commit() == 0;
+         registry.CreateLocalPart(content.local_parts) && registry.exeCmds({remember}, true) == 0 &&
+         scope.Commit() == 0;
 }
 
 // Keeps writers from the old file as long as it lives. A journal beside the file belongs to a

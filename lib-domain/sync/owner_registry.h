@@ -25,6 +25,7 @@ MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 
 // Writes `content` as one transaction into a new file and renames it over `path`, so that a reader
 // sees the old or the new registry, whole. Waits up to 10 seconds for a writer of the old one.
+// The file remembers in its user_version which state of the domain database it was built from.
 // False with one log line, and the old file untouched.
 MDOMAIN_EXPORT bool ReplaceOwnerRegistry(const std::string& path,
                                          const OwnerRegistryContent& content);

@@ -4,6 +4,7 @@
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/control/user.h"
 #include "lib-domain/db/domain_user.h"
@@ -85,7 +86,7 @@ bool WriteMirror(const Words& words, Control& control,
     LOG_ERROR("Failed to Set %ss", words.noun);
     return false;
   }
-  if (!control.Delete(difference.deleted_ids)) {
+  if (!CONTROL::INTERNAL::DeleteDeparting(control, difference.deleted_ids)) {
     LOG_ERROR("Failed to Delete %ss", words.noun);
     return false;
   }

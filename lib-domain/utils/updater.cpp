@@ -3,6 +3,7 @@
 #include "lib-domain/utils/updater.h"
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/domain.h"
@@ -17,6 +18,11 @@ bool Updater::Refresh() {
   new_groups_.clear();
   domains_with_users_.clear();
   domains_with_groups_.clear();
+  // Whoever joins now must not get what those left who went before. A domain in which that cannot
+  // be finished keeps nobody else from an address; the reconcile step tries and reports it again.
+  if (!CONTROL::INTERNAL::FinishDepartures()) {
+    LOG_ERROR("Failed to finish what an earlier run left");
+  }
   const korvmailserver::AccountSnapshot snapshot;
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   const bool is_unfinished_known = _ListUnfinished();

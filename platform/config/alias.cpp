@@ -43,6 +43,9 @@ constexpr char kDeleteMembers[] =
     "DELETE FROM alias_member_table WHERE domain_id = ?1 AND kind = ?2"
     " AND member COLLATE NOCASE IN (?";
 
+constexpr char kSelectDomains[] =
+    "SELECT domain_id FROM alias_table UNION SELECT domain_id FROM alias_member_table";
+
 constexpr int kBusyTimeout = 60000;
 
 // Names in one statement, which walks through the domain's members once. SQLite may be built to
@@ -230,6 +233,22 @@ int Alias::load() {
   entries_ = std::move(entries);
   loaded_ = true;
   return 0;
+}
+
+int Alias::listDomains(std::set<int>& domain_ids) const {
+  if (!KLIBCFileExist(path_.c_str())) {
+    return 0;
+  }
+  DBHandler db(path_, kSchema);
+  db.setReadOnlyAllowed(true);
+  if (db.connect() != 0) {
+    return -1;
+  }
+  db.setBusyTimeout(kBusyTimeout);
+  const bool is_read = Statement(db.getDB(), kSelectDomains).ForEachRow([&](const Statement& row) {
+    domain_ids.insert(row.Int(0));
+  });
+  return is_read ? 0 : Fail(path_, sqlite3_errmsg(db.getDB()));
 }
 
 bool Alias::isAlias(const std::string& name, int domain_id) const {

@@ -44,6 +44,12 @@ constexpr std::array<const char*, 2> kDeleteRows = {
     "DELETE FROM multi_domain_enable_table WHERE domain_id = ?1",
     "DELETE FROM multi_domain_rate_table WHERE domain_id = ?1"};
 
+constexpr char kHasTables[] = "SELECT 1 FROM sqlite_master WHERE name = 'multi_domain_rate_table'";
+// Each id once, with the number of tables that have it.
+constexpr char kSelectDomains[] =
+    "SELECT domain_id, count(*) FROM (SELECT domain_id FROM multi_domain_enable_table UNION ALL "
+    "SELECT domain_id FROM multi_domain_rate_table) GROUP BY domain_id";
+
 constexpr int kBusyTimeout = 60000;
 
 bool Run(sqlite3* db, const char* sql, int domain_id) {
@@ -89,6 +95,33 @@ int DomainSetting::DelSettings(int domain_id) {
     return 0;
   }
   return RunOnBothTables(path_, kDeleteRows, domain_id);
+}
+
+int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_domain_ids) {
+  if (!KLIBCFileExist(path_.c_str())) {
+    return 0;
+  }
+  DBHandler db(path_, SettingsSchema());
+  db.setReadOnlyAllowed(true);
+  if (db.connect() != 0) {
+    return -1;
+  }
+  db.setBusyTimeout(kBusyTimeout);
+  const int found = korvmailserver::Statement(db.getDB(), kHasTables).Step();
+  if (found == SQLITE_DONE) {
+    return 0;
+  }
+  korvmailserver::Statement domains(db.getDB(), kSelectDomains);
+  if (found == SQLITE_ROW && domains.ForEachRow([&](const korvmailserver::Statement& row) {
+        domain_ids.insert(row.Int(0));
+        if (row.Int(1) == static_cast<int>(kInsertRows.size())) {
+          whole_domain_ids.insert(row.Int(0));
+        }
+      })) {
+    return 0;
+  }
+  maillog(korvmailserver::kLogError, "settings database %s: %s", path_.c_str(), domains.Error());
+  return -1;
 }
 
 }  // namespace MultipleDomain

@@ -7,6 +7,7 @@
 #define PLATFORM_ALIAS_H
 
 #include <list>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,9 +28,11 @@ class MDOMAIN_EXPORT Alias {
 
   explicit Alias(const std::string& path);
   // All return 0, or negative with one log line and nothing changed. load() reads the whole store;
-  // a missing file is an empty store and is created only by set(). The others need a load() before;
-  // removing what is not there is success.
+  // a missing file is an empty store and is created only by set(). Those that change need a load()
+  // before; removing what is not there is success.
   int load();
+  // Adds the ids of all domains that have entries or members, by itself and without a load().
+  int listDomains(std::set<int>& domain_ids) const;
   // Every entry, by domain id, then name.
   const std::vector<Entry>& list() const { return entries_; }
   // Whether there is an entry with exactly this name, byte for byte, and domain id.

@@ -3,6 +3,7 @@
 #ifndef PLATFORM_DOMAIN_SETTING_H
 #define PLATFORM_DOMAIN_SETTING_H
 
+#include <set>
 #include <string>
 
 #include "platform/include/export.h"
@@ -20,6 +21,9 @@ class MDOMAIN_EXPORT DomainSetting {
   int CreateSettings(int domain_id);
   // Removes the rows. 0 (also when there are none, or no database), or negative with one log line.
   int DelSettings(int domain_id);
+  // Adds the ids of the domains that have a row in one of the two tables, and of those that have
+  // one in both. 0 (also when there are none, or no database), or negative with one log line.
+  int ListDomains(std::set<int>& domain_ids, std::set<int>& whole_domain_ids);
 
  private:
   std::string path_;

@@ -248,13 +248,17 @@ TEST_F(DomainDeletion, StopsAtTheStepThatFails) {
       });
 }
 
-// Whether the filter has to run was not settled any more.
-TEST_F(DomainDeletion, GoesOnWhenDisclaimersCannotBeEmptied) {
+// Whether the filter has to run was not settled any more, and the deletion was said to be done.
+TEST_F(DomainDeletion, GoesOnWhenDisclaimersCannotBeEmptiedAndSaysSo) {
+  const std::string list = R"([{"id":1,"name":"n","enabled":true}])";
+  mailConfSet("mimedefang_disclaimers-2", list, true, 0);
   FailOn("mailConfSet", "mimedefang_disclaimers-2");
-  EXPECT_TRUE(Domain().Delete({2}, false));
+  EXPECT_FALSE(Domain().Delete({2}, false));
   EXPECT_TRUE(Logged("Failed to set Config"));
+  EXPECT_TRUE(Logged("The deleted domain still has disclaimers ("));
   EXPECT_EQ(Configured("mimedefang_enable"), "no");
-  EXPECT_EQ(Remains(2), "disclaimers ");
+  EXPECT_EQ(Configured("mimedefang_disclaimers-2"), list);
+  EXPECT_EQ(Remains(2), "");
 }
 
 TEST_F(DomainControl, AdditionalNames) {

@@ -1,6 +1,12 @@
 // mdomain domain: the domains themselves. Their additional names are in domain_names.cpp.
 #include "lib-domain/api/domain.h"
 
+#include <algorithm>
+
+#include "lib-domain/api/updater.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/departure.h"
+#include "lib-domain/control/outside_settings.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/maillog.h"
 #include "tools/mdomain/arguments.h"
@@ -143,33 +149,122 @@ void Set(Call& call) {
   PrintDone(call, domain.GetDomainIdx(), "changed");
 }
 
+// Whether one of the indexes still has its domain.
+bool AreThere(const std::vector<int>& idxs) {
+  const Domains domains;
+  return std::any_of(domains.all().begin(), domains.all().end(), [&](const KnownDomain& domain) {
+    return std::find(idxs.begin(), idxs.end(), domain.idx) != idxs.end();
+  });
+}
+
+// A domain as typed: one of the model, or one whose deletion was not finished.
+struct TypedForDeletion {
+  int idx;
+  std::string title;
+  bool is_gone;
+};
+
+// What a deletion left under the index: "BCC rules (FILE), disclaimers (FOLDER)".
+std::string Leftovers(int idx) {
+  std::vector<std::string> kinds;
+  if (!MDOMAIN::CONTROL::INTERNAL::ListUnderIndex(idx, kinds)) {
+    return "settings (the messages above say where)";
+  }
+  return MDOMAIN::BASE::Join(kinds, ", ");
+}
+
+// Takes what the text names from the deletions that are on record; false when none of them is
+// meant.
+bool FindUnfinished(const std::string& text, TypedForDeletion& found) {
+  std::vector<MDOMAIN::CONTROL::INTERNAL::PendingDeparture> pending;
+  if (!MDOMAIN::CONTROL::INTERNAL::ListPendingDepartures(pending)) {
+    throw Failure(kFailed, "the domains could not be read");
+  }
+  for (const auto& departure : pending) {
+    if (!departure.deleted_name.empty() && (text == std::to_string(departure.domain_idx) ||
+                                            SameDomainName(text, departure.deleted_name))) {
+      found = {departure.domain_idx,
+               std::to_string(departure.domain_idx) + " (" + departure.deleted_name + ")", true};
+      return true;
+    }
+  }
+  int idx = 0;
+  if (!MDOMAIN::BASE::ConvertToInt(text, idx) || idx < 1 || Leftovers(idx).empty()) {
+    return false;
+  }
+  found = {idx, text, true};
+  return true;
+}
+
+TypedForDeletion FindForDeletion(const Domains& domains, const std::string& text) {
+  TypedForDeletion found;
+  const bool is_known =
+      std::any_of(domains.all().begin(), domains.all().end(), [&](const KnownDomain& domain) {
+        return text == std::to_string(domain.idx) || SameDomainName(text, domain.name);
+      });
+  if (!is_known && FindUnfinished(text, found)) {
+    return found;
+  }
+  const KnownDomain& domain = domains.Find(text);
+  if (domain.is_primary) {
+    throw Failure(kRefused, "domain " + domain.Title() +
+                                " is the primary domain: make another one primary first");
+  }
+  return {domain.idx, domain.Title(), false};
+}
+
+// Ends the command when something of the domains is left. Publishing also reconciles, so it is what
+// tries again.
+void RequireFinished(const std::vector<TypedForDeletion>& typed) {
+  const bool is_published = MDOMAIN::API::Updater().Trigger();
+  for (const TypedForDeletion& domain : typed) {
+    const std::string left = Leftovers(domain.idx);
+    if (!left.empty()) {
+      throw Failure(kFailed, "domain " + domain.title + " deleted, but its " + left +
+                                 " could not be removed: run the same command again");
+    }
+  }
+  if (!is_published) {
+    throw Failure(kFailed, "the deletion could not be published: run mdomain publish");
+  }
+}
+
 void Delete(Call& call) {
   const Domains domains;
+  std::vector<TypedForDeletion> typed;
   std::vector<int> idxs;
-  std::string titles;
+  std::string deleted;
+  std::string finished;
+  Json::Value done;
   for (const std::string& text : call.List("DOMAIN")) {
-    const KnownDomain& domain = domains.Find(text);
-    if (domain.is_primary) {
-      throw Failure(kRefused, "domain " + domain.Title() +
-                                  " is the primary domain: make another one primary first");
+    typed.push_back(FindForDeletion(domains, text));
+    std::string& titles = typed.back().is_gone ? finished : deleted;
+    titles += (titles.empty() ? "" : ", ") + typed.back().title;
+    if (!typed.back().is_gone) {
+      idxs.push_back(typed.back().idx);
     }
-    idxs.push_back(domain.idx);
-    titles += (titles.empty() ? "" : ", ") + domain.Title();
+    done["deleted"].append(typed.back().idx);
   }
   int users = 0;
   for (const MDOMAIN::RECORD::Domain& record : DomainRecords(idxs)) {
     users += record.GetUserNum();
   }
-  call.Confirm("Delete domain " + titles + " with the addresses of " +
-               Counted(static_cast<size_t>(users), "user") + " and all its mail settings?");
-  if (!MDOMAIN::API::Domain().Delete(idxs)) {
-    throw Failure(kFailed, "deleting domain " + titles + " failed");
+  call.Confirm(idxs.empty() ? "Finish the deletion of domain " + finished + "?"
+                            : "Delete domain " + deleted + " with the addresses of " +
+                                  Counted(static_cast<size_t>(users), "user") +
+                                  " and all its mail settings?");
+  const bool is_deleted = idxs.empty() || MDOMAIN::API::Domain().Delete(idxs);
+  if (!is_deleted && AreThere(idxs)) {
+    throw Failure(kFailed, "deleting domain " + deleted + " failed");
   }
-  Json::Value done;
-  for (const int idx : idxs) {
-    done["deleted"].append(idx);
+  if (!is_deleted || !finished.empty()) {
+    RequireFinished(typed);
   }
-  call.out().Done(done, "domain " + titles + " deleted");
+  const std::string deleted_sentence = deleted.empty() ? "" : "domain " + deleted + " deleted";
+  const std::string finished_sentence =
+      finished.empty() ? "" : "deletion of domain " + finished + " finished";
+  call.out().Done(done, deleted_sentence + (deleted.empty() || finished.empty() ? "" : ", ") +
+                            finished_sentence);
 }
 
 void Primary(Call& call) {

@@ -1,12 +1,33 @@
-// The clean-up of blind-copy rules when a domain or its users go.
+// The clean-up of blind-copy rules when a domain goes; that of its users is in departure.cpp.
 //
 // Works on the given domain, whatever domain the process-wide object was made for.
 #include "lib-domain/api/bcc.h"
+#include "lib-domain/base/paths.h"
 #include "lib-domain/control/policy_hooks.h"
-#include "platform/include/account.h"
+#include "lib-domain/db/reader.h"
 #include "platform/include/key_store.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
+
+namespace {
+
+constexpr const char* kHasRules = "SELECT 1 FROM sqlite_master WHERE name = 'bcc_table'";
+constexpr const char* kSelectDomains =
+    "SELECT DISTINCT domain_id FROM bcc_table WHERE domain_id > 0";
+
+}  // namespace
+
+bool ListBccDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
+  DB::INTERNAL::Reader reader(PATHS::SettingsDb());
+  bool has_rules = false;
+  const auto keep = [&](const korvmailserver::Statement& row) {
+    if (is_asked(row.Int(0))) {
+      domain_idxs.insert(row.Int(0));
+    }
+  };
+  return reader.Open() && reader.ForEachRow(kHasRules, [&](const auto&) { has_rules = true; }) &&
+         (!has_rules || reader.ForEachRow(kSelectDomains, keep));
+}
 
 BccOutcome DeleteDomainBcc(int domain_idx) {
   BCC* bcc = BCC::getInstance(domain_idx);
@@ -14,23 +35,6 @@ BccOutcome DeleteDomainBcc(int domain_idx) {
     return BccOutcome::kNoInstance;
   }
   return bcc->deleteAllBCC(domain_idx) < 0 ? BccOutcome::kFailed : BccOutcome::kDone;
-}
-
-BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names) {
-  BCC* bcc = BCC::getInstance(domain_idx);
-  if (bcc == nullptr) {
-    return BccOutcome::kNoInstance;
-  }
-  std::list<std::string> destinations;
-  for (const std::string& name : names) {
-    destinations.push_back(name);
-    // Accounts are mirrored under their full names, and rules name them by their short ones.
-    const std::string short_name = TrimDomainName(name);
-    if (short_name != name) {
-      destinations.push_back(short_name);
-    }
-  }
-  return bcc->deleteBCC(domain_idx, destinations) < 0 ? BccOutcome::kFailed : BccOutcome::kDone;
 }
 
 bool PublishBccFile(const std::string& path) {

@@ -15,7 +15,7 @@
 namespace MDOMAIN::API::INTERNAL {
 
 std::string DisclaimerListKey(int domain_idx) {
-  return "mimedefang_disclaimers-" + std::to_string(domain_idx);
+  return kDisclaimerListPrefix + std::to_string(domain_idx);
 }
 
 bool ParseJson(const std::string& text, Json::Value& value) {

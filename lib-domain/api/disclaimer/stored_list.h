@@ -14,6 +14,7 @@ class Domain;
 
 namespace MDOMAIN::API::INTERNAL {
 
+constexpr const char* kDisclaimerListPrefix = "mimedefang_disclaimers-";
 std::string DisclaimerListKey(int domain_idx);
 
 // Reads strict JSON: nothing after the value, no comments, no repeated member. False, with `value`

@@ -1,0 +1,149 @@
+// Which blind-copy rules go with users who leave a domain: those that send to them and those that
+// were made for them. Left in place they would copy the mail of whoever gets the name or address.
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "lib-domain/api/bcc.h"
+#include "lib-domain/api/bcc/text.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/db/domain.h"
+#include "lib-domain/db/domain_user.h"
+#include "platform/include/account.h"
+#include "platform/include/alias.h"
+
+namespace MDOMAIN::CONTROL::INTERNAL {
+
+namespace {
+
+using API::INTERNAL::DomainFormCache;
+using API::INTERNAL::SplitAddress;
+using LowerTexts = std::unordered_set<std::string>;
+
+// Tells which texts of rules stand for those who left.
+class LeaverTexts {
+ public:
+  // False when the domain cannot be read.
+  bool Load(int domain_idx, const std::vector<std::string>& names,
+            const std::vector<std::string>& aliases) {
+    names_.insert(names.begin(), names.end());
+    for (const std::string& alias : aliases) {
+      aliases_.insert(BASE::ToLowerAscii(alias));
+    }
+    return aliases_.empty() || (_LoadDomainNames(domain_idx) && _LoadOthers(domain_idx));
+  }
+  // Of a rule's name or destination: the account, a bare alias, or an address of the domain.
+  bool Has(const std::string& text) {
+    std::string local_part;
+    std::string domain;
+    const std::string lower = BASE::ToLowerAscii(text);
+    if (names_.count(lower) != 0) {
+      return true;
+    }
+    if (!SplitAddress(lower, local_part, domain)) {
+      return aliases_.count(lower) != 0 && accounts_.count(lower) == 0;
+    }
+    return aliases_.count(local_part) != 0 && domain_names_.count(_PlainForm(domain)) != 0;
+  }
+
+ private:
+  std::string _PlainForm(const std::string& domain) {
+    return BASE::ToLowerAscii(forms_.Get(domain).punycode);
+  }
+  bool _LoadDomainNames(int domain_idx) {
+    std::vector<RECORD::Domain> domains;
+    std::map<int, std::vector<std::string>> additional;
+    if (!DB::Domain().ListNames(domains) || !DB::Domain().ListAllAdditionalDomains(additional)) {
+      return false;
+    }
+    for (const RECORD::Domain& domain : domains) {
+      if (domain.GetDomainIdx() == domain_idx) {
+        additional[domain_idx].push_back(domain.GetDomainName());
+      }
+    }
+    for (const std::string& name : additional[domain_idx]) {
+      domain_names_.insert(_PlainForm(name));
+    }
+    return true;
+  }
+  // A bare text that is somebody's account name means that account, and an entry of the alias table
+  // is an address whoever leaves.
+  bool _LoadOthers(int domain_idx) {
+    std::unordered_map<std::string, std::vector<std::string>> aliases_by_user;
+    Alias table(PATHS::AliasDb());
+    if (!DB::DomainUser().GetAllUserAliases(domain_idx, aliases_by_user) || table.load() < 0) {
+      return false;
+    }
+    for (const auto& user : aliases_by_user) {
+      accounts_.insert(BASE::ToLowerAscii(TrimDomainName(user.first)));
+    }
+    for (const Alias::Entry& entry : table.list()) {
+      if (entry.domain_id == domain_idx) {
+        aliases_.erase(BASE::ToLowerAscii(entry.name));
+      }
+    }
+    return true;
+  }
+
+  LowerTexts names_;
+  LowerTexts aliases_;
+  LowerTexts accounts_;
+  LowerTexts domain_names_;
+  DomainFormCache forms_;
+};
+
+// Accounts are mirrored under their full names, and rules name them by their short ones.
+std::vector<std::string> WithShortNames(const std::vector<std::string>& names) {
+  std::vector<std::string> all;
+  for (const std::string& name : names) {
+    all.push_back(name);
+    const std::string short_name = TrimDomainName(name);
+    if (short_name != name) {
+      all.push_back(short_name);
+    }
+  }
+  return all;
+}
+
+// The name of a rule for the whole domain is the domain's own.
+bool IsOfLeaver(LeaverTexts& texts, const BccInfo& rule) {
+  return texts.Has(rule.bcc_to) || (rule.type != BCC_DOMAIN && texts.Has(rule.name));
+}
+
+bool DeleteRulesOf(BCC& bcc, int domain_idx, LeaverTexts& texts) {
+  std::list<BccInfo> gone;
+  for (const int type : {BCC_RECIPIENT, BCC_SENDER, BCC_DOMAIN}) {
+    std::list<BccInfo> rules;
+    if (bcc.LoadBCCList(type, domain_idx, 0, -1, "name", "asc", rules) < 0) {
+      return false;
+    }
+    rules.remove_if([&texts](const BccInfo& rule) { return !IsOfLeaver(texts, rule); });
+    gone.splice(gone.end(), rules);
+  }
+  return gone.empty() || bcc.deleteBCC(domain_idx, gone) >= 0;
+}
+
+}  // namespace
+
+BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names,
+                          const std::vector<std::string>& aliases) {
+  BCC* bcc = BCC::getInstance(domain_idx);
+  if (bcc == nullptr) {
+    return BccOutcome::kNoInstance;
+  }
+  std::vector<std::string> accounts = WithShortNames(names);
+  const std::list<std::string> destinations(accounts.begin(), accounts.end());
+  if (bcc->deleteBCC(domain_idx, destinations) < 0) {
+    return BccOutcome::kFailed;
+  }
+  std::transform(accounts.begin(), accounts.end(), accounts.begin(), BASE::ToLowerAscii);
+  LeaverTexts texts;
+  const bool is_done =
+      texts.Load(domain_idx, accounts, aliases) && DeleteRulesOf(*bcc, domain_idx, texts);
+  return is_done ? BccOutcome::kDone : BccOutcome::kFailed;
+}
+
+}  // namespace MDOMAIN::CONTROL::INTERNAL

@@ -1,0 +1,127 @@
+// The kinds of settings under an index. Those of the policies come through their hooks.
+#include "lib-domain/control/outside_settings.h"
+
+#include <map>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/dkim_settings.h"
+#include "lib-domain/db/departure.h"
+#include "platform/include/alias.h"
+#include "platform/include/domain_setting.h"
+#include "platform/include/mail_conf.h"
+
+namespace MDOMAIN::CONTROL::INTERNAL {
+
+namespace {
+
+// Adds what a platform operation that lists all indexes gives.
+template <typename List>
+bool AddAsked(const IndexFilter& is_asked, std::set<int>& domain_idxs, const List& list) {
+  std::set<int> all;
+  if (list(all) < 0) {
+    return false;
+  }
+  for (const int domain_idx : all) {
+    if (domain_idx > 0 && is_asked(domain_idx)) {
+      domain_idxs.insert(domain_idx);
+    }
+  }
+  return true;
+}
+
+bool ListAliasDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
+  return AddAsked(is_asked, domain_idxs,
+                  [](std::set<int>& all) { return Alias(PATHS::AliasDb()).listDomains(all); });
+}
+
+bool ClearAliases(int domain_idx) {
+  Alias alias(PATHS::AliasDb());
+  return alias.load() >= 0 && alias.delDomainAlias(domain_idx) >= 0;
+}
+
+bool ListLimitDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
+  return AddAsked(is_asked, domain_idxs, [](std::set<int>& all) {
+    std::set<int> whole;
+    return MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(all, whole);
+  });
+}
+
+bool ClearLimits(int domain_idx) {
+  return MultipleDomain::DomainSetting(PATHS::SettingsDb()).DelSettings(domain_idx) >= 0;
+}
+
+bool ClearBcc(int domain_idx) {
+  return DeleteDomainBcc(domain_idx) == BccOutcome::kDone;
+}
+
+bool ClearDisclaimers(int domain_idx) {
+  return DeleteDomainDisclaimers(domain_idx) == DisclaimerOutcome::kDone;
+}
+
+// A domain that was deleted on purpose is not taken up again.
+bool IsMainDomainOfBefore(int domain_idx, const std::string& domain_name) {
+  std::string name;
+  std::map<int, DB::DomainDepartures> departures;
+  return mailConfGet("smtp_main_domain", name) == 0 && BASE::EqualsIgnoreCase(name, domain_name) &&
+         DB::Departure().List(departures) && departures.count(domain_idx) == 0;
+}
+
+}  // namespace
+
+const std::vector<OutsideSetting>& OutsideSettings() {
+  static const std::vector<OutsideSetting> settings = {
+      {"aliases", &PATHS::AliasDb, &ListAliasDomains, &ClearAliases},
+      {"limits", &PATHS::SettingsDb, &ListLimitDomains, &ClearLimits},
+      {"BCC rules", &PATHS::SettingsDb, &ListBccDomains, &ClearBcc},
+      {"disclaimers", &PATHS::DisclaimerDir, &ListDisclaimerDomains, &ClearDisclaimers},
+      {"DKIM keys", &DkimFolder, &ListDkimDomains, &ClearDkim},
+  };
+  return settings;
+}
+
+int IndexBehind(const std::string& prefix, const std::string& text) {
+  int domain_idx = -1;
+  if (text.rfind(prefix, 0) != 0) {
+    return -1;
+  }
+  const std::string number =
+      text.substr(prefix.size(), text.find('.', prefix.size()) - prefix.size());
+  const bool is_number =
+      !number.empty() && number.find_first_not_of("0123456789") == std::string::npos;
+  return is_number && BASE::ConvertToInt(number, domain_idx) ? domain_idx : -1;
+}
+
+bool ClearIndex(int domain_idx) {
+  bool is_clear = true;
+  for (const OutsideSetting& setting : OutsideSettings()) {
+    std::set<int> found;
+    const auto is_asked = [domain_idx](int other) { return other == domain_idx; };
+    if (!setting.list(is_asked, found) || (!found.empty() && !setting.clear(domain_idx))) {
+      LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
+                setting.place().c_str());
+      is_clear = false;
+    }
+  }
+  return is_clear && DB::Departure().DeleteDomains({domain_idx});
+}
+
+bool ClearNewIndex(int domain_idx, const std::string& domain_name, bool is_first) {
+  return (is_first && IsMainDomainOfBefore(domain_idx, domain_name)) || ClearIndex(domain_idx);
+}
+
+bool ListUnderIndex(int domain_idx, std::vector<std::string>& kinds) {
+  for (const OutsideSetting& setting : OutsideSettings()) {
+    std::set<int> found;
+    if (!setting.list([domain_idx](int other) { return other == domain_idx; }, found)) {
+      return false;
+    }
+    if (!found.empty()) {
+      kinds.push_back(std::string(setting.name) + " (" + setting.place() + ")");
+    }
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::CONTROL::INTERNAL

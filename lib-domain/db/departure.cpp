@@ -1,0 +1,179 @@
+// The statements of the table of departures. A row is (domain index, kind, id, name); an alias has
+// the uid of the user whose alias it was.
+//
+// The ids of those who leave stand in the table themselves while a record is made, so that no
+// statement needs a list of them twice, however long it is.
+#include "lib-domain/db/departure.h"
+
+#include "lib-domain/db/database.h"
+#include "lib-domain/db/statement.h"
+
+namespace MDOMAIN::DB {
+
+using namespace INTERNAL;
+
+namespace {
+
+constexpr const char* kCreateTable =
+    "CREATE TABLE IF NOT EXISTS mdomain_departure_table(domain_idx INTEGER, kind TEXT, id INTEGER, "
+    "name TEXT, PRIMARY KEY(domain_idx, kind, id, name));";
+constexpr const char* kHasTable =
+    "SELECT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = "
+    "'mdomain_departure_table')";
+constexpr const char* kList =
+    "SELECT domain_idx, kind, id, name FROM mdomain_departure_table ORDER BY domain_idx, kind, id, "
+    "name";
+
+constexpr const char* kInsertLeaving =
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT 0, 'leaving', uid, user_name FROM "
+    "user_table WHERE uid IN (%q)";
+constexpr const char* kDeleteLeaving = "DELETE FROM mdomain_departure_table WHERE kind = 'leaving'";
+#define LEAVING "(SELECT id FROM mdomain_departure_table WHERE kind = 'leaving')"
+
+// Where the leaving users are: in the given domain, or wherever rows say so.
+constexpr const char* kInDomain =
+    "SELECT %d AS domain_idx, id AS uid FROM mdomain_departure_table WHERE kind = 'leaving'";
+constexpr const char* kAnywhere =
+    "SELECT domain_idx, uid FROM domain_user_alias_table WHERE uid IN " LEAVING
+    " UNION SELECT domain_idx, uid FROM domain_user_role_table WHERE uid IN " LEAVING
+    " UNION SELECT domain_idx, uid FROM domain_group_role_table INNER JOIN group_to_user_table ON "
+    "domain_group_role_table.gid = group_to_user_table.gid WHERE uid IN " LEAVING;
+// The places; the condition on the domain.
+constexpr const char* kInsertUsers =
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT place.domain_idx, 'user', leaver.id, "
+    "CASE WHEN (place.domain_idx, lower(leaver.name)) IN (SELECT domain_idx, lower(user_name) FROM "
+    "domain_user_alias_table INNER JOIN user_table ON domain_user_alias_table.uid = "
+    "user_table.uid WHERE %s AND user_table.uid NOT IN " LEAVING
+    ") THEN '' ELSE leaver.name END FROM (%s) AS place INNER JOIN mdomain_departure_table AS "
+    "leaver ON leaver.kind = 'leaving' AND leaver.id = place.uid";
+// The condition on the domain, twice.
+constexpr const char* kInsertAliases =
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'alias', uid, account_alias "
+    "FROM domain_user_alias_table WHERE %s AND uid IN " LEAVING
+    " AND (domain_idx, lower(account_alias)) NOT IN (SELECT domain_idx, lower(account_alias) FROM "
+    "domain_user_alias_table WHERE %s AND account_alias IS NOT NULL AND uid NOT IN " LEAVING ")";
+#undef LEAVING
+
+constexpr const char* kInsertGroups =
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'group', gid, group_name FROM "
+    "group_table WHERE gid IN (%q)";
+constexpr const char* kInsertGroupsAnywhere =
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT leaver.domain_idx, 'group', leaver.gid, "
+    "CASE WHEN EXISTS (SELECT 1 FROM domain_group_view AS other WHERE other.domain_idx = "
+    "leaver.domain_idx AND other.gid <> leaver.gid AND other.group_name = leaver.group_name "
+    "COLLATE NOCASE) THEN '' ELSE leaver.group_name END FROM domain_group_view AS leaver WHERE "
+    "leaver.gid IN (%q)";
+constexpr const char* kInsertDomains =
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'domain', 0, domain_name "
+    "FROM domain_table WHERE domain_idx IN (%q)";
+
+// The condition on the domain, the ids.
+constexpr const char* kDeleteUsers =
+    "DELETE FROM mdomain_departure_table WHERE %s AND kind IN ('user', 'alias') AND id IN (%q)";
+constexpr const char* kDeleteGroups =
+    "DELETE FROM mdomain_departure_table WHERE %s AND kind = 'group' AND id IN (%q)";
+constexpr const char* kDeleteDomains =
+    "DELETE FROM mdomain_departure_table WHERE domain_idx IN (%q)";
+
+constexpr const char* kInsertFailure = "fail to insert mdomain_departure_table";
+constexpr const char* kDeleteFailure = "fail to delete mdomain_departure_table";
+
+std::string DomainCondition(int domain_idx) {
+  return domain_idx == Departure::kEveryDomain ? "1"
+                                               : FormatStatement("domain_idx = %d", domain_idx);
+}
+
+}  // namespace
+
+Departure::Departure()
+    : handler_(DomainDBHandler::GetDomainDBHandler()), status_(handler_ != nullptr ? 0 : -1) {}
+
+INTERNAL::Database Departure::_DomainDb() const {
+  return {handler_, status_};
+}
+
+bool Departure::AddUsers(int domain_idx, const std::vector<unsigned int>& uids) {
+  if (uids.empty()) {
+    return true;
+  }
+  const std::string condition = DomainCondition(domain_idx);
+  const std::string places =
+      domain_idx == kEveryDomain ? kAnywhere : FormatStatement(kInDomain, domain_idx);
+  StatementBatch batch;
+  batch.Add(kCreateTable);
+  batch.AddWithIds(kInsertLeaving, uids);
+  batch.Add(FormatStatement(kInsertUsers, condition.c_str(), places.c_str()));
+  batch.Add(FormatStatement(kInsertAliases, condition.c_str(), condition.c_str()));
+  batch.Add(kDeleteLeaving);
+  return _DomainDb().Run(batch, kInsertFailure);
+}
+
+bool Departure::AddGroups(int domain_idx, const std::vector<unsigned int>& gids) {
+  if (gids.empty()) {
+    return true;
+  }
+  StatementBatch batch;
+  batch.Add(kCreateTable);
+  if (domain_idx == kEveryDomain) {
+    batch.AddWithIds(kInsertGroupsAnywhere, gids);
+  } else {
+    batch.AddWithIds(kInsertGroups, gids, domain_idx);
+  }
+  return _DomainDb().Run(batch, kInsertFailure);
+}
+
+bool Departure::AddDomains(const std::vector<int>& domain_idxs) {
+  if (domain_idxs.empty()) {
+    return true;
+  }
+  StatementBatch batch;
+  batch.Add(kCreateTable);
+  batch.AddWithIds(kInsertDomains, domain_idxs);
+  return _DomainDb().Run(batch, kInsertFailure);
+}
+
+bool Departure::DeleteUsers(int domain_idx, const std::vector<unsigned int>& uids) {
+  StatementBatch batch;
+  if (!uids.empty()) {
+    batch.AddWithIds(kDeleteUsers, uids, DomainCondition(domain_idx).c_str());
+  }
+  return _DomainDb().Run(batch, kDeleteFailure);
+}
+
+bool Departure::DeleteGroups(int domain_idx, const std::vector<unsigned int>& gids) {
+  StatementBatch batch;
+  if (!gids.empty()) {
+    batch.AddWithIds(kDeleteGroups, gids, DomainCondition(domain_idx).c_str());
+  }
+  return _DomainDb().Run(batch, kDeleteFailure);
+}
+
+bool Departure::DeleteDomains(const std::vector<int>& domain_idxs) {
+  bool exists = false;
+  StatementBatch batch;
+  batch.AddWithIds(kDeleteDomains, domain_idxs);
+  return _DomainDb().GetExists(kHasTable, exists) &&
+         (!exists || _DomainDb().Run(batch, kDeleteFailure));
+}
+
+bool Departure::List(std::map<int, DomainDepartures>& departures) {
+  bool exists = false;
+  if (!_DomainDb().GetExists(kHasTable, exists)) {
+    return false;
+  }
+  const auto keep = [&departures](int domain_idx, const std::string& kind, unsigned int id,
+                                  std::string&& name) {
+    DomainDepartures& domain = departures[domain_idx];
+    if (kind == "domain") {
+      domain.is_domain_deleted = true;
+      domain.domain_name = std::move(name);
+    } else if (kind == "alias") {
+      domain.aliases.push_back(std::move(name));
+    } else {
+      (kind == "user" ? domain.users : domain.groups).emplace_back(id, std::move(name));
+    }
+  };
+  return !exists || _DomainDb().Query<Columns<Int, Text, Uid, Text>>(kList, keep);
+}
+
+}  // namespace MDOMAIN::DB

@@ -1,0 +1,191 @@
+// The items of the reconcile step and the loop over them.
+#include "lib-domain/sync/reconcile.h"
+
+#include <algorithm>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/control/departure.h"
+#include "lib-domain/control/outside_settings.h"
+#include "lib-domain/db/domain.h"
+#include "lib-domain/db/schema.h"
+#include "lib-domain/sync/reconcile_registry.h"
+#include "platform/include/domain_setting.h"
+#include "platform/include/key_store.h"
+
+namespace MDOMAIN::UTILS {
+
+namespace {
+
+using CONTROL::INTERNAL::OutsideSetting;
+
+std::string DomainText(int domain_idx) {
+  return "domain " + std::to_string(domain_idx);
+}
+
+std::string DatabasePath() {
+  std::string path;
+  return GetUserGroupDomainConfigPath(path) ? path : "";
+}
+
+ReconcileItem PrimaryMark() {
+  const auto list = [](const ReconcileModel& model, Differences& differences) {
+    if (!model.domain_idxs.empty() && !model.has_primary) {
+      differences.emplace_back("no domain is the primary one");
+    }
+    return true;
+  };
+  const auto mend = [](const ReconcileModel& model) {
+    return DB::Domain().SetPrimaryDomain(*model.domain_idxs.begin());
+  };
+  return {"primary domain", DatabasePath(), ReconcileScope::kEachChange, list, mend};
+}
+
+// The domains of the model that lack a row of their settings.
+bool ListMissingSettings(const ReconcileModel& model, std::vector<int>& missing) {
+  std::set<int> known;
+  std::set<int> whole;
+  if (MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(known, whole) < 0) {
+    return false;
+  }
+  std::set_difference(model.domain_idxs.begin(), model.domain_idxs.end(), whole.begin(),
+                      whole.end(), std::back_inserter(missing));
+  return true;
+}
+
+ReconcileItem MissingSettings() {
+  const auto list = [](const ReconcileModel& model, Differences& differences) {
+    std::vector<int> missing;
+    const bool is_read = ListMissingSettings(model, missing);
+    for (const int domain_idx : missing) {
+      differences.push_back(DomainText(domain_idx) + " has no settings");
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& model) {
+    std::vector<int> missing;
+    MultipleDomain::DomainSetting settings(PATHS::SettingsDb());
+    return ListMissingSettings(model, missing) &&
+           std::all_of(missing.begin(), missing.end(), [&settings](int domain_idx) {
+             return settings.CreateSettings(domain_idx) >= 0;
+           });
+  };
+  return {"settings of domains", PATHS::SettingsDb(), ReconcileScope::kEachChange, list, mend};
+}
+
+ReconcileItem Departures() {
+  const auto list = [](const ReconcileModel& model, Differences& differences) {
+    std::vector<CONTROL::INTERNAL::PendingDeparture> pending;
+    const bool is_read = CONTROL::INTERNAL::ListPendingDepartures(pending);
+    for (const auto& departure : pending) {
+      if (!model.domain_idxs.empty() || !departure.deleted_name.empty()) {
+        differences.push_back(DomainText(departure.domain_idx) +
+                              " keeps settings of accounts or groups that left");
+      }
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& /*model*/) {
+    return CONTROL::INTERNAL::FinishDepartures();
+  };
+  return {"settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend};
+}
+
+// The indexes that no domain has and under which something stands.
+bool ListVanished(const OutsideSetting& setting, const ReconcileModel& model,
+                  std::set<int>& domain_idxs) {
+  return model.domain_idxs.empty() ||
+         setting.list([&model](int domain_idx) { return model.domain_idxs.count(domain_idx) == 0; },
+                      domain_idxs);
+}
+
+// `setting` lives as long as the process.
+ReconcileItem Vanished(const OutsideSetting& setting) {
+  const auto list = [&setting](const ReconcileModel& model, Differences& differences) {
+    std::set<int> domain_idxs;
+    const bool is_read = ListVanished(setting, model, domain_idxs);
+    for (const int domain_idx : domain_idxs) {
+      differences.push_back(DomainText(domain_idx) + " is gone and left " + setting.name);
+    }
+    return is_read;
+  };
+  const auto mend = [&setting](const ReconcileModel& model) {
+    std::set<int> domain_idxs;
+    bool is_clear = ListVanished(setting, model, domain_idxs);
+    for (const int domain_idx : domain_idxs) {
+      if (!setting.clear(domain_idx)) {
+        LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
+                  setting.place().c_str());
+        is_clear = false;
+      }
+    }
+    return is_clear;
+  };
+  return {setting.name, setting.place(), ReconcileScope::kEachChange, list, mend};
+}
+
+// Whether the item differed and was mended; throws nothing.
+ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) {
+  Differences differences;
+  if (!item.list(model, differences)) {
+    return ReconcileResult::kFailed;
+  }
+  if (differences.empty()) {
+    return ReconcileResult::kNothingToDo;
+  }
+  for (const std::string& difference : differences) {
+    LOG_NOTICE("reconcile: %s, place: [%s]", difference.c_str(), item.place.c_str());
+  }
+  return item.mend(model) ? ReconcileResult::kMended : ReconcileResult::kFailed;
+}
+
+}  // namespace
+
+std::vector<ReconcileItem> ReconcileItems() {
+  std::vector<ReconcileItem> items = {PrimaryMark(), MissingSettings(), Departures()};
+  for (const OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
+    items.push_back(Vanished(setting));
+  }
+  items.push_back(INTERNAL::OwnerRegistryItem());
+  return items;
+}
+
+bool ReadReconcileModel(ReconcileModel& model) {
+  std::vector<RECORD::Domain> domains;
+  if (!DB::Domain().ListNames(domains)) {
+    LOG_ERROR("Failed to List domains");
+    return false;
+  }
+  for (const RECORD::Domain& domain : domains) {
+    model.domain_idxs.insert(domain.GetDomainIdx());
+    model.has_primary = model.has_primary || domain.IsPrimary();
+  }
+  return true;
+}
+
+ReconcileResult Reconcile(ReconcileScope scope) {
+  ReconcileModel model;
+  if (!ReadReconcileModel(model)) {
+    return ReconcileResult::kFailed;
+  }
+  ReconcileResult result = ReconcileResult::kNothingToDo;
+  for (const ReconcileItem& item : ReconcileItems()) {
+    if (item.scope == ReconcileScope::kFull && scope != ReconcileScope::kFull) {
+      continue;
+    }
+    const ReconcileResult of_item = RunItem(item, model);
+    if (of_item == ReconcileResult::kFailed) {
+      LOG_ERROR("Failed to reconcile the %s, place: [%s]", item.name.c_str(), item.place.c_str());
+    }
+    result = std::max(result, of_item);
+  }
+  if (result == ReconcileResult::kFailed &&
+      !KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {
+    LOG_WARNING(
+        "The key store is not healthy, what could not be reconciled is left to the next run");
+    return ReconcileResult::kNothingToDo;
+  }
+  return result;
+}
+
+}  // namespace MDOMAIN::UTILS
