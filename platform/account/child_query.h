@@ -2,6 +2,7 @@
 #ifndef PLATFORM_ACCOUNT_CHILD_QUERY_H
 #define PLATFORM_ACCOUNT_CHILD_QUERY_H
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -26,11 +27,24 @@ class AnswerWriter {
 
 using Query = std::function<void(const AnswerWriter&)>;
 
-// Runs `query` in a child process and hands its answers to `take` as they come. The child has none
-// of this process's open files but the standard ones, and ends with this process. False and `error`
-// when it ended early or kept silent for `timeout` seconds; it is killed then.
-bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take, int timeout,
-                  std::string& error);
+// The time for a whole query, from its making on.
+class Budget {
+ public:
+  explicit Budget(int seconds);
+  void Extend(int seconds);
+  int seconds() const { return seconds_; }
+  std::chrono::milliseconds Left() const;
+
+ private:
+  int seconds_ = 0;
+  std::chrono::steady_clock::time_point end_;
+};
+
+// Runs `query` in a child process and hands its answers to `take`, which may extend the budget, as
+// they come. The child has none of this process's open files but the standard ones, and ends with
+// this process. False and `error` when it ended early or the budget was spent; it is killed then.
+bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take,
+                  const Budget& budget, std::string& error);
 
 }  // namespace korvmailserver::account
 
