@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
@@ -15,8 +14,6 @@
 namespace korvmailserver::account {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr char kEnd = 'E';
 constexpr int kChildFile = 3;
@@ -125,19 +122,6 @@ void AnswerWriter::Put(char kind, const std::vector<std::string>& texts) const {
     }
     done += count > 0 ? static_cast<size_t>(count) : 0;
   }
-}
-
-Budget::Budget(int seconds) : end_(Clock::now()) {
-  Extend(seconds);
-}
-
-void Budget::Extend(int seconds) {
-  seconds_ += seconds;
-  end_ += std::chrono::seconds(seconds);
-}
-
-std::chrono::milliseconds Budget::Left() const {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now());
 }
 
 bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take,

@@ -2,10 +2,11 @@
 #ifndef PLATFORM_ACCOUNT_CHILD_QUERY_H
 #define PLATFORM_ACCOUNT_CHILD_QUERY_H
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "platform/system/budget.h"
 
 namespace korvmailserver::account {
 
@@ -26,19 +27,6 @@ class AnswerWriter {
 };
 
 using Query = std::function<void(const AnswerWriter&)>;
-
-// The time for a whole query, from its making on.
-class Budget {
- public:
-  explicit Budget(int seconds);
-  void Extend(int seconds);
-  int seconds() const { return seconds_; }
-  std::chrono::milliseconds Left() const;
-
- private:
-  int seconds_ = 0;
-  std::chrono::steady_clock::time_point end_;
-};
 
 // Runs `query` in a child process and hands its answers to `take`, which may extend the budget, as
 // they come. The child has none of this process's open files but the standard ones, and ends with

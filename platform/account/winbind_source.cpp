@@ -21,10 +21,6 @@ bool IsBuiltIn(const std::string& full_name) {
   return name == "krbtgt" || name == "guest";
 }
 
-// A reading may take a second longer for every so many users: several times what an idle domain
-// controller needs that has not been asked for them before.
-constexpr unsigned int kUsersPerSecond = 50;
-
 // Our own child process has printed the number.
 unsigned int Number(const std::string& text) {
   return static_cast<unsigned int>(std::stoul(text));
@@ -95,7 +91,7 @@ bool WinbindSource::Run(const Query& query, const std::function<void(const Answe
   std::string failure;
   const auto sort = [&](const Answer& answer) {
     if (answer.kind == winbind::kCount) {
-      budget.Extend(static_cast<int>(Number(answer.texts.at(0)) / kUsersPerSecond));
+      budget.ExtendFor(Number(answer.texts.at(0)));
     } else if (answer.kind != winbind::kFailed) {
       take(answer);
     } else if (failure.empty()) {

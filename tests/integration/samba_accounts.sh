@@ -58,6 +58,19 @@ rm -f "$scratch"/m/{cache,lock,state}/*cache*.tdb "$scratch"/m/state/winbindd_id
 ad_start_winbindd "$scratch"
 run Unresolvable
 
+# A winbindd that has answered before, without its controller or with a password that is refused: it
+# answers with success, from what it remembers.
+run Warm
+kill "$DC_PID"
+wait "$DC_PID" || true
+WARM_REASON="no domain controller of ADEX answers" run WarmAlone
+ad_start_dc "$scratch"
+for _ in $(seq 100); do wbinfo --ping-dc >/dev/null 2>&1 && break; sleep 0.1; done
+run Warm
+samba-tool user setpassword 'MEMBER1$' --newpassword='Another.1x' \
+  -H "$scratch/dc/private/sam.ldb" >/dev/null 2>&1
+WARM_REASON="the domain ADEX refuses this machine's password" run WarmAlone
+
 # No controller, and a winbindd that has nothing in its cache: it answers with success and no users.
 kill "$WINBINDD_PID" "$DC_PID"
 wait "$WINBINDD_PID" "$DC_PID" || true
