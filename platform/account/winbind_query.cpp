@@ -85,7 +85,7 @@ class Conversation {
   // winbindd's "no" counts only with a controller behind it.
   void Deny() const {
     std::string why;
-    IsMember(why) ? out_.Put(kUnknown) : out_.Put(kFailed, {why});
+    ControllerAnswers(why) ? out_.Put(kUnknown) : out_.Put(kFailed, {why});
   }
 
   std::string Qualified(const std::string& name) const { return domain_ + separator_ + name; }
