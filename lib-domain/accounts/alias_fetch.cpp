@@ -26,7 +26,7 @@ constexpr const char* kMailAttr = "mail";
 constexpr const char* kLdapNameAttr = "uid";
 
 // A search that failed after as long as this is not tried again for the next pattern.
-constexpr std::chrono::seconds kDearSearch(2);
+constexpr std::chrono::seconds kDearSearch(1);
 
 std::string JoinNames(const AttributeNames& names) {
   return BASE::Join(std::vector<std::string>(names.begin(), names.end()), ", ");
