@@ -35,8 +35,8 @@ class AttributeAnswer {
   // A search asks for `needed`, whatever else it asks for, until such an answer was unreadable.
   explicit AttributeAnswer(AttributeNames needed) : together_(std::move(needed)) {}
 
-  // Searches, unless the last answer has all of `needed`. False and an error line when that fails. A
-  // search that failed is made anew the next time, unless it had taken long or was unreadable.
+  // Searches, unless the last answer has all of `needed`. False and an error line when that fails.
+  // A search that failed is made anew the next time, unless it had taken long or was unreadable.
   bool Ask(DirectoryQuery query, const AttributeNames& needed);
 
   // Replaces the attributes of those accounts in `wanted` that the directory knows; the others keep

@@ -190,9 +190,9 @@ void ParseGroup(const AccountFile& file, const IdRanges& ranges, GroupTable& gro
     group.listed = (gid >= ranges.gid_min && gid <= ranges.gid_max) || group.name == "users";
     const bool all_members = TakeMembers(fields[3], group);
     if (!line.damage.empty() || !all_members) {
-      group.members_hidden =
-          line.where + (all_members || !line.damage.empty() ? line.damage
-                                                          : " names a member that cannot be read");
+      group.members_hidden = line.where + (all_members || !line.damage.empty()
+                                               ? line.damage
+                                               : " names a member that cannot be read");
       groups.Skip(group.members_hidden, "");
     }
     groups.Add(std::move(group));

@@ -254,9 +254,8 @@ Tables LdapSource::ReadAll() {
   tables.users = Users();
   tables.users_error = TakeError();
   if (tables.users == nullptr || timed_out_) {
-    tables.groups_error =
-        "the groups are not asked for after the users: " +
-        (tables.users == nullptr ? tables.users_error : tables.users->gaps().why);
+    tables.groups_error = "the groups are not asked for after the users: " +
+                          (tables.users == nullptr ? tables.users_error : tables.users->gaps().why);
     return tables;
   }
   tables.groups = Groups();

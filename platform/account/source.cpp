@@ -30,7 +30,8 @@ Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& 
 }
 
 Outcome Source::Absent(const std::string& what, const Gaps& gaps) {
-  const bool may_be_there = gaps.cut_short || gaps.folded_names.count(FoldCase(FullName(what))) != 0;
+  const bool may_be_there =
+      gaps.cut_short || gaps.folded_names.count(FoldCase(FullName(what))) != 0;
   return may_be_there ? Fail("\"" + what + "\" cannot be told: " + gaps.why) : Outcome::kUnknown;
 }
 

@@ -80,7 +80,9 @@ class Conversation {
     return trust != WBC_ERR_AUTH_ERROR;
   }
 
-  bool IsMember(std::string& why) const { return ControllerAnswers(why) && ControllerTrustsUs(why); }
+  bool IsMember(std::string& why) const {
+    return ControllerAnswers(why) && ControllerTrustsUs(why);
+  }
 
   // winbindd's "no" counts only with a controller behind it.
   void Deny() const {

@@ -70,7 +70,8 @@ class WinbindSource : public Source {
   }
 
  private:
-  // Answers other than kFailed and kCount go to `take`. False and `error` when not all of them came.
+  // Answers other than kFailed and kCount go to `take`. False and `error` when not all of them
+  // came.
   bool Run(const Query& query, const std::function<void(const Answer&)>& take, std::string& error);
   Tables Read(const winbind::Wanted& wanted);
   template <class Row>

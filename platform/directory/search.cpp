@@ -86,10 +86,10 @@ void Search::FetchPage() {
   LDAPMessage* result = nullptr;
   const int code = Receive(result);
   if (code != LDAP_SUCCESS) {
-    BreakOff(code, code == LDAP_TIMEOUT ? "no answer within " +
-                                              std::to_string(session_.budget().seconds()) +
-                                              " seconds (timeout in [ldap] of the host settings)"
-                                        : session_.ErrorText(code));
+    BreakOff(code, code == LDAP_TIMEOUT
+                       ? "no answer within " + std::to_string(session_.budget().seconds()) +
+                             " seconds (timeout in [ldap] of the host settings)"
+                       : session_.ErrorText(code));
     return;
   }
   TakeEntries(result);

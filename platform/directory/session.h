@@ -1,9 +1,9 @@
 // A connected, bound LDAP session, and searches in it.
 //
-// An operation - connecting, binding and a whole search, or a further search in an open session - has
-// one time limit, that of the host settings, which grows with the entries that come. Results are
-// asked for in pages, and the code of every page is judged: entries that came before a limit look as
-// good as a whole answer.
+// An operation - connecting, binding and a whole search, or a further search in an open session -
+// has one time limit, that of the host settings, which grows with the entries that come. Results
+// are asked for in pages, and the code of every page is judged: entries that came before a limit
+// look as good as a whole answer.
 #ifndef PLATFORM_DIRECTORY_SESSION_H
 #define PLATFORM_DIRECTORY_SESSION_H
 

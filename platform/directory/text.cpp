@@ -77,8 +77,8 @@ std::string Folded(const LDAPAVA& part) {
 
 }  // namespace
 
-// The library's own text of a DN has other letters than ASCII's escaped, and so out of any folding's
-// reach.
+// The library's own text of a DN has other letters than ASCII's escaped, and so out of any
+// folding's reach.
 std::string FoldDn(const std::string& dn) {
   LDAPDN parsed = nullptr;
   if (ldap_str2dn(dn.c_str(), &parsed, LDAP_DN_FORMAT_LDAPV3) != LDAP_SUCCESS) {

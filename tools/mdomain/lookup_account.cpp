@@ -122,8 +122,8 @@ class Index {
                       std::to_string(Kind::Id(records_[number])) + ")");
     }
     if (meant.size() > 1) {
-      throw Failure(kRefused, "\"" + text + "\" could mean " +
-                                  MDOMAIN::BASE::Join(meant, ", ") + ": type one name or its id");
+      throw Failure(kRefused, "\"" + text + "\" could mean " + MDOMAIN::BASE::Join(meant, ", ") +
+                                  ": type one name or its id");
     }
     return numbers.front();
   }
