@@ -83,7 +83,7 @@ run Warm
 kill "$DC_PID"
 wait "$DC_PID" || true
 WARM_REASON="no domain controller of ADEX answers" run WarmAlone
-expect "incomplete" "$(m refresh | jq -c '[.complete, .deleted_uids, .deleted_gids]')" '[false,[],[]]'
+expect "incomplete" "$(m refresh | jq -c .complete)" false
 expect "as it was" "$(m account members STAFF | jq -c 'map(.name)')" '["ADEX\\alice"]'
 ad_start_dc "$scratch"
 for _ in $(seq 100); do wbinfo --ping-dc >/dev/null 2>&1 && break; sleep 0.1; done
