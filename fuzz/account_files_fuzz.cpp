@@ -26,14 +26,15 @@ void fuzz::Run(const std::string& bytes) {
   UserTable users(NameCase::kFolded);
   GroupTable groups(NameCase::kExact);
   const IdRanges ranges = ParseLoginDefs(bytes);
-  ParsePasswd(bytes, ranges, users);
-  ParseGroup(bytes, ranges, groups);
+  ParsePasswd({"passwd", bytes}, ranges, users);
+  ParseGroup({"group", bytes}, ranges, groups);
   Check(users);
   Check(groups);
   for (const GroupRow& group : groups.rows()) {
     std::vector<std::string> names;
     std::string why;
-    Require(CollectMembers(users, groups, group, names, why) || !users.complete());
+    Require(CollectMembers(users, groups, group, names, why) || !users.complete() ||
+            !groups.complete());
   }
   using namespace korvmailserver::directory;
   const std::string test = Equals("uid", bytes);

@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <memory>
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/accounts/name_list.h"
 #include "lib-domain/accounts/net_output.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
 #include "platform/include/account.h"
 #include "platform/include/host_settings.h"
 #include "platform/include/ldap_search.h"
@@ -22,6 +24,13 @@ namespace {
 
 constexpr const char* kMailAttr = "mail";
 constexpr const char* kLdapNameAttr = "uid";
+
+// A search that failed after as long as this is not tried again for the next pattern.
+constexpr std::chrono::seconds kDearSearch(1);
+
+std::string JoinNames(const AttributeNames& names) {
+  return BASE::Join(std::vector<std::string>(names.begin(), names.end()), ", ");
+}
 
 template <typename T>
 using Freed = std::unique_ptr<T, void (*)(T*)>;
@@ -145,7 +154,9 @@ bool GetLocalMail(const std::string& short_name, std::string& mail) {
 
 }  // namespace
 
-bool QueryLdap(const AttributeNames& needed, AccountAttributes& accounts) {
+namespace {
+
+bool SearchLdap(const AttributeNames& needed, AccountAttributes& accounts) {
   KORVLDAPHost* connected = nullptr;
   if (KORVLDAPHostInitByBindConfig(&connected) < 0) {
     LOG_ERROR("Failed to get LDAP browser config. ");
@@ -174,9 +185,19 @@ bool QueryLdap(const AttributeNames& needed, AccountAttributes& accounts) {
   return ReadLdapEntries(host.get(), request.get(), needed, accounts);
 }
 
-bool QueryWindowsDomain(const AttributeNames& needed, AccountAttributes& accounts) {
+}  // namespace
+
+SearchResult QueryLdap(const AttributeNames& needed, AccountAttributes& accounts) {
+  return SearchLdap(needed, accounts) ? SearchResult::kWhole : SearchResult::kFailed;
+}
+
+SearchResult QueryWindowsDomain(const AttributeNames& needed, AccountAttributes& accounts) {
   std::string output;
-  return RunNet(needed, output) && ParseNetSearchOutput(output, needed, accounts);
+  if (!RunNet(needed, output)) {
+    return SearchResult::kFailed;
+  }
+  const bool is_read = ParseNetSearchOutput(output, needed, accounts);
+  return is_read ? SearchResult::kWhole : SearchResult::kUnreadable;
 }
 
 void FetchLocalAttributes(const std::vector<std::string>& user_short_names,
@@ -191,15 +212,44 @@ void FetchLocalAttributes(const std::vector<std::string>& user_short_names,
   }
 }
 
+SearchResult AttributeAnswer::_SearchFor(DirectoryQuery query, const AttributeNames& attributes) {
+  using Clock = std::chrono::steady_clock;
+  accounts_.clear();
+  answered_ = attributes;
+  is_answered_ = false;  // also when the search ends in an exception
+  const Clock::time_point start = Clock::now();
+  const SearchResult result = query(attributes, accounts_);
+  is_answered_ = result == SearchResult::kWhole;
+  is_given_up_ = result == SearchResult::kFailed && Clock::now() - start > kDearSearch;
+  if (result == SearchResult::kUnreadable) {
+    unreadable_.insert(attributes);
+  }
+  return result;
+}
+
 bool AttributeAnswer::Ask(DirectoryQuery query, const AttributeNames& needed) {
-  if (is_answered_ && std::includes(needed_.begin(), needed_.end(), needed.begin(), needed.end())) {
+  if (is_answered_ &&
+      std::includes(answered_.begin(), answered_.end(), needed.begin(), needed.end())) {
     return true;
   }
-  needed_.insert(needed.begin(), needed.end());
-  accounts_.clear();
-  is_answered_ = false;  // also when the search ends in an exception
-  is_answered_ = query(needed_, accounts_);
-  return is_answered_;
+  if (is_given_up_) {
+    LOG_ERROR("the directory let the last search wait in vain and is not asked again");
+    return false;
+  }
+  if (!is_each_alone_) {
+    together_.insert(needed.begin(), needed.end());
+    const SearchResult result = _SearchFor(query, together_);
+    is_each_alone_ = result == SearchResult::kUnreadable && needed != together_;
+    if (!is_each_alone_) {
+      return result == SearchResult::kWhole;
+    }
+    LOG_NOTICE("from here on each pattern's attributes are searched for alone");
+  }
+  if (unreadable_.count(needed) != 0) {
+    LOG_ERROR("the attributes of this pattern, [%s], could not be read", JoinNames(needed).c_str());
+    return false;
+  }
+  return _SearchFor(query, needed) == SearchResult::kWhole;
 }
 
 void AttributeAnswer::CopyTo(AccountAttributes& wanted) const {

@@ -14,11 +14,15 @@ using AttributeNames = std::set<std::string>;
 using Attributes = std::map<std::string, std::string>;        // name to value
 using AccountAttributes = std::map<std::string, Attributes>;  // by the account's short name
 
-// Adds every account of a directory, with those of the needed attributes that it has. False and an
-// error line when the directory cannot be asked or its answer broke off.
-using DirectoryQuery = bool (*)(const AttributeNames& needed, AccountAttributes& accounts);
-bool QueryLdap(const AttributeNames& needed, AccountAttributes& accounts);
-bool QueryWindowsDomain(const AttributeNames& needed, AccountAttributes& accounts);
+// kFailed: the directory cannot be asked, or its answer broke off. kUnreadable: somebody's value of
+// one of the attributes spoils the answer; a search without that attribute may succeed.
+enum class SearchResult { kWhole, kUnreadable, kFailed };
+
+// Adds every account of a directory, with those of the needed attributes that it has. An error line
+// unless the answer is whole.
+using DirectoryQuery = SearchResult (*)(const AttributeNames& needed, AccountAttributes& accounts);
+SearchResult QueryLdap(const AttributeNames& needed, AccountAttributes& accounts);
+SearchResult QueryWindowsDomain(const AttributeNames& needed, AccountAttributes& accounts);
 
 // Adds the mail address, without its domain, of those local accounts that have one, if "mail" is
 // needed: local accounts have no other attribute. Accounts that are not found are logged.
@@ -28,10 +32,11 @@ void FetchLocalAttributes(const std::vector<std::string>& user_short_names,
 // The answer of one directory search, kept for later callers who need none but the same attributes.
 class AttributeAnswer {
  public:
-  // Every search asks for `needed`, whatever else it asks for.
-  explicit AttributeAnswer(AttributeNames needed) : needed_(std::move(needed)) {}
+  // A search asks for `needed`, whatever else it asks for, until such an answer was unreadable.
+  explicit AttributeAnswer(AttributeNames needed) : together_(std::move(needed)) {}
 
-  // Searches, unless the last answer has all of `needed`. False, and nothing kept, when that fails.
+  // Searches, unless the last answer has all of `needed`. False and an error line when that fails.
+  // A search that failed is made anew the next time, unless it had taken long or was unreadable.
   bool Ask(DirectoryQuery query, const AttributeNames& needed);
 
   // Replaces the attributes of those accounts in `wanted` that the directory knows; the others keep
@@ -40,7 +45,13 @@ class AttributeAnswer {
   void CopyToIgnoringCase(AccountAttributes& wanted) const;
 
  private:
-  AttributeNames needed_;
+  SearchResult _SearchFor(DirectoryQuery query, const AttributeNames& attributes);
+
+  AttributeNames together_;  // of all callers
+  bool is_each_alone_ = false;
+  bool is_given_up_ = false;
+  std::set<AttributeNames> unreadable_;
+  AttributeNames answered_;
   bool is_answered_ = false;
   AccountAttributes accounts_;
 };

@@ -90,17 +90,30 @@ class EntryCollector {
   }
 
   void EndEntry() {
-    ++count_;
     const auto account = entry_.find(kAccountAttr);
+    names_.push_back(account == entry_.end() ? std::string() : account->second);
     if (account != entry_.end() && !is_ambiguous_) {
-      const std::string name = account->second;
-      accounts_[name] = std::move(entry_);
+      accounts_[names_.back()] = std::move(entry_);
     }
     entry_.clear();
     is_ambiguous_ = false;
   }
 
-  size_t Count() const { return count_; }
+  size_t Count() const { return names_.size(); }
+  // The first accounts beside entries without an account name: a value with an empty line cuts its
+  // account's entry into one that has the name and one that has not.
+  std::vector<std::string> BesideNameless() const {
+    constexpr size_t kNamed = 10;
+    std::vector<std::string> beside;
+    for (size_t i = 0; i < names_.size() && beside.size() < kNamed; ++i) {
+      const bool before = i > 0 && names_[i - 1].empty();
+      const bool after = i + 1 < names_.size() && names_[i + 1].empty();
+      if (!names_[i].empty() && (before || after)) {
+        beside.push_back(names_[i]);
+      }
+    }
+    return beside;
+  }
   std::map<std::string, Attributes> Take() { return std::move(accounts_); }
 
  private:
@@ -117,7 +130,7 @@ class EntryCollector {
   Attributes entry_;
   bool is_ambiguous_ = false;
   std::map<std::string, Attributes> accounts_;
-  size_t count_ = 0;
+  std::vector<std::string> names_;  // of all entries, empty where there is none
 };
 
 }  // namespace
@@ -147,7 +160,10 @@ bool ParseNetSearchOutput(const std::string& output, const std::set<std::string>
     }
   }
   if (entries.Count() != announced) {
-    LOG_ERROR("net announced [%zu] entries but gave [%zu]", announced, entries.Count());
+    const std::string beside = BASE::Join(entries.BesideNameless(), ", ");
+    LOG_ERROR("net announced [%zu] entries but gave [%zu]%s%s%s", announced, entries.Count(),
+              beside.empty() ? "" : "; a value of one of these accounts may hold empty lines: [",
+              beside.c_str(), beside.empty() ? "" : "]");
     return false;
   }
   accounts = entries.Take();

@@ -174,7 +174,7 @@ bool Group::_GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name) {
   }
   users_by_lower_name.reserve(users.size());
   for (RECORD::User& user : users) {
-    std::string lower_name = BASE::ToLowerAscii(user.GetUserName());
+    std::string lower_name = FoldAccountName(user.GetUserName());
     users_by_lower_name.emplace(std::move(lower_name), std::move(user));
   }
   return true;
@@ -199,7 +199,7 @@ bool Group::_GetUsersFromGroup(const RECORD::Group& group,
   const int count = KLIBCSzListCount(list);
   for (int i = 0; i < count; ++i) {
     const std::string name = KLIBCSzListGet(list, i);
-    const auto found = users_by_lower_name.find(BASE::ToLowerAscii(name));
+    const auto found = users_by_lower_name.find(FoldAccountName(name));
     if (found != users_by_lower_name.end()) {
       members.push_back(found->second);
     } else {

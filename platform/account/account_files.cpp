@@ -25,9 +25,29 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
   return fields;
 }
 
-// Calls `line(fields, number)` for each line that should hold an entry.
-template <class Line>
-void ForEachEntry(const std::string& bytes, const Line& line) {
+// One line that should hold an entry.
+struct Line {
+  std::string where;  // "FILE: line 7"
+  std::vector<std::string_view> fields;
+  std::string damage;  // what makes the file suspect from here on; empty when nothing does
+};
+
+std::string DamageOf(std::string_view text, bool ended) {
+  if (HasControlCharacter(text)) {
+    return " has a control character";
+  }
+  return ended ? "" : " has no line end, so the file may have been cut";
+}
+
+bool HoldsEntry(std::string_view text) {
+  const bool blank = text.find_first_not_of(" \t") == std::string_view::npos;
+  return !blank && (text.find_first_of("#+-") != 0 || text.find('\0') != std::string_view::npos);
+}
+
+// Calls `take(line)` for each line that should hold an entry.
+template <class Take>
+void ForEachEntry(const AccountFile& file, const Take& take) {
+  const std::string& bytes = file.bytes;
   size_t number = 0;
   size_t begin = 0;
   while (begin < bytes.size()) {
@@ -38,9 +58,9 @@ void ForEachEntry(const std::string& bytes, const Line& line) {
     if (!text.empty() && text.back() == '\r') {
       text.remove_suffix(1);
     }
-    const bool blank = text.find_first_not_of(" \t") == std::string_view::npos;
-    if (!blank && text.find_first_of("#+-") != 0) {
-      line(Split(text, ':'), number);
+    if (HoldsEntry(text)) {
+      take(Line{file.path + ": line " + std::to_string(number), Split(text, ':'),
+                DamageOf(text, end < bytes.size())});
     }
   }
 }
@@ -49,15 +69,34 @@ std::string NameOfBroken(std::string_view field) {
   return IsAccountName(field) ? std::string(field) : std::string();
 }
 
-std::string LineIs(size_t number, const char* what) {
-  return "line " + std::to_string(number) + " is " + what;
+// A line that is no account. Only one that has all its fields tells whom it hides.
+void LeaveGap(const Line& line, unsigned int gid, UserTable& users) {
+  const std::string why = line.where + " is no account";
+  const std::string name = NameOfBroken(line.fields[0]);
+  users.Skip(why, name, gid);
+  if (name.empty() || gid == KORV_UNKNOWN_ID) {
+    users.HideMemberships(why);
+  }
+}
+
+// False when one of the members cannot be read.
+bool TakeMembers(std::string_view list, GroupRow& group) {
+  bool all = true;
+  for (std::string_view member : Split(list, ',')) {
+    if (IsAccountName(member)) {
+      group.members.emplace_back(member);
+    } else {
+      all = all && member.empty();
+    }
+  }
+  return all;
 }
 
 UserRow MakeUser(const std::vector<std::string_view>& fields) {
   UserRow user;
   user.name = fields[0];
   const std::string_view comment = fields[4];
-  if (IsValidUtf8(comment)) {
+  if (IsValidUtf8(comment) && !HasControlCharacter(comment)) {
     user.full_name = comment.substr(0, comment.find(','));
     user.mail = MailOfComment(std::string(comment));
   }
@@ -113,14 +152,20 @@ IdRanges ParseLoginDefs(const std::string& bytes) {
   return ranges;
 }
 
-void ParsePasswd(const std::string& bytes, const IdRanges& ranges, UserTable& users) {
-  ForEachEntry(bytes, [&](const std::vector<std::string_view>& fields, size_t number) {
+void ParsePasswd(const AccountFile& file, const IdRanges& ranges, UserTable& users) {
+  ForEachEntry(file, [&](const Line& line) {
+    const std::vector<std::string_view>& fields = line.fields;
     unsigned int uid = KORV_UNKNOWN_ID;
     unsigned int gid = KORV_UNKNOWN_ID;
-    const bool whole = fields.size() == 7;
-    const bool has_gid = whole && ParseId(fields[3], gid);
-    if (!has_gid || !ParseId(fields[2], uid) || !IsAccountName(fields[0])) {
-      users.Skip(LineIs(number, "no account"), NameOfBroken(fields[0]), gid);
+    if (!line.damage.empty()) {
+      users.CutShort(line.where + line.damage);
+    }
+    const bool has_gid = fields.size() == 7 && ParseId(fields[3], gid);
+    const bool is_account = has_gid && ParseId(fields[2], uid) && IsAccountName(fields[0]);
+    if (!is_account && line.damage.empty()) {
+      LeaveGap(line, gid, users);
+    }
+    if (!is_account) {
       return;
     }
     UserRow user = MakeUser(fields);
@@ -131,21 +176,24 @@ void ParsePasswd(const std::string& bytes, const IdRanges& ranges, UserTable& us
   });
 }
 
-void ParseGroup(const std::string& bytes, const IdRanges& ranges, GroupTable& groups) {
-  ForEachEntry(bytes, [&](const std::vector<std::string_view>& fields, size_t number) {
+void ParseGroup(const AccountFile& file, const IdRanges& ranges, GroupTable& groups) {
+  ForEachEntry(file, [&](const Line& line) {
+    const std::vector<std::string_view>& fields = line.fields;
     unsigned int gid = KORV_UNKNOWN_ID;
     if (fields.size() != 4 || !ParseId(fields[2], gid) || !IsAccountName(fields[0])) {
-      groups.Skip(LineIs(number, "no group"), NameOfBroken(fields[0]));
+      groups.Skip(line.where + " is no group", NameOfBroken(fields[0]));
       return;
     }
     GroupRow group;
     group.name = fields[0];
     group.gid = gid;
     group.listed = (gid >= ranges.gid_min && gid <= ranges.gid_max) || group.name == "users";
-    for (std::string_view member : Split(fields[3], ',')) {
-      if (IsAccountName(member)) {
-        group.members.emplace_back(member);
-      }
+    const bool all_members = TakeMembers(fields[3], group);
+    if (!line.damage.empty() || !all_members) {
+      group.members_hidden = line.where + (all_members || !line.damage.empty()
+                                               ? line.damage
+                                               : " names a member that cannot be read");
+      groups.Skip(group.members_hidden, "");
     }
     groups.Add(std::move(group));
   });

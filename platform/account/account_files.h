@@ -18,13 +18,21 @@ struct IdRanges {
 // tools that create accounts read them. Anything else keeps the default.
 IdRanges ParseLoginDefs(const std::string& bytes);
 
-// Seven fields a line. A line without an account is skipped and leaves a gap, but empty lines,
-// comments and the "+"/"-" lines that include other databases do not. Users outside the range are
-// in the table, not listed.
-void ParsePasswd(const std::string& bytes, const IdRanges& ranges, UserTable& users);
+// A file as it was read; `path` is for messages.
+struct AccountFile {
+  std::string path;
+  std::string bytes;
+};
 
-// Four fields a line, else as passwd. The group "users" is listed whatever its id.
-void ParseGroup(const std::string& bytes, const IdRanges& ranges, GroupTable& groups);
+// Seven fields a line. A line without an account leaves a gap; empty lines, comments and the
+// "+"/"-" lines that include other databases do not. A gap whose name or primary group is unknown
+// hides the members of every group. A control character, or a last line without line end, means
+// that anything may be missing. Users outside the range are in the table, not listed.
+void ParsePasswd(const AccountFile& file, const IdRanges& ranges, UserTable& users);
+
+// Four fields a line, else as passwd. The members of a group whose line is damaged are hidden. The
+// group "users" is listed whatever its id.
+void ParseGroup(const AccountFile& file, const IdRanges& ranges, GroupTable& groups);
 
 // The mail address in a comment field, empty when there is none. See KORVUser::mail.
 std::string MailOfComment(const std::string& comment);

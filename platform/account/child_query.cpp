@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
@@ -15,8 +14,6 @@
 namespace korvmailserver::account {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr char kEnd = 'E';
 constexpr int kChildFile = 3;
@@ -59,36 +56,35 @@ bool TakeAnswer(std::string& bytes, Answer& answer) {
 // The parent's end of the pipe and the child behind it.
 class Listener {
  public:
-  Listener(int file, int timeout) : file_(file), timeout_(timeout) {}
+  Listener(int file, const Budget& budget) : file_(file), budget_(budget) {}
 
   bool Run(const std::function<void(const Answer&)>& take, std::string& error) {
-    Clock::time_point heard = Clock::now();
     while (true) {
       Answer answer;
       while (TakeAnswer(bytes_, answer)) {
         if (answer.kind == kEnd) {
           return true;
         }
-        heard = Clock::now();
+        heard_ = true;
         take(answer);
       }
-      if (!Receive(heard + std::chrono::seconds(timeout_), error)) {
+      if (!Receive(error)) {
         return false;
       }
     }
   }
 
  private:
-  bool Receive(Clock::time_point deadline, std::string& error) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  bool Receive(std::string& error) {
+    const auto left = budget_.Left().count();
     pollfd waiting = {file_, POLLIN, 0};
-    const int ready = poll(&waiting, 1, left > 0 ? static_cast<int>(left) : 0);
+    const int ready = left > 0 ? poll(&waiting, 1, static_cast<int>(left)) : 0;
     if (ready < 0 && errno == EINTR) {
       return true;
     }
     if (ready == 0) {
-      error = "no answer within " + std::to_string(timeout_) + " seconds";
+      error = std::string(heard_ ? "no end of the answer" : "no answer") + " within " +
+              std::to_string(budget_.seconds()) + " seconds";
       return false;
     }
     char part[65536];
@@ -102,7 +98,8 @@ class Listener {
   }
 
   int file_;
-  int timeout_;
+  const Budget& budget_;
+  bool heard_ = false;
   std::string bytes_;
 };
 
@@ -127,8 +124,8 @@ void AnswerWriter::Put(char kind, const std::vector<std::string>& texts) const {
   }
 }
 
-bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take, int timeout,
-                  std::string& error) {
+bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take,
+                  const Budget& budget, std::string& error) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     error = std::string("no pipe: ") + std::strerror(errno);
@@ -145,7 +142,7 @@ bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& 
   if (child < 0) {
     error = std::string("no process: ") + std::strerror(fork_error);
   } else {
-    whole = Listener(ends[0], timeout).Run(take, error);
+    whole = Listener(ends[0], budget).Run(take, error);
     kill(child, SIGKILL);
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/system/budget.h"
+
 namespace korvmailserver::account {
 
 // One row of an answer: a kind and texts without zero bytes.
@@ -26,11 +28,11 @@ class AnswerWriter {
 
 using Query = std::function<void(const AnswerWriter&)>;
 
-// Runs `query` in a child process and hands its answers to `take` as they come. The child has none
-// of this process's open files but the standard ones, and ends with this process. False and `error`
-// when it ended early or kept silent for `timeout` seconds; it is killed then.
-bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take, int timeout,
-                  std::string& error);
+// Runs `query` in a child process and hands its answers to `take`, which may extend the budget, as
+// they come. The child has none of this process's open files but the standard ones, and ends with
+// this process. False and `error` when it ended early or the budget was spent; it is killed then.
+bool QueryInChild(const Query& query, const std::function<void(const Answer&)>& take,
+                  const Budget& budget, std::string& error);
 
 }  // namespace korvmailserver::account
 

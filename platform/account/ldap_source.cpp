@@ -30,6 +30,7 @@ class LdapSource : public Source {
 
   std::shared_ptr<const UserTable> Users() override { return ReadAllOf<UserTable>(); }
   std::shared_ptr<const GroupTable> Groups() override { return ReadAllOf<GroupTable>(); }
+  Tables ReadAll() override;
   Outcome Find(const std::string& name, UserRow& row) override;
   Outcome Find(const std::string& name, GroupRow& row) override;
   Outcome FindById(unsigned int uid, UserRow& row) override;
@@ -70,7 +71,8 @@ class LdapSource : public Source {
   std::string domain_;
   LdapSettings settings_;
   std::unique_ptr<Session> session_;
-  bool reused_ = false;  // the session may have been closed by the server since
+  bool reused_ = false;     // the session may have been closed by the server since
+  bool timed_out_ = false;  // the last search
 };
 
 bool LdapSource::Configure() {
@@ -105,6 +107,9 @@ bool LdapSource::Bind() {
 
 bool LdapSource::Open() {
   reused_ = session_ != nullptr;
+  if (reused_) {
+    session_->Renew();
+  }
   return reused_ || (Configure() && Connect() && Bind());
 }
 
@@ -225,6 +230,7 @@ bool LdapSource::Run(const SearchQuery& query, AnyTable& table, std::string& err
     }
     code = RunOnce(query, table, came, error);
   }
+  timed_out_ = code == LDAP_TIMEOUT;
   if (code != LDAP_SUCCESS) {
     session_.reset();
   }
@@ -240,6 +246,21 @@ std::shared_ptr<const AnyTable> LdapSource::ReadAllOf() {
   std::string error;
   const bool whole = Run(QueryFor(*table), *table, error);
   return Conclude(table, whole, error, settings_.uri);
+}
+
+// A server that let the users wait is not asked for the groups at the same price.
+Tables LdapSource::ReadAll() {
+  Tables tables;
+  tables.users = Users();
+  tables.users_error = TakeError();
+  if (tables.users == nullptr || timed_out_) {
+    tables.groups_error = "the groups are not asked for after the users: " +
+                          (tables.users == nullptr ? tables.users_error : tables.users->gaps().why);
+    return tables;
+  }
+  tables.groups = Groups();
+  tables.groups_error = TakeError();
+  return tables;
 }
 
 template <class AnyTable>

@@ -70,7 +70,8 @@ class LocalSource : public TableSource {
     if (login_defs_.exists && !Read(paths.login_defs, login_defs)) {
       return false;
     }
-    Parse(passwd, group, ParseLoginDefs(login_defs));
+    Parse({paths.passwd, std::move(passwd)}, {paths.group, std::move(group)},
+          ParseLoginDefs(login_defs));
     return true;
   }
 
@@ -82,13 +83,17 @@ class LocalSource : public TableSource {
     return false;
   }
 
-  void Parse(const std::string& passwd, const std::string& group, const IdRanges& ranges) {
+  void Parse(const AccountFile& passwd, const AccountFile& group, const IdRanges& ranges) {
     auto users = std::make_shared<UserTable>(NameCase::kExact);
     auto groups = std::make_shared<GroupTable>(NameCase::kExact);
     ParsePasswd(passwd, ranges, *users);
     ParseGroup(group, ranges, *groups);
-    users->Announce(passwd_.path);
-    groups->Announce(group_.path);
+    users->Announce("local accounts");
+    groups->Announce("local accounts");
+    if (!groups->complete()) {
+      // What damaged the one file may have reached the other, and a group's end is a user's loss.
+      users->Skip(groups->gaps().why, "");
+    }
     users_ = std::move(users);
     groups_ = std::move(groups);
   }

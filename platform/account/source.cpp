@@ -1,5 +1,7 @@
 #include "platform/account/source.h"
 
+#include "platform/system/fold_case.h"
+
 namespace korvmailserver::account {
 
 Tables Source::ReadAll() {
@@ -18,7 +20,7 @@ Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& 
   }
   const GroupRow* row = tables.groups->ByName(FullName(group));
   if (row == nullptr) {
-    return Outcome::kUnknown;
+    return Absent(group, tables.groups->gaps());
   }
   std::string why;
   if (!CollectMembers(*tables.users, *tables.groups, *row, names, why)) {
@@ -27,8 +29,16 @@ Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& 
   return Outcome::kFound;
 }
 
+Outcome Source::Absent(const std::string& what, const Gaps& gaps) {
+  const bool may_be_there =
+      gaps.cut_short || gaps.folded_names.count(FoldCase(FullName(what))) != 0;
+  return may_be_there ? Fail("\"" + what + "\" cannot be told: " + gaps.why) : Outcome::kUnknown;
+}
+
 Outcome TableSource::Find(const std::string& name, UserRow& row) {
-  return PickByName(Users(), FullName(name), row);
+  const auto users = Users();
+  const Outcome outcome = PickByName(users, FullName(name), row);
+  return outcome == Outcome::kUnknown ? Absent(name, users->gaps()) : outcome;
 }
 
 Outcome TableSource::Find(const std::string& name, GroupRow& row) {
@@ -36,7 +46,9 @@ Outcome TableSource::Find(const std::string& name, GroupRow& row) {
 }
 
 Outcome TableSource::FindById(unsigned int uid, UserRow& row) {
-  return PickById(Users(), uid, row);
+  const auto users = Users();
+  const Outcome outcome = PickById(users, uid, row);
+  return outcome == Outcome::kUnknown ? Absent(std::to_string(uid), users->gaps()) : outcome;
 }
 
 Outcome TableSource::FindById(unsigned int gid, GroupRow& row) {

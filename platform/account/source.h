@@ -72,6 +72,9 @@ class Source {
   std::string TakeError() { return std::exchange(error_, {}); }
 
  protected:
+  // The outcome for what a table does not hold: unknown, or failed when its gaps may hold it.
+  Outcome Absent(const std::string& what, const Gaps& gaps);
+
   Outcome Fail(const std::string& text) {
     error_ = text;
     return Outcome::kFailed;

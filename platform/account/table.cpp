@@ -192,6 +192,10 @@ class MemberWalk {
       why = users_.memberships_hidden();
       return true;
     }
+    if (!group.members_hidden.empty()) {
+      why = group.members_hidden;
+      return true;
+    }
     const Gaps& gaps = users_.gaps();
     const auto unreadable = [&](const std::string& name) {
       return users_.ByName(name) == nullptr && gaps.folded_names.count(FoldCase(name)) != 0;

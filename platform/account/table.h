@@ -28,6 +28,7 @@ struct GroupRow : KORVGroup {
   std::string description;
   std::vector<std::string> members;      // full names
   std::vector<std::string> member_keys;  // keys of users or of nested groups
+  std::string members_hidden;            // why not all members are known; empty when they are
 };
 
 inline unsigned int IdOf(const UserRow& row) {

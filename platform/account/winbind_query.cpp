@@ -7,8 +7,10 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -60,21 +62,32 @@ class Conversation {
     return true;
   }
 
-  // True when winbindd's "no" can be believed. Else answers kFailed.
-  bool ControllerAnswers() {
-    if (ping_ == WBC_ERR_UNKNOWN_FAILURE) {
-      ping_ = wbcPingDc(domain_.c_str(), nullptr);
+  // True when winbindd's answers are the domain's. Asks the controller anew; says why not.
+  bool ControllerAnswers(std::string& why) const {
+    const wbcErr ping = wbcPingDc(domain_.c_str(), nullptr);
+    if (ping != WBC_ERR_SUCCESS) {
+      why = Say(("no domain controller of " + domain_ + " answers").c_str(), ping);
     }
-    if (ping_ != WBC_ERR_SUCCESS) {
-      out_.Put(kFailed, {Say(("no domain controller of " + domain_ + " answers").c_str(), ping_)});
-    }
-    return ping_ == WBC_ERR_SUCCESS;
+    return ping == WBC_ERR_SUCCESS;
   }
 
-  void Deny() {
-    if (ControllerAnswers()) {
-      out_.Put(kUnknown);
+  // A connection that was made with an earlier password answers pings and little else.
+  bool ControllerTrustsUs(std::string& why) const {
+    const wbcErr trust = wbcCheckTrustCredentials(domain_.c_str(), nullptr);
+    if (trust == WBC_ERR_AUTH_ERROR) {
+      why = Say(("the domain " + domain_ + " refuses this machine's password").c_str(), trust);
     }
+    return trust != WBC_ERR_AUTH_ERROR;
+  }
+
+  bool IsMember(std::string& why) const {
+    return ControllerAnswers(why) && ControllerTrustsUs(why);
+  }
+
+  // winbindd's "no" counts only with a controller behind it.
+  void Deny() const {
+    std::string why;
+    ControllerAnswers(why) ? out_.Put(kUnknown) : out_.Put(kFailed, {why});
   }
 
   std::string Qualified(const std::string& name) const { return domain_ + separator_ + name; }
@@ -118,86 +131,166 @@ class Conversation {
   }
 
   // The account, or that there is none.
-  void Reply(const passwd* user) { user == nullptr ? Deny() : PutUser(*user, ""); }
+  void Reply(const passwd* user) const { user == nullptr ? Deny() : PutUser(*user, ""); }
 
-  void Reply(const group* group) {
+  void Reply(const group* group) const {
     group == nullptr ? Deny()
                      : out_.Put(kGroup, {Full(group->gr_name), std::to_string(group->gr_gid)});
   }
 
-  // The ids of all groups of a user, also of those that hold the user through others. False: they
-  // are not known.
-  bool GroupsOf(const std::string& name, std::string& groups) const {
-    uint32_t count = 0;
-    gid_t* ids = nullptr;
-    const wbcErr code = wbcGetGroups(name.c_str(), &count, &ids);
-    const WbcPointer<gid_t> owner(ids);
-    for (uint32_t i = 0; code == WBC_ERR_SUCCESS && i < count; i++) {
-      groups += (i == 0 ? "" : ",") + std::to_string(ids[i]);
-    }
-    return code == WBC_ERR_SUCCESS;
+  void PutGap(char kind, const std::string& listed) const { out_.Put(kind, {Full(listed)}); }
+
+  bool Sid(const std::string& short_name, wbcDomainSid& sid) const {
+    wbcSidType kind = WBC_SID_NAME_UNKNOWN;
+    return KindOf(short_name, sid, kind);
   }
 
-  // Answers that something is missing of a listed account. False after an answer kFailed.
-  bool PutGap(char kind, const std::string& listed) {
-    if (!ControllerAnswers()) {
-      return false;
+  void TellUsers(bool with_groups) const {
+    const std::vector<std::string> names = List(wbcListUsers, "the users cannot be listed");
+    out_.Put(kCount, {std::to_string(names.size())});
+    for (size_t i = 0; i < names.size(); i += kBatch) {
+      std::vector<WbcPointer<passwd>> users;
+      for (size_t j = i; j < std::min(i + kBatch, names.size()); j++) {
+        users.push_back(LookUp(wbcGetpwnam, Qualified(Short(names[j])).c_str()));
+        if (users.back() == nullptr) {
+          users.pop_back();
+          PutGap(kNoUser, names[j]);
+        }
+      }
+      PutUsers(users, with_groups ? GroupsOf(users) : std::vector<std::string>(users.size()));
     }
-    out_.Put(kind, {Full(listed)});
-    return true;
   }
 
-  // False after an answer kFailed.
-  bool TellListedUser(const std::string& listed, bool with_groups) {
-    const std::string name = Qualified(Short(listed));
-    const WbcPointer<passwd> user = LookUp(wbcGetpwnam, name.c_str());
-    if (user == nullptr) {
-      return PutGap(kUnresolved, listed);
+  void TellGroups() const {
+    const std::vector<std::string> names = List(wbcListGroups, "the groups cannot be listed");
+    std::vector<wbcDomainSid> sids(names.size());
+    std::vector<char> known(names.size());
+    for (size_t i = 0; i < names.size(); i++) {
+      known[i] = GroupSid(Short(names[i]), sids[i]) ? 1 : 0;
     }
-    std::string groups;
-    if (with_groups && !GroupsOf(name, groups) && !PutGap(kNoMemberships, listed)) {
-      return false;
+    const std::vector<wbcUnixId> ids = IdsOf(sids);
+    for (size_t i = 0; i < names.size(); i++) {
+      if (known[i] != 0 && i < ids.size() && IsGid(ids[i])) {
+        out_.Put(kGroup, {Full(names[i]), std::to_string(ids[i].id.gid)});
+      } else {
+        PutGap(kNoGroup, names[i]);
+      }
     }
-    PutUser(*user, groups);
-    return true;
   }
 
-  // False after an answer kFailed.
-  bool TellListedGroup(const std::string& listed) {
-    wbcDomainSid sid = {};
-    gid_t gid = 0;
-    if (!GroupSid(Short(listed), sid) || wbcSidToGid(&sid, &gid) != WBC_ERR_SUCCESS) {
-      return PutGap(kUnresolved, listed);
-    }
-    out_.Put(kGroup, {Full(listed), std::to_string(gid)});
-    return true;
-  }
-
+ private:
   using Lister = wbcErr (*)(const char*, uint32_t*, const char***);
+  using Sids = std::vector<wbcDomainSid>;
 
-  // Gives every listed name to `tell` until it returns false. An empty list counts only while a
-  // controller answers.
-  template <class Tell>
-  void TellAll(Lister lister, const char* what, const Tell& tell) {
+  // Names looked up together: one request to winbindd instead of one each, and a first answer soon.
+  static constexpr size_t kBatch = 256;
+
+  // The listed names of this domain.
+  std::vector<std::string> List(Lister lister, const char* what) const {
     uint32_t count = 0;
     const char** names = nullptr;
     const wbcErr code = lister(domain_.c_str(), &count, &names);
     const WbcPointer<const char*> owner(code == WBC_ERR_SUCCESS ? names : nullptr);
     if (code != WBC_ERR_SUCCESS) {
       out_.Put(kFailed, {Say(what, code)});
-      return;
+      return {};
     }
-    if (count == 0) {
-      ControllerAnswers();
-    }
-    for (uint32_t i = 0; i < count; i++) {
-      if (!Short(names[i]).empty() && !tell(names[i])) {
-        return;
-      }
+    std::vector<std::string> listed(names, names + count);
+    listed.erase(std::remove_if(listed.begin(), listed.end(),
+                                [this](const std::string& name) { return Short(name).empty(); }),
+                 listed.end());
+    return listed;
+  }
+
+  void PutUsers(const std::vector<WbcPointer<passwd>>& users,
+                const std::vector<std::string>& groups) const {
+    for (size_t i = 0; i < users.size(); i++) {
+      PutUser(*users[i], groups[i]);
     }
   }
 
- private:
+  static bool IsGid(const wbcUnixId& id) {
+    return id.type == WBC_ID_TYPE_GID || id.type == WBC_ID_TYPE_BOTH;
+  }
+
+  // Unix ids in the order of the SIDs; empty when they cannot be told.
+  static std::vector<wbcUnixId> IdsOf(const Sids& sids) {
+    std::vector<wbcUnixId> ids(sids.size());
+    const bool told = wbcSidsToUnixIds(sids.data(), static_cast<uint32_t>(sids.size()),
+                                       ids.data()) == WBC_ERR_SUCCESS;
+    return told ? ids : std::vector<wbcUnixId>();
+  }
+
+  Sids SidsOf(const std::vector<WbcPointer<passwd>>& users) const {
+    std::vector<wbcUnixId> ids(users.size());
+    Sids sids(users.size());
+    for (size_t i = 0; i < users.size(); i++) {
+      ids[i].type = WBC_ID_TYPE_UID;
+      ids[i].id.uid = users[i]->pw_uid;
+    }
+    const bool told = wbcUnixIdsToSids(ids.data(), static_cast<uint32_t>(ids.size()),
+                                       sids.data()) == WBC_ERR_SUCCESS;
+    for (size_t i = 0; i < users.size(); i++) {
+      if (!told || sids[i].num_auths == 0) {
+        sids[i] = {};
+        Sid(Short(users[i]->pw_name), sids[i]);
+      }
+    }
+    return sids;
+  }
+
+  // The domain groups of the user with this SID, also those that hold the user through others.
+  // False: they are not known.
+  static bool GroupSidsOf(const wbcDomainSid& user, Sids& groups) {
+    uint32_t count = 0;
+    wbcDomainSid* sids = nullptr;
+    const wbcErr code = wbcLookupUserSids(&user, true, &count, &sids);
+    const WbcPointer<wbcDomainSid> owner(code == WBC_ERR_SUCCESS ? sids : nullptr);
+    if (code == WBC_ERR_SUCCESS) {
+      groups.assign(sids, sids + count);
+    }
+    return code == WBC_ERR_SUCCESS;
+  }
+
+  static std::string Text(const wbcDomainSid& sid) {
+    char text[WBC_SID_STRING_BUFLEN];
+    wbcSidToStringBuf(&sid, text, sizeof(text));
+    return text;
+  }
+
+  // Group ids joined by ",", a text for each user. Answers kNoMemberships for those whose groups
+  // are not known.
+  std::vector<std::string> GroupsOf(const std::vector<WbcPointer<passwd>>& users) const {
+    const Sids user_sids = SidsOf(users);
+    std::vector<Sids> groups_of(users.size());
+    std::map<std::string, size_t> number;  // of a SID among `sids`
+    Sids sids;
+    for (size_t i = 0; i < users.size(); i++) {
+      if (!GroupSidsOf(user_sids[i], groups_of[i])) {
+        PutGap(kNoMemberships, users[i]->pw_name);
+      }
+      for (const wbcDomainSid& sid : groups_of[i]) {
+        if (number.emplace(Text(sid), sids.size()).second) {
+          sids.push_back(sid);
+        }
+      }
+    }
+    const std::vector<wbcUnixId> ids = IdsOf(sids);
+    std::vector<std::string> texts(users.size());
+    for (size_t i = 0; i < users.size(); i++) {
+      if (ids.size() < sids.size()) {
+        PutGap(kNoMemberships, users[i]->pw_name);
+      }
+      for (const wbcDomainSid& sid : ids.empty() ? Sids() : groups_of[i]) {
+        const wbcUnixId& id = ids[number[Text(sid)]];
+        if (IsGid(id)) {
+          texts[i] += (texts[i].empty() ? "" : ",") + std::to_string(id.id.gid);
+        }
+      }
+    }
+    return texts;
+  }
+
   bool SameDomain(const std::string& domain) const {
     return EqualsIgnoreAsciiCase(domain, domain_);
   }
@@ -205,24 +298,25 @@ class Conversation {
   std::string domain_;
   const AnswerWriter& out_;
   char separator_ = '\\';
-  wbcErr ping_ = WBC_ERR_UNKNOWN_FAILURE;  // not pinged yet
 };
 
 }  // namespace
 
-void QueryUsers(const std::string& domain, bool with_groups, const AnswerWriter& out) {
+void QueryAccounts(const std::string& domain, const Wanted& wanted, const AnswerWriter& out) {
   Conversation talk(domain, out);
-  if (talk.Begin()) {
-    talk.TellAll(wbcListUsers, "the users cannot be listed",
-                 [&](const char* name) { return talk.TellListedUser(name, with_groups); });
+  if (!talk.Begin()) {
+    return;
   }
-}
-
-void QueryGroups(const std::string& domain, const AnswerWriter& out) {
-  Conversation talk(domain, out);
-  if (talk.Begin()) {
-    talk.TellAll(wbcListGroups, "the groups cannot be listed",
-                 [&](const char* name) { return talk.TellListedGroup(name); });
+  std::string why;
+  const bool is_member = talk.IsMember(why);
+  if (wanted.users) {
+    talk.TellUsers(wanted.memberships && is_member);
+  }
+  if (wanted.groups) {
+    talk.TellGroups();
+  }
+  if (!is_member || !talk.ControllerAnswers(why)) {
+    out.Put(kFailed, {why});
   }
 }
 
@@ -270,9 +364,10 @@ void QueryDaemon(const AnswerWriter& out) {
 }
 
 void QueryController(const std::string& domain, const AnswerWriter& out) {
-  if (Conversation(domain, out).ControllerAnswers()) {
-    out.Put(kReady, {"a domain controller of " + domain + " answers"});
-  }
+  std::string why;
+  const bool is_member = Conversation(domain, out).IsMember(why);
+  is_member ? out.Put(kReady, {"a domain controller of " + domain + " answers"})
+            : out.Put(kFailed, {why});
 }
 
 }  // namespace korvmailserver::account::winbind

@@ -54,8 +54,10 @@ class WinbindSource : public Source {
  public:
   explicit WinbindSource(std::string domain) : domain_(std::move(domain)) {}
 
-  std::shared_ptr<const UserTable> Users() override { return ReadUsers(false); }
+  std::shared_ptr<const UserTable> Users() override;
   std::shared_ptr<const GroupTable> Groups() override;
+  // One request for all: one time limit, and the domain controller is asked for once.
+  Tables ReadAll() override { return Read({true, true, true}); }
   Outcome Find(const std::string& name, UserRow& row) override;
   Outcome Find(const std::string& name, GroupRow& row) override;
   Outcome FindById(unsigned int uid, UserRow& row) override;
@@ -68,10 +70,10 @@ class WinbindSource : public Source {
   }
 
  private:
-  std::shared_ptr<const UserTable> UsersWithGroups() override { return ReadUsers(true); }
-  // Answers other than kFailed go to `take`. False and `error` when not all of them came.
+  // Answers other than kFailed and kCount go to `take`. False and `error` when not all of them
+  // came.
   bool Run(const Query& query, const std::function<void(const Answer&)>& take, std::string& error);
-  std::shared_ptr<const UserTable> ReadUsers(bool with_groups);
+  Tables Read(const winbind::Wanted& wanted);
   template <class Row>
   Outcome FindOne(const Query& query, Row& row);
   // The name without the domain; empty when it is another domain's.
@@ -86,57 +88,78 @@ bool WinbindSource::Run(const Query& query, const std::function<void(const Answe
   if (!ReadHostSettings(settings, error)) {
     return false;
   }
+  Budget budget(settings.winbind.timeout);
   std::string failure;
   const auto sort = [&](const Answer& answer) {
-    answer.kind == winbind::kFailed ? static_cast<void>(failure = answer.texts.at(0))
-                                    : take(answer);
+    if (answer.kind == winbind::kCount) {
+      budget.ExtendFor(Number(answer.texts.at(0)));
+    } else if (answer.kind != winbind::kFailed) {
+      take(answer);
+    } else if (failure.empty()) {
+      failure = answer.texts.at(0);
+    }
   };
-  const bool ended = QueryInChild(query, sort, settings.winbind.timeout, error);
+  const bool ended = QueryInChild(query, sort, budget, error);
   if (!ended) {
-    error = "winbindd: " + error;
+    error = "winbindd: " + error + "; timeout in [winbind] of the host settings is " +
+            std::to_string(settings.winbind.timeout);
   } else if (!failure.empty()) {
     error = failure;
   }
   return ended && failure.empty();
 }
 
-std::shared_ptr<const UserTable> WinbindSource::ReadUsers(bool with_groups) {
+void Sort(const Answer& answer, UserTable& users, GroupTable& groups) {
+  const std::string& name = answer.texts.at(0);
+  switch (answer.kind) {
+    case winbind::kUser:
+      users.Add(Make<UserRow>(answer));
+      break;
+    case winbind::kGroup:
+      groups.Add(Make<GroupRow>(answer));
+      break;
+    case winbind::kNoMemberships:
+      users.HideMemberships("the groups of \"" + name + "\" cannot be told");
+      break;
+    case winbind::kNoGroup:
+      groups.Skip("\"" + name + "\" is listed and cannot be looked up", name);
+      break;
+    default:
+      // The controller answered, so this account has no ids, and no group loses a member by it.
+      users.Skip("\"" + name + "\" is listed and cannot be looked up", "");
+  }
+}
+
+Tables WinbindSource::Read(const winbind::Wanted& wanted) {
   const auto users = std::make_shared<UserTable>(NameCase::kFolded);
-  const auto take = [&](const Answer& answer) {
-    const std::string& name = answer.texts.at(0);
-    switch (answer.kind) {
-      case winbind::kUser:
-        users->Add(Make<UserRow>(answer));
-        break;
-      case winbind::kNoMemberships:
-        users->HideMemberships("the groups of \"" + name + "\" cannot be told");
-        break;
-      default:
-        // The controller answered, so this account has no ids, and no group loses a member by it.
-        users->Skip("\"" + name + "\" is listed and cannot be looked up", "");
-    }
-  };
+  const auto groups = std::make_shared<GroupTable>(NameCase::kFolded);
   std::string error;
   const bool whole =
-      Run([&](const AnswerWriter& out) { winbind::QueryUsers(domain_, with_groups, out); }, take,
-          error);
-  return Conclude(users, whole, error, "Windows domain " + domain_);
+      Run([&](const AnswerWriter& out) { winbind::QueryAccounts(domain_, wanted, out); },
+          [&](const Answer& answer) { Sort(answer, *users, *groups); }, error);
+  const std::string origin = "Windows domain " + domain_;
+  Tables tables;
+  if (wanted.users) {
+    tables.users = Conclude(users, whole, error, origin);
+    tables.users_error = TakeError();
+  }
+  if (wanted.groups) {
+    tables.groups = Conclude(groups, whole, error, origin);
+    tables.groups_error = TakeError();
+  }
+  return tables;
+}
+
+std::shared_ptr<const UserTable> WinbindSource::Users() {
+  const Tables tables = Read({true, false, false});
+  Fail(tables.users_error);
+  return tables.users;
 }
 
 std::shared_ptr<const GroupTable> WinbindSource::Groups() {
-  const auto groups = std::make_shared<GroupTable>(NameCase::kFolded);
-  const auto take = [&](const Answer& answer) {
-    const std::string& name = answer.texts.at(0);
-    if (answer.kind == winbind::kGroup) {
-      groups->Add(Make<GroupRow>(answer));
-    } else {
-      groups->Skip("\"" + name + "\" is listed and cannot be looked up", name);
-    }
-  };
-  std::string error;
-  const bool whole =
-      Run([&](const AnswerWriter& out) { winbind::QueryGroups(domain_, out); }, take, error);
-  return Conclude(groups, whole, error, "Windows domain " + domain_);
+  const Tables tables = Read({false, false, true});
+  Fail(tables.groups_error);
+  return tables.groups;
 }
 
 template <class Row>

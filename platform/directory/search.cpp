@@ -87,7 +87,8 @@ void Search::FetchPage() {
   const int code = Receive(result);
   if (code != LDAP_SUCCESS) {
     BreakOff(code, code == LDAP_TIMEOUT
-                       ? "no answer within " + std::to_string(session_.timeout()) + " seconds"
+                       ? "no answer within " + std::to_string(session_.budget().seconds()) +
+                             " seconds (timeout in [ldap] of the host settings)"
                        : session_.ErrorText(code));
     return;
   }
@@ -110,7 +111,12 @@ int Search::Receive(LDAPMessage*& result) {
     attributes.push_back(attribute.data());
   }
   attributes.push_back(nullptr);
-  timeval timeout = {session_.timeout(), 0};
+  const long left = session_.budget().Left().count();
+  if (left == 0) {
+    ldap_control_free(page);
+    return LDAP_TIMEOUT;
+  }
+  timeval timeout = {left / 1000, left % 1000 * 1000};
   int id = 0;
   code = ldap_search_ext(ldap, query_.base.c_str(), LDAP_SCOPE_SUBTREE, query_.filter.c_str(),
                          attributes.data(), 0, controls, nullptr, &timeout, LDAP_NO_LIMIT, &id);
@@ -142,6 +148,7 @@ void Search::TakeEntries(LDAPMessage* result) {
     page_.push_back(std::move(entry));
   }
   received_ += page_.size();
+  session_.budget().ExtendFor(page_.size());
 }
 
 void Search::Judge(LDAPMessage* result) {

@@ -83,6 +83,7 @@ bool Session::SetOptions(const LdapSettings& settings, std::string& error) {
 bool Session::Connect(const LdapSettings& settings, std::string& error) {
   const SigpipeGuard guard;
   timeout_ = settings.timeout;
+  Renew();
   int code = ldap_initialize(&ldap_, settings.uri.c_str());
   if (code != LDAP_SUCCESS) {
     error = "uri \"" + settings.uri + "\": " + ldap_err2string(code);
@@ -111,6 +112,9 @@ bool Session::Bind(const LdapSettings& settings, std::string& error) {
   const SigpipeGuard guard;
   std::string password = settings.bind_dn.empty() ? "" : settings.password;
   berval credentials = {password.size(), password.data()};
+  const long left = std::max<long>(budget_.Left().count(), 1);
+  const timeval timeout = {left / 1000, left % 1000 * 1000};
+  ldap_set_option(ldap_, LDAP_OPT_TIMEOUT, &timeout);
   const int code = ldap_sasl_bind_s(ldap_, settings.bind_dn.c_str(), LDAP_SASL_SIMPLE, &credentials,
                                     nullptr, nullptr, nullptr);
   if (code != LDAP_SUCCESS) {

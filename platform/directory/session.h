@@ -1,7 +1,9 @@
 // A connected, bound LDAP session, and searches in it.
 //
-// Every call has the deadline of the host settings. Results are asked for in pages, and the code of
-// every page is judged: entries that came before a limit look as good as a whole answer.
+// An operation - connecting, binding and a whole search, or a further search in an open session -
+// has one time limit, that of the host settings, which grows with the entries that come. Results
+// are asked for in pages, and the code of every page is judged: entries that came before a limit
+// look as good as a whole answer.
 #ifndef PLATFORM_DIRECTORY_SESSION_H
 #define PLATFORM_DIRECTORY_SESSION_H
 
@@ -13,6 +15,7 @@
 
 #include "platform/directory/connect_deadline.h"
 #include "platform/include/host_settings.h"
+#include "platform/system/budget.h"
 
 namespace korvmailserver::directory {
 
@@ -42,8 +45,11 @@ class Session {
   // Simple bind; an empty bind dn stays anonymous. False and `error` on failure.
   bool Bind(const LdapSettings& settings, std::string& error);
 
+  // Begins another operation in an open session; connecting begins the first.
+  void Renew() { budget_ = Budget(timeout_); }
+  Budget& budget() { return budget_; }
+
   LDAP* handle() const { return ldap_; }
-  int timeout() const { return timeout_; }
   // "Can't contact LDAP server (-1): what the server or the TLS library says"
   std::string ErrorText(int code) const;
 
@@ -53,6 +59,7 @@ class Session {
   ConnectDeadline deadline_;
   LDAP* ldap_ = nullptr;
   int timeout_ = 0;
+  Budget budget_{0};
 };
 
 struct SearchQuery {

@@ -3,6 +3,7 @@
 #include <ldap.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "platform/include/ldap_search.h"
 #include "platform/include/text.h"
@@ -56,15 +57,45 @@ std::string Both(const std::string& filter, const std::string& other) {
   return "(&" + (bracketed ? filter : "(" + filter + ")") + other + ")";
 }
 
+namespace {
+
+std::string Bytes(const berval& value) {
+  return value.bv_val == nullptr ? std::string() : std::string(value.bv_val, value.bv_len);
+}
+
+// "attribute=value", the value as text that is folded and has its separators escaped.
+std::string Folded(const LDAPAVA& part) {
+  std::string text = FoldCase(Bytes(part.la_attr)) + "=";
+  for (const char c : FoldCase(Bytes(part.la_value))) {
+    if (c == ',' || c == '+' || c == '=' || c == '\\') {
+      text += '\\';
+    }
+    text += c;
+  }
+  return text;
+}
+
+}  // namespace
+
+// The library's own text of a DN has other letters than ASCII's escaped, and so out of any
+// folding's reach.
 std::string FoldDn(const std::string& dn) {
   LDAPDN parsed = nullptr;
   if (ldap_str2dn(dn.c_str(), &parsed, LDAP_DN_FORMAT_LDAPV3) != LDAP_SUCCESS) {
     return FoldCase(dn);
   }
-  char* text = nullptr;
-  const int code = ldap_dn2str(parsed, &text, LDAP_DN_FORMAT_LDAPV3);
-  std::string folded = FoldCase(code == LDAP_SUCCESS ? text : dn);
-  ldap_memfree(text);
+  std::string folded;
+  for (LDAPRDN* level = parsed; level != nullptr && *level != nullptr; level++) {
+    std::vector<std::string> parts;
+    for (LDAPAVA** part = *level; *part != nullptr; part++) {
+      parts.push_back(Folded(**part));
+    }
+    std::sort(parts.begin(), parts.end());  // their order means nothing
+    folded += level == parsed ? "" : ",";
+    for (size_t i = 0; i < parts.size(); i++) {
+      folded += (i == 0 ? "" : "+") + parts[i];
+    }
+  }
   ldap_dnfree(parsed);
   return folded;
 }

@@ -111,7 +111,9 @@ MDOMAIN_EXPORT int KORVLDAPCatName(char* buffer, size_t size, const char* domain
 // would leave nothing (`@dom`). Of several "@" the last counts.
 MDOMAIN_EXPORT std::string TrimDomainName(const std::string& name);
 
-// One spelling for all names that a source takes for the same when it ignores letter case.
+// One spelling for all names that a directory or a Windows domain takes for the same: letter case
+// is folded beyond ASCII too (`Ärzte`, `ärzte`). Local files tell such names apart; whoever looks
+// up one of them tries the exact spelling first.
 MDOMAIN_EXPORT std::string FoldAccountName(const std::string& name);
 
 // The full names under which the source in force would know `short_names`, in order, one each.

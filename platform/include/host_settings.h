@@ -46,13 +46,13 @@ struct LdapSettings {
   std::string group_name_attr = "cn", group_id_attr = "gidNumber", group_desc_attr = "description";
   std::string schema = "rfc2307";  // memberUid; or "rfc2307bis": member, with DNs
   std::string member_attr;         // empty: memberUid or member, as the schema says
-  int timeout = 10;                // seconds, of every call to the directory
+  int timeout = 10;                // seconds: connecting, binding and one whole search
   int page_size = 500;             // 1 to 1000
 };
 
 // [winbind].
 struct WinbindSettings {
-  int timeout = 30;      // seconds, of every request to winbindd
+  int timeout = 30;      // seconds: one look-up, or one reading of all accounts
   int net_timeout = 60;  // seconds, of one run of /usr/bin/net
 };
 

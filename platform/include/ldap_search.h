@@ -1,7 +1,8 @@
 // LDAP search sessions with the host's stored bind settings and search options.
 //
-// Searches go over the whole subtree below the users' base, in pages of at most 1000. Every call to
-// the server ends at [ldap] timeout. Values are bytes; one that is not UTF-8, or holds a zero byte,
+// Searches go over the whole subtree below the users' base, in pages of at most 1000. Connecting,
+// binding and a search end together at [ldap] timeout, which grows by a second for every 50 entries
+// that come. Values are bytes; one that is not UTF-8, or holds a zero byte,
 // counts as missing.
 #ifndef PLATFORM_LDAP_SEARCH_H
 #define PLATFORM_LDAP_SEARCH_H

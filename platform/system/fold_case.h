@@ -6,7 +6,7 @@
 
 namespace korvmailserver {
 
-// Case folding of all of Unicode, in NFC; ASCII letters only where the bytes are not UTF-8.
+// Simple case folding of all of Unicode, in NFC; ASCII letters only where the bytes are not UTF-8.
 std::string FoldCase(const std::string& name);
 
 }  // namespace korvmailserver

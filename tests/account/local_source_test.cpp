@@ -2,6 +2,7 @@
 // accounts, what a damaged file does to an answer, and when a changed file is seen.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -80,11 +81,15 @@ TEST_F(LocalSource, LeavesAGapForEveryLineThatIsNoAccount) {
       {"uid the unknown one", "carol:x:4294967295:100:::\n", kNoAccount},
       {"gid too large", "carol:x:1003:99999999999:::\n", kNoAccount},
       {"name not UTF-8", "car\xFFol:x:1003:100:::\n", kNoAccount},
-      {"zero byte", std::string("car\0ol:x:1003:100:::\n", 20), kNoAccount},
+      {"zero byte", std::string("car\0ol:x:1003:100:::\n", 20), "line 3 has a control character"},
+      {"zero byte in a comment line", std::string("#\0bob\n", 6), "line 3 has a control character"},
+      {"tab in an account", "carol:x:1003:100:C\t::\n", "line 3 has a control character"},
+      {"cut line", "carol:x:1003", "line 3 has no line end"},
+      {"no line end", "carol:x:1003:100:::/bin/fal", "line 3 has no line end"},
       {"over-long name", std::string(256, 'c') + ":x:1003:100:::\n", kNoAccount},
       {"name taken", "alice:x:1003:100:::\n", "stands there more than once"},
       {"empty line, comment, other databases", "\n  \n#carol:x\n+::::::\n-carol\n", ""},
-      {"DOS line end, no line end", "carol:x:1003:100:::\r", ""},
+      {"DOS line end", "carol:x:1003:100:::\r\n", ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -107,7 +112,8 @@ TEST_F(LocalSource, SaysOnceWhatIsMissing) {
   }
   const auto log = TakeLog();
   ASSERT_EQ(log.size(), 1U);
-  EXPECT_THAT(log[0].text, HasSubstr("/etc/passwd: at least 2 entries are missing (line 2"));
+  EXPECT_THAT(log[0].text, HasSubstr("local accounts: at least 2 entries are missing (" + root() +
+                                     "/etc/passwd: line 2 is no account"));
 }
 
 TEST_F(LocalSource, HandsOutTheFirstOfAccountsThatShareAnId) {
@@ -143,7 +149,61 @@ TEST_F(LocalSource, DoesNotTellMembersThatADamagedFileHides) {
   EXPECT_TRUE(Logged("members of the group \"staff\" cannot be told"));
   EXPECT_TRUE(Logged("members of the group \"club\" cannot be told"));
   WriteAccounts(Person("alice", 1001), std::string(kGroups) + ":x:1003:\n");
-  EXPECT_THAT(Groups(), ElementsAre("users", "staff", "empty", "(missing: line 4 is no group)"));
+  EXPECT_THAT(Groups(), ElementsAre("users", "staff", "empty",
+                                    "(missing: " + root() + "/etc/group: line 4 is no group)"));
+  EXPECT_EQ(Users().held, 2) << "nobody may be deleted while a group cannot be read";
+}
+
+// A cut "bob:x:1002" cost bob the role that his primary group gave him, and then his address.
+TEST_F(LocalSource, TakesNobodyOutOfAGroupForADamagedLine) {
+  const std::string alice = Person("alice", 1001);
+  const std::string groups = "staff:x:1001:alice,bob\nclub:x:1003:alice\n";
+  const struct {
+    const char* what;
+    std::string passwd;
+    std::string group;
+    std::vector<std::string> hidden;  // groups whose members cannot be told
+    const char* why;
+  } cases[] = {
+      {"cut", alice + "bob:x:1002", groups, {"staff", "club"}, "passwd: line 2 has no line end"},
+      {"cut at an id",
+       alice + "bob:x:1002:10\n",
+       groups,
+       {"staff", "club"},
+       "passwd: line 2 is no"},
+      {"two lines in one",
+       alice + "x:x:1:1::/:bob:x:1002:1003:::\n",
+       groups,
+       {"staff", "club"},
+       "passwd: line 2 is no"},
+      {"no name", alice + ":x:1002:100:::\n", groups, {"staff", "club"}, "passwd: line 2 is no"},
+      {"no line end", alice, groups + "last:x:1004:al", {"last"}, "group: line 3 has no line end"},
+      {"zero byte",
+       alice,
+       groups + std::string("last:x:1004:alice,\0\n", 20),
+       {"last"},
+       "group: line 3 has a control"},
+      {"no UTF-8",
+       alice,
+       groups + "last:x:1004:alice,b\xFF\n",
+       {"last"},
+       "group: line 3 names a member that cannot be read"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    WriteAccounts(c.passwd, c.group);
+    EXPECT_GT(Users().held, 1) << "incomplete, so nobody is deleted";
+    EXPECT_TRUE(Logged(c.why));
+    for (const std::string group : {"staff", "club", "last"}) {
+      const bool is_there = c.group.find(group) != std::string::npos;
+      const bool is_hidden = std::count(c.hidden.begin(), c.hidden.end(), group) != 0;
+      const std::vector<std::string> members = Members(group);
+      EXPECT_EQ(members == std::vector<std::string>{"failed 256"}, is_there && is_hidden) << group;
+      EXPECT_EQ(is_there && is_hidden, Logged("members of the group \"" + group +
+                                              "\" cannot be told: " + root() + "/etc/" + c.why));
+    }
+    TakeLog();
+  }
 }
 
 TEST_F(LocalSource, TellsAbsentFromFailed) {
@@ -240,7 +300,7 @@ TEST_F(LocalSource, InspectsItselfUntilTheFirstStepThatFails) {
   WriteAccounts(Person("alice", 1001), kGroups);
   EXPECT_EQ(LastStep(), "complete: yes");
   WriteAccounts(Person("alice", 1001) + "x\n", kGroups);
-  EXPECT_EQ(LastStep(), "complete: users: line 2 is no account");
+  EXPECT_EQ(LastStep(), "complete: users: " + root() + "/etc/passwd: line 2 is no account");
   WriteAccounts("", kGroups);
   EXPECT_THAT(LastStep(), HasSubstr("users: "));
   std::filesystem::remove(root() + "/etc/group");

@@ -97,6 +97,9 @@ TEST_F(NetOutputTest, BrokenAndForgedAnswersFail) {
       {"Got 1 replies\n\nsAMAccountName: alice\ninfo: line one\nsn: fake\n\n"
        "sAMAccountName: evil\ndescription:  lead and trail \n\n",
        "net announced [1] entries but gave [2]"},
+      {"Got 3 replies\n\nsAMAccountName: alice\n\ninfo: one\n\ntwo\nsAMAccountName: bob\n\n"
+       "sAMAccountName: carol\n\n",
+       "but gave [4]; a value of one of these accounts may hold empty lines: [alice, bob]"},
   };
   for (const auto& [output, line] : cases) {
     Accounts accounts = {{"before", {}}};

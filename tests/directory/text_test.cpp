@@ -34,12 +34,16 @@ TEST(DirectoryText, SpellingsOfADnAreFolded) {
       {"uid=BOB, ou=People , dc=Example", "uid=bob,ou=people,dc=example"},
       {"cn=a\\2C b\\2Bc,dc=x", "CN=A\\, B\\+C,DC=X"},
       {"cn=J\xC3\xB6,dc=x", "cn=J\\C3\\b6,dc=x"},
+      {"uid=\u00c4NNE+ou=b,dc=x", "ou=B + uid=\u00e4nne,dc=x"},
+      {"cn=\u03a3\u03a3,dc=x", "cn=\u03c3\u03c2,dc=x"},
       {"no DN, But Text", "NO DN, but text"},
   };
   for (const auto& [one, other] : cases) {
     EXPECT_EQ(directory::FoldDn(one), directory::FoldDn(other));
   }
   EXPECT_NE(directory::FoldDn("cn=a\\,dc=x"), directory::FoldDn("cn=a,dc=x"));
+  EXPECT_NE(directory::FoldDn("cn=stra\u00dfe"), directory::FoldDn("cn=strasse"));
+  EXPECT_NE(directory::FoldDn("cn=\u0131"), directory::FoldDn("cn=i"));
 }
 
 TEST(DirectoryText, OnlyAttributeNamesAndTextPass) {

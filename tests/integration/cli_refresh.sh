@@ -35,7 +35,7 @@ gives '[.[].name] | sort' '["ben","erik","erika","newby","user"]' user list 1
 cp "$MDOMAIN_ROOT/etc/passwd" "$scratch/passwd"
 sed -i '/^ben:/d; $a broken line\nalso:broken' "$MDOMAIN_ROOT/etc/passwd"
 gives '[.complete, .deleted_users]' '[false,[]]' refresh
-same "lines about the malformed file" "$(grep -c 'passwd' <<<"$err")" 1
+same "lines about the malformed file" "$(grep -c 'entries are missing' <<<"$err")" 1
 cp "$scratch/passwd" "$MDOMAIN_ROOT/etc/passwd"
 
 # Notices are shown when asked for.

@@ -267,6 +267,19 @@ TEST_F(LdapAccounts, GiveUpAServerThatHangs) {
   EXPECT_EQ(User("alice").uid, 10001U);
 }
 
+// Each page came within its own time limit, and a refresh took minutes.
+TEST_F(LdapAccounts, AreIncompleteWhenThePagesTogetherTakeTooLong) {
+  Configure({{"page_size", "10"}, {"timeout", "1"}});
+  before_search = [] { usleep(600000); };
+  const Answer users = Users();
+  EXPECT_GT(users.held, static_cast<long>(users.names.size()));
+  EXPECT_LT(users.names.size(), 100U);
+  EXPECT_TRUE(Logged("seconds (timeout in [ldap] of the host settings)"));
+  EXPECT_THAT(Members("staff"), ElementsAre("failed 256"));
+  EXPECT_TRUE(Logged("the groups are not asked for after the users: "));
+  TakeLog();
+}
+
 // The last one: it ends the limited server.
 TEST_F(LdapAccounts, AreIncompleteWhenTheServerDiesBetweenTwoPages) {
   SetAccountDomain();

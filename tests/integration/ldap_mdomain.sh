@@ -34,18 +34,25 @@ stop() { kill "$SLAPD_PID"; wait "$SLAPD_PID" || true; }
 # 1. Addresses.
 dir=$scratch/server port=3890
 mkdir -p "$dir"
-ldif_company >"$dir/data.ldif"
+{ ldif_company && ldif_user People änne Anne 10004 20002 && ldif_group Groups Ärzte 20010 ÄNNE
+} >"$dir/data.ldif"
 whole="limits users size=unlimited"
 start "$whole"
 new_root people "ldap://127.0.0.1:$port"
 m domain create example.com --pattern '<m>' --auto-add >/dev/null
 m domain create example.org --pattern '<department>' --auto-add >/dev/null
 expect "complete" "$(m refresh | jq -c .complete)" true
-expect "members" "$(m user list example.com | jq length)" 1200
+expect "members" "$(m user list example.com | jq length)" 1201
 expect "mail" "$(m user addresses alice | jq -c 'sort')" \
   '["Sales@example.org","alice.archer@example.com"]'
 expect "no mail" "$(m user addresses carol | jq -c 'sort')" '["carol@example.com","carol@example.org"]'
 expect "UTF-8" "$(m user addresses bob | jq -c 'sort')" '["bob@example.com","Öl@example.org"]'
+
+# Letter case beyond ASCII, as the directory compares it.
+expect "another case" "$(m user addresses ÄNNE | jq length)" 2
+expect "a member in another case" "$(m account members ärzte | jq -r '.[].name')" änne@dir.example
+m domain set example.org --pattern '<99999999999g>' 2>"$scratch/err" && fail "a length beyond numbers"
+grep -q '99999999999 bytes long' "$scratch/err" || fail "$(cat "$scratch/err")"
 
 names() { m user list example.com | jq -r '.[].name' | sort; }
 

@@ -1,7 +1,7 @@
 #!/bin/bash
 # The Windows-domain account source and alias patterns against a Samba domain controller.
 # ctest-label: samba
-# ctest-timeout: 300
+# ctest-timeout: 400
 # Options that are several words stand unquoted:
 # shellcheck disable=SC2086
 [ "$(id -u)" -eq 0 ] || { echo "needs root"; exit 77; }
@@ -41,6 +41,20 @@ run() { "$build/bin/integration_samba_accounts_test" --gtest_filter="SambaAccoun
 ACCOUNT_KIND=win "$build/bin/integration_account_conformance_test"
 export WINBINDD_PID
 run 'Asked*'
+root=$scratch/people
+mkdir "$root"
+m() { "$build/bin/mdomain" --root "$root" --json --yes "$@"; }
+expect() { [ "$2" = "$3" ] || { echo "FAILED: $1: got \"$2\", want \"$3\"" >&2; exit 1; }; }
+m config set win_domain_short_name ADEX >/dev/null
+m config set account_type win >/dev/null
+m domain create example.com --auto-add >/dev/null
+m refresh >/dev/null
+# winbindd gives "öl".
+expect "as the directory writes it" "$(m user addresses Öl | jq -c .)" '["öl@example.com"]'
+for case in 'MEMBER1$ machine' 'OTHER\x another' 'ADEX\ghost there.is.no'; do
+  m user addresses "${case% *}" 2>"$scratch/err" && exit 1
+  grep -q "${case#* }" "$scratch/err" || { echo "FAILED: $(cat "$scratch/err")" >&2; exit 1; }
+done
 
 # Ids from attributes that most users lack: they are listed and cannot be looked up.
 kill "$WINBINDD_PID"
@@ -57,6 +71,26 @@ done
 rm -f "$scratch"/m/{cache,lock,state}/*cache*.tdb "$scratch"/m/state/winbindd_idmap.tdb
 ad_start_winbindd "$scratch"
 run Unresolvable
+
+# A winbindd that has answered before, without its controller or with a password that is refused: it
+# answers with success, from what it remembers.
+root=$scratch/warm
+mkdir "$root"
+m config set win_domain_short_name ADEX >/dev/null
+m config set account_type win >/dev/null
+m refresh >/dev/null
+run Warm
+kill "$DC_PID"
+wait "$DC_PID" || true
+WARM_REASON="no domain controller of ADEX answers" run WarmAlone
+expect "incomplete" "$(m refresh | jq -c .complete)" false
+expect "as it was" "$(m account members STAFF | jq -c 'map(.name)')" '["ADEX\\alice"]'
+ad_start_dc "$scratch"
+for _ in $(seq 100); do wbinfo --ping-dc >/dev/null 2>&1 && break; sleep 0.1; done
+run Warm
+samba-tool user setpassword 'MEMBER1$' --newpassword='Another.1x' \
+  -H "$scratch/dc/private/sam.ldb" >/dev/null 2>&1
+WARM_REASON="the domain ADEX refuses this machine's password" run WarmAlone
 
 # No controller, and a winbindd that has nothing in its cache: it answers with success and no users.
 kill "$WINBINDD_PID" "$DC_PID"

@@ -108,6 +108,28 @@ TEST_F(SambaAccounts, Unresolvable) {
   EXPECT_THAT(Members("ADEX\\staff"), ElementsAre("ADEX\\alice")) << "bob has no id";
 }
 
+TEST_F(SambaAccounts, Warm) {
+  EXPECT_THAT(Members("ADEX\\staff"), ElementsAre("ADEX\\alice"));
+  TakeLog();
+}
+
+// Each user's primary group came as all of the user's groups, with success: a third of all
+// memberships went.
+TEST_F(SambaAccounts, WarmAlone) {
+  const std::string reason = getenv("WARM_REASON");
+  EXPECT_THAT(LastStep(), HasSubstr("bind: " + reason));
+  const korvmailserver::AccountSnapshot snapshot;
+  const Answer users = Users();
+  EXPECT_THAT(users.names, ElementsAre("ADEX\\alice"));
+  EXPECT_GT(users.held, 2);
+  EXPECT_TRUE(Logged("nobody is deleted until that is mended"));
+  EXPECT_THAT(Members("ADEX\\staff"), ElementsAre("failed 256"));
+  EXPECT_TRUE(Logged("members of the group \"ADEX\\staff\" cannot be told: "));
+  EXPECT_EQ(User("ADEX\\nosuch").name, "");
+  EXPECT_EQ(KLIBCErrGet(), KLIB_ERR_FAILED) << "cannot be told, which is not absent";
+  TakeLog();
+}
+
 TEST_F(SambaAccounts, NoController) {
   EXPECT_LT(Users().held, 0) << "success, and no users, is no answer";
   EXPECT_TRUE(Logged("no domain controller of ADEX answers"));

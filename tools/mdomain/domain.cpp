@@ -1,5 +1,6 @@
 // mdomain domain: the domains themselves. Their additional names are in domain_names.cpp.
 #include "lib-domain/api/domain.h"
+#include "lib-domain/base/text.h"
 
 #include <algorithm>
 
@@ -47,6 +48,12 @@ void RequireUsablePattern(const std::string& pattern) {
     const size_t close = open == std::string::npos ? open : pattern.find('>', open);
     if (close == std::string::npos) {
       break;
+    }
+    const std::string token = pattern.substr(open + 1, close - open - 1);
+    const std::string length = token.substr(0, token.find_first_not_of("0123456789"));
+    int number = 0;
+    if (!length.empty() && !MDOMAIN::BASE::ConvertToInt(length, number)) {
+      throw Failure(kRefused, "\"" + pattern + "\": no value is " + length + " bytes long");
     }
     sample += pattern.substr(begin, open - begin) + "a";
     begin = close + 1;

@@ -1,6 +1,7 @@
 // From what an administrator types to domains, users and groups: domains by index or any of their
-// names in either spelling, users and groups by full name, short name or id. A text that names
-// nothing ends the command with kNotFound and a message that holds it.
+// names in either spelling, users and groups by full name, short name or id, with or without regard
+// to letter case. A text that names nothing ends the command with kNotFound and a message that
+// holds it; one that could mean several accounts ends it with kRefused.
 #ifndef TOOLS_MDOMAIN_LOOKUP_H
 #define TOOLS_MDOMAIN_LOOKUP_H
 

@@ -10,13 +10,13 @@
 #include "lib-domain/api/user.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/account.h"
+#include "platform/include/text.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
 namespace {
 
-using MDOMAIN::BASE::ToLowerAscii;
 using MDOMAIN::RECORD::Group;
 using MDOMAIN::RECORD::User;
 
@@ -78,26 +78,30 @@ bool AccountSystemKnows(const std::string& text, bool is_user) {
   return known;
 }
 
-// Records by each way to name one. A full name wins over a short one, both over an id.
+// Records by each way to name one. The exact spelling wins over one that differs in letter case, a
+// full name over a short one, both over an id. A text that could mean several ends the command.
 template <typename Kind>
 class Index {
  public:
   explicit Index(Records<Kind> records) : records_(std::move(records)) {
     for (size_t i = 0; i < records_.size(); ++i) {
       const std::string name = Kind::Name(records_[i]);
-      by_name_.emplace(ToLowerAscii(name), i);
-      by_short_name_.emplace(ToLowerAscii(TrimDomainName(name)), i);
+      by_name_[name].push_back(i);
+      by_short_name_[TrimDomainName(name)].push_back(i);
+      by_folded_name_[FoldAccountName(name)].push_back(i);
+      by_folded_short_name_[FoldAccountName(TrimDomainName(name))].push_back(i);
       by_id_.emplace(Kind::Id(records_[i]), i);
     }
   }
 
   const typename Kind::Record* Find(const std::string& text) const {
-    const std::string key = ToLowerAscii(text);
-    if (const auto found = by_name_.find(key); found != by_name_.end()) {
-      return &records_[found->second];
-    }
-    if (const auto found = by_short_name_.find(key); found != by_short_name_.end()) {
-      return &records_[found->second];
+    const std::string folded = FoldAccountName(text);
+    for (const auto& [names, key] :
+         {std::pair(&by_name_, &text), std::pair(&by_short_name_, &text),
+          std::pair(&by_folded_name_, &folded), std::pair(&by_folded_short_name_, &folded)}) {
+      if (const auto found = names->find(*key); found != names->end()) {
+        return &records_[OnlyOne(text, found->second)];
+      }
     }
     unsigned int id = 0;
     if (MDOMAIN::BASE::ConvertToUID(text, id)) {
@@ -109,17 +113,55 @@ class Index {
   }
 
  private:
+  using Names = std::unordered_map<std::string, std::vector<size_t>>;
+
+  size_t OnlyOne(const std::string& text, const std::vector<size_t>& numbers) const {
+    std::vector<std::string> meant;
+    for (const size_t number : numbers) {
+      meant.push_back("\"" + Kind::Name(records_[number]) + "\" (" +
+                      std::to_string(Kind::Id(records_[number])) + ")");
+    }
+    if (meant.size() > 1) {
+      throw Failure(kRefused, "\"" + text + "\" could mean " + MDOMAIN::BASE::Join(meant, ", ") +
+                                  ": type one name or its id");
+    }
+    return numbers.front();
+  }
+
   Records<Kind> records_;
-  std::unordered_map<std::string, size_t> by_name_;
-  std::unordered_map<std::string, size_t> by_short_name_;
+  Names by_name_;
+  Names by_short_name_;
+  Names by_folded_name_;
+  Names by_folded_short_name_;
   std::unordered_map<unsigned int, size_t> by_id_;
 };
+
+// Why no refresh brings this name from a Windows domain; empty when one may.
+std::string NeverMirrored(const std::string& text, bool is_user) {
+  AUTH_TYPE type = AUTH_UNKNOWN;
+  std::string domain;
+  if (!MDOMAIN::UTILS::DomainMailConfCurrentAuthTypeGet(type) || type != AUTH_WIN ||
+      !MDOMAIN::UTILS::DomainMailConfWinDomainShortNameGet(domain)) {
+    return {};
+  }
+  const size_t backslash = text.find('\\');
+  if (backslash != std::string::npos &&
+      FoldAccountName(text.substr(0, backslash)) != FoldAccountName(domain)) {
+    return "it belongs to another domain, and only accounts of " + domain + " are mirrored";
+  }
+  const bool is_machine = is_user && !text.empty() && text.back() == '$';
+  return is_machine ? "it is a machine's account, and these are not mirrored" : std::string();
+}
 
 template <typename Kind>
 [[noreturn]] void Unknown(const std::string& text) {
   const std::string kind = Kind::kKind;
+  const bool is_user = kind == Users::kKind;
   std::string message = "there is no " + kind + " \"" + text + "\"";
-  if (AccountSystemKnows(text, kind == "user")) {
+  const std::string never = NeverMirrored(text, is_user);
+  if (!never.empty()) {
+    message += " in the mirror: " + never;
+  } else if (AccountSystemKnows(text, is_user)) {
     message += " in the mirror yet, only in the account system: run mdomain refresh";
   }
   throw Failure(kNotFound, message);
@@ -146,7 +188,9 @@ Records<Kind> Candidates(const std::vector<std::string>& texts) {
   if (texts.empty()) {
     return {};
   }
-  return texts.size() == 1 ? ListLike<Kind>(texts[0]) : List<Kind>(typename Kind::Filter());
+  // SQLite ignores letter case in ASCII alone.
+  const bool is_one = texts.size() == 1 && !korvmailserver::HasNonAscii(texts[0]);
+  return is_one ? ListLike<Kind>(texts[0]) : List<Kind>(typename Kind::Filter());
 }
 
 template <typename Kind>
