@@ -1,14 +1,13 @@
 #include "lib-domain/api/trigger.h"
 
 #include "lib-domain/base/log_line.h"
-#include "lib-domain/utils/updater.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
 namespace {
 
-bool Publish() {
-  if (!UTILS::Updater().Trigger()) {
+bool Publish(UTILS::Updater& updater) {
+  if (!updater.Trigger()) {
     LOG_ERROR("Failed to Trigger");
     return false;
   }
@@ -18,14 +17,19 @@ bool Publish() {
 }  // namespace
 
 bool TriggerUpdater(UTILS::ReconcileScope scope) {
-  const bool is_published = Publish();
+  UTILS::Updater updater;
+  return TriggerUpdater(updater, scope);
+}
+
+bool TriggerUpdater(UTILS::Updater& updater, UTILS::ReconcileScope scope) {
+  const bool is_published = Publish(updater);
   switch (UTILS::Reconcile(scope)) {
     case UTILS::ReconcileResult::kNothingToDo:
       return is_published;
     case UTILS::ReconcileResult::kMended:
-      return Publish();
+      return Publish(updater);
     default:
-      Publish();  // what the other items mended
+      Publish(updater);  // what the other items mended
       LOG_ERROR("Failed to Reconcile");
       return false;
   }

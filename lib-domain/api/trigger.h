@@ -4,6 +4,7 @@
 #define LIB_DOMAIN_API_TRIGGER_H
 
 #include "lib-domain/sync/reconcile.h"
+#include "lib-domain/utils/updater.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
@@ -12,6 +13,8 @@ namespace MDOMAIN::API::INTERNAL {
 // that made the change, although the change stays. Reconciling is tried also when publishing
 // failed.
 bool TriggerUpdater(UTILS::ReconcileScope scope = UTILS::ReconcileScope::kEachChange);
+// The same with what the caller allows `updater` to publish.
+bool TriggerUpdater(UTILS::Updater& updater, UTILS::ReconcileScope scope);
 
 // After a change that failed half-way: brings in line what it left, and logs what it cannot.
 void FinishLeftovers();

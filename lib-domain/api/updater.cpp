@@ -7,7 +7,7 @@ namespace MDOMAIN::API {
 
 bool Updater::_RunAndTrigger(bool (UTILS::Updater::*operation)()) {
   try {
-    return (this->*operation)() && INTERNAL::TriggerUpdater(UTILS::ReconcileScope::kFull);
+    return (this->*operation)() && INTERNAL::TriggerUpdater(*this, UTILS::ReconcileScope::kFull);
   } catch (const korvmailserver::LogException& exception) {
     error_code_ = BASE::ToApiError(exception.code);
     return false;
@@ -19,7 +19,7 @@ bool Updater::Refresh() {
 }
 
 bool Updater::Trigger() {
-  return INTERNAL::TriggerUpdater(UTILS::ReconcileScope::kFull);
+  return INTERNAL::TriggerUpdater(*this, UTILS::ReconcileScope::kFull);
 }
 
 bool Updater::InitDBIfNotExists() {

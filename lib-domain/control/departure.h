@@ -36,7 +36,7 @@ bool ForgetClearedDomains(const std::vector<int>& domain_idxs);
 // Finishes what is recorded: what a killed or failed run left, and what a refresh deleted. Every
 // domain is tried; each step that fails is one log line, and its record stays for the next run.
 // Does nothing while the model has no domain, except for domains whose deletion is recorded.
-bool FinishDepartures();
+MDOMAIN_EXPORT bool FinishDepartures();
 
 // Adds one line for each domain with something to finish, and whether the domain itself was
 // deleted.

@@ -34,11 +34,7 @@ bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>&
     return false;
   }
   // The members who left with the groups take their settings with them.
-  const bool is_finished = INTERNAL::FinishDepartures();
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
-    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
-  }
-  return is_finished;
+  return INTERNAL::FinishDepartures();
 }
 
 bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned int>& gids,
@@ -69,6 +65,10 @@ bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned 
   if (!store_.DeleteMemberRemovedRecord(domain_idx, gids)) {
     LOG_ERROR("Failed to DeleteMemberRemovedRecord");
     return false;
+  }
+  // Sent after the commit, in one notice with those who inherit an alias.
+  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   if (!DomainUser().UpdateDuplicateAlias({domain_idx}) || scope.Commit() != 0) {
     LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);

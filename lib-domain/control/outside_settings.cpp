@@ -72,11 +72,11 @@ bool IsMainDomainOfBefore(int domain_idx, const std::string& domain_name) {
 
 const std::vector<OutsideSetting>& OutsideSettings() {
   static const std::vector<OutsideSetting> settings = {
-      {"aliases", &PATHS::AliasDb, &ListAliasDomains, &ClearAliases},
-      {"limits", &PATHS::SettingsDb, &ListLimitDomains, &ClearLimits},
-      {"BCC rules", &PATHS::SettingsDb, &ListBccDomains, &ClearBcc},
-      {"disclaimers", &PATHS::DisclaimerDir, &ListDisclaimerDomains, &ClearDisclaimers},
-      {"DKIM keys", &DkimFolder, &ListDkimDomains, &ClearDkim},
+      {"aliases", &PATHS::AliasDb, &ListAliasDomains, &ClearAliases, true},
+      {"limits", &PATHS::SettingsDb, &ListLimitDomains, &ClearLimits, false},
+      {"BCC rules", &PATHS::SettingsDb, &ListBccDomains, &ClearBcc, true},
+      {"disclaimers", &PATHS::DisclaimerDir, &ListDisclaimerDomains, &ClearDisclaimers, true},
+      {"DKIM keys", &DkimFolder, &ListDkimDomains, &ClearDkim, true},
   };
   return settings;
 }

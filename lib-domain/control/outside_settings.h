@@ -24,6 +24,8 @@ struct OutsideSetting {
   bool (*list)(const IndexFilter& is_asked, std::set<int>& domain_idxs);
   // Removes those of an index. False when some may be left; the reason is logged where it fails.
   bool (*clear)(int domain_idx);
+  // Somebody decided on it; otherwise each domain is given it when it is created.
+  bool is_made_by_hand;
 };
 
 const std::vector<OutsideSetting>& OutsideSettings();

@@ -6,10 +6,10 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/outside_settings.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
-#include "platform/include/alias.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/sqlite.h"
@@ -22,80 +22,7 @@ using DB::INTERNAL::ModelFileName;
 using korvmailserver::Connection;
 using korvmailserver::Statement;
 
-// Kinds of settings, each with the indexes under which some stand.
-using IndexesByKind = std::map<std::string, std::set<int>>;
-
 constexpr int kBusyMilliseconds = 10000;
-constexpr const char* kDkimKeys = "dkim.private-";
-
-void AddIndex(IndexesByKind& found, const char* kind, const std::string& index) {
-  int domain_idx = 0;
-  if (BASE::ConvertToInt(index, domain_idx) && domain_idx > 0) {
-    found[kind].insert(domain_idx);
-  }
-}
-
-bool AddBlindCopies(IndexesByKind& found) {
-  if (!postara::sdk::Exist(PATHS::SettingsDb())) {
-    return true;
-  }
-  Connection file;
-  if (file.Open(PATHS::SettingsDb(), Connection::Mode::kRead, kBusyMilliseconds) == SQLITE_OK) {
-    Statement rows(file.Get(), "SELECT DISTINCT domain_id FROM bcc_table");
-    if (rows.ForEachRow(
-            [&](const auto& row) { AddIndex(found, "blind-copy rules", row.Text(0)); })) {
-      return true;
-    }
-  }
-  LOG_ERROR("Failed to read the rules of blind copies in %s", PATHS::SettingsDb().c_str());
-  return false;
-}
-
-bool AddAliases(IndexesByKind& found) {
-  Alias alias(PATHS::AliasDb());
-  if (alias.load() < 0) {
-    LOG_ERROR("Failed to load alias");
-    return false;
-  }
-  for (const Alias::Entry& entry : alias.list()) {
-    AddIndex(found, "aliases", std::to_string(entry.domain_id));
-  }
-  return true;
-}
-
-bool AddKeys(IndexesByKind& found) {
-  std::map<std::string, std::string> values;
-  if (mailConfList(values) < 0) {
-    LOG_ERROR("Failed to read the settings of the domains");
-    return false;
-  }
-  for (const auto& [key, value] : values) {
-    const size_t dash = key.rfind('-');
-    if (dash == std::string::npos) {
-      continue;
-    }
-    const std::string name = key.substr(0, dash);
-    const std::string index = key.substr(dash + 1);
-    if (name == "mimedefang_disclaimers" && value.find('{') != std::string::npos) {
-      AddIndex(found, "disclaimers", index);
-    } else if ((name == "enable_dkim_sign" && value == "yes") ||
-               (name == "dkim_selector" && !value.empty())) {
-      AddIndex(found, "DKIM keys", index);
-    }
-  }
-  return true;
-}
-
-void AddDkimFiles(IndexesByKind& found) {
-  const std::string prefix = kDkimKeys;
-  std::vector<std::string> names;
-  postara::sdk::EnumDirectory(PATHS::EtcDir() + "dkim.key", names);  // most hosts have none
-  for (const std::string& name : names) {
-    if (name.rfind(prefix, 0) == 0) {
-      AddIndex(found, "DKIM keys", name.substr(prefix.size()));
-    }
-  }
-}
 
 }  // namespace
 
@@ -144,16 +71,42 @@ bool ReadModelStanding(ModelStanding& standing) {
 }
 
 bool ListOutsideSettings(std::vector<std::string>& settings) {
-  IndexesByKind found;
-  if (!AddBlindCopies(found) || !AddAliases(found) || !AddKeys(found)) {
-    return false;
-  }
-  AddDkimFiles(found);
-  for (const auto& [kind, indexes] : found) {
-    const std::vector<int> sorted(indexes.begin(), indexes.end());
-    settings.push_back(kind + " (" + BASE::Join(sorted, ", ") + ")");
+  for (const CONTROL::INTERNAL::OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
+    std::set<int> domain_idxs;
+    if (!setting.list([](int /*domain_idx*/) { return true; }, domain_idxs)) {
+      return false;
+    }
+    if (setting.is_made_by_hand && !domain_idxs.empty()) {
+      const std::vector<int> sorted(domain_idxs.begin(), domain_idxs.end());
+      settings.push_back(std::string(setting.name) + " (" + BASE::Join(sorted, ", ") + ")");
+    }
   }
   return true;
+}
+
+bool DiscardOutsideSettings() {
+  bool is_done = true;
+  for (const CONTROL::INTERNAL::OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
+    std::set<int> domain_idxs;
+    if (setting.is_made_by_hand) {
+      is_done = setting.list([](int /*domain_idx*/) { return true; }, domain_idxs) && is_done;
+    }
+    for (const int domain_idx : domain_idxs) {
+      if (!setting.clear(domain_idx)) {
+        LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
+                  setting.place().c_str());
+        is_done = false;
+      }
+    }
+  }
+  return is_done;
+}
+
+std::string OwnerOfOutsideSettings(const ModelStanding& standing) {
+  std::vector<std::string> settings;
+  const bool is_foreign =
+      standing.IsOther() && (!ListOutsideSettings(settings) || !settings.empty());
+  return is_foreign ? standing.published_file : ModelFileName(standing.path);
 }
 
 bool GetModelPathWith(const std::string& key, const std::string& value, std::string& path) {

@@ -34,9 +34,18 @@ struct MDOMAIN_EXPORT ModelStanding {
 // False with one log line when the model or the published keys cannot be read.
 MDOMAIN_EXPORT bool ReadModelStanding(ModelStanding& standing);
 
-// What stands under domain indexes outside the model, each entry with its indexes: "blind-copy
-// rules (1, 3)". False with one log line when something cannot be read.
+// What stands under domain indexes outside the model, each entry with its indexes: "BCC rules
+// (1, 3)". Not the limits, which every domain is given. False with one log line when something
+// cannot be read.
 MDOMAIN_EXPORT bool ListOutsideSettings(std::vector<std::string>& settings);
+
+// Removes all that ListOutsideSettings tells of; what is made from now on belongs to the model in
+// force. False with a log line for each kind that is not removed as a whole.
+MDOMAIN_EXPORT bool DiscardOutsideSettings();
+
+// The name of the model file to which the settings outside belong when this model is published:
+// the one in force, unless they are those of another model's domains.
+std::string OwnerOfOutsideSettings(const ModelStanding& standing);
 
 // The model file that is in force when the mail configuration has `value` under `key`; empty when
 // no account domain is named then. False with a log line when the configuration cannot be read or

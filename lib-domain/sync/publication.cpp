@@ -49,12 +49,9 @@ bool SetKey(const std::string& key, const std::string& value) {
   return true;
 }
 
-std::string ModelInForce() {
-  return DB::INTERNAL::ModelFileName(DB::DomainDBHandler::GetDomainDBHandler()->GetPath());
-}
-
 bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
-                     const std::vector<std::string>& entries, const std::string& primary_name) {
+                     const std::vector<std::string>& entries, const std::string& primary_name,
+                     const std::string& settings_owner) {
   std::map<int, std::vector<std::string>> names_by_domain;
   if (!CONTROL::Domain().ListAllAdditionalDomains(names_by_domain)) {
     return false;
@@ -68,7 +65,7 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
   keys.emplace_back(kDomainsKey, BASE::Join(entries, kSeparator));
   keys.emplace_back(kPrimaryKey, primary_name);
   if (!domains.empty()) {
-    keys.emplace_back(DB::INTERNAL::kModelKey, ModelInForce());
+    keys.emplace_back(DB::INTERNAL::kModelKey, settings_owner);
   }
   return mailConfSetMany(keys) == 0;
 }
@@ -85,7 +82,7 @@ bool Updater::Trigger() {
     LOG_ERROR("Failed to GetUserGroupDomainConfigPath");
     return false;
   }
-  if (!empty_publication_allowed_ && !_KeepsPublished()) {
+  if (!_KeepsPublished(path)) {
     return false;
   }
   bool is_current = false;
@@ -102,12 +99,17 @@ bool Updater::Trigger() {
 }
 
 // A model that cannot be read is left to the steps, which say so.
-bool Updater::_KeepsPublished() {
+bool Updater::_KeepsPublished(const std::string& path) {
   ModelStanding standing;
-  if (ReadModelStanding(standing) && standing.WouldEmpty()) {
+  settings_owner_ = DB::INTERNAL::ModelFileName(path);
+  if (!ReadModelStanding(standing)) {
+    return true;
+  }
+  if (!empty_publication_allowed_ && standing.WouldEmpty()) {
     LOG_ERROR("Nothing is published: %s", standing.Reason().c_str());
     return false;
   }
+  settings_owner_ = OwnerOfOutsideSettings(standing);
   return true;
 }
 
@@ -139,7 +141,7 @@ bool Updater::_ToRedis() {
     entries.push_back(std::to_string(domain.GetDomainIdx()) + "/" + domain.GetDomainName());
     keep_keys.push_back(AdditionalKey(domain.GetDomainIdx()));
   }
-  if (!SetKeysTogether(domains, entries, primary_name) &&
+  if (!SetKeysTogether(domains, entries, primary_name, settings_owner_) &&
       !_SetKeysOneByOne(domains, entries, primary_name)) {
     return false;
   }
@@ -168,7 +170,7 @@ bool Updater::_SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,
     LOG_ERROR("Failed to _PrimaryDomainToRedis");
     return false;
   }
-  return domains.empty() || SetKey(DB::INTERNAL::kModelKey, ModelInForce());
+  return domains.empty() || SetKey(DB::INTERNAL::kModelKey, settings_owner_);
 }
 
 bool Updater::_DomainsToRedis(const std::vector<std::string>& entries) {

@@ -9,6 +9,7 @@
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/schema.h"
+#include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/reconcile_registry.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/key_store.h"
@@ -94,7 +95,7 @@ ReconcileItem Departures() {
 // The indexes that no domain has and under which something stands.
 bool ListVanished(const OutsideSetting& setting, const ReconcileModel& model,
                   std::set<int>& domain_idxs) {
-  return model.domain_idxs.empty() ||
+  return model.domain_idxs.empty() || model.are_settings_foreign ||
          setting.list([&model](int domain_idx) { return model.domain_idxs.count(domain_idx) == 0; },
                       domain_idxs);
 }
@@ -160,6 +161,11 @@ bool ReadReconcileModel(ReconcileModel& model) {
     model.domain_idxs.insert(domain.GetDomainIdx());
     model.has_primary = model.has_primary || domain.IsPrimary();
   }
+  ModelStanding standing;
+  if (!ReadModelStanding(standing)) {
+    return false;
+  }
+  model.are_settings_foreign = standing.IsOther();
   return true;
 }
 

@@ -6,7 +6,8 @@
 // idempotent, and cheap when nothing differs: a few statements and folder listings per item,
 // however many users there are.
 //
-// A model without domains may be one that was lost: then nothing is removed.
+// A model without domains may be one that was lost: then nothing is removed. Nor is anything where
+// the account source was switched and the settings belong to another model's domains.
 #ifndef LIB_DOMAIN_SYNC_RECONCILE_H
 #define LIB_DOMAIN_SYNC_RECONCILE_H
 
@@ -27,6 +28,8 @@ enum class ReconcileScope {
 struct ReconcileModel {
   std::set<int> domain_idxs;
   bool has_primary = false;
+  // What stands under indexes belongs to the domains of another model file.
+  bool are_settings_foreign = false;
 };
 
 // One way in which something differs, for a person.

@@ -148,7 +148,7 @@ class MDOMAIN_EXPORT Updater {
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups);
   bool _Fail(int domain_idx, const std::string& reason);
-  bool _KeepsPublished();
+  bool _KeepsPublished(const std::string& path);
   bool _PublishModel(const std::string& path);
   bool _ToRedis();
   bool _SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,
@@ -168,6 +168,7 @@ class MDOMAIN_EXPORT Updater {
   std::unordered_set<int> domains_with_groups_;
   RefreshSummary summary_;
   bool empty_publication_allowed_ = false;
+  std::string settings_owner_;  // model file whose domains the settings outside belong to
 };
 
 }  // namespace MDOMAIN::UTILS

@@ -240,7 +240,6 @@ int Alias::listDomains(std::set<int>& domain_ids) const {
     return 0;
   }
   DBHandler db(path_, kSchema);
-  db.setReadOnlyAllowed(true);
   if (db.connect() != 0) {
     return -1;
   }

@@ -102,7 +102,6 @@ int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_d
     return 0;
   }
   DBHandler db(path_, SettingsSchema());
-  db.setReadOnlyAllowed(true);
   if (db.connect() != 0) {
     return -1;
   }

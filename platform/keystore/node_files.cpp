@@ -22,14 +22,11 @@ namespace korvmailserver {
 
 namespace {
 
-// Every published file is one that the mail services read; none is a program.
-constexpr mode_t kMode = 0644;
-
 // A file that grows beside the one that it will replace.
 class PulledFile : public FileShare::Receiver {
  public:
-  explicit PulledFile(const std::string& path)
-      : path_(path), folder_(path.substr(0, path.rfind('/'))), file_(path) {}
+  PulledFile(const std::string& path, mode_t mode)
+      : path_(path), mode_(mode), folder_(path.substr(0, path.rfind('/'))), file_(path) {}
 
   bool Begin(std::string& error) override {
     return file_.IsOpen() ? file_.Clear() || Fail(error) : Open(error);
@@ -43,7 +40,7 @@ class PulledFile : public FileShare::Receiver {
   // would be played back into the new one.
   bool Replace(std::string& error) {
     unlink((path_ + "-journal").c_str());
-    return file_.Replace(kMode) || Fail(error);
+    return file_.Replace(mode_) || Fail(error);
   }
 
  private:
@@ -72,6 +69,7 @@ class PulledFile : public FileShare::Receiver {
   }
 
   const std::string path_;
+  const mode_t mode_;
   const std::string folder_;
   NewFile file_;
 };
@@ -92,19 +90,19 @@ bool OnFiles(int log_level,
 
 // Sets `file` to what was fetched.
 PullResult Pull(FileShare& files, PublishedFile& file, std::string& error) {
-  std::string place;
+  PublishedPlace place;
   if (!PlaceOfPublished(file, place, error)) {
     return PullResult::kFailed;
   }
   if (file.node == NodeName()) {
     return PullResult::kPublishedHere;
   }
-  const std::string path = UnderRoot(place);
+  const std::string path = UnderRoot(place.path);
   std::string bytes;
   if (ReadFile(path, bytes) == 0 && DigestOf(bytes) == file.digest) {
     return PullResult::kUnchanged;
   }
-  PulledFile replacement(path);
+  PulledFile replacement(path, place.mode);
   PublishedFile fetched;
   if (!files.Fetch(file.key, fetched, replacement, error)) {
     return PullResult::kFailed;

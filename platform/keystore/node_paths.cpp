@@ -15,17 +15,24 @@ struct Place {
   const char* key;
   const char* path;
   Form form;
+  mode_t mode;
 };
+
+// Every published file is one that the mail services read; none is a program. The texts of
+// disclaimers are theirs alone.
+constexpr mode_t kRead = 0644;
+constexpr mode_t kReadByGroup = 0640;
 
 constexpr char kDatabaseEnd[] = "_DOMAIN.db";
 
 constexpr Place kPlaces[] = {
-    {"mailserver_domain_db", "/var/packages/Postara-Server/etc/", Form::kDomainDatabase},
-    {"bcc_db", "/var/packages/Postara-Server/etc/mailserver.db", Form::kFixed},
-    {"alias_db", "/var/packages/Postara-Server/etc/alias.db", Form::kFixed},
-    {"email_owner_db", "/var/packages/Postara-Server/target/etc/email_owner.db", Form::kFixed},
+    {"mailserver_domain_db", "/var/packages/Postara-Server/etc/", Form::kDomainDatabase, kRead},
+    {"bcc_db", "/var/packages/Postara-Server/etc/mailserver.db", Form::kFixed, kRead},
+    {"alias_db", "/var/packages/Postara-Server/etc/alias.db", Form::kFixed, kRead},
+    {"email_owner_db", "/var/packages/Postara-Server/target/etc/email_owner.db", Form::kFixed,
+     kRead},
     {"sync_disclaimer_content_file-", "/var/packages/Postara-Server/etc/disclaimer_content/domain-",
-     Form::kNumber},
+     Form::kNumber, kReadByGroup},
 };
 
 // `text` without `start`; empty when it begins otherwise.
@@ -62,10 +69,11 @@ bool IsAt(const Place& place, const PublishedFile& file) {
 
 }  // namespace
 
-bool PlaceOfPublished(const PublishedFile& file, std::string& path, std::string& error) {
-  if (std::any_of(std::begin(kPlaces), std::end(kPlaces),
-                  [&](const Place& place) { return IsAt(place, file); })) {
-    path = file.path;
+bool PlaceOfPublished(const PublishedFile& file, PublishedPlace& place, std::string& error) {
+  const auto known = std::find_if(std::begin(kPlaces), std::end(kPlaces),
+                                  [&](const Place& one) { return IsAt(one, file); });
+  if (known != std::end(kPlaces)) {
+    place = {file.path, known->mode};
     return true;
   }
   error = "file " + file.key + ": [" + file.path +

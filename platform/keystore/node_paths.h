@@ -2,16 +2,23 @@
 #ifndef PLATFORM_KEYSTORE_NODE_PATHS_H
 #define PLATFORM_KEYSTORE_NODE_PATHS_H
 
+#include <sys/types.h>
+
 #include <string>
 
 #include "platform/include/node_files.h"
 
 namespace korvmailserver {
 
-// The path, without a root prefix, of the file that is published under a known key. What the store
-// says about it must be that very path; it decides nothing but the name in front of "_DOMAIN.db".
-// False with a reason that names key and path for any other key or path.
-bool PlaceOfPublished(const PublishedFile& file, std::string& path, std::string& error);
+struct PublishedPlace {
+  std::string path;  // without a root prefix
+  mode_t mode = 0;
+};
+
+// Where the file that is published under a known key belongs. What the store says about it must be
+// that very path; it decides nothing but the name in front of "_DOMAIN.db". False with a reason
+// that names key and path for any other key or path.
+bool PlaceOfPublished(const PublishedFile& file, PublishedPlace& place, std::string& error);
 
 }  // namespace korvmailserver
 

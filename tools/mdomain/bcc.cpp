@@ -11,6 +11,7 @@
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -132,6 +133,7 @@ void List(Call& call) {
 }
 
 void Add(Call& call) {
+  RequireSettledSettings();
   const Domains domains;
   const KnownDomain& domain = domains.Find(call.Text("DOMAIN"));
   const BccInfo rule = {call.Text("NAME"), TypeOf(call, BCC_RECIPIENT), call.Text("DESTINATION")};
@@ -221,6 +223,7 @@ void Remove(Call& call) {
 }
 
 void Import(Call& call) {
+  RequireSettledSettings();
   const int domain_id = TypedDomain(call).idx;
   const int type = TypeOf(call, BCC_RECIPIENT);
   BCC& bcc = Rules(domain_id);

@@ -7,6 +7,7 @@
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/base/paths.h"
 #include "platform/include/files.h"
+#include "tools/mdomain/model.h"
 
 namespace mdomain {
 namespace {
@@ -52,6 +53,7 @@ std::vector<std::string> Sentences(const Json::Value& report) {
 }  // namespace
 
 void MakeBccMaps(Call& call) {
+  RequireOwnSettings();
   const std::string program = MDOMAIN::PATHS::BccMapCompiler();
   if (!KLIBCFileExist(program.c_str())) {
     throw Failure(kFailed, "there is no map compiler at " + program + ": link korv_bcc_map there");

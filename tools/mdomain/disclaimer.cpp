@@ -16,6 +16,7 @@
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/disclaimer_explain.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -131,6 +132,7 @@ Json::Value ParseList(const std::string& bytes) {
 }
 
 void Set(Call& call) {
+  RequireSettledSettings();
   const KnownDomain domain = TypedDomain(call);
   const Json::Value list = ParseList(ReadInput(call.Text("FILE")));
   MimeDefang mimedefang;
@@ -203,6 +205,7 @@ void Disable(Call& call) {
 }
 
 void Generate(Call& call) {
+  RequireOwnSettings();
   Json::Value config;
   if (MimeDefang().GenDisclaimerConfigs(config) < 0) {
     throw Failure(kFailed, "the configuration could not be generated");

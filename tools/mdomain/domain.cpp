@@ -300,8 +300,8 @@ const std::vector<Argument> kProperties = {
 };
 
 const Argument kForce = ForceFlag(
-    "Also where the published domains, or settings under domain indexes, are those of another or a "
-    "lost model");
+    "Also in a lost model, or where settings under domain indexes are those of another model's "
+    "domains: these are removed");
 
 const Register kDomain({
     "domain",

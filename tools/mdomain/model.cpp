@@ -5,6 +5,7 @@
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/sync/model_in_force.h"
 #include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
@@ -47,7 +48,10 @@ std::string Consequence(const std::string& from, const std::vector<std::string>&
                                 : "the model file " + to + none + " is in force then";
   text += "; " + from + " keeps " + ShownNames(domains);
   if (!outside.empty()) {
-    text += "; what stands under their indexes is for the other model's domains then: " + outside;
+    text +=
+        "; what stands under their indexes stays theirs, and is not used until it is removed by "
+        "mdomain publish --force or the account source is set back: " +
+        outside;
   }
   return text;
 }
@@ -70,20 +74,39 @@ void RequirePublishable(const Call& call) {
 }
 
 void RequireOwnModel(const Call& call) {
-  const ModelStanding standing = Standing();
   if (call.Has("--force")) {
+    DiscardForeignSettings();
     return;
   }
+  const ModelStanding standing = Standing();
   if (standing.IsLost()) {
     throw Failure(kRefused,
                   standing.Reason() + ". Next: restore that file, or give --force to start anew");
   }
+  RequireOwnSettings();
+}
+
+void RequireOwnSettings() {
+  const ModelStanding standing = Standing();
   const std::string outside = standing.IsOther() ? OutsideSettings() : "";
   if (!outside.empty()) {
     throw Failure(kRefused, "settings under domain indexes belong to the domains of " +
                                 standing.published_file + ": " + outside +
-                                ". Next: set the account source back, or give --force to have them "
-                                "removed");
+                                ". Next: set the account source back, or have them removed with "
+                                "mdomain publish --force");
+  }
+}
+
+void RequireSettledSettings() {
+  RequireOwnSettings();
+  if (!MDOMAIN::CONTROL::INTERNAL::FinishDepartures()) {
+    throw Failure(kFailed, "the settings of accounts that left could not be removed");
+  }
+}
+
+void DiscardForeignSettings() {
+  if (Standing().IsOther() && !MDOMAIN::UTILS::DiscardOutsideSettings()) {
+    throw Failure(kFailed, "the settings of another model's domains could not be removed");
   }
 }
 

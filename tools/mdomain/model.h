@@ -18,8 +18,19 @@ inline Argument ForceFlag(const std::string& what) {
 void RequirePublishable(const Call& call);
 
 // Refuses, without --force, to create a domain in a lost model, or where the settings under domain
-// indexes belong to another model's domains.
+// indexes belong to another model's domains; with it, removes those.
 void RequireOwnModel(const Call& call);
+
+// Refuses to work with the settings under domain indexes where they are those of another model's
+// domains.
+void RequireOwnSettings();
+
+// The same, and finishes first what those who left keep: a new rule for a namesake would go with
+// theirs.
+void RequireSettledSettings();
+
+// Removes them there.
+void DiscardForeignSettings();
 
 // Refuses a value of the account source's settings that forms no path; without --force also one
 // that takes the domains out of force, or hands the settings under their indexes to others. With

@@ -265,6 +265,9 @@ void Publish(Call& call) {
     throw Failure(kFailed, "the key store is not healthy, nothing was published");
   }
   RequirePublishable(call);
+  if (call.Has("--force")) {
+    DiscardForeignSettings();
+  }
   MDOMAIN::API::Updater updater;
   updater.AllowEmptyPublication(call.Has("--force"));
   if (!updater.Trigger()) {
@@ -303,8 +306,9 @@ const Register kInit({
       "Takes smtp_main_domain and the further names from the older settings; every group of the "
       "account system becomes a group of the domain. Does nothing when there is a domain.",
       Effect::kChanges,
-      {ForceFlag("Also where the published domains, or settings under domain indexes, are those of "
-                 "another or a lost model")},
+      {ForceFlag(
+          "Also in a lost model, or where settings under domain indexes are those of another "
+          "model's domains: these are removed")},
       Init}},
 });
 
@@ -340,7 +344,8 @@ const Register kPublish({
       "settings "
       "name one: the model file may have been lost, or be that of another account domain.",
       Effect::kChanges,
-      {ForceFlag("Publish also a model without domains, which empties what is published")},
+      {ForceFlag("Publish also a model without domains, which empties what is published; remove "
+                 "settings under domain indexes that are those of another model's domains")},
       Publish}},
 });
 

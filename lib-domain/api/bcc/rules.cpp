@@ -115,8 +115,6 @@ int BCC::_Init() {
     LOG_ERROR("bcc db init fail");
     return -1;
   }
-  // Whoever only lists needs no right to write; a change then fails at its first statement.
-  handler_->setReadOnlyAllowed(true);
   if (handler_->connect() != 0) {
     LOG_ERROR("bcc db connect fail");
     return -1;
