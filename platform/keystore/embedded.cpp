@@ -187,6 +187,10 @@ class EmbeddedBackend : public KeyStoreBackend {
     if (writer->connect() != 0 || stat(path_.c_str(), &status) != 0) {
       return false;
     }
+    if (sqlite3_db_readonly(writer->getDB(), "main") == 1) {
+      error = "the file is read-only";
+      return false;
+    }
     inode_ = status.st_ino;
     device_ = status.st_dev;
     writer_ = std::move(writer);

@@ -124,9 +124,9 @@ good refresh
 good user add 1 anna ben
 good bcc add 1 anna ben
 good config set account_type ldap --force
-matches "what stands where" "$err" 'local_DOMAIN.db keeps 1 domain.*blind-copy rules \(1\)'
+matches "what stands where" "$err" 'local_DOMAIN.db keeps 1 domain.*BCC rules \(1\)'
 fails 3 'published domains are those of local_DOMAIN.db.*set the account source back' publish
-fails 3 'belong to the domains of local_DOMAIN.db: blind-copy rules \(1\)' domain create dir.example
+fails 3 'belong to the domains of local_DOMAIN.db: BCC rules \(1\)' domain create dir.example
 good domain create dir.example --no-auto-add --force
 gives '.mdomain_model' '"dir.example_DOMAIN.db"' config list
 sqlite3 "$etc/keystore.db" "UPDATE key_table SET value = '../x' WHERE name = 'acc_domain_name'"

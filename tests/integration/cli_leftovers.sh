@@ -17,7 +17,7 @@ same "rules of the deleted domain" \
   "$(sqlite3 "$etc/mailserver.db" 'SELECT count(*) FROM bcc_table WHERE domain_id = 2')" 0
 fails 1 'DKIM keys .* could not be removed' domain delete EXAMPLE.org --yes
 fails 4 'there is no domain "example.info"' domain delete example.info --yes
-fails 1 'Failed to Reconcile' refresh
+fails 1 'could not be published or settled.*dkim.private-2' refresh
 rmdir "$etc/dkim.key/dkim.private-2"
 good domain delete example.org --yes
 matches "the same command again" "$out" 'deletion of domain 2 \(example.org\) finished'

@@ -10,6 +10,7 @@
 #include "tools/mdomain/bcc_rule_name.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
+#include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
@@ -227,6 +228,7 @@ void Import(Call& call) {
   const int domain_id = TypedDomain(call).idx;
   const int type = TypeOf(call, BCC_RECIPIENT);
   BCC& bcc = Rules(domain_id);
+  ShowErrorsAtOnce();  // each bad line of the file has one
   const int result = bcc.importBCC(domain_id, type, call.Text("FILE"));
   if (result != 0) {
     throw Failure(result == -2 ? kRefused : kFailed,

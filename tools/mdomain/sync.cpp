@@ -203,7 +203,7 @@ Failure RefreshFailed(const RefreshSummary& summary) {
     reasons.push_back(domain + failure.reason);
   }
   if (reasons.empty()) {
-    reasons.emplace_back("publishing failed");
+    reasons.emplace_back("what follows from the model could not be published or settled");
   }
   return {kFailed, "the refresh failed: " + Joined(reasons, "; ") + "; " + Written(summary)};
 }
