@@ -19,19 +19,22 @@ namespace {
 
 using korvmailserver::kLogError;
 
-// The entry of `name`, valid until the next look-up; null when there is none.
-const passwd* FindAccount(const char* name) {
-  const std::string root = korvmailserver::RootPrefix();
-  const std::string path = root + "/etc/passwd";
-  if (root.empty() || !postara::sdk::Exist(path)) {
-    return getpwnam(name);
-  }
+// The entries below are valid until the next look-up; null when there is none.
+const passwd* FindIn(const std::string& path, const char* name) {
   const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "re"), fclose);
   const passwd* entry = nullptr;
   do {
     entry = file == nullptr ? nullptr : fgetpwent(file.get());
   } while (entry != nullptr && std::string(entry->pw_name) != name);
   return entry;
+}
+
+// The file first: a name service that hangs would hold up whoever opens a database.
+const passwd* FindAccount(const char* name) {
+  const std::string root = korvmailserver::RootPrefix();
+  const bool has_own = !root.empty() && postara::sdk::Exist(root + "/etc/passwd");
+  const passwd* entry = FindIn((has_own ? root : "") + "/etc/passwd", name);
+  return entry != nullptr || !root.empty() ? entry : getpwnam(name);
 }
 
 // A file without access to its contents, because closing an ordinary descriptor would drop the

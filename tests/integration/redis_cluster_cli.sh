@@ -25,14 +25,14 @@ third_etc=$scratch/third/var/packages/Postara-Server/etc
 arrives() {
   fourth
   good node pull
-  alike "$1: aliases" "$third_etc/alias.db" "$etc/alias.db"
+  alike "$1: texts" "$third_etc/disclaimer_content/domain-1" "$etc/disclaimer_content/domain-1"
   same "$1: domains" "$(sqlite3 "$database" .dump)" "$(sqlite3 "$third_etc/local_DOMAIN.db" .dump)"
   same "$1: left behind" "$(find "$etc" -name '*pull*')" ""
   third
 }
-# fill TEXT : an alias store that takes its time
+# fill TEXT : texts of disclaimers that take their time
 size=30000000
-fill() { yes "$1" | head -c $size >"$etc/alias.db"; }
+fill() { mkdir -p "$etc/disclaimer_content" && yes "$1" | head -c $size >"$etc/disclaimer_content/domain-1"; }
 new_root third
 PORT=16390
 third
@@ -60,7 +60,7 @@ same "status of a publication that was cut off" "$status" 1
 matches "its message" "$(cat "$scratch/publish")" 'no answer in time'
 fourth
 good node pull
-matches "after a publication that was cut off" "$(head -c 6 "$etc/alias.db")" before
+matches "after a publication that was cut off" "$(head -c 6 "$etc/disclaimer_content/domain-1")" before
 third
 good domain names add 1 next.example
 arrives "the next publication"
@@ -75,7 +75,7 @@ wait_for "the watching machine's word" grep -q "could not\|cannot connect" "$scr
 server 16390
 fill refilled
 good publish
-wait_for "the watching machine's copy" cmp "$etc/alias.db" "$scratch/fourth${etc#"$MDOMAIN_ROOT"}/alias.db"
+wait_for "the watching machine's copy" cmp "$etc/disclaimer_content/domain-1" "$scratch/fourth${etc#"$MDOMAIN_ROOT"}/disclaimer_content/domain-1"
 stop TERM $watcher
 arrives "a server that came back empty"
 good config get additional_domain-1
@@ -111,8 +111,8 @@ for delay in .1 .2 .3 .4; do
   puller=$!
   sleep $delay
   stop KILL $puller
-  same "size after a killed pull" "$(stat -c %s "$etc/alias.db")" $size
-  [ "$(sort -u "$etc/alias.db" | wc -l)" -le 2 ] || fail "a mixed file after a killed pull"
+  same "size after a killed pull" "$(stat -c %s "$etc/disclaimer_content/domain-1")" $size
+  [ "$(sort -u "$etc/disclaimer_content/domain-1" | wc -l)" -le 2 ] || fail "a mixed file after a killed pull"
 done
 third
 arrives "a pull after killed ones"
