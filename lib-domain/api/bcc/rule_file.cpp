@@ -226,7 +226,8 @@ int BCC::exportBCC(int domain_id, int type, const std::string& path) {
                 rule.bcc_to.c_str());
       return -1;
     }
-    lines.push_back(name + " " + destination);
+    lines.push_back(name);
+    lines.back().append(" ").append(destination);
   }
   // A name that changed its spelling is out of order.
   std::sort(lines.begin(), lines.end(), std::greater<>());
