@@ -131,9 +131,12 @@ TEST_F(DisclaimerCondition, EmailPatternsMatchWholeAddressesOnly) {
 // Filters that were configured before go on with the text that they know.
 TEST_F(DisclaimerCondition, PatternsWithUpToTwoStarsReadAsTheyAreTyped) {
   const std::pair<const char*, const char*> kCases[] = {
-      {"joe@a.example", R"(joe\@a\.example)"}, {"*@a.example", R"(.*\@a\.example)"},
-      {"*", ".*"},                              {"j*@*.example", R"(j.*\@.*\.example)"},
-      {"**a**", ".*a.*"},                       {"*a*b*", "(?>.*?a)(?>.*?b).*"},
+      {"joe@a.example", R"(joe\@a\.example)"},
+      {"*@a.example", R"(.*\@a\.example)"},
+      {"*", ".*"},
+      {"j*@*.example", R"(j.*\@.*\.example)"},
+      {"**a**", ".*a.*"},
+      {"*a*b*", "(?>.*?a)(?>.*?b).*"},
   };
   for (const auto& [pattern, regex] : kCases) {
     std::string test;

@@ -73,8 +73,8 @@ class LeaverTexts {
     }
     return true;
   }
-  // A bare text that is the name of somebody who stays means that account; of two whose names differ
-  // in case alone, the one that is spelt so.
+  // A bare text that is the name of somebody who stays means that account; of two whose names
+  // differ in case alone, the one that is spelt so.
   bool _LoadAccounts(int domain_idx) {
     std::unordered_map<std::string, std::vector<std::string>> aliases_by_user;
     if (!DB::DomainUser().GetAllUserAliases(domain_idx, aliases_by_user)) {
