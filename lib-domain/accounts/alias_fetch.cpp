@@ -152,10 +152,6 @@ bool GetLocalMail(const std::string& short_name, std::string& mail) {
   return true;
 }
 
-}  // namespace
-
-namespace {
-
 bool SearchLdap(const AttributeNames& needed, AccountAttributes& accounts) {
   KORVLDAPHost* connected = nullptr;
   if (KORVLDAPHostInitByBindConfig(&connected) < 0) {

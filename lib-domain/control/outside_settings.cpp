@@ -68,6 +68,16 @@ bool IsMainDomainOfBefore(int domain_idx, const std::string& domain_name) {
          DB::Departure().List(departures) && departures.count(domain_idx) == 0;
 }
 
+// Without the settings database the domain gets no settings either: its creation fails, and leaves
+// the row, for which the reconcile step makes them later. Not where something is known to be left.
+bool FailsBehindTheRow(int domain_idx) {
+  std::set<int> known;
+  std::set<int> whole;
+  std::map<int, DB::DomainDepartures> departures;
+  return MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(known, whole) < 0 &&
+         DB::Departure().List(departures) && departures.count(domain_idx) == 0;
+}
+
 }  // namespace
 
 const std::vector<OutsideSetting>& OutsideSettings() {
@@ -93,22 +103,36 @@ int IndexBehind(const std::string& prefix, const std::string& text) {
   return is_number && BASE::ConvertToInt(number, domain_idx) ? domain_idx : -1;
 }
 
+bool OutsideSetting::Clear(const std::set<int>& domain_idxs) const {
+  bool is_clear = true;
+  for (const int domain_idx : domain_idxs) {
+    if (!clear(domain_idx)) {
+      LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", name, domain_idx,
+                place().c_str());
+      is_clear = false;
+    }
+  }
+  return is_clear;
+}
+
 bool ClearIndex(int domain_idx) {
   bool is_clear = true;
   for (const OutsideSetting& setting : OutsideSettings()) {
     std::set<int> found;
-    const auto is_asked = [domain_idx](int other) { return other == domain_idx; };
-    if (!setting.list(is_asked, found) || (!found.empty() && !setting.clear(domain_idx))) {
-      LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
+    const bool is_told =
+        setting.list([domain_idx](int other) { return other == domain_idx; }, found);
+    if (!is_told) {
+      LOG_ERROR("Failed to list the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
                 setting.place().c_str());
-      is_clear = false;
     }
+    is_clear = setting.Clear(found) && is_told && is_clear;
   }
   return is_clear && DB::Departure().DeleteDomains({domain_idx});
 }
 
 bool ClearNewIndex(int domain_idx, const std::string& domain_name, bool is_first) {
-  return (is_first && IsMainDomainOfBefore(domain_idx, domain_name)) || ClearIndex(domain_idx);
+  return (is_first && IsMainDomainOfBefore(domain_idx, domain_name)) || ClearIndex(domain_idx) ||
+         FailsBehindTheRow(domain_idx);
 }
 
 bool ListUnderIndex(int domain_idx, std::vector<std::string>& kinds) {

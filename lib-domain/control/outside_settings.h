@@ -26,6 +26,10 @@ struct OutsideSetting {
   bool (*clear)(int domain_idx);
   // Somebody decided on it; otherwise each domain is given it when it is created.
   bool is_made_by_hand;
+
+  // Removes those of all these indexes; each that fails is one log line that names it, the index
+  // and the place.
+  bool Clear(const std::set<int>& domain_idxs) const;
 };
 
 const std::vector<OutsideSetting>& OutsideSettings();
@@ -34,12 +38,12 @@ const std::vector<OutsideSetting>& OutsideSettings();
 int IndexBehind(const std::string& prefix, const std::string& text);
 
 // Removes whatever stands under the index, and what is recorded about it. Every kind is tried; each
-// that fails is one log line that names it, the index and the place. Costs a look at each kind when
-// there is nothing.
+// that fails or cannot be told is one log line. Costs a look at each kind when there is nothing.
 bool ClearIndex(int domain_idx);
 // The same for the index of a domain that is about to be created. The first domain of a model keeps
 // what stands there when it bears the name of the published main domain: it is that domain, whose
-// older settings or whose lost model are being replaced.
+// older settings or whose lost model are being replaced. True also without a settings database, by
+// which the creation fails later, if nothing is on record for the index.
 bool ClearNewIndex(int domain_idx, const std::string& domain_name, bool is_first);
 
 // Adds what stands under the index, each as "BCC rules (PATH)". False with a log line when it

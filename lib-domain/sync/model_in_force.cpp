@@ -91,13 +91,7 @@ bool DiscardOutsideSettings() {
     if (setting.is_made_by_hand) {
       is_done = setting.list([](int /*domain_idx*/) { return true; }, domain_idxs) && is_done;
     }
-    for (const int domain_idx : domain_idxs) {
-      if (!setting.clear(domain_idx)) {
-        LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
-                  setting.place().c_str());
-        is_done = false;
-      }
-    }
+    is_done = setting.Clear(domain_idxs) && is_done;
   }
   return is_done;
 }

@@ -112,15 +112,8 @@ ReconcileItem Vanished(const OutsideSetting& setting) {
   };
   const auto mend = [&setting](const ReconcileModel& model) {
     std::set<int> domain_idxs;
-    bool is_clear = ListVanished(setting, model, domain_idxs);
-    for (const int domain_idx : domain_idxs) {
-      if (!setting.clear(domain_idx)) {
-        LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
-                  setting.place().c_str());
-        is_clear = false;
-      }
-    }
-    return is_clear;
+    const bool is_told = ListVanished(setting, model, domain_idxs);
+    return setting.Clear(domain_idxs) && is_told;
   };
   return {setting.name, setting.place(), ReconcileScope::kEachChange, list, mend};
 }

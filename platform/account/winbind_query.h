@@ -22,7 +22,7 @@ constexpr char kReady = 'r';          // text of a step that succeeded
 
 // Names in answers are `DOM\name`, in lower case as winbindd spells them. The `name` of a query has
 // no domain.
-//
+
 // What a reading is to tell.
 struct Wanted {
   bool users = false;

@@ -30,10 +30,12 @@ void NoteDatabaseFailure(sqlite3* db, int result) {
   const char* path = sqlite3_db_filename(db, "main");
   const bool from_system = kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN;
   const int error = from_system ? sqlite3_system_errno(db) : 0;
-  if (kind == SQLITE_CANTOPEN && error == ENOENT) {  // callers ask this way whether there is one
+  // Callers ask this way whether there is one; and of a file that cannot be opened SQLite does not
+  // know the name, but the caller does.
+  if ((kind == SQLITE_CANTOPEN && error == ENOENT) || path == nullptr || *path == '\0') {
     return;
   }
-  Kept() = std::string("database ") + (path == nullptr ? "" : path) + ": " + sqlite3_errstr(kind) +
+  Kept() = std::string("database ") + path + ": " + sqlite3_errstr(kind) +
            (error == 0 ? "" : std::string(": ") + std::strerror(error));
 }
 

@@ -128,6 +128,23 @@ TEST_F(DisclaimerCondition, EmailPatternsMatchWholeAddressesOnly) {
   Evaluate();
 }
 
+// Filters that were configured before go on with the text that they know.
+TEST_F(DisclaimerCondition, PatternsWithUpToTwoStarsReadAsTheyAreTyped) {
+  const std::pair<const char*, const char*> kCases[] = {
+      {"joe@a.example", R"(joe\@a\.example)"},
+      {"*@a.example", R"(.*\@a\.example)"},
+      {"*", ".*"},
+      {"j*@*.example", R"(j.*\@.*\.example)"},
+      {"**a**", ".*a.*"},
+      {"*a*b*", "(?>.*?a)(?>.*?b).*"},
+  };
+  for (const auto& [pattern, regex] : kCases) {
+    std::string test;
+    ASSERT_TRUE(EmailTest(RuleTarget::kSender, pattern, test)) << pattern;
+    EXPECT_EQ(test, std::string("($Sender =~ /^") + regex + "$/i)");
+  }
+}
+
 TEST_F(DisclaimerCondition, PatternsThatCannotBeWrittenSafelyAreRefused) {
   const std::string kRefused[] = {"",
                                   "a\\@example.com",

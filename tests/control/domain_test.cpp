@@ -91,6 +91,16 @@ TEST_F(DomainControl, CreationThatFailsLateLeavesTheDomain) {
         Run("DELETE FROM domain_table");
         return names;
       });
+  // A damaged settings database fails the same step, unless old settings are known to be left.
+  Write("/var/packages/Postara-Server/etc/mailserver.db", "no database");
+  EXPECT_EQ(Create("y.example"), "false");
+  EXPECT_TRUE(Logged("Failed to _InitDomainRelatedSettings, domain_id: [1]"));
+  EXPECT_EQ(Names(), (StringList{"1|y.example"}));
+  Run("DELETE FROM domain_table; CREATE TABLE mdomain_departure_table(domain_idx INTEGER, kind "
+      "TEXT, id INTEGER, name TEXT); INSERT INTO mdomain_departure_table VALUES(1,'domain',0,'z')");
+  EXPECT_EQ(Create("y.example"), "false");
+  EXPECT_EQ(Names(), StringList());
+  TakeLog();
 }
 
 TEST_F(DomainControl, RenamingTellsTheMembers) {

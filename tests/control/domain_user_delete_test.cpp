@@ -42,6 +42,17 @@ TEST_F(DomainUserDeletion, TakesEverythingAndFreesAddresses) {
   EXPECT_EQ(path, PATHS::SettingsDb());
 }
 
+TEST_F(DomainUserDeletion, NamesakeInOtherLettersKeepsTheRulesMadeForHim) {
+  Run("INSERT INTO user_table VALUES(1009,'ALICE');"
+      "INSERT INTO domain_user_alias_table VALUES(1,1009,'al',0)");
+  for (const char* name : {"alice", "ALICE"}) {
+    BCC::getInstance(1)->addBCC(BCC_SENDER, name, "boss@other.example");
+  }
+  EXPECT_TRUE(DomainUser().Delete(1, {kAlice}));
+  EXPECT_EQ(SqliteFile(PATHS::SettingsDb()).Rows("SELECT name FROM bcc_table"),
+            StringList{"ALICE"});
+}
+
 TEST_F(DomainUserDeletion, NoGroupBringsARemovedUserBack) {
   GiveRole(kCarol, "domain_admin");  // hides her two groups as long as she has it
   EXPECT_TRUE(DomainUser().Delete(1, {kBob, kCarol}));

@@ -1,6 +1,5 @@
 // mdomain domain: the domains themselves. Their additional names are in domain_names.cpp.
 #include "lib-domain/api/domain.h"
-#include "lib-domain/base/text.h"
 
 #include <algorithm>
 

@@ -4,6 +4,7 @@
 
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/updater.h"
+#include "lib-domain/base/text.h"
 #include "lib-domain/sync/preview.h"
 #include "platform/include/key_store.h"
 #include "tools/mdomain/command.h"
@@ -16,6 +17,7 @@
 namespace mdomain {
 namespace {
 
+using MDOMAIN::BASE::Join;
 using MDOMAIN::UTILS::DeletionLimit;
 using MDOMAIN::UTILS::RefreshFailure;
 using MDOMAIN::UTILS::RefreshSummary;
@@ -28,14 +30,6 @@ Json::Value Numbers(const std::vector<Id>& ids) {
     array.append(id);
   }
   return array;
-}
-
-std::string Joined(const std::vector<std::string>& texts, const std::string& separator) {
-  std::string joined;
-  for (const std::string& text : texts) {
-    joined += (joined.empty() ? "" : separator) + text;
-  }
-  return joined;
 }
 
 std::string DomainTitle(const RefreshSummary& summary, int idx) {
@@ -123,9 +117,9 @@ std::string WriteRenamedUser(const Json::Value& user) {
   }
   std::string text = user["name"].asString() + " was " + user["was"].asString();
   if (!aliases.empty()) {
-    text += ": aliases " + Joined({aliases.begin(), aliases.end()}, ", ");
+    text += ": aliases " + Join(std::vector<std::string>(aliases.begin(), aliases.end()), ", ");
   }
-  return domains.empty() ? text : text + "; domain_admin of " + Joined(domains, ", ");
+  return domains.empty() ? text : text + "; domain_admin of " + Join(domains, ", ");
 }
 
 std::string WriteRenamed(const Json::Value& users) {
@@ -142,7 +136,7 @@ std::string WriteWithoutAddress(const Json::Value& domains) {
   for (const Json::Value& domain : domains) {
     texts.push_back(domain["domain"].asString() + " " + WriteSome(domain["users"]));
   }
-  return Joined(texts, "; ");
+  return Join(texts, "; ");
 }
 
 std::vector<Column> SummaryColumns(const RefreshSummary& summary, bool dry_run) {
@@ -192,7 +186,7 @@ std::string Written(const RefreshSummary& summary) {
   for (const auto& [idx, count] : summary.added_users) {
     parts.push_back(Counted(count, "user") + " added to domain " + DomainTitle(summary, idx));
   }
-  return parts.empty() ? "nothing was written" : "written: " + Joined(parts, ", ");
+  return parts.empty() ? "nothing was written" : "written: " + Join(parts, ", ");
 }
 
 Failure RefreshFailed(const RefreshSummary& summary) {
@@ -205,7 +199,7 @@ Failure RefreshFailed(const RefreshSummary& summary) {
   if (reasons.empty()) {
     reasons.emplace_back("what follows from the model could not be published or settled");
   }
-  return {kFailed, "the refresh failed: " + Joined(reasons, "; ") + "; " + Written(summary)};
+  return {kFailed, "the refresh failed: " + Join(reasons, "; ") + "; " + Written(summary)};
 }
 
 // Ends the command after its output when somebody was spared.
@@ -220,7 +214,7 @@ void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
   if (!spared.empty()) {
     throw Failure(kSpared, std::string("more accounts are gone than one refresh may delete; ") +
                                (dry_run ? "it would not delete " : "not deleted: ") +
-                               Joined(spared, "; ") +
+                               Join(spared, "; ") +
                                " (--force deletes them, --deletion-limit and --deletion-percent "
                                "change the limit)");
   }

@@ -1,6 +1,5 @@
 // Which blind-copy rules go with users who leave a domain: those that send to them and those that
 // were made for them. Left in place they would copy the mail of whoever gets the name or address.
-#include <algorithm>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
@@ -29,22 +28,27 @@ class LeaverTexts {
   // False when the domain cannot be read.
   bool Load(int domain_idx, const std::vector<std::string>& names,
             const std::vector<std::string>& aliases) {
-    names_.insert(names.begin(), names.end());
+    exact_names_.insert(names.begin(), names.end());
+    for (const std::string& name : names) {
+      names_.insert(BASE::ToLowerAscii(name));
+    }
     for (const std::string& alias : aliases) {
       aliases_.insert(BASE::ToLowerAscii(alias));
     }
-    return aliases_.empty() || (_LoadDomainNames(domain_idx) && _LoadOthers(domain_idx));
+    return _LoadAccounts(domain_idx) &&
+           (aliases_.empty() || (_LoadDomainNames(domain_idx) && _LeaveOutAliasTable(domain_idx)));
   }
   // Of a rule's name or destination: the account, a bare alias, or an address of the domain.
   bool Has(const std::string& text) {
     std::string local_part;
     std::string domain;
     const std::string lower = BASE::ToLowerAscii(text);
-    if (names_.count(lower) != 0) {
+    const bool is_anothers = accounts_.count(lower) != 0;
+    if (is_anothers ? exact_names_.count(text) != 0 : names_.count(lower) != 0) {
       return true;
     }
     if (!SplitAddress(lower, local_part, domain)) {
-      return aliases_.count(lower) != 0 && accounts_.count(lower) == 0;
+      return aliases_.count(lower) != 0 && !is_anothers;
     }
     return aliases_.count(local_part) != 0 && domain_names_.count(_PlainForm(domain)) != 0;
   }
@@ -69,16 +73,23 @@ class LeaverTexts {
     }
     return true;
   }
-  // A bare text that is somebody's account name means that account, and an entry of the alias table
-  // is an address whoever leaves.
-  bool _LoadOthers(int domain_idx) {
+  // A bare text that is the name of somebody who stays means that account; of two whose names
+  // differ in case alone, the one that is spelt so.
+  bool _LoadAccounts(int domain_idx) {
     std::unordered_map<std::string, std::vector<std::string>> aliases_by_user;
-    Alias table(PATHS::AliasDb());
-    if (!DB::DomainUser().GetAllUserAliases(domain_idx, aliases_by_user) || table.load() < 0) {
+    if (!DB::DomainUser().GetAllUserAliases(domain_idx, aliases_by_user)) {
       return false;
     }
     for (const auto& user : aliases_by_user) {
       accounts_.insert(BASE::ToLowerAscii(TrimDomainName(user.first)));
+    }
+    return true;
+  }
+  // An entry of the alias table is an address whoever leaves.
+  bool _LeaveOutAliasTable(int domain_idx) {
+    Alias table(PATHS::AliasDb());
+    if (table.load() < 0) {
+      return false;
     }
     for (const Alias::Entry& entry : table.list()) {
       if (entry.domain_id == domain_idx) {
@@ -88,6 +99,7 @@ class LeaverTexts {
     return true;
   }
 
+  std::unordered_set<std::string> exact_names_;
   LowerTexts names_;
   LowerTexts aliases_;
   LowerTexts accounts_;
@@ -134,12 +146,11 @@ BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names,
   if (bcc == nullptr) {
     return BccOutcome::kNoInstance;
   }
-  std::vector<std::string> accounts = WithShortNames(names);
+  const std::vector<std::string> accounts = WithShortNames(names);
   const std::list<std::string> destinations(accounts.begin(), accounts.end());
   if (bcc->deleteBCC(domain_idx, destinations) < 0) {
     return BccOutcome::kFailed;
   }
-  std::transform(accounts.begin(), accounts.end(), accounts.begin(), BASE::ToLowerAscii);
   LeaverTexts texts;
   const bool is_done =
       texts.Load(domain_idx, accounts, aliases) && DeleteRulesOf(*bcc, domain_idx, texts);

@@ -233,7 +233,8 @@ int BCC::exportBCC(int domain_id, int type, const std::string& path) {
   std::sort(lines.begin(), lines.end(), std::greater<>());
   lines.emplace_back();
   if (WriteExport(path, MDOMAIN::BASE::Join(lines, "\n")) != 0) {
-    LOG_ERROR("open file %s fail, error[%s]", path.c_str(), strerror(errno));
+    LOG_ERROR("%s: %s", path.c_str(), strerror(errno));
+    LOG_ERROR("open file %s fail", path.c_str());
     return -1;
   }
   return 0;

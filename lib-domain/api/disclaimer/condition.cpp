@@ -16,6 +16,9 @@ using korvmailserver::HasNonAscii;
 
 constexpr std::string_view kRegexSpecial = "/@.^$+?()[{|";
 
+// Stars that may all be tried: an address has 320 letters at most.
+constexpr size_t kHarmlessStars = 2;
+
 const char* VariableName(RuleTarget target) {
   return target == RuleTarget::kSender ? "$Sender" : "$Recipient";
 }
@@ -79,24 +82,32 @@ std::string EscapeRegex(const std::string& text) {
   return escaped;
 }
 
-// A text with "*" as a regular expression. Several stars written as ".*" would try every way to
-// divide the address among them, for minutes. What stands between two stars fits best where it
-// fits first, so each such piece is looked for once and kept; only the last star may move.
-std::string GlobToRegex(const std::string& glob) {
-  const size_t first = glob.find('*');
-  if (first == std::string::npos) {
-    return EscapeRegex(glob);
-  }
-  const size_t last = glob.rfind('*');
-  std::string regex = EscapeRegex(glob.substr(0, first));
-  for (size_t begin = first + 1; begin <= last;) {
-    const size_t end = glob.find('*', begin);
-    if (end > begin) {
-      regex += "(?>.*?" + EscapeRegex(glob.substr(begin, end - begin)) + ")";
+// What stands before, between and behind the stars; several in a row are one.
+std::vector<std::string> SplitAtStars(const std::string& glob) {
+  std::vector<std::string> pieces;
+  size_t begin = 0;
+  for (size_t star = 0; (star = glob.find('*', begin)) != std::string::npos; begin = star + 1) {
+    if (star > begin || pieces.empty()) {
+      pieces.push_back(glob.substr(begin, star - begin));
     }
-    begin = end + 1;
   }
-  return regex + ".*" + EscapeRegex(glob.substr(last + 1));
+  pieces.push_back(glob.substr(begin));
+  return pieces;
+}
+
+// A text with "*" as a regular expression. Many stars written as ".*" would try every way to divide
+// the address among them, for minutes. What stands between two stars fits best where it fits first,
+// so each such piece is looked for once and kept; only the last star may move.
+std::string GlobToRegex(const std::string& glob) {
+  const std::vector<std::string> pieces = SplitAtStars(glob);
+  const bool has_many = pieces.size() > kHarmlessStars + 1;
+  std::string regex = EscapeRegex(pieces.front());
+  for (size_t i = 1; i < pieces.size(); ++i) {
+    const std::string piece = EscapeRegex(pieces[i]);
+    const bool is_kept = has_many && i + 1 < pieces.size();
+    regex += is_kept ? "(?>.*?" + piece + ")" : ".*" + piece;
+  }
+  return regex;
 }
 
 }  // namespace

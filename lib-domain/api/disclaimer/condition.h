@@ -19,7 +19,7 @@ std::string EscapePerlString(const std::string& text);
 
 // A test of the whole address against `pattern`, in which "*" stands for any text. ASCII case is
 // ignored. What follows the last "@" is taken in its A-label form, label by label, and in its
-// UTF-8 form where that differs. The time grows with the length of the address alone. False, with
+// UTF-8 form where that differs. Many stars take no longer than two. False, with
 // `test` untouched, when the pattern is empty, holds a backslash, a control character or invalid
 // UTF-8, or has a label in its domain that mixes "*" with non-ASCII letters or is invalid.
 bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test);
