@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "platform/account/account_files.h"
-#include "platform/account/file_stamp.h"
+#include "platform/system/file_stamp.h"
 #include "platform/account/source.h"
 #include "platform/include/files.h"
 #include "platform/include/root_path.h"

@@ -3,7 +3,7 @@
 #include <map>
 #include <optional>
 
-#include "platform/account/file_stamp.h"
+#include "platform/system/file_stamp.h"
 
 namespace korvmailserver::account {
 

@@ -9,32 +9,56 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
 #include "platform/include/root_path.h"
+#include "platform/system/file_stamp.h"
 
 namespace {
 
 using korvmailserver::kLogError;
 
-// The entries below are valid until the next look-up; null when there is none.
-const passwd* FindIn(const std::string& path, const char* name) {
+struct Ids {
+  uid_t uid;
+  gid_t gid;
+};
+
+std::optional<Ids> FindIn(const std::string& path, const std::string& name) {
   const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "re"), fclose);
-  const passwd* entry = nullptr;
-  do {
-    entry = file == nullptr ? nullptr : fgetpwent(file.get());
-  } while (entry != nullptr && std::string(entry->pw_name) != name);
-  return entry;
+  while (const passwd* entry = file == nullptr ? nullptr : fgetpwent(file.get())) {
+    if (entry->pw_name == name) {
+      return Ids{entry->pw_uid, entry->pw_gid};
+    }
+  }
+  return std::nullopt;
+}
+
+// What a file said of the name that was looked up last: every opening of a database asks.
+std::optional<Ids> FindOnce(const std::string& path, const std::string& name) {
+  static korvmailserver::FileStamp stamp;
+  static std::string known_name;
+  static std::optional<Ids> known;
+  if (name != known_name || !stamp.Holds(path)) {
+    stamp = korvmailserver::FileStamp::Of(path);
+    known_name = name;
+    known = FindIn(path, name);
+  }
+  return known;
 }
 
 // The file first: a name service that hangs would hold up whoever opens a database.
-const passwd* FindAccount(const char* name) {
+std::optional<Ids> FindAccount(const char* name) {
   const std::string root = korvmailserver::RootPrefix();
   const bool has_own = !root.empty() && postara::sdk::Exist(root + "/etc/passwd");
-  const passwd* entry = FindIn((has_own ? root : "") + "/etc/passwd", name);
-  return entry != nullptr || !root.empty() ? entry : getpwnam(name);
+  const std::optional<Ids> found = FindOnce((has_own ? root : "") + "/etc/passwd", name);
+  if (found || !root.empty()) {
+    return found;
+  }
+  const passwd* entry = getpwnam(name);
+  return entry == nullptr ? std::nullopt : std::optional<Ids>({entry->pw_uid, entry->pw_gid});
 }
 
 // A file without access to its contents, because closing an ordinary descriptor would drop the
@@ -87,8 +111,8 @@ bool IsTrusted(uid_t owner) {
   if (owner == 0 || owner == geteuid()) {
     return true;
   }
-  const passwd* service = FindAccount(korvmailserver::kServiceAccount);
-  if (service != nullptr && service->pw_uid == owner) {
+  const std::optional<Ids> service = FindAccount(korvmailserver::kServiceAccount);
+  if (service && service->uid == owner) {
     return true;
   }
   const std::string root = korvmailserver::RootPrefix();
@@ -103,12 +127,12 @@ int mailUGidGet(const char* owner, uid_t* uid, gid_t* gid) {
     return -1;
   }
   const bool trial = !korvmailserver::RootPrefix().empty();
-  const passwd* account = trial && geteuid() != 0 ? nullptr : FindAccount(owner);
-  if (account == nullptr && !trial) {
+  const std::optional<Ids> account = trial && geteuid() != 0 ? std::nullopt : FindAccount(owner);
+  if (!account && !trial) {
     return -1;
   }
-  *uid = account == nullptr ? geteuid() : account->pw_uid;
-  *gid = account == nullptr ? getegid() : account->pw_gid;
+  *uid = account ? account->uid : geteuid();
+  *gid = account ? account->gid : getegid();
   return 0;
 }
 

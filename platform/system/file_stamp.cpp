@@ -1,8 +1,8 @@
-#include "platform/account/file_stamp.h"
+#include "platform/system/file_stamp.h"
 
 #include <ctime>
 
-namespace korvmailserver::account {
+namespace korvmailserver {
 
 namespace {
 
@@ -47,4 +47,4 @@ bool FileStamp::Holds(const std::string& path_now) const {
          Same(modified, now.modified) && Same(changed, now.changed);
 }
 
-}  // namespace korvmailserver::account
+}  // namespace korvmailserver

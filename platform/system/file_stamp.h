@@ -1,12 +1,12 @@
 // Tells whether a file is still the one that was read.
-#ifndef PLATFORM_ACCOUNT_FILE_STAMP_H
-#define PLATFORM_ACCOUNT_FILE_STAMP_H
+#ifndef PLATFORM_SYSTEM_FILE_STAMP_H
+#define PLATFORM_SYSTEM_FILE_STAMP_H
 
 #include <sys/stat.h>
 
 #include <string>
 
-namespace korvmailserver::account {
+namespace korvmailserver {
 
 struct FileStamp {
   std::string path;
@@ -26,6 +26,6 @@ struct FileStamp {
   bool Holds(const std::string& path_now) const;
 };
 
-}  // namespace korvmailserver::account
+}  // namespace korvmailserver
 
-#endif  // PLATFORM_ACCOUNT_FILE_STAMP_H
+#endif  // PLATFORM_SYSTEM_FILE_STAMP_H
