@@ -206,8 +206,7 @@ TEST_F(ReconcileTest, InterruptedDeletionIsFinishedByTheNextCommand) {
   EXPECT_TRUE(Rows("SELECT * FROM mdomain_departure_table").empty());
 }
 
-// Texts that a killed writer left beside their place stayed for ever; those of one that lives are its
-// own.
+// Texts that a killed writer left beside their place stayed; those of a living one are its own.
 TEST_F(ReconcileTest, TextsOfDisclaimersAreSettled) {
   const auto set = [](const char* text) {
     Json::Value list(Json::arrayValue);
