@@ -76,7 +76,8 @@ TEST_F(GroupControl, NoGroupsAskNothing) {
 }
 
 TEST_F(GroupControl, PartOfTheUsersIsEnoughForTheirGroups) {
-  WriteAccounts(std::string(kPeople) + "dave:x:no number:100:d:/:/bin/sh\n", "staff:x:2001:alice\n");
+  WriteAccounts(std::string(kPeople) + "dave:x:no number:100:d:/:/bin/sh\n",
+                "staff:x:2001:alice\n");
   EXPECT_TRUE(Group().Create({kAll[0]}));
   EXPECT_TRUE(Logged("!is_all_success, only get [3] zelm_users"));
   EXPECT_EQ(Members(), StringList{"2001|alice"});
