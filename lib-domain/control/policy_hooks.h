@@ -39,6 +39,12 @@ bool PublishBccFile(const std::string& path);
 // Empties the domain's disclaimer list and saves the settings that follow from all lists. They are
 // saved, too, when the list cannot be emptied, which is logged where it fails.
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx);
+// Adds the indexes whose texts of disclaimers a killed writer left beside their place, and those of
+// `domain_idxs` whose texts are in place and not published. False with a log line.
+bool ListUnsettledTexts(const std::set<int>& domain_idxs, std::set<int>& unsettled);
+// Puts the texts of the stored list into place, removes others and publishes those in place. Texts
+// that somebody is writing are left to them. False with a log line.
+bool SettleTexts(int domain_idx);
 // Removes the rules that name these users (groups) from the domain's disclaimers. False when the
 // settings could not be loaded, changed or saved.
 bool RemoveUsersFromDisclaimers(int domain_idx, const std::vector<unsigned int>& uids);

@@ -7,6 +7,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/outside_settings.h"
+#include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/model_in_force.h"
@@ -92,6 +93,31 @@ ReconcileItem Departures() {
   return {"settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend};
 }
 
+bool ListUnsettled(const ReconcileModel& model, std::set<int>& domain_idxs) {
+  return model.are_settings_foreign ||
+         CONTROL::INTERNAL::ListUnsettledTexts(model.domain_idxs, domain_idxs);
+}
+
+ReconcileItem UnsettledTexts() {
+  const auto list = [](const ReconcileModel& model, Differences& differences) {
+    std::set<int> domain_idxs;
+    const bool is_read = ListUnsettled(model, domain_idxs);
+    for (const int domain_idx : domain_idxs) {
+      differences.push_back(DomainText(domain_idx) + " has texts of disclaimers on their way");
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& model) {
+    std::set<int> domain_idxs;
+    bool is_settled = ListUnsettled(model, domain_idxs);
+    for (const int domain_idx : domain_idxs) {
+      is_settled = CONTROL::INTERNAL::SettleTexts(domain_idx) && is_settled;
+    }
+    return is_settled;
+  };
+  return {"texts of disclaimers", PATHS::DisclaimerDir(), ReconcileScope::kEachChange, list, mend};
+}
+
 // The indexes that no domain has and under which something stands.
 bool ListVanished(const OutsideSetting& setting, const ReconcileModel& model,
                   std::set<int>& domain_idxs) {
@@ -136,7 +162,8 @@ ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) 
 }  // namespace
 
 std::vector<ReconcileItem> ReconcileItems() {
-  std::vector<ReconcileItem> items = {PrimaryMark(), MissingSettings(), Departures()};
+  std::vector<ReconcileItem> items = {PrimaryMark(), MissingSettings(), Departures(),
+                                      UnsettledTexts()};
   for (const OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
     items.push_back(Vanished(setting));
   }

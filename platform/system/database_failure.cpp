@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/include/files.h"
 #include "platform/include/sqlite.h"
 
 namespace korvmailserver {
@@ -27,16 +28,22 @@ void NoteDatabaseFailure(sqlite3* db, int result) {
                            std::end(kFileFailures)) {
     return;
   }
-  const char* path = sqlite3_db_filename(db, "main");
+  const char* name = sqlite3_db_filename(db, "main");
+  const std::string path = name == nullptr ? "" : name;
   const bool from_system = kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN;
   const int error = from_system ? sqlite3_system_errno(db) : 0;
-  // Callers ask this way whether there is one; and of a file that cannot be opened SQLite does not
-  // know the name, but the caller does.
-  if ((kind == SQLITE_CANTOPEN && error == ENOENT) || path == nullptr || *path == '\0') {
-    return;
+  if (path.empty()) {
+    return;  // of a file that cannot be opened SQLite does not know the name, but the caller does
   }
-  Kept() = std::string("database ") + path + ": " + sqlite3_errstr(kind) +
-           (error == 0 ? "" : std::string(": ") + std::strerror(error));
+  std::string reason = error == 0 ? "" : std::string(": ") + std::strerror(error);
+  if (kind == SQLITE_CANTOPEN && error == ENOENT) {
+    if (!KLIBCFileExist(path.c_str())) {  // callers ask this way whether there is one
+      return;
+    }
+    // SQLite looks for an old journal when it cannot make a new one, and that is what it keeps.
+    reason = ": its journal cannot be made";
+  }
+  Kept() = "database " + path + ": " + sqlite3_errstr(kind) + reason;
 }
 
 const std::string& LastDatabaseFailure() {

@@ -39,6 +39,19 @@ bool MayReplace(const std::string& path) {
   return false;
 }
 
+// In one step: a second name that stays would be a second name of a database. Not every file system
+// can. False with errno EEXIST when the name is taken.
+bool MoveToFreeName(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+    return true;
+  }
+  if ((errno != EINVAL && errno != ENOSYS) || link(from.c_str(), to.c_str()) != 0) {
+    return false;
+  }
+  unlink(from.c_str());
+  return true;
+}
+
 void RemoveLeftover(const std::string& path) {
   // A folder on its way is empty; its maker makes another one when it is gone.
   if (rmdir(path.c_str()) == 0 || errno != ENOTDIR) {
@@ -128,10 +141,9 @@ bool NewFile::Replace(mode_t mode) {
 }
 
 bool NewFile::Create(mode_t mode) {
-  if (!_Finish(mode) || link(beside_.c_str(), path_.c_str()) != 0) {
+  if (!_Finish(mode) || !MoveToFreeName(beside_, path_)) {
     return false;
   }
-  unlink(beside_.c_str());
   _Close();
   SyncFolderOf(path_);
   return true;

@@ -162,6 +162,7 @@ TEST_F(MimeDefangTest, ACutOffReplacementShowsTheNewOnesWhole) {
   fs::create_directory(path);
   Write("/var/packages/Postara-Server/etc/disclaimer_content/domain-1/x", "");
   EXPECT_LT(mimedefang_.SetDisclaimerList(1, changed), 0);
+  EXPECT_TRUE(Logged("Failed to replace [" + path + "], Is a directory"));
   EXPECT_TRUE(Logged("fail to open disclaimer content file"));
   fs::remove_all(path);
   fs::rename(root() + "/old", path);

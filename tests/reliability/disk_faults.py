@@ -30,16 +30,14 @@ def try_fault(task):
     result = ready.case.run(host, inject(point, f"error={error}"))
     found, state = [], host.state()
     if result.status == 0:
-        found.append(("said done, and was not", differences(state, ready.done)))
+        found.append(("said done, and was not", ready.lacks_done(state)))
     elif result.status < 0 or result.status > 9:
         found.append(("ended badly", [f"status {result.status}", *result.err.splitlines()[-3:]]))
     else:
         found.extend(judge_message(result))
     again = host.copy(scratch + ".again")
     host.run("refresh")
-    refreshed = host.state()
-    found.append(("not repaired by refresh", min((differences(refreshed, legal) for legal in
-                                           (ready.untouched, ready.finished)), key=len)))
+    found.append(("not repaired by refresh", ready.lacks_refreshed(host.state())))
     repeated = ready.case.run(again)
     again.run("refresh")
     found.append(("not finished by the same command", differences(again.state(), ready.finished)))

@@ -3,7 +3,9 @@
 A state holds what a change can leave behind: the rows of every database, every file with mode and
 content. The folder's own path stands as ROOT in it, so states of copies compare. Tables that are not
 in DESCRIBED are bookkeeping of the library and do not count; nor do SQLite's journals, which the
-next opening consumes, nor the key of the latest notice, which the notice files repeat in full.
+next opening consumes, nor the key of the latest notice, which the notice files repeat in full. Of the
+registry of owners counts whether it follows the model, not the change that it was built from. A list
+or text of no disclaimers and a reset DKIM setting, which a deleted domain leaves, are as good as none.
 """
 import hashlib
 import os
@@ -22,7 +24,10 @@ DESCRIBED = set("""user_table group_table group_to_user_table domain_user_role_t
     domain_to_additional_domain_table primary_domain_table key_table bcc_table access_table
     blackwhite_table sender_quota_table multi_domain_enable_table multi_domain_rate_table
     alias_table alias_member_table domain_part local_part""".split())
+REGISTRY = PACKAGE + "target/etc/email_owner.db"
 UNSTEADY = ("smtp_changed_uids",)
+EMPTY = {"mimedefang_disclaimers-": "[]\n", "enable_dkim_sign-": "no", "dkim_selector-": ""}
+NO_TEXTS = b"[]\n"
 PASSWD = """root:x:0:0:root:/root:/bin/bash
 anna:x:1001:2001:Anna Schmidt:/home/anna:/bin/bash
 ben:x:1002:2001:Ben Carter:/home/ben:/bin/bash
@@ -117,6 +122,8 @@ class Host:
             return [f"notice {short[len(NOTICES):]}"]
         with open(path, "rb") as file:
             content = file.read()
+        if content == NO_TEXTS and "/domain-" in short:
+            return []
         if content.startswith(b"SQLite format 3\0"):
             return [f"mode {short} {os.stat(path).st_mode:o}", *self._rows(path, short)]
         if short.endswith("_bcc.db"):  # a hash map notes its own file's identity
@@ -132,17 +139,29 @@ class Host:
                 for row in database.execute(f"PRAGMA {check}"):
                     if row != ("ok",):
                         yield f"{check} {short} {row}"
-            yield f"version {short} {database.execute('PRAGMA user_version').fetchone()[0]}"
+            version = database.execute("PRAGMA user_version").fetchone()[0]
+            if short == REGISTRY:
+                version = "follows" if version == self._changes_of_model() else "older"
+            yield f"version {short} {version}"
             for view in database.execute("SELECT name, sql FROM sqlite_master WHERE type = 'view'"):
                 yield f"view {short} {view}"
             tables = database.execute("SELECT name FROM sqlite_master WHERE type = 'table'")
             for (table,) in tables.fetchall():
                 if table in DESCRIBED:
                     for row in database.execute(f"SELECT * FROM {table}"):
-                        if row[0] not in UNSTEADY:
+                        if table != "key_table" or not self._is_nothing(*row):
                             yield self._rooted(f"row {short} {table} {row}")
         finally:
             database.close()
+
+    def _changes_of_model(self):
+        return int.from_bytes(self.read(DATABASE)[24:28], "big")
+
+    def _is_nothing(self, key, _, value):
+        if key.startswith("sync_disclaimer_content_file-"):
+            content = ETC + "disclaimer_content/domain-" + key.rpartition("-")[2]
+            return not os.path.exists(self.path(content)) or self.read(content) == NO_TEXTS
+        return key in UNSTEADY or EMPTY.get(key.rstrip("0123456789")) == value
 
 
 def rows(path, query="SELECT domain_idx, domain_name FROM domain_table"):

@@ -9,8 +9,10 @@ import tempfile
 from collections import defaultdict
 
 from cases import CASES, company
-from host import kinds
+from host import differences, kinds
 from system_calls import points
+
+MAKES_MAPS = ("bcc maps", "korv_bcc_map")
 
 
 def arguments(text, **numbers):
@@ -43,6 +45,18 @@ class Ready:
         untouched = self.host.copy(scratch + ".untouched")
         untouched.good("refresh")
         self.untouched = untouched.state()
+
+    def lacks_refreshed(self, state):
+        """What a state after a refresh differs in from both legal ones. A refresh makes no maps: each
+        file of them may be the old or the new one."""
+        if self.name in MAKES_MAPS:
+            return differences(state - (self.untouched | self.finished) |
+                               state & self.untouched & self.finished, self.untouched & self.finished)
+        return min((differences(state, legal) for legal in (self.untouched, self.finished)), key=len)
+
+    def lacks_done(self, state):
+        """The same for what was reported as done; some of it comes with the next refresh at the latest."""
+        return min((differences(state, legal) for legal in (self.done, self.finished)), key=len)
 
 
 def ready_cases(options):

@@ -8,6 +8,7 @@
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/api/domain_group.h"
 #include "lib-domain/api/domain_user.h"
+#include "lib-domain/api/mimedefang.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "tests/support/children.h"
@@ -203,6 +204,38 @@ TEST_F(ReconcileTest, InterruptedDeletionIsFinishedByTheNextCommand) {
   EXPECT_TRUE(Updater().Trigger());
   EXPECT_EQ(Standing(2), "");
   EXPECT_TRUE(Rows("SELECT * FROM mdomain_departure_table").empty());
+}
+
+// Texts that a killed writer left beside their place stayed; those of a living one are its own.
+TEST_F(ReconcileTest, TextsOfDisclaimersAreSettled) {
+  const auto set = [](const char* text) {
+    Json::Value list(Json::arrayValue);
+    list[0]["id"] = 1;
+    list[0]["name"] = list[0]["content_txt"] = text;
+    return MimeDefang().SetDisclaimerList(1, list) >= 0;
+  };
+  const auto settled = [] {
+    Json::Value list;
+    StringList names;
+    postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names);
+    return MimeDefang().GetDisclaimerList(1, list) < 0
+               ? "unreadable"
+               : list[0]["content_txt"].asString() + " in " + Text(names);
+  };
+  ASSERT_TRUE(set("old"));
+  EXPECT_TRUE(IsKilledAt("mailConfSet", [&] { set("cut off"); }));
+  EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kMended);
+  const std::string old_texts = settled();
+  WhenCalled("mailConfSet", [] { Reconcile(ReconcileScope::kEachChange); });
+  EXPECT_TRUE(set("new"));
+  ClearFaults();
+  EXPECT_EQ(old_texts + ", " + settled(), "old in domain-1, new in domain-1");
+
+  const std::string key = "sync_disclaimer_content_file-1";
+  KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::removeKey(key);
+  EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kMended);
+  EXPECT_EQ(Configured(key), PATHS::DisclaimerContent(1));
+  EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kNothingToDo);
 }
 
 // A failing removal of a file was taken for a missing file.

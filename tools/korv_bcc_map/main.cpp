@@ -44,7 +44,7 @@ std::array<Map, 2> Maps() {
            {BCC_SENDER, "sender", "sender_bcc", "sender_bcc_maps", {}}}};
 }
 
-// A folder for half-made maps, gone at the end.
+// A folder for half-made maps, gone at the end. What a killed run leaves, mdomain sweeps.
 class WorkFolder {
  public:
   explicit WorkFolder(const std::string& beside) : path_(beside + ".bcc_map.XXXXXX") {
@@ -59,6 +59,15 @@ class WorkFolder {
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
   std::string File(const char* name) const { return path_ + "/" + name; }
+  // False with an error line: the maps are in place all the same.
+  bool Remove() const {
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
+    if (error) {
+      LOG_ERROR("bcc maps replaced, but [%s] stays: %s", path_.c_str(), error.message().c_str());
+    }
+    return !error;
+  }
 
  private:
   std::string path_;
@@ -152,7 +161,7 @@ void LogDoubts(const Map& map) {
   }
 }
 
-void Run() {
+bool Run() {
   std::array<Map, 2> maps = Maps();
   const std::string folder = TargetFolder();
   LockFolder(folder);
@@ -171,6 +180,7 @@ void Run() {
   writer["emitUTF8"] = true;
   Write(work.File(kReport), Json::writeString(writer, Report(maps, type, folder)) + "\n");
   InstallFile(work.File(kReport), folder + kReport);
+  return work.Remove();
 }
 
 // Shows errors and warnings of the log on standard error too.
@@ -194,8 +204,7 @@ int main(int argc, char** /*argv*/) {
   umask(077);
   korv_bcc_map::ShowLog();
   try {
-    korv_bcc_map::Run();
-    return 0;
+    return korv_bcc_map::Run() ? 0 : 1;
   } catch (const std::exception& error) {
     LOG_ERROR("bcc maps not replaced: %s", error.what());
     return 1;

@@ -45,7 +45,11 @@ int OpenLockFile(const std::string& path) {
   if (fd >= 0 || errno != EACCES) {
     return fd;
   }
-  return open(path.c_str(), O_RDONLY | kFlags);
+  const int readable = open(path.c_str(), O_RDONLY | kFlags);
+  if (readable < 0 && errno == ENOENT) {
+    errno = EACCES;  // it could not be made
+  }
+  return readable;
 }
 
 // The process id is written into this file, so it must be one that is nothing else besides.

@@ -1,20 +1,16 @@
-// Order of a replacement: the new texts beside the old ones under a name that is tied to the new
-// list, the list, the rename. A reader that finds texts tied to the list it read takes those, and
-// the next replacement first finishes one that was cut off before its rename.
+// A reader that finds texts tied to the list that it read takes those (pending_content.h).
 #include "lib-domain/api/disclaimer/content.h"
 
 #include <cerrno>
-#include <cstdint>
-#include <cstdio>
 #include <map>
 
+#include "lib-domain/api/disclaimer/pending_content.h"
 #include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/files.h"
 #include "platform/include/key_store.h"
-#include "platform/include/mail_conf.h"
 
 using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
 
@@ -25,17 +21,6 @@ namespace {
 // The mail service's own: rules and texts name people, and Postfix does not read them.
 constexpr mode_t kFileMode = 0640;
 constexpr const char* kTextMembers[] = {"content_html", "content_txt"};
-
-// FNV-1a: it ties a file to a list, it protects nothing.
-std::string Fingerprint(const std::string& text) {
-  uint64_t hash = 14695981039346656037ULL;
-  for (const unsigned char byte : text) {
-    hash = (hash ^ byte) * 1099511628211ULL;
-  }
-  char hex[17];
-  (void)snprintf(hex, sizeof(hex), "%016llx", static_cast<unsigned long long>(hash));
-  return hex;
-}
 
 // One text for an id and any spelling of its number, so that 7 and "007" are one disclaimer's.
 std::string IdKey(const Json::Value& id) {
@@ -50,10 +35,6 @@ std::string IdKey(const Json::Value& id) {
 }
 
 }  // namespace
-
-std::string PendingContentPath(int domain_idx, const std::string& list_text) {
-  return PATHS::DisclaimerContent(domain_idx) + "." + Fingerprint(list_text);
-}
 
 Json::Value TakeContents(Json::Value& list) {
   Json::Value contents(Json::arrayValue);
@@ -74,43 +55,27 @@ Json::Value TakeContents(Json::Value& list) {
 int WriteContents(const std::string& path, const Json::Value& contents) {
   if (korvmailserver::MakeServiceFolder(PATHS::DisclaimerDir(), kFolderMode) !=
           korvmailserver::FolderResult::kDone ||
-      korvmailserver::ReplaceFile(path, WriteJson(contents), kFileMode) < 0 ||
-      mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, kFileMode) < 0) {
+      korvmailserver::ReplaceFile(path, WriteJson(contents), kFileMode) < 0) {
+    LOG_ERROR("Failed to write [%s], %m", path.c_str());
+    LOG_ERROR("fail to open disclaimer content file");
+    return -1;
+  }
+  if (mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, kFileMode) < 0) {
     LOG_ERROR("fail to open disclaimer content file");
     return -1;
   }
   return 0;
 }
 
-int PublishContents(int domain_idx) {
-  const std::string path = PATHS::DisclaimerContent(domain_idx);
-  const std::string key = "sync_disclaimer_content_file-" + std::to_string(domain_idx);
-  if (!PostaraServerBACKENDWrap::setFile(key, path)) {
-    LOG_ERROR("Fail to set file %s", path.c_str());
-    return -1;
-  }
-  return 0;
+std::string ContentKey(int domain_idx) {
+  return "sync_disclaimer_content_file-" + std::to_string(domain_idx);
 }
 
-int SettlePendingContents(int domain_idx) {
-  std::string stored;
-  if (mailConfGet(DisclaimerListKey(domain_idx), stored) < 0) {
+int PublishContents(int domain_idx) {
+  const std::string path = PATHS::DisclaimerContent(domain_idx);
+  if (!PostaraServerBACKENDWrap::setFile(ContentKey(domain_idx), path)) {
+    LOG_ERROR("Fail to set file %s", path.c_str());
     return -1;
-  }
-  const std::string pending = PendingContentPath(domain_idx, stored);
-  if (rename(pending.c_str(), PATHS::DisclaimerContent(domain_idx).c_str()) != 0 &&
-      errno != ENOENT) {
-    return -1;
-  }
-  const std::string prefix = "domain-" + std::to_string(domain_idx) + ".";
-  std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return errno == ENOENT ? 0 : -1;
-  }
-  for (const std::string& name : names) {
-    if (name.compare(0, prefix.size(), prefix) == 0) {
-      postara::sdk::Unlink(PATHS::DisclaimerDir() + "/" + name);
-    }
   }
   return 0;
 }

@@ -19,14 +19,10 @@ constexpr mode_t kFolderMode = 0755;
 Json::Value TakeContents(Json::Value& list);
 // Replaces the file at `path`, which belongs to the mail service.
 int WriteContents(const std::string& path, const Json::Value& contents);
+// The key under which other machines find the domain's file.
+std::string ContentKey(int domain_idx);
 // Publishes the domain's file for other machines.
 int PublishContents(int domain_idx);
-
-// Where the texts of a list wait until the list, whose stored text is `list_text`, is in force.
-std::string PendingContentPath(int domain_idx, const std::string& list_text);
-// Finishes a replacement that was cut off after its list was stored, and removes the texts of those
-// that were cut off before. Logs nothing.
-int SettlePendingContents(int domain_idx);
 
 // Puts the texts into `list`, which is stored as `text`, by "id". A missing file is logged and no
 // failure; `list` is then without texts.

@@ -2,9 +2,12 @@
 #include <json/value.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 
+#include "lib-domain/api/disclaimer/content.h"
+#include "lib-domain/api/disclaimer/pending_content.h"
 #include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/log_line.h"
@@ -66,6 +69,11 @@ bool AddDomainsWithTexts(const IndexFilter& is_asked, std::set<int>& domain_idxs
   return true;
 }
 
+bool LogUnlisted() {
+  LOG_ERROR("Failed to list the disclaimers in [%s]", PATHS::DisclaimerDir().c_str());
+  return false;
+}
+
 }  // namespace
 
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
@@ -84,11 +92,42 @@ DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
 }
 
 bool ListDisclaimerDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
-  if (!AddDomainsWithLists(is_asked, domain_idxs) || !AddDomainsWithTexts(is_asked, domain_idxs)) {
-    LOG_ERROR("Failed to list the disclaimers in [%s]", PATHS::DisclaimerDir().c_str());
-    return false;
+  return (AddDomainsWithLists(is_asked, domain_idxs) &&
+          AddDomainsWithTexts(is_asked, domain_idxs)) ||
+         LogUnlisted();
+}
+
+bool ListUnsettledTexts(const std::set<int>& domain_idxs, std::set<int>& unsettled) {
+  std::vector<std::string> names;
+  std::vector<std::string> keys;
+  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
+    return errno == ENOENT || LogUnlisted();
+  }
+  if (!names.empty() && !KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::ls("", keys)) {
+    return LogUnlisted();
+  }
+  for (const std::string& name : names) {
+    const int domain_idx = IndexBehind("domain-", name);
+    const bool is_in_place = name.find('.') == std::string::npos;
+    const auto is_published = [&] {
+      return std::binary_search(keys.begin(), keys.end(), API::INTERNAL::ContentKey(domain_idx));
+    };
+    if (is_in_place ? domain_idxs.count(domain_idx) != 0 && !is_published() : domain_idx > 0) {
+      unsettled.insert(domain_idx);
+    }
   }
   return true;
+}
+
+bool SettleTexts(int domain_idx) {
+  using namespace API::INTERNAL;  // NOLINT(google-build-using-namespace)
+  if (SettlePendingContents(domain_idx, Others::kPass) < 0) {
+    LOG_ERROR("Failed to settle the texts of disclaimers in [%s], domain_id: [%d]",
+              PATHS::DisclaimerDir().c_str(), domain_idx);
+    return false;
+  }
+  return !postara::sdk::Exist(PATHS::DisclaimerContent(domain_idx)) ||
+         PublishContents(domain_idx) >= 0;
 }
 
 bool RemoveUsersFromDisclaimers(int domain_idx, const std::vector<unsigned int>& uids) {

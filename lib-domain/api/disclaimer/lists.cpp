@@ -4,11 +4,11 @@
 #include <json/writer.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <unordered_set>
 
 #include "lib-domain/api/disclaimer/content.h"
+#include "lib-domain/api/disclaimer/pending_content.h"
 #include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -100,24 +100,20 @@ int MimeDefang::SetDisclaimerList(int domain_idx, const Json::Value& list) {
   Json::Value stripped = list;
   const Json::Value contents = TakeContents(stripped);
   const std::string text = WriteList(stripped);
-  const std::string pending = PendingContentPath(domain_idx, text);
-  if (SettlePendingContents(domain_idx) < 0) {
+  if (SettlePendingContents(domain_idx, Others::kWait) < 0) {
     LOG_ERROR("fail to open disclaimer content file");
     return -1;
   }
-  if (WriteContents(pending, contents) < 0) {
+  PendingContents pending(domain_idx, text);
+  if (pending.Write(contents) < 0) {
     return -1;
   }
   if (mailConfSet(DisclaimerListKey(domain_idx), text, true, 0) < 0) {
     LOG_ERROR("Failed to set Config");
-    postara::sdk::Unlink(pending);
+    pending.Drop();
     return -1;
   }
-  if (rename(pending.c_str(), PATHS::DisclaimerContent(domain_idx).c_str()) != 0) {
-    LOG_ERROR("fail to open disclaimer content file");
-    return -1;
-  }
-  return PublishContents(domain_idx);
+  return pending.Place() < 0 ? -1 : PublishContents(domain_idx);
 }
 
 int MimeDefang::SeparateContentFromDisclaimer(int domain_idx, Json::Value& list) {
@@ -128,16 +124,8 @@ int MimeDefang::SeparateContentFromDisclaimer(int domain_idx, Json::Value& list)
   Json::Value stripped = list;
   const Json::Value contents = TakeContents(stripped);
   // Beside its place until it has its owner.
-  const std::string path = PATHS::DisclaimerContent(domain_idx);
-  const std::string beside = PendingContentPath(domain_idx, "");
-  if (WriteContents(beside, contents) < 0) {
-    return -1;
-  }
-  if (rename(beside.c_str(), path.c_str()) != 0) {
-    LOG_ERROR("fail to open disclaimer content file");
-    return -1;
-  }
-  if (PublishContents(domain_idx) < 0) {
+  PendingContents beside(domain_idx, "");
+  if (beside.Write(contents) < 0 || beside.Place() < 0 || PublishContents(domain_idx) < 0) {
     return -1;
   }
   list = stripped;
