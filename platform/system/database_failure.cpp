@@ -14,6 +14,17 @@ namespace {
 constexpr int kFileFailures[] = {SQLITE_PERM, SQLITE_BUSY,    SQLITE_READONLY, SQLITE_IOERR,
                                  SQLITE_FULL, SQLITE_CORRUPT, SQLITE_CANTOPEN, SQLITE_NOTADB};
 
+bool IsFileFailure(int kind) {
+  return std::find(std::begin(kFileFailures), std::end(kFileFailures), kind) !=
+         std::end(kFileFailures);
+}
+
+// The statements are those of this project, so it is the file that is another one's.
+bool LacksTableOrColumn(sqlite3* db) {
+  const std::string text = sqlite3_errmsg(db);
+  return text.rfind("no such table", 0) == 0 || text.rfind("no such column", 0) == 0;
+}
+
 std::string& Kept() {
   static std::string kept;
   return kept;
@@ -21,19 +32,20 @@ std::string& Kept() {
 
 }  // namespace
 
-void NoteDatabaseFailure(sqlite3* db, int result) {
+void NoteDatabaseFailure(sqlite3* db, int result, const std::string& path) {
   const int kind = result & 0xFF;
-  if (db == nullptr || std::find(std::begin(kFileFailures), std::end(kFileFailures), kind) ==
-                           std::end(kFileFailures)) {
+  const bool lacks_something = kind == SQLITE_ERROR && db != nullptr && LacksTableOrColumn(db);
+  if (db == nullptr || (!lacks_something && !IsFileFailure(kind))) {
     return;
   }
-  const char* path = sqlite3_db_filename(db, "main");
   const bool from_system = kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN;
   const int error = from_system ? sqlite3_system_errno(db) : 0;
   if (kind == SQLITE_CANTOPEN && error == ENOENT) {  // callers ask this way whether there is one
     return;
   }
-  Kept() = std::string("database ") + (path == nullptr ? "" : path) + ": " + sqlite3_errstr(kind) +
+  const char* own = path.empty() ? sqlite3_db_filename(db, "main") : path.c_str();
+  Kept() = std::string("database ") + (own == nullptr ? "" : own) + ": " +
+           (lacks_something ? sqlite3_errmsg(db) : sqlite3_errstr(kind)) +
            (error == 0 ? "" : std::string(": ") + std::strerror(error));
 }
 
