@@ -139,6 +139,10 @@ rmdir "$etc/mailserver.db"
 good publish --force
 gives '[.virtual_multiple_domain, .smtp_main_domain]' '["",""]' config list
 good domain create example.net
+rm "$etc/mailserver.db"
+sqlite3 "$etc/mailserver.db" 'CREATE TABLE songs(name)'
+fails 1 'mailserver.db: it belongs to another program' publish
+same "another program's tables" "$(sqlite3 "$etc/mailserver.db" .tables)" songs
 new_root older
 good config set smtp_main_domain old.example
 for command in refresh publish; do fails 3 'settings name "old.example".*mdomain init' "$command"; done
