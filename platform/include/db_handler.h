@@ -97,7 +97,7 @@ class MDOMAIN_EXPORT DBHandler {
   bool scope_open_ = false;  // the scope's transaction has begun
   bool reads_missing_ = false;
   bool is_stand_in_ = false;  // connected, in memory, in the place of a missing file
-  int scope_lost_ = 0;       // why SQLite rolled it back under the scope, 0 while it has not
+  int scope_lost_ = 0;        // why SQLite rolled it back under the scope, 0 while it has not
 };
 
 // While one lives, the transactional batches of the handler are savepoints of one transaction,
