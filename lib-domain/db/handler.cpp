@@ -23,6 +23,10 @@ namespace {
 
 constexpr int kOpenBusyMilliseconds = 60000;
 constexpr int kSelectBusyMilliseconds = 10000;
+constexpr char kCountTables[] =
+    "SELECT count(*), total(name = 'domain_table') FROM sqlite_master WHERE type = 'table'";
+constexpr char kCountDomains[] =
+    "SELECT EXISTS (SELECT 1 FROM domain_table), application_id FROM pragma_application_id";
 
 [[noreturn]] void ThrowSelectError(const std::string& what, sqlite3* db, const std::string& sql,
                                    int line) {
@@ -31,19 +35,29 @@ constexpr int kSelectBusyMilliseconds = 10000;
                                      BASE::kLogError, BASE::SourcePath(__FILE__), line);
 }
 
-// A model that lost its file looks like a new host afterwards, so this is said while it is known.
-void ReportLostModel(const std::string& path) {
+enum class Standing { kMissing, kEmpty, kFilled };
+
+Standing StandingOf(const std::string& path) {
   struct stat info {};
-  const bool is_missing = stat(path.c_str(), &info) != 0 && errno == ENOENT;
-  if (!is_missing && info.st_size != 0) {
+  if (stat(path.c_str(), &info) != 0) {
+    return errno == ENOENT ? Standing::kMissing : Standing::kFilled;
+  }
+  return info.st_size == 0 ? Standing::kEmpty : Standing::kFilled;
+}
+
+// A model that lost its file looks like a new host, and no command after the first would say so.
+void ReportLostModel(const std::string& path, Standing before) {
+  INTERNAL::PublishedModel published;
+  if (!INTERNAL::ReadPublishedModel(published) || !published.has_domains ||
+      published.file != INTERNAL::ModelFileName(path)) {
     return;
   }
-  INTERNAL::PublishedModel published;
-  if (INTERNAL::ReadPublishedModel(published) && published.has_domains &&
-      published.file == INTERNAL::ModelFileName(path)) {
-    LOG_WARNING("Domain db [%s] is %s, although its domains are published: it starts anew",
-                path.c_str(), is_missing ? "missing" : "empty");
+  if (before == Standing::kFilled) {
+    LOG_WARNING("Domain db [%s] has no domain, although domains of it are published", path.c_str());
+    return;
   }
+  LOG_WARNING("Domain db [%s] is %s, although its domains are published: it starts anew",
+              path.c_str(), before == Standing::kMissing ? "missing" : "empty");
 }
 
 }  // namespace
@@ -59,14 +73,18 @@ DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
     LOG_ERROR("GetUserGroupDomainConfigPath fail");
     return nullptr;
   }
-  ReportLostModel(path);
+  const Standing before = StandingOf(path);
   _singleDomainDBHandler = new DomainDBHandler(path);
+  _singleDomainDBHandler->readMissingAsNew();
   if (_singleDomainDBHandler->ConnectAndUpgrade() != 0) {
     LOG_ERROR("Domain db error");
     CloseDomainDBHandler();
     return nullptr;
   }
   _singleDomainDBHandler->setBusyTimeout(kOpenBusyMilliseconds);
+  if (_singleDomainDBHandler->_LacksDomains()) {
+    ReportLostModel(path, before);
+  }
   return _singleDomainDBHandler;
 }
 
@@ -100,10 +118,17 @@ int DomainDBHandler::ConnectAndUpgrade() {
     err_ = -1;
     return err_;
   }
+  if (_IsOfAnother()) {
+    LOG_ERROR("Domain db [%s] belongs to another program: it has tables, but no domain_table",
+              path_.c_str());
+    err_ = SQLITE_NOTADB;
+    return err_;
+  }
   if (_UpgradeDB(version) != 0) {
     LOG_ERROR("Cannot upgrade domain db version: %i", version);
     return err_;
   }
+  forbidWritesInMemory();
   return 0;
 }
 
@@ -166,6 +191,18 @@ int DomainDBHandler::_GetNowVersion() {
     return -1;
   }
   return version;
+}
+
+// The scripts would add their tables to whatever the file holds.
+bool DomainDBHandler::_IsOfAnother() {
+  korvmailserver::Statement tables(db_, kCountTables);
+  return tables.Step() == SQLITE_ROW && tables.Int(0) > 0 && tables.Int(1) == 0;
+}
+
+// Without domains on purpose, as the last one was deleted, does not count.
+bool DomainDBHandler::_LacksDomains() {
+  korvmailserver::Statement domains(db_, kCountDomains);
+  return domains.Step() == SQLITE_ROW && domains.Int(0) == 0 && domains.Int(1) == 0;
 }
 
 int DomainDBHandler::_UpgradeDB(int version) {

@@ -31,8 +31,9 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
 
   // Opens the file, creating it, with foreign keys enforced, and brings its schema to the current
   // version; after a failure the file is at the last whole version. Processes that do so at once
-  // wait for the first of them. A file of a newer version is opened as it is. 0, or the handler's
-  // result code with the reason logged.
+  // wait for the first of them. A file of a newer version is opened as it is, one that has tables
+  // but none for domains is refused and stays as it is. 0, or the handler's result code with the
+  // reason logged.
   int ConnectAndUpgrade();
   // Opens the file, creating it, sets its owner and mode and gives an empty file its schema. When
   // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
@@ -45,6 +46,8 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
  private:
   int _InitPragma();
   int _GetNowVersion();
+  bool _IsOfAnother();
+  bool _LacksDomains();
   int _UpgradeDB(int version);
   int _RunScripts(int version, const std::vector<std::string>& scripts);
 

@@ -50,7 +50,25 @@ constexpr char kSelectDomains[] =
     "SELECT domain_id, count(*) FROM (SELECT domain_id FROM multi_domain_enable_table UNION ALL "
     "SELECT domain_id FROM multi_domain_rate_table) GROUP BY domain_id";
 
+// The mail server adds tables of its own, and older ones lack some of these.
+constexpr char kCountTables[] =
+    "SELECT count(*), total(name IN ('bcc_table', 'access_table', 'blackwhite_table', "
+    "'sender_quota_table', 'multi_domain_enable_table', 'multi_domain_rate_table')) FROM "
+    "sqlite_master WHERE type = 'table'";
+
 constexpr int kBusyTimeout = 60000;
+
+// A database of another program is left alone. False with a log line.
+bool IsOurs(const std::string& path, sqlite3* db) {
+  korvmailserver::Statement tables(db, kCountTables);
+  if (tables.Step() == SQLITE_ROW && tables.Int(0) > 0 && tables.Int(1) == 0) {
+    maillog(korvmailserver::kLogError,
+            "settings database %s: it belongs to another program, none of its tables is known",
+            path.c_str());
+    return false;
+  }
+  return true;
+}
 
 bool Run(sqlite3* db, const char* sql, int domain_id) {
   korvmailserver::Statement statement(db, sql);
@@ -62,7 +80,7 @@ bool Run(sqlite3* db, const char* sql, int domain_id) {
 int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& statements,
                     int domain_id) {
   DBHandler db(path, SettingsSchema());
-  if (db.connect() != 0) {
+  if (db.connect() != 0 || !IsOurs(path, db.getDB())) {
     return -1;
   }
   db.setBusyTimeout(kBusyTimeout);

@@ -31,6 +31,10 @@ class MDOMAIN_EXPORT DBHandler {
   // schema that fails), and no file is left behind that was not there. A connected handler: 0 at
   // once.
   int connect();
+  // Before connect(): a missing file that this process may not create is then no failure, but reads
+  // as a new one. Every write fails (SQLITE_READONLY), and a file that somebody else makes later is
+  // not seen before the next connect().
+  void readMissingAsNew() { reads_missing_ = true; }
   // Commits the transaction of a BatchScope that is open (a failure is logged) and closes the file.
   void disconnect();
 
@@ -62,6 +66,10 @@ class MDOMAIN_EXPORT DBHandler {
   int regenDB();
 
  protected:
+  // For a class that makes the schema itself: after that, nothing can be written in the place of a
+  // file that is missing. Nothing happens where there is a file.
+  void forbidWritesInMemory();
+
   int err_ = 0;
   sqlite3* db_ = nullptr;
   std::string path_;
@@ -71,6 +79,7 @@ class MDOMAIN_EXPORT DBHandler {
   friend class BatchScope;
 
   bool _CreateFile(bool& created);
+  int _OpenStandIn();
   int _OpenAndCheck();
   int _RunSchema();
   int _RunTransaction(const SQLCmd& cmds);
@@ -86,7 +95,9 @@ class MDOMAIN_EXPORT DBHandler {
   int busy_timeout_ = 10000;
   int scope_depth_ = 0;
   bool scope_open_ = false;  // the scope's transaction has begun
-  int scope_lost_ = 0;       // why SQLite rolled it back under the scope, 0 while it has not
+  bool reads_missing_ = false;
+  bool is_stand_in_ = false;  // connected, in memory, in the place of a missing file
+  int scope_lost_ = 0;        // why SQLite rolled it back under the scope, 0 while it has not
 };
 
 // While one lives, the transactional batches of the handler are savepoints of one transaction,

@@ -21,9 +21,10 @@
 namespace korvmailserver {
 
 // Keeps what is wrong with a database file (disk full, may not be written, locked, damaged, no
-// database, input or output error) for LastDatabaseFailure; other results are passed over. `db` is
-// the connection that gave the result.
-MDOMAIN_EXPORT void NoteDatabaseFailure(sqlite3* db, int result);
+// database, a table or column that it lacks, input or output error) for LastDatabaseFailure; other
+// results are passed over. `db` is the connection that gave the result. It knows its file itself,
+// unless opening failed or it works in memory: then `path` says which file was meant.
+MDOMAIN_EXPORT void NoteDatabaseFailure(sqlite3* db, int result, const std::string& path = "");
 // "database PATH: REASON" of the last failure in this process; empty while there was none. SQLite's
 // own texts name no file.
 MDOMAIN_EXPORT const std::string& LastDatabaseFailure();
@@ -67,7 +68,7 @@ class Connection {
     const int result = sqlite3_open_v2(path.c_str(), &db_, _OpenFlags(mode), nullptr);
     if (result != SQLITE_OK) {
       error_ = sqlite3_errmsg(db_);
-      NoteDatabaseFailure(db_, result);
+      NoteDatabaseFailure(db_, result, path);
       Close();
       return result;
     }
@@ -120,6 +121,9 @@ class Statement {
     failure_ = db == nullptr ? SQLITE_MISUSE
                              : sqlite3_prepare_v2(db, sql.c_str(), static_cast<int>(sql.size() + 1),
                                                   &statement_, nullptr);
+    if (failure_ != SQLITE_OK) {
+      NoteDatabaseFailure(db, failure_);
+    }
   }
   ~Statement() { sqlite3_finalize(statement_); }
   Statement(const Statement&) = delete;

@@ -15,6 +15,17 @@ namespace {
 constexpr int kFileFailures[] = {SQLITE_PERM, SQLITE_BUSY,    SQLITE_READONLY, SQLITE_IOERR,
                                  SQLITE_FULL, SQLITE_CORRUPT, SQLITE_CANTOPEN, SQLITE_NOTADB};
 
+bool IsFileFailure(int kind) {
+  return std::find(std::begin(kFileFailures), std::end(kFileFailures), kind) !=
+         std::end(kFileFailures);
+}
+
+// The statements are those of this project, so it is the file that is another one's.
+bool LacksTableOrColumn(sqlite3* db) {
+  const std::string text = sqlite3_errmsg(db);
+  return text.rfind("no such table", 0) == 0 || text.rfind("no such column", 0) == 0;
+}
+
 std::string& Kept() {
   static std::string kept;
   return kept;
@@ -22,28 +33,29 @@ std::string& Kept() {
 
 }  // namespace
 
-void NoteDatabaseFailure(sqlite3* db, int result) {
+void NoteDatabaseFailure(sqlite3* db, int result, const std::string& path) {
   const int kind = result & 0xFF;
-  if (db == nullptr || std::find(std::begin(kFileFailures), std::end(kFileFailures), kind) ==
-                           std::end(kFileFailures)) {
+  const bool lacks_something = kind == SQLITE_ERROR && db != nullptr && LacksTableOrColumn(db);
+  if (db == nullptr || (!lacks_something && !IsFileFailure(kind))) {
     return;
   }
   const char* name = sqlite3_db_filename(db, "main");
-  const std::string path = name == nullptr ? "" : name;
-  const bool from_system = kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN;
-  const int error = from_system ? sqlite3_system_errno(db) : 0;
-  if (path.empty()) {
+  const std::string own = !path.empty() || name == nullptr ? path : name;
+  if (own.empty()) {
     return;  // of a file that cannot be opened SQLite does not know the name, but the caller does
   }
+  const bool from_system = kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN;
+  const int error = from_system ? sqlite3_system_errno(db) : 0;
   std::string reason = error == 0 ? "" : std::string(": ") + std::strerror(error);
   if (kind == SQLITE_CANTOPEN && error == ENOENT) {
-    if (!KLIBCFileExist(path.c_str())) {  // callers ask this way whether there is one
+    if (!KLIBCFileExist(own.c_str())) {  // callers ask this way whether there is one
       return;
     }
     // SQLite looks for an old journal when it cannot make a new one, and that is what it keeps.
     reason = ": its journal cannot be made";
   }
-  Kept() = "database " + path + ": " + sqlite3_errstr(kind) + reason;
+  Kept() = "database " + own + ": " +
+           (lacks_something ? sqlite3_errmsg(db) : sqlite3_errstr(kind)) + reason;
 }
 
 const std::string& LastDatabaseFailure() {

@@ -78,6 +78,15 @@ bool MakeFolderOf(const std::string& path) {
   }
 }
 
+// Whether this process may write to the folder of a file, or to the nearest one above that exists.
+bool MayCreate(const std::string& path) {
+  std::string folder = FolderOf(path);
+  while (!folder.empty() && !KLIBCFileExist(folder.c_str())) {
+    folder = FolderOf(folder);
+  }
+  return eaccess(folder.empty() ? "/" : folder.c_str(), W_OK | X_OK) == 0;
+}
+
 bool IsEmptyFile(const std::string& path) {
   struct stat info {};
   return stat(path.c_str(), &info) == 0 && info.st_size == 0;
@@ -112,6 +121,9 @@ int DBHandler::connect() {
   std::string why;
   const Found found = Look(path_, why);
   bool created = false;
+  if (found == Found::kNothing && reads_missing_ && !MayCreate(path_)) {
+    return err_ = _OpenStandIn();
+  }
   if (found == Found::kNothing && !_CreateFile(created)) {
     return err_ = SQLITE_CANTOPEN;
   }
@@ -154,6 +166,28 @@ bool DBHandler::_CreateFile(bool& created) {
     return false;
   }
   return true;
+}
+
+// An empty database in memory with the schema, in the place of the file that is missing.
+int DBHandler::_OpenStandIn() {
+  is_stand_in_ = true;
+  int result = sqlite3_open_v2(":memory:", &db_, SQLITE_OPEN_READWRITE, nullptr);
+  if (result == SQLITE_OK && !schema_.empty()) {
+    result = _ExecText(schema_.c_str());
+    forbidWritesInMemory();
+  }
+  if (result != SQLITE_OK) {
+    _KeepFailure(result);
+    maillog(kLogError, "Cannot open database [%s]: %s", path_.c_str(), err_text_.c_str());
+    disconnect();
+  }
+  return result;
+}
+
+void DBHandler::forbidWritesInMemory() {
+  if (is_stand_in_) {
+    sqlite3_exec(db_, "PRAGMA query_only = ON", nullptr, nullptr, nullptr);
+  }
 }
 
 // Opens the file, for reading where it cannot be written (SQLite does so without a word), reads its
@@ -202,6 +236,7 @@ void DBHandler::disconnect() {
   }
   sqlite3_close_v2(db_);  // waits for statements that are still in use
   db_ = nullptr;
+  is_stand_in_ = false;
 }
 
 int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
@@ -295,7 +330,7 @@ int DBHandler::_ExecText(const char* sql) {
 // Keeps the text, because the rollback that follows replaces SQLite's own by "not an error".
 int DBHandler::_KeepFailure(int result) {
   err_text_ = db_ == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(db_);
-  korvmailserver::NoteDatabaseFailure(db_, result);
+  korvmailserver::NoteDatabaseFailure(db_, result, path_);
   return err_ = result;
 }
 

@@ -143,6 +143,18 @@ TEST_F(HandlerTest, UnusableFilesGiveAClearLineAndStayAsTheyAre) {
   EXPECT_EQ(Read(DbPath().substr(root().size())), garbage);
   std::filesystem::remove(DbPath());
 
+  // Another program's tables: the scripts would stand between them.
+  for (const char* version : {"0", "77"}) {
+    std::filesystem::remove(DbPath());
+    Run(std::string("CREATE TABLE songs(name); PRAGMA user_version = ") + version);
+    EXPECT_EQ(DomainDBHandler::GetDomainDBHandler(), nullptr);
+    EXPECT_TRUE(Logged("[" + DbPath() + "] belongs to another program"));
+    EXPECT_TRUE(Logged("Domain db error"));
+    EXPECT_EQ(Rows("SELECT name FROM sqlite_master"), StringList{"songs"});
+    EXPECT_EQ(Version(), StringList{version});
+  }
+  std::filesystem::remove(DbPath());
+
   // Writing is what is locked: reading the version works, upgrading does not.
   MakeFile(2);
   {

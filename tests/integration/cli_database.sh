@@ -43,6 +43,31 @@ unset -f mdomain
 chmod -R u+w "$MDOMAIN_ROOT"
 unchanged "somebody who may only read"
 
+# The same on a file system that is read-only for everybody, and with databases that a reader who may
+# write would make.
+can_mount() { unshare -m mount -t tmpfs none /mnt 2>/dev/null; }
+mdomain() {
+  # shellcheck disable=SC2016
+  LD_LIBRARY_PATH=$scratch/copy unshare -m bash -c 'mount --bind "$0" "$0" && mount -o remount,bind,ro "$0" &&
+    exec setpriv --reuid=nobody --regid=nogroup --clear-groups "$@"' "$MDOMAIN_ROOT" "$scratch/copy/mdomain" "$@"
+}
+if [ "$(id -u)" -eq 0 ] && can_mount; then
+  for command in 'domain list' 'user list 1' 'group list 1' 'bcc list 1' 'disclaimer list 1' \
+    'disclaimer generate' 'config list'; do
+    # shellcheck disable=SC2086
+    good $command
+  done
+  rm -f "$etc/mailserver.db"
+  good bcc list 1
+  rm "$database" "$etc/keystore.db"
+  good domain list
+  same "domains of a missing file" "$(grep -c example <<<"$out")" 0
+  fails 4 'no domain "1"' user list 1
+  fails 1 'Read-only file system' domain create example.net
+  same "files that reading made" "$(find "$etc" -name '*.db*')" ""
+fi
+unset -f mdomain
+
 # What killed runs left goes with the next change. A set-id copy would ignore the root and change the
 # machine instead.
 new_root leftovers
@@ -96,14 +121,28 @@ new_root lost
 good domain create example.com --no-auto-add
 rm "$database"
 fails 3 'local_DOMAIN.db. is missing' refresh
+good domain list
+matches "a lost model, once more" "$err" 'local_DOMAIN.db. has no domain, although domains of it are published'
 refuses_to_empty 'nothing is published: .*local_DOMAIN.db has no domain any more.*restore that file'
 fails 3 'lost or emptied.*restore that file' domain create example.net
 fails 3 'lost or emptied' init
 truncate -s 0 "$database"
 fails 3 'local_DOMAIN.db. is empty' publish
+mkdir -p "$target/etc"
+: >"$target/etc/email_owner.db"
+remember
+refused 4 'no owner registry yet' owner lookup anna@example.com
+rm -f "$etc/mailserver.db"
+mkdir "$etc/mailserver.db"
+fails 1 'mailserver.db' publish --force
+rmdir "$etc/mailserver.db"
 good publish --force
 gives '[.virtual_multiple_domain, .smtp_main_domain]' '["",""]' config list
 good domain create example.net
+rm "$etc/mailserver.db"
+sqlite3 "$etc/mailserver.db" 'CREATE TABLE songs(name)'
+fails 1 'mailserver.db: it belongs to another program' publish
+same "another program's tables" "$(sqlite3 "$etc/mailserver.db" .tables)" songs
 new_root older
 good config set smtp_main_domain old.example
 for command in refresh publish; do fails 3 'settings name "old.example".*mdomain init' "$command"; done

@@ -87,12 +87,15 @@ def main():
     options.build = company(options.build, options.scratch + "/company").build
     build_program(options.build, options.scratch)
     options.jobs, causes = options.processes, Causes()
-    for title, work in (("mdomain", work_with_tool), ("library", work_with_library)):
+    ways = (("mdomain", work_with_tool), ("library", work_with_library))
+    chosen = [way for way in ways if options.only in way[0]]
+    for title, work in chosen:
         host = company(options.build, f"{options.scratch}/{title}")
         workers = [(host, f"w{number}", options.changes) for number in range(options.processes)]
         lines = [line for _, reported in each(work, workers, options) for line in reported]
         judge(host, causes, title, lines)
-    causes.end(f"{options.processes} processes, {options.changes} changes each, tool and library")
+    causes.end(f"{options.processes} processes, {options.changes} changes each, "
+               f"{' and '.join(title for title, _ in chosen)}")
 
 
 if __name__ == "__main__":

@@ -1,5 +1,7 @@
 // mdomain owner: the registry that tells mail services who owns an address.
+#include <filesystem>
 #include <iostream>
+#include <system_error>
 
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
@@ -46,7 +48,10 @@ bool IsAddress(const std::string& text) {
 
 // Opening a registry makes it, and an empty one would answer that nobody owns the address.
 void RequireRegistry() {
-  if (!postara::sdk::Exist(MDOMAIN::PATHS::EmailOwnerDb())) {
+  std::error_code error;
+  const std::string path = MDOMAIN::PATHS::EmailOwnerDb();
+  const bool is_empty = std::filesystem::file_size(path, error) == 0 && !error;
+  if (is_empty || !postara::sdk::Exist(path)) {
     throw Failure(kNotFound, "there is no owner registry yet: run mdomain owner build");
   }
 }

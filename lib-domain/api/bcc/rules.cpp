@@ -115,6 +115,7 @@ int BCC::_Init() {
     LOG_ERROR("bcc db init fail");
     return -1;
   }
+  handler_->readMissingAsNew();
   if (handler_->connect() != 0) {
     LOG_ERROR("bcc db connect fail");
     return -1;

@@ -119,8 +119,7 @@ int MergeContents(int domain_idx, const std::string& text, Json::Value& list) {
 
 int ComposeList(int domain_idx, const std::string& text, Json::Value& list) {
   Json::Value stored;
-  if (!ParseStoredList(text, stored)) {
-    LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
+  if (!ParseStoredList(domain_idx, text, stored)) {
     return -1;
   }
   if (!stored.empty() && MergeContents(domain_idx, text, stored) < 0) {

@@ -54,8 +54,7 @@ bool DropRules(Json::Value& rules, const std::unordered_set<unsigned int>& ids,
 
 bool HasEnabledDisclaimer(int domain_idx, const std::string& text) {
   Json::Value list;
-  if (!ParseStoredList(text, list)) {
-    LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
+  if (!ParseStoredList(domain_idx, text, list)) {
     return true;
   }
   return std::any_of(list.begin(), list.end(), [](const Json::Value& disclaimer) {

@@ -62,6 +62,16 @@ bool ParseStoredList(const std::string& text, Json::Value& list) {
   return text.empty() || (ParseJson(text, list) && IsArrayOfObjects(list));
 }
 
+bool ParseStoredList(int domain_idx, const std::string& text, Json::Value& list) {
+  if (!ParseStoredList(text, list)) {
+    LOG_WARNING("The stored value of [%s] is no list of disclaimers",
+                DisclaimerListKey(domain_idx).c_str());
+    LOG_ERROR("Failed to get disclamer, domain_id[%d]", domain_idx);
+    return false;
+  }
+  return true;
+}
+
 bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains,
                      std::map<int, std::string>& texts) {
   std::vector<std::string> keys;

@@ -32,6 +32,8 @@ bool ListAllDomains(std::vector<RECORD::Domain>& domains);
 // Reads a stored list. The empty text, which a domain without disclaimers has, gives an empty
 // array. False when the text is no array of objects; `list` is then of no use.
 bool ParseStoredList(const std::string& text, Json::Value& list);
+// The same for the list of one domain, with log lines that name its key.
+bool ParseStoredList(int domain_idx, const std::string& text, Json::Value& list);
 
 // Adds the stored text of every domain's list, by domain, with one read. False with a log line.
 bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains, std::map<int, std::string>& texts);
