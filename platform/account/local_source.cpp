@@ -8,10 +8,10 @@
 #include <cstring>
 
 #include "platform/account/account_files.h"
-#include "platform/system/file_stamp.h"
 #include "platform/account/source.h"
 #include "platform/include/files.h"
 #include "platform/include/root_path.h"
+#include "platform/system/file_stamp.h"
 
 namespace korvmailserver::account {
 
