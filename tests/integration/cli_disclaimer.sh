@@ -121,6 +121,7 @@ while read -r filter regex; do
   refused 3 "$regex" disclaimer set 1 "$bad"
 done <<'END'
 .[1].id=7 \[1\].id: is used twice
+.[0].name="a\u202eb" the name .a<U\+202E>b. holds
 .[1].id=1.5 \[1\].id: must be an integer
 .[1].id=9999999999 \[1\].id: must be an integer
 .[0].match_rule_list[2].pattern=5 match_rule_list\[2\].pattern: must be an address

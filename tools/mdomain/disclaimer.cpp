@@ -128,6 +128,9 @@ Json::Value ParseList(const std::string& bytes) {
   if (!MimeDefang::CheckDisclaimerList(list, error)) {
     throw Failure(kRefused, error);
   }
+  for (const Json::Value& disclaimer : list) {
+    RequirePlainText("the name", disclaimer["name"].asString());
+  }
   return list;
 }
 
