@@ -76,7 +76,7 @@ void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
 bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content) {
   DB::EmailOwner registry(path);
   BatchScope scope(&registry);
-  const std::string remember = "PRAGMA user_version = " + std::to_string(DB::GetChangeCounter());
+  const std::string remember = "PRAGMA user_version = " + std::to_string(content.built_from);
   return registry.CreateDomainPart(content.domains) &&
          registry.CreateLocalPart(content.local_parts) && registry.exeCmds({remember}, true) == 0 &&
          scope.Commit() == 0;
@@ -108,6 +108,7 @@ class WriterLock {
 
 bool CollectOwners(OwnerRegistryContent& content) {
   content = OwnerRegistryContent();
+  content.built_from = DB::GetChangeCounter();  // first: a change in between makes it stale
   std::vector<int> domain_idxs;
   if (!CollectDomains(content, domain_idxs)) {
     LOG_ERROR("Failed to List domains");

@@ -16,6 +16,9 @@ namespace MDOMAIN::UTILS {
 struct OwnerRegistryContent {
   std::vector<RECORD::DomainPart> domains;
   std::vector<RECORD::LocalPart> local_parts;
+  // The state of the domain database that was read, or an older one; 0 when not known. A registry
+  // of an unknown state is left to whoever wrote it.
+  int built_from = 0;
 };
 
 // What the registry should hold now: every name of every domain in both spellings, and every alias
@@ -24,9 +27,9 @@ struct OwnerRegistryContent {
 MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 
 // Writes `content` as one transaction into a new file and renames it over `path`, so that a reader
-// sees the old or the new registry, whole. Waits up to 10 seconds for a writer of the old one.
-// The file remembers in its user_version which state of the domain database it was built from.
-// False with one log line, and the old file untouched.
+// sees the old or the new registry, whole. Waits up to 10 seconds for a writer of the old one. The
+// file remembers `built_from` in its user_version. False with one log line, and the old file
+// untouched.
 MDOMAIN_EXPORT bool ReplaceOwnerRegistry(const std::string& path,
                                          const OwnerRegistryContent& content);
 
