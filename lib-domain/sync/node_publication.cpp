@@ -10,7 +10,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/files.h"
-#include "platform/include/node_files.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::UTILS {
 
