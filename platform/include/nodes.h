@@ -93,8 +93,8 @@ MDOMAIN_EXPORT bool PublishVerified(std::vector<std::string>& mended);
 // ---- Who manages ----
 
 // This machine manages from now on, in a term above every one that it or the store knows, and
-// publishes what it has. Within the store's transaction the manager and term there must still be
-// those of `seen`; nothing is changed otherwise, here or there.
+// publishes what it has. Within the store's transaction manager, term and publication there must
+// still be those of `seen`; nothing is changed otherwise, here or there.
 MDOMAIN_EXPORT bool BeginManaging(const StoreStanding& seen);
 // This machine pulls from now on. Its files and keys stay until the first pull.
 MDOMAIN_EXPORT bool BecomeMember();
@@ -113,7 +113,8 @@ struct PublishedContent {
   std::map<std::string, PublishedFile> files;  // by key
 };
 
-// What the store has, of one publication; and what this machine has.
+// What the store has, of one publication and as it was published, else it is a failure; and what
+// this machine has.
 MDOMAIN_EXPORT bool ReadStoreContent(PublishedContent& content);
 MDOMAIN_EXPORT bool ReadOwnContent(PublishedContent& content);
 

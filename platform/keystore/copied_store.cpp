@@ -355,9 +355,12 @@ bool CopiedStore::BeginManaging(const StoreStanding& seen, std::string& error) {
                                               std::string& reason) {
     const std::string manager = found.exists ? found.manager : found.former_publisher;
     const bool is_own_attempt = found.exists && found.token == token;
-    if (!is_own_attempt && (manager != seen.manager || found.term != seen.term)) {
+    const bool is_seen =
+        manager == seen.manager && found.term == seen.term && found.version == seen.version;
+    if (!is_own_attempt && !is_seen) {
       reason = manager.empty() ? "the store was emptied in the meantime"
-                               : ManagedElsewhere(manager, found.term) + " since a moment ago";
+                               : ManagedElsewhere(manager, found.term) +
+                                     " and has just published, or just taken over";
       return false;
     }
     next.token = token;

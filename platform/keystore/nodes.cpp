@@ -82,7 +82,7 @@ bool ReadStoreStanding(StoreStanding& standing) {
   return OnShared([&](CopiedStore& store, std::string& error) {
     SharedState shared;
     NodeState state;
-    if (!store.ReadNode(state, error) || !store.ReadShared(shared, error)) {
+    if (!store.ReadShared(shared, error) || !store.ReadNode(state, error)) {
       return false;
     }
     standing.manager = shared.exists ? shared.manager : shared.former_publisher;

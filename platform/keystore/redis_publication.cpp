@@ -36,13 +36,56 @@ SharedState StateOf(const std::map<std::string, std::string>& fields) {
   state.version = atoll(field("version").c_str());
   state.time = atoll(field("time").c_str());
   state.token = field("token");
+  state.content = field("content");
   state.exists = !state.manager_id.empty();
   return state;
 }
 
-bool IsSamePlace(const SharedState& a, const SharedState& b) {
-  return a.exists == b.exists && a.manager == b.manager && a.manager_id == b.manager_id &&
-         a.term == b.term;
+// Whether `found` says all that `next` would, but for the number.
+bool IsCurrent(const SharedState& found, const SharedState& next) {
+  return found.exists && found.manager == next.manager && found.manager_id == next.manager_id &&
+         found.term == next.term && found.content == next.content &&
+         found.version == next.version - 1;
+}
+
+// Each text with its length: no two lists of texts give the same bytes.
+void AddTo(Digest& digest, const std::string& text) {
+  digest.Add(std::to_string(text.size()) + ":" + text);
+}
+
+using Files = std::map<std::string, SharedFile>;
+
+std::string DigestOfContent(const std::map<std::string, std::string>& keys, const Files& files) {
+  Digest digest;
+  AddTo(digest, std::to_string(keys.size()));
+  for (const auto& [key, value] : keys) {
+    AddTo(digest, key);
+    AddTo(digest, value);
+  }
+  for (const auto& [key, file] : files) {
+    AddTo(digest, key);
+    AddTo(digest, file.file.path);
+    AddTo(digest, std::to_string(file.file.size));
+    AddTo(digest, file.file.digest);
+    AddTo(digest, file.pieces);
+  }
+  return digest.Text();
+}
+
+// The published files as the store has them after the publication.
+Files FilesAfter(const Publication& publication, const Files& found) {
+  Files files;
+  for (const auto& [key, path] : publication.keys) {
+    const auto own = publication.files.find(key);
+    const auto stored = found.find(key);
+    if (own != publication.files.end()) {
+      const KnownFile& file = own->second;
+      files[key] = {{key, path, file.size, file.digest}, file.pieces, 0};
+    } else if (stored != found.end()) {
+      files[key] = stored->second;
+    }
+  }
+  return files;
 }
 
 // What must be stored under the pieces of a file.
@@ -56,6 +99,7 @@ bool IsDescribed(const KnownFile& file, const SharedFile& stored, const std::str
          stored.file.digest == file.digest && stored.pieces == file.pieces;
 }
 
+// Commands that begin with `start` and go on with the names, some at a time.
 template <typename Names>
 void AppendInParts(const RedisCommand& start, const Names& names, const std::string& before,
                    std::vector<RedisCommand>& commands) {
@@ -96,6 +140,12 @@ bool RedisPublication::ReadNames(bool watch, SharedContent& content) {
   }
   content = {};
   auto reply = replies.begin() + (watch ? 1 : 0);
+  for (size_t i = 0; i < commands.size() - (watch ? 1 : 0); ++i) {
+    const int type = (*(reply + static_cast<long>(i)))->type;
+    if (i != 2 && type != REDIS_REPLY_ARRAY) {
+      return session_.Fail("an answer that is no list");
+    }
+  }
   content.state = StateOf(RedisHash(**reply++));
   for (const std::string& key : RedisSet(**reply++)) {
     content.files[key].file.key = key;
@@ -162,7 +212,9 @@ bool RedisPublication::ReadContent(SharedContent& content, std::string& error) {
       }
       const SharedState after = StateOf(RedisHash(*replies[0]));
       if (after.version == content.state.version && after.token == content.state.token) {
-        return true;
+        return !after.exists || after.content == DigestOfContent(content.keys, content.files) ||
+               session_.Fail("what is stored is not what was published; the next publication of " +
+                             after.manager + " mends it");
       }
     }
     return session_.Fail("publications follow each other faster than they can be read");
@@ -206,35 +258,12 @@ PublicationResult RedisPublication::PublishOnce(Publication& publication, Shared
   if (!ReadValues(found) || !Upload(publication, found, transaction)) {
     return PublicationResult::kFailed;
   }
-  std::map<std::string, RedisCommand> trees;
-  for (const auto& [key, value] : publication.keys) {
-    const auto stored = found.keys.find(key);
-    if (stored == found.keys.end() || stored->second != value) {
-      RedisCommand& tree = trees[KeyStoreTreeOf(key)];
-      tree.push_back(key);
-      transaction.push_back({"SET", Key("key:" + key), value});
-      publication.mended.push_back("the key " + key + " was " +
-                                   (stored == found.keys.end() ? "missing" : "another") +
-                                   " in the store");
-    }
-  }
-  for (auto& [tree, names] : trees) {
-    AppendInParts({"SADD", Key("tree:" + tree)}, names, "", transaction);
-  }
-  for (const auto& [tree, names] : found.trees) {
-    for (const std::string& key : names) {
-      if (publication.keys.count(key) == 0) {
-        transaction.push_back({"UNLINK", Key("key:" + key)});
-        transaction.push_back({"SREM", Key("tree:" + tree), key});
-        publication.mended.push_back("the store had the key " + key + ", which is not ours");
-      }
-    }
-  }
+  AppendKeys(publication, found, transaction);
   if (publication.is_verified && !RemoveStrayKeys(publication, found, transaction)) {
     return PublicationResult::kFailed;
   }
-  const bool is_current = IsSamePlace(found.state, next) && found.state.version == next.version - 1;
-  if (transaction.empty() && is_current) {
+  next.content = DigestOfContent(publication.keys, FilesAfter(publication, found.files));
+  if (transaction.empty() && IsCurrent(found.state, next)) {
     std::vector<RedisReply> ignored;
     return session_.Run({{"UNWATCH"}}, ignored) && session_.Confirm() ? PublicationResult::kDone
                                                                       : PublicationResult::kFailed;
@@ -246,6 +275,43 @@ PublicationResult RedisPublication::PublishOnce(Publication& publication, Shared
   return PublicationResult::kDone;
 }
 
+// The commands for keys that are missing, different or not ours.
+void RedisPublication::AppendKeys(Publication& publication, const SharedContent& found,
+                                  Commands& transaction) {
+  std::map<std::string, std::vector<std::string>> added;
+  size_t count = 0;
+  for (const auto& [key, value] : publication.keys) {
+    const auto stored = found.keys.find(key);
+    const std::string tree = KeyStoreTreeOf(key);
+    const bool is_named = found.trees.at(tree).count(key) != 0;
+    if (is_named && stored != found.keys.end() && stored->second == value) {
+      continue;
+    }
+    if (count++ % kKeysPerCommand == 0) {
+      transaction.push_back({"MSET"});
+    }
+    transaction.back().push_back(Key("key:" + key));
+    transaction.back().push_back(value);
+    added[tree].push_back(key);
+    publication.mended.push_back("the key " + key + " was " +
+                                 (stored == found.keys.end() ? "missing" : "another") +
+                                 " in the store");
+  }
+  for (const auto& [tree, names] : added) {
+    AppendInParts({"SADD", Key("tree:" + tree)}, names, "", transaction);
+  }
+  for (const auto& [tree, names] : found.trees) {
+    std::vector<std::string> removed;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(removed),
+                 [&](const std::string& key) { return publication.keys.count(key) == 0; });
+    AppendInParts({"UNLINK"}, removed, Key("key:"), transaction);
+    AppendInParts({"SREM", Key("tree:" + tree)}, removed, "", transaction);
+    for (const std::string& key : removed) {
+      publication.mended.push_back("the store had the key " + key + ", which is not ours");
+    }
+  }
+}
+
 bool RedisPublication::WriteAll(Publication& publication, const SharedState& next,
                                 Commands& transaction, bool& overtaken) {
   std::string reason;
@@ -255,7 +321,7 @@ bool RedisPublication::WriteAll(Publication& publication, const SharedState& nex
   transaction.push_back({"HSET", Key("state"), "manager", next.manager, "manager_id",
                          next.manager_id, "term", std::to_string(next.term), "version",
                          std::to_string(next.version), "time", std::to_string(next.time), "token",
-                         next.token});
+                         next.token, "content", next.content});
   if (!session_.Write(transaction, &overtaken)) {
     return false;
   }

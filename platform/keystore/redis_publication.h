@@ -31,7 +31,8 @@ struct SharedState {
   long long term = 0;
   long long version = 0;
   long long time = 0;
-  std::string token;  // of the publication
+  std::string token;    // of the publication
+  std::string content;  // digest of all keys and descriptions
   // The machine that published in the form of before terms; empty where there is a state.
   std::string former_publisher;
 };
@@ -75,7 +76,7 @@ class RedisPublication {
   std::string Name() const { return session_.Name(); }
 
   bool ReadState(SharedState& state, std::string& error);
-  // Of one moment.
+  // Of one publication, whole: a key or a description that was lost or altered since is a failure.
   bool ReadContent(SharedContent& content, std::string& error);
   // Writes what differs, in one transaction; nothing when nothing does. `state` is the store's
   // afterwards. Refused, with `error`, by `publication.follow`, also when the state changes between
@@ -108,6 +109,7 @@ class RedisPublication {
   bool ReadNames(bool watch, SharedContent& content);
   bool ReadValues(SharedContent& content);
   PublicationResult PublishOnce(Publication& publication, SharedState& state, bool& overtaken);
+  void AppendKeys(Publication& publication, const SharedContent& found, Commands& transaction);
   bool WriteAll(Publication& publication, const SharedState& next, Commands& transaction,
                 bool& overtaken);
   bool Upload(Publication& publication, const SharedContent& found, Commands& transaction);
