@@ -466,6 +466,9 @@ TEST_F(RedisServerFilesTest, WhoManagesIsComparedInEachPublication) {
 
 // A store as version 1.0 left it.
 TEST_F(RedisServerFilesTest, AStoreOfBeforeTermsIsTakenOverByTheMachineThatPublished) {
+  for (const char* machine : {"", "/second"}) {
+    fs::remove(root() + machine + kFolder + "keystore.db");
+  }
   const std::string former = ServerSettings();
   const size_t start = former.find("prefix = ") + 9;
   const std::string prefix = former.substr(start, former.find('\n', start) - start);
