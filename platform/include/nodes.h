@@ -60,6 +60,7 @@ MDOMAIN_EXPORT std::string NodeName();
 // before terms: then it is the manager, of term 1, and takes every key over; where another machine
 // was, it is a member.
 MDOMAIN_EXPORT bool ReadNodeStanding(NodeStanding& standing);
+// A machine that managed notes here that another one does.
 MDOMAIN_EXPORT bool ReadStoreStanding(StoreStanding& standing);
 
 // ---- Publishing ----

@@ -307,10 +307,9 @@ bool CopiedStore::_PublishAs(NodeState& state, Publication& publication, std::st
     result = copy.Publish(publication, shared, error);
     return result != PublicationResult::kFailed;
   });
-  if (result == PublicationResult::kRefused && shared.exists && shared.manager_id != state.id) {
-    state.role = state.role == NodeRole::kManager ? NodeRole::kReplaced : state.role;
-    state.manager = shared.manager;
-    state.term = shared.term;
+  std::string ignored;
+  if (result == PublicationResult::kRefused) {
+    NoteReplaced(shared, state, ignored);
   }
   if (result != PublicationResult::kDone) {
     return false;
@@ -326,7 +325,6 @@ bool CopiedStore::_PublishAs(NodeState& state, Publication& publication, std::st
   change.memory = MemoryOf(state);
   change.files = publication.files;
   // The store has it all: what cannot be noted is only asked again.
-  std::string ignored;
   local_.Apply(change, ignored);
   return true;
 }
@@ -346,6 +344,19 @@ bool CopiedStore::_KeepUnpublished(NodeState& state) {
   }
   failed_ = failed;
   return false;
+}
+
+bool CopiedStore::NoteReplaced(const SharedState& shared, NodeState& state, std::string& error) {
+  const bool is_replaced =
+      state.role == NodeRole::kManager && shared.exists &&
+      (shared.term > state.term || (shared.term == state.term && shared.manager_id != state.id));
+  if (!is_replaced) {
+    return true;
+  }
+  state.role = NodeRole::kReplaced;
+  state.manager = shared.manager;
+  state.term = shared.term;
+  return _WriteState(state, error);
 }
 
 bool CopiedStore::BeginManaging(const StoreStanding& seen, std::string& error) {

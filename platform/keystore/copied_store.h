@@ -44,6 +44,8 @@ class CopiedStore : public KeyStoreBackend {
   // The role, and what follows from it; see nodes.h.
   bool ReadNode(NodeState& state, std::string& error);
   bool ReadShared(SharedState& state, std::string& error);
+  // Notes that another machine manages, where `shared` says so.
+  bool NoteReplaced(const SharedState& shared, NodeState& state, std::string& error);
   bool BeginManaging(const StoreStanding& seen, std::string& error);
   bool BecomeMember(std::string& error);
 

@@ -82,7 +82,8 @@ bool ReadStoreStanding(StoreStanding& standing) {
   return OnShared([&](CopiedStore& store, std::string& error) {
     SharedState shared;
     NodeState state;
-    if (!store.ReadShared(shared, error) || !store.ReadNode(state, error)) {
+    if (!store.ReadShared(shared, error) || !store.ReadNode(state, error) ||
+        !store.NoteReplaced(shared, state, error)) {
       return false;
     }
     standing.manager = shared.exists ? shared.manager : shared.former_publisher;
