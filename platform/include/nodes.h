@@ -35,11 +35,11 @@ enum class NodeRole {
 // What this machine remembers; the store is not asked.
 struct NodeStanding {
   NodeRole role = NodeRole::kAlone;
-  std::string name;        // what this machine is called
-  std::string manager;     // the machine that manages, as far as this one knows; may be empty
-  long long term = 0;      // of its management; 0: none is known
-  long long version = 0;   // the publication that this machine made or pulled last; 0: none
-  long long time = 0;      // when it was made, seconds since 1970; 0: none
+  std::string name;       // what this machine is called
+  std::string manager;    // the machine that manages, as far as this one knows; may be empty
+  long long term = 0;     // of its management; 0: none is known
+  long long version = 0;  // the publication that this machine made or pulled last; 0: none
+  long long time = 0;     // when it was made, seconds since 1970; 0: none
   long long unpublished_since = 0;  // there is a change here that the store lacks; 0: none
 };
 
@@ -49,7 +49,7 @@ struct StoreStanding {
   std::string manager;
   long long term = 0;
   long long version = 0;
-  long long time = 0;  // of the publication, seconds since 1970
+  long long time = 0;   // of the publication, seconds since 1970
   bool is_own = false;  // this machine manages, by name, id and term
 };
 
@@ -93,8 +93,8 @@ MDOMAIN_EXPORT bool PublishVerified(std::vector<std::string>& mended);
 // ---- Who manages ----
 
 // This machine manages from now on, in a term above every one that it or the store knows, and
-// publishes what it has. Within the store's transaction the manager and term there must still be
-// those of `seen`; nothing is changed otherwise, here or there.
+// publishes what it has. Within the store's transaction manager, term and publication there must
+// still be those of `seen`; nothing is changed otherwise, here or there.
 MDOMAIN_EXPORT bool BeginManaging(const StoreStanding& seen);
 // This machine pulls from now on. Its files and keys stay until the first pull.
 MDOMAIN_EXPORT bool BecomeMember();
@@ -113,7 +113,8 @@ struct PublishedContent {
   std::map<std::string, PublishedFile> files;  // by key
 };
 
-// What the store has, of one publication; and what this machine has.
+// What the store has, of one publication and as it was published, else it is a failure; and what
+// this machine has.
 MDOMAIN_EXPORT bool ReadStoreContent(PublishedContent& content);
 MDOMAIN_EXPORT bool ReadOwnContent(PublishedContent& content);
 
@@ -133,10 +134,10 @@ struct PulledFile {
 };
 
 struct PullReport {
-  long long version = 0;           // of the publication in the store
-  bool is_older = false;           // it is older than what this machine has, and was not taken
-  std::vector<PulledFile> files;   // ascending by key
-  std::vector<std::string> keys;   // that changed here, files aside, ascending
+  long long version = 0;          // of the publication in the store
+  bool is_older = false;          // it is older than what this machine has, and was not taken
+  std::vector<PulledFile> files;  // ascending by key
+  std::vector<std::string> keys;  // that changed here, files aside, ascending
 };
 
 // Brings what is published to this machine, which is a member: first the files, each to where files
