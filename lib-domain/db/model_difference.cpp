@@ -24,7 +24,7 @@ constexpr char kAddresses[] =
     "(SELECT * FROM \"%w\".domain_to_additional_domain_table "
     "ORDER BY domain_idx, additional_domain) GROUP BY domain_idx) USING (domain_idx) "
     "WHERE role IS NOT NULL";
-constexpr char kNobody[] = "SELECT 0, '', '', '', '', 0 WHERE 0";
+constexpr char kNobody[] = "SELECT 0 AS uid, '', '', '', '', 0 WHERE 0";
 constexpr char kDifference[] =
     "WITH before AS (%s), after AS (%s) SELECT uid FROM (SELECT * FROM before EXCEPT SELECT * FROM "
     "after) UNION SELECT uid FROM (SELECT * FROM after EXCEPT SELECT * FROM before)";

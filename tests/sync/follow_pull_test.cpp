@@ -35,6 +35,7 @@ class PullTest : public SyncTest {
     EXPECT_TRUE(MDOMAIN::API::Updater().Refresh());
     MDOMAIN::API::Domain().CreateAdditionalDomains(1, {"more.example"});
     std::filesystem::remove_all(PATHS::ChangedUserDir());
+    mailConfSet("smtp_changed_uids", "", true, 0);
   }
 
   // As a pull replaces the model by one in which `sql` was run.
@@ -163,6 +164,7 @@ TEST_F(PullTest, HooksRunInOrderAndNoneStopsAnother) {
   std::filesystem::create_directory(root() + kHooks + "60folder");
   std::filesystem::create_symlink("10first", root() + kHooks + "70link");
   const PullReport report = {9, false, {}, {"bcc_db"}};
+  TakeLog();
   EXPECT_FALSE(Follow({}, report));
   StringList lines;
   for (const LogLine& line : log_) {
