@@ -21,8 +21,11 @@ constexpr char kNobodyManages[] =
     "nobody has said which machine manages the domains: mdomain node manage or mdomain node join";
 
 std::string ManagedElsewhere(const std::string& manager, long long term) {
-  return (manager.empty() ? "another machine" : manager) + " manages the domains" +
-         (term == 0 ? "" : " (term " + std::to_string(term) + ")");
+  std::string who = manager.empty() ? "another machine" : manager;
+  if (manager == NodeName()) {
+    who = "another machine that is called " + manager + " as well";
+  }
+  return who + " manages the domains" + (term == 0 ? "" : " (term " + std::to_string(term) + ")");
 }
 
 // What the machine that manages may put in the place of what the store says.
@@ -220,9 +223,12 @@ void CopiedStore::_PublishSoon() {
   }
 }
 
-bool CopiedStore::_MakePublication(Publication& publication, std::string& error) {
+bool CopiedStore::_Gather(Publication& publication, std::string& error) {
   failed_ = local_.Name();
   KnownFiles known;
+  publication.keys.clear();
+  publication.files.clear();
+  publication.bytes.clear();
   if (!local_.All(publication.keys, error) || !local_.ReadFiles(known, error)) {
     return false;
   }
@@ -238,10 +244,9 @@ bool CopiedStore::_MakePublication(Publication& publication, std::string& error)
     }
     value = file.path;
     // A file that is gone is left as it was published.
-    std::string bytes;
     if (access(path.c_str(), F_OK) == 0) {
       publication.files[key] = known[key];
-      if (!LookAtFile(path, publication.files[key], bytes, error)) {
+      if (!LookAtFile(path, publication.files[key], publication.bytes[key], error)) {
         return false;
       }
     }
@@ -271,8 +276,7 @@ bool CopiedStore::Publish(bool is_verified, std::vector<std::string>& mended, st
     next.token = token;
     return FollowAsManager(state, token, found, next, reason);
   };
-  const bool is_published =
-      _MakePublication(publication, error) && _PublishAs(state, publication, error);
+  const bool is_published = _PublishAs(state, publication, error);
   why = is_published ? "" : failed_ + ": " + error;
   mended.swap(publication.mended);
   return is_published || _KeepUnpublished(state);
@@ -288,6 +292,9 @@ bool CopiedStore::_PublishAs(NodeState& state, Publication& publication, std::st
     next.manager_id = state.id;
     next.time = time(nullptr);
     return follow(found, next, reason);
+  };
+  publication.gather = [this](Publication& own, std::string& reason) {
+    return _Gather(own, reason);
   };
   publication.before_writing = [&](const SharedState& next, std::string& reason) {
     NodeState tried = state;
@@ -344,7 +351,7 @@ bool CopiedStore::_KeepUnpublished(NodeState& state) {
 bool CopiedStore::BeginManaging(const StoreStanding& seen, std::string& error) {
   NodeState state;
   Publication publication;
-  if (!_ReadState(state, error) || !_MakePublication(publication, error)) {
+  if (!_ReadState(state, error)) {
     return false;
   }
   if (state.id.empty()) {
@@ -400,7 +407,7 @@ bool CopiedStore::ReadSharedContent(PublishedContent& content, std::string& erro
 
 bool CopiedStore::ReadOwnContent(PublishedContent& content, std::string& error) {
   Publication publication;
-  if (!_MakePublication(publication, error)) {
+  if (!_Gather(publication, error)) {
     return false;
   }
   content = {};

@@ -65,7 +65,7 @@ class CopiedStore : public KeyStoreBackend {
   bool _RequireManager(std::string& error);
   void _Settle();
   bool _Adopt(NodeState& state, std::string& error);
-  bool _MakePublication(Publication& publication, std::string& error);
+  bool _Gather(Publication& publication, std::string& error);
   bool _PublishAs(NodeState& next, Publication& publication, std::string& error);
   bool _KeepUnpublished(NodeState& state);
   bool _PullFrom(const SharedContent& content, NodeState& state, PullReport& report,

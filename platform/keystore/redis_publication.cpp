@@ -255,6 +255,10 @@ PublicationResult RedisPublication::PublishOnce(Publication& publication, Shared
     return PublicationResult::kRefused;
   }
   Commands transaction;
+  if (!publication.gather(publication, refusal)) {
+    session_.Fail(refusal);
+    return PublicationResult::kFailed;
+  }
   if (!ReadValues(found) || !Upload(publication, found, transaction)) {
     return PublicationResult::kFailed;
   }
@@ -372,12 +376,14 @@ bool RedisPublication::UploadFile(Publication& publication, const std::string& k
                                 : is_there                  ? "damaged"
                                                             : "another or incomplete") +
                                " in the store");
-  // What was known may have come from a stamp; what is sent is what is there now.
-  std::string bytes;
-  std::string reason;
-  file.stamp.clear();
-  if (!LookAtFile(file.path, file, bytes, reason)) {
-    return session_.Fail(reason);
+  std::string& bytes = publication.bytes[key];
+  if (bytes.empty() && file.size > 0) {
+    // What is sent is what is there now, not what was known of it.
+    std::string reason;
+    file.stamp.clear();
+    if (!LookAtFile(file.path, file, bytes, reason)) {
+      return session_.Fail(reason);
+    }
   }
   const std::vector<std::string> digests = SplitPieces(file.pieces);
   const std::set<std::string> needed(digests.begin(), digests.end());

@@ -52,9 +52,13 @@ struct SharedContent {
 
 // What a publication makes of the store.
 struct Publication {
+  // Sets keys, files and bytes to what this machine has. Called when the store's state is watched:
+  // what another process changes here afterwards is published by that one, which overtakes this.
+  std::function<bool(Publication& publication, std::string& error)> gather;
   // By key; the values of files have paths without a root prefix.
   std::map<std::string, std::string> keys;
   KnownFiles files;
+  std::map<std::string, std::string> bytes;  // of the files that had to be read
   // The state that is to follow the one in the store, manager, term, version and token set; false
   // with `error` when that one may not be replaced.
   std::function<bool(const SharedState& found, SharedState& next, std::string& error)> follow;

@@ -464,6 +464,38 @@ TEST_F(RedisServerFilesTest, WhoManagesIsComparedInEachPublication) {
   EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
 }
 
+// A store as version 1.0 left it.
+TEST_F(RedisServerFilesTest, AStoreOfBeforeTermsIsTakenOverByTheMachineThatPublished) {
+  for (const char* machine : {"", "/second"}) {
+    fs::remove(root() + machine + kFolder + "keystore.db");
+  }
+  const std::string former = ServerSettings();
+  const size_t start = former.find("prefix = ") + 9;
+  const std::string prefix = former.substr(start, former.find('\n', start) - start);
+  const Context context = Connect(16379);
+  const auto fill = [&](const char* command, const std::string& a, const std::string& b = "") {
+    freeReplyObject(redisCommand(context.get(), command, prefix.c_str(), a.data(), a.size(),
+                                 b.data(), b.size()));
+  };
+  freeReplyObject(redisCommand(context.get(), "SELECT 3"));
+  fill("SADD %stree: %b", "account_type");
+  fill("SET %skey:account_type %b", "ldap");
+  fill("SADD %sfiles %b", kKey);
+  fill("HSET %sfile:mailserver_domain_db node %b", korvmailserver::NodeName());
+  Use(former);
+  Write("/second" + std::string(kHostIni), former + "# another\n");
+  EXPECT_TRUE(mailConfCheckKeyValue("account_type", "ldap"));
+  ASSERT_EQ(mailConfSet("key", "value", true, 0), 0);
+  EXPECT_EQ(WhyUnpublished(), "");
+  EXPECT_EQ(Shared("account_type"), "ldap");
+  OnSecond([] {
+    EXPECT_TRUE(korvmailserver::BecomeMember());
+    PullReport report;
+    EXPECT_TRUE(PullPublication(false, report));
+    EXPECT_TRUE(mailConfCheckKeyValue("account_type", "ldap"));
+  });
+}
+
 class RedisSentinelTest : public RedisServerTest {
  protected:
   // Writes numbered keys, with `disturb` after kSome of them, until a write has failed and, a few
