@@ -41,6 +41,10 @@ bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+std::string Below(const std::string& folder, const std::string& name) {
+  return std::string(folder).append("/").append(name);
+}
+
 bool Fail(const std::string& path, const std::string& reason, std::string& error) {
   error = path + ": " + reason;
   return false;
@@ -128,7 +132,7 @@ bool KeepTexts(const std::string& folder, const Owner& owner, std::string& error
     return Fail(to, std::strerror(errno), error);
   }
   for (const std::string& name : names) {
-    if (!KeepFile(from + "/" + name, std::string(to).append("/").append(name), owner, error)) {
+    if (!KeepFile(Below(from, name), Below(to, name), owner, error)) {
       return false;
     }
   }

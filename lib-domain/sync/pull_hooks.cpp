@@ -71,51 +71,54 @@ std::string Run(const korvmailserver::ProgramCall& call) {
   return end.status == 0 ? "" : "ended with status " + std::to_string(end.status);
 }
 
-bool Fail(const std::string& failure, std::vector<std::string>& failures) {
+void Fail(const std::string& failure, std::vector<std::string>& failures) {
   LOG_WARNING("%s", failure.c_str());
   failures.push_back(failure);
-  return false;
 }
 
-// The names of the files to run or to refuse, in the order of their bytes. False when the folder
-// cannot be used.
-bool ListHooks(const std::string& folder, std::vector<std::string>& names,
+// The names of the files to run or to refuse, in the order of their bytes; none when the folder is
+// missing or cannot be used.
+void ListHooks(const std::string& folder, std::vector<std::string>& names,
                std::vector<std::string>& failures) {
   struct stat info {};
   if (stat(folder.c_str(), &info) != 0 && errno == ENOENT) {
-    return true;
+    return;
   }
   if (postara::sdk::EnumDirectory(folder, names) < 0) {
-    return Fail("the hooks in " + folder + " cannot be listed: " + std::strerror(errno), failures);
+    Fail("the hooks in " + folder + " cannot be listed: " + std::strerror(errno), failures);
+  } else if (!IsTrusted(info)) {
+    Fail("the hooks in " + folder + " are not run: others may write to the folder", failures);
+    names.clear();
   }
-  if (!IsTrusted(info)) {
-    return Fail("the hooks in " + folder + " are not run: others may write to the folder",
-                failures);
+}
+
+void RunHook(const std::string& path, long long version, const std::string& input,
+             std::vector<std::string>& failures) {
+  struct stat info {};
+  if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode) ||
+      (info.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0) {
+    return;
   }
-  return true;
+  const std::string failure = IsTrusted(info) ? Run({path, Environment(version), input, kSeconds})
+                                              : "is not run: others may write to it";
+  if (!failure.empty()) {
+    Fail("the hook " + path + " " + failure, failures);
+  }
 }
 
 }  // namespace
 
 bool RunPullHooks(long long version, const std::string& input, std::vector<std::string>& failures) {
   const std::string folder = PATHS::AfterPullHooks();
+  const size_t before = failures.size();
   std::vector<std::string> names;
-  if (!ListHooks(folder, names, failures)) {
-    return false;
-  }
-  bool is_done = true;
+  ListHooks(folder, names, failures);
   for (const std::string& name : names) {
-    const std::string path = folder + "/" + name;
-    struct stat info {};
-    if (!IsHookName(name) || stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode) ||
-        (info.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0) {
-      continue;
+    if (IsHookName(name)) {
+      RunHook(std::string(folder).append("/").append(name), version, input, failures);
     }
-    const std::string failure = IsTrusted(info) ? Run({path, Environment(version), input, kSeconds})
-                                                : "is not run: others may write to it";
-    is_done = (failure.empty() || Fail("the hook " + path + " " + failure, failures)) && is_done;
   }
-  return is_done;
+  return failures.size() == before;
 }
 
 }  // namespace MDOMAIN::UTILS::INTERNAL
