@@ -23,7 +23,7 @@ std::string DisclaimerBackupDir();              // /var/spool/@Postara-Server/al
 std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
 std::string LockFile();                         // /var/run/postara_server/mdomain.lock
 std::string ModelBeforePull();                  // .../etc/.before-pull.db
-std::string AfterPullHooks();  // /etc/mailserver-domain/hooks/after-pull.d
+std::string AfterPullHooks();                   // /etc/mailserver-domain/hooks/after-pull.d
 
 // Whether a name from the settings may be a part of a file name: it leads into no other folder and
 // no line is broken by it.

@@ -66,7 +66,7 @@ class PullTest : public SyncTest {
   // A hook that appends what it is given to a file, which Told reads and removes.
   void AddListener() { AddHook("50listen", "cat >> \"$MDOMAIN_ROOT/told\""); }
   std::string Told() {
-    const std::string told = Read("/told");
+    std::string told = Read("/told");
     std::filesystem::remove(root() + "/told");
     return told;
   }
