@@ -3,6 +3,7 @@
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/utils/updater.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {
 
@@ -13,6 +14,7 @@ bool DomainGroup::GetMemberStatus(
 }
 
 bool DomainGroup::Set(const std::vector<RECORD::DomainGroupRole>& roles) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainGroup::Set(roles)) {
     LOG_ERROR("Failed to Set domain_group_role");
     return false;
@@ -21,6 +23,7 @@ bool DomainGroup::Set(const std::vector<RECORD::DomainGroupRole>& roles) {
 }
 
 bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>& gids) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainGroup::Delete(domain_idx, gids)) {
     LOG_ERROR("Failed to delete domain groups, domain_id: [%d]", domain_idx);
     INTERNAL::FinishLeftovers();
@@ -31,6 +34,7 @@ bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>&
 
 bool DomainGroup::RestoreMemberStatus(const int& domain_idx,
                                       const std::vector<unsigned int>& gids) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gids)) {
     LOG_ERROR("Failed to RestoreMemberStatus");
     return false;
@@ -40,6 +44,7 @@ bool DomainGroup::RestoreMemberStatus(const int& domain_idx,
 
 bool DomainGroup::RestoreMemberStatus(const int& domain_idx, const unsigned int& gid,
                                       const std::vector<unsigned int>& uids) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gid, uids)) {
     LOG_ERROR("Failed to RestoreMemberStatus, domain_id: [%d], gid: [%u]", domain_idx, gid);
     return false;

@@ -20,6 +20,7 @@
 #include "lib-domain/utils/updater.h"
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -73,6 +74,7 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
 }  // namespace
 
 bool Updater::Trigger() {
+  const korvmailserver::PublicationScope publication;
   if (!KORVMailNodeCluster::isClusterHealth(1)) {
     LOG_WARNING("Cluster is not health, so don't do trigger");
     return true;

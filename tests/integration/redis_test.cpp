@@ -13,6 +13,13 @@
 #include <fstream>
 #include <thread>
 
+#include "lib-domain/api/domain.h"
+#include "lib-domain/api/domain_user.h"
+#include "lib-domain/api/mimedefang.h"
+#include "lib-domain/api/updater.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/sync/follow_pull.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/nodes.h"
 #include "tests/keystore/conformance.h"
@@ -462,6 +469,46 @@ TEST_F(RedisServerFilesTest, WhoManagesIsComparedInEachPublication) {
   PullReport report;
   ASSERT_TRUE(PullPublication(false, report));
   EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
+}
+
+// A change writes a notice, the database, keys and files, and reconciling may add to them.
+TEST_F(RedisServerFilesTest,
+       AChangeOfTheModelIsOnePublicationAndItsUsersAreFlaggedWhereItIsPulled) {
+  using MDOMAIN::API::Domain;
+  const auto published = [] {
+    StoreStanding standing;
+    EXPECT_TRUE(korvmailserver::ReadStoreStanding(standing));
+    return standing.version;
+  };
+  WriteAccounts("ann:x:1001:1500::/:/bin/false\n", "staff:x:2001:ann\n");
+  int domain_idx = 0;
+  MDOMAIN::RECORD::Domain one(-1, "one.example", "", "<a>", true, false, false);
+  MDOMAIN::RECORD::Domain two(-1, "two.example", "", "<a>", true, false, false);
+  Json::Value list(Json::arrayValue);
+  list[0]["id"] = 1;
+  list[0]["content_txt"] = "text";
+  const std::vector<std::function<bool()>> changes = {
+      [&] { return Domain().Create(one, domain_idx); },
+      [&] { return Domain().Create(two, domain_idx); },
+      [&] { return MDOMAIN::API::Updater().Refresh(); },
+      [&] { return MimeDefang().SetDisclaimerList(2, list) == 0; },
+      [&] { return MDOMAIN::API::DomainUser().Delete(2, {1001}); },
+      [&] { return Domain().Delete({2}); },
+  };
+  for (size_t i = 0; i < changes.size(); ++i) {
+    const long long before = published();
+    EXPECT_TRUE(changes[i]());
+    EXPECT_EQ(published(), before + 1) << "change " << i;
+  }
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  OnSecond([&] {
+    MDOMAIN::UTILS::PullStart start;
+    std::vector<std::string> failures;
+    EXPECT_TRUE(MDOMAIN::UTILS::BeforePull(start));
+    EXPECT_TRUE(PullPublication(false, report_));
+    EXPECT_TRUE(MDOMAIN::UTILS::FollowPull(start, report_, failures));
+    EXPECT_TRUE(fs::exists(MDOMAIN::PATHS::ChangedUserDir() + "1001"));
+  });
 }
 
 // A store as version 1.0 left it.
