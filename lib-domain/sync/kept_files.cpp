@@ -193,6 +193,11 @@ bool MakeCopies(std::string& folder, std::string& error) {
     return Fail(PATHS::EtcDir(), std::string("no account ") + korvmailserver::kServiceAccount,
                 error);
   }
+  // A machine that never had anything has no folder yet.
+  if (korvmailserver::MakeServiceFolder(PATHS::EtcDir(), 0755) ==
+      korvmailserver::FolderResult::kFailed) {
+    return Fail(PATHS::EtcDir(), std::strerror(errno), error);
+  }
   RemoveUnfinished();
   std::string ready = PATHS::EtcDir() + kHiddenPrefix + "XXXXXX";
   if (mkdtemp(ready.data()) == nullptr) {
