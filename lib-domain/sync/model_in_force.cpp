@@ -27,7 +27,7 @@ constexpr int kBusyMilliseconds = 10000;
 }  // namespace
 
 bool ModelStanding::IsOther() const {
-  return !published_file.empty() && published_file != ModelFileName(path);
+  return DB::INTERNAL::IsOfOtherModel(published_file, path);
 }
 
 bool ModelStanding::IsLost() const {
