@@ -14,6 +14,7 @@
 #include "lib-domain/control/user.h"
 #include "lib-domain/db/published_model.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 

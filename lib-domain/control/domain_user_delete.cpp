@@ -14,6 +14,7 @@
 #include "lib-domain/db/user.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
 

@@ -14,6 +14,7 @@
 #include "lib-domain/db/change_counter.h"
 #include "lib-domain/db/email_owner.h"
 #include "lib-domain/db/reader.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
 #include "platform/include/sqlite.h"

@@ -13,6 +13,7 @@
 #include "lib-domain/control/domain.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/model_in_force.h"
@@ -89,11 +90,11 @@ bool Updater::Trigger() {
   for (int attempt = 0; !is_current && attempt < kAttempts; ++attempt) {
     std::string before;
     std::string after;
-    const bool known = DB::Domain().GetDataVersion(before);
+    const bool known = DB::INTERNAL::GetDataVersion(before);
     if (!_PublishModel(path)) {
       return false;
     }
-    is_current = !known || (DB::Domain().GetDataVersion(after) && before == after);
+    is_current = !known || (DB::INTERNAL::GetDataVersion(after) && before == after);
   }
   return PublishNodeFiles();
 }
