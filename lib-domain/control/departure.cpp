@@ -12,7 +12,9 @@
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/db/published_model.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
@@ -107,6 +109,32 @@ bool ListModel(std::set<int>& domain_idxs) {
   return true;
 }
 
+// They had nothing under the indexes: it is another model's.
+bool Forget(const std::map<int, DB::DomainDepartures>& departures) {
+  std::vector<int> domain_idxs;
+  domain_idxs.reserve(departures.size());
+  for (const auto& [domain_idx, departed] : departures) {
+    domain_idxs.push_back(domain_idx);
+  }
+  return DB::Departure().DeleteDomains(domain_idxs);
+}
+
+bool FinishAll(const std::map<int, DB::DomainDepartures>& departures) {
+  std::set<int> model;
+  if (!ListModel(model)) {
+    return false;
+  }
+  bool is_finished = true;
+  for (const auto& [domain_idx, departed] : departures) {
+    if (model.count(domain_idx) != 0) {
+      is_finished = Finish(domain_idx, departed) && is_finished;
+    } else if (!model.empty() || departed.is_domain_deleted) {
+      is_finished = ClearIndex(domain_idx) && is_finished;
+    }
+  }
+  return is_finished;
+}
+
 }  // namespace
 
 bool DeleteDeparting(User& users, const std::vector<unsigned int>& uids) {
@@ -168,22 +196,17 @@ bool ForgetClearedDomains(const std::vector<int>& domain_idxs) {
 
 bool FinishDepartures() {
   std::map<int, DB::DomainDepartures> departures;
-  std::set<int> model;
+  bool are_foreign = false;
   if (!DB::Departure().List(departures)) {
     return false;
   }
-  if (!departures.empty() && !ListModel(model)) {
+  if (departures.empty()) {
+    return true;
+  }
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
     return false;
   }
-  bool is_finished = true;
-  for (const auto& [domain_idx, departed] : departures) {
-    if (model.count(domain_idx) != 0) {
-      is_finished = Finish(domain_idx, departed) && is_finished;
-    } else if (!model.empty() || departed.is_domain_deleted) {
-      is_finished = ClearIndex(domain_idx) && is_finished;
-    }
-  }
-  return is_finished;
+  return are_foreign ? Forget(departures) : FinishAll(departures);
 }
 
 bool ListPendingDepartures(std::vector<PendingDeparture>& pending) {

@@ -13,8 +13,10 @@
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/published_model.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -79,8 +81,12 @@ bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned 
 
 bool DomainGroup::_DeleteRelatedSettings(const int& domain_idx,
                                          const std::vector<unsigned int>& gids) {
-  return _DeleteAliasRelatedSettings(domain_idx, gids) &&
-         _DeleteDiscalmerRelatedSettings(domain_idx, gids);
+  bool are_foreign = false;
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
+    return false;
+  }
+  return are_foreign || (_DeleteAliasRelatedSettings(domain_idx, gids) &&
+                         _DeleteDiscalmerRelatedSettings(domain_idx, gids));
 }
 
 bool DomainGroup::_DeleteAliasRelatedSettings(const int& domain_idx,

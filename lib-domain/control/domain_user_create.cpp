@@ -13,6 +13,7 @@
 #include "lib-domain/utils/domain_backend_related.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/account.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 
 namespace MDOMAIN::CONTROL {

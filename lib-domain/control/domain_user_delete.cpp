@@ -10,9 +10,11 @@
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/published_model.h"
 #include "lib-domain/db/user.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -105,6 +107,13 @@ bool DomainUser::_RecordRemovalFromGroups(const int& domain_idx,
 
 bool DomainUser::_DeleteRelatedSettings(const int& domain_idx,
                                         const std::vector<unsigned int>& uids) {
+  bool are_foreign = false;
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
+    return false;
+  }
+  if (are_foreign) {
+    return true;
+  }
   std::unordered_map<unsigned int, std::string> name_by_uid;
   if (!uids.empty() && !DB::User().GetNames(uids, name_by_uid)) {
     LOG_ERROR("Failed to GetName, uid: [%u]", uids.front());

@@ -6,6 +6,7 @@
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/utils/domain_backend_related.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
 

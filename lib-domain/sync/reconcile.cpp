@@ -9,8 +9,8 @@
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
-#include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/reconcile_registry.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/key_store.h"
@@ -80,7 +80,10 @@ ReconcileItem Departures() {
     std::vector<CONTROL::INTERNAL::PendingDeparture> pending;
     const bool is_read = CONTROL::INTERNAL::ListPendingDepartures(pending);
     for (const auto& departure : pending) {
-      if (!model.domain_idxs.empty() || !departure.deleted_name.empty()) {
+      if (model.are_settings_foreign) {
+        differences.push_back(DomainText(departure.domain_idx) +
+                              " has on record who left, and no settings of its own");
+      } else if (!model.domain_idxs.empty() || !departure.deleted_name.empty()) {
         differences.push_back(DomainText(departure.domain_idx) +
                               " keeps settings of accounts or groups that left");
       }
@@ -181,12 +184,7 @@ bool ReadReconcileModel(ReconcileModel& model) {
     model.domain_idxs.insert(domain.GetDomainIdx());
     model.has_primary = model.has_primary || domain.IsPrimary();
   }
-  ModelStanding standing;
-  if (!ReadModelStanding(standing)) {
-    return false;
-  }
-  model.are_settings_foreign = standing.IsOther();
-  return true;
+  return DB::INTERNAL::AreSettingsForeign(model.are_settings_foreign);
 }
 
 ReconcileResult Reconcile(ReconcileScope scope) {

@@ -12,7 +12,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
-#include "platform/include/db_handler.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 

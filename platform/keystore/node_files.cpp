@@ -12,11 +12,11 @@
 
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
+#include "platform/include/new_file.h"
 #include "platform/include/root_path.h"
 #include "platform/keystore/backend.h"
 #include "platform/keystore/node_paths.h"
 #include "platform/keystore/snapshot.h"
-#include "platform/system/new_file.h"
 
 namespace korvmailserver {
 

@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "platform/include/maillog.h"
-#include "platform/system/new_file.h"
+#include "platform/include/new_file.h"
 
 namespace {
 

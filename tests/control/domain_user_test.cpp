@@ -5,6 +5,7 @@
 
 #include "lib-domain/utils/domain_backend_related.h"
 
+#include "platform/include/batch_scope.h"
 #include "tests/control/domain_user_fixture.h"
 
 namespace {

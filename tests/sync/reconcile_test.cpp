@@ -198,6 +198,13 @@ TEST_F(ReconcileTest, InterruptedCreationIsFinished) {
 
 TEST_F(ReconcileTest, InterruptedDeletionIsFinishedByTheNextCommand) {
   Plant(2);
+  mailConfSet("mdomain_model", "dir.example_DOMAIN.db", true, 0);
+  ASSERT_EQ(CreateDomain("three.example", false), 3);
+  Plant(3);
+  EXPECT_TRUE(Domain().Delete({3}));
+  EXPECT_EQ(Standing(3), kEverything);
+  EXPECT_TRUE(Rows("SELECT * FROM mdomain_departure_table").empty());
+  mailConfSet("mdomain_model", "local_DOMAIN.db", true, 0);
   EXPECT_TRUE(IsKilledAt("Alias::load", [] { Domain().Delete({2}); }));
   EXPECT_EQ(Rows("SELECT domain_idx FROM domain_table"), StringList{"1"});
   EXPECT_EQ(Standing(2), kEverything);
@@ -284,6 +291,7 @@ class LeaverTest : public ReconcileTest {
 };
 
 // However somebody leaves, and wherever the run is killed: the next person gets nothing of it.
+// Where the settings are those of another model's domains, nobody there has left.
 TEST_F(LeaverTest, LeaversTakeTheirSettingsWithThem) {
   const struct {
     const char* name;
@@ -311,12 +319,24 @@ TEST_F(LeaverTest, LeaversTakeTheirSettingsWithThem) {
   };
   const std::string model = root() + "/model";
   ASSERT_EQ(system(("cp -a " + PATHS::EtcDir() + " " + model).c_str()), 0);
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  const auto arrange = [&](const char* name, const char* settings_owner) {
+    SCOPED_TRACE(name);
     MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
     MDOMAIN::API::INTERNAL::ResetBccInstanceForTest();
-    ASSERT_EQ(system(("cp -a " + model + "/. " + PATHS::EtcDir()).c_str()), 0);
-    ASSERT_EQ(NamesOfLeavers(), everything_);
+    EXPECT_EQ(system(("cp -a " + model + "/. " + PATHS::EtcDir()).c_str()), 0);
+    mailConfSet("mdomain_model", settings_owner, true, 0);
+    EXPECT_EQ(NamesOfLeavers(), everything_);
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (!c.is_killed) {
+      arrange("another model's settings", "dir.example_DOMAIN.db");
+      EXPECT_TRUE(c.leave());
+      EXPECT_EQ(NamesOfLeavers(), everything_);
+      EXPECT_TRUE(Rows("SELECT * FROM mdomain_departure_table").empty());
+      SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}});
+    }
+    arrange("its own", "local_DOMAIN.db");
     if (c.is_killed) {
       EXPECT_TRUE(IsKilledAt("Alias::load", c.leave));
       EXPECT_EQ(NamesOfLeavers(), everything_);
