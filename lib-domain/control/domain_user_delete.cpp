@@ -7,11 +7,11 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/user.h"
-#include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/alias.h"
 
 namespace MDOMAIN::CONTROL {
@@ -47,7 +47,7 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
     return false;
   }
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   if (!store_.RemoveUsersFromDomainGroups(removals)) {

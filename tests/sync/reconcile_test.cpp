@@ -10,6 +10,7 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/control/domain_group.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "tests/support/children.h"
 #include "tests/support/sync_fixture.h"
@@ -236,6 +237,19 @@ TEST_F(ReconcileTest, TextsOfDisclaimersAreSettled) {
   EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kMended);
   EXPECT_EQ(Configured(key), PATHS::DisclaimerContent(1));
   EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kNothingToDo);
+}
+
+// A run that was killed behind the commit left the SMTP side with the old addresses.
+TEST_F(ReconcileTest, NoticeThatWasNotGivenIsGivenByTheNextCommand) {
+  const auto announce = [] { MDOMAIN::CONTROL::INTERNAL::Announce({1001}); };
+  const std::string flag = PATHS::ChangedUserDir() + "1001";
+  EXPECT_TRUE(IsKilledAt("KLIBCFileTouch", announce));
+  EXPECT_FALSE(KLIBCFileExist(flag.c_str()));
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_TRUE(KLIBCFileExist(flag.c_str()));
+  ASSERT_EQ(unlink(flag.c_str()), 0);
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_FALSE(KLIBCFileExist(flag.c_str()));
 }
 
 // A failing removal of a file was taken for a missing file.
