@@ -307,6 +307,16 @@ TEST_F(LeaverTest, LeaversTakeTheirSettingsWithThem) {
   } cases[] = {
       {"removed", false, [] { return DomainUser().Delete(1, {1001}); }, without_alice_},
       {"removed, killed", true, [] { return DomainUser().Delete(1, {1001}); }, without_alice_},
+      {"removed, but for the rows", false,
+       [this] {
+         FailOn("DBHandler::exeCmds", "DELETE FROM domain_user_alias_table");
+         EXPECT_FALSE(MDOMAIN::CONTROL::DomainUser().Delete(1, {1001}));
+         ClearFaults();
+         TakeLog();
+         return Updater().Refresh() &&
+                Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1001").empty();
+       },
+       without_alice_},
       {"with a group", false, [] { return DomainGroup().Delete(1, {2001}); }, "1011 " + others_},
       {"with a group, killed", true, [] { return DomainGroup().Delete(1, {2001}); },
        "1011 " + others_},
