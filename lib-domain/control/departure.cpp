@@ -8,6 +8,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
@@ -88,6 +89,10 @@ bool CleanUp(int domain_idx, const DB::DomainDepartures& departed) {
 }
 
 bool Finish(int domain_idx, const DB::DomainDepartures& departed) {
+  if (!departed.removals.empty() && !DomainUser().Delete(domain_idx, departed.removals)) {
+    LOG_ERROR("Failed to finish the removal of users, domain_id: [%d]", domain_idx);
+    return false;
+  }
   if (!CleanUp(domain_idx, departed)) {
     return false;
   }
@@ -215,7 +220,8 @@ bool ListPendingDepartures(std::vector<PendingDeparture>& pending) {
     return false;
   }
   for (const auto& [domain_idx, departed] : departures) {
-    pending.push_back({domain_idx, departed.is_domain_deleted ? departed.domain_name : ""});
+    pending.push_back({domain_idx, departed.is_domain_deleted ? departed.domain_name : "",
+                       IdsOf(departed.users)});
   }
   return true;
 }

@@ -43,7 +43,8 @@ MDOMAIN_EXPORT bool FinishDepartures();
 // deleted.
 struct PendingDeparture {
   int domain_idx;
-  std::string deleted_name;  // of a deleted domain, else empty
+  std::string deleted_name;        // of a deleted domain, else empty
+  std::vector<unsigned int> uids;  // of users who left, or whose removal did not end
 };
 MDOMAIN_EXPORT bool ListPendingDepartures(std::vector<PendingDeparture>& pending);
 

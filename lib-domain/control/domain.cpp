@@ -11,10 +11,10 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_internal.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/model_state.h"
-#include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 
@@ -181,7 +181,7 @@ void Domain::_NotifyBelongedUsers(const std::vector<int>& domain_idxs) {
   if (!store_.GetBelongedUsers(domain_idxs, uids)) {
     LOG_ERROR("Failed to GetBelongedUsers");
   }
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
 }

@@ -24,11 +24,11 @@ bool IsNumber(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-void AddDisclaimerContents(std::vector<std::pair<std::string, std::string>>& files) {
+bool AddDisclaimerContents(std::vector<std::pair<std::string, std::string>>& files) {
   const std::string prefix = kContentFile;
   std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return;
+  if (!korvmailserver::ListFolder(PATHS::DisclaimerDir(), names)) {
+    return false;
   }
   for (const std::string& name : names) {
     const std::string number = name.substr(std::min(prefix.size(), name.size()));
@@ -36,6 +36,7 @@ void AddDisclaimerContents(std::vector<std::pair<std::string, std::string>>& fil
       files.emplace_back(kContentKey + number, PATHS::DisclaimerDir() + "/" + name);
     }
   }
+  return true;
 }
 
 }  // namespace
@@ -45,8 +46,7 @@ bool PublishNodeFiles() {
       {CONTROL::INTERNAL::kBccFileKey, PATHS::SettingsDb()},
       {"alias_db", PATHS::AliasDb()},
       {"email_owner_db", PATHS::EmailOwnerDb()}};
-  AddDisclaimerContents(files);
-  if (!korvmailserver::PublishChangedFiles(files)) {
+  if (!AddDisclaimerContents(files) || !korvmailserver::PublishChangedFiles(files)) {
     LOG_ERROR("Failed to publish the files for other machines");
     return false;
   }

@@ -148,7 +148,9 @@ class WriterLock {
 
 bool CollectOwners(OwnerRegistryContent& content) {
   content = OwnerRegistryContent();
-  content.built_from = DB::GetChangeCounter();  // first: a change in between makes it stale
+  if (!DB::GetChangeCounter(content.built_from)) {  // first: a change in between makes it stale
+    return false;
+  }
   std::vector<int> domain_idxs;
   if (!CollectDomains(content, domain_idxs)) {
     LOG_ERROR("Failed to List domains");

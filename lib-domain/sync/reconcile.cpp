@@ -6,9 +6,11 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/departure.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/notice.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/reconcile_registry.h"
@@ -96,6 +98,23 @@ ReconcileItem Departures() {
   return {"settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend};
 }
 
+ReconcileItem Notices() {
+  const auto list = [](const ReconcileModel& /*model*/, Differences& differences) {
+    std::vector<unsigned int> uids;
+    const bool is_read = DB::Notice().List(uids);
+    if (!uids.empty()) {
+      differences.push_back("the SMTP side does not know yet of changed addresses of " +
+                            std::to_string(uids.size()) + " user(s)");
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& /*model*/) {
+    return CONTROL::INTERNAL::SendNotices();
+  };
+  return {"notices of changed addresses", PATHS::ChangedUserDir(), ReconcileScope::kEachChange,
+          list, mend};
+}
+
 bool ListUnsettled(const ReconcileModel& model, std::set<int>& domain_idxs) {
   return model.are_settings_foreign ||
          CONTROL::INTERNAL::ListUnsettledTexts(model.domain_idxs, domain_idxs);
@@ -165,7 +184,7 @@ ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) 
 }  // namespace
 
 std::vector<ReconcileItem> ReconcileItems() {
-  std::vector<ReconcileItem> items = {PrimaryMark(), MissingSettings(), Departures(),
+  std::vector<ReconcileItem> items = {PrimaryMark(), MissingSettings(), Departures(), Notices(),
                                       UnsettledTexts()};
   for (const OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
     items.push_back(Vanished(setting));

@@ -176,6 +176,16 @@ int EnumDirectory(const std::string& path, std::vector<std::string>& names) {
 
 namespace korvmailserver {
 
+bool ListFolder(const std::string& path, std::vector<std::string>& names) {
+  std::vector<std::string> found;
+  if (postara::sdk::EnumDirectory(path, found) < 0 && errno != ENOENT) {
+    maillog(kLogError, "Cannot read folder [%s]: %m", path.c_str());
+    return false;
+  }
+  names = std::move(found);
+  return true;
+}
+
 FolderResult MakeServiceFolder(const std::string& path, mode_t mode) {
   uid_t uid = 0;
   gid_t gid = 0;

@@ -10,6 +10,7 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/control/domain_group.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "tests/support/children.h"
 #include "tests/support/sync_fixture.h"
@@ -245,6 +246,19 @@ TEST_F(ReconcileTest, TextsOfDisclaimersAreSettled) {
   EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kNothingToDo);
 }
 
+// A run that was killed behind the commit left the SMTP side with the old addresses.
+TEST_F(ReconcileTest, NoticeThatWasNotGivenIsGivenByTheNextCommand) {
+  const auto announce = [] { MDOMAIN::CONTROL::INTERNAL::Announce({1001}); };
+  const std::string flag = PATHS::ChangedUserDir() + "1001";
+  EXPECT_TRUE(IsKilledAt("KLIBCFileTouch", announce));
+  EXPECT_FALSE(KLIBCFileExist(flag.c_str()));
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_TRUE(KLIBCFileExist(flag.c_str()));
+  ASSERT_EQ(unlink(flag.c_str()), 0);
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_FALSE(KLIBCFileExist(flag.c_str()));
+}
+
 // A failing removal of a file was taken for a missing file.
 TEST_F(ReconcileTest, KeyFileThatStaysIsNoSuccess) {
   Plant(2);
@@ -301,6 +315,16 @@ TEST_F(LeaverTest, LeaversTakeTheirSettingsWithThem) {
   } cases[] = {
       {"removed", false, [] { return DomainUser().Delete(1, {1001}); }, without_alice_},
       {"removed, killed", true, [] { return DomainUser().Delete(1, {1001}); }, without_alice_},
+      {"removed, but for the rows", false,
+       [this] {
+         FailOn("DBHandler::exeCmds", "DELETE FROM domain_user_alias_table");
+         EXPECT_FALSE(MDOMAIN::CONTROL::DomainUser().Delete(1, {1001}));
+         ClearFaults();
+         TakeLog();
+         return Updater().Refresh() &&
+                Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1001").empty();
+       },
+       without_alice_},
       {"with a group", false, [] { return DomainGroup().Delete(1, {2001}); }, "1011 " + others_},
       {"with a group, killed", true, [] { return DomainGroup().Delete(1, {2001}); },
        "1011 " + others_},
