@@ -112,6 +112,7 @@ bool ListModel(std::set<int>& domain_idxs) {
 // They had nothing under the indexes: it is another model's.
 bool Forget(const std::map<int, DB::DomainDepartures>& departures) {
   std::vector<int> domain_idxs;
+  domain_idxs.reserve(departures.size());
   for (const auto& [domain_idx, departed] : departures) {
     domain_idxs.push_back(domain_idx);
   }

@@ -95,8 +95,8 @@ class MDOMAIN_EXPORT Updater {
   // (PublishNodeFiles). Values that are published already are not written again. True, with a
   // warning and nothing published, when the key store would not keep it. Which model file the
   // domains came from is remembered under the key "mdomain_model". A model that other processes
-  // change meanwhile is published again; after four times they wait for the fifth, and false when
-  // this process may not write the model or waits for them too long.
+  // change meanwhile is published again. After four times they wait for the fifth; the call is
+  // false when this process may not write the model, or waits too long to do so.
   //
   // A model without domains empties nothing: when domains are published, or the older settings name
   // a main domain, everything stays as it is published and the call is false, with one line that
