@@ -62,6 +62,7 @@ void FindRenamed(const std::vector<RECORD::User>& known, const std::vector<RECOR
                  std::vector<RenamedUser>& renamed) {
   renamed = INTERNAL::FindRenamed(known, mirrored);
   std::vector<unsigned int> uids;
+  uids.reserve(renamed.size());
   for (const RenamedUser& user : renamed) {
     uids.push_back(user.uid);
   }
