@@ -6,15 +6,13 @@
 
 #include <vector>
 
-#include "platform/include/export.h"
-
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 // Announces users, in any order, repeats allowed; nobody is no notice. All announcements of a
 // BatchScope become one notice after its commit, and none when it fails; without a scope it is
 // given at once. When it cannot be given that is logged, and the record stays for the next change.
 // False with a log line when the users can neither be recorded nor told.
-MDOMAIN_EXPORT bool Announce(const std::vector<unsigned int>& uids);
+bool Announce(const std::vector<unsigned int>& uids);
 
 // Gives one notice of everybody on record; true when there is nobody. False with log lines when a
 // mark cannot be made: the record stays. One process at a time: whoever waits finds nobody.
