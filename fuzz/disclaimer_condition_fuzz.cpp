@@ -73,9 +73,11 @@ void fuzz::Run(const std::string& input) {
   for (std::string line; std::getline(lines, line);) {
     std::string test;
     if (EmailTest(target, line, test)) {
-      const std::string match = "(" + name + " =~ //i)";  // twice for two spellings of a domain
+      const std::string match = "(" + name + " =~ //i)";
       const std::string skeleton = Skeleton(test);
-      Require(skeleton == match || skeleton == "(" + match + " || " + match + ")");
+      std::string twice = "(";  // for two spellings of a domain
+      twice.append(match).append(" || ").append(match).append(")");
+      Require(skeleton == match || skeleton == twice);
       tests.push_back(test);
     }
     Require(UserTest(target, {line, "b"}, test));

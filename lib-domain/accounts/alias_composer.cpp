@@ -166,9 +166,23 @@ std::string Shortened(const std::string& text) {
   return text.size() <= kShown ? text : text.substr(0, kShown) + "...";
 }
 
+// A back reference or a count that the standard library would read into an int which it overflows.
+bool HasHugeNumber(const std::string& token) {
+  constexpr size_t kDigits = 9;
+  for (size_t at = token.find_first_of("\\{,"); at != std::string::npos;
+       at = token.find_first_of("\\{,", at + 1)) {
+    const size_t end = token.find_first_not_of("0123456789", at + 1);
+    if (std::min(end, token.size()) - at - 1 > kDigits) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool IsValidRegex(const std::string& token) {
   // The standard library's scanner takes a zero byte for the end of its table of operators.
-  if (token.size() > AliasComposer::kMaxRegexTokenSize || token.find('\0') != std::string::npos) {
+  if (token.size() > AliasComposer::kMaxRegexTokenSize || token.find('\0') != std::string::npos ||
+      HasHugeNumber(token)) {
     return false;
   }
   try {

@@ -30,9 +30,9 @@ MDOMAIN_EXPORT std::string ParseValByPattern(const std::string& token, const std
 class AliasComposer {
  public:
   // No alias and no text on the way to it is longer than this, in bytes.
-  static constexpr size_t kMaxTextSize = 16U << 20U;
+  static constexpr size_t kMaxTextSize = 1U << 20U;
   // How many bytes all replacements of one alias may look at, where one pass is not enough.
-  static constexpr size_t kMaxWork = 64U << 20U;
+  static constexpr size_t kMaxWork = 4U << 20U;
   // The longest token, in bytes, with characters that mean something in a regular expression, and
   // how many such tokens a pattern may have. Each is compiled, which recurses.
   static constexpr size_t kMaxRegexTokenSize = 256;

@@ -8,8 +8,10 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/account.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {
@@ -105,7 +107,7 @@ bool Domain::CreatePrimary(RECORD::Domain& domain, int& new_domain_idx) {
 bool Domain::_CreatePrimaryImp(RECORD::Domain& domain, int& new_domain_idx) {
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   int primary_before = 0;
-  if (!store_.BeginWriting() || !GetPrimaryDomainIdx(primary_before)) {
+  if (!DB::INTERNAL::BeginWriting() || !GetPrimaryDomainIdx(primary_before)) {
     LOG_ERROR("Failed to GetPrimaryDomainIdx");
     return false;
   }
@@ -143,7 +145,7 @@ void Domain::_TakeBack(const RECORD::Domain& domain, int created_idx, int primar
         "the same name",
         domain.GetDomainName().c_str());
   }
-  store_.ClearEmptied();  // nobody deleted the last domain on purpose
+  DB::INTERNAL::ClearEmptied();  // nobody deleted the last domain on purpose
 }
 
 // Everything between the creation of the first domain and its publication.

@@ -2,6 +2,7 @@
 
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/nodes.h"
 
@@ -35,7 +36,9 @@ bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>&
 bool DomainGroup::RestoreMemberStatus(const int& domain_idx,
                                       const std::vector<unsigned int>& gids) {
   const korvmailserver::PublicationScope publication;
-  if (!CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gids)) {
+  // Whoever comes back must not be taken out by what is left of an earlier removal.
+  if (!CONTROL::INTERNAL::FinishDepartures() ||
+      !CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gids)) {
     LOG_ERROR("Failed to RestoreMemberStatus");
     return false;
   }
@@ -45,7 +48,8 @@ bool DomainGroup::RestoreMemberStatus(const int& domain_idx,
 bool DomainGroup::RestoreMemberStatus(const int& domain_idx, const unsigned int& gid,
                                       const std::vector<unsigned int>& uids) {
   const korvmailserver::PublicationScope publication;
-  if (!CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gid, uids)) {
+  if (!CONTROL::INTERNAL::FinishDepartures() ||
+      !CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gid, uids)) {
     LOG_ERROR("Failed to RestoreMemberStatus, domain_id: [%d], gid: [%u]", domain_idx, gid);
     return false;
   }

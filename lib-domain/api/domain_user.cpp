@@ -11,6 +11,7 @@
 #include "lib-domain/db/handler.h"
 #include "lib-domain/sync/membership.h"
 #include "lib-domain/utils/updater.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {

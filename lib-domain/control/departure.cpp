@@ -8,11 +8,14 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/db/published_model.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
@@ -86,6 +89,10 @@ bool CleanUp(int domain_idx, const DB::DomainDepartures& departed) {
 }
 
 bool Finish(int domain_idx, const DB::DomainDepartures& departed) {
+  if (!departed.removals.empty() && !DomainUser().Delete(domain_idx, departed.removals)) {
+    LOG_ERROR("Failed to finish the removal of users, domain_id: [%d]", domain_idx);
+    return false;
+  }
   if (!CleanUp(domain_idx, departed)) {
     return false;
   }
@@ -105,6 +112,32 @@ bool ListModel(std::set<int>& domain_idxs) {
     domain_idxs.insert(domain.GetDomainIdx());
   }
   return true;
+}
+
+// They had nothing under the indexes: it is another model's.
+bool Forget(const std::map<int, DB::DomainDepartures>& departures) {
+  std::vector<int> domain_idxs;
+  domain_idxs.reserve(departures.size());
+  for (const auto& [domain_idx, departed] : departures) {
+    domain_idxs.push_back(domain_idx);
+  }
+  return DB::Departure().DeleteDomains(domain_idxs);
+}
+
+bool FinishAll(const std::map<int, DB::DomainDepartures>& departures) {
+  std::set<int> model;
+  if (!ListModel(model)) {
+    return false;
+  }
+  bool is_finished = true;
+  for (const auto& [domain_idx, departed] : departures) {
+    if (model.count(domain_idx) != 0) {
+      is_finished = Finish(domain_idx, departed) && is_finished;
+    } else if (!model.empty() || departed.is_domain_deleted) {
+      is_finished = ClearIndex(domain_idx) && is_finished;
+    }
+  }
+  return is_finished;
 }
 
 }  // namespace
@@ -168,22 +201,17 @@ bool ForgetClearedDomains(const std::vector<int>& domain_idxs) {
 
 bool FinishDepartures() {
   std::map<int, DB::DomainDepartures> departures;
-  std::set<int> model;
+  bool are_foreign = false;
   if (!DB::Departure().List(departures)) {
     return false;
   }
-  if (!departures.empty() && !ListModel(model)) {
+  if (departures.empty()) {
+    return true;
+  }
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
     return false;
   }
-  bool is_finished = true;
-  for (const auto& [domain_idx, departed] : departures) {
-    if (model.count(domain_idx) != 0) {
-      is_finished = Finish(domain_idx, departed) && is_finished;
-    } else if (!model.empty() || departed.is_domain_deleted) {
-      is_finished = ClearIndex(domain_idx) && is_finished;
-    }
-  }
-  return is_finished;
+  return are_foreign ? Forget(departures) : FinishAll(departures);
 }
 
 bool ListPendingDepartures(std::vector<PendingDeparture>& pending) {
@@ -192,7 +220,8 @@ bool ListPendingDepartures(std::vector<PendingDeparture>& pending) {
     return false;
   }
   for (const auto& [domain_idx, departed] : departures) {
-    pending.push_back({domain_idx, departed.is_domain_deleted ? departed.domain_name : ""});
+    pending.push_back({domain_idx, departed.is_domain_deleted ? departed.domain_name : "",
+                       IdsOf(departed.users)});
   }
   return true;
 }

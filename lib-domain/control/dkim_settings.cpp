@@ -49,8 +49,8 @@ bool ListKeys(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
 
 bool ListFiles(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
   std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(DkimFolder(), names) < 0) {
-    return errno == ENOENT;
+  if (!korvmailserver::ListFolder(DkimFolder(), names)) {
+    return false;
   }
   for (const std::string& name : names) {
     const int domain_idx =

@@ -11,15 +11,18 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_internal.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/db/handler.h"
-#include "lib-domain/utils/domain_backend_related.h"
+#include "lib-domain/db/model_state.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 
 namespace MDOMAIN::CONTROL {
 
 namespace {
 
+using DB::INTERNAL::Content;
 using korvmailserver::ErrorCode;
 using korvmailserver::LogException;
 
@@ -68,7 +71,7 @@ bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
 bool Domain::_StoreNew(RECORD::Domain& domain, int& new_domain_idx) {
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   int next_idx = -1;
-  if (!store_.BeginWriting() || !store_.GetNextDomainIDX(next_idx)) {
+  if (!DB::INTERNAL::BeginWriting() || !store_.GetNextDomainIDX(next_idx)) {
     LOG_ERROR("GetNextDomainID failed");
     return false;
   }
@@ -126,7 +129,7 @@ bool Domain::Set(const RECORD::Domain& domain) {
   // The name is still free when it is written.
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   std::string stored = domain.GetDomainName();
-  if (!store_.BeginWriting() || !store_.GetName(domain.GetDomainIdx(), stored)) {
+  if (!DB::INTERNAL::BeginWriting() || !store_.GetName(domain.GetDomainIdx(), stored)) {
     LOG_ERROR("Failed to look up the name of domain_id: [%d]", domain.GetDomainIdx());
     return false;
   }
@@ -149,8 +152,8 @@ bool Domain::Delete(const std::vector<int>& domain_idxs, bool allow_primary) {
 
 bool Domain::_DeleteRows(const std::vector<int>& domain_idxs, bool allow_primary) {
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  DB::Domain::Content before = DB::Domain::Content::kNothing;
-  if (!store_.BeginWriting() || !store_.GetContent(before)) {
+  Content before = Content::kNothing;
+  if (!DB::INTERNAL::BeginWriting() || !DB::INTERNAL::GetContent(before)) {
     return false;
   }
   if (!allow_primary) {
@@ -169,7 +172,7 @@ bool Domain::_DeleteRows(const std::vector<int>& domain_idxs, bool allow_primary
   if (!INTERNAL::DeleteDeparting(store_, domain_idxs)) {
     return false;
   }
-  const bool marked = before != DB::Domain::Content::kDomains || store_.SetEmptiedIfEmpty();
+  const bool marked = before != Content::kDomains || DB::INTERNAL::SetEmptiedIfEmpty();
   return marked && IsCommitted(scope);
 }
 
@@ -178,7 +181,7 @@ void Domain::_NotifyBelongedUsers(const std::vector<int>& domain_idxs) {
   if (!store_.GetBelongedUsers(domain_idxs, uids)) {
     LOG_ERROR("Failed to GetBelongedUsers");
   }
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
 }
@@ -191,7 +194,7 @@ bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<st
                                      bool skip_existing) {
   // The names are still free when they are written.
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  if (!store_.BeginWriting()) {
+  if (!DB::INTERNAL::BeginWriting()) {
     return false;
   }
   std::vector<std::string> kept;
@@ -220,7 +223,7 @@ bool Domain::SetAdditionalDomains(const int& domain_idx,
   // names. An exception leaves it with the names that were put back.
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   std::vector<std::string> stored;
-  if (!store_.BeginWriting() || !store_.ListAdditionalDomains(domain_idx, stored) ||
+  if (!DB::INTERNAL::BeginWriting() || !store_.ListAdditionalDomains(domain_idx, stored) ||
       !store_.DeleteAdditionalDomains(domain_idx, current_names)) {
     LOG_ERROR("Failed to DeleteAdditionalDomains, domain_id: [%d]", domain_idx);
     return false;

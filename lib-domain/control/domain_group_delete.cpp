@@ -8,13 +8,15 @@
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/handler.h"
-#include "lib-domain/utils/domain_backend_related.h"
+#include "lib-domain/db/published_model.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -67,7 +69,7 @@ bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned 
     return false;
   }
   // Sent after the commit, in one notice with those who inherit an alias.
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   if (!DomainUser().UpdateDuplicateAlias({domain_idx}) || scope.Commit() != 0) {
@@ -79,8 +81,12 @@ bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned 
 
 bool DomainGroup::_DeleteRelatedSettings(const int& domain_idx,
                                          const std::vector<unsigned int>& gids) {
-  return _DeleteAliasRelatedSettings(domain_idx, gids) &&
-         _DeleteDiscalmerRelatedSettings(domain_idx, gids);
+  bool are_foreign = false;
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
+    return false;
+  }
+  return are_foreign || (_DeleteAliasRelatedSettings(domain_idx, gids) &&
+                         _DeleteDiscalmerRelatedSettings(domain_idx, gids));
 }
 
 bool DomainGroup::_DeleteAliasRelatedSettings(const int& domain_idx,

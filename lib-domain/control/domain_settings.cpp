@@ -9,6 +9,7 @@
 #include "lib-domain/control/dkim_settings.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/db/published_model.h"
 #include "platform/include/alias.h"
 #include "platform/include/domain_setting.h"
 
@@ -39,6 +40,13 @@ bool Domain::_UpdatePrimaryDomainRelatedSettings(const int& /*domain_idx*/) {
 }
 
 bool Domain::_DeleteRelatedSettings(const std::vector<int>& domain_idxs) {
+  bool are_foreign = false;
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
+    return false;
+  }
+  if (are_foreign) {
+    return INTERNAL::ForgetClearedDomains(domain_idxs);
+  }
   const bool deleted =
       std::all_of(domain_idxs.begin(), domain_idxs.end(), [this](const int& domain_idx) {
         return _DeleteAliasRelatedSettings(domain_idx) &&

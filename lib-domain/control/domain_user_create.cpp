@@ -6,13 +6,14 @@
 #include "lib-domain/control/alias_conflict.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/user.h"
 #include "lib-domain/utils/default_alias_getter.h"
-#include "lib-domain/utils/domain_backend_related.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/account.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 
 namespace MDOMAIN::CONTROL {
@@ -96,7 +97,7 @@ bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliase
   for (const RECORD::DomainUserAlias& alias : aliases) {
     uids.push_back(alias.GetUID());
   }
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   std::vector<RECORD::DomainUserAlias> stored;

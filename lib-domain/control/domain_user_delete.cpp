@@ -7,12 +7,14 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/published_model.h"
 #include "lib-domain/db/user.h"
-#include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/alias.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -47,22 +49,24 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
     return false;
   }
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
+  }
+  DB::Departure departures;
+  if (!departures.BeginRemovals(domain_idx, uids)) {
+    return false;
   }
   if (!store_.RemoveUsersFromDomainGroups(removals)) {
     LOG_ERROR("Failed to RemoveUsersFromDomainGroups");
-    return false;
-  }
-  DB::Departure departures;
-  if (!departures.AddUsers(domain_idx, uids)) {
-    return false;
-  }
-  if (!_DeleteRows(domain_idx, uids)) {
     departures.DeleteUsers(domain_idx, uids);  // they are still there
     return false;
   }
-  if (!UpdateDuplicateAlias({domain_idx}) || scope.Commit() != 0) {
+  // From here on nobody gets back what was taken: what fails now is finished by a later run.
+  if (!_DeleteRows(domain_idx, uids)) {
+    return false;
+  }
+  if (!UpdateDuplicateAlias({domain_idx}) || !departures.EndRemovals(domain_idx, uids) ||
+      scope.Commit() != 0) {
     LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);
     return false;
   }
@@ -105,6 +109,13 @@ bool DomainUser::_RecordRemovalFromGroups(const int& domain_idx,
 
 bool DomainUser::_DeleteRelatedSettings(const int& domain_idx,
                                         const std::vector<unsigned int>& uids) {
+  bool are_foreign = false;
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
+    return false;
+  }
+  if (are_foreign) {
+    return true;
+  }
   std::unordered_map<unsigned int, std::string> name_by_uid;
   if (!uids.empty() && !DB::User().GetNames(uids, name_by_uid)) {
     LOG_ERROR("Failed to GetName, uid: [%u]", uids.front());

@@ -4,8 +4,8 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/db/domain.h"
-#include "lib-domain/utils/domain_backend_related.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -50,7 +50,7 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
     return false;
   }
   // Whoever inherits an address that somebody else gave up, and whoever loses one.
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   return true;

@@ -4,8 +4,9 @@
 #include "lib-domain/control/alias_conflict.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/db/handler.h"
-#include "lib-domain/utils/domain_backend_related.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
 
@@ -85,7 +86,7 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
   for (const RECORD::DomainUser& user : users) {
     uids.push_back(user.GetUID());
   }
-  if (!UTILS::NotifySMTPChangedUIDs(uids)) {
+  if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   if (!UpdateDuplicateAlias(domain_idxs) || scope.Commit() != 0) {

@@ -11,6 +11,7 @@
 #include "lib-domain/db/joining.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/account.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/scope_guard.h"
 #include "platform/include/string_list.h"
 

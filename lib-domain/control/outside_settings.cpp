@@ -8,6 +8,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/dkim_settings.h"
 #include "lib-domain/db/departure.h"
+#include "lib-domain/db/published_model.h"
 #include "platform/include/alias.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/mail_conf.h"
@@ -136,6 +137,13 @@ bool ClearNewIndex(int domain_idx, const std::string& domain_name, bool is_first
 }
 
 bool ListUnderIndex(int domain_idx, std::vector<std::string>& kinds) {
+  bool are_foreign = false;
+  if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
+    return false;
+  }
+  if (are_foreign) {
+    return true;
+  }
   for (const OutsideSetting& setting : OutsideSettings()) {
     std::set<int> found;
     if (!setting.list([domain_idx](int other) { return other == domain_idx; }, found)) {

@@ -46,8 +46,8 @@ bool ClearIndex(int domain_idx);
 // which the creation fails later, if nothing is on record for the index.
 bool ClearNewIndex(int domain_idx, const std::string& domain_name, bool is_first);
 
-// Adds what stands under the index, each as "BCC rules (PATH)". False with a log line when it
-// cannot be told.
+// Adds what stands under the index, each as "BCC rules (PATH)"; nothing where it belongs to another
+// model's domains. False with a log line when it cannot be told.
 MDOMAIN_EXPORT bool ListUnderIndex(int domain_idx, std::vector<std::string>& kinds);
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL

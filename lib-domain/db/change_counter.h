@@ -4,8 +4,9 @@
 
 namespace MDOMAIN::DB {
 
-// A number that is another one after each committed change of the file; 0 when it cannot be read.
-int GetChangeCounter();
+// A number that is another one after each committed change of the file. False with a log line, and
+// `counter` untouched, when it cannot be read.
+bool GetChangeCounter(int& counter);
 
 }  // namespace MDOMAIN::DB
 

@@ -53,6 +53,9 @@ constexpr const char* kInsertAliases =
     " AND (domain_idx, lower(account_alias)) NOT IN (SELECT domain_idx, lower(account_alias) FROM "
     "domain_user_alias_table WHERE %s AND account_alias IS NOT NULL AND uid NOT IN " LEAVING ")";
 #undef LEAVING
+constexpr const char* kInsertRemovals =
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'removal', id, '' FROM "
+    "mdomain_departure_table WHERE kind = 'leaving'";
 
 constexpr const char* kInsertGroups =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'group', gid, group_name FROM "
@@ -69,7 +72,10 @@ constexpr const char* kInsertDomains =
 
 // The condition on the domain, the ids.
 constexpr const char* kDeleteUsers =
-    "DELETE FROM mdomain_departure_table WHERE %s AND kind IN ('user', 'alias') AND id IN (%q)";
+    "DELETE FROM mdomain_departure_table WHERE %s AND kind IN ('user', 'alias', 'removal') AND id "
+    "IN (%q)";
+constexpr const char* kDeleteRemovals =
+    "DELETE FROM mdomain_departure_table WHERE domain_idx = %d AND kind = 'removal' AND id IN (%q)";
 constexpr const char* kDeleteGroups =
     "DELETE FROM mdomain_departure_table WHERE %s AND kind = 'group' AND id IN (%q)";
 constexpr const char* kDeleteDomains =
@@ -93,6 +99,14 @@ INTERNAL::Database Departure::_DomainDb() const {
 }
 
 bool Departure::AddUsers(int domain_idx, const std::vector<unsigned int>& uids) {
+  return _AddUsers(domain_idx, uids, false);
+}
+
+bool Departure::BeginRemovals(int domain_idx, const std::vector<unsigned int>& uids) {
+  return _AddUsers(domain_idx, uids, true);
+}
+
+bool Departure::_AddUsers(int domain_idx, const std::vector<unsigned int>& uids, bool has_rows) {
   if (uids.empty()) {
     return true;
   }
@@ -104,6 +118,9 @@ bool Departure::AddUsers(int domain_idx, const std::vector<unsigned int>& uids) 
   batch.AddWithIds(kInsertLeaving, uids);
   batch.Add(FormatStatement(kInsertUsers, condition.c_str(), places.c_str()));
   batch.Add(FormatStatement(kInsertAliases, condition.c_str(), condition.c_str()));
+  if (has_rows) {
+    batch.Add(FormatStatement(kInsertRemovals, domain_idx));
+  }
   batch.Add(kDeleteLeaving);
   return _DomainDb().Run(batch, kInsertFailure);
 }
@@ -130,6 +147,14 @@ bool Departure::AddDomains(const std::vector<int>& domain_idxs) {
   batch.Add(kCreateTable);
   batch.AddWithIds(kInsertDomains, domain_idxs);
   return _DomainDb().Run(batch, kInsertFailure);
+}
+
+bool Departure::EndRemovals(int domain_idx, const std::vector<unsigned int>& uids) {
+  StatementBatch batch;
+  if (!uids.empty()) {
+    batch.AddWithIds(kDeleteRemovals, uids, domain_idx);
+  }
+  return _DomainDb().Run(batch, kDeleteFailure);
 }
 
 bool Departure::DeleteUsers(int domain_idx, const std::vector<unsigned int>& uids) {
@@ -169,6 +194,8 @@ bool Departure::List(std::map<int, DomainDepartures>& departures) {
       domain.domain_name = std::move(name);
     } else if (kind == "alias") {
       domain.aliases.push_back(std::move(name));
+    } else if (kind == "removal") {
+      domain.removals.push_back(id);
     } else {
       (kind == "user" ? domain.users : domain.groups).emplace_back(id, std::move(name));
     }

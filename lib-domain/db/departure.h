@@ -31,6 +31,8 @@ struct DomainDepartures {
   // stands under the name is that one's.
   std::vector<std::pair<unsigned int, std::string>> users;
   std::vector<std::pair<unsigned int, std::string>> groups;
+  // Those of the users whose rows may still be there: taking them out began and did not end.
+  std::vector<unsigned int> removals;
   // The aliases of the users that nobody else had in the domain.
   std::vector<std::string> aliases;
 };
@@ -48,6 +50,9 @@ class Departure {
   bool AddUsers(int domain_idx, const std::vector<unsigned int>& uids);
   bool AddGroups(int domain_idx, const std::vector<unsigned int>& gids);
   bool AddDomains(const std::vector<int>& domain_idxs);
+  // AddUsers, and that their rows are still to go. EndRemovals: they are gone now.
+  bool BeginRemovals(int domain_idx, const std::vector<unsigned int>& uids);
+  bool EndRemovals(int domain_idx, const std::vector<unsigned int>& uids);
 
   // Forgets what was recorded: the clean-up is done, or they stayed. A record must have been made
   // before.
@@ -60,6 +65,7 @@ class Departure {
   bool List(std::map<int, DomainDepartures>& departures);
 
  private:
+  bool _AddUsers(int domain_idx, const std::vector<unsigned int>& uids, bool has_rows);
   INTERNAL::Database _DomainDb() const;
 
   DomainDBHandler* handler_;

@@ -63,13 +63,6 @@ constexpr const char* kSelectAdditional =
 constexpr const char* kSelectAllAdditional =
     "SELECT * FROM domain_to_additional_domain_table ORDER BY domain_idx, additional_domain";
 
-// Nothing else here uses this number of a database file, which changes and is rolled back with the
-// rows. A table of our own would not be the described schema.
-constexpr const char* kSelectContent =
-    "SELECT EXISTS (SELECT 1 FROM domain_table), application_id FROM pragma_application_id";
-constexpr int kEmptied = 0x4D444F4D;
-constexpr const char* kSetEmptied = "PRAGMA application_id = %d";
-
 constexpr const char* kSelectDelegated =
     "SELECT domain_idx FROM domain_user_view WHERE uid = %u AND role = 'domain_admin';";
 constexpr const char* kSelectAdding =
@@ -199,12 +192,6 @@ bool Domain::GetNextDomainIDX(int& domain_idx) {
   return true;
 }
 
-bool Domain::BeginWriting() {
-  StatementBatch batch;
-  batch.Add(";");
-  return _DomainDb().Run(batch, "fail to lock domain_table");
-}
-
 bool Domain::IsDomainNameExist(const std::string& name) {
   bool taken = false;
   return FindName(name, taken) && taken;
@@ -326,35 +313,6 @@ bool Domain::GetBelongedUsers(const std::vector<int>& domain_idxs,
                               std::vector<unsigned int>& uids) {
   return _DomainDb().Append<Columns<Uid>>(
       FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()), uids);
-}
-
-bool Domain::GetContent(Content& content) {
-  return _DomainDb().Query<Columns<Flag, Int>>(kSelectContent, [&content](bool any, int mark) {
-    const Content none = mark == kEmptied ? Content::kEmptied : Content::kNothing;
-    content = any ? Content::kDomains : none;
-  });
-}
-
-bool Domain::GetDataVersion(std::string& version) {
-  return _DomainDb().GetText("PRAGMA data_version", 0, version);
-}
-
-bool Domain::SetEmptiedIfEmpty() {
-  Content content = Content::kDomains;
-  if (!GetContent(content)) {
-    return false;
-  }
-  StatementBatch batch;
-  if (content == Content::kNothing) {
-    batch.Add(FormatStatement(kSetEmptied, kEmptied));
-  }
-  return _DomainDb().Run(batch, "fail to mark domain_table as emptied");
-}
-
-bool Domain::ClearEmptied() {
-  StatementBatch batch;
-  batch.Add(FormatStatement(kSetEmptied, 0));
-  return _DomainDb().Run(batch, "fail to mark domain_table as emptied");
 }
 
 bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {

@@ -85,22 +85,6 @@ class MDOMAIN_EXPORT Domain {
   // Appends every uid with an alias in one of the domains, once, with a role or without.
   bool GetBelongedUsers(const std::vector<int>& domain_idxs, std::vector<unsigned int>& uids);
 
-  // Within a BatchScope: nobody else writes from now on until the scope ends, so that what is read
-  // still holds when it is written upon. Waits for other processes as every write does.
-  bool BeginWriting();
-
-  // What a model without domains means: a file that is new, or lost what it had, is kNothing; one
-  // whose last domain was deleted remembers that it is empty on purpose.
-  enum class Content { kDomains, kNothing, kEmptied };
-  bool GetContent(Content& content);
-  // Has the file remember it when there is no domain left.
-  bool SetEmptiedIfEmpty();
-  // Has the file forget it: its domains were never there for others to see.
-  bool ClearEmptied();
-
-  // A text that changes when another connection has committed.
-  bool GetDataVersion(std::string& version);
-
  private:
   bool _InsertAdditional(const int& domain_idx, const std::vector<std::string>& names);
   bool _FetchDomainsUserNum(std::vector<RECORD::Domain>& domains);

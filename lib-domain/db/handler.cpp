@@ -14,6 +14,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/sqlite.h"
 

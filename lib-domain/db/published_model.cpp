@@ -2,6 +2,8 @@
 
 #include <map>
 
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/db/schema.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -27,6 +29,21 @@ bool ReadPublishedModel(PublishedModel& published) {
   if (published.file.empty() && published.has_domains) {
     published.file = ModelFileName(values["mailserver_domain_db"]);
   }
+  return true;
+}
+
+bool IsOfOtherModel(const std::string& published_file, const std::string& path) {
+  return !published_file.empty() && published_file != ModelFileName(path);
+}
+
+bool AreSettingsForeign(bool& are_foreign) {
+  PublishedModel published;
+  std::string path;
+  if (!UTILS::GetUserGroupDomainConfigPath(path) || !ReadPublishedModel(published)) {
+    LOG_ERROR("Failed to compare the model with what is published");
+    return false;
+  }
+  are_foreign = IsOfOtherModel(published.file, path);
   return true;
 }
 

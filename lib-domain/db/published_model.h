@@ -24,6 +24,14 @@ bool ReadPublishedModel(PublishedModel& published);
 // The name of a model file, given its path.
 std::string ModelFileName(const std::string& path);
 
+// Whether domains were published, and from another model file than the one at `path`.
+bool IsOfOtherModel(const std::string& published_file, const std::string& path);
+
+// Whether what stands under domain indexes outside the model in force belongs to the domains of
+// another one: whoever clears up after this model's domains, users and groups leaves it alone.
+// False with one log line when it cannot be told.
+bool AreSettingsForeign(bool& are_foreign);
+
 }  // namespace MDOMAIN::DB::INTERNAL
 
 #endif  // LIB_DOMAIN_DB_PUBLISHED_MODEL_H

@@ -9,6 +9,7 @@
 #include "lib-domain/db/handler.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/account.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/smtp_conf.h"
 

@@ -7,7 +7,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/outside_settings.h"
-#include "lib-domain/db/domain.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
 #include "platform/include/files.h"
@@ -18,6 +18,7 @@ namespace MDOMAIN::UTILS {
 
 namespace {
 
+using DB::INTERNAL::Content;
 using DB::INTERNAL::ModelFileName;
 using korvmailserver::Connection;
 using korvmailserver::Statement;
@@ -27,7 +28,7 @@ constexpr int kBusyMilliseconds = 10000;
 }  // namespace
 
 bool ModelStanding::IsOther() const {
-  return !published_file.empty() && published_file != ModelFileName(path);
+  return DB::INTERNAL::IsOfOtherModel(published_file, path);
 }
 
 bool ModelStanding::IsLost() const {
@@ -56,17 +57,17 @@ std::string ModelStanding::Reason() const {
 
 bool ReadModelStanding(ModelStanding& standing) {
   DB::INTERNAL::PublishedModel published;
-  DB::Domain::Content content = DB::Domain::Content::kNothing;
+  Content content = Content::kNothing;
   if (!GetUserGroupDomainConfigPath(standing.path) ||
-      !DB::INTERNAL::ReadPublishedModel(published) || !DB::Domain().GetContent(content)) {
+      !DB::INTERNAL::ReadPublishedModel(published) || !DB::INTERNAL::GetContent(content)) {
     LOG_ERROR("Failed to compare the model with what is published");
     return false;
   }
   standing.published_file = published.file;
   standing.main_domain = published.main_domain;
   standing.has_published_domains = published.has_domains;
-  standing.has_domains = content == DB::Domain::Content::kDomains;
-  standing.is_emptied = content == DB::Domain::Content::kEmptied;
+  standing.has_domains = content == Content::kDomains;
+  standing.is_emptied = content == Content::kEmptied;
   return true;
 }
 

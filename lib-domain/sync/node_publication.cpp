@@ -28,12 +28,12 @@ using Files = std::vector<std::pair<std::string, std::string>>;  // keys and pat
 constexpr const char* kContentFile = "domain-";
 constexpr const char* kContentKey = "sync_disclaimer_content_file-";
 
-// Texts that are not in force yet lie in the same folder under longer names. False when the folder
-// cannot be read.
+// Texts that are not in force yet lie in the same folder under longer names. False with a
+// log line when the folder cannot be read.
 bool AddDisclaimerContents(Files& files, std::set<int>& domain_idxs) {
   std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return errno == ENOENT;
+  if (!korvmailserver::ListFolder(PATHS::DisclaimerDir(), names)) {
+    return false;
   }
   for (const std::string& name : names) {
     const int domain_idx = IndexBehind(kContentFile, name);
@@ -82,9 +82,8 @@ bool PublishNodeFiles() {
                  {"alias_db", PATHS::AliasDb()},
                  {"email_owner_db", PATHS::EmailOwnerDb()}};
   std::set<int> with_texts;
-  const bool are_texts_told = AddDisclaimerContents(files, with_texts);
-  if (!korvmailserver::PublishChangedFiles(files) ||
-      (are_texts_told && !RemoveContentKeys(with_texts))) {
+  if (!AddDisclaimerContents(files, with_texts) || !korvmailserver::PublishChangedFiles(files) ||
+      !RemoveContentKeys(with_texts)) {
     LOG_ERROR("Failed to publish the files for other machines");
     return false;
   }

@@ -2,7 +2,6 @@
 // addresses are a few hundred megabytes for the seconds that this takes.
 #include "lib-domain/sync/owner_registry.h"
 
-#include <cstdio>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
@@ -14,18 +13,24 @@
 #include "lib-domain/db/change_counter.h"
 #include "lib-domain/db/email_owner.h"
 #include "lib-domain/db/reader.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
+#include "platform/include/new_file.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::UTILS {
 
 using korvmailserver::Connection;
+using korvmailserver::kServiceAccount;
+using korvmailserver::NewFile;
 using korvmailserver::Statement;
 
 namespace {
 
 constexpr int kBusyMilliseconds = 10000;
+constexpr mode_t kMode = 0644;
+constexpr mode_t kFolderMode = 0755;
 constexpr const char* kSelectDomains = "SELECT domain_name, domain_idx FROM domain_part";
 constexpr const char* kSelectLocalParts =
     "SELECT local_part, domain_idx, user_name FROM local_part";
@@ -73,6 +78,27 @@ void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
   }
 }
 
+bool MakeFolderOf(const std::string& path) {
+  const std::string folder = path.substr(0, path.rfind('/') + 1);
+  return postara::sdk::Exist(folder) || korvmailserver::MakeServiceFolder(folder, kFolderMode) ==
+                                            korvmailserver::FolderResult::kDone;
+}
+
+// The empty file under a name of its own, with the owner that every database has.
+bool MakeFile(const std::string& path, NewFile& file) {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (mailUGidGet(kServiceAccount, &uid, &gid) < 0) {
+    LOG_ERROR("Failed to make a new %s, there is no account %s", path.c_str(), kServiceAccount);
+    return false;
+  }
+  if (!MakeFolderOf(path) || !file.Open() || !file.SetOwner(uid, gid)) {
+    LOG_ERROR("Failed to make a new %s, %m", path.c_str());
+    return false;
+  }
+  return true;
+}
+
 bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content) {
   DB::EmailOwner registry(path);
   BatchScope scope(&registry);
@@ -87,18 +113,32 @@ bool WriteRegistry(const std::string& path, const OwnerRegistryContent& content)
 // SQLite refuses a writer that waits for the lock once the file has lost its name.
 class WriterLock {
  public:
-  explicit WriterLock(const std::string& path) : journal_(path + "-journal") {
-    if (old_.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) == SQLITE_OK) {
-      is_busy_ = old_.Run("BEGIN IMMEDIATE") == SQLITE_BUSY;
-    } else if (!postara::sdk::Exist(path)) {
-      postara::sdk::Unlink(journal_);
-    }
+  explicit WriterLock(const std::string& path) : path_(path), journal_(path + "-journal") {
+    do {
+      _Take();
+    } while (_IsReplaced());  // by another builder, for whom this one waited
   }
   // False while another program writes. Taking the lock cleared what a crash left. A file that is
   // no database cannot be locked, and nobody can be writing it.
   bool IsHeld() const { return !is_busy_ && !postara::sdk::Exist(journal_); }
 
  private:
+  void _Take() {
+    if (old_.Open(path_, Connection::Mode::kWrite, kBusyMilliseconds) == SQLITE_OK) {
+      is_busy_ = old_.Run("BEGIN IMMEDIATE") == SQLITE_BUSY;
+    } else if (!postara::sdk::Exist(path_)) {
+      postara::sdk::Unlink(journal_);
+    }
+  }
+  bool _IsReplaced() const {
+    int has_moved = 0;
+    return old_.Get() != nullptr &&
+           sqlite3_file_control(old_.Get(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved) ==
+               SQLITE_OK &&
+           has_moved != 0 && postara::sdk::Exist(path_);
+  }
+
+  std::string path_;
   std::string journal_;
   Connection old_;
   bool is_busy_ = false;
@@ -108,7 +148,9 @@ class WriterLock {
 
 bool CollectOwners(OwnerRegistryContent& content) {
   content = OwnerRegistryContent();
-  content.built_from = DB::GetChangeCounter();  // first: a change in between makes it stale
+  if (!DB::GetChangeCounter(content.built_from)) {  // first: a change in between makes it stale
+    return false;
+  }
   std::vector<int> domain_idxs;
   if (!CollectDomains(content, domain_idxs)) {
     LOG_ERROR("Failed to List domains");
@@ -132,26 +174,23 @@ bool CollectOwners(OwnerRegistryContent& content) {
 }
 
 bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content) {
-  const std::string fresh = path + ".new";
-  postara::sdk::Unlink(fresh);
-  postara::sdk::Unlink(fresh + "-journal");
-  if (!WriteRegistry(fresh, content)) {
-    LOG_ERROR("Failed to write %s", fresh.c_str());
-    postara::sdk::Unlink(fresh);
+  NewFile fresh(path);
+  if (!MakeFile(path, fresh)) {
+    return false;
+  }
+  if (!WriteRegistry(fresh.Beside(), content)) {
+    LOG_ERROR("Failed to write a new %s", path.c_str());
     return false;
   }
   const WriterLock lock(path);
   if (!lock.IsHeld()) {
     LOG_ERROR("Failed to replace %s, another program is writing it", path.c_str());
-    postara::sdk::Unlink(fresh);
     return false;
   }
-  if (std::rename(fresh.c_str(), path.c_str()) != 0) {
+  if (!fresh.Replace(kMode)) {
     LOG_ERROR("Failed to replace %s, %m", path.c_str());
-    postara::sdk::Unlink(fresh);
     return false;
   }
-  korvmailserver::SyncFolderOf(path);
   return true;
 }
 

@@ -27,9 +27,9 @@ struct OwnerRegistryContent {
 MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 
 // Writes `content` as one transaction into a new file and renames it over `path`, so that a reader
-// sees the old or the new registry, whole. Waits up to 10 seconds for a writer of the old one. The
-// file remembers `built_from` in its user_version. False with one log line, and the old file
-// untouched.
+// sees the old or the new registry, whole, also when several programs do so at once: the last one
+// counts. Waits up to 10 seconds for a writer of the old one. The file remembers `built_from` in
+// its user_version. False with one log line, and the old file untouched.
 MDOMAIN_EXPORT bool ReplaceOwnerRegistry(const std::string& path,
                                          const OwnerRegistryContent& content);
 

@@ -13,11 +13,13 @@
 #include "lib-domain/control/domain.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/node_publication.h"
 #include "lib-domain/utils/updater.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/nodes.h"
@@ -35,8 +37,8 @@ constexpr const char* kAdditionalPrefix = "additional_domain-";
 constexpr const char* kAdditionalTree = "virtual_domain";
 constexpr const char* kSeparator = ", ";
 
-// How often a model is published that other processes keep changing; each of them publishes, too.
-constexpr int kAttempts = 5;
+// How often a model is published that other processes change meanwhile, before they have to wait.
+constexpr int kAttempts = 4;
 
 std::string AdditionalKey(int domain_idx) {
   return kAdditionalPrefix + std::to_string(domain_idx);
@@ -84,35 +86,38 @@ bool Updater::Trigger() {
     LOG_ERROR("Failed to GetUserGroupDomainConfigPath");
     return false;
   }
-  if (!_KeepsPublished(path)) {
-    return false;
-  }
-  bool is_current = false;
-  for (int attempt = 0; !is_current && attempt < kAttempts; ++attempt) {
-    std::string before;
-    std::string after;
-    const bool known = DB::Domain().GetDataVersion(before);
-    if (!_PublishModel(path)) {
-      return false;
-    }
-    is_current = !known || (DB::Domain().GetDataVersion(after) && before == after);
-  }
-  return PublishNodeFiles();
-}
-
-// A model that cannot be read is left to the steps, which say so.
-bool Updater::_KeepsPublished(const std::string& path) {
   ModelStanding standing;
-  settings_owner_ = DB::INTERNAL::ModelFileName(path);
-  if (!ReadModelStanding(standing)) {
-    return true;
-  }
-  if (!empty_publication_allowed_ && standing.WouldEmpty()) {
+  // A model that cannot be read is left to the steps, which say so.
+  const bool is_known = ReadModelStanding(standing);
+  if (is_known && !empty_publication_allowed_ && standing.WouldEmpty()) {
     LOG_ERROR("Nothing is published: %s", standing.Reason().c_str());
     return false;
   }
-  settings_owner_ = OwnerOfOutsideSettings(standing);
-  return true;
+  settings_owner_ = is_known ? OwnerOfOutsideSettings(standing) : DB::INTERNAL::ModelFileName(path);
+  return _PublishNewest(path) && PublishNodeFiles();
+}
+
+// What is published is the newest state when nobody has committed another one meanwhile. A model
+// that others keep changing is locked against them for the last attempt.
+bool Updater::_PublishNewest(const std::string& path) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    std::string before;
+    std::string after;
+    const bool is_known = DB::INTERNAL::GetDataVersion(before);
+    if (!_PublishModel(path)) {
+      return false;
+    }
+    if (!is_known || (DB::INTERNAL::GetDataVersion(after) && before == after)) {
+      return true;
+    }
+  }
+  const BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  if (!DB::INTERNAL::BeginWriting()) {
+    LOG_ERROR("Others keep changing the model, and what is published may be older: %s",
+              path.c_str());
+    return false;
+  }
+  return _PublishModel(path);
 }
 
 bool Updater::_PublishModel(const std::string& path) {

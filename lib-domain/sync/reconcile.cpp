@@ -6,11 +6,13 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/departure.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/notice.h"
+#include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
-#include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/reconcile_registry.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/key_store.h"
@@ -80,7 +82,10 @@ ReconcileItem Departures() {
     std::vector<CONTROL::INTERNAL::PendingDeparture> pending;
     const bool is_read = CONTROL::INTERNAL::ListPendingDepartures(pending);
     for (const auto& departure : pending) {
-      if (!model.domain_idxs.empty() || !departure.deleted_name.empty()) {
+      if (model.are_settings_foreign) {
+        differences.push_back(DomainText(departure.domain_idx) +
+                              " has on record who left, and no settings of its own");
+      } else if (!model.domain_idxs.empty() || !departure.deleted_name.empty()) {
         differences.push_back(DomainText(departure.domain_idx) +
                               " keeps settings of accounts or groups that left");
       }
@@ -91,6 +96,23 @@ ReconcileItem Departures() {
     return CONTROL::INTERNAL::FinishDepartures();
   };
   return {"settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend};
+}
+
+ReconcileItem Notices() {
+  const auto list = [](const ReconcileModel& /*model*/, Differences& differences) {
+    std::vector<unsigned int> uids;
+    const bool is_read = DB::Notice().List(uids);
+    if (!uids.empty()) {
+      differences.push_back("the SMTP side does not know yet of changed addresses of " +
+                            std::to_string(uids.size()) + " user(s)");
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& /*model*/) {
+    return CONTROL::INTERNAL::SendNotices();
+  };
+  return {"notices of changed addresses", PATHS::ChangedUserDir(), ReconcileScope::kEachChange,
+          list, mend};
 }
 
 bool ListUnsettled(const ReconcileModel& model, std::set<int>& domain_idxs) {
@@ -162,7 +184,7 @@ ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) 
 }  // namespace
 
 std::vector<ReconcileItem> ReconcileItems() {
-  std::vector<ReconcileItem> items = {PrimaryMark(), MissingSettings(), Departures(),
+  std::vector<ReconcileItem> items = {PrimaryMark(), MissingSettings(), Departures(), Notices(),
                                       UnsettledTexts()};
   for (const OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
     items.push_back(Vanished(setting));
@@ -181,12 +203,7 @@ bool ReadReconcileModel(ReconcileModel& model) {
     model.domain_idxs.insert(domain.GetDomainIdx());
     model.has_primary = model.has_primary || domain.IsPrimary();
   }
-  ModelStanding standing;
-  if (!ReadModelStanding(standing)) {
-    return false;
-  }
-  model.are_settings_foreign = standing.IsOther();
-  return true;
+  return DB::INTERNAL::AreSettingsForeign(model.are_settings_foreign);
 }
 
 ReconcileResult Reconcile(ReconcileScope scope) {

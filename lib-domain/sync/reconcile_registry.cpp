@@ -14,13 +14,20 @@ namespace {
 bool List(const ReconcileModel& /*model*/, Differences& differences) {
   DB::INTERNAL::Reader reader(PATHS::EmailOwnerDb());
   int built_from = 0;
+  int counter = 0;
   const auto keep = [&built_from](const korvmailserver::Statement& row) {
     built_from = row.Int(0);
   };
   if (!reader.Open() || !reader.ForEachRow("PRAGMA user_version", keep)) {
     return false;
   }
-  if (built_from != 0 && built_from != DB::GetChangeCounter()) {
+  if (built_from == 0) {
+    return true;
+  }
+  if (!DB::GetChangeCounter(counter)) {
+    return false;
+  }
+  if (built_from != counter) {
     differences.emplace_back("the registry of address owners is older than the domain database");
   }
   return true;

@@ -6,10 +6,10 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/group.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/user.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/sync/mirror_difference.h"
-#include "lib-domain/utils/domain_backend_related.h"
 #include "lib-domain/utils/updater.h"
 
 namespace MDOMAIN::UTILS {
@@ -62,6 +62,7 @@ void FindRenamed(const std::vector<RECORD::User>& known, const std::vector<RECOR
                  std::vector<RenamedUser>& renamed) {
   renamed = INTERNAL::FindRenamed(known, mirrored);
   std::vector<unsigned int> uids;
+  uids.reserve(renamed.size());
   for (const RenamedUser& user : renamed) {
     uids.push_back(user.uid);
   }
@@ -156,7 +157,7 @@ bool Updater::_RefreshUsers() {
   for (const RECORD::User& user : created) {
     new_uids_.insert(user.GetUID());
   }
-  if (is_refreshed && !NotifySMTPChangedUIDs(summary_.deleted_uids)) {
+  if (is_refreshed && !CONTROL::INTERNAL::Announce(summary_.deleted_uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
   return is_refreshed;

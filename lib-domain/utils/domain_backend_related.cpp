@@ -6,13 +6,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
-#include "platform/include/db_handler.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 
@@ -53,19 +52,11 @@ bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids) {
   if (!BatchScope::IsAnyOpen()) {
     return Send(uids);
   }
-  // Lives as long as the notice waits: a scope that fails drops it.
-  static std::weak_ptr<std::vector<unsigned int>> waiting;
-  std::shared_ptr<std::vector<unsigned int>> notice = waiting.lock();
-  if (notice == nullptr) {
-    notice = std::make_shared<std::vector<unsigned int>>();
-    waiting = notice;
-    BatchScope::AfterCommit([notice] {
-      if (!Send(*notice)) {
-        LOG_ERROR("Failed to NotifySMTPChangedUIDs");
-      }
-    });
-  }
-  notice->insert(notice->end(), uids.begin(), uids.end());
+  BatchScope::AfterCommit([uids] {
+    if (!Send(uids)) {
+      LOG_ERROR("Failed to NotifySMTPChangedUIDs");
+    }
+  });
   return true;
 }
 

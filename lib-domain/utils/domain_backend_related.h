@@ -17,8 +17,8 @@ namespace MDOMAIN::UTILS {
 // list is no notice: true, and the key keeps the last one.
 //
 // While a BatchScope lives the notice waits for its commit, so that whoever reads it finds the new
-// addresses: true then. All notices of the scope become one, whose failure is logged and no more;
-// when the scope fails there is none.
+// addresses: true then. A failure is logged and no more; when the scope fails there is no notice.
+// The library's own changes use CONTROL::INTERNAL::Announce, which remembers a failed one.
 MDOMAIN_EXPORT bool NotifySMTPChangedUIDs(const std::vector<unsigned int>& uids);
 
 // Makes (or touches) the flag files, and their folder with mode 0755 and the mail service's owner

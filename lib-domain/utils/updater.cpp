@@ -9,6 +9,7 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
 #include "platform/include/account.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::UTILS {
 

@@ -94,7 +94,9 @@ class MDOMAIN_EXPORT Updater {
   // removed. In a key store that several machines share also every other file that they need
   // (PublishNodeFiles). Values that are published already are not written again. True, with a
   // warning and nothing published, when the key store would not keep it. Which model file the
-  // domains came from is remembered under the key "mdomain_model".
+  // domains came from is remembered under the key "mdomain_model". A model that other processes
+  // change meanwhile is published again. After four times they wait for the fifth; the call is
+  // false when this process may not write the model, or waits too long to do so.
   //
   // A model without domains empties nothing: when domains are published, or the older settings name
   // a main domain, everything stays as it is published and the call is false, with one line that
@@ -148,7 +150,7 @@ class MDOMAIN_EXPORT Updater {
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups);
   bool _Fail(int domain_idx, const std::string& reason);
-  bool _KeepsPublished(const std::string& path);
+  bool _PublishNewest(const std::string& path);
   bool _PublishModel(const std::string& path);
   bool _ToRedis();
   bool _SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,

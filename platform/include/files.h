@@ -60,6 +60,10 @@ enum class FolderResult {
 // link in its place fails with ELOOP unless root made it.
 MDOMAIN_EXPORT FolderResult MakeServiceFolder(const std::string& path, mode_t mode);
 
+// EnumDirectory for folders that need not be there: a missing one gives no names. True, or false
+// with a log line that names the folder and what is wrong, `names` untouched.
+MDOMAIN_EXPORT bool ListFolder(const std::string& path, std::vector<std::string>& names);
+
 // Replaces or creates a file so that a reader sees the old or the new bytes, whole: written beside
 // it, synced, renamed over it, the folder synced. Mode as given, whatever the umask; where the
 // caller may give files away, the new file gets the owner of the old one. Only a regular file is

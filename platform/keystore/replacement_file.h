@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/system/new_file.h"
+#include "platform/include/new_file.h"
 
 namespace korvmailserver {
 

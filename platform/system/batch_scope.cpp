@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "platform/include/db_handler.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/maillog.h"
 
 using korvmailserver::kLogError;

@@ -15,8 +15,8 @@
 
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
+#include "platform/include/new_file.h"
 #include "platform/include/sqlite.h"
-#include "platform/system/new_file.h"
 
 namespace {
 

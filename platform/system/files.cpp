@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "platform/include/maillog.h"
-#include "platform/system/new_file.h"
+#include "platform/include/new_file.h"
 
 namespace {
 
@@ -175,6 +175,16 @@ int EnumDirectory(const std::string& path, std::vector<std::string>& names) {
 }  // namespace postara
 
 namespace korvmailserver {
+
+bool ListFolder(const std::string& path, std::vector<std::string>& names) {
+  std::vector<std::string> found;
+  if (postara::sdk::EnumDirectory(path, found) < 0 && errno != ENOENT) {
+    maillog(kLogError, "Cannot read folder [%s]: %m", path.c_str());
+    return false;
+  }
+  names = std::move(found);
+  return true;
+}
 
 FolderResult MakeServiceFolder(const std::string& path, mode_t mode) {
   uid_t uid = 0;

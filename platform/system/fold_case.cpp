@@ -28,7 +28,7 @@ std::string Composed(const std::string& text) {
   if (composed == nullptr) {
     return text;
   }
-  const std::string result(reinterpret_cast<char*>(composed), length);
+  std::string result(reinterpret_cast<char*>(composed), length);
   free(composed);
   return result;
 }

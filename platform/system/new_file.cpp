@@ -2,7 +2,7 @@
 //
 // The maker holds a lock on its file from the first moment to the last, and the system drops it
 // however the maker ends. So a file of this name that nobody has locked is nobody's.
-#include "platform/system/new_file.h"
+#include "platform/include/new_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,8 @@
 namespace korvmailserver {
 
 namespace {
+
+constexpr std::string_view kJournal = "-journal";
 
 std::string FolderOf(const std::string& path) {
   return path.substr(0, path.rfind('/') + 1);
@@ -52,7 +55,19 @@ bool MoveToFreeName(const std::string& from, const std::string& to) {
   return true;
 }
 
+// The journal of a database, which carries the lock for both, is left while there is one.
+bool IsJournalInUse(const std::string& path) {
+  if (path.size() < kJournal.size() ||
+      path.compare(path.size() - kJournal.size(), kJournal.size(), kJournal) != 0) {
+    return false;
+  }
+  return postara::sdk::Exist(path.substr(0, path.size() - kJournal.size()));
+}
+
 void RemoveLeftover(const std::string& path) {
+  if (IsJournalInUse(path)) {
+    return;
+  }
   // A folder on its way is empty; its maker makes another one when it is gone.
   if (rmdir(path.c_str()) == 0 || errno != ENOTDIR) {
     return;
@@ -164,7 +179,7 @@ void RemoveLeftovers(const std::string& folder) {
   if (postara::sdk::EnumDirectory(folder, names) < 0) {
     return;
   }
-  for (const std::string& name : names) {
+  for (const std::string& name : names) {  // a database before its journal
     if (name.rfind(kNewFilePrefix, 0) == 0) {
       RemoveLeftover(std::string(folder).append("/").append(name));
     }

@@ -190,17 +190,28 @@ TEST_F(DomainApiTest, ProcessesThatCreateAtOnceShareIndexesAndNames) {
   EXPECT_EQ(Configured("virtual_multiple_domain"), entries);
 }
 
-// Another process creates a domain while this one publishes what it had read before.
+// Another process creates domains while this one publishes what it had read before, as long as it
+// gets the lock.
 TEST_F(DomainApiTest, PublicationThatWasOvertakenIsRepeated) {
   CreateDomain("first.example", false);
-  bool overtaken = false;
-  test::WhenCalled("ls", [&overtaken] {
-    if (!std::exchange(overtaken, true)) {
-      Run("INSERT INTO domain_table VALUES(2,'second.example','','<a>',0)");
+  std::string entries = "1/first.example";
+  int last_idx = 1;
+  test::WhenCalled("ls", [&] {
+    const std::string idx = std::to_string(last_idx + 1);
+    if (test::SqliteFile(DbPath()).IsRun("INSERT INTO domain_table VALUES(" + idx + ",'" + idx +
+                                         "','','<a>',0)")) {
+      entries += ", " + idx + "/" + idx;
+      ++last_idx;
     }
   });
-  EXPECT_TRUE(MDOMAIN::API::Updater().Trigger());
-  EXPECT_EQ(Configured("virtual_multiple_domain"), "1/first.example, 2/second.example");
+  EXPECT_TRUE(MDOMAIN::UTILS::Updater().Trigger());
+  EXPECT_EQ(Configured("virtual_multiple_domain"), entries);
+  EXPECT_EQ(last_idx, 5);
+  // Without the lock nobody can say that the newest state is published.
+  test::FailOn(test::kBatch, ";");
+  EXPECT_FALSE(MDOMAIN::UTILS::Updater().Trigger());
+  EXPECT_TRUE(Logged("what is published may be older"));
+  TakeLog();
 }
 
 TEST_F(DomainApiTest, ModelWithoutDomainsEmptiesNothing) {

@@ -65,6 +65,8 @@ TEST_F(DomainUserDeletion, NoGroupBringsARemovedUserBack) {
 
 TEST_F(DomainUserDeletion, StopsAtTheStepThatFails) {
   const FailingStep steps[] = {
+      {kBatch, "mdomain_departure_table SELECT", "fail to insert mdomain_departure_table",
+       "0 2 alice, bob"},
       {kBatch, "domain_group_removed_user_table", "Failed to RemoveUsersFromDomainGroups",
        "0 2 alice, bob"},
       {kBatch, "DELETE FROM domain_user_role_table", "Failed to DeleteUsersRoles",

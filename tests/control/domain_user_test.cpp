@@ -3,13 +3,16 @@
 
 #include <random>
 
+#include "lib-domain/control/notice.h"
 #include "lib-domain/utils/domain_backend_related.h"
 
+#include "platform/include/batch_scope.h"
 #include "tests/control/domain_user_fixture.h"
 
 namespace {
 
 using namespace test;  // NOLINT(google-build-using-namespace): the fixture's names
+using MDOMAIN::CONTROL::INTERNAL::Announce;
 
 TEST_F(DomainUserControl, RolesOfAddedUsers) {
   Run("INSERT INTO domain_user_role_table VALUES(1,1002,'domain_admin',0)");
@@ -230,9 +233,9 @@ TEST_F(DomainUserControl, NoticesComeAfterTheCommit) {
   DBHandler* const handler = MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler();
   const auto notify = [&](bool is_lost) {
     BatchScope scope(handler);
-    EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({kCarol}));
-    EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({kDave}));
-    EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({}));
+    EXPECT_TRUE(Announce({kCarol}));
+    EXPECT_TRUE(Announce({kDave}));
+    EXPECT_TRUE(Announce({}));
     Aliases aliases = {{1, kCarol, "c", false}};
     EXPECT_TRUE(DomainUser().CreateUsersAliases(aliases));
     if (is_lost) {
@@ -247,6 +250,14 @@ TEST_F(DomainUserControl, NoticesComeAfterTheCommit) {
   EXPECT_EQ(Configured("smtp_changed_uids"), "1003, 1004");
   EXPECT_TRUE(MDOMAIN::UTILS::NotifySMTPChangedUIDs({}));
   EXPECT_EQ(Configured("smtp_changed_uids"), "1003, 1004");
+
+  FailOn("mailConfSet");  // remembered, and given with the next one
+  EXPECT_TRUE(Announce({kBob}));
+  ClearFaults();
+  EXPECT_TRUE(Announce({kAlice}));
+  EXPECT_EQ(Configured("smtp_changed_uids"), "1001, 1002");
+  EXPECT_EQ(Rows("SELECT * FROM mdomain_notice_table"), StringList{});
+  TakeLog();
 }
 
 // Bob has the address and left the group that gave him a role.

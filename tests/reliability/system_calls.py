@@ -3,6 +3,7 @@
 strace counts each system call by its name, so a point is a name and a number. Only the command's own
 process is followed; a program that it runs is a command of its own.
 """
+import os
 import re
 from typing import NamedTuple
 
@@ -40,10 +41,19 @@ def points(host, command):
                 continue
             call = called.group(1)
             counts[call] = counts.get(call, 0) + 1
-            path = re.search(r'"([^"]*)"' if "at" in call or "<" not in line else r"\d<([^>]*)>", line)
-            if (call != "openat" or "O_CREAT" in line) and path and path.group(1).startswith(host.root):
-                found.append(Point(call, counts[call], path.group(1)[len(host.root) + 1:]))
+            path = changed_path(line)
+            if (call != "openat" or "O_CREAT" in line) and path.startswith(host.root):
+                found.append(Point(call, counts[call], path[len(host.root) + 1:]))
     return found
+
+
+def changed_path(line):
+    """The first path of a call: a name, maybe in the folder before it, or that of a descriptor."""
+    named = re.match(r'(?:\w+at2?\(\w+<([^>]*)>, |\w+\()"([^"]*)"', line)
+    if named:
+        return os.path.join(named.group(1) or "", named.group(2))
+    descriptor = re.match(r"\w+\(\d+<([^>]*)>", line)
+    return descriptor.group(1) if descriptor else ""
 
 
 def inject(point, what):

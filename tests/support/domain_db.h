@@ -26,6 +26,10 @@ class SqliteFile {
     EXPECT_EQ(sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
         << sqlite3_errmsg(db_) << ": " << sql;
   }
+  // False where another connection holds the lock.
+  bool IsRun(const std::string& sql) {
+    return sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+  }
   std::vector<std::string> Rows(const std::string& sql) {
     std::vector<std::string> rows;
     const auto add = [](void* out, int count, char** cells, char** /*names*/) {

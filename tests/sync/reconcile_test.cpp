@@ -10,6 +10,7 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/control/domain_group.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "tests/support/children.h"
 #include "tests/support/sync_fixture.h"
@@ -198,6 +199,13 @@ TEST_F(ReconcileTest, InterruptedCreationIsFinished) {
 
 TEST_F(ReconcileTest, InterruptedDeletionIsFinishedByTheNextCommand) {
   Plant(2);
+  mailConfSet("mdomain_model", "dir.example_DOMAIN.db", true, 0);
+  ASSERT_EQ(CreateDomain("three.example", false), 3);
+  Plant(3);
+  EXPECT_TRUE(Domain().Delete({3}));
+  EXPECT_EQ(Standing(3), kEverything);
+  EXPECT_TRUE(Rows("SELECT * FROM mdomain_departure_table").empty());
+  mailConfSet("mdomain_model", "local_DOMAIN.db", true, 0);
   EXPECT_TRUE(IsKilledAt("Alias::load", [] { Domain().Delete({2}); }));
   EXPECT_EQ(Rows("SELECT domain_idx FROM domain_table"), StringList{"1"});
   EXPECT_EQ(Standing(2), kEverything);
@@ -246,6 +254,19 @@ TEST_F(ReconcileTest, TextsOfDisclaimersAreSettled) {
   EXPECT_FALSE(KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::exist(key));
 }
 
+// A run that was killed behind the commit left the SMTP side with the old addresses.
+TEST_F(ReconcileTest, NoticeThatWasNotGivenIsGivenByTheNextCommand) {
+  const auto announce = [] { MDOMAIN::CONTROL::INTERNAL::Announce({1001}); };
+  const std::string flag = PATHS::ChangedUserDir() + "1001";
+  EXPECT_TRUE(IsKilledAt("KLIBCFileTouch", announce));
+  EXPECT_FALSE(KLIBCFileExist(flag.c_str()));
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_TRUE(KLIBCFileExist(flag.c_str()));
+  ASSERT_EQ(unlink(flag.c_str()), 0);
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_FALSE(KLIBCFileExist(flag.c_str()));
+}
+
 // A failing removal of a file was taken for a missing file.
 TEST_F(ReconcileTest, KeyFileThatStaysIsNoSuccess) {
   Plant(2);
@@ -292,6 +313,7 @@ class LeaverTest : public ReconcileTest {
 };
 
 // However somebody leaves, and wherever the run is killed: the next person gets nothing of it.
+// Where the settings are those of another model's domains, nobody there has left.
 TEST_F(LeaverTest, LeaversTakeTheirSettingsWithThem) {
   const struct {
     const char* name;
@@ -301,6 +323,16 @@ TEST_F(LeaverTest, LeaversTakeTheirSettingsWithThem) {
   } cases[] = {
       {"removed", false, [] { return DomainUser().Delete(1, {1001}); }, without_alice_},
       {"removed, killed", true, [] { return DomainUser().Delete(1, {1001}); }, without_alice_},
+      {"removed, but for the rows", false,
+       [this] {
+         FailOn("DBHandler::exeCmds", "DELETE FROM domain_user_alias_table");
+         EXPECT_FALSE(MDOMAIN::CONTROL::DomainUser().Delete(1, {1001}));
+         ClearFaults();
+         TakeLog();
+         return Updater().Refresh() &&
+                Rows("SELECT 1 FROM domain_user_alias_table WHERE uid=1001").empty();
+       },
+       without_alice_},
       {"with a group", false, [] { return DomainGroup().Delete(1, {2001}); }, "1011 " + others_},
       {"with a group, killed", true, [] { return DomainGroup().Delete(1, {2001}); },
        "1011 " + others_},
@@ -319,12 +351,24 @@ TEST_F(LeaverTest, LeaversTakeTheirSettingsWithThem) {
   };
   const std::string model = root() + "/model";
   ASSERT_EQ(system(("cp -a " + PATHS::EtcDir() + " " + model).c_str()), 0);
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  const auto arrange = [&](const char* name, const char* settings_owner) {
+    SCOPED_TRACE(name);
     MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
     MDOMAIN::API::INTERNAL::ResetBccInstanceForTest();
-    ASSERT_EQ(system(("cp -a " + model + "/. " + PATHS::EtcDir()).c_str()), 0);
-    ASSERT_EQ(NamesOfLeavers(), everything_);
+    EXPECT_EQ(system(("cp -a " + model + "/. " + PATHS::EtcDir()).c_str()), 0);
+    mailConfSet("mdomain_model", settings_owner, true, 0);
+    EXPECT_EQ(NamesOfLeavers(), everything_);
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (!c.is_killed) {
+      arrange("another model's settings", "dir.example_DOMAIN.db");
+      EXPECT_TRUE(c.leave());
+      EXPECT_EQ(NamesOfLeavers(), everything_);
+      EXPECT_TRUE(Rows("SELECT * FROM mdomain_departure_table").empty());
+      SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}});
+    }
+    arrange("its own", "local_DOMAIN.db");
     if (c.is_killed) {
       EXPECT_TRUE(IsKilledAt("Alias::load", c.leave));
       EXPECT_EQ(NamesOfLeavers(), everything_);

@@ -1,4 +1,4 @@
-#include "platform/include/db_handler.h"
+#include "platform/include/batch_scope.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

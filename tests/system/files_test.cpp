@@ -86,14 +86,18 @@ TEST_F(FilesTest, LeftoversOfKilledProcessesAreSweptAndNothingElse) {
   Write("/.mdomain-new-killed", "half");
   Write("/.other", "x");
   fs::create_symlink(Path(".other"), Path(".mdomain-new-link"));
-  Write("/.mdomain-new-running", "half");
+  for (const char* name : {"killed-journal", "running", "running-journal"}) {
+    Write(std::string("/.mdomain-new-") + name, "half");
+  }
   const int maker = open(Path(".mdomain-new-running").c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_EQ(flock(maker, LOCK_EX), 0);
   korvmailserver::RemoveLeftovers(root());
   EXPECT_FALSE(fs::exists(Path(".mdomain-new-folder")));
   EXPECT_FALSE(fs::exists(Path(".mdomain-new-killed")));
   EXPECT_TRUE(fs::exists(Path(".other")));
+  EXPECT_FALSE(fs::exists(Path(".mdomain-new-killed-journal")));
   EXPECT_TRUE(fs::exists(Path(".mdomain-new-running")));
+  EXPECT_TRUE(fs::exists(Path(".mdomain-new-running-journal")));
   close(maker);
 }
 

@@ -37,6 +37,14 @@ Failure Refusal(const MDOMAIN::API::Domain& api, const MDOMAIN::RECORD::Domain& 
   return api.GetErrorCode() == 5633 ? Invalid(domain) : ApiFailure(api.GetErrorCode(), action);
 }
 
+// Refuses the length of a placeholder that no number holds.
+void RequireReachable(const std::string& length, const std::string& pattern) {
+  int number = 0;
+  if (!length.empty() && !MDOMAIN::BASE::ConvertToInt(length, number)) {
+    throw Failure(kRefused, "\"" + pattern + "\": no value is " + length + " bytes long");
+  }
+}
+
 // Refuses a pattern whose text around the placeholders is not allowed in a local part: it would
 // give nobody an address.
 void RequireUsablePattern(const std::string& pattern) {
@@ -50,10 +58,7 @@ void RequireUsablePattern(const std::string& pattern) {
     }
     const std::string token = pattern.substr(open + 1, close - open - 1);
     const std::string length = token.substr(0, token.find_first_not_of("0123456789"));
-    int number = 0;
-    if (!length.empty() && !MDOMAIN::BASE::ConvertToInt(length, number)) {
-      throw Failure(kRefused, "\"" + pattern + "\": no value is " + length + " bytes long");
-    }
+    RequireReachable(length, pattern);
     sample += pattern.substr(begin, open - begin) + "a";
     begin = close + 1;
   }

@@ -117,6 +117,7 @@ class Index {
 
   size_t OnlyOne(const std::string& text, const std::vector<size_t>& numbers) const {
     std::vector<std::string> meant;
+    meant.reserve(numbers.size());
     for (const size_t number : numbers) {
       meant.push_back("\"" + Kind::Name(records_[number]) + "\" (" +
                       std::to_string(Kind::Id(records_[number])) + ")");

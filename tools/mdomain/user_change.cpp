@@ -4,6 +4,7 @@
 
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/departure.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "tools/mdomain/account_output.h"
 #include "tools/mdomain/arguments.h"
@@ -151,14 +152,27 @@ void Set(Call& call) {
   call.out().Record(record, columns);
 }
 
+// The users of the domain, and those whom an earlier run did not take out completely.
+std::unordered_set<unsigned int> RemovableUsers(const KnownDomain& domain) {
+  std::vector<unsigned int> members;
+  std::vector<MDOMAIN::CONTROL::INTERNAL::PendingDeparture> pending;
+  if (!DomainUser().List(domain.idx, members) ||
+      !MDOMAIN::CONTROL::INTERNAL::ListPendingDepartures(pending)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+  std::unordered_set<unsigned int> removable(members.begin(), members.end());
+  for (const auto& departure : pending) {
+    if (departure.domain_idx == domain.idx) {
+      removable.insert(departure.uids.begin(), departure.uids.end());
+    }
+  }
+  return removable;
+}
+
 void Remove(Call& call) {
   const KnownDomain domain = TypedDomain(call);
   const std::vector<MDOMAIN::RECORD::User> users = FindUsers(call.List("USER"));
-  std::vector<unsigned int> members;
-  if (!DomainUser().List(domain.idx, members)) {
-    throw Failure(kFailed, "the users of the domain could not be read");
-  }
-  const std::unordered_set<unsigned int> known(members.begin(), members.end());
+  const std::unordered_set<unsigned int> known = RemovableUsers(domain);
   for (const auto& user : users) {
     if (known.count(user.GetUID()) == 0) {
       throw Failure(kNotFound,

@@ -61,6 +61,7 @@ int WriteContents(const std::string& path, const Json::Value& contents) {
     return -1;
   }
   if (mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, kFileMode) < 0) {
+    LOG_ERROR("Failed to set the owner of [%s], %m", path.c_str());
     LOG_ERROR("fail to open disclaimer content file");
     return -1;
   }
@@ -83,15 +84,18 @@ int PublishContents(int domain_idx) {
 int MergeContents(int domain_idx, const std::string& text, Json::Value& list) {
   std::string bytes;
   // Not asked for first: the writer may rename it in between.
-  int result = korvmailserver::ReadFile(PendingContentPath(domain_idx, text), bytes);
+  std::string path = PendingContentPath(domain_idx, text);
+  int result = korvmailserver::ReadFile(path, bytes);
   if (result < 0 && errno == ENOENT) {
-    result = korvmailserver::ReadFile(PATHS::DisclaimerContent(domain_idx), bytes);
+    path = PATHS::DisclaimerContent(domain_idx);
+    result = korvmailserver::ReadFile(path, bytes);
   }
   if (result < 0) {
     if (errno == ENOENT) {
       LOG_ERROR("disclaimer content file not exist, domain_id[%d]", domain_idx);
       return 0;
     }
+    LOG_ERROR("Failed to read [%s], %m", path.c_str());
     LOG_ERROR("fail to open disclaimer content file, domain_id[%d]", domain_idx);
     return -1;
   }

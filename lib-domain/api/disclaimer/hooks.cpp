@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <map>
 
 #include "lib-domain/api/disclaimer/content.h"
@@ -54,8 +53,8 @@ bool AddDomainsWithLists(const IndexFilter& is_asked, std::set<int>& domain_idxs
 
 bool AddDomainsWithTexts(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
   std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return errno == ENOENT;
+  if (!korvmailserver::ListFolder(PATHS::DisclaimerDir(), names)) {
+    return false;
   }
   for (const std::string& name : names) {
     const int domain_idx = IndexBehind("domain-", name);
@@ -100,8 +99,8 @@ bool ListDisclaimerDomains(const IndexFilter& is_asked, std::set<int>& domain_id
 bool ListUnsettledTexts(const std::set<int>& domain_idxs, std::set<int>& unsettled) {
   std::vector<std::string> names;
   std::vector<std::string> keys;
-  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return errno == ENOENT || LogUnlisted();
+  if (!korvmailserver::ListFolder(PATHS::DisclaimerDir(), names)) {
+    return LogUnlisted();
   }
   if (!names.empty() && !KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::ls("", keys)) {
     return LogUnlisted();

@@ -67,10 +67,13 @@ int Settle(int domain_idx, const std::string& path, Others others) {
   if (mailConfGet(DisclaimerListKey(domain_idx), stored) < 0) {
     return -1;
   }
-  if (path == PendingContentPath(domain_idx, stored)) {
-    return rename(path.c_str(), PATHS::DisclaimerContent(domain_idx).c_str());
+  const bool is_of_list = path == PendingContentPath(domain_idx, stored);
+  const int result = is_of_list ? rename(path.c_str(), PATHS::DisclaimerContent(domain_idx).c_str())
+                                : postara::sdk::Unlink(path);
+  if (result < 0) {
+    LOG_ERROR("Failed to %s [%s], %m", is_of_list ? "rename" : "remove", path.c_str());
   }
-  return postara::sdk::Unlink(path);
+  return result;
 }
 
 }  // namespace
@@ -82,8 +85,8 @@ std::string PendingContentPath(int domain_idx, const std::string& list_text) {
 int SettlePendingContents(int domain_idx, Others others) {
   const std::string prefix = "domain-" + std::to_string(domain_idx) + ".";
   std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(PATHS::DisclaimerDir(), names) < 0) {
-    return errno == ENOENT ? 0 : -1;
+  if (!korvmailserver::ListFolder(PATHS::DisclaimerDir(), names)) {
+    return -1;
   }
   int result = 0;
   for (const std::string& name : names) {

@@ -1,10 +1,12 @@
-// A file that grows under a hidden name beside the one that it will become. Internal to platform/.
-#ifndef PLATFORM_SYSTEM_NEW_FILE_H
-#define PLATFORM_SYSTEM_NEW_FILE_H
+// A file that grows under a hidden name beside the one that it will become.
+#ifndef PLATFORM_NEW_FILE_H
+#define PLATFORM_NEW_FILE_H
 
 #include <sys/types.h>
 
 #include <string>
+
+#include "platform/include/export.h"
 
 namespace korvmailserver {
 
@@ -13,8 +15,8 @@ constexpr char kNewFilePrefix[] = ".mdomain-new-";
 
 // Failures are false with errno set. What was not put in place is removed at the end of the scope;
 // what a killed process leaves is known by its name and by a lock that nobody holds any more
-// (RemoveLeftovers).
-class NewFile {
+// (RemoveLeftovers), the journal of a database with it.
+class MDOMAIN_EXPORT NewFile {
  public:
   explicit NewFile(const std::string& path);
   ~NewFile();
@@ -37,6 +39,7 @@ class NewFile {
   bool Replace(mode_t mode);
   bool Create(mode_t mode);
 
+  // The hidden name: where SQLite, say, fills the file.
   const std::string& Beside() const { return beside_; }
 
  private:
@@ -51,4 +54,4 @@ class NewFile {
 
 }  // namespace korvmailserver
 
-#endif  // PLATFORM_SYSTEM_NEW_FILE_H
+#endif  // PLATFORM_NEW_FILE_H

@@ -1,0 +1,31 @@
+// The domain database as a whole: who may write it, whether it is empty on purpose, whether it
+// changed.
+//
+// Over the process-wide handler. True on success; a failure is false and one error line that says
+// what failed, after SQLite's reason.
+#ifndef LIB_DOMAIN_DB_MODEL_STATE_H
+#define LIB_DOMAIN_DB_MODEL_STATE_H
+
+#include <string>
+
+namespace MDOMAIN::DB::INTERNAL {
+
+// Within a BatchScope: nobody else writes from now on until the scope ends, so that what is read
+// still holds when it is written upon. Waits for other processes as every write does.
+bool BeginWriting();
+
+// What a model without domains means: a file that is new, or lost what it had, is kNothing; one
+// whose last domain was deleted remembers that it is empty on purpose.
+enum class Content { kDomains, kNothing, kEmptied };
+bool GetContent(Content& content);
+// Has the file remember it when there is no domain left.
+bool SetEmptiedIfEmpty();
+// Has the file forget it: its domains were never there for others to see.
+bool ClearEmptied();
+
+// A text that changes when another connection has committed.
+bool GetDataVersion(std::string& version);
+
+}  // namespace MDOMAIN::DB::INTERNAL
+
+#endif  // LIB_DOMAIN_DB_MODEL_STATE_H

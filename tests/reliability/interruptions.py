@@ -1,0 +1,45 @@
+"""What kills and disk faults share: a command is interrupted at a system call, and two copies of the
+host are repaired, one by `mdomain refresh`, one by the same command again with a refresh after it.
+
+After a refresh the host must be as if the command had not run, or had been done, each with that
+refresh; after the repetition as if it had been done.
+"""
+from host import differences
+from runs import Causes, each, ready_cases
+from system_calls import even_sample, inject
+
+
+def repair(ready, host):
+    """Pairs of what went wrong and the lines that say so; no lines where it did not."""
+    again = host.copy(host.root + ".again")
+    host.run("refresh")
+    yield "not repaired by refresh", ready.lacks_refreshed(host.state())
+    repeated = ready.case.run(again)
+    again.run("refresh")
+    yield "not finished by the same command", differences(again.state(), ready.finished)
+    yield "the same command failed again", (
+        repeated.err.splitlines()[-2:] if repeated.status not in (0, 3, 4) else [])
+    again.remove()
+
+
+def measure(options, kinds, judge, what):
+    """Interrupts every command at its points by each of kinds(point), options.count of them, evenly
+    spread (0: all). judge(ready, host, result) yields what is wrong at once. Prints the causes and ends
+    with 1 when there are some."""
+    def interrupt(task):
+        ready, point, kind, scratch = task
+        host = ready.host.copy(scratch)
+        result = ready.case.run(host, inject(point, kind))
+        found = [*judge(ready, host, result), *repair(ready, host)]
+        host.remove()
+        return found
+
+    cases = ready_cases(options)
+    every = [(ready, point, kind) for ready in cases for point in ready.points for kind in kinds(point)]
+    chosen = even_sample(every, options.count or len(every))
+    causes = Causes()
+    for (ready, point, kind), found in each(interrupt, chosen, options):
+        for wrong, lines in found:
+            if lines:
+                causes.add(ready.name, wrong, f"{point} {kind}", lines)
+    causes.end(f"{len(chosen)} of {len(every)} {what} in {len(cases)} commands")
