@@ -101,6 +101,10 @@ class Shared(Store):
         before, self.seen = self.seen, self.state()
         return self.seen != before
 
+    def term(self):
+        term = self.seen.get("term", "")
+        return int(term) if term.isdigit() else 0  # it may have been damaged
+
     def is_managed_by(self, machine):
         return self.seen.get("manager") == machine.name
 
@@ -214,7 +218,7 @@ class Company:
         is_calm = store.is_up and not store.is_full() and not mode and not store.faults
         others = bool(seen) and not store.is_managed_by(machine)
         # Of a store that was set back to before this machine took over.
-        is_older = bool(store.faults) or int(seen.get("term", 0)) < machine.version()[0]
+        is_older = bool(store.faults) or store.term() < machine.version()[0]
         if isinstance(command, Change):
             if role != "manager":
                 return {REFUSED}
@@ -277,16 +281,21 @@ class Company:
                 self.wrong("changed content that it was to leave alone", *self.differences(old, after))
             elif not content:
                 self.wrong("took the place of content with nothing", *self.differences(old, after))
-            elif machine.has_own and not told and not content.follows(machine.state):
-                self.wrong("threw away changes without being told", *self.differences(old, after))
-            elif machine.has_own and not self.is_kept(machine, old, kept):
-                self.wrong("what was replaced was not kept", *self.differences(old, after))
             if (after - old) - published or (old - after) & published:
                 self.wrong("brought what is not published", *self.differences(published, after))
-            machine.state = content if after == published else State(after, machine.state, content)
+        # What a machine has is given up when it becomes one that pulls, which may get the rest later.
+        if machine.has_own and (after != old or role != "member" and machine.remembers("role") == "member"):
+            if not told and not (content and content.follows(machine.state)):
+                self.wrong("threw away changes without being told", *self.differences(old, published))
+            elif not self.is_kept(machine, old, kept):
+                self.wrong("what is replaced was not kept", *self.differences(old, published))
             machine.has_own = False
+        if after != old:
+            machine.state = content if after == published else State(after, machine.state, content)
         brings = words.startswith(("node pull", "node join", "node take-over")) and "--keep" not in words
-        is_own = role == "manager" and self.store.is_managed_by(machine)  # a take-over only mends then
+        # A take-over by the one that manages only mends, also in a store that was set back.
+        is_own = role == "manager" and (
+            self.store.is_managed_by(machine) or self.store.term() < before[0])
         if status == DONE and brings and not is_own and content and after != published:
             self.wrong("done, and not what is published", *self.differences(published, after))
         if words.startswith("node pull") and "older" not in words and machine.version() < before:
