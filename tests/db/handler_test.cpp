@@ -10,6 +10,7 @@
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/schema.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/mail_conf.h"
 #include "tests/support/domain_db.h"
 
