@@ -140,7 +140,8 @@ Machine ThisMachine(const Picture& picture) {
       break;
     case NodeRole::kReplaced:
       machine.role = "replaced";
-      machine.state = standing.manager + " took over";
+      machine.state =
+          "replaced by " + standing.manager + " (term " + std::to_string(standing.term) + ")";
       break;
     default:
       machine.role = standing.role == NodeRole::kManager ? "manages" : "pulls";
