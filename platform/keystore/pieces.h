@@ -10,7 +10,7 @@
 namespace korvmailserver {
 
 // A database changes by pages; few lie in one piece.
-constexpr size_t kPieceSize = 32 * 1024;
+constexpr size_t kPieceSize = 32768;
 
 // The digest of each piece, 32 bytes, in order, as KnownFile::pieces has them.
 std::vector<std::string> SplitPieces(const std::string& pieces);

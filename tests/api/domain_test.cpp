@@ -213,6 +213,7 @@ TEST_F(DomainApiTest, PublicationThatWasOvertakenIsRepeated) {
   EXPECT_EQ(last_idx, 5);
   // Without the lock nobody can say that the newest state is published.
   test::FailOn(test::kBatch, ";");
+  calls = 0;
   EXPECT_FALSE(MDOMAIN::UTILS::Updater().Trigger());
   EXPECT_TRUE(Logged("what is published may be older"));
   TakeLog();
