@@ -17,6 +17,7 @@
 #include "platform/include/export.h"
 
 class DBHandler;
+struct sqlite3;
 
 enum BccType : int {
   BCC_RECIPIENT = 0,  // mail to `name` is copied
@@ -157,6 +158,7 @@ class MDOMAIN_EXPORT BCC {
   BCC(int domain_id, const std::string& db_path);
   static BCC* _Create(int domain_id, const std::string& db_path, bool log_no_memory);
   int _Init();
+  sqlite3* _OpenFile();
   int _RunBatch(const std::vector<std::string>& statements);
   int _ForEachRow(const std::string& statement, const RowVisitor& visit);
 

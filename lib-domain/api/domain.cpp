@@ -12,10 +12,12 @@
 #include "lib-domain/utils/updater.h"
 #include "platform/include/account.h"
 #include "platform/include/batch_scope.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {
 
 bool Domain::_Catch(const std::function<bool()>& operation) {
+  const korvmailserver::PublicationScope publication;
   try {
     return operation();
   } catch (const korvmailserver::LogException& exception) {
@@ -53,6 +55,7 @@ bool Domain::SetPrimary(const int& domain_idx) {
 }
 
 bool Domain::Delete(const std::vector<int>& domain_idxs) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::Domain::Delete(domain_idxs, false)) {
     LOG_ERROR("Failed to Delete domain_ids");
     INTERNAL::FinishLeftovers();
@@ -91,6 +94,7 @@ bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<st
 }
 
 bool Domain::CreatePrimary(RECORD::Domain& domain, int& new_domain_idx) {
+  const korvmailserver::PublicationScope publication;
   if (!_CreatePrimaryImp(domain, new_domain_idx)) {
     LOG_ERROR("Failed to _CreatePrimaryImp");
     return false;

@@ -4,6 +4,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/utils/updater.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {
 
@@ -14,6 +15,7 @@ bool DomainGroup::GetMemberStatus(
 }
 
 bool DomainGroup::Set(const std::vector<RECORD::DomainGroupRole>& roles) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainGroup::Set(roles)) {
     LOG_ERROR("Failed to Set domain_group_role");
     return false;
@@ -22,6 +24,7 @@ bool DomainGroup::Set(const std::vector<RECORD::DomainGroupRole>& roles) {
 }
 
 bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>& gids) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainGroup::Delete(domain_idx, gids)) {
     LOG_ERROR("Failed to delete domain groups, domain_id: [%d]", domain_idx);
     INTERNAL::FinishLeftovers();
@@ -32,6 +35,7 @@ bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>&
 
 bool DomainGroup::RestoreMemberStatus(const int& domain_idx,
                                       const std::vector<unsigned int>& gids) {
+  const korvmailserver::PublicationScope publication;
   // Whoever comes back must not be taken out by what is left of an earlier removal.
   if (!CONTROL::INTERNAL::FinishDepartures() ||
       !CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gids)) {
@@ -43,6 +47,7 @@ bool DomainGroup::RestoreMemberStatus(const int& domain_idx,
 
 bool DomainGroup::RestoreMemberStatus(const int& domain_idx, const unsigned int& gid,
                                       const std::vector<unsigned int>& uids) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::INTERNAL::FinishDepartures() ||
       !CONTROL::DomainGroup::RestoreMemberStatus(domain_idx, gid, uids)) {
     LOG_ERROR("Failed to RestoreMemberStatus, domain_id: [%d], gid: [%u]", domain_idx, gid);

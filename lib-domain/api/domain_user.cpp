@@ -12,6 +12,7 @@
 #include "lib-domain/sync/membership.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/batch_scope.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {
 
@@ -75,6 +76,7 @@ bool DomainUser::_SetExtraInfo(RECORD::DomainUser& user) {
 bool DomainUser::AddMembers(const int& domain_idx, const std::vector<std::string>& user_names,
                             const std::vector<std::string>& group_names,
                             std::vector<RECORD::DomainUserAlias>& aliases) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::INTERNAL::FinishDepartures()) {
     return false;
   }
@@ -116,6 +118,7 @@ bool DomainUser::_AddMembersImp(const int& domain_idx, const std::vector<std::st
 
 bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
                      std::vector<RECORD::DomainUser>& conflicts) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainUser::Set(users, conflicts)) {
     LOG_ERROR("Failed to set domain users");
     return false;
@@ -124,6 +127,7 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
 }
 
 bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& uids) {
+  const korvmailserver::PublicationScope publication;
   if (!CONTROL::DomainUser::Delete(domain_idx, uids)) {
     LOG_ERROR("Failed to delete domain users, domain_id: [%d]", domain_idx);
     INTERNAL::FinishLeftovers();

@@ -1,6 +1,7 @@
 #include "lib-domain/api/trigger.h"
 
 #include "lib-domain/base/log_line.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
@@ -22,6 +23,7 @@ bool TriggerUpdater(UTILS::ReconcileScope scope) {
 }
 
 bool TriggerUpdater(UTILS::Updater& updater, UTILS::ReconcileScope scope) {
+  const korvmailserver::PublicationScope publication;
   const bool is_published = Publish(updater);
   switch (UTILS::Reconcile(scope)) {
     case UTILS::ReconcileResult::kNothingToDo:

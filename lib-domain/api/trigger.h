@@ -9,8 +9,9 @@
 namespace MDOMAIN::API::INTERNAL {
 
 // Publishes all domain data (UTILS::Updater::Trigger), then reconciles (UTILS::Reconcile) and
-// publishes again when that changed something. A failure is logged and is the failure of the call
-// that made the change, although the change stays. Reconciling is tried also when publishing
+// publishes again when that changed something. Other machines get both at once. A failure is logged
+// and is the failure of the call that made the change, although the change stays; that the shared
+// store is away is none (korvmailserver::WhyUnpublished). Reconciling is tried also when publishing
 // failed.
 bool TriggerUpdater(UTILS::ReconcileScope scope = UTILS::ReconcileScope::kEachChange);
 // The same with what the caller allows `updater` to publish.

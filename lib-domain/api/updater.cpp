@@ -2,10 +2,12 @@
 
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/error_code.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {
 
 bool Updater::_RunAndTrigger(bool (UTILS::Updater::*operation)()) {
+  const korvmailserver::PublicationScope publication;
   try {
     return (this->*operation)() && INTERNAL::TriggerUpdater(*this, UTILS::ReconcileScope::kFull);
   } catch (const korvmailserver::LogException& exception) {

@@ -32,6 +32,10 @@ std::string EmailOwnerDb() {
   return TargetEtcDir() + "email_owner.db";
 }
 
+std::string KeyStoreDb() {
+  return EtcDir() + "keystore.db";
+}
+
 std::string DkimPrivateKey(int domain_idx) {
   return EtcDir() + "dkim.key//dkim.private-" + std::to_string(domain_idx);
 }
@@ -66,6 +70,14 @@ std::string BccMapCompiler() {
 
 std::string LockFile() {
   return UnderRoot("/var/run/postara_server/mdomain.lock");
+}
+
+std::string ModelBeforePull() {
+  return EtcDir() + ".before-pull.db";
+}
+
+std::string AfterPullHooks() {
+  return UnderRoot("/etc/mailserver-domain/hooks/after-pull.d");
 }
 
 bool IsFileNamePart(const std::string& name) {

@@ -12,6 +12,7 @@ std::string DomainDb(const std::string& account_domain);  // .../etc/NAME_DOMAIN
 std::string SettingsDb();                                 // .../etc/mailserver.db
 std::string AliasDb();                                    // .../etc/alias.db
 std::string EmailOwnerDb();                               // .../target/etc/email_owner.db
+std::string KeyStoreDb();                                 // .../etc/keystore.db
 std::string DkimPrivateKey(int domain_idx);               // .../etc/dkim.key//dkim.private-N
 std::string DkimPublicKey(int domain_idx);                // .../etc/dkim.key//dkim.public-N
 std::string ChangedUserDir();                   // /var/run/postara_server/update_smtp_user_list/
@@ -21,6 +22,8 @@ std::string DisclaimerList();                   // .../etc/disclaimer_list
 std::string DisclaimerBackupDir();              // /var/spool/@Postara-Server/alias_bkp
 std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
 std::string LockFile();                         // /var/run/postara_server/mdomain.lock
+std::string ModelBeforePull();                  // .../etc/.before-pull.db
+std::string AfterPullHooks();                   // /etc/mailserver-domain/hooks/after-pull.d
 
 // Whether a name from the settings may be a part of a file name: it leads into no other folder and
 // no line is broken by it.

@@ -88,12 +88,17 @@ bool CleanUp(int domain_idx, const DB::DomainDepartures& departed) {
   return is_done;
 }
 
-bool Finish(int domain_idx, const DB::DomainDepartures& departed) {
+// What is left of them in the model itself.
+bool FinishRemovals(int domain_idx, const DB::DomainDepartures& departed) {
   if (!departed.removals.empty() && !DomainUser().Delete(domain_idx, departed.removals)) {
     LOG_ERROR("Failed to finish the removal of users, domain_id: [%d]", domain_idx);
     return false;
   }
-  if (!CleanUp(domain_idx, departed)) {
+  return true;
+}
+
+bool Finish(int domain_idx, const DB::DomainDepartures& departed) {
+  if (!FinishRemovals(domain_idx, departed) || !CleanUp(domain_idx, departed)) {
     return false;
   }
   DB::Departure store;
@@ -116,12 +121,17 @@ bool ListModel(std::set<int>& domain_idxs) {
 
 // They had nothing under the indexes: it is another model's.
 bool Forget(const std::map<int, DB::DomainDepartures>& departures) {
-  std::vector<int> domain_idxs;
-  domain_idxs.reserve(departures.size());
-  for (const auto& [domain_idx, departed] : departures) {
-    domain_idxs.push_back(domain_idx);
+  std::set<int> model;
+  if (!ListModel(model)) {
+    return false;
   }
-  return DB::Departure().DeleteDomains(domain_idxs);
+  std::vector<int> forgotten;
+  for (const auto& [domain_idx, departed] : departures) {
+    if (model.count(domain_idx) == 0 || FinishRemovals(domain_idx, departed)) {
+      forgotten.push_back(domain_idx);
+    }
+  }
+  return DB::Departure().DeleteDomains(forgotten) && forgotten.size() == departures.size();
 }
 
 bool FinishAll(const std::map<int, DB::DomainDepartures>& departures) {

@@ -3,10 +3,11 @@
 #include <memory>
 
 #include "lib-domain/base/log_line.h"
-#include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/db/notice.h"
 #include "lib-domain/utils/domain_backend_related.h"
+#include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
@@ -45,7 +46,7 @@ bool SendNotices() {
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   DB::Notice notices;
   std::vector<unsigned int> uids;
-  if (!DB::Domain().BeginWriting() || !notices.List(uids)) {
+  if (!DB::INTERNAL::BeginWriting() || !notices.List(uids)) {
     return false;
   }
   if (uids.empty()) {

@@ -34,7 +34,7 @@ bool Gid::Read(const std::string& cell, unsigned int& gid, SourceHere here) {
 }
 
 bool Database::IsOpen(SourceHere here) const {
-  if (status_ != 0) {
+  if (status_ != 0 || !handler_->FollowFile()) {
     LOG_ERROR_AT(here.file, here.line, "Open domainDBHandler cannot open before");
     return false;
   }

@@ -91,8 +91,9 @@ class Database {
   // `status` is 0, or -1 where a store got no handler.
   Database(DomainDBHandler* handler, int status) : handler_(handler), status_(status) {}
 
-  // Whether there is a handler; else "Open domainDBHandler cannot open before". Everything below
-  // checks this itself: an operation checks first when it does or logs something before.
+  // Whether there is a handler, with the file that stands there now (FollowFile); else "Open
+  // domainDBHandler cannot open before". Everything below checks this itself: an operation checks
+  // first when it does or logs something before.
   bool IsOpen(SourceHere here = SourceHere::Now()) const;
 
   // Runs a query and calls `use` with the values of each row's columns. False, with what was read

@@ -4,7 +4,6 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/database.h"
-#include "platform/include/files.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -145,13 +144,8 @@ void EmailOwner::_Open() {
 // SQLite stays with the file that it opened: once another file has the name, it would answer from
 // the old one for good and refuse every write.
 void EmailOwner::_FollowReplacedFile() {
-  int has_moved = 0;
-  if (getDB() != nullptr) {
-    sqlite3_file_control(getDB(), "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
-  }
-  const bool is_replaced = has_moved != 0 && postara::sdk::Exist(GetPath());
   const bool was_lost = status_ != 0 && was_open_;
-  if (is_replaced || was_lost) {
+  if (isReplaced() || was_lost) {
     get_owner_.reset();
     disconnect();
     _Open();

@@ -67,7 +67,7 @@ DomainDBHandler* DomainDBHandler::_singleDomainDBHandler = nullptr;
 
 DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
   if (_singleDomainDBHandler != nullptr) {
-    return _singleDomainDBHandler;
+    return _singleDomainDBHandler->FollowFile() ? _singleDomainDBHandler : nullptr;
   }
   std::string path;
   if (!UTILS::GetUserGroupDomainConfigPath(path)) {
@@ -100,6 +100,20 @@ DomainDBHandler::DomainDBHandler(const std::string& path) : DBHandler(path, "") 
 
 DomainDBHandler::~DomainDBHandler() {
   disconnect();
+}
+
+bool DomainDBHandler::FollowFile() {
+  // An earlier call could not open it. A model that is missing is not made anew here.
+  const bool was_lost = db_ == nullptr && postara::sdk::Exist(path_);
+  if (BatchScope::IsAnyOpen() || (!was_lost && !isReplaced())) {
+    return db_ != nullptr;
+  }
+  disconnect();
+  if (ConnectAndUpgrade() != 0) {
+    LOG_ERROR("Domain db error");
+    disconnect();
+  }
+  return db_ != nullptr;
 }
 
 int DomainDBHandler::ConnectAndUpgrade() {

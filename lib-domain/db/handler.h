@@ -17,9 +17,9 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
  public:
   // The process-wide handler, opened, upgraded and kept on first use. Null, with the reason logged,
   // when the file cannot be found, opened or upgraded; the next call tries again. It stays with the
-  // file of that moment: when the root prefix or the account domain changes, close it to get the
-  // other file; when the file is removed or replaced, reads go on in the old one and writes fail
-  // until it is closed.
+  // path of that moment: when the root prefix or the account domain changes, close it to get the
+  // other file. Another file that takes its place there is opened (FollowFile); when the file is
+  // removed, reads go on in the old one and writes fail.
   static DomainDBHandler* GetDomainDBHandler();
   // Closes it, so that the next GetDomainDBHandler opens anew. Stores that still exist keep a
   // dangling handler: for the end of a program's use of the library.
@@ -35,6 +35,12 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // but none for domains is refused and stays as it is. 0, or the handler's result code with the
   // reason logged.
   int ConnectAndUpgrade();
+  // Opens the file anew when another one has taken its place, as a pull does: from now on it is
+  // read. Nothing happens while a BatchScope lives, which must not lose its transaction, or where
+  // there is no file now. True; false with the reason logged when the other one cannot be opened:
+  // then the handler is disconnected, and the next call tries again. Stores call it before each
+  // statement or batch.
+  bool FollowFile();
   // Opens the file, creating it, sets its owner and mode and gives an empty file its schema. When
   // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
   int createDB();

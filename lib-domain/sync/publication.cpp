@@ -22,6 +22,7 @@
 #include "platform/include/batch_scope.h"
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/nodes.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -75,6 +76,7 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
 }  // namespace
 
 bool Updater::Trigger() {
+  const korvmailserver::PublicationScope publication;
   if (!KORVMailNodeCluster::isClusterHealth(1)) {
     LOG_WARNING("Cluster is not health, so don't do trigger");
     return true;

@@ -178,6 +178,13 @@ class Parser {
   std::string error_;
 };
 
+// Sentinels make another server the primary; what only the old one had is then lost.
+void SetReplicasOf(KeyStoreSettings& store, const Parser& parser) {
+  if (!store.sentinels.empty() && parser.LineOf("keystore", "min_replicas") == 0) {
+    store.min_replicas = 1;
+  }
+}
+
 // Mistakes that show only when all keys are read.
 bool CheckKeyStore(const KeyStoreSettings& store, const Parser& parser, std::string& error) {
   const int sentinels = parser.LineOf("keystore", "sentinels");
@@ -232,6 +239,7 @@ bool ReadHostSettings(HostSettings& settings, std::string& error) {
       !CheckLdap(read.ldap, parser, error)) {
     return false;
   }
+  SetReplicasOf(read.keystore, parser);
   settings = read;
   return true;
 }

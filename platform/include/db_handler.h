@@ -34,6 +34,10 @@ class MDOMAIN_EXPORT DBHandler {
   // as a new one. Every write fails (SQLITE_READONLY), and a file that somebody else makes later is
   // not seen before the next connect().
   void readMissingAsNew() { reads_missing_ = true; }
+  // Whether the path leads to another file than the open one, which would be read and written all
+  // the same: it was replaced, or one came into being where there was none. Disconnect and connect
+  // to get it. False while nothing is open.
+  bool isReplaced() const;
   // Commits the transaction of a BatchScope that is open (a failure is logged) and closes the file.
   void disconnect();
 

@@ -27,8 +27,9 @@ struct KeyStoreSettings {
   std::vector<std::pair<std::string, int>> sentinels;
   std::string master;  // the name by which the sentinels know the primary
   std::string node;    // what this machine is called in a shared store; empty: the host name
-  // Replicas that must have a write before it counts as made, 0 to 100. With sentinels and a number
-  // above 0, also every further replica that they count as alive.
+  // Replicas that must have a write before it counts as made, 0 to 100; with sentinels 1 unless the
+  // file says otherwise. With sentinels and a number above 0, also every further replica that they
+  // count as alive.
   int min_replicas = 0;
 };
 

@@ -17,12 +17,13 @@ namespace POSTARA_SERVER {
 // Every call opens what it needs and keeps its connection for the next one; a change of the root
 // prefix or of the host settings is noticed. A failure is one log line that names the store and the
 // reason, or the mistake in the host settings. No call waits longer than the key store's time-outs.
+// Where machines share a store, everything is answered from, and stored in, this machine's own;
+// what is published of it, and who may change anything, stands in nodes.h.
 class MDOMAIN_EXPORT PostaraServerBACKENDWrap {
  public:
-  // Publishes a file under `key`: its path and, where machines share the store, its size, digest
-  // and content (of an SQLite database, the last committed state). Content that is there already is
-  // not sent again. False when the store cannot be written or, for a shared store, the file cannot
-  // be read; what was published before is then still there.
+  // Stores a file's path under `key`; where machines share the store, the file is published as it
+  // is (of an SQLite database, its last committed state). False when the path cannot be stored or,
+  // there, the file cannot be read.
   static bool setFile(const std::string& key, const std::string& path);
   // Names of the keys of a tree, ascending by bytes. An unknown tree is empty. False on failure,
   // with `keys` untouched.
@@ -40,10 +41,10 @@ class MDOMAIN_EXPORT PostaraServerBACKENDWrap {
 
 class MDOMAIN_EXPORT KORVMailNodeCluster {
  public:
-  // True when what is published now would be kept. The embedded store: when it can be written. A
-  // shared one: when the server in charge takes a write and the replicas that the settings ask for
-  // confirm it. `level` belongs to the mail server's interface and is ignored. False logs its
-  // reason as a warning (level 1) and not as an error: the caller decides what it means.
+  // True when what is changed now would be kept on this machine: whether the store that machines
+  // share takes it as well is told by nodes.h. `level` belongs to the mail server's interface and
+  // is ignored. False logs its reason as a warning (level 1) and not as an error: the caller
+  // decides what it means.
   static bool isClusterHealth(int level);
   // PostaraServerBACKENDWrap::setFile under a cluster file key. 0 on success, negative on failure.
   static int setFile(const std::string& key, const std::string& path);

@@ -8,8 +8,9 @@
 
 #include "platform/include/export.h"
 
-// Programs read nothing (/dev/null), get the caller's environment, run with its effective ids as
-// their real and effective ones, and are a process group of their own. Not thread-safe.
+// Programs run with the caller's effective ids as their real and effective ones, and are a process
+// group of their own. Unless it says otherwise they read nothing (/dev/null) and get the caller's
+// environment. Not thread-safe.
 
 // Starts the file `path` (no search) with `argv` (argv[0] first, null at its end) and gives its
 // standard output to read (mode "r" only). The stream has no file descriptor of its own and must be
@@ -34,5 +35,26 @@ MDOMAIN_EXPORT std::string KLIBCPopenErrorText();
 // discards its output. Returns the exit status and logs as KLIBCPclose does; -1 with errno set and
 // no log line when the program cannot be started.
 MDOMAIN_EXPORT int KLIBCExec(const std::string& path, const std::vector<std::string>& arguments);
+
+namespace korvmailserver {
+
+struct ProgramCall {
+  std::string path;                      // no search
+  std::vector<std::string> environment;  // "NAME=VALUE" each; the program gets nothing else
+  std::string input;                     // what it reads on its standard input; of any length
+  int seconds = 0;                       // that it may take; 0: any number
+};
+
+struct ProgramEnd {
+  int status = -1;       // exit status, or 128 + the signal; -1: not started, errno says why
+  bool is_late = false;  // its time was over, and it was killed with everything it had started
+  std::string output;    // the beginning of both its outputs, as they came, at most 4096 bytes
+};
+
+// Runs a program without arguments to its end. What it leaves running in the background is not
+// waited for. Logs nothing.
+MDOMAIN_EXPORT ProgramEnd RunProgram(const ProgramCall& call);
+
+}  // namespace korvmailserver
 
 #endif  // PLATFORM_PROCESS_H

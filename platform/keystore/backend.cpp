@@ -10,6 +10,8 @@
 #include <tuple>
 
 #include "platform/include/maillog.h"
+#include "platform/keystore/copied_store.h"
+#include "platform/keystore/local_store.h"
 
 namespace korvmailserver {
 
@@ -52,8 +54,11 @@ KeyStoreBackend* BackendInForce(std::string& error) {
   if (!ReadHostSettings(settings, error)) {
     return nullptr;
   }
-  kept.backend = settings.keystore.backend == "redis" ? MakeRedisBackend(settings.keystore)
-                                                      : MakeEmbeddedBackend();
+  if (settings.keystore.backend == "redis") {
+    kept.backend = std::make_unique<CopiedStore>(settings.keystore);
+  } else {
+    kept.backend = std::make_unique<LocalStore>();
+  }
   kept.stamp = now;
   return kept.backend.get();
 }

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "platform/include/node_files.h"
+#include "platform/include/nodes.h"
 
 namespace korvmailserver {
 

@@ -208,6 +208,20 @@ bool RedisConnection::Run(const std::vector<RedisCommand>& commands,
   return true;
 }
 
+int RedisConnection::Await(RedisDeadline deadline, std::string& error) {
+  std::vector<RedisReply> replies;
+  while (replies.empty()) {
+    short seen = 0;
+    if (!Wait(socket_, POLLIN, deadline, seen)) {
+      return 0;
+    }
+    if (!Receive(replies, error)) {
+      return -1;
+    }
+  }
+  return 1;
+}
+
 bool RedisConnection::Send(const std::string& bytes, size_t& sent, std::string& error) const {
   const ssize_t count = send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
   if (count >= 0) {

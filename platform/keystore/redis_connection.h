@@ -41,6 +41,9 @@ class RedisConnection {
   // connection is of no use then.
   bool Run(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies,
            RedisDeadline deadline, std::string& error);
+  // Waits for something that the server says of itself, and takes all that is there. 1: it said
+  // something, 0: the deadline passed, -1: the connection broke, with `error` set.
+  int Await(RedisDeadline deadline, std::string& error);
 
  private:
   explicit RedisConnection(int socket);

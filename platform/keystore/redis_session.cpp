@@ -100,6 +100,7 @@ bool RedisSession::Call(Access access, std::string& error, const std::function<b
 
 bool RedisSession::Open() {
   confirmed_ = false;
+  listens_ = false;
   replicas_ = settings_.min_replicas;
   const RedisDeadline deadline = Within(settings_.connect_timeout);
   std::string reason;
@@ -243,7 +244,7 @@ bool RedisSession::Accept(const std::vector<RedisReply>& replies, size_t count) 
   return true;
 }
 
-bool RedisSession::Write(const std::vector<RedisCommand>& commands) {
+bool RedisSession::Write(const std::vector<RedisCommand>& commands, bool* overtaken) {
   std::vector<RedisCommand> whole = {{"MULTI"}};
   whole.insert(whole.end(), commands.begin(), commands.end());
   whole.push_back({"EXEC"});
@@ -254,7 +255,37 @@ bool RedisSession::Write(const std::vector<RedisCommand>& commands) {
   if (!Run(whole, replies)) {
     return false;
   }
+  if (replies[commands.size() + 1]->type == REDIS_REPLY_NIL) {
+    if (overtaken == nullptr) {
+      return Fail("what was read had changed before it was written");
+    }
+    *overtaken = true;
+    return true;
+  }
   return replicas_ == 0 || WaitForReplicas(*replies.back());
+}
+
+bool RedisSession::Listen(const std::string& channel, int seconds, int& told) {
+  std::vector<RedisReply> replies;
+  if (!listens_ && !Run({{"SUBSCRIBE", channel}}, replies)) {
+    return false;
+  }
+  listens_ = true;
+  std::string reason;
+  const RedisDeadline deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  told = connection_->Await(deadline, reason);
+  return told >= 0 || Break(reason);
+}
+
+void RedisSession::RemoveFields(const std::string& hash, const std::vector<std::string>& fields) {
+  RedisCommand command = {"HDEL", hash};
+  command.insert(command.end(), fields.begin(), fields.end());
+  std::vector<RedisReply> replies;
+  std::string reason;
+  if (!fields.empty() && connection_ != nullptr &&
+      !connection_->Run({command}, replies, Within(settings_.command_timeout), reason)) {
+    connection_.reset();
+  }
 }
 
 bool RedisSession::Confirm() {

@@ -34,10 +34,17 @@ class RedisSession {
 
   // Only within a call. Each fails when an answer is an error, also inside a transaction.
   bool Run(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies);
-  // Runs the commands as one transaction and waits for the replicas that the settings ask for.
-  bool Write(const std::vector<RedisCommand>& commands);
+  // Runs the commands as one transaction and waits for the replicas that the settings ask for. When
+  // a watched key had changed nothing was written, and `overtaken`, where given, says so.
+  bool Write(const std::vector<RedisCommand>& commands, bool* overtaken = nullptr);
+  // Removes fields of a hash on this connection as well as may be; the reason of a failure before
+  // it stays.
+  void RemoveFields(const std::string& hash, const std::vector<std::string>& fields);
   // True when everything that was written to this server so far has reached these replicas.
   bool Confirm();
+  // Waits for a message on a channel, which the connection is for from now on: `told` is 1, or 0
+  // when the seconds are over.
+  bool Listen(const std::string& channel, int seconds, int& told);
   // Ends the work with a reason of its own.
   bool Fail(const std::string& reason);
   // Gives the work another command time-out: it moves on, but has much to do.
@@ -63,6 +70,7 @@ class RedisSession {
   std::string address_;     // of the connection
   std::string upstream_;    // the primary of a replica; empty on a primary
   int replicas_ = 0;        // how many must have a write; 0: none
+  bool listens_ = false;    // to a channel
   bool confirmed_ = false;  // by the replicas, on this connection
   bool broken_ = false;     // the work failed with its connection and may be tried on another
   std::string error_;

@@ -64,23 +64,28 @@ bool ReadSnapshot(const std::string& path, std::string& bytes, std::string& erro
   return false;
 }
 
-void Digest::Add(const std::string& bytes) {
+void Digest::Add(std::string_view bytes) {
   sha256_update(&state_, bytes.size(), reinterpret_cast<const uint8_t*>(bytes.data()));
 }
 
-std::string Digest::Text() {
+std::string Digest::Bytes() {
   uint8_t bytes[SHA256_DIGEST_SIZE];
   sha256_digest(&state_, sizeof(bytes), bytes);
+  return {reinterpret_cast<const char*>(bytes), sizeof(bytes)};
+}
+
+std::string Digest::Text() {
+  constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
-  for (const uint8_t byte : bytes) {
-    const char digits[] = "0123456789abcdef";
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
+  for (const char byte : Bytes()) {
+    const auto number = static_cast<unsigned char>(byte);
+    text += kDigits[number >> 4];
+    text += kDigits[number & 15];
   }
   return text;
 }
 
-std::string DigestOf(const std::string& bytes) {
+std::string DigestOf(std::string_view bytes) {
   Digest digest;
   digest.Add(bytes);
   return digest.Text();

@@ -5,6 +5,7 @@
 #include <nettle/sha2.h>
 
 #include <string>
+#include <string_view>
 
 namespace korvmailserver {
 
@@ -12,19 +13,20 @@ namespace korvmailserver {
 // while another connection writes. False with `error` set.
 bool ReadSnapshot(const std::string& path, std::string& bytes, std::string& error);
 
-// SHA-256 in hexadecimal, of pieces in order.
+// SHA-256, of bytes in order.
 class Digest {
  public:
   Digest() { sha256_init(&state_); }
-  void Add(const std::string& bytes);
-  // Ends the digest; the next Add begins a new one.
-  std::string Text();
+  void Add(std::string_view bytes);
+  // Either ends the digest; the next Add begins a new one.
+  std::string Bytes();  // 32 of them
+  std::string Text();   // in hexadecimal
 
  private:
   sha256_ctx state_;
 };
 
-std::string DigestOf(const std::string& bytes);
+std::string DigestOf(std::string_view bytes);
 
 }  // namespace korvmailserver
 

@@ -60,21 +60,24 @@ void Descriptor::Reset(int fd) {
 }
 
 std::unique_ptr<ChildProcess> ChildProcess::Start(const char* path, const char* const argv[],
-                                                  Output output, int seconds) {
+                                                  const Setting& setting) {
   std::unique_ptr<ChildProcess> child(new ChildProcess());
   Descriptor output_writer;
   Descriptor error_writer;
   Descriptor report_reader;
   Descriptor report_writer;
-  if ((output == Output::kRead && !MakePipe(child->output_, output_writer)) ||
+  if ((setting.output == Output::kRead && !MakePipe(child->output_, output_writer)) ||
       !MakePipe(child->errors_, error_writer) || !MakePipe(report_reader, report_writer)) {
     return nullptr;
   }
-  child->has_deadline_ = seconds > 0;
-  child->deadline_ = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  child->has_deadline_ = setting.seconds > 0;
+  child->deadline_ = std::chrono::steady_clock::now() + std::chrono::seconds(setting.seconds);
   child->pid_ = fork();
   if (child->pid_ == 0) {
-    child->Launch(path, argv, output_writer.get(), error_writer.get(), report_writer.get());
+    const int output =
+        setting.output == Output::kWithErrors ? error_writer.get() : output_writer.get();
+    child->Launch(path, argv, setting.environment,
+                  {setting.input, output, error_writer.get(), report_writer.get()});
   }
   if (child->pid_ < 0) {
     return nullptr;
@@ -92,23 +95,25 @@ std::unique_ptr<ChildProcess> ChildProcess::Start(const char* path, const char* 
 
 // In the new process; only calls that are allowed between fork and exec. Does not return. The real
 // ids become the effective ones, since programs drop or distrust effective ids that differ.
-void ChildProcess::Launch(const char* path, const char* const argv[], int output, int errors,
-                          int report) const {
+void ChildProcess::Launch(const char* path, const char* const argv[],
+                          const char* const* environment, const Ends& ends) const {
   const uid_t uid = geteuid();
   const gid_t gid = getegid();
   sigset_t none;
   sigemptyset(&none);
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
   const int high_null = fcntl(null, F_DUPFD_CLOEXEC, 3);
-  if (high_null >= 0 && setpgid(0, 0) == 0 && dup2(high_null, STDIN_FILENO) >= 0 &&
-      dup2(output < 0 ? high_null : output, STDOUT_FILENO) >= 0 &&
-      dup2(errors, STDERR_FILENO) >= 0 && sigprocmask(SIG_SETMASK, &none, nullptr) == 0 &&
+  if (high_null >= 0 && setpgid(0, 0) == 0 &&
+      dup2(ends.input < 0 ? high_null : ends.input, STDIN_FILENO) >= 0 &&
+      dup2(ends.output < 0 ? high_null : ends.output, STDOUT_FILENO) >= 0 &&
+      dup2(ends.errors, STDERR_FILENO) >= 0 && sigprocmask(SIG_SETMASK, &none, nullptr) == 0 &&
       signal(SIGPIPE, SIG_DFL) != SIG_ERR && setresgid(gid, gid, gid) == 0 &&
       setresuid(uid, uid, uid) == 0) {
-    execv(path, const_cast<char* const*>(argv));
+    execve(path, const_cast<char* const*>(argv),
+           environment == nullptr ? environ : const_cast<char* const*>(environment));
   }
   const int error = errno;
-  const ssize_t ignored = write(report, &error, sizeof(error));
+  const ssize_t ignored = write(ends.report, &error, sizeof(error));
   static_cast<void>(ignored);
   _exit(127);
 }

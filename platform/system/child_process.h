@@ -27,13 +27,20 @@ class Descriptor {
 
 class ChildProcess {
  public:
-  enum class Output { kRead, kDiscard };
+  // What becomes of the output: it is read, or thrown away, or is one with the error output.
+  enum class Output { kRead, kDiscard, kWithErrors };
 
-  // Starts a program with the caller's effective ids, nothing to read, and a process group of its
-  // own. `seconds` is its deadline, 0 for none. Null with errno set, also when it cannot be
-  // executed.
+  struct Setting {
+    Output output = Output::kRead;
+    int seconds = 0;                           // until the deadline; 0: there is none
+    int input = -1;                            // a descriptor to read from; -1: nothing to read
+    const char* const* environment = nullptr;  // null: the caller's
+  };
+
+  // Starts a program with the caller's effective ids and a process group of its own. Null with
+  // errno set, also when it cannot be executed.
   static std::unique_ptr<ChildProcess> Start(const char* path, const char* const argv[],
-                                             Output output, int seconds);
+                                             const Setting& setting);
   ~ChildProcess();  // kills a program that Finish has not seen end
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
@@ -50,7 +57,15 @@ class ChildProcess {
 
  private:
   ChildProcess() = default;
-  void Launch(const char* path, const char* const argv[], int output, int errors, int report) const;
+  // Descriptors of the new process; -1 for those that lead nowhere.
+  struct Ends {
+    int input;
+    int output;
+    int errors;
+    int report;
+  };
+  void Launch(const char* path, const char* const argv[], const char* const* environment,
+              const Ends& ends) const;
   int RemainingMilliseconds() const;
   bool KillWhenLate();
   void Kill() const;

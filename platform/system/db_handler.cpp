@@ -227,6 +227,15 @@ int DBHandler::_RunSchema() {
   return result;
 }
 
+bool DBHandler::isReplaced() const {
+  if (db_ == nullptr || !KLIBCFileExist(path_.c_str())) {
+    return false;
+  }
+  int has_moved = 1;  // what stands in for a missing file knows of none
+  sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
+  return has_moved != 0;
+}
+
 void DBHandler::disconnect() {
   if (db_ == nullptr) {
     return;

@@ -47,4 +47,18 @@ bool FileStamp::Holds(const std::string& path_now) const {
          Same(modified, now.modified) && Same(changed, now.changed);
 }
 
+std::string FileStamp::Text() const {
+  if (!exists || !settled) {
+    return "";
+  }
+  std::string text;
+  for (const auto number :
+       {static_cast<long long>(device), static_cast<long long>(inode), static_cast<long long>(size),
+        static_cast<long long>(modified.tv_sec), static_cast<long long>(modified.tv_nsec),
+        static_cast<long long>(changed.tv_sec), static_cast<long long>(changed.tv_nsec)}) {
+    text += std::to_string(number) + " ";
+  }
+  return text;
+}
+
 }  // namespace korvmailserver

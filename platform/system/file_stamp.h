@@ -24,6 +24,9 @@ struct FileStamp {
   static FileStamp Of(const std::string& path);
   // True when `path` is the file of this stamp, unchanged since.
   bool Holds(const std::string& path_now) const;
+  // The stamp as a text that only this state of this file has, to be kept over processes; empty
+  // when it tells nothing: no file, or one that has just changed.
+  std::string Text() const;
 };
 
 }  // namespace korvmailserver

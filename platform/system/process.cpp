@@ -1,6 +1,10 @@
 // Programs as streams to read, and programs run to their end.
 #include "platform/include/process.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -15,7 +19,7 @@
 namespace {
 
 using korvmailserver::ChildProcess;
-
+using korvmailserver::Descriptor;
 using korvmailserver::kLogWarning;
 
 struct Program {
@@ -56,6 +60,22 @@ int Finish(const Program& program) {
   return status;
 }
 
+// A file in memory at its beginning: unlike a pipe it takes all bytes at once. Never 0 to 2, which
+// become the program's. -1 with errno set.
+int OpenInput(const std::string& bytes) {
+  const Descriptor file(memfd_create("input", MFD_CLOEXEC));
+  for (size_t done = 0; file.get() >= 0 && done < bytes.size();) {
+    const ssize_t count = write(file.get(), bytes.data() + done, bytes.size() - done);
+    if (count < 0 && errno != EINTR) {
+      return -1;
+    }
+    done += count < 0 ? 0 : static_cast<size_t>(count);
+  }
+  return file.get() < 0 || lseek(file.get(), 0, SEEK_SET) < 0
+             ? -1
+             : fcntl(file.get(), F_DUPFD_CLOEXEC, 3);
+}
+
 }  // namespace
 
 FILE* KLIBCPopenv(const char* path, const char* mode, const char* const argv[]) {
@@ -63,8 +83,9 @@ FILE* KLIBCPopenv(const char* path, const char* mode, const char* const argv[]) 
     errno = EINVAL;
     return nullptr;
   }
-  Program program{path, ChildProcess::Start(path, argv, ChildProcess::Output::kRead,
-                                            TheState().deadline_seconds)};
+  Program program{
+      path,
+      ChildProcess::Start(path, argv, {ChildProcess::Output::kRead, TheState().deadline_seconds})};
   if (program.child == nullptr) {
     return nullptr;
   }
@@ -104,7 +125,35 @@ int KLIBCExec(const std::string& path, const std::vector<std::string>& arguments
   }
   argv.push_back(nullptr);
   const Program program{
-      path, ChildProcess::Start(path.c_str(), argv.data(), ChildProcess::Output::kDiscard,
-                                TheState().deadline_seconds)};
+      path, ChildProcess::Start(path.c_str(), argv.data(),
+                                {ChildProcess::Output::kDiscard, TheState().deadline_seconds})};
   return program.child == nullptr ? -1 : Finish(program);
 }
+
+namespace korvmailserver {
+
+ProgramEnd RunProgram(const ProgramCall& call) {
+  ProgramEnd end;
+  const Descriptor input(OpenInput(call.input));
+  if (input.get() < 0) {
+    return end;
+  }
+  const char* const argv[] = {call.path.c_str(), nullptr};
+  std::vector<const char*> environment;
+  for (const std::string& variable : call.environment) {
+    environment.push_back(variable.c_str());
+  }
+  environment.push_back(nullptr);
+  const std::unique_ptr<ChildProcess> child = ChildProcess::Start(
+      call.path.c_str(), argv,
+      {ChildProcess::Output::kWithErrors, call.seconds, input.get(), environment.data()});
+  if (child == nullptr) {
+    return end;
+  }
+  end.status = child->Finish();
+  end.is_late = child->timed_out();
+  end.output = child->error_text();
+  return end;
+}
+
+}  // namespace korvmailserver

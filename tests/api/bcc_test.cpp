@@ -26,6 +26,15 @@ TEST_F(BccTest, KeepsOneObjectForTheProcess) {
   EXPECT_THAT(Rules(5), IsEmpty());
 }
 
+TEST_F(BccTest, AFileThatTookThePlaceIsRead) {
+  const std::string settings = MDOMAIN::PATHS::SettingsDb();
+  ASSERT_EQ(0, BCC::getInstance()->addBCC(BCC_SENDER, "boss", "archive"));
+  std::filesystem::copy(settings, settings + ".new");
+  ASSERT_EQ(0, BCC::getInstance()->deleteAllBCC());
+  std::filesystem::rename(settings + ".new", settings);
+  EXPECT_THAT(Rules(0), ElementsAre("boss 1 archive"));
+}
+
 TEST_F(BccTest, TriesAgainAfterAFileThatCannotBeOpened) {
   Write("/var/packages/Postara-Server/etc/mailserver.db", "this is not a database, by its length");
   EXPECT_EQ(nullptr, BCC::getInstance());

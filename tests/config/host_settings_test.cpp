@@ -92,6 +92,20 @@ TEST_F(HostSettingsTest, ReadsWhatIsSet) {
   EXPECT_EQ(settings.winbind.timeout, 7);
 }
 
+TEST_F(HostSettingsTest, SentinelsAskForAReplicaUnlessTheFileSaysOtherwise) {
+  const std::pair<const char*, int> cases[] = {
+      {"[keystore]\n", 0},
+      {"[keystore]\nsentinels = a\nmaster = m\n", 1},
+      {"[keystore]\nmin_replicas = 0\nsentinels = a\nmaster = m\n", 0}};
+  for (const auto& [bytes, want] : cases) {
+    HostSettings settings;
+    std::string error;
+    Write(kFile, bytes);
+    ASSERT_TRUE(ReadHostSettings(settings, error)) << error;
+    EXPECT_EQ(settings.keystore.min_replicas, want) << bytes;
+  }
+}
+
 TEST_F(HostSettingsTest, EveryMistakeIsNamedWithItsLine) {
   WritePassword("open", "secret\n", 0640);
   WritePassword("empty", "\n", 0600);

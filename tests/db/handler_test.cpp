@@ -10,6 +10,7 @@
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/schema.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/mail_conf.h"
 #include "tests/support/domain_db.h"
 
@@ -186,6 +187,41 @@ TEST_F(HandlerTest, StoresRefuseWorkWithoutAHandler) {
   ASSERT_EQ(mailConfSet("acc_domain_name", "corp", true, 0), 0);
   EXPECT_NE(DomainDBHandler::GetDomainDBHandler(), nullptr);
   EXPECT_TRUE(std::filesystem::exists(MDOMAIN::PATHS::EtcDir() + "corp_DOMAIN.db"));
+}
+
+// On a machine that pulls, whoever has the model open has to see the next one.
+TEST_F(HandlerTest, AFileThatTookThePlaceIsRead) {
+  const std::string beside = DbPath() + ".new";
+  const auto replace_by = [&](const std::string& name) {
+    std::filesystem::copy(DbPath(), beside, std::filesystem::copy_options::overwrite_existing);
+    SqliteFile(beside).Run("UPDATE domain_table SET domain_name='" + name + "' WHERE domain_idx=1");
+    std::filesystem::rename(beside, DbPath());
+  };
+  MakeFile(4);
+  MDOMAIN::DB::Domain store;
+  const auto name = [&] {
+    std::string text;
+    return store.GetName(1, text) ? text : "unreadable";
+  };
+  EXPECT_EQ(name(), "a.example");
+  replace_by("b2.example");
+  EXPECT_EQ(name(), "b2.example");
+  {
+    const BatchScope scope(DomainDBHandler::GetDomainDBHandler());
+    replace_by("c2.example");
+    EXPECT_EQ(name(), "b2.example");
+  }
+  EXPECT_EQ(name(), "c2.example");
+  std::filesystem::rename(DbPath(), beside);
+  EXPECT_EQ(name(), "c2.example");  // nothing better is known
+  EXPECT_FALSE(std::filesystem::exists(DbPath()));
+  std::ofstream(DbPath()) << "no database";
+  EXPECT_EQ(name(), "unreadable");
+  EXPECT_TRUE(Logged("file is not a database"));
+  TakeLog();
+  std::filesystem::rename(beside, DbPath());
+  EXPECT_EQ(name(), "c2.example");
+  EXPECT_NE(DomainDBHandler::GetDomainDBHandler(), nullptr);
 }
 
 TEST_F(HandlerTest, SelectGivesTextsAndFailuresCarryTheirReason) {

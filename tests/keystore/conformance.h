@@ -10,13 +10,15 @@
 
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/nodes.h"
 #include "tests/support/fixture.h"
 
 namespace test {
 
 struct StoreCase {
   std::string name;
-  // The host.ini that selects an empty store; empty: none is written.
+  // The host.ini that selects an empty store, which this machine then manages; empty: none is
+  // written.
   std::function<std::string()> host_ini;
 };
 
@@ -29,6 +31,9 @@ class KeyStoreConformance : public RootTest, public ::testing::WithParamInterfac
   KeyStoreConformance() {
     if (GetParam().host_ini) {
       Write("/etc/mailserver-domain/host.ini", GetParam().host_ini());
+      korvmailserver::StoreStanding seen;
+      EXPECT_TRUE(korvmailserver::ReadStoreStanding(seen));
+      EXPECT_TRUE(korvmailserver::BeginManaging(seen));
     }
   }
 

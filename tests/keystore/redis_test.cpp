@@ -9,14 +9,14 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
-#include "platform/include/node_files.h"
+#include "platform/include/nodes.h"
 #include "tests/support/fixture.h"
 
 namespace test {
 
-using KORV::POSTARA_SERVER::KORVMailNodeCluster;
+using korvmailserver::ReadStoreStanding;
+using korvmailserver::StoreStanding;
 
 // A client gets an answer to each thing that it sends, byte by byte with a pause; with one, the
 // last answer over and over. Then the connection is closed.
@@ -118,8 +118,7 @@ TEST_F(RedisTest, OddAnswersAreRefusedInTime) {
        {"-LOADING Redis is loading the dataset in memory\r\n"},
        0,
        "ROLE refused: LOADING"},
-      {"too few values", {primary, "*0\r\n"}, 0, "too few values"},
-      {"values of a wrong kind", {primary, "+OK\r\n"}, 0, "too few values"},
+      {"values of a wrong kind", {primary, "+OK\r\n+OK\r\n+OK\r\n+OK\r\n+OK\r\n"}, 0, "no list"},
       {"says too much", {primary + primary}, 0, "an answer to no question"},
       {"closes after the login", {primary}, 0, "server closed the connection"},
   };
@@ -127,11 +126,12 @@ TEST_F(RedisTest, OddAnswersAreRefusedInTime) {
     const OddServer server(odd.answers, odd.pause_ms);
     Use("port = " + std::to_string(server.port()) + "\n");
     const auto start = std::chrono::steady_clock::now();
-    std::string value = "untouched";
-    EXPECT_LT(mailConfGet("key", value), 0) << odd.name;
+    StoreStanding standing;
+    standing.manager = "untouched";
+    EXPECT_FALSE(ReadStoreStanding(standing)) << odd.name;
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500))
         << odd.name;
-    EXPECT_EQ(value, "untouched");
+    EXPECT_EQ(standing.manager, "untouched");
     EXPECT_TRUE(Logged(odd.want)) << odd.name << ": " << (log_.empty() ? "" : log_[0].text);
     EXPECT_TRUE(TakeLog().empty()) << odd.name << ": one line says it all";
   }
@@ -143,24 +143,37 @@ TEST_F(RedisTest, AHungSentinelLeavesTimeForTheNext) {
   Use("master = mail\nsentinels = 127.0.0.1:" + std::to_string(drips.port()) +
       ", 127.0.0.1:" + std::to_string(knows_none.port()) + "\n");
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(KORVMailNodeCluster::isClusterHealth(1));
+  StoreStanding standing;
+  EXPECT_FALSE(ReadStoreStanding(standing));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
   EXPECT_TRUE(Logged("127.0.0.1:" + std::to_string(knows_none.port()) + ": knows no mail"));
 }
 
 TEST_F(RedisTest, ANameThatDoesNotResolveIsSaid) {
   Use("host = no-such-host.invalid\n");
-  std::string value;
-  EXPECT_LT(mailConfGet("key", value), 0);
+  StoreStanding standing;
+  EXPECT_FALSE(ReadStoreStanding(standing));
   EXPECT_TRUE(Logged("cannot connect: "));
 }
 
-TEST_F(RedisTest, FilesOfAStoreThatIsNotSharedCannotBePulled) {
-  std::vector<korvmailserver::PublishedFile> files;
-  EXPECT_FALSE(korvmailserver::ListPublishedFiles(files));
+TEST_F(RedisTest, AStoreThatIsAwayKeepsNobodyFromReadingAndWriting) {
+  Use("port = 1\n");
+  EXPECT_EQ(mailConfSet("key", "value", true, 0), 0);
+  std::string value;
+  EXPECT_EQ(mailConfGet("key", value), 0);
+  EXPECT_EQ(value, "value");
+  EXPECT_NE(korvmailserver::WhyUnpublished().find("mdomain node manage"), std::string::npos);
+}
+
+TEST_F(RedisTest, AStoreThatIsNotSharedHasNoMachines) {
+  korvmailserver::PullReport report;
+  EXPECT_FALSE(korvmailserver::PullPublication(false, report));
   EXPECT_TRUE(Logged("keystore.db: this key store is not shared between machines"));
-  EXPECT_EQ(korvmailserver::PullPublishedFile("key"), korvmailserver::PullResult::kFailed);
-  EXPECT_EQ(TakeLog().size(), 1U);
+  korvmailserver::NodeStanding standing;
+  EXPECT_TRUE(korvmailserver::ReadNodeStanding(standing));
+  EXPECT_EQ(standing.role, korvmailserver::NodeRole::kAlone);
+  EXPECT_EQ(mailConfSet("key", "value", true, 0), 0);
+  EXPECT_EQ(TakeLog().size(), 0U);
 }
 
 }  // namespace test

@@ -15,7 +15,7 @@ fuzz_one() {
   local new log=$findings/$1.log used
   new=$(mktemp -d)
   local TIMEFORMAT=%U
-  used=$({ time "$build/bin/$1" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1 \
+  used=$({ time "$build/bin/$1" -max_total_time="$seconds" -timeout=120 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$findings/$1-" "$new" "$source_dir/fuzz/corpus/$1" >"$log" 2>&1; } 2>&1)
   local status=$? runs
   rm -rf "$new"

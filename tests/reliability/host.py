@@ -75,18 +75,22 @@ class Host:
     def remove(self):
         shutil.rmtree(self.root, ignore_errors=True)
 
-    def run(self, *argv, before=(), text=None, timeout=120, program="mdomain"):
-        """A command of mdomain, or another program of the build; `before` stands in front of it."""
+    def run(self, *argv, before=(), text=None, timeout=120, program="mdomain", during=None):
+        """A command of mdomain, or another program of the build; `before` stands in front of it, and
+        `during` is called with the running process."""
         environment = {**os.environ, "MDOMAIN_ROOT": self.root, "UBSAN_OPTIONS": "halt_on_error=1",
                        "ASAN_OPTIONS": "exitcode=99:detect_leaks=0"}
         words = [*before, os.path.join(self.build, "bin", program), *argv]
-        try:
-            ended = subprocess.run(words, env=environment, input=text or b"", capture_output=True,
-                                   timeout=timeout, cwd=self.root, check=False)
-        except subprocess.TimeoutExpired:
-            return Result(-1, "", f"not done after {timeout} seconds")
-        return Result(ended.returncode, ended.stdout.decode(errors="surrogateescape"),
-                      ended.stderr.decode(errors="surrogateescape"))
+        with subprocess.Popen(words, env=environment, cwd=self.root, stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            try:
+                if during:
+                    during(process)
+                out, err = process.communicate(text or b"", timeout)
+            except subprocess.TimeoutExpired:
+                process.kill()
+                return Result(-1, "", f"not done after {timeout} seconds")
+        return Result(process.returncode, *(part.decode(errors="surrogateescape") for part in (out, err)))
 
     def good(self, *argv, **options):
         result = self.run(*argv, **options)

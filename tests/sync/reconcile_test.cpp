@@ -244,6 +244,14 @@ TEST_F(ReconcileTest, TextsOfDisclaimersAreSettled) {
   EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kMended);
   EXPECT_EQ(Configured(key), PATHS::DisclaimerContent(1));
   EXPECT_EQ(Reconcile(ReconcileScope::kEachChange), ReconcileResult::kNothingToDo);
+
+  // Texts that are missing beside their list were lost; without one they were removed.
+  ASSERT_EQ(MimeDefang().RemoveAllDisclaimerContent(), 0);
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_EQ(Configured(key), PATHS::DisclaimerContent(1));
+  ASSERT_EQ(MimeDefang().RemoveAllDisclaimerList(), 0);
+  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_FALSE(KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::exist(key));
 }
 
 // A run that was killed behind the commit left the SMTP side with the old addresses.

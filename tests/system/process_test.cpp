@@ -1,6 +1,7 @@
 #include "platform/include/process.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -127,6 +128,33 @@ TEST_F(ProcessTest, DoesNotWaitForWhatTheProgramLeftRunning) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(KLIBCPopenErrorText(), "told\n");
   EXPECT_LT(Since(start).count(), 10);
+}
+
+TEST_F(ProcessTest, RunsWithTheGivenInputAndEnvironmentAlone) {
+  Write("/hook",
+        "#!/bin/sh\nwc -c\nenv | grep -vE '^(PWD|_|SHLVL)='\necho err >&2\nsleep 20 &\nexit 7\n");
+  korvmailserver::ProgramCall call{root() + "/hook", {"A=b c"}, std::string(300000, 'x'), 0};
+  EXPECT_EQ(korvmailserver::RunProgram(call).status, -1);
+  EXPECT_EQ(errno, EACCES);
+  ASSERT_EQ(chmod(call.path.c_str(), 0700), 0);
+  const auto start = std::chrono::steady_clock::now();
+  for (const bool has_standard_descriptors : {true, false}) {
+    EXPECT_TRUE(test::InChild([&] {
+      for (int fd = 0; !has_standard_descriptors && fd < 3; ++fd) {
+        close(fd);
+      }
+      const korvmailserver::ProgramEnd end = korvmailserver::RunProgram(call);
+      return end.output == "300000\nA=b c\nerr\n" && end.status == 7 && !end.is_late;
+    }));
+  }
+  EXPECT_LT(Since(start).count(), 10);
+
+  Write("/hook", "#!/bin/sh\necho begun\nsleep 60 | cat\n");
+  call.seconds = 1;
+  const korvmailserver::ProgramEnd end = korvmailserver::RunProgram(call);
+  EXPECT_TRUE(end.is_late);
+  EXPECT_EQ(end.output, "begun\n");
+  EXPECT_EQ(end.status, 128 + SIGKILL);
 }
 
 TEST_F(ProcessTest, HandsOnTheEffectiveIdsAsRealOnes) {

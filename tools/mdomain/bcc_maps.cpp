@@ -2,19 +2,30 @@
 
 #include <json/reader.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/sync/model_in_force.h"
+#include "lib-domain/sync/node_publication.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/model.h"
 
 namespace mdomain {
 namespace {
 
+namespace fs = std::filesystem;
+
+std::string ReportPath() {
+  return MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json";
+}
+
 // What the compiler wrote about its last run.
 Json::Value ReadReport() {
-  const std::string path = MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json";
+  const std::string path = ReportPath();
   std::string bytes;
   Json::Value report;
   Json::CharReaderBuilder builder;
@@ -52,10 +63,32 @@ std::vector<std::string> Sentences(const Json::Value& report) {
 
 }  // namespace
 
-void MakeBccMaps(Call& call) {
+bool HasMapCompiler() {
+  return KLIBCFileExist(MDOMAIN::PATHS::BccMapCompiler().c_str());
+}
+
+bool MapsFollowFrom(const std::string& key) {
+  return key == MDOMAIN::UTILS::kDatabaseKey || key == MDOMAIN::CONTROL::INTERNAL::kBccFileKey ||
+         key == "alias_db";
+}
+
+bool AreMapsOld() {
+  std::string model;
+  MDOMAIN::UTILS::GetModelPathWith("", "", model);
+  const std::string sources[] = {model, MDOMAIN::PATHS::SettingsDb(), MDOMAIN::PATHS::AliasDb()};
+  std::error_code error;
+  const auto made = fs::last_write_time(ReportPath(), error);  // the oldest time without a report
+  return std::any_of(std::begin(sources), std::end(sources), [&](const std::string& source) {
+    std::error_code missing;
+    const auto written = fs::last_write_time(source, missing);
+    return !missing && written > made;
+  });
+}
+
+void CompileMaps() {
   RequireOwnSettings();
   const std::string program = MDOMAIN::PATHS::BccMapCompiler();
-  if (!KLIBCFileExist(program.c_str())) {
+  if (!HasMapCompiler()) {
     throw Failure(kFailed, "there is no map compiler at " + program + ": link korv_bcc_map there");
   }
   BCC* bcc = BCC::getInstance();
@@ -63,6 +96,10 @@ void MakeBccMaps(Call& call) {
   if (status != 0) {
     throw Failure(kFailed, program + " failed, the old maps stay");
   }
+}
+
+void MakeBccMaps(Call& call) {
+  CompileMaps();
   const Json::Value report = ReadReport();
   if (call.out().json()) {
     call.out().Record(report, {});

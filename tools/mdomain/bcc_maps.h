@@ -1,12 +1,25 @@
-// mdomain bcc maps: runs the map compiler and shows what it made.
+// The maps of blind copies: runs their compiler; mdomain bcc maps shows what it made.
 #ifndef TOOLS_MDOMAIN_BCC_MAPS_H
 #define TOOLS_MDOMAIN_BCC_MAPS_H
+
+#include <string>
 
 #include "tools/mdomain/command.h"
 
 namespace mdomain {
 
+// mdomain bcc maps.
 void MakeBccMaps(Call& call);
+
+// Whether the compiler is installed where the mail server looks for it.
+bool HasMapCompiler();
+// Whether the maps follow from the file that is published under this key.
+bool MapsFollowFrom(const std::string& key);
+// Whether one of these files is newer than the last run of the compiler, as after a run that was
+// killed before it.
+bool AreMapsOld();
+// Throws a Failure when the old maps stay.
+void CompileMaps();
 
 }  // namespace mdomain
 

@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "lib-domain/base/text.h"
-#include "lib-domain/sync/node_publication.h"
-#include "platform/include/node_files.h"
 #include "tools/mdomain/leftovers.h"
+#include "tools/mdomain/log_view.h"
+#include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -19,19 +19,6 @@ namespace {
 std::map<std::string, Noun>& Table() {
   static std::map<std::string, Noun> table;
   return table;
-}
-
-void RequirePublisher() {
-  std::string node;
-  if (!korvmailserver::GetPublisher(MDOMAIN::UTILS::kDatabaseKey, node)) {
-    throw Failure(kFailed,
-                  "the key store does not tell which machine publishes, nothing was changed");
-  }
-  if (!node.empty() && node != korvmailserver::NodeName()) {
-    throw Failure(kRefused, "the domains are managed on " + node +
-                                ": change them there, or make this machine the one that manages "
-                                "them (mdomain node take-over)");
-  }
 }
 
 }  // namespace
@@ -82,7 +69,23 @@ void Call::LockHere() {
 
 void Call::Lock() {
   LockHere();
-  RequirePublisher();
+  RequireManager();
+  publication_ = std::make_unique<korvmailserver::PublicationScope>();
+}
+
+void Call::Unlock() {
+  lock_.reset();
+}
+
+std::string Call::EndPublication() {
+  if (!publication_) {
+    return "";
+  }
+  const HeldLog log;
+  publication_.reset();
+  std::string why = korvmailserver::WhyUnpublished();
+  log.Show(why);
+  return why;
 }
 
 void Call::Confirm(const std::string& question) {

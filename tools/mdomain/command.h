@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/nodes.h"
 #include "tools/mdomain/lock.h"
 #include "tools/mdomain/output.h"
 #include "tools/mdomain/status.h"
@@ -118,11 +119,15 @@ class Call {
   Output& out() { return out_; }
 
   // Takes the lock file and holds it until the process ends. Refused where another machine
-  // publishes: that one has the model, and a change here would be lost or would undo a change
-  // there.
+  // manages the domains: that one has the model, and a change here would be lost or would undo a
+  // change there. From then on changes are kept back from a shared key store until EndPublication.
   void Lock();
   // Takes the lock file on every machine.
   void LockHere();
+  // Gives it back, for a command that goes on waiting.
+  void Unlock();
+  // Publishes what was changed since Lock, all at once. Why that failed, or the empty string.
+  std::string EndPublication();
   // Asks on the terminal unless --yes was given, then takes the lock. Declined: a failure. No
   // terminal and no --yes: wrong usage.
   void Confirm(const std::string& question);
@@ -134,6 +139,7 @@ class Call {
   std::map<std::string, std::vector<std::string>> values_;
   Output out_;
   std::unique_ptr<ChangeLock> lock_;
+  std::unique_ptr<korvmailserver::PublicationScope> publication_;
 };
 
 }  // namespace mdomain

@@ -40,6 +40,9 @@ constexpr Row kStatuses[] = {
     {"5",
      "Spared: a refresh did everything but delete, because more accounts are gone than its limit "
      "allows."},
+    {"6",
+     "Unpublished: the change was made on this machine, and the key store that other machines read "
+     "has not got it yet. mdomain publish or the next change brings it there."},
 };
 
 constexpr Row kFiles[] = {

@@ -59,6 +59,14 @@ Unshown& Kept() {
 }
 
 bool shows_errors = false;
+bool shows_all = false;
+
+struct HeldLine {
+  int level;
+  std::string text;
+};
+std::vector<HeldLine> held;
+bool is_held = false;
 
 bool IsLibrarys(const std::string& line) {
   return line.rfind(kUnit, 0) == 0;
@@ -89,11 +97,16 @@ void Show(int level, const std::string& line) {
 }
 
 void Take(int level, const std::string& line, bool verbose) {
-  if (level != MDOMAIN::BASE::kLogNotice) {
+  const bool is_notice = level == MDOMAIN::BASE::kLogNotice;
+  if (!is_notice && is_held) {
+    held.push_back({level, WithoutHead(line)});
+  } else if (!is_notice) {
     Keep(level, line);
   }
   if (verbose) {
     Show(level, line);
+  } else if (is_held) {
+    return;
   } else if (level == MDOMAIN::BASE::kLogWarning ||
              (shows_errors && level == MDOMAIN::BASE::kLogError)) {
     Show(level, WithoutHead(line));
@@ -114,6 +127,7 @@ void FollowRefresh(const std::string& line) {
 void ShowLog(bool verbose) {
   const bool keep_from_syslog = !korvmailserver::RootPrefix().empty();
   shows_errors = verbose;
+  shows_all = verbose;
   korvmailserver::SetMailLogSink([=](int level, const std::string& line) {
     Take(level, line, verbose);
     return keep_from_syslog;
@@ -142,6 +156,33 @@ std::string WithCause(const std::string& message) {
                                    [](const std::string& text) { return !text.empty(); });
   const bool said = cause == std::end(causes) || message.find(*cause) != std::string::npos;
   return said ? message : message + ": " + *cause;
+}
+
+HeldLog::HeldLog() {
+  held.clear();
+  is_held = true;
+}
+
+HeldLog::~HeldLog() {
+  is_held = false;
+}
+
+std::vector<std::string> HeldLog::Lines() const {
+  std::vector<std::string> lines(held.size());
+  std::transform(held.begin(), held.end(), lines.begin(),
+                 [](const HeldLine& line) { return line.text; });
+  return lines;
+}
+
+void HeldLog::Show(const std::string& said) const {
+  const auto holds = [](const std::string& text, const std::string& part) {
+    return !part.empty() && text.find(part) != std::string::npos;
+  };
+  for (const HeldLine& line : held) {
+    if (!shows_all && !holds(said, line.text) && !holds(line.text, said)) {
+      mdomain::Show(line.level, line.text);
+    }
+  }
 }
 
 Progress::Progress() {

@@ -3,6 +3,7 @@
 #define TOOLS_MDOMAIN_LOG_VIEW_H
 
 #include <string>
+#include <vector>
 
 namespace mdomain {
 
@@ -18,6 +19,21 @@ void ShowErrors();
 // about a database file or logged as an error by the platform, which names a file or a server; else
 // its first warning where nothing else was logged, or the first error of the library.
 std::string WithCause(const std::string& message);
+
+// While one lives, warnings and errors are collected, and are neither shown (but with `verbose`)
+// nor taken for the cause of a later failure. One at a time.
+class HeldLog {
+ public:
+  HeldLog();
+  ~HeldLog();
+  HeldLog(const HeldLog&) = delete;
+  HeldLog& operator=(const HeldLog&) = delete;
+
+  // The lines without the name of their source, in their order.
+  std::vector<std::string> Lines() const;
+  // Shows those that say something else than `said`.
+  void Show(const std::string& said = "") const;
+};
 
 // While one lives, a terminal on standard error shows how far a refresh is. Elsewhere it is silent.
 class Progress {

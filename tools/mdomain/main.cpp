@@ -10,6 +10,7 @@
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/log_view.h"
+#include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/parser.h"
 #include "tools/mdomain/text.h"
 
@@ -35,6 +36,26 @@ void RequireRootInForce() {
   }
 }
 
+// Runs the command, publishes what it changed, then prints. A change that was made and did not
+// reach the other machines is no failure: it is done here.
+void Finish(Call& call, const Command& command) {
+  try {
+    command.run(call);
+  } catch (...) {
+    const std::string why = call.EndPublication();
+    if (!why.empty()) {
+      std::cerr << "mdomain: warning: " << Printable("not published: " + why) << "\n";
+    }
+    throw;
+  }
+  const std::string why = call.EndPublication();
+  call.out().Flush();
+  ShowErrors();
+  if (!why.empty()) {
+    throw Failure(kUnpublished, "done here, not published: " + why + "; " + HowToPublish());
+  }
+}
+
 void Run(const Parsed& parsed) {
   if (!parsed.options.root.empty()) {
     const std::string root = std::filesystem::absolute(parsed.options.root);
@@ -49,9 +70,7 @@ void Run(const Parsed& parsed) {
   } else if (parsed.command->effect == Effect::kChangesHere) {
     call.LockHere();
   }
-  parsed.command->run(call);
-  call.out().Flush();
-  ShowErrors();
+  Finish(call, *parsed.command);
 }
 
 int Tell(Status status, const std::string& message) {

@@ -90,13 +90,11 @@ Json::Value SummaryJson(const RefreshSummary& summary, bool dry_run) {
 
 // "3012: anna, ben, ... and 3002 more": a first refresh finds everybody new.
 std::string WriteSome(const Json::Value& items, const std::string& separator) {
-  constexpr Json::ArrayIndex kShown = 10;
-  std::string text = items.empty() ? "0" : std::to_string(items.size()) + ":";
-  for (Json::ArrayIndex i = 0; i < items.size() && i < kShown; ++i) {
-    text += (i == 0 ? " " : separator) + items[i].asString();
+  std::vector<std::string> texts;
+  for (const Json::Value& item : items) {
+    texts.push_back(item.asString());
   }
-  return items.size() <= kShown ? text
-                                : text + " and " + std::to_string(items.size() - kShown) + " more";
+  return std::to_string(texts.size()) + (texts.empty() ? "" : ": " + FirstOf(texts, separator));
 }
 
 std::string WriteSome(const Json::Value& items) {
@@ -266,6 +264,10 @@ void Publish(Call& call) {
   updater.AllowEmptyPublication(call.Has("--force"));
   if (!updater.Trigger()) {
     throw Failure(kFailed, "publishing failed");
+  }
+  const std::string why = call.EndPublication();
+  if (!why.empty()) {
+    throw Failure(kFailed, "nothing was published: " + why);
   }
   Json::Value done;
   done["published"] = true;

@@ -4,8 +4,10 @@
 #include <unistr.h>
 #include <uniwidth.h>
 
+#include <algorithm>
 #include <cstdint>
 
+#include "lib-domain/base/text.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/status.h"
 
@@ -57,6 +59,15 @@ std::string ValidUtf8(const std::string& text) {
 
 int Width(const std::string& text) {
   return u8_width(Bytes(text), text.size(), "UTF-8");
+}
+
+std::string FirstOf(const std::vector<std::string>& texts, const std::string& separator) {
+  constexpr size_t kShown = 10;
+  const size_t shown = std::min(texts.size(), kShown);
+  const std::vector<std::string> first(texts.begin(), texts.begin() + static_cast<long>(shown));
+  const std::string text = MDOMAIN::BASE::Join(first, separator);
+  return shown == texts.size() ? text
+                               : text + " and " + std::to_string(texts.size() - shown) + " more";
 }
 
 std::string Counted(size_t count, const std::string& noun) {

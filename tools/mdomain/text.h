@@ -28,6 +28,9 @@ std::string ValidUtf8(const std::string& text);
 // Columns that a printable text takes on a terminal.
 int Width(const std::string& text);
 
+// "a, b, c", of more than ten the first ten "and N more".
+std::string FirstOf(const std::vector<std::string>& texts, const std::string& separator = ", ");
+
 // "1 user", "2 users".
 std::string Counted(size_t count, const std::string& noun);
 

@@ -116,7 +116,7 @@ int BCC::_Init() {
     return -1;
   }
   handler_->readMissingAsNew();
-  if (handler_->connect() != 0) {
+  if (_OpenFile() == nullptr) {
     LOG_ERROR("bcc db connect fail");
     return -1;
   }
@@ -124,7 +124,17 @@ int BCC::_Init() {
   return 0;
 }
 
+// The connection to the file that stands there now; null when it cannot be opened.
+sqlite3* BCC::_OpenFile() {
+  if (handler_->isReplaced()) {
+    handler_->disconnect();
+  }
+  handler_->connect();
+  return handler_->getDB();
+}
+
 int BCC::_RunBatch(const std::vector<std::string>& statements) {
+  _OpenFile();
   const int result = handler_->exeCmds(statements, true);
   if (result != 0) {
     LOG_ERROR("sqlite3_step: [%d] %s\n", result, handler_->GetErrText().c_str());
@@ -134,7 +144,7 @@ int BCC::_RunBatch(const std::vector<std::string>& statements) {
 }
 
 int BCC::_ForEachRow(const std::string& statement, const RowVisitor& visit) {
-  korvmailserver::Statement rows(handler_->getDB(), statement);
+  korvmailserver::Statement rows(_OpenFile(), statement);
   const auto read = [&visit](const korvmailserver::Statement& row) {
     visit({row.Text(0), row.Int(1), row.Text(2)}, row.Int(3));
   };
@@ -240,7 +250,7 @@ int BCC::getBCCList(const Filter& filter, std::list<BccInfo>& rules) {
 }
 
 int BCC::getTotalBccNum(const Filter& filter) {
-  korvmailserver::Statement count(handler_->getDB(), Format(kCount, domain_id_, filter.type));
+  korvmailserver::Statement count(_OpenFile(), Format(kCount, domain_id_, filter.type));
   if (count.Step() != SQLITE_ROW) {
     LOG_ERROR("queryBCC data fail");
     return -1;

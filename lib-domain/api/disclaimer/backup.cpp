@@ -12,6 +12,7 @@
 #include "lib-domain/record/domain.h"
 #include "platform/include/files.h"
 #include "platform/include/key_store.h"
+#include "platform/include/nodes.h"
 #include "platform/include/process.h"
 
 using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
@@ -55,6 +56,7 @@ bool ReadBackup(const std::string& path, Json::Value& all) {
 // Replaces the disclaimers of all domains by those of `all`; on failure those of `before` are in
 // force again.
 int ReplaceAll(MimeDefang& mimedefang, const Json::Value& all, const Json::Value& before) {
+  const korvmailserver::PublicationScope publication;
   if (mimedefang.RemoveAllDisclaimerContent() >= 0 && mimedefang.RemoveAllDisclaimerList() >= 0 &&
       mimedefang.SetSystemAllDisclaimerList(all) >= 0) {
     return 0;

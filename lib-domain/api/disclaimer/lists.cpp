@@ -15,6 +15,7 @@
 #include "lib-domain/record/domain.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/nodes.h"
 
 using namespace MDOMAIN;                 // NOLINT(google-build-using-namespace)
 using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
@@ -92,6 +93,7 @@ int MimeDefang::GetDisclaimerList(int domain_idx, Json::Value& list) {
 }
 
 int MimeDefang::SetDisclaimerList(int domain_idx, const Json::Value& list) {
+  const korvmailserver::PublicationScope publication;
   if (!IsArrayOfObjects(list)) {
     LOG_ERROR("Failed to set Config");
     return -1;

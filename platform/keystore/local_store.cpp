@@ -1,0 +1,297 @@
+// Keys in "key_table"; what this machine remembers of a shared store in tables of their own, which
+// appear with their first row.
+#include "platform/keystore/local_store.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/include/files.h"
+#include "platform/include/root_path.h"
+
+namespace korvmailserver {
+
+namespace {
+
+constexpr char kFolder[] = "/var/packages/Postara-Server/etc";
+constexpr char kFile[] = "/keystore.db";
+constexpr char kSchema[] =
+    "create table key_table(name TEXT NOT NULL PRIMARY KEY, tree TEXT NOT NULL,"
+    " value TEXT NOT NULL);"
+    "create index IDX_key_table_tree on key_table(tree, name);";
+constexpr char kSelectOne[] = "SELECT value FROM key_table WHERE name = ?1";
+constexpr char kSelectTree[] = "SELECT name FROM key_table WHERE tree = ?1 ORDER BY name";
+constexpr char kSelectAll[] = "SELECT name, value FROM key_table";
+constexpr char kReplace[] =
+    "INSERT OR REPLACE INTO key_table(name, tree, value) VALUES(?1, ?2, ?3)";
+constexpr char kDeleteAll[] = "DELETE FROM key_table";
+constexpr char kDelete[] = "DELETE FROM key_table WHERE name = ?1";
+
+constexpr char kNodeSchema[] =
+    "CREATE TABLE IF NOT EXISTS node_table(name TEXT NOT NULL PRIMARY KEY, value TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS node_file_table(key TEXT NOT NULL PRIMARY KEY, path TEXT NOT NULL,"
+    " stamp TEXT NOT NULL, size INTEGER NOT NULL, digest TEXT NOT NULL, pieces BLOB NOT NULL)";
+constexpr char kHasNodeTables[] =
+    "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'node_file_table'";
+constexpr char kSelectState[] = "SELECT name, value FROM node_table";
+constexpr char kReplaceState[] = "INSERT OR REPLACE INTO node_table(name, value) VALUES(?1, ?2)";
+constexpr char kSelectFiles[] =
+    "SELECT key, path, stamp, size, digest, pieces FROM node_file_table";
+constexpr char kReplaceFile[] =
+    "INSERT OR REPLACE INTO node_file_table(key, path, stamp, size, digest, pieces)"
+    " VALUES(?1, ?2, ?3, ?4, ?5, ?6)";
+constexpr char kDeleteFile[] = "DELETE FROM node_file_table WHERE key = ?1";
+
+// Writers hold the file for milliseconds; one that holds it longer is stuck.
+constexpr int kBusyTimeout = 10000;
+
+bool HasNodeTables(sqlite3* db) {
+  bool has = false;
+  Statement(db, kHasNodeTables).ForEachRow([&](const Statement& /*row*/) { has = true; });
+  return has;
+}
+
+bool WriteKeys(sqlite3* db, const LocalStore::Change& change) {
+  if (change.drop_other_keys && !Statement(db, kDeleteAll).Run()) {
+    return false;
+  }
+  Statement replace(db, kReplace);
+  Statement remove(db, kDelete);
+  return std::all_of(change.entries.begin(), change.entries.end(),
+                     [&](const auto& entry) {
+                       replace.Bind(1, entry.first);
+                       replace.Bind(2, KeyStoreTreeOf(entry.first));
+                       replace.Bind(3, entry.second);
+                       return replace.Run();
+                     }) &&
+         std::all_of(change.removed_keys.begin(), change.removed_keys.end(),
+                     [&](const std::string& key) {
+                       remove.Bind(1, key);
+                       return remove.Run();
+                     });
+}
+
+bool WriteMemory(sqlite3* db, const LocalStore::Change& change) {
+  if (change.memory.empty() && change.files.empty() && change.removed_files.empty()) {
+    return true;
+  }
+  if (sqlite3_exec(db, kNodeSchema, nullptr, nullptr, nullptr) != SQLITE_OK) {
+    return false;
+  }
+  Statement remember(db, kReplaceState);
+  Statement replace(db, kReplaceFile);
+  Statement remove(db, kDeleteFile);
+  return std::all_of(change.memory.begin(), change.memory.end(),
+                     [&](const auto& entry) {
+                       remember.Bind(1, entry.first);
+                       remember.Bind(2, entry.second);
+                       return remember.Run();
+                     }) &&
+         std::all_of(change.files.begin(), change.files.end(),
+                     [&](const auto& entry) {
+                       const auto& [key, file] = entry;
+                       replace.Bind(1, key);
+                       replace.Bind(2, file.path);
+                       replace.Bind(3, file.stamp);
+                       replace.Bind(4, file.size);
+                       replace.Bind(5, file.digest);
+                       replace.Bind(6, file.pieces);
+                       return replace.Run();
+                     }) &&
+         std::all_of(change.removed_files.begin(), change.removed_files.end(),
+                     [&](const std::string& key) {
+                       remove.Bind(1, key);
+                       return remove.Run();
+                     });
+}
+
+}  // namespace
+
+LocalStore::LocalStore() : folder_(UnderRoot(kFolder)), path_(folder_ + kFile) {}
+
+bool LocalStore::Get(const std::vector<std::string>& keys,
+                     std::map<std::string, std::string>& values, std::string& error) {
+  return _Read(error, [&](sqlite3* db) {
+    Statement select(db, kSelectOne);
+    for (const std::string& key : keys) {
+      select.Bind(1, key);
+      if (!select.ForEachRow([&](const Statement& row) { values[key] = row.Text(0); })) {
+        return false;
+      }
+      select.Reset();
+    }
+    return true;
+  });
+}
+
+bool LocalStore::Set(const Entries& entries, std::string& error) {
+  std::vector<std::string> keys;
+  keys.reserve(entries.size());
+  for (const auto& entry : entries) {
+    keys.push_back(entry.first);
+  }
+  std::map<std::string, std::string> stored;
+  if (!Get(keys, stored, error)) {
+    return false;
+  }
+  Change change;
+  change.entries = ChangedEntries(entries, stored);
+  return change.entries.empty() || Apply(change, error);
+}
+
+bool LocalStore::Remove(const std::vector<std::string>& keys, std::string& error) {
+  Change change;
+  change.removed_keys = keys;
+  return !KLIBCFileExist(path_.c_str()) || Apply(change, error);
+}
+
+bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, std::string& error) {
+  return _Read(error, [&](sqlite3* db) {
+    Statement select(db, kSelectTree);
+    select.Bind(1, tree);
+    return select.ForEachRow([&](const Statement& row) { keys.push_back(row.Text(0)); });
+  });
+}
+
+bool LocalStore::All(std::map<std::string, std::string>& values, std::string& error) {
+  return _Read(error, [&](sqlite3* db) {
+    return Statement(db, kSelectAll).ForEachRow([&](const Statement& row) {
+      values[row.Text(0)] = row.Text(1);
+    });
+  });
+}
+
+bool LocalStore::SetFile(const std::string& key, const std::string& path, std::string& error) {
+  return Set({{key, path}}, error);
+}
+
+bool LocalStore::IsHealthy(std::string& error) {
+  if (KLIBCFileExist(path_.c_str())) {
+    return _Write(error, [](sqlite3*) { return true; });
+  }
+  std::string folder = folder_;
+  while (!folder.empty() && !KLIBCFileExist(folder.c_str())) {
+    folder.erase(folder.rfind('/'));
+  }
+  if (eaccess(folder.empty() ? "/" : folder.c_str(), W_OK | X_OK) != 0) {
+    error = "not writable: " + folder;
+    return false;
+  }
+  return true;
+}
+
+bool LocalStore::ReadMemory(Memory& memory, std::string& error) {
+  return _Read(error, [&](sqlite3* db) {
+    return !HasNodeTables(db) || Statement(db, kSelectState).ForEachRow([&](const Statement& row) {
+      memory[row.Text(0)] = row.Text(1);
+    });
+  });
+}
+
+bool LocalStore::ReadFiles(KnownFiles& files, std::string& error) {
+  return _Read(error, [&](sqlite3* db) {
+    return !HasNodeTables(db) || Statement(db, kSelectFiles).ForEachRow([&](const Statement& row) {
+      files[row.Text(0)] = {row.Text(1), row.Text(2), row.Int64(3), row.Text(4), row.Text(5)};
+    });
+  });
+}
+
+bool LocalStore::Apply(const Change& change, std::string& error) {
+  return _Write(error,
+                [&](sqlite3* db) { return WriteKeys(db, change) && WriteMemory(db, change); });
+}
+
+// Opens the file, or leaves the connection null when it is missing and nothing is to be written.
+bool LocalStore::_Open(bool write, std::string& error) {
+  struct stat status = {};
+  const bool present = stat(path_.c_str(), &status) == 0;
+  const bool same = present && status.st_ino == inode_ && status.st_dev == device_;
+  if (same && (writer_ || (reader_.Get() != nullptr && !write))) {
+    return true;
+  }
+  _Close();
+  inode_ = status.st_ino;
+  device_ = status.st_dev;
+  if (write || (present && eaccess(path_.c_str(), W_OK) == 0)) {
+    return _OpenWriter(error);
+  }
+  return !present || _OpenReader(error);
+}
+
+void LocalStore::_Close() {
+  writer_.reset();
+  reader_.Close();
+}
+
+bool LocalStore::_OpenReader(std::string& error) {
+  if (reader_.Open(path_, Connection::Mode::kRead, kBusyTimeout) == SQLITE_OK) {
+    return true;
+  }
+  error = reader_.Error();
+  return false;
+}
+
+bool LocalStore::_MakeFolder(std::string& error) {
+  if (KLIBCFileExist(folder_.c_str())) {
+    return true;
+  }
+  const FolderResult made = MakeServiceFolder(folder_, 0755);
+  if (made == FolderResult::kNoAccount) {
+    error = std::string("no account ") + kServiceAccount;
+  } else if (made == FolderResult::kFailed) {
+    error = std::string("cannot make its folder: ") + strerror(errno);
+  }
+  return made == FolderResult::kDone;
+}
+
+// A failed connect has its own log line.
+bool LocalStore::_OpenWriter(std::string& error) {
+  if (!_MakeFolder(error)) {
+    return false;
+  }
+  auto writer = std::make_unique<DBHandler>(path_, kSchema);
+  writer->setBusyTimeout(kBusyTimeout);
+  struct stat status = {};
+  if (writer->connect() != 0 || stat(path_.c_str(), &status) != 0) {
+    return false;
+  }
+  if (sqlite3_db_readonly(writer->getDB(), "main") == 1) {
+    error = "the file is read-only";
+    return false;
+  }
+  inode_ = status.st_ino;
+  device_ = status.st_dev;
+  writer_ = std::move(writer);
+  return true;
+}
+
+// Runs `body` in one read transaction: what it reads is of one moment.
+template <typename Body>
+bool LocalStore::_Read(std::string& error, const Body& body) {
+  return _Open(false, error) &&
+         (_Database() == nullptr || _Run(Transaction::Kind::kRead, error, body));
+}
+
+template <typename Body>
+bool LocalStore::_Write(std::string& error, const Body& body) {
+  return _Open(true, error) && _Run(Transaction::Kind::kWrite, error, body);
+}
+
+template <typename Body>
+bool LocalStore::_Run(Transaction::Kind kind, std::string& error, const Body& body) {
+  {
+    Transaction transaction(_Database(), kind);
+    if (transaction.Begun() == SQLITE_OK && body(_Database()) &&
+        transaction.Commit() == SQLITE_OK) {
+      return true;
+    }
+    error = sqlite3_errmsg(_Database());
+  }
+  // What is wrong with the file may be mended by the next call; a fresh connection sees it.
+  _Close();
+  return false;
+}
+
+}  // namespace korvmailserver

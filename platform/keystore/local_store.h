@@ -1,0 +1,90 @@
+// The embedded key store: one SQLite file beside the domain database, shared by the processes of
+// one host.
+//
+// A missing file reads as an empty store; the first write creates it, with its folder. A process
+// that may not write the file can still read it: the mail services run under accounts of their own.
+// The connection is kept, and opened again when the file was replaced or removed.
+#ifndef PLATFORM_KEYSTORE_LOCAL_STORE_H
+#define PLATFORM_KEYSTORE_LOCAL_STORE_H
+
+#include <sys/stat.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/include/db_handler.h"
+#include "platform/include/sqlite.h"
+#include "platform/keystore/backend.h"
+
+namespace korvmailserver {
+
+// What is known of a published file of this machine: what it was when it was read or pulled last.
+struct KnownFile {
+  std::string path;   // with the root prefix
+  std::string stamp;  // of the file as it was then; empty: read it again
+  long long size = 0;
+  std::string digest;
+  std::string pieces;  // 32 bytes of digest each
+};
+using KnownFiles = std::map<std::string, KnownFile>;  // by key
+
+class LocalStore : public KeyStoreBackend {
+ public:
+  // Names and values, beside the keys.
+  using Memory = std::map<std::string, std::string>;
+
+  // Made together or not at all.
+  struct Change {
+    bool drop_other_keys = false;  // no key stays but those of `entries`
+    Entries entries;
+    std::vector<std::string> removed_keys;
+    Memory memory;  // to be set; what it does not name stays
+    KnownFiles files;
+    std::vector<std::string> removed_files;
+  };
+
+  LocalStore();
+
+  std::string Name() const override { return path_; }
+  bool Get(const std::vector<std::string>& keys, std::map<std::string, std::string>& values,
+           std::string& error) override;
+  bool Set(const Entries& entries, std::string& error) override;
+  bool Remove(const std::vector<std::string>& keys, std::string& error) override;
+  bool List(const std::string& tree, std::vector<std::string>& keys, std::string& error) override;
+  bool All(std::map<std::string, std::string>& values, std::string& error) override;
+  bool SetFile(const std::string& key, const std::string& path, std::string& error) override;
+  // Takes the write lock and releases it. For a file that does not exist yet the nearest existing
+  // folder above it decides.
+  bool IsHealthy(std::string& error) override;
+
+  bool ReadMemory(Memory& memory, std::string& error);
+  bool ReadFiles(KnownFiles& files, std::string& error);
+  bool Apply(const Change& change, std::string& error);
+
+ private:
+  bool _Open(bool write, std::string& error);
+  void _Close();
+  bool _OpenReader(std::string& error);
+  bool _OpenWriter(std::string& error);
+  bool _MakeFolder(std::string& error);
+  sqlite3* _Database() const { return writer_ ? writer_->getDB() : reader_.Get(); }
+  template <typename Body>
+  bool _Read(std::string& error, const Body& body);
+  template <typename Body>
+  bool _Write(std::string& error, const Body& body);
+  template <typename Body>
+  bool _Run(Transaction::Kind kind, std::string& error, const Body& body);
+
+  const std::string folder_;
+  const std::string path_;
+  std::unique_ptr<DBHandler> writer_;
+  Connection reader_;
+  ino_t inode_ = 0;
+  dev_t device_ = 0;
+};
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_KEYSTORE_LOCAL_STORE_H

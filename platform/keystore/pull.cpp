@@ -1,0 +1,212 @@
+// Bringing a whole publication to a machine that pulls.
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+
+#include "platform/include/files.h"
+#include "platform/include/maillog.h"
+#include "platform/include/root_path.h"
+#include "platform/keystore/copied_store.h"
+#include "platform/keystore/node_paths.h"
+#include "platform/keystore/pieces.h"
+#include "platform/keystore/replacement_file.h"
+
+namespace korvmailserver {
+
+namespace {
+
+// Where the pieces of the file that is here lie in its bytes.
+std::map<std::string, size_t> PlacesOfPieces(const KnownFile& known) {
+  std::map<std::string, size_t> places;
+  const std::vector<std::string> digests = SplitPieces(known.pieces);
+  for (size_t i = 0; i < digests.size(); ++i) {
+    places.emplace(digests[i], i * kPieceSize);
+  }
+  return places;
+}
+
+bool IsOlder(const SharedState& shared, const NodeState& own) {
+  return shared.term < own.term || (shared.term == own.term && shared.version < own.version);
+}
+
+}  // namespace
+
+bool CopiedStore::Pull(bool accept_older, PullReport& report, std::string& error) {
+  NodeState state;
+  SharedContent content;
+  if (!ReadNode(state, error)) {
+    return false;
+  }
+  if (state.role != NodeRole::kMember) {
+    error = "this machine does not pull: mdomain node join makes it one that does";
+    return false;
+  }
+  if (!OnCopy([&](RedisPublication& copy) { return copy.ReadContent(content, error); })) {
+    return false;
+  }
+  if (!content.state.exists) {
+    error = content.state.former_publisher.empty()
+                ? "nothing is published"
+                : content.state.former_publisher +
+                      " publishes in an older form; it is to be upgraded first";
+    return false;
+  }
+  report = {};
+  report.version = content.state.version;
+  report.is_older = !accept_older && IsOlder(content.state, state);
+  return report.is_older || _PullFrom(content, state, report, error);
+}
+
+bool CopiedStore::_PullFrom(const SharedContent& content, NodeState& state, PullReport& report,
+                            std::string& error) {
+  failed_ = local_.Name();
+  LocalStore::Change change;
+  KnownFiles known;
+  std::map<std::string, std::string> old_keys;
+  if (!local_.ReadFiles(known, error) || !local_.All(old_keys, error)) {
+    return false;
+  }
+  bool is_whole = true;
+  std::map<std::string, std::string> keys = content.keys;
+  std::vector<std::pair<size_t, std::unique_ptr<ReplacementFile>>> replacements;
+  for (const auto& [key, shared] : content.files) {
+    std::unique_ptr<ReplacementFile> replacement;
+    report.files.push_back({key, shared.file.path, PullResult::kFailed});
+    KnownFile& file = change.files[key] = known[key];
+    is_whole = _PullFile(shared, file, report.files.back(), replacement) && is_whole;
+    if (keys.count(key) != 0) {
+      keys[key] = UnderRoot(shared.file.path);
+    }
+    if (replacement != nullptr) {
+      replacements.emplace_back(report.files.size() - 1, std::move(replacement));
+    }
+  }
+  for (auto& [index, replacement] : replacements) {
+    PulledFile& file = report.files[index];
+    std::string reason;
+    const bool is_replaced = is_whole && replacement->Replace(reason);
+    file.result = is_replaced ? PullResult::kReplaced : PullResult::kFailed;
+    if (!is_replaced && is_whole) {
+      maillog(kLogError, "file %s: %s", file.key.c_str(), reason.c_str());
+      is_whole = false;
+    }
+  }
+  if (!is_whole) {
+    return false;  // each file has its line
+  }
+  _RemoveUnpublished(content, known, report, change);
+  for (const auto& [key, value] : keys) {
+    const auto old = old_keys.find(key);
+    if ((old == old_keys.end() || old->second != value) && content.files.count(key) == 0) {
+      report.keys.push_back(key);
+    }
+    old_keys.erase(key);
+  }
+  for (const auto& old : old_keys) {
+    report.keys.push_back(old.first);
+  }
+  std::sort(report.keys.begin(), report.keys.end());
+  const bool is_new = !report.keys.empty() || !replacements.empty() ||
+                      !change.removed_files.empty() || state.version != content.state.version ||
+                      state.term != content.state.term;
+  state.manager = content.state.manager;
+  state.term = content.state.term;
+  state.version = content.state.version;
+  state.time = content.state.time;
+  if (is_new) {
+    change.drop_other_keys = true;
+    change.entries.assign(keys.begin(), keys.end());
+    change.memory = MemoryOf(state);
+    failed_ = local_.Name();
+    if (!local_.Apply(change, error)) {
+      return false;
+    }
+  }
+  _Report(state, content, change.files);
+  return true;
+}
+
+// Fetches what this machine lacks of a file into `replacement`; none where the file is here.
+bool CopiedStore::_PullFile(const SharedFile& shared, KnownFile& known, PulledFile& pulled,
+                            std::unique_ptr<ReplacementFile>& replacement) {
+  PublishedPlace place;
+  std::string error;
+  std::string bytes;
+  const auto fail = [&] {
+    maillog(kLogError, "file %s: %s", pulled.key.c_str(), error.c_str());
+    return false;
+  };
+  if (!PlaceOfPublished(shared.file, place, error)) {
+    return fail();
+  }
+  const std::string path = UnderRoot(place.path);
+  if (access(path.c_str(), F_OK) != 0 || !LookAtPulledFile(path, known, bytes)) {
+    known = {};
+    known.path = path;
+  }
+  if (known.digest == shared.file.digest && known.size == shared.file.size) {
+    pulled.result = PullResult::kUnchanged;
+    return true;
+  }
+  if (bytes.empty() && known.size > 0) {
+    known.stamp.clear();
+    LookAtPulledFile(path, known, bytes);
+  }
+  const std::map<std::string, size_t> places = PlacesOfPieces(known);
+  const auto own = [&](const std::string& digest) {
+    const auto found = places.find(digest);
+    return found == places.end() ? "" : bytes.substr(found->second, kPieceSize);
+  };
+  auto made = std::make_unique<ReplacementFile>(path, place.mode);
+  const auto take = [&](const std::string& piece, std::string& reason) {
+    return made->Append(piece, reason);
+  };
+  if (!made->Open(error) || !OnCopy([&](RedisPublication& copy) {
+        return copy.Fetch(pulled.key, shared, own, take, error);
+      })) {
+    return fail();
+  }
+  known = {path, "", shared.file.size, shared.file.digest, shared.pieces};
+  replacement = std::move(made);
+  return true;
+}
+
+// What was pulled once and is published no more: the texts of a domain's disclaimers, for example.
+void CopiedStore::_RemoveUnpublished(const SharedContent& content, const KnownFiles& known,
+                                     PullReport& report, LocalStore::Change& change) {
+  for (const auto& [key, file] : known) {
+    PublishedFile published;
+    PublishedPlace place;
+    std::string ignored;
+    published.key = key;
+    published.path = WithoutRoot(file.path);
+    if (content.keys.count(key) != 0 || !PlaceOfPublished(published, place, ignored)) {
+      continue;
+    }
+    if (unlink(file.path.c_str()) == 0) {
+      report.files.push_back({key, published.path, PullResult::kRemoved});
+    }
+    change.removed_files.push_back(key);
+  }
+}
+
+void CopiedStore::_Report(const NodeState& state, const SharedContent& content,
+                          const KnownFiles& files) {
+  NodeReport report;
+  report.name = NodeName();
+  report.term = state.term;
+  report.version = state.version;
+  report.time = time(nullptr);
+  for (const auto& file : content.files) {
+    const auto own = files.find(file.first);
+    report.digests[file.first] = own == files.end() ? "" : own->second.digest;
+  }
+  std::string error;
+  if (!OnCopy([&](RedisPublication& copy) { return copy.Report(report, state.id, error); })) {
+    maillog(kLogWarning, "key store %s: what this machine has is not recorded: %s", failed_.c_str(),
+            error.c_str());
+  }
+}
+
+}  // namespace korvmailserver

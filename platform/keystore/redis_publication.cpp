@@ -1,0 +1,519 @@
+// Reading the copy, and writing what differs from this machine's content.
+#include "platform/keystore/redis_publication.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "platform/keystore/pieces.h"
+#include "platform/keystore/redis_reply.h"
+#include "platform/keystore/snapshot.h"
+
+namespace korvmailserver {
+
+namespace {
+
+using Access = RedisSession::Access;
+
+// Keys in one command: what the server works on without serving others in between.
+constexpr size_t kKeysPerCommand = 1000;
+// Pieces in one message.
+constexpr size_t kPiecesPerMessage = 32;
+
+// Times that another publication may come in between.
+constexpr int kAttempts = 5;
+
+const RedisCommand kDescription = {"path", "size", "digest", "pieces"};
+
+SharedState StateOf(const std::map<std::string, std::string>& fields) {
+  const auto field = [&](const char* name) {
+    const auto found = fields.find(name);
+    return found == fields.end() ? std::string() : found->second;
+  };
+  SharedState state;
+  state.manager = field("manager");
+  state.manager_id = field("manager_id");
+  state.term = atoll(field("term").c_str());
+  state.version = atoll(field("version").c_str());
+  state.time = atoll(field("time").c_str());
+  state.token = field("token");
+  state.content = field("content");
+  state.exists = !state.manager_id.empty();
+  return state;
+}
+
+// Whether `found` says all that `next` would, but for the number.
+bool IsCurrent(const SharedState& found, const SharedState& next) {
+  return found.exists && found.manager == next.manager && found.manager_id == next.manager_id &&
+         found.term == next.term && found.content == next.content &&
+         found.version == next.version - 1;
+}
+
+// Each text with its length: no two lists of texts give the same bytes.
+void AddTo(Digest& digest, const std::string& text) {
+  digest.Add(std::to_string(text.size()) + ":" + text);
+}
+
+using Files = std::map<std::string, SharedFile>;
+
+std::string DigestOfContent(const std::map<std::string, std::string>& keys, const Files& files) {
+  Digest digest;
+  AddTo(digest, std::to_string(keys.size()));
+  for (const auto& [key, value] : keys) {
+    AddTo(digest, key);
+    AddTo(digest, value);
+  }
+  for (const auto& [key, file] : files) {
+    AddTo(digest, key);
+    AddTo(digest, file.file.path);
+    AddTo(digest, std::to_string(file.file.size));
+    AddTo(digest, file.file.digest);
+    AddTo(digest, file.pieces);
+  }
+  return digest.Text();
+}
+
+// The published files as the store has them after the publication.
+Files FilesAfter(const Publication& publication, const Files& found) {
+  Files files;
+  for (const auto& [key, path] : publication.keys) {
+    const auto own = publication.files.find(key);
+    const auto stored = found.find(key);
+    if (own != publication.files.end()) {
+      const KnownFile& file = own->second;
+      files[key] = {{key, path, file.size, file.digest}, file.pieces, 0};
+    } else if (stored != found.end()) {
+      files[key] = stored->second;
+    }
+  }
+  return files;
+}
+
+// What must be stored under the pieces of a file.
+std::set<std::string> NeededPieces(const std::string& pieces) {
+  const std::vector<std::string> digests = SplitPieces(pieces);
+  return {digests.begin(), digests.end()};
+}
+
+bool IsDescribed(const KnownFile& file, const SharedFile& stored, const std::string& path) {
+  return stored.file.path == path && stored.file.size == file.size &&
+         stored.file.digest == file.digest && stored.pieces == file.pieces;
+}
+
+// Commands that begin with `start` and go on with the names, some at a time.
+template <typename Names>
+void AppendInParts(const RedisCommand& start, const Names& names, const std::string& before,
+                   std::vector<RedisCommand>& commands) {
+  size_t count = 0;
+  for (const std::string& name : names) {
+    if (count++ % kKeysPerCommand == 0) {
+      commands.push_back(start);
+    }
+    commands.back().push_back(before + name);
+  }
+}
+
+}  // namespace
+
+bool RedisPublication::ReadState(SharedState& state, std::string& error) {
+  SharedContent content;
+  const bool is_read =
+      session_.Call(Access::kRead, error, [&] { return ReadNames(false, content); });
+  state = content.state;
+  return is_read;
+}
+
+// The state, and the names of all keys and files.
+bool RedisPublication::ReadNames(bool watch, SharedContent& content) {
+  Commands commands = {{"HGETALL", Key("state")},
+                       {"SMEMBERS", Key("files")},
+                       {"HGET", Key("file:mailserver_domain_db"), "node"},
+                       {"SMEMBERS", Key("tree:")}};
+  for (const std::string& tree : kKeyStoreTrees) {
+    commands.push_back({"SMEMBERS", Key("tree:" + tree)});
+  }
+  if (watch) {
+    commands.insert(commands.begin(), {"WATCH", Key("state")});
+  }
+  std::vector<RedisReply> replies;
+  if (!session_.Run(commands, replies)) {
+    return false;
+  }
+  content = {};
+  auto reply = replies.begin() + (watch ? 1 : 0);
+  for (size_t i = 0; i < commands.size() - (watch ? 1 : 0); ++i) {
+    const int type = (*(reply + static_cast<long>(i)))->type;
+    if (i != 2 && type != REDIS_REPLY_ARRAY) {
+      return session_.Fail("an answer that is no list");
+    }
+  }
+  content.state = StateOf(RedisHash(**reply++));
+  for (const std::string& key : RedisSet(**reply++)) {
+    content.files[key].file.key = key;
+  }
+  const std::string former = RedisText((*reply++).get());
+  content.state.former_publisher = content.state.exists ? "" : former;
+  content.trees[""] = RedisSet(**reply++);
+  for (const std::string& tree : kKeyStoreTrees) {
+    content.trees[tree] = RedisSet(**reply++);
+  }
+  return true;
+}
+
+// The values of the keys and the descriptions of the files that have a name.
+bool RedisPublication::ReadValues(SharedContent& content) {
+  Commands commands;
+  std::vector<std::string> names;
+  for (const auto& tree : content.trees) {
+    names.insert(names.end(), tree.second.begin(), tree.second.end());
+  }
+  AppendInParts({"MGET"}, names, Key("key:"), commands);
+  const size_t value_commands = commands.size();
+  for (const auto& file : content.files) {
+    RedisCommand describe = {"HMGET", Key("file:" + file.first)};
+    describe.insert(describe.end(), kDescription.begin(), kDescription.end());
+    commands.push_back(describe);
+    commands.push_back({"HLEN", Key("pieces:" + file.first)});
+  }
+  std::vector<RedisReply> replies;
+  if (!session_.Run(commands, replies)) {
+    return false;
+  }
+  for (size_t i = 0; i < names.size(); ++i) {
+    const redisReply& reply = *replies[i / kKeysPerCommand];
+    if (i % kKeysPerCommand >= reply.elements) {
+      return session_.Fail("an answer with too few values");
+    }
+    const redisReply& value = *reply.element[i % kKeysPerCommand];
+    if (value.type == REDIS_REPLY_STRING) {
+      content.keys[names[i]].assign(value.str, value.len);
+    }
+  }
+  auto reply = replies.begin() + static_cast<long>(value_commands);
+  for (auto& [key, file] : content.files) {
+    const redisReply& description = **reply++;
+    if (IsRedisList(description, kDescription.size())) {
+      file.file.path = RedisText(description.element[0]);
+      file.file.size = RedisNumber(description.element[1]);
+      file.file.digest = RedisText(description.element[2]);
+      file.pieces = RedisText(description.element[3]);
+    }
+    file.piece_count = RedisNumber((*reply++).get());
+  }
+  return true;
+}
+
+bool RedisPublication::ReadContent(SharedContent& content, std::string& error) {
+  return session_.Call(Access::kRead, error, [&] {
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+      std::vector<RedisReply> replies;
+      if (!ReadNames(false, content) || !ReadValues(content) ||
+          !session_.Run({{"HGETALL", Key("state")}}, replies)) {
+        return false;
+      }
+      const SharedState after = StateOf(RedisHash(*replies[0]));
+      if (after.version == content.state.version && after.token == content.state.token) {
+        return !after.exists || after.content == DigestOfContent(content.keys, content.files) ||
+               session_.Fail("what is stored is not what was published; the next publication of " +
+                             after.manager + " mends it");
+      }
+    }
+    return session_.Fail("publications follow each other faster than they can be read");
+  });
+}
+
+PublicationResult RedisPublication::Publish(Publication& publication, SharedState& state,
+                                            std::string& error) {
+  PublicationResult result = PublicationResult::kFailed;
+  const bool is_done = session_.Call(Access::kWrite, error, [&] {
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+      bool overtaken = false;
+      publication.mended.clear();
+      result = PublishOnce(publication, state, overtaken);
+      if (!overtaken) {
+        return result == PublicationResult::kDone;
+      }
+    }
+    result = PublicationResult::kFailed;
+    return session_.Fail("other publications come in between");
+  });
+  return !is_done && result == PublicationResult::kDone ? PublicationResult::kFailed : result;
+}
+
+PublicationResult RedisPublication::PublishOnce(Publication& publication, SharedState& state,
+                                                bool& overtaken) {
+  SharedContent found;
+  SharedState next;
+  std::string refusal;
+  if (!ReadNames(true, found)) {
+    return PublicationResult::kFailed;
+  }
+  state = found.state;
+  if (!publication.follow(found.state, next, refusal)) {
+    std::vector<RedisReply> ignored;
+    session_.Run({{"UNWATCH"}}, ignored);
+    session_.Fail(refusal);
+    return PublicationResult::kRefused;
+  }
+  Commands transaction;
+  if (!publication.gather(publication, refusal)) {
+    session_.Fail(refusal);
+    return PublicationResult::kFailed;
+  }
+  if (!ReadValues(found) || !Upload(publication, found, transaction)) {
+    return PublicationResult::kFailed;
+  }
+  AppendKeys(publication, found, transaction);
+  if (publication.is_verified && !RemoveStrayKeys(publication, found, transaction)) {
+    return PublicationResult::kFailed;
+  }
+  next.content = DigestOfContent(publication.keys, FilesAfter(publication, found.files));
+  if (transaction.empty() && IsCurrent(found.state, next)) {
+    std::vector<RedisReply> ignored;
+    return session_.Run({{"UNWATCH"}}, ignored) && session_.Confirm() ? PublicationResult::kDone
+                                                                      : PublicationResult::kFailed;
+  }
+  if (!WriteAll(publication, next, transaction, overtaken)) {
+    return PublicationResult::kFailed;
+  }
+  state = overtaken ? state : next;
+  return PublicationResult::kDone;
+}
+
+// The commands for keys that are missing, different or not ours.
+void RedisPublication::AppendKeys(Publication& publication, const SharedContent& found,
+                                  Commands& transaction) {
+  std::map<std::string, std::vector<std::string>> added;
+  size_t count = 0;
+  for (const auto& [key, value] : publication.keys) {
+    const auto stored = found.keys.find(key);
+    const std::string tree = KeyStoreTreeOf(key);
+    const bool is_named = found.trees.at(tree).count(key) != 0;
+    if (is_named && stored != found.keys.end() && stored->second == value) {
+      continue;
+    }
+    if (count++ % kKeysPerCommand == 0) {
+      transaction.push_back({"MSET"});
+    }
+    transaction.back().push_back(Key("key:" + key));
+    transaction.back().push_back(value);
+    added[tree].push_back(key);
+    publication.mended.push_back("the key " + key + " was " +
+                                 (stored == found.keys.end() ? "missing" : "another") +
+                                 " in the store");
+  }
+  for (const auto& [tree, names] : added) {
+    AppendInParts({"SADD", Key("tree:" + tree)}, names, "", transaction);
+  }
+  for (const auto& [tree, names] : found.trees) {
+    std::vector<std::string> removed;
+    std::copy_if(names.begin(), names.end(), std::back_inserter(removed),
+                 [&](const std::string& key) { return publication.keys.count(key) == 0; });
+    AppendInParts({"UNLINK"}, removed, Key("key:"), transaction);
+    AppendInParts({"SREM", Key("tree:" + tree)}, removed, "", transaction);
+    for (const std::string& key : removed) {
+      publication.mended.push_back("the store had the key " + key + ", which is not ours");
+    }
+  }
+}
+
+bool RedisPublication::WriteAll(Publication& publication, const SharedState& next,
+                                Commands& transaction, bool& overtaken) {
+  std::string reason;
+  if (!publication.before_writing(next, reason)) {
+    return session_.Fail(reason);
+  }
+  transaction.push_back({"HSET", Key("state"), "manager", next.manager, "manager_id",
+                         next.manager_id, "term", std::to_string(next.term), "version",
+                         std::to_string(next.version), "time", std::to_string(next.time), "token",
+                         next.token, "content", next.content});
+  if (!session_.Write(transaction, &overtaken)) {
+    return false;
+  }
+  std::vector<RedisReply> ignored;
+  if (!overtaken) {
+    session_.Run({{"PUBLISH", Key("published"), std::to_string(next.version)}}, ignored);
+  }
+  return true;
+}
+
+// Sends the pieces that the store lacks, and adds the commands that put them in force.
+bool RedisPublication::Upload(Publication& publication, const SharedContent& found,
+                              Commands& transaction) {
+  for (auto& [key, file] : publication.files) {
+    if (!UploadFile(publication, key, file, found, transaction)) {
+      return false;
+    }
+  }
+  for (const auto& file : found.files) {
+    if (publication.keys.count(file.first) == 0) {
+      transaction.push_back({"UNLINK", Key("file:" + file.first), Key("pieces:" + file.first)});
+      transaction.push_back({"SREM", Key("files"), file.first});
+    }
+  }
+  return true;
+}
+
+bool RedisPublication::UploadFile(Publication& publication, const std::string& key, KnownFile& file,
+                                  const SharedContent& found, Commands& transaction) {
+  const std::string& path = publication.keys[key];
+  const auto stored = found.files.find(key);
+  const std::set<std::string> before = NeededPieces(file.pieces);
+  const bool is_there = stored != found.files.end() && IsDescribed(file, stored->second, path) &&
+                        stored->second.piece_count == static_cast<long long>(before.size());
+  if (is_there && !publication.is_verified) {
+    return true;
+  }
+  std::set<std::string> stored_pieces;
+  std::set<std::string> good;
+  if (!ListGoodPieces(publication, key, found, stored_pieces, good)) {
+    return false;
+  }
+  if (is_there && good.size() == before.size()) {
+    return true;
+  }
+  publication.mended.push_back("the file " + key + " was " +
+                               (stored == found.files.end() ? "missing"
+                                : is_there                  ? "damaged"
+                                                            : "another or incomplete") +
+                               " in the store");
+  std::string& bytes = publication.bytes[key];
+  if (bytes.empty() && file.size > 0) {
+    // What is sent is what is there now, not what was known of it.
+    std::string reason;
+    file.stamp.clear();
+    if (!LookAtFile(file.path, file, bytes, reason)) {
+      return session_.Fail(reason);
+    }
+  }
+  const std::vector<std::string> digests = SplitPieces(file.pieces);
+  const std::set<std::string> needed(digests.begin(), digests.end());
+  std::set<std::string> missing;
+  std::set_difference(needed.begin(), needed.end(), good.begin(), good.end(),
+                      std::inserter(missing, missing.end()));
+  std::vector<std::string> dropped;
+  std::set_difference(stored_pieces.begin(), stored_pieces.end(), needed.begin(), needed.end(),
+                      std::back_inserter(dropped));
+  if (!SendPieces(key, bytes, digests, missing)) {
+    return false;
+  }
+  transaction.push_back({"SADD", Key("files"), key});
+  transaction.push_back({"DEL", Key("file:" + key)});
+  transaction.push_back({"HSET", Key("file:" + key), "path", path, "size",
+                         std::to_string(file.size), "digest", file.digest, "pieces", file.pieces});
+  AppendInParts({"HDEL", Key("pieces:" + key)}, dropped, "", transaction);
+  return true;
+}
+
+// Which pieces of a file are stored, and which of them are what their digests say; only a verified
+// publication reads them.
+bool RedisPublication::ListGoodPieces(const Publication& publication, const std::string& key,
+                                      const SharedContent& found, std::set<std::string>& stored,
+                                      std::set<std::string>& good) {
+  if (found.files.count(key) != 0 && found.files.at(key).piece_count == 0) {
+    return true;
+  }
+  std::vector<RedisReply> replies;
+  if (!session_.Run({{"HKEYS", Key("pieces:" + key)}}, replies)) {
+    return false;
+  }
+  stored = RedisSet(*replies[0]);
+  if (!publication.is_verified) {
+    good = stored;
+    return true;
+  }
+  const std::vector<std::string> digests(stored.begin(), stored.end());
+  for (size_t start = 0; start < digests.size(); start += kPiecesPerMessage) {
+    const size_t end = std::min(start + kPiecesPerMessage, digests.size());
+    RedisCommand command = {"HMGET", Key("pieces:" + key)};
+    command.insert(command.end(), digests.begin() + static_cast<long>(start),
+                   digests.begin() + static_cast<long>(end));
+    session_.Prolong();
+    if (!session_.Run({command}, replies) || !IsRedisList(*replies[0], end - start)) {
+      return false;
+    }
+    for (size_t i = start; i < end; ++i) {
+      const redisReply* piece = replies[0]->element[i - start];
+      Digest digest;
+      digest.Add(RedisText(piece));
+      if (digest.Bytes() == digests[i]) {
+        good.insert(digests[i]);
+      }
+    }
+  }
+  return true;
+}
+
+// Pieces of a publication that does not come about are taken back at once where that is possible,
+// else by the next one: there are more of them than the description needs.
+bool RedisPublication::SendPieces(const std::string& key, const std::string& bytes,
+                                  const std::vector<std::string>& digests,
+                                  const std::set<std::string>& missing) {
+  std::set<std::string> left = missing;
+  std::vector<std::string> sent;
+  RedisCommand command;
+  const auto flush = [&] {
+    std::vector<RedisReply> replies;
+    session_.Prolong();
+    return command.empty() || session_.Run({command}, replies);
+  };
+  bool is_sent = true;
+  for (size_t i = 0; is_sent && i < digests.size() && !left.empty(); ++i) {
+    if (left.erase(digests[i]) == 0) {
+      continue;
+    }
+    if (command.empty()) {
+      command = {"HSET", Key("pieces:" + key)};
+    }
+    command.push_back(digests[i]);
+    command.push_back(bytes.substr(i * kPieceSize, kPieceSize));
+    sent.push_back(digests[i]);
+    if (command.size() >= 2 * kPiecesPerMessage) {
+      is_sent = flush();
+      command.clear();
+    }
+  }
+  is_sent = is_sent && flush();
+  session_.Prolong();
+  if (!is_sent) {
+    session_.RemoveFields(Key("pieces:" + key), sent);
+  }
+  return is_sent;
+}
+
+// Keys of ours that no set names: what is left when a set was lost.
+bool RedisPublication::RemoveStrayKeys(Publication& publication, const SharedContent& found,
+                                       Commands& transaction) {
+  std::string cursor = "0";
+  do {
+    std::vector<RedisReply> replies;
+    session_.Prolong();
+    if (!session_.Run({{"SCAN", cursor, "MATCH", Key("*"), "COUNT", "1000"}}, replies)) {
+      return false;
+    }
+    if (!IsRedisList(*replies[0], 2)) {
+      return session_.Fail("an answer that is no part of the keys");
+    }
+    cursor = RedisText(replies[0]->element[0]);
+    for (const std::string& name : RedisSet(*replies[0]->element[1])) {
+      const auto named = [&](const char* kind) {
+        const std::string start = Key(kind);
+        return name.rfind(start, 0) == 0 ? name.substr(start.size()) : "";
+      };
+      const std::string key = named("key:");
+      std::string file = named("file:");
+      file = file.empty() ? named("pieces:") : file;
+      const bool is_stray =
+          (!key.empty() && publication.keys.count(key) == 0 &&
+           found.trees.at(KeyStoreTreeOf(key)).count(key) == 0) ||
+          (!file.empty() && publication.keys.count(file) == 0 && found.files.count(file) == 0) ||
+          !named("upload:").empty();
+      if (is_stray) {
+        publication.mended.push_back("the store had " + name + ", which is not published");
+        transaction.push_back({"UNLINK", name});
+      }
+    }
+  } while (cursor != "0");
+  return true;
+}
+
+}  // namespace korvmailserver
