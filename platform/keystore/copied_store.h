@@ -83,6 +83,7 @@ class CopiedStore : public KeyStoreBackend {
   LocalStore local_;
   std::unique_ptr<RedisPublication> copy_;
   std::string failed_;
+  NodeReport reported_;      // what this machine told the store last
   bool is_settled_ = false;  // the store was asked about an undecided machine
 };
 

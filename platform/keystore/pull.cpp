@@ -16,6 +16,9 @@ namespace korvmailserver {
 
 namespace {
 
+// How long a machine says nothing when nothing is new.
+constexpr long long kReportSeconds = 60;
+
 // Where the pieces of the file that is here lie in its bytes.
 std::map<std::string, size_t> PlacesOfPieces(const KnownFile& known) {
   std::map<std::string, size_t> places;
@@ -202,6 +205,14 @@ void CopiedStore::_Report(const NodeState& state, const SharedContent& content,
     const auto own = files.find(file.first);
     report.digests[file.first] = own == files.end() ? "" : own->second.digest;
   }
+  // A machine that watches looks every few seconds.
+  const bool is_said = reported_.term == report.term && reported_.version == report.version &&
+                       reported_.digests == report.digests &&
+                       report.time - reported_.time < kReportSeconds;
+  if (is_said) {
+    return;
+  }
+  reported_ = report;
   std::string error;
   if (!OnCopy([&](RedisPublication& copy) { return copy.Report(report, state.id, error); })) {
     maillog(kLogWarning, "key store %s: what this machine has is not recorded: %s", failed_.c_str(),

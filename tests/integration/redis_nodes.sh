@@ -160,6 +160,9 @@ same "a file kept aside" "$(sqlite3 "$(jq -r .kept <<<"$out")/local_DOMAIN.db" \
 machine second
 good node join
 gives .description '"kept"' domain show moved.example
+mv "$database" "$scratch/model"
+fails 3 'nothing is published: .* has no domain' node take-over --keep --discard --yes
+mv "$scratch/model" "$database"
 
 # A machine that has domains of its own joins only when they may go; they lie aside then.
 machine third

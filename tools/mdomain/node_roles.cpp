@@ -7,6 +7,7 @@
 #include "lib-domain/api/updater.h"
 #include "lib-domain/sync/kept_files.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/model.h"
 #include "tools/mdomain/node.h"
 #include "tools/mdomain/node_content.h"
 #include "tools/mdomain/node_standing.h"
@@ -257,6 +258,7 @@ void ManageHere(Call& call) {
     return;
   }
   RequireNobodyManages(standing, store);
+  RequirePublishable(call);
   call.Ask(ManageQuestion());
   call.LockHere();
   Begin(call, store);
@@ -299,6 +301,9 @@ void TakeOver(Call& call) {
   RequireTakeOver(call, sides);
   call.Ask(TakeOverQuestion(sides, keep));
   call.LockHere();
+  if (keep) {
+    RequirePublishable(call);
+  }
   const std::string kept = KeepAside();
   if (!keep) {
     TakeOverPublished(call, sides.store);
