@@ -51,6 +51,9 @@ struct StoreStanding {
   long long version = 0;
   long long time = 0;   // of the publication, seconds since 1970
   bool is_own = false;  // this machine manages, by name, id and term
+  // What this machine published last is in the store, or another machine went on from it. Where it
+  // is not, that publication went to another store, or to this one before it was set back.
+  bool is_followed = true;
 };
 
 // "node" of the host settings; without it the host name, with the root prefix when there is one.

@@ -46,7 +46,15 @@ bool FollowAsManager(const NodeState& own, const std::string& token, const Share
   }
   next.term = own.term;
   next.version = std::max(own.version, found.version) + 1;
+  next.followed = own.followed;
   return true;
+}
+
+// What a machine adds that takes over from the publication that it found.
+std::string FollowedWith(const std::string& followed, const std::string& token) {
+  constexpr size_t kMostBytes = 64 * 33;  // the last ones
+  const std::string all = followed + (followed.empty() || token.empty() ? "" : " ") + token;
+  return all.size() <= kMostBytes ? all : all.substr(all.size() - kMostBytes);
 }
 
 }  // namespace
@@ -320,6 +328,7 @@ bool CopiedStore::_PublishAs(NodeState& state, Publication& publication, std::st
   state.version = shared.version;
   state.time = shared.time;
   state.token = shared.token;
+  state.followed = shared.followed;
   state.unpublished_since = 0;
   LocalStore::Change change;
   change.memory = MemoryOf(state);
@@ -383,6 +392,9 @@ bool CopiedStore::BeginManaging(const StoreStanding& seen, std::string& error) {
     }
     next.token = token;
     next.term = is_own_attempt ? found.term : std::max(state.term, found.term) + 1;
+    next.followed = is_own_attempt
+                        ? found.followed
+                        : FollowedWith(found.exists ? found.followed : state.followed, found.token);
     next.version = std::max(state.version, found.version) + 1;
     return true;
   };
@@ -400,6 +412,7 @@ bool CopiedStore::BecomeMember(std::string& error) {
   state.term = 0;
   state.version = 0;
   state.unpublished_since = 0;
+  state.token.clear();
   return _WriteState(state, error);
 }
 

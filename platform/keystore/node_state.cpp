@@ -43,6 +43,7 @@ NodeState NodeStateOf(const LocalStore::Memory& memory) {
   state.time = Number(memory, "time");
   state.unpublished_since = Number(memory, "unpublished_since");
   state.token = Text(memory, "token");
+  state.followed = Text(memory, "followed");
   return state;
 }
 
@@ -56,7 +57,8 @@ LocalStore::Memory MemoryOf(const NodeState& state) {
           {"version", std::to_string(state.version)},
           {"time", std::to_string(state.time)},
           {"unpublished_since", std::to_string(state.unpublished_since)},
-          {"token", state.token}};
+          {"token", state.token},
+          {"followed", state.followed}};
 }
 
 std::string RandomToken() {

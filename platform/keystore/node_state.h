@@ -17,7 +17,8 @@ struct NodeState {
   long long version = 0;
   long long time = 0;
   long long unpublished_since = 0;
-  std::string token;  // of the last publication that was tried
+  std::string token;     // of the last publication that was tried
+  std::string followed;  // as SharedState::followed, of the last publication that was made
 };
 
 NodeState NodeStateOf(const LocalStore::Memory& memory);

@@ -91,6 +91,8 @@ bool ReadStoreStanding(StoreStanding& standing) {
     standing.term = shared.term;
     standing.version = shared.version;
     standing.time = shared.time;
+    standing.is_followed = state.token.empty() || state.token == shared.token ||
+                           shared.followed.find(state.token) != std::string::npos;
     // A store of an earlier term, or of before terms, has not heard of this machine's later one.
     const bool is_own_name =
         shared.exists ? shared.manager_id == state.id : shared.former_publisher == NodeName();

@@ -37,6 +37,7 @@ SharedState StateOf(const std::map<std::string, std::string>& fields) {
   state.time = atoll(field("time").c_str());
   state.token = field("token");
   state.content = field("content");
+  state.followed = field("followed");
   state.exists = !state.manager_id.empty();
   return state;
 }
@@ -325,7 +326,7 @@ bool RedisPublication::WriteAll(Publication& publication, const SharedState& nex
   transaction.push_back({"HSET", Key("state"), "manager", next.manager, "manager_id",
                          next.manager_id, "term", std::to_string(next.term), "version",
                          std::to_string(next.version), "time", std::to_string(next.time), "token",
-                         next.token, "content", next.content});
+                         next.token, "content", next.content, "followed", next.followed});
   if (!session_.Write(transaction, &overtaken)) {
     return false;
   }

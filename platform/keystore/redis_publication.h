@@ -33,6 +33,9 @@ struct SharedState {
   long long time = 0;
   std::string token;    // of the publication
   std::string content;  // digest of all keys and descriptions
+  // The tokens of the publications from which other machines took the management over, the newest
+  // last, separated by blanks.
+  std::string followed;
   // The machine that published in the form of before terms; empty where there is a state.
   std::string former_publisher;
 };

@@ -465,6 +465,8 @@ TEST_F(RedisServerFilesTest, WhoManagesIsComparedInEachPublication) {
   ASSERT_TRUE(korvmailserver::ReadNodeStanding(standing));
   EXPECT_EQ(standing.role, korvmailserver::NodeRole::kReplaced);
   EXPECT_GT(standing.unpublished_since, 0);
+  ASSERT_TRUE(korvmailserver::ReadStoreStanding(seen));
+  EXPECT_TRUE(seen.is_followed) << "its last change was refused";
   ASSERT_TRUE(korvmailserver::BecomeMember());
   PullReport report;
   ASSERT_TRUE(PullPublication(false, report));
@@ -508,6 +510,37 @@ TEST_F(RedisServerFilesTest,
     EXPECT_TRUE(PullPublication(false, report_));
     EXPECT_TRUE(MDOMAIN::UTILS::FollowPull(start, report_, failures));
     EXPECT_TRUE(fs::exists(MDOMAIN::PATHS::ChangedUserDir() + "1001"));
+  });
+}
+
+// The store was lost after another machine took over, and the first one had not heard of that.
+TEST_F(RedisServerFilesTest, APublicationThatNobodyWentOnFromIsKnown) {
+  ASSERT_TRUE(Arrives("first"));
+  StoreStanding seen;
+  const auto on_second = [&](const char* value) {
+    OnSecond([&] {
+      ASSERT_TRUE(korvmailserver::ReadStoreStanding(seen));
+      ASSERT_TRUE(seen.is_own || korvmailserver::BeginManaging(seen));
+      EXPECT_EQ(mailConfSet("key", value, true, 0), 0);
+      EXPECT_EQ(WhyUnpublished(), "");
+    });
+  };
+  on_second("one");
+  ASSERT_TRUE(korvmailserver::ReadStoreStanding(seen));
+  EXPECT_TRUE(seen.is_followed);
+  korvmailserver::NodeStanding standing;
+  ASSERT_TRUE(korvmailserver::ReadNodeStanding(standing));
+  EXPECT_EQ(standing.role, korvmailserver::NodeRole::kReplaced);
+  ASSERT_TRUE(korvmailserver::BeginManaging(seen));
+  OnSecond([&] { Tamper("DEL %b", "state"); });
+  on_second("two");
+  ASSERT_TRUE(korvmailserver::ReadStoreStanding(seen));
+  EXPECT_TRUE(seen.is_own) << "of the later term";
+  ASSERT_EQ(mailConfSet("key", "three", true, 0), 0);
+  EXPECT_EQ(WhyUnpublished(), "");
+  OnSecond([&] {
+    ASSERT_TRUE(korvmailserver::ReadStoreStanding(seen));
+    EXPECT_FALSE(seen.is_followed);
   });
 }
 

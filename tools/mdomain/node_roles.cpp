@@ -65,9 +65,12 @@ std::string LostHere(const NodeStanding& standing, const StoreStanding& store, c
       standing.unpublished_since == 0
           ? ""
           : "changes since " + TimeText(standing.unpublished_since) + " that were never published";
+  const std::string lost = store.is_followed || standing.unpublished_since != 0
+                               ? ""
+                               : "changes that were published and that nobody went on from";
   const Difference only = OnlyIn(own, there);
   const bool is_known = standing.role != NodeRole::kUndecided;
-  return And(And(newer, unpublished),
+  return And(And(newer, And(unpublished, lost)),
              is_known ? only.Text() : Joined(only, Different(own, there)).Text());
 }
 
