@@ -70,9 +70,6 @@ bool RedisSession::Break(const std::string& reason) {
 
 bool RedisSession::Call(Access access, std::string& error, const std::function<bool()>& work) {
   Prolong();
-  if (access == Access::kCheck) {
-    DropDemoted();
-  }
   bool done = false;
   for (int attempt = 0; attempt < 2; ++attempt) {
     const bool kept = connection_ != nullptr;
@@ -313,17 +310,6 @@ bool RedisSession::WaitForReplicas(const redisReply& count) {
   connection_.reset();
   return Fail(std::to_string(count.integer) + " of the " + std::to_string(replicas_) +
               " replicas that must confirm the write have done so; it may be lost");
-}
-
-// Sentinels that cannot be asked leave the connection as it is.
-void RedisSession::DropDemoted() {
-  std::string host;
-  int port = 0;
-  if (!settings_.sentinels.empty() && connection_ &&
-      FindPrimary(Within(settings_.connect_timeout), host, port) &&
-      Address(host, port) != address_) {
-    connection_.reset();
-  }
 }
 
 }  // namespace korvmailserver

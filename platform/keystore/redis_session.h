@@ -21,7 +21,6 @@ class RedisSession {
   enum class Access {
     kRead,   // from a replica too, when no sentinels are set
     kWrite,  // on the primary
-    kCheck,  // as kWrite, on a server that the sentinels call the primary at this moment
   };
 
   explicit RedisSession(const KeyStoreSettings& settings);
@@ -52,7 +51,6 @@ class RedisSession {
 
  private:
   bool Open();
-  void DropDemoted();
   bool FindPrimary(RedisDeadline deadline, std::string& host, int& port);
   void CountReplicas(const redisReply& replicas);
   bool AskSentinel(size_t number, RedisDeadline deadline, std::string& host, int& port);
