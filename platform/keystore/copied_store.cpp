@@ -52,7 +52,7 @@ bool FollowAsManager(const NodeState& own, const std::string& token, const Share
 
 // What a machine adds that takes over from the publication that it found.
 std::string FollowedWith(const std::string& followed, const std::string& token) {
-  constexpr size_t kMostBytes = 64 * 33;  // the last ones
+  constexpr size_t kMostBytes = 2112;  // of the last 64
   const std::string all = followed + (followed.empty() || token.empty() ? "" : " ") + token;
   return all.size() <= kMostBytes ? all : all.substr(all.size() - kMostBytes);
 }
