@@ -28,12 +28,16 @@ std::string ManagedElsewhere(const std::string& manager, long long term) {
   return who + " manages the domains" + (term == 0 ? "" : " (term " + std::to_string(term) + ")");
 }
 
+bool IsReplaced(const NodeState& own, const SharedState& found) {
+  return found.exists &&
+         (found.term > own.term || (found.term == own.term && found.manager_id != own.id));
+}
+
 // What the machine that manages may put in the place of what the store says.
 bool FollowAsManager(const NodeState& own, const std::string& token, const SharedState& found,
                      SharedState& next, std::string& error) {
   const bool is_former = !found.former_publisher.empty() && found.former_publisher != NodeName();
-  if (is_former || found.term > own.term ||
-      (found.exists && found.term == own.term && found.manager_id != own.id)) {
+  if (is_former || IsReplaced(own, found)) {
     error = ManagedElsewhere(is_former ? found.former_publisher : found.manager, found.term);
     return false;
   }
@@ -356,10 +360,7 @@ bool CopiedStore::_KeepUnpublished(NodeState& state) {
 }
 
 bool CopiedStore::NoteReplaced(const SharedState& shared, NodeState& state, std::string& error) {
-  const bool is_replaced =
-      state.role == NodeRole::kManager && shared.exists &&
-      (shared.term > state.term || (shared.term == state.term && shared.manager_id != state.id));
-  if (!is_replaced) {
+  if (state.role != NodeRole::kManager || !IsReplaced(state, shared)) {
     return true;
   }
   state.role = NodeRole::kReplaced;
