@@ -29,14 +29,6 @@ std::map<std::string, size_t> PlacesOfPieces(const KnownFile& known) {
   return places;
 }
 
-// Whether it is noted how the files look: otherwise the next look would read them again.
-bool HasStamps(const KnownFiles& known, const KnownFiles& files) {
-  return std::all_of(files.begin(), files.end(), [&](const auto& file) {
-    const auto noted = known.find(file.first);
-    return noted != known.end() && noted->second.stamp == file.second.stamp;
-  });
-}
-
 bool IsOlder(const SharedState& shared, const NodeState& own) {
   return shared.term < own.term || (shared.term == own.term && shared.version < own.version);
 }
@@ -120,7 +112,7 @@ bool CopiedStore::_PullFrom(const SharedContent& content, NodeState& state, Pull
   std::sort(report.keys.begin(), report.keys.end());
   const bool is_new = !report.keys.empty() || !replacements.empty() ||
                       !change.removed_files.empty() || state.version != content.state.version ||
-                      state.term != content.state.term || !HasStamps(known, change.files);
+                      state.term != content.state.term;
   state.manager = content.state.manager;
   state.term = content.state.term;
   state.version = content.state.version;
