@@ -65,6 +65,8 @@ std::string Compose(const Mirror& mirror, const std::string& select, const std::
     sql += " WHERE " + BASE::Join(conditions, " AND ");
   }
   if (select.find("count(*)") == std::string::npos) {
+    // The order of the table, which an index on the names would not give.
+    sql += names.empty() ? "" : std::string(" ORDER BY ") + mirror.id_column;
     sql += " LIMIT " + std::to_string(limit) + " OFFSET " + std::to_string(offset);
   }
   return sql + ";";

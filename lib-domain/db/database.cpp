@@ -1,6 +1,8 @@
 // Runs queries and batches and logs their failures in the name of the store that calls.
 #include "lib-domain/db/database.h"
 
+#include <limits>
+
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
@@ -8,6 +10,24 @@
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB::INTERNAL {
+
+namespace {
+
+// SQLite gives a number as the text that stands for it; only other cells are worth reading as text.
+template <typename Value, typename Convert>
+bool IsNumber(const Cells& row, int column, Value& value, const Convert& convert) {
+  if (row.IsInteger(column)) {
+    const sqlite3_int64 number = row.Int64(column);
+    if (number >= std::numeric_limits<Value>::min() &&
+        number <= std::numeric_limits<Value>::max()) {
+      value = static_cast<Value>(number);
+      return true;
+    }
+  }
+  return convert(row.Text(column), value);
+}
+
+}  // namespace
 
 bool Int::Read(const std::string& cell, int& value, SourceHere here) {
   if (!BASE::ConvertToInt(cell, value)) {
@@ -17,17 +37,21 @@ bool Int::Read(const std::string& cell, int& value, SourceHere here) {
   return true;
 }
 
-bool Uid::Read(const std::string& cell, unsigned int& uid, SourceHere here) {
-  if (!BASE::ConvertToUID(cell, uid)) {
-    LOG_ERROR_AT(here.file, here.line, "failed to convert %s to uid", cell.c_str());
+bool Int::Read(const Cells& row, int column, int& value, SourceHere here) {
+  return IsNumber(row, column, value, BASE::ConvertToInt) || Read(row.Text(column), value, here);
+}
+
+bool Uid::Read(const Cells& row, int column, unsigned int& uid, SourceHere here) {
+  if (!IsNumber(row, column, uid, BASE::ConvertToUID)) {
+    LOG_ERROR_AT(here.file, here.line, "failed to convert %s to uid", row.Text(column).c_str());
     return false;
   }
   return true;
 }
 
-bool Gid::Read(const std::string& cell, unsigned int& gid, SourceHere here) {
-  if (!BASE::ConvertToGID(cell, gid)) {
-    LOG_ERROR_AT(here.file, here.line, "failed to convert %s to gid", cell.c_str());
+bool Gid::Read(const Cells& row, int column, unsigned int& gid, SourceHere here) {
+  if (!IsNumber(row, column, gid, BASE::ConvertToGID)) {
+    LOG_ERROR_AT(here.file, here.line, "failed to convert %s to gid", row.Text(column).c_str());
     return false;
   }
   return true;
@@ -41,14 +65,19 @@ bool Database::IsOpen(SourceHere here) const {
   return true;
 }
 
-bool Database::GetText(const std::string& sql, size_t column, std::string& text,
+bool Database::GetText(const std::string& sql, int column, std::string& text,
                        SourceHere here) const {
-  Rows rows;
-  if (!Select(sql, column + 1, rows, here)) {
+  std::string cell;
+  bool has_row = false;
+  const auto keep = [&](const Cells& row) {
+    cell = row.Text(column);
+    return has_row = true;
+  };
+  if (!Select(sql, column + 1, keep, here)) {
     return false;
   }
-  if (!rows.empty()) {
-    text = rows.back()[column];
+  if (has_row) {
+    text.swap(cell);
   }
   return true;
 }
@@ -83,7 +112,7 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   if (!IsOpen(here)) {
     return false;
   }
-  if (batch.Fits() && handler_->exeCmds(batch.Statements(), true) == 0) {
+  if (batch.Fits() && handler_->exeSteps(batch.Steps()) == 0) {
     return true;
   }
   // A warning, as the store's one error line is fixed and does not say why.
@@ -94,24 +123,28 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   return false;
 }
 
-// Replaces `rows` by the result, every row at least `columns` long; else they are empty.
-bool Database::Select(const std::string& sql, size_t columns, Rows& rows, SourceHere here) const {
+bool Database::Select(const std::string& sql, int columns,
+                      const std::function<bool(const Cells&)>& use, SourceHere here) const {
   if (!IsOpen(here)) {
     return false;
   }
+  bool is_wide_enough = !sql.empty();
+  bool is_used = true;
   try {
-    if (!sql.empty()) {
-      rows = handler_->ExecSelectCmd(sql);
-      if (rows.empty() || rows.front().size() >= columns) {
-        return true;
-      }
+    if (is_wide_enough) {
+      handler_->ForEachRow(sql, [&](const Cells& row) {
+        is_wide_enough = row.Columns() >= columns;
+        is_used = is_wide_enough && use(row);
+        return is_used;
+      });
     }
   } catch (const korvmailserver::LogException&) {
-    // It has logged its own line with the reason.
+    is_wide_enough = false;  // it has logged its own line with the reason
   }
-  rows.clear();
-  LOG_ERROR_AT(here.file, here.line, "failed to ExecSelectCmd");
-  return false;
+  if (!is_wide_enough) {
+    LOG_ERROR_AT(here.file, here.line, "failed to ExecSelectCmd");
+  }
+  return is_wide_enough && is_used;
 }
 
 }  // namespace MDOMAIN::DB::INTERNAL

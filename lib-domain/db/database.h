@@ -5,13 +5,14 @@
 #ifndef LIB_DOMAIN_DB_DATABASE_H
 #define LIB_DOMAIN_DB_DATABASE_H
 
-#include <cstddef>
+#include <functional>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "lib-domain/db/handler.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
 
@@ -20,9 +21,6 @@ class DomainDBFilter;
 namespace INTERNAL {
 
 class StatementBatch;
-
-using Row = std::vector<std::string>;
-using Rows = std::vector<Row>;
 
 // A place in a source; as a default argument, the place of the call.
 struct SourceHere {
@@ -34,32 +32,35 @@ struct SourceHere {
   }
 };
 
+using Cells = korvmailserver::Statement;  // standing on a row
+
 // What a column holds. Read gives its cell as that, or false with `value` untouched and one line:
 // "Failed to stoi [%s]", "failed to convert %s to uid", "failed to convert %s to gid".
 struct Int {
   using Value = int;
   static bool Read(const std::string& cell, int& value, SourceHere here);
+  static bool Read(const Cells& row, int column, int& value, SourceHere here);
 };
 struct Uid {
   using Value = unsigned int;
-  static bool Read(const std::string& cell, unsigned int& uid, SourceHere here);
+  static bool Read(const Cells& row, int column, unsigned int& uid, SourceHere here);
 };
 struct Gid {
   using Value = unsigned int;
-  static bool Read(const std::string& cell, unsigned int& gid, SourceHere here);
+  static bool Read(const Cells& row, int column, unsigned int& gid, SourceHere here);
 };
 struct Text {
   using Value = std::string;
-  static bool Read(std::string& cell, std::string& text, SourceHere /*here*/) {
-    text.swap(cell);
+  static bool Read(const Cells& row, int column, std::string& text, SourceHere /*here*/) {
+    text = row.Text(column);
     return true;
   }
 };
 // Everything but "0" is true, the empty text of NULL included.
 struct Flag {
   using Value = bool;
-  static bool Read(const std::string& cell, bool& flag, SourceHere /*here*/) {
-    flag = cell != "0";
+  static bool Read(const Cells& row, int column, bool& flag, SourceHere /*here*/) {
+    flag = row.IsInteger(column) ? row.Int64(column) != 0 : row.Text(column) != "0";
     return true;
   }
 };
@@ -67,16 +68,16 @@ struct Flag {
 // The columns of a row, from the first on; a row may have more.
 template <typename... Kinds>
 struct Columns {
-  static constexpr size_t kCount = sizeof...(Kinds);
+  static constexpr int kCount = sizeof...(Kinds);
 
   // Calls `use` with the values in column order. At the first cell that is not of its kind: false,
-  // and `use` is not called. Takes the texts out of the row.
+  // and `use` is not called.
   template <typename Use>
-  static bool Read(Row& row, const Use& use, SourceHere here) {
+  static bool Read(const Cells& row, const Use& use, SourceHere here) {
     std::tuple<typename Kinds::Value...> values;
-    size_t column = 0;
+    int column = 0;
     const auto read = [&](auto&... value) {
-      return (Kinds::Read(row[column++], value, here) && ...);
+      return (Kinds::Read(row, column++, value, here) && ...);
     };
     if (!std::apply(read, values)) {
       return false;
@@ -96,28 +97,29 @@ class Database {
   // first when it does or logs something before.
   bool IsOpen(SourceHere here = SourceHere::Now()) const;
 
-  // Runs a query and calls `use` with the values of each row's columns. False, with what was read
-  // before handed out, at the first bad cell, and when there is no result ("failed to
-  // ExecSelectCmd"): the database refuses, the rows are narrower, or the text is "", which
-  // FormatStatement gives for one that is too long.
+  // Runs a query and calls `use` with the values of each row's columns, row by row: it must not
+  // change the database. False, with what was read before handed out, at the first bad cell, and
+  // when the query fails ("failed to ExecSelectCmd"): the database refuses, the rows are narrower,
+  // or the text is "", which FormatStatement gives for one that is too long.
   template <typename RowColumns, typename Use>
   bool Query(const std::string& sql, const Use& use, SourceHere here = SourceHere::Now()) const {
-    return ReadRows<RowColumns>(
-        sql, [](size_t /*rows*/) {}, use, here);
+    return Select(
+        sql, RowColumns::kCount,
+        [&use, here](const Cells& row) { return RowColumns::Read(row, use, here); }, here);
   }
   // Query, a record at the end of `records` for each row, made of the columns' values.
   template <typename RowColumns, typename Record>
   bool Append(const std::string& sql, std::vector<Record>& records,
               SourceHere here = SourceHere::Now()) const {
-    return ReadRows<RowColumns>(
-        sql, [&records](size_t rows) { records.reserve(records.size() + rows); },
+    return Query<RowColumns>(
+        sql,
         [&records](auto&&... values) {
           records.emplace_back(std::forward<decltype(values)>(values)...);
         },
         here);
   }
   // One column, from 0, of the last row; untouched when there is no row.
-  bool GetText(const std::string& sql, size_t column, std::string& text,
+  bool GetText(const std::string& sql, int column, std::string& text,
                SourceHere here = SourceHere::Now()) const;
   // The answer of a "SELECT EXISTS" query.
   bool GetExists(const std::string& sql, bool& exists, SourceHere here = SourceHere::Now()) const;
@@ -134,23 +136,9 @@ class Database {
            SourceHere here = SourceHere::Now()) const;
 
  private:
-  bool Select(const std::string& sql, size_t columns, Rows& rows, SourceHere here) const;
-
-  template <typename RowColumns, typename Prepare, typename Use>
-  bool ReadRows(const std::string& sql, const Prepare& prepare, const Use& use,
-                SourceHere here) const {
-    Rows rows;
-    if (!Select(sql, RowColumns::kCount, rows, here)) {
-      return false;
-    }
-    prepare(rows.size());
-    for (Row& row : rows) {
-      if (!RowColumns::Read(row, use, here)) {
-        return false;
-      }
-    }
-    return true;
-  }
+  // `use` is called with each row, which has at least `columns`, until it gives false.
+  bool Select(const std::string& sql, int columns, const std::function<bool(const Cells&)>& use,
+              SourceHere here) const;
 
   DomainDBHandler* handler_;
   int status_;

@@ -20,6 +20,8 @@ using korvmailserver::FormatSql;
 namespace {
 
 constexpr const char* kView = "domain_view";
+constexpr const char* kUserView = "domain_user_view";
+constexpr const char* kUserWithRoleView = "domain_user_with_role_view";
 // Columns of domain_view: index, name, description, pattern, adding users, duplicated alias,
 // primary.
 using DomainColumns = Columns<Int, Text, Text, Text, Flag, Flag, Flag>;
@@ -41,7 +43,7 @@ constexpr const char* kIsNameTaken =
     "SELECT EXISTS (SELECT 1 FROM domain_table WHERE domain_table.domain_name COLLATE NOCASE IN "
     "('%q', '%q') UNION SELECT 1 FROM domain_to_additional_domain_table WHERE "
     "domain_to_additional_domain_table.additional_domain COLLATE NOCASE IN ('%q', '%q') LIMIT 1)";
-constexpr const char* kSelectName = "SELECT domain_name FROM domain_view WHERE domain_idx = %d";
+constexpr const char* kSelectName = "SELECT domain_name FROM domain_table WHERE domain_idx = %d";
 constexpr const char* kSelectDomain = "SELECT * FROM domain_table WHERE domain_idx = '%d';";
 constexpr size_t kPatternColumn = 3;
 
@@ -66,13 +68,13 @@ constexpr const char* kSelectAllAdditional =
 constexpr const char* kSelectDelegated =
     "SELECT domain_idx FROM domain_user_view WHERE uid = %u AND role = 'domain_admin';";
 constexpr const char* kSelectAdding =
-    "SELECT domain_idx FROM domain_view WHERE is_automatically_adding_users = 1;";
+    "SELECT domain_idx FROM domain_table WHERE is_automatically_adding_users = 1;";
 constexpr const char* kSelectUsers =
     "SELECT DISTINCT uid FROM domain_user_view WHERE domain_idx IN (%s)";
 // One count over all the domains in place of "count(distinct uid)" over one after the other.
 constexpr const char* kCountUsers =
-    "SELECT domain_idx, count(distinct uid) FROM domain_user_view WHERE domain_idx IN (%s) AND "
-    "role IS NOT NULL GROUP BY domain_idx;";
+    "SELECT domain_idx, count(distinct uid) FROM %s WHERE domain_idx IN (%s) AND role IS NOT NULL "
+    "GROUP BY domain_idx;";
 
 // Longest additional name that DeleteAdditionalDomains takes, in bytes.
 constexpr size_t kMaxNameSize = 2048;
@@ -268,9 +270,9 @@ bool Domain::RestoreAdditionalDomains(const int& domain_idx,
 
 bool Domain::_InsertAdditional(const int& domain_idx, const std::vector<std::string>& names) {
   StatementBatch batch;
-  for (const std::string& name : names) {
-    batch.Add(FormatStatement(kInsertAdditional, domain_idx, name.c_str()));
-  }
+  batch.AddEach(kInsertAdditional, names, [domain_idx](const std::string& name) {
+    return std::make_tuple(domain_idx, name);
+  });
   return _DomainDb().Run(batch, "fail to insert domain_to_additional_domain_table");
 }
 
@@ -329,7 +331,9 @@ bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {
     count_by_idx[domain_idx] = count;
   };
   if (!_DomainDb().Query<Columns<Int, Int>>(
-          FormatSql(kCountUsers, BASE::Join(domain_idxs, ",").c_str()), keep)) {
+          FormatSql(kCountUsers, handler_->HasOwnViews() ? kUserWithRoleView : kUserView,
+                    BASE::Join(domain_idxs, ",").c_str()),
+          keep)) {
     return false;
   }
   for (RECORD::Domain& domain : domains) {

@@ -10,13 +10,22 @@ namespace {
 
 constexpr const char* kDomainView = "domain_view";
 constexpr const char* kDomainUserView = "domain_user_view";
+constexpr const char* kUserWithRoleView = "domain_user_with_role_view";
 constexpr const char* kDomainGroupView = "domain_group_view";
+
+bool ListsUsers(const std::string& table_name) {
+  return table_name == kDomainUserView || table_name == kUserWithRoleView;
+}
 
 std::string Like(const std::string& column, const std::string& escaped_query) {
   return column + " LIKE '%" + escaped_query + "%'";
 }
 
 }  // namespace
+
+bool DomainDBFilter::SortsByRole() const {
+  return BASE::ToLowerAscii(sort_by_).find("role") != std::string::npos;
+}
 
 bool DomainDBFilter::_HasQueryInput() const {
   return !domain_idxs_.empty() || !query_.empty();
@@ -43,7 +52,7 @@ std::string DomainDBFilter::_GetQueryCmdByTableName(const char* escaped_query) c
   if (table_name_ == kDomainGroupView) {
     return Like("group_name", escaped_query) + " OR " + Like("group_desc", escaped_query);
   }
-  if (table_name_ == kDomainUserView) {
+  if (ListsUsers(table_name_)) {
     return Like("user_name", escaped_query) + " OR " + Like("account_alias", escaped_query);
   }
   return "";
@@ -76,7 +85,7 @@ std::string DomainDBFilter::_GetPage() const {
 
 std::string DomainDBFilter::ComposeQueryCmd() {
   std::string sql = "SELECT " + select_ + " FROM " + table_name_;
-  const bool lists_users = table_name_ == kDomainUserView;
+  const bool lists_users = ListsUsers(table_name_);
   if (_HasQueryInput() || lists_users) {
     sql += " WHERE ";
   }

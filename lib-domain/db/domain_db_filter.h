@@ -1,4 +1,5 @@
-// Which rows of domain_view, domain_user_view or domain_group_view a caller wants, as one SQL text.
+// Which rows of domain_view, domain_user_view (or its with-role twin) or domain_group_view a caller
+// wants, as one SQL text.
 //
 // Search texts are escaped here. The select list, the table and the sort column and direction are
 // written as given: they must come from the program, never from its input. The stores set table and
@@ -36,6 +37,9 @@ class MDOMAIN_EXPORT DomainDBFilter {
   void SetSortBy(const std::string& sort_by) { sort_by_ = sort_by; }
   void SetSortDirection(const std::string& sort_direction) { sort_direction_ = sort_direction; }
   void SetTableName(const std::string& table_name) { table_name_ = table_name; }
+
+  // Whether its statement of uids asks for the role itself, not only for whether there is one.
+  bool SortsByRole() const;
 
   // The matching rows, or with a "count..." select list their number. Of users only those with a
   // role in the domain.

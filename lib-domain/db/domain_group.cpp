@@ -72,9 +72,8 @@ INTERNAL::Database DomainGroup::_DomainDb() const {
 
 bool DomainGroup::SetGroupsRoles(const std::vector<RECORD::DomainGroupRole>& roles) {
   StatementBatch batch;
-  batch.AddValid(roles, [](const RECORD::DomainGroupRole& role) {
-    return FormatStatement(kReplaceRole, role.GetDomainIdx(), role.GetGID(),
-                           role.GetRole().c_str());
+  batch.AddValid(kReplaceRole, roles, [](const RECORD::DomainGroupRole& role) {
+    return std::make_tuple(role.GetDomainIdx(), role.GetGID(), role.GetRole());
   });
   return _DomainDb().Run(batch, "fail to Set domain_to_group_role_table");
 }

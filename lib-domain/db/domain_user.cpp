@@ -19,6 +19,7 @@ using korvmailserver::FormatSql;
 namespace {
 
 constexpr const char* kView = "domain_user_view";
+constexpr const char* kWithRoleView = "domain_user_with_role_view";
 // Columns of domain_user_view: domain index, uid, user name, alias, role, duplicated.
 using UserColumns = Columns<Int, Uid, Text, Text, Text, Flag>;
 // Columns of domain_user_alias_table: domain index, uid, alias, duplicated.
@@ -31,23 +32,25 @@ constexpr const char* kIsAliasTaken =
     "SELECT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias = '%q' COLLATE "
     "NOCASE LIMIT 1) ";
 constexpr const char* kExists =
-    "SELECT EXISTS (SELECT 1 FROM domain_user_view WHERE domain_idx= %d AND user_name='%q' COLLATE "
+    "SELECT EXISTS (SELECT 1 FROM user_table INNER JOIN domain_user_alias_table ON "
+    "domain_user_alias_table.uid = user_table.uid WHERE domain_idx= %d AND user_name='%q' COLLATE "
     "NOCASE LIMIT 1)";
 constexpr const char* kSelectUsersOfDomains =
-    "SELECT DISTINCT domain_idx, uid FROM domain_user_view WHERE role IS NOT NULL AND domain_idx "
-    "IN (%s)";
+    "SELECT DISTINCT domain_idx, uid FROM %s WHERE role IS NOT NULL AND domain_idx IN (%s)";
 constexpr const char* kSelectUsersWithoutRole =
     "SELECT domain_user_alias_table.domain_idx AS domain_idx, domain_user_alias_table.uid AS uid "
     "FROM domain_user_alias_table INNER JOIN domain_user_view WHERE "
     "domain_user_alias_table.domain_idx = domain_user_view.domain_idx AND "
     "domain_user_alias_table.uid = domain_user_view.uid AND domain_user_view.role IS NULL";
+constexpr const char* kSelectFromWithoutRole =
+    "SELECT domain_idx, uid FROM domain_user_without_role_view";
 
 constexpr const char* kSelectOfUsers =
     "SELECT * FROM domain_user_view WHERE uid IN (%q) ORDER BY uid, domain_idx";
 // The alias follows, then kNoCase.
 constexpr const char* kSelectAliasUsers =
     "SELECT * FROM domain_user_alias_table WHERE domain_idx=%d AND account_alias='";
-constexpr const char* kNoCase = "' COLLATE NOCASE";
+constexpr const char* kNoCase = "' COLLATE NOCASE ORDER BY uid, rowid";
 constexpr const char* kSelectAliases =
     "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid = %u ORDER BY "
     "rowid";
@@ -99,9 +102,18 @@ constexpr const char* kReplaceRemoval =
 constexpr const char* kDeleteRemovals =
     "DELETE FROM domain_group_removed_user_table WHERE domain_idx = '%d' AND uid IN (%q)";
 
-std::string FormatAliasInsert(const RECORD::DomainUserAlias& alias) {
-  return FormatStatement(kInsertAlias, alias.GetDomainIdx(), alias.GetUID(),
-                         alias.GetAccountAlias().c_str(), alias.IsDuplicated() ? 1 : 0);
+std::tuple<int, unsigned int, std::string, int> ValuesOf(const RECORD::DomainUserAlias& alias) {
+  return {alias.GetDomainIdx(), alias.GetUID(), alias.GetAccountAlias(),
+          alias.IsDuplicated() ? 1 : 0};
+}
+
+bool HasOwnViews(const DomainDBHandler* handler) {
+  return handler != nullptr && handler->HasOwnViews();
+}
+
+// Where those users stand who have a role, for statements that do not look at the role itself.
+const char* UserView(const DomainDBHandler* handler) {
+  return HasOwnViews(handler) ? kWithRoleView : kView;
 }
 
 DomainDBFilter WholeDomains(const std::vector<int>& domain_idxs) {
@@ -139,12 +151,12 @@ bool DomainUser::IsExists(const int& domain_idx, const std::string& user_name) {
 }
 
 bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
-  return _DomainDb().GetCount(filter, kView, "count(distinct uid)", count);
+  return _DomainDb().GetCount(filter, UserView(handler_), "count(distinct uid)", count);
 }
 
 bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
   DomainDBFilter own = filter;
-  own.SetTableName(kView);
+  own.SetTableName(filter.SortsByRole() ? kView : UserView(handler_));
   return _DomainDb().Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
 }
 
@@ -219,7 +231,7 @@ bool DomainUser::List(const int& domain_idx, std::vector<unsigned int>& uids) {
 bool DomainUser::List(const std::vector<int>& domain_idxs,
                       std::map<int, std::unordered_set<unsigned int>>& uids_by_domain) {
   return _DomainDb().Query<DomainAndUser>(
-      FormatSql(kSelectUsersOfDomains, BASE::Join(domain_idxs, ",").c_str()),
+      FormatSql(kSelectUsersOfDomains, UserView(handler_), BASE::Join(domain_idxs, ",").c_str()),
       [&](int domain_idx, unsigned int uid) { uids_by_domain[domain_idx].insert(uid); });
 }
 
@@ -316,7 +328,7 @@ bool DomainUser::FindBeingEffectedGroups(
 
 bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& uids_by_domain) {
   return _DomainDb().Query<DomainAndUser>(
-      kSelectUsersWithoutRole,
+      HasOwnViews(handler_) ? kSelectFromWithoutRole : kSelectUsersWithoutRole,
       [&](int domain_idx, unsigned int uid) { uids_by_domain[domain_idx].push_back(uid); });
 }
 
@@ -351,8 +363,8 @@ bool DomainUser::_CheckUnderControl(std::vector<RECORD::DomainUser>& users) {
 
 bool DomainUser::SetUsersRoles(const std::vector<RECORD::DomainUserRole>& roles) {
   StatementBatch batch;
-  batch.AddValid(roles, [](const RECORD::DomainUserRole& role) {
-    return FormatStatement(kReplaceRole, role.GetDomainIdx(), role.GetUID(), role.GetRole().c_str(),
+  batch.AddValid(kReplaceRole, roles, [](const RECORD::DomainUserRole& role) {
+    return std::make_tuple(role.GetDomainIdx(), role.GetUID(), role.GetRole(),
                            role.IsAutoAdded() ? 1 : 0);
   });
   return _DomainDb().Run(batch, "fail to insert domain_to_user_role_table");
@@ -364,9 +376,8 @@ bool DomainUser::CreateUsersRoles(const std::vector<RECORD::DomainUserRole>& rol
 
 bool DomainUser::DeleteUsersRoles(const std::vector<std::pair<int, unsigned int>>& pairs) {
   StatementBatch batch;
-  for (const auto& [domain_idx, uid] : pairs) {
-    batch.Add(FormatStatement(kDeleteRole, domain_idx, uid));
-  }
+  batch.AddEach(kDeleteRole, pairs,
+                [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
   return _DomainDb().Run(batch, "fail to delete domain_to_user_role_table");
 }
 
@@ -378,7 +389,7 @@ bool DomainUser::DeleteUsersRoles(const int& domain_idx, const std::vector<unsig
 
 bool DomainUser::CreateUsersAliases(const std::vector<RECORD::DomainUserAlias>& aliases) {
   StatementBatch batch;
-  batch.AddValid(aliases, FormatAliasInsert);
+  batch.AddValid(kInsertAlias, aliases, ValuesOf);
   return _DomainDb().Run(batch, "fail to insert domain_user_alias_table");
 }
 
@@ -386,22 +397,18 @@ bool DomainUser::SetUsersAliases(const std::vector<RECORD::DomainUserAlias>& ali
   if (!_DomainDb().IsOpen()) {
     return false;
   }
-  StatementBatch batch;
-  std::set<std::pair<int, unsigned int>> emptied;
-  std::vector<std::string> inserts;
+  std::set<std::pair<int, unsigned int>> seen;
+  std::vector<std::tuple<int, unsigned int>> emptied;
   for (const RECORD::DomainUserAlias& alias : aliases) {
     if (!alias.IsValid()) {
       LOG_ERROR("invalid user_alias: [%s], skipped", alias.GetAccountAlias().c_str());
-      continue;
-    }
-    inserts.push_back(FormatAliasInsert(alias));
-    if (emptied.emplace(alias.GetDomainIdx(), alias.GetUID()).second) {
-      batch.Add(FormatStatement(kDeleteAliasesOfUser, alias.GetDomainIdx(), alias.GetUID()));
+    } else if (seen.emplace(alias.GetDomainIdx(), alias.GetUID()).second) {
+      emptied.emplace_back(alias.GetDomainIdx(), alias.GetUID());
     }
   }
-  for (std::string& insert : inserts) {
-    batch.Add(std::move(insert));
-  }
+  StatementBatch batch;
+  batch.AddEach(kDeleteAliasesOfUser, emptied, [](const auto& user) { return user; });
+  batch.AddValid(kInsertAlias, aliases, ValuesOf);
   return _DomainDb().Run(batch, "fail to insert domain_to_user_real_table");
 }
 
@@ -414,9 +421,7 @@ bool DomainUser::DeleteUsersAliases(const int& domain_idx, const std::vector<uns
 bool DomainUser::RemoveUsersFromDomainGroups(
     const std::vector<std::tuple<int, unsigned int, unsigned int>>& removals) {
   StatementBatch batch;
-  for (const auto& [domain_idx, gid, uid] : removals) {
-    batch.Add(FormatStatement(kReplaceRemoval, domain_idx, gid, uid));
-  }
+  batch.AddEach(kReplaceRemoval, removals, [](const auto& removal) { return removal; });
   return _DomainDb().Run(batch, "fail to delete domain_to_group_role_table");
 }
 

@@ -57,18 +57,16 @@ bool Group::ListAllGroupToUsers(std::map<unsigned int, std::vector<unsigned int>
 
 bool Group::Create(const std::vector<RECORD::Group>& groups) {
   StatementBatch batch;
-  batch.AddValid(groups, [](const RECORD::Group& group) {
-    return FormatStatement(kInsert, group.GetGID(), group.GetGroupName().c_str(),
-                           group.GetGroupDesc().c_str());
+  batch.AddValid(kInsert, groups, [](const RECORD::Group& group) {
+    return std::make_tuple(group.GetGID(), group.GetGroupName(), group.GetGroupDesc());
   });
   return _DomainDb().Run(batch, "fail to insert group_table");
 }
 
 bool Group::Set(const std::vector<RECORD::Group>& groups) {
   StatementBatch batch;
-  batch.AddValid(groups, [](const RECORD::Group& group) {
-    return FormatStatement(kUpdate, group.GetGroupName().c_str(), group.GetGroupDesc().c_str(),
-                           group.GetGID());
+  batch.AddValid(kUpdate, groups, [](const RECORD::Group& group) {
+    return std::make_tuple(group.GetGroupName(), group.GetGroupDesc(), group.GetGID());
   });
   return _DomainDb().Run(batch, "fail to update group_table");
 }
@@ -76,9 +74,8 @@ bool Group::Set(const std::vector<RECORD::Group>& groups) {
 bool Group::SetGroupToUsers(
     const std::vector<std::pair<unsigned int, unsigned int>>& gid_uid_pairs) {
   StatementBatch batch;
-  for (const auto& [gid, uid] : gid_uid_pairs) {
-    batch.Add(FormatStatement(kInsertMember, gid, uid));
-  }
+  batch.AddEach(kInsertMember, gid_uid_pairs,
+                [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
   return _DomainDb().Run(batch, "fail to update group_to_user_table");
 }
 

@@ -12,10 +12,12 @@
 
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
+#include "platform/include/nodes.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -24,6 +26,7 @@ namespace {
 
 constexpr int kOpenBusyMilliseconds = 60000;
 constexpr int kSelectBusyMilliseconds = 10000;
+constexpr int kIndexBusyMilliseconds = 1000;  // whoever writes now makes them, or the next
 constexpr char kCountTables[] =
     "SELECT count(*), total(name = 'domain_table') FROM sqlite_master WHERE type = 'table'";
 constexpr char kCountDomains[] =
@@ -144,7 +147,26 @@ int DomainDBHandler::ConnectAndUpgrade() {
     return err_;
   }
   forbidWritesInMemory();
+  _PrepareFastRoads();
   return 0;
+}
+
+// A pulled file that was written to would no longer be what is published.
+void DomainDBHandler::_PrepareFastRoads() {
+  has_own_views_ = false;
+  if (!INTERNAL::HasOwnIndexes(db_) && sqlite3_db_readonly(db_, "main") == 0) {
+    korvmailserver::NodeStanding standing;
+    if (korvmailserver::ReadNodeStanding(standing) &&
+        standing.role != korvmailserver::NodeRole::kMember) {
+      sqlite3_busy_timeout(db_, kIndexBusyMilliseconds);
+      exeCmds(INTERNAL::OwnIndexStatements(), true);
+      sqlite3_busy_timeout(db_, kOpenBusyMilliseconds);
+    }
+  }
+  if (INTERNAL::HasOwnIndexes(db_)) {
+    has_own_views_ = INTERNAL::DefineOwnViews(db_);
+  }
+  err_ = SQLITE_OK;
 }
 
 int DomainDBHandler::createDB() {
@@ -163,6 +185,16 @@ int DomainDBHandler::createDB() {
 }
 
 std::vector<std::vector<std::string>> DomainDBHandler::ExecSelectCmd(const std::string& sql) {
+  std::vector<std::vector<std::string>> rows;
+  ForEachRow(sql, [&rows](const korvmailserver::Statement& row) {
+    rows.push_back(row.Texts());
+    return true;
+  });
+  return rows;
+}
+
+void DomainDBHandler::ForEachRow(
+    const std::string& sql, const std::function<bool(const korvmailserver::Statement& row)>& use) {
   korvmailserver::Statement statement(db_, sql);
   // A text without any statement compiles, too, but cannot be stepped.
   if (!statement.IsPrepared() && sqlite3_errcode(db_) != SQLITE_OK) {
@@ -171,11 +203,9 @@ std::vector<std::vector<std::string>> DomainDBHandler::ExecSelectCmd(const std::
   if (sqlite3_busy_timeout(db_, kSelectBusyMilliseconds) != SQLITE_OK) {
     ThrowSelectError("Failed to set busy timeout", db_, sql, __LINE__);
   }
-  std::vector<std::vector<std::string>> rows;
-  if (!statement.ForEachRow([&rows](const auto& row) { rows.push_back(row.Texts()); })) {
+  if (!statement.ForEachRow([&use](const auto& row) { return use(row); })) {
     ThrowSelectError("sqlite3_step", db_, sql, __LINE__);
   }
-  return rows;
 }
 
 int DomainDBHandler::_InitPragma() {

@@ -5,11 +5,16 @@
 #ifndef LIB_DOMAIN_DB_HANDLER_H
 #define LIB_DOMAIN_DB_HANDLER_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "platform/include/db_handler.h"
 #include "platform/include/export.h"
+
+namespace korvmailserver {
+class Statement;
+}
 
 namespace MDOMAIN::DB {
 
@@ -33,7 +38,8 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // version; after a failure the file is at the last whole version. Processes that do so at once
   // wait for the first of them. A file of a newer version is opened as it is, one that has tables
   // but none for domains is refused and stays as it is. 0, or the handler's result code with the
-  // reason logged.
+  // reason logged. A file that may be written, and was not pulled from another machine, gets the
+  // indexes of this library where it lacks them; when that fails the file serves without.
   int ConnectAndUpgrade();
   // Opens the file anew when another one has taken its place, as a pull does: from now on it is
   // read. Nothing happens while a BatchScope lives, which must not lose its transaction, or where
@@ -44,10 +50,16 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // Opens the file, creating it, sets its owner and mode and gives an empty file its schema. When
   // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
   int createDB();
+  // Whether the connection has views of its own (DefineOwnViews).
+  bool HasOwnViews() const { return has_own_views_; }
   // Runs one query (what follows a ";" is not run). One vector of column texts per row, NULL as "".
   // Waits up to 10 seconds for other processes, from then on for every statement of the connection.
   // Throws LogException 4009, which logs SQLite's reason and the query.
   std::vector<std::vector<std::string>> ExecSelectCmd(const std::string& sql);
+  // The same, row by row, until `use` answers false. The rows before a failure have been handed
+  // out.
+  void ForEachRow(const std::string& sql,
+                  const std::function<bool(const korvmailserver::Statement& row)>& use);
 
  private:
   int _InitPragma();
@@ -56,6 +68,9 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   bool _LacksDomains();
   int _UpgradeDB(int version);
   int _RunScripts(int version, const std::vector<std::string>& scripts);
+  void _PrepareFastRoads();
+
+  bool has_own_views_ = false;
 
   static DomainDBHandler* _singleDomainDBHandler;
 };

@@ -1,7 +1,9 @@
 // Statement texts that fit into one statement, or none.
 #include "lib-domain/db/statement.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <iterator>
 
 #include "platform/include/sqlite.h"
 
@@ -36,6 +38,21 @@ std::string EscapeQuery(const std::string& query) {
     escaped.append(width, c);
   }
   return escaped;
+}
+
+std::string WithParameters(const char* format) {
+  constexpr std::string_view kValues[] = {"'%q'", "'%d'", "'%u'", "%d", "%u"};
+  std::string text;
+  for (std::string_view rest = format; !rest.empty();) {
+    const auto* const value =
+        std::find_if(std::begin(kValues), std::end(kValues), [rest](std::string_view candidate) {
+          return rest.substr(0, candidate.size()) == candidate;
+        });
+    const bool is_value = value != std::end(kValues);
+    text += is_value ? '?' : rest.front();
+    rest.remove_prefix(is_value ? value->size() : 1);
+  }
+  return text;
 }
 
 template <typename Id>

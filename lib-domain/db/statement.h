@@ -3,11 +3,15 @@
 #define LIB_DOMAIN_DB_STATEMENT_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "platform/include/db_handler.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
@@ -28,22 +32,33 @@ std::string EscapeQuery(const std::string& query);
 template <typename Id>
 std::vector<std::string> JoinIdsInPieces(const std::vector<Id>& ids);
 
+// `format` with a parameter in the place of each value that stands alone: '%q', '%d', '%u', and %d
+// and %u without quotes. Where a column has an affinity, a bound number is stored and compared as
+// the same number in quotes is.
+std::string WithParameters(const char* format);
+
 // The writes of one operation, in order; Database::Run runs them.
 class StatementBatch {
  public:
   // A statement as FormatStatement makes it.
   void Add(std::string statement) {
     fits_ = fits_ && !statement.empty();
-    statements_.push_back(std::move(statement));
+    const auto run = [statement](sqlite3* db) {
+      return sqlite3_exec(db, statement.c_str(), nullptr, nullptr, nullptr);
+    };
+    steps_.push_back({std::move(statement), run});
   }
-  // A statement per valid record, as `format(record)` makes it. Invalid ones are left out silently.
-  template <typename Record, typename Format>
-  void AddValid(const std::vector<Record>& records, const Format& format) {
-    for (const Record& record : records) {
-      if (record.IsValid()) {
-        Add(format(record));
-      }
-    }
+  // For each of the records, which must outlive the batch, the statement that FormatStatement makes
+  // of `format` and the tuple of numbers and texts that `values_of(record)` gives, each a value
+  // that stands alone. It is compiled once.
+  template <typename Record, typename Values>
+  void AddEach(const char* format, const std::vector<Record>& records, const Values& values_of) {
+    _AddEach(format, records, values_of, [](const Record& /*record*/) { return true; });
+  }
+  // The same for the valid records. Invalid ones are left out silently.
+  template <typename Record, typename Values>
+  void AddValid(const char* format, const std::vector<Record>& records, const Values& values_of) {
+    _AddEach(format, records, values_of, [](const Record& record) { return record.IsValid(); });
   }
   // A statement whose last argument ("%q") is a list of ids, as often as JoinIdsInPieces needs.
   template <typename Id, typename... Arguments>
@@ -55,10 +70,90 @@ class StatementBatch {
 
   // Whether no statement was too long.
   bool Fits() const { return fits_; }
-  const SQLCmd& Statements() const { return statements_; }
+  const std::vector<SqlStep>& Steps() const { return steps_; }
 
  private:
-  SQLCmd statements_;
+  static const char* _Printed(const std::string& text) { return text.c_str(); }
+  static const char* _Printed(const char* text) { return text; }
+  template <typename Number>
+  static Number _Printed(Number number) {
+    return number;
+  }
+  static size_t _SizeOf(const std::string& text) { return text.size(); }
+  static size_t _SizeOf(...) { return 0; }
+  static bool _Bind(korvmailserver::Statement& statement, int parameter, const std::string& text) {
+    return statement.Bind(parameter, std::string_view(text.c_str()));  // up to its first zero byte
+  }
+  template <typename Number>
+  static bool _Bind(korvmailserver::Statement& statement, int parameter, Number number) {
+    return statement.Bind(parameter, number);
+  }
+
+  template <typename... Values>
+  static std::string _Format(const char* format, const std::tuple<Values...>& tuple) {
+    return std::apply(
+        [format](const auto&... values) { return FormatStatement(format, _Printed(values)...); },
+        tuple);
+  }
+  template <typename... Values>
+  static bool _IsShortEnough(const char* format, const std::tuple<Values...>& tuple) {
+    constexpr size_t kSurelyShort = kStatementSize / 4;
+    const size_t size =
+        std::apply([](const auto&... values) { return (_SizeOf(values) + ... + 0); }, tuple);
+    return size < kSurelyShort || !_Format(format, tuple).empty();
+  }
+  template <typename... Values>
+  static int _RunWith(korvmailserver::Statement& statement, const std::tuple<Values...>& tuple) {
+    std::apply(
+        [&statement](const auto&... values) {
+          int parameter = 0;
+          (_Bind(statement, ++parameter, values), ...);
+        },
+        tuple);
+    const int result = statement.Step();
+    statement.Reset();
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+  }
+
+  template <typename Record, typename Values, typename IsWanted>
+  void _AddEach(const char* format, const std::vector<Record>& records, const Values& values_of,
+                const IsWanted& is_wanted) {
+    if (records.size() < kFewRecords) {
+      for (const Record& record : records) {
+        if (is_wanted(record)) {
+          Add(_Format(format, values_of(record)));
+        }
+      }
+      return;
+    }
+    bool has_any = false;
+    for (const Record& record : records) {
+      if (is_wanted(record)) {
+        has_any = true;
+        fits_ = fits_ && _IsShortEnough(format, values_of(record));
+      }
+    }
+    if (!has_any) {
+      return;
+    }
+    const auto run = [format, &records, values_of, is_wanted](sqlite3* db) {
+      korvmailserver::Statement statement(db, WithParameters(format));
+      int result = SQLITE_OK;
+      for (auto record = records.begin(); record != records.end() && result == SQLITE_OK;
+           ++record) {
+        if (is_wanted(*record)) {
+          result = _RunWith(statement, values_of(*record));
+        }
+      }
+      return result;
+    };
+    steps_.push_back({format, run});
+  }
+
+  // Compiling once is not worth while for less.
+  static constexpr size_t kFewRecords = 8;
+
+  std::vector<SqlStep> steps_;
   bool fits_ = true;
 };
 

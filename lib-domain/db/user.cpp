@@ -21,7 +21,7 @@ constexpr const char* kSelectByName =
     "SELECT * FROM user_table WHERE user_name='%q' COLLATE NOCASE";
 constexpr const char* kSelectUser = "SELECT * FROM user_table WHERE uid='%u'";
 constexpr const char* kSelectUsers = "SELECT * FROM user_table WHERE uid IN (%q)";
-constexpr const char* kSelectGroups = "SELECT * FROM group_to_user_table WHERE uid='%u'";
+constexpr const char* kSelectGroups = "SELECT * FROM group_to_user_table WHERE uid='%u' ORDER BY rowid";
 constexpr const char* kExists = "SELECT EXISTS (SELECT 1 FROM user_table WHERE uid='%u' LIMIT 1)";
 constexpr const char* kInsert =
     "INSERT OR IGNORE INTO  user_table (uid, user_name) VALUES ('%u', '%q');";
@@ -63,16 +63,16 @@ bool User::FindBelongingGroups(const unsigned int& uid, std::vector<unsigned int
 
 bool User::Create(const std::vector<RECORD::User>& users) {
   StatementBatch batch;
-  batch.AddValid(users, [](const RECORD::User& user) {
-    return FormatStatement(kInsert, user.GetUID(), user.GetUserName().c_str());
+  batch.AddValid(kInsert, users, [](const RECORD::User& user) {
+    return std::make_tuple(user.GetUID(), user.GetUserName());
   });
   return _DomainDb().Run(batch, "fail to insert user_table");
 }
 
 bool User::Set(const std::vector<RECORD::User>& users) {
   StatementBatch batch;
-  batch.AddValid(users, [](const RECORD::User& user) {
-    return FormatStatement(kUpdate, user.GetUserName().c_str(), user.GetUID());
+  batch.AddValid(kUpdate, users, [](const RECORD::User& user) {
+    return std::make_tuple(user.GetUserName(), user.GetUID());
   });
   return _DomainDb().Run(batch, "fail to insert user_table");
 }

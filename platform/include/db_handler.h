@@ -2,6 +2,7 @@
 #ifndef PLATFORM_DB_HANDLER_H
 #define PLATFORM_DB_HANDLER_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,13 @@ struct sqlite3;
 
 // Statements in the order in which they run; an entry may hold several, separated by ";".
 using SQLCmd = std::vector<std::string>;
+
+// What a batch does at once with one statement.
+struct SqlStep {
+  std::string text;  // of the statement, or what its rows have in common; nobody runs it
+  // Gives SQLite's code of its first failure, or 0. It begins and ends no transaction.
+  std::function<int(sqlite3*)> run;
+};
 
 // Not thread-safe. Several processes may use one file: SQLite's locks apply, with the busy timeout.
 class MDOMAIN_EXPORT DBHandler {
@@ -47,6 +55,8 @@ class MDOMAIN_EXPORT DBHandler {
   // succeeds. 0 on success, else SQLite's result code, which is also kept as the handler's (GetErr)
   // with its text (GetErrText); nothing is logged. Entries must not begin or end transactions.
   int exeCmds(const SQLCmd& cmds, bool transaction);
+  // The same with `transaction`, of statements that were compiled once for many rows.
+  int exeSteps(const std::vector<SqlStep>& steps);
 
   // How long a statement waits for another process's lock; 10 seconds until it is set. May be
   // called before connect().
@@ -85,8 +95,9 @@ class MDOMAIN_EXPORT DBHandler {
   int _OpenStandIn();
   int _OpenAndCheck();
   int _RunSchema();
-  int _RunTransaction(const SQLCmd& cmds);
-  int _RunSavepoint(const SQLCmd& cmds);
+  int _RunGuarded(const std::function<int()>& run);
+  int _RunTransaction(const std::function<int()>& work);
+  int _RunSavepoint(const std::function<int()>& work);
   int _RunAll(const SQLCmd& cmds);
   int _EndTransaction();
   bool _NoticeLostTransaction(int result);

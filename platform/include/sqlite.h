@@ -167,13 +167,20 @@ class Statement {
     Reset();
     return result == SQLITE_DONE;
   }
-  // Calls `use(row)` with this statement standing on each row. True after the last one; false when
-  // the reading failed, and then the rows before it have been handed out.
+  // Calls `use(row)` with this statement standing on each row; where it answers, until it answers
+  // false. True at the end; false when the reading failed, and then the rows before it have been
+  // handed out.
   template <typename Use>
   bool ForEachRow(const Use& use) {
     int result = Step();
     for (; result == SQLITE_ROW; result = Step()) {
-      use(static_cast<const Statement&>(*this));
+      if constexpr (std::is_same_v<decltype(use(*this)), bool>) {
+        if (!use(static_cast<const Statement&>(*this))) {
+          return true;
+        }
+      } else {
+        use(static_cast<const Statement&>(*this));
+      }
     }
     return result == SQLITE_DONE;
   }
@@ -181,6 +188,9 @@ class Statement {
   // The row that the last step gave. A column that it has not reads as NULL: 0 and no text.
   int Columns() const { return sqlite3_column_count(statement_); }
   bool IsNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+  bool IsInteger(int column) const {
+    return sqlite3_column_type(statement_, column) == SQLITE_INTEGER;
+  }
   int Int(int column) const { return sqlite3_column_int(statement_, column); }
   sqlite3_int64 Int64(int column) const { return sqlite3_column_int64(statement_, column); }
   // With all its bytes, zero bytes too; NULL gives the empty string.

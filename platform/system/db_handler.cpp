@@ -249,12 +249,38 @@ void DBHandler::disconnect() {
 }
 
 int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
+  if (db_ != nullptr && cmds.empty()) {
+    return err_ = SQLITE_OK;
+  }
+  const auto run_all = [&] { return _RunAll(cmds); };
+  if (transaction) {
+    return _RunGuarded(
+        [&] { return scope_depth_ > 0 ? _RunSavepoint(run_all) : _RunTransaction(run_all); });
+  }
+  return _RunGuarded(run_all);
+}
+
+int DBHandler::exeSteps(const std::vector<SqlStep>& steps) {
+  if (db_ != nullptr && steps.empty()) {
+    return err_ = SQLITE_OK;
+  }
+  const auto run_all = [&] {
+    for (const SqlStep& step : steps) {
+      const int result = step.run(db_);
+      if (result != SQLITE_OK) {
+        return _KeepFailure(result);
+      }
+    }
+    return SQLITE_OK;
+  };
+  return _RunGuarded(
+      [&] { return scope_depth_ > 0 ? _RunSavepoint(run_all) : _RunTransaction(run_all); });
+}
+
+int DBHandler::_RunGuarded(const std::function<int()>& run) {
   if (db_ == nullptr) {
     err_text_ = "not connected";
     return err_ = SQLITE_MISUSE;
-  }
-  if (cmds.empty()) {
-    return err_ = SQLITE_OK;
   }
   if (_NoticeLostTransaction(SQLITE_ABORT)) {
     err_text_ = "a failed query rolled the transaction back";
@@ -262,14 +288,7 @@ int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
   if (scope_lost_ != SQLITE_OK) {
     return err_ = scope_lost_;
   }
-  int result = SQLITE_OK;
-  if (!transaction) {
-    result = _RunAll(cmds);
-  } else if (scope_depth_ > 0) {
-    result = _RunSavepoint(cmds);
-  } else {
-    result = _RunTransaction(cmds);
-  }
+  const int result = run();
   _NoticeLostTransaction(result);
   return err_ = result;
 }
@@ -286,12 +305,12 @@ bool DBHandler::_NoticeLostTransaction(int result) {
   return true;
 }
 
-int DBHandler::_RunTransaction(const SQLCmd& cmds) {
+int DBHandler::_RunTransaction(const std::function<int()>& work) {
   int result = _ExecText("BEGIN IMMEDIATE");
   if (result != SQLITE_OK) {
     return result;
   }
-  result = _RunAll(cmds);
+  result = work();
   if (result == SQLITE_OK) {
     result = _ExecText("COMMIT");
   }
@@ -301,7 +320,7 @@ int DBHandler::_RunTransaction(const SQLCmd& cmds) {
   return result;
 }
 
-int DBHandler::_RunSavepoint(const SQLCmd& cmds) {
+int DBHandler::_RunSavepoint(const std::function<int()>& work) {
   int result = scope_open_ ? SQLITE_OK : _ExecText("BEGIN IMMEDIATE");
   if (result != SQLITE_OK) {
     return result;
@@ -311,7 +330,7 @@ int DBHandler::_RunSavepoint(const SQLCmd& cmds) {
   if (result != SQLITE_OK) {
     return result;
   }
-  result = _RunAll(cmds);
+  result = work();
   if (result == SQLITE_OK) {
     return _ExecText("RELEASE batch");
   }

@@ -25,8 +25,10 @@ using MDOMAIN::DB::DomainDBHandler;
 using test::SqliteFile;
 using test::StringList;
 
+// Without the indexes that are no part of the schema.
 constexpr const char* kObjects =
-    "SELECT type, name, sql FROM sqlite_master WHERE sql IS NOT NULL ORDER BY type, name";
+    "SELECT type, name, sql FROM sqlite_master WHERE sql IS NOT NULL AND name NOT LIKE 'mdomain%' "
+    "ORDER BY type, name";
 
 StringList Lines(const std::string& path) {
   std::ifstream in(path);

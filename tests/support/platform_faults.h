@@ -154,4 +154,14 @@ int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
   return fails ? -1 : real(this, cmds, transaction);
 }
 
+int DBHandler::exeSteps(const std::vector<SqlStep>& steps) {
+  using Function = int (*)(DBHandler*, const std::vector<SqlStep>&);
+  static const auto real =
+      test::Real<Function>("_ZN9DBHandler8exeStepsERKSt6vectorI7SqlStepSaIS1_EE");
+  const bool fails = std::any_of(steps.begin(), steps.end(), [](const SqlStep& step) {
+    return test::Fails("DBHandler::exeCmds", step.text);
+  });
+  return fails ? -1 : real(this, steps);
+}
+
 #endif  // TESTS_SUPPORT_PLATFORM_FAULTS_H

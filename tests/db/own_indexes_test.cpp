@@ -1,0 +1,234 @@
+// The library's own indexes and views: made where they may be, and of the same answers as the
+// file's own views, on models that nobody would make on purpose.
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "lib-domain/db/domain.h"
+#include "lib-domain/db/domain_user.h"
+#include "lib-domain/db/group.h"
+#include "lib-domain/db/statement.h"
+#include "lib-domain/db/user.h"
+#include "platform/include/sqlite.h"
+#include "tests/support/domain_db.h"
+
+namespace {
+
+using MDOMAIN::DB::DomainDBFilter;
+using MDOMAIN::DB::DomainDBHandler;
+using test::SqliteFile;
+using test::StringList;
+namespace RECORD = MDOMAIN::RECORD;
+
+constexpr const char* kOwnIndexes =
+    "SELECT count(*) FROM sqlite_master WHERE type = 'index' AND name LIKE 'mdomain%'";
+constexpr int kModels = 300;
+
+class OwnIndexes : public test::DomainDbTest {
+ protected:
+  static DomainDBHandler& Open() {
+    DomainDBHandler::CloseDomainDBHandler();
+    DomainDBHandler* handler = DomainDBHandler::GetDomainDBHandler();
+    EXPECT_NE(handler, nullptr);
+    return *handler;
+  }
+
+  unsigned Draw(unsigned below) {
+    return std::uniform_int_distribution<unsigned>(0, below - 1)(random_);
+  }
+  std::string OneOf(const StringList& texts) { return texts[Draw(texts.size())]; }
+  // Statements that insert up to `count` rows of what `row` gives.
+  template <typename MakeRow>
+  std::string Insert(const std::string& table, unsigned count, const MakeRow& row) {
+    std::string sql;
+    for (unsigned i = Draw(count + 1); i > 0; --i) {
+      sql += "INSERT OR IGNORE INTO " + table + " VALUES(" + row() + ");";
+    }
+    return sql;
+  }
+  std::string Domain() { return std::to_string(1 + Draw(3)); }
+  std::string Uid() { return std::to_string(1000 + Draw(12)); }
+  std::string Gid() { return std::to_string(500 + Draw(5)); }
+  std::string Role() {
+    return OneOf({"'normal'", "'normal'", "'domain_admin'", "NULL", "''", "'other'", "7"});
+  }
+  std::string Flag() { return OneOf({"0", "0", "0", "1", "1", "NULL", "2"}); }
+  std::string Alias() {
+    return OneOf({"'a'", "'A'", "'b'", "'c%'", "'d_'", "'zoë'", "NULL", "''"});
+  }
+
+  std::string RandomModel() {
+    std::string sql =
+        "PRAGMA foreign_keys = on; PRAGMA synchronous = off; BEGIN; DELETE FROM domain_table; "
+        "DELETE FROM user_table;"
+        "DELETE FROM group_table;"
+        "INSERT INTO domain_table "
+        "VALUES(1,'a','x','<a>',1),(2,'b',NULL,'',0),(3,'c','','<s>',NULL);"
+        "INSERT INTO primary_domain_table VALUES(2);";
+    for (int uid = 1000; uid < 1012; ++uid) {
+      sql += "INSERT INTO user_table VALUES(" + std::to_string(uid) + "," +
+             OneOf({"'anna'", "'Anna'", "'ben'", "'a%'", "'zoë'", "NULL", "'carl'"}) + ");";
+    }
+    for (int gid = 500; gid < 505; ++gid) {
+      sql += "INSERT INTO group_table VALUES(" + std::to_string(gid) + ",'g','');";
+    }
+    return sql + Insert("group_to_user_table", 40, [&] { return Gid() + "," + Uid(); }) +
+           Insert("domain_group_role_table", 8,
+                  [&] { return Domain() + "," + Gid() + "," + Role(); }) +
+           Insert("domain_user_role_table", 15,
+                  [&] { return Domain() + "," + Uid() + "," + Role() + "," + Flag(); }) +
+           Insert("domain_group_removed_user_table", 12,
+                  [&] { return Domain() + "," + Gid() + "," + Uid(); }) +
+           Insert("domain_user_alias_table", 40,
+                  [&] { return Domain() + "," + Uid() + "," + Alias() + "," + Flag(); }) +
+           "COMMIT;";
+  }
+
+  std::mt19937 random_{20};
+};
+
+TEST_F(OwnIndexes, AreMadeOnceWhereTheFileMayBeWritten) {
+  EXPECT_TRUE(Open().HasOwnViews());
+  const StringList made = Rows(kOwnIndexes);
+  EXPECT_GT(std::stoi(made[0]), 5);
+  Run("DROP INDEX mdomain_alias");
+  EXPECT_TRUE(Open().HasOwnViews());
+  EXPECT_EQ(Rows(kOwnIndexes), made);
+
+  Run("DROP INDEX mdomain_alias");
+  SqliteFile other(DbPath());
+  other.Run("BEGIN IMMEDIATE");
+  EXPECT_FALSE(Open().HasOwnViews());  // whoever opens it next makes it
+  std::vector<RECORD::User> users;
+  EXPECT_TRUE(MDOMAIN::DB::User().List(MDOMAIN::DB::UserDBFilter("*"), users));
+}
+
+// What a program asks that knows no other views than the file's gives the same rows, in the same
+// order, as through this connection.
+TEST_F(OwnIndexes, GiveTheRowsOfTheFilesOwnViews) {
+  DomainDBHandler& handler = Open();
+  ASSERT_TRUE(handler.HasOwnViews());
+  SqliteFile plain(DbPath());
+  const StringList statements = {
+      "SELECT * FROM domain_user_view WHERE domain_idx = 1",
+      "SELECT * FROM domain_user_view WHERE uid IN (1000,1003,1004) ORDER BY uid, domain_idx",
+      "SELECT * FROM domain_user_view WHERE domain_idx IN (1,2) AND uid IN "
+      "(1001,1002,1003,1004,1005)"
+      " ORDER BY is_duplicated DESC, user_name ASC",
+      "SELECT * FROM domain_view",
+      "SELECT * FROM domain_view WHERE is_primary = 1",
+      "SELECT domain_idx FROM domain_user_view WHERE uid = 1003 AND role = 'domain_admin'",
+      "SELECT EXISTS (SELECT 1 FROM domain_user_view WHERE uid=1002 AND domain_idx=1 LIMIT 1)",
+      "SELECT DISTINCT uid FROM domain_user_view WHERE domain_idx IN (1,3)",
+  };
+  for (int model = 0; model < kModels; ++model) {
+    plain.Run(RandomModel());
+    for (const std::string& statement : statements) {
+      StringList own;
+      for (const auto& row : handler.ExecSelectCmd(statement)) {
+        own.push_back(MDOMAIN::BASE::Join(row, "|"));
+      }
+      StringList expected = plain.Rows(statement);
+      for (std::string& row : expected) {
+        for (size_t at = 0; (at = row.find('-', at)) != std::string::npos;) {
+          row.erase(at, 1);
+        }
+      }
+      EXPECT_EQ(own, expected) << "model " << model << ": " << statement;
+      if (HasFailure()) {
+        return;
+      }
+    }
+  }
+}
+
+// The pages, counts and searches of users, against the statements over the file's views.
+TEST_F(OwnIndexes, PagesCountsAndSearchesAreTheSame) {
+  ASSERT_TRUE(Open().HasOwnViews());
+  SqliteFile plain(DbPath());
+  MDOMAIN::DB::DomainUser users;
+  for (int model = 0; model < kModels; ++model) {
+    plain.Run(RandomModel());
+    DomainDBFilter filter("domain_user_view");
+    filter.SetDomainIdxs(Draw(3) == 0 ? std::vector<int>{1, 2} : std::vector<int>{1});
+    filter.SetQuery(OneOf({"", "", "a", "%", "Z"}));
+    filter.SetQueryType(OneOf({"", "user_name", "account_alias"}));
+    filter.SetSortBy(OneOf({"", "user_name", "uid", "role", "account_alias"}));
+    filter.SetSortDirection(OneOf({"ASC", "DESC"}));
+    filter.SetLimit(OneOf({"-1", "2"}) == "2" ? 2 : -1);
+    filter.SetOffset(static_cast<int>(Draw(3)));
+
+    DomainDBFilter given = filter;
+    StringList uids;
+    std::vector<unsigned int> own_uids;
+    ASSERT_TRUE(users.GetDistinctUIDs(filter, own_uids));
+    for (const unsigned int uid : own_uids) {
+      uids.push_back(std::to_string(uid));
+    }
+    ASSERT_EQ(uids, plain.Rows(given.ComposeDistinctUIDQueryCmd()))
+        << "model " << model << ": " << given.ComposeDistinctUIDQueryCmd();
+    int count = -1;
+    ASSERT_TRUE(users.GetDomainUsersCount(filter, count));
+    given.SetSelect("count(distinct uid)");
+    ASSERT_EQ(StringList{std::to_string(count)}, plain.Rows(given.ComposeQueryCmd()));
+
+    std::vector<RECORD::Domain> domains;
+    DomainDBFilter all;
+    ASSERT_TRUE(MDOMAIN::DB::Domain().List(all, domains));
+    for (const RECORD::Domain& domain : domains) {
+      ASSERT_EQ(StringList{std::to_string(domain.GetUserNum())},
+                plain.Rows("SELECT count(distinct uid) FROM domain_user_view WHERE domain_idx = " +
+                           std::to_string(domain.GetDomainIdx()) + " AND role IS NOT NULL"));
+    }
+    std::map<int, std::vector<unsigned int>> without;
+    ASSERT_TRUE(users.GetUsersWithoutRole(without));
+    for (const auto& [domain_idx, listed] : without) {
+      StringList texts;
+      for (const unsigned int uid : std::set<unsigned int>(listed.begin(), listed.end())) {
+        texts.push_back(std::to_string(uid));
+      }
+      ASSERT_EQ(texts,
+                plain.Rows("SELECT DISTINCT uid FROM domain_user_view WHERE role IS NULL AND "
+                           "domain_idx = " +
+                           std::to_string(domain_idx) + " ORDER BY uid"));
+    }
+  }
+}
+
+// Values that are bound to a statement leave what values in its text leave.
+TEST_F(OwnIndexes, BoundValuesAreStoredAsThoseInTexts) {
+  Open();
+  SqliteFile plain(DbPath());
+  const StringList names = {"anna", "o'brien", "zoë", "1",    "0x10", "",
+                            "1e3",  "a\"b",    "%q",  "NULL", "\xff"};
+  std::vector<RECORD::User> users;
+  std::vector<RECORD::DomainUserAlias> aliases;
+  std::string texts;
+  for (size_t i = 0; i < names.size(); ++i) {
+    const unsigned int uid = i == 0 ? 4294967294U : 1000 + static_cast<unsigned int>(i);
+    users.emplace_back(uid, names[i]);
+    aliases.emplace_back(1, uid, names[i], i % 2 == 0);
+    texts += RECORD::User(uid, names[i]).IsValid()
+                 ? korvmailserver::FormatSql("INSERT OR IGNORE INTO copy VALUES ('%u', '%q');", uid,
+                                             names[i].c_str())
+                 : "";
+  }
+  plain.Run("CREATE TABLE copy(uid INTEGER PRIMARY KEY,user_name TEXT);" + texts);
+  EXPECT_TRUE(MDOMAIN::DB::User().Create(users));
+  EXPECT_EQ(plain.Rows("SELECT *, typeof(uid), typeof(user_name) FROM user_table"),
+            plain.Rows("SELECT *, typeof(uid), typeof(user_name) FROM copy"));
+  plain.Run("INSERT INTO domain_table VALUES(1,'a','','',0)");
+  EXPECT_TRUE(MDOMAIN::DB::DomainUser().CreateUsersAliases(aliases));
+  for (const std::string& row :
+       plain.Rows("SELECT typeof(domain_idx), typeof(uid), typeof(account_alias), "
+                  "typeof(is_duplicated) FROM domain_user_alias_table")) {
+    EXPECT_EQ(row, "integer|integer|text|integer");
+  }
+  // One text that is too long for a statement fails all of them.
+  users.emplace_back(5, std::string(999'999, 'x'));
+  EXPECT_FALSE(MDOMAIN::DB::User().Set(users));
+  EXPECT_TRUE(Logged("fail to insert user_table"));
+  TakeLog();
+}
+
+}  // namespace
