@@ -1,9 +1,10 @@
-// SQLite counts the changes of a file in four bytes of its header, highest first.
+// SQLite counts the changes of a file in four bytes of its header, highest first. They are read
+// through SQLite's own descriptor: closing another one of the file would drop this process's locks.
 #include "lib-domain/db/change_counter.h"
 
-#include <cerrno>
+#include <sqlite3.h>
+
 #include <cstdint>
-#include <fstream>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/db/handler.h"
@@ -11,19 +12,23 @@
 namespace MDOMAIN::DB {
 
 bool GetChangeCounter(int& counter) {
-  constexpr std::streamoff kCounterAt = 24;
+  constexpr sqlite3_int64 kCounterAt = 24;
   const DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
-  const std::string path = handler == nullptr ? "" : handler->GetPath();
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  char bytes[4] = {};
-  if (!file.seekg(kCounterAt) || !file.read(bytes, sizeof(bytes))) {
-    LOG_ERROR("Failed to read [%s], %m", path.c_str());
+  sqlite3* const db = handler == nullptr ? nullptr : handler->getDB();
+  sqlite3_file* file = nullptr;
+  if (db != nullptr) {
+    sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+  }
+  unsigned char bytes[4] = {};
+  if (file == nullptr || file->pMethods == nullptr ||
+      file->pMethods->xRead(file, bytes, sizeof(bytes), kCounterAt) != SQLITE_OK) {
+    LOG_ERROR("Failed to read the change counter of [%s]",
+              handler == nullptr ? "" : handler->GetPath().c_str());
     return false;
   }
   uint32_t read = 0;
-  for (const char byte : bytes) {
-    read = (read << 8U) | static_cast<unsigned char>(byte);
+  for (const unsigned char byte : bytes) {
+    read = (read << 8U) | byte;
   }
   counter = static_cast<int>(read);
   return true;
