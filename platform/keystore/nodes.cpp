@@ -158,10 +158,15 @@ bool ReadOwnContent(PublishedContent& content) {
       [&](CopiedStore& store, std::string& error) { return store.ReadOwnContent(content, error); });
 }
 
-bool PullPublication(bool accept_older, PullReport& report) {
+bool PullPublication(bool accept_older, PullReport& report,
+                     const std::function<void()>& before_change) {
   return OnShared([&](CopiedStore& store, std::string& error) {
-    return store.Pull(accept_older, report, error);
+    return store.Pull(accept_older, before_change, report, error);
   });
+}
+
+bool PullPublication(bool accept_older, PullReport& report) {
+  return PullPublication(accept_older, report, [] {});
 }
 
 bool WaitForPublication(int seconds) {

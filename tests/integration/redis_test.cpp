@@ -252,7 +252,8 @@ class RedisServerFilesTest : public RedisServerTest {
     PullResult result = PullResult::kFailed;
     OnSecond([&] {
       report_ = {};
-      const bool is_whole = PullPublication(accept_older, report_);
+      changes_ = 0;
+      const bool is_whole = PullPublication(accept_older, report_, [this] { ++changes_; });
       for (const auto& file : report_.files) {
         result = is_whole && file.key == kKey ? file.result : result;
       }
@@ -280,6 +281,7 @@ class RedisServerFilesTest : public RedisServerTest {
   }
 
   PullReport report_;
+  int changes_ = 0;
 };
 
 TEST_F(RedisServerFilesTest, ContentOfEverySizeArrivesAndIsRecorded) {
@@ -382,6 +384,35 @@ TEST_F(RedisServerFilesTest, WhatWasLostOrAlteredInTheStoreIsNotTakenAndMended) 
     EXPECT_EQ(Pull(), PullResult::kReplaced) << one.name;
     OnSecond([] { EXPECT_TRUE(mailConfCheckKeyValue("additional_domain-1", "a.example")); });
   }
+}
+
+// A machine that watches looks every few seconds.
+TEST_F(RedisServerFilesTest, AQuietFileIsReadOnceAndNothingIsWritten) {
+  constexpr size_t kSize = 5 << 20;
+  ASSERT_TRUE(Arrives(std::string(kSize, 's')));
+  const auto is_read = [&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // until times tell something
+    const auto bytes_read = [] {
+      std::ifstream counters("/proc/self/io");  // "rchar: BYTES" comes first
+      std::string name;
+      size_t bytes = 0;
+      counters >> name >> bytes;
+      return bytes;
+    };
+    const size_t before = bytes_read();
+    EXPECT_EQ(Pull(), PullResult::kUnchanged);
+    EXPECT_EQ(changes_, 0);
+    return bytes_read() - before >= kSize;
+  };
+  EXPECT_TRUE(is_read()) << "it had just been replaced";
+  EXPECT_FALSE(is_read());
+  Write("/second" + kFolder + kFile, std::string(kSize, 's'));
+  EXPECT_TRUE(is_read()) << "somebody else may have written something";
+
+  ASSERT_TRUE(Publish(kFile)) << "notes the times";
+  const std::string store = Read(kFolder + "keystore.db");
+  ASSERT_TRUE(Publish(kFile));
+  EXPECT_EQ(Read(kFolder + "keystore.db"), store) << "the change counter in the header moved";
 }
 
 // A piece with another content shows when it is read back.
