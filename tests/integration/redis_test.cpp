@@ -369,7 +369,12 @@ TEST_F(RedisServerFilesTest, WhatWasLostOrAlteredInTheStoreIsNotTakenAndMended) 
       {"DEL %b", "tree:virtual_domain", "", "not what was published"},
       {"SET %b %b", "key:additional_domain-1", "b.example", "not what was published"},
       {"HSET %b %b %b", "file:" + kKey, "size", "not what was published"},
-      {"DEL %b", "state", "", "nothing is published"}};
+      {"DEL %b", "state", "", "nothing is published"},
+      {"SET %b %b", "pieces:" + kKey, "x", "is incomplete"},
+      {"SET %b %b", "file:" + kKey, "x", "not what was published"},
+      {"SET %b %b", "files", "x", "not what was published"},
+      {"SET %b %b", "tree:virtual_domain", "x", "not what was published"},
+      {"SET %b %b", "state", "x", "nothing is published"}};
   int number = 0;
   for (const Case& one : cases) {
     const std::string bytes = "content " + std::to_string(++number);
@@ -384,6 +389,29 @@ TEST_F(RedisServerFilesTest, WhatWasLostOrAlteredInTheStoreIsNotTakenAndMended) 
     EXPECT_EQ(Pull(), PullResult::kReplaced) << one.name;
     OnSecond([] { EXPECT_TRUE(mailConfCheckKeyValue("additional_domain-1", "a.example")); });
   }
+}
+
+// The list of machines is nothing that a publication is made of.
+TEST_F(RedisServerFilesTest, ANameThatHoldsSomethingElseIsMendedAndSaid) {
+  ASSERT_TRUE(Arrives("first"));
+  std::vector<std::string> mended;
+  for (const std::string name : {"nodes", "tree:virtual_domain", "pieces:mailserver_domain_db"}) {
+    Tamper("SET %b %b", name, "x");
+    ASSERT_TRUE(korvmailserver::PublishVerified(mended)) << name;
+    ASSERT_FALSE(mended.empty()) << name;
+    EXPECT_NE(mended[0].find(":" + name), std::string::npos) << mended[0];
+    EXPECT_NE(mended[0].find("a value of another kind as mail:"), std::string::npos) << mended[0];
+    ASSERT_TRUE(korvmailserver::PublishVerified(mended));
+    EXPECT_TRUE(mended.empty()) << name << ": " << mended[0];
+  }
+  std::vector<korvmailserver::NodeReport> nodes;
+  ASSERT_TRUE(korvmailserver::ListNodes(nodes));
+  EXPECT_TRUE(nodes.empty());
+  Tamper("SET %b %b", "node:" + korvmailserver::NodeName() + "/second", "x");
+  ASSERT_TRUE(Arrives("second"));
+  ASSERT_TRUE(korvmailserver::ListNodes(nodes));
+  ASSERT_EQ(nodes.size(), 1U);
+  EXPECT_GT(nodes[0].version, 0);
 }
 
 // A machine that watches looks every few seconds.
