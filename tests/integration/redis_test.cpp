@@ -23,6 +23,7 @@
 #include "platform/include/db_handler.h"
 #include "platform/include/nodes.h"
 #include "tests/keystore/conformance.h"
+#include "tests/support/domain_db.h"
 
 namespace test {
 
@@ -441,6 +442,36 @@ TEST_F(RedisServerFilesTest, AQuietFileIsReadOnceAndNothingIsWritten) {
   const std::string store = Read(kFolder + "keystore.db");
   ASSERT_TRUE(Publish(kFile));
   EXPECT_EQ(Read(kFolder + "keystore.db"), store) << "the change counter in the header moved";
+}
+
+// What the local store refuses: the note before the publication, or the one after it.
+TEST_F(RedisServerFilesTest, APublicationThatCannotBeNotedIsMadeAgain) {
+  struct Case {
+    const char* refused;
+    bool is_published;
+  };
+  int number = 0;
+  for (const Case& one : std::vector<Case>{{"token", false}, {"version", true}}) {
+    const std::string value = std::to_string(++number);
+    SqliteFile local(root() + kFolder + "keystore.db");
+    const std::string version = local.Rows("SELECT value FROM node_table WHERE name='version'")[0];
+    local.Run("CREATE TRIGGER refuse BEFORE INSERT ON node_table WHEN NEW.name = '" +
+              std::string(one.refused) + "' AND NEW.value <> '" + version +
+              "' BEGIN SELECT RAISE(ABORT, 'no room'); END");
+    EXPECT_EQ(mailConfSet("key", value, true, 0), 0);
+    EXPECT_EQ(WhyUnpublished().empty(), one.is_published) << WhyUnpublished();
+    EXPECT_EQ(Shared("key") == value, one.is_published);
+    EXPECT_TRUE(one.is_published || Logged("not published: no room"));
+    local.Run("DROP TRIGGER refuse");
+    EXPECT_EQ(mailConfSet("key", value, true, 0), 0);
+    EXPECT_EQ(WhyUnpublished(), "");
+    EXPECT_EQ(Shared("key"), value);
+    StoreStanding standing;
+    ASSERT_TRUE(korvmailserver::ReadStoreStanding(standing));
+    EXPECT_TRUE(standing.is_own);
+    EXPECT_EQ(local.Rows("SELECT value FROM node_table WHERE name='version'")[0],
+              std::to_string(standing.version));
+  }
 }
 
 // A piece with another content shows when it is read back.
