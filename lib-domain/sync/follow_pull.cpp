@@ -130,9 +130,13 @@ std::string WriteReport(const PullStart& start, const PullReport& report,
 
 }  // namespace
 
+bool IsPullUnfinished() {
+  return postara::sdk::Exist(PATHS::ModelBeforePull());
+}
+
 bool BeforePull(PullStart& start) {
   const std::string kept = PATHS::ModelBeforePull();
-  start.is_unfinished = postara::sdk::Exist(kept);
+  start.is_unfinished = IsPullUnfinished();
   if (start.is_unfinished) {
     return true;
   }

@@ -2,8 +2,9 @@
 // flags the users whose addresses changed, and runs the administrator's own programs.
 //
 //   PullStart start;
-//   BeforePull(start);
-//   PullPublication(..., report);   // then the maps of blind copies, if the caller makes them
+//   start.is_unfinished = IsPullUnfinished();
+//   PullPublication(..., report, [&] { BeforePull(start); });
+//   // the maps of blind copies, if the caller makes them
 //   FollowPull(start, report, failures);
 #ifndef LIB_DOMAIN_SYNC_FOLLOW_PULL_H
 #define LIB_DOMAIN_SYNC_FOLLOW_PULL_H
@@ -20,6 +21,9 @@ struct PullStart {
   // An earlier pull was not followed to its end: its run was killed, or a flag could not be made.
   bool is_unfinished = false;
 };
+
+// Whether there is a mark of a pull that was not followed to its end.
+MDOMAIN_EXPORT bool IsPullUnfinished();
 
 // Keeps the model file as it is before the pull, as a hidden hard link beside it, to be compared
 // with afterwards; the one of an unfinished pull stays, so no change is missed. False with one log

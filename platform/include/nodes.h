@@ -15,6 +15,7 @@
 #ifndef PLATFORM_NODES_H
 #define PLATFORM_NODES_H
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -158,6 +159,10 @@ struct PullReport {
 // are then those of before. The store is told what this machine has; a record that cannot be
 // written is a warning.
 MDOMAIN_EXPORT bool PullPublication(bool accept_older, PullReport& report);
+// The same, and calls `before_change` once when everything that is new is here, right before the
+// first file or key changes; not at all when none does.
+MDOMAIN_EXPORT bool PullPublication(bool accept_older, PullReport& report,
+                                    const std::function<void()>& before_change);
 
 // Waits until the server tells of a publication, or until the seconds are over. True when it told.
 // Where the login may not listen, or the server is away, it only waits, and says so once.

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "platform/include/maillog.h"
+#include "platform/include/scope_guard.h"
 #include "platform/keystore/copied_store.h"
 #include "platform/keystore/local_store.h"
 
@@ -92,14 +93,16 @@ bool RunOnKeyStore(
     maillog(log_level, "%s", error.c_str());
     return false;
   }
+  // After a failure the next call reads the settings again: a password may have changed. After an
+  // exception answers may still be on their way to the connection.
+  postara::ScopeGuard forget([] { Kept().backend.reset(); });
   if (operation(*backend, error)) {
+    forget.Dismiss();
     return true;
   }
   if (!error.empty()) {
     maillog(log_level, "key store %s: %s", backend->Name().c_str(), error.c_str());
   }
-  // The next call reads the settings again: a password may have changed.
-  Kept().backend.reset();
   return false;
 }
 

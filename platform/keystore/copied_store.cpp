@@ -61,6 +61,19 @@ std::string FollowedWith(const std::string& followed, const std::string& token) 
   return all.size() <= kMostBytes ? all : all.substr(all.size() - kMostBytes);
 }
 
+// Those of `wanted` that `stored` lacks or has otherwise.
+template <typename Map>
+Map Differing(const Map& wanted, const Map& stored) {
+  Map differing;
+  for (const auto& entry : wanted) {
+    const auto old = stored.find(entry.first);
+    if (old == stored.end() || !(old->second == entry.second)) {
+      differing.insert(entry);
+    }
+  }
+  return differing;
+}
+
 }  // namespace
 
 PendingPublications& PublicationsOfProcess() {
@@ -235,15 +248,14 @@ void CopiedStore::_PublishSoon() {
   }
 }
 
-bool CopiedStore::_Gather(Publication& publication, std::string& error) {
+bool CopiedStore::_Gather(Publication& publication, LocalStore::Content& own, std::string& error) {
   failed_ = local_.Name();
-  KnownFiles known;
-  publication.keys.clear();
   publication.files.clear();
   publication.bytes.clear();
-  if (!local_.All(publication.keys, error) || !local_.ReadFiles(known, error)) {
+  if (!local_.ReadContent(own, error)) {
     return false;
   }
+  publication.keys = own.keys;
   for (auto& [key, value] : publication.keys) {
     const std::string path = value;
     PublishedFile file;
@@ -257,7 +269,7 @@ bool CopiedStore::_Gather(Publication& publication, std::string& error) {
     value = file.path;
     // A file that is gone is left as it was published.
     if (access(path.c_str(), F_OK) == 0) {
-      publication.files[key] = known[key];
+      publication.files[key] = own.files[key];
       if (!LookAtFile(path, publication.files[key], publication.bytes[key], error)) {
         return false;
       }
@@ -305,8 +317,9 @@ bool CopiedStore::_PublishAs(NodeState& state, Publication& publication, std::st
     next.time = time(nullptr);
     return follow(found, next, reason);
   };
-  publication.gather = [this](Publication& own, std::string& reason) {
-    return _Gather(own, reason);
+  LocalStore::Content own;
+  publication.gather = [&](Publication& gathered, std::string& reason) {
+    return _Gather(gathered, own, reason);
   };
   publication.before_writing = [&](const SharedState& next, std::string& reason) {
     NodeState tried = state;
@@ -326,6 +339,14 @@ bool CopiedStore::_PublishAs(NodeState& state, Publication& publication, std::st
   if (result != PublicationResult::kDone) {
     return false;
   }
+  _NotePublication(shared, publication, own, state);
+  return true;
+}
+
+// Writes what differs from what is noted already. The store has it all: what cannot be noted is
+// only asked again.
+void CopiedStore::_NotePublication(const SharedState& shared, const Publication& publication,
+                                   const LocalStore::Content& own, NodeState& state) {
   state.role = NodeRole::kManager;
   state.manager = shared.manager;
   state.term = shared.term;
@@ -335,11 +356,12 @@ bool CopiedStore::_PublishAs(NodeState& state, Publication& publication, std::st
   state.followed = shared.followed;
   state.unpublished_since = 0;
   LocalStore::Change change;
-  change.memory = MemoryOf(state);
-  change.files = publication.files;
-  // The store has it all: what cannot be noted is only asked again.
-  local_.Apply(change, ignored);
-  return true;
+  change.memory = Differing(MemoryOf(state), own.memory);
+  change.files = Differing(publication.files, own.files);
+  std::string ignored;
+  if (!change.memory.empty() || !change.files.empty()) {
+    local_.Apply(change, ignored);
+  }
 }
 
 // Always false, which is the caller's answer.
@@ -432,7 +454,8 @@ bool CopiedStore::ReadSharedContent(PublishedContent& content, std::string& erro
 
 bool CopiedStore::ReadOwnContent(PublishedContent& content, std::string& error) {
   Publication publication;
-  if (!_Gather(publication, error)) {
+  LocalStore::Content own;
+  if (!_Gather(publication, own, error)) {
     return false;
   }
   content = {};

@@ -52,7 +52,8 @@ class CopiedStore : public KeyStoreBackend {
   // Brings the copy in line with this machine, which manages. False with `error`; the local store
   // then remembers that something is not published.
   bool Publish(bool is_verified, std::vector<std::string>& mended, std::string& error);
-  bool Pull(bool accept_older, PullReport& report, std::string& error);
+  bool Pull(bool accept_older, const std::function<void()>& before_change, PullReport& report,
+            std::string& error);
 
   bool ReadSharedContent(PublishedContent& content, std::string& error);
   bool ReadOwnContent(PublishedContent& content, std::string& error);
@@ -62,20 +63,26 @@ class CopiedStore : public KeyStoreBackend {
   bool OnCopy(const std::function<bool(RedisPublication& copy)>& work);
 
  private:
+  // Files that were fetched, by their place in the report.
+  using Replacements = std::vector<std::pair<size_t, std::unique_ptr<ReplacementFile>>>;
+
   bool _ReadState(NodeState& state, std::string& error);
   bool _WriteState(const NodeState& state, std::string& error);
   bool _RequireManager(std::string& error);
   void _Settle();
   bool _Adopt(NodeState& state, std::string& error);
-  bool _Gather(Publication& publication, std::string& error);
+  bool _Gather(Publication& publication, LocalStore::Content& own, std::string& error);
   bool _PublishAs(NodeState& next, Publication& publication, std::string& error);
+  void _NotePublication(const SharedState& shared, const Publication& publication,
+                        const LocalStore::Content& own, NodeState& state);
   bool _KeepUnpublished(NodeState& state);
-  bool _PullFrom(const SharedContent& content, NodeState& state, PullReport& report,
-                 std::string& error);
+  bool _PullFrom(const SharedContent& content, const std::function<void()>& before_change,
+                 NodeState& state, PullReport& report, std::string& error);
+  bool _FetchFiles(const SharedContent& content, const KnownFiles& stored, PullReport& report,
+                   KnownFiles& files, Replacements& replacements);
+  static bool _ReplaceFiles(const Replacements& replacements, PullReport& report);
   bool _PullFile(const SharedFile& shared, KnownFile& known, PulledFile& pulled,
                  std::unique_ptr<ReplacementFile>& replacement);
-  void _RemoveUnpublished(const SharedContent& content, const KnownFiles& known, PullReport& report,
-                          LocalStore::Change& change);
   void _Report(const NodeState& state, const SharedContent& content, const KnownFiles& files);
   void _PublishSoon();
 

@@ -53,6 +53,24 @@ bool HasNodeTables(sqlite3* db) {
   return has;
 }
 
+bool SelectKeys(sqlite3* db, std::map<std::string, std::string>& values) {
+  return Statement(db, kSelectAll).ForEachRow([&](const Statement& row) {
+    values[row.Text(0)] = row.Text(1);
+  });
+}
+
+bool SelectMemory(sqlite3* db, LocalStore::Memory& memory) {
+  return Statement(db, kSelectState).ForEachRow([&](const Statement& row) {
+    memory[row.Text(0)] = row.Text(1);
+  });
+}
+
+bool SelectFiles(sqlite3* db, KnownFiles& files) {
+  return Statement(db, kSelectFiles).ForEachRow([&](const Statement& row) {
+    files[row.Text(0)] = {row.Text(1), row.Text(2), row.Int64(3), row.Text(4), row.Text(5)};
+  });
+}
+
 bool WriteKeys(sqlite3* db, const LocalStore::Change& change) {
   if (change.drop_other_keys && !Statement(db, kDeleteAll).Run()) {
     return false;
@@ -156,11 +174,7 @@ bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, s
 }
 
 bool LocalStore::All(std::map<std::string, std::string>& values, std::string& error) {
-  return _Read(error, [&](sqlite3* db) {
-    return Statement(db, kSelectAll).ForEachRow([&](const Statement& row) {
-      values[row.Text(0)] = row.Text(1);
-    });
-  });
+  return _Read(error, [&](sqlite3* db) { return SelectKeys(db, values); });
 }
 
 bool LocalStore::SetFile(const std::string& key, const std::string& path, std::string& error) {
@@ -183,18 +197,15 @@ bool LocalStore::IsHealthy(std::string& error) {
 }
 
 bool LocalStore::ReadMemory(Memory& memory, std::string& error) {
-  return _Read(error, [&](sqlite3* db) {
-    return !HasNodeTables(db) || Statement(db, kSelectState).ForEachRow([&](const Statement& row) {
-      memory[row.Text(0)] = row.Text(1);
-    });
-  });
+  return _Read(error, [&](sqlite3* db) { return !HasNodeTables(db) || SelectMemory(db, memory); });
 }
 
-bool LocalStore::ReadFiles(KnownFiles& files, std::string& error) {
+bool LocalStore::ReadContent(Content& content, std::string& error) {
+  content = {};
   return _Read(error, [&](sqlite3* db) {
-    return !HasNodeTables(db) || Statement(db, kSelectFiles).ForEachRow([&](const Statement& row) {
-      files[row.Text(0)] = {row.Text(1), row.Text(2), row.Int64(3), row.Text(4), row.Text(5)};
-    });
+    return SelectKeys(db, content.keys) &&
+           (!HasNodeTables(db) ||
+            (SelectMemory(db, content.memory) && SelectFiles(db, content.files)));
   });
 }
 

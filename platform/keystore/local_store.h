@@ -27,6 +27,11 @@ struct KnownFile {
   long long size = 0;
   std::string digest;
   std::string pieces;  // 32 bytes of digest each
+
+  bool operator==(const KnownFile& other) const {
+    return path == other.path && stamp == other.stamp && size == other.size &&
+           digest == other.digest && pieces == other.pieces;
+  }
 };
 using KnownFiles = std::map<std::string, KnownFile>;  // by key
 
@@ -34,6 +39,12 @@ class LocalStore : public KeyStoreBackend {
  public:
   // Names and values, beside the keys.
   using Memory = std::map<std::string, std::string>;
+
+  struct Content {
+    std::map<std::string, std::string> keys;
+    Memory memory;
+    KnownFiles files;
+  };
 
   // Made together or not at all.
   struct Change {
@@ -60,7 +71,8 @@ class LocalStore : public KeyStoreBackend {
   bool IsHealthy(std::string& error) override;
 
   bool ReadMemory(Memory& memory, std::string& error);
-  bool ReadFiles(KnownFiles& files, std::string& error);
+  // Everything, of one moment, in the place of what `content` had.
+  bool ReadContent(Content& content, std::string& error);
   bool Apply(const Change& change, std::string& error);
 
  private:

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <exception>
 #include <iterator>
 
 #include "platform/include/files.h"
@@ -37,6 +38,16 @@ bool IsShared(bool& is_shared) {
     is_shared = backend.Shared() != nullptr;
     return true;
   });
+}
+
+// For a scope's end, which must not throw: where there is no memory, a short text needs none.
+void NoteUnpublished(const char* reason) noexcept {
+  PublicationsOfProcess().why_unpublished = "no memory";
+  try {
+    PublicationsOfProcess().why_unpublished = reason;
+    maillog(kLogWarning, "key store: not published: %s", reason);
+  } catch (const std::exception&) {
+  }
 }
 
 }  // namespace
@@ -111,10 +122,14 @@ PublicationScope::~PublicationScope() {
   if (--pending.open_scopes > 0 || !pending.is_due) {
     return;
   }
-  std::vector<std::string> mended;
-  OnShared(
-      [&](CopiedStore& store, std::string& error) { return store.Publish(false, mended, error); },
-      kLogWarning);
+  try {
+    std::vector<std::string> mended;
+    OnShared(
+        [&](CopiedStore& store, std::string& error) { return store.Publish(false, mended, error); },
+        kLogWarning);
+  } catch (const std::exception& failure) {
+    NoteUnpublished(failure.what());
+  }
 }
 
 std::string WhyUnpublished() {
@@ -158,10 +173,15 @@ bool ReadOwnContent(PublishedContent& content) {
       [&](CopiedStore& store, std::string& error) { return store.ReadOwnContent(content, error); });
 }
 
-bool PullPublication(bool accept_older, PullReport& report) {
+bool PullPublication(bool accept_older, PullReport& report,
+                     const std::function<void()>& before_change) {
   return OnShared([&](CopiedStore& store, std::string& error) {
-    return store.Pull(accept_older, report, error);
+    return store.Pull(accept_older, before_change, report, error);
   });
+}
+
+bool PullPublication(bool accept_older, PullReport& report) {
+  return PullPublication(accept_older, report, [] {});
 }
 
 bool WaitForPublication(int seconds) {

@@ -29,13 +29,77 @@ std::map<std::string, size_t> PlacesOfPieces(const KnownFile& known) {
   return places;
 }
 
+// What this process found when it last looked at the files that it pulls, by path. A machine that
+// watches looks again and again, and what it sees on a quiet one is not worth writing down.
+KnownFiles& SeenFiles() {
+  static KnownFiles files;
+  return files;
+}
+
+// The published keys with the values that they have on this machine.
+std::map<std::string, std::string> KeysHere(const SharedContent& content) {
+  std::map<std::string, std::string> keys = content.keys;
+  for (const auto& [key, shared] : content.files) {
+    if (keys.count(key) != 0) {
+      keys[key] = UnderRoot(shared.file.path);
+    }
+  }
+  return keys;
+}
+
+// Keys that come, change or go, without those of files that come or change.
+std::vector<std::string> ListChangedKeys(const SharedContent& content,
+                                         const std::map<std::string, std::string>& keys,
+                                         std::map<std::string, std::string> old_keys) {
+  std::vector<std::string> changed;
+  for (const auto& [key, value] : keys) {
+    const auto old = old_keys.find(key);
+    if ((old == old_keys.end() || old->second != value) && content.files.count(key) == 0) {
+      changed.push_back(key);
+    }
+    old_keys.erase(key);
+  }
+  for (const auto& old : old_keys) {
+    changed.push_back(old.first);
+  }
+  std::sort(changed.begin(), changed.end());
+  return changed;
+}
+
+// What was pulled once and is published no more: the texts of a domain's disclaimers, for example.
+std::vector<std::string> ListUnpublished(const SharedContent& content, const KnownFiles& known) {
+  std::vector<std::string> keys;
+  for (const auto& [key, file] : known) {
+    PublishedFile published;
+    PublishedPlace place;
+    std::string ignored;
+    published.key = key;
+    published.path = WithoutRoot(file.path);
+    if (content.keys.count(key) == 0 && PlaceOfPublished(published, place, ignored)) {
+      keys.push_back(key);
+    }
+  }
+  return keys;
+}
+
+void RemoveFiles(const std::vector<std::string>& keys, const KnownFiles& known,
+                 PullReport& report) {
+  for (const std::string& key : keys) {
+    const std::string& path = known.at(key).path;
+    if (unlink(path.c_str()) == 0) {
+      report.files.push_back({key, WithoutRoot(path), PullResult::kRemoved});
+    }
+  }
+}
+
 bool IsOlder(const SharedState& shared, const NodeState& own) {
   return shared.term < own.term || (shared.term == own.term && shared.version < own.version);
 }
 
 }  // namespace
 
-bool CopiedStore::Pull(bool accept_older, PullReport& report, std::string& error) {
+bool CopiedStore::Pull(bool accept_older, const std::function<void()>& before_change,
+                       PullReport& report, std::string& error) {
   NodeState state;
   SharedContent content;
   if (!ReadNode(state, error)) {
@@ -58,61 +122,37 @@ bool CopiedStore::Pull(bool accept_older, PullReport& report, std::string& error
   report = {};
   report.version = content.state.version;
   report.is_older = !accept_older && IsOlder(content.state, state);
-  return report.is_older || _PullFrom(content, state, report, error);
+  return report.is_older || _PullFrom(content, before_change, state, report, error);
 }
 
-bool CopiedStore::_PullFrom(const SharedContent& content, NodeState& state, PullReport& report,
-                            std::string& error) {
+bool CopiedStore::_PullFrom(const SharedContent& content,
+                            const std::function<void()>& before_change, NodeState& state,
+                            PullReport& report, std::string& error) {
   failed_ = local_.Name();
-  LocalStore::Change change;
-  KnownFiles known;
-  std::map<std::string, std::string> old_keys;
-  if (!local_.ReadFiles(known, error) || !local_.All(old_keys, error)) {
+  LocalStore::Content own;
+  if (!local_.ReadContent(own, error)) {
     return false;
   }
-  bool is_whole = true;
-  std::map<std::string, std::string> keys = content.keys;
-  std::vector<std::pair<size_t, std::unique_ptr<ReplacementFile>>> replacements;
-  for (const auto& [key, shared] : content.files) {
-    std::unique_ptr<ReplacementFile> replacement;
-    report.files.push_back({key, shared.file.path, PullResult::kFailed});
-    KnownFile& file = change.files[key] = known[key];
-    is_whole = _PullFile(shared, file, report.files.back(), replacement) && is_whole;
-    if (keys.count(key) != 0) {
-      keys[key] = UnderRoot(shared.file.path);
-    }
-    if (replacement != nullptr) {
-      replacements.emplace_back(report.files.size() - 1, std::move(replacement));
-    }
-  }
-  for (auto& [index, replacement] : replacements) {
-    PulledFile& file = report.files[index];
-    std::string reason;
-    const bool is_replaced = is_whole && replacement->Replace(reason);
-    file.result = is_replaced ? PullResult::kReplaced : PullResult::kFailed;
-    if (!is_replaced && is_whole) {
-      maillog(kLogError, "file %s: %s", file.key.c_str(), reason.c_str());
-      is_whole = false;
-    }
-  }
-  if (!is_whole) {
+  LocalStore::Change change;
+  Replacements replacements;
+  if (!_FetchFiles(content, own.files, report, change.files, replacements)) {
     return false;  // each file has its line
   }
-  _RemoveUnpublished(content, known, report, change);
-  for (const auto& [key, value] : keys) {
-    const auto old = old_keys.find(key);
-    if ((old == old_keys.end() || old->second != value) && content.files.count(key) == 0) {
-      report.keys.push_back(key);
-    }
-    old_keys.erase(key);
+  change.removed_files = ListUnpublished(content, own.files);
+  const std::map<std::string, std::string> keys = KeysHere(content);
+  const std::vector<std::string> changed_keys = ListChangedKeys(content, keys, own.keys);
+  const bool is_changed =
+      !changed_keys.empty() || !replacements.empty() || !change.removed_files.empty();
+  if (is_changed) {
+    before_change();
   }
-  for (const auto& old : old_keys) {
-    report.keys.push_back(old.first);
+  if (!_ReplaceFiles(replacements, report)) {
+    return false;
   }
-  std::sort(report.keys.begin(), report.keys.end());
-  const bool is_new = !report.keys.empty() || !replacements.empty() ||
-                      !change.removed_files.empty() || state.version != content.state.version ||
-                      state.term != content.state.term;
+  RemoveFiles(change.removed_files, own.files, report);
+  report.keys = changed_keys;
+  const bool is_new =
+      is_changed || state.version != content.state.version || state.term != content.state.term;
   state.manager = content.state.manager;
   state.term = content.state.term;
   state.version = content.state.version;
@@ -130,6 +170,40 @@ bool CopiedStore::_PullFrom(const SharedContent& content, NodeState& state, Pull
   return true;
 }
 
+// Stops at the first that cannot be put in its place, with one log line.
+bool CopiedStore::_ReplaceFiles(const Replacements& replacements, PullReport& report) {
+  for (const auto& [index, replacement] : replacements) {
+    PulledFile& file = report.files[index];
+    std::string reason;
+    if (!replacement->Replace(reason)) {
+      maillog(kLogError, "file %s: %s", file.key.c_str(), reason.c_str());
+      return false;
+    }
+    file.result = PullResult::kReplaced;
+  }
+  return true;
+}
+
+// Whether all of them can be put in place; none is yet.
+bool CopiedStore::_FetchFiles(const SharedContent& content, const KnownFiles& stored,
+                              PullReport& report, KnownFiles& files, Replacements& replacements) {
+  bool is_whole = true;
+  for (const auto& [key, shared] : content.files) {
+    std::unique_ptr<ReplacementFile> replacement;
+    const auto known = stored.find(key);
+    KnownFile& file = files[key] = known == stored.end() ? KnownFile() : known->second;
+    report.files.push_back({key, shared.file.path, PullResult::kFailed});
+    is_whole = _PullFile(shared, file, report.files.back(), replacement) && is_whole;
+    if (!file.path.empty()) {
+      SeenFiles()[file.path] = file;
+    }
+    if (replacement != nullptr) {
+      replacements.emplace_back(report.files.size() - 1, std::move(replacement));
+    }
+  }
+  return is_whole;
+}
+
 // Fetches what this machine lacks of a file into `replacement`; none where the file is here.
 bool CopiedStore::_PullFile(const SharedFile& shared, KnownFile& known, PulledFile& pulled,
                             std::unique_ptr<ReplacementFile>& replacement) {
@@ -144,6 +218,9 @@ bool CopiedStore::_PullFile(const SharedFile& shared, KnownFile& known, PulledFi
     return fail();
   }
   const std::string path = UnderRoot(place.path);
+  if (const auto seen = SeenFiles().find(path); seen != SeenFiles().end()) {
+    known = seen->second;
+  }
   if (access(path.c_str(), F_OK) != 0 || !LookAtPulledFile(path, known, bytes)) {
     known = {};
     known.path = path;
@@ -173,25 +250,6 @@ bool CopiedStore::_PullFile(const SharedFile& shared, KnownFile& known, PulledFi
   known = {path, "", shared.file.size, shared.file.digest, shared.pieces};
   replacement = std::move(made);
   return true;
-}
-
-// What was pulled once and is published no more: the texts of a domain's disclaimers, for example.
-void CopiedStore::_RemoveUnpublished(const SharedContent& content, const KnownFiles& known,
-                                     PullReport& report, LocalStore::Change& change) {
-  for (const auto& [key, file] : known) {
-    PublishedFile published;
-    PublishedPlace place;
-    std::string ignored;
-    published.key = key;
-    published.path = WithoutRoot(file.path);
-    if (content.keys.count(key) != 0 || !PlaceOfPublished(published, place, ignored)) {
-      continue;
-    }
-    if (unlink(file.path.c_str()) == 0) {
-      report.files.push_back({key, published.path, PullResult::kRemoved});
-    }
-    change.removed_files.push_back(key);
-  }
 }
 
 void CopiedStore::_Report(const NodeState& state, const SharedContent& content,

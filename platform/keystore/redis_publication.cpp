@@ -100,6 +100,10 @@ bool IsDescribed(const KnownFile& file, const SharedFile& stored, const std::str
          stored.file.digest == file.digest && stored.pieces == file.pieces;
 }
 
+std::string OtherKind(const std::string& name) {
+  return "the store had a value of another kind as " + name;
+}
+
 // Commands that begin with `start` and go on with the names, some at a time.
 template <typename Names>
 void AppendInParts(const RedisCommand& start, const Names& names, const std::string& before,
@@ -125,25 +129,32 @@ bool RedisPublication::ReadState(SharedState& state, std::string& error) {
 
 // The state, and the names of all keys and files.
 bool RedisPublication::ReadNames(bool watch, SharedContent& content) {
-  Commands commands = {{"HGETALL", Key("state")},
-                       {"SMEMBERS", Key("files")},
-                       {"HGET", Key("file:mailserver_domain_db"), "node"},
-                       {"SMEMBERS", Key("tree:")}};
+  std::vector<std::string> names = {"state", "files", "nodes", "file:mailserver_domain_db",
+                                    "tree:"};
+  Commands commands = {{"HGETALL", Key(names[0])},
+                       {"SMEMBERS", Key(names[1])},
+                       {"SCARD", Key(names[2])},
+                       {"HGET", Key(names[3]), "node"},
+                       {"SMEMBERS", Key(names[4])}};
   for (const std::string& tree : kKeyStoreTrees) {
-    commands.push_back({"SMEMBERS", Key("tree:" + tree)});
+    names.push_back("tree:" + tree);
+    commands.push_back({"SMEMBERS", Key(names.back())});
   }
   if (watch) {
     commands.insert(commands.begin(), {"WATCH", Key("state")});
   }
   std::vector<RedisReply> replies;
-  if (!session_.Run(commands, replies)) {
+  if (!session_.Read(commands, replies)) {
     return false;
   }
   content = {};
   auto reply = replies.begin() + (watch ? 1 : 0);
-  for (size_t i = 0; i < commands.size() - (watch ? 1 : 0); ++i) {
-    const int type = (*(reply + static_cast<long>(i)))->type;
-    if (i != 2 && type != REDIS_REPLY_ARRAY) {
+  for (size_t i = 0; i < names.size(); ++i) {
+    const redisReply& answer = **(reply + static_cast<long>(i));
+    const bool is_list = i != 2 && i != 3;
+    if (IsOtherKind(answer)) {
+      content.other_kinds.insert(names[i]);
+    } else if (is_list && answer.type != REDIS_REPLY_ARRAY) {
       return session_.Fail("an answer that is no list");
     }
   }
@@ -151,6 +162,7 @@ bool RedisPublication::ReadNames(bool watch, SharedContent& content) {
   for (const std::string& key : RedisSet(**reply++)) {
     content.files[key].file.key = key;
   }
+  ++reply;  // how many machines there are is not asked for its answer
   const std::string former = RedisText((*reply++).get());
   content.state.former_publisher = content.state.exists ? "" : former;
   content.trees[""] = RedisSet(**reply++);
@@ -176,7 +188,7 @@ bool RedisPublication::ReadValues(SharedContent& content) {
     commands.push_back({"HLEN", Key("pieces:" + file.first)});
   }
   std::vector<RedisReply> replies;
-  if (!session_.Run(commands, replies)) {
+  if (!session_.Read(commands, replies)) {
     return false;
   }
   for (size_t i = 0; i < names.size(); ++i) {
@@ -198,7 +210,11 @@ bool RedisPublication::ReadValues(SharedContent& content) {
       file.file.digest = RedisText(description.element[2]);
       file.pieces = RedisText(description.element[3]);
     }
-    file.piece_count = RedisNumber((*reply++).get());
+    const redisReply& count = **reply++;
+    file.piece_count = IsOtherKind(count) ? -1 : RedisNumber(&count);
+    if (IsOtherKind(description)) {
+      content.other_kinds.insert("file:" + key);
+    }
   }
   return true;
 }
@@ -208,7 +224,7 @@ bool RedisPublication::ReadContent(SharedContent& content, std::string& error) {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
       std::vector<RedisReply> replies;
       if (!ReadNames(false, content) || !ReadValues(content) ||
-          !session_.Run({{"HGETALL", Key("state")}}, replies)) {
+          !session_.Read({{"HGETALL", Key("state")}}, replies)) {
         return false;
       }
       const SharedState after = StateOf(RedisHash(*replies[0]));
@@ -260,7 +276,11 @@ PublicationResult RedisPublication::PublishOnce(Publication& publication, Shared
     session_.Fail(refusal);
     return PublicationResult::kFailed;
   }
-  if (!ReadValues(found) || !Upload(publication, found, transaction)) {
+  if (!ReadValues(found)) {
+    return PublicationResult::kFailed;
+  }
+  DropOtherKinds(publication, found, transaction);
+  if (!Upload(publication, found, transaction)) {
     return PublicationResult::kFailed;
   }
   AppendKeys(publication, found, transaction);
@@ -278,6 +298,14 @@ PublicationResult RedisPublication::PublishOnce(Publication& publication, Shared
   }
   state = overtaken ? state : next;
   return PublicationResult::kDone;
+}
+
+void RedisPublication::DropOtherKinds(Publication& publication, const SharedContent& found,
+                                      Commands& transaction) const {
+  for (const std::string& name : found.other_kinds) {
+    transaction.push_back({"UNLINK", Key(name)});
+    publication.mended.push_back(OtherKind(Key(name)));
+  }
 }
 
 // The commands for keys that are missing, different or not ours.
@@ -407,15 +435,21 @@ bool RedisPublication::UploadFile(Publication& publication, const std::string& k
 
 // Which pieces of a file are stored, and which of them are what their digests say; only a verified
 // publication reads them.
-bool RedisPublication::ListGoodPieces(const Publication& publication, const std::string& key,
+bool RedisPublication::ListGoodPieces(Publication& publication, const std::string& key,
                                       const SharedContent& found, std::set<std::string>& stored,
                                       std::set<std::string>& good) {
   if (found.files.count(key) != 0 && found.files.at(key).piece_count == 0) {
     return true;
   }
   std::vector<RedisReply> replies;
-  if (!session_.Run({{"HKEYS", Key("pieces:" + key)}}, replies)) {
+  const std::string name = Key("pieces:" + key);
+  if (!session_.Read({{"HKEYS", name}}, replies)) {
     return false;
+  }
+  if (IsOtherKind(*replies[0])) {
+    // Before the transaction, as the pieces come.
+    publication.mended.push_back(OtherKind(name));
+    return session_.Run({{"UNLINK", name}}, replies);
   }
   stored = RedisSet(*replies[0]);
   if (!publication.is_verified) {

@@ -46,8 +46,10 @@ struct SharedFile {
   long long piece_count = 0;  // that are stored, needed or not
 };
 
+// A name of ours that holds a value of another kind counts as one that is not there.
 struct SharedContent {
   SharedState state;
+  std::set<std::string> other_kinds;                   // such names, without the prefix
   std::map<std::string, std::set<std::string>> trees;  // the names of their keys
   std::map<std::string, std::string> keys;
   std::map<std::string, SharedFile> files;
@@ -116,15 +118,16 @@ class RedisPublication {
   bool ReadNames(bool watch, SharedContent& content);
   bool ReadValues(SharedContent& content);
   PublicationResult PublishOnce(Publication& publication, SharedState& state, bool& overtaken);
+  void DropOtherKinds(Publication& publication, const SharedContent& found,
+                      Commands& transaction) const;
   void AppendKeys(Publication& publication, const SharedContent& found, Commands& transaction);
   bool WriteAll(Publication& publication, const SharedState& next, Commands& transaction,
                 bool& overtaken);
   bool Upload(Publication& publication, const SharedContent& found, Commands& transaction);
   bool UploadFile(Publication& publication, const std::string& key, KnownFile& file,
                   const SharedContent& found, Commands& transaction);
-  bool ListGoodPieces(const Publication& publication, const std::string& key,
-                      const SharedContent& found, std::set<std::string>& stored,
-                      std::set<std::string>& good);
+  bool ListGoodPieces(Publication& publication, const std::string& key, const SharedContent& found,
+                      std::set<std::string>& stored, std::set<std::string>& good);
   bool SendPieces(const std::string& key, const std::string& bytes,
                   const std::vector<std::string>& digests, const std::set<std::string>& missing);
   bool RemoveStrayKeys(Publication& publication, const SharedContent& found, Commands& transaction);

@@ -20,6 +20,19 @@ constexpr char kDigestField[] = "file:";
 // A machine that got a new id (installed anew) takes its name over after this time.
 constexpr long long kNameSeconds = 3600;
 
+void Fill(const std::map<std::string, std::string>& fields, NodeReport& node) {
+  const std::string prefix = kDigestField;
+  for (const auto& [field, value] : fields) {
+    if (field.rfind(prefix, 0) == 0) {
+      node.digests[field.substr(prefix.size())] = value;
+    } else if (field == "term" || field == "version" || field == "time") {
+      long long& number =
+          field == "term" ? node.term : (field == "time" ? node.time : node.version);
+      number = atoll(value.c_str());
+    }
+  }
+}
+
 // The line "NAME:value" of what a server says of itself; empty without it.
 std::string InfoField(const std::string& info, const std::string& name) {
   const size_t start = ("\n" + info).find("\n" + name + ":");
@@ -55,7 +68,7 @@ bool RedisPublication::FetchPieces(const std::string& key, const SharedFile& fil
     }
     std::vector<RedisReply> replies;
     session_.Prolong();
-    if (!asked.empty() && !session_.Run({command}, replies)) {
+    if (!asked.empty() && !session_.Read({command}, replies)) {
       return false;
     }
     for (size_t i = 0; i < asked.size(); ++i) {
@@ -105,27 +118,21 @@ bool RedisPublication::Report(const NodeReport& report, const std::string& id, s
 bool RedisPublication::ListNodes(std::vector<NodeReport>& nodes, std::string& error) {
   return session_.Call(Access::kRead, error, [&] {
     std::vector<RedisReply> replies;
-    if (!session_.Run({{"SMEMBERS", Key("nodes")}}, replies)) {
+    if (!session_.Read({{"SMEMBERS", Key("nodes")}}, replies)) {
       return false;
     }
     nodes.clear();
+    Commands commands;
     for (const std::string& name : RedisSet(*replies[0])) {
-      if (!session_.Run({{"HGETALL", Key("node:" + name)}}, replies)) {
-        return false;
-      }
-      NodeReport node;
-      node.name = name;
-      const std::string prefix = kDigestField;
-      for (const auto& [field, value] : RedisHash(*replies[0])) {
-        if (field.rfind(prefix, 0) == 0) {
-          node.digests[field.substr(prefix.size())] = value;
-        } else if (field == "term" || field == "version" || field == "time") {
-          long long& number =
-              field == "term" ? node.term : (field == "time" ? node.time : node.version);
-          number = atoll(value.c_str());
-        }
-      }
-      nodes.push_back(node);
+      nodes.emplace_back();
+      nodes.back().name = name;
+      commands.push_back({"HGETALL", Key("node:" + name)});
+    }
+    if (!session_.Read(commands, replies)) {
+      return false;
+    }
+    for (size_t i = 0; i < nodes.size(); ++i) {
+      Fill(RedisHash(*replies[i]), nodes[i]);
     }
     return true;
   });
@@ -135,19 +142,24 @@ bool RedisPublication::FindNamesake(const std::string& name, const std::string& 
                                     std::string& sentence, std::string& error) {
   return session_.Call(Access::kRead, error, [&] {
     std::vector<RedisReply> replies;
-    if (!session_.Run({{"HMGET", Key("node:" + name), "id", "time"},
-                       {"HMGET", Key("state"), "manager", "manager_id"}},
-                      replies)) {
+    if (!session_.Read({{"HMGET", Key("node:" + name), "id", "time"},
+                        {"HMGET", Key("state"), "manager", "manager_id"}},
+                       replies)) {
       return false;
     }
-    if (!IsRedisList(*replies[0], 2) || !IsRedisList(*replies[1], 2)) {
-      return session_.Fail("an answer that describes no machine");
+    for (const RedisReply& reply : replies) {
+      if (!IsRedisList(*reply, 2) && !IsOtherKind(*reply)) {
+        return session_.Fail("an answer that describes no machine");
+      }
     }
-    const std::string other = RedisText(replies[0]->element[0]);
-    const bool reports = !other.empty() && other != id &&
-                         time(nullptr) - RedisNumber(replies[0]->element[1]) < kNameSeconds;
-    const std::string manager_id = RedisText(replies[1]->element[1]);
-    const bool manages = RedisText(replies[1]->element[0]) == name && manager_id != id;
+    const auto field = [&](size_t question, size_t number) {
+      const redisReply& answer = *replies[question];
+      return IsOtherKind(answer) ? std::string() : RedisText(answer.element[number]);
+    };
+    const std::string other = field(0, 0);
+    const bool reports =
+        !other.empty() && other != id && time(nullptr) - atoll(field(0, 1).c_str()) < kNameSeconds;
+    const bool manages = field(1, 0) == name && field(1, 1) != id;
     if (reports || manages) {
       sentence = "another machine is called " + name +
                  " as well; give each its own \"node\" in the host settings";

@@ -22,6 +22,16 @@ inline long long RedisNumber(const redisReply* reply) {
   return reply->type == REDIS_REPLY_INTEGER ? reply->integer : atoll(RedisText(reply).c_str());
 }
 
+// An error whose text begins with `code`.
+inline bool IsRedisError(const redisReply& reply, const char* code = "") {
+  return reply.type == REDIS_REPLY_ERROR && std::string(reply.str, reply.len).rfind(code, 0) == 0;
+}
+
+// The name that was asked for holds a value of another kind than the question is about.
+inline bool IsOtherKind(const redisReply& reply) {
+  return IsRedisError(reply, "WRONGTYPE");
+}
+
 inline bool IsRedisList(const redisReply& reply, size_t count) {
   return reply.type == REDIS_REPLY_ARRAY && reply.elements == count;
 }

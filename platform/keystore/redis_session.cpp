@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "platform/keystore/redis_reply.h"
+
 namespace korvmailserver {
 
 namespace {
@@ -15,17 +17,13 @@ std::string Text(const redisReply& reply) {
   return reply.str == nullptr ? std::string() : std::string(reply.str, reply.len);
 }
 
-bool IsError(const redisReply& reply, const char* code = "") {
-  return reply.type == REDIS_REPLY_ERROR && Text(reply).rfind(code, 0) == 0;
-}
-
 // The first error in a reply: the reply itself, or one inside a transaction; null without one.
 const redisReply* FindError(const redisReply& reply) {
-  if (IsError(reply)) {
+  if (IsRedisError(reply)) {
     return &reply;
   }
   for (size_t i = 0; reply.type == REDIS_REPLY_ARRAY && i < reply.elements; ++i) {
-    if (IsError(*reply.element[i])) {
+    if (IsRedisError(*reply.element[i])) {
       return reply.element[i];
     }
   }
@@ -145,7 +143,7 @@ bool RedisSession::AskSentinel(size_t number, RedisDeadline deadline, std::strin
     return Fail(name + reason);
   }
   const redisReply& answer = *replies[0];
-  if (IsError(answer)) {
+  if (IsRedisError(answer)) {
     return Fail(name + Text(answer));
   }
   if (answer.type != REDIS_REPLY_ARRAY || answer.elements != 2) {
@@ -194,7 +192,7 @@ bool RedisSession::Login(RedisDeadline deadline) {
     return Break("login: " + reason);
   }
   for (size_t i = 0; i < replies.size(); ++i) {
-    if (IsError(*replies[i])) {
+    if (IsRedisError(*replies[i])) {
       return Break(commands[i][0] + " refused: " + Text(*replies[i]));
     }
   }
@@ -221,19 +219,24 @@ bool RedisSession::TakeRole(const redisReply& role) {
 
 bool RedisSession::Run(const std::vector<RedisCommand>& commands,
                        std::vector<RedisReply>& replies) {
+  return Read(commands, replies) && Accept(replies, false);
+}
+
+bool RedisSession::Read(const std::vector<RedisCommand>& commands,
+                        std::vector<RedisReply>& replies) {
   std::string reason;
   if (!connection_->Run(commands, replies, Within(settings_.command_timeout), reason)) {
     return Break(reason);
   }
-  return Accept(replies, replies.size());
+  return Accept(replies, true);
 }
 
 // A server that became a replica, or is being shut down, is no longer the one to talk to.
-bool RedisSession::Accept(const std::vector<RedisReply>& replies, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    const redisReply* failed = FindError(*replies[i]);
-    if (failed != nullptr) {
-      return IsError(*failed, "READONLY") || IsError(*failed, "UNBLOCKED")
+bool RedisSession::Accept(const std::vector<RedisReply>& replies, bool of_any_kind) {
+  for (const RedisReply& reply : replies) {
+    const redisReply* failed = FindError(*reply);
+    if (failed != nullptr && !(of_any_kind && IsOtherKind(*failed))) {
+      return IsRedisError(*failed, "READONLY") || IsRedisError(*failed, "UNBLOCKED")
                  ? Break("it became a replica: " + Text(*failed))
                  : Fail(Text(*failed));
     }

@@ -33,6 +33,9 @@ class RedisSession {
 
   // Only within a call. Each fails when an answer is an error, also inside a transaction.
   bool Run(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies);
+  // The same for questions about names that may hold a value of another kind than is asked for:
+  // such an answer is handed out (IsOtherKind in redis_reply.h) and is no failure.
+  bool Read(const std::vector<RedisCommand>& commands, std::vector<RedisReply>& replies);
   // Runs the commands as one transaction and waits for the replicas that the settings ask for. When
   // a watched key had changed nothing was written, and `overtaken`, where given, says so.
   bool Write(const std::vector<RedisCommand>& commands, bool* overtaken = nullptr);
@@ -56,7 +59,7 @@ class RedisSession {
   bool AskSentinel(size_t number, RedisDeadline deadline, std::string& host, int& port);
   bool Login(RedisDeadline deadline);
   bool TakeRole(const redisReply& role);
-  bool Accept(const std::vector<RedisReply>& replies, size_t count);
+  bool Accept(const std::vector<RedisReply>& replies, bool of_any_kind);
   bool WaitForReplicas(const redisReply& count);
   RedisCommand WaitCommand() const;
   bool Break(const std::string& reason);

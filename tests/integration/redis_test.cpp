@@ -23,6 +23,7 @@
 #include "platform/include/db_handler.h"
 #include "platform/include/nodes.h"
 #include "tests/keystore/conformance.h"
+#include "tests/support/domain_db.h"
 
 namespace test {
 
@@ -252,7 +253,8 @@ class RedisServerFilesTest : public RedisServerTest {
     PullResult result = PullResult::kFailed;
     OnSecond([&] {
       report_ = {};
-      const bool is_whole = PullPublication(accept_older, report_);
+      changes_ = 0;
+      const bool is_whole = PullPublication(accept_older, report_, [this] { ++changes_; });
       for (const auto& file : report_.files) {
         result = is_whole && file.key == kKey ? file.result : result;
       }
@@ -280,6 +282,7 @@ class RedisServerFilesTest : public RedisServerTest {
   }
 
   PullReport report_;
+  int changes_ = 0;
 };
 
 TEST_F(RedisServerFilesTest, ContentOfEverySizeArrivesAndIsRecorded) {
@@ -367,7 +370,12 @@ TEST_F(RedisServerFilesTest, WhatWasLostOrAlteredInTheStoreIsNotTakenAndMended) 
       {"DEL %b", "tree:virtual_domain", "", "not what was published"},
       {"SET %b %b", "key:additional_domain-1", "b.example", "not what was published"},
       {"HSET %b %b %b", "file:" + kKey, "size", "not what was published"},
-      {"DEL %b", "state", "", "nothing is published"}};
+      {"DEL %b", "state", "", "nothing is published"},
+      {"SET %b %b", "pieces:" + kKey, "x", "is incomplete"},
+      {"SET %b %b", "file:" + kKey, "x", "not what was published"},
+      {"SET %b %b", "files", "x", "not what was published"},
+      {"SET %b %b", "tree:virtual_domain", "x", "not what was published"},
+      {"SET %b %b", "state", "x", "nothing is published"}};
   int number = 0;
   for (const Case& one : cases) {
     const std::string bytes = "content " + std::to_string(++number);
@@ -381,6 +389,88 @@ TEST_F(RedisServerFilesTest, WhatWasLostOrAlteredInTheStoreIsNotTakenAndMended) 
     EXPECT_TRUE(Publish(kFile));
     EXPECT_EQ(Pull(), PullResult::kReplaced) << one.name;
     OnSecond([] { EXPECT_TRUE(mailConfCheckKeyValue("additional_domain-1", "a.example")); });
+  }
+}
+
+// The list of machines is nothing that a publication is made of.
+TEST_F(RedisServerFilesTest, ANameThatHoldsSomethingElseIsMendedAndSaid) {
+  ASSERT_TRUE(Arrives("first"));
+  std::vector<std::string> mended;
+  for (const std::string name : {"nodes", "tree:virtual_domain", "pieces:mailserver_domain_db"}) {
+    Tamper("SET %b %b", name, "x");
+    ASSERT_TRUE(korvmailserver::PublishVerified(mended)) << name;
+    ASSERT_FALSE(mended.empty()) << name;
+    EXPECT_NE(mended[0].find(":" + name), std::string::npos) << mended[0];
+    EXPECT_NE(mended[0].find("a value of another kind as mail:"), std::string::npos) << mended[0];
+    ASSERT_TRUE(korvmailserver::PublishVerified(mended));
+    EXPECT_TRUE(mended.empty()) << name << ": " << mended[0];
+  }
+  std::vector<korvmailserver::NodeReport> nodes;
+  ASSERT_TRUE(korvmailserver::ListNodes(nodes));
+  EXPECT_TRUE(nodes.empty());
+  Tamper("SET %b %b", "node:" + korvmailserver::NodeName() + "/second", "x");
+  ASSERT_TRUE(Arrives("second"));
+  ASSERT_TRUE(korvmailserver::ListNodes(nodes));
+  ASSERT_EQ(nodes.size(), 1U);
+  EXPECT_GT(nodes[0].version, 0);
+}
+
+// A machine that watches looks every few seconds.
+TEST_F(RedisServerFilesTest, AQuietFileIsReadOnceAndNothingIsWritten) {
+  constexpr size_t kSize = 5 << 20;
+  ASSERT_TRUE(Arrives(std::string(kSize, 's')));
+  const auto is_read = [&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // until times tell something
+    const auto bytes_read = [] {
+      std::ifstream counters("/proc/self/io");  // "rchar: BYTES" comes first
+      std::string name;
+      size_t bytes = 0;
+      counters >> name >> bytes;
+      return bytes;
+    };
+    const size_t before = bytes_read();
+    EXPECT_EQ(Pull(), PullResult::kUnchanged);
+    EXPECT_EQ(changes_, 0);
+    return bytes_read() - before >= kSize;
+  };
+  EXPECT_TRUE(is_read()) << "it had just been replaced";
+  EXPECT_FALSE(is_read());
+  Write("/second" + kFolder + kFile, std::string(kSize, 's'));
+  EXPECT_TRUE(is_read()) << "somebody else may have written something";
+
+  ASSERT_TRUE(Publish(kFile)) << "notes the times";
+  const std::string store = Read(kFolder + "keystore.db");
+  ASSERT_TRUE(Publish(kFile));
+  EXPECT_EQ(Read(kFolder + "keystore.db"), store) << "the change counter in the header moved";
+}
+
+// What the local store refuses: the note before the publication, or the one after it.
+TEST_F(RedisServerFilesTest, APublicationThatCannotBeNotedIsMadeAgain) {
+  struct Case {
+    const char* refused;
+    bool is_published;
+  };
+  int number = 0;
+  for (const Case& one : std::vector<Case>{{"token", false}, {"version", true}}) {
+    const std::string value = std::to_string(++number);
+    SqliteFile local(root() + kFolder + "keystore.db");
+    const std::string version = local.Rows("SELECT value FROM node_table WHERE name='version'")[0];
+    local.Run("CREATE TRIGGER refuse BEFORE INSERT ON node_table WHEN NEW.name = '" +
+              std::string(one.refused) + "' AND NEW.value <> '" + version +
+              "' BEGIN SELECT RAISE(ABORT, 'no room'); END");
+    EXPECT_EQ(mailConfSet("key", value, true, 0), 0);
+    EXPECT_EQ(WhyUnpublished().empty(), one.is_published) << WhyUnpublished();
+    EXPECT_EQ(Shared("key") == value, one.is_published);
+    EXPECT_TRUE(one.is_published || Logged("not published: no room"));
+    local.Run("DROP TRIGGER refuse");
+    EXPECT_EQ(mailConfSet("key", value, true, 0), 0);
+    EXPECT_EQ(WhyUnpublished(), "");
+    EXPECT_EQ(Shared("key"), value);
+    StoreStanding standing;
+    ASSERT_TRUE(korvmailserver::ReadStoreStanding(standing));
+    EXPECT_TRUE(standing.is_own);
+    EXPECT_EQ(local.Rows("SELECT value FROM node_table WHERE name='version'")[0],
+              std::to_string(standing.version));
   }
 }
 

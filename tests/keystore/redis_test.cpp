@@ -1,7 +1,9 @@
 // The Redis key store against servers that do not behave: what they send never crashes a caller and
 // never holds it longer than the time-outs.
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <poll.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,6 +14,18 @@
 #include "platform/include/mail_conf.h"
 #include "platform/include/nodes.h"
 #include "tests/support/fixture.h"
+
+bool without_memory = false;
+
+extern "C" int sqlite3_prepare_v2(sqlite3* db, const char* sql, int size, sqlite3_stmt** statement,
+                                  const char** tail) {
+  using Real = int (*)(sqlite3*, const char*, int, sqlite3_stmt**, const char**);
+  static const Real real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "sqlite3_prepare_v2"));
+  if (without_memory) {
+    throw std::bad_alloc();
+  }
+  return real(db, sql, size, statement, tail);
+}
 
 namespace test {
 
@@ -118,7 +132,10 @@ TEST_F(RedisTest, OddAnswersAreRefusedInTime) {
        {"-LOADING Redis is loading the dataset in memory\r\n"},
        0,
        "ROLE refused: LOADING"},
-      {"values of a wrong kind", {primary, "+OK\r\n+OK\r\n+OK\r\n+OK\r\n+OK\r\n"}, 0, "no list"},
+      {"values of a wrong kind",
+       {primary, "+OK\r\n+OK\r\n+OK\r\n+OK\r\n+OK\r\n+OK\r\n"},
+       0,
+       "no list"},
       {"says too much", {primary + primary}, 0, "an answer to no question"},
       {"closes after the login", {primary}, 0, "server closed the connection"},
   };
@@ -163,6 +180,20 @@ TEST_F(RedisTest, AStoreThatIsAwayKeepsNobodyFromReadingAndWriting) {
   EXPECT_EQ(mailConfGet("key", value), 0);
   EXPECT_EQ(value, "value");
   EXPECT_NE(korvmailserver::WhyUnpublished().find("mdomain node manage"), std::string::npos);
+}
+
+// The scope ends in a destructor.
+TEST_F(RedisTest, APublicationThatRunsOutOfMemoryIsUnpublishedAndNoMore) {
+  Use("port = 1\n");
+  {
+    const korvmailserver::PublicationScope scope;
+    EXPECT_EQ(mailConfSet("key", "value", true, 0), 0);
+    without_memory = true;
+  }
+  without_memory = false;
+  EXPECT_EQ(korvmailserver::WhyUnpublished(), "std::bad_alloc");
+  EXPECT_TRUE(Logged("key store: not published: std::bad_alloc"));
+  EXPECT_TRUE(mailConfCheckKeyValue("key", "value"));
 }
 
 TEST_F(RedisTest, AStoreThatIsNotSharedHasNoMachines) {

@@ -2,17 +2,31 @@
 // what is kept aside before one.
 #include "lib-domain/sync/follow_pull.h"
 
+#include <dlfcn.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
 #include "lib-domain/sync/kept_files.h"
+#include "platform/include/process.h"
 #include "tests/support/sync_fixture.h"
 
 // Files that another program holds are not worth ten seconds of waiting here.
 extern "C" int sqlite3_busy_timeout(sqlite3* /*db*/, int /*milliseconds*/) {
   return SQLITE_OK;
 }
+
+// A minute is two seconds here.
+namespace korvmailserver {
+ProgramEnd RunProgram(const ProgramCall& call) {
+  using Real = ProgramEnd (*)(const ProgramCall&);
+  static const Real real = reinterpret_cast<Real>(
+      dlsym(RTLD_NEXT, "_ZN14korvmailserver10RunProgramERKNS_11ProgramCallE"));
+  ProgramCall shorter = call;
+  shorter.seconds /= 30;
+  return real(shorter);
+}
+}  // namespace korvmailserver
 
 namespace {
 
@@ -156,6 +170,7 @@ TEST_F(PullTest, APullThatWasNotFollowedIsFollowedByTheNext) {
 TEST_F(PullTest, HooksRunInOrderAndNoneStopsAnother) {
   AddHook("20second", "echo second $MDOMAIN_VERSION $PATH; echo oh >&2; exit 3");
   AddHook("10first", "echo first $HOME; wc -l");
+  AddHook("25slow", "echo slow; sleep 60");
   AddHook("30open", "echo open", 0775);
   AddHook("40late", "exit 0", 0644);
   for (const char* name : {"50.bak", "50x.dpkg-old", "50~", ".50", "50 x"}) {
@@ -179,11 +194,13 @@ TEST_F(PullTest, HooksRunInOrderAndNoneStopsAnother) {
           "20second]: second 9 /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
       "hook [" + folder + "20second]: oh",
       "hook " + folder + "20second ended with status 3",
+      "hook [" + folder + "25slow]: slow",
+      "hook " + folder + "25slow did not end within 60 seconds and was killed",
       "hook " + folder + "30open is not run: others may write to it",
       "hook [" + folder + "70link]: first",
       "hook [" + folder + "70link]: 1"};
   EXPECT_EQ(lines, want);
-  EXPECT_EQ(failures_, (StringList{"the " + want[4], "the " + want[5]}));
+  EXPECT_EQ(failures_, (StringList{"the " + want[4], "the " + want[6], "the " + want[7]}));
 
   ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
   EXPECT_FALSE(Follow({}, report));

@@ -169,9 +169,12 @@ std::string LookOnce(Call& call, bool accept_older) {
 
 Pulled PullAndFollow(bool accept_older) {
   MDOMAIN::UTILS::PullStart start;
-  MDOMAIN::UTILS::BeforePull(start);  // without it everybody counts as changed
+  start.is_unfinished = MDOMAIN::UTILS::IsPullUnfinished();
   Pulled pulled;
-  pulled.is_complete = korvmailserver::PullPublication(accept_older, pulled.report);
+  // A second name for the model alters the file's times: only a pull that brings something makes
+  // one. Without it everybody counts as changed.
+  pulled.is_complete = korvmailserver::PullPublication(accept_older, pulled.report,
+                                                       [&] { MDOMAIN::UTILS::BeforePull(start); });
   MakeMaps(pulled);
   std::vector<std::string> failures;
   MDOMAIN::UTILS::FollowPull(start, pulled.report, failures);
