@@ -64,6 +64,19 @@ void ReportLostModel(const std::string& path, Standing before) {
               path.c_str(), before == Standing::kMissing ? "missing" : "empty");
 }
 
+bool IsOlder(int version) {
+  std::vector<std::string> scripts;
+  return UTILS::DomainUtilGetSqliteCmds(scripts) && static_cast<size_t>(version) < scripts.size();
+}
+
+// A pulled file that was written to would no longer be what is published, and be pulled again. Also
+// where the role of this machine cannot be told.
+bool IsPulled() {
+  korvmailserver::NodeStanding standing;
+  return !korvmailserver::ReadNodeStanding(standing) ||
+         standing.role == korvmailserver::NodeRole::kMember;
+}
+
 }  // namespace
 
 DomainDBHandler* DomainDBHandler::_singleDomainDBHandler = nullptr;
@@ -142,7 +155,10 @@ int DomainDBHandler::ConnectAndUpgrade() {
     err_ = SQLITE_NOTADB;
     return err_;
   }
-  if (_UpgradeDB(version) != 0) {
+  if (IsOlder(version) && version > 0 && IsPulled()) {
+    LOG_NOTICE("Domain db [%s] is of version %d until the machine that manages it is upgraded",
+               path_.c_str(), version);
+  } else if (_UpgradeDB(version) != 0) {
     LOG_ERROR("Cannot upgrade domain db version: %i", version);
     return err_;
   }
@@ -151,17 +167,12 @@ int DomainDBHandler::ConnectAndUpgrade() {
   return 0;
 }
 
-// A pulled file that was written to would no longer be what is published.
 void DomainDBHandler::_PrepareFastRoads() {
   has_own_views_ = false;
-  if (!INTERNAL::HasOwnIndexes(db_) && sqlite3_db_readonly(db_, "main") == 0) {
-    korvmailserver::NodeStanding standing;
-    if (korvmailserver::ReadNodeStanding(standing) &&
-        standing.role != korvmailserver::NodeRole::kMember) {
-      sqlite3_busy_timeout(db_, kIndexBusyMilliseconds);
-      exeCmds(INTERNAL::OwnIndexStatements(), true);
-      sqlite3_busy_timeout(db_, kOpenBusyMilliseconds);
-    }
+  if (!INTERNAL::HasOwnIndexes(db_) && sqlite3_db_readonly(db_, "main") == 0 && !IsPulled()) {
+    sqlite3_busy_timeout(db_, kIndexBusyMilliseconds);
+    exeCmds(INTERNAL::OwnIndexStatements(), true);
+    sqlite3_busy_timeout(db_, kOpenBusyMilliseconds);
   }
   if (INTERNAL::HasOwnIndexes(db_)) {
     has_own_views_ = INTERNAL::DefineOwnViews(db_);

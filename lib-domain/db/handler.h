@@ -38,8 +38,9 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // version; after a failure the file is at the last whole version. Processes that do so at once
   // wait for the first of them. A file of a newer version is opened as it is, one that has tables
   // but none for domains is refused and stays as it is. 0, or the handler's result code with the
-  // reason logged. A file that may be written, and was not pulled from another machine, gets the
-  // indexes of this library where it lacks them; when that fails the file serves without.
+  // reason logged. A file that may be written gets the indexes of this library where it lacks them;
+  // when that fails the file serves without. On a machine that pulls the file stays as it came, of
+  // an older version too.
   int ConnectAndUpgrade();
   // Opens the file anew when another one has taken its place, as a pull does: from now on it is
   // read. Nothing happens while a BatchScope lives, which must not lose its transaction, or where

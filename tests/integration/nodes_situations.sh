@@ -266,6 +266,12 @@ followed() {
   [ -e "$flags/1001" ] || fail "no flag for a user whose addresses changed: $(ls "$flags")"
   same "what a program was told" "$(jq -c '[.uids, ([.files[].key] | sort)]' "$scratch/told")" \
     '[[1001],["bcc_db","mailserver_domain_db"]]'
+  # What an older manager published is read as it came; written to, it would be pulled again.
+  local model=$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db before
+  sqlite3 "$model" "DROP INDEX mdomain_alias; PRAGMA user_version = 3"
+  before=$(sha256sum <"$model")
+  good user list 1
+  same "a model of an older manager" "$(sha256sum <"$model")" "$before"
 }
 
 number=0
