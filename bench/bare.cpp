@@ -88,9 +88,9 @@ sqlite3_stmt* Bare::_PrepareOnce(const std::string& sql) {
 
 std::vector<std::string> Bare::_ColumnNames(const std::string& sql) {
   sqlite3_stmt* statement = _PrepareOnce(sql);
-  std::vector<std::string> names;
-  for (int i = 0; i < sqlite3_column_count(statement); ++i) {
-    names.emplace_back(sqlite3_column_name(statement, i));
+  std::vector<std::string> names(static_cast<size_t>(sqlite3_column_count(statement)));
+  for (size_t i = 0; i < names.size(); ++i) {
+    names[i] = sqlite3_column_name(statement, static_cast<int>(i));
   }
   return names;
 }
@@ -125,7 +125,10 @@ void Bare::IndexReferences() {
   for (size_t i = 0; i < found.size(); i += 2) {
     const std::string& table = found[i].bytes;
     const std::string& column = found[i + 1].bytes;
-    Run("CREATE INDEX floor_" + table + "_" + column + " ON " + table + "(" + column + ")");
+    std::string sql = "CREATE INDEX floor_";
+    sql.append(table).append("_").append(column).append(" ON ");
+    sql.append(table).append("(").append(column).append(")");
+    Run(sql);
   }
 }
 

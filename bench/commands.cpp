@@ -161,7 +161,7 @@ void Publishing(const Stage& stage) {
   const auto pull = [&] { stage.launcher.Run({stage.mdomain, "node", "pull"}, other); };
   UseServer(stage.company.Root(), server.Socket());
   UseServer(other, server.Socket());
-  std::ofstream(other + "/etc/passwd");
+  std::ofstream(other + "/etc/passwd") << "";
   stage.Run({"--yes", "node", "manage"});
   pull();
   stage.Run({"user", "add", idx, "user1"});
