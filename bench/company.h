@@ -1,60 +1,49 @@
-// A root with the accounts of a company, and bare SQLite beside the library's.
+// A root with the accounts and domains of a company, in which this process and whole commands work.
 #ifndef BENCH_COMPANY_H
 #define BENCH_COMPANY_H
 
-#include <sqlite3.h>
-
 #include <string>
-#include <vector>
 
 namespace bench {
 
-constexpr int kDomains = 20;
-constexpr int kAddingDomains = 5;  // domains 1 to 5 add new accounts automatically
+constexpr int kAddingDomains = 2;  // domains 1 and 2 add new accounts automatically
 constexpr int kBigGroup = 1000;    // members of the first group; the others have 20
 constexpr unsigned int kFirstUid = 1000;
 constexpr unsigned int kFirstGid = 1000;
 
-// A temporary root in which /etc/passwd has `users` people and /etc/group 5 % as many groups. It is
-// the root of this process for as long as it lives; one at a time.
+[[noreturn]] void Stop(const std::string& what);
+void Must(bool done, const std::string& what);
+
+// A temporary root in which /etc/group has 5 % as many groups as /etc/passwd has users. It is the
+// root of this process for as long as it lives; one at a time.
 class Company {
  public:
-  explicit Company(int users);
+  Company(int users, int domains);
   ~Company();
   Company(const Company&) = delete;
   Company& operator=(const Company&) = delete;
 
+  int Users() const { return users_; }
+  int Domains() const { return domains_; }
   const std::string& Root() const { return root_; }
-  static std::string DatabasePath();
-  // Creates the domains. Nobody is mirrored yet.
-  static void CreateDomains();
-  // Creates the domains and refreshes once.
-  static void Fill();
+  // The folder of the databases.
+  std::string Etc() const { return root_ + "/var/packages/Postara-Server/etc"; }
+  std::string Database() const { return Etc() + "/local_DOMAIN.db"; }
+
+  // The domains, of which nobody is a user yet.
+  void CreateDomains() const;
+  // Users `first` to `first` + Users() - 1 are the accounts from now on, and the groups' members.
+  void WriteAccounts(int first) const;
+  // The account file gets another time, and the same content.
+  void TouchAccounts() const;
 
  private:
+  int users_;
+  int domains_;
   std::string root_;
 };
 
-// A connection with prepared statements and nothing else. Stops the program on any error.
-class Bare {
- public:
-  explicit Bare(const std::string& path);
-  ~Bare();
-  Bare(const Bare&) = delete;
-  Bare& operator=(const Bare&) = delete;
-
-  using Row = std::vector<std::string>;
-  using Rows = std::vector<Row>;
-  void Run(const std::string& sql);
-  Rows Select(const std::string& sql);
-  // Runs the statement once per row, its cells bound in order.
-  void ForEach(const std::string& sql, const Rows& rows);
-
- private:
-  sqlite3_stmt* Prepare(const std::string& sql);
-
-  sqlite3* db_ = nullptr;
-};
+std::string UserName(int i);
 
 }  // namespace bench
 

@@ -1,0 +1,180 @@
+// Whole runs of mdomain: their processor time, their memory, and what they send to a key store that
+// machines share.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "bench/operations.h"
+#include "lib-domain/db/handler.h"
+
+namespace bench {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kRuns = 5;
+constexpr double kMostMsOfOne = 30;
+constexpr double kMostMsUnchanged = 50;
+constexpr double kMostMsOfNothing = 15000;
+constexpr double kMostMegabytes = 1500;
+constexpr double kMostMegabytesOfListing = 100;
+constexpr double kMostMegabytesSent = 1;
+
+// A server below a root, with no port and no file.
+class RedisServer {
+ public:
+  explicit RedisServer(const std::string& root) : socket_(root + "/redis.sock") {
+    pid_ = fork();
+    if (pid_ == 0) {
+      execlp("redis-server", "redis-server", "--port", "0", "--unixsocket", socket_.c_str(),
+             "--save", "", "--logfile", "/dev/null", nullptr);
+      _exit(1);
+    }
+    for (int i = 0; i < 500 && !fs::exists(socket_); ++i) {
+      usleep(10000);
+    }
+  }
+  ~RedisServer() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  RedisServer(const RedisServer&) = delete;
+  RedisServer& operator=(const RedisServer&) = delete;
+
+  bool IsThere() const { return fs::exists(socket_); }
+  const std::string& Socket() const { return socket_; }
+  // Everything that went in and out so far.
+  double Megabytes() const {
+    const std::string command =
+        "redis-cli -s '" + socket_ +
+        "' info stats | sed -n 's/^total_net_\\(in\\|out\\)put_bytes:\\([0-9]*\\).*/\\2/p'";
+    const std::unique_ptr<FILE, int (*)(FILE*)> answer(popen(command.c_str(), "r"), pclose);
+    double in = 0;
+    double out = 0;
+    Must(answer && std::fscanf(answer.get(), "%lf %lf", &in, &out) == 2, "redis-cli info stats");
+    return (in + out) / 1e6;
+  }
+
+ private:
+  std::string socket_;
+  pid_t pid_ = 0;
+};
+
+void UseServer(const std::string& root, const std::string& socket) {
+  fs::create_directories(root + "/etc/mailserver-domain");
+  std::ofstream(root + "/etc/mailserver-domain/host.ini")
+      << "[keystore]\nbackend = redis\nsocket = " << socket
+      << "\nnode = " << fs::path(root).filename().string() << "\n";
+}
+
+}  // namespace
+
+void Commands(const Stage& stage) {
+  const std::string idx = std::to_string(stage.company.Domains());
+  const std::string name = "new.example";
+  const std::pair<const char*, std::vector<std::string>> commands[] = {
+      {"mdomain user add", {"user", "add", idx, "user0"}},
+      {"mdomain user set", {"user", "set", idx, "user0", "--add-alias", "other"}},
+      {"mdomain user remove", {"--yes", "user", "remove", idx, "user0"}},
+      {"mdomain domain create", {"domain", "create", name, "--no-auto-add"}},
+      {"mdomain domain names add", {"domain", "names", "add", name, "a.example"}},
+      {"mdomain domain names set", {"domain", "names", "set", name, "b.example"}},
+      {"mdomain domain names remove", {"domain", "names", "remove", name, "b.example"}},
+      {"mdomain domain set", {"domain", "set", name, "--description", "changed"}},
+      {"mdomain domain delete", {"--yes", "domain", "delete", name}},
+  };
+  const std::string unchanged = "mdomain refresh, provably unchanged";
+  const bool is_wanted = std::any_of(std::begin(commands), std::end(commands),
+                                     [&](const auto& one) { return stage.IsWanted(one.first); });
+  if (is_wanted) {
+    std::map<std::string, double> least;
+    for (int i = 0; i < kRuns; ++i) {
+      double all = 0;
+      for (const auto& [operation, words] : commands) {
+        const double ms = stage.Run(words).ms;
+        KeepLeast(least[operation], ms);
+        all += ms;
+      }
+      if (all > kOnceMs) {
+        break;
+      }
+    }
+    for (const auto& [operation, words] : commands) {
+      stage.report.AddValue(operation, stage.company.Users(), least[operation], "ms", kMostMsOfOne);
+      stage.report.Grows(Touches::kOne);
+    }
+  }
+  if (stage.IsWanted(unchanged)) {
+    double least = 0;
+    stage.Run({"refresh"});
+    for (int i = 0; i < kRuns && least < kOnceMs; ++i) {
+      KeepLeast(least, stage.Run({"refresh"}).ms);
+    }
+    stage.report.AddValue(unchanged, stage.company.Users(), least, "ms", kMostMsUnchanged);
+    stage.report.Grows(Touches::kOne);
+  }
+}
+
+void CommandsOfMany(const Stage& stage) {
+  const int users = stage.company.Users();
+  const struct {
+    const char* name;
+    std::vector<std::string> words;
+    double most_ms;
+    double most_megabytes;
+  } commands[] = {
+      {"mdomain refresh that changes nothing", {"refresh"}, kMostMsOfNothing, kMostMegabytes},
+      {"mdomain user list", {"user", "list", "1"}, 0, kMostMegabytesOfListing},
+      {"mdomain --json user list", {"--json", "user", "list", "1"}, 0, kMostMegabytesOfListing},
+  };
+  for (const auto& command : commands) {
+    if (!stage.IsWanted(command.name)) {
+      continue;
+    }
+    stage.company.TouchAccounts();
+    const Usage usage = stage.Run(command.words);
+    if (command.most_ms > 0) {
+      stage.report.AddValue(command.name, users, usage.ms, "ms", command.most_ms);
+    }
+    stage.report.AddValue(std::string(command.name) + ": memory", users, usage.megabytes, "MB",
+                          command.most_megabytes);
+  }
+}
+
+void Publishing(const Stage& stage) {
+  const std::string operation = "publishing one changed user";
+  if (!stage.IsWanted(operation)) {
+    return;
+  }
+  MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
+  const RedisServer server(stage.company.Root());
+  Must(server.IsThere(), "starting redis-server");
+  const std::string other = stage.company.Root() + "/other";
+  const std::string idx = std::to_string(stage.company.Domains());
+  const auto pull = [&] { stage.launcher.Run({stage.mdomain, "node", "pull"}, other); };
+  UseServer(stage.company.Root(), server.Socket());
+  UseServer(other, server.Socket());
+  std::ofstream(other + "/etc/passwd") << "";
+  stage.Run({"--yes", "node", "manage"});
+  pull();
+  stage.Run({"user", "add", idx, "user1"});
+  pull();
+  const double before = server.Megabytes();
+  stage.Run({"user", "set", idx, "user1", "--add-alias", "other"});
+  const double sent = server.Megabytes();
+  pull();
+  const double pulled = server.Megabytes();
+  stage.report.AddValue(operation + ": sent", stage.company.Users(), sent - before, "MB",
+                        kMostMegabytesSent);
+  stage.report.AddValue(operation + ": pulled", stage.company.Users(), pulled - sent, "MB",
+                        kMostMegabytesSent);
+}
+
+}  // namespace bench
