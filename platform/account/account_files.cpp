@@ -25,23 +25,43 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
   return fields;
 }
 
-// One line that should hold an entry.
-struct Line {
-  std::string where;  // "FILE: line 7"
-  std::vector<std::string_view> fields;
-  std::string damage;  // what makes the file suspect from here on; empty when nothing does
+// The fields of a line, as many as an entry of passwd has, and how many there are; more only count.
+struct Fields {
+  std::array<std::string_view, 7> at;
+  size_t count = 0;
 };
 
-std::string DamageOf(std::string_view text, bool ended) {
+Fields FieldsOf(std::string_view line) {
+  Fields fields;
+  while (true) {
+    const size_t end = std::min(line.find(':'), line.size());
+    if (fields.count < fields.at.size()) {
+      fields.at[fields.count] = line.substr(0, end);
+    }
+    fields.count++;
+    if (end == line.size()) {
+      return fields;
+    }
+    line.remove_prefix(end + 1);
+  }
+}
+
+// One line that should hold an entry.
+struct Line {
+  const AccountFile& file;
+  size_t number;
+  std::string_view text;
+  const char* damage;  // what makes the file suspect from here on; empty when nothing does
+
+  bool is_damaged() const { return *damage != '\0'; }
+  std::string Where() const { return file.path + ": line " + std::to_string(number); }
+};
+
+const char* DamageOf(std::string_view text, bool ended) {
   if (HasControlCharacter(text)) {
     return " has a control character";
   }
   return ended ? "" : " has no line end, so the file may have been cut";
-}
-
-bool HoldsEntry(std::string_view text) {
-  const bool blank = text.find_first_not_of(" \t") == std::string_view::npos;
-  return !blank && (text.find_first_of("#+-") != 0 || text.find('\0') != std::string_view::npos);
 }
 
 // Calls `take(line)` for each line that should hold an entry.
@@ -52,15 +72,12 @@ void ForEachEntry(const AccountFile& file, const Take& take) {
   size_t begin = 0;
   while (begin < bytes.size()) {
     const size_t end = std::min(bytes.find('\n', begin), bytes.size());
-    std::string_view text(bytes.data() + begin, end - begin);
+    const std::string_view text =
+        WithoutCarriageReturn(std::string_view(bytes).substr(begin, end - begin));
     begin = end + 1;
     number++;
-    if (!text.empty() && text.back() == '\r') {
-      text.remove_suffix(1);
-    }
     if (HoldsEntry(text)) {
-      take(Line{file.path + ": line " + std::to_string(number), Split(text, ':'),
-                DamageOf(text, end < bytes.size())});
+      take(Line{file, number, text, DamageOf(text, end < bytes.size())});
     }
   }
 }
@@ -70,9 +87,14 @@ std::string NameOfBroken(std::string_view field) {
 }
 
 // A line that is no account. Only one that has all its fields tells whom it hides.
-void LeaveGap(const Line& line, unsigned int gid, UserTable& users) {
-  const std::string why = line.where + " is no account";
-  const std::string name = NameOfBroken(line.fields[0]);
+void LeaveGap(const Line& line, UserTable& users) {
+  const Fields fields = FieldsOf(line.text);
+  const std::string why = line.Where() + " is no account";
+  const std::string name = NameOfBroken(fields.at[0]);
+  unsigned int gid = KORV_UNKNOWN_ID;
+  if (fields.count == 7) {
+    ParseId(fields.at[3], gid);
+  }
   users.Skip(why, name, gid);
   if (name.empty() || gid == KORV_UNKNOWN_ID) {
     users.HideMemberships(why);
@@ -82,25 +104,20 @@ void LeaveGap(const Line& line, unsigned int gid, UserTable& users) {
 // False when one of the members cannot be read.
 bool TakeMembers(std::string_view list, GroupRow& group) {
   bool all = true;
-  for (std::string_view member : Split(list, ',')) {
+  group.members.reserve(static_cast<size_t>(std::count(list.begin(), list.end(), ',')) + 1);
+  while (true) {
+    const size_t end = std::min(list.find(','), list.size());
+    const std::string_view member = list.substr(0, end);
     if (IsAccountName(member)) {
       group.members.emplace_back(member);
     } else {
       all = all && member.empty();
     }
+    if (end == list.size()) {
+      return all;
+    }
+    list.remove_prefix(end + 1);
   }
-  return all;
-}
-
-UserRow MakeUser(const std::vector<std::string_view>& fields) {
-  UserRow user;
-  user.name = fields[0];
-  const std::string_view comment = fields[4];
-  if (IsValidUtf8(comment) && !HasControlCharacter(comment)) {
-    user.full_name = comment.substr(0, comment.find(','));
-    user.mail = MailOfComment(std::string(comment));
-  }
-  return user;
 }
 
 // `value` keeps its default when the word is no number.
@@ -116,16 +133,62 @@ void TakeNumber(const std::string& word, unsigned int& value) {
 
 }  // namespace
 
-std::string MailOfComment(const std::string& comment) {
+std::string MailOfComment(std::string_view comment) {
   const size_t comma = comment.rfind(',');
-  if (comma == std::string::npos) {
+  if (comma == std::string_view::npos) {
     return {};
   }
-  const std::string last = comment.substr(comma + 1);
+  const std::string_view last = comment.substr(comma + 1);
   const size_t at = last.find('@');
-  const bool address = at != std::string::npos && at > 0 && at + 1 < last.size() &&
-                       last.rfind('@') == at && last.find_first_of(" \t<>\"") == std::string::npos;
-  return address ? last : std::string();
+  const bool address = at != std::string_view::npos && at > 0 && at + 1 < last.size() &&
+                       last.rfind('@') == at &&
+                       last.find_first_of(" \t<>\"") == std::string_view::npos;
+  return address ? std::string(last) : std::string();
+}
+
+std::string_view WithoutCarriageReturn(std::string_view line) {
+  if (!line.empty() && line.back() == '\r') {
+    line.remove_suffix(1);
+  }
+  return line;
+}
+
+bool HoldsEntry(std::string_view line) {
+  const size_t first = line.find_first_not_of(" \t");
+  if (first == std::string_view::npos) {
+    return false;
+  }
+  const bool is_comment = line[0] == '#' || line[0] == '+' || line[0] == '-';
+  return !is_comment || line.find('\0') != std::string_view::npos;
+}
+
+bool ReadUserLine(std::string_view line, const IdRanges& ranges, UserRow& user) {
+  const Fields fields = FieldsOf(line);
+  if (fields.count != 7 || !ParseId(fields.at[3], user.gid) || !ParseId(fields.at[2], user.uid) ||
+      !IsAccountName(fields.at[0])) {
+    return false;
+  }
+  user.name = fields.at[0];
+  const std::string_view comment = fields.at[4];
+  if (IsValidUtf8(comment) && !HasControlCharacter(comment)) {
+    user.full_name = comment.substr(0, comment.find(','));
+    user.mail = MailOfComment(comment);
+  }
+  user.listed = user.uid >= ranges.uid_min && user.uid <= ranges.uid_max;
+  return true;
+}
+
+bool ReadGroupLine(std::string_view line, const IdRanges& ranges, GroupRow& group,
+                   bool& all_members) {
+  const Fields fields = FieldsOf(line);
+  if (fields.count != 4 || !ParseId(fields.at[2], group.gid) || !IsAccountName(fields.at[0])) {
+    return false;
+  }
+  group.name = fields.at[0];
+  group.listed =
+      (group.gid >= ranges.gid_min && group.gid <= ranges.gid_max) || group.name == "users";
+  all_members = TakeMembers(fields.at[3], group);
+  return true;
 }
 
 IdRanges ParseLoginDefs(const std::string& bytes) {
@@ -154,45 +217,29 @@ IdRanges ParseLoginDefs(const std::string& bytes) {
 
 void ParsePasswd(const AccountFile& file, const IdRanges& ranges, UserTable& users) {
   ForEachEntry(file, [&](const Line& line) {
-    const std::vector<std::string_view>& fields = line.fields;
-    unsigned int uid = KORV_UNKNOWN_ID;
-    unsigned int gid = KORV_UNKNOWN_ID;
-    if (!line.damage.empty()) {
-      users.CutShort(line.where + line.damage);
+    if (line.is_damaged()) {
+      users.CutShort(line.Where() + line.damage);
     }
-    const bool has_gid = fields.size() == 7 && ParseId(fields[3], gid);
-    const bool is_account = has_gid && ParseId(fields[2], uid) && IsAccountName(fields[0]);
-    if (!is_account && line.damage.empty()) {
-      LeaveGap(line, gid, users);
+    UserRow user;
+    if (ReadUserLine(line.text, ranges, user)) {
+      users.Add(std::move(user));
+    } else if (!line.is_damaged()) {
+      LeaveGap(line, users);
     }
-    if (!is_account) {
-      return;
-    }
-    UserRow user = MakeUser(fields);
-    user.uid = uid;
-    user.gid = gid;
-    user.listed = uid >= ranges.uid_min && uid <= ranges.uid_max;
-    users.Add(std::move(user));
   });
 }
 
 void ParseGroup(const AccountFile& file, const IdRanges& ranges, GroupTable& groups) {
   ForEachEntry(file, [&](const Line& line) {
-    const std::vector<std::string_view>& fields = line.fields;
-    unsigned int gid = KORV_UNKNOWN_ID;
-    if (fields.size() != 4 || !ParseId(fields[2], gid) || !IsAccountName(fields[0])) {
-      groups.Skip(line.where + " is no group", NameOfBroken(fields[0]));
+    GroupRow group;
+    bool all_members = false;
+    if (!ReadGroupLine(line.text, ranges, group, all_members)) {
+      groups.Skip(line.Where() + " is no group", NameOfBroken(FieldsOf(line.text).at[0]));
       return;
     }
-    GroupRow group;
-    group.name = fields[0];
-    group.gid = gid;
-    group.listed = (gid >= ranges.gid_min && gid <= ranges.gid_max) || group.name == "users";
-    const bool all_members = TakeMembers(fields[3], group);
-    if (!line.damage.empty() || !all_members) {
-      group.members_hidden = line.where + (all_members || !line.damage.empty()
-                                               ? line.damage
-                                               : " names a member that cannot be read");
+    if (line.is_damaged() || !all_members) {
+      group.members_hidden =
+          line.Where() + (line.is_damaged() ? line.damage : " names a member that cannot be read");
       groups.Skip(group.members_hidden, "");
     }
     groups.Add(std::move(group));

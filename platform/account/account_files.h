@@ -3,6 +3,7 @@
 #define PLATFORM_ACCOUNT_ACCOUNT_FILES_H
 
 #include <string>
+#include <string_view>
 
 #include "platform/account/table.h"
 
@@ -24,6 +25,16 @@ struct AccountFile {
   std::string bytes;
 };
 
+// A line without its end, which may be that of another system.
+std::string_view WithoutCarriageReturn(std::string_view line);
+// False for empty lines, comments and the "+"/"-" lines that include other databases.
+bool HoldsEntry(std::string_view line);
+// One entry. False, with the row changed in part, when the line is none. `all_members` tells
+// whether each name in the list can be read.
+bool ReadUserLine(std::string_view line, const IdRanges& ranges, UserRow& user);
+bool ReadGroupLine(std::string_view line, const IdRanges& ranges, GroupRow& group,
+                   bool& all_members);
+
 // Seven fields a line. A line without an account leaves a gap; empty lines, comments and the
 // "+"/"-" lines that include other databases do not. A gap whose name or primary group is unknown
 // hides the members of every group. A control character, or a last line without line end, means
@@ -35,7 +46,7 @@ void ParsePasswd(const AccountFile& file, const IdRanges& ranges, UserTable& use
 void ParseGroup(const AccountFile& file, const IdRanges& ranges, GroupTable& groups);
 
 // The mail address in a comment field, empty when there is none. See KORVUser::mail.
-std::string MailOfComment(const std::string& comment);
+std::string MailOfComment(std::string_view comment);
 
 }  // namespace korvmailserver::account
 

@@ -2,12 +2,14 @@
 // machine's own when the root has no etc/passwd.
 //
 // The files are read directly, not through the name-service modules, which would mix in the users
-// of a directory. What was parsed is kept while the three files stay as they were, so that a
-// thousand look-ups do not parse them a thousand times.
+// of a directory. Tables of all accounts answer enumerations and whoever asks often; the first
+// questions about single accounts are answered from a scan, which takes a tenth of the time.
+// Both are kept while the three files stay as they were.
 #include <cerrno>
 #include <cstring>
 
 #include "platform/account/account_files.h"
+#include "platform/account/account_scan.h"
 #include "platform/account/source.h"
 #include "platform/include/files.h"
 #include "platform/include/root_path.h"
@@ -26,6 +28,9 @@ AccountPaths FindPaths() {
   return {root + "/etc/passwd", root + "/etc/group", root + "/etc/login.defs"};
 }
 
+// Building the tables costs more than so many questions to a scan.
+constexpr int kQuestionsToScan = 200;
+
 class LocalSource : public TableSource {
  public:
   std::shared_ptr<const UserTable> Users() override { return Refresh() ? users_ : nullptr; }
@@ -39,6 +44,16 @@ class LocalSource : public TableSource {
     return {nullptr, nullptr, error, error};
   }
 
+  Outcome Find(const std::string& name, UserRow& row) override { return FindRow(name, row); }
+  Outcome Find(const std::string& name, GroupRow& row) override { return FindRow(name, row); }
+  Outcome FindById(unsigned int uid, UserRow& row) override { return FindRowById(uid, row); }
+  Outcome FindById(unsigned int gid, GroupRow& row) override { return FindRowById(gid, row); }
+
+  Outcome ListMembers(const std::string& group, std::vector<std::string>& names) override {
+    const Outcome outcome = Scan() ? scan_->ListMembers(group, names) : Outcome::kFailed;
+    return outcome == Outcome::kFailed ? Source::ListMembers(group, names) : outcome;
+  }
+
   void Check(std::vector<AccountCheckStep>& steps) override {
     const bool ok = Refresh();
     const AccountPaths paths = FindPaths();
@@ -49,18 +64,57 @@ class LocalSource : public TableSource {
   }
 
  private:
-  // Both files at once, so that users and groups are of one point in time.
-  bool Refresh() {
-    const AccountPaths paths = FindPaths();
-    if (users_ != nullptr && passwd_.Holds(paths.passwd) && group_.Holds(paths.group) &&
-        login_defs_.Holds(paths.login_defs)) {
-      return true;
-    }
+  template <class Row>
+  Outcome FindRow(const std::string& name, Row& row) {
+    const Outcome outcome = Scan() ? scan_->Find(name, row) : Outcome::kFailed;
+    return outcome == Outcome::kFailed ? TableSource::Find(name, row) : outcome;
+  }
+
+  template <class Row>
+  Outcome FindRowById(unsigned int id, Row& row) {
+    const Outcome outcome = Scan() ? scan_->FindById(id, row) : Outcome::kFailed;
+    return outcome == Outcome::kFailed ? TableSource::FindById(id, row) : outcome;
+  }
+
+  bool Hold(const AccountPaths& paths) const {
+    return passwd_.Holds(paths.passwd) && group_.Holds(paths.group) &&
+           login_defs_.Holds(paths.login_defs);
+  }
+
+  // Forgets what was read, for what is going to be read.
+  void Restart(const AccountPaths& paths) {
     users_.reset();
     groups_.reset();
+    scan_.reset();
     passwd_ = FileStamp::Of(paths.passwd);
     group_ = FileStamp::Of(paths.group);
     login_defs_ = FileStamp::Of(paths.login_defs);
+  }
+
+  // False when the tables are to answer: they are there, or it is they that can tell.
+  bool Scan() {
+    const AccountPaths paths = FindPaths();
+    if (Hold(paths)) {
+      return scan_ != nullptr && questions_++ < kQuestionsToScan;
+    }
+    Restart(paths);
+    questions_ = 0;
+    std::string login_defs;
+    auto scan = std::make_unique<AccountScan>();
+    if ((!login_defs_.exists || ReadFile(paths.login_defs, login_defs) == 0) &&
+        scan->Read(paths.passwd, paths.group, ParseLoginDefs(login_defs))) {
+      scan_ = std::move(scan);
+    }
+    return scan_ != nullptr;
+  }
+
+  // Both files at once, so that users and groups are of one point in time.
+  bool Refresh() {
+    const AccountPaths paths = FindPaths();
+    if (users_ != nullptr && Hold(paths)) {
+      return true;
+    }
+    Restart(paths);
     std::string passwd;
     std::string group;
     std::string login_defs;
@@ -101,6 +155,8 @@ class LocalSource : public TableSource {
   FileStamp passwd_, group_, login_defs_;
   std::shared_ptr<const UserTable> users_;
   std::shared_ptr<const GroupTable> groups_;
+  std::unique_ptr<AccountScan> scan_;
+  int questions_ = 0;
 };
 
 }  // namespace

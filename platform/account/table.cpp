@@ -1,6 +1,7 @@
 #include "platform/account/table.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 #include "platform/include/maillog.h"
@@ -8,22 +9,86 @@
 
 namespace korvmailserver::account {
 
+namespace {
+
+uint32_t HashOf(const std::string& text) {
+  return static_cast<uint32_t>(std::hash<std::string>()(text));
+}
+
+// Ids come in runs and at even distances; either would crowd a part of the slots.
+uint32_t HashOf(unsigned int id) {
+  id = (id ^ id >> 16) * 0x85EBCA6BU;
+  id = (id ^ id >> 13) * 0xC2B2AE35U;
+  return id ^ id >> 16;
+}
+
+}  // namespace
+
+void RowIndex::Add(uint32_t hash, uint32_t row) {
+  if (2 * ++used_ > slots_.size()) {
+    std::vector<Slot> old(slots_.empty() ? 16 : 2 * slots_.size());
+    old.swap(slots_);
+    mask_ = slots_.size() - 1;
+    for (const Slot& slot : old) {
+      if (slot.row != kNone) {
+        Put(slot);
+      }
+    }
+  }
+  Put({hash, row});
+}
+
+void RowIndex::Put(Slot slot) {
+  size_t at = slot.hash & mask_;
+  while (slots_[at].row != kNone) {
+    at = (at + 1) & mask_;
+  }
+  slots_[at] = slot;
+}
+
+template <class Row>
+uint32_t Table<Row>::RowOfName(const std::string& name) const {
+  return by_name_.Find(HashOf(name), [&](uint32_t row) { return rows_[row].name == name; });
+}
+
+template <class Row>
+uint32_t Table<Row>::RowOfFolded(const std::string& folded) const {
+  return by_folded_.Find(HashOf(folded),
+                         [&](uint32_t row) { return FoldCase(rows_[row].name) == folded; });
+}
+
+template <class Row>
+uint32_t Table<Row>::RowOfId(unsigned int id) const {
+  return by_id_.Find(HashOf(id), [&](uint32_t row) { return IdOf(rows_[row]) == id; });
+}
+
+template <class Row>
+uint32_t Table<Row>::RowOfKey(const std::string& key) const {
+  return by_key_.Find(HashOf(key), [&](uint32_t row) { return rows_[row].key == key; });
+}
+
 template <class Row>
 const Row* Table<Row>::Add(Row row) {
-  if (by_name_.count(row.name) != 0) {
+  if (RowOfName(row.name) != RowIndex::kNone) {
     Skip("the name \"" + row.name + "\" stands there more than once", row.name);
     return nullptr;
   }
+  const auto number = static_cast<uint32_t>(rows_.size());
   rows_.push_back(std::move(row));
   Row& added = rows_.back();
-  by_name_.emplace(added.name, &added);
+  by_name_.Add(HashOf(added.name), number);
   if (name_case_ == NameCase::kFolded) {
-    by_folded_.emplace(FoldCase(added.name), &added);
+    const std::string folded = FoldCase(added.name);
+    if (RowOfFolded(folded) == RowIndex::kNone) {
+      by_folded_.Add(HashOf(folded), number);
+    }
   }
-  if (!added.key.empty()) {
-    by_key_.emplace(added.key, &added);
+  if (!added.key.empty() && RowOfKey(added.key) == RowIndex::kNone) {
+    by_key_.Add(HashOf(added.key), number);
   }
-  if (!by_id_.emplace(IdOf(added), &added).second && added.listed) {
+  if (RowOfId(IdOf(added)) == RowIndex::kNone) {
+    by_id_.Add(HashOf(IdOf(added)), number);
+  } else if (added.listed) {
     added.listed = false;
     first_shared_ = shared_ids_ == 0 ? added.name : first_shared_;
     shared_ids_++;
@@ -70,26 +135,20 @@ void Table<Row>::Announce(const std::string& origin) const {
 
 template <class Row>
 const Row* Table<Row>::ByName(const std::string& name) const {
-  if (const auto found = by_name_.find(name); found != by_name_.end()) {
-    return found->second;
-  }
-  if (name_case_ == NameCase::kExact) {
-    return nullptr;
-  }
-  const auto found = by_folded_.find(FoldCase(name));
-  return found == by_folded_.end() ? nullptr : found->second;
+  const uint32_t exact = RowOfName(name);
+  return At(exact != RowIndex::kNone || name_case_ == NameCase::kExact
+                ? exact
+                : RowOfFolded(FoldCase(name)));
 }
 
 template <class Row>
 const Row* Table<Row>::ById(unsigned int id) const {
-  const auto found = by_id_.find(id);
-  return found == by_id_.end() ? nullptr : found->second;
+  return At(RowOfId(id));
 }
 
 template <class Row>
 const Row* Table<Row>::ByKey(const std::string& key) const {
-  const auto found = by_key_.find(key);
-  return found == by_key_.end() ? nullptr : found->second;
+  return At(RowOfKey(key));
 }
 
 template class Table<UserRow>;
@@ -100,18 +159,26 @@ void UserTable::Add(UserRow row) {
   if (added == nullptr) {
     return;
   }
-  by_group_[added->gid].push_back(added);
+  const auto number = static_cast<uint32_t>(rows().size() - 1);
+  by_group_in_order_ = false;
+  by_group_.emplace_back(added->gid, number);
   for (unsigned int gid : added->gids) {
     if (gid != added->gid) {
-      by_group_[gid].push_back(added);
+      by_group_.emplace_back(gid, number);
     }
   }
 }
 
-const std::vector<const UserRow*>& UserTable::OfGroup(unsigned int gid) const {
-  static const std::vector<const UserRow*> kNone;
-  const auto found = by_group_.find(gid);
-  return found == by_group_.end() ? kNone : found->second;
+std::vector<const UserRow*> UserTable::OfGroup(unsigned int gid) const {
+  if (!std::exchange(by_group_in_order_, true)) {
+    std::sort(by_group_.begin(), by_group_.end());
+  }
+  std::vector<const UserRow*> users;
+  for (auto at = std::lower_bound(by_group_.begin(), by_group_.end(), std::make_pair(gid, 0U));
+       at != by_group_.end() && at->first == gid; ++at) {
+    users.push_back(&rows()[at->second]);
+  }
+  return users;
 }
 
 namespace {

@@ -4,11 +4,12 @@
 #ifndef PLATFORM_ACCOUNT_TABLE_H
 #define PLATFORM_ACCOUNT_TABLE_H
 
+#include <cstdint>
 #include <deque>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "platform/include/account.h"
@@ -37,6 +38,37 @@ inline unsigned int IdOf(const UserRow& row) {
 inline unsigned int IdOf(const GroupRow& row) {
   return row.gid;
 }
+
+// Finds rows by a hash of what they have. Eight bytes a slot: the standard map takes fifty for each
+// row, and a page of memory costs more than parsing the lines that fill it.
+class RowIndex {
+ public:
+  static constexpr uint32_t kNone = UINT32_MAX;
+
+  // The row with this hash of which `is_it` is true; kNone.
+  template <class IsIt>
+  uint32_t Find(uint32_t hash, const IsIt& is_it) const {
+    for (size_t at = hash & mask_; !slots_.empty() && slots_[at].row != kNone;
+         at = (at + 1) & mask_) {
+      if (slots_[at].hash == hash && is_it(slots_[at].row)) {
+        return slots_[at].row;
+      }
+    }
+    return kNone;
+  }
+  void Add(uint32_t hash, uint32_t row);
+
+ private:
+  struct Slot {
+    uint32_t hash = 0;
+    uint32_t row = kNone;
+  };
+  void Put(Slot slot);
+
+  std::vector<Slot> slots_;
+  size_t mask_ = 0;
+  size_t used_ = 0;
+};
 
 enum class NameCase { kExact, kFolded };
 
@@ -79,11 +111,15 @@ class Table {
   bool complete() const { return gaps_.missing == 0; }
 
  private:
+  uint32_t RowOfName(const std::string& name) const;
+  uint32_t RowOfFolded(const std::string& folded) const;
+  uint32_t RowOfId(unsigned int id) const;
+  uint32_t RowOfKey(const std::string& key) const;
+  const Row* At(uint32_t row) const { return row == RowIndex::kNone ? nullptr : &rows_[row]; }
+
   NameCase name_case_;
-  std::deque<Row> rows_;  // a deque: the views below point into its rows
-  std::unordered_map<std::string_view, const Row*> by_name_, by_key_;
-  std::unordered_map<std::string, const Row*> by_folded_;
-  std::unordered_map<unsigned int, const Row*> by_id_;
+  std::deque<Row> rows_;  // a deque: rows keep their place
+  RowIndex by_name_, by_key_, by_folded_, by_id_;
   long listed_ = 0;
   long shared_ids_ = 0;
   std::string first_shared_;
@@ -97,14 +133,16 @@ class UserTable : public Table<UserRow> {
   using Table<UserRow>::Table;
   void Add(UserRow row);
   // Users whose primary group it is or whose entry names it.
-  const std::vector<const UserRow*>& OfGroup(unsigned int gid) const;
+  std::vector<const UserRow*> OfGroup(unsigned int gid) const;
   // Some user's groups are unknown, and with them the members of every group.
   void HideMemberships(const std::string& why) { memberships_hidden_ = why; }
   const std::string& memberships_hidden() const { return memberships_hidden_; }
 
  private:
   std::string memberships_hidden_;
-  std::unordered_map<unsigned int, std::vector<const UserRow*>> by_group_;
+  // Group and row, put in order when somebody asks.
+  mutable std::vector<std::pair<unsigned int, uint32_t>> by_group_;
+  mutable bool by_group_in_order_ = true;
 };
 
 // Appends the members of `group`, each once: named ones, those whose primary group it is, and the

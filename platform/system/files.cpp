@@ -20,6 +20,7 @@
 namespace {
 
 constexpr mode_t kFlagMode = 0644;
+constexpr off_t kExpectedBytes = off_t{1} << 30;  // a sparse file can claim any size
 
 // Closes at the end of its scope without touching errno.
 class File {
@@ -233,7 +234,11 @@ int ReadFile(const std::string& path, std::string& bytes) {
     return -1;
   }
   std::string all;
-  char part[16384];
+  struct stat info {};
+  if (fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) && info.st_size <= kExpectedBytes) {
+    all.reserve(static_cast<size_t>(info.st_size));
+  }
+  char part[65536];
   while (true) {
     const ssize_t count = read(file.get(), part, sizeof(part));
     if (count == 0) {

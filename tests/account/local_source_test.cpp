@@ -5,7 +5,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <random>
+#include <set>
+#include <tuple>
 
 #include "platform/include/files.h"
 #include "platform/include/host_settings.h"
@@ -294,6 +298,103 @@ TEST_F(LocalSource, AnswersFromOnePointInTimeWithinASnapshot) {
   EXPECT_LT(Users().held, 0) << "the first answer counts, also when it is a failure";
   EXPECT_TRUE(Logged("cannot read"));
   EXPECT_THAT(TakeLog(), IsEmpty()) << "said once";
+}
+
+// Files of whole lines with a fault here and there, and everything that can be asked of them.
+class RandomFiles {
+ public:
+  explicit RandomFiles(unsigned int seed) : random_(seed) {
+    const unsigned int count = OneIn(40) ? 3000 : 12;
+    const unsigned int faults = OneIn(2) ? 0 : count;
+    const std::string usual_end = OneIn(8) ? "\r\n" : "\n";
+    for (unsigned int i = 0; i < count; i++) {
+      const std::string number = std::to_string(i);
+      const auto pick = [&](const std::vector<std::string>& odd, const std::string& usual) {
+        return faults != 0 && random_() % (8 * faults) < 2 ? odd[random_() % odd.size()] : usual;
+      };
+      names_.push_back(pick(kNames, (OneIn(5) ? "Jörg" : "user") + number));
+      groups_.push_back(pick(kNames, "group" + number));
+      passwd += names_.back() + ":x:" + pick(kIds, std::to_string(i * 65536 % 70000 + i)) + ":" +
+                pick(kIds, "5" + std::to_string(i % 7)) + pick(kComments, ":c") +
+                "::" + pick(kEnds, usual_end);
+      group += groups_.back() + ":x:" + pick(kIds, "5" + number) + ":" + Name() +
+               pick(kMembers, "," + Name()) + pick(kEnds, usual_end);
+    }
+  }
+  bool OneIn(unsigned int count) { return random_() % count == 0; }
+  const std::string& Name() { return names_[random_() % names_.size()]; }
+  const std::string& GroupName() { return groups_[random_() % groups_.size()]; }
+
+  std::string passwd, group;
+
+ private:
+  using Texts = std::vector<std::string>;
+  inline static const Texts kNames = {"",
+                                      "USER1",
+                                      "user1",
+                                      "user2",
+                                      "#x",
+                                      "-",
+                                      "jörg1",
+                                      "a b",
+                                      "u\xFF",
+                                      "u\t",
+                                      {"u\0", 2},
+                                      std::string(255, 'n'),
+                                      std::string(256, 'n'),
+                                      "users"};
+  inline static const Texts kIds = {"",    "51",         "1001",       "-5",          "+5",
+                                    "007", "4294967294", "4294967295", "99999999999", "1 "};
+  inline static const Texts kComments = {
+      ":c\t", ":", "::", ":\xFF", ":ö,,,o@x.y", ":" + std::string(140000, 'c')};
+  inline static const Texts kMembers = {",\xFF", ",ghost", ",,", "," + std::string(256, 'm'),
+                                        ":",     ""};
+  inline static const Texts kEnds = {"", "\r\n", "\n\n", "\n \t\n", "\n#x:\n+\n"};
+  std::mt19937 random_;
+  std::vector<std::string> names_, groups_;
+};
+
+std::vector<std::string> Shown(const KORVUser& user) {
+  return {user.name, std::to_string(user.uid), std::to_string(user.gid), user.mail, user.full_name};
+}
+
+TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
+  using Texts = std::vector<std::string>;
+  // The answer, the error number of a failure, and all that was said.
+  const auto ask = [&](const RandomFiles& files, const std::function<Texts()>& question) {
+    WriteAccounts(files.passwd, files.group);  // so that all is said anew
+    files_read = 0;
+    const Texts answer = question();
+    std::set<std::string> said;
+    for (const test::LogLine& line : TakeLog()) {
+      said.insert(line.text);
+    }
+    return std::make_tuple(answer, KLIBCErrGet(), said);
+  };
+  int scanned = 0;
+  for (unsigned int seed = 0; seed < 150; seed++) {
+    SCOPED_TRACE(seed);
+    RandomFiles files(seed);
+    const std::string name = files.OneIn(3) ? "User1" : files.Name();
+    const std::string group = files.OneIn(3) ? "users" : files.GroupName();
+    const std::function<Texts()> questions[] = {
+        [&] { return Shown(User(name)); },
+        [&] { return Shown(User(User(name).uid)); },
+        [&] { return Shown(User(51U)); },
+        [&] { return Texts{std::to_string(KORVUserIsInternal(name.c_str()))}; },
+        [&] {
+          return Texts{Group(group).name, Group(Group(group).gid).name, Group(51U).name};
+        },
+        [&] { return Members(group); }};
+    for (const auto& question : questions) {
+      const auto scan = ask(files, question);
+      scanned += files_read == 0 ? 1 : 0;
+      const korvmailserver::AccountSnapshot tables;
+      EXPECT_EQ(scan, ask(files, question)) << name << " " << group;
+    }
+  }
+  EXPECT_GT(scanned, 300) << "too few to compare";
+  EXPECT_LT(scanned, 800) << "too few faults";
 }
 
 TEST_F(LocalSource, InspectsItselfUntilTheFirstStepThatFails) {

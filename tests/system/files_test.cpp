@@ -190,7 +190,10 @@ TEST_F(FilesTest, TheRootsServiceAccountOwnsTheFile) {
       << "without one below a root: the caller";
   EXPECT_EQ(uid, geteuid());
   EXPECT_EQ(gid, getegid());
-  WriteAccounts("damaged line\nother:x:70:71::/:\nPostara-Server:x:80:81::/:\n", "");
+  WriteAccounts("damaged line\nother:x:70:71:Postara-Server:Postara-Server:\n" +
+                    std::string(65500, '#') + "\nxPostara-Server:x:1:1::/:\n" +
+                    "Postara-Server:broken\n Postara-Server:x:80:81::/:\n",
+                "");
   EXPECT_EQ(mailFileOwnerModeSet(Path("db").c_str(), korvmailserver::kServiceAccount, 0640), 0);
   const struct stat info = Info("db");
   EXPECT_EQ(info.st_mode & 07777, 0640U);
