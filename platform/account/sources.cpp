@@ -139,4 +139,8 @@ void LeaveSnapshot() {
   }
 }
 
+bool IsSnapshotOpen() {
+  return Global().snapshot_depth > 0;
+}
+
 }  // namespace korvmailserver::account
