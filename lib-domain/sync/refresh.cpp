@@ -21,6 +21,7 @@ namespace {
 std::vector<RECORD::User> ToSet(const std::vector<RECORD::User>& /*known*/,
                                 const std::vector<RenamedUser>& renamed) {
   std::vector<RECORD::User> users;
+  users.reserve(renamed.size());
   for (const RenamedUser& user : renamed) {
     users.emplace_back(user.uid, user.name);
   }
