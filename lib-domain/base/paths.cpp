@@ -72,6 +72,10 @@ std::string LockFile() {
   return UnderRoot("/var/run/postara_server/mdomain.lock");
 }
 
+std::string RefreshNote() {
+  return UnderRoot("/var/run/postara_server/refreshed");
+}
+
 std::string ModelBeforePull() {
   return EtcDir() + ".before-pull.db";
 }

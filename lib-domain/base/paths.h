@@ -22,6 +22,7 @@ std::string DisclaimerList();                   // .../etc/disclaimer_list
 std::string DisclaimerBackupDir();              // /var/spool/@Postara-Server/alias_bkp
 std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
 std::string LockFile();                         // /var/run/postara_server/mdomain.lock
+std::string RefreshNote();                      // /var/run/postara_server/refreshed
 std::string ModelBeforePull();                  // .../etc/.before-pull.db
 std::string AfterPullHooks();                   // /etc/mailserver-domain/hooks/after-pull.d
 

@@ -26,6 +26,10 @@
 #include "lib-domain/record/user.h"
 #include "platform/include/export.h"
 
+namespace MDOMAIN::DB::INTERNAL {
+class ModelImage;
+}
+
 namespace MDOMAIN::CONTROL {
 
 class MDOMAIN_EXPORT DomainUser {
@@ -97,6 +101,8 @@ class MDOMAIN_EXPORT DomainUser {
   // first one listed. Running it again changes nothing; users whose flags stay are not written.
   bool UpdateDuplicateAlias(const std::vector<int>& domain_idxs);
   bool UpdateAllDuplicateAlias();
+  // The same with an image of the model as it is: only users whose flags may change are read.
+  bool UpdateAllDuplicateAlias(const DB::INTERNAL::ModelImage& image);
 
   // Gives every user who has aliases in a domain and neither a role nor a group there the role
   // "normal", marked auto-added.
@@ -106,6 +112,7 @@ class MDOMAIN_EXPORT DomainUser {
   bool RemoveUsersWithoutRole();
 
  private:
+  bool _WriteNewFlags(std::vector<RECORD::DomainUser>& users);
   bool _CreateImp(const int& domain_idx, const std::vector<RECORD::User>& users,
                   const bool& is_auto_added);
   bool _PreviewDomainUsersFromUserShortNames(const int& domain_idx,

@@ -6,10 +6,14 @@
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/model_image.h"
 
 namespace MDOMAIN::CONTROL {
 
 namespace {
+
+// Of more of them everybody is read.
+constexpr size_t kFewUsers = 10000;
 
 // The uids in order, each once: the listing names a user once for each alias.
 std::vector<unsigned int> EachOnce(const std::vector<unsigned int>& uids) {
@@ -21,6 +25,19 @@ std::vector<unsigned int> EachOnce(const std::vector<unsigned int>& uids) {
     }
   }
   return once;
+}
+
+bool ListAllDomains(std::vector<int>& domain_idxs) {
+  std::vector<RECORD::Domain> domains;
+  if (!DB::Domain().ListNames(domains)) {
+    LOG_ERROR("Failed to List all domains");
+    return false;
+  }
+  domain_idxs.reserve(domains.size());
+  for (const RECORD::Domain& domain : domains) {
+    domain_idxs.push_back(domain.GetDomainIdx());
+  }
+  return true;
 }
 
 }  // namespace
@@ -35,6 +52,10 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
     LOG_ERROR("Failed to ListDomainUsersAliases");
     return false;
   }
+  return _WriteNewFlags(users);
+}
+
+bool DomainUser::_WriteNewFlags(std::vector<RECORD::DomainUser>& users) {
   const std::vector<bool> changed = INTERNAL::RecomputeFlags(users);
   std::vector<RECORD::DomainUserAlias> aliases;
   std::vector<unsigned int> uids;
@@ -57,17 +78,32 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
 }
 
 bool DomainUser::UpdateAllDuplicateAlias() {
-  std::vector<RECORD::Domain> domains;
-  if (!DB::Domain().ListNames(domains)) {
-    LOG_ERROR("Failed to List all domains");
+  std::vector<int> domain_idxs;
+  return ListAllDomains(domain_idxs) && UpdateDuplicateAlias(domain_idxs);
+}
+
+// An alias that stands once in its domain and is not flagged keeps its flag, and nobody else's
+// depends on it.
+bool DomainUser::UpdateAllDuplicateAlias(const DB::INTERNAL::ModelImage& image) {
+  std::vector<int> domain_idxs;
+  if (!image.IsKnown() || image.UidsWithFlagsInQuestion().size() > kFewUsers) {
+    return UpdateAllDuplicateAlias();
+  }
+  if (image.UidsWithFlagsInQuestion().empty()) {
+    return true;
+  }
+  if (!ListAllDomains(domain_idxs)) {
     return false;
   }
-  std::vector<int> domain_idxs;
-  domain_idxs.reserve(domains.size());
-  for (const RECORD::Domain& domain : domains) {
-    domain_idxs.push_back(domain.GetDomainIdx());
+  if (domain_idxs.empty()) {
+    return true;
   }
-  return UpdateDuplicateAlias(domain_idxs);
+  std::vector<RECORD::DomainUser> users;
+  if (!store_.ListHolders(domain_idxs, image.UidsWithFlagsInQuestion(), users)) {
+    LOG_ERROR("Failed to ListDomainUsersAliases");
+    return false;
+  }
+  return _WriteNewFlags(users);
 }
 
 bool DomainUser::CreateUsersRolesForNonGroupUsers() {

@@ -190,8 +190,15 @@ bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::Dom
 
 bool DomainUser::ListHolders(const std::vector<int>& domain_idxs,
                              std::vector<RECORD::DomainUser>& users) {
+  return ListHolders(domain_idxs, {}, users);
+}
+
+bool DomainUser::ListHolders(const std::vector<int>& domain_idxs,
+                             const std::vector<unsigned int>& uids,
+                             std::vector<RECORD::DomainUser>& users) {
   std::vector<RECORD::DomainUser> alias_rows;
-  if (!_AppendAliasRows(WholeDomains(domain_idxs).ComposeDomainUserListQueryCmd({}), alias_rows)) {
+  if (!_AppendAliasRows(WholeDomains(domain_idxs).ComposeDomainUserListQueryCmd(uids),
+                        alias_rows)) {
     return false;
   }
   _MergeDomainUsers(alias_rows, users);

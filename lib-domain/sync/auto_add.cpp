@@ -2,6 +2,7 @@
 // domain's pattern, and remembers those that could not be added. Removes auto-added roles that a
 // group gives as well.
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/joining.h"
+#include "lib-domain/db/model_image.h"
 #include "lib-domain/sync/membership.h"
 #include "lib-domain/utils/default_alias_getter.h"
 #include "lib-domain/utils/updater.h"
@@ -22,7 +24,17 @@ namespace MDOMAIN::UTILS {
 
 namespace {
 
+using DB::INTERNAL::ModelImage;
 using Uids = std::unordered_set<unsigned int>;
+
+// Of more of them all users are read at once.
+constexpr size_t kFewUsers = 5000;
+
+std::vector<unsigned int> Sorted(const Uids& uids) {
+  std::vector<unsigned int> sorted(uids.begin(), uids.end());
+  std::sort(sorted.begin(), sorted.end());
+  return sorted;
+}
 
 // Appends the record's aliases as those of `uid`; false when none of them is a local part. Of
 // several users of one short name the preview knows only one, who may be in the domain already.
@@ -164,36 +176,27 @@ bool Updater::_AutoAddNewGroups(const std::vector<int>& domain_idxs) {
 }
 
 bool Updater::AutoAddNewUsers(const std::vector<int>& domain_idxs) {
-  return _AutoAddNewUsers(domain_idxs);
+  return domain_idxs.empty() || _AutoAddNewUsers(domain_idxs, ModelImage::Read());
 }
 
-bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
+bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs, const ModelImage& image) {
   if (domain_idxs.empty()) {
     return true;
   }
-  const INTERNAL::Gid2UidsMap uids_by_gid = INTERNAL::GetGid2UidsMap();
-  INTERNAL::Domain2GidsMap gids_by_domain = INTERNAL::GetDomain2GidsMap(domain_idxs);
-  std::vector<RECORD::User> mirrored;
-  if (!CONTROL::User().List(DB::UserDBFilter("*"), mirrored)) {
-    LOG_ERROR("Failed to List users");
-    return _Fail(0, "the users of the mirror could not be read");
-  }
-  std::map<int, Uids> present_by_domain;
-  if (!DB::DomainUser().List(domain_idxs, present_by_domain)) {
-    LOG_ERROR("Failed to List, domain_id: [%d]", domain_idxs.front());
-    return _Fail(0, "the users of the domains could not be read");
+  std::map<int, Standing> standings;
+  if (!_ReadStandings(domain_idxs, image, standings)) {
+    return false;
   }
   const AttributeScope one_search(AliasPatternsOf(domain_idxs));
-  // Domains that add accounts automatically mostly have the same groups.
-  std::vector<unsigned int> gids;
-  Uids covered;
+  std::vector<RECORD::User> mirrored;
   bool all_added = true;
   for (const int domain_idx : domain_idxs) {
-    if (gids_by_domain[domain_idx] != gids) {
-      gids = gids_by_domain[domain_idx];
-      covered = INTERNAL::GetUidsBelongedToGroups(gids, uids_by_gid);
+    UsersByShortName candidates;
+    if (!_GetCandidates(domain_idx, standings[domain_idx], mirrored, candidates)) {
+      LOG_ERROR("Failed to List users");
+      return _Fail(0, "the users of the mirror could not be read");
     }
-    if (_AutoAddNewUsersTo(domain_idx, mirrored, covered, present_by_domain[domain_idx])) {
+    if (_AutoAddNewUsersTo(domain_idx, standings[domain_idx], candidates)) {
       domains_with_users_.insert(domain_idx);
     } else {
       all_added = false;
@@ -202,10 +205,42 @@ bool Updater::_AutoAddNewUsers(const std::vector<int>& domain_idxs) {
   return all_added;
 }
 
+// From the image, or read table by table where it knows nothing.
+bool Updater::_ReadStandings(const std::vector<int>& domain_idxs, const ModelImage& image,
+                             std::map<int, Standing>& standings) {
+  if (image.IsKnown()) {
+    for (const int domain_idx : domain_idxs) {
+      standings[domain_idx] = {image.MembersOfGroups(domain_idx), image.UsersOf(domain_idx),
+                               image.RemovedFrom(domain_idx), true};
+    }
+    return true;
+  }
+  const INTERNAL::Gid2UidsMap uids_by_gid = INTERNAL::GetGid2UidsMap();
+  INTERNAL::Domain2GidsMap gids_by_domain = INTERNAL::GetDomain2GidsMap(domain_idxs);
+  std::map<int, Uids> present_by_domain;
+  if (!DB::DomainUser().List(domain_idxs, present_by_domain)) {
+    LOG_ERROR("Failed to List, domain_id: [%d]", domain_idxs.front());
+    return _Fail(0, "the users of the domains could not be read");
+  }
+  for (const int domain_idx : domain_idxs) {
+    Standing& standing = standings[domain_idx];
+    Uids removed;
+    standing.is_read = CONTROL::DomainUser().GetAllRemovedUIDs(domain_idx, removed);
+    if (!standing.is_read) {
+      LOG_ERROR("Failed to GetAllRemovedUIDs, domain_id: [%d]", domain_idx);
+    }
+    standing.covered =
+        Sorted(INTERNAL::GetUidsBelongedToGroups(gids_by_domain[domain_idx], uids_by_gid));
+    standing.present = Sorted(present_by_domain[domain_idx]);
+    standing.removed = Sorted(removed);
+  }
+  return true;
+}
+
 // New in this run, or remembered for this domain. A domain without users may be the one that takes
 // the place of a deleted one.
-std::unordered_set<unsigned int> Updater::_UsersToAdd(int domain_idx, bool is_domain_empty) {
-  std::unordered_set<unsigned int> uids = new_uids_;
+std::set<unsigned int> Updater::_UsersToAdd(int domain_idx, bool is_domain_empty) {
+  std::set<unsigned int> uids(new_uids_.begin(), new_uids_.end());
   const std::set<unsigned int>& own = unfinished_uids_[domain_idx];
   uids.insert(own.begin(), own.end());
   if (is_domain_empty) {
@@ -215,31 +250,43 @@ std::unordered_set<unsigned int> Updater::_UsersToAdd(int domain_idx, bool is_do
   return uids;
 }
 
-bool Updater::_GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
-                             const std::unordered_set<unsigned int>& covered_uids,
-                             const std::unordered_set<unsigned int>& present_uids,
-                             UsersByShortName& candidates) {
-  Uids removed;
-  if (!CONTROL::DomainUser().GetAllRemovedUIDs(domain_idx, removed)) {
-    LOG_ERROR("Failed to GetAllRemovedUIDs, domain_id: [%d]", domain_idx);
+// The mirrored users who are wanted, by uid: neither present nor removed.
+bool Updater::_GetCandidates(int domain_idx, const Standing& standing,
+                             std::vector<RECORD::User>& mirrored, UsersByShortName& candidates) {
+  const std::set<unsigned int> to_add = _UsersToAdd(domain_idx, standing.present.empty());
+  std::vector<unsigned int> wanted;
+  std::set_union(to_add.begin(), to_add.end(), standing.covered.begin(), standing.covered.end(),
+                 std::back_inserter(wanted));
+  for (const std::vector<unsigned int>* others : {&standing.present, &standing.removed}) {
+    std::vector<unsigned int> left;
+    std::set_difference(wanted.begin(), wanted.end(), others->begin(), others->end(),
+                        std::back_inserter(left));
+    wanted.swap(left);
+  }
+  if (!standing.is_read || wanted.empty()) {
+    return true;
+  }
+  std::vector<RECORD::User> few;
+  const bool are_many = wanted.size() > kFewUsers;
+  DB::UserDBFilter filter("*");
+  if (!are_many) {
+    filter.SetUIDs(wanted);
+  }
+  std::vector<RECORD::User>& users = are_many ? mirrored : few;
+  if (users.empty() && !CONTROL::User().List(filter, users)) {
     return false;
   }
-  const Uids uids_to_add = _UsersToAdd(domain_idx, present_uids.empty());
-  for (const RECORD::User& user : mirrored) {
-    const unsigned int uid = user.GetUID();
-    const bool is_wanted = uids_to_add.count(uid) != 0 || covered_uids.count(uid) != 0;
-    if (is_wanted && present_uids.count(uid) == 0 && removed.count(uid) == 0) {
+  for (const RECORD::User& user : users) {
+    if (std::binary_search(wanted.begin(), wanted.end(), user.GetUID())) {
       candidates[TrimDomainName(user.GetUserName())].push_back(user);
     }
   }
   return true;
 }
 
-bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>& mirrored,
-                                 const std::unordered_set<unsigned int>& covered_uids,
-                                 const std::unordered_set<unsigned int>& present_uids) {
-  UsersByShortName candidates;
-  if (!_GetCandidates(domain_idx, mirrored, covered_uids, present_uids, candidates)) {
+bool Updater::_AutoAddNewUsersTo(int domain_idx, const Standing& standing,
+                                 UsersByShortName& candidates) {
+  if (!standing.is_read) {
     return _Fail(domain_idx, "its removed users could not be read");
   }
   std::vector<std::pair<std::string, std::string>> entries;
@@ -259,7 +306,7 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>
   for (const RECORD::DomainUser& record : records) {
     for (const RECORD::User& user : candidates[TrimDomainName(record.GetUserName())]) {
       // Members of a group of the domain get the group's role.
-      if (covered_uids.count(user.GetUID()) == 0) {
+      if (!std::binary_search(standing.covered.begin(), standing.covered.end(), user.GetUID())) {
         users_with_role.push_back(user);
       }
       if (AppendAliases(record, user.GetUID(), aliases)) {

@@ -3,9 +3,10 @@
 #ifndef LIB_DOMAIN_SYNC_MIRROR_DIFFERENCE_H
 #define LIB_DOMAIN_SYNC_MIRROR_DIFFERENCE_H
 
+#include <algorithm>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "lib-domain/record/group.h"
@@ -47,6 +48,16 @@ std::vector<unsigned int> IdsOf(const std::vector<Record>& records) {
   return ids;
 }
 
+inline std::vector<unsigned int> Sorted(std::vector<unsigned int> ids) {
+  if (!std::is_sorted(ids.begin(), ids.end())) {
+    std::sort(ids.begin(), ids.end());
+  }
+  return ids;
+}
+inline bool Holds(const std::vector<unsigned int>& sorted, unsigned int id) {
+  return std::binary_search(sorted.begin(), sorted.end(), id);
+}
+
 template <typename Record>
 struct MirrorDifference {
   std::vector<Record> created;            // accounts without a row
@@ -60,14 +71,13 @@ template <typename Record>
 MirrorDifference<Record> CompareWithMirror(const std::vector<Record>& accounts,
                                            const std::vector<unsigned int>& mirrored_ids) {
   MirrorDifference<Record> difference;
-  const std::unordered_set<unsigned int> known(mirrored_ids.begin(), mirrored_ids.end());
-  std::unordered_set<unsigned int> found;
+  const std::vector<unsigned int> known = Sorted(mirrored_ids);
+  const std::vector<unsigned int> found = Sorted(IdsOf(accounts));
   for (const Record& account : accounts) {
-    found.insert(IdOf(account));
-    (known.count(IdOf(account)) == 0 ? difference.created : difference.updated).push_back(account);
+    (Holds(known, IdOf(account)) ? difference.updated : difference.created).push_back(account);
   }
   for (const unsigned int id : mirrored_ids) {
-    if (found.count(id) == 0) {
+    if (!Holds(found, id)) {
       difference.deleted_ids.push_back(id);
     }
   }
@@ -78,17 +88,23 @@ MirrorDifference<Record> CompareWithMirror(const std::vector<Record>& accounts,
 // a uid the last one counts, as it would if all of them were written in order.
 inline std::vector<RenamedUser> FindRenamed(const std::vector<RECORD::User>& known,
                                             const std::vector<RECORD::User>& mirrored) {
-  std::unordered_map<unsigned int, const RECORD::User*> account_by_uid;
-  for (const RECORD::User& user : known) {
-    if (user.IsValid()) {
-      account_by_uid[user.GetUID()] = &user;
+  std::vector<std::pair<unsigned int, size_t>> accounts;
+  for (size_t i = 0; i < known.size(); ++i) {
+    if (known[i].IsValid()) {
+      accounts.emplace_back(known[i].GetUID(), i);
     }
+  }
+  if (!std::is_sorted(accounts.begin(), accounts.end())) {
+    std::sort(accounts.begin(), accounts.end());
   }
   std::vector<RenamedUser> renamed;
   for (const RECORD::User& row : mirrored) {
-    const auto account = account_by_uid.find(row.GetUID());
-    if (account != account_by_uid.end() && account->second->GetUserName() != row.GetUserName()) {
-      renamed.push_back({row.GetUID(), row.GetUserName(), account->second->GetUserName(), {}});
+    auto account = std::upper_bound(accounts.begin(), accounts.end(),
+                                    std::make_pair(row.GetUID(), known.size()));
+    if (account != accounts.begin() && (--account)->first == row.GetUID() &&
+        known[account->second].GetUserName() != row.GetUserName()) {
+      renamed.push_back(
+          {row.GetUID(), row.GetUserName(), known[account->second].GetUserName(), {}});
     }
   }
   return renamed;

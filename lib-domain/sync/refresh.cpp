@@ -10,27 +10,33 @@
 #include "lib-domain/control/user.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/sync/mirror_difference.h"
+#include "lib-domain/sync/refresh_note.h"
 #include "lib-domain/utils/updater.h"
 
 namespace MDOMAIN::UTILS {
 
 namespace {
 
-// The known users whose name differs from the stored one; the others need no write.
-std::vector<RECORD::User> Changed(const std::vector<RECORD::User>& known,
-                                  const std::vector<RECORD::User>& mirrored) {
-  std::vector<RECORD::User> renamed;
-  for (const RenamedUser& user : INTERNAL::FindRenamed(known, mirrored)) {
-    renamed.emplace_back(user.uid, user.name);
+// The users whose name differs from the stored one; the others need no write.
+std::vector<RECORD::User> ToSet(const std::vector<RECORD::User>& /*known*/,
+                                const std::vector<RenamedUser>& renamed) {
+  std::vector<RECORD::User> users;
+  users.reserve(renamed.size());
+  for (const RenamedUser& user : renamed) {
+    users.emplace_back(user.uid, user.name);
   }
-  return renamed;
+  return users;
 }
 
 // All known groups: whether or not a group changed, its members may have.
-const std::vector<RECORD::Group>& Changed(const std::vector<RECORD::Group>& known,
-                                          const std::vector<RECORD::Group>& /*mirrored*/) {
+const std::vector<RECORD::Group>& ToSet(const std::vector<RECORD::Group>& known,
+                                        const std::vector<RenamedUser>& /*renamed*/) {
   return known;
 }
+
+constexpr const char kFound[] =
+    "[INFO] - [%zu] zelm_%ss, [%zu] db_%ss, [%zu] new_%ss: [%s], [%zu] update_%ss, "
+    "[%zu] deleted_%ss: [%s]";
 
 // How the log lines name a kind of account.
 struct Words {
@@ -45,6 +51,7 @@ constexpr Words kGroupWords = {"group", "Groups", "gid"};
 struct Findings {
   bool& is_complete;
   size_t& count;
+  size_t& mirrored_count;
   std::vector<std::string>& new_names;
   std::vector<unsigned int>& deleted_ids;
   std::vector<std::string>& spared_names;
@@ -78,12 +85,12 @@ void FindRenamed(const std::vector<RECORD::Group>& /*known*/,
 template <typename Control, typename Record>
 bool WriteMirror(const Words& words, Control& control,
                  const INTERNAL::MirrorDifference<Record>& difference,
-                 const std::vector<Record>& mirrored) {
+                 const std::vector<RenamedUser>& renamed) {
   if (!control.Create(difference.created)) {
     LOG_ERROR("Failed to Create %ss", words.noun);
     return false;
   }
-  if (!control.Set(Changed(difference.updated, mirrored))) {
+  if (!control.Set(ToSet(difference.updated, renamed))) {
     LOG_ERROR("Failed to Set %ss", words.noun);
     return false;
   }
@@ -132,27 +139,31 @@ bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&
   created = difference.created;
   FindRenamed(difference.updated, mirrored, renamed);
   found.count = accounts.size();
+  found.mirrored_count = mirrored.size();
   found.new_names = INTERNAL::NamesOf(created);
   found.deleted_ids = difference.deleted_ids;
-  LOG_NOTICE(
-      "[INFO] - [%zu] zelm_%ss, [%zu] db_%ss, [%zu] new_%ss: [%s], [%zu] update_%ss, "
-      "[%zu] deleted_%ss: [%s]",
-      accounts.size(), words.noun, mirrored.size(), words.noun, created.size(), words.noun,
-      BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(), words.noun,
-      difference.deleted_ids.size(), words.id, BASE::Join(difference.deleted_ids, ", ").c_str());
-  found.is_written = WriteMirror(words, control, difference, mirrored);
+  LOG_NOTICE(kFound, accounts.size(), words.noun, mirrored.size(), words.noun, created.size(),
+             words.noun, BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(),
+             words.noun, difference.deleted_ids.size(), words.id,
+             BASE::Join(difference.deleted_ids, ", ").c_str());
+  found.is_written = WriteMirror(words, control, difference, renamed);
   return found.is_written ||
          found.Fail(std::string("the ") + words.noun + "s of the mirror could not be written");
 }
 
 }  // namespace
 
+void INTERNAL::LogUnchanged(const char* noun, const char* id, size_t accounts, size_t mirrored) {
+  const size_t none = 0;
+  LOG_NOTICE(kFound, accounts, noun, mirrored, noun, none, noun, "", accounts, noun, none, id, "");
+}
+
 bool Updater::_RefreshUsers() {
   std::vector<RECORD::User> created;
   const bool is_refreshed = RefreshMirror<CONTROL::User, DB::UserDBFilter>(
       kUserWords, &TryToGetAllZelmUsers, deletion_limit_,
-      {summary_.users_complete, summary_.users, summary_.new_users, summary_.deleted_uids,
-       summary_.spared_users, summary_.users_written, summary_.failures},
+      {summary_.users_complete, summary_.users, mirrored_users_, summary_.new_users,
+       summary_.deleted_uids, summary_.spared_users, summary_.users_written, summary_.failures},
       created, summary_.renamed_users);
   for (const RECORD::User& user : created) {
     new_uids_.insert(user.GetUID());
@@ -167,8 +178,8 @@ bool Updater::_RefreshGroups() {
   std::vector<RenamedUser> none;
   return RefreshMirror<CONTROL::Group, DB::GroupDBFilter>(
       kGroupWords, &TryToGetAllZelmGroups, deletion_limit_,
-      {summary_.groups_complete, summary_.groups, summary_.new_groups, summary_.deleted_gids,
-       summary_.spared_groups, summary_.groups_written, summary_.failures},
+      {summary_.groups_complete, summary_.groups, mirrored_groups_, summary_.new_groups,
+       summary_.deleted_gids, summary_.spared_groups, summary_.groups_written, summary_.failures},
       new_groups_, none);
 }
 

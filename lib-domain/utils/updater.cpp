@@ -8,10 +8,21 @@
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/model_image.h"
+#include "lib-domain/sync/refresh_note.h"
 #include "platform/include/account.h"
 #include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::UTILS {
+
+using DB::INTERNAL::ModelImage;
+
+namespace {
+
+// Of a refresh that found nothing to do and nothing worth a word: the counts of users and groups.
+constexpr size_t kLinesOfNothing = 2;
+
+}  // namespace
 
 bool Updater::Refresh() {
   summary_ = RefreshSummary();
@@ -19,21 +30,62 @@ bool Updater::Refresh() {
   new_groups_.clear();
   domains_with_users_.clear();
   domains_with_groups_.clear();
+  const INTERNAL::LineCounter lines;
   // Whoever joins now must not get what those left who went before. A domain in which that cannot
   // be finished keeps nobody else from an address; the reconcile step tries and reports it again.
   if (!CONTROL::INTERNAL::FinishDepartures()) {
     LOG_ERROR("Failed to finish what an earlier run left");
   }
-  const korvmailserver::AccountSnapshot snapshot;
-  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  const bool is_unfinished_known = _ListUnfinished();
-  const bool refreshed = _RefreshSteps();
-  const bool remembered = _RememberUnfinished(is_unfinished_known);
+  const std::string state = INTERNAL::StateBeforeRefresh();
+  INTERNAL::RefreshCounts counts;
+  if (INTERNAL::FindRefreshNote(state, counts) && _ReportUnchanged(counts)) {
+    return true;
+  }
+  if (!_RefreshAll()) {
+    return false;
+  }
+  // Whatever else was said would have to be said again.
+  if (lines.Count() == kLinesOfNothing && summary_.users_complete && summary_.groups_complete) {
+    INTERNAL::KeepRefreshNote(state,
+                              {summary_.users, mirrored_users_, summary_.groups, mirrored_groups_});
+  }
+  return true;
+}
+
+// The summary and the lines of a refresh that found nothing to do.
+bool Updater::_ReportUnchanged(const INTERNAL::RefreshCounts& counts) {
+  std::vector<int> domain_idxs;
+  if (!CONTROL::Domain().GetAutoAddingUserDomainIds(domain_idxs)) {
+    return false;
+  }
+  summary_.users_complete = summary_.groups_complete = true;
+  summary_.users_written = summary_.groups_written = true;
+  summary_.users = counts.users;
+  summary_.groups = counts.groups;
+  for (const int domain_idx : domain_idxs) {
+    summary_.added_users[domain_idx] = summary_.added_groups[domain_idx] = 0;
+  }
+  _NameDomains();
+  INTERNAL::LogUnchanged("user", "uid", counts.users, counts.mirrored_users);
+  INTERNAL::LogUnchanged("group", "gid", counts.groups, counts.mirrored_groups);
+  return true;
+}
+
+void Updater::_NameDomains() {
   std::vector<RECORD::Domain> domains;
   DB::Domain().ListNames(domains);
   for (const RECORD::Domain& domain : domains) {
     summary_.domain_names[domain.GetDomainIdx()] = domain.GetDomainName();
   }
+}
+
+bool Updater::_RefreshAll() {
+  const korvmailserver::AccountSnapshot snapshot;
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  const bool is_unfinished_known = _ListUnfinished();
+  const bool refreshed = _RefreshSteps();
+  const bool remembered = _RememberUnfinished(is_unfinished_known);
+  _NameDomains();
   if (scope.Commit() != 0) {
     LOG_ERROR("Failed to commit what was refreshed");
     summary_.users_written = summary_.groups_written = false;
@@ -60,15 +112,28 @@ bool Updater::_RefreshSteps() {
   return true;
 }
 
-bool Updater::_UpdateDomainUsersGroups() {
+// The image is read anew when roles were written.
+bool Updater::_MendUsers(ModelImage& image) {
   CONTROL::DomainUser users;
-  if (!users.UpdateAllDuplicateAlias()) {
+  if (!users.UpdateAllDuplicateAlias(image)) {
     LOG_ERROR("Failed to UpdateAllDuplicateAlias");
     return _Fail(0, "the flags of colliding aliases could not be set");
+  }
+  if (image.IsKnown() && !image.HasUsersWithoutRole()) {
+    return true;
   }
   if (!users.CreateUsersRolesForNonGroupUsers()) {
     LOG_ERROR("Failed to CreateUsersRolesForNonGroupUsers");
     return _Fail(0, "users without a role could not be given one");
+  }
+  image = ModelImage::Read();
+  return true;
+}
+
+bool Updater::_UpdateDomainUsersGroups() {
+  ModelImage image = ModelImage::Read();
+  if (!_MendUsers(image)) {
+    return false;
   }
   std::vector<int> domain_idxs;
   if (!CONTROL::Domain().GetAutoAddingUserDomainIds(domain_idxs)) {
@@ -81,11 +146,16 @@ bool Updater::_UpdateDomainUsersGroups() {
     LOG_ERROR("Failed to _AutoAddNewGroups");
     all_done = false;
   }
-  if (!_AutoAddNewUsers(domain_idxs)) {
+  if (!new_groups_.empty() || !unfinished_gids_.empty()) {
+    image = ModelImage::Read();
+  }
+  // Nobody whom a group covers is given a role in what follows.
+  const bool are_roles_needed = image.IsKnown() && !image.HasRolesThatGroupsGive();
+  if (!_AutoAddNewUsers(domain_idxs, image)) {
     LOG_ERROR("Failed to _AutoAddNewUsers");
     all_done = false;
   }
-  if (!RemoveUnnecessaryAutoAddedUserRole()) {
+  if (!are_roles_needed && !RemoveUnnecessaryAutoAddedUserRole()) {
     LOG_ERROR("Failed to RemoveUnnecessaryAutoAddedUserRole");
     return _Fail(0, "roles that groups give as well could not be removed");
   }

@@ -21,7 +21,15 @@ namespace MDOMAIN::RECORD {
 class Domain;
 }
 
+namespace MDOMAIN::DB::INTERNAL {
+class ModelImage;
+}
+
 namespace MDOMAIN::UTILS {
+
+namespace INTERNAL {
+struct RefreshCounts;
+}
 
 // How many of the mirrored accounts one refresh may delete; users and groups count apart.
 struct DeletionLimit {
@@ -83,6 +91,9 @@ class MDOMAIN_EXPORT Updater {
   // transaction, which is also committed when a step fails. Accounts that could not be added to a
   // domain are remembered with it, and the next run adds them. A domain that fails, because of its
   // alias pattern say, does not keep the others from being filled; the result is false then.
+  //
+  // Where accounts are files and neither they nor the model changed since a refresh that found
+  // nothing to do, nothing is read: the result and its summary are those of that refresh.
   bool Refresh();
 
   // Above the limit nobody is deleted, as after an answer that was cut short; the refresh is true
@@ -132,21 +143,30 @@ class MDOMAIN_EXPORT Updater {
   // created again under another id while the old one has not been deleted.
   using UsersByShortName = std::map<std::string, std::vector<RECORD::User>>;
 
+  bool _ReportUnchanged(const INTERNAL::RefreshCounts& counts);
+  void _NameDomains();
+  bool _RefreshAll();
   bool _RefreshSteps();
   bool _RefreshUsers();
   bool _RefreshGroups();
   bool _UpdateDomainUsersGroups();
+  bool _MendUsers(DB::INTERNAL::ModelImage& image);
   bool _ListUnfinished();
   bool _RememberUnfinished(bool is_unfinished_known);
-  bool _AutoAddNewUsers(const std::vector<int>& domain_idxs);
-  bool _AutoAddNewUsersTo(int domain_idx, const std::vector<RECORD::User>& mirrored,
-                          const std::unordered_set<unsigned int>& covered_uids,
-                          const std::unordered_set<unsigned int>& present_uids);
-  bool _GetCandidates(int domain_idx, const std::vector<RECORD::User>& mirrored,
-                      const std::unordered_set<unsigned int>& covered_uids,
-                      const std::unordered_set<unsigned int>& present_uids,
+  // Of one domain, ascending.
+  struct Standing {
+    std::vector<unsigned int> covered;  // members of its groups
+    std::vector<unsigned int> present;  // have an address and a role
+    std::vector<unsigned int> removed;
+    bool is_read = false;
+  };
+  bool _AutoAddNewUsers(const std::vector<int>& domain_idxs, const DB::INTERNAL::ModelImage& image);
+  bool _ReadStandings(const std::vector<int>& domain_idxs, const DB::INTERNAL::ModelImage& image,
+                      std::map<int, Standing>& standings);
+  bool _AutoAddNewUsersTo(int domain_idx, const Standing& standing, UsersByShortName& candidates);
+  bool _GetCandidates(int domain_idx, const Standing& standing, std::vector<RECORD::User>& mirrored,
                       UsersByShortName& candidates);
-  std::unordered_set<unsigned int> _UsersToAdd(int domain_idx, bool is_domain_empty);
+  std::set<unsigned int> _UsersToAdd(int domain_idx, bool is_domain_empty);
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups);
   bool _Fail(int domain_idx, const std::string& reason);
@@ -169,6 +189,8 @@ class MDOMAIN_EXPORT Updater {
   std::unordered_set<int> domains_with_users_;
   std::unordered_set<int> domains_with_groups_;
   RefreshSummary summary_;
+  size_t mirrored_users_ = 0;  // before the refresh
+  size_t mirrored_groups_ = 0;
   bool empty_publication_allowed_ = false;
   std::string settings_owner_;  // model file whose domains the settings outside belong to
 };

@@ -21,6 +21,7 @@ struct State {
   int snapshot_depth = 0;
   std::map<AUTH_TYPE, std::shared_ptr<Source>> snapshots;
   std::optional<AUTH_TYPE> type_in_snapshot;
+  bool has_settings_in_snapshot = false;
   FileStamp settings_file;
   HostSettings settings;
 };
@@ -31,11 +32,16 @@ State& Global() {
   return *state;
 }
 
-// False and `error` when the host settings are wrong. Read again only when the file has changed.
+// False and `error` when the host settings are wrong. Read again only when the file has changed; a
+// snapshot, in which every account may be asked about, looks once.
 bool RefreshSettings(std::string& error) {
   State& state = Global();
+  if (state.has_settings_in_snapshot) {
+    return true;
+  }
   const std::string path = HostSettingsPath();
   if (state.settings_file.Holds(path)) {
+    state.has_settings_in_snapshot = state.snapshot_depth > 0;
     return true;
   }
   state.settings_file = FileStamp();
@@ -136,7 +142,12 @@ void LeaveSnapshot() {
   if (--state.snapshot_depth == 0) {
     state.snapshots.clear();
     state.type_in_snapshot.reset();
+    state.has_settings_in_snapshot = false;
   }
+}
+
+bool IsSnapshotOpen() {
+  return Global().snapshot_depth > 0;
 }
 
 }  // namespace korvmailserver::account

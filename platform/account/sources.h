@@ -26,6 +26,7 @@ bool IsCalledInternal(const std::string& short_name);
 
 void EnterSnapshot();
 void LeaveSnapshot();
+bool IsSnapshotOpen();
 
 }  // namespace korvmailserver::account
 

@@ -1,0 +1,344 @@
+// Sorted lists of numbers in place of rows: a million aliases take some tens of megabytes, and what
+// a pass looks for is found by walking two lists side by side.
+#include "lib-domain/db/model_image.h"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <string_view>
+
+#include "lib-domain/db/handler.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "platform/include/sqlite.h"
+
+namespace MDOMAIN::DB::INTERNAL {
+
+namespace {
+
+using korvmailserver::Statement;
+
+constexpr const char* kAliases =
+    "SELECT domain_idx, uid, is_duplicated, account_alias FROM domain_user_alias_table";
+constexpr const char* kOwnRoles =
+    "SELECT domain_idx, uid, role IS NOT NULL, is_auto_added IS NOT 0 FROM domain_user_role_table";
+constexpr const char* kDomainGroups =
+    "SELECT domain_idx, gid, role IS NOT NULL, role FROM domain_group_role_table";
+constexpr const char* kRemovals =
+    "SELECT domain_idx, gid, uid FROM domain_group_removed_user_table";
+constexpr const char* kGroups =
+    "SELECT gid, group_name IS NOT NULL AND group_name <> '' FROM group_table";
+constexpr const char* kMembers = "SELECT gid, uid FROM group_to_user_table ORDER BY gid, uid";
+
+constexpr int kUidBits = 32;
+
+// A positive number that fits; what the stores take for an id in other forms is odd here.
+template <typename Id>
+bool ReadId(const Statement& row, int column, Id& id) {
+  const sqlite3_int64 number = row.IsInteger(column) ? row.Int64(column) : -1;
+  id = static_cast<Id>(number);
+  return number >= 0 && number < std::numeric_limits<Id>::max();
+}
+
+// Calls `use` with each row until it answers false; whether all were read and used.
+template <typename Use>
+bool ReadRows(const char* sql, const Use& use) {
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  Statement statement(handler == nullptr ? nullptr : handler->getDB(), sql);
+  bool is_used = true;
+  return statement.ForEachRow([&](const Statement& row) { return is_used = use(row); }) && is_used;
+}
+
+template <typename Value>
+void SortOnce(std::vector<Value>& values) {
+  if (!std::is_sorted(values.begin(), values.end())) {
+    std::sort(values.begin(), values.end());
+  }
+  values.erase(std::unique(values.begin(), values.end()), values.end());
+}
+
+uint64_t PlaceOf(int domain_idx, unsigned int uid) {
+  return static_cast<uint64_t>(domain_idx) << kUidBits | uid;
+}
+int DomainOf(uint64_t place) {
+  return static_cast<int>(place >> kUidBits);
+}
+unsigned int UidOf(uint64_t place) {
+  return static_cast<unsigned int>(place);
+}
+
+uint64_t Mix(uint64_t number) {
+  number = (number ^ (number >> 30U)) * 0xBF58476D1CE4E5B9U;
+  number = (number ^ (number >> 27U)) * 0x94D049BB133111EBU;
+  return number ^ (number >> 31U);
+}
+
+// Equal for what is equal without ASCII case in one domain. Never 0.
+uint64_t HashOf(int domain_idx, std::string_view alias) {
+  uint64_t hash = Mix(static_cast<uint64_t>(domain_idx) + 1);
+  for (const char c : alias) {
+    const auto byte = static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
+    hash = (hash ^ byte) * 0x100000001B3U;
+  }
+  return Mix(hash) | 1U;
+}
+
+// The first place of each hash. Two texts of one hash only look like equal ones, which costs a
+// look at their users.
+class FirstHolders {
+ public:
+  // The place that has the hash already, or null.
+  const uint64_t* Find(uint64_t hash, uint64_t place) {
+    if (count_ * 2 >= slots_.size()) {
+      _Grow();
+    }
+    Slot& slot = _SlotOf(hash);
+    if (slot.hash == hash) {
+      return &slot.place;
+    }
+    slot = {hash, place};
+    ++count_;
+    return nullptr;
+  }
+
+ private:
+  struct Slot {
+    uint64_t hash = 0;
+    uint64_t place = 0;
+  };
+
+  Slot& _SlotOf(uint64_t hash) {
+    size_t at = (hash >> 1U) & (slots_.size() - 1);
+    while (slots_[at].hash != 0 && slots_[at].hash != hash) {
+      at = (at + 1) & (slots_.size() - 1);
+    }
+    return slots_[at];
+  }
+  void _Grow() {
+    std::vector<Slot> old(std::max<size_t>(1024, slots_.size() * 2));
+    old.swap(slots_);
+    for (const Slot& slot : old) {
+      if (slot.hash != 0) {
+        _SlotOf(slot.hash) = slot;
+      }
+    }
+  }
+
+  std::vector<Slot> slots_;
+  size_t count_ = 0;
+};
+
+}  // namespace
+
+ModelImage ModelImage::Read() {
+  ModelImage image;
+  image.is_known_ = image._ReadGroups() && image._ReadDomainGroups() && image._ReadRoles() &&
+                    image._ReadAliases();
+  return image;
+}
+
+bool ModelImage::_ReadAliases() {
+  FirstHolders first_holders;
+  const bool is_read = ReadRows(kAliases, [&](const Statement& row) {
+    int domain_idx = 0;
+    unsigned int uid = 0;
+    if (!ReadId(row, 0, domain_idx) || !ReadId(row, 1, uid)) {
+      return false;
+    }
+    const Place place = PlaceOf(domain_idx, uid);
+    const uint64_t* const other = first_holders.Find(HashOf(domain_idx, row.Text(3)), place);
+    if (other != nullptr) {
+      in_question_.push_back(UidOf(*other));
+    }
+    if (other != nullptr || !row.IsInteger(2) || row.Int64(2) != 0) {
+      in_question_.push_back(uid);
+    }
+    holders_.push_back(place);
+    return true;
+  });
+  SortOnce(holders_);
+  SortOnce(in_question_);
+  return is_read;
+}
+
+bool ModelImage::_ReadRoles() {
+  const bool is_read = ReadRows(kOwnRoles, [&](const Statement& row) {
+    int domain_idx = 0;
+    unsigned int uid = 0;
+    const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, uid);
+    own_roles_.push_back({PlaceOf(domain_idx, uid), row.Int64(2) != 0, row.Int64(3) != 0});
+    return is_plain;
+  });
+  std::sort(own_roles_.begin(), own_roles_.end(),
+            [](const OwnRole& a, const OwnRole& b) { return a.place < b.place; });
+  return is_read;
+}
+
+bool ModelImage::_ReadGroups() {
+  return ReadRows(kGroups,
+                  [this](const Statement& row) {
+                    unsigned int gid = 0;
+                    const bool is_plain = ReadId(row, 0, gid);
+                    gids_[gid] = row.Int64(1) != 0;
+                    return is_plain;
+                  }) &&
+         ReadRows(kMembers, [this](const Statement& row) {
+           std::pair<unsigned int, unsigned int> member;
+           const bool is_plain = ReadId(row, 0, member.first) && ReadId(row, 1, member.second);
+           members_.push_back(member);
+           return is_plain;
+         });
+}
+
+// A group that is not mirrored gives a role, too, and is none of the domain's; nor is one without a
+// name, or with a role that is none.
+bool ModelImage::_ReadDomainGroups() {
+  const bool is_read =
+      ReadRows(kDomainGroups,
+               [this](const Statement& row) {
+                 int domain_idx = 0;
+                 unsigned int gid = 0;
+                 const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, gid);
+                 const auto group = gids_.find(gid);
+                 if (!is_plain || group == gids_.end()) {
+                   return false;
+                 }
+                 groups_[domain_idx].push_back(
+                     {gid, row.Int64(2) != 0, group->second && UTILS::CheckRoleValid(row.Text(3))});
+                 return true;
+               }) &&
+      ReadRows(kRemovals, [this](const Statement& row) {
+        int domain_idx = 0;
+        Removal removal = {};
+        const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, removal.gid) &&
+                              ReadId(row, 2, removal.uid);
+        removals_[domain_idx].push_back(removal);
+        return is_plain;
+      });
+  for (auto& [domain_idx, removals] : removals_) {
+    std::sort(removals.begin(), removals.end());
+  }
+  return is_read;
+}
+
+void ModelImage::_AppendMembers(unsigned int gid, Uids& uids) const {
+  for (auto member = std::lower_bound(members_.begin(), members_.end(), std::make_pair(gid, 0U));
+       member != members_.end() && member->first == gid; ++member) {
+    uids.push_back(member->second);
+  }
+}
+
+const Uids& ModelImage::MembersOfGroups(int domain_idx) const {
+  const auto [known, is_new] = members_of_groups_.try_emplace(domain_idx, nullptr);
+  if (is_new) {
+    known->second = &_WorkOutMembers(domain_idx);
+  }
+  return *known->second;
+}
+
+const Uids& ModelImage::_WorkOutMembers(int domain_idx) const {
+  Uids gids;
+  const auto groups = groups_.find(domain_idx);
+  if (groups != groups_.end()) {
+    for (const DomainGroup& group : groups->second) {
+      if (group.is_listed) {
+        gids.push_back(group.gid);
+      }
+    }
+  }
+  SortOnce(gids);
+  const auto [members, is_new] = members_by_gids_.try_emplace(gids);
+  if (is_new) {
+    for (const unsigned int gid : gids) {
+      _AppendMembers(gid, members->second);
+    }
+    SortOnce(members->second);
+  }
+  return members->second;
+}
+
+// Whom the roles of groups reach who have none of their own.
+const Uids& ModelImage::_UsersOfGroupRoles(int domain_idx) const {
+  const auto [known, is_new] = reached_.try_emplace(domain_idx);
+  if (is_new) {
+    known->second = _WorkOutReached(domain_idx);
+  }
+  return known->second ? *known->second : MembersOfGroups(domain_idx);
+}
+
+// Nothing where all members are reached.
+std::optional<Uids> ModelImage::_WorkOutReached(int domain_idx) const {
+  const auto groups = groups_.find(domain_idx);
+  const auto removed = removals_.find(domain_idx);
+  if (groups == groups_.end() ||
+      (removed == removals_.end() &&
+       std::all_of(groups->second.begin(), groups->second.end(),
+                   [](const DomainGroup& group) { return group.has_role && group.is_listed; }))) {
+    return std::nullopt;
+  }
+  const std::vector<Removal> none;
+  const std::vector<Removal>& removals = removed == removals_.end() ? none : removed->second;
+  Uids reached;
+  for (const DomainGroup& group : groups->second) {
+    Uids members;
+    if (group.has_role) {
+      _AppendMembers(group.gid, members);
+    }
+    std::copy_if(
+        members.begin(), members.end(), std::back_inserter(reached), [&](unsigned int uid) {
+          return !std::binary_search(removals.begin(), removals.end(), Removal{group.gid, uid});
+        });
+  }
+  SortOnce(reached);
+  return reached;
+}
+
+bool ModelImage::_HasRole(Place holder) const {
+  const auto own =
+      std::lower_bound(own_roles_.begin(), own_roles_.end(), holder,
+                       [](const OwnRole& role, Place place) { return role.place < place; });
+  if (own != own_roles_.end() && own->place == holder) {
+    return own->has_role;
+  }
+  const Uids& reached = _UsersOfGroupRoles(DomainOf(holder));
+  return std::binary_search(reached.begin(), reached.end(), UidOf(holder));
+}
+
+bool ModelImage::HasUsersWithoutRole() const {
+  return !std::all_of(holders_.begin(), holders_.end(),
+                      [this](Place holder) { return _HasRole(holder); });
+}
+
+bool ModelImage::HasRolesThatGroupsGive() const {
+  return std::any_of(own_roles_.begin(), own_roles_.end(), [this](const OwnRole& role) {
+    if (!role.may_be_auto_added) {
+      return false;
+    }
+    const Uids& covered = MembersOfGroups(DomainOf(role.place));
+    return std::binary_search(covered.begin(), covered.end(), UidOf(role.place));
+  });
+}
+
+Uids ModelImage::UsersOf(int domain_idx) const {
+  Uids uids;
+  for (auto holder = std::lower_bound(holders_.begin(), holders_.end(), PlaceOf(domain_idx, 0));
+       holder != holders_.end() && DomainOf(*holder) == domain_idx; ++holder) {
+    if (_HasRole(*holder)) {
+      uids.push_back(UidOf(*holder));
+    }
+  }
+  return uids;
+}
+
+Uids ModelImage::RemovedFrom(int domain_idx) const {
+  Uids uids;
+  const auto removals = removals_.find(domain_idx);
+  if (removals != removals_.end()) {
+    for (const Removal& removal : removals->second) {
+      uids.push_back(removal.uid);
+    }
+  }
+  SortOnce(uids);
+  return uids;
+}
+
+}  // namespace MDOMAIN::DB::INTERNAL
