@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,12 +28,44 @@ struct Ids {
   gid_t gid;
 };
 
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+// Nothing for a line that is no account.
+std::optional<Ids> ReadLine(std::string line) {
+  const File file(fmemopen(line.data(), line.size(), "r"), fclose);
+  const passwd* entry = file == nullptr ? nullptr : fgetpwent(file.get());
+  return entry == nullptr ? std::nullopt : std::optional<Ids>({entry->pw_uid, entry->pw_gid});
+}
+
+// Only lines that begin with the name are read as accounts: the file may hold the whole company.
 std::optional<Ids> FindIn(const std::string& path, const std::string& name) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "re"), fclose);
-  while (const passwd* entry = file == nullptr ? nullptr : fgetpwent(file.get())) {
-    if (entry->pw_name == name) {
-      return Ids{entry->pw_uid, entry->pw_gid};
+  constexpr size_t kBlock = 1 << 16;
+  const std::string wanted = "\n" + name + ":";
+  const File file(fopen(path.c_str(), "re"), fclose);
+  std::string text = "\n";  // a line begins here
+  bool is_at_end = file == nullptr;
+  while (!is_at_end) {
+    const size_t kept = text.size();
+    text.resize(kept + kBlock);
+    const size_t size = fread(text.data() + kept, 1, kBlock, file.get());
+    text.resize(kept + size);
+    is_at_end = size < kBlock;
+    size_t start = 0;  // of what was not looked at
+    while (const void* found =
+               memmem(text.data() + start, text.size() - start, wanted.data(), wanted.size())) {
+      start = static_cast<const char*>(found) - text.data();
+      const size_t end = text.find('\n', start + 1);
+      if (end == std::string::npos && !is_at_end) {
+        break;
+      }
+      const std::optional<Ids> ids = ReadLine(text.substr(start + 1, end - start - 1));
+      if (ids) {
+        return ids;
+      }
+      ++start;
     }
+    // The last line may go on in the next block.
+    text.erase(0, std::max(start, text.rfind('\n')));
   }
   return std::nullopt;
 }
