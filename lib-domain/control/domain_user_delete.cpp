@@ -5,12 +5,15 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/domain_user_flags.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/look_up.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/alias.h"
@@ -41,6 +44,21 @@ bool FindRemovals(DB::DomainUser& store, int domain_idx, const std::vector<unsig
   return true;
 }
 
+bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
+                 std::vector<RECORD::DomainUserAlias>& aliases) {
+  DB::INTERNAL::HolderSearch search({domain_idx});
+  std::vector<std::pair<int, unsigned int>> leavers;
+  for (const unsigned int uid : uids) {
+    leavers.emplace_back(domain_idx, uid);
+  }
+  std::vector<RECORD::DomainUser> users;
+  if (!search.AddUsers(leavers) || !search.List(users)) {
+    return false;
+  }
+  aliases = INTERNAL::AliasesOf(users);
+  return true;
+}
+
 }  // namespace
 
 bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& uids) {
@@ -56,6 +74,8 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
   if (!departures.BeginRemovals(domain_idx, uids)) {
     return false;
   }
+  std::vector<RECORD::DomainUserAlias> aliases;
+  const bool are_aliases_known = ListAliases(domain_idx, uids, aliases);
   if (!store_.RemoveUsersFromDomainGroups(removals)) {
     LOG_ERROR("Failed to RemoveUsersFromDomainGroups");
     departures.DeleteUsers(domain_idx, uids);  // they are still there
@@ -65,8 +85,9 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
   if (!_DeleteRows(domain_idx, uids)) {
     return false;
   }
-  if (!UpdateDuplicateAlias({domain_idx}) || !departures.EndRemovals(domain_idx, uids) ||
-      scope.Commit() != 0) {
+  const bool are_flags_set = are_aliases_known ? INTERNAL::UpdateFlags({domain_idx}, aliases)
+                                               : UpdateDuplicateAlias({domain_idx});
+  if (!are_flags_set || !departures.EndRemovals(domain_idx, uids) || scope.Commit() != 0) {
     LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);
     return false;
   }
