@@ -5,7 +5,6 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
-#include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/domain_user_flags.h"
@@ -13,7 +12,6 @@
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
 #include "lib-domain/db/handler.h"
-#include "lib-domain/db/look_up.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/alias.h"
@@ -44,21 +42,6 @@ bool FindRemovals(DB::DomainUser& store, int domain_idx, const std::vector<unsig
   return true;
 }
 
-bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
-                 std::vector<RECORD::DomainUserAlias>& aliases) {
-  DB::INTERNAL::HolderSearch search({domain_idx});
-  std::vector<std::pair<int, unsigned int>> leavers;
-  for (const unsigned int uid : uids) {
-    leavers.emplace_back(domain_idx, uid);
-  }
-  std::vector<RECORD::DomainUser> users;
-  if (!search.AddUsers(leavers) || !search.List(users)) {
-    return false;
-  }
-  aliases = INTERNAL::AliasesOf(users);
-  return true;
-}
-
 }  // namespace
 
 bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& uids) {
@@ -75,7 +58,7 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
     return false;
   }
   std::vector<RECORD::DomainUserAlias> aliases;
-  const bool are_aliases_known = ListAliases(domain_idx, uids, aliases);
+  const bool are_aliases_known = INTERNAL::ListAliasesOf(domain_idx, uids, aliases);
   if (!store_.RemoveUsersFromDomainGroups(removals)) {
     LOG_ERROR("Failed to RemoveUsersFromDomainGroups");
     departures.DeleteUsers(domain_idx, uids);  // they are still there

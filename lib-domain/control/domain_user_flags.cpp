@@ -32,6 +32,21 @@ bool SettleFlags(std::vector<RECORD::DomainUser> users) {
   return true;
 }
 
+bool ListAliasesOf(int domain_idx, const std::vector<unsigned int>& uids,
+                   std::vector<RECORD::DomainUserAlias>& aliases) {
+  DB::INTERNAL::HolderSearch search({domain_idx});
+  std::vector<std::pair<int, unsigned int>> keys;
+  for (const unsigned int uid : uids) {
+    keys.emplace_back(domain_idx, uid);
+  }
+  std::vector<RECORD::DomainUser> users;
+  if (!search.AddUsers(keys) || !search.List(users)) {
+    return false;
+  }
+  aliases = AliasesOf(users);
+  return true;
+}
+
 bool UpdateFlags(const std::vector<int>& domain_idxs,
                  const std::vector<RECORD::DomainUserAlias>& aliases) {
   DB::INTERNAL::HolderSearch search(domain_idxs);

@@ -14,6 +14,11 @@ namespace MDOMAIN::CONTROL::INTERNAL {
 // database cannot be written.
 bool SettleFlags(std::vector<RECORD::DomainUser> users);
 
+// The aliases of the users in the domain, and maybe others. False with a log line when they cannot
+// be read.
+bool ListAliasesOf(int domain_idx, const std::vector<unsigned int>& uids,
+                   std::vector<RECORD::DomainUserAlias>& aliases);
+
 // After a change that took or gave `aliases`, or changed the roles of those who have them: what
 // DomainUser::UpdateDuplicateAlias does for these domains, at the cost of the aliases that collide
 // or are named. Equal aliases of which none is flagged, which no operation here leaves, are
