@@ -36,6 +36,7 @@ bool ListAliasesOf(int domain_idx, const std::vector<unsigned int>& uids,
                    std::vector<RECORD::DomainUserAlias>& aliases) {
   DB::INTERNAL::HolderSearch search({domain_idx});
   std::vector<std::pair<int, unsigned int>> keys;
+  keys.reserve(uids.size());
   for (const unsigned int uid : uids) {
     keys.emplace_back(domain_idx, uid);
   }

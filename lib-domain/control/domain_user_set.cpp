@@ -24,6 +24,7 @@ using DomainUserKeys = std::vector<std::pair<int, unsigned int>>;
 
 DomainUserKeys KeysOf(const std::vector<RECORD::DomainUser>& users) {
   DomainUserKeys keys;
+  keys.reserve(users.size());
   for (const RECORD::DomainUser& user : users) {
     keys.emplace_back(user.GetDomainIdx(), user.GetUID());
   }

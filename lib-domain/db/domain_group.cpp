@@ -4,7 +4,6 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/database.h"
-#include "lib-domain/db/look_up.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/sqlite.h"
 
@@ -51,12 +50,6 @@ constexpr const char* kSelectBelongingOnly =
     "domain_group_view.domain_idx = %d) SELECT belongs_to_me.uid FROM belongs_to_me LEFT JOIN "
     "belongs_to_others ON belongs_to_me.uid = belongs_to_others.uid WHERE belongs_to_others.uid IS "
     "NULL;";
-// The same by the index of the users' groups: the gids, the domain index, the gids again.
-constexpr const char* kLookUpBelongingOnly =
-    "SELECT mine.uid FROM group_to_user_table AS mine WHERE mine.gid IN (%s) AND NOT EXISTS "
-    "(SELECT 1 FROM group_to_user_table AS other CROSS JOIN domain_group_role_table AS granted ON "
-    "granted.domain_idx = %d AND granted.gid = other.gid WHERE other.uid = mine.uid AND other.gid "
-    "NOT IN (%s))";
 // The domain index and the gids, both again.
 constexpr const char* kSelectEffectedOnly =
     "WITH effected_by_me AS (SELECT * FROM domain_group_effected_user_view WHERE domain_idx = %d "
@@ -171,10 +164,6 @@ bool DomainGroup::FindUsersBelongToGIDsOnly(const int& domain_idx,
                                             const std::vector<unsigned int>& gids,
                                             std::vector<unsigned int>& uids) {
   const std::string list = BASE::Join(gids, ",");
-  if (CanLookUp()) {
-    return _DomainDb().Append<Columns<Uid>>(
-        FormatSql(kLookUpBelongingOnly, list.c_str(), domain_idx, list.c_str()), uids);
-  }
   return _DomainDb().Append<Columns<Uid>>(
       FormatSql(kSelectBelongingOnly, list.c_str(), list.c_str(), domain_idx), uids);
 }

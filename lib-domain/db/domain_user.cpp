@@ -32,7 +32,7 @@ constexpr const char* kIsAliasTaken =
     "SELECT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias = '%q' COLLATE "
     "NOCASE LIMIT 1) ";
 constexpr const char* kExists =
-    "SELECT EXISTS (SELECT 1 FROM user_table INNER JOIN domain_user_alias_table ON "
+    "SELECT EXISTS (SELECT 1 FROM user_table CROSS JOIN domain_user_alias_table ON "
     "domain_user_alias_table.uid = user_table.uid WHERE domain_idx= %d AND user_name='%q' COLLATE "
     "NOCASE LIMIT 1)";
 constexpr const char* kSelectUsersOfDomains =

@@ -186,6 +186,7 @@ bool GetNextAlias(const std::string& from, std::string& alias) {
 bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
                    std::vector<RECORD::DomainUser>& users) {
   std::vector<RECORD::DomainUserAlias> wanted;
+  wanted.reserve(aliases.size());
   for (const std::string& alias : aliases) {
     wanted.emplace_back(domain_idx, 0, alias, false);
   }

@@ -111,6 +111,7 @@ TEST_F(FewUsers, CostTheSameInACompanyOfAnySize) {
       {"addresses", [&] { return DomainUser().GetMailAddresses(uid, addresses); }},
       {"by name", [&] { return DomainUser().GetMailAddresses(std::string("u3"), addresses); }},
       {"owner", [&] { return DomainUser().GetAliasUser(1, "U3", owner); }},
+      {"nobody", [] { return !DomainUser().IsExists(1, "nobody"); }},
       {"exists", [] { return DomainUser().IsExists(1, "u3"); }},
       {"alias exists", [] { return DomainUser().IsAliasExist("u3"); }},
       {"status", [&] { return DomainGroup().GetMemberStatus(1, 4000, members); }},

@@ -98,6 +98,7 @@ void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
   const std::vector<DomainUser> preview = PreviewMembers(domain, members);
   std::vector<DomainUserAlias> added = WantedAliases(preview, aliases);
   std::vector<std::string> added_aliases;
+  added_aliases.reserve(added.size());
   for (const DomainUserAlias& alias : added) {
     added_aliases.push_back(alias.GetAccountAlias());
   }
