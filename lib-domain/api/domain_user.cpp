@@ -9,8 +9,8 @@
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/db/domain_group.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/sync/auto_add_roles.h"
 #include "lib-domain/sync/membership.h"
-#include "lib-domain/utils/updater.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/nodes.h"
 
@@ -109,7 +109,7 @@ bool DomainUser::_AddMembersImp(const int& domain_idx, const std::vector<std::st
     LOG_ERROR("Failed to CreateUsersAliases, domain_id: [%d]", domain_idx);
     return false;
   }
-  if (!UTILS::Updater().RemoveUnnecessaryAutoAddedUserRole()) {
+  if (!UTILS::INTERNAL::RemoveUnnecessaryRolesOf(user_names, group_names)) {
     LOG_ERROR("Failed to RemoveUnnecessaryAutoAddedUserRole");
     return false;
   }

@@ -9,8 +9,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/alias_index.h"
-#include "lib-domain/db/account_db_filter.h"
-#include "lib-domain/db/user.h"
+#include "lib-domain/db/look_up.h"
 #include "platform/include/account.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
@@ -92,7 +91,7 @@ void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
     return;
   }
   std::vector<RECORD::User> mirrored;
-  if (!DB::User().List(DB::UserDBFilter(), mirrored)) {
+  if (!DB::INTERNAL::ListNamed(short_names, mirrored)) {
     LOG_ERROR("Failed to list users, skip _GetUsersFromUserShortNames");
     return;
   }

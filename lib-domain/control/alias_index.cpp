@@ -137,6 +137,16 @@ std::vector<int> DomainsOf(const std::vector<RECORD::DomainUserAlias>& aliases) 
   return DomainsOfAll(aliases);
 }
 
+std::vector<RECORD::DomainUserAlias> AliasesOf(const std::vector<RECORD::DomainUser>& users) {
+  std::vector<RECORD::DomainUserAlias> all;
+  for (const RECORD::DomainUser& user : users) {
+    for (RECORD::DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
+      all.push_back(std::move(alias));
+    }
+  }
+  return all;
+}
+
 void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases) {
   std::unordered_map<std::string, std::string> last_of_user;
   std::vector<RECORD::DomainUserAlias> kept;

@@ -61,6 +61,9 @@ class AccountNameIndex {
 std::vector<int> DomainsOf(const std::vector<RECORD::DomainUser>& users);
 std::vector<int> DomainsOf(const std::vector<RECORD::DomainUserAlias>& aliases);
 
+// The aliases of all users, user by user.
+std::vector<RECORD::DomainUserAlias> AliasesOf(const std::vector<RECORD::DomainUser>& users);
+
 // Removes aliases that repeat the one before them of the same user in the same domain. The others
 // keep their order.
 void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases);

@@ -8,6 +8,7 @@
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_group.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/domain_user_flags.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
@@ -46,6 +47,8 @@ bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned 
   if (!departures.AddUsers(domain_idx, uids)) {
     return false;
   }
+  std::vector<RECORD::DomainUserAlias> aliases;
+  const bool are_aliases_known = INTERNAL::ListAliasesOf(domain_idx, uids, aliases);
   DB::DomainUser users;
   if (!users.DeleteUsersAliases(domain_idx, uids)) {
     LOG_ERROR("Failed to DeleteUsersAliases");
@@ -72,7 +75,9 @@ bool DomainGroup::_DeleteRows(const int& domain_idx, const std::vector<unsigned 
   if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
-  if (!DomainUser().UpdateDuplicateAlias({domain_idx}) || scope.Commit() != 0) {
+  const bool are_flags_set = are_aliases_known ? INTERNAL::UpdateFlags({domain_idx}, aliases)
+                                               : DomainUser().UpdateDuplicateAlias({domain_idx});
+  if (!are_flags_set || scope.Commit() != 0) {
     LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);
     return false;
   }

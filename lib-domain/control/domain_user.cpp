@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/control/alias_index.h"
 #include "lib-domain/db/domain_group.h"
 #include "lib-domain/db/user.h"
 
@@ -135,11 +136,8 @@ bool DomainUser::_GetCompareDBDomainUsersAliases(const std::vector<int>& domain_
     LOG_ERROR("Failed to ListDomainUsersAliases");
     return false;
   }
-  for (const RECORD::DomainUser& user : users) {
-    for (RECORD::DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
-      aliases.push_back(std::move(alias));
-    }
-  }
+  const std::vector<RECORD::DomainUserAlias> found = INTERNAL::AliasesOf(users);
+  aliases.insert(aliases.end(), found.begin(), found.end());
   return true;
 }
 

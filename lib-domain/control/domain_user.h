@@ -112,7 +112,6 @@ class MDOMAIN_EXPORT DomainUser {
   bool RemoveUsersWithoutRole();
 
  private:
-  bool _WriteNewFlags(std::vector<RECORD::DomainUser>& users);
   bool _CreateImp(const int& domain_idx, const std::vector<RECORD::User>& users,
                   const bool& is_auto_added);
   bool _PreviewDomainUsersFromUserShortNames(const int& domain_idx,

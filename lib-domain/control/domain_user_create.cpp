@@ -9,6 +9,7 @@
 #include "lib-domain/control/notice.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/look_up.h"
 #include "lib-domain/db/user.h"
 #include "lib-domain/utils/default_alias_getter.h"
 #include "lib-domain/utils/domain_utils.h"
@@ -52,6 +53,13 @@ void ReplaceUnusableAliases(int domain_idx, const std::vector<RECORD::User>& use
         "part for [%s], no email address",
         domain_idx, BASE::Join(without_address, ", ").c_str());
   }
+}
+
+// Everybody who may have one of the aliases.
+bool ListHolders(const std::vector<RECORD::DomainUserAlias>& aliases,
+                 std::vector<RECORD::DomainUser>& stored) {
+  DB::INTERNAL::HolderSearch search(INTERNAL::DomainsOf(aliases));
+  return search.AddHolders(aliases) && search.List(stored);
 }
 
 }  // namespace
@@ -100,8 +108,9 @@ bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliase
   if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
-  std::vector<RECORD::DomainUserAlias> stored;
-  if (!_GetCompareDBDomainUsersAliases(INTERNAL::DomainsOf(aliases), stored)) {
+  std::vector<RECORD::DomainUser> stored;
+  if (!ListHolders(aliases, stored)) {
+    LOG_ERROR("Failed to ListDomainUsersAliases");
     LOG_ERROR("Failed to _GetCompareDBDomainUsersAliases");
     return false;
   }
@@ -188,7 +197,7 @@ bool DomainUser::_PreviewDomainUsersFromUserShortNames(
 
 bool DomainUser::_CheckAndSetDomainUsersDuplicated(std::vector<RECORD::DomainUser>& users) {
   std::vector<RECORD::DomainUser> stored;
-  if (!_GetCompareDBDomainUsers(INTERNAL::DomainsOf(users), stored)) {
+  if (!ListHolders(INTERNAL::AliasesOf(users), stored)) {
     LOG_ERROR("Failed to _GetCompareDBDomainUsers");
     return false;
   }

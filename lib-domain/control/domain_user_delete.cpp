@@ -7,6 +7,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/domain_user_flags.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/departure.h"
@@ -56,6 +57,8 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
   if (!departures.BeginRemovals(domain_idx, uids)) {
     return false;
   }
+  std::vector<RECORD::DomainUserAlias> aliases;
+  const bool are_aliases_known = INTERNAL::ListAliasesOf(domain_idx, uids, aliases);
   if (!store_.RemoveUsersFromDomainGroups(removals)) {
     LOG_ERROR("Failed to RemoveUsersFromDomainGroups");
     departures.DeleteUsers(domain_idx, uids);  // they are still there
@@ -65,8 +68,9 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
   if (!_DeleteRows(domain_idx, uids)) {
     return false;
   }
-  if (!UpdateDuplicateAlias({domain_idx}) || !departures.EndRemovals(domain_idx, uids) ||
-      scope.Commit() != 0) {
+  const bool are_flags_set = are_aliases_known ? INTERNAL::UpdateFlags({domain_idx}, aliases)
+                                               : UpdateDuplicateAlias({domain_idx});
+  if (!are_flags_set || !departures.EndRemovals(domain_idx, uids) || scope.Commit() != 0) {
     LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);
     return false;
   }

@@ -1,10 +1,11 @@
 // What a refresh repairs: flags of colliding aliases, and users who lost their role.
 
+#include <utility>
+
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
-#include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
-#include "lib-domain/control/notice.h"
+#include "lib-domain/control/domain_user_flags.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/model_image.h"
 
@@ -52,29 +53,7 @@ bool DomainUser::UpdateDuplicateAlias(const std::vector<int>& domain_idxs) {
     LOG_ERROR("Failed to ListDomainUsersAliases");
     return false;
   }
-  return _WriteNewFlags(users);
-}
-
-bool DomainUser::_WriteNewFlags(std::vector<RECORD::DomainUser>& users) {
-  const std::vector<bool> changed = INTERNAL::RecomputeFlags(users);
-  std::vector<RECORD::DomainUserAlias> aliases;
-  std::vector<unsigned int> uids;
-  for (size_t i = 0; i < users.size(); ++i) {
-    if (changed[i]) {
-      uids.push_back(users[i].GetUID());
-      const std::vector<RECORD::DomainUserAlias> own = users[i].ExtractDomainUserAliases();
-      aliases.insert(aliases.end(), own.begin(), own.end());
-    }
-  }
-  if (!aliases.empty() && !store_.SetUsersAliases(aliases)) {
-    LOG_ERROR("Failed to SetUsersAliases");
-    return false;
-  }
-  // Whoever inherits an address that somebody else gave up, and whoever loses one.
-  if (!INTERNAL::Announce(uids)) {
-    LOG_ERROR("Failed to NotifySMTPChangedUIDs");
-  }
-  return true;
+  return INTERNAL::SettleFlags(std::move(users));
 }
 
 bool DomainUser::UpdateAllDuplicateAlias() {
@@ -103,7 +82,7 @@ bool DomainUser::UpdateAllDuplicateAlias(const DB::INTERNAL::ModelImage& image) 
     LOG_ERROR("Failed to ListDomainUsersAliases");
     return false;
   }
-  return _WriteNewFlags(users);
+  return INTERNAL::SettleFlags(std::move(users));
 }
 
 bool DomainUser::CreateUsersRolesForNonGroupUsers() {

@@ -1,11 +1,16 @@
 // Changing roles and aliases of a domain's users.
 
+#include <set>
+#include <utility>
+
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/alias_conflict.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/domain_user_flags.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/look_up.h"
 #include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::CONTROL {
@@ -14,6 +19,40 @@ namespace {
 
 // Given in place of a role: the user's groups decide.
 constexpr const char* kRoleOfGroups = "group";
+
+using DomainUserKeys = std::vector<std::pair<int, unsigned int>>;
+
+DomainUserKeys KeysOf(const std::vector<RECORD::DomainUser>& users) {
+  DomainUserKeys keys;
+  keys.reserve(users.size());
+  for (const RECORD::DomainUser& user : users) {
+    keys.emplace_back(user.GetDomainIdx(), user.GetUID());
+  }
+  return keys;
+}
+
+// The users themselves, and whoever may have one of their aliases or be called like it.
+bool ListConcerned(const std::vector<RECORD::DomainUser>& users,
+                   std::vector<RECORD::DomainUser>& stored) {
+  const std::vector<RECORD::DomainUserAlias> aliases = INTERNAL::AliasesOf(users);
+  DB::INTERNAL::HolderSearch search(INTERNAL::DomainsOf(users));
+  return search.AddUsers(KeysOf(users)) && search.AddHolders(aliases) && search.AddNamed(aliases) &&
+         search.List(stored);
+}
+
+std::vector<RECORD::DomainUserAlias> AliasesBeforeAndAfter(
+    const std::vector<RECORD::DomainUser>& stored, const std::vector<RECORD::DomainUser>& users) {
+  const DomainUserKeys keys = KeysOf(users);
+  const std::set<DomainUserKeys::value_type> changed(keys.begin(), keys.end());
+  std::vector<RECORD::DomainUserAlias> aliases = INTERNAL::AliasesOf(users);
+  for (const RECORD::DomainUser& user : stored) {
+    if (changed.count({user.GetDomainIdx(), user.GetUID()}) != 0) {
+      const std::vector<RECORD::DomainUserAlias> own = user.ExtractDomainUserAliases();
+      aliases.insert(aliases.end(), own.begin(), own.end());
+    }
+  }
+  return aliases;
+}
 
 void FindConflicts(const std::vector<RECORD::DomainUser>& stored,
                    std::vector<RECORD::DomainUser>& users,
@@ -64,12 +103,12 @@ std::vector<RECORD::DomainUserAlias> ComposeAliases(const std::vector<RECORD::Do
 
 bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
                      std::vector<RECORD::DomainUser>& conflicts) {
-  const std::vector<int> domain_idxs = INTERNAL::DomainsOf(users);
   std::vector<RECORD::DomainUser> stored;
-  if (!_GetCompareDBDomainUsers(domain_idxs, stored)) {
+  if (!ListConcerned(users, stored)) {
     LOG_ERROR("Failed to _GetCompareDBDomainUsers");
     return false;
   }
+  const std::vector<RECORD::DomainUserAlias> aliases = AliasesBeforeAndAfter(stored, users);
   FindConflicts(stored, users, conflicts);
 
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
@@ -89,7 +128,7 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
   if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
   }
-  if (!UpdateDuplicateAlias(domain_idxs) || scope.Commit() != 0) {
+  if (!INTERNAL::UpdateFlags(INTERNAL::DomainsOf(users), aliases) || scope.Commit() != 0) {
     LOG_ERROR("Failed to UpdateDuplicateAlias");
     return false;
   }

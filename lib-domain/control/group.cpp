@@ -125,7 +125,10 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   }
 
   UidsByGid stored;
-  const bool is_stored_known = store_.ListAllGroupToUsers(stored);
+  const unsigned int first_gid = groups.front().GetGID();
+  const bool is_stored_known = groups.size() == 1
+                                   ? store_.ListGroupToUsers(first_gid, stored[first_gid])
+                                   : store_.ListAllGroupToUsers(stored);
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   std::vector<RECORD::User> mirrored_before;
   std::unordered_set<unsigned int> mirrored_uids;

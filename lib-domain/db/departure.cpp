@@ -38,20 +38,38 @@ constexpr const char* kAnywhere =
     " UNION SELECT domain_idx, uid FROM domain_user_role_table WHERE uid IN " LEAVING
     " UNION SELECT domain_idx, uid FROM domain_group_role_table INNER JOIN group_to_user_table ON "
     "domain_group_role_table.gid = group_to_user_table.gid WHERE uid IN " LEAVING;
-// The places; the condition on the domain.
+// Whether somebody who stays has the name, or the alias, in the domain. Where there are indexes for
+// it each is looked up; else those of all who stay are gathered once.
+struct Stayers {
+  const char* have_name;
+  const char* have_alias;
+};
+constexpr Stayers kLookedUp = {
+    "EXISTS (SELECT 1 FROM user_table AS other CROSS JOIN domain_user_alias_table AS held ON "
+    "held.domain_idx = place.domain_idx AND held.uid = other.uid WHERE other.user_name = "
+    "leaver.name COLLATE NOCASE AND other.uid NOT IN " LEAVING ")",
+    // An alias that is NULL is nobody else's, but counts only where nobody has another one.
+    "EXISTS (SELECT 1 FROM domain_user_alias_table AS held WHERE held.account_alias = "
+    "own.account_alias COLLATE NOCASE AND held.domain_idx = own.domain_idx AND held.uid NOT "
+    "IN " LEAVING
+    ") OR own.account_alias IS NULL AND EXISTS (SELECT 1 FROM domain_user_alias_table AS "
+    "held WHERE held.domain_idx = own.domain_idx AND held.account_alias IS NOT NULL AND held.uid "
+    "NOT IN " LEAVING ")"};
+constexpr Stayers kGathered = {
+    "(place.domain_idx, lower(leaver.name)) IN (SELECT domain_idx, lower(user_name) FROM "
+    "domain_user_alias_table INNER JOIN user_table ON domain_user_alias_table.uid = "
+    "user_table.uid WHERE user_table.uid NOT IN " LEAVING ")",
+    "(own.domain_idx, lower(own.account_alias)) IN (SELECT domain_idx, lower(account_alias) FROM "
+    "domain_user_alias_table WHERE account_alias IS NOT NULL AND uid NOT IN " LEAVING ")"};
+// Whether somebody who stays has the name; the places.
 constexpr const char* kInsertUsers =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT place.domain_idx, 'user', leaver.id, "
-    "CASE WHEN (place.domain_idx, lower(leaver.name)) IN (SELECT domain_idx, lower(user_name) FROM "
-    "domain_user_alias_table INNER JOIN user_table ON domain_user_alias_table.uid = "
-    "user_table.uid WHERE %s AND user_table.uid NOT IN " LEAVING
-    ") THEN '' ELSE leaver.name END FROM (%s) AS place INNER JOIN mdomain_departure_table AS "
-    "leaver ON leaver.kind = 'leaving' AND leaver.id = place.uid";
-// The condition on the domain, twice.
+    "CASE WHEN %s THEN '' ELSE leaver.name END FROM (%s) AS place INNER JOIN "
+    "mdomain_departure_table AS leaver ON leaver.kind = 'leaving' AND leaver.id = place.uid";
+// The condition on the domain; whether somebody who stays has the alias.
 constexpr const char* kInsertAliases =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'alias', uid, account_alias "
-    "FROM domain_user_alias_table WHERE %s AND uid IN " LEAVING
-    " AND (domain_idx, lower(account_alias)) NOT IN (SELECT domain_idx, lower(account_alias) FROM "
-    "domain_user_alias_table WHERE %s AND account_alias IS NOT NULL AND uid NOT IN " LEAVING ")";
+    "FROM domain_user_alias_table AS own WHERE %s AND uid IN " LEAVING " AND NOT (%s)";
 #undef LEAVING
 constexpr const char* kInsertRemovals =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'removal', id, '' FROM "
@@ -116,8 +134,10 @@ bool Departure::_AddUsers(int domain_idx, const std::vector<unsigned int>& uids,
   StatementBatch batch;
   batch.Add(kCreateTable);
   batch.AddWithIds(kInsertLeaving, uids);
-  batch.Add(FormatStatement(kInsertUsers, condition.c_str(), places.c_str()));
-  batch.Add(FormatStatement(kInsertAliases, condition.c_str(), condition.c_str()));
+  const bool has_indexes = handler_ != nullptr && handler_->HasOwnViews();
+  const Stayers& stayers = has_indexes ? kLookedUp : kGathered;
+  batch.Add(FormatStatement(kInsertUsers, stayers.have_name, places.c_str()));
+  batch.Add(FormatStatement(kInsertAliases, condition.c_str(), stayers.have_alias));
   if (has_rows) {
     batch.Add(FormatStatement(kInsertRemovals, domain_idx));
   }

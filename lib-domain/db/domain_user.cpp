@@ -50,7 +50,8 @@ constexpr const char* kSelectOfUsers =
 // The alias follows, then kNoCase.
 constexpr const char* kSelectAliasUsers =
     "SELECT * FROM domain_user_alias_table WHERE domain_idx=%d AND account_alias='";
-constexpr const char* kNoCase = "' COLLATE NOCASE ORDER BY uid, rowid";
+// The "+" keeps the database from reading the whole domain in that order.
+constexpr const char* kNoCase = "' COLLATE NOCASE ORDER BY +uid, rowid";
 constexpr const char* kSelectAliases =
     "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid = %u ORDER BY "
     "rowid";

@@ -30,6 +30,13 @@ constexpr Index kIndexes[] = {
     // Names and aliases are compared without letter case.
     {"mdomain_user_name", "user_table(user_name COLLATE NOCASE)"},
     {"mdomain_group_name", "group_table(group_name COLLATE NOCASE)"},
+    // The short names of accounts of a Windows domain.
+    {"mdomain_user_behind_domain",
+     "user_table(substr(user_name, instr(user_name, '\\') + 1) COLLATE NOCASE) WHERE "
+     "instr(user_name, '\\') > 0"},
+    {"mdomain_group_behind_domain",
+     "group_table(substr(group_name, instr(group_name, '\\') + 1) COLLATE NOCASE) WHERE "
+     "instr(group_name, '\\') > 0"},
     {"mdomain_alias", "domain_user_alias_table(account_alias COLLATE NOCASE, domain_idx)"},
     // The few that are not plain.
     {"mdomain_flagged_alias",

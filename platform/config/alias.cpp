@@ -304,6 +304,9 @@ int Alias::delDomainGroupMember(int domain_id, const std::list<std::string>& nam
 
 int Alias::_DeleteDomainMembers(int domain_id, MemberKind kind,
                                 const std::list<std::string>& names) {
+  if (names.empty()) {
+    return 0;  // without the lock
+  }
   if (Change(path_, loaded_, false,
              [&](sqlite3* db) { return DeleteMembers(db, domain_id, kind, names); }) != 0) {
     return -1;

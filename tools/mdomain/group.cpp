@@ -21,8 +21,13 @@ using MDOMAIN::RECORD::Group;
 // The named groups, all of which must be groups of the domain.
 std::vector<Group> GroupsOf(const KnownDomain& domain, const std::vector<std::string>& texts) {
   std::vector<Group> groups = FindGroups(texts);
-  std::vector<unsigned int> gids;
-  if (!DomainGroup().List(domain.idx, gids)) {
+  DomainGroup api;
+  if (std::all_of(groups.begin(), groups.end(),
+                  [&](const Group& group) { return api.IsExists(domain.idx, group.GetGID()); })) {
+    return groups;
+  }
+  std::vector<unsigned int> gids;  // whether it cannot be read, or which one is none
+  if (!api.List(domain.idx, gids)) {
     throw Failure(kFailed, "the groups of the domain could not be read");
   }
   for (const Group& group : groups) {

@@ -5,10 +5,14 @@
 
 #include <unicode/uspoof.h>
 
+#include <algorithm>
 #include <iostream>
 #include <set>
 
+#include "lib-domain/db/look_up.h"
 #include "platform/include/text.h"
+#include "tools/mdomain/alias_walk.h"
+#include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
 
@@ -37,12 +41,34 @@ std::set<std::string> Skeletons(const std::string& alias) {
   return {Skeleton(alias), Skeleton(ToLowerAscii(alias))};
 }
 
+// Users with a role, those who have an alias that looks like one of these among them.
+std::vector<MDOMAIN::RECORD::DomainUser> ListLookAlikes(int domain_idx,
+                                                        const std::vector<std::string>& aliases) {
+  constexpr size_t kMostWalked = 2000;
+  if (aliases.size() > kMostWalked || !MDOMAIN::DB::INTERNAL::CanLookUp()) {
+    MDOMAIN::DB::DomainDBFilter filter;
+    filter.SetLimit(-1);
+    return ListDomainUsers(domain_idx, filter);
+  }
+  std::set<std::string> skeletons;
+  for (const std::string& alias : aliases) {
+    skeletons.merge(Skeletons(alias));
+  }
+  std::vector<MDOMAIN::RECORD::DomainUser> users;
+  if (!MDOMAIN::DB::INTERNAL::ListHoldersOf(domain_idx, AliasWalk(Skeleton, skeletons).Find(),
+                                            users)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+  users.erase(std::remove_if(users.begin(), users.end(),
+                             [](const auto& user) { return user.GetRole().empty(); }),
+              users.end());
+  return users;
+}
+
 }  // namespace
 
-LookAlikes::LookAlikes(int domain_idx) {
-  MDOMAIN::DB::DomainDBFilter filter;
-  filter.SetLimit(-1);
-  for (const auto& user : ListDomainUsers(domain_idx, filter)) {
+LookAlikes::LookAlikes(int domain_idx, const std::vector<std::string>& aliases) {
+  for (const auto& user : ListLookAlikes(domain_idx, aliases)) {
     for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
       for (const std::string& skeleton : Skeletons(alias)) {
         holders_.emplace(skeleton, Holder{user.GetUID(), user.GetUserName(), alias});

@@ -10,14 +10,14 @@
 
 namespace mdomain {
 
-// The aliases of a domain as they are when the object is made.
+// The aliases of a domain as they are when the object is made: those that look like `aliases`.
 class LookAlikes {
  public:
-  explicit LookAlikes(int domain_idx);
+  LookAlikes(int domain_idx, const std::vector<std::string>& aliases);
 
-  // For a user's record with "uid" and "aliases": sets "warnings" to a sentence for each alias that
-  // the domain had not and that looks like one of somebody else there, and says them on standard
-  // error.
+  // For a user's record with "uid" and "aliases", which are among those given: sets "warnings" to a
+  // sentence for each alias that the domain had not and that looks like one of somebody else there,
+  // and says them on standard error.
   void Warn(Json::Value& user) const;
 
  private:

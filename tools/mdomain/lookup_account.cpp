@@ -9,6 +9,7 @@
 #include "lib-domain/api/group.h"
 #include "lib-domain/api/user.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/look_up.h"
 #include "platform/include/account.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/lookup.h"
@@ -94,6 +95,10 @@ class Index {
     }
   }
 
+  // Whether the text is the name of one as it is spelt.
+  bool IsExact(const std::string& text) const {
+    return by_name_.count(text) != 0 || by_short_name_.count(text) != 0;
+  }
   const typename Kind::Record* Find(const std::string& text) const {
     const std::string folded = FoldAccountName(text);
     for (const auto& [names, key] :
@@ -168,35 +173,44 @@ template <typename Kind>
   throw Failure(kNotFound, message);
 }
 
-// The records whose name contains the text, and the one whose id it is.
+// The records of these names, and those whose ids the texts are.
 template <typename Kind>
-Records<Kind> ListLike(const std::string& text) {
-  typename Kind::Filter by_name;
-  by_name.SetQuery(text);
-  Records<Kind> records = List<Kind>(by_name);
-  unsigned int id = 0;
-  if (MDOMAIN::BASE::ConvertToUID(text, id)) {
-    const Records<Kind> with_id = List<Kind>(Kind::ById(id));
-    records.insert(records.end(), with_id.begin(), with_id.end());
+Records<Kind> ListNamed(const std::vector<std::string>& texts) {
+  Records<Kind> records;
+  if (!MDOMAIN::DB::INTERNAL::ListNamed(texts, records)) {
+    throw Failure(kFailed, std::string("the ") + Kind::kKind + "s could not be read");
+  }
+  std::unordered_set<unsigned int> known;
+  for (const auto& record : records) {
+    known.insert(Kind::Id(record));
+  }
+  for (const std::string& text : texts) {
+    unsigned int id = 0;
+    if (MDOMAIN::BASE::ConvertToUID(text, id) && known.insert(id).second) {
+      const Records<Kind> with_id = List<Kind>(Kind::ById(id));
+      records.insert(records.end(), with_id.begin(), with_id.end());
+    }
   }
   return records;
 }
 
-// The records among which the texts are looked for. For one text these are few; many texts read the
-// mirror once.
+// The records among which the texts are looked for: those of these names. Only a text that is none
+// of them as it was typed, and has letters whose case SQLite does not know, reads the mirror.
 template <typename Kind>
-Records<Kind> Candidates(const std::vector<std::string>& texts) {
+Index<Kind> Candidates(const std::vector<std::string>& texts) {
   if (texts.empty()) {
-    return {};
+    return Index<Kind>({});
   }
-  // SQLite ignores letter case in ASCII alone.
-  const bool is_one = texts.size() == 1 && !korvmailserver::HasNonAscii(texts[0]);
-  return is_one ? ListLike<Kind>(texts[0]) : List<Kind>(typename Kind::Filter());
+  Index<Kind> index(ListNamed<Kind>(texts));
+  const bool is_settled = std::all_of(texts.begin(), texts.end(), [&](const std::string& text) {
+    return text.empty() || index.IsExact(text) || !korvmailserver::HasNonAscii(text);
+  });
+  return is_settled ? std::move(index) : Index<Kind>(List<Kind>(typename Kind::Filter()));
 }
 
 template <typename Kind>
 Records<Kind> FindAll(const std::vector<std::string>& texts) {
-  const Index<Kind> index(Candidates<Kind>(texts));
+  const Index<Kind> index = Candidates<Kind>(texts);
   Records<Kind> found;
   std::unordered_set<unsigned int> seen;
   for (const std::string& text : texts) {

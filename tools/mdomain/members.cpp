@@ -97,7 +97,12 @@ void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
                 const std::vector<std::string>& aliases) {
   const std::vector<DomainUser> preview = PreviewMembers(domain, members);
   std::vector<DomainUserAlias> added = WantedAliases(preview, aliases);
-  const LookAlikes look_alikes(domain.idx);
+  std::vector<std::string> added_aliases;
+  added_aliases.reserve(added.size());
+  for (const DomainUserAlias& alias : added) {
+    added_aliases.push_back(alias.GetAccountAlias());
+  }
+  const LookAlikes look_alikes(domain.idx, added_aliases);
   if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx, ShortNames(members.users),
                                              ShortNames(members.groups), added)) {
     throw Failure(kFailed, "adding to domain " + domain.Title() + " failed");

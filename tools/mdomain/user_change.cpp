@@ -5,6 +5,7 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
+#include "lib-domain/db/look_up.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "tools/mdomain/account_output.h"
 #include "tools/mdomain/arguments.h"
@@ -65,13 +66,12 @@ void Add(Call& call) {
 // The user as the domain has it; kNotFound for somebody who is not a user of the domain.
 MDOMAIN::RECORD::DomainUser DomainUserOf(const KnownDomain& domain,
                                          const MDOMAIN::RECORD::User& user) {
-  MDOMAIN::DB::DomainDBFilter filter;
-  filter.SetQuery(user.GetUserName());
-  filter.SetLimit(-1);
-  for (const auto& found : ListDomainUsers(domain.idx, filter)) {
-    if (found.GetUID() == user.GetUID()) {
-      return found;
-    }
+  std::vector<MDOMAIN::RECORD::DomainUser> found;
+  if (!MDOMAIN::DB::INTERNAL::AddDomainUser(domain.idx, user.GetUID(), found)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+  if (!found.empty()) {
+    return found.front();
   }
   throw Failure(kNotFound, "\"" + user.GetUserName() + "\" is no user of domain " + domain.Title());
 }
@@ -136,7 +136,11 @@ void Set(Call& call) {
   std::vector<MDOMAIN::RECORD::DomainUser> users = {DomainUserOf(domain, account)};
   users[0].SetRole(ChangedRole(call, users[0]));
   users[0].SetAliasDuplicatedPairs(ChangedAliases(call, users[0].GetAliasDuplicatedPairs()));
-  const LookAlikes look_alikes(domain.idx);
+  std::vector<std::string> aliases;
+  for (const auto& pair : users[0].GetAliasDuplicatedPairs()) {
+    aliases.push_back(pair.first);
+  }
+  const LookAlikes look_alikes(domain.idx, aliases);
   std::vector<MDOMAIN::RECORD::DomainUser> conflicts;
   if (!DomainUser().Set(users, conflicts)) {
     throw Failure(kFailed, "changing \"" + account.GetUserName() + "\" failed");
@@ -152,15 +156,22 @@ void Set(Call& call) {
   call.out().Record(record, columns);
 }
 
-// The users of the domain, and those whom an earlier run did not take out completely.
-std::unordered_set<unsigned int> RemovableUsers(const KnownDomain& domain) {
-  std::vector<unsigned int> members;
+// Those of the users who are in the domain, and those whom an earlier run did not take out
+// completely.
+std::unordered_set<unsigned int> RemovableUsers(const KnownDomain& domain,
+                                                const std::vector<MDOMAIN::RECORD::User>& users) {
+  std::vector<MDOMAIN::RECORD::DomainUser> members;
   std::vector<MDOMAIN::CONTROL::INTERNAL::PendingDeparture> pending;
-  if (!DomainUser().List(domain.idx, members) ||
-      !MDOMAIN::CONTROL::INTERNAL::ListPendingDepartures(pending)) {
+  const bool are_read = std::all_of(users.begin(), users.end(), [&](const auto& user) {
+    return MDOMAIN::DB::INTERNAL::AddDomainUser(domain.idx, user.GetUID(), members);
+  });
+  if (!are_read || !MDOMAIN::CONTROL::INTERNAL::ListPendingDepartures(pending)) {
     throw Failure(kFailed, "the users of the domain could not be read");
   }
-  std::unordered_set<unsigned int> removable(members.begin(), members.end());
+  std::unordered_set<unsigned int> removable;
+  for (const auto& member : members) {
+    removable.insert(member.GetUID());
+  }
   for (const auto& departure : pending) {
     if (departure.domain_idx == domain.idx) {
       removable.insert(departure.uids.begin(), departure.uids.end());
@@ -172,7 +183,7 @@ std::unordered_set<unsigned int> RemovableUsers(const KnownDomain& domain) {
 void Remove(Call& call) {
   const KnownDomain domain = TypedDomain(call);
   const std::vector<MDOMAIN::RECORD::User> users = FindUsers(call.List("USER"));
-  const std::unordered_set<unsigned int> known = RemovableUsers(domain);
+  const std::unordered_set<unsigned int> known = RemovableUsers(domain, users);
   for (const auto& user : users) {
     if (known.count(user.GetUID()) == 0) {
       throw Failure(kNotFound,

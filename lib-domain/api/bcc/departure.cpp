@@ -1,7 +1,6 @@
 // Which blind-copy rules go with users who leave a domain: those that send to them and those that
 // were made for them. Left in place they would copy the mail of whoever gets the name or address.
 #include <map>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "lib-domain/api/bcc.h"
@@ -10,7 +9,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/domain.h"
-#include "lib-domain/db/domain_user.h"
+#include "lib-domain/db/look_up.h"
 #include "platform/include/account.h"
 #include "platform/include/alias.h"
 
@@ -25,9 +24,9 @@ using LowerTexts = std::unordered_set<std::string>;
 // Tells which texts of rules stand for those who left.
 class LeaverTexts {
  public:
-  // False when the domain cannot be read.
+  // To be asked about the texts of these rules. False when the domain cannot be read.
   bool Load(int domain_idx, const std::vector<std::string>& names,
-            const std::vector<std::string>& aliases) {
+            const std::vector<std::string>& aliases, const std::list<BccInfo>& rules) {
     exact_names_.insert(names.begin(), names.end());
     for (const std::string& name : names) {
       names_.insert(BASE::ToLowerAscii(name));
@@ -35,7 +34,7 @@ class LeaverTexts {
     for (const std::string& alias : aliases) {
       aliases_.insert(BASE::ToLowerAscii(alias));
     }
-    return _LoadAccounts(domain_idx) &&
+    return _LoadAccounts(domain_idx, rules) &&
            (aliases_.empty() || (_LoadDomainNames(domain_idx) && _LeaveOutAliasTable(domain_idx)));
   }
   // Of a rule's name or destination: the account, a bare alias, or an address of the domain.
@@ -75,13 +74,19 @@ class LeaverTexts {
   }
   // A bare text that is the name of somebody who stays means that account; of two whose names
   // differ in case alone, the one that is spelt so.
-  bool _LoadAccounts(int domain_idx) {
-    std::unordered_map<std::string, std::vector<std::string>> aliases_by_user;
-    if (!DB::DomainUser().GetAllUserAliases(domain_idx, aliases_by_user)) {
+  bool _LoadAccounts(int domain_idx, const std::list<BccInfo>& rules) {
+    std::vector<RECORD::DomainUserAlias> texts;
+    for (const BccInfo& rule : rules) {
+      texts.emplace_back(domain_idx, 0, rule.name, false);
+      texts.emplace_back(domain_idx, 0, rule.bcc_to, false);
+    }
+    DB::INTERNAL::HolderSearch search({domain_idx});
+    std::vector<RECORD::DomainUser> users;
+    if (!search.AddNamed(texts) || !search.List(users)) {
       return false;
     }
-    for (const auto& user : aliases_by_user) {
-      accounts_.insert(BASE::ToLowerAscii(TrimDomainName(user.first)));
+    for (const RECORD::DomainUser& user : users) {
+      accounts_.insert(BASE::ToLowerAscii(TrimDomainName(user.GetUserName())));
     }
     return true;
   }
@@ -125,17 +130,15 @@ bool IsOfLeaver(LeaverTexts& texts, const BccInfo& rule) {
   return texts.Has(rule.bcc_to) || (rule.type != BCC_DOMAIN && texts.Has(rule.name));
 }
 
-bool DeleteRulesOf(BCC& bcc, int domain_idx, LeaverTexts& texts) {
-  std::list<BccInfo> gone;
+bool ListRules(BCC& bcc, int domain_idx, std::list<BccInfo>& all) {
   for (const int type : {BCC_RECIPIENT, BCC_SENDER, BCC_DOMAIN}) {
     std::list<BccInfo> rules;
     if (bcc.LoadBCCList(type, domain_idx, 0, -1, "name", "asc", rules) < 0) {
       return false;
     }
-    rules.remove_if([&texts](const BccInfo& rule) { return !IsOfLeaver(texts, rule); });
-    gone.splice(gone.end(), rules);
+    all.splice(all.end(), rules);
   }
-  return gone.empty() || bcc.deleteBCC(domain_idx, gone) >= 0;
+  return true;
 }
 
 }  // namespace
@@ -151,9 +154,14 @@ BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names,
   if (bcc->deleteBCC(domain_idx, destinations) < 0) {
     return BccOutcome::kFailed;
   }
+  std::list<BccInfo> rules;
   LeaverTexts texts;
-  const bool is_done =
-      texts.Load(domain_idx, accounts, aliases) && DeleteRulesOf(*bcc, domain_idx, texts);
+  if (!ListRules(*bcc, domain_idx, rules) ||
+      (!rules.empty() && !texts.Load(domain_idx, accounts, aliases, rules))) {
+    return BccOutcome::kFailed;
+  }
+  rules.remove_if([&texts](const BccInfo& rule) { return !IsOfLeaver(texts, rule); });
+  const bool is_done = rules.empty() || bcc->deleteBCC(domain_idx, rules) >= 0;
   return is_done ? BccOutcome::kDone : BccOutcome::kFailed;
 }
 

@@ -1,0 +1,346 @@
+// The statements give what an index finds, which may be more than was asked for; names and aliases
+// are compared again where that matters.
+#include "lib-domain/db/look_up.h"
+
+#include <algorithm>
+#include <map>
+
+#include "lib-domain/base/text.h"
+#include "lib-domain/db/account_db_filter.h"
+#include "lib-domain/db/database.h"
+#include "lib-domain/db/domain_db_filter.h"
+#include "lib-domain/db/domain_user.h"
+#include "lib-domain/db/domain_user_internal.h"
+#include "lib-domain/db/group.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/statement.h"
+#include "lib-domain/db/user.h"
+#include "platform/include/sqlite.h"
+
+namespace MDOMAIN::DB::INTERNAL {
+
+using korvmailserver::FormatSql;
+
+namespace {
+
+// Up to here looking up is always cheap; beyond, a lookup costs what reading some rows costs.
+constexpr size_t kFew = 2000;
+constexpr size_t kRowsPerLookUp = 4;
+constexpr size_t kPieceSize = 200000;
+
+constexpr const char* kSelectLastAlias =
+    "SELECT coalesce(max(rowid), 0) FROM domain_user_alias_table";
+
+// The list follows. CROSS JOIN: the list is walked through, and each value is looked up.
+#define WANTED "WITH wanted(name) AS (VALUES %s) SELECT "
+// A short name is what stands behind the first backslash, else before the last "@". Between "@" and
+// "[" are the big letters alone, which stand further on without letter case.
+#define NAMED(id, full_name, table)                                                             \
+  WANTED id " FROM wanted CROSS JOIN " table " ON " full_name                                   \
+            " = name COLLATE NOCASE UNION SELECT " id " FROM wanted CROSS JOIN " table          \
+            " ON " full_name " >= (name || '@') COLLATE NOCASE AND " full_name                  \
+            " < (name || '[') COLLATE NOCASE UNION SELECT " id " FROM wanted CROSS JOIN " table \
+            " ON substr(" full_name ", instr(" full_name                                        \
+            ", '\\') + 1) = name COLLATE NOCASE AND instr(" full_name ", '\\') > 0"
+constexpr const char* kSelectNamedUsers = NAMED("uid", "user_name", "user_table");
+constexpr const char* kSelectNamedGroups = NAMED("gid", "group_name", "group_table");
+#undef NAMED
+constexpr const char* kSelectHolders = WANTED
+    "uid FROM wanted CROSS JOIN domain_user_alias_table ON account_alias = name COLLATE NOCASE AND "
+    "domain_idx = %d";
+#undef WANTED
+// The user has a role, and it is the same in all rows.
+constexpr const char* kSelectUser =
+    "SELECT * FROM domain_user_view WHERE domain_idx IN (%d) AND uid IN (%u) AND role IS NOT NULL "
+    "ORDER BY is_duplicated DESC";
+constexpr const char* kHasOwnRole =
+    "SELECT EXISTS (SELECT 1 FROM domain_user_role_table WHERE domain_idx = %d AND uid = %u)";
+constexpr const char* kSelectGroupRole =
+    "SELECT member.uid, MIN(granted.role) FROM group_to_user_table AS member CROSS JOIN "
+    "domain_group_view AS granted ON granted.gid = member.gid WHERE granted.domain_idx = %d AND "
+    "member.uid = %u GROUP BY member.uid";
+constexpr const char* kSelectWithoutAlias =
+    "SELECT uid FROM domain_user_alias_table WHERE account_alias IS NULL AND domain_idx = %d";
+constexpr const char* kSelectNextAlias =
+    "SELECT account_alias FROM domain_user_alias_table WHERE account_alias >= '%q' COLLATE NOCASE "
+    "ORDER BY account_alias COLLATE NOCASE LIMIT 1";
+constexpr const char* kSelectFlagged =
+    "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
+constexpr const char* kSelectAliases =
+    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (%s)";
+constexpr const char* kSelectRolesOfGroups =
+    "SELECT domain_idx, uid FROM domain_user_role_table AS own WHERE uid IN (%s) AND is_auto_added "
+    "= 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS member CROSS JOIN "
+    "domain_group_role_table AS granted ON granted.domain_idx = own.domain_idx AND granted.gid = "
+    "member.gid WHERE member.uid = own.uid AND granted.role IN ('normal', 'domain_admin'))";
+constexpr const char* kSelectMembers =
+    "SELECT uid FROM group_table CROSS JOIN group_to_user_table USING (gid) WHERE group_name = "
+    "'%q' COLLATE NOCASE AND group_name = '%q'";
+
+// Columns of domain_user_view.
+using UserColumns = Columns<Int, Uid, Text, Text, Text, Flag>;
+
+Database DomainDb() {
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  return {handler, handler != nullptr ? 0 : -1};
+}
+
+// Lists for VALUES, each short enough for one statement.
+std::vector<std::string> ValueLists(const std::vector<std::string>& texts) {
+  std::vector<std::string> lists;
+  for (const std::string& text : texts) {
+    if (lists.empty() || lists.back().size() > kPieceSize) {
+      lists.emplace_back();
+    }
+    lists.back() += (lists.back().empty() ? "('" : ",('") + EscapeQuery(text) + "')";
+  }
+  return lists;
+}
+
+// What reads as the empty text may be NULL, which no index finds by a name.
+bool AreFew(const std::vector<std::string>& names) {
+  return names.size() <= kFew && CanLookUp() &&
+         std::find(names.begin(), names.end(), "") == names.end();
+}
+
+bool FindIds(const char* statement, const std::vector<std::string>& names,
+             std::vector<unsigned int>& ids) {
+  const std::vector<std::string> lists = ValueLists(names);
+  return std::all_of(lists.begin(), lists.end(), [&](const std::string& list) {
+    return DomainDb().Append<Columns<Uid>>(FormatSql(statement, list.c_str()), ids);
+  });
+}
+
+// A user with the one alias of a row.
+RECORD::DomainUser RowUser(int domain_idx, unsigned int uid, std::string&& name,
+                           std::string&& alias, std::string&& role, bool duplicated) {
+  return {domain_idx, uid, std::move(name), {{std::move(alias), duplicated}}, std::move(role)};
+}
+
+std::string FoldedKey(int domain_idx, const std::string& alias) {
+  return std::to_string(domain_idx) + ':' + BASE::ToLowerAscii(alias);
+}
+
+}  // namespace
+
+bool CanLookUp() {
+  const DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  return handler != nullptr && handler->HasOwnViews();
+}
+
+bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::User>& users) {
+  UserDBFilter filter;
+  std::vector<unsigned int> uids;
+  if (!AreFew(names)) {
+    return User().List(filter, users);
+  }
+  if (!FindIds(kSelectNamedUsers, names, uids)) {
+    return false;
+  }
+  filter.SetUIDs(uids);
+  return uids.empty() || User().List(filter, users);
+}
+
+bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::Group>& groups) {
+  GroupDBFilter filter;
+  std::vector<unsigned int> gids;
+  if (!AreFew(names)) {
+    return Group().List(filter, groups);
+  }
+  if (!FindIds(kSelectNamedGroups, names, gids)) {
+    return false;
+  }
+  filter.SetGIDs(gids);
+  return gids.empty() || Group().List(filter, groups);
+}
+
+bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainUser>& users) {
+  std::vector<RECORD::DomainUser> rows;
+  const auto keep = [&rows](auto&&... values) { rows.push_back(RowUser(std::move(values)...)); };
+  bool has_own_role = false;
+  std::string group_role;
+  bool is_member = false;
+  if (!DomainDb().Query<UserColumns>(FormatStatement(kSelectUser, domain_idx, uid), keep) ||
+      !DomainDb().GetExists(FormatStatement(kHasOwnRole, domain_idx, uid), has_own_role) ||
+      !DomainDb().Query<Columns<Uid, Text>>(FormatStatement(kSelectGroupRole, domain_idx, uid),
+                                            [&](unsigned int /*uid*/, std::string&& role) {
+                                              is_member = true;
+                                              group_role = std::move(role);
+                                            })) {
+    return false;
+  }
+  for (RECORD::DomainUser& row : rows) {
+    row.SetIsUnderGroupControl(!has_own_role);
+    row.SetIsBelongingGroupInDomain(is_member);
+    row.SetResultGroupRole(group_role);
+  }
+  _MergeDomainUsers(rows, users);
+  return true;
+}
+
+bool GetNextAlias(const std::string& from, std::string& alias) {
+  alias.clear();
+  return DomainDb().GetText(FormatStatement(kSelectNextAlias, from.c_str()), 0, alias);
+}
+
+bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
+                   std::vector<RECORD::DomainUser>& users) {
+  std::vector<RECORD::DomainUserAlias> wanted;
+  wanted.reserve(aliases.size());
+  for (const std::string& alias : aliases) {
+    wanted.emplace_back(domain_idx, 0, alias, false);
+  }
+  HolderSearch search({domain_idx});
+  return search.AddHolders(wanted) && search.List(users);
+}
+
+bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
+                            std::vector<std::pair<int, unsigned int>>& roles) {
+  return DomainDb().Append<Columns<Int, Uid>>(
+      FormatSql(kSelectRolesOfGroups, BASE::Join(uids, ",").c_str()), roles);
+}
+
+bool ListMembersOfGroup(const std::string& group_name, std::vector<unsigned int>& uids) {
+  return DomainDb().Append<Columns<Uid>>(
+      FormatStatement(kSelectMembers, group_name.c_str(), group_name.c_str()), uids);
+}
+
+HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)
+    : domain_idxs_(domain_idxs), takes_all_(!CanLookUp()) {}
+
+// Whether reading everything costs less than looking up what is asked for, `asked` more included.
+bool HolderSearch::_TakesAll(size_t asked) {
+  asked_ += asked;
+  if (!takes_all_ && asked_ > kFew) {
+    std::string last;
+    int rows = 0;
+    takes_all_ = !DomainDb().GetText(kSelectLastAlias, 0, last) ||
+                 (BASE::ConvertToInt(last, rows) &&
+                  asked_ * kRowsPerLookUp > static_cast<size_t>(std::max(rows, 0)));
+  }
+  return takes_all_;
+}
+
+void HolderSearch::_Gather(int domain_idx, unsigned int uid) {
+  if (users_.emplace(domain_idx, uid).second) {
+    unconnected_.emplace(domain_idx, uid);
+  }
+}
+
+bool HolderSearch::AddUsers(const std::vector<std::pair<int, unsigned int>>& users) {
+  for (const auto& [domain_idx, uid] : users) {
+    _Gather(domain_idx, uid);
+  }
+  _TakesAll(users.size());
+  return true;
+}
+
+bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& aliases) {
+  std::vector<std::string> unknown;
+  bool has_empty = false;
+  for (const std::string& alias : aliases) {
+    if (known_aliases_.insert(FoldedKey(domain_idx, alias)).second) {
+      unknown.push_back(alias);
+      has_empty = has_empty || alias.empty();
+    }
+  }
+  if (unknown.empty() || _TakesAll(unknown.size())) {
+    return true;
+  }
+  const auto gather = [&](unsigned int uid) { _Gather(domain_idx, uid); };
+  const std::vector<std::string> lists = ValueLists(unknown);
+  const bool is_read = std::all_of(lists.begin(), lists.end(), [&](const std::string& list) {
+    return DomainDb().Query<Columns<Uid>>(FormatSql(kSelectHolders, list.c_str(), domain_idx),
+                                          gather);
+  });
+  // What reads as the empty text.
+  return is_read && (!has_empty || DomainDb().Query<Columns<Uid>>(
+                                       FormatStatement(kSelectWithoutAlias, domain_idx), gather));
+}
+
+bool HolderSearch::AddHolders(const std::vector<RECORD::DomainUserAlias>& aliases) {
+  std::map<int, std::vector<std::string>> by_domain;
+  for (const RECORD::DomainUserAlias& alias : aliases) {
+    by_domain[alias.GetDomainIdx()].push_back(alias.GetAccountAlias());
+  }
+  return std::all_of(by_domain.begin(), by_domain.end(), [this](const auto& domain) {
+    return takes_all_ || _AddHolders(domain.first, domain.second);
+  });
+}
+
+bool HolderSearch::AddNamed(const std::vector<RECORD::DomainUserAlias>& aliases) {
+  std::map<int, std::vector<std::string>> by_domain;
+  for (const RECORD::DomainUserAlias& alias : aliases) {
+    by_domain[alias.GetDomainIdx()].push_back(alias.GetAccountAlias());
+  }
+  for (const auto& [domain_idx, names] : by_domain) {
+    std::vector<RECORD::User> users;
+    if (_TakesAll(names.size())) {
+      return true;
+    }
+    if (!ListNamed(names, users)) {
+      return false;
+    }
+    for (const RECORD::User& user : users) {
+      _Gather(domain_idx, user.GetUID());
+    }
+  }
+  return true;
+}
+
+bool HolderSearch::AddFlagged() {
+  return takes_all_ ||
+         std::all_of(domain_idxs_.begin(), domain_idxs_.end(), [this](int domain_idx) {
+           return DomainDb().Query<Columns<Uid>>(
+               FormatStatement(kSelectFlagged, domain_idx),
+               [this, domain_idx](unsigned int uid) { _Gather(domain_idx, uid); });
+         });
+}
+
+bool HolderSearch::AddConnected() {
+  while (!unconnected_.empty() && !takes_all_) {
+    std::map<int, std::vector<unsigned int>> by_domain;
+    for (const auto& [domain_idx, uid] : unconnected_) {
+      by_domain[domain_idx].push_back(uid);
+    }
+    unconnected_.clear();
+    for (const auto& [domain_idx, uids] : by_domain) {
+      std::vector<std::string> aliases;
+      if (!DomainDb().Append<Columns<Text>>(
+              FormatSql(kSelectAliases, domain_idx, BASE::Join(uids, ",").c_str()), aliases) ||
+          !_AddHolders(domain_idx, aliases)) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+bool HolderSearch::List(std::vector<RECORD::DomainUser>& users) {
+  if (takes_all_) {
+    return domain_idxs_.empty() || DomainUser().ListHolders(domain_idxs_, users);
+  }
+  std::set<unsigned int> uids;
+  for (const auto& user : users_) {
+    uids.insert(user.second);
+  }
+  if (uids.empty()) {
+    return true;
+  }
+  DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs(domain_idxs_);
+  std::vector<RECORD::DomainUser> alias_rows;
+  const auto keep = [&](int domain_idx, unsigned int uid, auto&&... texts) {
+    if (users_.count({domain_idx, uid}) != 0) {
+      alias_rows.push_back(RowUser(domain_idx, uid, std::move(texts)...));
+    }
+  };
+  if (!DomainDb().Query<UserColumns>(
+          filter.ComposeDomainUserListQueryCmd({uids.begin(), uids.end()}), keep)) {
+    return false;
+  }
+  _MergeDomainUsers(alias_rows, users);
+  return true;
+}
+
+}  // namespace MDOMAIN::DB::INTERNAL

@@ -1,0 +1,92 @@
+// Few users in a company of any size: what decides about them is looked up by the indexes of this
+// library, where other operations read a whole domain or the whole mirror.
+//
+// Where the connection has no such indexes, or too much is asked for, everything is read as it is
+// elsewhere: what is found is the same.
+#ifndef LIB_DOMAIN_DB_LOOK_UP_H
+#define LIB_DOMAIN_DB_LOOK_UP_H
+
+#include <set>
+#include <string>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "lib-domain/record/domain_user.h"
+#include "lib-domain/record/domain_user_alias.h"
+#include "lib-domain/record/group.h"
+#include "lib-domain/record/user.h"
+#include "platform/include/export.h"
+
+namespace MDOMAIN::DB::INTERNAL {
+
+// Adds, by id, the mirrored users or groups whose full or short account name is one of the names,
+// ASCII case ignored, and maybe others. False with a log line when the mirror cannot be read.
+MDOMAIN_EXPORT bool ListNamed(const std::vector<std::string>& names,
+                              std::vector<RECORD::User>& users);
+MDOMAIN_EXPORT bool ListNamed(const std::vector<std::string>& names,
+                              std::vector<RECORD::Group>& groups);
+
+// The user of the domain as API::DomainUser::ListWithExtraInfo gives it, added to `users`; nobody
+// for somebody without a role there. False with a log line when the database cannot be read.
+MDOMAIN_EXPORT bool AddDomainUser(int domain_idx, unsigned int uid,
+                                  std::vector<RECORD::DomainUser>& users);
+
+// Whether the connection has the indexes. Without them what follows reads much for each answer.
+MDOMAIN_EXPORT bool CanLookUp();
+// The first alias of any domain that is `from` or stands behind it, in the order of its bytes with
+// small ASCII letters for big ones. Empty when there is none. False with a log line when it cannot
+// be read.
+MDOMAIN_EXPORT bool GetNextAlias(const std::string& from, std::string& alias);
+// Adds whoever has one of the aliases in the domain, ASCII case ignored, as
+// DomainUser::ListHolders does.
+MDOMAIN_EXPORT bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
+                                  std::vector<RECORD::DomainUser>& users);
+
+// Adds the roles of these users, in all domains, that were given when the account was added
+// automatically and that a group gives as well, as (domain, uid).
+bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
+                            std::vector<std::pair<int, unsigned int>>& roles);
+
+// Adds the uids of the members of the groups of this full name.
+bool ListMembersOfGroup(const std::string& group_name, std::vector<unsigned int>& uids);
+
+// Gathers users of domains. Each step is false with a log line when it cannot be read.
+class HolderSearch {
+ public:
+  // All steps are about these domains.
+  explicit HolderSearch(const std::vector<int>& domain_idxs);
+
+  bool AddUsers(const std::vector<std::pair<int, unsigned int>>& users);
+  // Whoever has one of the aliases in its domain, ASCII case ignored; whose they are said to be
+  // does not matter.
+  bool AddHolders(const std::vector<RECORD::DomainUserAlias>& aliases);
+  // Whoever has one of the aliases for a short account name.
+  bool AddNamed(const std::vector<RECORD::DomainUserAlias>& aliases);
+  // Whoever has a flagged alias.
+  bool AddFlagged();
+  // Whoever has an alias of somebody gathered so far, and so on.
+  bool AddConnected();
+
+  // Adds those who were gathered, or everybody of the domains, as DomainUser::ListHolders does and
+  // in its order.
+  bool List(std::vector<RECORD::DomainUser>& users);
+
+ private:
+  using Users = std::set<std::pair<int, unsigned int>>;
+
+  bool _AddHolders(int domain_idx, const std::vector<std::string>& aliases);
+  void _Gather(int domain_idx, unsigned int uid);
+  bool _TakesAll(size_t asked);
+
+  std::vector<int> domain_idxs_;
+  bool takes_all_;
+  size_t asked_ = 0;
+  Users users_;
+  Users unconnected_;  // those whose aliases were not looked at
+  std::unordered_set<std::string> known_aliases_;
+};
+
+}  // namespace MDOMAIN::DB::INTERNAL
+
+#endif  // LIB_DOMAIN_DB_LOOK_UP_H
