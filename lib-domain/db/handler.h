@@ -42,7 +42,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // indexes of this library where it lacks them; when that fails the file serves without.
   int ConnectAndUpgrade();
   // Opens the file anew when another one has taken its place, as a pull does: from now on it is
-  // read. Nothing happens while a BatchScope lives, which must not lose its transaction, or where
+  // read. Nothing happens while a BatchScope or a ReadScope lives, which needs its file, or where
   // there is no file now. True; false with the reason logged when the other one cannot be opened:
   // then the handler is disconnected, and the next call tries again. Stores call it before each
   // statement or batch.
@@ -62,6 +62,8 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
                   const std::function<bool(const korvmailserver::Statement& row)>& use);
 
  private:
+  friend class ReadScope;
+
   int _InitPragma();
   int _GetNowVersion();
   bool _IsOfAnother();
@@ -71,6 +73,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   void _PrepareFastRoads();
 
   bool has_own_views_ = false;
+  bool is_pinned_ = false;  // by a ReadScope
 
   static DomainDBHandler* _singleDomainDBHandler;
 };

@@ -21,7 +21,8 @@ constexpr const char* kSelectByName =
     "SELECT * FROM user_table WHERE user_name='%q' COLLATE NOCASE";
 constexpr const char* kSelectUser = "SELECT * FROM user_table WHERE uid='%u'";
 constexpr const char* kSelectUsers = "SELECT * FROM user_table WHERE uid IN (%q)";
-constexpr const char* kSelectGroups = "SELECT * FROM group_to_user_table WHERE uid='%u' ORDER BY rowid";
+constexpr const char* kSelectGroups =
+    "SELECT * FROM group_to_user_table WHERE uid='%u' ORDER BY rowid";
 constexpr const char* kExists = "SELECT EXISTS (SELECT 1 FROM user_table WHERE uid='%u' LIMIT 1)";
 constexpr const char* kInsert =
     "INSERT OR IGNORE INTO  user_table (uid, user_name) VALUES ('%u', '%q');";
@@ -92,6 +93,13 @@ bool User::IsExists(const RECORD::User& user) {
 
 bool User::List(const UserDBFilter& filter, std::vector<RECORD::User>& users) {
   return _DomainDb().IsOpen() && _DomainDb().Append<UserColumns>(ComposeQueryCmd(filter), users);
+}
+
+bool User::ForEach(const UserDBFilter& filter, const UserVisitor& use) {
+  return _DomainDb().IsOpen() &&
+         _DomainDb().Query<UserColumns>(
+             ComposeQueryCmd(filter),
+             [&use](unsigned int uid, const std::string& name) { use(RECORD::User(uid, name)); });
 }
 
 }  // namespace MDOMAIN::DB
