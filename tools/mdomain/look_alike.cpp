@@ -42,13 +42,13 @@ std::set<std::string> Skeletons(const std::string& alias) {
 LookAlikes::LookAlikes(int domain_idx) {
   MDOMAIN::DB::DomainDBFilter filter;
   filter.SetLimit(-1);
-  for (const auto& user : ListDomainUsers(domain_idx, filter)) {
+  ForEachDomainUser(domain_idx, filter, [this](const auto& user) {
     for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
       for (const std::string& skeleton : Skeletons(alias)) {
         holders_.emplace(skeleton, Holder{user.GetUID(), user.GetUserName(), alias});
       }
     }
-  }
+  });
 }
 
 void LookAlikes::Warn(Json::Value& user) const {
