@@ -3,6 +3,7 @@
 #include "lib-domain/control/domain_group.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
@@ -115,16 +116,15 @@ bool DomainGroup::ListMembers(const int& domain_idx, const unsigned int& gid,
     return false;
   }
   std::vector<unsigned int> domain_uids;
-  if (!DB::DomainUser().List(domain_idx, domain_uids)) {
+  if (!DB::DomainUser().List(domain_idx, group_uids, domain_uids)) {
     LOG_ERROR("Failed to List member uids, domain_id [%d]", domain_idx);
     return false;
   }
-  const std::unordered_set<unsigned int> in_domain(domain_uids.begin(), domain_uids.end());
-  for (unsigned int uid : group_uids) {
-    if (in_domain.count(uid) != 0) {
-      uids.push_back(uid);
-    }
-  }
+  std::sort(domain_uids.begin(), domain_uids.end());
+  std::copy_if(group_uids.begin(), group_uids.end(), std::back_inserter(uids),
+               [&domain_uids](unsigned int uid) {
+                 return std::binary_search(domain_uids.begin(), domain_uids.end(), uid);
+               });
   return true;
 }
 

@@ -32,6 +32,10 @@ bool DomainUser::ListWithExtraInfo(DB::DomainDBFilter& filter,
   return store_.ListDomainUsers(filter, users, true);
 }
 
+bool DomainUser::ForEach(DB::DomainDBFilter& filter, const DB::DomainUser::UserVisitor& use) {
+  return store_.ForEachDomainUser(filter, use);
+}
+
 bool DomainUser::List(const int& domain_idx, std::list<std::string>& user_names) {
   return store_.List(domain_idx, user_names);
 }

@@ -35,9 +35,10 @@ namespace MDOMAIN::CONTROL {
 class MDOMAIN_EXPORT DomainUser {
  public:
   // These forward to the store. Only users who hold a role are listed; the filter's offset and
-  // limit count users, not aliases. ListWithExtraInfo also tells who has no direct role.
+  // limit count users, not aliases. ListWithExtraInfo and ForEach also tell who has no direct role.
   bool List(DB::DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users);
   bool ListWithExtraInfo(DB::DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users);
+  bool ForEach(DB::DomainDBFilter& filter, const DB::DomainUser::UserVisitor& use);
   bool List(const int& domain_idx, std::list<std::string>& user_names);
   bool List(const int& domain_idx, std::vector<unsigned int>& uids);
   bool GetDomainUsersCount(DB::DomainDBFilter& filter, int& count);

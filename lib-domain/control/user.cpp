@@ -7,6 +7,15 @@ bool User::List(const DB::UserDBFilter& filter, std::vector<RECORD::User>& users
   return store_.List(filter, users);
 }
 
+bool User::ForEach(const DB::UserDBFilter& filter, const DB::User::UserVisitor& use) {
+  return store_.ForEach(filter, use);
+}
+
+bool User::GetNames(const std::vector<unsigned int>& uids,
+                    std::unordered_map<unsigned int, std::string>& names) {
+  return store_.GetNames(uids, names);
+}
+
 bool User::Create(const std::vector<RECORD::User>& users) {
   return store_.Create(users);
 }

@@ -2,6 +2,8 @@
 #ifndef LIB_DOMAIN_CONTROL_USER_H
 #define LIB_DOMAIN_CONTROL_USER_H
 
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
@@ -15,6 +17,11 @@ class MDOMAIN_EXPORT User {
  public:
   // Appends the mirrored users that the filter lets through.
   bool List(const DB::UserDBFilter& filter, std::vector<RECORD::User>& users);
+  // Calls `use` for each of them, one after the other; it must not change the database.
+  bool ForEach(const DB::UserDBFilter& filter, const DB::User::UserVisitor& use);
+  // The names of many users with one read; uids that are not mirrored are not in the map.
+  bool GetNames(const std::vector<unsigned int>& uids,
+                std::unordered_map<unsigned int, std::string>& names);
   // Adds users; one whose uid is mirrored already keeps its old name. Invalid records are skipped.
   bool Create(const std::vector<RECORD::User>& users);
   // Renames mirrored users; unknown uids and invalid records are skipped.

@@ -107,6 +107,19 @@ class Database {
         sql, RowColumns::kCount,
         [&use, here](const Cells& row) { return RowColumns::Read(row, use, here); }, here);
   }
+  // Query, until `use` answers false, which is no failure.
+  template <typename RowColumns, typename Use>
+  bool QueryUntil(const std::string& sql, const Use& use,
+                  SourceHere here = SourceHere::Now()) const {
+    bool is_enough = false;
+    const auto use_row = [&](const Cells& row) {
+      const auto keep = [&](auto&&... values) {
+        is_enough = !use(std::forward<decltype(values)>(values)...);
+      };
+      return RowColumns::Read(row, keep, here) && !is_enough;
+    };
+    return Select(sql, RowColumns::kCount, use_row, here) || is_enough;
+  }
   // Query, a record at the end of `records` for each row, made of the columns' values.
   template <typename RowColumns, typename Record>
   bool Append(const std::string& sql, std::vector<Record>& records,

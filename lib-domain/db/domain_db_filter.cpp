@@ -127,4 +127,30 @@ std::string DomainDBFilter::ComposeDistinctUIDQueryCmd() {
   return sql + _GetOrder() + _GetPage() + ";";
 }
 
+std::string DomainDBFilter::ComposeUIDsInFrontCmd() const {
+  return _ComposeFirstRows(" AND is_duplicated > 0", "is_duplicated > 0");
+}
+
+std::string DomainDBFilter::ComposeUIDsBehindCmd() const {
+  return _ComposeFirstRows("", "is_duplicated < 0 OR is_duplicated IS NULL");
+}
+
+// min() makes the other columns those of the first row.
+std::string DomainDBFilter::_ComposeFirstRows(const char* among, const char* wanted) const {
+  const std::string domain = _GetDomainIdxCondition();
+  return "SELECT uid FROM (SELECT uid, is_duplicated, min(alias_row) FROM " +
+         std::string(kUserWithRoleView) + " WHERE " + domain +
+         " AND uid IN (SELECT uid FROM domain_user_alias_table WHERE " + domain + among + ")" +
+         (query_.empty() ? "" : " AND (" + _GetQueryCondition() + ")") + " GROUP BY uid) WHERE " +
+         wanted + " ORDER BY is_duplicated DESC, uid;";
+}
+
+std::string DomainDBFilter::ComposeUIDWalkCmd() const {
+  return "SELECT uid, CASE WHEN is_duplicated > 0 THEN 1 WHEN is_duplicated = 0 THEN 0 ELSE 2 END "
+         "FROM " +
+         std::string(kUserWithRoleView) + " WHERE " + _GetDomainIdxCondition() +
+         (query_.empty() ? "" : " AND (" + _GetQueryCondition() + ")") +
+         " ORDER BY uid, alias_row;";
+}
+
 }  // namespace MDOMAIN::DB

@@ -41,6 +41,20 @@ class MDOMAIN_EXPORT DomainDBFilter {
   // Whether its statement of uids asks for the role itself, not only for whether there is one.
   bool SortsByRole() const;
 
+  // Whether it is for the users of one domain in no order but that of the flags: then the three
+  // statements below give what ComposeDistinctUIDQueryCmd gives, before its page is cut out.
+  bool IsForOneDomainUnsorted() const { return domain_idxs_.size() == 1 && sort_by_.empty(); }
+  // The uids that stand in front: those whose first matching alias is flagged.
+  std::string ComposeUIDsInFrontCmd() const;
+  // The first column of all others is a uid, ascending, the second of its rows whether the row is
+  // in front (1), behind (2) or between (0). A uid's first row decides.
+  std::string ComposeUIDWalkCmd() const;
+  // The uids that stand behind: those whose first matching alias has no valid flag.
+  std::string ComposeUIDsBehindCmd() const;
+  int GetOffset() const { return offset_; }
+  int GetLimit() const { return limit_; }
+  const std::vector<int>& GetDomainIdxs() const { return domain_idxs_; }
+
   // The matching rows, or with a "count..." select list their number. Of users only those with a
   // role in the domain.
   std::string ComposeQueryCmd();
@@ -57,6 +71,7 @@ class MDOMAIN_EXPORT DomainDBFilter {
   std::string _GetQueryCmdByTableName(const char* escaped_query) const;
   std::string _GetDomainIdxCondition() const;
   std::string _GetQueryCondition() const;
+  std::string _ComposeFirstRows(const char* among, const char* wanted) const;
   std::string _GetOrder() const;
   std::string _GetPage() const;
 

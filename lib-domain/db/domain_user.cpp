@@ -37,6 +37,8 @@ constexpr const char* kExists =
     "NOCASE LIMIT 1)";
 constexpr const char* kSelectUsersOfDomains =
     "SELECT DISTINCT domain_idx, uid FROM %s WHERE role IS NOT NULL AND domain_idx IN (%s)";
+constexpr const char* kSelectUsersAmong =
+    "SELECT DISTINCT uid FROM domain_user_with_role_view WHERE domain_idx = %d AND uid IN (%s)";
 constexpr const char* kSelectUsersWithoutRole =
     "SELECT domain_user_alias_table.domain_idx AS domain_idx, domain_user_alias_table.uid AS uid "
     "FROM domain_user_alias_table INNER JOIN domain_user_view WHERE "
@@ -45,6 +47,10 @@ constexpr const char* kSelectUsersWithoutRole =
 constexpr const char* kSelectFromWithoutRole =
     "SELECT domain_idx, uid FROM domain_user_without_role_view";
 
+constexpr const char* kSelectAliasesOfDomains =
+    "SELECT domain_idx, user_name, account_alias, CASE WHEN role IS NULL THEN 2 WHEN is_duplicated "
+    "= 0 THEN 0 WHEN is_duplicated = 1 THEN 1 ELSE 2 END FROM domain_user_view WHERE domain_idx IN "
+    "(%s) ORDER BY domain_idx, uid";
 constexpr const char* kSelectOfUsers =
     "SELECT * FROM domain_user_view WHERE uid IN (%q) ORDER BY uid, domain_idx";
 // The alias follows, then kNoCase.
@@ -66,6 +72,13 @@ constexpr const char* kSelectAllAliases =
 constexpr const char* kSelectDuplicated =
     "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM domain_user_alias_table WHERE "
     "is_duplicated = 1 AND domain_idx = %d";
+// "> 0" is what makes the index of flagged aliases fit. The limit keeps the order of the inner
+// statement, in which the other one finds the rows.
+constexpr const char* kSelectDuplicatedByIndex =
+    "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM (SELECT account_alias FROM "
+    "domain_user_alias_table WHERE is_duplicated = 1 AND is_duplicated > 0 AND domain_idx = %d "
+    "ORDER BY uid, rowid LIMIT -1)";
+
 constexpr const char* kInsertAlias =
     "INSERT INTO  domain_user_alias_table (domain_idx, uid, account_alias, is_duplicated) VALUES "
     "('%d', '%u', '%q', '%d');";
@@ -158,6 +171,9 @@ bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
 bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
   DomainDBFilter own = filter;
   own.SetTableName(filter.SortsByRole() ? kView : UserView(handler_));
+  if (HasOwnViews(handler_) && own.IsForOneDomainUnsorted()) {
+    return _WalkUIDs(own, uids);
+  }
   return _DomainDb().Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
 }
 
@@ -173,12 +189,15 @@ bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::Dom
     LOG_ERROR("Failed to _GetDistinctUIDs");
     return false;
   }
-  if (uids.empty()) {
-    return true;
-  }
+  return uids.empty() || _AppendUsers(own, uids, with_group_control, users);
+}
+
+// The users with all their aliases in the filter's domains.
+bool DomainUser::_AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
+                              bool with_group_control, std::vector<RECORD::DomainUser>& users) {
   std::vector<RECORD::DomainUser> alias_rows;
   alias_rows.reserve(uids.size());
-  if (!_AppendAliasRows(own.ComposeDomainUserListQueryCmd(uids), alias_rows)) {
+  if (!_AppendAliasRows(filter.ComposeDomainUserListQueryCmd(uids), alias_rows)) {
     return false;
   }
   if (with_group_control && !_CheckUnderControl(alias_rows)) {
@@ -236,6 +255,18 @@ bool DomainUser::List(const int& domain_idx, std::vector<unsigned int>& uids) {
   return GetDistinctUIDs(filter, uids);
 }
 
+bool DomainUser::List(const int& domain_idx, const std::vector<unsigned int>& among,
+                      std::vector<unsigned int>& uids) {
+  if (!HasOwnViews(handler_)) {
+    return List(domain_idx, uids);  // whose view would be worked out for each piece
+  }
+  const std::vector<std::string> pieces = JoinIdsInPieces(among);
+  return std::all_of(pieces.begin(), pieces.end(), [&](const std::string& piece) {
+    return _DomainDb().Append<Columns<Uid>>(
+        FormatStatement(kSelectUsersAmong, domain_idx, piece.c_str()), uids);
+  });
+}
+
 bool DomainUser::List(const std::vector<int>& domain_idxs,
                       std::map<int, std::unordered_set<unsigned int>>& uids_by_domain) {
   return _DomainDb().Query<DomainAndUser>(
@@ -274,6 +305,15 @@ bool DomainUser::ListDomainUsersAliases(const std::vector<int>& domain_idxs,
     }
   }
   return true;
+}
+
+bool DomainUser::ForEachAlias(const std::vector<int>& domain_idxs, const AliasVisitor& use) {
+  return _DomainDb().QueryUntil<Columns<Int, Text, Text, Int>>(
+      FormatSql(kSelectAliasesOfDomains, BASE::Join(domain_idxs, ",").c_str()),
+      [&use](int domain_idx, std::string&& user_name, std::string&& alias, int flag) {
+        return use(domain_idx, std::move(user_name), std::move(alias),
+                   static_cast<AliasFlag>(flag));
+      });
 }
 
 bool DomainUser::GetAliasUsers(const int& domain_idx, const std::string& alias,
@@ -341,7 +381,10 @@ bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& u
 }
 
 bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails) {
-  return _DomainDb().Append<Columns<Text>>(FormatStatement(kSelectDuplicated, domain_idx), emails);
+  return _DomainDb().Append<Columns<Text>>(
+      FormatStatement(HasOwnViews(handler_) ? kSelectDuplicatedByIndex : kSelectDuplicated,
+                      domain_idx),
+      emails);
 }
 
 bool DomainUser::GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids) {

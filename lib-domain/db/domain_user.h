@@ -12,6 +12,7 @@
 #ifndef LIB_DOMAIN_DB_DOMAIN_USER_H
 #define LIB_DOMAIN_DB_DOMAIN_USER_H
 
+#include <functional>
 #include <list>
 #include <map>
 #include <string>
@@ -54,11 +55,20 @@ class MDOMAIN_EXPORT DomainUser {
   // has no own role. A filter without domains fails unless it matches nobody.
   bool ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,
                        const bool& with_group_control);
+  // ListDomainUsers with group control, in the same order, but for a listing of any length: calls
+  // `use` for one user after the other, all of one moment, which must not change the database, and
+  // keeps little of them. Before a failure some were handed out.
+  using UserVisitor = std::function<void(RECORD::DomainUser& user)>;
+  bool ForEachDomainUser(DomainDBFilter& filter, const UserVisitor& use);
   // Appends all users of the domain that have a role: uids, records, account names; the records as
   // ListDomainUsers gives them without group control.
   bool List(const int& domain_idx, std::vector<unsigned int>& uids);
   bool List(const int& domain_idx, std::vector<RECORD::DomainUser>& users);
   bool List(const int& domain_idx, std::list<std::string>& user_names);
+  // The uids of those of `among` who have a role in the domain, in no order; others with a
+  // role may be there, too.
+  bool List(const int& domain_idx, const std::vector<unsigned int>& among,
+            std::vector<unsigned int>& uids);
   // The uids of several domains with one read: the view works out the roles of all domains each
   // time. Domains without users are not in the map.
   bool List(const std::vector<int>& domain_idxs,
@@ -66,6 +76,12 @@ class MDOMAIN_EXPORT DomainUser {
   // Appends the aliases of all users with a role in the domains, user by user.
   bool ListDomainUsersAliases(const std::vector<int>& domain_idxs,
                               std::vector<RECORD::DomainUserAlias>& aliases);
+  // Calls `use` for each alias of the domains, by domain, uid and stored order, until it answers
+  // false; it must not change the database. Before a failure some were handed out.
+  enum class AliasFlag { kPlain, kFlagged, kOther };  // 0; 1; another, or of a user without a role
+  using AliasVisitor = std::function<bool(int domain_idx, std::string&& user_name,
+                                          std::string&& alias, AliasFlag flag)>;
+  bool ForEachAlias(const std::vector<int>& domain_idxs, const AliasVisitor& use);
   // Adds everybody who has an alias in the domains, those without a role (the empty text) included,
   // as ListDomainUsers gives them without group control. No domain: fails.
   bool ListHolders(const std::vector<int>& domain_idxs, std::vector<RECORD::DomainUser>& users);
@@ -135,6 +151,10 @@ class MDOMAIN_EXPORT DomainUser {
 
  private:
   bool _AppendAliasRows(const std::string& sql, std::vector<RECORD::DomainUser>& alias_rows);
+  bool _AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
+                    bool with_group_control, std::vector<RECORD::DomainUser>& users);
+  bool _WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
+  bool _OrderByFlags(int domain_idx, std::vector<unsigned int>& uids);
   bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);
 
   INTERNAL::Database _DomainDb() const;

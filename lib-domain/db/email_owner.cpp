@@ -1,6 +1,8 @@
 // The registry's schema and statements.
 #include "lib-domain/db/email_owner.h"
 
+#include <algorithm>
+
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/database.h"
@@ -8,7 +10,6 @@
 
 namespace MDOMAIN::DB {
 
-using korvmailserver::FormatSql;
 using korvmailserver::Statement;
 
 namespace {
@@ -28,10 +29,9 @@ constexpr const char* kIndexes[] = {
 };
 
 constexpr const char* kInsertLocalPart =
-    "INSERT OR IGNORE INTO local_part (local_part, domain_idx, user_name) VALUES ('%q', '%d', "
-    "'%q');";
+    "INSERT OR IGNORE INTO local_part (local_part, domain_idx, user_name) VALUES (?1, ?2, ?3)";
 constexpr const char* kInsertDomainPart =
-    "INSERT OR IGNORE INTO domain_part (domain_name, domain_idx) VALUES ('%q', '%d');";
+    "INSERT OR IGNORE INTO domain_part (domain_name, domain_idx) VALUES (?1, ?2)";
 constexpr const char* kSelectOwner =
     "SELECT user_name FROM local_part WHERE local_part = ?1 COLLATE NOCASE AND domain_idx = "
     "(SELECT domain_idx FROM domain_part WHERE domain_name = ?2 COLLATE NOCASE LIMIT 1)";
@@ -40,37 +40,47 @@ bool HoldsZeroByte(const std::string& text) {
   return text.find('\0') != std::string::npos;
 }
 
-// The insert of a row; empty when a text holds a zero byte or there is no memory.
-std::string FormatInsert(const RECORD::LocalPart& part) {
-  const std::string local_part = part.GetLocalPart();
-  const std::string user_name = part.GetUserName();
-  if (HoldsZeroByte(local_part) || HoldsZeroByte(user_name)) {
-    return "";
-  }
-  return FormatSql(kInsertLocalPart, local_part.c_str(), part.GetDomainIdx(), user_name.c_str());
+bool HoldsZeroByte(const RECORD::LocalPart& part) {
+  return HoldsZeroByte(part.GetLocalPart()) || HoldsZeroByte(part.GetUserName());
 }
 
-std::string FormatInsert(const RECORD::DomainPart& part) {
-  const std::string domain_name = part.GetDomainName();
-  if (HoldsZeroByte(domain_name)) {
-    return "";
-  }
-  return FormatSql(kInsertDomainPart, domain_name.c_str(), part.GetDomainIdx());
+bool HoldsZeroByte(const RECORD::DomainPart& part) {
+  return HoldsZeroByte(part.GetDomainName());
+}
+
+void Bind(Statement& insert, const RECORD::LocalPart& part) {
+  insert.Bind(1, part.GetLocalPart());
+  insert.Bind(2, part.GetDomainIdx());
+  insert.Bind(3, part.GetUserName());
+}
+
+void Bind(Statement& insert, const RECORD::DomainPart& part) {
+  insert.Bind(1, part.GetDomainName());
+  insert.Bind(2, part.GetDomainIdx());
 }
 
 template <typename Part>
-bool Insert(DBHandler& registry, const std::vector<Part>& parts, const char* cannot_format,
-            const char* cannot_insert, INTERNAL::SourceHere here = INTERNAL::SourceHere::Now()) {
-  SQLCmd cmds;
-  cmds.reserve(parts.size());
-  for (const Part& part : parts) {
-    cmds.push_back(FormatInsert(part));
-    if (cmds.back().empty()) {
-      LOG_ERROR_AT(here.file, here.line, "%s", cannot_format);
-      return false;
-    }
+bool Insert(DBHandler& registry, const char* sql, const std::vector<Part>& parts,
+            const char* cannot_format, const char* cannot_insert,
+            INTERNAL::SourceHere here = INTERNAL::SourceHere::Now()) {
+  if (std::any_of(parts.begin(), parts.end(),
+                  [](const Part& part) { return HoldsZeroByte(part); })) {
+    LOG_ERROR_AT(here.file, here.line, "%s", cannot_format);
+    return false;
   }
-  if (registry.exeCmds(cmds, true) != 0) {
+  const auto insert_all = [sql, &parts](sqlite3* db) {
+    Statement insert(db, sql);
+    int result = SQLITE_DONE;
+    for (auto part = parts.begin(); part != parts.end() && result == SQLITE_DONE; ++part) {
+      Bind(insert, *part);
+      result = insert.Step();
+      insert.Reset();
+    }
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+  };
+  const std::vector<SqlStep> steps =
+      parts.empty() ? std::vector<SqlStep>() : std::vector<SqlStep>{{sql, insert_all}};
+  if (registry.exeSteps(steps) != 0) {
     // A warning, as the one error line is fixed and does not say why.
     MDOMAIN_LOG_AT(BASE::kLogWarning, here.file, here.line, "Cannot write to database [%s]: %s",
                    registry.GetPath().c_str(), registry.GetErrText().c_str());
@@ -94,13 +104,13 @@ EmailOwner::~EmailOwner() {
 }
 
 bool EmailOwner::CreateLocalPart(const std::vector<RECORD::LocalPart>& parts) {
-  return _IsOpen() && Insert(*this, parts, "fail to create insert local_part cmd",
+  return _IsOpen() && Insert(*this, kInsertLocalPart, parts, "fail to create insert local_part cmd",
                              "fail to insert local_part table");
 }
 
 bool EmailOwner::CreateDomainPart(const std::vector<RECORD::DomainPart>& parts) {
-  return _IsOpen() &&
-         Insert(*this, parts, "fail to create insert cmd", "fail to insert domain_name table");
+  return _IsOpen() && Insert(*this, kInsertDomainPart, parts, "fail to create insert cmd",
+                             "fail to insert domain_name table");
 }
 
 bool EmailOwner::GetOwner(const std::string& local_part, const std::string& domain_name,

@@ -121,7 +121,7 @@ DomainDBHandler::~DomainDBHandler() {
 bool DomainDBHandler::FollowFile() {
   // An earlier call could not open it. A model that is missing is not made anew here.
   const bool was_lost = db_ == nullptr && postara::sdk::Exist(path_);
-  if (BatchScope::IsAnyOpen() || (!was_lost && !isReplaced())) {
+  if (is_pinned_ || BatchScope::IsAnyOpen() || (!was_lost && !isReplaced())) {
     return db_ != nullptr;
   }
   disconnect();

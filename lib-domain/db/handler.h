@@ -43,7 +43,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // an older version too.
   int ConnectAndUpgrade();
   // Opens the file anew when another one has taken its place, as a pull does: from now on it is
-  // read. Nothing happens while a BatchScope lives, which must not lose its transaction, or where
+  // read. Nothing happens while a BatchScope or a ReadScope lives, which needs its file, or where
   // there is no file now. True; false with the reason logged when the other one cannot be opened:
   // then the handler is disconnected, and the next call tries again. Stores call it before each
   // statement or batch.
@@ -63,6 +63,8 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
                   const std::function<bool(const korvmailserver::Statement& row)>& use);
 
  private:
+  friend class ReadScope;
+
   int _InitPragma();
   int _GetNowVersion();
   bool _IsOfAnother();
@@ -72,6 +74,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   void _PrepareFastRoads();
 
   bool has_own_views_ = false;
+  bool is_pinned_ = false;  // by a ReadScope
 
   static DomainDBHandler* _singleDomainDBHandler;
 };

@@ -18,7 +18,8 @@ SQLCmd OwnIndexStatements();
 // Defines domain_user_view and domain_view for this connection, in front of the file's own views.
 // Their rows are the same, but the role of each user is looked up where the file's views work out
 // those of all users. And domain_user_with_role_view: the rows of domain_user_view whose role is
-// not NULL, but for the role itself, and domain_user_without_role_view: domain and user of the
+// not NULL, but for the role itself, with the row of the alias (alias_row), and
+// domain_user_without_role_view: domain and user of the
 // others, both at less cost. For a file that has all indexes. False with one warning when it fails.
 bool DefineOwnViews(sqlite3* db);
 

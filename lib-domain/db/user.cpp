@@ -95,4 +95,11 @@ bool User::List(const UserDBFilter& filter, std::vector<RECORD::User>& users) {
   return _DomainDb().IsOpen() && _DomainDb().Append<UserColumns>(ComposeQueryCmd(filter), users);
 }
 
+bool User::ForEach(const UserDBFilter& filter, const UserVisitor& use) {
+  return _DomainDb().IsOpen() &&
+         _DomainDb().Query<UserColumns>(
+             ComposeQueryCmd(filter),
+             [&use](unsigned int uid, const std::string& name) { use(RECORD::User(uid, name)); });
+}
+
 }  // namespace MDOMAIN::DB

@@ -7,6 +7,7 @@
 #ifndef LIB_DOMAIN_DB_USER_H
 #define LIB_DOMAIN_DB_USER_H
 
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -47,6 +48,10 @@ class MDOMAIN_EXPORT User {
   bool IsExists(const RECORD::User& user);
   // Appends the matching users.
   bool List(const UserDBFilter& filter, std::vector<RECORD::User>& users);
+  // List, one after the other, for a listing of any length; `use` must not change the database.
+  // Before a failure some were handed out.
+  using UserVisitor = std::function<void(const RECORD::User& user)>;
+  bool ForEach(const UserDBFilter& filter, const UserVisitor& use);
 
  private:
   INTERNAL::Database _DomainDb() const;

@@ -15,7 +15,7 @@ class MDOMAIN_EXPORT DomainPart {
   DomainPart() = default;
   DomainPart(const std::string& domain_name, const int& domain_idx);
 
-  std::string GetDomainName() const { return domain_name_; }
+  const std::string& GetDomainName() const { return domain_name_; }
   void SetDomainName(const std::string& domain_name) { domain_name_ = domain_name; }
   int GetDomainIdx() const { return domain_idx_; }
   void SetDomainIdx(const int& domain_idx) { domain_idx_ = domain_idx; }
@@ -32,11 +32,11 @@ class MDOMAIN_EXPORT LocalPart {
   LocalPart() = default;
   LocalPart(const std::string& local_part, const int& domain_idx, const std::string& user_name);
 
-  std::string GetLocalPart() const { return local_part_; }
+  const std::string& GetLocalPart() const { return local_part_; }
   void SetLocalPart(const std::string& local_part) { local_part_ = local_part; }
   int GetDomainIdx() const { return domain_idx_; }
   void SetDomainIdx(const int& domain_idx) { domain_idx_ = domain_idx; }
-  std::string GetUserName() const { return user_name_; }
+  const std::string& GetUserName() const { return user_name_; }
   void SetUserName(const std::string& user_name) { user_name_ = user_name; }
 
  private:

@@ -2,6 +2,7 @@
 // addresses are a few hundred megabytes for the seconds that this takes.
 #include "lib-domain/sync/owner_registry.h"
 
+#include <algorithm>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
@@ -11,7 +12,9 @@
 #include "lib-domain/control/domain.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/change_counter.h"
+#include "lib-domain/db/domain.h"
 #include "lib-domain/db/email_owner.h"
+#include "lib-domain/db/owner_update.h"
 #include "lib-domain/db/reader.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
@@ -48,12 +51,9 @@ void AddName(const std::string& name, int domain_idx, OwnerRegistryContent& cont
 }
 
 bool CollectDomains(OwnerRegistryContent& content, std::vector<int>& domain_idxs) {
-  CONTROL::Domain control;
-  DB::DomainDBFilter filter;
-  filter.SetLimit(-1);
   std::vector<RECORD::Domain> domains;
   std::map<int, std::vector<std::string>> names;
-  if (!control.List(filter, domains) || !control.ListAllAdditionalDomains(names)) {
+  if (!DB::Domain().ListNames(domains) || !CONTROL::Domain().ListAllAdditionalDomains(names)) {
     return false;
   }
   for (const RECORD::Domain& domain : domains) {
@@ -76,6 +76,58 @@ void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
       }
     }
   }
+}
+
+// In the order of the registry's key, in which a row is quickly added or found again.
+void Sort(std::vector<RECORD::LocalPart>& parts) {
+  std::sort(parts.begin(), parts.end(), [](const auto& a, const auto& b) {
+    const int order = a.GetLocalPart().compare(b.GetLocalPart());
+    return order != 0 ? order < 0 : a.GetDomainIdx() < b.GetDomainIdx();
+  });
+}
+
+enum class Collected { kAll, kUnclear, kFailed };
+
+// With one read, row by row. kUnclear where the listing's own order of users, which is not that of
+// their uids, decides: an address is unflagged twice, a flag is neither 0 nor 1, or somebody has
+// addresses in one of the domains and no role there.
+Collected CollectAliases(const std::vector<int>& domain_idxs, OwnerRegistryContent& content) {
+  using Flag = DB::DomainUser::AliasFlag;
+  std::unordered_set<std::string> seen;
+  std::vector<RECORD::LocalPart> flagged;
+  bool is_clear = true;
+  const auto keep = [&](int domain_idx, std::string&& user_name, std::string&& alias, Flag flag) {
+    is_clear = flag != Flag::kOther &&
+               (flag == Flag::kFlagged || seen.insert(Key(alias, domain_idx)).second);
+    if (is_clear) {
+      (flag == Flag::kFlagged ? flagged : content.local_parts)
+          .emplace_back(alias, domain_idx, user_name);
+    }
+    return is_clear;
+  };
+  if (!DB::DomainUser().ForEachAlias(domain_idxs, keep)) {
+    return Collected::kFailed;
+  }
+  for (RECORD::LocalPart& part : flagged) {
+    if (seen.insert(Key(part.GetLocalPart(), part.GetDomainIdx())).second) {
+      content.local_parts.push_back(std::move(part));
+    }
+  }
+  return is_clear ? Collected::kAll : Collected::kUnclear;
+}
+
+bool CollectInListedOrder(const std::vector<int>& domain_idxs, OwnerRegistryContent& content) {
+  DB::DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs(domain_idxs);
+  filter.SetLimit(-1);
+  std::vector<RECORD::DomainUser> users;
+  if (!CONTROL::DomainUser().List(filter, users)) {
+    return false;
+  }
+  std::unordered_set<std::string> seen;
+  AddAliases(users, false, seen, content);
+  AddAliases(users, true, seen, content);
+  return true;
 }
 
 bool MakeFolderOf(const std::string& path) {
@@ -159,21 +211,23 @@ bool CollectOwners(OwnerRegistryContent& content) {
   if (domain_idxs.empty()) {
     return true;
   }
-  DB::DomainDBFilter filter("domain_user_view");
-  filter.SetDomainIdxs(domain_idxs);
-  filter.SetLimit(-1);
-  std::vector<RECORD::DomainUser> users;
-  if (!CONTROL::DomainUser().List(filter, users)) {
+  Collected collected = CollectAliases(domain_idxs, content);
+  if (collected == Collected::kUnclear) {
+    content.local_parts.clear();
+    collected = CollectInListedOrder(domain_idxs, content) ? Collected::kAll : Collected::kFailed;
+  }
+  if (collected == Collected::kFailed) {
     LOG_ERROR("Failed to List all domain users");
     return false;
   }
-  std::unordered_set<std::string> seen;
-  AddAliases(users, false, seen, content);
-  AddAliases(users, true, seen, content);
+  Sort(content.local_parts);
   return true;
 }
 
 bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& content) {
+  if (DB::INTERNAL::UpdateOwners(path, content.domains, content.local_parts, content.built_from)) {
+    return true;
+  }
   NewFile fresh(path);
   if (!MakeFile(path, fresh)) {
     return false;

@@ -26,10 +26,11 @@ struct OwnerRegistryContent {
 // with one log line when the domain database cannot be read.
 MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 
-// Writes `content` as one transaction into a new file and renames it over `path`, so that a reader
-// sees the old or the new registry, whole, also when several programs do so at once: the last one
-// counts. Waits up to 10 seconds for a writer of the old one. The file remembers `built_from` in
-// its user_version. False with one log line, and the old file untouched.
+// Makes `content` the registry at `path`, so that a reader sees the old or the new one, whole, also
+// when several programs do so at once: the last one counts. Where little differs that is written
+// as one transaction, and nothing where nothing does; else a new file is renamed over the old one.
+// Waits up to 10 seconds for a writer of the old one. The file remembers `built_from` in its
+// user_version. False with one log line, and the old file untouched.
 MDOMAIN_EXPORT bool ReplaceOwnerRegistry(const std::string& path,
                                          const OwnerRegistryContent& content);
 

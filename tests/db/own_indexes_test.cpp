@@ -2,11 +2,15 @@
 // file's own views, on models that nobody would make on purpose.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <map>
+
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/statement.h"
 #include "lib-domain/db/user.h"
+#include "lib-domain/sync/owner_registry.h"
 #include "platform/include/sqlite.h"
 #include "tests/support/domain_db.h"
 #include "tests/support/random_model.h"
@@ -30,6 +34,27 @@ class OwnIndexes : public test::DomainDbTest, protected test::ModelMaker {
     DomainDBHandler* handler = DomainDBHandler::GetDomainDBHandler();
     EXPECT_NE(handler, nullptr);
     return *handler;
+  }
+
+  // The users that the filter selects, one after the other or all at once.
+  static StringList Listed(MDOMAIN::DB::DomainUser& store, DomainDBFilter filter, bool one_by_one) {
+    StringList texts;
+    const auto append = [&texts](const RECORD::DomainUser& user) {
+      texts.push_back(std::to_string(user.GetDomainIdx()) + " " + std::to_string(user.GetUID()) +
+                      " " + user.GetUserName() + " " + user.GetRole() +
+                      (user.IsUnderGroupControl() ? " by group" : ""));
+      for (const auto& [alias, flagged] : user.GetAliasDuplicatedPairs()) {
+        texts.back() += " " + alias + (flagged ? "!" : "");
+      }
+    };
+    if (one_by_one) {
+      EXPECT_TRUE(store.ForEachDomainUser(filter, append));
+      return texts;
+    }
+    std::vector<RECORD::DomainUser> users;
+    EXPECT_TRUE(store.ListDomainUsers(filter, users, true));
+    std::for_each(users.begin(), users.end(), append);
+    return texts;
   }
 };
 
@@ -118,6 +143,14 @@ TEST_F(OwnIndexes, PagesCountsAndSearchesAreTheSame) {
     given.SetSelect("count(distinct uid)");
     ASSERT_EQ(StringList{std::to_string(count)}, plain.Rows(given.ComposeQueryCmd()));
 
+    ASSERT_EQ(Listed(users, filter, true), Listed(users, filter, false)) << "model " << model;
+    StringList emails;
+    ASSERT_TRUE(users.ListDuplicatedEmail(1, emails));
+    ASSERT_EQ(emails,
+              plain.Rows("SELECT coalesce(alias, '') FROM (SELECT DISTINCT account_alias COLLATE "
+                         "NOCASE AS alias FROM "
+                         "domain_user_alias_table WHERE is_duplicated = 1 AND domain_idx = 1)"));
+
     std::vector<RECORD::Domain> domains;
     DomainDBFilter all;
     ASSERT_TRUE(MDOMAIN::DB::Domain().List(all, domains));
@@ -138,6 +171,74 @@ TEST_F(OwnIndexes, PagesCountsAndSearchesAreTheSame) {
                            "domain_idx = " +
                            std::to_string(domain_idx) + " ORDER BY uid"));
     }
+  }
+}
+
+// A listing reads its users in pieces, whose order is that of the whole.
+TEST_F(OwnIndexes, ALongListingIsOneListing) {
+  Open();
+  SqliteFile plain(DbPath());
+  plain.Run(
+      "BEGIN; INSERT INTO domain_table VALUES(1,'a','','',0);"
+      "WITH n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2500) "
+      "INSERT INTO user_table SELECT i * 7919 % 2503, 'u' || i FROM n;"
+      "INSERT INTO domain_user_role_table SELECT 1, uid, 'normal', 0 FROM user_table;"
+      "INSERT INTO domain_user_alias_table SELECT 1, uid, user_name || n, CASE (uid * n) % 97 WHEN "
+      "0 THEN 1 WHEN 1 THEN NULL WHEN 2 THEN -1 ELSE 0 END FROM user_table, (SELECT 1 AS n UNION "
+      "SELECT 2) ORDER BY user_name; COMMIT");
+  MDOMAIN::DB::DomainUser users;
+  DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs({1});
+  filter.SetLimit(-1);
+  ASSERT_EQ(Listed(users, filter, true).size(), 2500U);
+  EXPECT_EQ(Listed(users, filter, true), Listed(users, filter, false));
+  filter.SetQuery("2");
+  filter.SetOffset(100);
+  filter.SetLimit(1200);
+  EXPECT_EQ(Listed(users, filter, true), Listed(users, filter, false));
+}
+
+// An address has one owner: the first who has it unflagged, else the first.
+TEST_F(OwnIndexes, OwnersAreThoseOfTheListing) {
+  Open();
+  SqliteFile plain(DbPath());
+  for (int model = 0; model < kModels; ++model) {
+    plain.Run(RandomModel());
+    if (Draw(2) == 0) {  // as a refresh leaves it
+      plain.Run(
+          "UPDATE domain_user_alias_table SET account_alias = coalesce(account_alias, 'n');"
+          "UPDATE domain_user_alias_table AS a SET is_duplicated = rowid <> (SELECT max(rowid) "
+          "FROM "
+          "domain_user_alias_table AS b WHERE b.domain_idx = a.domain_idx AND b.account_alias = "
+          "a.account_alias COLLATE NOCASE) OR uid = 1001;"
+          "REPLACE INTO domain_user_role_table SELECT DISTINCT domain_idx, uid, 'normal', 0 FROM "
+          "domain_user_alias_table");
+    }
+    DomainDBFilter filter("domain_user_view");
+    filter.SetDomainIdxs({1, 2, 3});
+    filter.SetLimit(-1);
+    std::vector<RECORD::DomainUser> users;
+    ASSERT_TRUE(MDOMAIN::DB::DomainUser().ListDomainUsers(filter, users, false));
+    std::map<std::pair<int, std::string>, std::string> wanted;
+    for (const bool flagged : {false, true}) {
+      for (const RECORD::DomainUser& user : users) {
+        for (const auto& [alias, is_flagged] : user.GetAliasDuplicatedPairs()) {
+          if (is_flagged == flagged) {
+            wanted.emplace(std::pair(user.GetDomainIdx(), MDOMAIN::BASE::ToLowerAscii(alias)),
+                           alias + " of " + user.GetUserName());
+          }
+        }
+      }
+    }
+    MDOMAIN::UTILS::OwnerRegistryContent content;
+    ASSERT_TRUE(MDOMAIN::UTILS::CollectOwners(content));
+    std::map<std::pair<int, std::string>, std::string> owners;
+    for (const RECORD::LocalPart& part : content.local_parts) {
+      owners[{part.GetDomainIdx(), MDOMAIN::BASE::ToLowerAscii(part.GetLocalPart())}] =
+          part.GetLocalPart() + " of " + part.GetUserName();
+    }
+    ASSERT_EQ(owners, wanted) << "model " << model;
+    ASSERT_EQ(content.local_parts.size(), wanted.size());
   }
 }
 

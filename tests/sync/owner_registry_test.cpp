@@ -2,6 +2,7 @@
 #include "lib-domain/sync/owner_registry.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -86,6 +87,36 @@ TEST_F(OwnerRegistryTest, IsNotReplacedUnderAWriter) {
             (StringList{"ann", "dan"}));
   EXPECT_TRUE(Replace("ben"));
   ExpectNothingBeside();
+}
+
+// What differs is written where it lies, as one transaction; nothing where nothing differs.
+TEST_F(OwnerRegistryTest, AChangeWritesWhatItChanges) {
+  const auto build = [this](const std::vector<MDOMAIN::RECORD::LocalPart>& parts, int state) {
+    EXPECT_TRUE(ReplaceOwnerRegistry(Path(), {{{"x.example", 1}, {"y.example", 2}}, parts, state}));
+    return SqliteFile(Path()).Rows(
+        "SELECT local_part || '@' || domain_name || ' ' || user_name FROM local_part JOIN "
+        "domain_part USING (domain_idx) UNION SELECT user_version FROM pragma_user_version");
+  };
+  const auto look = [this] {
+    struct stat info {};
+    EXPECT_EQ(stat(Path().c_str(), &info), 0);
+    return std::pair(info.st_ino, Read("/owner.db"));
+  };
+  EXPECT_EQ(build({{"b", 1, "ben"}, {"a", 1, "ann"}, {"a", 2, "ann"}}, 5),
+            (StringList{"5", "a@x.example ann", "a@y.example ann", "b@x.example ben"}));
+  const auto before = look();
+  build({{"a", 1, "ann"}, {"a", 2, "ann"}, {"b", 1, "ben"}, {"b", 1, "cat"}}, 5);
+  EXPECT_EQ(look(), before);
+  SqliteFile(Path()).Run(
+      "INSERT INTO local_part VALUES('c', 7, 'x'); UPDATE domain_part SET "
+      "domain_idx = 9 WHERE domain_name = 'y.example'");
+  EXPECT_EQ(build({{"a", 1, "ben"}, {"a", 2, "ann"}, {"A", 2, "dan"}, {"d", 2, "o'neil"}}, 6),
+            (StringList{"6", "A@y.example dan", "a@x.example ben", "a@y.example ann",
+                        "d@y.example o'neil"}));
+  EXPECT_EQ(look().first, before.first);
+  SqliteFile(Path()).Run("CREATE TABLE other(x)");  // made anew
+  EXPECT_EQ(build({{"a", 1, "ben"}}, 6), (StringList{"6", "a@x.example ben"}));
+  EXPECT_NE(look().first, before.first);
 }
 
 // They once shared the name of the file that they filled.

@@ -12,16 +12,18 @@ namespace {
 
 void Users(Call& call) {
   const auto filter = ListingFilter<MDOMAIN::DB::UserDBFilter>(call);
-  call.out().List(AccountsJson(ListUsers(filter)), AccountColumns());
+  Listing listing(call.out(), AccountColumns());
+  ForEachUser(filter, [&](const auto& user) { listing.Add(AccountJson(user)); });
+  listing.End();
 }
 
 void Groups(Call& call) {
   const auto filter = ListingFilter<MDOMAIN::DB::GroupDBFilter>(call);
-  Json::Value records(Json::arrayValue);
+  Listing listing(call.out(), {{"gid", "GID"}, {"name", "NAME"}, {"description", "DESCRIPTION"}});
   for (const auto& group : ListGroups(filter)) {
-    records.append(DescribedGroupJson(group));
+    listing.Add(DescribedGroupJson(group));
   }
-  call.out().List(records, {{"gid", "GID"}, {"name", "NAME"}, {"description", "DESCRIPTION"}});
+  listing.End();
 }
 
 void MembersOf(Call& call) {
@@ -30,7 +32,7 @@ void MembersOf(Call& call) {
   if (!MDOMAIN::API::Group().ListGroupToUsers(group.GetGID(), uids)) {
     throw Failure(kFailed, "the members of \"" + group.GetGroupName() + "\" could not be read");
   }
-  call.out().List(MirroredUsersJson(uids), AccountColumns());
+  ListMirroredUsers(call.out(), uids);
 }
 
 void Check(Call& call) {

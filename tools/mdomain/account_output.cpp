@@ -1,13 +1,21 @@
 #include "tools/mdomain/account_output.h"
 
+#include <algorithm>
 #include <unordered_map>
 
-#include "tools/mdomain/lookup.h"
+#include "lib-domain/api/user.h"
+#include "tools/mdomain/status.h"
 
 namespace mdomain {
 
 using MDOMAIN::RECORD::Group;
 using MDOMAIN::RECORD::User;
+
+namespace {
+
+constexpr size_t kUsersPerRead = 1000;
+
+}  // namespace
 
 Json::Value AccountJson(unsigned int uid, const std::string& name) {
   Json::Value json;
@@ -27,16 +35,20 @@ Json::Value AccountJson(const Group& group) {
   return json;
 }
 
-Json::Value MirroredUsersJson(const std::vector<unsigned int>& uids) {
-  std::unordered_map<unsigned int, std::string> names;
-  for (const User& user : uids.empty() ? std::vector<User>() : ListUsers({})) {
-    names.emplace(user.GetUID(), user.GetUserName());
+void ListMirroredUsers(Output& out, const std::vector<unsigned int>& uids) {
+  Listing listing(out, AccountColumns());
+  for (size_t begin = 0; begin < uids.size(); begin += kUsersPerRead) {
+    const size_t end = std::min(begin + kUsersPerRead, uids.size());
+    const std::vector<unsigned int> some(&uids[begin], &uids[begin] + (end - begin));
+    std::unordered_map<unsigned int, std::string> names;
+    if (!MDOMAIN::API::User().GetNames(some, names)) {
+      throw Failure(kFailed, "the users could not be read");
+    }
+    for (const unsigned int uid : some) {
+      listing.Add(AccountJson(uid, names[uid]));
+    }
   }
-  Json::Value array(Json::arrayValue);
-  for (const unsigned int uid : uids) {
-    array.append(AccountJson(uid, names[uid]));
-  }
-  return array;
+  listing.End();
 }
 
 std::vector<Column> AccountColumns() {

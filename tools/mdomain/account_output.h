@@ -28,9 +28,8 @@ Json::Value AccountsJson(const std::vector<Record>& records) {
   return array;
 }
 
-// AccountsJson of users by uid, in the order given; a uid that the mirror does not know has an
-// empty name. Reads the whole mirror.
-Json::Value MirroredUsersJson(const std::vector<unsigned int>& uids);
+// Lists users by uid, in the order given; a uid that the mirror does not know has an empty name.
+void ListMirroredUsers(Output& out, const std::vector<unsigned int>& uids);
 
 // "gid", "name", "description": a mirrored group, or a group of a domain.
 template <typename Group>

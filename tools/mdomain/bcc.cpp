@@ -121,16 +121,16 @@ void List(Call& call) {
   if (wanted < 0 && (call.Has("--limit") || call.Has("--offset"))) {
     throw Failure(kUsage, "--limit and --offset want a --type");
   }
-  Json::Value rows(Json::arrayValue);
+  Listing listing(call.out(), {{"name", "NAME"}, {"type", "TYPE"}, {"bcc_to", "BCC TO"}});
   for (const RuleType& kind : kTypes) {
     if (wanted >= 0 && wanted != kind.type) {
       continue;
     }
     for (const BccInfo& rule : Read(domain_id, kind.type, call)) {
-      rows.append(RuleJson(rule));
+      listing.Add(RuleJson(rule));
     }
   }
-  call.out().List(rows, {{"name", "NAME"}, {"type", "TYPE"}, {"bcc_to", "BCC TO"}});
+  listing.End();
 }
 
 void Add(Call& call) {

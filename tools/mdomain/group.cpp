@@ -47,15 +47,15 @@ void List(Call& call) {
   if (!DomainGroup().List(filter, groups)) {
     throw Failure(kFailed, "the groups of the domain could not be read");
   }
-  Json::Value records(Json::arrayValue);
+  Listing listing(
+      call.out(),
+      {{"gid", "GID"}, {"name", "NAME"}, {"role", "ROLE"}, {"description", "DESCRIPTION"}});
   for (const auto& group : groups) {
     Json::Value record = DescribedGroupJson(group);
     record["role"] = group.GetRole();
-    records.append(record);
+    listing.Add(record);
   }
-  call.out().List(
-      records,
-      {{"gid", "GID"}, {"name", "NAME"}, {"role", "ROLE"}, {"description", "DESCRIPTION"}});
+  listing.End();
 }
 
 void ListMembers(Call& call) {
@@ -65,7 +65,7 @@ void ListMembers(Call& call) {
   if (!DomainGroup().ListMembers(domain.idx, group.GetGID(), uids)) {
     throw Failure(kFailed, "the members could not be read");
   }
-  call.out().List(MirroredUsersJson(uids), AccountColumns());
+  ListMirroredUsers(call.out(), uids);
 }
 
 void ShowStatus(Call& call) {
@@ -80,13 +80,13 @@ void ShowStatus(Call& call) {
   if (!MDOMAIN::API::DomainUser().GetAllRemovedUIDs(domain.idx, removed)) {
     throw Failure(kFailed, "the removed members could not be read");
   }
-  Json::Value records(Json::arrayValue);
+  Listing listing(call.out(), {{"uid", "UID"}, {"name", "NAME"}, {"status", "STATUS"}});
   for (const auto& [uid, name, status] : members) {
     Json::Value record = AccountJson(uid, name);
     record["status"] = status == "removed" && removed.count(uid) == 0 ? "no alias" : status;
-    records.append(record);
+    listing.Add(record);
   }
-  call.out().List(records, {{"uid", "UID"}, {"name", "NAME"}, {"status", "STATUS"}});
+  listing.End();
 }
 
 void Add(Call& call) {

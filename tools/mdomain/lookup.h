@@ -5,6 +5,7 @@
 #ifndef TOOLS_MDOMAIN_LOOKUP_H
 #define TOOLS_MDOMAIN_LOOKUP_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,8 @@ std::vector<MDOMAIN::RECORD::Domain> DomainRecords(const std::vector<int>& idxs)
 
 // The mirrored accounts that the filter selects.
 std::vector<MDOMAIN::RECORD::User> ListUsers(const MDOMAIN::DB::UserDBFilter& filter);
+void ForEachUser(const MDOMAIN::DB::UserDBFilter& filter,
+                 const std::function<void(const MDOMAIN::RECORD::User&)>& use);
 std::vector<MDOMAIN::RECORD::Group> ListGroups(const MDOMAIN::DB::GroupDBFilter& filter);
 
 // In the order of `texts`, each once.

@@ -246,6 +246,12 @@ std::vector<unsigned int> IdsOf(const Records<Kind>& records) {
 std::vector<User> ListUsers(const MDOMAIN::DB::UserDBFilter& filter) {
   return List<Users>(filter);
 }
+void ForEachUser(const MDOMAIN::DB::UserDBFilter& filter,
+                 const std::function<void(const User&)>& use) {
+  if (!MDOMAIN::API::User().ForEach(filter, use)) {
+    throw Failure(kFailed, "the users could not be read");
+  }
+}
 std::vector<Group> ListGroups(const MDOMAIN::DB::GroupDBFilter& filter) {
   return List<Groups>(filter);
 }

@@ -16,6 +16,8 @@
 namespace mdomain {
 namespace {
 
+constexpr char kCellEnd = '\x1f';  // stands in no printable text
+
 std::string Cell(const Json::Value& value) {
   if (value.isBool()) {
     return value.asBool() ? "yes" : "no";
@@ -40,7 +42,17 @@ std::string Padded(const std::string& text, int width) {
   return text + std::string(static_cast<size_t>(std::max(missing, 0)), ' ');
 }
 
-// Lines of cells, each column as wide as its widest cell; the last one is not padded.
+// Cells in columns of these widths, as a line; the last one is not padded.
+std::string Aligned(const std::vector<std::string>& cells, const std::vector<int>& widths) {
+  std::string row;
+  for (size_t i = 0; i < cells.size(); ++i) {
+    row += i + 1 == cells.size() ? cells[i] : Padded(cells[i], widths[i] + 2);
+  }
+  row.erase(row.find_last_not_of(' ') + 1);
+  return row + "\n";
+}
+
+// Lines of cells, each column as wide as its widest cell.
 std::string Aligned(const std::vector<std::vector<std::string>>& lines) {
   std::vector<int> widths;
   for (const auto& line : lines) {
@@ -51,12 +63,7 @@ std::string Aligned(const std::vector<std::vector<std::string>>& lines) {
   }
   std::string text;
   for (const auto& line : lines) {
-    std::string row;
-    for (size_t i = 0; i < line.size(); ++i) {
-      row += i + 1 == line.size() ? line[i] : Padded(line[i], widths[i] + 2);
-    }
-    row.erase(row.find_last_not_of(' ') + 1);
-    text += row + "\n";
+    text += Aligned(line, widths);
   }
   return text;
 }
@@ -78,9 +85,18 @@ std::string EscapeHidden(const std::string& json) {
   return escaped;
 }
 
+// What JsonCpp writes of a text of plain ASCII, which most are.
+bool IsPlain(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+}
+
 // A value without elements, on one line. Bytes that are not UTF-8 are replaced: JsonCpp writes them
 // as they are, and a reader would refuse the whole text.
 std::string JsonScalar(const Json::Value& value) {
+  if (value.isString() && IsPlain(value.asString())) {
+    return '"' + value.asString() + '"';
+  }
   static const auto writer = [] {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
@@ -128,37 +144,26 @@ Json::Value JsonTexts(const std::vector<std::string>& texts) {
 }
 
 void Output::Json(const Json::Value& value) {
-  text_ += JsonText(value);
+  text_.Append(JsonText(value));
 }
 
 void Output::List(const Json::Value& records, const std::vector<Column>& columns) {
-  if (json_) {
-    Json(records.isNull() ? Json::Value(Json::arrayValue) : records);
-    return;
-  }
-  if (records.empty()) {
-    return;
-  }
-  std::vector<std::vector<std::string>> lines(1);
-  for (const Column& column : columns) {
-    lines[0].push_back(column.title);
-  }
+  Listing listing(*this, columns);
   for (const Json::Value& record : records) {
-    lines.emplace_back();
-    for (const Column& column : columns) {
-      lines.back().push_back(Cell(record, column));
-    }
+    listing.Add(record);
   }
-  text_ += Aligned(lines);
+  listing.End();
 }
 
 void Output::Texts(const std::vector<std::string>& texts) {
   if (json_) {
-    Json(JsonTexts(texts));
+    Listing listing(*this, {});
+    std::for_each(texts.begin(), texts.end(), [&](const auto& text) { listing.Add(text); });
+    listing.End();
     return;
   }
   for (const std::string& text : texts) {
-    text_ += Printable(text) + "\n";
+    text_.Append(Printable(text) + "\n");
   }
 }
 
@@ -173,23 +178,74 @@ void Output::Record(const Json::Value& record, const std::vector<Column>& column
     const std::string cell = Cell(record, column);
     lines.push_back({column.title, cell.empty() ? "-" : cell});
   }
-  text_ += Aligned(lines);
+  text_.Append(Aligned(lines));
 }
 
 void Output::Done(const Json::Value& record, const std::string& sentence) {
   if (json_) {
     Json(record);
   } else {
-    text_ += Printable(sentence) + "\n";
+    text_.Append(Printable(sentence) + "\n");
   }
 }
 
 void Output::Flush() {
-  const size_t written = std::fwrite(text_.data(), 1, text_.size(), stdout);
-  if (written != text_.size() || std::fflush(stdout) != 0) {
+  const bool is_written = text_.ForEachPiece([](std::string_view piece) {
+    return std::fwrite(piece.data(), 1, piece.size(), stdout) == piece.size();
+  });
+  if (!is_written || std::fflush(stdout) != 0) {
     throw Failure(kFailed, std::string("cannot write the output: ") + std::strerror(errno));
   }
-  text_.clear();
+  text_.Clear();
+}
+
+Listing::Listing(Output& out, std::vector<Column> columns)
+    : out_(out), columns_(std::move(columns)), widths_(columns_.size()) {}
+
+void Listing::Add(const Json::Value& record) {
+  const bool is_first = records_++ == 0;
+  if (out_.json_) {
+    std::string text = is_first ? "[\n  " : ",\n  ";
+    AppendJson(record, "  ", text);
+    out_.text_.Append(text);
+    return;
+  }
+  std::vector<std::string> cells;
+  if (is_first) {
+    for (const Column& column : columns_) {
+      cells.push_back(column.title);
+    }
+    _AddLine(cells);
+    cells.clear();
+  }
+  for (const Column& column : columns_) {
+    cells.push_back(Cell(record, column));
+  }
+  _AddLine(cells);
+}
+
+void Listing::End() {
+  if (out_.json_) {
+    out_.text_.Append(records_ == 0 ? "[]\n" : "\n]\n");
+    return;
+  }
+  lines_.ForEachLine([this](std::string_view line) {
+    std::vector<std::string> cells;
+    for (size_t end = 0; (end = line.find(kCellEnd)) != std::string_view::npos;) {
+      cells.emplace_back(line.substr(0, end));
+      line.remove_prefix(end + 1);
+    }
+    out_.text_.Append(Aligned(cells, widths_));
+  });
+}
+
+void Listing::_AddLine(const std::vector<std::string>& cells) {
+  std::string line;
+  for (size_t i = 0; i < cells.size(); ++i) {
+    widths_[i] = std::max(widths_[i], Width(cells[i]));
+    line += cells[i] + kCellEnd;
+  }
+  lines_.Append(line + "\n");
 }
 
 }  // namespace mdomain

@@ -1,14 +1,18 @@
 // Standard output: one JSON array or object with --json, aligned text otherwise.
 //
 // Everything is collected and written at the end, so a command that fails half-way leaves nothing
-// on standard output, and a full disk or a closed pipe is reported.
+// on standard output, a full disk or a closed pipe is reported, and nobody waits for a reader who
+// is slow. What is long is collected in a file.
 #ifndef TOOLS_MDOMAIN_OUTPUT_H
 #define TOOLS_MDOMAIN_OUTPUT_H
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
+
+#include "tools/mdomain/spool.h"
 
 namespace mdomain {
 
@@ -33,17 +37,39 @@ class Output {
   // What a change did: the object, or a sentence about it.
   void Done(const Json::Value& record, const std::string& sentence);
   // Bytes as they are (the generated documents).
-  void Raw(const std::string& bytes) { text_ += bytes; }
+  void Raw(const std::string& bytes) { text_.Append(bytes); }
 
   bool json() const { return json_; }
   // Writes what was collected. Throws a Failure when not all of it can be written.
   void Flush();
 
  private:
+  friend class Listing;
+
   void Json(const Json::Value& value);
 
   bool json_;
-  std::string text_;
+  Spool text_;
+};
+
+// Output::List, record by record, for a listing of any length.
+class Listing {
+ public:
+  // `out` must outlive it and get nothing else before End.
+  Listing(Output& out, std::vector<Column> columns);
+  // A record, or with --json any value.
+  void Add(const Json::Value& record);
+  // Ends the array, or lays out the table. Without it, only a table leaves nothing behind.
+  void End();
+
+ private:
+  void _AddLine(const std::vector<std::string>& cells);
+
+  Output& out_;
+  std::vector<Column> columns_;
+  std::vector<int> widths_;
+  Spool lines_;  // of cells, as text
+  size_t records_ = 0;
 };
 
 // JSON with one element per line, in UTF-8, with a line end.

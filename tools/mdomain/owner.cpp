@@ -145,7 +145,8 @@ void Check(Call& call) {
   if (!MDOMAIN::UTILS::FindStaleOwners(MDOMAIN::PATHS::EmailOwnerDb(), Owners(), stale)) {
     throw Failure(kFailed, "the owner registry could not be read");
   }
-  Json::Value records(Json::arrayValue);
+  Listing listing(call.out(),
+                  {{"kind", "KIND"}, {"entry", "ENTRY"}, {"domain", "DOMAIN"}, {"owner", "OWNER"}});
   auto append = [&](const std::string& kind, const std::string& text, int domain,
                     const std::string& owner) {
     Json::Value record;
@@ -153,7 +154,7 @@ void Check(Call& call) {
     record["entry"] = text;
     record["domain"] = domain;
     record["owner"] = owner;
-    records.append(record);
+    listing.Add(record);
   };
   for (const auto& part : stale.domains) {
     append("domain", part.GetDomainName(), part.GetDomainIdx(), "");
@@ -161,9 +162,8 @@ void Check(Call& call) {
   for (const auto& part : stale.local_parts) {
     append("local_part", part.GetLocalPart(), part.GetDomainIdx(), part.GetUserName());
   }
-  call.out().List(records,
-                  {{"kind", "KIND"}, {"entry", "ENTRY"}, {"domain", "DOMAIN"}, {"owner", "OWNER"}});
-  if (!records.empty()) {
+  listing.End();
+  if (!stale.domains.empty() || !stale.local_parts.empty()) {
     call.out().Flush();
     throw Failure(kFailed,
                   "the registry holds entries that the domain database has not: run "

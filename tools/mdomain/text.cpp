@@ -14,6 +14,10 @@
 namespace mdomain {
 namespace {
 
+bool IsPlainAscii(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 const uint8_t* Bytes(const std::string& text) {
   return reinterpret_cast<const uint8_t*>(text.data());
 }
@@ -31,7 +35,7 @@ void RequirePlainText(const std::string& what, const std::string& value) {
 }
 
 std::string Printable(const std::string& text) {
-  return korvmailserver::VisibleText(text);
+  return IsPlainAscii(text) ? text : korvmailserver::VisibleText(text);
 }
 
 void ForEachCharacter(const std::string& text,
@@ -58,7 +62,8 @@ std::string ValidUtf8(const std::string& text) {
 }
 
 int Width(const std::string& text) {
-  return u8_width(Bytes(text), text.size(), "UTF-8");
+  return IsPlainAscii(text) ? static_cast<int>(text.size())
+                            : u8_width(Bytes(text), text.size(), "UTF-8");
 }
 
 std::string FirstOf(const std::vector<std::string>& texts, const std::string& separator) {

@@ -14,11 +14,9 @@ using MDOMAIN::API::DomainUser;
 void List(Call& call) {
   const int idx = TypedDomain(call).idx;
   const auto filter = ListingFilter<MDOMAIN::DB::DomainDBFilter>(call);
-  Json::Value records(Json::arrayValue);
-  for (const auto& user : ListDomainUsers(idx, filter)) {
-    records.append(UserJson(user));
-  }
-  call.out().List(records, UserColumns());
+  Listing listing(call.out(), UserColumns());
+  ForEachDomainUser(idx, filter, [&](const auto& user) { listing.Add(UserJson(user)); });
+  listing.End();
 }
 
 void Duplicates(Call& call) {

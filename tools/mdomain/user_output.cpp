@@ -80,9 +80,16 @@ std::vector<Column> UserColumns() {
           {"aliases", "ALIASES", WriteAliases}};
 }
 
+void ForEachDomainUser(int domain_idx, MDOMAIN::DB::DomainDBFilter filter,
+                       const std::function<void(const MDOMAIN::RECORD::DomainUser&)>& use) {
+  filter.SetDomainIdxs({domain_idx});
+  if (!MDOMAIN::API::DomainUser().ForEach(filter, use)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+}
+
 std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx,
                                                          MDOMAIN::DB::DomainDBFilter filter) {
-  filter.SetTableName("domain_user_view");
   filter.SetDomainIdxs({domain_idx});
   std::vector<MDOMAIN::RECORD::DomainUser> users;
   if (!MDOMAIN::API::DomainUser().ListWithExtraInfo(filter, users)) {

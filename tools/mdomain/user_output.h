@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,10 @@ std::vector<Column> CandidateColumns();
 // With the refused aliases if there are any.
 std::vector<Column> PreviewColumns(const Json::Value& records);
 
-// The users of one domain whom the filter's query and page select.
+// The users of one domain whom the filter's query and page select, one after the other, without
+// the roles that groups give them; or at once, with these.
+void ForEachDomainUser(int domain_idx, MDOMAIN::DB::DomainDBFilter filter,
+                       const std::function<void(const MDOMAIN::RECORD::DomainUser&)>& use);
 std::vector<MDOMAIN::RECORD::DomainUser> ListDomainUsers(int domain_idx,
                                                          MDOMAIN::DB::DomainDBFilter filter);
 

@@ -1,0 +1,156 @@
+// The users of a domain one after the other: the uids of a page by an index, and whole listings.
+#include <algorithm>
+#include <iterator>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/db/database.h"
+#include "lib-domain/db/domain_user.h"
+#include "lib-domain/db/read_scope.h"
+#include "lib-domain/db/statement.h"
+
+namespace MDOMAIN::DB {
+
+using namespace INTERNAL;
+
+namespace {
+
+// Of the users with an alias whose flag is not 0, those whose highest flag is not 0, in the order
+// of their flags: first (1) before all others, then (0) behind them.
+constexpr const char* kSelectFlagOrder =
+    "SELECT uid, coalesce(max(is_duplicated) > 0, 0) FROM domain_user_alias_table WHERE domain_idx "
+    "= %d AND uid IN (SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND "
+    "(is_duplicated <> 0 OR is_duplicated IS NULL)) GROUP BY uid HAVING max(is_duplicated) IS NOT "
+    "0 ORDER BY max(is_duplicated) DESC, uid";
+constexpr size_t kUsersPerRead = 1000;
+// Where ComposeUIDWalkCmd puts a row.
+constexpr int kBetween = 0;
+constexpr int kBehind = 2;
+
+// Cuts a page out of what is put into it.
+class Page {
+ public:
+  Page(const DomainDBFilter& filter, std::vector<unsigned int>& uids)
+      : skipped_(filter.GetOffset()), left_(filter.GetLimit()), uids_(uids) {}
+
+  void Add(unsigned int uid) {
+    if (skipped_ > 0) {
+      --skipped_;
+    } else if (left_ != 0) {
+      uids_.push_back(uid);
+      --left_;
+    }
+  }
+  bool IsFull() const { return left_ == 0; }  // never without a limit, which is negative
+
+ private:
+  int skipped_;
+  long long left_;
+  std::vector<unsigned int>& uids_;
+};
+
+}  // namespace
+
+// In the order of the index, in which a page is full early. The few that do not stand there in that
+// order are found by an index of their own.
+bool DomainUser::_WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids) {
+  const ReadScope of_one_moment(handler_);
+  Page page(filter, uids);
+  const auto add = [&page](unsigned int uid) {
+    page.Add(uid);
+    return !page.IsFull();
+  };
+  if (!_DomainDb().QueryUntil<Columns<Uid>>(filter.ComposeUIDsInFrontCmd(), add)) {
+    return false;
+  }
+  bool has_any_behind = false;
+  bool is_first = true;
+  unsigned int last = 0;
+  const auto add_between = [&](unsigned int uid, int place) {
+    if (is_first || uid != last) {
+      if (place == kBetween) {
+        page.Add(uid);
+      }
+      has_any_behind = has_any_behind || place == kBehind;
+      is_first = false;
+      last = uid;
+    }
+    return !page.IsFull();
+  };
+  if (page.IsFull()) {
+    return true;
+  }
+  if (!_DomainDb().QueryUntil<Columns<Uid, Int>>(filter.ComposeUIDWalkCmd(), add_between)) {
+    return false;
+  }
+  return !has_any_behind || page.IsFull() ||
+         _DomainDb().QueryUntil<Columns<Uid>>(filter.ComposeUIDsBehindCmd(), add);
+}
+
+bool DomainUser::ForEachDomainUser(DomainDBFilter& filter, const UserVisitor& use) {
+  if (!_DomainDb().IsOpen()) {
+    return false;
+  }
+  if (!handler_->HasOwnViews() || !filter.IsForOneDomainUnsorted()) {
+    std::vector<RECORD::DomainUser> users;
+    if (!ListDomainUsers(filter, users, true)) {
+      return false;
+    }
+    std::for_each(users.begin(), users.end(), use);
+    return true;
+  }
+  const ReadScope of_one_moment(handler_);
+  DomainDBFilter own = filter;
+  own.SetTableName("domain_user_view");
+  std::vector<unsigned int> uids;
+  if (!GetDistinctUIDs(own, uids)) {
+    LOG_ERROR("Failed to _GetDistinctUIDs");
+    return false;
+  }
+  if (!_OrderByFlags(own.GetDomainIdxs().front(), uids)) {
+    return false;
+  }
+  for (size_t begin = 0; begin < uids.size(); begin += kUsersPerRead) {
+    const size_t end = std::min(begin + kUsersPerRead, uids.size());
+    std::vector<RECORD::DomainUser> users;
+    if (!_AppendUsers(own, {&uids[begin], &uids[begin] + (end - begin)}, true, users)) {
+      return false;
+    }
+    std::for_each(users.begin(), users.end(), use);
+  }
+  return true;
+}
+
+// The order in which _AppendUsers gives all of them at once: by their highest flags, then by uid.
+bool DomainUser::_OrderByFlags(int domain_idx, std::vector<unsigned int>& uids) {
+  std::vector<unsigned int> in_front;
+  std::vector<unsigned int> behind;
+  if (!_DomainDb().Query<Columns<Uid, Flag>>(
+          FormatStatement(kSelectFlagOrder, domain_idx, domain_idx),
+          [&](unsigned int uid, bool is_flagged) {
+            (is_flagged ? in_front : behind).push_back(uid);
+          })) {
+    return false;
+  }
+  std::sort(uids.begin(), uids.end());
+  if (in_front.empty() && behind.empty()) {
+    return true;
+  }
+  std::vector<unsigned int> elsewhere = in_front;
+  elsewhere.insert(elsewhere.end(), behind.begin(), behind.end());
+  std::sort(elsewhere.begin(), elsewhere.end());
+  std::vector<unsigned int> ordered;
+  ordered.reserve(uids.size());
+  const auto append = [&ordered](const std::vector<unsigned int>& from, bool wanted,
+                                 const std::vector<unsigned int>& known) {
+    std::copy_if(from.begin(), from.end(), std::back_inserter(ordered), [&](unsigned int uid) {
+      return std::binary_search(known.begin(), known.end(), uid) == wanted;
+    });
+  };
+  append(in_front, true, uids);
+  append(uids, false, elsewhere);
+  append(behind, true, uids);
+  uids.swap(ordered);
+  return true;
+}
+
+}  // namespace MDOMAIN::DB

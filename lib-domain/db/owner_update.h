@@ -1,0 +1,22 @@
+// Bringing a registry of address owners to other rows where it lies, by writing what differs.
+#ifndef LIB_DOMAIN_DB_OWNER_UPDATE_H
+#define LIB_DOMAIN_DB_OWNER_UPDATE_H
+
+#include <string>
+#include <vector>
+
+#include "lib-domain/record/address_part.h"
+
+namespace MDOMAIN::DB::INTERNAL {
+
+// Makes the rows of the registry at `path`, and the state that it remembers (user_version), those
+// given, as one transaction; of rows with one key the first counts. Where nothing differs nothing
+// is written. False, the file as it was and nothing logged, where it is better made anew: it is
+// missing, no registry or of another owner or mode, another program has it locked, too much of it
+// differs, or a text holds a zero byte.
+bool UpdateOwners(const std::string& path, const std::vector<RECORD::DomainPart>& domains,
+                  const std::vector<RECORD::LocalPart>& local_parts, int built_from);
+
+}  // namespace MDOMAIN::DB::INTERNAL
+
+#endif  // LIB_DOMAIN_DB_OWNER_UPDATE_H

@@ -1,0 +1,27 @@
+// Several reads of the domain database that are of one moment.
+#ifndef LIB_DOMAIN_DB_READ_SCOPE_H
+#define LIB_DOMAIN_DB_READ_SCOPE_H
+
+#include "lib-domain/db/handler.h"
+
+namespace MDOMAIN::DB {
+
+// While one lives, everything that is read through the handler is of the moment of the first read,
+// also when another file takes the place of this one. Nothing may be written through the handler in
+// between, and others who write wait: keep it short. Inside another one, or inside a BatchScope
+// that has written, it changes nothing. The handler must outlive it.
+class ReadScope {
+ public:
+  explicit ReadScope(DomainDBHandler* handler);  // null: does nothing
+  ~ReadScope();
+  ReadScope(const ReadScope&) = delete;
+  ReadScope& operator=(const ReadScope&) = delete;
+
+ private:
+  DomainDBHandler* handler_ = nullptr;  // while this is the scope that pins it
+  bool has_begun_ = false;
+};
+
+}  // namespace MDOMAIN::DB
+
+#endif  // LIB_DOMAIN_DB_READ_SCOPE_H
