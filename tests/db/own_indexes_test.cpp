@@ -83,9 +83,8 @@ TEST_F(OwnIndexes, GiveTheRowsOfTheFilesOwnViews) {
   const StringList statements = {
       "SELECT * FROM domain_user_view WHERE domain_idx = 1",
       "SELECT * FROM domain_user_view WHERE uid IN (1000,1003,1004) ORDER BY uid, domain_idx",
-      "SELECT * FROM domain_user_view WHERE domain_idx IN (1,2) AND uid IN "
-      "(1001,1002,1003,1004,1005)"
-      " ORDER BY is_duplicated DESC, user_name ASC",
+      ("SELECT * FROM domain_user_view WHERE domain_idx IN (1,2) AND uid IN "
+       "(1001,1002,1003,1004,1005) ORDER BY is_duplicated DESC, user_name ASC"),
       "SELECT * FROM domain_view",
       "SELECT * FROM domain_view WHERE is_primary = 1",
       "SELECT domain_idx FROM domain_user_view WHERE uid = 1003 AND role = 'domain_admin'",
