@@ -13,12 +13,22 @@ namespace {
 
 constexpr int kBusyMilliseconds = 10000;  // as the handler waits before a query
 
+// A connection that only reads refuses a file with such a journal. One of a living writer stays.
+void RollBackKilledWriter(const std::string& path) {
+  Connection writer;
+  if (postara::sdk::Exist(path + "-journal") &&
+      writer.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) == SQLITE_OK) {
+    writer.Run("PRAGMA user_version");
+  }
+}
+
 }  // namespace
 
 bool Reader::Open() {
   if (!postara::sdk::Exist(path_)) {
     return true;
   }
+  RollBackKilledWriter(path_);
   if (connection_.Open(path_, Connection::Mode::kRead, kBusyMilliseconds) != SQLITE_OK) {
     LOG_ERROR("Failed to open %s, %s", path_.c_str(), connection_.Error().c_str());
     return false;

@@ -14,7 +14,8 @@ class Reader {
  public:
   explicit Reader(const std::string& path) : path_(path) {}
 
-  // A missing file is success, and has no rows. False with one log line when the file cannot be
+  // A missing file is success, and has no rows. What a killed writer left half-written is taken
+  // back first, by whoever may write. False with one log line when the file cannot be
   // opened; what is wrong inside shows at the first query.
   bool Open();
 
