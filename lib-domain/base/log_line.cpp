@@ -20,6 +20,7 @@ constexpr SpreadUnit kSpreadUnits[] = {
     {"lib-domain/control/domain_settings", "lib-domain/control/domain"},
     {"lib-domain/control/domain_user_", "lib-domain/control/domain_user"},
     {"lib-domain/db/domain_user_", "lib-domain/db/domain_user"},
+    {"lib-domain/db/look_up", "lib-domain/db/domain_user"},
     {"lib-domain/db/model_state", "lib-domain/db/domain"},
     {"lib-domain/accounts/alias_", "lib-domain/utils/default_alias_getter"},
     {"lib-domain/accounts/net_output", "lib-domain/utils/default_alias_getter"},

@@ -66,7 +66,8 @@ constexpr const char* kSelectAllAdditional =
     "SELECT * FROM domain_to_additional_domain_table ORDER BY domain_idx, additional_domain";
 
 constexpr const char* kSelectDelegated =
-    "SELECT domain_idx FROM domain_user_view WHERE uid = %u AND role = 'domain_admin';";
+    "SELECT domain_idx FROM domain_user_view WHERE uid = %u AND role = 'domain_admin' ORDER BY "
+    "domain_idx;";
 constexpr const char* kSelectAdding =
     "SELECT domain_idx FROM domain_table WHERE is_automatically_adding_users = 1;";
 constexpr const char* kSelectUsers =

@@ -43,7 +43,11 @@ class MDOMAIN_EXPORT DomainDBFilter {
 
   // Whether it is for the users of one domain in no order but that of the flags: then the three
   // statements below give what ComposeDistinctUIDQueryCmd gives, before its page is cut out.
-  bool IsForOneDomainUnsorted() const { return domain_idxs_.size() == 1 && sort_by_.empty(); }
+  // A "count..." select list has no page.
+  bool IsForOneDomainUnsorted() const {
+    return domain_idxs_.size() == 1 && sort_by_.empty() &&
+           select_.find("count") == std::string::npos;
+  }
   // The uids that stand in front: those whose first matching alias is flagged.
   std::string ComposeUIDsInFrontCmd() const;
   // The first column of all others is a uid, ascending, the second of its rows whether the row is

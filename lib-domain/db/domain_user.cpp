@@ -121,12 +121,12 @@ std::tuple<int, unsigned int, std::string, int> ValuesOf(const RECORD::DomainUse
           alias.IsDuplicated() ? 1 : 0};
 }
 
-bool HasOwnViews(const DomainDBHandler* handler) {
+bool HasOwnViews(DomainDBHandler* handler) {
   return handler != nullptr && handler->HasOwnViews();
 }
 
 // Where those users stand who have a role, for statements that do not look at the role itself.
-const char* UserView(const DomainDBHandler* handler) {
+const char* UserView(DomainDBHandler* handler) {
   return HasOwnViews(handler) ? kWithRoleView : kView;
 }
 

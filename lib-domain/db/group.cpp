@@ -18,10 +18,12 @@ constexpr size_t kNameColumn = 1;
 constexpr const char* kSelectGroup = "SELECT * FROM group_table WHERE gid='%u'";
 constexpr const char* kInsert =
     "INSERT OR IGNORE INTO  group_table (gid, group_name, group_desc) VALUES ('%u', '%q', '%q');";
-// A row that is the same already is not written.
+// A row that is the same already is not written. The values stand once, as a statement has a limit.
 constexpr const char* kUpdate =
-    "UPDATE group_table SET group_name = '%q', group_desc = '%q' WHERE gid = %u AND (group_name IS "
-    "NOT '%q' OR group_desc IS NOT '%q')";
+    "UPDATE group_table SET group_name = new.name, group_desc = new.desc FROM (SELECT '%q' AS "
+    "name, "
+    "'%q' AS desc) AS new WHERE gid = %u AND (group_name IS NOT new.name OR group_desc IS NOT "
+    "new.desc)";
 constexpr const char* kDelete = "DELETE FROM group_table WHERE gid IN (%q)";
 
 constexpr const char* kSelectMembers =
@@ -68,8 +70,7 @@ bool Group::Create(const std::vector<RECORD::Group>& groups) {
 bool Group::Set(const std::vector<RECORD::Group>& groups) {
   StatementBatch batch;
   batch.AddValid(kUpdate, groups, [](const RECORD::Group& group) {
-    return std::make_tuple(group.GetGroupName(), group.GetGroupDesc(), group.GetGID(),
-                           group.GetGroupName(), group.GetGroupDesc());
+    return std::make_tuple(group.GetGroupName(), group.GetGroupDesc(), group.GetGID());
   });
   return _DomainDb().Run(batch, "fail to update group_table");
 }

@@ -64,17 +64,19 @@ void ReportLostModel(const std::string& path, Standing before) {
               path.c_str(), before == Standing::kMissing ? "missing" : "empty");
 }
 
-bool IsOlder(int version) {
+// Without the scripts no version is known.
+int CurrentVersion() {
   std::vector<std::string> scripts;
-  return UTILS::DomainUtilGetSqliteCmds(scripts) && static_cast<size_t>(version) < scripts.size();
+  return UTILS::DomainUtilGetSqliteCmds(scripts) ? static_cast<int>(scripts.size()) : -1;
 }
 
-// A pulled file that was written to would no longer be what is published, and be pulled again. Also
-// where the role of this machine cannot be told.
-bool IsPulled() {
+// A pulled file that was written to would no longer be what is published, and be pulled again.
+// Where the role of this machine cannot be told: `otherwise`.
+bool IsPulled(bool otherwise) {
   korvmailserver::NodeStanding standing;
-  return !korvmailserver::ReadNodeStanding(standing) ||
-         standing.role == korvmailserver::NodeRole::kMember;
+  return korvmailserver::ReadNodeStanding(standing)
+             ? standing.role == korvmailserver::NodeRole::kMember
+             : otherwise;
 }
 
 }  // namespace
@@ -155,7 +157,7 @@ int DomainDBHandler::ConnectAndUpgrade() {
     err_ = SQLITE_NOTADB;
     return err_;
   }
-  if (IsOlder(version) && version > 0 && IsPulled()) {
+  if (version > 0 && version < CurrentVersion() && IsPulled(false)) {
     LOG_NOTICE("Domain db [%s] is of version %d until the machine that manages it is upgraded",
                path_.c_str(), version);
   } else if (_UpgradeDB(version) != 0) {
@@ -167,9 +169,13 @@ int DomainDBHandler::ConnectAndUpgrade() {
   return 0;
 }
 
+// In a file of another version the views' names may mean something else.
 void DomainDBHandler::_PrepareFastRoads() {
   has_own_views_ = false;
-  if (!INTERNAL::HasOwnIndexes(db_) && sqlite3_db_readonly(db_, "main") == 0 && !IsPulled()) {
+  if (_GetNowVersion() != CurrentVersion()) {
+    return;
+  }
+  if (!INTERNAL::HasOwnIndexes(db_) && sqlite3_db_readonly(db_, "main") == 0 && !IsPulled(true)) {
     sqlite3_busy_timeout(db_, kIndexBusyMilliseconds);
     exeCmds(INTERNAL::OwnIndexStatements(), true);
     sqlite3_busy_timeout(db_, kOpenBusyMilliseconds);

@@ -51,8 +51,8 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // Opens the file, creating it, sets its owner and mode and gives an empty file its schema. When
   // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
   int createDB();
-  // Whether the connection has views of its own (DefineOwnViews).
-  bool HasOwnViews() const { return has_own_views_; }
+  // Whether the connection to the file that stands there now has views of its own (DefineOwnViews).
+  bool HasOwnViews() { return FollowFile() && has_own_views_; }
   // Runs one query (what follows a ";" is not run). One vector of column texts per row, NULL as "".
   // Waits up to 10 seconds for other processes, from then on for every statement of the connection.
   // Throws LogException 4009, which logs SQLite's reason and the query.

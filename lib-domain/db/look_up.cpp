@@ -73,9 +73,6 @@ constexpr const char* kSelectRolesOfGroups =
     "= 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS member CROSS JOIN "
     "domain_group_role_table AS granted ON granted.domain_idx = own.domain_idx AND granted.gid = "
     "member.gid WHERE member.uid = own.uid AND granted.role IN ('normal', 'domain_admin'))";
-constexpr const char* kSelectMembers =
-    "SELECT uid FROM group_table CROSS JOIN group_to_user_table USING (gid) WHERE group_name = "
-    "'%q' COLLATE NOCASE AND group_name = '%q'";
 
 // Columns of domain_user_view.
 using UserColumns = Columns<Int, Uid, Text, Text, Text, Flag>;
@@ -124,7 +121,7 @@ std::string FoldedKey(int domain_idx, const std::string& alias) {
 }  // namespace
 
 bool CanLookUp() {
-  const DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
   return handler != nullptr && handler->HasOwnViews();
 }
 
@@ -198,11 +195,6 @@ bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
                             std::vector<std::pair<int, unsigned int>>& roles) {
   return DomainDb().Append<Columns<Int, Uid>>(
       FormatSql(kSelectRolesOfGroups, BASE::Join(uids, ",").c_str()), roles);
-}
-
-bool ListMembersOfGroup(const std::string& group_name, std::vector<unsigned int>& uids) {
-  return DomainDb().Append<Columns<Uid>>(
-      FormatStatement(kSelectMembers, group_name.c_str(), group_name.c_str()), uids);
 }
 
 HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)

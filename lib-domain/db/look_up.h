@@ -48,9 +48,6 @@ MDOMAIN_EXPORT bool ListHoldersOf(int domain_idx, const std::vector<std::string>
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
                             std::vector<std::pair<int, unsigned int>>& roles);
 
-// Adds the uids of the members of the groups of this full name.
-bool ListMembersOfGroup(const std::string& group_name, std::vector<unsigned int>& uids);
-
 // Gathers users of domains. Each step is false with a log line when it cannot be read.
 class HolderSearch {
  public:

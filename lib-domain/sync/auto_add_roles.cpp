@@ -4,8 +4,10 @@
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/db/group.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/utils/updater.h"
+#include "platform/include/account.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
@@ -25,8 +27,13 @@ bool ListConcerned(const std::vector<std::string>& user_names,
   }
   for (const std::string& short_name : group_names) {
     std::string name;
-    if (!ShortName2RealName(false, short_name, name) ||
-        !DB::INTERNAL::ListMembersOfGroup(name, uids)) {
+    PKORVGroup group = nullptr;
+    if (!ShortName2RealName(false, short_name, name) || KORVGroupGet(name.c_str(), &group) < 0) {
+      return false;
+    }
+    const unsigned int gid = group->gid;
+    KORVGroupFree(group);
+    if (!DB::Group().ListGroupToUsers(gid, uids)) {
       return false;
     }
   }

@@ -19,6 +19,8 @@ namespace korvmailserver::account {
 
 namespace {
 
+bool are_plain = true;
+
 struct AccountPaths {
   std::string passwd, group, login_defs;
 };
@@ -144,6 +146,7 @@ class LocalSource : public TableSource {
     ParseGroup(group, ranges, *groups);
     users->Announce("local accounts");
     groups->Announce("local accounts");
+    are_plain = users->IsPlain() && groups->IsPlain();
     if (!groups->complete()) {
       // What damaged the one file may have reached the other, and a group's end is a user's loss.
       users->Skip(groups->gaps().why, "");
@@ -160,6 +163,10 @@ class LocalSource : public TableSource {
 };
 
 }  // namespace
+
+bool AreLocalAccountsPlain() {
+  return are_plain;
+}
 
 std::shared_ptr<Source> MakeLocalSource() {
   return std::make_shared<LocalSource>();

@@ -18,7 +18,7 @@ std::string FileState(const std::string& path) {
 }
 
 std::string LocalAccountsState() {
-  if (account::IsSnapshotOpen()) {
+  if (account::IsSnapshotOpen() || !account::AreLocalAccountsPlain()) {
     return "";
   }
   const std::string root = KLIBCFileExist(UnderRoot("/etc/passwd").c_str()) ? RootPrefix() : "";

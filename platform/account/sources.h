@@ -28,6 +28,10 @@ void EnterSnapshot();
 void LeaveSnapshot();
 bool IsSnapshotOpen();
 
+// Whether the local account files, as they were read last, had nothing to complain about. What is
+// kept in memory is complained about once only.
+bool AreLocalAccountsPlain();
+
 }  // namespace korvmailserver::account
 
 #endif  // PLATFORM_ACCOUNT_SOURCES_H

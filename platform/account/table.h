@@ -98,6 +98,7 @@ class Table {
   // The source ended its answer early.
   void CutShort(const std::string& why);
   // One log line for gaps and one for shared ids, when there are any. `origin` names the source.
+  bool IsPlain() const { return complete() && shared_ids_ == 0; }  // there is nothing to announce
   void Announce(const std::string& origin) const;
 
   // Exact spelling first, then (folded tables) the first that differs in letter case only.
