@@ -15,6 +15,7 @@
 #include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
+#include "platform/include/maillog.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
@@ -247,6 +248,7 @@ int BCC::importBCC(int type, const std::string& path) {
 int BCC::importBCC(int domain_id, int type, const std::string& path) {
   std::string text;
   if (korvmailserver::ReadFile(path, text) != 0) {
+    maillog(korvmailserver::kLogError, "Cannot read %s: %m", path.c_str());
     LOG_ERROR("open file error, %s", path.c_str());
     return -1;
   }
