@@ -7,6 +7,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/database.h"
+#include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/statement.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
@@ -20,8 +21,6 @@ using korvmailserver::FormatSql;
 namespace {
 
 constexpr const char* kView = "domain_view";
-constexpr const char* kUserView = "domain_user_view";
-constexpr const char* kUserWithRoleView = "domain_user_with_role_view";
 // Columns of domain_view: index, name, description, pattern, adding users, duplicated alias,
 // primary.
 using DomainColumns = Columns<Int, Text, Text, Text, Flag, Flag, Flag>;

@@ -2,6 +2,7 @@
 #include "lib-domain/db/domain_db_filter.h"
 
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {
@@ -9,12 +10,10 @@ namespace MDOMAIN::DB {
 namespace {
 
 constexpr const char* kDomainView = "domain_view";
-constexpr const char* kDomainUserView = "domain_user_view";
-constexpr const char* kUserWithRoleView = "domain_user_with_role_view";
 constexpr const char* kDomainGroupView = "domain_group_view";
 
 bool ListsUsers(const std::string& table_name) {
-  return table_name == kDomainUserView || table_name == kUserWithRoleView;
+  return table_name == INTERNAL::kUserView || table_name == INTERNAL::kUserWithRoleView;
 }
 
 std::string Like(const std::string& column, const std::string& escaped_query) {
@@ -139,7 +138,7 @@ std::string DomainDBFilter::ComposeUIDsBehindCmd() const {
 std::string DomainDBFilter::_ComposeFirstRows(const char* among, const char* wanted) const {
   const std::string domain = _GetDomainIdxCondition();
   return "SELECT uid FROM (SELECT uid, is_duplicated, min(alias_row) FROM " +
-         std::string(kUserWithRoleView) + " WHERE " + domain +
+         std::string(INTERNAL::kUserWithRoleView) + " WHERE " + domain +
          " AND uid IN (SELECT uid FROM domain_user_alias_table WHERE " + domain + among + ")" +
          (query_.empty() ? "" : " AND (" + _GetQueryCondition() + ")") + " GROUP BY uid) WHERE " +
          wanted + " ORDER BY is_duplicated DESC, uid;";
@@ -148,7 +147,7 @@ std::string DomainDBFilter::_ComposeFirstRows(const char* among, const char* wan
 std::string DomainDBFilter::ComposeUIDWalkCmd() const {
   return "SELECT uid, CASE WHEN is_duplicated > 0 THEN 1 WHEN is_duplicated = 0 THEN 0 ELSE 2 END "
          "FROM " +
-         std::string(kUserWithRoleView) + " WHERE " + _GetDomainIdxCondition() +
+         std::string(INTERNAL::kUserWithRoleView) + " WHERE " + _GetDomainIdxCondition() +
          (query_.empty() ? "" : " AND (" + _GetQueryCondition() + ")") +
          " ORDER BY uid, alias_row;";
 }

@@ -8,6 +8,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_user_internal.h"
+#include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/sqlite.h"
 
@@ -18,8 +19,6 @@ using korvmailserver::FormatSql;
 
 namespace {
 
-constexpr const char* kView = "domain_user_view";
-constexpr const char* kWithRoleView = "domain_user_with_role_view";
 // Columns of domain_user_view: domain index, uid, user name, alias, role, duplicated.
 using UserColumns = Columns<Int, Uid, Text, Text, Text, Flag>;
 // Columns of domain_user_alias_table: domain index, uid, alias, duplicated.
@@ -127,11 +126,11 @@ bool HasOwnViews(DomainDBHandler* handler) {
 
 // Where those users stand who have a role, for statements that do not look at the role itself.
 const char* UserView(DomainDBHandler* handler) {
-  return HasOwnViews(handler) ? kWithRoleView : kView;
+  return HasOwnViews(handler) ? kUserWithRoleView : kUserView;
 }
 
 DomainDBFilter WholeDomains(const std::vector<int>& domain_idxs) {
-  DomainDBFilter filter(kView);
+  DomainDBFilter filter(kUserView);
   filter.SetDomainIdxs(domain_idxs);
   filter.SetOffset(0);
   filter.SetLimit(-1);
@@ -170,7 +169,7 @@ bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
 
 bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
   DomainDBFilter own = filter;
-  own.SetTableName(filter.SortsByRole() ? kView : UserView(handler_));
+  own.SetTableName(filter.SortsByRole() ? kUserView : UserView(handler_));
   if (HasOwnViews(handler_) && own.IsForOneDomainUnsorted()) {
     return _WalkUIDs(own, uids);
   }
@@ -183,7 +182,7 @@ bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::Dom
     return false;
   }
   DomainDBFilter own = filter;
-  own.SetTableName(kView);
+  own.SetTableName(kUserView);
   std::vector<unsigned int> uids;
   if (!GetDistinctUIDs(own, uids)) {
     LOG_ERROR("Failed to _GetDistinctUIDs");

@@ -11,6 +11,9 @@
 
 namespace MDOMAIN::DB::INTERNAL {
 
+constexpr const char* kUserView = "domain_user_view";
+constexpr const char* kUserWithRoleView = "domain_user_with_role_view";
+
 // Whether the file has all of them. False also when it cannot be read.
 bool HasOwnIndexes(sqlite3* db);
 // What makes those that are absent.

@@ -164,6 +164,11 @@ class LocalSource : public TableSource {
 
 }  // namespace
 
+std::vector<std::string> LocalAccountFiles() {
+  const AccountPaths paths = FindPaths();
+  return {paths.passwd, paths.group, paths.login_defs};
+}
+
 bool AreLocalAccountsPlain() {
   return are_plain;
 }

@@ -1,9 +1,7 @@
 // The states of the files that local_source.cpp reads.
 #include "platform/account/sources.h"
 #include "platform/include/file_state.h"
-#include "platform/include/files.h"
 #include "platform/include/host_settings.h"
-#include "platform/include/root_path.h"
 #include "platform/system/file_stamp.h"
 
 namespace korvmailserver {
@@ -21,10 +19,10 @@ std::string LocalAccountsState() {
   if (account::IsSnapshotOpen() || !account::AreLocalAccountsPlain()) {
     return "";
   }
-  const std::string root = KLIBCFileExist(UnderRoot("/etc/passwd").c_str()) ? RootPrefix() : "";
+  std::vector<std::string> files = account::LocalAccountFiles();
+  files.push_back(HostSettingsPath());
   std::string all;
-  for (const std::string& path :
-       {root + "/etc/passwd", root + "/etc/group", root + "/etc/login.defs", HostSettingsPath()}) {
+  for (const std::string& path : files) {
     const std::string state = FileState(path);
     if (state.empty()) {
       return "";

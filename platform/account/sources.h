@@ -28,6 +28,8 @@ void EnterSnapshot();
 void LeaveSnapshot();
 bool IsSnapshotOpen();
 
+// The files that tell the local accounts: passwd, group, login.defs.
+std::vector<std::string> LocalAccountFiles();
 // Whether the local account files, as they were read last, had nothing to complain about. What is
 // kept in memory is complained about once only.
 bool AreLocalAccountsPlain();

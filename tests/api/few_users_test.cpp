@@ -3,13 +3,13 @@
 #include <sqlite3.h>
 
 #include <functional>
-#include <random>
 
 #include "lib-domain/api/domain_group.h"
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/sync/auto_add_roles.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/sqlite.h"
+#include "tests/support/random_model.h"
 #include "tests/support/sync_fixture.h"
 
 namespace {
@@ -140,14 +140,10 @@ TEST_F(FewUsers, CostTheSameInACompanyOfAnySize) {
 }
 
 // Random models, each with a random operation.
-class RandomUsers : public FewUsers {
+class RandomUsers : public FewUsers, protected test::ModelMaker {
  protected:
   static constexpr int kModels = 120;
 
-  unsigned Draw(unsigned below) {
-    return std::uniform_int_distribution<unsigned>(0, below - 1)(random_);
-  }
-  std::string OneOf(const StringList& texts) { return texts[Draw(texts.size())]; }
   std::string Name() {
     return OneOf({"anna", "Anna", "DOM\\anna", "anna@x", "ANNA@x@y", "ben", "DOM\\ben@x", "B\\",
                   "zo\xc3\xab", "an_a", "o'neil", "an[", "@anna", "a"});
@@ -158,14 +154,6 @@ class RandomUsers : public FewUsers {
   std::string Role() { return OneOf({"normal", "normal", "domain_admin"}); }
   unsigned Uid() { return 1000 + Draw(14); }
   int DomainIdx() { return 1 + static_cast<int>(Draw(2)); }
-  template <typename MakeRow>
-  std::string Insert(const std::string& table, unsigned count, const MakeRow& row) {
-    std::string sql;
-    for (unsigned i = Draw(count + 1); i > 0; --i) {
-      sql += "INSERT OR IGNORE INTO " + table + " VALUES(" + row() + ");";
-    }
-    return sql;
-  }
   std::string User() { return std::to_string(Uid()); }
   std::string Gid() { return std::to_string(500 + Draw(4)); }
   std::string Idx() { return std::to_string(DomainIdx()); }
@@ -279,8 +267,6 @@ class RandomUsers : public FewUsers {
     }
     return all;
   }
-
-  std::mt19937 random_;
 };
 
 TEST_F(RandomUsers, AreLeftAsByReadingEverything) {
