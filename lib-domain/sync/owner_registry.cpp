@@ -42,15 +42,7 @@ std::string Key(const std::string& text, int domain_idx) {
   return std::to_string(domain_idx) + "/" + BASE::ToLowerAscii(text);
 }
 
-void AddName(const std::string& name, int domain_idx, OwnerRegistryContent& content) {
-  content.domains.emplace_back(name, domain_idx);
-  std::string other;
-  if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) >= 0 && other != name) {
-    content.domains.emplace_back(other, domain_idx);
-  }
-}
-
-bool CollectDomains(OwnerRegistryContent& content, std::vector<int>& domain_idxs) {
+bool CollectDomains(std::vector<RECORD::DomainPart>& found, std::vector<int>& domain_idxs) {
   std::vector<RECORD::Domain> domains;
   std::map<int, std::vector<std::string>> names;
   if (!DB::Domain().ListNames(domains) || !CONTROL::Domain().ListAllAdditionalDomains(names)) {
@@ -58,9 +50,9 @@ bool CollectDomains(OwnerRegistryContent& content, std::vector<int>& domain_idxs
   }
   for (const RECORD::Domain& domain : domains) {
     domain_idxs.push_back(domain.GetDomainIdx());
-    AddName(domain.GetDomainName(), domain.GetDomainIdx(), content);
+    AddDomainName(domain.GetDomainName(), domain.GetDomainIdx(), found);
     for (const std::string& name : names[domain.GetDomainIdx()]) {
-      AddName(name, domain.GetDomainIdx(), content);
+      AddDomainName(name, domain.GetDomainIdx(), found);
     }
   }
   return true;
@@ -198,13 +190,27 @@ class WriterLock {
 
 }  // namespace
 
+void AddDomainName(const std::string& name, int domain_idx,
+                   std::vector<RECORD::DomainPart>& names) {
+  names.emplace_back(name, domain_idx);
+  std::string other;
+  if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) >= 0 && other != name) {
+    names.emplace_back(other, domain_idx);
+  }
+}
+
+bool CollectDomainNames(std::vector<RECORD::DomainPart>& names) {
+  std::vector<int> domain_idxs;
+  return CollectDomains(names, domain_idxs);
+}
+
 bool CollectOwners(OwnerRegistryContent& content) {
   content = OwnerRegistryContent();
   if (!DB::GetChangeCounter(content.built_from)) {  // first: a change in between makes it stale
     return false;
   }
   std::vector<int> domain_idxs;
-  if (!CollectDomains(content, domain_idxs)) {
+  if (!CollectDomains(content.domains, domain_idxs)) {
     LOG_ERROR("Failed to List domains");
     return false;
   }

@@ -189,6 +189,7 @@ std::vector<ReconcileItem> ReconcileItems() {
   for (const OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
     items.push_back(Vanished(setting));
   }
+  items.push_back(INTERNAL::ChangedAddressesItem());
   items.push_back(INTERNAL::OwnerRegistryItem());
   return items;
 }

@@ -5,6 +5,7 @@
 
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/node_publication.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "lib-domain/utils/domain_utils.h"
@@ -128,16 +129,16 @@ OwnerRegistryContent Owners() {
 }
 
 void Build(Call& call) {
-  const OwnerRegistryContent content = Owners();
-  if (!MDOMAIN::UTILS::ReplaceOwnerRegistry(MDOMAIN::PATHS::EmailOwnerDb(), content)) {
+  MDOMAIN::UTILS::OwnerCounts counts;
+  if (!MDOMAIN::UTILS::BuildOwners(counts)) {
     throw Failure(kFailed, "the owner registry could not be replaced; the old one is in place");
   }
   Publish();
   Json::Value record;
-  record["domain_names"] = Json::UInt64(content.domains.size());
-  record["local_parts"] = Json::UInt64(content.local_parts.size());
-  call.out().Done(record, "registered " + Counted(content.local_parts.size(), "local part") +
-                              " and " + Counted(content.domains.size(), "domain name"));
+  record["domain_names"] = Json::UInt64(counts.domain_names);
+  record["local_parts"] = Json::UInt64(counts.local_parts);
+  call.out().Done(record, "registered " + Counted(counts.local_parts, "local part") + " and " +
+                              Counted(counts.domain_names, "domain name"));
 }
 
 void Check(Call& call) {
@@ -191,9 +192,10 @@ const Register kOwner({
           One("USER", "Name or uid of the owner")},
          Add},
         {"build",
-         "Fill the registry anew from the domain database",
-         "Readers see the old or the new registry, whole. Where several users have one alias, the "
-         "one whose alias is not flagged is the owner.",
+         "Make the registry what the domain database says",
+         "From then on it follows every change. Readers see the old or the new registry, whole. "
+         "Where several users have one alias, the one whose alias is not flagged is the owner. "
+         "Entries that others added go.",
          Effect::kChanges,
          {},
          Build},
