@@ -68,6 +68,10 @@ constexpr const char* kSelectFlagged =
     "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
 constexpr const char* kSelectAliases =
     "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (%s)";
+constexpr const char* kSelectNonAscii =
+    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND account_alias "
+    "GLOB "
+    "'*[^ -~]*'";
 constexpr const char* kSelectRolesOfGroups =
     "SELECT domain_idx, uid FROM domain_user_role_table AS own WHERE uid IN (%s) AND is_auto_added "
     "= 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS member CROSS JOIN "
@@ -189,6 +193,10 @@ bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
   }
   HolderSearch search({domain_idx});
   return search.AddHolders(wanted) && search.List(users);
+}
+
+bool ListNonAsciiAliases(int domain_idx, std::vector<std::string>& aliases) {
+  return DomainDb().Append<Columns<Text>>(FormatSql(kSelectNonAscii, domain_idx), aliases);
 }
 
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,

@@ -43,6 +43,9 @@ MDOMAIN_EXPORT bool GetNextAlias(const std::string& from, std::string& alias);
 MDOMAIN_EXPORT bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
                                   std::vector<RECORD::DomainUser>& users);
 
+// Adds the aliases of the domain that are not of printing ASCII alone.
+bool ListNonAsciiAliases(int domain_idx, std::vector<std::string>& aliases);
+
 // Adds the roles of these users, in all domains, that were given when the account was added
 // automatically and that a group gives as well, as (domain, uid).
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,

@@ -1,29 +1,31 @@
 #include "lib-domain/sync/follow_addresses.h"
 
-#include <algorithm>
 #include <map>
+#include <memory>
+#include <optional>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/address_change.h"
-#include "lib-domain/db/change_counter.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/owner_follow.h"
+#include "lib-domain/sync/address_follower.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "platform/include/batch_scope.h"
+#include "platform/include/postfix_map.h"
 
 namespace MDOMAIN::UTILS {
 
 using DB::INTERNAL::AddressChange;
-using DB::INTERNAL::OwnerChanges;
-using DB::INTERNAL::OwnerState;
+using INTERNAL::AddressFollower;
+using INTERNAL::ChangedAddresses;
+using korvmailserver::FoldMapKey;
 
 namespace {
 
-constexpr const char* kOwners = "owners";
 constexpr size_t kMostChanges = 20000;  // more are not quicker than everything
 
 // Who has one of the aliases that changed.
@@ -48,17 +50,39 @@ void Add(const RECORD::DomainUser& user, const std::string& alias, bool flagged,
 
 enum class Found { kAll, kUnclear, kFailed };
 
+// Others that Postfix takes for the same address.
+bool AddLookAlikes(int domain_idx, std::vector<std::string>& aliases) {
+  std::vector<std::string> others;
+  if (!DB::INTERNAL::ListNonAsciiAliases(domain_idx, others)) {
+    return false;
+  }
+  std::map<std::string, std::vector<std::string>> by_key;
+  for (const std::string& other : others) {
+    by_key[FoldMapKey(other)].push_back(other);
+  }
+  for (size_t i = 0, count = aliases.size(); i < count; ++i) {
+    const std::string key = FoldMapKey(aliases[i]);
+    if (key != KeyOf(aliases[i])) {
+      aliases.push_back(key);
+    }
+    const std::vector<std::string>& same = by_key[key];
+    aliases.insert(aliases.end(), same.begin(), same.end());
+  }
+  return true;
+}
+
 // kUnclear where an alias has several holders and not one of them, alone, unflagged, or a holder
 // without a role: then the order of all users decides.
-Found FindOwners(int domain_idx, const std::vector<std::string>& aliases, OwnerChanges& changes) {
+Found FindOwners(int domain_idx, std::vector<std::string> aliases, ChangedAddresses& changes) {
   std::map<std::string, Holders> holders_by_alias;
+  std::vector<RECORD::DomainUser> users;
+  if (!AddLookAlikes(domain_idx, aliases) ||
+      !DB::INTERNAL::ListHoldersOf(domain_idx, aliases, users)) {
+    return Found::kFailed;
+  }
   for (const std::string& alias : aliases) {
     holders_by_alias[KeyOf(alias)];
     changes.aliases.emplace_back(domain_idx, alias);
-  }
-  std::vector<RECORD::DomainUser> users;
-  if (!DB::INTERNAL::ListHoldersOf(domain_idx, aliases, users)) {
-    return Found::kFailed;
   }
   for (const RECORD::DomainUser& user : users) {
     for (const auto& [alias, flagged] : user.GetAliasDuplicatedPairs()) {
@@ -79,40 +103,17 @@ Found FindOwners(int domain_idx, const std::vector<std::string>& aliases, OwnerC
   return Found::kAll;
 }
 
-// What the changed names, in either spelling, mean now.
-bool FindNames(const std::vector<AddressChange>& log, OwnerChanges& changes) {
-  std::vector<RECORD::DomainPart> changed;
-  for (const AddressChange& change : log) {
-    if (change.is_name) {
-      AddDomainName(change.text, change.domain_idx, changed);
-    }
-  }
-  std::vector<RECORD::DomainPart> all;
-  if (!changed.empty() && !CollectDomainNames(all)) {
-    return false;
-  }
-  for (const RECORD::DomainPart& part : changed) {
-    changes.names.push_back(part.GetDomainName());
-  }
-  std::copy_if(all.begin(), all.end(), std::back_inserter(changes.domains),
-               [&changes](const RECORD::DomainPart& part) {
-                 return std::any_of(changes.names.begin(), changes.names.end(),
-                                    [&part](const std::string& name) {
-                                      return KeyOf(name) == KeyOf(part.GetDomainName());
-                                    });
-               });
-  return true;
-}
-
-Found FindChanges(const std::vector<AddressChange>& log, OwnerChanges& changes) {
-  if (!FindNames(log, changes)) {
-    return Found::kFailed;
-  }
+Found FindChanges(const std::vector<AddressChange>& log, ChangedAddresses& changes) {
   std::map<int, std::vector<std::string>> aliases_by_domain;
   for (const AddressChange& change : log) {
-    if (!change.is_name) {
+    if (change.is_name) {
+      AddDomainName(change.text, change.domain_idx, changes.names);
+    } else {
       aliases_by_domain[change.domain_idx].push_back(change.text);
     }
+  }
+  if (!log.empty() && !CollectDomainNames(changes.all_names)) {
+    return Found::kFailed;
   }
   for (const auto& [domain_idx, aliases] : aliases_by_domain) {
     const Found found = FindOwners(domain_idx, aliases, changes);
@@ -123,46 +124,86 @@ Found FindChanges(const std::vector<AddressChange>& log, OwnerChanges& changes) 
   return Found::kAll;
 }
 
-// Everything anew.
-bool Rebuild(OwnerState& state) {
-  const std::string path = PATHS::EmailOwnerDb();
-  OwnerRegistryContent content;
-  return CollectOwners(content) && ReplaceOwnerRegistry(path, content) &&
-         DB::INTERNAL::ReadOwnerState(path, state);
+// All followers, and the log that they read.
+class Following {
+ public:
+  // `started`: the one that is to follow from now on, and whose every row is ours; or null.
+  explicit Following(const AddressFollower* started = nullptr) : started_(started) {}
+
+  // Within a BatchScope in which nobody else can write. True when all are in line and the log is
+  // empty; false with a log line, and then those that are in line stay so.
+  bool Run() {
+    std::vector<AddressChange> log;
+    bool is_whole = false;
+    if (!DB::INTERNAL::ListAddressChanges(kMostChanges, log, is_whole)) {
+      return false;
+    }
+    found_ = is_whole ? FindChanges(log, changes_) : Found::kUnclear;
+    if (found_ == Found::kFailed) {
+      return false;
+    }
+    bool are_in_line = true;
+    for (const auto& follower : {INTERNAL::OwnerFollower(), INTERNAL::PostfixFollower()}) {
+      if (!_BringInLine(*follower)) {
+        LOG_ERROR("Failed to bring in line with the domain database: [%s]",
+                  follower->Place().c_str());
+        are_in_line = false;
+      }
+    }
+    const bool is_log_empty = is_whole && log.empty();
+    return are_in_line && (is_log_empty || DB::INTERNAL::ForgetAddressChanges());
+  }
+
+ private:
+  bool _BringInLine(const AddressFollower& follower) {
+    const bool is_started = started_ != nullptr && follower.Place() == started_->Place();
+    std::string before;
+    bool is_left_alone = false;
+    if (!DB::INTERNAL::GetFollowerState(follower.Name(), before)) {
+      return false;
+    }
+    if (before.empty() && !is_started) {
+      return true;
+    }
+    if (!is_started && (!follower.IsLeftAlone(is_left_alone) || is_left_alone)) {
+      return is_left_alone && DB::INTERNAL::ForgetFollower(follower.Name());
+    }
+    std::string state = before;
+    const bool is_applied =
+        !before.empty() && found_ == Found::kAll && follower.Apply(changes_, is_started, state);
+    return (is_applied || (_ReadAll() && follower.Build(*content_, state))) &&
+           (state == before || DB::INTERNAL::SetFollowerState(follower.Name(), state));
+  }
+
+  bool _ReadAll() {
+    if (!content_) {
+      content_.emplace();
+      is_read_ = CollectOwners(*content_);
+    }
+    return is_read_;
+  }
+
+  const AddressFollower* started_;
+  ChangedAddresses changes_;
+  Found found_ = Found::kFailed;
+  std::optional<OwnerRegistryContent> content_;
+  bool is_read_ = false;
+};
+
+bool Start(const AddressFollower& follower) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  bool are_logged = false;
+  return DB::INTERNAL::BeginWriting() && DB::INTERNAL::AreChangesLogged(are_logged) &&
+         (are_logged || DB::INTERNAL::StartChangeLog()) && Following(&follower).Run() &&
+         scope.Commit() == 0;
 }
 
-// The rows that the log names, or everything. `must_be_ours`: also where others wrote rows.
-bool BringInLine(bool must_be_ours, OwnerState& state) {
-  std::vector<AddressChange> log;
-  bool is_whole = false;
-  OwnerChanges changes;
-  int built_from = 0;
-  if (!DB::INTERNAL::ListAddressChanges(kMostChanges, log, is_whole)) {
-    return false;
-  }
-  const bool may_follow = is_whole && state.built_from != 0;
-  const Found found = may_follow ? FindChanges(log, changes) : Found::kUnclear;
-  if (found == Found::kFailed || !DB::GetChangeCounter(built_from)) {
-    return false;
-  }
-  const bool is_followed =
-      found == Found::kAll &&
-      DB::INTERNAL::ApplyOwnerChanges(PATHS::EmailOwnerDb(), changes, built_from, state) &&
-      (!must_be_ours || state.counter != 0);
-  const bool is_log_empty = is_whole && log.empty();
-  return (is_followed || Rebuild(state)) && (is_log_empty || DB::INTERNAL::ForgetAddressChanges());
-}
-
-bool GetState(OwnerState& state, std::string& text) {
-  if (!DB::INTERNAL::GetFollowerState(kOwners, text)) {
-    return false;
-  }
-  state = DB::INTERNAL::OwnerStateOf(text);
-  return true;
-}
-
-bool SetState(const OwnerState& state, const std::string& before) {
-  return state.Text() == before || DB::INTERNAL::SetFollowerState(kOwners, state.Text());
+// The state that it was left in; empty when it does not follow.
+bool GetState(const AddressFollower& follower, std::string& state) {
+  bool are_logged = false;
+  state.clear();
+  return DB::INTERNAL::AreChangesLogged(are_logged) &&
+         (!are_logged || DB::INTERNAL::GetFollowerState(follower.Name(), state));
 }
 
 }  // namespace
@@ -176,54 +217,50 @@ bool FollowAddresses() {
     return true;
   }
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  OwnerState state;
-  OwnerState found;
-  std::string text;
-  if (!DB::INTERNAL::BeginWriting() || !GetState(state, text) ||
-      !DB::INTERNAL::ReadOwnerState(PATHS::EmailOwnerDb(), found)) {
-    return false;
-  }
-  // It was removed, or somebody else fills it now.
-  const bool is_left_alone = found.built_from == 0;
-  const bool is_done = is_left_alone ? DB::INTERNAL::ForgetFollower(kOwners)
-                                     : BringInLine(false, state) && SetState(state, text);
-  if (!is_done || scope.Commit() != 0) {
-    LOG_ERROR("Failed to bring the registry of address owners in line, path: [%s]",
-              PATHS::EmailOwnerDb().c_str());
-    return false;
-  }
-  return true;
+  return DB::INTERNAL::BeginWriting() && Following().Run() && scope.Commit() == 0;
 }
 
 bool BuildOwners(OwnerCounts& counts) {
-  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  OwnerState state;
-  std::string text;
-  bool are_logged = false;
-  return DB::INTERNAL::BeginWriting() && DB::INTERNAL::AreChangesLogged(are_logged) &&
-         (are_logged || DB::INTERNAL::StartChangeLog()) && GetState(state, text) &&
-         BringInLine(true, state) && SetState(state, text) && scope.Commit() == 0 &&
+  return Start(*INTERNAL::OwnerFollower()) &&
          DB::INTERNAL::CountOwners(PATHS::EmailOwnerDb(), counts.domain_names, counts.local_parts);
 }
 
+bool BuildPostfixMaps() {
+  return Start(*INTERNAL::PostfixFollower());
+}
+
+// A registry that was built before there was a log is behind, one that others fill is left alone.
 bool AreOwnersBehind(bool& are_behind) {
+  const std::unique_ptr<AddressFollower> owners = INTERNAL::OwnerFollower();
+  std::string state;
+  bool is_left_alone = false;
+  bool has_changes = false;
+  bool is_in_state = false;
   are_behind = false;
-  OwnerState found;
-  if (!DB::INTERNAL::ReadOwnerState(PATHS::EmailOwnerDb(), found)) {
+  if (!owners->IsLeftAlone(is_left_alone)) {
     return false;
   }
-  if (found.built_from == 0) {
+  if (is_left_alone) {
     return true;
   }
-  bool are_logged = false;
-  bool has_changes = false;
-  OwnerState state;
-  std::string text;
-  if (!DB::INTERNAL::AreChangesLogged(are_logged) ||
-      !DB::INTERNAL::HasAddressChanges(has_changes) || (are_logged && !GetState(state, text))) {
+  if (!GetState(*owners, state) || !DB::INTERNAL::HasAddressChanges(has_changes) ||
+      !owners->IsInState(state, is_in_state)) {
     return false;
   }
-  are_behind = !are_logged || has_changes || state.built_from != found.built_from;
+  are_behind = has_changes || state.empty() || !is_in_state;
+  return true;
+}
+
+bool ArePostfixMapsBehind(bool& are_behind) {
+  const std::unique_ptr<AddressFollower> maps = INTERNAL::PostfixFollower();
+  std::string state;
+  bool has_changes = false;
+  bool is_in_state = true;
+  if (!GetState(*maps, state) || !DB::INTERNAL::HasAddressChanges(has_changes) ||
+      (!state.empty() && !maps->IsInState(state, is_in_state))) {
+    return false;
+  }
+  are_behind = !state.empty() && (has_changes || !is_in_state);
   return true;
 }
 

@@ -204,6 +204,15 @@ bool CollectDomainNames(std::vector<RECORD::DomainPart>& names) {
   return CollectDomains(names, domain_idxs);
 }
 
+bool CollectOwnersOf(const std::vector<int>& domain_idxs, std::vector<RECORD::LocalPart>& owners,
+                     bool& is_clear) {
+  OwnerRegistryContent content;
+  const Collected collected = CollectAliases(domain_idxs, content);
+  is_clear = collected == Collected::kAll;
+  owners.insert(owners.end(), content.local_parts.begin(), content.local_parts.end());
+  return collected != Collected::kFailed;
+}
+
 bool CollectOwners(OwnerRegistryContent& content) {
   content = OwnerRegistryContent();
   if (!DB::GetChangeCounter(content.built_from)) {  // first: a change in between makes it stale

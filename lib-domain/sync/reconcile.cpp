@@ -191,6 +191,7 @@ std::vector<ReconcileItem> ReconcileItems() {
   }
   items.push_back(INTERNAL::ChangedAddressesItem());
   items.push_back(INTERNAL::OwnerRegistryItem());
+  items.push_back(INTERNAL::PostfixMapsItem());
   return items;
 }
 

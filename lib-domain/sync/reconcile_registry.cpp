@@ -36,4 +36,17 @@ ReconcileItem OwnerRegistryItem() {
   return {"registry of address owners", PATHS::EmailOwnerDb(), ReconcileScope::kFull, list, mend};
 }
 
+ReconcileItem PostfixMapsItem() {
+  const auto list = [](const ReconcileModel& /*model*/, Differences& differences) {
+    bool are_behind = false;
+    const bool is_read = ArePostfixMapsBehind(are_behind);
+    if (are_behind) {
+      differences.emplace_back("the maps for Postfix are not those of the domain database");
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& /*model*/) { return BuildPostfixMaps(); };
+  return {"maps for Postfix", PATHS::PostfixAddresses(), ReconcileScope::kFull, list, mend};
+}
+
 }  // namespace MDOMAIN::UTILS::INTERNAL

@@ -8,11 +8,16 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/address_change.h"
 #include "lib-domain/sync/owner_registry.h"
+#include "platform/include/eai.h"
+#include "platform/include/postfix_map.h"
 #include "tests/support/domain_db.h"
 #include "tests/support/random_model.h"
 
 namespace {
 
+using korvmailserver::FoldMapKey;
+using korvmailserver::MapEntries;
+using korvmailserver::PostfixMap;
 using MDOMAIN::UTILS::BuildOwners;
 using MDOMAIN::UTILS::FollowAddresses;
 using MDOMAIN::UTILS::OwnerCounts;
@@ -50,6 +55,42 @@ class FollowAddressesTest : public test::DomainDbTest, protected test::ModelMake
     }
     return rows;
   }
+  static MapEntries Map(const std::string& path) {
+    MapEntries entries;
+    std::string error;
+    EXPECT_TRUE(PostfixMap(path).GetAll(entries, error)) << error;
+    return entries;
+  }
+  // Every alias that is a local part at every name of its domain; of two that Postfix takes for one
+  // the first.
+  static MapEntries WantedAddresses() {
+    OwnerRegistryContent content;
+    EXPECT_TRUE(MDOMAIN::UTILS::CollectOwners(content));
+    MapEntries entries;
+    std::map<std::string, std::string> firsts;
+    for (const auto& part : content.local_parts) {
+      const std::string alias = MDOMAIN::BASE::ToLowerAscii(part.GetLocalPart());
+      for (const auto& name : content.domains) {
+        const std::string key = FoldMapKey(alias + "@" + name.GetDomainName());
+        if (name.GetDomainIdx() == part.GetDomainIdx() && !part.GetUserName().empty() &&
+            KORV::POSTARA_SERVER::IsValidEaiLocalPart(alias, true) &&
+            (firsts.count(key) == 0 || alias <= firsts[key])) {
+          firsts[key] = alias;
+          entries[key] = part.GetUserName() + "@localhost";
+        }
+      }
+    }
+    return entries;
+  }
+  static std::set<std::string> WantedNames() {
+    std::set<std::string> names;
+    std::vector<MDOMAIN::RECORD::DomainPart> parts;
+    EXPECT_TRUE(MDOMAIN::UTILS::CollectDomainNames(parts));
+    for (const auto& part : parts) {
+      names.insert(FoldMapKey(part.GetDomainName()));
+    }
+    return names;
+  }
   // What others wrote stays while single rows follow, and goes when everything is built.
   static bool WasBuiltAnew() {
     return SqliteFile(MDOMAIN::PATHS::EmailOwnerDb())
@@ -58,6 +99,11 @@ class FollowAddressesTest : public test::DomainDbTest, protected test::ModelMake
   }
   std::string Change() {
     const std::string domain = Domain();
+    if (Draw(2) == 0) {  // one address for Postfix, two aliases here
+      const std::string alias = OneOf({"'straße'", "'strasse'", "'STRASSE'", "'StraſSe'"});
+      return OneOf({"INSERT INTO domain_user_alias_table VALUES(1," + Uid() + "," + alias + ",0)",
+                    "DELETE FROM domain_user_alias_table WHERE account_alias = " + alias});
+    }
     const std::string user = "domain_idx = " + Domain() + " AND uid = " + Uid();
     return OneOf(
         {"INSERT INTO domain_user_alias_table VALUES(" + Domain() + "," + Uid() + "," + Alias() +
@@ -102,11 +148,12 @@ class FollowAddressesTest : public test::DomainDbTest, protected test::ModelMake
 // Written by a connection of its own, as another program would.
 TEST_F(FollowAddressesTest, EndsAsTheOneThatIsBuiltAnew) {
   OwnerCounts counts;
-  ASSERT_TRUE(BuildOwners(counts));
+  ASSERT_TRUE(BuildOwners(counts) && MDOMAIN::UTILS::BuildPostfixMaps());
   SqliteFile other(DbPath());
   int followed = 0;
   int built_anew = 0;
-  for (int round = 0; round < 250; ++round) {
+  size_t addresses = 0;
+  for (int round = 0; round < 200; ++round) {
     SqliteFile(MDOMAIN::PATHS::EmailOwnerDb()).Run(kMarker);
     other.Run(round % 20 == 0 ? RandomModel() : "PRAGMA foreign_keys = on");
     std::string sql;
@@ -117,6 +164,14 @@ TEST_F(FollowAddressesTest, EndsAsTheOneThatIsBuiltAnew) {
     other.Run(Draw(3) != 0 ? AsARefreshLeavesIt() : "");
     ASSERT_TRUE(FollowAddresses());
     ASSERT_EQ(Registered(), Wanted()) << "round " << round << ": " << sql;
+    ASSERT_EQ(Map(MDOMAIN::PATHS::PostfixAddresses()), WantedAddresses())
+        << "round " << round << ": " << sql;
+    addresses += WantedAddresses().size();
+    std::set<std::string> names;
+    for (const auto& [name, value] : Map(MDOMAIN::PATHS::PostfixDomains())) {
+      names.insert(name);
+    }
+    ASSERT_EQ(names, WantedNames()) << "round " << round << ": " << sql;
     ++(WasBuiltAnew() ? built_anew : followed);
     if (round % 50 == 0) {  // all that others wrote goes
       ASSERT_TRUE(BuildOwners(counts));
@@ -124,6 +179,7 @@ TEST_F(FollowAddressesTest, EndsAsTheOneThatIsBuiltAnew) {
       EXPECT_EQ(Registered().size(), counts.domain_names + counts.local_parts);
     }
   }
+  EXPECT_GT(addresses, 1000);
   EXPECT_GT(followed, 100);
   EXPECT_GT(built_anew, 5);
 }
