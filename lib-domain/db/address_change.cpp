@@ -14,6 +14,8 @@ namespace {
 
 constexpr const char* kCreateTables[] = {
     "CREATE TABLE IF NOT EXISTS " LOG_TABLE "(domain_idx INTEGER, is_name INTEGER, text TEXT)",
+    "CREATE TABLE IF NOT EXISTS mdomain_special_address_table(domain_idx INTEGER NOT NULL, "
+    "local_part TEXT NOT NULL, address TEXT NOT NULL)",
     "CREATE TABLE IF NOT EXISTS " FOLLOWER_TABLE
     "(follower TEXT NOT NULL PRIMARY KEY, state TEXT NOT NULL)",
 };

@@ -47,8 +47,9 @@ constexpr const char* kSelectFromWithoutRole =
     "SELECT domain_idx, uid FROM domain_user_without_role_view";
 
 constexpr const char* kSelectAliasesOfDomains =
-    "SELECT domain_idx, user_name, account_alias, CASE WHEN role IS NULL THEN 2 WHEN is_duplicated "
-    "= 0 THEN 0 WHEN is_duplicated = 1 THEN 1 ELSE 2 END FROM domain_user_view WHERE domain_idx IN "
+    "SELECT domain_idx, user_name, account_alias, CASE WHEN coalesce(role, '') = '' THEN 3 WHEN "
+    "is_duplicated = 0 THEN 0 WHEN is_duplicated = 1 THEN 1 ELSE 2 END FROM domain_user_view WHERE "
+    "domain_idx IN "
     "(%s) ORDER BY domain_idx, uid";
 constexpr const char* kSelectOfUsers =
     "SELECT * FROM domain_user_view WHERE uid IN (%q) ORDER BY uid, domain_idx";

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/special_address.h"
 #include "lib-domain/record/address_part.h"
 #include "lib-domain/sync/owner_registry.h"
 
@@ -20,7 +21,8 @@ struct ChangedAddresses {
   std::vector<RECORD::DomainPart> names;
   std::vector<RECORD::DomainPart> all_names;
 
-  bool IsEmpty() const { return aliases.empty() && names.empty(); }
+  // Addresses that no single user has, all of them; those that changed are among the aliases.
+  DB::INTERNAL::SpecialAddresses special;
 };
 
 // Its state is a text that the domain database keeps, by which it is known again.
@@ -39,7 +41,8 @@ class AddressFollower {
   // it what does not concern these changes.
   virtual bool Apply(const ChangedAddresses& changes, bool exactly, std::string& state) const = 0;
   // Makes it what the content says. False with a log line, and as it was.
-  virtual bool Build(const OwnerRegistryContent& content, std::string& state) const = 0;
+  virtual bool Build(const OwnerRegistryContent& content,
+                     const DB::INTERNAL::SpecialAddresses& special, std::string& state) const = 0;
 };
 
 std::unique_ptr<AddressFollower> OwnerFollower();

@@ -13,7 +13,9 @@
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/owner_follow.h"
 #include "lib-domain/sync/address_follower.h"
+#include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_registry.h"
+#include "lib-domain/sync/special_address.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/postfix_map.h"
 
@@ -32,7 +34,6 @@ constexpr size_t kMostChanges = 20000;  // more are not quicker than everything
 struct Holders {
   size_t count = 0;
   size_t unflagged = 0;
-  bool has_unclear = false;  // no role
   RECORD::LocalPart owner;
 };
 
@@ -45,7 +46,6 @@ void Add(const RECORD::DomainUser& user, const std::string& alias, bool flagged,
   if (holders.count++ == 0 || !flagged) {
     holders.owner = {alias, user.GetDomainIdx(), user.GetUserName()};
   }
-  holders.has_unclear = holders.has_unclear || user.GetRole().empty();
 }
 
 enum class Found { kAll, kUnclear, kFailed };
@@ -71,8 +71,8 @@ bool AddLookAlikes(int domain_idx, std::vector<std::string>& aliases) {
   return true;
 }
 
-// kUnclear where an alias has several holders and not one of them, alone, unflagged, or a holder
-// without a role: then the order of all users decides.
+// kUnclear where an alias has several holders with a role, and not one of them, alone, unflagged:
+// then the order of all users decides.
 Found FindOwners(int domain_idx, std::vector<std::string> aliases, ChangedAddresses& changes) {
   std::map<std::string, Holders> holders_by_alias;
   std::vector<RECORD::DomainUser> users;
@@ -87,13 +87,13 @@ Found FindOwners(int domain_idx, std::vector<std::string> aliases, ChangedAddres
   for (const RECORD::DomainUser& user : users) {
     for (const auto& [alias, flagged] : user.GetAliasDuplicatedPairs()) {
       const auto asked = holders_by_alias.find(KeyOf(alias));
-      if (asked != holders_by_alias.end()) {
+      if (asked != holders_by_alias.end() && !user.GetRole().empty()) {
         Add(user, alias, flagged, asked->second);
       }
     }
   }
   for (const auto& [alias, holders] : holders_by_alias) {
-    if (holders.has_unclear || (holders.count > 1 && holders.unflagged != 1)) {
+    if (holders.count > 1 && holders.unflagged != 1) {
       return Found::kUnclear;
     }
     if (holders.count > 0) {
@@ -124,6 +124,11 @@ Found FindChanges(const std::vector<AddressChange>& log, ChangedAddresses& chang
   return Found::kAll;
 }
 
+bool ListSpecial(DB::INTERNAL::SpecialAddresses& addresses) {
+  MailTarget target;
+  return target.Read() && CollectSpecialAddresses(target, addresses);
+}
+
 // All followers, and the log that they read.
 class Following {
  public:
@@ -138,6 +143,11 @@ class Following {
     if (!DB::INTERNAL::ListAddressChanges(kMostChanges, log, is_whole)) {
       return false;
     }
+    const bool is_log_empty = is_whole && log.empty();
+    DB::INTERNAL::SpecialAddresses kept;
+    if (!_FindSpecial(kept, log)) {
+      return false;
+    }
     found_ = is_whole ? FindChanges(log, changes_) : Found::kUnclear;
     if (found_ == Found::kFailed) {
       return false;
@@ -150,11 +160,28 @@ class Following {
         are_in_line = false;
       }
     }
-    const bool is_log_empty = is_whole && log.empty();
-    return are_in_line && (is_log_empty || DB::INTERNAL::ForgetAddressChanges());
+    return are_in_line && (is_log_empty || DB::INTERNAL::ForgetAddressChanges()) &&
+           (kept == changes_.special || DB::INTERNAL::KeepAddresses(changes_.special));
   }
 
  private:
+  // Those that differ from what was kept are looked at like aliases that changed.
+  bool _FindSpecial(DB::INTERNAL::SpecialAddresses& kept, std::vector<AddressChange>& log) {
+    if (!DB::INTERNAL::ListKeptAddresses(kept) || !ListSpecial(changes_.special)) {
+      return false;
+    }
+    for (const auto& [a, b] :
+         {std::make_pair(&kept, &changes_.special), std::make_pair(&changes_.special, &kept)}) {
+      for (const auto& [key, address] : *a) {
+        const auto other = b->find(key);
+        if (other == b->end() || other->second != address) {
+          log.emplace_back(key.first, false, key.second);
+        }
+      }
+    }
+    return true;
+  }
+
   bool _BringInLine(const AddressFollower& follower) {
     const bool is_started = started_ != nullptr && follower.Place() == started_->Place();
     std::string before;
@@ -171,7 +198,7 @@ class Following {
     std::string state = before;
     const bool is_applied =
         !before.empty() && found_ == Found::kAll && follower.Apply(changes_, is_started, state);
-    return (is_applied || (_ReadAll() && follower.Build(*content_, state))) &&
+    return (is_applied || (_ReadAll() && follower.Build(*content_, changes_.special, state))) &&
            (state == before || DB::INTERNAL::SetFollowerState(follower.Name(), state));
   }
 
@@ -208,9 +235,32 @@ bool GetState(const AddressFollower& follower, std::string& state) {
 
 }  // namespace
 
+bool HasChangesToFollow(bool& has_changes) {
+  std::string postfix;
+  DB::INTERNAL::SpecialAddresses kept;
+  DB::INTERNAL::SpecialAddresses now;
+  bool are_logged = false;
+  if (!DB::INTERNAL::HasAddressChanges(has_changes) ||
+      !DB::INTERNAL::AreChangesLogged(are_logged)) {
+    return false;
+  }
+  if (has_changes || !are_logged) {
+    return true;
+  }
+  if (!DB::INTERNAL::GetFollowerState(INTERNAL::PostfixFollower()->Name(), postfix)) {
+    return false;
+  }
+  if (!postfix.empty()) {
+    const bool is_read = DB::INTERNAL::ListKeptAddresses(kept) && ListSpecial(now);
+    has_changes = kept != now;
+    return is_read;
+  }
+  return true;
+}
+
 bool FollowAddresses() {
   bool has_changes = false;
-  if (!DB::INTERNAL::HasAddressChanges(has_changes)) {
+  if (!HasChangesToFollow(has_changes)) {
     return false;
   }
   if (!has_changes) {
@@ -256,7 +306,7 @@ bool ArePostfixMapsBehind(bool& are_behind) {
   std::string state;
   bool has_changes = false;
   bool is_in_state = true;
-  if (!GetState(*maps, state) || !DB::INTERNAL::HasAddressChanges(has_changes) ||
+  if (!GetState(*maps, state) || !HasChangesToFollow(has_changes) ||
       (!state.empty() && !maps->IsInState(state, is_in_state))) {
     return false;
   }

@@ -16,6 +16,9 @@ namespace MDOMAIN::UTILS {
 // False with a log line; what is left then is found by the next call.
 bool FollowAddresses();
 
+// Whether it would do something. False with a log line when that cannot be told.
+bool HasChangesToFollow(bool& has_changes);
+
 struct OwnerCounts {
   size_t domain_names = 0;
   size_t local_parts = 0;

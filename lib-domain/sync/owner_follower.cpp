@@ -66,7 +66,8 @@ class Owners : public AddressFollower {
     return true;
   }
 
-  bool Build(const OwnerRegistryContent& content, std::string& state) const override {
+  bool Build(const OwnerRegistryContent& content, const DB::INTERNAL::SpecialAddresses& /*special*/,
+             std::string& state) const override {
     OwnerState now;
     if (!ReplaceOwnerRegistry(Place(), content) || !DB::INTERNAL::ReadOwnerState(Place(), now)) {
       return false;

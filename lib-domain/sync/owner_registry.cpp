@@ -63,7 +63,8 @@ void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
                 std::unordered_set<std::string>& seen, OwnerRegistryContent& content) {
   for (const RECORD::DomainUser& user : users) {
     for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
-      if (duplicated == flagged && seen.insert(Key(alias, user.GetDomainIdx())).second) {
+      if (!user.GetRole().empty() && duplicated == flagged &&
+          seen.insert(Key(alias, user.GetDomainIdx())).second) {
         content.local_parts.emplace_back(alias, user.GetDomainIdx(), user.GetUserName());
       }
     }
@@ -81,14 +82,16 @@ void Sort(std::vector<RECORD::LocalPart>& parts) {
 enum class Collected { kAll, kUnclear, kFailed };
 
 // With one read, row by row. kUnclear where the listing's own order of users, which is not that of
-// their uids, decides: an address is unflagged twice, a flag is neither 0 nor 1, or somebody has
-// addresses in one of the domains and no role there.
+// their uids, decides: an address is unflagged twice, or a flag is neither 0 nor 1.
 Collected CollectAliases(const std::vector<int>& domain_idxs, OwnerRegistryContent& content) {
   using Flag = DB::DomainUser::AliasFlag;
   std::unordered_set<std::string> seen;
   std::vector<RECORD::LocalPart> flagged;
   bool is_clear = true;
   const auto keep = [&](int domain_idx, std::string&& user_name, std::string&& alias, Flag flag) {
+    if (flag == Flag::kNoRole) {
+      return true;
+    }
     is_clear = flag != Flag::kOther &&
                (flag == Flag::kFlagged || seen.insert(Key(alias, domain_idx)).second);
     if (is_clear) {

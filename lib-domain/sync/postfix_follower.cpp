@@ -19,6 +19,7 @@ namespace MDOMAIN::UTILS::INTERNAL {
 
 namespace {
 
+using DB::INTERNAL::SpecialAddresses;
 using korvmailserver::FoldMapKey;
 using korvmailserver::MapEntries;
 using korvmailserver::PostfixMap;
@@ -65,6 +66,14 @@ class Addresses {
     first->second = alias;
     for (const std::string& name : names) {
       entries_[local_part + "@" + name] = address;
+    }
+  }
+  // Where no user has it.
+  void SetSpecial(const std::string& local_part, const std::string& address,
+                  const std::set<std::string>& names) {
+    for (const std::string& name : names) {
+      std::string& entry = entries_[local_part + "@" + name];
+      entry = entry.empty() ? address : entry;
     }
   }
   const MapEntries& Entries() const { return entries_; }
@@ -133,7 +142,8 @@ class PostfixMaps : public AddressFollower {
     return true;
   }
 
-  bool Build(const OwnerRegistryContent& content, std::string& state) const override {
+  bool Build(const OwnerRegistryContent& content, const SpecialAddresses& special,
+             std::string& state) const override {
     State made;
     MailTarget target;
     std::string error;
@@ -148,6 +158,12 @@ class PostfixMaps : public AddressFollower {
       const auto of_domain = names.find(part.GetDomainIdx());
       if (of_domain != names.end()) {
         addresses.Set(part, of_domain->second);
+      }
+    }
+    for (const auto& [key, address] : special) {
+      const auto of_domain = names.find(key.first);
+      if (of_domain != names.end()) {
+        addresses.SetSpecial(key.second, address, of_domain->second);
       }
     }
     for (const auto& [domain_idx, of_domain] : names) {
@@ -184,6 +200,12 @@ class PostfixMaps : public AddressFollower {
     for (const RECORD::LocalPart& owner : changes.owners) {
       addresses.Set(owner, names[owner.GetDomainIdx()]);
     }
+    for (const auto& [domain_idx, alias] : changes.aliases) {
+      const auto found = changes.special.find({domain_idx, FoldMapKey(alias)});
+      if (found != changes.special.end()) {
+        addresses.SetSpecial(found->first.second, found->second, names[domain_idx]);
+      }
+    }
     for (const auto& [domain_idx, changed] : ByDomain(changes.names)) {
       if (!FindEntriesOfNames(domain_idx, changed, names[domain_idx], changes, addresses)) {
         return false;
@@ -215,6 +237,11 @@ class PostfixMaps : public AddressFollower {
     for (const RECORD::LocalPart& owner : owners) {
       addresses.Set(owner, got);
       addresses.Remove(owner.GetLocalPart(), lost);
+    }
+    for (auto special = changes.special.lower_bound({domain_idx, ""});
+         special != changes.special.end() && special->first.first == domain_idx; ++special) {
+      addresses.SetSpecial(special->first.second, special->second, got);
+      addresses.Remove(special->first.second, lost);
     }
     for (const auto& [of_domain, alias] : changes.aliases) {
       if (of_domain == domain_idx) {

@@ -1,8 +1,6 @@
 #include "lib-domain/sync/reconcile_registry.h"
 
 #include "lib-domain/base/paths.h"
-#include "lib-domain/db/address_change.h"
-#include "lib-domain/db/schema.h"
 #include "lib-domain/sync/follow_addresses.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
@@ -10,7 +8,7 @@ namespace MDOMAIN::UTILS::INTERNAL {
 ReconcileItem ChangedAddressesItem() {
   const auto list = [](const ReconcileModel& /*model*/, Differences& differences) {
     bool has_changes = false;
-    const bool is_read = DB::INTERNAL::HasAddressChanges(has_changes);
+    const bool is_read = HasChangesToFollow(has_changes);
     if (has_changes) {
       differences.emplace_back("addresses changed that what is made from them has not followed");
     }

@@ -7,7 +7,10 @@
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/address_change.h"
+#include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_registry.h"
+#include "lib-domain/sync/special_address.h"
+#include "platform/include/alias.h"
 #include "platform/include/eai.h"
 #include "platform/include/postfix_map.h"
 #include "tests/support/domain_db.h"
@@ -80,7 +83,30 @@ class FollowAddressesTest : public test::DomainDbTest, protected test::ModelMake
         }
       }
     }
+    MDOMAIN::UTILS::MailTarget target;
+    MDOMAIN::DB::INTERNAL::SpecialAddresses special;
+    EXPECT_TRUE(target.Read() && CollectSpecialAddresses(target, special));
+    for (const auto& [key, address] : special) {
+      for (const auto& name : content.domains) {
+        if (name.GetDomainIdx() == key.first) {
+          entries.emplace(FoldMapKey(key.second + "@" + name.GetDomainName()), address);
+        }
+      }
+    }
     return entries;
+  }
+  // An entry of the alias table comes, changes or goes.
+  void ChangeEntry() {
+    using Table = ::Alias;
+    using Kind = Table::MemberKind;
+    Table table(MDOMAIN::PATHS::AliasDb());
+    ASSERT_EQ(table.load(), 0);
+    const Table::Entry entry = {OneOf({"a", "list", "postmaster", "STRASSE"}),
+                                static_cast<int>(1 + Draw(3)),
+                                {{Kind::User, OneOf({"anna", "Ben", "nobody"})},
+                                 {Draw(2) == 0 ? Kind::Group : Kind::User, "g"},
+                                 {Kind::Address, OneOf({"x@y.example", "z@y.example"})}}};
+    EXPECT_EQ(Draw(3) == 0 ? table.del(entry.name, entry.domain_id) : table.set(entry), 0);
   }
   static std::set<std::string> WantedNames() {
     std::set<std::string> names;
@@ -155,13 +181,19 @@ TEST_F(FollowAddressesTest, EndsAsTheOneThatIsBuiltAnew) {
   size_t addresses = 0;
   for (int round = 0; round < 200; ++round) {
     SqliteFile(MDOMAIN::PATHS::EmailOwnerDb()).Run(kMarker);
-    other.Run(round % 20 == 0 ? RandomModel() : "PRAGMA foreign_keys = on");
+    other.Run(round % 20 == 0 ? RandomModel() +
+                                    "UPDATE user_table SET user_name = coalesce("
+                                    "user_name, 'none')"
+                              : "PRAGMA foreign_keys = on");
     std::string sql;
     for (unsigned i = 1 + Draw(4); i > 0; --i) {
       const std::string change = Change();
       sql += other.IsRun(change) ? change + ";" : "";
     }
     other.Run(Draw(3) != 0 ? AsARefreshLeavesIt() : "");
+    if (Draw(4) == 0) {
+      ChangeEntry();
+    }
     ASSERT_TRUE(FollowAddresses());
     ASSERT_EQ(Registered(), Wanted()) << "round " << round << ": " << sql;
     ASSERT_EQ(Map(MDOMAIN::PATHS::PostfixAddresses()), WantedAddresses())
