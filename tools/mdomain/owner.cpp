@@ -1,8 +1,10 @@
 // mdomain owner: the registry that tells mail services who owns an address.
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
 
+#include "lib-domain/api/alias_entry.h"
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/sync/follow_addresses.h"
@@ -11,6 +13,7 @@
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/text.h"
 
@@ -57,6 +60,30 @@ void RequireRegistry() {
   }
 }
 
+// Of an address that goes to several; none of any other.
+Json::Value MembersOf(const std::string& address) {
+  const size_t at = address.find('@');
+  const std::string name = address.substr(at + 1);
+  Json::Value members(Json::arrayValue);
+  static const Domains domains;
+  for (const KnownDomain& domain : domains.all()) {
+    const bool is_of_domain =
+        SameDomainName(domain.name, name) ||
+        std::any_of(domain.additional_names.begin(), domain.additional_names.end(),
+                    [&name](const std::string& further) { return SameDomainName(further, name); });
+    bool found = false;
+    ::Alias::Entry entry;
+    if (is_of_domain &&
+        !MDOMAIN::API::AliasEntry().Find(domain.idx, address.substr(0, at), found, entry)) {
+      throw Failure(kFailed, "the addresses with several members could not be read");
+    }
+    for (const ::Alias::Member& member : entry.members) {
+      members.append(member.name);
+    }
+  }
+  return members;
+}
+
 void Lookup(Call& call) {
   RequireRegistry();
   EmailOwner registry;
@@ -69,14 +96,20 @@ void Lookup(Call& call) {
       status = kRefused;
     } else if (!registry.GetOwner(address, owner)) {
       throw Failure(kFailed, "the owner registry could not be read");
-    } else if (owner.empty() && status == kDone) {
-      status = kNotFound;
+    } else if (owner.empty()) {
+      record["members"] = MembersOf(address);
+      status = record["members"].empty() && status == kDone ? kNotFound : status;
     }
     record["address"] = address;
     record["owner"] = owner;
     records.append(record);
   }
-  call.out().List(records, {{"address", "ADDRESS"}, {"owner", "OWNER"}});
+  std::vector<Column> columns = {{"address", "ADDRESS"}, {"owner", "OWNER"}};
+  if (std::any_of(records.begin(), records.end(),
+                  [](const Json::Value& record) { return !record["members"].empty(); })) {
+    columns.push_back({"members", "MEMBERS"});
+  }
+  call.out().List(records, columns);
   call.out().Flush();
   if (status != kDone) {
     throw Failure(status, status == kRefused ? "not every text is a mail address"

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "lib-domain/api/alias_entry.h"
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
@@ -28,6 +29,21 @@ void RequireAliases(const std::vector<std::string>& aliases) {
       throw Failure(kRefused, "\"" + alias +
                                   "\" cannot be an alias: it is no local part of a mail "
                                   "address");
+    }
+  }
+}
+
+// An address with several members keeps its name.
+void RefuseEntries(const KnownDomain& domain, const std::vector<std::string>& aliases) {
+  for (const std::string& alias : aliases) {
+    bool found = false;
+    ::Alias::Entry entry;
+    if (!MDOMAIN::API::AliasEntry().Find(domain.idx, alias, found, entry)) {
+      throw Failure(kFailed, "the addresses with several members could not be read");
+    }
+    if (found) {
+      throw Failure(kRefused, "\"" + alias + "\" has several members in domain " + domain.Title() +
+                                  ": see mdomain alias show");
     }
   }
 }
@@ -60,6 +76,7 @@ void Add(Call& call) {
     throw Failure(kUsage, "--alias needs exactly one user and no group");
   }
   RequireAliases(aliases);
+  RefuseEntries(domain, aliases);
   AddMembers(call, domain, members, aliases);
 }
 
@@ -82,7 +99,7 @@ auto SameAlias(const std::string& alias) {
   };
 }
 
-AliasPairs ChangedAliases(const Call& call, AliasPairs pairs) {
+AliasPairs ChangedAliases(const Call& call, const KnownDomain& domain, AliasPairs pairs) {
   if (call.Has("--alias")) {
     pairs.clear();
   }
@@ -90,6 +107,7 @@ AliasPairs ChangedAliases(const Call& call, AliasPairs pairs) {
   const std::vector<std::string> more = call.List("--add-alias");
   added.insert(added.end(), more.begin(), more.end());
   RequireAliases(added);
+  RefuseEntries(domain, added);
   for (const std::string& alias : added) {
     if (std::none_of(pairs.begin(), pairs.end(), SameAlias(alias))) {
       pairs.emplace_back(alias, false);
@@ -135,7 +153,8 @@ void Set(Call& call) {
   }
   std::vector<MDOMAIN::RECORD::DomainUser> users = {DomainUserOf(domain, account)};
   users[0].SetRole(ChangedRole(call, users[0]));
-  users[0].SetAliasDuplicatedPairs(ChangedAliases(call, users[0].GetAliasDuplicatedPairs()));
+  users[0].SetAliasDuplicatedPairs(
+      ChangedAliases(call, domain, users[0].GetAliasDuplicatedPairs()));
   std::vector<std::string> aliases;
   for (const auto& pair : users[0].GetAliasDuplicatedPairs()) {
     aliases.push_back(pair.first);
