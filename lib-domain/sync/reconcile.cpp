@@ -166,6 +166,23 @@ ReconcileItem Vanished(const OutsideSetting& setting) {
   return {setting.name, setting.place(), ReconcileScope::kEachChange, list, mend};
 }
 
+// They are made from what is published as well.
+ReconcileItem BccMaps() {
+  const auto list = [](const ReconcileModel& model, Differences& differences) {
+    bool are_old = false;
+    const bool is_read = model.are_settings_foreign || CONTROL::INTERNAL::AreBccMapsOld(are_old);
+    if (are_old) {
+      differences.emplace_back(
+          "the maps of blind copies are older than the rules or the addresses");
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& /*model*/) {
+    return CONTROL::INTERNAL::MakeBccMaps();
+  };
+  return {"maps of blind copies", PATHS::TargetEtcDir(), ReconcileScope::kEachChange, list, mend};
+}
+
 // Whether the item differed and was mended; throws nothing.
 ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) {
   Differences differences;
@@ -189,6 +206,7 @@ std::vector<ReconcileItem> ReconcileItems() {
   for (const OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
     items.push_back(Vanished(setting));
   }
+  items.push_back(BccMaps());
   items.push_back(INTERNAL::ChangedAddressesItem());
   items.push_back(INTERNAL::OwnerRegistryItem());
   items.push_back(INTERNAL::PostfixMapsItem());

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string ReportPath() {
-  return MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json";
+  return MDOMAIN::PATHS::TargetEtcDir() + MDOMAIN::CONTROL::INTERNAL::kMapReport;
 }
 
 // What the compiler wrote about its last run.
