@@ -8,6 +8,7 @@
 #include "lib-domain/control/departure.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "platform/include/account.h"
 #include "tools/mdomain/account_output.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
@@ -56,6 +57,27 @@ Members TypedMembers(const Call& call) {
   return members;
 }
 
+// Every account that is not in the domain and was not taken out of it.
+Members EverybodyElse(const Call& call, const KnownDomain& domain) {
+  if (!call.List("USER").empty() || !call.List("--group").empty() || call.Has("--alias")) {
+    throw Failure(kUsage, "--all names everybody: no USER, --group or --alias beside it");
+  }
+  DomainUser api;
+  std::vector<unsigned int> uids;
+  std::unordered_set<unsigned int> passed_over;
+  if (!api.List(domain.idx, uids) || !api.GetAllRemovedUIDs(domain.idx, passed_over)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+  passed_over.insert(uids.begin(), uids.end());
+  Members members;
+  for (MDOMAIN::RECORD::User& user : ListUsers(MDOMAIN::DB::UserDBFilter())) {
+    if (passed_over.count(user.GetUID()) == 0 && !KORVUserIsInternal(user.GetUserName().c_str())) {
+      members.users.push_back(std::move(user));
+    }
+  }
+  return members;
+}
+
 void Preview(Call& call) {
   const KnownDomain domain = TypedDomain(call);
   Json::Value records(Json::arrayValue);
@@ -67,7 +89,7 @@ void Preview(Call& call) {
 
 void Add(Call& call) {
   const KnownDomain domain = TypedDomain(call);
-  const Members members = TypedMembers(call);
+  const Members members = call.Has("--all") ? EverybodyElse(call, domain) : TypedMembers(call);
   const std::vector<std::string> aliases = call.List("--alias");
   if (!aliases.empty()) {
     RefuseInternal(members.users, {});  // a wrong account is told before a wrong alias
@@ -239,9 +261,10 @@ const Register kUserChanges({
          "Add users, and groups with their members, to a domain",
          "Each user gets the alias that preview shows, and keeps those that are there. An alias "
          "that another user has is stored and flagged as a collision. Users who were removed from "
-         "the domain are taken in again.",
+         "the domain are taken in again, but not by --all.",
          Effect::kChanges,
          {DomainArgument(), kUsers, kGroups,
+          Flag("--all", "Everybody whom a refresh has found and who is not in the domain"),
           Repeated("--alias", "ALIAS",
                    "An alias for the one user named, in place of the pattern's")},
          Add},
