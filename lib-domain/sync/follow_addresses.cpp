@@ -14,6 +14,7 @@
 #include "lib-domain/db/owner_follow.h"
 #include "lib-domain/sync/address_follower.h"
 #include "lib-domain/sync/mail_target.h"
+#include "lib-domain/sync/owner_content.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/batch_scope.h"

@@ -8,6 +8,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/address_change.h"
 #include "lib-domain/sync/mail_target.h"
+#include "lib-domain/sync/owner_content.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/alias.h"
