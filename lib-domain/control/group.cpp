@@ -20,6 +20,8 @@ namespace MDOMAIN::CONTROL {
 namespace {
 
 constexpr int kMemberListCapacity = 1024;
+// Of more the whole mirror is read.
+constexpr size_t kFewMembers = 20000;
 
 void LogChangedCount(unsigned int gid, size_t old_count, size_t new_count) {
   if (old_count != new_count) {
@@ -39,6 +41,22 @@ bool AreTheMembers(const std::vector<unsigned int>& uids,
   return uids.size() == member_uids.size() &&
          std::all_of(uids.begin(), uids.end(),
                      [&member_uids](unsigned int uid) { return member_uids.count(uid) != 0; });
+}
+
+// Those of the members, and maybe others, who are mirrored.
+template <typename MembersByGroup>
+bool ListMirrored(const MembersByGroup& members_by_group, std::vector<RECORD::User>& mirrored) {
+  std::vector<unsigned int> uids = {0};  // without any the filter would let everybody through
+  for (const auto& [group, members] : members_by_group) {
+    for (const RECORD::User& member : members) {
+      uids.push_back(member.GetUID());
+    }
+  }
+  DB::UserDBFilter filter("*");
+  if (uids.size() <= kFewMembers) {
+    filter.SetUIDs(uids);
+  }
+  return DB::User().List(filter, mirrored);
 }
 
 // Users who are mirrored as members of a group are not new to the next refresh. It has to be told
@@ -110,7 +128,7 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   // Without it a directory is read whole again for every group.
   const korvmailserver::AccountSnapshot snapshot;
   UsersByLowerName users_by_lower_name;
-  if (!_GetAllUsersByLowerName(users_by_lower_name)) {
+  if (!_GetUsersByLowerName(groups, users_by_lower_name)) {
     return false;
   }
   std::vector<GroupMembers> members_by_group;
@@ -132,6 +150,7 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   std::vector<RECORD::User> mirrored_before;
   std::unordered_set<unsigned int> mirrored_uids;
+  bool is_mirror_read = false;
   bool all_written = true;
   for (const auto& [group, members] : members_by_group) {
     if (is_update && !is_stored_known) {
@@ -146,11 +165,11 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
       continue;  // mirrored just before, for another domain
     }
     // Read before the first write, and only when there is one.
-    if (mirrored_before.empty() && mirrored_uids.empty() &&
-        !DB::User().List(DB::UserDBFilter("*"), mirrored_before)) {
+    if (!is_mirror_read && !ListMirrored(members_by_group, mirrored_before)) {
       LOG_ERROR("Failed to list users");
       return false;
     }
+    is_mirror_read = true;
     all_written = _WriteMembers(*group, members, is_update, mirrored_uids);
     if (!all_written) {
       break;
@@ -166,10 +185,16 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   return true;
 }
 
-bool Group::_GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name) {
+bool Group::_GetUsersByLowerName(const std::vector<RECORD::Group>& groups,
+                                 UsersByLowerName& users_by_lower_name) {
+  std::vector<std::string> names;
+  names.reserve(groups.size());
+  for (const RECORD::Group& group : groups) {
+    names.push_back(group.GetGroupName());
+  }
   std::vector<RECORD::User> users;
   bool is_all_success = false;
-  if (!UTILS::TryToGetAllZelmUsers(users, is_all_success)) {
+  if (!UTILS::TryToGetZelmUsersOf(names, users, is_all_success)) {
     LOG_ERROR("Failed to TryToGetAllZelmUsers");
     return false;
   }

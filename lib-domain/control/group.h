@@ -61,7 +61,9 @@ class MDOMAIN_EXPORT Group {
   // failure, so that a user list that was cut short does not empty it.
   bool _GetUsersFromGroup(const RECORD::Group& group, const UsersByLowerName& users_by_lower_name,
                           std::vector<RECORD::User>& members);
-  bool _GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name);
+  // Those whom the groups may have, and maybe others.
+  bool _GetUsersByLowerName(const std::vector<RECORD::Group>& groups,
+                            UsersByLowerName& users_by_lower_name);
   bool _WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,
                      const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids);
 

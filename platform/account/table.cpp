@@ -181,6 +181,22 @@ std::vector<const UserRow*> UserTable::OfGroup(unsigned int gid) const {
   return users;
 }
 
+const UserRow* UserTable::FirstListed(const std::string& folded) const {
+  for (; unfolded_rows_ < rows().size(); unfolded_rows_++) {
+    const UserRow& row = rows()[unfolded_rows_];
+    if (row.listed && !IsSurelyFolded(row.name)) {
+      unfolded_.emplace(FoldCase(row.name), static_cast<uint32_t>(unfolded_rows_));
+    }
+  }
+  const auto found = unfolded_.find(folded);
+  const uint32_t first = found == unfolded_.end() ? RowIndex::kNone : found->second;
+  const uint32_t exact = RowOfName(folded);
+  if (exact < first && rows()[exact].listed) {
+    return &rows()[exact];
+  }
+  return first == RowIndex::kNone ? nullptr : &rows()[first];
+}
+
 namespace {
 
 // One walk over a group and the groups nested in it.

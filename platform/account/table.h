@@ -8,6 +8,7 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -111,8 +112,10 @@ class Table {
   const Gaps& gaps() const { return gaps_; }
   bool complete() const { return gaps_.missing == 0; }
 
- private:
+ protected:
   uint32_t RowOfName(const std::string& name) const;
+
+ private:
   uint32_t RowOfFolded(const std::string& folded) const;
   uint32_t RowOfId(unsigned int id) const;
   uint32_t RowOfKey(const std::string& key) const;
@@ -135,6 +138,8 @@ class UserTable : public Table<UserRow> {
   void Add(UserRow row);
   // Users whose primary group it is or whose entry names it.
   std::vector<const UserRow*> OfGroup(unsigned int gid) const;
+  // The first listed user whose folded name this is; null. For tables that tell case apart.
+  const UserRow* FirstListed(const std::string& folded) const;
   // Some user's groups are unknown, and with them the members of every group.
   void HideMemberships(const std::string& why) { memberships_hidden_ = why; }
   const std::string& memberships_hidden() const { return memberships_hidden_; }
@@ -144,6 +149,9 @@ class UserTable : public Table<UserRow> {
   // Group and row, put in order when somebody asks.
   mutable std::vector<std::pair<unsigned int, uint32_t>> by_group_;
   mutable bool by_group_in_order_ = true;
+  // The first of the listed rows whose names are not folded; made when somebody asks.
+  mutable std::unordered_map<std::string, uint32_t> unfolded_;
+  mutable size_t unfolded_rows_ = 0;  // how many rows it knows
 };
 
 // Appends the members of `group`, each once: named ones, those whose primary group it is, and the
