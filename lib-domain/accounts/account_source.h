@@ -37,9 +37,9 @@ MDOMAIN_EXPORT bool TryToGetAllZelmUsers(std::vector<RECORD::User>& users, bool&
 // not of what `complete` tells. With more groups than a few it is no quicker.
 MDOMAIN_EXPORT bool TryToGetZelmUsersOf(const std::vector<std::string>& groups,
                                         std::vector<RECORD::User>& users, bool& complete);
-// TryToGetAllZelmUsers for groups, with their descriptions (one that cannot be read is the empty string). A
-// look-up that fails for any reason but "no such group" fails the call; the groups read before it
-// stay in `groups`.
+// TryToGetAllZelmUsers for groups, with their descriptions (one that cannot be read is the empty
+// string). A look-up that fails for any reason but "no such group" fails the call; the groups read
+// before it stay in `groups`.
 MDOMAIN_EXPORT bool TryToGetAllZelmGroups(std::vector<RECORD::Group>& groups, bool& complete);
 
 // The account system's spelling of a user's (`is_user`) or group's name. A name that the account

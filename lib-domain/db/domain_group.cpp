@@ -50,6 +50,13 @@ constexpr const char* kSelectBelongingOnly =
     "domain_group_view.domain_idx = %d) SELECT belongs_to_me.uid FROM belongs_to_me LEFT JOIN "
     "belongs_to_others ON belongs_to_me.uid = belongs_to_others.uid WHERE belongs_to_others.uid IS "
     "NULL;";
+// The same where each member's other groups are looked up by an index: the gids, the domain index,
+// the gids again.
+constexpr const char* kSelectBelongingOnlyByIndex =
+    "SELECT member.uid FROM group_to_user_table AS member WHERE member.gid IN (%s) AND NOT EXISTS "
+    "(SELECT 1 FROM group_to_user_table AS other CROSS JOIN domain_group_role_table AS granted ON "
+    "granted.domain_idx = %d AND granted.gid = other.gid CROSS JOIN group_table ON group_table.gid "
+    "= granted.gid WHERE other.uid = member.uid AND other.gid NOT IN (%s))";
 // The domain index and the gids, both again.
 constexpr const char* kSelectEffectedOnly =
     "WITH effected_by_me AS (SELECT * FROM domain_group_effected_user_view WHERE domain_idx = %d "
@@ -164,8 +171,11 @@ bool DomainGroup::FindUsersBelongToGIDsOnly(const int& domain_idx,
                                             const std::vector<unsigned int>& gids,
                                             std::vector<unsigned int>& uids) {
   const std::string list = BASE::Join(gids, ",");
+  const bool has_indexes = handler_ != nullptr && handler_->HasOwnViews();
   return _DomainDb().Append<Columns<Uid>>(
-      FormatSql(kSelectBelongingOnly, list.c_str(), list.c_str(), domain_idx), uids);
+      has_indexes ? FormatSql(kSelectBelongingOnlyByIndex, list.c_str(), domain_idx, list.c_str())
+                  : FormatSql(kSelectBelongingOnly, list.c_str(), list.c_str(), domain_idx),
+      uids);
 }
 
 bool DomainGroup::FindUsersEffectedByGIDsOnly(const int& domain_idx,

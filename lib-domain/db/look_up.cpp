@@ -26,22 +26,22 @@ namespace {
 // Up to here looking up is always cheap; beyond, a lookup costs what reading some rows costs.
 constexpr size_t kFew = 2000;
 constexpr size_t kRowsPerLookUp = 4;
-constexpr size_t kPieceSize = 200000;
 
 constexpr const char* kSelectLastAlias =
     "SELECT coalesce(max(rowid), 0) FROM domain_user_alias_table";
 
-// The list follows. CROSS JOIN: the list is walked through, and each value is looked up.
-#define WANTED "WITH wanted(name) AS (VALUES %s) SELECT "
+// Of a list of texts. CROSS JOIN: the list is walked through, and each value is looked up.
+#define WANTED "WITH wanted(name) AS (SELECT value FROM json_each('%q')) SELECT "
 // A short name is what stands behind the first backslash, else before the last "@". Between "@" and
 // "[" are the big letters alone, which stand further on without letter case.
-#define NAMED(id, full_name, table)                                                             \
-  WANTED id " FROM wanted CROSS JOIN " table " ON " full_name                                   \
-            " = name COLLATE NOCASE UNION SELECT " id " FROM wanted CROSS JOIN " table          \
-            " ON " full_name " >= (name || '@') COLLATE NOCASE AND " full_name                  \
-            " < (name || '[') COLLATE NOCASE UNION SELECT " id " FROM wanted CROSS JOIN " table \
-            " ON substr(" full_name ", instr(" full_name                                        \
-            ", '\\') + 1) = name COLLATE NOCASE AND instr(" full_name ", '\\') > 0"
+#define NAMED(id, full_name, table)                                                              \
+  WANTED "* FROM " table " WHERE " id " IN (SELECT " id " FROM wanted CROSS JOIN " table         \
+         " ON " full_name " = name COLLATE NOCASE UNION ALL SELECT " id                          \
+         " FROM wanted CROSS JOIN " table " ON " full_name                                       \
+         " >= (name || '@') COLLATE NOCASE AND " full_name                                       \
+         " < (name || '[') COLLATE NOCASE UNION ALL SELECT " id " FROM wanted CROSS JOIN " table \
+         " ON substr(" full_name ", instr(" full_name                                            \
+         ", '\\') + 1) = name COLLATE NOCASE AND instr(" full_name ", '\\') > 0) ORDER BY " id
 constexpr const char* kSelectNamedUsers = NAMED("uid", "user_name", "user_table");
 constexpr const char* kSelectNamedGroups = NAMED("gid", "group_name", "group_table");
 #undef NAMED
@@ -67,10 +67,12 @@ constexpr const char* kSelectNextAlias =
 constexpr const char* kSelectFlagged =
     "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
 constexpr const char* kSelectAliases =
-    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (%s)";
+    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (SELECT "
+    "value FROM json_each('%q'))";
 constexpr const char* kSelectRolesOfGroups =
-    "SELECT domain_idx, uid FROM domain_user_role_table AS own WHERE uid IN (%s) AND is_auto_added "
-    "= 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS member CROSS JOIN "
+    "SELECT domain_idx, uid FROM domain_user_role_table AS own WHERE uid IN (SELECT value FROM "
+    "json_each('%q')) AND is_auto_added = 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS "
+    "member CROSS JOIN "
     "domain_group_role_table AS granted ON granted.domain_idx = own.domain_idx AND granted.gid = "
     "member.gid WHERE member.uid = own.uid AND granted.role IN ('normal', 'domain_admin'))";
 
@@ -82,30 +84,10 @@ Database DomainDb() {
   return {handler, handler != nullptr ? 0 : -1};
 }
 
-// Lists for VALUES, each short enough for one statement.
-std::vector<std::string> ValueLists(const std::vector<std::string>& texts) {
-  std::vector<std::string> lists;
-  for (const std::string& text : texts) {
-    if (lists.empty() || lists.back().size() > kPieceSize) {
-      lists.emplace_back();
-    }
-    lists.back() += (lists.back().empty() ? "('" : ",('") + EscapeQuery(text) + "')";
-  }
-  return lists;
-}
-
 // What reads as the empty text may be NULL, which no index finds by a name.
 bool AreFew(const std::vector<std::string>& names) {
   return names.size() <= kFew && CanLookUp() &&
          std::find(names.begin(), names.end(), "") == names.end();
-}
-
-bool FindIds(const char* statement, const std::vector<std::string>& names,
-             std::vector<unsigned int>& ids) {
-  const std::vector<std::string> lists = ValueLists(names);
-  return std::all_of(lists.begin(), lists.end(), [&](const std::string& list) {
-    return DomainDb().Append<Columns<Uid>>(FormatSql(statement, list.c_str()), ids);
-  });
 }
 
 // A user with the one alias of a row.
@@ -126,29 +108,15 @@ bool CanLookUp() {
 }
 
 bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::User>& users) {
-  UserDBFilter filter;
-  std::vector<unsigned int> uids;
-  if (!AreFew(names)) {
-    return User().List(filter, users);
-  }
-  if (!FindIds(kSelectNamedUsers, names, uids)) {
-    return false;
-  }
-  filter.SetUIDs(uids);
-  return uids.empty() || User().List(filter, users);
+  return AreFew(names) ? DomainDb().Append<Columns<Uid, Text>>(
+                             FormatSql(kSelectNamedUsers, JsonList(names).c_str()), users)
+                       : User().List(UserDBFilter(), users);
 }
 
 bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::Group>& groups) {
-  GroupDBFilter filter;
-  std::vector<unsigned int> gids;
-  if (!AreFew(names)) {
-    return Group().List(filter, groups);
-  }
-  if (!FindIds(kSelectNamedGroups, names, gids)) {
-    return false;
-  }
-  filter.SetGIDs(gids);
-  return gids.empty() || Group().List(filter, groups);
+  return AreFew(names) ? DomainDb().Append<Columns<Gid, Text, Text>>(
+                             FormatSql(kSelectNamedGroups, JsonList(names).c_str()), groups)
+                       : Group().List(GroupDBFilter(), groups);
 }
 
 bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainUser>& users) {
@@ -191,10 +159,16 @@ bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
   return search.AddHolders(wanted) && search.List(users);
 }
 
+bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
+                 std::vector<std::string>& aliases) {
+  return DomainDb().Append<Columns<Text>>(
+      FormatSql(kSelectAliases, domain_idx, JsonList(uids).c_str()), aliases);
+}
+
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
                             std::vector<std::pair<int, unsigned int>>& roles) {
   return DomainDb().Append<Columns<Int, Uid>>(
-      FormatSql(kSelectRolesOfGroups, BASE::Join(uids, ",").c_str()), roles);
+      FormatSql(kSelectRolesOfGroups, JsonList(uids).c_str()), roles);
 }
 
 HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)
@@ -240,11 +214,8 @@ bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& a
     return true;
   }
   const auto gather = [&](unsigned int uid) { _Gather(domain_idx, uid); };
-  const std::vector<std::string> lists = ValueLists(unknown);
-  const bool is_read = std::all_of(lists.begin(), lists.end(), [&](const std::string& list) {
-    return DomainDb().Query<Columns<Uid>>(FormatSql(kSelectHolders, list.c_str(), domain_idx),
-                                          gather);
-  });
+  const bool is_read = DomainDb().Query<Columns<Uid>>(
+      FormatSql(kSelectHolders, JsonList(unknown).c_str(), domain_idx), gather);
   // What reads as the empty text.
   return is_read && (!has_empty || DomainDb().Query<Columns<Uid>>(
                                        FormatStatement(kSelectWithoutAlias, domain_idx), gather));
@@ -298,9 +269,7 @@ bool HolderSearch::AddConnected() {
     unconnected_.clear();
     for (const auto& [domain_idx, uids] : by_domain) {
       std::vector<std::string> aliases;
-      if (!DomainDb().Append<Columns<Text>>(
-              FormatSql(kSelectAliases, domain_idx, BASE::Join(uids, ",").c_str()), aliases) ||
-          !_AddHolders(domain_idx, aliases)) {
+      if (!ListAliases(domain_idx, uids, aliases) || !_AddHolders(domain_idx, aliases)) {
         return false;
       }
     }

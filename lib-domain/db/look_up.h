@@ -43,6 +43,10 @@ MDOMAIN_EXPORT bool GetNextAlias(const std::string& from, std::string& alias);
 MDOMAIN_EXPORT bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
                                   std::vector<RECORD::DomainUser>& users);
 
+// Adds the aliases of these users in the domain.
+bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
+                 std::vector<std::string>& aliases);
+
 // Adds the roles of these users, in all domains, that were given when the account was added
 // automatically and that a group gives as well, as (domain, uid).
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,

@@ -71,6 +71,31 @@ std::vector<std::string> JoinIdsInPieces(const std::vector<Id>& ids) {
   return pieces;
 }
 
+std::string JsonList(const std::vector<unsigned int>& ids) {
+  std::string list;
+  for (const unsigned int id : ids) {
+    list += (list.empty() ? '[' : ',') + std::to_string(id);
+  }
+  return ids.empty() ? "[]" : list + "]";
+}
+
+std::string JsonList(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts) {
+    list += list.empty() ? "[\"" : ",\"";
+    for (const char* c = text.c_str(); *c != '\0'; ++c) {
+      const auto byte = static_cast<unsigned char>(*c);
+      if (byte < ' ') {
+        list += korvmailserver::FormatSql("\\u%04x", byte);
+      } else {
+        list.append(*c == '"' || *c == '\\' ? "\\" : "").push_back(*c);
+      }
+    }
+    list += '"';
+  }
+  return texts.empty() ? "[]" : list + "]";
+}
+
 template std::vector<std::string> JoinIdsInPieces(const std::vector<int>& ids);
 template std::vector<std::string> JoinIdsInPieces(const std::vector<unsigned int>& ids);
 

@@ -32,6 +32,11 @@ std::string EscapeQuery(const std::string& query);
 template <typename Id>
 std::vector<std::string> JoinIdsInPieces(const std::vector<Id>& ids);
 
+// The list as one value, for "IN (SELECT value FROM json_each(...))" in a constant statement. Texts
+// end at their first zero byte.
+std::string JsonList(const std::vector<unsigned int>& ids);
+std::string JsonList(const std::vector<std::string>& texts);
+
 // `format` with a parameter in the place of each value that stands alone: '%q', '%d', '%u', and %d
 // and %u without quotes. Where a column has an affinity, a bound number is stored and compared as
 // the same number in quotes is.
@@ -45,6 +50,17 @@ class StatementBatch {
     fits_ = fits_ && !statement.empty();
     const auto run = [statement](sqlite3* db) {
       return sqlite3_exec(db, statement.c_str(), nullptr, nullptr, nullptr);
+    };
+    steps_.push_back({std::move(statement), run});
+  }
+  // A statement with one value, in the place of "?1" wherever it stands.
+  void AddBound(std::string statement, std::string value) {
+    fits_ = fits_ && !statement.empty();
+    const auto run = [statement, value = std::move(value)](sqlite3* db) {
+      korvmailserver::Statement bound(db, statement);
+      bound.Bind(1, value);
+      const int result = bound.Step();
+      return result == SQLITE_DONE ? SQLITE_OK : result;
     };
     steps_.push_back({std::move(statement), run});
   }
