@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kCreateTable =
     "CREATE TABLE IF NOT EXISTS mdomain_departure_table(domain_idx INTEGER, kind TEXT, id INTEGER, "
-    "name TEXT, PRIMARY KEY(domain_idx, kind, id, name));";
+    "name TEXT, PRIMARY KEY(domain_idx, kind, id, name)) WITHOUT ROWID;";
 constexpr const char* kHasTable =
     "SELECT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = "
     "'mdomain_departure_table')";
@@ -60,29 +60,32 @@ constexpr Stayers kGathered = {
 // Whether somebody who stays has the name; the places.
 constexpr const char* kInsertUsers =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT place.domain_idx, 'user', leaver.uid, "
-    "CASE WHEN %s THEN '' ELSE leaver.user_name END FROM (%s) AS place INNER JOIN user_table AS "
+    "CASE WHEN %s THEN '' ELSE coalesce(leaver.user_name, '') END FROM (%s) AS place INNER JOIN "
+    "user_table AS "
     "leaver ON leaver.uid = place.uid";
 // The condition on the domain; whether somebody who stays has the alias.
 constexpr const char* kInsertAliases =
-    "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'alias', uid, account_alias "
-    "FROM domain_user_alias_table AS own WHERE %s AND uid IN " LEAVING " AND NOT (%s)";
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'alias', uid, "
+    "coalesce(account_alias, '') FROM domain_user_alias_table AS own WHERE %s AND uid IN " LEAVING
+    " AND NOT (%s)";
 constexpr const char* kInsertRemovals =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'removal', uid, '' FROM user_table "
     "WHERE uid IN " LEAVING;
 #undef LEAVING
 
 constexpr const char* kInsertGroups =
-    "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'group', gid, group_name FROM "
-    "group_table WHERE gid IN (%q)";
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'group', gid, coalesce(group_name, "
+    "'') FROM group_table WHERE gid IN (%q)";
 constexpr const char* kInsertGroupsAnywhere =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT leaver.domain_idx, 'group', leaver.gid, "
     "CASE WHEN EXISTS (SELECT 1 FROM domain_group_view AS other WHERE other.domain_idx = "
     "leaver.domain_idx AND other.gid <> leaver.gid AND other.group_name = leaver.group_name "
-    "COLLATE NOCASE) THEN '' ELSE leaver.group_name END FROM domain_group_view AS leaver WHERE "
+    "COLLATE NOCASE) THEN '' ELSE coalesce(leaver.group_name, '') END FROM domain_group_view AS "
+    "leaver WHERE "
     "leaver.gid IN (%q)";
 constexpr const char* kInsertDomains =
-    "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'domain', 0, domain_name "
-    "FROM domain_table WHERE domain_idx IN (%q)";
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'domain', 0, "
+    "coalesce(domain_name, '') FROM domain_table WHERE domain_idx IN (%q)";
 
 // The condition on the domain, the ids.
 constexpr const char* kDeleteUsers =
@@ -94,6 +97,16 @@ constexpr const char* kDeleteGroups =
     "DELETE FROM mdomain_departure_table WHERE %s AND kind = 'group' AND id IN (%q)";
 constexpr const char* kDeleteDomains =
     "DELETE FROM mdomain_departure_table WHERE domain_idx IN (%q)";
+
+// Of one domain: the ids of users, then those of groups.
+#define FINISHED                                                                                \
+  " mdomain_departure_table WHERE (domain_idx = %d AND (kind IN ('user', 'alias', 'removal') "  \
+  "AND id IN (SELECT value FROM json_each(?1)) OR kind = 'group' AND id IN (SELECT value FROM " \
+  "json_each(?2))))"
+constexpr const char* kDeleteFinished = "DELETE FROM" FINISHED;
+constexpr const char* kHasUnfinished = "SELECT EXISTS (SELECT 1 FROM" FINISHED " IS NOT TRUE)";
+#undef FINISHED
+constexpr const char* kDeleteAll = "DELETE FROM mdomain_departure_table";
 
 constexpr const char* kInsertFailure = "fail to insert mdomain_departure_table";
 constexpr const char* kDeleteFailure = "fail to delete mdomain_departure_table";
@@ -132,10 +145,10 @@ bool Departure::_AddUsers(int domain_idx, const std::vector<unsigned int>& uids,
   const std::string ids = JsonList(uids);
   const bool has_indexes = handler_ != nullptr && handler_->HasOwnViews();
   const Stayers& stayers = has_indexes ? kLookedUp : kGathered;
-  batch.AddBound(FormatStatement(kInsertUsers, stayers.have_name, places.c_str()), ids);
-  batch.AddBound(FormatStatement(kInsertAliases, condition.c_str(), stayers.have_alias), ids);
+  batch.AddBound(FormatStatement(kInsertUsers, stayers.have_name, places.c_str()), {ids});
+  batch.AddBound(FormatStatement(kInsertAliases, condition.c_str(), stayers.have_alias), {ids});
   if (has_rows) {
-    batch.AddBound(FormatStatement(kInsertRemovals, domain_idx), ids);
+    batch.AddBound(FormatStatement(kInsertRemovals, domain_idx), {ids});
   }
   return _DomainDb().Run(batch, kInsertFailure);
 }
@@ -185,6 +198,16 @@ bool Departure::DeleteGroups(int domain_idx, const std::vector<unsigned int>& gi
   if (!gids.empty()) {
     batch.AddWithIds(kDeleteGroups, gids, DomainCondition(domain_idx).c_str());
   }
+  return _DomainDb().Run(batch, kDeleteFailure);
+}
+
+bool Departure::DeleteFinished(int domain_idx, const std::vector<unsigned int>& uids,
+                               const std::vector<unsigned int>& gids) {
+  StatementBatch batch;
+  const std::vector<std::string> ids = {JsonList(uids), JsonList(gids)};
+  // All rows at once go without a look at each.
+  batch.AddEither(FormatStatement(kHasUnfinished, domain_idx),
+                  FormatStatement(kDeleteFinished, domain_idx), kDeleteAll, ids);
   return _DomainDb().Run(batch, kDeleteFailure);
 }
 

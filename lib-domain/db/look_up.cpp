@@ -19,8 +19,6 @@
 
 namespace MDOMAIN::DB::INTERNAL {
 
-using korvmailserver::FormatSql;
-
 namespace {
 
 // Up to here looking up is always cheap; beyond, a lookup costs what reading some rows costs.
@@ -108,14 +106,14 @@ bool CanLookUp() {
 }
 
 bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::User>& users) {
-  return AreFew(names) ? DomainDb().Append<Columns<Uid, Text>>(
-                             FormatSql(kSelectNamedUsers, JsonList(names).c_str()), users)
-                       : User().List(UserDBFilter(), users);
+  return AreFew(names)
+             ? DomainDb().Append<Columns<Uid, Text>>(Sql(kSelectNamedUsers, JsonList(names)), users)
+             : User().List(UserDBFilter(), users);
 }
 
 bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::Group>& groups) {
   return AreFew(names) ? DomainDb().Append<Columns<Gid, Text, Text>>(
-                             FormatSql(kSelectNamedGroups, JsonList(names).c_str()), groups)
+                             Sql(kSelectNamedGroups, JsonList(names)), groups)
                        : Group().List(GroupDBFilter(), groups);
 }
 
@@ -161,14 +159,12 @@ bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
 
 bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
                  std::vector<std::string>& aliases) {
-  return DomainDb().Append<Columns<Text>>(
-      FormatSql(kSelectAliases, domain_idx, JsonList(uids).c_str()), aliases);
+  return DomainDb().Append<Columns<Text>>(Sql(kSelectAliases, domain_idx, JsonList(uids)), aliases);
 }
 
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
                             std::vector<std::pair<int, unsigned int>>& roles) {
-  return DomainDb().Append<Columns<Int, Uid>>(
-      FormatSql(kSelectRolesOfGroups, JsonList(uids).c_str()), roles);
+  return DomainDb().Append<Columns<Int, Uid>>(Sql(kSelectRolesOfGroups, JsonList(uids)), roles);
 }
 
 HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)
@@ -214,8 +210,8 @@ bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& a
     return true;
   }
   const auto gather = [&](unsigned int uid) { _Gather(domain_idx, uid); };
-  const bool is_read = DomainDb().Query<Columns<Uid>>(
-      FormatSql(kSelectHolders, JsonList(unknown).c_str(), domain_idx), gather);
+  const bool is_read =
+      DomainDb().Query<Columns<Uid>>(Sql(kSelectHolders, JsonList(unknown), domain_idx), gather);
   // What reads as the empty text.
   return is_read && (!has_empty ||
                      DomainDb().Query<Columns<Uid>>(Sql(kSelectWithoutAlias, domain_idx), gather));

@@ -55,14 +55,28 @@ class StatementBatch {
     };
     steps_.push_back({std::move(statement), run});
   }
-  // A statement with one value, in the place of "?1" wherever it stands.
-  void AddBound(std::string statement, std::string value) {
+  // A statement with values in the places of "?1", "?2", wherever they stand.
+  void AddBound(std::string statement, std::vector<std::string> values) {
     fits_ = fits_ && !statement.empty();
-    const auto run = [statement, value = std::move(value)](sqlite3* db) {
-      korvmailserver::Statement bound(db, statement);
-      bound.Bind(1, value);
-      const int result = bound.Step();
-      return result == SQLITE_DONE ? SQLITE_OK : result;
+    const auto run = [statement, values = std::move(values)](sqlite3* db) {
+      bool answer = false;
+      return _RunBound(db, statement, values, answer);
+    };
+    steps_.push_back({std::move(statement), run});
+  }
+  // Such a statement where `question`, one of "SELECT EXISTS" with the same values, is answered
+  // yes; else `otherwise`, which has none.
+  void AddEither(const std::string& question, std::string statement, std::string otherwise,
+                 std::vector<std::string> values) {
+    fits_ = fits_ && !question.empty() && !statement.empty();
+    const auto run = [question, statement, otherwise = std::move(otherwise),
+                      values = std::move(values)](sqlite3* db) {
+      bool answer = false;
+      const int result = _RunBound(db, question, values, answer);
+      bool none = false;
+      return result != SQLITE_OK ? result
+             : answer            ? _RunBound(db, statement, values, none)
+                                 : _RunBound(db, otherwise, {}, none);
     };
     steps_.push_back({std::move(statement), run});
   }
@@ -130,6 +144,20 @@ class StatementBatch {
         tuple);
     const int result = statement.Step();
     statement.Reset();
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+  }
+
+  // Its last row, if any, gives the answer.
+  static int _RunBound(sqlite3* db, const std::string& text, const std::vector<std::string>& values,
+                       bool& answer) {
+    korvmailserver::Statement statement(db, text);
+    for (size_t i = 0; i < values.size(); ++i) {
+      statement.Bind(static_cast<int>(i) + 1, values[i]);
+    }
+    int result = statement.Step();
+    for (; result == SQLITE_ROW; result = statement.Step()) {
+      answer = statement.Int(0) != 0;
+    }
     return result == SQLITE_DONE ? SQLITE_OK : result;
   }
 
