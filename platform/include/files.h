@@ -27,6 +27,11 @@ MDOMAIN_EXPORT bool KLIBCFileExist(const char* path);
 // Creates an empty file (mode 0644, whatever the umask) or sets its times to now. 0, or negative
 // with errno set. Neither the file nor its folder may be a symbolic link: ELOOP, ENOTDIR.
 MDOMAIN_EXPORT int KLIBCFileTouch(const char* path);
+namespace korvmailserver {
+// The same for the files of these names in one folder; the names that failed.
+MDOMAIN_EXPORT std::vector<std::string> TouchAll(const std::string& folder,
+                                                 const std::vector<std::string>& names);
+}  // namespace korvmailserver
 // Creates a folder with all missing parents; the folders that it makes get owner, group and mode,
 // whatever the umask. A folder that exists is left as it is: 0. Negative with errno set on failure
 // (ENOTDIR when something else is in the way); parents made before it stay.
