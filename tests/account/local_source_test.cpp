@@ -372,6 +372,30 @@ std::vector<std::string> MembersAmong(const std::vector<KORVUser>& users,
   return found;
 }
 
+TEST_F(LocalSource, TellsTheUsersOfMembersWithoutAnEnumeration) {
+  WriteAccounts(Person("Anna", 1001) + Person("anna", 1002) + Person("ben", 999) +
+                    Person("Ben", 1003) + Person("zo\xc3\xab", 1004) + Person("ZO\xc3\x8b", 1005),
+                "staff:x:1001:anna,BEN,Zo\xc3\xab,ghost\n");
+  const auto told = [] {
+    std::vector<KORVUser> users;
+    EXPECT_TRUE(korvmailserver::ListMemberUsers(AUTH_LOCAL, {"staff"}, users));
+    EXPECT_FALSE(korvmailserver::ListMemberUsers(AUTH_LOCAL, {"staff", "none"}, users));
+    return MembersAmong(users, Members("staff"));
+  };
+  const auto first = ElementsAre("Anna1001", "Ben1003",
+                                 "zo\xc3\xab"
+                                 "1004",
+                                 "");
+  {
+    const korvmailserver::FewAccounts few;
+    files_read = 0;
+    EXPECT_THAT(told(), first);
+    EXPECT_EQ(files_read, 0);
+  }
+  const korvmailserver::AccountSnapshot tables;
+  EXPECT_THAT(told(), first);
+}
+
 TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
   using Texts = std::vector<std::string>;
   // The answer, the error number of a failure, and all that was said.

@@ -146,7 +146,7 @@ class RandomUsers : public FewUsers, protected test::ModelMaker {
 
   std::string Name() {
     return OneOf({"anna", "Anna", "DOM\\anna", "anna@x", "ANNA@x@y", "ben", "DOM\\ben@x", "B\\",
-                  "zo\xc3\xab", "an_a", "o'neil", "an[", "@anna", "a"});
+                  "zo\xc3\xab", "an_a", "o'neil", "an[", "@anna", "a", "q\"\x01\xff"});
   }
   std::string Alias() {
     return OneOf({"a", "A", "anna", "aNNa", "ben", "zo\xc3\xab", "o'neil", "an_a", "c", "d"});
