@@ -448,11 +448,9 @@ TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
         };
         EXPECT_EQ(scan, ask(files, expected)) << name << " " << group;
       }
-      for (const bool each : {false, true}) {
-        enumerates = each;
-        const korvmailserver::AccountSnapshot tables;
-        EXPECT_EQ(scan, ask(files, question)) << name << " " << group;
-      }
+      const korvmailserver::AccountSnapshot tables;
+      enumerates = true;
+      EXPECT_EQ(scan, ask(files, question)) << name << " " << group;
       enumerates = false;
     }
   }
