@@ -1,11 +1,14 @@
 #include "lib-domain/api/trigger.h"
 
 #include "lib-domain/base/log_line.h"
+#include "platform/include/key_store.h"
 #include "platform/include/nodes.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
 namespace {
+
+using korvmailserver::KeyStoreView;
 
 bool Publish(UTILS::Updater& updater) {
   if (!updater.Trigger()) {
@@ -24,6 +27,7 @@ bool TriggerUpdater(UTILS::ReconcileScope scope) {
 
 bool TriggerUpdater(UTILS::Updater& updater, UTILS::ReconcileScope scope) {
   const korvmailserver::PublicationScope publication;
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   const bool is_published = Publish(updater);
   switch (UTILS::Reconcile(scope)) {
     case UTILS::ReconcileResult::kNothingToDo:

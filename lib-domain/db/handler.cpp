@@ -107,6 +107,12 @@ DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
   return _singleDomainDBHandler;
 }
 
+DomainDBHandler* DomainDBHandler::GetOpenHandler() {
+  DomainDBHandler* const handler = _singleDomainDBHandler;
+  const bool is_open = handler != nullptr && handler->db_ != nullptr && !handler->isReplaced();
+  return is_open ? handler : nullptr;
+}
+
 void DomainDBHandler::CloseDomainDBHandler() {
   delete _singleDomainDBHandler;
   _singleDomainDBHandler = nullptr;

@@ -26,6 +26,9 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // other file. Another file that takes its place there is opened (FollowFile); when the file is
   // removed, reads go on in the old one and writes fail.
   static DomainDBHandler* GetDomainDBHandler();
+  // The same where it is open and its file stands at its place. Else null, with nothing logged and
+  // nothing opened.
+  static DomainDBHandler* GetOpenHandler();
   // Closes it, so that the next GetDomainDBHandler opens anew. Stores that still exist keep a
   // dangling handler: for the end of a program's use of the library.
   static void CloseDomainDBHandler();

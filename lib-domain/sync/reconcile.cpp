@@ -2,6 +2,7 @@
 #include "lib-domain/sync/reconcile.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -12,6 +13,7 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/notice.h"
 #include "lib-domain/db/published_model.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/reconcile_registry.h"
 #include "platform/include/domain_setting.h"
@@ -22,6 +24,7 @@ namespace MDOMAIN::UTILS {
 namespace {
 
 using CONTROL::INTERNAL::OutsideSetting;
+using korvmailserver::KeyStoreView;
 
 std::string DomainText(int domain_idx) {
   return "domain " + std::to_string(domain_idx);
@@ -95,7 +98,8 @@ ReconcileItem Departures() {
   const auto mend = [](const ReconcileModel& /*model*/) {
     return CONTROL::INTERNAL::FinishDepartures();
   };
-  return {"settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend};
+  return {
+      "settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend, true};
 }
 
 ReconcileItem Notices() {
@@ -111,8 +115,12 @@ ReconcileItem Notices() {
   const auto mend = [](const ReconcileModel& /*model*/) {
     return CONTROL::INTERNAL::SendNotices();
   };
-  return {"notices of changed addresses", PATHS::ChangedUserDir(), ReconcileScope::kEachChange,
-          list, mend};
+  return {"notices of changed addresses",
+          PATHS::ChangedUserDir(),
+          ReconcileScope::kEachChange,
+          list,
+          mend,
+          true};
 }
 
 bool ListUnsettled(const ReconcileModel& model, std::set<int>& domain_idxs) {
@@ -166,9 +174,18 @@ ReconcileItem Vanished(const OutsideSetting& setting) {
   return {setting.name, setting.place(), ReconcileScope::kEachChange, list, mend};
 }
 
-// Whether the item differed and was mended; throws nothing.
-ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) {
+using ModelRead = std::optional<DB::ReadScope>;
+
+// Whether the item differed and was mended; throws nothing. Items that read the model one after the
+// other read it at once.
+ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model,
+                        ModelRead& of_one_moment) {
   Differences differences;
+  if (!item.lists_model) {
+    of_one_moment.reset();
+  } else if (!of_one_moment) {
+    of_one_moment.emplace(DB::DomainDBHandler::GetOpenHandler());
+  }
   if (!item.list(model, differences)) {
     return ReconcileResult::kFailed;
   }
@@ -178,6 +195,8 @@ ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) 
   for (const std::string& difference : differences) {
     LOG_NOTICE("reconcile: %s, place: [%s]", difference.c_str(), item.place.c_str());
   }
+  of_one_moment.reset();
+  const KeyStoreView each_read_anew(KeyStoreView::Kind::kCurrent);
   return item.mend(model) ? ReconcileResult::kMended : ReconcileResult::kFailed;
 }
 
@@ -207,16 +226,18 @@ bool ReadReconcileModel(ReconcileModel& model) {
 }
 
 ReconcileResult Reconcile(ReconcileScope scope) {
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   ReconcileModel model;
   if (!ReadReconcileModel(model)) {
     return ReconcileResult::kFailed;
   }
   ReconcileResult result = ReconcileResult::kNothingToDo;
+  ModelRead of_one_moment;
   for (const ReconcileItem& item : ReconcileItems()) {
     if (item.scope == ReconcileScope::kFull && scope != ReconcileScope::kFull) {
       continue;
     }
-    const ReconcileResult of_item = RunItem(item, model);
+    const ReconcileResult of_item = RunItem(item, model, of_one_moment);
     if (of_item == ReconcileResult::kFailed) {
       LOG_ERROR("Failed to reconcile the %s, place: [%s]", item.name.c_str(), item.place.c_str());
     }

@@ -11,6 +11,8 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -223,6 +225,26 @@ class Statement {
   sqlite3* db_;
   sqlite3_stmt* statement_ = nullptr;
   int failure_ = SQLITE_OK;  // why the text did not compile, or a value was not bound
+};
+
+// Statements of one connection with fixed texts, each compiled once. After a failure Clear them.
+class CompiledStatements {
+ public:
+  // Ready to be bound and stepped; the last use of this text has ended. `sql` outlives this object.
+  Statement& Get(sqlite3* db, const char* sql) {
+    std::unique_ptr<Statement>& statement = by_text_[sql];
+    if (statement == nullptr) {
+      statement = std::make_unique<Statement>(db, sql);
+    } else {
+      statement->Reset();
+    }
+    return *statement;
+  }
+  // Before the connection closes.
+  void Clear() { by_text_.clear(); }
+
+ private:
+  std::map<const char*, std::unique_ptr<Statement>> by_text_;
 };
 
 // A transaction that is rolled back at the end of its scope unless Commit succeeded. So read the

@@ -5,6 +5,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/reader.h"
+#include "platform/include/kept_database.h"
 #include "platform/include/key_store.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
@@ -15,9 +16,32 @@ constexpr const char* kHasRules = "SELECT 1 FROM sqlite_master WHERE name = 'bcc
 constexpr const char* kSelectDomains =
     "SELECT DISTINCT domain_id FROM bcc_table WHERE domain_id > 0";
 
+bool ListInKept(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
+  using korvmailserver::CompiledStatements;
+  const std::string path = PATHS::SettingsDb();
+  std::set<int> all;
+  const auto list = [&all](sqlite3* db, CompiledStatements& compiled) {
+    return compiled.Get(db, kSelectDomains).ForEachRow([&all](const auto& row) {
+      all.insert(row.Int(0));
+    });
+  };
+  if (!korvmailserver::KeptDatabase::Of(path).Run(path, list)) {
+    return false;
+  }
+  for (const int domain_idx : all) {
+    if (is_asked(domain_idx)) {
+      domain_idxs.insert(domain_idx);
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 bool ListBccDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
+  if (ListInKept(is_asked, domain_idxs)) {
+    return true;
+  }
   DB::INTERNAL::Reader reader(PATHS::SettingsDb());
   bool has_rules = false;
   const auto keep = [&](const korvmailserver::Statement& row) {
