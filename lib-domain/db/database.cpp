@@ -65,8 +65,7 @@ bool Database::IsOpen(SourceHere here) const {
   return true;
 }
 
-bool Database::GetText(const std::string& sql, int column, std::string& text,
-                       SourceHere here) const {
+bool Database::GetText(const Sql& sql, int column, std::string& text, SourceHere here) const {
   std::string cell;
   bool has_row = false;
   const auto keep = [&](const Cells& row) {
@@ -82,7 +81,7 @@ bool Database::GetText(const std::string& sql, int column, std::string& text,
   return true;
 }
 
-bool Database::GetExists(const std::string& sql, bool& exists, SourceHere here) const {
+bool Database::GetExists(const Sql& sql, bool& exists, SourceHere here) const {
   std::string cell;
   if (!GetText(sql, 0, cell, here)) {
     return false;
@@ -123,12 +122,12 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   return false;
 }
 
-bool Database::Select(const std::string& sql, int columns,
-                      const std::function<bool(const Cells&)>& use, SourceHere here) const {
+bool Database::Select(const Sql& sql, int columns, const std::function<bool(const Cells&)>& use,
+                      SourceHere here) const {
   if (!IsOpen(here)) {
     return false;
   }
-  bool is_wide_enough = !sql.empty();
+  bool is_wide_enough = sql.Fits();
   bool is_used = true;
   try {
     if (is_wide_enough) {

@@ -207,13 +207,11 @@ bool Domain::FindName(const std::string& name, bool& taken) {
   if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) < 0) {
     other = name;
   }
-  return _DomainDb().GetExists(
-      FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(), other.c_str()),
-      taken);
+  return _DomainDb().GetExists(Sql(kIsNameTaken, name, other, name, other), taken);
 }
 
 bool Domain::GetName(const int& domain_idx, std::string& name) {
-  return _DomainDb().GetText(FormatStatement(kSelectName, domain_idx), 0, name);
+  return _DomainDb().GetText(Sql(kSelectName, domain_idx), 0, name);
 }
 
 bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
@@ -223,7 +221,7 @@ bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
 
 bool Domain::GetDefaultAliasPattern(const int& domain_idx, std::string& pattern) {
   return IsIdxUsable(_DomainDb(), domain_idx) &&
-         _DomainDb().GetText(FormatStatement(kSelectDomain, domain_idx), kPatternColumn, pattern);
+         _DomainDb().GetText(Sql(kSelectDomain, domain_idx), kPatternColumn, pattern);
 }
 
 bool Domain::GetPrimaryDomain(RECORD::Domain& domain) {
@@ -290,7 +288,7 @@ bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<st
 bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::string>& names) {
   return IsIdxUsable(_DomainDb(), domain_idx) &&
          _DomainDb().Query<Columns<Text, Text>>(
-             FormatStatement(kSelectAdditional, domain_idx),
+             Sql(kSelectAdditional, domain_idx),
              [&names](const std::string& /*domain_idx*/, std::string&& name) {
                names.push_back(std::move(name));
              });
@@ -304,7 +302,7 @@ bool Domain::ListAllAdditionalDomains(std::map<int, std::vector<std::string>>& n
 }
 
 bool Domain::GetDelegatedDomainIds(const unsigned int& uid, std::vector<int>& domain_idxs) {
-  return _DomainDb().Append<Columns<Int>>(FormatStatement(kSelectDelegated, uid), domain_idxs);
+  return _DomainDb().Append<Columns<Int>>(Sql(kSelectDelegated, uid), domain_idxs);
 }
 
 bool Domain::GetAutoAddingUserDomainIds(std::vector<int>& domain_idxs) {

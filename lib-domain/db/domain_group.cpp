@@ -97,7 +97,7 @@ bool DomainGroup::DeleteMemberRemovedRecord(const int& domain_idx,
 
 bool DomainGroup::IsExists(const int& domain_idx, const unsigned int& gid) {
   bool exists = false;
-  return _DomainDb().GetExists(FormatStatement(kExists, domain_idx, gid), exists) && exists;
+  return _DomainDb().GetExists(Sql(kExists, domain_idx, gid), exists) && exists;
 }
 
 bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<unsigned int>& gids,
@@ -120,7 +120,7 @@ bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<un
 bool DomainGroup::GetResultGroupRoles(const int& domain_idx,
                                       std::unordered_map<unsigned int, std::string>& role_by_uid) {
   return _DomainDb().Query<Columns<Uid, Text>>(
-      FormatStatement(kSelectSmallestRoles, domain_idx),
+      Sql(kSelectSmallestRoles, domain_idx),
       [&role_by_uid](unsigned int uid, std::string&& role) { role_by_uid[uid] = std::move(role); });
 }
 
@@ -156,8 +156,7 @@ bool DomainGroup::CheckSingleMemberStatus(const int& domain_idx, const unsigned 
 
 bool DomainGroup::ListMembersInDomain(const int& domain_idx, const unsigned int& gid,
                                       std::vector<unsigned int>& uids) {
-  return _DomainDb().Append<Columns<Uid>>(FormatStatement(kSelectMembersInDomain, gid, domain_idx),
-                                          uids);
+  return _DomainDb().Append<Columns<Uid>>(Sql(kSelectMembersInDomain, gid, domain_idx), uids);
 }
 
 bool DomainGroup::FindUsersBelongToGIDsOnly(const int& domain_idx,
@@ -177,7 +176,7 @@ bool DomainGroup::FindUsersEffectedByGIDsOnly(const int& domain_idx,
 }
 
 bool DomainGroup::_CheckMemberExists(const int& domain_idx, const unsigned int& uid, bool& exists) {
-  return _DomainDb().GetExists(FormatStatement(kHasMember, uid, domain_idx), exists);
+  return _DomainDb().GetExists(Sql(kHasMember, uid, domain_idx), exists);
 }
 
 }  // namespace MDOMAIN::DB

@@ -44,12 +44,12 @@ INTERNAL::Database Group::_DomainDb() const {
 }
 
 bool Group::GetName(const unsigned int& gid, std::string& name) {
-  return _DomainDb().GetText(FormatStatement(kSelectGroup, gid), kNameColumn, name);
+  return _DomainDb().GetText(Sql(kSelectGroup, gid), kNameColumn, name);
 }
 
 bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids) {
   return _DomainDb().Query<Columns<Text, Uid>>(
-      FormatStatement(kSelectMembers, gid),
+      Sql(kSelectMembers, gid),
       [&uids](const std::string& /*gid*/, unsigned int uid) { uids.push_back(uid); });
 }
 

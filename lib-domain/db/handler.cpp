@@ -15,6 +15,7 @@
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
+#include "lib-domain/db/sql.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/nodes.h"
@@ -118,7 +119,8 @@ void DomainDBHandler::CloseDomainDBHandler() {
   _singleDomainDBHandler = nullptr;
 }
 
-DomainDBHandler::DomainDBHandler(const std::string& path) : DBHandler(path, "") {
+DomainDBHandler::DomainDBHandler(const std::string& path)
+    : DBHandler(path, ""), kept_(std::make_shared<INTERNAL::KeptStatements>()) {
   err_ = -1;
 }
 
@@ -218,17 +220,46 @@ std::vector<std::vector<std::string>> DomainDBHandler::ExecSelectCmd(const std::
 
 void DomainDBHandler::ForEachRow(
     const std::string& sql, const std::function<bool(const korvmailserver::Statement& row)>& use) {
-  korvmailserver::Statement statement(db_, sql);
+  ForEachRow(INTERNAL::Sql(sql), use);
+}
+
+void DomainDBHandler::ForEachRow(
+    const INTERNAL::Sql& sql,
+    const std::function<bool(const korvmailserver::Statement& row)>& use) {
+  if (!sql.IsKept()) {
+    korvmailserver::Statement statement(db_, sql.Text());
+    _RunQuery(statement, sql, use);
+    return;
+  }
+  INTERNAL::StatementLoan loan(kept_, db_, sql);
+  if (loan.Get().IsPrepared()) {
+    sql.Bind(loan.Get());
+  }
+  try {
+    _RunQuery(loan.Get(), sql, use);
+  } catch (const korvmailserver::LogException&) {
+    loan.Spoil();
+    throw;
+  }
+}
+
+void DomainDBHandler::_RunQuery(
+    korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
+    const std::function<bool(const korvmailserver::Statement& row)>& use) {
   // A text without any statement compiles, too, but cannot be stepped.
   if (!statement.IsPrepared() && sqlite3_errcode(db_) != SQLITE_OK) {
-    ThrowSelectError("Failed to prepare", db_, sql, __LINE__);
+    ThrowSelectError("Failed to prepare", db_, sql.Text(), __LINE__);
   }
   if (sqlite3_busy_timeout(db_, kSelectBusyMilliseconds) != SQLITE_OK) {
-    ThrowSelectError("Failed to set busy timeout", db_, sql, __LINE__);
+    ThrowSelectError("Failed to set busy timeout", db_, sql.Text(), __LINE__);
   }
   if (!statement.ForEachRow([&use](const auto& row) { return use(row); })) {
-    ThrowSelectError("sqlite3_step", db_, sql, __LINE__);
+    ThrowSelectError("sqlite3_step", db_, sql.Text(), __LINE__);
   }
+}
+
+void DomainDBHandler::_BeforeClosing() {
+  kept_->Clear();
 }
 
 int DomainDBHandler::_InitPragma() {

@@ -6,6 +6,7 @@
 #define LIB_DOMAIN_DB_HANDLER_H
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,11 @@ class Statement;
 }
 
 namespace MDOMAIN::DB {
+
+namespace INTERNAL {
+class KeptStatements;
+class Sql;
+}  // namespace INTERNAL
 
 class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
  public:
@@ -64,6 +70,9 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // out.
   void ForEachRow(const std::string& sql,
                   const std::function<bool(const korvmailserver::Statement& row)>& use);
+  // The same; a kept query is compiled once for this connection. `use` may ask for it again.
+  void ForEachRow(const INTERNAL::Sql& sql,
+                  const std::function<bool(const korvmailserver::Statement& row)>& use);
 
  private:
   friend class ReadScope;
@@ -75,7 +84,11 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   int _UpgradeDB(int version);
   int _RunScripts(int version, const std::vector<std::string>& scripts);
   void _PrepareFastRoads();
+  void _BeforeClosing() override;
+  void _RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
+                 const std::function<bool(const korvmailserver::Statement& row)>& use);
 
+  std::shared_ptr<INTERNAL::KeptStatements> kept_;
   bool has_own_views_ = false;
   bool is_pinned_ = false;  // by a ReadScope
 

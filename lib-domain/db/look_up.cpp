@@ -157,9 +157,9 @@ bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainU
   bool has_own_role = false;
   std::string group_role;
   bool is_member = false;
-  if (!DomainDb().Query<UserColumns>(FormatStatement(kSelectUser, domain_idx, uid), keep) ||
-      !DomainDb().GetExists(FormatStatement(kHasOwnRole, domain_idx, uid), has_own_role) ||
-      !DomainDb().Query<Columns<Uid, Text>>(FormatStatement(kSelectGroupRole, domain_idx, uid),
+  if (!DomainDb().Query<UserColumns>(Sql(kSelectUser, domain_idx, uid), keep) ||
+      !DomainDb().GetExists(Sql(kHasOwnRole, domain_idx, uid), has_own_role) ||
+      !DomainDb().Query<Columns<Uid, Text>>(Sql(kSelectGroupRole, domain_idx, uid),
                                             [&](unsigned int /*uid*/, std::string&& role) {
                                               is_member = true;
                                               group_role = std::move(role);
@@ -177,7 +177,7 @@ bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainU
 
 bool GetNextAlias(const std::string& from, std::string& alias) {
   alias.clear();
-  return DomainDb().GetText(FormatStatement(kSelectNextAlias, from.c_str()), 0, alias);
+  return DomainDb().GetText(Sql(kSelectNextAlias, from), 0, alias);
 }
 
 bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
@@ -246,8 +246,8 @@ bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& a
                                           gather);
   });
   // What reads as the empty text.
-  return is_read && (!has_empty || DomainDb().Query<Columns<Uid>>(
-                                       FormatStatement(kSelectWithoutAlias, domain_idx), gather));
+  return is_read && (!has_empty ||
+                     DomainDb().Query<Columns<Uid>>(Sql(kSelectWithoutAlias, domain_idx), gather));
 }
 
 bool HolderSearch::AddHolders(const std::vector<RECORD::DomainUserAlias>& aliases) {
@@ -284,7 +284,7 @@ bool HolderSearch::AddFlagged() {
   return takes_all_ ||
          std::all_of(domain_idxs_.begin(), domain_idxs_.end(), [this](int domain_idx) {
            return DomainDb().Query<Columns<Uid>>(
-               FormatStatement(kSelectFlagged, domain_idx),
+               Sql(kSelectFlagged, domain_idx),
                [this, domain_idx](unsigned int uid) { _Gather(domain_idx, uid); });
          });
 }

@@ -14,6 +14,23 @@ namespace {
 // Room for everything of a statement that is not its id list.
 constexpr size_t kHeadSize = 4096;
 
+// `format` with what `text_of` gives in the place of each value that stands alone.
+template <typename TextOf>
+std::string Replace(const char* format, const TextOf& text_of) {
+  constexpr std::string_view kValues[] = {"'%q'", "'%d'", "'%u'", "%d", "%u"};
+  std::string text;
+  for (std::string_view rest = format; !rest.empty();) {
+    const auto* const value =
+        std::find_if(std::begin(kValues), std::end(kValues), [rest](std::string_view candidate) {
+          return rest.substr(0, candidate.size()) == candidate;
+        });
+    const bool is_value = value != std::end(kValues);
+    text += is_value ? text_of(*value) : std::string(1, rest.front());
+    rest.remove_prefix(is_value ? value->size() : 1);
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string FormatStatement(const char* format, ...) {
@@ -41,18 +58,19 @@ std::string EscapeQuery(const std::string& query) {
 }
 
 std::string WithParameters(const char* format) {
-  constexpr std::string_view kValues[] = {"'%q'", "'%d'", "'%u'", "%d", "%u"};
-  std::string text;
-  for (std::string_view rest = format; !rest.empty();) {
-    const auto* const value =
-        std::find_if(std::begin(kValues), std::end(kValues), [rest](std::string_view candidate) {
-          return rest.substr(0, candidate.size()) == candidate;
-        });
-    const bool is_value = value != std::end(kValues);
-    text += is_value ? '?' : rest.front();
-    rest.remove_prefix(is_value ? value->size() : 1);
+  return Replace(format, [](std::string_view /*value*/) { return "?"; });
+}
+
+std::string WithValues(const char* format, const std::vector<std::string>& values) {
+  auto next = values.begin();
+  std::string statement = Replace(format, [&](std::string_view value) {
+    const std::string quote = value.front() == '\'' ? "'" : "";
+    return quote + korvmailserver::FormatSql("%q", (next++)->c_str()) + quote;
+  });
+  if (statement.size() >= kStatementSize) {
+    statement.clear();
   }
-  return text;
+  return statement;
 }
 
 template <typename Id>

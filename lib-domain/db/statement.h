@@ -36,6 +36,8 @@ std::vector<std::string> JoinIdsInPieces(const std::vector<Id>& ids);
 // and %u without quotes. Where a column has an affinity, a bound number is stored and compared as
 // the same number in quotes is.
 std::string WithParameters(const char* format);
+// `format` with the values in those places, as FormatStatement writes them.
+std::string WithValues(const char* format, const std::vector<std::string>& values);
 
 // The writes of one operation, in order; Database::Run runs them.
 class StatementBatch {

@@ -82,6 +82,9 @@ class MDOMAIN_EXPORT DBHandler {
   // For a class that makes the schema itself: after that, nothing can be written in the place of a
   // file that is missing. Nothing happens where there is a file.
   void forbidWritesInMemory();
+  // For a class that keeps statements: the connection is about to be closed. Such a class calls
+  // disconnect in its destructor.
+  virtual void _BeforeClosing() {}
 
   int err_ = 0;
   sqlite3* db_ = nullptr;

@@ -160,6 +160,8 @@ class Statement {
   }
   // Ready to be bound and stepped from the start again.
   void Reset() { sqlite3_reset(statement_); }
+  // All values are NULL again; for a statement that is kept.
+  void DropValues() { sqlite3_clear_bindings(statement_); }
   // For a statement that gives no rows: steps to its end and resets it. False when it failed.
   bool Run() {
     int result = Step();

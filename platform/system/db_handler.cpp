@@ -243,6 +243,7 @@ void DBHandler::disconnect() {
   if (scope_open_ && _EndTransaction() != SQLITE_OK) {
     maillog(kLogError, "Cannot commit to database [%s]: %s", path_.c_str(), err_text_.c_str());
   }
+  _BeforeClosing();
   sqlite3_close_v2(db_);  // waits for statements that are still in use
   db_ = nullptr;
   is_stand_in_ = false;

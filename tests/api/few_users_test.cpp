@@ -123,7 +123,7 @@ TEST_F(FewUsers, CostTheSameInACompanyOfAnySize) {
       {"add again", [] { return Add(1, uid, "u3"); }},
   };
   std::map<std::string, Cost> costs;
-  for (const int users : {10, 20, 1000}) {  // the first time makes tables and files
+  for (const int users : {10, 11, 20, 1000}) {  // the first times make tables, files and statements
     Grow(users);
     for (const auto& [name, run] : operations) {
       SCOPED_TRACE(std::string(name) + " " + std::to_string(users));
