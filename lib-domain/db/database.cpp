@@ -111,6 +111,7 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   if (!IsOpen(here)) {
     return false;
   }
+  batch.KeepIn(handler_->kept_);
   if (batch.Fits() && handler_->exeSteps(batch.Steps()) == 0) {
     return true;
   }

@@ -58,6 +58,10 @@ constexpr const char* kInsertAdditional =
 constexpr const char* kDeleteAdditional =
     "DELETE FROM domain_to_additional_domain_table WHERE domain_idx = %d AND additional_domain IN "
     "(%s)";
+constexpr const char* kDeleteAdditionalOne =
+    "DELETE FROM domain_to_additional_domain_table WHERE domain_idx = %d AND additional_domain IN "
+    "('%q')";
+constexpr const char* kDeleteAdditionalFailure = "fail to delete domain_to_additional_domain_table";
 constexpr const char* kSelectAdditional =
     "SELECT * FROM domain_to_additional_domain_table WHERE domain_idx = '%d' ";
 // In the order of the primary key, which the statement for one domain gives, too.
@@ -124,17 +128,16 @@ INTERNAL::Database Domain::_DomainDb() const {
 
 bool Domain::Create(const RECORD::Domain& domain) {
   StatementBatch batch;
-  batch.Add(FormatStatement(kInsert, domain.GetDomainIdx(), domain.GetDomainName().c_str(),
-                            domain.GetDomainDesc().c_str(), domain.GetDefaultAliasPattern().c_str(),
-                            domain.IsAutomaticallyAddingUsers() ? 1 : 0));
+  batch.AddKept(Sql(kInsert, domain.GetDomainIdx(), domain.GetDomainName(), domain.GetDomainDesc(),
+                    domain.GetDefaultAliasPattern(), domain.IsAutomaticallyAddingUsers() ? 1 : 0));
   return _DomainDb().Run(batch, "fail to insert domain_table");
 }
 
 bool Domain::Set(const RECORD::Domain& domain) {
   StatementBatch batch;
-  batch.Add(FormatStatement(kUpdate, domain.GetDomainName().c_str(), domain.GetDomainDesc().c_str(),
-                            domain.GetDefaultAliasPattern().c_str(),
-                            domain.IsAutomaticallyAddingUsers() ? 1 : 0, domain.GetDomainIdx()));
+  batch.AddKept(Sql(kUpdate, domain.GetDomainName(), domain.GetDomainDesc(),
+                    domain.GetDefaultAliasPattern(), domain.IsAutomaticallyAddingUsers() ? 1 : 0,
+                    domain.GetDomainIdx()));
   return _DomainDb().Run(batch, "fail to update domain_table");
 }
 
@@ -279,10 +282,14 @@ bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<st
     return false;
   }
   StatementBatch batch;
+  if (names.size() == 1 && names.front().size() <= kMaxNameSize) {
+    batch.AddKept(Sql(kDeleteAdditionalOne, domain_idx, names.front()));
+    return _DomainDb().Run(batch, kDeleteAdditionalFailure);
+  }
   for (const std::string& piece : QuoteInPieces(names)) {
     batch.Add(FormatStatement(kDeleteAdditional, domain_idx, piece.c_str()));
   }
-  return _DomainDb().Run(batch, "fail to delete domain_to_additional_domain_table");
+  return _DomainDb().Run(batch, kDeleteAdditionalFailure);
 }
 
 bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::string>& names) {

@@ -20,6 +20,7 @@ class Statement;
 namespace MDOMAIN::DB {
 
 namespace INTERNAL {
+class Database;
 class KeptStatements;
 class Sql;
 }  // namespace INTERNAL
@@ -76,6 +77,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
 
  private:
   friend class ReadScope;
+  friend class INTERNAL::Database;
 
   int _InitPragma();
   int _GetNowVersion();

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <iterator>
+#include <map>
 
 #include "platform/include/sqlite.h"
 
@@ -87,6 +88,40 @@ std::vector<std::string> JoinIdsInPieces(const std::vector<Id>& ids) {
     pieces.back() += text;
   }
   return pieces;
+}
+
+const char* FormatOfOne(const char* format) {
+  constexpr std::string_view kList = "(%q)";
+  static std::map<const char*, std::string> made;
+  std::string& of_one = made[format];
+  if (of_one.empty()) {
+    of_one = format;
+    const size_t list = of_one.find(kList);
+    if (list != std::string::npos) {
+      of_one.replace(list, kList.size(), "(%d)");
+    }
+  }
+  return of_one.find("%q") == std::string::npos && of_one != format ? of_one.c_str() : nullptr;
+}
+
+void StatementBatch::AddKept(const Sql& sql) {
+  fits_ = fits_ && sql.Fits();
+  const auto run = [sql, place = kept_](sqlite3* db) {
+    StatementLoan loan(*place, db, sql);
+    if (loan.Get().IsPrepared()) {
+      sql.Bind(loan.Get());
+    }
+    int result = loan.Get().Step();
+    while (result == SQLITE_ROW) {
+      result = loan.Get().Step();
+    }
+    if (result == SQLITE_DONE) {
+      return SQLITE_OK;
+    }
+    loan.Spoil();
+    return result;
+  };
+  steps_.push_back({sql.Format(), run});
 }
 
 template std::vector<std::string> JoinIdsInPieces(const std::vector<int>& ids);

@@ -4,12 +4,15 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/sql.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/sqlite.h"
 
@@ -39,6 +42,10 @@ std::string WithParameters(const char* format);
 // `format` with the values in those places, as FormatStatement writes them.
 std::string WithValues(const char* format, const std::vector<std::string>& values);
 
+// `format` with one number in the place of its list of ids, "(%q)"; null where that is not its only
+// text. It lives as long as the process.
+const char* FormatOfOne(const char* format);
+
 // The writes of one operation, in order; Database::Run runs them.
 class StatementBatch {
  public:
@@ -50,6 +57,8 @@ class StatementBatch {
     };
     steps_.push_back({std::move(statement), run});
   }
+  // A constant statement with its values, which the connection keeps compiled for the next batch.
+  void AddKept(const Sql& sql);
   // For each of the records, which must outlive the batch, the statement that FormatStatement makes
   // of `format` and the tuple of numbers and texts that `values_of(record)` gives, each a value
   // that stands alone. It is compiled once.
@@ -65,11 +74,20 @@ class StatementBatch {
   // A statement whose last argument ("%q") is a list of ids, as often as JoinIdsInPieces needs.
   template <typename Id, typename... Arguments>
   void AddWithIds(const char* format, const std::vector<Id>& ids, Arguments... before) {
+    if constexpr ((std::is_integral_v<Arguments> && ...)) {
+      const char* const of_one = ids.size() == 1 ? FormatOfOne(format) : nullptr;
+      if (of_one != nullptr) {
+        AddKept(Sql(of_one, before..., ids.front()));
+        return;
+      }
+    }
     for (const std::string& piece : JoinIdsInPieces(ids)) {
       Add(FormatStatement(format, before..., piece.c_str()));
     }
   }
 
+  // Where AddKept keeps statements; else they are compiled for this run.
+  void KeepIn(const std::shared_ptr<KeptStatements>& kept) const { *kept_ = kept; }
   // Whether no statement was too long.
   bool Fits() const { return fits_; }
   const std::vector<SqlStep>& Steps() const { return steps_; }
@@ -123,7 +141,8 @@ class StatementBatch {
     if (records.size() < kFewRecords) {
       for (const Record& record : records) {
         if (is_wanted(record)) {
-          Add(_Format(format, values_of(record)));
+          AddKept(std::apply([format](const auto&... values) { return Sql(format, values...); },
+                             values_of(record)));
         }
       }
       return;
@@ -156,6 +175,9 @@ class StatementBatch {
   static constexpr size_t kFewRecords = 8;
 
   std::vector<SqlStep> steps_;
+  // Where the steps find it when they run.
+  std::shared_ptr<std::shared_ptr<KeptStatements>> kept_ =
+      std::make_shared<std::shared_ptr<KeptStatements>>(std::make_shared<KeptStatements>());
   bool fits_ = true;
 };
 
