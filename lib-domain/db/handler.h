@@ -20,6 +20,7 @@ class Statement;
 namespace MDOMAIN::DB {
 
 namespace INTERNAL {
+class Database;
 class KeptStatements;
 class Sql;
 }  // namespace INTERNAL
@@ -73,6 +74,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
 
  private:
   friend class ReadScope;
+  friend class INTERNAL::Database;
 
   int _InitPragma();
   int _GetNowVersion();
@@ -82,8 +84,11 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   int _RunScripts(int version, const std::vector<std::string>& scripts);
   void _PrepareFastRoads();
   void _BeforeClosing() override;
-  void _RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
-                 const std::function<bool(const korvmailserver::Statement& row)>& use);
+  using RowVisitor = std::function<bool(const korvmailserver::Statement& row)>;
+  enum class OnFailure { kThrow, kStaySilent };
+  bool _RunKept(const INTERNAL::Sql& sql, const RowVisitor& use, OnFailure on_failure);
+  bool _RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
+                 const RowVisitor& use, OnFailure on_failure);
 
   std::shared_ptr<INTERNAL::KeptStatements> kept_;
   bool has_own_views_ = false;
