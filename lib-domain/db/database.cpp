@@ -65,6 +65,16 @@ bool Database::IsOpen(SourceHere here) const {
   return true;
 }
 
+bool Database::TryForEachRow(const Sql& sql,
+                             const std::function<void(const Cells& row)>& use) const {
+  const auto use_row = [&use](const Cells& row) {
+    use(row);
+    return true;
+  };
+  return status_ == 0 && sql.Fits() && handler_->FollowFile() &&
+         handler_->_RunKept(sql, use_row, DomainDBHandler::OnFailure::kStaySilent);
+}
+
 bool Database::GetText(const Sql& sql, int column, std::string& text, SourceHere here) const {
   std::string cell;
   bool has_row = false;

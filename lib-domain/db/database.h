@@ -131,6 +131,10 @@ class Database {
         },
         here);
   }
+  // Calls `use` with each row of a kept query. False, with nothing logged, when the query fails or
+  // would have to wait for a lock, with what was read before handed out: for a faster road beside
+  // one that waits and tells what is wrong.
+  bool TryForEachRow(const Sql& sql, const std::function<void(const Cells& row)>& use) const;
   // One column, from 0, of the last row; untouched when there is no row.
   bool GetText(const Sql& sql, int column, std::string& text,
                SourceHere here = SourceHere::Now()) const;

@@ -33,9 +33,6 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // other file. Another file that takes its place there is opened (FollowFile); when the file is
   // removed, reads go on in the old one and writes fail.
   static DomainDBHandler* GetDomainDBHandler();
-  // The same where it is open and its file stands at its place. Else null, with nothing logged and
-  // nothing opened.
-  static DomainDBHandler* GetOpenHandler();
   // Closes it, so that the next GetDomainDBHandler opens anew. Stores that still exist keep a
   // dangling handler: for the end of a program's use of the library.
   static void CloseDomainDBHandler();
@@ -87,8 +84,11 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   int _RunScripts(int version, const std::vector<std::string>& scripts);
   void _PrepareFastRoads();
   void _BeforeClosing() override;
-  void _RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
-                 const std::function<bool(const korvmailserver::Statement& row)>& use);
+  using RowVisitor = std::function<bool(const korvmailserver::Statement& row)>;
+  enum class OnFailure { kThrow, kStaySilent };
+  bool _RunKept(const INTERNAL::Sql& sql, const RowVisitor& use, OnFailure on_failure);
+  bool _RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
+                 const RowVisitor& use, OnFailure on_failure);
 
   std::shared_ptr<INTERNAL::KeptStatements> kept_;
   bool has_own_views_ = false;

@@ -13,6 +13,7 @@
 #include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/statement.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/sqlite.h"
@@ -68,6 +69,28 @@ constexpr const char* kSelectFlagged =
     "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
 constexpr const char* kSelectAliases =
     "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (%s)";
+// As DomainUser::GetUserAliases understands a name.
+#define UIDS_OF_NAME                                                                           \
+  "uid IN (SELECT uid FROM user_table WHERE user_name = '%q' COLLATE NOCASE AND (user_name = " \
+  "'%q' OR NOT EXISTS (SELECT 1 FROM user_table WHERE user_name = '%q')))"
+#define IN_STORED_ORDER " ORDER BY alias.rowid"
+constexpr const char* kFindAliases =
+    "SELECT domain_idx, account_alias FROM domain_user_alias_table AS alias WHERE " UIDS_OF_NAME
+        IN_STORED_ORDER;
+#define FIND_ADDRESSES                                                                   \
+  "SELECT alias.domain_idx, account_alias, domain_name FROM domain_user_alias_table AS " \
+  "alias CROSS JOIN domain_table ON domain_table.domain_idx = alias.domain_idx WHERE alias."
+constexpr const char* kFindAddresses = FIND_ADDRESSES "uid = %u" IN_STORED_ORDER;
+constexpr const char* kFindAddressesOfName = FIND_ADDRESSES UIDS_OF_NAME IN_STORED_ORDER;
+#undef FIND_ADDRESSES
+#undef IN_STORED_ORDER
+#undef UIDS_OF_NAME
+// Each of them by an index: the lowest and the highest domain, and the first primary one.
+constexpr const char* kSelectDomainRange =
+    "SELECT (SELECT min(domain_idx) FROM domain_table), (SELECT max(domain_idx) FROM "
+    "domain_table), "
+    "(SELECT domain_idx FROM primary_domain_table WHERE domain_idx IN (SELECT domain_idx FROM "
+    "domain_table) ORDER BY 1 LIMIT 1)";
 constexpr const char* kSelectRolesOfGroups =
     "SELECT domain_idx, uid FROM domain_user_role_table AS own WHERE uid IN (%s) AND is_auto_added "
     "= 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS member CROSS JOIN "
@@ -112,6 +135,40 @@ bool FindIds(const char* statement, const std::vector<std::string>& names,
 RECORD::DomainUser RowUser(int domain_idx, unsigned int uid, std::string&& name,
                            std::string&& alias, std::string&& role, bool duplicated) {
   return {domain_idx, uid, std::move(name), {{std::move(alias), duplicated}}, std::move(role)};
+}
+
+// No domain that can be listed has another index.
+bool IsIndex(const Cells& row, int column) {
+  return row.IsInteger(column) && row.Int64(column) == row.Int(column);
+}
+
+bool FindAddressesWith(const Sql& sql, std::vector<std::string>& addresses) {
+  int primary_idx = 0;
+  bool has_primary = false;
+  bool can_be_listed = false;
+  const auto read_range = [&](const Cells& row) {
+    can_be_listed = row.IsNull(0) || (IsIndex(row, 0) && IsIndex(row, 1));
+    has_primary = !row.IsNull(2);
+    primary_idx = row.Int(2);
+  };
+  std::vector<std::pair<int, std::string>> found;
+  const auto keep = [&found](const Cells& row) {
+    found.emplace_back(row.Int(0), row.Text(1).append("@").append(row.Text(2)));
+  };
+  const ReadScope scope;
+  if (!scope.IsInForce() || !CanLookUp() ||
+      !DomainDb().TryForEachRow(Sql(kSelectDomainRange), read_range) || !can_be_listed ||
+      !DomainDb().TryForEachRow(sql, keep)) {
+    return false;
+  }
+  std::stable_sort(found.begin(), found.end(), [&](const auto& one, const auto& other) {
+    const auto place = [&](int idx) { return std::pair(!has_primary || idx != primary_idx, idx); };
+    return place(one.first) < place(other.first);
+  });
+  for (auto& [domain_idx, address] : found) {
+    addresses.push_back(std::move(address));
+  }
+  return true;
 }
 
 std::string FoldedKey(int domain_idx, const std::string& alias) {
@@ -178,6 +235,23 @@ bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainU
 bool GetNextAlias(const std::string& from, std::string& alias) {
   alias.clear();
   return DomainDb().GetText(Sql(kSelectNextAlias, from), 0, alias);
+}
+
+bool FindAliases(const std::string& user_name, AliasesByDomain& aliases) {
+  return CanLookUp() && DomainDb().TryForEachRow(Sql(kFindAliases, user_name, user_name, user_name),
+                                                 [&aliases](const Cells& row) {
+                                                   if (IsIndex(row, 0)) {
+                                                     aliases[row.Int(0)].push_back(row.Text(1));
+                                                   }
+                                                 });
+}
+
+bool FindAddresses(unsigned int uid, std::vector<std::string>& addresses) {
+  return FindAddressesWith(Sql(kFindAddresses, uid), addresses);
+}
+
+bool FindAddresses(const std::string& user_name, std::vector<std::string>& addresses) {
+  return FindAddressesWith(Sql(kFindAddressesOfName, user_name, user_name, user_name), addresses);
 }
 
 bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,

@@ -47,7 +47,7 @@ class Sql {
   static Value _Value(Number number) {
     return static_cast<sqlite3_int64>(number);
   }
-  static Value _Value(const std::string& text) { return std::string(text.c_str()); }
+  static Value _Value(const std::string& text) { return text.substr(0, text.find('\0')); }
 
   const char* format_ = nullptr;
   std::vector<Value> values_;

@@ -121,7 +121,7 @@ void StatementBatch::AddKept(const Sql& sql) {
     loan.Spoil();
     return result;
   };
-  steps_.push_back({sql.Format(), run});
+  steps_.push_back({sql.Text(), run});
 }
 
 template std::vector<std::string> JoinIdsInPieces(const std::vector<int>& ids);

@@ -89,7 +89,7 @@ bool Updater::Trigger() {
     return false;
   }
   ModelStanding standing;
-  std::optional<DB::ReadScope> of_one_moment(DB::DomainDBHandler::GetOpenHandler());
+  std::optional<DB::ReadScope> of_one_moment(std::in_place);
   // A model that cannot be read is left to the steps, which say so.
   const bool is_known = ReadModelStanding(standing);
   if (is_known && !empty_publication_allowed_ && standing.WouldEmpty()) {
@@ -141,7 +141,7 @@ bool Updater::_PublishModel(const std::string& path) {
 }
 
 bool Updater::_ToRedis() {
-  std::optional<DB::ReadScope> of_one_moment(DB::DomainDBHandler::GetOpenHandler());
+  std::optional<DB::ReadScope> of_one_moment(std::in_place);
   std::vector<RECORD::Domain> domains;
   if (!DB::Domain().ListNames(domains)) {
     LOG_ERROR("Failed to List domains");

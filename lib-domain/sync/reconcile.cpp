@@ -184,7 +184,7 @@ ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model,
   if (!item.lists_model) {
     of_one_moment.reset();
   } else if (!of_one_moment) {
-    of_one_moment.emplace(DB::DomainDBHandler::GetOpenHandler());
+    of_one_moment.emplace();
   }
   if (!item.list(model, differences)) {
     return ReconcileResult::kFailed;

@@ -227,12 +227,19 @@ int DBHandler::_RunSchema() {
   return result;
 }
 
+// SQLite knows which file it opened, and is asked once: from then on a look at the path is enough.
 bool DBHandler::isReplaced() const {
-  if (db_ == nullptr || !KLIBCFileExist(path_.c_str())) {
+  struct stat info {};
+  if (db_ == nullptr || stat(path_.c_str(), &info) != 0 ||
+      (inode_ == info.st_ino && device_ == info.st_dev)) {
     return false;
   }
   int has_moved = 1;  // what stands in for a missing file knows of none
   sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
+  if (has_moved == 0) {
+    device_ = info.st_dev;
+    inode_ = info.st_ino;
+  }
   return has_moved != 0;
 }
 
@@ -247,6 +254,8 @@ void DBHandler::disconnect() {
   sqlite3_close_v2(db_);  // waits for statements that are still in use
   db_ = nullptr;
   is_stand_in_ = false;
+  device_ = 0;
+  inode_ = 0;
 }
 
 int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
