@@ -46,7 +46,7 @@ inline std::string FormatSql(const char* format, ...) {
   return text;
 }
 
-// Owns a connection to one file and closes it at the end of its scope.
+// Owns a connection to one file and closes it at the end of its scope. Of one thread at a time.
 class Connection {
  public:
   enum class Mode { kRead, kWrite, kCreate };  // reading; and writing; and making a missing file
@@ -103,9 +103,10 @@ class Connection {
   }
   static int _OpenFlags(Mode mode) {
     if (mode == Mode::kRead) {
-      return SQLITE_OPEN_READONLY;
+      return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
     }
-    return SQLITE_OPEN_READWRITE | (mode == Mode::kCreate ? SQLITE_OPEN_CREATE : 0);
+    return SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
+           (mode == Mode::kCreate ? SQLITE_OPEN_CREATE : 0);
   }
 
   sqlite3* db_ = nullptr;
@@ -194,13 +195,15 @@ class Statement {
   int Int(int column) const { return sqlite3_column_int(statement_, column); }
   sqlite3_int64 Int64(int column) const { return sqlite3_column_int64(statement_, column); }
   // With all its bytes, zero bytes too; NULL gives the empty string.
-  std::string Text(int column) const {
+  std::string Text(int column) const { return std::string(View(column)); }
+  // The same where it lies: until the next step, reset or reading of this column.
+  std::string_view View(int column) const {
     const unsigned char* bytes = sqlite3_column_text(statement_, column);
     if (bytes == nullptr) {
-      return std::string();
+      return std::string_view();
     }
     const int size = sqlite3_column_bytes(statement_, column);
-    return std::string(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
+    return {reinterpret_cast<const char*>(bytes), static_cast<size_t>(size)};
   }
   // Every column as text.
   std::vector<std::string> Texts() const {

@@ -193,7 +193,9 @@ void DBHandler::forbidWritesInMemory() {
 // Opens the file, for reading where it cannot be written (SQLite does so without a word), reads its
 // first page, and gives it the schema when it has none at all.
 int DBHandler::_OpenAndCheck() {
-  const int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr);
+  // Without the lock that would let threads share it, and be taken for every value that is read.
+  constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+  const int result = sqlite3_open_v2(path_.c_str(), &db_, kFlags, nullptr);
   if (result != SQLITE_OK) {
     _KeepFailure(result);
     const int error = db_ == nullptr ? 0 : sqlite3_system_errno(db_);
