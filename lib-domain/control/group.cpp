@@ -2,6 +2,8 @@
 #include "lib-domain/control/group.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <functional>
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
@@ -28,17 +30,24 @@ void LogChangedCount(unsigned int gid, size_t old_count, size_t new_count) {
   }
 }
 
-// Order and repeats do not matter: the membership table has neither.
-bool AreTheMembers(const std::vector<unsigned int>& uids,
-                   const std::vector<RECORD::User>& members) {
-  std::unordered_set<unsigned int> member_uids;
-  member_uids.reserve(members.size());
-  for (const RECORD::User& member : members) {
-    member_uids.insert(member.GetUID());
+void SortOnce(std::vector<unsigned int>& uids) {
+  if (!std::is_sorted(uids.begin(), uids.end())) {
+    std::sort(uids.begin(), uids.end());
   }
-  return uids.size() == member_uids.size() &&
-         std::all_of(uids.begin(), uids.end(),
-                     [&member_uids](unsigned int uid) { return member_uids.count(uid) != 0; });
+  uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
+}
+
+// Order and repeats do not matter: the membership table has neither.
+bool AreTheMembers(std::vector<unsigned int> uids,
+                   const std::vector<const RECORD::User*>& members) {
+  std::vector<unsigned int> member_uids;
+  member_uids.reserve(members.size());
+  for (const RECORD::User* member : members) {
+    member_uids.push_back(member->GetUID());
+  }
+  SortOnce(uids);
+  SortOnce(member_uids);
+  return uids == member_uids;
 }
 
 // Users who are mirrored as members of a group are not new to the next refresh. It has to be told
@@ -65,6 +74,52 @@ bool RememberNewcomers(const std::vector<RECORD::User>& mirrored_before,
 }
 
 }  // namespace
+
+// The users of the account system, found by their names without letter case; of several the first.
+// A map of names would take ten times as much memory and time.
+class Group::UsersByLowerName {
+ public:
+  void Set(std::vector<RECORD::User> users) {
+    users_ = std::move(users);
+    while (slots_.size() < 2 * users_.size()) {
+      slots_.resize(2 * slots_.size());
+    }
+    for (size_t i = 0; i < users_.size(); ++i) {
+      const std::string name = FoldAccountName(users_[i].GetUserName());
+      const auto hash = static_cast<uint32_t>(std::hash<std::string>()(name));
+      Slot& slot = slots_[_Place(hash, name)];
+      if (slot.number == 0) {
+        slot = {hash, static_cast<uint32_t>(i + 1)};
+      }
+    }
+  }
+  // Null for nobody.
+  const RECORD::User* Find(const std::string& name) const {
+    const std::string folded = FoldAccountName(name);
+    const Slot& slot =
+        slots_[_Place(static_cast<uint32_t>(std::hash<std::string>()(folded)), folded)];
+    return slot.number == 0 ? nullptr : &users_[slot.number - 1];
+  }
+
+ private:
+  struct Slot {
+    uint32_t hash = 0;
+    uint32_t number = 0;  // of the user, from 1
+  };
+  // Where the name stands, or would.
+  size_t _Place(uint32_t hash, const std::string& folded) const {
+    size_t at = hash & (slots_.size() - 1);
+    while (slots_[at].number != 0 &&
+           (slots_[at].hash != hash ||
+            FoldAccountName(users_[slots_[at].number - 1].GetUserName()) != folded)) {
+      at = (at + 1) & (slots_.size() - 1);
+    }
+    return at;
+  }
+
+  std::vector<RECORD::User> users_;
+  std::vector<Slot> slots_ = std::vector<Slot>(16);
+};
 
 bool Group::List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {
   return store_.List(filter, groups);
@@ -116,7 +171,7 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   std::vector<GroupMembers> members_by_group;
   members_by_group.reserve(groups.size());
   for (const RECORD::Group& group : groups) {
-    std::vector<RECORD::User> members;
+    std::vector<const RECORD::User*> members;
     if (!_GetUsersFromGroup(group, users_by_lower_name, members)) {
       LOG_ERROR("Failed to _GetUsersFromGroup [%s], skip", group.GetGroupName().c_str());
       continue;
@@ -176,17 +231,13 @@ bool Group::_GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name) {
   if (!is_all_success) {
     LOG_NOTICE("!is_all_success, only get [%zu] zelm_users", users.size());
   }
-  users_by_lower_name.reserve(users.size());
-  for (RECORD::User& user : users) {
-    std::string lower_name = FoldAccountName(user.GetUserName());
-    users_by_lower_name.emplace(std::move(lower_name), std::move(user));
-  }
+  users_by_lower_name.Set(std::move(users));
   return true;
 }
 
 bool Group::_GetUsersFromGroup(const RECORD::Group& group,
                                const UsersByLowerName& users_by_lower_name,
-                               std::vector<RECORD::User>& members) {
+                               std::vector<const RECORD::User*>& members) {
   members.clear();
   const std::string group_name = group.GetGroupName();
   PKLIBCSzList list = KLIBCSzListAlloc(kMemberListCapacity);
@@ -203,9 +254,9 @@ bool Group::_GetUsersFromGroup(const RECORD::Group& group,
   const int count = KLIBCSzListCount(list);
   for (int i = 0; i < count; ++i) {
     const std::string name = KLIBCSzListGet(list, i);
-    const auto found = users_by_lower_name.find(FoldAccountName(name));
-    if (found != users_by_lower_name.end()) {
-      members.push_back(found->second);
+    const RECORD::User* const user = users_by_lower_name.Find(name);
+    if (user != nullptr) {
+      members.push_back(user);
     } else {
       missing.push_back(name);
     }
@@ -222,15 +273,16 @@ bool Group::_GetUsersFromGroup(const RECORD::Group& group,
   return true;
 }
 
-bool Group::_WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,
-                          const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids) {
+bool Group::_WriteMembers(const RECORD::Group& group,
+                          const std::vector<const RECORD::User*>& members, const bool& is_update,
+                          std::unordered_set<unsigned int>& mirrored_uids) {
   std::vector<RECORD::User> not_mirrored_yet;
   std::vector<std::pair<unsigned int, unsigned int>> gid_uid_pairs;
   gid_uid_pairs.reserve(members.size());
-  for (const RECORD::User& member : members) {
-    gid_uid_pairs.emplace_back(group.GetGID(), member.GetUID());
-    if (mirrored_uids.insert(member.GetUID()).second) {
-      not_mirrored_yet.push_back(member);
+  for (const RECORD::User* member : members) {
+    gid_uid_pairs.emplace_back(group.GetGID(), member->GetUID());
+    if (mirrored_uids.insert(member->GetUID()).second) {
+      not_mirrored_yet.push_back(*member);
     }
   }
   if (!DB::User().Create(not_mirrored_yet)) {
