@@ -7,6 +7,7 @@
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
@@ -48,6 +49,16 @@ bool AreTheMembers(std::vector<unsigned int> uids,
   SortOnce(uids);
   SortOnce(member_uids);
   return uids == member_uids;
+}
+
+// Whether somebody is to become a member, and only of groups that have no members in the mirror.
+template <typename Groups, typename UidsByGid>
+bool AreFirstMembers(const Groups& groups, const UidsByGid& stored) {
+  return std::any_of(groups.begin(), groups.end(),
+                     [](const auto& group) { return !group.second.empty(); }) &&
+         std::none_of(groups.begin(), groups.end(), [&stored](const auto& group) {
+           return stored.count(group.first->GetGID()) != 0;
+         });
 }
 
 // Users who are mirrored as members of a group are not new to the next refresh. It has to be told
@@ -170,7 +181,9 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   }
   std::vector<GroupMembers> members_by_group;
   members_by_group.reserve(groups.size());
+  BASE::Progress progress("reading the members of groups", groups.size());
   for (const RECORD::Group& group : groups) {
+    progress.Step();
     std::vector<const RECORD::User*> members;
     if (!_GetUsersFromGroup(group, users_by_lower_name, members)) {
       LOG_ERROR("Failed to _GetUsersFromGroup [%s], skip", group.GetGroupName().c_str());
@@ -188,6 +201,15 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   std::vector<RECORD::User> mirrored_before;
   std::unordered_set<unsigned int> mirrored_uids;
   bool all_written = true;
+  if (!is_update && is_stored_known && AreFirstMembers(members_by_group, stored)) {
+    if (!DB::User().List(DB::UserDBFilter("*"), mirrored_before)) {
+      LOG_ERROR("Failed to list users");
+      return false;
+    }
+    if (_WriteFirstMembers(members_by_group, mirrored_uids)) {
+      members_by_group.clear();
+    }
+  }
   for (const auto& [group, members] : members_by_group) {
     if (is_update && !is_stored_known) {
       LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", group->GetGID());
@@ -271,6 +293,26 @@ bool Group::_GetUsersFromGroup(const RECORD::Group& group,
     return false;
   }
   return true;
+}
+
+bool Group::_WriteFirstMembers(const std::vector<GroupMembers>& groups,
+                               std::unordered_set<unsigned int>& mirrored_uids) {
+  std::vector<RECORD::User> users;
+  std::vector<std::pair<unsigned int, unsigned int>> gid_uid_pairs;
+  std::unordered_set<unsigned int> uids;
+  for (const auto& [group, members] : groups) {
+    for (const RECORD::User* member : members) {
+      gid_uid_pairs.emplace_back(group->GetGID(), member->GetUID());
+      if (uids.insert(member->GetUID()).second) {
+        users.push_back(*member);
+      }
+    }
+  }
+  const bool are_written = DB::INTERNAL::CreateMembers(users, gid_uid_pairs);
+  if (are_written) {
+    mirrored_uids = std::move(uids);
+  }
+  return are_written;
 }
 
 bool Group::_WriteMembers(const RECORD::Group& group,

@@ -61,6 +61,10 @@ class MDOMAIN_EXPORT Group {
   bool _GetUsersFromGroup(const RECORD::Group& group, const UsersByLowerName& users_by_lower_name,
                           std::vector<const RECORD::User*>& members);
   bool _GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name);
+  // Members of groups that have none in the mirror, all at once; false, with nothing written or
+  // said, where _WriteMembers has to do it.
+  static bool _WriteFirstMembers(const std::vector<GroupMembers>& groups,
+                                 std::unordered_set<unsigned int>& mirrored_uids);
   bool _WriteMembers(const RECORD::Group& group, const std::vector<const RECORD::User*>& members,
                      const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids);
 

@@ -6,6 +6,7 @@
 #include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/statement.h"
+#include "lib-domain/db/user.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -39,6 +40,10 @@ constexpr const char* kSelectMembers =
 constexpr const char* kSelectAllMembers = "SELECT * FROM group_to_user_table ORDER BY gid, uid";
 constexpr const char* kInsertMember =
     "REPLACE INTO  group_to_user_table (gid, uid) VALUES ('%u', '%u');";
+// For rows that are not there. A REPLACE would keep a copy of every page that it writes to, in case
+// it has to be taken back.
+constexpr const char* kInsertNewMember =
+    "INSERT INTO group_to_user_table (gid, uid) VALUES ('%u', '%u')";
 constexpr const char* kDeleteMembers = "DELETE FROM group_to_user_table WHERE gid IN (%q)";
 
 // Asking which groups differ costs more than writing so many.
@@ -150,6 +155,17 @@ bool Group::SetGroupToUsers(
   batch.AddEach(kInsertMember, gid_uid_pairs,
                 [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
   return _DomainDb().Run(batch, "fail to update group_to_user_table");
+}
+
+bool INTERNAL::CreateMembers(
+    const std::vector<RECORD::User>& users,
+    const std::vector<std::pair<unsigned int, unsigned int>>& gid_uid_pairs) {
+  StatementBatch batch;
+  AddUsers(users, batch);
+  batch.AddEach(kInsertNewMember, gid_uid_pairs,
+                [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  return handler != nullptr && batch.Fits() && handler->exeSteps(batch.Steps()) == 0;
 }
 
 bool Group::Delete(const std::vector<unsigned int>& gids) {

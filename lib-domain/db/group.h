@@ -15,9 +15,17 @@
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/record/group.h"
+#include "lib-domain/record/user.h"
 #include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
+
+namespace INTERNAL {
+// Mirrors users (known ones stay as they are) and adds memberships that are not there yet; or
+// writes nothing and logs nothing: then User::Create and SetGroupToUsers say why, or can do it.
+bool CreateMembers(const std::vector<RECORD::User>& users,
+                   const std::vector<std::pair<unsigned int, unsigned int>>& gid_uid_pairs);
+}  // namespace INTERNAL
 
 namespace INTERNAL {
 class Database;

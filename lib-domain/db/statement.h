@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/base/progress.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/sqlite.h"
 
@@ -138,12 +139,14 @@ class StatementBatch {
     }
     const auto run = [format, &records, values_of, is_wanted](sqlite3* db) {
       korvmailserver::Statement statement(db, WithParameters(format));
+      BASE::Progress progress("writing rows", records.size());
       int result = SQLITE_OK;
       for (auto record = records.begin(); record != records.end() && result == SQLITE_OK;
            ++record) {
         if (is_wanted(*record)) {
           result = _RunWith(statement, values_of(*record));
         }
+        progress.Step();
       }
       return result;
     };

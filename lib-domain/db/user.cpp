@@ -62,11 +62,15 @@ bool User::FindBelongingGroups(const unsigned int& uid, std::vector<unsigned int
   return _DomainDb().Append<Columns<Gid>>(FormatStatement(kSelectGroups, uid), gids);
 }
 
-bool User::Create(const std::vector<RECORD::User>& users) {
-  StatementBatch batch;
+void INTERNAL::AddUsers(const std::vector<RECORD::User>& users, StatementBatch& batch) {
   batch.AddValid(kInsert, users, [](const RECORD::User& user) {
     return std::make_tuple(user.GetUID(), user.GetUserName());
   });
+}
+
+bool User::Create(const std::vector<RECORD::User>& users) {
+  StatementBatch batch;
+  AddUsers(users, batch);
   return _DomainDb().Run(batch, "fail to insert user_table");
 }
 

@@ -21,7 +21,10 @@ namespace MDOMAIN::DB {
 
 namespace INTERNAL {
 class Database;
-}
+class StatementBatch;
+// The statements of User::Create; the users must outlive the batch.
+void AddUsers(const std::vector<RECORD::User>& users, StatementBatch& batch);
+}  // namespace INTERNAL
 
 class MDOMAIN_EXPORT User {
  public:

@@ -10,6 +10,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
@@ -68,8 +69,12 @@ bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids) {
   if (!MakeFolder(folder)) {
     return false;
   }
+  const korvmailserver::TouchedFolder touched(folder);
   bool ok = true;
-  for (unsigned int uid : SortedOnce(uids)) {
+  const std::vector<unsigned int> sorted = SortedOnce(uids);
+  BASE::Progress progress("announcing changed addresses", sorted.size());
+  for (const unsigned int uid : sorted) {
+    progress.Step();
     const std::string path = folder + std::to_string(uid);
     if (KLIBCFileTouch(path.c_str()) < 0) {
       LOG_ERROR("Failed to KLIBCFileTouch, path: [%s]", path.c_str());

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -92,6 +93,33 @@ int OpenFolderOf(const std::string& path, std::string& name) {
   return open(folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
+// What TouchedFolder keeps open.
+struct OpenFolder {
+  std::string path;
+  int fd = -1;
+};
+OpenFolder& Touched() {
+  static OpenFolder folder;
+  return folder;
+}
+
+constexpr int kTouchFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+int TouchIn(int folder, const char* name) {
+  // A file that is new has its times.
+  const int made = openat(folder, name, kTouchFlags | O_EXCL, kFlagMode);
+  const bool is_new = made >= 0;
+  const File file(is_new || errno != EEXIST ? made : openat(folder, name, kTouchFlags, kFlagMode));
+  struct stat info {};
+  if (file.get() < 0 || fstat(file.get(), &info) != 0 ||
+      (!is_new && futimens(file.get(), nullptr) != 0)) {
+    return -1;
+  }
+  // The consumer runs under another account: a strict umask must not hide the flag from it.
+  const bool strict = info.st_uid == geteuid() && (info.st_mode & kFlagMode) != kFlagMode;
+  return strict ? fchmod(file.get(), kFlagMode) : 0;
+}
+
 }  // namespace
 
 bool KLIBCFileExist(const char* path) {
@@ -103,22 +131,17 @@ int KLIBCFileTouch(const char* path) {
     errno = EINVAL;
     return -1;
   }
+  const OpenFolder& touched = Touched();
+  const char* const slash = std::strrchr(path, '/');
+  const auto length = static_cast<size_t>(slash == nullptr ? 0 : slash + 1 - path);
+  if (touched.fd >= 0 && touched.path.compare(0, std::string::npos, path, length) == 0 &&
+      TouchIn(touched.fd, slash + 1) == 0) {
+    return 0;
+  }
   // Not through a link: flag folders belong to accounts with fewer rights than the caller.
   std::string name;
   const File folder(OpenFolderOf(path, name));
-  if (folder.get() < 0) {
-    return -1;
-  }
-  const File file(openat(folder.get(), name.c_str(),
-                         O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
-                         kFlagMode));
-  struct stat info {};
-  if (file.get() < 0 || fstat(file.get(), &info) != 0 || futimens(file.get(), nullptr) != 0) {
-    return -1;
-  }
-  // The consumer runs under another account: a strict umask must not hide the flag from it.
-  const bool strict = info.st_uid == geteuid() && (info.st_mode & kFlagMode) != kFlagMode;
-  return strict ? fchmod(file.get(), kFlagMode) : 0;
+  return folder.get() < 0 ? -1 : TouchIn(folder.get(), name.c_str());
 }
 
 int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode) {
@@ -176,6 +199,15 @@ int EnumDirectory(const std::string& path, std::vector<std::string>& names) {
 }  // namespace postara
 
 namespace korvmailserver {
+
+TouchedFolder::TouchedFolder(const std::string& folder) {
+  std::string name;
+  Touched() = {folder, OpenFolderOf(folder, name)};
+}
+
+TouchedFolder::~TouchedFolder() {
+  const File opened(std::exchange(Touched(), {}).fd);
+}
 
 bool ListFolder(const std::string& path, std::vector<std::string>& names) {
   std::vector<std::string> found;

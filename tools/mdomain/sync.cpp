@@ -218,9 +218,9 @@ void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
   }
 }
 
-RefreshSummary RunRefresh(const Call& call, const DeletionLimit& limit) {
+RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit) {
   RequirePublishable(call);
-  const Progress progress;
+  const Progress progress(!call.out().json());
   MDOMAIN::API::Updater updater;
   updater.SetDeletionLimit(limit);
   updater.AllowEmptyPublication(call.Has("--force"));
@@ -233,8 +233,8 @@ RefreshSummary RunRefresh(const Call& call, const DeletionLimit& limit) {
   return updater.GetSummary();
 }
 
-RefreshSummary LookAtRefresh(const DeletionLimit& limit) {
-  const Progress progress;
+RefreshSummary LookAtRefresh(Call& call, const DeletionLimit& limit) {
+  const Progress progress(!call.out().json());
   RefreshSummary summary;
   if (!MDOMAIN::UTILS::PreviewRefresh(limit, summary)) {
     throw Failure(kFailed, "the refresh would fail: the accounts or the mirror could not be read");
@@ -245,7 +245,7 @@ RefreshSummary LookAtRefresh(const DeletionLimit& limit) {
 void Refresh(Call& call) {
   const bool dry_run = call.Has("--dry-run");
   const DeletionLimit limit = TypedLimit(call);
-  const RefreshSummary summary = dry_run ? LookAtRefresh(limit) : RunRefresh(call, limit);
+  const RefreshSummary summary = dry_run ? LookAtRefresh(call, limit) : RunRefresh(call, limit);
   call.out().Record(SummaryJson(summary, dry_run), SummaryColumns(summary, dry_run));
   call.out().Flush();  // before the message, and whole although the command fails
   RequireNobodySpared(summary, dry_run);
