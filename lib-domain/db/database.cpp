@@ -16,11 +16,13 @@ namespace {
 // SQLite gives a number as the text that stands for it; only other cells are worth reading as text.
 template <typename Value, typename Convert>
 bool IsNumber(const Cells& row, int column, Value& value, const Convert& convert) {
-  sqlite3_int64 number = 0;
-  if (row.Integer(column, number) && number >= std::numeric_limits<Value>::min() &&
-      number <= std::numeric_limits<Value>::max()) {
-    value = static_cast<Value>(number);
-    return true;
+  if (row.IsInteger(column)) {
+    const sqlite3_int64 number = row.Int64(column);
+    if (number >= std::numeric_limits<Value>::min() &&
+        number <= std::numeric_limits<Value>::max()) {
+      value = static_cast<Value>(number);
+      return true;
+    }
   }
   return convert(row.Text(column), value);
 }

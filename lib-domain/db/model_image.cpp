@@ -36,10 +36,9 @@ constexpr int kUidBits = 32;
 // A positive number that fits; what the stores take for an id in other forms is odd here.
 template <typename Id>
 bool ReadId(const Statement& row, int column, Id& id) {
-  sqlite3_int64 number = -1;
-  const bool is_integer = row.Integer(column, number);
+  const sqlite3_int64 number = row.IsInteger(column) ? row.Int64(column) : -1;
   id = static_cast<Id>(number);
-  return is_integer && number >= 0 && number < std::numeric_limits<Id>::max();
+  return number >= 0 && number < std::numeric_limits<Id>::max();
 }
 
 // Calls `use` with each row until it answers false; whether all were read and used.
@@ -182,8 +181,7 @@ bool ModelImage::_ReadAliases() {
     if (!ReadId(row, 0, domain_idx) || !ReadId(row, 1, uid)) {
       return false;
     }
-    sqlite3_int64 flag = 1;
-    if (!row.Integer(2, flag) || flag != 0) {
+    if (!row.IsInteger(2) || row.Int64(2) != 0) {
       in_question_.push_back(uid);
     }
     hashes.push_back(HashOf(domain_idx, row.View(3)));

@@ -15,6 +15,7 @@
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/touched_folder.h"
 
 namespace MDOMAIN::UTILS {
 

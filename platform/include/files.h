@@ -51,17 +51,6 @@ namespace korvmailserver {
 // The account that owns what the mail server reads and writes.
 constexpr char kServiceAccount[] = "Postara-Server";
 
-// While one lives KLIBCFileTouch finds a file of this folder without going through the whole path
-// again: for many files, one after the other. The folder is named as in the paths of the files, up
-// to its last "/". One at a time.
-class MDOMAIN_EXPORT TouchedFolder {
- public:
-  explicit TouchedFolder(const std::string& folder);
-  ~TouchedFolder();
-  TouchedFolder(const TouchedFolder&) = delete;
-  TouchedFolder& operator=(const TouchedFolder&) = delete;
-};
-
 enum class FolderResult {
   kDone,
   kNoAccount,  // the service account does not exist

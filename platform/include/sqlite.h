@@ -194,16 +194,6 @@ class Statement {
   }
   int Int(int column) const { return sqlite3_column_int(statement_, column); }
   sqlite3_int64 Int64(int column) const { return sqlite3_column_int64(statement_, column); }
-  // Whether the column holds an integer, which is then in `number`. One look where IsInteger and
-  // Int64 take two; a connection that threads do not share may do so.
-  bool Integer(int column, sqlite3_int64& number) const {
-    sqlite3_value* const value = sqlite3_column_value(statement_, column);
-    if (sqlite3_value_type(value) != SQLITE_INTEGER) {
-      return false;
-    }
-    number = sqlite3_value_int64(value);
-    return true;
-  }
   // With all its bytes, zero bytes too; NULL gives the empty string.
   std::string Text(int column) const { return std::string(View(column)); }
   // The same where it lies: until the next step, reset or reading of this column.

@@ -17,6 +17,7 @@
 
 #include "platform/include/maillog.h"
 #include "platform/include/new_file.h"
+#include "platform/include/touched_folder.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
 #include "platform/include/files.h"
+#include "platform/include/touched_folder.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -180,6 +181,25 @@ TEST_F(FilesTest, TouchingCreatesOrRefreshesButFollowsNoLink) {
   EXPECT_TRUE(KLIBCFileExist(root().c_str()));
   EXPECT_LT(KLIBCFileTouch(Path("none/flag").c_str()), 0);
   EXPECT_EQ(errno, ENOENT);
+}
+
+// A folder that is kept open is gone into until it is none any more; what is beside it is not.
+TEST_F(FilesTest, ATouchedFolderIsStillThatOfThePath) {
+  fs::create_directory(Path("flags"));
+  fs::create_symlink(Path("elsewhere"), Path("flags/link"));
+  const korvmailserver::TouchedFolder touched(Path("flags/"));
+  const timespec old[2] = {{1000, 0}, {1000, 0}};
+  for (const char* name : {"flags/1", "flags/1", "2", "flags/2"}) {
+    EXPECT_EQ(KLIBCFileTouch(Path(name).c_str()), 0);
+    EXPECT_GT(Info(name).st_mtime, 1000);
+    ASSERT_EQ(utimensat(AT_FDCWD, Path(name).c_str(), old, 0), 0);
+  }
+  EXPECT_LT(KLIBCFileTouch(Path("flags/link").c_str()), 0);
+  EXPECT_EQ(errno, ELOOP);
+  fs::remove_all(Path("flags"));
+  fs::create_directory(Path("flags"));
+  EXPECT_EQ(KLIBCFileTouch(Path("flags/3").c_str()), 0);
+  EXPECT_TRUE(KLIBCFileExist(Path("flags/3").c_str()));
 }
 
 TEST_F(FilesTest, TheRootsServiceAccountOwnsTheFile) {
