@@ -92,6 +92,17 @@ int OpenFolderOf(const std::string& path, std::string& name) {
   return open(folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
+// Where root and the service account both leave flags, the owner of the folder may not write to one
+// that root made, and puts its own in the place of that.
+int OpenFlag(int folder, const std::string& name) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const int file = openat(folder, name.c_str(), kFlags, kFlagMode);
+  if (file >= 0 || errno != EACCES || unlinkat(folder, name.c_str(), 0) != 0) {
+    return file;
+  }
+  return openat(folder, name.c_str(), kFlags, kFlagMode);
+}
+
 }  // namespace
 
 bool KLIBCFileExist(const char* path) {
@@ -109,9 +120,7 @@ int KLIBCFileTouch(const char* path) {
   if (folder.get() < 0) {
     return -1;
   }
-  const File file(openat(folder.get(), name.c_str(),
-                         O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
-                         kFlagMode));
+  const File file(OpenFlag(folder.get(), name));
   struct stat info {};
   if (file.get() < 0 || fstat(file.get(), &info) != 0 || futimens(file.get(), nullptr) != 0) {
     return -1;

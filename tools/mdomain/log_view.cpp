@@ -185,8 +185,8 @@ void HeldLog::Show(const std::string& said) const {
   }
 }
 
-Progress::Progress() {
-  if (isatty(STDERR_FILENO) == 0) {
+Progress::Progress(bool quiet) {
+  if (quiet || isatty(STDERR_FILENO) == 0) {
     return;
   }
   Status("reading users ...");
