@@ -5,6 +5,7 @@
 # what was wrong, and ends with 1 when something was.
 #
 # packages.sh WORK_DIR : what is there from an earlier run is used again (new/, old/, debian/).
+# With systemd-nspawn (systemd-container) the units also run under a systemd of their own.
 # MIRROR: where from (http://deb.debian.org/debian). OLD: the revision that was 1.0.0.
 set -eu
 trap 'echo "FAILED: line $LINENO"' ERR
@@ -73,6 +74,22 @@ same "addresses" "$(inside mdomain user addresses anna)" anna@example.com
 same "a second refresh" "$(inside mdomain refresh --quiet 2>&1)" ""
 inside test -L /etc/systemd/system/timers.target.wants/mdomain-refresh.timer || fail "the timer is not enabled"
 inside test ! -e /etc/systemd/system/multi-user.target.wants/mdomain-node-pull.service || fail "pulling is enabled"
+if command -v systemd-nspawn >/dev/null; then
+  install "systemd" systemd dbus
+  printf 'ben:x:1002:1002:Ben Carter:/home/ben:/bin/sh\n' >>"$work/system/etc/passwd"
+  cat >"$work/system/look" <<'END'
+systemctl start mdomain-refresh.service && mdomain user addresses ben
+systemctl start mdomain-refresh.service mdomain-node-pull.service
+journalctl -o cat -u mdomain-refresh -u mdomain-node-pull | grep -E '^(complete|mdomain: )|exec-condition|unmet'
+END
+  printf '[Service]\nType=oneshot\nStandardOutput=file:/seen\nExecStart=sh /look\nExecStopPost=systemctl --no-block poweroff\n' \
+    >"$work/system/etc/systemd/system/look.service"
+  inside systemctl add-wants multi-user.target look.service
+  logged "running the units" timeout 300 systemd-nspawn -q -D "$work/system" -b --private-network --register=no --keep-unit
+  same "what they do: one change is told" "$(cat "$work/system/seen")" "ben@example.com
+complete      yes
+mdomain-node-pull.service - Pull what the machine that manages the mail domains publishes was skipped because of an unmet condition check (ConditionPathExists=/etc/mailserver-domain/host.ini)."
+fi
 logged "purging them" inside apt-get purge -q -y mailserver-domain-tools
 same "what is left" "$(inside find /var/packages /etc/mailserver-domain /run/postara_server 2>/dev/null)" ""
 same "the account" "$(inside getent passwd Postara-Server)" ""
