@@ -80,6 +80,7 @@ if command -v systemd-nspawn >/dev/null; then
   cat >"$work/system/look" <<'END'
 systemctl start mdomain-refresh.service && mdomain user addresses ben
 systemctl start mdomain-refresh.service mdomain-node-pull.service
+journalctl --sync
 journalctl -o cat -u mdomain-refresh -u mdomain-node-pull | grep -E '^(complete|mdomain: )|exec-condition|unmet'
 END
   printf '[Service]\nType=oneshot\nStandardOutput=file:/seen\nExecStart=sh /look\nExecStopPost=systemctl --no-block poweroff\n' \
@@ -116,7 +117,7 @@ data >"$work/before"
 logged "removing them" inside apt-get remove -q -y mailserver-domain-tools libmailserver-domain1
 data | diff "$work/before" - || fail "removing changed what was stored"
 logged "purging them" inside apt-get purge -q -y mailserver-domain-tools
-same "what is left of 1.0.0" "$(inside find /var/packages /etc/mailserver-domain -type f)" /etc/mailserver-domain/host.ini
+same "what is left of 1.0.0" "$(inside find /var/packages /etc/mailserver-domain -type f 2>/dev/null)" /etc/mailserver-domain/host.ini
 
 fresh
 # shellcheck disable=SC2046
