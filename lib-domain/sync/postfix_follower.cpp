@@ -12,8 +12,9 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/address_follower.h"
 #include "lib-domain/sync/mail_target.h"
+#include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/eai.h"
-#include "platform/include/postfix_map.h"
+#include "platform/include/files.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
@@ -74,6 +75,25 @@ class Addresses {
   MapEntries entries_;
   std::map<std::pair<int, std::string>, std::string> firsts_;
 };
+
+PostfixContent EntriesOf(const OwnerRegistryContent& owners, const MailTarget& target) {
+  Addresses addresses(target);
+  PostfixContent content;
+  const NamesByDomain names = ByDomain(owners.domains);
+  for (const RECORD::LocalPart& part : owners.local_parts) {
+    const auto of_domain = names.find(part.GetDomainIdx());
+    if (of_domain != names.end()) {
+      addresses.Set(part, of_domain->second);
+    }
+  }
+  for (const auto& [domain_idx, of_domain] : names) {
+    for (const std::string& name : of_domain) {
+      content.domains.emplace(name, kDomainValue);
+    }
+  }
+  content.addresses = addresses.Entries();
+  return content;
+}
 
 // What both maps were left as, and what the addresses in them mean.
 struct State {
@@ -141,23 +161,10 @@ class PostfixMaps : public AddressFollower {
       return false;
     }
     made.target = target.Text();
-    Addresses addresses(target);
-    MapEntries domains;
-    const NamesByDomain names = ByDomain(content.domains);
-    for (const RECORD::LocalPart& part : content.local_parts) {
-      const auto of_domain = names.find(part.GetDomainIdx());
-      if (of_domain != names.end()) {
-        addresses.Set(part, of_domain->second);
-      }
-    }
-    for (const auto& [domain_idx, of_domain] : names) {
-      for (const std::string& name : of_domain) {
-        domains.emplace(name, kDomainValue);
-      }
-    }
+    const PostfixContent entries = EntriesOf(content, target);
     // A domain without its addresses refuses mail, addresses without their domain do nothing.
-    if (!AddressMap().Replace(addresses.Entries(), made.addresses, error) ||
-        !DomainMap().Replace(domains, made.domains, error)) {
+    if (!AddressMap().Replace(entries.addresses, made.addresses, error) ||
+        !DomainMap().Replace(entries.domains, made.domains, error)) {
       LOG_ERROR("Failed to write a map for Postfix: %s", error.c_str());
       return false;
     }
@@ -232,3 +239,26 @@ std::unique_ptr<AddressFollower> PostfixFollower() {
 }
 
 }  // namespace MDOMAIN::UTILS::INTERNAL
+
+namespace MDOMAIN::UTILS {
+
+bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& content) {
+  MailTarget target;
+  if (!target.Read()) {
+    return false;
+  }
+  content = INTERNAL::EntriesOf(owners, target);
+  return true;
+}
+
+bool MakePulledPostfixMaps() {
+  OwnerRegistryContent owners;
+  std::string state;  // kept in the model of a machine that writes it
+  return CollectOwners(owners) && INTERNAL::PostfixFollower()->Build(owners, state);
+}
+
+bool HasPostfixMaps() {
+  return postara::sdk::Exist(INTERNAL::PostfixFollower()->Place());
+}
+
+}  // namespace MDOMAIN::UTILS

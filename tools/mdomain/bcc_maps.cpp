@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <list>
 #include <sstream>
 
 #include "lib-domain/api/bcc.h"
@@ -96,6 +97,22 @@ void CompileMaps() {
   if (status != 0) {
     throw Failure(kFailed, program + " failed, the old maps stay");
   }
+}
+
+std::vector<std::string> BccMapLines() {
+  std::list<BccInfo> rules;
+  BCC* bcc = BCC::getInstance();
+  if (bcc == nullptr || bcc->getSystemAllBCCList(rules) != 0) {
+    throw Failure(kFailed, "the rules of blind copies could not be read");
+  }
+  std::vector<std::string> lines;
+  if (!rules.empty() || KLIBCFileExist(ReportPath().c_str())) {
+    CompileMaps();
+    for (const Json::Value& map : ReadReport()["maps"]) {
+      lines.push_back(map["main_cf"].asString());
+    }
+  }
+  return lines;
 }
 
 void MakeBccMaps(Call& call) {
