@@ -108,7 +108,8 @@ std::vector<std::string> BccMapLines() {
   std::vector<std::string> lines;
   if (!rules.empty() || KLIBCFileExist(ReportPath().c_str())) {
     CompileMaps();
-    for (const Json::Value& map : ReadReport()["maps"]) {
+    const Json::Value report = ReadReport();
+    for (const Json::Value& map : report["maps"]) {
       lines.push_back(map["main_cf"].asString());
     }
   }

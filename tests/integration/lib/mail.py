@@ -1,10 +1,13 @@
 """Messages to and from the Postfix on port 25 of the loopback.
 
 mail.py send SUBJECT FROM TO,.. [plain|utf8|latin|bare|both]
+mail.py ask COUNT ADDRESS.. : to how many of so many RCPT TO, taking turns, each code was the answer
+mail.py accounts FOLDER SUBJECT : whose FOLDER/ACCOUNT/new has a copy, sorted, in one line
 mail.py recipients FOLDER SUBJECT : to whom copies in FOLDER were delivered, sorted, in one line
 mail.py parts FOLDER SUBJECT : the parts of a copy as JSON by type, without empty lines, which the
     way of a message may put in
 """
+import collections
 import email
 import email.policy
 import glob
@@ -30,6 +33,23 @@ def send(subject, sender, recipients, form='plain'):
     options = ['BODY=8BITMIME'] + ['SMTPUTF8'] * (not (sender + recipients).isascii())
     with smtplib.SMTP('127.0.0.1', 25) as smtp:
         smtp.sendmail(sender, recipients.split(','), message.as_bytes(), options)
+
+
+def ask(count, *addresses):
+    codes = collections.Counter()
+    for start in range(0, int(count), 50):
+        with smtplib.SMTP('127.0.0.1', 25) as smtp:
+            smtp.ehlo()
+            smtp.command_encoding = "utf-8"
+            smtp.mail("", ["SMTPUTF8"])
+            for number in range(start, min(start + 50, int(count))):
+                codes[smtp.rcpt(addresses[number % len(addresses)])[0]] += 1
+    print(*(f'{code}:{times}' for code, times in sorted(codes.items())))
+
+
+def accounts(folder, subject):
+    print(*sorted(path.split('/')[-2] for path in glob.glob(f'{folder}/*/new')
+                  for _ in copies(path, subject)))
 
 
 def copies(folder, subject):

@@ -84,8 +84,8 @@ mimedefang_start() {
 postfix_host() {
   use_root host
   mkdir -p "$MDOMAIN_ROOT/etc"
-  sed -n "/etc\/passwd/,/^END/{/:/p}" "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/passwd"
-  sed -n "/etc\/group/,/^END/{/:/p}" "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/group"
+  grep -E '^[a-z]+(:[^:]*){6}$' "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/passwd"
+  grep -E '^[a-z]+(:[^:]*){3}$' "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/group"
   cat /etc/passwd "$MDOMAIN_ROOT/etc/passwd" >"$scratch/passwd"
   mount --bind "$scratch/passwd" /etc/passwd
   postfix_configure ""
