@@ -5,6 +5,8 @@ mail.py ask COUNT ADDRESS.. : to how many of so many RCPT TO, taking turns, each
 mail.py answers CODE ADDRESS.. : tells which are not answered so within two seconds
 mail.py deliver FOLDER : sends one message to each "ADDRESS ACCOUNT.." of standard input, and tells
     which do not come to FOLDER/ACCOUNT/new, or come to others
+mail.py logins : for each "PASSWORD NAME.." of standard input and each name, the subjects in the
+    INBOX that one sees so by IMAP, or "refused"
 mail.py recipients FOLDER SUBJECT : to whom copies in FOLDER were delivered, sorted, in one line
 mail.py parts FOLDER SUBJECT : the parts of a copy as JSON by type, without empty lines, which the
     way of a message may put in
@@ -13,6 +15,7 @@ import collections
 import email
 import email.policy
 import glob
+import imaplib
 import json
 import re
 import smtplib
@@ -83,6 +86,21 @@ def deliver(folder):
         time.sleep(.1)
     for address, accounts in wrong.items():
         print(f'{address} came to: {" ".join(accounts)}')
+
+
+def logins():
+    for password, *names in (line.split() for line in sys.stdin):
+        for name in names:
+            with imaplib.IMAP4('127.0.0.1') as imap:
+                try:
+                    imap.authenticate('PLAIN', lambda _: f'\0{name}\0{password}'.encode())
+                    imap.select('INBOX', readonly=True)
+                    subjects = sorted(
+                        imap.fetch(number, '(BODY.PEEK[HEADER.FIELDS (SUBJECT)])')[1][0][1].decode().strip()
+                        for number in imap.search(None, 'ALL')[1][0].split())
+                    print(name, password, 'in:', *subjects)
+                except imaplib.IMAP4.error:
+                    print(name, password, 'refused')
 
 
 def copies(folder, subject):
