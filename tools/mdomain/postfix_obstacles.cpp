@@ -5,6 +5,7 @@
 
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/text.h"
 #include "tools/mdomain/socket_access.h"
 #include "tools/mdomain/text.h"
 
@@ -125,6 +126,15 @@ std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixCont
   std::string why;
   if (target.IsLmtp() && !IsReachableFrom(host, host.IsChrooted("lmtp/unix", "lmtp"), lmtp, why)) {
     cautions.push_back("mail waits in the queue until " + lmtp + " can be reached: " + why);
+  }
+  const bool has_utf8 =
+      std::any_of(content.addresses.begin(), content.addresses.end(),
+                  [](const auto& entry) { return korvmailserver::HasNonAscii(entry.first); });
+  if (target.IsLmtp() && has_utf8) {
+    cautions.emplace_back(
+        "mail that is sent with SMTPUTF8, as to an address beyond ASCII, bounces where the server "
+        "behind LMTP does not offer it, as Dovecot 2.3: there, accounts that this host knows can "
+        "be delivered with local instead ([delivery] of host.ini)");
   }
   std::string is_filter_wanted;
   mailConfGet("mimedefang_enable", is_filter_wanted);

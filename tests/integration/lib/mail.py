@@ -95,9 +95,10 @@ def logins():
                 try:
                     imap.authenticate('PLAIN', lambda _: f'\0{name}\0{password}'.encode())
                     imap.select('INBOX', readonly=True)
-                    subjects = sorted(
-                        imap.fetch(number, '(BODY.PEEK[HEADER.FIELDS (SUBJECT)])')[1][0][1].decode().strip()
-                        for number in imap.search(None, 'ALL')[1][0].split())
+                    headers = (imap.fetch(number, '(BODY.PEEK[HEADER])')[1][0][1]
+                               for number in imap.search(None, 'ALL')[1][0].split())
+                    subjects = sorted(email.message_from_bytes(
+                        header, policy=email.policy.default)['Subject'] for header in headers)
                     print(name, password, 'in:', *subjects)
                 except imaplib.IMAP4.error:
                     print(name, password, 'refused')
