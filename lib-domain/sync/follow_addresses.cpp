@@ -13,6 +13,7 @@
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/owner_follow.h"
 #include "lib-domain/sync/address_follower.h"
+#include "lib-domain/sync/owner_parts.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/postfix_map.h"

@@ -16,6 +16,7 @@
 #include "lib-domain/db/email_owner.h"
 #include "lib-domain/db/owner_update.h"
 #include "lib-domain/db/reader.h"
+#include "lib-domain/sync/owner_parts.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"

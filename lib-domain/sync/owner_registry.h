@@ -26,15 +26,6 @@ struct OwnerRegistryContent {
 // with one log line when the domain database cannot be read.
 MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 
-// Adds every name of every domain in both spellings; false when they cannot be read.
-bool CollectDomainNames(std::vector<RECORD::DomainPart>& names);
-// Adds the local parts of these domains with their owners, where that is told by flags and roles
-// alone; where it is not `is_clear` is false. False with a log line when they cannot be read.
-bool CollectOwnersOf(const std::vector<int>& domain_idxs, std::vector<RECORD::LocalPart>& owners,
-                     bool& is_clear);
-// Adds one name and, where there is one, its other spelling.
-void AddDomainName(const std::string& name, int domain_idx, std::vector<RECORD::DomainPart>& names);
-
 // Makes `content` the registry at `path`, so that a reader sees the old or the new one, whole, also
 // when several programs do so at once: the last one counts. Where little differs that is written
 // as one transaction, and nothing where nothing does; else a new file is renamed over the old one.

@@ -12,6 +12,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/address_follower.h"
 #include "lib-domain/sync/mail_target.h"
+#include "lib-domain/sync/owner_parts.h"
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"

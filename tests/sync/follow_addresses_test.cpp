@@ -7,6 +7,7 @@
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/address_change.h"
+#include "lib-domain/sync/owner_parts.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "platform/include/eai.h"
 #include "platform/include/postfix_map.h"
