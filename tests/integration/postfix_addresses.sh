@@ -109,9 +109,10 @@ postmap -d ghost@example.com "lmdb:$addresses"
   done
 ) &
 changer=$!
+few=(ben@example.com hugo@example.org zoe@example.com ines@example.org carla@example.com)
 for turn in 1 2 3; do
-  same "look-ups" "$(mail_py ask 900 ben@example.com hugo@example.org ghost@example.com)" \
-    "250:600 550:300"
+  # Postfix lets a client wait that is refused often.
+  same "look-ups" "$(mail_py ask 900 "${few[@]}" ghost@example.com)" "250:750 550:150"
   deliver <<<"ben+$turn@example.com ben"
 done
 touch "$scratch/enough"
