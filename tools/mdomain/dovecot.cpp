@@ -132,6 +132,7 @@ void Apply(Call& call, const std::string& main_file, const std::vector<DovecotFi
   }
   Json::Value record;
   std::vector<std::string> paths;
+  paths.reserve(before.size());
   for (const DovecotFile& file : before) {
     paths.push_back(file.path);
   }

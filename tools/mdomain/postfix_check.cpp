@@ -97,11 +97,13 @@ std::string AskedAddress(const Model& model, const std::string& address,
 std::vector<Answer> AskMaps(const PostfixHost& host, const Model& model,
                             const std::vector<std::string>& addresses) {
   std::vector<std::string> asked;
+  asked.reserve(addresses.size());
   for (const std::string& address : addresses) {
     asked.push_back(AskedAddress(model, address, host.Value("recipient_delimiter")));
   }
   const auto found = host.LookUp("lmdb:" + MDOMAIN::PATHS::PostfixAddresses(), asked);
   std::vector<Answer> answers;
+  answers.reserve(addresses.size());
   for (size_t i = 0; i < addresses.size(); ++i) {
     const auto value = found.find(asked[i]);
     answers.push_back({addresses[i], ValueIn(model.maps.addresses, asked[i]),

@@ -63,7 +63,7 @@ std::string SmtpProbe::Ask(const std::string& address) {
     if (fd_ < 0 || refusals_ >= kMostRefusals || resets_ >= kMostResets) {
       Connect();
     }
-    const std::string reply = _AskOnce(address);
+    std::string reply = _AskOnce(address);
     if (!reply.empty() && reply.rfind("421", 0) != 0) {
       return reply;
     }
@@ -82,12 +82,12 @@ std::string SmtpProbe::_AskOnce(const std::string& address) {
     }
   }
   if (!is_begun_) {
-    const std::string reply = _Begin(is_utf8);
+    std::string reply = _Begin(is_utf8);
     if (!IsTaken(reply)) {
       return reply;
     }
   }
-  const std::string reply = _Command("RCPT TO:<" + address + ">");
+  std::string reply = _Command("RCPT TO:<" + address + ">");
   ++(IsTaken(reply) ? recipients_ : refusals_);
   return reply;
 }
@@ -96,7 +96,7 @@ std::string SmtpProbe::_Begin(bool is_utf8) {
   if (is_utf8 && !has_utf8_) {
     return "501 the server does not offer SMTPUTF8";
   }
-  const std::string reply = _Command(is_utf8 ? "MAIL FROM:<> SMTPUTF8" : "MAIL FROM:<>");
+  std::string reply = _Command(is_utf8 ? "MAIL FROM:<> SMTPUTF8" : "MAIL FROM:<>");
   is_begun_ = IsTaken(reply);
   is_begun_utf8_ = is_utf8;
   recipients_ = 0;
