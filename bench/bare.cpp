@@ -10,7 +10,8 @@ namespace bench {
 namespace {
 
 constexpr const char* kTableNames =
-    "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' ORDER BY "
+    "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' AND sql NOT "
+    "LIKE '%WITHOUT ROWID' ORDER BY "
     "name "
     "NOT IN ('user_table', 'group_table', 'domain_table'), rowid";
 

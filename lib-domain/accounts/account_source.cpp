@@ -19,6 +19,8 @@ using INTERNAL::NameList;
 
 // The longest name that the account system takes and gives, with its terminating zero.
 constexpr size_t kNameBufferSize = 492;
+// The members of more are read twice for nothing.
+constexpr size_t kFewGroups = 16;
 
 struct AccountConfiguration {
   std::string win_domain_short_name;
@@ -172,12 +174,25 @@ bool DomainMailConfAccDomainNameGet(std::string& name) {
 }
 
 bool TryToGetAllZelmUsers(std::vector<RECORD::User>& users, bool& complete) {
+  return TryToGetZelmUsersOf({}, users, complete);
+}
+
+bool TryToGetZelmUsersOf(const std::vector<std::string>& groups, std::vector<RECORD::User>& users,
+                         bool& complete) {
   complete = false;
   users.clear();
   AUTH_TYPE type = AUTH_UNKNOWN;
   std::string win_domain;
   if (!GetSource(type, win_domain)) {
     return false;
+  }
+  std::vector<KORVUser> members;
+  if (!groups.empty() && groups.size() <= kFewGroups &&
+      korvmailserver::ListMemberUsers(type, groups, members)) {
+    for (const KORVUser& member : members) {
+      users.emplace_back(member.uid, member.name);
+    }
+    return complete = true;
   }
   const long count = KLIBUserInfoEnum(type, type == AUTH_WIN ? win_domain.c_str() : nullptr, 0,
                                       0xFFFFFFFFU, &CollectUser, &users);

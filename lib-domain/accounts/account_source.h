@@ -33,9 +33,13 @@ MDOMAIN_EXPORT bool DomainMailConfAccDomainNameGet(std::string& name);
 // then false); any other failed look-up ends the enumeration there. No user at all is a failure, so
 // that an account system that is down never looks like one without accounts.
 MDOMAIN_EXPORT bool TryToGetAllZelmUsers(std::vector<RECORD::User>& users, bool& complete);
-// The same for groups, with their descriptions (one that cannot be read is the empty string). A
-// look-up that fails for any reason but "no such group" fails the call; the groups read before it
-// stay in `groups`.
+// The same for the users who may be members of these groups: others may be left out of `users`, but
+// not of what `complete` tells. With more groups than a few it is no quicker.
+MDOMAIN_EXPORT bool TryToGetZelmUsersOf(const std::vector<std::string>& groups,
+                                        std::vector<RECORD::User>& users, bool& complete);
+// TryToGetAllZelmUsers for groups, with their descriptions (one that cannot be read is the empty
+// string). A look-up that fails for any reason but "no such group" fails the call; the groups read
+// before it stay in `groups`.
 MDOMAIN_EXPORT bool TryToGetAllZelmGroups(std::vector<RECORD::Group>& groups, bool& complete);
 
 // The account system's spelling of a user's (`is_user`) or group's name. A name that the account

@@ -11,6 +11,7 @@
 #include "lib-domain/db/handler.h"
 #include "lib-domain/sync/auto_add_roles.h"
 #include "lib-domain/sync/membership.h"
+#include "platform/include/account.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/nodes.h"
 
@@ -97,6 +98,7 @@ bool DomainUser::AddMembers(const int& domain_idx, const std::vector<std::string
 bool DomainUser::_AddMembersImp(const int& domain_idx, const std::vector<std::string>& user_names,
                                 const std::vector<std::string>& group_names,
                                 std::vector<RECORD::DomainUserAlias>& aliases) {
+  const korvmailserver::FewAccounts accounts;
   if (!CreateFromUser(domain_idx, user_names)) {
     LOG_ERROR("Failed to create domain users from user, domain_id: [%d]", domain_idx);
     return false;

@@ -71,7 +71,8 @@ class MDOMAIN_EXPORT DomainUser : public CONTROL::DomainUser {
   bool _AddMembersImp(const int& domain_idx, const std::vector<std::string>& user_names,
                       const std::vector<std::string>& group_names,
                       std::vector<RECORD::DomainUserAlias>& aliases);
-  AliasGetter _AliasesByName(const std::string& user_name);
+  bool _GetAddressesByName(const std::string& user_name, bool include_additional,
+                           std::vector<std::string>& addresses);
   bool _GetAddresses(const AliasGetter& get_aliases, bool include_additional,
                      std::vector<std::string>& addresses);
 };

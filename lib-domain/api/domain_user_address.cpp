@@ -4,6 +4,8 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/domain.h"
+#include "lib-domain/db/look_up.h"
+#include "lib-domain/db/read_scope.h"
 
 namespace MDOMAIN::API {
 
@@ -44,6 +46,31 @@ void AppendAddresses(const std::vector<std::string>& aliases, const std::vector<
   }
 }
 
+// A user's aliases in all domains, read when those of the first are asked for.
+class OnceFound {
+ public:
+  explicit OnceFound(const std::string& user_name) : user_name_(user_name) {}
+
+  // Those of a domain, each once. False when each domain has to be asked for.
+  bool Take(int domain_idx, std::vector<std::string>& aliases) {
+    if (!is_asked_) {
+      is_asked_ = true;
+      is_found_ = DB::INTERNAL::FindAliases(user_name_, aliases_);
+    }
+    const auto found = aliases_.find(domain_idx);
+    if (is_found_ && found != aliases_.end()) {
+      aliases.swap(found->second);
+    }
+    return is_found_;
+  }
+
+ private:
+  const std::string& user_name_;
+  DB::INTERNAL::AliasesByDomain aliases_;
+  bool is_asked_ = false;
+  bool is_found_ = false;
+};
+
 std::vector<std::string> AliasesOf(const RECORD::DomainUser& user) {
   std::vector<std::string> aliases;
   for (const RECORD::DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
@@ -72,6 +99,9 @@ bool DomainUser::_GetAddresses(const AliasGetter& get_aliases, bool include_addi
 }
 
 bool DomainUser::GetMailAddresses(const unsigned int& uid, std::vector<std::string>& addresses) {
+  if (DB::INTERNAL::FindAddresses(uid, addresses)) {
+    return true;
+  }
   const AliasGetter get_aliases = [&](int domain_idx, std::vector<std::string>& aliases) {
     if (!GetDomainUserAlias(domain_idx, uid, aliases)) {
       LOG_ERROR("Failed to GetDomainUserAlias, domain_id: [%d], uid: [%u]", domain_idx, uid);
@@ -84,16 +114,25 @@ bool DomainUser::GetMailAddresses(const unsigned int& uid, std::vector<std::stri
 
 bool DomainUser::GetMailAddresses(const std::string& user_name,
                                   std::vector<std::string>& addresses) {
-  return _GetAddresses(_AliasesByName(user_name), false, addresses);
+  return _GetAddressesByName(user_name, false, addresses);
 }
 
 bool DomainUser::GetMailAddrIncludingAdditionalDomain(const std::string& user_name,
                                                       std::vector<std::string>& addresses) {
-  return _GetAddresses(_AliasesByName(user_name), true, addresses);
+  return _GetAddressesByName(user_name, true, addresses);
 }
 
-DomainUser::AliasGetter DomainUser::_AliasesByName(const std::string& user_name) {
-  return [this, user_name](int domain_idx, std::vector<std::string>& aliases) {
+bool DomainUser::_GetAddressesByName(const std::string& user_name, bool include_additional,
+                                     std::vector<std::string>& addresses) {
+  const DB::ReadScope of_one_moment;
+  if (!include_additional && DB::INTERNAL::FindAddresses(user_name, addresses)) {
+    return true;
+  }
+  OnceFound found(user_name);
+  const AliasGetter get_aliases = [&](int domain_idx, std::vector<std::string>& aliases) {
+    if (found.Take(domain_idx, aliases)) {
+      return true;
+    }
     if (!GetDomainUserAlias(domain_idx, user_name, aliases)) {
       LOG_ERROR("Failed to GetDomainUserAlias, domain_id: [%d], user_name: [%s]", domain_idx,
                 user_name.c_str());
@@ -101,6 +140,7 @@ DomainUser::AliasGetter DomainUser::_AliasesByName(const std::string& user_name)
     }
     return true;
   };
+  return _GetAddresses(get_aliases, include_additional, addresses);
 }
 
 bool DomainUser::GetUser2AliasesMap(

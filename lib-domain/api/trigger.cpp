@@ -1,11 +1,15 @@
 #include "lib-domain/api/trigger.h"
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/sync/follow_addresses.h"
+#include "platform/include/key_store.h"
 #include "platform/include/nodes.h"
 
 namespace MDOMAIN::API::INTERNAL {
 
 namespace {
+
+using korvmailserver::KeyStoreView;
 
 bool Publish(UTILS::Updater& updater) {
   if (!updater.Trigger()) {
@@ -24,6 +28,9 @@ bool TriggerUpdater(UTILS::ReconcileScope scope) {
 
 bool TriggerUpdater(UTILS::Updater& updater, UTILS::ReconcileScope scope) {
   const korvmailserver::PublicationScope publication;
+  // Before, so that it is published too. What fails here is found and told by Reconcile.
+  UTILS::FollowAddresses();
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   const bool is_published = Publish(updater);
   switch (UTILS::Reconcile(scope)) {
     case UTILS::ReconcileResult::kNothingToDo:

@@ -32,6 +32,14 @@ std::string EmailOwnerDb() {
   return TargetEtcDir() + "email_owner.db";
 }
 
+std::string PostfixAddresses() {
+  return TargetEtcDir() + "postfix_addresses";
+}
+
+std::string PostfixDomains() {
+  return TargetEtcDir() + "postfix_domains";
+}
+
 std::string KeyStoreDb() {
   return EtcDir() + "keystore.db";
 }

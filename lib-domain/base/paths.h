@@ -12,9 +12,12 @@ std::string DomainDb(const std::string& account_domain);  // .../etc/NAME_DOMAIN
 std::string SettingsDb();                                 // .../etc/mailserver.db
 std::string AliasDb();                                    // .../etc/alias.db
 std::string EmailOwnerDb();                               // .../target/etc/email_owner.db
-std::string KeyStoreDb();                                 // .../etc/keystore.db
-std::string DkimPrivateKey(int domain_idx);               // .../etc/dkim.key//dkim.private-N
-std::string DkimPublicKey(int domain_idx);                // .../etc/dkim.key//dkim.public-N
+// .../target/etc/postfix_addresses and postfix_domains; the files have ".lmdb" behind
+std::string PostfixAddresses();
+std::string PostfixDomains();
+std::string KeyStoreDb();                       // .../etc/keystore.db
+std::string DkimPrivateKey(int domain_idx);     // .../etc/dkim.key//dkim.private-N
+std::string DkimPublicKey(int domain_idx);      // .../etc/dkim.key//dkim.public-N
 std::string ChangedUserDir();                   // /var/run/postara_server/update_smtp_user_list/
 std::string DisclaimerDir();                    // .../etc/disclaimer_content
 std::string DisclaimerContent(int domain_idx);  // .../etc/disclaimer_content/domain-N

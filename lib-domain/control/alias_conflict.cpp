@@ -100,10 +100,20 @@ void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
   for (const RECORD::User& user : mirrored) {
     by_short_name.emplace(TrimDomainName(user.GetUserName()), &user);
   }
+  std::vector<const RECORD::User*> found;
+  std::vector<std::string> names;
   for (const std::string& short_name : short_names) {
-    const auto found = by_short_name.find(short_name);
-    if (found != by_short_name.end() && !KORVUserIsInternal(found->second->GetUserName().c_str())) {
-      users.push_back(*found->second);
+    const auto user = by_short_name.find(short_name);
+    if (user != by_short_name.end()) {
+      found.push_back(user->second);
+      names.push_back(user->second->GetUserName());
+    }
+  }
+  const korvmailserver::FewAccounts accounts;
+  korvmailserver::FewAccounts::Expect(names);
+  for (const RECORD::User* user : found) {
+    if (!KORVUserIsInternal(user->GetUserName().c_str())) {
+      users.push_back(*user);
     }
   }
 }

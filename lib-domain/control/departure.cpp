@@ -102,8 +102,7 @@ bool Finish(int domain_idx, const DB::DomainDepartures& departed) {
     return false;
   }
   DB::Departure store;
-  return store.DeleteUsers(domain_idx, IdsOf(departed.users)) &&
-         store.DeleteGroups(domain_idx, IdsOf(departed.groups)) &&
+  return store.DeleteFinished(domain_idx, IdsOf(departed.users), IdsOf(departed.groups)) &&
          (!departed.is_domain_deleted || store.DeleteDomains({domain_idx}));
 }
 

@@ -6,6 +6,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/db/domain_group.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/user.h"
 
 namespace MDOMAIN::CONTROL {
@@ -94,6 +95,7 @@ bool DomainUser::GetDomainAliasUser(const int& domain_idx, const std::string& al
   if (alias.find('\0') != std::string::npos) {
     return true;  // it would cut the statement, and nobody has such an alias
   }
+  const DB::ReadScope of_one_moment;
   std::vector<RECORD::DomainUserAlias> owners;
   if (!store_.GetAliasUsers(domain_idx, WithDoubledApostrophes(alias), owners)) {
     return false;

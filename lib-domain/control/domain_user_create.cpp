@@ -150,6 +150,7 @@ bool DomainUser::PreviewDomainUsers(const int& domain_idx,
     std::vector<std::string>& names = entry.first == "user" ? user_names : group_names;
     names.push_back(std::move(entry.second));
   }
+  const korvmailserver::FewAccounts accounts;
   std::vector<std::string> member_names;
   if (!group_names.empty()) {
     UTILS::GetUserShortNamesFromGroupShortNames(group_names, member_names);

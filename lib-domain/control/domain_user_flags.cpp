@@ -34,17 +34,13 @@ bool SettleFlags(std::vector<RECORD::DomainUser> users) {
 
 bool ListAliasesOf(int domain_idx, const std::vector<unsigned int>& uids,
                    std::vector<RECORD::DomainUserAlias>& aliases) {
-  DB::INTERNAL::HolderSearch search({domain_idx});
-  std::vector<std::pair<int, unsigned int>> keys;
-  keys.reserve(uids.size());
-  for (const unsigned int uid : uids) {
-    keys.emplace_back(domain_idx, uid);
-  }
-  std::vector<RECORD::DomainUser> users;
-  if (!search.AddUsers(keys) || !search.List(users)) {
+  std::vector<std::string> texts;
+  if (!DB::INTERNAL::ListAliases(domain_idx, uids, texts)) {
     return false;
   }
-  aliases = AliasesOf(users);
+  for (std::string& text : texts) {
+    aliases.emplace_back(domain_idx, 0, std::move(text), false);
+  }
   return true;
 }
 

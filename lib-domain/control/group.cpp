@@ -2,13 +2,17 @@
 #include "lib-domain/control/group.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <functional>
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/joining.h"
+#include "lib-domain/db/mirror_batch.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/account.h"
 #include "platform/include/batch_scope.h"
@@ -20,6 +24,8 @@ namespace MDOMAIN::CONTROL {
 namespace {
 
 constexpr int kMemberListCapacity = 1024;
+// Of more the whole mirror is read.
+constexpr size_t kFewMembers = 20000;
 
 void LogChangedCount(unsigned int gid, size_t old_count, size_t new_count) {
   if (old_count != new_count) {
@@ -28,17 +34,51 @@ void LogChangedCount(unsigned int gid, size_t old_count, size_t new_count) {
   }
 }
 
-// Order and repeats do not matter: the membership table has neither.
-bool AreTheMembers(const std::vector<unsigned int>& uids,
-                   const std::vector<RECORD::User>& members) {
-  std::unordered_set<unsigned int> member_uids;
-  member_uids.reserve(members.size());
-  for (const RECORD::User& member : members) {
-    member_uids.insert(member.GetUID());
+void SortOnce(std::vector<unsigned int>& uids) {
+  if (!std::is_sorted(uids.begin(), uids.end())) {
+    std::sort(uids.begin(), uids.end());
   }
-  return uids.size() == member_uids.size() &&
-         std::all_of(uids.begin(), uids.end(),
-                     [&member_uids](unsigned int uid) { return member_uids.count(uid) != 0; });
+  uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
+}
+
+// Order and repeats do not matter: the membership table has neither.
+bool AreTheMembers(std::vector<unsigned int> uids,
+                   const std::vector<const RECORD::User*>& members) {
+  std::vector<unsigned int> member_uids;
+  member_uids.reserve(members.size());
+  for (const RECORD::User* member : members) {
+    member_uids.push_back(member->GetUID());
+  }
+  SortOnce(uids);
+  SortOnce(member_uids);
+  return uids == member_uids;
+}
+
+// Whether somebody is to become a member, and only of groups that have no members in the mirror.
+template <typename Groups, typename UidsByGid>
+bool AreFirstMembers(const Groups& groups, const UidsByGid& stored) {
+  return std::any_of(groups.begin(), groups.end(),
+                     [](const auto& group) { return !group.second.empty(); }) &&
+         std::none_of(groups.begin(), groups.end(), [&stored](const auto& group) {
+           const auto members = stored.find(group.first->GetGID());
+           return members != stored.end() && !members->second.empty();
+         });
+}
+
+// Those of the members, and maybe others, who are mirrored.
+template <typename MembersByGroup>
+bool ListMirrored(const MembersByGroup& members_by_group, std::vector<RECORD::User>& mirrored) {
+  std::vector<unsigned int> uids = {0};  // without any the filter would let everybody through
+  for (const auto& [group, members] : members_by_group) {
+    for (const RECORD::User* member : members) {
+      uids.push_back(member->GetUID());
+    }
+  }
+  DB::UserDBFilter filter("*");
+  if (uids.size() <= kFewMembers) {
+    filter.SetUIDs(uids);
+  }
+  return DB::User().List(filter, mirrored);
 }
 
 // Users who are mirrored as members of a group are not new to the next refresh. It has to be told
@@ -65,6 +105,52 @@ bool RememberNewcomers(const std::vector<RECORD::User>& mirrored_before,
 }
 
 }  // namespace
+
+// The users of the account system, found by their names without letter case; of several the first.
+// A map of names would take ten times as much memory and time.
+class Group::UsersByLowerName {
+ public:
+  void Set(std::vector<RECORD::User> users) {
+    users_ = std::move(users);
+    while (slots_.size() < 2 * users_.size()) {
+      slots_.resize(2 * slots_.size());
+    }
+    for (size_t i = 0; i < users_.size(); ++i) {
+      const std::string name = FoldAccountName(users_[i].GetUserName());
+      const auto hash = static_cast<uint32_t>(std::hash<std::string>()(name));
+      Slot& slot = slots_[_Place(hash, name)];
+      if (slot.number == 0) {
+        slot = {hash, static_cast<uint32_t>(i + 1)};
+      }
+    }
+  }
+  // Null for nobody.
+  const RECORD::User* Find(const std::string& name) const {
+    const std::string folded = FoldAccountName(name);
+    const Slot& slot =
+        slots_[_Place(static_cast<uint32_t>(std::hash<std::string>()(folded)), folded)];
+    return slot.number == 0 ? nullptr : &users_[slot.number - 1];
+  }
+
+ private:
+  struct Slot {
+    uint32_t hash = 0;
+    uint32_t number = 0;  // of the user, from 1
+  };
+  // Where the name stands, or would.
+  size_t _Place(uint32_t hash, const std::string& folded) const {
+    size_t at = hash & (slots_.size() - 1);
+    while (slots_[at].number != 0 &&
+           (slots_[at].hash != hash ||
+            FoldAccountName(users_[slots_[at].number - 1].GetUserName()) != folded)) {
+      at = (at + 1) & (slots_.size() - 1);
+    }
+    return at;
+  }
+
+  std::vector<RECORD::User> users_;
+  std::vector<Slot> slots_ = std::vector<Slot>(16);
+};
 
 bool Group::List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {
   return store_.List(filter, groups);
@@ -110,13 +196,15 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   // Without it a directory is read whole again for every group.
   const korvmailserver::AccountSnapshot snapshot;
   UsersByLowerName users_by_lower_name;
-  if (!_GetAllUsersByLowerName(users_by_lower_name)) {
+  if (!_GetUsersByLowerName(groups, users_by_lower_name)) {
     return false;
   }
   std::vector<GroupMembers> members_by_group;
   members_by_group.reserve(groups.size());
+  BASE::Progress progress("reading the members of groups", groups.size());
   for (const RECORD::Group& group : groups) {
-    std::vector<RECORD::User> members;
+    progress.Step();
+    std::vector<const RECORD::User*> members;
     if (!_GetUsersFromGroup(group, users_by_lower_name, members)) {
       LOG_ERROR("Failed to _GetUsersFromGroup [%s], skip", group.GetGroupName().c_str());
       continue;
@@ -132,7 +220,18 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   std::vector<RECORD::User> mirrored_before;
   std::unordered_set<unsigned int> mirrored_uids;
+  bool is_mirror_read = false;
   bool all_written = true;
+  if (!is_update && is_stored_known && AreFirstMembers(members_by_group, stored)) {
+    if (!ListMirrored(members_by_group, mirrored_before)) {
+      LOG_ERROR("Failed to list users");
+      return false;
+    }
+    is_mirror_read = true;
+    if (_WriteFirstMembers(members_by_group, mirrored_uids)) {
+      members_by_group.clear();
+    }
+  }
   for (const auto& [group, members] : members_by_group) {
     if (is_update && !is_stored_known) {
       LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", group->GetGID());
@@ -146,11 +245,11 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
       continue;  // mirrored just before, for another domain
     }
     // Read before the first write, and only when there is one.
-    if (mirrored_before.empty() && mirrored_uids.empty() &&
-        !DB::User().List(DB::UserDBFilter("*"), mirrored_before)) {
+    if (!is_mirror_read && !ListMirrored(members_by_group, mirrored_before)) {
       LOG_ERROR("Failed to list users");
       return false;
     }
+    is_mirror_read = true;
     all_written = _WriteMembers(*group, members, is_update, mirrored_uids);
     if (!all_written) {
       break;
@@ -166,27 +265,29 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   return true;
 }
 
-bool Group::_GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name) {
+bool Group::_GetUsersByLowerName(const std::vector<RECORD::Group>& groups,
+                                 UsersByLowerName& users_by_lower_name) {
+  std::vector<std::string> names;
+  names.reserve(groups.size());
+  for (const RECORD::Group& group : groups) {
+    names.push_back(group.GetGroupName());
+  }
   std::vector<RECORD::User> users;
   bool is_all_success = false;
-  if (!UTILS::TryToGetAllZelmUsers(users, is_all_success)) {
+  if (!UTILS::TryToGetZelmUsersOf(names, users, is_all_success)) {
     LOG_ERROR("Failed to TryToGetAllZelmUsers");
     return false;
   }
   if (!is_all_success) {
     LOG_NOTICE("!is_all_success, only get [%zu] zelm_users", users.size());
   }
-  users_by_lower_name.reserve(users.size());
-  for (RECORD::User& user : users) {
-    std::string lower_name = FoldAccountName(user.GetUserName());
-    users_by_lower_name.emplace(std::move(lower_name), std::move(user));
-  }
+  users_by_lower_name.Set(std::move(users));
   return true;
 }
 
 bool Group::_GetUsersFromGroup(const RECORD::Group& group,
                                const UsersByLowerName& users_by_lower_name,
-                               std::vector<RECORD::User>& members) {
+                               std::vector<const RECORD::User*>& members) {
   members.clear();
   const std::string group_name = group.GetGroupName();
   PKLIBCSzList list = KLIBCSzListAlloc(kMemberListCapacity);
@@ -203,9 +304,9 @@ bool Group::_GetUsersFromGroup(const RECORD::Group& group,
   const int count = KLIBCSzListCount(list);
   for (int i = 0; i < count; ++i) {
     const std::string name = KLIBCSzListGet(list, i);
-    const auto found = users_by_lower_name.find(FoldAccountName(name));
-    if (found != users_by_lower_name.end()) {
-      members.push_back(found->second);
+    const RECORD::User* const user = users_by_lower_name.Find(name);
+    if (user != nullptr) {
+      members.push_back(user);
     } else {
       missing.push_back(name);
     }
@@ -222,15 +323,36 @@ bool Group::_GetUsersFromGroup(const RECORD::Group& group,
   return true;
 }
 
-bool Group::_WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,
-                          const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids) {
+bool Group::_WriteFirstMembers(const std::vector<GroupMembers>& groups,
+                               std::unordered_set<unsigned int>& mirrored_uids) {
+  std::vector<RECORD::User> users;
+  std::vector<std::pair<unsigned int, unsigned int>> gid_uid_pairs;
+  std::unordered_set<unsigned int> uids;
+  for (const auto& [group, members] : groups) {
+    for (const RECORD::User* member : members) {
+      gid_uid_pairs.emplace_back(group->GetGID(), member->GetUID());
+      if (uids.insert(member->GetUID()).second) {
+        users.push_back(*member);
+      }
+    }
+  }
+  const bool are_written = DB::INTERNAL::CreateMembers(users, gid_uid_pairs);
+  if (are_written) {
+    mirrored_uids = std::move(uids);
+  }
+  return are_written;
+}
+
+bool Group::_WriteMembers(const RECORD::Group& group,
+                          const std::vector<const RECORD::User*>& members, const bool& is_update,
+                          std::unordered_set<unsigned int>& mirrored_uids) {
   std::vector<RECORD::User> not_mirrored_yet;
   std::vector<std::pair<unsigned int, unsigned int>> gid_uid_pairs;
   gid_uid_pairs.reserve(members.size());
-  for (const RECORD::User& member : members) {
-    gid_uid_pairs.emplace_back(group.GetGID(), member.GetUID());
-    if (mirrored_uids.insert(member.GetUID()).second) {
-      not_mirrored_yet.push_back(member);
+  for (const RECORD::User* member : members) {
+    gid_uid_pairs.emplace_back(group.GetGID(), member->GetUID());
+    if (mirrored_uids.insert(member->GetUID()).second) {
+      not_mirrored_yet.push_back(*member);
     }
   }
   if (!DB::User().Create(not_mirrored_yet)) {

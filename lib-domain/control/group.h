@@ -9,7 +9,6 @@
 
 #include <map>
 #include <string>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -43,8 +42,8 @@ class MDOMAIN_EXPORT Group {
   bool ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids);
 
  private:
-  using UsersByLowerName = std::unordered_map<std::string, RECORD::User>;
-  using GroupMembers = std::pair<const RECORD::Group*, std::vector<RECORD::User>>;
+  class UsersByLowerName;
+  using GroupMembers = std::pair<const RECORD::Group*, std::vector<const RECORD::User*>>;
   using UidsByGid = std::map<unsigned int, std::vector<unsigned int>>;
 
   bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
@@ -60,9 +59,15 @@ class MDOMAIN_EXPORT Group {
   // Members that are not are named in a notice; a group all of whose members are unknown is a
   // failure, so that a user list that was cut short does not empty it.
   bool _GetUsersFromGroup(const RECORD::Group& group, const UsersByLowerName& users_by_lower_name,
-                          std::vector<RECORD::User>& members);
-  bool _GetAllUsersByLowerName(UsersByLowerName& users_by_lower_name);
-  bool _WriteMembers(const RECORD::Group& group, const std::vector<RECORD::User>& members,
+                          std::vector<const RECORD::User*>& members);
+  // Those whom the groups may have, and maybe others.
+  bool _GetUsersByLowerName(const std::vector<RECORD::Group>& groups,
+                            UsersByLowerName& users_by_lower_name);
+  // Members of groups that have none in the mirror, all at once; false, with nothing written or
+  // said, where _WriteMembers has to do it.
+  static bool _WriteFirstMembers(const std::vector<GroupMembers>& groups,
+                                 std::unordered_set<unsigned int>& mirrored_uids);
+  bool _WriteMembers(const RECORD::Group& group, const std::vector<const RECORD::User*>& members,
                      const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids);
 
   DB::Group store_;

@@ -11,9 +11,12 @@
 #include "lib-domain/db/published_model.h"
 #include "platform/include/alias.h"
 #include "platform/include/domain_setting.h"
+#include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
+
+using korvmailserver::KeyStoreView;
 
 namespace {
 
@@ -106,6 +109,7 @@ int IndexBehind(const std::string& prefix, const std::string& text) {
 
 bool OutsideSetting::Clear(const std::set<int>& domain_idxs) const {
   bool is_clear = true;
+  const KeyStoreView each_read_anew(KeyStoreView::Kind::kCurrent);
   for (const int domain_idx : domain_idxs) {
     if (!clear(domain_idx)) {
       LOG_ERROR("Failed to clear the %s, domain_id: [%d], place: [%s]", name, domain_idx,
@@ -117,6 +121,7 @@ bool OutsideSetting::Clear(const std::set<int>& domain_idxs) const {
 }
 
 bool ClearIndex(int domain_idx) {
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   bool is_clear = true;
   for (const OutsideSetting& setting : OutsideSettings()) {
     std::set<int> found;
@@ -126,7 +131,7 @@ bool ClearIndex(int domain_idx) {
       LOG_ERROR("Failed to list the %s, domain_id: [%d], place: [%s]", setting.name, domain_idx,
                 setting.place().c_str());
     }
-    is_clear = setting.Clear(found) && is_told && is_clear;
+    is_clear = (found.empty() || setting.Clear(found)) && is_told && is_clear;
   }
   return is_clear && DB::Departure().DeleteDomains({domain_idx});
 }
@@ -137,6 +142,7 @@ bool ClearNewIndex(int domain_idx, const std::string& domain_name, bool is_first
 }
 
 bool ListUnderIndex(int domain_idx, std::vector<std::string>& kinds) {
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   bool are_foreign = false;
   if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
     return false;

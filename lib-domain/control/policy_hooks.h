@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 enum class BccOutcome { kDone, kNoInstance, kFailed };
@@ -30,6 +32,16 @@ BccOutcome DeleteDomainBcc(int domain_idx);
 // has any more: bare, or at one of the domain's names. An alias that the alias table has stays.
 BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names,
                           const std::vector<std::string>& aliases = {});
+
+// Where the maps of blind copies lie that the map compiler makes; the report is made last.
+constexpr const char* kRecipientMap = "recipient_bcc";
+constexpr const char* kSenderMap = "sender_bcc";
+constexpr const char* kMapReport = "bcc_maps.json";
+// Whether maps were made and would be others now; never where there is no map compiler. False with
+// a log line when it cannot be told.
+MDOMAIN_EXPORT bool AreBccMapsOld(bool& are_old);
+// Makes them. False with a log line, and the old ones in place.
+MDOMAIN_EXPORT bool MakeBccMaps();
 
 // The key under which other machines find the settings database with the BCC rules.
 constexpr const char* kBccFileKey = "bcc_db";

@@ -11,10 +11,8 @@
 
 namespace MDOMAIN::DB {
 
-bool GetChangeCounter(int& counter) {
+bool INTERNAL::ReadChangeCounter(sqlite3* db, int& counter) {
   constexpr sqlite3_int64 kCounterAt = 24;
-  const DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
-  sqlite3* const db = handler == nullptr ? nullptr : handler->getDB();
   sqlite3_file* file = nullptr;
   if (db != nullptr) {
     sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &file);
@@ -22,8 +20,6 @@ bool GetChangeCounter(int& counter) {
   unsigned char bytes[4] = {};
   if (file == nullptr || file->pMethods == nullptr ||
       file->pMethods->xRead(file, bytes, sizeof(bytes), kCounterAt) != SQLITE_OK) {
-    LOG_ERROR("Failed to read the change counter of [%s]",
-              handler == nullptr ? "" : handler->GetPath().c_str());
     return false;
   }
   uint32_t read = 0;
@@ -31,6 +27,16 @@ bool GetChangeCounter(int& counter) {
     read = (read << 8U) | byte;
   }
   counter = static_cast<int>(read);
+  return true;
+}
+
+bool GetChangeCounter(int& counter) {
+  const DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  if (!INTERNAL::ReadChangeCounter(handler == nullptr ? nullptr : handler->getDB(), counter)) {
+    LOG_ERROR("Failed to read the change counter of [%s]",
+              handler == nullptr ? "" : handler->GetPath().c_str());
+    return false;
+  }
   return true;
 }
 

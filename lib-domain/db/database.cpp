@@ -65,8 +65,17 @@ bool Database::IsOpen(SourceHere here) const {
   return true;
 }
 
-bool Database::GetText(const std::string& sql, int column, std::string& text,
-                       SourceHere here) const {
+bool Database::TryForEachRow(const Sql& sql,
+                             const std::function<void(const Cells& row)>& use) const {
+  const auto use_row = [&use](const Cells& row) {
+    use(row);
+    return true;
+  };
+  return status_ == 0 && sql.Fits() && handler_->FollowFile() &&
+         handler_->_RunKept(sql, use_row, DomainDBHandler::OnFailure::kStaySilent);
+}
+
+bool Database::GetText(const Sql& sql, int column, std::string& text, SourceHere here) const {
   std::string cell;
   bool has_row = false;
   const auto keep = [&](const Cells& row) {
@@ -82,7 +91,7 @@ bool Database::GetText(const std::string& sql, int column, std::string& text,
   return true;
 }
 
-bool Database::GetExists(const std::string& sql, bool& exists, SourceHere here) const {
+bool Database::GetExists(const Sql& sql, bool& exists, SourceHere here) const {
   std::string cell;
   if (!GetText(sql, 0, cell, here)) {
     return false;
@@ -112,6 +121,7 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   if (!IsOpen(here)) {
     return false;
   }
+  batch.KeepIn(handler_->kept_);
   if (batch.Fits() && handler_->exeSteps(batch.Steps()) == 0) {
     return true;
   }
@@ -123,12 +133,12 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   return false;
 }
 
-bool Database::Select(const std::string& sql, int columns,
-                      const std::function<bool(const Cells&)>& use, SourceHere here) const {
+bool Database::Select(const Sql& sql, int columns, const std::function<bool(const Cells&)>& use,
+                      SourceHere here) const {
   if (!IsOpen(here)) {
     return false;
   }
-  bool is_wide_enough = !sql.empty();
+  bool is_wide_enough = sql.Fits();
   bool is_used = true;
   try {
     if (is_wide_enough) {

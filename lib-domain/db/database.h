@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/sql.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -102,15 +103,14 @@ class Database {
   // when the query fails ("failed to ExecSelectCmd"): the database refuses, the rows are narrower,
   // or the text is "", which FormatStatement gives for one that is too long.
   template <typename RowColumns, typename Use>
-  bool Query(const std::string& sql, const Use& use, SourceHere here = SourceHere::Now()) const {
+  bool Query(const Sql& sql, const Use& use, SourceHere here = SourceHere::Now()) const {
     return Select(
         sql, RowColumns::kCount,
         [&use, here](const Cells& row) { return RowColumns::Read(row, use, here); }, here);
   }
   // Query, until `use` answers false, which is no failure.
   template <typename RowColumns, typename Use>
-  bool QueryUntil(const std::string& sql, const Use& use,
-                  SourceHere here = SourceHere::Now()) const {
+  bool QueryUntil(const Sql& sql, const Use& use, SourceHere here = SourceHere::Now()) const {
     bool is_enough = false;
     const auto use_row = [&](const Cells& row) {
       const auto keep = [&](auto&&... values) {
@@ -122,7 +122,7 @@ class Database {
   }
   // Query, a record at the end of `records` for each row, made of the columns' values.
   template <typename RowColumns, typename Record>
-  bool Append(const std::string& sql, std::vector<Record>& records,
+  bool Append(const Sql& sql, std::vector<Record>& records,
               SourceHere here = SourceHere::Now()) const {
     return Query<RowColumns>(
         sql,
@@ -131,11 +131,15 @@ class Database {
         },
         here);
   }
+  // Calls `use` with each row of a kept query. False, with nothing logged, when the query fails or
+  // would have to wait for a lock, with what was read before handed out: for a faster road beside
+  // one that waits and tells what is wrong.
+  bool TryForEachRow(const Sql& sql, const std::function<void(const Cells& row)>& use) const;
   // One column, from 0, of the last row; untouched when there is no row.
-  bool GetText(const std::string& sql, int column, std::string& text,
+  bool GetText(const Sql& sql, int column, std::string& text,
                SourceHere here = SourceHere::Now()) const;
   // The answer of a "SELECT EXISTS" query.
-  bool GetExists(const std::string& sql, bool& exists, SourceHere here = SourceHere::Now()) const;
+  bool GetExists(const Sql& sql, bool& exists, SourceHere here = SourceHere::Now()) const;
   // What `select` ("count(*)") gives for the filter's rows of a view, whatever the filter's page.
   bool GetCount(const DomainDBFilter& filter, const char* view, const char* select, int& count,
                 SourceHere here = SourceHere::Now()) const;
@@ -150,7 +154,7 @@ class Database {
 
  private:
   // `use` is called with each row, which has at least `columns`, until it gives false.
-  bool Select(const std::string& sql, int columns, const std::function<bool(const Cells&)>& use,
+  bool Select(const Sql& sql, int columns, const std::function<bool(const Cells&)>& use,
               SourceHere here) const;
 
   DomainDBHandler* handler_;

@@ -58,6 +58,9 @@ class Departure {
   // before.
   bool DeleteUsers(int domain_idx, const std::vector<unsigned int>& uids);
   bool DeleteGroups(int domain_idx, const std::vector<unsigned int>& gids);
+  // Both, of one domain.
+  bool DeleteFinished(int domain_idx, const std::vector<unsigned int>& uids,
+                      const std::vector<unsigned int>& gids);
   // Everything about the domains.
   bool DeleteDomains(const std::vector<int>& domain_idxs);
 

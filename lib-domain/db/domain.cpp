@@ -58,6 +58,10 @@ constexpr const char* kInsertAdditional =
 constexpr const char* kDeleteAdditional =
     "DELETE FROM domain_to_additional_domain_table WHERE domain_idx = %d AND additional_domain IN "
     "(%s)";
+constexpr const char* kDeleteAdditionalOne =
+    "DELETE FROM domain_to_additional_domain_table WHERE domain_idx = %d AND additional_domain IN "
+    "('%q')";
+constexpr const char* kDeleteAdditionalFailure = "fail to delete domain_to_additional_domain_table";
 constexpr const char* kSelectAdditional =
     "SELECT * FROM domain_to_additional_domain_table WHERE domain_idx = '%d' ";
 // In the order of the primary key, which the statement for one domain gives, too.
@@ -124,17 +128,16 @@ INTERNAL::Database Domain::_DomainDb() const {
 
 bool Domain::Create(const RECORD::Domain& domain) {
   StatementBatch batch;
-  batch.Add(FormatStatement(kInsert, domain.GetDomainIdx(), domain.GetDomainName().c_str(),
-                            domain.GetDomainDesc().c_str(), domain.GetDefaultAliasPattern().c_str(),
-                            domain.IsAutomaticallyAddingUsers() ? 1 : 0));
+  batch.AddKept(Sql(kInsert, domain.GetDomainIdx(), domain.GetDomainName(), domain.GetDomainDesc(),
+                    domain.GetDefaultAliasPattern(), domain.IsAutomaticallyAddingUsers() ? 1 : 0));
   return _DomainDb().Run(batch, "fail to insert domain_table");
 }
 
 bool Domain::Set(const RECORD::Domain& domain) {
   StatementBatch batch;
-  batch.Add(FormatStatement(kUpdate, domain.GetDomainName().c_str(), domain.GetDomainDesc().c_str(),
-                            domain.GetDefaultAliasPattern().c_str(),
-                            domain.IsAutomaticallyAddingUsers() ? 1 : 0, domain.GetDomainIdx()));
+  batch.AddKept(Sql(kUpdate, domain.GetDomainName(), domain.GetDomainDesc(),
+                    domain.GetDefaultAliasPattern(), domain.IsAutomaticallyAddingUsers() ? 1 : 0,
+                    domain.GetDomainIdx()));
   return _DomainDb().Run(batch, "fail to update domain_table");
 }
 
@@ -207,13 +210,11 @@ bool Domain::FindName(const std::string& name, bool& taken) {
   if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) < 0) {
     other = name;
   }
-  return _DomainDb().GetExists(
-      FormatStatement(kIsNameTaken, name.c_str(), other.c_str(), name.c_str(), other.c_str()),
-      taken);
+  return _DomainDb().GetExists(Sql(kIsNameTaken, name, other, name, other), taken);
 }
 
 bool Domain::GetName(const int& domain_idx, std::string& name) {
-  return _DomainDb().GetText(FormatStatement(kSelectName, domain_idx), 0, name);
+  return _DomainDb().GetText(Sql(kSelectName, domain_idx), 0, name);
 }
 
 bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
@@ -223,7 +224,7 @@ bool Domain::IsDomainNameChanged(const RECORD::Domain& domain) {
 
 bool Domain::GetDefaultAliasPattern(const int& domain_idx, std::string& pattern) {
   return IsIdxUsable(_DomainDb(), domain_idx) &&
-         _DomainDb().GetText(FormatStatement(kSelectDomain, domain_idx), kPatternColumn, pattern);
+         _DomainDb().GetText(Sql(kSelectDomain, domain_idx), kPatternColumn, pattern);
 }
 
 bool Domain::GetPrimaryDomain(RECORD::Domain& domain) {
@@ -281,16 +282,20 @@ bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<st
     return false;
   }
   StatementBatch batch;
+  if (names.size() == 1 && names.front().size() <= kMaxNameSize) {
+    batch.AddKept(Sql(kDeleteAdditionalOne, domain_idx, names.front()));
+    return _DomainDb().Run(batch, kDeleteAdditionalFailure);
+  }
   for (const std::string& piece : QuoteInPieces(names)) {
     batch.Add(FormatStatement(kDeleteAdditional, domain_idx, piece.c_str()));
   }
-  return _DomainDb().Run(batch, "fail to delete domain_to_additional_domain_table");
+  return _DomainDb().Run(batch, kDeleteAdditionalFailure);
 }
 
 bool Domain::ListAdditionalDomains(const int& domain_idx, std::vector<std::string>& names) {
   return IsIdxUsable(_DomainDb(), domain_idx) &&
          _DomainDb().Query<Columns<Text, Text>>(
-             FormatStatement(kSelectAdditional, domain_idx),
+             Sql(kSelectAdditional, domain_idx),
              [&names](const std::string& /*domain_idx*/, std::string&& name) {
                names.push_back(std::move(name));
              });
@@ -304,7 +309,7 @@ bool Domain::ListAllAdditionalDomains(std::map<int, std::vector<std::string>>& n
 }
 
 bool Domain::GetDelegatedDomainIds(const unsigned int& uid, std::vector<int>& domain_idxs) {
-  return _DomainDb().Append<Columns<Int>>(FormatStatement(kSelectDelegated, uid), domain_idxs);
+  return _DomainDb().Append<Columns<Int>>(Sql(kSelectDelegated, uid), domain_idxs);
 }
 
 bool Domain::GetAutoAddingUserDomainIds(std::vector<int>& domain_idxs) {

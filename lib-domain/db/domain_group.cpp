@@ -50,6 +50,13 @@ constexpr const char* kSelectBelongingOnly =
     "domain_group_view.domain_idx = %d) SELECT belongs_to_me.uid FROM belongs_to_me LEFT JOIN "
     "belongs_to_others ON belongs_to_me.uid = belongs_to_others.uid WHERE belongs_to_others.uid IS "
     "NULL;";
+// The same where each member's other groups are looked up by an index: the gids, the domain index,
+// the gids again.
+constexpr const char* kSelectBelongingOnlyByIndex =
+    "SELECT member.uid FROM group_to_user_table AS member WHERE member.gid IN (%s) AND NOT EXISTS "
+    "(SELECT 1 FROM group_to_user_table AS other CROSS JOIN domain_group_role_table AS granted ON "
+    "granted.domain_idx = %d AND granted.gid = other.gid CROSS JOIN group_table ON group_table.gid "
+    "= granted.gid WHERE other.uid = member.uid AND other.gid NOT IN (%s))";
 // The domain index and the gids, both again.
 constexpr const char* kSelectEffectedOnly =
     "WITH effected_by_me AS (SELECT * FROM domain_group_effected_user_view WHERE domain_idx = %d "
@@ -97,7 +104,7 @@ bool DomainGroup::DeleteMemberRemovedRecord(const int& domain_idx,
 
 bool DomainGroup::IsExists(const int& domain_idx, const unsigned int& gid) {
   bool exists = false;
-  return _DomainDb().GetExists(FormatStatement(kExists, domain_idx, gid), exists) && exists;
+  return _DomainDb().GetExists(Sql(kExists, domain_idx, gid), exists) && exists;
 }
 
 bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<unsigned int>& gids,
@@ -120,7 +127,7 @@ bool DomainGroup::GetResultGroupRole(const int& domain_idx, const std::vector<un
 bool DomainGroup::GetResultGroupRoles(const int& domain_idx,
                                       std::unordered_map<unsigned int, std::string>& role_by_uid) {
   return _DomainDb().Query<Columns<Uid, Text>>(
-      FormatStatement(kSelectSmallestRoles, domain_idx),
+      Sql(kSelectSmallestRoles, domain_idx),
       [&role_by_uid](unsigned int uid, std::string&& role) { role_by_uid[uid] = std::move(role); });
 }
 
@@ -156,16 +163,18 @@ bool DomainGroup::CheckSingleMemberStatus(const int& domain_idx, const unsigned 
 
 bool DomainGroup::ListMembersInDomain(const int& domain_idx, const unsigned int& gid,
                                       std::vector<unsigned int>& uids) {
-  return _DomainDb().Append<Columns<Uid>>(FormatStatement(kSelectMembersInDomain, gid, domain_idx),
-                                          uids);
+  return _DomainDb().Append<Columns<Uid>>(Sql(kSelectMembersInDomain, gid, domain_idx), uids);
 }
 
 bool DomainGroup::FindUsersBelongToGIDsOnly(const int& domain_idx,
                                             const std::vector<unsigned int>& gids,
                                             std::vector<unsigned int>& uids) {
   const std::string list = BASE::Join(gids, ",");
+  const bool has_indexes = handler_ != nullptr && handler_->HasOwnViews();
   return _DomainDb().Append<Columns<Uid>>(
-      FormatSql(kSelectBelongingOnly, list.c_str(), list.c_str(), domain_idx), uids);
+      has_indexes ? FormatSql(kSelectBelongingOnlyByIndex, list.c_str(), domain_idx, list.c_str())
+                  : FormatSql(kSelectBelongingOnly, list.c_str(), list.c_str(), domain_idx),
+      uids);
 }
 
 bool DomainGroup::FindUsersEffectedByGIDsOnly(const int& domain_idx,
@@ -177,7 +186,7 @@ bool DomainGroup::FindUsersEffectedByGIDsOnly(const int& domain_idx,
 }
 
 bool DomainGroup::_CheckMemberExists(const int& domain_idx, const unsigned int& uid, bool& exists) {
-  return _DomainDb().GetExists(FormatStatement(kHasMember, uid, domain_idx), exists);
+  return _DomainDb().GetExists(Sql(kHasMember, uid, domain_idx), exists);
 }
 
 }  // namespace MDOMAIN::DB

@@ -47,16 +47,21 @@ constexpr const char* kSelectFromWithoutRole =
     "SELECT domain_idx, uid FROM domain_user_without_role_view";
 
 constexpr const char* kSelectAliasesOfDomains =
-    "SELECT domain_idx, user_name, account_alias, CASE WHEN role IS NULL THEN 2 WHEN is_duplicated "
-    "= 0 THEN 0 WHEN is_duplicated = 1 THEN 1 ELSE 2 END FROM domain_user_view WHERE domain_idx IN "
+    "SELECT domain_idx, user_name, account_alias, CASE WHEN coalesce(role, '') = '' THEN 3 WHEN "
+    "is_duplicated = 0 THEN 0 WHEN is_duplicated = 1 THEN 1 ELSE 2 END FROM domain_user_view WHERE "
+    "domain_idx IN "
     "(%s) ORDER BY domain_idx, uid";
 constexpr const char* kSelectOfUsers =
     "SELECT * FROM domain_user_view WHERE uid IN (%q) ORDER BY uid, domain_idx";
-// The alias follows, then kNoCase.
-constexpr const char* kSelectAliasUsers =
-    "SELECT * FROM domain_user_alias_table WHERE domain_idx=%d AND account_alias='";
 // The "+" keeps the database from reading the whole domain in that order.
-constexpr const char* kNoCase = "' COLLATE NOCASE ORDER BY +uid, rowid";
+#define BEFORE_ALIAS "SELECT * FROM domain_user_alias_table WHERE domain_idx=%d AND account_alias='"
+#define BEHIND_ALIAS "' COLLATE NOCASE ORDER BY +uid, rowid"
+constexpr const char* kSelectAliasUsers = BEFORE_ALIAS "%q" BEHIND_ALIAS;
+constexpr const char* kBeforeAlias = BEFORE_ALIAS;
+constexpr const char* kBehindAlias = BEHIND_ALIAS;
+#undef BEFORE_ALIAS
+#undef BEHIND_ALIAS
+constexpr size_t kLongAlias = 10000;
 constexpr const char* kSelectAliases =
     "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid = %u ORDER BY "
     "rowid";
@@ -120,6 +125,17 @@ std::tuple<int, unsigned int, std::string, int> ValuesOf(const RECORD::DomainUse
           alias.IsDuplicated() ? 1 : 0};
 }
 
+// Whether the text stands for one literal between single quotes, and for which.
+bool IsQuoted(const std::string& text, std::string& plain) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\0' || (text[i] == '\'' && text[++i] != '\'')) {
+      return false;
+    }
+    plain += text[i];
+  }
+  return true;
+}
+
 bool HasOwnViews(DomainDBHandler* handler) {
   return handler != nullptr && handler->HasOwnViews();
 }
@@ -154,13 +170,12 @@ INTERNAL::Database DomainUser::_DomainDb() const {
 
 bool DomainUser::IsAliasExist(const std::string& alias) {
   bool exists = false;
-  return _DomainDb().GetExists(FormatStatement(kIsAliasTaken, alias.c_str()), exists) && exists;
+  return _DomainDb().GetExists(Sql(kIsAliasTaken, alias), exists) && exists;
 }
 
 bool DomainUser::IsExists(const int& domain_idx, const std::string& user_name) {
   bool exists = false;
-  return _DomainDb().GetExists(FormatStatement(kExists, domain_idx, user_name.c_str()), exists) &&
-         exists;
+  return _DomainDb().GetExists(Sql(kExists, domain_idx, user_name), exists) && exists;
 }
 
 bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
@@ -317,22 +332,23 @@ bool DomainUser::ForEachAlias(const std::vector<int>& domain_idxs, const AliasVi
 
 bool DomainUser::GetAliasUsers(const int& domain_idx, const std::string& alias,
                                std::vector<RECORD::DomainUserAlias>& aliases) {
+  std::string plain;
+  if (alias.size() < kLongAlias && IsQuoted(alias, plain)) {
+    return _DomainDb().Append<AliasColumns>(Sql(kSelectAliasUsers, domain_idx, plain), aliases);
+  }
   return _DomainDb().Append<AliasColumns>(
-      FormatSql(kSelectAliasUsers, domain_idx) + alias + kNoCase, aliases);
+      FormatSql(kBeforeAlias, domain_idx) + alias + kBehindAlias, aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const unsigned int& uid,
                                 std::vector<std::string>& aliases) {
-  return _DomainDb().Append<Columns<Text>>(FormatStatement(kSelectAliases, domain_idx, uid),
-                                           aliases);
+  return _DomainDb().Append<Columns<Text>>(Sql(kSelectAliases, domain_idx, uid), aliases);
 }
 
 bool DomainUser::GetUserAliases(const int& domain_idx, const std::string& user_name,
                                 std::vector<std::string>& aliases) {
   return _DomainDb().Append<Columns<Text>>(
-      FormatStatement(kSelectAliasesByName, domain_idx, user_name.c_str(), user_name.c_str(),
-                      user_name.c_str()),
-      aliases);
+      Sql(kSelectAliasesByName, domain_idx, user_name, user_name, user_name), aliases);
 }
 
 bool DomainUser::GetAllUserAliases(
@@ -345,8 +361,7 @@ bool DomainUser::GetAllUserAliases(
       aliases.push_back(std::move(alias));
     }
   };
-  if (!_DomainDb().Query<Columns<Text, Text, Flag>>(FormatStatement(kSelectAllAliases, domain_idx),
-                                                    keep)) {
+  if (!_DomainDb().Query<Columns<Text, Text, Flag>>(Sql(kSelectAllAliases, domain_idx), keep)) {
     return false;
   }
   aliases_by_user.swap(found);
@@ -360,7 +375,7 @@ bool DomainUser::GetAutoAddedUsersRoles(std::vector<RECORD::DomainUserRole>& rol
 bool DomainUser::FindBeingEffectedGroups(const int& domain_idx, const unsigned int& uid,
                                          std::vector<unsigned int>& gids) {
   return _DomainDb().Query<Columns<Text, Gid>>(
-      FormatStatement(kSelectEffectingGroups, domain_idx, uid),
+      Sql(kSelectEffectingGroups, domain_idx, uid),
       [&gids](const std::string& /*domain_idx*/, unsigned int gid) { gids.push_back(gid); });
 }
 
@@ -381,13 +396,12 @@ bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& u
 
 bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails) {
   return _DomainDb().Append<Columns<Text>>(
-      FormatStatement(HasOwnViews(handler_) ? kSelectDuplicatedByIndex : kSelectDuplicated,
-                      domain_idx),
+      Sql(HasOwnViews(handler_) ? kSelectDuplicatedByIndex : kSelectDuplicated, domain_idx),
       emails);
 }
 
 bool DomainUser::GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids) {
-  return _DomainDb().Query<Columns<Uid>>(FormatStatement(kSelectRemoved, domain_idx),
+  return _DomainDb().Query<Columns<Uid>>(Sql(kSelectRemoved, domain_idx),
                                          [&uids](unsigned int uid) { uids.insert(uid); });
 }
 

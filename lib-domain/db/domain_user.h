@@ -78,7 +78,7 @@ class MDOMAIN_EXPORT DomainUser {
                               std::vector<RECORD::DomainUserAlias>& aliases);
   // Calls `use` for each alias of the domains, by domain, uid and stored order, until it answers
   // false; it must not change the database. Before a failure some were handed out.
-  enum class AliasFlag { kPlain, kFlagged, kOther };  // 0; 1; another, or of a user without a role
+  enum class AliasFlag { kPlain, kFlagged, kOther, kNoRole };  // 0; 1; another; has no role there
   using AliasVisitor = std::function<bool(int domain_idx, std::string&& user_name,
                                           std::string&& alias, AliasFlag flag)>;
   bool ForEachAlias(const std::vector<int>& domain_idxs, const AliasVisitor& use);

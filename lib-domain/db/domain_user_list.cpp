@@ -124,11 +124,10 @@ bool DomainUser::ForEachDomainUser(DomainDBFilter& filter, const UserVisitor& us
 bool DomainUser::_OrderByFlags(int domain_idx, std::vector<unsigned int>& uids) {
   std::vector<unsigned int> in_front;
   std::vector<unsigned int> behind;
-  if (!_DomainDb().Query<Columns<Uid, Flag>>(
-          FormatStatement(kSelectFlagOrder, domain_idx, domain_idx),
-          [&](unsigned int uid, bool is_flagged) {
-            (is_flagged ? in_front : behind).push_back(uid);
-          })) {
+  if (!_DomainDb().Query<Columns<Uid, Flag>>(Sql(kSelectFlagOrder, domain_idx, domain_idx),
+                                             [&](unsigned int uid, bool is_flagged) {
+                                               (is_flagged ? in_front : behind).push_back(uid);
+                                             })) {
     return false;
   }
   std::sort(uids.begin(), uids.end());

@@ -1,9 +1,14 @@
 // The statements of the mirrored groups and their members.
 #include "lib-domain/db/group.h"
 
+#include <algorithm>
+
 #include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/database.h"
+#include "lib-domain/db/mirror_batch.h"
 #include "lib-domain/db/statement.h"
+#include "lib-domain/db/user.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
 
@@ -24,6 +29,10 @@ constexpr const char* kUpdate =
     "name, "
     "'%q' AS desc) AS new WHERE gid = %u AND (group_name IS NOT new.name OR group_desc IS NOT "
     "new.desc)";
+// Of other types the update above decides.
+constexpr const char* kSelectPlain =
+    "SELECT gid, group_name, group_desc FROM group_table WHERE typeof(group_name) = 'text' AND "
+    "typeof(group_desc) = 'text' AND gid BETWEEN 0 AND 4294967295 ORDER BY gid";
 constexpr const char* kDelete = "DELETE FROM group_table WHERE gid IN (%q)";
 
 constexpr const char* kSelectMembers =
@@ -32,7 +41,67 @@ constexpr const char* kSelectMembers =
 constexpr const char* kSelectAllMembers = "SELECT * FROM group_to_user_table ORDER BY gid, uid";
 constexpr const char* kInsertMember =
     "REPLACE INTO  group_to_user_table (gid, uid) VALUES ('%u', '%u');";
+// For rows that are not there. A REPLACE would keep a copy of every page that it writes to, in case
+// it has to be taken back.
+constexpr const char* kInsertNewMember =
+    "INSERT INTO group_to_user_table (gid, uid) VALUES ('%u', '%u')";
 constexpr const char* kDeleteMembers = "DELETE FROM group_to_user_table WHERE gid IN (%q)";
+
+// Asking which groups differ costs more than writing so many.
+constexpr size_t kFewGroups = 3;
+
+bool IsBefore(const RECORD::Group& group, const RECORD::Group& other) {
+  return group.GetGID() < other.GetGID();
+}
+
+// The rows whose texts can be compared, by gid. Logs nothing.
+std::vector<RECORD::Group> ReadPlain(DomainDBHandler& handler) {
+  std::vector<RECORD::Group> rows;
+  if (!handler.FollowFile()) {
+    return rows;
+  }
+  korvmailserver::Statement select(handler.getDB(), kSelectPlain);
+  const bool is_read = select.ForEachRow([&rows](const Cells& row) {
+    rows.emplace_back(static_cast<unsigned int>(row.Int64(0)), row.Text(1), row.Text(2));
+  });
+  if (!is_read) {
+    rows.clear();
+  }
+  return rows;
+}
+
+bool HasRepeats(std::vector<RECORD::Group> groups) {
+  std::sort(groups.begin(), groups.end(), IsBefore);
+  return std::adjacent_find(groups.begin(), groups.end(), [](const auto& a, const auto& b) {
+           return a.GetGID() == b.GetGID();
+         }) != groups.end();
+}
+
+// Without those that are stored like this already. One group stays, so that there is something to
+// run: it tells whether the database can be written, and nobody else writes from then on.
+std::vector<RECORD::Group> WithoutStored(const std::vector<RECORD::Group>& groups,
+                                         const std::vector<RECORD::Group>& rows) {
+  std::vector<RECORD::Group> others;
+  auto row = rows.begin();
+  for (const RECORD::Group& group : groups) {
+    if (row == rows.end() || row->GetGID() != group.GetGID()) {
+      row = std::lower_bound(rows.begin(), rows.end(), group, IsBefore);
+    }
+    const bool is_stored = row != rows.end() && row->GetGID() == group.GetGID() &&
+                           row->GetGroupName() == group.GetGroupName() &&
+                           row->GetGroupDesc() == group.GetGroupDesc();
+    if (!is_stored) {
+      others.push_back(group);
+    }
+    row += is_stored ? 1 : 0;
+  }
+  const auto valid = std::find_if(groups.begin(), groups.end(),
+                                  [](const RECORD::Group& group) { return group.IsValid(); });
+  if (others.empty() && valid != groups.end()) {
+    others.push_back(*valid);
+  }
+  return others;
+}
 
 }  // namespace
 
@@ -44,19 +113,24 @@ INTERNAL::Database Group::_DomainDb() const {
 }
 
 bool Group::GetName(const unsigned int& gid, std::string& name) {
-  return _DomainDb().GetText(FormatStatement(kSelectGroup, gid), kNameColumn, name);
+  return _DomainDb().GetText(Sql(kSelectGroup, gid), kNameColumn, name);
 }
 
 bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids) {
   return _DomainDb().Query<Columns<Text, Uid>>(
-      FormatStatement(kSelectMembers, gid),
+      Sql(kSelectMembers, gid),
       [&uids](const std::string& /*gid*/, unsigned int uid) { uids.push_back(uid); });
 }
 
 bool Group::ListAllGroupToUsers(std::map<unsigned int, std::vector<unsigned int>>& uids_by_gid) {
+  auto last = uids_by_gid.end();
   return _DomainDb().Query<Columns<Gid, Uid>>(
-      kSelectAllMembers,
-      [&uids_by_gid](unsigned int gid, unsigned int uid) { uids_by_gid[gid].push_back(uid); });
+      kSelectAllMembers, [&uids_by_gid, &last](unsigned int gid, unsigned int uid) {
+        if (last == uids_by_gid.end() || last->first != gid) {
+          last = uids_by_gid.try_emplace(gid).first;
+        }
+        last->second.push_back(uid);
+      });
 }
 
 bool Group::Create(const std::vector<RECORD::Group>& groups) {
@@ -68,8 +142,12 @@ bool Group::Create(const std::vector<RECORD::Group>& groups) {
 }
 
 bool Group::Set(const std::vector<RECORD::Group>& groups) {
+  const bool are_compared =
+      groups.size() > kFewGroups && handler_ != nullptr && !HasRepeats(groups);
+  const std::vector<RECORD::Group> differing =
+      are_compared ? WithoutStored(groups, ReadPlain(*handler_)) : groups;
   StatementBatch batch;
-  batch.AddValid(kUpdate, groups, [](const RECORD::Group& group) {
+  batch.AddValid(kUpdate, differing, [](const RECORD::Group& group) {
     return std::make_tuple(group.GetGroupName(), group.GetGroupDesc(), group.GetGID());
   });
   return _DomainDb().Run(batch, "fail to update group_table");
@@ -81,6 +159,17 @@ bool Group::SetGroupToUsers(
   batch.AddEach(kInsertMember, gid_uid_pairs,
                 [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
   return _DomainDb().Run(batch, "fail to update group_to_user_table");
+}
+
+bool INTERNAL::CreateMembers(
+    const std::vector<RECORD::User>& users,
+    const std::vector<std::pair<unsigned int, unsigned int>>& gid_uid_pairs) {
+  StatementBatch batch;
+  AddUsers(users, batch);
+  batch.AddEach(kInsertNewMember, gid_uid_pairs,
+                [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  return handler != nullptr && batch.Fits() && handler->exeSteps(batch.Steps()) == 0;
 }
 
 bool Group::Delete(const std::vector<unsigned int>& gids) {

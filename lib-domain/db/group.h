@@ -15,6 +15,7 @@
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/record/group.h"
+#include "lib-domain/record/user.h"
 #include "platform/include/export.h"
 
 namespace MDOMAIN::DB {

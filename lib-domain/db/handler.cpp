@@ -15,6 +15,7 @@
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
+#include "lib-domain/db/sql.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/nodes.h"
@@ -112,7 +113,8 @@ void DomainDBHandler::CloseDomainDBHandler() {
   _singleDomainDBHandler = nullptr;
 }
 
-DomainDBHandler::DomainDBHandler(const std::string& path) : DBHandler(path, "") {
+DomainDBHandler::DomainDBHandler(const std::string& path)
+    : DBHandler(path, ""), kept_(std::make_shared<INTERNAL::KeptStatements>()) {
   err_ = -1;
 }
 
@@ -212,17 +214,63 @@ std::vector<std::vector<std::string>> DomainDBHandler::ExecSelectCmd(const std::
 
 void DomainDBHandler::ForEachRow(
     const std::string& sql, const std::function<bool(const korvmailserver::Statement& row)>& use) {
-  korvmailserver::Statement statement(db_, sql);
+  ForEachRow(INTERNAL::Sql(sql), use);
+}
+
+void DomainDBHandler::ForEachRow(
+    const INTERNAL::Sql& sql,
+    const std::function<bool(const korvmailserver::Statement& row)>& use) {
+  if (sql.IsKept()) {
+    _RunKept(sql, use, OnFailure::kThrow);
+    return;
+  }
+  korvmailserver::Statement statement(db_, sql.Text());
+  _RunQuery(statement, sql, use, OnFailure::kThrow);
+}
+
+bool DomainDBHandler::_RunKept(const INTERNAL::Sql& sql, const RowVisitor& use,
+                               OnFailure on_failure) {
+  INTERNAL::StatementLoan loan(kept_, db_, sql);
+  if (loan.Get().IsPrepared()) {
+    sql.Bind(loan.Get());
+  }
+  bool is_run = false;
+  try {
+    is_run = _RunQuery(loan.Get(), sql, use, on_failure);
+  } catch (const korvmailserver::LogException&) {
+    loan.Spoil();
+    throw;
+  }
+  if (!is_run) {
+    loan.Spoil();
+  }
+  return is_run;
+}
+
+bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
+                                const RowVisitor& use, OnFailure on_failure) {
+  const char* failure = nullptr;
+  // Who stays silent is followed by another read, which waits.
+  const int milliseconds = on_failure == OnFailure::kThrow ? kSelectBusyMilliseconds : 0;
   // A text without any statement compiles, too, but cannot be stepped.
   if (!statement.IsPrepared() && sqlite3_errcode(db_) != SQLITE_OK) {
-    ThrowSelectError("Failed to prepare", db_, sql, __LINE__);
+    failure = "Failed to prepare";
+  } else if (sqlite3_busy_timeout(db_, milliseconds) != SQLITE_OK) {
+    failure = "Failed to set busy timeout";
+  } else if (!statement.ForEachRow([&use](const auto& row) { return use(row); })) {
+    failure = "sqlite3_step";
   }
-  if (sqlite3_busy_timeout(db_, kSelectBusyMilliseconds) != SQLITE_OK) {
-    ThrowSelectError("Failed to set busy timeout", db_, sql, __LINE__);
+  if (failure != nullptr && on_failure == OnFailure::kThrow) {
+    ThrowSelectError(failure, db_, sql.Text(), __LINE__);
   }
-  if (!statement.ForEachRow([&use](const auto& row) { return use(row); })) {
-    ThrowSelectError("sqlite3_step", db_, sql, __LINE__);
+  if (milliseconds == 0) {
+    sqlite3_busy_timeout(db_, kSelectBusyMilliseconds);
   }
+  return failure == nullptr;
+}
+
+void DomainDBHandler::_BeforeClosing() {
+  kept_->Clear();
 }
 
 int DomainDBHandler::_InitPragma() {

@@ -6,6 +6,7 @@
 #define LIB_DOMAIN_DB_HANDLER_H
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,12 @@ class Statement;
 }
 
 namespace MDOMAIN::DB {
+
+namespace INTERNAL {
+class Database;
+class KeptStatements;
+class Sql;
+}  // namespace INTERNAL
 
 class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
  public:
@@ -61,9 +68,13 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // out.
   void ForEachRow(const std::string& sql,
                   const std::function<bool(const korvmailserver::Statement& row)>& use);
+  // The same; a kept query is compiled once for this connection. `use` may ask for it again.
+  void ForEachRow(const INTERNAL::Sql& sql,
+                  const std::function<bool(const korvmailserver::Statement& row)>& use);
 
  private:
   friend class ReadScope;
+  friend class INTERNAL::Database;
 
   int _InitPragma();
   int _GetNowVersion();
@@ -72,7 +83,14 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   int _UpgradeDB(int version);
   int _RunScripts(int version, const std::vector<std::string>& scripts);
   void _PrepareFastRoads();
+  void _BeforeClosing() override;
+  using RowVisitor = std::function<bool(const korvmailserver::Statement& row)>;
+  enum class OnFailure { kThrow, kStaySilent };
+  bool _RunKept(const INTERNAL::Sql& sql, const RowVisitor& use, OnFailure on_failure);
+  bool _RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
+                 const RowVisitor& use, OnFailure on_failure);
 
+  std::shared_ptr<INTERNAL::KeptStatements> kept_;
   bool has_own_views_ = false;
   bool is_pinned_ = false;  // by a ReadScope
 

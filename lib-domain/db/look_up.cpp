@@ -13,35 +13,34 @@
 #include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/group.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/statement.h"
 #include "lib-domain/db/user.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
-using korvmailserver::FormatSql;
-
 namespace {
 
 // Up to here looking up is always cheap; beyond, a lookup costs what reading some rows costs.
 constexpr size_t kFew = 2000;
 constexpr size_t kRowsPerLookUp = 4;
-constexpr size_t kPieceSize = 200000;
 
 constexpr const char* kSelectLastAlias =
     "SELECT coalesce(max(rowid), 0) FROM domain_user_alias_table";
 
-// The list follows. CROSS JOIN: the list is walked through, and each value is looked up.
-#define WANTED "WITH wanted(name) AS (VALUES %s) SELECT "
+// Of a list of texts. CROSS JOIN: the list is walked through, and each value is looked up.
+#define WANTED "WITH wanted(name) AS (SELECT value FROM json_each('%q')) SELECT "
 // A short name is what stands behind the first backslash, else before the last "@". Between "@" and
 // "[" are the big letters alone, which stand further on without letter case.
-#define NAMED(id, full_name, table)                                                             \
-  WANTED id " FROM wanted CROSS JOIN " table " ON " full_name                                   \
-            " = name COLLATE NOCASE UNION SELECT " id " FROM wanted CROSS JOIN " table          \
-            " ON " full_name " >= (name || '@') COLLATE NOCASE AND " full_name                  \
-            " < (name || '[') COLLATE NOCASE UNION SELECT " id " FROM wanted CROSS JOIN " table \
-            " ON substr(" full_name ", instr(" full_name                                        \
-            ", '\\') + 1) = name COLLATE NOCASE AND instr(" full_name ", '\\') > 0"
+#define NAMED(id, full_name, table)                                                              \
+  WANTED "* FROM " table " WHERE " id " IN (SELECT " id " FROM wanted CROSS JOIN " table         \
+         " ON " full_name " = name COLLATE NOCASE UNION ALL SELECT " id                          \
+         " FROM wanted CROSS JOIN " table " ON " full_name                                       \
+         " >= (name || '@') COLLATE NOCASE AND " full_name                                       \
+         " < (name || '[') COLLATE NOCASE UNION ALL SELECT " id " FROM wanted CROSS JOIN " table \
+         " ON substr(" full_name ", instr(" full_name                                            \
+         ", '\\') + 1) = name COLLATE NOCASE AND instr(" full_name ", '\\') > 0) ORDER BY " id
 constexpr const char* kSelectNamedUsers = NAMED("uid", "user_name", "user_table");
 constexpr const char* kSelectNamedGroups = NAMED("gid", "group_name", "group_table");
 #undef NAMED
@@ -67,10 +66,38 @@ constexpr const char* kSelectNextAlias =
 constexpr const char* kSelectFlagged =
     "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
 constexpr const char* kSelectAliases =
-    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (%s)";
+    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND uid IN (SELECT "
+    "value FROM json_each('%q'))";
+constexpr const char* kSelectNonAscii =
+    "SELECT account_alias FROM domain_user_alias_table WHERE domain_idx = %d AND account_alias "
+    "GLOB "
+    "'*[^ -~]*'";
+// As DomainUser::GetUserAliases understands a name.
+#define UIDS_OF_NAME                                                                           \
+  "uid IN (SELECT uid FROM user_table WHERE user_name = '%q' COLLATE NOCASE AND (user_name = " \
+  "'%q' OR NOT EXISTS (SELECT 1 FROM user_table WHERE user_name = '%q')))"
+#define IN_STORED_ORDER " ORDER BY alias.rowid"
+constexpr const char* kFindAliases =
+    "SELECT domain_idx, account_alias FROM domain_user_alias_table AS alias WHERE " UIDS_OF_NAME
+        IN_STORED_ORDER;
+#define FIND_ADDRESSES                                                                   \
+  "SELECT alias.domain_idx, account_alias, domain_name FROM domain_user_alias_table AS " \
+  "alias CROSS JOIN domain_table ON domain_table.domain_idx = alias.domain_idx WHERE alias."
+constexpr const char* kFindAddresses = FIND_ADDRESSES "uid = %u" IN_STORED_ORDER;
+constexpr const char* kFindAddressesOfName = FIND_ADDRESSES UIDS_OF_NAME IN_STORED_ORDER;
+#undef FIND_ADDRESSES
+#undef IN_STORED_ORDER
+#undef UIDS_OF_NAME
+// Each of them by an index: the lowest and the highest domain, and the first primary one.
+constexpr const char* kSelectDomainRange =
+    "SELECT (SELECT min(domain_idx) FROM domain_table), (SELECT max(domain_idx) FROM "
+    "domain_table), "
+    "(SELECT domain_idx FROM primary_domain_table WHERE domain_idx IN (SELECT domain_idx FROM "
+    "domain_table) ORDER BY 1 LIMIT 1)";
 constexpr const char* kSelectRolesOfGroups =
-    "SELECT domain_idx, uid FROM domain_user_role_table AS own WHERE uid IN (%s) AND is_auto_added "
-    "= 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS member CROSS JOIN "
+    "SELECT domain_idx, uid FROM domain_user_role_table AS own WHERE uid IN (SELECT value FROM "
+    "json_each('%q')) AND is_auto_added = 1 AND EXISTS (SELECT 1 FROM group_to_user_table AS "
+    "member CROSS JOIN "
     "domain_group_role_table AS granted ON granted.domain_idx = own.domain_idx AND granted.gid = "
     "member.gid WHERE member.uid = own.uid AND granted.role IN ('normal', 'domain_admin'))";
 
@@ -82,16 +109,19 @@ Database DomainDb() {
   return {handler, handler != nullptr ? 0 : -1};
 }
 
-// Lists for VALUES, each short enough for one statement.
-std::vector<std::string> ValueLists(const std::vector<std::string>& texts) {
-  std::vector<std::string> lists;
-  for (const std::string& text : texts) {
-    if (lists.empty() || lists.back().size() > kPieceSize) {
-      lists.emplace_back();
+// Few enough that a list of them is no statement that does not fit.
+constexpr size_t kMostAtOnce = 1000;
+
+// Calls `use` with some of the values after the other, until it gives false.
+template <typename Value, typename Use>
+bool InPieces(const std::vector<Value>& values, const Use& use) {
+  for (size_t begin = 0; begin < values.size(); begin += kMostAtOnce) {
+    const size_t end = std::min(begin + kMostAtOnce, values.size());
+    if (!use(std::vector<Value>(values.data() + begin, values.data() + end))) {
+      return false;
     }
-    lists.back() += (lists.back().empty() ? "('" : ",('") + EscapeQuery(text) + "')";
   }
-  return lists;
+  return true;
 }
 
 // What reads as the empty text may be NULL, which no index finds by a name.
@@ -100,18 +130,44 @@ bool AreFew(const std::vector<std::string>& names) {
          std::find(names.begin(), names.end(), "") == names.end();
 }
 
-bool FindIds(const char* statement, const std::vector<std::string>& names,
-             std::vector<unsigned int>& ids) {
-  const std::vector<std::string> lists = ValueLists(names);
-  return std::all_of(lists.begin(), lists.end(), [&](const std::string& list) {
-    return DomainDb().Append<Columns<Uid>>(FormatSql(statement, list.c_str()), ids);
-  });
-}
-
 // A user with the one alias of a row.
 RECORD::DomainUser RowUser(int domain_idx, unsigned int uid, std::string&& name,
                            std::string&& alias, std::string&& role, bool duplicated) {
   return {domain_idx, uid, std::move(name), {{std::move(alias), duplicated}}, std::move(role)};
+}
+
+// No domain that can be listed has another index.
+bool IsIndex(const Cells& row, int column) {
+  return row.IsInteger(column) && row.Int64(column) == row.Int(column);
+}
+
+bool FindAddressesWith(const Sql& sql, std::vector<std::string>& addresses) {
+  int primary_idx = 0;
+  bool has_primary = false;
+  bool can_be_listed = false;
+  const auto read_range = [&](const Cells& row) {
+    can_be_listed = row.IsNull(0) || (IsIndex(row, 0) && IsIndex(row, 1));
+    has_primary = !row.IsNull(2);
+    primary_idx = row.Int(2);
+  };
+  std::vector<std::pair<int, std::string>> found;
+  const auto keep = [&found](const Cells& row) {
+    found.emplace_back(row.Int(0), row.Text(1).append("@").append(row.Text(2)));
+  };
+  const ReadScope scope;
+  if (!scope.IsInForce() || !CanLookUp() ||
+      !DomainDb().TryForEachRow(Sql(kSelectDomainRange), read_range) || !can_be_listed ||
+      !DomainDb().TryForEachRow(sql, keep)) {
+    return false;
+  }
+  std::stable_sort(found.begin(), found.end(), [&](const auto& one, const auto& other) {
+    const auto place = [&](int idx) { return std::pair(!has_primary || idx != primary_idx, idx); };
+    return place(one.first) < place(other.first);
+  });
+  for (auto& [domain_idx, address] : found) {
+    addresses.push_back(std::move(address));
+  }
+  return true;
 }
 
 std::string FoldedKey(int domain_idx, const std::string& alias) {
@@ -126,29 +182,15 @@ bool CanLookUp() {
 }
 
 bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::User>& users) {
-  UserDBFilter filter;
-  std::vector<unsigned int> uids;
-  if (!AreFew(names)) {
-    return User().List(filter, users);
-  }
-  if (!FindIds(kSelectNamedUsers, names, uids)) {
-    return false;
-  }
-  filter.SetUIDs(uids);
-  return uids.empty() || User().List(filter, users);
+  return AreFew(names)
+             ? DomainDb().Append<Columns<Uid, Text>>(Sql(kSelectNamedUsers, JsonList(names)), users)
+             : User().List(UserDBFilter(), users);
 }
 
 bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::Group>& groups) {
-  GroupDBFilter filter;
-  std::vector<unsigned int> gids;
-  if (!AreFew(names)) {
-    return Group().List(filter, groups);
-  }
-  if (!FindIds(kSelectNamedGroups, names, gids)) {
-    return false;
-  }
-  filter.SetGIDs(gids);
-  return gids.empty() || Group().List(filter, groups);
+  return AreFew(names) ? DomainDb().Append<Columns<Gid, Text, Text>>(
+                             Sql(kSelectNamedGroups, JsonList(names)), groups)
+                       : Group().List(GroupDBFilter(), groups);
 }
 
 bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainUser>& users) {
@@ -157,9 +199,9 @@ bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainU
   bool has_own_role = false;
   std::string group_role;
   bool is_member = false;
-  if (!DomainDb().Query<UserColumns>(FormatStatement(kSelectUser, domain_idx, uid), keep) ||
-      !DomainDb().GetExists(FormatStatement(kHasOwnRole, domain_idx, uid), has_own_role) ||
-      !DomainDb().Query<Columns<Uid, Text>>(FormatStatement(kSelectGroupRole, domain_idx, uid),
+  if (!DomainDb().Query<UserColumns>(Sql(kSelectUser, domain_idx, uid), keep) ||
+      !DomainDb().GetExists(Sql(kHasOwnRole, domain_idx, uid), has_own_role) ||
+      !DomainDb().Query<Columns<Uid, Text>>(Sql(kSelectGroupRole, domain_idx, uid),
                                             [&](unsigned int /*uid*/, std::string&& role) {
                                               is_member = true;
                                               group_role = std::move(role);
@@ -177,7 +219,30 @@ bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainU
 
 bool GetNextAlias(const std::string& from, std::string& alias) {
   alias.clear();
-  return DomainDb().GetText(FormatStatement(kSelectNextAlias, from.c_str()), 0, alias);
+  return DomainDb().GetText(Sql(kSelectNextAlias, from), 0, alias);
+}
+
+bool FindAliases(const std::string& user_name, AliasesByDomain& aliases) {
+  AliasesByDomain found;
+  const auto keep = [&found](const Cells& row) {
+    if (IsIndex(row, 0)) {
+      found[row.Int(0)].push_back(row.Text(1));
+    }
+  };
+  if (!CanLookUp() ||
+      !DomainDb().TryForEachRow(Sql(kFindAliases, user_name, user_name, user_name), keep)) {
+    return false;
+  }
+  aliases.swap(found);
+  return true;
+}
+
+bool FindAddresses(unsigned int uid, std::vector<std::string>& addresses) {
+  return FindAddressesWith(Sql(kFindAddresses, uid), addresses);
+}
+
+bool FindAddresses(const std::string& user_name, std::vector<std::string>& addresses) {
+  return FindAddressesWith(Sql(kFindAddressesOfName, user_name, user_name, user_name), addresses);
 }
 
 bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
@@ -191,10 +256,23 @@ bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
   return search.AddHolders(wanted) && search.List(users);
 }
 
+bool ListNonAsciiAliases(int domain_idx, std::vector<std::string>& aliases) {
+  return DomainDb().Append<Columns<Text>>(Sql(kSelectNonAscii, domain_idx), aliases);
+}
+
+bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
+                 std::vector<std::string>& aliases) {
+  return InPieces(uids, [&](const std::vector<unsigned int>& some) {
+    return DomainDb().Append<Columns<Text>>(Sql(kSelectAliases, domain_idx, JsonList(some)),
+                                            aliases);
+  });
+}
+
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
                             std::vector<std::pair<int, unsigned int>>& roles) {
-  return DomainDb().Append<Columns<Int, Uid>>(
-      FormatSql(kSelectRolesOfGroups, BASE::Join(uids, ",").c_str()), roles);
+  return InPieces(uids, [&](const std::vector<unsigned int>& some) {
+    return DomainDb().Append<Columns<Int, Uid>>(Sql(kSelectRolesOfGroups, JsonList(some)), roles);
+  });
 }
 
 HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)
@@ -240,14 +318,12 @@ bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& a
     return true;
   }
   const auto gather = [&](unsigned int uid) { _Gather(domain_idx, uid); };
-  const std::vector<std::string> lists = ValueLists(unknown);
-  const bool is_read = std::all_of(lists.begin(), lists.end(), [&](const std::string& list) {
-    return DomainDb().Query<Columns<Uid>>(FormatSql(kSelectHolders, list.c_str(), domain_idx),
-                                          gather);
+  const bool is_read = InPieces(unknown, [&](const std::vector<std::string>& some) {
+    return DomainDb().Query<Columns<Uid>>(Sql(kSelectHolders, JsonList(some), domain_idx), gather);
   });
   // What reads as the empty text.
-  return is_read && (!has_empty || DomainDb().Query<Columns<Uid>>(
-                                       FormatStatement(kSelectWithoutAlias, domain_idx), gather));
+  return is_read && (!has_empty ||
+                     DomainDb().Query<Columns<Uid>>(Sql(kSelectWithoutAlias, domain_idx), gather));
 }
 
 bool HolderSearch::AddHolders(const std::vector<RECORD::DomainUserAlias>& aliases) {
@@ -284,7 +360,7 @@ bool HolderSearch::AddFlagged() {
   return takes_all_ ||
          std::all_of(domain_idxs_.begin(), domain_idxs_.end(), [this](int domain_idx) {
            return DomainDb().Query<Columns<Uid>>(
-               FormatStatement(kSelectFlagged, domain_idx),
+               Sql(kSelectFlagged, domain_idx),
                [this, domain_idx](unsigned int uid) { _Gather(domain_idx, uid); });
          });
 }
@@ -298,9 +374,7 @@ bool HolderSearch::AddConnected() {
     unconnected_.clear();
     for (const auto& [domain_idx, uids] : by_domain) {
       std::vector<std::string> aliases;
-      if (!DomainDb().Append<Columns<Text>>(
-              FormatSql(kSelectAliases, domain_idx, BASE::Join(uids, ",").c_str()), aliases) ||
-          !_AddHolders(domain_idx, aliases)) {
+      if (!ListAliases(domain_idx, uids, aliases) || !_AddHolders(domain_idx, aliases)) {
         return false;
       }
     }

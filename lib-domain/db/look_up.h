@@ -6,6 +6,7 @@
 #ifndef LIB_DOMAIN_DB_LOOK_UP_H
 #define LIB_DOMAIN_DB_LOOK_UP_H
 
+#include <map>
 #include <set>
 #include <string>
 #include <unordered_set>
@@ -42,6 +43,22 @@ MDOMAIN_EXPORT bool GetNextAlias(const std::string& from, std::string& alias);
 // DomainUser::ListHolders does.
 MDOMAIN_EXPORT bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
                                   std::vector<RECORD::DomainUser>& users);
+
+// Adds the aliases of the domain that are not of printing ASCII alone.
+bool ListNonAsciiAliases(int domain_idx, std::vector<std::string>& aliases);
+// What asks once for all domains. False, with nothing logged and nothing added, when the connection
+// has no such index or the database cannot be read: asking for each domain tells why.
+//
+// The aliases of a user, by domain in stored order, as DomainUser::GetUserAliases gives them for
+// each.
+using AliasesByDomain = std::map<int, std::vector<std::string>>;
+bool FindAliases(const std::string& user_name, AliasesByDomain& aliases);
+// The addresses of a user at the domains' own names, the primary domain first, the others by index.
+bool FindAddresses(unsigned int uid, std::vector<std::string>& addresses);
+bool FindAddresses(const std::string& user_name, std::vector<std::string>& addresses);
+// Adds the aliases of these users in the domain.
+bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
+                 std::vector<std::string>& aliases);
 
 // Adds the roles of these users, in all domains, that were given when the account was added
 // automatically and that a group gives as well, as (domain, uid).

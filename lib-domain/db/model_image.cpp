@@ -3,8 +3,10 @@
 #include "lib-domain/db/model_image.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <limits>
+#include <numeric>
 #include <string_view>
 
 #include "lib-domain/db/handler.h"
@@ -72,60 +74,95 @@ uint64_t Mix(uint64_t number) {
   return number ^ (number >> 31U);
 }
 
-// Equal for what is equal without ASCII case in one domain. Never 0.
+// Equal for what is equal without ASCII case in one domain.
 uint64_t HashOf(int domain_idx, std::string_view alias) {
   uint64_t hash = Mix(static_cast<uint64_t>(domain_idx) + 1);
   for (const char c : alias) {
     const auto byte = static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
     hash = (hash ^ byte) * 0x100000001B3U;
   }
-  return Mix(hash) | 1U;
+  return Mix(hash);
 }
 
-// The first place of each hash. Two texts of one hash only look like equal ones, which costs a
-// look at their users.
-class FirstHolders {
+// As SortOnce, for many numbers that differ in a few of their bytes only.
+void SortPlacesOnce(std::vector<uint64_t>& places) {
+  constexpr unsigned kByteBits = 8;
+  constexpr size_t kValues = 256;
+  uint64_t differing = 0;
+  for (const uint64_t place : places) {
+    differing |= place ^ places.front();
+  }
+  std::vector<uint64_t> sorted(places.size());
+  for (unsigned shift = 0; shift < 64; shift += kByteBits) {
+    if ((differing >> shift) % kValues == 0) {
+      continue;
+    }
+    std::array<size_t, kValues + 1> begins{};
+    for (const uint64_t place : places) {
+      ++begins[(place >> shift) % kValues + 1];
+    }
+    std::partial_sum(begins.begin(), begins.end(), begins.begin());
+    for (const uint64_t place : places) {
+      sorted[begins[(place >> shift) % kValues]++] = place;
+    }
+    places.swap(sorted);
+  }
+  places.erase(std::unique(places.begin(), places.end()), places.end());
+}
+
+// A set of bits by hash, as many as keep those few apart that have no twin.
+class BitSet {
  public:
-  // The place that has the hash already, or null.
-  const uint64_t* Find(uint64_t hash, uint64_t place) {
-    if (count_ * 2 >= slots_.size()) {
-      _Grow();
+  BitSet(size_t count, size_t bits_per_value) {
+    while (words_.size() * kBits < count * bits_per_value) {
+      words_.resize(words_.size() * 2);
     }
-    Slot& slot = _SlotOf(hash);
-    if (slot.hash == hash) {
-      return &slot.place;
-    }
-    slot = {hash, place};
-    ++count_;
-    return nullptr;
+  }
+  bool Has(uint64_t hash) const { return (words_[_WordOf(hash)] >> (hash % kBits) & 1U) != 0; }
+  // Whether it was there before.
+  bool Set(uint64_t hash) {
+    const bool was_there = Has(hash);
+    words_[_WordOf(hash)] |= uint64_t{1} << (hash % kBits);
+    return was_there;
   }
 
  private:
-  struct Slot {
-    uint64_t hash = 0;
-    uint64_t place = 0;
-  };
-
-  Slot& _SlotOf(uint64_t hash) {
-    size_t at = (hash >> 1U) & (slots_.size() - 1);
-    while (slots_[at].hash != 0 && slots_[at].hash != hash) {
-      at = (at + 1) & (slots_.size() - 1);
-    }
-    return slots_[at];
-  }
-  void _Grow() {
-    std::vector<Slot> old(std::max<size_t>(1024, slots_.size() * 2));
-    old.swap(slots_);
-    for (const Slot& slot : old) {
-      if (slot.hash != 0) {
-        _SlotOf(slot.hash) = slot;
-      }
-    }
-  }
-
-  std::vector<Slot> slots_;
-  size_t count_ = 0;
+  static constexpr size_t kBits = 64;
+  size_t _WordOf(uint64_t hash) const { return hash / kBits & (words_.size() - 1); }
+  std::vector<uint64_t> words_ = std::vector<uint64_t>(1);
 };
+
+// Calls `use(i)` for each hash that stands there more than once. A table of all
+// would be ten times as large: bits tell which few may have a twin, and these are looked for.
+template <typename Use>
+void ForEachTwin(const std::vector<uint64_t>& hashes, const Use& use) {
+  BitSet seen(hashes.size(), 16);
+  std::vector<uint64_t> repeated;
+  for (const uint64_t hash : hashes) {
+    if (seen.Set(hash)) {
+      repeated.push_back(hash);
+    }
+  }
+  std::sort(repeated.begin(), repeated.end());
+  BitSet suspected(repeated.size(), 64);
+  for (const uint64_t hash : repeated) {
+    suspected.Set(hash >> 32U);
+  }
+  std::vector<std::pair<uint64_t, size_t>> found;
+  for (size_t i = 0; i < hashes.size(); ++i) {
+    if (suspected.Has(hashes[i] >> 32U) &&
+        std::binary_search(repeated.begin(), repeated.end(), hashes[i])) {
+      found.emplace_back(hashes[i], i);
+    }
+  }
+  std::sort(found.begin(), found.end());
+  for (size_t i = 0; i < found.size(); ++i) {
+    if ((i > 0 && found[i - 1].first == found[i].first) ||
+        (i + 1 < found.size() && found[i + 1].first == found[i].first)) {
+      use(found[i].second);
+    }
+  }
+}
 
 }  // namespace
 
@@ -137,25 +174,23 @@ ModelImage ModelImage::Read() {
 }
 
 bool ModelImage::_ReadAliases() {
-  FirstHolders first_holders;
+  std::vector<uint64_t> hashes;
   const bool is_read = ReadRows(kAliases, [&](const Statement& row) {
     int domain_idx = 0;
     unsigned int uid = 0;
     if (!ReadId(row, 0, domain_idx) || !ReadId(row, 1, uid)) {
       return false;
     }
-    const Place place = PlaceOf(domain_idx, uid);
-    const uint64_t* const other = first_holders.Find(HashOf(domain_idx, row.Text(3)), place);
-    if (other != nullptr) {
-      in_question_.push_back(UidOf(*other));
-    }
-    if (other != nullptr || !row.IsInteger(2) || row.Int64(2) != 0) {
+    if (!row.IsInteger(2) || row.Int64(2) != 0) {
       in_question_.push_back(uid);
     }
-    holders_.push_back(place);
+    hashes.push_back(HashOf(domain_idx, row.View(3)));
+    holders_.push_back(PlaceOf(domain_idx, uid));
     return true;
   });
-  SortOnce(holders_);
+  // Two texts of one hash only look like equal ones, which costs a look at their users.
+  ForEachTwin(hashes, [this](size_t alias) { in_question_.push_back(UidOf(holders_[alias])); });
+  SortPlacesOnce(holders_);
   SortOnce(in_question_);
   return is_read;
 }
@@ -292,20 +327,38 @@ std::optional<Uids> ModelImage::_WorkOutReached(int domain_idx) const {
   return reached;
 }
 
-bool ModelImage::_HasRole(Place holder) const {
-  const auto own =
-      std::lower_bound(own_roles_.begin(), own_roles_.end(), holder,
-                       [](const OwnRole& role, Place place) { return role.place < place; });
-  if (own != own_roles_.end() && own->place == holder) {
-    return own->has_role;
+// Calls `use(place, has_role)` for whoever has aliases, from `first` on, until it answers false.
+// Roles and holders are in one order.
+template <typename Use>
+void ModelImage::_WalkHolders(Place first, const Use& use) const {
+  auto own = std::lower_bound(own_roles_.begin(), own_roles_.end(), first,
+                              [](const OwnRole& role, Place place) { return role.place < place; });
+  auto holder = std::lower_bound(holders_.begin(), holders_.end(), first);
+  while (holder != holders_.end()) {
+    const int domain_idx = DomainOf(*holder);
+    const Uids& reached = _UsersOfGroupRoles(domain_idx);
+    auto member = std::lower_bound(reached.begin(), reached.end(), UidOf(*holder));
+    for (; holder != holders_.end() && DomainOf(*holder) == domain_idx; ++holder) {
+      while (own != own_roles_.end() && own->place < *holder) {
+        ++own;
+      }
+      while (member != reached.end() && *member < UidOf(*holder)) {
+        ++member;
+      }
+      const bool has_role = own != own_roles_.end() && own->place == *holder
+                                ? own->has_role
+                                : member != reached.end() && *member == UidOf(*holder);
+      if (!use(*holder, has_role)) {
+        return;
+      }
+    }
   }
-  const Uids& reached = _UsersOfGroupRoles(DomainOf(holder));
-  return std::binary_search(reached.begin(), reached.end(), UidOf(holder));
 }
 
 bool ModelImage::HasUsersWithoutRole() const {
-  return !std::all_of(holders_.begin(), holders_.end(),
-                      [this](Place holder) { return _HasRole(holder); });
+  bool have_all = true;
+  _WalkHolders(0, [&](Place /*holder*/, bool has_role) { return have_all = has_role; });
+  return !have_all;
 }
 
 bool ModelImage::HasRolesThatGroupsGive() const {
@@ -320,12 +373,12 @@ bool ModelImage::HasRolesThatGroupsGive() const {
 
 Uids ModelImage::UsersOf(int domain_idx) const {
   Uids uids;
-  for (auto holder = std::lower_bound(holders_.begin(), holders_.end(), PlaceOf(domain_idx, 0));
-       holder != holders_.end() && DomainOf(*holder) == domain_idx; ++holder) {
-    if (_HasRole(*holder)) {
-      uids.push_back(UidOf(*holder));
+  _WalkHolders(PlaceOf(domain_idx, 0), [&](Place holder, bool has_role) {
+    if (has_role && DomainOf(holder) == domain_idx) {
+      uids.push_back(UidOf(holder));
     }
-  }
+    return DomainOf(holder) == domain_idx;
+  });
   return uids;
 }
 

@@ -77,7 +77,8 @@ class ModelImage {
   const Uids& _WorkOutMembers(int domain_idx) const;
   std::optional<Uids> _WorkOutReached(int domain_idx) const;
   const Uids& _UsersOfGroupRoles(int domain_idx) const;
-  bool _HasRole(Place holder) const;
+  template <typename Use>
+  void _WalkHolders(Place first, const Use& use) const;
 
   bool is_known_ = false;
   std::vector<Place> holders_;

@@ -17,6 +17,7 @@ constexpr const char* kHasTable =
     "'mdomain_notice_table')";
 constexpr const char* kInsert =
     "INSERT OR IGNORE INTO mdomain_notice_table SELECT value FROM json_each('[%q]')";
+constexpr const char* kInsertOne = "INSERT OR IGNORE INTO mdomain_notice_table VALUES(%u)";
 constexpr const char* kSelect = "SELECT uid FROM mdomain_notice_table ORDER BY uid";
 constexpr const char* kDelete = "DELETE FROM mdomain_notice_table";
 
@@ -32,7 +33,11 @@ INTERNAL::Database Notice::_DomainDb() const {
 bool Notice::Add(const std::vector<unsigned int>& uids) {
   StatementBatch batch;
   if (!uids.empty()) {
-    batch.Add(kCreateTable);
+    batch.AddKept(kCreateTable);
+  }
+  if (uids.size() == 1) {
+    batch.AddKept(Sql(kInsertOne, uids.front()));
+  } else if (!uids.empty()) {
     batch.AddWithIds(kInsert, uids);
   }
   return _DomainDb().Run(batch, "fail to insert mdomain_notice_table");
@@ -46,7 +51,7 @@ bool Notice::List(std::vector<unsigned int>& uids) {
 
 bool Notice::DeleteAll() {
   StatementBatch batch;
-  batch.Add(kDelete);
+  batch.AddKept(kDelete);
   return _DomainDb().Run(batch, "fail to delete mdomain_notice_table");
 }
 

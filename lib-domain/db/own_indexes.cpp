@@ -39,6 +39,10 @@ constexpr Index kIndexes[] = {
      "instr(group_name, '\\') > 0"},
     {"mdomain_alias", "domain_user_alias_table(account_alias COLLATE NOCASE, domain_idx)"},
     // The few that are not plain.
+    {"mdomain_administrator",
+     "domain_user_role_table(domain_idx, uid) WHERE role = 'domain_admin'"},
+    {"mdomain_alias_not_ascii",
+     "domain_user_alias_table(domain_idx) WHERE account_alias GLOB '*[^ -~]*'"},
     {"mdomain_flagged_alias",
      "domain_user_alias_table(domain_idx, is_duplicated) WHERE is_duplicated > 0"},
 };

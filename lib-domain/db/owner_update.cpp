@@ -150,7 +150,15 @@ bool Write(sqlite3* db, const Table& table, const Difference& difference) {
                      });
 }
 
-bool HasOwnerAndMode(const std::string& path) {
+// The first column of the first row, or -1.
+int Number(sqlite3* db, const char* sql) {
+  Statement statement(db, sql);
+  return statement.Step() == SQLITE_ROW ? statement.Int(0) : -1;
+}
+
+}  // namespace
+
+bool IsOwnRegistryFile(const std::string& path) {
   struct stat info {};
   uid_t uid = 0;
   gid_t gid = 0;
@@ -160,13 +168,9 @@ bool HasOwnerAndMode(const std::string& path) {
          info.st_gid == gid;
 }
 
-// The first column of the first row, or -1.
-int Number(sqlite3* db, const char* sql) {
-  Statement statement(db, sql);
-  return statement.Step() == SQLITE_ROW ? statement.Int(0) : -1;
+bool IsOwnRegistry(sqlite3* registry) {
+  return Number(registry, kCountOwn) == 1;
 }
-
-}  // namespace
 
 bool UpdateOwners(const std::string& path, const std::vector<RECORD::DomainPart>& domains,
                   const std::vector<RECORD::LocalPart>& local_parts, int built_from) {
@@ -174,7 +178,7 @@ bool UpdateOwners(const std::string& path, const std::vector<RECORD::DomainPart>
   std::vector<Row> wanted_local_parts;
   Connection registry;
   if (!Sort(domains, wanted_domains) || !Sort(local_parts, wanted_local_parts) ||
-      !HasOwnerAndMode(path) ||
+      !IsOwnRegistryFile(path) ||
       registry.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) != SQLITE_OK) {
     return false;
   }
@@ -182,7 +186,7 @@ bool UpdateOwners(const std::string& path, const std::vector<RECORD::DomainPart>
   Transaction transaction(db, Transaction::Kind::kWrite);
   Difference of_domains;
   Difference of_local_parts;
-  if (transaction.Begun() != SQLITE_OK || Number(db, kCountOwn) != 1 ||
+  if (transaction.Begun() != SQLITE_OK || !IsOwnRegistry(db) ||
       !Compare<RECORD::DomainPart>(db, kDomains, wanted_domains, of_domains) ||
       !Compare<RECORD::LocalPart>(db, kLocalParts, wanted_local_parts, of_local_parts)) {
     return false;

@@ -7,6 +7,8 @@
 
 #include "lib-domain/record/address_part.h"
 
+struct sqlite3;
+
 namespace MDOMAIN::DB::INTERNAL {
 
 // Makes the rows of the registry at `path`, and the state that it remembers (user_version), those
@@ -16,6 +18,11 @@ namespace MDOMAIN::DB::INTERNAL {
 // differs, or a text holds a zero byte.
 bool UpdateOwners(const std::string& path, const std::vector<RECORD::DomainPart>& domains,
                   const std::vector<RECORD::LocalPart>& local_parts, int built_from);
+
+// Whether a registry as the store makes it stands at the path, a file with its owner and mode, and
+// whether the open file is one: then it may be written where it lies.
+bool IsOwnRegistryFile(const std::string& path);
+bool IsOwnRegistry(sqlite3* registry);
 
 }  // namespace MDOMAIN::DB::INTERNAL
 

@@ -2,17 +2,33 @@
 
 #include <sqlite3.h>
 
+#include "lib-domain/db/sql.h"
+#include "platform/include/batch_scope.h"
+
 namespace MDOMAIN::DB {
 
 ReadScope::ReadScope(DomainDBHandler* handler) {
-  if (handler == nullptr || handler->is_pinned_ || !handler->FollowFile()) {
+  if (handler != nullptr && handler->FollowFile()) {
+    _Begin(handler);
+  }
+}
+
+ReadScope::ReadScope() {
+  DomainDBHandler* const handler = DomainDBHandler::_singleDomainDBHandler;
+  if (handler != nullptr && handler->getDB() != nullptr &&
+      (handler->is_pinned_ || BatchScope::IsAnyOpen() || !handler->isReplaced())) {
+    _Begin(handler);
+  }
+}
+
+void ReadScope::_Begin(DomainDBHandler* handler) {
+  is_in_force_ = true;
+  if (handler->is_pinned_) {
     return;
   }
   handler_ = handler;
   handler_->is_pinned_ = true;
-  sqlite3* const db = handler_->getDB();
-  has_begun_ = sqlite3_get_autocommit(db) != 0 &&
-               sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
+  has_begun_ = sqlite3_get_autocommit(handler_->getDB()) != 0 && _Run("BEGIN");
 }
 
 ReadScope::~ReadScope() {
@@ -20,10 +36,14 @@ ReadScope::~ReadScope() {
     return;
   }
   handler_->is_pinned_ = false;
-  sqlite3* const db = handler_->getDB();
-  if (has_begun_ && sqlite3_get_autocommit(db) == 0) {
-    sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+  if (has_begun_ && sqlite3_get_autocommit(handler_->getDB()) == 0) {
+    _Run("COMMIT");
   }
+}
+
+bool ReadScope::_Run(const char* sql) {
+  INTERNAL::StatementLoan loan(handler_->kept_, handler_->getDB(), INTERNAL::Sql(sql));
+  return loan.Get().Run();
 }
 
 }  // namespace MDOMAIN::DB

@@ -13,12 +13,21 @@ namespace MDOMAIN::DB {
 class ReadScope {
  public:
   explicit ReadScope(DomainDBHandler* handler);  // null: does nothing
+  // Of the process-wide handler. Where that is not open, or another file has taken the place of its
+  // own, each read is of a moment of its own: it opens what it needs, and says why it cannot.
+  ReadScope();
   ~ReadScope();
+  // Whether reads are of one moment until the end of this one.
+  bool IsInForce() const { return is_in_force_; }
   ReadScope(const ReadScope&) = delete;
   ReadScope& operator=(const ReadScope&) = delete;
 
  private:
+  void _Begin(DomainDBHandler* handler);
+  bool _Run(const char* sql);
+
   DomainDBHandler* handler_ = nullptr;  // while this is the scope that pins it
+  bool is_in_force_ = false;
   bool has_begun_ = false;
 };
 

@@ -24,6 +24,9 @@ class Reader {
   bool ForEachRow(const char* sql,
                   const std::function<void(const korvmailserver::Statement& row)>& use) const;
 
+  // The connection; null for a missing file.
+  sqlite3* Get() const { return connection_.Get(); }
+
  private:
   std::string path_;
   korvmailserver::Connection connection_;

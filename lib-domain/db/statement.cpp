@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <iterator>
+#include <map>
 
 #include "platform/include/sqlite.h"
 
@@ -13,6 +14,23 @@ namespace {
 
 // Room for everything of a statement that is not its id list.
 constexpr size_t kHeadSize = 4096;
+
+// `format` with what `text_of` gives in the place of each value that stands alone.
+template <typename TextOf>
+std::string Replace(const char* format, const TextOf& text_of) {
+  constexpr std::string_view kValues[] = {"'%q'", "'%d'", "'%u'", "%d", "%u"};
+  std::string text;
+  for (std::string_view rest = format; !rest.empty();) {
+    const auto* const value =
+        std::find_if(std::begin(kValues), std::end(kValues), [rest](std::string_view candidate) {
+          return rest.substr(0, candidate.size()) == candidate;
+        });
+    const bool is_value = value != std::end(kValues);
+    text += is_value ? text_of(*value) : std::string(1, rest.front());
+    rest.remove_prefix(is_value ? value->size() : 1);
+  }
+  return text;
+}
 
 }  // namespace
 
@@ -41,18 +59,19 @@ std::string EscapeQuery(const std::string& query) {
 }
 
 std::string WithParameters(const char* format) {
-  constexpr std::string_view kValues[] = {"'%q'", "'%d'", "'%u'", "%d", "%u"};
-  std::string text;
-  for (std::string_view rest = format; !rest.empty();) {
-    const auto* const value =
-        std::find_if(std::begin(kValues), std::end(kValues), [rest](std::string_view candidate) {
-          return rest.substr(0, candidate.size()) == candidate;
-        });
-    const bool is_value = value != std::end(kValues);
-    text += is_value ? '?' : rest.front();
-    rest.remove_prefix(is_value ? value->size() : 1);
+  return Replace(format, [](std::string_view /*value*/) { return "?"; });
+}
+
+std::string WithValues(const char* format, const std::vector<std::string>& values) {
+  auto next = values.begin();
+  std::string statement = Replace(format, [&](std::string_view value) {
+    const std::string quote = value.front() == '\'' ? "'" : "";
+    return quote + korvmailserver::FormatSql("%q", (next++)->c_str()) + quote;
+  });
+  if (statement.size() >= kStatementSize) {
+    statement.clear();
   }
-  return text;
+  return statement;
 }
 
 template <typename Id>
@@ -69,6 +88,65 @@ std::vector<std::string> JoinIdsInPieces(const std::vector<Id>& ids) {
     pieces.back() += text;
   }
   return pieces;
+}
+
+std::string JsonList(const std::vector<unsigned int>& ids) {
+  std::string list;
+  for (const unsigned int id : ids) {
+    list += (list.empty() ? '[' : ',') + std::to_string(id);
+  }
+  return ids.empty() ? "[]" : list + "]";
+}
+
+std::string JsonList(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts) {
+    list += list.empty() ? "[\"" : ",\"";
+    for (const char* c = text.c_str(); *c != '\0'; ++c) {
+      const auto byte = static_cast<unsigned char>(*c);
+      if (byte < ' ') {
+        list += korvmailserver::FormatSql("\\u%04x", byte);
+      } else {
+        list.append(*c == '"' || *c == '\\' ? "\\" : "").push_back(*c);
+      }
+    }
+    list += '"';
+  }
+  return texts.empty() ? "[]" : list + "]";
+}
+
+const char* FormatOfOne(const char* format) {
+  constexpr std::string_view kList = "(%q)";
+  static std::map<const char*, std::string> made;
+  std::string& of_one = made[format];
+  if (of_one.empty()) {
+    of_one = format;
+    const size_t list = of_one.find(kList);
+    if (list != std::string::npos) {
+      of_one.replace(list, kList.size(), "(%d)");
+    }
+  }
+  return of_one.find("%q") == std::string::npos && of_one != format ? of_one.c_str() : nullptr;
+}
+
+void StatementBatch::AddKept(const Sql& sql) {
+  fits_ = fits_ && sql.Fits();
+  const auto run = [sql, place = kept_](sqlite3* db) {
+    StatementLoan loan(*place, db, sql);
+    if (loan.Get().IsPrepared()) {
+      sql.Bind(loan.Get());
+    }
+    int result = loan.Get().Step();
+    while (result == SQLITE_ROW) {
+      result = loan.Get().Step();
+    }
+    if (result == SQLITE_DONE) {
+      return SQLITE_OK;
+    }
+    loan.Spoil();
+    return result;
+  };
+  steps_.push_back({sql.Text(), run});
 }
 
 template std::vector<std::string> JoinIdsInPieces(const std::vector<int>& ids);

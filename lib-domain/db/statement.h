@@ -4,12 +4,16 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "lib-domain/base/progress.h"
+#include "lib-domain/db/sql.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/sqlite.h"
 
@@ -32,10 +36,21 @@ std::string EscapeQuery(const std::string& query);
 template <typename Id>
 std::vector<std::string> JoinIdsInPieces(const std::vector<Id>& ids);
 
+// The list as one value, for "IN (SELECT value FROM json_each(...))" in a constant statement. Texts
+// end at their first zero byte.
+std::string JsonList(const std::vector<unsigned int>& ids);
+std::string JsonList(const std::vector<std::string>& texts);
+
 // `format` with a parameter in the place of each value that stands alone: '%q', '%d', '%u', and %d
 // and %u without quotes. Where a column has an affinity, a bound number is stored and compared as
 // the same number in quotes is.
 std::string WithParameters(const char* format);
+// `format` with the values in those places, as FormatStatement writes them.
+std::string WithValues(const char* format, const std::vector<std::string>& values);
+
+// `format` with one number in the place of its list of ids, "(%q)"; null where that is not its only
+// text. It lives as long as the process.
+const char* FormatOfOne(const char* format);
 
 // The writes of one operation, in order; Database::Run runs them.
 class StatementBatch {
@@ -48,6 +63,33 @@ class StatementBatch {
     };
     steps_.push_back({std::move(statement), run});
   }
+  // A statement with values in the places of "?1", "?2", wherever they stand.
+  void AddBound(std::string statement, std::vector<std::string> values) {
+    fits_ = fits_ && !statement.empty();
+    const auto run = [statement, values = std::move(values)](sqlite3* db) {
+      bool answer = false;
+      return _RunBound(db, statement, values, answer);
+    };
+    steps_.push_back({std::move(statement), run});
+  }
+  // Such a statement where `question`, one of "SELECT EXISTS" with the same values, is answered
+  // yes; else `otherwise`, which has none.
+  void AddEither(const std::string& question, std::string statement, std::string otherwise,
+                 std::vector<std::string> values) {
+    fits_ = fits_ && !question.empty() && !statement.empty();
+    const auto run = [question, statement, otherwise = std::move(otherwise),
+                      values = std::move(values)](sqlite3* db) {
+      bool answer = false;
+      const int result = _RunBound(db, question, values, answer);
+      bool none = false;
+      return result != SQLITE_OK ? result
+             : answer            ? _RunBound(db, statement, values, none)
+                                 : _RunBound(db, otherwise, {}, none);
+    };
+    steps_.push_back({std::move(statement), run});
+  }
+  // A constant statement with its values, which the connection keeps compiled for the next batch.
+  void AddKept(const Sql& sql);
   // For each of the records, which must outlive the batch, the statement that FormatStatement makes
   // of `format` and the tuple of numbers and texts that `values_of(record)` gives, each a value
   // that stands alone. It is compiled once.
@@ -63,11 +105,20 @@ class StatementBatch {
   // A statement whose last argument ("%q") is a list of ids, as often as JoinIdsInPieces needs.
   template <typename Id, typename... Arguments>
   void AddWithIds(const char* format, const std::vector<Id>& ids, Arguments... before) {
+    if constexpr ((std::is_integral_v<Arguments> && ...)) {
+      const char* const of_one = ids.size() == 1 ? FormatOfOne(format) : nullptr;
+      if (of_one != nullptr) {
+        AddKept(Sql(of_one, before..., ids.front()));
+        return;
+      }
+    }
     for (const std::string& piece : JoinIdsInPieces(ids)) {
       Add(FormatStatement(format, before..., piece.c_str()));
     }
   }
 
+  // Where AddKept keeps statements; else they are compiled for this run.
+  void KeepIn(const std::shared_ptr<KeptStatements>& kept) const { *kept_ = kept; }
   // Whether no statement was too long.
   bool Fits() const { return fits_; }
   const std::vector<SqlStep>& Steps() const { return steps_; }
@@ -115,13 +166,28 @@ class StatementBatch {
     return result == SQLITE_DONE ? SQLITE_OK : result;
   }
 
+  // Its last row, if any, gives the answer.
+  static int _RunBound(sqlite3* db, const std::string& text, const std::vector<std::string>& values,
+                       bool& answer) {
+    korvmailserver::Statement statement(db, text);
+    for (size_t i = 0; i < values.size(); ++i) {
+      statement.Bind(static_cast<int>(i) + 1, values[i]);
+    }
+    int result = statement.Step();
+    for (; result == SQLITE_ROW; result = statement.Step()) {
+      answer = statement.Int(0) != 0;
+    }
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+  }
+
   template <typename Record, typename Values, typename IsWanted>
   void _AddEach(const char* format, const std::vector<Record>& records, const Values& values_of,
                 const IsWanted& is_wanted) {
     if (records.size() < kFewRecords) {
       for (const Record& record : records) {
         if (is_wanted(record)) {
-          Add(_Format(format, values_of(record)));
+          AddKept(std::apply([format](const auto&... values) { return Sql(format, values...); },
+                             values_of(record)));
         }
       }
       return;
@@ -138,12 +204,14 @@ class StatementBatch {
     }
     const auto run = [format, &records, values_of, is_wanted](sqlite3* db) {
       korvmailserver::Statement statement(db, WithParameters(format));
+      BASE::Progress progress("writing rows", records.size());
       int result = SQLITE_OK;
       for (auto record = records.begin(); record != records.end() && result == SQLITE_OK;
            ++record) {
         if (is_wanted(*record)) {
           result = _RunWith(statement, values_of(*record));
         }
+        progress.Step();
       }
       return result;
     };
@@ -154,6 +222,9 @@ class StatementBatch {
   static constexpr size_t kFewRecords = 8;
 
   std::vector<SqlStep> steps_;
+  // Where the steps find it when they run.
+  std::shared_ptr<std::shared_ptr<KeptStatements>> kept_ =
+      std::make_shared<std::shared_ptr<KeptStatements>>(std::make_shared<KeptStatements>());
   bool fits_ = true;
 };
 

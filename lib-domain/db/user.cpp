@@ -5,6 +5,7 @@
 
 #include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/database.h"
+#include "lib-domain/db/mirror_batch.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {
@@ -39,12 +40,12 @@ INTERNAL::Database User::_DomainDb() const {
 }
 
 bool User::GetUID(const std::string& name, unsigned int& uid) {
-  return _DomainDb().Query<Columns<Uid>>(FormatStatement(kSelectByName, name.c_str()),
+  return _DomainDb().Query<Columns<Uid>>(Sql(kSelectByName, name),
                                          [&uid](unsigned int stored) { uid = stored; });
 }
 
 bool User::GetName(const unsigned int& uid, std::string& name) {
-  return _DomainDb().GetText(FormatStatement(kSelectUser, uid), kNameColumn, name);
+  return _DomainDb().GetText(Sql(kSelectUser, uid), kNameColumn, name);
 }
 
 bool User::GetNames(const std::vector<unsigned int>& uids,
@@ -59,14 +60,18 @@ bool User::GetNames(const std::vector<unsigned int>& uids,
 }
 
 bool User::FindBelongingGroups(const unsigned int& uid, std::vector<unsigned int>& gids) {
-  return _DomainDb().Append<Columns<Gid>>(FormatStatement(kSelectGroups, uid), gids);
+  return _DomainDb().Append<Columns<Gid>>(Sql(kSelectGroups, uid), gids);
+}
+
+void INTERNAL::AddUsers(const std::vector<RECORD::User>& users, StatementBatch& batch) {
+  batch.AddValid(kInsert, users, [](const RECORD::User& user) {
+    return std::make_tuple(user.GetUID(), user.GetUserName());
+  });
 }
 
 bool User::Create(const std::vector<RECORD::User>& users) {
   StatementBatch batch;
-  batch.AddValid(kInsert, users, [](const RECORD::User& user) {
-    return std::make_tuple(user.GetUID(), user.GetUserName());
-  });
+  AddUsers(users, batch);
   return _DomainDb().Run(batch, "fail to insert user_table");
 }
 
@@ -87,7 +92,7 @@ bool User::Delete(const std::vector<unsigned int>& uids) {
 // The answer is not handed out: programs that link this operation have always been told false.
 bool User::IsExists(const RECORD::User& user) {
   bool exists = false;
-  _DomainDb().GetExists(FormatStatement(kExists, user.GetUID()), exists);
+  _DomainDb().GetExists(Sql(kExists, user.GetUID()), exists);
   return false;
 }
 

@@ -21,7 +21,7 @@ namespace MDOMAIN::DB {
 
 namespace INTERNAL {
 class Database;
-}
+}  // namespace INTERNAL
 
 class MDOMAIN_EXPORT User {
  public:

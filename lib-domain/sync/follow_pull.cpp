@@ -20,6 +20,8 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/model_difference.h"
 #include "lib-domain/db/schema.h"
+#include "lib-domain/sync/node_publication.h"
+#include "lib-domain/sync/postfix_maps.h"
 #include "lib-domain/sync/pull_hooks.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/files.h"
@@ -64,6 +66,13 @@ std::vector<PulledFile> ListReplaced(const PullReport& report) {
                  return file.result == PullResult::kReplaced || file.result == PullResult::kRemoved;
                });
   return files;
+}
+
+// The maps of this machine are made from its copy of the model.
+// Besides the model they follow from the alias table and some keys; nothing is written where
+// nothing differs.
+bool MakePostfixMaps() {
+  return !HasPostfixMaps() || MakePulledPostfixMaps();
 }
 
 bool AddNoticedUids(Uids& uids) {
@@ -158,6 +167,10 @@ bool FollowPull(const PullStart& start, const PullReport& report,
     postara::sdk::Unlink(PATHS::ModelBeforePull());
     return true;
   }
+  const bool are_maps_made = MakePostfixMaps();
+  if (!are_maps_made) {
+    failures.emplace_back("the maps for Postfix could not be made; those of before are in place");
+  }
   Uids uids;
   const bool are_uids_known = ListChangedUids(start, report, uids);
   if (!are_uids_known) {
@@ -170,10 +183,10 @@ bool FollowPull(const PullStart& start, const PullReport& report,
   }
   const bool is_hooked = INTERNAL::RunPullHooks(
       report.version, WriteReport(start, report, files, are_uids_known, uids), failures);
-  if (are_uids_known && is_flagged) {
+  if (are_maps_made && are_uids_known && is_flagged) {
     postara::sdk::Unlink(PATHS::ModelBeforePull());
   }
-  return are_uids_known && is_flagged && is_hooked;
+  return are_maps_made && are_uids_known && is_flagged && is_hooked;
 }
 
 }  // namespace MDOMAIN::UTILS

@@ -1,5 +1,6 @@
 // What a machine does after what other machines publish took the place of its files and keys: it
-// flags the users whose addresses changed, and runs the administrator's own programs.
+// makes the maps for Postfix where it has some, flags the users whose addresses changed, and runs
+// the administrator's own programs.
 //
 //   PullStart start;
 //   start.is_unfinished = IsPullUnfinished();
@@ -33,9 +34,10 @@ MDOMAIN_EXPORT bool BeforePull(PullStart& start);
 // Call it after every PullPublication, also after one that failed: what was replaced before the
 // failure is followed. Nothing happens where nothing changed and nothing was left unfinished.
 //
-// First it makes the flag files (_TouchSMTPChangedUIDsFlags) of the users whose addresses differ
-// between the two models: another alias, flag or role, another name of their domain; of everybody
-// with an address where there was no model or it cannot be compared. Those of the key
+// First it makes the maps for Postfix from a model that was replaced, where this machine has such
+// maps. Then it makes the flag files (_TouchSMTPChangedUIDsFlags) of the users whose addresses
+// differ between the two models: another alias, flag or role, another name of their domain; of
+// everybody with an address where there was no model or it cannot be compared. Those of the key
 // "smtp_changed_uids" are among them when that changed.
 //
 // Then it runs the programs in /etc/mailserver-domain/hooks/after-pull.d, below the root prefix, in
@@ -51,8 +53,8 @@ MDOMAIN_EXPORT bool BeforePull(PullStart& start);
 // unfinished pull all three are null. What a program writes goes to the log.
 //
 // False when something failed; `failures` gets a sentence for each ("the hook PATH ended with
-// status 2"), and each is a log line. The others are done all the same. Flags that could not be
-// made are made by the next call; a program that failed is not run again for this pull.
+// status 2"), and each is a log line. The others are done all the same. Maps and flags that could
+// not be made are made by the next call; a program that failed is not run again for this pull.
 MDOMAIN_EXPORT bool FollowPull(const PullStart& start, const korvmailserver::PullReport& report,
                                std::vector<std::string>& failures);
 

@@ -4,6 +4,7 @@
 #define LIB_DOMAIN_SYNC_MIRROR_DIFFERENCE_H
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -54,9 +55,26 @@ inline std::vector<unsigned int> Sorted(std::vector<unsigned int> ids) {
   }
   return ids;
 }
-inline bool Holds(const std::vector<unsigned int>& sorted, unsigned int id) {
-  return std::binary_search(sorted.begin(), sorted.end(), id);
-}
+
+// Looks ids up in a sorted list. Whoever asks in that order, as accounts and their mirror mostly
+// stand, gets the answer from where the last one was found.
+class SortedIds {
+ public:
+  explicit SortedIds(std::vector<unsigned int> ids) : ids_(Sorted(std::move(ids))) {}
+  bool Holds(unsigned int id) {
+    if (next_ == ids_.size() || ids_[next_] != id) {
+      const auto found = std::lower_bound(ids_.begin(), ids_.end(), id);
+      next_ = static_cast<size_t>(found - ids_.begin());
+    }
+    const bool is_found = next_ < ids_.size() && ids_[next_] == id;
+    next_ += is_found ? 1 : 0;
+    return is_found;
+  }
+
+ private:
+  std::vector<unsigned int> ids_;
+  size_t next_ = 0;
+};
 
 template <typename Record>
 struct MirrorDifference {
@@ -68,19 +86,23 @@ struct MirrorDifference {
 // All lists are in the order of their input. When the accounts are incomplete, nothing may be
 // deleted: the caller drops `deleted_ids` then.
 template <typename Record>
-MirrorDifference<Record> CompareWithMirror(const std::vector<Record>& accounts,
+MirrorDifference<Record> CompareWithMirror(std::vector<Record> accounts,
                                            const std::vector<unsigned int>& mirrored_ids) {
   MirrorDifference<Record> difference;
-  const std::vector<unsigned int> known = Sorted(mirrored_ids);
-  const std::vector<unsigned int> found = Sorted(IdsOf(accounts));
-  for (const Record& account : accounts) {
-    (Holds(known, IdOf(account)) ? difference.updated : difference.created).push_back(account);
-  }
+  SortedIds known(mirrored_ids);
+  SortedIds found(IdsOf(accounts));
   for (const unsigned int id : mirrored_ids) {
-    if (!Holds(found, id)) {
+    if (!found.Holds(id)) {
       difference.deleted_ids.push_back(id);
     }
   }
+  const auto created =
+      std::stable_partition(accounts.begin(), accounts.end(),
+                            [&known](const Record& account) { return known.Holds(IdOf(account)); });
+  difference.created.assign(std::make_move_iterator(created),
+                            std::make_move_iterator(accounts.end()));
+  accounts.erase(created, accounts.end());
+  difference.updated = std::move(accounts);
   return difference;
 }
 
@@ -89,6 +111,7 @@ MirrorDifference<Record> CompareWithMirror(const std::vector<Record>& accounts,
 inline std::vector<RenamedUser> FindRenamed(const std::vector<RECORD::User>& known,
                                             const std::vector<RECORD::User>& mirrored) {
   std::vector<std::pair<unsigned int, size_t>> accounts;
+  accounts.reserve(known.size());
   for (size_t i = 0; i < known.size(); ++i) {
     if (known[i].IsValid()) {
       accounts.emplace_back(known[i].GetUID(), i);
@@ -98,13 +121,18 @@ inline std::vector<RenamedUser> FindRenamed(const std::vector<RECORD::User>& kno
     std::sort(accounts.begin(), accounts.end());
   }
   std::vector<RenamedUser> renamed;
+  auto next = accounts.begin();  // where the row's account stands when both are in order
   for (const RECORD::User& row : mirrored) {
-    auto account = std::upper_bound(accounts.begin(), accounts.end(),
-                                    std::make_pair(row.GetUID(), known.size()));
-    if (account != accounts.begin() && (--account)->first == row.GetUID() &&
-        known[account->second].GetUserName() != row.GetUserName()) {
-      renamed.push_back(
-          {row.GetUID(), row.GetUserName(), known[account->second].GetUserName(), {}});
+    if (next == accounts.end() || next->first != row.GetUID()) {
+      next = std::lower_bound(accounts.begin(), accounts.end(),
+                              std::make_pair(row.GetUID(), size_t{0}));
+    }
+    const RECORD::User* account = nullptr;
+    for (; next != accounts.end() && next->first == row.GetUID(); ++next) {
+      account = &known[next->second];
+    }
+    if (account != nullptr && account->GetUserName() != row.GetUserName()) {
+      renamed.push_back({row.GetUID(), row.GetUserName(), account->GetUserName(), {}});
     }
   }
   return renamed;

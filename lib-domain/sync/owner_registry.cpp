@@ -16,6 +16,7 @@
 #include "lib-domain/db/email_owner.h"
 #include "lib-domain/db/owner_update.h"
 #include "lib-domain/db/reader.h"
+#include "lib-domain/sync/owner_content.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
@@ -42,15 +43,7 @@ std::string Key(const std::string& text, int domain_idx) {
   return std::to_string(domain_idx) + "/" + BASE::ToLowerAscii(text);
 }
 
-void AddName(const std::string& name, int domain_idx, OwnerRegistryContent& content) {
-  content.domains.emplace_back(name, domain_idx);
-  std::string other;
-  if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) >= 0 && other != name) {
-    content.domains.emplace_back(other, domain_idx);
-  }
-}
-
-bool CollectDomains(OwnerRegistryContent& content, std::vector<int>& domain_idxs) {
+bool CollectDomains(std::vector<RECORD::DomainPart>& found, std::vector<int>& domain_idxs) {
   std::vector<RECORD::Domain> domains;
   std::map<int, std::vector<std::string>> names;
   if (!DB::Domain().ListNames(domains) || !CONTROL::Domain().ListAllAdditionalDomains(names)) {
@@ -58,9 +51,9 @@ bool CollectDomains(OwnerRegistryContent& content, std::vector<int>& domain_idxs
   }
   for (const RECORD::Domain& domain : domains) {
     domain_idxs.push_back(domain.GetDomainIdx());
-    AddName(domain.GetDomainName(), domain.GetDomainIdx(), content);
+    AddDomainName(domain.GetDomainName(), domain.GetDomainIdx(), found);
     for (const std::string& name : names[domain.GetDomainIdx()]) {
-      AddName(name, domain.GetDomainIdx(), content);
+      AddDomainName(name, domain.GetDomainIdx(), found);
     }
   }
   return true;
@@ -71,7 +64,8 @@ void AddAliases(const std::vector<RECORD::DomainUser>& users, bool flagged,
                 std::unordered_set<std::string>& seen, OwnerRegistryContent& content) {
   for (const RECORD::DomainUser& user : users) {
     for (const auto& [alias, duplicated] : user.GetAliasDuplicatedPairs()) {
-      if (duplicated == flagged && seen.insert(Key(alias, user.GetDomainIdx())).second) {
+      if (!user.GetRole().empty() && duplicated == flagged &&
+          seen.insert(Key(alias, user.GetDomainIdx())).second) {
         content.local_parts.emplace_back(alias, user.GetDomainIdx(), user.GetUserName());
       }
     }
@@ -89,14 +83,16 @@ void Sort(std::vector<RECORD::LocalPart>& parts) {
 enum class Collected { kAll, kUnclear, kFailed };
 
 // With one read, row by row. kUnclear where the listing's own order of users, which is not that of
-// their uids, decides: an address is unflagged twice, a flag is neither 0 nor 1, or somebody has
-// addresses in one of the domains and no role there.
+// their uids, decides: an address is unflagged twice, or a flag is neither 0 nor 1.
 Collected CollectAliases(const std::vector<int>& domain_idxs, OwnerRegistryContent& content) {
   using Flag = DB::DomainUser::AliasFlag;
   std::unordered_set<std::string> seen;
   std::vector<RECORD::LocalPart> flagged;
   bool is_clear = true;
   const auto keep = [&](int domain_idx, std::string&& user_name, std::string&& alias, Flag flag) {
+    if (flag == Flag::kNoRole) {
+      return true;
+    }
     is_clear = flag != Flag::kOther &&
                (flag == Flag::kFlagged || seen.insert(Key(alias, domain_idx)).second);
     if (is_clear) {
@@ -198,13 +194,36 @@ class WriterLock {
 
 }  // namespace
 
+void AddDomainName(const std::string& name, int domain_idx,
+                   std::vector<RECORD::DomainPart>& names) {
+  names.emplace_back(name, domain_idx);
+  std::string other;
+  if (KORV::POSTARA_SERVER::ConvertToPunycodeOrUTF8(name, other) >= 0 && other != name) {
+    names.emplace_back(other, domain_idx);
+  }
+}
+
+bool CollectDomainNames(std::vector<RECORD::DomainPart>& names) {
+  std::vector<int> domain_idxs;
+  return CollectDomains(names, domain_idxs);
+}
+
+bool CollectOwnersOf(const std::vector<int>& domain_idxs, std::vector<RECORD::LocalPart>& owners,
+                     bool& is_clear) {
+  OwnerRegistryContent content;
+  const Collected collected = CollectAliases(domain_idxs, content);
+  is_clear = collected == Collected::kAll;
+  owners.insert(owners.end(), content.local_parts.begin(), content.local_parts.end());
+  return collected != Collected::kFailed;
+}
+
 bool CollectOwners(OwnerRegistryContent& content) {
   content = OwnerRegistryContent();
   if (!DB::GetChangeCounter(content.built_from)) {  // first: a change in between makes it stale
     return false;
   }
   std::vector<int> domain_idxs;
-  if (!CollectDomains(content, domain_idxs)) {
+  if (!CollectDomains(content.domains, domain_idxs)) {
     LOG_ERROR("Failed to List domains");
     return false;
   }

@@ -22,8 +22,8 @@ struct OwnerRegistryContent {
 };
 
 // What the registry should hold now: every name of every domain in both spellings, and every alias
-// of every domain user once, with the owner whose alias is not flagged when several want it. False
-// with one log line when the domain database cannot be read.
+// of every user with a role in the domain once, with the owner whose alias is not flagged when
+// several want it. False with one log line when the domain database cannot be read.
 MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 
 // Makes `content` the registry at `path`, so that a reader sees the old or the new one, whole, also

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <optional>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
@@ -15,6 +16,7 @@
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/published_model.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/node_publication.h"
@@ -30,6 +32,7 @@ namespace {
 
 using KORV::POSTARA_SERVER::KORVMailNodeCluster;
 using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
+using korvmailserver::KeyStoreView;
 
 constexpr const char* kDomainsKey = "virtual_multiple_domain";
 constexpr const char* kPrimaryKey = "smtp_main_domain";
@@ -52,13 +55,11 @@ bool SetKey(const std::string& key, const std::string& value) {
   return true;
 }
 
-bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
+using NamesByDomain = std::map<int, std::vector<std::string>>;
+
+bool SetKeysTogether(const std::vector<RECORD::Domain>& domains, NamesByDomain& names_by_domain,
                      const std::vector<std::string>& entries, const std::string& primary_name,
                      const std::string& settings_owner) {
-  std::map<int, std::vector<std::string>> names_by_domain;
-  if (!CONTROL::Domain().ListAllAdditionalDomains(names_by_domain)) {
-    return false;
-  }
   std::vector<std::pair<std::string, std::string>> keys;
   for (const RECORD::Domain& domain : domains) {
     const int domain_idx = domain.GetDomainIdx();
@@ -77,6 +78,7 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains,
 
 bool Updater::Trigger() {
   const korvmailserver::PublicationScope publication;
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   if (!KORVMailNodeCluster::isClusterHealth(1)) {
     LOG_WARNING("Cluster is not health, so don't do trigger");
     return true;
@@ -87,27 +89,33 @@ bool Updater::Trigger() {
     return false;
   }
   ModelStanding standing;
+  std::optional<DB::ReadScope> of_one_moment(std::in_place);
   // A model that cannot be read is left to the steps, which say so.
   const bool is_known = ReadModelStanding(standing);
   if (is_known && !empty_publication_allowed_ && standing.WouldEmpty()) {
     LOG_ERROR("Nothing is published: %s", standing.Reason().c_str());
     return false;
   }
+  std::string version;
+  const bool is_version_known = DB::INTERNAL::GetDataVersion(version);
+  of_one_moment.reset();
   settings_owner_ = is_known ? OwnerOfOutsideSettings(standing) : DB::INTERNAL::ModelFileName(path);
-  return _PublishNewest(path) && PublishNodeFiles();
+  return _PublishNewest(path, is_version_known, version) && PublishNodeFiles();
 }
 
 // What is published is the newest state when nobody has committed another one meanwhile. A model
-// that others keep changing is locked against them for the last attempt.
-bool Updater::_PublishNewest(const std::string& path) {
+// that others keep changing is locked against them for the last attempt. `version`: of the model
+// at a moment before.
+bool Updater::_PublishNewest(const std::string& path, bool is_known, std::string version) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    std::string before;
     std::string after;
-    const bool is_known = DB::INTERNAL::GetDataVersion(before);
+    if (attempt > 0) {
+      is_known = DB::INTERNAL::GetDataVersion(version);
+    }
     if (!_PublishModel(path)) {
       return false;
     }
-    if (!is_known || (DB::INTERNAL::GetDataVersion(after) && before == after)) {
+    if (!is_known || (DB::INTERNAL::GetDataVersion(after) && version == after)) {
       return true;
     }
   }
@@ -133,6 +141,7 @@ bool Updater::_PublishModel(const std::string& path) {
 }
 
 bool Updater::_ToRedis() {
+  std::optional<DB::ReadScope> of_one_moment(std::in_place);
   std::vector<RECORD::Domain> domains;
   if (!DB::Domain().ListNames(domains)) {
     LOG_ERROR("Failed to List domains");
@@ -148,8 +157,12 @@ bool Updater::_ToRedis() {
     entries.push_back(std::to_string(domain.GetDomainIdx()) + "/" + domain.GetDomainName());
     keep_keys.push_back(AdditionalKey(domain.GetDomainIdx()));
   }
-  if (!SetKeysTogether(domains, entries, primary_name, settings_owner_) &&
-      !_SetKeysOneByOne(domains, entries, primary_name)) {
+  NamesByDomain names_by_domain;
+  const bool are_known = CONTROL::Domain().ListAllAdditionalDomains(names_by_domain);
+  of_one_moment.reset();
+  const bool are_set = are_known && SetKeysTogether(domains, names_by_domain, entries, primary_name,
+                                                    settings_owner_);
+  if (!are_set && !_SetKeysOneByOne(domains, entries, primary_name)) {
     return false;
   }
   if (!_RemoveUnusedRedisKey(keep_keys)) {

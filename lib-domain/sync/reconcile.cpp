@@ -2,6 +2,7 @@
 #include "lib-domain/sync/reconcile.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -12,6 +13,7 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/notice.h"
 #include "lib-domain/db/published_model.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/reconcile_registry.h"
 #include "platform/include/domain_setting.h"
@@ -22,6 +24,7 @@ namespace MDOMAIN::UTILS {
 namespace {
 
 using CONTROL::INTERNAL::OutsideSetting;
+using korvmailserver::KeyStoreView;
 
 std::string DomainText(int domain_idx) {
   return "domain " + std::to_string(domain_idx);
@@ -95,7 +98,8 @@ ReconcileItem Departures() {
   const auto mend = [](const ReconcileModel& /*model*/) {
     return CONTROL::INTERNAL::FinishDepartures();
   };
-  return {"settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend};
+  return {
+      "settings of those who left", DatabasePath(), ReconcileScope::kEachChange, list, mend, true};
 }
 
 ReconcileItem Notices() {
@@ -111,8 +115,12 @@ ReconcileItem Notices() {
   const auto mend = [](const ReconcileModel& /*model*/) {
     return CONTROL::INTERNAL::SendNotices();
   };
-  return {"notices of changed addresses", PATHS::ChangedUserDir(), ReconcileScope::kEachChange,
-          list, mend};
+  return {"notices of changed addresses",
+          PATHS::ChangedUserDir(),
+          ReconcileScope::kEachChange,
+          list,
+          mend,
+          true};
 }
 
 bool ListUnsettled(const ReconcileModel& model, std::set<int>& domain_idxs) {
@@ -166,9 +174,35 @@ ReconcileItem Vanished(const OutsideSetting& setting) {
   return {setting.name, setting.place(), ReconcileScope::kEachChange, list, mend};
 }
 
-// Whether the item differed and was mended; throws nothing.
-ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) {
+// They are made from what is published as well.
+ReconcileItem BccMaps() {
+  const auto list = [](const ReconcileModel& model, Differences& differences) {
+    bool are_old = false;
+    const bool is_read = model.are_settings_foreign || CONTROL::INTERNAL::AreBccMapsOld(are_old);
+    if (are_old) {
+      differences.emplace_back(
+          "the maps of blind copies are older than the rules or the addresses");
+    }
+    return is_read;
+  };
+  const auto mend = [](const ReconcileModel& /*model*/) {
+    return CONTROL::INTERNAL::MakeBccMaps();
+  };
+  return {"maps of blind copies", PATHS::TargetEtcDir(), ReconcileScope::kEachChange, list, mend};
+}
+
+using ModelRead = std::optional<DB::ReadScope>;
+
+// Whether the item differed and was mended; throws nothing. Items that read the model one after the
+// other read it at once.
+ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model,
+                        ModelRead& of_one_moment) {
   Differences differences;
+  if (!item.lists_model) {
+    of_one_moment.reset();
+  } else if (!of_one_moment) {
+    of_one_moment.emplace();
+  }
   if (!item.list(model, differences)) {
     return ReconcileResult::kFailed;
   }
@@ -178,6 +212,8 @@ ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model) 
   for (const std::string& difference : differences) {
     LOG_NOTICE("reconcile: %s, place: [%s]", difference.c_str(), item.place.c_str());
   }
+  of_one_moment.reset();
+  const KeyStoreView each_read_anew(KeyStoreView::Kind::kCurrent);
   return item.mend(model) ? ReconcileResult::kMended : ReconcileResult::kFailed;
 }
 
@@ -189,7 +225,10 @@ std::vector<ReconcileItem> ReconcileItems() {
   for (const OutsideSetting& setting : CONTROL::INTERNAL::OutsideSettings()) {
     items.push_back(Vanished(setting));
   }
+  items.push_back(BccMaps());
+  items.push_back(INTERNAL::ChangedAddressesItem());
   items.push_back(INTERNAL::OwnerRegistryItem());
+  items.push_back(INTERNAL::PostfixMapsItem());
   return items;
 }
 
@@ -207,22 +246,28 @@ bool ReadReconcileModel(ReconcileModel& model) {
 }
 
 ReconcileResult Reconcile(ReconcileScope scope) {
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   ReconcileModel model;
   if (!ReadReconcileModel(model)) {
     return ReconcileResult::kFailed;
   }
   ReconcileResult result = ReconcileResult::kNothingToDo;
+  bool is_left = false;
+  ModelRead of_one_moment;
   for (const ReconcileItem& item : ReconcileItems()) {
     if (item.scope == ReconcileScope::kFull && scope != ReconcileScope::kFull) {
       continue;
     }
-    const ReconcileResult of_item = RunItem(item, model);
+    const ReconcileResult of_item = RunItem(item, model, of_one_moment);
     if (of_item == ReconcileResult::kFailed) {
       LOG_ERROR("Failed to reconcile the %s, place: [%s]", item.name.c_str(), item.place.c_str());
     }
     result = std::max(result, of_item);
+    // Nothing else would say that the maps, which are files of this machine, are old.
+    is_left =
+        is_left || (of_item == ReconcileResult::kFailed && item.place == PATHS::TargetEtcDir());
   }
-  if (result == ReconcileResult::kFailed &&
+  if (result == ReconcileResult::kFailed && !is_left &&
       !KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {
     LOG_WARNING(
         "The key store is not healthy, what could not be reconciled is left to the next run");

@@ -43,6 +43,8 @@ struct ReconcileItem {
   std::function<bool(const ReconcileModel&, Differences&)> list;
   // Makes it right; called when something differs. False when something is left, with a log line.
   std::function<bool(const ReconcileModel&)> mend;
+  // `list` reads the domain database and the key store, and nothing else.
+  bool lists_model = false;
 };
 
 // The items in the order in which they run.

@@ -1,4 +1,4 @@
-// The registry of address owners as an item of the reconcile step.
+// The registry of address owners as items of the reconcile step.
 #ifndef LIB_DOMAIN_SYNC_RECONCILE_REGISTRY_H
 #define LIB_DOMAIN_SYNC_RECONCILE_REGISTRY_H
 
@@ -6,9 +6,14 @@
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
+// Follows changes that are on record (sync/follow_addresses.h) and were not followed at once.
+ReconcileItem ChangedAddressesItem();
+
 // Builds the registry anew when it was built from the domain database before and that changed
 // since. A registry that another program fills is left alone.
 ReconcileItem OwnerRegistryItem();
+// The maps where they were made once.
+ReconcileItem PostfixMapsItem();
 
 }  // namespace MDOMAIN::UTILS::INTERNAL
 

@@ -1,4 +1,5 @@
 // The mirror brought in line with the account system: create, then update, then delete.
+#include <utility>
 #include <vector>
 
 #include "lib-domain/accounts/account_source.h"
@@ -134,15 +135,15 @@ bool RefreshMirror(const Words& words, bool (*get_accounts)(std::vector<Record>&
     LOG_ERROR("Failed to list %ss", words.noun);
     return found.Fail(std::string("the ") + words.noun + "s of the mirror could not be read");
   }
-  auto difference = INTERNAL::CompareWithMirror(accounts, INTERNAL::IdsOf(mirrored));
+  found.count = accounts.size();
+  auto difference = INTERNAL::CompareWithMirror(std::move(accounts), INTERNAL::IdsOf(mirrored));
   SpareSome(words, limit, mirrored, found, difference.deleted_ids);
   created = difference.created;
   FindRenamed(difference.updated, mirrored, renamed);
-  found.count = accounts.size();
   found.mirrored_count = mirrored.size();
   found.new_names = INTERNAL::NamesOf(created);
   found.deleted_ids = difference.deleted_ids;
-  LOG_NOTICE(kFound, accounts.size(), words.noun, mirrored.size(), words.noun, created.size(),
+  LOG_NOTICE(kFound, found.count, words.noun, mirrored.size(), words.noun, created.size(),
              words.noun, BASE::Join(found.new_names, ", ").c_str(), difference.updated.size(),
              words.noun, difference.deleted_ids.size(), words.id,
              BASE::Join(difference.deleted_ids, ", ").c_str());

@@ -69,8 +69,13 @@ bool _TouchSMTPChangedUIDsFlags(const std::vector<unsigned int>& uids) {
     return false;
   }
   bool ok = true;
-  for (unsigned int uid : SortedOnce(uids)) {
-    const std::string path = folder + std::to_string(uid);
+  std::vector<std::string> names;
+  for (const unsigned int uid : SortedOnce(uids)) {
+    names.push_back(std::to_string(uid));
+  }
+  // One by one, for what a failure says.
+  for (const std::string& name : korvmailserver::TouchAll(folder, names)) {
+    const std::string path = folder + name;
     if (KLIBCFileTouch(path.c_str()) < 0) {
       LOG_ERROR("Failed to KLIBCFileTouch, path: [%s]", path.c_str());
       ok = false;

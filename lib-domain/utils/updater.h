@@ -170,7 +170,7 @@ class MDOMAIN_EXPORT Updater {
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups);
   bool _Fail(int domain_idx, const std::string& reason);
-  bool _PublishNewest(const std::string& path);
+  bool _PublishNewest(const std::string& path, bool is_known, std::string version);
   bool _PublishModel(const std::string& path);
   bool _ToRedis();
   bool _SetKeysOneByOne(const std::vector<RECORD::Domain>& domains,

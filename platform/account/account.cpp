@@ -236,4 +236,28 @@ AccountSnapshot::~AccountSnapshot() {
   account::LeaveSnapshot();
 }
 
+FewAccounts::FewAccounts() {
+  account::EnterFew();
+}
+
+FewAccounts::~FewAccounts() {
+  account::LeaveFew();
+}
+
+void FewAccounts::Expect(const std::vector<std::string>& names) {
+  if (account::IsFewOpen()) {
+    SourceInForce()->Expect(names);
+  }
+}
+
+bool ListMemberUsers(AUTH_TYPE type, const std::vector<std::string>& groups,
+                     std::vector<KORVUser>& users) {
+  std::vector<UserRow> rows;
+  if (type != AUTH_LOCAL || !SourceFor(type, nullptr)->ListMemberUsers(groups, rows)) {
+    return false;
+  }
+  std::move(rows.begin(), rows.end(), std::back_inserter(users));
+  return true;
+}
+
 }  // namespace korvmailserver

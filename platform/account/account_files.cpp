@@ -216,6 +216,7 @@ IdRanges ParseLoginDefs(const std::string& bytes) {
 }
 
 void ParsePasswd(const AccountFile& file, const IdRanges& ranges, UserTable& users) {
+  users.Expect(static_cast<size_t>(std::count(file.bytes.begin(), file.bytes.end(), '\n')));
   ForEachEntry(file, [&](const Line& line) {
     if (line.is_damaged()) {
       users.CutShort(line.Where() + line.damage);

@@ -16,6 +16,7 @@
 
 #include "platform/account/account_field.h"
 #include "platform/include/text.h"
+#include "platform/system/fold_case.h"
 
 namespace korvmailserver::account {
 
@@ -25,6 +26,7 @@ constexpr size_t kChunk = 64;           // bytes that one mask describes
 constexpr size_t kBlockBytes = 131072;  // stays in the processor's cache
 constexpr size_t kShortestLine = 7;     // "a:x:0:\n"
 constexpr size_t kMostMembers = 4096;   // above it the tables are faster
+constexpr size_t kWindowBytes = 4096;
 constexpr size_t kMaxNameBytes = 255;
 
 // Bits of the bytes of one chunk.
@@ -316,6 +318,9 @@ inline void FileScan::Add(std::string_view name, unsigned int id, unsigned int g
   if (kind_ == FileKind::kPasswd) {
     gids_.push_back(gid);
   }
+  if (!IsSurelyFolded(name)) {
+    unfolded_.push_back(static_cast<uint32_t>(offsets_.size()));
+  }
   offsets_.push_back(static_cast<uint32_t>(offset));
 }
 
@@ -402,19 +407,32 @@ std::vector<size_t> FileScan::OfGroup(unsigned int gid) const {
   return users;
 }
 
-bool FileScan::ReadLine(size_t entry, std::string& line) const {
-  for (size_t size = 256;; size *= 2) {
-    line.resize(size);
-    const ssize_t count = pread(fd_, line.data(), size, static_cast<off_t>(offsets_[entry]));
-    const size_t end = line.find('\n');
-    if (count > 0 && end < static_cast<size_t>(count)) {
-      line.resize(end);
-      return true;
+bool FileScan::ReadLine(size_t entry, std::string_view& line) const {
+  const size_t begin = offsets_[entry];
+  const auto is_in_window = [&] {
+    if (begin < window_begin_ || begin - window_begin_ >= window_.size()) {
+      return false;
     }
-    if (count != static_cast<ssize_t>(size)) {
+    const size_t at = begin - window_begin_;
+    const size_t end = window_.find('\n', at);
+    line = std::string_view(window_).substr(at, end == std::string::npos ? 0 : end - at);
+    return end != std::string::npos;
+  };
+  for (size_t size = kWindowBytes; !is_in_window(); size *= 2) {
+    window_.resize(size);
+    window_begin_ = begin;
+    const ssize_t count = pread(fd_, window_.data(), size, static_cast<off_t>(begin));
+    window_.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    if (window_.size() < size && window_.find('\n') == std::string::npos) {
       return false;
     }
   }
+  return true;
+}
+
+bool FileScan::HasIdWithin(unsigned int lowest, unsigned int highest) const {
+  return std::any_of(ids_.begin(), ids_.end(),
+                     [=](unsigned int id) { return id >= lowest && id <= highest; });
 }
 
 bool AccountScan::Read(const std::string& passwd, const std::string& group,
@@ -425,7 +443,7 @@ bool AccountScan::Read(const std::string& passwd, const std::string& group,
 
 template <class Row>
 Outcome AccountScan::ReadRow(const FileScan& file, size_t entry, Row& row) const {
-  std::string line;
+  std::string_view line;
   Row read;
   if (!file.ReadLine(entry, line) || !ReadLineOf(WithoutCarriageReturn(line), ranges_, read) ||
       !file.Fits(entry, read.name, IdOf(read))) {
@@ -470,13 +488,26 @@ Outcome AccountScan::FindById(unsigned int gid, GroupRow& row) const {
   return entry == FileScan::kNone ? Outcome::kUnknown : ReadRow(groups_, entry, row);
 }
 
-Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::string>& names) const {
+bool AccountScan::FindAll(const std::vector<std::string>& names, UsersByName& known) const {
+  const std::vector<size_t> entries = users_.FindNames(names);
+  for (size_t i = 0; i < names.size(); i++) {
+    UserRow user;
+    if (entries[i] != FileScan::kNone && ReadRow(users_, entries[i], user) == Outcome::kFailed) {
+      return false;
+    }
+    known[names[i]] = user.name == names[i] ? std::move(user) : UserRow();
+  }
+  return true;
+}
+
+Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::string>& names,
+                                 UsersByName& known) const {
   GroupRow row;
   if (const Outcome outcome = Find(group, row); outcome != Outcome::kFound) {
     return outcome;
   }
   const std::vector<size_t> primary = users_.OfGroup(row.gid);
-  if (row.members.size() + primary.size() > kMostMembers) {
+  if (row.members.size() + primary.size() > kMostMembers || !FindAll(row.members, known)) {
     return Outcome::kFailed;
   }
   std::vector<std::string> members;
@@ -486,27 +517,69 @@ Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::stri
       members.push_back(name);
     }
   };
-  UserRow user;
-  const std::vector<size_t> named = users_.FindNames(row.members);
-  for (size_t i = 0; i < named.size(); i++) {
-    if (named[i] != FileScan::kNone && ReadRow(users_, named[i], user) == Outcome::kFailed) {
-      return Outcome::kFailed;
-    }
-    const bool is_account = named[i] != FileScan::kNone && user.name == row.members[i];
-    if (!is_account || user.listed) {
-      append(row.members[i]);
+  for (const std::string& name : row.members) {
+    const UserRow& user = known.at(name);
+    if (user.name.empty() || user.listed) {
+      append(name);
     }
   }
   for (const size_t entry : primary) {
+    UserRow user;
     if (ReadRow(users_, entry, user) == Outcome::kFailed) {
       return Outcome::kFailed;
     }
     if (user.listed) {
       append(user.name);
     }
+    known[user.name] = user;
   }
   names.insert(names.end(), members.begin(), members.end());
   return Outcome::kFound;
+}
+
+bool AccountScan::FindFolded(const std::vector<std::string>& folded,
+                             std::vector<UserRow>& users) const {
+  const std::vector<uint32_t>& unfolded = users_.Unfolded();
+  if (unfolded.size() > kMostMembers || !users_.HasIdWithin(ranges_.uid_min, ranges_.uid_max)) {
+    return false;
+  }
+  struct First {
+    size_t entry = FileScan::kNone;
+    UserRow user;
+  };
+  std::vector<First> found(folded.size());
+  const auto take = [&](size_t i, size_t entry, UserRow& user) {
+    if (user.listed && entry < found[i].entry) {
+      found[i] = {entry, std::move(user)};
+    }
+  };
+  const std::vector<size_t> exact = users_.FindNames(folded);
+  for (size_t i = 0; i < folded.size(); i++) {
+    UserRow user;
+    if (exact[i] != FileScan::kNone && ReadRow(users_, exact[i], user) == Outcome::kFailed) {
+      return false;
+    }
+    if (user.name == folded[i]) {
+      take(i, exact[i], user);
+    }
+  }
+  for (const size_t entry : unfolded) {
+    UserRow user;
+    if (ReadRow(users_, entry, user) == Outcome::kFailed) {
+      return false;
+    }
+    const std::string name = FoldCase(user.name);
+    const auto at = std::lower_bound(folded.begin(), folded.end(), name);
+    if (at != folded.end() && *at == name) {
+      take(static_cast<size_t>(at - folded.begin()), entry, user);
+    }
+  }
+  for (First& first : found) {
+    if (first.entry != FileScan::kNone) {
+      users.push_back(std::move(first.user));
+    }
+  }
+  return true;
 }
 
 }  // namespace korvmailserver::account

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/account/account_files.h"
@@ -19,7 +20,13 @@
 
 namespace korvmailserver::account {
 
+// Building the tables costs more than so many questions to a scan.
+constexpr int kQuestionsToScan = 200;
+
 enum class FileKind { kPasswd, kGroup };
+
+// What is known of names: an account, or a row without a name where there is none.
+using UsersByName = std::unordered_map<std::string, UserRow>;
 
 // The entries of one file in order, by number.
 class FileScan {
@@ -40,10 +47,15 @@ class FileScan {
   size_t FindId(unsigned int id) const;
   // Users whose primary group it is, in the order of the file.
   std::vector<size_t> OfGroup(unsigned int gid) const;
+  // Those whose names letter case may change, in order.
+  const std::vector<uint32_t>& Unfolded() const { return unfolded_; }
+  // Whether an id lies between these.
+  bool HasIdWithin(unsigned int lowest, unsigned int highest) const;
   // Whether the entry has, or may have, this name and id.
   bool Fits(size_t entry, const std::string& name, unsigned int id) const;
-  // The entry's line without its end. False when it can no longer be read.
-  bool ReadLine(size_t entry, std::string& line) const;
+  // The entry's line without its end, valid until the next call. False when it can no longer be
+  // read.
+  bool ReadLine(size_t entry, std::string_view& line) const;
 
  private:
   class Block;
@@ -60,6 +72,10 @@ class FileScan {
   std::vector<unsigned int> ids_;
   std::vector<unsigned int> gids_;  // primary groups
   std::vector<uint32_t> offsets_;   // of the lines
+  std::vector<uint32_t> unfolded_;
+  // What was read last: lines that are asked for together mostly stand together.
+  mutable std::string window_;
+  mutable size_t window_begin_ = 0;
 };
 
 class AccountScan {
@@ -73,7 +89,14 @@ class AccountScan {
   Outcome Find(const std::string& name, GroupRow& row) const;
   Outcome FindById(unsigned int uid, UserRow& row) const;
   Outcome FindById(unsigned int gid, GroupRow& row) const;
-  Outcome ListMembers(const std::string& group, std::vector<std::string>& names) const;
+  // The accounts among the members are added to `known`, too.
+  Outcome ListMembers(const std::string& group, std::vector<std::string>& names,
+                      UsersByName& known) const;
+  // Adds what is known of these names. False: ask the tables.
+  bool FindAll(const std::vector<std::string>& names, UsersByName& known) const;
+  // Adds the users whom an enumeration hands out first under the folded names, which are in order.
+  // False: ask the tables.
+  bool FindFolded(const std::vector<std::string>& folded, std::vector<UserRow>& users) const;
 
  private:
   template <class Row>

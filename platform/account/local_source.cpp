@@ -10,6 +10,7 @@
 
 #include "platform/account/account_files.h"
 #include "platform/account/account_scan.h"
+#include "platform/account/few_source.h"
 #include "platform/account/source.h"
 #include "platform/include/files.h"
 #include "platform/include/root_path.h"
@@ -30,9 +31,6 @@ AccountPaths FindPaths() {
   return {root + "/etc/passwd", root + "/etc/group", root + "/etc/login.defs"};
 }
 
-// Building the tables costs more than so many questions to a scan.
-constexpr int kQuestionsToScan = 200;
-
 class LocalSource : public TableSource {
  public:
   std::shared_ptr<const UserTable> Users() override { return Refresh() ? users_ : nullptr; }
@@ -52,8 +50,14 @@ class LocalSource : public TableSource {
   Outcome FindById(unsigned int gid, GroupRow& row) override { return FindRowById(gid, row); }
 
   Outcome ListMembers(const std::string& group, std::vector<std::string>& names) override {
-    const Outcome outcome = Scan() ? scan_->ListMembers(group, names) : Outcome::kFailed;
+    UsersByName members;
+    const Outcome outcome = Scan() ? scan_->ListMembers(group, names, members) : Outcome::kFailed;
     return outcome == Outcome::kFailed ? Source::ListMembers(group, names) : outcome;
+  }
+
+  // The tables where they are there.
+  std::shared_ptr<Source> ForFew(const std::shared_ptr<Source>& self) override {
+    return Scan() ? MakeFewSource(self, scan_) : Source::ForFew(self);
   }
 
   void Check(std::vector<AccountCheckStep>& steps) override {
@@ -102,7 +106,7 @@ class LocalSource : public TableSource {
     Restart(paths);
     questions_ = 0;
     std::string login_defs;
-    auto scan = std::make_unique<AccountScan>();
+    auto scan = std::make_shared<AccountScan>();
     if ((!login_defs_.exists || ReadFile(paths.login_defs, login_defs) == 0) &&
         scan->Read(paths.passwd, paths.group, ParseLoginDefs(login_defs))) {
       scan_ = std::move(scan);
@@ -158,7 +162,7 @@ class LocalSource : public TableSource {
   FileStamp passwd_, group_, login_defs_;
   std::shared_ptr<const UserTable> users_;
   std::shared_ptr<const GroupTable> groups_;
-  std::unique_ptr<AccountScan> scan_;
+  std::shared_ptr<const AccountScan> scan_;
   int questions_ = 0;
 };
 

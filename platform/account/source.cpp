@@ -1,5 +1,7 @@
 #include "platform/account/source.h"
 
+#include <algorithm>
+
 #include "platform/system/fold_case.h"
 
 namespace korvmailserver::account {
@@ -27,6 +29,10 @@ Outcome Source::ListMembers(const std::string& group, std::vector<std::string>& 
     return Fail("the members of the group \"" + group + "\" cannot be told: " + why);
   }
   return Outcome::kFound;
+}
+
+std::shared_ptr<Source> Source::ForFew(const std::shared_ptr<Source>& self) {
+  return std::make_shared<SnapshotSource>(self);
 }
 
 Outcome Source::Absent(const std::string& what, const Gaps& gaps) {
@@ -69,6 +75,17 @@ void RefusingSource::Check(std::vector<AccountCheckStep>& steps) {
   steps.push_back({"connect", false, text_});
 }
 
+std::vector<std::string> FoldedOnce(const std::vector<std::string>& names) {
+  std::vector<std::string> folded;
+  folded.reserve(names.size());
+  for (const std::string& name : names) {
+    folded.push_back(FoldCase(name));
+  }
+  std::sort(folded.begin(), folded.end());
+  folded.erase(std::unique(folded.begin(), folded.end()), folded.end());
+  return folded;
+}
+
 void SnapshotSource::Read() {
   if (!std::exchange(read_, true)) {
     tables_ = source_->ReadAll();
@@ -89,6 +106,29 @@ std::shared_ptr<const GroupTable> SnapshotSource::Groups() {
     Fail(std::exchange(tables_.groups_error, {}));
   }
   return tables_.groups;
+}
+
+bool SnapshotSource::ListMemberUsers(const std::vector<std::string>& groups,
+                                     std::vector<UserRow>& users) {
+  Read();
+  const auto& [all, all_groups, users_error, groups_error] = tables_;
+  if (all == nullptr || all_groups == nullptr || !all->complete() || all->listed() == 0) {
+    return false;
+  }
+  std::vector<std::string> names;
+  std::string why;
+  for (const std::string& group : groups) {
+    const GroupRow* row = all_groups->ByName(group);
+    if (row == nullptr || !CollectMembers(*all, *all_groups, *row, names, why)) {
+      return false;
+    }
+  }
+  for (const std::string& folded : FoldedOnce(names)) {
+    if (const UserRow* user = all->FirstListed(folded)) {
+      users.push_back(*user);
+    }
+  }
+  return true;
 }
 
 }  // namespace korvmailserver::account

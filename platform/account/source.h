@@ -58,6 +58,16 @@ class Source {
   virtual Outcome FindById(unsigned int gid, GroupRow& row) = 0;
   // Full names of the members. Here in terms of the two tables.
   virtual Outcome ListMembers(const std::string& group, std::vector<std::string>& names);
+  // See korvmailserver::ListMemberUsers.
+  virtual bool ListMemberUsers(const std::vector<std::string>& /*groups*/,
+                               std::vector<UserRow>& /*users*/) {
+    return false;
+  }
+
+  // A source that answers as this one does now, ready for questions about few accounts.
+  virtual std::shared_ptr<Source> ForFew(const std::shared_ptr<Source>& self);
+  // The full names of users who will be asked about.
+  virtual void Expect(const std::vector<std::string>& /*names*/) {}
 
   // The full name of a short one; a full name stays as it is.
   virtual std::string FullName(const std::string& short_name) const { return short_name; }
@@ -137,6 +147,8 @@ class SnapshotSource : public TableSource {
     return source_->MayBeInternal(name);
   }
   void Check(std::vector<AccountCheckStep>& steps) override { source_->Check(steps); }
+  bool ListMemberUsers(const std::vector<std::string>& groups,
+                       std::vector<UserRow>& users) override;
 
  private:
   void Read();
@@ -145,6 +157,9 @@ class SnapshotSource : public TableSource {
   Tables tables_;
   bool read_ = false;
 };
+
+// The names, letter case folded, each once, in order.
+std::vector<std::string> FoldedOnce(const std::vector<std::string>& names);
 
 std::shared_ptr<Source> MakeLocalSource();
 // `domain` is the account domain of full names; empty for none.

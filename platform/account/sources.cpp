@@ -19,6 +19,7 @@ struct LiveSource {
 struct State {
   std::map<AUTH_TYPE, LiveSource> live;
   int snapshot_depth = 0;
+  int few_depth = 0;
   std::map<AUTH_TYPE, std::shared_ptr<Source>> snapshots;
   std::optional<AUTH_TYPE> type_in_snapshot;
   bool has_settings_in_snapshot = false;
@@ -32,6 +33,10 @@ State& Global() {
   return *state;
 }
 
+bool IsScopeOpen() {
+  return Global().snapshot_depth > 0 || Global().few_depth > 0;
+}
+
 // False and `error` when the host settings are wrong. Read again only when the file has changed; a
 // snapshot, in which every account may be asked about, looks once.
 bool RefreshSettings(std::string& error) {
@@ -41,7 +46,7 @@ bool RefreshSettings(std::string& error) {
   }
   const std::string path = HostSettingsPath();
   if (state.settings_file.Holds(path)) {
-    state.has_settings_in_snapshot = state.snapshot_depth > 0;
+    state.has_settings_in_snapshot = IsScopeOpen();
     return true;
   }
   state.settings_file = FileStamp();
@@ -81,6 +86,20 @@ std::shared_ptr<Source> Make(AUTH_TYPE type, const std::string& domain) {
   }
 }
 
+// What was kept for scopes that have ended.
+void ForgetScope() {
+  State& state = Global();
+  const bool keeps_local = state.few_depth > 0;
+  const std::shared_ptr<Source> local = keeps_local ? state.snapshots[AUTH_LOCAL] : nullptr;
+  state.snapshots.clear();
+  if (keeps_local) {
+    state.snapshots[AUTH_LOCAL] = local;
+  } else {
+    state.type_in_snapshot.reset();
+    state.has_settings_in_snapshot = false;
+  }
+}
+
 std::shared_ptr<Source> LiveSourceFor(AUTH_TYPE type, const char* domain) {
   std::string error;
   if (!RefreshSettings(error)) {
@@ -102,12 +121,14 @@ std::shared_ptr<Source> LiveSourceFor(AUTH_TYPE type, const char* domain) {
 
 std::shared_ptr<Source> SourceFor(AUTH_TYPE type, const char* domain) {
   State& state = Global();
-  if (state.snapshot_depth == 0) {
+  const bool is_of_few = state.few_depth > 0 && type == AUTH_LOCAL;
+  if (state.snapshot_depth == 0 && !is_of_few) {
     return LiveSourceFor(type, domain);
   }
   std::shared_ptr<Source>& snapshot = state.snapshots[type];
   if (snapshot == nullptr) {
-    snapshot = std::make_shared<SnapshotSource>(LiveSourceFor(type, domain));
+    const std::shared_ptr<Source> live = LiveSourceFor(type, domain);
+    snapshot = is_of_few ? live->ForFew(live) : std::make_shared<SnapshotSource>(live);
   }
   return snapshot;
 }
@@ -120,7 +141,7 @@ std::shared_ptr<Source> SourceInForce() {
       return std::make_shared<RefusingSource>("the mail configuration cannot be read");
     }
     const AUTH_TYPE type = ConvertAuthType(text);
-    if (state.snapshot_depth == 0) {
+    if (!IsScopeOpen()) {
       return SourceFor(type, nullptr);
     }
     state.type_in_snapshot = type;
@@ -138,16 +159,29 @@ void EnterSnapshot() {
 }
 
 void LeaveSnapshot() {
-  State& state = Global();
-  if (--state.snapshot_depth == 0) {
-    state.snapshots.clear();
-    state.type_in_snapshot.reset();
-    state.has_settings_in_snapshot = false;
+  if (--Global().snapshot_depth == 0) {
+    ForgetScope();
   }
 }
 
 bool IsSnapshotOpen() {
-  return Global().snapshot_depth > 0;
+  return IsScopeOpen();
+}
+
+void EnterFew() {
+  State& state = Global();
+  (state.few_depth > 0 || state.snapshot_depth == 0 ? state.few_depth : state.snapshot_depth)++;
+}
+
+void LeaveFew() {
+  State& state = Global();
+  if (--(state.few_depth > 0 ? state.few_depth : state.snapshot_depth) == 0) {
+    ForgetScope();
+  }
+}
+
+bool IsFewOpen() {
+  return Global().few_depth > 0;
 }
 
 }  // namespace korvmailserver::account

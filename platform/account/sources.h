@@ -26,7 +26,12 @@ bool IsCalledInternal(const std::string& short_name);
 
 void EnterSnapshot();
 void LeaveSnapshot();
+// Of either kind.
 bool IsSnapshotOpen();
+// The scope of few local accounts, which does nothing when it begins in a snapshot.
+void EnterFew();
+void LeaveFew();
+bool IsFewOpen();
 
 // The files that tell the local accounts: passwd, group, login.defs.
 std::vector<std::string> LocalAccountFiles();

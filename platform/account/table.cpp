@@ -25,17 +25,26 @@ uint32_t HashOf(unsigned int id) {
 }  // namespace
 
 void RowIndex::Add(uint32_t hash, uint32_t row) {
-  if (2 * ++used_ > slots_.size()) {
-    std::vector<Slot> old(slots_.empty() ? 16 : 2 * slots_.size());
-    old.swap(slots_);
-    mask_ = slots_.size() - 1;
-    for (const Slot& slot : old) {
-      if (slot.row != kNone) {
-        Put(slot);
-      }
+  Reserve(++used_);
+  Put({hash, row});
+}
+
+void RowIndex::Reserve(size_t rows) {
+  if (2 * rows <= slots_.size()) {
+    return;
+  }
+  size_t size = std::max<size_t>(16, slots_.size());
+  while (size < 2 * rows) {
+    size *= 2;
+  }
+  std::vector<Slot> old(size);
+  old.swap(slots_);
+  mask_ = slots_.size() - 1;
+  for (const Slot& slot : old) {
+    if (slot.row != kNone) {
+      Put(slot);
     }
   }
-  Put({hash, row});
 }
 
 void RowIndex::Put(Slot slot) {
@@ -59,7 +68,27 @@ uint32_t Table<Row>::RowOfFolded(const std::string& folded) const {
 
 template <class Row>
 uint32_t Table<Row>::RowOfId(unsigned int id) const {
-  return by_id_.Find(HashOf(id), [&](uint32_t row) { return IdOf(rows_[row]) == id; });
+  if (!ids_ascend_) {
+    return by_id_.Find(HashOf(id), [&](uint32_t row) { return IdOf(rows_[row]) == id; });
+  }
+  const auto found =
+      std::lower_bound(rows_.begin(), rows_.end(), id,
+                       [](const Row& row, unsigned int wanted) { return IdOf(row) < wanted; });
+  return found == rows_.end() || IdOf(*found) != id ? RowIndex::kNone
+                                                    : static_cast<uint32_t>(found - rows_.begin());
+}
+
+template <class Row>
+uint32_t Table<Row>::TakeId(unsigned int id, uint32_t row) {
+  if (ids_ascend_ && (row == 0 || IdOf(rows_[row - 1]) < id)) {
+    return RowIndex::kNone;
+  }
+  for (uint32_t earlier = 0; ids_ascend_ && earlier < row; earlier++) {
+    by_id_.Add(HashOf(IdOf(rows_[earlier])), earlier);
+  }
+  ids_ascend_ = false;
+  return by_id_.FindOrAdd(HashOf(id), row,
+                          [&](uint32_t other) { return IdOf(rows_[other]) == id; });
 }
 
 template <class Row>
@@ -69,14 +98,15 @@ uint32_t Table<Row>::RowOfKey(const std::string& key) const {
 
 template <class Row>
 const Row* Table<Row>::Add(Row row) {
-  if (RowOfName(row.name) != RowIndex::kNone) {
+  const auto number = static_cast<uint32_t>(rows_.size());
+  if (by_name_.FindOrAdd(HashOf(row.name), number, [&](uint32_t other) {
+        return rows_[other].name == row.name;
+      }) != RowIndex::kNone) {
     Skip("the name \"" + row.name + "\" stands there more than once", row.name);
     return nullptr;
   }
-  const auto number = static_cast<uint32_t>(rows_.size());
   rows_.push_back(std::move(row));
   Row& added = rows_.back();
-  by_name_.Add(HashOf(added.name), number);
   if (name_case_ == NameCase::kFolded) {
     const std::string folded = FoldCase(added.name);
     if (RowOfFolded(folded) == RowIndex::kNone) {
@@ -86,9 +116,7 @@ const Row* Table<Row>::Add(Row row) {
   if (!added.key.empty() && RowOfKey(added.key) == RowIndex::kNone) {
     by_key_.Add(HashOf(added.key), number);
   }
-  if (RowOfId(IdOf(added)) == RowIndex::kNone) {
-    by_id_.Add(HashOf(IdOf(added)), number);
-  } else if (added.listed) {
+  if (TakeId(IdOf(added), number) != RowIndex::kNone && added.listed) {
     added.listed = false;
     first_shared_ = shared_ids_ == 0 ? added.name : first_shared_;
     shared_ids_++;
@@ -181,7 +209,48 @@ std::vector<const UserRow*> UserTable::OfGroup(unsigned int gid) const {
   return users;
 }
 
+const UserRow* UserTable::FirstListed(const std::string& folded) const {
+  for (; unfolded_rows_ < rows().size(); unfolded_rows_++) {
+    const UserRow& row = rows()[unfolded_rows_];
+    if (row.listed && !IsSurelyFolded(row.name)) {
+      unfolded_.emplace(FoldCase(row.name), static_cast<uint32_t>(unfolded_rows_));
+    }
+  }
+  const auto found = unfolded_.find(folded);
+  const uint32_t first = found == unfolded_.end() ? RowIndex::kNone : found->second;
+  const uint32_t exact = RowOfName(folded);
+  if (exact < first && rows()[exact].listed) {
+    return &rows()[exact];
+  }
+  return first == RowIndex::kNone ? nullptr : &rows()[first];
+}
+
 namespace {
+
+// Which values came before. A few are compared one by one, which is faster than a set.
+template <class Value>
+class SeenBefore {
+ public:
+  // Whether it is the first time.
+  bool Add(const Value& value) {
+    if (many_.empty()) {
+      if (std::find(few_.begin(), few_.end(), value) != few_.end()) {
+        return false;
+      }
+      few_.push_back(value);
+      if (few_.size() > kFew) {
+        many_.insert(few_.begin(), few_.end());
+      }
+      return true;
+    }
+    return many_.insert(value).second;
+  }
+
+ private:
+  static constexpr size_t kFew = 32;
+  std::vector<Value> few_;
+  std::unordered_set<Value> many_;
+};
 
 // One walk over a group and the groups nested in it.
 class MemberWalk {
@@ -201,20 +270,20 @@ class MemberWalk {
 
  private:
   void Enter(const GroupRow& group) {
-    if (entered_.insert(&group).second) {
+    if (entered_.Add(&group)) {
       order_.push_back(&group);
     }
   }
 
-  void Append(const std::string& name) {
-    if (seen_.insert(name).second) {
+  void AppendUnknown(const std::string& name) {
+    if (seen_names_.Add(name)) {
       names_.push_back(name);
     }
   }
 
   void AppendUser(const UserRow& user) {
-    if (user.listed) {
-      Append(user.name);
+    if (user.listed && seen_users_.Add(&user)) {
+      names_.push_back(user.name);
     }
   }
 
@@ -226,7 +295,7 @@ class MemberWalk {
       if (const UserRow* user = users_.ByName(name)) {
         AppendUser(*user);
       } else {
-        Append(name);
+        AppendUnknown(name);
       }
     }
     for (const std::string& key : group.member_keys) {
@@ -277,8 +346,9 @@ class MemberWalk {
   const GroupTable& groups_;
   std::vector<std::string>& names_;
   std::vector<const GroupRow*> order_;
-  std::unordered_set<const GroupRow*> entered_;
-  std::unordered_set<std::string> seen_;
+  SeenBefore<const GroupRow*> entered_;
+  SeenBefore<const UserRow*> seen_users_;
+  SeenBefore<std::string> seen_names_;
 };
 
 }  // namespace

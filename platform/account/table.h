@@ -8,6 +8,7 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -57,6 +58,22 @@ class RowIndex {
     return kNone;
   }
   void Add(uint32_t hash, uint32_t row);
+  // As Find; where there is none, adds `row`.
+  template <class IsIt>
+  uint32_t FindOrAdd(uint32_t hash, uint32_t row, const IsIt& is_it) {
+    Reserve(used_ + 1);
+    size_t at = hash & mask_;
+    for (; slots_[at].row != kNone; at = (at + 1) & mask_) {
+      if (slots_[at].hash == hash && is_it(slots_[at].row)) {
+        return slots_[at].row;
+      }
+    }
+    slots_[at] = {hash, row};
+    used_++;
+    return kNone;
+  }
+  // Makes room for so many rows.
+  void Reserve(size_t rows);
 
  private:
   struct Slot {
@@ -93,6 +110,8 @@ class Table {
   // them is meant is unknown. The first of several with one id counts too; the later ones can be
   // looked up by name only. Null when the row was not taken.
   const Row* Add(Row row);
+  // Before the first row: about how many there will be.
+  void Expect(size_t rows) { by_name_.Reserve(rows); }
   // An entry that could not be read. `name` may be empty, `gid` unknown.
   void Skip(const std::string& why, const std::string& name, unsigned int gid = KORV_UNKNOWN_ID);
   // The source ended its answer early.
@@ -111,16 +130,22 @@ class Table {
   const Gaps& gaps() const { return gaps_; }
   bool complete() const { return gaps_.missing == 0; }
 
- private:
+ protected:
   uint32_t RowOfName(const std::string& name) const;
+
+ private:
   uint32_t RowOfFolded(const std::string& folded) const;
   uint32_t RowOfId(unsigned int id) const;
+  // The row that has the id already; kNone, and the id is known from now on.
+  uint32_t TakeId(unsigned int id, uint32_t row);
   uint32_t RowOfKey(const std::string& key) const;
   const Row* At(uint32_t row) const { return row == RowIndex::kNone ? nullptr : &rows_[row]; }
 
   NameCase name_case_;
   std::deque<Row> rows_;  // a deque: rows keep their place
-  RowIndex by_name_, by_key_, by_folded_, by_id_;
+  RowIndex by_name_, by_key_, by_folded_;
+  RowIndex by_id_;  // empty while the rows are in the order of their ids, as files mostly are
+  bool ids_ascend_ = true;
   long listed_ = 0;
   long shared_ids_ = 0;
   std::string first_shared_;
@@ -135,6 +160,8 @@ class UserTable : public Table<UserRow> {
   void Add(UserRow row);
   // Users whose primary group it is or whose entry names it.
   std::vector<const UserRow*> OfGroup(unsigned int gid) const;
+  // The first listed user whose folded name this is; null. For tables that tell case apart.
+  const UserRow* FirstListed(const std::string& folded) const;
   // Some user's groups are unknown, and with them the members of every group.
   void HideMemberships(const std::string& why) { memberships_hidden_ = why; }
   const std::string& memberships_hidden() const { return memberships_hidden_; }
@@ -144,6 +171,9 @@ class UserTable : public Table<UserRow> {
   // Group and row, put in order when somebody asks.
   mutable std::vector<std::pair<unsigned int, uint32_t>> by_group_;
   mutable bool by_group_in_order_ = true;
+  // The first of the listed rows whose names are not folded; made when somebody asks.
+  mutable std::unordered_map<std::string, uint32_t> unfolded_;
+  mutable size_t unfolded_rows_ = 0;  // how many rows it knows
 };
 
 // Appends the members of `group`, each once: named ones, those whose primary group it is, and the

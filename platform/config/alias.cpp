@@ -8,12 +8,15 @@
 
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
+#include "platform/include/kept_database.h"
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
 #include "platform/include/text.h"
 
 namespace {
 
+using korvmailserver::CompiledStatements;
+using korvmailserver::KeptDatabase;
 using korvmailserver::Statement;
 using korvmailserver::ToLowerAscii;
 using korvmailserver::Transaction;
@@ -146,6 +149,15 @@ bool ReadMembers(sqlite3* db, std::vector<Alias::Entry>& entries) {
   });
 }
 
+bool SelectDomains(Statement& domains, std::set<int>& domain_ids) {
+  std::set<int> all;
+  if (!domains.ForEachRow([&](const Statement& row) { all.insert(row.Int(0)); })) {
+    return false;
+  }
+  domain_ids.merge(all);
+  return true;
+}
+
 bool WriteEntry(sqlite3* db, const Alias::Entry& entry) {
   if (!Run(db, kInsertEntry, entry.domain_id, entry.name) ||
       !Run(db, kDeleteMembersOfEntry, entry.domain_id, entry.name)) {
@@ -236,6 +248,12 @@ int Alias::load() {
 }
 
 int Alias::listDomains(std::set<int>& domain_ids) const {
+  KeptDatabase& kept = KeptDatabase::Of(path_);
+  if (kept.Run(path_, [&](sqlite3* db, CompiledStatements& compiled) {
+        return SelectDomains(compiled.Get(db, kSelectDomains), domain_ids);
+      })) {
+    return 0;
+  }
   if (!KLIBCFileExist(path_.c_str())) {
     return 0;
   }
@@ -244,10 +262,12 @@ int Alias::listDomains(std::set<int>& domain_ids) const {
     return -1;
   }
   db.setBusyTimeout(kBusyTimeout);
-  const bool is_read = Statement(db.getDB(), kSelectDomains).ForEachRow([&](const Statement& row) {
-    domain_ids.insert(row.Int(0));
-  });
-  return is_read ? 0 : Fail(path_, sqlite3_errmsg(db.getDB()));
+  Statement domains(db.getDB(), kSelectDomains);
+  if (!SelectDomains(domains, domain_ids)) {
+    return Fail(path_, sqlite3_errmsg(db.getDB()));
+  }
+  kept.Keep(path_);
+  return 0;
 }
 
 bool Alias::isAlias(const std::string& name, int domain_id) const {

@@ -5,12 +5,19 @@
 
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
+#include "platform/include/kept_database.h"
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
 
 namespace MultipleDomain {
 
+using korvmailserver::CompiledStatements;
+using korvmailserver::KeptDatabase;
+using korvmailserver::Statement;
+
 namespace {
+
+using Ids = std::set<int>;
 
 constexpr char kServerTables[] =
     "create table bcc_table(name TEXT, type INTEGER, bcc_to TEXT, domain_id INTEGER NOT NULL "
@@ -56,11 +63,17 @@ constexpr char kCountTables[] =
     "'sender_quota_table', 'multi_domain_enable_table', 'multi_domain_rate_table')) FROM "
     "sqlite_master WHERE type = 'table'";
 
+// The two tables with the indexes that keep their rows apart.
+constexpr char kCountOfDomainTables[] =
+    "SELECT count(*) FROM sqlite_master WHERE name IN ('multi_domain_enable_table', "
+    "'multi_domain_enable_index', 'multi_domain_rate_table', 'multi_domain_value_index')";
+constexpr int kDomainTablesAndIndexes = 4;
+
 constexpr int kBusyTimeout = 60000;
 
 // A database of another program is left alone. False with a log line.
 bool IsOurs(const std::string& path, sqlite3* db) {
-  korvmailserver::Statement tables(db, kCountTables);
+  Statement tables(db, kCountTables);
   if (tables.Step() == SQLITE_ROW && tables.Int(0) > 0 && tables.Int(1) == 0) {
     maillog(korvmailserver::kLogError,
             "settings database %s: it belongs to another program, none of its tables is known",
@@ -70,15 +83,35 @@ bool IsOurs(const std::string& path, sqlite3* db) {
   return true;
 }
 
-bool Run(sqlite3* db, const char* sql, int domain_id) {
-  korvmailserver::Statement statement(db, sql);
+bool Run(Statement& statement, int domain_id) {
   statement.Bind(1, domain_id);
   return statement.Run();
+}
+
+bool Run(sqlite3* db, const char* sql, int domain_id) {
+  Statement statement(db, sql);
+  return Run(statement, domain_id);
+}
+
+bool RunOnKept(const std::string& path, const std::array<const char*, 2>& statements,
+               int domain_id) {
+  return KeptDatabase::Of(path).Run(path, [&](sqlite3* db, CompiledStatements& compiled) {
+    korvmailserver::Transaction transaction(db, korvmailserver::Transaction::Kind::kWrite);
+    Statement& tables = compiled.Get(db, kCountOfDomainTables);
+    const bool are_there = transaction.Begun() == SQLITE_OK && tables.Step() == SQLITE_ROW &&
+                           tables.Int(0) == kDomainTablesAndIndexes;
+    tables.Reset();
+    return are_there && Run(compiled.Get(db, statements[0]), domain_id) &&
+           Run(compiled.Get(db, statements[1]), domain_id) && transaction.Commit() == SQLITE_OK;
+  });
 }
 
 // One statement for each of the two tables, in one transaction.
 int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& statements,
                     int domain_id) {
+  if (RunOnKept(path, statements, domain_id)) {
+    return 0;
+  }
   DBHandler db(path, SettingsSchema());
   if (db.connect() != 0 || !IsOurs(path, db.getDB())) {
     return -1;
@@ -93,6 +126,23 @@ int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& s
   maillog(korvmailserver::kLogError, "settings database %s: %s", path.c_str(),
           sqlite3_errmsg(db.getDB()));
   return -1;
+}
+
+// Adds nothing when it fails.
+bool SelectDomains(Statement& domains, Ids& domain_ids, Ids& whole_domain_ids) {
+  Ids all;
+  Ids whole;
+  if (!domains.ForEachRow([&](const Statement& row) {
+        all.insert(row.Int(0));
+        if (row.Int(1) == static_cast<int>(kInsertRows.size())) {
+          whole.insert(row.Int(0));
+        }
+      })) {
+    return false;
+  }
+  domain_ids.merge(all);
+  whole_domain_ids.merge(whole);
+  return true;
 }
 
 }  // namespace
@@ -116,6 +166,12 @@ int DomainSetting::DelSettings(int domain_id) {
 }
 
 int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_domain_ids) {
+  KeptDatabase& kept = KeptDatabase::Of(path_);
+  if (kept.Run(path_, [&](sqlite3* db, CompiledStatements& compiled) {
+        return SelectDomains(compiled.Get(db, kSelectDomains), domain_ids, whole_domain_ids);
+      })) {
+    return 0;
+  }
   if (!KLIBCFileExist(path_.c_str())) {
     return 0;
   }
@@ -124,17 +180,13 @@ int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_d
     return -1;
   }
   db.setBusyTimeout(kBusyTimeout);
-  const int found = korvmailserver::Statement(db.getDB(), kHasTables).Step();
+  const int found = Statement(db.getDB(), kHasTables).Step();
   if (found == SQLITE_DONE) {
     return 0;
   }
-  korvmailserver::Statement domains(db.getDB(), kSelectDomains);
-  if (found == SQLITE_ROW && domains.ForEachRow([&](const korvmailserver::Statement& row) {
-        domain_ids.insert(row.Int(0));
-        if (row.Int(1) == static_cast<int>(kInsertRows.size())) {
-          whole_domain_ids.insert(row.Int(0));
-        }
-      })) {
+  Statement domains(db.getDB(), kSelectDomains);
+  if (found == SQLITE_ROW && SelectDomains(domains, domain_ids, whole_domain_ids)) {
+    kept.Keep(path_);
     return 0;
   }
   maillog(korvmailserver::kLogError, "settings database %s: %s", path_.c_str(), domains.Error());

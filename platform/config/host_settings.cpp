@@ -73,6 +73,11 @@ Keys KnownKeys(HostSettings& settings) {
   keys[{"winbind", "timeout"}] = NumberSetting(&settings.winbind.timeout, 1, 3600);
   keys[{"winbind", "net_timeout"}] = NumberSetting(&settings.winbind.net_timeout, 1, 3600);
   keys[{"local", "internal"}] = NameSetSetting(&settings.local.internal);
+  DeliverySettings& delivery = settings.delivery;
+  keys[{"delivery", "local"}] = OneOfSetting(&delivery.local, {"local", "lmtp"});
+  keys[{"delivery", "directory"}] = OneOfSetting(&delivery.directory, {"local", "lmtp"});
+  keys[{"delivery", "lmtp"}] = TextSetting(&delivery.lmtp);
+  keys[{"delivery", "lmtp_name"}] = OneOfSetting(&delivery.lmtp_name, {"short", "full"});
   return keys;
 }
 

@@ -133,6 +133,27 @@ class MDOMAIN_EXPORT AccountSnapshot {
   AccountSnapshot& operator=(const AccountSnapshot&) = delete;
 };
 
+// While one lives, single local accounts and the members of local groups are told from one reading
+// of the files, without a look at every account, as long as few are asked about. An AccountSnapshot
+// within it takes the local accounts of that reading. Within an AccountSnapshot it changes nothing,
+// nor for other sources.
+class MDOMAIN_EXPORT FewAccounts {
+ public:
+  FewAccounts();
+  ~FewAccounts();
+  FewAccounts(const FewAccounts&) = delete;
+  FewAccounts& operator=(const FewAccounts&) = delete;
+
+  // The full names of users who will be asked about, who are then looked up together.
+  static void Expect(const std::vector<std::string>& names);
+};
+
+// Of a source, appends the users whom an enumeration would hand out first under the names of the
+// members of these groups, letter case folded (FoldAccountName); maybe others. False, with nothing
+// said and `users` unchanged, when only an enumeration tells.
+MDOMAIN_EXPORT bool ListMemberUsers(AUTH_TYPE type, const std::vector<std::string>& groups,
+                                    std::vector<KORVUser>& users);
+
 // One step of an inspection of the source in force.
 struct AccountCheckStep {
   std::string name;  // "settings", "connect", "bind", "users", "groups", "complete"

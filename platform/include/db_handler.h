@@ -2,6 +2,8 @@
 #ifndef PLATFORM_DB_HANDLER_H
 #define PLATFORM_DB_HANDLER_H
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -82,6 +84,9 @@ class MDOMAIN_EXPORT DBHandler {
   // For a class that makes the schema itself: after that, nothing can be written in the place of a
   // file that is missing. Nothing happens where there is a file.
   void forbidWritesInMemory();
+  // For a class that keeps statements: the connection is about to be closed. Such a class calls
+  // disconnect in its destructor.
+  virtual void _BeforeClosing() {}
 
   int err_ = 0;
   sqlite3* db_ = nullptr;
@@ -104,6 +109,10 @@ class MDOMAIN_EXPORT DBHandler {
   int _ExecText(const char* sql);
   int _KeepFailure(int result);
   void _RollBack();
+
+  // Of the open file, as the path last led to it; both 0 while that is not known.
+  mutable dev_t device_ = 0;
+  mutable ino_t inode_ = 0;
 
   std::string err_text_;
   int busy_timeout_ = 10000;

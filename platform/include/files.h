@@ -24,9 +24,15 @@ MDOMAIN_EXPORT int mailUGidGet(const char* owner, uid_t* uid, gid_t* gid);
 
 // True for anything at `path`, a folder too; false for a link that leads nowhere.
 MDOMAIN_EXPORT bool KLIBCFileExist(const char* path);
-// Creates an empty file (mode 0644, whatever the umask) or sets its times to now. 0, or negative
-// with errno set. Neither the file nor its folder may be a symbolic link: ELOOP, ENOTDIR.
+// Creates an empty file (mode 0644, whatever the umask) or sets its times to now. One that the
+// caller may not write to, in a folder that it may, is replaced. 0, or negative with errno set.
+// Neither the file nor its folder may be a symbolic link: ELOOP, ENOTDIR.
 MDOMAIN_EXPORT int KLIBCFileTouch(const char* path);
+namespace korvmailserver {
+// The same for the files of these names in one folder; the names that failed.
+MDOMAIN_EXPORT std::vector<std::string> TouchAll(const std::string& folder,
+                                                 const std::vector<std::string>& names);
+}  // namespace korvmailserver
 // Creates a folder with all missing parents; the folders that it makes get owner, group and mode,
 // whatever the umask. A folder that exists is left as it is: 0. Negative with errno set on failure
 // (ENOTDIR when something else is in the way); parents made before it stay.

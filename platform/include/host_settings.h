@@ -63,11 +63,22 @@ struct LocalSettings {
   std::set<std::string> internal = {"Postara-Server", "nobody"};
 };
 
+// [delivery]: where the mail of the domains' users goes.
+struct DeliverySettings {
+  // "local": to NAME@localhost, which Postfix delivers itself; or "lmtp": to a server behind
+  // `lmtp`.
+  std::string local = "local";                     // accounts of this host
+  std::string directory = "lmtp";                  // accounts of a directory or a Windows domain
+  std::string lmtp = "unix:private/dovecot-lmtp";  // as a transport of Postfix names it
+  std::string lmtp_name = "short";                 // the name that LMTP gets, or "full"
+};
+
 struct HostSettings {
   KeyStoreSettings keystore;
   LdapSettings ldap;
   WinbindSettings winbind;
   LocalSettings local;
+  DeliverySettings delivery;
 };
 
 // Reads the file below the root prefix; a missing file gives the defaults. Lines are "[section]",

@@ -53,4 +53,30 @@ class MDOMAIN_EXPORT KORVMailNodeCluster {
 }  // namespace POSTARA_SERVER
 }  // namespace KORV
 
+namespace korvmailserver {
+
+// How the key store is read while the object lives: an operation that asks for many keys, one after
+// the other, and changes few, reads them all once. In one thread; an inner object decides.
+class MDOMAIN_EXPORT KeyStoreView {
+ public:
+  enum class Kind {
+    // Answers are of one moment, and of another one after each change by this process. What a
+    // change is compared with is of the moment of the change.
+    kOneMoment,
+    kCurrent,  // each call reads anew, as without a view
+  };
+  explicit KeyStoreView(Kind kind);
+  ~KeyStoreView();
+  KeyStoreView(const KeyStoreView&) = delete;
+  KeyStoreView& operator=(const KeyStoreView&) = delete;
+
+  // The number of the moment, which no other one has; 0 where each call reads anew.
+  static unsigned long Moment();
+
+ private:
+  const unsigned long outer_;
+};
+
+}  // namespace korvmailserver
+
 #endif  // PLATFORM_KEY_STORE_H

@@ -43,15 +43,19 @@ struct ProgramCall {
   std::vector<std::string> environment;  // "NAME=VALUE" each; the program gets nothing else
   std::string input;                     // what it reads on its standard input; of any length
   int seconds = 0;                       // that it may take; 0: any number
+  std::vector<std::string> arguments{};  // without argv[0], which is the path
+  bool is_split = false;                 // its two outputs come apart, the first one whole
 };
 
 struct ProgramEnd {
   int status = -1;       // exit status, or 128 + the signal; -1: not started, errno says why
   bool is_late = false;  // its time was over, and it was killed with everything it had started
-  std::string output;    // the beginning of both its outputs, as they came, at most 4096 bytes
+  std::string output;    // the beginning of both its outputs, as they came, at most 4096 bytes;
+                         // of a split call everything but the error output
+  std::string errors;    // of a split call the beginning of the error output, at most 4096 bytes
 };
 
-// Runs a program without arguments to its end. What it leaves running in the background is not
+// Runs a program to its end. What it leaves running in the background is not
 // waited for. Logs nothing.
 MDOMAIN_EXPORT ProgramEnd RunProgram(const ProgramCall& call);
 

@@ -11,6 +11,8 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -46,7 +48,7 @@ inline std::string FormatSql(const char* format, ...) {
   return text;
 }
 
-// Owns a connection to one file and closes it at the end of its scope.
+// Owns a connection to one file and closes it at the end of its scope. Of one thread at a time.
 class Connection {
  public:
   enum class Mode { kRead, kWrite, kCreate };  // reading; and writing; and making a missing file
@@ -103,9 +105,10 @@ class Connection {
   }
   static int _OpenFlags(Mode mode) {
     if (mode == Mode::kRead) {
-      return SQLITE_OPEN_READONLY;
+      return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
     }
-    return SQLITE_OPEN_READWRITE | (mode == Mode::kCreate ? SQLITE_OPEN_CREATE : 0);
+    return SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX |
+           (mode == Mode::kCreate ? SQLITE_OPEN_CREATE : 0);
   }
 
   sqlite3* db_ = nullptr;
@@ -158,6 +161,8 @@ class Statement {
   }
   // Ready to be bound and stepped from the start again.
   void Reset() { sqlite3_reset(statement_); }
+  // All values are NULL again; for a statement that is kept.
+  void DropValues() { sqlite3_clear_bindings(statement_); }
   // For a statement that gives no rows: steps to its end and resets it. False when it failed.
   bool Run() {
     int result = Step();
@@ -194,13 +199,15 @@ class Statement {
   int Int(int column) const { return sqlite3_column_int(statement_, column); }
   sqlite3_int64 Int64(int column) const { return sqlite3_column_int64(statement_, column); }
   // With all its bytes, zero bytes too; NULL gives the empty string.
-  std::string Text(int column) const {
+  std::string Text(int column) const { return std::string(View(column)); }
+  // The same where it lies: until the next step, reset or reading of this column.
+  std::string_view View(int column) const {
     const unsigned char* bytes = sqlite3_column_text(statement_, column);
     if (bytes == nullptr) {
-      return std::string();
+      return std::string_view();
     }
     const int size = sqlite3_column_bytes(statement_, column);
-    return std::string(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
+    return {reinterpret_cast<const char*>(bytes), static_cast<size_t>(size)};
   }
   // Every column as text.
   std::vector<std::string> Texts() const {
@@ -223,6 +230,26 @@ class Statement {
   sqlite3* db_;
   sqlite3_stmt* statement_ = nullptr;
   int failure_ = SQLITE_OK;  // why the text did not compile, or a value was not bound
+};
+
+// Statements of one connection with fixed texts, each compiled once. After a failure Clear them.
+class CompiledStatements {
+ public:
+  // Ready to be bound and stepped; the last use of this text has ended. `sql` outlives this object.
+  Statement& Get(sqlite3* db, const char* sql) {
+    std::unique_ptr<Statement>& statement = by_text_[sql];
+    if (statement == nullptr) {
+      statement = std::make_unique<Statement>(db, sql);
+    } else {
+      statement->Reset();
+    }
+    return *statement;
+  }
+  // Before the connection closes.
+  void Clear() { by_text_.clear(); }
+
+ private:
+  std::map<const char*, std::unique_ptr<Statement>> by_text_;
 };
 
 // A transaction that is rolled back at the end of its scope unless Commit succeeded. So read the

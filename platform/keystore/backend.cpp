@@ -9,6 +9,7 @@
 
 #include <tuple>
 
+#include "platform/include/key_store.h"
 #include "platform/include/maillog.h"
 #include "platform/include/scope_guard.h"
 #include "platform/keystore/copied_store.h"
@@ -37,6 +38,7 @@ Stamp CurrentStamp() {
 struct InForce {
   Stamp stamp;
   std::unique_ptr<KeyStoreBackend> backend;
+  unsigned long moment = 0;  // of the view that has found it
 };
 
 InForce& Kept() {
@@ -46,7 +48,13 @@ InForce& Kept() {
 
 KeyStoreBackend* BackendInForce(std::string& error) {
   InForce& kept = Kept();
+  const unsigned long moment = KeyStoreView::Moment();
+  const bool is_of_view = moment != 0 && kept.moment == moment;
+  if (kept.backend && is_of_view && std::get<pid_t>(kept.stamp) == getpid()) {
+    return kept.backend.get();
+  }
   const Stamp now = CurrentStamp();
+  kept.moment = moment;
   if (kept.backend && kept.stamp == now) {
     return kept.backend.get();
   }

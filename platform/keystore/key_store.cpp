@@ -3,6 +3,39 @@
 
 #include "platform/keystore/backend.h"
 
+namespace korvmailserver {
+
+namespace {
+
+unsigned long moment = 0;
+
+unsigned long NewMoment() {
+  static unsigned long last = 0;
+  return ++last;
+}
+
+}  // namespace
+
+KeyStoreView::KeyStoreView(Kind kind) : outer_(moment) {
+  if (kind == Kind::kCurrent) {
+    moment = 0;
+  } else if (moment == 0) {
+    moment = NewMoment();
+  }
+}
+
+// What was changed meanwhile without the outer view is of another moment.
+KeyStoreView::~KeyStoreView() {
+  const bool was_suspended = outer_ != 0 && moment == 0;
+  moment = was_suspended ? NewMoment() : outer_;
+}
+
+unsigned long KeyStoreView::Moment() {
+  return moment;
+}
+
+}  // namespace korvmailserver
+
 namespace KORV {
 namespace POSTARA_SERVER {
 

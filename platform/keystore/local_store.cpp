@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "platform/include/files.h"
+#include "platform/include/key_store.h"
 #include "platform/include/root_path.h"
 
 namespace korvmailserver {
@@ -24,6 +25,10 @@ constexpr char kSchema[] =
 constexpr char kSelectOne[] = "SELECT value FROM key_table WHERE name = ?1";
 constexpr char kSelectTree[] = "SELECT name FROM key_table WHERE tree = ?1 ORDER BY name";
 constexpr char kSelectAll[] = "SELECT name, value FROM key_table";
+constexpr char kSelectImage[] =
+    "SELECT name, value, tree, typeof(name) = 'text' AND typeof(tree) = 'text' FROM key_table "
+    "ORDER BY name";
+constexpr char kSelectVersion[] = "PRAGMA data_version";
 constexpr char kReplace[] =
     "INSERT OR REPLACE INTO key_table(name, tree, value) VALUES(?1, ?2, ?3)";
 constexpr char kDeleteAll[] = "DELETE FROM key_table";
@@ -69,6 +74,24 @@ bool SelectFiles(sqlite3* db, KnownFiles& files) {
   return Statement(db, kSelectFiles).ForEachRow([&](const Statement& row) {
     files[row.Text(0)] = {row.Text(1), row.Text(2), row.Int64(3), row.Text(4), row.Text(5)};
   });
+}
+
+bool ReadVersion(Statement& select, sqlite3_int64& version) {
+  const bool is_read = select.Step() == SQLITE_ROW;
+  version = select.Int64(0);
+  select.Reset();
+  return is_read;
+}
+
+void AddStored(const std::vector<std::string>& keys,
+               const std::map<std::string, std::string>& stored,
+               std::map<std::string, std::string>& values) {
+  for (const std::string& key : keys) {
+    const auto found = stored.find(key);
+    if (found != stored.end()) {
+      values[key] = found->second;
+    }
+  }
 }
 
 bool WriteKeys(sqlite3* db, const LocalStore::Change& change) {
@@ -131,17 +154,24 @@ LocalStore::LocalStore() : folder_(UnderRoot(kFolder)), path_(folder_ + kFile) {
 
 bool LocalStore::Get(const std::vector<std::string>& keys,
                      std::map<std::string, std::string>& values, std::string& error) {
-  return _Read(error, [&](sqlite3* db) {
-    Statement select(db, kSelectOne);
-    for (const std::string& key : keys) {
-      select.Bind(1, key);
-      if (!select.ForEachRow([&](const Statement& row) { values[key] = row.Text(0); })) {
-        return false;
-      }
-      select.Reset();
-    }
+  if (const Image* image = _ImageOfView()) {
+    AddStored(keys, image->values, values);
     return true;
-  });
+  }
+  return _Read(error, [&](sqlite3* db) { return _SelectOnes(db, keys, values); });
+}
+
+bool LocalStore::_SelectOnes(sqlite3* db, const std::vector<std::string>& keys,
+                             std::map<std::string, std::string>& values) {
+  Statement& select = compiled_.Get(db, kSelectOne);
+  for (const std::string& key : keys) {
+    select.Bind(1, key);
+    if (!select.ForEachRow([&](const Statement& row) { values[key] = row.Text(0); })) {
+      return false;
+    }
+    select.Reset();
+  }
+  return true;
 }
 
 bool LocalStore::Set(const Entries& entries, std::string& error) {
@@ -151,7 +181,14 @@ bool LocalStore::Set(const Entries& entries, std::string& error) {
     keys.push_back(entry.first);
   }
   std::map<std::string, std::string> stored;
-  if (!Get(keys, stored, error)) {
+  if (!_Read(error, [&](sqlite3* db) {
+        _FollowFile(db);
+        if (image_) {
+          AddStored(keys, image_->values, stored);
+          return true;
+        }
+        return _SelectOnes(db, keys, stored);
+      })) {
     return false;
   }
   Change change;
@@ -166,8 +203,15 @@ bool LocalStore::Remove(const std::vector<std::string>& keys, std::string& error
 }
 
 bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, std::string& error) {
+  if (const Image* image = _ImageOfView()) {
+    const auto found = image->keys_by_tree.find(tree);
+    if (found != image->keys_by_tree.end()) {
+      keys.insert(keys.end(), found->second.begin(), found->second.end());
+    }
+    return true;
+  }
   return _Read(error, [&](sqlite3* db) {
-    Statement select(db, kSelectTree);
+    Statement& select = compiled_.Get(db, kSelectTree);
     select.Bind(1, tree);
     return select.ForEachRow([&](const Statement& row) { keys.push_back(row.Text(0)); });
   });
@@ -183,7 +227,10 @@ bool LocalStore::SetFile(const std::string& key, const std::string& path, std::s
 
 bool LocalStore::IsHealthy(std::string& error) {
   if (KLIBCFileExist(path_.c_str())) {
-    return _Write(error, [](sqlite3*) { return true; });
+    return _Write(error, [this](sqlite3* db) {
+      _FollowFile(db);
+      return true;
+    });
   }
   std::string folder = folder_;
   while (!folder.empty() && !KLIBCFileExist(folder.c_str())) {
@@ -210,8 +257,63 @@ bool LocalStore::ReadContent(Content& content, std::string& error) {
 }
 
 bool LocalStore::Apply(const Change& change, std::string& error) {
+  image_.reset();
   return _Write(error,
                 [&](sqlite3* db) { return WriteKeys(db, change) && WriteMemory(db, change); });
+}
+
+// Null without a view, and where not all keys can be read: then each call says why.
+const LocalStore::Image* LocalStore::_ImageOfView() {
+  const unsigned long moment = KeyStoreView::Moment();
+  std::string ignored;
+  if (moment == 0) {
+    return nullptr;
+  }
+  if (!image_ || image_->moment != moment) {
+    image_.reset();
+    const bool is_read = _Read(ignored, [this](sqlite3* db) { return _LoadImage(db); });
+    if (is_read && _Database() == nullptr) {
+      image_.emplace().moment = moment;
+    }
+  }
+  return image_ ? &*image_ : nullptr;
+}
+
+// True without an image where a key is no text, which an image would mix with the text of its
+// bytes.
+bool LocalStore::_LoadImage(sqlite3* db) {
+  Image image;
+  bool are_texts = true;
+  const auto keep = [&](const Statement& row) {
+    const std::string key = row.Text(0);
+    image.values[key] = row.Text(1);
+    image.keys_by_tree[row.Text(2)].push_back(key);
+    are_texts = are_texts && row.Int(3) == 1;
+  };
+  image.moment = KeyStoreView::Moment();
+  if (!ReadVersion(compiled_.Get(db, kSelectVersion), image.version) ||
+      !compiled_.Get(db, kSelectImage).ForEachRow(keep)) {
+    return false;
+  }
+  if (are_texts) {
+    image_ = std::move(image);
+  }
+  return true;
+}
+
+// Within a transaction: from now on the image, if there is one, is of this moment.
+void LocalStore::_FollowFile(sqlite3* db) {
+  const unsigned long moment = KeyStoreView::Moment();
+  sqlite3_int64 version = 0;
+  const bool is_of_view = image_ && image_->moment == moment;
+  if (is_of_view && ReadVersion(compiled_.Get(db, kSelectVersion), version) &&
+      version == image_->version) {
+    return;
+  }
+  image_.reset();
+  if (moment != 0) {
+    _LoadImage(db);
+  }
 }
 
 // Opens the file, or leaves the connection null when it is missing and nothing is to be written.
@@ -232,6 +334,8 @@ bool LocalStore::_Open(bool write, std::string& error) {
 }
 
 void LocalStore::_Close() {
+  image_.reset();
+  compiled_.Clear();
   writer_.reset();
   reader_.Close();
 }

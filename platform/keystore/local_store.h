@@ -3,7 +3,8 @@
 //
 // A missing file reads as an empty store; the first write creates it, with its folder. A process
 // that may not write the file can still read it: the mail services run under accounts of their own.
-// The connection is kept, and opened again when the file was replaced or removed.
+// The connection is kept, and opened again when the file was replaced or removed. Within a
+// KeyStoreView all keys are read at once.
 #ifndef PLATFORM_KEYSTORE_LOCAL_STORE_H
 #define PLATFORM_KEYSTORE_LOCAL_STORE_H
 
@@ -11,6 +12,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -76,6 +78,19 @@ class LocalStore : public KeyStoreBackend {
   bool Apply(const Change& change, std::string& error);
 
  private:
+  // All keys of one moment.
+  struct Image {
+    std::map<std::string, std::string> values;
+    std::map<std::string, std::vector<std::string>> keys_by_tree;
+    sqlite3_int64 version = 0;  // what the connection calls the state of the file
+    unsigned long moment = 0;
+  };
+
+  const Image* _ImageOfView();
+  bool _LoadImage(sqlite3* db);
+  void _FollowFile(sqlite3* db);
+  bool _SelectOnes(sqlite3* db, const std::vector<std::string>& keys,
+                   std::map<std::string, std::string>& values);
   bool _Open(bool write, std::string& error);
   void _Close();
   bool _OpenReader(std::string& error);
@@ -93,6 +108,8 @@ class LocalStore : public KeyStoreBackend {
   const std::string path_;
   std::unique_ptr<DBHandler> writer_;
   Connection reader_;
+  CompiledStatements compiled_;
+  std::optional<Image> image_;
   ino_t inode_ = 0;
   dev_t device_ = 0;
 };

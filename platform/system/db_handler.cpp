@@ -193,7 +193,9 @@ void DBHandler::forbidWritesInMemory() {
 // Opens the file, for reading where it cannot be written (SQLite does so without a word), reads its
 // first page, and gives it the schema when it has none at all.
 int DBHandler::_OpenAndCheck() {
-  const int result = sqlite3_open_v2(path_.c_str(), &db_, SQLITE_OPEN_READWRITE, nullptr);
+  // Without the lock that would let threads share it, and be taken for every value that is read.
+  constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+  const int result = sqlite3_open_v2(path_.c_str(), &db_, kFlags, nullptr);
   if (result != SQLITE_OK) {
     _KeepFailure(result);
     const int error = db_ == nullptr ? 0 : sqlite3_system_errno(db_);
@@ -227,12 +229,19 @@ int DBHandler::_RunSchema() {
   return result;
 }
 
+// SQLite knows which file it opened, and is asked once: from then on a look at the path is enough.
 bool DBHandler::isReplaced() const {
-  if (db_ == nullptr || !KLIBCFileExist(path_.c_str())) {
+  struct stat info {};
+  if (db_ == nullptr || stat(path_.c_str(), &info) != 0 ||
+      (inode_ == info.st_ino && device_ == info.st_dev)) {
     return false;
   }
   int has_moved = 1;  // what stands in for a missing file knows of none
   sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
+  if (has_moved == 0) {
+    device_ = info.st_dev;
+    inode_ = info.st_ino;
+  }
   return has_moved != 0;
 }
 
@@ -243,9 +252,12 @@ void DBHandler::disconnect() {
   if (scope_open_ && _EndTransaction() != SQLITE_OK) {
     maillog(kLogError, "Cannot commit to database [%s]: %s", path_.c_str(), err_text_.c_str());
   }
+  _BeforeClosing();
   sqlite3_close_v2(db_);  // waits for statements that are still in use
   db_ = nullptr;
   is_stand_in_ = false;
+  device_ = 0;
+  inode_ = 0;
 }
 
 int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {
@@ -334,7 +346,12 @@ int DBHandler::_RunSavepoint(const std::function<int()>& work) {
   if (result == SQLITE_OK) {
     return _ExecText("RELEASE batch");
   }
-  if (sqlite3_get_autocommit(db_) == 0) {
+  // SQLite rolls back everything where the disk fails a statement of one row, and the statement
+  // alone where it is of several: here it is everything.
+  const int kind = result & 0xff;
+  if (kind == SQLITE_FULL || kind == SQLITE_IOERR) {
+    _RollBack();
+  } else if (sqlite3_get_autocommit(db_) == 0) {
     sqlite3_exec(db_, "ROLLBACK TO batch; RELEASE batch", nullptr, nullptr, nullptr);
   }
   return result;

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -92,6 +93,42 @@ int OpenFolderOf(const std::string& path, std::string& name) {
   return open(folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
+// Where root and the service account both leave flags, the owner of the folder may not write to one
+// that root made, and puts its own in the place of that.
+int OpenFlag(int folder, const std::string& name) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const int file = openat(folder, name.c_str(), kFlags, kFlagMode);
+  struct stat info {};
+  if (file >= 0 || errno != EACCES) {
+    return file;
+  }
+  const bool is_flag = fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                       S_ISREG(info.st_mode) && info.st_size == 0;
+  if (!is_flag || unlinkat(folder, name.c_str(), 0) != 0) {
+    errno = EACCES;
+    return -1;
+  }
+  return openat(folder, name.c_str(), kFlags, kFlagMode);
+}
+
+int TouchIn(int folder, const std::string& name) {
+  // Most are there already; opening costs more than the rest.
+  struct stat found {};
+  if (fstatat(folder, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(found.st_mode) &&
+      (found.st_mode & kFlagMode) == kFlagMode &&
+      utimensat(folder, name.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0) {
+    return 0;
+  }
+  const File file(OpenFlag(folder, name));
+  struct stat info {};
+  if (file.get() < 0 || fstat(file.get(), &info) != 0 || futimens(file.get(), nullptr) != 0) {
+    return -1;
+  }
+  // The consumer runs under another account: a strict umask must not hide the flag from it.
+  const bool strict = info.st_uid == geteuid() && (info.st_mode & kFlagMode) != kFlagMode;
+  return strict ? fchmod(file.get(), kFlagMode) : 0;
+}
+
 }  // namespace
 
 bool KLIBCFileExist(const char* path) {
@@ -106,19 +143,7 @@ int KLIBCFileTouch(const char* path) {
   // Not through a link: flag folders belong to accounts with fewer rights than the caller.
   std::string name;
   const File folder(OpenFolderOf(path, name));
-  if (folder.get() < 0) {
-    return -1;
-  }
-  const File file(openat(folder.get(), name.c_str(),
-                         O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
-                         kFlagMode));
-  struct stat info {};
-  if (file.get() < 0 || fstat(file.get(), &info) != 0 || futimens(file.get(), nullptr) != 0) {
-    return -1;
-  }
-  // The consumer runs under another account: a strict umask must not hide the flag from it.
-  const bool strict = info.st_uid == geteuid() && (info.st_mode & kFlagMode) != kFlagMode;
-  return strict ? fchmod(file.get(), kFlagMode) : 0;
+  return folder.get() < 0 ? -1 : TouchIn(folder.get(), name);
 }
 
 int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode) {
@@ -137,6 +162,23 @@ int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode) {
   }
   return 0;
 }
+
+namespace korvmailserver {
+
+std::vector<std::string> TouchAll(const std::string& folder,
+                                  const std::vector<std::string>& names) {
+  std::string none;
+  const File opened(OpenFolderOf(folder + "/", none));
+  std::vector<std::string> failed;
+  for (const std::string& name : names) {
+    if (opened.get() < 0 || TouchIn(opened.get(), name) != 0) {
+      failed.push_back(name);
+    }
+  }
+  return failed;
+}
+
+}  // namespace korvmailserver
 
 namespace postara {
 namespace sdk {

@@ -76,6 +76,25 @@ int OpenInput(const std::string& bytes) {
              : fcntl(file.get(), F_DUPFD_CLOEXEC, 3);
 }
 
+// With a null behind them.
+std::vector<const char*> Pointers(const std::vector<std::string>& texts) {
+  std::vector<const char*> pointers;
+  for (const std::string& text : texts) {
+    pointers.push_back(text.c_str());
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::string ReadAll(ChildProcess& child) {
+  std::string bytes;
+  char part[16384];
+  for (ssize_t count = 0; (count = child.Read(part, sizeof(part))) > 0;) {
+    bytes.append(part, static_cast<size_t>(count));
+  }
+  return bytes;
+}
+
 }  // namespace
 
 FILE* KLIBCPopenv(const char* path, const char* mode, const char* const argv[]) {
@@ -119,13 +138,10 @@ std::string KLIBCPopenErrorText() {
 }
 
 int KLIBCExec(const std::string& path, const std::vector<std::string>& arguments) {
-  std::vector<const char*> argv = {path.c_str()};
-  for (const std::string& argument : arguments) {
-    argv.push_back(argument.c_str());
-  }
-  argv.push_back(nullptr);
+  std::vector<std::string> words = {path};
+  words.insert(words.end(), arguments.begin(), arguments.end());
   const Program program{
-      path, ChildProcess::Start(path.c_str(), argv.data(),
+      path, ChildProcess::Start(path.c_str(), Pointers(words).data(),
                                 {ChildProcess::Output::kDiscard, TheState().deadline_seconds})};
   return program.child == nullptr ? -1 : Finish(program);
 }
@@ -138,21 +154,23 @@ ProgramEnd RunProgram(const ProgramCall& call) {
   if (input.get() < 0) {
     return end;
   }
-  const char* const argv[] = {call.path.c_str(), nullptr};
-  std::vector<const char*> environment;
-  for (const std::string& variable : call.environment) {
-    environment.push_back(variable.c_str());
-  }
-  environment.push_back(nullptr);
-  const std::unique_ptr<ChildProcess> child = ChildProcess::Start(
-      call.path.c_str(), argv,
-      {ChildProcess::Output::kWithErrors, call.seconds, input.get(), environment.data()});
+  const std::vector<const char*> environment = Pointers(call.environment);
+  std::vector<std::string> words = {call.path};
+  words.insert(words.end(), call.arguments.begin(), call.arguments.end());
+  const auto output =
+      call.is_split ? ChildProcess::Output::kRead : ChildProcess::Output::kWithErrors;
+  const std::unique_ptr<ChildProcess> child =
+      ChildProcess::Start(call.path.c_str(), Pointers(words).data(),
+                          {output, call.seconds, input.get(), environment.data()});
   if (child == nullptr) {
     return end;
   }
+  if (call.is_split) {
+    end.output = ReadAll(*child);
+  }
   end.status = child->Finish();
   end.is_late = child->timed_out();
-  end.output = child->error_text();
+  (call.is_split ? end.errors : end.output) = child->error_text();
   return end;
 }
 

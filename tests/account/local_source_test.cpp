@@ -358,6 +358,44 @@ std::vector<std::string> Shown(const KORVUser& user) {
   return {user.name, std::to_string(user.uid), std::to_string(user.gid), user.mail, user.full_name};
 }
 
+// The members of a group as whoever enumerates finds them, letter case aside.
+std::vector<std::string> MembersAmong(const std::vector<KORVUser>& users,
+                                      const std::vector<std::string>& members) {
+  std::map<std::string, std::string> by_folded_name;
+  for (const KORVUser& user : users) {
+    by_folded_name.emplace(FoldAccountName(user.name), user.name + std::to_string(user.uid));
+  }
+  std::vector<std::string> found;
+  for (const std::string& member : members) {
+    found.push_back(by_folded_name[FoldAccountName(member)]);
+  }
+  return found;
+}
+
+TEST_F(LocalSource, TellsTheUsersOfMembersWithoutAnEnumeration) {
+  WriteAccounts(Person("Anna", 1001) + Person("anna", 1002) + Person("ben", 999) +
+                    Person("Ben", 1003) + Person("zo\xc3\xab", 1004) + Person("ZO\xc3\x8b", 1005),
+                "staff:x:1001:anna,BEN,Zo\xc3\xab,ghost\n");
+  const auto told = [] {
+    std::vector<KORVUser> users;
+    EXPECT_TRUE(korvmailserver::ListMemberUsers(AUTH_LOCAL, {"staff"}, users));
+    EXPECT_FALSE(korvmailserver::ListMemberUsers(AUTH_LOCAL, {"staff", "none"}, users));
+    return MembersAmong(users, Members("staff"));
+  };
+  const auto first = ElementsAre("Anna1001", "Ben1003",
+                                 "zo\xc3\xab"
+                                 "1004",
+                                 "");
+  {
+    const korvmailserver::FewAccounts few;
+    files_read = 0;
+    EXPECT_THAT(told(), first);
+    EXPECT_EQ(files_read, 0);
+  }
+  const korvmailserver::AccountSnapshot tables;
+  EXPECT_THAT(told(), first);
+}
+
 TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
   using Texts = std::vector<std::string>;
   // The answer, the error number of a failure, and all that was said.
@@ -372,6 +410,7 @@ TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
     return std::make_tuple(answer, KLIBCErrGet(), said);
   };
   int scanned = 0;
+  bool enumerates = false;
   for (unsigned int seed = 0; seed < 150; seed++) {
     SCOPED_TRACE(seed);
     RandomFiles files(seed);
@@ -385,12 +424,34 @@ TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
         [&] {
           return Texts{Group(group).name, Group(Group(group).gid).name, Group(51U).name};
         },
-        [&] { return Members(group); }};
+        [&] { return Members(group); },
+        [&] {
+          const korvmailserver::FewAccounts few;
+          std::vector<KORVUser> users;
+          if (enumerates || !korvmailserver::ListMemberUsers(AUTH_LOCAL, {group}, users)) {
+            Answer all = Users();
+            for (const std::string& user : all.names) {
+              users.emplace_back().name = user;
+              users.back().uid = all.uids[user];
+            }
+          }
+          return MembersAmong(users, Members(group));
+        }};
     for (const auto& question : questions) {
       const auto scan = ask(files, question);
       scanned += files_read == 0 ? 1 : 0;
+      {
+        const korvmailserver::FewAccounts few;
+        const auto expected = [&] {
+          korvmailserver::FewAccounts::Expect({name, "User1", "ghost"});
+          return question();
+        };
+        EXPECT_EQ(scan, ask(files, expected)) << name << " " << group;
+      }
       const korvmailserver::AccountSnapshot tables;
+      enumerates = true;
       EXPECT_EQ(scan, ask(files, question)) << name << " " << group;
+      enumerates = false;
     }
   }
   EXPECT_GT(scanned, 300) << "too few to compare";

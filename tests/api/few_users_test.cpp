@@ -123,7 +123,7 @@ TEST_F(FewUsers, CostTheSameInACompanyOfAnySize) {
       {"add again", [] { return Add(1, uid, "u3"); }},
   };
   std::map<std::string, Cost> costs;
-  for (const int users : {10, 20, 1000}) {  // the first time makes tables and files
+  for (const int users : {10, 11, 20, 1000}) {  // the first times make tables, files and statements
     Grow(users);
     for (const auto& [name, run] : operations) {
       SCOPED_TRACE(std::string(name) + " " + std::to_string(users));
@@ -139,6 +139,32 @@ TEST_F(FewUsers, CostTheSameInACompanyOfAnySize) {
   sqlite3_cancel_auto_extension(reinterpret_cast<void (*)()>(CountEverything));
 }
 
+// The faster road gives way to the one that tells what is wrong.
+TEST_F(FewUsers, AddressesOfADamagedModelFailWithTheirReason) {
+  CreateDomain("one.example", false);
+  CreateDomain("two.example", false);
+  const std::pair<const char*, StringList> damages[] = {
+      {"UPDATE domain_table SET domain_idx = 4294967296 WHERE domain_idx = 2",
+       {"Failed to stoi [4294967296]", "Failed to List domains", "Failed to GetAllDomains"}},
+      {"UPDATE domain_table SET domain_idx = 2 WHERE domain_idx = 4294967296;"
+       "DROP TABLE domain_user_alias_table",
+       {"no such table: domain_user_alias_table, cmd: SELECT account_alias FROM "
+        "domain_user_alias_table WHERE domain_idx = 1 AND uid = 7 ORDER BY rowid",
+        "failed to ExecSelectCmd", "Failed to GetDomainUserAlias, domain_id: [1], uid: [7]"}},
+  };
+  StringList addresses;
+  EXPECT_TRUE(DomainUser().GetMailAddresses(7U, addresses));
+  TakeLog();
+  for (const auto& [damage, lines] : damages) {
+    Run(damage);
+    EXPECT_FALSE(DomainUser().GetMailAddresses(7U, addresses));
+    for (const std::string& line : lines) {
+      EXPECT_TRUE(Logged(line)) << line;
+    }
+    TakeLog();
+  }
+}
+
 // Random models, each with a random operation.
 class RandomUsers : public FewUsers, protected test::ModelMaker {
  protected:
@@ -146,7 +172,7 @@ class RandomUsers : public FewUsers, protected test::ModelMaker {
 
   std::string Name() {
     return OneOf({"anna", "Anna", "DOM\\anna", "anna@x", "ANNA@x@y", "ben", "DOM\\ben@x", "B\\",
-                  "zo\xc3\xab", "an_a", "o'neil", "an[", "@anna", "a"});
+                  "zo\xc3\xab", "an_a", "o'neil", "an[", "@anna", "a", "q\"\x01\xff"});
   }
   std::string Alias() {
     return OneOf({"a", "A", "anna", "aNNa", "ben", "zo\xc3\xab", "o'neil", "an_a", "c", "d"});
@@ -209,7 +235,7 @@ class RandomUsers : public FewUsers, protected test::ModelMaker {
       users.push_back(One(DomainIdx(), Uid(), {Alias(), Alias()},
                           OneOf({"normal", "domain_admin", "group"}))[0]);
     }
-    switch (Draw(5)) {
+    switch (Draw(6)) {
       case 0: {
         bool is_done = api.CreateFromUser(1, names) && api.CreateUsersAliases(aliases);
         is_done = (looks_up ? MDOMAIN::UTILS::INTERNAL::RemoveUnnecessaryRolesOf(names, {})
@@ -237,6 +263,13 @@ class RandomUsers : public FewUsers, protected test::ModelMaker {
         return "remove groups " +
                std::to_string(DomainGroup().MDOMAIN::CONTROL::DomainGroup::Delete(
                    users[0].GetDomainIdx(), gids));
+      }
+      case 4: {
+        StringList addresses;
+        const bool is_done = api.GetMailAddresses(Uid(), addresses) &&
+                             api.GetMailAddresses(names[0], addresses) &&
+                             api.GetMailAddrIncludingAdditionalDomain(names[0], addresses);
+        return "addresses " + std::to_string(is_done) + test::Text(addresses);
       }
       default:
         return "remove " + std::to_string(api.MDOMAIN::CONTROL::DomainUser::Delete(
@@ -272,6 +305,8 @@ class RandomUsers : public FewUsers, protected test::ModelMaker {
 TEST_F(RandomUsers, AreLeftAsByReadingEverything) {
   CreateDomain("one.example", false);
   CreateDomain("two.example", false);
+  Run("UPDATE primary_domain_table SET domain_idx = 2;"
+      "INSERT INTO domain_to_additional_domain_table VALUES(1, 'further.example')");
   ASSERT_TRUE(DomainDBHandler::GetDomainDBHandler()->HasOwnViews());
   const std::vector<StringList> looked_up = RunAll(true);
   DomainDBHandler::CloseDomainDBHandler();

@@ -7,6 +7,7 @@
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
 #include "tests/support/fixture.h"
 
@@ -88,6 +89,24 @@ TEST_F(BaseTest, NumbersAreWholeTextsInRange) {
   EXPECT_FALSE(ConvertToUID("4294967296", uid));
   EXPECT_FALSE(ConvertToUID("-1", uid));
   EXPECT_FALSE(ConvertToInt(std::string("1\0", 2), value));
+}
+
+TEST_F(BaseTest, PassesTellHowFarTheyAreToWhoeverListens) {
+  std::string told;
+  const auto pass = [] {
+    MDOMAIN::BASE::Progress progress("counting", 2500);
+    for (int i = 0; i < 2500; ++i) {
+      progress.Step();
+    }
+  };
+  pass();
+  MDOMAIN::BASE::ListenToProgress([&told](const char* doing, size_t done, size_t total) {
+    told += doing + std::to_string(done) + "/" + std::to_string(total) + " ";
+  });
+  pass();
+  MDOMAIN::BASE::ListenToProgress({});
+  pass();
+  EXPECT_EQ(told, "counting1000/2500 counting2000/2500 ");
 }
 
 TEST_F(BaseTest, OnlyAsciiLettersChangeCase) {

@@ -247,7 +247,7 @@ TEST_F(OwnIndexes, OwnersAreThoseOfTheListing) {
     for (const bool flagged : {false, true}) {
       for (const RECORD::DomainUser& user : users) {
         for (const auto& [alias, is_flagged] : user.GetAliasDuplicatedPairs()) {
-          if (is_flagged == flagged) {
+          if (is_flagged == flagged && !user.GetRole().empty()) {
             wanted.emplace(std::pair(user.GetDomainIdx(), MDOMAIN::BASE::ToLowerAscii(alias)),
                            alias + " of " + user.GetUserName());
           }

@@ -162,3 +162,10 @@ good bcc remove 2 --all --yes
 gives length 0 bcc list 2
 good bcc maps
 same "keys of removed rules" "$(cut -d' ' -f1 "$target"/etc/{recipient,sender}_bcc | grep cher)" ""
+
+# Once made they follow rules and addresses by themselves.
+good bcc add 1 ben later@outside.example
+good user set 1 ben --add-alias benny
+ask recipient later@outside.example benny@example.com
+good bcc remove 1 ben
+ask recipient "" benny@example.com

@@ -45,6 +45,29 @@ good -v refresh
 matches "notices with -v" "$err" 'notice: .* 5 zelm_users|notice: .*\[5\] zelm_users'
 same "what -v prints besides" "$(head -n 1 <<<"$out")" "complete      yes"
 
+# For a timer: silent where nothing changed, whoever waits; else as without --quiet, a change that
+# creates and deletes nobody too.
+quiet() {
+  run refresh --quiet "${@:3}"
+  same "status of $1" "$status" 0
+  matches "output of $1" "$out/$err" "$2"
+}
+quiet "a refresh with nothing to do" '^/$'
+exec 3>"$MDOMAIN_ROOT/var/run/postara_server/mdomain.lock"
+flock 3
+sleep 1 3>&- && flock -u 3 &
+exec 3>&-
+quiet "one that waits for another run" '^/$'
+wait
+sed -i 's/^sales:.*/&erik/' "$MDOMAIN_ROOT/etc/group"
+quiet "a new membership" '^complete +yes'
+quiet "the next one" '^/$'
+good --json refresh --quiet
+field .complete true
+echo 'broken line' >>"$MDOMAIN_ROOT/etc/passwd"
+quiet "an incomplete answer" 'complete +no'
+cp "$scratch/passwd" "$MDOMAIN_ROOT/etc/passwd"
+
 # A known uid under another name, and a name that is no local part, are shown with what they have.
 good user set 1 ben --add-alias boss --role domain_admin
 sed -i 's/^ben:/benno:/' "$MDOMAIN_ROOT/etc/passwd"

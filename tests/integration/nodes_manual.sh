@@ -48,7 +48,7 @@ machine second manager
 does "mdomain node join"
 run_unit() {
   local words
-  read -ra words <<<"$(sed -n 's|^ExecStart=/usr/bin/mdomain ||p' "$scratch/blocks")"
+  read -ra words <<<"$(sed -n 's|^ExecStart=mdomain ||p' "$source_dir/packaging/systemd/mdomain-node-pull.service")"
   mdomain "${words[@]}" >/dev/null 2>"$scratch/watch" &
 }
 run_unit
@@ -74,7 +74,9 @@ use_root first
 fails 3 'second' domain create late.example
 does "mdomain node join"
 gives '[.[].name]' '["example.com","moved.example"]' domain list
+gives .role '"pulls"' node role
 use_root second
+gives .role '"manages"' node role
 does "mdomain node check"
 
 sed -n '/^{"version"/,/^```/p' "$scratch/blocks" | sed '/^```/d' | jq -e '.uids' >/dev/null || fail "the manual's JSON"

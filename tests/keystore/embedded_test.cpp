@@ -101,6 +101,50 @@ TEST_F(EmbeddedTest, FollowsTheRootAndAReplacedFile) {
   EXPECT_TRUE(mailConfCheckKeyValue("key", ""));
 }
 
+// What an operation reads within a view, and what it compares its changes with.
+TEST_F(EmbeddedTest, AViewIsOfOneMomentAndChangesAreOfTheirOwn) {
+  using korvmailserver::KeyStoreView;
+  const auto set_elsewhere = [](const std::string& key, const std::string& value) {
+    return InChild([&] { return mailConfSet(key, value, true, 0) == 0; });
+  };
+  const auto names = [] {
+    std::vector<std::string> keys;
+    return Wrap::ls("", keys) ? keys.size() : 99;
+  };
+  ASSERT_EQ(mailConfSetMany({{"a", "1"}, {"additional_domain-1", "x"}}), 0);
+  {
+    const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
+    EXPECT_TRUE(mailConfCheckKeyValue("a", "1"));
+    ASSERT_TRUE(set_elsewhere("a", "2") && set_elsewhere("b", "2"));
+    EXPECT_TRUE(mailConfCheckKeyValue("a", "1"));
+    EXPECT_EQ(names(), 1U);
+    {
+      const KeyStoreView current(KeyStoreView::Kind::kCurrent);
+      EXPECT_TRUE(mailConfCheckKeyValue("a", "2"));
+      ASSERT_TRUE(set_elsewhere("a", "3"));
+      EXPECT_TRUE(mailConfCheckKeyValue("a", "3"));
+    }
+    EXPECT_TRUE(mailConfCheckKeyValue("a", "3"));
+    ASSERT_TRUE(set_elsewhere("a", "4"));
+    EXPECT_EQ(mailConfSet("a", "3", true, 0), 0) << "no longer what is stored";
+    EXPECT_TRUE(InChild([] { return mailConfCheckKeyValue("a", "3"); }));
+    EXPECT_TRUE(Wrap::removeKey("b"));
+    EXPECT_EQ(names(), 1U);
+    ASSERT_TRUE(set_elsewhere("c", "5"));
+    EXPECT_TRUE(Cluster::isClusterHealth(1));
+    EXPECT_EQ(names(), 2U) << "of the moment when the lock was taken";
+    fs::remove(Store());
+    EXPECT_EQ(mailConfSet("a", "3", true, 0), 0);
+    EXPECT_EQ(names(), 1U);
+  }
+  // A key that is no text is not the text of its bytes, in a view either.
+  korvmailserver::Connection other;
+  ASSERT_EQ(other.Open(Store(), korvmailserver::Connection::Mode::kWrite, 0), SQLITE_OK);
+  ASSERT_EQ(other.Run("INSERT INTO key_table VALUES(x'64', '', '6')"), SQLITE_OK);
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
+  EXPECT_TRUE(mailConfCheckKeyValue("d", "") && mailConfCheckKeyValue("a", "3"));
+}
+
 TEST_F(EmbeddedTest, AFileThatIsNoStoreIsRefusedAndKept) {
   const std::string garbage(8192, 'g');
   Write(kStore, garbage);

@@ -143,6 +143,11 @@ int KORVGroupListMember(const char* name, PKLIBCSzList list) {
   return 0;
 }
 
+bool korvmailserver::ListMemberUsers(AUTH_TYPE /*type*/, const std::vector<std::string>& /*groups*/,
+                                     std::vector<KORVUser>& /*users*/) {
+  return false;  // only KLIBUserInfoEnum tells
+}
+
 namespace test {
 
 inline int FakeRealName(const char* name, char* buffer, size_t size) {

@@ -87,6 +87,11 @@ int KLIBCFileTouch(const char* path) {
   return test::Fails("KLIBCFileTouch", path) ? -1 : real(path);
 }
 
+std::vector<std::string> korvmailserver::TouchAll(const std::string& /*folder*/,
+                                                  const std::vector<std::string>& names) {
+  return names;  // so that KLIBCFileTouch is called for each
+}
+
 int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode) {
   using Function = int (*)(const char*, uid_t, gid_t, mode_t);
   static const auto real = test::Real<Function>("_Z12KORVFSMkdirPPKcjjj");

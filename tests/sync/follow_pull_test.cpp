@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "lib-domain/sync/kept_files.h"
+#include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/process.h"
 #include "tests/support/sync_fixture.h"
 
@@ -115,6 +116,29 @@ TEST_F(PullTest, FlagsThoseWhoseAddressesDiffer) {
   mailConfSet("smtp_changed_uids", "1003, 42", true, 0);
   EXPECT_TRUE(Follow(start, {8, false, {}, {"smtp_changed_uids"}}));
   EXPECT_EQ(Flagged(), "1003, 42");
+}
+
+// Where they are, and without a word in the model, which the next pull compares with.
+TEST_F(PullTest, MakesTheMapsForPostfixFromTheNewModel) {
+  const korvmailserver::PostfixMap map(PATHS::PostfixAddresses());
+  const auto follow = [&] {
+    PullStart start;
+    EXPECT_TRUE(BeforePull(start));
+    Replace("UPDATE domain_user_alias_table SET account_alias='al' WHERE uid=1002");
+    const std::string pulled = Read(kModel);
+    EXPECT_TRUE(Follow(start, Replaced()));
+    EXPECT_EQ(Read(kModel), pulled);
+  };
+  follow();
+  EXPECT_FALSE(std::filesystem::exists(map.File()));
+  EXPECT_TRUE(MDOMAIN::UTILS::MakePulledPostfixMaps());
+  Replace("UPDATE domain_user_alias_table SET account_alias='before' WHERE uid=1002");
+  follow();
+  bool is_found = false;
+  std::string value;
+  std::string error;
+  EXPECT_TRUE(map.Get("al@one.example", is_found, value, error)) << error;
+  EXPECT_TRUE(is_found);
 }
 
 TEST_F(PullTest, EverybodyIsFlaggedWhereThereIsNothingToCompareWith) {

@@ -173,8 +173,12 @@ TEST_F(FilesTest, TouchingCreatesOrRefreshesButFollowsNoLink) {
   EXPECT_LT(KLIBCFileTouch(Path("link").c_str()), 0);
   EXPECT_FALSE(KLIBCFileExist(Path("elsewhere").c_str()));
   EXPECT_FALSE(KLIBCFileExist(Path("link").c_str())) << "it leads nowhere";
+  EXPECT_EQ(korvmailserver::TouchAll(Path(""), {"flag", "link", "new"}),
+            std::vector<std::string>{"link"});
+  EXPECT_TRUE(KLIBCFileExist(Path("new").c_str()));
   fs::create_directory(Path("folder"));
   fs::create_directory_symlink(Path("folder"), Path("way"));
+  EXPECT_EQ(korvmailserver::TouchAll(Path("way"), {"flag"}).size(), 1U);
   EXPECT_LT(KLIBCFileTouch(Path("way/flag").c_str()), 0);
   EXPECT_TRUE(fs::is_empty(Path("folder")));
   EXPECT_TRUE(KLIBCFileExist(root().c_str()));

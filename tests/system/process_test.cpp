@@ -149,6 +149,14 @@ TEST_F(ProcessTest, RunsWithTheGivenInputAndEnvironmentAlone) {
   }
   EXPECT_LT(Since(start).count(), 10);
 
+  Write("/hook", "#!/bin/sh\nseq $1 \"$2\"; echo err >&2\n");
+  korvmailserver::ProgramCall split = call;
+  split.arguments = {"1", "9000"};
+  split.is_split = true;
+  const korvmailserver::ProgramEnd parts = korvmailserver::RunProgram(split);
+  EXPECT_GT(parts.output.size(), 40000U);
+  EXPECT_EQ(parts.errors, "err\n");
+
   Write("/hook", "#!/bin/sh\necho begun\nsleep 60 | cat\n");
   call.seconds = 1;
   const korvmailserver::ProgramEnd end = korvmailserver::RunProgram(call);

@@ -18,16 +18,20 @@
 #include <filesystem>
 #include <iostream>
 
+#include "lib-domain/api/bcc/map_text.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/control/policy_hooks.h"
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
 #include "platform/include/text.h"
-#include "tools/korv_bcc_map/map_text.h"
 #include "tools/korv_bcc_map/postmap.h"
 
 namespace korv_bcc_map {
 namespace {
+
+using MDOMAIN::API::INTERNAL::LeftOut;
+using MDOMAIN::API::INTERNAL::MapText;
 
 struct Map {
   int type;
@@ -37,11 +41,15 @@ struct Map {
   MapText text;
 };
 
-constexpr const char* kReport = "bcc_maps.json";
+using MDOMAIN::CONTROL::INTERNAL::kMapReport;
 
 std::array<Map, 2> Maps() {
-  return {{{BCC_RECIPIENT, "recipient", "recipient_bcc", "recipient_bcc_maps", {}},
-           {BCC_SENDER, "sender", "sender_bcc", "sender_bcc_maps", {}}}};
+  return {{{BCC_RECIPIENT,
+            "recipient",
+            MDOMAIN::CONTROL::INTERNAL::kRecipientMap,
+            "recipient_bcc_maps",
+            {}},
+           {BCC_SENDER, "sender", MDOMAIN::CONTROL::INTERNAL::kSenderMap, "sender_bcc_maps", {}}}};
 }
 
 // A folder for half-made maps, gone at the end. What a killed run leaves, mdomain sweeps.
@@ -178,8 +186,8 @@ bool Run() {
   }
   Json::StreamWriterBuilder writer;
   writer["emitUTF8"] = true;
-  Write(work.File(kReport), Json::writeString(writer, Report(maps, type, folder)) + "\n");
-  InstallFile(work.File(kReport), folder + kReport);
+  Write(work.File(kMapReport), Json::writeString(writer, Report(maps, type, folder)) + "\n");
+  InstallFile(work.File(kMapReport), folder + kMapReport);
   return work.Remove();
 }
 

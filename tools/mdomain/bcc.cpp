@@ -5,6 +5,7 @@
 #include <list>
 
 #include "lib-domain/api/bcc.h"
+#include "lib-domain/control/policy_hooks.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/bcc_maps.h"
 #include "tools/mdomain/bcc_rule_name.h"
@@ -66,6 +67,11 @@ std::list<BccInfo> Read(int domain_id, int type, const Call& call) {
 void Publish(BCC& bcc) {
   if (bcc.PublishRules() != 0) {
     throw Failure(kFailed, "the rules were changed but could not be published");
+  }
+  bool are_old = false;
+  if (!MDOMAIN::CONTROL::INTERNAL::AreBccMapsOld(are_old) ||
+      (are_old && !MDOMAIN::CONTROL::INTERNAL::MakeBccMaps())) {
+    throw Failure(kFailed, "the rules were changed, but their maps could not be made");
   }
 }
 

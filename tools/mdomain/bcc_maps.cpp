@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <list>
 #include <sstream>
 
 #include "lib-domain/api/bcc.h"
@@ -20,7 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string ReportPath() {
-  return MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json";
+  return MDOMAIN::PATHS::TargetEtcDir() + MDOMAIN::CONTROL::INTERNAL::kMapReport;
 }
 
 // What the compiler wrote about its last run.
@@ -96,6 +97,23 @@ void CompileMaps() {
   if (status != 0) {
     throw Failure(kFailed, program + " failed, the old maps stay");
   }
+}
+
+std::vector<std::string> BccMapLines() {
+  std::list<BccInfo> rules;
+  BCC* bcc = BCC::getInstance();
+  if (bcc == nullptr || bcc->getSystemAllBCCList(rules) != 0) {
+    throw Failure(kFailed, "the rules of blind copies could not be read");
+  }
+  std::vector<std::string> lines;
+  if (!rules.empty() || KLIBCFileExist(ReportPath().c_str())) {
+    CompileMaps();
+    const Json::Value report = ReadReport();
+    for (const Json::Value& map : report["maps"]) {
+      lines.push_back(map["main_cf"].asString());
+    }
+  }
+  return lines;
 }
 
 void MakeBccMaps(Call& call) {

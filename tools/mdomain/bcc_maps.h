@@ -3,6 +3,7 @@
 #define TOOLS_MDOMAIN_BCC_MAPS_H
 
 #include <string>
+#include <vector>
 
 #include "tools/mdomain/command.h"
 
@@ -20,6 +21,9 @@ bool MapsFollowFrom(const std::string& key);
 bool AreMapsOld();
 // Throws a Failure when the old maps stay.
 void CompileMaps();
+// The lines of main.cf that name the maps ("recipient_bcc_maps = hash:/path"). Makes the maps first
+// where there are rules; none where there is neither a rule nor a map. Throws as CompileMaps does.
+std::vector<std::string> BccMapLines();
 
 }  // namespace mdomain
 

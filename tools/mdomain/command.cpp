@@ -62,7 +62,7 @@ int Call::Int(const std::string& name, int fallback) const {
 
 void Call::LockHere() {
   if (!lock_) {
-    lock_ = std::make_unique<ChangeLock>(options_.lock_timeout);
+    lock_ = std::make_unique<ChangeLock>(options_.lock_timeout, Has("--quiet"));
     RemoveAllLeftovers();
   }
 }

@@ -2,6 +2,8 @@
 #include <iostream>
 
 #include "lib-domain/base/text.h"
+#include "lib-domain/sync/follow_addresses.h"
+#include "lib-domain/sync/special_address.h"
 #include "platform/include/mail_conf.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/model.h"
@@ -51,6 +53,9 @@ void Set(Call& call) {
   RequireSwitchable(call, key, value);
   if (mailConfSet(key, value, true, 0) < 0) {
     throw Failure(kFailed, "the configuration could not be written");
+  }
+  if (key == MDOMAIN::UTILS::kPostmasterKey && !MDOMAIN::UTILS::FollowAddresses()) {
+    throw Failure(kFailed, "the key was set, but the maps for Postfix could not follow");
   }
   RemindOfAccountDomain(key, value);
   call.out().Done(Entry(key, value), key + " = " + value);

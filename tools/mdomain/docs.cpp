@@ -51,6 +51,8 @@ constexpr Row kFiles[] = {
      "local."},
     {"/var/packages/Postara-Server/etc/mailserver.db", "Settings and BCC rules per domain."},
     {"/var/packages/Postara-Server/target/etc/email_owner.db", "The registry of address owners."},
+    {"/var/packages/Postara-Server/target/etc/postfix_domains.lmdb, postfix_addresses.lmdb",
+     "The maps that Postfix reads."},
     {"/etc/mailserver-domain/host.ini",
      "Host settings: key store, directory, Windows domain, local accounts."},
     {"/var/run/postara_server/mdomain.lock", "The lock file."},

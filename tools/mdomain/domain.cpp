@@ -2,6 +2,7 @@
 #include "lib-domain/api/domain.h"
 
 #include <algorithm>
+#include <iostream>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/base/text.h"
@@ -97,6 +98,17 @@ void PrintDone(Call& call, int domain_idx, const std::string& what) {
   call.out().Done(DomainJson(domain), "domain " + domain.Title() + " " + what);
 }
 
+// A domain that adds accounts adds those that a refresh finds new, and no others.
+void SayWhoIsLeftOut(const KnownDomain& domain) {
+  MDOMAIN::DB::UserDBFilter filter;
+  filter.SetLimit(1);
+  if (!ListUsers(filter).empty()) {
+    std::cerr << "mdomain: accounts that were there before are not in it: mdomain user "
+                 "add "
+              << domain.name << " --all adds them\n";
+  }
+}
+
 void Create(Call& call) {
   MDOMAIN::RECORD::Domain domain(StorableName(call.Text("NAME")));
   domain.SetIsPrimary(false);
@@ -110,6 +122,9 @@ void Create(Call& call) {
     throw Refusal(api, domain, "creating \"" + domain.GetDomainName() + "\"");
   }
   PrintDone(call, idx, "created");
+  if (domain.IsAutomaticallyAddingUsers() && !call.out().json()) {
+    SayWhoIsLeftOut(Domains().Find(std::to_string(idx)));
+  }
 }
 
 void Migrate(Call& call) {

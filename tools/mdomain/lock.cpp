@@ -84,7 +84,7 @@ bool TryLock(int fd, const std::string& path) {
 
 }  // namespace
 
-ChangeLock::ChangeLock(int timeout_seconds) {
+ChangeLock::ChangeLock(int timeout_seconds, bool quiet) {
   const std::string path = MDOMAIN::PATHS::LockFile();
   MakeFolderOf(path);
   fd_ = OpenLockFile(path);
@@ -93,7 +93,7 @@ ChangeLock::ChangeLock(int timeout_seconds) {
   }
   RequireOwnFile(fd_, path);
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_seconds);
-  bool said = false;
+  bool said = quiet;
   while (!TryLock(fd_, path)) {
     if (Clock::now() >= deadline) {
       const std::string holder = Holder(fd_);

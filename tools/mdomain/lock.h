@@ -11,9 +11,9 @@ namespace mdomain {
 
 class ChangeLock {
  public:
-  // Waits up to `timeout_seconds` for another run to end and says so on standard error; throws a
-  // Failure when it has not ended by then, or when the file cannot be made.
-  explicit ChangeLock(int timeout_seconds);
+  // Waits up to `timeout_seconds` for another run to end and says so on standard error, unless
+  // `quiet`; throws a Failure when it has not ended by then, or when the file cannot be made.
+  ChangeLock(int timeout_seconds, bool quiet);
   ~ChangeLock();
   ChangeLock(const ChangeLock&) = delete;
   ChangeLock& operator=(const ChangeLock&) = delete;

@@ -4,12 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <iterator>
 #include <string>
 #include <vector>
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/progress.h"
 #include "platform/include/maillog.h"
 #include "platform/include/root_path.h"
 #include "platform/include/sqlite.h"
@@ -122,6 +124,27 @@ void FollowRefresh(const std::string& line) {
   }
 }
 
+// "40,000"
+std::string WithSeparators(size_t number) {
+  std::string text = std::to_string(number);
+  for (size_t at = text.size(); at > 3; at -= 3) {
+    text.insert(at - 3, ",");
+  }
+  return text;
+}
+
+// Some times a second: a terminal is slower than the work.
+void ShowCounts(const char* doing, size_t done, size_t total) {
+  constexpr std::chrono::milliseconds kPause(200);
+  static std::chrono::steady_clock::time_point last;
+  const auto now = std::chrono::steady_clock::now();
+  if (now - last < kPause) {
+    return;
+  }
+  last = now;
+  Status(std::string(doing) + ": " + WithSeparators(done) + " of " + WithSeparators(total));
+}
+
 }  // namespace
 
 void ShowLog(bool verbose) {
@@ -185,10 +208,11 @@ void HeldLog::Show(const std::string& said) const {
   }
 }
 
-Progress::Progress() {
-  if (isatty(STDERR_FILENO) == 0) {
+Progress::Progress(bool wanted) {
+  if (!wanted || isatty(STDERR_FILENO) == 0) {
     return;
   }
+  MDOMAIN::BASE::ListenToProgress(ShowCounts);
   Status("reading users ...");
   const auto shown = korvmailserver::SetMailLogSink(nullptr);
   korvmailserver::SetMailLogSink([shown](int level, const std::string& line) {
@@ -199,6 +223,7 @@ Progress::Progress() {
 }
 
 Progress::~Progress() {
+  MDOMAIN::BASE::ListenToProgress({});
   ClearStatus();
 }
 

@@ -35,10 +35,11 @@ class HeldLog {
   void Show(const std::string& said = "") const;
 };
 
-// While one lives, a terminal on standard error shows how far a refresh is. Elsewhere it is silent.
+// While one lives, a terminal on standard error shows how far a refresh is. Elsewhere, and when it
+// is not `wanted`, it is silent.
 class Progress {
  public:
-  Progress();
+  explicit Progress(bool wanted);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;

@@ -48,6 +48,13 @@ const Register kNode({
          Effect::kReads,
          {},
          ShowMachines},
+        {"role",
+         "Print what this machine is among those that share a key store",
+         "One word: manages, pulls, replaced (another machine took over), undecided (nobody has "
+         "said yet), or alone where the key store is not shared.",
+         Effect::kReads,
+         {},
+         TellRole},
         {"check",
          "Mend what can be mended, and tell what may lose what is published",
          "For a timer on every machine. The one that manages reads everything in the key store "

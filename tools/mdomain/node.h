@@ -40,6 +40,7 @@ void PullHere(Call& call);
 
 // node_status.cpp
 void ShowMachines(Call& call);
+void TellRole(Call& call);
 // node_check.cpp
 void CheckMachine(Call& call);
 

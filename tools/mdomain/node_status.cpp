@@ -21,9 +21,24 @@ using Digests = std::map<std::string, std::string>;
 
 constexpr const char* kCurrent = "current";
 
+const char* RoleText(NodeRole role) {
+  switch (role) {
+    case NodeRole::kAlone:
+      return "alone";
+    case NodeRole::kUndecided:
+      return "undecided";
+    case NodeRole::kManager:
+      return "manages";
+    case NodeRole::kReplaced:
+      return "replaced";
+    default:
+      return "pulls";
+  }
+}
+
 struct Machine {
   std::string name;
-  const char* role = "pulls";
+  const char* role = RoleText(NodeRole::kMember);
   long long version = 0;
   std::string state = kCurrent;
   long long since = 0;  // seconds since 1970
@@ -131,20 +146,18 @@ Machine ThisMachine(const Picture& picture) {
   const NodeStanding& standing = picture.standing;
   Machine machine;
   machine.name = standing.name;
+  machine.role = RoleText(standing.role);
   machine.version = standing.version;
   machine.since = standing.unpublished_since != 0 ? standing.unpublished_since : standing.time;
   switch (standing.role) {
     case NodeRole::kUndecided:
-      machine.role = "undecided";
       machine.state = "nobody has said what it is";
       break;
     case NodeRole::kReplaced:
-      machine.role = "replaced";
       machine.state =
           "replaced by " + standing.manager + " (term " + std::to_string(standing.term) + ")";
       break;
     default:
-      machine.role = standing.role == NodeRole::kManager ? "manages" : "pulls";
       machine.state = OwnState(picture);
   }
   return machine;
@@ -252,6 +265,16 @@ void ShowMachines(Call& call) {
                          {"state", "STATE"}});
   call.out().Flush();  // before the message, and whole although the command fails
   RequireCurrent(picture, machines);
+}
+
+void TellRole(Call& call) {
+  NodeStanding standing;
+  if (!korvmailserver::ReadNodeStanding(standing)) {
+    throw Failure(kFailed, "what this machine is could not be read");
+  }
+  Json::Value record;
+  record["role"] = RoleText(standing.role);
+  call.out().Done(record, RoleText(standing.role));
 }
 
 }  // namespace mdomain

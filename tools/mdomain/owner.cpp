@@ -1,15 +1,19 @@
 // mdomain owner: the registry that tells mail services who owns an address.
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
 
+#include "lib-domain/api/alias_entry.h"
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/node_publication.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/text.h"
 
@@ -56,6 +60,30 @@ void RequireRegistry() {
   }
 }
 
+// Of an address that goes to several; none of any other.
+Json::Value MembersOf(const std::string& address) {
+  const size_t at = address.find('@');
+  const std::string name = address.substr(at + 1);
+  Json::Value members(Json::arrayValue);
+  static const Domains domains;
+  for (const KnownDomain& domain : domains.all()) {
+    const bool is_of_domain =
+        SameDomainName(domain.name, name) ||
+        std::any_of(domain.additional_names.begin(), domain.additional_names.end(),
+                    [&name](const std::string& further) { return SameDomainName(further, name); });
+    bool found = false;
+    ::Alias::Entry entry;
+    if (is_of_domain &&
+        !MDOMAIN::API::AliasEntry().Find(domain.idx, address.substr(0, at), found, entry)) {
+      throw Failure(kFailed, "the addresses with several members could not be read");
+    }
+    for (const ::Alias::Member& member : entry.members) {
+      members.append(member.name);
+    }
+  }
+  return members;
+}
+
 void Lookup(Call& call) {
   RequireRegistry();
   EmailOwner registry;
@@ -68,14 +96,20 @@ void Lookup(Call& call) {
       status = kRefused;
     } else if (!registry.GetOwner(address, owner)) {
       throw Failure(kFailed, "the owner registry could not be read");
-    } else if (owner.empty() && status == kDone) {
-      status = kNotFound;
+    } else if (owner.empty()) {
+      record["members"] = MembersOf(address);
+      status = record["members"].empty() && status == kDone ? kNotFound : status;
     }
     record["address"] = address;
     record["owner"] = owner;
     records.append(record);
   }
-  call.out().List(records, {{"address", "ADDRESS"}, {"owner", "OWNER"}});
+  std::vector<Column> columns = {{"address", "ADDRESS"}, {"owner", "OWNER"}};
+  if (std::any_of(records.begin(), records.end(),
+                  [](const Json::Value& record) { return !record["members"].empty(); })) {
+    columns.push_back({"members", "MEMBERS"});
+  }
+  call.out().List(records, columns);
   call.out().Flush();
   if (status != kDone) {
     throw Failure(status, status == kRefused ? "not every text is a mail address"
@@ -128,16 +162,16 @@ OwnerRegistryContent Owners() {
 }
 
 void Build(Call& call) {
-  const OwnerRegistryContent content = Owners();
-  if (!MDOMAIN::UTILS::ReplaceOwnerRegistry(MDOMAIN::PATHS::EmailOwnerDb(), content)) {
+  MDOMAIN::UTILS::OwnerCounts counts;
+  if (!MDOMAIN::UTILS::BuildOwners(counts)) {
     throw Failure(kFailed, "the owner registry could not be replaced; the old one is in place");
   }
   Publish();
   Json::Value record;
-  record["domain_names"] = Json::UInt64(content.domains.size());
-  record["local_parts"] = Json::UInt64(content.local_parts.size());
-  call.out().Done(record, "registered " + Counted(content.local_parts.size(), "local part") +
-                              " and " + Counted(content.domains.size(), "domain name"));
+  record["domain_names"] = Json::UInt64(counts.domain_names);
+  record["local_parts"] = Json::UInt64(counts.local_parts);
+  call.out().Done(record, "registered " + Counted(counts.local_parts, "local part") + " and " +
+                              Counted(counts.domain_names, "domain name"));
 }
 
 void Check(Call& call) {
@@ -191,9 +225,10 @@ const Register kOwner({
           One("USER", "Name or uid of the owner")},
          Add},
         {"build",
-         "Fill the registry anew from the domain database",
-         "Readers see the old or the new registry, whole. Where several users have one alias, the "
-         "one whose alias is not flagged is the owner.",
+         "Make the registry what the domain database says",
+         "From then on it follows every change. Readers see the old or the new registry, whole. "
+         "Where several users have one alias, the one whose alias is not flagged is the owner. "
+         "Entries that others added go.",
          Effect::kChanges,
          {},
          Build},

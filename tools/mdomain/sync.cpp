@@ -12,6 +12,7 @@
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/stored_state.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -218,9 +219,9 @@ void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
   }
 }
 
-RefreshSummary RunRefresh(const Call& call, const DeletionLimit& limit) {
+RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit) {
   RequirePublishable(call);
-  const Progress progress;
+  const Progress progress(!call.Has("--quiet") && !call.out().json());
   MDOMAIN::API::Updater updater;
   updater.SetDeletionLimit(limit);
   updater.AllowEmptyPublication(call.Has("--force"));
@@ -233,8 +234,8 @@ RefreshSummary RunRefresh(const Call& call, const DeletionLimit& limit) {
   return updater.GetSummary();
 }
 
-RefreshSummary LookAtRefresh(const DeletionLimit& limit) {
-  const Progress progress;
+RefreshSummary LookAtRefresh(Call& call, const DeletionLimit& limit) {
+  const Progress progress(!call.Has("--quiet") && !call.out().json());
   RefreshSummary summary;
   if (!MDOMAIN::UTILS::PreviewRefresh(limit, summary)) {
     throw Failure(kFailed, "the refresh would fail: the accounts or the mirror could not be read");
@@ -242,11 +243,23 @@ RefreshSummary LookAtRefresh(const DeletionLimit& limit) {
   return summary;
 }
 
+// Whether what was found is worth a word where nothing was written.
+bool HasNews(const RefreshSummary& summary) {
+  return !summary.users_complete || !summary.groups_complete || !summary.new_users.empty() ||
+         !summary.new_groups.empty() || !summary.deleted_uids.empty() ||
+         !summary.deleted_gids.empty() || !summary.renamed_users.empty() ||
+         !summary.spared_users.empty() || !summary.spared_groups.empty();
+}
+
 void Refresh(Call& call) {
   const bool dry_run = call.Has("--dry-run");
+  const bool quiet = call.Has("--quiet") && !call.out().json();
   const DeletionLimit limit = TypedLimit(call);
-  const RefreshSummary summary = dry_run ? LookAtRefresh(limit) : RunRefresh(call, limit);
-  call.out().Record(SummaryJson(summary, dry_run), SummaryColumns(summary, dry_run));
+  const std::string before = quiet ? StoredState() : "";
+  const RefreshSummary summary = dry_run ? LookAtRefresh(call, limit) : RunRefresh(call, limit);
+  if (!quiet || HasNews(summary) || StoredState() != before) {
+    call.out().Record(SummaryJson(summary, dry_run), SummaryColumns(summary, dry_run));
+  }
   call.out().Flush();  // before the message, and whole although the command fails
   RequireNobodySpared(summary, dry_run);
 }
@@ -327,7 +340,8 @@ const Register kRefresh({
            "Delete at most N per cent of the users, and of the groups, that were known (10), but "
            "always five; 0 for any share"),
        ForceFlag("Delete whoever is gone, however many they are, and publish also a model without "
-                 "domains")},
+                 "domains"),
+       Flag("--quiet", "Print nothing when nothing changed and nothing failed; for a timer")},
       Refresh}},
 });
 

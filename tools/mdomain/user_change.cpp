@@ -2,11 +2,13 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "lib-domain/api/alias_entry.h"
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "platform/include/account.h"
 #include "tools/mdomain/account_output.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
@@ -32,10 +34,46 @@ void RequireAliases(const std::vector<std::string>& aliases) {
   }
 }
 
+// An address with several members keeps its name.
+void RefuseEntries(const KnownDomain& domain, const std::vector<std::string>& aliases) {
+  for (const std::string& alias : aliases) {
+    bool found = false;
+    ::Alias::Entry entry;
+    if (!MDOMAIN::API::AliasEntry().Find(domain.idx, alias, found, entry)) {
+      throw Failure(kFailed, "the addresses with several members could not be read");
+    }
+    if (found) {
+      throw Failure(kRefused, "\"" + alias + "\" has several members in domain " + domain.Title() +
+                                  ": see mdomain alias show");
+    }
+  }
+}
+
 Members TypedMembers(const Call& call) {
   Members members{FindUsers(call.List("USER")), FindGroups(call.List("--group"))};
   if (members.users.empty() && members.groups.empty()) {
     throw Failure(kUsage, "name a user or a --group");
+  }
+  return members;
+}
+
+// Every account that is not in the domain and was not taken out of it.
+Members EverybodyElse(const Call& call, const KnownDomain& domain) {
+  if (!call.List("USER").empty() || !call.List("--group").empty() || call.Has("--alias")) {
+    throw Failure(kUsage, "--all names everybody: no USER, --group or --alias beside it");
+  }
+  DomainUser api;
+  std::vector<unsigned int> uids;
+  std::unordered_set<unsigned int> passed_over;
+  if (!api.List(domain.idx, uids) || !api.GetAllRemovedUIDs(domain.idx, passed_over)) {
+    throw Failure(kFailed, "the users of the domain could not be read");
+  }
+  passed_over.insert(uids.begin(), uids.end());
+  Members members;
+  for (MDOMAIN::RECORD::User& user : ListUsers(MDOMAIN::DB::UserDBFilter())) {
+    if (passed_over.count(user.GetUID()) == 0 && !KORVUserIsInternal(user.GetUserName().c_str())) {
+      members.users.push_back(std::move(user));
+    }
   }
   return members;
 }
@@ -51,7 +89,7 @@ void Preview(Call& call) {
 
 void Add(Call& call) {
   const KnownDomain domain = TypedDomain(call);
-  const Members members = TypedMembers(call);
+  const Members members = call.Has("--all") ? EverybodyElse(call, domain) : TypedMembers(call);
   const std::vector<std::string> aliases = call.List("--alias");
   if (!aliases.empty()) {
     RefuseInternal(members.users, {});  // a wrong account is told before a wrong alias
@@ -60,6 +98,7 @@ void Add(Call& call) {
     throw Failure(kUsage, "--alias needs exactly one user and no group");
   }
   RequireAliases(aliases);
+  RefuseEntries(domain, aliases);
   AddMembers(call, domain, members, aliases);
 }
 
@@ -82,7 +121,7 @@ auto SameAlias(const std::string& alias) {
   };
 }
 
-AliasPairs ChangedAliases(const Call& call, AliasPairs pairs) {
+AliasPairs ChangedAliases(const Call& call, const KnownDomain& domain, AliasPairs pairs) {
   if (call.Has("--alias")) {
     pairs.clear();
   }
@@ -90,6 +129,7 @@ AliasPairs ChangedAliases(const Call& call, AliasPairs pairs) {
   const std::vector<std::string> more = call.List("--add-alias");
   added.insert(added.end(), more.begin(), more.end());
   RequireAliases(added);
+  RefuseEntries(domain, added);
   for (const std::string& alias : added) {
     if (std::none_of(pairs.begin(), pairs.end(), SameAlias(alias))) {
       pairs.emplace_back(alias, false);
@@ -135,7 +175,8 @@ void Set(Call& call) {
   }
   std::vector<MDOMAIN::RECORD::DomainUser> users = {DomainUserOf(domain, account)};
   users[0].SetRole(ChangedRole(call, users[0]));
-  users[0].SetAliasDuplicatedPairs(ChangedAliases(call, users[0].GetAliasDuplicatedPairs()));
+  users[0].SetAliasDuplicatedPairs(
+      ChangedAliases(call, domain, users[0].GetAliasDuplicatedPairs()));
   std::vector<std::string> aliases;
   for (const auto& pair : users[0].GetAliasDuplicatedPairs()) {
     aliases.push_back(pair.first);
@@ -220,9 +261,10 @@ const Register kUserChanges({
          "Add users, and groups with their members, to a domain",
          "Each user gets the alias that preview shows, and keeps those that are there. An alias "
          "that another user has is stored and flagged as a collision. Users who were removed from "
-         "the domain are taken in again.",
+         "the domain are taken in again, but not by --all.",
          Effect::kChanges,
          {DomainArgument(), kUsers, kGroups,
+          Flag("--all", "Everybody whom a refresh has found and who is not in the domain"),
           Repeated("--alias", "ALIAS",
                    "An alias for the one user named, in place of the pattern's")},
          Add},

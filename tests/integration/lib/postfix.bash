@@ -77,3 +77,22 @@ mimedefang_start() {
     </dev/null >"$dir.md.log" 2>&1 &
   wait_for "MIMEDefang on port $1" listens "$1"
 }
+
+# postfix_host : Postfix on a host as it is installed, with the accounts of a root "host" that is in
+# force; it delivers to $postfix/mail/ACCOUNT/new. What takes mail runs in the queue's folder as the
+# root.
+postfix_host() {
+  use_root host
+  mkdir -p "$MDOMAIN_ROOT/etc"
+  grep -E '^[a-z]+(:[^:]*){6}$' "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/passwd"
+  grep -E '^[a-z]+(:[^:]*){3}$' "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/group"
+  cat /etc/passwd "$MDOMAIN_ROOT/etc/passwd" >"$scratch/passwd"
+  mount --bind "$scratch/passwd" /etc/passwd
+  postfix_configure ""
+  chmod 1777 "$postfix/mail"
+  postconf -c "$postfix/etc" -e 'mydestination = $myhostname, localhost' 'recipient_delimiter = +' \
+    "mail_spool_directory = $postfix/mail/" 'home_mailbox =' virtual_mailbox_maps= \
+    'smtpd_relay_restrictions = permit_mynetworks permit_sasl_authenticated defer_unauth_destination'
+  sed -i -E 's/^((127|cleanup|rewrite).*) n ( *-.*)$/\1 y \3/' "$postfix/etc/master.cf"
+  printf '%s\n' 'local unix - n n - - local' 'lmtp unix - - y - - lmtp' >>"$postfix/etc/master.cf"
+}

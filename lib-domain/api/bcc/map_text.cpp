@@ -1,29 +1,11 @@
-#include "tools/korv_bcc_map/map_text.h"
+#include "lib-domain/api/bcc/map_text.h"
 
-#include <unicase.h>
+#include <algorithm>
 
-#include <cstdlib>
-#include <memory>
-
-#include "lib-domain/base/text.h"
 #include "platform/include/eai.h"
+#include "platform/include/postfix_map.h"
 
-namespace korv_bcc_map {
-
-namespace {
-
-// Equal for two keys that postmap takes for one: it folds all letters of Unicode.
-std::string Folded(const std::string& key) {
-  std::string lower = MDOMAIN::BASE::ToLowerAscii(key);
-  size_t size = 0;
-  const std::unique_ptr<uint8_t, void (*)(void*)> folded(
-      u8_casefold(reinterpret_cast<const uint8_t*>(lower.data()), lower.size(), nullptr, nullptr,
-                  nullptr, &size),
-      std::free);
-  return folded == nullptr ? lower : std::string(reinterpret_cast<const char*>(folded.get()), size);
-}
-
-}  // namespace
+namespace MDOMAIN::API::INTERNAL {
 
 void MapText::Add(const BccMapEntry& entry) {
   if (entry.unknown_destination) {
@@ -47,7 +29,10 @@ void MapText::Add(const BccMapEntry& entry) {
 
 void MapText::AddAccount(const BccMapEntry& entry) {
   if (entry.local_parts != nullptr) {
-    for (const std::string& local_part : *entry.local_parts) {
+    // In an order that tells nothing of how they came to be stored: the text is compared.
+    std::vector<std::string> local_parts(entry.local_parts->begin(), entry.local_parts->end());
+    std::sort(local_parts.begin(), local_parts.end());
+    for (const std::string& local_part : local_parts) {
       const std::string key = local_part + "@" + std::string(entry.domain);
       if (KORV::POSTARA_SERVER::IsValidEaiLocalPart(local_part, true)) {
         Put(key, entry);
@@ -69,7 +54,8 @@ void MapText::Put(const std::string& key, const BccMapEntry& entry) {
     LeaveOut(key, entry, "would be a comment");
     return;
   }
-  const auto [place, is_new] = rules_by_key_.try_emplace(Folded(key));
+  // Two keys that Postfix takes for one are one.
+  const auto [place, is_new] = rules_by_key_.try_emplace(korvmailserver::FoldMapKey(key));
   if (is_new) {
     place->second = {entry.rule, entry.rule->name, std::string(entry.value)};
     text_.append(key).append(" ").append(entry.value).append("\n");
@@ -86,4 +72,4 @@ void MapText::LeaveOut(const std::string& key, const BccMapEntry& entry,
   }
 }
 
-}  // namespace korv_bcc_map
+}  // namespace MDOMAIN::API::INTERNAL

@@ -2,8 +2,8 @@
 //
 // The mail transfer agent takes one address per key: several on a line would be read as one address
 // that does not exist. So later rules for the same key are left out and reported.
-#ifndef TOOLS_KORV_BCC_MAP_MAP_TEXT_H
-#define TOOLS_KORV_BCC_MAP_MAP_TEXT_H
+#ifndef LIB_DOMAIN_API_BCC_MAP_TEXT_H
+#define LIB_DOMAIN_API_BCC_MAP_TEXT_H
 
 #include <set>
 #include <string>
@@ -12,8 +12,9 @@
 #include <vector>
 
 #include "lib-domain/api/bcc.h"
+#include "platform/include/export.h"
 
-namespace korv_bcc_map {
+namespace MDOMAIN::API::INTERNAL {
 
 struct LeftOut {
   std::string key;  // the key that the rule does not get; empty when it has none
@@ -22,7 +23,7 @@ struct LeftOut {
   std::string reason;
 };
 
-class MapText {
+class MDOMAIN_EXPORT MapText {
  public:
   void Add(const BccMapEntry& entry);
 
@@ -53,6 +54,6 @@ class MapText {
   std::set<std::pair<const BccInfo*, std::string>> reported_;
 };
 
-}  // namespace korv_bcc_map
+}  // namespace MDOMAIN::API::INTERNAL
 
-#endif  // TOOLS_KORV_BCC_MAP_MAP_TEXT_H
+#endif  // LIB_DOMAIN_API_BCC_MAP_TEXT_H

@@ -1,0 +1,182 @@
+#include "lib-domain/api/alias_entry.h"
+
+#include <algorithm>
+
+#include "lib-domain/api/trigger.h"
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/db/domain.h"
+#include "lib-domain/db/look_up.h"
+#include "lib-domain/db/special_address.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "platform/include/eai.h"
+#include "platform/include/nodes.h"
+
+namespace MDOMAIN::API {
+
+namespace {
+
+using Kind = ::Alias::MemberKind;
+
+bool Load(::Alias& table) {
+  if (table.load() < 0) {
+    LOG_ERROR("Failed to load alias");
+    return false;
+  }
+  return true;
+}
+
+const ::Alias::Entry* FindIn(const ::Alias& table, int domain_idx, const std::string& name) {
+  const auto found =
+      std::find_if(table.list().begin(), table.list().end(), [&](const ::Alias::Entry& entry) {
+        return entry.domain_id == domain_idx && BASE::EqualsIgnoreCase(entry.name, name);
+      });
+  return found == table.list().end() ? nullptr : &*found;
+}
+
+bool IsAddress(const std::string& text) {
+  const size_t at = text.rfind('@');
+  return at != std::string::npos &&
+         KORV::POSTARA_SERVER::IsValidEaiLocalPart(text.substr(0, at), true) &&
+         KORV::POSTARA_SERVER::IsValidEaiDomain(text.substr(at + 1));
+}
+
+AliasEntry::Result Publish() {
+  return INTERNAL::TriggerUpdater() ? AliasEntry::Result::kDone : AliasEntry::Result::kUnpublished;
+}
+
+}  // namespace
+
+bool AliasEntry::List(int domain_idx, std::vector<::Alias::Entry>& entries) {
+  ::Alias table(PATHS::AliasDb());
+  if (!Load(table)) {
+    return false;
+  }
+  std::copy_if(table.list().begin(), table.list().end(), std::back_inserter(entries),
+               [domain_idx](const ::Alias::Entry& entry) { return entry.domain_id == domain_idx; });
+  return true;
+}
+
+bool AliasEntry::Find(int domain_idx, const std::string& name, bool& found, ::Alias::Entry& entry) {
+  ::Alias table(PATHS::AliasDb());
+  if (!Load(table)) {
+    return false;
+  }
+  const ::Alias::Entry* const stored = FindIn(table, domain_idx, name);
+  found = stored != nullptr;
+  if (found) {
+    entry = *stored;
+  }
+  return true;
+}
+
+AliasEntry::Result AliasEntry::Create(const ::Alias::Entry& entry) {
+  return _Store(entry, true);
+}
+
+AliasEntry::Result AliasEntry::Set(const ::Alias::Entry& entry) {
+  return _Store(entry, false);
+}
+
+AliasEntry::Result AliasEntry::Delete(int domain_idx, const std::string& name) {
+  const korvmailserver::PublicationScope publication;
+  problem_.clear();
+  ::Alias table(PATHS::AliasDb());
+  if (!Load(table)) {
+    return Result::kFailed;
+  }
+  const ::Alias::Entry* const stored = FindIn(table, domain_idx, name);
+  if (stored == nullptr) {
+    return Result::kMissing;
+  }
+  const std::string stored_name = stored->name;
+  if (table.del(stored_name, domain_idx) < 0) {
+    LOG_ERROR("Failed to del, domain_id: [%d]", domain_idx);
+    return Result::kFailed;
+  }
+  return Publish();
+}
+
+AliasEntry::Result AliasEntry::_Store(const ::Alias::Entry& entry, bool must_be_new) {
+  const korvmailserver::PublicationScope publication;
+  problem_.clear();
+  ::Alias table(PATHS::AliasDb());
+  if (!Load(table)) {
+    return Result::kFailed;
+  }
+  const ::Alias::Entry* const stored = FindIn(table, entry.domain_id, entry.name);
+  if ((stored != nullptr) == must_be_new) {
+    return must_be_new ? Result::kExists : Result::kMissing;
+  }
+  const Result checked = _Check(entry);
+  if (checked != Result::kDone) {
+    return checked;
+  }
+  ::Alias::Entry wanted = entry;
+  wanted.name = stored == nullptr ? entry.name : stored->name;
+  if (table.set(wanted) < 0) {
+    LOG_ERROR("Failed to set, domain_id: [%d]", entry.domain_id);
+    return Result::kFailed;
+  }
+  return Publish();
+}
+
+AliasEntry::Result AliasEntry::_Check(const ::Alias::Entry& entry) {
+  std::vector<RECORD::Domain> domains;
+  std::vector<RECORD::DomainUser> holders;
+  if (!DB::Domain().ListNames(domains) ||
+      !DB::INTERNAL::ListHoldersOf(entry.domain_id, {entry.name}, holders)) {
+    return Result::kFailed;
+  }
+  if (std::none_of(domains.begin(), domains.end(), [&entry](const RECORD::Domain& domain) {
+        return domain.GetDomainIdx() == entry.domain_id;
+      })) {
+    return _Refuse(Result::kMissing, "domain " + std::to_string(entry.domain_id));
+  }
+  if (!UTILS::IsAccountAliasValid(entry.name)) {
+    return _Refuse(Result::kInvalid, entry.name);
+  }
+  for (const RECORD::DomainUser& holder : holders) {
+    for (const auto& alias : holder.GetAliasDuplicatedPairs()) {
+      if (BASE::EqualsIgnoreCase(alias.first, entry.name)) {
+        return _Refuse(Result::kTaken, holder.GetUserName());
+      }
+    }
+  }
+  return entry.members.empty() ? Result::kInvalid : _CheckMembers(entry);
+}
+
+AliasEntry::Result AliasEntry::_CheckMembers(const ::Alias::Entry& entry) {
+  for (const ::Alias::Member& member : entry.members) {
+    bool is_known = false;
+    std::string name;
+    if (member.kind == Kind::Address) {
+      is_known = IsAddress(member.name);
+    } else if (member.kind == Kind::User) {
+      if (!DB::INTERNAL::FindAccount(member.name, name)) {
+        return Result::kFailed;
+      }
+      is_known = name == member.name;
+    } else {
+      std::vector<RECORD::Group> groups;
+      if (!DB::INTERNAL::ListNamed({member.name}, groups)) {
+        return Result::kFailed;
+      }
+      is_known = std::any_of(groups.begin(), groups.end(), [&member](const RECORD::Group& group) {
+        return group.GetGroupName() == member.name;
+      });
+    }
+    if (!is_known) {
+      return _Refuse(Result::kInvalid, member.name);
+    }
+  }
+  return Result::kDone;
+}
+
+AliasEntry::Result AliasEntry::_Refuse(Result result, const std::string& problem) {
+  problem_ = problem;
+  return result;
+}
+
+}  // namespace MDOMAIN::API

@@ -1,0 +1,55 @@
+// The public interface for addresses of a domain that go to several: entries of the alias table,
+// with users, groups and addresses elsewhere as their members.
+//
+// Names are local parts (RFC 5321, 6531) and compared without ASCII case. A changing call ends by
+// publishing; when that fails it is kUnpublished, and the change stays.
+#ifndef LIB_DOMAIN_API_ALIAS_ENTRY_H
+#define LIB_DOMAIN_API_ALIAS_ENTRY_H
+
+#include <string>
+#include <vector>
+
+#include "platform/include/alias.h"
+#include "platform/include/export.h"
+
+namespace MDOMAIN::API {
+
+class MDOMAIN_EXPORT AliasEntry {
+ public:
+  enum class Result {
+    kDone,
+    kUnpublished,
+    kInvalid,  // the name is no local part, or a member is none of its kind, or there is none
+    kTaken,    // an alias of a user of the domain
+    kExists,   // Create: there is an entry of that name
+    kMissing,  // Set, Delete: there is none; or the domain is not there
+    kFailed,   // with a log line
+  };
+
+  // Appends the domain's entries by name, members in the order in which they were given. False with
+  // a log line when they cannot be read.
+  bool List(int domain_idx, std::vector<Alias::Entry>& entries);
+  // The entry of that name; without one `found` is false.
+  bool Find(int domain_idx, const std::string& name, bool& found, Alias::Entry& entry);
+
+  // Users and groups are stored as they are given, and must be mirrored under that full name;
+  // addresses have a local part and a domain. What is refused is told by `Problem`, and nothing is
+  // changed.
+  Result Create(const Alias::Entry& entry);
+  Result Set(const Alias::Entry& entry);
+  Result Delete(int domain_idx, const std::string& name);
+  // What was wrong with the last call: a member, or who has the name; may be empty.
+  const std::string& Problem() const { return problem_; }
+
+ private:
+  Result _Check(const Alias::Entry& entry);
+  Result _CheckMembers(const Alias::Entry& entry);
+  Result _Store(const Alias::Entry& entry, bool must_be_new);
+  Result _Refuse(Result result, const std::string& problem);
+
+  std::string problem_;
+};
+
+}  // namespace MDOMAIN::API
+
+#endif  // LIB_DOMAIN_API_ALIAS_ENTRY_H

@@ -1,0 +1,28 @@
+// The maps that Postfix reads, beyond what follows a change by itself.
+#ifndef LIB_DOMAIN_SYNC_POSTFIX_MAPS_H
+#define LIB_DOMAIN_SYNC_POSTFIX_MAPS_H
+
+#include "lib-domain/sync/owner_registry.h"
+#include "platform/include/export.h"
+#include "platform/include/postfix_map.h"
+
+namespace MDOMAIN::UTILS {
+
+struct PostfixContent {
+  korvmailserver::MapEntries addresses;  // with the account's address
+  korvmailserver::MapEntries domains;    // every name in both spellings
+};
+
+// What the maps should hold for these owners. False with a log line when the settings that name
+// the accounts' addresses cannot be read.
+MDOMAIN_EXPORT bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& content);
+
+// On a machine that pulls, where the model is not written: makes the maps from it once. False with
+// a log line, and the maps of before in place.
+MDOMAIN_EXPORT bool MakePulledPostfixMaps();
+// Whether somebody made the maps on this machine.
+bool HasPostfixMaps();
+
+}  // namespace MDOMAIN::UTILS
+
+#endif  // LIB_DOMAIN_SYNC_POSTFIX_MAPS_H

@@ -1,0 +1,121 @@
+#!/bin/bash
+# A Postfix that mdomain postfix configure has set up delivers what is sent to the addresses of a
+# company, refuses everything else at once, and follows each change without a reload.
+# ctest-label: postfix
+# ctest-timeout: 600
+here=$(dirname "$0")
+. "$here/lib/private.bash"
+. "$here/lib/driver.bash"
+. "$here/lib/postfix.bash"
+
+postfix_host
+config=(--config "$postfix/etc")
+good domain create example.com
+good domain names add 1 example.org
+good domain create bücher.example --pattern '<4a>' --no-auto-add
+good refresh
+good group add 2 books
+good user set 2 erika --alias erika
+
+# What stands against it, by what is set for it, changes nothing.
+against() {
+  cp "$postfix/etc/main.cf" "$scratch/main.cf"
+  postconf -c "$postfix/etc" -e "$2"
+  cp "$postfix/etc/main.cf" "$scratch/main.cf.against"
+  fails 3 "$1" postfix configure --apply "${config[@]}" "${@:3}"
+  alike "main.cf with $2" "$postfix/etc/main.cf" "$scratch/main.cf.against"
+  mv "$scratch/main.cf" "$postfix/etc/main.cf"
+}
+echo 'bücher.example' >"$scratch/names"
+against 'mydestination holds example.org' 'mydestination = localhost, Example.ORG'
+against 'relay_domains holds bücher.example' "relay_domains = $scratch/names"
+against 'virtual_mailbox_domains holds example.com' \
+  'virtual_mailbox_domains = inline:{ { example.com = x } }'
+against 'does not hold localhost' 'mydestination = $myhostname'
+socket=$postfix/queue/milter
+against 'milter: No such file' 'soft_bounce = no' --milter unix:/milter
+python3 -c 'import socket, sys, time; s = socket.socket(socket.AF_UNIX); s.bind(sys.argv[1])
+s.listen(); time.sleep(600)' "$socket" &
+wait_for "a milter" test -S "$socket"
+chmod 700 "$socket"
+against 'postfix has no right to' 'soft_bounce = no' --milter unix:/milter
+against 'milter inet:127.0.0.1:9 cannot' 'soft_bounce = no' --milter inet:127.0.0.1:9
+fails 2 'unix:PATH' postfix configure "${config[@]}" --milter /milter
+fails 2 '--config' postfix configure --apply
+chmod 777 "$socket"
+gives '[.settings[].name]' '["virtual_alias_domains","virtual_alias_maps","smtpd_milters"]' \
+  postfix configure "${config[@]}" --milter unix:/milter
+same "copies of main.cf" "$(find "$postfix/etc" -name 'main.cf.*')" ""
+
+# What is there stays.
+postconf -c "$postfix/etc" -e 'virtual_alias_maps = inline:{ { press@old.example = ben@localhost } { old.example = x } }'
+good postfix configure --apply "${config[@]}"
+fails 1 'no mail server listens on 127.0.0.1 port 25' postfix check "${config[@]}"
+postfix_start
+gives '[.changed, .copy, .reloaded]' '[[],"",false]' postfix configure --apply "${config[@]}"
+good bcc add 1 zoe@example.com hugo
+bcc_compiler
+gives '[[.changed[].name], .reloaded]' '[["recipient_bcc_maps","sender_bcc_maps"],true]' \
+  postfix configure --apply "${config[@]}"
+
+# answers CODE ADDRESS.. : each is answered with it within two seconds.
+answers() { same "$1" "$(mail_py answers "$@")" ""; }
+deliver() { same "mail" "$(mail_py deliver "$postfix/mail")" ""; }
+
+good user set 1 anna --alias anna --alias straße --alias "o'h=a*ra"
+good postfix check "${config[@]}"
+same "the check" "$out" "model, map and server agree on 40 addresses"
+deliver <<'END'
+anna@example.com anna
+ANNA@Example.ORG anna
+anna+list@example.org anna
+o'h=a*ra@example.com anna
+Strasse@example.com anna
+straße@example.org anna
+erik@bücher.example erik
+erika@xn--bcher-kva.example erika
+grac@BÜCHER.example grace
+press@old.example ben
+zoe@example.com hugo zoe
+END
+answers 550 printer@example.com root@example.com daemon@example.org fritz@example.net \
+  anna@bücher.example anna@xn--bcher-kva.example olivia+x+y@bücher.example zoe.@example.com
+
+# Changes.
+good user set 1 anna --alias anna.schmidt
+answers 250 anna.schmidt@example.org
+answers 550 anna@example.com straße@example.org
+good user remove 2 fritz --yes
+answers 550 frit@bücher.example
+good domain names add 2 café.example
+answers 250 grac@café.example grac@xn--caf-dma.example
+good domain delete 2 --yes
+answers 550 erik@bücher.example grac@xn--caf-dma.example
+gives '.[0].server | .[:3]' '"250"' postfix check "${config[@]}" ben+x@example.com
+fails 4 'no domain of this host' postfix check "${config[@]}" erik@bücher.example
+
+# An entry that is not the model's.
+addresses=$target/etc/postfix_addresses
+echo 'ghost@example.com ben@localhost' | postmap -i "lmdb:$addresses"
+run postfix check "${config[@]}"
+same "status with an entry too many" "$status" 1
+matches "an entry too many" "$out" '^ghost@example.com +ben@localhost'
+postmap -d ghost@example.com "lmdb:$addresses"
+
+# While changes go on, nothing is put off or lost.
+(
+  while [ ! -e "$scratch/enough" ]; do
+    good user set 1 david --alias david --alias "d$RANDOM"
+  done
+) &
+changer=$!
+few=(ben@example.com hugo@example.org zoe@example.com ines@example.org carla@example.com)
+for turn in 1 2 3; do
+  # Postfix lets a client wait that is refused often.
+  same "look-ups" "$(mail_py ask 900 "${few[@]}" ghost@example.com)" "250:750 550:150"
+  deliver <<<"ben+$turn@example.com ben"
+done
+touch "$scratch/enough"
+wait $changer
+good postfix check "${config[@]}"
+postfix_stop

@@ -1,0 +1,143 @@
+#!/bin/bash
+# Builds the Debian packages, has lintian judge them, and installs them into a fresh Debian 12 as its
+# administrator would: new, over 1.0.0, removed, purged; then programs against the development
+# package alone. As root, with debootstrap, lintian and debhelper; downloads from the mirror. Says
+# what was wrong, and ends with 1 when something was.
+#
+# packages.sh WORK_DIR : what is there from an earlier run is used again (new/, old/, debian/).
+# With systemd-nspawn (systemd-container) the units also run under a systemd of their own.
+# MIRROR: where from (http://deb.debian.org/debian). OLD: the revision that was 1.0.0.
+set -eu
+trap 'echo "FAILED: line $LINENO"' ERR
+if [ -z "${MDOMAIN_PRIVATE:-}" ]; then
+  MDOMAIN_PRIVATE=1 exec unshare --mount bash "$0" "$@"
+fi
+[ $# -eq 1 ] || { echo "usage: packages.sh WORK_DIR" >&2 && exit 2; }
+mkdir -p "$1"
+work=$(realpath "$1") source_dir=$(realpath "$(dirname "$0")/../..") failures=0
+fail() { echo "FAILED: $*"; failures=$((failures + 1)); }
+same() { [ "$2" = "$3" ] || fail "$1: got '$2', want '$3'"; }
+# logged NAME COMMAND... : its output is shown only when it fails, and then ends the script.
+logged() {
+  echo "$1 ..."
+  "${@:2}" >"$work/log" 2>&1 </dev/null || { tail -n 40 "$work/log"; echo "FAILED: $1"; exit 1; }
+}
+
+# build NAME : packages of the tree in WORK/NAME/tree, beside it
+build() { (cd "$work/$1/tree" && dpkg-buildpackage -us -uc -b -j"$(nproc)"); }
+if ! ls "$work"/new/*.changes >/dev/null 2>&1; then
+  rm -rf "$work/new" && mkdir -p "$work/new/tree"
+  git -C "$source_dir" ls-files -z | tar -C "$source_dir" -c --null -T - | tar -x -C "$work/new/tree"
+  logged "building the packages" build new
+fi
+if ! ls "$work"/old/*.changes >/dev/null 2>&1; then
+  old=${OLD:-$(git -C "$source_dir" log --reverse --format=%h -S'## Unreleased' -- CHANGELOG.md | head -n 1)^}
+  rm -rf "$work/old" && mkdir -p "$work/old/tree"
+  git -C "$source_dir" archive "$old" | tar -x -C "$work/old/tree"
+  logged "building those of 1.0.0" build old
+fi
+logged "lintian" lintian --allow-root --fail-on error,warning "$work"/new/*.changes
+[ -e "$work/debian/etc/debian_version" ] ||
+  logged "a fresh Debian 12" debootstrap --variant=minbase bookworm "$work/debian" \
+    "${MIRROR:-http://deb.debian.org/debian}"
+logged "its lists of packages" chroot "$work/debian" apt-get update -q
+
+mkdir -p "$work/system" "$work/changes"
+# fresh : the system in force is the fresh one, with the packages in /old and /new
+fresh() {
+  umount -R "$work/system" 2>/dev/null || true
+  umount "$work/changes" 2>/dev/null || true
+  mount -t tmpfs none "$work/changes" && mkdir "$work"/changes/{up,work}
+  mount -t overlay -o "lowerdir=$work/debian,upperdir=$work/changes/up,workdir=$work/changes/work" \
+    none "$work/system"
+  mount -t proc proc "$work/system/proc"
+  cp /etc/resolv.conf "$work/system/etc/"
+  mkdir "$work"/system/{old,new}
+  cp "$work"/old/*.deb "$work/system/old/"
+  cp "$work"/new/*.deb "$work/system/new/"
+  printf 'anna:x:1001:1001:Anna Schmidt:/home/anna:/bin/sh\n' >>"$work/system/etc/passwd"
+  printf '#!/bin/sh\nexit 101\n' >"$work/system/usr/sbin/policy-rc.d"
+  chmod 755 "$work/system/usr/sbin/policy-rc.d"
+}
+# Whatever would ask has nobody to answer, and fails.
+inside() { env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$work/system" "$@" </dev/null; }
+install() { logged "installing $1" inside apt-get install -q -y --no-install-recommends "${@:2}"; }
+from() { cd "$work/system" && ls -d "./$1"/libmailserver-domain1_*.deb "./$1"/mailserver-domain-tools_*.deb; }
+data() { (cd "$work/system" && find var/packages etc/mailserver-domain -type f -exec sha256sum {} + | sort -k 2); }
+
+fresh
+# shellcheck disable=SC2046
+install "the new packages" $(from new)
+inside mdomain domain create example.com >/dev/null
+inside mdomain refresh --quiet >/dev/null
+same "addresses" "$(inside mdomain user addresses anna)" anna@example.com
+same "a second refresh" "$(inside mdomain refresh --quiet 2>&1)" ""
+inside test -L /etc/systemd/system/timers.target.wants/mdomain-refresh.timer || fail "the timer is not enabled"
+inside test ! -e /etc/systemd/system/multi-user.target.wants/mdomain-node-pull.service || fail "pulling is enabled"
+if command -v systemd-nspawn >/dev/null; then
+  install "systemd" systemd dbus
+  printf 'ben:x:1002:1002:Ben Carter:/home/ben:/bin/sh\n' >>"$work/system/etc/passwd"
+  cat >"$work/system/look" <<'END'
+systemctl start mdomain-refresh.service && mdomain user addresses ben
+systemctl start mdomain-refresh.service mdomain-node-pull.service
+journalctl --sync
+journalctl -o cat -u mdomain-refresh -u mdomain-node-pull | grep -E '^mdomain: |exec-condition|unmet'
+END
+  printf '[Service]\nType=oneshot\nStandardOutput=file:/seen\nExecStart=sh /look\nExecStopPost=systemctl --no-block poweroff\n' \
+    >"$work/system/etc/systemd/system/look.service"
+  inside systemctl add-wants multi-user.target look.service
+  logged "running the units" timeout 300 systemd-nspawn -q -D "$work/system" -b --private-network --register=no --keep-unit
+  same "what they do" "$(cat "$work/system/seen")" "ben@example.com
+mdomain-node-pull.service - Pull what the machine that manages the mail domains publishes was skipped because of an unmet condition check (ConditionPathExists=/etc/mailserver-domain/host.ini)."
+fi
+logged "purging them" inside apt-get purge -q -y mailserver-domain-tools
+same "what is left" "$(inside find /var/packages /etc/mailserver-domain /run/postara_server 2>/dev/null)" ""
+same "the account" "$(inside getent passwd Postara-Server)" ""
+
+fresh
+# shellcheck disable=SC2046
+install "1.0.0" $(from old)
+inside mdomain domain create example.com >/dev/null
+inside mdomain domain create bücher.example --no-auto-add --pattern '<4a>' >/dev/null
+inside mdomain refresh >/dev/null
+inside mdomain user add bücher.example anna --alias anna.s >/dev/null
+inside mdomain owner build >/dev/null
+mkdir -p "$work/system/etc/mailserver-domain/hooks/after-pull.d"
+echo '; of the administrator' >"$work/system/etc/mailserver-domain/host.ini"
+data >"$work/before"
+listing=$(inside mdomain --json user addresses --all)
+# shellcheck disable=SC2046
+install "the new packages over it" $(from new)
+data | diff "$work/before" - || fail "the upgrade changed what was stored"
+same "what the new ones read" "$(inside mdomain --json user addresses --all)" "$listing"
+inside mdomain refresh --quiet >/dev/null || fail "a refresh after the upgrade"
+inside test -L /etc/systemd/system/timers.target.wants/mdomain-refresh.timer || fail "the timer is not enabled"
+data >"$work/before"
+logged "removing them" inside apt-get remove -q -y mailserver-domain-tools libmailserver-domain1
+data | diff "$work/before" - || fail "removing changed what was stored"
+logged "purging them" inside apt-get purge -q -y mailserver-domain-tools
+same "what is left of 1.0.0" "$(inside find /var/packages /etc/mailserver-domain -type f 2>/dev/null)" /etc/mailserver-domain/host.ini
+
+fresh
+# shellcheck disable=SC2046
+install "a compiler and the development package" g++ cmake make \
+  $(cd "$work/system" && ls -d ./new/libmailserver-domain1_*.deb ./new/libmailserver-domain-dev_*.deb)
+mkdir "$work/system/program"
+sed -n '/^```cpp$/,/^```$/p' "$source_dir/README.md" | sed '/^```/d' >"$work/system/program/example.cpp"
+cat >"$work/system/program/CMakeLists.txt" <<'END'
+cmake_minimum_required(VERSION 3.21)
+project(example CXX)
+set(CMAKE_CXX_STANDARD 17)
+find_package(mailserver-domain 1.0 REQUIRED)
+add_executable(example example.cpp)
+target_link_libraries(example mailserver-domain::mailserver-domain)
+END
+logged "a program with CMake alone" inside sh -c 'cmake -S /program -B /program/build && cmake --build /program/build'
+install "pkg-config" pkg-config
+logged "a program with pkg-config" inside sh -c \
+  'cd /program && g++ -std=c++17 example.cpp -o example $(pkg-config --cflags --libs mailserver-domain)'
+logged "running both" inside sh -c \
+  'cd /program && for e in ./example build/example; do d=$(mktemp -d) && MDOMAIN_ROOT=$d $e | grep anna || exit; done'
+cd / && umount -R "$work/system" "$work/changes"
+[ "$failures" -eq 0 ] || { echo "$failures checks failed" && exit 1; }
+echo "packages OK"

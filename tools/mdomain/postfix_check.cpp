@@ -1,0 +1,259 @@
+// mdomain postfix check: whether the maps and the running server say of each address what the model
+// says.
+#include <iostream>
+#include <map>
+#include <random>
+#include <set>
+
+#include "lib-domain/base/paths.h"
+#include "lib-domain/sync/postfix_maps.h"
+#include "platform/include/text.h"
+#include "tools/mdomain/postfix.h"
+#include "tools/mdomain/postfix_host.h"
+#include "tools/mdomain/smtp_probe.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+using korvmailserver::FoldMapKey;
+using korvmailserver::MapEntries;
+using korvmailserver::PostfixMap;
+using MDOMAIN::UTILS::OwnerRegistryContent;
+using MDOMAIN::UTILS::PostfixContent;
+
+constexpr int kSmtpPort = 25;
+
+// An address and what is said of it: an account's address, or nothing.
+struct Answer {
+  std::string address;
+  std::string model;
+  std::string map;
+  std::string server;  // empty: not asked
+};
+
+bool IsDifferent(const Answer& answer) {
+  return answer.model != answer.map ||
+         (!answer.server.empty() && answer.server[0] != (answer.model.empty() ? '5' : '2'));
+}
+
+struct Model {
+  OwnerRegistryContent owners;
+  PostfixContent maps;
+};
+
+Model ReadModel() {
+  Model model;
+  if (!MDOMAIN::UTILS::CollectOwners(model.owners) ||
+      !MDOMAIN::UTILS::CollectPostfixMaps(model.owners, model.maps)) {
+    throw Failure(kFailed, "the addresses could not be read");
+  }
+  return model;
+}
+
+std::string ValueIn(const MapEntries& entries, const std::string& key) {
+  const auto found = entries.find(FoldMapKey(key));
+  return found == entries.end() ? "" : found->second;
+}
+
+std::string AddressThatNobodyHas(const std::string& domain) {
+  static std::random_device random;
+  return "nobody-" + std::to_string(random()) + "@" + domain;
+}
+
+// Every address, as it is written, at every name of its domain, those in ASCII first; for every
+// name one that nobody has.
+std::vector<std::string> ListAddresses(const Model& model) {
+  std::multimap<int, std::string> names;
+  std::vector<std::string> ascii;
+  std::vector<std::string> others;
+  const auto add = [&](const std::string& address) {
+    (korvmailserver::HasNonAscii(address) ? others : ascii).push_back(address);
+  };
+  for (const auto& name : model.owners.domains) {
+    names.emplace(name.GetDomainIdx(), name.GetDomainName());
+    add(AddressThatNobodyHas(name.GetDomainName()));
+  }
+  for (const auto& part : model.owners.local_parts) {
+    const auto [begin, end] = names.equal_range(part.GetDomainIdx());
+    for (auto name = begin; name != end; ++name) {
+      const std::string address = part.GetLocalPart() + "@" + name->second;
+      if (!ValueIn(model.maps.addresses, address).empty()) {
+        add(address);
+      }
+    }
+  }
+  std::set<std::string> known;
+  for (const auto* addresses : {&ascii, &others}) {
+    for (const std::string& address : *addresses) {
+      known.insert(FoldMapKey(address));
+    }
+  }
+  // What goes to several, postmaster and abuse.
+  for (const auto& [address, receivers] : model.maps.addresses) {
+    if (known.count(address) == 0) {
+      add(address);
+    }
+  }
+  ascii.insert(ascii.end(), others.begin(), others.end());
+  return ascii;
+}
+
+// RFC 5321 wants somebody there for each domain that receives mail.
+void SayWhereNobodyIsPostmaster(const Model& model) {
+  for (const auto& name : model.owners.domains) {
+    const std::string address = "postmaster@" + name.GetDomainName();
+    if (ValueIn(model.maps.addresses, address).empty()) {
+      std::cerr << "mdomain: nobody gets the mail for " << Printable(address)
+                << ": give the domain an administrator (mdomain user set ... --role domain_admin), "
+                   "or name an account with mdomain config set postmaster\n";
+    }
+  }
+}
+
+// Without what stands behind a delimiter, when nobody has the address with it: so does Postfix.
+std::string AskedAddress(const Model& model, const std::string& address,
+                         const std::string& delimiters) {
+  const size_t at = address.rfind('@');
+  const size_t end = address.find_first_of(delimiters, 1);
+  const bool is_known = !ValueIn(model.maps.addresses, address).empty();
+  return is_known || end >= at ? address : address.substr(0, end) + address.substr(at);
+}
+
+std::vector<Answer> AskMaps(const PostfixHost& host, const Model& model,
+                            const std::vector<std::string>& addresses) {
+  std::vector<std::string> asked;
+  asked.reserve(addresses.size());
+  for (const std::string& address : addresses) {
+    asked.push_back(AskedAddress(model, address, host.Value("recipient_delimiter")));
+  }
+  const auto found = host.LookUp("lmdb:" + MDOMAIN::PATHS::PostfixAddresses(), asked);
+  std::vector<Answer> answers;
+  answers.reserve(addresses.size());
+  for (size_t i = 0; i < addresses.size(); ++i) {
+    const auto value = found.find(asked[i]);
+    answers.push_back({addresses[i], ValueIn(model.maps.addresses, asked[i]),
+                       value == found.end() ? "" : value->second, ""});
+  }
+  return answers;
+}
+
+// Why the server could not be asked, or the empty string.
+std::string AskServer(int port, std::vector<Answer>& answers) {
+  try {
+    SmtpProbe probe(port);
+    probe.Connect();
+    for (Answer& answer : answers) {
+      answer.server = probe.Ask(answer.address);
+    }
+    return "";
+  } catch (const Failure& failure) {
+    return failure.what();
+  }
+}
+
+// What the maps hold that the model has not, and names that they lack.
+void AddWrongEntries(const PostfixHost& host, const Model& model, std::vector<Answer>& answers) {
+  MapEntries entries;
+  std::string error;
+  if (!PostfixMap(MDOMAIN::PATHS::PostfixAddresses()).GetAll(entries, error)) {
+    throw Failure(kFailed, "the map of addresses cannot be read: " + error);
+  }
+  for (const auto& [address, value] : entries) {
+    if (model.maps.addresses.count(address) == 0) {
+      answers.push_back({address, "", value, ""});
+    }
+  }
+  std::vector<std::string> names;
+  for (const auto& [name, value] : model.maps.domains) {
+    names.push_back(name);
+  }
+  const auto found = host.LookUp("lmdb:" + MDOMAIN::PATHS::PostfixDomains(), names);
+  for (const auto& [name, value] : model.maps.domains) {
+    if (found.count(name) == 0) {
+      answers.push_back({"@" + name, value, "", ""});
+    }
+  }
+}
+
+std::vector<std::string> TypedAddress(const Call& call, const Model& model) {
+  const std::string address = call.Text("ADDRESS");
+  const size_t at = address.rfind('@');
+  RequirePlainText("the address", address);
+  if (at == std::string::npos || at == 0 || address.find_first_of(" <>") != std::string::npos) {
+    throw Failure(kRefused, "\"" + address + "\" is not an address");
+  }
+  if (model.maps.domains.count(FoldMapKey(address.substr(at + 1))) == 0) {
+    throw Failure(kNotFound, "\"" + address.substr(at + 1) + "\" is no domain of this host");
+  }
+  return {address};
+}
+
+size_t PrintAnswers(Call& call, const std::vector<Answer>& answers, bool only_different) {
+  Json::Value rows(Json::arrayValue);
+  size_t different = 0;
+  for (const Answer& answer : answers) {
+    different += IsDifferent(answer) ? 1 : 0;
+    if (IsDifferent(answer) || !only_different) {
+      Json::Value row;
+      row["address"] = answer.address;
+      row["model"] = answer.model;
+      row["map"] = answer.map;
+      row["server"] = answer.server;
+      rows.append(row);
+    }
+  }
+  call.out().List(
+      rows, {{"address", "ADDRESS"}, {"model", "MODEL"}, {"map", "MAP"}, {"server", "SERVER"}});
+  return different;
+}
+
+void Check(Call& call) {
+  const int port = call.Int("--port", kSmtpPort);
+  const Model model = ReadModel();
+  const PostfixHost host(call.Text("--config"));
+  const bool is_one = call.Has("ADDRESS");
+  std::vector<Answer> answers =
+      AskMaps(host, model, is_one ? TypedAddress(call, model) : ListAddresses(model));
+  const size_t asked = answers.size();
+  const std::string unasked = AskServer(port, answers);
+  if (!is_one) {
+    AddWrongEntries(host, model, answers);
+    SayWhereNobodyIsPostmaster(model);
+  }
+  const size_t different = PrintAnswers(call, answers, !is_one);
+  call.out().Flush();
+  if (!unasked.empty()) {
+    throw Failure(kFailed, unasked);
+  }
+  if (different != 0) {
+    throw Failure(kFailed, "model, map and server do not agree on " + std::to_string(different) +
+                               " of " + std::to_string(asked) + " addresses");
+  }
+  if (!is_one && !call.out().json()) {
+    call.out().Texts({"model, map and server agree on " + std::to_string(asked) + " addresses"});
+  }
+}
+
+const Register kCheck({
+    "postfix",
+    "Postfix, which receives the mail of the domains",
+    {
+        {"check",
+         "Compare model, maps and the running server",
+         "Asks postmap and, on 127.0.0.1, the server for every address at every name of its "
+         "domain, and for one at each name that nobody has, which must be refused. No mail is "
+         "sent. Lists those of which they say different things, and ends with 1 when there are "
+         "any. With ADDRESS, shows what is said of it.",
+         Effect::kReads,
+         {
+             Optional("ADDRESS", "An address in a domain of this host"),
+             Number("--port", "The port of the server; 25 without it"),
+             PostfixConfigOption(),
+         },
+         Check},
+    },
+});
+
+}  // namespace
+}  // namespace mdomain

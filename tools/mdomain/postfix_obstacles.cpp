@@ -1,0 +1,147 @@
+#include "tools/mdomain/postfix_obstacles.h"
+
+#include <algorithm>
+#include <set>
+
+#include "platform/include/files.h"
+#include "platform/include/mail_conf.h"
+#include "platform/include/text.h"
+#include "tools/mdomain/socket_access.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+using korvmailserver::FoldMapKey;
+using MDOMAIN::UTILS::MailTarget;
+using MDOMAIN::UTILS::PostfixContent;
+
+// Postfix takes a domain for that of the first of these settings that holds it, and only for those
+// that nothing else holds asks the maps.
+constexpr const char* kOtherDomains[] = {"mydestination", "virtual_mailbox_domains",
+                                         "relay_domains"};
+
+// "proxy:hash:/path", and neither a name nor a file of names.
+bool IsTable(const std::string& part) {
+  return part.find(':') != std::string::npos && part.find_first_of("/![") != 0;
+}
+
+std::vector<std::string> NamesOf(const PostfixContent& content) {
+  std::vector<std::string> names;
+  for (const auto& [name, value] : content.domains) {
+    names.push_back(name);
+  }
+  return names;
+}
+
+// The parts of a setting that lists names, those of its files instead of the files.
+std::vector<std::string> PartsOf(const std::string& value) {
+  std::vector<std::string> parts;
+  for (const std::string& part : SplitSetting(value)) {
+    std::string bytes;
+    if (part.front() == '/' && korvmailserver::ReadFile(part, bytes) == 0) {
+      const std::vector<std::string> in_file = SplitSetting(bytes);
+      parts.insert(parts.end(), in_file.begin(), in_file.end());
+    } else {
+      parts.push_back(part);
+    }
+  }
+  return parts;
+}
+
+// Those of our domains that the setting holds.
+std::vector<std::string> HeldNames(const PostfixHost& host, const std::string& setting,
+                                   const PostfixContent& content) {
+  std::set<std::string> held;
+  for (const std::string& part : PartsOf(host.Value(setting))) {
+    if (!IsTable(part)) {
+      const std::string name = FoldMapKey(part);
+      if (content.domains.count(name) != 0) {
+        held.insert(name);
+      }
+      continue;
+    }
+    for (const auto& [name, value] : host.LookUp(part, NamesOf(content))) {
+      held.insert(name);
+    }
+  }
+  return {held.begin(), held.end()};
+}
+
+bool HoldsLocalhost(const PostfixHost& host) {
+  const std::vector<std::string> parts = PartsOf(host.Value("mydestination"));
+  return std::any_of(parts.begin(), parts.end(), [&](const std::string& part) {
+    return IsTable(part) ? !host.LookUp(part, {"localhost"}).empty()
+                         : FoldMapKey(part) == "localhost";
+  });
+}
+
+// Services work in the queue's folder, so relative paths count from there. False with the reason.
+bool IsReachableFrom(const PostfixHost& host, bool is_chrooted, const std::string& socket,
+                     std::string& why) {
+  const bool is_relative = socket.find(":/") == std::string::npos;
+  const std::string root = is_chrooted || is_relative ? host.Value("queue_directory") : "";
+  return IsReachable(socket, root, host.Value("mail_owner"), why);
+}
+
+}  // namespace
+
+std::vector<std::string> ListObstacles(const PostfixHost& host, const PostfixContent& content,
+                                       const MailTarget& target, const std::string& milter) {
+  std::vector<std::string> obstacles;
+  if (!host.HasMapType("lmdb")) {
+    obstacles.emplace_back(
+        "this Postfix cannot read maps of type lmdb: apt-get install postfix-lmdb");
+  }
+  for (const char* setting : kOtherDomains) {
+    const std::vector<std::string> held = HeldNames(host, setting, content);
+    if (!held.empty()) {
+      obstacles.push_back(std::string(setting) + " holds " + FirstOf(held) +
+                          ", so Postfix would not ask the maps: take what is managed here out of " +
+                          setting + " (" + host.Setting(setting) + ")");
+    }
+  }
+  if (!target.IsLmtp() && !HoldsLocalhost(host)) {
+    obstacles.emplace_back(
+        "mydestination does not hold localhost, where local accounts get their mail: add it");
+  }
+  std::string why;
+  if (!milter.empty() && !IsReachableFrom(host, host.IsChrooted("*/inet", "smtpd"), milter, why)) {
+    obstacles.push_back("the milter " + milter + " cannot be reached, and Postfix would put off " +
+                        "all mail (451): " + why);
+  }
+  return obstacles;
+}
+
+std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixContent& content,
+                                      const MailTarget& target, const std::string& lmtp,
+                                      bool has_milter) {
+  std::vector<std::string> cautions;
+  const std::string origin = FoldMapKey(host.Value("myorigin"));
+  if (content.domains.count(origin) != 0 && content.addresses.count("root@" + origin) == 0) {
+    cautions.push_back("mail of this host to root goes to root@" + origin +
+                       " (myorigin), which nobody has: set another myorigin, or give somebody the "
+                       "alias root");
+  }
+  std::string why;
+  if (target.IsLmtp() && !IsReachableFrom(host, host.IsChrooted("lmtp/unix", "lmtp"), lmtp, why)) {
+    cautions.push_back("mail waits in the queue until " + lmtp + " can be reached: " + why);
+  }
+  const bool has_utf8 =
+      std::any_of(content.addresses.begin(), content.addresses.end(),
+                  [](const auto& entry) { return korvmailserver::HasNonAscii(entry.first); });
+  if (target.IsLmtp() && has_utf8) {
+    cautions.emplace_back(
+        "mail that is sent with SMTPUTF8, as to an address beyond ASCII, bounces where the server "
+        "behind LMTP does not offer it, as Dovecot 2.3: there, accounts that this host knows can "
+        "be delivered with local instead ([delivery] of host.ini)");
+  }
+  std::string is_filter_wanted;
+  mailConfGet("mimedefang_enable", is_filter_wanted);
+  if (is_filter_wanted == "yes" && !has_milter) {
+    cautions.emplace_back("there are disclaimers, and smtpd_milters names no filter: --milter");
+  }
+  return cautions;
+}
+
+}  // namespace mdomain
