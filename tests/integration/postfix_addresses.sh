@@ -43,7 +43,7 @@ against 'milter inet:127.0.0.1:9 cannot' 'soft_bounce = no' --milter inet:127.0.
 fails 2 'unix:PATH' postfix configure "${config[@]}" --milter /milter
 fails 2 '--config' postfix configure --apply
 chmod 777 "$socket"
-gives '[.settings[].name]' '["virtual_alias_domains","virtual_alias_maps","smtpd_milters"]' \
+gives '[.settings[].name]' '["virtual_alias_domains","virtual_alias_maps","transport_maps","smtpd_milters"]' \
   postfix configure "${config[@]}" --milter unix:/milter
 same "copies of main.cf" "$(find "$postfix/etc" -name 'main.cf.*')" ""
 
