@@ -36,7 +36,9 @@ bool TriggerUpdater(UTILS::Updater& updater, UTILS::ReconcileScope scope) {
     case UTILS::ReconcileResult::kNothingToDo:
       return is_published;
     case UTILS::ReconcileResult::kMended:
-      return Publish(updater);
+      // What follows from the published keys was looked at before these were.
+      return Publish(updater) && UTILS::Reconcile(UTILS::ReconcileScope::kEachChange) !=
+                                     UTILS::ReconcileResult::kFailed;
     default:
       Publish(updater);  // what the other items mended
       LOG_ERROR("Failed to Reconcile");
