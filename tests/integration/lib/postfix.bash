@@ -46,6 +46,7 @@ retry unix - - n - - error
 proxymap unix - - n - - proxymap
 virtual unix - n n - - virtual
 anvil unix - - n - 1 anvil
+scache unix - - n - 1 scache
 postlog unix-dgram n - n - 1 postlogd
 C
 }
