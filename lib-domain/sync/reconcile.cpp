@@ -188,7 +188,13 @@ ReconcileItem BccMaps() {
   const auto mend = [](const ReconcileModel& /*model*/) {
     return CONTROL::INTERNAL::MakeBccMaps();
   };
-  return {"maps of blind copies", PATHS::TargetEtcDir(), ReconcileScope::kEachChange, list, mend};
+  return {"maps of blind copies",
+          PATHS::TargetEtcDir(),
+          ReconcileScope::kEachChange,
+          list,
+          mend,
+          false,
+          true};
 }
 
 using ModelRead = std::optional<DB::ReadScope>;
@@ -263,9 +269,7 @@ ReconcileResult Reconcile(ReconcileScope scope) {
       LOG_ERROR("Failed to reconcile the %s, place: [%s]", item.name.c_str(), item.place.c_str());
     }
     result = std::max(result, of_item);
-    // Nothing else would say that the maps, which are files of this machine, are old.
-    is_left =
-        is_left || (of_item == ReconcileResult::kFailed && item.place == PATHS::TargetEtcDir());
+    is_left = is_left || (of_item == ReconcileResult::kFailed && item.is_urgent);
   }
   if (result == ReconcileResult::kFailed && !is_left &&
       !KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {

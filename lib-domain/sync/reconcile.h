@@ -45,6 +45,8 @@ struct ReconcileItem {
   std::function<bool(const ReconcileModel&)> mend;
   // `list` reads the domain database and the key store, and nothing else.
   bool lists_model = false;
+  // A failure is told although the key store is not healthy: nobody else would find what is left.
+  bool is_urgent = false;
 };
 
 // The items in the order in which they run.

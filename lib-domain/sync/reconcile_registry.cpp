@@ -5,46 +5,45 @@
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
-ReconcileItem ChangedAddressesItem() {
-  const auto list = [](const ReconcileModel& /*model*/, Differences& differences) {
-    bool has_changes = false;
-    const bool is_read = HasChangesToFollow(has_changes);
-    if (has_changes) {
-      differences.emplace_back("addresses changed that what is made from them has not followed");
+namespace {
+
+// An item about which one question is asked: `tell` says whether it is `difference`.
+ReconcileItem Item(const char* name, const std::string& place, ReconcileScope scope,
+                   bool (*tell)(bool&), const char* difference, bool (*mend)()) {
+  const auto list = [tell, difference](const ReconcileModel& /*model*/, Differences& differences) {
+    bool is_different = false;
+    const bool is_told = tell(is_different);
+    if (is_different) {
+      differences.emplace_back(difference);
     }
-    return is_read;
+    return is_told;
   };
-  const auto mend = [](const ReconcileModel& /*model*/) { return FollowAddresses(); };
-  return {"changed addresses", PATHS::EmailOwnerDb(), ReconcileScope::kEachChange, list, mend};
+  return {name, place, scope, list, [mend](const ReconcileModel& /*model*/) { return mend(); }};
+}
+
+bool BuildRegistry() {
+  OwnerCounts counts;
+  return BuildOwners(counts);
+}
+
+}  // namespace
+
+ReconcileItem ChangedAddressesItem() {
+  return Item("changed addresses", PATHS::EmailOwnerDb(), ReconcileScope::kEachChange,
+              &HasChangesToFollow, "addresses changed that what is made from them has not followed",
+              &FollowAddresses);
 }
 
 ReconcileItem OwnerRegistryItem() {
-  const auto list = [](const ReconcileModel& /*model*/, Differences& differences) {
-    bool are_behind = false;
-    const bool is_read = AreOwnersBehind(are_behind);
-    if (are_behind) {
-      differences.emplace_back("the registry of address owners is older than the domain database");
-    }
-    return is_read;
-  };
-  const auto mend = [](const ReconcileModel& /*model*/) {
-    OwnerCounts counts;
-    return BuildOwners(counts);
-  };
-  return {"registry of address owners", PATHS::EmailOwnerDb(), ReconcileScope::kFull, list, mend};
+  return Item("registry of address owners", PATHS::EmailOwnerDb(), ReconcileScope::kFull,
+              &AreOwnersBehind, "the registry of address owners is older than the domain database",
+              &BuildRegistry);
 }
 
 ReconcileItem PostfixMapsItem() {
-  const auto list = [](const ReconcileModel& /*model*/, Differences& differences) {
-    bool are_behind = false;
-    const bool is_read = ArePostfixMapsBehind(are_behind);
-    if (are_behind) {
-      differences.emplace_back("the maps for Postfix are not those of the domain database");
-    }
-    return is_read;
-  };
-  const auto mend = [](const ReconcileModel& /*model*/) { return BuildPostfixMaps(); };
-  return {"maps for Postfix", PATHS::PostfixAddresses(), ReconcileScope::kFull, list, mend};
+  return Item("maps for Postfix", PATHS::PostfixAddresses(), ReconcileScope::kFull,
+              &ArePostfixMapsBehind, "the maps for Postfix are not those of the domain database",
+              &BuildPostfixMaps);
 }
 
 }  // namespace MDOMAIN::UTILS::INTERNAL

@@ -4,13 +4,14 @@
 #include <iostream>
 #include <system_error>
 
-#include "lib-domain/api/alias_entry.h"
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
 #include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/node_publication.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "platform/include/alias.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
@@ -60,25 +61,36 @@ void RequireRegistry() {
   }
 }
 
+// Of all domains.
+std::vector<::Alias::Entry> Entries() {
+  ::Alias table(MDOMAIN::PATHS::AliasDb());
+  if (table.load() < 0) {
+    throw Failure(kFailed, "the addresses with several members could not be read");
+  }
+  return table.list();
+}
+
 // Of an address that goes to several; none of any other.
 Json::Value MembersOf(const std::string& address) {
   const size_t at = address.find('@');
   const std::string name = address.substr(at + 1);
   Json::Value members(Json::arrayValue);
+  // Once for all addresses.
   static const Domains domains;
+  static const std::vector<::Alias::Entry> entries = Entries();
   for (const KnownDomain& domain : domains.all()) {
     const bool is_of_domain =
         SameDomainName(domain.name, name) ||
         std::any_of(domain.additional_names.begin(), domain.additional_names.end(),
                     [&name](const std::string& further) { return SameDomainName(further, name); });
-    bool found = false;
-    ::Alias::Entry entry;
-    if (is_of_domain &&
-        !MDOMAIN::API::AliasEntry().Find(domain.idx, address.substr(0, at), found, entry)) {
-      throw Failure(kFailed, "the addresses with several members could not be read");
-    }
-    for (const ::Alias::Member& member : entry.members) {
-      members.append(member.name);
+    for (const ::Alias::Entry& entry : entries) {
+      if (!is_of_domain || entry.domain_id != domain.idx ||
+          !MDOMAIN::BASE::EqualsIgnoreCase(entry.name, address.substr(0, at))) {
+        continue;
+      }
+      for (const ::Alias::Member& member : entry.members) {
+        members.append(member.name);
+      }
     }
   }
   return members;
