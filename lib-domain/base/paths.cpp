@@ -40,6 +40,10 @@ std::string PostfixDomains() {
   return TargetEtcDir() + "postfix_domains";
 }
 
+std::string HistoryDb() {
+  return EtcDir() + "history.db";
+}
+
 std::string KeyStoreDb() {
   return EtcDir() + "keystore.db";
 }

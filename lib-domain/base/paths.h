@@ -16,6 +16,7 @@ std::string EmailOwnerDb();                               // .../target/etc/emai
 std::string PostfixAddresses();
 std::string PostfixDomains();
 std::string KeyStoreDb();                       // .../etc/keystore.db
+std::string HistoryDb();                        // .../etc/history.db
 std::string DkimPrivateKey(int domain_idx);     // .../etc/dkim.key//dkim.private-N
 std::string DkimPublicKey(int domain_idx);      // .../etc/dkim.key//dkim.public-N
 std::string ChangedUserDir();                   // /var/run/postara_server/update_smtp_user_list/

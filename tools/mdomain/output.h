@@ -40,6 +40,8 @@ class Output {
   void Raw(const std::string& bytes) { text_.Append(bytes); }
 
   bool json() const { return json_; }
+  // Drops what was collected.
+  void Clear() { text_.Clear(); }
   // Writes what was collected. Throws a Failure when not all of it can be written.
   void Flush();
 
