@@ -6,6 +6,7 @@
 #include <string>
 
 #include "lib-domain/db/special_address.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -20,7 +21,8 @@ constexpr const char* kPostmasterKey = "postmaster";
 // configuration names, else nobody; an alias of a user of that name comes first. An entry comes
 // before such an alias, so that a new account does not take over the mail of several. False with a
 // log line when something cannot be read.
-bool CollectSpecialAddresses(const MailTarget& target, DB::INTERNAL::SpecialAddresses& addresses);
+MDOMAIN_EXPORT bool CollectSpecialAddresses(const MailTarget& target,
+                                            DB::INTERNAL::SpecialAddresses& addresses);
 
 }  // namespace MDOMAIN::UTILS
 

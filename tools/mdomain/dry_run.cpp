@@ -1,5 +1,6 @@
 #include "tools/mdomain/dry_run.h"
 
+#include <json/reader.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,12 +9,14 @@
 #include <csignal>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 
 #include "lib-domain/history/plan.h"
 #include "lib-domain/history/trial.h"
 #include "platform/include/process.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/node_standing.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
@@ -82,26 +85,56 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
   return status;
 }
 
-std::string Forecast(const Parsed& parsed) {
-  if (parsed.command->effect != Effect::kDestroys || !parsed.command->has_trial) {
-    return "";
-  }
+namespace {
+
+korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed) {
   korvmailserver::ProgramCall self;
   self.path = "/proc/self/exe";
   for (char** variable = environ; *variable != nullptr; ++variable) {
     self.environment.emplace_back(*variable);
   }
-  self.arguments = parsed.typed;
+  self.arguments = std::move(typed);
   self.arguments.insert(self.arguments.begin(), "--yes");
   self.arguments.emplace_back(kFlag);
   self.is_split = true;
-  const korvmailserver::ProgramEnd end = korvmailserver::RunProgram(self);
-  const size_t begin = end.status == kDone ? end.output.rfind(kSummary) : std::string::npos;
-  if (begin == std::string::npos) {
+  return korvmailserver::RunProgram(self);
+}
+
+// What stands behind kSummary in its line; empty without it.
+std::string SummaryOf(const std::string& output) {
+  const size_t begin = output.rfind(kSummary);
+  const std::string summary =
+      begin == std::string::npos ? "" : output.substr(begin + sizeof(kSummary) - 1);
+  return summary.substr(0, summary.find('\n'));
+}
+
+}  // namespace
+
+std::string Forecast(const Parsed& parsed) {
+  if (parsed.command->effect != Effect::kDestroys || !parsed.command->has_trial) {
     return "";
   }
-  const std::string summary = end.output.substr(begin + sizeof(kSummary) - 1);
-  return summary.substr(0, summary.find('\n'));
+  const korvmailserver::ProgramEnd end = TryAlone(parsed.typed);
+  return end.status == kDone ? SummaryOf(end.output) : "";
+}
+
+AccountsForecast ForecastRefresh() {
+  const korvmailserver::ProgramEnd end = TryAlone({"refresh", "--json"});
+  Json::Value record;
+  std::istringstream stream(end.output);
+  std::string error;
+  if ((end.status != kDone && end.status != kSpared) ||
+      !Json::parseFromStream(Json::CharReaderBuilder(), stream, &record, &error)) {
+    return {false, end.errors.substr(0, end.errors.find('\n'))};
+  }
+  std::vector<std::string> sentences;
+  for (const Json::Value& entry : record["plan"]) {
+    const std::string what = entry["what"].asString();
+    if (what == "account" || what == "group" || what == "member") {
+      sentences.push_back(entry["text"].asString());
+    }
+  }
+  return {true, FirstOf(sentences, "; ")};
 }
 
 PlanPrinter::PlanPrinter() : changes_(kMostRows) {}

@@ -19,6 +19,13 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed));
 // process does it: this one has its databases open already.
 std::string Forecast(const Parsed& parsed);
 
+// Which accounts, groups and members a refresh would find otherwise than the mirror has them.
+struct AccountsForecast {
+  bool is_told = false;
+  std::string text;  // sentences, empty for none; where it is not told, why
+};
+AccountsForecast ForecastRefresh();
+
 // In the process of a dry run: watches what the command changes, and prints it in the place of what
 // the command would have printed.
 class PlanPrinter {
