@@ -145,7 +145,8 @@ bool ForgetFollowersIn(const std::string& path) {
   }
   drops += "COMMIT";
   korvmailserver::Connection copy;
-  return copy.Open(path, korvmailserver::Connection::Mode::kWrite, kBusyMilliseconds) == SQLITE_OK &&
+  return copy.Open(path, korvmailserver::Connection::Mode::kWrite, kBusyMilliseconds) ==
+             SQLITE_OK &&
          copy.Run(drops.c_str()) == SQLITE_OK;
 }
 

@@ -123,10 +123,7 @@ Json::Value& PlanMaker::_Add(const char* what, const char* change, const std::st
 
 Json::Value& PlanMaker::_Add(const char* what, const Subject& row, const std::string& added,
                              const std::string& removed, const std::string& changed) {
-  return _Add(what, ChangeOf(row.row),
-              row.IsAdded()     ? added
-              : row.IsRemoved() ? removed
-                                : changed);
+  return _Add(what, ChangeOf(row.row), row.IsAdded() ? added : row.IsRemoved() ? removed : changed);
 }
 
 void PlanMaker::_ForEach(const Changes& changes, const char* table,
@@ -143,8 +140,8 @@ void PlanMaker::_ForEach(const Changes& changes, const char* table,
 void PlanMaker::_TellDomain(const Subject& row) {
   const std::string name = row["domain_name"];
   if (row.IsAdded() || row.IsRemoved()) {
-    Json::Value& entry = _Add("domain", row, "domain " + name + " is created",
-                              "domain " + name + " is deleted", "");
+    Json::Value& entry =
+        _Add("domain", row, "domain " + name + " is created", "domain " + name + " is deleted", "");
     entry["domain"] = name;
     return;
   }
@@ -196,18 +193,18 @@ void PlanMaker::_TellPrimary(const Changes& changes) {
   }
   if (before != after) {
     const std::string name = names_.Domain(after.empty() ? before : after);
-    Json::Value& entry = _Add("primary", "changed",
-                              "domain " + name + (after.empty() ? " is no longer" : " becomes") +
-                                  " the primary domain");
+    Json::Value& entry = _Add(
+        "primary", "changed",
+        "domain " + name + (after.empty() ? " is no longer" : " becomes") + " the primary domain");
     entry["domain"] = name;
   }
 }
 
 void PlanMaker::_TellAccount(const Subject& row) {
   const std::string name = row["user_name"];
-  Json::Value& entry = _Add("account", row, "account " + name + " is new",
-                            "account " + name + " is gone",
-                            "account " + row.Before("user_name") + " is called " + name + " now");
+  Json::Value& entry =
+      _Add("account", row, "account " + name + " is new", "account " + name + " is gone",
+           "account " + row.Before("user_name") + " is called " + name + " now");
   entry["account"] = name;
 }
 
@@ -268,9 +265,10 @@ void PlanMaker::_TellGroupRole(const Subject& row) {
   const std::string group = names_.Group(row["gid"]);
   const std::string domain = names_.Domain(row["domain_idx"]);
   const std::string after = row.After("role");
-  Json::Value& entry = _Add("group_role", row, "group " + group + " joins " + domain + " as " + after,
-                            "group " + group + " leaves " + domain,
-                            "group " + group + " gets the role " + after + " in " + domain);
+  Json::Value& entry =
+      _Add("group_role", row, "group " + group + " joins " + domain + " as " + after,
+           "group " + group + " leaves " + domain,
+           "group " + group + " gets the role " + after + " in " + domain);
   entry["group"] = group;
   entry["domain"] = domain;
   entry["before"] = row.Before("role");
@@ -371,13 +369,14 @@ void PlanMaker::_TellEntryMember(const Subject& row) {
 void PlanMaker::_TellCopy(const Subject& row) {
   static const char* const kOf[] = {"mail to ", "mail from ", "all mail of "};
   const std::string type = row["type"];
-  const std::string of =
-      (type == "1" ? kOf[1] : type == "2" ? kOf[2] : kOf[0]) + row["name"] + " in " +
-      names_.Domain(row["domain_id"]);
+  const std::string of = (type == "1"   ? kOf[1]
+                          : type == "2" ? kOf[2]
+                                        : kOf[0]) +
+                         row["name"] + " in " + names_.Domain(row["domain_id"]);
   const std::string to = row["bcc_to"];
-  Json::Value& entry = _Add("copy", row, of + " is copied to " + to,
-                            of + " is no longer copied to " + to,
-                            of + " is copied to " + to + ", before to " + row.Before("bcc_to"));
+  Json::Value& entry =
+      _Add("copy", row, of + " is copied to " + to, of + " is no longer copied to " + to,
+           of + " is copied to " + to + ", before to " + row.Before("bcc_to"));
   entry["domain"] = names_.Domain(row["domain_id"]);
   entry["name"] = row["name"];
   entry["type"] = type;
@@ -398,8 +397,8 @@ void PlanMaker::_TellMailSettings(const Changes& changes) {
   }
   for (const auto& [idx, change] : domains) {
     const std::string domain = names_.Domain(idx);
-    Json::Value& entry = _Add("mail_settings", change,
-                              "mail settings of " + domain + " are " + change);
+    Json::Value& entry =
+        _Add("mail_settings", change, "mail settings of " + domain + " are " + change);
     entry["domain"] = domain;
   }
 }
@@ -430,12 +429,12 @@ void PlanMaker::_TellKey(const std::string& name, const std::string& before,
   const std::string quoted = after.size() > kLongestShown
                                  ? "a text of " + std::to_string(after.size()) + " bytes"
                                  : "\"" + after + "\"";
-  Json::Value& entry = _Add("setting",
-                            before.empty()  ? "added"
-                            : after.empty() ? "removed"
-                                            : "changed",
-                            after.empty() ? "setting " + name + " is removed"
-                                          : "setting " + name + " becomes " + quoted);
+  Json::Value& entry = _Add(
+      "setting",
+      before.empty()  ? "added"
+      : after.empty() ? "removed"
+                      : "changed",
+      after.empty() ? "setting " + name + " is removed" : "setting " + name + " becomes " + quoted);
   entry["key"] = name;
   entry["before"] = before;
   entry["after"] = after;
@@ -502,10 +501,9 @@ std::string PlanMaker::_Summary() const {
     parts.push_back(count(losers_.size(), "person loses ", "people lose ") +
                     count(lost_, "address", "addresses"));
   }
-  const size_t others =
-      static_cast<size_t>(std::count_if(plan_.entries.begin(), plan_.entries.end(), [](const auto& e) {
-        return e["what"] != "alias" || e["had"] == e["has"];
-      }));
+  const size_t others = static_cast<size_t>(
+      std::count_if(plan_.entries.begin(), plan_.entries.end(),
+                    [](const auto& e) { return e["what"] != "alias" || e["had"] == e["has"]; }));
   if (others != 0) {
     parts.push_back(count(others, parts.empty() ? "thing changes" : "other thing changes",
                           parts.empty() ? "things change" : "other things change"));

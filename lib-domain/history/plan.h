@@ -18,7 +18,8 @@ struct Plan {
   // sentence) and what the sentence names: "domain", "account", "group", "alias", "address",
   // "before", "after", ... Ordered by "what" as above.
   Json::Value entries = Json::Value(Json::arrayValue);
-  std::string summary;  // "2 people get 3 addresses, 1 person loses 1 address"; empty without entries
+  std::string
+      summary;  // "2 people get 3 addresses, 1 person loses 1 address"; empty without entries
 };
 
 // Names are those of the model in force, and of the changed rows. What other rows decide, like an

@@ -9,8 +9,8 @@
 
 namespace MDOMAIN::HISTORY {
 
-// Accounts and host settings are those of the root in force; a directory is asked as always. What is
-// made from the model (registry of owners, maps) is not there, and the shared key store is left
+// Accounts and host settings are those of the root in force; a directory is asked as always. What
+// is made from the model (registry of owners, maps) is not there, and the shared key store is left
 // alone. The folder lies below TMPDIR, is its maker's alone, and goes with the object.
 class MDOMAIN_EXPORT Trial {
  public:

@@ -1,5 +1,5 @@
-// The databases have no transaction in common. All of them are written first, so that an obstacle in
-// one leaves every one as it is; then they commit one after the other. A run that is interrupted
+// The databases have no transaction in common. All of them are written first, so that an obstacle
+// in one leaves every one as it is; then they commit one after the other. A run that is interrupted
 // between two commits is gone on with: a row that is as before the change is left alone.
 #include <sys/stat.h>
 
@@ -81,8 +81,8 @@ class Restoring {
   bool _ListDangling(std::vector<std::string>& obstacles) {
     Statement check(connection_.Get(), "PRAGMA foreign_key_check");
     return check.ForEachRow([&](const Statement& row) {
-      obstacles.push_back(row.Text(0) + ": something was added that belongs to what would go from " +
-                          row.Text(2));
+      obstacles.push_back(
+          row.Text(0) + ": something was added that belongs to what would go from " + row.Text(2));
     });
   }
 
@@ -131,10 +131,10 @@ bool RestoreFile(const FileChange& file) {
   if (BytesOf(path) == file.before) {
     return true;
   }
-  const int result =
-      file.before.empty()
-          ? postara::sdk::Unlink(path)
-          : korvmailserver::ReplaceFile(path, file.before, is_secret ? S_IRUSR | S_IWUSR : kTextMode);
+  const int result = file.before.empty()
+                         ? postara::sdk::Unlink(path)
+                         : korvmailserver::ReplaceFile(path, file.before,
+                                                       is_secret ? S_IRUSR | S_IWUSR : kTextMode);
   if (result < 0 || (!file.before.empty() &&
                      mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount,
                                           is_secret ? S_IRUSR | S_IWUSR : kTextMode) < 0)) {

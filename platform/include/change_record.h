@@ -1,4 +1,5 @@
-// What a process changes in its databases, row by row: for a plan of a change, and to take one back.
+// What a process changes in its databases, row by row: for a plan of a change, and to take one
+// back.
 //
 // For the sources of this project only; it is not installed.
 #ifndef PLATFORM_CHANGE_RECORD_H

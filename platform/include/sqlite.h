@@ -148,8 +148,8 @@ class Statement {
         sqlite3_bind_int64(statement_, parameter, static_cast<sqlite3_int64>(number)));
   }
   bool BindBytes(int parameter, std::string_view bytes) {
-    return _KeepFailure(sqlite3_bind_blob64(statement_, parameter, bytes.data(), bytes.size(),
-                                            SQLITE_TRANSIENT));
+    return _KeepFailure(
+        sqlite3_bind_blob64(statement_, parameter, bytes.data(), bytes.size(), SQLITE_TRANSIENT));
   }
   bool Bind(int parameter, std::nullptr_t) {
     return _KeepFailure(sqlite3_bind_null(statement_, parameter));

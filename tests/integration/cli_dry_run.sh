@@ -104,4 +104,4 @@ sqlite3 "$database" "UPDATE domain_user_role_table SET role = 'domain_admin' WHE
 good undo -y
 matches "what was taken back" "$out" 'user set renamed.example ben --role domain_admin'
 fails 4 'no entry 9999' history show 9999
-! ls "${TMPDIR:-/tmp}" | grep '^mdomain-trial' || fail "copies were left behind"
+same "copies left behind" "$(find "${TMPDIR:-/tmp}" -maxdepth 1 -name 'mdomain-trial*')" ""

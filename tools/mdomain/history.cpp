@@ -91,8 +91,9 @@ void Undo(Call& call) {
   }
   if (!result.is_done) {
     const std::string what = result.entry.id == 0 ? "" : "mdomain " + result.entry.command + ": ";
-    throw Failure(kRefused, what + result.reason +
-                                (result.obstacles.empty() ? "" : ": " + FirstOf(result.obstacles, "; ")));
+    throw Failure(kRefused,
+                  what + result.reason +
+                      (result.obstacles.empty() ? "" : ": " + FirstOf(result.obstacles, "; ")));
   }
   if (!MDOMAIN::API::Updater().Trigger()) {
     throw Failure(kFailed, "the change was taken back, but not published: run mdomain publish");
@@ -126,7 +127,8 @@ const Register kUndo({
     {{"",
       "Take the last change back",
       "Everything that it changed becomes as it was, and is published; run again it takes back the "
-      "change before. A refresh is passed over: it follows the accounts. Refused where something of "
+      "change before. A refresh is passed over: it follows the accounts. Refused where something "
+      "of "
       "the change was changed since, or where it changed more than 20,000 rows.",
       Effect::kDestroys,
       {},

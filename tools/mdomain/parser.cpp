@@ -95,7 +95,8 @@ void AddCommand(CLI::App* noun_app, const std::string& noun, const Command& comm
   if (command.run == nullptr) {
     return;
   }
-  leaves.push_back({noun + (command.words.empty() ? "" : " " + command.words), &command, app, {}, {}});
+  leaves.push_back(
+      {noun + (command.words.empty() ? "" : " " + command.words), &command, app, {}, {}});
   Leaf& leaf = leaves.back();
   for (const Argument& argument : command.arguments) {
     AddArgument(*app, argument, leaf.values[argument.name], leaf.flags[argument.name]);
