@@ -60,8 +60,39 @@ void Finish(Call& call, const Command& command, const Recorder& recorder) {
   }
 }
 
+const char* CodeOf(Status status) {
+  switch (status) {
+    case kUsage:
+      return "usage";
+    case kRefused:
+      return "refused";
+    case kNotFound:
+      return "not-found";
+    case kSpared:
+      return "spared";
+    case kUnpublished:
+      return "unpublished";
+    default:
+      return "failed";
+  }
+}
+
+bool& TellsJson() {
+  static bool json = false;
+  return json;
+}
+
 int Tell(Status status, const std::string& message) {
-  std::cerr << "mdomain: " << Printable(status == kFailed ? WithCause(message) : message) << "\n";
+  const std::string text = status == kFailed ? WithCause(message) : message;
+  if (!TellsJson()) {
+    std::cerr << "mdomain: " << Printable(text) << "\n";
+    return status;
+  }
+  Json::Value error;
+  error["code"] = CodeOf(status);
+  error["status"] = status;
+  error["message"] = text;
+  std::cerr << JsonText(error);
   return status;
 }
 
@@ -133,6 +164,9 @@ int Run(const Parsed& parsed) {
 }
 
 int Main(int argc, const char* const* argv) {
+  // Also where the command line is wrong.
+  TellsJson() = std::any_of(argv, argv + argc,
+                            [](const char* word) { return std::string(word) == "--json"; });
   return Guarded([&]() -> int {
     const Parsed parsed = Parse(argc, argv);
     return parsed.command == nullptr ? parsed.status : Run(parsed);
