@@ -232,7 +232,8 @@ bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
   return !names.empty();
 }
 
-std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users) {
+std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users,
+                                 const EntryNames& entries) {
   std::vector<std::vector<size_t>> clean_pairs(users.size());
   for (const auto& [key, winner] : FindWinners(users)) {
     clean_pairs[winner.user].push_back(winner.pair);
@@ -245,7 +246,7 @@ std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users) {
       pair.second = true;
     }
     for (const size_t pair : clean_pairs[user]) {
-      pairs[pair].second = false;
+      pairs[pair].second = entries.Has(users[user].GetDomainIdx(), pairs[pair].first);
     }
     if (pairs != stored) {
       changed[user] = true;

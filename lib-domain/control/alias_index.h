@@ -12,6 +12,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 
@@ -100,7 +101,9 @@ bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
 //
 // The listing shows flagged aliases first. If its order decided, every pass would hand the address
 // to the other user and the next one would hand it back; so whoever has it keeps it.
-std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users);
+// A name of an entry of the alias table is clean for nobody.
+std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users,
+                                 const EntryNames& entries = {});
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL
 

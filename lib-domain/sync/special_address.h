@@ -6,6 +6,7 @@
 #include <string>
 
 #include "lib-domain/db/special_address.h"
+#include "platform/include/alias.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -13,6 +14,13 @@ class MailTarget;
 
 // The key of the mail configuration: an account or an address, for what nobody else gets.
 constexpr const char* kPostmasterKey = "postmaster";
+
+// Between the addresses of one text.
+constexpr const char* kSeparator = ", ";
+
+// Who gets the mail of an entry: the addresses of its members, joined; empty without any. False
+// with a log line when they cannot be read.
+bool ReceiversOf(const MailTarget& target, const ::Alias::Entry& entry, std::string& receivers);
 
 // Who gets the mail of these addresses now. An entry goes to its members: accounts, the accounts of
 // its groups, addresses elsewhere; members that are no longer there are passed over, and an entry

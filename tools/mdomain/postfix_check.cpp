@@ -6,6 +6,8 @@
 #include <set>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/sync/dead_end.h"
+#include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/postfix.h"
@@ -19,6 +21,8 @@ namespace {
 using korvmailserver::FoldMapKey;
 using korvmailserver::MapEntries;
 using korvmailserver::PostfixMap;
+using MDOMAIN::UTILS::DeadEnd;
+using MDOMAIN::UTILS::MailTarget;
 using MDOMAIN::UTILS::OwnerRegistryContent;
 using MDOMAIN::UTILS::PostfixContent;
 
@@ -99,14 +103,54 @@ std::vector<std::string> ListAddresses(const Model& model) {
   return ascii;
 }
 
+void Warn(const std::string& text) {
+  std::cerr << "mdomain: warning: " << Printable(text) << "\n";
+}
+
 // RFC 5321 wants somebody there for each domain that receives mail.
 void SayWhereNobodyIsPostmaster(const Model& model) {
+  std::map<int, std::vector<std::string>> lacking;
   for (const auto& name : model.owners.domains) {
     const std::string address = "postmaster@" + name.GetDomainName();
     if (ValueIn(model.maps.addresses, address).empty()) {
-      std::cerr << "mdomain: nobody gets the mail for " << Printable(address)
-                << ": give the domain an administrator (mdomain user set ... --role domain_admin), "
-                   "or name an account with mdomain config set postmaster\n";
+      lacking[name.GetDomainIdx()].push_back(address);
+    }
+  }
+  for (const auto& [domain_idx, addresses] : lacking) {
+    Warn("nobody gets the mail for " + FirstOf(addresses) +
+         ": give the domain an administrator (mdomain user set ... --role domain_admin), or name "
+         "an account with mdomain config set postmaster");
+  }
+}
+
+void SayWhatLeadsNowhere() {
+  std::vector<DeadEnd> dead_ends;
+  if (!MDOMAIN::UTILS::ListDeadEnds(dead_ends)) {
+    throw Failure(kFailed, "the addresses could not be read");
+  }
+  for (const DeadEnd& end : dead_ends) {
+    Warn(end.receiver.empty()
+             ? "nobody gets the mail for " + end.address + ": its members are gone"
+             : "mail for " + end.address + " goes to " + end.receiver +
+                   (end.is_loop ? ", which leads back to it" : ", an address that nobody has"));
+  }
+}
+
+// Accounts that share a mailbox, as the servers behind ignore letter case and, by [delivery],
+// domains.
+void SayWhoShares(const Model& model) {
+  MailTarget target;
+  if (!target.Read()) {
+    throw Failure(kFailed, "it cannot be told where mail goes");
+  }
+  std::map<std::string, std::set<std::string>> by_address;
+  for (const auto& part : model.owners.local_parts) {
+    by_address[FoldMapKey(target.AddressOf(part.GetUserName()))].insert(part.GetUserName());
+  }
+  for (const auto& [address, names] : by_address) {
+    if (names.size() > 1 && !address.empty()) {
+      Warn("the mail of " + FirstOf({names.begin(), names.end()}) + " goes to one mailbox, " +
+           address + ": see [delivery] of host.ini, or rename an account");
     }
   }
 }
@@ -220,6 +264,8 @@ void Check(Call& call) {
   if (!is_one) {
     AddWrongEntries(host, model, answers);
     SayWhereNobodyIsPostmaster(model);
+    SayWhatLeadsNowhere();
+    SayWhoShares(model);
   }
   const size_t different = PrintAnswers(call, answers, !is_one);
   call.out().Flush();
@@ -244,7 +290,9 @@ const Register kCheck({
          "Asks postmap and, on 127.0.0.1, the server for every address at every name of its "
          "domain, and for one at each name that nobody has, which must be refused. No mail is "
          "sent. Lists those of which they say different things, and ends with 1 when there are "
-         "any. With ADDRESS, shows what is said of it.",
+         "any. With ADDRESS, shows what is said of it. Warns of addresses whose mail nobody gets, "
+         "of "
+         "those that lead to themselves, and of accounts that share a mailbox.",
          Effect::kReads,
          {
              Optional("ADDRESS", "An address in a domain of this host"),

@@ -16,10 +16,21 @@ using korvmailserver::FoldMapKey;
 using MDOMAIN::UTILS::MailTarget;
 using MDOMAIN::UTILS::PostfixContent;
 
-// Postfix takes a domain for that of the first of these settings that holds it, and only for those
-// that nothing else holds asks the maps.
-constexpr const char* kOtherDomains[] = {"mydestination", "virtual_mailbox_domains",
-                                         "relay_domains"};
+// Settings that make a domain one of another kind, and what would come of it beside ours.
+struct OtherDomains {
+  const char* setting;
+  const char* reason;
+};
+constexpr OtherDomains kOtherDomains[] = {
+    {"mydestination",
+     "so Postfix would also take mail there for each account of this host and each of its aliases"},
+    {"virtual_mailbox_domains",
+     "so Postfix would warn with each message and take the domain for an alias domain: addresses "
+     "that only virtual_mailbox_maps has would be refused"},
+    {"relay_domains",
+     "so Postfix would warn with each message and take the domain for an alias domain: addresses "
+     "that only the server behind it has would be refused"},
+};
 
 // "proxy:hash:/path", and neither a name nor a file of names.
 bool IsTable(const std::string& part) {
@@ -93,12 +104,12 @@ std::vector<std::string> ListObstacles(const PostfixHost& host, const PostfixCon
     obstacles.emplace_back(
         "this Postfix cannot read maps of type lmdb: apt-get install postfix-lmdb");
   }
-  for (const char* setting : kOtherDomains) {
+  for (const auto& [setting, reason] : kOtherDomains) {
     const std::vector<std::string> held = HeldNames(host, setting, content);
     if (!held.empty()) {
-      obstacles.push_back(std::string(setting) + " holds " + FirstOf(held) +
-                          ", so Postfix would not ask the maps: take what is managed here out of " +
-                          setting + " (" + host.Setting(setting) + ")");
+      obstacles.push_back(std::string(setting) + " holds " + FirstOf(held) + ", " + reason +
+                          ": take what is managed here out of " + setting + " (" +
+                          host.Setting(setting) + ")");
     }
   }
   if (!target.IsLmtp() && !HoldsLocalhost(host)) {
