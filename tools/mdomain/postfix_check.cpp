@@ -1,5 +1,6 @@
 // mdomain postfix check: whether the maps and the running server say of each address what the model
 // says.
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <random>
@@ -10,6 +11,7 @@
 #include "platform/include/text.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_host.h"
+#include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/smtp_probe.h"
 #include "tools/mdomain/text.h"
 
@@ -29,12 +31,13 @@ struct Answer {
   std::string address;
   std::string model;
   std::string map;
-  std::string server;  // empty: not asked
+  std::string server = "";    // empty: not asked
+  bool is_unoffered = false;  // the server was told not to take this spelling
 };
 
 bool IsDifferent(const Answer& answer) {
-  return answer.model != answer.map ||
-         (!answer.server.empty() && answer.server[0] != (answer.model.empty() ? '5' : '2'));
+  return answer.model != answer.map || (!answer.server.empty() && !answer.is_unoffered &&
+                                        answer.server[0] != (answer.model.empty() ? '5' : '2'));
 }
 
 struct Model {
@@ -133,18 +136,20 @@ std::vector<Answer> AskMaps(const PostfixHost& host, const Model& model,
   for (size_t i = 0; i < addresses.size(); ++i) {
     const auto value = found.find(asked[i]);
     answers.push_back({addresses[i], ValueIn(model.maps.addresses, asked[i]),
-                       value == found.end() ? "" : value->second, ""});
+                       value == found.end() ? "" : value->second});
   }
   return answers;
 }
 
 // Why the server could not be asked, or the empty string.
-std::string AskServer(int port, std::vector<Answer>& answers) {
+std::string AskServer(const PostfixHost& host, int port, std::vector<Answer>& answers) {
+  const bool is_utf8_off = IsUtf8Discarded(host);
   try {
     SmtpProbe probe(port);
     probe.Connect();
     for (Answer& answer : answers) {
       answer.server = probe.Ask(answer.address);
+      answer.is_unoffered = is_utf8_off && answer.server == kNoSmtpUtf8;
     }
     return "";
   } catch (const Failure& failure) {
@@ -161,7 +166,7 @@ void AddWrongEntries(const PostfixHost& host, const Model& model, std::vector<An
   }
   for (const auto& [address, value] : entries) {
     if (model.maps.addresses.count(address) == 0) {
-      answers.push_back({address, "", value, ""});
+      answers.push_back({address, "", value});
     }
   }
   std::vector<std::string> names;
@@ -171,7 +176,7 @@ void AddWrongEntries(const PostfixHost& host, const Model& model, std::vector<An
   const auto found = host.LookUp("lmdb:" + MDOMAIN::PATHS::PostfixDomains(), names);
   for (const auto& [name, value] : model.maps.domains) {
     if (found.count(name) == 0) {
-      answers.push_back({"@" + name, value, "", ""});
+      answers.push_back({"@" + name, value, ""});
     }
   }
 }
@@ -216,7 +221,7 @@ void Check(Call& call) {
   std::vector<Answer> answers =
       AskMaps(host, model, is_one ? TypedAddress(call, model) : ListAddresses(model));
   const size_t asked = answers.size();
-  const std::string unasked = AskServer(port, answers);
+  const std::string unasked = AskServer(host, port, answers);
   if (!is_one) {
     AddWrongEntries(host, model, answers);
     SayWhereNobodyIsPostmaster(model);
@@ -231,7 +236,13 @@ void Check(Call& call) {
                                " of " + std::to_string(asked) + " addresses");
   }
   if (!is_one && !call.out().json()) {
-    call.out().Texts({"model, map and server agree on " + std::to_string(asked) + " addresses"});
+    const auto unoffered = std::count_if(answers.begin(), answers.end(),
+                                         [](const Answer& answer) { return answer.is_unoffered; });
+    call.out().Texts({"model, map and server agree on " + std::to_string(asked) + " addresses" +
+                      (unoffered == 0 ? ""
+                                      : "; " + std::to_string(unoffered) +
+                                            " of them are beyond ASCII, for which the server "
+                                            "takes no mail")});
   }
 }
 
