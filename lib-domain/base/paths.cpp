@@ -84,6 +84,10 @@ std::string RefreshNote() {
   return UnderRoot("/var/run/postara_server/refreshed");
 }
 
+std::string PulledMapsMark() {
+  return EtcDir() + ".postfix-maps";
+}
+
 std::string ModelBeforePull() {
   return EtcDir() + ".before-pull.db";
 }
