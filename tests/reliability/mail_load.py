@@ -29,6 +29,7 @@ class Load:
         self.done = collections.Counter()
         self.sent = {}
         self.is_refreshed = threading.Event()
+        self.is_broken = False  # a thread ended early: the others end too
         self.threads = []
 
     def fault(self, what):
@@ -40,6 +41,7 @@ class Load:
                 work()
             except Exception as error:  # its thread's end must not look like success
                 self.fault(f"{work.__name__}: {error!r}")
+                self.is_broken = True
         self.threads.append(threading.Thread(target=run))
         self.threads[-1].start()
 
@@ -59,21 +61,21 @@ class Load:
         self.is_refreshed.set()
 
     def change(self):
-        while not self.is_done():
+        while not self.is_done("lookups", "messages"):
             number = self.done["changes"]
             self.mdomain("user", "set", "1", "david", "--alias", "david", "--alias", f"d{number}")
             self.done["changes"] += 1
 
-    def is_done(self):
-        return self.is_refreshed.is_set() and all(
-            self.done[what] >= self.options.__dict__[what] for what in ("lookups", "messages"))
+    def is_done(self, *kinds):
+        return self.is_broken or (self.is_refreshed.is_set() and all(
+            self.done[kind] >= vars(self.options)[kind] for kind in kinds))
 
     def names(self):
         """Every sixth is nobody's."""
         return KNOWN + [f"ghost{self.done['lookups']}"]
 
     def ask_map(self):
-        while self.done["lookups"] < self.options.lookups or not self.is_refreshed.is_set():
+        while not self.is_done("lookups"):
             keys = [f"{name}@example.com" for name in self.names()] * (BATCH * 2)
             end = subprocess.run(["postmap", "-q", "-", self.map], input="\n".join(keys) + "\n",
                                  capture_output=True, text=True, check=False)
@@ -86,7 +88,7 @@ class Load:
             self.done["lookups"] += len(keys)
 
     def ask_server(self):
-        while self.done["lookups"] < self.options.lookups or not self.is_refreshed.is_set():
+        while not self.is_done("lookups"):
             with smtplib.SMTP("127.0.0.1", 25) as smtp:
                 smtp.ehlo()
                 smtp.mail("")
@@ -98,7 +100,7 @@ class Load:
                 self.done["lookups"] += len(names)
 
     def send(self):
-        while self.done["messages"] < self.options.messages or not self.is_refreshed.is_set():
+        while not self.is_done("messages"):
             number = self.done["messages"]
             name = KNOWN[number % len(KNOWN)]
             self.send_one(f"message {number}", name)
@@ -106,11 +108,14 @@ class Load:
             time.sleep(.02 if number < self.options.messages else .5)
 
     def send_one(self, subject, name):
-        with smtplib.SMTP("127.0.0.1", 25) as smtp:
-            smtp.sendmail("x@away.example", [f"{name}@example.com"],
-                          f"Subject: {subject}\r\n\r\nhello\r\n")
-        self.sent[subject] = [name]
         self.done["messages"] += 1
+        try:
+            with smtplib.SMTP("127.0.0.1", 25) as smtp:
+                smtp.sendmail("x@away.example", [f"{name}@example.com"],
+                              f"Subject: {subject}\r\n\r\nhello\r\n")
+            self.sent[subject] = [name]
+        except smtplib.SMTPException as error:
+            self.fault(f"sending: {error!r}")
 
     def send_to_new(self):
         for number in range(0, self.options.accounts, max(1, self.options.accounts // 20)):
