@@ -4,6 +4,7 @@
 // The rules are rows of bcc_table in the mail server's settings database (mailserver.db), unique by
 // name, type and domain. bcc/rules.cpp owns the table, bcc/rule_file.cpp the text files that are
 // imported and exported, bcc/map.cpp the maps that the mail transfer agent reads.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_BCC_H
 #define LIB_DOMAIN_API_BCC_H
 

@@ -4,6 +4,7 @@
 // IsAliasExist, GetUsersWithoutRole, RemoveUsersWithoutRole, ListDuplicatedEmail. Every changing
 // call ends by publishing all domain data and is false when that fails, although the change stays.
 // Lists and maps are added to, never cleared; a call that fails may have filled them in part.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_DOMAIN_USER_H
 #define LIB_DOMAIN_API_DOMAIN_USER_H
 

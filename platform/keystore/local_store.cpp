@@ -154,7 +154,11 @@ LocalStore::LocalStore() : folder_(UnderRoot(kFolder)), path_(folder_ + kFile) {
 
 bool LocalStore::Get(const std::vector<std::string>& keys,
                      std::map<std::string, std::string>& values, std::string& error) {
-  if (const Image* image = _ImageOfView()) {
+  const Image* image = nullptr;
+  if (!_LookAtView(image, error)) {
+    return false;
+  }
+  if (image != nullptr) {
     AddStored(keys, image->values, values);
     return true;
   }
@@ -203,7 +207,11 @@ bool LocalStore::Remove(const std::vector<std::string>& keys, std::string& error
 }
 
 bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, std::string& error) {
-  if (const Image* image = _ImageOfView()) {
+  const Image* image = nullptr;
+  if (!_LookAtView(image, error)) {
+    return false;
+  }
+  if (image != nullptr) {
     const auto found = image->keys_by_tree.find(tree);
     if (found != image->keys_by_tree.end()) {
       keys.insert(keys.end(), found->second.begin(), found->second.end());
@@ -262,21 +270,32 @@ bool LocalStore::Apply(const Change& change, std::string& error) {
                 [&](sqlite3* db) { return WriteKeys(db, change) && WriteMemory(db, change); });
 }
 
-// Null without a view, and where not all keys can be read: then each call says why.
-const LocalStore::Image* LocalStore::_ImageOfView() {
+// Without an image where there is no view, and where not all keys can be read: then each call looks
+// for its own. False and `error` when the store cannot even be asked, which no second attempt
+// within the same call would change.
+bool LocalStore::_LookAtView(const Image*& image, std::string& error) {
   const unsigned long moment = KeyStoreView::Moment();
-  std::string ignored;
   if (moment == 0) {
-    return nullptr;
+    return true;
   }
   if (!image_ || image_->moment != moment) {
     image_.reset();
-    const bool is_read = _Read(ignored, [this](sqlite3* db) { return _LoadImage(db); });
+    bool is_asked = false;
+    std::string why;
+    const bool is_read = _Read(why, [&](sqlite3* db) {
+      is_asked = true;
+      return _LoadImage(db);
+    });
+    if (!is_read && !is_asked) {
+      error = why;
+      return false;
+    }
     if (is_read && _Database() == nullptr) {
       image_.emplace().moment = moment;
     }
   }
-  return image_ ? &*image_ : nullptr;
+  image = image_ ? &*image_ : nullptr;
+  return true;
 }
 
 // True without an image where a key is no text, which an image would mix with the text of its

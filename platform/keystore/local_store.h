@@ -86,7 +86,7 @@ class LocalStore : public KeyStoreBackend {
     unsigned long moment = 0;
   };
 
-  const Image* _ImageOfView();
+  bool _LookAtView(const Image*& image, std::string& error);
   bool _LoadImage(sqlite3* db);
   void _FollowFile(sqlite3* db);
   bool _SelectOnes(sqlite3* db, const std::vector<std::string>& keys,

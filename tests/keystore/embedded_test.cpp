@@ -153,6 +153,11 @@ TEST_F(EmbeddedTest, AFileThatIsNoStoreIsRefusedAndKept) {
   fs::remove(Store());
   fs::create_directory(Store());
   ExpectAllRefused("keystore.db", true);
+  {
+    using korvmailserver::KeyStoreView;
+    const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
+    ExpectAllRefused("keystore.db", true);
+  }
   fs::remove(Store());
   EXPECT_EQ(mailConfSet("key", "value", true, 0), 0) << "mended without a new process";
 }
