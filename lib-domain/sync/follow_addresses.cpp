@@ -298,6 +298,14 @@ bool BuildPostfixMaps() {
   return Start(*INTERNAL::PostfixFollower());
 }
 
+bool ForgetPostfixMaps() {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  bool are_logged = false;
+  return DB::INTERNAL::BeginWriting() && DB::INTERNAL::AreChangesLogged(are_logged) &&
+         (!are_logged || DB::INTERNAL::ForgetFollower(INTERNAL::PostfixFollower()->Name())) &&
+         scope.Commit() == 0;
+}
+
 // A registry that was built before there was a log is behind, one that others fill is left alone.
 bool AreOwnersBehind(bool& are_behind) {
   const std::unique_ptr<AddressFollower> owners = INTERNAL::OwnerFollower();

@@ -118,4 +118,12 @@ done
 touch "$scratch/enough"
 wait $changer
 good postfix check "${config[@]}"
+
+# Without the maps nothing is left that follows; they go when main.cf no longer names them.
+fails 3 'take it out' postfix maps --remove "${config[@]}"
+postconf -c "$postfix/etc" -e 'virtual_alias_domains =' 'virtual_alias_maps ='
+good postfix maps --remove "${config[@]}"
+same "triggers" "$(sqlite3 "$database" "SELECT count(*) FROM sqlite_master WHERE type = 'trigger'")" 0
+good user set 1 david --alias dave
+same "maps" "$(find "$target/etc" -name 'postfix_*')" ""
 postfix_stop
