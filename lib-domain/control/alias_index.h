@@ -20,7 +20,11 @@ namespace MDOMAIN::CONTROL::INTERNAL {
 // Who holds which alias in which domain; letter case (ASCII) does not matter.
 class AliasIndex {
  public:
-  void Add(int domain_idx, unsigned int uid, const std::string& alias);
+  // Who held an alias before it was added: nobody, the same user alone, somebody else.
+  enum class Before { kFree, kOwn, kOthers };
+
+  void Reserve(size_t aliases) { holders_.reserve(aliases); }
+  Before Add(int domain_idx, unsigned int uid, const std::string& alias);
   void Add(const std::vector<RECORD::DomainUserAlias>& aliases);
   void Add(const std::vector<RECORD::DomainUser>& users);
 
@@ -36,7 +40,8 @@ class AliasIndex {
     bool are_several;
   };
   std::unordered_map<std::string, Holders> holders_;
-  std::unordered_set<std::string> owned_;
+  // The users who came after the first, with their aliases.
+  std::unordered_set<std::string> later_;
 };
 
 // Which users of a domain have which short account name; letter case (ASCII) does not matter.

@@ -281,14 +281,16 @@ HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)
 // Whether reading everything costs less than looking up what is asked for, `asked` more included.
 bool HolderSearch::_TakesAll(size_t asked) {
   asked_ += asked;
-  if (!takes_all_ && asked_ > kFew) {
-    std::string last;
-    int rows = 0;
-    takes_all_ = !DomainDb().GetText(kSelectLastAlias, 0, last) ||
-                 (BASE::ConvertToInt(last, rows) &&
-                  asked_ * kRowsPerLookUp > static_cast<size_t>(std::max(rows, 0)));
-  }
+  takes_all_ = takes_all_ || _IsTooMuch(asked_);
   return takes_all_;
+}
+
+bool HolderSearch::_IsTooMuch(size_t look_ups) const {
+  std::string last;
+  int rows = 0;
+  return look_ups > kFew && (!DomainDb().GetText(kSelectLastAlias, 0, last) ||
+                             (BASE::ConvertToInt(last, rows) &&
+                              look_ups * kRowsPerLookUp > static_cast<size_t>(std::max(rows, 0))));
 }
 
 void HolderSearch::_Gather(int domain_idx, unsigned int uid) {
@@ -306,6 +308,11 @@ bool HolderSearch::AddUsers(const std::vector<std::pair<int, unsigned int>>& use
 }
 
 bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& aliases) {
+  // Before it is known which of them are new.
+  takes_all_ = takes_all_ || _IsTooMuch(aliases.size());
+  if (takes_all_) {
+    return true;
+  }
   std::vector<std::string> unknown;
   bool has_empty = false;
   for (const std::string& alias : aliases) {
