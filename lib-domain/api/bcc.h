@@ -102,6 +102,11 @@ class MDOMAIN_EXPORT BCC {
   // is replaced on success and untouched on failure.
   int LoadBCCList(int type, int domain_id, int offset, int limit, const std::string& sort_column,
                   const std::string& sort_order, std::list<BccInfo>& rules);
+  // The same page, for a listing of any length: calls `visit` for one rule after the other, which
+  // must not change them. Before a failure some were handed out.
+  using RuleVisitor = std::function<void(BccInfo&& rule)>;
+  int ForEachRule(int type, int domain_id, int offset, int limit, const std::string& sort_column,
+                  const std::string& sort_order, const RuleVisitor& visit);
   int getBCCList(const Filter& filter, std::list<BccInfo>& rules);
   // Number of the domain's rules of the filter's type, without regard to offset and limit; negative
   // on failure.
