@@ -6,8 +6,10 @@
 #include <set>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/text.h"
+#include "tools/mdomain/log_view.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_host.h"
 #include "tools/mdomain/smtp_probe.h"
@@ -143,8 +145,10 @@ std::string AskServer(int port, std::vector<Answer>& answers) {
   try {
     SmtpProbe probe(port);
     probe.Connect();
+    MDOMAIN::BASE::Progress progress("asking the server for addresses", answers.size());
     for (Answer& answer : answers) {
       answer.server = probe.Ask(answer.address);
+      progress.Step();
     }
     return "";
   } catch (const Failure& failure) {
@@ -213,10 +217,14 @@ void Check(Call& call) {
   const Model model = ReadModel();
   const PostfixHost host(call.Text("--config"));
   const bool is_one = call.Has("ADDRESS");
-  std::vector<Answer> answers =
-      AskMaps(host, model, is_one ? TypedAddress(call, model) : ListAddresses(model));
+  std::vector<Answer> answers;
+  std::string unasked;
+  {
+    const Progress shown(!is_one && !call.out().json(), "asking the maps for addresses");
+    answers = AskMaps(host, model, is_one ? TypedAddress(call, model) : ListAddresses(model));
+    unasked = AskServer(port, answers);
+  }
   const size_t asked = answers.size();
-  const std::string unasked = AskServer(port, answers);
   if (!is_one) {
     AddWrongEntries(host, model, answers);
     SayWhereNobodyIsPostmaster(model);
