@@ -94,12 +94,12 @@ void AddStored(const std::vector<std::string>& keys,
   }
 }
 
-bool WriteKeys(sqlite3* db, const LocalStore::Change& change) {
+bool WriteKeys(sqlite3* db, CompiledStatements& compiled, const LocalStore::Change& change) {
   if (change.drop_other_keys && !Statement(db, kDeleteAll).Run()) {
     return false;
   }
-  Statement replace(db, kReplace);
-  Statement remove(db, kDelete);
+  Statement& replace = compiled.Get(db, kReplace);
+  Statement& remove = compiled.Get(db, kDelete);
   return std::all_of(change.entries.begin(), change.entries.end(),
                      [&](const auto& entry) {
                        replace.Bind(1, entry.first);
@@ -257,9 +257,36 @@ bool LocalStore::ReadContent(Content& content, std::string& error) {
 }
 
 bool LocalStore::Apply(const Change& change, std::string& error) {
-  image_.reset();
-  return _Write(error,
-                [&](sqlite3* db) { return WriteKeys(db, change) && WriteMemory(db, change); });
+  bool is_of_file = false;
+  const bool is_written = _Write(error, [&](sqlite3* db) {
+    is_of_file = _IsImageOfFile(db);
+    return WriteKeys(db, compiled_, change) && WriteMemory(db, change);
+  });
+  // The file's number tells of the commits of others alone.
+  if (is_written && is_of_file && !change.drop_other_keys) {
+    image_->Follow(change);
+  } else {
+    image_.reset();
+  }
+  return is_written;
+}
+
+void LocalStore::Image::Follow(const Change& change) {
+  const auto remove = [this](const std::string& key) {
+    for (auto& [tree, keys] : keys_by_tree) {
+      keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end());
+    }
+  };
+  for (const auto& [key, value] : change.entries) {
+    remove(key);  // from the tree that somebody else gave it, too
+    std::vector<std::string>& keys = keys_by_tree[KeyStoreTreeOf(key)];
+    keys.insert(std::lower_bound(keys.begin(), keys.end(), key), key);
+    values[key] = value;
+  }
+  for (const std::string& key : change.removed_keys) {
+    remove(key);
+    values.erase(key);
+  }
 }
 
 // Null without a view, and where not all keys can be read: then each call says why.
@@ -270,8 +297,10 @@ const LocalStore::Image* LocalStore::_ImageOfView() {
     return nullptr;
   }
   if (!image_ || image_->moment != moment) {
-    image_.reset();
-    const bool is_read = _Read(ignored, [this](sqlite3* db) { return _LoadImage(db); });
+    const bool is_read = _Read(ignored, [this](sqlite3* db) {
+      _FollowFile(db);
+      return true;
+    });
     if (is_read && _Database() == nullptr) {
       image_.emplace().moment = moment;
     }
@@ -304,16 +333,20 @@ bool LocalStore::_LoadImage(sqlite3* db) {
 // Within a transaction: from now on the image, if there is one, is of this moment.
 void LocalStore::_FollowFile(sqlite3* db) {
   const unsigned long moment = KeyStoreView::Moment();
-  sqlite3_int64 version = 0;
-  const bool is_of_view = image_ && image_->moment == moment;
-  if (is_of_view && ReadVersion(compiled_.Get(db, kSelectVersion), version) &&
-      version == image_->version) {
+  if (_IsImageOfFile(db)) {
+    image_->moment = moment;
     return;
   }
   image_.reset();
   if (moment != 0) {
     _LoadImage(db);
   }
+}
+
+bool LocalStore::_IsImageOfFile(sqlite3* db) {
+  sqlite3_int64 version = 0;
+  return image_ && ReadVersion(compiled_.Get(db, kSelectVersion), version) &&
+         version == image_->version;
 }
 
 // Opens the file, or leaves the connection null when it is missing and nothing is to be written.
