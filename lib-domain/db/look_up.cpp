@@ -48,6 +48,10 @@ constexpr const char* kSelectHolders = WANTED
     "uid FROM wanted CROSS JOIN domain_user_alias_table ON account_alias = name COLLATE NOCASE AND "
     "domain_idx = %d";
 #undef WANTED
+// What ComposeDomainUserListQueryCmd makes for one user of one domain.
+constexpr const char* kSelectHolder =
+    "SELECT * FROM domain_user_view WHERE domain_idx IN (%d) AND uid IN (%u) ORDER BY "
+    "is_duplicated DESC;";
 // The user has a role, and it is the same in all rows.
 constexpr const char* kSelectUser =
     "SELECT * FROM domain_user_view WHERE domain_idx IN (%d) AND uid IN (%u) AND role IS NOT NULL "
@@ -393,16 +397,18 @@ bool HolderSearch::List(std::vector<RECORD::DomainUser>& users) {
   if (uids.empty()) {
     return true;
   }
-  DomainDBFilter filter("domain_user_view");
-  filter.SetDomainIdxs(domain_idxs_);
   std::vector<RECORD::DomainUser> alias_rows;
   const auto keep = [&](int domain_idx, unsigned int uid, auto&&... texts) {
     if (users_.count({domain_idx, uid}) != 0) {
       alias_rows.push_back(RowUser(domain_idx, uid, std::move(texts)...));
     }
   };
-  if (!DomainDb().Query<UserColumns>(
-          filter.ComposeDomainUserListQueryCmd({uids.begin(), uids.end()}), keep)) {
+  DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs(domain_idxs_);
+  const Sql sql = domain_idxs_.size() == 1 && uids.size() == 1
+                      ? Sql(kSelectHolder, domain_idxs_.front(), *uids.begin())
+                      : Sql(filter.ComposeDomainUserListQueryCmd({uids.begin(), uids.end()}));
+  if (!DomainDb().Query<UserColumns>(sql, keep)) {
     return false;
   }
   _MergeDomainUsers(alias_rows, users);
