@@ -12,6 +12,7 @@
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/owner_follow.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/sync/address_follower.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
@@ -248,15 +249,22 @@ bool GetState(const AddressFollower& follower, std::string& state) {
 }  // namespace
 
 bool HasChangesToFollow(bool& has_changes) {
+  const DB::ReadScope of_one_moment;
   std::string postfix;
   DB::INTERNAL::SpecialAddresses kept;
   DB::INTERNAL::SpecialAddresses now;
   bool are_logged = false;
-  if (!DB::INTERNAL::HasAddressChanges(has_changes) ||
-      !DB::INTERNAL::AreChangesLogged(are_logged)) {
+  has_changes = false;
+  if (!DB::INTERNAL::AreChangesLogged(are_logged)) {
     return false;
   }
-  if (has_changes || !are_logged) {
+  if (!are_logged) {
+    return true;
+  }
+  if (!DB::INTERNAL::HasAddressChanges(has_changes)) {
+    return false;
+  }
+  if (has_changes) {
     return true;
   }
   std::string owners;
