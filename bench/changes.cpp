@@ -244,6 +244,8 @@ void FirstRefresh(const Stage& stage, bool as_command) {
     MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
     fs::remove_all(company.Etc());
     fs::copy(kept, company.Etc(), fs::copy_options::recursive);
+    // Somebody has read whose addresses changed, as in the first round.
+    fs::remove_all(MDOMAIN::PATHS::ChangedUserDir());
     MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler();
   };
   RunCycle(stage, {step}, false);

@@ -1,5 +1,7 @@
 #include "bench/company.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -85,6 +87,9 @@ void Company::CreateDomains() const {
 
 void Company::WriteAccounts(int first) const {
   std::ofstream passwd(root_ + "/etc/passwd");
+  // The service account, which every opening of a database looks for, stands before the users as on
+  // a host where the package was installed first.
+  passwd << "Postara-Server:x:" << getuid() << ":" << getgid() << "::/:/bin/false\n";
   for (int i = first; i < first + users_; ++i) {
     passwd << UserName(i) << ":x:" << kFirstUid + static_cast<unsigned int>(i)
            << ":999::/home:/bin/false\n";

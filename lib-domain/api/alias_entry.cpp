@@ -5,18 +5,24 @@
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
-#include "lib-domain/base/text.h"
+#include "lib-domain/control/domain_user_flags.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/db/special_address.h"
+#include "lib-domain/sync/dead_end.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 #include "platform/include/nodes.h"
+#include "platform/include/postfix_map.h"
 
 namespace MDOMAIN::API {
 
 namespace {
 
+using korvmailserver::FoldMapKey;
 using Kind = ::Alias::MemberKind;
 
 bool Load(::Alias& table) {
@@ -28,11 +34,18 @@ bool Load(::Alias& table) {
 }
 
 const ::Alias::Entry* FindIn(const ::Alias& table, int domain_idx, const std::string& name) {
-  const auto found =
-      std::find_if(table.list().begin(), table.list().end(), [&](const ::Alias::Entry& entry) {
-        return entry.domain_id == domain_idx && BASE::EqualsIgnoreCase(entry.name, name);
-      });
-  return found == table.list().end() ? nullptr : &*found;
+  const ::Alias::Entry* found = nullptr;
+  const std::string key = FoldMapKey(name);
+  for (const ::Alias::Entry& entry : table.list()) {
+    if (entry.domain_id != domain_idx || FoldMapKey(entry.name) != key) {
+      continue;
+    }
+    // Another program may have made several that differ in letter case.
+    if (found == nullptr || entry.name == name) {
+      found = &entry;
+    }
+  }
+  return found;
 }
 
 bool IsAddress(const std::string& text) {
@@ -40,6 +53,13 @@ bool IsAddress(const std::string& text) {
   return at != std::string::npos &&
          KORV::POSTARA_SERVER::IsValidEaiLocalPart(text.substr(0, at), true) &&
          KORV::POSTARA_SERVER::IsValidEaiDomain(text.substr(at + 1));
+}
+
+// An alias that an account got of that name is an address of its own again.
+bool FreeAlias(int domain_idx, const std::string& name) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  return CONTROL::INTERNAL::UpdateFlags({domain_idx}, {{domain_idx, 0, name, false}}) &&
+         scope.Commit() == 0;
 }
 
 AliasEntry::Result Publish() {
@@ -95,7 +115,7 @@ AliasEntry::Result AliasEntry::Delete(int domain_idx, const std::string& name) {
     LOG_ERROR("Failed to del, domain_id: [%d]", domain_idx);
     return Result::kFailed;
   }
-  return Publish();
+  return FreeAlias(domain_idx, stored_name) ? Publish() : Result::kFailed;
 }
 
 AliasEntry::Result AliasEntry::_Store(const ::Alias::Entry& entry, bool must_be_new) {
@@ -109,7 +129,7 @@ AliasEntry::Result AliasEntry::_Store(const ::Alias::Entry& entry, bool must_be_
   if ((stored != nullptr) == must_be_new) {
     return must_be_new ? Result::kExists : Result::kMissing;
   }
-  const Result checked = _Check(entry);
+  const Result checked = _Check(entry, must_be_new);
   if (checked != Result::kDone) {
     return checked;
   }
@@ -122,11 +142,13 @@ AliasEntry::Result AliasEntry::_Store(const ::Alias::Entry& entry, bool must_be_
   return Publish();
 }
 
-AliasEntry::Result AliasEntry::_Check(const ::Alias::Entry& entry) {
+AliasEntry::Result AliasEntry::_Check(const ::Alias::Entry& entry, bool is_new) {
   std::vector<RECORD::Domain> domains;
   std::vector<RECORD::DomainUser> holders;
+  std::vector<std::string> aliases = {entry.name};
   if (!DB::Domain().ListNames(domains) ||
-      !DB::INTERNAL::ListHoldersOf(entry.domain_id, {entry.name}, holders)) {
+      !CONTROL::INTERNAL::AddSameAddresses(entry.domain_id, aliases) ||
+      !DB::INTERNAL::ListHoldersOf(entry.domain_id, aliases, holders)) {
     return Result::kFailed;
   }
   if (std::none_of(domains.begin(), domains.end(), [&entry](const RECORD::Domain& domain) {
@@ -139,12 +161,13 @@ AliasEntry::Result AliasEntry::_Check(const ::Alias::Entry& entry) {
   }
   for (const RECORD::DomainUser& holder : holders) {
     for (const auto& alias : holder.GetAliasDuplicatedPairs()) {
-      if (BASE::EqualsIgnoreCase(alias.first, entry.name)) {
+      if (is_new && FoldMapKey(alias.first) == FoldMapKey(entry.name)) {
         return _Refuse(Result::kTaken, holder.GetUserName());
       }
     }
   }
-  return entry.members.empty() ? Result::kInvalid : _CheckMembers(entry);
+  const Result members = entry.members.empty() ? Result::kInvalid : _CheckMembers(entry);
+  return members == Result::kDone ? _CheckWays(entry) : members;
 }
 
 AliasEntry::Result AliasEntry::_CheckMembers(const ::Alias::Entry& entry) {
@@ -169,6 +192,19 @@ AliasEntry::Result AliasEntry::_CheckMembers(const ::Alias::Entry& entry) {
     }
     if (!is_known) {
       return _Refuse(Result::kInvalid, member.name);
+    }
+  }
+  return Result::kDone;
+}
+
+AliasEntry::Result AliasEntry::_CheckWays(const ::Alias::Entry& entry) {
+  std::vector<UTILS::DeadEnd> dead_ends;
+  if (!UTILS::ListDeadEnds(entry, dead_ends)) {
+    return Result::kFailed;
+  }
+  for (const UTILS::DeadEnd& end : dead_ends) {
+    if (!end.receiver.empty()) {
+      return _Refuse(end.is_loop ? Result::kLoop : Result::kNobody, end.receiver);
     }
   }
   return Result::kDone;

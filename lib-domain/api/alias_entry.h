@@ -1,8 +1,8 @@
 // The public interface for addresses of a domain that go to several: entries of the alias table,
 // with users, groups and addresses elsewhere as their members.
 //
-// Names are local parts (RFC 5321, 6531) and compared without ASCII case. A changing call ends by
-// publishing; when that fails it is kUnpublished, and the change stays.
+// Names are local parts (RFC 5321, 6531) and compared without letter case, as Postfix does. A
+// changing call ends by publishing; when that fails it is kUnpublished, and the change stays.
 #ifndef LIB_DOMAIN_API_ALIAS_ENTRY_H
 #define LIB_DOMAIN_API_ALIAS_ENTRY_H
 
@@ -20,9 +20,11 @@ class MDOMAIN_EXPORT AliasEntry {
     kDone,
     kUnpublished,
     kInvalid,  // the name is no local part, or a member is none of its kind, or there is none
-    kTaken,    // an alias of a user of the domain
+    kTaken,    // Create: an alias of a user of the domain
     kExists,   // Create: there is an entry of that name
     kMissing,  // Set, Delete: there is none; or the domain is not there
+    kNobody,   // a member is an address in a domain of ours that nobody has
+    kLoop,     // a member is an address that leads back to the entry
     kFailed,   // with a log line
   };
 
@@ -42,8 +44,9 @@ class MDOMAIN_EXPORT AliasEntry {
   const std::string& Problem() const { return problem_; }
 
  private:
-  Result _Check(const Alias::Entry& entry);
+  Result _Check(const Alias::Entry& entry, bool is_new);
   Result _CheckMembers(const Alias::Entry& entry);
+  Result _CheckWays(const Alias::Entry& entry);
   Result _Store(const Alias::Entry& entry, bool must_be_new);
   Result _Refuse(Result result, const std::string& problem);
 

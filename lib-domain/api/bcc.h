@@ -4,6 +4,7 @@
 // The rules are rows of bcc_table in the mail server's settings database (mailserver.db), unique by
 // name, type and domain. bcc/rules.cpp owns the table, bcc/rule_file.cpp the text files that are
 // imported and exported, bcc/map.cpp the maps that the mail transfer agent reads.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_BCC_H
 #define LIB_DOMAIN_API_BCC_H
 
@@ -102,6 +103,11 @@ class MDOMAIN_EXPORT BCC {
   // is replaced on success and untouched on failure.
   int LoadBCCList(int type, int domain_id, int offset, int limit, const std::string& sort_column,
                   const std::string& sort_order, std::list<BccInfo>& rules);
+  // The same page, for a listing of any length: calls `visit` for one rule after the other, which
+  // must not change them. Before a failure some were handed out.
+  using RuleVisitor = std::function<void(BccInfo&& rule)>;
+  int ForEachRule(int type, int domain_id, int offset, int limit, const std::string& sort_column,
+                  const std::string& sort_order, const RuleVisitor& visit);
   int getBCCList(const Filter& filter, std::list<BccInfo>& rules);
   // Number of the domain's rules of the filter's type, without regard to offset and limit; negative
   // on failure.

@@ -3,7 +3,8 @@
 // Reading calls are those of CONTROL::Domain: List, GetDelegatedDomainIds, GetDomainCount,
 // ListAdditionalDomains, IsAnyDomainsAdmin, IsDomainAdmin, GetDomainNameByIdx. Every changing call
 // ends by publishing all domain data and is false when that fails, although the change stays.
-// Objects are made per use; none of this is thread-safe.
+// Objects are made per use. One thread at a time may use them, of all threads of a process: the
+// connection that they share takes no lock of its own.
 #ifndef LIB_DOMAIN_API_DOMAIN_H
 #define LIB_DOMAIN_API_DOMAIN_H
 

@@ -3,6 +3,7 @@
 // Reading calls are those of CONTROL::DomainGroup: List, GetDomainGroupsCount, ListMembers. Every
 // changing call ends by publishing all domain data and is false when that fails, although the
 // change stays.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_DOMAIN_GROUP_H
 #define LIB_DOMAIN_API_DOMAIN_GROUP_H
 

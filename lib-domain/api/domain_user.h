@@ -4,6 +4,7 @@
 // IsAliasExist, GetUsersWithoutRole, RemoveUsersWithoutRole, ListDuplicatedEmail. Every changing
 // call ends by publishing all domain data and is false when that fails, although the change stays.
 // Lists and maps are added to, never cleared; a call that fails may have filled them in part.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_DOMAIN_USER_H
 #define LIB_DOMAIN_API_DOMAIN_USER_H
 
@@ -63,6 +64,11 @@ class MDOMAIN_EXPORT DomainUser : public CONTROL::DomainUser {
   // Account name to addresses in all domains, of every user of any domain.
   bool GetAllUser2EmailsMap(const bool& include_additional,
                             std::map<std::string, std::vector<std::string>>& emails_by_user);
+  // The same for one name after the other, in the order of their bytes: for a listing of any
+  // length. `use` must not change the database. Before a failure some were handed out.
+  using EmailVisitor =
+      std::function<void(const std::string& user_name, const std::vector<std::string>& emails)>;
+  bool ForEachUserEmails(bool include_additional, const EmailVisitor& use);
 
  private:
   using AliasGetter = std::function<bool(int domain_idx, std::vector<std::string>& aliases)>;

@@ -193,4 +193,36 @@ bool DomainUser::GetAllUser2EmailsMap(
   return true;
 }
 
+bool DomainUser::ForEachUserEmails(bool include_additional, const EmailVisitor& use) {
+  if (!DB::INTERNAL::CanLookUp()) {
+    std::map<std::string, std::vector<std::string>> emails_by_user;
+    if (!GetAllUser2EmailsMap(include_additional, emails_by_user)) {
+      return false;
+    }
+    for (const auto& [user_name, emails] : emails_by_user) {
+      use(user_name, emails);
+    }
+    return true;
+  }
+  const DB::ReadScope of_one_moment;
+  std::vector<RECORD::Domain> domains;
+  NamesByDomain names_by_domain;
+  if (!GetDomainNames(include_additional, domains, names_by_domain)) {
+    return false;
+  }
+  const auto use_addresses = [&](const std::string& user_name,
+                                 const std::vector<RECORD::DomainUser>& users) {
+    std::vector<std::string> emails;
+    for (const RECORD::DomainUser& user : users) {
+      AppendAddresses(AliasesOf(user), names_by_domain[user.GetDomainIdx()], emails);
+    }
+    use(user_name, emails);
+  };
+  if (!domains.empty() && !DB::DomainUser().ForEachName(use_addresses)) {
+    LOG_ERROR("Failed to List all domain users");
+    return false;
+  }
+  return true;
+}
+
 }  // namespace MDOMAIN::API

@@ -1,4 +1,5 @@
 // The public interface to the registry that says whose an address is.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_EMAIL_OWNER_H
 #define LIB_DOMAIN_API_EMAIL_OWNER_H
 

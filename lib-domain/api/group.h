@@ -1,4 +1,5 @@
 // The public interface for mirrored groups.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_GROUP_H
 #define LIB_DOMAIN_API_GROUP_H
 

@@ -40,6 +40,10 @@ std::string PostfixDomains() {
   return TargetEtcDir() + "postfix_domains";
 }
 
+std::string HistoryDb() {
+  return EtcDir() + "history.db";
+}
+
 std::string KeyStoreDb() {
   return EtcDir() + "keystore.db";
 }
@@ -82,6 +86,10 @@ std::string LockFile() {
 
 std::string RefreshNote() {
   return UnderRoot("/var/run/postara_server/refreshed");
+}
+
+std::string PulledMapsMark() {
+  return EtcDir() + ".postfix-maps";
 }
 
 std::string ModelBeforePull() {

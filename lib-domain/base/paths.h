@@ -16,6 +16,7 @@ std::string EmailOwnerDb();                               // .../target/etc/emai
 std::string PostfixAddresses();
 std::string PostfixDomains();
 std::string KeyStoreDb();                       // .../etc/keystore.db
+std::string HistoryDb();                        // .../etc/history.db
 std::string DkimPrivateKey(int domain_idx);     // .../etc/dkim.key//dkim.private-N
 std::string DkimPublicKey(int domain_idx);      // .../etc/dkim.key//dkim.public-N
 std::string ChangedUserDir();                   // /var/run/postara_server/update_smtp_user_list/
@@ -26,6 +27,7 @@ std::string DisclaimerBackupDir();              // /var/spool/@Postara-Server/al
 std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
 std::string LockFile();                         // /var/run/postara_server/mdomain.lock
 std::string RefreshNote();                      // /var/run/postara_server/refreshed
+std::string PulledMapsMark();                   // .../etc/.postfix-maps
 std::string ModelBeforePull();                  // .../etc/.before-pull.db
 std::string AfterPullHooks();                   // /etc/mailserver-domain/hooks/after-pull.d
 

@@ -28,7 +28,7 @@ class Progress {
   }
 
  private:
-  void _Tell() const;
+  MDOMAIN_EXPORT void _Tell() const;
 
   static constexpr size_t kStep = 1000;
   const char* doing_;

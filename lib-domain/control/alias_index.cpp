@@ -1,6 +1,7 @@
 // Collisions are found in hash tables whose keys are the domain and the folded text.
 #include "lib-domain/control/alias_index.h"
 
+#include <cstdint>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -16,11 +17,17 @@ using AliasPairs = std::vector<std::pair<std::string, bool>>;
 
 // The number comes first, so no text can be read as another domain's.
 std::string Key(int domain_idx, const std::string& text) {
-  return std::to_string(domain_idx) + ':' + BASE::ToLowerAscii(text);
+  std::string key = std::to_string(domain_idx);
+  key.append(1, ':').append(text);
+  return BASE::ToLowerAscii(std::move(key));
 }
 
 std::string OwnedKey(unsigned int uid, const std::string& key) {
   return std::to_string(uid) + ':' + key;
+}
+
+uint64_t UserKey(int domain_idx, unsigned int uid) {
+  return uint64_t{static_cast<uint32_t>(domain_idx)} << 32U | uid;
 }
 
 template <typename Record>
@@ -74,36 +81,52 @@ Claims FindWinners(const std::vector<RECORD::DomainUser>& users) {
 
 }  // namespace
 
-void AliasIndex::Add(int domain_idx, unsigned int uid, const std::string& alias) {
-  const std::string key = Key(domain_idx, alias);
-  owned_.insert(OwnedKey(uid, key));
-  const auto [held, is_new] = holders_.emplace(key, Holders{uid, false});
-  if (!is_new && held->second.first_uid != uid) {
-    held->second.are_several = true;
+AliasIndex::Before AliasIndex::Add(int domain_idx, unsigned int uid, const std::string& alias) {
+  std::string key = Key(domain_idx, alias);
+  const auto [held, is_new] = holders_.try_emplace(std::move(key), Holders{uid, false});
+  if (is_new) {
+    return Before::kFree;
   }
+  Holders& holders = held->second;
+  const bool are_others = holders.are_several || holders.first_uid != uid;
+  if (holders.first_uid != uid) {
+    holders.are_several = true;
+    later_.insert(OwnedKey(uid, held->first));
+  }
+  return are_others ? Before::kOthers : Before::kOwn;
 }
 
 void AliasIndex::Add(const std::vector<RECORD::DomainUserAlias>& aliases) {
+  holders_.reserve(holders_.size() + aliases.size());
   for (const RECORD::DomainUserAlias& alias : aliases) {
     Add(alias.GetDomainIdx(), alias.GetUID(), alias.GetAccountAlias());
   }
 }
 
 void AliasIndex::Add(const std::vector<RECORD::DomainUser>& users) {
+  holders_.reserve(holders_.size() + users.size());
   for (const RECORD::DomainUser& user : users) {
-    Add(user.ExtractDomainUserAliases());
+    for (const auto& [alias, is_duplicated] : user.GetAliasDuplicatedPairs()) {
+      Add(user.GetDomainIdx(), user.GetUID(), alias);
+    }
   }
 }
 
 bool AliasIndex::IsHeld(int domain_idx, const std::string& alias) const {
-  return holders_.count(Key(domain_idx, alias)) != 0;
+  return !holders_.empty() && holders_.count(Key(domain_idx, alias)) != 0;
 }
 
 bool AliasIndex::IsHeldBy(int domain_idx, unsigned int uid, const std::string& alias) const {
-  return owned_.count(OwnedKey(uid, Key(domain_idx, alias))) != 0;
+  const auto held = holders_.find(Key(domain_idx, alias));
+  return held != holders_.end() &&
+         (held->second.first_uid == uid ||
+          (held->second.are_several && later_.count(OwnedKey(uid, held->first)) != 0));
 }
 
 bool AliasIndex::IsHeldByOther(int domain_idx, unsigned int uid, const std::string& alias) const {
+  if (holders_.empty()) {
+    return false;
+  }
   const auto held = holders_.find(Key(domain_idx, alias));
   return held != holders_.end() && (held->second.are_several || held->second.first_uid != uid);
 }
@@ -148,13 +171,14 @@ std::vector<RECORD::DomainUserAlias> AliasesOf(const std::vector<RECORD::DomainU
 }
 
 void EraseRepeatsOfEachUser(std::vector<RECORD::DomainUserAlias>& aliases) {
-  std::unordered_map<std::string, std::string> last_of_user;
+  std::unordered_map<uint64_t, std::string> last_of_user;
+  last_of_user.reserve(aliases.size());
   std::vector<RECORD::DomainUserAlias> kept;
   kept.reserve(aliases.size());
   for (RECORD::DomainUserAlias& alias : aliases) {
     std::string folded = BASE::ToLowerAscii(alias.GetAccountAlias());
-    const auto [last, is_first] = last_of_user.emplace(
-        OwnedKey(alias.GetUID(), std::to_string(alias.GetDomainIdx())), folded);
+    const auto [last, is_first] =
+        last_of_user.emplace(UserKey(alias.GetDomainIdx(), alias.GetUID()), folded);
     if (!is_first && last->second == folded) {
       continue;
     }
@@ -190,9 +214,12 @@ void CheckAndFlagCandidates(const AliasIndex& existing,
                             std::vector<RECORD::DomainUserAlias>& candidates) {
   DropOwnAndFlagOthers(existing, candidates);
   AliasIndex earlier;
+  earlier.Reserve(candidates.size());
   for (RECORD::DomainUserAlias& candidate : candidates) {
-    FlagCandidate(earlier, candidate);
-    earlier.Add(candidate.GetDomainIdx(), candidate.GetUID(), candidate.GetAccountAlias());
+    if (earlier.Add(candidate.GetDomainIdx(), candidate.GetUID(), candidate.GetAccountAlias()) !=
+        AliasIndex::Before::kFree) {
+      candidate.SetIsDuplicated(true);
+    }
   }
 }
 
@@ -212,10 +239,21 @@ bool FlagPairs(const AliasIndex& others, bool skip_same_uid, RECORD::DomainUser&
 }
 
 bool CheckAndFlagPairs(const AliasIndex& others, AliasIndex& batch, RECORD::DomainUser& target) {
-  const bool is_among_others = FlagPairs(others, true, target);
-  const bool is_in_batch = FlagPairs(batch, true, target);
-  batch.Add(target.ExtractDomainUserAliases());
-  return is_among_others || is_in_batch;
+  const int domain_idx = target.GetDomainIdx();
+  const unsigned int uid = target.GetUID();
+  bool any_duplicated = false;
+  AliasPairs pairs = target.GetAliasDuplicatedPairs();
+  for (auto& [alias, is_duplicated] : pairs) {
+    const bool is_in_batch = batch.Add(domain_idx, uid, alias) == AliasIndex::Before::kOthers;
+    if (is_in_batch || others.IsHeldByOther(domain_idx, uid, alias)) {
+      is_duplicated = true;
+      any_duplicated = true;
+    }
+  }
+  if (any_duplicated) {
+    target.SetAliasDuplicatedPairs(pairs);
+  }
+  return any_duplicated;
 }
 
 bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
@@ -232,7 +270,8 @@ bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
   return !names.empty();
 }
 
-std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users) {
+std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users,
+                                 const EntryNames& entries) {
   std::vector<std::vector<size_t>> clean_pairs(users.size());
   for (const auto& [key, winner] : FindWinners(users)) {
     clean_pairs[winner.user].push_back(winner.pair);
@@ -245,7 +284,7 @@ std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users) {
       pair.second = true;
     }
     for (const size_t pair : clean_pairs[user]) {
-      pairs[pair].second = false;
+      pairs[pair].second = entries.Has(users[user].GetDomainIdx(), pairs[pair].first);
     }
     if (pairs != stored) {
       changed[user] = true;

@@ -12,6 +12,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 
@@ -20,7 +21,11 @@ namespace MDOMAIN::CONTROL::INTERNAL {
 // Who holds which alias in which domain; letter case (ASCII) does not matter.
 class AliasIndex {
  public:
-  void Add(int domain_idx, unsigned int uid, const std::string& alias);
+  // Who held an alias before it was added: nobody, the same user alone, somebody else.
+  enum class Before { kFree, kOwn, kOthers };
+
+  void Reserve(size_t aliases) { holders_.reserve(aliases); }
+  Before Add(int domain_idx, unsigned int uid, const std::string& alias);
   void Add(const std::vector<RECORD::DomainUserAlias>& aliases);
   void Add(const std::vector<RECORD::DomainUser>& users);
 
@@ -36,7 +41,8 @@ class AliasIndex {
     bool are_several;
   };
   std::unordered_map<std::string, Holders> holders_;
-  std::unordered_set<std::string> owned_;
+  // The users who came after the first, with their aliases.
+  std::unordered_set<std::string> later_;
 };
 
 // Which users of a domain have which short account name; letter case (ASCII) does not matter.
@@ -100,7 +106,9 @@ bool SetConflictingNames(const AccountNameIndex& others, bool skip_same_uid,
 //
 // The listing shows flagged aliases first. If its order decided, every pass would hand the address
 // to the other user and the next one would hand it back; so whoever has it keeps it.
-std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users);
+// A name of an entry of the alias table is clean for nobody.
+std::vector<bool> RecomputeFlags(std::vector<RECORD::DomainUser>& users,
+                                 const EntryNames& entries = {});
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL
 

@@ -6,6 +6,7 @@
 #include "lib-domain/control/alias_conflict.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
@@ -115,8 +116,13 @@ bool DomainUser::CreateUsersAliases(std::vector<RECORD::DomainUserAlias>& aliase
     return false;
   }
   INTERNAL::AliasIndex existing;
+  INTERNAL::EntryNames entries;
+  if (!entries.Read()) {
+    return false;
+  }
   existing.Add(stored);
   INTERNAL::CheckAndFlagCandidates(existing, aliases);
+  entries.Flag(aliases);
   if (!store_.CreateUsersAliases(aliases)) {
     return false;
   }
@@ -202,11 +208,16 @@ bool DomainUser::_CheckAndSetDomainUsersDuplicated(std::vector<RECORD::DomainUse
     LOG_ERROR("Failed to _GetCompareDBDomainUsers");
     return false;
   }
+  INTERNAL::EntryNames entries;
+  if (!entries.Read()) {
+    return false;
+  }
   INTERNAL::AliasIndex others;
   others.Add(stored);
   INTERNAL::AliasIndex batch;
   for (RECORD::DomainUser& user : users) {
     INTERNAL::CheckAndFlagPairs(others, batch, user);
+    entries.Flag(user);
   }
   return true;
 }

@@ -4,6 +4,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/alias_index.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/look_up.h"
@@ -11,7 +12,11 @@
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 bool SettleFlags(std::vector<RECORD::DomainUser> users) {
-  const std::vector<bool> changed = RecomputeFlags(users);
+  EntryNames entries;
+  if (!users.empty() && !entries.Read()) {
+    return false;
+  }
+  const std::vector<bool> changed = RecomputeFlags(users, entries);
   std::vector<RECORD::DomainUserAlias> aliases;
   std::vector<unsigned int> uids;
   for (size_t i = 0; i < users.size(); ++i) {

@@ -6,6 +6,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/domain_user_flags.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/model_image.h"
 
@@ -61,14 +62,19 @@ bool DomainUser::UpdateAllDuplicateAlias() {
   return ListAllDomains(domain_idxs) && UpdateDuplicateAlias(domain_idxs);
 }
 
-// An alias that stands once in its domain and is not flagged keeps its flag, and nobody else's
-// depends on it.
+// An alias that stands once in its domain, is not flagged and is no entry's name keeps its flag,
+// and nobody else's depends on it.
 bool DomainUser::UpdateAllDuplicateAlias(const DB::INTERNAL::ModelImage& image) {
   std::vector<int> domain_idxs;
   if (!image.IsKnown() || image.UidsWithFlagsInQuestion().size() > kFewUsers) {
     return UpdateAllDuplicateAlias();
   }
-  if (image.UidsWithFlagsInQuestion().empty()) {
+  INTERNAL::EntryNames entries;
+  std::vector<unsigned int> uids = image.UidsWithFlagsInQuestion();
+  if (!entries.Read() || !entries.AddHolders(uids)) {
+    return false;
+  }
+  if (uids.empty()) {
     return true;
   }
   if (!ListAllDomains(domain_idxs)) {
@@ -78,7 +84,7 @@ bool DomainUser::UpdateAllDuplicateAlias(const DB::INTERNAL::ModelImage& image) 
     return true;
   }
   std::vector<RECORD::DomainUser> users;
-  if (!store_.ListHolders(domain_idxs, image.UidsWithFlagsInQuestion(), users)) {
+  if (!store_.ListHolders(domain_idxs, uids, users)) {
     LOG_ERROR("Failed to ListDomainUsersAliases");
     return false;
   }

@@ -8,6 +8,7 @@
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/domain_user_flags.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/look_up.h"
@@ -71,6 +72,29 @@ void FindConflicts(const std::vector<RECORD::DomainUser>& stored,
   }
 }
 
+// Nobody is given the name of an entry; whoever has it already, flagged, keeps it.
+bool RefuseNewEntryNames(const std::vector<RECORD::DomainUser>& stored,
+                         const std::vector<RECORD::DomainUser>& users) {
+  INTERNAL::EntryNames entries;
+  if (!entries.Read()) {
+    return false;
+  }
+  INTERNAL::AliasIndex had;
+  had.Add(stored);
+  for (const RECORD::DomainUser& user : users) {
+    for (const auto& pair : user.GetAliasDuplicatedPairs()) {
+      const std::string& alias = pair.first;
+      if (entries.Has(user.GetDomainIdx(), alias) &&
+          !had.IsHeldBy(user.GetDomainIdx(), user.GetUID(), alias)) {
+        LOG_ERROR("The alias has several members: [%s], domain_id: [%d]", alias.c_str(),
+                  user.GetDomainIdx());
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
 // The aliases to store. FindConflicts flags every alias that another user has, too, even when this
 // user owns it and the other one's is the flagged copy. If it were stored like that, both would be
 // flagged, and UpdateDuplicateAlias could give the address to the other user. So an alias that the
@@ -106,6 +130,9 @@ bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
   std::vector<RECORD::DomainUser> stored;
   if (!ListConcerned(users, stored)) {
     LOG_ERROR("Failed to _GetCompareDBDomainUsers");
+    return false;
+  }
+  if (!RefuseNewEntryNames(stored, users)) {
     return false;
   }
   const std::vector<RECORD::DomainUserAlias> aliases = AliasesBeforeAndAfter(stored, users);

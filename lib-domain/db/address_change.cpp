@@ -4,6 +4,7 @@
 
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/statement.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
@@ -131,6 +132,22 @@ bool ForgetFollower(const std::string& follower) {
     batch.Add(kDelete);
   }
   return DomainDb().Run(batch, "fail to delete " FOLLOWER_TABLE);
+}
+
+bool ForgetFollowersIn(const std::string& path) {
+  constexpr int kBusyMilliseconds = 10000;
+  std::string drops = "BEGIN IMMEDIATE;";
+  for (const char* table : {LOG_TABLE, FOLLOWER_TABLE}) {
+    drops += std::string("DROP TABLE IF EXISTS ") + table + ";";
+  }
+  for (const Trigger& trigger : kTriggers) {
+    drops += std::string("DROP TRIGGER IF EXISTS ") + trigger.name + ";";
+  }
+  drops += "COMMIT";
+  korvmailserver::Connection copy;
+  return copy.Open(path, korvmailserver::Connection::Mode::kWrite, kBusyMilliseconds) ==
+             SQLITE_OK &&
+         copy.Run(drops.c_str()) == SQLITE_OK;
 }
 
 bool HasAddressChanges(bool& has_changes) {

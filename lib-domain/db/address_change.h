@@ -34,6 +34,8 @@ bool AreChangesLogged(bool& are_logged);
 // From now on it does, or, once the last follower is forgotten, no longer.
 bool StartChangeLog();
 bool ForgetFollower(const std::string& follower);
+// In a copy of a model: nobody follows it. Over a connection of its own, without a log line.
+bool ForgetFollowersIn(const std::string& path);
 // Whether something stands in it; never where it is not kept.
 bool HasAddressChanges(bool& has_changes);
 // Adds what stands in the log, each once, ordered; `is_whole` is false when that is more than

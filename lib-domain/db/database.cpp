@@ -71,6 +71,7 @@ bool Database::TryForEachRow(const Sql& sql,
     use(row);
     return true;
   };
+  const korvmailserver::UnkeptDatabaseFailures unkept;
   return status_ == 0 && sql.Fits() && handler_->FollowFile() &&
          handler_->_RunKept(sql, use_row, DomainDBHandler::OnFailure::kStaySilent);
 }

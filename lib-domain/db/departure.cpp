@@ -23,54 +23,68 @@ constexpr const char* kList =
     "SELECT domain_idx, kind, id, name FROM mdomain_departure_table ORDER BY domain_idx, kind, id, "
     "name";
 
-// The ids are the first parameter of every statement.
+// The ids are the first parameter of every statement, the domain, where there is one, the second.
 #define LEAVING "(SELECT uid FROM user_table WHERE uid IN (SELECT value FROM json_each(?1)))"
 
 // Where the leaving users are: in the given domain, or wherever rows say so.
-constexpr const char* kInDomain =
-    "SELECT %d AS domain_idx, uid FROM user_table WHERE uid IN " LEAVING;
-constexpr const char* kAnywhere =
-    "SELECT domain_idx, uid FROM domain_user_alias_table WHERE uid IN " LEAVING
-    " UNION SELECT domain_idx, uid FROM domain_user_role_table WHERE uid IN " LEAVING
-    " UNION SELECT domain_idx, uid FROM domain_group_role_table INNER JOIN group_to_user_table ON "
-    "domain_group_role_table.gid = group_to_user_table.gid WHERE uid IN " LEAVING;
+#define IN_DOMAIN "SELECT ?2 AS domain_idx, uid FROM user_table WHERE uid IN " LEAVING
+#define ANYWHERE                                                                                  \
+  "SELECT domain_idx, uid FROM domain_user_alias_table WHERE uid IN " LEAVING                     \
+  " UNION SELECT domain_idx, uid FROM domain_user_role_table WHERE uid IN " LEAVING               \
+  " UNION SELECT domain_idx, uid FROM domain_group_role_table INNER JOIN group_to_user_table ON " \
+  "domain_group_role_table.gid = group_to_user_table.gid WHERE uid IN " LEAVING
 // Whether somebody who stays has the name, or the alias, in the domain. Where there are indexes for
 // it each is looked up; else those of all who stay are gathered once.
-struct Stayers {
-  const char* have_name;
-  const char* have_alias;
+#define HAS_NAME                                                                             \
+  "EXISTS (SELECT 1 FROM user_table AS other CROSS JOIN domain_user_alias_table AS held ON " \
+  "held.domain_idx = place.domain_idx AND held.uid = other.uid WHERE other.user_name = "     \
+  "leaver.user_name COLLATE NOCASE AND other.uid NOT IN " LEAVING ")"
+// An alias that is NULL is nobody else's, but counts only where nobody has another one.
+#define HAS_ALIAS                                                                                \
+  "EXISTS (SELECT 1 FROM domain_user_alias_table AS held WHERE held.account_alias = "            \
+  "own.account_alias COLLATE NOCASE AND held.domain_idx = own.domain_idx AND held.uid NOT "      \
+  "IN " LEAVING                                                                                  \
+  ") OR own.account_alias IS NULL AND EXISTS (SELECT 1 FROM domain_user_alias_table AS "         \
+  "held WHERE held.domain_idx = own.domain_idx AND held.account_alias IS NOT NULL AND held.uid " \
+  "NOT IN " LEAVING ")"
+#define IS_AMONG_NAMES                                                                        \
+  "(place.domain_idx, lower(leaver.user_name)) IN (SELECT domain_idx, lower(user_name) FROM " \
+  "domain_user_alias_table INNER JOIN user_table ON domain_user_alias_table.uid = "           \
+  "user_table.uid WHERE user_table.uid NOT IN " LEAVING ")"
+#define IS_AMONG_ALIASES                                                                         \
+  "(own.domain_idx, lower(own.account_alias)) IN (SELECT domain_idx, lower(account_alias) FROM " \
+  "domain_user_alias_table WHERE account_alias IS NOT NULL AND uid NOT IN " LEAVING ")"
+#define INSERT_USERS(PLACES, HAVE_NAME)                                                         \
+  "INSERT OR IGNORE INTO mdomain_departure_table SELECT place.domain_idx, 'user', leaver.uid, " \
+  "CASE WHEN " HAVE_NAME " THEN '' ELSE coalesce(leaver.user_name, '') END FROM (" PLACES       \
+  ") AS place INNER JOIN user_table AS leaver ON leaver.uid = place.uid"
+#define INSERT_ALIASES(CONDITION, HAVE_ALIAS)                                        \
+  "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'alias', uid, "  \
+  "coalesce(account_alias, '') FROM domain_user_alias_table AS own WHERE " CONDITION \
+  "uid IN " LEAVING " AND NOT (" HAVE_ALIAS ")"
+struct Insertion {
+  const char* users;
+  const char* aliases;
 };
-constexpr Stayers kLookedUp = {
-    "EXISTS (SELECT 1 FROM user_table AS other CROSS JOIN domain_user_alias_table AS held ON "
-    "held.domain_idx = place.domain_idx AND held.uid = other.uid WHERE other.user_name = "
-    "leaver.user_name COLLATE NOCASE AND other.uid NOT IN " LEAVING ")",
-    // An alias that is NULL is nobody else's, but counts only where nobody has another one.
-    "EXISTS (SELECT 1 FROM domain_user_alias_table AS held WHERE held.account_alias = "
-    "own.account_alias COLLATE NOCASE AND held.domain_idx = own.domain_idx AND held.uid NOT "
-    "IN " LEAVING
-    ") OR own.account_alias IS NULL AND EXISTS (SELECT 1 FROM domain_user_alias_table AS "
-    "held WHERE held.domain_idx = own.domain_idx AND held.account_alias IS NOT NULL AND held.uid "
-    "NOT IN " LEAVING ")"};
-constexpr Stayers kGathered = {
-    "(place.domain_idx, lower(leaver.user_name)) IN (SELECT domain_idx, lower(user_name) FROM "
-    "domain_user_alias_table INNER JOIN user_table ON domain_user_alias_table.uid = "
-    "user_table.uid WHERE user_table.uid NOT IN " LEAVING ")",
-    "(own.domain_idx, lower(own.account_alias)) IN (SELECT domain_idx, lower(account_alias) FROM "
-    "domain_user_alias_table WHERE account_alias IS NOT NULL AND uid NOT IN " LEAVING ")"};
-// Whether somebody who stays has the name; the places.
-constexpr const char* kInsertUsers =
-    "INSERT OR IGNORE INTO mdomain_departure_table SELECT place.domain_idx, 'user', leaver.uid, "
-    "CASE WHEN %s THEN '' ELSE coalesce(leaver.user_name, '') END FROM (%s) AS place INNER JOIN "
-    "user_table AS "
-    "leaver ON leaver.uid = place.uid";
-// The condition on the domain; whether somebody who stays has the alias.
-constexpr const char* kInsertAliases =
-    "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'alias', uid, "
-    "coalesce(account_alias, '') FROM domain_user_alias_table AS own WHERE %s AND uid IN " LEAVING
-    " AND NOT (%s)";
+// In a domain or in all, without and with indexes.
+constexpr Insertion kInDomain[] = {
+    {INSERT_USERS(IN_DOMAIN, IS_AMONG_NAMES),
+     INSERT_ALIASES("domain_idx = ?2 AND ", IS_AMONG_ALIASES)},
+    {INSERT_USERS(IN_DOMAIN, HAS_NAME), INSERT_ALIASES("domain_idx = ?2 AND ", HAS_ALIAS)}};
+constexpr Insertion kAnywhere[] = {
+    {INSERT_USERS(ANYWHERE, IS_AMONG_NAMES), INSERT_ALIASES("", IS_AMONG_ALIASES)},
+    {INSERT_USERS(ANYWHERE, HAS_NAME), INSERT_ALIASES("", HAS_ALIAS)}};
 constexpr const char* kInsertRemovals =
-    "INSERT OR IGNORE INTO mdomain_departure_table SELECT %d, 'removal', uid, '' FROM user_table "
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT ?2, 'removal', uid, '' FROM user_table "
     "WHERE uid IN " LEAVING;
+#undef INSERT_ALIASES
+#undef INSERT_USERS
+#undef IS_AMONG_ALIASES
+#undef IS_AMONG_NAMES
+#undef HAS_ALIAS
+#undef HAS_NAME
+#undef ANYWHERE
+#undef IN_DOMAIN
 #undef LEAVING
 
 constexpr const char* kInsertGroups =
@@ -87,14 +101,17 @@ constexpr const char* kInsertDomains =
     "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'domain', 0, "
     "coalesce(domain_name, '') FROM domain_table WHERE domain_idx IN (%q)";
 
-// The condition on the domain, the ids.
 constexpr const char* kDeleteUsers =
-    "DELETE FROM mdomain_departure_table WHERE %s AND kind IN ('user', 'alias', 'removal') AND id "
-    "IN (%q)";
+    "DELETE FROM mdomain_departure_table WHERE domain_idx = %d AND kind IN ('user', 'alias', "
+    "'removal') AND id IN (%q)";
+constexpr const char* kDeleteUsersAnywhere =
+    "DELETE FROM mdomain_departure_table WHERE kind IN ('user', 'alias', 'removal') AND id IN (%q)";
 constexpr const char* kDeleteRemovals =
     "DELETE FROM mdomain_departure_table WHERE domain_idx = %d AND kind = 'removal' AND id IN (%q)";
 constexpr const char* kDeleteGroups =
-    "DELETE FROM mdomain_departure_table WHERE %s AND kind = 'group' AND id IN (%q)";
+    "DELETE FROM mdomain_departure_table WHERE domain_idx = %d AND kind = 'group' AND id IN (%q)";
+constexpr const char* kDeleteGroupsAnywhere =
+    "DELETE FROM mdomain_departure_table WHERE kind = 'group' AND id IN (%q)";
 constexpr const char* kDeleteDomains =
     "DELETE FROM mdomain_departure_table WHERE domain_idx IN (%q)";
 
@@ -111,9 +128,17 @@ constexpr const char* kDeleteAll = "DELETE FROM mdomain_departure_table";
 constexpr const char* kInsertFailure = "fail to insert mdomain_departure_table";
 constexpr const char* kDeleteFailure = "fail to delete mdomain_departure_table";
 
-std::string DomainCondition(int domain_idx) {
-  return domain_idx == Departure::kEveryDomain ? "1"
-                                               : FormatStatement("domain_idx = %d", domain_idx);
+// One of the statements, which name a domain or do not.
+void AddDeletion(StatementBatch& batch, const char* in_domain, const char* anywhere, int domain_idx,
+                 const std::vector<unsigned int>& ids) {
+  if (ids.empty()) {
+    return;
+  }
+  if (domain_idx == Departure::kEveryDomain) {
+    batch.AddWithIds(anywhere, ids);
+  } else {
+    batch.AddWithIds(in_domain, ids, domain_idx);
+  }
 }
 
 }  // namespace
@@ -137,18 +162,21 @@ bool Departure::_AddUsers(int domain_idx, const std::vector<unsigned int>& uids,
   if (uids.empty()) {
     return true;
   }
-  const std::string condition = DomainCondition(domain_idx);
-  const std::string places =
-      domain_idx == kEveryDomain ? kAnywhere : FormatStatement(kInDomain, domain_idx);
   StatementBatch batch;
-  batch.Add(kCreateTable);
+  batch.AddKept(kCreateTable);
   const std::string ids = JsonList(uids);
   const bool has_indexes = handler_ != nullptr && handler_->HasOwnViews();
-  const Stayers& stayers = has_indexes ? kLookedUp : kGathered;
-  batch.AddBound(FormatStatement(kInsertUsers, stayers.have_name, places.c_str()), {ids});
-  batch.AddBound(FormatStatement(kInsertAliases, condition.c_str(), stayers.have_alias), {ids});
+  if (domain_idx == kEveryDomain) {
+    const Insertion& insertion = kAnywhere[has_indexes ? 1 : 0];
+    batch.AddKept(Sql(insertion.users, ids));
+    batch.AddKept(Sql(insertion.aliases, ids));
+  } else {
+    const Insertion& insertion = kInDomain[has_indexes ? 1 : 0];
+    batch.AddKept(Sql(insertion.users, ids, domain_idx));
+    batch.AddKept(Sql(insertion.aliases, ids, domain_idx));
+  }
   if (has_rows) {
-    batch.AddBound(FormatStatement(kInsertRemovals, domain_idx), {ids});
+    batch.AddKept(Sql(kInsertRemovals, ids, domain_idx));
   }
   return _DomainDb().Run(batch, kInsertFailure);
 }
@@ -158,7 +186,7 @@ bool Departure::AddGroups(int domain_idx, const std::vector<unsigned int>& gids)
     return true;
   }
   StatementBatch batch;
-  batch.Add(kCreateTable);
+  batch.AddKept(kCreateTable);
   if (domain_idx == kEveryDomain) {
     batch.AddWithIds(kInsertGroupsAnywhere, gids);
   } else {
@@ -172,7 +200,7 @@ bool Departure::AddDomains(const std::vector<int>& domain_idxs) {
     return true;
   }
   StatementBatch batch;
-  batch.Add(kCreateTable);
+  batch.AddKept(kCreateTable);
   batch.AddWithIds(kInsertDomains, domain_idxs);
   return _DomainDb().Run(batch, kInsertFailure);
 }
@@ -187,17 +215,13 @@ bool Departure::EndRemovals(int domain_idx, const std::vector<unsigned int>& uid
 
 bool Departure::DeleteUsers(int domain_idx, const std::vector<unsigned int>& uids) {
   StatementBatch batch;
-  if (!uids.empty()) {
-    batch.AddWithIds(kDeleteUsers, uids, DomainCondition(domain_idx).c_str());
-  }
+  AddDeletion(batch, kDeleteUsers, kDeleteUsersAnywhere, domain_idx, uids);
   return _DomainDb().Run(batch, kDeleteFailure);
 }
 
 bool Departure::DeleteGroups(int domain_idx, const std::vector<unsigned int>& gids) {
   StatementBatch batch;
-  if (!gids.empty()) {
-    batch.AddWithIds(kDeleteGroups, gids, DomainCondition(domain_idx).c_str());
-  }
+  AddDeletion(batch, kDeleteGroups, kDeleteGroupsAnywhere, domain_idx, gids);
   return _DomainDb().Run(batch, kDeleteFailure);
 }
 

@@ -75,6 +75,8 @@ constexpr const char* kSelectAdding =
     "SELECT domain_idx FROM domain_table WHERE is_automatically_adding_users = 1;";
 constexpr const char* kSelectUsers =
     "SELECT DISTINCT uid FROM domain_user_view WHERE domain_idx IN (%s)";
+constexpr const char* kSelectUsersOfOne =
+    "SELECT DISTINCT uid FROM domain_user_view WHERE domain_idx IN (%d)";
 // One count over all the domains in place of "count(distinct uid)" over one after the other.
 constexpr const char* kCountUsers =
     "SELECT domain_idx, count(distinct uid) FROM %s WHERE domain_idx IN (%s) AND role IS NOT NULL "
@@ -318,8 +320,10 @@ bool Domain::GetAutoAddingUserDomainIds(std::vector<int>& domain_idxs) {
 
 bool Domain::GetBelongedUsers(const std::vector<int>& domain_idxs,
                               std::vector<unsigned int>& uids) {
-  return _DomainDb().Append<Columns<Uid>>(
-      FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()), uids);
+  const Sql sql = domain_idxs.size() == 1
+                      ? Sql(kSelectUsersOfOne, domain_idxs.front())
+                      : Sql(FormatSql(kSelectUsers, BASE::Join(domain_idxs, ",").c_str()));
+  return _DomainDb().Append<Columns<Uid>>(sql, uids);
 }
 
 bool Domain::_FetchDomainsUserNum(std::vector<RECORD::Domain>& domains) {

@@ -108,6 +108,8 @@ constexpr const char* kSelectEffectingGroups =
 // By uid the database looks every user up in every group of the domain; for more than a few users
 // the "+" makes it go through the members of the groups instead.
 constexpr size_t kFewUsers = 16;
+constexpr const char* kSelectGroupsOfOne =
+    "SELECT uid, gid FROM domain_group_effected_user_view WHERE domain_idx = %d AND uid IN (%u);";
 constexpr const char* kSelectGroupsOfFew =
     "SELECT uid, gid FROM domain_group_effected_user_view WHERE domain_idx = %d AND uid IN (%s);";
 constexpr const char* kSelectGroupsOfMany =
@@ -382,10 +384,13 @@ bool DomainUser::FindBeingEffectedGroups(const int& domain_idx, const unsigned i
 bool DomainUser::FindBeingEffectedGroups(
     const int& domain_idx, const std::vector<unsigned int>& uids,
     std::map<unsigned int, std::vector<unsigned int>>& gids_by_uid) {
+  const Sql sql =
+      uids.size() == 1
+          ? Sql(kSelectGroupsOfOne, domain_idx, uids.front())
+          : Sql(FormatSql(uids.size() > kFewUsers ? kSelectGroupsOfMany : kSelectGroupsOfFew,
+                          domain_idx, BASE::Join(uids, ",").c_str()));
   return _DomainDb().Query<Columns<Uid, Gid>>(
-      FormatSql(uids.size() > kFewUsers ? kSelectGroupsOfMany : kSelectGroupsOfFew, domain_idx,
-                BASE::Join(uids, ",").c_str()),
-      [&gids_by_uid](unsigned int uid, unsigned int gid) { gids_by_uid[uid].push_back(gid); });
+      sql, [&gids_by_uid](unsigned int uid, unsigned int gid) { gids_by_uid[uid].push_back(gid); });
 }
 
 bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& uids_by_domain) {

@@ -60,6 +60,12 @@ class MDOMAIN_EXPORT DomainUser {
   // keeps little of them. Before a failure some were handed out.
   using UserVisitor = std::function<void(RECORD::DomainUser& user)>;
   bool ForEachDomainUser(DomainDBFilter& filter, const UserVisitor& use);
+  // Calls `use` for each account name of users with a role in any domain, in the order of the
+  // names' bytes, with what ListDomainUsers gives of them for all domains, in the same order. All
+  // is of one moment, little of it is kept. Before a failure some were handed out.
+  using NameVisitor =
+      std::function<void(const std::string& user_name, std::vector<RECORD::DomainUser>& users)>;
+  bool ForEachName(const NameVisitor& use);
   // Appends all users of the domain that have a role: uids, records, account names; the records as
   // ListDomainUsers gives them without group control.
   bool List(const int& domain_idx, std::vector<unsigned int>& uids);
@@ -151,6 +157,7 @@ class MDOMAIN_EXPORT DomainUser {
 
  private:
   bool _AppendAliasRows(const std::string& sql, std::vector<RECORD::DomainUser>& alias_rows);
+  bool _AppendNamed(const std::vector<unsigned int>& uids, std::vector<RECORD::DomainUser>& users);
   bool _AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
                     bool with_group_control, std::vector<RECORD::DomainUser>& users);
   bool _WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids);

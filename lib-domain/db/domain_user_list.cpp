@@ -1,10 +1,15 @@
 // The users of a domain one after the other: the uids of a page by an index, and whole listings.
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <string_view>
+#include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/text.h"
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_user.h"
+#include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/statement.h"
 
@@ -22,6 +27,12 @@ constexpr const char* kSelectFlagOrder =
     "(is_duplicated <> 0 OR is_duplicated IS NULL)) GROUP BY uid HAVING max(is_duplicated) IS NOT "
     "0 ORDER BY max(is_duplicated) DESC, uid";
 constexpr size_t kUsersPerRead = 1000;
+constexpr const char* kSelectNames = "SELECT uid, user_name FROM user_table";
+// Those of one user in the order in which the listing of all domains has them.
+constexpr const char* kSelectRowsOfUsers =
+    "SELECT domain_idx, uid, user_name, account_alias, role, is_duplicated, role IS NOT NULL FROM "
+    "domain_user_view WHERE uid IN (%s) AND +domain_idx IN (SELECT domain_idx FROM domain_table) "
+    "ORDER BY is_duplicated DESC, domain_idx, uid";
 // Where ComposeUIDWalkCmd puts a row.
 constexpr int kBetween = 0;
 constexpr int kBehind = 2;
@@ -46,6 +57,41 @@ class Page {
   int skipped_;
   long long left_;
   std::vector<unsigned int>& uids_;
+};
+
+// The users by the bytes of their names, which stand in one text: a million strings would take
+// three times as much.
+class UsersByName {
+ public:
+  void Add(unsigned int uid, const std::string& name) {
+    users_.push_back({names_.size(), static_cast<unsigned int>(name.size()), uid});
+    names_ += name;
+  }
+  // The uids, and for each whether it has the name of the one before it. Ends the use.
+  void Take(std::vector<unsigned int>& uids, std::vector<bool>& are_same) {
+    std::sort(users_.begin(), users_.end(), [this](const Named& one, const Named& other) {
+      return std::pair(_NameOf(one), one.uid) < std::pair(_NameOf(other), other.uid);
+    });
+    uids.reserve(users_.size());
+    are_same.reserve(users_.size());
+    for (size_t i = 0; i < users_.size(); ++i) {
+      uids.push_back(users_[i].uid);
+      are_same.push_back(i > 0 && _NameOf(users_[i]) == _NameOf(users_[i - 1]));
+    }
+  }
+
+ private:
+  struct Named {
+    size_t begin;
+    unsigned int length;
+    unsigned int uid;
+  };
+  std::string_view _NameOf(const Named& user) const {
+    return std::string_view(names_).substr(user.begin, user.length);
+  }
+
+  std::string names_;
+  std::vector<Named> users_;
 };
 
 }  // namespace
@@ -117,6 +163,67 @@ bool DomainUser::ForEachDomainUser(DomainDBFilter& filter, const UserVisitor& us
     }
     std::for_each(users.begin(), users.end(), use);
   }
+  return true;
+}
+
+bool DomainUser::ForEachName(const NameVisitor& use) {
+  const ReadScope of_one_moment(handler_);
+  std::vector<unsigned int> uids;
+  std::vector<bool> are_same;
+  {
+    UsersByName users;
+    if (!_DomainDb().Query<Columns<Uid, Text>>(
+            kSelectNames,
+            [&users](unsigned int uid, const std::string& name) { users.Add(uid, name); })) {
+      return false;
+    }
+    users.Take(uids, are_same);
+  }
+  size_t end = 0;
+  for (size_t begin = 0; begin < uids.size(); begin = end) {
+    end = std::min(begin + kUsersPerRead, uids.size());
+    while (end < uids.size() && are_same[end]) {
+      ++end;
+    }
+    std::vector<RECORD::DomainUser> users;
+    if (!_AppendNamed({&uids[begin], &uids[begin] + (end - begin)}, users)) {
+      return false;
+    }
+    std::map<std::string, std::vector<RECORD::DomainUser>> by_name;
+    for (RECORD::DomainUser& user : users) {
+      by_name[user.GetUserName()].push_back(std::move(user));
+    }
+    for (auto& [name, of_name] : by_name) {
+      use(name, of_name);
+    }
+  }
+  return true;
+}
+
+// Whoever of them has a role in any domain.
+bool DomainUser::_AppendNamed(const std::vector<unsigned int>& uids,
+                              std::vector<RECORD::DomainUser>& users) {
+  std::vector<RECORD::DomainUser> rows;
+  std::unordered_set<unsigned int> with_role;
+  const auto keep = [&](int domain_idx, unsigned int uid, std::string&& name, std::string&& alias,
+                        std::string&& role, bool duplicated, bool has_role) {
+    rows.emplace_back(domain_idx, uid, std::move(name),
+                      std::vector<std::pair<std::string, bool>>{{std::move(alias), duplicated}},
+                      std::move(role));
+    if (has_role) {
+      with_role.insert(uid);
+    }
+  };
+  if (!_DomainDb().Query<Columns<Int, Uid, Text, Text, Text, Flag, Flag>>(
+          FormatStatement(kSelectRowsOfUsers, BASE::Join(uids, ",").c_str()), keep)) {
+    return false;
+  }
+  rows.erase(std::remove_if(rows.begin(), rows.end(),
+                            [&with_role](const RECORD::DomainUser& row) {
+                              return with_role.count(row.GetUID()) == 0;
+                            }),
+             rows.end());
+  _MergeDomainUsers(rows, users);
   return true;
 }
 

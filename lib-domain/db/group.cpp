@@ -56,6 +56,7 @@ bool IsBefore(const RECORD::Group& group, const RECORD::Group& other) {
 
 // The rows whose texts can be compared, by gid. Logs nothing.
 std::vector<RECORD::Group> ReadPlain(DomainDBHandler& handler) {
+  const korvmailserver::UnkeptDatabaseFailures unkept;
   std::vector<RECORD::Group> rows;
   if (!handler.FollowFile()) {
     return rows;

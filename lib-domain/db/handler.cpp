@@ -19,6 +19,7 @@
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/nodes.h"
+#include "platform/include/scope_guard.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -252,6 +253,11 @@ bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTE
   const char* failure = nullptr;
   // Who stays silent is followed by another read, which waits.
   const int milliseconds = on_failure == OnFailure::kThrow ? kSelectBusyMilliseconds : 0;
+  const postara::ScopeGuard wait_again([&] {
+    if (milliseconds == 0) {
+      sqlite3_busy_timeout(db_, kSelectBusyMilliseconds);
+    }
+  });
   // A text without any statement compiles, too, but cannot be stepped.
   if (!statement.IsPrepared() && sqlite3_errcode(db_) != SQLITE_OK) {
     failure = "Failed to prepare";
@@ -262,9 +268,6 @@ bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTE
   }
   if (failure != nullptr && on_failure == OnFailure::kThrow) {
     ThrowSelectError(failure, db_, sql.Text(), __LINE__);
-  }
-  if (milliseconds == 0) {
-    sqlite3_busy_timeout(db_, kSelectBusyMilliseconds);
   }
   return failure == nullptr;
 }

@@ -1,7 +1,8 @@
 // The one connection to the domain database: opening, schema upgrade, row-returning queries.
 //
 // Every store borrows the process-wide handler. Several processes share the file through SQLite's
-// locks; within a process nothing is thread-safe, the first opening included.
+// locks; within a process one thread at a time may use any of it, the first opening included: the
+// connection is opened without SQLite's own lock for threads.
 #ifndef LIB_DOMAIN_DB_HANDLER_H
 #define LIB_DOMAIN_DB_HANDLER_H
 

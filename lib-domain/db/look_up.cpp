@@ -48,6 +48,10 @@ constexpr const char* kSelectHolders = WANTED
     "uid FROM wanted CROSS JOIN domain_user_alias_table ON account_alias = name COLLATE NOCASE AND "
     "domain_idx = %d";
 #undef WANTED
+// What ComposeDomainUserListQueryCmd makes for one user of one domain.
+constexpr const char* kSelectHolder =
+    "SELECT * FROM domain_user_view WHERE domain_idx IN (%d) AND uid IN (%u) ORDER BY "
+    "is_duplicated DESC;";
 // The user has a role, and it is the same in all rows.
 constexpr const char* kSelectUser =
     "SELECT * FROM domain_user_view WHERE domain_idx IN (%d) AND uid IN (%u) AND role IS NOT NULL "
@@ -281,14 +285,16 @@ HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)
 // Whether reading everything costs less than looking up what is asked for, `asked` more included.
 bool HolderSearch::_TakesAll(size_t asked) {
   asked_ += asked;
-  if (!takes_all_ && asked_ > kFew) {
-    std::string last;
-    int rows = 0;
-    takes_all_ = !DomainDb().GetText(kSelectLastAlias, 0, last) ||
-                 (BASE::ConvertToInt(last, rows) &&
-                  asked_ * kRowsPerLookUp > static_cast<size_t>(std::max(rows, 0)));
-  }
+  takes_all_ = takes_all_ || _IsTooMuch(asked_);
   return takes_all_;
+}
+
+bool HolderSearch::_IsTooMuch(size_t look_ups) const {
+  std::string last;
+  int rows = 0;
+  return look_ups > kFew && (!DomainDb().GetText(kSelectLastAlias, 0, last) ||
+                             (BASE::ConvertToInt(last, rows) &&
+                              look_ups * kRowsPerLookUp > static_cast<size_t>(std::max(rows, 0))));
 }
 
 void HolderSearch::_Gather(int domain_idx, unsigned int uid) {
@@ -306,6 +312,11 @@ bool HolderSearch::AddUsers(const std::vector<std::pair<int, unsigned int>>& use
 }
 
 bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& aliases) {
+  // Before it is known which of them are new.
+  takes_all_ = takes_all_ || _IsTooMuch(aliases.size());
+  if (takes_all_) {
+    return true;
+  }
   std::vector<std::string> unknown;
   bool has_empty = false;
   for (const std::string& alias : aliases) {
@@ -393,16 +404,18 @@ bool HolderSearch::List(std::vector<RECORD::DomainUser>& users) {
   if (uids.empty()) {
     return true;
   }
-  DomainDBFilter filter("domain_user_view");
-  filter.SetDomainIdxs(domain_idxs_);
   std::vector<RECORD::DomainUser> alias_rows;
   const auto keep = [&](int domain_idx, unsigned int uid, auto&&... texts) {
     if (users_.count({domain_idx, uid}) != 0) {
       alias_rows.push_back(RowUser(domain_idx, uid, std::move(texts)...));
     }
   };
-  if (!DomainDb().Query<UserColumns>(
-          filter.ComposeDomainUserListQueryCmd({uids.begin(), uids.end()}), keep)) {
+  DomainDBFilter filter("domain_user_view");
+  filter.SetDomainIdxs(domain_idxs_);
+  const Sql sql = domain_idxs_.size() == 1 && uids.size() == 1
+                      ? Sql(kSelectHolder, domain_idxs_.front(), *uids.begin())
+                      : Sql(filter.ComposeDomainUserListQueryCmd({uids.begin(), uids.end()}));
+  if (!DomainDb().Query<UserColumns>(sql, keep)) {
     return false;
   }
   _MergeDomainUsers(alias_rows, users);

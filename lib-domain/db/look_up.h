@@ -92,6 +92,7 @@ class HolderSearch {
   bool _AddHolders(int domain_idx, const std::vector<std::string>& aliases);
   void _Gather(int domain_idx, unsigned int uid);
   bool _TakesAll(size_t asked);
+  bool _IsTooMuch(size_t look_ups) const;
 
   std::vector<int> domain_idxs_;
   bool takes_all_;

@@ -2,6 +2,7 @@
 
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -10,8 +11,8 @@ namespace {
 
 // Nothing else here uses this number of a database file, which changes and is rolled back with the
 // rows. A table of our own would not be the described schema.
-constexpr const char* kSelectContent =
-    "SELECT EXISTS (SELECT 1 FROM domain_table), application_id FROM pragma_application_id";
+constexpr const char* kHasDomains = "SELECT EXISTS (SELECT 1 FROM domain_table)";
+constexpr const char* kSelectMark = "PRAGMA application_id";
 constexpr int kEmptied = 0x4D444F4D;
 constexpr const char* kSetEmptied = "PRAGMA application_id = %d";
 constexpr const char* kEmptiedFailure = "fail to mark domain_table as emptied";
@@ -31,9 +32,14 @@ bool BeginWriting() {
 }
 
 bool GetContent(Content& content) {
-  return DomainDb().Query<Columns<Flag, Int>>(kSelectContent, [&content](bool any, int mark) {
-    const Content none = mark == kEmptied ? Content::kEmptied : Content::kNothing;
-    content = any ? Content::kDomains : none;
+  const ReadScope of_one_moment;
+  bool has_domains = false;
+  if (!DomainDb().GetExists(kHasDomains, has_domains)) {
+    return false;
+  }
+  content = Content::kDomains;
+  return has_domains || DomainDb().Query<Columns<Int>>(kSelectMark, [&content](int mark) {
+    content = mark == kEmptied ? Content::kEmptied : Content::kNothing;
   });
 }
 

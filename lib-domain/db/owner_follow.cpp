@@ -164,7 +164,8 @@ bool ApplyOwnerChanges(const std::string& path, const OwnerChanges& changes, int
                        OwnerState& state) {
   Connection registry;
   if (!IsOwnRegistryFile(path) ||
-      registry.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) != SQLITE_OK) {
+      registry.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) != SQLITE_OK ||
+      registry.Run(kKeepPages) != SQLITE_OK) {
     return false;
   }
   sqlite3* const db = registry.Get();

@@ -18,10 +18,12 @@ using korvmailserver::Transaction;
 
 namespace {
 
-// Whoever holds the file for longer is waited for when it is made anew.
+// A writer that holds the file for longer is waited for when it is made anew; readers come to their
+// end before the last step.
 constexpr int kBusyMilliseconds = 1000;
+constexpr int kReaderMilliseconds = 10000;
 constexpr mode_t kMode = 0644;
-// Up to as many rows, or this part of all, are written one by one.
+// Up to as many rows, or this part of all, are written one by one; else all of them.
 constexpr size_t kFewRows = 1000;
 constexpr size_t kPartOfAll = 4;
 
@@ -36,14 +38,15 @@ struct Table {
   const char* select;  // rowid, text, domain index, owner; by key
   const char* insert;
   const char* remove;
+  const char* clear;
 };
 constexpr Table kDomains = {"SELECT rowid, domain_name, domain_idx, '' FROM domain_part ORDER BY 2",
                             "INSERT INTO domain_part (domain_name, domain_idx) VALUES (?1, ?2)",
-                            "DELETE FROM domain_part WHERE rowid = ?1"};
+                            "DELETE FROM domain_part WHERE rowid = ?1", "DELETE FROM domain_part"};
 constexpr Table kLocalParts = {
     "SELECT rowid, local_part, domain_idx, user_name FROM local_part ORDER BY 2, 3",
     "INSERT INTO local_part (local_part, domain_idx, user_name) VALUES (?1, ?2, ?3)",
-    "DELETE FROM local_part WHERE rowid = ?1"};
+    "DELETE FROM local_part WHERE rowid = ?1", "DELETE FROM local_part"};
 
 struct Row {
   std::string_view text;
@@ -96,9 +99,13 @@ bool Sort(const std::vector<Part>& parts, std::vector<Row>& rows) {
 struct Difference {
   std::vector<sqlite3_int64> removed;
   std::vector<Row> added;
+  bool is_all = false;  // every row goes, those wanted are added
+
+  bool IsEmpty() const { return !is_all && removed.empty() && added.empty(); }
 };
 
-// False when a row in place is not of the kind that the store writes.
+// Everything where much differs, or a row in place is not of the kind that the store writes. False
+// when they cannot be read.
 template <typename Part>
 bool Compare(sqlite3* db, const Table& table, const std::vector<Row>& wanted,
              Difference& difference) {
@@ -132,12 +139,17 @@ bool Compare(sqlite3* db, const Table& table, const std::vector<Row>& wanted,
   const bool is_read = select.ForEachRow(compare);
   difference.added.insert(difference.added.end(), next, wanted.end());
   const size_t changes = difference.added.size() + difference.removed.size();
-  return is_read && is_readable && (changes <= kFewRows || changes <= wanted.size() / kPartOfAll);
+  if (!is_readable || (changes > kFewRows && changes > wanted.size() / kPartOfAll)) {
+    difference = {{}, wanted, true};
+  }
+  return is_read;
 }
 
 bool Write(sqlite3* db, const Table& table, const Difference& difference) {
+  Statement clear(db, table.clear);
   Statement remove(db, table.remove);
   const bool is_removed =
+      (!difference.is_all || clear.Run()) &&
       std::all_of(difference.removed.begin(), difference.removed.end(),
                   [&remove](sqlite3_int64 rowid) { return remove.Bind(1, rowid) && remove.Run(); });
   Statement insert(db, table.insert);
@@ -179,7 +191,8 @@ bool UpdateOwners(const std::string& path, const std::vector<RECORD::DomainPart>
   Connection registry;
   if (!Sort(domains, wanted_domains) || !Sort(local_parts, wanted_local_parts) ||
       !IsOwnRegistryFile(path) ||
-      registry.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) != SQLITE_OK) {
+      registry.Open(path, Connection::Mode::kWrite, kBusyMilliseconds) != SQLITE_OK ||
+      registry.Run(kKeepPages) != SQLITE_OK) {
     return false;
   }
   sqlite3* const db = registry.Get();
@@ -191,14 +204,16 @@ bool UpdateOwners(const std::string& path, const std::vector<RECORD::DomainPart>
       !Compare<RECORD::LocalPart>(db, kLocalParts, wanted_local_parts, of_local_parts)) {
     return false;
   }
-  const bool is_same = of_domains.added.empty() && of_domains.removed.empty() &&
-                       of_local_parts.added.empty() && of_local_parts.removed.empty();
-  if (is_same && Number(db, kVersion) == built_from) {
+  if (of_domains.IsEmpty() && of_local_parts.IsEmpty() && Number(db, kVersion) == built_from) {
     return true;
   }
   const std::string remember = kVersion + (" = " + std::to_string(built_from));
-  return Write(db, kDomains, of_domains) && Write(db, kLocalParts, of_local_parts) &&
-         registry.Run(remember.c_str()) == SQLITE_OK && transaction.Commit() == SQLITE_OK;
+  if (!Write(db, kDomains, of_domains) || !Write(db, kLocalParts, of_local_parts) ||
+      registry.Run(remember.c_str()) != SQLITE_OK) {
+    return false;
+  }
+  sqlite3_busy_timeout(db, kReaderMilliseconds);
+  return transaction.Commit() == SQLITE_OK;
 }
 
 }  // namespace MDOMAIN::DB::INTERNAL

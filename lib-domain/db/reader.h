@@ -6,11 +6,12 @@
 #include <functional>
 #include <string>
 
+#include "platform/include/export.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
-class Reader {
+class MDOMAIN_EXPORT Reader {
  public:
   explicit Reader(const std::string& path) : path_(path) {}
 

@@ -63,16 +63,8 @@ class StatementBatch {
     };
     steps_.push_back({std::move(statement), run});
   }
-  // A statement with values in the places of "?1", "?2", wherever they stand.
-  void AddBound(std::string statement, std::vector<std::string> values) {
-    fits_ = fits_ && !statement.empty();
-    const auto run = [statement, values = std::move(values)](sqlite3* db) {
-      bool answer = false;
-      return _RunBound(db, statement, values, answer);
-    };
-    steps_.push_back({std::move(statement), run});
-  }
-  // Such a statement where `question`, one of "SELECT EXISTS" with the same values, is answered
+  // A statement with values in the places of "?1", "?2", wherever they stand, where `question`, one
+  // of "SELECT EXISTS" with the same values, is answered
   // yes; else `otherwise`, which has none.
   void AddEither(const std::string& question, std::string statement, std::string otherwise,
                  std::vector<std::string> values) {

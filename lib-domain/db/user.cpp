@@ -53,6 +53,9 @@ bool User::GetNames(const std::vector<unsigned int>& uids,
   const auto keep = [&names](unsigned int uid, std::string&& name) {
     names[uid] = std::move(name);
   };
+  if (uids.size() == 1) {
+    return _DomainDb().Query<UserColumns>(Sql(kSelectUser, uids.front()), keep);
+  }
   const std::vector<std::string> pieces = JoinIdsInPieces(uids);
   return std::all_of(pieces.begin(), pieces.end(), [&](const std::string& piece) {
     return _DomainDb().Query<UserColumns>(FormatStatement(kSelectUsers, piece.c_str()), keep);

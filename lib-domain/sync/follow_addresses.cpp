@@ -7,11 +7,13 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/db/address_change.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/owner_follow.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/sync/address_follower.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
@@ -53,33 +55,12 @@ void Add(const RECORD::DomainUser& user, const std::string& alias, bool flagged,
 
 enum class Found { kAll, kUnclear, kFailed };
 
-// Others that Postfix takes for the same address.
-bool AddLookAlikes(int domain_idx, std::vector<std::string>& aliases) {
-  std::vector<std::string> others;
-  if (!DB::INTERNAL::ListNonAsciiAliases(domain_idx, others)) {
-    return false;
-  }
-  std::map<std::string, std::vector<std::string>> by_key;
-  for (const std::string& other : others) {
-    by_key[FoldMapKey(other)].push_back(other);
-  }
-  for (size_t i = 0, count = aliases.size(); i < count; ++i) {
-    const std::string key = FoldMapKey(aliases[i]);
-    if (key != KeyOf(aliases[i])) {
-      aliases.push_back(key);
-    }
-    const std::vector<std::string>& same = by_key[key];
-    aliases.insert(aliases.end(), same.begin(), same.end());
-  }
-  return true;
-}
-
 // kUnclear where an alias has several holders with a role, and not one of them, alone, unflagged:
 // then the order of all users decides.
 Found FindOwners(int domain_idx, std::vector<std::string> aliases, ChangedAddresses& changes) {
   std::map<std::string, Holders> holders_by_alias;
   std::vector<RECORD::DomainUser> users;
-  if (!AddLookAlikes(domain_idx, aliases) ||
+  if (!CONTROL::INTERNAL::AddSameAddresses(domain_idx, aliases) ||
       !DB::INTERNAL::ListHoldersOf(domain_idx, aliases, users)) {
     return Found::kFailed;
   }
@@ -248,15 +229,22 @@ bool GetState(const AddressFollower& follower, std::string& state) {
 }  // namespace
 
 bool HasChangesToFollow(bool& has_changes) {
+  const DB::ReadScope of_one_moment;
   std::string postfix;
   DB::INTERNAL::SpecialAddresses kept;
   DB::INTERNAL::SpecialAddresses now;
   bool are_logged = false;
-  if (!DB::INTERNAL::HasAddressChanges(has_changes) ||
-      !DB::INTERNAL::AreChangesLogged(are_logged)) {
+  has_changes = false;
+  if (!DB::INTERNAL::AreChangesLogged(are_logged)) {
     return false;
   }
-  if (has_changes || !are_logged) {
+  if (!are_logged) {
+    return true;
+  }
+  if (!DB::INTERNAL::HasAddressChanges(has_changes)) {
+    return false;
+  }
+  if (has_changes) {
     return true;
   }
   std::string owners;
@@ -296,6 +284,14 @@ bool BuildOwners(OwnerCounts& counts) {
 
 bool BuildPostfixMaps() {
   return Start(*INTERNAL::PostfixFollower());
+}
+
+bool ForgetPostfixMaps() {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  bool are_logged = false;
+  return DB::INTERNAL::BeginWriting() && DB::INTERNAL::AreChangesLogged(are_logged) &&
+         (!are_logged || DB::INTERNAL::ForgetFollower(INTERNAL::PostfixFollower()->Name())) &&
+         scope.Commit() == 0;
 }
 
 // A registry that was built before there was a log is behind, one that others fill is left alone.

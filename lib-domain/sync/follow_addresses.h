@@ -30,6 +30,9 @@ struct OwnerCounts {
 MDOMAIN_EXPORT bool BuildOwners(OwnerCounts& counts);
 // The same of the maps that Postfix reads.
 MDOMAIN_EXPORT bool BuildPostfixMaps();
+// The maps follow no longer, and with the last that followed go triggers and log. The files stay.
+// False with a log line, and all as it was.
+MDOMAIN_EXPORT bool ForgetPostfixMaps();
 
 // Whether the registry, or a map, was built from the model and no longer is what its last building
 // or following left, or would be another one now. False with a log line when it cannot be told.

@@ -163,13 +163,14 @@ bool BeforePull(PullStart& start) {
 bool FollowPull(const PullStart& start, const PullReport& report,
                 std::vector<std::string>& failures) {
   const std::vector<PulledFile> files = ListReplaced(report);
-  if (files.empty() && report.keys.empty() && !start.is_unfinished) {
-    postara::sdk::Unlink(PATHS::ModelBeforePull());
-    return true;
-  }
-  const bool are_maps_made = MakePostfixMaps();
+  const bool is_nothing_new = files.empty() && report.keys.empty() && !start.is_unfinished;
+  const bool are_maps_made = (is_nothing_new && !LacksPostfixMap()) || MakePostfixMaps();
   if (!are_maps_made) {
     failures.emplace_back("the maps for Postfix could not be made; those of before are in place");
+  }
+  if (is_nothing_new) {
+    postara::sdk::Unlink(PATHS::ModelBeforePull());
+    return are_maps_made;
   }
   Uids uids;
   const bool are_uids_known = ListChangedUids(start, report, uids);

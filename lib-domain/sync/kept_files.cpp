@@ -17,127 +17,20 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/sync/file_copies.h"
 #include "platform/include/files.h"
 #include "platform/include/scope_guard.h"
-#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::UTILS {
 
 namespace {
 
-using korvmailserver::Connection;
-
-constexpr int kBusyMilliseconds = 10000;
 constexpr mode_t kFolderMode = 0700;
 constexpr const char* kHiddenPrefix = ".kept-";
-constexpr const char* kModelEnd = "_DOMAIN.db";
-
-struct Owner {
-  uid_t uid = 0;
-  gid_t gid = 0;
-};
-
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() > end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-std::string Below(const std::string& folder, const std::string& name) {
-  return std::string(folder).append("/").append(name);
-}
 
 bool Fail(const std::string& path, const std::string& reason, std::string& error) {
   error = path + ": " + reason;
   return false;
-}
-
-// Of another program's file, or of one that is damaged, the bytes as they are.
-bool CopyBytes(const std::string& from, const std::string& to, std::string& error) {
-  std::string bytes;
-  if (korvmailserver::ReadFile(from, bytes) < 0) {
-    return errno == ENOENT || Fail(from, std::strerror(errno), error);
-  }
-  return korvmailserver::ReplaceFile(to, bytes, S_IRUSR | S_IWUSR) == 0 ||
-         Fail(to, std::strerror(errno), error);
-}
-
-// SQLite copies pages under its own locks. A reader's transaction waits for a writer, which the
-// copying itself would not.
-int CopyDatabase(const std::string& from, const std::string& to, std::string& reason) {
-  Connection source;
-  Connection copy;
-  int result = source.Open(from, Connection::Mode::kWrite, kBusyMilliseconds);
-  result = result == SQLITE_OK ? source.Run("BEGIN; SELECT count(*) FROM sqlite_master") : result;
-  if (result != SQLITE_OK) {
-    reason = source.Error();
-    return result;
-  }
-  result = copy.Open(to, Connection::Mode::kCreate, kBusyMilliseconds);
-  if (result != SQLITE_OK) {
-    reason = copy.Error();
-    return result;
-  }
-  sqlite3_backup* backup = sqlite3_backup_init(copy.Get(), "main", source.Get(), "main");
-  sqlite3_backup_step(backup, -1);
-  result = sqlite3_backup_finish(backup);
-  reason = sqlite3_errmsg(copy.Get());
-  return result;
-}
-
-bool KeepFile(const std::string& from, const std::string& to, const Owner& owner,
-              std::string& error) {
-  struct stat info {};
-  if (lstat(from.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
-    return true;
-  }
-  std::string reason;
-  const int result = EndsWith(from, ".db") ? CopyDatabase(from, to, reason) : SQLITE_NOTADB;
-  const bool has_no_pages = result == SQLITE_NOTADB || result == SQLITE_CORRUPT;
-  if (has_no_pages ? !CopyBytes(from, to, error)
-                   : result != SQLITE_OK && !Fail(from, reason, error)) {
-    return false;
-  }
-  return (lchown(to.c_str(), owner.uid, owner.gid) == 0 &&
-          chmod(to.c_str(), info.st_mode & 0777) == 0) ||
-         !postara::sdk::Exist(to) || Fail(to, std::strerror(errno), error);
-}
-
-bool KeepDatabases(const std::string& folder, const Owner& owner, std::string& error) {
-  std::vector<std::string> paths = {PATHS::SettingsDb(), PATHS::AliasDb(), PATHS::EmailOwnerDb(),
-                                    PATHS::KeyStoreDb()};
-  std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(PATHS::EtcDir(), names) < 0) {
-    return Fail(PATHS::EtcDir(), std::strerror(errno), error);
-  }
-  for (const std::string& name : names) {
-    if (name[0] != '.' && EndsWith(name, kModelEnd)) {
-      paths.push_back(PATHS::EtcDir() + name);
-    }
-  }
-  for (const std::string& path : paths) {
-    if (!KeepFile(path, folder + path.substr(path.rfind('/')), owner, error)) {
-      return false;
-    }
-  }
-  return true;
-}
-
-bool KeepTexts(const std::string& folder, const Owner& owner, std::string& error) {
-  const std::string from = PATHS::DisclaimerDir();
-  const std::string to = folder + from.substr(from.rfind('/'));
-  std::vector<std::string> names;
-  if (postara::sdk::EnumDirectory(from, names) < 0) {
-    return errno == ENOENT || Fail(from, std::strerror(errno), error);
-  }
-  if (mkdir(to.c_str(), kFolderMode) != 0 || lchown(to.c_str(), owner.uid, owner.gid) != 0) {
-    return Fail(to, std::strerror(errno), error);
-  }
-  for (const std::string& name : names) {
-    if (!KeepFile(Below(from, name), Below(to, name), owner, error)) {
-      return false;
-    }
-  }
-  korvmailserver::SyncFolderOf(to + "/");
-  return true;
 }
 
 // A descriptor that holds the folder until it is closed; -1 when somebody else does.
@@ -188,7 +81,7 @@ bool PlaceFolder(const std::string& ready, std::string& folder, std::string& err
 }
 
 bool MakeCopies(std::string& folder, std::string& error) {
-  Owner owner;
+  INTERNAL::FileOwner owner;
   if (mailUGidGet(korvmailserver::kServiceAccount, &owner.uid, &owner.gid) < 0) {
     return Fail(PATHS::EtcDir(), std::string("no account ") + korvmailserver::kServiceAccount,
                 error);
@@ -207,7 +100,8 @@ bool MakeCopies(std::string& folder, std::string& error) {
   const postara::ScopeGuard release([held] { close(held); });
   if (lchown(ready.c_str(), owner.uid, owner.gid) != 0 || chmod(ready.c_str(), kFolderMode) != 0) {
     Fail(ready, std::strerror(errno), error);
-  } else if (KeepDatabases(ready, owner, error) && KeepTexts(ready, owner, error)) {
+  } else if (INTERNAL::CopyDatabases(ready, {PATHS::EmailOwnerDb()}, owner, error) &&
+             INTERNAL::CopyFolder(PATHS::DisclaimerDir(), ready, owner, error)) {
     korvmailserver::SyncFolderOf(ready + "/");
     return PlaceFolder(ready, folder, error);
   }

@@ -17,6 +17,8 @@ class MDOMAIN_EXPORT MailTarget {
   // False with a log line when settings cannot be read.
   bool Read();
   bool IsLmtp() const { return is_lmtp_; }
+  // Whether accounts are named without the domain of their source.
+  bool IsShort() const { return is_short_; }
   // By its short or its full name, as RFC 5321 writes it; empty for an account without a name.
   std::string AddressOf(const std::string& user_name) const;
   // A text that tells whether addresses are still the same.

@@ -283,6 +283,8 @@ std::unique_ptr<AddressFollower> PostfixFollower() {
 
 namespace MDOMAIN::UTILS {
 
+using korvmailserver::PostfixMap;
+
 bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& content) {
   MailTarget target;
   DB::INTERNAL::SpecialAddresses special;
@@ -293,17 +295,37 @@ bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& cont
   return true;
 }
 
+namespace {
+
+// The model, which is not written here, cannot tell.
+bool MarkPulledMaps() {
+  const std::string mark = PATHS::PulledMapsMark();
+  if (!postara::sdk::Exist(mark) && KLIBCFileTouch(mark.c_str()) != 0) {
+    LOG_ERROR("Failed to make [%s]: %m", mark.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 bool MakePulledPostfixMaps() {
   MailTarget target;
   OwnerRegistryContent owners;
   DB::INTERNAL::SpecialAddresses special;
   std::string state;  // kept in the model of a machine that writes it
   return target.Read() && CollectOwners(owners) && CollectSpecialAddresses(target, special) &&
-         INTERNAL::PostfixFollower()->Build(owners, special, state);
+         INTERNAL::PostfixFollower()->Build(owners, special, state) && MarkPulledMaps();
 }
 
 bool HasPostfixMaps() {
-  return postara::sdk::Exist(INTERNAL::PostfixFollower()->Place());
+  return postara::sdk::Exist(INTERNAL::PostfixFollower()->Place()) ||
+         postara::sdk::Exist(PATHS::PulledMapsMark());
+}
+
+bool LacksPostfixMap() {
+  return HasPostfixMaps() && (!postara::sdk::Exist(PostfixMap(PATHS::PostfixAddresses()).File()) ||
+                              !postara::sdk::Exist(PostfixMap(PATHS::PostfixDomains()).File()));
 }
 
 }  // namespace MDOMAIN::UTILS

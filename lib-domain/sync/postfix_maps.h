@@ -17,11 +17,14 @@ struct PostfixContent {
 // the accounts' addresses cannot be read.
 MDOMAIN_EXPORT bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& content);
 
-// On a machine that pulls, where the model is not written: makes the maps from it once. False with
-// a log line, and the maps of before in place.
+// On a machine that pulls, where the model is not written: makes the maps from it, and remembers
+// that this machine has them. False with a log line, and the maps of before in place.
 MDOMAIN_EXPORT bool MakePulledPostfixMaps();
-// Whether somebody made the maps on this machine.
+// Whether somebody made the maps on this machine; of those that a machine made which pulls also
+// when they were removed since.
 bool HasPostfixMaps();
+// Whether it has them, and one was removed: Postfix puts off all mail then.
+bool LacksPostfixMap();
 
 }  // namespace MDOMAIN::UTILS
 

@@ -2,7 +2,7 @@
 #include "lib-domain/sync/reconcile.h"
 
 #include <algorithm>
-#include <optional>
+#include <map>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -197,18 +197,31 @@ ReconcileItem BccMaps() {
           true};
 }
 
-using ModelRead = std::optional<DB::ReadScope>;
+// Of the items that read the model, those that differ in nothing, and with kFailed those that
+// cannot tell.
+using Answers = std::map<const ReconcileItem*, ReconcileResult>;
 
-// Whether the item differed and was mended; throws nothing. Items that read the model one after the
-// other read it at once.
-ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model,
-                        ModelRead& of_one_moment) {
-  Differences differences;
-  if (!item.lists_model) {
-    of_one_moment.reset();
-  } else if (!of_one_moment) {
-    of_one_moment.emplace();
+// Reads the model, and asks the items that do so too, in one moment. What differs is asked again in
+// its turn.
+bool Look(ReconcileModel& model, const std::vector<const ReconcileItem*>& items, Answers& answers) {
+  const DB::ReadScope of_one_moment;
+  if (!ReadReconcileModel(model)) {
+    return false;
   }
+  for (const ReconcileItem* item : items) {
+    Differences differences;
+    if (item->lists_model && !item->list(model, differences)) {
+      answers[item] = ReconcileResult::kFailed;
+    } else if (item->lists_model && differences.empty()) {
+      answers[item] = ReconcileResult::kNothingToDo;
+    }
+  }
+  return true;
+}
+
+// Whether the item differed and was mended; throws nothing. `is_touched`: mending it began.
+ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model, bool& is_touched) {
+  Differences differences;
   if (!item.list(model, differences)) {
     return ReconcileResult::kFailed;
   }
@@ -218,8 +231,8 @@ ReconcileResult RunItem(const ReconcileItem& item, const ReconcileModel& model,
   for (const std::string& difference : differences) {
     LOG_NOTICE("reconcile: %s, place: [%s]", difference.c_str(), item.place.c_str());
   }
-  of_one_moment.reset();
   const KeyStoreView each_read_anew(KeyStoreView::Kind::kCurrent);
+  is_touched = true;
   return item.mend(model) ? ReconcileResult::kMended : ReconcileResult::kFailed;
 }
 
@@ -253,23 +266,31 @@ bool ReadReconcileModel(ReconcileModel& model) {
 
 ReconcileResult Reconcile(ReconcileScope scope) {
   const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
+  const std::vector<ReconcileItem> all_items = ReconcileItems();
+  std::vector<const ReconcileItem*> items;
+  for (const ReconcileItem& item : all_items) {
+    if (item.scope == ReconcileScope::kEachChange || scope == ReconcileScope::kFull) {
+      items.push_back(&item);
+    }
+  }
   ReconcileModel model;
-  if (!ReadReconcileModel(model)) {
+  Answers answers;
+  if (!Look(model, items, answers)) {
     return ReconcileResult::kFailed;
   }
   ReconcileResult result = ReconcileResult::kNothingToDo;
   bool is_left = false;
-  ModelRead of_one_moment;
-  for (const ReconcileItem& item : ReconcileItems()) {
-    if (item.scope == ReconcileScope::kFull && scope != ReconcileScope::kFull) {
-      continue;
-    }
-    const ReconcileResult of_item = RunItem(item, model, of_one_moment);
+  bool is_touched = false;
+  for (const ReconcileItem* item : items) {
+    // What was mended since may be what the item reads.
+    const auto answer = answers.find(item);
+    const bool is_told = answer != answers.end() && !is_touched;
+    const ReconcileResult of_item = is_told ? answer->second : RunItem(*item, model, is_touched);
     if (of_item == ReconcileResult::kFailed) {
-      LOG_ERROR("Failed to reconcile the %s, place: [%s]", item.name.c_str(), item.place.c_str());
+      LOG_ERROR("Failed to reconcile the %s, place: [%s]", item->name.c_str(), item->place.c_str());
     }
     result = std::max(result, of_item);
-    is_left = is_left || (of_item == ReconcileResult::kFailed && item.is_urgent);
+    is_left = is_left || (of_item == ReconcileResult::kFailed && item->is_urgent);
   }
   if (result == ReconcileResult::kFailed && !is_left &&
       !KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(1)) {

@@ -43,7 +43,8 @@ struct ReconcileItem {
   std::function<bool(const ReconcileModel&, Differences&)> list;
   // Makes it right; called when something differs. False when something is left, with a log line.
   std::function<bool(const ReconcileModel&)> mend;
-  // `list` reads the domain database and the key store, and nothing else.
+  // `list` reads the domain database and whatever stands still meanwhile, and writes nothing: it
+  // may be asked together with the others, before them all.
   bool lists_model = false;
   // A failure is told although the key store is not healthy: nobody else would find what is left.
   bool is_urgent = false;

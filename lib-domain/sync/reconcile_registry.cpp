@@ -18,7 +18,10 @@ ReconcileItem Item(const char* name, const std::string& place, ReconcileScope sc
     }
     return is_told;
   };
-  return {name, place, scope, list, [mend](const ReconcileModel& /*model*/) { return mend(); }};
+  const bool lists_model = scope == ReconcileScope::kEachChange;
+  return {
+      name,       place, scope, list, [mend](const ReconcileModel& /*model*/) { return mend(); },
+      lists_model};
 }
 
 bool BuildRegistry() {

@@ -19,7 +19,7 @@ namespace MDOMAIN::UTILS::INTERNAL {
 namespace {
 
 // Another number for another meaning of the file, or of "nothing to do".
-constexpr const char* kVersion = "1";
+constexpr const char* kVersion = "2";
 constexpr mode_t kMode = 0644;
 
 // The header of the file has the number of the last change, and the settings of the journal: in
@@ -75,7 +75,10 @@ std::string StateBeforeRefresh() {
   }
   const std::string accounts = korvmailserver::LocalAccountsState();
   const std::string model = ModelState();
-  return accounts.empty() || model.empty() ? "" : kVersion + (" " + accounts) + "model " + model;
+  const std::string entries = korvmailserver::FileState(PATHS::AliasDb());  // their names set flags
+  return accounts.empty() || entries.empty() || model.empty()
+             ? ""
+             : kVersion + (" " + accounts) + "entries " + entries + "model " + model;
 }
 
 bool FindRefreshNote(const std::string& state, RefreshCounts& counts) {

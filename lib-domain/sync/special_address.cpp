@@ -19,7 +19,6 @@ using DB::INTERNAL::SpecialAddresses;
 namespace {
 
 constexpr const char* kRoleNames[] = {"postmaster", "abuse"};
-constexpr const char* kSeparator = ", ";
 
 // Accounts and addresses, each once, in order.
 class ReceiverList {
@@ -72,16 +71,13 @@ bool AddEntries(const MailTarget& target, const std::set<int>& domain_idxs,
     return false;
   }
   for (const Alias::Entry& entry : table.list()) {
-    ReceiverList receivers(target);
+    std::string text;
     if (domain_idxs.count(entry.domain_id) == 0) {
       continue;
     }
-    for (const Alias::Member& member : entry.members) {
-      if (!AddMember(member, receivers)) {
-        return false;
-      }
+    if (!ReceiversOf(target, entry, text)) {
+      return false;
     }
-    const std::string text = receivers.Text();
     if (!text.empty()) {
       addresses.emplace(std::make_pair(entry.domain_id, korvmailserver::FoldMapKey(entry.name)),
                         DB::INTERNAL::Receivers{text, false});
@@ -129,6 +125,17 @@ bool AddRoleAddresses(const MailTarget& target, const std::set<int>& domain_idxs
 }
 
 }  // namespace
+
+bool ReceiversOf(const MailTarget& target, const ::Alias::Entry& entry, std::string& receivers) {
+  ReceiverList list(target);
+  for (const ::Alias::Member& member : entry.members) {
+    if (!AddMember(member, list)) {
+      return false;
+    }
+  }
+  receivers = list.Text();
+  return true;
+}
 
 bool CollectSpecialAddresses(const MailTarget& target, SpecialAddresses& addresses) {
   std::vector<RECORD::Domain> domains;

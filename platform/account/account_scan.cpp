@@ -1,13 +1,8 @@
 #include "platform/account/account_scan.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <memory>
+#include <type_traits>
 #include <unordered_map>
 #include <unordered_set>
 #ifdef __SSE2__
@@ -15,6 +10,7 @@
 #endif
 
 #include "platform/account/account_field.h"
+#include "platform/account/name_hash.h"
 #include "platform/include/text.h"
 #include "platform/system/fold_case.h"
 
@@ -26,7 +22,6 @@ constexpr size_t kChunk = 64;           // bytes that one mask describes
 constexpr size_t kBlockBytes = 131072;  // stays in the processor's cache
 constexpr size_t kShortestLine = 7;     // "a:x:0:\n"
 constexpr size_t kMostMembers = 4096;   // above it the tables are faster
-constexpr size_t kWindowBytes = 4096;
 constexpr size_t kMaxNameBytes = 255;
 
 // Bits of the bytes of one chunk.
@@ -63,35 +58,6 @@ Masks MasksOf(const char* chunk) {
   return masks;
 }
 #endif
-
-inline uint64_t Load(const char* bytes, size_t count) {
-  uint64_t word = 0;
-  std::memcpy(&word, bytes, count);
-  return word;
-}
-
-inline uint64_t Mix(uint64_t hash, uint64_t word) {
-  hash = (hash ^ word) * 0x9E3779B97F4A7C15U;
-  return hash ^ (hash >> 29);
-}
-
-inline uint64_t HashOf(std::string_view name) {
-  const char* at = name.data();
-  size_t left = name.size();
-  uint64_t hash = left;
-  for (; left > 8; left -= 8, at += 8) {
-    hash = Mix(hash, Load(at, 8));
-  }
-  uint64_t rest = 0;
-  if (left == 8) {
-    rest = Load(at, 8);
-  } else if (left >= 4) {
-    rest = Load(at, 4) | Load(at + left - 4, 4) << 32;
-  } else if (left > 0) {
-    rest = Load(at, 1) | Load(at + left / 2, 1) << 8 | Load(at + left - 1, 1) << 16;
-  }
-  return Mix(Mix(hash, rest), 0);
-}
 
 // A set of bits by hash; as many as fit well for `count` values.
 class BitSet {
@@ -246,19 +212,11 @@ class FileScan::Block {
   const uint32_t* end_ = nullptr;
 };
 
-FileScan::~FileScan() {
-  if (fd_ >= 0) {
-    close(fd_);
-  }
-}
-
 bool FileScan::Read(const std::string& path) {
-  fd_ = open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
   struct stat info = {};
-  if (fd_ < 0 || fstat(fd_, &info) != 0 || !S_ISREG(info.st_mode)) {
-    return false;
-  }
-  return ReadBlocks(info.st_size) && !HasEqual(ids_) && !HasTwins(hashes_);
+  stamp_ = FileStamp::Of(path);
+  return file_.Open(path, info) && stamp_.IsOf(info) && ReadBlocks(info.st_size) &&
+         !HasEqual(ids_) && !HasTwins(hashes_);
 }
 
 bool FileScan::ReadBlocks(off_t size) {
@@ -272,11 +230,8 @@ bool FileScan::ReadBlocks(off_t size) {
   offsets_.reserve(most);
   Block block;
   while (true) {
-    const ssize_t count = pread(fd_, block.bytes.data() + block.used, block.capacity() - block.used,
-                                static_cast<off_t>(block.offset + block.used));
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
+    const ssize_t count = file_.Read(block.bytes.data() + block.used, block.capacity() - block.used,
+                                     block.offset + block.used);
     if (count <= 0) {
       return count == 0 && block.used == 0;  // a last line without its end is not in order
     }
@@ -408,26 +363,7 @@ std::vector<size_t> FileScan::OfGroup(unsigned int gid) const {
 }
 
 bool FileScan::ReadLine(size_t entry, std::string_view& line) const {
-  const size_t begin = offsets_[entry];
-  const auto is_in_window = [&] {
-    if (begin < window_begin_ || begin - window_begin_ >= window_.size()) {
-      return false;
-    }
-    const size_t at = begin - window_begin_;
-    const size_t end = window_.find('\n', at);
-    line = std::string_view(window_).substr(at, end == std::string::npos ? 0 : end - at);
-    return end != std::string::npos;
-  };
-  for (size_t size = kWindowBytes; !is_in_window(); size *= 2) {
-    window_.resize(size);
-    window_begin_ = begin;
-    const ssize_t count = pread(fd_, window_.data(), size, static_cast<off_t>(begin));
-    window_.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    if (window_.size() < size && window_.find('\n') == std::string::npos) {
-      return false;
-    }
-  }
-  return true;
+  return file_.ReadLine(offsets_[entry], line);
 }
 
 bool FileScan::HasIdWithin(unsigned int lowest, unsigned int highest) const {
@@ -438,7 +374,34 @@ bool FileScan::HasIdWithin(unsigned int lowest, unsigned int highest) const {
 bool AccountScan::Read(const std::string& passwd, const std::string& group,
                        const IdRanges& ranges) {
   ranges_ = ranges;
-  return users_.Read(passwd) && groups_.Read(group);
+  paths_ = {passwd, group};
+  return OpenIndexed() || Prove();
+}
+
+bool AccountScan::OpenIndexed() {
+  for (size_t i = 0; i < paths_.size(); i++) {
+    struct stat info = {};
+    stamps_[i] = FileStamp::Of(paths_[i]);
+    if (!lines_[i].Open(paths_[i], info) || !stamps_[i].IsOf(info)) {
+      return false;
+    }
+  }
+  return index_.Open(stamps_[0], stamps_[1]);
+}
+
+// Whether the files themselves are read, and in order; with an index not before one of its
+// questions cannot be answered by it.
+bool AccountScan::Prove() const {
+  if (!is_proved_.has_value()) {
+    is_proved_ = users_.Read(paths_[0]) && groups_.Read(paths_[1]);
+    if (*is_proved_ && !index_.IsOpen()) {
+      AccountIndex::Keep(users_.Proved(), groups_.Proved());
+    }
+    if (*is_proved_ && index_.IsOpen()) {
+      is_proved_ = stamps_[0].Holds(paths_[0]) && stamps_[1].Holds(paths_[1]);
+    }
+  }
+  return *is_proved_;
 }
 
 template <class Row>
@@ -453,8 +416,39 @@ Outcome AccountScan::ReadRow(const FileScan& file, size_t entry, Row& row) const
   return Outcome::kFound;
 }
 
+// A line that is another than the index says, in a file that still is the same, only has a name
+// with the same key.
+template <class Row, class IsIt>
+Outcome AccountScan::FindIndexed(AccountIndex::Part part, uint64_t key, const IsIt& is_it,
+                                 Row& row) const {
+  const size_t file = part < AccountIndex::kGroupNames ? 0 : 1;
+  std::vector<uint32_t> offsets;
+  if (!index_.Find(part, key, offsets)) {
+    return Outcome::kFailed;
+  }
+  for (const uint32_t offset : offsets) {
+    std::string_view line;
+    Row read;
+    if (!lines_[file].ReadLine(offset, line) ||
+        !ReadLineOf(WithoutCarriageReturn(line), ranges_, read)) {
+      return Outcome::kFailed;
+    }
+    if (is_it(read)) {
+      row = std::move(read);
+      return Outcome::kFound;
+    }
+  }
+  return offsets.empty() || stamps_[file].Holds(paths_[file]) ? Outcome::kUnknown
+                                                              : Outcome::kFailed;
+}
+
 template <class Row>
 Outcome AccountScan::FindIn(const FileScan& file, const std::string& name, Row& row) const {
+  if (index_.IsOpen()) {
+    return FindIndexed(
+        std::is_same_v<Row, UserRow> ? AccountIndex::kUserNames : AccountIndex::kGroupNames,
+        HashOf(name), [&](const Row& read) { return read.name == name; }, row);
+  }
   const size_t entry = file.FindNames({name}).front();
   Row found;
   if (entry == FileScan::kNone) {
@@ -470,6 +464,17 @@ Outcome AccountScan::FindIn(const FileScan& file, const std::string& name, Row& 
   return Outcome::kFound;
 }
 
+template <class Row>
+Outcome AccountScan::FindIdIn(const FileScan& file, unsigned int id, Row& row) const {
+  if (index_.IsOpen()) {
+    return FindIndexed(
+        std::is_same_v<Row, UserRow> ? AccountIndex::kUserIds : AccountIndex::kGroupIds, id,
+        [&](const Row& read) { return IdOf(read) == id; }, row);
+  }
+  const size_t entry = file.FindId(id);
+  return entry == FileScan::kNone ? Outcome::kUnknown : ReadRow(file, entry, row);
+}
+
 Outcome AccountScan::Find(const std::string& name, UserRow& row) const {
   return FindIn(users_, name, row);
 }
@@ -479,16 +484,24 @@ Outcome AccountScan::Find(const std::string& name, GroupRow& row) const {
 }
 
 Outcome AccountScan::FindById(unsigned int uid, UserRow& row) const {
-  const size_t entry = users_.FindId(uid);
-  return entry == FileScan::kNone ? Outcome::kUnknown : ReadRow(users_, entry, row);
+  return FindIdIn(users_, uid, row);
 }
 
 Outcome AccountScan::FindById(unsigned int gid, GroupRow& row) const {
-  const size_t entry = groups_.FindId(gid);
-  return entry == FileScan::kNone ? Outcome::kUnknown : ReadRow(groups_, entry, row);
+  return FindIdIn(groups_, gid, row);
 }
 
 bool AccountScan::FindAll(const std::vector<std::string>& names, UsersByName& known) const {
+  if (index_.IsOpen()) {
+    for (const std::string& name : names) {
+      UserRow user;
+      if (Find(name, user) == Outcome::kFailed) {
+        return false;
+      }
+      known[name] = std::move(user);
+    }
+    return true;
+  }
   const std::vector<size_t> entries = users_.FindNames(names);
   for (size_t i = 0; i < names.size(); i++) {
     UserRow user;
@@ -505,6 +518,9 @@ Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::stri
   GroupRow row;
   if (const Outcome outcome = Find(group, row); outcome != Outcome::kFound) {
     return outcome;
+  }
+  if (!Prove()) {
+    return Outcome::kFailed;
   }
   const std::vector<size_t> primary = users_.OfGroup(row.gid);
   if (row.members.size() + primary.size() > kMostMembers || !FindAll(row.members, known)) {
@@ -539,6 +555,9 @@ Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::stri
 
 bool AccountScan::FindFolded(const std::vector<std::string>& folded,
                              std::vector<UserRow>& users) const {
+  if (!Prove()) {
+    return false;
+  }
   const std::vector<uint32_t>& unfolded = users_.Unfolded();
   if (unfolded.size() > kMostMembers || !users_.HasIdWithin(ranges_.uid_min, ranges_.uid_max)) {
     return false;

@@ -2,20 +2,24 @@
 //
 // One pass over a file proves that it is in order: every line is whole, no name and no id stands
 // there twice. It keeps some 20 bytes an entry, by which a later question finds the line that
-// answers it, and reads that line again. Files that are not in order are left to the tables, which
-// know what a gap hides; so here nothing is ever hidden.
+// answers it, and reads that line again. Where an earlier process has left an index of these files
+// (account_index.h), it answers questions about single accounts without a pass. Files that are not
+// in order are left to the tables, which know what a gap hides; so here nothing is ever hidden.
 #ifndef PLATFORM_ACCOUNT_ACCOUNT_SCAN_H
 #define PLATFORM_ACCOUNT_ACCOUNT_SCAN_H
 
 #include <sys/types.h>
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "platform/account/account_files.h"
+#include "platform/account/account_index.h"
 #include "platform/account/source.h"
 
 namespace korvmailserver::account {
@@ -34,12 +38,10 @@ class FileScan {
   static constexpr size_t kNone = SIZE_MAX;
 
   explicit FileScan(FileKind kind) : kind_(kind) {}
-  ~FileScan();
-  FileScan(const FileScan&) = delete;
-  FileScan& operator=(const FileScan&) = delete;
 
   // False when the file cannot be read or is not in order; then there is nothing to ask.
   bool Read(const std::string& path);
+  ProvedFile Proved() const { return {stamp_, hashes_, ids_, offsets_}; }
 
   // Entries that may have these names, one for each: kNone, or the only entry that can have it.
   std::vector<size_t> FindNames(const std::vector<std::string>& names) const;
@@ -67,15 +69,13 @@ class FileScan {
   void Add(std::string_view name, unsigned int id, unsigned int gid, size_t offset);
 
   const FileKind kind_;
-  int fd_ = -1;
+  FileHandle file_;
+  FileStamp stamp_;
   std::vector<uint64_t> hashes_;  // of the names
   std::vector<unsigned int> ids_;
   std::vector<unsigned int> gids_;  // primary groups
   std::vector<uint32_t> offsets_;   // of the lines
   std::vector<uint32_t> unfolded_;
-  // What was read last: lines that are asked for together mostly stand together.
-  mutable std::string window_;
-  mutable size_t window_begin_ = 0;
 };
 
 class AccountScan {
@@ -103,10 +103,22 @@ class AccountScan {
   Outcome ReadRow(const FileScan& file, size_t entry, Row& row) const;
   template <class Row>
   Outcome FindIn(const FileScan& file, const std::string& name, Row& row) const;
+  template <class Row>
+  Outcome FindIdIn(const FileScan& file, unsigned int id, Row& row) const;
+  template <class Row, class IsIt>
+  Outcome FindIndexed(AccountIndex::Part part, uint64_t key, const IsIt& is_it, Row& row) const;
+  bool OpenIndexed();
+  bool Prove() const;
 
-  FileScan users_{FileKind::kPasswd};
-  FileScan groups_{FileKind::kGroup};
   IdRanges ranges_;
+  std::array<std::string, 2> paths_;  // passwd, group
+  // With an index, the files are read where it says, and as a whole only when need be.
+  AccountIndex index_;
+  std::array<FileStamp, 2> stamps_;
+  std::array<FileHandle, 2> lines_;
+  mutable FileScan users_{FileKind::kPasswd};
+  mutable FileScan groups_{FileKind::kGroup};
+  mutable std::optional<bool> is_proved_;
 };
 
 }  // namespace korvmailserver::account

@@ -4,21 +4,13 @@
 // name is looked up.
 #include "platform/account/winbind_query.h"
 
-#include <grp.h>
-#include <pwd.h>
-
 #include <algorithm>
-#include <cstdint>
-#include <ctime>
 #include <map>
 #include <memory>
 #include <utility>
 
+#include "platform/account/winbind_library.h"
 #include "platform/include/text.h"
-
-extern "C" {
-#include <wbclient.h>
-}
 
 namespace korvmailserver::account::winbind {
 
@@ -32,7 +24,7 @@ using WbcPointer = std::unique_ptr<T, WbcFree>;
 
 // What a look-up by name or by id finds; null when it finds nothing.
 template <class Entry, class Key>
-WbcPointer<Entry> LookUp(wbcErr (*look_up)(Key, Entry**), Key key) {
+WbcPointer<Entry> LookUp(const LateFunction<wbcErr(Key, Entry**)>& look_up, Key key) {
   Entry* entry = nullptr;
   const wbcErr code = look_up(key, &entry);
   WbcPointer<Entry> owner(entry);
@@ -51,6 +43,11 @@ class Conversation {
 
   // False after an answer kFailed.
   bool Begin() {
+    std::string error;
+    if (!winbind_library.Load(error)) {
+      out_.Put(kFailed, {error});
+      return false;
+    }
     struct wbcInterfaceDetails* details = nullptr;
     const wbcErr code = wbcInterfaceDetails(&details);
     const WbcPointer<struct wbcInterfaceDetails> owner(details);

@@ -149,15 +149,6 @@ bool ReadMembers(sqlite3* db, std::vector<Alias::Entry>& entries) {
   });
 }
 
-bool SelectDomains(Statement& domains, std::set<int>& domain_ids) {
-  std::set<int> all;
-  if (!domains.ForEachRow([&](const Statement& row) { all.insert(row.Int(0)); })) {
-    return false;
-  }
-  domain_ids.merge(all);
-  return true;
-}
-
 bool WriteEntry(sqlite3* db, const Alias::Entry& entry) {
   if (!Run(db, kInsertEntry, entry.domain_id, entry.name) ||
       !Run(db, kDeleteMembersOfEntry, entry.domain_id, entry.name)) {
@@ -247,10 +238,20 @@ int Alias::load() {
   return 0;
 }
 
-int Alias::listDomains(std::set<int>& domain_ids) const {
+// By the kept connection where there is one.
+template <typename Value, typename ReadRow>
+int Alias::_Select(const char* sql, const ReadRow& read_row, std::set<Value>& values) const {
+  const auto select = [&](Statement& statement) {
+    std::set<Value> all;
+    if (!statement.ForEachRow([&](const Statement& row) { all.insert(read_row(row)); })) {
+      return false;
+    }
+    values.merge(all);
+    return true;
+  };
   KeptDatabase& kept = KeptDatabase::Of(path_);
   if (kept.Run(path_, [&](sqlite3* db, CompiledStatements& compiled) {
-        return SelectDomains(compiled.Get(db, kSelectDomains), domain_ids);
+        return select(compiled.Get(db, sql));
       })) {
     return 0;
   }
@@ -262,12 +263,23 @@ int Alias::listDomains(std::set<int>& domain_ids) const {
     return -1;
   }
   db.setBusyTimeout(kBusyTimeout);
-  Statement domains(db.getDB(), kSelectDomains);
-  if (!SelectDomains(domains, domain_ids)) {
+  Statement statement(db.getDB(), sql);
+  if (!select(statement)) {
     return Fail(path_, sqlite3_errmsg(db.getDB()));
   }
   kept.Keep(path_);
   return 0;
+}
+
+int Alias::listDomains(std::set<int>& domain_ids) const {
+  return _Select(
+      kSelectDomains, [](const Statement& row) { return row.Int(0); }, domain_ids);
+}
+
+int Alias::listNames(std::set<std::pair<int, std::string>>& names) const {
+  return _Select(
+      kSelectEntries, [](const Statement& row) { return std::make_pair(row.Int(1), row.Text(0)); },
+      names);
 }
 
 bool Alias::isAlias(const std::string& name, int domain_id) const {

@@ -52,10 +52,10 @@ constexpr std::array<const char*, 2> kDeleteRows = {
     "DELETE FROM multi_domain_rate_table WHERE domain_id = ?1"};
 
 constexpr char kHasTables[] = "SELECT 1 FROM sqlite_master WHERE name = 'multi_domain_rate_table'";
-// Each id once, with the number of tables that have it.
+// An id comes once from each table that has it: no index of theirs has two.
 constexpr char kSelectDomains[] =
-    "SELECT domain_id, count(*) FROM (SELECT domain_id FROM multi_domain_enable_table UNION ALL "
-    "SELECT domain_id FROM multi_domain_rate_table) GROUP BY domain_id";
+    "SELECT domain_id FROM multi_domain_enable_table UNION ALL SELECT domain_id FROM "
+    "multi_domain_rate_table";
 
 // The mail server adds tables of its own, and older ones lack some of these.
 constexpr char kCountTables[] =
@@ -133,8 +133,7 @@ bool SelectDomains(Statement& domains, Ids& domain_ids, Ids& whole_domain_ids) {
   Ids all;
   Ids whole;
   if (!domains.ForEachRow([&](const Statement& row) {
-        all.insert(row.Int(0));
-        if (row.Int(1) == static_cast<int>(kInsertRows.size())) {
+        if (!all.insert(row.Int(0)).second) {
           whole.insert(row.Int(0));
         }
       })) {

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "platform/directory/ldap_library.h"
+
 namespace korvmailserver::directory {
 
 namespace {

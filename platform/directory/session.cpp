@@ -7,6 +7,8 @@
 
 namespace korvmailserver::directory {
 
+const LateLibrary ldap_library(MDOMAIN_LDAP_FILE);
+
 namespace {
 
 bool UsesTls(const LdapSettings& settings) {
@@ -56,13 +58,13 @@ std::string Session::ErrorText(int code) const {
 }
 
 bool Session::SetOptions(const LdapSettings& settings, std::string& error) {
-  const int version = LDAP_VERSION3;
+  const int version = LDAP_VERSION3;  // its address also means "on", as any does
   const int demand = LDAP_OPT_X_TLS_DEMAND;
   const int client = 0;
   const timeval timeout = {settings.timeout, 0};
   bool ok = ldap_set_option(ldap_, LDAP_OPT_PROTOCOL_VERSION, &version) == 0 &&
             ldap_set_option(ldap_, LDAP_OPT_REFERRALS, LDAP_OPT_OFF) == 0 &&
-            ldap_set_option(ldap_, LDAP_OPT_RESTART, LDAP_OPT_ON) == 0 &&
+            ldap_set_option(ldap_, LDAP_OPT_RESTART, &version) == 0 &&
             ldap_set_option(ldap_, LDAP_OPT_NETWORK_TIMEOUT, &timeout) == 0 &&
             ldap_set_option(ldap_, LDAP_OPT_TIMEOUT, &timeout) == 0 &&
             ldap_set_option(ldap_, LDAP_OPT_X_TLS_REQUIRE_CERT, &demand) == 0 &&
@@ -84,6 +86,9 @@ bool Session::Connect(const LdapSettings& settings, std::string& error) {
   const SigpipeGuard guard;
   timeout_ = settings.timeout;
   Renew();
+  if (!ldap_library.Load(error)) {
+    return false;
+  }
   int code = ldap_initialize(&ldap_, settings.uri.c_str());
   if (code != LDAP_SUCCESS) {
     error = "uri \"" + settings.uri + "\": " + ldap_err2string(code);

@@ -7,13 +7,12 @@
 #ifndef PLATFORM_DIRECTORY_SESSION_H
 #define PLATFORM_DIRECTORY_SESSION_H
 
-#include <ldap.h>
-
 #include <map>
 #include <string>
 #include <vector>
 
 #include "platform/directory/connect_deadline.h"
+#include "platform/directory/ldap_library.h"
 #include "platform/include/host_settings.h"
 #include "platform/system/budget.h"
 

@@ -1,10 +1,9 @@
 #include "platform/directory/text.h"
 
-#include <ldap.h>
-
 #include <algorithm>
 #include <vector>
 
+#include "platform/directory/ldap_library.h"
 #include "platform/include/ldap_search.h"
 #include "platform/include/text.h"
 #include "platform/system/fold_case.h"

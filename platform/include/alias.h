@@ -9,6 +9,7 @@
 #include <list>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/include/export.h"
@@ -33,6 +34,8 @@ class MDOMAIN_EXPORT Alias {
   int load();
   // Adds the ids of all domains that have entries or members, by itself and without a load().
   int listDomains(std::set<int>& domain_ids) const;
+  // Adds the domain id and name of every entry, by itself and without a load().
+  int listNames(std::set<std::pair<int, std::string>>& names) const;
   // Every entry, by domain id, then name.
   const std::vector<Entry>& list() const { return entries_; }
   // Whether there is an entry with exactly this name, byte for byte, and domain id.
@@ -48,6 +51,8 @@ class MDOMAIN_EXPORT Alias {
   int delDomainGroupMember(int domain_id, const std::list<std::string>& names);
 
  private:
+  template <typename Value, typename ReadRow>
+  int _Select(const char* sql, const ReadRow& read_row, std::set<Value>& values) const;
   int _DeleteDomainMembers(int domain_id, MemberKind kind, const std::list<std::string>& names);
 
   std::string path_;

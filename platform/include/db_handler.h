@@ -22,7 +22,9 @@ struct SqlStep {
   std::function<int(sqlite3*)> run;
 };
 
-// Not thread-safe. Several processes may use one file: SQLite's locks apply, with the busy timeout.
+// An object and its connection, which is opened without SQLite's lock for threads, are for one
+// thread at a time. Several processes may use one file: SQLite's locks apply, with the busy
+// timeout.
 class MDOMAIN_EXPORT DBHandler {
  public:
   // Opens nothing. `schema` is run by connect() when it creates the file; it may be empty.

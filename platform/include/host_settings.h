@@ -92,6 +92,9 @@ struct HostSettings {
 // missing, empty or open to others than its owner; `settings` is untouched then.
 MDOMAIN_EXPORT bool ReadHostSettings(HostSettings& settings, std::string& error);
 MDOMAIN_EXPORT std::string HostSettingsPath();
+// From now on [keystore] reads as if it were not there, for work on copies that must not reach
+// other machines. Until the process ends.
+MDOMAIN_EXPORT void IgnoreSharedStore();
 
 }  // namespace korvmailserver
 

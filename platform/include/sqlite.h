@@ -30,6 +30,17 @@ MDOMAIN_EXPORT void NoteDatabaseFailure(sqlite3* db, int result, const std::stri
 // "database PATH: REASON" of the last failure in this process; empty while there was none. SQLite's
 // own texts name no file.
 MDOMAIN_EXPORT const std::string& LastDatabaseFailure();
+// What fails while one lives is not kept: another attempt follows, which tells what mattered.
+class MDOMAIN_EXPORT UnkeptDatabaseFailures {
+ public:
+  UnkeptDatabaseFailures();
+  ~UnkeptDatabaseFailures();
+  UnkeptDatabaseFailures(const UnkeptDatabaseFailures&) = delete;
+  UnkeptDatabaseFailures& operator=(const UnkeptDatabaseFailures&) = delete;
+
+ private:
+  const std::string before_;
+};
 
 // An SQL text made by SQLite's own printf: %q doubles single quotes, %Q adds them and writes NULL
 // for a null pointer, %w doubles double quotes. Both end at a zero byte, so bind what may hold one.
@@ -48,7 +59,8 @@ inline std::string FormatSql(const char* format, ...) {
   return text;
 }
 
-// Owns a connection to one file and closes it at the end of its scope. Of one thread at a time.
+// Owns a connection to one file and closes it at the end of its scope. For one thread at a time: it
+// is opened without SQLite's lock for threads.
 class Connection {
  public:
   enum class Mode { kRead, kWrite, kCreate };  // reading; and writing; and making a missing file
@@ -146,6 +158,10 @@ class Statement {
   bool Bind(int parameter, Number number) {
     return _KeepFailure(
         sqlite3_bind_int64(statement_, parameter, static_cast<sqlite3_int64>(number)));
+  }
+  bool BindBytes(int parameter, std::string_view bytes) {
+    return _KeepFailure(
+        sqlite3_bind_blob64(statement_, parameter, bytes.data(), bytes.size(), SQLITE_TRANSIENT));
   }
   bool Bind(int parameter, std::nullptr_t) {
     return _KeepFailure(sqlite3_bind_null(statement_, parameter));

@@ -94,12 +94,12 @@ void AddStored(const std::vector<std::string>& keys,
   }
 }
 
-bool WriteKeys(sqlite3* db, const LocalStore::Change& change) {
+bool WriteKeys(sqlite3* db, CompiledStatements& compiled, const LocalStore::Change& change) {
   if (change.drop_other_keys && !Statement(db, kDeleteAll).Run()) {
     return false;
   }
-  Statement replace(db, kReplace);
-  Statement remove(db, kDelete);
+  Statement& replace = compiled.Get(db, kReplace);
+  Statement& remove = compiled.Get(db, kDelete);
   return std::all_of(change.entries.begin(), change.entries.end(),
                      [&](const auto& entry) {
                        replace.Bind(1, entry.first);
@@ -154,7 +154,11 @@ LocalStore::LocalStore() : folder_(UnderRoot(kFolder)), path_(folder_ + kFile) {
 
 bool LocalStore::Get(const std::vector<std::string>& keys,
                      std::map<std::string, std::string>& values, std::string& error) {
-  if (const Image* image = _ImageOfView()) {
+  const Image* image = nullptr;
+  if (!_LookAtView(image, error)) {
+    return false;
+  }
+  if (image != nullptr) {
     AddStored(keys, image->values, values);
     return true;
   }
@@ -203,7 +207,11 @@ bool LocalStore::Remove(const std::vector<std::string>& keys, std::string& error
 }
 
 bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, std::string& error) {
-  if (const Image* image = _ImageOfView()) {
+  const Image* image = nullptr;
+  if (!_LookAtView(image, error)) {
+    return false;
+  }
+  if (image != nullptr) {
     const auto found = image->keys_by_tree.find(tree);
     if (found != image->keys_by_tree.end()) {
       keys.insert(keys.end(), found->second.begin(), found->second.end());
@@ -257,26 +265,67 @@ bool LocalStore::ReadContent(Content& content, std::string& error) {
 }
 
 bool LocalStore::Apply(const Change& change, std::string& error) {
-  image_.reset();
-  return _Write(error,
-                [&](sqlite3* db) { return WriteKeys(db, change) && WriteMemory(db, change); });
+  bool is_of_file = false;
+  const bool is_written = _Write(error, [&](sqlite3* db) {
+    is_of_file = _IsImageOfFile(db);
+    return WriteKeys(db, compiled_, change) && WriteMemory(db, change);
+  });
+  // The file's number tells of the commits of others alone.
+  if (is_written && is_of_file && !change.drop_other_keys) {
+    image_->Follow(change);
+  } else {
+    image_.reset();
+  }
+  return is_written;
 }
 
-// Null without a view, and where not all keys can be read: then each call says why.
-const LocalStore::Image* LocalStore::_ImageOfView() {
+void LocalStore::Image::Follow(const Change& change) {
+  const auto remove = [this](const std::string& key) {
+    for (auto& [tree, keys] : keys_by_tree) {
+      keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end());
+    }
+  };
+  for (const auto& [key, value] : change.entries) {
+    remove(key);  // from the tree that somebody else gave it, too
+    std::vector<std::string>& keys = keys_by_tree[KeyStoreTreeOf(key)];
+    keys.insert(std::lower_bound(keys.begin(), keys.end(), key), key);
+    values[key] = value;
+  }
+  for (const std::string& key : change.removed_keys) {
+    remove(key);
+    values.erase(key);
+  }
+}
+
+// Without an image where there is no view, and where not all keys can be read: then each call looks
+// for its own. False and `error` when the store cannot even be asked, which no second attempt
+// within the same call would change.
+bool LocalStore::_LookAtView(const Image*& image, std::string& error) {
   const unsigned long moment = KeyStoreView::Moment();
-  std::string ignored;
   if (moment == 0) {
-    return nullptr;
+    return true;
   }
   if (!image_ || image_->moment != moment) {
-    image_.reset();
-    const bool is_read = _Read(ignored, [this](sqlite3* db) { return _LoadImage(db); });
+    bool is_asked = false;
+    std::string why;
+    const bool is_read = _Read(why, [&](sqlite3* db) {
+      is_asked = true;
+      _FollowFile(db);
+      return true;
+    });
+    if (!is_read) {
+      image_.reset();
+    }
+    if (!is_read && !is_asked) {
+      error = why;
+      return false;
+    }
     if (is_read && _Database() == nullptr) {
       image_.emplace().moment = moment;
     }
   }
-  return image_ ? &*image_ : nullptr;
+  image = image_ ? &*image_ : nullptr;
+  return true;
 }
 
 // True without an image where a key is no text, which an image would mix with the text of its
@@ -304,16 +353,20 @@ bool LocalStore::_LoadImage(sqlite3* db) {
 // Within a transaction: from now on the image, if there is one, is of this moment.
 void LocalStore::_FollowFile(sqlite3* db) {
   const unsigned long moment = KeyStoreView::Moment();
-  sqlite3_int64 version = 0;
-  const bool is_of_view = image_ && image_->moment == moment;
-  if (is_of_view && ReadVersion(compiled_.Get(db, kSelectVersion), version) &&
-      version == image_->version) {
+  if (_IsImageOfFile(db)) {
+    image_->moment = moment;
     return;
   }
   image_.reset();
   if (moment != 0) {
     _LoadImage(db);
   }
+}
+
+bool LocalStore::_IsImageOfFile(sqlite3* db) {
+  sqlite3_int64 version = 0;
+  return image_ && ReadVersion(compiled_.Get(db, kSelectVersion), version) &&
+         version == image_->version;
 }
 
 // Opens the file, or leaves the connection null when it is missing and nothing is to be written.

@@ -83,12 +83,16 @@ class LocalStore : public KeyStoreBackend {
     std::map<std::string, std::string> values;
     std::map<std::string, std::vector<std::string>> keys_by_tree;
     sqlite3_int64 version = 0;  // what the connection calls the state of the file
-    unsigned long moment = 0;
+    unsigned long moment = 0;   // of the view that it was compared for last
+
+    // What the change of this connection makes of it.
+    void Follow(const Change& change);
   };
 
-  const Image* _ImageOfView();
+  bool _LookAtView(const Image*& image, std::string& error);
   bool _LoadImage(sqlite3* db);
   void _FollowFile(sqlite3* db);
+  bool _IsImageOfFile(sqlite3* db);
   bool _SelectOnes(sqlite3* db, const std::vector<std::string>& keys,
                    std::map<std::string, std::string>& values);
   bool _Open(bool write, std::string& error);

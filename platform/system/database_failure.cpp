@@ -62,4 +62,10 @@ const std::string& LastDatabaseFailure() {
   return Kept();
 }
 
+UnkeptDatabaseFailures::UnkeptDatabaseFailures() : before_(Kept()) {}
+
+UnkeptDatabaseFailures::~UnkeptDatabaseFailures() {
+  Kept() = before_;
+}
+
 }  // namespace korvmailserver

@@ -34,8 +34,14 @@ FileStamp FileStamp::Of(const std::string& path) {
   stamp.size = info.st_size;
   stamp.modified = info.st_mtim;
   stamp.changed = info.st_ctim;
-  stamp.settled = Seconds(now) - Seconds(info.st_ctim) > kSettledAfterSeconds;
+  stamp.age = Seconds(now) - Seconds(info.st_ctim);
+  stamp.settled = stamp.age > kSettledAfterSeconds;
   return stamp;
+}
+
+bool FileStamp::IsOf(const struct stat& info) const {
+  return exists && device == info.st_dev && inode == info.st_ino && size == info.st_size &&
+         Same(modified, info.st_mtim) && Same(changed, info.st_ctim);
 }
 
 bool FileStamp::Holds(const std::string& path_now) const {

@@ -111,23 +111,44 @@ int OpenFlag(int folder, const std::string& name) {
   return openat(folder, name.c_str(), kFlags, kFlagMode);
 }
 
-int TouchIn(int folder, const std::string& name) {
-  // Most are there already; opening costs more than the rest.
-  struct stat found {};
-  if (fstatat(folder, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(found.st_mode) &&
-      (found.st_mode & kFlagMode) == kFlagMode &&
-      utimensat(folder, name.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0) {
-    return 0;
+// Touches flags in one folder.
+class FlagFolder {
+ public:
+  explicit FlagFolder(int folder) : folder_(folder) {}
+
+  // 0, or -1 with errno.
+  int Touch(const std::string& name) {
+    // Where one was missing, the next may be, too; without opening it costs half.
+    if (are_missing_ && mknodat(folder_, name.c_str(), S_IFREG | kFlagMode, 0) == 0) {
+      return 0;
+    }
+    are_missing_ = false;
+    // Most are there already; opening costs more than the rest.
+    struct stat found {};
+    const bool is_there = fstatat(folder_, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0;
+    if (is_there && S_ISREG(found.st_mode) && (found.st_mode & kFlagMode) == kFlagMode &&
+        utimensat(folder_, name.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0) {
+      return 0;
+    }
+    return _Open(name, is_there);
   }
-  const File file(OpenFlag(folder, name));
-  struct stat info {};
-  if (file.get() < 0 || fstat(file.get(), &info) != 0 || futimens(file.get(), nullptr) != 0) {
-    return -1;
+
+ private:
+  int _Open(const std::string& name, bool was_there) {
+    const File file(OpenFlag(folder_, name));
+    struct stat info {};
+    if (file.get() < 0 || fstat(file.get(), &info) != 0 || futimens(file.get(), nullptr) != 0) {
+      return -1;
+    }
+    // The consumer runs under another account: a strict umask must not hide the flag from it.
+    const bool is_strict = info.st_uid == geteuid() && (info.st_mode & kFlagMode) != kFlagMode;
+    are_missing_ = !was_there && !is_strict;
+    return is_strict ? fchmod(file.get(), kFlagMode) : 0;
   }
-  // The consumer runs under another account: a strict umask must not hide the flag from it.
-  const bool strict = info.st_uid == geteuid() && (info.st_mode & kFlagMode) != kFlagMode;
-  return strict ? fchmod(file.get(), kFlagMode) : 0;
-}
+
+  int folder_;
+  bool are_missing_ = false;
+};
 
 }  // namespace
 
@@ -143,7 +164,7 @@ int KLIBCFileTouch(const char* path) {
   // Not through a link: flag folders belong to accounts with fewer rights than the caller.
   std::string name;
   const File folder(OpenFolderOf(path, name));
-  return folder.get() < 0 ? -1 : TouchIn(folder.get(), name);
+  return folder.get() < 0 ? -1 : FlagFolder(folder.get()).Touch(name);
 }
 
 int KORVFSMkdirP(const char* path, uid_t uid, gid_t gid, mode_t mode) {
@@ -170,8 +191,9 @@ std::vector<std::string> TouchAll(const std::string& folder,
   std::string none;
   const File opened(OpenFolderOf(folder + "/", none));
   std::vector<std::string> failed;
+  FlagFolder flags(opened.get());
   for (const std::string& name : names) {
-    if (opened.get() < 0 || TouchIn(opened.get(), name) != 0) {
+    if (opened.get() < 0 || flags.Touch(name) != 0) {
       failed.push_back(name);
     }
   }

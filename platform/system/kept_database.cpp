@@ -39,6 +39,7 @@ KeptDatabase& KeptDatabase::Of(const std::string& path) {
 }
 
 bool KeptDatabase::Run(const std::string& path, const Work& work) {
+  const UnkeptDatabaseFailures unkept;
   Place now;
   if (connection_.Get() != nullptr && now.Read(path) && now == place_ &&
       work(connection_.Get(), compiled_)) {
@@ -49,6 +50,7 @@ bool KeptDatabase::Run(const std::string& path, const Work& work) {
 }
 
 void KeptDatabase::Keep(const std::string& path) {
+  const UnkeptDatabaseFailures unkept;
   _Forget();
   if (place_.Read(path)) {
     connection_.Open(path, Connection::Mode::kWrite, 0);

@@ -1,6 +1,8 @@
 // The local source through the public account operations: which lines of the files count as
 // accounts, what a damaged file does to an answer, and when a changed file is seen.
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -22,6 +24,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 int files_read = 0;
+time_t seconds_later = 0;  // than it is
 
 constexpr const char* kGroups = "users:x:100:\nstaff:x:1001:alice,bob\nempty:x:1002:\n";
 
@@ -29,6 +32,14 @@ std::string Person(const std::string& name, int uid, int gid = 100,
                    const std::string& comment = "") {
   return name + ":x:" + std::to_string(uid) + ":" + std::to_string(gid) + ":" + comment +
          ":/home/" + name + ":/usr/sbin/nologin\n";
+}
+
+std::string People(unsigned int count) {
+  std::string people;
+  for (unsigned int i = 0; i < count; i++) {
+    people += Person("more" + std::to_string(i), static_cast<int>(2000000 + i));
+  }
+  return people;
 }
 
 using LocalSource = test::AccountTest;
@@ -303,7 +314,8 @@ TEST_F(LocalSource, AnswersFromOnePointInTimeWithinASnapshot) {
 // Files of whole lines with a fault here and there, and everything that can be asked of them.
 class RandomFiles {
  public:
-  explicit RandomFiles(unsigned int seed) : random_(seed) {
+  explicit RandomFiles(unsigned int seed, unsigned int more = 0) : random_(seed) {
+    passwd = People(more);
     const unsigned int count = OneIn(40) ? 3000 : 12;
     const unsigned int faults = OneIn(2) ? 0 : count;
     const std::string usual_end = OneIn(8) ? "\r\n" : "\n";
@@ -358,6 +370,13 @@ std::vector<std::string> Shown(const KORVUser& user) {
   return {user.name, std::to_string(user.uid), std::to_string(user.gid), user.mail, user.full_name};
 }
 
+int AppendUser(const char* name, unsigned int uid, void* users) {
+  KORVUser& user = static_cast<std::vector<KORVUser>*>(users)->emplace_back();
+  user.name = name;
+  user.uid = uid;
+  return 0;
+}
+
 // The members of a group as whoever enumerates finds them, letter case aside.
 std::vector<std::string> MembersAmong(const std::vector<KORVUser>& users,
                                       const std::vector<std::string>& members) {
@@ -396,8 +415,38 @@ TEST_F(LocalSource, TellsTheUsersOfMembersWithoutAnEnumeration) {
   EXPECT_THAT(told(), first);
 }
 
-TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
+class RandomQuestions : public LocalSource {
+ protected:
   using Texts = std::vector<std::string>;
+  // What is asked about single accounts. The last one enumerates where it has to, or is told to.
+  static std::vector<std::function<Texts()>> QuestionsAbout(RandomFiles& files,
+                                                            const bool& enumerates);
+};
+
+std::vector<std::function<RandomQuestions::Texts()>> RandomQuestions::QuestionsAbout(
+    RandomFiles& files, const bool& enumerates) {
+  const std::string name = files.OneIn(3) ? "User1" : files.Name();
+  const std::string group = files.OneIn(3) ? "users" : files.GroupName();
+  return {[=] { return Shown(User(name)); },
+          [=] { return Shown(User(User(name).uid)); },
+          [] { return Shown(User(51U)); },
+          [=] { return Texts{std::to_string(KORVUserIsInternal(name.c_str()))}; },
+          [=] {
+            return Texts{Group(group).name, Group(Group(group).gid).name, Group(51U).name};
+          },
+          [=] { return Members(group); },
+          [=, &enumerates] {
+            const korvmailserver::FewAccounts few;
+            korvmailserver::FewAccounts::Expect({name, "User1", "ghost"});
+            std::vector<KORVUser> users;
+            if (enumerates || !korvmailserver::ListMemberUsers(AUTH_LOCAL, {group}, users)) {
+              KLIBUserInfoEnum(AUTH_LOCAL, nullptr, 0, UINT32_MAX, AppendUser, &users);
+            }
+            return MembersAmong(users, Members(group));
+          }};
+}
+
+TEST_F(RandomQuestions, AnswersSingleQuestionsAsItsTablesDo) {
   // The answer, the error number of a failure, and all that was said.
   const auto ask = [&](const RandomFiles& files, const std::function<Texts()>& question) {
     WriteAccounts(files.passwd, files.group);  // so that all is said anew
@@ -414,48 +463,107 @@ TEST_F(LocalSource, AnswersSingleQuestionsAsItsTablesDo) {
   for (unsigned int seed = 0; seed < 150; seed++) {
     SCOPED_TRACE(seed);
     RandomFiles files(seed);
-    const std::string name = files.OneIn(3) ? "User1" : files.Name();
-    const std::string group = files.OneIn(3) ? "users" : files.GroupName();
-    const std::function<Texts()> questions[] = {
-        [&] { return Shown(User(name)); },
-        [&] { return Shown(User(User(name).uid)); },
-        [&] { return Shown(User(51U)); },
-        [&] { return Texts{std::to_string(KORVUserIsInternal(name.c_str()))}; },
-        [&] {
-          return Texts{Group(group).name, Group(Group(group).gid).name, Group(51U).name};
-        },
-        [&] { return Members(group); },
-        [&] {
-          const korvmailserver::FewAccounts few;
-          std::vector<KORVUser> users;
-          if (enumerates || !korvmailserver::ListMemberUsers(AUTH_LOCAL, {group}, users)) {
-            Answer all = Users();
-            for (const std::string& user : all.names) {
-              users.emplace_back().name = user;
-              users.back().uid = all.uids[user];
-            }
-          }
-          return MembersAmong(users, Members(group));
-        }};
-    for (const auto& question : questions) {
+    for (const auto& question : QuestionsAbout(files, enumerates)) {
       const auto scan = ask(files, question);
       scanned += files_read == 0 ? 1 : 0;
       {
         const korvmailserver::FewAccounts few;
-        const auto expected = [&] {
-          korvmailserver::FewAccounts::Expect({name, "User1", "ghost"});
-          return question();
-        };
-        EXPECT_EQ(scan, ask(files, expected)) << name << " " << group;
+        EXPECT_EQ(scan, ask(files, question));
       }
       const korvmailserver::AccountSnapshot tables;
       enumerates = true;
-      EXPECT_EQ(scan, ask(files, question)) << name << " " << group;
+      EXPECT_EQ(scan, ask(files, question));
       enumerates = false;
     }
   }
   EXPECT_GT(scanned, 300) << "too few to compare";
   EXPECT_LT(scanned, 800) << "too few faults";
+}
+
+// Files that came to rest a while ago, and the index that a process leaves of them.
+class IndexedSource : public RandomQuestions {
+ protected:
+  IndexedSource() : index_(root() + "/var/run/postara_server/accounts") {
+    std::filesystem::create_directories(std::filesystem::path(index_).parent_path());
+    seconds_later = 10;
+  }
+  ~IndexedSource() override { seconds_later = 0; }
+
+  // As another process has one.
+  void TakeNewSource() {
+    const std::string path = korvmailserver::HostSettingsPath();
+    Write(path.substr(root().size()), "#" + std::to_string(sources_++) + "\n");
+  }
+
+  const std::string index_;
+
+ private:
+  int sources_ = 0;
+};
+
+TEST_F(IndexedSource, AnswersAsItsTablesDo) {
+  int indexed = 0;
+  bool enumerates = false;
+  for (unsigned int seed = 0; seed < 50; seed++) {
+    SCOPED_TRACE(seed);
+    RandomFiles files(seed, 1000);
+    WriteAccounts(files.passwd, files.group);
+    std::filesystem::remove(index_);
+    TakeNewSource();
+    User("ghost");
+    if (!std::filesystem::exists(index_)) {  // not in order
+      continue;
+    }
+    indexed++;
+    TakeNewSource();
+    for (const auto& question : QuestionsAbout(files, enumerates)) {
+      const auto found = question();
+      const int error = KLIBCErrGet();
+      const korvmailserver::AccountSnapshot tables;
+      enumerates = true;
+      EXPECT_EQ(found, question());
+      enumerates = false;
+      EXPECT_EQ(error, KLIBCErrGet());
+    }
+  }
+  EXPECT_GT(indexed, 15) << "too few to compare";
+  TakeLog();
+}
+
+TEST_F(IndexedSource, BelievesNoIndexThatOthersCouldHaveWritten) {
+  const std::string passwd = People(1000);
+  const std::string folder = std::filesystem::path(index_).parent_path();
+  const auto is_known = [&] {
+    TakeNewSource();
+    return User("more7").name == "more7";
+  };
+  const auto forge = [&] {  // one that knows nobody
+    const size_t size = std::filesystem::file_size(index_);
+    std::fstream file(index_, std::ios::in | std::ios::out);
+    file.seekp(1024);
+    file << std::string(size - 1024, '\0');
+  };
+  WriteAccounts(passwd, kGroups);
+  EXPECT_TRUE(is_known());
+  forge();
+  EXPECT_FALSE(is_known()) << "it is not used at all";
+  const std::string both[] = {index_, folder};
+  for (const std::string& path : both) {
+    ASSERT_EQ(chmod(path.c_str(), 0777), 0);
+    EXPECT_TRUE(is_known()) << path;
+    ASSERT_EQ(chmod(path.c_str(), 0755), 0);
+    forge();
+  }
+  WriteAccounts(passwd, kGroups);
+  EXPECT_TRUE(is_known()) << "it is of other files";
+  std::filesystem::resize_file(index_, 5000);
+  EXPECT_TRUE(is_known()) << "it is not whole";
+
+  std::filesystem::remove(index_);
+  seconds_later = 1;
+  WriteAccounts(passwd, kGroups);
+  EXPECT_TRUE(is_known());
+  EXPECT_FALSE(std::filesystem::exists(index_)) << "files that are still written to";
 }
 
 TEST_F(LocalSource, InspectsItselfUntilTheFirstStepThatFails) {
@@ -501,6 +609,12 @@ TEST_F(LocalSource, GivesWayToASourceOfTheConfiguredTypeAndDomain) {
 }
 
 }  // namespace
+
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  const auto result = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+  now->tv_sec += clock == CLOCK_REALTIME ? seconds_later : 0;
+  return result;
+}
 
 namespace korvmailserver {
 

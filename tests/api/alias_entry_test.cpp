@@ -77,8 +77,41 @@ TEST_F(AliasEntryTest, PostmasterIsSomebody) {
   EXPECT_EQ(Goes("abuse@a.example"), "bob@localhost");
 }
 
+TEST_F(AliasEntryTest, KeepsItsAddressFromALaterAccount) {
+  ASSERT_EQ(AliasEntry().Create({"dave", 1, {{Kind::User, "bob"}}}), Result::kDone);
+  SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}, {"dave", 1004}},
+              {{"staff:2001", "alice"}});
+  ASSERT_TRUE(MDOMAIN::API::Updater().Refresh());
+  const auto flagged = [] {
+    std::vector<std::string> aliases;
+    EXPECT_TRUE(DomainUser().ListDuplicatedEmail(1, aliases));
+    return aliases;
+  };
+  EXPECT_EQ(flagged(), std::vector<std::string>{"dave"});
+  EXPECT_EQ(Goes("dave@a.example"), "bob@localhost");
+  EXPECT_EQ(AliasEntry().Set({"dave", 1, {{Kind::User, "alice"}}}), Result::kDone);
+
+  // Who has the alias keeps it in other changes, and nobody else gets it.
+  std::vector<MDOMAIN::RECORD::DomainUser> users;
+  std::vector<MDOMAIN::RECORD::DomainUser> conflicts;
+  ASSERT_TRUE(MDOMAIN::DB::INTERNAL::AddDomainUser(1, 1004, users));
+  users.at(0).SetRole("domain_admin");
+  EXPECT_TRUE(DomainUser().Set(users, conflicts));
+  users.clear();
+  ASSERT_TRUE(MDOMAIN::DB::INTERNAL::AddDomainUser(1, 1003, users));
+  users.at(0).SetAliasDuplicatedPairs({{"carol", false}, {"DAVE", false}});
+  EXPECT_FALSE(DomainUser().Set(users, conflicts));
+  EXPECT_TRUE(Logged("The alias has several members: [DAVE], domain_id: [1]"));
+  EXPECT_TRUE(Logged("Failed to set domain users"));
+  EXPECT_EQ(flagged(), std::vector<std::string>{"dave"});
+
+  EXPECT_EQ(AliasEntry().Delete(1, "dave"), Result::kDone);
+  EXPECT_EQ(flagged(), std::vector<std::string>{});
+  EXPECT_EQ(Goes("dave@a.example"), "dave@localhost");
+}
+
 TEST_F(AliasEntryTest, RefusesAndChangesNothing) {
-  ASSERT_EQ(AliasEntry().Create({"team", 1, {{Kind::User, "bob"}}}), Result::kDone);
+  ASSERT_EQ(AliasEntry().Create({"t\u00EBam", 1, {{Kind::User, "bob"}}}), Result::kDone);
   const ::Alias::Member good = {Kind::User, "bob"};
   const struct {
     const char* what;
@@ -87,7 +120,7 @@ TEST_F(AliasEntryTest, RefusesAndChangesNothing) {
     Result result;
     std::string problem;
   } cases[] = {
-      {"there already", {"TEAM", 1, {good}}, true, Result::kExists, ""},
+      {"there already", {"T\u00CBAM", 1, {good}}, true, Result::kExists, ""},
       {"not there", {"other", 1, {good}}, false, Result::kMissing, ""},
       {"no such domain", {"other", 7, {good}}, true, Result::kMissing, "domain 7"},
       {"no local part", {"a b", 1, {good}}, true, Result::kInvalid, "a b"},
@@ -100,6 +133,18 @@ TEST_F(AliasEntryTest, RefusesAndChangesNothing) {
        "nobody"},
       {"no such group", {"other", 1, {{Kind::Group, "bob"}}}, true, Result::kInvalid, "bob"},
       {"no address", {"other", 1, {{Kind::Address, "bob@"}}}, true, Result::kInvalid, "bob@"},
+      {"nobody's address",
+       {"other", 1, {good, {Kind::Address, "ghost+x@A.example"}}},
+       true,
+       Result::kNobody,
+       "ghost+x@A.example"},
+      {"a loop",
+       {"t\u00EBam",
+        1,
+        {{Kind::Address, "bob+x@a.example"}, {Kind::Address, "T\u00CBam+y@a.example"}}},
+       false,
+       Result::kLoop,
+       "T\u00CBam+y@a.example"},
   };
   for (const auto& now : cases) {
     AliasEntry api;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 
+#include "lib-domain/api/domain_user.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/group.h"
@@ -74,6 +75,17 @@ class OwnIndexes : public test::DomainDbTest, protected test::ModelMaker {
     EXPECT_TRUE(store.ListDomainUsers(filter, users, true));
     std::for_each(users.begin(), users.end(), append);
     return texts;
+  }
+
+  static void ExpectTheSameEmails() {
+    std::map<std::string, StringList> wanted;
+    ASSERT_TRUE(MDOMAIN::API::DomainUser().GetAllUser2EmailsMap(true, wanted));
+    std::vector<std::pair<std::string, StringList>> found;
+    const auto keep = [&](const auto& name, const auto& emails) {
+      found.emplace_back(name, emails);
+    };
+    ASSERT_TRUE(MDOMAIN::API::DomainUser().ForEachUserEmails(true, keep));
+    ASSERT_EQ(found, decltype(found)(wanted.begin(), wanted.end()));
   }
 };
 
@@ -168,6 +180,7 @@ TEST_F(OwnIndexes, PagesCountsAndSearchesAreTheSame) {
     ASSERT_EQ(StringList{std::to_string(count)}, plain.Rows(given.ComposeQueryCmd()));
 
     ASSERT_EQ(Listed(users, filter, true), Listed(users, filter, false)) << "model " << model;
+    ExpectTheSameEmails();
     StringList emails;
     ASSERT_TRUE(users.ListDuplicatedEmail(1, emails));
     ASSERT_EQ(emails,
@@ -216,6 +229,7 @@ TEST_F(OwnIndexes, ALongListingIsOneListing) {
   filter.SetLimit(-1);
   ASSERT_EQ(Listed(users, filter, true).size(), 2500U);
   EXPECT_EQ(Listed(users, filter, true), Listed(users, filter, false));
+  ExpectTheSameEmails();
   filter.SetQuery("2");
   filter.SetOffset(100);
   filter.SetLimit(1200);

@@ -13,6 +13,7 @@ lib-domain/control
 lib-domain/sync+lib-domain/utils/updater
 lib-domain/api
 lib-domain/api/bcc lib-domain/api/disclaimer
+lib-domain/history
 tools/mdomain tools/korv_bcc_map'
 grep -rE '^ *#include "(lib-domain|platform|tools)/' lib-domain tools platform |
   sed -E 's/^([^:]*): *#include "([^"]*)".*/\1 \2/' |

@@ -30,7 +30,6 @@ gives '.virtual_multiple_domain | split(", ") | length' 11 config list
 exec 9>>"$MDOMAIN_ROOT/var/run/postara_server/mdomain.lock"
 flock 9
 good domain list
-good refresh --dry-run
 fails 1 'waiting for another mdomain' --lock-timeout 1 domain create late.example 9>&-
 matches "message of who waited too long" "$err" 'after 1 seconds, nothing was changed'
 (sleep 2 && flock -u 9) &

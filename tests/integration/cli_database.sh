@@ -59,7 +59,7 @@ if [ "$(id -u)" -eq 0 ] && can_mount; then
   done
   rm -f "$etc/mailserver.db"
   good bcc list 1
-  rm "$database" "$etc/keystore.db"
+  rm "$database" "$etc/keystore.db" "$etc/history.db"
   good domain list
   same "domains of a missing file" "$(grep -c example <<<"$out")" 0
   fails 4 'no domain "1"' user list 1

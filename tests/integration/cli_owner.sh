@@ -48,6 +48,13 @@ lookup 4 '[""]' erik@example.com
 good owner build
 gives . '[]' owner check
 
+# An entry comes before an account that gets its name as an alias later.
+good alias create 1 Späti --user ben
+echo 'späti:x:1090:1011:Späti:/home/spaeti:/bin/sh' >>"$MDOMAIN_ROOT/etc/passwd"
+good refresh
+fails 3 'has several members' user set 1 ben --add-alias SPÄTI
+gives '.[] | [.owner, .entry, .members[0]]' '["späti","Späti@example.com","ben"]' owner lookup späti@example.org
+
 # A registry that is garbage: said, and a build replaces it only by a whole one.
 head -c 5000 /dev/urandom >"$target/etc/email_owner.db"
 fails 1 'email_owner.db|not a database' owner lookup anna@example.com

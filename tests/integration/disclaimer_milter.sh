@@ -1,5 +1,5 @@
 #!/bin/bash
-# Mail that goes through a Postfix with the sample filter as its milter has the texts appended, each
+# Mail that goes through a Postfix that mdomain postfix configure gave the sample filter as its milter has the texts appended, each
 # part its own, or arrives as it was sent.
 # ctest-label: postfix mimedefang
 # ctest-timeout: 300
@@ -13,6 +13,7 @@ good domain create example.com
 good domain create bücher.example --no-auto-add
 good refresh
 good user set 1 erik --alias erik --alias erik.larsen
+good user add 2 erika --alias x
 cat >"$scratch/one.json" <<'J'
 [{"id": 1, "name": "sales outside", "enabled": true, "op": "and",
   "disabled_for_local_recipient": true,
@@ -42,9 +43,12 @@ cp "$source_dir/docs/examples/disclaimer-filter.pl" "$scratch/filter/"
 good disclaimer generate
 printf '%s' "$out" >"$scratch/filter/disclaimers.json"
 mimedefang_start 10025 "$scratch/filter/disclaimer-filter.pl"
-postfix_configure "example.com, bücher.example, xn--bcher-kva.example, away.example" \
-  "smtpd_milters = inet:127.0.0.1:10025
-milter_default_action = tempfail"
+postfix_configure away.example
+postconf -c "$postfix/etc" -e 'mydestination = localhost' 'local_transport = virtual'
+# With the command of the manual.
+line=$(grep -o 'mdomain postfix configure .*--milter inet:.*' "$source_dir/docs/manual/disclaimers.md")
+read -ra words <<<"${line#mdomain }"
+good "${words[@]}" --config "$postfix/etc"
 postfix_start
 
 # mail SUBJECT FROM TO FORM FILTER WANT : a jq filter over the parts of the message that arrives.

@@ -7,7 +7,7 @@ use_root .
 mdomain docs man | diff "$source_dir/docs/mdomain.1" - || fail "docs/mdomain.1 is out of date"
 mdomain docs markdown | diff "$source_dir/docs/reference.md" - ||
   fail "docs/reference.md is out of date"
-sed -n 's/^### `mdomain \([a-z ]*[a-z]\).*/\1/p' "$source_dir/docs/reference.md" |
+sed -n 's/^### `mdomain \([a-z -]*[a-z]\).*/\1/p' "$source_dir/docs/reference.md" |
   while read -r words; do
     # shellcheck disable=SC2086
     good $words --help

@@ -94,6 +94,29 @@ answers 550 erik@bücher.example grac@xn--caf-dma.example
 gives '.[0].server | .[:3]' '"250"' postfix check "${config[@]}" ben+x@example.com
 fails 4 'no domain of this host' postfix check "${config[@]}" erik@bücher.example
 
+# What leads nowhere is refused, and told where it comes to be so; so is a shared mailbox.
+fails 3 'nobody has the address "ghost@example.org"' alias create 1 press --user ben --address ghost@example.org
+good alias create 1 press --user ben --address zoe@example.org
+good alias create 1 news --address press+x@example.com
+fails 3 '"news@example.org" leads back to "press"' alias set 1 press --address news@example.org
+good alias create 1 gone --user fritz
+good user set 1 zoe --alias zo
+good config set postmaster postmaster@example.com
+sed -n 's/^ben:x:1003/Ben:x:1093/p; /^fritz/d' "$MDOMAIN_ROOT/etc/passwd" >"$scratch/more"
+sed -i '/^fritz/d' "$MDOMAIN_ROOT/etc/passwd" && cat "$scratch/more" >>"$MDOMAIN_ROOT/etc/passwd"
+good refresh
+good user set 1 Ben --alias big.ben
+good postfix check "${config[@]}"
+for said in 'mail for press@example.com goes to zoe@example.org, an address that nobody has' \
+  'mail for postmaster@example.com goes to postmaster@example.com, which leads back to it' \
+  'nobody gets the mail for gone@example.com: its members are gone' \
+  'the mail of Ben, ben goes to one mailbox, ben@localhost'; do
+  matches "what the check warns of" "$err" "$said"
+done
+good config set postmaster ben
+for entry in news press gone; do good alias delete 1 $entry --yes; done
+good user set 1 zoe --alias zoe
+
 # An entry that is not the model's.
 addresses=$target/etc/postfix_addresses
 echo 'ghost@example.com ben@localhost' | postmap -i "lmdb:$addresses"
@@ -118,4 +141,12 @@ done
 touch "$scratch/enough"
 wait $changer
 good postfix check "${config[@]}"
+
+# Without the maps nothing is left that follows; they go when main.cf no longer names them.
+fails 3 'take it out' postfix maps --remove "${config[@]}"
+postconf -c "$postfix/etc" -e 'virtual_alias_domains =' 'virtual_alias_maps ='
+good postfix maps --remove "${config[@]}"
+same "triggers" "$(sqlite3 "$database" "SELECT count(*) FROM sqlite_master WHERE type = 'trigger'")" 0
+good user set 1 david --alias dave
+same "maps" "$(find "$target/etc" -name 'postfix_*')" ""
 postfix_stop

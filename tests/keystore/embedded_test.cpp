@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <map>
+#include <random>
 
 #include "platform/include/sqlite.h"
 #include "tests/keystore/conformance.h"
@@ -145,6 +147,39 @@ TEST_F(EmbeddedTest, AViewIsOfOneMomentAndChangesAreOfTheirOwn) {
   EXPECT_TRUE(mailConfCheckKeyValue("d", "") && mailConfCheckKeyValue("a", "3"));
 }
 
+// What a view knows of this process's changes is not read again.
+TEST_F(EmbeddedTest, AViewFollowsTheChangesOfItsProcess) {
+  using korvmailserver::KeyStoreView;
+  using Content = std::pair<std::vector<std::string>, std::map<std::string, std::string>>;
+  const std::vector<std::string> names = {"a", "b", "additional_domain-1", "additional_domain-2"};
+  const auto read = [&names] {
+    Content content;
+    for (const char* tree : {"", "virtual_domain"}) {
+      std::vector<std::string> keys;
+      EXPECT_TRUE(Wrap::ls(tree, keys));
+      content.first.insert(content.first.end(), keys.begin(), keys.end());
+    }
+    EXPECT_EQ(mailConfGetMany(names, content.second), 0);
+    return content;
+  };
+  ASSERT_EQ(mailConfSet("z", "1", true, 0), 0);
+  std::mt19937 random(7);
+  for (int round = 0; round < 200; ++round) {
+    const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
+    read();
+    const std::string& name = names[random() % names.size()];
+    const std::string value = std::to_string(random() % 3);
+    const auto change = [&, removes = random() % 3 == 0] {
+      return removes ? Wrap::removeKey(name) : mailConfSet(name, value, true, 0) == 0;
+    };
+    ASSERT_TRUE(round % 20 == 0 ? InChild(change) : change());
+    ASSERT_TRUE(change());
+    const Content seen = read();
+    const KeyStoreView current(KeyStoreView::Kind::kCurrent);
+    EXPECT_EQ(seen, read()) << "round " << round;
+  }
+}
+
 TEST_F(EmbeddedTest, AFileThatIsNoStoreIsRefusedAndKept) {
   const std::string garbage(8192, 'g');
   Write(kStore, garbage);
@@ -153,6 +188,11 @@ TEST_F(EmbeddedTest, AFileThatIsNoStoreIsRefusedAndKept) {
   fs::remove(Store());
   fs::create_directory(Store());
   ExpectAllRefused("keystore.db", true);
+  {
+    using korvmailserver::KeyStoreView;
+    const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
+    ExpectAllRefused("keystore.db", true);
+  }
   fs::remove(Store());
   EXPECT_EQ(mailConfSet("key", "value", true, 0), 0) << "mended without a new process";
 }

@@ -2,7 +2,7 @@
 import json
 from typing import Callable, NamedTuple, Sequence
 
-from host import DATABASE, ETC, GROUP, PASSWD, Host
+from host import DATABASE, ETC, GROUP, PASSWD, REGISTRY, Host
 
 DISCLAIMERS = [{
     "id": 7, "name": "one", "enabled": True, "op": "or", "disabled_for_local_recipient": False,
@@ -93,6 +93,9 @@ CASES = [
     Case("disclaimer set 3 list.json"),
     Case("disclaimer remove 2 7 --yes"),
     Case("owner build", ["user set 1 anna --add-alias new"]),
+    Case("owner build", lambda host: host.sql(REGISTRY, """INSERT INTO local_part
+        WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000)
+        SELECT 'row' || i, 1, 'ghost' FROM n""")),  # all of it is written
     Case("bcc maps", ["bcc add 1 user ben"]),
     Case("", ["bcc add 1 user ben"], "korv_bcc_map"),
     Case("publish", lambda host: host.sql(ETC + "keystore.db", "delete from key_table where name"

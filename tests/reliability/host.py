@@ -120,7 +120,7 @@ class Host:
         return os.path.relpath(path, self.root)
 
     def _file_lines(self, path, short):
-        if short.endswith(("-journal", "mdomain.lock", "postara_server/refreshed")) or not os.path.exists(path):
+        if short.endswith(("-journal", "mdomain.lock", "postara_server/refreshed", "/history.db")) or not os.path.exists(path):
             return []
         if short.startswith(NOTICES):
             return [f"notice {short[len(NOTICES):]}"]

@@ -113,6 +113,17 @@ TEST_F(OwnerRegistryTest, AChangeWritesWhatItChanges) {
   EXPECT_EQ(build({{"a", 1, "ben"}, {"a", 2, "ann"}, {"A", 2, "dan"}, {"d", 2, "o'neil"}}, 6),
             (StringList{"6", "A@y.example dan", "a@x.example ben", "a@y.example ann",
                         "d@y.example o'neil"}));
+  // Also where everything differs, for whoever has the file open, and for odd rows of others.
+  std::vector<MDOMAIN::RECORD::LocalPart> many;
+  for (int i = 0; i < 3000; ++i) {
+    many.emplace_back("u" + std::to_string(i), 1, "eve");
+  }
+  SqliteFile reader(Path());
+  reader.Rows("SELECT count(*) FROM local_part");
+  EXPECT_EQ(build(many, 7).size(), 3001U);
+  EXPECT_EQ(reader.Rows("SELECT count(*) FROM local_part"), StringList{"3000"});
+  SqliteFile(Path()).Run("UPDATE local_part SET domain_idx = 'odd'");
+  EXPECT_EQ(build({{"a", 1, "ben"}}, 8), (StringList{"8", "a@x.example ben"}));
   EXPECT_EQ(look().first, before.first);
   SqliteFile(Path()).Run("CREATE TABLE other(x)");  // made anew
   EXPECT_EQ(build({{"a", 1, "ben"}}, 6), (StringList{"6", "a@x.example ben"}));

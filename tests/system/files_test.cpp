@@ -173,9 +173,18 @@ TEST_F(FilesTest, TouchingCreatesOrRefreshesButFollowsNoLink) {
   EXPECT_LT(KLIBCFileTouch(Path("link").c_str()), 0);
   EXPECT_FALSE(KLIBCFileExist(Path("elsewhere").c_str()));
   EXPECT_FALSE(KLIBCFileExist(Path("link").c_str())) << "it leads nowhere";
-  EXPECT_EQ(korvmailserver::TouchAll(Path(""), {"flag", "link", "new"}),
-            std::vector<std::string>{"link"});
-  EXPECT_TRUE(KLIBCFileExist(Path("new").c_str()));
+  ASSERT_EQ(utimensat(AT_FDCWD, Path("flag").c_str(), old, 0), 0);
+  for (const mode_t strict : {0U, 077U}) {
+    const mode_t mask = umask(strict);
+    EXPECT_EQ(korvmailserver::TouchAll(Path(""), {"new", "newer", "link", "flag", "newest"}),
+              std::vector<std::string>{"link"});
+    umask(mask);
+    EXPECT_GT(Info("flag").st_mtime, 1000);
+    for (const char* name : {"new", "newer", "newest"}) {
+      EXPECT_EQ(Info(name).st_mode & 0644U, 0644U) << name << ", with umask " << strict;
+      fs::remove(Path(name));
+    }
+  }
   fs::create_directory(Path("folder"));
   fs::create_directory_symlink(Path("folder"), Path("way"));
   EXPECT_EQ(korvmailserver::TouchAll(Path("way"), {"flag"}).size(), 1U);

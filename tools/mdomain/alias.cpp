@@ -65,6 +65,10 @@ Entry TypedEntry(const Call& call, const KnownDomain& domain) {
                                   ": change it with mdomain alias set");
     case Result::kMissing:
       throw Failure(kNotFound, "domain " + domain.Title() + " has no entry " + quoted);
+    case Result::kNobody:
+      throw Failure(kRefused, "nobody has the address \"" + api.Problem() + "\"");
+    case Result::kLoop:
+      throw Failure(kRefused, "\"" + api.Problem() + "\" leads back to " + quoted);
     case Result::kUnpublished:
       throw Failure(kFailed, "the entry was changed but not published");
     default:
@@ -146,7 +150,8 @@ std::vector<Argument> StoreArguments() {
   return {DomainArgument(), NameArgument(),
           Repeated("--user", "USER", "A member: name or uid of a user, in the domain or not"),
           Repeated("--group", "GROUP", "A member: name or gid of a group, for all who are in it"),
-          Repeated("--address", "ADDRESS", "A member: an address elsewhere")};
+          Repeated("--address", "ADDRESS",
+                   "A member: an address elsewhere, or one of ours that somebody has")};
 }
 
 const Register kAlias({
@@ -161,8 +166,11 @@ const Register kAlias({
          List},
         {"show", "Show one", "", Effect::kReads, {DomainArgument(), NameArgument()}, Show},
         {"create", "Make one",
-         "A name that a user of the domain has as an alias is refused. Whoever enters or leaves a "
-         "group gets the mail from then on, or no longer.",
+         "A name that a user of the domain has as an alias is refused, and so is an address of "
+         "ours "
+         "that nobody has or that leads back to this one. Whoever enters or leaves a group gets "
+         "the mail from then on, or no longer. An alias that the pattern of the domain gives to a "
+         "later account and that equals the name is flagged as a collision.",
          Effect::kChanges, StoreArguments(), Create},
         {"set", "Give one other members", "They replace those it has.", Effect::kChanges,
          StoreArguments(), Set},

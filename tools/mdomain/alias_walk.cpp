@@ -2,15 +2,17 @@
 // may stand elsewhere in the skeleton of the whole text than in that of its parts.
 #include "tools/mdomain/alias_walk.h"
 
-#include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
 #include "lib-domain/db/look_up.h"
 #include "platform/include/text.h"
+#include "tools/mdomain/icu_library.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
 namespace {
+
+constexpr UChar32 kFirstMark = 0x300;
 
 std::string WithoutMarks(const std::string& text) {
   std::string kept;
@@ -19,7 +21,7 @@ std::string WithoutMarks(const std::string& text) {
     const int32_t begin = at;
     UChar32 letter = 0;
     U8_NEXT(text.data(), at, size, letter);
-    if (letter < 0 || u_getCombiningClass(letter) == 0) {
+    if (letter < kFirstMark || u_getCombiningClass(letter) == 0) {
       kept.append(text, static_cast<size_t>(begin), static_cast<size_t>(at - begin));
     }
   }

@@ -53,14 +53,19 @@ BCC& Rules(int domain_id) {
   return *bcc;
 }
 
-std::list<BccInfo> Read(int domain_id, int type, const Call& call) {
-  std::list<BccInfo> rules;
+void ForEachRule(int domain_id, int type, const Call& call, const BCC::RuleVisitor& visit) {
   const std::string column = call.Text("--sort") == "destination" ? "bcc_to" : "name";
-  if (Rules(domain_id).LoadBCCList(type, domain_id, call.Int("--offset", 0),
+  if (Rules(domain_id).ForEachRule(type, domain_id, call.Int("--offset", 0),
                                    call.Int("--limit", -1), column,
-                                   call.Has("--desc") ? "desc" : "asc", rules) != 0) {
+                                   call.Has("--desc") ? "desc" : "asc", visit) != 0) {
     throw Failure(kFailed, "the rules could not be read");
   }
+}
+
+std::list<BccInfo> Read(int domain_id, int type, const Call& call) {
+  std::list<BccInfo> rules;
+  ForEachRule(domain_id, type, call,
+              [&rules](BccInfo&& rule) { rules.push_back(std::move(rule)); });
   return rules;
 }
 
@@ -129,11 +134,9 @@ void List(Call& call) {
   }
   Listing listing(call.out(), {{"name", "NAME"}, {"type", "TYPE"}, {"bcc_to", "BCC TO"}});
   for (const RuleType& kind : kTypes) {
-    if (wanted >= 0 && wanted != kind.type) {
-      continue;
-    }
-    for (const BccInfo& rule : Read(domain_id, kind.type, call)) {
-      listing.Add(RuleJson(rule));
+    if (wanted < 0 || wanted == kind.type) {
+      ForEachRule(domain_id, kind.type, call,
+                  [&listing](const BccInfo& rule) { listing.Add(RuleJson(rule)); });
     }
   }
   listing.End();

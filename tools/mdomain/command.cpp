@@ -29,7 +29,13 @@ Register::Register(const Noun& noun) {
   if (!noun.help.empty()) {
     entry.help = noun.help;
   }
-  entry.commands.insert(entry.commands.end(), noun.commands.begin(), noun.commands.end());
+  for (const Command& command : noun.commands) {
+    entry.commands.push_back(command);
+    if (command.has_trial &&
+        (command.effect == Effect::kChanges || command.effect == Effect::kDestroys)) {
+      entry.commands.back().arguments.push_back(DryRunFlag());
+    }
+  }
 }
 
 const std::map<std::string, Noun>& Nouns() {
@@ -97,6 +103,10 @@ void Call::Ask(const std::string& question) const {
   if (!options_.yes) {
     if (isatty(STDIN_FILENO) == 0) {
       throw Failure(kUsage, question + " Nobody can answer here: say --yes to do it.");
+    }
+    const std::string forecast = forecast_ ? forecast_() : "";
+    if (!forecast.empty()) {
+      std::cerr << Printable("would change: " + forecast) << "\n";
     }
     std::cerr << Printable(question) << " [y/N] " << std::flush;
     std::string answer;

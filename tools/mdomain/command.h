@@ -6,9 +6,11 @@
 #ifndef TOOLS_MDOMAIN_COMMAND_H
 #define TOOLS_MDOMAIN_COMMAND_H
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/include/nodes.h"
@@ -62,6 +64,11 @@ inline Argument Number(const std::string& name, const std::string& help) {
   return {name, "N", Kind::kNumber, help};
 }
 
+// Every command that changes the domains has it; the table adds it to those that always do.
+inline Argument DryRunFlag() {
+  return Flag("--dry-run", "Show what would change, and change nothing");
+}
+
 // What a command does to the host. A changing command runs under the lock, and only on the machine
 // that publishes. A destructive one must call Call::Confirm, which asks and then takes the lock.
 // kChangesHere writes only files of this machine, made from what was published: it runs under the
@@ -77,6 +84,9 @@ struct Command {
   Effect effect;
   std::vector<Argument> arguments;
   void (*run)(Call&);  // null: a heading for the commands whose words begin with these
+  // Whether --dry-run runs it on copies, and the history has it; not where its effect lies
+  // elsewhere. The table gives it DryRunFlag.
+  bool has_trial = true;
 };
 
 struct Noun {
@@ -116,6 +126,13 @@ class Call {
   int Int(const std::string& name, int fallback) const;
 
   const GlobalOptions& options() const { return options_; }
+  // What the command tells of a dry run besides what would change.
+  void TellOfTrial(const Json::Value& record, const std::vector<Column>& columns) {
+    of_trial_ = record;
+    columns_of_trial_ = columns;
+  }
+  const Json::Value& OfTrial() const { return of_trial_; }
+  const std::vector<Column>& ColumnsOfTrial() const { return columns_of_trial_; }
   Output& out() { return out_; }
 
   // Takes the lock file and holds it until the process ends. Refused where another machine
@@ -128,6 +145,8 @@ class Call {
   void Unlock();
   // Publishes what was changed since Lock, all at once. Why that failed, or the empty string.
   std::string EndPublication();
+  // Gives what a dry run of the same command would change, in a line; for the question.
+  void SetForecast(std::function<std::string()> forecast) { forecast_ = std::move(forecast); }
   // Asks on the terminal unless --yes was given, then takes the lock. Declined: a failure. No
   // terminal and no --yes: wrong usage.
   void Confirm(const std::string& question);
@@ -138,6 +157,9 @@ class Call {
   const GlobalOptions& options_;
   std::map<std::string, std::vector<std::string>> values_;
   Output out_;
+  std::function<std::string()> forecast_;
+  Json::Value of_trial_;
+  std::vector<Column> columns_of_trial_;
   std::unique_ptr<ChangeLock> lock_;
   std::unique_ptr<korvmailserver::PublicationScope> publication_;
 };

@@ -364,7 +364,7 @@ const Register kDomain({
          "Show the primary domain, or make another one primary",
          "",
          Effect::kReads,
-         {Optional("DOMAIN", "Index or any name of the domain that becomes primary")},
+         {Optional("DOMAIN", "Index or any name of the domain that becomes primary"), DryRunFlag()},
          Primary},
     },
 });

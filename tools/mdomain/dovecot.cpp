@@ -12,6 +12,7 @@
 #include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_host.h"
+#include "tools/mdomain/socket_access.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -41,21 +42,29 @@ korvmailserver::DeliverySettings Delivery() {
   return settings.delivery;
 }
 
-// Postfix's names of sockets, as Dovecot names them.
+// Postfix's names of sockets, as Dovecot names them; nothing for one of another host.
 LmtpSocket SocketFor(const std::string& lmtp, const std::string& postfix_folder) {
   const PostfixHost postfix(postfix_folder);
-  const std::string place = lmtp.substr(lmtp.find(':') + 1);
   if (lmtp.rfind("unix:", 0) == 0) {
+    const std::string place = lmtp.substr(lmtp.find(':') + 1);
     const fs::path path = fs::path(postfix.Value("queue_directory")) / place;
     return {path, postfix.Value("mail_owner"), "", ""};
   }
-  const size_t colon = place.rfind(':');
-  return {"", "", colon == std::string::npos ? place : place.substr(0, colon),
-          colon == std::string::npos ? "24" : place.substr(colon + 1)};
+  LmtpSocket here;
+  here.port = kLmtpPort;
+  SplitInetSocket(lmtp, here.host, here.port);
+  bool is_known = false;
+  if (IsHostHere(here.host, is_known)) {
+    return here;
+  }
+  if (!is_known) {
+    throw Failure(kRefused, "the host of lmtp = " + lmtp + " in " +
+                                korvmailserver::HostSettingsPath() + " is not known");
+  }
+  return LmtpSocket();
 }
 
-void RequireDovecot(const std::string& main_file, bool is_lmtp,
-                    const korvmailserver::DeliverySettings& delivery) {
+void RequireDovecot(const std::string& main_file, bool is_lmtp) {
   if (!KLIBCFileExist(kSqliteDriver)) {
     throw Failure(kRefused, "Dovecot cannot read SQLite databases: apt-get install dovecot-sqlite");
   }
@@ -63,12 +72,6 @@ void RequireDovecot(const std::string& main_file, bool is_lmtp,
     throw Failure(kRefused,
                   "Dovecot does not serve LMTP: apt-get install dovecot-lmtpd, or put lmtp into "
                   "its setting protocols");
-  }
-  if (is_lmtp && delivery.lmtp_name != "short") {
-    throw Failure(kRefused,
-                  "Dovecot takes what stands before the first @ for the name: set lmtp_name = "
-                  "short in " +
-                      korvmailserver::HostSettingsPath());
   }
 }
 
@@ -178,14 +181,14 @@ void Configure(Call& call) {
   if (!target.Read()) {
     throw Failure(kFailed, "it cannot be told where mail goes");
   }
-  RequireDovecot(main_file, target.IsLmtp(), delivery);
+  const LmtpSocket lmtp =
+      target.IsLmtp() ? SocketFor(delivery.lmtp, call.Text("--postfix")) : LmtpSocket();
+  RequireDovecot(main_file, lmtp.IsHere());
   if (call.Has("--apply")) {
     RequireRegistry();
   }
-  const LmtpSocket lmtp =
-      target.IsLmtp() ? SocketFor(delivery.lmtp, call.Text("--postfix")) : LmtpSocket();
   const std::vector<DovecotFile> files = {DovecotQuery(folder, target),
-                                          DovecotSettings(folder, lmtp)};
+                                          DovecotSettings(folder, lmtp, target)};
   if (call.Has("--apply")) {
     Apply(call, main_file, files);
   } else {
@@ -201,7 +204,8 @@ const Register kDovecot({
          "Print or write the files that let users log in by any address",
          "The name of an account and each of its addresses are one login, with the password that "
          "the host's other passdb tells: PAM for accounts of this host, else what is set up for "
-         "the directory. Where mail comes by LMTP, the socket for Postfix is opened. Makes the "
+         "the directory. Where mail comes to this machine by LMTP, the socket for Postfix is "
+         "opened. Makes the "
          "registry of address owners first, which follows every change.",
          Effect::kChangesHere,
          {

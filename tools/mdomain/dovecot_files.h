@@ -13,17 +13,20 @@ struct DovecotFile {
   std::string text;
 };
 
-// Where mail comes in by LMTP; empty where it does not.
+// Where mail comes in by LMTP; empty where it does not, or comes to another host.
 struct LmtpSocket {
   std::string path;  // of a unix socket
   std::string user;  // whose the socket is
   std::string host;  // without a path
   std::string port;
+
+  bool IsHere() const { return !path.empty() || !port.empty(); }
 };
 
 // Names of accounts stay names, an address becomes the name of the account that has it; whose
 // password is right is for what the host asks next to tell.
-DovecotFile DovecotSettings(const std::string& folder, const LmtpSocket& lmtp);
+DovecotFile DovecotSettings(const std::string& folder, const LmtpSocket& lmtp,
+                            const MDOMAIN::UTILS::MailTarget& target);
 DovecotFile DovecotQuery(const std::string& folder, const MDOMAIN::UTILS::MailTarget& target);
 
 // Whether a file is one of these, of any version.

@@ -30,7 +30,7 @@ void MakeFolderOf(const std::string& path) {
   gid_t gid = getegid();
   mailUGidGet(korvmailserver::kServiceAccount, &uid, &gid);
   if (!KLIBCFileExist(folder.c_str()) && KORVFSMkdirP(folder.c_str(), uid, gid, 0755) < 0) {
-    throw Failure(kFailed, "cannot make " + folder + ": " + std::strerror(errno));
+    throw CannotLock(kFailed, "cannot make " + folder + ": " + std::strerror(errno));
   }
   std::string why;
   if (!korvmailserver::IsSafeFolder(folder, why)) {
@@ -89,7 +89,7 @@ ChangeLock::ChangeLock(int timeout_seconds, bool quiet) {
   MakeFolderOf(path);
   fd_ = OpenLockFile(path);
   if (fd_ < 0) {
-    throw Failure(kFailed, "cannot open " + path + ": " + std::strerror(errno));
+    throw CannotLock(kFailed, "cannot open " + path + ": " + std::strerror(errno));
   }
   RequireOwnFile(fd_, path);
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout_seconds);

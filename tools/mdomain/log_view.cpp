@@ -208,12 +208,12 @@ void HeldLog::Show(const std::string& said) const {
   }
 }
 
-Progress::Progress(bool wanted) {
+Progress::Progress(bool wanted, const char* first) {
   if (!wanted || isatty(STDERR_FILENO) == 0) {
     return;
   }
   MDOMAIN::BASE::ListenToProgress(ShowCounts);
-  Status("reading users ...");
+  Status(std::string(first) + " ...");
   const auto shown = korvmailserver::SetMailLogSink(nullptr);
   korvmailserver::SetMailLogSink([shown](int level, const std::string& line) {
     const bool kept = shown && shown(level, line);

@@ -35,11 +35,11 @@ class HeldLog {
   void Show(const std::string& said = "") const;
 };
 
-// While one lives, a terminal on standard error shows how far a refresh is. Elsewhere, and when it
-// is not `wanted`, it is silent.
+// While one lives, a terminal on standard error shows how far a refresh or another pass over many
+// items is, `first` what it does. Elsewhere, and when it is not `wanted`, it is silent.
 class Progress {
  public:
-  explicit Progress(bool wanted);
+  explicit Progress(bool wanted, const char* first = "reading users");
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;

@@ -3,8 +3,6 @@
 // alias is known by its skeleton as written and by that of its small letters.
 #include "tools/mdomain/look_alike.h"
 
-#include <unicode/uspoof.h>
-
 #include <algorithm>
 #include <iostream>
 #include <set>
@@ -12,6 +10,7 @@
 #include "lib-domain/db/look_up.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/alias_walk.h"
+#include "tools/mdomain/icu_library.h"
 #include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
@@ -24,6 +23,10 @@ using korvmailserver::ToLowerAscii;
 
 // The text itself when ICU cannot answer: then only equal texts are alike.
 std::string Skeleton(const std::string& text) {
+  std::string why;
+  if (!icu_library.Load(why)) {
+    return text;
+  }
   UErrorCode error = U_ZERO_ERROR;
   static USpoofChecker* const checker = uspoof_open(&error);  // for the life of the process
   std::string skeleton(text.size() * 8 + 64, '\0');

@@ -9,9 +9,11 @@
 #include "lib-domain/base/error_code.h"
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/dry_run.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/parser.h"
+#include "tools/mdomain/recorder.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -38,17 +40,19 @@ void RequireRootInForce() {
 
 // Runs the command, publishes what it changed, then prints. A change that was made and did not
 // reach the other machines is no failure: it is done here.
-void Finish(Call& call, const Command& command) {
+void Finish(Call& call, const Command& command, const Recorder& recorder) {
   try {
     command.run(call);
   } catch (...) {
     const std::string why = call.EndPublication();
+    recorder.Record();
     if (!why.empty()) {
       std::cerr << "mdomain: warning: " << Printable("not published: " + why) << "\n";
     }
     throw;
   }
   const std::string why = call.EndPublication();
+  recorder.Record();
   call.out().Flush();
   ShowErrors();
   if (!why.empty()) {
@@ -56,36 +60,16 @@ void Finish(Call& call, const Command& command) {
   }
 }
 
-void Run(const Parsed& parsed) {
-  if (!parsed.options.root.empty()) {
-    const std::string root = std::filesystem::absolute(parsed.options.root);
-    setenv("MDOMAIN_ROOT", root.c_str(), 1);
-    RequireRootInForce();
-  }
-  ShowLog(parsed.options.verbose);
-  RequireHostSettings();
-  Call call(parsed.options, parsed.values);
-  if (parsed.command->effect == Effect::kChanges && !call.Has("--dry-run")) {
-    call.Lock();
-  } else if (parsed.command->effect == Effect::kChangesHere) {
-    call.LockHere();
-  }
-  Finish(call, *parsed.command);
-}
-
 int Tell(Status status, const std::string& message) {
   std::cerr << "mdomain: " << Printable(status == kFailed ? WithCause(message) : message) << "\n";
   return status;
 }
 
-int Main(int argc, const char* const* argv) {
+// The exit status of the work, with the message of what ended it.
+template <typename Work>
+int Guarded(const Work& work) {
   try {
-    const Parsed parsed = Parse(argc, argv);
-    if (parsed.command == nullptr) {
-      return parsed.status;
-    }
-    Run(parsed);
-    return kDone;
+    return work();
   } catch (const Failure& failure) {
     return Tell(failure.status, failure.what());
   } catch (const korvmailserver::LogException& error) {
@@ -95,6 +79,64 @@ int Main(int argc, const char* const* argv) {
   } catch (const std::exception& error) {
     return Tell(kFailed, error.what());
   }
+}
+
+int RunOnCopies(const Parsed& parsed) {
+  return Guarded([&parsed] {
+    PlanPrinter printer;
+    GlobalOptions options = parsed.options;
+    options.yes = true;
+    Call call(options, parsed.values);
+    try {
+      parsed.command->run(call);
+    } catch (const Failure& failure) {
+      if (call.OfTrial().isNull()) {
+        throw;
+      }
+      printer.Print(call);
+      call.out().Flush();
+      throw;
+    }
+    printer.Print(call);
+    call.out().Flush();
+    ShowErrors();
+    return kDone;
+  });
+}
+
+void SetRoot(const GlobalOptions& options) {
+  if (!options.root.empty()) {
+    const std::string root = std::filesystem::absolute(options.root);
+    setenv("MDOMAIN_ROOT", root.c_str(), 1);
+    RequireRootInForce();
+  }
+}
+
+int Run(const Parsed& parsed) {
+  SetRoot(parsed.options);
+  ShowLog(parsed.options.verbose);
+  RequireHostSettings();
+  if (IsDryRun(parsed)) {
+    return DryRun(parsed, RunOnCopies);
+  }
+  // Before a database is opened, and until everything else has ended.
+  const Recorder recorder(parsed);
+  Call call(parsed.options, parsed.values);
+  call.SetForecast([&parsed] { return Forecast(parsed); });
+  if (parsed.command->effect == Effect::kChanges) {
+    call.Lock();
+  } else if (parsed.command->effect == Effect::kChangesHere) {
+    call.LockHere();
+  }
+  Finish(call, *parsed.command, recorder);
+  return kDone;
+}
+
+int Main(int argc, const char* const* argv) {
+  return Guarded([&]() -> int {
+    const Parsed parsed = Parse(argc, argv);
+    return parsed.command == nullptr ? parsed.status : Run(parsed);
+  });
 }
 
 }  // namespace

@@ -16,7 +16,8 @@ const Register kNode({
          "the store lacks.",
          Effect::kDestroys,
          {},
-         ManageHere},
+         ManageHere,
+         false},
         {"join",
          "Let this machine pull what another one publishes",
          "Its own files are copied to a folder kept-TIME beside them first. Refused where it has "
@@ -76,7 +77,8 @@ const Register kNode({
          Effect::kDestroys,
          {Flag("--keep", "Publish what this machine has, and do not pull"),
           Flag("--discard", "Also where something is lost with that")},
-         TakeOver},
+         TakeOver,
+         false},
     },
 });
 

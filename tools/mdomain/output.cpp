@@ -199,19 +199,28 @@ void Output::Flush() {
   text_.Clear();
 }
 
-Listing::Listing(Output& out, std::vector<Column> columns)
-    : out_(out), columns_(std::move(columns)), widths_(columns_.size()) {}
+Listing::Listing(Output& out, std::vector<Column> columns, bool of_members)
+    : out_(out), columns_(std::move(columns)), of_members_(of_members), widths_(columns_.size()) {}
+
+void Listing::AddMember(const std::string& name, const Json::Value& value) {
+  _AddElement(JsonScalar(name) + ": ", value);
+}
+
+// `name` as it stands before the value.
+void Listing::_AddElement(const std::string& name, const Json::Value& value) {
+  std::string text = records_++ == 0 ? (of_members_ ? "{" : "[") : ",";
+  text += "\n  " + name;
+  AppendJson(value, "  ", text);
+  out_.text_.Append(text);
+}
 
 void Listing::Add(const Json::Value& record) {
-  const bool is_first = records_++ == 0;
   if (out_.json_) {
-    std::string text = is_first ? "[\n  " : ",\n  ";
-    AppendJson(record, "  ", text);
-    out_.text_.Append(text);
+    _AddElement("", record);
     return;
   }
   std::vector<std::string> cells;
-  if (is_first) {
+  if (records_++ == 0) {
     for (const Column& column : columns_) {
       cells.push_back(column.title);
     }
@@ -226,7 +235,8 @@ void Listing::Add(const Json::Value& record) {
 
 void Listing::End() {
   if (out_.json_) {
-    out_.text_.Append(records_ == 0 ? "[]\n" : "\n]\n");
+    const std::string end = of_members_ ? "}\n" : "]\n";
+    out_.text_.Append(records_ == 0 ? (of_members_ ? "{" : "[") + end : "\n" + end);
     return;
   }
   lines_.ForEachLine([this](std::string_view line) {

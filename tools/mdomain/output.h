@@ -40,6 +40,8 @@ class Output {
   void Raw(const std::string& bytes) { text_.Append(bytes); }
 
   bool json() const { return json_; }
+  // Drops what was collected.
+  void Clear() { text_.Clear(); }
   // Writes what was collected. Throws a Failure when not all of it can be written.
   void Flush();
 
@@ -55,18 +57,23 @@ class Output {
 // Output::List, record by record, for a listing of any length.
 class Listing {
  public:
-  // `out` must outlive it and get nothing else before End.
-  Listing(Output& out, std::vector<Column> columns);
+  // `out` must outlive it and get nothing else before End. With --json an array, or of_members one
+  // object.
+  Listing(Output& out, std::vector<Column> columns, bool of_members = false);
   // A record, or with --json any value.
   void Add(const Json::Value& record);
+  // A member of the object.
+  void AddMember(const std::string& name, const Json::Value& value);
   // Ends the array, or lays out the table. Without it, only a table leaves nothing behind.
   void End();
 
  private:
+  void _AddElement(const std::string& name, const Json::Value& value);
   void _AddLine(const std::vector<std::string>& cells);
 
   Output& out_;
   std::vector<Column> columns_;
+  bool of_members_;
   std::vector<int> widths_;
   Spool lines_;  // of cells, as text
   size_t records_ = 0;

@@ -2,17 +2,18 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <system_error>
 
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
-#include "lib-domain/base/text.h"
 #include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/node_publication.h"
 #include "lib-domain/sync/owner_registry.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/alias.h"
 #include "platform/include/files.h"
+#include "platform/include/postfix_map.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
@@ -61,39 +62,45 @@ void RequireRegistry() {
   }
 }
 
-// Of all domains.
-std::vector<::Alias::Entry> Entries() {
+// Of all domains, by name as Postfix compares it.
+std::multimap<std::string, ::Alias::Entry> Entries() {
   ::Alias table(MDOMAIN::PATHS::AliasDb());
   if (table.load() < 0) {
     throw Failure(kFailed, "the addresses with several members could not be read");
   }
-  return table.list();
+  std::multimap<std::string, ::Alias::Entry> entries;
+  for (const ::Alias::Entry& entry : table.list()) {
+    entries.emplace(korvmailserver::FoldMapKey(entry.name), entry);
+  }
+  return entries;
 }
 
-// Of an address that goes to several; none of any other.
-Json::Value MembersOf(const std::string& address) {
+// Adds the entry and its members where the address goes to several, whatever the registry says: an
+// entry comes before an alias of its name.
+void AddEntry(const std::string& address, Json::Value& record) {
   const size_t at = address.find('@');
   const std::string name = address.substr(at + 1);
-  Json::Value members(Json::arrayValue);
   // Once for all addresses.
   static const Domains domains;
-  static const std::vector<::Alias::Entry> entries = Entries();
-  for (const KnownDomain& domain : domains.all()) {
-    const bool is_of_domain =
-        SameDomainName(domain.name, name) ||
-        std::any_of(domain.additional_names.begin(), domain.additional_names.end(),
-                    [&name](const std::string& further) { return SameDomainName(further, name); });
-    for (const ::Alias::Entry& entry : entries) {
-      if (!is_of_domain || entry.domain_id != domain.idx ||
-          !MDOMAIN::BASE::EqualsIgnoreCase(entry.name, address.substr(0, at))) {
+  static const std::multimap<std::string, ::Alias::Entry> entries = Entries();
+  const auto [begin, end] = entries.equal_range(korvmailserver::FoldMapKey(address.substr(0, at)));
+  for (auto found = begin; found != end; ++found) {
+    const ::Alias::Entry& entry = found->second;
+    for (const KnownDomain& domain : domains.all()) {
+      const bool is_of_domain =
+          SameDomainName(domain.name, name) ||
+          std::any_of(
+              domain.additional_names.begin(), domain.additional_names.end(),
+              [&name](const std::string& further) { return SameDomainName(further, name); });
+      if (!is_of_domain || entry.domain_id != domain.idx) {
         continue;
       }
+      record["entry"] = entry.name + "@" + domain.name;
       for (const ::Alias::Member& member : entry.members) {
-        members.append(member.name);
+        record["members"].append(member.name);
       }
     }
   }
-  return members;
 }
 
 void Lookup(Call& call) {
@@ -108,9 +115,12 @@ void Lookup(Call& call) {
       status = kRefused;
     } else if (!registry.GetOwner(address, owner)) {
       throw Failure(kFailed, "the owner registry could not be read");
-    } else if (owner.empty()) {
-      record["members"] = MembersOf(address);
-      status = record["members"].empty() && status == kDone ? kNotFound : status;
+    } else {
+      record["entry"] = "";
+      record["members"] = Json::Value(Json::arrayValue);
+      AddEntry(address, record);
+      const bool has_somebody = !owner.empty() || !record["members"].empty();
+      status = !has_somebody && status == kDone ? kNotFound : status;
     }
     record["address"] = address;
     record["owner"] = owner;
@@ -119,6 +129,7 @@ void Lookup(Call& call) {
   std::vector<Column> columns = {{"address", "ADDRESS"}, {"owner", "OWNER"}};
   if (std::any_of(records.begin(), records.end(),
                   [](const Json::Value& record) { return !record["members"].empty(); })) {
+    columns.push_back({"entry", "ENTRY"});
     columns.push_back({"members", "MEMBERS"});
   }
   call.out().List(records, columns);
@@ -223,7 +234,10 @@ const Register kOwner({
     {
         {"lookup",
          "Show whose addresses these are",
-         "Answers from the registry, not from the domain database. Ends with 4 when an address has "
+         "Answers from the registry, not from the domain database, and names the address with "
+         "several "
+         "members that comes before the owner of an alias of that name. Ends with 4 when an "
+         "address has "
          "no owner, with 3 when a text is not an address; the others are answered all the same.",
          Effect::kReads,
          {Many("ADDRESS", "An address, or - to read one per line from standard input")},
@@ -235,7 +249,8 @@ const Register kOwner({
          Effect::kChanges,
          {One("ADDRESS", "The address; its domain must exist"),
           One("USER", "Name or uid of the owner")},
-         Add},
+         Add,
+         false},
         {"build",
          "Make the registry what the domain database says",
          "From then on it follows every change. Readers see the old or the new registry, whole. "
@@ -243,7 +258,8 @@ const Register kOwner({
          "Entries that others added go.",
          Effect::kChanges,
          {},
-         Build},
+         Build,
+         false},
         {"check",
          "List entries that the domain database no longer has",
          "Ends with 1 when there are any.",

@@ -13,6 +13,8 @@ namespace mdomain {
 struct Parsed {
   GlobalOptions options;
   const Command* command = nullptr;  // null: nothing to run, end with `status`
+  std::string words;                 // the command's own: "user add"
+  std::vector<std::string> typed;    // everything, without the root and what answers questions
   std::map<std::string, std::vector<std::string>> values;
   int status = kDone;
 };

@@ -6,12 +6,69 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/postfix_maps.h"
+#include "platform/include/files.h"
 #include "tools/mdomain/node_standing.h"
+#include "tools/mdomain/postfix_host.h"
 
 namespace mdomain {
 namespace {
 
+// Whether this machine pulls the domains, else it manages them.
+bool IsMember() {
+  korvmailserver::NodeStanding standing;
+  if (!korvmailserver::ReadNodeStanding(standing)) {
+    throw Failure(kFailed, "it cannot be told whether this machine manages the domains");
+  }
+  const bool is_member = standing.role == korvmailserver::NodeRole::kMember;
+  if (!is_member) {
+    RequireManager();
+  }
+  return is_member;
+}
+
+// A map that main.cf names and that is missing stops all mail.
+void RequireUnused(const Call& call, const std::string& map) {
+  const bool is_told = call.Has("--config");
+  if (!is_told && (getenv("MDOMAIN_ROOT") != nullptr || !KLIBCFileExist("/usr/sbin/postconf"))) {
+    return;
+  }
+  const PostfixHost host(is_told ? call.Text("--config") : "");
+  const std::vector<std::string> names = host.ListNaming(map);
+  if (!names.empty()) {
+    throw Failure(kRefused, host.MainCf() + " names lmdb:" + map + " in " + names.front() +
+                                ": take it out and reload Postfix first");
+  }
+}
+
+// First what makes them follow: what a killed run leaves is files that the next one removes.
+void Remove(Call& call) {
+  const std::string maps[] = {MDOMAIN::PATHS::PostfixDomains(), MDOMAIN::PATHS::PostfixAddresses()};
+  for (const std::string& map : maps) {
+    RequireUnused(call, map);
+  }
+  if (!IsMember() && !MDOMAIN::UTILS::ForgetPostfixMaps()) {
+    throw Failure(kFailed, "the maps for Postfix still follow every change");
+  }
+  Json::Value record;
+  record["removed"] = Json::Value(Json::arrayValue);
+  for (const std::string& map : maps) {
+    const std::string file = korvmailserver::PostfixMap(map).File();
+    if (!KLIBCFileExist(file.c_str())) {
+      continue;
+    }
+    if (postara::sdk::Unlink(file) < 0) {
+      throw Failure(kFailed, file + " could not be removed");
+    }
+    record["removed"].append(file);
+  }
+  call.out().Done(record, "there are no maps for Postfix any more");
+}
+
 void Maps(Call& call) {
+  if (call.Has("--remove")) {
+    Remove(call);
+    return;
+  }
   MakePostfixMaps();
   Json::Value record;
   record["domains"] = "lmdb:" + MDOMAIN::PATHS::PostfixDomains();
@@ -24,11 +81,15 @@ const Register kPostfix({
     "Postfix, which receives the mail of the domains",
     {
         {"maps",
-         "Make the maps of domains and addresses",
+         "Make the maps of domains and addresses, or remove them",
          "From then on they follow every change by themselves, and on a machine that pulls every "
-         "pull. Postfix sees a change at once, and always a whole map.",
+         "pull. Postfix sees a change at once, and always a whole map. Maps that main.cf names are "
+         "not removed.",
          Effect::kChangesHere,
-         {},
+         {
+             Flag("--remove", "Remove them, and what makes them follow, instead"),
+             PostfixConfigOption(),
+         },
          Maps},
     },
 });
@@ -44,15 +105,7 @@ void RequireOwnConfig(const Call& call) {
 }
 
 void MakePostfixMaps() {
-  korvmailserver::NodeStanding standing;
-  if (!korvmailserver::ReadNodeStanding(standing)) {
-    throw Failure(kFailed, "it cannot be told whether this machine manages the domains");
-  }
-  const bool is_member = standing.role == korvmailserver::NodeRole::kMember;
-  if (!is_member) {
-    RequireManager();
-  }
-  if (is_member ? !MDOMAIN::UTILS::MakePulledPostfixMaps() : !MDOMAIN::UTILS::BuildPostfixMaps()) {
+  if (IsMember() ? !MDOMAIN::UTILS::MakePulledPostfixMaps() : !MDOMAIN::UTILS::BuildPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix could not be made; those of before are in place");
   }
 }

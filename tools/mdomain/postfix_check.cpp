@@ -1,15 +1,21 @@
 // mdomain postfix check: whether the maps and the running server say of each address what the model
 // says.
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <random>
 #include <set>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/progress.h"
+#include "lib-domain/sync/dead_end.h"
+#include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/text.h"
+#include "tools/mdomain/log_view.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_host.h"
+#include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/smtp_probe.h"
 #include "tools/mdomain/text.h"
 
@@ -19,6 +25,8 @@ namespace {
 using korvmailserver::FoldMapKey;
 using korvmailserver::MapEntries;
 using korvmailserver::PostfixMap;
+using MDOMAIN::UTILS::DeadEnd;
+using MDOMAIN::UTILS::MailTarget;
 using MDOMAIN::UTILS::OwnerRegistryContent;
 using MDOMAIN::UTILS::PostfixContent;
 
@@ -29,12 +37,13 @@ struct Answer {
   std::string address;
   std::string model;
   std::string map;
-  std::string server;  // empty: not asked
+  std::string server = "";    // empty: not asked
+  bool is_unoffered = false;  // the server was told not to take this spelling
 };
 
 bool IsDifferent(const Answer& answer) {
-  return answer.model != answer.map ||
-         (!answer.server.empty() && answer.server[0] != (answer.model.empty() ? '5' : '2'));
+  return answer.model != answer.map || (!answer.server.empty() && !answer.is_unoffered &&
+                                        answer.server[0] != (answer.model.empty() ? '5' : '2'));
 }
 
 struct Model {
@@ -99,14 +108,54 @@ std::vector<std::string> ListAddresses(const Model& model) {
   return ascii;
 }
 
+void Warn(const std::string& text) {
+  std::cerr << "mdomain: warning: " << Printable(text) << "\n";
+}
+
 // RFC 5321 wants somebody there for each domain that receives mail.
 void SayWhereNobodyIsPostmaster(const Model& model) {
+  std::map<int, std::vector<std::string>> lacking;
   for (const auto& name : model.owners.domains) {
     const std::string address = "postmaster@" + name.GetDomainName();
     if (ValueIn(model.maps.addresses, address).empty()) {
-      std::cerr << "mdomain: nobody gets the mail for " << Printable(address)
-                << ": give the domain an administrator (mdomain user set ... --role domain_admin), "
-                   "or name an account with mdomain config set postmaster\n";
+      lacking[name.GetDomainIdx()].push_back(address);
+    }
+  }
+  for (const auto& [domain_idx, addresses] : lacking) {
+    Warn("nobody gets the mail for " + FirstOf(addresses) +
+         ": give the domain an administrator (mdomain user set ... --role domain_admin), or name "
+         "an account with mdomain config set postmaster");
+  }
+}
+
+void SayWhatLeadsNowhere() {
+  std::vector<DeadEnd> dead_ends;
+  if (!MDOMAIN::UTILS::ListDeadEnds(dead_ends)) {
+    throw Failure(kFailed, "the addresses could not be read");
+  }
+  for (const DeadEnd& end : dead_ends) {
+    Warn(end.receiver.empty()
+             ? "nobody gets the mail for " + end.address + ": its members are gone"
+             : "mail for " + end.address + " goes to " + end.receiver +
+                   (end.is_loop ? ", which leads back to it" : ", an address that nobody has"));
+  }
+}
+
+// Accounts that share a mailbox, as the servers behind ignore letter case and, by [delivery],
+// domains.
+void SayWhoShares(const Model& model) {
+  MailTarget target;
+  if (!target.Read()) {
+    throw Failure(kFailed, "it cannot be told where mail goes");
+  }
+  std::map<std::string, std::set<std::string>> by_address;
+  for (const auto& part : model.owners.local_parts) {
+    by_address[FoldMapKey(target.AddressOf(part.GetUserName()))].insert(part.GetUserName());
+  }
+  for (const auto& [address, names] : by_address) {
+    if (names.size() > 1 && !address.empty()) {
+      Warn("the mail of " + FirstOf({names.begin(), names.end()}) + " goes to one mailbox, " +
+           address + ": see [delivery] of host.ini, or rename an account");
     }
   }
 }
@@ -133,18 +182,22 @@ std::vector<Answer> AskMaps(const PostfixHost& host, const Model& model,
   for (size_t i = 0; i < addresses.size(); ++i) {
     const auto value = found.find(asked[i]);
     answers.push_back({addresses[i], ValueIn(model.maps.addresses, asked[i]),
-                       value == found.end() ? "" : value->second, ""});
+                       value == found.end() ? "" : value->second});
   }
   return answers;
 }
 
 // Why the server could not be asked, or the empty string.
-std::string AskServer(int port, std::vector<Answer>& answers) {
+std::string AskServer(const PostfixHost& host, int port, std::vector<Answer>& answers) {
+  const bool is_utf8_off = IsUtf8Discarded(host);
   try {
     SmtpProbe probe(port);
     probe.Connect();
+    MDOMAIN::BASE::Progress progress("asking the server for addresses", answers.size());
     for (Answer& answer : answers) {
       answer.server = probe.Ask(answer.address);
+      answer.is_unoffered = is_utf8_off && answer.server == kNoSmtpUtf8;
+      progress.Step();
     }
     return "";
   } catch (const Failure& failure) {
@@ -161,7 +214,7 @@ void AddWrongEntries(const PostfixHost& host, const Model& model, std::vector<An
   }
   for (const auto& [address, value] : entries) {
     if (model.maps.addresses.count(address) == 0) {
-      answers.push_back({address, "", value, ""});
+      answers.push_back({address, "", value});
     }
   }
   std::vector<std::string> names;
@@ -171,7 +224,7 @@ void AddWrongEntries(const PostfixHost& host, const Model& model, std::vector<An
   const auto found = host.LookUp("lmdb:" + MDOMAIN::PATHS::PostfixDomains(), names);
   for (const auto& [name, value] : model.maps.domains) {
     if (found.count(name) == 0) {
-      answers.push_back({"@" + name, value, "", ""});
+      answers.push_back({"@" + name, value, ""});
     }
   }
 }
@@ -213,13 +266,19 @@ void Check(Call& call) {
   const Model model = ReadModel();
   const PostfixHost host(call.Text("--config"));
   const bool is_one = call.Has("ADDRESS");
-  std::vector<Answer> answers =
-      AskMaps(host, model, is_one ? TypedAddress(call, model) : ListAddresses(model));
+  std::vector<Answer> answers;
+  std::string unasked;
+  {
+    const Progress shown(!is_one && !call.out().json(), "asking the maps for addresses");
+    answers = AskMaps(host, model, is_one ? TypedAddress(call, model) : ListAddresses(model));
+    unasked = AskServer(host, port, answers);
+  }
   const size_t asked = answers.size();
-  const std::string unasked = AskServer(port, answers);
   if (!is_one) {
     AddWrongEntries(host, model, answers);
     SayWhereNobodyIsPostmaster(model);
+    SayWhatLeadsNowhere();
+    SayWhoShares(model);
   }
   const size_t different = PrintAnswers(call, answers, !is_one);
   call.out().Flush();
@@ -231,7 +290,13 @@ void Check(Call& call) {
                                " of " + std::to_string(asked) + " addresses");
   }
   if (!is_one && !call.out().json()) {
-    call.out().Texts({"model, map and server agree on " + std::to_string(asked) + " addresses"});
+    const auto unoffered = std::count_if(answers.begin(), answers.end(),
+                                         [](const Answer& answer) { return answer.is_unoffered; });
+    call.out().Texts({"model, map and server agree on " + std::to_string(asked) + " addresses" +
+                      (unoffered == 0 ? ""
+                                      : "; " + std::to_string(unoffered) +
+                                            " of them are beyond ASCII, for which the server "
+                                            "takes no mail")});
   }
 }
 
@@ -244,7 +309,9 @@ const Register kCheck({
          "Asks postmap and, on 127.0.0.1, the server for every address at every name of its "
          "domain, and for one at each name that nobody has, which must be refused. No mail is "
          "sent. Lists those of which they say different things, and ends with 1 when there are "
-         "any. With ADDRESS, shows what is said of it.",
+         "any. With ADDRESS, shows what is said of it. Warns of addresses whose mail nobody gets, "
+         "of "
+         "those that lead to themselves, and of accounts that share a mailbox.",
          Effect::kReads,
          {
              Optional("ADDRESS", "An address in a domain of this host"),

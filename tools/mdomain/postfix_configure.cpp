@@ -67,14 +67,14 @@ std::string Transports(const PostfixHost& host, const std::string& lmtp) {
   return JoinSetting(parts);
 }
 
-std::string WithMilter(const std::string& value, const std::string& milter) {
+std::string WithPart(const std::string& value, const std::string& added) {
   std::vector<std::string> parts = SplitSetting(value);
   for (const std::string& part : parts) {
-    if (part == milter) {
+    if (part == added) {
       return value;
     }
   }
-  parts.push_back(milter);
+  parts.push_back(added);
   return JoinSetting(parts);
 }
 
@@ -99,7 +99,8 @@ size_t MostReceivers(const PostfixContent& content) {
 }
 
 std::vector<Wanted> ListWanted(const PostfixHost& host, const PostfixContent& content,
-                               const std::string& lmtp, const std::string& milter) {
+                               const std::string& lmtp, bool takes_utf8,
+                               const std::string& milter) {
   const std::string domains = "lmdb:" + MDOMAIN::PATHS::PostfixDomains();
   const std::string addresses = "lmdb:" + MDOMAIN::PATHS::PostfixAddresses();
   std::vector<Wanted> wanted = {
@@ -113,6 +114,13 @@ std::vector<Wanted> ListWanted(const PostfixHost& host, const PostfixContent& co
   if (host.Value("smtputf8_enable") != "yes") {
     wanted.push_back({"smtputf8_enable", "yes", "Addresses beyond ASCII"});
   }
+  // Postfix would take it, and only then find that it cannot be delivered.
+  if (!takes_utf8 && !IsUtf8Discarded(host)) {
+    wanted.push_back({"smtpd_discard_ehlo_keywords",
+                      WithPart(host.Setting("smtpd_discard_ehlo_keywords"), "smtputf8"),
+                      "Mail that the server behind LMTP does not take is refused, and does not "
+                      "bounce"});
+  }
   // Also where Postfix delivers now: another account source or [delivery] must not make mail
   // bounce.
   wanted.push_back({"transport_maps", Transports(host, lmtp),
@@ -124,7 +132,7 @@ std::vector<Wanted> ListWanted(const PostfixHost& host, const PostfixContent& co
   }
   AddBccMaps(host, wanted);
   if (!milter.empty()) {
-    wanted.push_back({"smtpd_milters", WithMilter(host.Setting("smtpd_milters"), milter),
+    wanted.push_back({"smtpd_milters", WithPart(host.Setting("smtpd_milters"), milter),
                       "The filter that appends disclaimers"});
   }
   return wanted;
@@ -246,15 +254,17 @@ void Configure(Call& call) {
     throw Failure(kFailed, "the addresses could not be read");
   }
   const std::string& lmtp = settings.delivery.lmtp;
+  const bool takes_utf8 = TakesUtf8(host, target, lmtp);
   const bool has_milter = !milter.empty() || !host.Value("smtpd_milters").empty();
   const std::vector<std::string> obstacles = ListObstacles(host, content, target, milter);
-  const std::vector<std::string> cautions = ListCautions(host, content, target, lmtp, has_milter);
+  const std::vector<std::string> cautions =
+      ListCautions(host, content, target, lmtp, takes_utf8, has_milter);
   for (const std::string& caution : cautions) {
     std::cerr << "mdomain: warning: " << Printable(caution) << "\n";
   }
   if (obstacles.empty() || !call.Has("--apply")) {
     MakePostfixMaps();  // a map that main.cf names and that is missing stops all mail
-    const std::vector<Wanted> wanted = ListWanted(host, content, lmtp, milter);
+    const std::vector<Wanted> wanted = ListWanted(host, content, lmtp, takes_utf8, milter);
     call.Has("--apply") ? Apply(call, host, wanted) : Print(call, wanted, obstacles, cautions);
   }
   if (!obstacles.empty()) {

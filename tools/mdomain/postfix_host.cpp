@@ -103,6 +103,16 @@ const std::string& PostfixHost::Value(const std::string& name) const {
   return ValueOf(values_, name);
 }
 
+std::vector<std::string> PostfixHost::ListNaming(const std::string& text) const {
+  std::vector<std::string> names;
+  for (const auto& [name, setting] : in_main_cf_) {
+    if (setting.find(text) != std::string::npos || Value(name).find(text) != std::string::npos) {
+      names.push_back(name);
+    }
+  }
+  return names;
+}
+
 bool PostfixHost::IsChrooted(const std::string& services, const std::string& program) const {
   const auto fields = _ReadSettings({"-F", services});
   const bool is_default = Value("compatibility_level").substr(0, 1) == "0";

@@ -33,6 +33,8 @@ class PostfixHost {
   // With the names of other settings in it replaced by their values.
   const std::string& Value(const std::string& name) const;
   bool IsInMainCf(const std::string& name) const { return in_main_cf_.count(name) != 0; }
+  // The settings in main.cf that name this text, such as a map.
+  std::vector<std::string> ListNaming(const std::string& text) const;
   bool HasMapType(const std::string& type) const { return map_types_.count(type) != 0; }
   std::string MainCf() const { return Value("config_directory") + "/main.cf"; }
   // Whether one of these services ("lmtp/unix", "*/inet") that run a program sees the queue's

@@ -6,6 +6,7 @@
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/text.h"
+#include "tools/mdomain/smtp_probe.h"
 #include "tools/mdomain/socket_access.h"
 #include "tools/mdomain/text.h"
 
@@ -16,10 +17,21 @@ using korvmailserver::FoldMapKey;
 using MDOMAIN::UTILS::MailTarget;
 using MDOMAIN::UTILS::PostfixContent;
 
-// Postfix takes a domain for that of the first of these settings that holds it, and only for those
-// that nothing else holds asks the maps.
-constexpr const char* kOtherDomains[] = {"mydestination", "virtual_mailbox_domains",
-                                         "relay_domains"};
+// Settings that make a domain one of another kind, and what would come of it beside ours.
+struct OtherDomains {
+  const char* setting;
+  const char* reason;
+};
+constexpr OtherDomains kOtherDomains[] = {
+    {"mydestination",
+     "so Postfix would also take mail there for each account of this host and each of its aliases"},
+    {"virtual_mailbox_domains",
+     "so Postfix would warn with each message and take the domain for an alias domain: addresses "
+     "that only virtual_mailbox_maps has would be refused"},
+    {"relay_domains",
+     "so Postfix would warn with each message and take the domain for an alias domain: addresses "
+     "that only the server behind it has would be refused"},
+};
 
 // "proxy:hash:/path", and neither a name nor a file of names.
 bool IsTable(const std::string& part) {
@@ -76,15 +88,30 @@ bool HoldsLocalhost(const PostfixHost& host) {
   });
 }
 
-// Services work in the queue's folder, so relative paths count from there. False with the reason.
+// Services work in the queue's folder, so relative paths count from there.
+std::string RootFor(const PostfixHost& host, bool is_chrooted, const std::string& socket) {
+  const bool is_relative = socket.find(":/") == std::string::npos;
+  return is_chrooted || is_relative ? host.Value("queue_directory") : "";
+}
+
+// False with the reason.
 bool IsReachableFrom(const PostfixHost& host, bool is_chrooted, const std::string& socket,
                      std::string& why) {
-  const bool is_relative = socket.find(":/") == std::string::npos;
-  const std::string root = is_chrooted || is_relative ? host.Value("queue_directory") : "";
-  return IsReachable(socket, root, host.Value("mail_owner"), why);
+  return IsReachable(socket, RootFor(host, is_chrooted, socket), host.Value("mail_owner"), why);
 }
 
 }  // namespace
+
+bool IsUtf8Discarded(const PostfixHost& host) {
+  const std::vector<std::string> keywords = SplitSetting(host.Value("smtpd_discard_ehlo_keywords"));
+  return std::any_of(keywords.begin(), keywords.end(),
+                     [](const std::string& keyword) { return FoldMapKey(keyword) == "smtputf8"; });
+}
+
+bool TakesUtf8(const PostfixHost& host, const MailTarget& target, const std::string& lmtp) {
+  return !target.IsLmtp() || SmtpProbe::OffersUtf8ByLmtp(ConnectToSocket(
+                                 lmtp, RootFor(host, host.IsChrooted("lmtp/unix", "lmtp"), lmtp)));
+}
 
 std::vector<std::string> ListObstacles(const PostfixHost& host, const PostfixContent& content,
                                        const MailTarget& target, const std::string& milter) {
@@ -93,12 +120,12 @@ std::vector<std::string> ListObstacles(const PostfixHost& host, const PostfixCon
     obstacles.emplace_back(
         "this Postfix cannot read maps of type lmdb: apt-get install postfix-lmdb");
   }
-  for (const char* setting : kOtherDomains) {
+  for (const auto& [setting, reason] : kOtherDomains) {
     const std::vector<std::string> held = HeldNames(host, setting, content);
     if (!held.empty()) {
-      obstacles.push_back(std::string(setting) + " holds " + FirstOf(held) +
-                          ", so Postfix would not ask the maps: take what is managed here out of " +
-                          setting + " (" + host.Setting(setting) + ")");
+      obstacles.push_back(std::string(setting) + " holds " + FirstOf(held) + ", " + reason +
+                          ": take what is managed here out of " + setting + " (" +
+                          host.Setting(setting) + ")");
     }
   }
   if (!target.IsLmtp() && !HoldsLocalhost(host)) {
@@ -115,7 +142,7 @@ std::vector<std::string> ListObstacles(const PostfixHost& host, const PostfixCon
 
 std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixContent& content,
                                       const MailTarget& target, const std::string& lmtp,
-                                      bool has_milter) {
+                                      bool takes_utf8, bool has_milter) {
   std::vector<std::string> cautions;
   const std::string origin = FoldMapKey(host.Value("myorigin"));
   if (content.domains.count(origin) != 0 && content.addresses.count("root@" + origin) == 0) {
@@ -130,11 +157,24 @@ std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixCont
   const bool has_utf8 =
       std::any_of(content.addresses.begin(), content.addresses.end(),
                   [](const auto& entry) { return korvmailserver::HasNonAscii(entry.first); });
-  if (target.IsLmtp() && has_utf8) {
+  if (has_utf8 && !takes_utf8) {
     cautions.emplace_back(
-        "mail that is sent with SMTPUTF8, as to an address beyond ASCII, bounces where the server "
-        "behind LMTP does not offer it, as Dovecot 2.3: there, accounts that this host knows can "
-        "be delivered with local instead ([delivery] of host.ini)");
+        "the server behind LMTP does not offer SMTPUTF8, as Dovecot 2.3, so Postfix must not take "
+        "mail that needs it: addresses in domains beyond ASCII are reached as xn--..., those that "
+        "are beyond ASCII before the @ not at all. Accounts that this host knows can be delivered "
+        "with local instead ([delivery] of host.ini)");
+  }
+  const bool has_utf8_names =
+      std::any_of(content.addresses.begin(), content.addresses.end(),
+                  [](const auto& entry) { return korvmailserver::HasNonAscii(entry.second); });
+  if (has_utf8_names && !takes_utf8) {
+    cautions.emplace_back(
+        "the server behind LMTP takes no names of accounts beyond ASCII: their mail bounces");
+  }
+  if (has_utf8 && takes_utf8 && IsUtf8Discarded(host)) {
+    cautions.emplace_back(
+        "smtpd_discard_ehlo_keywords holds smtputf8, without which addresses beyond ASCII get no "
+        "mail in that spelling: take it out");
   }
   std::string is_filter_wanted;
   mailConfGet("mimedefang_enable", is_filter_wanted);

@@ -11,6 +11,12 @@
 
 namespace mdomain {
 
+// Whether Postfix is told not to offer SMTPUTF8, and whether it may: the server behind LMTP, where
+// accounts have one, offers it too. One that cannot be asked does not.
+bool IsUtf8Discarded(const PostfixHost& host);
+bool TakesUtf8(const PostfixHost& host, const MDOMAIN::UTILS::MailTarget& target,
+               const std::string& lmtp);
+
 // A sentence each, with what to do: with these nothing is changed. `milter` is one that is to be
 // added, or empty.
 std::vector<std::string> ListObstacles(const PostfixHost& host,
@@ -22,7 +28,7 @@ std::vector<std::string> ListObstacles(const PostfixHost& host,
 std::vector<std::string> ListCautions(const PostfixHost& host,
                                       const MDOMAIN::UTILS::PostfixContent& content,
                                       const MDOMAIN::UTILS::MailTarget& target,
-                                      const std::string& lmtp, bool has_milter);
+                                      const std::string& lmtp, bool takes_utf8, bool has_milter);
 
 }  // namespace mdomain
 

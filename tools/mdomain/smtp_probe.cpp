@@ -58,6 +58,13 @@ void SmtpProbe::Connect() {
   }
 }
 
+bool SmtpProbe::OffersUtf8ByLmtp(int fd) {
+  SmtpProbe probe(0);
+  probe.fd_ = fd;
+  return fd >= 0 && IsTaken(probe._ReadReply()) && IsTaken(probe._Command("LHLO localhost")) &&
+         probe.has_utf8_;
+}
+
 std::string SmtpProbe::Ask(const std::string& address) {
   for (int attempt = 0; attempt < 2; ++attempt) {
     if (fd_ < 0 || refusals_ >= kMostRefusals || resets_ >= kMostResets) {
@@ -94,7 +101,7 @@ std::string SmtpProbe::_AskOnce(const std::string& address) {
 
 std::string SmtpProbe::_Begin(bool is_utf8) {
   if (is_utf8 && !has_utf8_) {
-    return "501 the server does not offer SMTPUTF8";
+    return kNoSmtpUtf8;
   }
   std::string reply = _Command(is_utf8 ? "MAIL FROM:<> SMTPUTF8" : "MAIL FROM:<>");
   is_begun_ = IsTaken(reply);

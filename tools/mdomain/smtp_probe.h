@@ -6,6 +6,9 @@
 
 namespace mdomain {
 
+// The answer for an address beyond ASCII where the server has none.
+constexpr const char* kNoSmtpUtf8 = "501 the server does not offer SMTPUTF8";
+
 class SmtpProbe {
  public:
   explicit SmtpProbe(int port) : port_(port) {}
@@ -19,6 +22,9 @@ class SmtpProbe {
   // address beyond ASCII is asked with SMTPUTF8. Throws a Failure when the connection is lost
   // twice.
   std::string Ask(const std::string& address);
+
+  // Whether the LMTP server behind a connection, which is closed, offers SMTPUTF8; false for none.
+  static bool OffersUtf8ByLmtp(int fd);
 
  private:
   std::string _AskOnce(const std::string& address);

@@ -23,6 +23,20 @@ namespace fs = std::filesystem;
 
 constexpr int kSeconds = 10;
 
+using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
+
+// Nothing where the name is not known.
+AddressList FindAddresses(const std::string& host, const std::string& port) {
+  addrinfo wanted{};
+  wanted.ai_socktype = SOCK_STREAM;
+  addrinfo* list = nullptr;
+  const char* const service = port.empty() ? nullptr : port.c_str();
+  if (getaddrinfo(host.c_str(), service, &wanted, &list) != 0) {
+    list = nullptr;
+  }
+  return AddressList(list, freeaddrinfo);
+}
+
 struct Rights {
   uid_t uid = 0;
   std::vector<gid_t> gids;
@@ -74,64 +88,111 @@ bool MayOpen(const fs::path& path, const std::string& user, std::string& why) {
   return true;
 }
 
-bool IsAnswered(const std::string& path, std::string& why) {
+// Waits so long for an answer, or to be taken.
+void SetLimit(int fd, int seconds) {
+  const timeval limit{seconds, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+}
+
+void CloseKeepingErrno(int fd) {
+  const int error = errno;
+  close(fd);
+  errno = error;
+}
+
+int ConnectToPath(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  const bool is_answered =
-      path.size() < sizeof(address.sun_path) && fd >= 0 &&
-      connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-  if (!is_answered) {
-    why = path + ": " + strerror(errno);
+  if (path.size() >= sizeof(address.sun_path)) {
+    errno = ENAMETOOLONG;
+    return -1;
   }
-  close(fd);
-  return is_answered;
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  SetLimit(fd, kSeconds);
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
+    return fd;
+  }
+  CloseKeepingErrno(fd);
+  return -1;
+}
+
+bool IsUnix(const std::string& socket) {
+  return socket.rfind("unix:", 0) == 0;
+}
+
+fs::path PathOf(const std::string& socket, const std::string& root) {
+  const std::string place = socket.substr(socket.find(':') + 1);
+  return fs::path(root.empty() ? place : root + "/" + place).lexically_normal();
 }
 
 }  // namespace
 
+void SplitInetSocket(const std::string& socket, std::string& host, std::string& port) {
+  host = socket.rfind("inet:", 0) == 0 ? socket.substr(socket.find(':') + 1) : socket;
+  const size_t colon = host.rfind(':');
+  const bool has_port = colon != std::string::npos && host.find(']', colon) == std::string::npos;
+  if (has_port) {
+    port = host.substr(colon + 1);
+    host.erase(colon);
+  }
+  if (host.size() > 1 && host.front() == '[' && host.back() == ']') {
+    host = host.substr(1, host.size() - 2);
+  }
+}
+
+// What can be bound is ours.
+bool IsHostHere(const std::string& host, bool& is_known) {
+  const AddressList addresses = FindAddresses(host, "");
+  is_known = addresses != nullptr;
+  bool is_here = false;
+  for (const addrinfo* one = addresses.get(); one != nullptr && !is_here; one = one->ai_next) {
+    const int fd = socket(one->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    is_here = fd >= 0 && bind(fd, one->ai_addr, one->ai_addrlen) == 0;
+    close(fd);
+  }
+  return is_here;
+}
+
 int ConnectTo(const std::string& host, const std::string& port, int seconds) {
-  addrinfo wanted{};
-  wanted.ai_socktype = SOCK_STREAM;
-  addrinfo* list = nullptr;
-  if (getaddrinfo(host.c_str(), port.c_str(), &wanted, &list) != 0) {
+  const AddressList addresses = FindAddresses(host, port);
+  if (addresses == nullptr) {
     errno = EADDRNOTAVAIL;
     return -1;
   }
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addresses(list, freeaddrinfo);
-  const timeval limit{seconds, 0};
-  for (const addrinfo* one = list; one != nullptr; one = one->ai_next) {
+  for (const addrinfo* one = addresses.get(); one != nullptr; one = one->ai_next) {
     const int fd = socket(one->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+    SetLimit(fd, seconds);
     if (connect(fd, one->ai_addr, one->ai_addrlen) == 0) {
       return fd;
     }
-    const int error = errno;
-    close(fd);
-    errno = error;
+    CloseKeepingErrno(fd);
   }
   return -1;
 }
 
+int ConnectToSocket(const std::string& socket, const std::string& root) {
+  if (IsUnix(socket)) {
+    return ConnectToPath(PathOf(socket, root));
+  }
+  std::string host;
+  std::string port = kLmtpPort;
+  SplitInetSocket(socket, host, port);
+  return ConnectTo(host, port, kSeconds);
+}
+
 bool IsReachable(const std::string& socket, const std::string& root, const std::string& user,
                  std::string& why) {
-  const std::string place = socket.substr(socket.find(':') + 1);
-  if (socket.rfind("inet:", 0) == 0) {
-    const size_t colon = place.rfind(':');
-    const int fd = ConnectTo(place.substr(0, colon), place.substr(colon + 1), kSeconds);
-    if (fd < 0) {
-      why = strerror(errno);
-      return false;
-    }
+  const fs::path path = PathOf(socket, root);
+  bool is_reachable = !IsUnix(socket) || MayOpen(path, user, why);
+  if (is_reachable) {
+    const int fd = ConnectToSocket(socket, root);
+    is_reachable = fd >= 0;
+    why = is_reachable ? "" : (IsUnix(socket) ? path.string() + ": " : "") + strerror(errno);
     close(fd);
-    return true;
   }
-  const std::string path = root.empty() ? place : root + "/" + place;
-  const fs::path normal = fs::path(path).lexically_normal();
-  const bool is_reachable = MayOpen(normal, user, why) && IsAnswered(normal, why);
-  if (!is_reachable && !root.empty()) {
+  if (!is_reachable && IsUnix(socket) && !root.empty()) {
     why += " (Postfix sees " + root + " as the root)";
   }
   return is_reachable;

@@ -5,7 +5,6 @@
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/updater.h"
 #include "lib-domain/base/text.h"
-#include "lib-domain/sync/preview.h"
 #include "platform/include/key_store.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_output.h"
@@ -234,15 +233,6 @@ RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit) {
   return updater.GetSummary();
 }
 
-RefreshSummary LookAtRefresh(Call& call, const DeletionLimit& limit) {
-  const Progress progress(!call.Has("--quiet") && !call.out().json());
-  RefreshSummary summary;
-  if (!MDOMAIN::UTILS::PreviewRefresh(limit, summary)) {
-    throw Failure(kFailed, "the refresh would fail: the accounts or the mirror could not be read");
-  }
-  return summary;
-}
-
 // Whether what was found is worth a word where nothing was written.
 bool HasNews(const RefreshSummary& summary) {
   return !summary.users_complete || !summary.groups_complete || !summary.new_users.empty() ||
@@ -256,11 +246,13 @@ void Refresh(Call& call) {
   const bool quiet = call.Has("--quiet") && !call.out().json();
   const DeletionLimit limit = TypedLimit(call);
   const std::string before = quiet ? StoredState() : "";
-  const RefreshSummary summary = dry_run ? LookAtRefresh(call, limit) : RunRefresh(call, limit);
-  if (!quiet || HasNews(summary) || StoredState() != before) {
-    call.out().Record(SummaryJson(summary, dry_run), SummaryColumns(summary, dry_run));
+  const RefreshSummary summary = RunRefresh(call, limit);
+  if (dry_run) {
+    call.TellOfTrial(SummaryJson(summary, true), SummaryColumns(summary, true));
+  } else if (!quiet || HasNews(summary) || StoredState() != before) {
+    call.out().Record(SummaryJson(summary, false), SummaryColumns(summary, false));
+    call.out().Flush();  // before the message, and whole although the command fails
   }
-  call.out().Flush();  // before the message, and whole although the command fails
   RequireNobodySpared(summary, dry_run);
 }
 
@@ -333,8 +325,7 @@ const Register kRefresh({
       "the same user, who keeps addresses and roles; who that is is shown. What could not be added "
       "to a domain is added by the next refresh.",
       Effect::kChanges,
-      {Flag("--dry-run", "Show what would be created and deleted, and change nothing"),
-       Number("--deletion-limit", "Delete at most N users and N groups (500); 0 for any number"),
+      {Number("--deletion-limit", "Delete at most N users and N groups (500); 0 for any number"),
        Number(
            "--deletion-percent",
            "Delete at most N per cent of the users, and of the groups, that were known (10), but "
@@ -356,7 +347,8 @@ const Register kPublish({
       Effect::kChanges,
       {ForceFlag("Publish also a model without domains, which empties what is published; remove "
                  "settings under domain indexes that are those of another model's domains")},
-      Publish}},
+      Publish,
+      false}},
 });
 
 }  // namespace

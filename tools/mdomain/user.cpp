@@ -45,24 +45,21 @@ void Find(Call& call) {
 }
 
 void AllAddresses(Call& call) {
-  std::map<std::string, std::vector<std::string>> emails;
-  if (!DomainUser().GetAllUser2EmailsMap(call.Has("--additional"), emails)) {
-    throw Failure(kFailed, "the addresses could not be read");
-  }
-  Json::Value by_user(Json::objectValue);
-  Json::Value rows(Json::arrayValue);
-  for (const auto& [name, addresses] : emails) {
-    by_user[name] = JsonTexts(addresses);
+  Listing listing(call.out(), {{"name", "NAME"}, {"addresses", "ADDRESSES"}}, true);
+  const auto add = [&](const std::string& name, const std::vector<std::string>& addresses) {
+    if (call.out().json()) {
+      listing.AddMember(name, JsonTexts(addresses));
+      return;
+    }
     Json::Value row;
     row["name"] = name;
-    row["addresses"] = by_user[name];
-    rows.append(row);
+    row["addresses"] = JsonTexts(addresses);
+    listing.Add(row);
+  };
+  if (!DomainUser().ForEachUserEmails(call.Has("--additional"), add)) {
+    throw Failure(kFailed, "the addresses could not be read");
   }
-  if (call.out().json()) {
-    call.out().Record(by_user, {});
-  } else {
-    call.out().List(rows, {{"name", "NAME"}, {"addresses", "ADDRESSES"}});
-  }
+  listing.End();
 }
 
 void Addresses(Call& call) {

@@ -4,6 +4,7 @@
 #include <unordered_set>
 
 #include "lib-domain/api/bcc.h"
+#include "lib-domain/api/bcc/kept_rules.h"
 #include "lib-domain/api/bcc/text.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
@@ -145,6 +146,9 @@ bool ListRules(BCC& bcc, int domain_idx, std::list<BccInfo>& all) {
 
 BccOutcome DeleteUsersBcc(int domain_idx, const std::vector<std::string>& names,
                           const std::vector<std::string>& aliases) {
+  if (HasSurelyNoRules(domain_idx)) {
+    return BccOutcome::kDone;
+  }
   BCC* bcc = BCC::getInstance(domain_idx);
   if (bcc == nullptr) {
     return BccOutcome::kNoInstance;

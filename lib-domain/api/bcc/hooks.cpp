@@ -2,6 +2,7 @@
 //
 // Works on the given domain, whatever domain the process-wide object was made for.
 #include "lib-domain/api/bcc.h"
+#include "lib-domain/api/bcc/kept_rules.h"
 #include "lib-domain/api/bcc/map_text.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -41,6 +42,13 @@ bool ListInKept(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
 
 }  // namespace
 
+bool HasSurelyNoRules(int domain_idx) {
+  std::set<int> domain_idxs;
+  return domain_idx > 0 &&
+         ListInKept([domain_idx](int other) { return other == domain_idx; }, domain_idxs) &&
+         domain_idxs.empty();
+}
+
 bool ListBccDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
   if (ListInKept(is_asked, domain_idxs)) {
     return true;
@@ -57,6 +65,9 @@ bool ListBccDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
 }
 
 BccOutcome DeleteDomainBcc(int domain_idx) {
+  if (HasSurelyNoRules(domain_idx)) {
+    return BccOutcome::kDone;
+  }
   BCC* bcc = BCC::getInstance(domain_idx);
   if (bcc == nullptr) {
     return BccOutcome::kNoInstance;

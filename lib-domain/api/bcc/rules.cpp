@@ -225,8 +225,8 @@ int BCC::deleteBCC(int domain_id, const std::list<std::string>& destinations) {
   return _RunBatch(statements);
 }
 
-int BCC::LoadBCCList(int type, int domain_id, int offset, int limit, const std::string& sort_column,
-                     const std::string& sort_order, std::list<BccInfo>& rules) {
+int BCC::ForEachRule(int type, int domain_id, int offset, int limit, const std::string& sort_column,
+                     const std::string& sort_order, const RuleVisitor& visit) {
   if (!IsSortable(sort_column, sort_order)) {
     LOG_ERROR("queryBCC data fail");
     return -1;
@@ -235,9 +235,14 @@ int BCC::LoadBCCList(int type, int domain_id, int offset, int limit, const std::
   const std::string order = sort_column == "name" ? sort_order : sort_order + ", name asc";
   const std::string statement =
       Format(kList, domain_id, type, sort_column.c_str(), order.c_str(), limit, offset);
+  return _ForEachRow(statement, [&visit](BccInfo&& rule, int) { visit(std::move(rule)); });
+}
+
+int BCC::LoadBCCList(int type, int domain_id, int offset, int limit, const std::string& sort_column,
+                     const std::string& sort_order, std::list<BccInfo>& rules) {
   std::list<BccInfo> found;
-  const auto keep = [&found](BccInfo&& rule, int) { found.push_back(std::move(rule)); };
-  if (_ForEachRow(statement, keep) != 0) {
+  const auto keep = [&found](BccInfo&& rule) { found.push_back(std::move(rule)); };
+  if (ForEachRule(type, domain_id, offset, limit, sort_column, sort_order, keep) != 0) {
     return -1;
   }
   rules.swap(found);

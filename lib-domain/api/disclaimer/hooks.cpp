@@ -21,6 +21,8 @@ namespace MDOMAIN::CONTROL::INTERNAL {
 
 namespace {
 
+using korvmailserver::KeyStoreView;
+
 constexpr off_t kNoTextsSize = 3;  // "[]" and a line end
 
 // An empty list is what a deleted domain leaves, and so is a file without texts.
@@ -76,6 +78,7 @@ bool LogUnlisted() {
 }  // namespace
 
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx) {
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   MimeDefang mimedefang;
   if (mimedefang.LoadSettings() < 0) {
     return DisclaimerOutcome::kLoadFailed;
@@ -130,12 +133,14 @@ bool SettleTexts(int domain_idx) {
 }
 
 bool RemoveUsersFromDisclaimers(int domain_idx, const std::vector<unsigned int>& uids) {
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   MimeDefang mimedefang;
   return mimedefang.LoadSettings() >= 0 && mimedefang.RemoveRulesByUsers(domain_idx, uids) &&
          mimedefang.SaveSettings() >= 0;
 }
 
 bool RemoveGroupsFromDisclaimers(int domain_idx, const std::vector<unsigned int>& gids) {
+  const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   MimeDefang mimedefang;
   return mimedefang.LoadSettings() >= 0 && mimedefang.RemoveRulesByGroups(domain_idx, gids) &&
          mimedefang.SaveSettings() >= 0;

@@ -14,11 +14,14 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/record/domain.h"
 #include "platform/include/files.h"
+#include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/nodes.h"
 
 using namespace MDOMAIN;                 // NOLINT(google-build-using-namespace)
 using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
+
+using korvmailserver::KeyStoreView;
 
 namespace {
 
@@ -94,6 +97,8 @@ int MimeDefang::GetDisclaimerList(int domain_idx, Json::Value& list) {
 
 int MimeDefang::SetDisclaimerList(int domain_idx, const Json::Value& list) {
   const korvmailserver::PublicationScope publication;
+  // Others may change the list while this one waits for them.
+  const KeyStoreView each_read_anew(KeyStoreView::Kind::kCurrent);
   if (!IsArrayOfObjects(list)) {
     LOG_ERROR("Failed to set Config");
     return -1;

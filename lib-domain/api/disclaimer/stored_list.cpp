@@ -14,6 +14,12 @@
 
 namespace MDOMAIN::API::INTERNAL {
 
+namespace {
+
+constexpr const char* kEmptyList = "[]\n";  // what a deleted domain leaves
+
+}  // namespace
+
 std::string DisclaimerListKey(int domain_idx) {
   return kDisclaimerListPrefix + std::to_string(domain_idx);
 }
@@ -59,7 +65,7 @@ bool ListAllDomains(std::vector<RECORD::Domain>& domains) {
 
 bool ParseStoredList(const std::string& text, Json::Value& list) {
   list = Json::Value(Json::arrayValue);
-  return text.empty() || (ParseJson(text, list) && IsArrayOfObjects(list));
+  return text.empty() || text == kEmptyList || (ParseJson(text, list) && IsArrayOfObjects(list));
 }
 
 bool ParseStoredList(int domain_idx, const std::string& text, Json::Value& list) {

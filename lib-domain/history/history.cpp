@@ -1,0 +1,136 @@
+#include "lib-domain/history/history.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <memory>
+#include <sstream>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/history/history_file.h"
+#include "lib-domain/history/kept_changes.h"
+
+namespace MDOMAIN::HISTORY {
+
+namespace {
+
+using korvmailserver::Statement;
+using korvmailserver::Transaction;
+
+constexpr Json::ArrayIndex kSentencesKept = 1000;
+constexpr size_t kMostBytesKept = 16U << 20U;
+constexpr int kUndoable = 50;  // of the newest entries what takes them back is kept
+
+constexpr char kInsert[] =
+    "INSERT INTO entry_table(time, person, command, summary, state, why_kept, plan, changes)"
+    " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)";
+constexpr char kForgetChanges[] =
+    "UPDATE entry_table SET changes = x'', why_kept = 'it is too long ago'"
+    " WHERE id <= (SELECT max(id) FROM entry_table) - ?1 AND length(changes) > 0";
+constexpr char kForget[] =
+    "DELETE FROM entry_table WHERE id <= (SELECT max(id) FROM entry_table) - ?1";
+constexpr char kSelect[] =
+    "SELECT id, time, person, command, summary, state, why_kept FROM entry_table"
+    " ORDER BY id DESC LIMIT ?1";
+constexpr char kSelectOne[] =
+    "SELECT id, time, person, command, summary, state, why_kept, plan FROM entry_table"
+    " WHERE id = ?1";
+
+std::string PlanText(const Plan& plan) {
+  Json::Value kept(Json::arrayValue);
+  for (Json::ArrayIndex i = 0; i < plan.entries.size() && i < kSentencesKept; ++i) {
+    kept.append(plan.entries[i]);
+  }
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, kept);
+}
+
+Json::Value ParsePlan(const std::string& text) {
+  Json::Value plan;
+  std::istringstream stream(text);
+  std::string error;
+  return Json::parseFromStream(Json::CharReaderBuilder(), stream, &plan, &error) && plan.isArray()
+             ? plan
+             : Json::Value(Json::arrayValue);
+}
+
+Entry EntryOf(const Statement& row) {
+  Entry entry;
+  entry.id = row.Int64(0);
+  entry.time = row.Int64(1);
+  entry.person = row.Text(2);
+  entry.command = row.Text(3);
+  entry.summary = row.Text(4);
+  entry.state = row.Text(5);
+  entry.why_kept = row.Text(6);
+  return entry;
+}
+
+bool RunWith(sqlite3* db, const char* sql, int number) {
+  Statement statement(db, sql);
+  return statement.Bind(1, number) && statement.Run();
+}
+
+}  // namespace
+
+bool AddEntry(const Entry& entry, const Changes& changes, const Plan& plan) {
+  std::string why = entry.why_kept;
+  std::string bytes = why.empty() && changes.is_whole ? ToBytes(changes) : "";
+  if (why.empty() && (!changes.is_whole || bytes.size() > kMostBytesKept)) {
+    why = "it changed too much";
+    bytes.clear();
+  }
+  HistoryFile file;
+  if (!file.OpenForWriting()) {
+    return false;
+  }
+  Transaction transaction(file.Get(), Transaction::Kind::kWrite);
+  Statement insert(file.Get(), kInsert);
+  insert.Bind(1, entry.time);
+  insert.Bind(2, entry.person);
+  insert.Bind(3, entry.command);
+  insert.Bind(4, entry.summary);
+  insert.Bind(5, entry.state);
+  insert.Bind(6, why);
+  insert.Bind(7, PlanText(plan));
+  insert.BindBytes(8, bytes);
+  const bool is_added = insert.Run() && RunWith(file.Get(), kForgetChanges, kUndoable) &&
+                        RunWith(file.Get(), kForget, kEntriesKept);
+  return (is_added && transaction.Commit() == SQLITE_OK) || file.Fail();
+}
+
+bool ListEntries(int limit, std::vector<Entry>& entries) {
+  HistoryFile file;
+  if (!file.OpenForReading()) {
+    return false;
+  }
+  if (file.Get() == nullptr) {
+    return true;
+  }
+  Statement select(file.Get(), kSelect);
+  select.Bind(1, limit);
+  return select.ForEachRow([&](const Statement& row) { entries.push_back(EntryOf(row)); }) ||
+         file.Fail();
+}
+
+bool ReadEntry(long long id, bool& found, Entry& entry, Json::Value& plan) {
+  found = false;
+  HistoryFile file;
+  if (!file.OpenForReading()) {
+    return false;
+  }
+  if (file.Get() == nullptr) {
+    return true;
+  }
+  Statement select(file.Get(), kSelectOne);
+  select.Bind(1, id);
+  return select.ForEachRow([&](const Statement& row) {
+    found = true;
+    entry = EntryOf(row);
+    plan = ParsePlan(row.Text(7));
+  }) || file.Fail();
+}
+
+}  // namespace MDOMAIN::HISTORY

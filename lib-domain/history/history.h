@@ -1,0 +1,59 @@
+// What was changed when, by whom and how, and taking the last change back.
+//
+// One database beside the others, "history.db", which its owner alone reads: it holds names, rules
+// and texts of people. Nothing depends on it; it may be removed at any time.
+#ifndef LIB_DOMAIN_HISTORY_HISTORY_H
+#define LIB_DOMAIN_HISTORY_HISTORY_H
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+#include "lib-domain/history/model_changes.h"
+#include "lib-domain/history/plan.h"
+#include "platform/include/export.h"
+
+namespace MDOMAIN::HISTORY {
+
+struct Entry {
+  long long id = 0;    // ascending with time
+  long long time = 0;  // seconds since 1970
+  std::string person;  // account that ran the command, with sudo the one who asked for it
+  std::string command;
+  std::string summary;
+  // "done", "undone", "undoing" (a run that was interrupted); "refresh" and "undo", which are not
+  // taken back themselves.
+  std::string state;
+  std::string why_kept;  // why it cannot be taken back; empty where it may be tried
+};
+
+// A change that may be taken back touched at most so many rows; the rest of it is told, not kept.
+constexpr size_t kMostRowsKept = 20000;
+constexpr int kEntriesKept = 1000;  // older ones go
+
+// Adds an entry with the plan, at most its first thousand sentences, and what takes it back. False
+// with one log line.
+MDOMAIN_EXPORT bool AddEntry(const Entry& entry, const Changes& changes, const Plan& plan);
+
+// The newest entries, newest first. A missing history has none. False with one log line.
+MDOMAIN_EXPORT bool ListEntries(int limit, std::vector<Entry>& entries);
+// An entry's plan; `found` is false where there is none.
+MDOMAIN_EXPORT bool ReadEntry(long long id, bool& found, Entry& entry, Json::Value& plan);
+
+// Why a change cannot be taken back now; empty when it was.
+struct UndoResult {
+  bool is_done = false;
+  Entry entry;
+  // Where not done: one sentence, and what stands against it.
+  std::string reason;
+  std::vector<std::string> obstacles;
+};
+// Takes back the latest change that is "done": rows and files are put back as they were, if all of
+// them are as the change left them; whose addresses changed is announced. The caller publishes.
+// False with one log line when something failed: then the same call goes on with it.
+MDOMAIN_EXPORT bool UndoLast(UndoResult& result);
+
+}  // namespace MDOMAIN::HISTORY
+
+#endif  // LIB_DOMAIN_HISTORY_HISTORY_H

@@ -1,0 +1,69 @@
+#include "lib-domain/history/history_file.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "lib-domain/base/log_line.h"
+#include "lib-domain/base/paths.h"
+#include "platform/include/files.h"
+#include "platform/include/new_file.h"
+
+namespace MDOMAIN::HISTORY {
+
+namespace {
+
+using korvmailserver::Connection;
+
+constexpr int kBusyMilliseconds = 10000;
+constexpr const char* kSchema =
+    "CREATE TABLE entry_table(id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL,"
+    " person TEXT NOT NULL, command TEXT NOT NULL, summary TEXT NOT NULL, state TEXT NOT NULL,"
+    " why_kept TEXT NOT NULL, plan TEXT NOT NULL, changes BLOB NOT NULL)";
+
+}  // namespace
+
+bool HistoryFile::OpenForWriting() {
+  path_ = PATHS::HistoryDb();
+  return (postara::sdk::Exist(path_) || _Make()) && _Open(Connection::Mode::kWrite);
+}
+
+bool HistoryFile::OpenForReading() {
+  path_ = PATHS::HistoryDb();
+  return !postara::sdk::Exist(path_) || _Open(Connection::Mode::kRead);
+}
+
+bool HistoryFile::Fail() const {
+  LOG_ERROR("The history [%s] failed: %s", path_.c_str(), sqlite3_errmsg(connection_.Get()));
+  return false;
+}
+
+bool HistoryFile::_Open(Connection::Mode mode) {
+  if (connection_.Open(path_, mode, kBusyMilliseconds) != SQLITE_OK) {
+    LOG_ERROR("Cannot open the history [%s]: %s", path_.c_str(), connection_.Error().c_str());
+    return false;
+  }
+  return true;
+}
+
+bool HistoryFile::_Make() {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  korvmailserver::NewFile file(path_);
+  Connection fill;
+  const bool is_made =
+      mailUGidGet(korvmailserver::kServiceAccount, &uid, &gid) >= 0 && file.Open() &&
+      fill.Open(file.Beside(), Connection::Mode::kWrite, kBusyMilliseconds) == SQLITE_OK &&
+      fill.Run(kSchema) == SQLITE_OK;
+  fill.Close();
+  // Whoever may not give files away keeps it. Another process may have made it meanwhile.
+  (void)(is_made && file.SetOwner(uid, gid));
+  if (is_made && (file.Create(S_IRUSR | S_IWUSR) || errno == EEXIST)) {
+    return true;
+  }
+  LOG_ERROR("Cannot make the history [%s]: %s", path_.c_str(), std::strerror(errno));
+  return false;
+}
+
+}  // namespace MDOMAIN::HISTORY

@@ -1,0 +1,31 @@
+// The database of the history.
+#ifndef LIB_DOMAIN_HISTORY_HISTORY_FILE_H
+#define LIB_DOMAIN_HISTORY_HISTORY_FILE_H
+
+#include <string>
+
+#include "platform/include/sqlite.h"
+
+namespace MDOMAIN::HISTORY {
+
+class HistoryFile {
+ public:
+  // Makes a missing file, for its owner alone. False with one log line.
+  bool OpenForWriting();
+  // A missing file is success, and Get gives null.
+  bool OpenForReading();
+  sqlite3* Get() const { return connection_.Get(); }
+  // Logs what SQLite said. Always false.
+  bool Fail() const;
+
+ private:
+  bool _Open(korvmailserver::Connection::Mode mode);
+  bool _Make();
+
+  std::string path_;
+  korvmailserver::Connection connection_;
+};
+
+}  // namespace MDOMAIN::HISTORY
+
+#endif  // LIB_DOMAIN_HISTORY_HISTORY_FILE_H

@@ -1,0 +1,53 @@
+// Everything that a change of the domains leaves on this machine, watched while it is made: rows of
+// the model, of the addresses with several members, of the mail settings and the key store, and the
+// files of the domains.
+#ifndef LIB_DOMAIN_HISTORY_MODEL_CHANGES_H
+#define LIB_DOMAIN_HISTORY_MODEL_CHANGES_H
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/include/change_record.h"
+#include "platform/include/export.h"
+
+namespace MDOMAIN::HISTORY {
+
+// A file in one of the folders whose files belong to domains. Empty: there is none.
+struct FileChange {
+  std::string path;  // below the folder of the databases, "disclaimer_content/domain-1"
+  std::string before;
+  std::string after;
+};
+
+struct Changes {
+  std::vector<korvmailserver::TableChange> tables;  // ascending by database and table
+  std::vector<FileChange> files;                    // ascending by path
+  bool is_whole = true;                             // false: more was changed than was kept
+
+  bool IsEmpty() const { return is_whole && tables.empty() && files.empty(); }
+};
+
+// Begin before any database is opened, in the root that is in force then. What the program keeps
+// for itself (logs of changes, notices, marks of unfinished work) and what others write is no
+// change.
+class MDOMAIN_EXPORT ModelChanges {
+ public:
+  // Keeps at most so many rows.
+  explicit ModelChanges(size_t most_rows);
+  ~ModelChanges();
+  ModelChanges(const ModelChanges&) = delete;
+  ModelChanges& operator=(const ModelChanges&) = delete;
+  // What differs now. False with one log line when it cannot be read.
+  bool List(Changes& changes) const;
+
+ private:
+  std::string folder_;
+  std::map<std::string, int> files_;  // descriptors by path: what is replaced can still be read
+  korvmailserver::ChangeRecord record_;
+};
+
+}  // namespace MDOMAIN::HISTORY
+
+#endif  // LIB_DOMAIN_HISTORY_MODEL_CHANGES_H

@@ -1,0 +1,102 @@
+#include "lib-domain/history/names.h"
+
+#include <algorithm>
+
+#include "lib-domain/base/text.h"
+
+namespace MDOMAIN::HISTORY {
+
+namespace {
+
+using korvmailserver::SqlRow;
+using korvmailserver::SqlValue;
+using korvmailserver::Statement;
+using korvmailserver::TableChange;
+
+constexpr char kUserName[] = "SELECT user_name FROM user_table WHERE uid = ?1";
+constexpr char kGroupName[] = "SELECT group_name FROM group_table WHERE gid = ?1";
+constexpr char kDomainName[] = "SELECT domain_name FROM domain_table WHERE domain_idx = ?1";
+constexpr char kOwner[] =
+    "SELECT user_name FROM domain_user_alias_table JOIN user_table USING(uid)"
+    " WHERE domain_idx = ?1 AND account_alias = ?2 COLLATE NOCASE AND NOT is_duplicated LIMIT 1";
+constexpr char kAliases[] =
+    "SELECT count(DISTINCT lower(account_alias)) FROM domain_user_alias_table"
+    " WHERE domain_idx = ?1 AND NOT is_duplicated";
+
+// The latest name that the rows have for each number.
+void TakeNames(const TableChange& table, const char* id, const char* name,
+               std::map<std::string, std::string>& names) {
+  for (const auto& row : table.rows) {
+    const SqlRow& side = row.after.empty() ? row.before : row.after;
+    names[TextOf(table, side, id)] = TextOf(table, side, name);
+  }
+}
+
+}  // namespace
+
+std::string TextOf(const TableChange& table, const SqlRow& row, const std::string& column) {
+  const auto found = std::find(table.columns.begin(), table.columns.end(), column);
+  const auto at = static_cast<size_t>(found - table.columns.begin());
+  if (at >= row.size()) {
+    return "";
+  }
+  const SqlValue& value = row[at];
+  return value.type == SqlValue::Type::kInteger ? std::to_string(value.integer) : value.bytes;
+}
+
+Names::Names(const std::string& model_path, const Changes& changes) : model_(model_path) {
+  for (const TableChange& table : changes.tables) {
+    if (table.table == "user_table") {
+      TakeNames(table, "uid", "user_name", users_);
+    } else if (table.table == "group_table") {
+      TakeNames(table, "gid", "group_name", groups_);
+    } else if (table.table == "domain_table") {
+      TakeNames(table, "domain_idx", "domain_name", domains_);
+    }
+  }
+}
+
+std::string Names::User(const std::string& uid) {
+  return _Name(users_, uid, kUserName, "uid ");
+}
+
+std::string Names::Group(const std::string& gid) {
+  return _Name(groups_, gid, kGroupName, "gid ");
+}
+
+std::string Names::Domain(const std::string& domain_idx) {
+  return _Name(domains_, domain_idx, kDomainName, "domain ");
+}
+
+std::string Names::AliasOwner(const std::string& domain_idx, const std::string& alias) {
+  return _First(kOwner, {domain_idx, alias});
+}
+
+long long Names::CountAliases(const std::string& domain_idx) {
+  const std::string count = _First(kAliases, {domain_idx});
+  return count.empty() ? 0 : std::stoll(count);
+}
+
+std::string Names::_Name(Known& known, const std::string& id, const char* sql, const char* kind) {
+  const auto [entry, is_new] = known.try_emplace(id);
+  if (is_new) {
+    entry->second = _First(sql, {id});
+  }
+  return entry->second.empty() ? kind + id : entry->second;
+}
+
+// Numbers come as text: SQLite compares them as numbers with a column of numbers.
+std::string Names::_First(const char* sql, const std::vector<std::string>& values) {
+  if (model_.Get() == nullptr) {
+    return "";
+  }
+  Statement& statement = compiled_.Get(model_.Get(), sql);
+  for (size_t i = 0; i < values.size(); ++i) {
+    statement.Bind(static_cast<int>(i) + 1, values[i]);
+  }
+  const std::string first = statement.Step() == SQLITE_ROW ? statement.Text(0) : "";
+  statement.Reset();
+  return first;
+}
+
+}  // namespace MDOMAIN::HISTORY

@@ -1,0 +1,151 @@
+#include "lib-domain/history/trial.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
+
+#include "lib-domain/base/paths.h"
+#include "lib-domain/db/address_change.h"
+#include "lib-domain/sync/file_copies.h"
+#include "platform/include/host_settings.h"
+#include "platform/include/root_path.h"
+#include "platform/include/sqlite.h"
+
+namespace MDOMAIN::HISTORY {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kPrefix = "mdomain-trial.";
+
+std::string TemporaryFolder() {
+  std::error_code error;
+  const fs::path folder = fs::temp_directory_path(error);
+  return error ? "/tmp" : folder.string();
+}
+
+// A descriptor that holds the folder until it is closed; -1 when somebody else does.
+int Hold(const std::string& folder) {
+  const int held = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (held >= 0 && flock(held, LOCK_EX | LOCK_NB) != 0) {
+    close(held);
+    return -1;
+  }
+  return held;
+}
+
+bool IsOwn(const fs::path& folder) {
+  struct stat info {};
+  return lstat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid();
+}
+
+void RemoveUnheld(const std::string& below) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(below, error)) {
+    if (entry.path().filename().string().rfind(kPrefix, 0) == 0 && IsOwn(entry.path())) {
+      const int held = Hold(entry.path());
+      if (held >= 0) {
+        fs::remove_all(entry.path(), error);
+        close(held);
+      }
+    }
+  }
+}
+
+// What the root in force has at `path`, seen at the same place of the new root.
+bool Link(const std::string& folder, const std::string& path, std::string& error) {
+  const std::string target = korvmailserver::UnderRoot(path);
+  if (symlink(target.c_str(), (folder + path).c_str()) != 0) {
+    error = folder + path + ": " + std::strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+// What may only be read in its place is written here.
+bool AllowWriting(const std::string& folder, std::string& error) {
+  std::error_code failed;
+  for (const auto& entry : fs::recursive_directory_iterator(folder, failed)) {
+    if (!entry.is_symlink()) {
+      fs::permissions(entry.path(), fs::perms::owner_read | fs::perms::owner_write,
+                      fs::perm_options::add, failed);
+    }
+  }
+  error = failed ? folder + ": " + failed.message() : "";
+  return !failed;
+}
+
+// The registry and the maps are not copied, so nothing keeps them in line.
+bool ForgetFollowers(const std::string& etc, std::string& error) {
+  std::error_code failed;
+  for (const auto& entry : fs::directory_iterator(etc, failed)) {
+    const std::string name = entry.path().filename();
+    constexpr std::string_view kEnd = "_DOMAIN.db";
+    const bool is_model = name.size() > kEnd.size() &&
+                          name.compare(name.size() - kEnd.size(), kEnd.size(), kEnd) == 0;
+    if (is_model && !DB::INTERNAL::ForgetFollowersIn(entry.path())) {
+      error = korvmailserver::LastDatabaseFailure();
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+Trial::~Trial() {
+  if (held_ >= 0) {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+    close(held_);
+  }
+}
+
+bool Trial::Copy(std::string& error) {
+  const std::string below = TemporaryFolder();
+  RemoveUnheld(below);
+  folder_ = below + "/" + kPrefix + "XXXXXX";
+  if (mkdtemp(folder_.data()) == nullptr) {
+    error = folder_ + ": " + std::strerror(errno);
+    return false;
+  }
+  held_ = Hold(folder_);
+  const auto place = [this](const std::string& path) {
+    return folder_ + path.substr(korvmailserver::RootPrefix().size());
+  };
+  const std::string etc = place(PATHS::EtcDir());
+  std::error_code failed;
+  fs::create_directories(etc, failed);
+  fs::create_directories(folder_ + "/var/run", failed);
+  const std::string spool = place(PATHS::DisclaimerBackupDir());
+  fs::create_directories(fs::path(spool).parent_path(), failed);
+  if (failed) {
+    error = folder_ + ": " + failed.message();
+    return false;
+  }
+  const UTILS::INTERNAL::FileOwner owner = {geteuid(), getegid()};
+  const std::string backup = PATHS::DisclaimerBackupDir();
+  return Link(folder_, "/etc", error) &&
+         UTILS::INTERNAL::CopyDatabases(etc, {PATHS::HistoryDb()}, owner, error) &&
+         UTILS::INTERNAL::CopyFolder(PATHS::DisclaimerDir(), etc, owner, error) &&
+         UTILS::INTERNAL::CopyFolder(PATHS::EtcDir() + "dkim.key", etc, owner, error) &&
+         UTILS::INTERNAL::CopyFolder(backup, fs::path(spool).parent_path(), owner, error) &&
+         AllowWriting(folder_ + "/var", error) && ForgetFollowers(etc, error);
+}
+
+void Trial::Enter() {
+  setenv("MDOMAIN_ROOT", folder_.c_str(), 1);
+  korvmailserver::IgnoreSharedStore();
+  close(held_);  // the maker's own holds it
+  held_ = -1;
+}
+
+}  // namespace MDOMAIN::HISTORY

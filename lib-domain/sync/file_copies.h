@@ -1,0 +1,30 @@
+// Copies of what this machine has, file by file, into a folder: of a database its last committed
+// state, also while others write.
+#ifndef LIB_DOMAIN_SYNC_FILE_COPIES_H
+#define LIB_DOMAIN_SYNC_FILE_COPIES_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace MDOMAIN::UTILS::INTERNAL {
+
+struct FileOwner {
+  uid_t uid = 0;
+  gid_t gid = 0;
+};
+
+// True when everything that exists was copied; otherwise `error` names the file and the reason.
+// Modes stay as they are, the owner is the given one.
+
+// The model files, the settings, the alias store and the embedded key store, and `further` ones.
+bool CopyDatabases(const std::string& folder, const std::vector<std::string>& further,
+                   const FileOwner& owner, std::string& error);
+// A folder beside the databases, and the files in it, under its name.
+bool CopyFolder(const std::string& from, const std::string& folder, const FileOwner& owner,
+                std::string& error);
+
+}  // namespace MDOMAIN::UTILS::INTERNAL
+
+#endif  // LIB_DOMAIN_SYNC_FILE_COPIES_H

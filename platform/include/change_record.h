@@ -1,0 +1,97 @@
+// What a process changes in its databases, row by row: for a plan of a change, and to take one
+// back.
+//
+// For the sources of this project only; it is not installed.
+#ifndef PLATFORM_CHANGE_RECORD_H
+#define PLATFORM_CHANGE_RECORD_H
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/include/export.h"
+
+struct sqlite3;
+
+namespace korvmailserver {
+
+// A value as SQLite has it.
+struct SqlValue {
+  enum class Type { kNull, kInteger, kReal, kText, kBlob };
+
+  Type type = Type::kNull;
+  long long integer = 0;
+  double real = 0;
+  std::string bytes;  // of a text or a blob
+
+  bool operator==(const SqlValue& other) const {
+    return type == other.type && integer == other.integer && real == other.real &&
+           bytes == other.bytes;
+  }
+};
+using SqlRow = std::vector<SqlValue>;  // without values: there is no such row
+
+struct RowChange {
+  long long rowid = 0;
+  SqlRow before;
+  SqlRow after;
+};
+
+struct TableChange {
+  std::string path;  // of the database, as SQLite knows it: absolute, links resolved
+  std::string table;
+  std::vector<std::string> columns;
+  std::vector<RowChange> rows;  // ascending by rowid; both sides differ
+};
+
+// Watches every connection that this process opens from now on, whichever code opens it, and keeps
+// each row as it was before its first change. What is rolled back, or changed and changed back, is
+// no change. One lives at a time; of one thread.
+class MDOMAIN_EXPORT ChangeRecord {
+ public:
+  using Watches = std::function<bool(const std::string& path, const std::string& table)>;
+
+  // Of the tables for which `watches` is true; attached databases are not watched. Once more than
+  // `most` rows were touched nothing is kept any more.
+  ChangeRecord(Watches watches, size_t most);
+  ~ChangeRecord();
+  ChangeRecord(const ChangeRecord&) = delete;
+  ChangeRecord& operator=(const ChangeRecord&) = delete;
+
+  // Whether everything was kept.
+  bool IsWhole() const { return is_whole_; }
+  // Adds what differs from before, ascending by path and table: what is committed counts. False
+  // with one log line when a file cannot be read.
+  bool List(std::vector<TableChange>& changes) const;
+
+ private:
+  friend struct ChangeRecordHook;
+
+  using Rows = std::map<long long, SqlRow>;  // by rowid, as they were
+  using Table = std::pair<std::string, std::string>;
+
+  Rows* _Watched(const char* path, const char* table);
+  void _Keep(Rows& rows, long long rowid, SqlRow row);
+
+  Watches watches_;
+  size_t room_;
+  bool is_whole_ = true;
+  std::map<Table, std::optional<Rows>> tables_;
+};
+
+enum class RowSide { kBefore, kAfter };
+
+// Brings the rows of tables of one database to one side of the change, in a transaction that the
+// caller opened on `db`, with foreign keys deferred, and rolls back unless all went well. A row
+// that is on neither side is an obstacle: it is told, "TABLE: COLUMN = VALUE, ...", and nothing
+// more is written. SQLite's code of the first failure.
+MDOMAIN_EXPORT int ApplyChanges(sqlite3* db, const std::vector<TableChange>& changes, RowSide side,
+                                std::vector<std::string>& obstacles);
+
+}  // namespace korvmailserver
+
+#endif  // PLATFORM_CHANGE_RECORD_H

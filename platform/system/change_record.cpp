@@ -1,0 +1,344 @@
+// SQLite calls a hook before it changes a row, on connections that have one; the hook gets onto
+// each of them because SQLite calls back for every connection that it opens.
+#define SQLITE_ENABLE_PREUPDATE_HOOK 1
+#include "platform/include/change_record.h"
+
+#include <memory>
+
+#include "platform/include/maillog.h"
+#include "platform/include/sqlite.h"
+
+namespace korvmailserver {
+
+namespace {
+
+constexpr int kBusyMilliseconds = 10000;
+
+ChangeRecord*& Current() {
+  static ChangeRecord* current = nullptr;
+  return current;
+}
+
+SqlValue Value(sqlite3_value* from) {
+  SqlValue value;
+  switch (sqlite3_value_type(from)) {
+    case SQLITE_INTEGER:
+      value.type = SqlValue::Type::kInteger;
+      value.integer = sqlite3_value_int64(from);
+      return value;
+    case SQLITE_FLOAT:
+      value.type = SqlValue::Type::kReal;
+      value.real = sqlite3_value_double(from);
+      return value;
+    case SQLITE_NULL:
+      return value;
+    default:
+      break;
+  }
+  const bool is_text = sqlite3_value_type(from) == SQLITE_TEXT;
+  value.type = is_text ? SqlValue::Type::kText : SqlValue::Type::kBlob;
+  const void* bytes = is_text ? sqlite3_value_text(from) : sqlite3_value_blob(from);
+  if (bytes != nullptr) {
+    value.bytes.assign(static_cast<const char*>(bytes),
+                       static_cast<size_t>(sqlite3_value_bytes(from)));
+  }
+  return value;
+}
+
+int Bind(sqlite3_stmt* statement, int parameter, const SqlValue& value) {
+  switch (value.type) {
+    case SqlValue::Type::kInteger:
+      return sqlite3_bind_int64(statement, parameter, value.integer);
+    case SqlValue::Type::kReal:
+      return sqlite3_bind_double(statement, parameter, value.real);
+    case SqlValue::Type::kText:
+      return sqlite3_bind_text64(statement, parameter, value.bytes.data(), value.bytes.size(),
+                                 SQLITE_TRANSIENT, SQLITE_UTF8);
+    case SqlValue::Type::kBlob:
+      return sqlite3_bind_blob64(statement, parameter, value.bytes.data(), value.bytes.size(),
+                                 SQLITE_TRANSIENT);
+    default:
+      return sqlite3_bind_null(statement, parameter);
+  }
+}
+
+// A statement of texts made here; its own failures are told by its result.
+class Prepared {
+ public:
+  Prepared(sqlite3* db, const std::string& sql) {
+    result_ = sqlite3_prepare_v2(db, sql.c_str(), -1, &statement_, nullptr);
+  }
+  ~Prepared() { sqlite3_finalize(statement_); }
+  Prepared(const Prepared&) = delete;
+  Prepared& operator=(const Prepared&) = delete;
+
+  void Bind(int parameter, const SqlValue& value) {
+    _Keep(korvmailserver::Bind(statement_, parameter, value));
+  }
+  void Bind(int parameter, long long number) {
+    _Keep(sqlite3_bind_int64(statement_, parameter, number));
+  }
+  int Step() { return result_ == SQLITE_OK ? sqlite3_step(statement_) : result_; }
+  void Reset() { sqlite3_reset(statement_); }
+  sqlite3_stmt* Get() const { return statement_; }
+
+ private:
+  void _Keep(int result) { result_ = result_ == SQLITE_OK ? result : result_; }
+
+  sqlite3_stmt* statement_ = nullptr;
+  int result_;
+};
+
+// Reads one row by its rowid; none leaves `row` empty. SQLite's code, 0 when it was read.
+class RowReader {
+ public:
+  RowReader(sqlite3* db, const std::string& table)
+      : select_(db, FormatSql("SELECT * FROM \"%w\" WHERE rowid = ?1", table.c_str())) {}
+
+  int Read(long long rowid, SqlRow& row) {
+    row.clear();
+    select_.Bind(1, rowid);
+    const int result = select_.Step();
+    if (result == SQLITE_ROW) {
+      for (int i = 0; i < sqlite3_column_count(select_.Get()); ++i) {
+        row.push_back(Value(sqlite3_column_value(select_.Get(), i)));
+      }
+    }
+    select_.Reset();
+    return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
+  }
+  std::vector<std::string> Columns() const {
+    std::vector<std::string> columns;
+    for (int i = 0; i < sqlite3_column_count(select_.Get()); ++i) {
+      columns.emplace_back(sqlite3_column_name(select_.Get(), i));
+    }
+    return columns;
+  }
+
+ private:
+  Prepared select_;
+};
+
+std::string Shown(const TableChange& change, const SqlRow& row) {
+  std::string text;
+  for (size_t i = 0; i < row.size() && i < change.columns.size(); ++i) {
+    const SqlValue& value = row[i];
+    text += (i == 0 ? "" : ", ") + change.columns[i] + " = " +
+            (value.type == SqlValue::Type::kInteger ? std::to_string(value.integer) : value.bytes);
+  }
+  return change.table + ": " + text;
+}
+
+// "INSERT ..." or "UPDATE ..." with the rowid as first parameter and the values behind it.
+std::string InsertText(const TableChange& change) {
+  std::string columns = "rowid";
+  std::string values = "?1";
+  for (size_t i = 0; i < change.columns.size(); ++i) {
+    columns += FormatSql(", \"%w\"", change.columns[i].c_str());
+    values += ", ?" + std::to_string(i + 2);
+  }
+  return FormatSql("INSERT INTO \"%w\"(", change.table.c_str()) + columns + ") VALUES(" + values +
+         ")";
+}
+std::string UpdateText(const TableChange& change) {
+  std::string sets;
+  for (size_t i = 0; i < change.columns.size(); ++i) {
+    sets += FormatSql("%s\"%w\" = ?%d", i == 0 ? "" : ", ", change.columns[i].c_str(),
+                      static_cast<int>(i) + 2);
+  }
+  return FormatSql("UPDATE \"%w\" SET ", change.table.c_str()) + sets + " WHERE rowid = ?1";
+}
+
+// Brings rows of one table to one side of the change. Rows go first: others may need their keys.
+class RowWriter {
+ public:
+  RowWriter(sqlite3* db, const TableChange& change, RowSide side)
+      : reader_(db, change.table),
+        insert_(db, InsertText(change)),
+        update_(db, UpdateText(change)),
+        remove_(db, FormatSql("DELETE FROM \"%w\" WHERE rowid = ?1", change.table.c_str())),
+        change_(change),
+        side_(side) {}
+
+  int Remove(std::vector<std::string>& obstacles) {
+    return _ForEach([&](const RowChange& row, const SqlRow& wanted, const SqlRow& present) {
+      if (present == wanted) {
+        return SQLITE_OK;
+      }
+      const SqlRow& expected = side_ == RowSide::kBefore ? row.after : row.before;
+      if (!(present == expected)) {
+        obstacles.push_back(Shown(change_, present.empty() ? expected : present));
+        return SQLITE_OK;
+      }
+      return wanted.empty() ? _Run(remove_, row.rowid, wanted) : SQLITE_OK;
+    });
+  }
+  int Write() {
+    return _ForEach([&](const RowChange& row, const SqlRow& wanted, const SqlRow& present) {
+      if (wanted.empty() || present == wanted) {
+        return SQLITE_OK;
+      }
+      return _Run(present.empty() ? insert_ : update_, row.rowid, wanted);
+    });
+  }
+
+ private:
+  template <typename Use>
+  int _ForEach(const Use& use) {
+    int result = SQLITE_OK;
+    SqlRow present;
+    for (const RowChange& row : change_.rows) {
+      result = reader_.Read(row.rowid, present);
+      result = result == SQLITE_OK
+                   ? use(row, side_ == RowSide::kBefore ? row.before : row.after, present)
+                   : result;
+      if (result != SQLITE_OK) {
+        break;
+      }
+    }
+    return result;
+  }
+  static int _Run(Prepared& statement, long long rowid, const SqlRow& values) {
+    statement.Bind(1, rowid);
+    for (size_t i = 0; i < values.size(); ++i) {
+      statement.Bind(static_cast<int>(i) + 2, values[i]);
+    }
+    const int result = statement.Step();
+    statement.Reset();
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+  }
+
+  RowReader reader_;
+  Prepared insert_;
+  Prepared update_;
+  Prepared remove_;
+  const TableChange& change_;
+  RowSide side_;
+};
+
+}  // namespace
+
+struct ChangeRecordHook {
+  static int OnOpening(sqlite3* db, char** /*error*/, const void* /*api*/) {
+    sqlite3_preupdate_hook(db, OnChange, nullptr);
+    return SQLITE_OK;
+  }
+
+  // SQLite hands over the hook's own state, which is none: a connection may outlive the record.
+  static void OnChange(void* /*none*/, sqlite3* db, int operation, const char* schema,
+                       const char* table, sqlite3_int64 old_rowid, sqlite3_int64 new_rowid) {
+    ChangeRecord* record = Current();
+    const char* path = sqlite3_db_filename(db, "main");
+    if (record == nullptr || !record->is_whole_ || path == nullptr ||
+        sqlite3_stricmp(schema, "main") != 0) {
+      return;
+    }
+    ChangeRecord::Rows* rows = record->_Watched(path, table);
+    if (rows == nullptr) {
+      return;
+    }
+    if (operation != SQLITE_INSERT && rows->count(old_rowid) == 0) {
+      record->_Keep(*rows, old_rowid, OldRow(db));
+    }
+    if (operation != SQLITE_DELETE && record->is_whole_ && rows->count(new_rowid) == 0) {
+      record->_Keep(*rows, new_rowid, SqlRow());
+    }
+  }
+
+  static SqlRow OldRow(sqlite3* db) {
+    SqlRow row;
+    for (int i = 0; i < sqlite3_preupdate_count(db); ++i) {
+      sqlite3_value* value = nullptr;
+      if (sqlite3_preupdate_old(db, i, &value) == SQLITE_OK) {
+        row.push_back(Value(value));
+      }
+    }
+    return row;
+  }
+
+  using Entry = void (*)();
+  // The type that SQLite documents for such a function.
+  static Entry OpeningEntry() { return reinterpret_cast<Entry>(OnOpening); }
+};
+
+ChangeRecord::ChangeRecord(Watches watches, size_t most)
+    : watches_(std::move(watches)), room_(most) {
+  Current() = this;
+  sqlite3_auto_extension(ChangeRecordHook::OpeningEntry());
+}
+
+ChangeRecord::~ChangeRecord() {
+  sqlite3_cancel_auto_extension(ChangeRecordHook::OpeningEntry());
+  Current() = nullptr;
+}
+
+ChangeRecord::Rows* ChangeRecord::_Watched(const char* path, const char* table) {
+  const auto [entry, is_new] = tables_.try_emplace({path, table});
+  if (is_new && watches_(path, table)) {
+    entry->second.emplace();
+  }
+  return entry->second ? &*entry->second : nullptr;
+}
+
+void ChangeRecord::_Keep(Rows& rows, long long rowid, SqlRow row) {
+  if (room_ == 0) {
+    is_whole_ = false;
+    tables_.clear();
+    return;
+  }
+  --room_;
+  rows.emplace(rowid, std::move(row));
+}
+
+bool ChangeRecord::List(std::vector<TableChange>& changes) const {
+  Connection connection;
+  std::string open;
+  for (const auto& [key, rows] : tables_) {
+    const auto& [path, table] = key;
+    if (!rows || rows->empty()) {
+      continue;
+    }
+    int result = SQLITE_OK;
+    if (open != path) {
+      result = connection.Open(path, Connection::Mode::kRead, kBusyMilliseconds);
+      open = path;
+    }
+    TableChange change{path, table, {}, {}};
+    if (result == SQLITE_OK) {
+      RowReader reader(connection.Get(), table);
+      change.columns = reader.Columns();
+      for (auto row = rows->begin(); row != rows->end() && result == SQLITE_OK; ++row) {
+        RowChange found{row->first, row->second, {}};
+        result = reader.Read(row->first, found.after);
+        if (!(found.before == found.after)) {
+          change.rows.push_back(std::move(found));
+        }
+      }
+    }
+    if (result != SQLITE_OK) {
+      maillog(kLogError, "Cannot read what was changed in [%s]: %s", path.c_str(),
+              sqlite3_errstr(result));
+      return false;
+    }
+    if (!change.rows.empty()) {
+      changes.push_back(std::move(change));
+    }
+  }
+  return true;
+}
+
+int ApplyChanges(sqlite3* db, const std::vector<TableChange>& changes, RowSide side,
+                 std::vector<std::string>& obstacles) {
+  std::vector<std::unique_ptr<RowWriter>> writers;
+  int result = SQLITE_OK;
+  for (const TableChange& change : changes) {
+    writers.push_back(std::make_unique<RowWriter>(db, change, side));
+    result = result == SQLITE_OK ? writers.back()->Remove(obstacles) : result;
+  }
+  for (const auto& writer : writers) {
+    result = result == SQLITE_OK && obstacles.empty() ? writer->Write() : result;
+  }
+  return result;
+}
+
+}  // namespace korvmailserver

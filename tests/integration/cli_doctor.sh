@@ -1,0 +1,46 @@
+#!/bin/bash
+# Each thing broken on purpose is found under its name; what can be repaired is, and then all is well.
+. "$(dirname "$0")/lib/driver.bash"
+
+new_root company
+good domain create example.com
+good refresh
+good refresh
+good user set example.com anna --role domain_admin
+remember
+good doctor
+same "a company in order" "$out" "everything is in order"
+unchanged "doctor"
+
+# broken FINDING KIND COMMAND : a copy of the company, broken so.
+broken() {
+  rm -rf "$scratch/broken" && cp -a "$scratch/company" "$scratch/broken"
+  use_root broken
+  (cd "$etc" && eval "$3") || fail "$3"
+  run --json doctor
+  same "status with $1" "$status" "$([ "$2" = error ] && echo 1 || echo 0)"
+  same "what is found after: $3" "$(jq -r '[.[] | .id + " " + .kind] | unique | join(", ")' <<<"$out")" "$1 $2"
+  use_root company
+}
+model='sqlite3 local_DOMAIN.db' keys='sqlite3 keystore.db' settings='sqlite3 mailserver.db'
+while IFS='|' read -r finding kind command; do
+  broken "$finding" "$kind" "$command"
+done <<END
+published|error|$keys "DELETE FROM key_table WHERE name = 'virtual_multiple_domain'"
+settings-of-domains|error|$settings "DELETE FROM multi_domain_enable_table"
+no-address|warning|$model "INSERT INTO domain_user_role_table VALUES(1, 1005, 'normal', 0); DELETE FROM domain_user_alias_table WHERE uid = 1005"
+database|error|$model "PRAGMA foreign_keys = OFF; INSERT INTO primary_domain_table VALUES(9)"
+rights|error|chmod o+w mailserver.db
+postmaster|warning|$model "UPDATE domain_user_role_table SET role = 'normal'"
+copies|warning|mdomain bcc add example.com anna nobody-here@example.com
+accounts|warning|sed -i '/^erik:/d' ../../../../etc/passwd
+leftovers|warning|cp mailserver.db mailserver.db.broken
+timer|warning|touch -d '3 days ago' ../../../run/postara_server/refreshed; sqlite3 history.db 'UPDATE entry_table SET time = 1'
+version|warning|$model 'PRAGMA user_version = 3'
+END
+
+sqlite3 "$etc/mailserver.db" "DELETE FROM multi_domain_enable_table"
+sqlite3 "$etc/keystore.db" "DELETE FROM key_table WHERE name = 'virtual_multiple_domain'"
+good doctor --repair
+matches "what a repair says" "$out" 'everything is in order'
+[ -f "$(echo "$etc"/kept-*/local_DOMAIN.db)" ] || fail "nothing was copied aside"

@@ -1,0 +1,56 @@
+# A fresh Debian 12 below $work, and the packages of trees for it: for scripts that install as its
+# administrator would. They set work, and need root, debootstrap and debhelper. What an earlier run
+# left in $work is used again.
+source_dir=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..") failures=0
+fail() { echo "FAILED: $*"; failures=$((failures + 1)); }
+same() { [ "$2" = "$3" ] || fail "$1: got '$2', want '$3'"; }
+# logged NAME COMMAND... : its output is shown only when it fails, and then ends the script.
+logged() {
+  echo "$1 ..."
+  "${@:2}" >"$work/log" 2>&1 </dev/null || { tail -n 40 "$work/log"; echo "FAILED: $1"; exit 1; }
+}
+
+# tree NAME : what comes from standard input as a tar file becomes WORK/NAME/tree
+tree() { rm -rf "${work:?}/$1" && mkdir -p "$work/$1/tree" && tar -x -C "$work/$1/tree"; }
+# build NAME : packages of the tree in WORK/NAME/tree, beside it
+build() { (cd "$work/$1/tree" && dpkg-buildpackage -us -uc -b -j"$(nproc)"); }
+# Packages of this tree in WORK/new, and the system of which fresh makes copies.
+prepare() {
+  if ! ls "$work"/new/*.changes >/dev/null 2>&1; then
+    git -C "$source_dir" ls-files -z | tar -C "$source_dir" -c --null -T - | tree new
+    logged "building the packages" build new
+  fi
+  [ -e "$work/debian/etc/debian_version" ] ||
+    logged "a fresh Debian 12" debootstrap --variant=minbase bookworm "$work/debian" \
+      "${MIRROR:-http://deb.debian.org/debian}"
+  cp /etc/resolv.conf "$work/debian/etc/"
+  logged "its lists of packages" chroot "$work/debian" apt-get update -q
+  mkdir -p "$work/system" "$work/changes"
+}
+
+unmount() { umount -R "$work/system" "$work/changes" 2>/dev/null || true; }
+# fresh : the system in force is the fresh one, in which services do not start
+fresh() {
+  unmount
+  mount -t tmpfs none "$work/changes" && mkdir "$work"/changes/{up,work}
+  mount -t overlay -o "lowerdir=$work/debian,upperdir=$work/changes/up,workdir=$work/changes/work" \
+    none "$work/system"
+  mount -t proc proc "$work/system/proc"
+  mkdir "$work/system/new"
+  cp "$work"/new/*.deb "$work/system/new/"
+  printf '#!/bin/sh\nexit 101\n' >"$work/system/usr/sbin/policy-rc.d"
+  chmod 755 "$work/system/usr/sbin/policy-rc.d"
+}
+# Whatever would ask has nobody to answer, and fails.
+inside() { env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$work/system" "$@" </dev/null; }
+install() { logged "installing $1" inside apt-get install -q -y --no-install-recommends "${@:2}"; }
+# booted SCRIPT : runs /SCRIPT of the system under a systemd of its own, without a network; what it
+# prints is in $said
+booted() {
+  printf '[Service]\nType=oneshot\nStandardOutput=file:/said\nExecStart=sh /%s\nExecStopPost=systemctl --no-block poweroff\n' \
+    "$1" >"$work/system/etc/systemd/system/script.service"
+  inside systemctl add-wants multi-user.target script.service
+  logged "booting it for $1" timeout 600 systemd-nspawn -q -D "$work/system" -b --private-network \
+    --register=no --keep-unit
+  said=$(cat "$work/system/said")
+}

@@ -1,0 +1,91 @@
+// mdomain doctor: one look at everything that can be wrong, and --repair for what mends itself.
+#include "tools/mdomain/doctor.h"
+
+#include <json/value.h>
+
+#include "lib-domain/api/updater.h"
+#include "lib-domain/sync/kept_files.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+Findings Look() {
+  Findings findings;
+  CheckFiles(findings);
+  CheckReconciled(findings);
+  CheckModel(findings);
+  CheckHost(findings);
+  return findings;
+}
+
+Json::Value FindingJson(const Finding& finding) {
+  Json::Value record;
+  record["id"] = finding.id;
+  record["kind"] = finding.is_error ? "error" : "warning";
+  record["text"] = finding.text;
+  record["cure"] = finding.cure.empty() ? "mdomain doctor --repair" : finding.cure;
+  return record;
+}
+
+// The items of the reconcile step, after copies were set aside.
+void Repair(Call& call) {
+  call.Lock();
+  std::string folder;
+  if (!MDOMAIN::UTILS::KeepFilesAside(folder)) {
+    throw Failure(kFailed, "nothing was repaired: the files could not be copied first");
+  }
+  if (!MDOMAIN::API::Updater().Trigger()) {
+    throw Failure(kFailed,
+                  "not everything could be repaired; the files of before are in " + folder);
+  }
+  const std::string why = call.EndPublication();
+  call.Unlock();
+  if (!why.empty()) {
+    throw Failure(kUnpublished, "repaired here, not published: " + why);
+  }
+  if (!call.out().json()) {
+    call.out().Texts(
+        {"repaired what follows from the model; the files of before are in " + folder});
+  }
+}
+
+void Doctor(Call& call) {
+  if (call.Has("--repair")) {
+    Repair(call);
+  }
+  Json::Value records(Json::arrayValue);
+  size_t errors = 0;
+  for (const Finding& finding : Look()) {
+    errors += finding.is_error ? 1 : 0;
+    records.append(FindingJson(finding));
+  }
+  call.out().List(records,
+                  {{"id", "FINDING"}, {"kind", "KIND"}, {"text", "WHAT"}, {"cure", "CURE"}});
+  if (records.empty() && !call.out().json()) {
+    call.out().Texts({"everything is in order"});
+  }
+  call.out().Flush();
+  if (errors != 0) {
+    throw Failure(kFailed, Counted(errors, "error") + " found");
+  }
+}
+
+const Register kDoctor({
+    "doctor",
+    "Look at everything that can be wrong",
+    {{"",
+      "Look at everything that can be wrong",
+      "Databases, rights, what follows from the model, what is published, users without address, "
+      "rules that reach nobody, role addresses, accounts, programs, the timer. Changes nothing "
+      "without --repair; with it the databases are copied to a folder kept-TIME first, and what "
+      "follows from the model is made as it should be. Ends with 1 when an error is found; "
+      "warnings may be meant so.",
+      Effect::kReads,
+      {Flag("--repair", "Mend what differs from the model, then look again")},
+      Doctor}},
+});
+
+}  // namespace
+}  // namespace mdomain

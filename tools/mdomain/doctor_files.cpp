@@ -1,0 +1,145 @@
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "lib-domain/base/paths.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/db/reader.h"
+#include "lib-domain/db/schema.h"
+#include "platform/include/files.h"
+#include "platform/include/root_path.h"
+#include "tools/mdomain/doctor.h"
+
+namespace mdomain {
+namespace {
+
+using korvmailserver::Statement;
+using MDOMAIN::DB::INTERNAL::Reader;
+
+std::string ModelPath() {
+  std::string path;
+  return MDOMAIN::UTILS::GetUserGroupDomainConfigPath(path) ? path : "";
+}
+
+void CheckDatabase(const std::string& path, Findings& findings) {
+  const auto add = [&](const std::string& text) {
+    findings.push_back({"database", true, path + ": " + text,
+                        "restore the file from a backup (docs: operations)"});
+  };
+  Reader reader(path);
+  if (!reader.Open()) {
+    add("it cannot be opened");
+    return;
+  }
+  if (reader.Get() == nullptr) {
+    return;
+  }
+  const bool is_checked = reader.ForEachRow("PRAGMA integrity_check(5)", [&](const Statement& row) {
+    if (row.Text(0) != "ok") {
+      add("it is damaged: " + row.Text(0));
+    }
+  });
+  if (!is_checked) {
+    add("it cannot be read");
+  }
+  std::string dangling;
+  reader.ForEachRow("PRAGMA foreign_key_check", [&](const Statement& row) {
+    dangling =
+        dangling.empty() ? row.Text(0) + " has rows of a missing row of " + row.Text(2) : dangling;
+  });
+  if (!dangling.empty()) {
+    add(dangling);
+  }
+}
+
+void CheckVersion(const std::string& path, Findings& findings) {
+  constexpr int kVersion = 4;
+  Reader reader(path);
+  if (reader.Open() && reader.Get() != nullptr) {
+    reader.ForEachRow("PRAGMA user_version", [&](const Statement& row) {
+      if (row.Int(0) < kVersion) {
+        findings.push_back({"version", false,
+                            path + ": it has the schema of version " + std::to_string(row.Int(0)) +
+                                ", this program's is " + std::to_string(kVersion),
+                            "the next change upgrades it"});
+      } else if (row.Int(0) > kVersion) {
+        findings.push_back(
+            {"version", true,
+             path + ": a newer program wrote it (version " + std::to_string(row.Int(0)) + ")",
+             "install that program's version again"});
+      }
+    });
+  }
+}
+
+// Nobody but the service account and root may write these files.
+void CheckRights(const std::string& path, Findings& findings) {
+  struct stat info {};
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (lstat(path.c_str(), &info) != 0) {
+    return;
+  }
+  const std::string of_service =
+      "chown " + std::string(korvmailserver::kServiceAccount) + " " + path;
+  if (!S_ISREG(info.st_mode)) {
+    findings.push_back(
+        {"rights", true, path + ": it is no regular file", "put the file in its place"});
+  } else if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    findings.push_back({"rights", true, path + ": others may write to it", "chmod go-w " + path});
+  } else if (korvmailserver::RootPrefix().empty() &&
+             mailUGidGet(korvmailserver::kServiceAccount, &uid, &gid) >= 0 && info.st_uid != uid) {
+    findings.push_back(
+        {"rights", true, path + ": it does not belong to the service account", of_service});
+  }
+}
+
+void CheckFolder(const std::string& folder, Findings& findings) {
+  std::string why;
+  if (!korvmailserver::IsSafeFolder(folder, why)) {
+    findings.push_back(
+        {"rights", true, folder + ": " + why, "give it to the service account alone"});
+  }
+  std::vector<std::string> names;
+  postara::sdk::EnumDirectory(folder, names);
+  size_t kept = 0;
+  for (const std::string& name : names) {
+    kept += name.rfind("kept-", 0) == 0 ? 1 : 0;
+    const bool is_aside = name.find(".broken") != std::string::npos;
+    if (is_aside) {
+      findings.push_back({"leftovers", false,
+                          folder + name + ": a database that was set aside as broken",
+                          "remove it when nothing in it is wanted"});
+    }
+  }
+  constexpr size_t kManyKept = 5;
+  if (kept > kManyKept) {
+    findings.push_back(
+        {"leftovers", false,
+         folder + ": " + std::to_string(kept) + " folders with copies from before (kept-*)",
+         "remove the older ones"});
+  }
+}
+
+}  // namespace
+
+void CheckFiles(Findings& findings) {
+  using namespace MDOMAIN;
+  const std::string model = ModelPath();
+  for (const std::string& path : {model, PATHS::SettingsDb(), PATHS::AliasDb(), PATHS::KeyStoreDb(),
+                                  PATHS::EmailOwnerDb(), PATHS::HistoryDb()}) {
+    if (!path.empty() && postara::sdk::Exist(path)) {
+      CheckDatabase(path, findings);
+      CheckRights(path, findings);
+    }
+  }
+  if (!model.empty()) {
+    CheckVersion(model, findings);
+  }
+  for (const std::string& folder : {PATHS::EtcDir(), PATHS::TargetEtcDir()}) {
+    CheckFolder(folder, findings);
+  }
+}
+
+}  // namespace mdomain

@@ -1,0 +1,103 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "lib-domain/base/paths.h"
+#include "lib-domain/history/history.h"
+#include "platform/include/account.h"
+#include "platform/include/files.h"
+#include "platform/include/mail_conf.h"
+#include "platform/include/nodes.h"
+#include "platform/include/root_path.h"
+#include "tools/mdomain/doctor.h"
+#include "tools/mdomain/dry_run.h"
+
+namespace mdomain {
+namespace {
+
+void RequireProgram(const std::string& path, const std::string& for_what, Findings& findings) {
+  if (access(path.c_str(), X_OK) != 0) {
+    findings.push_back({"programs", true, path + " is not there: " + for_what, "install it"});
+  }
+}
+
+void CheckPrograms(Findings& findings) {
+  std::string type;
+  mailConfGet("account_type", type);
+  if (type == "win") {
+    RequireProgram("/usr/bin/net", "accounts of the Windows domain cannot be read", findings);
+  }
+  std::string enabled;
+  mailConfGet("mimedefang_enable", enabled);
+  if (enabled == "yes") {
+    RequireProgram("/usr/bin/perl", "disclaimers cannot be explained", findings);
+  }
+  if (postara::sdk::Exist(MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json")) {
+    RequireProgram("/usr/sbin/postmap", "maps of blind copies cannot be compiled", findings);
+  }
+}
+
+// When a refresh last found nothing to do, or did something; 0: never, as far as it can be told.
+time_t LastRefresh() {
+  struct stat info {};
+  time_t last = stat(MDOMAIN::PATHS::RefreshNote().c_str(), &info) == 0 ? info.st_mtime : 0;
+  std::vector<MDOMAIN::HISTORY::Entry> entries;
+  MDOMAIN::HISTORY::ListEntries(MDOMAIN::HISTORY::kEntriesKept, entries);
+  for (const auto& entry : entries) {
+    if (entry.state == "refresh") {
+      last = std::max(last, static_cast<time_t>(entry.time));
+    }
+  }
+  return last;
+}
+
+void CheckTimer(Findings& findings) {
+  constexpr time_t kDay = 86400;
+  const time_t last = LastRefresh();
+  if (last == 0 || time(nullptr) - last > kDay) {
+    findings.push_back({"timer", false,
+                        last == 0
+                            ? "no refresh is known to have run since this host was started"
+                            : "the last refresh ran " +
+                                  std::to_string((time(nullptr) - last) / kDay) + " day(s) ago",
+                        "systemctl enable --now mdomain-refresh.timer"});
+  }
+}
+
+void CheckNode(Findings& findings) {
+  korvmailserver::NodeStanding standing;
+  if (!korvmailserver::ReadNodeStanding(standing)) {
+    findings.push_back({"node", true,
+                        "what this machine is among those that share a key store cannot be told",
+                        "mdomain node status"});
+    return;
+  }
+  if (standing.role == korvmailserver::NodeRole::kUndecided) {
+    findings.push_back({"node", true, "nobody has said whether this machine manages the domains",
+                        "mdomain node manage, or mdomain node join"});
+  }
+  if (standing.unpublished_since != 0) {
+    findings.push_back(
+        {"node", true, "a change here has not reached the other machines", "mdomain publish"});
+  }
+}
+
+}  // namespace
+
+void CheckHost(Findings& findings) {
+  const AccountsForecast accounts = ForecastRefresh();
+  if (!accounts.is_told) {
+    findings.push_back({"accounts", true, "the accounts cannot be read: " + accounts.text,
+                        "mdomain account check says more"});
+  } else if (!accounts.text.empty()) {
+    findings.push_back({"accounts", false,
+                        "the accounts are not as the last refresh found them: " + accounts.text,
+                        "mdomain refresh"});
+  }
+  CheckPrograms(findings);
+  CheckTimer(findings);
+  CheckNode(findings);
+}
+
+}  // namespace mdomain

@@ -1,0 +1,163 @@
+#include <json/value.h>
+
+#include <list>
+#include <set>
+
+#include "lib-domain/api/bcc.h"
+#include "lib-domain/api/domain_user.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/db/reader.h"
+#include "lib-domain/db/schema.h"
+#include "lib-domain/db/special_address.h"
+#include "lib-domain/sync/mail_target.h"
+#include "lib-domain/sync/reconcile.h"
+#include "lib-domain/sync/special_address.h"
+#include "platform/include/mail_conf.h"
+#include "tools/mdomain/doctor.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/status.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+using korvmailserver::Statement;
+
+constexpr char kWithoutAddress[] =
+    "SELECT DISTINCT r.domain_idx, u.user_name FROM domain_user_role_table AS r"
+    " JOIN user_table AS u USING(uid)"
+    " WHERE NOT EXISTS (SELECT 1 FROM domain_user_alias_table AS a"
+    " WHERE a.domain_idx = r.domain_idx AND a.uid = r.uid)";
+
+// "settings of domains" gives "settings-of-domains".
+std::string IdOf(std::string name) {
+  for (char& c : name) {
+    c = c == ' ' ? '-' : c;
+  }
+  return name;
+}
+
+void CheckPublished(const Domains& domains, Findings& findings) {
+  std::set<std::string> wanted;
+  for (const KnownDomain& domain : domains.all()) {
+    wanted.insert(std::to_string(domain.idx) + "/" + domain.name);
+  }
+  std::string text;
+  if (mailConfGet("virtual_multiple_domain", text) < 0) {
+    findings.push_back({"key-store", true, "the key store cannot be read", "look at its messages"});
+    return;
+  }
+  std::set<std::string> published;
+  for (size_t begin = 0; begin < text.size();) {
+    const size_t end = std::min(text.find(", ", begin), text.size());
+    published.insert(text.substr(begin, end - begin));
+    begin = end + 2;
+  }
+  if (published != wanted) {
+    findings.push_back({"published", true,
+                        "published are other domains than the model has: " + text,
+                        "mdomain publish"});
+  }
+}
+
+void CheckPostmasters(const Domains& domains, Findings& findings) {
+  MDOMAIN::UTILS::MailTarget target;
+  MDOMAIN::DB::INTERNAL::SpecialAddresses addresses;
+  if (!target.Read() || !MDOMAIN::UTILS::CollectSpecialAddresses(target, addresses)) {
+    findings.push_back(
+        {"postmaster", true, "who is postmaster cannot be told", "look at the messages"});
+    return;
+  }
+  for (const KnownDomain& domain : domains.all()) {
+    const auto found = addresses.find({domain.idx, "postmaster"});
+    std::string owner;
+    MDOMAIN::API::DomainUser().GetAliasUser(domain.idx, "postmaster", owner);
+    if (owner.empty() && (found == addresses.end() || found->second.addresses.empty())) {
+      findings.push_back({"postmaster", false, "nobody gets the mail for postmaster@" + domain.name,
+                          "mdomain user set " + domain.name +
+                              " USER --role domain_admin, or mdomain config set postmaster NAME"});
+    }
+  }
+}
+
+void CheckCopies(const Domains& domains, Findings& findings) {
+  BCC* bcc = BCC::getInstance();
+  std::list<BccInfo> all;
+  if (bcc == nullptr || bcc->getSystemAllBCCList(all) < 0) {
+    findings.push_back(
+        {"copies", true, "the rules of blind copies cannot be read", "look at the messages"});
+    return;
+  }
+  for (const KnownDomain& domain : domains.all()) {
+    std::vector<std::string> warnings;
+    for (const int type : {BCC_RECIPIENT, BCC_SENDER, BCC_DOMAIN}) {
+      std::list<BccInfo> rules;
+      bcc->LoadBCCList(type, domain.idx, 0, -1, "name", "asc", rules);
+      BCC::CheckDestinations(domain.idx, rules, warnings);
+    }
+    for (const std::string& warning : warnings) {
+      findings.push_back({"copies", false, "domain " + domain.Title() + ": " + warning,
+                          "mdomain bcc remove, or give the address to somebody"});
+    }
+  }
+}
+
+void CheckAddresses(Findings& findings) {
+  std::string path;
+  if (!MDOMAIN::UTILS::GetUserGroupDomainConfigPath(path)) {
+    return;
+  }
+  MDOMAIN::DB::INTERNAL::Reader reader(path);
+  std::map<int, std::vector<std::string>> users;
+  if (!reader.Open() || reader.Get() == nullptr ||
+      !reader.ForEachRow(kWithoutAddress,
+                         [&](const Statement& row) { users[row.Int(0)].push_back(row.Text(1)); })) {
+    return;  // the check of the files tells it
+  }
+  for (const auto& [domain_idx, names] : users) {
+    findings.push_back({"no-address", false,
+                        "domain " + std::to_string(domain_idx) + ": " +
+                            Counted(names.size(), "user") +
+                            " without an address: " + FirstOf(names),
+                        "mdomain user set DOMAIN USER --add-alias ALIAS"});
+  }
+}
+
+}  // namespace
+
+void CheckReconciled(Findings& findings) {
+  MDOMAIN::UTILS::ReconcileModel model;
+  if (!MDOMAIN::UTILS::ReadReconcileModel(model)) {
+    findings.push_back({"model", true, "the domains cannot be read", "look at the messages"});
+    return;
+  }
+  if (model.are_settings_foreign) {
+    findings.push_back({"foreign-settings", true,
+                        "the settings under domain indexes are those of another model's domains",
+                        "docs: directories, switching the account source"});
+  }
+  for (const auto& item : MDOMAIN::UTILS::ReconcileItems()) {
+    MDOMAIN::UTILS::Differences differences;
+    if (!item.list(model, differences)) {
+      findings.push_back({IdOf(item.name), true, item.place + ": it cannot be told what differs",
+                          "look at the messages"});
+    }
+    for (const std::string& difference : differences) {
+      findings.push_back({IdOf(item.name), true, difference + " (" + item.place + ")", ""});
+    }
+  }
+}
+
+void CheckModel(Findings& findings) {
+  const Domains domains;
+  if (domains.all().empty()) {
+    findings.push_back({"no-domain", false, "there is no domain", "mdomain domain create NAME"});
+    return;
+  }
+  CheckPublished(domains, findings);
+  CheckAddresses(findings);
+  CheckPostmasters(domains, findings);
+  CheckCopies(domains, findings);
+}
+
+}  // namespace mdomain

@@ -1,0 +1,42 @@
+// --dry-run: the command itself, on copies that go afterwards, and what it changed there.
+#ifndef TOOLS_MDOMAIN_DRY_RUN_H
+#define TOOLS_MDOMAIN_DRY_RUN_H
+
+#include "lib-domain/history/model_changes.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/parser.h"
+
+namespace mdomain {
+
+// Whether --dry-run was typed for a command that has it.
+bool IsDryRun(const Parsed& parsed);
+
+// Copies under the lock, runs the command in a process of its own, which prints the plan, and
+// removes the copies. That process's exit status. A refused command is refused as without it.
+int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed));
+
+// What a dry run of the command would change, in a line; empty where it cannot be told. Another
+// process does it: this one has its databases open already.
+std::string Forecast(const Parsed& parsed);
+
+// Which accounts, groups and members a refresh would find otherwise than the mirror has them.
+struct AccountsForecast {
+  bool is_told = false;
+  std::string text;  // sentences, empty for none; where it is not told, why
+};
+AccountsForecast ForecastRefresh();
+
+// In the process of a dry run: watches what the command changes, and prints it in the place of what
+// the command would have printed.
+class PlanPrinter {
+ public:
+  PlanPrinter();
+  void Print(Call& call);
+
+ private:
+  MDOMAIN::HISTORY::ModelChanges changes_;
+};
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_DRY_RUN_H

@@ -1,0 +1,139 @@
+// mdomain history, undo: what was changed, and taking the last change back.
+#include "lib-domain/history/history.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "lib-domain/api/updater.h"
+#include "tools/mdomain/command.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::HISTORY::Entry;
+
+std::string TimeText(long long seconds) {
+  const auto when = static_cast<time_t>(seconds);
+  struct tm local {};
+  char text[64] = {};
+  (void)strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S%z", localtime_r(&when, &local));
+  return text;
+}
+
+Json::Value EntryJson(const Entry& entry) {
+  Json::Value record;
+  record["id"] = Json::Int64(entry.id);
+  record["time"] = TimeText(entry.time);
+  record["person"] = entry.person;
+  record["command"] = entry.command;
+  record["summary"] = entry.summary;
+  record["state"] = entry.state;
+  record["why_not_undone"] = entry.why_kept;
+  return record;
+}
+
+const std::vector<Column> kColumns = {{"id", "ID"},           {"time", "TIME"},
+                                      {"person", "BY"},       {"command", "COMMAND"},
+                                      {"summary", "CHANGED"}, {"state", "STATE"}};
+
+void List(Call& call) {
+  constexpr int kUsual = 20;
+  std::vector<Entry> entries;
+  if (!MDOMAIN::HISTORY::ListEntries(call.Int("--limit", kUsual), entries)) {
+    throw Failure(kFailed, "the history could not be read");
+  }
+  Json::Value records(Json::arrayValue);
+  for (const Entry& entry : entries) {
+    records.append(EntryJson(entry));
+  }
+  call.out().List(records, kColumns);
+}
+
+void Show(Call& call) {
+  Entry entry;
+  Json::Value plan;
+  bool found = false;
+  if (!MDOMAIN::HISTORY::ReadEntry(call.Int("ID", 0), found, entry, plan)) {
+    throw Failure(kFailed, "the history could not be read");
+  }
+  if (!found) {
+    throw Failure(kNotFound, "the history has no entry " + call.Text("ID"));
+  }
+  Json::Value record = EntryJson(entry);
+  record["changes"] = plan;
+  if (call.out().json()) {
+    call.out().Record(record, {});
+    return;
+  }
+  call.out().Record(record, kColumns);
+  std::vector<std::string> lines;
+  for (const Json::Value& change : plan) {
+    lines.push_back(change["text"].asString());
+  }
+  call.out().Texts(lines);
+}
+
+void Undo(Call& call) {
+  std::vector<Entry> entries;
+  if (!MDOMAIN::HISTORY::ListEntries(MDOMAIN::HISTORY::kEntriesKept, entries)) {
+    throw Failure(kFailed, "the history could not be read");
+  }
+  const auto last = std::find_if(entries.begin(), entries.end(), [](const Entry& entry) {
+    return entry.state == "done" || entry.state == "undoing";
+  });
+  call.Confirm(last == entries.end()
+                   ? "Take back the last change?"
+                   : "Take back mdomain " + last->command + " (" + last->summary + ")?");
+  MDOMAIN::HISTORY::UndoResult result;
+  if (!MDOMAIN::HISTORY::UndoLast(result)) {
+    throw Failure(kFailed, "the change could not be taken back: run the same command again");
+  }
+  if (!result.is_done) {
+    const std::string what = result.entry.id == 0 ? "" : "mdomain " + result.entry.command + ": ";
+    throw Failure(kRefused,
+                  what + result.reason +
+                      (result.obstacles.empty() ? "" : ": " + FirstOf(result.obstacles, "; ")));
+  }
+  if (!MDOMAIN::API::Updater().Trigger()) {
+    throw Failure(kFailed, "the change was taken back, but not published: run mdomain publish");
+  }
+  call.out().Done(EntryJson(result.entry), "taken back: mdomain " + result.entry.command);
+}
+
+const Register kHistory({
+    "history",
+    "What was changed when, and by whom",
+    {
+        {"list",
+         "List the latest changes, the newest first",
+         "Of the commands that change the domains. State undone: it was taken back; undo and "
+         "refresh are not taken back themselves. The last thousand are kept.",
+         Effect::kReads,
+         {Number("--limit", "At most N of them (20)")},
+         List},
+        {"show",
+         "Show one change with everything that it changed",
+         "",
+         Effect::kReads,
+         {One("ID", "Its number, as list shows it")},
+         Show},
+    },
+});
+
+const Register kUndo({
+    "undo",
+    "Take the last change back",
+    {{"",
+      "Take the last change back",
+      "Everything that it changed becomes as it was, and is published; run again it takes back the "
+      "change before. A refresh is passed over: it follows the accounts. Refused where something "
+      "of "
+      "the change was changed since, or where it changed more than 20,000 rows.",
+      Effect::kDestroys,
+      {},
+      Undo}},
+});
+
+}  // namespace
+}  // namespace mdomain

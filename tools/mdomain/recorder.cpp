@@ -1,0 +1,79 @@
+#include "tools/mdomain/recorder.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+
+#include "lib-domain/history/history.h"
+#include "lib-domain/history/plan.h"
+#include "tools/mdomain/command.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::HISTORY::Changes;
+using MDOMAIN::HISTORY::Entry;
+using MDOMAIN::HISTORY::Plan;
+
+std::string Person() {
+  const struct passwd* account = getpwuid(getuid());
+  const std::string name = account == nullptr ? std::to_string(getuid()) : account->pw_name;
+  const char* asked = getuid() == 0 ? std::getenv("SUDO_USER") : nullptr;
+  return asked == nullptr || *asked == '\0' ? name : std::string(asked) + " (as " + name + ")";
+}
+
+// The command as a shell would take it again.
+std::string Quoted(const std::string& word) {
+  constexpr const char* kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789@%+=:,./-_";
+  if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) {
+    return word;
+  }
+  std::string quoted = "'";
+  for (const char c : word) {
+    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return quoted + "'";
+}
+
+}  // namespace
+
+Recorder::Recorder(const Parsed& parsed)
+    : is_refresh_(parsed.words == "refresh"), is_undo_(parsed.words == "undo") {
+  const auto& arguments = parsed.command->arguments;
+  if (std::any_of(arguments.begin(), arguments.end(),
+                  [](const Argument& argument) { return argument.name == DryRunFlag().name; })) {
+    changes_ = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(MDOMAIN::HISTORY::kMostRowsKept);
+    for (const std::string& word : parsed.typed) {
+      command_ += (command_.empty() ? "" : " ") + Quoted(word);
+    }
+  }
+}
+
+void Recorder::Record() const {
+  Changes changes;
+  Plan plan;
+  if (!changes_ || (changes_->List(changes) && changes.IsEmpty())) {
+    return;
+  }
+  Entry entry;
+  entry.time = time(nullptr);
+  entry.person = Person();
+  entry.command = command_;
+  entry.state = is_refresh_ ? "refresh" : is_undo_ ? "undo" : "done";
+  entry.why_kept = is_refresh_ ? "a refresh follows the accounts, and would do it again"
+                   : is_undo_  ? "it took something back"
+                               : "";
+  const bool is_told = MDOMAIN::HISTORY::MakePlan(changes, plan);
+  entry.summary = changes.is_whole ? plan.summary : "more than can be listed";
+  const bool is_nothing = changes.is_whole && plan.entries.empty();
+  if (!is_nothing && (!is_told || !MDOMAIN::HISTORY::AddEntry(entry, changes, plan))) {
+    std::cerr << "mdomain: warning: the history does not have this change\n";
+  }
+}
+
+}  // namespace mdomain

@@ -1,0 +1,30 @@
+// What a changing command did, for mdomain history and undo.
+#ifndef TOOLS_MDOMAIN_RECORDER_H
+#define TOOLS_MDOMAIN_RECORDER_H
+
+#include <memory>
+#include <string>
+
+#include "lib-domain/history/model_changes.h"
+#include "tools/mdomain/parser.h"
+
+namespace mdomain {
+
+class Recorder {
+ public:
+  // Watches nothing where the command only reads.
+  explicit Recorder(const Parsed& parsed);
+  // Adds an entry where something was changed. A history that cannot be written is a warning: the
+  // change is made.
+  void Record() const;
+
+ private:
+  std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes_;
+  std::string command_;
+  bool is_refresh_ = false;
+  bool is_undo_ = false;
+};
+
+}  // namespace mdomain
+
+#endif  // TOOLS_MDOMAIN_RECORDER_H
