@@ -11,6 +11,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/address_follower.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
 #include "lib-domain/sync/postfix_maps.h"
@@ -315,7 +316,8 @@ bool MakePulledPostfixMaps() {
   DB::INTERNAL::SpecialAddresses special;
   std::string state;  // kept in the model of a machine that writes it
   return target.Read() && CollectOwners(owners) && CollectSpecialAddresses(target, special) &&
-         INTERNAL::PostfixFollower()->Build(owners, special, state) && MarkPulledMaps();
+         INTERNAL::PostfixFollower()->Build(owners, special, state) && MarkPulledMaps() &&
+         CompilePostfixMaps();
 }
 
 bool HasPostfixMaps() {
@@ -324,8 +326,10 @@ bool HasPostfixMaps() {
 }
 
 bool LacksPostfixMap() {
+  bool is_behind = false;
   return HasPostfixMaps() && (!postara::sdk::Exist(PostfixMap(PATHS::PostfixAddresses()).File()) ||
-                              !postara::sdk::Exist(PostfixMap(PATHS::PostfixDomains()).File()));
+                              !postara::sdk::Exist(PostfixMap(PATHS::PostfixDomains()).File()) ||
+                              !AreCompiledMapsBehind(is_behind) || is_behind);
 }
 
 }  // namespace MDOMAIN::UTILS

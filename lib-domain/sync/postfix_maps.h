@@ -23,7 +23,7 @@ MDOMAIN_EXPORT bool MakePulledPostfixMaps();
 // Whether somebody made the maps on this machine; of those that a machine made which pulls also
 // when they were removed since.
 bool HasPostfixMaps();
-// Whether it has them, and one was removed: Postfix puts off all mail then.
+// Whether it has them, and one was removed, so that Postfix puts off all mail, or not compiled.
 bool LacksPostfixMap();
 
 }  // namespace MDOMAIN::UTILS

@@ -5,6 +5,7 @@
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/history/history.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "platform/include/account.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
@@ -35,6 +36,9 @@ void CheckPrograms(Findings& findings) {
   }
   if (postara::sdk::Exist(MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json")) {
     RequireProgram("/usr/sbin/postmap", "maps of blind copies cannot be compiled", findings);
+  }
+  if (!MDOMAIN::UTILS::CompiledMapType().empty()) {
+    RequireProgram("/usr/sbin/postmap", "maps of addresses cannot be compiled", findings);
   }
 }
 
