@@ -66,15 +66,14 @@ bool IsBehind(const Standing& standing) {
           IsBehind(standing.type, PATHS::PostfixDomains(), standing.domains));
 }
 
-// In quotes nothing in a key is taken for a comment or for the key's end.
+// Postfix takes a line with "#" before everything else for a comment, in quotes for another key:
+// who has such an address has it with LMDB alone.
 std::string TextOf(const MapEntries& entries) {
   std::string text;
   for (const auto& [key, value] : entries) {
-    text += '"';
-    for (const char c : key) {
-      text.append(c == '"' || c == '\\' ? "\\" : "").append(1, c);
+    if (key.front() != '#') {
+      text.append(key).append("\t").append(value).append("\n");
     }
-    text.append("\"\t").append(value).append("\n");
   }
   return text;
 }
