@@ -100,5 +100,5 @@ CASES = [
     Case("", ["bcc add 1 user ben"], "korv_bcc_map"),
     Case("publish", lambda host: host.sql(ETC + "keystore.db", "delete from key_table where name"
                                           " like 'virtual_%' or name like 'additional_%'")),
-    Case("config set mail_size 10"),
+    Case("config set mail_size 10 --force"),
 ]

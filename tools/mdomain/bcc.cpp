@@ -14,6 +14,7 @@
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/stored_copies.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -26,10 +27,6 @@ struct RuleType {
 
 constexpr RuleType kTypes[] = {
     {BCC_RECIPIENT, "recipient"}, {BCC_SENDER, "sender"}, {BCC_DOMAIN, "domain"}};
-
-const char* TypeName(int type) {
-  return kTypes[type].name;
-}
 
 // The type that --type names, or `fallback`.
 int TypeOf(const Call& call, int fallback) {
@@ -92,14 +89,6 @@ void WarnOfDestinations(int domain_id, const std::list<BccInfo>& rules, Json::Va
   }
 }
 
-Json::Value RuleJson(const BccInfo& rule) {
-  Json::Value value;
-  value["name"] = rule.name;
-  value["type"] = TypeName(rule.type);
-  value["bcc_to"] = rule.bcc_to;
-  return value;
-}
-
 bool IsNameOf(const KnownDomain& domain, const std::string& name) {
   return SameDomainName(domain.name, name) ||
          std::any_of(domain.additional_names.begin(), domain.additional_names.end(),
@@ -136,7 +125,7 @@ void List(Call& call) {
   for (const RuleType& kind : kTypes) {
     if (wanted < 0 || wanted == kind.type) {
       ForEachRule(domain_id, kind.type, call,
-                  [&listing](const BccInfo& rule) { listing.Add(RuleJson(rule)); });
+                  [&listing](const BccInfo& rule) { listing.Add(CopyJson(rule)); });
     }
   }
   listing.End();
@@ -172,7 +161,7 @@ void Add(Call& call) {
     throw Failure(kFailed, "the rule in another spelling could not be removed");
   }
   Publish(bcc);
-  Json::Value record = RuleJson(rule);
+  Json::Value record = CopyJson(rule);
   WarnOfDestinations(domain.idx, {rule}, record);
   call.out().Done(record, rule.name + " is copied to " + rule.bcc_to +
                               " once the maps are made anew (mdomain bcc maps)");
@@ -192,7 +181,7 @@ std::list<BccInfo> Find(const KnownDomain& domain, int type, const Call& call) {
       return exact ? rule.name == name : SameRuleName(type, rule.name, name);
     });
     if (found.size() == before) {
-      throw Failure(kNotFound, "domain " + domain.Title() + " has no " + TypeName(type) +
+      throw Failure(kNotFound, "domain " + domain.Title() + " has no " + CopyTypeName(type) +
                                    " rule for \"" + name + "\"");
     }
   }
@@ -225,7 +214,7 @@ void Remove(Call& call) {
   Json::Value record;
   record["removed"] = Json::arrayValue;
   for (const BccInfo& rule : rules) {
-    record["removed"].append(RuleJson(rule));
+    record["removed"].append(CopyJson(rule));
   }
   call.out().Done(record,
                   std::to_string(rules.size()) +
@@ -248,7 +237,8 @@ void Import(Call& call) {
   Json::Value record;
   record["rules"] = static_cast<Json::UInt64>(rules.size());
   WarnOfDestinations(domain_id, rules, record);
-  call.out().Done(record, "the domain has " + record["rules"].asString() + " " + TypeName(type) +
+  call.out().Done(record, "the domain has " + record["rules"].asString() + " " +
+                              CopyTypeName(type) +
                               " rules now; mdomain bcc maps brings the maps up to date");
 }
 
