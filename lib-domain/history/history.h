@@ -54,6 +54,11 @@ struct UndoResult {
 // False with one log line when something failed: then the same call goes on with it.
 MDOMAIN_EXPORT bool UndoLast(UndoResult& result);
 
+// Takes back a change that this process has made itself and has not recorded, in the same way.
+// False with one log line when something failed, or when somebody else has changed the same rows
+// since.
+MDOMAIN_EXPORT bool TakeBack(const Changes& changes);
+
 }  // namespace MDOMAIN::HISTORY
 
 #endif  // LIB_DOMAIN_HISTORY_HISTORY_H

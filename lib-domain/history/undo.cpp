@@ -158,6 +158,16 @@ std::vector<unsigned int> ChangedUsers(const Changes& changes) {
   return {uids.begin(), uids.end()};
 }
 
+// Behind the rows: the files, and whose addresses changed is announced.
+bool RestoreFiles(const Changes& changes) {
+  for (const FileChange& changed : changes.files) {
+    if (!RestoreFile(changed)) {
+      return false;
+    }
+  }
+  return CONTROL::INTERNAL::Announce(ChangedUsers(changes));
+}
+
 // Why it is not tried; empty when nothing speaks against it.
 std::string Refusal(const Entry& entry, const std::string& bytes, Changes& changes) {
   if (entry.id == 0) {
@@ -201,14 +211,20 @@ bool UndoLast(UndoResult& result) {
     result.obstacles.resize(std::min(result.obstacles.size(), kObstaclesShown));
     return SetState(file, result.entry.id, "done");
   }
-  for (const FileChange& changed : changes.files) {
-    if (!RestoreFile(changed)) {
-      return false;
-    }
-  }
-  result.is_done = CONTROL::INTERNAL::Announce(ChangedUsers(changes)) &&
-                   SetState(file, result.entry.id, "undone");
+  result.is_done = RestoreFiles(changes) && SetState(file, result.entry.id, "undone");
   return result.is_done;
+}
+
+bool TakeBack(const Changes& changes) {
+  std::vector<std::string> obstacles;
+  if (!changes.is_whole || !RestoreRows(changes, obstacles)) {
+    return false;
+  }
+  if (!obstacles.empty()) {
+    LOG_ERROR("Cannot put back, changed since: %s", obstacles.front().c_str());
+    return false;
+  }
+  return RestoreFiles(changes);
 }
 
 }  // namespace MDOMAIN::HISTORY

@@ -69,7 +69,9 @@ std::list<BccInfo> Read(int domain_id, int type, const Call& call) {
   return rules;
 }
 
-void Publish(BCC& bcc) {
+}  // namespace
+
+void PublishBccRules(BCC& bcc) {
   if (bcc.PublishRules() != 0) {
     throw Failure(kFailed, "the rules were changed but could not be published");
   }
@@ -79,6 +81,8 @@ void Publish(BCC& bcc) {
     throw Failure(kFailed, "the rules were changed, but their maps could not be made");
   }
 }
+
+namespace {
 
 // Says on standard error, and in "warnings" of the record, which rules can copy to nobody.
 void WarnOfDestinations(int domain_id, const std::list<BccInfo>& rules, Json::Value& record) {
@@ -171,7 +175,7 @@ void Add(Call& call) {
   if (!replaced.empty() && bcc.deleteBCC(domain.idx, replaced) != 0) {
     throw Failure(kFailed, "the rule in another spelling could not be removed");
   }
-  Publish(bcc);
+  PublishBccRules(bcc);
   Json::Value record = RuleJson(rule);
   WarnOfDestinations(domain.idx, {rule}, record);
   call.out().Done(record, rule.name + " is copied to " + rule.bcc_to +
@@ -221,7 +225,7 @@ void Remove(Call& call) {
   if (bcc.deleteBCC(domain.idx, rules) != 0) {
     throw Failure(kFailed, "the rules could not be removed");
   }
-  Publish(bcc);
+  PublishBccRules(bcc);
   Json::Value record;
   record["removed"] = Json::arrayValue;
   for (const BccInfo& rule : rules) {
@@ -243,7 +247,7 @@ void Import(Call& call) {
     throw Failure(result == -2 ? kRefused : kFailed,
                   call.Text("FILE") + " was not imported, no rule was changed");
   }
-  Publish(bcc);
+  PublishBccRules(bcc);
   const std::list<BccInfo> rules = Read(domain_id, type, call);
   Json::Value record;
   record["rules"] = static_cast<Json::UInt64>(rules.size());

@@ -87,7 +87,7 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
 
 namespace {
 
-korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed) {
+korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::string& input = "") {
   korvmailserver::ProgramCall self;
   self.path = "/proc/self/exe";
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -97,6 +97,7 @@ korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed) {
   self.arguments.insert(self.arguments.begin(), "--yes");
   self.arguments.emplace_back(kFlag);
   self.is_split = true;
+  self.input = input;
   return korvmailserver::RunProgram(self);
 }
 
@@ -116,6 +117,21 @@ std::string Forecast(const Parsed& parsed) {
   }
   const korvmailserver::ProgramEnd end = TryAlone(parsed.typed);
   return end.status == kDone ? SummaryOf(end.output) : "";
+}
+
+Trial Try(const std::vector<std::string>& typed, const std::string& input) {
+  const korvmailserver::ProgramEnd end = TryAlone(typed, input);
+  Trial trial;
+  trial.status = end.status;
+  trial.errors = end.errors;
+  std::istringstream stream(end.output);
+  std::string error;
+  if (end.status == kDone &&
+      (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &trial.plan, &error) ||
+       !trial.plan.isArray())) {
+    trial.status = kFailed;
+  }
+  return trial;
 }
 
 AccountsForecast ForecastRefresh() {

@@ -19,6 +19,15 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed));
 // process does it: this one has its databases open already.
 std::string Forecast(const Parsed& parsed);
 
+// A dry run of a command by another process: what it would change, or how it is refused.
+struct Trial {
+  int status = kFailed;
+  Json::Value plan;  // its list
+  std::string errors;
+};
+// With what it reads on its standard input.
+Trial Try(const std::vector<std::string>& typed, const std::string& input);
+
 // Which accounts, groups and members a refresh would find otherwise than the mirror has them.
 struct AccountsForecast {
   bool is_told = false;

@@ -44,6 +44,11 @@ void Finish(Call& call, const Command& command, const Recorder& recorder) {
   try {
     command.run(call);
   } catch (...) {
+    if (!recorder.TakeBack()) {
+      std::cerr
+          << "mdomain: warning: what was done before the failure is still there: run the same "
+             "command again\n";
+    }
     const std::string why = call.EndPublication();
     recorder.Record();
     if (!why.empty()) {
