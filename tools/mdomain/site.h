@@ -22,7 +22,7 @@ struct SiteUser {
   // "normal" or "domain_admin" where it was given by hand, "group" where the user's groups give
   // one; empty: normal as everybody gets it who is added, until a group of the domain gives one.
   std::string role;
-  std::vector<std::string> aliases;  // whose mail the user gets, in stored order
+  std::vector<std::string> aliases;  // whose mail the user gets, ascending
   std::vector<std::string> taken;    // which the user has as well, and somebody else owns
 
   bool operator==(const SiteUser& other) const {

@@ -158,6 +158,8 @@ class Parser {
         (member == std::string("aliases") ? user.aliases : user.taken).push_back(text);
       }
     }
+    std::sort(user.aliases.begin(), user.aliases.end());
+    std::sort(user.taken.begin(), user.taken.end());
     if (own.empty()) {
       place.Member("aliases").Refuse("a user of a domain has one alias at least");
     }

@@ -81,6 +81,11 @@ void ReadUsers(int idx, const std::string& name, const SiteAccounts& accounts, S
   if (!api.ForEach(filter, add_role) || !MDOMAIN::DB::DomainUser().ForEachAlias({idx}, add_alias)) {
     CannotRead("users", name);
   }
+  // Their stored order changes whenever a flag does.
+  for (auto& user : domain.users) {
+    std::sort(user.second.aliases.begin(), user.second.aliases.end());
+    std::sort(user.second.taken.begin(), user.second.taken.end());
+  }
 }
 
 // A removal counts as long as a group of the domain would bring the member back.
