@@ -118,16 +118,16 @@ while IFS='|' read -r status regex filter; do
 done <<'END'
 3|\$\.domains\[1\]\.users\[0\]\.role: must be normal|.domains[1].users[0].role = "king"
 3|\$\.domains\[0\]\.users\[1\]\.aliases\[0\]: "a b" is no local part|.domains[0].users[1].aliases = ["a b"]
-3|\$\.domains\[1\]\.users: "boss" of erika is that of anna|.domains[1].users |= map(.aliases += ["boss"])
+3|\$\.domains\[1\]\.users: "boss" of erika is that of anna|.domains[1].users |= map(if .name == "erika" then .aliases += ["boss"] else . end)
 3|\$\.domains\[1\]\.entry: unknown member|.domains[1].entry = []
 3|\$\.domains\[0\]\.users: is missing|del(.domains[0].users)
 3|\$\.domains: one of them must be primary, not 0|.domains |= map(.primary = false)
-3|\$\.domains\[1\]\.names\[0\]: stands here twice|.domains[1].names += ["BÜCHER.example"] \| .domains[1].names \|= sort
+3|\$\.domains\[1\]\.names\[0\]: stands here twice|.domains[1].names += ["BÜCHER.example"] | .domains[1].names |= sort
 3|\$\.domains\[1\]\.disclaimers\[0\]\.op: must be|.domains[1].disclaimers[0].op = "nor"
 3|\$\.\$schema: must be|.["$schema"] = "2"
 3|the entry "all" cannot be made, because of "nobody@example.com"|.domains[1].entries[0].addresses = ["nobody@example.com"]
 3|\$\.domains\[0\]\.removed.*anna|.domains[0].users |= map(select(.name != "anna"))
-4|not in the mirror: group nogroup, user nobody\. Next|.domains[1].groups += [{name: "nogroup", role: "normal"}] \| .domains[1].users[0].name = "nobody"
+4|not in the mirror: group nogroup, user nobody\. Next|.domains[1].groups += [{name: "nogroup", role: "normal"}] | .domains[1].users[0].name = "nobody"
 END
 printf '{"domains": [' >"$scratch/wrong.json"
 refused 3 '^mdomain: \$: no JSON' -y apply "$scratch/wrong.json"
