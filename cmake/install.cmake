@@ -29,4 +29,11 @@ foreach(tool mdomain korv_bcc_map)
     install(TARGETS ${tool} DESTINATION ${destination})
   endif()
 endforeach()
+install(FILES docs/export.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES docs/mdomain.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES packaging/completion/mdomain.bash RENAME mdomain
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES packaging/completion/_mdomain
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install(FILES packaging/completion/mdomain.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)

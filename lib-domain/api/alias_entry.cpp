@@ -108,6 +108,7 @@ AliasEntry::Result AliasEntry::Delete(int domain_idx, const std::string& name) {
   }
   const ::Alias::Entry* const stored = FindIn(table, domain_idx, name);
   if (stored == nullptr) {
+    FreeAlias(domain_idx, name);  // what a deletion left that did not end
     return Result::kMissing;
   }
   const std::string stored_name = stored->name;
@@ -115,7 +116,9 @@ AliasEntry::Result AliasEntry::Delete(int domain_idx, const std::string& name) {
     LOG_ERROR("Failed to del, domain_id: [%d]", domain_idx);
     return Result::kFailed;
   }
-  return FreeAlias(domain_idx, stored_name) ? Publish() : Result::kFailed;
+  const bool is_free = FreeAlias(domain_idx, stored_name);
+  const Result published = Publish();
+  return is_free ? published : Result::kFailed;
 }
 
 AliasEntry::Result AliasEntry::_Store(const ::Alias::Entry& entry, bool must_be_new) {

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "platform/include/export.h"
+
 namespace MDOMAIN::API::INTERNAL {
 
 // Writes a file that names people and their mail, so that its owner alone can read it: mode 0600.
@@ -11,7 +13,7 @@ namespace MDOMAIN::API::INTERNAL {
 // descriptor; a pipe or a terminal gets the bytes and stays what it is. A link is refused: somebody
 // else may have placed it. So is whatever else is no file. 0, or negative with errno set and what
 // is there untouched; a pipe may have got a part.
-int WriteExport(const std::string& path, const std::string& bytes);
+MDOMAIN_EXPORT int WriteExport(const std::string& path, const std::string& bytes);
 
 }  // namespace MDOMAIN::API::INTERNAL
 

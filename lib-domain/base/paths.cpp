@@ -92,6 +92,10 @@ std::string PulledMapsMark() {
   return EtcDir() + ".postfix-maps";
 }
 
+std::string LastRefresh() {
+  return UnderRoot("/var/run/postara_server/last-refresh");
+}
+
 std::string ModelBeforePull() {
   return EtcDir() + ".before-pull.db";
 }

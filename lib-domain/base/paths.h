@@ -28,6 +28,7 @@ std::string BccMapCompiler();                   // .../target/bin/korv_bcc_map
 std::string LockFile();                         // /var/run/postara_server/mdomain.lock
 std::string RefreshNote();                      // /var/run/postara_server/refreshed
 std::string PulledMapsMark();                   // .../etc/.postfix-maps
+std::string LastRefresh();                      // /var/run/postara_server/last-refresh
 std::string ModelBeforePull();                  // .../etc/.before-pull.db
 std::string AfterPullHooks();                   // /etc/mailserver-domain/hooks/after-pull.d
 

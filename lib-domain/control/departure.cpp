@@ -10,6 +10,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/group.h"
+#include "lib-domain/control/notice.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/control/user.h"
@@ -205,7 +206,9 @@ bool ForgetClearedDomains(const std::vector<int>& domain_idxs) {
       return false;
     }
   }
-  return domain_idxs.empty() || DB::Departure().DeleteDomains(domain_idxs);
+  return domain_idxs.empty() || GivenNotice::ForgetWith([&domain_idxs] {
+           return DB::Departure().DeleteDomains(domain_idxs);
+         });
 }
 
 bool FinishDepartures() {

@@ -147,6 +147,7 @@ bool Domain::Set(const RECORD::Domain& domain) {
 }
 
 bool Domain::Delete(const std::vector<int>& domain_idxs, bool allow_primary) {
+  const INTERNAL::GivenNotice notice;
   return _DeleteRows(domain_idxs, allow_primary) && _DeleteRelatedSettings(domain_idxs);
 }
 

@@ -82,7 +82,8 @@ class MDOMAIN_EXPORT DomainUser {
   // `users`; a user with a collision with another stored or given user, or with an alias that is
   // another's account name, is appended to `conflicts` (once for each of the two) and written all
   // the same. A user who has an alias unflagged keeps it unless the other user has the smaller
-  // role.
+  // role. False, with nothing written, when somebody is to get an alias that is an address with
+  // several members.
   bool Set(std::vector<RECORD::DomainUser>& users, std::vector<RECORD::DomainUser>& conflicts);
 
   // Takes users out of a domain: roles, aliases, and what names them in the alias table, the BCC

@@ -49,6 +49,7 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
   if (!FindRemovals(store_, domain_idx, uids, removals)) {
     return false;
   }
+  const INTERNAL::GivenNotice notice;
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   if (!INTERNAL::Announce(uids)) {
     LOG_ERROR("Failed to NotifySMTPChangedUIDs");
@@ -78,7 +79,8 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
     LOG_ERROR("Failed to _DeleteRelatedSettings, domain_id: [%d]", domain_idx);
     return false;
   }
-  return departures.DeleteUsers(domain_idx, uids);
+  return INTERNAL::GivenNotice::ForgetWith(
+      [&] { return departures.DeleteUsers(domain_idx, uids); });
 }
 
 bool DomainUser::_DeleteRows(const int& domain_idx, const std::vector<unsigned int>& uids) {

@@ -13,6 +13,7 @@
 
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
@@ -35,7 +36,7 @@ class EntryNames {
 
 // Adds those aliases of the domain's users that are the same address as one of these for Postfix.
 // False with a log line when they cannot be read.
-bool AddSameAddresses(int domain_idx, std::vector<std::string>& aliases);
+MDOMAIN_EXPORT bool AddSameAddresses(int domain_idx, std::vector<std::string>& aliases);
 
 }  // namespace MDOMAIN::CONTROL::INTERNAL
 

@@ -67,6 +67,16 @@ constexpr const char* kSelectWithoutAlias =
 constexpr const char* kSelectNextAlias =
     "SELECT account_alias FROM domain_user_alias_table WHERE account_alias >= '%q' COLLATE NOCASE "
     "ORDER BY account_alias COLLATE NOCASE LIMIT 1";
+// The empty text is no role either.
+constexpr const char* kSelectOwners =
+    "SELECT user_name, CASE is_duplicated WHEN 0 THEN 0 WHEN 1 THEN 1 ELSE 2 END FROM "
+    "domain_user_view WHERE account_alias = '%q' COLLATE NOCASE AND domain_idx = %d AND "
+    "coalesce(role, '') <> ''";
+// NULL stands before all texts and bytes behind them.
+constexpr const char* kAreAliasesTexts =
+    "SELECT NOT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias COLLATE NOCASE "
+    "IS NULL) AND NOT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias >= x'' "
+    "COLLATE NOCASE)";
 constexpr const char* kSelectFlagged =
     "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
 constexpr const char* kSelectAliases =
@@ -224,6 +234,29 @@ bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainU
 bool GetNextAlias(const std::string& from, std::string& alias) {
   alias.clear();
   return DomainDb().GetText(Sql(kSelectNextAlias, from), 0, alias);
+}
+
+FoundOwner FindOwner(int domain_idx, const std::string& alias, std::optional<std::string>& owner) {
+  int holders = 0;
+  int unflagged = 0;
+  bool is_clear = alias.find('\0') == std::string::npos;  // a bound text ends there
+  const auto add = [&](std::string&& user_name, int flag) {
+    is_clear = is_clear && (flag == 0 || flag == 1);
+    if (holders++ == 0 || flag == 0) {
+      owner = std::move(user_name);
+    }
+    unflagged += flag == 0 ? 1 : 0;
+  };
+  owner.reset();
+  if (!DomainDb().Query<Columns<Text, Int>>(Sql(kSelectOwners, alias, domain_idx), add)) {
+    return FoundOwner::kFailed;
+  }
+  is_clear = is_clear && (holders < 2 || unflagged == 1);
+  return is_clear ? FoundOwner::kTold : FoundOwner::kUnclear;
+}
+
+bool AreAliasesTexts(bool& are_texts) {
+  return DomainDb().GetExists(Sql(kAreAliasesTexts), are_texts);
 }
 
 bool FindAliases(const std::string& user_name, AliasesByDomain& aliases) {

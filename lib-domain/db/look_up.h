@@ -7,6 +7,7 @@
 #define LIB_DOMAIN_DB_LOOK_UP_H
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_set>
@@ -43,6 +44,15 @@ MDOMAIN_EXPORT bool GetNextAlias(const std::string& from, std::string& alias);
 // DomainUser::ListHolders does.
 MDOMAIN_EXPORT bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
                                   std::vector<RECORD::DomainUser>& users);
+
+// The account that owns an alias of the domain, ASCII case ignored: of those who have it and a role
+// there the only one, or the only one for whom it is not flagged. kTold without an owner when there
+// is nobody. kUnclear when the order of all users decides, or a look-up could miss a holder.
+// kFailed with a log line. For a connection with the indexes.
+enum class FoundOwner { kTold, kUnclear, kFailed };
+FoundOwner FindOwner(int domain_idx, const std::string& alias, std::optional<std::string>& owner);
+// Whether every alias is a text. An index does not find others by the text that stands for them.
+bool AreAliasesTexts(bool& are_texts);
 
 // Adds the aliases of the domain that are not of printing ASCII alone.
 bool ListNonAsciiAliases(int domain_idx, std::vector<std::string>& aliases);

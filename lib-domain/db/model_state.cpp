@@ -4,6 +4,7 @@
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/statement.h"
+#include "platform/include/database_numbers.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
@@ -61,7 +62,14 @@ bool ClearEmptied() {
   return DomainDb().Run(batch, kEmptiedFailure);
 }
 
+// Without a lock where the file tells it.
 bool GetDataVersion(std::string& version) {
+  const DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  korvmailserver::DatabaseNumbers numbers;
+  if (handler != nullptr && korvmailserver::ReadDatabaseNumbers(handler->getDB(), numbers)) {
+    version = "file " + std::to_string(numbers.changes);
+    return true;
+  }
   return DomainDb().GetText(kSelectVersion, 0, version);
 }
 

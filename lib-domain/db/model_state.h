@@ -23,7 +23,7 @@ bool SetEmptiedIfEmpty();
 // Has the file forget it: its domains were never there for others to see.
 bool ClearEmptied();
 
-// A text that changes when another connection has committed.
+// A text that changes when another connection has committed, and may when this one has.
 bool GetDataVersion(std::string& version);
 
 }  // namespace MDOMAIN::DB::INTERNAL

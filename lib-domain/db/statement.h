@@ -64,8 +64,7 @@ class StatementBatch {
     steps_.push_back({std::move(statement), run});
   }
   // A statement with values in the places of "?1", "?2", wherever they stand, where `question`, one
-  // of "SELECT EXISTS" with the same values, is answered
-  // yes; else `otherwise`, which has none.
+  // of "SELECT EXISTS" with the same values, is answered yes; else `otherwise`, which has none.
   void AddEither(const std::string& question, std::string statement, std::string otherwise,
                  std::vector<std::string> values) {
     fits_ = fits_ && !question.empty() && !statement.empty();

@@ -3,10 +3,11 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <memory>
 #include <sstream>
 
-#include "lib-domain/base/log_line.h"
+#include "lib-domain/db/schema.h"
 #include "lib-domain/history/history_file.h"
 #include "lib-domain/history/kept_changes.h"
 
@@ -20,6 +21,8 @@ using korvmailserver::Transaction;
 constexpr Json::ArrayIndex kSentencesKept = 1000;
 constexpr size_t kMostBytesKept = 16U << 20U;
 constexpr int kUndoable = 50;  // of the newest entries what takes them back is kept
+
+constexpr char kTooMuch[] = "it changed too much";
 
 constexpr char kInsert[] =
     "INSERT INTO entry_table(time, person, command, summary, state, why_kept, plan, changes)"
@@ -68,6 +71,17 @@ Entry EntryOf(const Statement& row) {
   return entry;
 }
 
+std::string WhyNotKept(const Entry& entry, const Changes& changes) {
+  if (!entry.why_kept.empty()) {
+    return entry.why_kept;
+  }
+  const bool has_keys = std::any_of(changes.files.begin(), changes.files.end(),
+                                    [](const FileChange& file) { return !file.IsKept(); });
+  return !changes.is_whole ? kTooMuch
+         : has_keys        ? "it changed DKIM keys, which the history does not keep"
+                           : "";
+}
+
 bool RunWith(sqlite3* db, const char* sql, int number) {
   Statement statement(db, sql);
   return statement.Bind(1, number) && statement.Run();
@@ -75,11 +89,16 @@ bool RunWith(sqlite3* db, const char* sql, int number) {
 
 }  // namespace
 
+std::string ModelName() {
+  std::string path;
+  return UTILS::GetUserGroupDomainConfigPath(path) ? path.substr(path.rfind('/') + 1) : "";
+}
+
 bool AddEntry(const Entry& entry, const Changes& changes, const Plan& plan) {
-  std::string why = entry.why_kept;
-  std::string bytes = why.empty() && changes.is_whole ? ToBytes(changes) : "";
-  if (why.empty() && (!changes.is_whole || bytes.size() > kMostBytesKept)) {
-    why = "it changed too much";
+  std::string why = WhyNotKept(entry, changes);
+  std::string bytes = why.empty() ? ToBytes(changes, ModelName()) : "";
+  if (bytes.size() > kMostBytesKept) {
+    why = kTooMuch;
     bytes.clear();
   }
   HistoryFile file;

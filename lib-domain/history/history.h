@@ -49,10 +49,18 @@ struct UndoResult {
   std::string reason;
   std::vector<std::string> obstacles;
 };
-// Takes back the latest change that is "done": rows and files are put back as they were, if all of
-// them are as the change left them; whose addresses changed is announced. The caller publishes.
-// False with one log line when something failed: then the same call goes on with it.
-MDOMAIN_EXPORT bool UndoLast(UndoResult& result);
+// The latest change that is "done" or "undoing"; `id` is 0 without one. False with one log line.
+MDOMAIN_EXPORT bool FindLast(Entry& entry);
+// Takes that change back, if it is `id`: rows and texts are put back as they were where each is as
+// the change left it, flags of collisions are set anew, and whose addresses changed is announced.
+// The caller publishes. False with one log line when something failed: then the same call goes on
+// with it.
+MDOMAIN_EXPORT bool UndoLast(long long id, UndoResult& result);
+
+// Takes back a change that this process has made itself and has not recorded, in the same way.
+// False with one log line when something failed, or when somebody else has changed the same rows
+// since.
+MDOMAIN_EXPORT bool TakeBack(const Changes& changes);
 
 }  // namespace MDOMAIN::HISTORY
 

@@ -8,6 +8,9 @@
 
 namespace MDOMAIN::HISTORY {
 
+// Of the model file in force, without its folder; empty where it cannot be told.
+std::string ModelName();
+
 class HistoryFile {
  public:
   // Makes a missing file, for its owner alone. False with one log line.

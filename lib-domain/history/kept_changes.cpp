@@ -46,9 +46,9 @@ class Writer {
 };
 
 // Every reading after a failed one fails.
-class Reader {
+class ByteReader {
  public:
-  explicit Reader(const std::string& bytes) : bytes_(bytes) {}
+  explicit ByteReader(const std::string& bytes) : bytes_(bytes) {}
 
   bool Text(std::string& text) {
     const size_t colon = bytes_.find(':', at_);
@@ -120,7 +120,7 @@ class Reader {
   size_t at_ = 0;
 };
 
-bool ReadTable(Reader& reader, const std::string& folder, TableChange& table) {
+bool ReadTable(ByteReader& reader, const std::string& folder, TableChange& table) {
   std::string name;
   const auto column = [&] {
     table.columns.emplace_back();
@@ -139,9 +139,10 @@ bool ReadTable(Reader& reader, const std::string& folder, TableChange& table) {
 
 }  // namespace
 
-std::string ToBytes(const Changes& changes) {
+std::string ToBytes(const Changes& changes, const std::string& model) {
   Writer writer;
   writer.Text(kVersion);
+  writer.Text(model);
   writer.Number(static_cast<long long>(changes.tables.size()));
   for (const TableChange& table : changes.tables) {
     writer.Text(table.path.substr(table.path.rfind('/') + 1));
@@ -160,14 +161,17 @@ std::string ToBytes(const Changes& changes) {
   writer.Number(static_cast<long long>(changes.files.size()));
   for (const FileChange& file : changes.files) {
     writer.Text(file.path);
+    writer.Number(file.was_there ? 1 : 0);
+    writer.Number(file.is_there ? 1 : 0);
     writer.Text(file.before);
     writer.Text(file.after);
   }
   return writer.bytes;
 }
 
-bool FromBytes(const std::string& bytes, const std::string& folder, Changes& changes) {
-  Reader reader(bytes);
+bool FromBytes(const std::string& bytes, const std::string& folder, Changes& changes,
+               std::string& model) {
+  ByteReader reader(bytes);
   std::string version;
   const auto table = [&] {
     changes.tables.emplace_back();
@@ -176,10 +180,17 @@ bool FromBytes(const std::string& bytes, const std::string& folder, Changes& cha
   const auto file = [&] {
     changes.files.emplace_back();
     FileChange& change = changes.files.back();
-    return reader.Text(change.path) && reader.Text(change.before) && reader.Text(change.after) &&
-           change.path.find("..") == std::string::npos;
+    int was_there = 0;
+    int is_there = 0;
+    const bool is_read = reader.Text(change.path) && reader.Read(was_there) &&
+                         reader.Read(is_there) && reader.Text(change.before) &&
+                         reader.Text(change.after);
+    change.was_there = was_there != 0;
+    change.is_there = is_there != 0;
+    return is_read && change.path.find("..") == std::string::npos;
   };
-  return reader.Text(version) && version == kVersion && reader.List(table) && reader.List(file);
+  return reader.Text(version) && version == kVersion && reader.Text(model) && reader.List(table) &&
+         reader.List(file);
 }
 
 }  // namespace MDOMAIN::HISTORY

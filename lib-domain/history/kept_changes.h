@@ -8,10 +8,12 @@
 
 namespace MDOMAIN::HISTORY {
 
-// Databases by their names alone: they lie in one folder.
-std::string ToBytes(const Changes& changes);
+// Databases by their names alone: they lie in one folder. `model` is the name of the model file in
+// force.
+std::string ToBytes(const Changes& changes, const std::string& model);
 // The same with `folder` before the names. False where the bytes are no changes.
-bool FromBytes(const std::string& bytes, const std::string& folder, Changes& changes);
+bool FromBytes(const std::string& bytes, const std::string& folder, Changes& changes,
+               std::string& model);
 
 }  // namespace MDOMAIN::HISTORY
 

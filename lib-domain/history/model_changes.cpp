@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iterator>
 #include <set>
+#include <sstream>
 #include <string_view>
 
 #include "lib-domain/base/log_line.h"
@@ -34,6 +35,8 @@ const std::set<std::string> kModelTables = {
     "primary_domain_table",
 };
 constexpr const char* kFileFolders[] = {"disclaimer_content", "dkim.key"};
+// A process may have some thousand at most; a change of further files is told and not kept.
+constexpr size_t kMostOpenFiles = 200;
 
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -80,34 +83,36 @@ std::string DatabaseFolder() {
   return folder.back() == '/' ? folder : folder + "/";
 }
 
-// Paths of the files in the folders, below `folder`. False with one log line.
-bool ListFiles(const std::string& folder, std::set<std::string>& paths) {
+constexpr std::string_view kTexts = "disclaimer_content/";
+
+// Identity, size and time of a regular file; empty where there is none.
+std::string StampOf(const std::string& path) {
+  struct stat info {};
+  if (lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    return "";
+  }
+  std::ostringstream stamp;
+  stamp << info.st_dev << " " << info.st_ino << " " << info.st_size << " " << info.st_mtim.tv_sec
+        << "." << info.st_mtim.tv_nsec;
+  return stamp.str();
+}
+
+// Paths and stamps of the regular files in the folders, below `folder`. False with one log line.
+bool ListFiles(const std::string& folder, std::map<std::string, std::string>& stamps) {
   for (const char* name : kFileFolders) {
     std::vector<std::string> found;
     if (!korvmailserver::ListFolder(folder + name, found)) {
       return false;
     }
     for (const std::string& file : found) {
-      if (file[0] != '.') {
-        paths.insert(std::string(name) + "/" + file);
+      const std::string path = std::string(name) + "/" + file;
+      const std::string stamp = StampOf(folder + path);
+      if (file[0] != '.' && !stamp.empty()) {
+        stamps[path] = stamp;
       }
     }
   }
   return true;
-}
-
-// Keeps a file readable that is replaced later; -1 where there is none.
-int Keep(const std::string& path) {
-  return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-}
-
-bool IsSame(int kept, const std::string& path) {
-  struct stat before {};
-  struct stat now {};
-  return fstat(kept, &before) == 0 && lstat(path.c_str(), &now) == 0 &&
-         before.st_ino == now.st_ino && before.st_dev == now.st_dev &&
-         before.st_size == now.st_size && before.st_mtim.tv_sec == now.st_mtim.tv_sec &&
-         before.st_mtim.tv_nsec == now.st_mtim.tv_nsec;
 }
 
 std::string BytesOf(int file) {
@@ -130,42 +135,61 @@ ModelChanges::ModelChanges(size_t most_rows)
                    IsWatched(path, table);
           },
           most_rows) {
-  std::set<std::string> paths;
-  ListFiles(folder_, paths);
-  for (const std::string& path : paths) {
-    files_[path] = Keep(folder_ + path);
+  std::map<std::string, std::string> stamps;
+  ListFiles(folder_, stamps);
+  size_t open_files = 0;
+  for (const auto& [path, stamp] : stamps) {
+    files_[path].stamp = stamp;
+    if (path.rfind(kTexts, 0) == 0 && open_files++ < kMostOpenFiles) {
+      files_[path].file = open((folder_ + path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    }
   }
 }
 
 ModelChanges::~ModelChanges() {
-  for (const auto& [path, file] : files_) {
-    close(file);
+  for (const auto& [path, kept] : files_) {
+    if (kept.file >= 0) {
+      close(kept.file);
+    }
   }
+}
+
+bool FileChange::IsKept() const {
+  return path.rfind(kTexts, 0) == 0;
 }
 
 bool ModelChanges::List(Changes& changes) const {
   changes.is_whole = record_.IsWhole();
-  std::set<std::string> paths;
-  if (!record_.List(changes.tables) || !ListFiles(folder_, paths)) {
+  std::map<std::string, std::string> stamps;
+  if (!record_.List(changes.tables) || !ListFiles(folder_, stamps)) {
+    changes.is_whole = false;
     return false;
   }
   LeaveOutPublished(changes.tables);
-  for (const auto& [path, file] : files_) {
+  std::set<std::string> paths;
+  for (const auto& [path, kept] : files_) {
+    paths.insert(path);
+  }
+  for (const auto& [path, stamp] : stamps) {
     paths.insert(path);
   }
   for (const std::string& path : paths) {
     const auto kept = files_.find(path);
-    if (kept != files_.end() && IsSame(kept->second, folder_ + path)) {
+    const auto now = stamps.find(path);
+    FileChange change{path, kept != files_.end(), now != stamps.end(), "", ""};
+    if (change.was_there && change.is_there && kept->second.stamp == now->second) {
       continue;
     }
-    FileChange change;
-    change.path = path;
-    change.before = kept == files_.end() ? "" : BytesOf(kept->second);
-    if (korvmailserver::ReadFile(folder_ + path, change.after) < 0 && errno != ENOENT) {
-      LOG_ERROR("Cannot read [%s%s]: %s", folder_.c_str(), path.c_str(), std::strerror(errno));
-      return false;
+    if (change.IsKept()) {
+      changes.is_whole = changes.is_whole && (!change.was_there || kept->second.file >= 0);
+      change.before = change.was_there ? BytesOf(kept->second.file) : "";
+      if (change.is_there && korvmailserver::ReadFile(folder_ + path, change.after) < 0) {
+        LOG_ERROR("Cannot read [%s%s]: %s", folder_.c_str(), path.c_str(), std::strerror(errno));
+        changes.is_whole = false;
+        return false;
+      }
     }
-    if (change.before != change.after) {
+    if (change.was_there != change.is_there || !change.IsKept() || change.before != change.after) {
       changes.files.push_back(std::move(change));
     }
   }

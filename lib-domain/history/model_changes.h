@@ -14,11 +14,15 @@
 
 namespace MDOMAIN::HISTORY {
 
-// A file in one of the folders whose files belong to domains. Empty: there is none.
+// A file in one of the folders whose files belong to domains.
 struct FileChange {
   std::string path;  // below the folder of the databases, "disclaimer_content/domain-1"
-  std::string before;
+  bool was_there = false;
+  bool is_there = false;
+  std::string before;  // the bytes of a text; those of a key are secret, and not kept
   std::string after;
+
+  bool IsKept() const;  // whether the bytes are
 };
 
 struct Changes {
@@ -43,8 +47,14 @@ class MDOMAIN_EXPORT ModelChanges {
   bool List(Changes& changes) const;
 
  private:
+  // A descriptor, so that what is replaced can still be read; -1 where it was not opened.
+  struct Kept {
+    int file = -1;
+    std::string stamp;
+  };
+
   std::string folder_;
-  std::map<std::string, int> files_;  // descriptors by path: what is replaced can still be read
+  std::map<std::string, Kept> files_;
   korvmailserver::ChangeRecord record_;
 };
 

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "lib-domain/base/text.h"
+#include "lib-domain/base/log_line.h"
+#include "platform/include/files.h"
 
 namespace MDOMAIN::HISTORY {
 
@@ -44,7 +45,7 @@ std::string TextOf(const TableChange& table, const SqlRow& row, const std::strin
   return value.type == SqlValue::Type::kInteger ? std::to_string(value.integer) : value.bytes;
 }
 
-Names::Names(const std::string& model_path, const Changes& changes) : model_(model_path) {
+Names::Names(const std::string& model_path, const Changes& changes) : model_path_(model_path) {
   for (const TableChange& table : changes.tables) {
     if (table.table == "user_table") {
       TakeNames(table, "uid", "user_name", users_);
@@ -54,6 +55,17 @@ Names::Names(const std::string& model_path, const Changes& changes) : model_(mod
       TakeNames(table, "domain_idx", "domain_name", domains_);
     }
   }
+}
+
+bool Names::Open() {
+  constexpr int kBusyMilliseconds = 10000;
+  if (!postara::sdk::Exist(model_path_) ||
+      model_.Open(model_path_, korvmailserver::Connection::Mode::kRead, kBusyMilliseconds) ==
+          SQLITE_OK) {
+    return true;
+  }
+  LOG_ERROR("Cannot read [%s]: %s", model_path_.c_str(), model_.Error().c_str());
+  return false;
 }
 
 std::string Names::User(const std::string& uid) {
@@ -94,7 +106,7 @@ std::string Names::_First(const char* sql, const std::vector<std::string>& value
   for (size_t i = 0; i < values.size(); ++i) {
     statement.Bind(static_cast<int>(i) + 1, values[i]);
   }
-  const std::string first = statement.Step() == SQLITE_ROW ? statement.Text(0) : "";
+  std::string first = statement.Step() == SQLITE_ROW ? statement.Text(0) : "";
   statement.Reset();
   return first;
 }

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "lib-domain/db/reader.h"
 #include "lib-domain/history/model_changes.h"
+#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::HISTORY {
 
@@ -18,8 +18,8 @@ std::string TextOf(const korvmailserver::TableChange& table, const korvmailserve
 class Names {
  public:
   Names(const std::string& model_path, const Changes& changes);
-  // False with one log line.
-  bool Open() { return model_.Open(); }
+  // A missing model has no names. False with one log line.
+  bool Open();
 
   // Without a name, "uid 1001", "gid 2001", "domain 3".
   std::string User(const std::string& uid);
@@ -36,7 +36,8 @@ class Names {
   std::string _Name(Known& known, const std::string& id, const char* sql, const char* kind);
   std::string _First(const char* sql, const std::vector<std::string>& values);
 
-  DB::INTERNAL::Reader model_;
+  std::string model_path_;
+  korvmailserver::Connection model_;
   korvmailserver::CompiledStatements compiled_;
   Known users_, groups_, domains_;
 };

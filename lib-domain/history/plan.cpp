@@ -155,9 +155,9 @@ void PlanMaker::_TellDomain(const Subject& row) {
     const std::string before = row.Before(column);
     const std::string after = row.After(column);
     if (before != after) {
-      Json::Value& entry = _Add("domain", "changed",
-                                "domain " + row.Before("domain_name") + ": " + title + " \"" +
-                                    before + "\" becomes \"" + after + "\"");
+      std::string text = "domain " + row.Before("domain_name") + ": " + title;
+      text += " \"" + before + "\" becomes \"" + after + "\"";
+      Json::Value& entry = _Add("domain", "changed", text);
       entry["domain"] = row.Before("domain_name");
       entry["property"] = title;
       entry["before"] = before;
@@ -477,9 +477,7 @@ void PlanMaker::_TellDisclaimers(const Changes& changes) {
 void PlanMaker::_TellDkim(const Changes& changes) {
   for (const FileChange& file : changes.files) {
     if (file.path.rfind(kTexts, 0) != 0) {
-      const char* change = file.before.empty()  ? "added"
-                           : file.after.empty() ? "removed"
-                                                : "changed";
+      const char* change = !file.was_there ? "added" : !file.is_there ? "removed" : "changed";
       const std::string domain = names_.Domain(file.path.substr(file.path.rfind('-') + 1));
       Json::Value& entry = _Add("keys", change, "a DKIM key of " + domain + " is " + change);
       entry["domain"] = domain;

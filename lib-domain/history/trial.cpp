@@ -102,7 +102,7 @@ bool ForgetFollowers(const std::string& etc, std::string& error) {
 }  // namespace
 
 Trial::~Trial() {
-  if (held_ >= 0) {
+  if (is_maker_) {
     std::error_code ignored;
     fs::remove_all(folder_, ignored);
     close(held_);
@@ -117,6 +117,7 @@ bool Trial::Copy(std::string& error) {
     error = folder_ + ": " + std::strerror(errno);
     return false;
   }
+  is_maker_ = true;
   held_ = Hold(folder_);
   const auto place = [this](const std::string& path) {
     return folder_ + path.substr(korvmailserver::RootPrefix().size());
@@ -144,8 +145,7 @@ bool Trial::Copy(std::string& error) {
 void Trial::Enter() {
   setenv("MDOMAIN_ROOT", folder_.c_str(), 1);
   korvmailserver::IgnoreSharedStore();
-  close(held_);  // the maker's own holds it
-  held_ = -1;
+  is_maker_ = false;  // the other process is
 }
 
 }  // namespace MDOMAIN::HISTORY

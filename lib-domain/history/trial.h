@@ -29,6 +29,7 @@ class MDOMAIN_EXPORT Trial {
  private:
   std::string folder_;
   int held_ = -1;
+  bool is_maker_ = false;
 };
 
 }  // namespace MDOMAIN::HISTORY

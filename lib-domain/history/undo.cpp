@@ -13,7 +13,9 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/control/departure.h"
+#include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/notice.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/history_file.h"
 #include "lib-domain/history/kept_changes.h"
@@ -67,9 +69,13 @@ class Restoring {
            connection_.Run("PRAGMA foreign_keys = OFF; BEGIN IMMEDIATE") == SQLITE_OK;
   }
   bool Apply(const std::vector<TableChange>& changes, std::vector<std::string>& obstacles) {
-    return korvmailserver::ApplyChanges(connection_.Get(), changes, RowSide::kBefore, obstacles) ==
-               SQLITE_OK &&
-           (!obstacles.empty() || _ListDangling(obstacles));
+    const int result =
+        korvmailserver::ApplyChanges(connection_.Get(), changes, RowSide::kBefore, obstacles);
+    if (result == SQLITE_CONSTRAINT) {
+      obstacles.push_back(path_ + ": " + sqlite3_errmsg(connection_.Get()));
+      return true;
+    }
+    return result == SQLITE_OK && (!obstacles.empty() || _ListDangling(obstacles));
   }
   bool Commit() { return connection_.Run("COMMIT") == SQLITE_OK; }
   bool Fail() const {
@@ -110,52 +116,92 @@ bool RestoreRows(const Changes& changes, std::vector<std::string>& obstacles) {
   return true;
 }
 
-std::string BytesOf(const std::string& path) {
-  std::string bytes;
-  return korvmailserver::ReadFile(path, bytes) < 0 ? "" : bytes;
+bool ReadText(const std::string& path, std::string& bytes) {
+  return korvmailserver::ReadFile(PATHS::EtcDir() + path, bytes) >= 0;
 }
 
 void ListFileObstacles(const Changes& changes, std::vector<std::string>& obstacles) {
   for (const FileChange& file : changes.files) {
-    const std::string now = BytesOf(PATHS::EtcDir() + file.path);
-    if (now != file.before && now != file.after) {
+    std::string now;
+    const bool is_there = ReadText(file.path, now);
+    const bool is_before = is_there == file.was_there && now == file.before;
+    const bool is_after = is_there == file.is_there && now == file.after;
+    if (!is_before && !is_after) {
       obstacles.push_back(file.path + " was changed since");
     }
   }
 }
 
 bool RestoreFile(const FileChange& file) {
-  constexpr mode_t kTextMode = 0640;
-  const bool is_secret = file.path.find("private") != std::string::npos;
+  constexpr mode_t kMode = 0640;
   const std::string path = PATHS::EtcDir() + file.path;
-  if (BytesOf(path) == file.before) {
+  std::string now;
+  const bool is_there = ReadText(file.path, now);
+  if (is_there == file.was_there && now == file.before) {
     return true;
   }
-  const int result = file.before.empty()
-                         ? postara::sdk::Unlink(path)
-                         : korvmailserver::ReplaceFile(path, file.before,
-                                                       is_secret ? S_IRUSR | S_IWUSR : kTextMode);
-  if (result < 0 || (!file.before.empty() &&
-                     mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount,
-                                          is_secret ? S_IRUSR | S_IWUSR : kTextMode) < 0)) {
+  const bool is_restored =
+      file.was_there
+          ? korvmailserver::ReplaceFile(path, file.before, kMode) == 0 &&
+                mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, kMode) >= 0
+          : postara::sdk::Unlink(path) == 0;
+  if (!is_restored) {
     LOG_ERROR("Cannot put back [%s]: %s", path.c_str(), std::strerror(errno));
-    return false;
   }
-  return true;
+  return is_restored;
+}
+
+// The values of a column in changed rows of the tables.
+std::set<int> ValuesOf(const Changes& changes, const std::set<std::string>& tables,
+                       const char* column) {
+  std::set<int> values;
+  for (const TableChange& table : changes.tables) {
+    if (tables.count(table.table) != 0) {
+      for (const auto& row : table.rows) {
+        const std::string text = TextOf(table, row.before.empty() ? row.after : row.before, column);
+        values.insert(static_cast<int>(std::strtol(text.c_str(), nullptr, 10)));
+      }
+    }
+  }
+  return values;
+}
+
+// What the model remembers besides its rows: that it is empty on purpose.
+bool SettleContent(const Changes& changes) {
+  if (ValuesOf(changes, {"domain_table"}, "domain_idx").empty()) {
+    return true;
+  }
+  DB::INTERNAL::Content content = DB::INTERNAL::Content::kNothing;
+  return DB::INTERNAL::GetContent(content) &&
+         (content == DB::INTERNAL::Content::kDomains ? DB::INTERNAL::ClearEmptied()
+                                                     : DB::INTERNAL::SetEmptiedIfEmpty());
+}
+
+// Who owns an alias may be another question than it was then: others have come meanwhile.
+bool SetFlags(const Changes& changes) {
+  const std::set<int> domains = ValuesOf(
+      changes, {"domain_user_alias_table", "domain_user_role_table", "domain_group_role_table"},
+      "domain_idx");
+  return domains.empty() ||
+         CONTROL::DomainUser().UpdateDuplicateAlias({domains.begin(), domains.end()});
 }
 
 // Users with an alias or role that changed.
 std::vector<unsigned int> ChangedUsers(const Changes& changes) {
-  std::set<unsigned int> uids;
-  for (const TableChange& table : changes.tables) {
-    if (table.table == "domain_user_alias_table" || table.table == "domain_user_role_table") {
-      for (const auto& row : table.rows) {
-        const std::string uid = TextOf(table, row.before.empty() ? row.after : row.before, "uid");
-        uids.insert(static_cast<unsigned int>(std::strtoul(uid.c_str(), nullptr, 10)));
-      }
+  const std::set<int> uids =
+      ValuesOf(changes, {"domain_user_alias_table", "domain_user_role_table"}, "uid");
+  return {uids.begin(), uids.end()};
+}
+
+// Behind the rows: the files, what follows from the rows, and whose addresses changed is announced.
+bool RestoreFiles(const Changes& changes) {
+  for (const FileChange& changed : changes.files) {
+    if (!RestoreFile(changed)) {
+      return false;
     }
   }
-  return {uids.begin(), uids.end()};
+  return SettleContent(changes) && SetFlags(changes) &&
+         CONTROL::INTERNAL::Announce(ChangedUsers(changes));
 }
 
 // Why it is not tried; empty when nothing speaks against it.
@@ -166,8 +212,12 @@ std::string Refusal(const Entry& entry, const std::string& bytes, Changes& chang
   if (!entry.why_kept.empty()) {
     return entry.why_kept;
   }
-  if (!FromBytes(bytes, PATHS::EtcDir(), changes)) {
+  std::string model;
+  if (!FromBytes(bytes, PATHS::EtcDir(), changes, model)) {
     return "the history does not hold it whole";
+  }
+  if (model != ModelName()) {
+    return "the model file in force was another one then: " + model;
   }
   std::vector<CONTROL::INTERNAL::PendingDeparture> pending;
   if (!CONTROL::INTERNAL::ListPendingDepartures(pending) || !pending.empty()) {
@@ -178,14 +228,21 @@ std::string Refusal(const Entry& entry, const std::string& bytes, Changes& chang
 
 }  // namespace
 
-bool UndoLast(UndoResult& result) {
+bool FindLast(Entry& entry) {
+  HistoryFile file;
+  std::string bytes;
+  return file.OpenForReading() && (file.Get() == nullptr || ReadLast(file, entry, bytes));
+}
+
+bool UndoLast(long long id, UndoResult& result) {
   HistoryFile file;
   std::string bytes;
   if (!file.OpenForWriting() || !ReadLast(file, result.entry, bytes)) {
     return false;
   }
   Changes changes;
-  result.reason = Refusal(result.entry, bytes, changes);
+  result.reason = result.entry.id == id ? Refusal(result.entry, bytes, changes)
+                                        : "another change was made meanwhile";
   if (!result.reason.empty()) {
     return true;
   }
@@ -201,14 +258,20 @@ bool UndoLast(UndoResult& result) {
     result.obstacles.resize(std::min(result.obstacles.size(), kObstaclesShown));
     return SetState(file, result.entry.id, "done");
   }
-  for (const FileChange& changed : changes.files) {
-    if (!RestoreFile(changed)) {
-      return false;
-    }
-  }
-  result.is_done = CONTROL::INTERNAL::Announce(ChangedUsers(changes)) &&
-                   SetState(file, result.entry.id, "undone");
+  result.is_done = RestoreFiles(changes) && SetState(file, result.entry.id, "undone");
   return result.is_done;
+}
+
+bool TakeBack(const Changes& changes) {
+  std::vector<std::string> obstacles;
+  if (!changes.is_whole || !RestoreRows(changes, obstacles)) {
+    return false;
+  }
+  if (!obstacles.empty()) {
+    LOG_ERROR("Cannot put back, changed since: %s", obstacles.front().c_str());
+    return false;
+  }
+  return RestoreFiles(changes);
 }
 
 }  // namespace MDOMAIN::HISTORY

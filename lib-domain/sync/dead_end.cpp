@@ -12,6 +12,7 @@
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
+#include "lib-domain/sync/postfix_maps.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/postfix_map.h"
 
@@ -33,7 +34,9 @@ class Ways {
       return false;
     }
     for (const RECORD::DomainPart& name : names) {
-      domains_.emplace(FoldMapKey(name.GetDomainName()), name.GetDomainIdx());
+      if (!INTERNAL::IsTakenForAnother(name.GetDomainName())) {
+        domains_.emplace(FoldMapKey(name.GetDomainName()), name.GetDomainIdx());
+      }
     }
     for (const RECORD::Domain& domain : domains) {
       names_.emplace(domain.GetDomainIdx(), domain.GetDomainName());
@@ -79,7 +82,7 @@ class Ways {
         dead_ends.push_back({address, receiver, answer == Answer::kGoesOn});
       }
     }
-    return true;
+    return !has_failed_;
   }
 
  private:
@@ -140,7 +143,7 @@ class Ways {
   }
 
   // Whether one leads to the other, over special addresses alone.
-  bool _Reaches(const Place& from, const Place& to, std::set<Place>& seen) const {
+  bool _Reaches(const Place& from, const Place& to, std::set<Place>& seen) {
     if (from == to) {
       return true;
     }
@@ -150,7 +153,9 @@ class Ways {
     }
     for (const std::string& receiver : Split(special->second.addresses)) {
       Place next;
-      if (IsOurs(receiver, next) && _Ask(next) == Answer::kGoesOn && _Reaches(next, to, seen)) {
+      const Answer answer = IsOurs(receiver, next) ? _Ask(next) : Answer::kUser;
+      has_failed_ = has_failed_ || answer == Answer::kFailed;
+      if (answer == Answer::kGoesOn && _Reaches(next, to, seen)) {
         return true;
       }
     }
@@ -161,6 +166,7 @@ class Ways {
   DB::INTERNAL::SpecialAddresses special_;
   std::map<std::string, int> domains_;  // by every folded name
   std::map<int, std::string> names_;
+  bool has_failed_ = false;  // a way could not be followed to its end
 };
 
 }  // namespace

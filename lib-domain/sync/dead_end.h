@@ -12,8 +12,8 @@ namespace MDOMAIN::UTILS {
 
 struct DeadEnd {
   std::string address;  // of an entry of the alias table, postmaster or abuse, at its domain's name
-  std::string
-      receiver;  // where it goes, an address in a domain of ours; empty: to no member at all
+  // Where it goes, an address in a domain of ours; empty: to no member at all.
+  std::string receiver;
   bool is_loop;  // the receiver leads back to it; else nobody has it
 };
 

@@ -15,6 +15,7 @@
 #include "lib-domain/db/owner_follow.h"
 #include "lib-domain/db/read_scope.h"
 #include "lib-domain/sync/address_follower.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
 #include "lib-domain/sync/owner_registry.h"
@@ -259,7 +260,7 @@ bool HasChangesToFollow(bool& has_changes) {
   if (!postfix.empty()) {
     const bool is_read = DB::INTERNAL::ListKeptAddresses(kept) && ListSpecial(now);
     has_changes = kept != now;
-    return is_read;
+    return is_read && (has_changes || AreCompiledMapsBehind(has_changes));
   }
   return true;
 }
@@ -274,7 +275,9 @@ bool FollowAddresses() {
   }
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   const bool are_in_line = DB::INTERNAL::BeginWriting() && Following().Run();
-  return scope.Commit() == 0 && are_in_line;
+  const bool is_committed = scope.Commit() == 0;
+  // Not while nobody else can write: it takes seconds, and what it makes is made up for.
+  return CompilePostfixMaps() && is_committed && are_in_line;
 }
 
 bool BuildOwners(OwnerCounts& counts) {
@@ -283,7 +286,7 @@ bool BuildOwners(OwnerCounts& counts) {
 }
 
 bool BuildPostfixMaps() {
-  return Start(*INTERNAL::PostfixFollower());
+  return Start(*INTERNAL::PostfixFollower()) && CompilePostfixMaps();
 }
 
 bool ForgetPostfixMaps() {

@@ -1,10 +1,9 @@
-// Reads through the controls, writes through the registry's store, compares in memory: a million
-// addresses are a few hundred megabytes for the seconds that this takes.
+// Reads through the controls, writes through the registry's store; in between all of it is in
+// memory: a million addresses are a few hundred megabytes for the seconds that this takes.
 #include "lib-domain/sync/owner_registry.h"
 
 #include <algorithm>
 #include <map>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
@@ -15,7 +14,6 @@
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/email_owner.h"
 #include "lib-domain/db/owner_update.h"
-#include "lib-domain/db/reader.h"
 #include "lib-domain/sync/owner_content.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
@@ -28,16 +26,12 @@ namespace MDOMAIN::UTILS {
 using korvmailserver::Connection;
 using korvmailserver::kServiceAccount;
 using korvmailserver::NewFile;
-using korvmailserver::Statement;
 
 namespace {
 
 constexpr int kBusyMilliseconds = 10000;
 constexpr mode_t kMode = 0644;
 constexpr mode_t kFolderMode = 0755;
-constexpr const char* kSelectDomains = "SELECT domain_name, domain_idx FROM domain_part";
-constexpr const char* kSelectLocalParts =
-    "SELECT local_part, domain_idx, user_name FROM local_part";
 
 std::string Key(const std::string& text, int domain_idx) {
   return std::to_string(domain_idx) + "/" + BASE::ToLowerAscii(text);
@@ -265,41 +259,6 @@ bool ReplaceOwnerRegistry(const std::string& path, const OwnerRegistryContent& c
     return false;
   }
   return true;
-}
-
-bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
-                     OwnerRegistryContent& stale) {
-  stale = OwnerRegistryContent();
-  std::unordered_set<std::string> domains;
-  for (const RECORD::DomainPart& part : content.domains) {
-    domains.insert(Key(part.GetDomainName(), part.GetDomainIdx()));
-  }
-  std::unordered_map<std::string, std::string> owners;
-  for (const RECORD::LocalPart& part : content.local_parts) {
-    owners.emplace(Key(part.GetLocalPart(), part.GetDomainIdx()), part.GetUserName());
-  }
-  const auto check_domain = [&](const Statement& row) {
-    int idx = 0;
-    const std::string name = row.Text(0);
-    if (BASE::ConvertToInt(row.Text(1), idx) && domains.count(Key(name, idx)) == 0) {
-      stale.domains.emplace_back(name, idx);
-    }
-  };
-  const auto check_local_part = [&](const Statement& row) {
-    int idx = 0;
-    if (!BASE::ConvertToInt(row.Text(1), idx)) {
-      return;
-    }
-    const std::string local_part = row.Text(0);
-    const std::string user_name = row.Text(2);
-    const auto owner = owners.find(Key(local_part, idx));
-    if (owner == owners.end() || owner->second != user_name) {
-      stale.local_parts.emplace_back(local_part, idx, user_name);
-    }
-  };
-  DB::INTERNAL::Reader reader(path);
-  return reader.Open() && reader.ForEachRow(kSelectDomains, check_domain) &&
-         reader.ForEachRow(kSelectLocalParts, check_local_part);
 }
 
 }  // namespace MDOMAIN::UTILS

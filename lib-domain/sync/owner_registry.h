@@ -5,6 +5,7 @@
 #ifndef LIB_DOMAIN_SYNC_OWNER_REGISTRY_H
 #define LIB_DOMAIN_SYNC_OWNER_REGISTRY_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,11 +35,15 @@ MDOMAIN_EXPORT bool CollectOwners(OwnerRegistryContent& content);
 MDOMAIN_EXPORT bool ReplaceOwnerRegistry(const std::string& path,
                                          const OwnerRegistryContent& content);
 
-// The registry's rows that are not in `content`: another owner, an alias or a domain that is gone.
-// The comparison ignores ASCII case, as look-ups do. A missing registry has no rows. False with one
-// log line when the file cannot be read.
-MDOMAIN_EXPORT bool FindStaleOwners(const std::string& path, const OwnerRegistryContent& content,
-                                    OwnerRegistryContent& stale);
+// Calls `use_domain`, then `use_local_part`, for each of the registry's rows that CollectOwners
+// does not give, in stored order: another owner, an alias or a domain that is gone. The comparison
+// ignores ASCII case, as look-ups do. A missing registry has no rows. Little of either is kept, and
+// who writes to one of them may have to wait. When one of them cannot be read there is one log
+// line, and some rows may have been handed out.
+enum class OwnerCheck { kDone, kModelUnread, kRegistryUnread };
+MDOMAIN_EXPORT OwnerCheck FindStaleOwners(
+    const std::string& path, const std::function<void(const RECORD::DomainPart& part)>& use_domain,
+    const std::function<void(const RECORD::LocalPart& part)>& use_local_part);
 
 }  // namespace MDOMAIN::UTILS
 

@@ -11,6 +11,7 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/address_follower.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
 #include "lib-domain/sync/postfix_maps.h"
@@ -31,19 +32,10 @@ using NamesByDomain = std::map<int, std::set<std::string>>;
 // What a look-up of a domain gives; Postfix asks only whether it gives something.
 constexpr const char* kDomainValue = "mdomain";
 
-// Whether Postfix, which folds more than a domain name may be folded, takes the spelling for
-// another domain: "stra\u00DFe.example" is not "strasse.example". The ASCII spelling serves then.
-bool IsTakenForAnother(const std::string& name) {
-  std::string own;
-  std::string folded;
-  return KORV::POSTARA_SERVER::ConvertToPunycode(name, own) >= 0 &&
-         KORV::POSTARA_SERVER::ConvertToPunycode(FoldMapKey(name), folded) >= 0 && own != folded;
-}
-
 NamesByDomain ByDomain(const std::vector<RECORD::DomainPart>& names) {
   NamesByDomain by_domain;
   for (const RECORD::DomainPart& name : names) {
-    if (!IsTakenForAnother(name.GetDomainName())) {
+    if (!INTERNAL::IsTakenForAnother(name.GetDomainName())) {
       by_domain[name.GetDomainIdx()].insert(FoldMapKey(name.GetDomainName()));
     }
   }
@@ -309,13 +301,21 @@ bool MarkPulledMaps() {
 
 }  // namespace
 
+bool INTERNAL::IsTakenForAnother(const std::string& name) {
+  std::string own;
+  std::string folded;
+  return KORV::POSTARA_SERVER::ConvertToPunycode(name, own) >= 0 &&
+         KORV::POSTARA_SERVER::ConvertToPunycode(FoldMapKey(name), folded) >= 0 && own != folded;
+}
+
 bool MakePulledPostfixMaps() {
   MailTarget target;
   OwnerRegistryContent owners;
   DB::INTERNAL::SpecialAddresses special;
   std::string state;  // kept in the model of a machine that writes it
   return target.Read() && CollectOwners(owners) && CollectSpecialAddresses(target, special) &&
-         INTERNAL::PostfixFollower()->Build(owners, special, state) && MarkPulledMaps();
+         INTERNAL::PostfixFollower()->Build(owners, special, state) && MarkPulledMaps() &&
+         CompilePostfixMaps();
 }
 
 bool HasPostfixMaps() {
@@ -324,8 +324,10 @@ bool HasPostfixMaps() {
 }
 
 bool LacksPostfixMap() {
+  bool is_behind = false;
   return HasPostfixMaps() && (!postara::sdk::Exist(PostfixMap(PATHS::PostfixAddresses()).File()) ||
-                              !postara::sdk::Exist(PostfixMap(PATHS::PostfixDomains()).File()));
+                              !postara::sdk::Exist(PostfixMap(PATHS::PostfixDomains()).File()) ||
+                              !AreCompiledMapsBehind(is_behind) || is_behind);
 }
 
 }  // namespace MDOMAIN::UTILS

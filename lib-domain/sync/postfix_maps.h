@@ -2,6 +2,8 @@
 #ifndef LIB_DOMAIN_SYNC_POSTFIX_MAPS_H
 #define LIB_DOMAIN_SYNC_POSTFIX_MAPS_H
 
+#include <string>
+
 #include "lib-domain/sync/owner_registry.h"
 #include "platform/include/export.h"
 #include "platform/include/postfix_map.h"
@@ -17,13 +19,19 @@ struct PostfixContent {
 // the accounts' addresses cannot be read.
 MDOMAIN_EXPORT bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& content);
 
+namespace INTERNAL {
+// Whether Postfix, which folds more than a domain name may be folded, takes the spelling for
+// another domain: "stra\u00DFe.example" is not "strasse.example". The ASCII spelling serves then.
+bool IsTakenForAnother(const std::string& name);
+}  // namespace INTERNAL
+
 // On a machine that pulls, where the model is not written: makes the maps from it, and remembers
 // that this machine has them. False with a log line, and the maps of before in place.
 MDOMAIN_EXPORT bool MakePulledPostfixMaps();
 // Whether somebody made the maps on this machine; of those that a machine made which pulls also
 // when they were removed since.
 bool HasPostfixMaps();
-// Whether it has them, and one was removed: Postfix puts off all mail then.
+// Whether it has them, and one was removed, so that Postfix puts off all mail, or not compiled.
 bool LacksPostfixMap();
 
 }  // namespace MDOMAIN::UTILS

@@ -60,6 +60,13 @@ void DefaultAliasGetter::_GetTokenizedPatternToAttrMap(const std::vector<std::st
 
 bool DefaultAliasGetter::GetAliasFromUserShortNames(
     const std::vector<std::string>& user_short_names, std::map<std::string, std::string>& aliases) {
+  std::map<std::string, std::string> missing;
+  return GetAliasFromUserShortNames(user_short_names, aliases, missing);
+}
+
+bool DefaultAliasGetter::GetAliasFromUserShortNames(
+    const std::vector<std::string>& user_short_names, std::map<std::string, std::string>& aliases,
+    std::map<std::string, std::string>& missing) {
   if (user_short_names.empty()) {
     return true;
   }
@@ -72,7 +79,21 @@ bool DefaultAliasGetter::GetAliasFromUserShortNames(
     LOG_ERROR("Failed to _ComposeUserAliasMap");
     return false;
   }
+  _FindMissing(attrs, missing);
   return true;
+}
+
+void DefaultAliasGetter::_FindMissing(const UserAttrsMap& attrs,
+                                      std::map<std::string, std::string>& missing) const {
+  for (const auto& [name, values] : attrs) {
+    const AttrMap& of_user = values;
+    const auto token =
+        std::find_if(pattern_attrs_.begin(), pattern_attrs_.end(),
+                     [&](const auto& entry) { return of_user.count(entry.second) == 0; });
+    if (token != pattern_attrs_.end()) {
+      missing[name] = token->first;
+    }
+  }
 }
 
 DefaultAliasGetter::AttrSet DefaultAliasGetter::_NeededAttrs() const {

@@ -43,6 +43,11 @@ class MDOMAIN_EXPORT DefaultAliasGetter {
   // before this returns. Nothing else that depends on the ids may run meanwhile.
   bool GetAliasFromUserShortNames(const std::vector<std::string>& user_short_names,
                                   std::map<std::string, std::string>& aliases);
+  // The same, and adds to `missing` those who get the short name because their account has no value
+  // for a token: the first such token, by its bytes.
+  bool GetAliasFromUserShortNames(const std::vector<std::string>& user_short_names,
+                                  std::map<std::string, std::string>& aliases,
+                                  std::map<std::string, std::string>& missing);
 
  private:
   friend class AttributeScope;
@@ -59,6 +64,7 @@ class MDOMAIN_EXPORT DefaultAliasGetter {
   bool _FetchAttrsFromLDAP(UserAttrsMap& attrs);
   bool _FetchAttrsFromDomain(UserAttrsMap& attrs);
   bool _ComposeUserAliasMap(const UserAttrsMap& attrs, std::map<std::string, std::string>& aliases);
+  void _FindMissing(const UserAttrsMap& attrs, std::map<std::string, std::string>& missing) const;
   AttrSet _NeededAttrs() const;
 
   AUTH_TYPE auth_type_ = AUTH_LOCAL;

@@ -241,18 +241,17 @@ int Alias::load() {
 // By the kept connection where there is one.
 template <typename Value, typename ReadRow>
 int Alias::_Select(const char* sql, const ReadRow& read_row, std::set<Value>& values) const {
-  const auto select = [&](Statement& statement) {
-    std::set<Value> all;
-    if (!statement.ForEachRow([&](const Statement& row) { all.insert(read_row(row)); })) {
-      return false;
-    }
-    values.merge(all);
-    return true;
+  using Values = std::set<Value>;
+  const auto select = [&](Statement& statement, Values& all) {
+    return statement.ForEachRow([&](const Statement& row) { all.insert(read_row(row)); });
   };
   KeptDatabase& kept = KeptDatabase::Of(path_);
-  if (kept.Run(path_, [&](sqlite3* db, CompiledStatements& compiled) {
-        return select(compiled.Get(db, sql));
-      })) {
+  const Values* const known =
+      kept.Ask<Values>(path_, sql, [&](sqlite3* db, CompiledStatements& compiled, Values& answer) {
+        return select(compiled.Get(db, sql), answer);
+      });
+  if (known != nullptr) {
+    values.insert(known->begin(), known->end());
     return 0;
   }
   if (!KLIBCFileExist(path_.c_str())) {
@@ -264,9 +263,11 @@ int Alias::_Select(const char* sql, const ReadRow& read_row, std::set<Value>& va
   }
   db.setBusyTimeout(kBusyTimeout);
   Statement statement(db.getDB(), sql);
-  if (!select(statement)) {
+  Values all;
+  if (!select(statement, all)) {
     return Fail(path_, sqlite3_errmsg(db.getDB()));
   }
+  values.merge(all);
   kept.Keep(path_);
   return 0;
 }

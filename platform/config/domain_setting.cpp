@@ -128,20 +128,22 @@ int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& s
   return -1;
 }
 
-// Adds nothing when it fails.
-bool SelectDomains(Statement& domains, Ids& domain_ids, Ids& whole_domain_ids) {
+struct DomainsWithRows {
   Ids all;
   Ids whole;
-  if (!domains.ForEachRow([&](const Statement& row) {
-        if (!all.insert(row.Int(0)).second) {
-          whole.insert(row.Int(0));
-        }
-      })) {
-    return false;
-  }
-  domain_ids.merge(all);
-  whole_domain_ids.merge(whole);
-  return true;
+};
+
+bool SelectDomains(Statement& domains, DomainsWithRows& found) {
+  return domains.ForEachRow([&found](const Statement& row) {
+    if (!found.all.insert(row.Int(0)).second) {
+      found.whole.insert(row.Int(0));
+    }
+  });
+}
+
+void Add(const DomainsWithRows& found, Ids& domain_ids, Ids& whole_domain_ids) {
+  domain_ids.insert(found.all.begin(), found.all.end());
+  whole_domain_ids.insert(found.whole.begin(), found.whole.end());
 }
 
 }  // namespace
@@ -166,9 +168,12 @@ int DomainSetting::DelSettings(int domain_id) {
 
 int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_domain_ids) {
   KeptDatabase& kept = KeptDatabase::Of(path_);
-  if (kept.Run(path_, [&](sqlite3* db, CompiledStatements& compiled) {
-        return SelectDomains(compiled.Get(db, kSelectDomains), domain_ids, whole_domain_ids);
-      })) {
+  const auto* const known = kept.Ask<DomainsWithRows>(
+      path_, kSelectDomains, [](sqlite3* db, CompiledStatements& compiled, DomainsWithRows& rows) {
+        return SelectDomains(compiled.Get(db, kSelectDomains), rows);
+      });
+  if (known != nullptr) {
+    Add(*known, domain_ids, whole_domain_ids);
     return 0;
   }
   if (!KLIBCFileExist(path_.c_str())) {
@@ -184,7 +189,9 @@ int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_d
     return 0;
   }
   Statement domains(db.getDB(), kSelectDomains);
-  if (found == SQLITE_ROW && SelectDomains(domains, domain_ids, whole_domain_ids)) {
+  DomainsWithRows rows;
+  if (found == SQLITE_ROW && SelectDomains(domains, rows)) {
+    Add(rows, domain_ids, whole_domain_ids);
     kept.Keep(path_);
     return 0;
   }

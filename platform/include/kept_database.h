@@ -8,9 +8,14 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <any>
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
+#include <utility>
 
+#include "platform/include/database_numbers.h"
 #include "platform/include/export.h"
 #include "platform/include/sqlite.h"
 
@@ -30,6 +35,27 @@ class MDOMAIN_EXPORT KeptDatabase {
   // stands at the path now is kept: it, its folder, the rights to them or the process is another.
   // After a false nothing is kept. The connection does not wait for locks.
   bool Run(const std::string& path, const Work& work);
+  // What `read` answered to this question, a constant, of the state that the file has now: it is
+  // called when somebody has committed something since. Null where the usual way is to be gone, as
+  // with Run. The answer stays until the next call.
+  template <typename Answer>
+  const Answer* Ask(
+      const std::string& path, const char* question,
+      const std::function<bool(sqlite3* db, CompiledStatements& compiled, Answer& answer)>& read) {
+    const bool is_known = Run(path, [&](sqlite3* db, CompiledStatements& compiled) {
+      if (_IsKnown(question)) {
+        return true;
+      }
+      Transaction of_one_moment(db, Transaction::Kind::kRead);
+      Answer answer;
+      if (of_one_moment.Begun() != SQLITE_OK || !read(db, compiled, answer)) {
+        return false;
+      }
+      _Know(question, std::move(answer));
+      return of_one_moment.Commit() == SQLITE_OK;
+    });
+    return is_known ? std::any_cast<Answer>(&answers_[question]) : nullptr;
+  }
   // After the usual way succeeded. Nothing is kept where the file cannot be opened.
   void Keep(const std::string& path);
 
@@ -47,10 +73,14 @@ class MDOMAIN_EXPORT KeptDatabase {
   };
 
   void _Forget();
+  bool _IsKnown(const char* question);
+  void _Know(const char* question, std::any answer);
 
   Place place_;
   Connection connection_;
   CompiledStatements compiled_;  // goes before the connection
+  std::map<std::string, std::any> answers_;
+  std::optional<DatabaseNumbers> numbers_;  // of the state that was asked
 };
 
 }  // namespace korvmailserver

@@ -185,14 +185,19 @@ bool LocalStore::Set(const Entries& entries, std::string& error) {
     keys.push_back(entry.first);
   }
   std::map<std::string, std::string> stored;
-  if (!_Read(error, [&](sqlite3* db) {
-        _FollowFile(db);
-        if (image_) {
-          AddStored(keys, image_->values, stored);
-          return true;
-        }
-        return _SelectOnes(db, keys, stored);
-      })) {
+  if (!_Open(false, error)) {
+    return false;
+  }
+  if (_IsImageCurrent()) {
+    AddStored(keys, image_->values, stored);
+  } else if (_Database() != nullptr && !_Run(Transaction::Kind::kRead, error, [&](sqlite3* db) {
+               _FollowFile(db);
+               if (image_) {
+                 AddStored(keys, image_->values, stored);
+                 return true;
+               }
+               return _SelectOnes(db, keys, stored);
+             })) {
     return false;
   }
   Change change;
@@ -273,6 +278,7 @@ bool LocalStore::Apply(const Change& change, std::string& error) {
   // The file's number tells of the commits of others alone.
   if (is_written && is_of_file && !change.drop_other_keys) {
     image_->Follow(change);
+    image_->numbers.reset();
   } else {
     image_.reset();
   }
@@ -302,30 +308,45 @@ void LocalStore::Image::Follow(const Change& change) {
 // within the same call would change.
 bool LocalStore::_LookAtView(const Image*& image, std::string& error) {
   const unsigned long moment = KeyStoreView::Moment();
+  const bool is_of_moment = image_ && image_->moment == moment;
+  if (moment == 0 || !is_of_moment) {
+    if (!_Open(false, error)) {
+      return false;
+    }
+    if (_IsImageCurrent()) {
+      image_->moment = moment == 0 ? image_->moment : moment;
+      image = &*image_;
+      return true;
+    }
+  }
   if (moment == 0) {
     return true;
   }
-  if (!image_ || image_->moment != moment) {
-    bool is_asked = false;
-    std::string why;
-    const bool is_read = _Read(why, [&](sqlite3* db) {
-      is_asked = true;
-      _FollowFile(db);
-      return true;
-    });
-    if (!is_read) {
-      image_.reset();
-    }
-    if (!is_read && !is_asked) {
-      error = why;
-      return false;
-    }
-    if (is_read && _Database() == nullptr) {
-      image_.emplace().moment = moment;
-    }
+  if (!is_of_moment && !_CompareWithFile(moment, error)) {
+    return false;
   }
   image = image_ ? &*image_ : nullptr;
   return true;
+}
+
+// False when the open store cannot be asked.
+bool LocalStore::_CompareWithFile(unsigned long moment, std::string& error) {
+  if (_Database() == nullptr) {
+    image_.emplace().moment = moment;
+    return true;
+  }
+  bool is_asked = false;
+  std::string why;
+  const bool is_read = _Run(Transaction::Kind::kRead, why, [&](sqlite3* db) {
+    is_asked = true;
+    _FollowFile(db);
+    return true;
+  });
+  if (!is_read) {
+    image_.reset();
+    error = is_asked ? error : why;
+  }
+  return is_read || is_asked;
 }
 
 // True without an image where a key is no text, which an image would mix with the text of its
@@ -355,12 +376,23 @@ void LocalStore::_FollowFile(sqlite3* db) {
   const unsigned long moment = KeyStoreView::Moment();
   if (_IsImageOfFile(db)) {
     image_->moment = moment;
-    return;
+  } else {
+    image_.reset();
+    if (moment != 0) {
+      _LoadImage(db);
+    }
   }
-  image_.reset();
-  if (moment != 0) {
-    _LoadImage(db);
+  DatabaseNumbers numbers;
+  if (image_ && ReadDatabaseNumbers(db, numbers)) {
+    image_->numbers = numbers;
   }
+}
+
+// Without a transaction, of an open file.
+bool LocalStore::_IsImageCurrent() const {
+  DatabaseNumbers now;
+  return image_ && image_->numbers && ReadDatabaseNumbers(_Database(), now) &&
+         now == *image_->numbers;
 }
 
 bool LocalStore::_IsImageOfFile(sqlite3* db) {

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/include/database_numbers.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/sqlite.h"
 #include "platform/keystore/backend.h"
@@ -84,15 +85,19 @@ class LocalStore : public KeyStoreBackend {
     std::map<std::string, std::vector<std::string>> keys_by_tree;
     sqlite3_int64 version = 0;  // what the connection calls the state of the file
     unsigned long moment = 0;   // of the view that it was compared for last
+    // Of the file at that moment; none after a change, which others may follow with theirs.
+    std::optional<DatabaseNumbers> numbers;
 
     // What the change of this connection makes of it.
     void Follow(const Change& change);
   };
 
   bool _LookAtView(const Image*& image, std::string& error);
+  bool _CompareWithFile(unsigned long moment, std::string& error);
   bool _LoadImage(sqlite3* db);
   void _FollowFile(sqlite3* db);
   bool _IsImageOfFile(sqlite3* db);
+  bool _IsImageCurrent() const;
   bool _SelectOnes(sqlite3* db, const std::vector<std::string>& keys,
                    std::map<std::string, std::string>& values);
   bool _Open(bool write, std::string& error);

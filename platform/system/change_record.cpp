@@ -4,6 +4,7 @@
 #include "platform/include/change_record.h"
 
 #include <memory>
+#include <optional>
 
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
@@ -108,9 +109,9 @@ class RowReader {
     return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
   }
   std::vector<std::string> Columns() const {
-    std::vector<std::string> columns;
-    for (int i = 0; i < sqlite3_column_count(select_.Get()); ++i) {
-      columns.emplace_back(sqlite3_column_name(select_.Get(), i));
+    std::vector<std::string> columns(static_cast<size_t>(sqlite3_column_count(select_.Get())));
+    for (size_t i = 0; i < columns.size(); ++i) {
+      columns[i] = sqlite3_column_name(select_.Get(), static_cast<int>(i));
     }
     return columns;
   }
@@ -129,7 +130,8 @@ std::string Shown(const TableChange& change, const SqlRow& row) {
   return change.table + ": " + text;
 }
 
-// "INSERT ..." or "UPDATE ..." with the rowid as first parameter and the values behind it.
+// "INSERT ..." or "UPDATE ..." with the rowid as first parameter and the values behind it; the
+// rowid may be NULL in the first.
 std::string InsertText(const TableChange& change) {
   std::string columns = "rowid";
   std::string values = "?1";
@@ -139,6 +141,16 @@ std::string InsertText(const TableChange& change) {
   }
   return FormatSql("INSERT INTO \"%w\"(", change.table.c_str()) + columns + ") VALUES(" + values +
          ")";
+}
+// Whether there is an equal row, whatever its rowid.
+std::string FindText(const TableChange& change) {
+  std::string where;
+  for (size_t i = 0; i < change.columns.size(); ++i) {
+    where += FormatSql("%s\"%w\" IS ?%d", i == 0 ? "" : " AND ", change.columns[i].c_str(),
+                       static_cast<int>(i) + 2);
+  }
+  return FormatSql("SELECT 1 FROM \"%w\" WHERE ?1 IS ?1 AND ", change.table.c_str()) + where +
+         " LIMIT 1";
 }
 std::string UpdateText(const TableChange& change) {
   std::string sets;
@@ -154,18 +166,20 @@ class RowWriter {
  public:
   RowWriter(sqlite3* db, const TableChange& change, RowSide side)
       : reader_(db, change.table),
+        find_(db, FindText(change)),
         insert_(db, InsertText(change)),
         update_(db, UpdateText(change)),
         remove_(db, FormatSql("DELETE FROM \"%w\" WHERE rowid = ?1", change.table.c_str())),
         change_(change),
         side_(side) {}
 
+  // A row to be put back whose number another row has by now is no obstacle: it gets a new one.
   int Remove(std::vector<std::string>& obstacles) {
     return _ForEach([&](const RowChange& row, const SqlRow& wanted, const SqlRow& present) {
-      if (present == wanted) {
+      const SqlRow& expected = side_ == RowSide::kBefore ? row.after : row.before;
+      if (present == wanted || (expected.empty() && !wanted.empty())) {
         return SQLITE_OK;
       }
-      const SqlRow& expected = side_ == RowSide::kBefore ? row.after : row.before;
       if (!(present == expected)) {
         obstacles.push_back(Shown(change_, present.empty() ? expected : present));
         return SQLITE_OK;
@@ -175,10 +189,18 @@ class RowWriter {
   }
   int Write() {
     return _ForEach([&](const RowChange& row, const SqlRow& wanted, const SqlRow& present) {
+      const SqlRow& expected = side_ == RowSide::kBefore ? row.after : row.before;
       if (wanted.empty() || present == wanted) {
         return SQLITE_OK;
       }
-      return _Run(present.empty() ? insert_ : update_, row.rowid, wanted);
+      if (!expected.empty()) {
+        return _Run(update_, row.rowid, wanted);
+      }
+      bool is_there = false;
+      const int result = _Find(wanted, is_there);
+      return result != SQLITE_OK || is_there ? result
+             : present.empty()               ? _Run(insert_, row.rowid, wanted)
+                                             : _Run(insert_, std::nullopt, wanted);
     });
   }
 
@@ -198,8 +220,21 @@ class RowWriter {
     }
     return result;
   }
-  static int _Run(Prepared& statement, long long rowid, const SqlRow& values) {
-    statement.Bind(1, rowid);
+  int _Find(const SqlRow& values, bool& is_there) {
+    for (size_t i = 0; i < values.size(); ++i) {
+      find_.Bind(static_cast<int>(i) + 2, values[i]);
+    }
+    const int result = find_.Step();
+    find_.Reset();
+    is_there = result == SQLITE_ROW;
+    return is_there || result == SQLITE_DONE ? SQLITE_OK : result;
+  }
+  static int _Run(Prepared& statement, std::optional<long long> rowid, const SqlRow& values) {
+    if (rowid) {
+      statement.Bind(1, *rowid);
+    } else {
+      statement.Bind(1, SqlValue());
+    }
     for (size_t i = 0; i < values.size(); ++i) {
       statement.Bind(static_cast<int>(i) + 2, values[i]);
     }
@@ -209,6 +244,7 @@ class RowWriter {
   }
 
   RowReader reader_;
+  Prepared find_;
   Prepared insert_;
   Prepared update_;
   Prepared remove_;

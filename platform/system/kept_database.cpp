@@ -57,7 +57,29 @@ void KeptDatabase::Keep(const std::string& path) {
   }
 }
 
+bool KeptDatabase::_IsKnown(const char* question) {
+  DatabaseNumbers now;
+  if (!numbers_ || !ReadDatabaseNumbers(connection_.Get(), now) || !(now == *numbers_)) {
+    answers_.clear();
+    numbers_.reset();
+  }
+  return answers_.count(question) != 0;
+}
+
+// Within the transaction that read it.
+void KeptDatabase::_Know(const char* question, std::any answer) {
+  DatabaseNumbers now;
+  const bool are_told = ReadDatabaseNumbers(connection_.Get(), now);
+  if (!are_told || !numbers_ || !(now == *numbers_)) {
+    answers_.clear();
+    numbers_ = are_told ? std::make_optional(now) : std::nullopt;
+  }
+  answers_[question] = std::move(answer);
+}
+
 void KeptDatabase::_Forget() {
+  answers_.clear();
+  numbers_.reset();
   compiled_.Clear();
   connection_.Close();
 }

@@ -232,6 +232,9 @@ TEST_F(DomainDeletion, RemovesWhatHangsOnTheDomainAndNothingElse) {
 // in the list keeps all of its own.
 TEST_F(DomainDeletion, StopsAtTheStepThatFails) {
   const std::string keys = "sign selector private public";
+  // Without a rule there is nothing to delete, and nothing that fails.
+  SqliteFile(PATHS::SettingsDb())
+      .Run("INSERT INTO bcc_table VALUES('anna',0,'boss',1),('anna',0,'boss',2)");
   const FailingStep steps[] = {
       {"Alias::load", "", "Failed to load alias", kEverything},
       {"Alias::delDomainAlias", "", "Failed to delDomainAlias, domain_id: [2]", kEverything},

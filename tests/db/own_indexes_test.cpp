@@ -77,6 +77,9 @@ class OwnIndexes : public test::DomainDbTest, protected test::ModelMaker {
     return texts;
   }
 
+  using OwnersByAddress = std::map<std::pair<int, std::string>, std::string>;
+  void ExpectStaleRows(const OwnersByAddress& owners);
+
   static void ExpectTheSameEmails() {
     std::map<std::string, StringList> wanted;
     ASSERT_TRUE(MDOMAIN::API::DomainUser().GetAllUser2EmailsMap(true, wanted));
@@ -88,6 +91,45 @@ class OwnIndexes : public test::DomainDbTest, protected test::ModelMaker {
     ASSERT_EQ(found, decltype(found)(wanted.begin(), wanted.end()));
   }
 };
+
+// Of a registry with some of the owners, in other letter cases, and rows that nobody has.
+void OwnIndexes::ExpectStaleRows(const OwnersByAddress& owners) {
+  const std::string path = root() + "/owners.db";
+  std::filesystem::remove(path);
+  SqliteFile registry(path);
+  std::string rows =
+      "BEGIN; CREATE TABLE domain_part(domain_name, domain_idx);"
+      "CREATE TABLE local_part(local_part, domain_idx, user_name);";
+  StringList wanted;
+  const auto add = [&](const std::string& alias, int domain_idx, const std::string& name,
+                       bool stale) {
+    rows += korvmailserver::FormatSql("INSERT INTO local_part VALUES('%q', %d, '%q');",
+                                      alias.c_str(), domain_idx, name.c_str());
+    if (stale) {
+      wanted.push_back(alias + "/" + std::to_string(domain_idx) + "/" + name);
+    }
+  };
+  for (const auto& [address, owner] : owners) {
+    const std::string name = owner.substr(owner.find(" of ") + 4);
+    const bool is_right = Draw(3) > 0;
+    add(address.second, address.first, is_right ? name : name + "x", !is_right);
+    if (Draw(4) == 0) {
+      add(address.second, address.first + 3, name, true);
+      add(address.second + "y", address.first, name,
+          owners.count({address.first, address.second + "y"}) == 0);
+    }
+  }
+  registry.Run(rows + "COMMIT");
+  StringList found;
+  ASSERT_EQ(MDOMAIN::UTILS::FindStaleOwners(
+                path, [](const auto& /*part*/) { ADD_FAILURE(); },
+                [&found](const RECORD::LocalPart& part) {
+                  found.push_back(part.GetLocalPart() + "/" + std::to_string(part.GetDomainIdx()) +
+                                  "/" + part.GetUserName());
+                }),
+            MDOMAIN::UTILS::OwnerCheck::kDone);
+  ASSERT_EQ(found, wanted);
+}
 
 TEST_F(OwnIndexes, AreMadeOnceWhereTheFileMayBeWritten) {
   EXPECT_TRUE(Open().HasOwnViews());
@@ -270,13 +312,14 @@ TEST_F(OwnIndexes, OwnersAreThoseOfTheListing) {
     }
     MDOMAIN::UTILS::OwnerRegistryContent content;
     ASSERT_TRUE(MDOMAIN::UTILS::CollectOwners(content));
-    std::map<std::pair<int, std::string>, std::string> owners;
+    OwnersByAddress owners;
     for (const RECORD::LocalPart& part : content.local_parts) {
       owners[{part.GetDomainIdx(), MDOMAIN::BASE::ToLowerAscii(part.GetLocalPart())}] =
           part.GetLocalPart() + " of " + part.GetUserName();
     }
     ASSERT_EQ(owners, wanted) << "model " << model;
     ASSERT_EQ(content.local_parts.size(), wanted.size());
+    ExpectStaleRows(owners);
   }
 }
 

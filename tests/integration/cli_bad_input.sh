@@ -107,3 +107,12 @@ refused 3 '"ben" is an internal account' user add 2 ben --alias 'no alias'
 sqlite3 "$database" "UPDATE domain_table SET domain_default_alias_pattern = '<a'"
 remember
 refused 3 '"ben" is an internal account' user add 2 ben
+
+# A wrong word is named, with what may have been meant; with --json as an object.
+fails 2 'no command "domian"; did you mean "domain"' domian list
+fails 2 'no command "domain crate"; did you mean "create"' domain crate x.example
+fails 2 'no command "frobnicate" ' frobnicate
+good help domain create
+matches "help for a command" "$out" 'Usage: mdomain domain create'
+run --json domain show exmaple.com
+same "code, status and message" "$(jq -c '[.code, .status, (.message | length > 0)]' <<<"$err")" '["not-found",4,true]'

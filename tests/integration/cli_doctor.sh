@@ -28,14 +28,14 @@ while IFS='|' read -r finding kind command; do
 done <<END
 published|error|$keys "DELETE FROM key_table WHERE name = 'virtual_multiple_domain'"
 settings-of-domains|error|$settings "DELETE FROM multi_domain_enable_table"
-no-address|warning|$model "INSERT INTO domain_user_role_table VALUES(1, 1005, 'normal', 0); DELETE FROM domain_user_alias_table WHERE uid = 1005"
+accounts warning, no-address|warning|$model "INSERT INTO domain_user_role_table VALUES(1, 1005, 'normal', 0); DELETE FROM domain_user_alias_table WHERE uid = 1005"
 database|error|$model "PRAGMA foreign_keys = OFF; INSERT INTO primary_domain_table VALUES(9)"
 rights|error|chmod o+w mailserver.db
 postmaster|warning|$model "UPDATE domain_user_role_table SET role = 'normal'"
 copies|warning|mdomain bcc add example.com anna nobody-here@example.com
 accounts|warning|sed -i '/^erik:/d' ../../../../etc/passwd
 leftovers|warning|cp mailserver.db mailserver.db.broken
-timer|warning|touch -d '3 days ago' ../../../run/postara_server/refreshed; sqlite3 history.db 'UPDATE entry_table SET time = 1'
+timer|warning|touch -d '3 days ago' ../../../run/postara_server/last-refresh
 version|warning|$model 'PRAGMA user_version = 3'
 END
 

@@ -26,7 +26,8 @@ done <<'END'
 erik@bücher.example|erik|collision copy domain holder postfix registry spelling|erika has the alias .*, but it is flagged
 ERIK@xn--bcher-kva.example|erik|collision copy domain holder postfix registry spelling|same address as ERIK@bücher.example
 anna@books.example|anna|domain holder postfix registry|further name of domain 1
-team@books.example|anna, x@elsewhere.example|domain entry postfix registry|several members: anna, x@
+team@books.example|anna@localhost, x@elsewhere.example|domain entry postfix registry|several members: anna, x@
+anna+news@books.example|anna|domain extension holder postfix registry|what stands behind .* does not count
 ben@books.example||account domain postfix registry|ben was taken out of the domain by name
 anna@example.org||account domain postfix registry|anna is known and not in the domain \(mdomain user add example.org anna\)
 erika@books.example||account domain postfix registry|erika is in the domain as erik \(mdomain user set
@@ -34,10 +35,12 @@ ghost@books.example||account domain postfix registry|no account that the last re
 abuse@books.example||account domain postfix registry role|its administrators get it
 anna@nowhere.example||domain|no domain of this host has the name nowhere.example
 END
+good user set bücher.example anna --role domain_admin
+explains postmaster@books.example anna@localhost "account domain postfix registry role" 'its administrators get it'
 good explain erik@books.example
 same "the first line" "$(head -n 1 <<<"$out")" "mail for erik@books.example goes to erik"
 sqlite3 "$database" "DELETE FROM domain_group_role_table"
-explains anna@books.example "" "domain holder postfix registry" 'no role in the domain: an alias without a role gets no mail'
+explains user@books.example "" "domain holder postfix registry" 'no role in the domain: an alias without a role gets no mail'
 sqlite3 "$etc/keystore.db" "DELETE FROM key_table WHERE name = 'virtual_multiple_domain'"
-explains anna@books.example "" "domain holder postfix published registry" 'not published: mdomain publish'
+explains user@books.example "" "domain holder postfix published registry" 'not published: mdomain publish'
 fails 3 'is not an address' explain anna

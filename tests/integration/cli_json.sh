@@ -23,7 +23,7 @@ gives length 2 user list EXAMPLE.org --limit 2
 gives '[.[] | [.name, .aliases[0].alias]] | sort' '[["erik","erik"],["erika","erik"],["user","user"]]' \
   user preview xn--bcher-kva.example --group 2002
 gives '[.[].aliases[] | select(.duplicated)] | length' 1 group add xn--bcher-kva.example 2002
-gives . '["erik"]' user duplicates bücher.example
+gives . '[{"alias":"erik","holders":["erika"],"is_entry":false,"owner":"erik"}]' user duplicates bücher.example
 gives '[.[] | [.id, .users, .has_duplicates, .additional_names]]' \
   '[[1,5,false,["example.org"]],[2,3,true,[]]]' domain list
 gives . '[{"description":"","gid":2002,"name":"books","role":"normal"}]' group list 2

@@ -27,7 +27,7 @@ moved() { [ "$(primary)" != "$1" ] || { echo "still $1" && return 1; }; }
 
 # change NUMBER : one change of a kind in turn; notes how it ended
 change() {
-  local kinds=("config set cut-$1 x" "domain names add 1 n$1.example" "bcc add 1 r$1@elsewhere.example ben"
+  local kinds=("config set cut-$1 x --force" "domain names add 1 n$1.example" "bcc add 1 r$1@elsewhere.example ben"
     "disclaimer set 1 $scratch/list")
   local kind=$(($1 % 4))
   sed "s/NUMBER/$1/" "$scratch/template" >"$scratch/list"

@@ -149,4 +149,44 @@ good postfix maps --remove "${config[@]}"
 same "triggers" "$(sqlite3 "$database" "SELECT count(*) FROM sqlite_master WHERE type = 'trigger'")" 0
 good user set 1 david --alias dave
 same "maps" "$(find "$target/etc" -name 'postfix_*')" ""
+
+# Without LMDB Postfix's own compiler makes the maps anew with each change.
+maps() {
+  same "maps" "$(find "$target/etc" -name 'postfix_*' -printf '%f %m\n' | sort | xargs)" "$2"
+  same "main.cf" "$(postconf -c "$postfix/etc" -hx virtual_alias_maps)" "$1:$target/etc/postfix_addresses"
+  same "leftovers" "$(find "$target/etc" -name '.*' -type d)" ""
+}
+mkdir "$postfix/types"
+: >"$postfix/types/dynamicmaps.cf"
+postconf -c "$postfix/etc" -e "meta_directory = $postfix/types"
+good postfix configure --apply "${config[@]}"
+matches "what is said" "$err" 'type hash anew.*apt-get install postfix-lmdb'
+lmdb='postfix_addresses.lmdb 644'
+both="postfix_addresses.db 644 $lmdb postfix_compiled 644 postfix_domains.db 644 postfix_domains.lmdb 644"
+maps hash "$both"
+answers 250 dave@example.com anna.schmidt@example.org
+good user set 1 david --alias dora
+answers 250 dora@example.com
+answers 550 dave@example.com
+good domain names add 1 late.example
+answers 250 dora@late.example
+good postfix check "${config[@]}"
+# One that fails is made up for.
+mv "$target/etc/postfix_addresses.db" "$scratch/old.db"
+mkdir "$target/etc/postfix_addresses.db"
+run user set 1 david --alias dave
+matches "what is said" "$err" 'Failed to compile the maps for Postfix'
+rmdir "$target/etc/postfix_addresses.db"
+mv "$scratch/old.db" "$target/etc/postfix_addresses.db"
+answers 550 dave@example.com
+good refresh
+answers 250 dave@example.com
+maps hash "$both"
+# LMDB comes.
+postconf -c "$postfix/etc" -X meta_directory
+good postfix configure "${config[@]}"
+maps hash "$both"
+good postfix configure --apply "${config[@]}"
+maps lmdb "$lmdb postfix_domains.lmdb 644"
+answers 250 dave@example.com
 postfix_stop

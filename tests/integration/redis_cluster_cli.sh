@@ -83,7 +83,7 @@ watcher=$!
 third
 stop KILL "$(pid_of 16390)"
 wait_for "the watching machine's word" grep -q "cannot connect" "$scratch/watch"
-unpublished 'cannot connect' config set kept 1
+unpublished 'cannot connect' config set kept 1 --force
 unpublished 'cannot connect' domain names add 1 while.example
 run --json domain create other.example
 same "a change with --json" "$status $(jq .name <<<"$out")" '6 "other.example"'
@@ -112,7 +112,7 @@ same "a setting that was set while the server was away" "$out" 2
 wait_for "the replica" redis_says master_link_status:up 16391 info replication
 PORT=16391 third
 unpublished 'is a replica of 127.0.0.1:16390 and takes no writes' domain names add 1 unpublished.example
-unpublished 'takes no writes' config set key value
+unpublished 'takes no writes' config set key value --force
 unpublished 'takes no writes' owner build
 fails 1 'takes no writes' publish
 PORT=16391 fourth

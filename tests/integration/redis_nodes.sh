@@ -168,7 +168,7 @@ mv "$scratch/model" "$database"
 machine third
 rm "$root/etc/mailserver-domain/host.ini"
 good domain create own.example
-good config set only_here 1
+good config set only_here 1 --force
 host_ini "node = third"
 fails 3 'has domains' node pull
 fails 3 'domain own.example; key only_here' node join
@@ -178,8 +178,7 @@ same "domains after refusals" "$(sqlite3 "$database" "select domain_name from do
 good --json node join --discard
 same "the domains kept aside" \
   "$(sqlite3 "$(jq -r .kept <<<"$out")/local_DOMAIN.db" "select domain_name from domain_table")" own.example
-good config get only_here
-same "a key that the others lack" "$out" ""
+fails 4 'no key "only_here"' config get only_here
 standing 0 '["current","current","current"]'
 
 # Two machines take over at once: the one that was shown something else does not.

@@ -100,5 +100,7 @@ CASES = [
     Case("", ["bcc add 1 user ben"], "korv_bcc_map"),
     Case("publish", lambda host: host.sql(ETC + "keystore.db", "delete from key_table where name"
                                           " like 'virtual_%' or name like 'additional_%'")),
-    Case("config set mail_size 10"),
+    Case("config set mail_size 10 --force"),
+    Case("alias create 3 team --user anna --group sales"),
+    Case("alias delete 2 info --yes", ["user set 2 erik --add-alias chief"]),
 ]

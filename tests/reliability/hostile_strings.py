@@ -35,7 +35,7 @@ bcc add 1 {}@example.com ben --type sender|bcc add 1 a@example.com {}@example.ne
 bcc remove 1 {} --yes|bcc list 1 --sort {}|bcc import 1 {}|bcc export {} out
 disclaimer explain 1 --from {} --to {}@example.com|disclaimer get {}|disclaimer remove 1 {} --yes
 disclaimer set 1 {}|disclaimer restore {}|owner lookup {} {}@example.com|owner add {}@example.com anna
-config set {} x|config get {}|config set mail_size {}|config set smtp_main_domain {}
+config set {} x --force|config get {}|config set postmaster {}|config set smtp_main_domain {} --force
 config set account_type {}|config set win_domain_short_name {}|config set acc_domain_name {}
 config set mimedefang_disclaimers-9 {}|{} list|--lock-timeout {} publish""".replace("\n", "|").split("|")
 CHECKS = ["domain list", "user list 1", "config list", "bcc list 1", "bcc maps", "bcc export 1 out",

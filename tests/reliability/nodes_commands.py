@@ -103,7 +103,7 @@ def random_change(random, facts, tag):
     key = f"test-{random.randrange(4)}"
     choices = [
         _create(random, facts, tag),
-        Change(f"config set {key} {tag}", _about("key", key), lambda after: ("key", key, str(tag)) in after),
+        Change(f"config set {key} {tag} --force", _about("key", key), lambda after: ("key", key, str(tag)) in after),
         Change("refresh", lambda fact: fact[0] == "user"), Change("publish", lambda fact: False)]
     if domains:
         in_domain = [_name, _describe, _disclaimers, _rule]

@@ -6,6 +6,7 @@
 
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/control/domain_group.h"
+#include "lib-domain/sync/preview.h"
 #include "tests/support/sync_fixture.h"
 
 namespace {
@@ -270,6 +271,8 @@ TEST_F(UpdaterTest, LimitSparesWhoIsGone) {
     SetAccounts(users, groups);
     ASSERT_TRUE(Updater().Refresh());
     SetAccounts({users.begin() + c.gone, users.end()}, {groups.begin() + c.gone, groups.end()});
+    MDOMAIN::UTILS::RefreshSummary look;
+    EXPECT_TRUE(MDOMAIN::UTILS::PreviewRefresh(c.limit, look));
     Updater updater;
     updater.SetDeletionLimit(c.limit);
     EXPECT_TRUE(updater.Refresh());
@@ -277,6 +280,8 @@ TEST_F(UpdaterTest, LimitSparesWhoIsGone) {
     const size_t spared = c.spared ? static_cast<size_t>(c.gone) : 0;
     EXPECT_EQ(summary.spared_users.size(), spared);
     EXPECT_EQ(summary.spared_groups.size(), spared);
+    EXPECT_EQ(look.spared_users, summary.spared_users);
+    EXPECT_EQ(look.deleted_gids, summary.deleted_gids);
     EXPECT_EQ(Users().size(), static_cast<size_t>(c.spared ? c.known : c.known - c.gone));
     if (c.spared) {
       EXPECT_EQ(summary.spared_users.front(), "u0");
@@ -292,16 +297,20 @@ TEST_F(UpdaterTest, RenamedUidIsNamedWithWhatItKeeps) {
   Run("INSERT INTO domain_user_alias_table VALUES(1,1003,'boss',0);"
       "UPDATE domain_user_role_table SET role = 'domain_admin' WHERE uid = 1003");
   SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carl", 1003}});
+  MDOMAIN::UTILS::RefreshSummary look;
+  EXPECT_TRUE(MDOMAIN::UTILS::PreviewRefresh(look));
   Updater updater;
   EXPECT_TRUE(updater.Refresh());
-  const auto& summary = updater.GetSummary();
-  ASSERT_EQ(summary.renamed_users.size(), 1U);
-  const auto& user = summary.renamed_users[0];
-  EXPECT_EQ(user.old_name + " " + user.name, "carol carl");
-  ASSERT_EQ(user.keeps.size(), 1U);
-  EXPECT_EQ(user.keeps[0].GetRole(), "domain_admin");
-  EXPECT_EQ(user.keeps[0].GetAliasDuplicatedPairs().size(), 2U);
-  EXPECT_EQ(summary.domain_names.at(domain_idx), "example.com");
+  for (const auto* summary :
+       {static_cast<const MDOMAIN::UTILS::RefreshSummary*>(&look), &updater.GetSummary()}) {
+    ASSERT_EQ(summary->renamed_users.size(), 1U);
+    const auto& user = summary->renamed_users[0];
+    EXPECT_EQ(user.old_name + " " + user.name, "carol carl");
+    ASSERT_EQ(user.keeps.size(), 1U);
+    EXPECT_EQ(user.keeps[0].GetRole(), "domain_admin");
+    EXPECT_EQ(user.keeps[0].GetAliasDuplicatedPairs().size(), 2U);
+    EXPECT_EQ(summary->domain_names.at(domain_idx), "example.com");
+  }
 }
 
 // Whom the refresh deletes and who inherits their addresses; told when others can see the rows.

@@ -4,32 +4,29 @@
 // of its own beside the maps and replaces them when both new ones are whole; after a failure the
 // old ones stay. An empty map is written too: Postfix stops all mail when a map that main.cf names
 // is missing. bcc_maps.json tells what was made and which rules could not be written.
-#include <fcntl.h>
 #include <json/value.h>
 #include <json/writer.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <iostream>
 
 #include "lib-domain/api/bcc/map_text.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/postmap.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "platform/include/files.h"
 #include "platform/include/maillog.h"
 #include "platform/include/text.h"
-#include "tools/korv_bcc_map/postmap.h"
 
 namespace korv_bcc_map {
 namespace {
 
+using namespace MDOMAIN::BASE;  // NOLINT(google-build-using-namespace): the names of maps
 using MDOMAIN::API::INTERNAL::LeftOut;
 using MDOMAIN::API::INTERNAL::MapText;
 
@@ -52,67 +49,19 @@ std::array<Map, 2> Maps() {
            {BCC_SENDER, "sender", MDOMAIN::CONTROL::INTERNAL::kSenderMap, "sender_bcc_maps", {}}}};
 }
 
-// A folder for half-made maps, gone at the end. What a killed run leaves, mdomain sweeps.
-class WorkFolder {
- public:
-  explicit WorkFolder(const std::string& beside) : path_(beside + ".bcc_map.XXXXXX") {
-    if (mkdtemp(path_.data()) == nullptr) {
-      throw Failure(path_ + ": " + strerror(errno));
-    }
-  }
-  ~WorkFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  WorkFolder(const WorkFolder&) = delete;
-  WorkFolder& operator=(const WorkFolder&) = delete;
-  std::string File(const char* name) const { return path_ + "/" + name; }
-  // False with an error line: the maps are in place all the same.
-  bool Remove() const {
-    std::error_code error;
-    std::filesystem::remove_all(path_, error);
-    if (error) {
-      LOG_ERROR("bcc maps replaced, but [%s] stays: %s", path_.c_str(), error.message().c_str());
-    }
-    return !error;
-  }
-
- private:
-  std::string path_;
-};
-
 std::string TargetFolder() {
   std::string folder = MDOMAIN::PATHS::TargetEtcDir();
   if (KORVFSMkdirP(folder.c_str(), geteuid(), getegid(), 0755) != 0) {
-    throw Failure(folder + ": " + strerror(errno));
+    throw MapFailure(folder + ": " + strerror(errno));
   }
   return folder;
-}
-
-// Locks the folder until the process ends, so that runs follow one another from reading the rules
-// to installing the maps: a run that read older rules must not install its maps last.
-void LockFolder(const std::string& folder) {
-  const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  int result = fd < 0 ? -1 : flock(fd, LOCK_EX);
-  while (fd >= 0 && result != 0 && errno == EINTR) {
-    result = flock(fd, LOCK_EX);
-  }
-  if (result != 0) {
-    throw Failure(folder + ": " + strerror(errno));
-  }
 }
 
 void Fill(Map& map) {
   BCC* bcc = BCC::getInstance();
   const auto add = [&map](const BccMapEntry& entry) { map.text.Add(entry); };
   if (bcc == nullptr || bcc->ForEachMapEntry(map.type, true, add) != 0) {
-    throw Failure(std::string("the rules of the ") + map.kind + " map could not be read");
-  }
-}
-
-void Write(const std::string& path, const std::string& bytes) {
-  if (korvmailserver::ReplaceFile(path, bytes, 0600) != 0) {
-    throw Failure(path + ": " + strerror(errno));
+    throw MapFailure(std::string("the rules of the ") + map.kind + " map could not be read");
   }
 }
 
@@ -172,12 +121,12 @@ void LogDoubts(const Map& map) {
 bool Run() {
   std::array<Map, 2> maps = Maps();
   const std::string folder = TargetFolder();
-  LockFolder(folder);
-  const WorkFolder work(folder);
+  const MapFolderLock lock(folder);
+  const MapWorkFolder work(folder);
   const std::string type = MapType();
   for (Map& map : maps) {
     Fill(map);
-    Write(work.File(map.file), map.text.text());
+    WriteMapText(work.File(map.file), map.text.text());
     Compile(type, work.File(map.file));
   }
   for (const Map& map : maps) {
@@ -186,7 +135,7 @@ bool Run() {
   }
   Json::StreamWriterBuilder writer;
   writer["emitUTF8"] = true;
-  Write(work.File(kMapReport), Json::writeString(writer, Report(maps, type, folder)) + "\n");
+  WriteMapText(work.File(kMapReport), Json::writeString(writer, Report(maps, type, folder)) + "\n");
   InstallFile(work.File(kMapReport), folder + kMapReport);
   return work.Remove();
 }

@@ -5,6 +5,7 @@
 
 #include "lib-domain/api/user.h"
 #include "tools/mdomain/status.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
 
@@ -49,6 +50,14 @@ void ListMirroredUsers(Output& out, const std::vector<unsigned int>& uids) {
     }
   }
   listing.End();
+}
+
+std::string WriteNames(const Json::Value& records) {
+  std::vector<std::string> names;
+  for (const Json::Value& record : records) {
+    names.push_back(record["name"].asString());
+  }
+  return FirstOf(names);
 }
 
 std::vector<Column> AccountColumns() {

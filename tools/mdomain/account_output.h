@@ -41,6 +41,9 @@ Json::Value DescribedGroupJson(const Group& group) {
   return json;
 }
 
+// The names of accounts or domains, for a cell: the first ten and how many more.
+std::string WriteNames(const Json::Value& records);
+
 // The columns of users.
 std::vector<Column> AccountColumns();
 

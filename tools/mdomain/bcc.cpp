@@ -14,6 +14,7 @@
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/stored_copies.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -26,10 +27,6 @@ struct RuleType {
 
 constexpr RuleType kTypes[] = {
     {BCC_RECIPIENT, "recipient"}, {BCC_SENDER, "sender"}, {BCC_DOMAIN, "domain"}};
-
-const char* TypeName(int type) {
-  return kTypes[type].name;
-}
 
 // The type that --type names, or `fallback`.
 int TypeOf(const Call& call, int fallback) {
@@ -69,7 +66,9 @@ std::list<BccInfo> Read(int domain_id, int type, const Call& call) {
   return rules;
 }
 
-void Publish(BCC& bcc) {
+}  // namespace
+
+void PublishBccRules(BCC& bcc) {
   if (bcc.PublishRules() != 0) {
     throw Failure(kFailed, "the rules were changed but could not be published");
   }
@@ -79,6 +78,8 @@ void Publish(BCC& bcc) {
     throw Failure(kFailed, "the rules were changed, but their maps could not be made");
   }
 }
+
+namespace {
 
 // Says on standard error, and in "warnings" of the record, which rules can copy to nobody.
 void WarnOfDestinations(int domain_id, const std::list<BccInfo>& rules, Json::Value& record) {
@@ -90,14 +91,6 @@ void WarnOfDestinations(int domain_id, const std::list<BccInfo>& rules, Json::Va
     std::cerr << "mdomain: " << Printable(warning) << "\n";
     record["warnings"].append(warning);
   }
-}
-
-Json::Value RuleJson(const BccInfo& rule) {
-  Json::Value value;
-  value["name"] = rule.name;
-  value["type"] = TypeName(rule.type);
-  value["bcc_to"] = rule.bcc_to;
-  return value;
 }
 
 bool IsNameOf(const KnownDomain& domain, const std::string& name) {
@@ -136,7 +129,7 @@ void List(Call& call) {
   for (const RuleType& kind : kTypes) {
     if (wanted < 0 || wanted == kind.type) {
       ForEachRule(domain_id, kind.type, call,
-                  [&listing](const BccInfo& rule) { listing.Add(RuleJson(rule)); });
+                  [&listing](const BccInfo& rule) { listing.Add(CopyJson(rule)); });
     }
   }
   listing.End();
@@ -171,8 +164,8 @@ void Add(Call& call) {
   if (!replaced.empty() && bcc.deleteBCC(domain.idx, replaced) != 0) {
     throw Failure(kFailed, "the rule in another spelling could not be removed");
   }
-  Publish(bcc);
-  Json::Value record = RuleJson(rule);
+  PublishBccRules(bcc);
+  Json::Value record = CopyJson(rule);
   WarnOfDestinations(domain.idx, {rule}, record);
   call.out().Done(record, rule.name + " is copied to " + rule.bcc_to +
                               " once the maps are made anew (mdomain bcc maps)");
@@ -192,7 +185,7 @@ std::list<BccInfo> Find(const KnownDomain& domain, int type, const Call& call) {
       return exact ? rule.name == name : SameRuleName(type, rule.name, name);
     });
     if (found.size() == before) {
-      throw Failure(kNotFound, "domain " + domain.Title() + " has no " + TypeName(type) +
+      throw Failure(kNotFound, "domain " + domain.Title() + " has no " + CopyTypeName(type) +
                                    " rule for \"" + name + "\"");
     }
   }
@@ -221,11 +214,11 @@ void Remove(Call& call) {
   if (bcc.deleteBCC(domain.idx, rules) != 0) {
     throw Failure(kFailed, "the rules could not be removed");
   }
-  Publish(bcc);
+  PublishBccRules(bcc);
   Json::Value record;
   record["removed"] = Json::arrayValue;
   for (const BccInfo& rule : rules) {
-    record["removed"].append(RuleJson(rule));
+    record["removed"].append(CopyJson(rule));
   }
   call.out().Done(record,
                   std::to_string(rules.size()) +
@@ -243,12 +236,13 @@ void Import(Call& call) {
     throw Failure(result == -2 ? kRefused : kFailed,
                   call.Text("FILE") + " was not imported, no rule was changed");
   }
-  Publish(bcc);
+  PublishBccRules(bcc);
   const std::list<BccInfo> rules = Read(domain_id, type, call);
   Json::Value record;
   record["rules"] = static_cast<Json::UInt64>(rules.size());
   WarnOfDestinations(domain_id, rules, record);
-  call.out().Done(record, "the domain has " + record["rules"].asString() + " " + TypeName(type) +
+  call.out().Done(record, "the domain has " + record["rules"].asString() + " " +
+                              CopyTypeName(type) +
                               " rules now; mdomain bcc maps brings the maps up to date");
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "lib-domain/api/bcc.h"
 #include "tools/mdomain/command.h"
 
 namespace mdomain {
@@ -19,6 +20,9 @@ bool MapsFollowFrom(const std::string& key);
 // Whether one of these files is newer than the last run of the compiler, as after a run that was
 // killed before it.
 bool AreMapsOld();
+// After rules were changed: publishes them, and makes the maps where they are used. Throws a
+// Failure.
+void PublishBccRules(BCC& bcc);
 // Throws a Failure when the old maps stay.
 void CompileMaps();
 // The lines of main.cf that name the maps ("recipient_bcc_maps = hash:/path"). Makes the maps first

@@ -6,6 +6,7 @@
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/mail_conf.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/config_keys.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
 
@@ -24,6 +25,9 @@ void Get(Call& call) {
   std::string value;
   if (mailConfGet(key, value) < 0) {
     throw Failure(kFailed, "the configuration could not be read");
+  }
+  if (value.empty() && KindOfKey(key) == KeyKind::kUnknown && !IsKeySet(key)) {
+    throw Failure(kNotFound, "there is no key \"" + key + "\"");
   }
   call.out().Done(Entry(key, value), value);
 }
@@ -51,6 +55,9 @@ void Set(Call& call) {
     throw Failure(kRefused, "\"" + value + "\" is no account type: local, ldap or win");
   }
   RequireSwitchable(call, key, value);
+  if (!call.Has("--force")) {
+    RequireSettable(key, value);
+  }
   if (mailConfSet(key, value, true, 0) < 0) {
     throw Failure(kFailed, "the configuration could not be written");
   }
@@ -59,6 +66,19 @@ void Set(Call& call) {
   }
   RemindOfAccountDomain(key, value);
   call.out().Done(Entry(key, value), key + " = " + value);
+}
+
+// The beginning of a long value, and how long it is.
+std::string Shortened(const std::string& value) {
+  constexpr size_t kShown = 60;
+  size_t characters = 0;
+  size_t cut = value.size();
+  ForEachCharacter(value, [&](char32_t /*character*/, size_t at, size_t /*length*/) {
+    cut = characters++ == kShown ? at : cut;
+  });
+  return characters <= kShown
+             ? value
+             : value.substr(0, cut) + "... (" + Counted(value.size(), "byte") + ")";
 }
 
 void List(Call& call) {
@@ -70,7 +90,7 @@ void List(Call& call) {
   Json::Value rows(Json::arrayValue);
   for (const auto& [key, value] : values) {
     object[key] = value;
-    rows.append(Entry(key, value));
+    rows.append(Entry(key, call.Has("--full") ? value : Shortened(value)));
   }
   if (call.out().json()) {
     call.out().Record(object, {});
@@ -85,22 +105,29 @@ const Register kConfig({
     {
         {"get",
          "Show a key's value",
-         "A key that was never set has the empty value or a default.",
+         "A known key that was never set has the empty value or a default. One that nobody knows "
+         "and nobody set ends it with 4.",
          Effect::kReads,
          {One("KEY", "The key's name")},
          Get},
         {"set",
          "Set a key",
-         "The next publication overwrites the keys that publishing writes. Switch the account "
-         "source with account_type: local, ldap or win. A value that puts a model without domains "
-         "in "
-         "force in place of one that has some is refused, and one that would give the settings of "
-         "these domains to others.",
+         "Switch the account source with account_type: local, ldap or win. A value that puts a "
+         "model without domains in force in place of one that has some is refused, and one that "
+         "would give the settings of these domains to others. So is a key that nobody knows, and, "
+         "where there are domains, a new value of one that publishing writes "
+         "(virtual_multiple_domain, smtp_main_domain, additional_domain-N and others).",
          Effect::kChanges,
          {One("KEY", "The key's name"), One("VALUE", "Its new value, which may be empty"),
-          ForceFlag("Set it although another model comes into force, and say what stands where")},
+          ForceFlag("Set it although another model comes into force, and say what stands where; "
+                    "also a key that nobody knows or that publishing writes")},
          Set},
-        {"list", "List all keys that are set", "", Effect::kReads, {}, List},
+        {"list",
+         "List all keys that are set",
+         "As text, long values are cut.",
+         Effect::kReads,
+         {Flag("--full", "Whole values")},
+         List},
     },
 });
 

@@ -52,7 +52,8 @@ constexpr Row kFiles[] = {
     {"/var/packages/Postara-Server/etc/mailserver.db", "Settings and BCC rules per domain."},
     {"/var/packages/Postara-Server/target/etc/email_owner.db", "The registry of address owners."},
     {"/var/packages/Postara-Server/target/etc/postfix_domains.lmdb, postfix_addresses.lmdb",
-     "The maps that Postfix reads."},
+     "The maps that Postfix reads; where it has no LMDB, those that it compiles from them stand "
+     "beside them."},
     {"/etc/mailserver-domain/host.ini",
      "Host settings: key store, directory, Windows domain, local accounts."},
     {"/var/run/postara_server/mdomain.lock", "The lock file."},

@@ -95,6 +95,14 @@ void CheckRights(const std::string& path, Findings& findings) {
   }
 }
 
+// Nobody but its owner reads what holds secrets.
+void CheckSecret(const std::string& path, Findings& findings) {
+  struct stat info {};
+  if (lstat(path.c_str(), &info) == 0 && (info.st_mode & S_IROTH) != 0) {
+    findings.push_back({"rights", true, path + ": everybody may read it", "chmod o-r " + path});
+  }
+}
+
 void CheckFolder(const std::string& folder, Findings& findings) {
   std::string why;
   if (!korvmailserver::IsSafeFolder(folder, why)) {
@@ -132,6 +140,15 @@ void CheckFiles(Findings& findings) {
     if (!path.empty() && postara::sdk::Exist(path)) {
       CheckDatabase(path, findings);
       CheckRights(path, findings);
+    }
+  }
+  CheckSecret(PATHS::HistoryDb(), findings);
+  std::vector<std::string> keys;
+  const std::string folder_of_keys = PATHS::EtcDir() + "dkim.key/";
+  postara::sdk::EnumDirectory(folder_of_keys, keys);
+  for (const std::string& key : keys) {
+    if (key.find("private") != std::string::npos) {
+      CheckSecret(folder_of_keys + key, findings);
     }
   }
   if (!model.empty()) {

@@ -4,7 +4,7 @@
 #include <ctime>
 
 #include "lib-domain/base/paths.h"
-#include "lib-domain/history/history.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "platform/include/account.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
@@ -36,20 +36,15 @@ void CheckPrograms(Findings& findings) {
   if (postara::sdk::Exist(MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json")) {
     RequireProgram("/usr/sbin/postmap", "maps of blind copies cannot be compiled", findings);
   }
+  if (!MDOMAIN::UTILS::CompiledMapType().empty()) {
+    RequireProgram("/usr/sbin/postmap", "maps of addresses cannot be compiled", findings);
+  }
 }
 
-// When a refresh last found nothing to do, or did something; 0: never, as far as it can be told.
+// When mdomain refresh last ended well; 0: never since the host was started.
 time_t LastRefresh() {
   struct stat info {};
-  time_t last = stat(MDOMAIN::PATHS::RefreshNote().c_str(), &info) == 0 ? info.st_mtime : 0;
-  std::vector<MDOMAIN::HISTORY::Entry> entries;
-  MDOMAIN::HISTORY::ListEntries(MDOMAIN::HISTORY::kEntriesKept, entries);
-  for (const auto& entry : entries) {
-    if (entry.state == "refresh") {
-      last = std::max(last, static_cast<time_t>(entry.time));
-    }
-  }
-  return last;
+  return stat(MDOMAIN::PATHS::LastRefresh().c_str(), &info) == 0 ? info.st_mtime : 0;
 }
 
 void CheckTimer(Findings& findings) {
@@ -83,9 +78,17 @@ void CheckNode(Findings& findings) {
   }
 }
 
-}  // namespace
+bool IsMember() {
+  korvmailserver::NodeStanding standing;
+  return korvmailserver::ReadNodeStanding(standing) &&
+         (standing.role == korvmailserver::NodeRole::kMember ||
+          standing.role == korvmailserver::NodeRole::kReplaced);
+}
 
-void CheckHost(Findings& findings) {
+void CheckAccounts(Findings& findings) {
+  if (IsMember()) {
+    return;  // it mirrors no accounts
+  }
   const AccountsForecast accounts = ForecastRefresh();
   if (!accounts.is_told) {
     findings.push_back({"accounts", true, "the accounts cannot be read: " + accounts.text,
@@ -95,8 +98,16 @@ void CheckHost(Findings& findings) {
                         "the accounts are not as the last refresh found them: " + accounts.text,
                         "mdomain refresh"});
   }
+}
+
+}  // namespace
+
+void CheckHost(Findings& findings) {
+  CheckAccounts(findings);
   CheckPrograms(findings);
-  CheckTimer(findings);
+  if (!IsMember()) {
+    CheckTimer(findings);
+  }
   CheckNode(findings);
 }
 

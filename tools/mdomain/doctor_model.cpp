@@ -1,5 +1,3 @@
-#include <json/value.h>
-
 #include <list>
 #include <set>
 
@@ -9,7 +7,9 @@
 #include "lib-domain/db/reader.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/db/special_address.h"
+#include "lib-domain/sync/dead_end.h"
 #include "lib-domain/sync/mail_target.h"
+#include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/reconcile.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/mail_conf.h"
@@ -23,11 +23,12 @@ namespace {
 
 using korvmailserver::Statement;
 
+// With a role of their own or of a group, and without an alias that is theirs.
 constexpr char kWithoutAddress[] =
-    "SELECT DISTINCT r.domain_idx, u.user_name FROM domain_user_role_table AS r"
-    " JOIN user_table AS u USING(uid)"
-    " WHERE NOT EXISTS (SELECT 1 FROM domain_user_alias_table AS a"
-    " WHERE a.domain_idx = r.domain_idx AND a.uid = r.uid)";
+    "SELECT domain_idx, user_name FROM (SELECT domain_idx, uid FROM domain_user_role_table"
+    " UNION SELECT domain_idx, uid FROM domain_group_effected_user_view) JOIN user_table USING(uid)"
+    " EXCEPT SELECT domain_idx, user_name FROM domain_user_alias_table JOIN user_table USING(uid)"
+    " WHERE NOT is_duplicated";
 
 // "settings of domains" gives "settings-of-domains".
 std::string IdOf(std::string name) {
@@ -102,6 +103,22 @@ void CheckCopies(const Domains& domains, Findings& findings) {
   }
 }
 
+void CheckDeadEnds(Findings& findings) {
+  std::vector<MDOMAIN::UTILS::DeadEnd> dead_ends;
+  if (!MDOMAIN::UTILS::ListDeadEnds(dead_ends)) {
+    findings.push_back({"dead-end", true,
+                        "where addresses with several members lead cannot be told",
+                        "look at the messages"});
+  }
+  for (const auto& dead_end : dead_ends) {
+    const std::string where = dead_end.receiver.empty() ? " has no member left"
+                              : dead_end.is_loop
+                                  ? " goes to " + dead_end.receiver + ", which leads back to it"
+                                  : " goes to " + dead_end.receiver + ", which nobody has";
+    findings.push_back({"dead-end", false, dead_end.address + where, "mdomain alias set"});
+  }
+}
+
 void CheckAddresses(Findings& findings) {
   std::string path;
   if (!MDOMAIN::UTILS::GetUserGroupDomainConfigPath(path)) {
@@ -149,6 +166,12 @@ void CheckReconciled(Findings& findings) {
 }
 
 void CheckModel(Findings& findings) {
+  MDOMAIN::UTILS::ModelStanding standing;
+  if (MDOMAIN::UTILS::ReadModelStanding(standing) && (standing.IsLost() || standing.IsOther())) {
+    findings.push_back({"lost-model", true, standing.Reason(),
+                        "put the model file back from a backup or a folder kept-*"});
+    return;
+  }
   const Domains domains;
   if (domains.all().empty()) {
     findings.push_back({"no-domain", false, "there is no domain", "mdomain domain create NAME"});
@@ -157,6 +180,7 @@ void CheckModel(Findings& findings) {
   CheckPublished(domains, findings);
   CheckAddresses(findings);
   CheckPostmasters(domains, findings);
+  CheckDeadEnds(findings);
   CheckCopies(domains, findings);
 }
 

@@ -16,6 +16,7 @@
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/pattern.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -29,44 +30,12 @@ Failure Invalid(const MDOMAIN::RECORD::Domain& domain) {
   if (!name_valid) {
     return {kRefused, "\"" + domain.GetDomainName() + "\" is not a valid domain name"};
   }
-  return {kRefused, "\"" + domain.GetDefaultAliasPattern() +
-                        "\" is not an alias pattern: it needs a placeholder such as <a>"};
+  return NoPattern(domain.GetDefaultAliasPattern());
 }
 
 Failure Refusal(const MDOMAIN::API::Domain& api, const MDOMAIN::RECORD::Domain& domain,
                 const std::string& action) {
   return api.GetErrorCode() == 5633 ? Invalid(domain) : ApiFailure(api.GetErrorCode(), action);
-}
-
-// Refuses the length of a placeholder that no number holds.
-void RequireReachable(const std::string& length, const std::string& pattern) {
-  int number = 0;
-  if (!length.empty() && !MDOMAIN::BASE::ConvertToInt(length, number)) {
-    throw Failure(kRefused, "\"" + pattern + "\": no value is " + length + " bytes long");
-  }
-}
-
-// Refuses a pattern whose text around the placeholders is not allowed in a local part: it would
-// give nobody an address.
-void RequireUsablePattern(const std::string& pattern) {
-  std::string sample;
-  size_t begin = 0;
-  while (begin < pattern.size()) {
-    const size_t open = pattern.find('<', begin);
-    const size_t close = open == std::string::npos ? open : pattern.find('>', open);
-    if (close == std::string::npos) {
-      break;
-    }
-    const std::string token = pattern.substr(open + 1, close - open - 1);
-    const std::string length = token.substr(0, token.find_first_not_of("0123456789"));
-    RequireReachable(length, pattern);
-    sample += pattern.substr(begin, open - begin) + "a";
-    begin = close + 1;
-  }
-  sample += pattern.substr(begin);
-  if (begin != 0 && !MDOMAIN::UTILS::IsAccountAliasValid(sample)) {
-    throw Failure(kRefused, "\"" + pattern + "\" makes no local parts of addresses");
-  }
 }
 
 // Puts the typed properties into the record; false when none was typed.
@@ -152,11 +121,6 @@ void List(Call& call) {
     records.append(DomainJson(domain, names[domain.GetDomainIdx()]));
   }
   call.out().List(records, DomainColumns());
-}
-
-void Show(Call& call) {
-  const Domains domains;
-  call.out().Record(DomainJson(domains.Find(call.Text("DOMAIN"))), DomainColumns());
 }
 
 void Set(Call& call) {
@@ -348,7 +312,6 @@ const Register kDomain({
          Migrate},
         {"list", "List domains", "", Effect::kReads,
          ListingArguments("domains", "name or description"), List},
-        {"show", "Show one domain", "", Effect::kReads, {DomainArgument()}, Show},
         {"set", "Change a domain's name or properties",
          "A new name that differs from the old one only in letter case is refused as taken.",
          Effect::kChanges,

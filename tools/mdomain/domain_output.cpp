@@ -22,6 +22,13 @@ Json::Value DomainJson(const KnownDomain& domain) {
   return DomainJson(DomainRecords({domain.idx}).front(), domain.additional_names);
 }
 
+Json::Value DomainNameJson(const KnownDomain& domain) {
+  Json::Value json;
+  json["id"] = domain.idx;
+  json["name"] = domain.name;
+  return json;
+}
+
 std::vector<Column> DomainColumns() {
   return {{"id", "ID"},
           {"name", "NAME"},

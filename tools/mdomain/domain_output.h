@@ -17,6 +17,8 @@ Json::Value DomainJson(const MDOMAIN::RECORD::Domain& record,
                        const std::vector<std::string>& additional_names);
 // Reads the domain's record first.
 Json::Value DomainJson(const KnownDomain& domain);
+// "id", "name".
+Json::Value DomainNameJson(const KnownDomain& domain);
 std::vector<Column> DomainColumns();
 
 }  // namespace mdomain

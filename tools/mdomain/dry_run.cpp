@@ -5,10 +5,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 
 #include "lib-domain/history/plan.h"
@@ -22,6 +25,8 @@ namespace mdomain {
 namespace {
 
 constexpr size_t kMostRows = 20000000;  // a first refresh of a million users touches fewer
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr char kOnlyDryRun[] = "MDOMAIN_ONLY_DRY_RUN";
 constexpr char kSummary[] = "would change: ";
 constexpr char kFlag[] = "--dry-run";
 
@@ -59,11 +64,20 @@ int StatusOf(pid_t child) {
 
 }  // namespace
 
+void RequireDryRunIfAsked(const Parsed& parsed) {
+  if (secure_getenv(kOnlyDryRun) != nullptr && !IsDryRun(parsed)) {
+    throw Failure(kUsage, "only a dry run was asked for, and this is none");
+  }
+}
+
 bool IsDryRun(const Parsed& parsed) {
   return parsed.command->has_trial && parsed.values.count(kFlag) != 0;
 }
 
 int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
+  // An interrupt from the terminal reaches the command too: the copies go when it has ended.
+  std::for_each(std::begin(kSignals), std::end(kSignals),
+                [](int number) { (void)std::signal(number, SIG_IGN); });
   MDOMAIN::HISTORY::Trial trial;
   Copy(parsed, trial);
   std::cout.flush();
@@ -73,30 +87,31 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
   }
   if (child == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    std::for_each(std::begin(kSignals), std::end(kSignals),
+                  [](int number) { (void)std::signal(number, SIG_DFL); });
     trial.Enter();
     const int status = run(parsed);
     std::cout.flush();
     _exit(status);
   }
-  // An interrupt from the terminal reaches both: the copies go when the command has ended.
-  const auto before = std::signal(SIGINT, SIG_IGN);
-  const int status = StatusOf(child);
-  (void)std::signal(SIGINT, before);
-  return status;
+  return StatusOf(child);
 }
 
 namespace {
 
-korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed) {
+// The program itself, which refuses to do anything but a dry run then.
+korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::string& input = "") {
   korvmailserver::ProgramCall self;
   self.path = "/proc/self/exe";
   for (char** variable = environ; *variable != nullptr; ++variable) {
     self.environment.emplace_back(*variable);
   }
+  self.environment.push_back(std::string(kOnlyDryRun) + "=1");
+  typed.insert(std::find(typed.begin(), typed.end(), "--"), kFlag);
   self.arguments = std::move(typed);
-  self.arguments.insert(self.arguments.begin(), "--yes");
-  self.arguments.emplace_back(kFlag);
+  self.arguments.insert(self.arguments.begin(), {"--yes", "--lock-timeout", "1"});
   self.is_split = true;
+  self.input = input;
   return korvmailserver::RunProgram(self);
 }
 
@@ -118,6 +133,32 @@ std::string Forecast(const Parsed& parsed) {
   return end.status == kDone ? SummaryOf(end.output) : "";
 }
 
+Trial Try(const std::vector<std::string>& typed, const std::string& input) {
+  const korvmailserver::ProgramEnd end = TryAlone(typed, input);
+  Trial trial;
+  trial.status = end.status;
+  // The last thing that is said with --json is an object.
+  const size_t last = end.errors.rfind("\n{\n");
+  const size_t begin = end.errors.rfind("{\n", 0) == 0 ? 0
+                       : last == std::string::npos     ? last
+                                                       : last + 1;
+  trial.warnings = end.errors.substr(0, begin);
+  Json::Value refusal;
+  std::istringstream errors(begin == std::string::npos ? "" : end.errors.substr(begin));
+  std::string unparsed;
+  if (Json::parseFromStream(Json::CharReaderBuilder(), errors, &refusal, &unparsed)) {
+    trial.message = refusal["message"].asString();
+  }
+  std::istringstream stream(end.output);
+  std::string error;
+  if (end.status == kDone &&
+      (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &trial.plan, &error) ||
+       !trial.plan.isArray())) {
+    trial.status = kFailed;
+  }
+  return trial;
+}
+
 AccountsForecast ForecastRefresh() {
   const korvmailserver::ProgramEnd end = TryAlone({"refresh", "--json"});
   Json::Value record;
@@ -130,7 +171,7 @@ AccountsForecast ForecastRefresh() {
   std::vector<std::string> sentences;
   for (const Json::Value& entry : record["plan"]) {
     const std::string what = entry["what"].asString();
-    if (what == "account" || what == "group" || what == "member") {
+    if (what == "account" || what == "group" || what == "member" || what == "alias") {
       sentences.push_back(entry["text"].asString());
     }
   }

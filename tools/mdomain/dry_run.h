@@ -11,6 +11,9 @@ namespace mdomain {
 // Whether --dry-run was typed for a command that has it.
 bool IsDryRun(const Parsed& parsed);
 
+// Ends a process that was started for a dry run alone and would do more.
+void RequireDryRunIfAsked(const Parsed& parsed);
+
 // Copies under the lock, runs the command in a process of its own, which prints the plan, and
 // removes the copies. That process's exit status. A refused command is refused as without it.
 int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed));
@@ -19,7 +22,17 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed));
 // process does it: this one has its databases open already.
 std::string Forecast(const Parsed& parsed);
 
-// Which accounts, groups and members a refresh would find otherwise than the mirror has them.
+// A dry run of a command by another process: what it would change, or how it is refused.
+struct Trial {
+  int status = kFailed;
+  Json::Value plan;      // its list
+  std::string warnings;  // lines
+  std::string message;   // why it was refused
+};
+// With what it reads on its standard input.
+Trial Try(const std::vector<std::string>& typed, const std::string& input);
+
+// Which accounts, groups, members and owners of addresses a refresh would change.
 struct AccountsForecast {
   bool is_told = false;
   std::string text;  // sentences, empty for none; where it is not told, why

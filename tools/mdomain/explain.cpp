@@ -8,7 +8,10 @@
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/db/look_up.h"
+#include "lib-domain/sync/mail_target.h"
+#include "lib-domain/sync/special_address.h"
 #include "platform/include/account.h"
 #include "platform/include/eai.h"
 #include "platform/include/files.h"
@@ -27,8 +30,10 @@ using MDOMAIN::RECORD::DomainUser;
 
 struct Asked {
   std::string address;
-  std::string local_part;
+  std::string local_part;  // what of it counts
   std::string domain;
+
+  std::string Counted() const { return local_part + "@" + domain; }
 };
 
 Asked Split(const std::string& address) {
@@ -55,6 +60,7 @@ class Explanation {
   void _TellHolders();
   void _TellHolder(const DomainUser& user, bool is_flagged);
   void _TellWhyNobody();
+  std::string _SpecialReceivers() const;
   void _TellRoleAddress();
   void _TellCopies();
   void _TellRegistry();
@@ -62,7 +68,7 @@ class Explanation {
   void _Say(const std::string& step, const std::string& sentence);
 
   Call& call_;
-  const Asked asked_;
+  Asked asked_;
   const Domains domains_;
   const KnownDomain* domain_ = nullptr;
   Json::Value record_;
@@ -135,10 +141,13 @@ bool Explanation::_TellEntry() {
   for (const auto& member : entry.members) {
     members.push_back((member.kind == ::Alias::MemberKind::Group ? "group " : "") + member.name);
   }
-  receiver_ = MDOMAIN::BASE::Join(members, ", ");
   record_["members"] = JsonTexts(members);
-  _Say("entry", members.empty() ? "it is an address with several members, and has none"
-                                : "it is an address with several members: " + receiver_);
+  receiver_ = _SpecialReceivers();
+  _Say("entry", "it is an address with several members: " +
+                    (members.empty() ? "none" : MDOMAIN::BASE::Join(members, ", ")));
+  if (receiver_.empty() && !members.empty()) {
+    _Say("entry", "none of the members has an address any more");
+  }
   return true;
 }
 
@@ -162,7 +171,9 @@ void Explanation::_TellHolder(const DomainUser& user, bool is_flagged) {
       "role " + in_domain.front().GetRole() +
       (in_domain.front().IsUnderGroupControl() ? ", from a group" : ", of the account's own");
   if (is_flagged) {
-    _Say("holder", has + " (" + role + "), but it is flagged: another account owns it");
+    _Say("holder", has + " (" + role + "), but it is flagged: " +
+                       (record_.isMember("members") ? "the address with several members comes first"
+                                                    : "another account owns it"));
     return;
   }
   receiver_ = receiver_.empty() ? user.GetUserName() : receiver_;
@@ -170,14 +181,17 @@ void Explanation::_TellHolder(const DomainUser& user, bool is_flagged) {
 }
 
 void Explanation::_TellHolders() {
-  if (!MDOMAIN::DB::INTERNAL::ListHoldersOf(domain_->idx, {asked_.local_part}, holders_)) {
+  std::vector<std::string> same = {asked_.local_part};
+  if (!MDOMAIN::CONTROL::INTERNAL::AddSameAddresses(domain_->idx, same) ||
+      !MDOMAIN::DB::INTERNAL::ListHoldersOf(domain_->idx, same, holders_)) {
     throw Failure(kFailed, "the aliases of the domain could not be read");
   }
   // Whoever owns it first.
   for (const bool is_flagged : {false, true}) {
     for (const DomainUser& user : holders_) {
       for (const auto& [alias, flagged] : user.GetAliasDuplicatedPairs()) {
-        if (EqualsIgnoreCase(alias, asked_.local_part) && flagged == is_flagged) {
+        if (korvmailserver::FoldMapKey(alias) == korvmailserver::FoldMapKey(asked_.local_part) &&
+            flagged == is_flagged) {
           _TellHolder(user, is_flagged);
         }
       }
@@ -231,14 +245,31 @@ void Explanation::_TellWhyNobody() {
   }
 }
 
-void Explanation::_TellRoleAddress() {
-  const bool is_role_address = EqualsIgnoreCase(asked_.local_part, "postmaster") ||
-                               EqualsIgnoreCase(asked_.local_part, "abuse");
-  if (is_role_address && receiver_.empty()) {
-    _Say("role",
-         "every domain answers it: its administrators get it, else whom mdomain config get "
-         "postmaster names, else nobody");
+// Who gets the mail of an address that no single user has; empty for nobody.
+std::string Explanation::_SpecialReceivers() const {
+  MDOMAIN::UTILS::MailTarget target;
+  MDOMAIN::DB::INTERNAL::SpecialAddresses addresses;
+  if (!target.Read() || !MDOMAIN::UTILS::CollectSpecialAddresses(target, addresses)) {
+    throw Failure(kFailed, "the addresses that go to several could not be read");
   }
+  for (const auto& [key, receivers] : addresses) {
+    if (key.first == domain_->idx &&
+        korvmailserver::FoldMapKey(key.second) == korvmailserver::FoldMapKey(asked_.local_part)) {
+      return receivers.addresses;
+    }
+  }
+  return "";
+}
+
+void Explanation::_TellRoleAddress() {
+  const std::string name = MDOMAIN::BASE::ToLowerAscii(asked_.local_part);
+  if (!receiver_.empty() || (name != "postmaster" && name != "abuse")) {
+    return;
+  }
+  receiver_ = _SpecialReceivers();
+  _Say("role",
+       "every domain answers it: its administrators get it, else whom mdomain config get "
+       "postmaster names, else nobody");
 }
 
 // Rules that hold for the address, its account or the domain.
@@ -272,7 +303,7 @@ void Explanation::_TellRegistry() {
     return;
   }
   std::string owner;
-  if (!MDOMAIN::API::EmailOwner().GetOwner(asked_.address, owner)) {
+  if (!MDOMAIN::API::EmailOwner().GetOwner(asked_.Counted(), owner)) {
     throw Failure(kFailed, "the owner registry could not be read");
   }
   record_["registry"] = owner;
@@ -289,7 +320,7 @@ void Explanation::_TellMap() {
   bool found = false;
   std::string value;
   std::string error;
-  if (!map.Get(asked_.address, found, value, error)) {
+  if (!map.Get(asked_.Counted(), found, value, error)) {
     throw Failure(kFailed, "the map for Postfix cannot be read: " + error);
   }
   record_["postfix"] = value;
@@ -304,8 +335,16 @@ void Explanation::Print() {
   const bool is_ours = _FindDomain();
   if (is_ours) {
     _TellPublished();
-    const bool is_entry = _TellEntry();
+    bool is_entry = _TellEntry();
     _TellHolders();
+    const size_t plus = asked_.local_part.find('+');
+    if (!is_entry && holders_.empty() && plus != std::string::npos && plus != 0) {
+      asked_.local_part.resize(plus);
+      _Say("extension", "nobody has it as a whole: what stands behind \"+\" does not count, " +
+                            asked_.local_part + " does");
+      is_entry = _TellEntry();
+      _TellHolders();
+    }
     if (receiver_.empty() && !is_entry && holders_.empty()) {
       _TellWhyNobody();
     }
@@ -313,6 +352,10 @@ void Explanation::Print() {
     _TellCopies();
     _TellRegistry();
     _TellMap();
+  }
+  if (is_ours && !record_["published"].asBool()) {
+    receiver_.clear();  // no mail arrives for a domain that the mail services do not know
+    record_.removeMember("postfix");
   }
   record_["domain"] = is_ours ? Json::Value(domain_->idx) : Json::Value();
   record_["receiver"] = receiver_;

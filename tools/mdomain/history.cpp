@@ -75,18 +75,14 @@ void Show(Call& call) {
 }
 
 void Undo(Call& call) {
-  std::vector<Entry> entries;
-  if (!MDOMAIN::HISTORY::ListEntries(MDOMAIN::HISTORY::kEntriesKept, entries)) {
+  Entry last;
+  if (!MDOMAIN::HISTORY::FindLast(last)) {
     throw Failure(kFailed, "the history could not be read");
   }
-  const auto last = std::find_if(entries.begin(), entries.end(), [](const Entry& entry) {
-    return entry.state == "done" || entry.state == "undoing";
-  });
-  call.Confirm(last == entries.end()
-                   ? "Take back the last change?"
-                   : "Take back mdomain " + last->command + " (" + last->summary + ")?");
+  call.Confirm(last.id == 0 ? "Take back the last change?"
+                            : "Take back mdomain " + last.command + " (" + last.summary + ")?");
   MDOMAIN::HISTORY::UndoResult result;
-  if (!MDOMAIN::HISTORY::UndoLast(result)) {
+  if (!MDOMAIN::HISTORY::UndoLast(last.id, result)) {
     throw Failure(kFailed, "the change could not be taken back: run the same command again");
   }
   if (!result.is_done) {

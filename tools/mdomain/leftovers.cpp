@@ -43,8 +43,9 @@ void RemoveMapFolders(const std::string& folder) {
 
 void RemoveAllLeftovers() {
   using namespace MDOMAIN;
-  for (const std::string& folder : {PATHS::EtcDir(), PATHS::TargetEtcDir(), PATHS::DisclaimerDir(),
-                                    PATHS::DisclaimerBackupDir()}) {
+  for (const std::string& folder :
+       {PATHS::EtcDir(), PATHS::TargetEtcDir(), PATHS::DisclaimerDir(),
+        PATHS::DisclaimerBackupDir(), PATHS::LockFile().substr(0, PATHS::LockFile().rfind('/'))}) {
     korvmailserver::RemoveLeftovers(folder);
   }
   RemoveMapFolders(PATHS::TargetEtcDir());

@@ -14,6 +14,7 @@
 #include "platform/include/text.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/status.h"
+#include "tools/mdomain/suggestion.h"
 
 namespace mdomain {
 namespace {
@@ -169,6 +170,13 @@ template <typename Kind>
     message += " in the mirror: " + never;
   } else if (AccountSystemKnows(text, is_user)) {
     message += " in the mirror yet, only in the account system: run mdomain refresh";
+  } else {
+    const typename Kind::Filter everybody;
+    std::vector<std::string> names;
+    for (const auto& record : List<Kind>(everybody)) {
+      names.push_back(Kind::Name(record));
+    }
+    message += DidYouMean(text, names);
   }
   throw Failure(kNotFound, message);
 }

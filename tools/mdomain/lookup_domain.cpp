@@ -6,14 +6,20 @@
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/status.h"
+#include "tools/mdomain/suggestion.h"
 
 namespace mdomain {
 namespace {
 
 using MDOMAIN::RECORD::Domain;
 
-[[noreturn]] void Unknown(const std::string& text) {
-  throw Failure(kNotFound, "there is no domain \"" + text + "\"");
+[[noreturn]] void Unknown(const std::string& text, const std::vector<KnownDomain>& known) {
+  std::vector<std::string> names;
+  for (const KnownDomain& domain : known) {
+    names.push_back(domain.name);
+    names.insert(names.end(), domain.additional_names.begin(), domain.additional_names.end());
+  }
+  throw Failure(kNotFound, "there is no domain \"" + text + "\"" + DidYouMean(text, names));
 }
 
 }  // namespace
@@ -47,7 +53,7 @@ const KnownDomain& Domains::Find(const std::string& text) const {
       return domain;
     }
   }
-  Unknown(text);
+  Unknown(text, domains_);
 }
 
 std::vector<Domain> DomainRecords(const std::vector<int>& idxs) {
@@ -63,7 +69,7 @@ std::vector<Domain> DomainRecords(const std::vector<int>& idxs) {
     const auto record = std::find_if(
         found.begin(), found.end(), [idx](const Domain& one) { return one.GetDomainIdx() == idx; });
     if (record == found.end()) {
-      Unknown(std::to_string(idx));
+      Unknown(std::to_string(idx), {});
     }
     records.push_back(*record);
   }

@@ -44,6 +44,11 @@ void Finish(Call& call, const Command& command, const Recorder& recorder) {
   try {
     command.run(call);
   } catch (...) {
+    if (!recorder.TakeBack()) {
+      std::cerr
+          << "mdomain: warning: what was done before the failure is still there: run the same "
+             "command again\n";
+    }
     const std::string why = call.EndPublication();
     recorder.Record();
     if (!why.empty()) {
@@ -60,8 +65,39 @@ void Finish(Call& call, const Command& command, const Recorder& recorder) {
   }
 }
 
+const char* CodeOf(Status status) {
+  switch (status) {
+    case kUsage:
+      return "usage";
+    case kRefused:
+      return "refused";
+    case kNotFound:
+      return "not-found";
+    case kSpared:
+      return "spared";
+    case kUnpublished:
+      return "unpublished";
+    default:
+      return "failed";
+  }
+}
+
+bool& TellsJson() {
+  static bool json = false;
+  return json;
+}
+
 int Tell(Status status, const std::string& message) {
-  std::cerr << "mdomain: " << Printable(status == kFailed ? WithCause(message) : message) << "\n";
+  const std::string text = status == kFailed ? WithCause(message) : message;
+  if (!TellsJson()) {
+    std::cerr << "mdomain: " << Printable(text) << "\n";
+    return status;
+  }
+  Json::Value error;
+  error["code"] = CodeOf(status);
+  error["status"] = status;
+  error["message"] = text;
+  std::cerr << JsonText(error);
   return status;
 }
 
@@ -83,6 +119,7 @@ int Guarded(const Work& work) {
 
 int RunOnCopies(const Parsed& parsed) {
   return Guarded([&parsed] {
+    ShowLog(parsed.options.verbose);  // what happens on copies is not for the machine's log
     PlanPrinter printer;
     GlobalOptions options = parsed.options;
     options.yes = true;
@@ -116,6 +153,7 @@ int Run(const Parsed& parsed) {
   SetRoot(parsed.options);
   ShowLog(parsed.options.verbose);
   RequireHostSettings();
+  RequireDryRunIfAsked(parsed);
   if (IsDryRun(parsed)) {
     return DryRun(parsed, RunOnCopies);
   }
@@ -133,6 +171,9 @@ int Run(const Parsed& parsed) {
 }
 
 int Main(int argc, const char* const* argv) {
+  // Also where the command line is wrong.
+  TellsJson() = std::any_of(argv, argv + argc,
+                            [](const char* word) { return std::string(word) == "--json"; });
   return Guarded([&]() -> int {
     const Parsed parsed = Parse(argc, argv);
     return parsed.command == nullptr ? parsed.status : Run(parsed);

@@ -23,7 +23,7 @@ namespace mdomain {
 namespace {
 
 using MDOMAIN::API::EmailOwner;
-using MDOMAIN::UTILS::OwnerRegistryContent;
+using MDOMAIN::UTILS::OwnerCheck;
 
 std::vector<std::string> TypedAddresses(const Call& call) {
   std::vector<std::string> addresses;
@@ -176,14 +176,6 @@ void Add(Call& call) {
   call.out().Done(record, address + " belongs to " + user.GetUserName());
 }
 
-OwnerRegistryContent Owners() {
-  OwnerRegistryContent content;
-  if (!MDOMAIN::UTILS::CollectOwners(content)) {
-    throw Failure(kFailed, "the addresses could not be read");
-  }
-  return content;
-}
-
 void Build(Call& call) {
   MDOMAIN::UTILS::OwnerCounts counts;
   if (!MDOMAIN::UTILS::BuildOwners(counts)) {
@@ -198,29 +190,32 @@ void Build(Call& call) {
 }
 
 void Check(Call& call) {
-  OwnerRegistryContent stale;
-  if (!MDOMAIN::UTILS::FindStaleOwners(MDOMAIN::PATHS::EmailOwnerDb(), Owners(), stale)) {
-    throw Failure(kFailed, "the owner registry could not be read");
-  }
   Listing listing(call.out(),
                   {{"kind", "KIND"}, {"entry", "ENTRY"}, {"domain", "DOMAIN"}, {"owner", "OWNER"}});
-  auto append = [&](const std::string& kind, const std::string& text, int domain,
-                    const std::string& owner) {
+  bool has_any = false;
+  const auto append = [&](const char* kind, const std::string& text, int domain,
+                          const std::string& owner) {
     Json::Value record;
     record["kind"] = kind;
     record["entry"] = text;
     record["domain"] = domain;
     record["owner"] = owner;
     listing.Add(record);
+    has_any = true;
   };
-  for (const auto& part : stale.domains) {
-    append("domain", part.GetDomainName(), part.GetDomainIdx(), "");
-  }
-  for (const auto& part : stale.local_parts) {
-    append("local_part", part.GetLocalPart(), part.GetDomainIdx(), part.GetUserName());
+  const OwnerCheck result = MDOMAIN::UTILS::FindStaleOwners(
+      MDOMAIN::PATHS::EmailOwnerDb(),
+      [&](const auto& part) { append("domain", part.GetDomainName(), part.GetDomainIdx(), ""); },
+      [&](const auto& part) {
+        append("local_part", part.GetLocalPart(), part.GetDomainIdx(), part.GetUserName());
+      });
+  if (result != OwnerCheck::kDone) {
+    throw Failure(kFailed, result == OwnerCheck::kModelUnread
+                               ? "the addresses could not be read"
+                               : "the owner registry could not be read");
   }
   listing.End();
-  if (!stale.domains.empty() || !stale.local_parts.empty()) {
+  if (has_any) {
     call.out().Flush();
     throw Failure(kFailed,
                   "the registry holds entries that the domain database has not: run "

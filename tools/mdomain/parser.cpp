@@ -8,6 +8,7 @@
 #include <list>
 #include <sstream>
 
+#include "tools/mdomain/suggestion.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -122,6 +123,10 @@ std::vector<std::string> Typed(int argc, const char* const* argv) {
   std::vector<std::string> typed;
   for (int i = 1; i < argc; ++i) {
     const std::string word = argv[i];
+    if (word == "--") {
+      typed.insert(typed.end(), argv + i, argv + argc);
+      break;
+    }
     if (word == "--root") {
       ++i;
     } else if (word != "-y" && word != "--yes" && word.rfind("--root=", 0) != 0) {
@@ -161,7 +166,60 @@ std::vector<Argument> GlobalArguments() {
           Flag("--version", "Print the version")};
 }
 
-Parsed Parse(int argc, const char* const* argv) {
+namespace {
+
+// Where the words of the command begin; past the end when there are none.
+size_t FirstWord(const std::vector<const char*>& words) {
+  size_t at = 1;
+  while (at < words.size() && words[at][0] == '-') {
+    const std::string option = words[at];
+    at += option == "--root" || option == "--lock-timeout" ? 2 : 1;
+  }
+  return at;
+}
+
+// "help NOUN VERB" is "NOUN VERB --help".
+std::vector<const char*> WithoutHelpWord(int argc, const char* const* argv) {
+  std::vector<const char*> words(argv, argv + argc);
+  const size_t at = FirstWord(words);
+  if (at < words.size() && std::string(words[at]) == "help") {
+    words.erase(words.begin() + static_cast<std::ptrdiff_t>(at));
+    words.push_back("--help");
+  }
+  return words;
+}
+
+// Names a word that begins no command, and what may have been meant.
+void RequireKnownWords(const std::vector<const char*>& words) {
+  const size_t at = FirstWord(words);
+  if (at >= words.size()) {
+    return;
+  }
+  std::vector<std::string> known;
+  for (const auto& [name, noun] : Nouns()) {
+    known.push_back(name);
+  }
+  const std::string typed = words[at];
+  const auto noun = Nouns().find(typed);
+  if (noun == Nouns().end()) {
+    throw Failure(kUsage, "there is no command \"" + typed + "\"" + DidYouMean(typed, known) +
+                              " (mdomain --help lists them)");
+  }
+  known.clear();
+  for (const Command& command : noun->second.commands) {
+    known.push_back(command.words.substr(0, command.words.find(' ')));
+  }
+  const std::string verb = at + 1 < words.size() ? words[at + 1] : "";
+  const bool has_verbs = std::count(known.begin(), known.end(), "") == 0;
+  if (has_verbs && !verb.empty() && verb[0] != '-' &&
+      std::count(known.begin(), known.end(), verb) == 0) {
+    throw Failure(kUsage, "there is no command \"" + typed + " " + verb + "\"" +
+                              DidYouMean(verb, known) + " (mdomain " + typed +
+                              " --help lists them)");
+  }
+}
+
+Parsed ParseKnown(int argc, const char* const* argv) {
   Parsed parsed;
   CLI::App app("Manages mail domains: their names, users, groups and addresses.", "mdomain");
   app.require_subcommand(1, 1);
@@ -197,6 +255,14 @@ Parsed Parse(int argc, const char* const* argv) {
     }
   }
   return parsed;
+}
+
+}  // namespace
+
+Parsed Parse(int argc, const char* const* argv) {
+  const std::vector<const char*> words = WithoutHelpWord(argc, argv);
+  RequireKnownWords(words);
+  return ParseKnown(static_cast<int>(words.size()), words.data());
 }
 
 }  // namespace mdomain

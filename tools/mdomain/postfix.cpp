@@ -4,11 +4,12 @@
 #include <cstdlib>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/postmap.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/node_standing.h"
-#include "tools/mdomain/postfix_host.h"
 
 namespace mdomain {
 namespace {
@@ -35,7 +36,7 @@ void RequireUnused(const Call& call, const std::string& map) {
   const PostfixHost host(is_told ? call.Text("--config") : "");
   const std::vector<std::string> names = host.ListNaming(map);
   if (!names.empty()) {
-    throw Failure(kRefused, host.MainCf() + " names lmdb:" + map + " in " + names.front() +
+    throw Failure(kRefused, host.MainCf() + " names " + map + " in " + names.front() +
                                 ": take it out and reload Postfix first");
   }
 }
@@ -48,6 +49,14 @@ void Remove(Call& call) {
   }
   if (!IsMember() && !MDOMAIN::UTILS::ForgetPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix still follow every change");
+  }
+  // Where a pull made the maps, this has the next one make them again.
+  const std::string mark = MDOMAIN::PATHS::PulledMapsMark();
+  if (postara::sdk::Exist(mark) && postara::sdk::Unlink(mark) < 0) {
+    throw Failure(kFailed, mark + " could not be removed");
+  }
+  if (!MDOMAIN::UTILS::RemoveCompiledMaps()) {
+    throw Failure(kFailed, "the compiled maps for Postfix could not be removed");
   }
   Json::Value record;
   record["removed"] = Json::Value(Json::arrayValue);
@@ -71,8 +80,8 @@ void Maps(Call& call) {
   }
   MakePostfixMaps();
   Json::Value record;
-  record["domains"] = "lmdb:" + MDOMAIN::PATHS::PostfixDomains();
-  record["addresses"] = "lmdb:" + MDOMAIN::PATHS::PostfixAddresses();
+  record["domains"] = MDOMAIN::UTILS::NameOfMap(MDOMAIN::PATHS::PostfixDomains());
+  record["addresses"] = MDOMAIN::UTILS::NameOfMap(MDOMAIN::PATHS::PostfixAddresses());
   call.out().Done(record, "the maps for Postfix follow every change now");
 }
 
@@ -108,6 +117,17 @@ void MakePostfixMaps() {
   if (IsMember() ? !MDOMAIN::UTILS::MakePulledPostfixMaps() : !MDOMAIN::UTILS::BuildPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix could not be made; those of before are in place");
   }
+}
+
+// What main.cf may name already stays while Postfix knows it.
+std::string MapTypeFor(const PostfixHost& host) {
+  const std::string compiled = MDOMAIN::UTILS::CompiledMapType();
+  if (host.HasMapType("lmdb")) {
+    return "lmdb";
+  }
+  return host.HasMapType(compiled)
+             ? compiled
+             : MDOMAIN::BASE::ChooseMapType(host.Value("default_database_type"), host.MapTypes());
 }
 
 }  // namespace mdomain

@@ -2,7 +2,10 @@
 #ifndef TOOLS_MDOMAIN_POSTFIX_H
 #define TOOLS_MDOMAIN_POSTFIX_H
 
+#include <string>
+
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/postfix_host.h"
 
 namespace mdomain {
 
@@ -15,6 +18,10 @@ void RequireOwnConfig(const Call& call);
 
 // Makes the maps, on a machine that pulls too. Throws a Failure when those of before stay.
 void MakePostfixMaps();
+
+// The type of maps that this Postfix is to read: "lmdb", else one that it compiles; the empty
+// string when it has none.
+std::string MapTypeFor(const PostfixHost& host);
 
 }  // namespace mdomain
 

@@ -8,13 +8,13 @@
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/progress.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/dead_end.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/postfix.h"
-#include "tools/mdomain/postfix_host.h"
 #include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/smtp_probe.h"
 #include "tools/mdomain/text.h"
@@ -24,9 +24,9 @@ namespace {
 
 using korvmailserver::FoldMapKey;
 using korvmailserver::MapEntries;
-using korvmailserver::PostfixMap;
 using MDOMAIN::UTILS::DeadEnd;
 using MDOMAIN::UTILS::MailTarget;
+using MDOMAIN::UTILS::NameOfMap;
 using MDOMAIN::UTILS::OwnerRegistryContent;
 using MDOMAIN::UTILS::PostfixContent;
 
@@ -176,7 +176,7 @@ std::vector<Answer> AskMaps(const PostfixHost& host, const Model& model,
   for (const std::string& address : addresses) {
     asked.push_back(AskedAddress(model, address, host.Value("recipient_delimiter")));
   }
-  const auto found = host.LookUp("lmdb:" + MDOMAIN::PATHS::PostfixAddresses(), asked);
+  const auto found = host.LookUp(NameOfMap(MDOMAIN::PATHS::PostfixAddresses()), asked);
   std::vector<Answer> answers;
   answers.reserve(addresses.size());
   for (size_t i = 0; i < addresses.size(); ++i) {
@@ -207,12 +207,8 @@ std::string AskServer(const PostfixHost& host, int port, std::vector<Answer>& an
 
 // What the maps hold that the model has not, and names that they lack.
 void AddWrongEntries(const PostfixHost& host, const Model& model, std::vector<Answer>& answers) {
-  MapEntries entries;
-  std::string error;
-  if (!PostfixMap(MDOMAIN::PATHS::PostfixAddresses()).GetAll(entries, error)) {
-    throw Failure(kFailed, "the map of addresses cannot be read: " + error);
-  }
-  for (const auto& [address, value] : entries) {
+  for (const auto& [address, value] :
+       host.ListEntries(NameOfMap(MDOMAIN::PATHS::PostfixAddresses()))) {
     if (model.maps.addresses.count(address) == 0) {
       answers.push_back({address, "", value});
     }
@@ -221,7 +217,7 @@ void AddWrongEntries(const PostfixHost& host, const Model& model, std::vector<An
   for (const auto& [name, value] : model.maps.domains) {
     names.push_back(name);
   }
-  const auto found = host.LookUp("lmdb:" + MDOMAIN::PATHS::PostfixDomains(), names);
+  const auto found = host.LookUp(NameOfMap(MDOMAIN::PATHS::PostfixDomains()), names);
   for (const auto& [name, value] : model.maps.domains) {
     if (found.count(name) == 0) {
       answers.push_back({"@" + name, value, ""});

@@ -6,12 +6,12 @@
 #include <iostream>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/sync/compiled_maps.h"
 #include "platform/include/files.h"
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/bcc_maps.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/postfix.h"
-#include "tools/mdomain/postfix_host.h"
 #include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/text.h"
 
@@ -101,8 +101,9 @@ size_t MostReceivers(const PostfixContent& content) {
 std::vector<Wanted> ListWanted(const PostfixHost& host, const PostfixContent& content,
                                const std::string& lmtp, bool takes_utf8,
                                const std::string& milter) {
-  const std::string domains = "lmdb:" + MDOMAIN::PATHS::PostfixDomains();
-  const std::string addresses = "lmdb:" + MDOMAIN::PATHS::PostfixAddresses();
+  const std::string type = MapTypeFor(host).empty() ? "lmdb:" : MapTypeFor(host) + ":";
+  const std::string domains = type + MDOMAIN::PATHS::PostfixDomains();
+  const std::string addresses = type + MDOMAIN::PATHS::PostfixAddresses();
   std::vector<Wanted> wanted = {
       {"virtual_alias_domains", AliasDomains(host, domains),
        "The domains that mail is taken for; an address there that nobody has is refused"},
@@ -226,6 +227,24 @@ void Apply(Call& call, const PostfixHost& host, const std::vector<Wanted>& wante
                                           : "; Postfix does not run: postfix start"));
 }
 
+// Without LMDB.
+void CompileWhereWanted(const std::string& type) {
+  const bool is_compiled = !type.empty() && type != "lmdb";
+  if (is_compiled &&
+      (!MDOMAIN::UTILS::WantCompiledMaps(type) || !MDOMAIN::UTILS::CompilePostfixMaps())) {
+    throw Failure(kFailed, "the maps of type " + type + " could not be made");
+  }
+}
+
+// Those of another type, once LMDB is there and main.cf names it.
+void RemoveUnusedMaps(const Call& call, const PostfixHost& host) {
+  const std::string compiled = MDOMAIN::UTILS::NameOfMap(MDOMAIN::PATHS::PostfixAddresses());
+  const bool is_unused = call.Has("--apply") || host.ListNaming(compiled).empty();
+  if (host.HasMapType("lmdb") && is_unused && !MDOMAIN::UTILS::RemoveCompiledMaps()) {
+    throw Failure(kFailed, "maps for Postfix that nothing names any more could not be removed");
+  }
+}
+
 void RequireMilter(const std::string& milter) {
   const bool is_inet = milter.rfind("inet:", 0) == 0 && milter.rfind(':') > 5;
   if (!milter.empty() && !is_inet && milter.rfind("unix:", 0) != 0) {
@@ -264,8 +283,10 @@ void Configure(Call& call) {
   }
   if (obstacles.empty() || !call.Has("--apply")) {
     MakePostfixMaps();  // a map that main.cf names and that is missing stops all mail
+    CompileWhereWanted(MapTypeFor(host));
     const std::vector<Wanted> wanted = ListWanted(host, content, lmtp, takes_utf8, milter);
     call.Has("--apply") ? Apply(call, host, wanted) : Print(call, wanted, obstacles, cautions);
+    RemoveUnusedMaps(call, host);
   }
   if (!obstacles.empty()) {
     call.out().Flush();

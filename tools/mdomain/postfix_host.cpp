@@ -27,6 +27,19 @@ void AddSetting(const std::string& line, std::map<std::string, std::string>& set
   }
 }
 
+// "key<tab>value", as postmap prints it.
+std::map<std::string, std::string> EntriesIn(const std::string& output) {
+  std::map<std::string, std::string> entries;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    const size_t tab = line.find('\t');
+    if (tab != std::string::npos) {
+      entries[line.substr(0, tab)] = line.substr(tab + 1);
+    }
+  }
+  return entries;
+}
+
 const std::string& ValueOf(const std::map<std::string, std::string>& settings,
                            const std::string& name) {
   static const std::string* const kNone = new std::string();
@@ -135,15 +148,15 @@ std::map<std::string, std::string> PostfixHost::LookUp(const std::string& map,
   if (end.status != 0 && (end.status != 1 || end.errors.find("fatal:") != std::string::npos)) {
     throw Failure(kFailed, "postmap cannot ask " + map + ": " + LastLine(end));
   }
-  std::map<std::string, std::string> found;
-  std::istringstream lines(end.output);
-  for (std::string line; std::getline(lines, line);) {
-    const size_t tab = line.find('\t');
-    if (tab != std::string::npos) {
-      found[line.substr(0, tab)] = line.substr(tab + 1);
-    }
+  return EntriesIn(end.output);
+}
+
+std::map<std::string, std::string> PostfixHost::ListEntries(const std::string& map) const {
+  const ProgramEnd end = _RunHere(kPostmap, {"-s", map});
+  if (end.status != 0) {
+    throw Failure(kFailed, "postmap cannot read " + map + ": " + LastLine(end));
   }
-  return found;
+  return EntriesIn(end.output);
 }
 
 void PostfixHost::Set(const std::vector<std::string>& settings) const {

@@ -36,6 +36,7 @@ class PostfixHost {
   // The settings in main.cf that name this text, such as a map.
   std::vector<std::string> ListNaming(const std::string& text) const;
   bool HasMapType(const std::string& type) const { return map_types_.count(type) != 0; }
+  const std::set<std::string>& MapTypes() const { return map_types_; }
   std::string MainCf() const { return Value("config_directory") + "/main.cf"; }
   // Whether one of these services ("lmtp/unix", "*/inet") that run a program sees the queue's
   // folder as the root.
@@ -44,6 +45,8 @@ class PostfixHost {
   // The keys that a map ("lmdb:/path") has, with their values. One process, whatever their number.
   std::map<std::string, std::string> LookUp(const std::string& map,
                                             const std::vector<std::string>& keys) const;
+  // Everything in it.
+  std::map<std::string, std::string> ListEntries(const std::string& map) const;
   // Writes these "NAME=VALUE" to main.cf.
   void Set(const std::vector<std::string>& settings) const;
   bool IsRunning() const;

@@ -6,6 +6,7 @@
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/text.h"
+#include "tools/mdomain/postfix.h"
 #include "tools/mdomain/smtp_probe.h"
 #include "tools/mdomain/socket_access.h"
 #include "tools/mdomain/text.h"
@@ -116,9 +117,10 @@ bool TakesUtf8(const PostfixHost& host, const MailTarget& target, const std::str
 std::vector<std::string> ListObstacles(const PostfixHost& host, const PostfixContent& content,
                                        const MailTarget& target, const std::string& milter) {
   std::vector<std::string> obstacles;
-  if (!host.HasMapType("lmdb")) {
+  if (MapTypeFor(host).empty()) {
     obstacles.emplace_back(
-        "this Postfix cannot read maps of type lmdb: apt-get install postfix-lmdb");
+        "this Postfix reads no maps that are compiled: apt-get install "
+        "postfix-lmdb");
   }
   for (const auto& [setting, reason] : kOtherDomains) {
     const std::vector<std::string> held = HeldNames(host, setting, content);
@@ -149,6 +151,14 @@ std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixCont
     cautions.push_back("mail of this host to root goes to root@" + origin +
                        " (myorigin), which nobody has: set another myorigin, or give somebody the "
                        "alias root");
+  }
+  if (const std::string type = MapTypeFor(host); !type.empty() && type != "lmdb") {
+    cautions.push_back(
+        "this Postfix cannot read maps of type lmdb, so each change of an address "
+        "writes a map of type " +
+        type +
+        " anew, and sessions that are open keep the old one: apt-get install "
+        "postfix-lmdb, then run this again");
   }
   std::string why;
   if (target.IsLmtp() && !IsReachableFrom(host, host.IsChrooted("lmtp/unix", "lmtp"), lmtp, why)) {

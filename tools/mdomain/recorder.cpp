@@ -8,6 +8,7 @@
 #include <ctime>
 #include <iostream>
 
+#include "lib-domain/api/updater.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/plan.h"
 #include "tools/mdomain/command.h"
@@ -18,6 +19,8 @@ namespace {
 using MDOMAIN::HISTORY::Changes;
 using MDOMAIN::HISTORY::Entry;
 using MDOMAIN::HISTORY::Plan;
+
+constexpr size_t kMostRows = 20000000;  // to be taken back at once
 
 std::string Person() {
   const struct passwd* account = getpwuid(getuid());
@@ -43,21 +46,37 @@ std::string Quoted(const std::string& word) {
 }  // namespace
 
 Recorder::Recorder(const Parsed& parsed)
-    : is_refresh_(parsed.words == "refresh"), is_undo_(parsed.words == "undo") {
+    : is_refresh_(parsed.words == "refresh"),
+      is_undo_(parsed.words == "undo"),
+      is_whole_(parsed.words == "apply") {
   const auto& arguments = parsed.command->arguments;
   if (std::any_of(arguments.begin(), arguments.end(),
                   [](const Argument& argument) { return argument.name == DryRunFlag().name; })) {
-    changes_ = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(MDOMAIN::HISTORY::kMostRowsKept);
+    changes_ = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
+        is_whole_ ? kMostRows : MDOMAIN::HISTORY::kMostRowsKept);
     for (const std::string& word : parsed.typed) {
       command_ += (command_.empty() ? "" : " ") + Quoted(word);
     }
   }
 }
 
+bool Recorder::TakeBack() const {
+  Changes changes;
+  if (!changes_ || !is_whole_ || !changes_->List(changes)) {
+    return !is_whole_;
+  }
+  return changes.IsEmpty() ||
+         (MDOMAIN::HISTORY::TakeBack(changes) && MDOMAIN::API::Updater().Trigger());
+}
+
 void Recorder::Record() const {
+  if (!changes_) {
+    return;
+  }
   Changes changes;
   Plan plan;
-  if (!changes_ || (changes_->List(changes) && changes.IsEmpty())) {
+  const bool is_listed = changes_->List(changes);
+  if (is_listed && changes.IsEmpty()) {
     return;
   }
   Entry entry;
@@ -68,6 +87,9 @@ void Recorder::Record() const {
   entry.why_kept = is_refresh_ ? "a refresh follows the accounts, and would do it again"
                    : is_undo_  ? "it took something back"
                                : "";
+  if (!is_listed) {
+    entry.why_kept = "what it changed could not be read whole";
+  }
   const bool is_told = MDOMAIN::HISTORY::MakePlan(changes, plan);
   entry.summary = changes.is_whole ? plan.summary : "more than can be listed";
   const bool is_nothing = changes.is_whole && plan.entries.empty();

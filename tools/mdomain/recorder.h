@@ -17,12 +17,16 @@ class Recorder {
   // Adds an entry where something was changed. A history that cannot be written is a warning: the
   // change is made.
   void Record() const;
+  // Of a command that does all or nothing, and failed: makes everything as it was before. Whether
+  // it is so now.
+  bool TakeBack() const;
 
  private:
   std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes_;
   std::string command_;
   bool is_refresh_ = false;
   bool is_undo_ = false;
+  bool is_whole_ = false;  // all or nothing
 };
 
 }  // namespace mdomain

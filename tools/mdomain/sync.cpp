@@ -1,10 +1,14 @@
 // mdomain init, refresh, publish: keeping database, account system and published keys in step.
+#include <sys/stat.h>
+
 #include <set>
 #include <utility>
 
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/updater.h"
+#include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "platform/include/files.h"
 #include "platform/include/key_store.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_output.h"
@@ -247,6 +251,9 @@ void Refresh(Call& call) {
   const DeletionLimit limit = TypedLimit(call);
   const std::string before = quiet ? StoredState() : "";
   const RefreshSummary summary = RunRefresh(call, limit);
+  // For doctor: a refresh that changes nothing leaves no other trace.
+  korvmailserver::ReplaceFile(MDOMAIN::PATHS::LastRefresh(), "",
+                              S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
   if (dry_run) {
     call.TellOfTrial(SummaryJson(summary, true), SummaryColumns(summary, true));
   } else if (!quiet || HasNews(summary) || StoredState() != before) {

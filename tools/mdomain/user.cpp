@@ -1,6 +1,9 @@
 // mdomain user, what reads: the users of domains and their addresses. Changes are in
 // user_change.cpp.
+#include <optional>
+
 #include "lib-domain/api/domain_user.h"
+#include "tools/mdomain/alias_owner.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"
@@ -25,7 +28,20 @@ void Duplicates(Call& call) {
   if (!DomainUser().ListDuplicatedEmail(domain.idx, aliases)) {
     throw Failure(kFailed, "the colliding aliases could not be read");
   }
-  call.out().Texts(aliases);
+  AliasOwners owners;
+  owners.Read(domain.idx, aliases);
+  Listing listing(call.out(),
+                  {{"alias", "ALIAS"}, {"owner", "OWNER"}, {"holders", "ALSO WANTED BY"}});
+  for (const std::string& alias : aliases) {
+    const AliasOwner& owner = *owners.Find(domain.idx, alias);
+    Json::Value record;
+    record["alias"] = alias;
+    record["owner"] = call.out().json() ? owner.name : owner.Text();
+    record["is_entry"] = owner.is_entry;
+    record["holders"] = JsonTexts(owner.holders);
+    listing.Add(record);
+  }
+  listing.End();
 }
 
 void Find(Call& call) {
@@ -44,9 +60,28 @@ void Find(Call& call) {
   call.out().Done(record, name);
 }
 
+// As text each address that is somebody else's says so; for programs those are left out.
+std::vector<std::string> WithOwners(const Call& call, const AddressOwners& owners,
+                                    const std::string& user_name,
+                                    const std::vector<std::string>& addresses) {
+  std::vector<std::string> shown;
+  for (const std::string& address : addresses) {
+    const AliasOwner* other = owners.FindOther(user_name, address);
+    if (other == nullptr) {
+      shown.push_back(address);
+    } else if (!call.options().json) {
+      shown.push_back(address + " (goes to " + other->Text() + ")");
+    }
+  }
+  return shown;
+}
+
 void AllAddresses(Call& call) {
+  const AddressOwners owners(Domains(), std::nullopt);
   Listing listing(call.out(), {{"name", "NAME"}, {"addresses", "ADDRESSES"}}, true);
-  const auto add = [&](const std::string& name, const std::vector<std::string>& addresses) {
+  const auto add = [&](const std::string& name, std::vector<std::string> addresses) {
+    owners.PutPrimaryFirst(addresses);
+    addresses = WithOwners(call, owners, name, addresses);
     if (call.out().json()) {
       listing.AddMember(name, JsonTexts(addresses));
       return;
@@ -79,7 +114,8 @@ void Addresses(Call& call) {
   if (!read) {
     throw Failure(kFailed, "the addresses of \"" + user.GetUserName() + "\" could not be read");
   }
-  call.out().Texts(addresses);
+  const AddressOwners owners(Domains(), user.GetUID());
+  call.out().Texts(WithOwners(call, owners, user.GetUserName(), addresses));
 }
 
 const Register kUser({
@@ -90,7 +126,9 @@ const Register kUser({
          Joined({DomainArgument()}, ListingArguments("users", "name or an alias")), List},
         {"duplicates",
          "List the aliases of a domain that several users have",
-         "All of them keep the alias; it is flagged for all but one.",
+         "All of them keep the alias; it is flagged for all but one, who owns it and gets the "
+         "mail. "
+         "An address with several members owns its name, too (is_entry).",
          Effect::kReads,
          {DomainArgument()},
          Duplicates},
@@ -102,8 +140,9 @@ const Register kUser({
          Find},
         {"addresses",
          "List a user's mail addresses in all domains",
-         "Addresses of the primary domain come first. With --all and --json the answer is one "
-         "object: user names and their addresses.",
+         "Addresses of the primary domain come first. One that collides and whose mail goes to "
+         "somebody else says so; with --json it is left out, and user show has it. With --all and "
+         "--json the answer is one object: user names and their addresses.",
          Effect::kReads,
          {Optional("USER", "Name or uid of the user"),
           Flag("--additional", "Also the addresses at additional domain names"),

@@ -23,16 +23,16 @@ constexpr const char* kSelectDomains =
 bool ListInKept(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
   using korvmailserver::CompiledStatements;
   const std::string path = PATHS::SettingsDb();
-  std::set<int> all;
-  const auto list = [&all](sqlite3* db, CompiledStatements& compiled) {
-    return compiled.Get(db, kSelectDomains).ForEachRow([&all](const auto& row) {
-      all.insert(row.Int(0));
-    });
-  };
-  if (!korvmailserver::KeptDatabase::Of(path).Run(path, list)) {
+  const auto* const all = korvmailserver::KeptDatabase::Of(path).Ask<std::set<int>>(
+      path, kSelectDomains, [](sqlite3* db, CompiledStatements& compiled, std::set<int>& answer) {
+        return compiled.Get(db, kSelectDomains).ForEachRow([&answer](const auto& row) {
+          answer.insert(row.Int(0));
+        });
+      });
+  if (all == nullptr) {
     return false;
   }
-  for (const int domain_idx : all) {
+  for (const int domain_idx : *all) {
     if (is_asked(domain_idx)) {
       domain_idxs.insert(domain_idx);
     }

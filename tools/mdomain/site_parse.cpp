@@ -1,0 +1,318 @@
+// A document, as a site.
+#include <algorithm>
+#include <iterator>
+
+#include "lib-domain/api/mimedefang.h"
+#include "lib-domain/utils/domain_utils.h"
+#include "platform/include/maillog.h"
+#include "platform/include/postfix_map.h"
+#include "tools/mdomain/domain_name.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/site.h"
+#include "tools/mdomain/site_place.h"
+#include "tools/mdomain/site_words.h"
+#include "tools/mdomain/status.h"
+
+namespace mdomain {
+namespace {
+
+// A text of an array that stands there once.
+void RequireNew(bool is_new, const Place& place) {
+  if (!is_new) {
+    place.Refuse("stands here twice");
+  }
+}
+
+std::string CheckedName(const Place& place) {
+  std::string name = StorableName(place.Text());
+  const auto sink = korvmailserver::SetMailLogSink([](int, const std::string&) { return true; });
+  const bool is_valid = MDOMAIN::UTILS::IsDomainNameValid(name);
+  korvmailserver::SetMailLogSink(sink);
+  if (!is_valid) {
+    place.Refuse("\"" + name + "\" is not a valid domain name");
+  }
+  return name;
+}
+
+class Parser {
+ public:
+  explicit Parser(const SiteAccounts& accounts) : accounts_(accounts) {
+    const Domains domains;
+    for (const KnownDomain& domain : domains.all()) {
+      spellings_[AsciiForm(domain.name)] = domain.name;
+      for (const std::string& name : domain.additional_names) {
+        spellings_[AsciiForm(name)] = name;
+      }
+    }
+  }
+
+  TypedSite Parse(const Json::Value& document) {
+    const Place root(document, "$");
+    root.RequireMembers({"$schema", "domains", "settings"});
+    if (root.Member("$schema").Text() != kSiteSchema) {
+      root.Member("$schema").Refuse(std::string("must be \"") + kSiteSchema + "\"");
+    }
+    for (const Place& place : root.Member("domains").Elements()) {
+      AddDomain(place);
+    }
+    AddSettings(root.Member("settings"));
+    RequirePrimary(root.Member("domains"));
+    typed_.unknown = {unknown_.begin(), unknown_.end()};
+    return std::move(typed_);
+  }
+
+ private:
+  // The name that the mirror gives somebody; empty, and noted, where it has nobody.
+  std::string Account(const Place& place, bool is_user) {
+    const std::string typed = place.Text();
+    const SiteAccount* account = (is_user ? accounts_.users : accounts_.groups).Find(typed);
+    if (account == nullptr) {
+      unknown_.insert((is_user ? "user " : "group ") + typed);
+      return "";
+    }
+    return account->name;
+  }
+
+  void AddDomain(const Place& place) {
+    place.RequireMembers({"name", "primary", "description", "pattern", "auto_add", "names",
+                          "groups", "users", "removed", "entries", "copies", "disclaimers"});
+    const Place name = place.Member("name");
+    AddName(name);
+    SiteDomain& domain = typed_.site.domains[DomainName(name)];
+    domain.is_primary = place.Member("primary").Flag();
+    domain.description = place.Member("description").Text();
+    domain.adds_users = place.Member("auto_add").Flag();
+    const Place pattern = place.Member("pattern");
+    domain.pattern = pattern.Text();
+    if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(domain.pattern)) {
+      pattern.Refuse("needs a placeholder such as <a>");
+    }
+    for (const Place& more : place.Member("names").Elements()) {
+      AddName(more);
+      domain.names.insert(DomainName(more));
+    }
+    AddMembers(place, domain);
+    for (const Place& entry : place.Member("entries").Elements()) {
+      AddEntry(entry, domain);
+    }
+    RequireOwners(place, domain);
+    for (const Place& copy : place.Member("copies").Elements()) {
+      AddCopy(copy, domain);
+    }
+    AddDisclaimers(place.Member("disclaimers"), domain);
+  }
+
+  // In the spelling in which it is stored already, if it is.
+  std::string DomainName(const Place& place) const {
+    const std::string name = CheckedName(place);
+    const auto known = spellings_.find(AsciiForm(name));
+    return known == spellings_.end() ? name : known->second;
+  }
+
+  void AddName(const Place& place) {
+    RequireNew(names_.insert(AsciiForm(DomainName(place))).second, place);
+  }
+
+  void AddMembers(const Place& place, SiteDomain& domain) {
+    for (const Place& group : place.Member("groups").Elements()) {
+      group.RequireMembers({"name", "role"});
+      const std::string role = Role(group, false);
+      const std::string name = Account(group.Member("name"), false);
+      RequireNew(name.empty() || domain.groups.emplace(name, role).second, group.Member("name"));
+    }
+    for (const Place& user : place.Member("users").Elements()) {
+      AddUser(user, domain);
+    }
+    for (const Place& user : place.Member("removed").Elements()) {
+      const std::string name = Account(user, true);
+      if (domain.users.count(name) != 0) {
+        user.Refuse("is one of the users");
+      }
+      RequireNew(name.empty() || domain.removed.insert(name).second, user);
+    }
+  }
+
+  static std::string Role(const Place& place, bool may_be_of_groups) {
+    const Place role = place.Member("role");
+    const std::string text = role.Text();
+    if (!MDOMAIN::UTILS::CheckRoleValid(text) && !(may_be_of_groups && text == kRoleOfGroups)) {
+      role.Refuse(std::string("must be normal, domain_admin") +
+                  (may_be_of_groups ? " or group" : ""));
+    }
+    return text;
+  }
+
+  void AddUser(const Place& place, SiteDomain& domain) {
+    place.RequireMembers({"name", "role", "aliases", "taken"});
+    SiteUser user;
+    user.role = place.Has("role") ? Role(place, true) : "";
+    std::set<std::string> own;
+    place.Member("aliases");
+    for (const char* member : {"aliases", "taken"}) {
+      for (const Place& alias : place.Elements(member)) {
+        const std::string text = alias.Text();
+        if (!MDOMAIN::UTILS::IsAccountAliasValid(text)) {
+          alias.Refuse("\"" + text + "\" is no local part of a mail address");
+        }
+        RequireNew(own.insert(korvmailserver::FoldMapKey(text)).second, alias);
+        (member == std::string("aliases") ? user.aliases : user.taken).push_back(text);
+      }
+    }
+    std::sort(user.aliases.begin(), user.aliases.end());
+    std::sort(user.taken.begin(), user.taken.end());
+    if (own.empty()) {
+      place.Member("aliases").Refuse("a user of a domain has one alias at least");
+    }
+    const std::string name = Account(place.Member("name"), true);
+    RequireNew(name.empty() || domain.users.emplace(name, user).second, place.Member("name"));
+  }
+
+  // An alias is one user's, whoever else has it too.
+  static void RequireOwners(const Place& place, const SiteDomain& domain) {
+    std::map<std::string, std::string> owners;
+    for (const auto& [name, entry] : domain.entries) {
+      owners[korvmailserver::FoldMapKey(name)] = "an entry";
+    }
+    for (const auto& [name, user] : domain.users) {
+      for (const std::string& alias : user.aliases) {
+        const auto [owner, is_new] = owners.emplace(korvmailserver::FoldMapKey(alias), name);
+        if (!is_new) {
+          place.Member("users").Refuse("\"" + alias + "\" of " + name + " is that of " +
+                                       owner->second + " as well: one of them has it \"taken\"");
+        }
+      }
+    }
+  }
+
+  void AddEntry(const Place& place, SiteDomain& domain) {
+    place.RequireMembers({"name", "users", "groups", "addresses"});
+    const Place name = place.Member("name");
+    if (!MDOMAIN::UTILS::IsAccountAliasValid(name.Text())) {
+      name.Refuse("\"" + name.Text() + "\" is no local part of a mail address");
+    }
+    SiteEntry entry;
+    size_t given = 0;
+    for (const char* member : {"users", "groups"}) {
+      const bool are_users = member == std::string("users");
+      for (const Place& account : place.Elements(member)) {
+        const std::string text = Account(account, are_users);
+        if (!text.empty()) {
+          (are_users ? entry.users : entry.groups).push_back(text);
+        }
+        ++given;
+      }
+    }
+    for (const Place& address : place.Elements("addresses")) {
+      entry.addresses.push_back(address.Text());
+      ++given;
+    }
+    if (given == 0) {
+      place.Refuse("has no member");
+    }
+    const bool is_left = !entry.users.empty() || !entry.groups.empty() || !entry.addresses.empty();
+    if (!is_left) {
+      unknown_.insert("entry " + name.Text() + " without its members");
+    }
+    RequireNew(!is_left || domain.entries.emplace(name.Text(), entry).second, name);
+  }
+
+  static void AddCopy(const Place& place, SiteDomain& domain) {
+    place.RequireMembers({"type", "name", "to"});
+    const std::string word = place.Member("type").Text();
+    const auto* type = std::find_if(std::begin(kCopyTypes), std::end(kCopyTypes),
+                                    [&](const CopyType& known) { return word == known.word; });
+    if (type == std::end(kCopyTypes)) {
+      place.Member("type").Refuse("must be recipient, sender or domain");
+    }
+    const BccInfo rule = {place.Member("name").Text(), type->type, place.Member("to").Text()};
+    const std::string problem = BCC::CheckRule(rule);
+    if (!problem.empty()) {
+      place.Refuse(problem);
+    }
+    RequireNew(domain.copies.emplace(std::pair(rule.type, rule.name), rule.bcc_to).second,
+               place.Member("name"));
+  }
+
+  void AddDisclaimers(const Place& place, SiteDomain& domain) {
+    domain.disclaimers = place.value();
+    if (!domain.disclaimers.isArray()) {
+      place.Refuse("must be an array");
+    }
+    ForEachAccountRule(domain.disclaimers, [&](Json::Value& rule) {
+      const bool is_user = rule["pattern_type"] == Json::Value("user");
+      if (!is_user && rule["pattern_type"] != Json::Value("group")) {
+        return true;
+      }
+      const Place pattern(rule["pattern"], place.path());
+      rule["pattern"] = Account(pattern, is_user);
+      return rule["pattern"] != Json::Value("");
+    });
+    std::string error;
+    if (!MimeDefang::CheckDisclaimerList(DisclaimersWithIds(domain.disclaimers, accounts_),
+                                         error)) {
+      throw Failure(kRefused, place.path() + error);
+    }
+  }
+
+  void AddSettings(const Place& place) {
+    place.RequireMembers({std::begin(kSiteSettings), std::end(kSiteSettings)});
+    for (const std::string& key : place.value().getMemberNames()) {
+      typed_.site.settings[key] = place.Member(key).Text();
+    }
+  }
+
+  void RequirePrimary(const Place& place) const {
+    const auto& domains = typed_.site.domains;
+    const auto primaries = std::count_if(domains.begin(), domains.end(),
+                                         [](const auto& known) { return known.second.is_primary; });
+    if (primaries != (domains.empty() ? 0 : 1)) {
+      place.Refuse("one of them must be primary, not " + std::to_string(primaries));
+    }
+  }
+
+  const SiteAccounts& accounts_;
+  TypedSite typed_;
+  std::map<std::string, std::string> spellings_;
+  std::set<std::string> names_;
+  std::set<std::string> unknown_;
+};
+
+}  // namespace
+
+void ForEachAccountRule(Json::Value& disclaimers, const std::function<bool(Json::Value&)>& keep) {
+  for (Json::Value& disclaimer : disclaimers) {
+    for (const char* member : {"match_rule_list", "exception_rule_list"}) {
+      if (!disclaimer.isObject() || !disclaimer[member].isArray()) {
+        continue;
+      }
+      Json::Value kept(Json::arrayValue);
+      for (Json::Value& rule : disclaimer[member]) {
+        if (!rule.isObject() || keep(rule)) {
+          kept.append(rule);
+        }
+      }
+      disclaimer[member] = kept;
+    }
+  }
+}
+
+Json::Value DisclaimersWithIds(Json::Value disclaimers, const SiteAccounts& accounts) {
+  ForEachAccountRule(disclaimers, [&](Json::Value& rule) {
+    const bool is_user = rule["pattern_type"] == Json::Value("user");
+    if (is_user || rule["pattern_type"] == Json::Value("group")) {
+      const SiteAccountList& list = is_user ? accounts.users : accounts.groups;
+      rule["pattern"] = std::to_string(list.Id(rule["pattern"].asString()));
+      rule["pattern_type"] = is_user ? "uid" : "gid";
+    }
+    return true;
+  });
+  return disclaimers;
+}
+
+TypedSite ParseSite(const std::string& text, const SiteAccounts& accounts) {
+  Json::Value document;
+  ParseDocument(text, document);
+  return Parser(accounts).Parse(document);
+}
+
+}  // namespace mdomain

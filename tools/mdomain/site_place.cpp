@@ -1,0 +1,82 @@
+#include "tools/mdomain/site_place.h"
+
+#include <json/reader.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "platform/include/text.h"
+#include "tools/mdomain/text.h"
+
+namespace mdomain {
+
+void Place::RequireMembers(const std::set<std::string>& known) const {
+  if (!value_.isObject()) {
+    Refuse("must be an object");
+  }
+  for (const std::string& name : value_.getMemberNames()) {
+    if (known.count(name) == 0) {
+      Place(value_[name], path_ + "." + name).Refuse("unknown member");
+    }
+  }
+}
+
+Place Place::Member(const std::string& member) const {
+  if (!Has(member)) {
+    Place(value_, path_ + "." + member).Refuse("is missing");
+  }
+  return {value_[member], path_ + "." + member};
+}
+
+std::vector<Place> Place::Elements() const {
+  if (!value_.isArray()) {
+    Refuse("must be an array");
+  }
+  std::vector<Place> elements;
+  for (Json::ArrayIndex i = 0; i < value_.size(); ++i) {
+    elements.emplace_back(value_[i], path_ + "[" + std::to_string(i) + "]");
+  }
+  return elements;
+}
+
+std::vector<Place> Place::Elements(const std::string& member) const {
+  return Has(member) ? Member(member).Elements() : std::vector<Place>();
+}
+
+std::string Place::Text() const {
+  if (!value_.isString()) {
+    Refuse("must be a text");
+  }
+  RequirePlainText(path_, value_.asString());
+  return value_.asString();
+}
+
+bool Place::Flag() const {
+  if (!value_.isBool()) {
+    Refuse("must be true or false");
+  }
+  return value_.asBool();
+}
+
+void ParseDocument(const std::string& text, Json::Value& value) {
+  if (!korvmailserver::IsValidUtf8(text)) {
+    throw Failure(kRefused, "$: the document is not UTF-8");
+  }
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  builder["stackLimit"] = 64;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  std::string error;
+  bool is_parsed = false;
+  try {
+    is_parsed = reader->parse(text.data(), text.data() + text.size(), &value, &error);
+  } catch (const Json::Exception& exception) {
+    error = exception.what();
+  }
+  if (!is_parsed) {
+    std::replace(error.begin(), error.end(), '\n', ' ');
+    throw Failure(kRefused, "$: no JSON: " + error);
+  }
+}
+
+}  // namespace mdomain

@@ -1,0 +1,281 @@
+// What is stored, as a site, and a site as a document.
+#include <algorithm>
+#include <unordered_set>
+
+#include "lib-domain/api/alias_entry.h"
+#include "lib-domain/api/bcc.h"
+#include "lib-domain/api/domain_group.h"
+#include "lib-domain/api/domain_user.h"
+#include "lib-domain/api/mimedefang.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/record/domain.h"
+#include "lib-domain/sync/special_address.h"
+#include "platform/include/mail_conf.h"
+#include "tools/mdomain/bcc_maps.h"
+#include "tools/mdomain/lookup.h"
+#include "tools/mdomain/output.h"
+#include "tools/mdomain/site.h"
+#include "tools/mdomain/site_words.h"
+#include "tools/mdomain/status.h"
+
+namespace mdomain {
+namespace {
+
+using MDOMAIN::API::DomainUser;
+using Kind = ::Alias::MemberKind;
+using AliasFlag = MDOMAIN::DB::DomainUser::AliasFlag;
+
+[[noreturn]] void CannotRead(const std::string& what, const std::string& domain) {
+  throw Failure(kFailed, "the " + what + " of domain " + domain + " could not be read");
+}
+
+void ReadGroups(int idx, const std::string& name, const SiteAccounts& accounts,
+                SiteDomain& domain) {
+  MDOMAIN::DB::DomainDBFilter filter("domain_group_view");
+  filter.SetDomainIdxs({idx});
+  filter.SetLimit(-1);
+  std::vector<MDOMAIN::RECORD::DomainGroup> groups;
+  if (!MDOMAIN::API::DomainGroup().List(filter, groups)) {
+    CannotRead("groups", name);
+  }
+  for (const auto& group : groups) {
+    if (const SiteAccount* account = accounts.groups.FindId(group.GetGID())) {
+      domain.groups[account->name] = group.GetRole();
+    }
+  }
+}
+
+// Somebody who has aliases and no role for the moment is in no domain: the next refresh decides.
+void ReadUsers(int idx, const std::string& name, const SiteAccounts& accounts, SiteDomain& domain) {
+  DomainUser api;
+  std::vector<MDOMAIN::RECORD::DomainUserRole> auto_roles;
+  std::unordered_set<unsigned int> added;
+  if (!api.GetAutoAddedUsersRoles(auto_roles)) {
+    CannotRead("roles", name);
+  }
+  for (const auto& role : auto_roles) {
+    if (role.GetDomainIdx() == idx) {
+      added.insert(role.GetUID());
+    }
+  }
+  MDOMAIN::DB::DomainDBFilter filter;
+  filter.SetDomainIdxs({idx});
+  filter.SetLimit(-1);
+  const auto add_role = [&](MDOMAIN::RECORD::DomainUser& user) {
+    const bool is_added = added.count(user.GetUID()) != 0 && user.GetRole() == "normal";
+    if (const SiteAccount* account = accounts.users.FindId(user.GetUID())) {
+      domain.users[account->name].role = user.IsUnderGroupControl() ? kRoleOfGroups
+                                         : is_added                 ? ""
+                                                                    : user.GetRole();
+    }
+  };
+  const auto add_alias = [&](int, std::string&& user_name, std::string&& alias, AliasFlag flag) {
+    const SiteAccount* account = accounts.users.Find(user_name);
+    const auto user = account == nullptr ? domain.users.end() : domain.users.find(account->name);
+    if (user != domain.users.end() && flag != AliasFlag::kNoRole) {
+      (flag == AliasFlag::kPlain ? user->second.aliases : user->second.taken)
+          .push_back(std::move(alias));
+    }
+    return true;
+  };
+  if (!api.ForEach(filter, add_role) || !MDOMAIN::DB::DomainUser().ForEachAlias({idx}, add_alias)) {
+    CannotRead("users", name);
+  }
+  // Their stored order changes whenever a flag does.
+  for (auto& user : domain.users) {
+    std::sort(user.second.aliases.begin(), user.second.aliases.end());
+    std::sort(user.second.taken.begin(), user.second.taken.end());
+  }
+}
+
+// A removal counts as long as a group of the domain would bring the member back.
+void ReadRemoved(int idx, const std::string& name, const SiteAccounts& accounts,
+                 SiteDomain& domain) {
+  std::unordered_set<unsigned int> uids;
+  std::unordered_map<unsigned int, std::string> role_by_member;
+  if (!DomainUser().GetAllRemovedUIDs(idx, uids) ||
+      !MDOMAIN::DB::DomainGroup().GetResultGroupRoles(idx, role_by_member)) {
+    CannotRead("removed members", name);
+  }
+  for (const unsigned int uid : uids) {
+    const SiteAccount* account = accounts.users.FindId(uid);
+    if (account != nullptr && role_by_member.count(uid) != 0 &&
+        domain.users.count(account->name) == 0) {
+      domain.removed.insert(account->name);
+    }
+  }
+}
+
+// An account that is not mirrored any more keeps the name it was stored under.
+std::string NameOf(const SiteAccountList& accounts, const std::string& stored) {
+  const SiteAccount* account = accounts.Find(stored);
+  return account == nullptr ? stored : account->name;
+}
+
+void ReadEntries(int idx, const std::string& name, const SiteAccounts& accounts,
+                 SiteDomain& domain) {
+  std::vector<::Alias::Entry> entries;
+  if (!MDOMAIN::API::AliasEntry().List(idx, entries)) {
+    CannotRead("addresses with several members", name);
+  }
+  for (const ::Alias::Entry& stored : entries) {
+    SiteEntry& entry = domain.entries[stored.name];
+    for (const ::Alias::Member& member : stored.members) {
+      if (member.kind == Kind::User) {
+        entry.users.push_back(NameOf(accounts.users, member.name));
+      } else if (member.kind == Kind::Group) {
+        entry.groups.push_back(NameOf(accounts.groups, member.name));
+      } else {
+        entry.addresses.push_back(member.name);
+      }
+    }
+  }
+}
+
+void ReadCopies(int idx, const std::string& name, SiteDomain& domain) {
+  BCC* bcc = BCC::getInstance(idx);
+  for (const auto& [type, word] : kCopyTypes) {
+    if (bcc == nullptr ||
+        bcc->ForEachRule(type, idx, 0, -1, "name", "asc", [&](const BccInfo& rule) {
+          domain.copies[{rule.type, rule.name}] = rule.bcc_to;
+        }) != 0) {
+      CannotRead(std::string("blind copies for a ") + word, name);
+    }
+  }
+}
+
+void ReadDisclaimers(int idx, const std::string& name, const SiteAccounts& accounts,
+                     SiteDomain& domain) {
+  MimeDefang mimedefang;
+  if (mimedefang.GetDisclaimerList(idx, domain.disclaimers) < 0) {
+    CannotRead("disclaimers", name);
+  }
+  ForEachAccountRule(domain.disclaimers, [&](Json::Value& rule) {
+    const bool is_user = rule["pattern_type"] == Json::Value("uid");
+    unsigned int id = 0;
+    const SiteAccount* account = (is_user || rule["pattern_type"] == Json::Value("gid")) &&
+                                         MDOMAIN::BASE::ConvertToUID(rule["pattern"].asString(), id)
+                                     ? (is_user ? accounts.users : accounts.groups).FindId(id)
+                                     : nullptr;
+    if (account != nullptr) {
+      rule["pattern_type"] = is_user ? "user" : "group";
+      rule["pattern"] = account->name;
+    }
+    return true;
+  });
+}
+
+Json::Value UserJson(const std::string& name, const SiteUser& user) {
+  Json::Value value;
+  value["name"] = name;
+  value["aliases"] = JsonTexts(user.aliases);
+  if (!user.role.empty()) {
+    value["role"] = user.role;
+  }
+  if (!user.taken.empty()) {
+    value["taken"] = JsonTexts(user.taken);
+  }
+  return value;
+}
+
+Json::Value EntryJson(const std::string& name, const SiteEntry& entry) {
+  Json::Value value;
+  value["name"] = name;
+  for (const auto& [member, texts] : {std::pair("users", &entry.users),
+                                      {"groups", &entry.groups},
+                                      {"addresses", &entry.addresses}}) {
+    if (!texts->empty()) {
+      value[member] = JsonTexts(*texts);
+    }
+  }
+  return value;
+}
+
+Json::Value DomainJson(const std::string& name, const SiteDomain& domain) {
+  Json::Value value;
+  value["name"] = name;
+  value["primary"] = domain.is_primary;
+  value["description"] = domain.description;
+  value["pattern"] = domain.pattern;
+  value["auto_add"] = domain.adds_users;
+  value["names"] = JsonTexts({domain.names.begin(), domain.names.end()});
+  value["removed"] = JsonTexts({domain.removed.begin(), domain.removed.end()});
+  value["disclaimers"] = domain.disclaimers;
+  for (const char* member : {"groups", "users", "entries", "copies"}) {
+    value[member] = Json::Value(Json::arrayValue);
+  }
+  for (const auto& [group, role] : domain.groups) {
+    Json::Value record;
+    record["name"] = group;
+    record["role"] = role;
+    value["groups"].append(record);
+  }
+  for (const auto& [user, record] : domain.users) {
+    value["users"].append(UserJson(user, record));
+  }
+  for (const auto& [entry, record] : domain.entries) {
+    value["entries"].append(EntryJson(entry, record));
+  }
+  for (const auto& [key, destination] : domain.copies) {
+    Json::Value record;
+    record["type"] = CopyTypeWord(key.first);
+    record["name"] = key.second;
+    record["to"] = destination;
+    value["copies"].append(record);
+  }
+  return value;
+}
+
+}  // namespace
+
+SiteDomain ReadSiteDomain(int idx, const std::string& name, const SiteAccounts& accounts) {
+  SiteDomain domain;
+  ReadGroups(idx, name, accounts, domain);
+  ReadUsers(idx, name, accounts, domain);
+  ReadRemoved(idx, name, accounts, domain);
+  ReadEntries(idx, name, accounts, domain);
+  ReadCopies(idx, name, domain);
+  ReadDisclaimers(idx, name, accounts, domain);
+  return domain;
+}
+
+Site ReadSite(const SiteAccounts& accounts) {
+  Site site;
+  const Domains domains;
+  for (const KnownDomain& known : domains.all()) {
+    const MDOMAIN::RECORD::Domain record = DomainRecords({known.idx}).front();
+    SiteDomain& domain = site.domains[known.name];
+    domain = ReadSiteDomain(known.idx, known.name, accounts);
+    domain.description = record.GetDomainDesc();
+    domain.pattern = record.GetDefaultAliasPattern();
+    domain.adds_users = record.IsAutomaticallyAddingUsers();
+    domain.is_primary = known.is_primary;
+    domain.names = {known.additional_names.begin(), known.additional_names.end()};
+  }
+  for (const char* key : kSiteSettings) {
+    std::string value;
+    if (mailConfGet(key, value) < 0) {
+      throw Failure(kFailed, "the configuration could not be read");
+    }
+    if (!value.empty()) {
+      site.settings[key] = value;
+    }
+  }
+  return site;
+}
+
+Json::Value SiteJson(const Site& site) {
+  Json::Value value;
+  value["$schema"] = kSiteSchema;
+  value["domains"] = Json::Value(Json::arrayValue);
+  value["settings"] = Json::Value(Json::objectValue);
+  for (const auto& [name, domain] : site.domains) {
+    value["domains"].append(DomainJson(name, domain));
+  }
+  for (const auto& [key, text] : site.settings) {
+    value["settings"][key] = text;
+  }
+  return value;
+}
+
+}  // namespace mdomain
