@@ -112,7 +112,7 @@ std::string MapType() {
   const std::vector<std::string> preferred =
       Words(Run(kPostconf, {"-hx", "default_database_type"}));
   const std::vector<std::string> known = Words(Run(kPostconf, {"-m"}));
-  const std::string type =
+  std::string type =
       ChooseMapType(preferred.empty() ? "" : preferred.front(), {known.begin(), known.end()});
   if (type.empty()) {
     throw MapFailure("this Postfix has no map type that is compiled");

@@ -136,11 +136,10 @@ bool GivenNotice::_Send() {
 void GivenNotice::_Forget() {
   const std::string given = *std::exchange(given_, std::nullopt);
   std::string now;
-  if (!DB::INTERNAL::BeginWriting() || !DB::INTERNAL::GetDataVersion(now)) {
-    LogUnforgotten();
-  } else if (now != given) {
+  const bool is_told = DB::INTERNAL::BeginWriting() && DB::INTERNAL::GetDataVersion(now);
+  if (is_told && now != given) {
     is_left_ = true;
-  } else if (!DB::Notice().DeleteAll()) {
+  } else if (!is_told || !DB::Notice().DeleteAll()) {
     LogUnforgotten();
   }
 }

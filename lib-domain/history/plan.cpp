@@ -156,7 +156,7 @@ void PlanMaker::_TellDomain(const Subject& row) {
     const std::string after = row.After(column);
     if (before != after) {
       std::string text = "domain " + row.Before("domain_name") + ": " + title;
-      text += " \"" + before + "\" becomes \"" + after + "\"";
+      text.append(" \"").append(before).append("\" becomes \"").append(after).append("\"");
       Json::Value& entry = _Add("domain", "changed", text);
       entry["domain"] = row.Before("domain_name");
       entry["property"] = title;

@@ -29,7 +29,6 @@ namespace MDOMAIN::UTILS {
 using DB::INTERNAL::AddressChange;
 using INTERNAL::AddressFollower;
 using INTERNAL::ChangedAddresses;
-using korvmailserver::FoldMapKey;
 
 namespace {
 

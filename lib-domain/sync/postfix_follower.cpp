@@ -70,15 +70,17 @@ class Addresses {
       return;
     }
     first->second = alias;
+    const std::string begin = local_part + "@";
     for (const std::string& name : names) {
-      entries_[local_part + "@" + name] = address;
+      entries_[begin + name] = address;
     }
   }
   // Also in the place of a user, unless it gives way.
   void SetSpecial(const std::string& local_part, const DB::INTERNAL::Receivers& receivers,
                   const std::set<std::string>& names) {
+    const std::string begin = local_part + "@";
     for (const std::string& name : names) {
-      std::string& entry = entries_[local_part + "@" + name];
+      std::string& entry = entries_[begin + name];
       entry = entry.empty() || !receivers.gives_way ? receivers.addresses : entry;
     }
   }

@@ -123,7 +123,7 @@ std::string OtherNameSql(const MDOMAIN::UTILS::MailTarget& target) {
   std::string has_domain;
   std::string name = ShortNameSql(target, "'%u'", has_domain);
   if (!target.IsShort()) {
-    const std::string before = target.Before();
+    const std::string& before = target.Before();
     name = before.empty() ? "'%u' || " + Quoted(target.Behind())
                           : Quoted(before.substr(0, before.size() - 1)) + " || char(92) || '%u'";
     has_domain = "instr('%u', '@') = 0 AND instr('%u', char(92)) = 0";
