@@ -676,21 +676,25 @@ class RedisSentinelTest : public RedisServerTest {
     std::vector<std::string> written;
     size_t before = 0;
     bool disturbed = false;
+    std::string why;
     auto failed = Clock::now();
     const auto start = failed;
     for (int i = 0; before == 0 || written.size() < before + kSome || SecondsSince(failed) < 3;
          ++i) {
       ASSERT_LT(SecondsSince(start), 2 * kPatience)
-          << written.size() << " writes, " << before << " of them before the last that failed";
+          << written.size() << " writes, " << before
+          << " of them before the last that failed: " << why;
       if (written.size() == kSome && !disturbed) {
         disturb();
         disturbed = true;
       }
       const std::string key = "additional_domain-" + std::to_string(i);
       ASSERT_EQ(mailConfSet(key, "value", true, 0), 0);
-      if (WhyUnpublished().empty()) {
+      const std::string reason = WhyUnpublished();
+      if (reason.empty()) {
         written.push_back(key);
       } else if (disturbed) {
+        why = reason;
         before = written.size();
         failed = Clock::now();
       }
