@@ -258,8 +258,7 @@ std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
   if (is.isArray() && wanted.isArray()) {
     const Json::ArrayIndex both = std::min(is.size(), wanted.size());
     for (Json::ArrayIndex i = 0; i < both; ++i) {
-      const std::string inside =
-          FirstDifference(is[i], wanted[i], path + "[" + std::to_string(i) + "]");
+      std::string inside = FirstDifference(is[i], wanted[i], path + "[" + std::to_string(i) + "]");
       if (!inside.empty()) {
         return inside;
       }
@@ -268,8 +267,9 @@ std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
                                 : path + ": would have " + Shown(is[both]) + " as well";
   }
   if (is.isObject() && wanted.isObject()) {
+    const std::string begin = path + ".";
     for (const std::string& name : wanted.getMemberNames()) {
-      const std::string inside = FirstDifference(is[name], wanted[name], path + "." + name);
+      std::string inside = FirstDifference(is[name], wanted[name], begin + name);
       if (!inside.empty()) {
         return inside;
       }

@@ -162,6 +162,7 @@ class Members {
   MDOMAIN::RECORD::DomainUser Record(const std::string& name,
                                      const std::vector<std::string>& texts) const {
     std::vector<std::pair<std::string, bool>> aliases;
+    aliases.reserve(texts.size());
     for (const std::string& text : texts) {
       aliases.emplace_back(text, false);
     }

@@ -134,7 +134,7 @@ class Parser {
 
   static std::string Role(const Place& place, bool may_be_of_groups) {
     const Place role = place.Member("role");
-    const std::string text = role.Text();
+    std::string text = role.Text();
     if (!MDOMAIN::UTILS::CheckRoleValid(text) && !(may_be_of_groups && text == kRoleOfGroups)) {
       role.Refuse(std::string("must be normal, domain_admin") +
                   (may_be_of_groups ? " or group" : ""));
@@ -177,8 +177,9 @@ class Parser {
       for (const std::string& alias : user.aliases) {
         const auto [owner, is_new] = owners.emplace(korvmailserver::FoldMapKey(alias), name);
         if (!is_new) {
-          place.Member("users").Refuse("\"" + alias + "\" of " + name + " is that of " +
-                                       owner->second + " as well: one of them has it \"taken\"");
+          std::string text = "\"" + alias;
+          text.append("\" of ").append(name).append(" is that of ").append(owner->second);
+          place.Member("users").Refuse(text + " as well: one of them has it \"taken\"");
         }
       }
     }
