@@ -32,12 +32,12 @@ constexpr char kForgetChanges[] =
     " WHERE id <= (SELECT max(id) FROM entry_table) - ?1 AND length(changes) > 0";
 constexpr char kForget[] =
     "DELETE FROM entry_table WHERE id <= (SELECT max(id) FROM entry_table) - ?1";
-constexpr char kSelect[] =
-    "SELECT id, time, person, command, summary, state, why_kept FROM entry_table"
-    " ORDER BY id DESC LIMIT ?1";
-constexpr char kSelectOne[] =
-    "SELECT id, time, person, command, summary, state, why_kept, plan FROM entry_table"
-    " WHERE id = ?1";
+constexpr char kSelect[] = "SELECT " HISTORY_ENTRY_COLUMNS
+                           " FROM entry_table"
+                           " ORDER BY id DESC LIMIT ?1";
+constexpr char kSelectOne[] = "SELECT " HISTORY_ENTRY_COLUMNS
+                              ", plan FROM entry_table"
+                              " WHERE id = ?1";
 
 std::string PlanText(const Plan& plan) {
   Json::Value kept(Json::arrayValue);
@@ -59,18 +59,6 @@ Json::Value ParsePlan(const std::string& text) {
              : Json::Value(Json::arrayValue);
 }
 
-Entry EntryOf(const Statement& row) {
-  Entry entry;
-  entry.id = row.Int64(0);
-  entry.time = row.Int64(1);
-  entry.person = row.Text(2);
-  entry.command = row.Text(3);
-  entry.summary = row.Text(4);
-  entry.state = row.Text(5);
-  entry.why_kept = row.Text(6);
-  return entry;
-}
-
 std::string WhyNotKept(const Entry& entry, const Changes& changes) {
   if (!entry.why_kept.empty()) {
     return entry.why_kept;
@@ -88,6 +76,18 @@ bool RunWith(sqlite3* db, const char* sql, int number) {
 }
 
 }  // namespace
+
+Entry EntryOf(const Statement& row) {
+  Entry entry;
+  entry.id = row.Int64(0);
+  entry.time = row.Int64(1);
+  entry.person = row.Text(2);
+  entry.command = row.Text(3);
+  entry.summary = row.Text(4);
+  entry.state = row.Text(5);
+  entry.why_kept = row.Text(6);
+  return entry;
+}
 
 std::string ModelName() {
   std::string path;

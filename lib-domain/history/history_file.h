@@ -4,12 +4,17 @@
 
 #include <string>
 
+#include "lib-domain/history/history.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::HISTORY {
 
 // Of the model file in force, without its folder; empty where it cannot be told.
 std::string ModelName();
+
+// What EntryOf reads, the first columns of a query.
+#define HISTORY_ENTRY_COLUMNS "id, time, person, command, summary, state, why_kept"
+Entry EntryOf(const korvmailserver::Statement& row);
 
 class HistoryFile {
  public:

@@ -33,6 +33,9 @@ struct Changes {
   bool IsEmpty() const { return is_whole && tables.empty() && files.empty(); }
 };
 
+// More rows than a first refresh of a million users touches.
+constexpr size_t kEveryRow = 20000000;
+
 // Begin before any database is opened, in the root that is in force then. What the program keeps
 // for itself (logs of changes, notices, marks of unfinished work) and what others write is no
 // change.

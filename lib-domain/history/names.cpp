@@ -20,10 +20,6 @@ constexpr char kDomainName[] = "SELECT domain_name FROM domain_table WHERE domai
 constexpr char kOwner[] =
     "SELECT user_name FROM domain_user_alias_table JOIN user_table USING(uid)"
     " WHERE domain_idx = ?1 AND account_alias = ?2 COLLATE NOCASE AND NOT is_duplicated LIMIT 1";
-constexpr char kAliases[] =
-    "SELECT count(DISTINCT lower(account_alias)) FROM domain_user_alias_table"
-    " WHERE domain_idx = ?1 AND NOT is_duplicated";
-
 // The latest name that the rows have for each number.
 void TakeNames(const TableChange& table, const char* id, const char* name,
                std::map<std::string, std::string>& names) {
@@ -82,11 +78,6 @@ std::string Names::Domain(const std::string& domain_idx) {
 
 std::string Names::AliasOwner(const std::string& domain_idx, const std::string& alias) {
   return _First(kOwner, {domain_idx, alias});
-}
-
-long long Names::CountAliases(const std::string& domain_idx) {
-  const std::string count = _First(kAliases, {domain_idx});
-  return count.empty() ? 0 : std::stoll(count);
 }
 
 std::string Names::_Name(Known& known, const std::string& id, const char* sql, const char* kind) {

@@ -27,8 +27,6 @@ class Names {
   std::string Domain(const std::string& domain_idx);
   // Who has the alias in the domain without a flag now; empty when nobody has.
   std::string AliasOwner(const std::string& domain_idx, const std::string& alias);
-  // How many different aliases somebody has in the domain without a flag now.
-  long long CountAliases(const std::string& domain_idx);
 
  private:
   using Known = std::map<std::string, std::string>;

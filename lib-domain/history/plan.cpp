@@ -47,6 +47,35 @@ const char* ChangeOf(const RowChange& row) {
   return row.before.empty() ? "added" : row.after.empty() ? "removed" : "changed";
 }
 
+// A value before and after, by what it belongs to; empty where there is none. A row that is stored
+// again is a removed one and an added one.
+using Sides = std::pair<std::string, std::string>;
+using SidesByKey = std::map<std::vector<std::string>, Sides>;
+
+SidesByKey PairRows(const Changes& changes, const char* table_name,
+                    const std::vector<const char*>& keys, const char* value) {
+  SidesByKey sides;
+  for (const TableChange& table : changes.tables) {
+    if (table.table != table_name) {
+      continue;
+    }
+    for (const RowChange& row : table.rows) {
+      std::vector<std::string> key;
+      for (const char* column : keys) {
+        key.push_back(TextOf(table, row.after.empty() ? row.before : row.after, column));
+      }
+      Sides& found = sides[key];
+      found.first += TextOf(table, row.before, value);
+      found.second += TextOf(table, row.after, value);
+    }
+  }
+  return sides;
+}
+
+const char* ChangeOf(const Sides& sides) {
+  return sides.first.empty() ? "added" : sides.second.empty() ? "removed" : "changed";
+}
+
 class PlanMaker {
  public:
   PlanMaker(Names& names, Plan& plan) : names_(names), plan_(plan) {}
@@ -93,7 +122,7 @@ class PlanMaker {
   void _TellCopy(const Subject& row);
   void _TellMailSettings(const Changes& changes);
   void _TellKeys(const Changes& changes);
-  void _TellKey(const std::string& name, const std::string& before, const std::string& after);
+  void _TellKey(const std::string& name, const Sides& sides);
   void _TellDisclaimers(const Changes& changes);
   void _TellDkim(const Changes& changes);
 
@@ -169,28 +198,16 @@ void PlanMaker::_TellDomain(const Subject& row) {
 void PlanMaker::_TellName(const Subject& row) {
   const std::string name = row["additional_domain"];
   const std::string domain = names_.Domain(row["domain_idx"]);
-  const long long aliases = names_.CountAliases(row["domain_idx"]);
-  const std::string many =
-      aliases == 0 ? "" : ", with its " + std::to_string(aliases) + " local parts";
-  Json::Value& entry = _Add("name", row, "domain " + domain + " gets the name " + name + many,
-                            "domain " + domain + " loses the name " + name + many,
-                            "domain " + domain + " gets the name " + name + many);
+  const std::string gets = "domain " + domain + " gets the name " + name;
+  Json::Value& entry =
+      _Add("name", row, gets, "domain " + domain + " loses the name " + name, gets);
   entry["domain"] = domain;
   entry["name"] = name;
 }
 
-// Making another domain primary is a removed row and an added one.
 void PlanMaker::_TellPrimary(const Changes& changes) {
-  std::string before;
-  std::string after;
-  for (const TableChange& table : changes.tables) {
-    for (const RowChange& row : table.rows) {
-      if (table.table == "primary_domain_table") {
-        before += TextOf(table, row.before, "domain_idx");
-        after += TextOf(table, row.after, "domain_idx");
-      }
-    }
-  }
+  const auto sides = PairRows(changes, "primary_domain_table", {}, "domain_idx");
+  const auto& [before, after] = sides.empty() ? Sides() : sides.begin()->second;
   if (before != after) {
     const std::string name = names_.Domain(after.empty() ? before : after);
     Json::Value& entry = _Add(
@@ -227,22 +244,11 @@ void PlanMaker::_TellMember(const Subject& row) {
   entry["group"] = group;
 }
 
-// A role that is set again is a removed row and an added one.
 void PlanMaker::_TellRoles(const Changes& changes) {
-  std::map<std::pair<std::string, std::string>, std::pair<std::string, std::string>> roles;
-  for (const TableChange& table : changes.tables) {
-    if (table.table == "domain_user_role_table") {
-      for (const RowChange& row : table.rows) {
-        const SqlRow& side = row.after.empty() ? row.before : row.after;
-        auto& role = roles[{TextOf(table, side, "domain_idx"), TextOf(table, side, "uid")}];
-        role.first += TextOf(table, row.before, "role");
-        role.second += TextOf(table, row.after, "role");
-      }
-    }
-  }
-  for (const auto& [key, role] : roles) {
+  for (const auto& [key, role] :
+       PairRows(changes, "domain_user_role_table", {"domain_idx", "uid"}, "role")) {
     if (role.first != role.second) {
-      _TellRole(names_.User(key.second), names_.Domain(key.first), role.first, role.second);
+      _TellRole(names_.User(key[1]), names_.Domain(key[0]), role.first, role.second);
     }
   }
 }
@@ -403,37 +409,23 @@ void PlanMaker::_TellMailSettings(const Changes& changes) {
   }
 }
 
-// Rows of keys are paired by name, as they are replaced and not updated.
 void PlanMaker::_TellKeys(const Changes& changes) {
-  std::map<std::string, std::pair<std::string, std::string>> keys;
-  for (const TableChange& table : changes.tables) {
-    if (table.table == "key_table") {
-      for (const RowChange& row : table.rows) {
-        const std::string name = TextOf(table, row.after.empty() ? row.before : row.after, "name");
-        keys[name].first += TextOf(table, row.before, "value");
-        keys[name].second += TextOf(table, row.after, "value");
-      }
-    }
-  }
-  for (const auto& [name, sides] : keys) {
-    const auto& [before, after] = sides;
-    if (before != after && !GoesWithOthers(name) && !IsPath(before) && !IsPath(after)) {
-      _TellKey(name, before, after);
+  for (const auto& [key, sides] : PairRows(changes, "key_table", {"name"}, "value")) {
+    if (sides.first != sides.second && !GoesWithOthers(key[0]) && !IsPath(sides.first) &&
+        !IsPath(sides.second)) {
+      _TellKey(key[0], sides);
     }
   }
 }
 
-void PlanMaker::_TellKey(const std::string& name, const std::string& before,
-                         const std::string& after) {
+void PlanMaker::_TellKey(const std::string& name, const Sides& sides) {
   constexpr size_t kLongestShown = 200;
+  const auto& [before, after] = sides;
   const std::string quoted = after.size() > kLongestShown
                                  ? "a text of " + std::to_string(after.size()) + " bytes"
                                  : "\"" + after + "\"";
   Json::Value& entry = _Add(
-      "setting",
-      before.empty()  ? "added"
-      : after.empty() ? "removed"
-                      : "changed",
+      "setting", ChangeOf(sides),
       after.empty() ? "setting " + name + " is removed" : "setting " + name + " becomes " + quoted);
   entry["key"] = name;
   entry["before"] = before;
@@ -442,16 +434,10 @@ void PlanMaker::_TellKey(const std::string& name, const std::string& before,
 
 // The list of a domain's disclaimers is a key, their texts are a file; both are told as one.
 void PlanMaker::_TellDisclaimers(const Changes& changes) {
-  std::map<std::string, std::pair<std::string, std::string>> lists;
-  for (const TableChange& table : changes.tables) {
-    for (const RowChange& row : table.rows) {
-      const SqlRow& side = row.after.empty() ? row.before : row.after;
-      const std::string name = table.table == "key_table" ? TextOf(table, side, "name") : "";
-      if (name.rfind(kDisclaimers, 0) == 0) {
-        auto& list = lists[name.substr(kDisclaimers.size())];
-        list.first += TextOf(table, row.before, "value");
-        list.second += TextOf(table, row.after, "value");
-      }
+  std::map<std::string, Sides> lists;
+  for (const auto& [key, sides] : PairRows(changes, "key_table", {"name"}, "value")) {
+    if (key[0].rfind(kDisclaimers, 0) == 0) {
+      lists[key[0].substr(kDisclaimers.size())] = sides;
     }
   }
   for (const FileChange& file : changes.files) {

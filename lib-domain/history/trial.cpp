@@ -1,7 +1,5 @@
 #include "lib-domain/history/trial.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,16 +30,6 @@ std::string TemporaryFolder() {
   return error ? "/tmp" : folder.string();
 }
 
-// A descriptor that holds the folder until it is closed; -1 when somebody else does.
-int Hold(const std::string& folder) {
-  const int held = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (held >= 0 && flock(held, LOCK_EX | LOCK_NB) != 0) {
-    close(held);
-    return -1;
-  }
-  return held;
-}
-
 bool IsOwn(const fs::path& folder) {
   struct stat info {};
   return lstat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid();
@@ -51,7 +39,7 @@ void RemoveUnheld(const std::string& below) {
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(below, error)) {
     if (entry.path().filename().string().rfind(kPrefix, 0) == 0 && IsOwn(entry.path())) {
-      const int held = Hold(entry.path());
+      const int held = UTILS::INTERNAL::HoldFolder(entry.path());
       if (held >= 0) {
         fs::remove_all(entry.path(), error);
         close(held);
@@ -118,7 +106,7 @@ bool Trial::Copy(std::string& error) {
     return false;
   }
   is_maker_ = true;
-  held_ = Hold(folder_);
+  held_ = UTILS::INTERNAL::HoldFolder(folder_);
   const auto place = [this](const std::string& path) {
     return folder_ + path.substr(korvmailserver::RootPrefix().size());
   };

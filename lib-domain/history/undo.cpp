@@ -33,21 +33,15 @@ using korvmailserver::TableChange;
 
 constexpr int kBusyMilliseconds = 10000;
 constexpr size_t kObstaclesShown = 10;
-constexpr char kSelectLast[] =
-    "SELECT id, time, person, command, summary, state, why_kept, changes FROM entry_table"
-    " WHERE state IN ('done', 'undoing') ORDER BY id DESC LIMIT 1";
+constexpr char kSelectLast[] = "SELECT " HISTORY_ENTRY_COLUMNS
+                               ", changes FROM entry_table"
+                               " WHERE state IN ('done', 'undoing') ORDER BY id DESC LIMIT 1";
 constexpr char kSetState[] = "UPDATE entry_table SET state = ?2 WHERE id = ?1";
 
 bool ReadLast(HistoryFile& file, Entry& entry, std::string& bytes) {
   Statement select(file.Get(), kSelectLast);
   return select.ForEachRow([&](const Statement& row) {
-    entry.id = row.Int64(0);
-    entry.time = row.Int64(1);
-    entry.person = row.Text(2);
-    entry.command = row.Text(3);
-    entry.summary = row.Text(4);
-    entry.state = row.Text(5);
-    entry.why_kept = row.Text(6);
+    entry = EntryOf(row);
     bytes = row.Text(7);
   }) || file.Fail();
 }

@@ -1,5 +1,7 @@
 #include "lib-domain/sync/file_copies.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -125,6 +127,15 @@ bool CopyFolder(const std::string& from, const std::string& folder, const FileOw
   }
   korvmailserver::SyncFolderOf(to + "/");
   return true;
+}
+
+int HoldFolder(const std::string& folder) {
+  const int held = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (held >= 0 && flock(held, LOCK_EX | LOCK_NB) != 0) {
+    close(held);
+    return -1;
+  }
+  return held;
 }
 
 }  // namespace MDOMAIN::UTILS::INTERNAL

@@ -21,9 +21,13 @@ struct FileOwner {
 // The model files, the settings, the alias store and the embedded key store, and `further` ones.
 bool CopyDatabases(const std::string& folder, const std::vector<std::string>& further,
                    const FileOwner& owner, std::string& error);
-// A folder beside the databases, and the files in it, under its name.
+// A folder and the files in it, under its name.
 bool CopyFolder(const std::string& from, const std::string& folder, const FileOwner& owner,
                 std::string& error);
+
+// A descriptor by which a maker holds a folder of copies until it is closed, so that others know
+// those that a killed one left; -1 when somebody else holds it.
+int HoldFolder(const std::string& folder);
 
 }  // namespace MDOMAIN::UTILS::INTERNAL
 

@@ -2,8 +2,6 @@
 // Hidden folders that nobody holds were left by killed runs; the next run removes them.
 #include "lib-domain/sync/kept_files.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,22 +31,12 @@ bool Fail(const std::string& path, const std::string& reason, std::string& error
   return false;
 }
 
-// A descriptor that holds the folder until it is closed; -1 when somebody else does.
-int Hold(const std::string& folder) {
-  const int held = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (held >= 0 && flock(held, LOCK_EX | LOCK_NB) != 0) {
-    close(held);
-    return -1;
-  }
-  return held;
-}
-
 void RemoveUnfinished() {
   std::vector<std::string> names;
   postara::sdk::EnumDirectory(PATHS::EtcDir(), names);
   for (const std::string& name : names) {
     const std::string folder = PATHS::EtcDir() + name;
-    const int held = name.rfind(kHiddenPrefix, 0) == 0 ? Hold(folder) : -1;
+    const int held = name.rfind(kHiddenPrefix, 0) == 0 ? INTERNAL::HoldFolder(folder) : -1;
     if (held >= 0) {
       std::error_code ignored;
       std::filesystem::remove_all(folder, ignored);
@@ -96,7 +84,7 @@ bool MakeCopies(std::string& folder, std::string& error) {
   if (mkdtemp(ready.data()) == nullptr) {
     return Fail(ready, std::strerror(errno), error);
   }
-  const int held = Hold(ready);
+  const int held = INTERNAL::HoldFolder(ready);
   const postara::ScopeGuard release([held] { close(held); });
   if (lchown(ready.c_str(), owner.uid, owner.gid) != 0 || chmod(ready.c_str(), kFolderMode) != 0) {
     Fail(ready, std::strerror(errno), error);

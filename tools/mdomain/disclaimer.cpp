@@ -1,20 +1,15 @@
 // mdomain disclaimer: the texts that the filter appends to mail, per domain.
-#include <json/reader.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <iostream>
-#include <iterator>
-#include <memory>
 
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/text.h"
-#include "platform/include/files.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/disclaimer_explain.h"
+#include "tools/mdomain/document.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/text.h"
@@ -94,35 +89,13 @@ void Get(Call& call) {
   call.out().Raw(JsonText(Read(mimedefang, TypedDomain(call))));
 }
 
-std::string ReadInput(const std::string& name) {
-  if (name == "-") {
-    return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
-  }
-  std::string bytes;
-  if (korvmailserver::ReadFile(name, bytes) < 0) {
-    throw Failure(kFailed, name + " could not be read: " + std::strerror(errno));
-  }
-  return bytes;
-}
-
 Json::Value ParseList(const std::string& bytes) {
   if (!korvmailserver::IsValidUtf8(bytes)) {
     throw Failure(kRefused, "the disclaimers are not UTF-8");
   }
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  builder["stackLimit"] = 64;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value list;
-  std::string error;
-  bool parsed = false;
-  try {
-    parsed = reader->parse(bytes.data(), bytes.data() + bytes.size(), &list, &error);
-  } catch (const Json::Exception& exception) {
-    error = exception.what();
-  }
-  if (!parsed) {
-    std::replace(error.begin(), error.end(), '\n', ' ');
+  std::string error = ParseJson(bytes, list);
+  if (!error.empty()) {
     throw Failure(kRefused, "the disclaimers are no JSON: " + error);
   }
   if (!MimeDefang::CheckDisclaimerList(list, error)) {
@@ -137,7 +110,7 @@ Json::Value ParseList(const std::string& bytes) {
 void Set(Call& call) {
   RequireSettledSettings();
   const KnownDomain domain = TypedDomain(call);
-  const Json::Value list = ParseList(ReadInput(call.Text("FILE")));
+  const Json::Value list = ParseList(ReadInput(call.Text("FILE"), kFailed));
   MimeDefang mimedefang;
   Read(mimedefang, domain);  // what cannot be read must not be written over
   Write(mimedefang, domain, list);

@@ -24,7 +24,6 @@
 namespace mdomain {
 namespace {
 
-constexpr size_t kMostRows = 20000000;  // a first refresh of a million users touches fewer
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
 constexpr char kOnlyDryRun[] = "MDOMAIN_ONLY_DRY_RUN";
 constexpr char kSummary[] = "would change: ";
@@ -43,6 +42,9 @@ void LockIfPossible(Call& call) {
 void Copy(const Parsed& parsed, MDOMAIN::HISTORY::Trial& trial) {
   Call call(parsed.options, parsed.values);
   LockIfPossible(call);
+  // An interrupt from the terminal reaches the command too: the copies go when it has ended.
+  std::for_each(std::begin(kSignals), std::end(kSignals),
+                [](int number) { (void)std::signal(number, SIG_IGN); });
   std::string error;
   if (!trial.Copy(error)) {
     throw Failure(kFailed, "nothing could be tried: " + error);
@@ -75,9 +77,6 @@ bool IsDryRun(const Parsed& parsed) {
 }
 
 int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
-  // An interrupt from the terminal reaches the command too: the copies go when it has ended.
-  std::for_each(std::begin(kSignals), std::end(kSignals),
-                [](int number) { (void)std::signal(number, SIG_IGN); });
   MDOMAIN::HISTORY::Trial trial;
   Copy(parsed, trial);
   std::cout.flush();
@@ -178,7 +177,7 @@ AccountsForecast ForecastRefresh() {
   return {true, FirstOf(sentences, "; ")};
 }
 
-PlanPrinter::PlanPrinter() : changes_(kMostRows) {}
+PlanPrinter::PlanPrinter() : changes_(MDOMAIN::HISTORY::kEveryRow) {}
 
 void PlanPrinter::Print(Call& call) {
   MDOMAIN::HISTORY::Changes changes;

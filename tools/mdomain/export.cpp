@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <iterator>
 
 #include "lib-domain/api/export_file.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/files.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/document.h"
 #include "tools/mdomain/dry_run.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/site.h"
@@ -33,17 +33,6 @@ void Export(Call& call) {
   if (MDOMAIN::API::INTERNAL::WriteExport(file, text) < 0) {
     throw Failure(kFailed, file + " could not be written: " + std::strerror(errno));
   }
-}
-
-std::string ReadInput(const std::string& name) {
-  if (name == "-") {
-    return {std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
-  }
-  std::string bytes;
-  if (korvmailserver::ReadFile(name, bytes) < 0) {
-    throw Failure(kNotFound, name + " could not be read: " + std::strerror(errno));
-  }
-  return bytes;
 }
 
 // The site of the document; names who is not mirrored, and refuses the whole for them unless they
@@ -91,7 +80,7 @@ std::vector<std::string> TryOnCopies(const Call& call, const std::string& text, 
 }
 
 void Apply(Call& call) {
-  const std::string text = ReadInput(call.Text("FILE"));
+  const std::string text = ReadInput(call.Text("FILE"), kNotFound);
   if (call.Has(DryRunFlag().name)) {
     call.Lock();
     MakeItSo(call, text);

@@ -20,8 +20,6 @@ using MDOMAIN::HISTORY::Changes;
 using MDOMAIN::HISTORY::Entry;
 using MDOMAIN::HISTORY::Plan;
 
-constexpr size_t kMostRows = 20000000;  // to be taken back at once
-
 std::string Person() {
   const struct passwd* account = getpwuid(getuid());
   const std::string name = account == nullptr ? std::to_string(getuid()) : account->pw_name;
@@ -53,7 +51,7 @@ Recorder::Recorder(const Parsed& parsed)
   if (std::any_of(arguments.begin(), arguments.end(),
                   [](const Argument& argument) { return argument.name == DryRunFlag().name; })) {
     changes_ = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
-        is_whole_ ? kMostRows : MDOMAIN::HISTORY::kMostRowsKept);
+        is_whole_ ? MDOMAIN::HISTORY::kEveryRow : MDOMAIN::HISTORY::kMostRowsKept);
     for (const std::string& word : parsed.typed) {
       command_ += (command_.empty() ? "" : " ") + Quoted(word);
     }

@@ -1,11 +1,7 @@
 #include "tools/mdomain/site_place.h"
 
-#include <json/reader.h>
-
-#include <algorithm>
-#include <memory>
-
 #include "platform/include/text.h"
+#include "tools/mdomain/document.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -62,19 +58,8 @@ void ParseDocument(const std::string& text, Json::Value& value) {
   if (!korvmailserver::IsValidUtf8(text)) {
     throw Failure(kRefused, "$: the document is not UTF-8");
   }
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  builder["stackLimit"] = 64;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  std::string error;
-  bool is_parsed = false;
-  try {
-    is_parsed = reader->parse(text.data(), text.data() + text.size(), &value, &error);
-  } catch (const Json::Exception& exception) {
-    error = exception.what();
-  }
-  if (!is_parsed) {
-    std::replace(error.begin(), error.end(), '\n', ' ');
+  const std::string error = ParseJson(text, value);
+  if (!error.empty()) {
     throw Failure(kRefused, "$: no JSON: " + error);
   }
 }
