@@ -1,5 +1,5 @@
 # What is installed: the libraries, their headers, mdomain, the BCC map compiler, pkg-config and
-# CMake package files, the manual.
+# CMake package files, manual pages.
 include(CMakePackageConfigHelpers)
 
 install(CODE "set(SOURCE_DIR \"${CMAKE_SOURCE_DIR}\")
@@ -30,7 +30,10 @@ foreach(tool mdomain korv_bcc_map)
   endif()
 endforeach()
 install(FILES docs/export.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES docs/mdomain.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+        FILES_MATCHING PATTERN "*.1")
+install(FILES docs/man/host.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES docs/man/libmailserver-domain.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 install(FILES packaging/completion/mdomain.bash RENAME mdomain
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES packaging/completion/_mdomain

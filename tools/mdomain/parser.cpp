@@ -8,6 +8,7 @@
 #include <list>
 #include <sstream>
 
+#include "tools/mdomain/manual.h"
 #include "tools/mdomain/suggestion.h"
 #include "tools/mdomain/text.h"
 
@@ -65,6 +66,18 @@ void AddArgument(CLI::App& app, const Argument& argument, std::vector<std::strin
   }
 }
 
+// Below the help of a command.
+std::string ExamplesOf(const std::string& noun, const std::string& words) {
+  Manual manual = ReadManual();
+  std::string text;
+  for (const Example& example : manual.nouns[noun].commands[words].examples) {
+    for (const std::string& line : example.lines) {
+      text += line.rfind("$ ", 0) == 0 ? "  " + line.substr(2) + "\n" : "";
+    }
+  }
+  return text.empty() ? "" : "Examples, also in mdomain-" + noun + "(1):\n" + text;
+}
+
 // One command, and where CLI11 stores what was typed for it.
 struct Leaf {
   std::string words;
@@ -104,9 +117,12 @@ void AddCommand(CLI::App* noun_app, const std::string& noun, const Command& comm
   for (const Argument& argument : command.arguments) {
     AddArgument(*app, argument, leaf.values[argument.name], leaf.flags[argument.name]);
   }
-  if (!command.detail.empty()) {
-    app->footer("\n" + Wrapped(command.detail, kLineWidth));
-  }
+  const std::string words = command.words;
+  const std::string detail = command.detail;
+  app->footer([noun, words, detail] {
+    return "\n" + (detail.empty() ? "" : Wrapped(detail, kLineWidth) + "\n\n") +
+           ExamplesOf(noun, words);
+  });
 }
 
 Values Given(const Leaf& leaf) {
