@@ -9,33 +9,10 @@ here=$(dirname "$0")
 . "$here/lib/driver.bash"
 . "$here/lib/redis.bash"
 . "$here/lib/postfix.bash"
+. "$here/lib/host.bash"
 unset SUDO_USER SUDO_UID
 manual=$source_dir/tools/mdomain/manual.txt
 examples() { python3 "$here/lib/examples.py" "$1" "$manual" "$scratch/steps"; }
-
-# host : no root any more, but a machine of its own with the company's accounts, domains and a Postfix.
-host() {
-  local from=$MDOMAIN_ROOT
-  postfix_host
-  unset MDOMAIN_ROOT
-  for file in passwd group; do
-    awk -F: '$3 < 1000 || $3 == 65534' "/etc/$file" | cat - <(grep -v ^root "$from/etc/$file") >"$scratch/host-$file"
-  done
-  echo 'Postara-Server:x:990:990::/nonexistent:/usr/sbin/nologin' >>"$scratch/host-passwd"
-  echo 'Postara-Server:x:990:' >>"$scratch/host-group"
-  for file in passwd group; do mount --bind "$scratch/host-$file" "/etc/$file"; done
-  cp -an /etc/postfix/. "$postfix/etc"
-  mkdir -p /etc/dovecot "$scratch/dovecot/conf.d"
-  echo '!include conf.d/*.conf' >"$scratch/dovecot/dovecot.conf"
-  mount --bind "$postfix/etc" /etc/postfix && mount --bind "$scratch/dovecot" /etc/dovecot
-  mount -t tmpfs none /var && mkdir -p /var/run /var/spool
-  cp -a "$from/var/packages" /var && chown -R Postara-Server: /var/packages
-}
-
-leave_host() {
-  postfix -c "$postfix/etc" stop >/dev/null 2>&1
-  umount -l /var /etc/dovecot /etc/postfix /etc/group /etc/passwd /etc/passwd
-}
 
 # steps FOLDER ENDING : does what stands there, in a folder of its own.
 steps() {
@@ -72,7 +49,7 @@ for folder in "$scratch"/steps/*/; do
       [ $ending = out ] || mdomain() { command mdomain --json "$@"; }
       steps "$folder" $ending
       [ ! -f "$scratch/16390/pid" ] || stop TERM "$(cat "$scratch/16390/pid")"
-      [ ! -d "$postfix" ] || leave_host
+      [ -n "${MDOMAIN_ROOT:-}" ] || leave_host
     )
   done
 done

@@ -91,7 +91,7 @@ void Examples(std::ostream& out, const DocumentedNoun& noun) {
   const char* gap = "";
   for (const Command* command : DocumentedCommands(*noun.noun)) {
     for (const Example& example : noun.manual.commands.at(command->words).examples) {
-      out << gap << Roff(example.title) << ":\n.PP\n";
+      out << gap << Roff(example.title) << (example.title.back() == '?' ? "" : ":") << "\n.PP\n";
       gap = ".PP\n";
       Lines(out, example.lines);
     }

@@ -89,6 +89,11 @@ postfix_host() {
   grep -E '^[a-z]+(:[^:]*){3}$' "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/group"
   cat /etc/passwd "$MDOMAIN_ROOT/etc/passwd" >"$scratch/passwd"
   mount --bind "$scratch/passwd" /etc/passwd
+  postfix_as_installed
+}
+
+# postfix_as_installed : its files, in $postfix; it delivers to $postfix/mail/ACCOUNT/new.
+postfix_as_installed() {
   postfix_configure ""
   chmod 1777 "$postfix/mail"
   postconf -c "$postfix/etc" -e 'mydestination = $myhostname, localhost' 'recipient_delimiter = +' \
