@@ -40,9 +40,9 @@ std::vector<std::string> AboutMdomain() {
       "A domain is named by its index or by any of its names, in UTF-8 or in punycode. Users and "
       "groups are named by their name, with or without the directory's part, or by their id.",
       "Every listing has --json: one array or object on standard output and nothing else there, "
-      "with the same field names in every version. Log lines, questions and progress go to "
-      "standard error. Commands that remove something ask first on a terminal and need --yes "
-      "elsewhere.",
+      "with the same field names in every version; a failure is an object with code, message and "
+      "status on standard error. Log lines, questions and progress go to standard error, too. "
+      "Commands that remove something ask first on a terminal and need --yes elsewhere.",
       "While a command changes anything it holds a lock file, so that two runs on one root never "
       "overlap: the second waits, says so, and gives up after --lock-timeout."};
 }

@@ -72,10 +72,10 @@ std::string ExamplesOf(const std::string& noun, const std::string& words) {
   std::string text;
   for (const Example& example : manual.nouns[noun].commands[words].examples) {
     for (const std::string& line : example.lines) {
-      text += line.rfind("$ ", 0) == 0 ? "  " + line.substr(2) + "\n" : "";
+      text += line.rfind("$ ", 0) == 0 ? "\n  " + line.substr(2) : "";
     }
   }
-  return text.empty() ? "" : "Examples, also in mdomain-" + noun + "(1):\n" + text;
+  return text.empty() ? "" : "Examples, also in mdomain-" + noun + "(1):" + text;
 }
 
 // One command, and where CLI11 stores what was typed for it.
@@ -120,8 +120,9 @@ void AddCommand(CLI::App* noun_app, const std::string& noun, const Command& comm
   const std::string words = command.words;
   const std::string detail = command.detail;
   app->footer([noun, words, detail] {
-    return "\n" + (detail.empty() ? "" : Wrapped(detail, kLineWidth) + "\n\n") +
-           ExamplesOf(noun, words);
+    const std::string examples = ExamplesOf(noun, words);
+    const std::string gap = detail.empty() || examples.empty() ? "" : "\n\n";
+    return "\n" + Wrapped(detail, kLineWidth) + gap + examples;
   });
 }
 

@@ -37,7 +37,7 @@ def shown(lines, at):
 
 def fits(want, got):
     def squeezed(text):
-        text = "\n".join(" ".join(line.split()) for line in text).strip()
+        text = "\n".join(" ".join(line.split()) for line in text if line.strip())
         text = re.sub(r"\d{4}-?\d\d-?\d\d[T-]\d\d:?\d\d:?\d\d(Z|\+0000)?", "TIME", text)
         return re.sub(r"\b\d+ s\b", "AGE", text)
     pattern = ".*".join(re.escape(part) for part in squeezed(want).split("..."))
