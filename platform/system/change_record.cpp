@@ -3,6 +3,7 @@
 #define SQLITE_ENABLE_PREUPDATE_HOOK 1
 #include "platform/include/change_record.h"
 
+#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -16,8 +17,14 @@ namespace {
 constexpr int kBusyMilliseconds = 10000;
 
 ChangeRecord*& Current() {
-  static ChangeRecord* current = nullptr;
+  thread_local ChangeRecord* current = nullptr;
   return current;
+}
+
+// Never goes back to false.
+std::atomic<bool>& WatchesAlways() {
+  static std::atomic<bool> always(false);
+  return always;
 }
 
 SqlValue Value(sqlite3_value* from) {
@@ -304,8 +311,15 @@ ChangeRecord::ChangeRecord(Watches watches, size_t most)
 }
 
 ChangeRecord::~ChangeRecord() {
-  sqlite3_cancel_auto_extension(ChangeRecordHook::OpeningEntry());
+  if (!WatchesAlways()) {
+    sqlite3_cancel_auto_extension(ChangeRecordHook::OpeningEntry());
+  }
   Current() = nullptr;
+}
+
+void ChangeRecord::WatchFromNowOn() {
+  WatchesAlways() = true;
+  sqlite3_auto_extension(ChangeRecordHook::OpeningEntry());
 }
 
 ChangeRecord::Rows* ChangeRecord::_Watched(const char* path, const char* table) {
