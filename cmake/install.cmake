@@ -37,3 +37,5 @@ install(FILES packaging/completion/_mdomain
         DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 install(FILES packaging/completion/mdomain.fish
         DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+# Where Debian's Python looks below /usr; elsewhere PYTHONPATH names it.
+install(FILES bindings/python/mailserver_domain.py DESTINATION lib/python3/dist-packages)
