@@ -3,6 +3,7 @@
 //
 // Names are local parts (RFC 5321, 6531) and compared without letter case, as Postfix does. A
 // changing call ends by publishing; when that fails it is kUnpublished, and the change stays.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_ALIAS_ENTRY_H
 #define LIB_DOMAIN_API_ALIAS_ENTRY_H
 
