@@ -122,6 +122,10 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   if (!IsOpen(here)) {
     return false;
   }
+  if (sqlite3_get_autocommit(handler_->getDB()) != 0 && !handler_->IsOfSourceInForce()) {
+    LOG_ERROR_AT(here.file, here.line, "%s", failure);
+    return false;
+  }
   batch.KeepIn(handler_->kept_);
   if (batch.Fits() && handler_->exeSteps(batch.Steps()) == 0) {
     return true;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/db/own_indexes.h"
@@ -18,6 +19,7 @@
 #include "lib-domain/db/sql.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
+#include "platform/include/lost_database.h"
 #include "platform/include/nodes.h"
 #include "platform/include/scope_guard.h"
 #include "platform/include/sqlite.h"
@@ -94,9 +96,13 @@ DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
     LOG_ERROR("GetUserGroupDomainConfigPath fail");
     return nullptr;
   }
+  if (!BASE::IsAccountSourceInForce("")) {
+    return nullptr;
+  }
   const Standing before = StandingOf(path);
   _singleDomainDBHandler = new DomainDBHandler(path);
   _singleDomainDBHandler->readMissingAsNew();
+  _singleDomainDBHandler->refuseLost();
   if (_singleDomainDBHandler->ConnectAndUpgrade() != 0) {
     LOG_ERROR("Domain db error");
     CloseDomainDBHandler();
@@ -110,6 +116,9 @@ DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
 }
 
 void DomainDBHandler::CloseDomainDBHandler() {
+  if (_singleDomainDBHandler != nullptr) {
+    korvmailserver::ForgetDatabase(_singleDomainDBHandler->path_);
+  }
   delete _singleDomainDBHandler;
   _singleDomainDBHandler = nullptr;
 }
@@ -124,10 +133,11 @@ DomainDBHandler::~DomainDBHandler() {
 }
 
 bool DomainDBHandler::FollowFile() {
-  // An earlier call could not open it. A model that is missing is not made anew here.
-  const bool was_lost = db_ == nullptr && postara::sdk::Exist(path_);
-  if (is_pinned_ || BatchScope::IsAnyOpen() || (!was_lost && !isReplaced())) {
+  if (is_pinned_ || BatchScope::IsAnyOpen()) {
     return db_ != nullptr;
+  }
+  if (db_ != nullptr && lookAtFile() == FileNow::kSame) {
+    return true;
   }
   disconnect();
   if (ConnectAndUpgrade() != 0) {
@@ -135,6 +145,10 @@ bool DomainDBHandler::FollowFile() {
     disconnect();
   }
   return db_ != nullptr;
+}
+
+bool DomainDBHandler::IsOfSourceInForce() const {
+  return this != _singleDomainDBHandler || BASE::IsAccountSourceInForce(path_);
 }
 
 int DomainDBHandler::ConnectAndUpgrade() {

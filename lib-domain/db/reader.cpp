@@ -3,6 +3,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "platform/include/files.h"
+#include "platform/include/lost_database.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
@@ -26,7 +27,7 @@ void RollBackKilledWriter(const std::string& path) {
 
 bool Reader::Open() {
   if (!postara::sdk::Exist(path_)) {
-    return true;
+    return !korvmailserver::IsDatabaseLost(path_);
   }
   RollBackKilledWriter(path_);
   if (connection_.Open(path_, Connection::Mode::kRead, kBusyMilliseconds) != SQLITE_OK) {

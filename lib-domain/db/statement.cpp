@@ -117,7 +117,7 @@ std::string JsonList(const std::vector<std::string>& texts) {
 
 const char* FormatOfOne(const char* format) {
   constexpr std::string_view kList = "(%q)";
-  static std::map<const char*, std::string> made;
+  static auto& made = *new std::map<const char*, std::string>();
   std::string& of_one = made[format];
   if (of_one.empty()) {
     of_one = format;

@@ -22,7 +22,7 @@ namespace MDOMAIN::HISTORY {
 namespace {
 
 // Of the model; its other tables are the program's own notes.
-const std::set<std::string> kModelTables = {
+const auto& kModelTables = *new std::set<std::string>{
     "user_table",
     "group_table",
     "group_to_user_table",

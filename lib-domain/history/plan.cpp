@@ -174,7 +174,7 @@ void PlanMaker::_TellDomain(const Subject& row) {
     entry["domain"] = name;
     return;
   }
-  static const std::vector<std::pair<const char*, const char*>> kColumns = {
+  static const auto& kColumns = *new std::vector<std::pair<const char*, const char*>>{
       {"domain_name", "name"},
       {"domain_desc", "description"},
       {"domain_default_alias_pattern", "pattern"},

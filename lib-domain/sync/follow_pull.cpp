@@ -15,9 +15,11 @@
 #include <set>
 #include <sstream>
 
+#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/db/model_difference.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/node_publication.h"
@@ -137,6 +139,20 @@ std::string WriteReport(const PullStart& start, const PullReport& report,
   return Json::writeString(builder, text) + "\n";
 }
 
+// The settings that name the account source come with a pull: whoever waits for the next one works
+// with them from here on.
+void TakeAccountSource() {
+  BASE::ForgetAccountSettings();
+  std::string model;
+  if (!GetUserGroupDomainConfigPath(model) || !postara::sdk::Exist(model)) {
+    return;
+  }
+  const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
+  if (handler != nullptr && handler->GetPath() != model) {
+    DB::DomainDBHandler::CloseDomainDBHandler();
+  }
+}
+
 }  // namespace
 
 bool IsPullUnfinished() {
@@ -162,6 +178,7 @@ bool BeforePull(PullStart& start) {
 
 bool FollowPull(const PullStart& start, const PullReport& report,
                 std::vector<std::string>& failures) {
+  TakeAccountSource();
   const std::vector<PulledFile> files = ListReplaced(report);
   const bool is_nothing_new = files.empty() && report.keys.empty() && !start.is_unfinished;
   const bool are_maps_made = (is_nothing_new && !LacksPostfixMap()) || MakePostfixMaps();

@@ -215,7 +215,7 @@ void RequireFinished(const std::vector<TypedForDeletion>& typed) {
     }
   }
   if (!is_published) {
-    throw Failure(kFailed, "the deletion could not be published: run mdomain publish");
+    throw Failure(kUnpublished, "the deletion could not be published: run mdomain publish");
   }
 }
 
@@ -268,8 +268,10 @@ void Primary(Call& call) {
   }
   call.Lock();
   const int idx = TypedDomain(call).idx;
-  if (!MDOMAIN::API::Domain().SetPrimary(idx)) {
-    throw Failure(kFailed, "making domain " + call.Text("DOMAIN") + " the primary one failed");
+  MDOMAIN::API::Domain api;
+  if (!api.SetPrimary(idx)) {
+    throw ApiFailure(api.GetErrorCode(),
+                     "making domain " + call.Text("DOMAIN") + " the primary one");
   }
   PrintDone(call, idx, "is the primary domain");
 }

@@ -103,9 +103,9 @@ void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
     added_aliases.push_back(alias.GetAccountAlias());
   }
   const LookAlikes look_alikes(domain.idx, added_aliases);
-  if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx, ShortNames(members.users),
-                                             ShortNames(members.groups), added)) {
-    throw Failure(kFailed, "adding to domain " + domain.Title() + " failed");
+  MDOMAIN::API::DomainUser api;
+  if (!api.AddMembers(domain.idx, ShortNames(members.users), ShortNames(members.groups), added)) {
+    throw ApiFailure(api.GetErrorCode(), "adding to domain " + domain.Title());
   }
   Json::Value records = Added(preview, added);
   for (Json::Value& record : records) {

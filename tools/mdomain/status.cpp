@@ -13,6 +13,8 @@ Failure ApiFailure(unsigned int error_code, const std::string& action) {
       return {kRefused, action + ": the name or the alias pattern is not valid"};
     case 5634:
       return {kFailed, action + ": the account system did not give all of its accounts"};
+    case 5635:
+      return {kUnpublished, action + ": done here, not published; the log lines say why"};
     default:
       return {kFailed, action + " failed"};
   }

@@ -14,7 +14,8 @@ enum Status : int {
   kRefused = 3,   // duplicate, invalid, the primary domain: nothing was changed
   kNotFound = 4,  // no such domain, user, group or key: nothing was changed
   kSpared = 5,    // a refresh was done, but more accounts are gone than it may delete
-  // The change was made on this machine, and the shared key store has not got it yet.
+  // The change was made on this machine, and is not published: the shared key store has not got it
+  // yet, or this machine's would not keep it.
   kUnpublished = 6,
 };
 
