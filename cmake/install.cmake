@@ -6,6 +6,8 @@ install(CODE "set(SOURCE_DIR \"${CMAKE_SOURCE_DIR}\")
 set(INCLUDE_DIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}\")")
 install(SCRIPT cmake/install-headers.cmake)
 
+# Each finds the libraries beside it, wherever all of them are installed.
+set_target_properties(mailserver-domain mailserver-platform PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS mailserver-domain mailserver-platform EXPORT mailserver-domain)
 install(EXPORT mailserver-domain NAMESPACE mailserver-domain::
   FILE mailserver-domain-targets.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/mailserver-domain)
@@ -16,9 +18,15 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/mailserver-domain-config-ve
 install(FILES ${CMAKE_BINARY_DIR}/mailserver-domain-config.cmake
   ${CMAKE_BINARY_DIR}/mailserver-domain-config-version.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/mailserver-domain)
-configure_file(cmake/mailserver-domain.pc.in ${CMAKE_BINARY_DIR}/mailserver-domain.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/mailserver-domain.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Made at installation, which may go below another prefix than the one that was configured.
+install(CODE "set(VERSION ${PROJECT_VERSION})
+set(LIBDIR ${CMAKE_INSTALL_LIBDIR})
+set(INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
+file(READ \"${CMAKE_SOURCE_DIR}/cmake/mailserver-domain.pc.in\" text)
+string(CONFIGURE \"\${text}\" text @ONLY)
+set(to \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(WRITE \${to}/mailserver-domain.pc \"\${text}\")
+message(STATUS \"Installing: \${to}/mailserver-domain.pc\")")
 
 foreach(tool mdomain korv_bcc_map)
   if(TARGET ${tool})
@@ -26,6 +34,8 @@ foreach(tool mdomain korv_bcc_map)
     if(tool STREQUAL "korv_bcc_map")
       set(destination ${CMAKE_INSTALL_LIBEXECDIR}/mailserver-domain)
     endif()
+    file(RELATIVE_PATH libraries /${destination} /${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(${tool} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
     install(TARGETS ${tool} DESTINATION ${destination})
   endif()
 endforeach()
