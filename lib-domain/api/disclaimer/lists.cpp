@@ -66,6 +66,13 @@ bool HasEnabledDisclaimer(int domain_idx, const std::string& text) {
   });
 }
 
+// Whether the list and its texts stand there already.
+bool IsStored(int domain_idx, const std::string& text, const Json::Value& contents) {
+  std::string stored;
+  return mailConfGet(DisclaimerListKey(domain_idx), stored) == 0 && stored == text &&
+         AreContentsInPlace(domain_idx, contents);
+}
+
 }  // namespace
 
 MimeDefang::MimeDefang() {
@@ -109,6 +116,9 @@ int MimeDefang::SetDisclaimerList(int domain_idx, const Json::Value& list) {
   if (SettlePendingContents(domain_idx, Others::kWait) < 0) {
     LOG_ERROR("fail to open disclaimer content file");
     return -1;
+  }
+  if (IsStored(domain_idx, text, contents)) {
+    return PublishContents(domain_idx);
   }
   PendingContents pending(domain_idx, text);
   if (pending.Write(contents) < 0) {
