@@ -48,6 +48,8 @@ class MDOMAIN_EXPORT DomainDBFilter {
     return domain_idxs_.size() == 1 && sort_by_.empty() &&
            select_.find("count") == std::string::npos;
   }
+  // Whether it is for all users of one domain, in whatever order.
+  bool IsForWholeDomain() const { return domain_idxs_.size() == 1 && query_.empty(); }
   // The uids that stand in front: those whose first matching alias is flagged.
   std::string ComposeUIDsInFrontCmd() const;
   // The first column of all others is a uid, ascending, the second of its rows whether the row is
