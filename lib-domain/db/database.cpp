@@ -7,6 +7,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain_db_filter.h"
+#include "lib-domain/db/remembered.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -98,6 +99,23 @@ bool Database::GetExists(const Sql& sql, bool& exists, SourceHere here) const {
     return false;
   }
   exists = cell == "1";
+  return true;
+}
+
+bool Database::GetExistsInSchema(const char* sql, bool& exists, SourceHere here) const {
+  return IsOpen(here) && Remember(*handler_, &korvmailserver::DatabaseNumbers::schema,
+                                  handler_->memory_->in_schema[sql], exists,
+                                  [&](bool& found) { return GetExists(sql, found, here); });
+}
+
+bool Database::ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>& read,
+                         std::vector<RECORD::Domain>& domains, SourceHere here) const {
+  std::vector<RECORD::Domain> listed;
+  if (!IsOpen(here) || !Remember(*handler_, &korvmailserver::DatabaseNumbers::changes,
+                                 handler_->memory_->names, listed, read)) {
+    return false;
+  }
+  domains.insert(domains.end(), listed.begin(), listed.end());
   return true;
 }
 

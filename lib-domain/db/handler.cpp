@@ -14,6 +14,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/published_model.h"
+#include "lib-domain/db/remembered.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/db/sql.h"
 #include "platform/include/batch_scope.h"
@@ -115,7 +116,9 @@ void DomainDBHandler::CloseDomainDBHandler() {
 }
 
 DomainDBHandler::DomainDBHandler(const std::string& path)
-    : DBHandler(path, ""), kept_(std::make_shared<INTERNAL::KeptStatements>()) {
+    : DBHandler(path, ""),
+      kept_(std::make_shared<INTERNAL::KeptStatements>()),
+      memory_(std::make_unique<INTERNAL::Memory>()) {
   err_ = -1;
 }
 
@@ -274,6 +277,7 @@ bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTE
 
 void DomainDBHandler::_BeforeClosing() {
   kept_->Clear();
+  *memory_ = {};
 }
 
 int DomainDBHandler::_InitPragma() {

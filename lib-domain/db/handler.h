@@ -23,6 +23,7 @@ namespace MDOMAIN::DB {
 namespace INTERNAL {
 class Database;
 class KeptStatements;
+struct Memory;
 class Sql;
 }  // namespace INTERNAL
 
@@ -92,6 +93,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
                  const RowVisitor& use, OnFailure on_failure);
 
   std::shared_ptr<INTERNAL::KeptStatements> kept_;
+  std::unique_ptr<INTERNAL::Memory> memory_;
   bool has_own_views_ = false;
   bool is_pinned_ = false;  // by a ReadScope
 

@@ -32,6 +32,17 @@ std::string Replace(const char* format, const TextOf& text_of) {
   return text;
 }
 
+const char* FormatWith(std::map<const char*, std::string>& made, const char* format,
+                       const char* place) {
+  constexpr std::string_view kList = "(%q)";
+  std::string& with = made[format];
+  if (with.empty()) {
+    with = format;
+    with.replace(with.find(kList), kList.size(), place);
+  }
+  return with.c_str();
+}
+
 }  // namespace
 
 std::string FormatStatement(const char* format, ...) {
@@ -116,17 +127,13 @@ std::string JsonList(const std::vector<std::string>& texts) {
 }
 
 const char* FormatOfOne(const char* format) {
-  constexpr std::string_view kList = "(%q)";
   static std::map<const char*, std::string> made;
-  std::string& of_one = made[format];
-  if (of_one.empty()) {
-    of_one = format;
-    const size_t list = of_one.find(kList);
-    if (list != std::string::npos) {
-      of_one.replace(list, kList.size(), "(%d)");
-    }
-  }
-  return of_one.find("%q") == std::string::npos && of_one != format ? of_one.c_str() : nullptr;
+  return FormatWith(made, format, "(%d)");
+}
+
+const char* FormatOfList(const char* format) {
+  static std::map<const char*, std::string> made;
+  return FormatWith(made, format, "(SELECT value FROM json_each('%q'))");
 }
 
 void StatementBatch::AddKept(const Sql& sql) {
