@@ -136,7 +136,7 @@ void CheckFiles(Findings& findings) {
   using namespace MDOMAIN;
   const std::string model = ModelPath();
   for (const std::string& path : {model, PATHS::SettingsDb(), PATHS::AliasDb(), PATHS::KeyStoreDb(),
-                                  PATHS::EmailOwnerDb(), PATHS::HistoryDb()}) {
+                                  PATHS::EmailOwnerDb(), PATHS::LoginDb(), PATHS::HistoryDb()}) {
     if (!path.empty() && postara::sdk::Exist(path)) {
       CheckDatabase(path, findings);
       CheckRights(path, findings);

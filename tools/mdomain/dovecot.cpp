@@ -6,6 +6,7 @@
 #include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/node_publication.h"
+#include "lib-domain/sync/pulled_addresses.h"
 #include "platform/include/files.h"
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/dovecot_files.h"
@@ -75,23 +76,22 @@ void RequireDovecot(const std::string& main_file, bool is_lmtp) {
   }
 }
 
-// The registry is there, and follows where this machine may change it.
-void RequireRegistry() {
-  korvmailserver::NodeStanding standing;
-  if (!korvmailserver::ReadNodeStanding(standing)) {
-    throw Failure(kFailed, "it cannot be told whether this machine manages the domains");
-  }
-  if (standing.role == korvmailserver::NodeRole::kMember) {
-    if (!KLIBCFileExist(MDOMAIN::PATHS::EmailOwnerDb().c_str())) {
-      throw Failure(kRefused,
-                    "there is no registry of address owners: run mdomain owner build on the "
-                    "machine that manages, and pull");
-    }
-    return;
-  }
-  RequireManager();
+// Where Dovecot is to look owners up. A registry that is pulled is another file after each change,
+// so such a machine has one of its own, and keeps it when it comes to manage.
+std::string RegistryFor(bool is_member) {
+  return is_member || MDOMAIN::UTILS::HasLogins() ? MDOMAIN::PATHS::LoginDb()
+                                                  : MDOMAIN::PATHS::EmailOwnerDb();
+}
+
+// The registry is there, and follows.
+void MakeRegistry(bool is_member) {
+  const bool has_own = MDOMAIN::UTILS::HasLogins();
   MDOMAIN::UTILS::OwnerCounts counts;
-  if (!MDOMAIN::UTILS::BuildOwners(counts) || !MDOMAIN::UTILS::PublishNodeFiles()) {
+  const bool is_made = is_member ? MDOMAIN::UTILS::MakePulledLogins()
+                                 : MDOMAIN::UTILS::BuildOwners(counts) &&
+                                       (!has_own || MDOMAIN::UTILS::BuildLogins()) &&
+                                       MDOMAIN::UTILS::PublishNodeFiles();
+  if (!is_made) {
     throw Failure(kFailed, "the registry of address owners could not be made");
   }
 }
@@ -184,12 +184,11 @@ void Configure(Call& call) {
   const LmtpSocket lmtp =
       target.IsLmtp() ? SocketFor(delivery.lmtp, call.Text("--postfix")) : LmtpSocket();
   RequireDovecot(main_file, lmtp.IsHere());
-  if (call.Has("--apply")) {
-    RequireRegistry();
-  }
-  const std::vector<DovecotFile> files = {DovecotQuery(folder, target),
+  const bool is_member = call.Has("--apply") ? IsMemberElseManager() : IsMember();
+  const std::vector<DovecotFile> files = {DovecotQuery(folder, RegistryFor(is_member), target),
                                           DovecotSettings(folder, lmtp, target)};
   if (call.Has("--apply")) {
+    MakeRegistry(is_member);
     Apply(call, main_file, files);
   } else {
     Print(call, files);
@@ -206,7 +205,9 @@ const Register kDovecot({
          "the host's other passdb tells: PAM for accounts of this host, else what is set up for "
          "the directory. Where mail comes to this machine by LMTP, the socket for Postfix is "
          "opened. Makes the "
-         "registry of address owners first, which follows every change.",
+         "registry of address owners first, which follows every change, and on a machine that "
+         "pulls "
+         "every pull, in the same file.",
          Effect::kChangesHere,
          {
              Flag("--print", "Print the files; so without --apply"),

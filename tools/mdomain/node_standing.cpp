@@ -67,6 +67,18 @@ void RequireManager() {
   }
 }
 
+bool IsMember() {
+  return OwnStanding().role == NodeRole::kMember;
+}
+
+bool IsMemberElseManager() {
+  const bool is_member = IsMember();
+  if (!is_member) {
+    RequireManager();
+  }
+  return is_member;
+}
+
 std::string HowToPublish() {
   NodeStanding standing;
   const bool is_replaced =

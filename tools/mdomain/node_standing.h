@@ -12,6 +12,11 @@ namespace mdomain {
 // said yet whether this one does. A store that is away is no obstacle for the one that manages.
 void RequireManager();
 
+// Whether this machine pulls the domains.
+bool IsMember();
+// The same; ends the command as RequireManager where it does not pull and does not manage.
+bool IsMemberElseManager();
+
 // What brings a change to the other machines that was made here and not published.
 std::string HowToPublish();
 

@@ -7,25 +7,13 @@
 #include "lib-domain/base/postmap.h"
 #include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/follow_addresses.h"
-#include "lib-domain/sync/postfix_maps.h"
+#include "lib-domain/sync/pulled_addresses.h"
 #include "platform/include/files.h"
+#include "platform/include/postfix_map.h"
 #include "tools/mdomain/node_standing.h"
 
 namespace mdomain {
 namespace {
-
-// Whether this machine pulls the domains, else it manages them.
-bool IsMember() {
-  korvmailserver::NodeStanding standing;
-  if (!korvmailserver::ReadNodeStanding(standing)) {
-    throw Failure(kFailed, "it cannot be told whether this machine manages the domains");
-  }
-  const bool is_member = standing.role == korvmailserver::NodeRole::kMember;
-  if (!is_member) {
-    RequireManager();
-  }
-  return is_member;
-}
 
 // A map that main.cf names and that is missing stops all mail.
 void RequireUnused(const Call& call, const std::string& map) {
@@ -47,7 +35,7 @@ void Remove(Call& call) {
   for (const std::string& map : maps) {
     RequireUnused(call, map);
   }
-  if (!IsMember() && !MDOMAIN::UTILS::ForgetPostfixMaps()) {
+  if (!IsMemberElseManager() && !MDOMAIN::UTILS::ForgetPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix still follow every change");
   }
   // Where a pull made the maps, this has the next one make them again.
@@ -114,7 +102,7 @@ void RequireOwnConfig(const Call& call) {
 }
 
 void MakePostfixMaps() {
-  if (IsMember() ? !MDOMAIN::UTILS::MakePulledPostfixMaps() : !MDOMAIN::UTILS::BuildPostfixMaps()) {
+  if (IsMemberElseManager() ? !MDOMAIN::UTILS::MakePulledPostfixMaps() : !MDOMAIN::UTILS::BuildPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix could not be made; those of before are in place");
   }
 }
