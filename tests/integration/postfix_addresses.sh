@@ -171,6 +171,13 @@ answers 550 dave@example.com
 good domain names add 1 late.example
 answers 250 dora@late.example
 good postfix check "${config[@]}"
+# What such a map cannot hold is said.
+good user set 1 david --alias dora --alias '#dora'
+for command in "postfix maps" "postfix configure ${config[*]}" "postfix check ${config[*]}" doctor; do
+  # shellcheck disable=SC2086
+  run $command
+  matches "$command" "$out$err" 'no mail comes to #dora@example.com'
+done
 # One that fails is made up for.
 mv "$target/etc/postfix_addresses.db" "$scratch/old.db"
 mkdir "$target/etc/postfix_addresses.db"

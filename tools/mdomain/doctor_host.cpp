@@ -12,6 +12,7 @@
 #include "platform/include/root_path.h"
 #include "tools/mdomain/doctor.h"
 #include "tools/mdomain/dry_run.h"
+#include "tools/mdomain/postfix.h"
 
 namespace mdomain {
 namespace {
@@ -38,6 +39,19 @@ void CheckPrograms(Findings& findings) {
   }
   if (!MDOMAIN::UTILS::CompiledMapType().empty()) {
     RequireProgram("/usr/sbin/postmap", "maps of addresses cannot be compiled", findings);
+  }
+}
+
+void CheckCompiledMaps(Findings& findings) {
+  const std::string type = MDOMAIN::UTILS::CompiledMapType();
+  korvmailserver::MapEntries addresses;
+  std::string error;
+  const korvmailserver::PostfixMap map(MDOMAIN::PATHS::PostfixAddresses());
+  if (!type.empty() && map.GetAll(addresses, error)) {
+    const std::string text = TellUncompiled(type, addresses);
+    if (!text.empty()) {
+      findings.push_back({"uncompiled", false, text, kUncompiledCure});
+    }
   }
 }
 
@@ -105,6 +119,7 @@ void CheckAccounts(Findings& findings) {
 void CheckHost(Findings& findings) {
   CheckAccounts(findings);
   CheckPrograms(findings);
+  CheckCompiledMaps(findings);
   if (!IsMember()) {
     CheckTimer(findings);
   }

@@ -2,6 +2,7 @@
 #include "tools/mdomain/postfix.h"
 
 #include <cstdlib>
+#include <iostream>
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/postmap.h"
@@ -11,8 +12,13 @@
 #include "platform/include/files.h"
 #include "platform/include/postfix_map.h"
 #include "tools/mdomain/node_standing.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
+
+using korvmailserver::MapEntries;
+using korvmailserver::PostfixMap;
+
 namespace {
 
 // A map that main.cf names and that is missing stops all mail.
@@ -49,7 +55,7 @@ void Remove(Call& call) {
   Json::Value record;
   record["removed"] = Json::Value(Json::arrayValue);
   for (const std::string& map : maps) {
-    const std::string file = korvmailserver::PostfixMap(map).File();
+    const std::string file = PostfixMap(map).File();
     if (!KLIBCFileExist(file.c_str())) {
       continue;
     }
@@ -67,6 +73,12 @@ void Maps(Call& call) {
     return;
   }
   MakePostfixMaps();
+  MapEntries addresses;
+  std::string error;
+  const std::string type = MDOMAIN::UTILS::CompiledMapType();
+  if (!type.empty() && PostfixMap(MDOMAIN::PATHS::PostfixAddresses()).GetAll(addresses, error)) {
+    WarnOfUncompiled(type, addresses);
+  }
   Json::Value record;
   record["domains"] = MDOMAIN::UTILS::NameOfMap(MDOMAIN::PATHS::PostfixDomains());
   record["addresses"] = MDOMAIN::UTILS::NameOfMap(MDOMAIN::PATHS::PostfixAddresses());
@@ -102,7 +114,8 @@ void RequireOwnConfig(const Call& call) {
 }
 
 void MakePostfixMaps() {
-  if (IsMemberElseManager() ? !MDOMAIN::UTILS::MakePulledPostfixMaps() : !MDOMAIN::UTILS::BuildPostfixMaps()) {
+  if (IsMemberElseManager() ? !MDOMAIN::UTILS::MakePulledPostfixMaps()
+                            : !MDOMAIN::UTILS::BuildPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix could not be made; those of before are in place");
   }
 }
@@ -116,6 +129,26 @@ std::string MapTypeFor(const PostfixHost& host) {
   return host.HasMapType(compiled)
              ? compiled
              : MDOMAIN::BASE::ChooseMapType(host.Value("default_database_type"), host.MapTypes());
+}
+
+void Warn(const std::string& text) {
+  std::cerr << "mdomain: warning: " << Printable(text) << "\n";
+}
+
+std::string TellUncompiled(const std::string& type, const MapEntries& addresses) {
+  const bool is_compiled = !type.empty() && type != "lmdb";
+  const std::vector<std::string> uncompiled =
+      is_compiled ? MDOMAIN::UTILS::ListUncompilable(addresses) : std::vector<std::string>();
+  return uncompiled.empty() ? ""
+                            : "no mail comes to " + FirstOf(uncompiled) + ": a map of type " +
+                                  type + " cannot hold an address that begins with #";
+}
+
+void WarnOfUncompiled(const std::string& type, const MapEntries& addresses) {
+  const std::string text = TellUncompiled(type, addresses);
+  if (!text.empty()) {
+    Warn(text + " (" + kUncompiledCure + ")");
+  }
 }
 
 }  // namespace mdomain

@@ -1,7 +1,6 @@
 // mdomain postfix check: whether the maps and the running server say of each address what the model
 // says.
 #include <algorithm>
-#include <iostream>
 #include <map>
 #include <random>
 #include <set>
@@ -106,10 +105,6 @@ std::vector<std::string> ListAddresses(const Model& model) {
   }
   ascii.insert(ascii.end(), others.begin(), others.end());
   return ascii;
-}
-
-void Warn(const std::string& text) {
-  std::cerr << "mdomain: warning: " << Printable(text) << "\n";
 }
 
 // RFC 5321 wants somebody there for each domain that receives mail.
@@ -272,6 +267,7 @@ void Check(Call& call) {
   const size_t asked = answers.size();
   if (!is_one) {
     AddWrongEntries(host, model, answers);
+    WarnOfUncompiled(MDOMAIN::UTILS::CompiledMapType(), model.maps.addresses);
     SayWhereNobodyIsPostmaster(model);
     SayWhatLeadsNowhere();
     SayWhoShares(model);

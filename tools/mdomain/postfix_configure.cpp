@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <iostream>
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/sync/compiled_maps.h"
@@ -279,7 +278,7 @@ void Configure(Call& call) {
   const std::vector<std::string> cautions =
       ListCautions(host, content, target, lmtp, takes_utf8, has_milter);
   for (const std::string& caution : cautions) {
-    std::cerr << "mdomain: warning: " << Printable(caution) << "\n";
+    Warn(caution);
   }
   if (obstacles.empty() || !call.Has("--apply")) {
     MakePostfixMaps();  // a map that main.cf names and that is missing stops all mail
