@@ -114,6 +114,7 @@ for said in 'mail for press@example.com goes to zoe@example.org, an address that
   matches "what the check warns of" "$err" "$said"
 done
 good config set postmaster ben
+deliver <<<'Postmaster@example.org ben'
 for entry in news press gone; do good alias delete 1 $entry --yes; done
 good user set 1 zoe --alias zoe
 
