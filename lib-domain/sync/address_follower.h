@@ -46,7 +46,7 @@ class AddressFollower {
 };
 
 std::unique_ptr<AddressFollower> OwnerFollower();
-// A registry of this machine alone, in which Dovecot looks owners up where it pulls: a pull puts
+// A registry of this machine alone, in which Dovecot looks owners up where it may pull: a pull puts
 // another file in the place of the registry, and Dovecot goes on with the one that it has open.
 std::unique_ptr<AddressFollower> LoginFollower();
 std::unique_ptr<AddressFollower> PostfixFollower();

@@ -89,6 +89,7 @@ good postfix check "${config[@]}"
 use_root host
 good node take-over --yes
 first node join --yes
+gives .written '[]' dovecot configure --apply --config "$dovecot" --postfix "$postfix/etc"
 good user set 1 ben --alias benjamin
 answers 250 benjamin@example.com
 answers 550 ben@example.com

@@ -52,7 +52,7 @@ constexpr Row kFiles[] = {
     {"/var/packages/Postara-Server/etc/mailserver.db", "Settings and BCC rules per domain."},
     {"/var/packages/Postara-Server/target/etc/email_owner.db", "The registry of address owners."},
     {"/var/packages/Postara-Server/target/etc/email_login.db",
-     "The one that Dovecot reads, on a machine that pulls."},
+     "The one that Dovecot reads, on machines that share a key store."},
     {"/var/packages/Postara-Server/target/etc/postfix_domains.lmdb, postfix_addresses.lmdb",
      "The maps that Postfix reads; where it has no LMDB, those that it compiles from them stand "
      "beside them."},

@@ -77,20 +77,20 @@ void RequireDovecot(const std::string& main_file, bool is_lmtp) {
 }
 
 // Where Dovecot is to look owners up. A registry that is pulled is another file after each change,
-// so such a machine has one of its own, and keeps it when it comes to manage.
-std::string RegistryFor(bool is_member) {
-  return is_member || MDOMAIN::UTILS::HasLogins() ? MDOMAIN::PATHS::LoginDb()
-                                                  : MDOMAIN::PATHS::EmailOwnerDb();
+// so a machine that pulls, or manages and may come to pull, has one of its own, and keeps it.
+std::string RegistryHere() {
+  return IsAlone() && !MDOMAIN::UTILS::HasLogins() ? MDOMAIN::PATHS::EmailOwnerDb()
+                                                   : MDOMAIN::PATHS::LoginDb();
 }
 
 // The registry is there, and follows.
-void MakeRegistry(bool is_member) {
-  const bool has_own = MDOMAIN::UTILS::HasLogins();
+void MakeRegistry(const std::string& registry) {
+  const bool is_own = registry == MDOMAIN::PATHS::LoginDb();
   MDOMAIN::UTILS::OwnerCounts counts;
-  const bool is_made = is_member ? MDOMAIN::UTILS::MakePulledLogins()
-                                 : MDOMAIN::UTILS::BuildOwners(counts) &&
-                                       (!has_own || MDOMAIN::UTILS::BuildLogins()) &&
-                                       MDOMAIN::UTILS::PublishNodeFiles();
+  const bool is_made = IsMemberElseManager() ? MDOMAIN::UTILS::MakePulledLogins()
+                                             : MDOMAIN::UTILS::BuildOwners(counts) &&
+                                                   (!is_own || MDOMAIN::UTILS::BuildLogins()) &&
+                                                   MDOMAIN::UTILS::PublishNodeFiles();
   if (!is_made) {
     throw Failure(kFailed, "the registry of address owners could not be made");
   }
@@ -184,11 +184,11 @@ void Configure(Call& call) {
   const LmtpSocket lmtp =
       target.IsLmtp() ? SocketFor(delivery.lmtp, call.Text("--postfix")) : LmtpSocket();
   RequireDovecot(main_file, lmtp.IsHere());
-  const bool is_member = call.Has("--apply") ? IsMemberElseManager() : IsMember();
-  const std::vector<DovecotFile> files = {DovecotQuery(folder, RegistryFor(is_member), target),
+  const std::string registry = RegistryHere();
+  const std::vector<DovecotFile> files = {DovecotQuery(folder, registry, target),
                                           DovecotSettings(folder, lmtp, target)};
   if (call.Has("--apply")) {
-    MakeRegistry(is_member);
+    MakeRegistry(registry);
     Apply(call, main_file, files);
   } else {
     Print(call, files);

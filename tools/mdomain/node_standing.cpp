@@ -67,12 +67,12 @@ void RequireManager() {
   }
 }
 
-bool IsMember() {
-  return OwnStanding().role == NodeRole::kMember;
+bool IsAlone() {
+  return OwnStanding().role == NodeRole::kAlone;
 }
 
 bool IsMemberElseManager() {
-  const bool is_member = IsMember();
+  const bool is_member = OwnStanding().role == NodeRole::kMember;
   if (!is_member) {
     RequireManager();
   }
