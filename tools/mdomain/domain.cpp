@@ -9,7 +9,6 @@
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/maillog.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
@@ -24,10 +23,7 @@ namespace {
 
 // The refusal of an invalid record, naming the value that was wrong.
 Failure Invalid(const MDOMAIN::RECORD::Domain& domain) {
-  const auto sink = korvmailserver::SetMailLogSink([](int, const std::string&) { return true; });
-  const bool name_valid = MDOMAIN::UTILS::IsDomainNameValid(domain.GetDomainName());
-  korvmailserver::SetMailLogSink(sink);
-  if (!name_valid) {
+  if (!IsDomainName(domain.GetDomainName())) {
     return {kRefused, "\"" + domain.GetDomainName() + "\" is not a valid domain name"};
   }
   return NoPattern(domain.GetDefaultAliasPattern());

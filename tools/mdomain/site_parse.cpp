@@ -4,7 +4,6 @@
 
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/maillog.h"
 #include "platform/include/postfix_map.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
@@ -25,10 +24,7 @@ void RequireNew(bool is_new, const Place& place) {
 
 std::string CheckedName(const Place& place) {
   std::string name = StorableName(place.Text());
-  const auto sink = korvmailserver::SetMailLogSink([](int, const std::string&) { return true; });
-  const bool is_valid = MDOMAIN::UTILS::IsDomainNameValid(name);
-  korvmailserver::SetMailLogSink(sink);
-  if (!is_valid) {
+  if (!IsDomainName(name)) {
     place.Refuse("\"" + name + "\" is not a valid domain name");
   }
   return name;
