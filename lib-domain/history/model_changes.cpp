@@ -134,7 +134,13 @@ ModelChanges::ModelChanges(size_t most_rows)
             return path.rfind(folder_, 0) == 0 && path.find('/', folder_.size()) == path.npos &&
                    IsWatched(path, table);
           },
-          most_rows) {
+          most_rows) {}
+
+void ModelChanges::WatchFiles() {
+  if (watches_files_) {
+    return;
+  }
+  watches_files_ = true;
   std::map<std::string, std::string> stamps;
   ListFiles(folder_, stamps);
   size_t open_files = 0;
@@ -161,7 +167,7 @@ bool FileChange::IsKept() const {
 bool ModelChanges::List(Changes& changes) const {
   changes.is_whole = record_.IsWhole();
   std::map<std::string, std::string> stamps;
-  if (!record_.List(changes.tables) || !ListFiles(folder_, stamps)) {
+  if (!record_.List(changes.tables) || (watches_files_ && !ListFiles(folder_, stamps))) {
     changes.is_whole = false;
     return false;
   }

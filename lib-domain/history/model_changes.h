@@ -46,6 +46,9 @@ class MDOMAIN_EXPORT ModelChanges {
   ~ModelChanges();
   ModelChanges(const ModelChanges&) = delete;
   ModelChanges& operator=(const ModelChanges&) = delete;
+  // From now on also the files. Before this, once nobody else may change them, a file counts as
+  // unchanged; calls after the first do nothing.
+  void WatchFiles();
   // What differs now. False with one log line when it cannot be read.
   bool List(Changes& changes) const;
 
@@ -57,6 +60,7 @@ class MDOMAIN_EXPORT ModelChanges {
   };
 
   std::string folder_;
+  bool watches_files_ = false;
   std::map<std::string, Kept> files_;
   korvmailserver::ChangeRecord record_;
 };

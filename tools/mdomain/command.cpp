@@ -9,6 +9,7 @@
 
 #include "lib-domain/base/text.h"
 #include "tools/mdomain/leftovers.h"
+#include "tools/mdomain/lock_watch.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/text.h"
@@ -22,6 +23,11 @@ std::map<std::string, Noun>& Table() {
 }
 
 }  // namespace
+
+std::function<void()>& WhenLocked() {
+  static std::function<void()> use;
+  return use;
+}
 
 Register::Register(const Noun& noun) {
   Noun& entry = Table()[noun.name];
@@ -70,6 +76,9 @@ void Call::LockHere() {
   if (!lock_) {
     lock_ = std::make_unique<ChangeLock>(options_.lock_timeout, Has("--quiet"));
     RemoveAllLeftovers();
+    if (WhenLocked()) {
+      WhenLocked()();
+    }
   }
 }
 

@@ -99,7 +99,8 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
 namespace {
 
 // The program itself, which refuses to do anything but a dry run then.
-korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::string& input = "") {
+korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::string& input = "",
+                                    int lock_timeout = 1) {
   korvmailserver::ProgramCall self;
   self.path = "/proc/self/exe";
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -108,7 +109,8 @@ korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::s
   self.environment.push_back(std::string(kOnlyDryRun) + "=1");
   typed.insert(std::find(typed.begin(), typed.end(), "--"), kFlag);
   self.arguments = std::move(typed);
-  self.arguments.insert(self.arguments.begin(), {"--yes", "--lock-timeout", "1"});
+  self.arguments.insert(self.arguments.begin(),
+                        {"--yes", "--lock-timeout", std::to_string(lock_timeout)});
   self.is_split = true;
   self.input = input;
   return korvmailserver::RunProgram(self);
@@ -132,8 +134,8 @@ std::string Forecast(const Parsed& parsed) {
   return end.status == kDone ? SummaryOf(end.output) : "";
 }
 
-Trial Try(const std::vector<std::string>& typed, const std::string& input) {
-  const korvmailserver::ProgramEnd end = TryAlone(typed, input);
+Trial Try(const std::vector<std::string>& typed, const std::string& input, int lock_timeout) {
+  const korvmailserver::ProgramEnd end = TryAlone(typed, input, lock_timeout);
   Trial trial;
   trial.status = end.status;
   // The last thing that is said with --json is an object.
@@ -177,7 +179,9 @@ AccountsForecast ForecastRefresh() {
   return {true, FirstOf(sentences, "; ")};
 }
 
-PlanPrinter::PlanPrinter() : changes_(MDOMAIN::HISTORY::kEveryRow) {}
+PlanPrinter::PlanPrinter() : changes_(MDOMAIN::HISTORY::kEveryRow) {
+  changes_.WatchFiles();  // of copies, which nobody else has
+}
 
 void PlanPrinter::Print(Call& call) {
   MDOMAIN::HISTORY::Changes changes;

@@ -29,8 +29,8 @@ struct Trial {
   std::string warnings;  // lines
   std::string message;   // why it was refused
 };
-// With what it reads on its standard input.
-Trial Try(const std::vector<std::string>& typed, const std::string& input);
+// With what it reads on its standard input, and the seconds that it waits for the lock.
+Trial Try(const std::vector<std::string>& typed, const std::string& input, int lock_timeout);
 
 // Which accounts, groups, members and owners of addresses a refresh would change.
 struct AccountsForecast {

@@ -22,6 +22,7 @@ namespace mdomain {
 namespace {
 
 constexpr const char* kSkip = "--skip-unknown";
+constexpr const char* kForce = "--force";
 
 void Export(Call& call) {
   const std::string text = JsonText(SiteJson(ReadSite(SiteAccounts())));
@@ -37,24 +38,37 @@ void Export(Call& call) {
 
 // The site of the document; names who is not mirrored, and refuses the whole for them unless they
 // are to be left out.
-Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accounts) {
+Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accounts, bool tells) {
   TypedSite typed = ParseSite(text, accounts);
   if (!typed.unknown.empty() && !call.Has(kSkip)) {
     throw Failure(kNotFound, "not in the mirror: " + MDOMAIN::BASE::Join(typed.unknown, ", ") +
                                  ". Next: run mdomain refresh, or give " + kSkip +
                                  " to leave them out");
   }
-  for (const std::string& name : typed.unknown) {
+  for (const std::string& name : tells ? typed.unknown : std::vector<std::string>()) {
     std::cerr << "mdomain: left out: " << Printable(name) << "\n";
   }
   return std::move(typed.site);
 }
 
-void MakeItSo(const Call& call, const std::string& text) {
+// Whether it would change something. A domain that is the only one cannot go.
+bool Differs(const Site& wanted, const SiteAccounts& accounts) {
+  const Site is = ReadSite(accounts);
+  if (wanted.domains.empty() && !is.domains.empty()) {
+    throw Failure(kRefused, "$.domains: has none, and the primary domain cannot be deleted");
+  }
+  return SiteJson(is) != SiteJson(wanted);
+}
+
+void RequireReady(const Call& call) {
   RequireOwnModel(call);
   RequireSettledSettings();
+}
+
+void MakeItSo(const Call& call, const std::string& text, bool tells) {
+  RequireReady(call);
   const SiteAccounts accounts;
-  MakeSite(Wanted(call, text, accounts), accounts);
+  MakeSite(Wanted(call, text, accounts, tells), accounts);
 }
 
 // What it would change; throws what it is refused with.
@@ -63,18 +77,21 @@ std::vector<std::string> TryOnCopies(const Call& call, const std::string& text, 
   if (call.Has(kSkip)) {
     typed.emplace_back(kSkip);
   }
-  const Trial trial = Try(typed, text);
+  if (call.Has(kForce)) {
+    typed.emplace_back(kForce);
+  }
+  const Trial trial = Try(typed, text, call.options().lock_timeout);
   if (trial.status != kDone) {
     throw Failure(static_cast<Status>(trial.status < 0 ? kFailed : trial.status),
                   trial.message.empty() ? "the document could not be tried" : trial.message);
-  }
-  if (trial.plan.empty()) {
-    std::cerr << trial.warnings;  // where something changes the change itself says it
   }
   plan = trial.plan;
   std::vector<std::string> sentences;
   for (const Json::Value& entry : plan) {
     sentences.push_back(entry["text"].asString());
+  }
+  if (sentences.empty()) {
+    sentences.emplace_back("the same is written differently");
   }
   return sentences;
 }
@@ -83,19 +100,28 @@ void Apply(Call& call) {
   const std::string text = ReadInput(call.Text("FILE"), kNotFound);
   if (call.Has(DryRunFlag().name)) {
     call.Lock();
-    MakeItSo(call, text);
+    MakeItSo(call, text, true);
     return;
   }
+  RequireOwnModel(call);
   const std::string before = StoredState();
-  Json::Value plan;
-  std::vector<std::string> sentences = TryOnCopies(call, text, plan);
-  if (!sentences.empty()) {
-    call.Ask("Make the domains what " + call.Text("FILE") + " says? " + FirstOf(sentences, "; "));
+  Json::Value plan(Json::arrayValue);
+  std::vector<std::string> sentences;
+  bool differs = false;
+  {
+    const SiteAccounts accounts;
+    differs = Differs(Wanted(call, text, accounts, true), accounts);
+  }
+  if (differs) {
+    sentences = TryOnCopies(call, text, plan);
+    const std::string file = call.Text("FILE") == "-" ? "standard input" : call.Text("FILE");
+    call.SetForecast(nullptr);  // the question has what the copies told
+    call.Ask("Make the domains what " + file + " says? " + FirstOf(sentences, "; "));
     call.Lock();
     if (StoredState() != before) {
       throw Failure(kRefused, "the domains were changed meanwhile: run the same command again");
     }
-    MakeItSo(call, text);
+    MakeItSo(call, text, false);
   }
   if (call.out().json()) {
     call.out().List(plan, {});
@@ -131,7 +157,8 @@ const Register kApply({
       "groups must be mirrored (mdomain refresh).",
       Effect::kDestroys,
       {One("FILE", "The document; - is standard input"),
-       Flag(kSkip, "Name accounts and groups that are not mirrored, and leave them out")},
+       Flag(kSkip, "Name accounts and groups that are not mirrored, and leave them out"),
+       ForceFlag("Make a lost model anew, without what is left of its domains elsewhere")},
       Apply}},
 });
 

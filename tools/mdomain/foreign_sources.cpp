@@ -44,7 +44,9 @@ AccountOfMailbox::AccountOfMailbox(std::string form, const std::string& list,
   for (size_t number = 1; std::getline(lines, line); ++number) {
     const std::string problem = AddLine(line);
     if (!problem.empty()) {
-      throw Failure(kRefused, list_name + ", line " + std::to_string(number) + ": " + problem);
+      std::string place = list_name;
+      place.append(", line ").append(std::to_string(number)).append(": ");
+      throw Failure(kRefused, place + problem);
     }
   }
 }

@@ -43,6 +43,8 @@ class Domains {
 // The whole records of domains, in the order of their indexes given. Counts the users of these
 // domains: for what shows or rewrites a record.
 std::vector<MDOMAIN::RECORD::Domain> DomainRecords(const std::vector<int>& idxs);
+// Of all domains.
+std::vector<MDOMAIN::RECORD::Domain> AllDomainRecords();
 
 // The mirrored accounts that the filter selects.
 std::vector<MDOMAIN::RECORD::User> ListUsers(const MDOMAIN::DB::UserDBFilter& filter);

@@ -10,6 +10,7 @@
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/dry_run.h"
+#include "tools/mdomain/lock_watch.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/parser.h"
@@ -160,6 +161,7 @@ int Run(const Parsed& parsed) {
   // Before a database is opened, and until everything else has ended.
   const Recorder recorder(parsed);
   Call call(parsed.options, parsed.values);
+  WhenLocked() = [&recorder] { recorder.Begin(); };
   call.SetForecast([&parsed] { return Forecast(parsed); });
   if (parsed.command->effect == Effect::kChanges) {
     call.Lock();

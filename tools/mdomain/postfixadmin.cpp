@@ -121,8 +121,9 @@ Tables ReadTables(const std::string& file, const std::string& prefix) {
   }
   for (const char* needed : kNeeded) {
     if (tables.count(needed) == 0) {
-      const std::string name = prefix + needed;
-      throw Failure(kRefused, file + ": there is no table \"" + name + "\"");
+      std::string what = ": there is no table \"";
+      what.append(prefix).append(needed).append("\"");
+      throw Failure(kRefused, file + what);
     }
   }
   return tables;

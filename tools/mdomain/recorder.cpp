@@ -58,6 +58,12 @@ Recorder::Recorder(const Parsed& parsed)
   }
 }
 
+void Recorder::Begin() const {
+  if (changes_) {
+    changes_->WatchFiles();
+  }
+}
+
 bool Recorder::TakeBack() const {
   Changes changes;
   if (!changes_ || !is_whole_ || !changes_->List(changes)) {
