@@ -48,11 +48,11 @@ std::string QuoteNames(const std::vector<std::string>& names) {
 }
 
 std::string Compose(const Mirror& mirror, const std::string& select, const std::string& query,
-                    const std::vector<unsigned int>& ids, const std::vector<std::string>& names,
-                    int limit, int offset) {
+                    bool is_literal, const std::vector<unsigned int>& ids,
+                    const std::vector<std::string>& names, int limit, int offset) {
   std::vector<std::string> conditions;
   if (!query.empty()) {
-    conditions.push_back(mirror.name_column + (" LIKE '%" + EscapeQuery(query)) + "%'");
+    conditions.push_back(Like(mirror.name_column, query, is_literal));
   }
   if (!ids.empty()) {
     conditions.push_back(mirror.id_column + (" IN (" + BASE::Join(ids, ",")) + ")");
@@ -75,13 +75,13 @@ std::string Compose(const Mirror& mirror, const std::string& select, const std::
 }  // namespace
 
 std::string ComposeQueryCmd(const UserDBFilter& filter) {
-  return Compose(kUsers, filter.GetSelect(), filter.GetQuery(), filter.GetUIDs(),
-                 filter.GetUserNames(), filter.GetLimit(), filter.GetOffset());
+  return Compose(kUsers, filter.GetSelect(), filter.GetQuery(), filter.IsQueryLiteral(),
+                 filter.GetUIDs(), filter.GetUserNames(), filter.GetLimit(), filter.GetOffset());
 }
 
 std::string ComposeQueryCmd(const GroupDBFilter& filter) {
-  return Compose(kGroups, filter.GetSelect(), filter.GetQuery(), filter.GetGIDs(),
-                 filter.GetGroupNames(), filter.GetLimit(), filter.GetOffset());
+  return Compose(kGroups, filter.GetSelect(), filter.GetQuery(), filter.IsQueryLiteral(),
+                 filter.GetGIDs(), filter.GetGroupNames(), filter.GetLimit(), filter.GetOffset());
 }
 
 bool HasQueryInput(const UserDBFilter& filter) {

@@ -19,6 +19,8 @@ class MDOMAIN_EXPORT UserDBFilter {
 
   // A text that the name contains, ASCII case ignored ("%" and "_" are wildcards).
   void SetQuery(const std::string& query) { query_ = query; }
+  // Whether "%" and "_" in the search text mean themselves; false for a new filter.
+  void SetQueryIsLiteral(bool is_literal) { is_literal_ = is_literal; }
   void SetUIDs(const std::vector<unsigned int>& uids) { uids_ = uids; }
   // Short or full account names, ASCII case ignored. Composing the query makes them full names with
   // the help of the account system. Apostrophes are doubled inside double quotes, so a name that
@@ -30,6 +32,7 @@ class MDOMAIN_EXPORT UserDBFilter {
   void SetOffset(const int& offset) { offset_ = offset; }
 
   const std::string& GetQuery() const { return query_; }
+  bool IsQueryLiteral() const { return is_literal_; }
   const std::vector<unsigned int>& GetUIDs() const { return uids_; }
   const std::vector<std::string>& GetUserNames() const { return user_names_; }
   const std::string& GetSelect() const { return select_; }
@@ -43,6 +46,7 @@ class MDOMAIN_EXPORT UserDBFilter {
   std::string select_ = "*";
   int limit_ = -1;
   int offset_ = 0;
+  bool is_literal_ = false;
 };
 
 class MDOMAIN_EXPORT GroupDBFilter {
@@ -52,6 +56,8 @@ class MDOMAIN_EXPORT GroupDBFilter {
 
   // A text that the name contains, ASCII case ignored ("%" and "_" are wildcards).
   void SetQuery(const std::string& query) { query_ = query; }
+  // Whether "%" and "_" in the search text mean themselves; false for a new filter.
+  void SetQueryIsLiteral(bool is_literal) { is_literal_ = is_literal; }
   void SetGIDs(const std::vector<unsigned int>& gids) { gids_ = gids; }
   // As UserDBFilter::SetUserNames.
   void SetGroupNames(const std::vector<std::string>& group_names) { group_names_ = group_names; }
@@ -61,6 +67,7 @@ class MDOMAIN_EXPORT GroupDBFilter {
   void SetOffset(const int& offset) { offset_ = offset; }
 
   const std::string& GetQuery() const { return query_; }
+  bool IsQueryLiteral() const { return is_literal_; }
   const std::vector<unsigned int>& GetGIDs() const { return gids_; }
   const std::vector<std::string>& GetGroupNames() const { return group_names_; }
   const std::string& GetSelect() const { return select_; }
@@ -74,6 +81,7 @@ class MDOMAIN_EXPORT GroupDBFilter {
   std::string select_ = "*";
   int limit_ = -1;
   int offset_ = 0;
+  bool is_literal_ = false;
 };
 
 }  // namespace MDOMAIN::DB

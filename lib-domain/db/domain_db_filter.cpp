@@ -16,10 +16,6 @@ bool ListsUsers(const std::string& table_name) {
   return table_name == INTERNAL::kUserView || table_name == INTERNAL::kUserWithRoleView;
 }
 
-std::string Like(const std::string& column, const std::string& escaped_query) {
-  return column + " LIKE '%" + escaped_query + "%'";
-}
-
 }  // namespace
 
 bool DomainDBFilter::SortsByRole() const {
@@ -44,17 +40,18 @@ std::string DomainDBFilter::_GetDomainIdxColumnByTableName() const {
   return "domain_idx";
 }
 
-std::string DomainDBFilter::_GetQueryCmdByTableName(const char* escaped_query) const {
+std::string DomainDBFilter::_GetQueryCmdByTableName(const char* query) const {
+  const auto either = [&](const char* name, const char* other) {
+    return INTERNAL::Like(name, query, is_literal_) + " OR " +
+           INTERNAL::Like(other, query, is_literal_);
+  };
   if (table_name_ == kDomainView) {
-    return Like("domain_name", escaped_query) + " OR " + Like("domain_desc", escaped_query);
+    return either("domain_name", "domain_desc");
   }
   if (table_name_ == kDomainGroupView) {
-    return Like("group_name", escaped_query) + " OR " + Like("group_desc", escaped_query);
+    return either("group_name", "group_desc");
   }
-  if (ListsUsers(table_name_)) {
-    return Like("user_name", escaped_query) + " OR " + Like("account_alias", escaped_query);
-  }
-  return "";
+  return ListsUsers(table_name_) ? either("user_name", "account_alias") : "";
 }
 
 std::string DomainDBFilter::_GetDomainIdxCondition() const {
@@ -62,9 +59,8 @@ std::string DomainDBFilter::_GetDomainIdxCondition() const {
 }
 
 std::string DomainDBFilter::_GetQueryCondition() const {
-  const std::string escaped = INTERNAL::EscapeQuery(query_);
-  return query_type_.empty() ? _GetQueryCmdByTableName(escaped.c_str())
-                             : Like(_GetQueryColumnByQueryType(), escaped);
+  return query_type_.empty() ? _GetQueryCmdByTableName(query_.c_str())
+                             : INTERNAL::Like(_GetQueryColumnByQueryType(), query_, is_literal_);
 }
 
 std::string DomainDBFilter::_GetOrder() const {

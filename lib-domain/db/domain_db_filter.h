@@ -30,6 +30,8 @@ class MDOMAIN_EXPORT DomainDBFilter {
   // wildcards); without a query type the name or description, for users the name or alias. SQLite
   // refuses more than 50,000 bytes.
   void SetQuery(const std::string& query) { query_ = query; }
+  // Whether "%" and "_" in the search text mean themselves; false for a new filter.
+  void SetQueryIsLiteral(bool is_literal) { is_literal_ = is_literal; }
   // "domain_name", "domain_desc", "user_name", "account_alias", "group_name", "group_desc"; with
   // any other the database refuses the query.
   void SetQueryType(const std::string& query_type) { query_type_ = query_type; }
@@ -72,7 +74,7 @@ class MDOMAIN_EXPORT DomainDBFilter {
   bool _HasQueryInput() const;
   std::string _GetQueryColumnByQueryType() const;
   std::string _GetDomainIdxColumnByTableName() const;
-  std::string _GetQueryCmdByTableName(const char* escaped_query) const;
+  std::string _GetQueryCmdByTableName(const char* query) const;
   std::string _GetDomainIdxCondition() const;
   std::string _GetQueryCondition() const;
   std::string _ComposeFirstRows(const char* among, const char* wanted) const;
@@ -88,6 +90,7 @@ class MDOMAIN_EXPORT DomainDBFilter {
   std::string sort_by_;
   std::string sort_direction_;
   std::string table_name_ = "domain_view";
+  bool is_literal_ = false;
 };
 
 }  // namespace MDOMAIN::DB

@@ -12,6 +12,7 @@
 
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
@@ -251,6 +252,7 @@ bool DomainDBHandler::_RunKept(const INTERNAL::Sql& sql, const RowVisitor& use,
 bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
                                 const RowVisitor& use, OnFailure on_failure) {
   const char* failure = nullptr;
+  BASE::Progress progress("reading rows", 0);
   // Who stays silent is followed by another read, which waits.
   const int milliseconds = on_failure == OnFailure::kThrow ? kSelectBusyMilliseconds : 0;
   const postara::ScopeGuard wait_again([&] {
@@ -263,7 +265,10 @@ bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTE
     failure = "Failed to prepare";
   } else if (sqlite3_busy_timeout(db_, milliseconds) != SQLITE_OK) {
     failure = "Failed to set busy timeout";
-  } else if (!statement.ForEachRow([&use](const auto& row) { return use(row); })) {
+  } else if (!statement.ForEachRow([&](const auto& row) {
+               progress.Step();
+               return use(row);
+             })) {
     failure = "sqlite3_step";
   }
   if (failure != nullptr && on_failure == OnFailure::kThrow) {

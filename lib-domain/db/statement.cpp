@@ -58,6 +58,18 @@ std::string EscapeQuery(const std::string& query) {
   return escaped;
 }
 
+std::string Like(const std::string& column, const std::string& query, bool is_literal) {
+  if (!is_literal) {
+    return column + " LIKE '%" + EscapeQuery(query) + "%'";
+  }
+  std::string pattern;
+  for (const char c : query) {
+    pattern += c == '%' || c == '_' || c == '\\' ? "\\" : "";
+    pattern += c;
+  }
+  return column + " LIKE '%" + EscapeQuery(pattern) + "%' ESCAPE '\\'";
+}
+
 std::string WithParameters(const char* format) {
   return Replace(format, [](std::string_view /*value*/) { return "?"; });
 }

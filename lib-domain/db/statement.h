@@ -31,6 +31,10 @@ std::string FormatStatement(const char* format, ...);
 // between the two halves of a doubled quote, which would end the literal.
 std::string EscapeQuery(const std::string& query);
 
+// The condition that the column contains the text, ASCII case ignored. Where it is literal, "%",
+// "_" and "\" in it mean themselves; else the first two are wildcards.
+std::string Like(const std::string& column, const std::string& query, bool is_literal);
+
 // A list of ids as texts joined by ",", in order, each short enough for one statement. An empty
 // list gives one empty text: "IN ()" is valid and matches nothing. For int and unsigned int.
 template <typename Id>

@@ -202,6 +202,7 @@ TEST_F(OwnIndexes, PagesCountsAndSearchesAreTheSame) {
     filter.SetDomainIdxs(Draw(3) == 0 ? std::vector<int>{1, 2} : std::vector<int>{1});
     filter.SetQuery(OneOf({"", "", "a", "%", "Z"}));
     filter.SetQueryType(OneOf({"", "user_name", "account_alias"}));
+    filter.SetQueryIsLiteral(Draw(2) == 0);
     filter.SetSortBy(OneOf({"", "user_name", "uid", "role", "account_alias"}));
     filter.SetSortDirection(OneOf({"ASC", "DESC"}));
     filter.SetLimit(OneOf({"-1", "2"}) == "2" ? 2 : -1);

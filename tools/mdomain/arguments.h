@@ -36,6 +36,7 @@ inline std::vector<Argument> ListingArguments(const std::string& records,
 template <typename Filter>
 Filter ListingFilter(const Call& call, Filter filter = Filter()) {
   filter.SetQuery(call.Text("--query"));
+  filter.SetQueryIsLiteral(true);
   filter.SetOffset(call.Int("--offset", 0));
   filter.SetLimit(call.Int("--limit", -1));
   return filter;
