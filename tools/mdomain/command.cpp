@@ -43,7 +43,7 @@ const std::map<std::string, Noun>& Nouns() {
 }
 
 Call::Call(const GlobalOptions& options, std::map<std::string, std::vector<std::string>> values)
-    : options_(options), values_(std::move(values)), out_(options.json) {}
+    : options_(options), values_(std::move(values)), out_(options.json, options.quiet) {}
 
 std::string Call::Text(const std::string& name) const {
   const auto found = values_.find(name);
@@ -68,7 +68,7 @@ int Call::Int(const std::string& name, int fallback) const {
 
 void Call::LockHere() {
   if (!lock_) {
-    lock_ = std::make_unique<ChangeLock>(options_.lock_timeout, Has("--quiet"));
+    lock_ = std::make_unique<ChangeLock>(options_.lock_timeout, IsQuiet() || options_.json);
     RemoveAllLeftovers();
   }
 }
@@ -102,7 +102,7 @@ void Call::Confirm(const std::string& question) {
 void Call::Ask(const std::string& question) const {
   if (!options_.yes) {
     if (isatty(STDIN_FILENO) == 0) {
-      throw Failure(kUsage, question + " Nobody can answer here: say --yes to do it.");
+      throw Failure(kUsage, question + " Nobody can answer here", "give --yes to do it");
     }
     const std::string forecast = forecast_ ? forecast_() : "";
     if (!forecast.empty()) {

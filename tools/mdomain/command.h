@@ -109,6 +109,7 @@ struct GlobalOptions {
   bool json = false;
   bool verbose = false;
   bool yes = false;
+  bool quiet = false;
   int lock_timeout = 60;  // seconds
 };
 
@@ -126,6 +127,8 @@ class Call {
   int Int(const std::string& name, int fallback) const;
 
   const GlobalOptions& options() const { return options_; }
+  // Whether nobody wants to hear that all went well.
+  bool IsQuiet() const { return options_.quiet; }
   // What the command tells of a dry run besides what would change.
   void TellOfTrial(const Json::Value& record, const std::vector<Column>& columns) {
     of_trial_ = record;

@@ -29,6 +29,10 @@ Json::Value FindingJson(const Finding& finding) {
   return record;
 }
 
+Colour ColourOfKind(const std::string& kind) {
+  return kind == "error" ? Colour::kRed : Colour::kYellow;
+}
+
 // The items of the reconcile step, after copies were set aside.
 void Repair(Call& call) {
   call.Lock();
@@ -45,10 +49,7 @@ void Repair(Call& call) {
   if (!why.empty()) {
     throw Failure(kUnpublished, "repaired here, not published: " + why);
   }
-  if (!call.out().json()) {
-    call.out().Texts(
-        {"repaired what follows from the model; the files of before are in " + folder});
-  }
+  call.out().Line("repaired what follows from the model; the files of before are in " + folder);
 }
 
 void Doctor(Call& call) {
@@ -62,10 +63,11 @@ void Doctor(Call& call) {
     records.append(FindingJson(finding));
   }
   call.out().List(records,
-                  {{"id", "FINDING"}, {"kind", "KIND"}, {"text", "WHAT"}, {"cure", "CURE"}});
-  if (records.empty() && !call.out().json()) {
-    call.out().Texts({"everything is in order"});
-  }
+                  {{"id", "FINDING"},
+                   {"kind", "KIND", nullptr, ColourOfKind},
+                   {"text", "WHAT"},
+                   {"cure", "CURE"}},
+                  "everything is in order");
   call.out().Flush();
   if (errors != 0) {
     throw Failure(kFailed, Counted(errors, "error") + " found");

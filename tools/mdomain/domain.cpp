@@ -2,7 +2,6 @@
 #include "lib-domain/api/domain.h"
 
 #include <algorithm>
-#include <iostream>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/base/text.h"
@@ -16,6 +15,7 @@
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/pattern.h"
 #include "tools/mdomain/text.h"
 
@@ -72,9 +72,8 @@ void SayWhoIsLeftOut(const KnownDomain& domain) {
   MDOMAIN::DB::UserDBFilter filter;
   filter.SetLimit(1);
   if (!ListUsers(filter).empty()) {
-    std::cerr << "mdomain: accounts that were there before are not in it: mdomain user "
-                 "add "
-              << domain.name << " --all adds them\n";
+    Note("accounts that were there before are not in it: mdomain user add " + domain.name +
+         " --all adds them");
   }
 }
 

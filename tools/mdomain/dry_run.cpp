@@ -147,6 +147,7 @@ Trial Try(const std::vector<std::string>& typed, const std::string& input) {
   std::string unparsed;
   if (Json::parseFromStream(Json::CharReaderBuilder(), errors, &refusal, &unparsed)) {
     trial.message = refusal["message"].asString();
+    trial.next = refusal["next"].asString();
   }
   std::istringstream stream(end.output);
   std::string error;
@@ -158,6 +159,16 @@ Trial Try(const std::vector<std::string>& typed, const std::string& input) {
   return trial;
 }
 
+namespace {
+
+std::string FirstWarning(const std::string& errors) {
+  constexpr const char* kHead = "mdomain: warning: ";
+  const std::string line = errors.substr(0, errors.find('\n'));
+  return line.rfind(kHead, 0) == 0 ? line.substr(std::string(kHead).size()) : line;
+}
+
+}  // namespace
+
 AccountsForecast ForecastRefresh() {
   const korvmailserver::ProgramEnd end = TryAlone({"refresh", "--json"});
   Json::Value record;
@@ -167,6 +178,9 @@ AccountsForecast ForecastRefresh() {
       !Json::parseFromStream(Json::CharReaderBuilder(), stream, &record, &error)) {
     return {false, end.errors.substr(0, end.errors.find('\n'))};
   }
+  if (!record["complete"].asBool()) {
+    return {false, "they come only in part: " + FirstWarning(end.errors)};
+  }
   std::vector<std::string> sentences;
   for (const Json::Value& entry : record["plan"]) {
     const std::string what = entry["what"].asString();
@@ -175,6 +189,17 @@ AccountsForecast ForecastRefresh() {
     }
   }
   return {true, FirstOf(sentences, "; ")};
+}
+
+Colour ColourOfChange(const Json::Value& entry) {
+  const bool is_address = entry.isMember("had") && entry["had"] != entry["has"];
+  const bool comes = is_address ? entry["has"].asBool() : entry["change"] == "added";
+  const bool goes = is_address ? entry["had"].asBool() : entry["change"] == "removed";
+  const bool is_exclusion = entry["what"] == "taken_out";
+  return is_exclusion ? Colour::kNone
+         : comes      ? Colour::kGreen
+         : goes       ? Colour::kRed
+                      : Colour::kNone;
 }
 
 PlanPrinter::PlanPrinter() : changes_(MDOMAIN::HISTORY::kEveryRow) {}
@@ -199,12 +224,10 @@ void PlanPrinter::Print(Call& call) {
   if (out.json()) {
     return;
   }
-  std::vector<std::string> lines;
   for (const Json::Value& entry : plan.entries) {
-    lines.push_back(entry["text"].asString());
+    out.Line(entry["text"].asString(), ColourOfChange(entry));
   }
-  lines.push_back(lines.empty() ? "nothing would change" : kSummary + plan.summary);
-  out.Texts(lines);
+  out.Line(plan.entries.empty() ? "nothing would change" : kSummary + plan.summary);
 }
 
 }  // namespace mdomain

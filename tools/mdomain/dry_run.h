@@ -28,6 +28,7 @@ struct Trial {
   Json::Value plan;      // its list
   std::string warnings;  // lines
   std::string message;   // why it was refused
+  std::string next;      // and what to do
 };
 // With what it reads on its standard input.
 Trial Try(const std::vector<std::string>& typed, const std::string& input);
@@ -38,6 +39,9 @@ struct AccountsForecast {
   std::string text;  // sentences, empty for none; where it is not told, why
 };
 AccountsForecast ForecastRefresh();
+
+// Green for what somebody gets, red for what somebody loses.
+Colour ColourOfChange(const Json::Value& entry);
 
 // In the process of a dry run: watches what the command changes, and prints it in the place of what
 // the command would have printed.

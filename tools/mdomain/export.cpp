@@ -14,6 +14,7 @@
 #include "tools/mdomain/document.h"
 #include "tools/mdomain/dry_run.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/site.h"
 #include "tools/mdomain/stored_state.h"
 #include "tools/mdomain/text.h"
@@ -45,7 +46,7 @@ Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accou
                                  " to leave them out");
   }
   for (const std::string& name : typed.unknown) {
-    std::cerr << "mdomain: left out: " << Printable(name) << "\n";
+    Note("left out: " + name);
   }
   return std::move(typed.site);
 }
@@ -66,7 +67,8 @@ std::vector<std::string> TryOnCopies(const Call& call, const std::string& text, 
   const Trial trial = Try(typed, text);
   if (trial.status != kDone) {
     throw Failure(static_cast<Status>(trial.status < 0 ? kFailed : trial.status),
-                  trial.message.empty() ? "the document could not be tried" : trial.message);
+                  trial.message.empty() ? "the document could not be tried" : trial.message,
+                  trial.next);
   }
   if (trial.plan.empty()) {
     std::cerr << trial.warnings;  // where something changes the change itself says it
@@ -79,6 +81,16 @@ std::vector<std::string> TryOnCopies(const Call& call, const std::string& text, 
   return sentences;
 }
 
+void Print(Output& out, const Json::Value& plan) {
+  if (out.json()) {
+    out.List(plan, {});
+  }
+  for (const Json::Value& entry : plan) {
+    out.Line(entry["text"].asString(), ColourOfChange(entry));
+  }
+  out.Line(plan.empty() ? "nothing to change" : Counted(plan.size(), "change") + " made");
+}
+
 void Apply(Call& call) {
   const std::string text = ReadInput(call.Text("FILE"), kNotFound);
   if (call.Has(DryRunFlag().name)) {
@@ -88,7 +100,7 @@ void Apply(Call& call) {
   }
   const std::string before = StoredState();
   Json::Value plan;
-  std::vector<std::string> sentences = TryOnCopies(call, text, plan);
+  const std::vector<std::string> sentences = TryOnCopies(call, text, plan);
   if (!sentences.empty()) {
     call.Ask("Make the domains what " + call.Text("FILE") + " says? " + FirstOf(sentences, "; "));
     call.Lock();
@@ -97,13 +109,7 @@ void Apply(Call& call) {
     }
     MakeItSo(call, text);
   }
-  if (call.out().json()) {
-    call.out().List(plan, {});
-    return;
-  }
-  sentences.push_back(sentences.empty() ? "nothing to change"
-                                        : Counted(sentences.size(), "change") + " made");
-  call.out().Texts(sentences);
+  Print(call.out(), plan);
 }
 
 const Register kExport({

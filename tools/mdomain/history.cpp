@@ -6,6 +6,7 @@
 
 #include "lib-domain/api/updater.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/dry_run.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -67,11 +68,9 @@ void Show(Call& call) {
     return;
   }
   call.out().Record(record, kColumns);
-  std::vector<std::string> lines;
   for (const Json::Value& change : plan) {
-    lines.push_back(change["text"].asString());
+    call.out().Line(change["text"].asString(), ColourOfChange(change));
   }
-  call.out().Texts(lines);
 }
 
 void Undo(Call& call) {

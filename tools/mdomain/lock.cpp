@@ -15,6 +15,7 @@
 
 #include "lib-domain/base/paths.h"
 #include "platform/include/files.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
@@ -98,12 +99,13 @@ ChangeLock::ChangeLock(int timeout_seconds, bool quiet) {
     if (Clock::now() >= deadline) {
       const std::string holder = Holder(fd_);
       close(fd_);
-      throw Failure(kFailed, "another mdomain" + holder + " is still at work after " +
-                                 std::to_string(timeout_seconds) +
-                                 " seconds, nothing was changed (--lock-timeout)");
+      throw Failure(kFailed,
+                    "another mdomain" + holder + " is still at work after " +
+                        std::to_string(timeout_seconds) + " seconds, nothing was changed",
+                    "try again, or wait longer with --lock-timeout SECONDS");
     }
     if (!said) {
-      std::cerr << "mdomain: waiting for another mdomain" << Holder(fd_) << " to finish\n";
+      Note("waiting for another mdomain" + Holder(fd_) + " to finish");
       said = true;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));

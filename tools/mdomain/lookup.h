@@ -56,6 +56,9 @@ std::vector<MDOMAIN::RECORD::Group> FindGroups(const std::vector<std::string>& t
 MDOMAIN::RECORD::User FindUser(const std::string& text);
 MDOMAIN::RECORD::Group FindGroup(const std::string& text);
 
+// Whether the account system, which may be asked, knows a user of this short or full name.
+bool IsUserOfAccountSystem(const std::string& text);
+
 // Names without the directory's part.
 std::vector<std::string> ShortNames(const std::vector<MDOMAIN::RECORD::User>& users);
 std::vector<std::string> ShortNames(const std::vector<MDOMAIN::RECORD::Group>& groups);

@@ -19,7 +19,8 @@ using MDOMAIN::RECORD::Domain;
     names.push_back(domain.name);
     names.insert(names.end(), domain.additional_names.begin(), domain.additional_names.end());
   }
-  throw Failure(kNotFound, "there is no domain \"" + text + "\"" + DidYouMean(text, names));
+  throw Failure(kNotFound, "there is no domain \"" + text + "\"" + DidYouMean(text, names),
+                "mdomain domain list shows them");
 }
 
 }  // namespace

@@ -58,13 +58,14 @@ const Register kNode({
          TellRole},
         {"check",
          "Mend what can be mended, and tell what may lose what is published",
-         "For a timer on every machine. The one that manages reads everything in the key store "
+         "For a timer on every machine; --quiet says nothing when all is in order. The one that "
+         "manages reads everything in the key store "
          "back and publishes what is missing or damaged; the others pull what they lack. Settings "
          "of the server that may lose its content are told. Ends with status 0 when all is in "
          "order or mended, and with 1 when not, when there is such a risk, or when the key store "
          "does not answer.",
          Effect::kChangesHere,
-         {Flag("--quiet", "Print nothing when all is in order")},
+         {},
          CheckMachine},
         {"take-over",
          "Manage the domains on this machine instead of another",

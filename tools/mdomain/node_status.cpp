@@ -274,7 +274,7 @@ void TellRole(Call& call) {
   }
   Json::Value record;
   record["role"] = RoleText(standing.role);
-  call.out().Done(record, RoleText(standing.role));
+  call.out().Answer(record, RoleText(standing.role));
 }
 
 }  // namespace mdomain

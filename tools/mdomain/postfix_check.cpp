@@ -14,6 +14,7 @@
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/log_view.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/smtp_probe.h"
@@ -109,7 +110,7 @@ std::vector<std::string> ListAddresses(const Model& model) {
 }
 
 void Warn(const std::string& text) {
-  std::cerr << "mdomain: warning: " << Printable(text) << "\n";
+  Note("warning: " + text);
 }
 
 // RFC 5321 wants somebody there for each domain that receives mail.
@@ -285,14 +286,14 @@ void Check(Call& call) {
     throw Failure(kFailed, "model, map and server do not agree on " + std::to_string(different) +
                                " of " + std::to_string(asked) + " addresses");
   }
-  if (!is_one && !call.out().json()) {
+  if (!is_one) {
     const auto unoffered = std::count_if(answers.begin(), answers.end(),
                                          [](const Answer& answer) { return answer.is_unoffered; });
-    call.out().Texts({"model, map and server agree on " + std::to_string(asked) + " addresses" +
-                      (unoffered == 0 ? ""
-                                      : "; " + std::to_string(unoffered) +
-                                            " of them are beyond ASCII, for which the server "
-                                            "takes no mail")});
+    call.out().Line("model, map and server agree on " + std::to_string(asked) + " addresses" +
+                    (unoffered == 0 ? ""
+                                    : "; " + std::to_string(unoffered) +
+                                          " of them are beyond ASCII, for which the server "
+                                          "takes no mail"));
   }
 }
 

@@ -11,6 +11,7 @@
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/bcc_maps.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/text.h"
@@ -171,12 +172,10 @@ void Print(Call& call, const std::vector<Wanted>& wanted, const std::vector<std:
     call.out().Record(record, {});
     return;
   }
-  std::vector<std::string> lines;
   for (const Wanted& setting : wanted) {
-    lines.push_back("# " + setting.reason);
-    lines.push_back(setting.name + " = " + setting.value);
+    call.out().Raw(Printable("# " + setting.reason) + "\n" +
+                   Printable(setting.name + " = " + setting.value) + "\n");
   }
-  call.out().Texts(lines);
 }
 
 // Beside main.cf, under a name that nothing has. Gives the name.
@@ -279,7 +278,7 @@ void Configure(Call& call) {
   const std::vector<std::string> cautions =
       ListCautions(host, content, target, lmtp, takes_utf8, has_milter);
   for (const std::string& caution : cautions) {
-    std::cerr << "mdomain: warning: " << Printable(caution) << "\n";
+    Note("warning: " + caution);
   }
   if (obstacles.empty() || !call.Has("--apply")) {
     MakePostfixMaps();  // a map that main.cf names and that is missing stops all mail

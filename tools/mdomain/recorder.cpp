@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
-#include <iostream>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/plan.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/notes.h"
 
 namespace mdomain {
 namespace {
@@ -92,7 +92,7 @@ void Recorder::Record() const {
   entry.summary = changes.is_whole ? plan.summary : "more than can be listed";
   const bool is_nothing = changes.is_whole && plan.entries.empty();
   if (!is_nothing && (!is_told || !MDOMAIN::HISTORY::AddEntry(entry, changes, plan))) {
-    std::cerr << "mdomain: warning: the history does not have this change\n";
+    Note("warning: the history does not have this change");
   }
 }
 

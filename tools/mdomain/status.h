@@ -18,14 +18,18 @@ enum Status : int {
   kUnpublished = 6,
 };
 
-// Ends a command. The message names what was wrong and is printed after "mdomain: ".
+// Ends a command. The message names what was wrong and is printed after "mdomain: ", with what to
+// do: `what_to_do`, or what stands behind ". Next: " in the message.
 class Failure : public std::runtime_error {
  public:
-  Failure(Status exit_status, const std::string& message)
-      : std::runtime_error(message), status(exit_status) {}
+  Failure(Status exit_status, const std::string& message, const std::string& what_to_do = "");
 
   const Status status;
+  std::string next;  // empty: what usually helps with this status
 };
+
+// What usually helps where a command ended so.
+std::string UsualNext(Status status);
 
 // The failure behind an API error number (GetErrorCode): refused for a taken or invalid name.
 Failure ApiFailure(unsigned int error_code, const std::string& action);

@@ -224,7 +224,7 @@ void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
 
 RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit) {
   RequirePublishable(call);
-  const Progress progress(!call.Has("--quiet") && !call.out().json());
+  const Progress progress(!call.IsQuiet() && !call.out().json(), "reading users");
   MDOMAIN::API::Updater updater;
   updater.SetDeletionLimit(limit);
   updater.AllowEmptyPublication(call.Has("--force"));
@@ -247,7 +247,7 @@ bool HasNews(const RefreshSummary& summary) {
 
 void Refresh(Call& call) {
   const bool dry_run = call.Has("--dry-run");
-  const bool quiet = call.Has("--quiet") && !call.out().json();
+  const bool quiet = call.IsQuiet() && !call.out().json();
   const DeletionLimit limit = TypedLimit(call);
   const std::string before = quiet ? StoredState() : "";
   const RefreshSummary summary = RunRefresh(call, limit);
@@ -257,6 +257,7 @@ void Refresh(Call& call) {
   if (dry_run) {
     call.TellOfTrial(SummaryJson(summary, true), SummaryColumns(summary, true));
   } else if (!quiet || HasNews(summary) || StoredState() != before) {
+    call.out().Speak();
     call.out().Record(SummaryJson(summary, false), SummaryColumns(summary, false));
     call.out().Flush();  // before the message, and whole although the command fails
   }
@@ -330,7 +331,8 @@ const Register kRefresh({
       "account system answers only in part, or when more accounts are gone than the limit allows: "
       "the refresh then ends with status 5 and names them. A known uid under another name stays "
       "the same user, who keeps addresses and roles; who that is is shown. What could not be added "
-      "to a domain is added by the next refresh.",
+      "to a domain is added by the next refresh. With --quiet nothing is printed when nothing "
+      "changed, for a timer.",
       Effect::kChanges,
       {Number("--deletion-limit", "Delete at most N users and N groups (500); 0 for any number"),
        Number(
@@ -338,8 +340,7 @@ const Register kRefresh({
            "Delete at most N per cent of the users, and of the groups, that were known (10), but "
            "always five; 0 for any share"),
        ForceFlag("Delete whoever is gone, however many they are, and publish also a model without "
-                 "domains"),
-       Flag("--quiet", "Print nothing when nothing changed and nothing failed; for a timer")},
+                 "domains")},
       Refresh}},
 });
 
