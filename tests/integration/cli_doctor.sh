@@ -27,6 +27,9 @@ while IFS='|' read -r finding kind command; do
   broken "$finding" "$kind" "$command"
 done <<END
 published|error|$keys "DELETE FROM key_table WHERE name = 'virtual_multiple_domain'"
+published|error|$keys "DELETE FROM key_table WHERE name IN ('smtp_main_domain', 'mailserver_domain_db')"
+published|error|$keys "UPDATE key_table SET value = 'x.example' WHERE name = 'additional_domain-1'"
+published|error|$keys "INSERT INTO key_table VALUES('additional_domain-7', 'virtual_domain', 'x.example')"
 settings-of-domains|error|$settings "DELETE FROM multi_domain_enable_table"
 accounts warning, no-address|warning|$model "INSERT INTO domain_user_role_table VALUES(1, 1005, 'normal', 0); DELETE FROM domain_user_alias_table WHERE uid = 1005"
 database|error|$model "PRAGMA foreign_keys = OFF; INSERT INTO primary_domain_table VALUES(9)"
@@ -34,6 +37,9 @@ rights|error|chmod o+w mailserver.db
 postmaster|warning|$model "UPDATE domain_user_role_table SET role = 'normal'"
 copies|warning|mdomain bcc add example.com anna nobody-here@example.com
 accounts|warning|sed -i '/^erik:/d' ../../../../etc/passwd
+accounts|error|: >../../../../etc/group
+accounts|error|truncate -s -3 ../../../../etc/group
+accounts|warning|$model "INSERT INTO domain_user_alias_table VALUES(1, 1002, 'anna', 0)"
 leftovers|warning|cp mailserver.db mailserver.db.broken
 timer|warning|touch -d '3 days ago' ../../../run/postara_server/last-refresh
 version|warning|$model 'PRAGMA user_version = 3'

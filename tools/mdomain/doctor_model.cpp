@@ -38,26 +38,66 @@ std::string IdOf(std::string name) {
   return name;
 }
 
-void CheckPublished(const Domains& domains, Findings& findings) {
-  std::set<std::string> wanted;
-  for (const KnownDomain& domain : domains.all()) {
-    wanted.insert(std::to_string(domain.idx) + "/" + domain.name);
+using Texts = std::set<std::string>;
+
+Texts Elements(const std::string& joined) {
+  Texts elements;
+  for (size_t begin = 0; begin < joined.size();) {
+    const size_t end = std::min(joined.find(", ", begin), joined.size());
+    elements.insert(joined.substr(begin, end - begin));
+    begin = end + 2;
   }
-  std::string text;
-  if (mailConfGet("virtual_multiple_domain", text) < 0) {
+  return elements;
+}
+
+std::string Listed(const Texts& texts) {
+  return texts.empty() ? "nothing" : FirstOf({texts.begin(), texts.end()});
+}
+
+// What the mail services read of the domains, by key.
+std::map<std::string, Texts> WantedKeys(const Domains& domains) {
+  std::map<std::string, Texts> wanted;
+  for (const KnownDomain& domain : domains.all()) {
+    const std::string idx = std::to_string(domain.idx);
+    wanted["virtual_multiple_domain"].insert(idx + "/" + domain.name);
+    wanted["additional_domain-" + idx] = {domain.additional_names.begin(),
+                                          domain.additional_names.end()};
+    if (domain.is_primary) {
+      wanted["smtp_main_domain"].insert(domain.name);
+    }
+  }
+  return wanted;
+}
+
+void CheckPublished(const Domains& domains, Findings& findings) {
+  std::map<std::string, std::string> values;
+  if (mailConfList(values) < 0) {
     findings.push_back({"key-store", true, "the key store cannot be read", "look at its messages"});
     return;
   }
-  std::set<std::string> published;
-  for (size_t begin = 0; begin < text.size();) {
-    const size_t end = std::min(text.find(", ", begin), text.size());
-    published.insert(text.substr(begin, end - begin));
-    begin = end + 2;
+  const auto tell = [&](const std::string& key, const std::string& has, const std::string& wanted) {
+    findings.push_back(
+        {"published", true,
+         "the mail services read " + has + " in " + key + ", and the model has " + wanted,
+         "mdomain publish"});
+  };
+  const std::map<std::string, Texts> wanted = WantedKeys(domains);
+  for (const auto& [key, texts] : wanted) {
+    const Texts published = Elements(values[key]);
+    if (published != texts) {
+      tell(key, Listed(published), Listed(texts));
+    }
   }
-  if (published != wanted) {
-    findings.push_back({"published", true,
-                        "published are other domains than the model has: " + text,
-                        "mdomain publish"});
+  for (const auto& [key, value] : values) {
+    if (key.rfind("additional_domain-", 0) == 0 && wanted.count(key) == 0 && !value.empty()) {
+      tell(key, value, "no such domain");
+    }
+  }
+  // The model itself, for programs that open it.
+  for (const char* key : {"mailserver_domain_db", "mdomain_model"}) {
+    if (values[key].empty()) {
+      tell(key, "nothing", "a file");
+    }
   }
 }
 
@@ -136,7 +176,8 @@ void CheckAddresses(Findings& findings) {
                         "domain " + std::to_string(domain_idx) + ": " +
                             Counted(names.size(), "user") +
                             " without an address: " + FirstOf(names),
-                        "mdomain user set DOMAIN USER --add-alias ALIAS"});
+                        "mdomain user set " + std::to_string(domain_idx) + " " + names.front() +
+                            " --add-alias ALIAS"});
   }
 }
 
