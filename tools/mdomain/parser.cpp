@@ -209,6 +209,13 @@ std::string Quoted(const std::string& words) {
   return "\"mdomain" + (words.empty() ? "" : " " + words) + "\"";
 }
 
+// "domain" and "names" give "domain names".
+std::string Behind(std::string words, const std::string& word) {
+  words += words.empty() ? "" : " ";
+  words += word;
+  return words;
+}
+
 std::string HelpFor(const std::string& words) {
   return "mdomain help" + (words.empty() ? "" : " " + words);
 }
@@ -258,11 +265,11 @@ void RequireKnownWords(const std::vector<const char*>& words) {
                     HelpFor(typed));
     }
     if (std::count(known.begin(), known.end(), word) == 0) {
-      const std::string wrong = typed + (typed.empty() ? "" : " ") + word;
-      throw Failure(kUsage, "there is no command \"" + wrong + "\"" + DidYouMean(word, known),
+      throw Failure(kUsage,
+                    "there is no command \"" + Behind(typed, word) + "\"" + DidYouMean(word, known),
                     HelpFor(typed));
     }
-    typed += (typed.empty() ? "" : " ") + word;
+    typed = Behind(typed, word);
     ++at;
   }
 }
@@ -287,7 +294,7 @@ Reached HowFar(const CLI::App& app) {
     const auto below = at->get_subcommands();
     at = below.empty() ? nullptr : below.front();
     if (at != nullptr) {
-      reached.words += (reached.words.empty() ? "" : " ") + at->get_name();
+      reached.words = Behind(reached.words, at->get_name());
     }
   }
   return reached;
@@ -297,7 +304,7 @@ Reached HowFar(const CLI::App& app) {
 std::string UnknownOption(const Reached& reached, int argc, const char* const* argv) {
   for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i) {
     const std::string word = argv[i];
-    const std::string option = word.substr(0, word.find('='));
+    std::string option = word.substr(0, word.find('='));
     const bool is_long = option.size() > 2 && option.rfind("--", 0) == 0;
     if (is_long && std::count(reached.options.begin(), reached.options.end(), option) == 0) {
       return option;
