@@ -13,7 +13,8 @@ namespace {
 
 constexpr int kBusyMilliseconds = 10000;  // as the handler waits before a query
 
-// A connection that only reads refuses a file with such a journal. One of a living writer stays.
+}  // namespace
+
 void RollBackKilledWriter(const std::string& path) {
   Connection writer;
   if (postara::sdk::Exist(path + "-journal") &&
@@ -21,8 +22,6 @@ void RollBackKilledWriter(const std::string& path) {
     writer.Run("PRAGMA user_version");
   }
 }
-
-}  // namespace
 
 bool Reader::Open() {
   if (!postara::sdk::Exist(path_)) {

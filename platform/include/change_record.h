@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -86,10 +87,13 @@ class MDOMAIN_EXPORT ChangeRecord {
 enum class RowSide { kBefore, kAfter };
 
 // Brings the rows of tables of one database to one side of the change, in a transaction that the
-// caller opened on `db`, with foreign keys deferred, and rolls back unless all went well. A row
-// that is on neither side is an obstacle: it is told, "TABLE: COLUMN = VALUE, ...", and nothing
-// more is written. SQLite's code of the first failure.
+// caller opened on `db` without foreign keys, and rolls back unless all went well. A row that is on
+// neither side is an obstacle: it is told, "TABLE: COLUMN = VALUE, ...", and nothing more is
+// written. What is in the columns `derived` follows from other rows: a row may differ there from
+// both sides. A row that is on its side already stays, so the same call may be made again. SQLite's
+// code of the first failure.
 MDOMAIN_EXPORT int ApplyChanges(sqlite3* db, const std::vector<TableChange>& changes, RowSide side,
+                                const std::set<std::string>& derived,
                                 std::vector<std::string>& obstacles);
 
 }  // namespace korvmailserver

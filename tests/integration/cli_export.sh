@@ -142,3 +142,15 @@ matches "who is left out" "$err" 'left out: user nobody'
 mdomain -y apply - <"$document" >"$scratch/said" 2>&1 || fail "apply from standard input: $(cat "$scratch/said")"
 carried "$document"
 good -y undo
+
+# A document that fails on the way leaves the DKIM keys of the domains that it had removed as they were.
+new_root keys
+good domain create example.com
+good export "$scratch/one.json"
+good domain create example.org
+mkdir "$etc/dkim.key" && (umask 077 && echo secret >"$etc/dkim.key/dkim.private-2")
+good postfix maps
+rm "$target/etc/postfix_addresses.lmdb" && mkdir "$target/etc/postfix_addresses.lmdb"
+run -y apply "$scratch/one.json"
+same "status of an apply that fails" "$status" 1
+same "the key of before" "$(stat -c %a "$etc/dkim.key/dkim.private-2") $(cat "$etc/dkim.key/dkim.private-2")" '600 secret'

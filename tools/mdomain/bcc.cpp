@@ -318,7 +318,10 @@ const Register kBcc({
          "for one address the first by name counts, and the others are shown.",
          Effect::kChangesHere,
          {},
-         MakeBccMaps},
+         MakeBccMaps,
+         "There is no --dry-run: the maps follow from the rules, and mdomain doctor tells where "
+         "they "
+         "differ."},
     },
 });
 

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 #include <utility>
 
@@ -23,6 +24,12 @@ std::map<std::string, Noun>& Table() {
 
 }  // namespace
 
+bool HasTrial(const Command& command) {
+  return command.without_trial.empty() &&
+         std::any_of(command.arguments.begin(), command.arguments.end(),
+                     [](const Argument& argument) { return argument.name == DryRunFlag().name; });
+}
+
 Register::Register(const Noun& noun) {
   Noun& entry = Table()[noun.name];
   entry.name = noun.name;
@@ -31,8 +38,11 @@ Register::Register(const Noun& noun) {
   }
   for (const Command& command : noun.commands) {
     entry.commands.push_back(command);
-    if (command.has_trial &&
-        (command.effect == Effect::kChanges || command.effect == Effect::kDestroys)) {
+    const bool changes = command.effect == Effect::kChanges || command.effect == Effect::kDestroys;
+    if (!command.without_trial.empty()) {
+      std::string& detail = entry.commands.back().detail;
+      detail += (detail.empty() ? "" : " ") + command.without_trial;
+    } else if (changes) {
       entry.commands.back().arguments.push_back(DryRunFlag());
     }
   }

@@ -217,11 +217,30 @@ void Markdown(Call& call) {
   call.out().Raw(out.str());
 }
 
+// A line for each command that changes something: its words, and whether it can be tried, shows by
+// itself what it would do, or says why not.
+void Changing(Call& call) {
+  std::vector<std::string> lines;
+  ForEachCommand([](const Noun&) {},
+                 [&](const Noun& noun, const Command& command) {
+                   const bool reads = command.effect == Effect::kReads && !HasTrial(command);
+                   if (!reads) {
+                     const std::string words =
+                         noun.name + (command.words.empty() ? "" : " " + command.words);
+                     lines.push_back(words + (HasTrial(command)               ? ": tried"
+                                              : command.without_trial.empty() ? ": silent"
+                                                                              : ": told"));
+                   }
+                 });
+  call.out().Texts(lines);
+}
+
 const Register kDocs({
     "docs",
     "",
     {
         {"man", "Print the manual page", "", Effect::kReads, {}, Man},
+        {"changing", "List the changing commands", "", Effect::kReads, {}, Changing},
         {"markdown", "Print the reference", "", Effect::kReads, {}, Markdown},
     },
 });

@@ -170,7 +170,8 @@ void Configure(Call& call) {
   if (call.Has("--apply") && call.Has("--print")) {
     throw Failure(kUsage, "--print changes nothing, --apply does: give one of them");
   }
-  if (call.Has("--apply")) {
+  const bool applies = call.Has("--apply") && !call.Has("--dry-run");
+  if (applies) {
     RequireOwnConfig(call);
   }
   const std::string folder =
@@ -184,12 +185,12 @@ void Configure(Call& call) {
   const LmtpSocket lmtp =
       target.IsLmtp() ? SocketFor(delivery.lmtp, call.Text("--postfix")) : LmtpSocket();
   RequireDovecot(main_file, lmtp.IsHere());
-  if (call.Has("--apply")) {
+  if (applies) {
     RequireRegistry();
   }
   const std::vector<DovecotFile> files = {DovecotQuery(folder, target),
                                           DovecotSettings(folder, lmtp, target)};
-  if (call.Has("--apply")) {
+  if (applies) {
     Apply(call, main_file, files);
   } else {
     Print(call, files);
@@ -210,13 +211,15 @@ const Register kDovecot({
          Effect::kChangesHere,
          {
              Flag("--print", "Print the files; so without --apply"),
+             Flag("--dry-run", "Print the files, with --apply too"),
              Flag("--apply", "Write them, and have a running Dovecot read them"),
              Option("--config", "DIR",
                     "The folder with dovecot.conf, which includes conf.d/*.conf; /etc/dovecot "
                     "without it"),
              Option("--postfix", "DIR", "The folder with Postfix's main.cf; its own without it"),
          },
-         Configure},
+         Configure,
+         ShowsItself()},
     },
 });
 

@@ -17,6 +17,7 @@
 #include "lib-domain/history/plan.h"
 #include "lib-domain/history/trial.h"
 #include "platform/include/process.h"
+#include "platform/include/root_path.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/text.h"
@@ -73,7 +74,7 @@ void RequireDryRunIfAsked(const Parsed& parsed) {
 }
 
 bool IsDryRun(const Parsed& parsed) {
-  return parsed.command->has_trial && parsed.values.count(kFlag) != 0;
+  return HasTrial(*parsed.command) && parsed.values.count(kFlag) != 0;
 }
 
 int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
@@ -88,7 +89,11 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::for_each(std::begin(kSignals), std::end(kSignals),
                   [](int number) { (void)std::signal(number, SIG_DFL); });
-    trial.Enter();
+    const std::string root = korvmailserver::RootPrefix();
+    if (!trial.Enter()) {
+      _exit(kFailed);
+    }
+    ShowInPlaceOf(korvmailserver::RootPrefix(), root);
     const int status = run(parsed);
     std::cout.flush();
     _exit(status);
@@ -122,10 +127,24 @@ std::string SummaryOf(const std::string& output) {
   return summary.substr(0, summary.find('\n'));
 }
 
+// The last thing that is said with --json is an object, which holds the message of a refusal; what
+// stands before it are warnings.
+std::string RefusalIn(const std::string& errors, std::string& warnings) {
+  const size_t last = errors.rfind("\n{\n");
+  const size_t begin = errors.rfind("{\n", 0) == 0 ? 0 : last == errors.npos ? last : last + 1;
+  warnings = errors.substr(0, begin);
+  Json::Value refusal;
+  std::istringstream stream(begin == errors.npos ? "" : errors.substr(begin));
+  std::string unparsed;
+  return Json::parseFromStream(Json::CharReaderBuilder(), stream, &refusal, &unparsed)
+             ? refusal["message"].asString()
+             : "";
+}
+
 }  // namespace
 
 std::string Forecast(const Parsed& parsed) {
-  if (parsed.command->effect != Effect::kDestroys || !parsed.command->has_trial) {
+  if (parsed.command->effect != Effect::kDestroys || !HasTrial(*parsed.command)) {
     return "";
   }
   const korvmailserver::ProgramEnd end = TryAlone(parsed.typed);
@@ -136,18 +155,7 @@ Trial Try(const std::vector<std::string>& typed, const std::string& input) {
   const korvmailserver::ProgramEnd end = TryAlone(typed, input);
   Trial trial;
   trial.status = end.status;
-  // The last thing that is said with --json is an object.
-  const size_t last = end.errors.rfind("\n{\n");
-  const size_t begin = end.errors.rfind("{\n", 0) == 0 ? 0
-                       : last == std::string::npos     ? last
-                                                       : last + 1;
-  trial.warnings = end.errors.substr(0, begin);
-  Json::Value refusal;
-  std::istringstream errors(begin == std::string::npos ? "" : end.errors.substr(begin));
-  std::string unparsed;
-  if (Json::parseFromStream(Json::CharReaderBuilder(), errors, &refusal, &unparsed)) {
-    trial.message = refusal["message"].asString();
-  }
+  trial.message = RefusalIn(end.errors, trial.warnings);
   std::istringstream stream(end.output);
   std::string error;
   if (end.status == kDone &&
@@ -165,7 +173,9 @@ AccountsForecast ForecastRefresh() {
   std::string error;
   if ((end.status != kDone && end.status != kSpared) ||
       !Json::parseFromStream(Json::CharReaderBuilder(), stream, &record, &error)) {
-    return {false, end.errors.substr(0, end.errors.find('\n'))};
+    std::string warnings;
+    const std::string message = RefusalIn(end.errors, warnings);
+    return {false, message.empty() ? warnings.substr(0, warnings.find('\n')) : message};
   }
   std::vector<std::string> sentences;
   for (const Json::Value& entry : record["plan"]) {
@@ -177,7 +187,10 @@ AccountsForecast ForecastRefresh() {
   return {true, FirstOf(sentences, "; ")};
 }
 
-PlanPrinter::PlanPrinter() : changes_(MDOMAIN::HISTORY::kEveryRow) {}
+PlanPrinter::PlanPrinter(const Parsed& parsed)
+    : changes_(MDOMAIN::HISTORY::kEveryRow, parsed.words == "publish"
+                                                ? MDOMAIN::HISTORY::Watch::kPublishedToo
+                                                : MDOMAIN::HISTORY::Watch::kStored) {}
 
 void PlanPrinter::Print(Call& call) {
   MDOMAIN::HISTORY::Changes changes;

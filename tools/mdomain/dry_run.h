@@ -43,7 +43,7 @@ AccountsForecast ForecastRefresh();
 // the command would have printed.
 class PlanPrinter {
  public:
-  PlanPrinter();
+  explicit PlanPrinter(const Parsed& parsed);
   void Print(Call& call);
 
  private:

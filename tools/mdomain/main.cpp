@@ -60,6 +60,7 @@ void Finish(Call& call, const Command& command, const Recorder& recorder) {
   recorder.Record();
   call.out().Flush();
   ShowErrors();
+  call.EndTelling();
   if (!why.empty()) {
     throw Failure(kUnpublished, "done here, not published: " + why + "; " + HowToPublish());
   }
@@ -88,7 +89,7 @@ bool& TellsJson() {
 }
 
 int Tell(Status status, const std::string& message) {
-  const std::string text = status == kFailed ? WithCause(message) : message;
+  const std::string text = AsShown(status == kFailed ? WithCause(message) : message);
   if (!TellsJson()) {
     std::cerr << "mdomain: " << Printable(text) << "\n";
     return status;
@@ -120,7 +121,7 @@ int Guarded(const Work& work) {
 int RunOnCopies(const Parsed& parsed) {
   return Guarded([&parsed] {
     ShowLog(parsed.options.verbose);  // what happens on copies is not for the machine's log
-    PlanPrinter printer;
+    PlanPrinter printer(parsed);
     GlobalOptions options = parsed.options;
     options.yes = true;
     Call call(options, parsed.values);

@@ -99,7 +99,10 @@ const Register kPostfix({
              Flag("--remove", "Remove them, and what makes them follow, instead"),
              PostfixConfigOption(),
          },
-         Maps},
+         Maps,
+         "There is no --dry-run: the maps follow from the model, and mdomain postfix check tells "
+         "where "
+         "they differ."},
     },
 });
 

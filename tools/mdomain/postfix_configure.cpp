@@ -253,10 +253,11 @@ void RequireMilter(const std::string& milter) {
 }
 
 void Configure(Call& call) {
+  const bool applies = call.Has("--apply") && !call.Has("--dry-run");
   if (call.Has("--apply") && call.Has("--print")) {
     throw Failure(kUsage, "--print only shows, --apply sets: give one of them");
   }
-  if (call.Has("--apply")) {
+  if (applies) {
     RequireOwnConfig(call);
   }
   const std::string milter = call.Text("--milter");
@@ -281,11 +282,14 @@ void Configure(Call& call) {
   for (const std::string& caution : cautions) {
     std::cerr << "mdomain: warning: " << Printable(caution) << "\n";
   }
-  if (obstacles.empty() || !call.Has("--apply")) {
+  const auto list = [&] { return ListWanted(host, content, lmtp, takes_utf8, milter); };
+  if (call.Has("--dry-run")) {
+    Print(call, list(), obstacles, cautions);
+  } else if (obstacles.empty() || !applies) {
     MakePostfixMaps();  // a map that main.cf names and that is missing stops all mail
     CompileWhereWanted(MapTypeFor(host));
-    const std::vector<Wanted> wanted = ListWanted(host, content, lmtp, takes_utf8, milter);
-    call.Has("--apply") ? Apply(call, host, wanted) : Print(call, wanted, obstacles, cautions);
+    const std::vector<Wanted> wanted = list();
+    applies ? Apply(call, host, wanted) : Print(call, wanted, obstacles, cautions);
     RemoveUnusedMaps(call, host);
   }
   if (!obstacles.empty()) {
@@ -306,6 +310,7 @@ const Register kConfigure({
          Effect::kChangesHere,
          {
              Flag("--print", "Print the lines; so without --apply"),
+             Flag("--dry-run", "Print the lines, with --apply too, and leave the maps alone"),
              Flag("--apply",
                   "Set them with postconf, after a copy of main.cf beside it, and reload Postfix "
                   "where it runs"),
@@ -314,7 +319,8 @@ const Register kConfigure({
                     "inet:HOST:PORT"),
              PostfixConfigOption(),
          },
-         Configure},
+         Configure,
+         ShowsItself()},
     },
 });
 

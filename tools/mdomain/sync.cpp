@@ -350,12 +350,13 @@ const Register kPublish({
       "Publish all domain data to the key store",
       "Refused when the model has no domain while domains are published, or while the older "
       "settings "
-      "name one: the model file may have been lost, or be that of another account domain.",
+      "name one: the model file may have been lost, or be that of another account domain. "
+      "--dry-run "
+      "compares with the key store of this machine, not with one that is shared.",
       Effect::kChanges,
       {ForceFlag("Publish also a model without domains, which empties what is published; remove "
                  "settings under domain indexes that are those of another model's domains")},
-      Publish,
-      false}},
+      Publish}},
 });
 
 }  // namespace
