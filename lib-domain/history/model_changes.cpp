@@ -54,13 +54,12 @@ bool IsWatched(const std::string& path, const std::string& table) {
 // Keys that every publication writes: from the model, and the paths of files.
 constexpr std::string_view kModelKeys[] = {"virtual_multiple_domain", "smtp_main_domain",
                                            "additional_domain-"};
-constexpr std::string_view kFileKeys[] = {"smtp_changed_uids",
-                                          "mdomain_model",
-                                          "bcc_db",
-                                          "alias_db",
-                                          "email_owner_db",
-                                          "mailserver_domain_db",
-                                          "sync_disclaimer_content_file-"};
+// They go and come back with a domain's texts; where only publishing is tried they are paths of
+// copies.
+constexpr std::string_view kTextKeys[] = {"sync_disclaimer_content_file-"};
+constexpr std::string_view kFileKeys[] = {
+    "smtp_changed_uids", "mdomain_model",  "bcc_db",
+    "alias_db",          "email_owner_db", "mailserver_domain_db"};
 
 template <size_t kCount>
 bool BeginsWithOne(const korvmailserver::SqlRow& row, const std::string_view (&keys)[kCount]) {
@@ -72,7 +71,8 @@ bool BeginsWithOne(const korvmailserver::SqlRow& row, const std::string_view (&k
 void LeaveOutPublished(Watch watch, std::vector<korvmailserver::TableChange>& tables) {
   const auto is_left_out = [watch](const korvmailserver::SqlRow& row) {
     return BeginsWithOne(row, kFileKeys) ||
-           (watch == Watch::kStored && BeginsWithOne(row, kModelKeys));
+           (watch == Watch::kStored ? BeginsWithOne(row, kModelKeys)
+                                    : BeginsWithOne(row, kTextKeys));
   };
   for (auto& table : tables) {
     if (table.table == "key_table") {

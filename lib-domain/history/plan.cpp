@@ -401,7 +401,7 @@ void PlanMaker::_TellMailSettings(const Changes& changes) {
 bool PlanMaker::_GoesWithOthers(const std::string& key, const Disclaimers& disclaimers) const {
   constexpr std::string_view kOfDomains[] = {"enable_dkim_sign-", "dkim_selector-"};
   const auto begins = [&](std::string_view begin) { return key.rfind(begin, 0) == 0; };
-  if (begins(kDisclaimers)) {
+  if (begins(kDisclaimers) || begins("sync_disclaimer_content_file-")) {
     return true;
   }
   return key == "mimedefang_enable"

@@ -9,7 +9,7 @@
 stored() {
   local table
   for table in $(sqlite3 "$1" "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'mdomain_%' AND name NOT LIKE 'sqlite_%'"); do
-    sqlite3 "$1" "SELECT '$table', * FROM \"$table\"" | grep -v '|smtp_changed_uids|' | sort
+    sqlite3 "$1" "SELECT '$table', * FROM \"$table\"" | grep -vE '[|](smtp_changed_uids|bcc_db|alias_db)[|]' | sort
   done
 }
 model() {
