@@ -16,9 +16,9 @@ namespace bench {
 
 namespace {
 
-constexpr double kEnoughMs = 250;
+constexpr double kEnoughMs = 800;
 constexpr int kMostRounds = 100;
-constexpr int kLeastRounds = 3;
+constexpr int kLeastRounds = 5;
 
 double Ms(const rusage& usage) {
   const auto ms = [](const timeval& time) {

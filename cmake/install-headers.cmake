@@ -9,7 +9,7 @@ foreach(header ${headers})
   string(REPLACE "#include \"lib-domain/" "#include \"mailserver-domain/" text "${text}")
   string(REPLACE "#include \"platform/include/" "#include \"mailserver-domain/platform/"
     text "${text}")
-  string(REGEX REPLACE "^lib-domain/" "" target ${header})
+  string(REGEX REPLACE "^lib-domain/(session/)?" "" target ${header})
   string(REPLACE "platform/include/" "platform/" target ${target})
   file(WRITE $ENV{DESTDIR}${INCLUDE_DIR}/mailserver-domain/${target} "${text}")
 endforeach()

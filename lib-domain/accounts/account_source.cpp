@@ -8,6 +8,7 @@
 
 #include "lib-domain/accounts/account_source_internal.h"
 #include "lib-domain/accounts/name_list.h"
+#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/log_line.h"
 #include "platform/include/account.h"
 
@@ -21,17 +22,6 @@ using INTERNAL::NameList;
 constexpr size_t kNameBufferSize = 492;
 // The members of more are read twice for nothing.
 constexpr size_t kFewGroups = 16;
-
-struct AccountConfiguration {
-  std::string win_domain_short_name;
-  std::string account_type;
-  std::string acc_domain_name;
-};
-
-AccountConfiguration& Configuration() {
-  static AccountConfiguration configuration;
-  return configuration;
-}
 
 using GroupPtr = std::unique_ptr<KORVGroup, decltype(&KORVGroupFree)>;
 
@@ -144,32 +134,28 @@ bool FullNameOf(const std::string& short_name, std::string& full_name) {
 }  // namespace
 
 bool DomainMailConfWinDomainShortNameGet(std::string& name) {
-  std::string& cached = Configuration().win_domain_short_name;
-  if (cached.empty() && mailConfGet("win_domain_short_name", cached) < 0) {
+  if (!BASE::GetAccountSetting("win_domain_short_name", name)) {
     LOG_ERROR("Get mailconf get fail SZK_SMTP_WIN_DOMAIN_SHORT_NAME");
     return false;
   }
-  name = cached;
   return true;
 }
 
 bool DomainMailConfCurrentAuthTypeGet(AUTH_TYPE& type) {
-  std::string& cached = Configuration().account_type;
-  if (cached.empty() && mailConfGet("account_type", cached) < 0) {
+  std::string text;
+  if (!BASE::GetAccountSetting("account_type", text)) {
     LOG_ERROR("Cannot get account_type");
     return false;
   }
-  type = ConvertAuthType(cached);
+  type = ConvertAuthType(text);
   return true;
 }
 
 bool DomainMailConfAccDomainNameGet(std::string& name) {
-  std::string& cached = Configuration().acc_domain_name;
-  if (cached.empty() && mailConfGet("acc_domain_name", cached) != 0) {
+  if (!BASE::GetAccountSetting("acc_domain_name", name)) {
     LOG_ERROR("Cannot get mailconf");
     return false;
   }
-  name = cached;
   return true;
 }
 
@@ -330,7 +316,7 @@ bool _AppendUserShortNamesBelongToGroupRealName(const std::string& group_real_na
 }
 
 void ResetAccountConfigurationForTest() {
-  Configuration() = {};
+  BASE::ForgetAccountSettings();
 }
 
 }  // namespace INTERNAL

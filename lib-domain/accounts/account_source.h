@@ -17,8 +17,9 @@
 namespace MDOMAIN::UTILS {
 
 // Configuration values that say which account source is in force. Each is kept for the life of the
-// process once it has been read and is not empty, so a process that switches the source must be
-// started anew. False and the argument untouched when the configuration cannot be read.
+// process once it has been read and is not empty, so a process must be started anew when the source
+// is switched: until then it changes no model and publishes nothing. False and the argument
+// untouched when the configuration cannot be read.
 //
 // The Windows domain's NetBIOS short name ("win_domain_short_name"), empty when none is set.
 MDOMAIN_EXPORT bool DomainMailConfWinDomainShortNameGet(std::string& name);

@@ -1,6 +1,10 @@
 #include "lib-domain/api/alias_entry.h"
 
 #include <algorithm>
+#include <iterator>
+#include <map>
+#include <set>
+#include <utility>
 
 #include "lib-domain/api/trigger.h"
 #include "lib-domain/base/log_line.h"
@@ -66,6 +70,37 @@ AliasEntry::Result Publish() {
   return INTERNAL::TriggerUpdater() ? AliasEntry::Result::kDone : AliasEntry::Result::kUnpublished;
 }
 
+// By index; empty with a log line when they cannot be read.
+std::map<int, std::string> DomainNames() {
+  std::vector<RECORD::Domain> domains;
+  std::map<int, std::string> names;
+  if (DB::Domain().ListNames(domains)) {
+    for (const RECORD::Domain& domain : domains) {
+      names.emplace(domain.GetDomainIdx(), domain.GetDomainName());
+    }
+  }
+  return names;
+}
+
+// Makes the entries of these names what they were.
+void TakeBack(::Alias& table, const std::vector<::Alias::Entry>& changed,
+              const std::vector<::Alias::Entry>& before) {
+  const auto key = [](const ::Alias::Entry& entry) {
+    return std::pair(entry.domain_id, FoldMapKey(entry.name));
+  };
+  std::map<std::pair<int, std::string>, const ::Alias::Entry*> known;
+  for (const ::Alias::Entry& entry : before) {
+    known.emplace(key(entry), &entry);
+  }
+  for (const ::Alias::Entry& entry : changed) {
+    const auto old = known.find(key(entry));
+    if (old == known.end() ? table.del(entry.name, entry.domain_id) < 0
+                           : table.set(*old->second) < 0) {
+      LOG_ERROR("Failed to take back, domain_id: [%d]", entry.domain_id);
+    }
+  }
+}
+
 }  // namespace
 
 bool AliasEntry::List(int domain_idx, std::vector<::Alias::Entry>& entries) {
@@ -75,6 +110,15 @@ bool AliasEntry::List(int domain_idx, std::vector<::Alias::Entry>& entries) {
   }
   std::copy_if(table.list().begin(), table.list().end(), std::back_inserter(entries),
                [domain_idx](const ::Alias::Entry& entry) { return entry.domain_id == domain_idx; });
+  return true;
+}
+
+bool AliasEntry::List(std::vector<::Alias::Entry>& entries) {
+  ::Alias table(PATHS::AliasDb());
+  if (!Load(table)) {
+    return false;
+  }
+  entries.insert(entries.end(), table.list().begin(), table.list().end());
   return true;
 }
 
@@ -209,6 +253,100 @@ AliasEntry::Result AliasEntry::_CheckWays(const ::Alias::Entry& entry) {
     if (!end.receiver.empty()) {
       return _Refuse(end.is_loop ? Result::kLoop : Result::kNobody, end.receiver);
     }
+  }
+  return Result::kDone;
+}
+
+AliasEntry::Result AliasEntry::SetAll(const std::vector<::Alias::Entry>& entries,
+                                      std::vector<std::string>& dead_ends) {
+  const korvmailserver::PublicationScope publication;
+  problem_.clear();
+  ::Alias table(PATHS::AliasDb());
+  if (!Load(table)) {
+    return Result::kFailed;
+  }
+  const std::vector<::Alias::Entry> before = table.list();
+  Result result = _CheckNames(entries, table);
+  for (auto entry = entries.begin(); result == Result::kDone && entry != entries.end(); ++entry) {
+    result = _CheckMembers(*entry);
+  }
+  if (result != Result::kDone) {
+    return result;
+  }
+  for (const ::Alias::Entry& entry : entries) {
+    const ::Alias::Entry* const stored = FindIn(table, entry.domain_id, entry.name);
+    ::Alias::Entry wanted = entry;
+    wanted.name = stored == nullptr ? entry.name : stored->name;
+    if (table.set(wanted) < 0) {
+      LOG_ERROR("Failed to set, domain_id: [%d]", entry.domain_id);
+      result = Result::kFailed;
+      break;
+    }
+  }
+  result = result == Result::kDone ? _CheckAllWays(entries, dead_ends) : result;
+  if (result != Result::kDone) {
+    TakeBack(table, entries, before);
+    return result;
+  }
+  return Publish();
+}
+
+// What Create and Set ask of a name, with one read per domain.
+AliasEntry::Result AliasEntry::_CheckNames(const std::vector<::Alias::Entry>& entries,
+                                           const ::Alias& table) {
+  const std::map<int, std::string> domains = DomainNames();
+  std::map<int, std::vector<std::string>> new_names;
+  for (const ::Alias::Entry& entry : entries) {
+    if (domains.count(entry.domain_id) == 0) {
+      return _Refuse(Result::kMissing, "domain " + std::to_string(entry.domain_id));
+    }
+    if (!UTILS::IsAccountAliasValid(entry.name)) {
+      return _Refuse(Result::kInvalid, entry.name);
+    }
+    if (FindIn(table, entry.domain_id, entry.name) == nullptr) {
+      new_names[entry.domain_id].push_back(entry.name);
+    }
+  }
+  for (const auto& [idx, names] : new_names) {
+    std::set<std::string> keys;
+    std::transform(names.begin(), names.end(), std::inserter(keys, keys.end()), FoldMapKey);
+    std::vector<std::string> aliases = names;
+    std::vector<RECORD::DomainUser> holders;
+    if (!CONTROL::INTERNAL::AddSameAddresses(idx, aliases) ||
+        !DB::INTERNAL::ListHoldersOf(idx, aliases, holders)) {
+      return Result::kFailed;
+    }
+    for (const RECORD::DomainUser& holder : holders) {
+      for (const auto& alias : holder.GetAliasDuplicatedPairs()) {
+        if (keys.count(FoldMapKey(alias.first)) != 0) {
+          return _Refuse(Result::kTaken, alias.first + " of " + holder.GetUserName());
+        }
+      }
+    }
+  }
+  return Result::kDone;
+}
+
+AliasEntry::Result AliasEntry::_CheckAllWays(const std::vector<::Alias::Entry>& entries,
+                                             std::vector<std::string>& dead_ends) {
+  const std::map<int, std::string> domains = DomainNames();
+  std::set<std::string> addresses;
+  for (const ::Alias::Entry& entry : entries) {
+    addresses.insert(FoldMapKey(entry.name) + "@" + domains.at(entry.domain_id));
+  }
+  std::vector<UTILS::DeadEnd> found;
+  if (!UTILS::ListDeadEnds(found)) {
+    return Result::kFailed;
+  }
+  for (const UTILS::DeadEnd& end : found) {
+    if (addresses.count(end.address) == 0) {
+      continue;
+    }
+    if (end.is_loop) {
+      return _Refuse(Result::kLoop, end.receiver);
+    }
+    dead_ends.push_back(end.address + ": " +
+                        (end.receiver.empty() ? "has no member" : "nobody has " + end.receiver));
   }
   return Result::kDone;
 }

@@ -3,6 +3,7 @@
 //
 // Names are local parts (RFC 5321, 6531) and compared without letter case, as Postfix does. A
 // changing call ends by publishing; when that fails it is kUnpublished, and the change stays.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_ALIAS_ENTRY_H
 #define LIB_DOMAIN_API_ALIAS_ENTRY_H
 
@@ -31,6 +32,8 @@ class MDOMAIN_EXPORT AliasEntry {
   // Appends the domain's entries by name, members in the order in which they were given. False with
   // a log line when they cannot be read.
   bool List(int domain_idx, std::vector<Alias::Entry>& entries);
+  // The same of all domains, by domain, with one read.
+  bool List(std::vector<Alias::Entry>& entries);
   // The entry of that name; without one `found` is false.
   bool Find(int domain_idx, const std::string& name, bool& found, Alias::Entry& entry);
 
@@ -40,11 +43,19 @@ class MDOMAIN_EXPORT AliasEntry {
   Result Create(const Alias::Entry& entry);
   Result Set(const Alias::Entry& entry);
   Result Delete(int domain_idx, const std::string& name);
+  // Creates or replaces all of these, each domain's name once, and publishes once. They may lead to
+  // each other in any order. One that has no member, or leads to an address of ours that nobody
+  // has, is stored, and told in `dead_ends` as "all@example.com: nobody has x@example.com"; all
+  // else is refused as by Create and Set, and then none is stored.
+  Result SetAll(const std::vector<Alias::Entry>& entries, std::vector<std::string>& dead_ends);
   // What was wrong with the last call: a member, or who has the name; may be empty.
   const std::string& Problem() const { return problem_; }
 
  private:
   Result _Check(const Alias::Entry& entry, bool is_new);
+  Result _CheckNames(const std::vector<Alias::Entry>& entries, const Alias& table);
+  Result _CheckAllWays(const std::vector<Alias::Entry>& entries,
+                       std::vector<std::string>& dead_ends);
   Result _CheckMembers(const Alias::Entry& entry);
   Result _CheckWays(const Alias::Entry& entry);
   Result _Store(const Alias::Entry& entry, bool must_be_new);

@@ -83,7 +83,8 @@ class MDOMAIN_EXPORT BCC {
   BCC& operator=(const BCC&) = delete;
 
   // Inserts rules in one transaction; a rule with the same name and type is replaced. Values are
-  // stored as they are, so the caller calls CheckRule first; one with a zero byte is refused.
+  // stored as they are, so the caller calls CheckRule first; one with a zero byte is refused, and
+  // so are rules for a domain that is not among the model's.
   int setBCC(const std::list<BccInfo>& rules);
   int setBCC(int domain_id, const std::list<BccInfo>& rules);
   int addBCC(int type, const std::string& name, const std::string& bcc_to);
@@ -121,7 +122,7 @@ class MDOMAIN_EXPORT BCC {
 
   // Says for a person what keeps a rule out of files and maps; empty when nothing does. A name is
   // an address (RFC 5321, 6531), an account or an alias; for a whole domain it is a domain. A
-  // destination is an address, an account or an alias.
+  // destination is an address, an account or an alias. A type that is none of BccType is told, too.
   static std::string CheckRule(const BccInfo& rule);
 
   // Appends a sentence for each destination of rules of the domain to which no copy can go: an

@@ -18,6 +18,7 @@ namespace MDOMAIN::API {
 
 bool Domain::_Catch(const std::function<bool()>& operation) {
   const korvmailserver::PublicationScope publication;
+  INTERNAL::BeginChange(error_code_);
   try {
     return operation();
   } catch (const korvmailserver::LogException& exception) {
@@ -32,7 +33,7 @@ bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
       LOG_ERROR("Failed to Create domain");
       return false;
     }
-    return INTERNAL::TriggerUpdater();
+    return INTERNAL::PublishChange(error_code_);
   });
 }
 
@@ -42,26 +43,28 @@ bool Domain::Set(const RECORD::Domain& domain) {
       LOG_ERROR("Failed to Set domain, domain_name: [%s]", domain.GetDomainName().c_str());
       return false;
     }
-    return INTERNAL::TriggerUpdater();
+    return INTERNAL::PublishChange(error_code_);
   });
 }
 
 bool Domain::SetPrimary(const int& domain_idx) {
+  INTERNAL::BeginChange(error_code_);
   if (!SetPrimaryDomain(domain_idx)) {
     LOG_ERROR("Failed to SetPrimaryDomain, domain_id: [%d]", domain_idx);
     return false;
   }
-  return INTERNAL::TriggerUpdater();
+  return INTERNAL::PublishChange(error_code_);
 }
 
 bool Domain::Delete(const std::vector<int>& domain_idxs) {
   const korvmailserver::PublicationScope publication;
+  INTERNAL::BeginChange(error_code_);
   if (!CONTROL::Domain::Delete(domain_idxs, false)) {
     LOG_ERROR("Failed to Delete domain_ids");
     INTERNAL::FinishLeftovers();
     return false;
   }
-  return INTERNAL::TriggerUpdater();
+  return INTERNAL::PublishChange(error_code_);
 }
 
 bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names) {
@@ -70,7 +73,7 @@ bool Domain::CreateAdditionalDomains(const int& domain_idx, const std::vector<st
       LOG_ERROR("Failed to CreateAdditionalDomains for domain_id: [%d]", domain_idx);
       return false;
     }
-    return INTERNAL::TriggerUpdater();
+    return INTERNAL::PublishChange(error_code_);
   });
 }
 
@@ -81,25 +84,27 @@ bool Domain::SetAdditionalDomains(const int& domain_idx, const std::vector<std::
       LOG_ERROR("Failed to UpdateAdditionalDomains for domain_id[%d]", domain_idx);
       return false;
     }
-    return INTERNAL::TriggerUpdater();
+    return INTERNAL::PublishChange(error_code_);
   });
 }
 
 bool Domain::DeleteAdditionalDomains(const int& domain_idx, const std::vector<std::string>& names) {
+  INTERNAL::BeginChange(error_code_);
   if (!CONTROL::Domain::DeleteAdditionalDomains(domain_idx, names)) {
     LOG_ERROR("Failed to DeleteAdditionalDomains for domain_id[%d]", domain_idx);
     return false;
   }
-  return INTERNAL::TriggerUpdater();
+  return INTERNAL::PublishChange(error_code_);
 }
 
 bool Domain::CreatePrimary(RECORD::Domain& domain, int& new_domain_idx) {
   const korvmailserver::PublicationScope publication;
+  INTERNAL::BeginChange(error_code_);
   if (!_CreatePrimaryImp(domain, new_domain_idx)) {
     LOG_ERROR("Failed to _CreatePrimaryImp");
     return false;
   }
-  return INTERNAL::TriggerUpdater();
+  return INTERNAL::PublishChange(error_code_);
 }
 
 // One transaction: whoever is killed in it leaves the domains and the primary one as they were. A
@@ -175,8 +180,9 @@ bool Domain::_FillPrimary(int domain_idx) {
 }
 
 bool Domain::Migrate(RECORD::Domain& domain, const std::vector<std::string>& additional_domains) {
-  return _Catch(
-      [&] { return _MigrateImp(domain, additional_domains) && INTERNAL::TriggerUpdater(); });
+  return _Catch([&] {
+    return _MigrateImp(domain, additional_domains) && INTERNAL::PublishChange(error_code_);
+  });
 }
 
 // One transaction: whoever is killed in it does not leave the domain without its further names.

@@ -2,9 +2,11 @@
 //
 // Reading calls are those of CONTROL::Domain: List, GetDelegatedDomainIds, GetDomainCount,
 // ListAdditionalDomains, IsAnyDomainsAdmin, IsDomainAdmin, GetDomainNameByIdx. Every changing call
-// ends by publishing all domain data and is false when that fails, although the change stays.
+// ends by publishing all domain data and is false when that fails, although the change stays: the
+// error number 5635 says so.
 // Objects are made per use. One thread at a time may use them, of all threads of a process: the
-// connection that they share takes no lock of its own.
+// connection that they share takes no lock of its own. A program with several threads guards all
+// calls of the library with one mutex.
 #ifndef LIB_DOMAIN_API_DOMAIN_H
 #define LIB_DOMAIN_API_DOMAIN_H
 
@@ -68,7 +70,8 @@ class MDOMAIN_EXPORT Domain : public CONTROL::Domain {
   bool Migrate(RECORD::Domain& domain, const std::vector<std::string>& additional_domains);
 
   // The API error number of the last refusal: that of an exception, or 5634 (CreatePrimary); 0 when
-  // there was none. A later success does not reset it, and a plain failure does not set it.
+  // there was none. A later success does not reset it, and a plain failure does not set it. 5635,
+  // of the last changing call alone: the change is stored, and could not be published.
   unsigned int GetErrorCode() const { return error_code_; }
 
  private:

@@ -2,7 +2,7 @@
 //
 // Reading calls are those of CONTROL::DomainGroup: List, GetDomainGroupsCount, ListMembers. Every
 // changing call ends by publishing all domain data and is false when that fails, although the
-// change stays.
+// change stays: the error number 5635 says so.
 // For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_DOMAIN_GROUP_H
 #define LIB_DOMAIN_API_DOMAIN_GROUP_H
@@ -33,6 +33,10 @@ class MDOMAIN_EXPORT DomainGroup : public CONTROL::DomainGroup {
   // The same for chosen users, for every group of the domain that they were removed from.
   bool RestoreMemberStatus(const int& domain_idx, const unsigned int& gid,
                            const std::vector<unsigned int>& uids);
+
+  // 5635 when the last changing call, of whichever object, stored its change and could not publish
+  // it, else 0.
+  static unsigned int GetErrorCode();
 
  private:
   static bool _AddAndTrigger(int domain_idx);

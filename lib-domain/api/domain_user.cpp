@@ -1,9 +1,11 @@
 // Users of domains as callers see them. Addresses stand in domain_user_address.cpp.
 #include "lib-domain/api/domain_user.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "lib-domain/api/trigger.h"
+#include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_group.h"
@@ -11,11 +13,24 @@
 #include "lib-domain/db/handler.h"
 #include "lib-domain/sync/auto_add_roles.h"
 #include "lib-domain/sync/membership.h"
+#include "lib-domain/utils/domain_utils.h"
 #include "platform/include/account.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/nodes.h"
 
 namespace MDOMAIN::API {
+
+namespace {
+
+unsigned int& ErrorCode() {
+  return INTERNAL::ErrorCodeOf("DomainUser");
+}
+
+}  // namespace
+
+unsigned int DomainUser::GetErrorCode() {
+  return ErrorCode();
+}
 
 bool DomainUser::Preview(const int& domain_idx,
                          std::vector<std::pair<std::string, std::string>> entries,
@@ -78,6 +93,7 @@ bool DomainUser::AddMembers(const int& domain_idx, const std::vector<std::string
                             const std::vector<std::string>& group_names,
                             std::vector<RECORD::DomainUserAlias>& aliases) {
   const korvmailserver::PublicationScope publication;
+  ErrorCode() = 0;
   if (!CONTROL::INTERNAL::FinishDepartures()) {
     return false;
   }
@@ -92,7 +108,7 @@ bool DomainUser::AddMembers(const int& domain_idx, const std::vector<std::string
       return false;
     }
   }
-  return INTERNAL::TriggerUpdater();
+  return INTERNAL::PublishChange(ErrorCode());
 }
 
 bool DomainUser::_AddMembersImp(const int& domain_idx, const std::vector<std::string>& user_names,
@@ -118,24 +134,49 @@ bool DomainUser::_AddMembersImp(const int& domain_idx, const std::vector<std::st
   return true;
 }
 
+// The store leaves such values out.
+bool DomainUser::_IsValid(const RECORD::DomainUser& user) {
+  const std::string role = user.GetRole();
+  if (!role.empty() && role != CONTROL::kRoleOfGroups && !UTILS::CheckRoleValid(role)) {
+    LOG_ERROR("There is no role [%s], domain_id: [%d], uid: [%u]", role.c_str(),
+              user.GetDomainIdx(), user.GetUID());
+    ErrorCode() = BASE::kApiErrorInvalid;
+    return false;
+  }
+  for (const RECORD::DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
+    if (!alias.IsValid()) {
+      LOG_ERROR("[%s] is no alias, domain_id: [%d], uid: [%u]", alias.GetAccountAlias().c_str(),
+                user.GetDomainIdx(), user.GetUID());
+      ErrorCode() = BASE::kApiErrorInvalid;
+      return false;
+    }
+  }
+  return true;
+}
+
 bool DomainUser::Set(std::vector<RECORD::DomainUser>& users,
                      std::vector<RECORD::DomainUser>& conflicts) {
   const korvmailserver::PublicationScope publication;
+  ErrorCode() = 0;
+  if (!std::all_of(users.begin(), users.end(), &DomainUser::_IsValid)) {
+    return false;
+  }
   if (!CONTROL::DomainUser::Set(users, conflicts)) {
     LOG_ERROR("Failed to set domain users");
     return false;
   }
-  return INTERNAL::TriggerUpdater();
+  return INTERNAL::PublishChange(ErrorCode());
 }
 
 bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& uids) {
   const korvmailserver::PublicationScope publication;
+  ErrorCode() = 0;
   if (!CONTROL::DomainUser::Delete(domain_idx, uids)) {
     LOG_ERROR("Failed to delete domain users, domain_id: [%d]", domain_idx);
     INTERNAL::FinishLeftovers();
     return false;
   }
-  return INTERNAL::TriggerUpdater();
+  return INTERNAL::PublishChange(ErrorCode());
 }
 
 }  // namespace MDOMAIN::API

@@ -2,7 +2,8 @@
 //
 // Reading calls that are CONTROL::DomainUser's own: List, GetDomainUsersCount, IsExists,
 // IsAliasExist, GetUsersWithoutRole, RemoveUsersWithoutRole, ListDuplicatedEmail. Every changing
-// call ends by publishing all domain data and is false when that fails, although the change stays.
+// call ends by publishing all domain data and is false when that fails, although the change stays:
+// the error number 5635 says so.
 // Lists and maps are added to, never cleared; a call that fails may have filled them in part.
 // For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_DOMAIN_USER_H
@@ -44,6 +45,8 @@ class MDOMAIN_EXPORT DomainUser : public CONTROL::DomainUser {
 
   // Replaces role ("group" leaves the role to the groups) and aliases of users. Users whose alias
   // collides or is another user's account name are written all the same and copied to `conflicts`.
+  // An empty role leaves the stored one. Nothing is changed when a role is none of these nor
+  // "domain_admin" nor "normal", or an alias is none: error number 5633.
   bool Set(std::vector<RECORD::DomainUser>& users, std::vector<RECORD::DomainUser>& conflicts);
 
   // Takes users out of the domain, with aliases, role and mail settings. A group does not bring
@@ -70,9 +73,14 @@ class MDOMAIN_EXPORT DomainUser : public CONTROL::DomainUser {
       std::function<void(const std::string& user_name, const std::vector<std::string>& emails)>;
   bool ForEachUserEmails(bool include_additional, const EmailVisitor& use);
 
+  // Of the last changing call, of whichever object: 5633 a value of Set that is none, 5635 the
+  // change is stored and could not be published; else 0.
+  static unsigned int GetErrorCode();
+
  private:
   using AliasGetter = std::function<bool(int domain_idx, std::vector<std::string>& aliases)>;
 
+  static bool _IsValid(const RECORD::DomainUser& user);
   bool _SetExtraInfo(RECORD::DomainUser& user);
   bool _AddMembersImp(const int& domain_idx, const std::vector<std::string>& user_names,
                       const std::vector<std::string>& group_names,

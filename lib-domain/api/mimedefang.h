@@ -11,6 +11,7 @@
 // text, or a number).
 //
 // Integer results are 0, or negative with one error line; boolean ones true, or false with one.
+// For one thread at a time, with all else of the library (domain.h).
 #ifndef LIB_DOMAIN_API_MIMEDEFANG_H
 #define LIB_DOMAIN_API_MIMEDEFANG_H
 
@@ -41,7 +42,8 @@ class MDOMAIN_EXPORT MimeDefang : public Config {
   int GetDisclaimerList(int domain_idx, Json::Value& list);
 
   // Replaces the domain's disclaimers and publishes their texts. A crash in between leaves the old
-  // or the new ones, never a list without its texts. `list` must be an array of objects.
+  // or the new ones, never a list without its texts. `list` must be an array of objects, nested no
+  // deeper than GetDisclaimerList reads (64 levels), for a domain of the model; [] for any.
   int SetDisclaimerList(int domain_idx, const Json::Value& list);
 
   // Whether `list` is an array of disclaimers as described above; otherwise `error` names the wrong

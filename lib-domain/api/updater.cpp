@@ -8,8 +8,9 @@ namespace MDOMAIN::API {
 
 bool Updater::_RunAndTrigger(bool (UTILS::Updater::*operation)()) {
   const korvmailserver::PublicationScope publication;
+  INTERNAL::BeginChange(error_code_);
   try {
-    return (this->*operation)() && INTERNAL::TriggerUpdater(*this, UTILS::ReconcileScope::kFull);
+    return (this->*operation)() && Trigger();
   } catch (const korvmailserver::LogException& exception) {
     error_code_ = BASE::ToApiError(exception.code);
     return false;
@@ -21,7 +22,12 @@ bool Updater::Refresh() {
 }
 
 bool Updater::Trigger() {
-  return INTERNAL::TriggerUpdater(*this, UTILS::ReconcileScope::kFull);
+  INTERNAL::BeginChange(error_code_);
+  if (INTERNAL::TriggerUpdater(*this, UTILS::ReconcileScope::kFull)) {
+    return true;
+  }
+  error_code_ = BASE::kApiErrorUnpublished;
+  return false;
 }
 
 bool Updater::InitDBIfNotExists() {

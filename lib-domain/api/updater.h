@@ -16,9 +16,11 @@ class MDOMAIN_EXPORT Updater : public UTILS::Updater {
   // UTILS::Updater::InitDBIfNotExists, likewise: also when there was nothing to create.
   bool InitDBIfNotExists();
   // UTILS::Updater::Trigger; what does not follow from the model is brought in line with it, too.
+  // False also while the key store would not keep what is published.
   bool Trigger();
   // The API error number of the last exception (5618 a taken name, 5633 an invalid one, else 117);
-  // 0 when there was none. A later success does not reset it.
+  // 0 when there was none. A later success does not reset it. 5635, of the last call alone: what
+  // the call did before is stored, and could not be published.
   unsigned int GetErrorCode() const { return error_code_; }
 
  private:

@@ -107,7 +107,7 @@ unsigned int ToApiError(korvmailserver::ErrorCode code) {
     case korvmailserver::ERR_DUPLICATE_DOMAIN_NAME:
       return 5618;
     case korvmailserver::ERR_INVALID_DOMAIN_NAME:
-      return 5633;
+      return kApiErrorInvalid;
     default:
       return kUnknown;
   }

@@ -92,6 +92,11 @@ MDOMAIN_EXPORT unsigned int ToApiError(korvmailserver::ErrorCode code);
 
 // What 2109 becomes: the accounts could not be read.
 constexpr unsigned int kApiErrorAccounts = 5634;
+// What 3003 becomes: a name, role or alias that is none.
+constexpr unsigned int kApiErrorInvalid = 5633;
+// The change is stored on this machine, and what follows from it is not published or not brought in
+// line with it; the log says why. The next change, refresh or publication tries again.
+constexpr unsigned int kApiErrorUnpublished = 5635;
 
 }  // namespace MDOMAIN::BASE
 

@@ -30,7 +30,7 @@ constexpr SpreadUnit kSpreadUnits[] = {
     {"lib-domain/sync/refresh", "lib-domain/utils/updater"},
 };
 
-const std::string kOwnPath = "lib-domain/base/log_line.cpp";
+constexpr std::string_view kOwnPath = "lib-domain/base/log_line.cpp";
 
 // What the compiler puts before the paths of this tree: this file's own path shows it.
 std::string TreePrefix() {
@@ -47,7 +47,7 @@ std::string WithoutEnding(const std::string& path) {
 }
 
 std::string TreePath(const char* file) {
-  static const std::string kPrefix = TreePrefix();
+  static const auto& kPrefix = *new std::string(TreePrefix());
   const std::string path = WithoutEnding(file);
   if (!kPrefix.empty() && path.compare(0, kPrefix.size(), kPrefix) == 0) {
     return path.substr(kPrefix.size());

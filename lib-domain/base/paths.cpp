@@ -32,6 +32,10 @@ std::string EmailOwnerDb() {
   return TargetEtcDir() + "email_owner.db";
 }
 
+std::string LoginDb() {
+  return TargetEtcDir() + "email_login.db";
+}
+
 std::string PostfixAddresses() {
   return TargetEtcDir() + "postfix_addresses";
 }

@@ -12,6 +12,7 @@ std::string DomainDb(const std::string& account_domain);  // .../etc/NAME_DOMAIN
 std::string SettingsDb();                                 // .../etc/mailserver.db
 std::string AliasDb();                                    // .../etc/alias.db
 std::string EmailOwnerDb();                               // .../target/etc/email_owner.db
+std::string LoginDb();                                    // .../target/etc/email_login.db
 // .../target/etc/postfix_addresses and postfix_domains; the files have ".lmdb" behind
 std::string PostfixAddresses();
 std::string PostfixDomains();

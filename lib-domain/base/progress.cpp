@@ -7,7 +7,7 @@ namespace MDOMAIN::BASE {
 namespace {
 
 ProgressListener& Listener() {
-  static ProgressListener listener;
+  static auto& listener = *new ProgressListener();
   return listener;
 }
 

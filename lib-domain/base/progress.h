@@ -9,7 +9,8 @@
 
 namespace MDOMAIN::BASE {
 
-// What is being done ("writing rows"), and with how many items of how many it is done.
+// What is being done ("writing rows"), and with how many items of how many it is done; of 0 where
+// nobody knows how many there will be.
 using ProgressListener = std::function<void(const char* doing, size_t done, size_t total)>;
 
 // From now on passes of this process tell the listener; an empty one ends that. It is called once

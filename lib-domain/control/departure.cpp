@@ -14,7 +14,9 @@
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/db/published_model.h"
+#include "lib-domain/db/read_scope.h"
 #include "platform/include/alias.h"
 #include "platform/include/batch_scope.h"
 
@@ -98,13 +100,48 @@ bool FinishRemovals(int domain_idx, const DB::DomainDepartures& departed) {
   return true;
 }
 
-bool Finish(int domain_idx, const DB::DomainDepartures& departed) {
+// What was on record at one moment.
+struct Record {
+  std::map<int, DB::DomainDepartures> departures;
+  std::string version;  // of the model then; empty when it is not known
+
+  bool Read() {
+    const DB::ReadScope of_one_moment;
+    if (!DB::Departure().List(departures)) {
+      return false;
+    }
+    if (!departures.empty() && !DB::INTERNAL::GetDataVersion(version)) {
+      version.clear();
+    }
+    return true;
+  }
+};
+
+// Under the lock of a BatchScope. All rows at once go without a look at each.
+bool ForgetFinished(const Record& record, int domain_idx, const DB::DomainDepartures& departed) {
+  DB::Departure store;
+  std::string now;
+  if (record.departures.size() == 1 && !record.version.empty() &&
+      DB::INTERNAL::GetDataVersion(now) && now == record.version) {
+    return store.DeleteAll();
+  }
+  return store.DeleteFinished(domain_idx, IdsOf(departed.users), IdsOf(departed.groups)) &&
+         (!departed.is_domain_deleted || store.DeleteDomains({domain_idx}));
+}
+
+bool Finish(const Record& record, int domain_idx, const DB::DomainDepartures& departed) {
   if (!FinishRemovals(domain_idx, departed) || !CleanUp(domain_idx, departed)) {
     return false;
   }
-  DB::Departure store;
-  return store.DeleteFinished(domain_idx, IdsOf(departed.users), IdsOf(departed.groups)) &&
-         (!departed.is_domain_deleted || store.DeleteDomains({domain_idx}));
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  if (!DB::INTERNAL::BeginWriting() || !ForgetFinished(record, domain_idx, departed)) {
+    return false;
+  }
+  if (scope.Commit() != 0) {
+    LOG_ERROR("Failed to commit what is done with those who left");
+    return false;
+  }
+  return true;
 }
 
 bool ListModel(std::set<int>& domain_idxs) {
@@ -134,15 +171,15 @@ bool Forget(const std::map<int, DB::DomainDepartures>& departures) {
   return DB::Departure().DeleteDomains(forgotten) && forgotten.size() == departures.size();
 }
 
-bool FinishAll(const std::map<int, DB::DomainDepartures>& departures) {
+bool FinishAll(const Record& record) {
   std::set<int> model;
   if (!ListModel(model)) {
     return false;
   }
   bool is_finished = true;
-  for (const auto& [domain_idx, departed] : departures) {
+  for (const auto& [domain_idx, departed] : record.departures) {
     if (model.count(domain_idx) != 0) {
-      is_finished = Finish(domain_idx, departed) && is_finished;
+      is_finished = Finish(record, domain_idx, departed) && is_finished;
     } else if (!model.empty() || departed.is_domain_deleted) {
       is_finished = ClearIndex(domain_idx) && is_finished;
     }
@@ -212,18 +249,18 @@ bool ForgetClearedDomains(const std::vector<int>& domain_idxs) {
 }
 
 bool FinishDepartures() {
-  std::map<int, DB::DomainDepartures> departures;
+  Record record;
   bool are_foreign = false;
-  if (!DB::Departure().List(departures)) {
+  if (!record.Read()) {
     return false;
   }
-  if (departures.empty()) {
+  if (record.departures.empty()) {
     return true;
   }
   if (!DB::INTERNAL::AreSettingsForeign(are_foreign)) {
     return false;
   }
-  return are_foreign ? Forget(departures) : FinishAll(departures);
+  return are_foreign ? Forget(record.departures) : FinishAll(record);
 }
 
 bool ListPendingDepartures(std::vector<PendingDeparture>& pending) {

@@ -48,6 +48,9 @@ bool IsCommitted(BatchScope& scope) {
     return true;
   }
   const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
+  if (handler == nullptr) {
+    return false;
+  }
   LOG_WARNING("Cannot commit to database [%s]: %s", handler->GetPath().c_str(),
               handler->GetErrText().c_str());
   return false;
@@ -55,12 +58,20 @@ bool IsCommitted(BatchScope& scope) {
 
 }  // namespace
 
+// Half a domain would be in the way of the next try.
 bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   if (!_StoreNew(domain, new_domain_idx)) {
+    scope.Drop();
     return false;
   }
   if (!_InitDomainRelatedSettings(new_domain_idx)) {
     LOG_ERROR("Failed to _InitDomainRelatedSettings, domain_id: [%d]", new_domain_idx);
+    scope.Drop();
+    return false;
+  }
+  if (!IsCommitted(scope)) {
+    LOG_ERROR("Failed to Create domain");
     return false;
   }
   return true;
@@ -69,7 +80,6 @@ bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
 // One transaction, begun before anything is read: no other process takes the index or the name in
 // between, and no first domain is without the primary mark after a crash.
 bool Domain::_StoreNew(RECORD::Domain& domain, int& new_domain_idx) {
-  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   int next_idx = -1;
   if (!DB::INTERNAL::BeginWriting() || !store_.GetNextDomainIDX(next_idx)) {
     LOG_ERROR("GetNextDomainID failed");
@@ -103,10 +113,6 @@ bool Domain::_StoreNew(RECORD::Domain& domain, int& new_domain_idx) {
   new_domain_idx = domain.GetDomainIdx();
   if (count == 0 && !store_.SetPrimaryDomain(new_domain_idx)) {
     LOG_ERROR("Failed to SetPrimaryDomain");
-    return false;
-  }
-  if (!IsCommitted(scope)) {
-    LOG_ERROR("Failed to Create domain");
     return false;
   }
   return true;
@@ -148,7 +154,11 @@ bool Domain::Set(const RECORD::Domain& domain) {
 
 bool Domain::Delete(const std::vector<int>& domain_idxs, bool allow_primary) {
   const INTERNAL::GivenNotice notice;
-  return _DeleteRows(domain_idxs, allow_primary) && _DeleteRelatedSettings(domain_idxs);
+  if (!_DeleteRows(domain_idxs, allow_primary)) {
+    return false;
+  }
+  // Within a caller's transaction the departure on record waits for the reconcile step.
+  return BatchScope::IsAnyOpen() || _DeleteRelatedSettings(domain_idxs);
 }
 
 bool Domain::_DeleteRows(const std::vector<int>& domain_idxs, bool allow_primary) {

@@ -26,8 +26,8 @@ class MDOMAIN_EXPORT Domain {
   // Stores a new domain under the next free index, which is written into `domain` and
   // `new_domain_idx`; the first domain of the database becomes the primary one. Throws 3003 when
   // the record is not valid, 3002 when the name is taken by a domain or an additional domain, in
-  // either spelling and whatever its case. When only the settings rows fail, the result is false
-  // and the domain stays.
+  // either spelling and whatever its case. A failure leaves nothing, unless the caller has a
+  // BatchScope of its own, which decides.
   bool Create(RECORD::Domain& domain, int& new_domain_idx);
 
   // Rewrites the domain of the record's index; an unknown index changes nothing and succeeds.

@@ -32,6 +32,9 @@ bool DomainGroup::Delete(const int& domain_idx, const std::vector<unsigned int>&
   if (!_DeleteRows(domain_idx, gids, uids)) {
     return false;
   }
+  if (BatchScope::IsAnyOpen()) {
+    return true;  // a caller's transaction: the departure on record waits for the reconcile step
+  }
   if (!_DeleteRelatedSettings(domain_idx, gids)) {
     LOG_ERROR("Failed to _DeleteRelatedSettings, domain_id: [%d]", domain_idx);
     return false;

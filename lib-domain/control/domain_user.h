@@ -32,6 +32,9 @@ class ModelImage;
 
 namespace MDOMAIN::CONTROL {
 
+// Given to DomainUser::Set in place of a role: the user's groups decide.
+constexpr const char* kRoleOfGroups = "group";
+
 class MDOMAIN_EXPORT DomainUser {
  public:
   // These forward to the store. Only users who hold a role are listed; the filter's offset and

@@ -75,6 +75,9 @@ bool DomainUser::Delete(const int& domain_idx, const std::vector<unsigned int>& 
     LOG_ERROR("Failed to UpdateDuplicateAlias, domain_id: [%d]", domain_idx);
     return false;
   }
+  if (BatchScope::IsAnyOpen()) {
+    return true;  // a caller's transaction: the departure on record waits for the reconcile step
+  }
   if (!_DeleteRelatedSettings(domain_idx, uids)) {
     LOG_ERROR("Failed to _DeleteRelatedSettings, domain_id: [%d]", domain_idx);
     return false;

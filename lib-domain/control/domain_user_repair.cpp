@@ -77,6 +77,9 @@ bool DomainUser::UpdateAllDuplicateAlias(const DB::INTERNAL::ModelImage& image) 
   if (uids.empty()) {
     return true;
   }
+  if (uids.size() > kFewUsers) {  // those who have names of entries, too
+    return UpdateAllDuplicateAlias();
+  }
   if (!ListAllDomains(domain_idxs)) {
     return false;
   }

@@ -18,9 +18,6 @@ namespace MDOMAIN::CONTROL {
 
 namespace {
 
-// Given in place of a role: the user's groups decide.
-constexpr const char* kRoleOfGroups = "group";
-
 using DomainUserKeys = std::vector<std::pair<int, unsigned int>>;
 
 DomainUserKeys KeysOf(const std::vector<RECORD::DomainUser>& users) {

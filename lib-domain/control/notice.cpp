@@ -31,7 +31,7 @@ void LogUnforgotten() {
 
 // Once for all announcements of a scope.
 void SendAfterCommit() {
-  static std::weak_ptr<bool> waiting;  // gone when the scope failed
+  static auto& waiting = *new std::weak_ptr<bool>();  // gone when the scope failed
   if (!waiting.expired()) {
     return;
   }

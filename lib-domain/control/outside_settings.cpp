@@ -85,7 +85,7 @@ bool FailsBehindTheRow(int domain_idx) {
 }  // namespace
 
 const std::vector<OutsideSetting>& OutsideSettings() {
-  static const std::vector<OutsideSetting> settings = {
+  static const auto& settings = *new std::vector<OutsideSetting>{
       {"aliases", &PATHS::AliasDb, &ListAliasDomains, &ClearAliases, true},
       {"limits", &PATHS::SettingsDb, &ListLimitDomains, &ClearLimits, false},
       {"BCC rules", &PATHS::SettingsDb, &ListBccDomains, &ClearBcc, true},

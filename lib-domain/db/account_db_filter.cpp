@@ -52,7 +52,7 @@ std::string Compose(const Mirror& mirror, const std::string& select, const std::
                     int limit, int offset) {
   std::vector<std::string> conditions;
   if (!query.empty()) {
-    conditions.push_back(mirror.name_column + (" LIKE '%" + EscapeQuery(query)) + "%'");
+    conditions.push_back(Like(mirror.name_column, query));
   }
   if (!ids.empty()) {
     conditions.push_back(mirror.id_column + (" IN (" + BASE::Join(ids, ",")) + ")");
@@ -93,3 +93,15 @@ bool HasQueryInput(const GroupDBFilter& filter) {
 }
 
 }  // namespace MDOMAIN::DB::INTERNAL
+
+namespace MDOMAIN::DB {
+
+void UserDBFilter::SetLiteralQuery(const std::string& text) {
+  query_ = INTERNAL::LiteralQuery(text);
+}
+
+void GroupDBFilter::SetLiteralQuery(const std::string& text) {
+  query_ = INTERNAL::LiteralQuery(text);
+}
+
+}  // namespace MDOMAIN::DB

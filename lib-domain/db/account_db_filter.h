@@ -19,6 +19,8 @@ class MDOMAIN_EXPORT UserDBFilter {
 
   // A text that the name contains, ASCII case ignored ("%" and "_" are wildcards).
   void SetQuery(const std::string& query) { query_ = query; }
+  // The same, where "%" and "_" mean themselves.
+  void SetLiteralQuery(const std::string& text);
   void SetUIDs(const std::vector<unsigned int>& uids) { uids_ = uids; }
   // Short or full account names, ASCII case ignored. Composing the query makes them full names with
   // the help of the account system. Apostrophes are doubled inside double quotes, so a name that
@@ -52,6 +54,8 @@ class MDOMAIN_EXPORT GroupDBFilter {
 
   // A text that the name contains, ASCII case ignored ("%" and "_" are wildcards).
   void SetQuery(const std::string& query) { query_ = query; }
+  // The same, where "%" and "_" mean themselves.
+  void SetLiteralQuery(const std::string& text);
   void SetGIDs(const std::vector<unsigned int>& gids) { gids_ = gids; }
   // As UserDBFilter::SetUserNames.
   void SetGroupNames(const std::vector<std::string>& group_names) { group_names_ = group_names; }

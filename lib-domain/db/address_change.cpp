@@ -103,7 +103,7 @@ Database DomainDb() {
 }  // namespace
 
 bool AreChangesLogged(bool& are_logged) {
-  return DomainDb().GetExists(kAreLogged, are_logged);
+  return DomainDb().GetExistsInSchema(kAreLogged, are_logged);
 }
 
 bool StartChangeLog() {

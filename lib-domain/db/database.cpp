@@ -7,6 +7,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain_db_filter.h"
+#include "lib-domain/db/remembered.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -101,6 +102,23 @@ bool Database::GetExists(const Sql& sql, bool& exists, SourceHere here) const {
   return true;
 }
 
+bool Database::GetExistsInSchema(const char* sql, bool& exists, SourceHere here) const {
+  return IsOpen(here) && Remember(*handler_, &korvmailserver::DatabaseNumbers::schema,
+                                  handler_->memory_->in_schema[sql], exists,
+                                  [&](bool& found) { return GetExists(sql, found, here); });
+}
+
+bool Database::ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>& read,
+                         std::vector<RECORD::Domain>& domains, SourceHere here) const {
+  std::vector<RECORD::Domain> listed;
+  if (!IsOpen(here) || !Remember(*handler_, &korvmailserver::DatabaseNumbers::changes,
+                                 handler_->memory_->names, listed, read)) {
+    return false;
+  }
+  domains.insert(domains.end(), listed.begin(), listed.end());
+  return true;
+}
+
 bool Database::GetCount(const DomainDBFilter& filter, const char* view, const char* select,
                         int& count, SourceHere here) const {
   DomainDBFilter own = filter;
@@ -120,6 +138,10 @@ bool Database::GetTableCount(const char* table, int& count, SourceHere here) con
 
 bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere here) const {
   if (!IsOpen(here)) {
+    return false;
+  }
+  if (sqlite3_get_autocommit(handler_->getDB()) != 0 && !handler_->IsOfSourceInForce()) {
+    LOG_ERROR_AT(here.file, here.line, "%s", failure);
     return false;
   }
   batch.KeepIn(handler_->kept_);

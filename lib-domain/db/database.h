@@ -13,6 +13,7 @@
 
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/sql.h"
+#include "lib-domain/record/domain.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -140,6 +141,11 @@ class Database {
                SourceHere here = SourceHere::Now()) const;
   // The answer of a "SELECT EXISTS" query.
   bool GetExists(const Sql& sql, bool& exists, SourceHere here = SourceHere::Now()) const;
+  // The same, of a constant question about sqlite_master.
+  bool GetExistsInSchema(const char* sql, bool& exists, SourceHere here = SourceHere::Now()) const;
+  // Appends the domains with index, name and mark of the primary one, as `read` lists them.
+  bool ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>& read,
+                 std::vector<RECORD::Domain>& domains, SourceHere here = SourceHere::Now()) const;
   // What `select` ("count(*)") gives for the filter's rows of a view, whatever the filter's page.
   bool GetCount(const DomainDBFilter& filter, const char* view, const char* select, int& count,
                 SourceHere here = SourceHere::Now()) const;

@@ -24,65 +24,76 @@ constexpr const char* kList =
     "name";
 
 // The ids are the first parameter of every statement, the domain, where there is one, the second.
-#define LEAVING "(SELECT uid FROM user_table WHERE uid IN (SELECT value FROM json_each(?1)))"
+#define LEAVING "(SELECT value FROM json_each(?1))"
 
-// Where the leaving users are: in the given domain, or wherever rows say so.
-#define IN_DOMAIN "SELECT ?2 AS domain_idx, uid FROM user_table WHERE uid IN " LEAVING
+// The leaving users, and where they are: in the given domain, or wherever rows say so.
+#define IN_DOMAIN "json_each(?1) CROSS JOIN user_table AS leaver ON leaver.uid = json_each.value"
 #define ANYWHERE                                                                                  \
-  "SELECT domain_idx, uid FROM domain_user_alias_table WHERE uid IN " LEAVING                     \
+  "(SELECT domain_idx, uid FROM domain_user_alias_table WHERE uid IN " LEAVING                    \
   " UNION SELECT domain_idx, uid FROM domain_user_role_table WHERE uid IN " LEAVING               \
   " UNION SELECT domain_idx, uid FROM domain_group_role_table INNER JOIN group_to_user_table ON " \
-  "domain_group_role_table.gid = group_to_user_table.gid WHERE uid IN " LEAVING
+  "domain_group_role_table.gid = group_to_user_table.gid WHERE uid IN " LEAVING                   \
+  ") AS place INNER JOIN user_table AS leaver ON leaver.uid = place.uid"
+#define OWN_IN_DOMAIN                                                                             \
+  "json_each(?1) CROSS JOIN domain_user_alias_table AS own ON own.domain_idx = ?2 AND own.uid = " \
+  "json_each.value"
+#define OWN_ANYWHERE \
+  "json_each(?1) CROSS JOIN domain_user_alias_table AS own ON own.uid = json_each.value"
 // Whether somebody who stays has the name, or the alias, in the domain. Where there are indexes for
-// it each is looked up; else those of all who stay are gathered once.
-#define HAS_NAME                                                                             \
+// it each is looked up; else those of all who stay are gathered once. The index of what is looked
+// up tells most rows that are the leaver's own from others, without a look at the ids.
+#define HAS_NAME(DOMAIN)                                                                     \
   "EXISTS (SELECT 1 FROM user_table AS other CROSS JOIN domain_user_alias_table AS held ON " \
-  "held.domain_idx = place.domain_idx AND held.uid = other.uid WHERE other.user_name = "     \
-  "leaver.user_name COLLATE NOCASE AND other.uid NOT IN " LEAVING ")"
+  "held.domain_idx = " DOMAIN                                                                \
+  " AND held.uid = other.uid WHERE other.user_name = leaver.user_name COLLATE NOCASE AND "   \
+  "other.uid <> leaver.uid AND other.uid NOT IN " LEAVING ")"
 // An alias that is NULL is nobody else's, but counts only where nobody has another one.
 #define HAS_ALIAS                                                                                \
   "EXISTS (SELECT 1 FROM domain_user_alias_table AS held WHERE held.account_alias = "            \
-  "own.account_alias COLLATE NOCASE AND held.domain_idx = own.domain_idx AND held.uid NOT "      \
-  "IN " LEAVING                                                                                  \
+  "own.account_alias COLLATE NOCASE AND held.domain_idx = own.domain_idx AND held.rowid <> "     \
+  "own.rowid AND held.uid NOT IN " LEAVING                                                       \
   ") OR own.account_alias IS NULL AND EXISTS (SELECT 1 FROM domain_user_alias_table AS "         \
   "held WHERE held.domain_idx = own.domain_idx AND held.account_alias IS NOT NULL AND held.uid " \
   "NOT IN " LEAVING ")"
-#define IS_AMONG_NAMES                                                                        \
-  "(place.domain_idx, lower(leaver.user_name)) IN (SELECT domain_idx, lower(user_name) FROM " \
-  "domain_user_alias_table INNER JOIN user_table ON domain_user_alias_table.uid = "           \
+#define IS_AMONG_NAMES(DOMAIN)                                                      \
+  "(" DOMAIN                                                                        \
+  ", lower(leaver.user_name)) IN (SELECT domain_idx, lower(user_name) FROM "        \
+  "domain_user_alias_table INNER JOIN user_table ON domain_user_alias_table.uid = " \
   "user_table.uid WHERE user_table.uid NOT IN " LEAVING ")"
 #define IS_AMONG_ALIASES                                                                         \
   "(own.domain_idx, lower(own.account_alias)) IN (SELECT domain_idx, lower(account_alias) FROM " \
   "domain_user_alias_table WHERE account_alias IS NOT NULL AND uid NOT IN " LEAVING ")"
-#define INSERT_USERS(PLACES, HAVE_NAME)                                                         \
-  "INSERT OR IGNORE INTO mdomain_departure_table SELECT place.domain_idx, 'user', leaver.uid, " \
-  "CASE WHEN " HAVE_NAME " THEN '' ELSE coalesce(leaver.user_name, '') END FROM (" PLACES       \
-  ") AS place INNER JOIN user_table AS leaver ON leaver.uid = place.uid"
-#define INSERT_ALIASES(CONDITION, HAVE_ALIAS)                                        \
-  "INSERT OR IGNORE INTO mdomain_departure_table SELECT domain_idx, 'alias', uid, "  \
-  "coalesce(account_alias, '') FROM domain_user_alias_table AS own WHERE " CONDITION \
-  "uid IN " LEAVING " AND NOT (" HAVE_ALIAS ")"
+#define INSERT_USERS(DOMAIN, LEAVERS, HAVE_NAME)                 \
+  "INSERT OR IGNORE INTO mdomain_departure_table SELECT " DOMAIN \
+  ", 'user', leaver.uid, CASE WHEN " HAVE_NAME(                  \
+      DOMAIN) " THEN '' ELSE coalesce(leaver.user_name, '') END FROM " LEAVERS
+#define INSERT_ALIASES(OWN, HAVE_ALIAS)                                                     \
+  "INSERT OR IGNORE INTO mdomain_departure_table SELECT own.domain_idx, 'alias', own.uid, " \
+  "coalesce(own.account_alias, '') FROM " OWN " WHERE NOT (" HAVE_ALIAS ")"
 struct Insertion {
   const char* users;
   const char* aliases;
 };
 // In a domain or in all, without and with indexes.
 constexpr Insertion kInDomain[] = {
-    {INSERT_USERS(IN_DOMAIN, IS_AMONG_NAMES),
-     INSERT_ALIASES("domain_idx = ?2 AND ", IS_AMONG_ALIASES)},
-    {INSERT_USERS(IN_DOMAIN, HAS_NAME), INSERT_ALIASES("domain_idx = ?2 AND ", HAS_ALIAS)}};
-constexpr Insertion kAnywhere[] = {
-    {INSERT_USERS(ANYWHERE, IS_AMONG_NAMES), INSERT_ALIASES("", IS_AMONG_ALIASES)},
-    {INSERT_USERS(ANYWHERE, HAS_NAME), INSERT_ALIASES("", HAS_ALIAS)}};
+    {INSERT_USERS("?2", IN_DOMAIN, IS_AMONG_NAMES),
+     INSERT_ALIASES(OWN_IN_DOMAIN, IS_AMONG_ALIASES)},
+    {INSERT_USERS("?2", IN_DOMAIN, HAS_NAME), INSERT_ALIASES(OWN_IN_DOMAIN, HAS_ALIAS)}};
+constexpr Insertion kAnywhere[] = {{INSERT_USERS("place.domain_idx", ANYWHERE, IS_AMONG_NAMES),
+                                    INSERT_ALIASES(OWN_ANYWHERE, IS_AMONG_ALIASES)},
+                                   {INSERT_USERS("place.domain_idx", ANYWHERE, HAS_NAME),
+                                    INSERT_ALIASES(OWN_ANYWHERE, HAS_ALIAS)}};
 constexpr const char* kInsertRemovals =
-    "INSERT OR IGNORE INTO mdomain_departure_table SELECT ?2, 'removal', uid, '' FROM user_table "
-    "WHERE uid IN " LEAVING;
+    "INSERT OR IGNORE INTO mdomain_departure_table SELECT ?2, 'removal', leaver.uid, '' "
+    "FROM " IN_DOMAIN;
 #undef INSERT_ALIASES
 #undef INSERT_USERS
 #undef IS_AMONG_ALIASES
 #undef IS_AMONG_NAMES
 #undef HAS_ALIAS
 #undef HAS_NAME
+#undef OWN_ANYWHERE
+#undef OWN_IN_DOMAIN
 #undef ANYWHERE
 #undef IN_DOMAIN
 #undef LEAVING
@@ -116,13 +127,10 @@ constexpr const char* kDeleteDomains =
     "DELETE FROM mdomain_departure_table WHERE domain_idx IN (%q)";
 
 // Of one domain: the ids of users, then those of groups.
-#define FINISHED                                                                                \
-  " mdomain_departure_table WHERE (domain_idx = %d AND (kind IN ('user', 'alias', 'removal') "  \
-  "AND id IN (SELECT value FROM json_each(?1)) OR kind = 'group' AND id IN (SELECT value FROM " \
-  "json_each(?2))))"
-constexpr const char* kDeleteFinished = "DELETE FROM" FINISHED;
-constexpr const char* kHasUnfinished = "SELECT EXISTS (SELECT 1 FROM" FINISHED " IS NOT TRUE)";
-#undef FINISHED
+constexpr const char* kDeleteFinished =
+    "DELETE FROM mdomain_departure_table WHERE domain_idx = ?1 AND (kind IN ('user', 'alias', "
+    "'removal') AND id IN (SELECT value FROM json_each(?2)) OR kind = 'group' AND id IN (SELECT "
+    "value FROM json_each(?3)))";
 constexpr const char* kDeleteAll = "DELETE FROM mdomain_departure_table";
 
 constexpr const char* kInsertFailure = "fail to insert mdomain_departure_table";
@@ -228,10 +236,13 @@ bool Departure::DeleteGroups(int domain_idx, const std::vector<unsigned int>& gi
 bool Departure::DeleteFinished(int domain_idx, const std::vector<unsigned int>& uids,
                                const std::vector<unsigned int>& gids) {
   StatementBatch batch;
-  const std::vector<std::string> ids = {JsonList(uids), JsonList(gids)};
-  // All rows at once go without a look at each.
-  batch.AddEither(FormatStatement(kHasUnfinished, domain_idx),
-                  FormatStatement(kDeleteFinished, domain_idx), kDeleteAll, ids);
+  batch.AddKept(Sql(kDeleteFinished, domain_idx, JsonList(uids), JsonList(gids)));
+  return _DomainDb().Run(batch, kDeleteFailure);
+}
+
+bool Departure::DeleteAll() {
+  StatementBatch batch;
+  batch.AddKept(kDeleteAll);
   return _DomainDb().Run(batch, kDeleteFailure);
 }
 
@@ -239,13 +250,13 @@ bool Departure::DeleteDomains(const std::vector<int>& domain_idxs) {
   bool exists = false;
   StatementBatch batch;
   batch.AddWithIds(kDeleteDomains, domain_idxs);
-  return _DomainDb().GetExists(kHasTable, exists) &&
+  return _DomainDb().GetExistsInSchema(kHasTable, exists) &&
          (!exists || _DomainDb().Run(batch, kDeleteFailure));
 }
 
 bool Departure::List(std::map<int, DomainDepartures>& departures) {
   bool exists = false;
-  if (!_DomainDb().GetExists(kHasTable, exists)) {
+  if (!_DomainDb().GetExistsInSchema(kHasTable, exists)) {
     return false;
   }
   const auto keep = [&departures](int domain_idx, const std::string& kind, unsigned int id,

@@ -61,6 +61,8 @@ class Departure {
   // Both, of one domain.
   bool DeleteFinished(int domain_idx, const std::vector<unsigned int>& uids,
                       const std::vector<unsigned int>& gids);
+  // All that is recorded, of all domains.
+  bool DeleteAll();
   // Everything about the domains.
   bool DeleteDomains(const std::vector<int>& domain_idxs);
 

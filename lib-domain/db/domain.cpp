@@ -164,14 +164,17 @@ bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) 
 }
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
-  return _DomainDb().Query<Columns<Int, Text, Flag>>(
-      kSelectNames, [&domains](int domain_idx, const std::string& name, bool is_primary) {
-        RECORD::Domain domain;
-        domain.SetDomainIdx(domain_idx);
-        domain.SetDomainName(name);
-        domain.SetIsPrimary(is_primary);
-        domains.push_back(std::move(domain));
-      });
+  const auto read = [this](std::vector<RECORD::Domain>& names) {
+    return _DomainDb().Query<Columns<Int, Text, Flag>>(
+        kSelectNames, [&names](int domain_idx, const std::string& name, bool is_primary) {
+          RECORD::Domain domain;
+          domain.SetDomainIdx(domain_idx);
+          domain.SetDomainName(name);
+          domain.SetIsPrimary(is_primary);
+          names.push_back(std::move(domain));
+        });
+  };
+  return _DomainDb().ListNames(read, domains);
 }
 
 bool Domain::GetDomainCount(DomainDBFilter& filter, int& count) {

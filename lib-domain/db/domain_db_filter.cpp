@@ -1,6 +1,10 @@
 // Composes the list, count and distinct-uid queries over the three domain views.
 #include "lib-domain/db/domain_db_filter.h"
 
+#include <algorithm>
+#include <array>
+#include <set>
+
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/statement.h"
@@ -9,6 +13,7 @@ namespace MDOMAIN::DB {
 
 namespace {
 
+constexpr int kNoDomain = -1;  // an empty list is that of all
 constexpr const char* kDomainView = "domain_view";
 constexpr const char* kDomainGroupView = "domain_group_view";
 
@@ -16,11 +21,34 @@ bool ListsUsers(const std::string& table_name) {
   return table_name == INTERNAL::kUserView || table_name == INTERNAL::kUserWithRoleView;
 }
 
-std::string Like(const std::string& column, const std::string& escaped_query) {
-  return column + " LIKE '%" + escaped_query + "%'";
+// A text that is none is left out, and what is left is no statement.
+bool IsSort(const std::string& column, const std::string& direction) {
+  constexpr std::array<const char*, 6> kColumns = {"uid",           "user_name", "account_alias",
+                                                   "is_duplicated", "role",      "domain_idx"};
+  constexpr std::array<const char*, 3> kDirections = {"", "asc", "desc"};
+  const auto is_one_of = [](const auto& known, const std::string& text) {
+    return std::any_of(known.begin(), known.end(),
+                       [&text](const char* one) { return BASE::EqualsIgnoreCase(text, one); });
+  };
+  return is_one_of(kColumns, column) && is_one_of(kDirections, direction);
 }
 
 }  // namespace
+
+void DomainDBFilter::LimitToDomainIdxs(const std::vector<int>& allowed) {
+  const std::set<int> is_allowed(allowed.begin(), allowed.end());
+  std::vector<int> left;
+  for (const int domain_idx : domain_idxs_.empty() ? allowed : domain_idxs_) {
+    if (is_allowed.count(domain_idx) != 0) {
+      left.push_back(domain_idx);
+    }
+  }
+  domain_idxs_ = left.empty() ? std::vector<int>{kNoDomain} : left;
+}
+
+void DomainDBFilter::SetLiteralQuery(const std::string& text) {
+  query_ = INTERNAL::LiteralQuery(text);
+}
 
 bool DomainDBFilter::SortsByRole() const {
   return BASE::ToLowerAscii(sort_by_).find("role") != std::string::npos;
@@ -44,17 +72,17 @@ std::string DomainDBFilter::_GetDomainIdxColumnByTableName() const {
   return "domain_idx";
 }
 
-std::string DomainDBFilter::_GetQueryCmdByTableName(const char* escaped_query) const {
+std::string DomainDBFilter::_GetQueryCmdByTableName(const char* query) const {
+  const auto either = [&](const char* name, const char* other) {
+    return INTERNAL::Like(name, query) + " OR " + INTERNAL::Like(other, query);
+  };
   if (table_name_ == kDomainView) {
-    return Like("domain_name", escaped_query) + " OR " + Like("domain_desc", escaped_query);
+    return either("domain_name", "domain_desc");
   }
   if (table_name_ == kDomainGroupView) {
-    return Like("group_name", escaped_query) + " OR " + Like("group_desc", escaped_query);
+    return either("group_name", "group_desc");
   }
-  if (ListsUsers(table_name_)) {
-    return Like("user_name", escaped_query) + " OR " + Like("account_alias", escaped_query);
-  }
-  return "";
+  return ListsUsers(table_name_) ? either("user_name", "account_alias") : "";
 }
 
 std::string DomainDBFilter::_GetDomainIdxCondition() const {
@@ -62,15 +90,14 @@ std::string DomainDBFilter::_GetDomainIdxCondition() const {
 }
 
 std::string DomainDBFilter::_GetQueryCondition() const {
-  const std::string escaped = INTERNAL::EscapeQuery(query_);
-  return query_type_.empty() ? _GetQueryCmdByTableName(escaped.c_str())
-                             : Like(_GetQueryColumnByQueryType(), escaped);
+  return query_type_.empty() ? _GetQueryCmdByTableName(query_.c_str())
+                             : INTERNAL::Like(_GetQueryColumnByQueryType(), query_);
 }
 
 std::string DomainDBFilter::_GetOrder() const {
   std::string order = " ORDER BY is_duplicated DESC";
   if (!sort_by_.empty()) {
-    order += ", " + sort_by_ + " " + sort_direction_;
+    order += ", " + (IsSort(sort_by_, sort_direction_) ? sort_by_ + " " + sort_direction_ : "");
   }
   return order;
 }

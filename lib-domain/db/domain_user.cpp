@@ -180,10 +180,6 @@ bool DomainUser::IsExists(const int& domain_idx, const std::string& user_name) {
   return _DomainDb().GetExists(Sql(kExists, domain_idx, user_name), exists) && exists;
 }
 
-bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
-  return _DomainDb().GetCount(filter, UserView(handler_), "count(distinct uid)", count);
-}
-
 bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
   DomainDBFilter own = filter;
   own.SetTableName(filter.SortsByRole() ? kUserView : UserView(handler_));

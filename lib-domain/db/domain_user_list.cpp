@@ -1,4 +1,5 @@
-// The users of a domain one after the other: the uids of a page by an index, and whole listings.
+// The users of a domain one after the other: their number, the uids of a page by an index, and
+// whole listings.
 #include <algorithm>
 #include <iterator>
 #include <map>
@@ -10,6 +11,7 @@
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/domain_user_internal.h"
+#include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/statement.h"
 
@@ -33,6 +35,17 @@ constexpr const char* kSelectRowsOfUsers =
     "SELECT domain_idx, uid, user_name, account_alias, role, is_duplicated, role IS NOT NULL FROM "
     "domain_user_view WHERE uid IN (%s) AND +domain_idx IN (SELECT domain_idx FROM domain_table) "
     "ORDER BY is_duplicated DESC, domain_idx, uid";
+// The users of one domain who have a role, as domain_user_with_role_view has them. Who has one is
+// gathered once: fewer look-ups than to ask for each.
+constexpr const char* kCountWithRole =
+    "SELECT count(*) FROM (SELECT DISTINCT uid FROM domain_user_alias_table WHERE domain_idx = ?1) "
+    "AS alias CROSS JOIN user_table ON user_table.uid = alias.uid WHERE alias.uid IN (SELECT uid "
+    "FROM domain_user_role_table WHERE domain_idx = ?1 AND role IS NOT NULL UNION ALL SELECT "
+    "member.uid FROM domain_group_role_table AS granted CROSS JOIN group_to_user_table AS member "
+    "ON member.gid = granted.gid WHERE granted.domain_idx = ?1 AND granted.role IS NOT NULL AND "
+    "NOT EXISTS (SELECT 1 FROM domain_group_removed_user_table AS removal WHERE removal.domain_idx "
+    "= ?1 AND removal.gid = member.gid AND removal.uid = member.uid) AND NOT EXISTS (SELECT 1 FROM "
+    "domain_user_role_table AS own WHERE own.domain_idx = ?1 AND own.uid = member.uid))";
 // Where ComposeUIDWalkCmd puts a row.
 constexpr int kBetween = 0;
 constexpr int kBehind = 2;
@@ -95,6 +108,16 @@ class UsersByName {
 };
 
 }  // namespace
+
+bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
+  const bool has_own_views = handler_ != nullptr && handler_->HasOwnViews();
+  if (has_own_views && filter.IsForWholeDomain()) {
+    return _DomainDb().Query<Columns<Int>>(Sql(kCountWithRole, filter.GetDomainIdxs().front()),
+                                           [&count](int users) { count = users; });
+  }
+  return _DomainDb().GetCount(filter, has_own_views ? kUserWithRoleView : kUserView,
+                              "count(distinct uid)", count);
+}
 
 // In the order of the index, in which a page is full early. The few that do not stand there in that
 // order are found by an index of their own.

@@ -10,14 +10,18 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/published_model.h"
+#include "lib-domain/db/remembered.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/db/sql.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
+#include "platform/include/lost_database.h"
 #include "platform/include/nodes.h"
 #include "platform/include/scope_guard.h"
 #include "platform/include/sqlite.h"
@@ -94,9 +98,13 @@ DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
     LOG_ERROR("GetUserGroupDomainConfigPath fail");
     return nullptr;
   }
+  if (!BASE::IsAccountSourceInForce("")) {
+    return nullptr;
+  }
   const Standing before = StandingOf(path);
   _singleDomainDBHandler = new DomainDBHandler(path);
   _singleDomainDBHandler->readMissingAsNew();
+  _singleDomainDBHandler->refuseLost();
   if (_singleDomainDBHandler->ConnectAndUpgrade() != 0) {
     LOG_ERROR("Domain db error");
     CloseDomainDBHandler();
@@ -110,12 +118,17 @@ DomainDBHandler* DomainDBHandler::GetDomainDBHandler() {
 }
 
 void DomainDBHandler::CloseDomainDBHandler() {
+  if (_singleDomainDBHandler != nullptr) {
+    korvmailserver::ForgetDatabase(_singleDomainDBHandler->path_);
+  }
   delete _singleDomainDBHandler;
   _singleDomainDBHandler = nullptr;
 }
 
 DomainDBHandler::DomainDBHandler(const std::string& path)
-    : DBHandler(path, ""), kept_(std::make_shared<INTERNAL::KeptStatements>()) {
+    : DBHandler(path, ""),
+      kept_(std::make_shared<INTERNAL::KeptStatements>()),
+      memory_(std::make_unique<INTERNAL::Memory>()) {
   err_ = -1;
 }
 
@@ -124,10 +137,11 @@ DomainDBHandler::~DomainDBHandler() {
 }
 
 bool DomainDBHandler::FollowFile() {
-  // An earlier call could not open it. A model that is missing is not made anew here.
-  const bool was_lost = db_ == nullptr && postara::sdk::Exist(path_);
-  if (is_pinned_ || BatchScope::IsAnyOpen() || (!was_lost && !isReplaced())) {
+  if (is_pinned_ || BatchScope::IsAnyOpen()) {
     return db_ != nullptr;
+  }
+  if (db_ != nullptr && lookAtFile() == FileNow::kSame) {
+    return true;
   }
   disconnect();
   if (ConnectAndUpgrade() != 0) {
@@ -135,6 +149,10 @@ bool DomainDBHandler::FollowFile() {
     disconnect();
   }
   return db_ != nullptr;
+}
+
+bool DomainDBHandler::IsOfSourceInForce() const {
+  return this != _singleDomainDBHandler || BASE::IsAccountSourceInForce(path_);
 }
 
 int DomainDBHandler::ConnectAndUpgrade() {
@@ -251,6 +269,7 @@ bool DomainDBHandler::_RunKept(const INTERNAL::Sql& sql, const RowVisitor& use,
 bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
                                 const RowVisitor& use, OnFailure on_failure) {
   const char* failure = nullptr;
+  BASE::Progress progress("reading rows", 0);
   // Who stays silent is followed by another read, which waits.
   const int milliseconds = on_failure == OnFailure::kThrow ? kSelectBusyMilliseconds : 0;
   const postara::ScopeGuard wait_again([&] {
@@ -263,7 +282,10 @@ bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTE
     failure = "Failed to prepare";
   } else if (sqlite3_busy_timeout(db_, milliseconds) != SQLITE_OK) {
     failure = "Failed to set busy timeout";
-  } else if (!statement.ForEachRow([&use](const auto& row) { return use(row); })) {
+  } else if (!statement.ForEachRow([&](const auto& row) {
+               progress.Step();
+               return use(row);
+             })) {
     failure = "sqlite3_step";
   }
   if (failure != nullptr && on_failure == OnFailure::kThrow) {
@@ -274,6 +296,7 @@ bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTE
 
 void DomainDBHandler::_BeforeClosing() {
   kept_->Clear();
+  *memory_ = {};
 }
 
 int DomainDBHandler::_InitPragma() {

@@ -23,6 +23,7 @@ namespace MDOMAIN::DB {
 namespace INTERNAL {
 class Database;
 class KeptStatements;
+struct Memory;
 class Sql;
 }  // namespace INTERNAL
 
@@ -31,11 +32,12 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // The process-wide handler, opened, upgraded and kept on first use. Null, with the reason logged,
   // when the file cannot be found, opened or upgraded; the next call tries again. It stays with the
   // path of that moment: when the root prefix or the account domain changes, close it to get the
-  // other file. Another file that takes its place there is opened (FollowFile); when the file is
-  // removed, reads go on in the old one and writes fail.
+  // other file. Another file that takes its place there is opened (FollowFile); while the file is
+  // missing it is null, and no empty one is made in its place.
   static DomainDBHandler* GetDomainDBHandler();
   // Closes it, so that the next GetDomainDBHandler opens anew. Stores that still exist keep a
-  // dangling handler: for the end of a program's use of the library.
+  // dangling handler: for the end of a program's use of the library. A file that is missing then is
+  // a new one.
   static void CloseDomainDBHandler();
 
   // Opens nothing.
@@ -51,11 +53,15 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // an older version too.
   int ConnectAndUpgrade();
   // Opens the file anew when another one has taken its place, as a pull does: from now on it is
-  // read. Nothing happens while a BatchScope or a ReadScope lives, which needs its file, or where
-  // there is no file now. True; false with the reason logged when the other one cannot be opened:
-  // then the handler is disconnected, and the next call tries again. Stores call it before each
-  // statement or batch.
+  // read. So does a process that was forked from the one that opened it. Nothing happens while a
+  // BatchScope or a ReadScope lives, which needs its file. True; false with the reason logged when
+  // the other one cannot be opened or the file is missing: then the handler is disconnected, and
+  // the next call tries again. Stores call it before each statement or batch.
   bool FollowFile();
+  // Whether the account source that this process works with, and with it the model, is still the
+  // one in force; only the process-wide handler's is asked. False with one log line: then nothing
+  // may be written or published. Stores ask before each write that begins a transaction.
+  bool IsOfSourceInForce() const;
   // Opens the file, creating it, sets its owner and mode and gives an empty file its schema. When
   // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
   int createDB();
@@ -92,6 +98,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
                  const RowVisitor& use, OnFailure on_failure);
 
   std::shared_ptr<INTERNAL::KeptStatements> kept_;
+  std::unique_ptr<INTERNAL::Memory> memory_;
   bool has_own_views_ = false;
   bool is_pinned_ = false;  // by a ReadScope
 

@@ -70,7 +70,7 @@ INTERNAL::Database Joining::_DomainDb() const {
 }
 
 bool Joining::_HasTables(bool& has_tables) {
-  return _DomainDb().GetExists(kHasTables, has_tables);
+  return _DomainDb().GetExistsInSchema(kHasTables, has_tables);
 }
 
 bool Joining::List(IdsByDomain& uids, IdsByDomain& gids) {

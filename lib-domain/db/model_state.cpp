@@ -3,8 +3,10 @@
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/read_scope.h"
+#include "lib-domain/db/schema.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/database_numbers.h"
+#include "platform/include/files.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
@@ -13,6 +15,9 @@ namespace {
 // Nothing else here uses this number of a database file, which changes and is rolled back with the
 // rows. A table of our own would not be the described schema.
 constexpr const char* kHasDomains = "SELECT EXISTS (SELECT 1 FROM domain_table)";
+constexpr const char* kLacksDomain =
+    "SELECT EXISTS (SELECT 1 FROM domain_table) AND NOT EXISTS (SELECT 1 FROM domain_table WHERE "
+    "domain_idx = %d)";
 constexpr const char* kSelectMark = "PRAGMA application_id";
 constexpr int kEmptied = 0x4D444F4D;
 constexpr const char* kSetEmptied = "PRAGMA application_id = %d";
@@ -60,6 +65,19 @@ bool ClearEmptied() {
   StatementBatch batch;
   batch.Add(FormatStatement(kSetEmptied, 0));
   return DomainDb().Run(batch, kEmptiedFailure);
+}
+
+bool IsUnknownDomain(int domain_idx, bool& is_unknown) {
+  is_unknown = false;
+  std::string path;
+  if (domain_idx == 0) {
+    return true;
+  }
+  if (!UTILS::GetUserGroupDomainConfigPath(path)) {
+    return false;
+  }
+  return !postara::sdk::Exist(path) ||
+         DomainDb().GetExists(Sql(kLacksDomain, domain_idx), is_unknown);
 }
 
 // Without a lock where the file tells it.

@@ -23,6 +23,10 @@ bool SetEmptiedIfEmpty();
 // Has the file forget it: its domains were never there for others to see.
 bool ClearEmptied();
 
+// Whether the model has domains and none of this index, so that nobody would ever see what is
+// stored under it. Index 0 is that of what belongs to no domain. Makes no model file.
+bool IsUnknownDomain(int domain_idx, bool& is_unknown);
+
 // A text that changes when another connection has committed, and may when this one has.
 bool GetDataVersion(std::string& version);
 

@@ -16,7 +16,7 @@ constexpr const char* kHasTable =
     "SELECT EXISTS (SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = "
     "'mdomain_notice_table')";
 constexpr const char* kInsert =
-    "INSERT OR IGNORE INTO mdomain_notice_table SELECT value FROM json_each('[%q]')";
+    "INSERT OR IGNORE INTO mdomain_notice_table SELECT value FROM json_each(?1)";
 constexpr const char* kInsertOne = "INSERT OR IGNORE INTO mdomain_notice_table VALUES(%u)";
 constexpr const char* kSelect = "SELECT uid FROM mdomain_notice_table ORDER BY uid";
 constexpr const char* kDelete = "DELETE FROM mdomain_notice_table";
@@ -38,14 +38,14 @@ bool Notice::Add(const std::vector<unsigned int>& uids) {
   if (uids.size() == 1) {
     batch.AddKept(Sql(kInsertOne, uids.front()));
   } else if (!uids.empty()) {
-    batch.AddWithIds(kInsert, uids);
+    batch.AddKept(Sql(kInsert, JsonList(uids)));
   }
   return _DomainDb().Run(batch, "fail to insert mdomain_notice_table");
 }
 
 bool Notice::List(std::vector<unsigned int>& uids) {
   bool exists = false;
-  return _DomainDb().GetExists(kHasTable, exists) &&
+  return _DomainDb().GetExistsInSchema(kHasTable, exists) &&
          (!exists || _DomainDb().Append<Columns<Uid>>(kSelect, uids));
 }
 

@@ -37,6 +37,9 @@ constexpr Index kIndexes[] = {
     {"mdomain_group_behind_domain",
      "group_table(substr(group_name, instr(group_name, '\\') + 1) COLLATE NOCASE) WHERE "
      "instr(group_name, '\\') > 0"},
+    // Whether any name has a domain behind it.
+    {"mdomain_user_before_domain", "user_table(uid) WHERE instr(user_name, '@') > 0"},
+    {"mdomain_group_before_domain", "group_table(gid) WHERE instr(group_name, '@') > 0"},
     {"mdomain_alias", "domain_user_alias_table(account_alias COLLATE NOCASE, domain_idx)"},
     // The few that are not plain.
     {"mdomain_administrator",

@@ -16,7 +16,8 @@ ReadScope::ReadScope(DomainDBHandler* handler) {
 ReadScope::ReadScope() {
   DomainDBHandler* const handler = DomainDBHandler::_singleDomainDBHandler;
   if (handler != nullptr && handler->getDB() != nullptr &&
-      (handler->is_pinned_ || BatchScope::IsAnyOpen() || !handler->isReplaced())) {
+      (handler->is_pinned_ || BatchScope::IsAnyOpen() ||
+       handler->lookAtFile() == DBHandler::FileNow::kSame)) {
     _Begin(handler);
   }
 }

@@ -3,6 +3,7 @@
 #define LIB_DOMAIN_DB_READ_SCOPE_H
 
 #include "lib-domain/db/handler.h"
+#include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
 
@@ -10,7 +11,7 @@ namespace MDOMAIN::DB {
 // also when another file takes the place of this one. Nothing may be written through the handler in
 // between, and others who write wait: keep it short. Inside another one, or inside a BatchScope
 // that has written, it changes nothing. The handler must outlive it.
-class ReadScope {
+class MDOMAIN_EXPORT ReadScope {
  public:
   explicit ReadScope(DomainDBHandler* handler);  // null: does nothing
   // Of the process-wide handler. Where that is not open, or another file has taken the place of its

@@ -3,6 +3,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "platform/include/files.h"
+#include "platform/include/lost_database.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
@@ -13,7 +14,8 @@ namespace {
 
 constexpr int kBusyMilliseconds = 10000;  // as the handler waits before a query
 
-// A connection that only reads refuses a file with such a journal. One of a living writer stays.
+}  // namespace
+
 void RollBackKilledWriter(const std::string& path) {
   Connection writer;
   if (postara::sdk::Exist(path + "-journal") &&
@@ -22,11 +24,9 @@ void RollBackKilledWriter(const std::string& path) {
   }
 }
 
-}  // namespace
-
 bool Reader::Open() {
   if (!postara::sdk::Exist(path_)) {
-    return true;
+    return !korvmailserver::IsDatabaseLost(path_);
   }
   RollBackKilledWriter(path_);
   if (connection_.Open(path_, Connection::Mode::kRead, kBusyMilliseconds) != SQLITE_OK) {

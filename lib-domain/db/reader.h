@@ -11,6 +11,10 @@
 
 namespace MDOMAIN::DB::INTERNAL {
 
+// Takes back what a killed writer left half-written, for whoever may write: a connection that only
+// reads refuses a file with such a journal. The journal of a living writer stays.
+void RollBackKilledWriter(const std::string& path);
+
 class MDOMAIN_EXPORT Reader {
  public:
   explicit Reader(const std::string& path) : path_(path) {}

@@ -32,6 +32,17 @@ std::string Replace(const char* format, const TextOf& text_of) {
   return text;
 }
 
+const char* FormatWith(std::map<const char*, std::string>& made, const char* format,
+                       const char* place) {
+  constexpr std::string_view kList = "(%q)";
+  std::string& with = made[format];
+  if (with.empty()) {
+    with = format;
+    with.replace(with.find(kList), kList.size(), place);
+  }
+  return with.c_str();
+}
+
 }  // namespace
 
 std::string FormatStatement(const char* format, ...) {
@@ -56,6 +67,25 @@ std::string EscapeQuery(const std::string& query) {
     escaped.append(width, c);
   }
   return escaped;
+}
+
+// Begins no search text that a person types: no name holds control characters.
+constexpr std::string_view kLiteralMark = "\x1b\x1b";
+
+std::string LiteralQuery(const std::string& text) {
+  return text.empty() ? "" : std::string(kLiteralMark) + text;
+}
+
+std::string Like(const std::string& column, const std::string& query) {
+  if (query.rfind(kLiteralMark, 0) != 0) {
+    return column + " LIKE '%" + EscapeQuery(query) + "%'";
+  }
+  std::string pattern;
+  for (const char c : query.substr(kLiteralMark.size())) {
+    pattern += c == '%' || c == '_' || c == '\\' ? "\\" : "";
+    pattern += c;
+  }
+  return column + " LIKE '%" + EscapeQuery(pattern) + "%' ESCAPE '\\'";
 }
 
 std::string WithParameters(const char* format) {
@@ -116,17 +146,13 @@ std::string JsonList(const std::vector<std::string>& texts) {
 }
 
 const char* FormatOfOne(const char* format) {
-  constexpr std::string_view kList = "(%q)";
-  static std::map<const char*, std::string> made;
-  std::string& of_one = made[format];
-  if (of_one.empty()) {
-    of_one = format;
-    const size_t list = of_one.find(kList);
-    if (list != std::string::npos) {
-      of_one.replace(list, kList.size(), "(%d)");
-    }
-  }
-  return of_one.find("%q") == std::string::npos && of_one != format ? of_one.c_str() : nullptr;
+  static auto& made = *new std::map<const char*, std::string>();
+  return FormatWith(made, format, "(%d)");
+}
+
+const char* FormatOfList(const char* format) {
+  static auto& made = *new std::map<const char*, std::string>();
+  return FormatWith(made, format, "(SELECT value FROM json_each('%q'))");
 }
 
 void StatementBatch::AddKept(const Sql& sql) {

@@ -31,6 +31,13 @@ std::string FormatStatement(const char* format, ...);
 // between the two halves of a doubled quote, which would end the literal.
 std::string EscapeQuery(const std::string& query);
 
+// The condition that the column contains the text, ASCII case ignored. Where it is literal, "%",
+// "_" and "\" in it mean themselves; else the first two are wildcards.
+std::string Like(const std::string& column, const std::string& query);
+// The search text whose wildcards mean themselves; Like knows it. Filters keep no flag for it:
+// their size is part of the interface.
+std::string LiteralQuery(const std::string& text);
+
 // A list of ids as texts joined by ",", in order, each short enough for one statement. An empty
 // list gives one empty text: "IN ()" is valid and matches nothing. For int and unsigned int.
 template <typename Id>
@@ -48,9 +55,10 @@ std::string WithParameters(const char* format);
 // `format` with the values in those places, as FormatStatement writes them.
 std::string WithValues(const char* format, const std::vector<std::string>& values);
 
-// `format` with one number in the place of its list of ids, "(%q)"; null where that is not its only
-// text. It lives as long as the process.
+// `format` with one number, or one value for JsonList, in the place of its list of ids, "(%q)".
+// They live as long as the process.
 const char* FormatOfOne(const char* format);
+const char* FormatOfList(const char* format);
 
 // The writes of one operation, in order; Database::Run runs them.
 class StatementBatch {
@@ -60,22 +68,6 @@ class StatementBatch {
     fits_ = fits_ && !statement.empty();
     const auto run = [statement](sqlite3* db) {
       return sqlite3_exec(db, statement.c_str(), nullptr, nullptr, nullptr);
-    };
-    steps_.push_back({std::move(statement), run});
-  }
-  // A statement with values in the places of "?1", "?2", wherever they stand, where `question`, one
-  // of "SELECT EXISTS" with the same values, is answered yes; else `otherwise`, which has none.
-  void AddEither(const std::string& question, std::string statement, std::string otherwise,
-                 std::vector<std::string> values) {
-    fits_ = fits_ && !question.empty() && !statement.empty();
-    const auto run = [question, statement, otherwise = std::move(otherwise),
-                      values = std::move(values)](sqlite3* db) {
-      bool answer = false;
-      const int result = _RunBound(db, question, values, answer);
-      bool none = false;
-      return result != SQLITE_OK ? result
-             : answer            ? _RunBound(db, statement, values, none)
-                                 : _RunBound(db, otherwise, {}, none);
     };
     steps_.push_back({std::move(statement), run});
   }
@@ -93,18 +85,16 @@ class StatementBatch {
   void AddValid(const char* format, const std::vector<Record>& records, const Values& values_of) {
     _AddEach(format, records, values_of, [](const Record& record) { return record.IsValid(); });
   }
-  // A statement whose last argument ("%q") is a list of ids, as often as JoinIdsInPieces needs.
-  template <typename Id, typename... Arguments>
-  void AddWithIds(const char* format, const std::vector<Id>& ids, Arguments... before) {
-    if constexpr ((std::is_integral_v<Arguments> && ...)) {
-      const char* const of_one = ids.size() == 1 ? FormatOfOne(format) : nullptr;
-      if (of_one != nullptr) {
-        AddKept(Sql(of_one, before..., ids.front()));
-        return;
-      }
+  // A statement whose last argument, "(%q)", is a list of ids, and whose others are numbers; as
+  // often as JoinIdsInPieces needs. It stays compiled.
+  template <typename Id, typename... Numbers>
+  void AddWithIds(const char* format, const std::vector<Id>& ids, Numbers... before) {
+    if (ids.size() == 1) {
+      AddKept(Sql(FormatOfOne(format), before..., ids.front()));
+      return;
     }
     for (const std::string& piece : JoinIdsInPieces(ids)) {
-      Add(FormatStatement(format, before..., piece.c_str()));
+      AddKept(Sql(FormatOfList(format), before..., "[" + piece + "]"));
     }
   }
 
@@ -154,20 +144,6 @@ class StatementBatch {
         tuple);
     const int result = statement.Step();
     statement.Reset();
-    return result == SQLITE_DONE ? SQLITE_OK : result;
-  }
-
-  // Its last row, if any, gives the answer.
-  static int _RunBound(sqlite3* db, const std::string& text, const std::vector<std::string>& values,
-                       bool& answer) {
-    korvmailserver::Statement statement(db, text);
-    for (size_t i = 0; i < values.size(); ++i) {
-      statement.Bind(static_cast<int>(i) + 1, values[i]);
-    }
-    int result = statement.Step();
-    for (; result == SQLITE_ROW; result = statement.Step()) {
-      answer = statement.Int(0) != 0;
-    }
     return result == SQLITE_DONE ? SQLITE_OK : result;
   }
 

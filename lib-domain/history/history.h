@@ -22,8 +22,8 @@ struct Entry {
   std::string person;  // account that ran the command, with sudo the one who asked for it
   std::string command;
   std::string summary;
-  // "done", "undone", "undoing" (a run that was interrupted); "refresh" and "undo", which are not
-  // taken back themselves.
+  // "done", "undoing" (an undo of it has not ended), "half undone" (nor can it, as things stand),
+  // "undone"; "refresh" and "undo", which are not taken back themselves.
   std::string state;
   std::string why_kept;  // why it cannot be taken back; empty where it may be tried
 };
@@ -49,13 +49,17 @@ struct UndoResult {
   std::string reason;
   std::vector<std::string> obstacles;
 };
-// The latest change that is "done" or "undoing"; `id` is 0 without one. False with one log line.
+// The change that an undo would take back: one that is "undoing" before all others, else the latest
+// that is not "undone"; `id` is 0 without one. False with one log line.
 MDOMAIN_EXPORT bool FindLast(Entry& entry);
 // Takes that change back, if it is `id`: rows and texts are put back as they were where each is as
 // the change left it, flags of collisions are set anew, and whose addresses changed is announced.
-// The caller publishes. False with one log line when something failed: then the same call goes on
-// with it.
+// It is "undoing" from then on; the entry in `result` has the state of before. The caller
+// publishes, tells, and calls EndUndo. Until then, and when something failed (false with one log
+// line), the same call does again what is missing and nothing else.
 MDOMAIN_EXPORT bool UndoLast(long long id, UndoResult& result);
+// The change is "undone", and no later undo takes it up again. False with one log line.
+MDOMAIN_EXPORT bool EndUndo(long long id);
 
 // Takes back a change that this process has made itself and has not recorded, in the same way.
 // False with one log line when something failed, or when somebody else has changed the same rows

@@ -7,6 +7,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/db/reader.h"
 #include "platform/include/files.h"
 #include "platform/include/new_file.h"
 
@@ -31,7 +32,11 @@ bool HistoryFile::OpenForWriting() {
 
 bool HistoryFile::OpenForReading() {
   path_ = PATHS::HistoryDb();
-  return !postara::sdk::Exist(path_) || _Open(Connection::Mode::kRead);
+  if (!postara::sdk::Exist(path_)) {
+    return true;
+  }
+  DB::INTERNAL::RollBackKilledWriter(path_);
+  return _Open(Connection::Mode::kRead);
 }
 
 bool HistoryFile::Fail() const {

@@ -186,6 +186,7 @@ bool FromBytes(const std::string& bytes, const std::string& folder, Changes& cha
                          reader.Read(is_there) && reader.Text(change.before) &&
                          reader.Text(change.after);
     change.was_there = was_there != 0;
+    change.is_held = change.was_there;
     change.is_there = is_there != 0;
     return is_read && change.path.find("..") == std::string::npos;
   };

@@ -22,7 +22,7 @@ namespace MDOMAIN::HISTORY {
 namespace {
 
 // Of the model; its other tables are the program's own notes.
-const std::set<std::string> kModelTables = {
+const auto& kModelTables = *new std::set<std::string>{
     "user_table",
     "group_table",
     "group_to_user_table",
@@ -35,7 +35,7 @@ const std::set<std::string> kModelTables = {
     "primary_domain_table",
 };
 constexpr const char* kFileFolders[] = {"disclaimer_content", "dkim.key"};
-// A process may have some thousand at most; a change of further files is told and not kept.
+// A process may have some thousand at most; what is in further ones is read.
 constexpr size_t kMostOpenFiles = 200;
 
 bool EndsWith(const std::string& text, const std::string& end) {
@@ -51,21 +51,34 @@ bool IsWatched(const std::string& path, const std::string& table) {
          (name == "keystore.db" && table == "key_table");
 }
 
-// Keys that every publication writes from the model.
-bool IsPublished(const korvmailserver::SqlRow& row) {
-  constexpr std::string_view kKeys[] = {"virtual_multiple_domain", "smtp_main_domain",
-                                        "additional_domain-", "smtp_changed_uids"};
-  return !row.empty() &&
-         std::any_of(std::begin(kKeys), std::end(kKeys),
-                     [&](std::string_view begin) { return row[0].bytes.rfind(begin, 0) == 0; });
+// Keys that every publication writes: from the model, and the paths of files.
+constexpr std::string_view kModelKeys[] = {"virtual_multiple_domain", "smtp_main_domain",
+                                           "additional_domain-"};
+// They go and come back with a domain's texts; where only publishing is tried they are paths of
+// copies.
+constexpr std::string_view kTextKeys[] = {"sync_disclaimer_content_file-"};
+constexpr std::string_view kFileKeys[] = {
+    "smtp_changed_uids", "mdomain_model",  "bcc_db",
+    "alias_db",          "email_owner_db", "mailserver_domain_db"};
+
+template <size_t kCount>
+bool BeginsWithOne(const korvmailserver::SqlRow& row, const std::string_view (&keys)[kCount]) {
+  return !row.empty() && std::any_of(std::begin(keys), std::end(keys), [&](std::string_view begin) {
+    return row[0].bytes.rfind(begin, 0) == 0;
+  });
 }
 
-void LeaveOutPublished(std::vector<korvmailserver::TableChange>& tables) {
+void LeaveOutPublished(Watch watch, std::vector<korvmailserver::TableChange>& tables) {
+  const auto is_left_out = [watch](const korvmailserver::SqlRow& row) {
+    return BeginsWithOne(row, kFileKeys) ||
+           (watch == Watch::kStored ? BeginsWithOne(row, kModelKeys)
+                                    : BeginsWithOne(row, kTextKeys));
+  };
   for (auto& table : tables) {
     if (table.table == "key_table") {
       table.rows.erase(std::remove_if(table.rows.begin(), table.rows.end(),
-                                      [](const auto& row) {
-                                        return IsPublished(row.before) || IsPublished(row.after);
+                                      [&](const auto& row) {
+                                        return is_left_out(row.before) || is_left_out(row.after);
                                       }),
                        table.rows.end());
     }
@@ -115,34 +128,48 @@ bool ListFiles(const std::string& folder, std::map<std::string, std::string>& st
   return true;
 }
 
-std::string BytesOf(int file) {
-  std::string bytes;
+bool ReadWhole(int file, std::string& bytes) {
   char piece[65536];
-  for (ssize_t size = 0;
-       (size = pread(file, piece, sizeof(piece), static_cast<off_t>(bytes.size()))) > 0;) {
+  ssize_t size = 0;
+  while ((size = pread(file, piece, sizeof(piece), static_cast<off_t>(bytes.size()))) > 0) {
     bytes.append(piece, static_cast<size_t>(size));
   }
-  return bytes;
+  return size == 0;
 }
 
 }  // namespace
 
-ModelChanges::ModelChanges(size_t most_rows)
+ModelChanges::ModelChanges(size_t most_rows, Watch watch)
     : folder_(DatabaseFolder()),
+      watch_(watch),
       record_(
           [this](const std::string& path, const std::string& table) {
             return path.rfind(folder_, 0) == 0 && path.find('/', folder_.size()) == path.npos &&
                    IsWatched(path, table);
           },
-          most_rows) {
-  std::map<std::string, std::string> stamps;
-  ListFiles(folder_, stamps);
+          most_rows) {}
+
+void ModelChanges::WatchFiles() {
+  if (watches_files_) {
+    return;
+  }
+  watches_files_ = true;
+  Stamps stamps;
+  are_files_known_ = ListFiles(folder_, stamps);
   size_t open_files = 0;
   for (const auto& [path, stamp] : stamps) {
     files_[path].stamp = stamp;
-    if (path.rfind(kTexts, 0) == 0 && open_files++ < kMostOpenFiles) {
-      files_[path].file = open((folder_ + path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    }
+    _Keep(folder_ + path, files_[path], open_files);
+  }
+}
+
+void ModelChanges::_Keep(const std::string& path, Kept& kept, size_t& open_files) const {
+  kept.file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  kept.is_held = kept.file >= 0 && fstat(kept.file, &kept.info) == 0;
+  if (kept.is_held && ++open_files > kMostOpenFiles) {
+    kept.is_held = ReadWhole(kept.file, kept.bytes);
+    close(kept.file);
+    kept.file = -1;
   }
 }
 
@@ -158,42 +185,60 @@ bool FileChange::IsKept() const {
   return path.rfind(kTexts, 0) == 0;
 }
 
+// Adds the file if it differs. False with one log line when it cannot be told.
+bool ModelChanges::_ListFile(const std::string& path, const Stamps& now, Changes& changes) const {
+  const auto kept = files_.find(path);
+  const auto found = now.find(path);
+  FileChange change;
+  change.path = path;
+  change.was_there = kept != files_.end();
+  change.is_there = found != now.end();
+  if (change.was_there && change.is_there && kept->second.stamp == found->second) {
+    return true;
+  }
+  if (change.was_there) {
+    constexpr mode_t kPermissions = 07777;
+    change.before = kept->second.bytes;
+    change.mode = kept->second.info.st_mode & kPermissions;
+    change.uid = kept->second.info.st_uid;
+    change.gid = kept->second.info.st_gid;
+    change.is_held = kept->second.is_held &&
+                     (kept->second.file < 0 || ReadWhole(kept->second.file, change.before));
+  }
+  if (change.IsKept()) {
+    changes.is_whole = changes.is_whole && (!change.was_there || change.is_held);
+    if (change.is_there && korvmailserver::ReadFile(folder_ + path, change.after) < 0) {
+      LOG_ERROR("Cannot read [%s%s]: %s", folder_.c_str(), path.c_str(), std::strerror(errno));
+      return false;
+    }
+  }
+  if (change.was_there != change.is_there || !change.IsKept() || change.before != change.after) {
+    changes.files.push_back(std::move(change));
+  }
+  return true;
+}
+
 bool ModelChanges::List(Changes& changes) const {
   changes.is_whole = record_.IsWhole();
-  std::map<std::string, std::string> stamps;
-  if (!record_.List(changes.tables) || !ListFiles(folder_, stamps)) {
+  Stamps now;
+  if (!record_.List(changes.tables) ||
+      (watches_files_ && (!are_files_known_ || !ListFiles(folder_, now)))) {
     changes.is_whole = false;
     return false;
   }
-  LeaveOutPublished(changes.tables);
+  LeaveOutPublished(watch_, changes.tables);
   std::set<std::string> paths;
+  for (const Stamps::value_type& file : now) {
+    paths.insert(file.first);
+  }
   for (const auto& [path, kept] : files_) {
     paths.insert(path);
   }
-  for (const auto& [path, stamp] : stamps) {
-    paths.insert(path);
-  }
-  for (const std::string& path : paths) {
-    const auto kept = files_.find(path);
-    const auto now = stamps.find(path);
-    FileChange change{path, kept != files_.end(), now != stamps.end(), "", ""};
-    if (change.was_there && change.is_there && kept->second.stamp == now->second) {
-      continue;
-    }
-    if (change.IsKept()) {
-      changes.is_whole = changes.is_whole && (!change.was_there || kept->second.file >= 0);
-      change.before = change.was_there ? BytesOf(kept->second.file) : "";
-      if (change.is_there && korvmailserver::ReadFile(folder_ + path, change.after) < 0) {
-        LOG_ERROR("Cannot read [%s%s]: %s", folder_.c_str(), path.c_str(), std::strerror(errno));
-        changes.is_whole = false;
-        return false;
-      }
-    }
-    if (change.was_there != change.is_there || !change.IsKept() || change.before != change.after) {
-      changes.files.push_back(std::move(change));
-    }
-  }
-  return true;
+  const bool is_listed = std::all_of(paths.begin(), paths.end(), [&](const std::string& path) {
+    return _ListFile(path, now, changes);
+  });
+  changes.is_whole = changes.is_whole && is_listed;
+  return is_listed;
 }
 
 }  // namespace MDOMAIN::HISTORY

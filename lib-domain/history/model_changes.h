@@ -4,6 +4,8 @@
 #ifndef LIB_DOMAIN_HISTORY_MODEL_CHANGES_H
 #define LIB_DOMAIN_HISTORY_MODEL_CHANGES_H
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <map>
 #include <string>
@@ -19,10 +21,14 @@ struct FileChange {
   std::string path;  // below the folder of the databases, "disclaimer_content/domain-1"
   bool was_there = false;
   bool is_there = false;
-  std::string before;  // the bytes of a text; those of a key are secret, and not kept
-  std::string after;
+  std::string before;    // the bytes; those of a key for this process alone
+  std::string after;     // of a text
+  bool is_held = false;  // whether `before` could be read
+  mode_t mode = 0;       // of a key as it was, with its owner
+  uid_t uid = 0;
+  gid_t gid = 0;
 
-  bool IsKept() const;  // whether the bytes are
+  bool IsKept() const;  // whether the history keeps the bytes: those of a key are secret
 };
 
 struct Changes {
@@ -36,27 +42,44 @@ struct Changes {
 // More rows than a first refresh of a million users touches.
 constexpr size_t kEveryRow = 20000000;
 
+// Keys that a publication writes from the model say nothing new, but where publishing is all.
+enum class Watch { kStored, kPublishedToo };
+
 // Begin before any database is opened, in the root that is in force then. What the program keeps
 // for itself (logs of changes, notices, marks of unfinished work) and what others write is no
 // change.
 class MDOMAIN_EXPORT ModelChanges {
  public:
   // Keeps at most so many rows.
-  explicit ModelChanges(size_t most_rows);
+  explicit ModelChanges(size_t most_rows, Watch watch = Watch::kStored);
   ~ModelChanges();
   ModelChanges(const ModelChanges&) = delete;
   ModelChanges& operator=(const ModelChanges&) = delete;
+  // From now on also the files. Before this, once nobody else may change them, a file counts as
+  // unchanged; calls after the first do nothing.
+  void WatchFiles();
   // What differs now. False with one log line when it cannot be read.
   bool List(Changes& changes) const;
 
  private:
-  // A descriptor, so that what is replaced can still be read; -1 where it was not opened.
+  // A descriptor, so that what is replaced can still be read.
   struct Kept {
     int file = -1;
+    std::string bytes;  // where there are too many to open them all
+    bool is_held = false;
+    struct stat info {};
     std::string stamp;
   };
 
+  using Stamps = std::map<std::string, std::string>;
+
+  void _Keep(const std::string& path, Kept& kept, size_t& open_files) const;
+  bool _ListFile(const std::string& path, const Stamps& now, Changes& changes) const;
+
   std::string folder_;
+  Watch watch_;
+  bool watches_files_ = false;
+  bool are_files_known_ = false;
   std::map<std::string, Kept> files_;
   korvmailserver::ChangeRecord record_;
 };

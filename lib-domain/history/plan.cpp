@@ -1,5 +1,5 @@
-// One function for each table turns its rows into sentences; a row stands for itself, except that
-// rows of aliases are paired by their value: who got an alias again did not lose it.
+// One function for each table turns its rows into sentences. Rows are paired by what they stand for
+// first, not by their numbers, which are used again: what got another number did not go.
 #include "lib-domain/history/plan.h"
 
 #include <algorithm>
@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/history/names.h"
+#include "lib-domain/history/pairs.h"
 
 namespace MDOMAIN::HISTORY {
 
@@ -25,19 +25,6 @@ using korvmailserver::TableChange;
 constexpr std::string_view kDisclaimers = "mimedefang_disclaimers-";
 constexpr std::string_view kTexts = "disclaimer_content/domain-";
 
-// Keys that go with others: what they are for is told.
-bool GoesWithOthers(const std::string& key) {
-  constexpr std::string_view kKeys[] = {"mimedefang_enable", kDisclaimers,
-                                        "sync_disclaimer_content_file-", "enable_dkim_sign-"};
-  return std::any_of(std::begin(kKeys), std::end(kKeys),
-                     [&](std::string_view begin) { return key.rfind(begin, 0) == 0; });
-}
-
-// The value of a file's key is its path; the file itself is told.
-bool IsPath(const std::string& value) {
-  return value.rfind('/', 0) == 0;
-}
-
 // Of a list of disclaimers or their texts, which may be an empty JSON array.
 bool HoldsText(const std::string& text) {
   return text.find_first_not_of("[] \n") != std::string::npos;
@@ -47,33 +34,33 @@ const char* ChangeOf(const RowChange& row) {
   return row.before.empty() ? "added" : row.after.empty() ? "removed" : "changed";
 }
 
-// A value before and after, by what it belongs to; empty where there is none. A row that is stored
-// again is a removed one and an added one.
-using Sides = std::pair<std::string, std::string>;
-using SidesByKey = std::map<std::vector<std::string>, Sides>;
+// The list of a domain's disclaimers is a key, their texts are a file; both are told as one, by the
+// domain's index. What holds nothing on either side is none.
+using Disclaimers = std::map<std::string, const char*>;
 
-SidesByKey PairRows(const Changes& changes, const char* table_name,
-                    const std::vector<const char*>& keys, const char* value) {
-  SidesByKey sides;
-  for (const TableChange& table : changes.tables) {
-    if (table.table != table_name) {
-      continue;
-    }
-    for (const RowChange& row : table.rows) {
-      std::vector<std::string> key;
-      for (const char* column : keys) {
-        key.push_back(TextOf(table, row.after.empty() ? row.before : row.after, column));
-      }
-      Sides& found = sides[key];
-      found.first += TextOf(table, row.before, value);
-      found.second += TextOf(table, row.after, value);
+Disclaimers DisclaimersIn(const Changes& changes) {
+  std::map<std::string, std::pair<std::string, std::string>> lists;
+  for (const auto& [key, sides] : SidesOf(changes, "key_table", {"name"}, "value")) {
+    if (key[0].rfind(kDisclaimers, 0) == 0) {
+      lists[key[0].substr(kDisclaimers.size())] = {sides.Before(), sides.After()};
     }
   }
-  return sides;
-}
-
-const char* ChangeOf(const Sides& sides) {
-  return sides.first.empty() ? "added" : sides.second.empty() ? "removed" : "changed";
+  for (const FileChange& file : changes.files) {
+    if (file.path.rfind(kTexts, 0) == 0) {
+      auto& list = lists[file.path.substr(kTexts.size())];
+      list.first += file.before;
+      list.second += file.after;
+    }
+  }
+  Disclaimers told;
+  for (const auto& [idx, list] : lists) {
+    const bool had = HoldsText(list.first);
+    const bool has = HoldsText(list.second);
+    if (list.first != list.second && (had || has)) {
+      told[idx] = !had ? "added" : !has ? "removed" : "changed";
+    }
+  }
+  return told;
 }
 
 class PlanMaker {
@@ -123,7 +110,7 @@ class PlanMaker {
   void _TellMailSettings(const Changes& changes);
   void _TellKeys(const Changes& changes);
   void _TellKey(const std::string& name, const Sides& sides);
-  void _TellDisclaimers(const Changes& changes);
+  bool _GoesWithOthers(const std::string& key, const Disclaimers& disclaimers) const;
   void _TellDkim(const Changes& changes);
 
   // An alias of a user before and after: 0 none, 1 flagged, 2 the user's own.
@@ -133,11 +120,13 @@ class PlanMaker {
     std::string alias;
   };
   void _TellAlias(const std::string& domain_idx, const std::string& uid, const Hold& hold);
+  void _TellRest(const Changes& changes);
   std::string _Summary() const;
 
   Names& names_;
   Plan& plan_;
   std::set<std::string> gainers_, losers_;
+  std::set<std::string> domains_;  // indexes of those that are created or deleted
   size_t gained_ = 0;
   size_t lost_ = 0;
 };
@@ -169,12 +158,13 @@ void PlanMaker::_ForEach(const Changes& changes, const char* table,
 void PlanMaker::_TellDomain(const Subject& row) {
   const std::string name = row["domain_name"];
   if (row.IsAdded() || row.IsRemoved()) {
+    domains_.insert(row["domain_idx"]);
     Json::Value& entry =
         _Add("domain", row, "domain " + name + " is created", "domain " + name + " is deleted", "");
     entry["domain"] = name;
     return;
   }
-  static const std::vector<std::pair<const char*, const char*>> kColumns = {
+  static const auto& kColumns = *new std::vector<std::pair<const char*, const char*>>{
       {"domain_name", "name"},
       {"domain_desc", "description"},
       {"domain_default_alias_pattern", "pattern"},
@@ -198,22 +188,21 @@ void PlanMaker::_TellDomain(const Subject& row) {
 void PlanMaker::_TellName(const Subject& row) {
   const std::string name = row["additional_domain"];
   const std::string domain = names_.Domain(row["domain_idx"]);
-  const std::string gets = "domain " + domain + " gets the name " + name;
-  Json::Value& entry =
-      _Add("name", row, gets, "domain " + domain + " loses the name " + name, gets);
+  Json::Value& entry = _Add("name", row, "domain " + domain + " gets the name " + name,
+                            "domain " + domain + " loses the name " + name, "");
   entry["domain"] = domain;
   entry["name"] = name;
 }
 
 void PlanMaker::_TellPrimary(const Changes& changes) {
-  const auto sides = PairRows(changes, "primary_domain_table", {}, "domain_idx");
-  const auto& [before, after] = sides.empty() ? Sides() : sides.begin()->second;
-  if (before != after) {
-    const std::string name = names_.Domain(after.empty() ? before : after);
-    Json::Value& entry = _Add(
-        "primary", "changed",
-        "domain " + name + (after.empty() ? " is no longer" : " becomes") + " the primary domain");
-    entry["domain"] = name;
+  for (const auto& [key, sides] : SidesOf(changes, "primary_domain_table", {}, "domain_idx")) {
+    if (sides.before != sides.after) {
+      const std::string name = names_.Domain(sides.after ? sides.After() : sides.Before());
+      Json::Value& entry = _Add(
+          "primary", "changed",
+          "domain " + name + (sides.after ? " becomes" : " is no longer") + " the primary domain");
+      entry["domain"] = name;
+    }
   }
 }
 
@@ -246,9 +235,9 @@ void PlanMaker::_TellMember(const Subject& row) {
 
 void PlanMaker::_TellRoles(const Changes& changes) {
   for (const auto& [key, role] :
-       PairRows(changes, "domain_user_role_table", {"domain_idx", "uid"}, "role")) {
-    if (role.first != role.second) {
-      _TellRole(names_.User(key[1]), names_.Domain(key[0]), role.first, role.second);
+       SidesOf(changes, "domain_user_role_table", {"domain_idx", "uid"}, "role")) {
+    if (role.before != role.after) {
+      _TellRole(names_.User(key[1]), names_.Domain(key[0]), role.Before(), role.After());
     }
   }
 }
@@ -366,8 +355,7 @@ void PlanMaker::_TellEntryMember(const Subject& row) {
   const std::string address = row["alias"] + "@" + names_.Domain(row["domain_id"]);
   const std::string member = row["member"];
   Json::Value& entry = _Add("entry_member", row, "mail to " + address + " also goes to " + member,
-                            "mail to " + address + " no longer goes to " + member,
-                            "mail to " + address + " also goes to " + member);
+                            "mail to " + address + " no longer goes to " + member, "");
   entry["address"] = address;
   entry["member"] = member;
 }
@@ -409,55 +397,46 @@ void PlanMaker::_TellMailSettings(const Changes& changes) {
   }
 }
 
+// Keys that go with what is told elsewhere are told only without it.
+bool PlanMaker::_GoesWithOthers(const std::string& key, const Disclaimers& disclaimers) const {
+  constexpr std::string_view kOfDomains[] = {"enable_dkim_sign-", "dkim_selector-"};
+  const auto begins = [&](std::string_view begin) { return key.rfind(begin, 0) == 0; };
+  if (begins(kDisclaimers) || begins("sync_disclaimer_content_file-")) {
+    return true;
+  }
+  return key == "mimedefang_enable"
+             ? !disclaimers.empty()
+             : std::any_of(std::begin(kOfDomains), std::end(kOfDomains), [&](std::string_view of) {
+                 return begins(of) && domains_.count(key.substr(of.size())) != 0;
+               });
+}
+
 void PlanMaker::_TellKeys(const Changes& changes) {
-  for (const auto& [key, sides] : PairRows(changes, "key_table", {"name"}, "value")) {
-    if (sides.first != sides.second && !GoesWithOthers(key[0]) && !IsPath(sides.first) &&
-        !IsPath(sides.second)) {
+  const Disclaimers disclaimers = DisclaimersIn(changes);
+  for (const auto& [key, sides] : SidesOf(changes, "key_table", {"name"}, "value")) {
+    if ((sides.before != sides.after) && !_GoesWithOthers(key[0], disclaimers)) {
       _TellKey(key[0], sides);
     }
+  }
+  for (const auto& [idx, change] : disclaimers) {
+    const std::string domain = names_.Domain(idx);
+    Json::Value& entry = _Add("disclaimers", change, "disclaimers of " + domain + " are " + change);
+    entry["domain"] = domain;
   }
 }
 
 void PlanMaker::_TellKey(const std::string& name, const Sides& sides) {
   constexpr size_t kLongestShown = 200;
-  const auto& [before, after] = sides;
+  const std::string after = sides.After();
   const std::string quoted = after.size() > kLongestShown
                                  ? "a text of " + std::to_string(after.size()) + " bytes"
                                  : "\"" + after + "\"";
   Json::Value& entry = _Add(
-      "setting", ChangeOf(sides),
-      after.empty() ? "setting " + name + " is removed" : "setting " + name + " becomes " + quoted);
+      "setting", sides.Change(),
+      !sides.after ? "setting " + name + " is removed" : "setting " + name + " becomes " + quoted);
   entry["key"] = name;
-  entry["before"] = before;
+  entry["before"] = sides.Before();
   entry["after"] = after;
-}
-
-// The list of a domain's disclaimers is a key, their texts are a file; both are told as one.
-void PlanMaker::_TellDisclaimers(const Changes& changes) {
-  std::map<std::string, Sides> lists;
-  for (const auto& [key, sides] : PairRows(changes, "key_table", {"name"}, "value")) {
-    if (key[0].rfind(kDisclaimers, 0) == 0) {
-      lists[key[0].substr(kDisclaimers.size())] = sides;
-    }
-  }
-  for (const FileChange& file : changes.files) {
-    if (file.path.rfind(kTexts, 0) == 0) {
-      auto& list = lists[file.path.substr(kTexts.size())];
-      list.first += file.before;
-      list.second += file.after;
-    }
-  }
-  for (const auto& [idx, list] : lists) {
-    const bool had = HoldsText(list.first);
-    const bool has = HoldsText(list.second);
-    if (list.first != list.second && (had || has)) {
-      const char* change = !had ? "added" : !has ? "removed" : "changed";
-      const std::string domain = names_.Domain(idx);
-      Json::Value& entry =
-          _Add("disclaimers", change, "disclaimers of " + domain + " are " + change);
-      entry["domain"] = domain;
-    }
-  }
 }
 
 void PlanMaker::_TellDkim(const Changes& changes) {
@@ -495,7 +474,22 @@ std::string PlanMaker::_Summary() const {
   return BASE::Join(parts, ", ");
 }
 
-void PlanMaker::Make(const Changes& changes) {
+// What no sentence above is about: how an alias is spelt, which role came by itself, a table of the
+// mail server's own.
+void PlanMaker::_TellRest(const Changes& changes) {
+  size_t rows = 0;
+  for (const TableChange& table : changes.tables) {
+    rows += table.rows.size();
+  }
+  if (plan_.entries.empty() && rows != 0) {
+    _Add("other", "changed",
+         rows == 1 ? "a stored row changes, and nobody's address"
+                   : std::to_string(rows) + " stored rows change, and nobody's address");
+  }
+}
+
+void PlanMaker::Make(const Changes& unpaired) {
+  const Changes changes = Paired(unpaired);
   _ForEach(changes, "domain_table", &PlanMaker::_TellDomain);
   _ForEach(changes, "domain_to_additional_domain_table", &PlanMaker::_TellName);
   _TellPrimary(changes);
@@ -511,8 +505,8 @@ void PlanMaker::Make(const Changes& changes) {
   _ForEach(changes, "bcc_table", &PlanMaker::_TellCopy);
   _TellMailSettings(changes);
   _TellKeys(changes);
-  _TellDisclaimers(changes);
   _TellDkim(changes);
+  _TellRest(changes);
   plan_.summary = _Summary();
 }
 
@@ -520,10 +514,7 @@ void PlanMaker::Make(const Changes& changes) {
 
 bool MakePlan(const Changes& changes, Plan& plan) {
   std::string path;
-  if (!UTILS::GetUserGroupDomainConfigPath(path)) {
-    LOG_ERROR("Failed to GetUserGroupDomainConfigPath");
-    return false;
-  }
+  (void)UTILS::GetUserGroupDomainConfigPath(path);  // none after a switch to an incomplete source
   Names names(path, changes);
   if (!names.Open()) {
     return false;

@@ -14,16 +14,17 @@ namespace MDOMAIN::HISTORY {
 struct Plan {
   // Objects with "what" ("domain", "name", "primary", "account", "group", "member", "role",
   // "group_role", "alias", "taken_out", "entry", "entry_member", "copy", "mail_settings",
-  // "setting", "disclaimers", "keys"), "change" ("added", "removed", "changed"), "text" (one
-  // sentence) and what the sentence names: "domain", "account", "group", "alias", "address",
+  // "setting", "disclaimers", "keys", "other"), "change" ("added", "removed", "changed"), "text"
+  // (one sentence) and what the sentence names: "domain", "account", "group", "alias", "address",
   // "before", "after", ... Ordered by "what" as above.
   Json::Value entries = Json::Value(Json::arrayValue);
   std::string
       summary;  // "2 people get 3 addresses, 1 person loses 1 address"; empty without entries
 };
 
-// Names are those of the model in force, and of the changed rows. What other rows decide, like an
-// account's new owner, is read from the model as it is now. False with one log line.
+// Names are those of the model in force, if there is one, and of the changed rows. What other rows
+// decide, like an account's new owner, is read from the model as it is now. False with one log
+// line.
 MDOMAIN_EXPORT bool MakePlan(const Changes& changes, Plan& plan);
 
 }  // namespace MDOMAIN::HISTORY

@@ -1,5 +1,6 @@
 #include "lib-domain/history/trial.h"
 
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,8 +27,9 @@ constexpr const char* kPrefix = "mdomain-trial.";
 
 std::string TemporaryFolder() {
   std::error_code error;
-  const fs::path folder = fs::temp_directory_path(error);
-  return error ? "/tmp" : folder.string();
+  std::string folder = fs::temp_directory_path(error).string();
+  folder.erase(folder.find_last_not_of('/') + 1);
+  return error ? "/tmp" : folder;
 }
 
 bool IsOwn(const fs::path& folder) {
@@ -97,16 +99,30 @@ Trial::~Trial() {
   }
 }
 
-bool Trial::Copy(std::string& error) {
+bool Trial::_MakeFolder(std::string& error) {
   const std::string below = TemporaryFolder();
   RemoveUnheld(below);
-  folder_ = below + "/" + kPrefix + "XXXXXX";
-  if (mkdtemp(folder_.data()) == nullptr) {
-    error = folder_ + ": " + std::strerror(errno);
+  constexpr int kTries = 10;  // another run may take a folder that nobody holds yet for a left one
+  for (int i = 0; i < kTries && held_ < 0; ++i) {
+    folder_ = below + "/" + kPrefix + "XXXXXX";
+    if (mkdtemp(folder_.data()) == nullptr) {
+      break;
+    }
+    held_ = UTILS::INTERNAL::HoldFolder(folder_);
+  }
+  is_maker_ = held_ >= 0;
+  error = is_maker_ ? "" : folder_ + ": " + std::strerror(errno);
+  return is_maker_;
+}
+
+bool Trial::Copy(std::string& error) {
+  if (getauxval(AT_SECURE) != 0) {
+    error = "that works only with the rights of the caller, not in a set-id copy";
     return false;
   }
-  is_maker_ = true;
-  held_ = UTILS::INTERNAL::HoldFolder(folder_);
+  if (!_MakeFolder(error)) {
+    return false;
+  }
   const auto place = [this](const std::string& path) {
     return folder_ + path.substr(korvmailserver::RootPrefix().size());
   };
@@ -130,10 +146,11 @@ bool Trial::Copy(std::string& error) {
          AllowWriting(folder_ + "/var", error) && ForgetFollowers(etc, error);
 }
 
-void Trial::Enter() {
+bool Trial::Enter() {
+  is_maker_ = false;  // the other process is
   setenv("MDOMAIN_ROOT", folder_.c_str(), 1);
   korvmailserver::IgnoreSharedStore();
-  is_maker_ = false;  // the other process is
+  return korvmailserver::RootPrefix() == folder_;
 }
 
 }  // namespace MDOMAIN::HISTORY

@@ -20,13 +20,16 @@ class MDOMAIN_EXPORT Trial {
   Trial& operator=(const Trial&) = delete;
 
   // Copies, while nobody changes anything: the caller holds the lock of mdomain. What killed trials
-  // left goes. False with `error` when something cannot be read or written.
+  // left goes. False with `error` when something cannot be read or written, and in a program with
+  // another account's rights, which does not let itself be sent to another root.
   bool Copy(std::string& error);
   // From now on this process works in the copies. For a process that has opened no database yet
-  // and ends afterwards.
-  void Enter();
+  // and ends afterwards. False where they are not in force then: nothing may be done.
+  bool Enter();
 
  private:
+  bool _MakeFolder(std::string& error);
+
   std::string folder_;
   int held_ = -1;
   bool is_maker_ = false;

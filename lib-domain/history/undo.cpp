@@ -1,8 +1,11 @@
 // The databases have no transaction in common. All of them are written first, so that an obstacle
-// in one leaves every one as it is; then they commit one after the other. A run that is interrupted
-// between two commits is gone on with: a row that is as before the change is left alone.
+// in one leaves every one as it is; then they commit one after the other, and the model, from which
+// the rest follows, behind the others and the files. A run that is interrupted on the way is gone
+// on with: a row that is as before the change is left alone.
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -15,6 +18,7 @@
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/notice.h"
+#include "lib-domain/control/outside_settings.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/history_file.h"
@@ -35,7 +39,12 @@ constexpr int kBusyMilliseconds = 10000;
 constexpr size_t kObstaclesShown = 10;
 constexpr char kSelectLast[] = "SELECT " HISTORY_ENTRY_COLUMNS
                                ", changes FROM entry_table"
-                               " WHERE state IN ('done', 'undoing') ORDER BY id DESC LIMIT 1";
+                               " WHERE state IN ('done', 'undoing', 'half undone')"
+                               " ORDER BY state = 'undoing' AND length(changes) > 0 DESC, id DESC"
+                               " LIMIT 1";
+constexpr char kDone[] = "done";
+constexpr char kBegun[] = "undoing";
+constexpr char kHalf[] = "half undone";
 constexpr char kSetState[] = "UPDATE entry_table SET state = ?2 WHERE id = ?1";
 
 bool ReadLast(HistoryFile& file, Entry& entry, std::string& bytes) {
@@ -63,8 +72,8 @@ class Restoring {
            connection_.Run("PRAGMA foreign_keys = OFF; BEGIN IMMEDIATE") == SQLITE_OK;
   }
   bool Apply(const std::vector<TableChange>& changes, std::vector<std::string>& obstacles) {
-    const int result =
-        korvmailserver::ApplyChanges(connection_.Get(), changes, RowSide::kBefore, obstacles);
+    const int result = korvmailserver::ApplyChanges(connection_.Get(), changes, RowSide::kBefore,
+                                                    {"is_duplicated"}, obstacles);
     if (result == SQLITE_CONSTRAINT) {
       obstacles.push_back(path_ + ": " + sqlite3_errmsg(connection_.Get()));
       return true;
@@ -90,26 +99,6 @@ class Restoring {
   Connection connection_;  // closed without Commit: rolled back
 };
 
-bool RestoreRows(const Changes& changes, std::vector<std::string>& obstacles) {
-  std::map<std::string, std::vector<TableChange>> by_path;
-  for (const TableChange& table : changes.tables) {
-    by_path[table.path].push_back(table);
-  }
-  std::vector<std::unique_ptr<Restoring>> databases;
-  for (const auto& [path, tables] : by_path) {
-    databases.push_back(std::make_unique<Restoring>(path));
-    if (!databases.back()->Begin() || !databases.back()->Apply(tables, obstacles)) {
-      return databases.back()->Fail();
-    }
-  }
-  for (const auto& database : databases) {
-    if (obstacles.empty() && !database->Commit()) {
-      return database->Fail();
-    }
-  }
-  return true;
-}
-
 bool ReadText(const std::string& path, std::string& bytes) {
   return korvmailserver::ReadFile(PATHS::EtcDir() + path, bytes) >= 0;
 }
@@ -126,23 +115,66 @@ void ListFileObstacles(const Changes& changes, std::vector<std::string>& obstacl
   }
 }
 
+bool WriteBack(const FileChange& file, const std::string& path) {
+  constexpr mode_t kTextMode = 0640;
+  if (!file.is_held) {
+    errno = EACCES;
+    return false;
+  }
+  if (file.IsKept()) {
+    return korvmailserver::ReplaceFile(path, file.before, kTextMode) == 0 &&
+           mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, kTextMode) >= 0;
+  }
+  return korvmailserver::ReplaceFile(path, file.before, file.mode) == 0 &&
+         lchown(path.c_str(), file.uid, file.gid) == 0;
+}
+
 bool RestoreFile(const FileChange& file) {
-  constexpr mode_t kMode = 0640;
   const std::string path = PATHS::EtcDir() + file.path;
   std::string now;
   const bool is_there = ReadText(file.path, now);
-  if (is_there == file.was_there && now == file.before) {
+  // A key that was not there is the mail server's, who has made it meanwhile.
+  if ((is_there == file.was_there && now == file.before) || (!file.was_there && !file.IsKept())) {
     return true;
   }
-  const bool is_restored =
-      file.was_there
-          ? korvmailserver::ReplaceFile(path, file.before, kMode) == 0 &&
-                mailFileOwnerModeSet(path.c_str(), korvmailserver::kServiceAccount, kMode) >= 0
-          : postara::sdk::Unlink(path) == 0;
+  const bool is_restored = file.was_there ? WriteBack(file, path) : postara::sdk::Unlink(path) == 0;
   if (!is_restored) {
     LOG_ERROR("Cannot put back [%s]: %s", path.c_str(), std::strerror(errno));
   }
   return is_restored;
+}
+
+using Databases = std::vector<std::unique_ptr<Restoring>>;
+
+bool CommitAll(const Databases& databases) {
+  for (const auto& database : databases) {
+    if (!database->Commit()) {
+      return database->Fail();
+    }
+  }
+  return true;
+}
+
+// Rows and files. Nothing is changed where something stands against it.
+bool Restore(const Changes& changes, std::vector<std::string>& obstacles) {
+  std::map<std::string, std::vector<TableChange>> by_path;
+  for (const TableChange& table : changes.tables) {
+    by_path[table.path].push_back(table);
+  }
+  const std::string model = ModelName();
+  Databases others;
+  Databases models;
+  for (const auto& [path, tables] : by_path) {
+    Databases& databases = path.substr(path.rfind('/') + 1) == model ? models : others;
+    databases.push_back(std::make_unique<Restoring>(path));
+    if (!databases.back()->Begin() || !databases.back()->Apply(tables, obstacles)) {
+      return databases.back()->Fail();
+    }
+  }
+  return !obstacles.empty() ||
+         (CommitAll(others) &&
+          std::all_of(changes.files.begin(), changes.files.end(), RestoreFile) &&
+          CommitAll(models));
 }
 
 // The values of a column in changed rows of the tables.
@@ -187,15 +219,48 @@ std::vector<unsigned int> ChangedUsers(const Changes& changes) {
   return {uids.begin(), uids.end()};
 }
 
-// Behind the rows: the files, what follows from the rows, and whose addresses changed is announced.
-bool RestoreFiles(const Changes& changes) {
-  for (const FileChange& changed : changes.files) {
-    if (!RestoreFile(changed)) {
-      return false;
-    }
-  }
+// What follows from the rows; whose addresses changed is announced.
+bool Follow(const Changes& changes) {
   return SettleContent(changes) && SetFlags(changes) &&
          CONTROL::INTERNAL::Announce(ChangedUsers(changes));
+}
+
+bool IsRecorded(const Changes& changes, const std::string& part) {
+  return std::any_of(changes.tables.begin(), changes.tables.end(),
+                     [&](const TableChange& table) { return table.table == part; }) ||
+         std::any_of(changes.files.begin(), changes.files.end(),
+                     [&](const FileChange& file) { return file.path.rfind(part + "/", 0) == 0; });
+}
+
+// What others have made under the index of a domain that would go, and would go with it. False with
+// a log line when it cannot be told.
+bool ListAdded(const Changes& changes, std::vector<std::string>& obstacles) {
+  static const std::map<std::string, std::string> kParts = {{"aliases", "alias_table"},
+                                                            {"BCC rules", "bcc_table"},
+                                                            {"disclaimers", "disclaimer_content"},
+                                                            {"DKIM keys", "dkim.key"}};
+  std::set<int> created;
+  for (const TableChange& table : changes.tables) {
+    for (const auto& row : table.rows) {
+      if (table.table == "domain_table" && row.before.empty()) {
+        created.insert(static_cast<int>(row.rowid));
+      }
+    }
+  }
+  for (const auto& setting : CONTROL::INTERNAL::OutsideSettings()) {
+    const auto part = kParts.find(setting.name);
+    std::set<int> found;
+    if (created.empty() || part == kParts.end() || IsRecorded(changes, part->second)) {
+      continue;
+    }
+    if (!setting.list([&](int idx) { return created.count(idx) != 0; }, found)) {
+      return false;
+    }
+    if (!found.empty()) {
+      obstacles.push_back(std::string(setting.name) + " of the new domain, in " + setting.place());
+    }
+  }
+  return true;
 }
 
 // Why it is not tried; empty when nothing speaks against it.
@@ -241,31 +306,41 @@ bool UndoLast(long long id, UndoResult& result) {
     return true;
   }
   ListFileObstacles(changes, result.obstacles);
-  if (result.obstacles.empty() && !SetState(file, result.entry.id, "undoing")) {
+  if (!ListAdded(changes, result.obstacles)) {
     return false;
   }
-  if (result.obstacles.empty() && !RestoreRows(changes, result.obstacles)) {
+  if (result.obstacles.empty() && !SetState(file, result.entry.id, kBegun)) {
+    return false;
+  }
+  if (result.obstacles.empty() && !Restore(changes, result.obstacles)) {
     return false;
   }
   if (!result.obstacles.empty()) {
-    result.reason = "something was changed since";
+    const bool is_half = result.entry.state != kDone;
+    result.reason = is_half ? "an undo of it was interrupted, and something was changed since"
+                            : "something was changed since";
     result.obstacles.resize(std::min(result.obstacles.size(), kObstaclesShown));
-    return SetState(file, result.entry.id, "done");
+    return SetState(file, result.entry.id, is_half ? kHalf : kDone);
   }
-  result.is_done = RestoreFiles(changes) && SetState(file, result.entry.id, "undone");
+  result.is_done = Follow(changes);
   return result.is_done;
+}
+
+bool EndUndo(long long id) {
+  HistoryFile file;
+  return file.OpenForWriting() && SetState(file, id, "undone");
 }
 
 bool TakeBack(const Changes& changes) {
   std::vector<std::string> obstacles;
-  if (!changes.is_whole || !RestoreRows(changes, obstacles)) {
+  if (!changes.is_whole || !Restore(changes, obstacles)) {
     return false;
   }
   if (!obstacles.empty()) {
     LOG_ERROR("Cannot put back, changed since: %s", obstacles.front().c_str());
     return false;
   }
-  return RestoreFiles(changes);
+  return Follow(changes);
 }
 
 }  // namespace MDOMAIN::HISTORY

@@ -46,6 +46,9 @@ class AddressFollower {
 };
 
 std::unique_ptr<AddressFollower> OwnerFollower();
+// A registry of this machine alone, in which Dovecot looks owners up where it may pull: a pull puts
+// another file in the place of the registry, and Dovecot goes on with the one that it has open.
+std::unique_ptr<AddressFollower> LoginFollower();
 std::unique_ptr<AddressFollower> PostfixFollower();
 
 }  // namespace MDOMAIN::UTILS::INTERNAL

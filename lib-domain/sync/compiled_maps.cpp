@@ -6,7 +6,6 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/postmap.h"
 #include "platform/include/files.h"
-#include "platform/include/postfix_map.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -66,12 +65,14 @@ bool IsBehind(const Standing& standing) {
           IsBehind(standing.type, PATHS::PostfixDomains(), standing.domains));
 }
 
-// Postfix takes a line with "#" before everything else for a comment, in quotes for another key:
-// who has such an address has it with LMDB alone.
+// Postfix takes a line with "#" before everything else for a comment, and in quotes for another
+// key.
+constexpr char kComment = '#';
+
 std::string TextOf(const MapEntries& entries) {
   std::string text;
   for (const auto& [key, value] : entries) {
-    if (key.front() != '#') {
+    if (key.front() != kComment) {
       text.append(key).append("\t").append(value).append("\n");
     }
   }
@@ -158,6 +159,15 @@ bool WantCompiledMaps(const std::string& type) {
 
 bool RemoveCompiledMaps() {
   return Try("Failed to remove maps for Postfix", &Remove);
+}
+
+std::vector<std::string> ListUncompilable(const MapEntries& addresses) {
+  std::vector<std::string> found;
+  for (auto entry = addresses.lower_bound(std::string(1, kComment));
+       entry != addresses.end() && entry->first.front() == kComment; ++entry) {
+    found.push_back(entry->first);
+  }
+  return found;
 }
 
 bool AreCompiledMapsBehind(bool& are_behind) {

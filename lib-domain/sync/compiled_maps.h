@@ -7,8 +7,10 @@
 #define LIB_DOMAIN_SYNC_COMPILED_MAPS_H
 
 #include <string>
+#include <vector>
 
 #include "platform/include/export.h"
+#include "platform/include/postfix_map.h"
 
 namespace MDOMAIN::UTILS {
 
@@ -21,6 +23,10 @@ MDOMAIN_EXPORT std::string NameOfMap(const std::string& path);
 MDOMAIN_EXPORT bool WantCompiledMaps(const std::string& type);
 // Removes them, and from now on wants none. False with a log line.
 MDOMAIN_EXPORT bool RemoveCompiledMaps();
+
+// The addresses that such a map cannot hold: their line would be a comment.
+MDOMAIN_EXPORT std::vector<std::string> ListUncompilable(
+    const korvmailserver::MapEntries& addresses);
 
 // Whether the LMDB files have changed since, or a compiled one is missing. False with a log line
 // when it cannot be told.

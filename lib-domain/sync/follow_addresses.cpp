@@ -19,7 +19,7 @@
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
 #include "lib-domain/sync/owner_registry.h"
-#include "lib-domain/sync/postfix_maps.h"
+#include "lib-domain/sync/pulled_addresses.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/postfix_map.h"
@@ -138,7 +138,8 @@ class Following {
       return false;
     }
     bool are_in_line = true;
-    for (const auto& follower : {INTERNAL::OwnerFollower(), INTERNAL::PostfixFollower()}) {
+    for (const auto& follower :
+         {INTERNAL::OwnerFollower(), INTERNAL::LoginFollower(), INTERNAL::PostfixFollower()}) {
       if (!_BringInLine(*follower)) {
         LOG_ERROR("Failed to bring in line with the domain database: [%s]",
                   follower->Place().c_str());
@@ -226,6 +227,27 @@ bool GetState(const AddressFollower& follower, std::string& state) {
          (!are_logged || DB::INTERNAL::GetFollowerState(follower.Name(), state));
 }
 
+// A registry that was built before there was a log is behind, one that others fill is left alone.
+bool IsBehind(const AddressFollower& registry, bool& are_behind) {
+  std::string state;
+  bool is_left_alone = false;
+  bool has_changes = false;
+  bool is_in_state = false;
+  are_behind = false;
+  if (!registry.IsLeftAlone(is_left_alone)) {
+    return false;
+  }
+  if (is_left_alone) {
+    return true;
+  }
+  if (!GetState(registry, state) || !DB::INTERNAL::HasAddressChanges(has_changes) ||
+      !registry.IsInState(state, is_in_state)) {
+    return false;
+  }
+  are_behind = has_changes || state.empty() || !is_in_state;
+  return true;
+}
+
 }  // namespace
 
 bool HasChangesToFollow(bool& has_changes) {
@@ -248,11 +270,13 @@ bool HasChangesToFollow(bool& has_changes) {
     return true;
   }
   std::string owners;
+  std::string logins;
   if (!DB::INTERNAL::GetFollowerState(INTERNAL::PostfixFollower()->Name(), postfix) ||
-      !DB::INTERNAL::GetFollowerState(INTERNAL::OwnerFollower()->Name(), owners)) {
+      !DB::INTERNAL::GetFollowerState(INTERNAL::OwnerFollower()->Name(), owners) ||
+      !DB::INTERNAL::GetFollowerState(INTERNAL::LoginFollower()->Name(), logins)) {
     return false;
   }
-  if (postfix == kBehind || owners == kBehind) {
+  if (postfix == kBehind || owners == kBehind || logins == kBehind) {
     has_changes = true;
     return true;
   }
@@ -284,6 +308,10 @@ bool BuildOwners(OwnerCounts& counts) {
          DB::INTERNAL::CountOwners(PATHS::EmailOwnerDb(), counts.domain_names, counts.local_parts);
 }
 
+bool BuildLogins() {
+  return Start(*INTERNAL::LoginFollower());
+}
+
 bool BuildPostfixMaps() {
   return Start(*INTERNAL::PostfixFollower()) && CompilePostfixMaps();
 }
@@ -296,26 +324,12 @@ bool ForgetPostfixMaps() {
          scope.Commit() == 0;
 }
 
-// A registry that was built before there was a log is behind, one that others fill is left alone.
 bool AreOwnersBehind(bool& are_behind) {
-  const std::unique_ptr<AddressFollower> owners = INTERNAL::OwnerFollower();
-  std::string state;
-  bool is_left_alone = false;
-  bool has_changes = false;
-  bool is_in_state = false;
-  are_behind = false;
-  if (!owners->IsLeftAlone(is_left_alone)) {
-    return false;
-  }
-  if (is_left_alone) {
-    return true;
-  }
-  if (!GetState(*owners, state) || !DB::INTERNAL::HasAddressChanges(has_changes) ||
-      !owners->IsInState(state, is_in_state)) {
-    return false;
-  }
-  are_behind = has_changes || state.empty() || !is_in_state;
-  return true;
+  return IsBehind(*INTERNAL::OwnerFollower(), are_behind);
+}
+
+bool AreLoginsBehind(bool& are_behind) {
+  return IsBehind(*INTERNAL::LoginFollower(), are_behind);
 }
 
 bool ArePostfixMapsBehind(bool& are_behind) {

@@ -28,15 +28,18 @@ struct OwnerCounts {
 // behind by a few changes, is not made anew; rows that others wrote go. False with a log line, and
 // the old registry in place.
 MDOMAIN_EXPORT bool BuildOwners(OwnerCounts& counts);
-// The same of the maps that Postfix reads.
+// The same of the registry that Dovecot reads on a machine that pulls, or has pulled, and of the
+// maps that Postfix reads.
+MDOMAIN_EXPORT bool BuildLogins();
 MDOMAIN_EXPORT bool BuildPostfixMaps();
 // The maps follow no longer, and with the last that followed go triggers and log. The files stay.
 // False with a log line, and all as it was.
 MDOMAIN_EXPORT bool ForgetPostfixMaps();
 
-// Whether the registry, or a map, was built from the model and no longer is what its last building
+// Whether a registry, or a map, was built from the model and no longer is what its last building
 // or following left, or would be another one now. False with a log line when it cannot be told.
 bool AreOwnersBehind(bool& are_behind);
+bool AreLoginsBehind(bool& are_behind);
 bool ArePostfixMapsBehind(bool& are_behind);
 
 }  // namespace MDOMAIN::UTILS

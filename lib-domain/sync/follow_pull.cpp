@@ -15,14 +15,16 @@
 #include <set>
 #include <sstream>
 
+#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/db/model_difference.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/sync/node_publication.h"
-#include "lib-domain/sync/postfix_maps.h"
 #include "lib-domain/sync/pull_hooks.h"
+#include "lib-domain/sync/pulled_addresses.h"
 #include "lib-domain/utils/domain_backend_related.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
@@ -66,13 +68,6 @@ std::vector<PulledFile> ListReplaced(const PullReport& report) {
                  return file.result == PullResult::kReplaced || file.result == PullResult::kRemoved;
                });
   return files;
-}
-
-// The maps of this machine are made from its copy of the model.
-// Besides the model they follow from the alias table and some keys; nothing is written where
-// nothing differs.
-bool MakePostfixMaps() {
-  return !HasPostfixMaps() || MakePulledPostfixMaps();
 }
 
 bool AddNoticedUids(Uids& uids) {
@@ -137,6 +132,20 @@ std::string WriteReport(const PullStart& start, const PullReport& report,
   return Json::writeString(builder, text) + "\n";
 }
 
+// The settings that name the account source come with a pull: whoever waits for the next one works
+// with them from here on.
+void TakeAccountSource() {
+  BASE::ForgetAccountSettings();
+  std::string model;
+  if (!GetUserGroupDomainConfigPath(model) || !postara::sdk::Exist(model)) {
+    return;
+  }
+  const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
+  if (handler != nullptr && handler->GetPath() != model) {
+    DB::DomainDBHandler::CloseDomainDBHandler();
+  }
+}
+
 }  // namespace
 
 bool IsPullUnfinished() {
@@ -162,15 +171,14 @@ bool BeforePull(PullStart& start) {
 
 bool FollowPull(const PullStart& start, const PullReport& report,
                 std::vector<std::string>& failures) {
+  TakeAccountSource();
   const std::vector<PulledFile> files = ListReplaced(report);
   const bool is_nothing_new = files.empty() && report.keys.empty() && !start.is_unfinished;
-  const bool are_maps_made = (is_nothing_new && !LacksPostfixMap()) || MakePostfixMaps();
-  if (!are_maps_made) {
-    failures.emplace_back("the maps for Postfix could not be made; those of before are in place");
-  }
+  // These follow from more than the model: from the alias table, and from some keys.
+  const bool are_followed = FollowPulledAddresses(is_nothing_new, failures);
   if (is_nothing_new) {
     postara::sdk::Unlink(PATHS::ModelBeforePull());
-    return are_maps_made;
+    return are_followed;
   }
   Uids uids;
   const bool are_uids_known = ListChangedUids(start, report, uids);
@@ -184,10 +192,10 @@ bool FollowPull(const PullStart& start, const PullReport& report,
   }
   const bool is_hooked = INTERNAL::RunPullHooks(
       report.version, WriteReport(start, report, files, are_uids_known, uids), failures);
-  if (are_maps_made && are_uids_known && is_flagged) {
+  if (are_followed && are_uids_known && is_flagged) {
     postara::sdk::Unlink(PATHS::ModelBeforePull());
   }
-  return are_maps_made && are_uids_known && is_flagged && is_hooked;
+  return are_followed && are_uids_known && is_flagged && is_hooked;
 }
 
 }  // namespace MDOMAIN::UTILS

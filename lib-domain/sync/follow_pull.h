@@ -1,6 +1,6 @@
 // What a machine does after what other machines publish took the place of its files and keys: it
-// makes the maps for Postfix where it has some, flags the users whose addresses changed, and runs
-// the administrator's own programs.
+// makes the maps for Postfix and the registry for Dovecot where it has them, flags the users whose
+// addresses changed, and runs the administrator's own programs.
 //
 //   PullStart start;
 //   start.is_unfinished = IsPullUnfinished();
@@ -34,11 +34,11 @@ MDOMAIN_EXPORT bool BeforePull(PullStart& start);
 // Call it after every PullPublication, also after one that failed: what was replaced before the
 // failure is followed. Nothing happens where nothing changed and nothing was left unfinished.
 //
-// First it makes the maps for Postfix from a model that was replaced, where this machine has such
-// maps. Then it makes the flag files (_TouchSMTPChangedUIDsFlags) of the users whose addresses
-// differ between the two models: another alias, flag or role, another name of their domain; of
-// everybody with an address where there was no model or it cannot be compared. Those of the key
-// "smtp_changed_uids" are among them when that changed.
+// First it makes the maps for Postfix and the registry that Dovecot reads from a model that was
+// replaced, where this machine has them. Then it makes the flag files (_TouchSMTPChangedUIDsFlags)
+// of the users whose addresses differ between the two models: another alias, flag or role, another
+// name of their domain; of everybody with an address where there was no model or it cannot be
+// compared. Those of the key "smtp_changed_uids" are among them when that changed.
 //
 // Then it runs the programs in /etc/mailserver-domain/hooks/after-pull.d, below the root prefix, in
 // the byte order of their names: regular files, or links to such, with permission to execute, whose

@@ -89,7 +89,8 @@ bool MakeCopies(std::string& folder, std::string& error) {
   if (lchown(ready.c_str(), owner.uid, owner.gid) != 0 || chmod(ready.c_str(), kFolderMode) != 0) {
     Fail(ready, std::strerror(errno), error);
   } else if (INTERNAL::CopyDatabases(ready, {PATHS::EmailOwnerDb()}, owner, error) &&
-             INTERNAL::CopyFolder(PATHS::DisclaimerDir(), ready, owner, error)) {
+             INTERNAL::CopyFolder(PATHS::DisclaimerDir(), ready, owner, error) &&
+             INTERNAL::CopyFolder(PATHS::EtcDir() + "dkim.key", ready, owner, error)) {
     korvmailserver::SyncFolderOf(ready + "/");
     return PlaceFolder(ready, folder, error);
   }

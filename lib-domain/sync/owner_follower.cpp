@@ -1,5 +1,6 @@
 // The registry of address owners.
 #include <algorithm>
+#include <utility>
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
@@ -32,8 +33,10 @@ void AddNames(const ChangedAddresses& changes, OwnerChanges& rows) {
 
 class Owners : public AddressFollower {
  public:
-  const char* Name() const override { return "owners"; }
-  std::string Place() const override { return PATHS::EmailOwnerDb(); }
+  Owners(const char* name, std::string place) : name_(name), place_(std::move(place)) {}
+
+  const char* Name() const override { return name_; }
+  std::string Place() const override { return place_; }
 
   // It was removed, or somebody else fills it now.
   bool IsLeftAlone(bool& is_left_alone) const override {
@@ -75,12 +78,20 @@ class Owners : public AddressFollower {
     state = now.Text();
     return true;
   }
+
+ private:
+  const char* name_;
+  std::string place_;
 };
 
 }  // namespace
 
 std::unique_ptr<AddressFollower> OwnerFollower() {
-  return std::make_unique<Owners>();
+  return std::make_unique<Owners>("owners", PATHS::EmailOwnerDb());
+}
+
+std::unique_ptr<AddressFollower> LoginFollower() {
+  return std::make_unique<Owners>("logins", PATHS::LoginDb());
 }
 
 }  // namespace MDOMAIN::UTILS::INTERNAL

@@ -11,13 +11,11 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/address_follower.h"
-#include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/owner_content.h"
 #include "lib-domain/sync/postfix_maps.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/eai.h"
-#include "platform/include/files.h"
 
 namespace MDOMAIN::UTILS::INTERNAL {
 
@@ -277,8 +275,6 @@ std::unique_ptr<AddressFollower> PostfixFollower() {
 
 namespace MDOMAIN::UTILS {
 
-using korvmailserver::PostfixMap;
-
 bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& content) {
   MailTarget target;
   DB::INTERNAL::SpecialAddresses special;
@@ -289,47 +285,11 @@ bool CollectPostfixMaps(const OwnerRegistryContent& owners, PostfixContent& cont
   return true;
 }
 
-namespace {
-
-// The model, which is not written here, cannot tell.
-bool MarkPulledMaps() {
-  const std::string mark = PATHS::PulledMapsMark();
-  if (!postara::sdk::Exist(mark) && KLIBCFileTouch(mark.c_str()) != 0) {
-    LOG_ERROR("Failed to make [%s]: %m", mark.c_str());
-    return false;
-  }
-  return true;
-}
-
-}  // namespace
-
 bool INTERNAL::IsTakenForAnother(const std::string& name) {
   std::string own;
   std::string folded;
   return KORV::POSTARA_SERVER::ConvertToPunycode(name, own) >= 0 &&
          KORV::POSTARA_SERVER::ConvertToPunycode(FoldMapKey(name), folded) >= 0 && own != folded;
-}
-
-bool MakePulledPostfixMaps() {
-  MailTarget target;
-  OwnerRegistryContent owners;
-  DB::INTERNAL::SpecialAddresses special;
-  std::string state;  // kept in the model of a machine that writes it
-  return target.Read() && CollectOwners(owners) && CollectSpecialAddresses(target, special) &&
-         INTERNAL::PostfixFollower()->Build(owners, special, state) && MarkPulledMaps() &&
-         CompilePostfixMaps();
-}
-
-bool HasPostfixMaps() {
-  return postara::sdk::Exist(INTERNAL::PostfixFollower()->Place()) ||
-         postara::sdk::Exist(PATHS::PulledMapsMark());
-}
-
-bool LacksPostfixMap() {
-  bool is_behind = false;
-  return HasPostfixMaps() && (!postara::sdk::Exist(PostfixMap(PATHS::PostfixAddresses()).File()) ||
-                              !postara::sdk::Exist(PostfixMap(PATHS::PostfixDomains()).File()) ||
-                              !AreCompiledMapsBehind(is_behind) || is_behind);
 }
 
 }  // namespace MDOMAIN::UTILS

@@ -25,15 +25,6 @@ namespace INTERNAL {
 bool IsTakenForAnother(const std::string& name);
 }  // namespace INTERNAL
 
-// On a machine that pulls, where the model is not written: makes the maps from it, and remembers
-// that this machine has them. False with a log line, and the maps of before in place.
-MDOMAIN_EXPORT bool MakePulledPostfixMaps();
-// Whether somebody made the maps on this machine; of those that a machine made which pulls also
-// when they were removed since.
-bool HasPostfixMaps();
-// Whether it has them, and one was removed, so that Postfix puts off all mail, or not compiled.
-bool LacksPostfixMap();
-
 }  // namespace MDOMAIN::UTILS
 
 #endif  // LIB_DOMAIN_SYNC_POSTFIX_MAPS_H

@@ -77,11 +77,16 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains, NamesByDomain& 
 }  // namespace
 
 bool Updater::Trigger() {
+  is_published_ = false;
   const korvmailserver::PublicationScope publication;
   const KeyStoreView view(KeyStoreView::Kind::kOneMoment);
   if (!KORVMailNodeCluster::isClusterHealth(1)) {
     LOG_WARNING("Cluster is not health, so don't do trigger");
     return true;
+  }
+  const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
+  if (handler != nullptr && !handler->IsOfSourceInForce()) {
+    return false;
   }
   std::string path;
   if (!GetUserGroupDomainConfigPath(path)) {
@@ -100,7 +105,8 @@ bool Updater::Trigger() {
   const bool is_version_known = DB::INTERNAL::GetDataVersion(version);
   of_one_moment.reset();
   settings_owner_ = is_known ? OwnerOfOutsideSettings(standing) : DB::INTERNAL::ModelFileName(path);
-  return _PublishNewest(path, is_version_known, version) && PublishNodeFiles();
+  is_published_ = _PublishNewest(path, is_version_known, version) && PublishNodeFiles();
+  return is_published_;
 }
 
 // What is published is the newest state when nobody has committed another one meanwhile. A model

@@ -247,6 +247,7 @@ std::vector<ReconcileItem> ReconcileItems() {
   items.push_back(BccMaps());
   items.push_back(INTERNAL::ChangedAddressesItem());
   items.push_back(INTERNAL::OwnerRegistryItem());
+  items.push_back(INTERNAL::LoginsItem());
   items.push_back(INTERNAL::PostfixMapsItem());
   return items;
 }

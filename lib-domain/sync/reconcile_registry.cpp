@@ -43,6 +43,11 @@ ReconcileItem OwnerRegistryItem() {
               &BuildRegistry);
 }
 
+ReconcileItem LoginsItem() {
+  return Item("registry for logins", PATHS::LoginDb(), ReconcileScope::kFull, &AreLoginsBehind,
+              "the registry for logins is older than the domain database", &BuildLogins);
+}
+
 ReconcileItem PostfixMapsItem() {
   return Item("maps for Postfix", PATHS::PostfixAddresses(), ReconcileScope::kFull,
               &ArePostfixMapsBehind, "the maps for Postfix are not those of the domain database",

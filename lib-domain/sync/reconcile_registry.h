@@ -12,6 +12,8 @@ ReconcileItem ChangedAddressesItem();
 // Builds the registry anew when it was built from the domain database before and that changed
 // since. A registry that another program fills is left alone.
 ReconcileItem OwnerRegistryItem();
+// The one that Dovecot reads, where this machine pulled before it managed.
+ReconcileItem LoginsItem();
 // The maps where they were made once.
 ReconcileItem PostfixMapsItem();
 

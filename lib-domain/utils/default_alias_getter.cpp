@@ -20,7 +20,7 @@ namespace {
 using KeyTable = std::map<std::string, std::string>;
 
 const KeyTable& KeysOf(AUTH_TYPE type) {
-  static const std::map<AUTH_TYPE, KeyTable> tables = {
+  static const auto& tables = *new std::map<AUTH_TYPE, KeyTable>{
       {AUTH_LOCAL, {{"a", INTERNAL::kAccountAttr}, {"m", "mail"}}},
       {AUTH_LDAP, {{"a", INTERNAL::kAccountAttr}, {"m", "mail"}}},
       {AUTH_WIN,
@@ -31,7 +31,7 @@ const KeyTable& KeysOf(AUTH_TYPE type) {
         {"d", "displayName"},
         {"m", "mailNickname"}}},
   };
-  static const KeyTable none;
+  static const auto& none = *new KeyTable();
   const auto table = tables.find(type);
   return table == tables.end() ? none : table->second;
 }

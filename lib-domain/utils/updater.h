@@ -115,6 +115,9 @@ class MDOMAIN_EXPORT Updater {
   // it.
   bool Trigger();
 
+  // Whether the last Trigger of this object published.
+  bool IsPublished() const { return is_published_; }
+
   // Whether Trigger may replace published domains by none. Not allowed until it is set.
   void AllowEmptyPublication(bool allowed) { empty_publication_allowed_ = allowed; }
 
@@ -192,6 +195,7 @@ class MDOMAIN_EXPORT Updater {
   size_t mirrored_users_ = 0;  // before the refresh
   size_t mirrored_groups_ = 0;
   bool empty_publication_allowed_ = false;
+  bool is_published_ = false;
   std::string settings_owner_;  // model file whose domains the settings outside belong to
 };
 

@@ -9,6 +9,7 @@
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
 #include "platform/include/kept_database.h"
+#include "platform/include/lost_database.h"
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
 #include "platform/include/text.h"
@@ -16,6 +17,7 @@
 namespace {
 
 using korvmailserver::CompiledStatements;
+using korvmailserver::IsDatabaseLost;
 using korvmailserver::KeptDatabase;
 using korvmailserver::Statement;
 using korvmailserver::ToLowerAscii;
@@ -119,9 +121,10 @@ int Change(const std::string& path, bool loaded, bool create, const Body& body) 
     return Fail(path, "changed before it was loaded");
   }
   if (!create && !KLIBCFileExist(path.c_str())) {
-    return 0;
+    return IsDatabaseLost(path) ? -1 : 0;
   }
   DBHandler db(path, kSchema);
+  db.refuseLost();
   if (db.connect() != 0) {
     return -1;
   }
@@ -220,8 +223,12 @@ Alias::Alias(const std::string& path) : path_(path) {}
 
 int Alias::load() {
   std::vector<Entry> entries;
+  if (IsDatabaseLost(path_)) {
+    return -1;
+  }
   if (KLIBCFileExist(path_.c_str())) {
     DBHandler db(path_, kSchema);
+    db.refuseLost();
     if (db.connect() != 0) {
       return -1;
     }
@@ -255,9 +262,10 @@ int Alias::_Select(const char* sql, const ReadRow& read_row, std::set<Value>& va
     return 0;
   }
   if (!KLIBCFileExist(path_.c_str())) {
-    return 0;
+    return IsDatabaseLost(path_) ? -1 : 0;
   }
   DBHandler db(path_, kSchema);
+  db.refuseLost();
   if (db.connect() != 0) {
     return -1;
   }

@@ -6,6 +6,7 @@
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
 #include "platform/include/kept_database.h"
+#include "platform/include/lost_database.h"
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
 
@@ -113,6 +114,7 @@ int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& s
     return 0;
   }
   DBHandler db(path, SettingsSchema());
+  db.refuseLost();
   if (db.connect() != 0 || !IsOurs(path, db.getDB())) {
     return -1;
   }
@@ -149,7 +151,7 @@ void Add(const DomainsWithRows& found, Ids& domain_ids, Ids& whole_domain_ids) {
 }  // namespace
 
 const std::string& SettingsSchema() {
-  static const std::string schema = std::string(kServerTables) + kDomainTables;
+  static const auto& schema = *new std::string(std::string(kServerTables) + kDomainTables);
   return schema;
 }
 
@@ -161,7 +163,7 @@ int DomainSetting::CreateSettings(int domain_id) {
 
 int DomainSetting::DelSettings(int domain_id) {
   if (!KLIBCFileExist(path_.c_str())) {
-    return 0;
+    return korvmailserver::IsDatabaseLost(path_) ? -1 : 0;
   }
   return RunOnBothTables(path_, kDeleteRows, domain_id);
 }
@@ -177,9 +179,10 @@ int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_d
     return 0;
   }
   if (!KLIBCFileExist(path_.c_str())) {
-    return 0;
+    return korvmailserver::IsDatabaseLost(path_) ? -1 : 0;
   }
   DBHandler db(path_, SettingsSchema());
+  db.refuseLost();
   if (db.connect() != 0) {
     return -1;
   }

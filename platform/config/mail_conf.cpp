@@ -16,7 +16,7 @@ std::string DefaultOf(const std::string& key) {
 }  // namespace
 
 AUTH_TYPE ConvertAuthType(const std::string& text) {
-  static const std::map<std::string, AUTH_TYPE> types = {
+  static const auto& types = *new std::map<std::string, AUTH_TYPE>{
       {"local", AUTH_LOCAL}, {"win", AUTH_WIN}, {"ldap", AUTH_LDAP}};
   const auto type = types.find(text);
   return type == types.end() ? AUTH_UNKNOWN : type->second;

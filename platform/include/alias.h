@@ -29,7 +29,8 @@ class MDOMAIN_EXPORT Alias {
 
   explicit Alias(const std::string& path);
   // All return 0, or negative with one log line and nothing changed. load() reads the whole store;
-  // a missing file is an empty store and is created only by set(). Those that change need a load()
+  // a missing file is an empty store and is created only by set(); one that this process has had
+  // open before is a failure, as it is for all other calls. Those that change need a load()
   // before; removing what is not there is success.
   int load();
   // Adds the ids of all domains that have entries or members, by itself and without a load().

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,7 +51,7 @@ struct TableChange {
 
 // Watches every connection that this process opens from now on, whichever code opens it, and keeps
 // each row as it was before its first change. What is rolled back, or changed and changed back, is
-// no change. One lives at a time; of one thread.
+// no change. One lives at a time in a thread, and it sees the changes of that thread.
 class MDOMAIN_EXPORT ChangeRecord {
  public:
   using Watches = std::function<bool(const std::string& path, const std::string& table)>;
@@ -61,6 +62,9 @@ class MDOMAIN_EXPORT ChangeRecord {
   ~ChangeRecord();
   ChangeRecord(const ChangeRecord&) = delete;
   ChangeRecord& operator=(const ChangeRecord&) = delete;
+
+  // Connections opened from now on can be watched by every later record, in any thread.
+  static void WatchFromNowOn();
 
   // Whether everything was kept.
   bool IsWhole() const { return is_whole_; }
@@ -86,10 +90,13 @@ class MDOMAIN_EXPORT ChangeRecord {
 enum class RowSide { kBefore, kAfter };
 
 // Brings the rows of tables of one database to one side of the change, in a transaction that the
-// caller opened on `db`, with foreign keys deferred, and rolls back unless all went well. A row
-// that is on neither side is an obstacle: it is told, "TABLE: COLUMN = VALUE, ...", and nothing
-// more is written. SQLite's code of the first failure.
+// caller opened on `db` without foreign keys, and rolls back unless all went well. A row that is on
+// neither side is an obstacle: it is told, "TABLE: COLUMN = VALUE, ...", and nothing more is
+// written. What is in the columns `derived` follows from other rows: a row may differ there from
+// both sides. A row that is on its side already stays, so the same call may be made again. SQLite's
+// code of the first failure.
 MDOMAIN_EXPORT int ApplyChanges(sqlite3* db, const std::vector<TableChange>& changes, RowSide side,
+                                const std::set<std::string>& derived,
                                 std::vector<std::string>& obstacles);
 
 }  // namespace korvmailserver

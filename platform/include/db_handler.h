@@ -24,7 +24,8 @@ struct SqlStep {
 
 // An object and its connection, which is opened without SQLite's lock for threads, are for one
 // thread at a time. Several processes may use one file: SQLite's locks apply, with the busy
-// timeout.
+// timeout. A process that was forked from the one that connected neither uses nor closes its
+// connection: every call fails (SQLITE_MISUSE) until disconnect() and connect().
 class MDOMAIN_EXPORT DBHandler {
  public:
   // Opens nothing. `schema` is run by connect() when it creates the file; it may be empty.
@@ -46,11 +47,22 @@ class MDOMAIN_EXPORT DBHandler {
   // as a new one. Every write fails (SQLITE_READONLY), and a file that somebody else makes later is
   // not seen before the next connect().
   void readMissingAsNew() { reads_missing_ = true; }
-  // Whether the path leads to another file than the open one, which would be read and written all
-  // the same: it was replaced, or one came into being where there was none. Disconnect and connect
-  // to get it. False while nothing is open.
-  bool isReplaced() const;
+  // Before connect(): a file that is missing although this process has had it open by such a
+  // handler is then a failure with one log line, and none is made in its place.
+  void refuseLost() { refuses_lost_ = true; }
+
+  // What stands at the path, beside the open file, which would be read and written all the same.
+  enum class FileNow {
+    kSame,     // also while nothing is open
+    kOther,    // it was replaced, one came into being where there was none, or the connection is
+               // that of the process from which this one was forked: disconnect and connect
+    kMissing,  // it was moved away or removed
+  };
+  FileNow lookAtFile() const;
+  bool isReplaced() const;  // kOther
   // Commits the transaction of a BatchScope that is open (a failure is logged) and closes the file.
+  // In a forked process the connection is left to its owner, and a transaction that was open in it
+  // is lost to this process: a BatchScope that still lives fails.
   void disconnect();
 
   // Runs the entries in order and stops at the first failure. With `transaction`, BEGIN IMMEDIATE
@@ -102,11 +114,14 @@ class MDOMAIN_EXPORT DBHandler {
   int _OpenStandIn();
   int _OpenAndCheck();
   int _RunSchema();
+  bool _IsOfOtherProcess() const;
+  void _LeaveToParent();
   int _RunGuarded(const std::function<int()>& run);
   int _RunTransaction(const std::function<int()>& work);
   int _RunSavepoint(const std::function<int()>& work);
   int _RunAll(const SQLCmd& cmds);
   int _EndTransaction();
+  void _DropTransaction();
   bool _NoticeLostTransaction(int result);
   int _ExecText(const char* sql);
   int _KeepFailure(int result);
@@ -121,6 +136,7 @@ class MDOMAIN_EXPORT DBHandler {
   int scope_depth_ = 0;
   bool scope_open_ = false;  // the scope's transaction has begun
   bool reads_missing_ = false;
+  bool refuses_lost_ = false;
   bool is_stand_in_ = false;  // connected, in memory, in the place of a missing file
   int scope_lost_ = 0;        // why SQLite rolled it back under the scope, 0 while it has not
 };

@@ -1,5 +1,6 @@
 // Per-domain rows of the settings database: one default row per domain in
-// multi_domain_enable_table and multi_domain_rate_table.
+// multi_domain_enable_table and multi_domain_rate_table. A file that this process has had open and
+// that is gone since is a failure for every call, and none is made in its place.
 #ifndef PLATFORM_DOMAIN_SETTING_H
 #define PLATFORM_DOMAIN_SETTING_H
 

@@ -42,7 +42,7 @@ struct InForce {
 };
 
 InForce& Kept() {
-  static InForce kept;
+  static auto& kept = *new InForce();
   return kept;
 }
 
@@ -74,7 +74,7 @@ KeyStoreBackend* BackendInForce(std::string& error) {
 
 }  // namespace
 
-const std::vector<std::string> kKeyStoreTrees = {kVirtualDomainTree};
+const std::vector<std::string>& kKeyStoreTrees = *new std::vector<std::string>{kVirtualDomainTree};
 
 std::string KeyStoreTreeOf(const std::string& key) {
   return key.rfind(kAdditionalDomainPrefix, 0) == 0 ? kVirtualDomainTree : "";

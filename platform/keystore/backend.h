@@ -20,7 +20,7 @@ namespace korvmailserver {
 class CopiedStore;
 
 // Names of the trees that exist besides the root tree "".
-extern const std::vector<std::string> kKeyStoreTrees;
+extern const std::vector<std::string>& kKeyStoreTrees;
 
 // The tree in which a key lies.
 std::string KeyStoreTreeOf(const std::string& key);

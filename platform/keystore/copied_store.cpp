@@ -77,7 +77,7 @@ Map Differing(const Map& wanted, const Map& stored) {
 }  // namespace
 
 PendingPublications& PublicationsOfProcess() {
-  static PendingPublications pending;
+  static auto& pending = *new PendingPublications();
   return pending;
 }
 

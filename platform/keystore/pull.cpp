@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "platform/include/files.h"
+#include "platform/include/lost_database.h"
 #include "platform/include/maillog.h"
 #include "platform/include/root_path.h"
 #include "platform/keystore/copied_store.h"
@@ -32,7 +33,7 @@ std::map<std::string, size_t> PlacesOfPieces(const KnownFile& known) {
 // What this process found when it last looked at the files that it pulls, by path. A machine that
 // watches looks again and again, and what it sees on a quiet one is not worth writing down.
 KnownFiles& SeenFiles() {
-  static KnownFiles files;
+  static auto& files = *new KnownFiles();
   return files;
 }
 
@@ -87,6 +88,7 @@ void RemoveFiles(const std::vector<std::string>& keys, const KnownFiles& known,
   for (const std::string& key : keys) {
     const std::string& path = known.at(key).path;
     if (unlink(path.c_str()) == 0) {
+      ForgetDatabase(path);
       report.files.push_back({key, WithoutRoot(path), PullResult::kRemoved});
     }
   }

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/include/digest.h"
+
 namespace korvmailserver {
 
 // The content of a file; of an SQLite database a consistent image of its last committed state, also
@@ -25,8 +27,6 @@ class Digest {
  private:
   sha256_ctx state_;
 };
-
-std::string DigestOf(std::string_view bytes);
 
 }  // namespace korvmailserver
 

@@ -1,6 +1,7 @@
 // One transaction over the batches of a scope; exeCmds makes each of them a savepoint in it.
 #include <sqlite3.h>
 
+#include <exception>
 #include <utility>
 
 #include "platform/include/batch_scope.h"
@@ -13,8 +14,8 @@ namespace {
 // The handler of the outermost scope, and what waits for its commit.
 DBHandler* outermost = nullptr;
 std::vector<std::function<void()>>& Waiting() {
-  static std::vector<std::function<void()>> waiting;
-  return waiting;
+  static auto* waiting = new std::vector<std::function<void()>>();
+  return *waiting;
 }
 
 void EndWaiting(bool is_committed) {
@@ -31,6 +32,9 @@ void EndWaiting(bool is_committed) {
 }  // namespace
 
 int DBHandler::_EndTransaction() {
+  if (_IsOfOtherProcess()) {
+    disconnect();
+  }
   if (scope_lost_ != SQLITE_OK) {
     return err_ = std::exchange(scope_lost_, SQLITE_OK);
   }
@@ -44,16 +48,31 @@ int DBHandler::_EndTransaction() {
   return err_ = result;
 }
 
-BatchScope::BatchScope(DBHandler* handler) : handler_(handler) {
-  if (handler_ != nullptr) {
-    ++handler_->scope_depth_;
-    outermost = outermost == nullptr ? handler_ : outermost;
+void DBHandler::_DropTransaction() {
+  if (_IsOfOtherProcess()) {
+    disconnect();
   }
+  scope_lost_ = SQLITE_OK;
+  if (std::exchange(scope_open_, false)) {
+    _RollBack();
+  }
+}
+
+BatchScope::BatchScope(DBHandler* handler)
+    : handler_(handler), has_handler_(handler != nullptr), exceptions_(std::uncaught_exceptions()) {
+  if (!has_handler_) {
+    maillog(kLogError, "A transaction was asked for where no database is open");
+    return;
+  }
+  ++handler_->scope_depth_;
+  outermost = outermost == nullptr ? handler_ : outermost;
 }
 
 BatchScope::~BatchScope() {
   DBHandler* const handler = handler_;
-  if (Commit() != SQLITE_OK) {
+  if (std::uncaught_exceptions() > exceptions_) {
+    Drop();
+  } else if (handler != nullptr && Commit() != SQLITE_OK) {
     maillog(kLogError, "Cannot commit to database [%s]: %s", handler->path_.c_str(),
             handler->err_text_.c_str());
   }
@@ -62,13 +81,24 @@ BatchScope::~BatchScope() {
 int BatchScope::Commit() {
   DBHandler* const handler = std::exchange(handler_, nullptr);
   if (handler == nullptr || --handler->scope_depth_ > 0) {
-    return SQLITE_OK;
+    return has_handler_ ? SQLITE_OK : SQLITE_MISUSE;
   }
   const int result = handler->_EndTransaction();
   if (handler == outermost) {
     EndWaiting(result == SQLITE_OK);
   }
   return result;
+}
+
+void BatchScope::Drop() {
+  DBHandler* const handler = std::exchange(handler_, nullptr);
+  if (handler == nullptr || --handler->scope_depth_ > 0) {
+    return;
+  }
+  handler->_DropTransaction();
+  if (handler == outermost) {
+    EndWaiting(false);
+  }
 }
 
 bool BatchScope::IsAnyOpen() {

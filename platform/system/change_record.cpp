@@ -3,8 +3,10 @@
 #define SQLITE_ENABLE_PREUPDATE_HOOK 1
 #include "platform/include/change_record.h"
 
+#include <atomic>
 #include <memory>
 #include <optional>
+#include <set>
 
 #include "platform/include/maillog.h"
 #include "platform/include/sqlite.h"
@@ -16,8 +18,14 @@ namespace {
 constexpr int kBusyMilliseconds = 10000;
 
 ChangeRecord*& Current() {
-  static ChangeRecord* current = nullptr;
+  thread_local ChangeRecord* current = nullptr;
   return current;
+}
+
+// Never goes back to false.
+std::atomic<bool>& WatchesAlways() {
+  static std::atomic<bool> always(false);
+  return always;
 }
 
 SqlValue Value(sqlite3_value* from) {
@@ -130,8 +138,7 @@ std::string Shown(const TableChange& change, const SqlRow& row) {
   return change.table + ": " + text;
 }
 
-// "INSERT ..." or "UPDATE ..." with the rowid as first parameter and the values behind it; the
-// rowid may be NULL in the first.
+// The rowid is the first parameter and may be NULL, the values stand behind it.
 std::string InsertText(const TableChange& change) {
   std::string columns = "rowid";
   std::string values = "?1";
@@ -142,92 +149,124 @@ std::string InsertText(const TableChange& change) {
   return FormatSql("INSERT INTO \"%w\"(", change.table.c_str()) + columns + ") VALUES(" + values +
          ")";
 }
-// Whether there is an equal row, whatever its rowid.
-std::string FindText(const TableChange& change) {
+// The rowid of a row that is equal in what counts.
+std::string FindText(const TableChange& change, const std::vector<bool>& counts) {
   std::string where;
   for (size_t i = 0; i < change.columns.size(); ++i) {
-    where += FormatSql("%s\"%w\" IS ?%d", i == 0 ? "" : " AND ", change.columns[i].c_str(),
-                       static_cast<int>(i) + 2);
+    if (counts[i]) {
+      where += FormatSql(" AND \"%w\" IS ?%d", change.columns[i].c_str(), static_cast<int>(i) + 2);
+    }
   }
-  return FormatSql("SELECT 1 FROM \"%w\" WHERE ?1 IS ?1 AND ", change.table.c_str()) + where +
+  return FormatSql("SELECT rowid FROM \"%w\" WHERE ?1 IS ?1", change.table.c_str()) + where +
          " LIMIT 1";
 }
-std::string UpdateText(const TableChange& change) {
-  std::string sets;
-  for (size_t i = 0; i < change.columns.size(); ++i) {
-    sets += FormatSql("%s\"%w\" = ?%d", i == 0 ? "" : ", ", change.columns[i].c_str(),
-                      static_cast<int>(i) + 2);
+
+// For each column whether it counts when rows are compared.
+std::vector<bool> Counting(const TableChange& change, const std::set<std::string>& derived) {
+  std::vector<bool> counts;
+  for (const std::string& column : change.columns) {
+    counts.push_back(derived.count(column) == 0);
   }
-  return FormatSql("UPDATE \"%w\" SET ", change.table.c_str()) + sets + " WHERE rowid = ?1";
+  return counts;
 }
 
-// Brings rows of one table to one side of the change. Rows go first: others may need their keys.
+// Brings rows of one table to one side of the change. What goes or is replaced goes first, in all
+// tables: two rows may have exchanged a value that only one of them can have.
 class RowWriter {
  public:
-  RowWriter(sqlite3* db, const TableChange& change, RowSide side)
-      : reader_(db, change.table),
-        find_(db, FindText(change)),
+  RowWriter(sqlite3* db, const TableChange& change, RowSide side,
+            const std::set<std::string>& derived)
+      : change_(change),
+        side_(side),
+        counts_(Counting(change, derived)),
+        reader_(db, change.table),
+        find_(db, FindText(change, counts_)),
         insert_(db, InsertText(change)),
-        update_(db, UpdateText(change)),
-        remove_(db, FormatSql("DELETE FROM \"%w\" WHERE rowid = ?1", change.table.c_str())),
-        change_(change),
-        side_(side) {}
+        remove_(db, FormatSql("DELETE FROM \"%w\" WHERE rowid = ?1", change.table.c_str())) {}
 
-  // A row to be put back whose number another row has by now is no obstacle: it gets a new one.
   int Remove(std::vector<std::string>& obstacles) {
-    return _ForEach([&](const RowChange& row, const SqlRow& wanted, const SqlRow& present) {
-      const SqlRow& expected = side_ == RowSide::kBefore ? row.after : row.before;
-      if (present == wanted || (expected.empty() && !wanted.empty())) {
-        return SQLITE_OK;
-      }
-      if (!(present == expected)) {
-        obstacles.push_back(Shown(change_, present.empty() ? expected : present));
-        return SQLITE_OK;
-      }
-      return wanted.empty() ? _Run(remove_, row.rowid, wanted) : SQLITE_OK;
-    });
-  }
-  int Write() {
-    return _ForEach([&](const RowChange& row, const SqlRow& wanted, const SqlRow& present) {
-      const SqlRow& expected = side_ == RowSide::kBefore ? row.after : row.before;
-      if (wanted.empty() || present == wanted) {
-        return SQLITE_OK;
-      }
-      if (!expected.empty()) {
-        return _Run(update_, row.rowid, wanted);
-      }
-      bool is_there = false;
-      const int result = _Find(wanted, is_there);
-      return result != SQLITE_OK || is_there ? result
-             : present.empty()               ? _Run(insert_, row.rowid, wanted)
-                                             : _Run(insert_, std::nullopt, wanted);
-    });
-  }
-
- private:
-  template <typename Use>
-  int _ForEach(const Use& use) {
     int result = SQLITE_OK;
     SqlRow present;
     for (const RowChange& row : change_.rows) {
       result = reader_.Read(row.rowid, present);
-      result = result == SQLITE_OK
-                   ? use(row, side_ == RowSide::kBefore ? row.before : row.after, present)
-                   : result;
+      result = result == SQLITE_OK ? _Remove(row, present, obstacles) : result;
       if (result != SQLITE_OK) {
         break;
       }
     }
     return result;
   }
-  int _Find(const SqlRow& values, bool& is_there) {
-    for (size_t i = 0; i < values.size(); ++i) {
-      find_.Bind(static_cast<int>(i) + 2, values[i]);
+  int Write() {
+    int result = SQLITE_OK;
+    for (auto row = replaced_.begin(); row != replaced_.end() && result == SQLITE_OK; ++row) {
+      result = _Run(insert_, row->first, *row->second);
     }
+    for (auto row = removed_.begin(); row != removed_.end() && result == SQLITE_OK; ++row) {
+      result = _PutBack(**row);
+    }
+    return result;
+  }
+
+ private:
+  const SqlRow& _Wanted(const RowChange& row) const {
+    return side_ == RowSide::kBefore ? row.before : row.after;
+  }
+  // Exactly equal rows go before those that are equal in what counts: where only a derived value
+  // changed it is put back too, unless somebody has derived it anew.
+  int _Remove(const RowChange& row, const SqlRow& present, std::vector<std::string>& obstacles) {
+    const SqlRow& wanted = _Wanted(row);
+    const SqlRow& expected = side_ == RowSide::kBefore ? row.after : row.before;
+    if (present == wanted || (!(present == expected) && _IsAlike(present, wanted))) {
+      return SQLITE_OK;
+    }
+    if (expected.empty()) {
+      removed_.push_back(&row);
+      return SQLITE_OK;
+    }
+    std::optional<long long> rowid = row.rowid;
+    const int result = _IsAlike(present, expected) ? SQLITE_OK : _Find(expected, rowid);
+    if (result != SQLITE_OK || !rowid) {
+      obstacles.push_back(Shown(change_, present.empty() ? expected : present));
+      return result;
+    }
+    if (!wanted.empty()) {
+      replaced_.push_back({*rowid, &wanted});
+    }
+    return _Run(remove_, rowid, {});
+  }
+  // Another row may have the number by now: then this one gets a new one.
+  int _PutBack(const RowChange& row) {
+    const SqlRow& wanted = _Wanted(row);
+    SqlRow present;
+    std::optional<long long> equal;
+    int result = _Find(wanted, equal);
+    if (result == SQLITE_OK && !equal) {
+      result = reader_.Read(row.rowid, present);
+      const auto rowid = present.empty() ? std::optional<long long>(row.rowid) : std::nullopt;
+      result = result == SQLITE_OK ? _Run(insert_, rowid, wanted) : result;
+    }
+    return result;
+  }
+  bool _IsAlike(const SqlRow& one, const SqlRow& other) const {
+    bool is_alike = one.size() == other.size();
+    for (size_t i = 0; i < one.size() && is_alike; ++i) {
+      is_alike = one[i] == other[i] || (i < counts_.size() && !counts_[i]);
+    }
+    return is_alike;
+  }
+  int _Find(const SqlRow& values, std::optional<long long>& rowid) {
+    for (size_t i = 0; i < values.size(); ++i) {
+      if (i < counts_.size() && counts_[i]) {
+        find_.Bind(static_cast<int>(i) + 2, values[i]);
+      }
+    }
+    rowid.reset();
     const int result = find_.Step();
+    if (result == SQLITE_ROW) {
+      rowid = sqlite3_column_int64(find_.Get(), 0);
+    }
     find_.Reset();
-    is_there = result == SQLITE_ROW;
-    return is_there || result == SQLITE_DONE ? SQLITE_OK : result;
+    return result == SQLITE_ROW || result == SQLITE_DONE ? SQLITE_OK : result;
   }
   static int _Run(Prepared& statement, std::optional<long long> rowid, const SqlRow& values) {
     if (rowid) {
@@ -243,13 +282,15 @@ class RowWriter {
     return result == SQLITE_DONE ? SQLITE_OK : result;
   }
 
+  const TableChange& change_;
+  RowSide side_;
+  std::vector<bool> counts_;
   RowReader reader_;
   Prepared find_;
   Prepared insert_;
-  Prepared update_;
   Prepared remove_;
-  const TableChange& change_;
-  RowSide side_;
+  std::vector<std::pair<long long, const SqlRow*>> replaced_;  // to be written under this rowid
+  std::vector<const RowChange*> removed_;  // to be written unless an equal one is there
 };
 
 }  // namespace
@@ -304,8 +345,15 @@ ChangeRecord::ChangeRecord(Watches watches, size_t most)
 }
 
 ChangeRecord::~ChangeRecord() {
-  sqlite3_cancel_auto_extension(ChangeRecordHook::OpeningEntry());
+  if (!WatchesAlways()) {
+    sqlite3_cancel_auto_extension(ChangeRecordHook::OpeningEntry());
+  }
   Current() = nullptr;
+}
+
+void ChangeRecord::WatchFromNowOn() {
+  WatchesAlways() = true;
+  sqlite3_auto_extension(ChangeRecordHook::OpeningEntry());
 }
 
 ChangeRecord::Rows* ChangeRecord::_Watched(const char* path, const char* table) {
@@ -364,11 +412,11 @@ bool ChangeRecord::List(std::vector<TableChange>& changes) const {
 }
 
 int ApplyChanges(sqlite3* db, const std::vector<TableChange>& changes, RowSide side,
-                 std::vector<std::string>& obstacles) {
+                 const std::set<std::string>& derived, std::vector<std::string>& obstacles) {
   std::vector<std::unique_ptr<RowWriter>> writers;
   int result = SQLITE_OK;
   for (const TableChange& change : changes) {
-    writers.push_back(std::make_unique<RowWriter>(db, change, side));
+    writers.push_back(std::make_unique<RowWriter>(db, change, side, derived));
     result = result == SQLITE_OK ? writers.back()->Remove(obstacles) : result;
   }
   for (const auto& writer : writers) {

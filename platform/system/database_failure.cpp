@@ -27,7 +27,7 @@ bool LacksTableOrColumn(sqlite3* db) {
 }
 
 std::string& Kept() {
-  static std::string kept;
+  static auto& kept = *new std::string();
   return kept;
 }
 

@@ -12,8 +12,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <utility>
 
 #include "platform/include/files.h"
+#include "platform/include/lost_database.h"
 #include "platform/include/maillog.h"
 #include "platform/include/new_file.h"
 #include "platform/include/sqlite.h"
@@ -87,6 +90,12 @@ bool MayCreate(const std::string& path) {
   return eaccess(folder.empty() ? "/" : folder.c_str(), W_OK | X_OK) == 0;
 }
 
+// Which of them each connected handler belongs to; beside the handlers, whose size programs know.
+std::map<const DBHandler*, pid_t>& Processes() {
+  static auto& processes = *new std::map<const DBHandler*, pid_t>();
+  return processes;
+}
+
 bool IsEmptyFile(const std::string& path) {
   struct stat info {};
   return stat(path.c_str(), &info) == 0 && info.st_size == 0;
@@ -121,6 +130,9 @@ int DBHandler::connect() {
   std::string why;
   const Found found = Look(path_, why);
   bool created = false;
+  if (found == Found::kNothing && refuses_lost_ && korvmailserver::IsDatabaseLost(path_)) {
+    return err_ = SQLITE_CANTOPEN;
+  }
   if (found == Found::kNothing && reads_missing_ && !MayCreate(path_)) {
     return err_ = _OpenStandIn();
   }
@@ -142,6 +154,8 @@ int DBHandler::connect() {
     if (created && IsEmptyFile(path_)) {
       unlink(path_.c_str());
     }
+  } else if (refuses_lost_) {
+    korvmailserver::NoteDatabase(path_);
   }
   return err_ = result;
 }
@@ -171,6 +185,7 @@ bool DBHandler::_CreateFile(bool& created) {
 // An empty database in memory with the schema, in the place of the file that is missing.
 int DBHandler::_OpenStandIn() {
   is_stand_in_ = true;
+  Processes()[this] = getpid();
   int result = sqlite3_open_v2(":memory:", &db_, SQLITE_OPEN_READWRITE, nullptr);
   if (result == SQLITE_OK && !schema_.empty()) {
     result = _ExecText(schema_.c_str());
@@ -195,6 +210,7 @@ void DBHandler::forbidWritesInMemory() {
 int DBHandler::_OpenAndCheck() {
   // Without the lock that would let threads share it, and be taken for every value that is read.
   constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+  Processes()[this] = getpid();
   const int result = sqlite3_open_v2(path_.c_str(), &db_, kFlags, nullptr);
   if (result != SQLITE_OK) {
     _KeepFailure(result);
@@ -230,11 +246,19 @@ int DBHandler::_RunSchema() {
 }
 
 // SQLite knows which file it opened, and is asked once: from then on a look at the path is enough.
-bool DBHandler::isReplaced() const {
+DBHandler::FileNow DBHandler::lookAtFile() const {
   struct stat info {};
-  if (db_ == nullptr || stat(path_.c_str(), &info) != 0 ||
-      (inode_ == info.st_ino && device_ == info.st_dev)) {
-    return false;
+  if (db_ == nullptr) {
+    return FileNow::kSame;
+  }
+  if (_IsOfOtherProcess()) {
+    return FileNow::kOther;
+  }
+  if (stat(path_.c_str(), &info) != 0) {
+    return is_stand_in_ || errno != ENOENT ? FileNow::kSame : FileNow::kMissing;
+  }
+  if (inode_ == info.st_ino && device_ == info.st_dev) {
+    return FileNow::kSame;
   }
   int has_moved = 1;  // what stands in for a missing file knows of none
   sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
@@ -242,19 +266,44 @@ bool DBHandler::isReplaced() const {
     device_ = info.st_dev;
     inode_ = info.st_ino;
   }
-  return has_moved != 0;
+  return has_moved != 0 ? FileNow::kOther : FileNow::kSame;
+}
+
+bool DBHandler::isReplaced() const {
+  return lookAtFile() == FileNow::kOther;
+}
+
+bool DBHandler::_IsOfOtherProcess() const {
+  const auto process = Processes().find(this);
+  return db_ != nullptr && process != Processes().end() && process->second != getpid();
+}
+
+// Closing it would end the transaction of the process that it belongs to.
+void DBHandler::_LeaveToParent() {
+  static auto* left = new std::vector<sqlite3*>();
+  left->push_back(db_);
+  if (std::exchange(scope_open_, false)) {
+    scope_lost_ = SQLITE_ABORT;
+  }
 }
 
 void DBHandler::disconnect() {
   if (db_ == nullptr) {
     return;
   }
+  const bool is_parents = _IsOfOtherProcess();
+  if (is_parents) {
+    _LeaveToParent();
+  }
   if (scope_open_ && _EndTransaction() != SQLITE_OK) {
     maillog(kLogError, "Cannot commit to database [%s]: %s", path_.c_str(), err_text_.c_str());
   }
   _BeforeClosing();
-  sqlite3_close_v2(db_);  // waits for statements that are still in use
+  if (!is_parents) {
+    sqlite3_close_v2(db_);  // waits for statements that are still in use
+  }
   db_ = nullptr;
+  Processes().erase(this);
   is_stand_in_ = false;
   device_ = 0;
   inode_ = 0;
@@ -290,6 +339,9 @@ int DBHandler::exeSteps(const std::vector<SqlStep>& steps) {
 }
 
 int DBHandler::_RunGuarded(const std::function<int()>& run) {
+  if (_IsOfOtherProcess()) {
+    disconnect();
+  }
   if (db_ == nullptr) {
     err_text_ = "not connected";
     return err_ = SQLITE_MISUSE;

@@ -34,7 +34,7 @@ bool KeptDatabase::Place::operator==(const Place& other) const {
 }
 
 KeptDatabase& KeptDatabase::Of(const std::string& path) {
-  static std::map<std::string, KeptDatabase> kept;
+  static auto& kept = *new std::map<std::string, KeptDatabase>();
   return kept[path.substr(path.rfind('/') + 1)];
 }
 

@@ -71,8 +71,8 @@ std::optional<Ids> FindIn(const std::string& path, const std::string& name) {
 
 // What a file said of the name that was looked up last: every opening of a database asks.
 std::optional<Ids> FindOnce(const std::string& path, const std::string& name) {
-  static korvmailserver::FileStamp stamp;
-  static std::string known_name;
+  static auto& stamp = *new korvmailserver::FileStamp();
+  static auto& known_name = *new std::string();
   static std::optional<Ids> known;
   if (name != known_name || !stamp.Holds(path)) {
     stamp = korvmailserver::FileStamp::Of(path);

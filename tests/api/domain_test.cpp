@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include "lib-domain/api/domain_user.h"
 #include "tests/support/children.h"
 #include "tests/support/sync_fixture.h"
 
@@ -83,7 +84,7 @@ TEST_F(DomainApiTest, ChangeThatIsNotPublishedIsAFailureAndStays) {
     EXPECT_TRUE(Logged("Failed to Trigger")) << name;
     TakeLog();
   }
-  EXPECT_EQ(api.GetErrorCode(), 0U);
+  EXPECT_EQ(api.GetErrorCode(), 5635U);
   EXPECT_EQ(Domains(), (StringList{"1|example.org|1"}));
   EXPECT_EQ(Additional(), (StringList{"b.example"}));
   EXPECT_EQ(Configured("virtual_multiple_domain"), "");
@@ -317,6 +318,42 @@ TEST_F(DomainApiTest, PrimaryDomainComesFirst) {
     }
     EXPECT_EQ(names, (StringList{"three.example!", "one.example", "two.example"}));
   }
+}
+
+// An empty list of those that somebody may see is not that of all.
+TEST_F(DomainApiTest, NothingIsListedOfDomainsThatAreNotAllowed) {
+  CreateDomain("example.com", false);
+  CreateDomain("example.org", false);
+  EXPECT_TRUE(MDOMAIN::API::Updater().Refresh());
+  using Idxs = std::vector<int>;
+  const struct {
+    Idxs asked, allowed, listed;
+  } cases[] = {
+      {{}, {}, {}}, {{1, 2}, {}, {}}, {{}, {2}, {2}}, {{1, 2}, {2, 9}, {2}}, {{1}, {2}, {}}};
+  for (const auto& one : cases) {
+    MDOMAIN::DB::DomainDBFilter filter;
+    filter.SetDomainIdxs(one.asked);
+    filter.LimitToDomainIdxs(one.allowed);
+    std::vector<RECORD::Domain> domains;
+    int count = -1;
+    EXPECT_TRUE(Domain().List(filter, domains));
+    EXPECT_TRUE(Domain().GetDomainCount(filter, count));
+    Idxs listed;
+    for (const RECORD::Domain& domain : domains) {
+      listed.push_back(domain.GetDomainIdx());
+    }
+    EXPECT_EQ(listed, one.listed);
+    EXPECT_EQ(count, static_cast<int>(one.listed.size()));
+    std::vector<RECORD::DomainUser> users;
+    EXPECT_TRUE(MDOMAIN::API::DomainUser().List(filter, users));
+    EXPECT_TRUE(users.empty());
+  }
+  MDOMAIN::DB::DomainDBFilter sorted;
+  std::vector<RECORD::DomainUser> users;
+  sorted.SetDomainIdxs({1});
+  sorted.SetSortBy("uid LIMIT 0; --");
+  EXPECT_FALSE(MDOMAIN::API::DomainUser().List(sorted, users));
+  TakeLog();
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 
 #include <filesystem>
 
+#include "lib-domain/db/notice.h"
+#include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
 #include "tests/support/children.h"
 #include "tests/support/domain_db.h"
@@ -249,6 +251,41 @@ TEST_F(DomainStoreTest, LateUpgradeLeavesWhatIsNewer) {
   close(go[1]);
   EXPECT_EQ(Rows("PRAGMA user_version"), StringList{"7"});
   EXPECT_EQ(Rows("SELECT count(*) FROM sqlite_master WHERE name = 'domain_view'"), StringList{"0"});
+}
+
+// Names and what the schema has are remembered as long as nobody commits.
+TEST_F(DomainStoreTest, WhatIsRememberedIsWhatIsStored) {
+  MDOMAIN::DB::Notice notices;
+  const auto read = [&] {
+    std::vector<Record> domains;
+    std::vector<unsigned int> uids;
+    EXPECT_TRUE(store_.ListNames(domains) && notices.List(uids));
+    std::string all = MDOMAIN::BASE::Join(uids, " ");
+    for (const Record& domain : domains) {
+      all += " " + domain.GetDomainName();
+    }
+    return all;
+  };
+  const auto expect = [&](const std::string& all) {
+    EXPECT_EQ(read(), all);
+    EXPECT_EQ(read(), all);
+  };
+  expect("");
+  Run("INSERT INTO domain_table(domain_idx, domain_name) VALUES(1, 'a')");
+  expect(" a");
+  Run("CREATE TABLE mdomain_notice_table(uid INTEGER PRIMARY KEY);INSERT INTO "
+      "mdomain_notice_table VALUES(7)");
+  expect("7 a");
+  Run("DROP TABLE mdomain_notice_table");
+  expect(" a");
+  {
+    BatchScope scope(MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler());
+    ASSERT_TRUE(store_.Create(Make(2, "b")) && notices.Add({8}));
+    expect("8 a b");
+    ASSERT_TRUE(store_.Delete({2}));
+    expect("8 a");
+  }
+  expect("8 a");
 }
 
 TEST_F(DomainStoreTest, MissingTableFailsEveryRead) {

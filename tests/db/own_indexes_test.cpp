@@ -200,7 +200,8 @@ TEST_F(OwnIndexes, PagesCountsAndSearchesAreTheSame) {
     MakeModel(plain);
     DomainDBFilter filter("domain_user_view");
     filter.SetDomainIdxs(Draw(3) == 0 ? std::vector<int>{1, 2} : std::vector<int>{1});
-    filter.SetQuery(OneOf({"", "", "a", "%", "Z"}));
+    const std::string query = OneOf({"", "", "a", "%", "Z"});
+    Draw(2) == 0 ? filter.SetLiteralQuery(query) : filter.SetQuery(query);
     filter.SetQueryType(OneOf({"", "user_name", "account_alias"}));
     filter.SetSortBy(OneOf({"", "user_name", "uid", "role", "account_alias"}));
     filter.SetSortDirection(OneOf({"ASC", "DESC"}));

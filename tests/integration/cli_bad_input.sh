@@ -82,7 +82,7 @@ done
 refused 2 'required' domain
 refused 2 'required' domain create
 refused 2 'not expected' domain list extra
-refused 2 'not expected' domain list --nosuch
+refused 2 'has no option "--nosuch"' domain list --nosuch
 refused 2 '"x" is not a number' domain list --limit x
 refused 2 '"99999999999" is not a number' user list 1 --offset 99999999999
 refused 2 'x<U\+001B>\[2J<U\+061C>' domain list $'x\e[2J\u061c'
@@ -111,7 +111,7 @@ refused 3 '"ben" is an internal account' user add 2 ben
 # A wrong word is named, with what may have been meant; with --json as an object.
 fails 2 'no command "domian"; did you mean "domain"' domian list
 fails 2 'no command "domain crate"; did you mean "create"' domain crate x.example
-fails 2 'no command "frobnicate" ' frobnicate
+fails 2 'no command "frobnicate"' frobnicate
 good help domain create
 matches "help for a command" "$out" 'Usage: mdomain domain create'
 run --json domain show exmaple.com

@@ -29,12 +29,19 @@ anna@books.example|anna|domain holder postfix registry|further name of domain 1
 team@books.example|anna@localhost, x@elsewhere.example|domain entry postfix registry|several members: anna, x@
 anna+news@books.example|anna|domain extension holder postfix registry|what stands behind .* does not count
 ben@books.example||account domain postfix registry|ben was taken out of the domain by name
-anna@example.org||account domain postfix registry|anna is known and not in the domain \(mdomain user add example.org anna\)
+anna@example.org||account domain postfix registry|anna is known and not in the domain \(mdomain user add example.org anna\); the pattern would give it anna
 erika@books.example||account domain postfix registry|erika is in the domain as erik \(mdomain user set
 ghost@books.example||account domain postfix registry|no account that the last refresh found
 abuse@books.example||account domain postfix registry role|its administrators get it
 anna@nowhere.example||domain|no domain of this host has the name nowhere.example
+anna@boks.example||domain|did you mean "books.example"
+anna@books.example|anna|domain holder postfix registry|role normal, from group sales
 END
+sed -i 's/^anna:/newby:x:1100:2001::\/:\/bin\/sh\n&/' "$MDOMAIN_ROOT/etc/passwd"
+explains newby@books.example "" "account domain postfix registry" 'no refresh has found it yet'
+sed -i '/^newby:\|^anna:/d' "$MDOMAIN_ROOT/etc/passwd"
+explains anna@books.example anna "account domain holder postfix registry" 'anna is gone from the account system'
+printf 'anna:x:1001:2001:::\n' >>"$MDOMAIN_ROOT/etc/passwd"
 good user set bücher.example anna --role domain_admin
 explains postmaster@books.example anna@localhost "account domain postfix registry role" 'its administrators get it'
 good explain erik@books.example

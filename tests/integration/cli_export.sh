@@ -93,7 +93,7 @@ becomes "$document"
 carried "$document"
 while IFS='|' read -r what filter; do
   good export "$scratch/from.json"
-  jq "$filter" "$scratch/from.json" >"$scratch/changed.json"
+  jq --slurpfile old "$document" "$filter" "$scratch/from.json" >"$scratch/changed.json"
   becomes "$scratch/changed.json"
   mdomain export | jq -S . >"$scratch/is"
   jq -S . "$scratch/changed.json" >"$scratch/wanted"
@@ -125,8 +125,12 @@ done <<'END'
 3|\$\.domains\[1\]\.names\[0\]: stands here twice|.domains[1].names += ["BÜCHER.example"] | .domains[1].names |= sort
 3|\$\.domains\[1\]\.disclaimers\[0\]\.op: must be|.domains[1].disclaimers[0].op = "nor"
 3|\$\.\$schema: must be|.["$schema"] = "2"
-3|the entry "all" cannot be made, because of "nobody@example.com"|.domains[1].entries[0].addresses = ["nobody@example.com"]
-3|\$\.domains\[0\]\.removed.*anna|.domains[0].users |= map(select(.name != "anna"))
+3|cannot be made, because of "all@example.com"|.domains[1].entries[0].addresses = ["all@example.com"]
+3|\$\.domains\[1\]\.copies\[0\]\.name: .*another domain|.domains[1].copies[0].name = "x@bücher.example"
+3|\$\.domains\[1\]\.copies\[2\]\.name: stands here twice|.domains[1].copies += [.domains[1].copies[] | select(.type == "recipient") | .name = "ANNA@example.com"]
+3|\$\.domains\[0\]\.pattern: |.domains[0].pattern = "x y<a>"
+3|\$\.domains: has none|.domains = []
+3|\$\.domains\[bücher.example\]\.removed.*anna|.domains[0].users |= map(select(.name != "anna"))
 4|not in the mirror: group nogroup, user nobody\. Next|.domains[1].groups += [{name: "nogroup", role: "normal"}] | .domains[1].users[0].name = "nobody"
 END
 printf '{"domains": [' >"$scratch/wrong.json"
@@ -142,3 +146,15 @@ matches "who is left out" "$err" 'left out: user nobody'
 mdomain -y apply - <"$document" >"$scratch/said" 2>&1 || fail "apply from standard input: $(cat "$scratch/said")"
 carried "$document"
 good -y undo
+
+# A document that fails on the way leaves the DKIM keys of the domains that it had removed as they were.
+new_root keys
+good domain create example.com
+good export "$scratch/one.json"
+good domain create example.org
+mkdir "$etc/dkim.key" && (umask 077 && echo secret >"$etc/dkim.key/dkim.private-2")
+good postfix maps
+rm "$target/etc/postfix_addresses.lmdb" && mkdir "$target/etc/postfix_addresses.lmdb"
+run -y apply "$scratch/one.json"
+same "status of an apply that fails" "$status" 1
+same "the key of before" "$(stat -c %a "$etc/dkim.key/dkim.private-2") $(cat "$etc/dkim.key/dkim.private-2")" '600 secret'

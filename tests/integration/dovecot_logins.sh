@@ -20,11 +20,7 @@ good user add 2 anna --alias chef
 good user add 2 ben --alias chef # collides, and stays anna's
 
 # The host's Dovecot, with PAM.
-for user in anna ben erika; do
-  printf '%s:%s:1::::::\n' $user "$(openssl passwd -6 "of-$user")"
-done >"$scratch/shadow"
-mount --bind "$scratch/shadow" /etc/shadow
-dovecot_configure ' driver = pam' ' driver = passwd'
+dovecot_of_host anna ben erika
 
 config=(--config "$dovecot" --postfix "$postfix/etc")
 gives '[.[].path]' "[\"$dovecot/mdomain-sql.conf.ext\",\"$dovecot/conf.d/05-mdomain.conf\"]" \

@@ -35,7 +35,7 @@ check() {
 }
 
 check mailserver-domain exports.list \
-  'MDOMAIN::|BCC::|MimeDefang(::|$)|korvmailserver::(LogException(::|$)|ErrorText\()|internal::(isAlias|GetBccToConfigValue)'
+  'mdomain::Session::|mdomain_(as|call|close|free|open)$|MDOMAIN::|BCC::|MimeDefang(::|$)|korvmailserver::(LogException(::|$)|ErrorText\()|internal::(isAlias|GetBccToConfigValue)'
 # Without a blank before its parameters: a template's instance begins with the type it returns.
 check mailserver-platform exports-platform.list \
   '(KLIB|KORV|mail|smtpAccountDomainGet|ConvertAuthType|TrimDomainName|FoldAccountName|GetFullNames|MultipleDomain::|korvmailserver::|postara::sdk::|(Alias|BatchScope|Config|DBHandler|SmtpConf)(::|$))[^ (]*(\(|$)'

@@ -9,7 +9,7 @@ fail() { echo "$1"; exit 1; }
 
 cmake -DSOURCE_DIR="$source_dir" -DINCLUDE_DIR="$scratch" -P "$source_dir/cmake/install-headers.cmake"
 cd "$scratch"
-mapfile -t headers < <(find mailserver-domain -name '*.h' | LC_ALL=C sort)
+mapfile -t headers < <(find mailserver-domain -name '*.h' -o -name '*.hpp' | LC_ALL=C sort)
 [ "${#headers[@]}" -gt 40 ] || fail "hardly any header is installed"
 grep -rhoE '^ *# *include "[^"]*"' mailserver-domain | cut -d'"' -f2 | sort -u |
   while read -r needed; do [ -f "$needed" ] || fail "an installed header needs $needed"; done

@@ -114,6 +114,7 @@ for said in 'mail for press@example.com goes to zoe@example.org, an address that
   matches "what the check warns of" "$err" "$said"
 done
 good config set postmaster ben
+deliver <<<'Postmaster@example.org ben'
 for entry in news press gone; do good alias delete 1 $entry --yes; done
 good user set 1 zoe --alias zoe
 
@@ -171,6 +172,13 @@ answers 550 dave@example.com
 good domain names add 1 late.example
 answers 250 dora@late.example
 good postfix check "${config[@]}"
+# What such a map cannot hold is said.
+good user set 1 david --alias dora --alias '#dora'
+for command in "postfix maps" "postfix configure ${config[*]}" "postfix check ${config[*]}" doctor; do
+  # shellcheck disable=SC2086
+  run $command
+  matches "$command" "$out$err" 'no mail comes to #dora@example.com'
+done
 # One that fails is made up for.
 mv "$target/etc/postfix_addresses.db" "$scratch/old.db"
 mkdir "$target/etc/postfix_addresses.db"

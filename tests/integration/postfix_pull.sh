@@ -1,13 +1,14 @@
 #!/bin/bash
-# A machine that pulls what another one manages, with a Postfix of its own: its maps follow each pull,
-# and it takes and refuses mail as the model says, without a reload.
-# ctest-label: postfix redis
+# A machine that pulls what another one manages, with a Postfix and a Dovecot of its own: mail and
+# logins follow each pull, without a reload.
+# ctest-label: postfix redis dovecot
 # ctest-timeout: 300
 here=$(dirname "$0")
 . "$here/lib/private.bash"
 . "$here/lib/driver.bash"
 . "$here/lib/redis.bash"
 . "$here/lib/postfix.bash"
+. "$here/lib/dovecot.bash"
 
 server 16379
 password_file right s3cret
@@ -26,16 +27,25 @@ first refresh
 first group add 2 books
 good node pull
 good postfix configure --apply "${config[@]}"
+dovecot_of_host anna ben
+good dovecot configure --apply --config "$dovecot" --postfix "$postfix/etc"
 postfix_start
+dovecot_start
 good postfix check "${config[@]}"
 answers() { same "$1" "$(mail_py answers "$@")" ""; }
-deliver() { same "mail" "$(mail_py deliver "$postfix/mail")" ""; }
-deliver <<'END'
+arrives() { same "mail" "$(mail_py deliver "$postfix/mail")" ""; }
+arrives <<'END'
 anna@example.com anna
 grac@bücher.example grace
 frit@xn--bcher-kva.example fritz
 END
 answers 550 printer@example.com anna@bücher.example ghost@example.com
+logins "before a pull" <<'END'
+of-anna anna@example.com anna.schmidt@example.com
+--
+anna@example.com of-anna in: to anna@example.com
+anna.schmidt@example.com of-anna refused
+END
 
 # Each change is in force with the pull.
 first user set 1 anna --alias anna.schmidt
@@ -46,7 +56,15 @@ answers 250 anna@example.com frit@bücher.example
 good node pull
 answers 250 anna.schmidt@example.com grac@café.example grac@xn--caf-dma.example team@example.com
 answers 550 anna@example.com frit@bücher.example frit@café.example
-deliver <<<'team@example.com ben carla'
+arrives <<<'team@example.com ben carla'
+logins "after a pull" <<'END'
+of-anna anna@example.com anna.schmidt@example.com
+wrong anna.schmidt@example.com
+--
+anna@example.com of-anna refused
+anna.schmidt@example.com of-anna in: to anna@example.com
+anna.schmidt@example.com wrong refused
+END
 
 # Without a map Postfix puts off all mail: a pull makes it again, also one that brings nothing.
 maps=("$target"/etc/postfix_{addresses,domains}.lmdb)
@@ -66,4 +84,30 @@ wait_for "the pull of a watching machine" is_taken
 answers 550 grac@bücher.example
 stop TERM $!
 good postfix check "${config[@]}"
+
+# One that takes over goes on with what it has.
+use_root host
+good node take-over --yes
+first node join --yes
+gives .written '[]' dovecot configure --apply --config "$dovecot" --postfix "$postfix/etc"
+good user set 1 ben --alias benjamin
+answers 250 benjamin@example.com
+answers 550 ben@example.com
+logins "after a take-over" <<'END'
+of-ben benjamin@example.com ben@example.com
+--
+benjamin@example.com of-ben in: to team@example.com
+ben@example.com of-ben refused
+END
+good doctor
+first node take-over --yes
+good node join --yes
+
+# What no longer follows is made no more.
+fails 3 'take it out' postfix maps --remove "${config[@]}"
+postconf -c "$postfix/etc" -e 'virtual_alias_domains =' 'virtual_alias_maps ='
+good postfix maps --remove "${config[@]}"
+first user set 1 ben --alias ben
+good node pull
+same "maps" "$(find "$target/etc" "$etc" -name '*postfix*')" ""
 postfix_stop

@@ -103,4 +103,7 @@ CASES = [
     Case("config set mail_size 10 --force"),
     Case("alias create 3 team --user anna --group sales"),
     Case("alias delete 2 info --yes", ["user set 2 erik --add-alias chief"]),
+    Case("undo --yes", ["disclaimer set 3 list.json", "alias create 3 team --user anna",
+                        "domain delete 3 --yes"]),
+    Case("undo --yes", ["alias create 3 team --user erik", "user remove 3 erik --yes"]),
 ]

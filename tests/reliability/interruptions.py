@@ -2,19 +2,24 @@
 host are repaired, one by `mdomain refresh`, one by the same command again with a refresh after it.
 
 After a refresh the host must be as if the command had not run, or had been done, each with that
-refresh; after the repetition as if it had been done.
+refresh; after the repetition as if it had been done. An undo is finished by the next undo, also behind
+a refresh; one that has said what it took back is not repeated, for that takes back the change before.
 """
 from host import differences
 from runs import Causes, each, ready_cases
 from system_calls import even_sample, inject
 
 
-def repair(ready, host):
+def repair(ready, host, result):
     """Pairs of what went wrong and the lines that say so; no lines where it did not."""
     again = host.copy(host.root + ".again")
+    is_undo = ready.name.startswith("undo ")
+    told = is_undo and result.out
     host.run("refresh")
+    if is_undo and not told:
+        ready.case.run(host)
     yield "not repaired by refresh", ready.lacks_refreshed(host.state())
-    repeated = ready.case.run(again)
+    repeated = again.run("refresh") if told else ready.case.run(again)
     again.run("refresh")
     yield "not finished by the same command", differences(again.state(), ready.finished)
     yield "the same command failed again", (
@@ -30,7 +35,7 @@ def measure(options, kinds, judge, what):
         ready, point, kind, scratch = task
         host = ready.host.copy(scratch)
         result = ready.case.run(host, inject(point, kind))
-        found = [*judge(ready, host, result), *repair(ready, host)]
+        found = [*judge(ready, host, result), *repair(ready, host, result)]
         host.remove()
         return found
 

@@ -8,7 +8,8 @@
 #include <filesystem>
 
 #include "lib-domain/sync/kept_files.h"
-#include "lib-domain/sync/postfix_maps.h"
+#include "lib-domain/sync/pulled_addresses.h"
+#include "platform/include/postfix_map.h"
 #include "platform/include/process.h"
 #include "tests/support/sync_fixture.h"
 

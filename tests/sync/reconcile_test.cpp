@@ -65,7 +65,10 @@ class ReconcileTest : public SyncTest {
   static void AddRules(int domain_idx,
                        const std::vector<std::pair<const char*, const char*>>& rules) {
     for (const auto& [name, bcc_to] : rules) {
-      ASSERT_EQ(BCC::getInstance()->setBCC(domain_idx, {BccInfo{name, BCC_SENDER, bcc_to}}), 0);
+      ASSERT_NE(BCC::getInstance(), nullptr);  // makes the file; the domain may be gone
+      SqliteFile(PATHS::SettingsDb())
+          .Run("INSERT INTO bcc_table(name, type, bcc_to, domain_id) VALUES('" + std::string(name) +
+               "', 1, '" + bcc_to + "', " + std::to_string(domain_idx) + ")");
     }
   }
   static StringList Rules(int domain_idx) {
@@ -187,10 +190,13 @@ TEST_F(ReconcileTest, FailingItemStopsNoOther) {
   EXPECT_EQ(Rows("SELECT count(*) FROM domain_to_additional_domain_table"), StringList{"1"});
 }
 
-TEST_F(ReconcileTest, InterruptedCreationIsFinished) {
+TEST_F(ReconcileTest, InterruptedCreationLeavesNothingAndAnIncompleteDomainIsFinished) {
   Run("DELETE FROM domain_table");
   EXPECT_TRUE(IsKilledAt("DomainSetting::CreateSettings", [] { CreateDomain("a.example", true); }));
+  EXPECT_EQ(Rows("SELECT * FROM domain_table"), StringList());
+  CreateDomain("a.example", true);
   Run("DELETE FROM primary_domain_table");
+  EXPECT_EQ(MultipleDomain::DomainSetting(PATHS::SettingsDb()).DelSettings(1), 0);
   EXPECT_TRUE(Updater().Refresh());
   EXPECT_EQ(Standing(1), "limits ");
   EXPECT_EQ(Rows("SELECT domain_idx FROM primary_domain_table"), StringList{"1"});

@@ -475,10 +475,13 @@ TEST_F(UpdaterTest, PublishingSaysWhichStepFailed) {
   EXPECT_TRUE(Updater().Trigger());
   EXPECT_EQ(Configured("virtual_multiple_domain"), "1/example.com, 2/example.net");
 
+  // No failure of the step, and one of the call: what it should publish is not.
   FailOn("isClusterHealth");
   FailOn("setFile");
-  EXPECT_TRUE(Updater().Trigger());
+  EXPECT_TRUE(MDOMAIN::UTILS::Updater().Trigger());
   EXPECT_TRUE(Logged("Cluster is not health, so don't do trigger"));
+  EXPECT_FALSE(Updater().Trigger());
+  EXPECT_TRUE(Logged("Failed to Trigger"));
 }
 
 }  // namespace

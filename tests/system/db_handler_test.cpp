@@ -190,7 +190,6 @@ TEST_F(DbHandlerTest, ABatchIsWholeOrNotAtAllAndTellsWhy) {
 TEST_F(DbHandlerTest, AScopeIsOneTransactionOfWholeBatches) {
   ASSERT_EQ(handler.connect(), 0);
   {
-    const BatchScope nothing(nullptr);
     const BatchScope outer(&handler);
     {
       const Locker locker(Path());  // an idle scope takes no lock, so this one can be had

@@ -35,7 +35,7 @@ inline std::vector<Argument> ListingArguments(const std::string& records,
 // `filter` narrowed to what these arguments choose.
 template <typename Filter>
 Filter ListingFilter(const Call& call, Filter filter = Filter()) {
-  filter.SetQuery(call.Text("--query"));
+  filter.SetLiteralQuery(call.Text("--query"));
   filter.SetOffset(call.Int("--offset", 0));
   filter.SetLimit(call.Int("--limit", -1));
   return filter;

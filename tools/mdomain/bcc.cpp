@@ -14,6 +14,7 @@
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/stored_copies.h"
 #include "tools/mdomain/text.h"
 
@@ -88,7 +89,7 @@ void WarnOfDestinations(int domain_id, const std::list<BccInfo>& rules, Json::Va
     warnings.emplace_back("whether somebody has the destinations could not be told");
   }
   for (const std::string& warning : warnings) {
-    std::cerr << "mdomain: " << Printable(warning) << "\n";
+    Note(warning);
     record["warnings"].append(warning);
   }
 }
@@ -318,7 +319,10 @@ const Register kBcc({
          "for one address the first by name counts, and the others are shown.",
          Effect::kChangesHere,
          {},
-         MakeBccMaps},
+         MakeBccMaps,
+         "There is no --dry-run: the maps follow from the rules, and mdomain doctor tells where "
+         "they "
+         "differ."},
     },
 });
 

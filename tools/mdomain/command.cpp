@@ -4,11 +4,13 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 #include <utility>
 
 #include "lib-domain/base/text.h"
 #include "tools/mdomain/leftovers.h"
+#include "tools/mdomain/lock_watch.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/text.h"
@@ -23,6 +25,17 @@ std::map<std::string, Noun>& Table() {
 
 }  // namespace
 
+std::function<void()>& WhenLocked() {
+  static std::function<void()> use;
+  return use;
+}
+
+bool HasTrial(const Command& command) {
+  return command.without_trial.empty() &&
+         std::any_of(command.arguments.begin(), command.arguments.end(),
+                     [](const Argument& argument) { return argument.name == DryRunFlag().name; });
+}
+
 Register::Register(const Noun& noun) {
   Noun& entry = Table()[noun.name];
   entry.name = noun.name;
@@ -31,8 +44,11 @@ Register::Register(const Noun& noun) {
   }
   for (const Command& command : noun.commands) {
     entry.commands.push_back(command);
-    if (command.has_trial &&
-        (command.effect == Effect::kChanges || command.effect == Effect::kDestroys)) {
+    const bool changes = command.effect == Effect::kChanges || command.effect == Effect::kDestroys;
+    if (!command.without_trial.empty()) {
+      std::string& detail = entry.commands.back().detail;
+      detail += (detail.empty() ? "" : " ") + command.without_trial;
+    } else if (changes) {
       entry.commands.back().arguments.push_back(DryRunFlag());
     }
   }
@@ -43,7 +59,7 @@ const std::map<std::string, Noun>& Nouns() {
 }
 
 Call::Call(const GlobalOptions& options, std::map<std::string, std::vector<std::string>> values)
-    : options_(options), values_(std::move(values)), out_(options.json) {}
+    : options_(options), values_(std::move(values)), out_(options.json, options.quiet) {}
 
 std::string Call::Text(const std::string& name) const {
   const auto found = values_.find(name);
@@ -68,8 +84,11 @@ int Call::Int(const std::string& name, int fallback) const {
 
 void Call::LockHere() {
   if (!lock_) {
-    lock_ = std::make_unique<ChangeLock>(options_.lock_timeout, Has("--quiet"));
+    lock_ = std::make_unique<ChangeLock>(options_.lock_timeout, IsQuiet() || options_.json);
     RemoveAllLeftovers();
+    if (WhenLocked()) {
+      WhenLocked()();
+    }
   }
 }
 
@@ -102,7 +121,7 @@ void Call::Confirm(const std::string& question) {
 void Call::Ask(const std::string& question) const {
   if (!options_.yes) {
     if (isatty(STDIN_FILENO) == 0) {
-      throw Failure(kUsage, question + " Nobody can answer here: say --yes to do it.");
+      throw Failure(kUsage, question + " Nobody can answer here", "give --yes to do it");
     }
     const std::string forecast = forecast_ ? forecast_() : "";
     if (!forecast.empty()) {

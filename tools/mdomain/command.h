@@ -77,6 +77,11 @@ enum class Effect { kReads, kChanges, kChangesHere, kDestroys };
 
 class Call;
 
+// For a command that shows by itself what it would do.
+inline const char* ShowsItself() {
+  return "--dry-run prints, and makes nothing.";
+}
+
 struct Command {
   std::string words;   // below the noun: "list", "names add"; empty when the noun is the command
   std::string help;    // one line
@@ -84,10 +89,14 @@ struct Command {
   Effect effect;
   std::vector<Argument> arguments;
   void (*run)(Call&);  // null: a heading for the commands whose words begin with these
-  // Whether --dry-run runs it on copies, and the history has it; not where its effect lies
-  // elsewhere. The table gives it DryRunFlag.
-  bool has_trial = true;
+  // Why --dry-run does not run it on copies, and the history does not have it: its effect lies
+  // elsewhere. A sentence that says what tells it instead, which the help shows; empty for the
+  // others. The table gives these DryRunFlag.
+  std::string without_trial = "";
 };
+
+// Whether --dry-run runs it on copies.
+bool HasTrial(const Command& command);
 
 struct Noun {
   std::string name;
@@ -109,6 +118,7 @@ struct GlobalOptions {
   bool json = false;
   bool verbose = false;
   bool yes = false;
+  bool quiet = false;
   int lock_timeout = 60;  // seconds
 };
 
@@ -126,6 +136,8 @@ class Call {
   int Int(const std::string& name, int fallback) const;
 
   const GlobalOptions& options() const { return options_; }
+  // Whether nobody wants to hear that all went well.
+  bool IsQuiet() const { return options_.quiet; }
   // What the command tells of a dry run besides what would change.
   void TellOfTrial(const Json::Value& record, const std::vector<Column>& columns) {
     of_trial_ = record;
@@ -147,6 +159,13 @@ class Call {
   std::string EndPublication();
   // Gives what a dry run of the same command would change, in a line; for the question.
   void SetForecast(std::function<std::string()> forecast) { forecast_ = std::move(forecast); }
+  // What is to happen once the answer is written; it may throw a Failure.
+  void AfterTelling(std::function<void()> last) { last_ = std::move(last); }
+  void EndTelling() const {
+    if (last_) {
+      last_();
+    }
+  }
   // Asks on the terminal unless --yes was given, then takes the lock. Declined: a failure. No
   // terminal and no --yes: wrong usage.
   void Confirm(const std::string& question);
@@ -158,6 +177,7 @@ class Call {
   std::map<std::string, std::vector<std::string>> values_;
   Output out_;
   std::function<std::string()> forecast_;
+  std::function<void()> last_;
   Json::Value of_trial_;
   std::vector<Column> columns_of_trial_;
   std::unique_ptr<ChangeLock> lock_;

@@ -1,5 +1,4 @@
 // mdomain config: the mail configuration's keys.
-#include <iostream>
 
 #include "lib-domain/base/text.h"
 #include "lib-domain/sync/follow_addresses.h"
@@ -8,6 +7,7 @@
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/config_keys.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -27,9 +27,9 @@ void Get(Call& call) {
     throw Failure(kFailed, "the configuration could not be read");
   }
   if (value.empty() && KindOfKey(key) == KeyKind::kUnknown && !IsKeySet(key)) {
-    throw Failure(kNotFound, "there is no key \"" + key + "\"");
+    throw Failure(kNotFound, NoKey(key), "mdomain config list shows those that are set");
   }
-  call.out().Done(Entry(key, value), value);
+  call.out().Answer(Entry(key, value), value);
 }
 
 // The database of a directory's accounts is named after the directory's domain: nothing works
@@ -38,8 +38,7 @@ void RemindOfAccountDomain(const std::string& key, const std::string& value) {
   const std::string wanted = value == "ldap" ? "acc_domain_name" : "win_domain_short_name";
   std::string name;
   if (key == "account_type" && value != "local" && mailConfGet(wanted, name) == 0 && name.empty()) {
-    std::cerr << "mdomain: next, name the accounts' domain: mdomain config set " << wanted
-              << " NAME\n";
+    Note("next, name the accounts' domain: mdomain config set " + wanted + " NAME");
   }
 }
 
@@ -86,6 +85,9 @@ void List(Call& call) {
   if (mailConfList(values) < 0) {
     throw Failure(kFailed, "the configuration could not be read");
   }
+  for (const std::string& key : call.Has("--all") ? KnownKeys() : std::vector<std::string>()) {
+    values.emplace(key, "");
+  }
   Json::Value object(Json::objectValue);
   Json::Value rows(Json::arrayValue);
   for (const auto& [key, value] : values) {
@@ -126,7 +128,8 @@ const Register kConfig({
          "List all keys that are set",
          "As text, long values are cut.",
          Effect::kReads,
-         {Flag("--full", "Whole values")},
+         {Flag("--full", "Whole values"),
+          Flag("--all", "Also the keys of every host that are known and not set")},
          List},
     },
 });

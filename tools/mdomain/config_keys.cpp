@@ -1,10 +1,12 @@
 #include "tools/mdomain/config_keys.h"
 
 #include <map>
+#include <string_view>
 
 #include "lib-domain/sync/model_in_force.h"
 #include "platform/include/mail_conf.h"
 #include "tools/mdomain/status.h"
+#include "tools/mdomain/suggestion.h"
 
 namespace mdomain {
 namespace {
@@ -69,6 +71,26 @@ KeyKind KindOfKey(const std::string& key) {
   return KeyKind::kUnknown;
 }
 
+std::vector<std::string> KnownKeys() {
+  std::vector<std::string> names;
+  for (const KnownKey& known : kKeys) {
+    if (std::string_view(known.name).back() != '-') {
+      names.emplace_back(known.name);
+    }
+  }
+  return names;
+}
+
+std::string NoKey(const std::string& key) {
+  const std::string index = key.substr(WithoutIndex(key).size());
+  std::vector<std::string> names;
+  for (const KnownKey& known : kKeys) {
+    const std::string name = known.name;
+    names.push_back(name.back() == '-' ? name + index : name);
+  }
+  return "there is no key \"" + key + "\"" + DidYouMean(key, names);
+}
+
 bool IsKeySet(const std::string& key) {
   std::map<std::string, std::string> values;
   if (mailConfList(values) < 0) {
@@ -80,9 +102,8 @@ bool IsKeySet(const std::string& key) {
 void RequireSettable(const std::string& key, const std::string& value) {
   const KeyKind kind = KindOfKey(key);
   if (kind == KeyKind::kUnknown && !IsKeySet(key)) {
-    throw Failure(kRefused, "there is no key \"" + key +
-                                "\". Next: look at its spelling, or give --force for a key of "
-                                "another program");
+    throw Failure(kRefused, NoKey(key),
+                  "look at its spelling, or give --force for a key of another program");
   }
   std::string stored;
   if (kind != KeyKind::kPublished || !HasDomains()) {

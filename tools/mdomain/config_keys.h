@@ -3,6 +3,7 @@
 #define TOOLS_MDOMAIN_CONFIG_KEYS_H
 
 #include <string>
+#include <vector>
 
 namespace mdomain {
 
@@ -13,6 +14,12 @@ enum class KeyKind {
 };
 
 KeyKind KindOfKey(const std::string& key);
+
+// The keys that this system knows, but those that a domain's index ends.
+std::vector<std::string> KnownKeys();
+
+// That there is no such key, and which one may have been meant.
+std::string NoKey(const std::string& key);
 
 // Whether the key has a value; an unknown one may be another program's. Throws a Failure when the
 // configuration cannot be read.

@@ -1,7 +1,6 @@
 // mdomain disclaimer: the texts that the filter appends to mail, per domain.
 
 #include <algorithm>
-#include <iostream>
 
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/text.h"
@@ -12,6 +11,7 @@
 #include "tools/mdomain/document.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -61,7 +61,7 @@ void PrintSummary(Call& call, const Json::Value& list) {
 void AddLeftOutRules(MimeDefang& mimedefang, int domain_idx, Json::Value& rows) {
   Json::Value config;
   if (mimedefang.ExplainDisclaimerConfigs(domain_idx, config) < 0) {
-    std::cerr << "mdomain: which rules can be used could not be told\n";
+    Note("which rules can be used could not be told");
     return;
   }
   for (Json::Value& row : rows) {

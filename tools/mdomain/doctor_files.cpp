@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -8,6 +9,7 @@
 #include "lib-domain/db/reader.h"
 #include "lib-domain/db/schema.h"
 #include "platform/include/files.h"
+#include "platform/include/mail_conf.h"
 #include "platform/include/root_path.h"
 #include "tools/mdomain/doctor.h"
 
@@ -17,15 +19,22 @@ namespace {
 using korvmailserver::Statement;
 using MDOMAIN::DB::INTERNAL::Reader;
 
-std::string ModelPath() {
-  std::string path;
-  return MDOMAIN::UTILS::GetUserGroupDomainConfigPath(path) ? path : "";
+std::string CureOf(const std::string& path) {
+  return path == MDOMAIN::PATHS::EmailOwnerDb() ? "mdomain owner build"
+         : path == MDOMAIN::PATHS::HistoryDb()
+             ? "remove the file: nothing depends on it"
+             : "restore the file from a backup or from a folder kept-*";
+}
+
+// What SQLite says may have several lines.
+std::string OneLine(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
 }
 
 void CheckDatabase(const std::string& path, Findings& findings) {
   const auto add = [&](const std::string& text) {
-    findings.push_back({"database", true, path + ": " + text,
-                        "restore the file from a backup (docs: operations)"});
+    findings.push_back({"database", true, path + ": " + OneLine(text), CureOf(path)});
   };
   Reader reader(path);
   if (!reader.Open()) {
@@ -53,23 +62,35 @@ void CheckDatabase(const std::string& path, Findings& findings) {
   }
 }
 
-void CheckVersion(const std::string& path, Findings& findings) {
-  constexpr int kVersion = 4;
+int NewestVersion() {
+  std::vector<std::string> scripts;
+  MDOMAIN::UTILS::DomainUtilGetSqliteCmds(scripts);
+  return static_cast<int>(scripts.size());
+}
+
+// -1 where there is no file that can be read.
+int VersionOf(const std::string& path) {
+  int version = -1;
   Reader reader(path);
   if (reader.Open() && reader.Get() != nullptr) {
-    reader.ForEachRow("PRAGMA user_version", [&](const Statement& row) {
-      if (row.Int(0) < kVersion) {
-        findings.push_back({"version", false,
-                            path + ": it has the schema of version " + std::to_string(row.Int(0)) +
-                                ", this program's is " + std::to_string(kVersion),
-                            "the next change upgrades it"});
-      } else if (row.Int(0) > kVersion) {
-        findings.push_back(
-            {"version", true,
-             path + ": a newer program wrote it (version " + std::to_string(row.Int(0)) + ")",
-             "install that program's version again"});
-      }
-    });
+    reader.ForEachRow("PRAGMA user_version", [&](const Statement& row) { version = row.Int(0); });
+  }
+  return version;
+}
+
+void CheckVersion(const std::string& path, Findings& findings) {
+  const int version = VersionOf(path);
+  if (version >= 0 && version < NewestVersion()) {
+    findings.push_back({"version", false,
+                        path + ": it has the schema of version " + std::to_string(version) +
+                            ", this program's is " + std::to_string(NewestVersion()) +
+                            "; what is in it was not looked at",
+                        ""});
+  } else if (version > NewestVersion()) {
+    findings.push_back(
+        {"version", true,
+         path + ": a newer program wrote it (version " + std::to_string(version) + ")",
+         "install that program's version again"});
   }
 }
 
@@ -95,11 +116,13 @@ void CheckRights(const std::string& path, Findings& findings) {
   }
 }
 
-// Nobody but its owner reads what holds secrets.
-void CheckSecret(const std::string& path, Findings& findings) {
+// What holds secrets: keys are the mail server's, which may have a group that reads them.
+void CheckSecret(const std::string& path, mode_t closed, Findings& findings) {
   struct stat info {};
-  if (lstat(path.c_str(), &info) == 0 && (info.st_mode & S_IROTH) != 0) {
-    findings.push_back({"rights", true, path + ": everybody may read it", "chmod o-r " + path});
+  if (lstat(path.c_str(), &info) == 0 && (info.st_mode & closed) != 0) {
+    findings.push_back(
+        {"rights", true, path + ": others may read it",
+         "chmod " + std::string((closed & S_IRGRP) != 0 ? "go" : "o") + "= " + path});
   }
 }
 
@@ -132,23 +155,50 @@ void CheckFolder(const std::string& folder, Findings& findings) {
 
 }  // namespace
 
+std::string ModelPath() {
+  std::string path;
+  return MDOMAIN::UTILS::GetUserGroupDomainConfigPath(path) ? path : "";
+}
+
+bool IsModelUsable(Findings& findings) {
+  const std::string path = ModelPath();
+  if (path.empty()) {
+    findings.push_back({"account-source", true,
+                        "the account source has no domain name, after which the model file is "
+                        "called",
+                        "mdomain config set, as the manual's page on directories says"});
+    return false;
+  }
+  if (!postara::sdk::Exist(path)) {
+    std::string domains;
+    mailConfGet("virtual_multiple_domain", domains);
+    findings.push_back(
+        domains.empty()
+            ? Finding{"no-domain", false, "there is no domain", "mdomain domain create NAME"}
+            : Finding{"lost-model", true, path + " is missing, and published are " + domains,
+                      CureOf(path)});
+    return false;
+  }
+  return VersionOf(path) == NewestVersion();
+}
+
 void CheckFiles(Findings& findings) {
   using namespace MDOMAIN;
   const std::string model = ModelPath();
   for (const std::string& path : {model, PATHS::SettingsDb(), PATHS::AliasDb(), PATHS::KeyStoreDb(),
-                                  PATHS::EmailOwnerDb(), PATHS::HistoryDb()}) {
+                                  PATHS::EmailOwnerDb(), PATHS::LoginDb(), PATHS::HistoryDb()}) {
     if (!path.empty() && postara::sdk::Exist(path)) {
       CheckDatabase(path, findings);
       CheckRights(path, findings);
     }
   }
-  CheckSecret(PATHS::HistoryDb(), findings);
+  CheckSecret(PATHS::HistoryDb(), S_IRWXG | S_IRWXO, findings);
   std::vector<std::string> keys;
   const std::string folder_of_keys = PATHS::EtcDir() + "dkim.key/";
   postara::sdk::EnumDirectory(folder_of_keys, keys);
   for (const std::string& key : keys) {
     if (key.find("private") != std::string::npos) {
-      CheckSecret(folder_of_keys + key, findings);
+      CheckSecret(folder_of_keys + key, S_IRWXO, findings);
     }
   }
   if (!model.empty()) {

@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/history/history.h"
 #include "lib-domain/sync/compiled_maps.h"
 #include "platform/include/account.h"
 #include "platform/include/files.h"
@@ -12,6 +13,7 @@
 #include "platform/include/root_path.h"
 #include "tools/mdomain/doctor.h"
 #include "tools/mdomain/dry_run.h"
+#include "tools/mdomain/postfix.h"
 
 namespace mdomain {
 namespace {
@@ -41,6 +43,19 @@ void CheckPrograms(Findings& findings) {
   }
 }
 
+void CheckCompiledMaps(Findings& findings) {
+  const std::string type = MDOMAIN::UTILS::CompiledMapType();
+  korvmailserver::MapEntries addresses;
+  std::string error;
+  const korvmailserver::PostfixMap map(MDOMAIN::PATHS::PostfixAddresses());
+  if (!type.empty() && map.GetAll(addresses, error)) {
+    const std::string text = TellUncompiled(type, addresses);
+    if (!text.empty()) {
+      findings.push_back({"uncompiled", false, text, kUncompiledCure});
+    }
+  }
+}
+
 // When mdomain refresh last ended well; 0: never since the host was started.
 time_t LastRefresh() {
   struct stat info {};
@@ -60,14 +75,7 @@ void CheckTimer(Findings& findings) {
   }
 }
 
-void CheckNode(Findings& findings) {
-  korvmailserver::NodeStanding standing;
-  if (!korvmailserver::ReadNodeStanding(standing)) {
-    findings.push_back({"node", true,
-                        "what this machine is among those that share a key store cannot be told",
-                        "mdomain node status"});
-    return;
-  }
+void CheckNode(const korvmailserver::NodeStanding& standing, Findings& findings) {
   if (standing.role == korvmailserver::NodeRole::kUndecided) {
     findings.push_back({"node", true, "nobody has said whether this machine manages the domains",
                         "mdomain node manage, or mdomain node join"});
@@ -78,21 +86,42 @@ void CheckNode(Findings& findings) {
   }
 }
 
-bool IsMember() {
-  korvmailserver::NodeStanding standing;
-  return korvmailserver::ReadNodeStanding(standing) &&
-         (standing.role == korvmailserver::NodeRole::kMember ||
-          standing.role == korvmailserver::NodeRole::kReplaced);
+// A machine that pulls mirrors no accounts. Read once: with a shared store it asks a server.
+bool ReadStanding(korvmailserver::NodeStanding& standing) {
+  static korvmailserver::NodeStanding known;
+  static const bool is_read = korvmailserver::ReadNodeStanding(known);
+  standing = known;
+  return is_read;
 }
 
+bool IsMember(const korvmailserver::NodeStanding& standing) {
+  return standing.role == korvmailserver::NodeRole::kMember ||
+         standing.role == korvmailserver::NodeRole::kReplaced;
+}
+
+void CheckHistory(Findings& findings) {
+  MDOMAIN::HISTORY::Entry last;
+  if (!MDOMAIN::HISTORY::FindLast(last)) {
+    findings.push_back({"history", false, "the history of changes cannot be read",
+                        "remove " + MDOMAIN::PATHS::HistoryDb() + ": nothing depends on it"});
+  } else if (last.id != 0 && last.state != "done") {
+    findings.push_back(
+        {"undo", true, "an undo of this was interrupted: mdomain " + last.command, "mdomain undo"});
+  }
+}
+
+}  // namespace
+
 void CheckAccounts(Findings& findings) {
-  if (IsMember()) {
-    return;  // it mirrors no accounts
+  korvmailserver::NodeStanding standing;
+  if (ReadStanding(standing) && IsMember(standing)) {
+    return;
   }
   const AccountsForecast accounts = ForecastRefresh();
   if (!accounts.is_told) {
-    findings.push_back({"accounts", true, "the accounts cannot be read: " + accounts.text,
-                        "mdomain account check says more"});
+    findings.push_back({"accounts", true,
+                        "what a refresh would bring cannot be told: " + accounts.text,
+                        "mdomain account check and mdomain refresh --dry-run say more"});
   } else if (!accounts.text.empty()) {
     findings.push_back({"accounts", false,
                         "the accounts are not as the last refresh found them: " + accounts.text,
@@ -100,15 +129,21 @@ void CheckAccounts(Findings& findings) {
   }
 }
 
-}  // namespace
-
 void CheckHost(Findings& findings) {
-  CheckAccounts(findings);
+  korvmailserver::NodeStanding standing;
   CheckPrograms(findings);
-  if (!IsMember()) {
+  CheckCompiledMaps(findings);
+  CheckHistory(findings);
+  if (!ReadStanding(standing)) {
+    findings.push_back({"node", true,
+                        "what this machine is among those that share a key store cannot be told",
+                        "mdomain node status"});
+    return;
+  }
+  if (!IsMember(standing)) {
     CheckTimer(findings);
   }
-  CheckNode(findings);
+  CheckNode(standing, findings);
 }
 
 }  // namespace mdomain

@@ -1,9 +1,10 @@
+#include <algorithm>
 #include <list>
-#include <set>
+#include <map>
 
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/api/domain_user.h"
-#include "lib-domain/base/text.h"
+#include "lib-domain/base/paths.h"
 #include "lib-domain/db/reader.h"
 #include "lib-domain/db/schema.h"
 #include "lib-domain/db/special_address.h"
@@ -12,7 +13,6 @@
 #include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/reconcile.h"
 #include "lib-domain/sync/special_address.h"
-#include "platform/include/mail_conf.h"
 #include "tools/mdomain/doctor.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/status.h"
@@ -29,37 +29,7 @@ constexpr char kWithoutAddress[] =
     " UNION SELECT domain_idx, uid FROM domain_group_effected_user_view) JOIN user_table USING(uid)"
     " EXCEPT SELECT domain_idx, user_name FROM domain_user_alias_table JOIN user_table USING(uid)"
     " WHERE NOT is_duplicated";
-
-// "settings of domains" gives "settings-of-domains".
-std::string IdOf(std::string name) {
-  for (char& c : name) {
-    c = c == ' ' ? '-' : c;
-  }
-  return name;
-}
-
-void CheckPublished(const Domains& domains, Findings& findings) {
-  std::set<std::string> wanted;
-  for (const KnownDomain& domain : domains.all()) {
-    wanted.insert(std::to_string(domain.idx) + "/" + domain.name);
-  }
-  std::string text;
-  if (mailConfGet("virtual_multiple_domain", text) < 0) {
-    findings.push_back({"key-store", true, "the key store cannot be read", "look at its messages"});
-    return;
-  }
-  std::set<std::string> published;
-  for (size_t begin = 0; begin < text.size();) {
-    const size_t end = std::min(text.find(", ", begin), text.size());
-    published.insert(text.substr(begin, end - begin));
-    begin = end + 2;
-  }
-  if (published != wanted) {
-    findings.push_back({"published", true,
-                        "published are other domains than the model has: " + text,
-                        "mdomain publish"});
-  }
-}
+constexpr char kCopies[] = "SELECT domain_id, name, type, bcc_to FROM bcc_table ORDER BY 1, 3, 2";
 
 void CheckPostmasters(const Domains& domains, Findings& findings) {
   MDOMAIN::UTILS::MailTarget target;
@@ -71,9 +41,12 @@ void CheckPostmasters(const Domains& domains, Findings& findings) {
   }
   for (const KnownDomain& domain : domains.all()) {
     const auto found = addresses.find({domain.idx, "postmaster"});
+    if (found != addresses.end() && !found->second.addresses.empty()) {
+      continue;
+    }
     std::string owner;
     MDOMAIN::API::DomainUser().GetAliasUser(domain.idx, "postmaster", owner);
-    if (owner.empty() && (found == addresses.end() || found->second.addresses.empty())) {
+    if (owner.empty()) {
       findings.push_back({"postmaster", false, "nobody gets the mail for postmaster@" + domain.name,
                           "mdomain user set " + domain.name +
                               " USER --role domain_admin, or mdomain config set postmaster NAME"});
@@ -82,19 +55,23 @@ void CheckPostmasters(const Domains& domains, Findings& findings) {
 }
 
 void CheckCopies(const Domains& domains, Findings& findings) {
-  BCC* bcc = BCC::getInstance();
-  std::list<BccInfo> all;
-  if (bcc == nullptr || bcc->getSystemAllBCCList(all) < 0) {
+  std::map<int, std::list<BccInfo>> rules;
+  MDOMAIN::DB::INTERNAL::Reader reader(MDOMAIN::PATHS::SettingsDb());
+  if (!reader.Open() || !reader.ForEachRow(kCopies, [&](const Statement& row) {
+        BccInfo rule;
+        rule.name = row.Text(1);
+        rule.type = row.Int(2);
+        rule.bcc_to = row.Text(3);
+        rules[row.Int(0)].push_back(rule);
+      })) {
     findings.push_back(
         {"copies", true, "the rules of blind copies cannot be read", "look at the messages"});
     return;
   }
   for (const KnownDomain& domain : domains.all()) {
     std::vector<std::string> warnings;
-    for (const int type : {BCC_RECIPIENT, BCC_SENDER, BCC_DOMAIN}) {
-      std::list<BccInfo> rules;
-      bcc->LoadBCCList(type, domain.idx, 0, -1, "name", "asc", rules);
-      BCC::CheckDestinations(domain.idx, rules, warnings);
+    if (rules.count(domain.idx) != 0) {
+      BCC::CheckDestinations(domain.idx, rules[domain.idx], warnings);
     }
     for (const std::string& warning : warnings) {
       findings.push_back({"copies", false, "domain " + domain.Title() + ": " + warning,
@@ -136,11 +113,17 @@ void CheckAddresses(Findings& findings) {
                         "domain " + std::to_string(domain_idx) + ": " +
                             Counted(names.size(), "user") +
                             " without an address: " + FirstOf(names),
-                        "mdomain user set DOMAIN USER --add-alias ALIAS"});
+                        "mdomain user set " + std::to_string(domain_idx) + " " + names.front() +
+                            " --add-alias ALIAS"});
   }
 }
 
 }  // namespace
+
+std::string IdOf(std::string name) {
+  std::replace(name.begin(), name.end(), ' ', '-');
+  return name;
+}
 
 void CheckReconciled(Findings& findings) {
   MDOMAIN::UTILS::ReconcileModel model;
@@ -149,9 +132,10 @@ void CheckReconciled(Findings& findings) {
     return;
   }
   if (model.are_settings_foreign) {
-    findings.push_back({"foreign-settings", true,
-                        "the settings under domain indexes are those of another model's domains",
-                        "docs: directories, switching the account source"});
+    findings.push_back(
+        {"foreign-settings", true,
+         "the settings under domain indexes are those of another model's domains",
+         "the manual's page on directories says how the account source is switched"});
   }
   for (const auto& item : MDOMAIN::UTILS::ReconcileItems()) {
     MDOMAIN::UTILS::Differences differences;
@@ -177,7 +161,6 @@ void CheckModel(Findings& findings) {
     findings.push_back({"no-domain", false, "there is no domain", "mdomain domain create NAME"});
     return;
   }
-  CheckPublished(domains, findings);
   CheckAddresses(findings);
   CheckPostmasters(domains, findings);
   CheckDeadEnds(findings);

@@ -2,20 +2,19 @@
 #include "lib-domain/api/domain.h"
 
 #include <algorithm>
-#include <iostream>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/maillog.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/pattern.h"
 #include "tools/mdomain/text.h"
 
@@ -24,10 +23,7 @@ namespace {
 
 // The refusal of an invalid record, naming the value that was wrong.
 Failure Invalid(const MDOMAIN::RECORD::Domain& domain) {
-  const auto sink = korvmailserver::SetMailLogSink([](int, const std::string&) { return true; });
-  const bool name_valid = MDOMAIN::UTILS::IsDomainNameValid(domain.GetDomainName());
-  korvmailserver::SetMailLogSink(sink);
-  if (!name_valid) {
+  if (!IsDomainName(domain.GetDomainName())) {
     return {kRefused, "\"" + domain.GetDomainName() + "\" is not a valid domain name"};
   }
   return NoPattern(domain.GetDefaultAliasPattern());
@@ -72,9 +68,8 @@ void SayWhoIsLeftOut(const KnownDomain& domain) {
   MDOMAIN::DB::UserDBFilter filter;
   filter.SetLimit(1);
   if (!ListUsers(filter).empty()) {
-    std::cerr << "mdomain: accounts that were there before are not in it: mdomain user "
-                 "add "
-              << domain.name << " --all adds them\n";
+    Note("accounts that were there before are not in it: mdomain user add " + domain.name +
+         " --all adds them");
   }
 }
 
@@ -215,7 +210,7 @@ void RequireFinished(const std::vector<TypedForDeletion>& typed) {
     }
   }
   if (!is_published) {
-    throw Failure(kFailed, "the deletion could not be published: run mdomain publish");
+    throw Failure(kUnpublished, "the deletion could not be published: run mdomain publish");
   }
 }
 
@@ -268,8 +263,10 @@ void Primary(Call& call) {
   }
   call.Lock();
   const int idx = TypedDomain(call).idx;
-  if (!MDOMAIN::API::Domain().SetPrimary(idx)) {
-    throw Failure(kFailed, "making domain " + call.Text("DOMAIN") + " the primary one failed");
+  MDOMAIN::API::Domain api;
+  if (!api.SetPrimary(idx)) {
+    throw ApiFailure(api.GetErrorCode(),
+                     "making domain " + call.Text("DOMAIN") + " the primary one");
   }
   PrintDone(call, idx, "is the primary domain");
 }

@@ -3,6 +3,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
+#include "platform/include/maillog.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
@@ -25,6 +26,13 @@ std::string StorableName(const std::string& typed) {
     KORV::POSTARA_SERVER::ConvertToUTF8(typed, mapped);  // leaves what is no domain as it is
   }
   return mapped;
+}
+
+bool IsDomainName(const std::string& name) {
+  const auto sink = korvmailserver::SetMailLogSink([](int, const std::string&) { return true; });
+  const bool is_valid = MDOMAIN::UTILS::IsDomainNameValid(name);
+  korvmailserver::SetMailLogSink(sink);
+  return is_valid;
 }
 
 std::vector<std::string> StorableNames(const std::vector<std::string>& typed) {

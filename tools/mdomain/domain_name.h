@@ -19,6 +19,9 @@ bool SameDomainName(const std::string& a, const std::string& b);
 // "österreich.example". What is a domain name as it stands, or is none at all, is left as it is.
 std::string StorableName(const std::string& typed);
 
+// Whether a name in that spelling is a valid domain name. Logs nothing.
+bool IsDomainName(const std::string& name);
+
 // StorableName of each; refuses the first that is no valid domain name. The API drops invalid
 // additional names with a warning; somebody who typed one expects to be told that it was not taken.
 std::vector<std::string> StorableNames(const std::vector<std::string>& typed);

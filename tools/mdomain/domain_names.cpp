@@ -57,8 +57,9 @@ void Remove(Call& call) {
     }
     stored.push_back(*found);
   }
-  if (!MDOMAIN::API::Domain().DeleteAdditionalDomains(domain.idx, stored)) {
-    throw Failure(kFailed, "removing the names failed");
+  MDOMAIN::API::Domain api;
+  if (!api.DeleteAdditionalDomains(domain.idx, stored)) {
+    throw ApiFailure(api.GetErrorCode(), "removing the names");
   }
   PrintNames(call, domain.idx);
 }

@@ -6,6 +6,7 @@
 #include "lib-domain/sync/follow_addresses.h"
 #include "lib-domain/sync/mail_target.h"
 #include "lib-domain/sync/node_publication.h"
+#include "lib-domain/sync/pulled_addresses.h"
 #include "platform/include/files.h"
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/dovecot_files.h"
@@ -75,23 +76,22 @@ void RequireDovecot(const std::string& main_file, bool is_lmtp) {
   }
 }
 
-// The registry is there, and follows where this machine may change it.
-void RequireRegistry() {
-  korvmailserver::NodeStanding standing;
-  if (!korvmailserver::ReadNodeStanding(standing)) {
-    throw Failure(kFailed, "it cannot be told whether this machine manages the domains");
-  }
-  if (standing.role == korvmailserver::NodeRole::kMember) {
-    if (!KLIBCFileExist(MDOMAIN::PATHS::EmailOwnerDb().c_str())) {
-      throw Failure(kRefused,
-                    "there is no registry of address owners: run mdomain owner build on the "
-                    "machine that manages, and pull");
-    }
-    return;
-  }
-  RequireManager();
+// Where Dovecot is to look owners up. A registry that is pulled is another file after each change,
+// so a machine that pulls, or manages and may come to pull, has one of its own, and keeps it.
+std::string RegistryHere() {
+  return IsAlone() && !MDOMAIN::UTILS::HasLogins() ? MDOMAIN::PATHS::EmailOwnerDb()
+                                                   : MDOMAIN::PATHS::LoginDb();
+}
+
+// The registry is there, and follows.
+void MakeRegistry(const std::string& registry) {
+  const bool is_own = registry == MDOMAIN::PATHS::LoginDb();
   MDOMAIN::UTILS::OwnerCounts counts;
-  if (!MDOMAIN::UTILS::BuildOwners(counts) || !MDOMAIN::UTILS::PublishNodeFiles()) {
+  const bool is_made = IsMemberElseManager() ? MDOMAIN::UTILS::MakePulledLogins()
+                                             : MDOMAIN::UTILS::BuildOwners(counts) &&
+                                                   (!is_own || MDOMAIN::UTILS::BuildLogins()) &&
+                                                   MDOMAIN::UTILS::PublishNodeFiles();
+  if (!is_made) {
     throw Failure(kFailed, "the registry of address owners could not be made");
   }
 }
@@ -170,7 +170,8 @@ void Configure(Call& call) {
   if (call.Has("--apply") && call.Has("--print")) {
     throw Failure(kUsage, "--print changes nothing, --apply does: give one of them");
   }
-  if (call.Has("--apply")) {
+  const bool applies = call.Has("--apply") && !call.Has("--dry-run");
+  if (applies) {
     RequireOwnConfig(call);
   }
   const std::string folder =
@@ -184,12 +185,11 @@ void Configure(Call& call) {
   const LmtpSocket lmtp =
       target.IsLmtp() ? SocketFor(delivery.lmtp, call.Text("--postfix")) : LmtpSocket();
   RequireDovecot(main_file, lmtp.IsHere());
-  if (call.Has("--apply")) {
-    RequireRegistry();
-  }
-  const std::vector<DovecotFile> files = {DovecotQuery(folder, target),
+  const std::string registry = RegistryHere();
+  const std::vector<DovecotFile> files = {DovecotQuery(folder, registry, target),
                                           DovecotSettings(folder, lmtp, target)};
-  if (call.Has("--apply")) {
+  if (applies) {
+    MakeRegistry(registry);
     Apply(call, main_file, files);
   } else {
     Print(call, files);
@@ -206,17 +206,21 @@ const Register kDovecot({
          "the host's other passdb tells: PAM for accounts of this host, else what is set up for "
          "the directory. Where mail comes to this machine by LMTP, the socket for Postfix is "
          "opened. Makes the "
-         "registry of address owners first, which follows every change.",
+         "registry of address owners first, which follows every change, and on a machine that "
+         "pulls "
+         "every pull, in the same file.",
          Effect::kChangesHere,
          {
              Flag("--print", "Print the files; so without --apply"),
+             Flag("--dry-run", "Print the files, with --apply too"),
              Flag("--apply", "Write them, and have a running Dovecot read them"),
              Option("--config", "DIR",
                     "The folder with dovecot.conf, which includes conf.d/*.conf; /etc/dovecot "
                     "without it"),
              Option("--postfix", "DIR", "The folder with Postfix's main.cf; its own without it"),
          },
-         Configure},
+         Configure,
+         ShowsItself()},
     },
 });
 

@@ -1,7 +1,5 @@
 #include "tools/mdomain/dovecot_files.h"
 
-#include "lib-domain/base/paths.h"
-
 namespace mdomain {
 namespace {
 
@@ -144,8 +142,9 @@ DovecotFile DovecotSettings(const std::string& folder, const LmtpSocket& lmtp,
   return {folder + kSettingsFile, text};
 }
 
-DovecotFile DovecotQuery(const std::string& folder, const MDOMAIN::UTILS::MailTarget& target) {
-  std::string query = Filled(kQuery, "@REGISTRY@", MDOMAIN::PATHS::EmailOwnerDb());
+DovecotFile DovecotQuery(const std::string& folder, const std::string& registry,
+                         const MDOMAIN::UTILS::MailTarget& target) {
+  std::string query = Filled(kQuery, "@REGISTRY@", registry);
   query = Filled(Filled(query, "@NAME@", NameSql(target)), "@OTHER@", OtherNameSql(target));
   if (!target.IsShort()) {
     query += kUserQuery;

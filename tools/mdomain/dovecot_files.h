@@ -27,7 +27,9 @@ struct LmtpSocket {
 // password is right is for what the host asks next to tell.
 DovecotFile DovecotSettings(const std::string& folder, const LmtpSocket& lmtp,
                             const MDOMAIN::UTILS::MailTarget& target);
-DovecotFile DovecotQuery(const std::string& folder, const MDOMAIN::UTILS::MailTarget& target);
+// `registry`: the file in which owners are looked up.
+DovecotFile DovecotQuery(const std::string& folder, const std::string& registry,
+                         const MDOMAIN::UTILS::MailTarget& target);
 
 // Whether a file is one of these, of any version.
 bool IsDovecotFileOfOurs(const std::string& bytes);

@@ -17,6 +17,7 @@
 #include "lib-domain/history/plan.h"
 #include "lib-domain/history/trial.h"
 #include "platform/include/process.h"
+#include "platform/include/root_path.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/node_standing.h"
 #include "tools/mdomain/text.h"
@@ -73,7 +74,7 @@ void RequireDryRunIfAsked(const Parsed& parsed) {
 }
 
 bool IsDryRun(const Parsed& parsed) {
-  return parsed.command->has_trial && parsed.values.count(kFlag) != 0;
+  return HasTrial(*parsed.command) && parsed.values.count(kFlag) != 0;
 }
 
 int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
@@ -88,7 +89,11 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::for_each(std::begin(kSignals), std::end(kSignals),
                   [](int number) { (void)std::signal(number, SIG_DFL); });
-    trial.Enter();
+    const std::string root = korvmailserver::RootPrefix();
+    if (!trial.Enter()) {
+      _exit(kFailed);
+    }
+    ShowInPlaceOf(korvmailserver::RootPrefix(), root);
     const int status = run(parsed);
     std::cout.flush();
     _exit(status);
@@ -99,7 +104,8 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
 namespace {
 
 // The program itself, which refuses to do anything but a dry run then.
-korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::string& input = "") {
+korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::string& input = "",
+                                    int lock_timeout = 1) {
   korvmailserver::ProgramCall self;
   self.path = "/proc/self/exe";
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -108,7 +114,8 @@ korvmailserver::ProgramEnd TryAlone(std::vector<std::string> typed, const std::s
   self.environment.push_back(std::string(kOnlyDryRun) + "=1");
   typed.insert(std::find(typed.begin(), typed.end(), "--"), kFlag);
   self.arguments = std::move(typed);
-  self.arguments.insert(self.arguments.begin(), {"--yes", "--lock-timeout", "1"});
+  self.arguments.insert(self.arguments.begin(),
+                        {"--yes", "--lock-timeout", std::to_string(lock_timeout)});
   self.is_split = true;
   self.input = input;
   return korvmailserver::RunProgram(self);
@@ -122,32 +129,37 @@ std::string SummaryOf(const std::string& output) {
   return summary.substr(0, summary.find('\n'));
 }
 
+// The last thing that is said with --json is an object, which tells of a refusal; what stands
+// before it are warnings. Null without one.
+Json::Value RefusalIn(const std::string& errors, std::string& warnings) {
+  const size_t last = errors.rfind("\n{\n");
+  const size_t begin = errors.rfind("{\n", 0) == 0 ? 0 : last == errors.npos ? last : last + 1;
+  warnings = errors.substr(0, begin);
+  Json::Value refusal;
+  std::istringstream stream(begin == errors.npos ? "" : errors.substr(begin));
+  std::string unparsed;
+  return Json::parseFromStream(Json::CharReaderBuilder(), stream, &refusal, &unparsed)
+             ? refusal
+             : Json::Value();
+}
+
 }  // namespace
 
 std::string Forecast(const Parsed& parsed) {
-  if (parsed.command->effect != Effect::kDestroys || !parsed.command->has_trial) {
+  if (parsed.command->effect != Effect::kDestroys || !HasTrial(*parsed.command)) {
     return "";
   }
   const korvmailserver::ProgramEnd end = TryAlone(parsed.typed);
   return end.status == kDone ? SummaryOf(end.output) : "";
 }
 
-Trial Try(const std::vector<std::string>& typed, const std::string& input) {
-  const korvmailserver::ProgramEnd end = TryAlone(typed, input);
+Trial Try(const std::vector<std::string>& typed, const std::string& input, int lock_timeout) {
+  const korvmailserver::ProgramEnd end = TryAlone(typed, input, lock_timeout);
   Trial trial;
   trial.status = end.status;
-  // The last thing that is said with --json is an object.
-  const size_t last = end.errors.rfind("\n{\n");
-  const size_t begin = end.errors.rfind("{\n", 0) == 0 ? 0
-                       : last == std::string::npos     ? last
-                                                       : last + 1;
-  trial.warnings = end.errors.substr(0, begin);
-  Json::Value refusal;
-  std::istringstream errors(begin == std::string::npos ? "" : end.errors.substr(begin));
-  std::string unparsed;
-  if (Json::parseFromStream(Json::CharReaderBuilder(), errors, &refusal, &unparsed)) {
-    trial.message = refusal["message"].asString();
-  }
+  const Json::Value refusal = RefusalIn(end.errors, trial.warnings);
+  trial.message = refusal["message"].asString();
+  trial.next = refusal["next"].asString();
   std::istringstream stream(end.output);
   std::string error;
   if (end.status == kDone &&
@@ -158,6 +170,16 @@ Trial Try(const std::vector<std::string>& typed, const std::string& input) {
   return trial;
 }
 
+namespace {
+
+std::string FirstWarning(const std::string& errors) {
+  constexpr const char* kHead = "mdomain: warning: ";
+  const std::string line = errors.substr(0, errors.find('\n'));
+  return line.rfind(kHead, 0) == 0 ? line.substr(std::string(kHead).size()) : line;
+}
+
+}  // namespace
+
 AccountsForecast ForecastRefresh() {
   const korvmailserver::ProgramEnd end = TryAlone({"refresh", "--json"});
   Json::Value record;
@@ -165,7 +187,12 @@ AccountsForecast ForecastRefresh() {
   std::string error;
   if ((end.status != kDone && end.status != kSpared) ||
       !Json::parseFromStream(Json::CharReaderBuilder(), stream, &record, &error)) {
-    return {false, end.errors.substr(0, end.errors.find('\n'))};
+    std::string warnings;
+    const std::string message = RefusalIn(end.errors, warnings)["message"].asString();
+    return {false, message.empty() ? warnings.substr(0, warnings.find('\n')) : message};
+  }
+  if (!record["complete"].asBool()) {
+    return {false, "they come only in part: " + FirstWarning(end.errors)};
   }
   std::vector<std::string> sentences;
   for (const Json::Value& entry : record["plan"]) {
@@ -177,7 +204,23 @@ AccountsForecast ForecastRefresh() {
   return {true, FirstOf(sentences, "; ")};
 }
 
-PlanPrinter::PlanPrinter() : changes_(MDOMAIN::HISTORY::kEveryRow) {}
+Colour ColourOfChange(const Json::Value& entry) {
+  const bool is_address = entry.isMember("had") && entry["had"] != entry["has"];
+  const bool comes = is_address ? entry["has"].asBool() : entry["change"] == "added";
+  const bool goes = is_address ? entry["had"].asBool() : entry["change"] == "removed";
+  const bool is_exclusion = entry["what"] == "taken_out";
+  return is_exclusion ? Colour::kNone
+         : comes      ? Colour::kGreen
+         : goes       ? Colour::kRed
+                      : Colour::kNone;
+}
+
+PlanPrinter::PlanPrinter(const Parsed& parsed)
+    : changes_(MDOMAIN::HISTORY::kEveryRow, parsed.words == "publish"
+                                                ? MDOMAIN::HISTORY::Watch::kPublishedToo
+                                                : MDOMAIN::HISTORY::Watch::kStored) {
+  changes_.WatchFiles();  // of copies, which nobody else has
+}
 
 void PlanPrinter::Print(Call& call) {
   MDOMAIN::HISTORY::Changes changes;
@@ -199,12 +242,10 @@ void PlanPrinter::Print(Call& call) {
   if (out.json()) {
     return;
   }
-  std::vector<std::string> lines;
   for (const Json::Value& entry : plan.entries) {
-    lines.push_back(entry["text"].asString());
+    out.Line(entry["text"].asString(), ColourOfChange(entry));
   }
-  lines.push_back(lines.empty() ? "nothing would change" : kSummary + plan.summary);
-  out.Texts(lines);
+  out.Line(plan.entries.empty() ? "nothing would change" : kSummary + plan.summary);
 }
 
 }  // namespace mdomain

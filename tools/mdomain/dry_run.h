@@ -28,9 +28,10 @@ struct Trial {
   Json::Value plan;      // its list
   std::string warnings;  // lines
   std::string message;   // why it was refused
+  std::string next;      // and what to do
 };
-// With what it reads on its standard input.
-Trial Try(const std::vector<std::string>& typed, const std::string& input);
+// With what it reads on its standard input, and the seconds that it waits for the lock.
+Trial Try(const std::vector<std::string>& typed, const std::string& input, int lock_timeout);
 
 // Which accounts, groups, members and owners of addresses a refresh would change.
 struct AccountsForecast {
@@ -39,11 +40,14 @@ struct AccountsForecast {
 };
 AccountsForecast ForecastRefresh();
 
+// Green for what somebody gets, red for what somebody loses.
+Colour ColourOfChange(const Json::Value& entry);
+
 // In the process of a dry run: watches what the command changes, and prints it in the place of what
 // the command would have printed.
 class PlanPrinter {
  public:
-  PlanPrinter();
+  explicit PlanPrinter(const Parsed& parsed);
   void Print(Call& call);
 
  private:

@@ -1,10 +1,8 @@
 // mdomain explain: who gets the mail for an address, and why, or why nobody does.
 #include <algorithm>
-#include <unordered_set>
 
 #include "lib-domain/api/alias_entry.h"
 #include "lib-domain/api/bcc.h"
-#include "lib-domain/api/domain_user.h"
 #include "lib-domain/api/email_owner.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
@@ -19,7 +17,9 @@
 #include "platform/include/postfix_map.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
+#include "tools/mdomain/explain_account.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/suggestion.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -59,7 +59,6 @@ class Explanation {
   bool _TellEntry();
   void _TellHolders();
   void _TellHolder(const DomainUser& user, bool is_flagged);
-  void _TellWhyNobody();
   std::string _SpecialReceivers() const;
   void _TellRoleAddress();
   void _TellCopies();
@@ -99,7 +98,13 @@ bool Explanation::_FindDomain() {
       return true;
     }
   }
-  _Say("domain", "no domain of this host has the name " + asked_.domain);
+  std::vector<std::string> names;
+  for (const KnownDomain& domain : domains_.all()) {
+    names.push_back(domain.name);
+    names.insert(names.end(), domain.additional_names.begin(), domain.additional_names.end());
+  }
+  _Say("domain",
+       "no domain of this host has the name " + asked_.domain + DidYouMean(asked_.domain, names));
   return false;
 }
 
@@ -169,7 +174,8 @@ void Explanation::_TellHolder(const DomainUser& user, bool is_flagged) {
   }
   const std::string role =
       "role " + in_domain.front().GetRole() +
-      (in_domain.front().IsUnderGroupControl() ? ", from a group" : ", of the account's own");
+      (in_domain.front().IsUnderGroupControl() ? ", " + RoleGivers(domain_->idx, user.GetUID())
+                                               : ", of the account's own");
   if (is_flagged) {
     _Say("holder", has + " (" + role + "), but it is flagged: " +
                        (record_.isMember("members") ? "the address with several members comes first"
@@ -178,6 +184,10 @@ void Explanation::_TellHolder(const DomainUser& user, bool is_flagged) {
   }
   receiver_ = receiver_.empty() ? user.GetUserName() : receiver_;
   _Say("holder", has + " (" + role + ")");
+  const std::string trouble = WhatBecameOf(user.GetUserName());
+  if (!trouble.empty()) {
+    _Say("account", trouble);
+  }
 }
 
 void Explanation::_TellHolders() {
@@ -203,45 +213,6 @@ void Explanation::_TellHolders() {
                           " accounts have this alias: of several the stronger role owns it, else "
                           "whoever had it first (mdomain user duplicates " +
                           domain_->name + ")");
-  }
-}
-
-void Explanation::_TellWhyNobody() {
-  std::vector<MDOMAIN::RECORD::User> users;
-  if (!MDOMAIN::DB::INTERNAL::ListNamed({asked_.local_part}, users)) {
-    throw Failure(kFailed, "the mirror could not be read");
-  }
-  std::unordered_set<unsigned int> removed;
-  if (!MDOMAIN::API::DomainUser().GetAllRemovedUIDs(domain_->idx, removed)) {
-    throw Failure(kFailed, "the users of the domain could not be read");
-  }
-  for (const auto& user : users) {
-    std::vector<DomainUser> in_domain;
-    MDOMAIN::DB::INTERNAL::AddDomainUser(domain_->idx, user.GetUID(), in_domain);
-    if (!EqualsIgnoreCase(ShortNames(std::vector<MDOMAIN::RECORD::User>{user}).front(),
-                          asked_.local_part)) {
-      continue;
-    }
-    if (!in_domain.empty()) {
-      std::vector<std::string> aliases;
-      for (const auto& pair : in_domain.front().GetAliasDuplicatedPairs()) {
-        aliases.push_back(pair.first);
-      }
-      _Say("account", "account " + user.GetUserName() + " is in the domain as " +
-                          MDOMAIN::BASE::Join(aliases, ", ") + " (mdomain user set " +
-                          domain_->name + " " + user.GetUserName() + " --add-alias " +
-                          asked_.local_part + ")");
-    } else if (removed.count(user.GetUID()) != 0) {
-      _Say("account", "account " + user.GetUserName() + " was taken out of the domain by name");
-    } else {
-      _Say("account", "account " + user.GetUserName() +
-                          " is known and not in the domain (mdomain user add " + domain_->name +
-                          " " + user.GetUserName() + ")");
-    }
-  }
-  if (record_["steps"][record_["steps"].size() - 1]["step"] != "account") {
-    _Say("account",
-         "nobody has the alias, and no account that the last refresh found has this name");
   }
 }
 
@@ -346,7 +317,9 @@ void Explanation::Print() {
       _TellHolders();
     }
     if (receiver_.empty() && !is_entry && holders_.empty()) {
-      _TellWhyNobody();
+      for (const std::string& sentence : WhyNobody(*domain_, asked_.local_part)) {
+        _Say("account", sentence);
+      }
     }
     _TellRoleAddress();
     _TellCopies();

@@ -14,6 +14,7 @@
 #include "tools/mdomain/document.h"
 #include "tools/mdomain/dry_run.h"
 #include "tools/mdomain/model.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/site.h"
 #include "tools/mdomain/stored_state.h"
 #include "tools/mdomain/text.h"
@@ -22,6 +23,8 @@ namespace mdomain {
 namespace {
 
 constexpr const char* kSkip = "--skip-unknown";
+constexpr const char* kForce = "--force";
+constexpr const char* kWrittenDifferently = "the same is written differently";
 
 void Export(Call& call) {
   const std::string text = JsonText(SiteJson(ReadSite(SiteAccounts())));
@@ -37,24 +40,37 @@ void Export(Call& call) {
 
 // The site of the document; names who is not mirrored, and refuses the whole for them unless they
 // are to be left out.
-Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accounts) {
+Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accounts, bool tells) {
   TypedSite typed = ParseSite(text, accounts);
   if (!typed.unknown.empty() && !call.Has(kSkip)) {
     throw Failure(kNotFound, "not in the mirror: " + MDOMAIN::BASE::Join(typed.unknown, ", ") +
                                  ". Next: run mdomain refresh, or give " + kSkip +
                                  " to leave them out");
   }
-  for (const std::string& name : typed.unknown) {
-    std::cerr << "mdomain: left out: " << Printable(name) << "\n";
+  for (const std::string& name : tells ? typed.unknown : std::vector<std::string>()) {
+    Note("left out: " + name);
   }
   return std::move(typed.site);
 }
 
-void MakeItSo(const Call& call, const std::string& text) {
+// Whether it would change something. A domain that is the only one cannot go.
+bool Differs(const Site& wanted, const SiteAccounts& accounts) {
+  const Site is = ReadSite(accounts);
+  if (wanted.domains.empty() && !is.domains.empty()) {
+    throw Failure(kRefused, "$.domains: has none, and the primary domain cannot be deleted");
+  }
+  return SiteJson(is) != SiteJson(wanted);
+}
+
+void RequireReady(const Call& call) {
   RequireOwnModel(call);
   RequireSettledSettings();
+}
+
+void MakeItSo(const Call& call, const std::string& text, bool tells) {
+  RequireReady(call);
   const SiteAccounts accounts;
-  MakeSite(Wanted(call, text, accounts), accounts);
+  MakeSite(Wanted(call, text, accounts, tells), accounts);
 }
 
 // What it would change; throws what it is refused with.
@@ -63,47 +79,66 @@ std::vector<std::string> TryOnCopies(const Call& call, const std::string& text, 
   if (call.Has(kSkip)) {
     typed.emplace_back(kSkip);
   }
-  const Trial trial = Try(typed, text);
+  if (call.Has(kForce)) {
+    typed.emplace_back(kForce);
+  }
+  const Trial trial = Try(typed, text, call.options().lock_timeout);
   if (trial.status != kDone) {
     throw Failure(static_cast<Status>(trial.status < 0 ? kFailed : trial.status),
-                  trial.message.empty() ? "the document could not be tried" : trial.message);
-  }
-  if (trial.plan.empty()) {
-    std::cerr << trial.warnings;  // where something changes the change itself says it
+                  trial.message.empty() ? "the document could not be tried" : trial.message,
+                  trial.next);
   }
   plan = trial.plan;
   std::vector<std::string> sentences;
   for (const Json::Value& entry : plan) {
     sentences.push_back(entry["text"].asString());
   }
+  if (sentences.empty()) {
+    sentences.emplace_back(kWrittenDifferently);
+  }
   return sentences;
+}
+
+void Print(Output& out, const Json::Value& plan, bool differs) {
+  if (out.json()) {
+    out.List(plan, {});
+  }
+  for (const Json::Value& entry : plan) {
+    out.Line(entry["text"].asString(), ColourOfChange(entry));
+  }
+  out.Line(!plan.empty() ? Counted(plan.size(), "change") + " made"
+           : differs     ? kWrittenDifferently
+                         : "nothing to change");
 }
 
 void Apply(Call& call) {
   const std::string text = ReadInput(call.Text("FILE"), kNotFound);
   if (call.Has(DryRunFlag().name)) {
     call.Lock();
-    MakeItSo(call, text);
+    MakeItSo(call, text, true);
     return;
   }
+  RequireOwnModel(call);
   const std::string before = StoredState();
-  Json::Value plan;
-  std::vector<std::string> sentences = TryOnCopies(call, text, plan);
-  if (!sentences.empty()) {
-    call.Ask("Make the domains what " + call.Text("FILE") + " says? " + FirstOf(sentences, "; "));
+  Json::Value plan(Json::arrayValue);
+  std::vector<std::string> sentences;
+  bool differs = false;
+  {
+    const SiteAccounts accounts;
+    differs = Differs(Wanted(call, text, accounts, true), accounts);
+  }
+  if (differs) {
+    sentences = TryOnCopies(call, text, plan);
+    const std::string file = call.Text("FILE") == "-" ? "standard input" : call.Text("FILE");
+    call.SetForecast(nullptr);  // the question has what the copies told
+    call.Ask("Make the domains what " + file + " says? " + FirstOf(sentences, "; "));
     call.Lock();
     if (StoredState() != before) {
       throw Failure(kRefused, "the domains were changed meanwhile: run the same command again");
     }
-    MakeItSo(call, text);
+    MakeItSo(call, text, false);
   }
-  if (call.out().json()) {
-    call.out().List(plan, {});
-    return;
-  }
-  sentences.push_back(sentences.empty() ? "nothing to change"
-                                        : Counted(sentences.size(), "change") + " made");
-  call.out().Texts(sentences);
+  Print(call.out(), plan, differs);
 }
 
 const Register kExport({
@@ -131,7 +166,8 @@ const Register kApply({
       "groups must be mirrored (mdomain refresh).",
       Effect::kDestroys,
       {One("FILE", "The document; - is standard input"),
-       Flag(kSkip, "Name accounts and groups that are not mirrored, and leave them out")},
+       Flag(kSkip, "Name accounts and groups that are not mirrored, and leave them out"),
+       ForceFlag("Make a lost model anew, without what is left of its domains elsewhere")},
       Apply}},
 });
 

@@ -115,8 +115,9 @@ void Set(Call& call) {
   for (const Group& group : groups) {
     roles.emplace_back(domain.idx, group.GetGID(), role);
   }
-  if (!DomainGroup().Set(roles)) {
-    throw Failure(kFailed, "changing " + Names(groups) + " failed");
+  DomainGroup api;
+  if (!api.Set(roles)) {
+    throw ApiFailure(api.GetErrorCode(), "changing " + Names(groups));
   }
   Json::Value done;
   done["groups"] = AccountsJson(groups);
@@ -129,8 +130,9 @@ void Remove(Call& call) {
   const std::vector<Group> groups = GroupsOf(domain, call.List("GROUP"));
   call.Confirm("Take " + Names(groups) + " out of domain " + domain.Title() +
                " with the addresses of the users whom no other group keeps there?");
-  if (!DomainGroup().Delete(domain.idx, Ids(groups))) {
-    throw Failure(kFailed, "removing " + Names(groups) + " failed");
+  DomainGroup api;
+  if (!api.Delete(domain.idx, Ids(groups))) {
+    throw ApiFailure(api.GetErrorCode(), "removing " + Names(groups));
   }
   Json::Value done;
   done["removed"] = AccountsJson(groups);
@@ -149,7 +151,7 @@ void Restore(Call& call) {
       users.empty() ? api.RestoreMemberStatus(domain.idx, Ids(groups))
                     : api.RestoreMemberStatus(domain.idx, groups.front().GetGID(), Ids(users));
   if (!restored) {
-    throw Failure(kFailed, "restoring members of " + Names(groups) + " failed");
+    throw ApiFailure(api.GetErrorCode(), "restoring members of " + Names(groups));
   }
   Json::Value done;
   done["groups"] = AccountsJson(groups);

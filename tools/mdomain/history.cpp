@@ -6,25 +6,19 @@
 
 #include "lib-domain/api/updater.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/dry_run.h"
 #include "tools/mdomain/text.h"
+#include "tools/mdomain/time_text.h"
 
 namespace mdomain {
 namespace {
 
 using MDOMAIN::HISTORY::Entry;
 
-std::string TimeText(long long seconds) {
-  const auto when = static_cast<time_t>(seconds);
-  struct tm local {};
-  char text[64] = {};
-  (void)strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S%z", localtime_r(&when, &local));
-  return text;
-}
-
 Json::Value EntryJson(const Entry& entry) {
   Json::Value record;
   record["id"] = Json::Int64(entry.id);
-  record["time"] = TimeText(entry.time);
+  record["time"] = TimeText(entry.time, Zone::kLocal);
   record["person"] = entry.person;
   record["command"] = entry.command;
   record["summary"] = entry.summary;
@@ -67,11 +61,36 @@ void Show(Call& call) {
     return;
   }
   call.out().Record(record, kColumns);
-  std::vector<std::string> lines;
   for (const Json::Value& change : plan) {
-    lines.push_back(change["text"].asString());
+    call.out().Line(change["text"].asString(), ColourOfChange(change));
   }
-  call.out().Texts(lines);
+}
+
+std::string Question(const Entry& last) {
+  const std::string what = "mdomain " + last.command + " (" + last.summary + ")?";
+  return last.id == 0           ? "Take back the last change?"
+         : last.state != "done" ? "An undo was interrupted. Finish taking back " + what
+                                : "Take back " + what;
+}
+
+// The change is marked as taken back when that has been told, and not before: whoever runs an undo
+// that told nothing once more finishes it, and never takes back the change before.
+void EndTold(Call& call, const Entry& entry) {
+  const bool was_interrupted = entry.state != "done";
+  Json::Value record = EntryJson(entry);
+  record["state"] = "undone";
+  record["was_interrupted"] = was_interrupted;
+  call.out().Done(record,
+                  (was_interrupted ? "an undo was interrupted; now it is taken back: mdomain "
+                                   : "taken back: mdomain ") +
+                      entry.command);
+  call.AfterTelling([id = entry.id] {
+    if (!MDOMAIN::HISTORY::EndUndo(id)) {
+      throw Failure(kFailed,
+                    "the change was taken back, but the history could not be told: run the "
+                    "same command again");
+    }
+  });
 }
 
 void Undo(Call& call) {
@@ -79,8 +98,7 @@ void Undo(Call& call) {
   if (!MDOMAIN::HISTORY::FindLast(last)) {
     throw Failure(kFailed, "the history could not be read");
   }
-  call.Confirm(last.id == 0 ? "Take back the last change?"
-                            : "Take back mdomain " + last.command + " (" + last.summary + ")?");
+  call.Confirm(Question(last));
   MDOMAIN::HISTORY::UndoResult result;
   if (!MDOMAIN::HISTORY::UndoLast(last.id, result)) {
     throw Failure(kFailed, "the change could not be taken back: run the same command again");
@@ -92,9 +110,10 @@ void Undo(Call& call) {
                       (result.obstacles.empty() ? "" : ": " + FirstOf(result.obstacles, "; ")));
   }
   if (!MDOMAIN::API::Updater().Trigger()) {
-    throw Failure(kFailed, "the change was taken back, but not published: run mdomain publish");
+    throw Failure(kFailed,
+                  "the change was taken back, but not published: run the same command again");
   }
-  call.out().Done(EntryJson(result.entry), "taken back: mdomain " + result.entry.command);
+  EndTold(call, result.entry);
 }
 
 const Register kHistory({
@@ -103,8 +122,10 @@ const Register kHistory({
     {
         {"list",
          "List the latest changes, the newest first",
-         "Of the commands that change the domains. State undone: it was taken back; undo and "
-         "refresh are not taken back themselves. The last thousand are kept.",
+         "Of the commands that change the domains. State undone: it was taken back; undoing: an "
+         "undo of it was interrupted; half undone: and something stands against its end; undo and "
+         "refresh are not taken back themselves. The last "
+         "thousand are kept.",
          Effect::kReads,
          {Number("--limit", "At most N of them (20)")},
          List},
@@ -123,9 +144,9 @@ const Register kUndo({
     {{"",
       "Take the last change back",
       "Everything that it changed becomes as it was, and is published; run again it takes back the "
-      "change before. A refresh is passed over: it follows the accounts. Refused where something "
-      "of "
-      "the change was changed since, or where it changed more than 20,000 rows.",
+      "change before. After an undo that was interrupted the next one finishes it first, and says "
+      "so. A refresh is passed over: it follows the accounts. Refused where something of the "
+      "change was changed since, where it changed more than 20,000 rows, or DKIM keys.",
       Effect::kDestroys,
       {},
       Undo}},

@@ -1,10 +1,8 @@
-// The lock file that keeps two changing runs of mdomain on one root apart.
-//
-// The library itself takes no lock: an operation reads, decides and writes in several transactions,
-// so two management programs at once could each undo what the other had just decided.
+// The lock of changing programs, as a command takes it: it says what it waits for.
 #ifndef TOOLS_MDOMAIN_LOCK_H
 #define TOOLS_MDOMAIN_LOCK_H
 
+#include "lib-domain/sync/change_lock.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
@@ -17,16 +15,13 @@ class CannotLock : public Failure {
 
 class ChangeLock {
  public:
-  // Waits up to `timeout_seconds` for another run to end and says so on standard error, unless
+  // Waits up to `timeout_seconds` for another program to end and says so on standard error, unless
   // `quiet`; throws a Failure when it has not ended by then, or when the file cannot be made or
   // opened.
   ChangeLock(int timeout_seconds, bool quiet);
-  ~ChangeLock();
-  ChangeLock(const ChangeLock&) = delete;
-  ChangeLock& operator=(const ChangeLock&) = delete;
 
  private:
-  int fd_ = -1;
+  MDOMAIN::UTILS::ChangeLock lock_;
 };
 
 }  // namespace mdomain

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iostream>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -15,26 +14,10 @@
 #include "platform/include/maillog.h"
 #include "platform/include/root_path.h"
 #include "platform/include/sqlite.h"
-#include "tools/mdomain/text.h"
+#include "tools/mdomain/notes.h"
 
 namespace mdomain {
 namespace {
-
-constexpr const char* kClearLine = "\r\033[K";
-
-bool progress_shown = false;
-
-void Status(const std::string& text) {
-  std::cerr << kClearLine << text << std::flush;
-  progress_shown = true;
-}
-
-void ClearStatus() {
-  if (progress_shown) {
-    std::cerr << kClearLine << std::flush;
-    progress_shown = false;
-  }
-}
 
 const char* Name(int level) {
   if (level == MDOMAIN::BASE::kLogError) {
@@ -49,9 +32,13 @@ constexpr const char* kUnit = "lib-domain/";
 
 // What was logged and not shown, and of it the lines that say most about why a command failed.
 struct Unshown {
-  std::vector<std::string> errors;  // without their heads
-  std::string platform_error;       // names a file or a server, and what the system said
-  std::string database_before;      // the failure of a database that was known by then
+  struct Error {
+    std::string text;  // without its head
+    bool is_librarys;
+  };
+  std::vector<Error> errors;
+  std::string platform_error;   // names a file or a server, and what the system said
+  std::string database_before;  // the failure of a database that was known by then
   std::string platform_warning;
 };
 
@@ -80,7 +67,7 @@ std::string WithoutHead(const std::string& line) {
 
 void Keep(int level, const std::string& line) {
   if (level == MDOMAIN::BASE::kLogError) {
-    Kept().errors.push_back(WithoutHead(line));
+    Kept().errors.push_back({WithoutHead(line), IsLibrarys(line)});
   }
   if (IsLibrarys(line)) {
     return;
@@ -94,8 +81,7 @@ void Keep(int level, const std::string& line) {
 }
 
 void Show(int level, const std::string& line) {
-  ClearStatus();
-  std::cerr << "mdomain: " << Name(level) << ": " << Printable(line) << "\n";
+  Note(std::string(Name(level)) + ": " + line);
 }
 
 void Take(int level, const std::string& line, bool verbose) {
@@ -118,9 +104,9 @@ void Take(int level, const std::string& line, bool verbose) {
 // The refresh reports its statistics in notices; each notice ends one stretch of work.
 void FollowRefresh(const std::string& line) {
   if (line.find(" zelm_users,") != std::string::npos) {
-    Status("users read, writing them and reading groups ...");
+    ShowStatus("users read, writing them and reading groups ...");
   } else if (line.find(" zelm_groups,") != std::string::npos) {
-    Status("groups read, writing them and adding new accounts to domains ...");
+    ShowStatus("groups read, writing them and adding new accounts to domains ...");
   }
 }
 
@@ -133,16 +119,19 @@ std::string WithSeparators(size_t number) {
   return text;
 }
 
-// Some times a second: a terminal is slower than the work.
+// After a second, and then some times a second: a terminal is slower than the work.
 void ShowCounts(const char* doing, size_t done, size_t total) {
+  constexpr std::chrono::milliseconds kBefore(1000);
   constexpr std::chrono::milliseconds kPause(200);
-  static std::chrono::steady_clock::time_point last;
+  static const auto begin = std::chrono::steady_clock::now();
+  static auto last = begin + kBefore - kPause;
   const auto now = std::chrono::steady_clock::now();
   if (now - last < kPause) {
     return;
   }
   last = now;
-  Status(std::string(doing) + ": " + WithSeparators(done) + " of " + WithSeparators(total));
+  const std::string of = total == 0 ? "" : " of " + WithSeparators(total);
+  ShowStatus(std::string(doing) + ": " + WithSeparators(done) + of);
 }
 
 }  // namespace
@@ -158,13 +147,16 @@ void ShowLog(bool verbose) {
 }
 
 void ShowErrorsAtOnce() {
+  ShowNotes();
   shows_errors = true;
 }
 
 void ShowErrors() {
-  for (const std::string& line : Kept().errors) {
-    if (!shows_errors) {
-      Show(MDOMAIN::BASE::kLogError, line);
+  // The library's tell what it did then, which needs no word where the platform said why.
+  const bool is_told = !Kept().platform_error.empty() || !Kept().platform_warning.empty();
+  for (const Unshown::Error& error : Kept().errors) {
+    if (!shows_errors && !(is_told && error.is_librarys)) {
+      Show(MDOMAIN::BASE::kLogError, error.text);
     }
   }
 }
@@ -172,9 +164,9 @@ void ShowErrors() {
 std::string WithCause(const std::string& message) {
   const Unshown& kept = Kept();
   const std::string& database = korvmailserver::LastDatabaseFailure();
-  const std::string causes[] = {database == kept.database_before ? "" : database,
-                                kept.platform_error,
-                                kept.errors.empty() ? kept.platform_warning : kept.errors.front()};
+  const std::string causes[] = {
+      database == kept.database_before ? "" : database, kept.platform_error,
+      kept.errors.empty() ? kept.platform_warning : kept.errors.front().text};
   const auto* cause = std::find_if(std::begin(causes), std::end(causes),
                                    [](const std::string& text) { return !text.empty(); });
   const bool said = cause == std::end(causes) || message.find(*cause) != std::string::npos;
@@ -213,7 +205,9 @@ Progress::Progress(bool wanted, const char* first) {
     return;
   }
   MDOMAIN::BASE::ListenToProgress(ShowCounts);
-  Status(std::string(first) + " ...");
+  if (first != nullptr) {
+    ShowStatus(std::string(first) + " ...");
+  }
   const auto shown = korvmailserver::SetMailLogSink(nullptr);
   korvmailserver::SetMailLogSink([shown](int level, const std::string& line) {
     const bool kept = shown && shown(level, line);

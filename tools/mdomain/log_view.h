@@ -13,7 +13,8 @@ namespace mdomain {
 void ShowLog(bool verbose);
 // From now on errors are shown when they are logged: for a command that goes on after them.
 void ShowErrorsAtOnce();
-// Shows the kept errors, of a command that succeeded all the same.
+// Shows the kept errors, of a command that succeeded all the same: the library's only where nothing
+// else was said.
 void ShowErrors();
 // The message of a failing command, with what is known of the cause behind it: what was last said
 // about a database file or logged as an error by the platform, which names a file or a server; else
@@ -36,10 +37,11 @@ class HeldLog {
 };
 
 // While one lives, a terminal on standard error shows how far a refresh or another pass over many
-// items is, `first` what it does. Elsewhere, and when it is not `wanted`, it is silent.
+// items is, once that takes more than a second, and before it `first`, which may be null.
+// Elsewhere, and when it is not `wanted`, it is silent.
 class Progress {
  public:
-  explicit Progress(bool wanted, const char* first = "reading users");
+  explicit Progress(bool wanted, const char* first = nullptr);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;

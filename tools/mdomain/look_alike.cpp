@@ -4,13 +4,13 @@
 #include "tools/mdomain/look_alike.h"
 
 #include <algorithm>
-#include <iostream>
 #include <set>
 
 #include "lib-domain/db/look_up.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/alias_walk.h"
 #include "tools/mdomain/icu_library.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
@@ -91,7 +91,7 @@ void LookAlikes::Warn(Json::Value& user) const {
     const std::string warning =
         "alias \"" + alias + "\" looks like \"" + holder->alias + "\" of " + holder->name;
     user["warnings"].append(warning);
-    std::cerr << "mdomain: warning: " << Printable(warning) << "\n";
+    Note("warning: " + warning);
   }
 }
 

@@ -43,6 +43,8 @@ class Domains {
 // The whole records of domains, in the order of their indexes given. Counts the users of these
 // domains: for what shows or rewrites a record.
 std::vector<MDOMAIN::RECORD::Domain> DomainRecords(const std::vector<int>& idxs);
+// Of all domains.
+std::vector<MDOMAIN::RECORD::Domain> AllDomainRecords();
 
 // The mirrored accounts that the filter selects.
 std::vector<MDOMAIN::RECORD::User> ListUsers(const MDOMAIN::DB::UserDBFilter& filter);
@@ -55,6 +57,9 @@ std::vector<MDOMAIN::RECORD::User> FindUsers(const std::vector<std::string>& tex
 std::vector<MDOMAIN::RECORD::Group> FindGroups(const std::vector<std::string>& texts);
 MDOMAIN::RECORD::User FindUser(const std::string& text);
 MDOMAIN::RECORD::Group FindGroup(const std::string& text);
+
+// Whether the account system, which may be asked, knows a user of this short or full name.
+bool IsUserOfAccountSystem(const std::string& text);
 
 // Names without the directory's part.
 std::vector<std::string> ShortNames(const std::vector<MDOMAIN::RECORD::User>& users);

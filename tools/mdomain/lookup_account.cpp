@@ -28,6 +28,7 @@ struct Users {
   using Api = MDOMAIN::API::User;
   using Filter = MDOMAIN::DB::UserDBFilter;
   static constexpr const char* kKind = "user";
+  static constexpr const char* kList = "mdomain account users shows them";
   static unsigned int Id(const User& user) { return user.GetUID(); }
   static std::string Name(const User& user) { return user.GetUserName(); }
   static Filter ById(unsigned int uid) {
@@ -42,6 +43,7 @@ struct Groups {
   using Api = MDOMAIN::API::Group;
   using Filter = MDOMAIN::DB::GroupDBFilter;
   static constexpr const char* kKind = "group";
+  static constexpr const char* kList = "mdomain account groups shows them";
   static unsigned int Id(const Group& group) { return group.GetGID(); }
   static std::string Name(const Group& group) { return group.GetGroupName(); }
   static Filter ById(unsigned int gid) {
@@ -165,11 +167,13 @@ template <typename Kind>
   const std::string kind = Kind::kKind;
   const bool is_user = kind == Users::kKind;
   std::string message = "there is no " + kind + " \"" + text + "\"";
+  std::string next = Kind::kList;
   const std::string never = NeverMirrored(text, is_user);
   if (!never.empty()) {
     message += " in the mirror: " + never;
   } else if (AccountSystemKnows(text, is_user)) {
-    message += " in the mirror yet, only in the account system: run mdomain refresh";
+    message += " in the mirror yet, only in the account system";
+    next = "mdomain refresh";
   } else {
     const typename Kind::Filter everybody;
     std::vector<std::string> names;
@@ -178,7 +182,7 @@ template <typename Kind>
     }
     message += DidYouMean(text, names);
   }
-  throw Failure(kNotFound, message);
+  throw Failure(kNotFound, message, next);
 }
 
 // The records of these names, and those whose ids the texts are.
@@ -270,6 +274,10 @@ std::vector<User> FindUsers(const std::vector<std::string>& texts) {
 std::vector<Group> FindGroups(const std::vector<std::string>& texts) {
   return FindAll<Groups>(texts);
 }
+bool IsUserOfAccountSystem(const std::string& text) {
+  return AccountSystemKnows(text, true);
+}
+
 User FindUser(const std::string& text) {
   return FindUsers({text}).front();
 }

@@ -19,7 +19,17 @@ using MDOMAIN::RECORD::Domain;
     names.push_back(domain.name);
     names.insert(names.end(), domain.additional_names.begin(), domain.additional_names.end());
   }
-  throw Failure(kNotFound, "there is no domain \"" + text + "\"" + DidYouMean(text, names));
+  throw Failure(kNotFound, "there is no domain \"" + text + "\"" + DidYouMean(text, names),
+                "mdomain domain list shows them");
+}
+
+std::vector<Domain> Records(MDOMAIN::DB::DomainDBFilter filter) {
+  filter.SetLimit(-1);
+  std::vector<Domain> found;
+  if (!MDOMAIN::API::Domain().List(filter, found)) {
+    throw Failure(kFailed, "the domains could not be read");
+  }
+  return found;
 }
 
 }  // namespace
@@ -56,14 +66,14 @@ const KnownDomain& Domains::Find(const std::string& text) const {
   Unknown(text, domains_);
 }
 
+std::vector<Domain> AllDomainRecords() {
+  return Records(MDOMAIN::DB::DomainDBFilter());
+}
+
 std::vector<Domain> DomainRecords(const std::vector<int>& idxs) {
   MDOMAIN::DB::DomainDBFilter filter;
   filter.SetDomainIdxs(idxs);
-  filter.SetLimit(-1);
-  std::vector<Domain> found;
-  if (!MDOMAIN::API::Domain().List(filter, found)) {
-    throw Failure(kFailed, "the domains could not be read");
-  }
+  const std::vector<Domain> found = Records(filter);
   std::vector<Domain> records;
   for (const int idx : idxs) {
     const auto record = std::find_if(

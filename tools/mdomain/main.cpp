@@ -10,8 +10,10 @@
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/dry_run.h"
+#include "tools/mdomain/lock_watch.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/node_standing.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/parser.h"
 #include "tools/mdomain/recorder.h"
 #include "tools/mdomain/text.h"
@@ -45,14 +47,12 @@ void Finish(Call& call, const Command& command, const Recorder& recorder) {
     command.run(call);
   } catch (...) {
     if (!recorder.TakeBack()) {
-      std::cerr
-          << "mdomain: warning: what was done before the failure is still there: run the same "
-             "command again\n";
+      Note("warning: what was done before the failure is still there: run the same command again");
     }
     const std::string why = call.EndPublication();
     recorder.Record();
     if (!why.empty()) {
-      std::cerr << "mdomain: warning: " << Printable("not published: " + why) << "\n";
+      Note("warning: not published: " + why);
     }
     throw;
   }
@@ -60,8 +60,9 @@ void Finish(Call& call, const Command& command, const Recorder& recorder) {
   recorder.Record();
   call.out().Flush();
   ShowErrors();
+  call.EndTelling();
   if (!why.empty()) {
-    throw Failure(kUnpublished, "done here, not published: " + why + "; " + HowToPublish());
+    throw Failure(kUnpublished, "done here, not published: " + why, HowToPublish());
   }
 }
 
@@ -87,16 +88,26 @@ bool& TellsJson() {
   return json;
 }
 
-int Tell(Status status, const std::string& message) {
-  const std::string text = status == kFailed ? WithCause(message) : message;
+// What a run ends with: a line, or with --json one object that holds what was noted before, too.
+int Tell(Status status, const std::string& message, const std::string& next) {
+  const bool needs_cause = status == kFailed || (status == kUnpublished && next.empty());
+  const std::string text = AsShown(needs_cause ? WithCause(message) : message);
   if (!TellsJson()) {
-    std::cerr << "mdomain: " << Printable(text) << "\n";
+    const bool is_question = !text.empty() && text.back() == '?';  // "did you mean"
+    ShowNotes();
+    Note(text + (next.empty() || is_question ? "" : ". Next: " + next));
     return status;
   }
   Json::Value error;
   error["code"] = CodeOf(status);
   error["status"] = status;
   error["message"] = text;
+  error["next"] = next.empty() ? UsualNext(status) : next;
+  const std::vector<std::string> notes = TakeNotes();
+  if (!notes.empty()) {
+    error["warnings"] = JsonTexts(notes);
+  }
+  ClearStatus();
   std::cerr << JsonText(error);
   return status;
 }
@@ -105,22 +116,24 @@ int Tell(Status status, const std::string& message) {
 template <typename Work>
 int Guarded(const Work& work) {
   try {
-    return work();
+    const int status = work();
+    ShowNotes();
+    return status;
   } catch (const Failure& failure) {
-    return Tell(failure.status, failure.what());
+    return Tell(failure.status, failure.what(), failure.next);
   } catch (const korvmailserver::LogException& error) {
     const bool refused = error.code == korvmailserver::ERR_DUPLICATE_DOMAIN_NAME ||
                          error.code == korvmailserver::ERR_INVALID_DOMAIN_NAME;
-    return Tell(refused ? kRefused : kFailed, error.what());
+    return Tell(refused ? kRefused : kFailed, error.what(), "");
   } catch (const std::exception& error) {
-    return Tell(kFailed, error.what());
+    return Tell(kFailed, error.what(), "");
   }
 }
 
 int RunOnCopies(const Parsed& parsed) {
   return Guarded([&parsed] {
     ShowLog(parsed.options.verbose);  // what happens on copies is not for the machine's log
-    PlanPrinter printer;
+    PlanPrinter printer(parsed);
     GlobalOptions options = parsed.options;
     options.yes = true;
     Call call(options, parsed.values);
@@ -160,7 +173,12 @@ int Run(const Parsed& parsed) {
   // Before a database is opened, and until everything else has ended.
   const Recorder recorder(parsed);
   Call call(parsed.options, parsed.values);
+  WhenLocked() = [&recorder] { recorder.Begin(); };
   call.SetForecast([&parsed] { return Forecast(parsed); });
+  if (parsed.command->effect != Effect::kReads) {
+    call.out().Silence();
+  }
+  const Progress progress(!call.IsQuiet() && !call.out().json());
   if (parsed.command->effect == Effect::kChanges) {
     call.Lock();
   } else if (parsed.command->effect == Effect::kChangesHere) {
@@ -172,11 +190,16 @@ int Run(const Parsed& parsed) {
 
 int Main(int argc, const char* const* argv) {
   // Also where the command line is wrong.
-  TellsJson() = std::any_of(argv, argv + argc,
-                            [](const char* word) { return std::string(word) == "--json"; });
+  const char* const* end =
+      std::find_if(argv, argv + argc, [](const char* word) { return std::string(word) == "--"; });
+  TellsJson() =
+      std::any_of(argv, end, [](const char* word) { return std::string(word) == "--json"; });
   return Guarded([&]() -> int {
     const Parsed parsed = Parse(argc, argv);
-    return parsed.command == nullptr ? parsed.status : Run(parsed);
+    if (parsed.options.json && !parsed.options.verbose) {
+      KeepNotes();
+    }
+    return parsed.command == nullptr ? kDone : Run(parsed);
   });
 }
 

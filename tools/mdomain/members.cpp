@@ -1,7 +1,6 @@
 // Preview and adding go together: each user who is added gets what the preview shows.
 #include "tools/mdomain/members.h"
 
-#include <iostream>
 #include <map>
 #include <unordered_set>
 
@@ -9,6 +8,7 @@
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/account.h"
 #include "tools/mdomain/look_alike.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
 
@@ -33,10 +33,8 @@ std::vector<DomainUserAlias> WantedAliases(const std::vector<DomainUser>& users,
         wanted.push_back(alias);
         continue;
       }
-      std::cerr << "mdomain: " << Printable(user.GetUserName()) << " gets no alias: \""
-                << Printable(alias.GetAccountAlias())
-                << "\", which the domain's pattern makes, is no local part (user add --alias gives "
-                   "one)\n";
+      Note(user.GetUserName() + " gets no alias: \"" + alias.GetAccountAlias() +
+           "\", which the domain's pattern makes, is no local part (user add --alias gives one)");
     }
   }
   return wanted;
@@ -103,9 +101,9 @@ void AddMembers(Call& call, const KnownDomain& domain, const Members& members,
     added_aliases.push_back(alias.GetAccountAlias());
   }
   const LookAlikes look_alikes(domain.idx, added_aliases);
-  if (!MDOMAIN::API::DomainUser().AddMembers(domain.idx, ShortNames(members.users),
-                                             ShortNames(members.groups), added)) {
-    throw Failure(kFailed, "adding to domain " + domain.Title() + " failed");
+  MDOMAIN::API::DomainUser api;
+  if (!api.AddMembers(domain.idx, ShortNames(members.users), ShortNames(members.groups), added)) {
+    throw ApiFailure(api.GetErrorCode(), "adding to domain " + domain.Title());
   }
   Json::Value records = Added(preview, added);
   for (Json::Value& record : records) {

@@ -1,12 +1,12 @@
 #include "tools/mdomain/model.h"
 
 #include <algorithm>
-#include <iostream>
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/sync/model_in_force.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
 
@@ -134,7 +134,7 @@ void RequireSwitchable(const Call& call, const std::string& key, const std::stri
     throw Failure(kRefused, key + " stays as it is: " + consequence +
                                 ". Next: give --force to change it all the same");
   }
-  std::cerr << "mdomain: " << Printable(consequence) << "\n";
+  Note(consequence);
 }
 
 }  // namespace mdomain

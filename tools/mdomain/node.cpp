@@ -17,7 +17,8 @@ const Register kNode({
          Effect::kDestroys,
          {},
          ManageHere,
-         false},
+         "There is no --dry-run, which leaves the shared key store alone: mdomain node status "
+         "tells."},
         {"join",
          "Let this machine pull what another one publishes",
          "Its own files are copied to a folder kept-TIME beside them first. Refused where it has "
@@ -25,7 +26,9 @@ const Register kNode({
          "with its first mdomain node pull.",
          Effect::kChangesHere,
          {Flag("--discard", "Also where this machine has what the key store lacks")},
-         JoinManager},
+         JoinManager,
+         "There is no --dry-run, which leaves the shared key store alone: mdomain node status "
+         "tells."},
         {"pull",
          "Bring what is published to this machine",
          "A reader sees the old or the new file, whole. After it the maps of blind copies are made "
@@ -58,14 +61,17 @@ const Register kNode({
          TellRole},
         {"check",
          "Mend what can be mended, and tell what may lose what is published",
-         "For a timer on every machine. The one that manages reads everything in the key store "
+         "For a timer on every machine; --quiet says nothing when all is in order. The one that "
+         "manages reads everything in the key store "
          "back and publishes what is missing or damaged; the others pull what they lack. Settings "
          "of the server that may lose its content are told. Ends with status 0 when all is in "
          "order or mended, and with 1 when not, when there is such a risk, or when the key store "
          "does not answer.",
          Effect::kChangesHere,
-         {Flag("--quiet", "Print nothing when all is in order")},
-         CheckMachine},
+         {},
+         CheckMachine,
+         "There is no --dry-run, which leaves the shared key store alone: mdomain node status "
+         "tells."},
         {"take-over",
          "Manage the domains on this machine instead of another",
          "Shows what each side has that the other lacks, copies this machine's files to a folder "
@@ -78,7 +84,9 @@ const Register kNode({
          {Flag("--keep", "Publish what this machine has, and do not pull"),
           Flag("--discard", "Also where something is lost with that")},
          TakeOver,
-         false},
+         "There is no --dry-run, which leaves the shared key store alone: mdomain node status "
+         "tells, "
+         "and the question shows what would be lost."},
     },
 });
 

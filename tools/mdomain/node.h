@@ -8,6 +8,7 @@
 #include "lib-domain/sync/follow_pull.h"
 #include "platform/include/nodes.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/time_text.h"
 
 namespace mdomain {
 
@@ -43,9 +44,6 @@ void ShowMachines(Call& call);
 void TellRole(Call& call);
 // node_check.cpp
 void CheckMachine(Call& call);
-
-// "2026-11-22T04:05:06Z"; empty for 0.
-std::string TimeText(long long seconds);
 
 }  // namespace mdomain
 

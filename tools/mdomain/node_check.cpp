@@ -47,16 +47,19 @@ void Print(Call& call, const std::vector<std::string>& mended,
     call.out().Record(record, {});
     return;
   }
+  call.out().Speak();  // --quiet leaves out only that all is well
   std::vector<std::string> lines;
   const auto with = [](const char* head) {
     return [head](const std::string& text) { return head + text; };
   };
   std::transform(mended.begin(), mended.end(), std::back_inserter(lines), with("mended: "));
   std::transform(risks.begin(), risks.end(), std::back_inserter(lines), with("risk: "));
-  if (lines.empty() && !call.Has("--quiet")) {
+  if (lines.empty() && !call.IsQuiet()) {
     lines.emplace_back("everything is in order");
   }
-  call.out().Texts(lines);
+  for (const std::string& line : lines) {
+    call.out().Line(line);
+  }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // mdomain node pull: what is published comes to this machine, once or again and again.
 #include <algorithm>
-#include <iostream>
 #include <utility>
 
 #include "platform/include/maillog.h"
@@ -9,6 +8,7 @@
 #include "tools/mdomain/node.h"
 #include "tools/mdomain/node_content.h"
 #include "tools/mdomain/node_standing.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -96,7 +96,7 @@ void RequirePulling() {
                   "place, mdomain node manage publishes them");
   }
   const std::string kept = BecomePulling(standing, false);
-  std::cerr << "mdomain: this machine pulls from now on; what it had lies in " << kept << "\n";
+  Note("this machine pulls from now on; what it had lies in " + kept);
 }
 
 void PullOnce(Call& call, bool accept_older) {
@@ -119,7 +119,7 @@ class Trouble {
       log.Show(what);
     }
     if (what != what_) {
-      std::cerr << "mdomain: " << Printable(what.empty() ? "pulling again" : what) << "\n";
+      Note(what.empty() ? "pulling again" : what);
     }
     lines_ = std::move(lines);
     what_ = what;

@@ -2,7 +2,6 @@
 //
 // What is about to be thrown away is said first, and refused without --discard: the files of this
 // machine are kept aside, what only the store has is not.
-#include <iostream>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/sync/kept_files.h"
@@ -11,6 +10,7 @@
 #include "tools/mdomain/node.h"
 #include "tools/mdomain/node_content.h"
 #include "tools/mdomain/node_standing.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -24,7 +24,7 @@ using korvmailserver::StoreStanding;
 constexpr int kAttempts = 3;
 
 void Say(const std::string& text) {
-  std::cerr << "mdomain: " << Printable(text) << "\n";
+  Note(text);
 }
 
 std::string KeepAside() {

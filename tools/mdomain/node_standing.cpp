@@ -67,6 +67,18 @@ void RequireManager() {
   }
 }
 
+bool IsAlone() {
+  return OwnStanding().role == NodeRole::kAlone;
+}
+
+bool IsMemberElseManager() {
+  const bool is_member = OwnStanding().role == NodeRole::kMember;
+  if (!is_member) {
+    RequireManager();
+  }
+  return is_member;
+}
+
 std::string HowToPublish() {
   NodeStanding standing;
   const bool is_replaced =

@@ -12,6 +12,13 @@ namespace mdomain {
 // said yet whether this one does. A store that is away is no obstacle for the one that manages.
 void RequireManager();
 
+// Whether this machine pulls the domains; ends the command as RequireManager where it does not pull
+// and does not manage.
+bool IsMemberElseManager();
+
+// Whether it shares its key store with no other.
+bool IsAlone();
+
 // What brings a change to the other machines that was made here and not published.
 std::string HowToPublish();
 

@@ -239,17 +239,6 @@ void RequireCurrent(const Picture& picture, const std::vector<Machine>& machines
 
 }  // namespace
 
-std::string TimeText(long long seconds) {
-  const auto time = static_cast<time_t>(seconds);
-  tm parts = {};
-  char text[32] = {};
-  if (seconds <= 0 || gmtime_r(&time, &parts) == nullptr) {
-    return "";
-  }
-  (void)strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return text;
-}
-
 void ShowMachines(Call& call) {
   const Picture picture = Look();
   const std::vector<Machine> machines = Machines(picture);
@@ -274,7 +263,7 @@ void TellRole(Call& call) {
   }
   Json::Value record;
   record["role"] = RoleText(standing.role);
-  call.out().Done(record, RoleText(standing.role));
+  call.out().Answer(record, RoleText(standing.role));
 }
 
 }  // namespace mdomain

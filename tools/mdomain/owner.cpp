@@ -245,7 +245,9 @@ const Register kOwner({
          {One("ADDRESS", "The address; its domain must exist"),
           One("USER", "Name or uid of the owner")},
          Add,
-         false},
+         "There is no --dry-run: the registry is no part of the model, and mdomain owner lookup "
+         "tells "
+         "who has the address."},
         {"build",
          "Make the registry what the domain database says",
          "From then on it follows every change. Readers see the old or the new registry, whole. "
@@ -254,7 +256,9 @@ const Register kOwner({
          Effect::kChanges,
          {},
          Build,
-         false},
+         "There is no --dry-run: the registry follows from the model, and mdomain owner check "
+         "tells "
+         "what would go."},
         {"check",
          "List entries that the domain database no longer has",
          "Ends with 1 when there are any.",

@@ -8,8 +8,10 @@
 #include <list>
 #include <sstream>
 
+#include "lib-domain/base/text.h"
+#include "tools/mdomain/manual.h"
 #include "tools/mdomain/suggestion.h"
-#include "tools/mdomain/text.h"
+#include "tools/mdomain/terminal.h"
 
 namespace mdomain {
 namespace {
@@ -31,16 +33,27 @@ std::string Wrapped(const std::string& text, size_t width) {
   return result;
 }
 
-constexpr size_t kHelpWidth = 70;
-constexpr size_t kLineWidth = 100;
+constexpr int kLineWidth = 100;
+constexpr int kNamesWidth = 30;  // of options and commands, before what is said of them
+
+// Of help texts, in a window as in a file.
+size_t LineWidth() {
+  static const int window = TerminalOfOutput().width;
+  return static_cast<size_t>(window == 0 ? kLineWidth
+                                         : std::clamp(window, 2 * kNamesWidth, kLineWidth));
+}
+
+size_t HelpWidth() {
+  return LineWidth() - kNamesWidth;
+}
 
 void AddArgument(CLI::App& app, const Argument& argument, std::vector<std::string>& values,
                  bool& given) {
   if (argument.kind == Kind::kFlag) {
-    app.add_flag(argument.name, given, Wrapped(argument.help, kHelpWidth));
+    app.add_flag(argument.name, given, Wrapped(argument.help, HelpWidth()));
     return;
   }
-  CLI::Option* option = app.add_option(argument.name, values, Wrapped(argument.help, kHelpWidth));
+  CLI::Option* option = app.add_option(argument.name, values, Wrapped(argument.help, HelpWidth()));
   // Without this "--alias a b" would take both, and "[a,b]" would be split at its commas.
   option->allow_extra_args(false);
   option->type_name(argument.value);
@@ -63,6 +76,18 @@ void AddArgument(CLI::App& app, const Argument& argument, std::vector<std::strin
     default:
       option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::Throw);
   }
+}
+
+// Below the help of a command.
+std::string ExamplesOf(const std::string& noun, const std::string& words) {
+  Manual manual = ReadManual();
+  std::string text;
+  for (const Example& example : manual.nouns[noun].commands[words].examples) {
+    for (const std::string& line : example.lines) {
+      text += line.rfind("$ ", 0) == 0 ? "\n  " + line.substr(2) : "";
+    }
+  }
+  return text.empty() ? "" : "Examples, also in mdomain-" + noun + "(1):" + text;
 }
 
 // One command, and where CLI11 stores what was typed for it.
@@ -88,7 +113,7 @@ CLI::App* SubApp(CLI::App* app, const std::string& words, const std::string& hel
       app = known.front();
     }
   }
-  app->description(help);
+  app->description(Wrapped(help, HelpWidth()));
   return app;
 }
 
@@ -104,9 +129,13 @@ void AddCommand(CLI::App* noun_app, const std::string& noun, const Command& comm
   for (const Argument& argument : command.arguments) {
     AddArgument(*app, argument, leaf.values[argument.name], leaf.flags[argument.name]);
   }
-  if (!command.detail.empty()) {
-    app->footer("\n" + Wrapped(command.detail, kLineWidth));
-  }
+  const std::string words = command.words;
+  const std::string detail = command.detail;
+  app->footer([noun, words, detail] {
+    const std::string examples = ExamplesOf(noun, words);
+    const std::string gap = detail.empty() || examples.empty() ? "" : "\n\n";
+    return "\n" + Wrapped(detail, LineWidth()) + gap + examples;
+  });
 }
 
 Values Given(const Leaf& leaf) {
@@ -138,18 +167,19 @@ std::vector<std::string> Typed(int argc, const char* const* argv) {
 
 void AddGlobals(CLI::App& app, GlobalOptions& options) {
   const std::vector<Argument> arguments = GlobalArguments();
-  auto help = [&](size_t i) { return Wrapped(arguments[i].help, kHelpWidth); };
+  auto help = [&](size_t i) { return Wrapped(arguments[i].help, HelpWidth()); };
   app.add_option("--root", options.root, help(0))
       ->type_name("DIR")
       ->envname("MDOMAIN_ROOT")
       ->check(CLI::ExistingDirectory.description(""));
   app.add_flag("--json", options.json, help(1));
   app.add_flag("-v,--verbose", options.verbose, help(2));
-  app.add_flag("-y,--yes", options.yes, help(3));
-  app.add_option("--lock-timeout", options.lock_timeout, help(4))
+  app.add_flag("-q,--quiet", options.quiet, help(3));
+  app.add_flag("-y,--yes", options.yes, help(4));
+  app.add_option("--lock-timeout", options.lock_timeout, help(5))
       ->type_name("SECONDS")
       ->check(CLI::Range(0, 86400).description(""));
-  app.set_version_flag("--version", std::string("mdomain ") + MDOMAIN_VERSION, help(5));
+  app.set_version_flag("--version", std::string("mdomain ") + MDOMAIN_VERSION, help(6));
 }
 
 }  // namespace
@@ -160,6 +190,8 @@ std::vector<Argument> GlobalArguments() {
                  "etc/passwd, its accounts"),
           Flag("--json", "Print one JSON array or object and nothing else on standard output"),
           Flag("-v, --verbose", "Show every log line on standard error, notices too"),
+          Flag("-q, --quiet",
+               "Print nothing when all went well, but what was asked for; progress neither"),
           Flag("-y, --yes", "Do not ask before something is removed"),
           Option("--lock-timeout", "SECONDS",
                  "How long to wait for another changing run of mdomain (default 60)"),
@@ -189,43 +221,132 @@ std::vector<const char*> WithoutHelpWord(int argc, const char* const* argv) {
   return words;
 }
 
-// Names a word that begins no command, and what may have been meant.
-void RequireKnownWords(const std::vector<const char*>& words) {
-  const size_t at = FirstWord(words);
-  if (at >= words.size()) {
-    return;
-  }
+// "domain names": the command of these words, for a message.
+std::string Quoted(const std::string& words) {
+  return "\"mdomain" + (words.empty() ? "" : " " + words) + "\"";
+}
+
+// "domain" and "names" give "domain names".
+std::string Behind(std::string words, const std::string& word) {
+  words += words.empty() ? "" : " ";
+  words += word;
+  return words;
+}
+
+std::string HelpFor(const std::string& words) {
+  return "mdomain help" + (words.empty() ? "" : " " + words);
+}
+
+// What can stand behind `words`; empty where they are a whole command.
+std::vector<std::string> WordsBehind(const std::string& words) {
   std::vector<std::string> known;
-  for (const auto& [name, noun] : Nouns()) {
-    known.push_back(name);
+  const std::string noun = words.substr(0, words.find(' '));
+  const std::string head = words == noun ? "" : words.substr(noun.size() + 1) + " ";
+  const auto found = Nouns().find(noun);
+  for (const Command& command :
+       found == Nouns().end() ? std::vector<Command>() : found->second.commands) {
+    const bool is_behind = command.words.rfind(head, 0) == 0 && command.words.size() > head.size();
+    const std::string rest = is_behind ? command.words.substr(head.size()) : "";
+    const std::string word = rest.substr(0, rest.find(' '));
+    if (is_behind && std::count(known.begin(), known.end(), word) == 0) {
+      known.push_back(word);
+    }
   }
-  const std::string typed = words[at];
-  const auto noun = Nouns().find(typed);
-  if (noun == Nouns().end()) {
-    throw Failure(kUsage, "there is no command \"" + typed + "\"" + DidYouMean(typed, known) +
-                              " (mdomain --help lists them)");
+  if (words.empty()) {
+    for (const auto& [name, entry] : Nouns()) {
+      known.push_back(name);
+    }
   }
-  known.clear();
-  for (const Command& command : noun->second.commands) {
-    known.push_back(command.words.substr(0, command.words.find(' ')));
+  return known;
+}
+
+// Names a word that begins no command, and what may have been meant; or says what is missing.
+void RequireKnownWords(const std::vector<const char*>& words) {
+  const bool asks_for_help = std::any_of(words.begin(), words.end(), [](const char* word) {
+    return std::string(word) == "--help" || std::string(word) == "-h" ||
+           std::string(word) == "--version";
+  });
+  std::string typed;
+  size_t at = FirstWord(words);
+  for (std::vector<std::string> known = WordsBehind(""); !known.empty();
+       known = WordsBehind(typed)) {
+    const std::string word = at < words.size() ? words[at] : "";
+    if (word.empty() || word[0] == '-') {
+      if (asks_for_help || !word.empty()) {
+        return;  // an option comes before the word: CLI11 looks
+      }
+      throw Failure(kUsage,
+                    typed.empty() ? "a command is required"
+                                  : Quoted(typed) + " is no whole command: one of " +
+                                        MDOMAIN::BASE::Join(known, ", ") + " is required",
+                    HelpFor(typed));
+    }
+    if (std::count(known.begin(), known.end(), word) == 0) {
+      throw Failure(kUsage,
+                    "there is no command \"" + Behind(typed, word) + "\"" + DidYouMean(word, known),
+                    HelpFor(typed));
+    }
+    typed = Behind(typed, word);
+    ++at;
   }
-  const std::string verb = at + 1 < words.size() ? words[at + 1] : "";
-  const bool has_verbs = std::count(known.begin(), known.end(), "") == 0;
-  if (has_verbs && !verb.empty() && verb[0] != '-' &&
-      std::count(known.begin(), known.end(), verb) == 0) {
-    throw Failure(kUsage, "there is no command \"" + typed + " " + verb + "\"" +
-                              DidYouMean(verb, known) + " (mdomain " + typed +
-                              " --help lists them)");
+}
+
+// The words of the command that was parsed as far as it went, and its options.
+struct Reached {
+  std::string words;
+  std::vector<std::string> options;
+};
+
+Reached HowFar(const CLI::App& app) {
+  Reached reached;
+  for (const CLI::App* at = &app; at != nullptr;) {
+    for (const CLI::Option* option : at->get_options()) {
+      for (const std::string& name : option->get_lnames()) {
+        reached.options.push_back("--" + name);
+      }
+      for (const std::string& name : option->get_snames()) {
+        reached.options.push_back("-" + name);
+      }
+    }
+    const auto below = at->get_subcommands();
+    at = below.empty() ? nullptr : below.front();
+    if (at != nullptr) {
+      reached.words = Behind(reached.words, at->get_name());
+    }
   }
+  return reached;
+}
+
+// The first option that was typed and that this command has not; empty without any.
+std::string UnknownOption(const Reached& reached, int argc, const char* const* argv) {
+  for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i) {
+    const std::string word = argv[i];
+    std::string option = word.substr(0, word.find('='));
+    const bool is_long = option.size() > 2 && option.rfind("--", 0) == 0;
+    if (is_long && std::count(reached.options.begin(), reached.options.end(), option) == 0) {
+      return option;
+    }
+  }
+  return "";
+}
+
+[[noreturn]] void Refuse(const CLI::App& app, const CLI::ParseError& error, int argc,
+                         const char* const* argv) {
+  const Reached reached = HowFar(app);
+  const bool is_surplus = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+  const std::string option = is_surplus ? UnknownOption(reached, argc, argv) : "";
+  throw Failure(kUsage,
+                option.empty() ? error.what()
+                               : Quoted(reached.words) + " has no option \"" + option + "\"" +
+                                     DidYouMean(option, reached.options),
+                HelpFor(reached.words));
 }
 
 Parsed ParseKnown(int argc, const char* const* argv) {
   Parsed parsed;
   CLI::App app("Manages mail domains: their names, users, groups and addresses.", "mdomain");
   app.require_subcommand(1, 1);
-  app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
-    return "mdomain: " + Printable(error.what()) + "\nmdomain [COMMAND] --help says more.\n";
-  });
+  app.set_help_flag("-h,--help", "Print this help");
   AddGlobals(app, parsed.options);
   std::list<Leaf> leaves;
   for (const auto& [name, noun] : Nouns()) {
@@ -243,7 +364,10 @@ Parsed ParseKnown(int argc, const char* const* argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    parsed.status = app.exit(error) == 0 ? kDone : kUsage;
+    if (error.get_exit_code() != 0) {
+      Refuse(app, error, argc, argv);
+    }
+    app.exit(error);  // help and version
     return parsed;
   }
   for (const Leaf& leaf : leaves) {

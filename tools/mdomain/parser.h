@@ -12,15 +12,13 @@ namespace mdomain {
 
 struct Parsed {
   GlobalOptions options;
-  const Command* command = nullptr;  // null: nothing to run, end with `status`
+  const Command* command = nullptr;  // null: nothing to run
   std::string words;                 // the command's own: "user add"
   std::vector<std::string> typed;    // everything, without the root and what answers questions
   std::map<std::string, std::vector<std::string>> values;
-  int status = kDone;
 };
 
-// Help and version go to standard output and end with 0. A wrong command line is reported on
-// standard error and ends with kUsage.
+// Help and version go to standard output. A wrong command line is a Failure with kUsage.
 Parsed Parse(int argc, const char* const* argv);
 
 // The options that every command has, for the manual.

@@ -88,12 +88,6 @@ struct Counts {
   }
 };
 
-void PrintSum(Call& call, const std::string& sentence) {
-  if (!call.out().json()) {
-    call.out().Texts({sentence});
-  }
-}
-
 std::vector<TriedAlias> Try(const KnownDomain& domain, const std::string& pattern) {
   std::vector<TriedAlias> tried;
   if (!MDOMAIN::CONTROL::INTERNAL::TryPattern(domain.idx, pattern, tried)) {
@@ -121,7 +115,7 @@ void TryTyped(Call& call) {
     listing.Add(TriedJson(tried));
   }
   listing.End();
-  PrintSum(call, Counted(counts.users, "user") + ": " + counts.Sentence());
+  call.out().Line(Counted(counts.users, "user") + ": " + counts.Sentence());
 }
 
 void Drift(Call& call) {
@@ -143,8 +137,8 @@ void Drift(Call& call) {
     }
   }
   listing.End();
-  PrintSum(call, std::to_string(drifted.users) + " of " + Counted(users, "user") +
-                     " without what " + pattern + " gives now: " + drifted.Sentence());
+  call.out().Line(std::to_string(drifted.users) + " of " + Counted(users, "user") +
+                  " without what " + pattern + " gives now: " + drifted.Sentence());
 }
 
 const Register kPattern({

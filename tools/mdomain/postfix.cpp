@@ -7,25 +7,19 @@
 #include "lib-domain/base/postmap.h"
 #include "lib-domain/sync/compiled_maps.h"
 #include "lib-domain/sync/follow_addresses.h"
-#include "lib-domain/sync/postfix_maps.h"
+#include "lib-domain/sync/pulled_addresses.h"
 #include "platform/include/files.h"
+#include "platform/include/postfix_map.h"
 #include "tools/mdomain/node_standing.h"
+#include "tools/mdomain/notes.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
-namespace {
 
-// Whether this machine pulls the domains, else it manages them.
-bool IsMember() {
-  korvmailserver::NodeStanding standing;
-  if (!korvmailserver::ReadNodeStanding(standing)) {
-    throw Failure(kFailed, "it cannot be told whether this machine manages the domains");
-  }
-  const bool is_member = standing.role == korvmailserver::NodeRole::kMember;
-  if (!is_member) {
-    RequireManager();
-  }
-  return is_member;
-}
+using korvmailserver::MapEntries;
+using korvmailserver::PostfixMap;
+
+namespace {
 
 // A map that main.cf names and that is missing stops all mail.
 void RequireUnused(const Call& call, const std::string& map) {
@@ -47,7 +41,7 @@ void Remove(Call& call) {
   for (const std::string& map : maps) {
     RequireUnused(call, map);
   }
-  if (!IsMember() && !MDOMAIN::UTILS::ForgetPostfixMaps()) {
+  if (!IsMemberElseManager() && !MDOMAIN::UTILS::ForgetPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix still follow every change");
   }
   // Where a pull made the maps, this has the next one make them again.
@@ -61,7 +55,7 @@ void Remove(Call& call) {
   Json::Value record;
   record["removed"] = Json::Value(Json::arrayValue);
   for (const std::string& map : maps) {
-    const std::string file = korvmailserver::PostfixMap(map).File();
+    const std::string file = PostfixMap(map).File();
     if (!KLIBCFileExist(file.c_str())) {
       continue;
     }
@@ -79,6 +73,12 @@ void Maps(Call& call) {
     return;
   }
   MakePostfixMaps();
+  MapEntries addresses;
+  std::string error;
+  const std::string type = MDOMAIN::UTILS::CompiledMapType();
+  if (!type.empty() && PostfixMap(MDOMAIN::PATHS::PostfixAddresses()).GetAll(addresses, error)) {
+    WarnOfUncompiled(type, addresses);
+  }
   Json::Value record;
   record["domains"] = MDOMAIN::UTILS::NameOfMap(MDOMAIN::PATHS::PostfixDomains());
   record["addresses"] = MDOMAIN::UTILS::NameOfMap(MDOMAIN::PATHS::PostfixAddresses());
@@ -99,7 +99,10 @@ const Register kPostfix({
              Flag("--remove", "Remove them, and what makes them follow, instead"),
              PostfixConfigOption(),
          },
-         Maps},
+         Maps,
+         "There is no --dry-run: the maps follow from the model, and mdomain postfix check tells "
+         "where "
+         "they differ."},
     },
 });
 
@@ -114,7 +117,8 @@ void RequireOwnConfig(const Call& call) {
 }
 
 void MakePostfixMaps() {
-  if (IsMember() ? !MDOMAIN::UTILS::MakePulledPostfixMaps() : !MDOMAIN::UTILS::BuildPostfixMaps()) {
+  if (IsMemberElseManager() ? !MDOMAIN::UTILS::MakePulledPostfixMaps()
+                            : !MDOMAIN::UTILS::BuildPostfixMaps()) {
     throw Failure(kFailed, "the maps for Postfix could not be made; those of before are in place");
   }
 }
@@ -128,6 +132,26 @@ std::string MapTypeFor(const PostfixHost& host) {
   return host.HasMapType(compiled)
              ? compiled
              : MDOMAIN::BASE::ChooseMapType(host.Value("default_database_type"), host.MapTypes());
+}
+
+void Warn(const std::string& text) {
+  Note("warning: " + text);
+}
+
+std::string TellUncompiled(const std::string& type, const MapEntries& addresses) {
+  const bool is_compiled = !type.empty() && type != "lmdb";
+  const std::vector<std::string> uncompiled =
+      is_compiled ? MDOMAIN::UTILS::ListUncompilable(addresses) : std::vector<std::string>();
+  return uncompiled.empty() ? ""
+                            : "no mail comes to " + FirstOf(uncompiled) + ": a map of type " +
+                                  type + " cannot hold an address that begins with #";
+}
+
+void WarnOfUncompiled(const std::string& type, const MapEntries& addresses) {
+  const std::string text = TellUncompiled(type, addresses);
+  if (!text.empty()) {
+    Warn(text + " (" + kUncompiledCure + ")");
+  }
 }
 
 }  // namespace mdomain

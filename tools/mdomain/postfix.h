@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "platform/include/postfix_map.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/postfix_host.h"
 
@@ -22,6 +23,18 @@ void MakePostfixMaps();
 // The type of maps that this Postfix is to read: "lmdb", else one that it compiles; the empty
 // string when it has none.
 std::string MapTypeFor(const PostfixHost& host);
+
+constexpr const char* kUncompiledCure =
+    "apt-get install postfix-lmdb, then mdomain postfix configure --apply";
+
+// A warning on standard error, of this command itself.
+void Warn(const std::string& text);
+
+// Which of the addresses get no mail where Postfix reads maps of this type, and why; the
+// empty string when all do.
+std::string TellUncompiled(const std::string& type, const korvmailserver::MapEntries& addresses);
+// Says so in a warning.
+void WarnOfUncompiled(const std::string& type, const korvmailserver::MapEntries& addresses);
 
 }  // namespace mdomain
 

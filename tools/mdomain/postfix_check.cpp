@@ -1,7 +1,6 @@
 // mdomain postfix check: whether the maps and the running server say of each address what the model
 // says.
 #include <algorithm>
-#include <iostream>
 #include <map>
 #include <random>
 #include <set>
@@ -14,6 +13,7 @@
 #include "lib-domain/sync/postfix_maps.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/log_view.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/smtp_probe.h"
@@ -106,10 +106,6 @@ std::vector<std::string> ListAddresses(const Model& model) {
   }
   ascii.insert(ascii.end(), others.begin(), others.end());
   return ascii;
-}
-
-void Warn(const std::string& text) {
-  std::cerr << "mdomain: warning: " << Printable(text) << "\n";
 }
 
 // RFC 5321 wants somebody there for each domain that receives mail.
@@ -272,6 +268,7 @@ void Check(Call& call) {
   const size_t asked = answers.size();
   if (!is_one) {
     AddWrongEntries(host, model, answers);
+    WarnOfUncompiled(MDOMAIN::UTILS::CompiledMapType(), model.maps.addresses);
     SayWhereNobodyIsPostmaster(model);
     SayWhatLeadsNowhere();
     SayWhoShares(model);
@@ -285,14 +282,14 @@ void Check(Call& call) {
     throw Failure(kFailed, "model, map and server do not agree on " + std::to_string(different) +
                                " of " + std::to_string(asked) + " addresses");
   }
-  if (!is_one && !call.out().json()) {
+  if (!is_one) {
     const auto unoffered = std::count_if(answers.begin(), answers.end(),
                                          [](const Answer& answer) { return answer.is_unoffered; });
-    call.out().Texts({"model, map and server agree on " + std::to_string(asked) + " addresses" +
-                      (unoffered == 0 ? ""
-                                      : "; " + std::to_string(unoffered) +
-                                            " of them are beyond ASCII, for which the server "
-                                            "takes no mail")});
+    call.out().Line("model, map and server agree on " + std::to_string(asked) + " addresses" +
+                    (unoffered == 0 ? ""
+                                    : "; " + std::to_string(unoffered) +
+                                          " of them are beyond ASCII, for which the server "
+                                          "takes no mail"));
   }
 }
 

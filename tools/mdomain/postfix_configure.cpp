@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <iostream>
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/sync/compiled_maps.h"
@@ -11,6 +10,7 @@
 #include "platform/include/host_settings.h"
 #include "tools/mdomain/bcc_maps.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/postfix.h"
 #include "tools/mdomain/postfix_obstacles.h"
 #include "tools/mdomain/text.h"
@@ -171,12 +171,10 @@ void Print(Call& call, const std::vector<Wanted>& wanted, const std::vector<std:
     call.out().Record(record, {});
     return;
   }
-  std::vector<std::string> lines;
   for (const Wanted& setting : wanted) {
-    lines.push_back("# " + setting.reason);
-    lines.push_back(setting.name + " = " + setting.value);
+    call.out().Raw(Printable("# " + setting.reason) + "\n" +
+                   Printable(setting.name + " = " + setting.value) + "\n");
   }
-  call.out().Texts(lines);
 }
 
 // Beside main.cf, under a name that nothing has. Gives the name.
@@ -253,10 +251,11 @@ void RequireMilter(const std::string& milter) {
 }
 
 void Configure(Call& call) {
+  const bool applies = call.Has("--apply") && !call.Has("--dry-run");
   if (call.Has("--apply") && call.Has("--print")) {
     throw Failure(kUsage, "--print only shows, --apply sets: give one of them");
   }
-  if (call.Has("--apply")) {
+  if (applies) {
     RequireOwnConfig(call);
   }
   const std::string milter = call.Text("--milter");
@@ -279,13 +278,16 @@ void Configure(Call& call) {
   const std::vector<std::string> cautions =
       ListCautions(host, content, target, lmtp, takes_utf8, has_milter);
   for (const std::string& caution : cautions) {
-    std::cerr << "mdomain: warning: " << Printable(caution) << "\n";
+    Warn(caution);
   }
-  if (obstacles.empty() || !call.Has("--apply")) {
+  const auto list = [&] { return ListWanted(host, content, lmtp, takes_utf8, milter); };
+  if (call.Has("--dry-run")) {
+    Print(call, list(), obstacles, cautions);
+  } else if (obstacles.empty() || !applies) {
     MakePostfixMaps();  // a map that main.cf names and that is missing stops all mail
     CompileWhereWanted(MapTypeFor(host));
-    const std::vector<Wanted> wanted = ListWanted(host, content, lmtp, takes_utf8, milter);
-    call.Has("--apply") ? Apply(call, host, wanted) : Print(call, wanted, obstacles, cautions);
+    const std::vector<Wanted> wanted = list();
+    applies ? Apply(call, host, wanted) : Print(call, wanted, obstacles, cautions);
     RemoveUnusedMaps(call, host);
   }
   if (!obstacles.empty()) {
@@ -306,6 +308,7 @@ const Register kConfigure({
          Effect::kChangesHere,
          {
              Flag("--print", "Print the lines; so without --apply"),
+             Flag("--dry-run", "Print the lines, with --apply too, and leave the maps alone"),
              Flag("--apply",
                   "Set them with postconf, after a copy of main.cf beside it, and reload Postfix "
                   "where it runs"),
@@ -314,7 +317,8 @@ const Register kConfigure({
                     "inet:HOST:PORT"),
              PostfixConfigOption(),
          },
-         Configure},
+         Configure,
+         ShowsItself()},
     },
 });
 

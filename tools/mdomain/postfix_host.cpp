@@ -146,7 +146,8 @@ std::map<std::string, std::string> PostfixHost::LookUp(const std::string& map,
   const ProgramEnd end = _RunHere(kPostmap, {"-q", "-", map}, input);
   // A status of 1 without a word means that no key was found.
   if (end.status != 0 && (end.status != 1 || end.errors.find("fatal:") != std::string::npos)) {
-    throw Failure(kFailed, "postmap cannot ask " + map + ": " + LastLine(end));
+    throw Failure(kFailed, "postmap cannot ask " + map + ": " + LastLine(end),
+                  "mdomain postfix maps makes the maps");
   }
   return EntriesIn(end.output);
 }

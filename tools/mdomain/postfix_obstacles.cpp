@@ -160,6 +160,9 @@ std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixCont
         " anew, and sessions that are open keep the old one: apt-get install "
         "postfix-lmdb, then run this again");
   }
+  if (const std::string text = TellUncompiled(MapTypeFor(host), content.addresses); !text.empty()) {
+    cautions.push_back(text);
+  }
   std::string why;
   if (target.IsLmtp() && !IsReachableFrom(host, host.IsChrooted("lmtp/unix", "lmtp"), lmtp, why)) {
     cautions.push_back("mail waits in the queue until " + lmtp + " can be reached: " + why);

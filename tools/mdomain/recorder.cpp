@@ -3,15 +3,14 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
-#include <iostream>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/plan.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/notes.h"
 
 namespace mdomain {
 namespace {
@@ -47,9 +46,7 @@ Recorder::Recorder(const Parsed& parsed)
     : is_refresh_(parsed.words == "refresh"),
       is_undo_(parsed.words == "undo"),
       is_whole_(parsed.words == "apply") {
-  const auto& arguments = parsed.command->arguments;
-  if (std::any_of(arguments.begin(), arguments.end(),
-                  [](const Argument& argument) { return argument.name == DryRunFlag().name; })) {
+  if (HasTrial(*parsed.command) && parsed.words != "publish") {
     changes_ = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
         is_whole_ ? MDOMAIN::HISTORY::kEveryRow : MDOMAIN::HISTORY::kMostRowsKept);
     for (const std::string& word : parsed.typed) {
@@ -58,13 +55,25 @@ Recorder::Recorder(const Parsed& parsed)
   }
 }
 
+void Recorder::Begin() const {
+  if (changes_) {
+    changes_->WatchFiles();
+  }
+}
+
 bool Recorder::TakeBack() const {
   Changes changes;
   if (!changes_ || !is_whole_ || !changes_->List(changes)) {
     return !is_whole_;
   }
-  return changes.IsEmpty() ||
-         (MDOMAIN::HISTORY::TakeBack(changes) && MDOMAIN::API::Updater().Trigger());
+  if (!changes.IsEmpty() && !MDOMAIN::HISTORY::TakeBack(changes)) {
+    return false;
+  }
+  if (!changes.IsEmpty() && !MDOMAIN::API::Updater().Trigger()) {
+    Note(
+        "warning: everything is stored as before, and could not be published: run mdomain publish");
+  }
+  return true;
 }
 
 void Recorder::Record() const {
@@ -90,9 +99,9 @@ void Recorder::Record() const {
   }
   const bool is_told = MDOMAIN::HISTORY::MakePlan(changes, plan);
   entry.summary = changes.is_whole ? plan.summary : "more than can be listed";
-  const bool is_nothing = changes.is_whole && plan.entries.empty();
+  const bool is_nothing = is_told && changes.is_whole && plan.entries.empty();  // stored again
   if (!is_nothing && (!is_told || !MDOMAIN::HISTORY::AddEntry(entry, changes, plan))) {
-    std::cerr << "mdomain: warning: the history does not have this change\n";
+    Note("warning: the history does not have this change");
   }
 }
 

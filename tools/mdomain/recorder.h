@@ -14,6 +14,8 @@ class Recorder {
  public:
   // Watches nothing where the command only reads.
   explicit Recorder(const Parsed& parsed);
+  // Once the lock is held: what others did before it is not this command's.
+  void Begin() const;
   // Adds an entry where something was changed. A history that cannot be written is a warning: the
   // change is made.
   void Record() const;

@@ -14,6 +14,9 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/record/domain_user.h"
+#include "lib-domain/record/domain_user_alias.h"
+#include "platform/include/alias.h"
 #include "tools/mdomain/site_accounts.h"
 
 namespace mdomain {
@@ -62,9 +65,29 @@ struct Site {
   std::map<std::string, std::string> settings;
 };
 
-// What is stored now. Throws a Failure where it cannot be read.
+// What is stored now, piece by piece; what concerns all domains is read once per object, so make a
+// new one after a change. Everything throws a Failure where it cannot be read.
+class SiteReader {
+ public:
+  explicit SiteReader(const SiteAccounts& accounts) : accounts_(accounts) {}
+  // Groups, users, members who were removed.
+  void ReadMembers(int domain_idx, const std::string& name, SiteDomain& domain);
+  void ReadEntries(int domain_idx, SiteDomain& domain);
+  // Copies and disclaimers.
+  void ReadPolicies(int domain_idx, const std::string& name, SiteDomain& domain) const;
+
+ private:
+  void ReadUsers(int domain_idx, const std::string& name, SiteDomain& domain);
+  bool IsAdded(int domain_idx, unsigned int uid);
+
+  const SiteAccounts& accounts_;
+  bool has_added_ = false;
+  std::set<std::pair<int, unsigned int>> added_;  // domain, uid: who was added automatically
+  bool has_entries_ = false;
+  std::multimap<int, Alias::Entry> entries_;
+};
+// All of it, of one moment.
 Site ReadSite(const SiteAccounts& accounts);
-SiteDomain ReadSiteDomain(int domain_idx, const std::string& name, const SiteAccounts& accounts);
 
 // The document, in an order that follows from the model alone.
 Json::Value SiteJson(const Site& site);
@@ -80,19 +103,53 @@ TypedSite ParseSite(const std::string& text, const SiteAccounts& accounts);
 // A list of disclaimers with ids in the place of names; the names must be known.
 Json::Value DisclaimersWithIds(Json::Value disclaimers, const SiteAccounts& accounts);
 
-// "$.domains[0].users[3].role: ..." for the first place where `is` is not `wanted`; empty without.
+// "$.domains[example.com].users[anna].role: ..." for the first place where `is` is not `wanted`,
+// which have what has a name in one order; empty without.
 std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
                             const std::string& path = "$");
 
-// Makes it so, step by step, and compares what is stored afterwards. Throws a Failure at the first
-// step that fails: what was done before stays.
+// Makes it so, step by step, and compares what is stored afterwards; what is so already is only
+// read. Throws a Failure at the first step that fails: what was done before stays. What mail cannot
+// reach is said on standard error.
 void MakeSite(const Site& wanted, const SiteAccounts& accounts);
-// Of one domain: groups, users, roles, aliases, who was removed; then entries, copies, disclaimers.
-void MakeSiteDomain(int domain_idx, const std::string& name, const SiteDomain& wanted,
-                    const SiteAccounts& accounts);
-void MakeSiteEntries(int domain_idx, const std::string& name,
-                     const std::map<std::string, SiteEntry>& is,
-                     const std::map<std::string, SiteEntry>& wanted, const SiteAccounts& accounts);
+
+// The members of one domain on their way to what a site says.
+class SiteMembers {
+ public:
+  SiteMembers(int domain_idx, const std::string& name, const SiteDomain& is,
+              const SiteDomain& wanted, const SiteAccounts& accounts);
+  // Groups, users, roles, the aliases that users own, and who was removed. No user has the name of
+  // an entry afterwards that is not made yet.
+  void Make();
+  // Once all entries are made: aliases that somebody else owns.
+  void AddTakenAliases();
+
+ private:
+  void TakeOut();
+  void TakeInGroups();
+  void GiveUpAliases();
+  void TakeInUsers();
+  void SetRolesOfGroups();
+  void SetUsers();
+  void Remove();
+  void FindMoving();
+  bool IsNew(const std::string& user) const { return is_.users.count(user) == 0; }
+  void Require(bool is_done, const std::string& what) const;
+  void AddAliases(const std::string& name, const std::vector<std::string>& texts,
+                  std::vector<MDOMAIN::RECORD::DomainUserAlias>& aliases) const;
+  void Add(const std::vector<std::string>& users, const std::vector<std::string>& groups,
+           std::vector<MDOMAIN::RECORD::DomainUserAlias>& aliases) const;
+  MDOMAIN::RECORD::DomainUser Record(const std::string& name, std::vector<std::string> texts) const;
+  void Set(std::vector<MDOMAIN::RECORD::DomainUser>& users) const;
+
+  int idx_;
+  const std::string& name_;
+  SiteDomain is_;
+  const SiteDomain& wanted_;
+  const SiteAccounts& accounts_;
+  std::set<std::string> changed_;  // users who are not yet as they should be, and
+  std::set<std::string> moving_;   // those who may lose an alias to one of these on the way
+};
 
 }  // namespace mdomain
 

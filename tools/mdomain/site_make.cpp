@@ -14,10 +14,12 @@
 #include "tools/mdomain/bcc_maps.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/notes.h"
 #include "tools/mdomain/output.h"
 #include "tools/mdomain/site.h"
 #include "tools/mdomain/site_words.h"
 #include "tools/mdomain/status.h"
+#include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
@@ -57,18 +59,18 @@ std::string Shown(const Json::Value& value) {
   return text.size() > kMost ? text.substr(0, kMost) + "..." : text;
 }
 
-// Names that somebody else may need, before domains are made.
+// Names that somebody else may need, before domains are made; domains that go give up all.
 void GiveUpNames(const Site& wanted) {
   const Domains domains;
   for (const KnownDomain& known : domains.all()) {
     const auto domain = wanted.domains.find(known.name);
-    if (domain != wanted.domains.end()) {
-      const Names kept(domain->second.names.begin(), domain->second.names.end());
-      const Names gone =
-          Missing({known.additional_names.begin(), known.additional_names.end()}, kept);
-      Require(gone.empty() || MDOMAIN::API::Domain().DeleteAdditionalDomains(known.idx, gone),
-              "names of domain " + known.Title() + " could not be removed");
-    }
+    const Names kept = domain == wanted.domains.end()
+                           ? Names()
+                           : Names(domain->second.names.begin(), domain->second.names.end());
+    const Names gone =
+        Missing({known.additional_names.begin(), known.additional_names.end()}, kept);
+    Require(gone.empty() || MDOMAIN::API::Domain().DeleteAdditionalDomains(known.idx, gone),
+            "names of domain " + known.Title() + " could not be removed");
   }
 }
 
@@ -108,6 +110,10 @@ void CreateDomains(const Site& wanted) {
 void SetDomains(const Site& wanted) {
   const Domains domains;
   MDOMAIN::API::Domain api;
+  std::map<int, MDOMAIN::RECORD::Domain> records;
+  for (const MDOMAIN::RECORD::Domain& record : AllDomainRecords()) {
+    records.emplace(record.GetDomainIdx(), record);
+  }
   for (const KnownDomain& known : domains.all()) {
     const auto found = wanted.domains.find(known.name);
     if (found == wanted.domains.end()) {
@@ -117,7 +123,7 @@ void SetDomains(const Site& wanted) {
     if (domain.is_primary && !known.is_primary) {
       Require(api.SetPrimary(known.idx), "domain " + known.Title() + " could not become primary");
     }
-    MDOMAIN::RECORD::Domain record = DomainRecords({known.idx}).front();
+    MDOMAIN::RECORD::Domain& record = records.at(known.idx);
     if (record.GetDomainDesc() != domain.description ||
         record.GetDefaultAliasPattern() != domain.pattern ||
         record.IsAutomaticallyAddingUsers() != domain.adds_users) {
@@ -126,7 +132,17 @@ void SetDomains(const Site& wanted) {
       record.SetIsAutomaticallyAddingUsers(domain.adds_users);
       Require(api.Set(record), api, "changing \"" + known.name + "\"");
     }
-    const Names more = Missing(domain.names, known.additional_names);
+  }
+}
+
+void AddNames(const Site& wanted) {
+  const Domains domains;
+  MDOMAIN::API::Domain api;
+  for (const KnownDomain& known : domains.all()) {
+    const auto domain = wanted.domains.find(known.name);
+    const Names more = domain == wanted.domains.end()
+                           ? Names()
+                           : Missing(domain->second.names, known.additional_names);
     Require(more.empty() || api.CreateAdditionalDomains(known.idx, more), api,
             "adding names to \"" + known.name + "\"");
   }
@@ -138,6 +154,7 @@ void MakeDomains(const Site& wanted) {
   CreateDomains(wanted);
   SetDomains(wanted);
   DeleteOthers(wanted);  // the one that was primary
+  AddNames(wanted);
 }
 
 void MakeCopies(int idx, const SiteDomain& is, const SiteDomain& wanted) {
@@ -206,49 +223,115 @@ void MakeSettings(const Site& wanted) {
 }
 
 // A name that differs in letter case alone is another one, and made anew.
-void DeleteEntries(int idx, const std::map<std::string, SiteEntry>& is,
-                   const std::map<std::string, SiteEntry>& wanted) {
-  for (const auto& entry : is) {
-    Require(wanted.count(entry.first) != 0 ||
+void DeleteEntries(int idx, const SiteDomain& is, const SiteDomain& wanted) {
+  for (const auto& entry : is.entries) {
+    Require(wanted.entries.count(entry.first) != 0 ||
                 AliasEntry().Delete(idx, entry.first) == AliasEntry::Result::kDone,
             "the entry " + entry.first + " could not be deleted");
   }
 }
 
-}  // namespace
+// A domain of the site that is there, as it is and as it should be.
+struct Pair {
+  int idx;
+  const std::string& name;
+  SiteDomain is;
+  const SiteDomain& wanted;
+};
 
-// An entry may lead to another one that is not there yet: it waits until that one is.
-void MakeSiteEntries(int idx, const std::string& name, const std::map<std::string, SiteEntry>& is,
-                     const std::map<std::string, SiteEntry>& wanted, const SiteAccounts& accounts) {
-  DeleteEntries(idx, is, wanted);
-  std::vector<std::pair<std::string, SiteEntry>> waiting;
-  for (const auto& entry : wanted) {
-    const auto known = is.find(entry.first);
-    if (known == is.end() || !(known->second == entry.second)) {
-      waiting.push_back(entry);
+std::vector<Pair> Pairs(const Site& wanted, const SiteAccounts& accounts) {
+  const Domains domains;
+  SiteReader reader(accounts);
+  std::vector<Pair> pairs;
+  for (const KnownDomain& known : domains.all()) {
+    const auto found = wanted.domains.find(known.name);
+    if (found != wanted.domains.end()) {
+      pairs.push_back({known.idx, found->first, {}, found->second});
+      reader.ReadMembers(known.idx, known.name, pairs.back().is);
+      reader.ReadEntries(known.idx, pairs.back().is);
     }
   }
-  size_t before = waiting.size() + 1;
-  std::string problem;
-  while (!waiting.empty() && waiting.size() < before) {
-    before = waiting.size();
-    std::vector<std::pair<std::string, SiteEntry>> later;
-    for (const auto& entry : waiting) {
-      AliasEntry api;
-      const ::Alias::Entry stored = Stored(idx, entry.first, entry.second, accounts);
-      const bool is_new = is.count(entry.first) == 0;
-      if ((is_new ? api.Create(stored) : api.Set(stored)) != AliasEntry::Result::kDone) {
-        later.push_back(entry);
-        problem = "domain " + name + ": the entry \"" + entry.first + "\" cannot be made" +
-                  (api.Problem().empty() ? "" : ", because of \"" + api.Problem() + "\"");
+  return pairs;
+}
+
+// Of all domains at once: an entry may lead to one of another domain.
+void SetEntries(std::vector<Pair>& pairs, const SiteAccounts& accounts) {
+  SiteReader reader(accounts);
+  std::vector<::Alias::Entry> changed;
+  for (Pair& pair : pairs) {
+    pair.is.entries.clear();
+    reader.ReadEntries(pair.idx, pair.is);
+    for (const auto& [name, entry] : pair.wanted.entries) {
+      const auto known = pair.is.entries.find(name);
+      if (known == pair.is.entries.end() || !(known->second == entry)) {
+        changed.push_back(Stored(pair.idx, name, entry, accounts));
       }
     }
-    waiting.swap(later);
   }
-  if (!waiting.empty()) {
-    throw Failure(kRefused, problem);
+  if (changed.empty()) {
+    return;
+  }
+  AliasEntry api;
+  Names dead_ends;
+  const AliasEntry::Result result = api.SetAll(changed, dead_ends);
+  if (result != AliasEntry::Result::kDone && result != AliasEntry::Result::kUnpublished) {
+    throw Failure(api.Problem().empty() ? kFailed : kRefused,
+                  "addresses with several members cannot be made" +
+                      (api.Problem().empty() ? "" : ", because of \"" + api.Problem() + "\""));
+  }
+  for (const std::string& sentence : dead_ends) {
+    Note("warning: " + sentence);
   }
 }
+
+void MakePolicies(const std::vector<Pair>& pairs, const SiteAccounts& accounts) {
+  SiteReader reader(accounts);
+  for (const Pair& pair : pairs) {
+    SiteDomain is;
+    reader.ReadPolicies(pair.idx, pair.name, is);
+    MakeCopies(pair.idx, is, pair.wanted);
+    MakeDisclaimers(pair.idx, is, pair.wanted, accounts);
+  }
+}
+
+bool SameMembers(const SiteDomain& is, const SiteDomain& wanted) {
+  return is.groups == wanted.groups && is.users == wanted.users && is.removed == wanted.removed;
+}
+
+// Where the elements of both stand under names, which are in one order: the first that differs.
+std::string FirstNamedDifference(const Json::Value& is, const Json::Value& wanted,
+                                 const std::string& path) {
+  std::map<std::string, std::pair<Json::Value, Json::Value>> both;
+  for (const Json::Value& one : is) {
+    both[one["name"].asString()].first = one;
+  }
+  for (const Json::Value& one : wanted) {
+    both[one["name"].asString()].second = one;
+  }
+  for (const auto& [name, sides] : both) {
+    const std::string place = path + "[" + name + "]";
+    if (sides.second.isNull()) {
+      return place + ": would be there as well: " + Shown(sides.first);
+    }
+    if (sides.first.isNull()) {
+      return place + ": would not be there: " + Shown(sides.second);
+    }
+    std::string inside = FirstDifference(sides.first, sides.second, place);
+    if (!inside.empty()) {
+      return inside;
+    }
+  }
+  return "";
+}
+
+bool HaveNames(const Json::Value& list) {
+  std::set<std::string> names;
+  return std::all_of(list.begin(), list.end(), [&names](const Json::Value& one) {
+    return one.isObject() && one["name"].isString() && names.insert(one["name"].asString()).second;
+  });
+}
+
+}  // namespace
 
 std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
                             const std::string& path) {
@@ -256,6 +339,9 @@ std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
     return "";
   }
   if (is.isArray() && wanted.isArray()) {
+    if (HaveNames(is) && HaveNames(wanted)) {
+      return FirstNamedDifference(is, wanted, path);
+    }
     const Json::ArrayIndex both = std::min(is.size(), wanted.size());
     for (Json::ArrayIndex i = 0; i < both; ++i) {
       std::string inside = FirstDifference(is[i], wanted[i], path + "[" + std::to_string(i) + "]");
@@ -279,26 +365,27 @@ std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
 }
 
 void MakeSite(const Site& wanted, const SiteAccounts& accounts) {
+  const Json::Value document = SiteJson(wanted);
+  if (SiteJson(ReadSite(accounts)) == document) {
+    return;
+  }
   MakeDomains(wanted);
-  const Domains domains;
-  for (const KnownDomain& known : domains.all()) {
-    const auto found = wanted.domains.find(known.name);
-    if (found == wanted.domains.end()) {
-      continue;
+  std::vector<Pair> pairs = Pairs(wanted, accounts);
+  std::list<SiteMembers> changed;
+  for (const Pair& pair : pairs) {
+    DeleteEntries(pair.idx, pair.is, pair.wanted);
+    if (!SameMembers(pair.is, pair.wanted)) {
+      changed.emplace_back(pair.idx, pair.name, pair.is, pair.wanted, accounts).Make();
     }
-    MakeSiteDomain(known.idx, known.name, found->second, accounts);
+  }
+  SetEntries(pairs, accounts);
+  for (SiteMembers& members : changed) {
+    members.AddTakenAliases();
   }
   // Copies and disclaimers of one domain may name what another one has now.
-  for (const KnownDomain& known : domains.all()) {
-    const auto found = wanted.domains.find(known.name);
-    if (found != wanted.domains.end()) {
-      const SiteDomain is = ReadSiteDomain(known.idx, known.name, accounts);
-      MakeCopies(known.idx, is, found->second);
-      MakeDisclaimers(known.idx, is, found->second, accounts);
-    }
-  }
+  MakePolicies(pairs, accounts);
   MakeSettings(wanted);
-  const std::string difference = FirstDifference(SiteJson(ReadSite(accounts)), SiteJson(wanted));
+  const std::string difference = FirstDifference(SiteJson(ReadSite(accounts)), document);
   if (!difference.empty()) {
     throw Failure(kRefused, difference);
   }

@@ -4,10 +4,11 @@
 
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/maillog.h"
 #include "platform/include/postfix_map.h"
+#include "platform/include/text.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/lookup.h"
+#include "tools/mdomain/pattern.h"
 #include "tools/mdomain/site.h"
 #include "tools/mdomain/site_place.h"
 #include "tools/mdomain/site_words.h"
@@ -25,10 +26,7 @@ void RequireNew(bool is_new, const Place& place) {
 
 std::string CheckedName(const Place& place) {
   std::string name = StorableName(place.Text());
-  const auto sink = korvmailserver::SetMailLogSink([](int, const std::string&) { return true; });
-  const bool is_valid = MDOMAIN::UTILS::IsDomainNameValid(name);
-  korvmailserver::SetMailLogSink(sink);
-  if (!is_valid) {
+  if (!IsDomainName(name)) {
     place.Refuse("\"" + name + "\" is not a valid domain name");
   }
   return name;
@@ -55,6 +53,7 @@ class Parser {
     for (const Place& place : root.Member("domains").Elements()) {
       AddDomain(place);
     }
+    RequireOwnRules(root.Member("domains"));
     AddSettings(root.Member("settings"));
     RequirePrimary(root.Member("domains"));
     typed_.unknown = {unknown_.begin(), unknown_.end()};
@@ -77,7 +76,7 @@ class Parser {
     place.RequireMembers({"name", "primary", "description", "pattern", "auto_add", "names",
                           "groups", "users", "removed", "entries", "copies", "disclaimers"});
     const Place name = place.Member("name");
-    AddName(name);
+    AddName(name, DomainName(name));
     SiteDomain& domain = typed_.site.domains[DomainName(name)];
     domain.is_primary = place.Member("primary").Flag();
     domain.description = place.Member("description").Text();
@@ -85,13 +84,15 @@ class Parser {
     const Place pattern = place.Member("pattern");
     domain.pattern = pattern.Text();
     if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(domain.pattern)) {
-      pattern.Refuse("needs a placeholder such as <a>");
+      pattern.Refuse(NoPattern(domain.pattern).what());
     }
+    pattern.Require([&] { RequireUsablePattern(domain.pattern); });
     for (const Place& more : place.Member("names").Elements()) {
-      AddName(more);
+      AddName(more, DomainName(name));
       domain.names.insert(DomainName(more));
     }
     AddMembers(place, domain);
+    rule_keys_.clear();
     for (const Place& entry : place.Member("entries").Elements()) {
       AddEntry(entry, domain);
     }
@@ -109,8 +110,8 @@ class Parser {
     return known == spellings_.end() ? name : known->second;
   }
 
-  void AddName(const Place& place) {
-    RequireNew(names_.insert(AsciiForm(DomainName(place))).second, place);
+  void AddName(const Place& place, const std::string& domain) {
+    RequireNew(owners_.emplace(AsciiForm(DomainName(place)), AsciiForm(domain)).second, place);
   }
 
   void AddMembers(const Place& place, SiteDomain& domain) {
@@ -154,7 +155,7 @@ class Parser {
         if (!MDOMAIN::UTILS::IsAccountAliasValid(text)) {
           alias.Refuse("\"" + text + "\" is no local part of a mail address");
         }
-        RequireNew(own.insert(korvmailserver::FoldMapKey(text)).second, alias);
+        RequireNew(own.insert(korvmailserver::ToLowerAscii(text)).second, alias);
         (member == std::string("aliases") ? user.aliases : user.taken).push_back(text);
       }
     }
@@ -167,18 +168,22 @@ class Parser {
     RequireNew(name.empty() || domain.users.emplace(name, user).second, place.Member("name"));
   }
 
-  // An alias is one user's, whoever else has it too.
+  // An alias is one user's, whoever else has it too, letter case of ASCII aside; an entry's name is
+  // nobody's, letter case of all scripts aside.
   static void RequireOwners(const Place& place, const SiteDomain& domain) {
-    std::map<std::string, std::string> owners;
-    for (const auto& [name, entry] : domain.entries) {
-      owners[korvmailserver::FoldMapKey(name)] = "an entry";
+    std::set<std::string> entries;
+    for (const auto& entry : domain.entries) {
+      entries.insert(korvmailserver::FoldMapKey(entry.first));
     }
+    std::map<std::string, std::string> owners;
     for (const auto& [name, user] : domain.users) {
       for (const std::string& alias : user.aliases) {
-        const auto [owner, is_new] = owners.emplace(korvmailserver::FoldMapKey(alias), name);
-        if (!is_new) {
+        const bool is_entry = entries.count(korvmailserver::FoldMapKey(alias)) != 0;
+        const auto [owner, is_new] = owners.emplace(korvmailserver::ToLowerAscii(alias), name);
+        if (is_entry || !is_new) {
           std::string text = "\"" + alias;
-          text.append("\" of ").append(name).append(" is that of ").append(owner->second);
+          text.append("\" of ").append(name).append(" is that of ");
+          text.append(is_entry ? "an entry" : owner->second);
           place.Member("users").Refuse(text + " as well: one of them has it \"taken\"");
         }
       }
@@ -191,33 +196,53 @@ class Parser {
     if (!MDOMAIN::UTILS::IsAccountAliasValid(name.Text())) {
       name.Refuse("\"" + name.Text() + "\" is no local part of a mail address");
     }
+    RequireNew(rule_keys_.insert("entry " + korvmailserver::FoldMapKey(name.Text())).second, name);
     SiteEntry entry;
-    size_t given = 0;
+    bool lacks_members = false;
     for (const char* member : {"users", "groups"}) {
       const bool are_users = member == std::string("users");
       for (const Place& account : place.Elements(member)) {
         const std::string text = Account(account, are_users);
-        if (!text.empty()) {
-          (are_users ? entry.users : entry.groups).push_back(text);
-        }
-        ++given;
+        lacks_members = lacks_members || text.empty();
+        AddMember(text, account, are_users ? entry.users : entry.groups);
       }
     }
     for (const Place& address : place.Elements("addresses")) {
-      entry.addresses.push_back(address.Text());
-      ++given;
+      AddMember(address.Text(), address, entry.addresses);
     }
-    if (given == 0) {
-      place.Refuse("has no member");
-    }
-    const bool is_left = !entry.users.empty() || !entry.groups.empty() || !entry.addresses.empty();
-    if (!is_left) {
+    if (lacks_members && entry == SiteEntry()) {
       unknown_.insert("entry " + name.Text() + " without its members");
+    } else {
+      domain.entries.emplace(name.Text(), entry);
     }
-    RequireNew(!is_left || domain.entries.emplace(name.Text(), entry).second, name);
   }
 
-  static void AddCopy(const Place& place, SiteDomain& domain) {
+  static void AddMember(const std::string& text, const Place& place,
+                        std::vector<std::string>& members) {
+    if (!text.empty()) {
+      RequireNew(std::find(members.begin(), members.end(), text) == members.end(), place);
+      members.push_back(text);
+    }
+  }
+
+  // As an export has it: an account without its directory's part.
+  std::string RuleName(const Place& place) const {
+    const std::string text = place.Text();
+    const SiteAccount* account =
+        text.find('@') == std::string::npos ? accounts_.users.Find(text) : nullptr;
+    return account == nullptr ? text : account->name;
+  }
+
+  // What two names of rules for the same have in common.
+  static std::string RuleKey(int type, const std::string& name) {
+    const size_t at = name.rfind('@');
+    if (type == BCC_DOMAIN || at == std::string::npos) {
+      return type == BCC_DOMAIN ? AsciiForm(name) : name;
+    }
+    return korvmailserver::ToLowerAscii(name.substr(0, at + 1)) + AsciiForm(name.substr(at + 1));
+  }
+
+  void AddCopy(const Place& place, SiteDomain& domain) {
     place.RequireMembers({"type", "name", "to"});
     const std::string word = place.Member("type").Text();
     const auto* type = std::find_if(std::begin(kCopyTypes), std::end(kCopyTypes),
@@ -225,29 +250,38 @@ class Parser {
     if (type == std::end(kCopyTypes)) {
       place.Member("type").Refuse("must be recipient, sender or domain");
     }
-    const BccInfo rule = {place.Member("name").Text(), type->type, place.Member("to").Text()};
+    const BccInfo rule = {RuleName(place.Member("name")), type->type, RuleName(place.Member("to"))};
     const std::string problem = BCC::CheckRule(rule);
     if (!problem.empty()) {
       place.Refuse(problem);
     }
-    RequireNew(domain.copies.emplace(std::pair(rule.type, rule.name), rule.bcc_to).second,
+    RequireNew(rule_keys_.insert(word + " " + RuleKey(rule.type, rule.name)).second,
                place.Member("name"));
+    domain.copies.emplace(std::pair(rule.type, rule.name), rule.bcc_to);
+  }
+
+  // A rule belongs to the domain of its address, and goes with it.
+  void RequireOwnRules(const Place& place) const {
+    for (const Place& domain : place.Elements()) {
+      const std::string own = AsciiForm(DomainName(domain.Member("name")));
+      for (const Place& copy : domain.Member("copies").Elements()) {
+        const std::string name = copy.Member("name").Text();
+        const bool is_account =
+            name.find('@') == std::string::npos && copy.Member("type").Text() != "domain";
+        const auto of =
+            is_account ? owners_.end() : owners_.find(AsciiForm(name.substr(name.rfind('@') + 1)));
+        if (of != owners_.end() && of->second != own) {
+          copy.Member("name").Refuse("\"" + name + "\" belongs to another domain");
+        }
+      }
+    }
   }
 
   void AddDisclaimers(const Place& place, SiteDomain& domain) {
-    domain.disclaimers = place.value();
-    if (!domain.disclaimers.isArray()) {
-      place.Refuse("must be an array");
+    domain.disclaimers = Json::Value(Json::arrayValue);
+    for (const Place& disclaimer : place.Elements()) {
+      domain.disclaimers.append(Disclaimer(disclaimer));
     }
-    ForEachAccountRule(domain.disclaimers, [&](Json::Value& rule) {
-      const bool is_user = rule["pattern_type"] == Json::Value("user");
-      if (!is_user && rule["pattern_type"] != Json::Value("group")) {
-        return true;
-      }
-      const Place pattern(rule["pattern"], place.path());
-      rule["pattern"] = Account(pattern, is_user);
-      return rule["pattern"] != Json::Value("");
-    });
     std::string error;
     if (!MimeDefang::CheckDisclaimerList(DisclaimersWithIds(domain.disclaimers, accounts_),
                                          error)) {
@@ -255,10 +289,56 @@ class Parser {
     }
   }
 
+  // With all its members, as it is stored. One that lacks an account of its rules is switched off:
+  // it would be for other mail than it was meant for.
+  Json::Value Disclaimer(const Place& place) {
+    Json::Value disclaimer = place.value();
+    if (!disclaimer.isObject()) {
+      return disclaimer;
+    }
+    for (const char* member : {"match_rule_list", "exception_rule_list"}) {
+      if (!disclaimer.isMember(member)) {
+        continue;
+      }
+      Json::Value kept(Json::arrayValue);
+      for (const Place& rule : place.Elements(member)) {
+        Json::Value known = Rule(rule);
+        if (known.isNull()) {
+          disclaimer["enabled"] = false;
+          unknown_.insert("the rule for them of disclaimer " + disclaimer["name"].asString() +
+                          ", which is switched off");
+        } else {
+          kept.append(known);
+        }
+      }
+      disclaimer[member] = kept;
+    }
+    for (const char* member : {"content_html", "content_txt"}) {
+      if (!disclaimer.isMember(member)) {
+        disclaimer[member] = "";
+      }
+    }
+    return disclaimer;
+  }
+
+  // With the name that the mirror has; null where it has none.
+  Json::Value Rule(const Place& place) {
+    Json::Value rule = place.value();
+    const bool is_user = rule.isObject() && rule["pattern_type"] == Json::Value("user");
+    if (is_user || (rule.isObject() && rule["pattern_type"] == Json::Value("group"))) {
+      rule["pattern"] = Account(place.Member("pattern"), is_user);
+      return rule["pattern"] == Json::Value("") ? Json::Value() : rule;
+    }
+    return rule;
+  }
+
   void AddSettings(const Place& place) {
     place.RequireMembers({std::begin(kSiteSettings), std::end(kSiteSettings)});
     for (const std::string& key : place.value().getMemberNames()) {
-      typed_.site.settings[key] = place.Member(key).Text();
+      const std::string value = RuleName(place.Member(key));
+      if (!value.empty()) {
+        typed_.site.settings[key] = value;
+      }
     }
   }
 
@@ -274,8 +354,9 @@ class Parser {
   const SiteAccounts& accounts_;
   TypedSite typed_;
   std::map<std::string, std::string> spellings_;
-  std::set<std::string> names_;
+  std::map<std::string, std::string> owners_;  // domain by any of its names, both in ASCII
   std::set<std::string> unknown_;
+  std::set<std::string> rule_keys_;  // of the domain's entries and copies so far
 };
 
 }  // namespace
@@ -283,7 +364,7 @@ class Parser {
 void ForEachAccountRule(Json::Value& disclaimers, const std::function<bool(Json::Value&)>& keep) {
   for (Json::Value& disclaimer : disclaimers) {
     for (const char* member : {"match_rule_list", "exception_rule_list"}) {
-      if (!disclaimer.isObject() || !disclaimer[member].isArray()) {
+      if (!disclaimer.isObject() || !disclaimer.isMember(member) || !disclaimer[member].isArray()) {
         continue;
       }
       Json::Value kept(Json::arrayValue);

@@ -20,6 +20,15 @@ class Place {
   [[noreturn]] void Refuse(const std::string& what) const {
     throw Failure(kRefused, path_ + ": " + what);
   }
+  // Refuses with its message what `check` ends with a Failure.
+  template <typename Check>
+  void Require(const Check& check) const {
+    try {
+      check();
+    } catch (const Failure& failure) {
+      Refuse(failure.what());
+    }
+  }
   const Json::Value& value() const { return value_; }
   const std::string& path() const { return path_; }
   bool Has(const std::string& member) const { return value_.isMember(member); }

@@ -4,10 +4,12 @@
 
 #include "lib-domain/api/alias_entry.h"
 #include "lib-domain/api/bcc.h"
+#include "lib-domain/api/domain.h"
 #include "lib-domain/api/domain_group.h"
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/record/domain.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/mail_conf.h"
@@ -22,7 +24,7 @@ namespace mdomain {
 namespace {
 
 using MDOMAIN::API::DomainUser;
-using Kind = ::Alias::MemberKind;
+using MemberKind = ::Alias::MemberKind;
 using AliasFlag = MDOMAIN::DB::DomainUser::AliasFlag;
 
 [[noreturn]] void CannotRead(const std::string& what, const std::string& domain) {
@@ -42,49 +44,6 @@ void ReadGroups(int idx, const std::string& name, const SiteAccounts& accounts,
     if (const SiteAccount* account = accounts.groups.FindId(group.GetGID())) {
       domain.groups[account->name] = group.GetRole();
     }
-  }
-}
-
-// Somebody who has aliases and no role for the moment is in no domain: the next refresh decides.
-void ReadUsers(int idx, const std::string& name, const SiteAccounts& accounts, SiteDomain& domain) {
-  DomainUser api;
-  std::vector<MDOMAIN::RECORD::DomainUserRole> auto_roles;
-  std::unordered_set<unsigned int> added;
-  if (!api.GetAutoAddedUsersRoles(auto_roles)) {
-    CannotRead("roles", name);
-  }
-  for (const auto& role : auto_roles) {
-    if (role.GetDomainIdx() == idx) {
-      added.insert(role.GetUID());
-    }
-  }
-  MDOMAIN::DB::DomainDBFilter filter;
-  filter.SetDomainIdxs({idx});
-  filter.SetLimit(-1);
-  const auto add_role = [&](MDOMAIN::RECORD::DomainUser& user) {
-    const bool is_added = added.count(user.GetUID()) != 0 && user.GetRole() == "normal";
-    if (const SiteAccount* account = accounts.users.FindId(user.GetUID())) {
-      domain.users[account->name].role = user.IsUnderGroupControl() ? kRoleOfGroups
-                                         : is_added                 ? ""
-                                                                    : user.GetRole();
-    }
-  };
-  const auto add_alias = [&](int, std::string&& user_name, std::string&& alias, AliasFlag flag) {
-    const SiteAccount* account = accounts.users.Find(user_name);
-    const auto user = account == nullptr ? domain.users.end() : domain.users.find(account->name);
-    if (user != domain.users.end() && flag != AliasFlag::kNoRole) {
-      (flag == AliasFlag::kPlain ? user->second.aliases : user->second.taken)
-          .push_back(std::move(alias));
-    }
-    return true;
-  };
-  if (!api.ForEach(filter, add_role) || !MDOMAIN::DB::DomainUser().ForEachAlias({idx}, add_alias)) {
-    CannotRead("users", name);
-  }
-  // Their stored order changes whenever a flag does.
-  for (auto& user : domain.users) {
-    std::sort(user.second.aliases.begin(), user.second.aliases.end());
-    std::sort(user.second.taken.begin(), user.second.taken.end());
   }
 }
 
@@ -112,32 +71,19 @@ std::string NameOf(const SiteAccountList& accounts, const std::string& stored) {
   return account == nullptr ? stored : account->name;
 }
 
-void ReadEntries(int idx, const std::string& name, const SiteAccounts& accounts,
-                 SiteDomain& domain) {
-  std::vector<::Alias::Entry> entries;
-  if (!MDOMAIN::API::AliasEntry().List(idx, entries)) {
-    CannotRead("addresses with several members", name);
-  }
-  for (const ::Alias::Entry& stored : entries) {
-    SiteEntry& entry = domain.entries[stored.name];
-    for (const ::Alias::Member& member : stored.members) {
-      if (member.kind == Kind::User) {
-        entry.users.push_back(NameOf(accounts.users, member.name));
-      } else if (member.kind == Kind::Group) {
-        entry.groups.push_back(NameOf(accounts.groups, member.name));
-      } else {
-        entry.addresses.push_back(member.name);
-      }
-    }
-  }
+// An account in a rule, which may stand there with its directory's part.
+std::string RuleName(const SiteAccounts& accounts, const std::string& stored) {
+  return stored.find('@') == std::string::npos ? NameOf(accounts.users, stored) : stored;
 }
 
-void ReadCopies(int idx, const std::string& name, SiteDomain& domain) {
+void ReadCopies(int idx, const std::string& name, const SiteAccounts& accounts,
+                SiteDomain& domain) {
   BCC* bcc = BCC::getInstance(idx);
   for (const auto& [type, word] : kCopyTypes) {
     if (bcc == nullptr ||
         bcc->ForEachRule(type, idx, 0, -1, "name", "asc", [&](const BccInfo& rule) {
-          domain.copies[{rule.type, rule.name}] = rule.bcc_to;
+          domain.copies[{rule.type, RuleName(accounts, rule.name)}] =
+              RuleName(accounts, rule.bcc_to);
         }) != 0) {
       CannotRead(std::string("blind copies for a ") + word, name);
     }
@@ -228,29 +174,110 @@ Json::Value DomainJson(const std::string& name, const SiteDomain& domain) {
 
 }  // namespace
 
-SiteDomain ReadSiteDomain(int idx, const std::string& name, const SiteAccounts& accounts) {
-  SiteDomain domain;
-  ReadGroups(idx, name, accounts, domain);
-  ReadUsers(idx, name, accounts, domain);
-  ReadRemoved(idx, name, accounts, domain);
-  ReadEntries(idx, name, accounts, domain);
-  ReadCopies(idx, name, domain);
-  ReadDisclaimers(idx, name, accounts, domain);
-  return domain;
+bool SiteReader::IsAdded(int idx, unsigned int uid) {
+  if (!has_added_) {
+    std::vector<MDOMAIN::RECORD::DomainUserRole> roles;
+    if (!DomainUser().GetAutoAddedUsersRoles(roles)) {
+      throw Failure(kFailed, "the roles could not be read");
+    }
+    for (const auto& role : roles) {
+      added_.emplace(role.GetDomainIdx(), role.GetUID());
+    }
+    has_added_ = true;
+  }
+  return added_.count({idx, uid}) != 0;
+}
+
+// Somebody who has aliases and no role for the moment is in no domain: the next refresh decides.
+void SiteReader::ReadUsers(int idx, const std::string& name, SiteDomain& domain) {
+  MDOMAIN::DB::DomainDBFilter filter;
+  filter.SetDomainIdxs({idx});
+  filter.SetLimit(-1);
+  const auto add_role = [&](MDOMAIN::RECORD::DomainUser& user) {
+    if (const SiteAccount* account = accounts_.users.FindId(user.GetUID())) {
+      const bool is_added = user.GetRole() == "normal" && IsAdded(idx, user.GetUID());
+      domain.users[account->name].role = user.IsUnderGroupControl() ? kRoleOfGroups
+                                         : is_added                 ? ""
+                                                                    : user.GetRole();
+    }
+  };
+  const auto add_alias = [&](int, std::string&& user_name, std::string&& alias, AliasFlag flag) {
+    const SiteAccount* account = accounts_.users.Find(user_name);
+    const auto user = account == nullptr ? domain.users.end() : domain.users.find(account->name);
+    if (user != domain.users.end() && flag != AliasFlag::kNoRole) {
+      (flag == AliasFlag::kPlain ? user->second.aliases : user->second.taken)
+          .push_back(std::move(alias));
+    }
+    return true;
+  };
+  if (!DomainUser().ForEach(filter, add_role) ||
+      !MDOMAIN::DB::DomainUser().ForEachAlias({idx}, add_alias)) {
+    CannotRead("users", name);
+  }
+  // Their stored order changes whenever a flag does.
+  for (auto& user : domain.users) {
+    std::sort(user.second.aliases.begin(), user.second.aliases.end());
+    std::sort(user.second.taken.begin(), user.second.taken.end());
+  }
+}
+
+void SiteReader::ReadMembers(int idx, const std::string& name, SiteDomain& domain) {
+  ReadGroups(idx, name, accounts_, domain);
+  ReadUsers(idx, name, domain);
+  ReadRemoved(idx, name, accounts_, domain);
+}
+
+void SiteReader::ReadEntries(int idx, SiteDomain& domain) {
+  if (!has_entries_) {
+    std::vector<::Alias::Entry> entries;
+    if (!MDOMAIN::API::AliasEntry().List(entries)) {
+      throw Failure(kFailed, "the addresses with several members could not be read");
+    }
+    for (::Alias::Entry& entry : entries) {
+      entries_.emplace(entry.domain_id, std::move(entry));
+    }
+    has_entries_ = true;
+  }
+  const auto [begin, end] = entries_.equal_range(idx);
+  for (auto stored = begin; stored != end; ++stored) {
+    SiteEntry& entry = domain.entries[stored->second.name];
+    for (const ::Alias::Member& member : stored->second.members) {
+      if (member.kind == MemberKind::User) {
+        entry.users.push_back(NameOf(accounts_.users, member.name));
+      } else if (member.kind == MemberKind::Group) {
+        entry.groups.push_back(NameOf(accounts_.groups, member.name));
+      } else {
+        entry.addresses.push_back(member.name);
+      }
+    }
+  }
+}
+
+void SiteReader::ReadPolicies(int idx, const std::string& name, SiteDomain& domain) const {
+  ReadCopies(idx, name, accounts_, domain);
+  ReadDisclaimers(idx, name, accounts_, domain);
 }
 
 Site ReadSite(const SiteAccounts& accounts) {
+  const MDOMAIN::DB::ReadScope one_moment;
   Site site;
-  const Domains domains;
-  for (const KnownDomain& known : domains.all()) {
-    const MDOMAIN::RECORD::Domain record = DomainRecords({known.idx}).front();
-    SiteDomain& domain = site.domains[known.name];
-    domain = ReadSiteDomain(known.idx, known.name, accounts);
+  SiteReader reader(accounts);
+  std::map<int, std::vector<std::string>> names;
+  if (!MDOMAIN::API::Domain().ListAllAdditionalDomains(names)) {
+    throw Failure(kFailed, "the names of the domains could not be read");
+  }
+  for (const MDOMAIN::RECORD::Domain& record : AllDomainRecords()) {
+    const int idx = record.GetDomainIdx();
+    const std::string name = record.GetDomainName();
+    SiteDomain& domain = site.domains[name];
+    reader.ReadMembers(idx, name, domain);
+    reader.ReadEntries(idx, domain);
+    reader.ReadPolicies(idx, name, domain);
     domain.description = record.GetDomainDesc();
     domain.pattern = record.GetDefaultAliasPattern();
     domain.adds_users = record.IsAutomaticallyAddingUsers();
-    domain.is_primary = known.is_primary;
-    domain.names = {known.additional_names.begin(), known.additional_names.end()};
+    domain.is_primary = record.IsPrimary();
+    domain.names = {names[idx].begin(), names[idx].end()};
   }
   for (const char* key : kSiteSettings) {
     std::string value;
@@ -258,7 +285,8 @@ Site ReadSite(const SiteAccounts& accounts) {
       throw Failure(kFailed, "the configuration could not be read");
     }
     if (!value.empty()) {
-      site.settings[key] = value;
+      site.settings[key] =
+          value.find('@') == std::string::npos ? NameOf(accounts.users, value) : value;
     }
   }
   return site;

@@ -6,6 +6,7 @@
 
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/updater.h"
+#include "lib-domain/base/error_code.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/files.h"
@@ -224,12 +225,13 @@ void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
 
 RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit) {
   RequirePublishable(call);
-  const Progress progress(!call.Has("--quiet") && !call.out().json());
+  const Progress progress(!call.IsQuiet() && !call.out().json(), "reading users");
   MDOMAIN::API::Updater updater;
   updater.SetDeletionLimit(limit);
   updater.AllowEmptyPublication(call.Has("--force"));
   if (!updater.Refresh()) {
-    if (updater.GetErrorCode() != 0) {
+    if (updater.GetErrorCode() != 0 &&
+        updater.GetErrorCode() != MDOMAIN::BASE::kApiErrorUnpublished) {
       throw ApiFailure(updater.GetErrorCode(), "the refresh");
     }
     throw RefreshFailed(updater.GetSummary());
@@ -247,7 +249,7 @@ bool HasNews(const RefreshSummary& summary) {
 
 void Refresh(Call& call) {
   const bool dry_run = call.Has("--dry-run");
-  const bool quiet = call.Has("--quiet") && !call.out().json();
+  const bool quiet = call.IsQuiet() && !call.out().json();
   const DeletionLimit limit = TypedLimit(call);
   const std::string before = quiet ? StoredState() : "";
   const RefreshSummary summary = RunRefresh(call, limit);
@@ -257,6 +259,7 @@ void Refresh(Call& call) {
   if (dry_run) {
     call.TellOfTrial(SummaryJson(summary, true), SummaryColumns(summary, true));
   } else if (!quiet || HasNews(summary) || StoredState() != before) {
+    call.out().Speak();
     call.out().Record(SummaryJson(summary, false), SummaryColumns(summary, false));
     call.out().Flush();  // before the message, and whole although the command fails
   }
@@ -330,7 +333,8 @@ const Register kRefresh({
       "account system answers only in part, or when more accounts are gone than the limit allows: "
       "the refresh then ends with status 5 and names them. A known uid under another name stays "
       "the same user, who keeps addresses and roles; who that is is shown. What could not be added "
-      "to a domain is added by the next refresh.",
+      "to a domain is added by the next refresh. With --quiet nothing is printed when nothing "
+      "changed, for a timer.",
       Effect::kChanges,
       {Number("--deletion-limit", "Delete at most N users and N groups (500); 0 for any number"),
        Number(
@@ -338,8 +342,7 @@ const Register kRefresh({
            "Delete at most N per cent of the users, and of the groups, that were known (10), but "
            "always five; 0 for any share"),
        ForceFlag("Delete whoever is gone, however many they are, and publish also a model without "
-                 "domains"),
-       Flag("--quiet", "Print nothing when nothing changed and nothing failed; for a timer")},
+                 "domains")},
       Refresh}},
 });
 
@@ -350,12 +353,13 @@ const Register kPublish({
       "Publish all domain data to the key store",
       "Refused when the model has no domain while domains are published, or while the older "
       "settings "
-      "name one: the model file may have been lost, or be that of another account domain.",
+      "name one: the model file may have been lost, or be that of another account domain. "
+      "--dry-run "
+      "compares with the key store of this machine, not with one that is shared.",
       Effect::kChanges,
       {ForceFlag("Publish also a model without domains, which empties what is published; remove "
                  "settings under domain indexes that are those of another model's domains")},
-      Publish,
-      false}},
+      Publish}},
 });
 
 }  // namespace

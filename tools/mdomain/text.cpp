@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include "lib-domain/base/text.h"
 #include "platform/include/text.h"
@@ -22,6 +23,12 @@ const uint8_t* Bytes(const std::string& text) {
   return reinterpret_cast<const uint8_t*>(text.data());
 }
 
+// A folder and what is shown in its place.
+std::pair<std::string, std::string>& Replacement() {
+  static std::pair<std::string, std::string> replacement;
+  return replacement;
+}
+
 }  // namespace
 
 void RequirePlainText(const std::string& what, const std::string& value) {
@@ -34,8 +41,22 @@ void RequirePlainText(const std::string& what, const std::string& value) {
   }
 }
 
+void ShowInPlaceOf(const std::string& folder, const std::string& shown) {
+  Replacement() = {folder, shown};
+}
+
+std::string AsShown(std::string text) {
+  const auto& [folder, shown] = Replacement();
+  for (size_t at = 0; !folder.empty() && (at = text.find(folder, at)) != text.npos;) {
+    text.replace(at, folder.size(), shown);
+    at += shown.size();
+  }
+  return text;
+}
+
 std::string Printable(const std::string& text) {
-  return IsPlainAscii(text) ? text : korvmailserver::VisibleText(text);
+  const std::string shown = AsShown(text);
+  return IsPlainAscii(shown) ? shown : korvmailserver::VisibleText(shown);
 }
 
 void ForEachCharacter(const std::string& text,

@@ -12,9 +12,14 @@ namespace mdomain {
 // message.
 void RequirePlainText(const std::string& what, const std::string& value);
 
-// `text` for a terminal: control and hidden characters and bytes that are not UTF-8 are shown by
-// their numbers, so that an account name cannot move the cursor, start a line, or look like
-// another.
+// From now on what is shown has `shown` in the place of `folder`: of copies it names the files that
+// they stand for.
+void ShowInPlaceOf(const std::string& folder, const std::string& shown);
+std::string AsShown(std::string text);
+
+// `text` for a terminal, as shown: control and hidden characters and bytes that are not UTF-8 are
+// shown by their numbers, so that an account name cannot move the cursor, start a line, or look
+// like another.
 std::string Printable(const std::string& text);
 
 // Calls `use(character, start, length)` for each character, and for each byte that is not UTF-8

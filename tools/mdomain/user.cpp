@@ -57,7 +57,7 @@ void Find(Call& call) {
   Json::Value record;
   record["alias"] = call.Text("ALIAS");
   record["name"] = name;
-  call.out().Done(record, name);
+  call.out().Answer(record, name);
 }
 
 // As text each address that is somebody else's says so; for programs those are left out.

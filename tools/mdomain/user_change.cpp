@@ -183,8 +183,9 @@ void Set(Call& call) {
   }
   const LookAlikes look_alikes(domain.idx, aliases);
   std::vector<MDOMAIN::RECORD::DomainUser> conflicts;
-  if (!DomainUser().Set(users, conflicts)) {
-    throw Failure(kFailed, "changing \"" + account.GetUserName() + "\" failed");
+  DomainUser api;
+  if (!api.Set(users, conflicts)) {
+    throw ApiFailure(api.GetErrorCode(), "changing \"" + account.GetUserName() + "\"");
   }
   Json::Value record = UserJson(DomainUserOf(domain, account));
   look_alikes.Warn(record);
@@ -233,8 +234,9 @@ void Remove(Call& call) {
   }
   call.Confirm("Take " + Counted(users.size(), "user") + " out of domain " + domain.Title() +
                " with their addresses there?");
-  if (!DomainUser().Delete(domain.idx, Ids(users))) {
-    throw Failure(kFailed, "removing the users failed");
+  DomainUser api;
+  if (!api.Delete(domain.idx, Ids(users))) {
+    throw ApiFailure(api.GetErrorCode(), "removing the users");
   }
   Json::Value record;
   record["removed"] = AccountsJson(users);

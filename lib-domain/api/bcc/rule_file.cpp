@@ -192,6 +192,9 @@ std::string BCC::CheckRule(const BccInfo& rule) {
   if (!StandsInLine(rule.bcc_to) && !IsAccountWithBlank(rule.bcc_to)) {
     return "the destination is empty or has a control character or a blank at an end";
   }
+  if (rule.type != BCC_RECIPIENT && rule.type != BCC_SENDER && rule.type != BCC_DOMAIN) {
+    return "there is no type " + std::to_string(rule.type);
+  }
   if (rule.type == BCC_DOMAIN && !IsDomain(rule.name)) {
     return "the name is no domain";
   }

@@ -15,9 +15,12 @@
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/db/model_state.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/domain_setting.h"
 #include "platform/include/sqlite.h"
+
+using MDOMAIN::DB::INTERNAL::IsUnknownDomain;
 
 namespace {
 
@@ -116,6 +119,7 @@ int BCC::_Init() {
     return -1;
   }
   handler_->readMissingAsNew();
+  handler_->refuseLost();
   if (_OpenFile() == nullptr) {
     LOG_ERROR("bcc db connect fail");
     return -1;
@@ -126,7 +130,7 @@ int BCC::_Init() {
 
 // The connection to the file that stands there now; null when it cannot be opened.
 sqlite3* BCC::_OpenFile() {
-  if (handler_->isReplaced()) {
+  if (handler_->lookAtFile() != DBHandler::FileNow::kSame) {
     handler_->disconnect();
   }
   handler_->connect();
@@ -161,6 +165,11 @@ int BCC::setBCC(const std::list<BccInfo>& rules) {
 }
 
 int BCC::setBCC(int domain_id, const std::list<BccInfo>& rules) {
+  bool is_unknown = false;
+  if (!rules.empty() && (!IsUnknownDomain(domain_id, is_unknown) || is_unknown)) {
+    LOG_ERROR("There is no domain to set rules for, domain_id: [%d]", domain_id);
+    return -1;
+  }
   SQLCmd statements;
   statements.reserve(rules.size());
   bool whole = true;
@@ -274,7 +283,7 @@ int BCC::getSystemAllBCCList(std::list<BccInfo>& rules) {
 }
 
 int BCC::PublishRules() {
-  if (!MDOMAIN::CONTROL::INTERNAL::PublishBccFile(db_path_)) {
+  if (_OpenFile() == nullptr || !MDOMAIN::CONTROL::INTERNAL::PublishBccFile(db_path_)) {
     LOG_ERROR("Fail to set file %s", db_path_.c_str());
     return -1;
   }

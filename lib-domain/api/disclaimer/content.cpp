@@ -1,6 +1,8 @@
 // A reader that finds texts tied to the list that it read takes those (pending_content.h).
 #include "lib-domain/api/disclaimer/content.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <map>
 
@@ -66,6 +68,18 @@ int WriteContents(const std::string& path, const Json::Value& contents) {
     return -1;
   }
   return 0;
+}
+
+bool AreContentsInPlace(int domain_idx, const Json::Value& contents) {
+  const std::string path = PATHS::DisclaimerContent(domain_idx);
+  struct stat info {};
+  std::string bytes;
+  if (lstat(path.c_str(), &info) != 0 || info.st_mode != (S_IFREG | kFileMode) ||
+      korvmailserver::ReadFile(path, bytes) != 0 || bytes != WriteJson(contents)) {
+    return false;
+  }
+  korvmailserver::MendServiceFile(path, kFileMode);
+  return true;
 }
 
 std::string ContentKey(int domain_idx) {

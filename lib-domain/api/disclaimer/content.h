@@ -19,6 +19,8 @@ constexpr mode_t kFolderMode = 0755;
 Json::Value TakeContents(Json::Value& list);
 // Replaces the file at `path`, which belongs to the mail service.
 int WriteContents(const std::string& path, const Json::Value& contents);
+// Whether these stand in the domain's file, as WriteContents would make it; its owner is mended.
+bool AreContentsInPlace(int domain_idx, const Json::Value& contents);
 // The key under which other machines find the domain's file.
 std::string ContentKey(int domain_idx);
 // Publishes the domain's file for other machines.

@@ -12,6 +12,7 @@
 #include "lib-domain/api/disclaimer/stored_list.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/db/model_state.h"
 #include "lib-domain/record/domain.h"
 #include "platform/include/files.h"
 #include "platform/include/key_store.h"
@@ -34,6 +35,12 @@ std::string WriteList(const Json::Value& list) {
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   return Json::FastWriter().write(list);
 #pragma GCC diagnostic pop
+}
+
+// Whoever reads a list refuses one that is nested deeper than any disclaimer is.
+bool IsReadBack(const Json::Value& list) {
+  Json::Value read;
+  return ParseJson(WriteList(list), read);
 }
 
 // Rules of `rules` that stay; true when some were dropped.
@@ -64,6 +71,13 @@ bool HasEnabledDisclaimer(int domain_idx, const std::string& text) {
   return std::any_of(list.begin(), list.end(), [](const Json::Value& disclaimer) {
     return disclaimer["enabled"] == Json::Value(true);
   });
+}
+
+// Whether the list and its texts stand there already.
+bool IsStored(int domain_idx, const std::string& text, const Json::Value& contents) {
+  std::string stored;
+  return mailConfGet(DisclaimerListKey(domain_idx), stored) == 0 && stored == text &&
+         AreContentsInPlace(domain_idx, contents);
 }
 
 }  // namespace
@@ -103,12 +117,24 @@ int MimeDefang::SetDisclaimerList(int domain_idx, const Json::Value& list) {
     LOG_ERROR("Failed to set Config");
     return -1;
   }
+  bool is_unknown = false;
+  if (!list.empty() && (!DB::INTERNAL::IsUnknownDomain(domain_idx, is_unknown) || is_unknown)) {
+    LOG_ERROR("There is no domain to set disclaimers for, domain_id[%d]", domain_idx);
+    return -1;
+  }
+  if (!IsReadBack(list)) {
+    LOG_ERROR("The disclaimers could not be read back, domain_id[%d]", domain_idx);
+    return -1;
+  }
   Json::Value stripped = list;
   const Json::Value contents = TakeContents(stripped);
   const std::string text = WriteList(stripped);
   if (SettlePendingContents(domain_idx, Others::kWait) < 0) {
     LOG_ERROR("fail to open disclaimer content file");
     return -1;
+  }
+  if (IsStored(domain_idx, text, contents)) {
+    return PublishContents(domain_idx);
   }
   PendingContents pending(domain_idx, text);
   if (pending.Write(contents) < 0) {

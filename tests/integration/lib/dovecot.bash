@@ -24,6 +24,16 @@ C
   printf 'passdb {\n%s\n}\nuserdb {\n%s\n}\n' "$1" "$2" >"$dovecot/conf.d/10-auth.conf"
 }
 
+# dovecot_of_host ACCOUNT.. : as dovecot_configure, with the host's PAM; passwords are of-ACCOUNT
+dovecot_of_host() {
+  local account
+  for account; do
+    printf '%s:%s:1::::::\n' "$account" "$(openssl passwd -6 "of-$account")"
+  done >"$scratch/shadow"
+  mount --bind "$scratch/shadow" /etc/shadow
+  dovecot_configure ' driver = pam' ' driver = passwd'
+}
+
 dovecot_start() {
   dovecot -F -c "$dovecot/dovecot.conf" </dev/null >"$dovecot/out" 2>&1 &
   wait_for "Dovecot" listens 143

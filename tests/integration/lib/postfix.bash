@@ -57,10 +57,12 @@ postfix_start() {
   wait_for "Postfix on port 25" listens 25
 }
 
-# postfix_stop : it must not have complained.
+# postfix_stop : it must not have complained. Its service of addresses begins anew when a map has
+# changed, and whoever is just asking asks again.
 postfix_stop() {
   postfix -c "$postfix/etc" stop </dev/null >/dev/null 2>&1
-  same "the log of Postfix" "$(grep -E 'warning|error|fatal|panic' "$postfix/log/maillog")" ""
+  same "the log of Postfix" "$(grep -E 'warning|error|fatal|panic' "$postfix/log/maillog" |
+    grep -v 'problem talking to service rewrite: Connection reset by peer')" ""
 }
 
 # mimedefang_start PORT FILTER : FILTER and its folder must be readable by the user defang, as whom
@@ -89,6 +91,11 @@ postfix_host() {
   grep -E '^[a-z]+(:[^:]*){3}$' "$source_dir/quickstart" >"$MDOMAIN_ROOT/etc/group"
   cat /etc/passwd "$MDOMAIN_ROOT/etc/passwd" >"$scratch/passwd"
   mount --bind "$scratch/passwd" /etc/passwd
+  postfix_as_installed
+}
+
+# postfix_as_installed : its files, in $postfix; it delivers to $postfix/mail/ACCOUNT/new.
+postfix_as_installed() {
   postfix_configure ""
   chmod 1777 "$postfix/mail"
   postconf -c "$postfix/etc" -e 'mydestination = $myhostname, localhost' 'recipient_delimiter = +' \

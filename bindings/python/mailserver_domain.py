@@ -1,0 +1,122 @@
+"""Mail domains, their users and their addresses: the calls of mdomain::Session.
+
+    import mailserver_domain
+
+    session = mailserver_domain.Session()
+    for user in session.users(1, text="anna"):
+        print(user["name"], [alias["local_part"] for alias in user["aliases"]])
+    session.set_user(domain=1, uid=1001, add_aliases=["boss"])
+
+Each call of mailserver-domain/mdomain.h is a method with its arguments by keyword; records are
+dictionaries. What goes wrong is an Error; what was done and could not be published is told by
+`Unpublished`, which carries the value. Sessions may be used from any thread.
+"""
+
+import ctypes
+import json
+
+__all__ = ["Error", "Session", "Unpublished"]
+
+
+class Error(Exception):
+    """A call that was not done: reason, number, text, advice, refused and log as attributes."""
+
+    def __init__(self, error):
+        super().__init__(error["text"])
+        for name in ("reason", "number", "text", "advice", "refused", "log"):
+            setattr(self, name, error[name])
+
+
+class Unpublished(Error):
+    """Done here, and the shared key store has not got it yet: `value` is what the call gives."""
+
+    def __init__(self, error, value):
+        super().__init__(error)
+        self.value = value
+
+
+def _library():
+    library = ctypes.CDLL("libmailserver-domain.so.1")
+    for name, result, arguments in (
+        ("mdomain_open", ctypes.c_void_p, [ctypes.c_char_p]),
+        ("mdomain_as", ctypes.c_void_p, [ctypes.c_void_p, ctypes.c_uint]),
+        ("mdomain_close", None, [ctypes.c_void_p]),
+        ("mdomain_call", ctypes.c_void_p, [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_char_p]),
+        ("mdomain_free", None, [ctypes.c_void_p]),
+    ):
+        function = getattr(library, name)
+        function.restype = result
+        function.argtypes = arguments
+    return library
+
+
+_LIBRARY = _library()
+
+
+class Session:
+    """Options: lock_timeout (seconds), person (whom the history names)."""
+
+    def __init__(self, **options):
+        self._session = self._take(_LIBRARY.mdomain_open(json.dumps(options).encode()))
+
+    @staticmethod
+    def _take(session):
+        if not session:
+            raise ValueError("no such options of a session")
+        return session
+
+    def acting_as(self, uid):
+        """The same with the rights of a domain administrator."""
+        other = Session.__new__(Session)
+        other._session = self._take(_LIBRARY.mdomain_as(self._session, uid))
+        return other
+
+    def close(self):
+        session, self._session = getattr(self, "_session", None), None
+        _LIBRARY.mdomain_close(session)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    __del__ = close
+
+    def call(self, name, /, **arguments):
+        """One call by its name."""
+        if not self._session:
+            raise ValueError("the session is closed")
+        text = _LIBRARY.mdomain_call(self._session, name.encode(), json.dumps(arguments).encode())
+        if not text:
+            raise MemoryError
+        try:
+            answer = json.loads(ctypes.string_at(text))
+        finally:
+            _LIBRARY.mdomain_free(text)
+        if "value" not in answer:
+            raise Error(answer["error"])
+        if "error" in answer:
+            raise Unpublished(answer["error"], answer["value"])
+        return answer["value"]
+
+    def __getattr__(self, name):
+        if name.startswith("_"):
+            raise AttributeError(name)
+        return lambda **arguments: self.call(name, **arguments)
+
+    def users(self, domain, **query):
+        """All users of a domain, page by page while they are walked."""
+        return self._walk("list_users", domain, query)
+
+    def groups(self, domain, **query):
+        return self._walk("list_groups", domain, query)
+
+    def _walk(self, name, domain, query):
+        cursor = ""
+        while True:
+            page = self.call(name, domain=domain, cursor=cursor, **query)
+            yield from page["items"]
+            cursor = page["next"]
+            if not cursor:
+                return

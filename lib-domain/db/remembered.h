@@ -1,0 +1,59 @@
+// What was read of the domain database and is still what is stored there.
+//
+// The numbers in the file's header tell it without a lock (platform/include/database_numbers.h). In
+// a transaction that writes, and where the header does not tell, everything is read each time.
+#ifndef LIB_DOMAIN_DB_REMEMBERED_H
+#define LIB_DOMAIN_DB_REMEMBERED_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/read_scope.h"
+#include "lib-domain/record/domain.h"
+#include "platform/include/database_numbers.h"
+
+namespace MDOMAIN::DB::INTERNAL {
+
+// A value with the number of the file from which it was read.
+template <typename Value>
+using Remembered = std::optional<std::pair<uint32_t, Value>>;
+
+// Of one connection.
+struct Memory {
+  std::map<const char*, Remembered<bool>> in_schema;  // by the question
+  Remembered<std::vector<RECORD::Domain>> names;
+};
+
+// Whether the numbers tell what the handler, which is open, would read now.
+bool ReadNumbers(DomainDBHandler& handler, korvmailserver::DatabaseNumbers& numbers);
+
+// Sets `value` to what `read(value)` gives, or gave while `number` was what it is now. `read` and
+// its result as of a query.
+template <typename Value, typename Read>
+bool Remember(DomainDBHandler& handler, uint32_t korvmailserver::DatabaseNumbers::*number,
+              Remembered<Value>& remembered, Value& value, const Read& read) {
+  korvmailserver::DatabaseNumbers numbers;
+  if (!ReadNumbers(handler, numbers)) {
+    return read(value);
+  }
+  if (remembered && remembered->first == numbers.*number) {
+    value = remembered->second;
+    return true;
+  }
+  const ReadScope with_its_number(&handler);
+  if (!read(value)) {
+    return false;
+  }
+  if (ReadNumbers(handler, numbers)) {
+    remembered.emplace(numbers.*number, value);
+  }
+  return true;
+}
+
+}  // namespace MDOMAIN::DB::INTERNAL
+
+#endif  // LIB_DOMAIN_DB_REMEMBERED_H

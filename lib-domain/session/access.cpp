@@ -1,0 +1,168 @@
+#include "lib-domain/session/access.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_set>
+
+#include "lib-domain/api/domain.h"
+#include "lib-domain/base/text.h"
+#include "lib-domain/control/group.h"
+#include "lib-domain/control/user.h"
+#include "platform/include/digest.h"
+#include "platform/include/eai.h"
+
+namespace mdomain::session {
+
+namespace {
+
+// The indexes of his domains, at this moment. An account without any has none: never "all".
+std::unordered_set<int> Delegated(unsigned int uid) {
+  std::vector<int> idxs;
+  if (!MDOMAIN::API::Domain().GetDelegatedDomainIds(uid, idxs)) {
+    Fail("whose domains these are could not be read");
+  }
+  return {idxs.begin(), idxs.end()};
+}
+
+template <typename Record, typename Id, typename Ask, typename IdOf>
+std::vector<Record> InOrder(const std::vector<std::uint32_t>& ids, const char* kind, const Ask& ask,
+                            const IdOf& id_of) {
+  std::vector<Record> found;
+  if (ids.empty()) {
+    return found;
+  }
+  if (!ask(found)) {
+    Fail(std::string("the ") + kind + "s could not be read");
+  }
+  std::map<Id, Record> by_id;
+  for (Record& record : found) {
+    const Id id = id_of(record);
+    by_id.emplace(id, std::move(record));
+  }
+  std::vector<Record> ordered;
+  for (const std::uint32_t id : ids) {
+    const auto record = by_id.find(id);
+    if (record == by_id.end()) {
+      Refuse(Reason::kNotFound,
+             std::string("no ") + kind + " has the number " + std::to_string(id));
+    }
+    ordered.push_back(record->second);
+  }
+  return ordered;
+}
+
+}  // namespace
+
+bool Known::HasName(const std::string& other) const {
+  const std::string wanted = AsciiForm(other);
+  return AsciiForm(name) == wanted ||
+         std::any_of(names.begin(), names.end(),
+                     [&](const std::string& own) { return AsciiForm(own) == wanted; });
+}
+
+void RequireHost(const Session& session, const std::string& what) {
+  if (SessionAccess::StateOf(session).administrator) {
+    Refuse(Reason::kRefused, "the administrator of a domain may not " + what);
+  }
+}
+
+std::vector<Known> KnownDomains(const Session& session) {
+  std::vector<MDOMAIN::RECORD::Domain> records;
+  std::map<int, std::vector<std::string>> names;
+  MDOMAIN::API::Domain api;
+  if (!api.ListNames(records) || !api.ListAllAdditionalDomains(names)) {
+    Fail("the domains could not be read");
+  }
+  const auto& administrator = SessionAccess::StateOf(session).administrator;
+  const std::unordered_set<int> own =
+      administrator ? Delegated(*administrator) : std::unordered_set<int>();
+  std::vector<Known> domains;
+  for (const auto& record : records) {
+    const int idx = record.GetDomainIdx();
+    if (!administrator || own.count(idx) != 0) {
+      domains.push_back({idx, record.GetDomainName(), record.IsPrimary(), names[idx]});
+    }
+  }
+  return domains;
+}
+
+Known KnownDomain(const Session& session, int domain) {
+  const std::vector<Known> domains = KnownDomains(session);
+  const auto found = std::find_if(domains.begin(), domains.end(),
+                                  [domain](const Known& known) { return known.idx == domain; });
+  if (found == domains.end()) {
+    Refuse(Reason::kNotFound, "there is no domain " + std::to_string(domain));
+  }
+  return *found;
+}
+
+std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids) {
+  using User = MDOMAIN::RECORD::User;
+  const auto ask = [&uids](std::vector<User>& users) {
+    MDOMAIN::DB::UserDBFilter filter;
+    filter.SetUIDs(uids);
+    return MDOMAIN::CONTROL::User().List(filter, users);
+  };
+  return InOrder<User, unsigned int>(uids, "user", ask,
+                                     [](const User& user) { return user.GetUID(); });
+}
+
+std::vector<MDOMAIN::RECORD::Group> GroupsOf(const std::vector<std::uint32_t>& gids) {
+  using Group = MDOMAIN::RECORD::Group;
+  const auto ask = [&gids](std::vector<Group>& groups) {
+    MDOMAIN::DB::GroupDBFilter filter;
+    filter.SetGIDs(gids);
+    return MDOMAIN::CONTROL::Group().List(filter, groups);
+  };
+  return InOrder<Group, unsigned int>(gids, "group", ask,
+                                      [](const Group& group) { return group.GetGID(); });
+}
+
+Role RoleOf(const std::string& text) {
+  return text == "domain_admin" ? Role::kDomainAdmin
+         : text == "normal"     ? Role::kNormal
+                                : Role::kNone;
+}
+
+std::string TextOf(Role role) {
+  return role == Role::kDomainAdmin ? "domain_admin" : role == Role::kNormal ? "normal" : "";
+}
+
+Version VersionOf(const std::vector<std::string>& parts) {
+  std::string text;
+  for (const std::string& part : parts) {
+    text += std::to_string(part.size()) + ":" + part;
+  }
+  return korvmailserver::DigestOf(text).substr(0, 32);
+}
+
+void RequireVersion(const Version& expected, const Version& is, const std::string& what) {
+  if (!expected.empty() && expected != is) {
+    Refuse(Reason::kChanged, what + " was changed meanwhile", "read it again");
+  }
+}
+
+std::string AsciiForm(const std::string& name) {
+  std::string ascii;
+  if (KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0) {
+    ascii = name;
+  }
+  return MDOMAIN::BASE::ToLowerAscii(ascii);
+}
+
+void Refusals::End(Reason reason, const std::string& text) const {
+  if (refused_.empty()) {
+    return;
+  }
+  Error error;
+  error.reason = reason;
+  error.text = text;
+  for (const Refused& refused : refused_) {
+    error.text +=
+        (&refused == &refused_.front() ? ": \"" : "; \"") + refused.value + "\" " + refused.why;
+  }
+  error.refused = refused_;
+  throw Stop(std::move(error));
+}
+
+}  // namespace mdomain::session

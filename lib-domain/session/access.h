@@ -1,0 +1,65 @@
+// What the caller of a session may see and change, and the domains and people that a call names.
+// Whatever is not his is not found.
+#ifndef LIB_DOMAIN_SESSION_ACCESS_H
+#define LIB_DOMAIN_SESSION_ACCESS_H
+
+#include <string>
+#include <vector>
+
+#include "lib-domain/record/domain.h"
+#include "lib-domain/record/group.h"
+#include "lib-domain/record/user.h"
+#include "lib-domain/session/turn.h"
+
+namespace mdomain::session {
+
+// A domain by its names, without its counts.
+struct Known {
+  int idx = 0;
+  std::string name;
+  bool is_primary = false;
+  std::vector<std::string> names;
+
+  std::string Title() const { return std::to_string(idx) + " (" + name + ")"; }
+  bool HasName(const std::string& name) const;  // in either spelling
+};
+
+// Ends the call for a domain administrator; `what` says what is not his to do.
+void RequireHost(const Session& session, const std::string& what);
+
+// The domains that the caller may see, the primary one first.
+std::vector<Known> KnownDomains(const Session& session);
+// Ends the call where there is none, or it is not the caller's.
+Known KnownDomain(const Session& session, int domain);
+
+// Mirrored accounts, in the order given; ends the call where one is not mirrored.
+std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids);
+std::vector<MDOMAIN::RECORD::Group> GroupsOf(const std::vector<std::uint32_t>& gids);
+
+Role RoleOf(const std::string& text);
+std::string TextOf(Role role);  // "" for kNone
+
+// A text that stands for the parts: equal for equal parts.
+Version VersionOf(const std::vector<std::string>& parts);
+// Ends the call unless `expected` is empty or `is`.
+void RequireVersion(const Version& expected, const Version& is, const std::string& what);
+
+// The name in punycode and lower case.
+std::string AsciiForm(const std::string& name);
+
+// Gathers what is refused, and ends the call with all of it.
+class Refusals {
+ public:
+  void Add(const std::string& what, const std::string& value, const std::string& why) {
+    refused_.push_back({what, value, why});
+  }
+  // Does nothing when nothing was added.
+  void End(Reason reason, const std::string& text) const;
+
+ private:
+  std::vector<Refused> refused_;
+};
+
+}  // namespace mdomain::session
+
+#endif  // LIB_DOMAIN_SESSION_ACCESS_H

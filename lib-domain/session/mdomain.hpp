@@ -1,0 +1,444 @@
+// Everything that a management program does with mail domains, for programs that live for months
+// and have several threads.
+//
+// One process may have any number of sessions and use each from any thread: all of them share one
+// mutex, and a call waits for the one before it. A call that changes something also holds the lock
+// file of mdomain, so that the tool, its timers and other programs wait for it, and it for them.
+// Before each call a session looks whether the databases were replaced or the account source was
+// changed meanwhile, and works with what is there now.
+//
+// Make the first session before the described classes are used: what connections of before change
+// can neither be taken back nor put into the history.
+//
+// A change is stored as a whole, then published, then put into the history; one that fails is taken
+// back. What could be stored and not published is done all the same: the result has its value, and
+// IsPublished is false. No exception leaves a call, that of std::bad_alloc aside.
+//
+// fork() waits for the calls of other threads; parent and child may go on using their sessions, but
+// not within Session::Together. Sessions may be used until the program's end, destructors of static
+// objects included.
+//
+// Domains are named by their index, which stays when they are renamed, people by their uid and
+// groups by their gid. Aliases are local parts (RFC 5321, 6531), compared within one domain without
+// regard to ASCII letter case; domain names are taken in UTF-8 or in punycode (RFC 5890).
+#ifndef MAILSERVER_DOMAIN_MDOMAIN_HPP
+#define MAILSERVER_DOMAIN_MDOMAIN_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/include/export.h"
+
+namespace mdomain {
+
+// ---- Results ----
+
+enum class Reason {
+  kInvalid,      // a value is none of its kind; `refused` of the error names each
+  kTaken,        // a name belongs to another domain, user or entry
+  kNotFound,     // there is no such domain, user, group, entry or change; or it is not the caller's
+  kRefused,      // it cannot be done as things stand: the text says why
+  kChanged,      // it is not as it was when the version was read
+  kBusy,         // another program holds the lock
+  kUnpublished,  // done here, and the shared key store has not got it yet
+  kFailed,       // a file, the accounts or a server did not do what was asked
+};
+
+struct Refused {
+  std::string what;   // "alias", "role", "name", "pattern", "member", "copy", "disclaimer"
+  std::string value;  // as it was given
+  std::string why;
+};
+
+struct Error {
+  Reason reason = Reason::kFailed;
+  // The number that the described classes give: 5618 a taken name, 5633 an invalid one, 5634 the
+  // accounts cannot be read, else 117.
+  unsigned int number = 117;
+  std::string text;    // one sentence that names what was wrong
+  std::string advice;  // what to do about it; may be empty
+  std::vector<Refused> refused;
+  std::vector<std::string> log;  // warnings and errors that were logged during the call
+};
+
+// What a call gives: a value, an error, or with Reason::kUnpublished both.
+template <typename T>
+class [[nodiscard]] Result final {
+ public:
+  Result(T value) : value_(std::move(value)) {}
+  Result(Error error) : error_(std::move(error)) {}
+  Result(T value, Error unpublished) : value_(std::move(value)), error_(std::move(unpublished)) {}
+
+  // Whether it was done.
+  explicit operator bool() const { return value_.has_value(); }
+  // Whether it was done and nothing is left to be published.
+  bool IsPublished() const { return value_.has_value() && !error_.has_value(); }
+  // Throws std::bad_optional_access without a value.
+  const T& operator*() const { return value_.value(); }
+  T& operator*() { return value_.value(); }
+  const T* operator->() const { return &value_.value(); }
+  // An empty one where there is none.
+  const Error& GetError() const {
+    static const Error none;
+    return error_ ? *error_ : none;
+  }
+
+ private:
+  std::optional<T> value_;
+  std::optional<Error> error_;
+};
+
+struct Nothing {};
+
+// Part of a list. Cursors are texts of the list that gave them; "" begins.
+template <typename T>
+struct Page {
+  std::vector<T> items;
+  std::string next;       // "" behind the last one
+  std::size_t total = 0;  // of all pages, as of this one
+};
+
+// A list of any length, page by page while it is walked:
+//   for (const User& user : session.Users(domain)) ...
+// Each page is of one moment, the list is not. A walk ends early where a page cannot be read: then
+// GetError tells why afterwards. For one walk.
+template <typename T>
+class Range final {
+ public:
+  using Fetch = std::function<Result<Page<T>>(const std::string& cursor)>;
+
+  class Iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = T;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const T*;
+    using reference = const T&;
+
+    explicit Iterator(Range* range = nullptr) : range_(range) {}
+    const T& operator*() const { return range_->page_.items[range_->at_]; }
+    const T* operator->() const { return &**this; }
+    Iterator& operator++() {
+      if (!range_->_Next()) {
+        range_ = nullptr;
+      }
+      return *this;
+    }
+    bool operator==(const Iterator& other) const { return range_ == other.range_; }
+    bool operator!=(const Iterator& other) const { return range_ != other.range_; }
+
+   private:
+    Range* range_;
+  };
+
+  explicit Range(Fetch fetch) : fetch_(std::move(fetch)) {}
+  Iterator begin() { return Iterator(_Fetch("") ? this : nullptr); }
+  Iterator end() { return Iterator(); }
+  bool IsWhole() const { return !error_.has_value(); }
+  const Error& GetError() const {
+    static const Error none;
+    return error_ ? *error_ : none;
+  }
+
+ private:
+  bool _Fetch(const std::string& cursor) {
+    Result<Page<T>> page = fetch_(cursor);
+    at_ = 0;
+    if (!page) {
+      error_ = page.GetError();
+      return false;
+    }
+    page_ = std::move(*page);
+    return !page_.items.empty();
+  }
+  bool _Next() {
+    return ++at_ < page_.items.size() || (!page_.next.empty() && _Fetch(std::string(page_.next)));
+  }
+
+  Fetch fetch_;
+  Page<T> page_;
+  std::size_t at_ = 0;
+  std::optional<Error> error_;
+};
+
+// ---- What there is ----
+
+// Stands for an object as it was read. Given to a change, the change is made only if the object is
+// still so (Reason::kChanged otherwise); "" stands for any.
+using Version = std::string;
+
+struct Domain {
+  int idx = 0;
+  std::string name;                // UTF-8
+  std::vector<std::string> names;  // additional ones, as stored
+  std::string description;
+  std::string pattern;         // of the aliases of new users
+  bool adds_accounts = false;  // each refresh adds the accounts that it finds new
+  bool is_primary = false;
+  bool has_collisions = false;  // somebody's alias is another one's
+  std::size_t users = 0;
+  Version version;
+};
+
+struct NewDomain {
+  std::string name;
+  std::string description = "";
+  std::string pattern = "<a>";
+  bool adds_accounts = true;
+};
+
+struct DomainChange {
+  std::optional<std::string> name;
+  std::optional<std::string> description;
+  std::optional<std::string> pattern;
+  std::optional<bool> adds_accounts;
+};
+
+struct Account {
+  std::uint32_t id = 0;  // uid or gid
+  std::string name;      // the full one
+};
+
+enum class Role { kNone, kNormal, kDomainAdmin };
+
+struct UserAlias {
+  std::string local_part;
+  bool is_taken = false;  // somebody else gets the mail
+  std::string owner;      // account name of who does, where it is taken and that is known
+};
+
+struct User {
+  std::uint32_t uid = 0;
+  std::string name;
+  Role role = Role::kNone;        // that is in force
+  bool has_own_role = false;      // else it is that of the groups
+  Role group_role = Role::kNone;  // what the groups give; kNone: in no group of the domain
+  std::vector<UserAlias> aliases;
+  Version version;
+};
+
+struct UserChange {
+  // A role of his own; kNone leaves it to his groups.
+  std::optional<Role> role;
+  // All aliases, then those that are added or removed.
+  std::optional<std::vector<std::string>> aliases;
+  std::vector<std::string> add_aliases;
+  std::vector<std::string> remove_aliases;
+};
+
+struct Members {
+  std::vector<std::uint32_t> uids;
+  std::vector<std::uint32_t> gids;
+};
+
+struct Candidate {
+  std::uint32_t uid = 0;
+  std::string name;
+  std::string local_part;  // the alias that he would get; "" for none
+  bool is_taken = false;
+};
+
+struct Group {
+  std::uint32_t gid = 0;
+  std::string name;
+  std::string description;
+  Role role = Role::kNone;  // that its members get
+};
+
+struct Member {
+  enum class Status { kHasAddress, kRemoved, kNoAddress };
+  std::uint32_t uid = 0;
+  std::string name;
+  Status status = Status::kHasAddress;
+};
+
+// An address of a domain that goes to several.
+struct Entry {
+  std::string name;                 // the local part
+  std::vector<std::string> users;   // account names
+  std::vector<std::string> groups;  // group names
+  std::vector<std::string> addresses;
+  Version version;
+};
+
+// A blind copy of each mail that is sent to or from somebody.
+struct Copy {
+  enum class Of { kMailTo, kMailFrom, kWholeDomain };
+  Of of = Of::kMailTo;
+  std::string name;  // an address, an account, an alias; of a whole domain one of its names
+  std::string to;
+};
+
+// Disclaimers of a domain as the JSON array of mailserver-domain/mimedefang.h.
+struct Disclaimers {
+  std::string json;
+  Version version;
+};
+
+struct RefreshReport {
+  bool is_complete = false;  // all accounts and groups could be read; else nobody was deleted
+  std::size_t users = 0;
+  std::size_t groups = 0;
+  std::vector<std::string> new_users;
+  std::vector<std::string> new_groups;
+  std::size_t deleted_users = 0;
+  std::size_t deleted_groups = 0;
+  std::vector<std::string> spared_users;  // more are gone than the limit allows to delete
+  std::vector<std::string> spared_groups;
+};
+
+struct HistoryEntry {
+  long long id = 0;
+  long long time = 0;  // seconds since 1970
+  std::string person;
+  std::string command;
+  std::string summary;
+  std::string state;     // "done", "undone", "undoing", "refresh", "undo"
+  std::string why_kept;  // why it cannot be taken back; "" where it may be tried
+};
+
+// ---- Lists ----
+
+enum class UserColumn { kName, kAlias, kRole };
+enum class GroupColumn { kName, kDescription };
+
+template <typename Column>
+struct Query {
+  std::string text;  // that a name (of users also an alias) holds, in whatever letter case
+  Column by = Column::kName;
+  bool is_descending = false;
+  std::size_t page_size = 100;  // at most 10,000
+};
+using UserQuery = Query<UserColumn>;
+using GroupQuery = Query<GroupColumn>;
+
+// ---- The session ----
+
+struct SessionState;
+
+class MDOMAIN_EXPORT Session {
+ public:
+  struct Options {
+    int lock_timeout = 60;  // seconds to wait for another program's change
+    std::string person;     // whom the history names; "": the account of this process
+  };
+
+  // Opens nothing yet.
+  Session();
+  explicit Session(const Options& options);
+
+  // The same with the rights of a domain administrator, whom the history names: he sees and changes
+  // the domains in which his role is domain_admin at the moment of each call, and no other one,
+  // whatever is given. An account without any sees none. He neither creates, renames nor deletes
+  // domains, gives them names, makes one primary, adds groups whose role is domain_admin,
+  // refreshes, publishes nor takes back what others changed; his copies and disclaimers are about
+  // his domains. Calls that are not his are Reason::kRefused, domains that are not his
+  // Reason::kNotFound.
+  Session As(std::uint32_t uid) const;
+  Session WithPerson(const std::string& person) const;
+
+  // Domains. All of them, the primary one first.
+  Result<std::vector<Domain>> Domains() const;
+  Result<Domain> GetDomain(int domain) const;
+  // By its index or any of its names in either spelling.
+  Result<std::optional<Domain>> FindDomain(const std::string& text) const;
+  // The first domain becomes the primary one. kTaken, kInvalid (name, pattern).
+  Result<Domain> CreateDomain(const NewDomain& domain);
+  Result<Domain> SetDomain(int domain, const DomainChange& change, const Version& version = "");
+  // With their addresses, names, rules, disclaimers and keys. All or none; never the primary one.
+  Result<Nothing> DeleteDomains(const std::vector<int>& domains);
+  Result<Domain> MakePrimary(int domain);
+  // Additional names. All or none. kTaken, kInvalid; removing: kNotFound.
+  Result<Domain> AddNames(int domain, const std::vector<std::string>& names);
+  Result<Domain> SetNames(int domain, const std::vector<std::string>& names,
+                          const Version& version = "");
+  Result<Domain> RemoveNames(int domain, const std::vector<std::string>& names);
+
+  // Accounts that a refresh has found, by full or short name or id; whoever is meant must be the
+  // only one (kRefused).
+  Result<std::optional<Account>> FindAccount(const std::string& text) const;
+  Result<std::optional<Account>> FindAccountGroup(const std::string& text) const;
+
+  // Users: who has a role in the domain, own or by a group.
+  Result<Page<User>> ListUsers(int domain, const UserQuery& query = {},
+                               const std::string& cursor = "") const;
+  Range<User> Users(int domain, const UserQuery& query = {}) const;
+  Result<std::optional<User>> FindUser(int domain, std::uint32_t uid) const;
+  // The aliases that AddMembers would give.
+  Result<std::vector<Candidate>> Preview(int domain, const Members& members) const;
+  // Users get a role of their own, groups and their members that of the group. `aliases` takes the
+  // place of the pattern's for one user.
+  Result<std::vector<User>> AddMembers(int domain, const Members& members,
+                                       const std::vector<std::string>& aliases = {});
+  // All or nothing: each alias or role that cannot be is in `refused`. An alias that somebody else
+  // has is stored and marked as taken. A user keeps at least one alias.
+  Result<User> SetUser(int domain, std::uint32_t uid, const UserChange& change,
+                       const Version& version = "");
+  // With their aliases, rules and disclaimers there. No group brings them back.
+  Result<Nothing> RemoveUsers(int domain, const std::vector<std::uint32_t>& uids);
+  // Every address that reaches the account, those of the primary domain first.
+  Result<std::vector<std::string>> Addresses(std::uint32_t uid, bool with_names = false) const;
+  // The account that gets the mail for an address; none where nobody or several do.
+  Result<std::optional<std::string>> Owner(const std::string& address) const;
+
+  // Groups.
+  Result<Page<Group>> ListGroups(int domain, const GroupQuery& query = {},
+                                 const std::string& cursor = "") const;
+  Range<Group> Groups(int domain, const GroupQuery& query = {}) const;
+  Result<std::vector<Member>> GroupMembers(int domain, std::uint32_t gid) const;
+  Result<Nothing> SetGroupRole(int domain, const std::vector<std::uint32_t>& gids, Role role);
+  // Members who are in no other group of the domain leave it, too.
+  Result<Nothing> RemoveGroups(int domain, const std::vector<std::uint32_t>& gids);
+  // Takes removed members in again; without `uids` all of the group.
+  Result<Nothing> RestoreMembers(int domain, std::uint32_t gid,
+                                 const std::vector<std::uint32_t>& uids = {});
+
+  // Addresses that go to several.
+  Result<std::vector<Entry>> Entries(int domain) const;
+  Result<std::optional<Entry>> FindEntry(int domain, const std::string& name) const;
+  Result<Entry> CreateEntry(int domain, const Entry& entry);
+  Result<Entry> SetEntry(int domain, const Entry& entry, const Version& version = "");
+  Result<Nothing> DeleteEntry(int domain, const std::string& name);
+
+  // Blind copies.
+  Result<std::vector<Copy>> Copies(int domain) const;
+  Result<Nothing> AddCopies(int domain, const std::vector<Copy>& copies);
+  Result<Nothing> RemoveCopies(int domain, const std::vector<Copy>& copies);
+
+  Result<Disclaimers> GetDisclaimers(int domain) const;
+  // Replaces all of the domain.
+  Result<Disclaimers> SetDisclaimers(int domain, const std::string& json,
+                                     const Version& version = "");
+
+  // Brings the accounts of the host into the model. At most so many of the accounts and groups that
+  // are gone are deleted, else none (`spared_users`).
+  Result<RefreshReport> Refresh(std::size_t deletion_limit = 500, std::size_t percent = 10);
+  // What is published once more, as a whole.
+  Result<Nothing> Publish();
+
+  // The newest changes, the latest first.
+  Result<std::vector<HistoryEntry>> History(int limit = 100) const;
+  // Takes the latest change back, if it is `id`.
+  Result<Nothing> Undo(long long id);
+
+  // Several calls as one change with one entry `command` in the history: nobody else changes
+  // anything in between, and when `work` returns false all of it is taken back (Reason::kRefused);
+  // likewise when an exception leaves it (Reason::kFailed with its text).
+  Result<Nothing> Together(const std::string& command, const std::function<bool(Session&)>& work);
+
+ private:
+  friend struct SessionAccess;
+
+  std::shared_ptr<const SessionState> state_;
+};
+
+}  // namespace mdomain
+
+#endif  // MAILSERVER_DOMAIN_MDOMAIN_HPP

@@ -1,0 +1,115 @@
+#!/bin/bash
+# The calls of sessions from C, C++ and Python, against the installed library.
+# ctest-timeout: 300
+. "$(dirname "$0")/lib/driver.bash"
+
+logged() { "$@" >"$scratch/log" 2>&1 || { fail "$*: $(cat "$scratch/log")" && exit 1; }; }
+
+prefix=$scratch/prefix
+logged cmake --install "$build" --prefix "$prefix"
+libdir=$(dirname "$(find "$prefix" -name libmailserver-domain.so)")
+export LD_LIBRARY_PATH=$libdir
+needs=(-I "$prefix/include" -L "$libdir" -lmailserver-domain -lmailserver-platform)
+sanitizers=()
+nm -D "$libdir/libmailserver-domain.so" | grep -q __asan_init && sanitizers=(-fsanitize=address -fsanitize=undefined)
+
+cat >"$scratch/program.c" <<'END'
+#include <mailserver-domain/mdomain.h>
+#include <stdio.h>
+
+int main(int argc, char** argv) {
+  mdomain_session* session = mdomain_open("{\"person\": \"c\"}");
+  for (int i = 1; i + 1 < argc; i += 2) {
+    char* answer = mdomain_call(session, argv[i], argv[i + 1]);
+    puts(answer);
+    mdomain_free(answer);
+  }
+  mdomain_close(session);
+  return mdomain_open("{\"unknown\": 1}") != NULL;
+}
+END
+cat >"$scratch/program.cpp" <<'END'
+#include <mailserver-domain/mdomain.hpp>
+
+#include <iostream>
+
+int main() {
+  mdomain::Session session;
+  for (const mdomain::User& user : session.Users(1, {"a", mdomain::UserColumn::kName, true, 1})) {
+    std::cout << user.name << " ";
+  }
+  const auto missing = session.GetDomain(7);
+  std::cout << missing.GetError().text << "\n";
+  return missing ? 1 : 0;
+}
+END
+logged gcc -std=c99 -Wall -Wextra -Werror -pedantic "${sanitizers[@]}" "$scratch/program.c" -o "$scratch/c" "${needs[@]}"
+for standard in 17 20; do
+  logged g++ -std=c++$standard -Wall -Wextra -Wshadow -Werror -pedantic "${sanitizers[@]}" \
+    "$scratch/program.cpp" -o "$scratch/c++$standard" "${needs[@]}"
+  logged clang++ -std=c++$standard -Wall -Wextra -Wshadow -Werror -pedantic -fsyntax-only -I "$prefix/include" \
+    "$scratch/program.cpp"
+done
+
+new_root company
+"$scratch/c" create_domain '{"name": "bücher.example"}' refresh '' create_domain '{"name": "BÜCHER.example"}' \
+  set_user '{"domain": 1, "uid": 1, "alias": []}' domains 'no' nothing '{}' \
+  together '{"command": "two", "calls": [{"call": "create_domain", "arguments": {"name": "two.example"}},
+    {"call": "get_domain", "arguments": {"domain": 9}}]}' >"$scratch/answers" || fail "the program in C"
+same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(": [*].*"; ""))]' "$scratch/answers")" \
+'[true,null,""]
+[null,"invalid","the arguments are no JSON"]
+[null,"taken","creating \"BÜCHER.example\": the name belongs to a domain already"]
+[null,"invalid","argument \"alias\" is not known"]
+[null,"invalid","the arguments are no JSON"]
+[null,"invalid","there is no call \"nothing\""]
+[null,"not-found","there is no domain 9"]'
+"$scratch/c" refresh '{}' domains '{}' >"$scratch/answers"
+same "what is there" "$(jq -c '.value | if type == "array" then map(.name) else .is_complete end' "$scratch/answers")" \
+  $'true\n["bücher.example"]'
+for standard in 17 20; do
+  same "C++$standard" "$("$scratch/c++$standard")" "$(mdomain user list 1 --query a --json |
+    jq -r 'map(.name) | reverse | join(" ")') there is no domain 7"
+done
+
+# The example of docs/library.md.
+page=$source_dir/docs/library.md
+sed -n '/^```c++$/,/^```$/p' "$page" | sed '/^```/d' >"$scratch/page.cpp"
+logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" "$scratch/page.cpp" -o "$scratch/page" "${needs[@]}"
+rm -rf "$scratch/company"
+new_root company
+same "the page" "$("$scratch/page")" "$(sed -n '/^```output$/,/^```$/p' "$page" | sed '/^```/d')"
+rm -rf "$scratch/company"
+new_root company
+good domain create bücher.example
+good refresh
+
+preload=
+[ ${#sanitizers[@]} -eq 0 ] || preload="$(gcc -print-file-name=libasan.so) $(gcc -print-file-name=libubsan.so)"
+cat >"$scratch/program.py" <<'END'
+import threading
+import mailserver_domain
+
+session = mailserver_domain.Session(person="python")
+people = {user["name"]: user for user in session.users(1, page_size=2)}
+anna = people["anna"]
+session.set_user(domain=1, uid=anna["uid"], role="domain_admin", add_aliases=["boss"], version=anna["version"])
+try:
+    session.set_user(domain=1, uid=anna["uid"], add_aliases=["chief"], version=anna["version"])
+except mailserver_domain.Error as error:
+    print(error.reason, error)
+his = session.acting_as(anna["uid"])
+print(len(his.domains()), session.owner(address="boss@bücher.example"), session.history(limit=1)[0]["person"])
+threads = [threading.Thread(target=lambda: [session.domains() for _ in range(20)]) for _ in range(4)]
+[thread.start() for thread in threads]
+[thread.join() for thread in threads]
+try:
+    his.create_domain(name="two.example")
+except mailserver_domain.Error as error:
+    print(error.reason, error.text)
+END
+same "Python" "$(LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 PYTHONPATH="$source_dir/bindings/python" \
+  python3 "$scratch/program.py" 2>&1)" \
+"changed anna was changed meanwhile
+1 anna python
+refused the administrator of a domain may not create domains"

@@ -1,0 +1,286 @@
+// Sessions: what they do, what they refuse whom, and what is left when they fail.
+#include <sys/file.h>
+#include <sys/wait.h>
+
+#include <thread>
+
+#include "lib-domain/session/mdomain.hpp"
+#include "tests/support/sync_fixture.h"
+
+namespace {
+
+using mdomain::Copy;
+using mdomain::Error;
+using mdomain::Reason;
+using mdomain::Role;
+using mdomain::Session;
+using mdomain::User;
+using test::StringList;
+
+constexpr unsigned int kAlice = 1001;
+constexpr unsigned int kBob = 1002;
+constexpr unsigned int kCarol = 1003;
+constexpr unsigned int kStaff = 2001;
+
+// Domains 1 (a.example, everybody) and 2 (b.example, alice its administrator, and bob).
+class SessionTest : public test::SyncTest {
+ protected:
+  void SetUp() override {
+    test::SyncTest::SetUp();
+    ASSERT_TRUE(session_.CreateDomain({"a.example"}));
+    ASSERT_TRUE(session_.CreateDomain({"b.example", "", "<a>", false}));
+    ASSERT_TRUE(session_.Refresh());
+    ASSERT_TRUE(session_.AddMembers(2, {{kAlice, kBob}, {}}));
+    ASSERT_TRUE(session_.SetUser(2, kAlice, {Role::kDomainAdmin, {}, {}, {}}));
+  }
+
+  // Everything that a change could have changed.
+  static StringList Model() {
+    return Rows(
+        "SELECT domain_name || ' ' || domain_desc FROM domain_table"
+        " UNION ALL SELECT domain_idx || ' ' || uid || ' ' || account_alias || is_duplicated"
+        " FROM domain_user_alias_table"
+        " UNION ALL SELECT domain_idx || ' ' || uid || ' ' || role FROM domain_user_role_table"
+        " UNION ALL SELECT domain_idx || ' ' || gid || ' ' || role FROM domain_group_role_table"
+        " ORDER BY 1");
+  }
+
+  template <typename T>
+  static Reason ReasonOf(const mdomain::Result<T>& result) {
+    EXPECT_FALSE(result);
+    EXPECT_NE(result.GetError().text, "");
+    return result.GetError().reason;
+  }
+
+  Session session_ = Session({1, "tester"});
+};
+
+TEST_F(SessionTest, ListsPageByThemselves) {
+  for (const auto column :
+       {mdomain::UserColumn::kName, mdomain::UserColumn::kAlias, mdomain::UserColumn::kRole}) {
+    EXPECT_EQ(session_.ListUsers(1, {"", column, false, 100})->items.size(), 3u);
+  }
+  for (const size_t size : {1, 2, 100}) {
+    StringList names;
+    mdomain::UserQuery query;
+    query.page_size = size;
+    query.is_descending = true;
+    auto users = session_.Users(1, query);
+    for (const User& user : users) {
+      names.push_back(user.name);
+    }
+    EXPECT_TRUE(users.IsWhole());
+    EXPECT_EQ(names, (StringList{"carol", "bob", "alice"})) << size;
+  }
+  EXPECT_EQ(session_.ListUsers(2)->total, 2u);
+  auto nowhere = session_.Users(7);
+  EXPECT_EQ(nowhere.begin(), nowhere.end());
+  EXPECT_EQ(nowhere.GetError().reason, Reason::kNotFound);
+  EXPECT_EQ(ReasonOf(session_.ListUsers(1, {}, "next")), Reason::kInvalid);
+}
+
+TEST_F(SessionTest, ChangesAndTellsWhatIsThereThen) {
+  const auto carol = session_.SetUser(1, kCarol, {{}, {}, {"Boss", "alice"}, {}});
+  ASSERT_TRUE(carol);
+  EXPECT_TRUE(carol.IsPublished());
+  std::map<std::string, std::string> owners;
+  for (const auto& alias : carol->aliases) {
+    owners[alias.local_part] = alias.is_taken ? alias.owner : "";
+  }
+  EXPECT_EQ(owners,
+            (std::map<std::string, std::string>{{"Boss", ""}, {"alice", "alice"}, {"carol", ""}}));
+  ASSERT_TRUE(session_.AddNames(1, {"bücher.example"}));
+  EXPECT_EQ(*session_.Addresses(kCarol, true),
+            (StringList{"carol@a.example", "Boss@a.example", "carol@bücher.example",
+                        "Boss@bücher.example"}));
+  EXPECT_EQ((*session_.Owner("BOSS@xn--bcher-kva.example")).value_or("-"), "carol");
+  EXPECT_EQ((*session_.Owner("nobody@a.example")).value_or("-"), "-");
+  ASSERT_TRUE(session_.CreateEntry(1, {"team", {"bob"}, {}, {"x@y.example"}, ""}));
+  ASSERT_TRUE(session_.AddCopies(2, {{Copy::Of::kMailTo, "bob", "alice@b.example"}}));
+  ASSERT_TRUE(session_.RemoveUsers(2, {kBob}));
+  EXPECT_TRUE(session_.Copies(2)->empty());
+  EXPECT_FALSE(session_.FindUser(2, kBob)->has_value());
+  const auto history = session_.History(3);
+  ASSERT_EQ(history->size(), 3u);
+  EXPECT_EQ(history->front().command, "remove 1002 in domain 2");
+  EXPECT_EQ(history->front().person, "tester");
+  ASSERT_TRUE(session_.Undo(history->front().id));
+  EXPECT_TRUE(session_.FindUser(2, kBob)->has_value());
+  EXPECT_EQ(session_.Copies(2)->size(), 1u);
+}
+
+TEST_F(SessionTest, RefusesWithReasonsAndChangesNothing) {
+  const StringList before = Model();
+  const auto carol = session_.SetUser(1, kCarol, {Role::kNone, {}, {"a b", "ok", "x@y"}, {"none"}});
+  EXPECT_EQ(ReasonOf(carol), Reason::kInvalid);
+  StringList refused;
+  for (const auto& one : carol.GetError().refused) {
+    refused.push_back(one.what + " " + one.value);
+  }
+  EXPECT_EQ(refused, (StringList{"role group", "alias a b", "alias x@y", "alias none"}));
+  EXPECT_EQ(ReasonOf(session_.CreateDomain({"B.example"})), Reason::kTaken);
+  EXPECT_EQ(session_.CreateDomain({"B.example"}).GetError().number, 5618u);
+  EXPECT_EQ(ReasonOf(session_.CreateDomain({"no domain", "", "plain"})), Reason::kInvalid);
+  EXPECT_EQ(ReasonOf(session_.AddNames(1, {"c.example", "b.example"})), Reason::kTaken);
+  EXPECT_EQ(ReasonOf(session_.RemoveNames(1, {"c.example"})), Reason::kNotFound);
+  EXPECT_EQ(ReasonOf(session_.DeleteDomains({2, 1})), Reason::kRefused);
+  EXPECT_EQ(ReasonOf(session_.SetUser(2, kCarol, {})), Reason::kNotFound);
+  EXPECT_EQ(ReasonOf(session_.AddMembers(2, {{kCarol, 4711}, {}})), Reason::kNotFound);
+  EXPECT_EQ(ReasonOf(session_.CreateEntry(1, {"bob", {"carol"}, {}, {}, ""})), Reason::kTaken);
+  EXPECT_EQ(ReasonOf(session_.AddCopies(1, {{Copy::Of::kMailTo, "x@b.example", "bob"}})),
+            Reason::kInvalid);
+  EXPECT_EQ(ReasonOf(session_.SetDisclaimers(1, "[{}]")), Reason::kInvalid);
+  const auto read = session_.GetDomain(2);
+  ASSERT_TRUE(
+      session_.SetUser(2, kBob, {{}, {}, {"b"}, {}}, (*session_.FindUser(2, kBob))->version));
+  EXPECT_EQ(ReasonOf(session_.SetUser(2, kBob, {{}, {}, {"c"}, {}}, "old")), Reason::kChanged);
+  ASSERT_TRUE(session_.SetUser(2, kBob, {{}, {}, {}, {"b"}}));
+  ASSERT_TRUE(session_.SetDomain(2, {{}, "described", {}, {}}, read->version));
+  EXPECT_EQ(ReasonOf(session_.SetDomain(2, {{}, "again", {}, {}}, read->version)),
+            Reason::kChanged);
+  ASSERT_TRUE(session_.SetDomain(2, {{}, "", {}, {}}));
+  EXPECT_EQ(Model(), before);
+  TakeLog();
+}
+
+TEST_F(SessionTest, AnAdministratorHasHisDomainsAndNothingElse) {
+  ASSERT_TRUE(session_.SetDisclaimers(1, "[]"));
+  const StringList before = Model();
+  for (const unsigned int uid : {kAlice, kBob, 4711u}) {
+    Session his = session_.As(uid);
+    const bool has_domain = uid == kAlice;
+    EXPECT_EQ(his.Domains()->size(), has_domain ? 1u : 0u);
+    EXPECT_EQ(his.FindDomain("b.example")->has_value(), has_domain);
+    EXPECT_EQ(bool(his.ListUsers(2)), has_domain);
+    EXPECT_EQ(his.Owner("bob@b.example")->has_value(), has_domain);
+    EXPECT_FALSE(his.FindDomain("a.example")->has_value());
+    EXPECT_FALSE(his.Owner("bob@a.example")->has_value());
+    EXPECT_EQ(*his.Addresses(kBob), has_domain ? StringList{"bob@b.example"} : StringList());
+    for (const Reason reason : {ReasonOf(his.GetDomain(1)),
+                                ReasonOf(his.SetDomain(1, {{}, "x", {}, {}})),
+                                ReasonOf(his.ListUsers(1)),
+                                ReasonOf(his.FindUser(1, kAlice)),
+                                ReasonOf(his.Preview(1, {{kAlice}, {}})),
+                                ReasonOf(his.AddMembers(1, {{kAlice}, {}})),
+                                ReasonOf(his.SetUser(1, kAlice, {Role::kDomainAdmin, {}, {}, {}})),
+                                ReasonOf(his.RemoveUsers(1, {kBob})),
+                                ReasonOf(his.ListGroups(1)),
+                                ReasonOf(his.GroupMembers(1, kStaff)),
+                                ReasonOf(his.SetGroupRole(1, {}, Role::kNormal)),
+                                ReasonOf(his.RemoveGroups(1, {})),
+                                ReasonOf(his.RestoreMembers(1, kStaff)),
+                                ReasonOf(his.Entries(1)),
+                                ReasonOf(his.FindEntry(1, "x")),
+                                ReasonOf(his.CreateEntry(1, {"x", {"bob"}, {}, {}, ""})),
+                                ReasonOf(his.SetEntry(1, {"x", {"bob"}, {}, {}, ""})),
+                                ReasonOf(his.DeleteEntry(1, "x")),
+                                ReasonOf(his.Copies(1)),
+                                ReasonOf(his.AddCopies(1, {})),
+                                ReasonOf(his.RemoveCopies(1, {})),
+                                ReasonOf(his.GetDisclaimers(1)),
+                                ReasonOf(his.SetDisclaimers(1, "[]"))}) {
+      EXPECT_EQ(reason, Reason::kNotFound);
+    }
+    for (const Reason reason :
+         {ReasonOf(his.CreateDomain({"c.example"})), ReasonOf(his.DeleteDomains({2})),
+          ReasonOf(his.MakePrimary(2)), ReasonOf(his.AddNames(2, {"c.example"})),
+          ReasonOf(his.SetNames(2, {})), ReasonOf(his.RemoveNames(2, {})), ReasonOf(his.Refresh()),
+          ReasonOf(his.Publish()), ReasonOf(his.History()), ReasonOf(his.Undo(1))}) {
+      EXPECT_EQ(reason, Reason::kRefused);
+    }
+  }
+  Session alice = session_.As(kAlice);
+  EXPECT_EQ(ReasonOf(alice.SetDomain(2, {"c.example", {}, {}, {}})), Reason::kRefused);
+  EXPECT_EQ(ReasonOf(alice.AddCopies(2, {{Copy::Of::kMailTo, "x@elsewhere.example", "bob"}})),
+            Reason::kInvalid);
+  const std::string rules = R"([{"id": 1, "name": "d", "enabled": true, "op": "or",
+      "disabled_for_local_recipient": false, "exception_rule_list": [],
+      "content_txt": "t", "content_html": "h", "match_rule_list": [
+      {"target": "sender", "pattern_type": "email", "pattern": "*@b.example"})";
+  EXPECT_EQ(ReasonOf(alice.SetDisclaimers(
+                2, rules + R"(,{"target": "sender", "pattern_type": "email", "pattern": "*"}]}])")),
+            Reason::kInvalid);
+  EXPECT_EQ(ReasonOf(alice.SetDisclaimers(
+                2, rules + R"(,{"target": "sender", "pattern_type": "uid", "pattern": 1003}]}])")),
+            Reason::kInvalid);
+  EXPECT_EQ(Model(), before);
+  EXPECT_TRUE(alice.SetDisclaimers(2, rules + "]}]"));
+  ASSERT_TRUE(alice.SetUser(2, kBob, {{}, {}, {"b"}, {}}));
+  EXPECT_EQ(session_.History(1)->front().person, "alice");
+  // Rights are those of the moment.
+  ASSERT_TRUE(session_.SetUser(2, kAlice, {Role::kNormal, {}, {}, {}}));
+  EXPECT_EQ(ReasonOf(alice.SetUser(2, kBob, {{}, {}, {"c"}, {}})), Reason::kNotFound);
+}
+
+TEST_F(SessionTest, SeveralAreOneOrNothing) {
+  const StringList before = Model();
+  const size_t entries = session_.History()->size();
+  const auto work = [](Session& session) {
+    return session.RemoveUsers(2, {kBob}) && session.CreateDomain({"c.example"}) &&
+           session.CreateEntry(1, {"team", {"bob"}, {}, {}, ""}) &&
+           session.AddCopies(1, {{Copy::Of::kMailTo, "bob", "carol"}}) &&
+           session.SetDisclaimers(1, "[]");
+  };
+  EXPECT_EQ(ReasonOf(session_.Together("all", [&](Session& s) { return work(s) && false; })),
+            Reason::kRefused);
+  EXPECT_FALSE(session_.Together("throws", [&](Session& s) -> bool {
+    work(s);
+    throw std::runtime_error("no");
+  }));
+  EXPECT_EQ(Model(), before);
+  EXPECT_TRUE(session_.Entries(1)->empty());
+  EXPECT_TRUE(session_.Copies(1)->empty());
+  EXPECT_EQ(session_.History()->size(), entries);
+  EXPECT_TRUE(session_.Together("all", work));
+  EXPECT_EQ(session_.History()->size(), entries + 1);
+  ASSERT_TRUE(session_.Undo(session_.History(1)->front().id));
+  EXPECT_EQ(Model(), before);
+}
+
+TEST_F(SessionTest, WaitsForOthers) {
+  const std::string path = root() + "/var/lock/mdomain.lock";
+  const int held = open(MDOMAIN::PATHS::LockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  EXPECT_EQ(ReasonOf(session_.CreateDomain({"c.example"})), Reason::kBusy);
+  EXPECT_TRUE(session_.Domains());
+  close(held);
+  EXPECT_TRUE(session_.CreateDomain({"c.example"}));
+}
+
+TEST_F(SessionTest, ManyThreadsTakeTurns) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 6; ++i) {
+    threads.emplace_back([this, i] {
+      Session own = i % 2 == 0 ? session_ : Session({30, "thread"});
+      const std::string alias = "t" + std::to_string(i);
+      for (int round = 0; round < 3; ++round) {
+        EXPECT_TRUE(own.SetUser(1, kCarol, {{}, {}, {alias}, {}}));
+        EXPECT_EQ(own.Domains()->size(), 2u);
+        EXPECT_EQ((*own.Owner(alias + "@a.example")).value_or("-"), "carol");
+        EXPECT_TRUE(own.SetUser(1, kCarol, {{}, {}, {}, {alias}}));
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(session_.FindUser(1, kCarol)->value().aliases.size(), 1u);
+}
+
+TEST_F(SessionTest, AForkedChildBeginsAnew) {
+  for (int round = 0; round < 3; ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      const bool is_done = bool(session_.SetUser(1, kCarol, {{}, {}, {"child"}, {}})) &&
+                           session_.Domains()->size() == 2;
+      _exit(is_done ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ((*session_.Owner("child@a.example")).value_or("-"), "carol");
+    ASSERT_TRUE(session_.SetUser(1, kCarol, {{}, {}, {}, {"child"}}));
+  }
+}
+
+}  // namespace
