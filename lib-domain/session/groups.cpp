@@ -32,6 +32,18 @@ void RequireGroups(const Known& domain, const std::vector<std::uint32_t>& gids) 
   }
 }
 
+// The store gives them in an order of its own.
+void Sort(const GroupQuery& query, std::vector<Group>& groups) {
+  const auto key = [&query](const Group& group) {
+    return query.by == GroupColumn::kDescription
+               ? std::tuple(group.description, group.name, group.gid)
+               : std::tuple(group.name, group.description, group.gid);
+  };
+  std::sort(groups.begin(), groups.end(), [&](const Group& a, const Group& b) {
+    return query.is_descending ? key(b) < key(a) : key(a) < key(b);
+  });
+}
+
 std::string CommandOf(const char* verb, const std::vector<std::uint32_t>& gids, int domain) {
   std::string command = verb;
   for (const std::uint32_t gid : gids) {
@@ -48,21 +60,25 @@ Result<Page<Group>> Session::ListGroups(int domain, const GroupQuery& query,
     session::KnownDomain(*this, domain);
     const session::PlaceInList place(query.page_size, cursor);
     MDOMAIN::DB::DomainDBFilter filter("domain_group_view");
-    session::Narrow(query.text, query.by == GroupColumn::kDescription ? "group_desc" : "group_name",
-                    query.is_descending, place, filter);
+    filter.SetLiteralQuery(query.text);
     filter.SetDomainIdxs({domain});
-    DomainGroup api;
+    filter.SetLimit(-1);
     std::vector<MDOMAIN::RECORD::DomainGroup> records;
-    int total = 0;
-    if (!api.List(filter, records) || !api.GetDomainGroupsCount(filter, total)) {
+    if (!DomainGroup().List(filter, records)) {
       Fail("the groups of the domain could not be read");
     }
-    Page<Group> page;
+    std::vector<Group> groups;
     for (const auto& record : records) {
-      page.items.push_back({record.GetGID(), record.GetGroupName(), record.GetGroupDesc(),
-                            session::RoleOf(record.GetRole())});
+      groups.push_back({record.GetGID(), record.GetGroupName(), record.GetGroupDesc(),
+                        session::RoleOf(record.GetRole())});
     }
-    place.End(static_cast<std::size_t>(total), page);
+    Sort(query, groups);
+    Page<Group> page;
+    const auto first = std::min(groups.size(), static_cast<std::size_t>(place.offset()));
+    const auto end = std::min(groups.size(), first + static_cast<std::size_t>(place.limit()));
+    page.items.assign(groups.begin() + static_cast<long>(first),
+                      groups.begin() + static_cast<long>(end));
+    place.End(groups.size(), page);
     return page;
   });
 }

@@ -77,6 +77,23 @@ TEST_F(SessionTest, ListsPageByThemselves) {
   EXPECT_EQ(nowhere.begin(), nowhere.end());
   EXPECT_EQ(nowhere.GetError().reason, Reason::kNotFound);
   EXPECT_EQ(ReasonOf(session_.ListUsers(1, {}, "next")), Reason::kInvalid);
+
+  SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}},
+              {{"staff:2001", "alice"}, {"admins:2002", "bob"}, {"press:2003", "carol"}});
+  ASSERT_TRUE(session_.Refresh());
+  ASSERT_TRUE(session_.AddMembers(1, {{}, {kStaff, 2002, 2003}}));
+  for (const bool is_descending : {false, true}) {
+    StringList names;
+    for (const auto& group :
+         session_.Groups(1, {"s", mdomain::GroupColumn::kName, is_descending, 2})) {
+      names.push_back(group.name);
+    }
+    StringList wanted = {"admins", "press", "staff"};
+    if (is_descending) {
+      std::reverse(wanted.begin(), wanted.end());
+    }
+    EXPECT_EQ(names, wanted);
+  }
 }
 
 TEST_F(SessionTest, ChangesAndTellsWhatIsThereThen) {
