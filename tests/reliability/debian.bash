@@ -1,5 +1,5 @@
 # A fresh Debian 12 below $work, and the packages of trees for it: for scripts that install as its
-# administrator would. They set work, and need root, debootstrap and debhelper. What an earlier run
+# administrator would. They set work, and need root, debootstrap, debhelper and dh-python. What an earlier run
 # left in $work is used again.
 source_dir=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..") failures=0
 fail() { echo "FAILED: $*"; failures=$((failures + 1)); }

@@ -1,7 +1,7 @@
 #!/bin/bash
 # From an empty host to a delivered mail: on a fresh Debian 12 that has booted its systemd, every
 # command of docs/manual/postfix.md as it stands there, in order, and then an IMAP client that reads
-# what was sent. As root, with debootstrap, debhelper and systemd-nspawn (systemd-container); downloads
+# what was sent. As root, with debootstrap, debhelper, dh-python and systemd-nspawn (systemd-container); downloads
 # from the mirror, and what the page installs before it takes the network away. Says what was wrong,
 # and ends with 1 when something was.
 #

@@ -1,7 +1,7 @@
 #!/bin/bash
 # Builds the Debian packages, has lintian judge them, and installs them into a fresh Debian 12 as its
 # administrator would: new, over 1.0.0, removed, purged; then programs against the development
-# package alone. As root, with debootstrap, lintian and debhelper; downloads from the mirror. Says
+# package alone. As root, with debootstrap, lintian, debhelper and dh-python; downloads from the mirror. Says
 # what was wrong, and ends with 1 when something was.
 #
 # packages.sh WORK_DIR : what is there from an earlier run is used again (new/, old/, debian/).
