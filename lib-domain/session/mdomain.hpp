@@ -80,9 +80,11 @@ class [[nodiscard]] Result final {
   explicit operator bool() const { return value_.has_value(); }
   // Whether it was done and nothing is left to be published.
   bool IsPublished() const { return value_.has_value() && !error_.has_value(); }
-  // Throws std::bad_optional_access without a value.
-  const T& operator*() const { return value_.value(); }
-  T& operator*() { return value_.value(); }
+  // Throws std::bad_optional_access without a value. That of a result that is not kept is a copy:
+  // for (const Domain& domain : *session.Domains()) is safe.
+  const T& operator*() const& { return value_.value(); }
+  T& operator*() & { return value_.value(); }
+  T operator*() && { return std::move(value_).value(); }
   const T* operator->() const { return &value_.value(); }
   // An empty one where there is none.
   const Error& GetError() const {
@@ -425,7 +427,8 @@ class MDOMAIN_EXPORT Session {
 
   // The newest changes, the latest first.
   Result<std::vector<HistoryEntry>> History(int limit = 100) const;
-  // Takes the latest change back, if it is `id`.
+  // Takes a change back: the latest that is not "undone", or the one that is "undoing". kRefused
+  // when that is not `id`, when somebody has changed the same things since, and within Together.
   Result<Nothing> Undo(long long id);
 
   // Several calls as one change with one entry `command` in the history: nobody else changes

@@ -202,7 +202,11 @@ struct ChangingTurn::Work {
   }
 };
 
-ChangingTurn::ChangingTurn(const Session& session, const std::string& command) : Turn(session) {
+ChangingTurn::ChangingTurn(const Session& session, const std::string& command, ChangeKind kind)
+    : Turn(session) {
+  if (kind == ChangeKind::kUndo && Depth() > 0) {
+    Refuse(Reason::kRefused, "a change is taken back by a call of its own");
+  }
   if (Depth() == 0) {
     auto work = std::make_unique<Work>();
     Take(work->lock, state_.options.lock_timeout);
@@ -213,7 +217,13 @@ ChangingTurn::ChangingTurn(const Session& session, const std::string& command) :
     work->changes->WatchFiles();
     work->entry.person = PersonOf(state_);
     work->entry.command = command;
-    work->entry.state = "done";
+    work->entry.state = kind == ChangeKind::kRefresh ? "refresh"
+                        : kind == ChangeKind::kUndo  ? "undo"
+                                                     : "done";
+    work->entry.why_kept = kind == ChangeKind::kRefresh
+                               ? "a refresh follows the accounts, and would do it again"
+                           : kind == ChangeKind::kUndo ? "it took something back"
+                                                       : "";
     work_ = std::move(work);
   }
   ++Depth();

@@ -70,12 +70,15 @@ class Turn {
   std::shared_ptr<struct GatheredLog> log_;
 };
 
+// What kind of entry the history gets. Refreshes and undoing are not taken back by an undo.
+enum class ChangeKind { kChange, kRefresh, kUndo };
+
 // A turn that changes something: holds the lock file, keeps publications back and watches what is
 // changed. The outermost one of a thread ends with Finish, or takes everything back.
 class ChangingTurn : public Turn {
  public:
   // Ends the call where this machine or this model may not be changed now.
-  ChangingTurn(const Session& session, const std::string& command);
+  ChangingTurn(const Session& session, const std::string& command, ChangeKind kind);
   ~ChangingTurn() override;
 
   // Publishes, and writes the history. Why it was not published, or the empty string.
@@ -120,10 +123,11 @@ Result<T> Read(const Session& session, const Work& work) {
 
 // `command` is what the history calls it.
 template <typename T, typename Work>
-Result<T> Change(const Session& session, const std::string& command, const Work& work) {
+Result<T> Change(const Session& session, const std::string& command, const Work& work,
+                 ChangeKind kind = ChangeKind::kChange) {
   std::unique_ptr<Turn> turn;
   return Guarded<T>(turn, [&]() -> Result<T> {
-    auto changing = std::make_unique<ChangingTurn>(session, command);
+    auto changing = std::make_unique<ChangingTurn>(session, command, kind);
     ChangingTurn& now = *changing;
     turn = std::move(changing);
     T value = work();

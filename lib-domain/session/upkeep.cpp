@@ -41,17 +41,20 @@ RefreshReport ReportOf(const MDOMAIN::UTILS::RefreshSummary& summary) {
 }  // namespace
 
 Result<RefreshReport> Session::Refresh(std::size_t deletion_limit, std::size_t percent) {
-  return Change<RefreshReport>(*this, "refresh", [&] {
-    session::RequireHost(*this, "refresh");
-    RequirePublishable();
-    MDOMAIN::API::Updater updater;
-    updater.SetDeletionLimit({deletion_limit, percent});
-    if (!updater.Refresh()) {
-      const auto& failures = updater.GetSummary().failures;
-      Fail("the refresh failed" + (failures.empty() ? "" : ": " + failures.front().reason));
-    }
-    return ReportOf(updater.GetSummary());
-  });
+  return Change<RefreshReport>(
+      *this, "refresh",
+      [&] {
+        session::RequireHost(*this, "refresh");
+        RequirePublishable();
+        MDOMAIN::API::Updater updater;
+        updater.SetDeletionLimit({deletion_limit, percent});
+        if (!updater.Refresh()) {
+          const auto& failures = updater.GetSummary().failures;
+          Fail("the refresh failed" + (failures.empty() ? "" : ": " + failures.front().reason));
+        }
+        return ReportOf(updater.GetSummary());
+      },
+      session::ChangeKind::kRefresh);
 }
 
 Result<Nothing> Session::Publish() {
@@ -82,8 +85,10 @@ Result<std::vector<HistoryEntry>> Session::History(int limit) const {
   });
 }
 
+// The change is marked as taken back when all else is done: a run that was cut off is finished by
+// the same call.
 Result<Nothing> Session::Undo(long long id) {
-  return Change<Nothing>(*this, "undo " + std::to_string(id), [&] {
+  const auto take_back = [&] {
     session::RequireHost(*this, "take changes back");
     MDOMAIN::HISTORY::UndoResult result;
     if (!MDOMAIN::HISTORY::UndoLast(id, result)) {
@@ -100,7 +105,19 @@ Result<Nothing> Session::Undo(long long id) {
       Fail("what was taken back could not be published");
     }
     return Nothing();
+  };
+  Result<Nothing> result =
+      Change<Nothing>(*this, "undo " + std::to_string(id), take_back, session::ChangeKind::kUndo);
+  if (!result) {
+    return result;
+  }
+  const Result<Nothing> ended = Read<Nothing>(*this, [&] {
+    if (!MDOMAIN::HISTORY::EndUndo(id)) {
+      Fail("the change was taken back, but the history could not be told: take it back again");
+    }
+    return Nothing();
   });
+  return ended ? result : ended;
 }
 
 Result<Nothing> Session::Together(const std::string& command,

@@ -121,9 +121,17 @@ TEST_F(SessionTest, ChangesAndTellsWhatIsThereThen) {
   ASSERT_EQ(history->size(), 3u);
   EXPECT_EQ(history->front().command, "remove 1002 in domain 2");
   EXPECT_EQ(history->front().person, "tester");
-  ASSERT_TRUE(session_.Undo(history->front().id));
+  ASSERT_TRUE(session_.Undo((*history)[0].id));
   EXPECT_TRUE(session_.FindUser(2, kBob)->has_value());
   EXPECT_EQ(session_.Copies(2)->size(), 1u);
+  EXPECT_EQ(ReasonOf(session_.Undo((*history)[0].id)), Reason::kRefused);
+  ASSERT_TRUE(session_.Undo((*history)[1].id));
+  EXPECT_TRUE(session_.Copies(2)->empty());
+  StringList states;
+  for (const auto& entry : *session_.History(4)) {
+    states.push_back(entry.state);
+  }
+  EXPECT_EQ(states, (StringList{"undo", "undo", "undone", "undone"}));
 }
 
 TEST_F(SessionTest, RefusesWithReasonsAndChangesNothing) {
