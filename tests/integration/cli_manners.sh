@@ -84,7 +84,7 @@ quiet '' publish
 quiet '' refresh
 quiet '' user remove 1 ben --yes
 quiet '' domain primary 2
-quiet none user list 1 --query zzz
+quiet '' user list 1 --query zzz
 quiet ' *' config get postmaster
 quiet 'would change: 1 person gets 1 address.*' user add 1 ben --dry-run
 good --json --quiet user add 1 ben --alias axb

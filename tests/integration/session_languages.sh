@@ -74,7 +74,7 @@ done
 
 # The example of docs/library.md.
 page=$source_dir/docs/library.md
-sed -n '/^```c++$/,/^```$/p' "$page" | sed '/^```/d' >"$scratch/page.cpp"
+sed -n '/^```cxx$/,/^```$/p' "$page" | sed '/^```/d' >"$scratch/page.cpp"
 logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" "$scratch/page.cpp" -o "$scratch/page" "${needs[@]}"
 rm -rf "$scratch/company"
 new_root company

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <sstream>
+#include <string_view>
 
 #include "tools/mdomain/notes.h"
 #include "tools/mdomain/status.h"
@@ -269,7 +270,7 @@ void Listing::End() {
   }
   if (records_ == 0) {
     // A script that reads lines gets none that means nothing.
-    if (none_ != kNone || out_.terminal_.is_one) {
+    if (none_ != std::string_view(kNone) || out_.terminal_.is_one) {
       out_.Line(none_);
     }
     return;
