@@ -58,20 +58,23 @@ bool IsCommitted(BatchScope& scope) {
 
 }  // namespace
 
-// Half a domain would be in the way of the next try.
+// Half a domain would be in the way of the next try. One that a killed process leaves without its
+// settings is completed by the reconcile step.
 bool Domain::Create(RECORD::Domain& domain, int& new_domain_idx) {
-  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
-  if (!_StoreNew(domain, new_domain_idx)) {
-    scope.Drop();
-    return false;
+  {
+    BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+    if (!_StoreNew(domain, new_domain_idx)) {
+      scope.Drop();
+      return false;
+    }
+    if (!IsCommitted(scope)) {
+      LOG_ERROR("Failed to Create domain");
+      return false;
+    }
   }
   if (!_InitDomainRelatedSettings(new_domain_idx)) {
     LOG_ERROR("Failed to _InitDomainRelatedSettings, domain_id: [%d]", new_domain_idx);
-    scope.Drop();
-    return false;
-  }
-  if (!IsCommitted(scope)) {
-    LOG_ERROR("Failed to Create domain");
+    _DeleteRows({new_domain_idx}, true);
     return false;
   }
   return true;
