@@ -206,7 +206,7 @@ void Arguments::_Refuse(const std::string& name, const std::string& why) const {
 
 int Arguments::Int(const char* name) {
   const Json::Value* value = _Find(name);
-  if (value == nullptr || !value->isInt()) {
+  if (value == nullptr || !value->isInt() || value->asInt() < 0) {
     _Refuse(name, "is no number from 0 to 2147483647");
   }
   return value->asInt();

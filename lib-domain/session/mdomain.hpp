@@ -419,7 +419,7 @@ class MDOMAIN_EXPORT Session {
   Result<Disclaimers> SetDisclaimers(int domain, const std::string& json,
                                      const Version& version = "");
 
-  // Brings the accounts of the host into the model. At most so many of the accounts and groups that
+  // Brings the accounts of the host into the model; what a failing one has brought stays. At most so many of the accounts and groups that
   // are gone are deleted, else none (`spared_users`).
   Result<RefreshReport> Refresh(std::size_t deletion_limit = 500, std::size_t percent = 10);
   // What is published once more, as a whole.

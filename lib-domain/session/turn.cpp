@@ -194,6 +194,7 @@ struct ChangingTurn::Work {
   std::unique_ptr<korvmailserver::PublicationScope> publication;
   std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes;
   MDOMAIN::HISTORY::Entry entry;
+  ChangeKind kind = ChangeKind::kChange;
   bool is_finished = false;
 
   std::string Publish() {
@@ -213,7 +214,10 @@ ChangingTurn::ChangingTurn(const Session& session, const std::string& command, C
     RequireManager();
     RequireOwnModel();
     work->publication = std::make_unique<korvmailserver::PublicationScope>();
-    work->changes = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(MDOMAIN::HISTORY::kEveryRow);
+    work->kind = kind;
+    work->changes = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
+        kind == ChangeKind::kChange ? MDOMAIN::HISTORY::kEveryRow
+                                    : MDOMAIN::HISTORY::kMostRowsKept);
     work->changes->WatchFiles();
     work->entry.person = PersonOf(state_);
     work->entry.command = command;
@@ -236,6 +240,10 @@ ChangingTurn::~ChangingTurn() {
 
 std::string ChangingTurn::GiveUp() {
   if (!work_ || work_->is_finished) {
+    return "";
+  }
+  if (work_->kind != ChangeKind::kChange) {
+    Finish();
     return "";
   }
   work_->is_finished = true;

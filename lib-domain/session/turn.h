@@ -70,7 +70,8 @@ class Turn {
   std::shared_ptr<struct GatheredLog> log_;
 };
 
-// What kind of entry the history gets. Refreshes and undoing are not taken back by an undo.
+// What kind of entry the history gets. Refreshes and undoing are taken back neither by an undo nor
+// where they fail: the next one goes on with what is done.
 enum class ChangeKind { kChange, kRefresh, kUndo };
 
 // A turn that changes something: holds the lock file, keeps publications back and watches what is

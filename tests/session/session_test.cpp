@@ -262,6 +262,16 @@ TEST_F(SessionTest, SeveralAreOneOrNothing) {
   EXPECT_EQ(Model(), before);
 }
 
+// What cannot be published keeps nobody out of the mirror.
+TEST_F(SessionTest, RefreshThatFailsIsNotTakenBack) {
+  SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}, {"dave", 1004}});
+  test::FailOn("isClusterHealth");
+  EXPECT_EQ(ReasonOf(session_.Refresh()), Reason::kFailed);
+  test::ClearFaults();
+  EXPECT_TRUE(session_.FindAccount("dave")->has_value());
+  TakeLog();
+}
+
 TEST_F(SessionTest, WaitsForOthers) {
   const std::string path = root() + "/var/lock/mdomain.lock";
   const int held = open(MDOMAIN::PATHS::LockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
