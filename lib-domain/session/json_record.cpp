@@ -240,34 +240,33 @@ std::uint32_t Arguments::Id(const char* name) {
   return value->asUInt();
 }
 
-std::vector<std::string> Arguments::Texts(const char* name) {
-  std::vector<std::string> texts;
-  const Json::Value* value = _Find(name);
-  if (value != nullptr && !value->isArray()) {
-    _Refuse(name, "is no array of texts");
+template <typename T>
+std::vector<T> Arguments::_List(const char* name, bool (Json::Value::*is)() const,
+                                const std::function<T(const Json::Value&)>& as, const char* why) {
+  std::vector<T> list;
+  const Json::Value& values = Any(name);
+  if (_Find(name) != nullptr && !values.isArray()) {
+    _Refuse(name, why);
   }
-  for (const Json::Value& text : value == nullptr ? Json::Value(Json::arrayValue) : *value) {
-    if (!text.isString()) {
-      _Refuse(name, "is no array of texts");
+  for (const Json::Value& value : values) {
+    if (!(value.*is)()) {
+      _Refuse(name, why);
     }
-    texts.push_back(text.asString());
+    list.push_back(as(value));
   }
-  return texts;
+  return list;
+}
+
+std::vector<std::string> Arguments::Texts(const char* name) {
+  return _List<std::string>(
+      name, &Json::Value::isString, [](const Json::Value& text) { return text.asString(); },
+      "is no array of texts");
 }
 
 std::vector<std::uint32_t> Arguments::Ids(const char* name) {
-  std::vector<std::uint32_t> ids;
-  const Json::Value* value = _Find(name);
-  if (value != nullptr && !value->isArray()) {
-    _Refuse(name, "is no array of uids or gids");
-  }
-  for (const Json::Value& id : value == nullptr ? Json::Value(Json::arrayValue) : *value) {
-    if (!id.isUInt()) {
-      _Refuse(name, "is no array of uids or gids");
-    }
-    ids.push_back(id.asUInt());
-  }
-  return ids;
+  return _List<std::uint32_t>(
+      name, &Json::Value::isUInt, [](const Json::Value& id) { return id.asUInt(); },
+      "is no array of uids or gids");
 }
 
 std::optional<std::string> Arguments::OptionalText(const char* name) {

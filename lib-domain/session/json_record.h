@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -88,6 +89,9 @@ class Arguments {
   void End() const;
 
  private:
+  template <typename T>
+  std::vector<T> _List(const char* name, bool (Json::Value::*is)() const,
+                       const std::function<T(const Json::Value&)>& as, const char* why);
   const Json::Value* _Find(const char* name);
   [[noreturn]] void _Refuse(const std::string& name, const std::string& why) const;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lib-domain/api/mimedefang.h"
+#include "lib-domain/base/json_text.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/arguments.h"
@@ -94,7 +95,7 @@ Json::Value ParseList(const std::string& bytes) {
     throw Failure(kRefused, "the disclaimers are not UTF-8");
   }
   Json::Value list;
-  std::string error = ParseJson(bytes, list);
+  std::string error = MDOMAIN::BASE::ParseJson(bytes, list);
   if (!error.empty()) {
     throw Failure(kRefused, "the disclaimers are no JSON: " + error);
   }

@@ -1,7 +1,7 @@
 #include "tools/mdomain/site_place.h"
 
+#include "lib-domain/base/json_text.h"
 #include "platform/include/text.h"
-#include "tools/mdomain/document.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -58,7 +58,7 @@ void ParseDocument(const std::string& text, Json::Value& value) {
   if (!korvmailserver::IsValidUtf8(text)) {
     throw Failure(kRefused, "$: the document is not UTF-8");
   }
-  const std::string error = ParseJson(text, value);
+  const std::string error = MDOMAIN::BASE::ParseJson(text, value);
   if (!error.empty()) {
     throw Failure(kRefused, "$: no JSON: " + error);
   }
