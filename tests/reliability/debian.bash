@@ -12,8 +12,9 @@ logged() {
 
 # tree NAME : what comes from standard input as a tar file becomes WORK/NAME/tree
 tree() { rm -rf "${work:?}/$1" && mkdir -p "$work/$1/tree" && tar -x -C "$work/$1/tree"; }
-# build NAME : packages of the tree in WORK/NAME/tree, beside it
-build() { (cd "$work/$1/tree" && dpkg-buildpackage -us -uc -b -j"$(nproc)"); }
+# build NAME : packages of the tree in WORK/NAME/tree, beside it. debhelper gives each build a home of
+# its own, in which a cache of compiled files would be lost.
+build() { (cd "$work/$1/tree" && CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/ccache} dpkg-buildpackage -us -uc -b -j"$(nproc)"); }
 # Packages of this tree in WORK/new, and the system of which fresh makes copies.
 prepare() {
   if ! ls "$work"/new/*.changes >/dev/null 2>&1; then
