@@ -1,0 +1,50 @@
+#include "web/pages/pages.h"
+
+namespace mdomain_web::pages {
+
+namespace {
+
+Change OfCopy(const Asked& asked, const std::string& call, const std::string& done) {
+  Change change{call, DomainArgument(asked), DomainPath(asked, "/copies"), done};
+  Json::Value copy;
+  for (const char* name : {"of", "name", "to"}) {
+    copy[name] = asked.Text(name);
+  }
+  change.arguments["copies"].append(copy);
+  return change;
+}
+
+}  // namespace
+
+Shown Copies(const Asked& asked) {
+  Shown shown = OfDomain(asked, "copies", "copies");
+  shown.data["copies"] = asked.calls("copies", DomainArgument(asked));
+  for (Json::Value& copy : shown.data["copies"]) {
+    copy["is"][copy["of"].asString()] = true;
+  }
+  return shown;
+}
+
+Change AddCopy(const Asked& asked) {
+  return OfCopy(asked, "add_copies", "added");
+}
+
+Change RemoveCopy(const Asked& asked) {
+  return OfCopy(asked, "remove_copies", "removed");
+}
+
+Shown Disclaimers(const Asked& asked) {
+  Shown shown = OfDomain(asked, "disclaimers", "disclaimers");
+  shown.data["disclaimers"] = asked.calls("get_disclaimers", DomainArgument(asked));
+  return shown;
+}
+
+Change SetDisclaimers(const Asked& asked) {
+  Change change{"set_disclaimers", DomainArgument(asked), DomainPath(asked, "/disclaimers"),
+                "saved"};
+  change.arguments["json"] = asked.Text("json");
+  change.arguments["version"] = asked.Text("version");
+  return change;
+}
+
+}  // namespace mdomain_web::pages
