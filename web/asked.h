@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "web/identity/tokens.h"
 #include "web/identity/visits.h"
 #include "web/model/calls.h"
 
@@ -19,6 +20,7 @@ struct Asked {
   std::map<std::string, std::string> at;  // the parts of the path that the route names
   Person person;
   Calls calls;
+  Tokens& tokens;
 
   // A number of the path; throws NotFound for what is none.
   std::uint32_t Number(const std::string& name) const;

@@ -24,14 +24,16 @@ int main(int argc, char** argv) {
   using namespace mdomain_web;  // NOLINT(google-build-using-namespace)
   setlocale(LC_ALL, "");
   CLI::App app("Pages and an HTTP interface for the mail domains of this host.", "mdomain-web");
-  std::string config = "/etc/mailserver-domain/web.ini";
+  std::string config = korvmailserver::UnderRoot("/etc/mailserver-domain/web.ini");
   std::string address;
   std::string socket;
   int port = 0;
+  std::string state = korvmailserver::UnderRoot("/var/lib/mdomain-web");
   app.add_option("--config", config, "The settings; web.ini(5)");
   app.add_option("--address", address, "An address of loopback");
   app.add_option("--port", port, "A TCP port");
   app.add_option("--socket", socket, "A unix socket, instead of address and port");
+  app.add_option("--state", state, "The folder of the tokens");
   app.set_version_flag("--version", MDOMAIN_VERSION);
   CLI11_PARSE(app, argc, argv);
   try {
@@ -40,7 +42,7 @@ int main(int argc, char** argv) {
     settings.port = port == 0 ? settings.port : port;
     settings.socket = socket.empty() ? settings.socket : socket;
     const Listening listening(settings);
-    Site site(settings);
+    Site site(settings, state + "/tokens.db");
     Server running({}, [&site](const httplib::Request& request, httplib::Response& response) {
       site.Answer(request, response);
     });

@@ -25,8 +25,8 @@ using Form = Change (*)(const Asked&);
 struct Route {
   const char* method;
   const char* path;  // "/domains/{domain}/people": a part in braces is any one part
-  Page page;         // of GET
-  Form form;         // of POST: first what it would change is shown, then it is done
+  Page page;         // the answer; of POST only for what is no change of the model
+  Form form;         // else: first what it would change is shown, then it is done
 };
 
 const std::vector<Route>& Routes();

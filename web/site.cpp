@@ -73,7 +73,7 @@ Shown Problem(int status, const std::string& title, const Json::Value& error = J
 
 Shown Problem(const CallFailed& failed) {
   const std::string reason = failed.error["reason"].asString();
-  const int status = reason == "not_found" ? 404
+  const int status = reason == "not-found" ? 404
                      : reason == "changed" ? 412
                      : reason == "busy"    ? 503
                      : reason == "failed"  ? 500
@@ -90,10 +90,12 @@ struct Site::Guest {
   bool by_proxy = false;
 };
 
-Site::Site(const Settings& settings)
+Site::Site(const Settings& settings, const std::string& tokens)
     : settings_(settings),
       visits_({std::chrono::minutes(settings.idle_minutes),
-               std::chrono::hours(settings.longest_hours), std::chrono::minutes(10)}) {}
+               std::chrono::hours(settings.longest_hours), std::chrono::minutes(10)}),
+      tokens_(tokens),
+      api_(tokens_, [this](const std::string& account) { return _Find(account); }) {}
 
 void Site::Answer(const Request& request, Response& response) {
   response.set_header(
@@ -112,6 +114,10 @@ void Site::Answer(const Request& request, Response& response) {
     return;
   }
   response.set_header("Cache-Control", "no-store");
+  if (Api::IsAsked(request)) {
+    api_.Answer(request, response);
+    return;
+  }
   if (request.method == "POST" && !IsFromHere(request, settings_)) {
     _Show(response, Problem(403, "The form comes from another site"), nullptr);
     return;
@@ -221,7 +227,7 @@ void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest
     }
     const Asked asked{
         request, std::move(*at), person,
-        person.is_host_administrator ? Calls::OfHost(person.name) : Calls::As(person.uid)};
+        person.is_host_administrator ? Calls::OfHost(person.name) : Calls::As(person.uid), tokens_};
     try {
       shown = route.page != nullptr ? route.page(asked) : _Changed(asked, route.form(asked), guest);
     } catch (const NotFound&) {

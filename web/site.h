@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "web/api/api.h"
 #include "web/identity/throttle.h"
 #include "web/identity/visits.h"
 #include "web/routes.h"
@@ -17,7 +18,8 @@ namespace mdomain_web {
 
 class Site final {
  public:
-  explicit Site(const Settings& settings);
+  // `tokens` is the file of the tokens.
+  Site(const Settings& settings, const std::string& tokens);
 
   // May be called by several threads at once.
   void Answer(const httplib::Request& request, httplib::Response& response);
@@ -36,6 +38,8 @@ class Site final {
   const Settings settings_;
   Visits visits_;
   Throttle throttle_;
+  Tokens tokens_;
+  Api api_;
 };
 
 }  // namespace mdomain_web

@@ -52,9 +52,6 @@ Change RemoveGroup(const Asked& asked) {
 Change RestoreMembers(const Asked& asked) {
   Change change = OfGroup(asked, "restore_members", "restored");
   change.arguments["gid"] = asked.Number("gid");
-  if (asked.Has("uid")) {
-    change.arguments["uids"].append(std::stoi("0" + asked.Text("uid")));
-  }
   return change;
 }
 

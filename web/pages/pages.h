@@ -42,6 +42,10 @@ Change AddCopy(const Asked& asked);
 Change RemoveCopy(const Asked& asked);
 Shown Disclaimers(const Asked& asked);
 Change SetDisclaimers(const Asked& asked);
+// tokens.cpp
+Shown TokensPage(const Asked& asked);
+Shown MakeToken(const Asked& asked);
+Shown RevokeToken(const Asked& asked);
 // upkeep.cpp
 Shown History(const Asked& asked);
 Change Undo(const Asked& asked);
@@ -53,6 +57,8 @@ Shown OfDomain(const Asked& asked, const std::string& page, const std::string& t
 Json::Value DomainArgument(const Asked& asked);
 std::string DomainPath(const Asked& asked, const std::string& rest = "");
 Json::Value JsonOf(const std::vector<std::string>& texts);
+// Seconds since 1970 as people write them, in the time of the host.
+std::string Moment(long long seconds);
 // "&NAME=VALUE" for a link.
 std::string Parameter(const std::string& name, const std::string& value);
 

@@ -27,7 +27,7 @@ Json::Value Ids(const Asked& asked, const std::string& field, const std::string&
     const Json::Value found = asked.calls(call, arguments);
     if (found.isNull()) {
       Json::Value error;
-      error["reason"] = "not_found";
+      error["reason"] = "not-found";
       error["number"] = 117;
       error["text"] = "there is no account or group \"" + line + "\"";
       throw CallFailed(error);
@@ -100,7 +100,9 @@ Change SetPerson(const Asked& asked) {
     }
   }
   if (!asked.Text("role").empty()) {
-    change.arguments["role"] = asked.Text("role");
+    // Null is that of the groups.
+    change.arguments["role"] =
+        asked.Text("role") == "none" ? Json::Value() : Json::Value(asked.Text("role"));
   }
   return change;
 }

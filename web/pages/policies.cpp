@@ -20,7 +20,7 @@ Shown Copies(const Asked& asked) {
   Shown shown = OfDomain(asked, "copies", "copies");
   shown.data["copies"] = asked.calls("copies", DomainArgument(asked));
   for (Json::Value& copy : shown.data["copies"]) {
-    copy["is"][copy["of"].asString()] = true;
+    copy["of_" + copy["of"].asString()] = true;
   }
   return shown;
 }

@@ -4,9 +4,6 @@
 
 namespace mdomain_web::pages {
 
-namespace {
-
-// As people write it, in the time of the host.
 std::string Moment(long long seconds) {
   const time_t time = seconds;
   tm parts{};
@@ -16,8 +13,6 @@ std::string Moment(long long seconds) {
   }
   return text;
 }
-
-}  // namespace
 
 Shown History(const Asked& asked) {
   Shown shown{"history"};
