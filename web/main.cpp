@@ -1,6 +1,8 @@
 // mdomain-web [--root DIR] [--config FILE] [--address ADDRESS] [--port PORT] [--socket PATH]
 #include <CLI/CLI.hpp>
 
+#include <libintl.h>
+
 #include <clocale>
 #include <csignal>
 #include <iostream>
@@ -23,6 +25,7 @@ void Stop(int /*signal*/) {
 int main(int argc, char** argv) {
   using namespace mdomain_web;  // NOLINT(google-build-using-namespace)
   setlocale(LC_ALL, "");
+  bind_textdomain_codeset("mdomain-web", "UTF-8");
   CLI::App app("Pages and an HTTP interface for the mail domains of this host.", "mdomain-web");
   std::string config = korvmailserver::UnderRoot("/etc/mailserver-domain/web.ini");
   std::string address;

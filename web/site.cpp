@@ -8,6 +8,7 @@
 #include "web/identity/secrets.h"
 #include "web/view/files.h"
 #include "web/view/page.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web {
 
@@ -79,7 +80,7 @@ Shown Problem(const CallFailed& failed) {
                      : reason == "failed"  ? 500
                      : reason == "refused" ? 403
                                            : 400;
-  return Problem(status, "This cannot be done", failed.error);
+  return Problem(status, Tr("This cannot be done"), failed.error);
 }
 
 }  // namespace
@@ -106,7 +107,7 @@ void Site::Answer(const Request& request, Response& response) {
   response.set_header("Referrer-Policy", "same-origin");
   response.set_header("Cross-Origin-Opener-Policy", "same-origin");
   if (response.status >= 400) {  // the parser's own answer
-    _Show(response, Problem(response.status, "The request cannot be read"), nullptr);
+    _Show(response, Problem(response.status, Tr("The request cannot be read")), nullptr);
     return;
   }
   if (request.method == "GET" && request.path.compare(0, 8, "/static/") == 0 &&
@@ -119,7 +120,7 @@ void Site::Answer(const Request& request, Response& response) {
     return;
   }
   if (request.method == "POST" && !IsFromHere(request, settings_)) {
-    _Show(response, Problem(403, "The form comes from another site"), nullptr);
+    _Show(response, Problem(403, Tr("The form comes from another site")), nullptr);
     return;
   }
   if (request.path == "/sign-in") {
@@ -175,7 +176,7 @@ std::optional<Site::Guest> Site::_WhoAsks(const Request& request, Response& resp
 void Site::_SignIn(const Request& request, Response& response) {
   Shown shown{"sign_in"};
   if (!settings_.header.empty()) {
-    shown = Problem(403, "The server in front signs people in, and named nobody");
+    shown = Problem(403, Tr("The server in front signs people in, and named nobody"));
   } else if (request.method == "POST") {
     const std::string name = request.get_param_value("name");
     const std::string password = request.get_param_value("password");
@@ -210,7 +211,7 @@ void Site::_SignIn(const Request& request, Response& response) {
 void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest) {
   const bool is_change = request.method != "GET" && request.method != "HEAD";
   if (is_change && !IsSame(request.get_param_value("form_key"), guest.visit.form_key)) {
-    _Show(response, Problem(403, "The form is too old: go back, load the page again"), &guest);
+    _Show(response, Problem(403, Tr("The form is too old: go back, load the page again")), &guest);
     return;
   }
   if (is_change && request.path == "/sign-out") {
@@ -218,7 +219,7 @@ void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest
     _Show(response, GoTo("/sign-in"), nullptr);
     return;
   }
-  Shown shown = Problem(404, "There is no such page");
+  Shown shown = Problem(404, Tr("There is no such page"));
   const Person& person = guest.visit.person;
   for (const Route& route : Routes()) {
     auto at = Match(route.path, request.path);

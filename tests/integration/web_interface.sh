@@ -31,7 +31,7 @@ printf '[listen]\nport = 8025\n[sign-in]\nadministrators = mailadmins\n' >"$MDOM
 
 # What is wrong in the settings is named.
 while IFS='|' read -r lines said; do
-  printf "$lines" >"$scratch/wrong.ini"
+  printf %b "$lines" >"$scratch/wrong.ini"
   matches "of $lines" "$(mdomain-web --config "$scratch/wrong.ini" 2>&1; echo "status $?")" "^mdomain-web: $scratch/wrong.ini, line $said"
 done <<'END'
 [listen]\nport = 0\n|2: "port" of \[listen\] is no number from 1 to 65535

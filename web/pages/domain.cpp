@@ -1,6 +1,7 @@
 #include <cctype>
 
 #include "web/pages/pages.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web::pages {
 
@@ -20,6 +21,13 @@ Json::Value JsonOf(const std::vector<std::string>& texts) {
     list.append(text);
   }
   return list;
+}
+
+void Fail(const std::string& reason, const std::string& text) {
+  Json::Value error;
+  error["reason"] = reason;
+  error["text"] = text;
+  throw CallFailed(error);
 }
 
 std::string Parameter(const std::string& name, const std::string& value) {
@@ -48,7 +56,7 @@ Shown NewDomain(const Asked& /*asked*/) {
 }
 
 Change CreateDomain(const Asked& asked) {
-  Change change{"create_domain", {}, "/", "created"};
+  Change change{"create_domain", {}, "/", Tr("The domain is created.")};
   for (const char* name : {"name", "description", "pattern"}) {
     change.arguments[name] = asked.Text(name);
   }
@@ -63,7 +71,7 @@ Shown DomainPage(const Asked& asked) {
 }
 
 Change SetDomain(const Asked& asked) {
-  Change change{"set_domain", DomainArgument(asked), DomainPath(asked), "saved"};
+  Change change{"set_domain", DomainArgument(asked), DomainPath(asked), Tr("The domain is saved.")};
   for (const char* name : {"name", "description", "pattern", "version"}) {
     if (asked.Has(name)) {
       change.arguments[name] = asked.Text(name);
@@ -74,13 +82,13 @@ Change SetDomain(const Asked& asked) {
 }
 
 Change DeleteDomain(const Asked& asked) {
-  Change change{"delete_domains", {}, "/", "deleted"};
+  Change change{"delete_domains", {}, "/", Tr("The domain is deleted.")};
   change.arguments["domains"].append(asked.Number("domain"));
   return change;
 }
 
 Change SetNames(const Asked& asked) {
-  Change change{"set_names", DomainArgument(asked), DomainPath(asked), "saved"};
+  Change change{"set_names", DomainArgument(asked), DomainPath(asked), Tr("The domain is saved.")};
   change.arguments["names"] = JsonOf(asked.Lines("names"));
   change.arguments["version"] = asked.Text("version");
   return change;

@@ -1,4 +1,5 @@
 #include "web/pages/pages.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web::pages {
 
@@ -41,18 +42,18 @@ Shown EntryPage(const Asked& asked) {
 }
 
 Change CreateEntry(const Asked& asked) {
-  return OfEntry(asked, "create_entry", asked.Text("name"), "created");
+  return OfEntry(asked, "create_entry", asked.Text("name"), Tr("The address is created."));
 }
 
 Change SetEntry(const Asked& asked) {
-  Change change = OfEntry(asked, "set_entry", asked.at.at("name"), "saved");
+  Change change = OfEntry(asked, "set_entry", asked.at.at("name"), Tr("The change is saved."));
   change.arguments["version"] = asked.Text("version");
   return change;
 }
 
 Change DeleteEntry(const Asked& asked) {
   return {"delete_entry", EntryArgument(asked, asked.at.at("name")), DomainPath(asked, "/entries"),
-          "deleted"};
+          Tr("The address is deleted.")};
 }
 
 }  // namespace mdomain_web::pages

@@ -1,4 +1,5 @@
 #include "web/pages/pages.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web::pages {
 
@@ -36,21 +37,21 @@ Shown GroupPage(const Asked& asked) {
 }
 
 Change SetGroup(const Asked& asked) {
-  Change change = OfGroup(asked, "set_group_role", "saved");
+  Change change = OfGroup(asked, "set_group_role", Tr("The change is saved."));
   change.arguments["gids"].append(asked.Number("gid"));
   change.arguments["role"] = asked.Text("role");
   return change;
 }
 
 Change RemoveGroup(const Asked& asked) {
-  Change change = OfGroup(asked, "remove_groups", "removed");
+  Change change = OfGroup(asked, "remove_groups", Tr("The group is taken out of the domain."));
   change.arguments["gids"].append(asked.Number("gid"));
   change.go_to = DomainPath(asked, "/groups");
   return change;
 }
 
 Change RestoreMembers(const Asked& asked) {
-  Change change = OfGroup(asked, "restore_members", "restored");
+  Change change = OfGroup(asked, "restore_members", Tr("They are in the domain again."));
   change.arguments["gid"] = asked.Number("gid");
   return change;
 }

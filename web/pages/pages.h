@@ -36,12 +36,16 @@ Shown EntryPage(const Asked& asked);
 Change CreateEntry(const Asked& asked);
 Change SetEntry(const Asked& asked);
 Change DeleteEntry(const Asked& asked);
-// policies.cpp: copies and disclaimers
+// copies.cpp
 Shown Copies(const Asked& asked);
 Change AddCopy(const Asked& asked);
 Change RemoveCopy(const Asked& asked);
+// disclaimers.cpp
 Shown Disclaimers(const Asked& asked);
-Change SetDisclaimers(const Asked& asked);
+Shown NewDisclaimer(const Asked& asked);
+Shown DisclaimerPage(const Asked& asked);
+Change SetDisclaimer(const Asked& asked);
+Change DeleteDisclaimer(const Asked& asked);
 // tokens.cpp
 Shown TokensPage(const Asked& asked);
 Shown MakeToken(const Asked& asked);
@@ -57,6 +61,8 @@ Shown OfDomain(const Asked& asked, const std::string& page, const std::string& t
 Json::Value DomainArgument(const Asked& asked);
 std::string DomainPath(const Asked& asked, const std::string& rest = "");
 Json::Value JsonOf(const std::vector<std::string>& texts);
+// Throws CallFailed with a text of this program.
+[[noreturn]] void Fail(const std::string& reason, const std::string& text);
 // Seconds since 1970 as people write them, in the time of the host.
 std::string Moment(long long seconds);
 // "&NAME=VALUE" for a link.

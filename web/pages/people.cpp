@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "web/pages/pages.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web::pages {
 
@@ -26,11 +27,7 @@ Json::Value Ids(const Asked& asked, const std::string& field, const std::string&
     arguments["text"] = line;
     const Json::Value found = asked.calls(call, arguments);
     if (found.isNull()) {
-      Json::Value error;
-      error["reason"] = "not-found";
-      error["number"] = 117;
-      error["text"] = "there is no account or group \"" + line + "\"";
-      throw CallFailed(error);
+      Fail("not-found", Tr("There is no such account or group:") + " " + line);
     }
     ids.append(found["id"]);
   }
@@ -71,7 +68,8 @@ Shown AddPeoplePage(const Asked& asked) {
 }
 
 Change AddPeople(const Asked& asked) {
-  Change change{"add_members", DomainArgument(asked), DomainPath(asked, "/people"), "added"};
+  Change change{"add_members", DomainArgument(asked), DomainPath(asked, "/people"),
+                Tr("They are in the domain.")};
   change.arguments["uids"] = Ids(asked, "people", "find_account");
   change.arguments["gids"] = Ids(asked, "groups", "find_account_group");
   change.arguments["aliases"] = JsonOf(asked.Lines("aliases"));
@@ -92,8 +90,9 @@ Shown PersonPage(const Asked& asked) {
 }
 
 Change SetPerson(const Asked& asked) {
-  Change change{"set_user", PersonArgument(asked), PersonPath(asked), "saved"};
+  Change change{"set_user", PersonArgument(asked), PersonPath(asked), Tr("The change is saved.")};
   change.arguments["version"] = asked.Text("version");
+  // An alias gives way to another one: so a collision is solved.
   for (const char* name : {"aliases", "add_aliases", "remove_aliases"}) {
     if (asked.Has(name)) {
       change.arguments[name] = JsonOf(asked.Lines(name));
@@ -108,7 +107,8 @@ Change SetPerson(const Asked& asked) {
 }
 
 Change RemovePerson(const Asked& asked) {
-  Change change{"remove_users", DomainArgument(asked), DomainPath(asked, "/people"), "removed"};
+  Change change{"remove_users", DomainArgument(asked), DomainPath(asked, "/people"),
+                Tr("The account is taken out of the domain.")};
   change.arguments["uids"].append(asked.Number("uid"));
   return change;
 }

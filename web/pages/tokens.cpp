@@ -1,6 +1,7 @@
 #include <ctime>
 
 #include "web/pages/pages.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web::pages {
 
@@ -39,11 +40,11 @@ Shown MakeToken(const Asked& asked) {
   std::string problem;
   std::string secret;
   if (count < 1 || count > kLongestDays) {
-    problem = "A token ends after 1 to 366 days.";
+    problem = Tr("A token ends after 1 to 366 days.");
   } else if (asked.Text("label").empty() || asked.Text("label").size() > kLongestLabel) {
-    problem = "A token has a name of at most 100 bytes.";
+    problem = Tr("A token has a name of at most 100 bytes.");
   } else if (asked.tokens.ListOf(asked.person.uid).size() >= kMostTokens) {
-    problem = "There are 50 tokens: take one back first.";
+    problem = Tr("There are 50 tokens: take one back first.");
   } else {
     Token token;
     token.uid = asked.person.uid;

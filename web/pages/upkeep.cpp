@@ -1,6 +1,7 @@
 #include <ctime>
 
 #include "web/pages/pages.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web::pages {
 
@@ -31,13 +32,13 @@ Shown History(const Asked& asked) {
 }
 
 Change Undo(const Asked& asked) {
-  Change change{"undo", {}, "/history", "taken back"};
+  Change change{"undo", {}, "/history", Tr("The change is taken back.")};
   change.arguments["id"] = asked.Number("id");
   return change;
 }
 
 Change Refresh(const Asked& /*asked*/) {
-  return {"refresh", Json::objectValue, "/", "refreshed"};
+  return {"refresh", Json::objectValue, "/", Tr("The accounts are up to date.")};
 }
 
 }  // namespace mdomain_web::pages

@@ -1,12 +1,11 @@
 #include "web/view/page.h"
 
-#include <libintl.h>
-
 #include <cstdio>
 #include <kainjow/mustache.hpp>
 #include <stdexcept>
 
 #include "web/view/files.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web {
 
@@ -117,7 +116,7 @@ std::string RenderPage(const std::string& name, const Json::Value& page) {
   data root = ToData(page);
   root.set("t", data(kainjow::mustache::lambda2(
                     [](const std::string& text, const kainjow::mustache::renderer& render) {
-                      return render(std::string(gettext(text.c_str())), false);
+                      return render(Tr(text.c_str()), false);
                     })));
   for (const std::string& file : FileNames("templates/_")) {
     const std::string part = "_" + file.substr(0, file.rfind('.'));

@@ -1,4 +1,5 @@
 #include "web/pages/pages.h"
+#include "web/view/texts.h"
 
 namespace mdomain_web::pages {
 
@@ -26,25 +27,11 @@ Shown Copies(const Asked& asked) {
 }
 
 Change AddCopy(const Asked& asked) {
-  return OfCopy(asked, "add_copies", "added");
+  return OfCopy(asked, "add_copies", Tr("The copy is added."));
 }
 
 Change RemoveCopy(const Asked& asked) {
-  return OfCopy(asked, "remove_copies", "removed");
-}
-
-Shown Disclaimers(const Asked& asked) {
-  Shown shown = OfDomain(asked, "disclaimers", "disclaimers");
-  shown.data["disclaimers"] = asked.calls("get_disclaimers", DomainArgument(asked));
-  return shown;
-}
-
-Change SetDisclaimers(const Asked& asked) {
-  Change change{"set_disclaimers", DomainArgument(asked), DomainPath(asked, "/disclaimers"),
-                "saved"};
-  change.arguments["json"] = asked.Text("json");
-  change.arguments["version"] = asked.Text("version");
-  return change;
+  return OfCopy(asked, "remove_copies", Tr("The copy is removed."));
 }
 
 }  // namespace mdomain_web::pages
