@@ -16,7 +16,13 @@ Shown Own(const Asked& asked) {
   Shown shown{"own"};
   Json::Value who;
   who["uid"] = asked.person.uid;
-  shown.data["own"] = asked.calls("of", who);
+  Json::Value own = asked.calls("of", who);
+  own["has_taken"] = !own["taken"].empty();
+  own["has_copies"] = !own["copies"].empty();
+  for (Json::Value& copy : own["copies"]) {
+    copy["of_" + copy["of"].asString()] = true;
+  }
+  shown.data["own"] = own;
   return shown;
 }
 

@@ -50,6 +50,10 @@ Change DeleteDisclaimer(const Asked& asked);
 Shown TokensPage(const Asked& asked);
 Shown MakeToken(const Asked& asked);
 Shown RevokeToken(const Asked& asked);
+// asking.cpp
+Shown Explain(const Asked& asked);
+Shown Doctor(const Asked& asked);
+Shown TryPattern(const Asked& asked);
 // upkeep.cpp
 Shown History(const Asked& asked);
 Change Undo(const Asked& asked);
