@@ -5,6 +5,7 @@
 here=$(dirname "$0")
 . "$here/lib/private.bash"
 . "$here/lib/driver.bash"
+. "$here/lib/web.bash"
 
 new_root web
 printf 'mailadmins:x:2004:ben\n' >>"$MDOMAIN_ROOT/etc/group"
@@ -16,18 +17,6 @@ good user add bücher.example erik erika
 good user set example.com anna --role domain_admin
 good alias create example.com sales --group sales
 good bcc add example.com erik anna --type recipient
-
-# The people are accounts of this machine, and their passwords those of its PAM.
-cp -a /etc "$scratch/etc" && mount --bind "$scratch/etc" /etc
-grep -v ^root "$MDOMAIN_ROOT/etc/passwd" >>/etc/passwd
-grep -v ^root "$MDOMAIN_ROOT/etc/group" >>/etc/group
-for name in anna ben erik erika; do
-  printf '%s:%s:20000:0:99999:7:::\n' "$name" "$(openssl passwd -6 "of $name")" >>/etc/shadow
-done
-sed -i 's/^\(erika:[^:]*:\)20000\(.*\):::$/\1\2::1:/' /etc/shadow # her account has ended
-cp "$source_dir/packaging/debian/mailserver-domain-web.mdomain-web.pam" /etc/pam.d/mdomain-web
-mkdir -p "$MDOMAIN_ROOT/etc/mailserver-domain"
-printf '[listen]\nport = 8025\n[sign-in]\nadministrators = mailadmins\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/web.ini"
 
 # What is wrong in the settings is named.
 while IFS='|' read -r lines said; do
@@ -41,15 +30,14 @@ done <<'END'
 nonsense\n|1: neither
 END
 
-mdomain-web --state "$scratch" 2>"$scratch/web.log" &
-server=$!
-wait_for mdomain-web listens 8025
+web_start anna ben erik erika
+sed -i 's/^\(erika:[^:]*:\)20000\(.*\):::$/\1\2::1:/' /etc/shadow # her account has ended
 grep -oE '\{"(GET|POST)", "[^"]+"' "$source_dir/web/routes.cpp" | sed 's/[",]//g; s/^{//' >"$scratch/routes"
 [ "$(wc -l <"$scratch/routes")" -gt 30 ] || fail "hardly any route was found"
 python3 "$here/lib/web_interface.py" "$scratch" || fail "web_interface.py: $(tail -n 20 "$scratch/web.log")"
 matches "history" "$(mdomain history list)" 'anna'
-stop TERM $server
-grep -E 'ERROR|runtime error' "$scratch/web.log" && fail "the server complained"
+web_stop
 mdomain-web --state "$scratch" --address ::1 --port 8025 2>"$scratch/web.log" &
+web=$!
 wait_for "mdomain-web on ::1" bash -c '(exec 3<>/dev/tcp/::1/8025) 2>/dev/null'
-stop TERM $!
+web_stop
