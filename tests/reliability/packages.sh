@@ -43,7 +43,7 @@ same "addresses" "$(inside mdomain user addresses anna)" anna@example.com
 same "a second refresh" "$(inside mdomain refresh --quiet 2>&1)" ""
 inside test -L /etc/systemd/system/timers.target.wants/mdomain-refresh.timer || fail "the timer is not enabled"
 inside test ! -e /etc/systemd/system/multi-user.target.wants/mdomain-node-pull.service || fail "pulling is enabled"
-install "the pages" ./new/mailserver-domain-web_*.deb
+install "the pages" "$(cd "$work/system" && ls -d ./new/mailserver-domain-web_*.deb)"
 inside test -L /etc/systemd/system/sockets.target.wants/mdomain-web.socket || fail "the pages' socket is not enabled"
 if command -v systemd-nspawn >/dev/null; then
   install "systemd" systemd dbus
