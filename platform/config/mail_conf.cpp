@@ -46,15 +46,20 @@ int mailConfGet(const std::string& key, std::string& value) {
   return 0;
 }
 
-int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
+int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries,
+                    const std::vector<std::string>& removed_keys) {
   std::map<std::string, std::string> wanted;
   for (const auto& [key, value] : entries) {
     wanted[key] = value;
   }
   const bool written = RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
-    return backend.Set({wanted.begin(), wanted.end()}, error);
+    return backend.Write({wanted.begin(), wanted.end()}, removed_keys, error);
   });
   return written ? 0 : -1;
+}
+
+int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
+  return mailConfSetMany(entries, {});
 }
 
 int mailConfSet(const std::string& key, const std::string& value, bool /*publish*/, int /*flags*/) {

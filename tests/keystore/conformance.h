@@ -106,6 +106,11 @@ TEST_P(KeyStoreConformance, TreesAreListedApart) {
   EXPECT_TRUE(Wrap::removeKey("additional_domain-10"));
   EXPECT_EQ(Keys("virtual_domain"), (std::vector<std::string>{"additional_domain-2"}));
   EXPECT_FALSE(Wrap::exist("additional_domain-10"));
+  EXPECT_EQ(mailConfSetMany({{"b", "2"}, {"additional_domain-1", ""}},
+                            {"additional_domain-2", "nothing"}),
+            0);
+  EXPECT_EQ(Keys("virtual_domain"), (std::vector<std::string>{"additional_domain-1"}));
+  EXPECT_TRUE(mailConfCheckKeyValue("b", "2"));
 }
 
 TEST_P(KeyStoreConformance, ManyAtOnceIsTheSameAsOneByOne) {
