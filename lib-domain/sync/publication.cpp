@@ -25,6 +25,7 @@
 #include "platform/include/batch_scope.h"
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/mail_conf_change.h"
 #include "platform/include/nodes.h"
 
 namespace MDOMAIN::UTILS {
@@ -72,7 +73,7 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains, NamesByDomain& 
   if (!domains.empty()) {
     keys.emplace_back(DB::INTERNAL::kModelKey, settings_owner);
   }
-  return mailConfSetMany(keys, stale) == 0;
+  return mailConfChange(keys, stale) == 0;
 }
 
 // Published names of domains that are no more. False where they cannot be listed.

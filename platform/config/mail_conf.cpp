@@ -1,6 +1,7 @@
 // The mail configuration on top of the key store: defaults, and no write of what is there already.
 #include "platform/include/mail_conf.h"
 
+#include "platform/include/mail_conf_change.h"
 #include "platform/include/maillog.h"
 #include "platform/keystore/backend.h"
 
@@ -46,8 +47,8 @@ int mailConfGet(const std::string& key, std::string& value) {
   return 0;
 }
 
-int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries,
-                    const std::vector<std::string>& removed_keys) {
+int mailConfChange(const std::vector<std::pair<std::string, std::string>>& entries,
+                   const std::vector<std::string>& removed_keys) {
   std::map<std::string, std::string> wanted;
   for (const auto& [key, value] : entries) {
     wanted[key] = value;
@@ -59,7 +60,7 @@ int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entr
 }
 
 int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
-  return mailConfSetMany(entries, {});
+  return mailConfChange(entries, {});
 }
 
 int mailConfSet(const std::string& key, const std::string& value, bool /*publish*/, int /*flags*/) {

@@ -41,10 +41,6 @@ MDOMAIN_EXPORT bool mailConfCheckKeyValue(const std::string& key, const std::str
 MDOMAIN_EXPORT int mailConfGetMany(const std::vector<std::string>& keys,
                                    std::map<std::string, std::string>& values);
 MDOMAIN_EXPORT int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries);
-// The same, and removes keys, which are none of those written, together with them; a missing one is
-// no failure.
-MDOMAIN_EXPORT int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries,
-                                   const std::vector<std::string>& removed_keys);
 
 // Every stored key and value, ascending by key; defaults are not in it. 0, or negative with one log
 // line and `values` untouched.
