@@ -342,7 +342,9 @@ bool LocalStore::_LookAtView(const Image*& image, std::string& error) {
 // False when the open store cannot be asked.
 bool LocalStore::_CompareWithFile(unsigned long moment, std::string& error) {
   if (_Database() == nullptr) {
-    image_.emplace().moment = moment;
+    Image nothing;
+    nothing.moment = moment;
+    image_ = std::move(nothing);
     return true;
   }
   bool is_asked = false;
