@@ -27,9 +27,11 @@ constexpr char kTooMuch[] = "it changed too much";
 constexpr char kInsert[] =
     "INSERT INTO entry_table(time, person, command, summary, state, why_kept, plan, changes)"
     " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)";
+// Each entry makes the one forget that becomes too old by it: no look at all that are older.
 constexpr char kForgetChanges[] =
     "UPDATE entry_table SET changes = x'', why_kept = 'it is too long ago'"
-    " WHERE id <= (SELECT max(id) FROM entry_table) - ?1 AND length(changes) > 0";
+    " WHERE id BETWEEN (SELECT max(id) FROM entry_table) - 2 * ?1 AND (SELECT max(id) FROM"
+    " entry_table) - ?1 AND length(changes) > 0";
 constexpr char kForget[] =
     "DELETE FROM entry_table WHERE id <= (SELECT max(id) FROM entry_table) - ?1";
 constexpr char kSelect[] = "SELECT " HISTORY_ENTRY_COLUMNS
