@@ -6,6 +6,8 @@
     for user in session.users(1, text="anna"):
         print(user["name"], [alias["local_part"] for alias in user["aliases"]])
     session.set_user(domain=1, uid=1001, add_aliases=["boss"])
+    for step in session.explain(address="boss@example.com")["steps"]:
+        print(step["text"])
 
 Each call of mailserver-domain/mdomain.h is a method with its arguments by keyword; records are
 dictionaries. What goes wrong is an Error; what was done and could not be published is told by

@@ -23,7 +23,7 @@ struct Entry {
   std::string command;
   std::string summary;
   // "done", "undoing" (an undo of it has not ended), "half undone" (nor can it, as things stand),
-  // "undone"; "refresh" and "undo", which are not taken back themselves.
+  // "undone"; "refresh", "repair" and "undo", which are not taken back themselves.
   std::string state;
   std::string why_kept;  // why it cannot be taken back; empty where it may be tried
 };

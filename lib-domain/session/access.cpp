@@ -9,7 +9,6 @@
 #include "lib-domain/control/group.h"
 #include "lib-domain/control/user.h"
 #include "platform/include/digest.h"
-#include "platform/include/eai.h"
 
 namespace mdomain::session {
 
@@ -118,16 +117,6 @@ std::vector<MDOMAIN::RECORD::Group> GroupsOf(const std::vector<std::uint32_t>& g
                                       [](const Group& group) { return group.GetGID(); });
 }
 
-Role RoleOf(const std::string& text) {
-  return text == "domain_admin" ? Role::kDomainAdmin
-         : text == "normal"     ? Role::kNormal
-                                : Role::kNone;
-}
-
-std::string TextOf(Role role) {
-  return role == Role::kDomainAdmin ? "domain_admin" : role == Role::kNormal ? "normal" : "";
-}
-
 Version VersionOf(const std::vector<std::string>& parts) {
   std::string text;
   for (const std::string& part : parts) {
@@ -140,14 +129,6 @@ void RequireVersion(const Version& expected, const Version& is, const std::strin
   if (!expected.empty() && expected != is) {
     Refuse(Reason::kChanged, what + " was changed meanwhile", "read it again");
   }
-}
-
-std::string AsciiForm(const std::string& name) {
-  std::string ascii;
-  if (KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0) {
-    ascii = name;
-  }
-  return MDOMAIN::BASE::ToLowerAscii(ascii);
 }
 
 void Refusals::End(Reason reason, const std::string& text) const {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "lib-domain/base/domain_name.h"
+#include "lib-domain/insight/reading.h"
 #include "lib-domain/record/domain.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
@@ -36,16 +38,15 @@ Known KnownDomain(const Session& session, int domain);
 std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids);
 std::vector<MDOMAIN::RECORD::Group> GroupsOf(const std::vector<std::uint32_t>& gids);
 
-Role RoleOf(const std::string& text);
-std::string TextOf(Role role);  // "" for kNone
+using MDOMAIN::INSIGHT::RoleOf;
+using MDOMAIN::INSIGHT::TextOf;
 
 // A text that stands for the parts: equal for equal parts.
 Version VersionOf(const std::vector<std::string>& parts);
 // Ends the call unless `expected` is empty or `is`.
 void RequireVersion(const Version& expected, const Version& is, const std::string& what);
 
-// The name in punycode and lower case.
-std::string AsciiForm(const std::string& name);
+using MDOMAIN::BASE::AsciiForm;
 
 // Gathers what is refused, and ends the call with all of it.
 class Refusals {

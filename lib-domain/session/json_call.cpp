@@ -298,6 +298,40 @@ const std::map<std::string, Run>& Calls() {
          a.End();
          return Answer(s.SetDisclaimers(domain, json, version));
        }},
+      {"explain",
+       [](Session& s, Arguments& a) {
+         const std::string address = a.Text("address");
+         a.End();
+         return Answer(s.Explain(address));
+       }},
+      {"explain_user",
+       [](Session& s, Arguments& a) {
+         const std::uint32_t uid = a.Id("uid");
+         a.End();
+         return Answer(s.ExplainUser(uid));
+       }},
+      {"of",
+       [](Session& s, Arguments& a) {
+         const std::uint32_t uid = a.Id("uid");
+         a.End();
+         return Answer(s.Of(uid));
+       }},
+      {"overview",
+       [](Session& s, Arguments& a) {
+         const int domain = a.Int("domain");
+         a.End();
+         return Answer(s.Overview(domain));
+       }},
+      {"doctor",
+       [](Session& s, Arguments& a) {
+         a.End();
+         return Answer(s.Doctor());
+       }},
+      {"repair",
+       [](Session& s, Arguments& a) {
+         a.End();
+         return Answer(s.Repair());
+       }},
       {"refresh",
        [](Session& s, Arguments& a) {
          const int limit = a.Int("deletion_limit", 500);

@@ -1,14 +1,13 @@
 #include "lib-domain/session/json_record.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "lib-domain/session/access.h"
 
 namespace mdomain::session {
 
 namespace {
-
-Json::Value RoleJson(Role role) {
-  return role == Role::kNone ? Json::Value() : Json::Value(TextOf(role));
-}
 
 const char* WordOf(Reason reason) {
   switch (reason) {
@@ -36,6 +35,16 @@ const std::pair<const char*, Copy::Of> kCopyWords[] = {{"recipient", Copy::Of::k
                                                        {"domain", Copy::Of::kWholeDomain}};
 
 }  // namespace
+
+Json::Value RoleJson(Role role) {
+  return role == Role::kNone ? Json::Value() : Json::Value(TextOf(role));
+}
+
+const char* WordOf(Copy::Of of) {
+  const auto* found = std::find_if(std::begin(kCopyWords), std::end(kCopyWords),
+                                   [of](const auto& word) { return word.second == of; });
+  return found->first;
+}
 
 Json::Value JsonOf(const Nothing& /*nothing*/) {
   return {};
@@ -127,11 +136,7 @@ Json::Value JsonOf(const Entry& entry) {
 
 Json::Value JsonOf(const Copy& copy) {
   Json::Value value;
-  for (const auto& [word, of] : kCopyWords) {
-    if (of == copy.of) {
-      value["of"] = word;
-    }
-  }
+  value["of"] = WordOf(copy.of);
   value["name"] = copy.name;
   value["to"] = copy.to;
   return value;

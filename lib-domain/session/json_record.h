@@ -11,9 +11,14 @@
 #include <utility>
 #include <vector>
 
+// Before the templates, which take its records, too.
+#include "lib-domain/session/json_insight.h"
 #include "lib-domain/session/mdomain.hpp"
 
 namespace mdomain::session {
+
+Json::Value RoleJson(Role role);  // null for kNone
+const char* WordOf(Copy::Of of);  // "recipient", "sender", "domain"
 
 Json::Value JsonOf(const Nothing& nothing);  // null
 Json::Value JsonOf(const std::string& text);

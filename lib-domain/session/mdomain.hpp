@@ -34,6 +34,7 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/insight/answers.h"
 #include "platform/include/export.h"
 
 namespace mdomain {
@@ -203,13 +204,6 @@ struct DomainChange {
   std::optional<bool> adds_accounts;
 };
 
-struct Account {
-  std::uint32_t id = 0;  // uid or gid
-  std::string name;      // the full one
-};
-
-enum class Role { kNone, kNormal, kDomainAdmin };
-
 struct UserAlias {
   std::string local_part;
   bool is_taken = false;  // somebody else gets the mail
@@ -270,18 +264,21 @@ struct Entry {
   Version version;
 };
 
-// A blind copy of each mail that is sent to or from somebody.
-struct Copy {
-  enum class Of { kMailTo, kMailFrom, kWholeDomain };
-  Of of = Of::kMailTo;
-  std::string name;  // an address, an account, an alias; of a whole domain one of its names
-  std::string to;
-};
-
 // Disclaimers of a domain as the JSON array of mailserver-domain/mimedefang.h.
 struct Disclaimers {
   std::string json;
   Version version;
+};
+
+struct DomainOverview {
+  Domain domain;
+  DomainCounts counts;
+  std::vector<Group> groups;  // by name
+};
+
+struct RepairReport {
+  std::string kept;               // the folder with the files of before
+  std::vector<Finding> findings;  // what is left
 };
 
 struct RefreshReport {
@@ -302,7 +299,7 @@ struct HistoryEntry {
   std::string person;
   std::string command;
   std::string summary;
-  std::string state;     // "done", "undone", "undoing", "refresh", "undo"
+  std::string state;     // "done", "undone", "undoing", "refresh", "repair", "undo"
   std::string why_kept;  // why it cannot be taken back; "" where it may be tried
 };
 
@@ -419,8 +416,27 @@ class MDOMAIN_EXPORT Session {
   Result<Disclaimers> SetDisclaimers(int domain, const std::string& json,
                                      const Version& version = "");
 
-  // Brings the accounts of the host into the model; what a failing one has brought stays. At most so many of the accounts and groups that
-  // are gone are deleted, else none (`spared_users`).
+  // Asking why. All but Repair read only; the answers are in insight/answers.h.
+  //
+  // Who gets the mail for an address, step by step. kInvalid: it is no address. For a domain
+  // administrator kNotFound where the address is in no domain of his; else such a domain is a step.
+  Result<Explanation> Explain(const std::string& address) const;
+  // Everything about one account, with the reasons. For a domain administrator what there is in his
+  // domains, and kNotFound for somebody who neither has anything there nor was taken out.
+  Result<Person> ExplainUser(std::uint32_t uid) const;
+  // What a person without any rights may know about himself. Whoever calls vouches that he is that
+  // person; for a domain administrator kNotFound for anybody but himself.
+  Result<OwnView> Of(std::uint32_t uid) const;
+  Result<DomainOverview> Overview(int domain) const;
+  // Everything that can be wrong, without what a refresh would bring. For a domain administrator
+  // what is about his domains; then the files of the host are not looked at.
+  Result<std::vector<Finding>> Doctor() const;
+  // Copies the files aside, brings what follows from the model in line with it, publishes, and
+  // looks again. Not for a domain administrator.
+  Result<RepairReport> Repair();
+
+  // Brings the accounts of the host into the model; what a failing one has brought stays. At most
+  // so many of the accounts and groups that are gone are deleted, else none (`spared_users`).
   Result<RefreshReport> Refresh(std::size_t deletion_limit = 500, std::size_t percent = 10);
   // What is published once more, as a whole.
   Result<Nothing> Publish();

@@ -221,13 +221,15 @@ ChangingTurn::ChangingTurn(const Session& session, const std::string& command, C
     work->changes->WatchFiles();
     work->entry.person = PersonOf(state_);
     work->entry.command = command;
-    work->entry.state = kind == ChangeKind::kRefresh ? "refresh"
-                        : kind == ChangeKind::kUndo  ? "undo"
-                                                     : "done";
-    work->entry.why_kept = kind == ChangeKind::kRefresh
-                               ? "a refresh follows the accounts, and would do it again"
-                           : kind == ChangeKind::kUndo ? "it took something back"
-                                                       : "";
+    work->entry.state = kind == ChangeKind::kRefresh  ? "refresh"
+                        : kind == ChangeKind::kRepair ? "repair"
+                        : kind == ChangeKind::kUndo   ? "undo"
+                                                      : "done";
+    work->entry.why_kept =
+        kind == ChangeKind::kRefresh  ? "a refresh follows the accounts, and would do it again"
+        : kind == ChangeKind::kRepair ? "a repair follows the model, and would do it again"
+        : kind == ChangeKind::kUndo   ? "it took something back"
+                                      : "";
     work_ = std::move(work);
   }
   ++Depth();

@@ -70,9 +70,9 @@ class Turn {
   std::shared_ptr<struct GatheredLog> log_;
 };
 
-// What kind of entry the history gets. Refreshes and undoing are taken back neither by an undo nor
-// where they fail: the next one goes on with what is done.
-enum class ChangeKind { kChange, kRefresh, kUndo };
+// What kind of entry the history gets. Refreshes, repairs and undoing are taken back neither by an
+// undo nor where they fail: the next one goes on with what is done.
+enum class ChangeKind { kChange, kRefresh, kRepair, kUndo };
 
 // A turn that changes something: holds the lock file, keeps publications back and watches what is
 // changed. The outermost one of a thread ends with Finish, or takes everything back.

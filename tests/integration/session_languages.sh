@@ -64,9 +64,9 @@ same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(":
 [null,"invalid","the arguments are no JSON"]
 [null,"invalid","there is no call \"nothing\""]
 [null,"not-found","there is no domain 9"]'
-"$scratch/c" refresh '{}' domains '{}' >"$scratch/answers"
-same "what is there" "$(jq -c '.value | if type == "array" then map(.name) else .is_complete end' "$scratch/answers")" \
-  $'true\n["bücher.example"]'
+"$scratch/c" refresh '{}' domains '{}' explain '{"address": "anna@xn--bcher-kva.example"}' doctor '{}' >"$scratch/answers"
+same "what is there" "$(jq -c '.value | if type == "array" then map(.name // .id) else .is_complete // .receiver end' "$scratch/answers")" \
+  $'true\n["bücher.example"]\n"anna"\n["postmaster","timer"]'
 for standard in 17 20; do
   same "C++$standard" "$("$scratch/c++$standard")" "$(mdomain user list 1 --query a --json |
     jq -r 'map(.name) | reverse | join(" ")') there is no domain 7"
@@ -99,6 +99,7 @@ try:
 except mailserver_domain.Error as error:
     print(error.reason, error)
 his = session.acting_as(anna["uid"])
+print(his.of(uid=anna["uid"])["addresses"], session.explain_user(uid=anna["uid"])["domains"][0]["by_pattern"])
 print(len(his.domains()), session.owner(address="boss@bücher.example"), session.history(limit=1)[0]["person"])
 threads = [threading.Thread(target=lambda: [session.domains() for _ in range(20)]) for _ in range(4)]
 [thread.start() for thread in threads]
@@ -111,5 +112,6 @@ END
 same "Python" "$(LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 PYTHONPATH="$source_dir/bindings/python" \
   python3 "$scratch/program.py" 2>&1)" \
 "changed anna was changed meanwhile
+['anna@bücher.example', 'boss@bücher.example'] anna
 1 anna python
 refused the administrator of a domain may not create domains"

@@ -160,7 +160,9 @@ std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixCont
         " anew, and sessions that are open keep the old one: apt-get install "
         "postfix-lmdb, then run this again");
   }
-  if (const std::string text = TellUncompiled(MapTypeFor(host), content.addresses); !text.empty()) {
+  if (const std::string text =
+          MDOMAIN::UTILS::TellUncompilable(MapTypeFor(host), content.addresses);
+      !text.empty()) {
     cautions.push_back(text);
   }
   std::string why;

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "lib-domain/base/text.h"
+#include "lib-domain/base/sentence.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/status.h"
 
@@ -88,16 +88,11 @@ int Width(const std::string& text) {
 }
 
 std::string FirstOf(const std::vector<std::string>& texts, const std::string& separator) {
-  constexpr size_t kShown = 10;
-  const size_t shown = std::min(texts.size(), kShown);
-  const std::vector<std::string> first(texts.begin(), texts.begin() + static_cast<long>(shown));
-  const std::string text = MDOMAIN::BASE::Join(first, separator);
-  return shown == texts.size() ? text
-                               : text + " and " + std::to_string(texts.size() - shown) + " more";
+  return MDOMAIN::BASE::FirstOf(texts, separator);
 }
 
 std::string Counted(size_t count, const std::string& noun) {
-  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+  return MDOMAIN::BASE::Counted(count, noun);
 }
 
 }  // namespace mdomain

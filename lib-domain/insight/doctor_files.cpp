@@ -1,3 +1,6 @@
+// What may be wrong with the files themselves.
+#include "lib-domain/insight/doctor.h"
+
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -5,25 +8,25 @@
 #include <cstring>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/reader.h"
 #include "lib-domain/db/schema.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/root_path.h"
-#include "tools/mdomain/doctor.h"
 
-namespace mdomain {
+namespace MDOMAIN::INSIGHT::INTERNAL {
+
 namespace {
 
+using DB::INTERNAL::Reader;
 using korvmailserver::Statement;
-using MDOMAIN::DB::INTERNAL::Reader;
 
 std::string CureOf(const std::string& path) {
-  return path == MDOMAIN::PATHS::EmailOwnerDb() ? "mdomain owner build"
-         : path == MDOMAIN::PATHS::HistoryDb()
-             ? "remove the file: nothing depends on it"
-             : "restore the file from a backup or from a folder kept-*";
+  return path == PATHS::EmailOwnerDb() ? "mdomain owner build"
+         : path == PATHS::HistoryDb()  ? "remove the file: nothing depends on it"
+                                       : "restore the file from a backup or from a folder kept-*";
 }
 
 // What SQLite says may have several lines.
@@ -32,7 +35,21 @@ std::string OneLine(std::string text) {
   return text;
 }
 
+// How far SQLite is within statements that look at a whole file.
+void TellSteps(sqlite3* connection, BASE::Progress& progress) {
+  constexpr int kStepsOfSqlite = 100;
+  sqlite3_progress_handler(
+      connection, kStepsOfSqlite,
+      [](void* told) {
+        static_cast<BASE::Progress*>(told)->Step();
+        return 0;
+      },
+      &progress);
+}
+
 void CheckDatabase(const std::string& path, Findings& findings) {
+  const std::string doing = "steps of checking " + path.substr(path.rfind('/') + 1);
+  BASE::Progress progress(doing.c_str(), 0);
   const auto add = [&](const std::string& text) {
     findings.push_back({"database", true, path + ": " + OneLine(text), CureOf(path)});
   };
@@ -44,6 +61,7 @@ void CheckDatabase(const std::string& path, Findings& findings) {
   if (reader.Get() == nullptr) {
     return;
   }
+  TellSteps(reader.Get(), progress);
   const bool is_checked = reader.ForEachRow("PRAGMA integrity_check(5)", [&](const Statement& row) {
     if (row.Text(0) != "ok") {
       add("it is damaged: " + row.Text(0));
@@ -64,7 +82,7 @@ void CheckDatabase(const std::string& path, Findings& findings) {
 
 int NewestVersion() {
   std::vector<std::string> scripts;
-  MDOMAIN::UTILS::DomainUtilGetSqliteCmds(scripts);
+  UTILS::DomainUtilGetSqliteCmds(scripts);
   return static_cast<int>(scripts.size());
 }
 
@@ -157,7 +175,7 @@ void CheckFolder(const std::string& folder, Findings& findings) {
 
 std::string ModelPath() {
   std::string path;
-  return MDOMAIN::UTILS::GetUserGroupDomainConfigPath(path) ? path : "";
+  return UTILS::GetUserGroupDomainConfigPath(path) ? path : "";
 }
 
 bool IsModelUsable(Findings& findings) {
@@ -183,7 +201,6 @@ bool IsModelUsable(Findings& findings) {
 }
 
 void CheckFiles(Findings& findings) {
-  using namespace MDOMAIN;
   const std::string model = ModelPath();
   for (const std::string& path : {model, PATHS::SettingsDb(), PATHS::AliasDb(), PATHS::KeyStoreDb(),
                                   PATHS::EmailOwnerDb(), PATHS::LoginDb(), PATHS::HistoryDb()}) {
@@ -209,4 +226,4 @@ void CheckFiles(Findings& findings) {
   }
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::INSIGHT::INTERNAL

@@ -1,26 +1,28 @@
 // What may stand wrong in the model and beside it although every file is whole.
+#include "lib-domain/insight/doctor.h"
+
 #include <json/reader.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
 
 #include "lib-domain/base/paths.h"
+#include "lib-domain/base/sentence.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/reader.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
-#include "tools/mdomain/doctor.h"
-#include "tools/mdomain/lookup.h"
-#include "tools/mdomain/text.h"
 
-namespace mdomain {
+namespace MDOMAIN::INSIGHT::INTERNAL {
+
 namespace {
 
+using DB::INTERNAL::Reader;
 using korvmailserver::Statement;
-using MDOMAIN::DB::INTERNAL::Reader;
 using Values = std::map<std::string, std::string>;
 
 struct Rule {
@@ -42,24 +44,14 @@ constexpr Rule kRules[] = {
      "mdomain user set --role, mdomain group set --role"},
 };
 
-void CheckModelRules(Findings& findings) {
-  Reader reader(ModelPath());
-  if (!reader.Open()) {
-    return;  // the check of the files tells it
-  }
-  for (const Rule& rule : kRules) {
-    reader.ForEachRow(rule.sql, [&](const Statement& row) {
-      findings.push_back({"model", true, rule.text + row.Text(0), rule.cure});
-    });
-  }
-}
-
 std::string ValueOf(const Values& values, const std::string& key) {
   const auto found = values.find(key);
   return found == values.end() ? "" : found->second;
 }
 
 using Texts = std::set<std::string>;
+
+constexpr const char* kDomainsKey = "virtual_multiple_domain";
 
 Texts Elements(const std::string& joined) {
   Texts elements;
@@ -72,15 +64,15 @@ Texts Elements(const std::string& joined) {
 }
 
 std::string Listed(const Texts& texts) {
-  return texts.empty() ? "nothing" : FirstOf({texts.begin(), texts.end()});
+  return texts.empty() ? "nothing" : BASE::FirstOf({texts.begin(), texts.end()});
 }
 
 // What the mail services read of the domains, by key.
-std::map<std::string, Texts> WantedKeys(const Domains& domains) {
+std::map<std::string, Texts> WantedKeys(const std::vector<KnownDomain>& domains) {
   std::map<std::string, Texts> wanted;
-  for (const KnownDomain& domain : domains.all()) {
+  for (const KnownDomain& domain : domains) {
     const std::string idx = std::to_string(domain.idx);
-    wanted["virtual_multiple_domain"].insert(idx + "/" + domain.name);
+    wanted[kDomainsKey].insert(idx + "/" + domain.name);
     wanted["additional_domain-" + idx] = {domain.additional_names.begin(),
                                           domain.additional_names.end()};
     if (domain.is_primary) {
@@ -90,19 +82,39 @@ std::map<std::string, Texts> WantedKeys(const Domains& domains) {
   return wanted;
 }
 
-void CheckPublished(const Domains& domains, const Values& values, Findings& findings) {
+// Those of the published domains that have the index of one of these.
+Texts OfDomains(const std::vector<KnownDomain>& domains, const Texts& published) {
+  Texts own;
+  for (const KnownDomain& domain : domains) {
+    const std::string begin = std::to_string(domain.idx) + "/";
+    std::copy_if(published.begin(), published.end(), std::inserter(own, own.end()),
+                 [&begin](const std::string& text) { return text.rfind(begin, 0) == 0; });
+  }
+  return own;
+}
+
+void CheckPublished(const std::vector<KnownDomain>& domains, bool is_all, const Values& values,
+                    Findings& findings) {
   const auto tell = [&](const std::string& key, const std::string& has, const std::string& wanted) {
+    int domain = 0;
+    BASE::ConvertToInt(key.substr(key.rfind('-') + 1), domain);
     findings.push_back(
         {"published", true,
          "the mail services read " + has + " in " + key + ", and the model has " + wanted,
-         "mdomain publish"});
+         "mdomain publish", domain});
   };
   const std::map<std::string, Texts> wanted = WantedKeys(domains);
   for (const auto& [key, texts] : wanted) {
-    const Texts published = Elements(ValueOf(values, key));
+    Texts published = Elements(ValueOf(values, key));
+    if (!is_all && key == kDomainsKey) {
+      published = OfDomains(domains, published);
+    }
     if (published != texts) {
       tell(key, Listed(published), Listed(texts));
     }
+  }
+  if (!is_all) {
+    return;
   }
   for (const auto& [key, value] : values) {
     if (key.rfind("additional_domain-", 0) == 0 && wanted.count(key) == 0 && !value.empty()) {
@@ -123,10 +135,10 @@ long long SizeOf(const std::string& path) {
   return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
 }
 
-void CheckKeys(const Domains& domains, const Values& values, Findings& findings) {
-  for (const KnownDomain& domain : domains.all()) {
+void CheckKeys(const std::vector<KnownDomain>& domains, const Values& values, Findings& findings) {
+  for (const KnownDomain& domain : domains) {
     const std::string idx = std::to_string(domain.idx);
-    const std::string begin = MDOMAIN::PATHS::EtcDir() + "dkim.key/dkim.";
+    const std::string begin = PATHS::EtcDir() + "dkim.key/dkim.";
     for (const std::string& path : {begin + "private-" + idx, begin + "public-" + idx}) {
       const long long size = SizeOf(path);
       if (size == 0 || (size < 0 && ValueOf(values, "enable_dkim_sign-" + idx) == "yes")) {
@@ -134,7 +146,8 @@ void CheckKeys(const Domains& domains, const Values& values, Findings& findings)
                             path + (size == 0 ? " is empty" : " is missing") +
                                 ": a DKIM key of domain " + domain.Title(),
                             "put the key back from a backup or a folder kept-*, or have the mail "
-                            "server make a new pair"});
+                            "server make a new pair",
+                            domain.idx});
       }
     }
   }
@@ -169,18 +182,20 @@ Json::Value ParseList(const std::string& text) {
              : Json::Value(Json::arrayValue);
 }
 
-void CheckDisclaimers(const Domains& domains, const Values& values, Findings& findings) {
+void CheckDisclaimers(const std::vector<KnownDomain>& domains, const Values& values,
+                      Findings& findings) {
   std::map<std::string, Texts> ids;
-  for (const KnownDomain& domain : domains.all()) {
+  for (const KnownDomain& domain : domains) {
     const std::string idx = std::to_string(domain.idx);
     const Json::Value list = ParseList(ValueOf(values, "mimedefang_disclaimers-" + idx));
     CollectIds(list, ids);
-    if (!list.empty() && SizeOf(MDOMAIN::PATHS::DisclaimerDir() + "/domain-" + idx) < 0) {
+    if (!list.empty() && SizeOf(PATHS::DisclaimerDir() + "/domain-" + idx) < 0) {
       findings.push_back(
           {"disclaimer-list", true,
            "the texts of the disclaimers of domain " + domain.Title() + " are missing",
            "put disclaimer_content/domain-" + idx +
-               " back from a backup, or mdomain disclaimer set"});
+               " back from a backup, or mdomain disclaimer set",
+           domain.idx});
     }
   }
   Reader model(ModelPath());
@@ -193,8 +208,8 @@ void CheckDisclaimers(const Domains& domains, const Values& values, Findings& fi
     const Texts unknown = Unknown(model, all, ids[kind]);
     if (!unknown.empty()) {
       findings.push_back({"disclaimer-list", false,
-                          "rules of disclaimers name a " + kind +
-                              " that nobody has: " + FirstOf({unknown.begin(), unknown.end()}),
+                          "rules of disclaimers name a " + kind + " that nobody has: " +
+                              BASE::FirstOf({unknown.begin(), unknown.end()}),
                           "mdomain disclaimer set, without these rules"});
     }
   }
@@ -202,20 +217,27 @@ void CheckDisclaimers(const Domains& domains, const Values& values, Findings& fi
 
 }  // namespace
 
-void CheckRules(Findings& findings) {
-  const Domains domains;
-  if (domains.all().empty()) {
-    return;
+void CheckModelRules(Findings& findings) {
+  Reader reader(ModelPath());
+  if (!reader.Open()) {
+    return;  // the check of the files tells it
   }
-  CheckModelRules(findings);
+  for (const Rule& rule : kRules) {
+    reader.ForEachRow(rule.sql, [&](const Statement& row) {
+      findings.push_back({"model", true, rule.text + row.Text(0), rule.cure});
+    });
+  }
+}
+
+void CheckPublications(const std::vector<KnownDomain>& domains, bool is_all, Findings& findings) {
   Values values;
   if (mailConfList(values) < 0) {
     findings.push_back({"key-store", true, "the key store cannot be read", "look at its messages"});
     return;
   }
-  CheckPublished(domains, values, findings);
+  CheckPublished(domains, is_all, values, findings);
   CheckKeys(domains, values, findings);
   CheckDisclaimers(domains, values, findings);
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::INSIGHT::INTERNAL

@@ -1,13 +1,13 @@
-// What explain says of accounts: whether they still exist, and why one has no address.
-#ifndef TOOLS_MDOMAIN_EXPLAIN_ACCOUNT_H
-#define TOOLS_MDOMAIN_EXPLAIN_ACCOUNT_H
+// Whether accounts still exist, and why one has no address.
+#ifndef LIB_DOMAIN_INSIGHT_ACCOUNT_STATE_H
+#define LIB_DOMAIN_INSIGHT_ACCOUNT_STATE_H
 
 #include <string>
 #include <vector>
 
-#include "tools/mdomain/lookup.h"
+#include "lib-domain/insight/reading.h"
 
-namespace mdomain {
+namespace MDOMAIN::INSIGHT {
 
 // What keeps a mirrored account from getting mail: it is gone from the account system, or that
 // does not tell. Empty where it is there, and on a machine that pulls, which mirrors none.
@@ -17,9 +17,10 @@ std::string WhatBecameOf(const std::string& full_name);
 // it, taken out, in it under other aliases, not mirrored yet, or nobody. At least one.
 std::vector<std::string> WhyNobody(const KnownDomain& domain, const std::string& name);
 
-// "from group books", "from groups books, sales": the groups that give the user a role there.
-std::string RoleGivers(int domain_idx, unsigned int uid);
+// The aliases that the domain's pattern gives the account of this short name now, joined with ", ";
+// empty where that cannot be told.
+std::string AliasByPattern(int domain_idx, const std::string& short_name);
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::INSIGHT
 
-#endif  // TOOLS_MDOMAIN_EXPLAIN_ACCOUNT_H
+#endif  // LIB_DOMAIN_INSIGHT_ACCOUNT_STATE_H

@@ -1,4 +1,4 @@
-#include "tools/mdomain/alias_owner.h"
+#include "lib-domain/insight/alias_owner.h"
 
 #include <algorithm>
 
@@ -6,20 +6,19 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/look_up.h"
-#include "tools/mdomain/status.h"
 
-namespace mdomain {
+namespace MDOMAIN::INSIGHT {
+
 namespace {
 
-using MDOMAIN::BASE::ToLowerAscii;
-using MDOMAIN::RECORD::DomainUser;
+using BASE::ToLowerAscii;
+using RECORD::DomainUser;
 
 bool IsEntry(int domain_idx, const std::string& alias) {
   bool found = false;
   ::Alias::Entry entry;
-  if (!MDOMAIN::API::AliasEntry().Find(domain_idx, alias, found, entry)) {
-    throw Failure(kFailed, "the addresses with several members could not be read");
-  }
+  RequireRead(API::AliasEntry().Find(domain_idx, alias, found, entry),
+              "the addresses with several members");
   return found;
 }
 
@@ -37,9 +36,7 @@ void AliasOwners::Read(int domain_idx, const std::vector<std::string>& aliases) 
     return;
   }
   std::vector<DomainUser> users;
-  if (!MDOMAIN::DB::INTERNAL::ListHoldersOf(domain_idx, aliases, users)) {
-    throw Failure(kFailed, "the aliases of the domain could not be read");
-  }
+  RequireRead(DB::INTERNAL::ListHoldersOf(domain_idx, aliases, users), "the aliases of the domain");
   for (const std::string& alias : aliases) {
     owners_[{domain_idx, ToLowerAscii(alias)}];
   }
@@ -53,6 +50,7 @@ void AliasOwners::Read(int domain_idx, const std::vector<std::string>& aliases) 
         owner->second.holders.push_back(user.GetUserName());
       } else {
         owner->second.name = user.GetUserName();
+        owner->second.uid = user.GetUID();
       }
     }
   }
@@ -64,9 +62,7 @@ void AliasOwners::Read(int domain_idx, const std::vector<std::string>& aliases) 
 
 void AliasOwners::ReadFlagged(int domain_idx) {
   std::vector<std::string> aliases;
-  if (!MDOMAIN::API::DomainUser().ListDuplicatedEmail(domain_idx, aliases)) {
-    throw Failure(kFailed, "the colliding aliases could not be read");
-  }
+  RequireRead(API::DomainUser().ListDuplicatedEmail(domain_idx, aliases), "the colliding aliases");
   Read(domain_idx, aliases);
 }
 
@@ -75,8 +71,9 @@ const AliasOwner* AliasOwners::Find(int domain_idx, const std::string& alias) co
   return owner == owners_.end() ? nullptr : &owner->second;
 }
 
-AddressOwners::AddressOwners(const Domains& domains, std::optional<unsigned int> uid) {
-  for (const KnownDomain& domain : domains.all()) {
+AddressOwners::AddressOwners(const std::vector<KnownDomain>& domains,
+                             std::optional<unsigned int> uid) {
+  for (const KnownDomain& domain : domains) {
     primary_idx_ = domain.is_primary ? domain.idx : primary_idx_;
     idx_by_name_[domain.name] = domain.idx;
     for (const std::string& name : domain.additional_names) {
@@ -91,6 +88,10 @@ AddressOwners::AddressOwners(const Domains& domains, std::optional<unsigned int>
       owners_.Read(user.GetDomainIdx(), FlaggedAliases(user));
     }
   }
+}
+
+bool AddressOwners::HasDomainOf(const std::string& address) const {
+  return idx_by_name_.count(address.substr(address.rfind('@') + 1)) != 0;
 }
 
 const AliasOwner* AddressOwners::FindOther(const std::string& user_name,
@@ -111,9 +112,7 @@ void AddressOwners::PutPrimaryFirst(std::vector<std::string>& addresses) const {
 
 std::vector<DomainUser> DomainsOfUser(unsigned int uid) {
   std::vector<DomainUser> users;
-  if (!MDOMAIN::DB::DomainUser().ListDomainsOfUsers({uid}, users)) {
-    throw Failure(kFailed, "the aliases of the user could not be read");
-  }
+  RequireRead(DB::DomainUser().ListDomainsOfUsers({uid}, users), "the aliases of the user");
   return users;
 }
 
@@ -127,4 +126,4 @@ std::vector<std::string> FlaggedAliases(const DomainUser& user) {
   return aliases;
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::INSIGHT

@@ -1,19 +1,20 @@
-#include "tools/mdomain/bcc_rule_name.h"
+#include "lib-domain/insight/rule_name.h"
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/api/bcc.h"
+#include "lib-domain/base/domain_name.h"
 #include "lib-domain/base/text.h"
 #include "platform/include/account.h"
-#include "tools/mdomain/domain_name.h"
 
-namespace mdomain {
+namespace MDOMAIN::INSIGHT {
+
 namespace {
 
 // The name under which the account system has an account; empty when it has none or cannot tell.
 std::string AccountName(const std::string& name) {
   std::string full_name;
   PKORVUser user = nullptr;
-  if (!MDOMAIN::UTILS::ShortName2RealName(true, name, full_name) ||
+  if (!UTILS::ShortName2RealName(true, name, full_name) ||
       KORVUserGet(full_name.c_str(), &user) < 0) {
     return "";
   }
@@ -44,7 +45,7 @@ std::string DomainPart(const std::string& name) {
 
 bool SameRuleName(int type, const std::string& a, const std::string& b) {
   if (type == BCC_DOMAIN) {
-    return SameDomainName(a, b);
+    return BASE::SameDomainName(a, b);
   }
   const size_t at_a = a.rfind('@');
   const size_t at_b = b.rfind('@');
@@ -52,8 +53,8 @@ bool SameRuleName(int type, const std::string& a, const std::string& b) {
     return SameAccount(a, b);
   }
   return at_a != std::string::npos && at_b != std::string::npos &&
-         MDOMAIN::BASE::EqualsIgnoreCase(a.substr(0, at_a), b.substr(0, at_b)) &&
-         SameDomainName(DomainPart(a), DomainPart(b));
+         BASE::EqualsIgnoreCase(a.substr(0, at_a), b.substr(0, at_b)) &&
+         BASE::SameDomainName(DomainPart(a), DomainPart(b));
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::INSIGHT

@@ -1,6 +1,6 @@
-// Who gets the mail for aliases that are flagged, because several want them.
-#ifndef TOOLS_MDOMAIN_ALIAS_OWNER_H
-#define TOOLS_MDOMAIN_ALIAS_OWNER_H
+// Who gets the mail for aliases, also of those that are flagged because several want them.
+#ifndef LIB_DOMAIN_INSIGHT_ALIAS_OWNER_H
+#define LIB_DOMAIN_INSIGHT_ALIAS_OWNER_H
 
 #include <map>
 #include <optional>
@@ -8,13 +8,15 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/insight/reading.h"
 #include "lib-domain/record/domain_user.h"
-#include "tools/mdomain/lookup.h"
+#include "platform/include/export.h"
 
-namespace mdomain {
+namespace MDOMAIN::INSIGHT {
 
-struct AliasOwner {
+struct MDOMAIN_EXPORT AliasOwner {
   std::string name;                  // account; empty where no account owns it
+  unsigned int uid = 0;              // of it
   bool is_entry = false;             // an address with several members has it
   std::vector<std::string> holders;  // accounts whose flagged alias it is
 
@@ -22,13 +24,13 @@ struct AliasOwner {
   std::string Text() const;
 };
 
-class AliasOwners {
+class MDOMAIN_EXPORT AliasOwners {
  public:
-  // Of these aliases of a domain.
+  // Of these aliases of a domain. One statement, and one for each that no account owns.
   void Read(int domain_idx, const std::vector<std::string>& aliases);
   // Of all flagged aliases of a domain.
   void ReadFlagged(int domain_idx);
-  // Null for an alias that is flagged for nobody, as far as it was read.
+  // Null for an alias that was not read.
   const AliasOwner* Find(int domain_idx, const std::string& alias) const;
 
  private:
@@ -36,10 +38,12 @@ class AliasOwners {
 };
 
 // Addresses with whose they are, for one user or for all.
-class AddressOwners {
+class MDOMAIN_EXPORT AddressOwners {
  public:
   // Reads whose the user's flagged aliases are, without a uid everybody's.
-  AddressOwners(const Domains& domains, std::optional<unsigned int> uid);
+  AddressOwners(const std::vector<KnownDomain>& domains, std::optional<unsigned int> uid);
+  // Whether the address is one of these domains.
+  bool HasDomainOf(const std::string& address) const;
   // Null where the address is the user's own.
   const AliasOwner* FindOther(const std::string& user_name, const std::string& address) const;
   // Those of the primary domain first, the others in the order given.
@@ -52,10 +56,10 @@ class AddressOwners {
 };
 
 // What the user has in each domain, also where without a role.
-std::vector<MDOMAIN::RECORD::DomainUser> DomainsOfUser(unsigned int uid);
+MDOMAIN_EXPORT std::vector<RECORD::DomainUser> DomainsOfUser(unsigned int uid);
 
-std::vector<std::string> FlaggedAliases(const MDOMAIN::RECORD::DomainUser& user);
+std::vector<std::string> FlaggedAliases(const RECORD::DomainUser& user);
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::INSIGHT
 
-#endif  // TOOLS_MDOMAIN_ALIAS_OWNER_H
+#endif  // LIB_DOMAIN_INSIGHT_ALIAS_OWNER_H

@@ -1,3 +1,6 @@
+// The programs, the timer and the part of this host; an undo that has not ended.
+#include "lib-domain/insight/doctor.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,11 +14,9 @@
 #include "platform/include/mail_conf.h"
 #include "platform/include/nodes.h"
 #include "platform/include/root_path.h"
-#include "tools/mdomain/doctor.h"
-#include "tools/mdomain/dry_run.h"
-#include "tools/mdomain/postfix.h"
 
-namespace mdomain {
+namespace MDOMAIN::INSIGHT::INTERNAL {
+
 namespace {
 
 void RequireProgram(const std::string& path, const std::string& for_what, Findings& findings) {
@@ -35,23 +36,23 @@ void CheckPrograms(Findings& findings) {
   if (enabled == "yes") {
     RequireProgram("/usr/bin/perl", "disclaimers cannot be explained", findings);
   }
-  if (postara::sdk::Exist(MDOMAIN::PATHS::TargetEtcDir() + "bcc_maps.json")) {
+  if (postara::sdk::Exist(PATHS::TargetEtcDir() + "bcc_maps.json")) {
     RequireProgram("/usr/sbin/postmap", "maps of blind copies cannot be compiled", findings);
   }
-  if (!MDOMAIN::UTILS::CompiledMapType().empty()) {
+  if (!UTILS::CompiledMapType().empty()) {
     RequireProgram("/usr/sbin/postmap", "maps of addresses cannot be compiled", findings);
   }
 }
 
 void CheckCompiledMaps(Findings& findings) {
-  const std::string type = MDOMAIN::UTILS::CompiledMapType();
+  const std::string type = UTILS::CompiledMapType();
   korvmailserver::MapEntries addresses;
   std::string error;
-  const korvmailserver::PostfixMap map(MDOMAIN::PATHS::PostfixAddresses());
+  const korvmailserver::PostfixMap map(PATHS::PostfixAddresses());
   if (!type.empty() && map.GetAll(addresses, error)) {
-    const std::string text = TellUncompiled(type, addresses);
+    const std::string text = UTILS::TellUncompilable(type, addresses);
     if (!text.empty()) {
-      findings.push_back({"uncompiled", false, text, kUncompiledCure});
+      findings.push_back({"uncompiled", false, text, UTILS::kUncompilableCure});
     }
   }
 }
@@ -59,7 +60,7 @@ void CheckCompiledMaps(Findings& findings) {
 // When mdomain refresh last ended well; 0: never since the host was started.
 time_t LastRefresh() {
   struct stat info {};
-  return stat(MDOMAIN::PATHS::LastRefresh().c_str(), &info) == 0 ? info.st_mtime : 0;
+  return stat(PATHS::LastRefresh().c_str(), &info) == 0 ? info.st_mtime : 0;
 }
 
 void CheckTimer(Findings& findings) {
@@ -86,24 +87,11 @@ void CheckNode(const korvmailserver::NodeStanding& standing, Findings& findings)
   }
 }
 
-// A machine that pulls mirrors no accounts. Read once: with a shared store it asks a server.
-bool ReadStanding(korvmailserver::NodeStanding& standing) {
-  static korvmailserver::NodeStanding known;
-  static const bool is_read = korvmailserver::ReadNodeStanding(known);
-  standing = known;
-  return is_read;
-}
-
-bool IsMember(const korvmailserver::NodeStanding& standing) {
-  return standing.role == korvmailserver::NodeRole::kMember ||
-         standing.role == korvmailserver::NodeRole::kReplaced;
-}
-
 void CheckHistory(Findings& findings) {
-  MDOMAIN::HISTORY::Entry last;
-  if (!MDOMAIN::HISTORY::FindLast(last)) {
+  HISTORY::Entry last;
+  if (!HISTORY::FindLast(last)) {
     findings.push_back({"history", false, "the history of changes cannot be read",
-                        "remove " + MDOMAIN::PATHS::HistoryDb() + ": nothing depends on it"});
+                        "remove " + PATHS::HistoryDb() + ": nothing depends on it"});
   } else if (last.id != 0 && last.state != "done") {
     findings.push_back(
         {"undo", true, "an undo of this was interrupted: mdomain " + last.command, "mdomain undo"});
@@ -112,38 +100,21 @@ void CheckHistory(Findings& findings) {
 
 }  // namespace
 
-void CheckAccounts(Findings& findings) {
-  korvmailserver::NodeStanding standing;
-  if (ReadStanding(standing) && IsMember(standing)) {
-    return;
-  }
-  const AccountsForecast accounts = ForecastRefresh();
-  if (!accounts.is_told) {
-    findings.push_back({"accounts", true,
-                        "what a refresh would bring cannot be told: " + accounts.text,
-                        "mdomain account check and mdomain refresh --dry-run say more"});
-  } else if (!accounts.text.empty()) {
-    findings.push_back({"accounts", false,
-                        "the accounts are not as the last refresh found them: " + accounts.text,
-                        "mdomain refresh"});
-  }
-}
-
-void CheckHost(Findings& findings) {
-  korvmailserver::NodeStanding standing;
+void CheckHost(const korvmailserver::NodeStanding* standing, Findings& findings) {
   CheckPrograms(findings);
   CheckCompiledMaps(findings);
   CheckHistory(findings);
-  if (!ReadStanding(standing)) {
+  if (standing == nullptr) {
     findings.push_back({"node", true,
                         "what this machine is among those that share a key store cannot be told",
                         "mdomain node status"});
     return;
   }
-  if (!IsMember(standing)) {
+  if (standing->role != korvmailserver::NodeRole::kMember &&
+      standing->role != korvmailserver::NodeRole::kReplaced) {
     CheckTimer(findings);
   }
-  CheckNode(standing, findings);
+  CheckNode(*standing, findings);
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::INSIGHT::INTERNAL
