@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "lib-domain/sync/compiled_maps.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/text.h"
