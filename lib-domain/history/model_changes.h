@@ -45,9 +45,8 @@ constexpr size_t kEveryRow = 20000000;
 // Keys that a publication writes from the model say nothing new, but where publishing is all.
 enum class Watch { kStored, kPublishedToo };
 
-// Begin before any database is opened, in the root that is in force then. What the program keeps
-// for itself (logs of changes, notices, marks of unfinished work) and what others write is no
-// change.
+// Of the root that is in force when it begins. What the program keeps for itself (logs of changes,
+// notices, marks of unfinished work) and what others write is no change.
 class MDOMAIN_EXPORT ModelChanges {
  public:
   // Keeps at most so many rows.

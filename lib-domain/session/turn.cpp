@@ -287,9 +287,7 @@ std::string ChangingTurn::Finish() {
 Session::Session() : Session(Options()) {}
 
 Session::Session(const Options& options)
-    : state_(std::make_shared<const SessionState>(SessionState{options, std::nullopt})) {
-  korvmailserver::ChangeRecord::WatchFromNowOn();
-}
+    : state_(std::make_shared<const SessionState>(SessionState{options, std::nullopt})) {}
 
 Session Session::As(std::uint32_t uid) const {
   SessionState state = *state_;

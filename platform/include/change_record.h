@@ -49,7 +49,7 @@ struct TableChange {
   std::vector<RowChange> rows;  // ascending by rowid; both sides differ
 };
 
-// Watches every connection that this process opens from now on, whichever code opens it, and keeps
+// Watches every connection of this project's libraries and tools, whenever it was opened, and keeps
 // each row as it was before its first change. What is rolled back, or changed and changed back, is
 // no change. One lives at a time in a thread, and it sees the changes of that thread.
 class MDOMAIN_EXPORT ChangeRecord {
@@ -62,9 +62,6 @@ class MDOMAIN_EXPORT ChangeRecord {
   ~ChangeRecord();
   ChangeRecord(const ChangeRecord&) = delete;
   ChangeRecord& operator=(const ChangeRecord&) = delete;
-
-  // Connections opened from now on can be watched by every later record, in any thread.
-  static void WatchFromNowOn();
 
   // Whether everything was kept.
   bool IsWhole() const { return is_whole_; }

@@ -1,9 +1,8 @@
-// SQLite calls a hook before it changes a row, on connections that have one; the hook gets onto
-// each of them because SQLite calls back for every connection that it opens.
+// SQLite calls a hook before it changes a row, on connections that have one. Ours have it from
+// their opening on, watched or not: a statement that was compiled without one may pass it over.
 #define SQLITE_ENABLE_PREUPDATE_HOOK 1
 #include "platform/include/change_record.h"
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,12 +19,6 @@ constexpr int kBusyMilliseconds = 10000;
 ChangeRecord*& Current() {
   thread_local ChangeRecord* current = nullptr;
   return current;
-}
-
-// Never goes back to false.
-std::atomic<bool>& WatchesAlways() {
-  static std::atomic<bool> always(false);
-  return always;
 }
 
 SqlValue Value(sqlite3_value* from) {
@@ -296,11 +289,6 @@ class RowWriter {
 }  // namespace
 
 struct ChangeRecordHook {
-  static int OnOpening(sqlite3* db, char** /*error*/, const void* /*api*/) {
-    sqlite3_preupdate_hook(db, OnChange, nullptr);
-    return SQLITE_OK;
-  }
-
   // SQLite hands over the hook's own state, which is none: a connection may outlive the record.
   static void OnChange(void* /*none*/, sqlite3* db, int operation, const char* schema,
                        const char* table, sqlite3_int64 old_rowid, sqlite3_int64 new_rowid) {
@@ -332,28 +320,19 @@ struct ChangeRecordHook {
     }
     return row;
   }
-
-  using Entry = void (*)();
-  // The type that SQLite documents for such a function.
-  static Entry OpeningEntry() { return reinterpret_cast<Entry>(OnOpening); }
 };
+
+void MakeWatchable(sqlite3* db) {
+  sqlite3_preupdate_hook(db, ChangeRecordHook::OnChange, nullptr);
+}
 
 ChangeRecord::ChangeRecord(Watches watches, size_t most)
     : watches_(std::move(watches)), room_(most) {
   Current() = this;
-  sqlite3_auto_extension(ChangeRecordHook::OpeningEntry());
 }
 
 ChangeRecord::~ChangeRecord() {
-  if (!WatchesAlways()) {
-    sqlite3_cancel_auto_extension(ChangeRecordHook::OpeningEntry());
-  }
   Current() = nullptr;
-}
-
-void ChangeRecord::WatchFromNowOn() {
-  WatchesAlways() = true;
-  sqlite3_auto_extension(ChangeRecordHook::OpeningEntry());
 }
 
 ChangeRecord::Rows* ChangeRecord::_Watched(const char* path, const char* table) {

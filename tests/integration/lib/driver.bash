@@ -9,6 +9,14 @@ source_dir=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../../..")
 PATH=$build/bin:$PATH
 export ASAN_OPTIONS=${ASAN_OPTIONS:-}:exitcode=99 UBSAN_OPTIONS=print_stacktrace=1
 
+# sanitizer_options LIBRARY : the options with which a program that uses it is built
+sanitizer_options() {
+  local symbols
+  symbols=$(nm -D "$1")
+  ! grep -q __asan_init <<<"$symbols" || echo "-fsanitize=address -fsanitize=undefined"
+  ! grep -q __tsan_init <<<"$symbols" || echo "-fsanitize=thread"
+}
+
 fail() { echo "FAILED: $*" | tee -a "$scratch/failures"; }
 finish() {
   local ended=$?
