@@ -53,27 +53,43 @@ def _library():
 _LIBRARY = _library()
 
 
+class _Handle:
+    """A session of the library, closed when nobody uses it any more: calls under way keep it."""
+
+    def __init__(self, pointer):
+        if not pointer:
+            raise ValueError("no such options of a session")
+        self.pointer = pointer
+
+    def __del__(self, close=_LIBRARY.mdomain_close):
+        if getattr(self, "pointer", None):
+            close(self.pointer)
+
+
 class Session:
     """Options: lock_timeout (seconds), person (whom the history names)."""
 
     def __init__(self, **options):
-        self._session = self._take(_LIBRARY.mdomain_open(json.dumps(options).encode()))
+        self._handle = _Handle(_LIBRARY.mdomain_open(json.dumps(options).encode()))
 
-    @staticmethod
-    def _take(session):
-        if not session:
-            raise ValueError("no such options of a session")
-        return session
+    def _open_handle(self):
+        handle = self._handle
+        if handle is None:
+            raise ValueError("the session is closed")
+        return handle
 
     def acting_as(self, uid):
         """The same with the rights of a domain administrator."""
+        if not isinstance(uid, int) or not 0 <= uid < 2**32:
+            raise ValueError(f"{uid!r} is no uid")
+        handle = self._open_handle()
         other = Session.__new__(Session)
-        other._session = self._take(_LIBRARY.mdomain_as(self._session, uid))
+        other._handle = _Handle(_LIBRARY.mdomain_as(handle.pointer, uid))
         return other
 
     def close(self):
-        session, self._session = getattr(self, "_session", None), None
-        _LIBRARY.mdomain_close(session)
+        """Calls of other threads that are under way still end."""
+        self._handle = None
 
     def __enter__(self):
         return self
@@ -81,13 +97,10 @@ class Session:
     def __exit__(self, *_):
         self.close()
 
-    __del__ = close
-
     def call(self, name, /, **arguments):
         """One call by its name."""
-        if not self._session:
-            raise ValueError("the session is closed")
-        text = _LIBRARY.mdomain_call(self._session, name.encode(), json.dumps(arguments).encode())
+        handle = self._open_handle()
+        text = _LIBRARY.mdomain_call(handle.pointer, name.encode(), json.dumps(arguments).encode())
         if not text:
             raise MemoryError
         try:

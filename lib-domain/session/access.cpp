@@ -66,6 +66,10 @@ void RequireHost(const Session& session, const std::string& what) {
   }
 }
 
+bool IsAnyDomainOf(unsigned int uid) {
+  return !Delegated(uid).empty();
+}
+
 std::vector<Known> KnownDomains(const Session& session) {
   std::vector<MDOMAIN::RECORD::Domain> records;
   std::map<int, std::vector<std::string>> names;
@@ -86,14 +90,17 @@ std::vector<Known> KnownDomains(const Session& session) {
   return domains;
 }
 
-Known KnownDomain(const Session& session, int domain) {
-  const std::vector<Known> domains = KnownDomains(session);
+const Known& DomainOf(const std::vector<Known>& domains, int domain) {
   const auto found = std::find_if(domains.begin(), domains.end(),
                                   [domain](const Known& known) { return known.idx == domain; });
   if (found == domains.end()) {
     Refuse(Reason::kNotFound, "there is no domain " + std::to_string(domain));
   }
   return *found;
+}
+
+Known KnownDomain(const Session& session, int domain) {
+  return DomainOf(KnownDomains(session), domain);
 }
 
 std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids) {

@@ -24,13 +24,14 @@ struct Known {
   bool HasName(const std::string& name) const;  // in either spelling
 };
 
-// Ends the call for a domain administrator; `what` says what is not his to do.
-void RequireHost(const Session& session, const std::string& what);
+// Of a domain administrator: whether there is any domain that is his.
+bool IsAnyDomainOf(unsigned int uid);
 
 // The domains that the caller may see, the primary one first.
 std::vector<Known> KnownDomains(const Session& session);
 // Ends the call where there is none, or it is not the caller's.
 Known KnownDomain(const Session& session, int domain);
+const Known& DomainOf(const std::vector<Known>& domains, int domain);
 
 // Mirrored accounts, in the order given; ends the call where one is not mirrored.
 std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids);

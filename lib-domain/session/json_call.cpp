@@ -356,6 +356,9 @@ Json::Value Together(Session& session, Arguments& with) {
   if (result) {
     answer["value"] = values;
   } else if (!error.isNull()) {
+    if (answer["error"]["text"].asString().find(kNotTakenBack) != std::string::npos) {
+      error["text"] = error["text"].asString() + kNotTakenBack;
+    }
     answer["error"] = error;
   }
   return answer;

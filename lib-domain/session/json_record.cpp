@@ -1,6 +1,7 @@
 #include "lib-domain/session/json_record.h"
 
 #include "lib-domain/session/access.h"
+#include "platform/include/text.h"
 
 namespace mdomain::session {
 
@@ -29,6 +30,12 @@ const char* WordOf(Reason reason) {
     default:
       return "failed";
   }
+}
+
+// Escapes of JSON make texts that no name may be, and that end early for others.
+bool IsText(const Json::Value& value) {
+  return value.isString() && korvmailserver::IsValidUtf8(value.asString()) &&
+         value.asString().find('\0') == std::string::npos;
 }
 
 const std::pair<const char*, Copy::Of> kCopyWords[] = {{"recipient", Copy::Of::kMailTo},
@@ -222,7 +229,7 @@ bool Arguments::Bool(const char* name, bool otherwise) {
 
 std::string Arguments::Text(const char* name) {
   const Json::Value* value = _Find(name);
-  if (value == nullptr || !value->isString()) {
+  if (value == nullptr || !IsText(*value)) {
     _Refuse(name, "is no text");
   }
   return value->asString();
@@ -241,7 +248,7 @@ std::uint32_t Arguments::Id(const char* name) {
 }
 
 template <typename T>
-std::vector<T> Arguments::_List(const char* name, bool (Json::Value::*is)() const,
+std::vector<T> Arguments::_List(const char* name, bool (*is)(const Json::Value&),
                                 const std::function<T(const Json::Value&)>& as, const char* why) {
   std::vector<T> list;
   const Json::Value& values = Any(name);
@@ -249,7 +256,7 @@ std::vector<T> Arguments::_List(const char* name, bool (Json::Value::*is)() cons
     _Refuse(name, why);
   }
   for (const Json::Value& value : values) {
-    if (!(value.*is)()) {
+    if (!is(value)) {
       _Refuse(name, why);
     }
     list.push_back(as(value));
@@ -259,14 +266,14 @@ std::vector<T> Arguments::_List(const char* name, bool (Json::Value::*is)() cons
 
 std::vector<std::string> Arguments::Texts(const char* name) {
   return _List<std::string>(
-      name, &Json::Value::isString, [](const Json::Value& text) { return text.asString(); },
+      name, IsText, [](const Json::Value& text) { return text.asString(); },
       "is no array of texts");
 }
 
 std::vector<std::uint32_t> Arguments::Ids(const char* name) {
   return _List<std::uint32_t>(
-      name, &Json::Value::isUInt, [](const Json::Value& id) { return id.asUInt(); },
-      "is no array of uids or gids");
+      name, [](const Json::Value& id) { return id.isUInt(); },
+      [](const Json::Value& id) { return id.asUInt(); }, "is no array of uids or gids");
 }
 
 std::optional<std::string> Arguments::OptionalText(const char* name) {

@@ -90,7 +90,7 @@ class Arguments {
 
  private:
   template <typename T>
-  std::vector<T> _List(const char* name, bool (Json::Value::*is)() const,
+  std::vector<T> _List(const char* name, bool (*is)(const Json::Value&),
                        const std::function<T(const Json::Value&)>& as, const char* why);
   const Json::Value* _Find(const char* name);
   [[noreturn]] void _Refuse(const std::string& name, const std::string& why) const;

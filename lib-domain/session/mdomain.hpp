@@ -7,12 +7,13 @@
 // Before each call a session looks whether the databases were replaced or the account source was
 // changed meanwhile, and works with what is there now.
 //
-// Make the first session before the described classes are used: what connections of before change
-// can neither be taken back nor put into the history.
+// A call that waits for another program lets other threads read meanwhile. A program that also uses
+// the described classes keeps them out of the time of every call, as of each other's.
 //
 // A change is stored as a whole, then published, then put into the history; one that fails is taken
 // back. What could be stored and not published is done all the same: the result has its value, and
-// IsPublished is false. No exception leaves a call, that of std::bad_alloc aside.
+// IsPublished is false. No exception leaves a call, that of std::bad_alloc and the cancellation of
+// a thread aside.
 //
 // fork() waits for the calls of other threads; parent and child may go on using their sessions, but
 // not within Session::Together. Sessions may be used until the program's end, destructors of static
@@ -340,9 +341,11 @@ class MDOMAIN_EXPORT Session {
   // the domains in which his role is domain_admin at the moment of each call, and no other one,
   // whatever is given. An account without any sees none. He neither creates, renames nor deletes
   // domains, gives them names, makes one primary, adds groups whose role is domain_admin,
-  // refreshes, publishes nor takes back what others changed; his copies and disclaimers are about
-  // his domains. Calls that are not his are Reason::kRefused, domains that are not his
-  // Reason::kNotFound.
+  // refreshes, publishes nor takes back what others changed; his copies are of mail to and from his
+  // domains. So are his disclaimers: each needs an address pattern of the domain, with "or" nothing
+  // but such ones, and none is about a group. To add somebody he may look any account and group of
+  // the host up. Calls that are not his are Reason::kRefused, domains that are not his
+  // Reason::kNotFound. His errors have no log lines, which name what is others'.
   Session As(std::uint32_t uid) const;
   Session WithPerson(const std::string& person) const;
 
@@ -398,7 +401,7 @@ class MDOMAIN_EXPORT Session {
   Result<Nothing> SetGroupRole(int domain, const std::vector<std::uint32_t>& gids, Role role);
   // Members who are in no other group of the domain leave it, too.
   Result<Nothing> RemoveGroups(int domain, const std::vector<std::uint32_t>& gids);
-  // Takes removed members in again; without `uids` all of the group.
+  // Takes removed members in again; without `uids` all of the group. kNotFound for somebody else.
   Result<Nothing> RestoreMembers(int domain, std::uint32_t gid,
                                  const std::vector<std::uint32_t>& uids = {});
 
@@ -411,7 +414,9 @@ class MDOMAIN_EXPORT Session {
 
   // Blind copies.
   Result<std::vector<Copy>> Copies(int domain) const;
+  // One of the same kind and name is replaced. All or none.
   Result<Nothing> AddCopies(int domain, const std::vector<Copy>& copies);
+  // By kind and name, whatever their destination. All or none; kNotFound.
   Result<Nothing> RemoveCopies(int domain, const std::vector<Copy>& copies);
 
   Result<Disclaimers> GetDisclaimers(int domain) const;
@@ -419,8 +424,9 @@ class MDOMAIN_EXPORT Session {
   Result<Disclaimers> SetDisclaimers(int domain, const std::string& json,
                                      const Version& version = "");
 
-  // Brings the accounts of the host into the model; what a failing one has brought stays. At most so many of the accounts and groups that
-  // are gone are deleted, else none (`spared_users`).
+  // Brings the accounts of the host into the model; what a failing one has brought stays. At most
+  // so many of the accounts and groups that are gone are deleted, else none (`spared_users`); 0
+  // stands for any number, or any share.
   Result<RefreshReport> Refresh(std::size_t deletion_limit = 500, std::size_t percent = 10);
   // What is published once more, as a whole.
   Result<Nothing> Publish();

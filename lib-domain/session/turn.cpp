@@ -4,13 +4,18 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <array>
 #include <ctime>
+#include <thread>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/plan.h"
+#include "lib-domain/session/access.h"
 #include "lib-domain/sync/change_lock.h"
 #include "lib-domain/sync/model_in_force.h"
 #include "platform/include/maillog.h"
@@ -89,7 +94,11 @@ Turn::Turn(const Session& session)
     : state_(SessionAccess::StateOf(session)),
       lock_(Mutex()),
       log_(std::make_shared<GatheredLog>()) {
-  // The sink outlives the turn where another thread is logging through it.
+  _Gather();
+}
+
+// The sink outlives the turn where another thread is logging through it.
+void Turn::_Gather() {
   log_->before = korvmailserver::SetMailLogSink(
       [log = log_, thread = pthread_self()](int level, const std::string& line) {
         if (level != korvmailserver::kLogNotice && pthread_equal(thread, pthread_self()) != 0) {
@@ -104,8 +113,23 @@ Turn::~Turn() {
 }
 
 std::vector<std::string> Turn::TakeLog() {
-  return std::exchange(log_->lines, {});
+  std::vector<std::string> lines = std::exchange(log_->lines, {});
+  return state_.administrator ? std::vector<std::string>() : lines;
 }
+
+void Turn::_LetOthers(std::chrono::milliseconds moment) {
+  korvmailserver::SetMailLogSink(log_->before);
+  lock_.unlock();
+  std::this_thread::sleep_for(moment);
+  lock_.lock();
+  _Gather();
+}
+
+OneMoment::OneMoment()
+    : scope_(std::make_unique<MDOMAIN::DB::ReadScope>(
+          MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler())) {}
+
+OneMoment::~OneMoment() = default;
 
 namespace {
 
@@ -121,24 +145,11 @@ std::string PersonOf(const SessionState& state) {
     return is_read && !users.empty() ? users.front().GetUserName()
                                      : std::to_string(*state.administrator);
   }
-  const struct passwd* account = getpwuid(getuid());
-  return account == nullptr ? std::to_string(getuid()) : account->pw_name;
-}
-
-void Take(MDOMAIN::UTILS::ChangeLock& lock, int timeout) {
-  using Result = MDOMAIN::UTILS::ChangeLock::Result;
-  std::string error;
-  const Result result = lock.Take(
-      timeout, [](const std::string&) {}, error);
-  if (result == Result::kBusy) {
-    Refuse(Reason::kBusy,
-           "another program" + error + " is still changing the domains after " +
-               std::to_string(timeout) + " seconds",
-           "try again");
-  }
-  if (result != Result::kHeld) {
-    Fail(error);
-  }
+  struct passwd account {};
+  struct passwd* found = nullptr;
+  std::array<char, 16384> texts{};
+  getpwuid_r(getuid(), &account, texts.data(), texts.size(), &found);
+  return found == nullptr ? std::to_string(getuid()) : account.pw_name;
 }
 
 void RequireManager() {
@@ -201,16 +212,62 @@ struct ChangingTurn::Work {
     publication.reset();
     return korvmailserver::WhyUnpublished();
   }
+  void Record();
 };
 
-ChangingTurn::ChangingTurn(const Session& session, const std::string& command, ChangeKind kind)
-    : Turn(session) {
+void ChangingTurn::Work::Record() {
+  Changes seen;
+  MDOMAIN::HISTORY::Plan plan;
+  entry.time = time(nullptr);
+  if (!changes->List(seen) || !MDOMAIN::HISTORY::MakePlan(seen, plan)) {
+    entry.why_kept = "what it changed could not be read whole";
+  }
+  entry.summary = plan.summary;
+  if (!seen.IsEmpty() && !MDOMAIN::HISTORY::AddEntry(entry, seen, plan)) {
+    maillog(korvmailserver::kLogWarning, "The history does not have this change: %s",
+            entry.command.c_str());
+  }
+}
+
+ChangingTurn::ChangingTurn(const Session& session) : Turn(session) {}
+
+// Nothing is held while others are waited for: readers have their turns, and a child that another
+// thread forks has no part in the lock.
+void ChangingTurn::_TakeLock(MDOMAIN::UTILS::ChangeLock& lock) {
+  using Result = MDOMAIN::UTILS::ChangeLock::Result;
+  using Clock = std::chrono::steady_clock;
+  const int timeout = state_.options.lock_timeout;
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout);
+  std::string error;
+  Result result = lock.Take(
+      0, [](const std::string&) {}, error);
+  while (result == Result::kBusy && Clock::now() < deadline) {
+    _LetOthers(std::chrono::milliseconds(50));
+    result = lock.Take(
+        0, [](const std::string&) {}, error);
+  }
+  if (result == Result::kBusy) {
+    Refuse(Reason::kBusy,
+           "another program" + error + " is still changing the domains after " +
+               std::to_string(timeout) + " seconds",
+           "try again");
+  }
+  if (result != Result::kHeld) {
+    Fail(error);
+  }
+}
+
+void ChangingTurn::Begin(const std::string& command, ChangeKind kind) {
   if (kind == ChangeKind::kUndo && Depth() > 0) {
     Refuse(Reason::kRefused, "a change is taken back by a call of its own");
   }
   if (Depth() == 0) {
+    if (state_.administrator && !IsAnyDomainOf(*state_.administrator)) {
+      Refuse(Reason::kNotFound,
+             "no domain is administered by uid " + std::to_string(*state_.administrator));
+    }
     auto work = std::make_unique<Work>();
-    Take(work->lock, state_.options.lock_timeout);
+    _TakeLock(work->lock);
     RequireManager();
     RequireOwnModel();
     work->publication = std::make_unique<korvmailserver::PublicationScope>();
@@ -230,12 +287,15 @@ ChangingTurn::ChangingTurn(const Session& session, const std::string& command, C
                                                        : "";
     work_ = std::move(work);
   }
+  has_begun_ = true;
   ++Depth();
 }
 
 ChangingTurn::~ChangingTurn() {
   ChangingTurn::GiveUp();
-  --Depth();
+  if (has_begun_) {
+    --Depth();
+  }
 }
 
 std::string ChangingTurn::GiveUp() {
@@ -258,7 +318,7 @@ std::string ChangingTurn::GiveUp() {
     maillog(korvmailserver::kLogError, "Cannot take [%s] back: %s", work_->entry.command.c_str(),
             exception.what());
   }
-  return is_back ? "" : "; what was done before that is still there";
+  return is_back ? "" : kNotTakenBack;
 }
 
 std::string ChangingTurn::Finish() {
@@ -267,17 +327,12 @@ std::string ChangingTurn::Finish() {
   }
   work_->is_finished = true;
   std::string why = work_->Publish();
-  Changes changes;
-  MDOMAIN::HISTORY::Plan plan;
-  MDOMAIN::HISTORY::Entry& entry = work_->entry;
-  entry.time = time(nullptr);
-  if (!work_->changes->List(changes) || !MDOMAIN::HISTORY::MakePlan(changes, plan)) {
-    entry.why_kept = "what it changed could not be read whole";
-  }
-  entry.summary = plan.summary;
-  if (!changes.IsEmpty() && !MDOMAIN::HISTORY::AddEntry(entry, changes, plan)) {
-    maillog(korvmailserver::kLogWarning, "The history does not have this change: %s",
-            entry.command.c_str());
+  try {
+    work_->Record();
+  } catch (const std::exception& exception) {
+    // What is done and published is no failure.
+    maillog(korvmailserver::kLogWarning, "The history does not have this change: %s: %s",
+            work_->entry.command.c_str(), exception.what());
   }
   return why;
 }

@@ -2,6 +2,9 @@
 #ifndef LIB_DOMAIN_SESSION_TURN_H
 #define LIB_DOMAIN_SESSION_TURN_H
 
+#include <cxxabi.h>
+
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -13,6 +16,13 @@
 
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/session/mdomain.hpp"
+
+namespace MDOMAIN::DB {
+class ReadScope;
+}
+namespace MDOMAIN::UTILS {
+class ChangeLock;
+}
 
 namespace mdomain {
 
@@ -41,6 +51,9 @@ class Stop : public std::exception {
   Error error;
 };
 
+// Ends the call for a domain administrator; `what` says what is not his to do.
+void RequireHost(const Session& session, const std::string& what);
+
 [[noreturn]] void Refuse(Reason reason, const std::string& text, const std::string& advice = "");
 // For a call of the described classes that was false.
 [[noreturn]] void Fail(const std::string& text);
@@ -57,18 +70,26 @@ class Turn {
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
-  // Warnings and errors so far.
+  // Warnings and errors so far; none for a domain administrator, as they name what is others'.
   std::vector<std::string> TakeLog();
   // Takes back what was changed. What is still there, or the empty string.
   virtual std::string GiveUp() { return ""; }
 
  protected:
+  // For a moment, so that other threads have their turns. Not within another turn.
+  void _LetOthers(std::chrono::milliseconds moment);
+
   const SessionState& state_;
 
  private:
+  void _Gather();
+
   std::unique_lock<std::recursive_mutex> lock_;
   std::shared_ptr<struct GatheredLog> log_;
 };
+
+// Stands behind what failed where taking back did, too.
+constexpr const char* kNotTakenBack = "; what was done before that is still there";
 
 // What kind of entry the history gets. Refreshes and undoing are taken back neither by an undo nor
 // where they fail: the next one goes on with what is done.
@@ -78,10 +99,12 @@ enum class ChangeKind { kChange, kRefresh, kUndo };
 // changed. The outermost one of a thread ends with Finish, or takes everything back.
 class ChangingTurn : public Turn {
  public:
-  // Ends the call where this machine or this model may not be changed now.
-  ChangingTurn(const Session& session, const std::string& command, ChangeKind kind);
+  explicit ChangingTurn(const Session& session);
   ~ChangingTurn() override;
 
+  // Waits for other programs; other threads may read meanwhile. Ends the call where this machine or
+  // this model may not be changed now, or the caller is no administrator of any domain.
+  void Begin(const std::string& command, ChangeKind kind);
   // Publishes, and writes the history. Why it was not published, or the empty string.
   std::string Finish();
   std::string GiveUp() override;
@@ -89,7 +112,10 @@ class ChangingTurn : public Turn {
  private:
   struct Work;
 
+  void _TakeLock(MDOMAIN::UTILS::ChangeLock& lock);
+
   std::unique_ptr<Work> work_;  // of the outermost
+  bool has_begun_ = false;
 };
 
 template <typename T, typename Work>
@@ -105,6 +131,10 @@ Result<T> Guarded(const std::unique_ptr<Turn>& turn, const Work& work) {
     throw;
   } catch (const std::exception& exception) {
     error.text = exception.what();
+  } catch (const abi::__forced_unwind&) {
+    throw;  // the thread is cancelled
+  } catch (...) {
+    error.text = "what was thrown is no std::exception";
   }
   if (turn) {
     error.text += turn->GiveUp();
@@ -122,15 +152,37 @@ Result<T> Read(const Session& session, const Work& work) {
   });
 }
 
+// While one lives, what is read of the model is of one moment, the caller's rights included.
+class OneMoment {
+ public:
+  OneMoment();
+  ~OneMoment();
+  OneMoment(const OneMoment&) = delete;
+  OneMoment& operator=(const OneMoment&) = delete;
+
+ private:
+  std::unique_ptr<MDOMAIN::DB::ReadScope> scope_;
+};
+
+// For what asks nobody but the databases: writers wait for its end.
+template <typename T, typename Work>
+Result<T> ReadModel(const Session& session, const Work& work) {
+  return Read<T>(session, [&]() -> Result<T> {
+    const OneMoment moment;
+    return work();
+  });
+}
+
 // `command` is what the history calls it.
 template <typename T, typename Work>
 Result<T> Change(const Session& session, const std::string& command, const Work& work,
                  ChangeKind kind = ChangeKind::kChange) {
   std::unique_ptr<Turn> turn;
   return Guarded<T>(turn, [&]() -> Result<T> {
-    auto changing = std::make_unique<ChangingTurn>(session, command, kind);
+    auto changing = std::make_unique<ChangingTurn>(session);
     ChangingTurn& now = *changing;
     turn = std::move(changing);
+    now.Begin(command, kind);
     T value = work();
     const std::string why = now.Finish();
     if (why.empty()) {
@@ -143,6 +195,18 @@ Result<T> Change(const Session& session, const std::string& command, const Work&
     unpublished.log = now.TakeLog();
     return {std::move(value), std::move(unpublished)};
   });
+}
+
+// The same of a call that no domain administrator may make, `what` he may not do; it takes no turn
+// for him.
+template <typename T, typename Work>
+Result<T> HostChange(const Session& session, const std::string& what, const std::string& command,
+                     const Work& work, ChangeKind kind = ChangeKind::kChange) {
+  const Result<Nothing> is_host = Guarded<Nothing>(nullptr, [&]() -> Result<Nothing> {
+    RequireHost(session, what);
+    return Nothing();
+  });
+  return is_host ? Change<T>(session, command, work, kind) : Result<T>(is_host.GetError());
 }
 
 }  // namespace session

@@ -41,10 +41,9 @@ RefreshReport ReportOf(const MDOMAIN::UTILS::RefreshSummary& summary) {
 }  // namespace
 
 Result<RefreshReport> Session::Refresh(std::size_t deletion_limit, std::size_t percent) {
-  return Change<RefreshReport>(
-      *this, "refresh",
+  return session::HostChange<RefreshReport>(
+      *this, "refresh", "refresh",
       [&] {
-        session::RequireHost(*this, "refresh");
         RequirePublishable();
         MDOMAIN::API::Updater updater;
         updater.SetDeletionLimit({deletion_limit, percent});
@@ -58,8 +57,7 @@ Result<RefreshReport> Session::Refresh(std::size_t deletion_limit, std::size_t p
 }
 
 Result<Nothing> Session::Publish() {
-  return Change<Nothing>(*this, "publish", [&] {
-    session::RequireHost(*this, "publish");
+  return session::HostChange<Nothing>(*this, "publish", "publish", [&] {
     RequirePublishable();
     if (!MDOMAIN::API::Updater().Trigger()) {
       Fail("publishing failed");
@@ -89,7 +87,6 @@ Result<std::vector<HistoryEntry>> Session::History(int limit) const {
 // the same call.
 Result<Nothing> Session::Undo(long long id) {
   const auto take_back = [&] {
-    session::RequireHost(*this, "take changes back");
     MDOMAIN::HISTORY::UndoResult result;
     if (!MDOMAIN::HISTORY::UndoLast(id, result)) {
       Fail("taking the change back failed");
@@ -107,7 +104,8 @@ Result<Nothing> Session::Undo(long long id) {
     return Nothing();
   };
   Result<Nothing> result =
-      Change<Nothing>(*this, "undo " + std::to_string(id), take_back, session::ChangeKind::kUndo);
+      session::HostChange<Nothing>(*this, "take changes back", "undo " + std::to_string(id),
+                                   take_back, session::ChangeKind::kUndo);
   if (!result) {
     return result;
   }
@@ -124,7 +122,7 @@ Result<Nothing> Session::Together(const std::string& command,
                                   const std::function<bool(Session&)>& work) {
   return Change<Nothing>(*this, command, [&] {
     if (!work(*this)) {
-      Refuse(Reason::kRefused, "\"" + command + "\" was given up, nothing was changed");
+      Refuse(Reason::kRefused, "\"" + command + "\" was given up");
     }
     return Nothing();
   });

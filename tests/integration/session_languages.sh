@@ -10,8 +10,7 @@ logged cmake --install "$build" --prefix "$prefix"
 libdir=$(dirname "$(find "$prefix" -name libmailserver-domain.so)")
 export LD_LIBRARY_PATH=$libdir
 needs=(-I "$prefix/include" -L "$libdir" -lmailserver-domain -lmailserver-platform)
-sanitizers=()
-nm -D "$libdir/libmailserver-domain.so" | grep -q __asan_init && sanitizers=(-fsanitize=address -fsanitize=undefined)
+read -ra sanitizers <<<"$(sanitizer_options "$libdir/libmailserver-domain.so")"
 
 cat >"$scratch/program.c" <<'END'
 #include <mailserver-domain/mdomain.h>
@@ -24,8 +23,13 @@ int main(int argc, char** argv) {
     puts(answer);
     mdomain_free(answer);
   }
+  for (int i = 0; i < 2; ++i) {
+    char* answer = mdomain_call(i ? session : NULL, i ? NULL : "domains", NULL);
+    if (answer == NULL) return 1;
+    mdomain_free(answer);
+  }
   mdomain_close(session);
-  return mdomain_open("{\"unknown\": 1}") != NULL;
+  return mdomain_open("{\"unknown\": 1}") != NULL || mdomain_as(NULL, 1) != NULL;
 }
 END
 cat >"$scratch/program.cpp" <<'END'
@@ -55,7 +59,7 @@ new_root company
 "$scratch/c" create_domain '{"name": "bücher.example"}' refresh '' create_domain '{"name": "BÜCHER.example"}' \
   set_user '{"domain": 1, "uid": 1, "alias": []}' domains 'no' nothing '{}' \
   together '{"command": "two", "calls": [{"call": "create_domain", "arguments": {"name": "two.example"}},
-    {"call": "get_domain", "arguments": {"domain": 9}}]}' >"$scratch/answers" || fail "the program in C"
+    {"call": "get_domain", "arguments": {"domain": 9}}]}' find_domain '{"text": "a\u0000b"}' >"$scratch/answers" || fail "the program in C"
 same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(": [*].*"; ""))]' "$scratch/answers")" \
 '[true,null,""]
 [null,"invalid","the arguments are no JSON"]
@@ -63,7 +67,8 @@ same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(":
 [null,"invalid","argument \"alias\" is not known"]
 [null,"invalid","the arguments are no JSON"]
 [null,"invalid","there is no call \"nothing\""]
-[null,"not-found","there is no domain 9"]'
+[null,"not-found","there is no domain 9"]
+[null,"invalid","argument \"text\" is no text"]'
 "$scratch/c" refresh '{}' domains '{}' >"$scratch/answers"
 same "what is there" "$(jq -c '.value | if type == "array" then map(.name) else .is_complete end' "$scratch/answers")" \
   $'true\n["bücher.example"]'
@@ -76,6 +81,10 @@ done
 page=$source_dir/docs/library.md
 sed -n '/^```cxx$/,/^```$/p' "$page" | sed '/^```/d' >"$scratch/page.cpp"
 logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" "$scratch/page.cpp" -o "$scratch/page" "${needs[@]}"
+logged g++ -std=c++20 -Wall -Wextra -Werror -fsyntax-only "$scratch/page.cpp" "${needs[@]}"
+for standard in 17 20; do
+  logged clang++ -std=c++$standard -Wall -Wextra -Werror -Wno-unused-command-line-argument -fsyntax-only "$scratch/page.cpp" "${needs[@]}"
+done
 rm -rf "$scratch/company"
 new_root company
 same "the page" "$("$scratch/page")" "$(sed -n '/^```output$/,/^```$/p' "$page" | sed '/^```/d')"
@@ -84,6 +93,8 @@ new_root company
 good domain create bücher.example
 good refresh
 
+# An interpreter without ThreadSanitizer cannot load what was built with it.
+[ "${sanitizers[*]}" != -fsanitize=thread ] || exit 0
 preload=
 [ ${#sanitizers[@]} -eq 0 ] || preload="$(gcc -print-file-name=libasan.so) $(gcc -print-file-name=libubsan.so)"
 cat >"$scratch/program.py" <<'END'
@@ -107,9 +118,17 @@ try:
     his.create_domain(name="two.example")
 except mailserver_domain.Error as error:
     print(error.reason, error.text)
+for uid in (2**32 + anna["uid"], -1, "1001"):
+    try:
+        print(session.acting_as(uid))
+    except ValueError as error:
+        print(error)
 END
 same "Python" "$(LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 PYTHONPATH="$source_dir/bindings/python" \
   python3 "$scratch/program.py" 2>&1)" \
 "changed anna was changed meanwhile
 1 anna python
-refused the administrator of a domain may not create domains"
+refused the administrator of a domain may not create domains
+4294968297 is no uid
+-1 is no uid
+'1001' is no uid"

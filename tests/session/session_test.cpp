@@ -2,13 +2,20 @@
 #include <sys/file.h>
 #include <sys/wait.h>
 
+#include <filesystem>
 #include <thread>
 
+#include "lib-domain/api/alias_entry.h"
+#include "lib-domain/api/bcc.h"
+#include "lib-domain/session/json_call.h"
+#include "lib-domain/session/json_text.h"
 #include "lib-domain/session/mdomain.hpp"
 #include "tests/support/sync_fixture.h"
 
 namespace {
 
+namespace files = std::filesystem;
+namespace PATHS = MDOMAIN::PATHS;
 using mdomain::Copy;
 using mdomain::Error;
 using mdomain::Reason;
@@ -22,12 +29,21 @@ constexpr unsigned int kBob = 1002;
 constexpr unsigned int kCarol = 1003;
 constexpr unsigned int kStaff = 2001;
 
-// Domains 1 (a.example, everybody) and 2 (b.example, alice its administrator, and bob).
+// Domains 1 (a.example, everybody) and 2 (b.example, alice its administrator, and bob). The process
+// has used the described classes, and has every database open, before its first session.
 class SessionTest : public test::SyncTest {
  protected:
+  SessionTest() {
+    MDOMAIN::RECORD::Domain first("a.example");
+    int idx = 0;
+    EXPECT_TRUE(MDOMAIN::API::Domain().Create(first, idx));
+    EXPECT_EQ(BCC::getInstance(1)->setBCC(1, {{"x", BCC_SENDER, "y"}}), 0);
+    EXPECT_EQ(BCC::getInstance(1)->deleteAllBCC(1), 0);
+    session_ = Session({1, "tester"});
+  }
+
   void SetUp() override {
     test::SyncTest::SetUp();
-    ASSERT_TRUE(session_.CreateDomain({"a.example"}));
     ASSERT_TRUE(session_.CreateDomain({"b.example", "", "<a>", false}));
     ASSERT_TRUE(session_.Refresh());
     ASSERT_TRUE(session_.AddMembers(2, {{kAlice, kBob}, {}}));
@@ -52,7 +68,17 @@ class SessionTest : public test::SyncTest {
     return result.GetError().reason;
   }
 
-  Session session_ = Session({1, "tester"});
+  // As a restore does it: over the file, or another one in its place.
+  static void Restore(const std::string& path, const std::string& kept, bool in_place) {
+    if (in_place) {
+      files::copy_file(kept, path, files::copy_options::overwrite_existing);
+    } else {
+      files::copy_file(kept, path + ".new");
+      files::rename(path + ".new", path);
+    }
+  }
+
+  Session session_;
 };
 
 TEST_F(SessionTest, ListsPageByThemselves) {
@@ -237,6 +263,169 @@ TEST_F(SessionTest, AnAdministratorHasHisDomainsAndNothingElse) {
   EXPECT_EQ(ReasonOf(alice.SetUser(2, kBob, {{}, {}, {"c"}, {}})), Reason::kNotFound);
 }
 
+TEST_F(SessionTest, AnAdministratorReachesNobodyElse) {
+  ASSERT_TRUE(session_.AddMembers(1, {{}, {kStaff}}));
+  Session alice = session_.As(kAlice);
+  // Rules about accounts fit their aliases at every domain.
+  const auto disclaimer = [](const char* op, const std::string& match, const std::string& except) {
+    return std::string(R"([{"id": 1, "name": "d", "enabled": true, "op": ")") + op +
+           R"(", "content_txt": "t", "content_html": "h", "match_rule_list": [)" + match +
+           R"(], "exception_rule_list": [)" + except + "]}]";
+  };
+  const auto rule = [](const char* type, const char* pattern) {
+    return std::string(R"({"target": "sender", "pattern_type": ")") + type + R"(", "pattern": )" +
+           pattern + "}";
+  };
+  const std::string own = rule("email", R"("*@B.example")");
+  const std::string bob = rule("uid", "1002");
+  const std::string staff = rule("gid", "2001");
+  const std::pair<std::string, bool> lists[] = {
+      {disclaimer("or", own, bob), true},
+      {disclaimer("and", own + "," + bob, ""), true},
+      {disclaimer("or", own + "," + bob, ""), false},
+      {disclaimer("and", bob, ""), false},
+      {disclaimer("and", "", ""), false},
+      {disclaimer("and", own + "," + staff, ""), false},
+      {disclaimer("or", own, staff), false},
+      {disclaimer("or", rule("email", R"("*@*b.example")"), ""), false}};
+  for (const auto& [list, is_his] : lists) {
+    EXPECT_EQ(bool(alice.SetDisclaimers(2, list)), is_his) << list;
+    EXPECT_TRUE(session_.SetDisclaimers(2, list)) << list;
+  }
+  for (const Copy& copy : {Copy{Copy::Of::kMailTo, "carol@a.example", "bob"},
+                           {Copy::Of::kMailFrom, "x@A.Example", "bob"},
+                           {Copy::Of::kWholeDomain, "a.example", "bob"},
+                           {Copy::Of::kMailTo, "x@b.example.", "bob"}}) {
+    EXPECT_EQ(ReasonOf(alice.AddCopies(2, {copy})), Reason::kInvalid) << copy.name;
+  }
+  // What goes wrong elsewhere is not told, and who may nothing waits for nobody.
+  test::FailOn("setFile");
+  const auto failed = alice.SetDomain(2, {{}, "new", {}, {}});
+  EXPECT_EQ(ReasonOf(failed), Reason::kFailed);
+  EXPECT_TRUE(failed.GetError().log.empty());
+  EXPECT_FALSE(session_.SetDomain(2, {{}, "new", {}, {}}).GetError().log.empty());
+  test::ClearFaults();
+  const int held = open(PATHS::LockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  EXPECT_EQ(ReasonOf(session_.As(kCarol).RemoveUsers(2, {kBob})), Reason::kNotFound);
+  EXPECT_EQ(ReasonOf(alice.CreateDomain({"c.example"})), Reason::kRefused);
+  EXPECT_EQ(ReasonOf(alice.RemoveUsers(2, {kBob})), Reason::kBusy);
+  close(held);
+  TakeLog();
+}
+
+TEST_F(SessionTest, SaysDoneOfWhatIsDoneAlone) {
+  ASSERT_TRUE(session_.AddMembers(1, {{}, {kStaff}}));
+  ASSERT_TRUE(session_.AddCopies(1, {{Copy::Of::kMailTo, "bob", "carol"}}));
+  const StringList before = Model();
+  EXPECT_EQ(ReasonOf(session_.RestoreMembers(1, kStaff, {kCarol})), Reason::kNotFound);
+  EXPECT_EQ(ReasonOf(session_.RemoveCopies(
+                1, {{Copy::Of::kMailTo, "bob", "carol"}, {Copy::Of::kMailFrom, "bob", "carol"}})),
+            Reason::kNotFound);
+  EXPECT_EQ(session_.Copies(1)->size(), 1u);
+  test::FailOn("isClusterHealth");
+  const auto entry = session_.CreateEntry(1, {"team", {"bob"}, {}, {}, ""});
+  EXPECT_EQ(ReasonOf(entry), Reason::kFailed);
+  EXPECT_EQ(entry.GetError().number, 5635u);
+  test::ClearFaults();
+  EXPECT_TRUE(session_.Entries(1)->empty());
+  EXPECT_EQ(ReasonOf(session_.Together("throws",
+                                       [](Session& session) -> bool {
+                                         EXPECT_TRUE(session.CreateDomain({"c.example"}));
+                                         throw 1;
+                                       })),
+            Reason::kFailed);
+  // Texts that end early for others, or are none.
+  for (const std::string& text : {std::string("b\0.example", 10), std::string("\xed\xb2\x80"),
+                                  std::string("b\n"), std::string("\xff")}) {
+    SCOPED_TRACE(mdomain::session::JsonText(Json::Value(text)));
+    EXPECT_FALSE(session_.FindDomain(text)->has_value());
+    EXPECT_FALSE(session_.FindAccount(text)->has_value());
+    EXPECT_FALSE(session_.Owner(text + "@a.example")->has_value());
+    EXPECT_EQ(ReasonOf(session_.CreateDomain({text})), Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.SetDomain(1, {{}, text, {}, {}})), Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.SetDomain(1, {{}, {}, "<a>" + text, {}})), Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.AddNames(1, {text})), Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.SetUser(1, kBob, {{}, {}, {text}, {}})), Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.AddMembers(1, {{kBob}, {}}, {text})), Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.CreateEntry(1, {text, {"bob"}, {}, {}, ""})), Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.CreateEntry(1, {"x", {}, {}, {text + "@y.example"}, ""})),
+              Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.AddCopies(1, {{Copy::Of::kMailTo, text, "bob"}})),
+              Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.AddCopies(1, {{Copy::Of::kMailTo, "bob", text}})),
+              Reason::kInvalid);
+    EXPECT_EQ(ReasonOf(session_.SetDisclaimers(1, "[" + text)), Reason::kInvalid);
+    Json::Value arguments;
+    arguments["text"] = text;
+    const bool is_text = text == "b\n";
+    EXPECT_EQ(mdomain::session::CallByName(session_, "find_domain", arguments).isMember("value"),
+              is_text);
+  }
+  EXPECT_EQ(mdomain::session::JsonText(Json::Value("\xffü")), "\"\uFFFDü\"\n");
+  EXPECT_EQ(Model(), before);
+  TakeLog();
+}
+
+TEST_F(SessionTest, FilesThatAreReplacedOrMissingAreFollowed) {
+  const auto add_alias = [](Session& session) {
+    return bool(session.SetUser(1, kBob, {{}, {}, {"new"}, {}}));
+  };
+  const struct {
+    std::string path;
+    std::function<bool(Session&)> change;
+    std::function<bool(Session&)> is_changed;
+  } cases[] = {
+      {DbPath(), add_alias,
+       [](Session& session) { return session.Owner("new@a.example")->has_value(); }},
+      {PATHS::SettingsDb(),
+       [](Session& session) {
+         return bool(session.AddCopies(1, {{Copy::Of::kMailTo, "bob", "carol"}}));
+       },
+       [](Session& session) { return !session.Copies(1)->empty(); }},
+      {PATHS::AliasDb(),
+       [](Session& session) {
+         return bool(session.CreateEntry(1, {"team", {"bob"}, {}, {}, ""}));
+       },
+       [](Session& session) { return !session.Entries(1)->empty(); }},
+  };
+  ASSERT_TRUE(session_.CreateEntry(2, {"all", {"bob"}, {}, {}, ""}));
+  for (const auto& one : cases) {
+    for (const bool in_place : {true, false}) {
+      SCOPED_TRACE(one.path + (in_place ? " in place" : " renamed"));
+      files::copy_file(one.path, one.path + ".kept", files::copy_options::overwrite_existing);
+      ASSERT_TRUE(one.change(session_));
+      ASSERT_TRUE(one.is_changed(session_));
+      Restore(one.path, one.path + ".kept", in_place);
+      EXPECT_FALSE(one.is_changed(session_));
+      EXPECT_TRUE(session_.SetDomain(1, {{}, in_place ? "in place" : "renamed", {}, {}}));
+      EXPECT_FALSE(one.is_changed(session_));
+    }
+    files::rename(one.path, one.path + ".away");
+    EXPECT_FALSE(one.change(session_)) << one.path;
+    EXPECT_FALSE(files::exists(one.path));
+    EXPECT_EQ(Configured("virtual_multiple_domain"), "1/a.example, 2/b.example");
+    files::rename(one.path + ".away", one.path);
+    EXPECT_TRUE(one.change(session_)) << one.path;
+  }
+  files::rename(DbPath(), DbPath() + ".away");
+  EXPECT_NE(ReasonOf(session_.Domains()), Reason::kNotFound);
+  EXPECT_NE(ReasonOf(session_.Refresh()), Reason::kNotFound);
+  EXPECT_NE(ReasonOf(session_.Publish()), Reason::kNotFound);
+  files::rename(DbPath() + ".away", DbPath());
+  // Another root, and back.
+  const std::string other = root() + "/other";
+  files::create_directories(other);
+  files::copy(root() + "/etc", other + "/etc", files::copy_options::recursive);
+  setenv("MDOMAIN_ROOT", other.c_str(), 1);
+  EXPECT_TRUE(session_.Domains()->empty());
+  EXPECT_TRUE(session_.CreateDomain({"other.example"}));
+  setenv("MDOMAIN_ROOT", root().c_str(), 1);
+  EXPECT_EQ(session_.Domains()->size(), 2u);
+  EXPECT_EQ(session_.History(1)->front().command, "set 1002 in domain 1");
+  TakeLog();
+}
+
 TEST_F(SessionTest, SeveralAreOneOrNothing) {
   const StringList before = Model();
   const size_t entries = session_.History()->size();
@@ -273,13 +462,16 @@ TEST_F(SessionTest, RefreshThatFailsIsNotTakenBack) {
 }
 
 TEST_F(SessionTest, WaitsForOthers) {
-  const std::string path = root() + "/var/lock/mdomain.lock";
-  const int held = open(MDOMAIN::PATHS::LockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  const int held = open(PATHS::LockFile().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   ASSERT_EQ(flock(held, LOCK_EX), 0);
   EXPECT_EQ(ReasonOf(session_.CreateDomain({"c.example"})), Reason::kBusy);
-  EXPECT_TRUE(session_.Domains());
+  // Readers do not wait for one that waits.
+  std::thread waiting([] { EXPECT_TRUE(Session({60, "waits"}).CreateDomain({"c.example"})); });
+  EXPECT_EQ(session_.Domains()->size(), 2u);
+  EXPECT_EQ(ReasonOf(session_.CreateDomain({"d.example"})), Reason::kBusy);
   close(held);
-  EXPECT_TRUE(session_.CreateDomain({"c.example"}));
+  waiting.join();
+  EXPECT_EQ(session_.Domains()->size(), 3u);
 }
 
 TEST_F(SessionTest, ManyThreadsTakeTurns) {
