@@ -13,6 +13,7 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/reader.h"
 #include "lib-domain/sync/owner_registry.h"
+#include "lib-domain/sync/preview.h"
 #include "lib-domain/utils/updater.h"
 #include "platform/include/scope_guard.h"
 
@@ -30,6 +31,21 @@ struct RefreshSummary10 {
   std::vector<unsigned int> deleted_uids;
   std::vector<unsigned int> deleted_gids;
 };
+
+static RefreshSummary10 Summary10(const RefreshSummary& found) {
+  return {found.users_complete, found.groups_complete, found.users,        found.groups,
+          found.new_users,      found.new_groups,      found.deleted_uids, found.deleted_gids};
+}
+
+MDOMAIN_EXPORT bool PreviewRefresh10(RefreshSummary10& summary) __asm__(
+    "_ZN7MDOMAIN5UTILS14PreviewRefreshERNS0_14RefreshSummaryE");
+
+bool PreviewRefresh10(RefreshSummary10& summary) {
+  RefreshSummary found;
+  const bool is_read = PreviewRefresh(found);
+  summary = Summary10(found);
+  return is_read;
+}
 
 class MDOMAIN_EXPORT Updater10 {
  public:
@@ -60,9 +76,7 @@ class MDOMAIN_EXPORT Updater10 {
     const postara::ScopeGuard keep([&] {
       new_uids_ = common.new_uids_;
       new_groups_ = common.new_groups_;
-      summary_ = {found.users_complete, found.groups_complete, found.users,
-                  found.groups,         found.new_users,       found.new_groups,
-                  found.deleted_uids,   found.deleted_gids};
+      summary_ = Summary10(found);
     });
     return work(now);
   }

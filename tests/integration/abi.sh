@@ -25,6 +25,12 @@ for dump in "$here"/abi/*.abi.xz; do
     "$scratch/probe.so" >"$scratch/said" || fail "since $version: $(cat "$scratch/said")"
 done
 
+# What 1.0.0 offered is offered (abi/VERSION.exports, as exports.sh writes it).
+for list in "$here"/abi/*.exports; do
+  LC_ALL=C comm -23 "$list" "$here/exports.list" >"$scratch/said"
+  [ ! -s "$scratch/said" ] || fail "no longer offered: $(cat "$scratch/said")"
+done
+
 # A program of then, in a company of today.
 new_root company
 good domain create example.com

@@ -336,7 +336,8 @@ TEST_F(SessionTest, SaysDoneOfWhatIsDoneAlone) {
                                        })),
             Reason::kFailed);
   // Texts that end early for others, or are none.
-  for (const std::string& text : {std::string("b\0.example", 10), std::string("\xed\xb2\x80"),
+  EXPECT_FALSE(session_.FindDomain(std::string("a.example\0x", 11))->has_value());
+  for (const std::string& text : {std::string("bob\0x", 5), std::string("\xed\xb2\x80"),
                                   std::string("b\n"), std::string("\xff")}) {
     SCOPED_TRACE(mdomain::session::JsonText(Json::Value(text)));
     EXPECT_FALSE(session_.FindDomain(text)->has_value());
@@ -413,16 +414,15 @@ TEST_F(SessionTest, FilesThatAreReplacedOrMissingAreFollowed) {
   EXPECT_NE(ReasonOf(session_.Refresh()), Reason::kNotFound);
   EXPECT_NE(ReasonOf(session_.Publish()), Reason::kNotFound);
   files::rename(DbPath() + ".away", DbPath());
-  // Another root, and back.
-  const std::string other = root() + "/other";
-  files::create_directories(other);
-  files::copy(root() + "/etc", other + "/etc", files::copy_options::recursive);
-  setenv("MDOMAIN_ROOT", other.c_str(), 1);
-  EXPECT_TRUE(session_.Domains()->empty());
-  EXPECT_TRUE(session_.CreateDomain({"other.example"}));
-  setenv("MDOMAIN_ROOT", root().c_str(), 1);
-  EXPECT_EQ(session_.Domains()->size(), 2u);
-  EXPECT_EQ(session_.History(1)->front().command, "set 1002 in domain 1");
+  // That of another host.
+  files::copy_file(DbPath(), DbPath() + ".other");
+  test::SqliteFile(DbPath() + ".other")
+      .Run("UPDATE domain_table SET domain_name = 'other.example' WHERE domain_idx = 2");
+  Restore(DbPath(), DbPath() + ".other", false);
+  EXPECT_FALSE(session_.As(kAlice).FindDomain("b.example")->has_value());
+  EXPECT_TRUE(session_.As(kAlice).FindDomain("other.example")->has_value());
+  EXPECT_TRUE(session_.Publish());
+  EXPECT_EQ(Configured("virtual_multiple_domain"), "1/a.example, 2/other.example");
   TakeLog();
 }
 
