@@ -10,6 +10,11 @@
 Each call of mailserver-domain/mdomain.h is a method with its arguments by keyword; records are
 dictionaries. What goes wrong is an Error; what was done and could not be published is told by
 `Unpublished`, which carries the value. Sessions may be used from any thread.
+
+With dry_run=True a changing call changes nothing and gives its plan: a dictionary with "summary" and
+"changes", whose records have "what", "change", "text" and what the text names.
+
+    plan = session.remove_users(domain=1, uids=[1001], dry_run=True)
 """
 
 import ctypes
@@ -111,6 +116,10 @@ class Session:
 
     def groups(self, domain, **query):
         return self._walk("list_groups", domain, query)
+
+    def changes(self, domain=0, **query):
+        """The history, newest first, page by page; of one domain, or of all."""
+        return self._walk("list_history", domain, query)
 
     def _walk(self, name, domain, query):
         cursor = ""

@@ -58,6 +58,8 @@ class MDOMAIN_EXPORT ModelChanges {
   // From now on also the files. Before this, once nobody else may change them, a file counts as
   // unchanged; calls after the first do nothing.
   void WatchFiles();
+  // Which keys List tells from now on.
+  void SetWatch(Watch watch) { watch_ = watch; }
   // What differs now. False with one log line when it cannot be read.
   bool List(Changes& changes) const;
 

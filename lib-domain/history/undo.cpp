@@ -24,6 +24,7 @@
 #include "lib-domain/history/history_file.h"
 #include "lib-domain/history/kept_changes.h"
 #include "lib-domain/history/names.h"
+#include "lib-domain/sync/model_in_force.h"
 #include "platform/include/files.h"
 
 namespace MDOMAIN::HISTORY {
@@ -219,8 +220,23 @@ std::vector<unsigned int> ChangedUsers(const Changes& changes) {
   return {uids.begin(), uids.end()};
 }
 
+bool NamesAccountSource(const Changes& changes) {
+  static const std::set<std::string> kKeys = {"account_type", "win_domain_short_name",
+                                              "acc_domain_name"};
+  return std::any_of(changes.tables.begin(), changes.tables.end(), [](const TableChange& table) {
+    return table.table == "key_table" &&
+           std::any_of(table.rows.begin(), table.rows.end(), [&](const auto& row) {
+             return kKeys.count(
+                        TextOf(table, row.before.empty() ? row.after : row.before, "name")) != 0;
+           });
+  });
+}
+
 // What follows from the rows; whose addresses changed is announced.
 bool Follow(const Changes& changes) {
+  if (NamesAccountSource(changes)) {
+    UTILS::TakeAccountSource();
+  }
   return SettleContent(changes) && SetFlags(changes) &&
          CONTROL::INTERNAL::Announce(ChangedUsers(changes));
 }

@@ -7,9 +7,12 @@
 #include "lib-domain/api/domain.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/group.h"
+#include "lib-domain/control/pattern_trial.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/utils/domain_utils.h"
 #include "platform/include/digest.h"
 #include "platform/include/eai.h"
+#include "platform/include/text.h"
 
 namespace mdomain::session {
 
@@ -96,6 +99,17 @@ Known KnownDomain(const Session& session, int domain) {
   return *found;
 }
 
+std::optional<std::set<int>> OwnDomains(const Session& session) {
+  if (!SessionAccess::StateOf(session).administrator) {
+    return std::nullopt;
+  }
+  std::set<int> idxs;
+  for (const Known& domain : KnownDomains(session)) {
+    idxs.insert(domain.idx);
+  }
+  return idxs;
+}
+
 std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids) {
   using User = MDOMAIN::RECORD::User;
   const auto ask = [&uids](std::vector<User>& users) {
@@ -148,6 +162,22 @@ std::string AsciiForm(const std::string& name) {
     ascii = name;
   }
   return MDOMAIN::BASE::ToLowerAscii(ascii);
+}
+
+bool IsPlainText(const std::string& text) {
+  return korvmailserver::IsValidUtf8(text) && !korvmailserver::HasControlCharacter(text);
+}
+
+void RequirePattern(const std::string& pattern, Refusals& refusals) {
+  const std::string why = MDOMAIN::CONTROL::INTERNAL::WhyUselessPattern(pattern);
+  if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(pattern)) {
+    refusals.Add("pattern", pattern, "has no placeholder");
+  } else if (!why.empty()) {
+    refusals.Add("pattern", pattern, why.substr(1));
+  }
+  if (!IsPlainText(pattern)) {
+    refusals.Add("pattern", pattern, kNotPlain);
+  }
 }
 
 void Refusals::End(Reason reason, const std::string& text) const {

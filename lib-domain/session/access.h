@@ -3,6 +3,8 @@
 #ifndef LIB_DOMAIN_SESSION_ACCESS_H
 #define LIB_DOMAIN_SESSION_ACCESS_H
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,9 @@ std::vector<Known> KnownDomains(const Session& session);
 // Ends the call where there is none, or it is not the caller's.
 Known KnownDomain(const Session& session, int domain);
 
+// The indexes of the domains of a domain administrator; none for the host's, who has all.
+std::optional<std::set<int>> OwnDomains(const Session& session);
+
 // Mirrored accounts, in the order given; ends the call where one is not mirrored.
 std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids);
 std::vector<MDOMAIN::RECORD::Group> GroupsOf(const std::vector<std::uint32_t>& gids);
@@ -46,6 +51,15 @@ void RequireVersion(const Version& expected, const Version& is, const std::strin
 
 // The name in punycode and lower case.
 std::string AsciiForm(const std::string& name);
+
+class Refusals;
+// Adds why nobody can have aliases by a pattern.
+void RequirePattern(const std::string& pattern, Refusals& refusals);
+constexpr const char* kNotPlain = "is no plain text of one line";
+// A text of one line that a description or a pattern can be.
+bool IsPlainText(const std::string& text);
+// The pattern of a domain as it is stored.
+std::string PatternOf(const Known& domain);
 
 // Gathers what is refused, and ends the call with all of it.
 class Refusals {

@@ -8,7 +8,6 @@
 #include "lib-domain/session/access.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
-#include "platform/include/text.h"
 
 namespace mdomain {
 
@@ -91,23 +90,15 @@ std::string Storable(const std::string& given) {
   return mapped;
 }
 
-void RequirePlain(const char* what, const std::string& text, Refusals& refusals) {
-  if (!korvmailserver::IsValidUtf8(text) ||
-      std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 32 || c == 127; })) {
-    refusals.Add(what, text, "is no plain text of one line");
-  }
-}
-
 void RequireValid(const Record& record) {
   Refusals refusals;
   if (!MDOMAIN::UTILS::IsDomainNameValid(record.GetDomainName())) {
     refusals.Add("name", record.GetDomainName(), "is not a valid domain name");
   }
-  if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(record.GetDefaultAliasPattern())) {
-    refusals.Add("pattern", record.GetDefaultAliasPattern(), "has no placeholder");
+  session::RequirePattern(record.GetDefaultAliasPattern(), refusals);
+  if (!session::IsPlainText(record.GetDomainDesc())) {
+    refusals.Add("description", record.GetDomainDesc(), session::kNotPlain);
   }
-  RequirePlain("pattern", record.GetDefaultAliasPattern(), refusals);
-  RequirePlain("description", record.GetDomainDesc(), refusals);
   refusals.End(Reason::kInvalid, "the domain cannot be so");
 }
 
@@ -141,6 +132,10 @@ void RequireDone(bool is_done, const MDOMAIN::API::Domain& api, const std::strin
 }
 
 }  // namespace
+
+std::string session::PatternOf(const Known& domain) {
+  return Records({domain.idx}).front().GetDefaultAliasPattern();
+}
 
 Result<std::vector<Domain>> Session::Domains() const {
   return Read<std::vector<Domain>>(*this, [&] { return Whole(session::KnownDomains(*this)); });

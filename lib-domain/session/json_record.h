@@ -29,6 +29,11 @@ Json::Value JsonOf(const Disclaimers& disclaimers);
 Json::Value JsonOf(const RefreshReport& report);
 Json::Value JsonOf(const HistoryEntry& entry);
 Json::Value JsonOf(const Error& error);
+Json::Value JsonOf(const ChangePlan& plan);
+Json::Value JsonOf(const TriedAlias& alias);
+Json::Value JsonOf(const TriedPattern& tried);
+Json::Value JsonOf(const Setting& setting);
+Json::Value JsonOf(const ChangedSetting& changed);
 
 template <typename T>
 Json::Value JsonOf(const std::vector<T>& values) {

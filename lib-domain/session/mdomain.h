@@ -7,7 +7,10 @@
    refused. The answer is {"value": ..., "published": true}, or {"error": {"reason": "taken",
    "number": 5618, "text": ..., "advice": ..., "refused": [...], "log": [...]}}; where something was
    done and not published it has "value", "error" and "published": false. What sessions promise
-   about threads, fork and the end of the program holds here, too. */
+   about threads, fork and the end of the program holds here, too.
+
+   With "dry_run": true in its arguments a changing call changes nothing, and its value is what it
+   would change: {"summary": ..., "changes": [{"what", "change", "text", ...}]}. */
 #ifndef MAILSERVER_DOMAIN_MDOMAIN_H
 #define MAILSERVER_DOMAIN_MDOMAIN_H
 

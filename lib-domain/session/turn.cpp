@@ -1,27 +1,22 @@
 #include "lib-domain/session/turn.h"
 
 #include <pthread.h>
-#include <pwd.h>
-#include <unistd.h>
-
-#include <ctime>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/user.h"
 #include "lib-domain/history/history.h"
-#include "lib-domain/history/plan.h"
 #include "lib-domain/sync/change_lock.h"
 #include "lib-domain/sync/model_in_force.h"
 #include "platform/include/maillog.h"
 #include "platform/include/nodes.h"
+#include "platform/include/root_path.h"
 
 namespace mdomain {
 
 namespace session {
 
 using korvmailserver::NodeRole;
-using MDOMAIN::HISTORY::Changes;
 
 namespace {
 
@@ -29,12 +24,6 @@ namespace {
 std::recursive_mutex*& MutexPlace() {
   static auto* mutex = new std::recursive_mutex;
   return mutex;
-}
-
-// How many changing turns the thread that holds the mutex is in.
-int& Depth() {
-  static int depth = 0;
-  return depth;
 }
 
 // A fork waits for the calls of other threads. The child begins anew: a mutex that another thread
@@ -57,6 +46,11 @@ std::recursive_mutex& Mutex() {
 }
 
 }  // namespace
+
+int& Depth() {
+  static int depth = 0;
+  return depth;
+}
 
 struct GatheredLog {
   std::vector<std::string> lines;
@@ -107,8 +101,6 @@ std::vector<std::string> Turn::TakeLog() {
   return std::exchange(log_->lines, {});
 }
 
-namespace {
-
 std::string PersonOf(const SessionState& state) {
   if (!state.options.person.empty()) {
     return state.options.person;
@@ -121,12 +113,12 @@ std::string PersonOf(const SessionState& state) {
     return is_read && !users.empty() ? users.front().GetUserName()
                                      : std::to_string(*state.administrator);
   }
-  const struct passwd* account = getpwuid(getuid());
-  return account == nullptr ? std::to_string(getuid()) : account->pw_name;
+  return MDOMAIN::HISTORY::ProcessPerson();
 }
 
-void Take(MDOMAIN::UTILS::ChangeLock& lock, int timeout) {
+void TakeLock(const SessionState& state, MDOMAIN::UTILS::ChangeLock& lock) {
   using Result = MDOMAIN::UTILS::ChangeLock::Result;
+  const int timeout = state.options.lock_timeout;
   std::string error;
   const Result result = lock.Take(
       timeout, [](const std::string&) {}, error);
@@ -187,13 +179,10 @@ void RequireOwnModel() {
   }
 }
 
-}  // namespace
-
 struct ChangingTurn::Work {
   MDOMAIN::UTILS::ChangeLock lock;
   std::unique_ptr<korvmailserver::PublicationScope> publication;
-  std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes;
-  MDOMAIN::HISTORY::Entry entry;
+  std::optional<MDOMAIN::HISTORY::Recording> recording;
   ChangeKind kind = ChangeKind::kChange;
   bool is_finished = false;
 
@@ -203,31 +192,29 @@ struct ChangingTurn::Work {
   }
 };
 
-ChangingTurn::ChangingTurn(const Session& session, const std::string& command, ChangeKind kind)
+ChangingTurn::ChangingTurn(const Session& session, const std::string& command, ChangeKind kind,
+                           Needs needs)
     : Turn(session) {
-  if (kind == ChangeKind::kUndo && Depth() > 0) {
+  const int least = korvmailserver::OtherRoot::IsInForce() ? 1 : 0;  // a dry run is one around all
+  if (kind == ChangeKind::kUndo && Depth() > least) {
     Refuse(Reason::kRefused, "a change is taken back by a call of its own");
   }
+  std::unique_ptr<Work> work;
   if (Depth() == 0) {
-    auto work = std::make_unique<Work>();
-    Take(work->lock, state_.options.lock_timeout);
+    work = std::make_unique<Work>();
+    TakeLock(state_, work->lock);
     RequireManager();
+  }
+  if (Depth() == least && needs == Needs::kModel) {
     RequireOwnModel();
+  }
+  if (work) {
     work->publication = std::make_unique<korvmailserver::PublicationScope>();
     work->kind = kind;
-    work->changes = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
-        kind == ChangeKind::kChange ? MDOMAIN::HISTORY::kEveryRow
-                                    : MDOMAIN::HISTORY::kMostRowsKept);
-    work->changes->WatchFiles();
-    work->entry.person = PersonOf(state_);
-    work->entry.command = command;
-    work->entry.state = kind == ChangeKind::kRefresh ? "refresh"
-                        : kind == ChangeKind::kUndo  ? "undo"
-                                                     : "done";
-    work->entry.why_kept = kind == ChangeKind::kRefresh
-                               ? "a refresh follows the accounts, and would do it again"
-                           : kind == ChangeKind::kUndo ? "it took something back"
-                                                       : "";
+    work->recording.emplace(kind, command,
+                            kind == ChangeKind::kChange ? MDOMAIN::HISTORY::kEveryRow
+                                                        : MDOMAIN::HISTORY::kMostRowsKept);
+    work->recording->WatchFiles();
     work_ = std::move(work);
   }
   ++Depth();
@@ -247,18 +234,17 @@ std::string ChangingTurn::GiveUp() {
     return "";
   }
   work_->is_finished = true;
-  bool is_back = false;
+  using Back = MDOMAIN::HISTORY::Recording::Back;
+  Back back = Back::kFailed;
   try {
-    Changes changes;
-    is_back = work_->changes->List(changes) &&
-              (changes.IsEmpty() ||
-               (MDOMAIN::HISTORY::TakeBack(changes) && MDOMAIN::API::Updater().Trigger()));
+    back = work_->recording->TakeBack();
     work_->Publish();
   } catch (const std::exception& exception) {
-    maillog(korvmailserver::kLogError, "Cannot take [%s] back: %s", work_->entry.command.c_str(),
-            exception.what());
+    maillog(korvmailserver::kLogError, "Cannot take a change back: %s", exception.what());
   }
-  return is_back ? "" : "; what was done before that is still there";
+  return back == Back::kDone          ? ""
+         : back == Back::kUnpublished ? "; what is published is not as before yet"
+                                      : "; what was done before that is still there";
 }
 
 std::string ChangingTurn::Finish() {
@@ -267,17 +253,8 @@ std::string ChangingTurn::Finish() {
   }
   work_->is_finished = true;
   std::string why = work_->Publish();
-  Changes changes;
-  MDOMAIN::HISTORY::Plan plan;
-  MDOMAIN::HISTORY::Entry& entry = work_->entry;
-  entry.time = time(nullptr);
-  if (!work_->changes->List(changes) || !MDOMAIN::HISTORY::MakePlan(changes, plan)) {
-    entry.why_kept = "what it changed could not be read whole";
-  }
-  entry.summary = plan.summary;
-  if (!changes.IsEmpty() && !MDOMAIN::HISTORY::AddEntry(entry, changes, plan)) {
-    maillog(korvmailserver::kLogWarning, "The history does not have this change: %s",
-            entry.command.c_str());
+  if (!work_->recording->Record(PersonOf(state_))) {
+    maillog(korvmailserver::kLogWarning, "The history does not have this change");
   }
   return why;
 }

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "lib-domain/base/error_code.h"
+#include "lib-domain/history/recording.h"
 #include "lib-domain/session/mdomain.hpp"
+#include "lib-domain/sync/change_lock.h"
 
 namespace mdomain {
 
@@ -48,6 +50,9 @@ class Stop : public std::exception {
 // The error behind an exception that ended a call.
 Error ErrorOf(const korvmailserver::LogException& exception);
 
+// Within a dry run, with the files in the place of their copies.
+Error AsShown(Error error);
+
 // While one lives, this thread has the library to itself, and what is logged is gathered. Turns
 // within a turn of the same thread are part of it.
 class Turn {
@@ -70,16 +75,28 @@ class Turn {
   std::shared_ptr<struct GatheredLog> log_;
 };
 
-// What kind of entry the history gets. Refreshes and undoing are taken back neither by an undo nor
-// where they fail: the next one goes on with what is done.
-enum class ChangeKind { kChange, kRefresh, kUndo };
+// Refreshes and undoing are taken back neither by an undo nor where they fail: the next one goes on
+// with what is done.
+using ChangeKind = MDOMAIN::HISTORY::EntryKind;
+
+// What a change needs to be as it should: all, or for what mends that, nothing but the lock.
+enum class Needs { kModel, kNothing };
+
+// The steps of the outermost changing turn of a thread, and of a dry run. They end the call where
+// the lock is not to be had, and where this machine or this model may not be changed now.
+std::string PersonOf(const SessionState& state);  // whom the history names
+void TakeLock(const SessionState& state, MDOMAIN::UTILS::ChangeLock& lock);
+void RequireManager();
+void RequireOwnModel();
+// How many changing turns the thread that holds the mutex is in.
+int& Depth();
 
 // A turn that changes something: holds the lock file, keeps publications back and watches what is
 // changed. The outermost one of a thread ends with Finish, or takes everything back.
 class ChangingTurn : public Turn {
  public:
   // Ends the call where this machine or this model may not be changed now.
-  ChangingTurn(const Session& session, const std::string& command, ChangeKind kind);
+  ChangingTurn(const Session& session, const std::string& command, ChangeKind kind, Needs needs);
   ~ChangingTurn() override;
 
   // Publishes, and writes the history. Why it was not published, or the empty string.
@@ -110,7 +127,7 @@ Result<T> Guarded(const std::unique_ptr<Turn>& turn, const Work& work) {
     error.text += turn->GiveUp();
     error.log = turn->TakeLog();
   }
-  return error;
+  return AsShown(std::move(error));
 }
 
 template <typename T, typename Work>
@@ -125,10 +142,10 @@ Result<T> Read(const Session& session, const Work& work) {
 // `command` is what the history calls it.
 template <typename T, typename Work>
 Result<T> Change(const Session& session, const std::string& command, const Work& work,
-                 ChangeKind kind = ChangeKind::kChange) {
+                 ChangeKind kind = ChangeKind::kChange, Needs needs = Needs::kModel) {
   std::unique_ptr<Turn> turn;
   return Guarded<T>(turn, [&]() -> Result<T> {
-    auto changing = std::make_unique<ChangingTurn>(session, command, kind);
+    auto changing = std::make_unique<ChangingTurn>(session, command, kind, needs);
     ChangingTurn& now = *changing;
     turn = std::move(changing);
     T value = work();

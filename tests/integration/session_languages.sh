@@ -67,6 +67,27 @@ same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(":
 "$scratch/c" refresh '{}' domains '{}' >"$scratch/answers"
 same "what is there" "$(jq -c '.value | if type == "array" then map(.name) else .is_complete end' "$scratch/answers")" \
   $'true\n["bücher.example"]'
+before=$(sqlite3 "$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db" .dump)
+"$scratch/c" remove_users '{"domain": 1, "uids": [1001], "dry_run": true}' \
+  delete_domains '{"domains": [7], "dry_run": true}' create_domain '{"name": "x.example", "dry_run": 1}' \
+  together '{"command": "two", "dry_run": true, "calls": [{"call": "create_domain", "arguments": {"name": "two.example"}},
+    {"call": "set_setting", "arguments": {"key": "postmaster", "value": "anna"}}]}' \
+  list_history '{"domain": 1, "page_size": 1}' try_pattern '{"domain": 1, "pattern": "<1a>", "page_size": 1}' \
+  pattern_drift '{"domain": 1}' settings '{"all": true}' >"$scratch/answers" || fail "the program in C"
+same "plans and trials" "$(jq -c '.value.summary // .error.text // .value.total //
+  (.value | objects | [.pattern, .users, .page.total]) // any(.value[]; .key == "postmaster" and .is_set == false)' "$scratch/answers")" \
+'"1 person loses 1 address, 1 other thing changes"
+"there is no domain 7"
+"argument \"dry_run\" is neither true nor false"
+"5 people get 5 addresses, 2 other things change"
+2
+["<1a>",5,5]
+["<a>",5,0]
+true'
+same "what plans changed" "$(sqlite3 "$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db" .dump)" "$before"
+"$scratch/c" remove_users '{"domain": 1, "uids": [1001], "dry_run": true}' >"$scratch/answers"
+same "the tool's plan" "$(jq -cS .value.changes "$scratch/answers")" \
+  "$(mdomain --json user remove 1 1001 --dry-run -y | jq -cS .)"
 for standard in 17 20; do
   same "C++$standard" "$("$scratch/c++$standard")" "$(mdomain user list 1 --query a --json |
     jq -r 'map(.name) | reverse | join(" ")') there is no domain 7"
@@ -74,11 +95,19 @@ done
 
 # The example of docs/library.md.
 page=$source_dir/docs/library.md
-sed -n '/^```cxx$/,/^```$/p' "$page" | sed '/^```/d' >"$scratch/page.cpp"
-logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" "$scratch/page.cpp" -o "$scratch/page" "${needs[@]}"
-rm -rf "$scratch/company"
-new_root company
-same "the page" "$("$scratch/page")" "$(sed -n '/^```output$/,/^```$/p' "$page" | sed '/^```/d')"
+# block KIND N : the Nth block of the page that begins with ```KIND.
+block() {
+  awk -v begin="\`\`\`$1" -v wanted="$2" '
+    /^```/ { inside = !inside && $0 == begin && ++seen == wanted; next }
+    inside { print }' "$page"
+}
+for example in 1 2; do
+  block cxx $example >"$scratch/page.cpp"
+  logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" "$scratch/page.cpp" -o "$scratch/page" "${needs[@]}"
+  rm -rf "$scratch/company"
+  new_root company
+  same "the page, example $example" "$("$scratch/page")" "$(block output $example)"
+done
 rm -rf "$scratch/company"
 new_root company
 good domain create bücher.example
@@ -93,6 +122,8 @@ import mailserver_domain
 session = mailserver_domain.Session(person="python")
 people = {user["name"]: user for user in session.users(1, page_size=2)}
 anna = people["anna"]
+plan = session.set_user(domain=1, uid=anna["uid"], role="domain_admin", dry_run=True)
+print(plan["summary"], session.find_user(domain=1, uid=anna["uid"])["version"] == anna["version"])
 session.set_user(domain=1, uid=anna["uid"], role="domain_admin", add_aliases=["boss"], version=anna["version"])
 try:
     session.set_user(domain=1, uid=anna["uid"], add_aliases=["chief"], version=anna["version"])
@@ -110,6 +141,7 @@ except mailserver_domain.Error as error:
 END
 same "Python" "$(LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 PYTHONPATH="$source_dir/bindings/python" \
   python3 "$scratch/program.py" 2>&1)" \
-"changed anna was changed meanwhile
+"1 thing changes True
+changed anna was changed meanwhile
 1 anna python
 refused the administrator of a domain may not create domains"

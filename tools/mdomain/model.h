@@ -32,11 +32,6 @@ void RequireSettledSettings();
 // Removes them there.
 void DiscardForeignSettings();
 
-// Refuses a value of the account source's settings that forms no path; without --force also one
-// that takes the domains out of force, or hands the settings under their indexes to others. With
-// it, says on standard error what stands where.
-void RequireSwitchable(const Call& call, const std::string& key, const std::string& value);
-
 }  // namespace mdomain
 
 #endif  // TOOLS_MDOMAIN_MODEL_H

@@ -3,9 +3,8 @@
 #define TOOLS_MDOMAIN_RECORDER_H
 
 #include <memory>
-#include <string>
 
-#include "lib-domain/history/model_changes.h"
+#include "lib-domain/history/recording.h"
 #include "tools/mdomain/parser.h"
 
 namespace mdomain {
@@ -24,10 +23,7 @@ class Recorder {
   bool TakeBack() const;
 
  private:
-  std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes_;
-  std::string command_;
-  bool is_refresh_ = false;
-  bool is_undo_ = false;
+  std::unique_ptr<MDOMAIN::HISTORY::Recording> recording_;
   bool is_whole_ = false;  // all or nothing
 };
 

@@ -1,7 +1,6 @@
 // Characters and their widths are libunistring's, as in the library.
 #include "tools/mdomain/text.h"
 
-#include <unistr.h>
 #include <uniwidth.h>
 
 #include <algorithm>
@@ -57,29 +56,6 @@ std::string AsShown(std::string text) {
 std::string Printable(const std::string& text) {
   const std::string shown = AsShown(text);
   return IsPlainAscii(shown) ? shown : korvmailserver::VisibleText(shown);
-}
-
-void ForEachCharacter(const std::string& text,
-                      const std::function<void(char32_t, size_t, size_t)>& use) {
-  for (size_t at = 0; at < text.size();) {
-    ucs4_t character = 0xFFFD;
-    int length = u8_mbtoucr(&character, Bytes(text) + at, text.size() - at);
-    if (length <= 0) {
-      character = 0xFFFD;
-      length = 1;
-    }
-    use(character, at, static_cast<size_t>(length));
-    at += static_cast<size_t>(length);
-  }
-}
-
-std::string ValidUtf8(const std::string& text) {
-  std::string result;
-  ForEachCharacter(text, [&](char32_t character, size_t at, size_t length) {
-    const bool broken = length == 1 && character == 0xFFFD;
-    result += broken ? "\xEF\xBF\xBD" : text.substr(at, length);
-  });
-  return result;
 }
 
 int Width(const std::string& text) {

@@ -1,10 +1,10 @@
-#include "tools/mdomain/suggestion.h"
+#include "lib-domain/base/suggestion.h"
 
 #include <algorithm>
 
 #include "lib-domain/base/text.h"
 
-namespace mdomain {
+namespace MDOMAIN::BASE {
 namespace {
 
 // Letters to change, add, remove or swap with their neighbour; `most` + 1 for any more.
@@ -35,11 +35,11 @@ size_t Distance(const std::string& a, const std::string& b, size_t most) {
 std::string DidYouMean(const std::string& typed, const std::vector<std::string>& known) {
   constexpr size_t kLettersForAnError = 3;
   constexpr size_t kMostErrors = 2;
-  const std::string wanted = MDOMAIN::BASE::ToLowerAscii(typed);
+  const std::string wanted = ToLowerAscii(typed);
   size_t least = std::min(kMostErrors, wanted.size() / kLettersForAnError) + 1;
   std::string nearest;
   for (const std::string& name : known) {
-    const std::string candidate = MDOMAIN::BASE::ToLowerAscii(name);
+    const std::string candidate = ToLowerAscii(name);
     const bool begins = wanted.size() >= 2 && candidate.rfind(wanted, 0) == 0;
     const size_t distance = begins ? 1 : Distance(wanted, candidate, least);
     if (distance < least) {
@@ -50,4 +50,4 @@ std::string DidYouMean(const std::string& typed, const std::vector<std::string>&
   return nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?";
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::BASE
