@@ -295,11 +295,12 @@ TEST_F(SessionTest, AnAdministratorHasThePartOfTheHistoryThatIsHis) {
   EXPECT_EQ(session_.ListHistory({2, 1})->next, "1");
   EXPECT_EQ(commands(*session_.ListHistory({1, 3}, "1")).back(), "create domain a.example");
   const auto his = alice.ListHistory();
-  EXPECT_EQ(commands(*his), (StringList{"set 1001 in domain 2", "add 1001 1002 in domain 2"}));
-  EXPECT_EQ(his->total, 2u);
-  EXPECT_EQ(alice.HistoryPlan(his->items[0].id)->value().changes.size(), 1u);
+  EXPECT_EQ(commands(*his), (StringList{"set disclaimers of domain 2", "set 1001 in domain 2",
+                                        "add 1001 1002 in domain 2", "create domain b.example"}));
+  EXPECT_EQ(his->total, 4u);
+  EXPECT_EQ(alice.HistoryPlan(his->items[1].id)->value().changes.size(), 1u);
   EXPECT_FALSE(alice.HistoryPlan(session_.History(1)->front().id)->has_value());
-  EXPECT_EQ(ReasonOf(alice.Undo(his->items[0].id)), Reason::kRefused);
+  EXPECT_EQ(ReasonOf(alice.Undo(his->items[1].id)), Reason::kRefused);
   ASSERT_TRUE(session_.Undo(session_.History(1)->front().id));
   ASSERT_TRUE(alice.SetUser(2, kBob, {{}, {}, {"c"}, {}}));
   const long long last = session_.History(1)->front().id;
@@ -331,13 +332,13 @@ TEST_F(SessionTest, APlanIsWhatTheChangeThenDoes) {
       {"gets", call([](Session& s) {
          return s.AddMembers(2, {{kCarol}, {}}, {"c", "bob"});
        })},
+      {"leaves", call([](Session& s) { return s.RemoveGroups(1, {kStaff}); })},
       {"joins", call([](Session& s) {
          return s.AddMembers(1, {{}, {kStaff}});
        })},
       {"role", call([](Session& s) { return s.SetGroupRole(1, {kStaff}, Role::kDomainAdmin); })},
       {"stays out", call([](Session& s) { return s.RemoveUsers(1, {kAlice}); })},
       {"again", call([](Session& s) { return s.RestoreMembers(1, kStaff); })},
-      {"leaves", call([](Session& s) { return s.RemoveGroups(1, {kStaff}); })},
       {"gets", call([](Session& s) {
          return s.SetUser(2, kBob, {{}, {}, {"x"}, {}});
        })},
@@ -434,7 +435,7 @@ TEST_F(SessionTest, ADryRunEndsWithItsCall) {
 }
 
 TEST_F(SessionTest, PatternsAreTriedBeforeTheyAreSaved) {
-  ASSERT_TRUE(session_.SetUser(1, kBob, {{}, {"a"}, {}, {}}));
+  ASSERT_TRUE(session_.SetUser(1, kBob, {{}, StringList{"a"}, {}, {}}));
   const auto tried = session_.TryPattern(1, "<1a>", {false, 2});
   ASSERT_TRUE(tried);
   EXPECT_EQ(tried->page.items.size(), 2u);
