@@ -22,7 +22,8 @@ struct Entry {
   std::string person;  // account that ran the command, with sudo the one who asked for it
   std::string command;
   std::string summary;
-  // "done", "undoing" (an undo of it has not ended), "half undone" (nor can it, as things stand),
+  // "done", "interrupted" (its process was killed; what it had changed until then, open_change.h),
+  // "undoing" (an undo of it has not ended), "half undone" (nor can it, as things stand),
   // "undone"; "refresh" and "undo", which are not taken back themselves.
   std::string state;
   std::string why_kept;  // why it cannot be taken back; empty where it may be tried

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/include/change_record.h"
@@ -60,6 +61,24 @@ class MDOMAIN_EXPORT ModelChanges {
   void WatchFiles();
   // What differs now. False with one log line when it cannot be read.
   bool List(Changes& changes) const;
+
+  // Before each commit `use` gets the rows that were changed since the last call, as they were, and
+  // whether all were kept so far.
+  void TellBeforeCommits(korvmailserver::ChangeRecord::Listener use) {
+    record_.TellBeforeCommits(std::move(use));
+  }
+  // Another number once a file of the domains differs: of the files as they were when watching
+  // began, and as they are.
+  size_t StampOfWatched() const;
+  static size_t StampOfFiles();
+  // Of rows as they were makes what differs now. False as List.
+  static bool Complete(Changes& changes);
+  // Adds the paths of these files below a folder that is laid out so. False with one log line.
+  static bool ListFiles(const std::string& folder, std::vector<std::string>& paths);
+  // What is kept so far was before this change, and does not count.
+  void StartAnew() { record_.StartAnew(); }
+  // Where the databases are, links resolved, with a slash at the end.
+  static std::string DatabaseFolder();
 
  private:
   // A descriptor, so that what is replaced can still be read.

@@ -19,6 +19,7 @@
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/control/outside_settings.h"
+#include "lib-domain/db/departure.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/history_file.h"
@@ -39,10 +40,9 @@ constexpr int kBusyMilliseconds = 10000;
 constexpr size_t kObstaclesShown = 10;
 constexpr char kSelectLast[] = "SELECT " HISTORY_ENTRY_COLUMNS
                                ", changes FROM entry_table"
-                               " WHERE state IN ('done', 'undoing', 'half undone')"
+                               " WHERE state IN ('done', 'interrupted', 'undoing', 'half undone')"
                                " ORDER BY state = 'undoing' AND length(changes) > 0 DESC, id DESC"
                                " LIMIT 1";
-constexpr char kDone[] = "done";
 constexpr char kBegun[] = "undoing";
 constexpr char kHalf[] = "half undone";
 constexpr char kSetState[] = "UPDATE entry_table SET state = ?2 WHERE id = ?1";
@@ -316,11 +316,11 @@ bool UndoLast(long long id, UndoResult& result) {
     return false;
   }
   if (!result.obstacles.empty()) {
-    const bool is_half = result.entry.state != kDone;
+    const bool is_half = result.entry.state == kBegun || result.entry.state == kHalf;
     result.reason = is_half ? "an undo of it was interrupted, and something was changed since"
                             : "something was changed since";
     result.obstacles.resize(std::min(result.obstacles.size(), kObstaclesShown));
-    return SetState(file, result.entry.id, is_half ? kHalf : kDone);
+    return SetState(file, result.entry.id, is_half ? kHalf : result.entry.state.c_str());
   }
   result.is_done = Follow(changes);
   return result.is_done;
@@ -340,7 +340,10 @@ bool TakeBack(const Changes& changes) {
     LOG_ERROR("Cannot put back, changed since: %s", obstacles.front().c_str());
     return false;
   }
-  return Follow(changes);
+  // Whoever was on the way out stays, and so does what is theirs.
+  std::vector<CONTROL::INTERNAL::PendingDeparture> pending;
+  return CONTROL::INTERNAL::ListPendingDepartures(pending) &&
+         (pending.empty() || DB::Departure().DeleteAll()) && Follow(changes);
 }
 
 }  // namespace MDOMAIN::HISTORY

@@ -10,6 +10,7 @@
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/user.h"
 #include "lib-domain/history/history.h"
+#include "lib-domain/history/open_change.h"
 #include "lib-domain/history/plan.h"
 #include "lib-domain/sync/change_lock.h"
 #include "lib-domain/sync/model_in_force.h"
@@ -215,6 +216,7 @@ ChangingTurn::ChangingTurn(const Session& session, const std::string& command, C
     RequireOwnModel();
     work->publication = std::make_unique<korvmailserver::PublicationScope>();
     work->kind = kind;
+    (void)MDOMAIN::HISTORY::SettleInterrupted(true);
     work->changes = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
         kind == ChangeKind::kChange ? MDOMAIN::HISTORY::kEveryRow
                                     : MDOMAIN::HISTORY::kMostRowsKept);

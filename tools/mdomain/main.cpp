@@ -171,7 +171,7 @@ int Run(const Parsed& parsed) {
     return DryRun(parsed, RunOnCopies);
   }
   // Before a database is opened, and until everything else has ended.
-  const Recorder recorder(parsed);
+  Recorder recorder(parsed);
   Call call(parsed.options, parsed.values);
   WhenLocked() = [&recorder] { recorder.Begin(); };
   call.SetForecast([&parsed] { return Forecast(parsed); });

@@ -8,6 +8,7 @@
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/history/history.h"
+#include "lib-domain/history/open_change.h"
 #include "lib-domain/history/plan.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/notes.h"
@@ -42,6 +43,25 @@ std::string Quoted(const std::string& word) {
 
 }  // namespace
 
+void TellInterrupted(MDOMAIN::HISTORY::Interrupted interrupted) {
+  if (interrupted == MDOMAIN::HISTORY::Interrupted::kTakenBack) {
+    Note("a command that is all or nothing was interrupted: it is taken back (mdomain history)");
+  } else if (interrupted == MDOMAIN::HISTORY::Interrupted::kFailed) {
+    Note("warning: the history does not have what a command changed that was interrupted");
+  }
+}
+
+MDOMAIN::HISTORY::Interrupted SettleInterruptedWhole(const Call& call) {
+  using MDOMAIN::HISTORY::Interrupted;
+  if (!MDOMAIN::HISTORY::HasOpenWhole()) {
+    return Interrupted::kNothing;
+  }
+  const ChangeLock lock(call.options().lock_timeout, call.IsQuiet() || call.options().json);
+  const Interrupted interrupted = MDOMAIN::HISTORY::SettleInterrupted(true);
+  TellInterrupted(interrupted);
+  return interrupted;
+}
+
 Recorder::Recorder(const Parsed& parsed)
     : is_refresh_(parsed.words == "refresh"),
       is_undo_(parsed.words == "undo"),
@@ -50,14 +70,27 @@ Recorder::Recorder(const Parsed& parsed)
     changes_ = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
         is_whole_ ? MDOMAIN::HISTORY::kEveryRow : MDOMAIN::HISTORY::kMostRowsKept);
     for (const std::string& word : parsed.typed) {
-      command_ += (command_.empty() ? "" : " ") + Quoted(word);
+      begun_.command += (begun_.command.empty() ? "" : " ") + Quoted(word);
     }
+    begun_.person = Person();
+    begun_.state = is_refresh_ ? "refresh" : is_undo_ ? "undo" : "done";
+    begun_.why_kept = is_refresh_ ? "a refresh follows the accounts, and would do it again"
+                      : is_undo_  ? "it took something back"
+                                  : "";
   }
 }
 
-void Recorder::Begin() const {
-  if (changes_) {
-    changes_->WatchFiles();
+void Recorder::Begin() {
+  if (!changes_ || begun_.time != 0) {
+    return;
+  }
+  // Of a command that was killed, before this one's changes would count as its own.
+  TellInterrupted(MDOMAIN::HISTORY::SettleInterrupted(true));
+  changes_->StartAnew();
+  changes_->WatchFiles();
+  begun_.time = time(nullptr);
+  if (!is_undo_) {  // its own mark tells of it
+    open_change_.Begin(begun_, *changes_, is_whole_);
   }
 }
 
@@ -86,14 +119,8 @@ void Recorder::Record() const {
   if (is_listed && changes.IsEmpty()) {
     return;
   }
-  Entry entry;
+  Entry entry = begun_;
   entry.time = time(nullptr);
-  entry.person = Person();
-  entry.command = command_;
-  entry.state = is_refresh_ ? "refresh" : is_undo_ ? "undo" : "done";
-  entry.why_kept = is_refresh_ ? "a refresh follows the accounts, and would do it again"
-                   : is_undo_  ? "it took something back"
-                               : "";
   if (!is_listed) {
     entry.why_kept = "what it changed could not be read whole";
   }

@@ -5,17 +5,27 @@
 #include <memory>
 #include <string>
 
+#include "lib-domain/history/history.h"
 #include "lib-domain/history/model_changes.h"
+#include "lib-domain/history/open_change.h"
+#include "tools/mdomain/command.h"
 #include "tools/mdomain/parser.h"
 
 namespace mdomain {
+
+// In a note, where there is something to say.
+void TellInterrupted(MDOMAIN::HISTORY::Interrupted interrupted);
+
+// Settles it under the lock where it was all or nothing, for a command that reads the model before
+// it takes the lock itself.
+MDOMAIN::HISTORY::Interrupted SettleInterruptedWhole(const Call& call);
 
 class Recorder {
  public:
   // Watches nothing where the command only reads.
   explicit Recorder(const Parsed& parsed);
   // Once the lock is held: what others did before it is not this command's.
-  void Begin() const;
+  void Begin();
   // Adds an entry where something was changed. A history that cannot be written is a warning: the
   // change is made.
   void Record() const;
@@ -25,7 +35,8 @@ class Recorder {
 
  private:
   std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes_;
-  std::string command_;
+  MDOMAIN::HISTORY::Entry begun_;
+  MDOMAIN::HISTORY::OpenChange open_change_;
   bool is_refresh_ = false;
   bool is_undo_ = false;
   bool is_whole_ = false;  // all or nothing
