@@ -130,7 +130,9 @@ void Apply(Call& call) {
     return;
   }
   SettleInterruptedWhole(call);
-  RequireOwnModel(call);
+  if (!call.Has(kForce)) {
+    RequireOwnModel(call);
+  }
   const std::string before = StoredState();
   Json::Value plan(Json::arrayValue);
   std::vector<std::string> sentences;

@@ -73,6 +73,12 @@ void RequirePublishable(const Call& call) {
                               ", or give --force to publish no domain");
 }
 
+std::string WhyOnlyMirrored(const Call& call) {
+  const ModelStanding standing = Standing();
+  return !call.Has("--force") && standing.WouldEmpty() && standing.IsOther() ? standing.Reason()
+                                                                             : "";
+}
+
 void RequireOwnModel(const Call& call) {
   if (call.Has("--force")) {
     DiscardForeignSettings();
@@ -83,17 +89,16 @@ void RequireOwnModel(const Call& call) {
     throw Failure(kRefused,
                   standing.Reason() + ". Next: restore that file, or give --force to start anew");
   }
-  RequireOwnSettings();
+  RequireOwnSettings("give --force to have them removed");
 }
 
-void RequireOwnSettings() {
+void RequireOwnSettings(const std::string& advice) {
   const ModelStanding standing = Standing();
   const std::string outside = standing.IsOther() ? OutsideSettings() : "";
   if (!outside.empty()) {
     throw Failure(kRefused, "settings under domain indexes belong to the domains of " +
                                 standing.published_file + ": " + outside +
-                                ". Next: set the account source back, or have them removed with "
-                                "mdomain publish --force");
+                                ". Next: set the account source back, or " + advice);
   }
 }
 
