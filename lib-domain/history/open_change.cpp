@@ -274,6 +274,14 @@ OpenChange::~OpenChange() {
   }
 }
 
+void OpenChange::Leave() {
+  if (file_ >= 0) {
+    close(file_);
+    file_ = -1;
+  }
+  is_given_up_ = true;
+}
+
 void OpenChange::Begin(const Entry& entry, ModelChanges& changes, bool all_or_nothing) {
   entry_ = &entry;
   files_ = changes.StampOfWatched();

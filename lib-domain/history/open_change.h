@@ -27,6 +27,8 @@ class MDOMAIN_EXPORT OpenChange {
   // command and state; both outlive this. With `all_or_nothing` the files of the domains are kept,
   // too. Where nothing can be written nothing is noted.
   void Begin(const Entry& entry, ModelChanges& changes, bool all_or_nothing);
+  // Ends it as a killed process does: the next change settles it.
+  void Leave();
 
  private:
   void _Note(const std::vector<korvmailserver::TableChange>& kept, bool is_whole);

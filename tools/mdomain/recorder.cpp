@@ -94,12 +94,14 @@ void Recorder::Begin() {
   }
 }
 
-bool Recorder::TakeBack() const {
+bool Recorder::TakeBack() {
   Changes changes;
-  if (!changes_ || !is_whole_ || !changes_->List(changes)) {
-    return !is_whole_;
+  if (!changes_ || !is_whole_) {
+    return true;
   }
-  if (!changes.IsEmpty() && !MDOMAIN::HISTORY::TakeBack(changes)) {
+  if (!changes_->List(changes) || (!changes.IsEmpty() && !MDOMAIN::HISTORY::TakeBack(changes))) {
+    open_change_.Leave();
+    is_left_ = true;
     return false;
   }
   if (!changes.IsEmpty() && !MDOMAIN::API::Updater().Trigger()) {
@@ -110,7 +112,7 @@ bool Recorder::TakeBack() const {
 }
 
 void Recorder::Record() const {
-  if (!changes_) {
+  if (!changes_ || is_left_) {
     return;
   }
   Changes changes;

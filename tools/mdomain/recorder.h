@@ -30,8 +30,8 @@ class Recorder {
   // change is made.
   void Record() const;
   // Of a command that does all or nothing, and failed: makes everything as it was before. Whether
-  // it is so now.
-  bool TakeBack() const;
+  // it is so now; where not, the next change tries again, and nothing is recorded.
+  bool TakeBack();
 
  private:
   std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes_;
@@ -40,6 +40,7 @@ class Recorder {
   bool is_refresh_ = false;
   bool is_undo_ = false;
   bool is_whole_ = false;  // all or nothing
+  bool is_left_ = false;   // to the next change
 };
 
 }  // namespace mdomain
