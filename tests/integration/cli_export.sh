@@ -116,7 +116,6 @@ done <<'END'
 3|\$\.domains\[1\]\.disclaimers\[0\]\.op: must be|.domains[1].disclaimers[0].op = "nor"
 3|\$\.\$schema: must be|.["$schema"] = "2"
 3|cannot be made, because of "all@example.com"|.domains[1].entries[0].addresses = ["all@example.com"]
-3|\$\.domains\[1\]\.copies\[0\]\.name: .*another domain|.domains[1].copies[0].name = "x@bücher.example"
 3|\$\.domains\[1\]\.copies\[2\]\.name: stands here twice|.domains[1].copies += [.domains[1].copies[] | select(.type == "recipient") | .name = "ANNA@example.com"]
 3|\$\.domains\[0\]\.pattern: |.domains[0].pattern = "x y<a>"
 3|\$\.domains: has none|.domains = []
@@ -128,6 +127,11 @@ refused 3 '^mdomain: \$: no JSON' -y apply "$scratch/wrong.json"
 refused 4 'No such file' -y apply "$scratch/none.json"
 jq '.domains[1].description = "x"' "$document" >"$scratch/changed.json"
 refused 2 'Nobody can answer here' apply "$scratch/changed.json"
+
+# A rule that is older than the domain of its address stands in another one; its export says so.
+jq '.domains[1].copies[0].name = "x@bücher.example"' "$document" >"$scratch/changed.json"
+good -y apply "$scratch/changed.json"
+matches "a rule elsewhere" "$err" 'warning: \$\.domains\[1\]\.copies\[0\]\.name: .*another domain'
 
 # Accounts that this machine has not are left out when it is told so.
 jq '.domains[1].entries[0].users = ["nobody"] | .domains[1].removed = ["nobody"]' "$document" >"$scratch/changed.json"

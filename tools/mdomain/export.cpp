@@ -61,6 +61,9 @@ Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accou
   for (const std::string& name : tells ? typed.unknown : std::vector<std::string>()) {
     Note("left out: " + name);
   }
+  for (const std::string& doubt : tells ? typed.doubts : std::vector<std::string>()) {
+    Note("warning: " + doubt);
+  }
   return std::move(typed.site);
 }
 

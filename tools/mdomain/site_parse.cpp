@@ -53,7 +53,7 @@ class Parser {
     for (const Place& place : root.Member("domains").Elements()) {
       AddDomain(place);
     }
-    RequireOwnRules(root.Member("domains"));
+    NoteForeignRules(root.Member("domains"));
     AddSettings(root.Member("settings"));
     RequirePrimary(root.Member("domains"));
     typed_.unknown = {unknown_.begin(), unknown_.end()};
@@ -260,8 +260,8 @@ class Parser {
     domain.copies.emplace(std::pair(rule.type, rule.name), rule.bcc_to);
   }
 
-  // A rule belongs to the domain of its address, and goes with it.
-  void RequireOwnRules(const Place& place) const {
+  // A rule should go with the domain of its address. One that is older than that domain does not.
+  void NoteForeignRules(const Place& place) {
     for (const Place& domain : place.Elements()) {
       const std::string own = AsciiForm(DomainName(domain.Member("name")));
       for (const Place& copy : domain.Member("copies").Elements()) {
@@ -271,7 +271,8 @@ class Parser {
         const auto of =
             is_account ? owners_.end() : owners_.find(AsciiForm(name.substr(name.rfind('@') + 1)));
         if (of != owners_.end() && of->second != own) {
-          copy.Member("name").Refuse("\"" + name + "\" belongs to another domain");
+          const std::string path = copy.Member("name").path();
+          typed_.doubts.push_back(path + ": \"" + name + "\" belongs to another domain");
         }
       }
     }
