@@ -3,6 +3,7 @@
 #include "lib-domain/history/open_change.h"
 
 #include <fcntl.h>
+#include <json/reader.h>
 #include <json/writer.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -122,8 +123,9 @@ std::string WhyNotTakenBack(const std::string& reason, bool is_whole, bool are_f
          : !is_whole       ? "it was interrupted, and changed more than was kept"
          : !are_files_same ? "it was interrupted, and changed texts or keys of domains"
          : !is_own_model   ? "it was interrupted, and the model file is another one now"
-         : !is_told || !pending.empty() ? "it was interrupted within a removal, which goes on"
-                                        : "";
+         : !is_told || !pending.empty()
+             ? "it was interrupted within a removal, and the next change ends it"
+             : "";
 }
 
 // What the first text says. False where it is none, or where the entry was made.
@@ -328,7 +330,7 @@ namespace {
 // The name of the model file among them, if one is. Nothing is asked for it within a commit.
 std::string ModelIn(const std::vector<TableChange>& tables) {
   for (const TableChange& table : tables) {
-    const std::string name = table.path.substr(table.path.rfind('/') + 1);
+    std::string name = table.path.substr(table.path.rfind('/') + 1);
     if (name.find("_DOMAIN.db") != std::string::npos) {
       return name;
     }
