@@ -1,6 +1,7 @@
 // A document, as a site.
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/utils/domain_utils.h"
@@ -271,8 +272,9 @@ class Parser {
         const auto of =
             is_account ? owners_.end() : owners_.find(AsciiForm(name.substr(name.rfind('@') + 1)));
         if (of != owners_.end() && of->second != own) {
-          const std::string path = copy.Member("name").path();
-          typed_.doubts.push_back(path + ": \"" + name + "\" belongs to another domain");
+          std::string doubt = copy.Member("name").path();
+          doubt.append(": \"").append(name).append("\" belongs to another domain");
+          typed_.doubts.push_back(std::move(doubt));
         }
       }
     }
