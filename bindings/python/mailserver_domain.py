@@ -6,10 +6,17 @@
     for user in session.users(1, text="anna"):
         print(user["name"], [alias["local_part"] for alias in user["aliases"]])
     session.set_user(domain=1, uid=1001, add_aliases=["boss"])
+    for step in session.explain(address="boss@example.com")["steps"]:
+        print(step["text"])
 
 Each call of mailserver-domain/mdomain.h is a method with its arguments by keyword; records are
 dictionaries. What goes wrong is an Error; what was done and could not be published is told by
 `Unpublished`, which carries the value. Sessions may be used from any thread.
+
+With dry_run=True a changing call changes nothing and gives its plan: a dictionary with "summary" and
+"changes", whose records have "what", "change", "text" and what the text names.
+
+    plan = session.remove_users(domain=1, uids=[1001], dry_run=True)
 """
 
 import ctypes
@@ -53,27 +60,43 @@ def _library():
 _LIBRARY = _library()
 
 
+class _Handle:
+    """A session of the library, closed when nobody uses it any more: calls under way keep it."""
+
+    def __init__(self, pointer):
+        if not pointer:
+            raise ValueError("no such options of a session")
+        self.pointer = pointer
+
+    def __del__(self, close=_LIBRARY.mdomain_close):
+        if getattr(self, "pointer", None):
+            close(self.pointer)
+
+
 class Session:
     """Options: lock_timeout (seconds), person (whom the history names)."""
 
     def __init__(self, **options):
-        self._session = self._take(_LIBRARY.mdomain_open(json.dumps(options).encode()))
+        self._handle = _Handle(_LIBRARY.mdomain_open(json.dumps(options).encode()))
 
-    @staticmethod
-    def _take(session):
-        if not session:
-            raise ValueError("no such options of a session")
-        return session
+    def _open_handle(self):
+        handle = self._handle
+        if handle is None:
+            raise ValueError("the session is closed")
+        return handle
 
     def acting_as(self, uid):
         """The same with the rights of a domain administrator."""
+        if not isinstance(uid, int) or not 0 <= uid < 2**32:
+            raise ValueError(f"{uid!r} is no uid")
+        handle = self._open_handle()
         other = Session.__new__(Session)
-        other._session = self._take(_LIBRARY.mdomain_as(self._session, uid))
+        other._handle = _Handle(_LIBRARY.mdomain_as(handle.pointer, uid))
         return other
 
     def close(self):
-        session, self._session = getattr(self, "_session", None), None
-        _LIBRARY.mdomain_close(session)
+        """Calls of other threads that are under way still end."""
+        self._handle = None
 
     def __enter__(self):
         return self
@@ -81,13 +104,10 @@ class Session:
     def __exit__(self, *_):
         self.close()
 
-    __del__ = close
-
     def call(self, name, /, **arguments):
         """One call by its name."""
-        if not self._session:
-            raise ValueError("the session is closed")
-        text = _LIBRARY.mdomain_call(self._session, name.encode(), json.dumps(arguments).encode())
+        handle = self._open_handle()
+        text = _LIBRARY.mdomain_call(handle.pointer, name.encode(), json.dumps(arguments).encode())
         if not text:
             raise MemoryError
         try:
@@ -111,6 +131,10 @@ class Session:
 
     def groups(self, domain, **query):
         return self._walk("list_groups", domain, query)
+
+    def changes(self, domain=0, **query):
+        """The history, newest first, page by page; of one domain, or of all."""
+        return self._walk("list_history", domain, query)
 
     def _walk(self, name, domain, query):
         cursor = ""

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -129,6 +130,10 @@ class MDOMAIN_EXPORT BCC {
   // address of a published domain that nobody has, an account without an address there.
   static int CheckDestinations(int domain_id, const std::list<BccInfo>& rules,
                                std::vector<std::string>& warnings);
+
+  // The same of the rules of several domains, by domain: what is published is read once.
+  static int CheckAllDestinations(const std::map<int, std::list<BccInfo>>& rules,
+                                  std::map<int, std::vector<std::string>>& warnings);
 
   // Writes the rules of a type, one "NAME DESTINATION" line each, by name descending, and replaces
   // the file. Addresses stand in punycode, but a name in another spelling than its usual one, or

@@ -9,7 +9,7 @@
 namespace MDOMAIN::API {
 
 // GetSummary tells what the refresh found. One object per run.
-class MDOMAIN_EXPORT Updater : public UTILS::Updater {
+class MDOMAIN_EXPORT MDOMAIN_LAYOUT(v1_1) Updater : public UTILS::Updater {
  public:
   // UTILS::Updater::Refresh; when it succeeded everything is published, and that is the result.
   bool Refresh();

@@ -1,6 +1,7 @@
 #include "lib-domain/base/account_settings.h"
 
 #include <map>
+#include <utility>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -67,6 +68,12 @@ bool IsAccountSourceInForce(const std::string& model_path) {
 
 void ForgetAccountSettings() {
   Kept().clear();
+}
+
+OtherAccountSettings::OtherAccountSettings() : outer_(std::exchange(Kept(), {})) {}
+
+OtherAccountSettings::~OtherAccountSettings() {
+  Kept() = std::move(outer_);
 }
 
 }  // namespace MDOMAIN::BASE

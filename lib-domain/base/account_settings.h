@@ -5,6 +5,7 @@
 #ifndef LIB_DOMAIN_BASE_ACCOUNT_SETTINGS_H
 #define LIB_DOMAIN_BASE_ACCOUNT_SETTINGS_H
 
+#include <map>
 #include <string>
 
 namespace MDOMAIN::BASE {
@@ -20,6 +21,18 @@ bool IsAccountSourceInForce(const std::string& model_path);
 
 // Forgets what was kept: a machine that pulls was given other settings. For tests, too.
 void ForgetAccountSettings();
+
+// While one lives, the kept values are others: read anew, and forgotten at its end.
+class OtherAccountSettings {
+ public:
+  OtherAccountSettings();
+  ~OtherAccountSettings();
+  OtherAccountSettings(const OtherAccountSettings&) = delete;
+  OtherAccountSettings& operator=(const OtherAccountSettings&) = delete;
+
+ private:
+  std::map<std::string, std::string> outer_;
+};
 
 }  // namespace MDOMAIN::BASE
 

@@ -113,4 +113,45 @@ bool HasTriedAlias(const TriedAlias& tried) {
          });
 }
 
+std::string WhyNotByPattern(const TriedAlias& tried) {
+  constexpr size_t kLongestLocalPart = 64;
+  if (tried.is_from_pattern) {
+    return "";
+  }
+  if (!tried.missing.empty()) {
+    return "no value for " + tried.missing;
+  }
+  if (tried.made.empty()) {
+    return "the pattern gives nothing";
+  }
+  return tried.made.size() > kLongestLocalPart
+             ? "the pattern gives " + std::to_string(tried.made.size()) + " bytes, more than " +
+                   std::to_string(kLongestLocalPart)
+             : "\"" + tried.made + "\" is no local part";
+}
+
+// The text around the placeholders has to be allowed in a local part.
+std::string WhyUselessPattern(const std::string& pattern) {
+  std::string sample;
+  size_t begin = 0;
+  while (begin < pattern.size()) {
+    const size_t open = pattern.find('<', begin);
+    const size_t close = open == std::string::npos ? open : pattern.find('>', open);
+    if (close == std::string::npos) {
+      break;
+    }
+    const std::string token = pattern.substr(open + 1, close - open - 1);
+    const std::string length = token.substr(0, token.find_first_not_of("0123456789"));
+    int number = 0;
+    if (!length.empty() && !BASE::ConvertToInt(length, number)) {
+      return " asks for a value that is " + length + " bytes long, and there is none";
+    }
+    sample += pattern.substr(begin, open - begin) + "a";
+    begin = close + 1;
+  }
+  sample += pattern.substr(begin);
+  return begin == 0 || UTILS::IsAccountAliasValid(sample) ? ""
+                                                          : " makes no local parts of addresses";
+}
+
 }  // namespace MDOMAIN::CONTROL::INTERNAL

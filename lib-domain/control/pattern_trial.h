@@ -37,6 +37,28 @@ MDOMAIN_EXPORT bool TryPattern(int domain_idx, const std::string& pattern,
 // Whether the user has what the pattern gives, ASCII case ignored; also when it gives nothing.
 MDOMAIN_EXPORT bool HasTriedAlias(const TriedAlias& tried);
 
+// Why the alias is not what the pattern made: "no value for <s>"; empty when it is.
+MDOMAIN_EXPORT std::string WhyNotByPattern(const TriedAlias& tried);
+
+// What is wrong with a pattern that would give nobody an address, to be said behind it: " makes no
+// local parts of addresses". Empty for any other, and for a text without placeholders.
+MDOMAIN_EXPORT std::string WhyUselessPattern(const std::string& pattern);
+
+struct TriedCounts {
+  size_t users = 0;
+  size_t from_account = 0;
+  size_t without_address = 0;
+  size_t colliding = 0;
+
+  void Add(const TriedAlias& one) {
+    ++users;
+    from_account += !one.is_from_pattern && !one.alias.empty() ? 1 : 0;
+    without_address += one.alias.empty() ? 1 : 0;
+    colliding += one.Collides() ? 1 : 0;
+  }
+  size_t FromPattern() const { return users - from_account - without_address; }
+};
+
 }  // namespace MDOMAIN::CONTROL::INTERNAL
 
 #endif  // LIB_DOMAIN_CONTROL_PATTERN_TRIAL_H

@@ -7,7 +7,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain_db_filter.h"
-#include "lib-domain/db/remembered.h"
+#include "lib-domain/db/handler_state.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -104,7 +104,7 @@ bool Database::GetExists(const Sql& sql, bool& exists, SourceHere here) const {
 
 bool Database::GetExistsInSchema(const char* sql, bool& exists, SourceHere here) const {
   return IsOpen(here) && Remember(*handler_, &korvmailserver::DatabaseNumbers::schema,
-                                  handler_->memory_->in_schema[sql], exists,
+                                  handler_->_State().memory.in_schema[sql], exists,
                                   [&](bool& found) { return GetExists(sql, found, here); });
 }
 
@@ -112,7 +112,7 @@ bool Database::ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>
                          std::vector<RECORD::Domain>& domains, SourceHere here) const {
   std::vector<RECORD::Domain> listed;
   if (!IsOpen(here) || !Remember(*handler_, &korvmailserver::DatabaseNumbers::changes,
-                                 handler_->memory_->names, listed, read)) {
+                                 handler_->_State().memory.names, listed, read)) {
     return false;
   }
   domains.insert(domains.end(), listed.begin(), listed.end());
@@ -144,7 +144,7 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
     LOG_ERROR_AT(here.file, here.line, "%s", failure);
     return false;
   }
-  batch.KeepIn(handler_->kept_);
+  batch.KeepIn(handler_->_State().kept);
   if (batch.Fits() && handler_->exeSteps(batch.Steps()) == 0) {
     return true;
   }

@@ -54,6 +54,15 @@ bool DomainDBFilter::SortsByRole() const {
   return BASE::ToLowerAscii(sort_by_).find("role") != std::string::npos;
 }
 
+bool DomainDBFilter::IsForWholeDomainByName() const {
+  return IsForWholeDomain() && select_.find("count") == std::string::npos &&
+         BASE::EqualsIgnoreCase(sort_by_, "user_name") && IsSort(sort_by_, sort_direction_);
+}
+
+bool DomainDBFilter::IsDescending() const {
+  return BASE::EqualsIgnoreCase(sort_direction_, "desc");
+}
+
 bool DomainDBFilter::_HasQueryInput() const {
   return !domain_idxs_.empty() || !query_.empty();
 }

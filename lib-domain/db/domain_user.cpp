@@ -73,16 +73,6 @@ constexpr const char* kSelectAllAliases =
     "SELECT user_name, account_alias, is_duplicated FROM domain_user_alias_table AS a INNER JOIN "
     "user_table ON "
     "a.uid = user_table.uid WHERE domain_idx = %d ORDER BY a.rowid";
-constexpr const char* kSelectDuplicated =
-    "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM domain_user_alias_table WHERE "
-    "is_duplicated = 1 AND domain_idx = %d";
-// "> 0" is what makes the index of flagged aliases fit. The limit keeps the order of the inner
-// statement, in which the other one finds the rows.
-constexpr const char* kSelectDuplicatedByIndex =
-    "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM (SELECT account_alias FROM "
-    "domain_user_alias_table WHERE is_duplicated = 1 AND is_duplicated > 0 AND domain_idx = %d "
-    "ORDER BY uid, rowid LIMIT -1)";
-
 constexpr const char* kInsertAlias =
     "INSERT INTO  domain_user_alias_table (domain_idx, uid, account_alias, is_duplicated) VALUES "
     "('%d', '%u', '%q', '%d');";
@@ -185,6 +175,9 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
   own.SetTableName(filter.SortsByRole() ? kUserView : UserView(handler_));
   if (HasOwnViews(handler_) && own.IsForOneDomainUnsorted()) {
     return _WalkUIDs(own, uids);
+  }
+  if (HasOwnViews(handler_) && own.IsForWholeDomainByName() && _CutByName(own, uids)) {
+    return true;
   }
   return _DomainDb().Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
 }
@@ -393,12 +386,6 @@ bool DomainUser::GetUsersWithoutRole(std::map<int, std::vector<unsigned int>>& u
   return _DomainDb().Query<DomainAndUser>(
       HasOwnViews(handler_) ? kSelectFromWithoutRole : kSelectUsersWithoutRole,
       [&](int domain_idx, unsigned int uid) { uids_by_domain[domain_idx].push_back(uid); });
-}
-
-bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails) {
-  return _DomainDb().Append<Columns<Text>>(
-      Sql(HasOwnViews(handler_) ? kSelectDuplicatedByIndex : kSelectDuplicated, domain_idx),
-      emails);
 }
 
 bool DomainUser::GetAllRemovedUIDs(const int& domain_idx, std::unordered_set<unsigned int>& uids) {

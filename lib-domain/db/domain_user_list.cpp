@@ -2,8 +2,10 @@
 // whole listings.
 #include <algorithm>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <string_view>
+#include <tuple>
 #include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
@@ -13,6 +15,7 @@
 #include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/read_scope.h"
+#include "lib-domain/db/role_holders.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB {
@@ -35,17 +38,28 @@ constexpr const char* kSelectRowsOfUsers =
     "SELECT domain_idx, uid, user_name, account_alias, role, is_duplicated, role IS NOT NULL FROM "
     "domain_user_view WHERE uid IN (%s) AND +domain_idx IN (SELECT domain_idx FROM domain_table) "
     "ORDER BY is_duplicated DESC, domain_idx, uid";
-// The users of one domain who have a role, as domain_user_with_role_view has them. Who has one is
-// gathered once: fewer look-ups than to ask for each.
-constexpr const char* kCountWithRole =
-    "SELECT count(*) FROM (SELECT DISTINCT uid FROM domain_user_alias_table WHERE domain_idx = ?1) "
-    "AS alias CROSS JOIN user_table ON user_table.uid = alias.uid WHERE alias.uid IN (SELECT uid "
-    "FROM domain_user_role_table WHERE domain_idx = ?1 AND role IS NOT NULL UNION ALL SELECT "
-    "member.uid FROM domain_group_role_table AS granted CROSS JOIN group_to_user_table AS member "
-    "ON member.gid = granted.gid WHERE granted.domain_idx = ?1 AND granted.role IS NOT NULL AND "
-    "NOT EXISTS (SELECT 1 FROM domain_group_removed_user_table AS removal WHERE removal.domain_idx "
-    "= ?1 AND removal.gid = member.gid AND removal.uid = member.uid) AND NOT EXISTS (SELECT 1 FROM "
-    "domain_user_role_table AS own WHERE own.domain_idx = ?1 AND own.uid = member.uid))";
+// The first row of each counts. A flag or a name that the order of texts and of 0 and 1 does not
+// put in its place is odd (2).
+constexpr const char* kSelectUserNames =
+    "SELECT alias.uid, CASE WHEN typeof(user_name) <> 'text' THEN 2 WHEN is_duplicated = 0 THEN 0 "
+    "WHEN is_duplicated = 1 THEN 1 ELSE 2 END, user_name FROM domain_user_alias_table AS alias "
+    "CROSS JOIN user_table ON user_table.uid = alias.uid WHERE alias.domain_idx = ?1 ORDER BY "
+    "alias.uid, alias.rowid";
+constexpr const char* kSelectDuplicated =
+    "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM domain_user_alias_table WHERE "
+    "is_duplicated = 1 AND domain_idx = %d";
+// "> 0" is what makes the index of flagged aliases fit. The limit keeps the order of the inner
+// statement, in which the other one finds the rows.
+constexpr const char* kSelectDuplicatedByIndex =
+    "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM (SELECT account_alias FROM "
+    "domain_user_alias_table WHERE is_duplicated = 1 AND is_duplicated > 0 AND domain_idx = %d "
+    "ORDER BY uid, rowid LIMIT -1)";
+// The same rows in no order, with what puts them in it. "odd" is what is compared as no text of
+// letters.
+constexpr const char* kSelectFlagged =
+    "SELECT account_alias, uid, rowid, typeof(account_alias) <> 'text' OR instr(account_alias, "
+    "char(0)) > 0 AS odd FROM domain_user_alias_table WHERE is_duplicated = 1 AND is_duplicated > "
+    "0 AND domain_idx = ?1";
 // Where ComposeUIDWalkCmd puts a row.
 constexpr int kBetween = 0;
 constexpr int kBehind = 2;
@@ -76,9 +90,27 @@ class Page {
 // three times as much.
 class UsersByName {
  public:
-  void Add(unsigned int uid, const std::string& name) {
+  void Add(unsigned int uid, std::string_view name) {
     users_.push_back({names_.size(), static_cast<unsigned int>(name.size()), uid});
     names_ += name;
+  }
+  size_t Size() const { return users_.size(); }
+  // Appends the uids from `begin` to before `end` in the order of the names, those of one name
+  // ascending; nothing where there are none. Ends the use.
+  void Cut(size_t begin, size_t end, bool is_descending, std::vector<unsigned int>& uids) {
+    end = std::min(end, users_.size());
+    if (begin >= end) {
+      return;
+    }
+    const auto is_before = [this, is_descending](const Named& one, const Named& other) {
+      const int order = _NameOf(one).compare(_NameOf(other));
+      return order == 0 ? one.uid < other.uid : (order < 0) != is_descending;
+    };
+    const auto first = users_.begin() + static_cast<std::ptrdiff_t>(begin);
+    const auto last = users_.begin() + static_cast<std::ptrdiff_t>(end);
+    std::nth_element(users_.begin(), first, users_.end(), is_before);
+    std::partial_sort(first, last, users_.end(), is_before);
+    std::for_each(first, last, [&uids](const Named& user) { uids.push_back(user.uid); });
   }
   // The uids, and for each whether it has the name of the one before it. Ends the use.
   void Take(std::vector<unsigned int>& uids, std::vector<bool>& are_same) {
@@ -107,13 +139,43 @@ class UsersByName {
   std::vector<Named> users_;
 };
 
+// Sorted and told apart here: a tenth of the rows' own cost. False, with nothing added, where the
+// statement has to answer.
+bool AppendFlagged(const Database& db, int domain_idx, std::vector<std::string>& aliases) {
+  using Flagged = std::tuple<sqlite3_int64, sqlite3_int64, std::string>;
+  std::vector<Flagged> rows;
+  bool is_plain = true;
+  const auto keep = [&](const Cells& row) {
+    is_plain = is_plain && row.IsInteger(1) && row.Int(3) == 0;
+    rows.emplace_back(row.Int64(1), row.Int64(2), row.View(0));
+  };
+  if (!db.TryForEachRow(Sql(kSelectFlagged, domain_idx), keep) || !is_plain) {
+    return false;
+  }
+  std::sort(rows.begin(), rows.end());
+  std::unordered_set<std::string> seen;
+  for (const Flagged& row : rows) {
+    if (seen.insert(BASE::ToLowerAscii(std::get<2>(row))).second) {
+      aliases.push_back(std::get<2>(row));
+    }
+  }
+  return true;
+}
+
 }  // namespace
+
+bool DomainUser::ListDuplicatedEmail(const int& domain_idx, std::vector<std::string>& emails) {
+  const bool has_own_views = handler_ != nullptr && handler_->HasOwnViews();
+  return (has_own_views && AppendFlagged(_DomainDb(), domain_idx, emails)) ||
+         _DomainDb().Append<Columns<Text>>(
+             Sql(has_own_views ? kSelectDuplicatedByIndex : kSelectDuplicated, domain_idx), emails);
+}
 
 bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
   const bool has_own_views = handler_ != nullptr && handler_->HasOwnViews();
-  if (has_own_views && filter.IsForWholeDomain()) {
-    return _DomainDb().Query<Columns<Int>>(Sql(kCountWithRole, filter.GetDomainIdxs().front()),
-                                           [&count](int users) { count = users; });
+  if (has_own_views && filter.IsForWholeDomain() &&
+      CountWithRole(handler_, filter.GetDomainIdxs().front(), count)) {
+    return true;
   }
   return _DomainDb().GetCount(filter, has_own_views ? kUserWithRoleView : kUserView,
                               "count(distinct uid)", count);
@@ -153,6 +215,44 @@ bool DomainUser::_WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned in
   }
   return !has_any_behind || page.IsFull() ||
          _DomainDb().QueryUntil<Columns<Uid>>(filter.ComposeUIDsBehindCmd(), add);
+}
+
+// What a page by name needs of each user is read in the order in which it is stored; of the names
+// only those of the page are sorted. False, with nothing added, where the statement has to answer.
+bool DomainUser::_CutByName(const DomainDBFilter& filter, std::vector<unsigned int>& uids) {
+  const ReadScope of_one_moment(handler_);
+  const int domain_idx = filter.GetDomainIdxs().front();
+  RoleHolders holders;
+  UsersByName in_front;
+  UsersByName others;
+  bool is_plain = true;
+  bool is_first = true;
+  unsigned int last = 0;
+  const auto keep = [&](const Cells& row) {
+    const sqlite3_int64 uid = row.Int64(0);
+    const int place = row.Int(1);
+    is_plain = is_plain && uid >= 0 && uid <= std::numeric_limits<unsigned int>::max();
+    if (is_first || static_cast<unsigned int>(uid) != last) {
+      is_first = false;
+      last = static_cast<unsigned int>(uid);
+      if (holders.Has(uid)) {
+        is_plain = is_plain && place <= 1;
+        (place == 1 ? in_front : others).Add(last, row.View(2));
+      }
+    }
+  };
+  if (!holders.Read(_DomainDb(), domain_idx) ||
+      !_DomainDb().TryForEachRow(Sql(kSelectUserNames, domain_idx), keep) || !is_plain) {
+    return false;
+  }
+  const size_t all = in_front.Size() + others.Size();
+  const size_t begin = std::min<size_t>(all, std::max(filter.GetOffset(), 0));
+  const size_t end = filter.GetLimit() < 0 ? all : std::min<size_t>(all, begin + filter.GetLimit());
+  const size_t border = in_front.Size();
+  in_front.Cut(begin, end, filter.IsDescending(), uids);
+  others.Cut(std::max(begin, border) - border, std::max(end, border) - border,
+             filter.IsDescending(), uids);
+  return true;
 }
 
 bool DomainUser::ForEachDomainUser(DomainDBFilter& filter, const UserVisitor& use) {

@@ -8,17 +8,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <stdexcept>
 
 #include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/progress.h"
+#include "lib-domain/db/handler_state.h"
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/published_model.h"
-#include "lib-domain/db/remembered.h"
 #include "lib-domain/db/schema.h"
-#include "lib-domain/db/sql.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/files.h"
 #include "platform/include/lost_database.h"
@@ -85,6 +85,12 @@ bool IsPulled(bool otherwise) {
              : otherwise;
 }
 
+using AllStates = std::map<const DomainDBHandler*, std::unique_ptr<INTERNAL::HandlerState>>;
+AllStates& States() {
+  static auto& states = *new AllStates();
+  return states;
+}
+
 }  // namespace
 
 DomainDBHandler* DomainDBHandler::_singleDomainDBHandler = nullptr;
@@ -125,19 +131,30 @@ void DomainDBHandler::CloseDomainDBHandler() {
   _singleDomainDBHandler = nullptr;
 }
 
-DomainDBHandler::DomainDBHandler(const std::string& path)
-    : DBHandler(path, ""),
-      kept_(std::make_shared<INTERNAL::KeptStatements>()),
-      memory_(std::make_unique<INTERNAL::Memory>()) {
+DomainDBHandler::DomainDBHandler(const std::string& path) : DBHandler(path, "") {
   err_ = -1;
+  States()[this] = std::make_unique<INTERNAL::HandlerState>();
+  beforeClosing([this] {
+    _State().kept->Clear();
+    _State().memory = {};
+  });
 }
 
 DomainDBHandler::~DomainDBHandler() {
   disconnect();
+  States().erase(this);
+}
+
+INTERNAL::HandlerState& DomainDBHandler::_State() const {
+  return *States().at(this);
+}
+
+bool DomainDBHandler::HasOwnViews() {
+  return FollowFile() && _State().has_own_views;
 }
 
 bool DomainDBHandler::FollowFile() {
-  if (is_pinned_ || BatchScope::IsAnyOpen()) {
+  if (_State().is_pinned || BatchScope::IsAnyOpen()) {
     return db_ != nullptr;
   }
   if (db_ != nullptr && lookAtFile() == FileNow::kSame) {
@@ -192,7 +209,7 @@ int DomainDBHandler::ConnectAndUpgrade() {
 
 // In a file of another version the views' names may mean something else.
 void DomainDBHandler::_PrepareFastRoads() {
-  has_own_views_ = false;
+  _State().has_own_views = false;
   if (_GetNowVersion() != CurrentVersion()) {
     return;
   }
@@ -202,7 +219,7 @@ void DomainDBHandler::_PrepareFastRoads() {
     sqlite3_busy_timeout(db_, kOpenBusyMilliseconds);
   }
   if (INTERNAL::HasOwnIndexes(db_)) {
-    has_own_views_ = INTERNAL::DefineOwnViews(db_);
+    _State().has_own_views = INTERNAL::DefineOwnViews(db_);
   }
   err_ = SQLITE_OK;
 }
@@ -214,6 +231,7 @@ int DomainDBHandler::createDB() {
     LOG_ERROR("Open database fail. dbpath = [%s]", path_.c_str());
     return err_;
   }
+  korvmailserver::MakeWatchable(db_);
   // Without its owner the mail server could not write the file: it stays empty, and the next
   // process that may set the owner makes the tables.
   if (mailFileOwnerModeSet(path_.c_str(), "Postara-Server", 0644) >= 0 && _UpgradeDB(0) != 0) {
@@ -249,7 +267,7 @@ void DomainDBHandler::ForEachRow(
 
 bool DomainDBHandler::_RunKept(const INTERNAL::Sql& sql, const RowVisitor& use,
                                OnFailure on_failure) {
-  INTERNAL::StatementLoan loan(kept_, db_, sql);
+  INTERNAL::StatementLoan loan(_State().kept, db_, sql);
   if (loan.Get().IsPrepared()) {
     sql.Bind(loan.Get());
   }
@@ -292,11 +310,6 @@ bool DomainDBHandler::_RunQuery(korvmailserver::Statement& statement, const INTE
     ThrowSelectError(failure, db_, sql.Text(), __LINE__);
   }
   return failure == nullptr;
-}
-
-void DomainDBHandler::_BeforeClosing() {
-  kept_->Clear();
-  *memory_ = {};
 }
 
 int DomainDBHandler::_InitPragma() {

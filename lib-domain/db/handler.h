@@ -22,8 +22,7 @@ namespace MDOMAIN::DB {
 
 namespace INTERNAL {
 class Database;
-class KeptStatements;
-struct Memory;
+struct HandlerState;
 class Sql;
 }  // namespace INTERNAL
 
@@ -66,7 +65,7 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   // the owner cannot be set the file stays empty. The handler's result code. Nothing here calls it.
   int createDB();
   // Whether the connection to the file that stands there now has views of its own (DefineOwnViews).
-  bool HasOwnViews() { return FollowFile() && has_own_views_; }
+  bool HasOwnViews();
   // Runs one query (what follows a ";" is not run). One vector of column texts per row, NULL as "".
   // Waits up to 10 seconds for other processes, from then on for every statement of the connection.
   // Throws LogException 4009, which logs SQLite's reason and the query.
@@ -90,17 +89,12 @@ class MDOMAIN_EXPORT DomainDBHandler : public DBHandler {
   int _UpgradeDB(int version);
   int _RunScripts(int version, const std::vector<std::string>& scripts);
   void _PrepareFastRoads();
-  void _BeforeClosing() override;
+  INTERNAL::HandlerState& _State() const;
   using RowVisitor = std::function<bool(const korvmailserver::Statement& row)>;
   enum class OnFailure { kThrow, kStaySilent };
   bool _RunKept(const INTERNAL::Sql& sql, const RowVisitor& use, OnFailure on_failure);
   bool _RunQuery(korvmailserver::Statement& statement, const INTERNAL::Sql& sql,
                  const RowVisitor& use, OnFailure on_failure);
-
-  std::shared_ptr<INTERNAL::KeptStatements> kept_;
-  std::unique_ptr<INTERNAL::Memory> memory_;
-  bool has_own_views_ = false;
-  bool is_pinned_ = false;  // by a ReadScope
 
   static DomainDBHandler* _singleDomainDBHandler;
 };

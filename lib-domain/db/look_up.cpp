@@ -70,6 +70,8 @@ constexpr const char* kSelectUser =
     "ORDER BY is_duplicated DESC";
 constexpr const char* kHasOwnRole =
     "SELECT EXISTS (SELECT 1 FROM domain_user_role_table WHERE domain_idx = %d AND uid = %u)";
+constexpr const char* kSelectTakenOutOf =
+    "SELECT DISTINCT domain_idx FROM domain_group_removed_user_table WHERE uid = %u";
 constexpr const char* kSelectGroupRole =
     "SELECT member.uid, MIN(granted.role) FROM group_to_user_table AS member CROSS JOIN "
     "domain_group_view AS granted ON granted.gid = member.gid WHERE granted.domain_idx = %d AND "
@@ -322,6 +324,10 @@ bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
   return InPieces(uids, [&](const std::vector<unsigned int>& some) {
     return DomainDb().Append<Columns<Int, Uid>>(Sql(kSelectRolesOfGroups, JsonList(some)), roles);
   });
+}
+
+bool ListTakenOutOf(unsigned int uid, std::vector<int>& domain_idxs) {
+  return DomainDb().Append<Columns<Int>>(Sql(kSelectTakenOutOf, uid), domain_idxs);
 }
 
 HolderSearch::HolderSearch(const std::vector<int>& domain_idxs)

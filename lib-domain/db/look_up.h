@@ -75,6 +75,9 @@ bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
 bool ListRolesGivenByGroups(const std::vector<unsigned int>& uids,
                             std::vector<std::pair<int, unsigned int>>& roles);
 
+// Adds the domains out of which the user was taken by name, each once.
+MDOMAIN_EXPORT bool ListTakenOutOf(unsigned int uid, std::vector<int>& domain_idxs);
+
 // Gathers users of domains. Each step is false with a log line when it cannot be read.
 class HolderSearch {
  public:

@@ -9,15 +9,12 @@
 #include <numeric>
 #include <string_view>
 
-#include "lib-domain/db/handler.h"
+#include "lib-domain/db/database.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
 namespace {
-
-using korvmailserver::Statement;
 
 constexpr const char* kAliases =
     "SELECT domain_idx, uid, is_duplicated, account_alias FROM domain_user_alias_table";
@@ -35,7 +32,7 @@ constexpr int kUidBits = 32;
 
 // A positive number that fits; what the stores take for an id in other forms is odd here.
 template <typename Id>
-bool ReadId(const Statement& row, int column, Id& id) {
+bool ReadId(const Cells& row, int column, Id& id) {
   const sqlite3_int64 number = row.IsInteger(column) ? row.Int64(column) : -1;
   id = static_cast<Id>(number);
   return number >= 0 && number < std::numeric_limits<Id>::max();
@@ -45,9 +42,9 @@ bool ReadId(const Statement& row, int column, Id& id) {
 template <typename Use>
 bool ReadRows(const char* sql, const Use& use) {
   DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
-  Statement statement(handler == nullptr ? nullptr : handler->getDB(), sql);
   bool is_used = true;
-  return statement.ForEachRow([&](const Statement& row) { return is_used = use(row); }) && is_used;
+  const auto use_row = [&](const Cells& row) { is_used = is_used && use(row); };
+  return handler != nullptr && Database(handler, 0).TryForEachRow(Sql(sql), use_row) && is_used;
 }
 
 template <typename Value>
@@ -175,7 +172,7 @@ ModelImage ModelImage::Read() {
 
 bool ModelImage::_ReadAliases() {
   std::vector<uint64_t> hashes;
-  const bool is_read = ReadRows(kAliases, [&](const Statement& row) {
+  const bool is_read = ReadRows(kAliases, [&](const Cells& row) {
     int domain_idx = 0;
     unsigned int uid = 0;
     if (!ReadId(row, 0, domain_idx) || !ReadId(row, 1, uid)) {
@@ -196,7 +193,7 @@ bool ModelImage::_ReadAliases() {
 }
 
 bool ModelImage::_ReadRoles() {
-  const bool is_read = ReadRows(kOwnRoles, [&](const Statement& row) {
+  const bool is_read = ReadRows(kOwnRoles, [&](const Cells& row) {
     int domain_idx = 0;
     unsigned int uid = 0;
     const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, uid);
@@ -210,13 +207,13 @@ bool ModelImage::_ReadRoles() {
 
 bool ModelImage::_ReadGroups() {
   return ReadRows(kGroups,
-                  [this](const Statement& row) {
+                  [this](const Cells& row) {
                     unsigned int gid = 0;
                     const bool is_plain = ReadId(row, 0, gid);
                     gids_[gid] = row.Int64(1) != 0;
                     return is_plain;
                   }) &&
-         ReadRows(kMembers, [this](const Statement& row) {
+         ReadRows(kMembers, [this](const Cells& row) {
            std::pair<unsigned int, unsigned int> member;
            const bool is_plain = ReadId(row, 0, member.first) && ReadId(row, 1, member.second);
            members_.push_back(member);
@@ -229,7 +226,7 @@ bool ModelImage::_ReadGroups() {
 bool ModelImage::_ReadDomainGroups() {
   const bool is_read =
       ReadRows(kDomainGroups,
-               [this](const Statement& row) {
+               [this](const Cells& row) {
                  int domain_idx = 0;
                  unsigned int gid = 0;
                  const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, gid);
@@ -241,7 +238,7 @@ bool ModelImage::_ReadDomainGroups() {
                      {gid, row.Int64(2) != 0, group->second && UTILS::CheckRoleValid(row.Text(3))});
                  return true;
                }) &&
-      ReadRows(kRemovals, [this](const Statement& row) {
+      ReadRows(kRemovals, [this](const Cells& row) {
         int domain_idx = 0;
         Removal removal = {};
         const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, removal.gid) &&

@@ -2,7 +2,7 @@
 
 #include <sqlite3.h>
 
-#include "lib-domain/db/sql.h"
+#include "lib-domain/db/handler_state.h"
 #include "platform/include/batch_scope.h"
 
 namespace MDOMAIN::DB {
@@ -16,7 +16,7 @@ ReadScope::ReadScope(DomainDBHandler* handler) {
 ReadScope::ReadScope() {
   DomainDBHandler* const handler = DomainDBHandler::_singleDomainDBHandler;
   if (handler != nullptr && handler->getDB() != nullptr &&
-      (handler->is_pinned_ || BatchScope::IsAnyOpen() ||
+      (handler->_State().is_pinned || BatchScope::IsAnyOpen() ||
        handler->lookAtFile() == DBHandler::FileNow::kSame)) {
     _Begin(handler);
   }
@@ -24,11 +24,11 @@ ReadScope::ReadScope() {
 
 void ReadScope::_Begin(DomainDBHandler* handler) {
   is_in_force_ = true;
-  if (handler->is_pinned_) {
+  if (handler->_State().is_pinned) {
     return;
   }
   handler_ = handler;
-  handler_->is_pinned_ = true;
+  handler_->_State().is_pinned = true;
   has_begun_ = sqlite3_get_autocommit(handler_->getDB()) != 0 && _Run("BEGIN");
 }
 
@@ -36,14 +36,14 @@ ReadScope::~ReadScope() {
   if (handler_ == nullptr) {
     return;
   }
-  handler_->is_pinned_ = false;
+  handler_->_State().is_pinned = false;
   if (has_begun_ && sqlite3_get_autocommit(handler_->getDB()) == 0) {
     _Run("COMMIT");
   }
 }
 
 bool ReadScope::_Run(const char* sql) {
-  INTERNAL::StatementLoan loan(handler_->kept_, handler_->getDB(), INTERNAL::Sql(sql));
+  INTERNAL::StatementLoan loan(handler_->_State().kept, handler_->getDB(), INTERNAL::Sql(sql));
   return loan.Get().Run();
 }
 

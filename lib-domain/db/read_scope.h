@@ -23,6 +23,8 @@ class MDOMAIN_EXPORT ReadScope {
   ReadScope(const ReadScope&) = delete;
   ReadScope& operator=(const ReadScope&) = delete;
 
+  class OtherModel;  // other_model.h
+
  private:
   void _Begin(DomainDBHandler* handler);
   bool _Run(const char* sql);

@@ -7,6 +7,8 @@
 
 #include <json/value.h>
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,8 +24,9 @@ struct Entry {
   std::string person;  // account that ran the command, with sudo the one who asked for it
   std::string command;
   std::string summary;
-  // "done", "undoing" (an undo of it has not ended), "half undone" (nor can it, as things stand),
-  // "undone"; "refresh" and "undo", which are not taken back themselves.
+  // "done", "interrupted" (its process was killed; what it had changed until then, open_change.h),
+  // "undoing" (an undo of it has not ended), "half undone" (nor can it, as things stand),
+  // "undone"; "refresh", "repair" and "undo", which are not taken back themselves.
   std::string state;
   std::string why_kept;  // why it cannot be taken back; empty where it may be tried
 };
@@ -38,6 +41,20 @@ MDOMAIN_EXPORT bool AddEntry(const Entry& entry, const Changes& changes, const P
 
 // The newest entries, newest first. A missing history has none. False with one log line.
 MDOMAIN_EXPORT bool ListEntries(int limit, std::vector<Entry>& entries);
+
+// Which entries. A domain that was created or deleted begins a history of its own under its index;
+// which domains an entry is about is not known of those that version 1.0 made.
+struct EntryFilter {
+  int domain_idx = 0;                         // those about this domain; 0: any
+  std::optional<std::set<int>> only_domains;  // those about nothing but these
+  int offset = 0;
+  int limit = 100;
+};
+// Adds them, newest first; `total` is the number without offset and limit. False with one log line.
+MDOMAIN_EXPORT bool ListEntries(const EntryFilter& filter, std::vector<Entry>& entries,
+                                size_t& total);
+// Whether there is an entry of this id that the filter lets through. False with one log line.
+MDOMAIN_EXPORT bool HasEntry(long long id, const EntryFilter& filter, bool& has);
 // An entry's plan; `found` is false where there is none.
 MDOMAIN_EXPORT bool ReadEntry(long long id, bool& found, Entry& entry, Json::Value& plan);
 

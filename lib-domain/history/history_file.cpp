@@ -18,6 +18,11 @@ namespace {
 using korvmailserver::Connection;
 
 constexpr int kBusyMilliseconds = 10000;
+// Which domains an entry is about, 0 for the host.
+constexpr const char* kDomainSchema =
+    "CREATE TABLE IF NOT EXISTS entry_domain_table(domain_idx INTEGER NOT NULL, id INTEGER NOT "
+    "NULL,"
+    " PRIMARY KEY(domain_idx, id)) WITHOUT ROWID";
 constexpr const char* kSchema =
     "CREATE TABLE entry_table(id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL,"
     " person TEXT NOT NULL, command TEXT NOT NULL, summary TEXT NOT NULL, state TEXT NOT NULL,"
@@ -27,7 +32,8 @@ constexpr const char* kSchema =
 
 bool HistoryFile::OpenForWriting() {
   path_ = PATHS::HistoryDb();
-  return (postara::sdk::Exist(path_) || _Make()) && _Open(Connection::Mode::kWrite);
+  return (postara::sdk::Exist(path_) || _Make()) && _Open(Connection::Mode::kWrite) &&
+         (connection_.Run(kDomainSchema) == SQLITE_OK || Fail());
 }
 
 bool HistoryFile::OpenForReading() {

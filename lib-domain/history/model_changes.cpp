@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <sstream>
@@ -15,6 +16,7 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
+#include "lib-domain/db/reader.h"
 #include "platform/include/files.h"
 
 namespace MDOMAIN::HISTORY {
@@ -88,14 +90,6 @@ void LeaveOutPublished(Watch watch, std::vector<korvmailserver::TableChange>& ta
                tables.end());
 }
 
-// Real path of the folder of the databases, as SQLite tells theirs.
-std::string DatabaseFolder() {
-  std::error_code error;
-  const auto path = std::filesystem::weakly_canonical(PATHS::EtcDir(), error);
-  std::string folder = error ? PATHS::EtcDir() : path.string();
-  return folder.back() == '/' ? folder : folder + "/";
-}
-
 constexpr std::string_view kTexts = "disclaimer_content/";
 
 // Identity, size and time of a regular file; empty where there is none.
@@ -111,7 +105,7 @@ std::string StampOf(const std::string& path) {
 }
 
 // Paths and stamps of the regular files in the folders, below `folder`. False with one log line.
-bool ListFiles(const std::string& folder, std::map<std::string, std::string>& stamps) {
+bool StampFiles(const std::string& folder, std::map<std::string, std::string>& stamps) {
   for (const char* name : kFileFolders) {
     std::vector<std::string> found;
     if (!korvmailserver::ListFolder(folder + name, found)) {
@@ -128,6 +122,14 @@ bool ListFiles(const std::string& folder, std::map<std::string, std::string>& st
   return true;
 }
 
+size_t StampOf(const std::map<std::string, std::string>& stamps) {
+  std::string text;
+  for (const auto& [path, stamp] : stamps) {
+    text.append(path).append(" ").append(stamp).append("\n");
+  }
+  return std::hash<std::string>()(text);
+}
+
 bool ReadWhole(int file, std::string& bytes) {
   char piece[65536];
   ssize_t size = 0;
@@ -138,6 +140,13 @@ bool ReadWhole(int file, std::string& bytes) {
 }
 
 }  // namespace
+
+std::string ModelChanges::DatabaseFolder() {
+  std::error_code error;
+  const auto path = std::filesystem::weakly_canonical(PATHS::EtcDir(), error);
+  std::string folder = error ? PATHS::EtcDir() : path.string();
+  return folder.back() == '/' ? folder : folder + "/";
+}
 
 ModelChanges::ModelChanges(size_t most_rows, Watch watch)
     : folder_(DatabaseFolder()),
@@ -155,7 +164,7 @@ void ModelChanges::WatchFiles() {
   }
   watches_files_ = true;
   Stamps stamps;
-  are_files_known_ = ListFiles(folder_, stamps);
+  are_files_known_ = StampFiles(folder_, stamps);
   size_t open_files = 0;
   for (const auto& [path, stamp] : stamps) {
     files_[path].stamp = stamp;
@@ -222,7 +231,7 @@ bool ModelChanges::List(Changes& changes) const {
   changes.is_whole = record_.IsWhole();
   Stamps now;
   if (!record_.List(changes.tables) ||
-      (watches_files_ && (!are_files_known_ || !ListFiles(folder_, now)))) {
+      (watches_files_ && (!are_files_known_ || !StampFiles(folder_, now)))) {
     changes.is_whole = false;
     return false;
   }
@@ -239,6 +248,41 @@ bool ModelChanges::List(Changes& changes) const {
   });
   changes.is_whole = changes.is_whole && is_listed;
   return is_listed;
+}
+
+size_t ModelChanges::StampOfWatched() const {
+  Stamps stamps;
+  for (const auto& [path, kept] : files_) {
+    stamps[path] = kept.stamp;
+  }
+  return StampOf(stamps);
+}
+
+size_t ModelChanges::StampOfFiles() {
+  Stamps stamps;
+  return StampFiles(DatabaseFolder(), stamps) ? StampOf(stamps) : 0;
+}
+
+bool ModelChanges::ListFiles(const std::string& folder, std::vector<std::string>& paths) {
+  Stamps stamps;
+  if (!StampFiles(folder, stamps)) {
+    return false;
+  }
+  for (const auto& [path, stamp] : stamps) {
+    paths.push_back(path);
+  }
+  return true;
+}
+
+bool ModelChanges::Complete(Changes& changes) {
+  for (const auto& table : changes.tables) {
+    DB::INTERNAL::RollBackKilledWriter(table.path);
+  }
+  if (!korvmailserver::CompleteChanges(changes.tables)) {
+    return false;
+  }
+  LeaveOutPublished(Watch::kStored, changes.tables);
+  return true;
 }
 
 }  // namespace MDOMAIN::HISTORY

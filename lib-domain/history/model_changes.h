@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/include/change_record.h"
@@ -45,9 +46,8 @@ constexpr size_t kEveryRow = 20000000;
 // Keys that a publication writes from the model say nothing new, but where publishing is all.
 enum class Watch { kStored, kPublishedToo };
 
-// Begin before any database is opened, in the root that is in force then. What the program keeps
-// for itself (logs of changes, notices, marks of unfinished work) and what others write is no
-// change.
+// Of the root that is in force when it begins. What the program keeps for itself (logs of changes,
+// notices, marks of unfinished work) and what others write is no change.
 class MDOMAIN_EXPORT ModelChanges {
  public:
   // Keeps at most so many rows.
@@ -58,8 +58,28 @@ class MDOMAIN_EXPORT ModelChanges {
   // From now on also the files. Before this, once nobody else may change them, a file counts as
   // unchanged; calls after the first do nothing.
   void WatchFiles();
+  // Which keys List tells from now on.
+  void SetWatch(Watch watch) { watch_ = watch; }
   // What differs now. False with one log line when it cannot be read.
   bool List(Changes& changes) const;
+
+  // Before each commit `use` gets the rows that were changed since the last call, as they were, and
+  // whether all were kept so far.
+  void TellBeforeCommits(korvmailserver::ChangeRecord::Listener use) {
+    record_.TellBeforeCommits(std::move(use));
+  }
+  // Another number once a file of the domains differs: of the files as they were when watching
+  // began, and as they are.
+  size_t StampOfWatched() const;
+  static size_t StampOfFiles();
+  // Of rows as they were makes what differs now. False as List.
+  static bool Complete(Changes& changes);
+  // Adds the paths of these files below a folder that is laid out so. False with one log line.
+  static bool ListFiles(const std::string& folder, std::vector<std::string>& paths);
+  // What is kept so far was before this change, and does not count.
+  void StartAnew() { record_.StartAnew(); }
+  // Where the databases are, links resolved, with a slash at the end.
+  static std::string DatabaseFolder();
 
  private:
   // A descriptor, so that what is replaced can still be read.

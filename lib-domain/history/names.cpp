@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/db/handler.h"
 #include "platform/include/files.h"
 
 namespace MDOMAIN::HISTORY {
@@ -43,6 +44,7 @@ std::string TextOf(const TableChange& table, const SqlRow& row, const std::strin
 
 Names::Names(const std::string& model_path, const Changes& changes) : model_path_(model_path) {
   for (const TableChange& table : changes.tables) {
+    is_model_changed_ = is_model_changed_ || table.path == model_path_;
     if (table.table == "user_table") {
       TakeNames(table, "uid", "user_name", users_);
     } else if (table.table == "group_table") {
@@ -53,11 +55,22 @@ Names::Names(const std::string& model_path, const Changes& changes) : model_path
   }
 }
 
+// Through the connection that changed this model, where one did: opening another one costs more
+// than all the names.
 bool Names::Open() {
   constexpr int kBusyMilliseconds = 10000;
-  if (!postara::sdk::Exist(model_path_) ||
-      model_.Open(model_path_, korvmailserver::Connection::Mode::kRead, kBusyMilliseconds) ==
-          SQLITE_OK) {
+  if (!postara::sdk::Exist(model_path_)) {
+    return true;
+  }
+  DB::DomainDBHandler* const handler =
+      is_model_changed_ ? DB::DomainDBHandler::GetDomainDBHandler() : nullptr;
+  if (handler != nullptr && handler->GetPath() == model_path_ && handler->FollowFile()) {
+    db_ = handler->getDB();
+    return true;
+  }
+  if (model_.Open(model_path_, korvmailserver::Connection::Mode::kRead, kBusyMilliseconds) ==
+      SQLITE_OK) {
+    db_ = model_.Get();
     return true;
   }
   LOG_ERROR("Cannot read [%s]: %s", model_path_.c_str(), model_.Error().c_str());
@@ -90,10 +103,10 @@ std::string Names::_Name(Known& known, const std::string& id, const char* sql, c
 
 // Numbers come as text: SQLite compares them as numbers with a column of numbers.
 std::string Names::_First(const char* sql, const std::vector<std::string>& values) {
-  if (model_.Get() == nullptr) {
+  if (db_ == nullptr) {
     return "";
   }
-  Statement& statement = compiled_.Get(model_.Get(), sql);
+  Statement& statement = compiled_.Get(db_, sql);
   for (size_t i = 0; i < values.size(); ++i) {
     statement.Bind(static_cast<int>(i) + 1, values[i]);
   }

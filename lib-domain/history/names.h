@@ -35,7 +35,9 @@ class Names {
   std::string _First(const char* sql, const std::vector<std::string>& values);
 
   std::string model_path_;
+  bool is_model_changed_ = false;
   korvmailserver::Connection model_;
+  sqlite3* db_ = nullptr;
   korvmailserver::CompiledStatements compiled_;
   Known users_, groups_, domains_;
 };

@@ -10,10 +10,15 @@
 #include <filesystem>
 #include <string_view>
 
+#include "lib-domain/api/bcc/instance.h"
+#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/db/address_change.h"
+#include "lib-domain/db/other_model.h"
 #include "lib-domain/sync/file_copies.h"
-#include "platform/include/host_settings.h"
+#include "platform/include/batch_scope.h"
+#include "platform/include/key_store.h"
+#include "platform/include/lost_database.h"
 #include "platform/include/root_path.h"
 #include "platform/include/sqlite.h"
 
@@ -92,7 +97,7 @@ bool ForgetFollowers(const std::string& etc, std::string& error) {
 }  // namespace
 
 Trial::~Trial() {
-  if (is_maker_) {
+  if (held_ >= 0) {
     std::error_code ignored;
     fs::remove_all(folder_, ignored);
     close(held_);
@@ -110,9 +115,8 @@ bool Trial::_MakeFolder(std::string& error) {
     }
     held_ = UTILS::INTERNAL::HoldFolder(folder_);
   }
-  is_maker_ = held_ >= 0;
-  error = is_maker_ ? "" : folder_ + ": " + std::strerror(errno);
-  return is_maker_;
+  error = held_ >= 0 ? "" : folder_ + ": " + std::strerror(errno);
+  return held_ >= 0;
 }
 
 bool Trial::Copy(std::string& error) {
@@ -146,11 +150,25 @@ bool Trial::Copy(std::string& error) {
          AllowWriting(folder_ + "/var", error) && ForgetFollowers(etc, error);
 }
 
-bool Trial::Enter() {
-  is_maker_ = false;  // the other process is
-  setenv("MDOMAIN_ROOT", folder_.c_str(), 1);
-  korvmailserver::IgnoreSharedStore();
-  return korvmailserver::RootPrefix() == folder_;
+// What lives as long as the process and knows its files by path. Whatever else is kept looks at the
+// path before each use.
+struct WithinTrial::Places {
+  explicit Places(const std::string& folder) : root(folder) {}
+  ~Places() { korvmailserver::ForgetDatabasesBelow(korvmailserver::RootPrefix()); }
+
+  korvmailserver::OtherRoot root;
+  BASE::OtherAccountSettings account_settings;
+  DB::ReadScope::OtherModel model;
+  API::INTERNAL::OtherBccInstance copies;
+};
+
+WithinTrial::WithinTrial(const Trial& trial) : places_(std::make_unique<Places>(trial.Folder())) {}
+
+WithinTrial::~WithinTrial() = default;
+
+bool WithinTrial::IsPossible() {
+  return !korvmailserver::OtherRoot::IsInForce() && !BatchScope::IsAnyOpen() &&
+         korvmailserver::KeyStoreView::Moment() == 0;
 }
 
 }  // namespace MDOMAIN::HISTORY

@@ -3,6 +3,7 @@
 #ifndef LIB_DOMAIN_HISTORY_TRIAL_H
 #define LIB_DOMAIN_HISTORY_TRIAL_H
 
+#include <memory>
 #include <string>
 
 #include "platform/include/export.h"
@@ -23,16 +24,32 @@ class MDOMAIN_EXPORT Trial {
   // left goes. False with `error` when something cannot be read or written, and in a program with
   // another account's rights, which does not let itself be sent to another root.
   bool Copy(std::string& error);
-  // From now on this process works in the copies. For a process that has opened no database yet
-  // and ends afterwards. False where they are not in force then: nothing may be done.
-  bool Enter();
+  const std::string& Folder() const { return folder_; }
 
  private:
   bool _MakeFolder(std::string& error);
 
   std::string folder_;
   int held_ = -1;
-  bool is_maker_ = false;
+};
+
+// While one lives, this thread works in the copies of a trial: what the process has open of the
+// root in force stays open beside them, untouched. In one thread at a time, which has no scope of
+// the databases or the key store open.
+class MDOMAIN_EXPORT WithinTrial {
+ public:
+  explicit WithinTrial(const Trial& trial);
+  ~WithinTrial();
+  WithinTrial(const WithinTrial&) = delete;
+  WithinTrial& operator=(const WithinTrial&) = delete;
+
+  // Whether a scope of this thread stands against it.
+  static bool IsPossible();
+
+ private:
+  struct Places;
+
+  std::unique_ptr<Places> places_;
 };
 
 }  // namespace MDOMAIN::HISTORY

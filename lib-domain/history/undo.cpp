@@ -19,11 +19,13 @@
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/control/outside_settings.h"
+#include "lib-domain/db/departure.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/history/history_file.h"
 #include "lib-domain/history/kept_changes.h"
 #include "lib-domain/history/names.h"
+#include "lib-domain/sync/model_in_force.h"
 #include "platform/include/files.h"
 
 namespace MDOMAIN::HISTORY {
@@ -39,10 +41,9 @@ constexpr int kBusyMilliseconds = 10000;
 constexpr size_t kObstaclesShown = 10;
 constexpr char kSelectLast[] = "SELECT " HISTORY_ENTRY_COLUMNS
                                ", changes FROM entry_table"
-                               " WHERE state IN ('done', 'undoing', 'half undone')"
+                               " WHERE state IN ('done', 'interrupted', 'undoing', 'half undone')"
                                " ORDER BY state = 'undoing' AND length(changes) > 0 DESC, id DESC"
                                " LIMIT 1";
-constexpr char kDone[] = "done";
 constexpr char kBegun[] = "undoing";
 constexpr char kHalf[] = "half undone";
 constexpr char kSetState[] = "UPDATE entry_table SET state = ?2 WHERE id = ?1";
@@ -219,8 +220,23 @@ std::vector<unsigned int> ChangedUsers(const Changes& changes) {
   return {uids.begin(), uids.end()};
 }
 
+bool NamesAccountSource(const Changes& changes) {
+  static const std::set<std::string> kKeys = {"account_type", "win_domain_short_name",
+                                              "acc_domain_name"};
+  return std::any_of(changes.tables.begin(), changes.tables.end(), [](const TableChange& table) {
+    return table.table == "key_table" &&
+           std::any_of(table.rows.begin(), table.rows.end(), [&](const auto& row) {
+             return kKeys.count(
+                        TextOf(table, row.before.empty() ? row.after : row.before, "name")) != 0;
+           });
+  });
+}
+
 // What follows from the rows; whose addresses changed is announced.
 bool Follow(const Changes& changes) {
+  if (NamesAccountSource(changes)) {
+    UTILS::TakeAccountSource();
+  }
   return SettleContent(changes) && SetFlags(changes) &&
          CONTROL::INTERNAL::Announce(ChangedUsers(changes));
 }
@@ -316,11 +332,11 @@ bool UndoLast(long long id, UndoResult& result) {
     return false;
   }
   if (!result.obstacles.empty()) {
-    const bool is_half = result.entry.state != kDone;
+    const bool is_half = result.entry.state == kBegun || result.entry.state == kHalf;
     result.reason = is_half ? "an undo of it was interrupted, and something was changed since"
                             : "something was changed since";
     result.obstacles.resize(std::min(result.obstacles.size(), kObstaclesShown));
-    return SetState(file, result.entry.id, is_half ? kHalf : kDone);
+    return SetState(file, result.entry.id, is_half ? kHalf : result.entry.state.c_str());
   }
   result.is_done = Follow(changes);
   return result.is_done;
@@ -340,7 +356,10 @@ bool TakeBack(const Changes& changes) {
     LOG_ERROR("Cannot put back, changed since: %s", obstacles.front().c_str());
     return false;
   }
-  return Follow(changes);
+  // Whoever was on the way out stays, and so does what is theirs.
+  std::vector<CONTROL::INTERNAL::PendingDeparture> pending;
+  return CONTROL::INTERNAL::ListPendingDepartures(pending) &&
+         (pending.empty() || DB::Departure().DeleteAll()) && Follow(changes);
 }
 
 }  // namespace MDOMAIN::HISTORY

@@ -7,9 +7,11 @@
 #include "lib-domain/api/domain.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/group.h"
+#include "lib-domain/control/pattern_trial.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/utils/domain_utils.h"
 #include "platform/include/digest.h"
-#include "platform/include/eai.h"
+#include "platform/include/text.h"
 
 namespace mdomain::session {
 
@@ -66,6 +68,10 @@ void RequireHost(const Session& session, const std::string& what) {
   }
 }
 
+bool IsAnyDomainOf(unsigned int uid) {
+  return !Delegated(uid).empty();
+}
+
 std::vector<Known> KnownDomains(const Session& session) {
   std::vector<MDOMAIN::RECORD::Domain> records;
   std::map<int, std::vector<std::string>> names;
@@ -86,14 +92,28 @@ std::vector<Known> KnownDomains(const Session& session) {
   return domains;
 }
 
-Known KnownDomain(const Session& session, int domain) {
-  const std::vector<Known> domains = KnownDomains(session);
+const Known& DomainOf(const std::vector<Known>& domains, int domain) {
   const auto found = std::find_if(domains.begin(), domains.end(),
                                   [domain](const Known& known) { return known.idx == domain; });
   if (found == domains.end()) {
     Refuse(Reason::kNotFound, "there is no domain " + std::to_string(domain));
   }
   return *found;
+}
+
+Known KnownDomain(const Session& session, int domain) {
+  return DomainOf(KnownDomains(session), domain);
+}
+
+std::optional<std::set<int>> OwnDomains(const Session& session) {
+  if (!SessionAccess::StateOf(session).administrator) {
+    return std::nullopt;
+  }
+  std::set<int> idxs;
+  for (const Known& domain : KnownDomains(session)) {
+    idxs.insert(domain.idx);
+  }
+  return idxs;
 }
 
 std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids) {
@@ -118,16 +138,6 @@ std::vector<MDOMAIN::RECORD::Group> GroupsOf(const std::vector<std::uint32_t>& g
                                       [](const Group& group) { return group.GetGID(); });
 }
 
-Role RoleOf(const std::string& text) {
-  return text == "domain_admin" ? Role::kDomainAdmin
-         : text == "normal"     ? Role::kNormal
-                                : Role::kNone;
-}
-
-std::string TextOf(Role role) {
-  return role == Role::kDomainAdmin ? "domain_admin" : role == Role::kNormal ? "normal" : "";
-}
-
 Version VersionOf(const std::vector<std::string>& parts) {
   std::string text;
   for (const std::string& part : parts) {
@@ -142,12 +152,20 @@ void RequireVersion(const Version& expected, const Version& is, const std::strin
   }
 }
 
-std::string AsciiForm(const std::string& name) {
-  std::string ascii;
-  if (KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0) {
-    ascii = name;
+bool IsPlainText(const std::string& text) {
+  return korvmailserver::IsValidUtf8(text) && !korvmailserver::HasControlCharacter(text);
+}
+
+void RequirePattern(const std::string& pattern, Refusals& refusals) {
+  const std::string why = MDOMAIN::CONTROL::INTERNAL::WhyUselessPattern(pattern);
+  if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(pattern)) {
+    refusals.Add("pattern", pattern, "has no placeholder");
+  } else if (!why.empty()) {
+    refusals.Add("pattern", pattern, why.substr(1));
   }
-  return MDOMAIN::BASE::ToLowerAscii(ascii);
+  if (!IsPlainText(pattern)) {
+    refusals.Add("pattern", pattern, kNotPlain);
+  }
 }
 
 void Refusals::End(Reason reason, const std::string& text) const {

@@ -3,9 +3,13 @@
 #ifndef LIB_DOMAIN_SESSION_ACCESS_H
 #define LIB_DOMAIN_SESSION_ACCESS_H
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "lib-domain/base/domain_name.h"
+#include "lib-domain/insight/reading.h"
 #include "lib-domain/record/domain.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
@@ -24,28 +28,40 @@ struct Known {
   bool HasName(const std::string& name) const;  // in either spelling
 };
 
-// Ends the call for a domain administrator; `what` says what is not his to do.
-void RequireHost(const Session& session, const std::string& what);
+// Of a domain administrator: whether there is any domain that is his.
+bool IsAnyDomainOf(unsigned int uid);
 
 // The domains that the caller may see, the primary one first.
 std::vector<Known> KnownDomains(const Session& session);
 // Ends the call where there is none, or it is not the caller's.
 Known KnownDomain(const Session& session, int domain);
+const Known& DomainOf(const std::vector<Known>& domains, int domain);
+
+// The indexes of the domains of a domain administrator; none for the host's, who has all.
+std::optional<std::set<int>> OwnDomains(const Session& session);
 
 // Mirrored accounts, in the order given; ends the call where one is not mirrored.
 std::vector<MDOMAIN::RECORD::User> UsersOf(const std::vector<std::uint32_t>& uids);
 std::vector<MDOMAIN::RECORD::Group> GroupsOf(const std::vector<std::uint32_t>& gids);
 
-Role RoleOf(const std::string& text);
-std::string TextOf(Role role);  // "" for kNone
+using MDOMAIN::INSIGHT::RoleOf;
+using MDOMAIN::INSIGHT::TextOf;
 
 // A text that stands for the parts: equal for equal parts.
 Version VersionOf(const std::vector<std::string>& parts);
 // Ends the call unless `expected` is empty or `is`.
 void RequireVersion(const Version& expected, const Version& is, const std::string& what);
 
-// The name in punycode and lower case.
-std::string AsciiForm(const std::string& name);
+using MDOMAIN::BASE::AsciiForm;
+
+class Refusals;
+// Adds why nobody can have aliases by a pattern.
+void RequirePattern(const std::string& pattern, Refusals& refusals);
+constexpr const char* kNotPlain = "is no plain text of one line";
+// A text of one line that a description or a pattern can be.
+bool IsPlainText(const std::string& text);
+// The pattern of a domain as it is stored.
+std::string PatternOf(const Known& domain);
 
 // Gathers what is refused, and ends the call with all of it.
 class Refusals {

@@ -35,6 +35,18 @@ Json::Value Call(Session& session, const char* name, const char* arguments) {
   }
 }
 
+Json::Value Failed(const std::string& text) {
+  mdomain::Error error;
+  error.text = text;
+  Json::Value answer;
+  answer["error"] = mdomain::session::JsonOf(error);
+  return answer;
+}
+
+char* Answer(const Json::Value& value) {
+  return strdup(mdomain::session::JsonText(value).c_str());
+}
+
 }  // namespace
 
 mdomain_session* mdomain_open(const char* options) {
@@ -53,8 +65,8 @@ mdomain_session* mdomain_open(const char* options) {
 
 mdomain_session* mdomain_as(const mdomain_session* session, unsigned int uid) {
   try {
-    return new mdomain_session{session->session.As(uid)};
-  } catch (const std::bad_alloc&) {
+    return session == nullptr ? nullptr : new mdomain_session{session->session.As(uid)};
+  } catch (const std::exception&) {
     return nullptr;
   }
 }
@@ -63,10 +75,19 @@ void mdomain_close(mdomain_session* session) {
   delete session;
 }
 
+// No exception may reach a caller in C: what is none of the calls' own is told like theirs.
 char* mdomain_call(mdomain_session* session, const char* name, const char* arguments) {
   try {
-    return strdup(mdomain::session::JsonText(Call(session->session, name, arguments)).c_str());
-  } catch (const std::bad_alloc&) {
+    try {
+      return Answer(session == nullptr || name == nullptr
+                        ? Failed("the session or the name of the call is missing")
+                        : Call(session->session, name, arguments));
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    } catch (const std::exception& exception) {
+      return Answer(Failed(exception.what()));
+    }
+  } catch (const std::exception&) {
     return nullptr;
   }
 }

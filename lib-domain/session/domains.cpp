@@ -8,14 +8,12 @@
 #include "lib-domain/session/access.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
-#include "platform/include/text.h"
 
 namespace mdomain {
 
 using session::Change;
 using session::Fail;
 using session::Known;
-using session::Read;
 using session::Refusals;
 using session::Refuse;
 using Record = MDOMAIN::RECORD::Domain;
@@ -91,23 +89,15 @@ std::string Storable(const std::string& given) {
   return mapped;
 }
 
-void RequirePlain(const char* what, const std::string& text, Refusals& refusals) {
-  if (!korvmailserver::IsValidUtf8(text) ||
-      std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 32 || c == 127; })) {
-    refusals.Add(what, text, "is no plain text of one line");
-  }
-}
-
 void RequireValid(const Record& record) {
   Refusals refusals;
   if (!MDOMAIN::UTILS::IsDomainNameValid(record.GetDomainName())) {
     refusals.Add("name", record.GetDomainName(), "is not a valid domain name");
   }
-  if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(record.GetDefaultAliasPattern())) {
-    refusals.Add("pattern", record.GetDefaultAliasPattern(), "has no placeholder");
+  session::RequirePattern(record.GetDefaultAliasPattern(), refusals);
+  if (!session::IsPlainText(record.GetDomainDesc())) {
+    refusals.Add("description", record.GetDomainDesc(), session::kNotPlain);
   }
-  RequirePlain("pattern", record.GetDefaultAliasPattern(), refusals);
-  RequirePlain("description", record.GetDomainDesc(), refusals);
   refusals.End(Reason::kInvalid, "the domain cannot be so");
 }
 
@@ -142,17 +132,22 @@ void RequireDone(bool is_done, const MDOMAIN::API::Domain& api, const std::strin
 
 }  // namespace
 
+std::string session::PatternOf(const Known& domain) {
+  return Records({domain.idx}).front().GetDefaultAliasPattern();
+}
+
 Result<std::vector<Domain>> Session::Domains() const {
-  return Read<std::vector<Domain>>(*this, [&] { return Whole(session::KnownDomains(*this)); });
+  return session::ReadModel<std::vector<Domain>>(
+      *this, [&] { return Whole(session::KnownDomains(*this)); });
 }
 
 Result<Domain> Session::GetDomain(int domain) const {
-  return Read<Domain>(*this, [&] { return WholeOf(*this, domain); });
+  return session::ReadModel<Domain>(*this, [&] { return WholeOf(*this, domain); });
 }
 
 Result<std::optional<Domain>> Session::FindDomain(const std::string& text) const {
   using Found = std::optional<Domain>;
-  return Read<Found>(*this, [&]() -> Found {
+  return session::ReadModel<Found>(*this, [&]() -> Found {
     int idx = 0;
     const bool is_index = MDOMAIN::BASE::ConvertToInt(text, idx);
     for (const Known& known : session::KnownDomains(*this)) {
@@ -165,8 +160,7 @@ Result<std::optional<Domain>> Session::FindDomain(const std::string& text) const
 }
 
 Result<Domain> Session::CreateDomain(const NewDomain& domain) {
-  return Change<Domain>(*this, "create domain " + domain.name, [&] {
-    session::RequireHost(*this, "create domains");
+  return session::HostChange<Domain>(*this, "create domains", "create domain " + domain.name, [&] {
     Record record(Storable(domain.name));
     record.SetIsPrimary(false);
     record.SetDomainDesc(domain.description);
@@ -187,7 +181,11 @@ Result<Domain> Session::SetDomain(int domain, const DomainChange& change, const 
     if (change.name) {
       session::RequireHost(*this, "rename a domain");
     }
-    Record record = Records({domain}).front();
+    std::vector<Record> records = Records({domain});
+    if (records.empty()) {
+      Refuse(Reason::kNotFound, "there is no domain " + std::to_string(domain));
+    }
+    Record& record = records.front();
     record.SetDomainName(change.name ? Storable(*change.name) : before.name);
     record.SetDomainDesc(change.description.value_or(before.description));
     record.SetDefaultAliasPattern(change.pattern.value_or(before.pattern));
@@ -204,10 +202,10 @@ Result<Nothing> Session::DeleteDomains(const std::vector<int>& domains) {
   for (const int idx : domains) {
     command += " " + std::to_string(idx);
   }
-  return Change<Nothing>(*this, command, [&] {
-    session::RequireHost(*this, "delete domains");
+  return session::HostChange<Nothing>(*this, "delete domains", command, [&] {
+    const std::vector<Known> all = session::KnownDomains(*this);
     for (const int idx : domains) {
-      const Known known = session::KnownDomain(*this, idx);
+      const Known& known = session::DomainOf(all, idx);
       if (known.is_primary) {
         Refuse(Reason::kRefused, "domain " + known.Title() + " is the primary domain",
                "make another one primary first");
@@ -221,63 +219,63 @@ Result<Nothing> Session::DeleteDomains(const std::vector<int>& domains) {
 }
 
 Result<Domain> Session::MakePrimary(int domain) {
-  return Change<Domain>(*this, "make domain " + std::to_string(domain) + " primary", [&] {
-    session::RequireHost(*this, "make a domain primary");
-    const Known known = session::KnownDomain(*this, domain);
-    if (!MDOMAIN::API::Domain().SetPrimary(domain)) {
-      Fail("making domain " + known.Title() + " the primary one failed");
-    }
-    return WholeOf(*this, domain);
-  });
+  return session::HostChange<Domain>(
+      *this, "make a domain primary", "make domain " + std::to_string(domain) + " primary", [&] {
+        const Known known = session::KnownDomain(*this, domain);
+        if (!MDOMAIN::API::Domain().SetPrimary(domain)) {
+          Fail("making domain " + known.Title() + " the primary one failed");
+        }
+        return WholeOf(*this, domain);
+      });
 }
 
 Result<Domain> Session::AddNames(int domain, const std::vector<std::string>& names) {
-  return Change<Domain>(*this, "add names to domain " + std::to_string(domain), [&] {
-    session::RequireHost(*this, "give domains names");
-    const Known known = session::KnownDomain(*this, domain);
-    MDOMAIN::API::Domain api;
-    RequireDone(api.CreateAdditionalDomains(domain, RequireNames(names)), api,
-                "adding names to domain " + known.Title());
-    return WholeOf(*this, domain);
-  });
+  return session::HostChange<Domain>(
+      *this, "give domains names", "add names to domain " + std::to_string(domain), [&] {
+        const Known known = session::KnownDomain(*this, domain);
+        MDOMAIN::API::Domain api;
+        RequireDone(api.CreateAdditionalDomains(domain, RequireNames(names)), api,
+                    "adding names to domain " + known.Title());
+        return WholeOf(*this, domain);
+      });
 }
 
 Result<Domain> Session::SetNames(int domain, const std::vector<std::string>& names,
                                  const Version& version) {
-  return Change<Domain>(*this, "set the names of domain " + std::to_string(domain), [&] {
-    session::RequireHost(*this, "give domains names");
-    const Domain before = WholeOf(*this, domain);
-    session::RequireVersion(version, before.version, "domain " + before.name);
-    MDOMAIN::API::Domain api;
-    RequireDone(api.SetAdditionalDomains(domain, before.names, RequireNames(names)), api,
-                "setting the names of domain " + before.name);
-    return WholeOf(*this, domain);
-  });
+  return session::HostChange<Domain>(
+      *this, "give domains names", "set the names of domain " + std::to_string(domain), [&] {
+        const Domain before = WholeOf(*this, domain);
+        session::RequireVersion(version, before.version, "domain " + before.name);
+        MDOMAIN::API::Domain api;
+        RequireDone(api.SetAdditionalDomains(domain, before.names, RequireNames(names)), api,
+                    "setting the names of domain " + before.name);
+        return WholeOf(*this, domain);
+      });
 }
 
 Result<Domain> Session::RemoveNames(int domain, const std::vector<std::string>& names) {
-  return Change<Domain>(*this, "remove names of domain " + std::to_string(domain), [&] {
-    session::RequireHost(*this, "take names from domains");
-    const Known known = session::KnownDomain(*this, domain);
-    std::vector<std::string> stored;
-    Refusals refusals;
-    for (const std::string& name : names) {
-      const std::string wanted = session::AsciiForm(name);
-      const auto found =
-          std::find_if(known.names.begin(), known.names.end(),
-                       [&](const std::string& own) { return session::AsciiForm(own) == wanted; });
-      if (found == known.names.end()) {
-        refusals.Add("name", name, "is no additional name of domain " + known.Title());
-      } else {
-        stored.push_back(*found);
-      }
-    }
-    refusals.End(Reason::kNotFound, "no name was removed");
-    if (!MDOMAIN::API::Domain().DeleteAdditionalDomains(domain, stored)) {
-      Fail("removing names of domain " + known.Title() + " failed");
-    }
-    return WholeOf(*this, domain);
-  });
+  return session::HostChange<Domain>(
+      *this, "take names from domains", "remove names of domain " + std::to_string(domain), [&] {
+        const Known known = session::KnownDomain(*this, domain);
+        std::vector<std::string> stored;
+        Refusals refusals;
+        for (const std::string& name : names) {
+          const std::string wanted = session::AsciiForm(name);
+          const auto found = std::find_if(
+              known.names.begin(), known.names.end(),
+              [&](const std::string& own) { return session::AsciiForm(own) == wanted; });
+          if (found == known.names.end()) {
+            refusals.Add("name", name, "is no additional name of domain " + known.Title());
+          } else {
+            stored.push_back(*found);
+          }
+        }
+        refusals.End(Reason::kNotFound, "no name was removed");
+        if (!MDOMAIN::API::Domain().DeleteAdditionalDomains(domain, stored)) {
+          Fail("removing names of domain " + known.Title() + " failed");
+        }
+        return WholeOf(*this, domain);
+      });
 }
 
 }  // namespace mdomain

@@ -86,6 +86,11 @@ Entry Get(int domain, const std::string& name) {
     case AliasEntry::Result::kLoop:
       error.refused = {{"member", subject, "leads back to the entry"}};
       break;
+    case AliasEntry::Result::kUnpublished:
+      error.reason = Reason::kFailed;
+      error.number = MDOMAIN::BASE::kApiErrorUnpublished;
+      error.refused = {{"name", name, "could not be published"}};
+      break;
     default:
       Fail("changing the entry \"" + name + "\" failed");
   }
@@ -96,7 +101,7 @@ Entry Get(int domain, const std::string& name) {
 
 void RequireDone(const AliasEntry& api, AliasEntry::Result result, const std::string& name,
                  const Known& domain) {
-  if (result != AliasEntry::Result::kDone && result != AliasEntry::Result::kUnpublished) {
+  if (result != AliasEntry::Result::kDone) {
     Stop(result, api.Problem(), name, domain);
   }
 }

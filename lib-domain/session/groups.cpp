@@ -14,7 +14,6 @@ using MDOMAIN::API::DomainGroup;
 using session::Change;
 using session::Fail;
 using session::Known;
-using session::Read;
 using session::Refuse;
 
 namespace {
@@ -28,6 +27,21 @@ void RequireGroups(const Known& domain, const std::vector<std::uint32_t>& gids) 
     if (std::find(known.begin(), known.end(), gid) == known.end()) {
       Refuse(Reason::kNotFound,
              "no group of domain " + domain.Title() + " has the gid " + std::to_string(gid));
+    }
+  }
+}
+
+// The interface below takes anybody in again.
+void RequireMembers(DomainGroup& api, const Known& domain, std::uint32_t gid,
+                    const std::vector<std::uint32_t>& uids) {
+  std::vector<std::tuple<unsigned int, std::string, std::string>> members;
+  if (!uids.empty() && !api.GetMemberStatus(domain.idx, gid, members)) {
+    Fail("the members of the group could not be read");
+  }
+  for (const std::uint32_t uid : uids) {
+    if (std::none_of(members.begin(), members.end(),
+                     [uid](const auto& member) { return std::get<0>(member) == uid; })) {
+      Refuse(Reason::kNotFound, "no member of the group has the uid " + std::to_string(uid));
     }
   }
 }
@@ -56,7 +70,7 @@ std::string CommandOf(const char* verb, const std::vector<std::uint32_t>& gids, 
 
 Result<Page<Group>> Session::ListGroups(int domain, const GroupQuery& query,
                                         const std::string& cursor) const {
-  return Read<Page<Group>>(*this, [&] {
+  return session::ReadModel<Page<Group>>(*this, [&] {
     session::KnownDomain(*this, domain);
     const session::PlaceInList place(query.page_size, cursor);
     MDOMAIN::DB::DomainDBFilter filter("domain_group_view");
@@ -90,7 +104,7 @@ Range<Group> Session::Groups(int domain, const GroupQuery& query) const {
 }
 
 Result<std::vector<Member>> Session::GroupMembers(int domain, std::uint32_t gid) const {
-  return Read<std::vector<Member>>(*this, [&] {
+  return session::ReadModel<std::vector<Member>>(*this, [&] {
     RequireGroups(session::KnownDomain(*this, domain), {gid});
     std::vector<std::tuple<unsigned int, std::string, std::string>> records;
     std::unordered_set<unsigned int> removed;
@@ -150,6 +164,7 @@ Result<Nothing> Session::RestoreMembers(int domain, std::uint32_t gid,
     const Known known = session::KnownDomain(*this, domain);
     RequireGroups(known, {gid});
     DomainGroup api;
+    RequireMembers(api, known, gid, uids);
     const bool is_restored = uids.empty()
                                  ? api.RestoreMemberStatus(domain, std::vector<unsigned int>{gid})
                                  : api.RestoreMemberStatus(domain, gid, {uids.begin(), uids.end()});

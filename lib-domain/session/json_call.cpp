@@ -44,6 +44,10 @@ Role RoleOfGroups(Arguments& with) {
   return with.OptionalRole("role").value_or(Role::kNone);
 }
 
+PatternQuery PatternQueryOf(Arguments& with) {
+  return {with.Bool("only_problems", false), static_cast<std::size_t>(with.Int("page_size", 100))};
+}
+
 Json::Value Together(Session& session, Arguments& with);
 
 const std::map<std::string, Run>& Calls() {
@@ -298,6 +302,40 @@ const std::map<std::string, Run>& Calls() {
          a.End();
          return Answer(s.SetDisclaimers(domain, json, version));
        }},
+      {"explain",
+       [](Session& s, Arguments& a) {
+         const std::string address = a.Text("address");
+         a.End();
+         return Answer(s.Explain(address));
+       }},
+      {"explain_user",
+       [](Session& s, Arguments& a) {
+         const std::uint32_t uid = a.Id("uid");
+         a.End();
+         return Answer(s.ExplainUser(uid));
+       }},
+      {"of",
+       [](Session& s, Arguments& a) {
+         const std::uint32_t uid = a.Id("uid");
+         a.End();
+         return Answer(s.Of(uid));
+       }},
+      {"overview",
+       [](Session& s, Arguments& a) {
+         const int domain = a.Int("domain");
+         a.End();
+         return Answer(s.Overview(domain));
+       }},
+      {"doctor",
+       [](Session& s, Arguments& a) {
+         a.End();
+         return Answer(s.Doctor());
+       }},
+      {"repair",
+       [](Session& s, Arguments& a) {
+         a.End();
+         return Answer(s.Repair());
+       }},
       {"refresh",
        [](Session& s, Arguments& a) {
          const int limit = a.Int("deletion_limit", 500);
@@ -322,6 +360,58 @@ const std::map<std::string, Run>& Calls() {
          const int id = a.Int("id");
          a.End();
          return Answer(s.Undo(id));
+       }},
+      {"list_history",
+       [](Session& s, Arguments& a) {
+         HistoryQuery query;
+         query.domain = a.Int("domain", 0);
+         query.page_size = static_cast<std::size_t>(a.Int("page_size", 100));
+         const std::string cursor = a.Text("cursor", "");
+         a.End();
+         return Answer(s.ListHistory(query, cursor));
+       }},
+      {"history_plan",
+       [](Session& s, Arguments& a) {
+         const int id = a.Int("id");
+         a.End();
+         return Answer(s.HistoryPlan(id));
+       }},
+      {"try_pattern",
+       [](Session& s, Arguments& a) {
+         const int domain = a.Int("domain");
+         const std::string pattern = a.Text("pattern");
+         const PatternQuery query = PatternQueryOf(a);
+         const std::string cursor = a.Text("cursor", "");
+         a.End();
+         return Answer(s.TryPattern(domain, pattern, query, cursor));
+       }},
+      {"pattern_drift",
+       [](Session& s, Arguments& a) {
+         const int domain = a.Int("domain");
+         const PatternQuery query = PatternQueryOf(a);
+         const std::string cursor = a.Text("cursor", "");
+         a.End();
+         return Answer(s.PatternDrift(domain, query, cursor));
+       }},
+      {"settings",
+       [](Session& s, Arguments& a) {
+         const bool all = a.Bool("all", false);
+         a.End();
+         return Answer(s.Settings(all));
+       }},
+      {"get_setting",
+       [](Session& s, Arguments& a) {
+         const std::string key = a.Text("key");
+         a.End();
+         return Answer(s.GetSetting(key));
+       }},
+      {"set_setting",
+       [](Session& s, Arguments& a) {
+         const std::string key = a.Text("key");
+         const std::string value = a.Text("value");
+         const bool force = a.Bool("force", false);
+         a.End();
+         return Answer(s.SetSetting(key, value, force));
        }},
       {"together", Together},
   };
@@ -356,9 +446,36 @@ Json::Value Together(Session& session, Arguments& with) {
   if (result) {
     answer["value"] = values;
   } else if (!error.isNull()) {
+    if (answer["error"]["text"].asString().find(kNotTakenBack) != std::string::npos) {
+      error["text"] = error["text"].asString() + kNotTakenBack;
+    }
     answer["error"] = error;
   }
   return answer;
+}
+
+constexpr const char* kDryRun = "dry_run";
+
+// The value is the plan of the call; a refusal is that of the call.
+Json::Value DryRun(Session& session, const std::string& name, Json::Value arguments) {
+  Json::Value is_asked_for;
+  arguments.removeMember(kDryRun, &is_asked_for);
+  if (!is_asked_for.isBool()) {
+    Refuse(Reason::kInvalid, "argument \"dry_run\" is neither true nor false");
+  }
+  if (!is_asked_for.asBool()) {
+    return CallByName(session, name, arguments);
+  }
+  Json::Value refused;
+  const Result<ChangePlan> plan = session.DryRun([&](Session& trial) -> Result<Nothing> {
+    const Json::Value answer = CallByName(trial, name, arguments);
+    if (answer.isMember("value")) {
+      return Nothing();
+    }
+    refused = answer;
+    return Error();
+  });
+  return refused.isNull() ? Answer(plan) : refused;
 }
 
 }  // namespace
@@ -368,6 +485,9 @@ Json::Value CallByName(Session& session, const std::string& name, const Json::Va
     const auto call = Calls().find(name);
     if (call == Calls().end()) {
       Refuse(Reason::kInvalid, "there is no call \"" + name + "\"");
+    }
+    if (arguments.isObject() && arguments.isMember(kDryRun)) {
+      return DryRun(session, name, arguments);
     }
     Arguments with(arguments);
     return call->second(session, with);

@@ -1,14 +1,14 @@
 #include "lib-domain/session/json_record.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "lib-domain/session/access.h"
+#include "platform/include/text.h"
 
 namespace mdomain::session {
 
 namespace {
-
-Json::Value RoleJson(Role role) {
-  return role == Role::kNone ? Json::Value() : Json::Value(TextOf(role));
-}
 
 const char* WordOf(Reason reason) {
   switch (reason) {
@@ -31,11 +31,27 @@ const char* WordOf(Reason reason) {
   }
 }
 
+// Escapes of JSON make texts that no name may be, and that end early for others.
+bool IsText(const Json::Value& value) {
+  return value.isString() && korvmailserver::IsValidUtf8(value.asString()) &&
+         value.asString().find('\0') == std::string::npos;
+}
+
 const std::pair<const char*, Copy::Of> kCopyWords[] = {{"recipient", Copy::Of::kMailTo},
                                                        {"sender", Copy::Of::kMailFrom},
                                                        {"domain", Copy::Of::kWholeDomain}};
 
 }  // namespace
+
+Json::Value RoleJson(Role role) {
+  return role == Role::kNone ? Json::Value() : Json::Value(TextOf(role));
+}
+
+const char* WordOf(Copy::Of of) {
+  const auto* found = std::find_if(std::begin(kCopyWords), std::end(kCopyWords),
+                                   [of](const auto& word) { return word.second == of; });
+  return found->first;
+}
 
 Json::Value JsonOf(const Nothing& /*nothing*/) {
   return {};
@@ -127,11 +143,7 @@ Json::Value JsonOf(const Entry& entry) {
 
 Json::Value JsonOf(const Copy& copy) {
   Json::Value value;
-  for (const auto& [word, of] : kCopyWords) {
-    if (of == copy.of) {
-      value["of"] = word;
-    }
-  }
+  value["of"] = WordOf(copy.of);
   value["name"] = copy.name;
   value["to"] = copy.to;
   return value;
@@ -222,7 +234,7 @@ bool Arguments::Bool(const char* name, bool otherwise) {
 
 std::string Arguments::Text(const char* name) {
   const Json::Value* value = _Find(name);
-  if (value == nullptr || !value->isString()) {
+  if (value == nullptr || !IsText(*value)) {
     _Refuse(name, "is no text");
   }
   return value->asString();
@@ -241,7 +253,7 @@ std::uint32_t Arguments::Id(const char* name) {
 }
 
 template <typename T>
-std::vector<T> Arguments::_List(const char* name, bool (Json::Value::*is)() const,
+std::vector<T> Arguments::_List(const char* name, bool (*is)(const Json::Value&),
                                 const std::function<T(const Json::Value&)>& as, const char* why) {
   std::vector<T> list;
   const Json::Value& values = Any(name);
@@ -249,7 +261,7 @@ std::vector<T> Arguments::_List(const char* name, bool (Json::Value::*is)() cons
     _Refuse(name, why);
   }
   for (const Json::Value& value : values) {
-    if (!(value.*is)()) {
+    if (!is(value)) {
       _Refuse(name, why);
     }
     list.push_back(as(value));
@@ -259,14 +271,14 @@ std::vector<T> Arguments::_List(const char* name, bool (Json::Value::*is)() cons
 
 std::vector<std::string> Arguments::Texts(const char* name) {
   return _List<std::string>(
-      name, &Json::Value::isString, [](const Json::Value& text) { return text.asString(); },
+      name, IsText, [](const Json::Value& text) { return text.asString(); },
       "is no array of texts");
 }
 
 std::vector<std::uint32_t> Arguments::Ids(const char* name) {
   return _List<std::uint32_t>(
-      name, &Json::Value::isUInt, [](const Json::Value& id) { return id.asUInt(); },
-      "is no array of uids or gids");
+      name, [](const Json::Value& id) { return id.isUInt(); },
+      [](const Json::Value& id) { return id.asUInt(); }, "is no array of uids or gids");
 }
 
 std::optional<std::string> Arguments::OptionalText(const char* name) {

@@ -11,9 +11,14 @@
 #include <utility>
 #include <vector>
 
+// Before the templates, which take its records, too.
+#include "lib-domain/session/json_insight.h"
 #include "lib-domain/session/mdomain.hpp"
 
 namespace mdomain::session {
+
+Json::Value RoleJson(Role role);  // null for kNone
+const char* WordOf(Copy::Of of);  // "recipient", "sender", "domain"
 
 Json::Value JsonOf(const Nothing& nothing);  // null
 Json::Value JsonOf(const std::string& text);
@@ -29,6 +34,11 @@ Json::Value JsonOf(const Disclaimers& disclaimers);
 Json::Value JsonOf(const RefreshReport& report);
 Json::Value JsonOf(const HistoryEntry& entry);
 Json::Value JsonOf(const Error& error);
+Json::Value JsonOf(const ChangePlan& plan);
+Json::Value JsonOf(const TriedAlias& alias);
+Json::Value JsonOf(const TriedPattern& tried);
+Json::Value JsonOf(const Setting& setting);
+Json::Value JsonOf(const ChangedSetting& changed);
 
 template <typename T>
 Json::Value JsonOf(const std::vector<T>& values) {
@@ -90,7 +100,7 @@ class Arguments {
 
  private:
   template <typename T>
-  std::vector<T> _List(const char* name, bool (Json::Value::*is)() const,
+  std::vector<T> _List(const char* name, bool (*is)(const Json::Value&),
                        const std::function<T(const Json::Value&)>& as, const char* why);
   const Json::Value* _Find(const char* name);
   [[noreturn]] void _Refuse(const std::string& name, const std::string& why) const;

@@ -1,18 +1,9 @@
 #include "lib-domain/session/json_text.h"
 
-#include <json/writer.h>
-
 #include "lib-domain/base/json_text.h"
 #include "platform/include/text.h"
 
 namespace mdomain::session {
-
-std::string JsonText(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "  ";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, value) + "\n";
-}
 
 std::string ParseJson(const std::string& text, Json::Value& value) {
   if (!korvmailserver::IsValidUtf8(text)) {

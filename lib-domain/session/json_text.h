@@ -6,10 +6,11 @@
 
 #include <string>
 
+#include "lib-domain/base/json_text.h"
+
 namespace mdomain::session {
 
-// UTF-8, indented, members by name, with a line end.
-std::string JsonText(const Json::Value& value);
+using MDOMAIN::BASE::JsonText;
 // At most 64 levels. Why that failed in one line, or the empty string.
 std::string ParseJson(const std::string& text, Json::Value& value);
 

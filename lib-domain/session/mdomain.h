@@ -7,7 +7,10 @@
    refused. The answer is {"value": ..., "published": true}, or {"error": {"reason": "taken",
    "number": 5618, "text": ..., "advice": ..., "refused": [...], "log": [...]}}; where something was
    done and not published it has "value", "error" and "published": false. What sessions promise
-   about threads, fork and the end of the program holds here, too. */
+   about threads, fork and the end of the program holds here, too.
+
+   With "dry_run": true in its arguments a changing call changes nothing, and its value is what it
+   would change: {"summary": ..., "changes": [{"what", "change", "text", ...}]}. */
 #ifndef MAILSERVER_DOMAIN_MDOMAIN_H
 #define MAILSERVER_DOMAIN_MDOMAIN_H
 
@@ -22,13 +25,13 @@ typedef struct mdomain_session mdomain_session;
 /* Opens nothing yet. `options` is an object with "lock_timeout" (seconds) and "person", or null.
    Null when it is neither, or without memory. */
 MDOMAIN_EXPORT mdomain_session* mdomain_open(const char* options);
-/* The same with the rights of a domain administrator. */
+/* The same with the rights of a domain administrator; null without memory, or for null. */
 MDOMAIN_EXPORT mdomain_session* mdomain_as(const mdomain_session* session, unsigned int uid);
 /* Null is nothing. No call of the session may be under way. */
 MDOMAIN_EXPORT void mdomain_close(mdomain_session* session);
 
 /* One call. `arguments` is an object, or null for none. The answer is a text to be given to
-   mdomain_free; null without memory. */
+   mdomain_free; null without memory. A null session or name is answered with an error. */
 MDOMAIN_EXPORT char* mdomain_call(mdomain_session* session, const char* name,
                                   const char* arguments);
 MDOMAIN_EXPORT void mdomain_free(char* answer);

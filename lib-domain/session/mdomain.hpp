@@ -7,12 +7,13 @@
 // Before each call a session looks whether the databases were replaced or the account source was
 // changed meanwhile, and works with what is there now.
 //
-// Make the first session before the described classes are used: what connections of before change
-// can neither be taken back nor put into the history.
+// A call that waits for another program lets other threads read meanwhile. A program that also uses
+// the described classes keeps them out of the time of every call, as of each other's.
 //
 // A change is stored as a whole, then published, then put into the history; one that fails is taken
 // back. What could be stored and not published is done all the same: the result has its value, and
-// IsPublished is false. No exception leaves a call, that of std::bad_alloc aside.
+// IsPublished is false. No exception leaves a call, that of std::bad_alloc and the cancellation of
+// a thread aside.
 //
 // fork() waits for the calls of other threads; parent and child may go on using their sessions, but
 // not within Session::Together. Sessions may be used until the program's end, destructors of static
@@ -28,12 +29,14 @@
 #include <cstdint>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "lib-domain/insight/answers.h"
 #include "platform/include/export.h"
 
 namespace mdomain {
@@ -203,13 +206,6 @@ struct DomainChange {
   std::optional<bool> adds_accounts;
 };
 
-struct Account {
-  std::uint32_t id = 0;  // uid or gid
-  std::string name;      // the full one
-};
-
-enum class Role { kNone, kNormal, kDomainAdmin };
-
 struct UserAlias {
   std::string local_part;
   bool is_taken = false;  // somebody else gets the mail
@@ -270,18 +266,21 @@ struct Entry {
   Version version;
 };
 
-// A blind copy of each mail that is sent to or from somebody.
-struct Copy {
-  enum class Of { kMailTo, kMailFrom, kWholeDomain };
-  Of of = Of::kMailTo;
-  std::string name;  // an address, an account, an alias; of a whole domain one of its names
-  std::string to;
-};
-
 // Disclaimers of a domain as the JSON array of mailserver-domain/mimedefang.h.
 struct Disclaimers {
   std::string json;
   Version version;
+};
+
+struct DomainOverview {
+  Domain domain;
+  DomainCounts counts;
+  std::vector<Group> groups;  // by name
+};
+
+struct RepairReport {
+  std::string kept;               // the folder with the files of before
+  std::vector<Finding> findings;  // what is left
 };
 
 struct RefreshReport {
@@ -302,8 +301,91 @@ struct HistoryEntry {
   std::string person;
   std::string command;
   std::string summary;
-  std::string state;     // "done", "undone", "undoing", "refresh", "undo"
+  std::string state;     // "done", "undone", "undoing", "refresh", "repair", "undo"
   std::string why_kept;  // why it cannot be taken back; "" where it may be tried
+};
+
+// One thing that a change changes, as "mdomain --dry-run" tells it.
+struct PlannedChange {
+  // "domain", "name", "primary", "account", "group", "member", "role", "group_role", "alias",
+  // "taken_out", "entry", "entry_member", "copy", "mail_settings", "setting", "disclaimers",
+  // "keys", "other"; a plan is ordered by it, as here.
+  std::string what;
+  std::string change;  // "added", "removed", "changed"
+  std::string text;    // one sentence, for people
+  // What the sentence names: "domain", "account", "group", "alias", "address", "owner", "member",
+  // "name", "property", "key", "before", "after" and others; which, depends on `what`.
+  std::map<std::string, std::string> names;
+  // Of an alias: whether mail for it came and will come to the account. It goes to "owner" of
+  // `names` where it does not; none where that is nobody.
+  bool had = false;
+  bool has = false;
+};
+
+// What a change changes, or would change.
+struct ChangePlan {
+  std::string summary;  // "3 people lose 5 addresses, 1 other thing changes"; "" for no changes
+  std::vector<PlannedChange> changes;
+};
+
+struct HistoryQuery {
+  int domain = 0;               // what is about this domain; 0: everything
+  std::size_t page_size = 100;  // at most 10,000
+};
+
+// ---- Patterns ----
+
+// What a pattern would give a user who is added now.
+struct TriedAlias {
+  enum class From { kPattern, kAccountName, kNothing };
+  std::uint32_t uid = 0;
+  std::string name;
+  std::vector<std::string> aliases;  // of today
+  std::string local_part;            // "" for none
+  From from = From::kPattern;
+  std::string why;  // why not by the pattern: "no value for <s>", "the pattern gives nothing", ...
+  // Others who would get it too, or have it: their number, and at most ten names.
+  std::size_t rivals = 0;
+  std::vector<std::string> rival_names;
+  bool is_entry = false;  // it is the name of an address that goes to several
+
+  bool Collides() const { return rivals != 0 || is_entry; }
+};
+
+struct TriedPattern {
+  std::string pattern;
+  std::size_t users = 0;  // of the domain; below: how many of those that were asked for
+  std::size_t by_pattern = 0;
+  std::size_t by_account_name = 0;
+  std::size_t without_address = 0;
+  std::size_t colliding = 0;
+  Page<TriedAlias> page;  // by uid
+};
+
+struct PatternQuery {
+  bool only_problems = false;   // those who collide, or get none or not the pattern's
+  std::size_t page_size = 100;  // at most 10,000
+};
+
+// ---- Settings ----
+
+// A key of the mail configuration.
+struct Setting {
+  enum class Kind {
+    kUnknown,    // of another program, or misspelt
+    kSetting,    // the administrator's or the mail server's
+    kPublished,  // follows from the domains: the next publication writes it again
+  };
+  std::string key;
+  std::string value;
+  Kind kind = Kind::kUnknown;
+  bool is_set = false;
+};
+
+struct ChangedSetting {
+  Setting setting;
+  std::string consequence;  // what was done by force: which model is in force, what stands where
+  std::string missing_key;  // the accounts' source needs this one, too; "" for none
 };
 
 // ---- Lists ----
@@ -340,9 +422,12 @@ class MDOMAIN_EXPORT Session {
   // the domains in which his role is domain_admin at the moment of each call, and no other one,
   // whatever is given. An account without any sees none. He neither creates, renames nor deletes
   // domains, gives them names, makes one primary, adds groups whose role is domain_admin,
-  // refreshes, publishes nor takes back what others changed; his copies and disclaimers are about
-  // his domains. Calls that are not his are Reason::kRefused, domains that are not his
-  // Reason::kNotFound.
+  // refreshes, publishes, sees or sets settings of the host, nor takes back what others changed; his
+  // copies are of mail to and from his
+  // domains. So are his disclaimers: each needs an address pattern of the domain, with "or" nothing
+  // but such ones, and none is about a group. To add somebody he may look any account and group of
+  // the host up. Calls that are not his are Reason::kRefused, domains that are not his
+  // Reason::kNotFound. His errors have no log lines, which name what is others'.
   Session As(std::uint32_t uid) const;
   Session WithPerson(const std::string& person) const;
 
@@ -398,7 +483,7 @@ class MDOMAIN_EXPORT Session {
   Result<Nothing> SetGroupRole(int domain, const std::vector<std::uint32_t>& gids, Role role);
   // Members who are in no other group of the domain leave it, too.
   Result<Nothing> RemoveGroups(int domain, const std::vector<std::uint32_t>& gids);
-  // Takes removed members in again; without `uids` all of the group.
+  // Takes removed members in again; without `uids` all of the group. kNotFound for somebody else.
   Result<Nothing> RestoreMembers(int domain, std::uint32_t gid,
                                  const std::vector<std::uint32_t>& uids = {});
 
@@ -411,7 +496,9 @@ class MDOMAIN_EXPORT Session {
 
   // Blind copies.
   Result<std::vector<Copy>> Copies(int domain) const;
+  // One of the same kind and name is replaced. All or none.
   Result<Nothing> AddCopies(int domain, const std::vector<Copy>& copies);
+  // By kind and name, whatever their destination. All or none; kNotFound.
   Result<Nothing> RemoveCopies(int domain, const std::vector<Copy>& copies);
 
   Result<Disclaimers> GetDisclaimers(int domain) const;
@@ -419,8 +506,28 @@ class MDOMAIN_EXPORT Session {
   Result<Disclaimers> SetDisclaimers(int domain, const std::string& json,
                                      const Version& version = "");
 
-  // Brings the accounts of the host into the model; what a failing one has brought stays. At most so many of the accounts and groups that
-  // are gone are deleted, else none (`spared_users`).
+  // Asking why. All but Repair read only; the answers are in insight/answers.h.
+  //
+  // Who gets the mail for an address, step by step. kInvalid: it is no address. For a domain
+  // administrator kNotFound where the address is in no domain of his; else such a domain is a step.
+  Result<Explanation> Explain(const std::string& address) const;
+  // Everything about one account, with the reasons. For a domain administrator what there is in his
+  // domains, and kNotFound for somebody who neither has anything there nor was taken out.
+  Result<Person> ExplainUser(std::uint32_t uid) const;
+  // What a person without any rights may know about himself. Whoever calls vouches that he is that
+  // person; for a domain administrator kNotFound for anybody but himself.
+  Result<OwnView> Of(std::uint32_t uid) const;
+  Result<DomainOverview> Overview(int domain) const;
+  // Everything that can be wrong, without what a refresh would bring. For a domain administrator
+  // what is about his domains; then the files of the host are not looked at.
+  Result<std::vector<Finding>> Doctor() const;
+  // Copies the files aside, brings what follows from the model in line with it, publishes, and
+  // looks again. Not for a domain administrator.
+  Result<RepairReport> Repair();
+
+  // Brings the accounts of the host into the model; what a failing one has brought stays. At most
+  // so many of the accounts and groups that are gone are deleted, else none (`spared_users`); 0
+  // stands for any number, or any share.
   Result<RefreshReport> Refresh(std::size_t deletion_limit = 500, std::size_t percent = 10);
   // What is published once more, as a whole.
   Result<Nothing> Publish();
@@ -429,7 +536,52 @@ class MDOMAIN_EXPORT Session {
   Result<std::vector<HistoryEntry>> History(int limit = 100) const;
   // Takes a change back: the latest that is not "undone", or the one that is "undoing". kRefused
   // when that is not `id`, when somebody has changed the same things since, and within Together.
+  // A domain administrator takes back what he did himself, in his domains alone.
   Result<Nothing> Undo(long long id);
+
+  // The same, page by page. Domain administrators get the changes that were about their domains and
+  // nothing else, by whomever; without `domain` those of all of them.
+  Result<Page<HistoryEntry>> ListHistory(const HistoryQuery& query = {},
+                                         const std::string& cursor = "") const;
+  // What a change changed, at most its first thousand things; none where there is no such entry, or
+  // it is not the caller's to see.
+  Result<std::optional<ChangePlan>> HistoryPlan(long long id) const;
+
+  // What a change would change. `work` gets a session whose calls work on private copies, together
+  // as one change, and gives the result of the last one:
+  //   session.DryRun([&](Session& trial) { return trial.SetUser(1, 1001, change); })
+  // Nothing is stored, published, announced or put into the history. A result of `work` without a
+  // value is the error of the dry run. Domain administrators see what is about their domains. The
+  // lock is held while the copies are made, and other calls wait until it has ended. kRefused
+  // within Together and within another one.
+  template <typename Work>
+  Result<ChangePlan> DryRun(const Work& work) const {
+    return _TryOut([&work](Session& trial) -> std::optional<Error> {
+      const auto result = work(trial);
+      return result ? std::nullopt : std::make_optional(result.GetError());
+    });
+  }
+
+  // What a pattern would give the users of a domain; nothing is saved. Aliases that exist stay as
+  // they are when a pattern is saved. kInvalid where it is none.
+  Result<TriedPattern> TryPattern(int domain, const std::string& pattern,
+                                  const PatternQuery& query = {},
+                                  const std::string& cursor = "") const;
+  // The users who do not have what the domain's own pattern gives now: it or the account changed
+  // since, or the alias was given by hand.
+  Result<TriedPattern> PatternDrift(int domain, const PatternQuery& query = {},
+                                    const std::string& cursor = "") const;
+
+  // Keys of the mail configuration, by name, for the host's administrators. Those that are set;
+  // with `all` also those that are known and not set, but those of single domains.
+  Result<std::vector<Setting>> Settings(bool all = false) const;
+  // kNotFound for a key that nobody knows and nobody set.
+  Result<Setting> GetSetting(const std::string& key) const;
+  // kInvalid for what is no text of one line, or no account type. Unless `force`, kRefused for a
+  // key that nobody knows, for one that follows from the domains, and for an account source that
+  // would put a model without domains in force or give their settings to others.
+  Result<ChangedSetting> SetSetting(const std::string& key, const std::string& value,
+                                    bool force = false);
 
   // Several calls as one change with one entry `command` in the history: nobody else changes
   // anything in between, and when `work` returns false all of it is taken back (Reason::kRefused);
@@ -438,6 +590,8 @@ class MDOMAIN_EXPORT Session {
 
  private:
   friend struct SessionAccess;
+
+  Result<ChangePlan> _TryOut(const std::function<std::optional<Error>(Session& trial)>& work) const;
 
   std::shared_ptr<const SessionState> state_;
 };

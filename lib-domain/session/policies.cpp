@@ -1,12 +1,11 @@
 // Blind copies and disclaimers of domains. Those of a domain's administrator are about his domain.
 #include <algorithm>
 #include <list>
+#include <set>
+#include <utility>
 
 #include "lib-domain/api/bcc.h"
-#include "lib-domain/api/domain_group.h"
-#include "lib-domain/api/domain_user.h"
 #include "lib-domain/api/mimedefang.h"
-#include "lib-domain/base/text.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/json_text.h"
@@ -72,6 +71,33 @@ std::list<BccInfo> RulesOf(const std::vector<Copy>& copies) {
   return rules;
 }
 
+std::vector<Copy> CopiesOf(int domain) {
+  std::vector<Copy> copies;
+  for (const Copy::Of of : kKinds) {
+    if (Rules(domain).ForEachRule(TypeOf(of), domain, 0, -1, "name", "asc",
+                                  [&](const BccInfo& rule) {
+                                    copies.push_back({of, rule.name, rule.bcc_to});
+                                  }) != 0) {
+      Fail("the blind copies could not be read");
+    }
+  }
+  return copies;
+}
+
+void RequireStored(const Known& domain, const std::vector<Copy>& copies) {
+  std::set<std::pair<Copy::Of, std::string>> stored;
+  for (const Copy& copy : CopiesOf(domain.idx)) {
+    stored.emplace(copy.of, copy.name);
+  }
+  Refusals refusals;
+  for (const Copy& copy : copies) {
+    if (stored.count({copy.of, copy.name}) == 0) {
+      refusals.Add("copy", copy.name, "has no such copy in domain " + domain.Title());
+    }
+  }
+  refusals.End(Reason::kNotFound, "no copy was removed");
+}
+
 void PublishRules(BCC& bcc) {
   bool are_old = false;
   if (bcc.PublishRules() != 0 || !MDOMAIN::CONTROL::INTERNAL::AreBccMapsOld(are_old) ||
@@ -92,46 +118,35 @@ Disclaimers DisclaimersOf(const Known& domain) {
   return disclaimers;
 }
 
-// Whether all mail that the rule fits is from or to somebody of the domain.
-class OwnRules {
- public:
-  explicit OwnRules(const Known& domain) : domain_(domain) {
-    MDOMAIN::API::DomainUser users;
-    MDOMAIN::API::DomainGroup groups;
-    if (!users.List(domain.idx, uids_) || !groups.List(domain.idx, gids_)) {
-      Fail("the users of the domain could not be read");
-    }
-  }
+// Whether all mail that the rule fits is from or to an address of the domain. Rules about accounts
+// fit their aliases at every domain of the host.
+bool IsOwnRule(const Known& domain, const Json::Value& rule) {
+  const std::string pattern = rule["pattern"].asString();
+  const size_t at = pattern.rfind('@');
+  return rule["pattern_type"] == "email" && at != std::string::npos &&
+         domain.HasName(pattern.substr(at + 1));
+}
 
-  bool operator()(const Json::Value& rule) const {
-    const std::string type = rule["pattern_type"].asString();
-    if (type == "email") {
-      const std::string pattern = rule["pattern"].asString();
-      const size_t at = pattern.rfind('@');
-      return at != std::string::npos && domain_.HasName(pattern.substr(at + 1));
-    }
-    unsigned int id = 0;
-    const std::vector<unsigned int>& ids = type == "uid" ? uids_ : gids_;
-    return MDOMAIN::BASE::ConvertToUID(rule["pattern"].asString(), id) &&
-           std::find(ids.begin(), ids.end(), id) != ids.end();
-  }
+bool IsAboutGroup(const Json::Value& rule) {
+  return rule["pattern_type"] == "gid";
+}
 
- private:
-  const Known& domain_;
-  std::vector<unsigned int> uids_;
-  std::vector<unsigned int> gids_;
-};
-
+// What a group's rule adds to the filter holds for the disclaimers of all domains.
 void RequireOwnRules(const Known& domain, const Json::Value& list, Refusals& refusals) {
-  const OwnRules is_own(domain);
+  const auto is_own = [&domain](const Json::Value& rule) { return IsOwnRule(domain, rule); };
   for (const Json::Value& disclaimer : list) {
     const Json::Value& rules = disclaimer["match_rule_list"];
+    const Json::Value& exceptions = disclaimer["exception_rule_list"];
     const bool is_about_own = disclaimer["op"] == "and"
                                   ? std::any_of(rules.begin(), rules.end(), is_own)
                                   : std::all_of(rules.begin(), rules.end(), is_own);
     if (!is_about_own) {
       refusals.Add("disclaimer", disclaimer["name"].asString(),
                    "fits mail that is not of domain " + domain.Title());
+    } else if (std::any_of(rules.begin(), rules.end(), IsAboutGroup) ||
+               std::any_of(exceptions.begin(), exceptions.end(), IsAboutGroup)) {
+      refusals.Add("disclaimer", disclaimer["name"].asString(),
+                   "has a rule about a group, which concerns other domains");
     }
   }
 }
@@ -155,16 +170,7 @@ Json::Value RequireDisclaimers(const Session& session, const Known& domain,
 Result<std::vector<Copy>> Session::Copies(int domain) const {
   return Read<std::vector<Copy>>(*this, [&] {
     session::KnownDomain(*this, domain);
-    std::vector<Copy> copies;
-    for (const Copy::Of of : kKinds) {
-      if (Rules(domain).ForEachRule(TypeOf(of), domain, 0, -1, "name", "asc",
-                                    [&](const BccInfo& rule) {
-                                      copies.push_back({of, rule.name, rule.bcc_to});
-                                    }) != 0) {
-        Fail("the blind copies could not be read");
-      }
-    }
-    return copies;
+    return CopiesOf(domain);
   });
 }
 
@@ -185,7 +191,8 @@ Result<Nothing> Session::AddCopies(int domain, const std::vector<Copy>& copies) 
 
 Result<Nothing> Session::RemoveCopies(int domain, const std::vector<Copy>& copies) {
   return Change<Nothing>(*this, "remove copies of domain " + std::to_string(domain), [&] {
-    session::KnownDomain(*this, domain);
+    const Known known = session::KnownDomain(*this, domain);
+    RequireStored(known, copies);
     BCC& bcc = Rules(domain);
     if (bcc.deleteBCC(domain, RulesOf(copies)) != 0) {
       Fail("the blind copies could not be removed");

@@ -1,40 +1,34 @@
 #include "lib-domain/session/turn.h"
 
 #include <pthread.h>
-#include <pwd.h>
-#include <unistd.h>
 
-#include <ctime>
+#include <optional>
+#include <thread>
 
 #include "lib-domain/api/updater.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/user.h"
-#include "lib-domain/history/history.h"
-#include "lib-domain/history/plan.h"
+#include "lib-domain/db/handler.h"
+#include "lib-domain/db/read_scope.h"
+#include "lib-domain/history/open_change.h"
+#include "lib-domain/session/access.h"
 #include "lib-domain/sync/change_lock.h"
 #include "lib-domain/sync/model_in_force.h"
 #include "platform/include/maillog.h"
 #include "platform/include/nodes.h"
+#include "platform/include/root_path.h"
 
 namespace mdomain {
 
 namespace session {
 
 using korvmailserver::NodeRole;
-using MDOMAIN::HISTORY::Changes;
-
 namespace {
 
 // Never destroyed: sessions may be used while static objects are.
 std::recursive_mutex*& MutexPlace() {
   static auto* mutex = new std::recursive_mutex;
   return mutex;
-}
-
-// How many changing turns the thread that holds the mutex is in.
-int& Depth() {
-  static int depth = 0;
-  return depth;
 }
 
 // A fork waits for the calls of other threads. The child begins anew: a mutex that another thread
@@ -57,6 +51,11 @@ std::recursive_mutex& Mutex() {
 }
 
 }  // namespace
+
+int& Depth() {
+  static int depth = 0;
+  return depth;
+}
 
 struct GatheredLog {
   std::vector<std::string> lines;
@@ -89,7 +88,11 @@ Turn::Turn(const Session& session)
     : state_(SessionAccess::StateOf(session)),
       lock_(Mutex()),
       log_(std::make_shared<GatheredLog>()) {
-  // The sink outlives the turn where another thread is logging through it.
+  _Gather();
+}
+
+// The sink outlives the turn where another thread is logging through it.
+void Turn::_Gather() {
   log_->before = korvmailserver::SetMailLogSink(
       [log = log_, thread = pthread_self()](int level, const std::string& line) {
         if (level != korvmailserver::kLogNotice && pthread_equal(thread, pthread_self()) != 0) {
@@ -104,10 +107,49 @@ Turn::~Turn() {
 }
 
 std::vector<std::string> Turn::TakeLog() {
-  return std::exchange(log_->lines, {});
+  std::vector<std::string> lines = std::exchange(log_->lines, {});
+  return state_.administrator ? std::vector<std::string>() : lines;
 }
 
-namespace {
+void Turn::_LetOthers(std::chrono::milliseconds moment) {
+  korvmailserver::SetMailLogSink(log_->before);
+  lock_.unlock();
+  std::this_thread::sleep_for(moment);
+  lock_.lock();
+  _Gather();
+}
+
+// Nothing is held while others are waited for: readers have their turns, and a child that another
+// thread forks has no part in the lock.
+void Turn::TakeLock(MDOMAIN::UTILS::ChangeLock& lock) {
+  using Result = MDOMAIN::UTILS::ChangeLock::Result;
+  using Clock = std::chrono::steady_clock;
+  const int timeout = state_.options.lock_timeout;
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout);
+  std::string error;
+  Result result = lock.Take(
+      0, [](const std::string&) {}, error);
+  while (result == Result::kBusy && Clock::now() < deadline) {
+    _LetOthers(std::chrono::milliseconds(50));
+    result = lock.Take(
+        0, [](const std::string&) {}, error);
+  }
+  if (result == Result::kBusy) {
+    Refuse(Reason::kBusy,
+           "another program" + error + " is still changing the domains after " +
+               std::to_string(timeout) + " seconds",
+           "try again");
+  }
+  if (result != Result::kHeld) {
+    Fail(error);
+  }
+}
+
+OneMoment::OneMoment()
+    : scope_(std::make_unique<MDOMAIN::DB::ReadScope>(
+          MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler())) {}
+
+OneMoment::~OneMoment() = default;
 
 std::string PersonOf(const SessionState& state) {
   if (!state.options.person.empty()) {
@@ -121,24 +163,7 @@ std::string PersonOf(const SessionState& state) {
     return is_read && !users.empty() ? users.front().GetUserName()
                                      : std::to_string(*state.administrator);
   }
-  const struct passwd* account = getpwuid(getuid());
-  return account == nullptr ? std::to_string(getuid()) : account->pw_name;
-}
-
-void Take(MDOMAIN::UTILS::ChangeLock& lock, int timeout) {
-  using Result = MDOMAIN::UTILS::ChangeLock::Result;
-  std::string error;
-  const Result result = lock.Take(
-      timeout, [](const std::string&) {}, error);
-  if (result == Result::kBusy) {
-    Refuse(Reason::kBusy,
-           "another program" + error + " is still changing the domains after " +
-               std::to_string(timeout) + " seconds",
-           "try again");
-  }
-  if (result != Result::kHeld) {
-    Fail(error);
-  }
+  return MDOMAIN::HISTORY::ProcessPerson();
 }
 
 void RequireManager() {
@@ -187,13 +212,10 @@ void RequireOwnModel() {
   }
 }
 
-}  // namespace
-
 struct ChangingTurn::Work {
   MDOMAIN::UTILS::ChangeLock lock;
   std::unique_ptr<korvmailserver::PublicationScope> publication;
-  std::unique_ptr<MDOMAIN::HISTORY::ModelChanges> changes;
-  MDOMAIN::HISTORY::Entry entry;
+  std::optional<MDOMAIN::HISTORY::Recording> recording;
   ChangeKind kind = ChangeKind::kChange;
   bool is_finished = false;
 
@@ -203,39 +225,45 @@ struct ChangingTurn::Work {
   }
 };
 
-ChangingTurn::ChangingTurn(const Session& session, const std::string& command, ChangeKind kind)
-    : Turn(session) {
-  if (kind == ChangeKind::kUndo && Depth() > 0) {
+ChangingTurn::ChangingTurn(const Session& session) : Turn(session) {}
+
+void ChangingTurn::Begin(const std::string& command, ChangeKind kind, Needs needs) {
+  const int least = korvmailserver::OtherRoot::IsInForce() ? 1 : 0;  // a dry run is one around all
+  if (kind == ChangeKind::kUndo && Depth() > least) {
     Refuse(Reason::kRefused, "a change is taken back by a call of its own");
   }
+  if (Depth() == least && state_.administrator && !IsAnyDomainOf(*state_.administrator)) {
+    Refuse(Reason::kNotFound,
+           "no domain is administered by uid " + std::to_string(*state_.administrator));
+  }
+  std::unique_ptr<Work> work;
   if (Depth() == 0) {
-    auto work = std::make_unique<Work>();
-    Take(work->lock, state_.options.lock_timeout);
+    work = std::make_unique<Work>();
+    TakeLock(work->lock);
     RequireManager();
+  }
+  if (Depth() == least && needs == Needs::kModel) {
     RequireOwnModel();
+  }
+  if (work) {
     work->publication = std::make_unique<korvmailserver::PublicationScope>();
     work->kind = kind;
-    work->changes = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
-        kind == ChangeKind::kChange ? MDOMAIN::HISTORY::kEveryRow
-                                    : MDOMAIN::HISTORY::kMostRowsKept);
-    work->changes->WatchFiles();
-    work->entry.person = PersonOf(state_);
-    work->entry.command = command;
-    work->entry.state = kind == ChangeKind::kRefresh ? "refresh"
-                        : kind == ChangeKind::kUndo  ? "undo"
-                                                     : "done";
-    work->entry.why_kept = kind == ChangeKind::kRefresh
-                               ? "a refresh follows the accounts, and would do it again"
-                           : kind == ChangeKind::kUndo ? "it took something back"
-                                                       : "";
+    (void)MDOMAIN::HISTORY::SettleInterrupted(true);
+    work->recording.emplace(kind, command,
+                            kind == ChangeKind::kChange ? MDOMAIN::HISTORY::kEveryRow
+                                                        : MDOMAIN::HISTORY::kMostRowsKept);
+    work->recording->Begin(PersonOf(state_));
     work_ = std::move(work);
   }
+  has_begun_ = true;
   ++Depth();
 }
 
 ChangingTurn::~ChangingTurn() {
   ChangingTurn::GiveUp();
-  --Depth();
+  if (has_begun_) {
+    --Depth();
+  }
 }
 
 std::string ChangingTurn::GiveUp() {
@@ -247,18 +275,17 @@ std::string ChangingTurn::GiveUp() {
     return "";
   }
   work_->is_finished = true;
-  bool is_back = false;
+  using Back = MDOMAIN::HISTORY::Recording::Back;
+  Back back = Back::kFailed;
   try {
-    Changes changes;
-    is_back = work_->changes->List(changes) &&
-              (changes.IsEmpty() ||
-               (MDOMAIN::HISTORY::TakeBack(changes) && MDOMAIN::API::Updater().Trigger()));
+    back = work_->recording->TakeBack();
     work_->Publish();
   } catch (const std::exception& exception) {
-    maillog(korvmailserver::kLogError, "Cannot take [%s] back: %s", work_->entry.command.c_str(),
-            exception.what());
+    maillog(korvmailserver::kLogError, "Cannot take a change back: %s", exception.what());
   }
-  return is_back ? "" : "; what was done before that is still there";
+  return back == Back::kDone          ? ""
+         : back == Back::kUnpublished ? "; what is published is not as before yet"
+                                      : kNotTakenBack;
 }
 
 std::string ChangingTurn::Finish() {
@@ -267,17 +294,14 @@ std::string ChangingTurn::Finish() {
   }
   work_->is_finished = true;
   std::string why = work_->Publish();
-  Changes changes;
-  MDOMAIN::HISTORY::Plan plan;
-  MDOMAIN::HISTORY::Entry& entry = work_->entry;
-  entry.time = time(nullptr);
-  if (!work_->changes->List(changes) || !MDOMAIN::HISTORY::MakePlan(changes, plan)) {
-    entry.why_kept = "what it changed could not be read whole";
-  }
-  entry.summary = plan.summary;
-  if (!changes.IsEmpty() && !MDOMAIN::HISTORY::AddEntry(entry, changes, plan)) {
+  try {
+    if (!work_->recording->Record()) {
+      maillog(korvmailserver::kLogWarning, "The history does not have this change");
+    }
+  } catch (const std::exception& exception) {
+    // What is done and published is no failure.
     maillog(korvmailserver::kLogWarning, "The history does not have this change: %s",
-            entry.command.c_str());
+            exception.what());
   }
   return why;
 }
@@ -287,9 +311,7 @@ std::string ChangingTurn::Finish() {
 Session::Session() : Session(Options()) {}
 
 Session::Session(const Options& options)
-    : state_(std::make_shared<const SessionState>(SessionState{options, std::nullopt})) {
-  korvmailserver::ChangeRecord::WatchFromNowOn();
-}
+    : state_(std::make_shared<const SessionState>(SessionState{options, std::nullopt})) {}
 
 Session Session::As(std::uint32_t uid) const {
   SessionState state = *state_;

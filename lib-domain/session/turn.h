@@ -2,6 +2,9 @@
 #ifndef LIB_DOMAIN_SESSION_TURN_H
 #define LIB_DOMAIN_SESSION_TURN_H
 
+#include <cxxabi.h>
+
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -12,7 +15,15 @@
 #include <vector>
 
 #include "lib-domain/base/error_code.h"
+#include "lib-domain/history/recording.h"
 #include "lib-domain/session/mdomain.hpp"
+
+namespace MDOMAIN::DB {
+class ReadScope;
+}
+namespace MDOMAIN::UTILS {
+class ChangeLock;
+}
 
 namespace mdomain {
 
@@ -41,12 +52,18 @@ class Stop : public std::exception {
   Error error;
 };
 
+// Ends the call for a domain administrator; `what` says what is not his to do.
+void RequireHost(const Session& session, const std::string& what);
+
 [[noreturn]] void Refuse(Reason reason, const std::string& text, const std::string& advice = "");
 // For a call of the described classes that was false.
 [[noreturn]] void Fail(const std::string& text);
 
 // The error behind an exception that ended a call.
 Error ErrorOf(const korvmailserver::LogException& exception);
+
+// Within a dry run, with the files in the place of their copies.
+Error AsShown(Error error);
 
 // While one lives, this thread has the library to itself, and what is logged is gathered. Turns
 // within a turn of the same thread are part of it.
@@ -57,31 +74,51 @@ class Turn {
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
-  // Warnings and errors so far.
+  // Warnings and errors so far; none for a domain administrator, as they name what is others'.
   std::vector<std::string> TakeLog();
   // Takes back what was changed. What is still there, or the empty string.
   virtual std::string GiveUp() { return ""; }
+  // Waits for other programs; other threads may read meanwhile. Not within another turn.
+  void TakeLock(MDOMAIN::UTILS::ChangeLock& lock);
 
  protected:
   const SessionState& state_;
 
  private:
+  void _LetOthers(std::chrono::milliseconds moment);
+  void _Gather();
+
   std::unique_lock<std::recursive_mutex> lock_;
   std::shared_ptr<struct GatheredLog> log_;
 };
 
-// What kind of entry the history gets. Refreshes and undoing are taken back neither by an undo nor
-// where they fail: the next one goes on with what is done.
-enum class ChangeKind { kChange, kRefresh, kUndo };
+// Stands behind what failed where taking back did, too.
+constexpr const char* kNotTakenBack = "; what was done before that is still there";
+
+// Refreshes, repairs and undoing are taken back neither by an undo nor where they fail: the next one
+// goes on with what is done.
+using ChangeKind = MDOMAIN::HISTORY::EntryKind;
+
+// What a change needs to be as it should: all, or for what mends that, nothing but the lock.
+enum class Needs { kModel, kNothing };
+
+std::string PersonOf(const SessionState& state);  // whom the history names
+// They end the call where this machine or this model may not be changed now.
+void RequireManager();
+void RequireOwnModel();
+// How many changing turns the thread that holds the mutex is in.
+int& Depth();
 
 // A turn that changes something: holds the lock file, keeps publications back and watches what is
 // changed. The outermost one of a thread ends with Finish, or takes everything back.
 class ChangingTurn : public Turn {
  public:
-  // Ends the call where this machine or this model may not be changed now.
-  ChangingTurn(const Session& session, const std::string& command, ChangeKind kind);
+  explicit ChangingTurn(const Session& session);
   ~ChangingTurn() override;
 
+  // Waits for other programs; other threads may read meanwhile. Ends the call where this machine or
+  // this model may not be changed now, or the caller is no administrator of any domain.
+  void Begin(const std::string& command, ChangeKind kind, Needs needs);
   // Publishes, and writes the history. Why it was not published, or the empty string.
   std::string Finish();
   std::string GiveUp() override;
@@ -90,6 +127,7 @@ class ChangingTurn : public Turn {
   struct Work;
 
   std::unique_ptr<Work> work_;  // of the outermost
+  bool has_begun_ = false;
 };
 
 template <typename T, typename Work>
@@ -105,12 +143,16 @@ Result<T> Guarded(const std::unique_ptr<Turn>& turn, const Work& work) {
     throw;
   } catch (const std::exception& exception) {
     error.text = exception.what();
+  } catch (const abi::__forced_unwind&) {
+    throw;  // the thread is cancelled
+  } catch (...) {
+    error.text = "what was thrown is no std::exception";
   }
   if (turn) {
     error.text += turn->GiveUp();
     error.log = turn->TakeLog();
   }
-  return error;
+  return AsShown(std::move(error));
 }
 
 template <typename T, typename Work>
@@ -122,15 +164,37 @@ Result<T> Read(const Session& session, const Work& work) {
   });
 }
 
+// While one lives, what is read of the model is of one moment, the caller's rights included.
+class OneMoment {
+ public:
+  OneMoment();
+  ~OneMoment();
+  OneMoment(const OneMoment&) = delete;
+  OneMoment& operator=(const OneMoment&) = delete;
+
+ private:
+  std::unique_ptr<MDOMAIN::DB::ReadScope> scope_;
+};
+
+// For what asks nobody but the databases: writers wait for its end.
+template <typename T, typename Work>
+Result<T> ReadModel(const Session& session, const Work& work) {
+  return Read<T>(session, [&]() -> Result<T> {
+    const OneMoment moment;
+    return work();
+  });
+}
+
 // `command` is what the history calls it.
 template <typename T, typename Work>
 Result<T> Change(const Session& session, const std::string& command, const Work& work,
-                 ChangeKind kind = ChangeKind::kChange) {
+                 ChangeKind kind = ChangeKind::kChange, Needs needs = Needs::kModel) {
   std::unique_ptr<Turn> turn;
   return Guarded<T>(turn, [&]() -> Result<T> {
-    auto changing = std::make_unique<ChangingTurn>(session, command, kind);
+    auto changing = std::make_unique<ChangingTurn>(session);
     ChangingTurn& now = *changing;
     turn = std::move(changing);
+    now.Begin(command, kind, needs);
     T value = work();
     const std::string why = now.Finish();
     if (why.empty()) {
@@ -143,6 +207,19 @@ Result<T> Change(const Session& session, const std::string& command, const Work&
     unpublished.log = now.TakeLog();
     return {std::move(value), std::move(unpublished)};
   });
+}
+
+// The same of a call that no domain administrator may make, `what` he may not do; it takes no turn
+// for him.
+template <typename T, typename Work>
+Result<T> HostChange(const Session& session, const std::string& what, const std::string& command,
+                     const Work& work, ChangeKind kind = ChangeKind::kChange,
+                     Needs needs = Needs::kModel) {
+  const Result<Nothing> is_host = Guarded<Nothing>(nullptr, [&]() -> Result<Nothing> {
+    RequireHost(session, what);
+    return Nothing();
+  });
+  return is_host ? Change<T>(session, command, work, kind, needs) : Result<T>(is_host.GetError());
 }
 
 }  // namespace session

@@ -2,6 +2,8 @@
 #include "lib-domain/api/updater.h"
 #include "lib-domain/history/history.h"
 #include "lib-domain/session/access.h"
+#include "lib-domain/session/pages.h"
+#include "lib-domain/session/trial.h"
 #include "lib-domain/sync/model_in_force.h"
 
 namespace mdomain {
@@ -10,6 +12,7 @@ using session::Change;
 using session::Fail;
 using session::Read;
 using session::Refuse;
+using Filter = MDOMAIN::HISTORY::EntryFilter;
 
 namespace {
 
@@ -38,13 +41,57 @@ RefreshReport ReportOf(const MDOMAIN::UTILS::RefreshSummary& summary) {
   return report;
 }
 
+// Entries that the caller may see.
+Filter FilterOf(const Session& session, int domain, int offset, int limit) {
+  Filter filter;
+  filter.domain_idx = domain;
+  filter.only_domains = session::OwnDomains(session);
+  filter.offset = offset;
+  filter.limit = limit;
+  return filter;
+}
+
+bool IsHis(const Session& session, long long id) {
+  bool is_his = false;
+  if (!MDOMAIN::HISTORY::HasEntry(id, FilterOf(session, 0, 0, 1), is_his)) {
+    Fail("the history could not be read");
+  }
+  return is_his;
+}
+
+// An administrator of domains takes back what he did himself.
+void RequireOwnChange(const Session& session, long long id) {
+  if (!SessionAccess::StateOf(session).administrator) {
+    return;
+  }
+  MDOMAIN::HISTORY::Entry entry;
+  Json::Value plan;
+  bool found = false;
+  if (!IsHis(session, id) || !MDOMAIN::HISTORY::ReadEntry(id, found, entry, plan) ||
+      entry.person != session::PersonOf(SessionAccess::StateOf(session))) {
+    Refuse(Reason::kRefused, "the administrator of a domain takes back only what he did there");
+  }
+}
+
+std::vector<HistoryEntry> EntriesOf(const Filter& filter, std::size_t& total) {
+  std::vector<MDOMAIN::HISTORY::Entry> stored;
+  if (!MDOMAIN::HISTORY::ListEntries(filter, stored, total)) {
+    Fail("the history could not be read");
+  }
+  std::vector<HistoryEntry> entries;
+  for (const auto& entry : stored) {
+    entries.push_back({entry.id, entry.time, entry.person, entry.command, entry.summary,
+                       entry.state, entry.why_kept});
+  }
+  return entries;
+}
+
 }  // namespace
 
 Result<RefreshReport> Session::Refresh(std::size_t deletion_limit, std::size_t percent) {
-  return Change<RefreshReport>(
-      *this, "refresh",
+  return session::HostChange<RefreshReport>(
+      *this, "refresh", "refresh",
       [&] {
-        session::RequireHost(*this, "refresh");
         RequirePublishable();
         MDOMAIN::API::Updater updater;
         updater.SetDeletionLimit({deletion_limit, percent});
@@ -58,9 +105,9 @@ Result<RefreshReport> Session::Refresh(std::size_t deletion_limit, std::size_t p
 }
 
 Result<Nothing> Session::Publish() {
-  return Change<Nothing>(*this, "publish", [&] {
-    session::RequireHost(*this, "publish");
+  return session::HostChange<Nothing>(*this, "publish", "publish", [&] {
     RequirePublishable();
+    session::TellPublished();
     if (!MDOMAIN::API::Updater().Trigger()) {
       Fail("publishing failed");
     }
@@ -71,17 +118,40 @@ Result<Nothing> Session::Publish() {
 Result<std::vector<HistoryEntry>> Session::History(int limit) const {
   using Entries = std::vector<HistoryEntry>;
   return Read<Entries>(*this, [&] {
-    session::RequireHost(*this, "read the history");
-    std::vector<MDOMAIN::HISTORY::Entry> stored;
-    if (!MDOMAIN::HISTORY::ListEntries(limit, stored)) {
+    std::size_t total = 0;
+    return EntriesOf(FilterOf(*this, 0, 0, limit), total);
+  });
+}
+
+Result<Page<HistoryEntry>> Session::ListHistory(const HistoryQuery& query,
+                                                const std::string& cursor) const {
+  return Read<Page<HistoryEntry>>(*this, [&] {
+    if (query.domain != 0) {
+      session::KnownDomain(*this, query.domain);
+    }
+    const session::PlaceInList place(query.page_size, cursor);
+    Page<HistoryEntry> page;
+    std::size_t total = 0;
+    page.items = EntriesOf(FilterOf(*this, query.domain, place.offset(), place.limit()), total);
+    place.End(total, page);
+    return page;
+  });
+}
+
+Result<std::optional<ChangePlan>> Session::HistoryPlan(long long id) const {
+  using Found = std::optional<ChangePlan>;
+  return Read<Found>(*this, [&]() -> Found {
+    if (!IsHis(*this, id)) {
+      return std::nullopt;
+    }
+    MDOMAIN::HISTORY::Entry entry;
+    MDOMAIN::HISTORY::Plan plan;
+    bool found = false;
+    if (!MDOMAIN::HISTORY::ReadEntry(id, found, entry, plan.entries)) {
       Fail("the history could not be read");
     }
-    Entries entries;
-    for (const auto& entry : stored) {
-      entries.push_back({entry.id, entry.time, entry.person, entry.command, entry.summary,
-                         entry.state, entry.why_kept});
-    }
-    return entries;
+    plan.summary = entry.summary;
+    return found ? std::make_optional(session::PlanOf(plan)) : std::nullopt;
   });
 }
 
@@ -89,7 +159,7 @@ Result<std::vector<HistoryEntry>> Session::History(int limit) const {
 // the same call.
 Result<Nothing> Session::Undo(long long id) {
   const auto take_back = [&] {
-    session::RequireHost(*this, "take changes back");
+    RequireOwnChange(*this, id);
     MDOMAIN::HISTORY::UndoResult result;
     if (!MDOMAIN::HISTORY::UndoLast(id, result)) {
       Fail("taking the change back failed");
@@ -124,7 +194,7 @@ Result<Nothing> Session::Together(const std::string& command,
                                   const std::function<bool(Session&)>& work) {
   return Change<Nothing>(*this, command, [&] {
     if (!work(*this)) {
-      Refuse(Reason::kRefused, "\"" + command + "\" was given up, nothing was changed");
+      Refuse(Reason::kRefused, "\"" + command + "\" was given up");
     }
     return Nothing();
   });

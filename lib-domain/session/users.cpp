@@ -205,7 +205,7 @@ std::unordered_set<unsigned int> Leaving(int domain) {
 
 Result<Page<User>> Session::ListUsers(int domain, const UserQuery& query,
                                       const std::string& cursor) const {
-  return Read<Page<User>>(*this, [&] {
+  return session::ReadModel<Page<User>>(*this, [&] {
     session::KnownDomain(*this, domain);
     const session::PlaceInList place(query.page_size, cursor);
     MDOMAIN::DB::DomainDBFilter filter("domain_user_view");
@@ -234,7 +234,7 @@ Range<User> Session::Users(int domain, const UserQuery& query) const {
 
 Result<std::optional<User>> Session::FindUser(int domain, std::uint32_t uid) const {
   using Found = std::optional<User>;
-  return Read<Found>(*this, [&]() -> Found {
+  return session::ReadModel<Found>(*this, [&]() -> Found {
     session::KnownDomain(*this, domain);
     const std::optional<Record> found = FindRecord(domain, uid);
     return found ? std::make_optional(UserOf(*found)) : std::nullopt;
@@ -295,6 +295,13 @@ Result<std::vector<User>> Session::AddMembers(int domain, const Members& members
         added.push_back(UserOf(*found));
       }
     }
+    for (const std::uint32_t uid : members.uids) {
+      if (std::none_of(added.begin(), added.end(),
+                       [uid](const User& user) { return user.uid == uid; })) {
+        refusals.Add("member", std::to_string(uid), "could not be added");
+      }
+    }
+    refusals.End(Reason::kFailed, "nobody was added");
     return added;
   });
 }
@@ -337,7 +344,7 @@ Result<Nothing> Session::RemoveUsers(int domain, const std::vector<std::uint32_t
 
 Result<std::vector<std::string>> Session::Addresses(std::uint32_t uid, bool with_names) const {
   using Texts = std::vector<std::string>;
-  return Read<Texts>(*this, [&] {
+  return session::ReadModel<Texts>(*this, [&] {
     Texts addresses;
     for (const Known& known : session::KnownDomains(*this)) {
       const std::optional<Record> found = FindRecord(known.idx, uid);
@@ -359,7 +366,7 @@ Result<std::vector<std::string>> Session::Addresses(std::uint32_t uid, bool with
 
 Result<std::optional<std::string>> Session::Owner(const std::string& address) const {
   using Found = std::optional<std::string>;
-  return Read<Found>(*this, [&]() -> Found {
+  return session::ReadModel<Found>(*this, [&]() -> Found {
     const size_t at = address.rfind('@');
     if (at == std::string::npos) {
       Refuse(Reason::kInvalid, "\"" + address + "\" is no address");

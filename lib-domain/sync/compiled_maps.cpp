@@ -5,6 +5,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/postmap.h"
+#include "lib-domain/base/sentence.h"
 #include "platform/include/files.h"
 
 namespace MDOMAIN::UTILS {
@@ -168,6 +169,15 @@ std::vector<std::string> ListUncompilable(const MapEntries& addresses) {
     found.push_back(entry->first);
   }
   return found;
+}
+
+std::string TellUncompilable(const std::string& type, const MapEntries& addresses) {
+  const bool is_compiled = !type.empty() && type != "lmdb";
+  const std::vector<std::string> uncompiled =
+      is_compiled ? ListUncompilable(addresses) : std::vector<std::string>();
+  return uncompiled.empty() ? ""
+                            : "no mail comes to " + BASE::FirstOf(uncompiled) + ": a map of type " +
+                                  type + " cannot hold an address that begins with #";
 }
 
 bool AreCompiledMapsBehind(bool& are_behind) {

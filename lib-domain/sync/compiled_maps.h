@@ -28,6 +28,13 @@ MDOMAIN_EXPORT bool RemoveCompiledMaps();
 MDOMAIN_EXPORT std::vector<std::string> ListUncompilable(
     const korvmailserver::MapEntries& addresses);
 
+// Which of the addresses get no mail where Postfix reads maps of this type ("": of none), and why;
+// the empty string when all do.
+MDOMAIN_EXPORT std::string TellUncompilable(const std::string& type,
+                                            const korvmailserver::MapEntries& addresses);
+constexpr const char* kUncompilableCure =
+    "apt-get install postfix-lmdb, then mdomain postfix configure --apply";
+
 // Whether the LMDB files have changed since, or a compiled one is missing. False with a log line
 // when it cannot be told.
 bool AreCompiledMapsBehind(bool& are_behind);

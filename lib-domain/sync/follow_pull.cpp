@@ -15,13 +15,12 @@
 #include <set>
 #include <sstream>
 
-#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
-#include "lib-domain/db/handler.h"
 #include "lib-domain/db/model_difference.h"
 #include "lib-domain/db/schema.h"
+#include "lib-domain/sync/model_in_force.h"
 #include "lib-domain/sync/node_publication.h"
 #include "lib-domain/sync/pull_hooks.h"
 #include "lib-domain/sync/pulled_addresses.h"
@@ -130,20 +129,6 @@ std::string WriteReport(const PullStart& start, const PullReport& report,
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   return Json::writeString(builder, text) + "\n";
-}
-
-// The settings that name the account source come with a pull: whoever waits for the next one works
-// with them from here on.
-void TakeAccountSource() {
-  BASE::ForgetAccountSettings();
-  std::string model;
-  if (!GetUserGroupDomainConfigPath(model) || !postara::sdk::Exist(model)) {
-    return;
-  }
-  const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
-  if (handler != nullptr && handler->GetPath() != model) {
-    DB::DomainDBHandler::CloseDomainDBHandler();
-  }
 }
 
 }  // namespace

@@ -3,10 +3,12 @@
 #include <map>
 #include <set>
 
+#include "lib-domain/base/account_settings.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/outside_settings.h"
+#include "lib-domain/db/handler.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/schema.h"
@@ -129,6 +131,18 @@ std::vector<std::string> ListDomainsOf(const std::string& model_path) {
   Statement rows(file.Get(), "SELECT domain_name FROM domain_table ORDER BY domain_idx");
   rows.ForEachRow([&names](const auto& row) { names.push_back(row.Text(0)); });
   return names;
+}
+
+void TakeAccountSource() {
+  BASE::ForgetAccountSettings();
+  std::string model;
+  if (!GetUserGroupDomainConfigPath(model) || !postara::sdk::Exist(model)) {
+    return;
+  }
+  const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
+  if (handler != nullptr && handler->GetPath() != model) {
+    DB::DomainDBHandler::CloseDomainDBHandler();
+  }
 }
 
 }  // namespace MDOMAIN::UTILS

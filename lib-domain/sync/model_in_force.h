@@ -53,6 +53,10 @@ std::string OwnerOfOutsideSettings(const ModelStanding& standing);
 MDOMAIN_EXPORT bool GetModelPathWith(const std::string& key, const std::string& value,
                                      std::string& path);
 
+// For a process that goes on after the settings that name the account source were changed: works
+// with the present ones from here on.
+void TakeAccountSource();
+
 // The names of the domains in a model file, which is only read; none where there is no such file or
 // where it cannot be read.
 MDOMAIN_EXPORT std::vector<std::string> ListDomainsOf(const std::string& model_path);

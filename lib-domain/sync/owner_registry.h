@@ -14,7 +14,7 @@
 
 namespace MDOMAIN::UTILS {
 
-struct OwnerRegistryContent {
+struct MDOMAIN_LAYOUT(v1_1) OwnerRegistryContent {
   std::vector<RECORD::DomainPart> domains;
   std::vector<RECORD::LocalPart> local_parts;
   // The state of the domain database that was read, or an older one; 0 when not known. A registry

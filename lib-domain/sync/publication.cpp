@@ -1,13 +1,14 @@
 // What the mail services read: the keys in the mail configuration that follow from the database.
 //
-// All keys are written in one call, and stale ones are removed in one call. When that fails, they
-// are written or removed one by one in their order, so that those before the failing one are done
-// and the log names it. Another process may commit and publish in between: then the older state
-// must not stay published, so the model is published again.
+// All keys are written, and stale ones removed, in one call. When that fails, they are written or
+// removed one by one in their order, so that those before the failing one are done and the log
+// names it. Another process may commit and publish in between: then the older state must not stay
+// published, so the model is published again.
 #include <algorithm>
 #include <iterator>
 #include <map>
 #include <optional>
+#include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
@@ -24,6 +25,7 @@
 #include "platform/include/batch_scope.h"
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/mail_conf_change.h"
 #include "platform/include/nodes.h"
 
 namespace MDOMAIN::UTILS {
@@ -59,7 +61,7 @@ using NamesByDomain = std::map<int, std::vector<std::string>>;
 
 bool SetKeysTogether(const std::vector<RECORD::Domain>& domains, NamesByDomain& names_by_domain,
                      const std::vector<std::string>& entries, const std::string& primary_name,
-                     const std::string& settings_owner) {
+                     const std::string& settings_owner, const std::vector<std::string>& stale) {
   std::vector<std::pair<std::string, std::string>> keys;
   for (const RECORD::Domain& domain : domains) {
     const int domain_idx = domain.GetDomainIdx();
@@ -71,7 +73,20 @@ bool SetKeysTogether(const std::vector<RECORD::Domain>& domains, NamesByDomain& 
   if (!domains.empty()) {
     keys.emplace_back(DB::INTERNAL::kModelKey, settings_owner);
   }
-  return mailConfSetMany(keys) == 0;
+  return mailConfChange(keys, stale) == 0;
+}
+
+// Published names of domains that are no more. False where they cannot be listed.
+bool ListStaleKeys(const std::vector<std::string>& keep_keys, std::vector<std::string>& stale) {
+  std::vector<std::string> keys;
+  if (!PostaraServerBACKENDWrap::ls(kAdditionalTree, keys)) {
+    return false;
+  }
+  const std::unordered_set<std::string> kept(keep_keys.begin(), keep_keys.end());
+  std::copy_if(keys.begin(), keys.end(), std::back_inserter(stale), [&](const std::string& key) {
+    return key.rfind(kAdditionalPrefix, 0) == 0 && kept.count(key) == 0;
+  });
+  return true;
 }
 
 }  // namespace
@@ -166,9 +181,12 @@ bool Updater::_ToRedis() {
   NamesByDomain names_by_domain;
   const bool are_known = CONTROL::Domain().ListAllAdditionalDomains(names_by_domain);
   of_one_moment.reset();
-  const bool are_set = are_known && SetKeysTogether(domains, names_by_domain, entries, primary_name,
-                                                    settings_owner_);
-  if (!are_set && !_SetKeysOneByOne(domains, entries, primary_name)) {
+  std::vector<std::string> stale;
+  if (are_known && ListStaleKeys(keep_keys, stale) &&
+      SetKeysTogether(domains, names_by_domain, entries, primary_name, settings_owner_, stale)) {
+    return true;
+  }
+  if (!_SetKeysOneByOne(domains, entries, primary_name)) {
     return false;
   }
   if (!_RemoveUnusedRedisKey(keep_keys)) {
@@ -217,18 +235,10 @@ bool Updater::_DomainAdditionalDomainsToRedis(int domain_idx) {
 }
 
 bool Updater::_RemoveUnusedRedisKey(const std::vector<std::string>& keep_keys) {
-  std::vector<std::string> keys;
-  if (!PostaraServerBACKENDWrap::ls(kAdditionalTree, keys)) {
+  std::vector<std::string> stale;
+  if (!ListStaleKeys(keep_keys, stale)) {
     LOG_ERROR("Failed to list backend tree virtual_domain");
     return false;
-  }
-  const std::unordered_set<std::string> kept(keep_keys.begin(), keep_keys.end());
-  std::vector<std::string> stale;
-  std::copy_if(keys.begin(), keys.end(), std::back_inserter(stale), [&](const std::string& key) {
-    return key.rfind(kAdditionalPrefix, 0) == 0 && kept.count(key) == 0;
-  });
-  if (stale.size() > 1 && PostaraServerBACKENDWrap::removeKeys(stale)) {
-    return true;
   }
   bool all_removed = true;
   for (const std::string& key : stale) {

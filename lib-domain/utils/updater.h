@@ -30,6 +30,7 @@ namespace MDOMAIN::UTILS {
 namespace INTERNAL {
 struct RefreshCounts;
 }
+class Updater10;
 
 // How many of the mirrored accounts one refresh may delete; users and groups count apart.
 struct DeletionLimit {
@@ -54,7 +55,7 @@ struct RefreshFailure {
 
 // What one Refresh found and did, for the programs that report it. A refresh that failed leaves
 // what it had found by then.
-struct RefreshSummary {
+struct MDOMAIN_LAYOUT(v1_1) RefreshSummary {
   bool users_complete = false;   // the account system handed out every user that it holds
   bool groups_complete = false;  // and every group
   size_t users = 0;              // accounts obtained
@@ -80,7 +81,7 @@ struct RefreshSummary {
 // Use one object for one run: it keeps the accounts that Refresh found to be new for the steps that
 // add them to domains. Every operation is true on success; a failure is one error line
 // at each level that gives up, and leaves the steps done before it in place.
-class MDOMAIN_EXPORT Updater {
+class MDOMAIN_EXPORT MDOMAIN_LAYOUT(v1_1) Updater {
  public:
   // Brings the mirror up to date (create, then update, then delete), rebuilds the memberships of
   // all groups, flags duplicated aliases anew, adds what is new to the domains that add accounts
@@ -142,6 +143,8 @@ class MDOMAIN_EXPORT Updater {
   const RefreshSummary& GetSummary() const { return summary_; }
 
  private:
+  friend class Updater10;
+
   // Accounts of several account domains may share a short name, and so may an account that was
   // created again under another id while the old one has not been deleted.
   using UsersByShortName = std::map<std::string, std::vector<RECORD::User>>;

@@ -51,11 +51,6 @@ void AddLdapKeys(LdapSettings& ldap, Keys& keys) {
   keys[{"ldap", "page_size"}] = NumberSetting(&ldap.page_size, 1, 1000);
 }
 
-bool& IgnoresSharedStore() {
-  static bool ignores = false;
-  return ignores;
-}
-
 Keys KnownKeys(HostSettings& settings) {
   KeyStoreSettings& store = settings.keystore;
   Keys keys;
@@ -250,15 +245,11 @@ bool ReadHostSettings(HostSettings& settings, std::string& error) {
     return false;
   }
   SetReplicasOf(read.keystore, parser);
-  if (IgnoresSharedStore()) {
+  if (OtherRoot::IsInForce()) {
     read.keystore = KeyStoreSettings();
   }
   settings = read;
   return true;
-}
-
-void IgnoreSharedStore() {
-  IgnoresSharedStore() = true;
 }
 
 }  // namespace korvmailserver

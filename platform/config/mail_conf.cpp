@@ -1,6 +1,7 @@
 // The mail configuration on top of the key store: defaults, and no write of what is there already.
 #include "platform/include/mail_conf.h"
 
+#include "platform/include/mail_conf_change.h"
 #include "platform/include/maillog.h"
 #include "platform/keystore/backend.h"
 
@@ -46,15 +47,20 @@ int mailConfGet(const std::string& key, std::string& value) {
   return 0;
 }
 
-int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
+int mailConfChange(const std::vector<std::pair<std::string, std::string>>& entries,
+                   const std::vector<std::string>& removed_keys) {
   std::map<std::string, std::string> wanted;
   for (const auto& [key, value] : entries) {
     wanted[key] = value;
   }
   const bool written = RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
-    return backend.Set({wanted.begin(), wanted.end()}, error);
+    return backend.Write({wanted.begin(), wanted.end()}, removed_keys, error);
   });
   return written ? 0 : -1;
+}
+
+int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
+  return mailConfChange(entries, {});
 }
 
 int mailConfSet(const std::string& key, const std::string& value, bool /*publish*/, int /*flags*/) {

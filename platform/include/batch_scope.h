@@ -39,9 +39,7 @@ class MDOMAIN_EXPORT BatchScope {
   static void AfterCommit(std::function<void()> action);
 
  private:
-  DBHandler* handler_;
-  const bool has_handler_;
-  const int exceptions_;  // on their way when the scope began
+  DBHandler* handler_;  // all that there is: programs know the size
 };
 
 #endif  // PLATFORM_BATCH_SCOPE_H

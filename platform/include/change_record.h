@@ -49,12 +49,13 @@ struct TableChange {
   std::vector<RowChange> rows;  // ascending by rowid; both sides differ
 };
 
-// Watches every connection that this process opens from now on, whichever code opens it, and keeps
+// Watches every connection of this project's libraries and tools, whenever it was opened, and keeps
 // each row as it was before its first change. What is rolled back, or changed and changed back, is
 // no change. One lives at a time in a thread, and it sees the changes of that thread.
 class MDOMAIN_EXPORT ChangeRecord {
  public:
   using Watches = std::function<bool(const std::string& path, const std::string& table)>;
+  using Listener = std::function<void(const std::vector<TableChange>& kept, bool is_whole)>;
 
   // Of the tables for which `watches` is true; attached databases are not watched. Once more than
   // `most` rows were touched nothing is kept any more.
@@ -63,9 +64,15 @@ class MDOMAIN_EXPORT ChangeRecord {
   ChangeRecord(const ChangeRecord&) = delete;
   ChangeRecord& operator=(const ChangeRecord&) = delete;
 
-  // Connections opened from now on can be watched by every later record, in any thread.
-  static void WatchFromNowOn();
+  // Before a transaction is committed `use` gets the rows that were kept since the last call, as
+  // they were before, and whether everything was kept. It must not throw.
+  void TellBeforeCommits(Listener use) { before_commit_ = std::move(use); }
 
+  // Forgets what was kept.
+  void StartAnew() {
+    tables_.clear();
+    untold_.clear();
+  }
   // Whether everything was kept.
   bool IsWhole() const { return is_whole_; }
   // Adds what differs from before, ascending by path and table: what is committed counts. False
@@ -79,13 +86,21 @@ class MDOMAIN_EXPORT ChangeRecord {
   using Table = std::pair<std::string, std::string>;
 
   Rows* _Watched(const char* path, const char* table);
-  void _Keep(Rows& rows, long long rowid, SqlRow row);
+  void _Keep(const Table& table, Rows& rows, long long rowid, SqlRow row);
+  void _TellKept();
 
   Watches watches_;
   size_t room_;
   bool is_whole_ = true;
   std::map<Table, std::optional<Rows>> tables_;
+  Listener before_commit_;
+  std::vector<TableChange> untold_;
+  bool is_told_whole_ = true;
 };
+
+// Of rows as they were: adds the columns and the rows as they are now, and leaves out what does not
+// differ. False with one log line when a file cannot be read.
+MDOMAIN_EXPORT bool CompleteChanges(std::vector<TableChange>& changes);
 
 enum class RowSide { kBefore, kAfter };
 

@@ -2,8 +2,6 @@
 #ifndef PLATFORM_DB_HANDLER_H
 #define PLATFORM_DB_HANDLER_H
 
-#include <sys/types.h>
-
 #include <functional>
 #include <string>
 #include <vector>
@@ -98,9 +96,9 @@ class MDOMAIN_EXPORT DBHandler {
   // For a class that makes the schema itself: after that, nothing can be written in the place of a
   // file that is missing. Nothing happens where there is a file.
   void forbidWritesInMemory();
-  // For a class that keeps statements: the connection is about to be closed. Such a class calls
-  // disconnect in its destructor.
-  virtual void _BeforeClosing() {}
+  // For a class that keeps statements: `action` runs before a connection is closed. Such a class
+  // calls disconnect in its destructor.
+  void beforeClosing(std::function<void()> action);
 
   int err_ = 0;
   sqlite3* db_ = nullptr;
@@ -127,18 +125,17 @@ class MDOMAIN_EXPORT DBHandler {
   int _KeepFailure(int result);
   void _RollBack();
 
-  // Of the open file, as the path last led to it; both 0 while that is not known.
-  mutable dev_t device_ = 0;
-  mutable ino_t inode_ = 0;
-
+  // What came later than the first release is kept beside the objects, whose size and places
+  // programs know.
   std::string err_text_;
   int busy_timeout_ = 10000;
-  int scope_depth_ = 0;
-  bool scope_open_ = false;  // the scope's transaction has begun
+  [[maybe_unused]] bool unused_ = false;  // programs of then write it
   bool reads_missing_ = false;
   bool refuses_lost_ = false;
   bool is_stand_in_ = false;  // connected, in memory, in the place of a missing file
-  int scope_lost_ = 0;        // why SQLite rolled it back under the scope, 0 while it has not
+  int scope_depth_ = 0;
+  bool scope_open_ = false;  // the scope's transaction has begun
+  int scope_lost_ = 0;       // why SQLite rolled it back under the scope, 0 while it has not
 };
 
 #endif  // PLATFORM_DB_HANDLER_H

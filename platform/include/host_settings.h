@@ -89,12 +89,10 @@ struct HostSettings {
 //
 // True with all of `settings` set. False with one `error` text "FILE:LINE: KEY what is wrong" for
 // the first unknown section or key, key that is set twice, bad value, or password file that is
-// missing, empty or open to others than its owner; `settings` is untouched then.
+// missing, empty or open to others than its owner; `settings` is untouched then. Within an
+// OtherRoot [keystore] reads as if it were not there: work on copies must not reach other machines.
 MDOMAIN_EXPORT bool ReadHostSettings(HostSettings& settings, std::string& error);
 MDOMAIN_EXPORT std::string HostSettingsPath();
-// From now on [keystore] reads as if it were not there, for work on copies that must not reach
-// other machines. Until the process ends.
-MDOMAIN_EXPORT void IgnoreSharedStore();
 
 }  // namespace korvmailserver
 

@@ -18,6 +18,8 @@ MDOMAIN_EXPORT bool IsDatabaseLost(const std::string& path);
 // From now on a missing one is a new one: it was removed on purpose, or nobody works on it any
 // more.
 MDOMAIN_EXPORT void ForgetDatabase(const std::string& path);
+// The same for all below a folder.
+MDOMAIN_EXPORT void ForgetDatabasesBelow(const std::string& folder);
 
 }  // namespace korvmailserver
 

@@ -42,6 +42,10 @@ class MDOMAIN_EXPORT UnkeptDatabaseFailures {
   const std::string before_;
 };
 
+// For a connection that was just opened: whoever watches changes later (change_record.h) sees those
+// that are made on it.
+MDOMAIN_EXPORT void MakeWatchable(sqlite3* db);
+
 // An SQL text made by SQLite's own printf: %q doubles single quotes, %Q adds them and writes NULL
 // for a null pointer, %w doubles double quotes. Both end at a zero byte, so bind what may hold one.
 // The empty string without memory.
@@ -87,6 +91,7 @@ class Connection {
       return result;
     }
     sqlite3_busy_timeout(db_, busy_milliseconds);
+    MakeWatchable(db_);
     return result;
   }
   // A statement that is still alive keeps the file open until it ends.

@@ -39,11 +39,11 @@ class KeyStoreBackend {
   // Adds those of `keys` that are stored to `values`.
   virtual bool Get(const std::vector<std::string>& keys, std::map<std::string, std::string>& values,
                    std::string& error) = 0;
-  // Writes the entries whose stored value differs, all or none; each key is given once. Nothing is
+  // Writes the entries whose stored value differs, and removes keys with what setFile published
+  // under them, all or none. Each key is given once; a missing one is no failure. Nothing is
   // written when nothing differs.
-  virtual bool Set(const Entries& entries, std::string& error) = 0;
-  // Removes keys and what setFile published under them, all or none; a missing one is no failure.
-  virtual bool Remove(const std::vector<std::string>& keys, std::string& error) = 0;
+  virtual bool Write(const Entries& entries, const std::vector<std::string>& removed_keys,
+                     std::string& error) = 0;
   // Names of the keys of one tree, ascending.
   virtual bool List(const std::string& tree, std::vector<std::string>& keys,
                     std::string& error) = 0;

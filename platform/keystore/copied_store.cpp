@@ -108,16 +108,9 @@ bool CopiedStore::All(std::map<std::string, std::string>& values, std::string& e
   return local_.All(values, error);
 }
 
-bool CopiedStore::Set(const Entries& entries, std::string& error) {
-  if (!_RequireManager(error) || !local_.Set(entries, error)) {
-    return false;
-  }
-  _PublishSoon();
-  return true;
-}
-
-bool CopiedStore::Remove(const std::vector<std::string>& keys, std::string& error) {
-  if (!_RequireManager(error) || !local_.Remove(keys, error)) {
+bool CopiedStore::Write(const Entries& entries, const std::vector<std::string>& removed_keys,
+                        std::string& error) {
+  if (!_RequireManager(error) || !local_.Write(entries, removed_keys, error)) {
     return false;
   }
   _PublishSoon();
@@ -129,7 +122,7 @@ bool CopiedStore::SetFile(const std::string& key, const std::string& path, std::
     error = "cannot read " + path + ": " + strerror(errno);
     return false;
   }
-  return Set({{key, path}}, error);
+  return Write({{key, path}}, {}, error);
 }
 
 bool CopiedStore::IsHealthy(std::string& error) {

@@ -35,8 +35,8 @@ class CopiedStore : public KeyStoreBackend {
   bool All(std::map<std::string, std::string>& values, std::string& error) override;
   // True when the change is stored here; nodes.h tells whether it was published. Refused on a
   // machine that does not manage.
-  bool Set(const Entries& entries, std::string& error) override;
-  bool Remove(const std::vector<std::string>& keys, std::string& error) override;
+  bool Write(const Entries& entries, const std::vector<std::string>& removed_keys,
+             std::string& error) override;
   bool SetFile(const std::string& key, const std::string& path, std::string& error) override;
   // Of the local store: that one decides whether a change is kept.
   bool IsHealthy(std::string& error) override;

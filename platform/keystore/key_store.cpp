@@ -90,7 +90,7 @@ bool PostaraServerBACKENDWrap::removeKey(const std::string& key) {
 
 bool PostaraServerBACKENDWrap::removeKeys(const std::vector<std::string>& keys) {
   return RunOnKeyStore(
-      [&](KeyStoreBackend& backend, std::string& error) { return backend.Remove(keys, error); });
+      [&](KeyStoreBackend& backend, std::string& error) { return backend.Write({}, keys, error); });
 }
 
 bool PostaraServerBACKENDWrap::getFile(const std::string& key, std::string& path) {

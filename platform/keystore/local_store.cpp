@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include "platform/include/files.h"
 #include "platform/include/key_store.h"
@@ -83,17 +84,6 @@ bool ReadVersion(Statement& select, sqlite3_int64& version) {
   return is_read;
 }
 
-void AddStored(const std::vector<std::string>& keys,
-               const std::map<std::string, std::string>& stored,
-               std::map<std::string, std::string>& values) {
-  for (const std::string& key : keys) {
-    const auto found = stored.find(key);
-    if (found != stored.end()) {
-      values[key] = found->second;
-    }
-  }
-}
-
 bool WriteKeys(sqlite3* db, CompiledStatements& compiled, const LocalStore::Change& change) {
   if (change.drop_other_keys && !Statement(db, kDeleteAll).Run()) {
     return false;
@@ -159,7 +149,7 @@ bool LocalStore::Get(const std::vector<std::string>& keys,
     return false;
   }
   if (image != nullptr) {
-    AddStored(keys, image->values, values);
+    image->Get(keys, values);
     return true;
   }
   return _Read(error, [&](sqlite3* db) { return _SelectOnes(db, keys, values); });
@@ -178,37 +168,41 @@ bool LocalStore::_SelectOnes(sqlite3* db, const std::vector<std::string>& keys,
   return true;
 }
 
-bool LocalStore::Set(const Entries& entries, std::string& error) {
-  std::vector<std::string> keys;
-  keys.reserve(entries.size());
+bool LocalStore::Write(const Entries& entries, const std::vector<std::string>& removed_keys,
+                       std::string& error) {
+  std::vector<std::string> keys = removed_keys;
   for (const auto& entry : entries) {
     keys.push_back(entry.first);
   }
   std::map<std::string, std::string> stored;
-  if (!_Open(false, error)) {
-    return false;
-  }
-  if (_IsImageCurrent()) {
-    AddStored(keys, image_->values, stored);
-  } else if (_Database() != nullptr && !_Run(Transaction::Kind::kRead, error, [&](sqlite3* db) {
-               _FollowFile(db);
-               if (image_) {
-                 AddStored(keys, image_->values, stored);
-                 return true;
-               }
-               return _SelectOnes(db, keys, stored);
-             })) {
+  if (!_ReadStored(keys, stored, error)) {
     return false;
   }
   Change change;
   change.entries = ChangedEntries(entries, stored);
-  return change.entries.empty() || Apply(change, error);
+  std::copy_if(removed_keys.begin(), removed_keys.end(), std::back_inserter(change.removed_keys),
+               [&stored](const std::string& key) { return stored.count(key) != 0; });
+  return (change.entries.empty() && change.removed_keys.empty()) || Apply(change, error);
 }
 
-bool LocalStore::Remove(const std::vector<std::string>& keys, std::string& error) {
-  Change change;
-  change.removed_keys = keys;
-  return !KLIBCFileExist(path_.c_str()) || Apply(change, error);
+// What a change is compared with: of now, also where a view is of an earlier moment.
+bool LocalStore::_ReadStored(const std::vector<std::string>& keys,
+                             std::map<std::string, std::string>& stored, std::string& error) {
+  if (!_Open(false, error)) {
+    return false;
+  }
+  if (_IsImageCurrent()) {
+    image_->Get(keys, stored);
+    return true;
+  }
+  return _Database() == nullptr || _Run(Transaction::Kind::kRead, error, [&](sqlite3* db) {
+           _FollowFile(db);
+           if (image_) {
+             image_->Get(keys, stored);
+             return true;
+           }
+           return _SelectOnes(db, keys, stored);
+         });
 }
 
 bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, std::string& error) {
@@ -235,7 +229,7 @@ bool LocalStore::All(std::map<std::string, std::string>& values, std::string& er
 }
 
 bool LocalStore::SetFile(const std::string& key, const std::string& path, std::string& error) {
-  return Set({{key, path}}, error);
+  return Write({{key, path}}, {}, error);
 }
 
 bool LocalStore::IsHealthy(std::string& error) {
@@ -285,21 +279,37 @@ bool LocalStore::Apply(const Change& change, std::string& error) {
   return is_written;
 }
 
+void LocalStore::Image::Set(const std::string& key, const std::string& value,
+                            const std::string& tree) {
+  Remove(key);  // from the tree that somebody else gave it, too
+  keys[key] = {value, tree};
+  keys_by_tree[tree].insert(key);
+}
+
+void LocalStore::Image::Remove(const std::string& key) {
+  const auto found = keys.find(key);
+  if (found != keys.end()) {
+    keys_by_tree[found->second.tree].erase(key);
+    keys.erase(found);
+  }
+}
+
 void LocalStore::Image::Follow(const Change& change) {
-  const auto remove = [this](const std::string& key) {
-    for (auto& [tree, keys] : keys_by_tree) {
-      keys.erase(std::remove(keys.begin(), keys.end(), key), keys.end());
-    }
-  };
   for (const auto& [key, value] : change.entries) {
-    remove(key);  // from the tree that somebody else gave it, too
-    std::vector<std::string>& keys = keys_by_tree[KeyStoreTreeOf(key)];
-    keys.insert(std::lower_bound(keys.begin(), keys.end(), key), key);
-    values[key] = value;
+    Set(key, value, KeyStoreTreeOf(key));
   }
   for (const std::string& key : change.removed_keys) {
-    remove(key);
-    values.erase(key);
+    Remove(key);
+  }
+}
+
+void LocalStore::Image::Get(const std::vector<std::string>& names,
+                            std::map<std::string, std::string>& values) const {
+  for (const std::string& name : names) {
+    const auto found = keys.find(name);
+    if (found != keys.end()) {
+      values[name] = found->second.value;
+    }
   }
 }
 
@@ -332,7 +342,9 @@ bool LocalStore::_LookAtView(const Image*& image, std::string& error) {
 // False when the open store cannot be asked.
 bool LocalStore::_CompareWithFile(unsigned long moment, std::string& error) {
   if (_Database() == nullptr) {
-    image_.emplace().moment = moment;
+    Image nothing;
+    nothing.moment = moment;
+    image_ = std::move(nothing);
     return true;
   }
   bool is_asked = false;
@@ -355,9 +367,7 @@ bool LocalStore::_LoadImage(sqlite3* db) {
   Image image;
   bool are_texts = true;
   const auto keep = [&](const Statement& row) {
-    const std::string key = row.Text(0);
-    image.values[key] = row.Text(1);
-    image.keys_by_tree[row.Text(2)].push_back(key);
+    image.Set(row.Text(0), row.Text(1), row.Text(2));
     are_texts = are_texts && row.Int(3) == 1;
   };
   image.moment = KeyStoreView::Moment();

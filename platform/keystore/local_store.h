@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -64,8 +65,8 @@ class LocalStore : public KeyStoreBackend {
   std::string Name() const override { return path_; }
   bool Get(const std::vector<std::string>& keys, std::map<std::string, std::string>& values,
            std::string& error) override;
-  bool Set(const Entries& entries, std::string& error) override;
-  bool Remove(const std::vector<std::string>& keys, std::string& error) override;
+  bool Write(const Entries& entries, const std::vector<std::string>& removed_keys,
+             std::string& error) override;
   bool List(const std::string& tree, std::vector<std::string>& keys, std::string& error) override;
   bool All(std::map<std::string, std::string>& values, std::string& error) override;
   bool SetFile(const std::string& key, const std::string& path, std::string& error) override;
@@ -81,20 +82,31 @@ class LocalStore : public KeyStoreBackend {
  private:
   // All keys of one moment.
   struct Image {
-    std::map<std::string, std::string> values;
-    std::map<std::string, std::vector<std::string>> keys_by_tree;
+    struct Key {
+      std::string value;
+      std::string tree;
+    };
+    std::map<std::string, Key> keys;
+    std::map<std::string, std::set<std::string>> keys_by_tree;
     sqlite3_int64 version = 0;  // what the connection calls the state of the file
     unsigned long moment = 0;   // of the view that it was compared for last
     // Of the file at that moment; none after a change, which others may follow with theirs.
     std::optional<DatabaseNumbers> numbers;
 
+    void Set(const std::string& key, const std::string& value, const std::string& tree);
+    void Remove(const std::string& key);
     // What the change of this connection makes of it.
     void Follow(const Change& change);
+    // Adds those of `names` that are stored.
+    void Get(const std::vector<std::string>& names,
+             std::map<std::string, std::string>& values) const;
   };
 
   bool _LookAtView(const Image*& image, std::string& error);
   bool _CompareWithFile(unsigned long moment, std::string& error);
   bool _LoadImage(sqlite3* db);
+  bool _ReadStored(const std::vector<std::string>& keys, std::map<std::string, std::string>& stored,
+                   std::string& error);
   void _FollowFile(sqlite3* db);
   bool _IsImageOfFile(sqlite3* db);
   bool _IsImageCurrent() const;

@@ -144,7 +144,7 @@ bool PublishChangedFiles(const std::vector<std::pair<std::string, std::string>>&
     KeyStoreBackend::Entries there;
     std::copy_if(files.begin(), files.end(), std::back_inserter(there),
                  [](const auto& file) { return KLIBCFileExist(file.second.c_str()); });
-    return there.empty() || backend.Set(there, error);
+    return there.empty() || backend.Write(there, {}, error);
   });
 }
 

@@ -2,10 +2,12 @@
 #include <sqlite3.h>
 
 #include <exception>
+#include <map>
 #include <utility>
 
 #include "platform/include/batch_scope.h"
 #include "platform/include/maillog.h"
+#include "platform/include/scope_guard.h"
 
 using korvmailserver::kLogError;
 
@@ -16,6 +18,16 @@ DBHandler* outermost = nullptr;
 std::vector<std::function<void()>>& Waiting() {
   static auto* waiting = new std::vector<std::function<void()>>();
   return *waiting;
+}
+
+// How each scope that lives began.
+struct Beginning {
+  bool has_handler = false;
+  int exceptions = 0;  // on their way then
+};
+std::map<const BatchScope*, Beginning>& Beginnings() {
+  static auto* beginnings = new std::map<const BatchScope*, Beginning>();
+  return *beginnings;
 }
 
 void EndWaiting(bool is_committed) {
@@ -58,9 +70,9 @@ void DBHandler::_DropTransaction() {
   }
 }
 
-BatchScope::BatchScope(DBHandler* handler)
-    : handler_(handler), has_handler_(handler != nullptr), exceptions_(std::uncaught_exceptions()) {
-  if (!has_handler_) {
+BatchScope::BatchScope(DBHandler* handler) : handler_(handler) {
+  Beginnings()[this] = {handler != nullptr, std::uncaught_exceptions()};
+  if (handler == nullptr) {
     maillog(kLogError, "A transaction was asked for where no database is open");
     return;
   }
@@ -70,7 +82,8 @@ BatchScope::BatchScope(DBHandler* handler)
 
 BatchScope::~BatchScope() {
   DBHandler* const handler = handler_;
-  if (std::uncaught_exceptions() > exceptions_) {
+  const postara::ScopeGuard forget([this] { Beginnings().erase(this); });
+  if (std::uncaught_exceptions() > Beginnings()[this].exceptions) {
     Drop();
   } else if (handler != nullptr && Commit() != SQLITE_OK) {
     maillog(kLogError, "Cannot commit to database [%s]: %s", handler->path_.c_str(),
@@ -81,7 +94,7 @@ BatchScope::~BatchScope() {
 int BatchScope::Commit() {
   DBHandler* const handler = std::exchange(handler_, nullptr);
   if (handler == nullptr || --handler->scope_depth_ > 0) {
-    return has_handler_ ? SQLITE_OK : SQLITE_MISUSE;
+    return Beginnings()[this].has_handler ? SQLITE_OK : SQLITE_MISUSE;
   }
   const int result = handler->_EndTransaction();
   if (handler == outermost) {

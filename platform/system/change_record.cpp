@@ -1,9 +1,9 @@
-// SQLite calls a hook before it changes a row, on connections that have one; the hook gets onto
-// each of them because SQLite calls back for every connection that it opens.
+// SQLite calls a hook before it changes a row, on connections that have one. Ours have it from
+// their opening on, watched or not: a statement that was compiled without one may pass it over.
 #define SQLITE_ENABLE_PREUPDATE_HOOK 1
 #include "platform/include/change_record.h"
 
-#include <atomic>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,12 +20,6 @@ constexpr int kBusyMilliseconds = 10000;
 ChangeRecord*& Current() {
   thread_local ChangeRecord* current = nullptr;
   return current;
-}
-
-// Never goes back to false.
-std::atomic<bool>& WatchesAlways() {
-  static std::atomic<bool> always(false);
-  return always;
 }
 
 SqlValue Value(sqlite3_value* from) {
@@ -296,9 +290,11 @@ class RowWriter {
 }  // namespace
 
 struct ChangeRecordHook {
-  static int OnOpening(sqlite3* db, char** /*error*/, const void* /*api*/) {
-    sqlite3_preupdate_hook(db, OnChange, nullptr);
-    return SQLITE_OK;
+  static int OnCommit(void* /*none*/) {
+    if (ChangeRecord* record = Current()) {
+      record->_TellKept();
+    }
+    return 0;  // it goes on
   }
 
   // SQLite hands over the hook's own state, which is none: a connection may outlive the record.
@@ -315,10 +311,10 @@ struct ChangeRecordHook {
       return;
     }
     if (operation != SQLITE_INSERT && rows->count(old_rowid) == 0) {
-      record->_Keep(*rows, old_rowid, OldRow(db));
+      record->_Keep({path, table}, *rows, old_rowid, OldRow(db));
     }
     if (operation != SQLITE_DELETE && record->is_whole_ && rows->count(new_rowid) == 0) {
-      record->_Keep(*rows, new_rowid, SqlRow());
+      record->_Keep({path, table}, *rows, new_rowid, SqlRow());
     }
   }
 
@@ -332,28 +328,20 @@ struct ChangeRecordHook {
     }
     return row;
   }
-
-  using Entry = void (*)();
-  // The type that SQLite documents for such a function.
-  static Entry OpeningEntry() { return reinterpret_cast<Entry>(OnOpening); }
 };
+
+void MakeWatchable(sqlite3* db) {
+  sqlite3_preupdate_hook(db, ChangeRecordHook::OnChange, nullptr);
+  sqlite3_commit_hook(db, ChangeRecordHook::OnCommit, nullptr);
+}
 
 ChangeRecord::ChangeRecord(Watches watches, size_t most)
     : watches_(std::move(watches)), room_(most) {
   Current() = this;
-  sqlite3_auto_extension(ChangeRecordHook::OpeningEntry());
 }
 
 ChangeRecord::~ChangeRecord() {
-  if (!WatchesAlways()) {
-    sqlite3_cancel_auto_extension(ChangeRecordHook::OpeningEntry());
-  }
   Current() = nullptr;
-}
-
-void ChangeRecord::WatchFromNowOn() {
-  WatchesAlways() = true;
-  sqlite3_auto_extension(ChangeRecordHook::OpeningEntry());
 }
 
 ChangeRecord::Rows* ChangeRecord::_Watched(const char* path, const char* table) {
@@ -364,50 +352,82 @@ ChangeRecord::Rows* ChangeRecord::_Watched(const char* path, const char* table) 
   return entry->second ? &*entry->second : nullptr;
 }
 
-void ChangeRecord::_Keep(Rows& rows, long long rowid, SqlRow row) {
+void ChangeRecord::_Keep(const Table& table, Rows& rows, long long rowid, SqlRow row) {
   if (room_ == 0) {
     is_whole_ = false;
     tables_.clear();
+    untold_.clear();
     return;
   }
   --room_;
+  if (before_commit_) {
+    if (untold_.empty() || untold_.back().table != table.second ||
+        untold_.back().path != table.first) {
+      untold_.push_back({table.first, table.second, {}, {}});
+    }
+    untold_.back().rows.push_back({rowid, row, {}});
+  }
   rows.emplace(rowid, std::move(row));
 }
 
+void ChangeRecord::_TellKept() {
+  if (before_commit_ && (!untold_.empty() || is_whole_ != is_told_whole_)) {
+    is_told_whole_ = is_whole_;
+    const std::vector<TableChange> kept = std::move(untold_);
+    untold_.clear();  // the listener may use a database, too
+    before_commit_(kept, is_whole_);
+  }
+}
+
 bool ChangeRecord::List(std::vector<TableChange>& changes) const {
+  std::vector<TableChange> kept;
+  for (const auto& [key, rows] : tables_) {
+    if (rows && !rows->empty()) {
+      kept.push_back({key.first, key.second, {}, {}});
+      for (const auto& [rowid, before] : *rows) {
+        kept.back().rows.push_back({rowid, before, {}});
+      }
+    }
+  }
+  if (!CompleteChanges(kept)) {
+    return false;
+  }
+  std::move(kept.begin(), kept.end(), std::back_inserter(changes));
+  return true;
+}
+
+bool CompleteChanges(std::vector<TableChange>& changes) {
   Connection connection;
   std::string open;
-  for (const auto& [key, rows] : tables_) {
-    const auto& [path, table] = key;
-    if (!rows || rows->empty()) {
-      continue;
-    }
+  std::vector<TableChange> complete;
+  for (TableChange& change : changes) {
     int result = SQLITE_OK;
-    if (open != path) {
-      result = connection.Open(path, Connection::Mode::kRead, kBusyMilliseconds);
-      open = path;
+    if (open != change.path) {
+      result = connection.Open(change.path, Connection::Mode::kRead, kBusyMilliseconds);
+      open = change.path;
     }
-    TableChange change{path, table, {}, {}};
+    std::vector<RowChange> different;
     if (result == SQLITE_OK) {
-      RowReader reader(connection.Get(), table);
+      RowReader reader(connection.Get(), change.table);
       change.columns = reader.Columns();
-      for (auto row = rows->begin(); row != rows->end() && result == SQLITE_OK; ++row) {
-        RowChange found{row->first, row->second, {}};
-        result = reader.Read(row->first, found.after);
-        if (!(found.before == found.after)) {
-          change.rows.push_back(std::move(found));
+      for (auto row = change.rows.begin(); row != change.rows.end() && result == SQLITE_OK; ++row) {
+        result = reader.Read(row->rowid, row->after);
+        if (!(row->before == row->after)) {
+          different.push_back(std::move(*row));
         }
       }
     }
     if (result != SQLITE_OK) {
-      maillog(kLogError, "Cannot read what was changed in [%s]: %s", path.c_str(),
+      maillog(kLogError, "Cannot read what was changed in [%s]: %s", change.path.c_str(),
               sqlite3_errstr(result));
       return false;
     }
-    if (!change.rows.empty()) {
-      changes.push_back(std::move(change));
+    if (!different.empty()) {
+      change.rows = std::move(different);
+      complete.push_back(std::move(change));
     }
   }
+  changes = std::move(complete);
   return true;
 }
 

@@ -90,10 +90,21 @@ bool MayCreate(const std::string& path) {
   return eaccess(folder.empty() ? "/" : folder.c_str(), W_OK | X_OK) == 0;
 }
 
-// Which of them each connected handler belongs to; beside the handlers, whose size programs know.
-std::map<const DBHandler*, pid_t>& Processes() {
-  static auto& processes = *new std::map<const DBHandler*, pid_t>();
-  return processes;
+// Of each connected handler.
+struct Opened {
+  pid_t process = 0;
+  // The file, as the path last led to it; both 0 while that is not known.
+  dev_t device = 0;
+  ino_t inode = 0;
+};
+std::map<const DBHandler*, Opened>& AllOpened() {
+  static auto& opened = *new std::map<const DBHandler*, Opened>();
+  return opened;
+}
+
+std::map<const DBHandler*, std::function<void()>>& ClosingActions() {
+  static auto& actions = *new std::map<const DBHandler*, std::function<void()>>();
+  return actions;
 }
 
 bool IsEmptyFile(const std::string& path) {
@@ -121,6 +132,11 @@ DBHandler::DBHandler(const std::string& path, const std::string& schema)
 
 DBHandler::~DBHandler() {
   disconnect();
+  ClosingActions().erase(this);
+}
+
+void DBHandler::beforeClosing(std::function<void()> action) {
+  ClosingActions()[this] = std::move(action);
 }
 
 int DBHandler::connect() {
@@ -185,7 +201,7 @@ bool DBHandler::_CreateFile(bool& created) {
 // An empty database in memory with the schema, in the place of the file that is missing.
 int DBHandler::_OpenStandIn() {
   is_stand_in_ = true;
-  Processes()[this] = getpid();
+  AllOpened()[this] = {getpid()};
   int result = sqlite3_open_v2(":memory:", &db_, SQLITE_OPEN_READWRITE, nullptr);
   if (result == SQLITE_OK && !schema_.empty()) {
     result = _ExecText(schema_.c_str());
@@ -210,7 +226,7 @@ void DBHandler::forbidWritesInMemory() {
 int DBHandler::_OpenAndCheck() {
   // Without the lock that would let threads share it, and be taken for every value that is read.
   constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
-  Processes()[this] = getpid();
+  AllOpened()[this] = {getpid()};
   const int result = sqlite3_open_v2(path_.c_str(), &db_, kFlags, nullptr);
   if (result != SQLITE_OK) {
     _KeepFailure(result);
@@ -218,6 +234,7 @@ int DBHandler::_OpenAndCheck() {
     err_text_ += error == 0 ? "" : std::string(": ") + std::strerror(error);
     return result;
   }
+  korvmailserver::MakeWatchable(db_);
   sqlite3_busy_timeout(db_, busy_timeout_);
   const int tables = GetTableDataCount("sqlite_master");
   if (tables < 0) {
@@ -257,14 +274,15 @@ DBHandler::FileNow DBHandler::lookAtFile() const {
   if (stat(path_.c_str(), &info) != 0) {
     return is_stand_in_ || errno != ENOENT ? FileNow::kSame : FileNow::kMissing;
   }
-  if (inode_ == info.st_ino && device_ == info.st_dev) {
+  Opened& opened = AllOpened()[this];
+  if (opened.inode == info.st_ino && opened.device == info.st_dev) {
     return FileNow::kSame;
   }
   int has_moved = 1;  // what stands in for a missing file knows of none
   sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &has_moved);
   if (has_moved == 0) {
-    device_ = info.st_dev;
-    inode_ = info.st_ino;
+    opened.device = info.st_dev;
+    opened.inode = info.st_ino;
   }
   return has_moved != 0 ? FileNow::kOther : FileNow::kSame;
 }
@@ -274,8 +292,8 @@ bool DBHandler::isReplaced() const {
 }
 
 bool DBHandler::_IsOfOtherProcess() const {
-  const auto process = Processes().find(this);
-  return db_ != nullptr && process != Processes().end() && process->second != getpid();
+  const auto opened = AllOpened().find(this);
+  return db_ != nullptr && opened != AllOpened().end() && opened->second.process != getpid();
 }
 
 // Closing it would end the transaction of the process that it belongs to.
@@ -298,15 +316,16 @@ void DBHandler::disconnect() {
   if (scope_open_ && _EndTransaction() != SQLITE_OK) {
     maillog(kLogError, "Cannot commit to database [%s]: %s", path_.c_str(), err_text_.c_str());
   }
-  _BeforeClosing();
+  const auto action = ClosingActions().find(this);
+  if (action != ClosingActions().end()) {
+    action->second();
+  }
   if (!is_parents) {
     sqlite3_close_v2(db_);  // waits for statements that are still in use
   }
   db_ = nullptr;
-  Processes().erase(this);
+  AllOpened().erase(this);
   is_stand_in_ = false;
-  device_ = 0;
-  inode_ = 0;
 }
 
 int DBHandler::exeCmds(const SQLCmd& cmds, bool transaction) {

@@ -36,4 +36,12 @@ void ForgetDatabase(const std::string& path) {
   Known().erase(path);
 }
 
+void ForgetDatabasesBelow(const std::string& folder) {
+  const std::string begin = folder + "/";
+  auto first = Known().lower_bound(begin);
+  while (first != Known().end() && first->rfind(begin, 0) == 0) {
+    first = Known().erase(first);
+  }
+}
+
 }  // namespace korvmailserver

@@ -566,6 +566,18 @@ TEST_F(IndexedSource, BelievesNoIndexThatOthersCouldHaveWritten) {
   EXPECT_FALSE(std::filesystem::exists(index_)) << "files that are still written to";
 }
 
+// What stands where somebody stood may be half of what is being written.
+TEST_F(IndexedSource, BelievesNoLineOfAFileThatWasWrittenInPlace) {
+  WriteAccounts(People(1000), kGroups);
+  User("ghost");
+  TakeNewSource();
+  const korvmailserver::FewAccounts few;
+  EXPECT_EQ(User("more7").uid, 2000007U);
+  std::fstream(root() + "/etc/passwd", std::ios::in | std::ios::out) << Person("more7", 3000000);
+  EXPECT_NE(User("more7").uid, 2000007U) << "the first line of this name is another one";
+  TakeLog();
+}
+
 TEST_F(LocalSource, InspectsItselfUntilTheFirstStepThatFails) {
   WriteAccounts(Person("alice", 1001), kGroups);
   EXPECT_EQ(LastStep(), "complete: yes");

@@ -14,6 +14,7 @@ lib-domain/sync+lib-domain/utils/updater
 lib-domain/api
 lib-domain/api/bcc lib-domain/api/disclaimer
 lib-domain/history
+lib-domain/insight
 lib-domain/session
 tools/mdomain tools/korv_bcc_map'
 grep -rE '^ *#include "(lib-domain|platform|tools)/' lib-domain tools platform |

@@ -11,6 +11,7 @@ entries() { mdomain --json history list | jq length; }
 carried() {
   good export "$scratch/again.json"
   alike "export after apply of $1" "$1" "$scratch/again.json"
+  fits_schema "$scratch/again.json"
   local before
   before=$(entries)
   good apply "$1"
@@ -65,22 +66,11 @@ same "the document on standard output" "$(mdomain export)" "$(cat "$document")"
 matches "a rule by its account's name" "$(jq -c '.domains[]|.disclaimers[].match_rule_list[0]' "$document")" '"pattern":"anna","pattern_type":"user"'
 same "who has the alias that another owns" "$(jq -c '[.domains[].users[]|select(.taken)|[.name,.taken]]' "$document")" '[["erika",["e"]],["erika",["e"]]]'
 same "who was removed" "$(jq -c '[.domains[].removed]' "$document")" '[["ben"],[]]'
-if python3 -c 'import jsonschema' 2>/dev/null; then
-  python3 - "$source_dir/docs/export.schema.json" "$document" <<'END' || fail "the document is not what its schema says"
-import json, sys, jsonschema
-schema, document = (json.load(open(path)) for path in sys.argv[1:])
-jsonschema.validators.validator_for(schema).check_schema(schema)
-jsonschema.validate(document, schema)
-for wrong in ({"domains": []}, {**document, "more": 1}, {**document, "settings": {"postmaster": 1}}):
-    try:
-        jsonschema.validate(wrong, schema)
-    except jsonschema.ValidationError:
-        continue
-    sys.exit("the schema takes %s" % wrong)
-END
-else
-  echo "python3-jsonschema is not there: the schema is not tried"
-fi
+for wrong in '{domains: []}' '. + {more: 1}' '.settings = {postmaster: 1}'; do
+  jq "$wrong" "$document" >"$scratch/wrong.json"
+  schema_takes "$scratch/wrong.json" 2>"$scratch/said" && fail "the schema takes $wrong"
+  matches "what the schema says to $wrong" "$(cat "$scratch/said")" '^\$'
+done
 carried "$document"
 
 # Into another machine with other numbers, and from a model that has other things.
@@ -126,7 +116,6 @@ done <<'END'
 3|\$\.domains\[1\]\.disclaimers\[0\]\.op: must be|.domains[1].disclaimers[0].op = "nor"
 3|\$\.\$schema: must be|.["$schema"] = "2"
 3|cannot be made, because of "all@example.com"|.domains[1].entries[0].addresses = ["all@example.com"]
-3|\$\.domains\[1\]\.copies\[0\]\.name: .*another domain|.domains[1].copies[0].name = "x@bücher.example"
 3|\$\.domains\[1\]\.copies\[2\]\.name: stands here twice|.domains[1].copies += [.domains[1].copies[] | select(.type == "recipient") | .name = "ANNA@example.com"]
 3|\$\.domains\[0\]\.pattern: |.domains[0].pattern = "x y<a>"
 3|\$\.domains: has none|.domains = []
@@ -138,6 +127,11 @@ refused 3 '^mdomain: \$: no JSON' -y apply "$scratch/wrong.json"
 refused 4 'No such file' -y apply "$scratch/none.json"
 jq '.domains[1].description = "x"' "$document" >"$scratch/changed.json"
 refused 2 'Nobody can answer here' apply "$scratch/changed.json"
+
+# A rule that is older than the domain of its address stands in another one; its export says so.
+jq '.domains[1].copies[0].name = "x@bücher.example"' "$document" >"$scratch/changed.json"
+good -y apply "$scratch/changed.json"
+matches "a rule elsewhere" "$err" 'warning: \$\.domains\[1\]\.copies\[0\]\.name: .*another domain'
 
 # Accounts that this machine has not are left out when it is told so.
 jq '.domains[1].entries[0].users = ["nobody"] | .domains[1].removed = ["nobody"]' "$document" >"$scratch/changed.json"

@@ -48,14 +48,7 @@ same "number of lines" "$(wc -l <"$scratch/first")" 17
 good -y apply "$scratch/model.json"
 good export "$scratch/again.json"
 alike "export after apply of an import" "$scratch/model.json" "$scratch/again.json"
-python3 - "$source_dir/docs/export.schema.json" "$scratch/model.json" <<'END' || fail "not what the schema says"
-import json, sys
-try:
-    import jsonschema
-except ImportError:
-    sys.exit(0)
-jsonschema.validate(*(json.load(open(path)) for path in reversed(sys.argv[1:])))
-END
+fits_schema "$scratch/model.json"
 matches "a mailbox that forwards" "$(mdomain explain a.schmidt@example.org)" 'anna'
 
 # Accounts of mailboxes, and other choices.
@@ -90,6 +83,16 @@ done
 fails 2 '% without u or d' import postfixadmin "$scratch/database" --account-form 'x%n'
 fails 4 'no domain "x.example"' import postfixadmin "$scratch/database" --primary x.example
 fails 4 'No such file' import postfixadmin "$scratch/none"
+while IFS='|' read -r regex program; do
+  bash -c "$program" <"$dumps/mysqldump.sql" >"$scratch/wrong.sql"
+  fails 3 "$regex" import postfixadmin "$scratch/wrong.sql"
+done <<'END'
+is compressed: gunzip|gzip
+is UTF-16: convert|iconv -f utf8 -t utf16
+pg_dump's own format|echo PGDMP
+END
+good import postfixadmin <(iconv -f utf8 -t latin1 "$dumps/mysqldump.sql")
+told 'description of example.com: it is not UTF-8'
 
 # Local accounts and aliases.
 cat >"$scratch/aliases" <<'END'
@@ -108,7 +111,9 @@ b: a
 erik: "erik"
 two words: anna
 END
-good import passwd-aliases "$MDOMAIN_ROOT/etc/passwd" "$scratch/aliases" --domain bücher.example
+printf '\n+::::::\n' | cat "$MDOMAIN_ROOT/etc/passwd" - >"$scratch/nis"
+fails 2 '^mdomain: --domain is required' import passwd-aliases "$scratch/nis" "$scratch/aliases"
+good import passwd-aliases "$scratch/nis" "$scratch/aliases" --domain bücher.example
 facts <<<"$out" >"$scratch/facts"
 diff - "$scratch/facts" <<'END' || fail "what the aliases say"
 anna normal ["Root","anna","list","postmaster"] null
@@ -120,7 +125,7 @@ ben@bücher.example ["ben"] ["ben@elsewhere.example"]
 team@bücher.example ["anna","erik"] ["ben@bücher.example"]
 bücher.example  []
 END
-told '2 accounts of the system' '":include:/etc/mail/list"' '"\|/usr/bin/tickets --in' '"/var/mail/box"' \
+told '2 accounts of the system' '.*nis, line 9: accounts of a directory' '":include:/etc/mail/list"' '"\|/usr/bin/tickets --in' '"/var/mail/box"' \
   '"[ab]@bücher.example" of alias .*leads back' 'alias two words'
 while IFS='|' read -r regex passwd aliases; do
   printf '%b\n' "$passwd" >"$scratch/passwd"
@@ -133,4 +138,4 @@ aliases, line 2: no alias|a:x:1000:1000::/:/sh|a: b\nc
 aliases, line 1: it continues|a:x:1000:1000::/:/sh| a: b
 aliases, line 3: a quoted text|a:x:1000:1000::/:/sh|\n\nb: "|x
 END
-fails 2 'not a valid domain name' import passwd-aliases "$scratch/passwd" "$scratch/aliases"
+fails 2 'not a valid domain name' import passwd-aliases "$scratch/passwd" "$scratch/aliases" --domain 'a b'

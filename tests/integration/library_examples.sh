@@ -14,11 +14,15 @@ awk '/^```cpp/ { is_code = 1; ++block; next } /^```/ { if (is_code && block > 1)
   includes="$scratch/includes" "$page" >"$scratch/body"
 { sort -u "$scratch/includes"; cat "$scratch/body"; echo '}'; } >"$scratch/examples.cpp"
 libdir=$(dirname "$(find "$prefix" -name mailserver-domain.pc)")
-sanitize=()
-nm -D "$libdir/../libmailserver-domain.so" | grep -q __asan_init && sanitize=(-fsanitize=address -fsanitize=undefined)
+read -ra sanitize <<<"$(sanitizer_options "$libdir/../libmailserver-domain.so")"
 read -ra needs <<<"$(PKG_CONFIG_PATH=$libdir pkg-config --define-prefix --cflags --libs mailserver-domain) $(pkg-config --cflags jsoncpp)"
 g++ -std=c++17 -Wall -Wextra -Werror "${sanitize[@]}" "$scratch/examples.cpp" -o "$scratch/examples" \
   "${needs[@]}" 2>"$scratch/log" || { fail "$(head -40 "$scratch/log")" && exit 1; }
+for dialect in "g++ -std=c++20" "clang++ -std=c++17" "clang++ -std=c++20"; do
+  # shellcheck disable=SC2086
+  ! command -v ${dialect%% *} >"$scratch/found" || $dialect -Wall -Wextra -Werror -fsyntax-only "$scratch/examples.cpp" \
+    "${needs[@]}" 2>"$scratch/log" || fail "$dialect: $(head -40 "$scratch/log")"
+done
 new_root company
 export LD_LIBRARY_PATH=$libdir/..
 cd "$scratch" && ./examples >"$scratch/printed" || fail "the examples fail"

@@ -9,7 +9,8 @@ if ! said=$(strace -qq -o "$scratch/trace" -e trace=getpid -e inject=getpid:erro
   exit 77
 fi
 drivers=$source_dir/tests/reliability
-for driver in 'kills.py --count 50' 'disk_faults.py --count 100' 'parallel.py --processes 4 --changes 10'; do
+for driver in 'kills.py --count 50' 'disk_faults.py --count 100' 'random_models.py --count 2 --steps 30' \
+  'parallel.py --processes 4 --changes 10'; do
   # shellcheck disable=SC2086
   "$drivers/"${driver/ / $build } >"$scratch/said" 2>&1 || fail "$driver: $(tail -n 60 "$scratch/said")"
 done

@@ -10,8 +10,7 @@ logged cmake --install "$build" --prefix "$prefix"
 libdir=$(dirname "$(find "$prefix" -name libmailserver-domain.so)")
 export LD_LIBRARY_PATH=$libdir
 needs=(-I "$prefix/include" -L "$libdir" -lmailserver-domain -lmailserver-platform)
-sanitizers=()
-nm -D "$libdir/libmailserver-domain.so" | grep -q __asan_init && sanitizers=(-fsanitize=address -fsanitize=undefined)
+read -ra sanitizers <<<"$(sanitizer_options "$libdir/libmailserver-domain.so")"
 
 cat >"$scratch/program.c" <<'END'
 #include <mailserver-domain/mdomain.h>
@@ -24,8 +23,13 @@ int main(int argc, char** argv) {
     puts(answer);
     mdomain_free(answer);
   }
+  for (int i = 0; i < 2; ++i) {
+    char* answer = mdomain_call(i ? session : NULL, i ? NULL : "domains", NULL);
+    if (answer == NULL) return 1;
+    mdomain_free(answer);
+  }
   mdomain_close(session);
-  return mdomain_open("{\"unknown\": 1}") != NULL;
+  return mdomain_open("{\"unknown\": 1}") != NULL || mdomain_as(NULL, 1) != NULL;
 }
 END
 cat >"$scratch/program.cpp" <<'END'
@@ -55,7 +59,7 @@ new_root company
 "$scratch/c" create_domain '{"name": "bücher.example"}' refresh '' create_domain '{"name": "BÜCHER.example"}' \
   set_user '{"domain": 1, "uid": 1, "alias": []}' domains 'no' nothing '{}' \
   together '{"command": "two", "calls": [{"call": "create_domain", "arguments": {"name": "two.example"}},
-    {"call": "get_domain", "arguments": {"domain": 9}}]}' >"$scratch/answers" || fail "the program in C"
+    {"call": "get_domain", "arguments": {"domain": 9}}]}' find_domain '{"text": "a\u0000b"}' >"$scratch/answers" || fail "the program in C"
 same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(": [*].*"; ""))]' "$scratch/answers")" \
 '[true,null,""]
 [null,"invalid","the arguments are no JSON"]
@@ -63,10 +67,32 @@ same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(":
 [null,"invalid","argument \"alias\" is not known"]
 [null,"invalid","the arguments are no JSON"]
 [null,"invalid","there is no call \"nothing\""]
-[null,"not-found","there is no domain 9"]'
-"$scratch/c" refresh '{}' domains '{}' >"$scratch/answers"
-same "what is there" "$(jq -c '.value | if type == "array" then map(.name) else .is_complete end' "$scratch/answers")" \
-  $'true\n["bücher.example"]'
+[null,"not-found","there is no domain 9"]
+[null,"invalid","argument \"text\" is no text"]'
+"$scratch/c" refresh '{}' domains '{}' explain '{"address": "anna@xn--bcher-kva.example"}' doctor '{}' >"$scratch/answers"
+same "what is there" "$(jq -c '.value | if type == "array" then map(.name // .id) else .is_complete // .receiver end' "$scratch/answers")" \
+  $'true\n["bücher.example"]\n"anna"\n["postmaster","timer"]'
+before=$(sqlite3 "$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db" .dump)
+"$scratch/c" remove_users '{"domain": 1, "uids": [1001], "dry_run": true}' \
+  delete_domains '{"domains": [7], "dry_run": true}' create_domain '{"name": "x.example", "dry_run": 1}' \
+  together '{"command": "two", "dry_run": true, "calls": [{"call": "create_domain", "arguments": {"name": "two.example"}},
+    {"call": "set_setting", "arguments": {"key": "postmaster", "value": "anna"}}]}' \
+  list_history '{"domain": 1, "page_size": 1}' try_pattern '{"domain": 1, "pattern": "<1a>", "page_size": 1}' \
+  pattern_drift '{"domain": 1}' settings '{"all": true}' >"$scratch/answers" || fail "the program in C"
+same "plans and trials" "$(jq -c 'if (.value | type) == "array" then any(.value[]; .key == "postmaster" and .is_set == false)
+  else .value.summary // .error.text // .value.total // [.value | .pattern, .users, .page.total] end' "$scratch/answers")" \
+'"1 person loses 1 address, 2 other things change"
+"there is no domain 7"
+"argument \"dry_run\" is neither true nor false"
+"3 things change"
+2
+["<1a>",5,5]
+["<a>",5,0]
+true'
+same "what plans changed" "$(sqlite3 "$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db" .dump)" "$before"
+"$scratch/c" remove_users '{"domain": 1, "uids": [1001], "dry_run": true}' >"$scratch/answers"
+same "the tool's plan" "$(jq -cS .value.changes "$scratch/answers")" \
+  "$(mdomain --json user remove 1 1001 --dry-run -y | jq -cS .)"
 for standard in 17 20; do
   same "C++$standard" "$("$scratch/c++$standard")" "$(mdomain user list 1 --query a --json |
     jq -r 'map(.name) | reverse | join(" ")') there is no domain 7"
@@ -74,16 +100,30 @@ done
 
 # The example of docs/library.md.
 page=$source_dir/docs/library.md
-sed -n '/^```cxx$/,/^```$/p' "$page" | sed '/^```/d' >"$scratch/page.cpp"
-logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" "$scratch/page.cpp" -o "$scratch/page" "${needs[@]}"
-rm -rf "$scratch/company"
-new_root company
-same "the page" "$("$scratch/page")" "$(sed -n '/^```output$/,/^```$/p' "$page" | sed '/^```/d')"
+# block KIND N : the Nth block of the page that begins with ```KIND.
+block() {
+  awk -v begin="\`\`\`$1" -v wanted="$2" '
+    /^```/ { inside = !inside && $0 == begin && ++seen == wanted; next }
+    inside { print }' "$page"
+}
+for example in 1 2; do
+  block cxx $example >"$scratch/page.cpp"
+  logged g++ -std=c++17 -Wall -Wextra -Werror "${sanitizers[@]}" "$scratch/page.cpp" -o "$scratch/page" "${needs[@]}"
+  logged g++ -std=c++20 -Wall -Wextra -Werror -fsyntax-only "$scratch/page.cpp" "${needs[@]}"
+  for standard in 17 20; do
+    logged clang++ -std=c++$standard -Wall -Wextra -Werror -Wno-unused-command-line-argument -fsyntax-only "$scratch/page.cpp" "${needs[@]}"
+  done
+  rm -rf "$scratch/company"
+  new_root company
+  same "the page, example $example" "$("$scratch/page")" "$(block output $example)"
+done
 rm -rf "$scratch/company"
 new_root company
 good domain create bücher.example
 good refresh
 
+# An interpreter without ThreadSanitizer cannot load what was built with it.
+[ "${sanitizers[*]}" != -fsanitize=thread ] || exit 0
 preload=
 [ ${#sanitizers[@]} -eq 0 ] || preload="$(gcc -print-file-name=libasan.so) $(gcc -print-file-name=libubsan.so)"
 cat >"$scratch/program.py" <<'END'
@@ -93,12 +133,15 @@ import mailserver_domain
 session = mailserver_domain.Session(person="python")
 people = {user["name"]: user for user in session.users(1, page_size=2)}
 anna = people["anna"]
+plan = session.set_user(domain=1, uid=anna["uid"], role="domain_admin", dry_run=True)
+print(plan["summary"], session.find_user(domain=1, uid=anna["uid"])["version"] == anna["version"])
 session.set_user(domain=1, uid=anna["uid"], role="domain_admin", add_aliases=["boss"], version=anna["version"])
 try:
     session.set_user(domain=1, uid=anna["uid"], add_aliases=["chief"], version=anna["version"])
 except mailserver_domain.Error as error:
     print(error.reason, error)
 his = session.acting_as(anna["uid"])
+print(his.of(uid=anna["uid"])["addresses"], session.explain_user(uid=anna["uid"])["domains"][0]["by_pattern"])
 print(len(his.domains()), session.owner(address="boss@bücher.example"), session.history(limit=1)[0]["person"])
 threads = [threading.Thread(target=lambda: [session.domains() for _ in range(20)]) for _ in range(4)]
 [thread.start() for thread in threads]
@@ -107,9 +150,19 @@ try:
     his.create_domain(name="two.example")
 except mailserver_domain.Error as error:
     print(error.reason, error.text)
+for uid in (2**32 + anna["uid"], -1, "1001"):
+    try:
+        print(session.acting_as(uid))
+    except ValueError as error:
+        print(error)
 END
 same "Python" "$(LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 PYTHONPATH="$source_dir/bindings/python" \
   python3 "$scratch/program.py" 2>&1)" \
-"changed anna was changed meanwhile
+"1 thing changes True
+changed anna was changed meanwhile
+['anna@bücher.example', 'boss@bücher.example'] anna
 1 anna python
-refused the administrator of a domain may not create domains"
+refused the administrator of a domain may not create domains
+4294968297 is no uid
+-1 is no uid
+'1001' is no uid"

@@ -10,6 +10,7 @@
 
 #include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
+#include "platform/include/mail_conf_change.h"
 #include "platform/include/nodes.h"
 #include "tests/support/fixture.h"
 
@@ -106,6 +107,11 @@ TEST_P(KeyStoreConformance, TreesAreListedApart) {
   EXPECT_TRUE(Wrap::removeKey("additional_domain-10"));
   EXPECT_EQ(Keys("virtual_domain"), (std::vector<std::string>{"additional_domain-2"}));
   EXPECT_FALSE(Wrap::exist("additional_domain-10"));
+  EXPECT_EQ(
+      mailConfChange({{"b", "2"}, {"additional_domain-1", ""}}, {"additional_domain-2", "nothing"}),
+      0);
+  EXPECT_EQ(Keys("virtual_domain"), (std::vector<std::string>{"additional_domain-1"}));
+  EXPECT_TRUE(mailConfCheckKeyValue("b", "2"));
 }
 
 TEST_P(KeyStoreConformance, ManyAtOnceIsTheSameAsOneByOne) {

@@ -53,6 +53,22 @@ def comers_and_goers(host):
     host.write("etc/group", GROUP.replace("interns:x:2003", "guests:x:2004"))
 
 
+def changed_document(host):
+    """Something of every kind comes, changes and goes."""
+    document = json.loads(host.good("export").out)
+    domains = {domain["name"]: domain for domain in document["domains"]}
+    document["domains"].remove(domains["closed.example"])
+    first, second = domains["example.com"], domains["example.net"]
+    first.update(description="changed", names=["example.info"], copies=[])
+    first["disclaimers"][0]["content_txt"] = "Ciao"
+    second.update(primary=True, groups=[], removed=[], disclaimers=[])
+    first["primary"] = False
+    second["users"] = [{**user, "role": "normal"} for user in second["users"] if user["name"] != "anna"]
+    second["users"][0]["aliases"].append("new")
+    second["entries"] = [{"name": "team", "users": ["anna"], "addresses": ["info@example.com"]}]
+    host.write("changed.json", json.dumps(document))
+
+
 class Case(NamedTuple):
     words: str
     prepare: Sequence[str] | Callable[[Host], None] = ()  # commands, or a function
@@ -103,6 +119,7 @@ CASES = [
     Case("config set mail_size 10 --force"),
     Case("alias create 3 team --user anna --group sales"),
     Case("alias delete 2 info --yes", ["user set 2 erik --add-alias chief"]),
+    Case("apply changed.json --yes", changed_document),
     Case("undo --yes", ["disclaimer set 3 list.json", "alias create 3 team --user anna",
                         "domain delete 3 --yes"]),
     Case("undo --yes", ["alias create 3 team --user erik", "user remove 3 erik --yes"]),

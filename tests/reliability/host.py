@@ -106,7 +106,8 @@ class Host:
     def state(self):
         lines = set()
         for folder, _, names in os.walk(self.root):
-            lines.add(f"folder {self._short(folder)}")
+            if names or not folder.endswith("/history.db.files"):  # which the next change removes
+                lines.add(f"folder {self._short(folder)}")
             for name in names:
                 path = os.path.join(folder, name)
                 lines.update(self._file_lines(path, self._short(path)))

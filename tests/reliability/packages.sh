@@ -43,20 +43,24 @@ same "addresses" "$(inside mdomain user addresses anna)" anna@example.com
 same "a second refresh" "$(inside mdomain refresh --quiet 2>&1)" ""
 inside test -L /etc/systemd/system/timers.target.wants/mdomain-refresh.timer || fail "the timer is not enabled"
 inside test ! -e /etc/systemd/system/multi-user.target.wants/mdomain-node-pull.service || fail "pulling is enabled"
+install "the pages" "$(cd "$work/system" && ls -d ./new/mailserver-domain-web_*.deb)"
+inside test -L /etc/systemd/system/sockets.target.wants/mdomain-web.socket || fail "the pages' socket is not enabled"
 if command -v systemd-nspawn >/dev/null; then
   install "systemd" systemd dbus
   printf 'ben:x:1002:1002:Ben Carter:/home/ben:/bin/sh\n' >>"$work/system/etc/passwd"
   cat >"$work/system/look" <<'END'
 systemctl start mdomain-refresh.service && mdomain user addresses ben
 systemctl start mdomain-refresh.service mdomain-node-pull.service
+perl -MIO::Socket::UNIX -e '$s = IO::Socket::UNIX->new("/run/mdomain-web.sock"); print $s "GET /sign-in HTTP/1.0\r\n\r\n"; print grep(/<h1>/, <$s>)'
 journalctl --sync
 journalctl -o cat -u mdomain-refresh -u mdomain-node-pull | grep -E '^mdomain: |exec-condition|unmet'
 END
   booted look
   same "what they do" "$said" "ben@example.com
+<h1>Sign in</h1>
 mdomain-node-pull.service - Pull what the machine that manages the mail domains publishes was skipped because of an unmet condition check (ConditionPathExists=/etc/mailserver-domain/host.ini)."
 fi
-logged "purging them" inside apt-get purge -q -y mailserver-domain-tools
+logged "purging them" inside apt-get purge -q -y mailserver-domain-tools mailserver-domain-web
 same "what is left" "$(inside find /var/packages /etc/mailserver-domain /run/postara_server 2>/dev/null)" ""
 same "the account" "$(inside getent passwd Postara-Server)" ""
 

@@ -9,15 +9,18 @@
 
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/updater.h"
+#include "platform/include/mail_conf_change.h"
 #include "tests/control/control_fixture.h"
 
-int mailConfSetMany(const std::vector<std::pair<std::string, std::string>>& entries) {
-  using Function = int (*)(const std::vector<std::pair<std::string, std::string>>&);
+int mailConfChange(const std::vector<std::pair<std::string, std::string>>& entries,
+                   const std::vector<std::string>& removed_keys) {
+  using Function = int (*)(const std::vector<std::pair<std::string, std::string>>&,
+                           const std::vector<std::string>&);
   static const auto real = test::Real<Function>(
-      "_Z15mailConfSetManyRKSt6vectorISt4pairINSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES"
-      "6_ESaIS7_EE");
+      "_Z14mailConfChangeRKSt6vectorISt4pairINSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES"
+      "6_ESaIS7_EERKS_IS6_SaIS6_EE");
   // Several at once only: a single value is mailConfSet's.
-  return entries.size() > 1 && test::Fails("mailConfSetMany") ? -1 : real(entries);
+  return entries.size() > 1 && test::Fails("mailConfChange") ? -1 : real(entries, removed_keys);
 }
 
 bool KORV::POSTARA_SERVER::KORVMailNodeCluster::isClusterHealth(int level) {

@@ -466,12 +466,12 @@ TEST_F(UpdaterTest, PublishingSaysWhichStepFailed) {
   ExpectStops(
       steps,
       [] {
-        FailOn("mailConfSetMany");
+        FailOn("mailConfChange");
         return Updater().Trigger();
       },
       [] { return ""; });
   // Written together or one by one, the result is the same.
-  FailOn("mailConfSetMany");
+  FailOn("mailConfChange");
   EXPECT_TRUE(Updater().Trigger());
   EXPECT_EQ(Configured("virtual_multiple_domain"), "1/example.com, 2/example.net");
 

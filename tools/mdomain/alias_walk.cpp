@@ -6,6 +6,7 @@
 
 #include "lib-domain/db/look_up.h"
 #include "platform/include/text.h"
+#include "tools/mdomain/ascii_skeleton.h"
 #include "tools/mdomain/icu_library.h"
 #include "tools/mdomain/status.h"
 
@@ -86,9 +87,12 @@ std::vector<std::string> AliasWalk::Find() {
 
 // A small ASCII letter stands for the big one, too.
 std::vector<std::string> AliasWalk::_Looks(const std::string& letter) const {
-  std::vector<std::string> looks = {WithoutMarks(skeleton_(letter))};
+  if (!IsAscii(letter)) {
+    return {WithoutMarks(skeleton_(letter))};
+  }
+  std::vector<std::string> looks = {AsciiSkeleton(letter)};
   if (letter[0] >= 'a' && letter[0] <= 'z') {
-    looks.push_back(WithoutMarks(skeleton_(std::string(1, static_cast<char>(letter[0] - 32)))));
+    looks.push_back(AsciiSkeleton(std::string(1, static_cast<char>(letter[0] - 32))));
   }
   return looks;
 }

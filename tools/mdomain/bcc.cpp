@@ -6,20 +6,23 @@
 
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/insight/rule_name.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/bcc_maps.h"
-#include "tools/mdomain/bcc_rule_name.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/copy_output.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/log_view.h"
 #include "tools/mdomain/lookup.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/notes.h"
-#include "tools/mdomain/stored_copies.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
+
+using MDOMAIN::INSIGHT::DomainPart;
+using MDOMAIN::INSIGHT::SameRuleName;
 
 struct RuleType {
   int type;

@@ -1,17 +1,17 @@
 // mdomain config: the mail configuration's keys.
-
-#include "lib-domain/base/text.h"
-#include "lib-domain/sync/follow_addresses.h"
-#include "lib-domain/sync/special_address.h"
+#include "lib-domain/sync/mail_settings.h"
 #include "platform/include/mail_conf.h"
 #include "tools/mdomain/command.h"
-#include "tools/mdomain/config_keys.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/notes.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
+
+using MDOMAIN::UTILS::KeyKind;
+using MDOMAIN::UTILS::KindOfKey;
+using MDOMAIN::UTILS::SettingResult;
 
 Json::Value Entry(const std::string& key, const std::string& value) {
   Json::Value entry;
@@ -26,19 +26,29 @@ void Get(Call& call) {
   if (mailConfGet(key, value) < 0) {
     throw Failure(kFailed, "the configuration could not be read");
   }
-  if (value.empty() && KindOfKey(key) == KeyKind::kUnknown && !IsKeySet(key)) {
-    throw Failure(kNotFound, NoKey(key), "mdomain config list shows those that are set");
+  bool is_set = true;
+  if (value.empty() && KindOfKey(key) == KeyKind::kUnknown &&
+      !MDOMAIN::UTILS::IsKeySet(key, is_set)) {
+    throw Failure(kFailed, "the configuration could not be read");
+  }
+  if (!is_set) {
+    throw Failure(kNotFound, MDOMAIN::UTILS::NoKey(key),
+                  "mdomain config list shows those that are set");
   }
   call.out().Answer(Entry(key, value), value);
 }
 
-// The database of a directory's accounts is named after the directory's domain: nothing works
-// before that domain is set.
-void RemindOfAccountDomain(const std::string& key, const std::string& value) {
-  const std::string wanted = value == "ldap" ? "acc_domain_name" : "win_domain_short_name";
-  std::string name;
-  if (key == "account_type" && value != "local" && mailConfGet(wanted, name) == 0 && name.empty()) {
-    Note("next, name the accounts' domain: mdomain config set " + wanted + " NAME");
+// What to do about a refusal.
+std::string NextOf(SettingResult result) {
+  switch (result) {
+    case SettingResult::kUnknownKey:
+      return "look at its spelling, or give --force for a key of another program";
+    case SettingResult::kFollows:
+      return "change the domains, run mdomain publish where it is wrong, or give --force";
+    case SettingResult::kOtherModel:
+      return "give --force to change it all the same";
+    default:
+      return "";
   }
 }
 
@@ -47,23 +57,17 @@ void Set(Call& call) {
   const std::string value = call.Text("VALUE");
   RequirePlainText("the key", key);
   RequirePlainText("the value", value);
-  if (key.empty()) {
-    throw Failure(kRefused, "the key is empty");
+  const auto outcome = MDOMAIN::UTILS::SetMailSetting(key, value, call.Has("--force"));
+  if (outcome.result != SettingResult::kDone) {
+    throw Failure(outcome.result == SettingResult::kFailed ? kFailed : kRefused, outcome.text,
+                  NextOf(outcome.result));
   }
-  if (key == "account_type" && ConvertAuthType(value) == AUTH_UNKNOWN) {
-    throw Failure(kRefused, "\"" + value + "\" is no account type: local, ldap or win");
+  if (!outcome.consequence.empty()) {
+    Note(outcome.consequence);
   }
-  RequireSwitchable(call, key, value);
-  if (!call.Has("--force")) {
-    RequireSettable(key, value);
+  if (!outcome.missing_key.empty()) {
+    Note("next, name the accounts' domain: mdomain config set " + outcome.missing_key + " NAME");
   }
-  if (mailConfSet(key, value, true, 0) < 0) {
-    throw Failure(kFailed, "the configuration could not be written");
-  }
-  if (key == MDOMAIN::UTILS::kPostmasterKey && !MDOMAIN::UTILS::FollowAddresses()) {
-    throw Failure(kFailed, "the key was set, but the maps for Postfix could not follow");
-  }
-  RemindOfAccountDomain(key, value);
   call.out().Done(Entry(key, value), key + " = " + value);
 }
 
@@ -85,7 +89,8 @@ void List(Call& call) {
   if (mailConfList(values) < 0) {
     throw Failure(kFailed, "the configuration could not be read");
   }
-  for (const std::string& key : call.Has("--all") ? KnownKeys() : std::vector<std::string>()) {
+  for (const std::string& key :
+       call.Has("--all") ? MDOMAIN::UTILS::KnownKeys() : std::vector<std::string>()) {
     values.emplace(key, "");
   }
   Json::Value object(Json::objectValue);

@@ -1,100 +1,42 @@
 // mdomain doctor: one look at everything that can be wrong, and --repair for what mends itself.
-#include "tools/mdomain/doctor.h"
+#include "lib-domain/insight/doctor.h"
 
 #include <json/value.h>
 
-#include <algorithm>
-#include <exception>
-
 #include "lib-domain/api/updater.h"
-#include "lib-domain/base/error_code.h"
 #include "lib-domain/sync/kept_files.h"
-#include "lib-domain/sync/reconcile.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/dry_run.h"
+#include "tools/mdomain/log_view.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
 
-struct Kind {
-  std::string id;
-  std::string repair;  // what --repair does about it; empty for nothing
-};
+using MDOMAIN::INSIGHT::Findings;
 
-// Every finding there is; docs/manual/when-something-is-wrong.md has them all.
-std::vector<Kind> AllKinds() {
-  std::vector<Kind> kinds = {
-      {"account-source", ""},
-      {"accounts", ""},
-      {"check", ""},
-      {"copies", ""},
-      {"database", ""},
-      {"dead-end", ""},
-      {"disclaimer-list", ""},
-      {"dkim", ""},
-      {"foreign-settings", ""},
-      {"history", ""},
-      {"key-store", ""},
-      {"leftovers", ""},
-      {"lost-model", ""},
-      {"model", ""},
-      {"no-address", ""},
-      {"no-domain", ""},
-      {"node", "publishes what has not reached the other machines"},
-      {"postmaster", ""},
-      {"programs", ""},
-      {"published", "publishes the model"},
-      {"rights", ""},
-      {"timer", ""},
-      {"undo", ""},
-      {"uncompiled", ""},
-      {"version", "upgrades the file"},
-  };
-  for (const auto& item : MDOMAIN::UTILS::ReconcileItems()) {
-    kinds.push_back({IdOf(item.name), "makes it follow from the model"});
+// What a refresh would bring: one on copies, by a process of its own, tells it.
+void CheckAccounts(Findings& findings) {
+  const AccountsForecast accounts = ForecastRefresh();
+  if (!accounts.is_told) {
+    findings.push_back({"accounts", true,
+                        "what a refresh would bring cannot be told: " + accounts.text,
+                        "mdomain account check and mdomain refresh --dry-run say more"});
+  } else if (!accounts.text.empty()) {
+    findings.push_back({"accounts", false,
+                        "the accounts are not as the last refresh found them: " + accounts.text,
+                        "mdomain refresh"});
   }
-  return kinds;
 }
 
-// A check that cannot go on is a finding as well, and the others go on.
-void Look(void (*check)(Findings&), Findings& findings) {
-  std::string error;
-  try {
-    check(findings);
-    return;
-  } catch (const korvmailserver::LogException& failure) {
-    error = failure.what();
-  } catch (const std::exception& failure) {
-    error = failure.what();
-  }
-  findings.push_back({"check", true, "a check could not go on: " + error, "look at the messages"});
-}
-
-Findings LookAtAll() {
-  Findings findings;
-  Look(CheckFiles, findings);
-  if (IsModelUsable(findings)) {
-    for (const auto check : {CheckReconciled, CheckModel, CheckRules, CheckAccounts}) {
-      Look(check, findings);
-    }
-  }
-  Look(CheckHost, findings);
-  return findings;
-}
-
-Json::Value FindingJson(const Finding& finding, const std::vector<Kind>& kinds) {
-  const auto kind = std::find_if(kinds.begin(), kinds.end(),
-                                 [&](const Kind& each) { return each.id == finding.id; });
-  if (kind == kinds.end()) {
-    throw Failure(kFailed, "the finding " + finding.id + " has no page: " + finding.text);
-  }
+Json::Value FindingJson(const Finding& finding) {
   Json::Value record;
   record["id"] = finding.id;
   record["kind"] = finding.is_error ? "error" : "warning";
   record["text"] = finding.text;
-  record["cure"] = finding.cure.empty() ? "mdomain doctor --repair" : finding.cure;
-  record["repair"] = kind->repair;
-  record["page"] = "manual/when-something-is-wrong.md#" + finding.id;
+  record["cure"] = finding.cure;
+  record["repair"] = finding.repair;
+  record["page"] = finding.page;
   return record;
 }
 
@@ -104,7 +46,7 @@ Colour ColourOfKind(const std::string& kind) {
 
 void ListKinds(Call& call) {
   Json::Value records(Json::arrayValue);
-  for (const Kind& kind : AllKinds()) {
+  for (const auto& kind : MDOMAIN::INSIGHT::ListFindingKinds()) {
     Json::Value record;
     record["id"] = kind.id;
     record["repair"] = kind.repair;
@@ -142,10 +84,12 @@ void Doctor(Call& call) {
   }
   Json::Value records(Json::arrayValue);
   size_t errors = 0;
-  const std::vector<Kind> kinds = AllKinds();
-  for (const Finding& finding : LookAtAll()) {
-    errors += finding.is_error ? 1 : 0;
-    records.append(FindingJson(finding, kinds));
+  {
+    const Progress progress(!call.IsQuiet() && !call.out().json(), "looking at everything");
+    for (const Finding& finding : MDOMAIN::INSIGHT::LookAtAll(CheckAccounts)) {
+      errors += finding.is_error ? 1 : 0;
+      records.append(FindingJson(finding));
+    }
   }
   call.out().List(records,
                   {{"id", "FINDING"},
@@ -155,6 +99,7 @@ void Doctor(Call& call) {
                   "everything is in order");
   call.out().Flush();
   if (errors != 0) {
+    ForgetWarnings();
     throw Failure(kFailed, Counted(errors, "error") + " found");
   }
 }

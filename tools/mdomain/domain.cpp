@@ -261,6 +261,7 @@ void Primary(Call& call) {
     call.out().Record(DomainJson(domains.all().front()), DomainColumns());
     return;
   }
+  call.out().Silence();
   call.Lock();
   const int idx = TypedDomain(call).idx;
   MDOMAIN::API::Domain api;

@@ -1,24 +1,11 @@
 #include "tools/mdomain/domain_name.h"
 
-#include "lib-domain/base/text.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
 #include "platform/include/maillog.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
-
-std::string AsciiForm(const std::string& name) {
-  std::string ascii;
-  if (KORV::POSTARA_SERVER::ConvertToPunycode(name, ascii) < 0) {
-    ascii = name;
-  }
-  return MDOMAIN::BASE::ToLowerAscii(ascii);
-}
-
-bool SameDomainName(const std::string& a, const std::string& b) {
-  return AsciiForm(a) == AsciiForm(b);
-}
 
 std::string StorableName(const std::string& typed) {
   std::string mapped = typed;

@@ -6,14 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "lib-domain/base/domain_name.h"
+
 namespace mdomain {
 
-// The name in punycode and lower case: equal for two spellings of one name. A text that is no
-// domain name is only made lower case.
-std::string AsciiForm(const std::string& name);
-
-// True when both spell the same domain name.
-bool SameDomainName(const std::string& a, const std::string& b);
+using MDOMAIN::BASE::AsciiForm;
+using MDOMAIN::BASE::SameDomainName;
 
 // A typed domain name in a spelling that can be stored: "Österreich.example" becomes
 // "österreich.example". What is a domain name as it stands, or is none at all, is left as it is.

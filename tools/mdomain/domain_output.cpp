@@ -23,9 +23,13 @@ Json::Value DomainJson(const KnownDomain& domain) {
 }
 
 Json::Value DomainNameJson(const KnownDomain& domain) {
+  return DomainNameJson(domain.idx, domain.name);
+}
+
+Json::Value DomainNameJson(int idx, const std::string& name) {
   Json::Value json;
-  json["id"] = domain.idx;
-  json["name"] = domain.name;
+  json["id"] = idx;
+  json["name"] = name;
   return json;
 }
 

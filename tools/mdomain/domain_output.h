@@ -19,6 +19,7 @@ Json::Value DomainJson(const MDOMAIN::RECORD::Domain& record,
 Json::Value DomainJson(const KnownDomain& domain);
 // "id", "name".
 Json::Value DomainNameJson(const KnownDomain& domain);
+Json::Value DomainNameJson(int idx, const std::string& name);
 std::vector<Column> DomainColumns();
 
 }  // namespace mdomain

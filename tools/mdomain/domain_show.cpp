@@ -1,51 +1,14 @@
 // mdomain domain show: everything about one domain.
 #include <json/value.h>
 
-#include "lib-domain/api/alias_entry.h"
-#include "lib-domain/api/domain_group.h"
-#include "lib-domain/api/domain_user.h"
-#include "lib-domain/api/mimedefang.h"
+#include "lib-domain/insight/domain_counts.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/lookup.h"
-#include "tools/mdomain/stored_copies.h"
 
 namespace mdomain {
 namespace {
-
-int CountGroups(int domain_idx) {
-  MDOMAIN::DB::DomainDBFilter filter("domain_group_view");
-  filter.SetDomainIdxs({domain_idx});
-  int count = 0;
-  if (!MDOMAIN::API::DomainGroup().GetDomainGroupsCount(filter, count)) {
-    throw Failure(kFailed, "the groups of the domain could not be read");
-  }
-  return count;
-}
-
-size_t CountCollisions(int domain_idx) {
-  std::vector<std::string> aliases;
-  if (!MDOMAIN::API::DomainUser().ListDuplicatedEmail(domain_idx, aliases)) {
-    throw Failure(kFailed, "the colliding aliases could not be read");
-  }
-  return aliases.size();
-}
-
-size_t CountEntries(int domain_idx) {
-  std::vector<::Alias::Entry> entries;
-  if (!MDOMAIN::API::AliasEntry().List(domain_idx, entries)) {
-    throw Failure(kFailed, "the addresses with several members could not be read");
-  }
-  return entries.size();
-}
-
-// Null when the list cannot be read, as a damaged one must not keep all else from being shown.
-Json::Value CountDisclaimers(int domain_idx) {
-  Json::Value list;
-  return MimeDefang().GetDisclaimerList(domain_idx, list) < 0 ? Json::Value()
-                                                              : Json::Value(list.size());
-}
 
 std::string WriteCount(const Json::Value& count) {
   return count.isNull() ? "cannot be read" : count.asString();
@@ -55,13 +18,14 @@ void Show(Call& call) {
   const Domains domains;
   const KnownDomain& domain = domains.Find(call.Text("DOMAIN"));
   Json::Value record = DomainJson(domain);
-  record["groups"] = CountGroups(domain.idx);
-  record["collisions"] = static_cast<Json::UInt64>(CountCollisions(domain.idx));
-  record["entries"] = static_cast<Json::UInt64>(CountEntries(domain.idx));
-  int copies = 0;
-  ForEachCopy(domain.idx, [&copies](const BccInfo& /*rule*/) { ++copies; });
-  record["copies"] = copies;
-  record["disclaimers"] = CountDisclaimers(domain.idx);
+  const DomainCounts counts = MDOMAIN::INSIGHT::CountIn(domain.idx);
+  record["groups"] = Json::UInt64(counts.groups);
+  record["collisions"] = Json::UInt64(counts.collisions);
+  record["entries"] = Json::UInt64(counts.entries);
+  record["copies"] = Json::UInt64(counts.copies);
+  // Null when the list cannot be read.
+  record["disclaimers"] =
+      counts.disclaimers ? Json::Value(Json::UInt64(*counts.disclaimers)) : Json::Value();
   call.out().Record(record, {{"id", "ID"},
                              {"name", "NAME"},
                              {"additional_names", "ADDITIONAL NAMES"},

@@ -90,9 +90,7 @@ int DryRun(const Parsed& parsed, int (*run)(const Parsed& parsed)) {
     std::for_each(std::begin(kSignals), std::end(kSignals),
                   [](int number) { (void)std::signal(number, SIG_DFL); });
     const std::string root = korvmailserver::RootPrefix();
-    if (!trial.Enter()) {
-      _exit(kFailed);
-    }
+    const MDOMAIN::HISTORY::WithinTrial within(trial);
     ShowInPlaceOf(korvmailserver::RootPrefix(), root);
     const int status = run(parsed);
     std::cout.flush();

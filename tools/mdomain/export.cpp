@@ -13,8 +13,10 @@
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/document.h"
 #include "tools/mdomain/dry_run.h"
+#include "tools/mdomain/log_view.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/notes.h"
+#include "tools/mdomain/recorder.h"
 #include "tools/mdomain/site.h"
 #include "tools/mdomain/stored_state.h"
 #include "tools/mdomain/text.h"
@@ -26,8 +28,17 @@ constexpr const char* kSkip = "--skip-unknown";
 constexpr const char* kForce = "--force";
 constexpr const char* kWrittenDifferently = "the same is written differently";
 
+// For somebody who waits, until the next one.
+Progress Shown(const Call& call, const char* doing) {
+  return Progress(!call.IsQuiet() && !call.options().json, doing);
+}
+
 void Export(Call& call) {
-  const std::string text = JsonText(SiteJson(ReadSite(SiteAccounts())));
+  std::string text;
+  {
+    const Progress shown = Shown(call, "reading the domains");
+    text = JsonText(SiteJson(ReadSite(SiteAccounts())));
+  }
   const std::string file = call.Text("FILE");
   if (file.empty()) {
     call.out().Raw(text);
@@ -49,6 +60,9 @@ Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accou
   }
   for (const std::string& name : tells ? typed.unknown : std::vector<std::string>()) {
     Note("left out: " + name);
+  }
+  for (const std::string& doubt : tells ? typed.doubts : std::vector<std::string>()) {
+    Note("warning: " + doubt);
   }
   return std::move(typed.site);
 }
@@ -118,17 +132,24 @@ void Apply(Call& call) {
     MakeItSo(call, text, true);
     return;
   }
-  RequireOwnModel(call);
+  SettleInterruptedWhole(call);
+  if (!call.Has(kForce)) {
+    RequireOwnModel(call);
+  }
   const std::string before = StoredState();
   Json::Value plan(Json::arrayValue);
   std::vector<std::string> sentences;
   bool differs = false;
   {
+    const Progress shown = Shown(call, "comparing");
     const SiteAccounts accounts;
     differs = Differs(Wanted(call, text, accounts, true), accounts);
   }
   if (differs) {
-    sentences = TryOnCopies(call, text, plan);
+    {
+      const Progress shown = Shown(call, "trying it on copies");
+      sentences = TryOnCopies(call, text, plan);
+    }
     const std::string file = call.Text("FILE") == "-" ? "standard input" : call.Text("FILE");
     call.SetForecast(nullptr);  // the question has what the copies told
     call.Ask("Make the domains what " + file + " says? " + FirstOf(sentences, "; "));
@@ -136,6 +157,7 @@ void Apply(Call& call) {
     if (StoredState() != before) {
       throw Failure(kRefused, "the domains were changed meanwhile: run the same command again");
     }
+    const Progress shown = Shown(call, "making it so");
     MakeItSo(call, text, false);
   }
   Print(call.out(), plan, differs);

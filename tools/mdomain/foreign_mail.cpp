@@ -97,9 +97,12 @@ class SiteBuilder {
     SiteDomain& domain = site_.domains[stored];
     domain.pattern = "<a>";
     domain.description = description;
-    if (!korvmailserver::IsValidUtf8(description) || Printable(description) != description) {
+    const bool is_utf8 = korvmailserver::IsValidUtf8(description);
+    if (!is_utf8 || Printable(description) != description) {
       domain.description.clear();
-      LeaveOut("description of " + stored, "it holds line ends or other hidden characters");
+      LeaveOut("description of " + stored,
+               is_utf8 ? "it holds line ends or other hidden characters"
+                       : "it is not UTF-8: convert the dump with iconv, or make it in UTF-8");
     }
   }
 

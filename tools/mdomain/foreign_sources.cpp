@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <sstream>
+#include <string_view>
 
 #include "platform/include/postfix_map.h"
 #include "tools/mdomain/document.h"
@@ -16,6 +17,30 @@ constexpr size_t kLargest = size_t{256} << 20;  // a dump of some hundred thousa
   throw Failure(kRefused, file + " is larger than " + std::to_string(kLargest >> 20) + " MiB");
 }
 
+// Files that people hand over as they were stored or sent, by what they begin with.
+constexpr struct {
+  std::string_view begin;
+  const char* what;
+} kOtherForms[] = {
+    {"\x1f\x8b", "is compressed: gunzip it before"},
+    {"BZh", "is compressed: bunzip2 it before"},
+    {"\xfd"
+     "7zXZ",
+     "is compressed: unxz it before"},
+    {"\x28\xb5\x2f\xfd", "is compressed: unzstd it before"},
+    {"PGDMP", "is in pg_dump's own format: make it with --format=plain"},
+    {"\xff\xfe", "is UTF-16: convert it with iconv -f UTF-16 -t UTF-8"},
+    {"\xfe\xff", "is UTF-16: convert it with iconv -f UTF-16 -t UTF-8"},
+};
+
+void RequireText(const std::string& file, const std::string& bytes) {
+  for (const auto& form : kOtherForms) {
+    if (bytes.compare(0, form.begin.size(), form.begin) == 0) {
+      throw Failure(kRefused, file + " " + form.what);
+    }
+  }
+}
+
 }  // namespace
 
 std::string ReadForeignFile(const std::string& file) {
@@ -28,6 +53,7 @@ std::string ReadForeignFile(const std::string& file) {
   if (bytes.size() > kLargest) {
     TooLarge(file);
   }
+  RequireText(file, bytes);
   return bytes;
 }
 

@@ -7,6 +7,7 @@
 #include "lib-domain/api/updater.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/dry_run.h"
+#include "tools/mdomain/recorder.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/time_text.h"
 
@@ -31,8 +32,14 @@ const std::vector<Column> kColumns = {{"id", "ID"},           {"time", "TIME"},
                                       {"person", "BY"},       {"command", "COMMAND"},
                                       {"summary", "CHANGED"}, {"state", "STATE"}};
 
+// Also where it is only read: whoever looks what a killed command did finds it.
+void AddInterrupted() {
+  TellInterrupted(MDOMAIN::HISTORY::SettleInterrupted(false));
+}
+
 void List(Call& call) {
   constexpr int kUsual = 20;
+  AddInterrupted();
   std::vector<Entry> entries;
   if (!MDOMAIN::HISTORY::ListEntries(call.Int("--limit", kUsual), entries)) {
     throw Failure(kFailed, "the history could not be read");
@@ -48,6 +55,7 @@ void Show(Call& call) {
   Entry entry;
   Json::Value plan;
   bool found = false;
+  AddInterrupted();
   if (!MDOMAIN::HISTORY::ReadEntry(call.Int("ID", 0), found, entry, plan)) {
     throw Failure(kFailed, "the history could not be read");
   }
@@ -69,14 +77,16 @@ void Show(Call& call) {
 std::string Question(const Entry& last) {
   const std::string what = "mdomain " + last.command + " (" + last.summary + ")?";
   return last.id == 0           ? "Take back the last change?"
-         : last.state != "done" ? "An undo was interrupted. Finish taking back " + what
-                                : "Take back " + what;
+         : last.state == "done" ? "Take back " + what
+         : last.state == "interrupted"
+             ? "Take back as far as it got, before it was interrupted, " + what
+             : "An undo was interrupted. Finish taking back " + what;
 }
 
 // The change is marked as taken back when that has been told, and not before: whoever runs an undo
 // that told nothing once more finishes it, and never takes back the change before.
 void EndTold(Call& call, const Entry& entry) {
-  const bool was_interrupted = entry.state != "done";
+  const bool was_interrupted = entry.state != "done" && entry.state != "interrupted";
   Json::Value record = EntryJson(entry);
   record["state"] = "undone";
   record["was_interrupted"] = was_interrupted;
@@ -93,8 +103,30 @@ void EndTold(Call& call, const Entry& entry) {
   });
 }
 
+// Such a change goes with the next one anyway; an undo that takes back the one before, too, would
+// surprise.
+bool TakesBackInterrupted(Call& call) {
+  if (!MDOMAIN::HISTORY::HasOpenWhole()) {
+    return false;
+  }
+  call.Ask("Take back the command that was interrupted?");
+  if (SettleInterruptedWhole(call) != MDOMAIN::HISTORY::Interrupted::kTakenBack) {
+    return false;
+  }
+  std::vector<Entry> entries;
+  if (!MDOMAIN::HISTORY::ListEntries(1, entries) || entries.empty()) {
+    throw Failure(kFailed, "the history could not be read");
+  }
+  call.out().Done(EntryJson(entries.front()), "taken back: mdomain " + entries.front().command);
+  return true;
+}
+
 void Undo(Call& call) {
   Entry last;
+  if (TakesBackInterrupted(call)) {
+    return;
+  }
+  AddInterrupted();
   if (!MDOMAIN::HISTORY::FindLast(last)) {
     throw Failure(kFailed, "the history could not be read");
   }
@@ -122,7 +154,8 @@ const Register kHistory({
     {
         {"list",
          "List the latest changes, the newest first",
-         "Of the commands that change the domains. State undone: it was taken back; undoing: an "
+         "Of the commands that change the domains. State interrupted: it was killed, and this is "
+         "what it had changed until then; undone: it was taken back; undoing: an "
          "undo of it was interrupted; half undone: and something stands against its end; undo and "
          "refresh are not taken back themselves. The last "
          "thousand are kept.",

@@ -41,6 +41,9 @@ void ImportPostfixAdmin(Call& call) {
 }
 
 void ImportPasswdAliases(Call& call) {
+  if (!call.Has("--domain")) {
+    throw Failure(kUsage, "--domain is required");
+  }
   const std::string domain = StorableName(call.Text("--domain"));
   if (!IsDomainName(domain)) {
     throw Failure(kUsage, "--domain: \"" + domain + "\" is not a valid domain name");

@@ -173,6 +173,10 @@ std::string WithCause(const std::string& message) {
   return said ? message : message + ": " + *cause;
 }
 
+void ForgetWarnings() {
+  Kept().platform_warning.clear();
+}
+
 HeldLog::HeldLog() {
   held.clear();
   is_held = true;

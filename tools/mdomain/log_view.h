@@ -20,6 +20,8 @@ void ShowErrors();
 // about a database file or logged as an error by the platform, which names a file or a server; else
 // its first warning where nothing else was logged, or the first error of the library.
 std::string WithCause(const std::string& message);
+// Warnings so far, which were shown, are no cause of a failure.
+void ForgetWarnings();
 
 // While one lives, warnings and errors are collected, and are neither shown (but with `verbose`)
 // nor taken for the cause of a later failure. One at a time.

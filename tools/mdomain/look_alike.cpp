@@ -1,6 +1,7 @@
 // Two texts look alike when they have one skeleton (Unicode Technical Standard 39, section 4),
 // which ICU makes. Letter case counts for the eye (I and l) and not for the mail server, so each
-// alias is known by its skeleton as written and by that of its small letters.
+// alias is known by its skeleton as written and by that of its small letters. ICU is loaded where a
+// text is beyond ASCII.
 #include "tools/mdomain/look_alike.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include "lib-domain/db/look_up.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/alias_walk.h"
+#include "tools/mdomain/ascii_skeleton.h"
 #include "tools/mdomain/icu_library.h"
 #include "tools/mdomain/notes.h"
 #include "tools/mdomain/status.h"
@@ -23,6 +25,9 @@ using korvmailserver::ToLowerAscii;
 
 // The text itself when ICU cannot answer: then only equal texts are alike.
 std::string Skeleton(const std::string& text) {
+  if (IsAscii(text)) {
+    return AsciiSkeleton(text);
+  }
   std::string why;
   if (!icu_library.Load(why)) {
     return text;

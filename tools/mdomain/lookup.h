@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "lib-domain/db/account_db_filter.h"
+#include "lib-domain/insight/known_domain.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
 
@@ -19,25 +20,17 @@ class Domain;
 
 namespace mdomain {
 
-struct KnownDomain {
-  int idx;
-  std::string name;
-  bool is_primary;
-  std::vector<std::string> additional_names;  // as stored
-  // "2 (example.org)", for messages.
-  std::string Title() const;
-};
+using MDOMAIN::INSIGHT::KnownDomain;
 
 // Every domain by its names, the primary one first, read when it is built. No user is counted for
 // it.
 class Domains {
  public:
-  Domains();
   const KnownDomain& Find(const std::string& text) const;
   const std::vector<KnownDomain>& all() const { return domains_; }
 
  private:
-  std::vector<KnownDomain> domains_;
+  const std::vector<KnownDomain> domains_ = MDOMAIN::INSIGHT::ListKnownDomains();
 };
 
 // The whole records of domains, in the order of their indexes given. Counts the users of these
@@ -57,9 +50,6 @@ std::vector<MDOMAIN::RECORD::User> FindUsers(const std::vector<std::string>& tex
 std::vector<MDOMAIN::RECORD::Group> FindGroups(const std::vector<std::string>& texts);
 MDOMAIN::RECORD::User FindUser(const std::string& text);
 MDOMAIN::RECORD::Group FindGroup(const std::string& text);
-
-// Whether the account system, which may be asked, knows a user of this short or full name.
-bool IsUserOfAccountSystem(const std::string& text);
 
 // Names without the directory's part.
 std::vector<std::string> ShortNames(const std::vector<MDOMAIN::RECORD::User>& users);

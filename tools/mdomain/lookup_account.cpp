@@ -274,10 +274,6 @@ std::vector<User> FindUsers(const std::vector<std::string>& texts) {
 std::vector<Group> FindGroups(const std::vector<std::string>& texts) {
   return FindAll<Groups>(texts);
 }
-bool IsUserOfAccountSystem(const std::string& text) {
-  return AccountSystemKnows(text, true);
-}
-
 User FindUser(const std::string& text) {
   return FindUsers({text}).front();
 }

@@ -34,23 +34,6 @@ std::vector<Domain> Records(MDOMAIN::DB::DomainDBFilter filter) {
 
 }  // namespace
 
-std::string KnownDomain::Title() const {
-  return std::to_string(idx) + " (" + name + ")";
-}
-
-Domains::Domains() {
-  std::vector<Domain> records;
-  std::map<int, std::vector<std::string>> names;
-  MDOMAIN::API::Domain api;
-  if (!api.ListNames(records) || !api.ListAllAdditionalDomains(names)) {
-    throw Failure(kFailed, "the domains could not be read");
-  }
-  for (const Domain& record : records) {
-    const int idx = record.GetDomainIdx();
-    domains_.push_back({idx, record.GetDomainName(), record.IsPrimary(), names[idx]});
-  }
-}
-
 const KnownDomain& Domains::Find(const std::string& text) const {
   int idx = 0;
   const bool is_index = MDOMAIN::BASE::ConvertToInt(text, idx);

@@ -42,12 +42,14 @@ void RequireRootInForce() {
 
 // Runs the command, publishes what it changed, then prints. A change that was made and did not
 // reach the other machines is no failure: it is done here.
-void Finish(Call& call, const Command& command, const Recorder& recorder) {
+void Finish(Call& call, const Command& command, Recorder& recorder) {
   try {
     command.run(call);
   } catch (...) {
     if (!recorder.TakeBack()) {
-      Note("warning: what was done before the failure is still there: run the same command again");
+      Note(
+          "warning: what was done before the failure is still there: the next change takes it "
+          "back");
     }
     const std::string why = call.EndPublication();
     recorder.Record();
@@ -171,7 +173,7 @@ int Run(const Parsed& parsed) {
     return DryRun(parsed, RunOnCopies);
   }
   // Before a database is opened, and until everything else has ended.
-  const Recorder recorder(parsed);
+  Recorder recorder(parsed);
   Call call(parsed.options, parsed.values);
   WhenLocked() = [&recorder] { recorder.Begin(); };
   call.SetForecast([&parsed] { return Forecast(parsed); });

@@ -17,13 +17,18 @@ inline Argument ForceFlag(const std::string& what) {
 // Refuses, without --force, to publish where that would empty what is published.
 void RequirePublishable(const Call& call);
 
+// Why a refresh without --force reads the accounts and publishes nothing: the account source was
+// switched, and its model has no domain yet. Empty where it publishes.
+std::string WhyOnlyMirrored(const Call& call);
+
 // Refuses, without --force, to create a domain in a lost model, or where the settings under domain
 // indexes belong to another model's domains; with it, removes those.
 void RequireOwnModel(const Call& call);
 
 // Refuses to work with the settings under domain indexes where they are those of another model's
-// domains.
-void RequireOwnSettings();
+// domains. `advice` is what to do but setting the source back.
+void RequireOwnSettings(
+    const std::string& advice = "have them removed with mdomain publish --force");
 
 // The same, and finishes first what those who left keep: a new rule for a namesake would go with
 // theirs.
@@ -31,11 +36,6 @@ void RequireSettledSettings();
 
 // Removes them there.
 void DiscardForeignSettings();
-
-// Refuses a value of the account source's settings that forms no path; without --force also one
-// that takes the domains out of force, or hands the settings under their indexes to others. With
-// it, says on standard error what stands where.
-void RequireSwitchable(const Call& call, const std::string& key, const std::string& value);
 
 }  // namespace mdomain
 

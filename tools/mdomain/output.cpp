@@ -1,14 +1,10 @@
 // Cells and columns of the text form, and the layout of the JSON form.
 #include "tools/mdomain/output.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
-#include <sstream>
 #include <string_view>
 
 #include "tools/mdomain/notes.h"
@@ -44,72 +40,7 @@ std::string Padded(const std::string& text, int width) {
   return text + std::string(static_cast<size_t>(std::max(missing, 0)), ' ');
 }
 
-// Escapes what JSON would allow as it is and a terminal would not show. These characters stand in
-// strings alone and all have four digits.
-std::string EscapeHidden(const std::string& json) {
-  std::string escaped;
-  ForEachCharacter(json, [&](char32_t character, size_t at, size_t length) {
-    const std::string bytes = json.substr(at, length);
-    if (Printable(bytes) == bytes) {
-      escaped += bytes;
-      return;
-    }
-    char text[8] = {};
-    (void)std::snprintf(text, sizeof(text), "\\u%04x", static_cast<unsigned>(character));
-    escaped += text;
-  });
-  return escaped;
-}
-
-// What JsonCpp writes of a text of plain ASCII, which most are.
-bool IsPlain(const std::string& text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
-}
-
-// A value without elements, on one line. Bytes that are not UTF-8 are replaced: JsonCpp writes them
-// as they are, and a reader would refuse the whole text.
-std::string JsonScalar(const Json::Value& value) {
-  if (value.isString() && IsPlain(value.asString())) {
-    return '"' + value.asString() + '"';
-  }
-  static const auto writer = [] {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
-  }();
-  std::ostringstream text;
-  writer->write(value.isString() ? Json::Value(ValidUtf8(value.asString())) : value, &text);
-  const std::string json = text.str();
-  return Printable(json) == json ? json : EscapeHidden(json);
-}
-
-// One element per line, without the blanks that JsonCpp's own layout leaves at line ends.
-void AppendJson(const Json::Value& value, const std::string& indent, std::string& text) {
-  if (value.empty() || !(value.isArray() || value.isObject())) {
-    text += JsonScalar(value);
-    return;
-  }
-  const std::string inner = indent + "  ";
-  text += value.isArray() ? "[" : "{";
-  bool first = true;
-  for (auto element = value.begin(); element != value.end(); ++element) {
-    text += first ? "\n" : ",\n";
-    text += inner + (value.isObject() ? JsonScalar(element.name()) + ": " : "");
-    AppendJson(*element, inner, text);
-    first = false;
-  }
-  text += "\n" + indent + (value.isArray() ? "]" : "}");
-}
-
 }  // namespace
-
-std::string JsonText(const Json::Value& value) {
-  std::string text;
-  AppendJson(value, "", text);
-  return text + "\n";
-}
 
 Json::Value JsonTexts(const std::vector<std::string>& texts) {
   Json::Value array(Json::arrayValue);
@@ -229,14 +160,14 @@ Listing::Listing(Output& out, std::vector<Column> columns, bool of_members, cons
       widths_(columns_.size()) {}
 
 void Listing::AddMember(const std::string& name, const Json::Value& value) {
-  _AddElement(JsonScalar(name) + ": ", value);
+  _AddElement(MDOMAIN::BASE::JsonScalar(name) + ": ", value);
 }
 
 // `name` as it stands before the value.
 void Listing::_AddElement(const std::string& name, const Json::Value& value) {
   std::string text = records_++ == 0 ? (of_members_ ? "{" : "[") : ",";
   text += "\n  " + name;
-  AppendJson(value, "  ", text);
+  MDOMAIN::BASE::AppendJson(value, "  ", text);
   out_.text_.Append(text);
 }
 

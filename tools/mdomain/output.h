@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "lib-domain/base/json_text.h"
 #include "tools/mdomain/spool.h"
 #include "tools/mdomain/terminal.h"
 
@@ -107,8 +108,7 @@ class Listing {
   size_t records_ = 0;
 };
 
-// JSON with one element per line, in UTF-8, with a line end.
-std::string JsonText(const Json::Value& value);
+using MDOMAIN::BASE::JsonText;
 
 // An array of texts.
 Json::Value JsonTexts(const std::vector<std::string>& texts);

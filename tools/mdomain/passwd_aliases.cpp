@@ -47,6 +47,14 @@ std::vector<std::string> Fields(const std::string& line) {
 void ReadPasswd(const PasswdAliases& source, ForeignMail& mail) {
   size_t others = 0;
   for (const Line& line : Lines(ReadForeignFile(source.passwd))) {
+    if (line.text.find_first_not_of(" \t\r") == std::string::npos) {
+      continue;
+    }
+    if (line.text[0] == '+' || line.text[0] == '-') {
+      mail.left_out.push_back(source.passwd + ", line " + std::to_string(line.number) +
+                              ": accounts of a directory are not in the file");
+      continue;
+    }
     const std::vector<std::string> fields = Fields(line.text);
     unsigned int uid = 0;
     if (fields.size() != kPasswdFields || fields[0].empty() ||

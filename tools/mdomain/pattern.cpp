@@ -1,7 +1,6 @@
 // mdomain pattern: what an alias pattern gives the users of a domain.
 #include "tools/mdomain/pattern.h"
 
-#include "lib-domain/base/text.h"
 #include "lib-domain/control/pattern_trial.h"
 #include "lib-domain/record/domain.h"
 #include "lib-domain/utils/domain_utils.h"
@@ -15,40 +14,13 @@ namespace mdomain {
 namespace {
 
 using MDOMAIN::CONTROL::INTERNAL::TriedAlias;
-
-constexpr size_t kLongestLocalPart = 64;
-
-// Refuses the length of a placeholder that no number holds.
-void RequireReachable(const std::string& length, const std::string& pattern) {
-  int number = 0;
-  if (!length.empty() && !MDOMAIN::BASE::ConvertToInt(length, number)) {
-    throw Failure(kRefused, "\"" + pattern + "\": no value is " + length + " bytes long");
-  }
-}
-
-// Why the alias is not what the pattern made; empty when it is.
-std::string Reason(const TriedAlias& tried) {
-  if (tried.is_from_pattern) {
-    return "";
-  }
-  if (!tried.missing.empty()) {
-    return "no value for " + tried.missing;
-  }
-  if (tried.made.empty()) {
-    return "the pattern gives nothing";
-  }
-  if (tried.made.size() > kLongestLocalPart) {
-    return "the pattern gives " + Counted(tried.made.size(), "byte") + ", more than " +
-           std::to_string(kLongestLocalPart);
-  }
-  return "\"" + tried.made + "\" is no local part";
-}
+using MDOMAIN::CONTROL::INTERNAL::TriedCounts;
 
 Json::Value TriedJson(const TriedAlias& tried) {
   Json::Value record = AccountJson(tried.user.GetUID(), tried.user.GetUserName());
   record["alias"] = tried.alias;
   record["from"] = tried.is_from_pattern ? "pattern" : tried.alias.empty() ? "none" : "account";
-  record["reason"] = Reason(tried);
+  record["reason"] = MDOMAIN::CONTROL::INTERNAL::WhyNotByPattern(tried);
   record["collision"]["users"] = static_cast<Json::UInt64>(tried.rivals);
   record["collision"]["names"] = JsonTexts(tried.rival_names);
   record["collision"]["entry"] = tried.is_entry;
@@ -68,25 +40,12 @@ std::string WriteCollision(const Json::Value& collision) {
   return unnamed == 0 ? text : text + " and " + std::to_string(unnamed) + " more";
 }
 
-struct Counts {
-  size_t users = 0;
-  size_t from_account = 0;
-  size_t without_address = 0;
-  size_t colliding = 0;
-
-  void Add(const TriedAlias& tried) {
-    ++users;
-    from_account += !tried.is_from_pattern && !tried.alias.empty() ? 1 : 0;
-    without_address += tried.alias.empty() ? 1 : 0;
-    colliding += tried.Collides() ? 1 : 0;
-  }
-  std::string Sentence() const {
-    return std::to_string(users - from_account - without_address) + " by the pattern, " +
-           std::to_string(from_account) + " by the account name, " +
-           std::to_string(without_address) + " without an address; " + std::to_string(colliding) +
-           " colliding";
-  }
-};
+std::string SentenceOf(const TriedCounts& counts) {
+  return std::to_string(counts.FromPattern()) + " by the pattern, " +
+         std::to_string(counts.from_account) + " by the account name, " +
+         std::to_string(counts.without_address) + " without an address; " +
+         std::to_string(counts.colliding) + " colliding";
+}
 
 std::vector<TriedAlias> Try(const KnownDomain& domain, const std::string& pattern) {
   std::vector<TriedAlias> tried;
@@ -104,7 +63,7 @@ void TryTyped(Call& call) {
   if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(pattern)) {
     throw NoPattern(pattern);
   }
-  Counts counts;
+  TriedCounts counts;
   Listing listing(call.out(), {{"uid", "UID"},
                                {"name", "NAME"},
                                {"alias", "ALIAS"},
@@ -115,14 +74,14 @@ void TryTyped(Call& call) {
     listing.Add(TriedJson(tried));
   }
   listing.End();
-  call.out().Line(Counted(counts.users, "user") + ": " + counts.Sentence());
+  call.out().Line(Counted(counts.users, "user") + ": " + SentenceOf(counts));
 }
 
 void Drift(Call& call) {
   const KnownDomain domain = TypedDomain(call);
   const std::string pattern = DomainRecords({domain.idx}).front().GetDefaultAliasPattern();
   size_t users = 0;
-  Counts drifted;
+  TriedCounts drifted;
   Listing listing(call.out(), {{"uid", "UID"},
                                {"name", "NAME"},
                                {"aliases", "ALIASES"},
@@ -138,7 +97,7 @@ void Drift(Call& call) {
   }
   listing.End();
   call.out().Line(std::to_string(drifted.users) + " of " + Counted(users, "user") +
-                  " without what " + pattern + " gives now: " + drifted.Sentence());
+                  " without what " + pattern + " gives now: " + SentenceOf(drifted));
 }
 
 const Register kPattern({
@@ -173,23 +132,9 @@ Failure NoPattern(const std::string& pattern) {
 }
 
 void RequireUsablePattern(const std::string& pattern) {
-  std::string sample;
-  size_t begin = 0;
-  while (begin < pattern.size()) {
-    const size_t open = pattern.find('<', begin);
-    const size_t close = open == std::string::npos ? open : pattern.find('>', open);
-    if (close == std::string::npos) {
-      break;
-    }
-    const std::string token = pattern.substr(open + 1, close - open - 1);
-    const std::string length = token.substr(0, token.find_first_not_of("0123456789"));
-    RequireReachable(length, pattern);
-    sample += pattern.substr(begin, open - begin) + "a";
-    begin = close + 1;
-  }
-  sample += pattern.substr(begin);
-  if (begin != 0 && !MDOMAIN::UTILS::IsAccountAliasValid(sample)) {
-    throw Failure(kRefused, "\"" + pattern + "\" makes no local parts of addresses");
+  const std::string why = MDOMAIN::CONTROL::INTERNAL::WhyUselessPattern(pattern);
+  if (!why.empty()) {
+    throw Failure(kRefused, "\"" + pattern + "\"" + why);
   }
 }
 

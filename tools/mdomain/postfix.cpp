@@ -138,19 +138,10 @@ void Warn(const std::string& text) {
   Note("warning: " + text);
 }
 
-std::string TellUncompiled(const std::string& type, const MapEntries& addresses) {
-  const bool is_compiled = !type.empty() && type != "lmdb";
-  const std::vector<std::string> uncompiled =
-      is_compiled ? MDOMAIN::UTILS::ListUncompilable(addresses) : std::vector<std::string>();
-  return uncompiled.empty() ? ""
-                            : "no mail comes to " + FirstOf(uncompiled) + ": a map of type " +
-                                  type + " cannot hold an address that begins with #";
-}
-
 void WarnOfUncompiled(const std::string& type, const MapEntries& addresses) {
-  const std::string text = TellUncompiled(type, addresses);
+  const std::string text = MDOMAIN::UTILS::TellUncompilable(type, addresses);
   if (!text.empty()) {
-    Warn(text + " (" + kUncompiledCure + ")");
+    Warn(text + " (" + MDOMAIN::UTILS::kUncompilableCure + ")");
   }
 }
 

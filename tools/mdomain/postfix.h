@@ -24,16 +24,10 @@ void MakePostfixMaps();
 // string when it has none.
 std::string MapTypeFor(const PostfixHost& host);
 
-constexpr const char* kUncompiledCure =
-    "apt-get install postfix-lmdb, then mdomain postfix configure --apply";
-
 // A warning on standard error, of this command itself.
 void Warn(const std::string& text);
 
-// Which of the addresses get no mail where Postfix reads maps of this type, and why; the
-// empty string when all do.
-std::string TellUncompiled(const std::string& type, const korvmailserver::MapEntries& addresses);
-// Says so in a warning.
+// Warns of addresses that get no mail where Postfix reads maps of this type.
 void WarnOfUncompiled(const std::string& type, const korvmailserver::MapEntries& addresses);
 
 }  // namespace mdomain

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "lib-domain/sync/compiled_maps.h"
 #include "platform/include/files.h"
 #include "platform/include/mail_conf.h"
 #include "platform/include/text.h"
@@ -160,7 +161,9 @@ std::vector<std::string> ListCautions(const PostfixHost& host, const PostfixCont
         " anew, and sessions that are open keep the old one: apt-get install "
         "postfix-lmdb, then run this again");
   }
-  if (const std::string text = TellUncompiled(MapTypeFor(host), content.addresses); !text.empty()) {
+  if (const std::string text =
+          MDOMAIN::UTILS::TellUncompilable(MapTypeFor(host), content.addresses);
+      !text.empty()) {
     cautions.push_back(text);
   }
   std::string why;

@@ -1,30 +1,13 @@
 #include "tools/mdomain/recorder.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <ctime>
-
-#include "lib-domain/api/updater.h"
-#include "lib-domain/history/history.h"
-#include "lib-domain/history/plan.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/notes.h"
 
 namespace mdomain {
 namespace {
 
-using MDOMAIN::HISTORY::Changes;
-using MDOMAIN::HISTORY::Entry;
-using MDOMAIN::HISTORY::Plan;
-
-std::string Person() {
-  const struct passwd* account = getpwuid(getuid());
-  const std::string name = account == nullptr ? std::to_string(getuid()) : account->pw_name;
-  const char* asked = getuid() == 0 ? std::getenv("SUDO_USER") : nullptr;
-  return asked == nullptr || *asked == '\0' ? name : std::string(asked) + " (as " + name + ")";
-}
+using MDOMAIN::HISTORY::EntryKind;
+using MDOMAIN::HISTORY::Recording;
 
 // The command as a shell would take it again.
 std::string Quoted(const std::string& word) {
@@ -42,65 +25,64 @@ std::string Quoted(const std::string& word) {
 
 }  // namespace
 
-Recorder::Recorder(const Parsed& parsed)
-    : is_refresh_(parsed.words == "refresh"),
-      is_undo_(parsed.words == "undo"),
-      is_whole_(parsed.words == "apply") {
-  if (HasTrial(*parsed.command) && parsed.words != "publish") {
-    changes_ = std::make_unique<MDOMAIN::HISTORY::ModelChanges>(
-        is_whole_ ? MDOMAIN::HISTORY::kEveryRow : MDOMAIN::HISTORY::kMostRowsKept);
-    for (const std::string& word : parsed.typed) {
-      command_ += (command_.empty() ? "" : " ") + Quoted(word);
-    }
+void TellInterrupted(MDOMAIN::HISTORY::Interrupted interrupted) {
+  if (interrupted == MDOMAIN::HISTORY::Interrupted::kTakenBack) {
+    Note("a command that is all or nothing was interrupted: it is taken back (mdomain history)");
+  } else if (interrupted == MDOMAIN::HISTORY::Interrupted::kFailed) {
+    Note("warning: the history does not have what a command changed that was interrupted");
   }
 }
 
-void Recorder::Begin() const {
-  if (changes_) {
-    changes_->WatchFiles();
+MDOMAIN::HISTORY::Interrupted SettleInterruptedWhole(const Call& call) {
+  using MDOMAIN::HISTORY::Interrupted;
+  if (!MDOMAIN::HISTORY::HasOpenWhole()) {
+    return Interrupted::kNothing;
   }
+  const ChangeLock lock(call.options().lock_timeout, call.IsQuiet() || call.options().json);
+  const Interrupted interrupted = MDOMAIN::HISTORY::SettleInterrupted(true);
+  TellInterrupted(interrupted);
+  return interrupted;
 }
 
-bool Recorder::TakeBack() const {
-  Changes changes;
-  if (!changes_ || !is_whole_ || !changes_->List(changes)) {
-    return !is_whole_;
+Recorder::Recorder(const Parsed& parsed) : is_whole_(parsed.words == "apply") {
+  if (!HasTrial(*parsed.command) || parsed.words == "publish") {
+    return;
   }
-  if (!changes.IsEmpty() && !MDOMAIN::HISTORY::TakeBack(changes)) {
-    return false;
+  std::string command;
+  for (const std::string& word : parsed.typed) {
+    command += (command.empty() ? "" : " ") + Quoted(word);
   }
-  if (!changes.IsEmpty() && !MDOMAIN::API::Updater().Trigger()) {
+  recording_ = std::make_unique<Recording>(
+      parsed.words == "refresh" ? EntryKind::kRefresh
+      : parsed.words == "undo"  ? EntryKind::kUndo
+                                : EntryKind::kChange,
+      command, is_whole_ ? MDOMAIN::HISTORY::kEveryRow : MDOMAIN::HISTORY::kMostRowsKept);
+}
+
+void Recorder::Begin() {
+  if (!recording_ || has_begun_) {
+    return;
+  }
+  has_begun_ = true;
+  // Of a command that was killed, before this one's changes would count as its own.
+  TellInterrupted(MDOMAIN::HISTORY::SettleInterrupted(true));
+  recording_->BeginNoted(MDOMAIN::HISTORY::ProcessPerson(), is_whole_);
+}
+
+bool Recorder::TakeBack() {
+  if (!recording_ || !is_whole_) {
+    return true;
+  }
+  const Recording::Back back = recording_->TakeBack();
+  if (back == Recording::Back::kUnpublished) {
     Note(
         "warning: everything is stored as before, and could not be published: run mdomain publish");
   }
-  return true;
+  return back != Recording::Back::kFailed;
 }
 
 void Recorder::Record() const {
-  if (!changes_) {
-    return;
-  }
-  Changes changes;
-  Plan plan;
-  const bool is_listed = changes_->List(changes);
-  if (is_listed && changes.IsEmpty()) {
-    return;
-  }
-  Entry entry;
-  entry.time = time(nullptr);
-  entry.person = Person();
-  entry.command = command_;
-  entry.state = is_refresh_ ? "refresh" : is_undo_ ? "undo" : "done";
-  entry.why_kept = is_refresh_ ? "a refresh follows the accounts, and would do it again"
-                   : is_undo_  ? "it took something back"
-                               : "";
-  if (!is_listed) {
-    entry.why_kept = "what it changed could not be read whole";
-  }
-  const bool is_told = MDOMAIN::HISTORY::MakePlan(changes, plan);
-  entry.summary = changes.is_whole ? plan.summary : "more than can be listed";
-  const bool is_nothing = is_told && changes.is_whole && plan.entries.empty();  // stored again
-  if (!is_nothing && (!is_told || !MDOMAIN::HISTORY::AddEntry(entry, changes, plan))) {
+  if (recording_ && !recording_->Record()) {
     Note("warning: the history does not have this change");
   }
 }

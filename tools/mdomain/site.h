@@ -95,6 +95,7 @@ Json::Value SiteJson(const Site& site);
 struct TypedSite {
   Site site;
   std::vector<std::string> unknown;  // "user erika", "group sales", each once: left out of `site`
+  std::vector<std::string> doubts;   // what may stand, and is hardly meant so, with its path
 };
 // What the text of a document says, accounts by the names that the mirror gives them. Refuses, with
 // the JSON path, what is no such document and what no model can be.

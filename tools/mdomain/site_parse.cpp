@@ -1,6 +1,7 @@
 // A document, as a site.
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/utils/domain_utils.h"
@@ -53,7 +54,7 @@ class Parser {
     for (const Place& place : root.Member("domains").Elements()) {
       AddDomain(place);
     }
-    RequireOwnRules(root.Member("domains"));
+    NoteForeignRules(root.Member("domains"));
     AddSettings(root.Member("settings"));
     RequirePrimary(root.Member("domains"));
     typed_.unknown = {unknown_.begin(), unknown_.end()};
@@ -260,8 +261,8 @@ class Parser {
     domain.copies.emplace(std::pair(rule.type, rule.name), rule.bcc_to);
   }
 
-  // A rule belongs to the domain of its address, and goes with it.
-  void RequireOwnRules(const Place& place) const {
+  // A rule should go with the domain of its address. One that is older than that domain does not.
+  void NoteForeignRules(const Place& place) {
     for (const Place& domain : place.Elements()) {
       const std::string own = AsciiForm(DomainName(domain.Member("name")));
       for (const Place& copy : domain.Member("copies").Elements()) {
@@ -271,7 +272,9 @@ class Parser {
         const auto of =
             is_account ? owners_.end() : owners_.find(AsciiForm(name.substr(name.rfind('@') + 1)));
         if (of != owners_.end() && of->second != own) {
-          copy.Member("name").Refuse("\"" + name + "\" belongs to another domain");
+          std::string doubt = copy.Member("name").path();
+          doubt.append(": \"").append(name).append("\" belongs to another domain");
+          typed_.doubts.push_back(std::move(doubt));
         }
       }
     }

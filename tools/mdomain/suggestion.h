@@ -1,15 +1,12 @@
-// What somebody may have meant who typed a name that there is not.
+// What a word that is not known may have meant.
 #ifndef TOOLS_MDOMAIN_SUGGESTION_H
 #define TOOLS_MDOMAIN_SUGGESTION_H
 
-#include <string>
-#include <vector>
+#include "lib-domain/base/suggestion.h"
 
 namespace mdomain {
 
-// "; did you mean \"NAME\"?" for the known name that is nearest: it begins with what was typed, or
-// a few letters of it are wrong, missing, too many or swapped. Empty when none is near.
-std::string DidYouMean(const std::string& typed, const std::vector<std::string>& known);
+using MDOMAIN::BASE::DidYouMean;
 
 }  // namespace mdomain
 

@@ -223,13 +223,15 @@ void RequireNobodySpared(const RefreshSummary& summary, bool dry_run) {
   }
 }
 
-RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit) {
-  RequirePublishable(call);
+RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit, bool only_mirrors) {
+  if (!only_mirrors) {
+    RequirePublishable(call);
+  }
   const Progress progress(!call.IsQuiet() && !call.out().json(), "reading users");
   MDOMAIN::API::Updater updater;
   updater.SetDeletionLimit(limit);
   updater.AllowEmptyPublication(call.Has("--force"));
-  if (!updater.Refresh()) {
+  if (!(only_mirrors ? updater.MDOMAIN::UTILS::Updater::Refresh() : updater.Refresh())) {
     if (updater.GetErrorCode() != 0 &&
         updater.GetErrorCode() != MDOMAIN::BASE::kApiErrorUnpublished) {
       throw ApiFailure(updater.GetErrorCode(), "the refresh");
@@ -252,7 +254,8 @@ void Refresh(Call& call) {
   const bool quiet = call.IsQuiet() && !call.out().json();
   const DeletionLimit limit = TypedLimit(call);
   const std::string before = quiet ? StoredState() : "";
-  const RefreshSummary summary = RunRefresh(call, limit);
+  const std::string why_only_mirrored = WhyOnlyMirrored(call);
+  const RefreshSummary summary = RunRefresh(call, limit, !why_only_mirrored.empty());
   // For doctor: a refresh that changes nothing leaves no other trace.
   korvmailserver::ReplaceFile(MDOMAIN::PATHS::LastRefresh(), "",
                               S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
@@ -264,6 +267,10 @@ void Refresh(Call& call) {
     call.out().Flush();  // before the message, and whole although the command fails
   }
   RequireNobodySpared(summary, dry_run);
+  if (!why_only_mirrored.empty()) {
+    throw Failure(kUnpublished, "the accounts are read, nothing is published: " + why_only_mirrored,
+                  "mdomain apply or domain create makes domains of this account source");
+  }
 }
 
 void Publish(Call& call) {

@@ -1,14 +1,13 @@
 // Characters and their widths are libunistring's, as in the library.
 #include "tools/mdomain/text.h"
 
-#include <unistr.h>
 #include <uniwidth.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <utility>
 
-#include "lib-domain/base/text.h"
+#include "lib-domain/base/sentence.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/status.h"
 
@@ -59,45 +58,17 @@ std::string Printable(const std::string& text) {
   return IsPlainAscii(shown) ? shown : korvmailserver::VisibleText(shown);
 }
 
-void ForEachCharacter(const std::string& text,
-                      const std::function<void(char32_t, size_t, size_t)>& use) {
-  for (size_t at = 0; at < text.size();) {
-    ucs4_t character = 0xFFFD;
-    int length = u8_mbtoucr(&character, Bytes(text) + at, text.size() - at);
-    if (length <= 0) {
-      character = 0xFFFD;
-      length = 1;
-    }
-    use(character, at, static_cast<size_t>(length));
-    at += static_cast<size_t>(length);
-  }
-}
-
-std::string ValidUtf8(const std::string& text) {
-  std::string result;
-  ForEachCharacter(text, [&](char32_t character, size_t at, size_t length) {
-    const bool broken = length == 1 && character == 0xFFFD;
-    result += broken ? "\xEF\xBF\xBD" : text.substr(at, length);
-  });
-  return result;
-}
-
 int Width(const std::string& text) {
   return IsPlainAscii(text) ? static_cast<int>(text.size())
                             : u8_width(Bytes(text), text.size(), "UTF-8");
 }
 
 std::string FirstOf(const std::vector<std::string>& texts, const std::string& separator) {
-  constexpr size_t kShown = 10;
-  const size_t shown = std::min(texts.size(), kShown);
-  const std::vector<std::string> first(texts.begin(), texts.begin() + static_cast<long>(shown));
-  const std::string text = MDOMAIN::BASE::Join(first, separator);
-  return shown == texts.size() ? text
-                               : text + " and " + std::to_string(texts.size() - shown) + " more";
+  return MDOMAIN::BASE::FirstOf(texts, separator);
 }
 
 std::string Counted(size_t count, const std::string& noun) {
-  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+  return MDOMAIN::BASE::Counted(count, noun);
 }
 
 }  // namespace mdomain

@@ -2,9 +2,10 @@
 #ifndef TOOLS_MDOMAIN_TEXT_H
 #define TOOLS_MDOMAIN_TEXT_H
 
-#include <functional>
 #include <string>
 #include <vector>
+
+#include "lib-domain/base/characters.h"
 
 namespace mdomain {
 
@@ -22,13 +23,7 @@ std::string AsShown(std::string text);
 // like another.
 std::string Printable(const std::string& text);
 
-// Calls `use(character, start, length)` for each character, and for each byte that is not UTF-8
-// with character U+FFFD.
-void ForEachCharacter(const std::string& text,
-                      const std::function<void(char32_t, size_t, size_t)>& use);
-
-// `text` as UTF-8, which JSON demands: other bytes become U+FFFD.
-std::string ValidUtf8(const std::string& text);
+using MDOMAIN::BASE::ForEachCharacter;
 
 // Columns that a printable text takes on a terminal.
 int Width(const std::string& text);

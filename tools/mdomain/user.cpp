@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "lib-domain/api/domain_user.h"
-#include "tools/mdomain/alias_owner.h"
+#include "lib-domain/insight/alias_owner.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"
@@ -11,6 +11,10 @@
 
 namespace mdomain {
 namespace {
+
+using MDOMAIN::INSIGHT::AddressOwners;
+using MDOMAIN::INSIGHT::AliasOwner;
+using MDOMAIN::INSIGHT::AliasOwners;
 
 using MDOMAIN::API::DomainUser;
 
@@ -77,7 +81,7 @@ std::vector<std::string> WithOwners(const Call& call, const AddressOwners& owner
 }
 
 void AllAddresses(Call& call) {
-  const AddressOwners owners(Domains(), std::nullopt);
+  const AddressOwners owners(Domains().all(), std::nullopt);
   Listing listing(call.out(), {{"name", "NAME"}, {"addresses", "ADDRESSES"}}, true);
   const auto add = [&](const std::string& name, std::vector<std::string> addresses) {
     owners.PutPrimaryFirst(addresses);
@@ -114,7 +118,7 @@ void Addresses(Call& call) {
   if (!read) {
     throw Failure(kFailed, "the addresses of \"" + user.GetUserName() + "\" could not be read");
   }
-  const AddressOwners owners(Domains(), user.GetUID());
+  const AddressOwners owners(Domains().all(), user.GetUID());
   call.out().Texts(WithOwners(call, owners, user.GetUserName(), addresses));
 }
 

@@ -1,148 +1,75 @@
 // mdomain user show: everything about one account.
-#include <algorithm>
-#include <iterator>
-#include <unordered_set>
-
-#include "lib-domain/api/domain_user.h"
-#include "lib-domain/base/text.h"
-#include "lib-domain/db/look_up.h"
-#include "lib-domain/db/user.h"
+#include "lib-domain/insight/person.h"
 #include "tools/mdomain/account_output.h"
-#include "tools/mdomain/alias_owner.h"
-#include "tools/mdomain/bcc_rule_name.h"
 #include "tools/mdomain/command.h"
+#include "tools/mdomain/copy_output.h"
 #include "tools/mdomain/domain_output.h"
 #include "tools/mdomain/lookup.h"
-#include "tools/mdomain/stored_copies.h"
 #include "tools/mdomain/text.h"
 #include "tools/mdomain/user_output.h"
 
 namespace mdomain {
 namespace {
 
-using MDOMAIN::BASE::EqualsIgnoreCase;
-using MDOMAIN::RECORD::DomainUser;
 using MDOMAIN::RECORD::User;
 
-// The mirrored groups of these ids; none for an empty list.
-Json::Value GroupsJson(const std::vector<unsigned int>& gids) {
-  if (gids.empty()) {
-    return Json::Value(Json::arrayValue);
-  }
-  MDOMAIN::DB::GroupDBFilter filter;
-  filter.SetGIDs(gids);
-  return AccountsJson(ListGroups(filter));
-}
-
-Json::Value GroupsOf(unsigned int uid) {
-  std::vector<unsigned int> gids;
-  if (!MDOMAIN::DB::User().FindBelongingGroups(uid, gids)) {
-    throw Failure(kFailed, "the groups of the user could not be read");
-  }
-  return GroupsJson(gids);
-}
-
-Json::Value AliasesJson(const DomainUser& user, const AliasOwners& owners) {
-  Json::Value aliases(Json::arrayValue);
-  for (const auto& [alias, is_flagged] : user.GetAliasDuplicatedPairs()) {
-    Json::Value record = AliasJson(alias, is_flagged);
-    const AliasOwner* owner = is_flagged ? owners.Find(user.GetDomainIdx(), alias) : nullptr;
-    record["owner"] = owner == nullptr ? user.GetUserName() : owner->name;
-    record["entry"] = owner != nullptr && owner->is_entry;
-    aliases.append(record);
-  }
-  return aliases;
-}
-
-// What the user is in one domain; null for nothing.
-Json::Value InDomain(const KnownDomain& domain, const User& user,
-                     const std::vector<DomainUser>& with_aliases) {
-  std::vector<DomainUser> found;
-  if (!MDOMAIN::DB::INTERNAL::AddDomainUser(domain.idx, user.GetUID(), found)) {
-    throw Failure(kFailed, "the users of the domain could not be read");
-  }
-  const bool has_role = !found.empty();
-  if (!has_role) {
-    std::copy_if(with_aliases.begin(), with_aliases.end(), std::back_inserter(found),
-                 [&](const DomainUser& one) { return one.GetDomainIdx() == domain.idx; });
-  }
-  if (found.empty()) {
-    return Json::Value();
-  }
-  std::vector<unsigned int> gids;
-  if (!MDOMAIN::DB::DomainUser().FindBeingEffectedGroups(domain.idx, user.GetUID(), gids)) {
-    throw Failure(kFailed, "the groups of the domain could not be read");
-  }
-  AliasOwners owners;
-  owners.Read(domain.idx, FlaggedAliases(found.front()));
-  Json::Value record = DomainNameJson(domain);
-  record["role"] = has_role ? found.front().GetRole() : "";
-  record["own_role"] = has_role && !found.front().IsUnderGroupControl();
-  record["groups"] = GroupsJson(gids);
-  record["aliases"] = AliasesJson(found.front(), owners);
-  return record;
-}
-
-bool WasTakenOut(const KnownDomain& domain, unsigned int uid) {
-  std::unordered_set<unsigned int> removed;
-  if (!MDOMAIN::API::DomainUser().GetAllRemovedUIDs(domain.idx, removed)) {
-    throw Failure(kFailed, "the removed users could not be read");
-  }
-  return removed.count(uid) != 0;
-}
-
-Json::Value AddressesJson(const Domains& domains, const User& user) {
-  std::vector<std::string> addresses;
-  if (!MDOMAIN::API::DomainUser().GetMailAddrIncludingAdditionalDomain(user.GetUserName(),
-                                                                       addresses)) {
-    throw Failure(kFailed, "the addresses of the user could not be read");
-  }
-  const AddressOwners owners(domains, user.GetUID());
+Json::Value GroupsJson(const std::vector<Account>& groups) {
   Json::Value records(Json::arrayValue);
-  for (const std::string& address : addresses) {
-    const AliasOwner* other = owners.FindOther(user.GetUserName(), address);
-    Json::Value record;
-    record["address"] = address;
-    record["owner"] = other == nullptr ? user.GetUserName() : other->name;
-    record["entry"] = other != nullptr && other->is_entry;
+  for (const Account& group : groups) {
+    records.append(AccountJson(MDOMAIN::RECORD::Group(group.id, group.name, "")));
+  }
+  return records;
+}
+
+Json::Value AliasesJson(const std::vector<PersonAlias>& aliases) {
+  Json::Value records(Json::arrayValue);
+  for (const PersonAlias& alias : aliases) {
+    Json::Value record = AliasJson(alias.local_part, alias.is_taken);
+    record["owner"] = alias.owner;
+    record["entry"] = alias.is_entry;
+    record["others"] = JsonTexts(alias.others);
+    record["why"] = alias.why;
     records.append(record);
   }
   return records;
 }
 
-// Whether a name or destination of a rule in the domain means the user: the account, an alias of
-// that domain, or an address that is the user's own.
-bool IsNamed(const Json::Value& user, int domain_idx, const std::string& text) {
-  if (text.find('@') != std::string::npos) {
-    return std::any_of(user["addresses"].begin(), user["addresses"].end(), [&](const auto& one) {
-      return one["owner"] == user["name"] &&
-             SameRuleName(BCC_RECIPIENT, one["address"].asString(), text);
-    });
+Json::Value DomainsJson(const std::vector<PersonDomain>& domains) {
+  Json::Value records(Json::arrayValue);
+  for (const PersonDomain& domain : domains) {
+    Json::Value record = DomainNameJson(domain.domain.idx, domain.domain.name);
+    record["role"] = MDOMAIN::INSIGHT::TextOf(domain.role);
+    record["own_role"] = domain.has_own_role;
+    record["groups"] = GroupsJson(domain.groups);
+    record["aliases"] = AliasesJson(domain.aliases);
+    records.append(record);
   }
-  for (const Json::Value& domain : user["domains"]) {
-    for (const Json::Value& alias : domain["aliases"]) {
-      if (domain["id"] == domain_idx && !alias["duplicated"].asBool() &&
-          EqualsIgnoreCase(alias["alias"].asString(), text)) {
-        return true;
-      }
-    }
-  }
-  return SameRuleName(BCC_RECIPIENT, user["name"].asString(), text);
+  return records;
 }
 
-Json::Value CopiesJson(const Domains& domains, const Json::Value& user) {
-  Json::Value copies(Json::arrayValue);
-  for (const KnownDomain& domain : domains.all()) {
-    ForEachCopy(domain.idx, [&](const BccInfo& rule) {
-      const bool is_name = rule.type != BCC_DOMAIN && IsNamed(user, domain.idx, rule.name);
-      if (is_name || IsNamed(user, domain.idx, rule.bcc_to)) {
-        Json::Value record = CopyJson(rule);
-        record["domain"] = DomainNameJson(domain);
-        copies.append(record);
-      }
-    });
+Json::Value PersonJson(const Person& person) {
+  Json::Value record = AccountJson(person.uid, person.name);
+  record["groups"] = GroupsJson(person.groups);
+  record["domains"] = DomainsJson(person.domains);
+  record["removed_from"] = Json::Value(Json::arrayValue);
+  for (const DomainName& domain : person.taken_out_of) {
+    record["removed_from"].append(DomainNameJson(domain.idx, domain.name));
   }
-  return copies;
+  record["addresses"] = Json::Value(Json::arrayValue);
+  for (const PersonAddress& address : person.addresses) {
+    Json::Value one;
+    one["address"] = address.address;
+    one["owner"] = address.owner;
+    one["entry"] = address.is_entry;
+    record["addresses"].append(one);
+  }
+  record["copies"] = Json::Value(Json::arrayValue);
+  for (const PersonCopy& copy : person.copies) {
+    Json::Value one = CopyJson(copy.copy);
+    one["domain"] = DomainNameJson(copy.domain.idx, copy.domain.name);
+    record["copies"].append(one);
+  }
+  return record;
 }
 
 // "normal (own)", "domain_admin (by books, sales)", "none"
@@ -207,23 +134,7 @@ void Print(Output& out, const Json::Value& user) {
 
 void Show(Call& call) {
   const User user = FindUser(call.Text("USER"));
-  const Domains domains;
-  const std::vector<DomainUser> with_aliases = DomainsOfUser(user.GetUID());
-  Json::Value record = AccountJson(user);
-  record["groups"] = GroupsOf(user.GetUID());
-  record["domains"] = Json::Value(Json::arrayValue);
-  record["removed_from"] = Json::Value(Json::arrayValue);
-  for (const KnownDomain& domain : domains.all()) {
-    const Json::Value in_domain = InDomain(domain, user, with_aliases);
-    if (!in_domain.isNull()) {
-      record["domains"].append(in_domain);
-    }
-    if (WasTakenOut(domain, user.GetUID())) {
-      record["removed_from"].append(DomainNameJson(domain));
-    }
-  }
-  record["addresses"] = AddressesJson(domains, user);
-  record["copies"] = CopiesJson(domains, record);
+  const Json::Value record = PersonJson(MDOMAIN::INSIGHT::DescribePerson(user, Domains().all()));
   if (call.out().json()) {
     call.out().Record(record, {});
   } else {

@@ -84,12 +84,10 @@ bool PublishedDomains::IsUnknown(int domain_id, const std::string& destination, 
 
 using namespace MDOMAIN::API::INTERNAL;  // NOLINT(google-build-using-namespace)
 
-int BCC::CheckDestinations(int domain_id, const std::list<BccInfo>& rules,
-                           std::vector<std::string>& warnings) {
-  PublishedDomains domains;
-  if (!domains.Load()) {
-    return -1;
-  }
+namespace {
+
+bool AddWarnings(int domain_id, const std::list<BccInfo>& rules, PublishedDomains& domains,
+                 std::vector<std::string>& warnings) {
   std::unordered_set<std::string> done;
   for (const BccInfo& rule : rules) {
     if (!done.insert(rule.bcc_to).second) {
@@ -97,7 +95,7 @@ int BCC::CheckDestinations(int domain_id, const std::list<BccInfo>& rules,
     }
     bool unknown = false;
     if (!domains.IsUnknown(domain_id, rule.bcc_to, unknown)) {
-      return -1;
+      return false;
     }
     if (unknown) {
       warnings.push_back(rule.bcc_to + ": nobody has this address");
@@ -106,6 +104,28 @@ int BCC::CheckDestinations(int domain_id, const std::list<BccInfo>& rules,
       if (!reason.empty()) {
         warnings.push_back(rule.bcc_to + ": " + reason);
       }
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+int BCC::CheckDestinations(int domain_id, const std::list<BccInfo>& rules,
+                           std::vector<std::string>& warnings) {
+  PublishedDomains domains;
+  return domains.Load() && AddWarnings(domain_id, rules, domains, warnings) ? 0 : -1;
+}
+
+int BCC::CheckAllDestinations(const std::map<int, std::list<BccInfo>>& rules,
+                              std::map<int, std::vector<std::string>>& warnings) {
+  PublishedDomains domains;
+  if (rules.empty() || !domains.Load()) {
+    return rules.empty() ? 0 : -1;
+  }
+  for (const auto& [domain_id, of_domain] : rules) {
+    if (!AddWarnings(domain_id, of_domain, domains, warnings[domain_id])) {
+      return -1;
     }
   }
   return 0;

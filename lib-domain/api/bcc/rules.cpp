@@ -78,6 +78,13 @@ void MDOMAIN::API::INTERNAL::ResetBccInstanceForTest() {
   process_instance = nullptr;
 }
 
+MDOMAIN::API::INTERNAL::OtherBccInstance::OtherBccInstance()
+    : kept_(std::exchange(process_instance, nullptr)) {}
+
+MDOMAIN::API::INTERNAL::OtherBccInstance::~OtherBccInstance() {
+  delete std::exchange(process_instance, kept_);
+}
+
 BCC::BCC(int domain_id, const std::string& db_path) : domain_id_(domain_id), db_path_(db_path) {}
 
 BCC::~BCC() = default;

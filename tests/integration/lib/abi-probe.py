@@ -5,7 +5,7 @@ import re
 import sys
 
 OPENS = re.compile(r"^namespace ([\w:]+) \{")
-NAMES = re.compile(r"^(?:class|struct) (?:MDOMAIN_EXPORT )?(\w+)(?: : [^;]*)? \{")
+NAMES = re.compile(r"^(?:class|struct) (?:MDOMAIN_EXPORT )?(?:MDOMAIN_LAYOUT\(\w+\) )?(\w+)(?: : [^;]*)? \{")
 
 
 def classes(header):

@@ -9,6 +9,14 @@ source_dir=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../../..")
 PATH=$build/bin:$PATH
 export ASAN_OPTIONS=${ASAN_OPTIONS:-}:exitcode=99 UBSAN_OPTIONS=print_stacktrace=1
 
+# sanitizer_options LIBRARY : the options with which a program that uses it is built
+sanitizer_options() {
+  local symbols
+  symbols=$(nm -D "$1")
+  ! grep -q __asan_init <<<"$symbols" || echo "-fsanitize=address -fsanitize=undefined"
+  ! grep -q __tsan_init <<<"$symbols" || echo "-fsanitize=thread"
+}
+
 fail() { echo "FAILED: $*" | tee -a "$scratch/failures"; }
 finish() {
   local ended=$?
@@ -25,6 +33,19 @@ matches() { grep -qE -- "$3" <<<"$2" || fail "$1: got '$2', want a match of '$3'
 
 # alike NAME FILE FILE : the same bytes, also as folders.
 alike() { diff -r "$2" "$3" || fail "$1: differs"; }
+
+# schema_takes FILE : whether this export is what docs/export.schema.json says (python3-jsonschema).
+schema_takes() {
+  python3 - "$source_dir/docs/export.schema.json" "$1" <<'END'
+import json, sys, jsonschema
+schema, document = (json.load(open(path)) for path in sys.argv[1:])
+try:
+    jsonschema.validate(document, schema)
+except jsonschema.ValidationError as error:
+    sys.exit(f"{error.json_path}: {error.message}")
+END
+}
+fits_schema() { schema_takes "$1" || fail "$1 is not what its schema says"; }
 
 # run COMMAND... : runs mdomain; its output, messages and exit status are in $out, $err, $status.
 run() {

@@ -1,0 +1,24 @@
+# Sourced after private.bash and driver.bash: mdomain-web on port 8025, for people of the root in force
+# who are accounts of this machine with passwords of its PAM.
+
+# web_start NAME... : those have the password "of NAME". Its output is in $scratch/web.log.
+web_start() {
+  cp -a /etc "$scratch/etc" && mount --bind "$scratch/etc" /etc
+  grep -v ^root "$MDOMAIN_ROOT/etc/passwd" >>/etc/passwd
+  grep -v ^root "$MDOMAIN_ROOT/etc/group" >>/etc/group
+  local name
+  for name; do
+    printf '%s:%s:20000:0:99999:7:::\n' "$name" "$(openssl passwd -6 "of $name")" >>/etc/shadow
+  done
+  cp "$source_dir/packaging/debian/mailserver-domain-web.mdomain-web.pam" /etc/pam.d/mdomain-web
+  mkdir -p "$MDOMAIN_ROOT/etc/mailserver-domain"
+  printf '[sign-in]\nadministrators = mailadmins\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/web.ini"
+  mdomain-web --state "$scratch" 2>"$scratch/web.log" &
+  web=$!
+  wait_for mdomain-web listens 8025
+}
+
+web_stop() {
+  stop TERM $web
+  ! grep -E 'ERROR|runtime error' "$scratch/web.log" || fail "mdomain-web complained"
+}

@@ -1,0 +1,248 @@
+"""Asks mdomain-web on port 8025: web_interface.py SCRATCH. anna administers example.com (1), ben is in
+the host's group of administrators, erik has no rights, erika's account has ended."""
+
+import html
+import http.client
+import json
+import re
+import socket
+import sys
+import time
+import urllib.parse
+import urllib.request
+
+import jsonschema
+
+SCRATCH = sys.argv[1]
+failures = 0
+
+
+def same(name, got, want):
+    global failures
+    if got != want:
+        failures += 1
+        print(f"FAILED: {name}: got {got!r}, want {want!r}")
+
+
+class Browser:
+    """Keeps cookies and the key of forms, as a browser does; follows nothing by itself."""
+
+    def __init__(self, name=None):
+        self.cookies = {}
+        self.key = ""
+        if name:
+            answer = self.sign_in(name, "of " + name)
+            same(f"sign-in of {name}", (answer.status, answer.getheader("Location")), (303, "/"))
+            self.get("/")
+
+    def ask(self, method, path, fields=None, headers=None):
+        connection = http.client.HTTPConnection("127.0.0.1", 8025, timeout=60)
+        headers = dict(headers or {})
+        if self.cookies:
+            headers["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
+        body = None
+        if fields is not None:
+            body = urllib.parse.urlencode(fields)
+            headers["Content-Type"] = "application/x-www-form-urlencoded"
+        connection.request(method, path, body, headers)
+        answer = connection.getresponse()
+        answer.text = answer.read().decode()
+        for cookie in answer.msg.get_all("Set-Cookie") or []:
+            name, value = cookie.split(";")[0].split("=")
+            self.cookies[name] = value
+        found = re.search(r'name="form_key" value="([0-9a-f]+)"', answer.text)
+        self.key = found.group(1) if found else self.key
+        return answer
+
+    def get(self, path):
+        return self.ask("GET", path)
+
+    def post(self, path, **fields):
+        return self.ask("POST", path, {"form_key": self.key, **fields})
+
+    def sign_in(self, name, password):
+        return self.ask("POST", "/sign-in", {"name": name, "password": password})
+
+
+def check_sign_in():
+    nobody = Browser()
+    same("without a cookie", (nobody.get("/").status, nobody.get("/domains/1").getheader("Location")), (303, "/sign-in"))
+    for name, password in (("anna", "of ben"), ("anna", ""), ("nobody", "x"), ("", "x"), ("erika", "of erika"),
+                           ("anna\0", "of anna"), ("a" * 300, "x"), ("ben", "b" * 2000)):
+        answer = nobody.sign_in(name, password)
+        same(f"sign-in of {name[:9]!r}", (answer.status in (403, 429), nobody.cookies), (True, {}))
+    # By now the address waits as well as a name that was tried often.
+    same("after many tries", nobody.sign_in("ghost", "x").status, 429)
+    time.sleep(9)
+    anna = Browser("anna")
+    cookie = anna.ask("POST", "/sign-in", {"name": "anna", "password": "of anna"}).getheader("Set-Cookie")
+    same("cookie", re.sub("[0-9a-f]{64}", "KEY", cookie), "mdomain=KEY; Path=/; HttpOnly; SameSite=Strict")
+    anna.get("/")
+    old = dict(anna.cookies)
+    same("signing out", anna.post("/sign-out").getheader("Location"), "/sign-in")
+    anna.cookies = old
+    same("after signing out", anna.get("/").status, 303)
+
+
+def check_forms(anna):
+    """A form counts from the page alone, shows what it would change, and changes it once confirmed."""
+    path = "/domains/1/people/1003"
+    for name, answer in {
+        "without the key": anna.ask("POST", path, {"aliases": "erik\nboss"}),
+        "with another key": anna.ask("POST", path, {"aliases": "x", "form_key": "0" * 64}),
+        "from another site": anna.ask("POST", path, {"form_key": anna.key}, {"Sec-Fetch-Site": "cross-site"}),
+    }.items():
+        same(name, answer.status, 403)
+    version = re.search(r'name="version" value="([0-9a-f]*)"', anna.get(path).text).group(1)
+    fields = {"aliases": "erik\nboss", "version": version, "role": ""}
+    plan = anna.post(path, **fields)
+    same("the plan", (plan.status, "boss@example.com" in plan.text), (200, True))
+    same("nothing yet", "boss" in anna.get(path).text, False)
+    hidden = {name: html.unescape(value) for name, value in re.findall(r'name="([a-z_]+)" value="([^"]*)"', plan.text)}
+    done = anna.post(path, **hidden)
+    same("confirmed", (done.status, done.getheader("Location")), (303, path))
+    same("the change", "boss" in anna.get(path).text, True)
+    same("the old version", anna.post(path, **fields).status, 412)
+    answer = anna.post("/domains/1", description="<script>alert(1)</script>\u202egnp", pattern="<a>", adds_accounts="1", confirmed="1")
+    same("a description", answer.status, 303)
+    page = anna.get("/domains/1").text
+    same("markup and direction", ("<script>alert" in page, "&lt;script&gt;" in page, "\u202e" in page), (False, True, False))
+
+
+ALLOWED = {200, 303}
+
+
+def check_rights(people):
+    """Every route, by everybody, with what is theirs and what is another's."""
+    routes = [line.split() for line in open(SCRATCH + "/routes").read().splitlines()]
+    own = {"domain": "1", "uid": "1003", "gid": "2001", "name": "sales", "id": "999"}
+    others = {**own, "domain": "2", "uid": "1004", "gid": "2002"}
+    for name, browser in people.items():
+        for method, route in routes:
+            for parts in (own, others):
+                path = re.sub(r"\{(\w+)\}", lambda part, parts=parts: parts[part.group(1)], route)
+                if method == "POST":
+                    answer = browser.post(path) if path != "/tokens" else browser.get(path)
+                else:
+                    answer = browser.get(path)
+                case = f"{name}: {method} {path}"
+                same(case + ", failed", answer.status >= 500, False)
+                secret = "bücher" in answer.text or "xn--" in answer.text
+                if name == "nobody":
+                    same(case, answer.getheader("Location"), "/sign-in")
+                elif name == "erik" and "{domain}" in route:
+                    same(case, answer.status in ALLOWED or secret, False)
+                elif name == "anna" and parts is others and "{domain}" in route:
+                    same(case, answer.status in ALLOWED or secret, False)
+                elif name == "ben" and method == "GET" and parts is own:
+                    same(case, answer.status in ALLOWED, True)
+    same("of host alone", [people["anna"].post("/domains/new", name="x.example").status,
+                           people["anna"].post("/refresh").status], [403, 403])
+
+
+class Program:
+    def __init__(self, browser, may_change):
+        fields = {"label": "test", "days": "1", **({"may_change": "1"} if may_change else {})}
+        browser.get("/tokens")
+        self.token = re.search(r"mdomain_[0-9a-f]{64}", browser.post("/tokens", **fields).text).group(0)
+
+    def ask(self, method, path, body=None, **headers):
+        connection = http.client.HTTPConnection("127.0.0.1", 8025, timeout=60)
+        headers = {name.replace("_", "-"): value for name, value in headers.items()}
+        headers.setdefault("Authorization", "Bearer " + self.token)
+        if body is not None:
+            headers["Content-Type"] = "application/json"
+            body = body if isinstance(body, str) else json.dumps(body)
+        connection.request(method, "/api/v1" + path, body, headers)
+        answer = connection.getresponse()
+        return answer.status, json.loads(answer.read()), answer.headers
+
+
+def check_api(people):
+    anna, reader, host = Program(people["anna"], True), Program(people["anna"], False), Program(people["ben"], True)
+    document = anna.ask("GET", "/openapi.json", Authorization="")[1]
+    values = {"domain": "1", "uid": "1003", "gid": "2001", "name": "sales", "text": "anna", "address": "anna@example.com"}
+    for path, methods in document["paths"].items():
+        operation = methods.get("get")
+        if operation is None:
+            continue
+        wanted = [one["name"] for one in operation.get("parameters", []) if one["required"] and one["in"] == "query"]
+        asked = re.sub(r"\{(\w+)\}", lambda part: values[part.group(1)], path)
+        asked += "?" + "&".join(f"{name}={values[name]}" for name in wanted) if wanted else ""
+        status, answer, _ = host.ask("GET", asked)
+        schema = operation["responses"]["200"]["content"]["application/json"]["schema"]
+        try:
+            jsonschema.Draft202012Validator({**schema, "components": document["components"]}).validate(answer)
+        except jsonschema.ValidationError as error:
+            same("GET " + asked, error.message, "")
+        same("status of " + asked, status, 200)
+    problem = {"$ref": "#/components/schemas/Problem", "components": document["components"]}
+    user, patch = "/domains/1/users/1003", {"add_aliases": ["chief"]}
+    etag = anna.ask("GET", user)[2]["ETag"]
+    for name, (status, answer, _), want in (
+        ("no token", anna.ask("GET", "/domains", Authorization=""), 401),
+        ("a wrong token", anna.ask("GET", "/domains", Authorization="Bearer mdomain_" + "0" * 64), 401),
+        ("who may read only", reader.ask("PATCH", user, patch), 403),
+        ("another domain", anna.ask("GET", "/domains/2"), 404),
+        ("another domain's user", anna.ask("GET", "/domains/2/users/1004"), 404),
+        ("a user who is not there", anna.ask("GET", "/domains/1/users/9999"), 404),
+        ("no path", anna.ask("GET", "/nothing"), 404),
+        ("no method", anna.ask("PUT", "/domains"), 405),
+        ("a number that is none", anna.ask("GET", "/domains/one"), 400),
+        ("a parameter that is none", anna.ask("GET", "/domains?x=1"), 400),
+        ("a member that is none", anna.ask("PATCH", user, {"x": 1}), 400),
+        ("no JSON", anna.ask("PATCH", user, "{"), 400),
+        ("deep JSON", anna.ask("PATCH", user, "[" * 100000), 400),
+        ("no object", anna.ask("PATCH", user, "[]"), 400),
+        ("not hers", anna.ask("DELETE", "/domains/1"), 403),
+        ("a name that is none", host.ask("POST", "/domains", {"name": "no domain"}), 400),
+        ("a taken name", host.ask("POST", "/domains", {"name": "example.com"}), 409),
+        ("changed meanwhile", anna.ask("PATCH", user, patch, If_Match='"0"'), 412),
+    ):
+        same(name, (status, answer.get("status")), (want, want))
+        jsonschema.Draft202012Validator(problem).validate(answer)
+    status, plan, _ = anna.ask("PATCH", user + "?dry_run=true", patch)
+    same("a plan", (status, [one["names"].get("alias") for one in plan["value"]["changes"]]), (200, ["chief"]))
+    same("which changed nothing", anna.ask("GET", user)[2]["ETag"], etag)
+    status, _, headers = anna.ask("PATCH", user, patch, If_Match=etag)
+    same("a change", (status, headers["ETag"] != etag), (200, True))
+    page = people["anna"].get("/tokens").text
+    for path in re.findall(r'/tokens/\d+/revoke', page):
+        people["anna"].post(path)
+    same("revoked", anna.ask("GET", "/domains")[0], 401)
+
+
+def check_limits():
+    def raw(*parts, pause=0.0):
+        with socket.create_connection(("127.0.0.1", 8025), timeout=60) as connection:
+            try:
+                for part in parts:
+                    connection.sendall(part)
+                    time.sleep(pause)
+                got = b""
+                while more := connection.recv(65536):
+                    got += more
+            except OSError:
+                return b""
+            return got.split(b"\r\n")[0]
+    begin = b"GET /sign-in HTTP/1.1\r\nHost: x\r\n"
+    for name, got, want in (
+        ("a long path", raw(b"GET /" + b"a" * 4000 + b" HTTP/1.1\r\n\r\n"), b"414"),
+        ("a longer path", raw(b"GET /" + b"a" * 100000 + b" HTTP/1.1\r\n\r\n"), b"414|^$"),
+        ("a long header", raw(begin + b"X: " + b"a" * 100000 + b"\r\n\r\n"), b"400|431|^$"),
+        ("a long body", raw(b"POST /sign-in HTTP/1.1\r\nHost: x\r\nContent-Length: 2000000\r\n\r\n" + b"a" * 2000000), b"413|^$"),
+        ("nonsense", raw(b"\x00\xff\r\n\r\n"), b"400|^$"),
+        ("one after the other", raw(begin + b"\r\n" + begin + b"\r\n"), b"200"),
+        ("byte by byte", raw(*[b"%c" % byte for byte in begin] * 3, pause=0.2), b"400|408|^$"),
+    ):
+        same(name, bool(re.search(want, got)), True)
+    same("afterwards", Browser().get("/sign-in").status, 200)
+
+
+check_sign_in()
+people = {"nobody": Browser(), "erik": Browser("erik"), "anna": Browser("anna"), "ben": Browser("ben")}
+check_rights(people)
+check_forms(people["anna"])
+check_api(people)
+check_limits()
+sys.exit(1 if failures else 0)

@@ -1,0 +1,43 @@
+#!/bin/bash
+# mdomain-web asks PAM who somebody is, and shows and changes what the person may see and no more, in
+# pages and below /api/v1; every route is asked by every role, and the HTTP parser meets its limits.
+# ctest-timeout: 600
+here=$(dirname "$0")
+. "$here/lib/private.bash"
+. "$here/lib/driver.bash"
+. "$here/lib/web.bash"
+
+new_root web
+printf 'mailadmins:x:2004:ben\n' >>"$MDOMAIN_ROOT/etc/group"
+good domain create example.com
+good domain create bücher.example --pattern '<4a>' --no-auto-add
+good refresh
+good group add bücher.example books
+good user add bücher.example erik erika
+good user set example.com anna --role domain_admin
+good alias create example.com sales --group sales
+good bcc add example.com erik anna --type recipient
+
+# What is wrong in the settings is named.
+while IFS='|' read -r lines said; do
+  printf %b "$lines" >"$scratch/wrong.ini"
+  matches "of $lines" "$(mdomain-web --config "$scratch/wrong.ini" 2>&1; echo "status $?")" "^mdomain-web: $scratch/wrong.ini, line $said"
+done <<'END'
+[listen]\nport = 0\n|2: "port" of \[listen\] is no number from 1 to 65535
+[listen]\naddress = 192.0.2.1\n|2: "address" of \[listen\] is no address of loopback
+[sign-in]\nadmins = x\n|2: "admins" of \[sign-in\] is not known
+[site]\nurl = mail.example.com\n|2: "url" of \[site\] is no https
+nonsense\n|1: neither
+END
+
+web_start anna ben erik erika
+sed -i 's/^\(erika:[^:]*:\)20000\(.*\):::$/\1\2::1:/' /etc/shadow # her account has ended
+grep -oE '\{"(GET|POST)", "[^"]+"' "$source_dir/web/routes.cpp" | sed 's/[",]//g; s/^{//' >"$scratch/routes"
+[ "$(wc -l <"$scratch/routes")" -gt 30 ] || fail "hardly any route was found"
+python3 "$here/lib/web_interface.py" "$scratch" || fail "web_interface.py: $(tail -n 20 "$scratch/web.log")"
+matches "history" "$(mdomain history list)" 'anna'
+web_stop
+mdomain-web --state "$scratch" --address ::1 --port 8025 2>"$scratch/web.log" &
+web=$!
+wait_for "mdomain-web on ::1" bash -c '(exec 3<>/dev/tcp/::1/8025) 2>/dev/null'
+web_stop

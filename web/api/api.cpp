@@ -1,0 +1,236 @@
+#include "web/api/api.h"
+
+#include <algorithm>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+#include "web/api/operations.h"
+#include "web/model/calls.h"
+#include "web/routes.h"
+#include "web/view/json_text.h"
+
+namespace mdomain_web {
+
+namespace {
+
+using httplib::Request;
+using httplib::Response;
+
+constexpr const char* kRoot = "/api/v1";
+
+struct Refusal {
+  int status;
+  std::string reason;
+  std::string text;
+};
+
+int StatusOf(const std::string& reason) {
+  static const std::map<std::string, int> kStatuses = {
+      {"invalid", 400}, {"refused", 403}, {"not-found", 404},  {"taken", 409},
+      {"changed", 412}, {"busy", 503},    {"unpublished", 200}};
+  const auto found = kStatuses.find(reason);
+  return found == kStatuses.end() ? 500 : found->second;
+}
+
+// RFC 9457: what the library tells, under the names of the standard where it has one.
+Json::Value ProblemOf(const Json::Value& error) {
+  const std::string reason = error["reason"].asString();
+  Json::Value problem = error;
+  problem.removeMember("text");
+  problem["type"] = std::string(kRoot) + "/problems/" + reason;
+  problem["title"] = "The call was " + (reason == "failed" ? "not done" : reason);
+  problem["status"] = StatusOf(reason);
+  problem["detail"] = error["text"];
+  return problem;
+}
+
+Json::Value ErrorOf(const std::string& reason, const std::string& text) {
+  Json::Value error;
+  error["reason"] = reason;
+  error["number"] = 117;
+  error["text"] = text;
+  error["advice"] = "";
+  error["refused"] = Json::Value(Json::arrayValue);
+  error["log"] = Json::Value(Json::arrayValue);
+  return error;
+}
+
+[[noreturn]] void Refuse(int status, const std::string& reason, const std::string& text) {
+  throw Refusal{status, reason, text};
+}
+
+Json::Value NumberOf(const std::string& name, const std::string& text) {
+  if (text.empty() || text.size() > 10 ||
+      text.find_first_not_of("0123456789") != std::string::npos ||
+      std::stoull(text) > 0xFFFFFFFFULL) {
+    Refuse(400, "invalid", "\"" + name + "\" is no number from 0 to 4294967295");
+  }
+  return static_cast<Json::UInt>(std::stoull(text));
+}
+
+Json::Value ValueOf(const Argument& argument, const std::string& text) {
+  if (argument.kind == Kind::kNumber) {
+    return NumberOf(argument.name, text);
+  }
+  if (argument.kind == Kind::kFlag) {
+    if (text != "true" && text != "false") {
+      Refuse(400, "invalid", "\"" + std::string(argument.name) + "\" is neither true nor false");
+    }
+    return text == "true";
+  }
+  if (argument.kind == Kind::kNumbers) {
+    Json::Value list(Json::arrayValue);
+    for (std::size_t begin = 0; begin <= text.size();) {
+      const std::size_t end = std::min(text.find(',', begin), text.size());
+      list.append(NumberOf(argument.name, text.substr(begin, end - begin)));
+      begin = end + 1;
+    }
+    return list;
+  }
+  return text;
+}
+
+bool IsFlagSet(const Request& request, const std::string& name) {
+  const std::string text = request.get_param_value(name);
+  if (!text.empty() && text != "true" && text != "false") {
+    Refuse(400, "invalid", "\"" + name + "\" is neither true nor false");
+  }
+  return text == "true";
+}
+
+Json::Value BodyOf(const Request& request) {
+  if (request.body.empty()) {
+    return Json::objectValue;
+  }
+  const std::string type = request.get_header_value("Content-Type");
+  if (type.compare(0, 16, "application/json") != 0) {
+    Refuse(415, "invalid", "the body is no application/json");
+  }
+  Json::Value body;
+  try {
+    body = FromText(request.body);
+  } catch (const std::invalid_argument& error) {
+    Refuse(400, "invalid", std::string("the body is no JSON: ") + error.what());
+  }
+  if (!body.isObject()) {
+    Refuse(400, "invalid", "the body is no JSON object");
+  }
+  return body;
+}
+
+bool HasBody(const Operation& operation) {
+  const std::string method = operation.method;
+  return method != "GET" && method != "DELETE";
+}
+
+Json::Value ArgumentsOf(const Operation& operation, const Request& request,
+                        const std::map<std::string, std::string>& at) {
+  Json::Value arguments = HasBody(operation) ? BodyOf(request) : Json::Value(Json::objectValue);
+  for (const auto& parameter : request.params) {
+    const auto known =
+        std::find_if(operation.arguments.begin(), operation.arguments.end(),
+                     [&](const Argument& argument) { return argument.name == parameter.first; });
+    const bool is_plan = parameter.first == "dry_run" && std::string(operation.method) != "GET";
+    if (!is_plan && (HasBody(operation) || known == operation.arguments.end())) {
+      Refuse(400, "invalid", "\"" + parameter.first + "\" of the query is not known");
+    }
+    if (!is_plan) {
+      arguments[parameter.first] = ValueOf(*known, parameter.second);
+    }
+  }
+  for (const Argument& argument : operation.arguments) {
+    const auto part = at.find(argument.name);
+    if (part != at.end()) {
+      arguments[argument.name] = ValueOf(argument, part->second);
+    } else if (argument.kind == Kind::kVersion && request.has_header("If-Match")) {
+      std::string version = request.get_header_value("If-Match");
+      version.erase(std::remove(version.begin(), version.end(), '"'), version.end());
+      arguments[argument.name] = version == "*" ? "" : version;
+    } else if (argument.is_needed && !arguments.isMember(argument.name)) {
+      Refuse(400, "invalid", "\"" + std::string(argument.name) + "\" is missing");
+    }
+  }
+  if (IsFlagSet(request, "dry_run")) {
+    arguments["dry_run"] = true;
+  }
+  return arguments;
+}
+
+}  // namespace
+
+bool Api::IsAsked(const Request& request) {
+  return request.path.compare(0, 5, "/api/") == 0;
+}
+
+void Api::Answer(const Request& request, Response& response) {
+  Json::Value answer;
+  response.status = 200;
+  try {
+    answer = _Answer(request, response);
+  } catch (const Refusal& refusal) {
+    answer["error"] = ErrorOf(refusal.reason, refusal.text);
+    response.status = refusal.status;
+  }
+  const bool is_problem = !answer.isMember("value") && answer.isMember("error");
+  if (is_problem) {
+    const Json::Value problem = ProblemOf(answer["error"]);
+    response.status = response.status == 200 ? problem["status"].asInt() : response.status;
+    answer = problem;
+    answer["status"] = response.status;
+  } else if (answer.isMember("error")) {
+    answer["problem"] = ProblemOf(answer["error"]);
+    answer.removeMember("error");
+  }
+  if (response.status == 401) {
+    response.set_header("WWW-Authenticate", "Bearer");
+  }
+  if (response.status == 503) {
+    response.set_header("Retry-After", "1");
+  }
+  const Json::Value& value = std::as_const(answer)["value"];
+  if (value.isObject() && value.isMember("version")) {
+    response.set_header("ETag", "\"" + value["version"].asString() + "\"");
+  }
+  response.set_content(ToText(answer),
+                       is_problem ? "application/problem+json" : "application/json");
+}
+
+Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
+  if (request.path == std::string(kRoot) + "/openapi.json" && request.method == "GET") {
+    return Description();
+  }
+  const std::string authorization = request.get_header_value("Authorization");
+  const auto token = authorization.compare(0, 7, "Bearer ") == 0
+                         ? tokens_.Find(authorization.substr(7))
+                         : std::nullopt;
+  const auto person = token ? find_(token->account) : std::nullopt;
+  if (!person || person->uid != token->uid) {
+    Refuse(401, "refused", "a token that counts is needed");
+  }
+  bool is_path = false;
+  for (const Operation& operation : Operations()) {
+    const auto at = Match(std::string(kRoot) + operation.path, request.path);
+    is_path = is_path || at;
+    if (!at || request.method != operation.method) {
+      continue;
+    }
+    if (request.method != "GET" && !token->may_change) {
+      Refuse(403, "refused", "this token may read only");
+    }
+    const Calls calls =
+        person->is_host_administrator ? Calls::OfHost(person->name) : Calls::As(person->uid);
+    Json::Value answer = calls.Answer(operation.call, ArgumentsOf(operation, request, *at));
+    const bool may_be_null =
+        std::string(operation.result).find_first_of("?") != std::string::npos ||
+        std::string(operation.result) == "Nothing";
+    if (answer.isMember("value") && answer["value"].isNull() && !may_be_null) {
+      Refuse(404, "not-found", "there is none");
+    }
+    return answer;
+  }
+  Refuse(is_path ? 405 : 404, is_path ? "invalid" : "not-found",
+         is_path ? "the path has no such method" : "there is no such path");
+}
+
+}  // namespace mdomain_web

@@ -1,0 +1,37 @@
+#include "web/asked.h"
+
+#include <sstream>
+
+namespace mdomain_web {
+
+std::uint32_t Asked::Number(const std::string& name) const {
+  const auto found = at.find(name);
+  const bool is_number = found != at.end() && !found->second.empty() &&
+                         found->second.size() <= 10 &&
+                         found->second.find_first_not_of("0123456789") == std::string::npos;
+  const long long number = is_number ? std::stoll(found->second) : -1;
+  if (number < 0 || number > 0xFFFFFFFF) {
+    throw NotFound();
+  }
+  return static_cast<std::uint32_t>(number);
+}
+
+std::vector<std::string> Asked::Lines(const std::string& name) const {
+  std::vector<std::string> lines;
+  std::istringstream text(Text(name));
+  for (std::string line; std::getline(text, line);) {
+    const std::size_t begin = line.find_first_not_of(" \t\r");
+    if (begin != std::string::npos) {
+      lines.push_back(line.substr(begin, line.find_last_not_of(" \t\r") - begin + 1));
+    }
+  }
+  return lines;
+}
+
+Shown GoTo(const std::string& path) {
+  Shown shown;
+  shown.go_to = path;
+  return shown;
+}
+
+}  // namespace mdomain_web

@@ -1,0 +1,49 @@
+// A request of somebody who is signed in, and what is answered.
+#ifndef MDOMAIN_WEB_ASKED_H
+#define MDOMAIN_WEB_ASKED_H
+
+#include <httplib.h>
+#include <json/value.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "web/identity/tokens.h"
+#include "web/identity/visits.h"
+#include "web/model/calls.h"
+
+namespace mdomain_web {
+
+struct Asked {
+  const httplib::Request& request;
+  std::map<std::string, std::string> at;  // the parts of the path that the route names
+  Person person;
+  Calls calls;
+  Tokens& tokens;
+
+  // A number of the path; throws NotFound for what is none.
+  std::uint32_t Number(const std::string& name) const;
+  // A parameter of the query or a field of the form, the first of its name; "" without one.
+  std::string Text(const std::string& name) const { return request.get_param_value(name); }
+  bool Has(const std::string& name) const { return request.has_param(name); }
+  // A field in which each line is one text; spaces around them and empty lines do not count.
+  std::vector<std::string> Lines(const std::string& name) const;
+};
+
+// There is no such page, or it is not the person's to see: nobody learns which.
+struct NotFound {};
+
+// A page, or where to go instead.
+struct Shown {
+  std::string name;  // of the template
+  Json::Value data = Json::Value(Json::objectValue);
+  int status = 200;
+  std::string go_to = "";
+};
+
+Shown GoTo(const std::string& path);
+
+}  // namespace mdomain_web
+
+#endif  // MDOMAIN_WEB_ASKED_H

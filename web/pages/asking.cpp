@@ -1,0 +1,46 @@
+#include "web/pages/pages.h"
+
+namespace mdomain_web::pages {
+
+Shown Explain(const Asked& asked) {
+  Shown shown{"explain"};
+  shown.data["address"] = asked.Text("address");
+  if (!asked.Text("address").empty()) {
+    Json::Value arguments;
+    arguments["address"] = asked.Text("address");
+    shown.data["explanation"] = asked.calls("explain", arguments);
+  }
+  return shown;
+}
+
+Shown Doctor(const Asked& asked) {
+  Shown shown{"doctor"};
+  shown.data["findings"] = asked.calls("doctor");
+  return shown;
+}
+
+// Without a pattern, who has another alias than the domain's own pattern gives.
+Shown TryPattern(const Asked& asked) {
+  Shown shown = OfDomain(asked, "pattern", "domain");
+  Json::Value arguments = DomainArgument(asked);
+  arguments["cursor"] = asked.Text("cursor");
+  const std::string pattern = asked.Text("pattern");
+  const bool only_problems = asked.Has("only_problems");
+  std::string call = "pattern_drift";
+  if (!pattern.empty()) {
+    call = "try_pattern";
+    arguments["pattern"] = pattern;
+    arguments["only_problems"] = only_problems;
+  }
+  shown.data["tried"] = asked.calls(call, arguments);
+  shown.data["is_drift"] = pattern.empty();
+  shown.data["only_problems"] = only_problems;
+  const std::string next = shown.data["tried"]["page"]["next"].asString();
+  if (!next.empty()) {
+    shown.data["next"] = "?cursor=" + Parameter("", next).substr(2) +
+                         Parameter("pattern", pattern) + (only_problems ? "&only_problems=1" : "");
+  }
+  return shown;
+}
+
+}  // namespace mdomain_web::pages

@@ -1,0 +1,192 @@
+#include <algorithm>
+#include <utility>
+
+#include "web/pages/pages.h"
+#include "web/view/json_text.h"
+#include "web/view/texts.h"
+
+namespace mdomain_web::pages {
+
+namespace {
+
+// A rule is a line: "sender user anna", "recipient group sales", "sender address
+// offers*@example.com".
+struct Word {
+  const char* stored;
+  const char* shown;
+  const char* call;  // that finds the account; "" for addresses
+};
+constexpr Word kKinds[] = {{"uid", "user", "find_account"},
+                           {"gid", "group", "find_account_group"},
+                           {"email", "address", ""}};
+
+Json::Value Find(const Asked& asked, const Word& kind, const std::string& text) {
+  Json::Value arguments;
+  arguments["text"] = text;
+  return asked.calls(kind.call, arguments);
+}
+
+std::string LineOf(const Asked& asked, const Json::Value& rule) {
+  std::string line = rule["target"].asString() == "sender" ? "sender" : "recipient";
+  for (const Word& kind : kKinds) {
+    if (rule["pattern_type"].asString() != kind.stored) {
+      continue;
+    }
+    const std::string pattern = rule["pattern"].asString();
+    const Json::Value account = *kind.call == '\0' ? Json::Value() : Find(asked, kind, pattern);
+    line += std::string(" ") + kind.shown + " " +
+            (account.isNull() ? pattern : account["name"].asString());
+  }
+  return line;
+}
+
+[[noreturn]] void RefuseLine(const std::string& line) {
+  Fail("invalid", Tr("A rule is sender or recipient, then user, group or address, then whose. "
+                     "This line is none:") +
+                      " " + line);
+}
+
+Json::Value RuleOf(const Asked& asked, const std::string& line) {
+  const std::size_t first = line.find(' ');
+  const std::size_t second = first == std::string::npos ? first : line.find(' ', first + 1);
+  if (second == std::string::npos) {
+    RefuseLine(line);
+  }
+  Json::Value rule;
+  rule["target"] = line.substr(0, first);
+  const std::string shown = line.substr(first + 1, second - first - 1);
+  const std::string whose = line.substr(line.find_first_not_of(' ', second));
+  const auto kind = std::find_if(std::begin(kKinds), std::end(kKinds),
+                                 [&](const Word& one) { return shown == one.shown; });
+  if ((rule["target"] != "sender" && rule["target"] != "recipient") || kind == std::end(kKinds)) {
+    RefuseLine(line);
+  }
+  rule["pattern_type"] = kind->stored;
+  if (*kind->call == '\0') {
+    rule["pattern"] = whose;
+    return rule;
+  }
+  const Json::Value account = Find(asked, *kind, whose);
+  // Who is gone stays as he is stored until the line is taken out.
+  const bool is_number = whose.find_first_not_of("0123456789") == std::string::npos;
+  if (account.isNull() && !is_number) {
+    Fail("not-found", Tr("There is no such account or group:") + " " + whose);
+  }
+  rule["pattern"] = account.isNull() ? Json::Value(Json::UInt(std::stoul(whose))) : account["id"];
+  return rule;
+}
+
+Json::Value ListOf(const Asked& asked, std::string* version = nullptr) {
+  const Json::Value found = asked.calls("get_disclaimers", DomainArgument(asked));
+  if (version != nullptr) {
+    *version = found["version"].asString();
+  }
+  return FromText(found["json"].asString());
+}
+
+Json::Value::ArrayIndex PlaceOf(const Json::Value& list, int id) {
+  Json::Value::ArrayIndex at = 0;
+  while (at < list.size() && list[at]["id"].asInt() != id) {
+    ++at;
+  }
+  return at;
+}
+
+Change Replace(const Asked& asked, const Json::Value& list, const std::string& done) {
+  Change change{"set_disclaimers", DomainArgument(asked), DomainPath(asked, "/disclaimers"), done};
+  change.arguments["json"] = ToText(list);
+  change.arguments["version"] = asked.Text("version");
+  return change;
+}
+
+void Fill(Shown& shown, const Asked& asked, Json::Value disclaimer) {
+  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
+    Json::Value lines(Json::arrayValue);
+    for (const Json::Value& rule : std::as_const(disclaimer)[rules]) {
+      lines.append(LineOf(asked, rule));
+    }
+    disclaimer[rules] = lines;
+  }
+  disclaimer["needs_all"] = disclaimer["op"].asString() == "and";
+  shown.data["disclaimer"] = disclaimer;
+}
+
+}  // namespace
+
+Shown Disclaimers(const Asked& asked) {
+  Shown shown = OfDomain(asked, "disclaimers", "disclaimers");
+  std::string version;
+  shown.data["disclaimers"] = ListOf(asked, &version);
+  shown.data["version_of_list"] = version;
+  return shown;
+}
+
+Shown NewDisclaimer(const Asked& asked) {
+  Shown shown = OfDomain(asked, "disclaimer", "disclaimers");
+  std::string version;
+  ListOf(asked, &version);
+  Json::Value disclaimer;
+  disclaimer["enabled"] = true;
+  Fill(shown, asked, disclaimer);
+  shown.data["version_of_list"] = version;
+  shown.data["is_new"] = true;
+  return shown;
+}
+
+Shown DisclaimerPage(const Asked& asked) {
+  Shown shown = OfDomain(asked, "disclaimer", "disclaimers");
+  std::string version;
+  const Json::Value list = ListOf(asked, &version);
+  const auto at = PlaceOf(list, static_cast<int>(asked.Number("id")));
+  if (at == list.size()) {
+    throw NotFound();
+  }
+  Fill(shown, asked, list[at]);
+  shown.data["version_of_list"] = version;
+  return shown;
+}
+
+// Without an id of the path it is a new one.
+Change SetDisclaimer(const Asked& asked) {
+  Json::Value list = ListOf(asked);
+  int id = 1;
+  for (const Json::Value& one : list) {
+    id = std::max(id, one["id"].asInt() + 1);
+  }
+  auto at = list.size();
+  if (asked.at.count("id") != 0) {
+    id = static_cast<int>(asked.Number("id"));
+    at = PlaceOf(list, id);
+    if (at == list.size()) {
+      throw NotFound();
+    }
+  }
+  Json::Value& disclaimer = list[at];
+  disclaimer["id"] = id;
+  disclaimer["name"] = asked.Text("name");
+  disclaimer["enabled"] = asked.Has("enabled");
+  disclaimer["disabled_for_local_recipient"] = asked.Has("disabled_for_local_recipient");
+  disclaimer["op"] = asked.Has("needs_all") ? "and" : "or";
+  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
+    disclaimer[rules] = Json::arrayValue;
+    for (const std::string& line : asked.Lines(rules)) {
+      disclaimer[rules].append(RuleOf(asked, line));
+    }
+  }
+  for (const char* text : {"content_txt", "content_html"}) {
+    disclaimer[text] = asked.Text(text);
+  }
+  return Replace(asked, list, Tr("The disclaimer is saved."));
+}
+
+Change DeleteDisclaimer(const Asked& asked) {
+  Json::Value list = ListOf(asked);
+  const auto at = PlaceOf(list, static_cast<int>(asked.Number("id")));
+  Json::Value removed;
+  if (!list.removeIndex(at, &removed)) {
+    throw NotFound();
+  }
+  return Replace(asked, list, Tr("The disclaimer is deleted."));
+}
+
+}  // namespace mdomain_web::pages

@@ -1,0 +1,97 @@
+#include <cctype>
+
+#include "web/pages/pages.h"
+#include "web/view/texts.h"
+
+namespace mdomain_web::pages {
+
+Json::Value DomainArgument(const Asked& asked) {
+  Json::Value arguments;
+  arguments["domain"] = asked.Number("domain");
+  return arguments;
+}
+
+std::string DomainPath(const Asked& asked, const std::string& rest) {
+  return "/domains/" + std::to_string(asked.Number("domain")) + rest;
+}
+
+Json::Value JsonOf(const std::vector<std::string>& texts) {
+  Json::Value list(Json::arrayValue);
+  for (const std::string& text : texts) {
+    list.append(text);
+  }
+  return list;
+}
+
+void Fail(const std::string& reason, const std::string& text) {
+  Json::Value error;
+  error["reason"] = reason;
+  error["text"] = text;
+  throw CallFailed(error);
+}
+
+std::string Parameter(const std::string& name, const std::string& value) {
+  std::string text = "&" + name + "=";
+  for (const char character : value) {
+    if (isalnum(static_cast<unsigned char>(character)) != 0) {
+      text += character;
+    } else {
+      char code[4];
+      snprintf(code, sizeof(code), "%%%02X", static_cast<unsigned char>(character));
+      text += code;
+    }
+  }
+  return text;
+}
+
+Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab) {
+  Shown shown{page};
+  shown.data["domain"] = asked.calls("get_domain", DomainArgument(asked));
+  shown.data["is_" + tab] = true;
+  return shown;
+}
+
+Shown NewDomain(const Asked& /*asked*/) {
+  return {"domain_new"};
+}
+
+Change CreateDomain(const Asked& asked) {
+  Change change{"create_domain", {}, "/", Tr("The domain is created.")};
+  for (const char* name : {"name", "description", "pattern"}) {
+    change.arguments[name] = asked.Text(name);
+  }
+  change.arguments["adds_accounts"] = asked.Has("adds_accounts");
+  return change;
+}
+
+Shown DomainPage(const Asked& asked) {
+  Shown shown = OfDomain(asked, "domain", "domain");
+  shown.data["overview"] = asked.calls("overview", DomainArgument(asked));
+  return shown;
+}
+
+Change SetDomain(const Asked& asked) {
+  Change change{"set_domain", DomainArgument(asked), DomainPath(asked), Tr("The domain is saved.")};
+  for (const char* name : {"name", "description", "pattern", "version"}) {
+    if (asked.Has(name)) {
+      change.arguments[name] = asked.Text(name);
+    }
+  }
+  change.arguments["adds_accounts"] = asked.Has("adds_accounts");
+  return change;
+}
+
+Change DeleteDomain(const Asked& asked) {
+  Change change{"delete_domains", {}, "/", Tr("The domain is deleted.")};
+  change.arguments["domains"].append(asked.Number("domain"));
+  return change;
+}
+
+Change SetNames(const Asked& asked) {
+  Change change{"set_names", DomainArgument(asked), DomainPath(asked), Tr("The domain is saved.")};
+  change.arguments["names"] = JsonOf(asked.Lines("names"));
+  change.arguments["version"] = asked.Text("version");
+  return change;
+}
+
+}  // namespace mdomain_web::pages

@@ -1,0 +1,59 @@
+#include "web/pages/pages.h"
+#include "web/view/texts.h"
+
+namespace mdomain_web::pages {
+
+namespace {
+
+Json::Value EntryArgument(const Asked& asked, const std::string& name) {
+  Json::Value arguments = DomainArgument(asked);
+  arguments["name"] = name;
+  return arguments;
+}
+
+Change OfEntry(const Asked& asked, const std::string& call, const std::string& name,
+               const std::string& done) {
+  Change change{call, EntryArgument(asked, name), DomainPath(asked, "/entries"), done};
+  for (const char* kind : {"users", "groups", "addresses"}) {
+    change.arguments[kind] = JsonOf(asked.Lines(kind));
+  }
+  return change;
+}
+
+}  // namespace
+
+Shown Entries(const Asked& asked) {
+  Shown shown = OfDomain(asked, "entries", "entries");
+  shown.data["entries"] = asked.calls("entries", DomainArgument(asked));
+  // The form of a new one is that of an entry without members.
+  for (const char* kind : {"users", "groups", "addresses"}) {
+    shown.data["entry"][kind] = Json::arrayValue;
+  }
+  return shown;
+}
+
+Shown EntryPage(const Asked& asked) {
+  Shown shown = OfDomain(asked, "entry", "entries");
+  shown.data["entry"] = asked.calls("find_entry", EntryArgument(asked, asked.at.at("name")));
+  if (shown.data["entry"].isNull()) {
+    throw NotFound();
+  }
+  return shown;
+}
+
+Change CreateEntry(const Asked& asked) {
+  return OfEntry(asked, "create_entry", asked.Text("name"), Tr("The address is created."));
+}
+
+Change SetEntry(const Asked& asked) {
+  Change change = OfEntry(asked, "set_entry", asked.at.at("name"), Tr("The change is saved."));
+  change.arguments["version"] = asked.Text("version");
+  return change;
+}
+
+Change DeleteEntry(const Asked& asked) {
+  return {"delete_entry", EntryArgument(asked, asked.at.at("name")), DomainPath(asked, "/entries"),
+          Tr("The address is deleted.")};
+}
+
+}  // namespace mdomain_web::pages

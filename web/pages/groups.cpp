@@ -1,0 +1,59 @@
+#include "web/pages/pages.h"
+#include "web/view/texts.h"
+
+namespace mdomain_web::pages {
+
+namespace {
+
+Change OfGroup(const Asked& asked, const std::string& call, const std::string& done) {
+  const std::string gid = std::to_string(asked.Number("gid"));
+  return {call, DomainArgument(asked), DomainPath(asked, "/groups/" + gid), done};
+}
+
+}  // namespace
+
+Shown Groups(const Asked& asked) {
+  Shown shown = OfDomain(asked, "groups", "groups");
+  Json::Value arguments = DomainArgument(asked);
+  arguments["text"] = asked.Text("text");
+  arguments["cursor"] = asked.Text("cursor");
+  shown.data["list"] = asked.calls("list_groups", arguments);
+  shown.data["text"] = asked.Text("text");
+  const std::string next = shown.data["list"]["next"].asString();
+  if (!next.empty()) {
+    shown.data["next"] =
+        "?cursor=" + Parameter("", next).substr(2) + Parameter("text", asked.Text("text"));
+  }
+  return shown;
+}
+
+Shown GroupPage(const Asked& asked) {
+  Shown shown = OfDomain(asked, "group", "groups");
+  Json::Value arguments = DomainArgument(asked);
+  arguments["gid"] = asked.Number("gid");
+  shown.data["members"] = asked.calls("group_members", arguments);
+  shown.data["gid"] = asked.Number("gid");
+  return shown;
+}
+
+Change SetGroup(const Asked& asked) {
+  Change change = OfGroup(asked, "set_group_role", Tr("The change is saved."));
+  change.arguments["gids"].append(asked.Number("gid"));
+  change.arguments["role"] = asked.Text("role");
+  return change;
+}
+
+Change RemoveGroup(const Asked& asked) {
+  Change change = OfGroup(asked, "remove_groups", Tr("The group is taken out of the domain."));
+  change.arguments["gids"].append(asked.Number("gid"));
+  change.go_to = DomainPath(asked, "/groups");
+  return change;
+}
+
+Change RestoreMembers(const Asked& asked) {
+  Change change = OfGroup(asked, "restore_members", Tr("They are in the domain again."));
+  change.arguments["gid"] = asked.Number("gid");
+  return change;
+}
+
+}  // namespace mdomain_web::pages

@@ -1,0 +1,77 @@
+// The pages and forms of each path of the table of routes.
+#ifndef MDOMAIN_WEB_PAGES_PAGES_H
+#define MDOMAIN_WEB_PAGES_PAGES_H
+
+#include "web/asked.h"
+#include "web/routes.h"
+
+namespace mdomain_web::pages {
+
+// home.cpp
+Shown Home(const Asked& asked);
+Shown Own(const Asked& asked);
+// domain.cpp
+Shown NewDomain(const Asked& asked);
+Change CreateDomain(const Asked& asked);
+Shown DomainPage(const Asked& asked);
+Change SetDomain(const Asked& asked);
+Change DeleteDomain(const Asked& asked);
+Change SetNames(const Asked& asked);
+// people.cpp
+Shown People(const Asked& asked);
+Shown AddPeoplePage(const Asked& asked);
+Change AddPeople(const Asked& asked);
+Shown PersonPage(const Asked& asked);
+Change SetPerson(const Asked& asked);
+Change RemovePerson(const Asked& asked);
+// groups.cpp
+Shown Groups(const Asked& asked);
+Shown GroupPage(const Asked& asked);
+Change SetGroup(const Asked& asked);
+Change RemoveGroup(const Asked& asked);
+Change RestoreMembers(const Asked& asked);
+// entries.cpp
+Shown Entries(const Asked& asked);
+Shown EntryPage(const Asked& asked);
+Change CreateEntry(const Asked& asked);
+Change SetEntry(const Asked& asked);
+Change DeleteEntry(const Asked& asked);
+// copies.cpp
+Shown Copies(const Asked& asked);
+Change AddCopy(const Asked& asked);
+Change RemoveCopy(const Asked& asked);
+// disclaimers.cpp
+Shown Disclaimers(const Asked& asked);
+Shown NewDisclaimer(const Asked& asked);
+Shown DisclaimerPage(const Asked& asked);
+Change SetDisclaimer(const Asked& asked);
+Change DeleteDisclaimer(const Asked& asked);
+// tokens.cpp
+Shown TokensPage(const Asked& asked);
+Shown MakeToken(const Asked& asked);
+Shown RevokeToken(const Asked& asked);
+// asking.cpp
+Shown Explain(const Asked& asked);
+Shown Doctor(const Asked& asked);
+Shown TryPattern(const Asked& asked);
+// upkeep.cpp
+Shown History(const Asked& asked);
+Change Undo(const Asked& asked);
+Change Refresh(const Asked& asked);
+
+// A page about a domain: its data has "domain" and "is_TAB".
+Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab);
+// {"domain": the number of the path}
+Json::Value DomainArgument(const Asked& asked);
+std::string DomainPath(const Asked& asked, const std::string& rest = "");
+Json::Value JsonOf(const std::vector<std::string>& texts);
+// Throws CallFailed with a text of this program.
+[[noreturn]] void Fail(const std::string& reason, const std::string& text);
+// Seconds since 1970 as people write them, in the time of the host.
+std::string Moment(long long seconds);
+// "&NAME=VALUE" for a link.
+std::string Parameter(const std::string& name, const std::string& value);
+
+}  // namespace mdomain_web::pages
+
+#endif  // MDOMAIN_WEB_PAGES_PAGES_H

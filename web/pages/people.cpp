@@ -1,0 +1,116 @@
+#include <algorithm>
+
+#include "web/pages/pages.h"
+#include "web/view/texts.h"
+
+namespace mdomain_web::pages {
+
+namespace {
+
+constexpr int kPeopleOfAPage = 100;
+
+Json::Value PersonArgument(const Asked& asked) {
+  Json::Value arguments = DomainArgument(asked);
+  arguments["uid"] = asked.Number("uid");
+  return arguments;
+}
+
+std::string PersonPath(const Asked& asked) {
+  return DomainPath(asked, "/people/" + std::to_string(asked.Number("uid")));
+}
+
+// Names and numbers of accounts, as people write them; each must be one.
+Json::Value Ids(const Asked& asked, const std::string& field, const std::string& call) {
+  Json::Value ids(Json::arrayValue);
+  for (const std::string& line : asked.Lines(field)) {
+    Json::Value arguments;
+    arguments["text"] = line;
+    const Json::Value found = asked.calls(call, arguments);
+    if (found.isNull()) {
+      Fail("not-found", Tr("There is no such account or group:") + " " + line);
+    }
+    ids.append(found["id"]);
+  }
+  return ids;
+}
+
+}  // namespace
+
+Shown People(const Asked& asked) {
+  Shown shown = OfDomain(asked, "people", "people");
+  Json::Value arguments = DomainArgument(asked);
+  arguments["text"] = asked.Text("text");
+  arguments["page_size"] = kPeopleOfAPage;
+  arguments["cursor"] = asked.Text("cursor");
+  for (const char* column : {"name", "alias", "role"}) {
+    const bool is_by = asked.Text("by") == column;
+    shown.data["by"][column] = is_by;
+    if (is_by) {
+      arguments["by"] = column;
+    }
+  }
+  const bool is_descending = asked.Has("descending");
+  arguments["is_descending"] = is_descending;
+  shown.data["list"] = asked.calls("list_users", arguments);
+  shown.data["text"] = asked.Text("text");
+  shown.data["descending"] = is_descending;
+  const std::string next = shown.data["list"]["next"].asString();
+  if (!next.empty()) {
+    shown.data["next"] = "?cursor=" + Parameter("", next).substr(2) +
+                         Parameter("text", asked.Text("text")) + Parameter("by", asked.Text("by")) +
+                         (is_descending ? "&descending=1" : "");
+  }
+  return shown;
+}
+
+Shown AddPeoplePage(const Asked& asked) {
+  return OfDomain(asked, "people_add", "people");
+}
+
+Change AddPeople(const Asked& asked) {
+  Change change{"add_members", DomainArgument(asked), DomainPath(asked, "/people"),
+                Tr("They are in the domain.")};
+  change.arguments["uids"] = Ids(asked, "people", "find_account");
+  change.arguments["gids"] = Ids(asked, "groups", "find_account_group");
+  change.arguments["aliases"] = JsonOf(asked.Lines("aliases"));
+  return change;
+}
+
+Shown PersonPage(const Asked& asked) {
+  Shown shown = OfDomain(asked, "person", "people");
+  shown.data["user"] = asked.calls("find_user", PersonArgument(asked));
+  if (shown.data["user"].isNull()) {
+    throw NotFound();
+  }
+  shown.data["role_is"][shown.data["user"]["role"].asString()] = true;
+  Json::Value who;
+  who["uid"] = asked.Number("uid");
+  shown.data["person"] = asked.calls("explain_user", who);
+  return shown;
+}
+
+Change SetPerson(const Asked& asked) {
+  Change change{"set_user", PersonArgument(asked), PersonPath(asked), Tr("The change is saved.")};
+  change.arguments["version"] = asked.Text("version");
+  // An alias gives way to another one: so a collision is solved.
+  for (const char* name : {"aliases", "add_aliases", "remove_aliases"}) {
+    if (asked.Has(name)) {
+      change.arguments[name] = JsonOf(asked.Lines(name));
+    }
+  }
+  if (!asked.Text("role").empty()) {
+    // Null is that of the groups.
+    change.arguments["role"] =
+        asked.Text("role") == "none" ? Json::Value() : Json::Value(asked.Text("role"));
+  }
+  return change;
+}
+
+Change RemovePerson(const Asked& asked) {
+  Change change{"remove_users", DomainArgument(asked), DomainPath(asked, "/people"),
+                Tr("The account is taken out of the domain.")};
+  change.arguments["uids"].append(asked.Number("uid"));
+  return change;
+}
+
+}  // namespace mdomain_web::pages

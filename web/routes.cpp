@@ -1,0 +1,91 @@
+#include "web/routes.h"
+
+#include "web/pages/pages.h"
+
+namespace mdomain_web {
+
+namespace {
+
+std::vector<std::string> Parts(const std::string& path) {
+  std::vector<std::string> parts;
+  for (std::size_t begin = 0; begin <= path.size();) {
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    parts.push_back(path.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return parts;
+}
+
+}  // namespace
+
+std::optional<std::map<std::string, std::string>> Match(const std::string& route,
+                                                        const std::string& path) {
+  const std::vector<std::string> wanted = Parts(route);
+  const std::vector<std::string> given = Parts(path);
+  if (wanted.size() != given.size()) {
+    return std::nullopt;
+  }
+  std::map<std::string, std::string> at;
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
+    if (wanted[i].size() > 2 && wanted[i].front() == '{') {
+      if (given[i].empty()) {
+        return std::nullopt;
+      }
+      at[wanted[i].substr(1, wanted[i].size() - 2)] = given[i];
+    } else if (wanted[i] != given[i]) {
+      return std::nullopt;
+    }
+  }
+  return at;
+}
+
+const std::vector<Route>& Routes() {
+  using namespace pages;  // NOLINT(google-build-using-namespace): a table of them
+  static const auto* routes = new std::vector<Route>{
+      {"GET", "/", Home, nullptr},
+      {"GET", "/own", Own, nullptr},
+      {"GET", "/domains/new", NewDomain, nullptr},
+      {"POST", "/domains/new", nullptr, CreateDomain},
+      {"GET", "/domains/{domain}", DomainPage, nullptr},
+      {"POST", "/domains/{domain}", nullptr, SetDomain},
+      {"POST", "/domains/{domain}/delete", nullptr, DeleteDomain},
+      {"POST", "/domains/{domain}/names", nullptr, SetNames},
+      {"GET", "/domains/{domain}/people", People, nullptr},
+      {"GET", "/domains/{domain}/people/add", AddPeoplePage, nullptr},
+      {"POST", "/domains/{domain}/people/add", nullptr, AddPeople},
+      {"GET", "/domains/{domain}/people/{uid}", PersonPage, nullptr},
+      {"POST", "/domains/{domain}/people/{uid}", nullptr, SetPerson},
+      {"POST", "/domains/{domain}/people/{uid}/remove", nullptr, RemovePerson},
+      {"GET", "/domains/{domain}/groups", Groups, nullptr},
+      {"GET", "/domains/{domain}/groups/{gid}", GroupPage, nullptr},
+      {"POST", "/domains/{domain}/groups/{gid}", nullptr, SetGroup},
+      {"POST", "/domains/{domain}/groups/{gid}/remove", nullptr, RemoveGroup},
+      {"POST", "/domains/{domain}/groups/{gid}/restore", nullptr, RestoreMembers},
+      {"GET", "/domains/{domain}/entries", Entries, nullptr},
+      {"GET", "/domains/{domain}/entries/{name}", EntryPage, nullptr},
+      {"POST", "/domains/{domain}/entries", nullptr, CreateEntry},
+      {"POST", "/domains/{domain}/entries/{name}", nullptr, SetEntry},
+      {"POST", "/domains/{domain}/entries/{name}/delete", nullptr, DeleteEntry},
+      {"GET", "/domains/{domain}/copies", Copies, nullptr},
+      {"POST", "/domains/{domain}/copies", nullptr, AddCopy},
+      {"POST", "/domains/{domain}/copies/remove", nullptr, RemoveCopy},
+      {"GET", "/domains/{domain}/disclaimers", Disclaimers, nullptr},
+      {"GET", "/domains/{domain}/disclaimers/new", NewDisclaimer, nullptr},
+      {"POST", "/domains/{domain}/disclaimers/new", nullptr, SetDisclaimer},
+      {"GET", "/domains/{domain}/disclaimers/{id}", DisclaimerPage, nullptr},
+      {"POST", "/domains/{domain}/disclaimers/{id}", nullptr, SetDisclaimer},
+      {"POST", "/domains/{domain}/disclaimers/{id}/delete", nullptr, DeleteDisclaimer},
+      {"GET", "/explain", Explain, nullptr},
+      {"GET", "/doctor", Doctor, nullptr},
+      {"GET", "/domains/{domain}/pattern", TryPattern, nullptr},
+      {"GET", "/tokens", TokensPage, nullptr},
+      {"POST", "/tokens", MakeToken, nullptr},
+      {"POST", "/tokens/{id}/revoke", RevokeToken, nullptr},
+      {"GET", "/history", History, nullptr},
+      {"POST", "/history/{id}/undo", nullptr, Undo},
+      {"POST", "/refresh", nullptr, Refresh},
+  };
+  return *routes;
+}
+
+}  // namespace mdomain_web

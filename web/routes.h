@@ -1,0 +1,40 @@
+// Which page answers which path.
+#ifndef MDOMAIN_WEB_ROUTES_H
+#define MDOMAIN_WEB_ROUTES_H
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "web/asked.h"
+
+namespace mdomain_web {
+
+using Page = Shown (*)(const Asked&);
+
+// What a call of the library is about, for a form that changes something.
+struct Change {
+  std::string call;
+  Json::Value arguments;
+  std::string go_to;  // afterwards
+  std::string done;   // the notice then
+};
+using Form = Change (*)(const Asked&);
+
+struct Route {
+  const char* method;
+  const char* path;  // "/domains/{domain}/people": a part in braces is any one part
+  Page page;         // the answer; of POST only for what is no change of the model
+  Form form;         // else: first what it would change is shown, then it is done
+};
+
+const std::vector<Route>& Routes();
+
+// The parts in braces when `path` is of that kind. Parts are taken apart before they are decoded.
+std::optional<std::map<std::string, std::string>> Match(const std::string& route,
+                                                        const std::string& path);
+
+}  // namespace mdomain_web
+
+#endif  // MDOMAIN_WEB_ROUTES_H
