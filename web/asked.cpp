@@ -16,6 +16,17 @@ std::uint32_t Asked::Number(const std::string& name) const {
   return static_cast<std::uint32_t>(number);
 }
 
+std::string WithLineEnds(std::string text) {
+  for (std::size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos; ++at) {
+    text.erase(at, 1);
+  }
+  return text;
+}
+
+std::string Asked::Text(const std::string& name) const {
+  return WithLineEnds(request.get_param_value(name));
+}
+
 std::vector<std::string> Asked::Lines(const std::string& name) const {
   std::vector<std::string> lines;
   std::istringstream text(Text(name));

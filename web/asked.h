@@ -25,11 +25,14 @@ struct Asked {
   // A number of the path; throws NotFound for what is none.
   std::uint32_t Number(const std::string& name) const;
   // A parameter of the query or a field of the form, the first of its name; "" without one.
-  std::string Text(const std::string& name) const { return request.get_param_value(name); }
+  std::string Text(const std::string& name) const;
   bool Has(const std::string& name) const { return request.has_param(name); }
   // A field in which each line is one text; spaces around them and empty lines do not count.
   std::vector<std::string> Lines(const std::string& name) const;
 };
+
+// Forms end lines with CR LF; everything else with LF.
+std::string WithLineEnds(std::string text);
 
 // There is no such page, or it is not the person's to see: nobody learns which.
 struct NotFound {};

@@ -252,7 +252,7 @@ Shown Site::_Changed(const Asked& asked, const Change& change, const Guest& gues
     for (const auto& [name, value] : asked.request.params) {
       Json::Value field;
       field["name"] = name;
-      field["value"] = value;
+      field["value"] = WithLineEnds(value);
       if (name != "form_key") {
         shown.data["fields"].append(field);
       }

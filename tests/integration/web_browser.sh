@@ -22,5 +22,5 @@ mkdir -p "$build/web-pictures"
 timeout 300 /usr/bin/python3 "$here/lib/web_browser.py" "$build/web-pictures" || fail "web_browser.py: $(tail -n 20 "$scratch/web.log")"
 gives '[.[].person] | unique | map(select(. == "anna"))' '["anna"]' history list
 gives '[.[].aliases[].alias] | sort | map(select(startswith("erik")))' '["erik","erika"]' user list bücher.example
-gives '.[0].name' '"signature"' disclaimer get bücher.example
+gives '[.[] | .name, .content_txt]' '["signature","No offer is final."]' disclaimer get bücher.example
 web_stop
