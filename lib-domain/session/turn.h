@@ -95,8 +95,8 @@ class Turn {
 // Stands behind what failed where taking back did, too.
 constexpr const char* kNotTakenBack = "; what was done before that is still there";
 
-// Refreshes, repairs and undoing are taken back neither by an undo nor where they fail: the next one
-// goes on with what is done.
+// Refreshes, repairs and undoing are taken back neither by an undo nor where they fail: the next
+// one goes on with what is done.
 using ChangeKind = MDOMAIN::HISTORY::EntryKind;
 
 // What a change needs to be as it should: all, or for what mends that, nothing but the lock.

@@ -19,6 +19,6 @@ web_start() {
 }
 
 web_stop() {
-  stop TERM $web
+  stop TERM "$web"
   ! grep -E 'ERROR|runtime error' "$scratch/web.log" || fail "mdomain-web complained"
 }
