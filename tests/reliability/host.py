@@ -5,7 +5,8 @@ content. The folder's own path stands as ROOT in it, so states of copies compare
 in DESCRIBED are bookkeeping of the library and do not count; nor do SQLite's journals, which the
 next opening consumes, nor the key of the latest notice, which the notice files repeat in full. Of the
 registry of owners counts whether it follows the model, not the change that it was built from. A list
-or text of no disclaimers and a reset DKIM setting, which a deleted domain leaves, are as good as none.
+or text of no disclaimers and a reset DKIM setting, which a deleted domain leaves, are as good as none,
+and so is a database without a row.
 """
 import hashlib
 import os
@@ -130,7 +131,8 @@ class Host:
         if content == NO_TEXTS and "/domain-" in short:
             return []
         if content.startswith(b"SQLite format 3\0"):
-            return [f"mode {short} {os.stat(path).st_mode:o}", *self._rows(path, short)]
+            rows = list(self._rows(path, short))
+            return [f"mode {short} {os.stat(path).st_mode:o}", *rows] if rows != [f"version {short} 0"] else []
         if short.endswith("_bcc.db"):  # a hash map notes its own file's identity
             content = content.replace(content[52:72], b"")
         content = self._rooted(content.decode("latin-1")).encode()

@@ -261,11 +261,12 @@ TEST_F(SessionTest, AnAdministratorHasHisDomainsAndNothingElse) {
           ReasonOf(his.TryPattern(1, "<a>")),
           ReasonOf(his.PatternDrift(1)),
           ReasonOf(his.ListHistory({1, 100})),
-          ReasonOf(his.Undo(1)),
+
           ReasonOf(his.DryRun([](Session& trial) { return trial.RemoveUsers(1, {kBob}); })),
           ReasonOf(his.SetDisclaimers(1, "[]"))}) {
       EXPECT_EQ(reason, Reason::kNotFound);
     }
+    EXPECT_FALSE(his.Undo(1));
     for (const Reason reason :
          {ReasonOf(his.CreateDomain({"c.example"})), ReasonOf(his.DeleteDomains({2})),
           ReasonOf(his.MakePrimary(2)), ReasonOf(his.AddNames(2, {"c.example"})),
