@@ -311,6 +311,10 @@ bool KeepFiles() {
 }  // namespace
 
 bool OpenChange::_Open() {
+  // Making it counts as commits, too: what comes later is the entry alone.
+  if (!postara::sdk::Exist(PATHS::HistoryDb()) && !HistoryFile().OpenForWriting()) {
+    return false;
+  }
   const std::string path = OpenPath(all_or_nothing_);
   unlink(path.c_str());  // of an entry that could not be added
   file_ =

@@ -30,7 +30,9 @@ def taken_back(ready, host):
         yield "changed without an entry", [ready.name]
     elif has_entry and undone.run("undo", "--yes").status == 0:
         undone.run("refresh")
-        yield "an undo of it is none", differences(undone.state(), ready.untouched)
+        # Which model is published stands there from the first change on.
+        yield "an undo of it is none", [line for line in differences(undone.state(), ready.untouched)
+                                        if "key_table ('mdomain_model'" not in line]
     undone.remove()
 
 
