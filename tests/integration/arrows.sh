@@ -3,6 +3,10 @@
 # that stands below or beside it. lib-domain/utils has three floors; its units are rooms of their own.
 set -eu
 cd "$(dirname "$0")/../.."
+# The pages know sessions alone, and what everybody needs.
+beside=$(grep -rE '^ *#include "(lib-domain|platform|tools)/' web |
+  grep -vE '"(lib-domain/session/mdomain\.h|lib-domain/base/json_text\.h|platform/include/root_path\.h)"' || true)
+[ -z "$beside" ] || { echo "$beside" && exit 1; }
 floors='platform/include
 lib-domain/base
 lib-domain/utils/domain_utils+lib-domain/utils/domain_utils_internal lib-domain/utils/domain_backend_related
