@@ -1,5 +1,10 @@
 #include "web/routes.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
 #include "web/pages/pages.h"
 
 namespace mdomain_web {
@@ -16,12 +21,32 @@ std::vector<std::string> Parts(const std::string& path) {
   return parts;
 }
 
+// What is no code stays as it is.
+std::string Decoded(const std::string& part) {
+  const auto digit = [&part](std::size_t at) {
+    const char* const digits = "0123456789abcdef";
+    const char* const found =
+        at < part.size() ? strchr(digits, tolower(static_cast<unsigned char>(part[at]))) : nullptr;
+    return found == nullptr || *found == '\0' ? -1 : static_cast<int>(found - digits);
+  };
+  std::string text;
+  for (std::size_t at = 0; at < part.size(); ++at) {
+    if (part[at] == '%' && digit(at + 1) >= 0 && digit(at + 2) >= 0) {
+      text += static_cast<char>(digit(at + 1) * 16 + digit(at + 2));
+      at += 2;
+    } else {
+      text += part[at];
+    }
+  }
+  return text;
+}
+
 }  // namespace
 
 std::optional<std::map<std::string, std::string>> Match(const std::string& route,
-                                                        const std::string& path) {
+                                                        const std::string& target) {
   const std::vector<std::string> wanted = Parts(route);
-  const std::vector<std::string> given = Parts(path);
+  const std::vector<std::string> given = Parts(target.substr(0, target.find('?')));
   if (wanted.size() != given.size()) {
     return std::nullopt;
   }
@@ -31,12 +56,27 @@ std::optional<std::map<std::string, std::string>> Match(const std::string& route
       if (given[i].empty()) {
         return std::nullopt;
       }
-      at[wanted[i].substr(1, wanted[i].size() - 2)] = given[i];
+      at[wanted[i].substr(1, wanted[i].size() - 2)] = Decoded(given[i]);
     } else if (wanted[i] != given[i]) {
       return std::nullopt;
     }
   }
   return at;
+}
+
+std::string Encoded(const std::string& text) {
+  std::string encoded;
+  for (const char character : text) {
+    if (isalnum(static_cast<unsigned char>(character)) != 0 || character == '-' ||
+        character == '_') {
+      encoded += character;
+    } else {
+      char code[4];
+      snprintf(code, sizeof(code), "%%%02X", static_cast<unsigned char>(character));
+      encoded += code;
+    }
+  }
+  return encoded;
 }
 
 const std::vector<Route>& Routes() {

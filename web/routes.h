@@ -31,9 +31,13 @@ struct Route {
 
 const std::vector<Route>& Routes();
 
-// The parts in braces when `path` is of that kind. Parts are taken apart before they are decoded.
+// The parts in braces when the path of the request is of that kind. It is taken apart before its
+// parts are decoded (RFC 3986), so that a name may hold a "/"; what stands behind "?" does not
+// count.
 std::optional<std::map<std::string, std::string>> Match(const std::string& route,
-                                                        const std::string& path);
+                                                        const std::string& target);
+// A text as a part of a path or of a query.
+std::string Encoded(const std::string& text);
 
 }  // namespace mdomain_web
 

@@ -107,7 +107,11 @@ void Site::Answer(const Request& request, Response& response) {
   response.set_header("Referrer-Policy", "same-origin");
   response.set_header("Cross-Origin-Opener-Policy", "same-origin");
   if (response.status >= 400) {  // the parser's own answer
-    _Show(response, Problem(response.status, Tr("The request cannot be read")), nullptr);
+    _Show(response,
+          Problem(response.status, response.status >= 500
+                                       ? Tr("This went wrong here; the log has more")
+                                       : Tr("The request cannot be read")),
+          nullptr);
     return;
   }
   if (request.method == "GET" && request.path.compare(0, 8, "/static/") == 0 &&
@@ -143,7 +147,7 @@ std::optional<Person> Site::_Find(const std::string& account) const {
   if (found.isNull()) {
     return std::nullopt;
   }
-  return Person{found["id"].asUInt(), found["name"].asString(),
+  return Person{found["id"].asUInt(), found["name"].asString(), account,
                 IsInGroup(account, settings_.administrators)};
 }
 
@@ -152,7 +156,7 @@ std::optional<Site::Guest> Site::_WhoAsks(const Request& request, Response& resp
   std::optional<Visits::Found> found = visits_.Find(key);
   if (!settings_.header.empty()) {
     const std::string name = request.get_header_value(settings_.header);
-    if (found && found->visit.person.name != name) {
+    if (found && found->visit.person.account != name) {
       visits_.End(key);
       found.reset();
     }
@@ -169,7 +173,7 @@ std::optional<Site::Guest> Site::_WhoAsks(const Request& request, Response& resp
     _SetCookie(response, found->key);
   }
   found->visit.person.is_host_administrator =
-      IsInGroup(found->visit.person.name, settings_.administrators);
+      IsInGroup(found->visit.person.account, settings_.administrators);
   return Guest{found->visit, found->key, !settings_.header.empty()};
 }
 
@@ -222,7 +226,7 @@ void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest
   Shown shown = Problem(404, Tr("There is no such page"));
   const Person& person = guest.visit.person;
   for (const Route& route : Routes()) {
-    auto at = Match(route.path, request.path);
+    auto at = Match(route.path, request.target);
     if (!at || route.method != (is_change ? request.method : "GET")) {
       continue;
     }
@@ -247,7 +251,7 @@ Shown Site::_Changed(const Asked& asked, const Change& change, const Guest& gues
     Json::Value arguments = change.arguments;
     arguments["dry_run"] = true;
     shown.data["plan"] = asked.calls(change.call, arguments);
-    shown.data["path"] = asked.request.path;
+    shown.data["path"] = asked.request.target.substr(0, asked.request.target.find('?'));
     shown.data["back"] = change.go_to;
     for (const auto& [name, value] : asked.request.params) {
       Json::Value field;

@@ -15,7 +15,7 @@ good refresh
 good group add bücher.example books
 good user add bücher.example erik erika
 good user set example.com anna --role domain_admin
-good alias create example.com sales --group sales
+good alias create example.com sales/x --group sales
 good bcc add example.com erik anna --type recipient
 
 # What is wrong in the settings is named.

@@ -210,7 +210,7 @@ Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
   }
   bool is_path = false;
   for (const Operation& operation : Operations()) {
-    const auto at = Match(std::string(kRoot) + operation.path, request.path);
+    const auto at = Match(std::string(kRoot) + operation.path, request.target);
     is_path = is_path || at;
     if (!at || request.method != operation.method) {
       continue;

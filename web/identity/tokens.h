@@ -15,7 +15,7 @@ namespace mdomain_web {
 struct Token {
   long long id = 0;
   std::uint32_t uid = 0;
-  std::string account;  // name of the person
+  std::string account;  // as the host names the account
   std::string label;    // what the person calls it
   bool may_change = false;
   long long made = 0;  // seconds since 1970, as below

@@ -14,7 +14,8 @@ namespace mdomain_web {
 
 struct Person {
   std::uint32_t uid = 0;
-  std::string name;
+  std::string name;     // the full one, as the model has it
+  std::string account;  // as the host names the account
   bool is_host_administrator = false;
 };
 

@@ -1,4 +1,3 @@
-#include <cctype>
 
 #include "web/pages/pages.h"
 #include "web/view/texts.h"
@@ -31,17 +30,7 @@ void Fail(const std::string& reason, const std::string& text) {
 }
 
 std::string Parameter(const std::string& name, const std::string& value) {
-  std::string text = "&" + name + "=";
-  for (const char character : value) {
-    if (isalnum(static_cast<unsigned char>(character)) != 0) {
-      text += character;
-    } else {
-      char code[4];
-      snprintf(code, sizeof(code), "%%%02X", static_cast<unsigned char>(character));
-      text += code;
-    }
-  }
-  return text;
+  return "&" + name + "=" + Encoded(value);
 }
 
 Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab) {

@@ -25,6 +25,9 @@ Change OfEntry(const Asked& asked, const std::string& call, const std::string& n
 Shown Entries(const Asked& asked) {
   Shown shown = OfDomain(asked, "entries", "entries");
   shown.data["entries"] = asked.calls("entries", DomainArgument(asked));
+  for (Json::Value& entry : shown.data["entries"]) {
+    entry["in_path"] = Encoded(entry["name"].asString());
+  }
   // The form of a new one is that of an entry without members.
   for (const char* kind : {"users", "groups", "addresses"}) {
     shown.data["entry"][kind] = Json::arrayValue;
@@ -38,6 +41,7 @@ Shown EntryPage(const Asked& asked) {
   if (shown.data["entry"].isNull()) {
     throw NotFound();
   }
+  shown.data["entry"]["in_path"] = Encoded(asked.at.at("name"));
   return shown;
 }
 

@@ -48,7 +48,7 @@ Shown MakeToken(const Asked& asked) {
   } else {
     Token token;
     token.uid = asked.person.uid;
-    token.account = asked.person.name;
+    token.account = asked.person.account;
     token.label = asked.Text("label");
     token.may_change = asked.Has("may_change");
     token.ends = time(nullptr) + count * kDay;
