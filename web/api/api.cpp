@@ -221,9 +221,8 @@ Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
     const Calls calls =
         person->is_host_administrator ? Calls::OfHost(person->name) : Calls::As(person->uid);
     Json::Value answer = calls.Answer(operation.call, ArgumentsOf(operation, request, *at));
-    const bool may_be_null =
-        std::string(operation.result).find_first_of("?") != std::string::npos ||
-        std::string(operation.result) == "Nothing";
+    const bool may_be_null = std::string(operation.result).find('?') != std::string::npos ||
+                             std::string(operation.result) == "Nothing";
     if (answer.isMember("value") && answer["value"].isNull() && !may_be_null) {
       Refuse(404, "not-found", "there is none");
     }

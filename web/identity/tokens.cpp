@@ -93,7 +93,7 @@ Tokens::~Tokens() {
 }
 
 std::string Tokens::Make(Token& token) {
-  const std::string secret = kBegin + NewSecret();
+  std::string secret = kBegin + NewSecret();
   const std::lock_guard<std::mutex> lock(mutex_);
   token.made = time(nullptr);
   Statement(*this,
