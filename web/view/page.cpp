@@ -113,8 +113,8 @@ std::string Escape(const std::string& text) {
 }
 
 std::string RenderPage(const std::string& name, const Json::Value& page) {
-  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): objects of the library own their
-  // members
+  // Objects of the template library own their members.
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
   data root = ToData(page);
   const kainjow::mustache::lambda2 translate = [](const std::string& text,
                                                   const kainjow::mustache::renderer& render) {
