@@ -5,7 +5,7 @@ set -eu
 cd "$(dirname "$0")/../.."
 # The pages know sessions alone, and what everybody needs.
 beside=$(grep -rE '^ *#include "(lib-domain|platform|tools)/' web |
-  grep -vE '"(lib-domain/session/mdomain\.h|lib-domain/base/json_text\.h|platform/include/root_path\.h)"' || true)
+  grep -vE '"(lib-domain/session/mdomain\.h|lib-domain/base/json_text\.h|platform/include/(digest|root_path|text)\.h)"' || true)
 [ -z "$beside" ] || { echo "$beside" && exit 1; }
 floors='platform/include
 lib-domain/base

@@ -1,10 +1,11 @@
 #include "web/identity/secrets.h"
 
 #include <nettle/memops.h>
-#include <nettle/sha2.h>
 #include <sys/random.h>
 
 #include <stdexcept>
+
+#include "platform/include/digest.h"
 
 namespace mdomain_web {
 
@@ -31,12 +32,7 @@ std::string NewSecret() {
 }
 
 std::string Digest(const std::string& text) {
-  sha256_ctx context;
-  sha256_init(&context);
-  sha256_update(&context, text.size(), reinterpret_cast<const uint8_t*>(text.data()));
-  unsigned char digest[SHA256_DIGEST_SIZE];
-  sha256_digest(&context, sizeof(digest), digest);
-  return Hexadecimal(digest, sizeof(digest));
+  return korvmailserver::DigestOf(text);
 }
 
 bool IsSame(const std::string& one, const std::string& other) {

@@ -1,9 +1,10 @@
 #include "web/view/page.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <kainjow/mustache.hpp>
 #include <stdexcept>
 
+#include "platform/include/text.h"
 #include "web/view/files.h"
 #include "web/view/texts.h"
 
@@ -13,41 +14,22 @@ namespace {
 
 using kainjow::mustache::data;
 
-// Marks that change the direction or the look of what stands around them (Unicode UAX 9, and the
-// separators that are line ends to some), beside the control characters.
-bool IsHidden(unsigned int character) {
-  return character < 0x20 || (character >= 0x7F && character < 0xA0) || character == 0xAD ||
-         character == 0x61C || (character >= 0x200B && character <= 0x200F) ||
-         (character >= 0x2028 && character <= 0x202E) ||
-         (character >= 0x2060 && character <= 0x206F) || character == 0xFEFF;
-}
-
-// The character at `at`, and behind it the next `at`; bytes that are no UTF-8 (RFC 3629) are one
-// character each, of number -1.
-int Next(const std::string& text, std::size_t& at) {
-  const auto byte = static_cast<unsigned char>(text[at++]);
-  if (byte < 0x80) {
-    return byte;
+// HTML's name of a character that would be markup; null for others.
+const char* EntityOf(char character) {
+  switch (character) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\'':
+      return "&#39;";
+    default:
+      return nullptr;
   }
-  const int more = byte >= 0xF0 && byte < 0xF5 ? 3 : byte >= 0xE0 ? 2 : byte >= 0xC2 ? 1 : 0;
-  if (more == 0 || byte >= 0xF5 || at + static_cast<std::size_t>(more) > text.size()) {
-    return -1;
-  }
-  static constexpr int kLowest[] = {0, 0x80, 0x800, 0x10000};
-  int character = byte & (0x3F >> more);
-  for (int i = 0; i < more; ++i) {
-    const auto next = static_cast<unsigned char>(text[at + static_cast<std::size_t>(i)]);
-    if ((next & 0xC0) != 0x80) {
-      return -1;
-    }
-    character = (character << 6) | (next & 0x3F);
-  }
-  if (character < kLowest[more] || character > 0x10FFFF ||
-      (character >= 0xD800 && character < 0xE000)) {
-    return -1;
-  }
-  at += static_cast<std::size_t>(more);
-  return character;
 }
 
 data ToData(const Json::Value& value) {
@@ -86,28 +68,14 @@ const std::string& Template(const std::string& name) {
 
 std::string Escape(const std::string& text) {
   std::string escaped;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t begin = at;
-    const int character = Next(text, at);
-    if (character < 0) {
-      escaped += "\uFFFD";
-    } else if (IsHidden(static_cast<unsigned int>(character)) && character != '\n') {
-      char shown[16];
-      snprintf(shown, sizeof(shown), "[U+%04X]", static_cast<unsigned int>(character));
-      escaped += shown;
-    } else if (character == '&') {
-      escaped += "&amp;";
-    } else if (character == '<') {
-      escaped += "&lt;";
-    } else if (character == '>') {
-      escaped += "&gt;";
-    } else if (character == '"') {
-      escaped += "&quot;";
-    } else if (character == '\'') {
-      escaped += "&#39;";
-    } else {
-      escaped.append(text, begin, at - begin);
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    for (const char character : korvmailserver::VisibleText(text.substr(begin, end - begin))) {
+      const char* const entity = EntityOf(character);
+      escaped += entity == nullptr ? std::string(1, character) : entity;
     }
+    escaped += end < text.size() ? "\n" : "";
+    begin = end + 1;
   }
   return escaped;
 }

@@ -10,7 +10,7 @@ namespace mdomain_web {
 
 // The template `name` with the values of `data`, within the layout. In templates
 //   {{value}}         is the text of a value, escaped, with control characters and marks of
-//                     direction shown as [U+202E]; numbers as they are
+//                     direction shown as <U+202E>; numbers as they are
 //   {{#value}}...     once for each item of an array, for an object, or for a text that is not
 //   empty,
 //                     a number that is not 0 and true; {{^value}}... otherwise
