@@ -41,3 +41,14 @@ mdomain-web --state "$scratch" --address ::1 --port 8025 2>"$scratch/web.log" &
 web=$!
 wait_for "mdomain-web on ::1" bash -c '(exec 3<>/dev/tcp/::1/8025) 2>/dev/null'
 web_stop
+
+# A header names who asks: not where every account of the host could write it.
+printf '[sign-in]\nadministrators = mailadmins\nheader = X-Remote-User\n' >"$scratch/header.ini"
+matches "a header on loopback" "$(mdomain-web --config "$scratch/header.ini" --state "$scratch" 2>&1)" 'a unix socket is needed'
+mdomain-web --config "$scratch/header.ini" --state "$scratch" --socket "$scratch/web.sock" 2>"$scratch/web.log" &
+web=$!
+wait_for "mdomain-web on a socket" test -S "$scratch/web.sock"
+by_header() { curl -s --unix-socket "$scratch/web.sock" -H "X-Remote-User: $1" "http://x$2" -w '%{http_code}' -o /dev/null; }
+same "by the header" "$(by_header anna /domains/1) $(by_header anna /domains/2) $(by_header ben /domains/2) \
+$(by_header nobody /) $(by_header "" /)" "200 404 200 303 303"
+web_stop
