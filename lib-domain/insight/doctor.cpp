@@ -125,4 +125,13 @@ Findings LookAtDomains(const std::vector<KnownDomain>& domains) {
   return findings;
 }
 
+Findings LookAtPublications() {
+  Findings findings;
+  Look(INTERNAL::CheckReconciled, findings);
+  Look([](Findings& found) { INTERNAL::CheckPublications(ListKnownDomains(), true, found); },
+       findings);
+  Complete(findings);
+  return findings;
+}
+
 }  // namespace MDOMAIN::INSIGHT

@@ -34,6 +34,9 @@ MDOMAIN_EXPORT Findings LookAtAll(const Check& check_accounts);
 // disclaimers, keys, and what of them is published.
 Findings LookAtDomains(const std::vector<KnownDomain>& domains);
 
+// What mail services read and is not as the model of this host has it.
+Findings LookAtPublications();
+
 namespace INTERNAL {
 
 // The files: whole, of a known version, owned and closed as they should be, nothing left over.

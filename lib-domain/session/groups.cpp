@@ -7,6 +7,7 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/pages.h"
+#include "lib-domain/session/user_choice.h"
 
 namespace mdomain {
 
@@ -15,21 +16,9 @@ using session::Change;
 using session::Fail;
 using session::Known;
 using session::Refuse;
+using session::RequireGroups;
 
 namespace {
-
-void RequireGroups(const Known& domain, const std::vector<std::uint32_t>& gids) {
-  std::vector<unsigned int> known;
-  if (!DomainGroup().List(domain.idx, known)) {
-    Fail("the groups of the domain could not be read");
-  }
-  for (const std::uint32_t gid : gids) {
-    if (std::find(known.begin(), known.end(), gid) == known.end()) {
-      Refuse(Reason::kNotFound,
-             "no group of domain " + domain.Title() + " has the gid " + std::to_string(gid));
-    }
-  }
-}
 
 // The interface below takes anybody in again.
 void RequireMembers(DomainGroup& api, const Known& domain, std::uint32_t gid,

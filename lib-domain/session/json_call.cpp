@@ -135,9 +135,13 @@ const std::map<std::string, Run>& Calls() {
       {"list_users",
        [](Session& s, Arguments& a) {
          const int domain = a.Int("domain");
-         const UserQuery query = QueryOf<UserColumn>(a, {{"name", UserColumn::kName},
-                                                         {"alias", UserColumn::kAlias},
-                                                         {"role", UserColumn::kRole}});
+         UserQuery query{QueryOf<UserColumn>(a, {{"name", UserColumn::kName},
+                                                 {"alias", UserColumn::kAlias},
+                                                 {"role", UserColumn::kRole}})};
+         query.collides = a.Bool("collides", false);
+         query.drifts = a.Bool("drifts", false);
+         query.has_own_role = a.OptionalBool("has_own_role");
+         query.gid = a.OptionalId("gid");
          const std::string cursor = a.Text("cursor", "");
          a.End();
          return Answer(s.ListUsers(domain, query, cursor));
@@ -302,6 +306,13 @@ const std::map<std::string, Run>& Calls() {
          a.End();
          return Answer(s.SetDisclaimers(domain, json, version));
        }},
+      {"try_disclaimer",
+       [](Session& s, Arguments& a) {
+         const int domain = a.Int("domain");
+         const std::string json = a.Text("json");
+         a.End();
+         return Answer(s.TryDisclaimer(domain, json));
+       }},
       {"explain",
        [](Session& s, Arguments& a) {
          const std::string address = a.Text("address");
@@ -343,6 +354,18 @@ const std::map<std::string, Run>& Calls() {
          a.End();
          return Answer(
              s.Refresh(static_cast<std::size_t>(limit), static_cast<std::size_t>(percent)));
+       }},
+      {"refresh_progress",
+       [](Session& s, Arguments& a) {
+         a.End();
+         return Answer(s.RefreshProgress());
+       }},
+      {"published",
+       [](Session& s, Arguments& a) {
+         const PublicationQuery query = {static_cast<std::size_t>(a.Int("page_size", 100))};
+         const std::string cursor = a.Text("cursor", "");
+         a.End();
+         return Answer(s.Published(query, cursor));
        }},
       {"publish",
        [](Session& s, Arguments& a) {

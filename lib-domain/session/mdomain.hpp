@@ -328,6 +328,37 @@ struct ChangePlan {
   std::vector<PlannedChange> changes;
 };
 
+// How far a refresh is.
+struct Progress {
+  std::string doing;      // "writing rows"; "" before the first step
+  std::size_t done = 0;   // of its items
+  std::size_t total = 0;  // 0 where nobody knows how many there will be
+  long long since = 0;    // when it began, seconds since 1970
+};
+
+// What mail services read: a key of the mail configuration, or a file that follows from the model.
+struct PublishedItem {
+  std::string key;     // "" of a file that no key names
+  std::string value;   // of a file its path
+  long long time = 0;  // of a file: when it changed last, seconds since 1970; 0 where it is missing
+  long long size = -1;  // of a file, bytes
+};
+
+struct Publication {
+  long long time = 0;               // of the last one, seconds since 1970; 0: there was none
+  std::string person;               // who made the newest change, and what it was
+  std::string command;              // "" where the history does not tell
+  std::string machine;              // that manages the domains, where machines share a key store
+  long long version = 0;            // of the publication there
+  long long unpublished_since = 0;  // the shared store lacks a change since then; 0: it does not
+  std::vector<Finding> behind;      // what is not as the model has it
+  Page<PublishedItem> items;
+};
+
+struct PublicationQuery {
+  std::size_t page_size = 100;  // at most 10,000
+};
+
 struct HistoryQuery {
   int domain = 0;               // what is about this domain; 0: everything
   std::size_t page_size = 100;  // at most 10,000
@@ -400,8 +431,17 @@ struct Query {
   bool is_descending = false;
   std::size_t page_size = 100;  // at most 10,000
 };
-using UserQuery = Query<UserColumn>;
 using GroupQuery = Query<GroupColumn>;
+
+// Users for whom all that is set holds.
+struct UserQuery : Query<UserColumn> {
+  bool collides = false;  // somebody else gets the mail of one of the aliases
+  bool drifts = false;    // no alias is what the domain's pattern gives now
+  // False: the role is that of groups alone.
+  std::optional<bool> has_own_role = std::nullopt;
+  // Members of this group of the domain.
+  std::optional<std::uint32_t> gid = std::nullopt;
+};
 
 // ---- The session ----
 
@@ -422,12 +462,12 @@ class MDOMAIN_EXPORT Session {
   // the domains in which his role is domain_admin at the moment of each call, and no other one,
   // whatever is given. An account without any sees none. He neither creates, renames nor deletes
   // domains, gives them names, makes one primary, adds groups whose role is domain_admin,
-  // refreshes, publishes, sees or sets settings of the host, nor takes back what others changed; his
-  // copies are of mail to and from his
-  // domains. So are his disclaimers: each needs an address pattern of the domain, with "or" nothing
-  // but such ones, and none is about a group. To add somebody he may look any account and group of
-  // the host up. Calls that are not his are Reason::kRefused, domains that are not his
-  // Reason::kNotFound. His errors have no log lines, which name what is others'.
+  // refreshes, publishes, sees or sets settings of the host, nor takes back what others changed;
+  // his copies are of mail to and from his domains. So are his disclaimers: each needs an address
+  // pattern of the domain, with "or" nothing but such ones, and none is about a group. To add
+  // somebody he may look any account and group of the host up. Calls that are not his are
+  // Reason::kRefused, domains that are not his Reason::kNotFound. His errors have no log lines,
+  // which name what is others'.
   Session As(std::uint32_t uid) const;
   Session WithPerson(const std::string& person) const;
 
@@ -506,6 +546,10 @@ class MDOMAIN_EXPORT Session {
   Result<Disclaimers> SetDisclaimers(int domain, const std::string& json,
                                      const Version& version = "");
 
+  // Whom a disclaimer would concern, before it is saved: `json` is one, as GetDisclaimers has them.
+  // Refuses what SetDisclaimers would refuse of it.
+  Result<DisclaimerReach> TryDisclaimer(int domain, const std::string& json) const;
+
   // Asking why. All but Repair read only; the answers are in insight/answers.h.
   //
   // Who gets the mail for an address, step by step. kInvalid: it is no address. For a domain
@@ -529,8 +573,14 @@ class MDOMAIN_EXPORT Session {
   // so many of the accounts and groups that are gone are deleted, else none (`spared_users`); 0
   // stands for any number, or any share.
   Result<RefreshReport> Refresh(std::size_t deletion_limit = 500, std::size_t percent = 10);
+  // What a refresh by this process, a dry run included, is doing now; none where none has begun.
+  // For the host's administrators. Waits for nobody: other calls have no turn meanwhile.
+  Result<std::optional<Progress>> RefreshProgress() const;
   // What is published once more, as a whole.
   Result<Nothing> Publish();
+  // What mail services read now and since when, for the host's administrators.
+  Result<Publication> Published(const PublicationQuery& query = {},
+                                const std::string& cursor = "") const;
 
   // The newest changes, the latest first.
   Result<std::vector<HistoryEntry>> History(int limit = 100) const;

@@ -3,6 +3,7 @@
 #include "lib-domain/history/history.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/pages.h"
+#include "lib-domain/session/progress.h"
 #include "lib-domain/session/trial.h"
 #include "lib-domain/sync/model_in_force.h"
 
@@ -93,6 +94,7 @@ Result<RefreshReport> Session::Refresh(std::size_t deletion_limit, std::size_t p
       *this, "refresh", "refresh",
       [&] {
         RequirePublishable();
+        const session::TellingProgress telling;
         MDOMAIN::API::Updater updater;
         updater.SetDeletionLimit({deletion_limit, percent});
         if (!updater.Refresh()) {
