@@ -12,6 +12,7 @@
 #include "web/identity/tokens.h"
 #include "web/identity/visits.h"
 #include "web/model/calls.h"
+#include "web/model/refresher.h"
 
 namespace mdomain_web {
 
@@ -21,9 +22,12 @@ struct Asked {
   Person person;
   Calls calls;
   Tokens& tokens;
+  Refresher& refresher;
 
   // A number of the path; throws NotFound for what is none.
   std::uint32_t Number(const std::string& name) const;
+  // The same of a parameter of the query or a field of the form.
+  std::uint32_t NumberOf(const std::string& name) const;
   // A parameter of the query or a field of the form, the first of its name; "" without one.
   std::string Text(const std::string& name) const;
   bool Has(const std::string& name) const { return request.has_param(name); }

@@ -17,6 +17,7 @@ namespace {
 using httplib::Request;
 using httplib::Response;
 
+constexpr int kReloadSeconds = 3;
 constexpr std::size_t kLongestName = 256;
 constexpr std::size_t kLongestPassword = 1024;
 
@@ -80,7 +81,12 @@ Shown Problem(const CallFailed& failed) {
                      : reason == "failed"  ? 500
                      : reason == "refused" ? 403
                                            : 400;
-  return Problem(status, Tr("This cannot be done"), failed.error);
+  Shown shown = Problem(status, Tr("This cannot be done"), failed.error);
+  if (status == 503) {
+    shown.data["title"] = Tr("Please wait");
+    shown.data["reload"] = kReloadSeconds;
+  }
+  return shown;
 }
 
 }  // namespace
@@ -119,6 +125,14 @@ void Site::Answer(const Request& request, Response& response) {
     return;
   }
   response.set_header("Cache-Control", "no-store");
+  try {
+    _Dispatch(request, response);
+  } catch (const CallFailed& failed) {  // whose account it is could not be asked
+    _Show(response, Problem(failed), nullptr);
+  }
+}
+
+void Site::_Dispatch(const Request& request, Response& response) {
   if (Api::IsAsked(request)) {
     api_.Answer(request, response);
     return;
@@ -231,8 +245,9 @@ void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest
       continue;
     }
     const Asked asked{
-        request, std::move(*at), person,
-        person.is_host_administrator ? Calls::OfHost(person.name) : Calls::As(person.uid), tokens_};
+        request, std::move(*at),
+        person,  person.is_host_administrator ? Calls::OfHost(person.name) : Calls::As(person.uid),
+        tokens_, refresher_};
     try {
       shown = route.page != nullptr ? route.page(asked) : _Changed(asked, route.form(asked), guest);
     } catch (const NotFound&) {
@@ -262,6 +277,10 @@ Shown Site::_Changed(const Asked& asked, const Change& change, const Guest& gues
       }
     }
     return shown;
+  }
+  if (change.in_background) {
+    refresher_.Start(asked.calls);
+    return GoTo(change.go_to);
   }
   const Json::Value answer = asked.calls.Answer(change.call, change.arguments);
   if (!answer.isMember("value")) {

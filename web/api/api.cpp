@@ -18,6 +18,7 @@ using httplib::Request;
 using httplib::Response;
 
 constexpr const char* kRoot = "/api/v1";
+constexpr Json::ArrayIndex kLongestPage = 10000;
 
 struct Refusal {
   int status;
@@ -119,6 +120,49 @@ Json::Value BodyOf(const Request& request) {
   return body;
 }
 
+// The page of a list that the query asks for.
+struct Part {
+  Json::ArrayIndex begin = 0;
+  Json::ArrayIndex size = kLongestPage;
+};
+
+Part PartOf(const Request& request) {
+  Part part;
+  if (request.has_param("page_size")) {
+    const Json::Value size = NumberOf("page_size", request.get_param_value("page_size"));
+    part.size = std::clamp<Json::ArrayIndex>(size.asUInt(), 1, kLongestPage);
+  }
+  if (!request.get_param_value("cursor").empty()) {
+    part.begin = NumberOf("cursor", request.get_param_value("cursor")).asUInt();
+  }
+  return part;
+}
+
+void Cut(const Part& part, Json::Value& answer) {
+  const Json::Value all = answer["value"];
+  answer["value"] = Json::arrayValue;
+  const auto begin = std::min(part.begin, all.size());
+  const auto end = begin + std::min(part.size, all.size() - begin);
+  for (auto at = begin; at < end; ++at) {
+    answer["value"].append(all[at]);
+  }
+  answer["total"] = all.size();
+  answer["next"] = end < all.size() ? std::to_string(end) : "";
+}
+
+// A change that would replace what somebody else may have changed meanwhile says which version it
+// is made from.
+void RequireVersion(const Operation& operation, const Json::Value& arguments) {
+  for (const Argument& argument : operation.arguments) {
+    const bool is_whole =
+        argument.is_needed || (arguments.isMember("aliases") && arguments.isMember("uid"));
+    if (argument.kind == Kind::kVersion && is_whole && !arguments.isMember(argument.name) &&
+        !arguments.isMember("dry_run")) {
+      Refuse(428, "invalid", "If-Match is missing: the version that was read, or *");
+    }
+  }
+}
+
 bool HasBody(const Operation& operation) {
   const std::string method = operation.method;
   return method != "GET" && method != "DELETE";
@@ -131,7 +175,9 @@ Json::Value ArgumentsOf(const Operation& operation, const Request& request,
     const auto known =
         std::find_if(operation.arguments.begin(), operation.arguments.end(),
                      [&](const Argument& argument) { return argument.name == parameter.first; });
-    const bool is_plan = parameter.first == "dry_run" && std::string(operation.method) != "GET";
+    const bool is_plan =
+        (parameter.first == "dry_run" && std::string(operation.method) != "GET") ||
+        (IsList(operation) && (parameter.first == "page_size" || parameter.first == "cursor"));
     if (!is_plan && (HasBody(operation) || known == operation.arguments.end())) {
       Refuse(400, "invalid", "\"" + parameter.first + "\" of the query is not known");
     }
@@ -147,13 +193,15 @@ Json::Value ArgumentsOf(const Operation& operation, const Request& request,
       std::string version = request.get_header_value("If-Match");
       version.erase(std::remove(version.begin(), version.end(), '"'), version.end());
       arguments[argument.name] = version == "*" ? "" : version;
-    } else if (argument.is_needed && !arguments.isMember(argument.name)) {
+    } else if (argument.kind != Kind::kVersion && argument.is_needed &&
+               !arguments.isMember(argument.name)) {
       Refuse(400, "invalid", "\"" + std::string(argument.name) + "\" is missing");
     }
   }
   if (IsFlagSet(request, "dry_run")) {
     arguments["dry_run"] = true;
   }
+  RequireVersion(operation, arguments);
   return arguments;
 }
 
@@ -171,6 +219,8 @@ void Api::Answer(const Request& request, Response& response) {
   } catch (const Refusal& refusal) {
     answer["error"] = ErrorOf(refusal.reason, refusal.text);
     response.status = refusal.status;
+  } catch (const CallFailed& failed) {
+    answer["error"] = failed.error;
   }
   const bool is_problem = !answer.isMember("value") && answer.isMember("error");
   if (is_problem) {
@@ -221,6 +271,9 @@ Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
     const Calls calls =
         person->is_host_administrator ? Calls::OfHost(person->name) : Calls::As(person->uid);
     Json::Value answer = calls.Answer(operation.call, ArgumentsOf(operation, request, *at));
+    if (IsList(operation) && answer["value"].isArray()) {
+      Cut(PartOf(request), answer);
+    }
     const bool may_be_null = std::string(operation.result).find('?') != std::string::npos ||
                              std::string(operation.result) == "Nothing";
     if (answer.isMember("value") && answer["value"].isNull() && !may_be_null) {

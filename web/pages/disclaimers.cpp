@@ -3,6 +3,7 @@
 
 #include "web/pages/pages.h"
 #include "web/view/json_text.h"
+#include "web/view/page.h"
 #include "web/view/texts.h"
 
 namespace mdomain_web::pages {
@@ -108,7 +109,47 @@ void Fill(Shown& shown, const Asked& asked, Json::Value disclaimer) {
     disclaimer[rules] = lines;
   }
   disclaimer["needs_all"] = disclaimer["op"].asString() == "and";
+  disclaimer["title"] = disclaimer["name"];
   shown.data["disclaimer"] = disclaimer;
+}
+
+// What the form says, over what is stored of it.
+void FillIn(const Asked& asked, Json::Value& disclaimer) {
+  disclaimer["name"] = asked.Text("name");
+  disclaimer["enabled"] = asked.Has("enabled");
+  disclaimer["disabled_for_local_recipient"] = asked.Has("disabled_for_local_recipient");
+  disclaimer["op"] = asked.Has("needs_all") ? "and" : "or";
+  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
+    disclaimer[rules] = Json::arrayValue;
+    for (const std::string& line : asked.Lines(rules)) {
+      disclaimer[rules].append(RuleOf(asked, line));
+    }
+  }
+  for (const char* text : {"content_txt", "content_html"}) {
+    disclaimer[text] = asked.Text(text);
+  }
+}
+
+// Whom it would concern, and mail as the filter leaves it: a line feed before and behind the text,
+// the HTML in front of the end of the body.
+Json::Value PreviewOf(const Asked& asked, const Json::Value& disclaimer) {
+  Json::Value arguments = DomainArgument(asked);
+  arguments["json"] = ToText(disclaimer);
+  Json::Value preview;
+  preview["reach"] = asked.calls("try_disclaimer", arguments);
+  for (const char* side : {"senders", "recipients"}) {
+    Json::Value& people = preview["reach"][side];
+    if (people["count"].asUInt64() > people["names"].size()) {
+      people["others"] = Json::UInt64(people["count"].asUInt64() - people["names"].size());
+    }
+  }
+  preview["content_txt"] = disclaimer["content_txt"];
+  const std::string html = disclaimer["content_html"].asString();
+  preview["srcdoc"] = html.empty()
+                          ? ""
+                          : "<!DOCTYPE html><html><body><p>" + Escape(Tr("The message itself.")) +
+                                "</p>\n" + html + "\n</body></html>";
+  return preview;
 }
 
 }  // namespace
@@ -163,20 +204,39 @@ Change SetDisclaimer(const Asked& asked) {
   }
   Json::Value& disclaimer = list[at];
   disclaimer["id"] = id;
-  disclaimer["name"] = asked.Text("name");
-  disclaimer["enabled"] = asked.Has("enabled");
-  disclaimer["disabled_for_local_recipient"] = asked.Has("disabled_for_local_recipient");
-  disclaimer["op"] = asked.Has("needs_all") ? "and" : "or";
-  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
-    disclaimer[rules] = Json::arrayValue;
-    for (const std::string& line : asked.Lines(rules)) {
-      disclaimer[rules].append(RuleOf(asked, line));
-    }
-  }
-  for (const char* text : {"content_txt", "content_html"}) {
-    disclaimer[text] = asked.Text(text);
-  }
+  FillIn(asked, disclaimer);
   return Replace(asked, list, Tr("The disclaimer is saved."));
+}
+
+// The form as it was typed, with what it would do: nothing is saved.
+Shown PreviewDisclaimer(const Asked& asked) {
+  Shown shown = OfDomain(asked, "disclaimer", "disclaimers");
+  Json::Value typed;
+  for (const char* text : {"name", "content_txt", "content_html"}) {
+    typed[text] = asked.Text(text);
+  }
+  typed["title"] = typed["name"];
+  for (const char* box : {"enabled", "needs_all", "disabled_for_local_recipient"}) {
+    typed[box] = asked.Has(box);
+  }
+  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
+    typed[rules] = JsonOf(asked.Lines(rules));
+  }
+  shown.data["is_new"] = !asked.Has("id");
+  if (asked.Has("id")) {
+    typed["id"] = asked.NumberOf("id");
+  }
+  shown.data["disclaimer"] = typed;
+  shown.data["version_of_list"] = asked.Text("version");
+  try {
+    Json::Value disclaimer;
+    disclaimer["id"] = 1;
+    FillIn(asked, disclaimer);
+    shown.data["preview"] = PreviewOf(asked, disclaimer);
+  } catch (const CallFailed& failed) {
+    shown.data["preview"]["error"] = failed.error;
+  }
+  return shown;
 }
 
 Change DeleteDisclaimer(const Asked& asked) {

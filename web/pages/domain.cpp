@@ -33,6 +33,11 @@ std::string Parameter(const std::string& name, const std::string& value) {
   return "&" + name + "=" + Encoded(value);
 }
 
+std::string NextPage(const Json::Value& list, const std::string& parameters) {
+  const std::string next = list["next"].asString();
+  return next.empty() ? "" : "?cursor=" + Encoded(next) + parameters;
+}
+
 Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab) {
   Shown shown{page};
   shown.data["domain"] = asked.calls("get_domain", DomainArgument(asked));

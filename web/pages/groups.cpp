@@ -19,11 +19,7 @@ Shown Groups(const Asked& asked) {
   arguments["cursor"] = asked.Text("cursor");
   shown.data["list"] = asked.calls("list_groups", arguments);
   shown.data["text"] = asked.Text("text");
-  const std::string next = shown.data["list"]["next"].asString();
-  if (!next.empty()) {
-    shown.data["next"] =
-        "?cursor=" + Parameter("", next).substr(2) + Parameter("text", asked.Text("text"));
-  }
+  shown.data["next"] = NextPage(shown.data["list"], Parameter("text", asked.Text("text")));
   return shown;
 }
 

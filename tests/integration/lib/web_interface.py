@@ -155,14 +155,39 @@ class Program:
             body = body if isinstance(body, str) else json.dumps(body)
         connection.request(method, "/api/v1" + path, body, headers)
         answer = connection.getresponse()
-        return answer.status, json.loads(answer.read()), answer.headers
+        value = json.loads(answer.read())
+        self.validate(method, path.split("?")[0], answer.status, value)
+        return answer.status, value, answer.headers
+
+    document = None
+
+    def validate(self, method, path, status, answer):
+        """Every answer is what the document says of it."""
+        if path == "/openapi.json":
+            Program.document = answer
+            return
+        for known, methods in self.document["paths"].items():
+            operation = methods.get(method.lower())
+            if status == 200 and operation and re.fullmatch(re.sub(r"\{\w+\}", "[^/]+", known), path):
+                schema = operation["responses"]["200"]["content"]["application/json"]["schema"]
+                break
+        else:
+            schema = {"$ref": "#/components/schemas/Problem"}
+        try:
+            jsonschema.Draft202012Validator({**schema, "components": self.document["components"]}).validate(answer)
+        except jsonschema.ValidationError as error:
+            same(f"{method} {path}: {status}", error.message, "")
+
+
+DISCLAIMER = json.dumps({"id": 1, "name": "d", "enabled": True, "op": "or", "match_rule_list": [
+    {"target": "sender", "pattern_type": "email", "pattern": "*@example.com"}]})
 
 
 def check_api(people):
     anna, reader, host = Program(people["anna"], True), Program(people["anna"], False), Program(people["ben"], True)
     document = anna.ask("GET", "/openapi.json", Authorization="")[1]
     values = {"domain": "1", "uid": "1003", "gid": "2001", "name": "sales%2fx", "text": "anna", "address": "anna@example.com",
-              "id": "1", "pattern": "<1a>", "key": "postmaster"}
+              "id": "1", "pattern": "<1a>", "key": "postmaster", "json": urllib.parse.quote(DISCLAIMER)}
     for path, methods in document["paths"].items():
         operation = methods.get("get")
         if operation is None:
@@ -170,14 +195,8 @@ def check_api(people):
         wanted = [one["name"] for one in operation.get("parameters", []) if one["required"] and one["in"] == "query"]
         asked = re.sub(r"\{(\w+)\}", lambda part: values[part.group(1)], path)
         asked += "?" + "&".join(f"{name}={values[name]}" for name in wanted) if wanted else ""
-        status, answer, _ = host.ask("GET", asked)
-        schema = operation["responses"]["200"]["content"]["application/json"]["schema"]
-        try:
-            jsonschema.Draft202012Validator({**schema, "components": document["components"]}).validate(answer)
-        except jsonschema.ValidationError as error:
-            same("GET " + asked, error.message, "")
+        status = host.ask("GET", asked)[0]
         same("status of " + asked, status, 200)
-    problem = {"$ref": "#/components/schemas/Problem", "components": document["components"]}
     user, patch = "/domains/1/users/1003", {"add_aliases": ["chief"]}
     etag = anna.ask("GET", user)[2]["ETag"]
     for name, (status, answer, _), want in (
@@ -198,19 +217,50 @@ def check_api(people):
         ("not hers", anna.ask("DELETE", "/domains/1"), 403),
         ("a name that is none", host.ask("POST", "/domains", {"name": "no domain"}), 400),
         ("a taken name", host.ask("POST", "/domains", {"name": "example.com"}), 409),
+        ("a whole without a version", anna.ask("PUT", "/domains/1/disclaimers", {"json": "[]"}), 428),
+        ("all aliases without one", anna.ask("PATCH", user, {"aliases": ["erik"]}), 428),
         ("changed meanwhile", anna.ask("PATCH", user, patch, If_Match='"0"'), 412),
     ):
         same(name, (status, answer.get("status")), (want, want))
-        jsonschema.Draft202012Validator(problem).validate(answer)
     status, plan, _ = anna.ask("PATCH", user + "?dry_run=true", patch)
     same("a plan", (status, [one.get("alias") for one in plan["value"]["changes"]]), (200, ["chief"]))
     same("which changed nothing", anna.ask("GET", user)[2]["ETag"], etag)
     status, _, headers = anna.ask("PATCH", user, patch, If_Match=etag)
     same("a change", (status, headers["ETag"] != etag), (200, True))
+    status, page, _ = host.ask("GET", "/domains?page_size=1")
+    last = host.ask("GET", "/domains?page_size=1&cursor=" + page["next"])[1]
+    same("pages of a list", [page["total"], page["value"][0]["idx"], last["value"][0]["idx"], last["next"]], [2, 1, 2, ""])
+    status, changed, _ = host.ask("PUT", "/settings/postmaster", {"value": "anna"})
+    same("a setting", (status, changed["value"]["setting"]["value"]), (200, "anna"))
+    same("a refresh", host.ask("POST", "/refresh")[1]["value"]["is_complete"], True)
     page = people["anna"].get("/tokens").text
     for path in re.findall(r'/tokens/\d+/revoke', page):
         people["anna"].post(path)
     same("revoked", anna.ask("GET", "/domains")[0], 401)
+
+
+def check_pages(anna, ben):
+    """What pages show beside lists: filters, a preview, what is published, how a refresh went."""
+    anna.get("/")
+    rules = "sender address *@example.com"
+    preview = anna.post("/domains/1/disclaimers/preview", name="<b>", match_rule_list=rules,
+                        content_txt="No offer.", content_html="<i>No</i>\"offer").text
+    same("a preview", [text in preview for text in ("mail from 5 people", "<bdi>anna</bdi>", "&lt;i&gt;No&lt;/i&gt;&quot;offer", "<i>")],
+         [True, True, True, False])
+    same("of nonsense", "This line is none" in anna.post("/domains/1/disclaimers/preview", match_rule_list="x").text, True)
+    for query, wanted in (("", 5), ("collides=1", 0), ("drifts=1", 0), ("by_group=1", 4), ("gid=2001", 2), ("own_role=1&gid=2001", 1)):
+        page = anna.get("/domains/1/people?" + query).text
+        same(f"people with {query!r}", page.count('<th scope="row">'), wanted)
+    picture = anna.get("/domains/1/picture").text
+    same("the picture", [text in picture for text in (">sales<", "anna@example.com")], [True, True])
+    same("for the host alone", [anna.get("/published").status, anna.get("/refresh").status], [403, 403])
+    page = ben.get("/published").text
+    same("what is published", "smtp_main_domain" in page and "All of it is as the domains are now" in page, True)
+    ben.get("/refresh")
+    same("a refresh begins", ben.post("/refresh", confirmed="1").getheader("Location"), "/refresh")
+    while "under way" in (page := ben.get("/refresh").text):
+        time.sleep(0.2)
+    same("and ends", "The last one ended" in page, True)
 
 
 def check_limits():
@@ -244,6 +294,7 @@ check_sign_in()
 people = {"nobody": Browser(), "erik": Browser("erik"), "anna": Browser("anna"), "ben": Browser("ben")}
 check_rights(people)
 check_forms(people["anna"])
+check_pages(people["anna"], people["ben"])
 check_api(people)
 check_limits()
 sys.exit(1 if failures else 0)
