@@ -105,6 +105,7 @@ Site::Site(const Settings& settings, const std::string& tokens)
       api_(tokens_, [this](const std::string& account) { return _Find(account); }) {}
 
 void Site::Answer(const Request& request, Response& response) {
+  const ReaderLanguage language(request.get_header_value("Accept-Language"));
   response.set_header(
       "Content-Security-Policy",
       "default-src 'none'; style-src 'self'; script-src 'self'; img-src 'self'; "

@@ -33,6 +33,15 @@ std::string Parameter(const std::string& name, const std::string& value) {
   return "&" + name + "=" + Encoded(value);
 }
 
+std::string InWords(const std::string& word) {
+  return word == "normal"         ? Tr("member")
+         : word == "domain_admin" ? Tr("domain administrator")
+         : word == "has-address"  ? Tr("has an address")
+         : word == "no-address"   ? Tr("has no address")
+         : word == "removed"      ? Tr("was taken out")
+                                  : word;
+}
+
 std::string NextPage(const Json::Value& list, const std::string& parameters) {
   const std::string next = list["next"].asString();
   return next.empty() ? "" : "?cursor=" + Encoded(next) + parameters;

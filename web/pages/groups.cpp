@@ -18,6 +18,9 @@ Shown Groups(const Asked& asked) {
   arguments["text"] = asked.Text("text");
   arguments["cursor"] = asked.Text("cursor");
   shown.data["list"] = asked.calls("list_groups", arguments);
+  for (Json::Value& group : shown.data["list"]["items"]) {
+    group["role"] = InWords(group["role"].asString());
+  }
   shown.data["text"] = asked.Text("text");
   shown.data["next"] = NextPage(shown.data["list"], Parameter("text", asked.Text("text")));
   return shown;
@@ -28,6 +31,9 @@ Shown GroupPage(const Asked& asked) {
   Json::Value arguments = DomainArgument(asked);
   arguments["gid"] = asked.Number("gid");
   shown.data["members"] = asked.calls("group_members", arguments);
+  for (Json::Value& member : shown.data["members"]) {
+    member["status"] = InWords(member["status"].asString());
+  }
   shown.data["gid"] = asked.Number("gid");
   return shown;
 }

@@ -76,6 +76,9 @@ Shown People(const Asked& asked) {
   arguments["is_descending"] = is_descending;
   const std::string chosen = Narrow(asked, arguments, shown.data);
   shown.data["list"] = asked.calls("list_users", arguments);
+  for (Json::Value& user : shown.data["list"]["items"]) {
+    user["role"] = InWords(user["role"].asString());
+  }
   shown.data["text"] = asked.Text("text");
   shown.data["descending"] = is_descending;
   shown.data["next"] = NextPage(shown.data["list"], Parameter("text", asked.Text("text")) +
@@ -103,7 +106,7 @@ Shown PersonPage(const Asked& asked) {
   if (shown.data["user"].isNull()) {
     throw NotFound();
   }
-  shown.data["role_is"][shown.data["user"]["role"].asString()] = true;
+  shown.data["user"]["role"] = InWords(shown.data["user"]["role"].asString());
   Json::Value who;
   who["uid"] = asked.Number("uid");
   shown.data["person"] = asked.calls("explain_user", who);

@@ -13,7 +13,7 @@ web_start() {
   cp "$source_dir/packaging/debian/mailserver-domain-web.mdomain-web.pam" /etc/pam.d/mdomain-web
   mkdir -p "$MDOMAIN_ROOT/etc/mailserver-domain"
   printf '[sign-in]\nadministrators = mailadmins\n' >"$MDOMAIN_ROOT/etc/mailserver-domain/web.ini"
-  mdomain-web --state "$scratch" 2>"$scratch/web.log" &
+  mdomain-web --state "$scratch" --texts "$build/share/locale" 2>"$scratch/web.log" &
   web=$!
   wait_for mdomain-web listens 8025
 }

@@ -239,6 +239,14 @@ def check_api(people):
     same("revoked", anna.ask("GET", "/domains")[0], 401)
 
 
+def check_languages(anna):
+    """Who asks for German reads German, whoever asks for what there is not reads English."""
+    for accepted, wanted in (("de-AT,en;q=0.5", "de"), ("fr, de;q=0.7, en;q=0.3", "de"), ("en-GB,de;q=0.9", "en"), ("fr", "en"),
+                             ("", "en"), ("de;q=x", "en"), ("," * 5000, "en")):
+        page = anna.ask("GET", "/domains/1/people", headers={"Accept-Language": accepted}).text
+        same(f"read by {accepted[:9]!r}", (re.search('lang="(..)"', page).group(1), "Personen" in page), (wanted, wanted == "de"))
+
+
 def check_pages(anna, ben):
     """What pages show beside lists: filters, a preview, what is published, how a refresh went."""
     anna.get("/")
@@ -295,6 +303,7 @@ people = {"nobody": Browser(), "erik": Browser("erik"), "anna": Browser("anna"),
 check_rights(people)
 check_forms(people["anna"])
 check_pages(people["anna"], people["ben"])
+check_languages(people["anna"])
 check_api(people)
 check_limits()
 sys.exit(1 if failures else 0)
