@@ -94,6 +94,8 @@ def work(browser):
     anna.write("Name", "signature")
     anna.write("Mail that gets it", "sender address *@bücher.example")
     anna.write("Text", "No offer is final.")
+    anna.click("Preview")
+    same("the preview", ["people gets it anna" in anna.text(), "No offer is final." in anna.text()], [True, True])
     anna.click("Save")
     anna.click("Do it")
     same("the disclaimer", "No offer is final." in anna.text(), True)
@@ -121,7 +123,7 @@ def look(browser, folder):
     for path in ("/", "/own", "/explain?address=erik@bücher.example", "/doctor", "/history", "/tokens", "/domains/2",
                  "/domains/2/people", "/domains/2/people/1003", "/domains/2/people/add", "/domains/2/pattern",
                  "/domains/2/groups", "/domains/2/groups/2001", "/domains/2/entries", "/domains/2/copies",
-                 "/domains/2/disclaimers", "/domains/2/disclaimers/1"):
+                 "/domains/2/disclaimers", "/domains/2/disclaimers/1", "/domains/2/picture"):
         for width in (1280, 380):
             browser.set_window_size(width, 1000)
             browser.get(SITE + path)
@@ -134,6 +136,20 @@ def look(browser, folder):
                 return [...document.querySelectorAll('a, button, input:not([type=hidden]), select, textarea')]
                     .filter(one => !one.textContent.trim() && !one.labels?.length).map(one => one.outerHTML)"""), [])
             same(case + ": contrast", browser.execute_script(CONTRAST), [])
+
+
+def type_on(browser):
+    """With scripts a preview follows what is typed, the field stays as it is, and mail's HTML runs nothing."""
+    browser.get(SITE + "/domains/2/disclaimers/1")
+    field = browser.find_element(By.ID, "html")
+    field.send_keys("<p id=sign>Bye</p><script>parent.document.title = 'ran'</script>")
+    WebDriverWait(browser, 10).until(lambda _: browser.find_elements(By.TAG_NAME, "iframe"))
+    same("still there", browser.switch_to.active_element.get_attribute("id"), "html")
+    browser.switch_to.frame(browser.find_element(By.TAG_NAME, "iframe"))
+    same("the HTML", WebDriverWait(browser, 10).until(lambda _: browser.find_elements(By.ID, "sign"))[0].text, "Bye")
+    browser.switch_to.default_content()
+    same("no script of it", browser.title == "ran", False)
+    browser.save_screenshot(f"{sys.argv[1]}/disclaimer-preview.png")
 
 
 # Text of each element against what stands behind it, as WCAG 2.2 counts it.
@@ -170,6 +186,7 @@ try:
     anna.write("Password", "of anna")
     anna.click("Sign in")
     look(browser, sys.argv[1])
+    type_on(browser)
 finally:
     browser.quit()
 sys.exit(1 if failures else 0)
