@@ -1,10 +1,15 @@
 #include "lib-domain/session/user_choice.h"
 
 #include <algorithm>
+#include <chrono>
+#include <tuple>
+#include <utility>
 
 #include "lib-domain/api/domain_group.h"
 #include "lib-domain/control/pattern_trial.h"
+#include "lib-domain/db/change_counter.h"
 #include "lib-domain/db/group.h"
+#include "lib-domain/db/schema.h"
 #include "lib-domain/db/user_choice.h"
 
 namespace mdomain::session {
@@ -21,9 +26,9 @@ void RequireRead(bool is_read) {
   }
 }
 
-Uids DriftingUsers(const Known& domain) {
+Uids TriedUsers(const Known& domain, const std::string& pattern) {
   std::vector<MDOMAIN::CONTROL::INTERNAL::TriedAlias> tried;
-  if (!MDOMAIN::CONTROL::INTERNAL::TryPattern(domain.idx, PatternOf(domain), tried)) {
+  if (!MDOMAIN::CONTROL::INTERNAL::TryPattern(domain.idx, pattern, tried)) {
     Fail("the aliases for domain " + domain.Title() + " could not be made");
   }
   Uids uids;  // they come by uid
@@ -33,6 +38,35 @@ Uids DriftingUsers(const Known& domain) {
     }
   }
   return uids;
+}
+
+// Who drifted, from one page to the next: everybody's attributes were asked for to know it. A
+// change of the model ends it, and half a minute does, as attributes change elsewhere.
+struct Drift {
+  std::string file;
+  int counter = 0;
+  int domain = 0;
+  std::string pattern;
+  std::chrono::steady_clock::time_point until;
+  Uids uids;
+};
+
+// Within a turn.
+const Uids& DriftingUsers(const Known& domain) {
+  static auto& kept = *new Drift();
+  const std::string pattern = PatternOf(domain);
+  std::string file;
+  int counter = 0;
+  RequireRead(MDOMAIN::UTILS::GetUserGroupDomainConfigPath(file) &&
+              MDOMAIN::DB::GetChangeCounter(counter));
+  const auto now = std::chrono::steady_clock::now();
+  if (std::tie(kept.file, kept.counter, kept.domain, kept.pattern) !=
+          std::tie(file, counter, domain.idx, pattern) ||
+      now >= kept.until) {
+    Uids uids = TriedUsers(domain, pattern);
+    kept = {file, counter, domain.idx, pattern, now + std::chrono::seconds(30), std::move(uids)};
+  }
+  return kept.uids;
 }
 
 Uids MembersOf(const Known& domain, std::uint32_t gid) {
@@ -60,7 +94,10 @@ void RequireGroups(const Known& domain, const std::vector<std::uint32_t>& gids) 
 }
 
 bool IsChoosing(const UserQuery& query) {
-  return query.collides || query.drifts || query.has_own_role || query.gid;
+  constexpr std::size_t kFew =
+      1000;  // looked up one by one sooner than the roles of all groups are
+  return query.collides || query.drifts || query.has_own_role || query.gid ||
+         query.page_size <= kFew;
 }
 
 std::vector<std::uint32_t> ChosenUsers(const Known& domain, const UserQuery& query,

@@ -9,6 +9,7 @@
 
 namespace mdomain::session {
 
+// Whether ChosenUsers is the way to a page: something is asked for, or the page is short.
 bool IsChoosing(const UserQuery& query);
 
 // Everybody of the domain for whom all that is asked for holds, in the order asked for.
