@@ -71,6 +71,7 @@ Result<Page<Group>> Session::ListGroups(int domain, const GroupQuery& query,
       Fail("the groups of the domain could not be read");
     }
     std::vector<Group> groups;
+    groups.reserve(records.size());
     for (const auto& record : records) {
       groups.push_back({record.GetGID(), record.GetGroupName(), record.GetGroupDesc(),
                         session::RoleOf(record.GetRole())});
@@ -102,6 +103,7 @@ Result<std::vector<Member>> Session::GroupMembers(int domain, std::uint32_t gid)
       Fail("the members of the group could not be read");
     }
     std::vector<Member> members;
+    members.reserve(records.size());
     for (const auto& [uid, name, status] : records) {
       members.push_back({uid, name,
                          status != "removed"       ? Member::Status::kHasAddress
@@ -126,6 +128,7 @@ Result<Nothing> Session::SetGroupRole(int domain, const std::vector<std::uint32_
       session::RequireHost(*this, "make a whole group administrators");
     }
     std::vector<MDOMAIN::RECORD::DomainGroupRole> roles;
+    roles.reserve(gids.size());
     for (const std::uint32_t gid : gids) {
       roles.emplace_back(domain, gid, session::TextOf(role));
     }

@@ -80,6 +80,7 @@ std::vector<HistoryEntry> EntriesOf(const Filter& filter, std::size_t& total) {
     Fail("the history could not be read");
   }
   std::vector<HistoryEntry> entries;
+  entries.reserve(stored.size());
   for (const auto& entry : stored) {
     entries.push_back({entry.id, entry.time, entry.person, entry.command, entry.summary,
                        entry.state, entry.why_kept});

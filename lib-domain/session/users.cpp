@@ -372,7 +372,7 @@ Result<std::vector<std::string>> Session::Addresses(std::uint32_t uid, bool with
       for (const std::string& name : found ? names : Texts()) {
         for (const auto& [alias, is_taken] : found->GetAliasDuplicatedPairs()) {
           if (!is_taken) {
-            addresses.push_back(alias + "@" + name);
+            addresses.emplace_back(alias).append("@").append(name);
           }
         }
       }

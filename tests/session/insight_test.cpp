@@ -176,14 +176,13 @@ TEST_F(InsightTest, ListsThoseWhoAreAskedFor) {
       {R"("domain": 2, "gid": 2001, "has_own_role": true, "collides": true)", {}},
   };
   for (const Case& one : cases) {
-    const auto query = std::string("{") + one.query;
+    const auto query = std::string("{") + one.query + R"(, "page_size": 1, "cursor": ")";
     StringList names;
     std::string cursor;
     do {
       Json::Value page;
       mdomain::session::ParseJson(
-          Ask(session_, "list_users", query + R"(, "page_size": 1, "cursor": ")" + cursor + "\"}"),
-          page);
+          Ask(session_, "list_users", std::string(query).append(cursor).append("\"}")), page);
       EXPECT_EQ(page["total"].asUInt(), one.names.size()) << one.query;
       for (const Json::Value& user : page["items"]) {
         names.push_back(user["name"].asString());

@@ -1,4 +1,6 @@
 
+#include <algorithm>
+
 #include "web/pages/pages.h"
 #include "web/view/texts.h"
 
@@ -45,6 +47,19 @@ std::string InWords(const std::string& word) {
 std::string NextPage(const Json::Value& list, const std::string& parameters) {
   const std::string next = list["next"].asString();
   return next.empty() ? "" : "?cursor=" + Encoded(next) + parameters;
+}
+
+Json::Value PartOf(const Asked& asked, const Json::Value& all, Shown& shown) {
+  constexpr Json::ArrayIndex kRows = 100;
+  const auto begin =
+      std::min(asked.Text("cursor").empty() ? 0U : asked.NumberOf("cursor"), all.size());
+  const auto end = begin + std::min(kRows, all.size() - begin);
+  Json::Value part(Json::arrayValue);
+  for (auto at = begin; at < end; ++at) {
+    part.append(all[at]);
+  }
+  shown.data["next"] = end < all.size() ? "?cursor=" + std::to_string(end) : "";
+  return part;
 }
 
 Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab) {

@@ -30,7 +30,7 @@ Shown GroupPage(const Asked& asked) {
   Shown shown = OfDomain(asked, "group", "groups");
   Json::Value arguments = DomainArgument(asked);
   arguments["gid"] = asked.Number("gid");
-  shown.data["members"] = asked.calls("group_members", arguments);
+  shown.data["members"] = PartOf(asked, asked.calls("group_members", arguments), shown);
   for (Json::Value& member : shown.data["members"]) {
     member["status"] = InWords(member["status"].asString());
   }

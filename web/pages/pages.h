@@ -74,6 +74,8 @@ std::string DomainPath(const Asked& asked, const std::string& rest = "");
 Json::Value JsonOf(const std::vector<std::string>& texts);
 // Throws CallFailed with a text of this program.
 [[noreturn]] void Fail(const std::string& reason, const std::string& text);
+// Of a whole list the part that the query's cursor asks for; the page links to what follows.
+Json::Value PartOf(const Asked& asked, const Json::Value& all, Shown& shown);
 // A role or a state of the library in words.
 std::string InWords(const std::string& word);
 // Seconds since 1970 as people write them, in the time of the host.
