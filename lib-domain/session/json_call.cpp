@@ -25,9 +25,9 @@ Json::Value Answer(const Result<T>& result) {
   return answer;
 }
 
-template <typename Column>
-Query<Column> QueryOf(Arguments& with, const std::vector<std::pair<const char*, Column>>& columns) {
-  Query<Column> query;
+template <typename AnyQuery, typename Column>
+AnyQuery QueryOf(Arguments& with, const std::vector<std::pair<const char*, Column>>& columns) {
+  AnyQuery query;
   query.text = with.Text("text", "");
   query.by = with.Word<Column>("by", columns);
   query.is_descending = with.Bool("is_descending", false);
@@ -135,9 +135,9 @@ const std::map<std::string, Run>& Calls() {
       {"list_users",
        [](Session& s, Arguments& a) {
          const int domain = a.Int("domain");
-         UserQuery query{QueryOf<UserColumn>(a, {{"name", UserColumn::kName},
+         auto query = QueryOf<UserQuery, UserColumn>(a, {{"name", UserColumn::kName},
                                                  {"alias", UserColumn::kAlias},
-                                                 {"role", UserColumn::kRole}})};
+                                                 {"role", UserColumn::kRole}});
          query.collides = a.Bool("collides", false);
          query.drifts = a.Bool("drifts", false);
          query.has_own_role = a.OptionalBool("has_own_role");
@@ -201,7 +201,7 @@ const std::map<std::string, Run>& Calls() {
       {"list_groups",
        [](Session& s, Arguments& a) {
          const int domain = a.Int("domain");
-         const GroupQuery query = QueryOf<GroupColumn>(
+         const auto query = QueryOf<GroupQuery, GroupColumn>(
              a, {{"name", GroupColumn::kName}, {"description", GroupColumn::kDescription}});
          const std::string cursor = a.Text("cursor", "");
          a.End();

@@ -434,7 +434,11 @@ struct Query {
 using GroupQuery = Query<GroupColumn>;
 
 // Users for whom all that is set holds.
-struct UserQuery : Query<UserColumn> {
+struct UserQuery {
+  std::string text;  // as of Query, as are the next three
+  UserColumn by = UserColumn::kName;
+  bool is_descending = false;
+  std::size_t page_size = 100;
   bool collides = false;  // somebody else gets the mail of one of the aliases
   bool drifts = false;    // no alias is what the domain's pattern gives now
   // False: the role is that of groups alone.
