@@ -53,6 +53,7 @@ std::vector<FindingKind> ListFindingKinds() {
       {"dead-end", ""},
       {"disclaimer-list", ""},
       {"dkim", ""},
+      {"flags", ""},
       {"foreign-settings", ""},
       {"history", ""},
       {"key-store", ""},

@@ -44,6 +44,8 @@ void CheckReconciled(Findings& findings);
 bool CheckModelInForce(Findings& findings);
 // What of these domains reaches nobody.
 void CheckReceivers(const std::vector<KnownDomain>& domains, Findings& findings);
+// Aliases that several want and that are not whose they should be.
+void CheckFlags(const std::vector<KnownDomain>& domains, Findings& findings);
 // What no domain may break.
 void CheckModelRules(Findings& findings);
 // What of these domains is published, their DKIM keys and disclaimers. `is_all`: there are no

@@ -8,6 +8,7 @@
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/look_up.h"
 #include "platform/include/nodes.h"
+#include "platform/include/smtp_conf.h"
 
 namespace MDOMAIN::INSIGHT {
 
@@ -73,6 +74,11 @@ bool WasTakenOut(int domain_idx, unsigned int uid) {
   std::vector<int> idxs;
   RequireRead(DB::INTERNAL::ListTakenOutOf(uid, idxs), "the removed users");
   return std::find(idxs.begin(), idxs.end(), domain_idx) != idxs.end();
+}
+
+std::map<int, std::string> PublishedDomains() {
+  SmtpConf settings;
+  return settings.LoadSettings() < 0 ? std::map<int, std::string>() : settings.GetMultiDomainMap();
 }
 
 bool PullsDomains() {
