@@ -80,12 +80,11 @@ WrongAliases FindWrong(const std::vector<DomainUser>& users, const EntryNames& e
 
 std::string TextOf(Wrong wrong) {
   std::sort(wrong.owners.begin(), wrong.owners.end());
-  const std::string now =
-      wrong.owners.empty() ? " is flagged for everybody who has it"
-      : wrong.owners.size() == 1
-          ? " is " + wrong.owners.front() + "'s"
-          : " is that of " + std::to_string(wrong.owners.size()) +
-                " people at once: " + BASE::FirstOf(wrong.owners);
+  const std::string now = wrong.owners.empty() ? " is flagged for everybody who has it"
+                          : wrong.owners.size() == 1
+                              ? " is " + wrong.owners.front() + "'s"
+                              : " is that of " + std::to_string(wrong.owners.size()) +
+                                    " people at once: " + BASE::FirstOf(wrong.owners);
   return now + (wrong.owner.empty() ? ", and an address with several members"
                                     : "; by the rules it is " + wrong.owner + "'s");
 }
