@@ -231,8 +231,8 @@ void Complete(Call& call) {
     if (command != nullptr) {
       const Words names = NamesOf(NextArgument(*command, typed.positionals.size() - used), current);
       candidates.insert(candidates.end(), names.begin(), names.end());
-      const Words own = NamesOfNoun(
-          typed.positionals, used, NextArgument(*command, typed.positionals.size() - used));
+      const Words own = NamesOfNoun(typed.positionals, used,
+                                    NextArgument(*command, typed.positionals.size() - used));
       candidates.insert(candidates.end(), own.begin(), own.end());
     }
   }
