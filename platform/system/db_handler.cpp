@@ -474,8 +474,8 @@ int DBHandler::_ExecText(const char* sql) {
   if (frame != nullptr) {
     sqlite3_step(frame);
   }
-  const int result = frame != nullptr ? sqlite3_reset(frame)
-                                      : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+  const int result =
+      frame != nullptr ? sqlite3_reset(frame) : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
   return result == SQLITE_OK ? result : _KeepFailure(result);
 }
 
