@@ -320,14 +320,9 @@ bool SplitAddress(const std::string& address, std::string& local_part, std::stri
 }
 
 const KnownDomain* FindNamed(const std::vector<KnownDomain>& domains, const std::string& name) {
-  const std::string wanted = BASE::AsciiForm(name);
-  const auto is_wanted = [&wanted](const std::string& one) {
-    return BASE::AsciiForm(one) == wanted;
-  };
-  const auto found = std::find_if(domains.begin(), domains.end(), [&](const KnownDomain& domain) {
-    return is_wanted(domain.name) ||
-           std::any_of(domain.additional_names.begin(), domain.additional_names.end(), is_wanted);
-  });
+  const auto found =
+      std::find_if(domains.begin(), domains.end(),
+                   [&name](const KnownDomain& domain) { return domain.HasName(name); });
   return found == domains.end() ? nullptr : &*found;
 }
 

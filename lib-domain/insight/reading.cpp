@@ -4,6 +4,7 @@
 #include <map>
 
 #include "lib-domain/api/domain.h"
+#include "lib-domain/base/domain_name.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/look_up.h"
@@ -16,6 +17,13 @@ using mdomain::Role;
 
 std::string KnownDomain::Title() const {
   return std::to_string(idx) + " (" + name + ")";
+}
+
+bool KnownDomain::HasName(const std::string& other) const {
+  const std::string wanted = BASE::AsciiForm(other);
+  return BASE::AsciiForm(name) == wanted ||
+         std::any_of(additional_names.begin(), additional_names.end(),
+                     [&](const std::string& own) { return BASE::AsciiForm(own) == wanted; });
 }
 
 std::vector<KnownDomain> ListKnownDomains() {

@@ -350,7 +350,7 @@ Result<std::vector<std::string>> Session::Addresses(std::uint32_t uid, bool with
       const std::optional<Record> found = FindRecord(known.idx, uid);
       Texts names = {known.name};
       if (with_names) {
-        names.insert(names.end(), known.names.begin(), known.names.end());
+        names.insert(names.end(), known.additional_names.begin(), known.additional_names.end());
       }
       for (const std::string& name : found ? names : Texts()) {
         for (const auto& [alias, is_taken] : found->GetAliasDuplicatedPairs()) {
