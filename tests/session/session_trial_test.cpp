@@ -10,6 +10,21 @@
 
 namespace {
 
+int waits_for_the_disk = 0;
+
+}  // namespace
+
+extern "C" int fsync(int /*file*/) {
+  ++waits_for_the_disk;
+  return 0;
+}
+extern "C" int fdatasync(int /*file*/) {
+  ++waits_for_the_disk;
+  return 0;
+}
+
+namespace {
+
 using mdomain::Copy;
 using mdomain::Error;
 using mdomain::Reason;
@@ -117,14 +132,17 @@ TEST_F(TrialTest, APlanIsWhatTheChangeThenDoes) {
       SetAccounts({{"alice", 1001}, {"bob", 1002}, {"carol", 1003}, {"dave", 1004}});
     }
     const StringList files = Files();
+    const int waits = waits_for_the_disk;
     const auto plan = session_.DryRun([&](Session& trial) -> mdomain::Result<mdomain::Nothing> {
       const std::optional<Error> error = work(trial);
       return error ? mdomain::Result<mdomain::Nothing>(*error) : mdomain::Nothing();
     });
     ASSERT_TRUE(plan) << plan.GetError().text;
     EXPECT_EQ(Files(), files);
+    EXPECT_EQ(waits_for_the_disk, waits);
     const std::optional<Error> error = work(session_);
     ASSERT_FALSE(error) << error->text;
+    EXPECT_GT(waits_for_the_disk, waits);
     const auto entry = session_.History(1)->front();
     EXPECT_NE(entry.id, newest.id);
     EXPECT_EQ(entry.summary, plan->summary);
