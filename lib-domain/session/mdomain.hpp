@@ -166,7 +166,8 @@ class MDOMAIN_EXPORT Session {
   // What is published once more, as a whole.
   Result<Nothing> Publish();
 
-  // The newest changes, the latest first.
+  // The newest changes, the latest first; with a negative limit all. A domain administrator gets
+  // those of ListHistory.
   Result<std::vector<HistoryEntry>> History(int limit = 100) const;
   // Takes a change back: the latest that is not "undone", or the one that is "undoing". kRefused
   // when that is not `id`, when somebody has changed the same things since, and within Together.
@@ -187,7 +188,8 @@ class MDOMAIN_EXPORT Session {
   // Nothing is stored, published, announced or put into the history. A result of `work` without a
   // value is the error of the dry run. Domain administrators see what is about their domains. The
   // lock is held while the copies are made, and other calls wait until it has ended. kRefused
-  // within Together and within another one.
+  // within Together and within another one. The shared key store is not asked: of Publish it
+  // tells what would be written here.
   template <typename Work>
   Result<ChangePlan> DryRun(const Work& work) const {
     return _TryOut([&work](Session& trial) -> std::optional<Error> {

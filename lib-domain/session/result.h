@@ -31,8 +31,9 @@ struct Refused {
 
 struct Error {
   Reason reason = Reason::kFailed;
-  // The number that the described classes give: 5618 a taken name, 5633 an invalid one, 5634 the
-  // accounts cannot be read, else 117.
+  // The number that the described classes give: 5615 without the service account's rights, 5618 a
+  // taken name, 5633 an invalid one, 5634 the accounts cannot be read, 5635 not published, else
+  // 117.
   unsigned int number = 117;
   std::string text;    // one sentence that names what was wrong
   std::string advice;  // what to do about it; may be empty

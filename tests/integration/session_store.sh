@@ -21,6 +21,7 @@ for line in sys.stdin:
         told = session.call(name, **given)
         print("would:" + told["summary"] if "dry_run" in given else "published", flush=True)
     except mailserver_domain.Error as error:
+        assert (error.number == 5635) == (error.reason == "unpublished"), error.number
         print(error.reason, error, flush=True)
 END
 preload=
