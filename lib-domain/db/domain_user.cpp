@@ -176,6 +176,31 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
   if (HasOwnViews(handler_) && own.IsForOneDomainUnsorted()) {
     return _WalkUIDs(own, uids);
   }
+  if (own.GetLimit() < 0) {
+    return _ReadUIDs(own, uids);
+  }
+  // Whoever turns pages asks for many of one list, of which one costs nearly as much as all.
+  DomainDBFilter whole = own;
+  whole.SetOffset(0);
+  whole.SetLimit(-1);
+  std::vector<unsigned int> all;
+  bool has_list = false;
+  const auto read = [&](std::vector<unsigned int>& listed) { return _ReadUIDs(whole, listed); };
+  if (!_DomainDb().RememberList(whole.ComposeDistinctUIDQueryCmd(), read, all, has_list)) {
+    return false;
+  }
+  if (!has_list) {
+    return _ReadUIDs(own, uids);
+  }
+  const size_t begin = std::min<size_t>(all.size(), std::max(own.GetOffset(), 0));
+  const size_t end = std::min<size_t>(all.size(), begin + own.GetLimit());
+  uids.insert(uids.end(), all.begin() + static_cast<std::ptrdiff_t>(begin),
+              all.begin() + static_cast<std::ptrdiff_t>(end));
+  return true;
+}
+
+// The page of the filter, or all without one.
+bool DomainUser::_ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids) {
   if (HasOwnViews(handler_) && own.IsForWholeDomainByName() && _CutByName(own, uids)) {
     return true;
   }

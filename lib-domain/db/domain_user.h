@@ -160,6 +160,7 @@ class MDOMAIN_EXPORT DomainUser {
   bool _AppendNamed(const std::vector<unsigned int>& uids, std::vector<RECORD::DomainUser>& users);
   bool _AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
                     bool with_group_control, std::vector<RECORD::DomainUser>& users);
+  bool _ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids);
   bool _WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
   bool _CutByName(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
   bool _OrderByFlags(int domain_idx, std::vector<unsigned int>& uids);

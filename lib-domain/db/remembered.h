@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -26,7 +27,13 @@ using Remembered = std::optional<std::pair<uint32_t, Value>>;
 struct Memory {
   std::map<const char*, Remembered<bool>> in_schema;  // by the question
   Remembered<std::vector<RECORD::Domain>> names;
+  std::map<std::string, Remembered<int>> counts;  // by what is counted
+  // By the list: the whole of one of which a page was asked for before.
+  std::map<std::string, Remembered<std::vector<unsigned int>>> lists;
 };
+
+constexpr size_t kMostCounts = 1000;
+constexpr size_t kMostLists = 8;
 
 // Whether the numbers tell what the handler, which is open, would read now.
 bool ReadNumbers(DomainDBHandler& handler, korvmailserver::DatabaseNumbers& numbers);
