@@ -4,16 +4,21 @@
 
 namespace mdomain_web {
 
+std::optional<std::uint32_t> NumberIn(const std::string& text) {
+  const bool is_number = !text.empty() && text.size() <= 10 &&
+                         text.find_first_not_of("0123456789") == std::string::npos;
+  const long long number = is_number ? std::stoll(text) : -1;
+  return number < 0 || number > 0xFFFFFFFF ? std::nullopt
+                                           : std::make_optional(static_cast<std::uint32_t>(number));
+}
+
 std::uint32_t Asked::Number(const std::string& name) const {
   const auto found = at.find(name);
-  const bool is_number = found != at.end() && !found->second.empty() &&
-                         found->second.size() <= 10 &&
-                         found->second.find_first_not_of("0123456789") == std::string::npos;
-  const long long number = is_number ? std::stoll(found->second) : -1;
-  if (number < 0 || number > 0xFFFFFFFF) {
+  const auto number = found == at.end() ? std::nullopt : NumberIn(found->second);
+  if (!number) {
     throw NotFound();
   }
-  return static_cast<std::uint32_t>(number);
+  return *number;
 }
 
 std::string WithLineEnds(std::string text) {

@@ -5,7 +5,9 @@
 #include <httplib.h>
 #include <json/value.h>
 
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,9 @@ struct Asked {
   // A field in which each line is one text; spaces around them and empty lines do not count.
   std::vector<std::string> Lines(const std::string& name) const;
 };
+
+// A number of at most 32 bits in decimal digits; none for any other text.
+std::optional<std::uint32_t> NumberIn(const std::string& text);
 
 // Forms end lines with CR LF; everything else with LF.
 std::string WithLineEnds(std::string text);

@@ -29,6 +29,7 @@ class Site final {
 
   std::optional<Guest> _WhoAsks(const httplib::Request& request, httplib::Response& response);
   void _SignIn(const httplib::Request& request, httplib::Response& response);
+  Shown _TryPassword(const httplib::Request& request, httplib::Response& response);
   void _AnswerGuest(const httplib::Request& request, httplib::Response& response, Guest& guest);
   Shown _Changed(const Asked& asked, const Change& change, const Guest& guest);
   void _Show(httplib::Response& response, const Shown& shown, const Guest* guest);

@@ -7,16 +7,7 @@ here=$(dirname "$0")
 . "$here/lib/driver.bash"
 . "$here/lib/web.bash"
 
-new_root web
-printf 'mailadmins:x:2004:ben\n' >>"$MDOMAIN_ROOT/etc/group"
-good domain create example.com
-good domain create bücher.example --pattern '<4a>' --no-auto-add
-good refresh
-good group add bücher.example books
-good user add bücher.example erik erika
-good user set example.com anna --role domain_admin
-good alias create example.com sales/x --group sales
-good bcc add example.com erik anna --type recipient
+web_company
 
 # What is wrong in the settings is named.
 while IFS='|' read -r lines said; do

@@ -124,6 +124,12 @@ bool HasBody(const Operation& operation) {
   return method != "GET" && method != "DELETE";
 }
 
+// What is no version is never that of the library, and never none, with which anything is changed.
+std::string VersionOf(std::string match) {
+  match.erase(std::remove(match.begin(), match.end(), '"'), match.end());
+  return match == "*" ? "" : match.empty() ? "none" : match;
+}
+
 Json::Value ArgumentsOf(const Operation& operation, const Request& request,
                         const std::map<std::string, std::string>& at) {
   Json::Value arguments = HasBody(operation) ? BodyOf(request) : Json::Value(Json::objectValue);
@@ -139,14 +145,18 @@ Json::Value ArgumentsOf(const Operation& operation, const Request& request,
       arguments[parameter.first] = ValueOf(*known, parameter.second);
     }
   }
+  const bool is_guarded =
+      std::any_of(operation.arguments.begin(), operation.arguments.end(),
+                  [](const Argument& argument) { return argument.kind == Kind::kVersion; });
+  if (request.has_header("If-Match") && !is_guarded && std::string(operation.method) != "GET") {
+    Refuse(400, "invalid", "this operation knows no version, and no If-Match");
+  }
   for (const Argument& argument : operation.arguments) {
     const auto part = at.find(argument.name);
     if (part != at.end()) {
       arguments[argument.name] = ValueOf(argument, part->second);
     } else if (argument.kind == Kind::kVersion && request.has_header("If-Match")) {
-      std::string version = request.get_header_value("If-Match");
-      version.erase(std::remove(version.begin(), version.end(), '"'), version.end());
-      arguments[argument.name] = version == "*" ? "" : version;
+      arguments[argument.name] = VersionOf(request.get_header_value("If-Match"));
     } else if (argument.is_needed && !arguments.isMember(argument.name)) {
       Refuse(400, "invalid", "\"" + std::string(argument.name) + "\" is missing");
     }
@@ -165,8 +175,14 @@ bool Api::IsAsked(const Request& request) {
 
 void Api::Answer(const Request& request, Response& response) {
   Json::Value answer;
+  const int unread = response.status;  // the parser's own answer
   response.status = 200;
   try {
+    if (unread >= 400) {
+      Refuse(
+          unread, unread >= 500 ? "failed" : "invalid",
+          unread >= 500 ? "this went wrong here; the log has more" : "the request cannot be read");
+    }
     answer = _Answer(request, response);
   } catch (const Refusal& refusal) {
     answer["error"] = ErrorOf(refusal.reason, refusal.text);
@@ -196,8 +212,9 @@ void Api::Answer(const Request& request, Response& response) {
                        is_problem ? "application/problem+json" : "application/json");
 }
 
-Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
-  if (request.path == std::string(kRoot) + "/openapi.json" && request.method == "GET") {
+Json::Value Api::_Answer(const Request& request, Response& response) {
+  const std::string method = request.method == "HEAD" ? "GET" : request.method;
+  if (request.path == std::string(kRoot) + "/openapi.json" && method == "GET") {
     return Description();
   }
   const std::string authorization = request.get_header_value("Authorization");
@@ -208,14 +225,14 @@ Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
   if (!person || person->uid != token->uid) {
     Refuse(401, "refused", "a token that counts is needed");
   }
-  bool is_path = false;
+  std::string allowed;
   for (const Operation& operation : Operations()) {
     const auto at = Match(std::string(kRoot) + operation.path, request.target);
-    is_path = is_path || at;
-    if (!at || request.method != operation.method) {
+    if (!at || method != operation.method) {
+      allowed += at ? (allowed.empty() ? "" : ", ") + std::string(operation.method) : "";
       continue;
     }
-    if (request.method != "GET" && !token->may_change) {
+    if (method != "GET" && !token->may_change) {
       Refuse(403, "refused", "this token may read only");
     }
     const Calls calls =
@@ -228,8 +245,11 @@ Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
     }
     return answer;
   }
-  Refuse(is_path ? 405 : 404, is_path ? "invalid" : "not-found",
-         is_path ? "the path has no such method" : "there is no such path");
+  if (allowed.empty()) {
+    Refuse(404, "not-found", "there is no such path");
+  }
+  response.set_header("Allow", allowed);
+  Refuse(405, "invalid", "the path has no such method");
 }
 
 }  // namespace mdomain_web

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "web/pages/pages.h"
@@ -68,11 +69,11 @@ Json::Value RuleOf(const Asked& asked, const std::string& line) {
   }
   const Json::Value account = Find(asked, *kind, whose);
   // Who is gone stays as he is stored until the line is taken out.
-  const bool is_number = whose.find_first_not_of("0123456789") == std::string::npos;
-  if (account.isNull() && !is_number) {
+  const std::optional<std::uint32_t> number = NumberIn(whose);
+  if (account.isNull() && !number) {
     Fail("not-found", Tr("There is no such account or group:") + " " + whose);
   }
-  rule["pattern"] = account.isNull() ? Json::Value(Json::UInt(std::stoul(whose))) : account["id"];
+  rule["pattern"] = account.isNull() ? Json::Value(*number) : account["id"];
   return rule;
 }
 
@@ -149,9 +150,13 @@ Shown DisclaimerPage(const Asked& asked) {
 // Without an id of the path it is a new one.
 Change SetDisclaimer(const Asked& asked) {
   Json::Value list = ListOf(asked);
-  int id = 1;
+  int highest = 0;
   for (const Json::Value& one : list) {
-    id = std::max(id, one["id"].asInt() + 1);
+    highest = std::max(highest, one["id"].asInt());
+  }
+  int id = highest == std::numeric_limits<int>::max() ? 1 : highest + 1;
+  while (PlaceOf(list, id) != list.size()) {
+    ++id;
   }
   auto at = list.size();
   if (asked.at.count("id") != 0) {

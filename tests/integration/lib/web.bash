@@ -1,6 +1,20 @@
 # Sourced after private.bash and driver.bash: mdomain-web on port 8025, for people of the root in force
 # who are accounts of this machine with passwords of its PAM.
 
+# web_company : anna administers example.com (1), ben is in the host's group of administrators.
+web_company() {
+  new_root web
+  printf 'mailadmins:x:2004:ben\n' >>"$MDOMAIN_ROOT/etc/group"
+  good domain create example.com
+  good domain create bücher.example --pattern '<4a>' --no-auto-add
+  good refresh
+  good group add bücher.example books
+  good user add bücher.example erik erika
+  good user set example.com anna --role domain_admin
+  good alias create example.com sales/x --group sales
+  good bcc add example.com erik anna --type recipient
+}
+
 # web_start NAME... : those have the password "of NAME". Its output is in $scratch/web.log.
 web_start() {
   cp -a /etc "$scratch/etc" && mount --bind "$scratch/etc" /etc

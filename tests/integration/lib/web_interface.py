@@ -2,66 +2,17 @@
 the host's group of administrators, erik has no rights, erika's account has ended."""
 
 import html
-import http.client
-import json
 import re
 import socket
 import sys
 import time
-import urllib.parse
-import urllib.request
 
 import jsonschema
 
+import web_client
+from web_client import Browser, Program, same
+
 SCRATCH = sys.argv[1]
-failures = 0
-
-
-def same(name, got, want):
-    global failures
-    if got != want:
-        failures += 1
-        print(f"FAILED: {name}: got {got!r}, want {want!r}")
-
-
-class Browser:
-    """Keeps cookies and the key of forms, as a browser does; follows nothing by itself."""
-
-    def __init__(self, name=None):
-        self.cookies = {}
-        self.key = ""
-        if name:
-            answer = self.sign_in(name, "of " + name)
-            same(f"sign-in of {name}", (answer.status, answer.getheader("Location")), (303, "/"))
-            self.get("/")
-
-    def ask(self, method, path, fields=None, headers=None):
-        connection = http.client.HTTPConnection("127.0.0.1", 8025, timeout=60)
-        headers = dict(headers or {})
-        if self.cookies:
-            headers["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
-        body = None
-        if fields is not None:
-            body = urllib.parse.urlencode(fields)
-            headers["Content-Type"] = "application/x-www-form-urlencoded"
-        connection.request(method, path, body, headers)
-        answer = connection.getresponse()
-        answer.text = answer.read().decode()
-        for cookie in answer.msg.get_all("Set-Cookie") or []:
-            name, value = cookie.split(";")[0].split("=")
-            self.cookies[name] = value
-        found = re.search(r'name="form_key" value="([0-9a-f]+)"', answer.text)
-        self.key = found.group(1) if found else self.key
-        return answer
-
-    def get(self, path):
-        return self.ask("GET", path)
-
-    def post(self, path, **fields):
-        return self.ask("POST", path, {"form_key": self.key, **fields})
-
-    def sign_in(self, name, password):
-        return self.ask("POST", "/sign-in", {"name": name, "password": password})
 
 
 def check_sign_in():
@@ -138,24 +89,6 @@ def check_rights(people):
                     same(case, answer.status in ALLOWED, True)
     same("of host alone", [people["anna"].post("/domains/new", name="x.example").status,
                            people["anna"].post("/refresh").status], [403, 403])
-
-
-class Program:
-    def __init__(self, browser, may_change):
-        fields = {"label": "test", "days": "1", **({"may_change": "1"} if may_change else {})}
-        browser.get("/tokens")
-        self.token = re.search(r"mdomain_[0-9a-f]{64}", browser.post("/tokens", **fields).text).group(0)
-
-    def ask(self, method, path, body=None, **headers):
-        connection = http.client.HTTPConnection("127.0.0.1", 8025, timeout=60)
-        headers = {name.replace("_", "-"): value for name, value in headers.items()}
-        headers.setdefault("Authorization", "Bearer " + self.token)
-        if body is not None:
-            headers["Content-Type"] = "application/json"
-            body = body if isinstance(body, str) else json.dumps(body)
-        connection.request(method, "/api/v1" + path, body, headers)
-        answer = connection.getresponse()
-        return answer.status, json.loads(answer.read()), answer.headers
 
 
 def check_api(people):
@@ -246,4 +179,4 @@ check_rights(people)
 check_forms(people["anna"])
 check_api(people)
 check_limits()
-sys.exit(1 if failures else 0)
+sys.exit(1 if web_client.failures else 0)
