@@ -83,6 +83,10 @@ Shown PersonPage(const Asked& asked) {
     throw NotFound();
   }
   shown.data["role_is"][shown.data["user"]["role"].asString()] = true;
+  // Accounts of a directory are named as "anna@example.com" or "EXAMPLE\\anna".
+  const std::string name = shown.data["user"]["name"].asString();
+  const std::string behind = name.substr(name.rfind('\\') + 1);
+  shown.data["user"]["short_name"] = behind.substr(0, behind.find('@'));
   Json::Value who;
   who["uid"] = asked.Number("uid");
   shown.data["person"] = asked.calls("explain_user", who);

@@ -9,6 +9,10 @@ import socket
 import urllib.parse
 
 failures = 0
+# One that fits for each argument of the HTTP interface.
+VALUES = {"domain": 1, "domains": 1, "uid": 1003, "uids": 1003, "gid": 2001, "gids": 2001, "name": "sales/x", "text": "anna", "id": 1,
+          "address": "anna@example.com", "pattern": "<1a>", "key": "postmaster", "role": "normal", "names": ["x.example"],
+          "value": "x", "json": "[]", "copies": [{"of": "recipient", "name": "erik", "to": "anna"}]}
 
 
 def same(name, got, want):
@@ -94,3 +98,24 @@ class Program:
     def ask(self, *arguments, **headers):
         answer = self.answer(*arguments, **headers)
         return answer.status, json.loads(answer.text), answer.headers
+
+
+def arguments(operation):
+    """(where, name, whether it is needed) of each argument of an operation."""
+    for one in operation.get("parameters", []):
+        yield one["in"], one["name"], one["required"]
+    body = operation.get("requestBody", {}).get("content", {}).get("application/json", {}).get("schema", {})
+    for name in body.get("properties", {}):
+        yield "body", name, name in body.get("required", [])
+
+
+def request(path, given):
+    """What is asked for with these arguments: path, body, headers."""
+    quoted = {name: urllib.parse.quote(str(value).encode(errors="surrogatepass"), safe="")
+              for (where, name), value in given.items() if where == "path"}
+    path = re.sub(r"\{(\w+)\}", lambda part: quoted[part.group(1)], path)
+    query = {name: str(value).encode(errors="surrogatepass") for (where, name), value in given.items() if where == "query"}
+    body = {name: value for (where, name), value in given.items() if where == "body"}
+    match = [value for (where, _), value in given.items() if where == "header"]
+    headers = {"If-Match": re.sub(r"[^ -~]", "?", str(match[0]))} if match else {}
+    return path + ("?" + urllib.parse.urlencode(query) if query else ""), body or None, headers

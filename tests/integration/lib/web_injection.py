@@ -12,7 +12,7 @@ import sys
 import urllib.parse
 
 import web_client
-from web_client import Browser, Program, same
+from web_client import VALUES, Browser, Program, arguments, request, same
 
 TEXTS = [  # SQL
     "' OR '1'='1", "'; DROP TABLE domain_table; --", '" OR 1=1 --', "1 UNION SELECT * FROM user_table", "%' --", "a_%",
@@ -32,9 +32,6 @@ TEXTS = [  # SQL
     # addresses, lengths, nothing
     "a@b@example.com", "anna@example.com\nbcc: x@evil.example", "x" * 1000, "y" * 70000, "ä" * 300, "", " ", "true", "null"]
 ODD = [None, True, -1, 1.5, 2**63, [], {}, [[]], [None], [{}], {"": ""}, [-1], [2**32], ["a"] * 2000, [[[[[[["x"]]]]]]]]
-VALUES = {"domain": 1, "domains": 1, "uid": 1003, "uids": 1003, "gid": 2001, "gids": 2001, "name": "sales/x", "text": "anna", "id": 1,
-          "address": "anna@example.com", "pattern": "<1a>", "key": "postmaster", "role": "normal", "names": ["x.example"],
-          "value": "x", "json": "[]", "copies": [{"of": "recipient", "name": "erik", "to": "anna"}]}
 SHOWN_AS_THEY_ARE = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f\u061c\u200b-\u200f\u202a-\u202e\u2066-\u2069\ufeff]")
 HEADERS = {"Content-Security-Policy": "default-src 'none'; .*frame-ancestors 'none'.*", "X-Content-Type-Options": "nosniff",
            "Referrer-Policy": "same-origin", "X-Injected": "None", "Cache-Control": "no-store|max-age=300"}
@@ -120,32 +117,11 @@ def through_forms(browser, forms):
     return accepted
 
 
-def arguments(document, operation):
-    """(where, name) of each argument of an operation."""
-    for one in operation.get("parameters", []):
-        yield one["in"], one["name"], one["required"]
-    body = operation.get("requestBody", {}).get("content", {}).get("application/json", {}).get("schema", {})
-    for name in body.get("properties", {}):
-        yield "body", name, name in body.get("required", [])
-
-
-def request(path, given):
-    """What is asked for with these arguments: path, body, headers."""
-    quoted = {name: urllib.parse.quote(str(value).encode(errors="surrogatepass"), safe="")
-              for (where, name), value in given.items() if where == "path"}
-    path = re.sub(r"\{(\w+)\}", lambda part: quoted[part.group(1)], path)
-    query = {name: str(value).encode(errors="surrogatepass") for (where, name), value in given.items() if where == "query"}
-    body = {name: value for (where, name), value in given.items() if where == "body"}
-    match = [value for (where, _), value in given.items() if where == "header"]
-    headers = {"If-Match": re.sub(r"[^ -~]", "?", str(match[0]))} if match else {}
-    return path + ("?" + urllib.parse.urlencode(query) if query else ""), body or None, headers
-
-
 def through_operations(program, document):
     accepted = []
     for path, methods in document["paths"].items():
         for method, operation in methods.items():
-            known = list(arguments(document, operation))
+            known = list(arguments(operation))
             usual = {(where, name): VALUES[name] for where, name, needed in known if needed}
             dry = {("query", "dry_run"): "true"} if method != "get" else {}
             for where, name, _ in known:

@@ -1,16 +1,21 @@
 """Asks mdomain-web on port 8025: web_interface.py SCRATCH. anna administers example.com (1), ben is in
 the host's group of administrators, erik has no rights, erika's account has ended."""
 
+import concurrent.futures
+import contextlib
+import copy
 import html
+import json
 import re
 import socket
+import sqlite3
 import sys
 import time
 
 import jsonschema
 
 import web_client
-from web_client import Browser, Program, same
+from web_client import VALUES, Browser, Program, arguments, request, same, send
 
 SCRATCH = sys.argv[1]
 
@@ -146,6 +151,66 @@ def check_api(people):
     same("revoked", anna.ask("GET", "/domains")[0], 401)
 
 
+def check_operations(people):
+    """Every operation, by everybody, with what is theirs and another's; changes as dry runs."""
+    programs = {name: Program(people[name], True) for name in ("anna", "ben", "erik")}
+    programs["reader"], programs["expired"] = Program(people["ben"], False), Program(people["ben"], True)
+    with contextlib.closing(sqlite3.connect(SCRATCH + "/tokens.db")) as tokens, tokens:
+        tokens.execute("UPDATE token SET ends = 1 WHERE id = (SELECT max(id) FROM token)")
+    programs["nobody"], programs["wrong"] = copy.copy(programs["ben"]), copy.copy(programs["ben"])
+    programs["nobody"].token, programs["wrong"].token = "", "mdomain_" + "0" * 64
+    document = programs["ben"].ask("GET", "/openapi.json")[1]
+    for path, methods in document["paths"].items():
+        for method, operation in methods.items():
+            given = {(where, name): VALUES[name] for where, name, is_needed in arguments(operation) if is_needed}
+            others = {key: 2 if key[1] in ("domain", "domains") else value for key, value in given.items()}
+            for name, program in programs.items():
+                asked, body, headers = request(path, {**(others if name == "anna" else given),
+                                                      **({("query", "dry_run"): "true"} if method != "get" else {})})
+                answer = program.answer(method.upper(), asked, body, **headers)
+                case = f"{name}: {method} {path}"
+                same(case + ", failed", answer.status >= 500, False)
+                if name in ("nobody", "wrong", "expired"):
+                    same(case, answer.status, 401)
+                elif name == "reader" and method != "get":
+                    same(case, answer.status, 403)
+                elif name in ("anna", "erik"):
+                    is_own = name == "erik" and path.endswith("/own")
+                    same(case, ("bücher" in answer.text and not is_own, answer.status == 200 and (
+                        "{domain" in path or method != "get")), (False, False))
+
+
+def check_requests(people):
+    """What is unusual, and right."""
+    ben, anna = Program(people["ben"], True), people["anna"]
+    begin = time.monotonic()
+    with socket.create_connection(("127.0.0.1", 8025), timeout=60) as connection:
+        connection.sendall(f"POST /api/v1/publish HTTP/1.1\r\nAuthorization: Bearer {ben.token}\r\n\r\n".encode())
+        same("no body and no length", (connection.recv(12), time.monotonic() - begin < 10), (b"HTTP/1.1 200", True))
+    big = {"name": "big", "match_rule_list": "sender address *@example.com", "content_txt": "ä" * 20000}
+    chunks = {"Content-Type": "application/json", "Authorization": "Bearer " + ben.token}
+    for name, answer, want in (
+        ("a long text", anna.post("/domains/1/disclaimers/new", **big), 200),
+        ("a number that is none", anna.post("/domains/1/disclaimers/new", name="x", match_rule_list="sender user " + "9" * 30), 404),
+        ("too much", anna.post("/domains/1", description="x" * 1100000), 413),
+        ("too much in chunks", send("POST", "/api/v1/publish", iter([b"x" * 65536] * 20), chunks), 413),
+        ("several parts", send("POST", "/sign-in", "--x--", {"Content-Type": "multipart/form-data; boundary=x"}), 415),
+        ("the head alone", send("HEAD", "/static/style.css", None, {}), 200),
+        ("a path that is too long", send("GET", "/api/v1/" + "a" * 3000, None, {}), 414),
+        ("a method that is none", ben.answer("PUT", "/domains"), 405),
+        ("no version to match", ben.answer("POST", "/publish", None, If_Match='"x"'), 400),
+        ("an empty version", ben.answer("PATCH", "/domains/1", {"description": "x"}, If_Match='""'), 412),
+    ):
+        same(name, answer.status, want)
+        if "/api/" in name or want in (400, 405, 412, 414):
+            same(name + ": type", (answer.headers["Content-Type"], json.loads(answer.text)["status"]), ("application/problem+json", want))
+    same("methods that are some", ben.answer("PUT", "/domains").headers["Allow"], "GET, POST")
+    with concurrent.futures.ThreadPoolExecutor(30) as pool:
+        tried = list(pool.map(lambda at: send("POST", "/sign-in", f"name=ghost2&password={at}", {
+            "Content-Type": "application/x-www-form-urlencoded", "X-Forwarded-For": f"192.0.2.{at}"}).status, range(30)))
+    same("tries of one name at once", 5 <= tried.count(403) <= 6, True)
+
+
 def check_limits():
     def raw(*parts, pause=0.0):
         with socket.create_connection(("127.0.0.1", 8025), timeout=60) as connection:
@@ -178,5 +243,7 @@ people = {"nobody": Browser(), "erik": Browser("erik"), "anna": Browser("anna"),
 check_rights(people)
 check_forms(people["anna"])
 check_api(people)
+check_requests(people)
+check_operations(people)
 check_limits()
 sys.exit(1 if web_client.failures else 0)
