@@ -9,6 +9,7 @@ import json
 import re
 import socket
 import sqlite3
+import subprocess
 import sys
 import time
 
@@ -59,6 +60,16 @@ def check_forms(anna):
     same("confirmed", (done.status, done.getheader("Location")), (303, path))
     same("the change", "boss" in anna.get(path).text, True)
     same("the old version", anna.post(path, **fields).status, 412)
+    # The tool, and another browser, between the plan and its confirmation.
+    ben = Browser("ben")
+    for name, change in {"the tool": lambda: subprocess.run(["mdomain", "user", "set", "1", "erik", "--add-alias", "meanwhile"], check=True, stdout=subprocess.DEVNULL),
+                         "another": lambda: ben.post(path, add_aliases="again", confirmed="1")}.items():
+        fields["version"] = re.search(r'name="version" value="([0-9a-f]*)"', anna.get(path).text).group(1)
+        same(f"a plan before {name}", anna.post(path, **fields).status, 200)
+        change()
+        late = anna.post(path, **fields, confirmed="1")
+        same(f"{name} meanwhile", (late.status, "was changed meanwhile" in late.text), (412, True))
+    same("nothing lost", ["meanwhile" in anna.get(path).text, "again" in anna.get(path).text], [True, True])
     answer = anna.post("/domains/1", description="<script>alert(1)</script>\u202egnp", pattern="<a>", adds_accounts="1", confirmed="1")
     same("a description", answer.status, 303)
     page = anna.get("/domains/1").text
