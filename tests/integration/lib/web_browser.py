@@ -68,7 +68,13 @@ def is_gone(element):
         return True
 
 
-def work(browser):
+def picture(browser, name):
+    for width in (1280, 380):
+        browser.set_window_size(width, 1000)
+        browser.save_screenshot(f"{name}-{width}.png")
+
+
+def work(browser, folder):
     anna = Person(browser)
     browser.get(SITE + "/domains/2/people")
     anna.write("Account", "anna")
@@ -83,9 +89,11 @@ def work(browser):
     anna.click("bücher.example")
     anna.click("People")
     same("the collision", "goes to erik" in anna.text(), True)
+    picture(browser, f"{folder}/collision")
     anna.click("erika")
     anna.click("Solve the collision")
     same("the plan", "erika@bücher.example" in anna.text(), True)
+    picture(browser, f"{folder}/plan")
     anna.click("Do it")
     same("solved", ["is also an alias" in anna.text(), "saved" in anna.text()], [False, True])
 
@@ -159,7 +167,7 @@ return [...document.querySelectorAll('body *')].filter(one => one.offsetParent &
 
 plain = start(with_scripts=False)
 try:
-    work(plain)
+    work(plain, sys.argv[1])
 finally:
     plain.quit()
 browser = start(with_scripts=True)
