@@ -6,6 +6,7 @@
 #include "bench/operations.h"
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/domain_user.h"
+#include "lib-domain/db/handler.h"
 
 namespace bench {
 
@@ -62,6 +63,14 @@ struct Operation {
   Touches touches;
 };
 
+// What the library remembers until the file changes is read anew after it.
+void CountAChange() {
+  sqlite3* const db = DB::DomainDBHandler::GetDomainDBHandler()->getDB();
+  Must(sqlite3_exec(db, "PRAGMA user_version = 1; PRAGMA user_version = 0", nullptr, nullptr,
+                    nullptr) == SQLITE_OK,
+       "a change of the file");
+}
+
 void Compare(const Stage& stage, const Operation& operation) {
   if (!stage.IsWanted(operation.name)) {
     return;
@@ -69,6 +78,9 @@ void Compare(const Stage& stage, const Operation& operation) {
   double least = 0;
   double floor = 0;
   Rounds([&] {
+    if (operation.touches == Touches::kAll) {
+      CountAChange();
+    }
     KeepLeast(least, ProcessorMs(operation.work));
     KeepLeast(floor, ProcessorMs(operation.floor));
   });

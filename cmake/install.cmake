@@ -48,6 +48,7 @@ install(DIRECTORY ${CMAKE_BINARY_DIR}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/m
 install(FILES docs/man/host.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 if(TARGET mdomain-web)
   install(FILES docs/man/mdomain-web.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  install(FILES docs/man/web.ini.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
 endif()
 install(FILES docs/man/libmailserver-domain.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 install(FILES packaging/completion/mdomain.bash RENAME mdomain

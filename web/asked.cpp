@@ -4,16 +4,33 @@
 
 namespace mdomain_web {
 
-std::uint32_t Asked::Number(const std::string& name) const {
-  const auto found = at.find(name);
-  const bool is_number = found != at.end() && !found->second.empty() &&
-                         found->second.size() <= 10 &&
-                         found->second.find_first_not_of("0123456789") == std::string::npos;
-  const long long number = is_number ? std::stoll(found->second) : -1;
-  if (number < 0 || number > 0xFFFFFFFF) {
+std::optional<std::uint32_t> NumberIn(const std::string& text) {
+  const bool is_number = !text.empty() && text.size() <= 10 &&
+                         text.find_first_not_of("0123456789") == std::string::npos;
+  const long long number = is_number ? std::stoll(text) : -1;
+  return number < 0 || number > 0xFFFFFFFF ? std::nullopt
+                                           : std::make_optional(static_cast<std::uint32_t>(number));
+}
+
+namespace {
+
+std::uint32_t NumberFrom(const std::string& text) {
+  const auto number = NumberIn(text);
+  if (!number) {
     throw NotFound();
   }
-  return static_cast<std::uint32_t>(number);
+  return *number;
+}
+
+}  // namespace
+
+std::uint32_t Asked::Number(const std::string& name) const {
+  const auto found = at.find(name);
+  return NumberFrom(found == at.end() ? "" : found->second);
+}
+
+std::uint32_t Asked::NumberOf(const std::string& name) const {
+  return NumberFrom(request.get_param_value(name));
 }
 
 std::string WithLineEnds(std::string text) {

@@ -1,8 +1,6 @@
 // mdomain-web [--root DIR] [--config FILE] [--address ADDRESS] [--port PORT] [--socket PATH]
 #include <CLI/CLI.hpp>
 
-#include <libintl.h>
-
 #include <clocale>
 #include <csignal>
 #include <iostream>
@@ -11,6 +9,7 @@
 #include "web/http/listening.h"
 #include "web/http/server.h"
 #include "web/site.h"
+#include "web/view/texts.h"
 
 namespace {
 
@@ -25,7 +24,6 @@ void Stop(int /*signal*/) {
 int main(int argc, char** argv) {
   using namespace mdomain_web;  // NOLINT(google-build-using-namespace)
   setlocale(LC_ALL, "");
-  bind_textdomain_codeset("mdomain-web", "UTF-8");
   CLI::App app("Pages and an HTTP interface for the mail domains of this host.", "mdomain-web");
   std::string config = korvmailserver::UnderRoot("/etc/mailserver-domain/web.ini");
   std::string address;
@@ -37,10 +35,13 @@ int main(int argc, char** argv) {
   app.add_option("--port", port, "A TCP port");
   app.add_option("--socket", socket, "A unix socket, instead of address and port");
   app.add_option("--state", state, "The folder of the tokens");
+  std::string texts = MDOMAIN_WEB_LOCALES;
+  app.add_option("--texts", texts, "The folder of the texts in other languages");
   app.set_version_flag("--version", MDOMAIN_VERSION);
   CLI11_PARSE(app, argc, argv);
   try {
     Settings settings = ReadSettings(config);
+    OfferTexts(texts);
     settings.address = address.empty() ? settings.address : address;
     settings.port = port == 0 ? settings.port : port;
     settings.socket = socket.empty() ? settings.socket : socket;

@@ -113,6 +113,7 @@ const std::vector<Route>& Routes() {
       {"GET", "/domains/{domain}/disclaimers/new", NewDisclaimer, nullptr},
       {"POST", "/domains/{domain}/disclaimers/new", nullptr, SetDisclaimer},
       {"GET", "/domains/{domain}/disclaimers/{id}", DisclaimerPage, nullptr},
+      {"POST", "/domains/{domain}/disclaimers/preview", PreviewDisclaimer, nullptr},
       {"POST", "/domains/{domain}/disclaimers/{id}", nullptr, SetDisclaimer},
       {"POST", "/domains/{domain}/disclaimers/{id}/delete", nullptr, DeleteDisclaimer},
       {"GET", "/explain", Explain, nullptr},
@@ -123,7 +124,11 @@ const std::vector<Route>& Routes() {
       {"POST", "/tokens/{id}/revoke", RevokeToken, nullptr},
       {"GET", "/history", History, nullptr},
       {"POST", "/history/{id}/undo", nullptr, Undo},
+      {"GET", "/refresh", Refreshing, nullptr},
       {"POST", "/refresh", nullptr, Refresh},
+      {"GET", "/published", Published, nullptr},
+      {"POST", "/publish", nullptr, Publish},
+      {"GET", "/domains/{domain}/picture", Picture, nullptr},
   };
   return *routes;
 }

@@ -17,8 +17,9 @@ using Page = Shown (*)(const Asked&);
 struct Change {
   std::string call;
   Json::Value arguments;
-  std::string go_to;  // afterwards
-  std::string done;   // the notice then
+  std::string go_to;           // afterwards
+  std::string done;            // the notice then
+  bool in_background = false;  // a refresh, which `go_to` tells of
 };
 using Form = Change (*)(const Asked&);
 

@@ -17,6 +17,7 @@ namespace {
 using httplib::Request;
 using httplib::Response;
 
+constexpr int kReloadSeconds = 3;
 constexpr std::size_t kLongestName = 256;
 constexpr std::size_t kLongestPassword = 1024;
 
@@ -40,6 +41,10 @@ std::string AddressOf(const Request& request) {
   const std::size_t last = forwarded.find_last_of(", ");
   const std::string address = last == std::string::npos ? forwarded : forwarded.substr(last + 1);
   return address.empty() ? request.remote_addr : address.substr(0, 64);
+}
+
+bool IsChange(const Request& request) {
+  return request.method != "GET" && request.method != "HEAD";
 }
 
 // Browsers say which site a form came from; other programs say nothing, and have no cookie.
@@ -80,8 +85,27 @@ Shown Problem(const CallFailed& failed) {
                      : reason == "failed"  ? 500
                      : reason == "refused" ? 403
                                            : 400;
-  return Problem(status, Tr("This cannot be done"), failed.error);
+  Shown shown = Problem(status, Tr("This cannot be done"), failed.error);
+  if (status == 503) {
+    shown.data["title"] = Tr("Please wait");
+    shown.data["reload"] = kReloadSeconds;
+  }
+  return shown;
 }
+
+// A try of a password, which ends however it is left.
+struct Throttled {
+  Throttled(Throttle& of, const std::string& tried, const std::string& from)
+      : throttle(of), name(tried), address(from) {}
+  ~Throttled() { throttle.End(name, address, outcome); }
+  Throttled(const Throttled&) = delete;
+  Throttled& operator=(const Throttled&) = delete;
+
+  Throttle& throttle;
+  const std::string& name;
+  const std::string& address;
+  Throttle::Outcome outcome = Throttle::Outcome::kUnknown;
+};
 
 }  // namespace
 
@@ -99,6 +123,7 @@ Site::Site(const Settings& settings, const std::string& tokens)
       api_(tokens_, [this](const std::string& account) { return _Find(account); }) {}
 
 void Site::Answer(const Request& request, Response& response) {
+  const ReaderLanguage language(request.get_header_value("Accept-Language"));
   response.set_header(
       "Content-Security-Policy",
       "default-src 'none'; style-src 'self'; script-src 'self'; img-src 'self'; "
@@ -106,7 +131,12 @@ void Site::Answer(const Request& request, Response& response) {
   response.set_header("X-Content-Type-Options", "nosniff");
   response.set_header("Referrer-Policy", "same-origin");
   response.set_header("Cross-Origin-Opener-Policy", "same-origin");
-  if (response.status >= 400) {  // the parser's own answer
+  if (response.status < 400 && !IsChange(request) && request.path.compare(0, 8, "/static/") == 0 &&
+      SendFile(request.path, response)) {
+    return;
+  }
+  response.set_header("Cache-Control", "no-store");
+  if (response.status >= 400 && !Api::IsAsked(request)) {  // the parser's own answer
     _Show(response,
           Problem(response.status, response.status >= 500
                                        ? Tr("This went wrong here; the log has more")
@@ -114,16 +144,19 @@ void Site::Answer(const Request& request, Response& response) {
           nullptr);
     return;
   }
-  if (request.method == "GET" && request.path.compare(0, 8, "/static/") == 0 &&
-      SendFile(request.path, response)) {
-    return;
+  try {
+    _Dispatch(request, response);
+  } catch (const CallFailed& failed) {  // whose account it is could not be asked
+    _Show(response, Problem(failed), nullptr);
   }
-  response.set_header("Cache-Control", "no-store");
+}
+
+void Site::_Dispatch(const Request& request, Response& response) {
   if (Api::IsAsked(request)) {
     api_.Answer(request, response);
     return;
   }
-  if (request.method == "POST" && !IsFromHere(request, settings_)) {
+  if (IsChange(request) && !IsFromHere(request, settings_)) {
     _Show(response, Problem(403, Tr("The form comes from another site")), nullptr);
     return;
   }
@@ -144,7 +177,10 @@ std::optional<Person> Site::_Find(const std::string& account) const {
   Json::Value arguments;
   arguments["text"] = account;
   const Json::Value found = Calls::OfHost("")("find_account", arguments);
-  if (found.isNull()) {
+  // The model finds by short names and by numbers, too, and follows one account source; the host
+  // may have another account of that name.
+  const auto uid = found.isNull() ? std::nullopt : UidOf(account);
+  if (found.isNull() || (uid ? *uid != found["id"].asUInt() : NumberIn(account).has_value())) {
     return std::nullopt;
   }
   return Person{found["id"].asUInt(), found["name"].asString(), account,
@@ -182,43 +218,53 @@ void Site::_SignIn(const Request& request, Response& response) {
   if (!settings_.header.empty()) {
     shown = Problem(403, Tr("The server in front signs people in, and named nobody"));
   } else if (request.method == "POST") {
-    const std::string name = request.get_param_value("name");
-    const std::string password = request.get_param_value("password");
-    const std::string address = AddressOf(request);
-    const auto wait = throttle_.ToWait(name.substr(0, kLongestName), address);
-    std::optional<Person> person;
-    if (wait.count() > 0) {
-      shown.status = 429;
-      shown.data["wait"] = static_cast<Json::Int64>(wait.count());
-      response.set_header("Retry-After", std::to_string(wait.count()));
-    } else if (name.size() <= kLongestName && password.size() <= kLongestPassword) {
-      const auto account = CheckPassword(settings_.service, name, password, address);
-      person = account ? _Find(*account) : std::nullopt;
-    }
-    if (person) {
-      throttle_.Succeeded(name);
-      visits_.End(CookieOf(request, CookieName(settings_)));
-      _SetCookie(response, visits_.Begin(*person));
-      syslog(LOG_AUTHPRIV | LOG_INFO, "%s signed in from %s", person->name.c_str(),
-             address.c_str());
-      shown = GoTo("/");
-    } else if (wait.count() == 0) {
-      throttle_.Failed(name.substr(0, kLongestName), address);
-      syslog(LOG_AUTHPRIV | LOG_NOTICE, "a sign-in failed from %s", address.c_str());
-      shown.status = 403;
-      shown.data["is_wrong"] = true;
-    }
+    shown = _TryPassword(request, response);
   }
   _Show(response, shown, nullptr);
 }
 
+Shown Site::_TryPassword(const Request& request, Response& response) {
+  const std::string given = request.get_param_value("name");
+  const std::string name = given.substr(0, kLongestName);
+  const std::string password = request.get_param_value("password");
+  const std::string address = AddressOf(request);
+  Shown shown{"sign_in"};
+  const auto wait = throttle_.Begin(name, address);
+  if (wait.count() > 0) {
+    shown.status = 429;
+    shown.data["wait"] = static_cast<Json::Int64>(wait.count());
+    response.set_header("Retry-After", std::to_string(wait.count()));
+    return shown;
+  }
+  Throttled trying(throttle_, name, address);
+  Checked checked;
+  if (given.size() <= kLongestName && password.size() <= kLongestPassword) {
+    checked = CheckPassword(settings_.service, name, password, address);
+  }
+  const auto person = checked.account ? _Find(*checked.account) : std::nullopt;
+  if (person) {
+    trying.outcome = Throttle::Outcome::kSucceeded;
+    visits_.End(CookieOf(request, CookieName(settings_)));
+    _SetCookie(response, visits_.Begin(*person));
+    syslog(LOG_AUTHPRIV | LOG_INFO, "%s signed in from %s", person->name.c_str(), address.c_str());
+    return GoTo("/");
+  }
+  if (!checked.is_asked) {
+    return Problem(503, Tr("Nobody can sign in at the moment; the log of the host has more"));
+  }
+  trying.outcome = Throttle::Outcome::kFailed;
+  syslog(LOG_AUTHPRIV | LOG_NOTICE, "a sign-in failed from %s", address.c_str());
+  shown.status = 403;
+  shown.data["is_wrong"] = true;
+  return shown;
+}
+
 void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest) {
-  const bool is_change = request.method != "GET" && request.method != "HEAD";
-  if (is_change && !IsSame(request.get_param_value("form_key"), guest.visit.form_key)) {
+  if (IsChange(request) && !IsSame(request.get_param_value("form_key"), guest.visit.form_key)) {
     _Show(response, Problem(403, Tr("The form is too old: go back, load the page again")), &guest);
     return;
   }
-  if (is_change && request.path == "/sign-out") {
+  if (IsChange(request) && request.path == "/sign-out") {
     visits_.End(guest.key);
     _Show(response, GoTo("/sign-in"), nullptr);
     return;
@@ -227,12 +273,13 @@ void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest
   const Person& person = guest.visit.person;
   for (const Route& route : Routes()) {
     auto at = Match(route.path, request.target);
-    if (!at || route.method != (is_change ? request.method : "GET")) {
+    if (!at || route.method != (IsChange(request) ? request.method : "GET")) {
       continue;
     }
     const Asked asked{
-        request, std::move(*at), person,
-        person.is_host_administrator ? Calls::OfHost(person.name) : Calls::As(person.uid), tokens_};
+        request, std::move(*at),
+        person,  person.is_host_administrator ? Calls::OfHost(person.name) : Calls::As(person.uid),
+        tokens_, refresher_};
     try {
       shown = route.page != nullptr ? route.page(asked) : _Changed(asked, route.form(asked), guest);
     } catch (const NotFound&) {
@@ -262,6 +309,10 @@ Shown Site::_Changed(const Asked& asked, const Change& change, const Guest& gues
       }
     }
     return shown;
+  }
+  if (change.in_background) {
+    refresher_.Start(asked.calls);
+    return GoTo(change.go_to);
   }
   const Json::Value answer = asked.calls.Answer(change.call, change.arguments);
   if (!answer.isMember("value")) {

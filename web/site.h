@@ -28,7 +28,9 @@ class Site final {
   struct Guest;
 
   std::optional<Guest> _WhoAsks(const httplib::Request& request, httplib::Response& response);
+  void _Dispatch(const httplib::Request& request, httplib::Response& response);
   void _SignIn(const httplib::Request& request, httplib::Response& response);
+  Shown _TryPassword(const httplib::Request& request, httplib::Response& response);
   void _AnswerGuest(const httplib::Request& request, httplib::Response& response, Guest& guest);
   Shown _Changed(const Asked& asked, const Change& change, const Guest& guest);
   void _Show(httplib::Response& response, const Shown& shown, const Guest* guest);
@@ -40,6 +42,7 @@ class Site final {
   Throttle throttle_;
   Tokens tokens_;
   Api api_;
+  Refresher refresher_;
 };
 
 }  // namespace mdomain_web

@@ -1,7 +1,7 @@
 # A MIMEDefang filter that appends disclaimers as the generated configuration tells.
 #
-# The configuration is what `mdomain disclaimer generate` prints; it is read once, when a worker
-# starts, from disclaimers.json beside this file. Every condition is a Perl expression over the
+# The configuration is what `mdomain disclaimer generate` prints; it is read from disclaimers.json beside this
+# file, when that has been replaced before the next message. Every condition is a Perl expression over the
 # variables of the package Condition. Names are compared as bytes, so everything that is read is
 # turned into UTF-8 bytes.
 
@@ -45,9 +45,15 @@ sub bytes_of {
     return $text;
 }
 
+# Workers live long, and those of an embedded Perl share what was read before they began: a worker that
+# is told to read its filter again would still have the old one.
+my $config_path = File::Basename::dirname(__FILE__) . '/disclaimers.json';
+my $config_seen = '';
+
 sub load_disclaimers {
-    my ($path) = @_;
-    open(my $file, '<:raw', $path) or die "$path: $!";
+    my $seen = join(' ', map { $_ // '' } (stat $config_path)[0, 1, 7, 9]);
+    return if $seen eq $config_seen;
+    open(my $file, '<:raw', $config_path) or die "$config_path: $!";
     my $json = do { local $/; <$file> };
     close $file;
     my $config = bytes_of(JSON::PP->new->utf8->boolean_values(0, 1)->decode($json));
@@ -56,6 +62,7 @@ sub load_disclaimers {
     %Condition::gid_username_map = %{ $config->{gid_username_map} };
     @disclaimers                 = @{ $config->{disclaimer_list} };
     $_->{code} = Condition::compile($_->{condition}) for @disclaimers;
+    $config_seen = $seen;
 }
 
 # "<a@b>" or "a@b" into the address, what stands before its last "@" and what follows it.
@@ -80,7 +87,7 @@ sub applies {
 
 # Loads HTML::Parser, without which no text is appended to HTML parts (Debian: libhtml-parser-perl).
 detect_and_load_perl_modules();
-load_disclaimers(File::Basename::dirname(__FILE__) . '/disclaimers.json');
+load_disclaimers();
 
 sub filter_begin { }
 sub filter { return action_accept(); }
@@ -106,6 +113,7 @@ sub bytes_for {
 # A text is appended once, when its disclaimer applies to any of the recipients.
 sub filter_end {
     my ($entity) = @_;
+    load_disclaimers();
     for my $disclaimer (@disclaimers) {
         next unless grep { applies($disclaimer, $Sender, $_) } @Recipients;
         my ($text, $html) = @$disclaimer{qw(content_txt content_html)};
@@ -121,6 +129,7 @@ sub filter_end {
 sub filter_unknown_cmd {
     my ($command, $sender, $recipient) = @_;
     return ('error:', 'unknown command') unless $command eq 'applies';
+    load_disclaimers();
     return ('ok', join('', map { applies($_, $sender, $recipient) } @disclaimers));
 }
 

@@ -2,6 +2,7 @@
 #include "lib-domain/api/domain_user.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_map>
 
 #include "lib-domain/api/trigger.h"
@@ -21,6 +22,8 @@
 namespace MDOMAIN::API {
 
 namespace {
+
+constexpr std::size_t kUsersOfAPage = 500;  // more are told at once for the whole domain
 
 unsigned int& ErrorCode() {
   return INTERNAL::ErrorCodeOf("DomainUser");
@@ -57,11 +60,17 @@ bool DomainUser::ListWithExtraInfo(DB::DomainDBFilter& filter,
   }
   using RoleByUid = std::unordered_map<unsigned int, std::string>;
   std::map<int, RoleByUid> roles_by_domain;
+  std::vector<unsigned int> few;  // of a page
+  if (users.size() <= kUsersOfAPage) {
+    std::transform(users.begin(), users.end(), std::back_inserter(few),
+                   [](const RECORD::DomainUser& user) { return user.GetUID(); });
+  }
   DB::DomainGroup groups;
   for (RECORD::DomainUser& user : users) {
     const int domain_idx = user.GetDomainIdx();
     const auto [roles, is_first] = roles_by_domain.try_emplace(domain_idx);
-    if (is_first && !groups.GetResultGroupRoles(domain_idx, roles->second)) {
+    if (is_first && !(few.empty() ? groups.GetResultGroupRoles(domain_idx, roles->second)
+                                  : groups.GetResultGroupRolesOf(domain_idx, few, roles->second))) {
       roles_by_domain.erase(roles);
       if (!_SetExtraInfo(user)) {
         LOG_ERROR("Failed to get additional info for user: [%u]", user.GetUID());

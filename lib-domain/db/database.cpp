@@ -119,13 +119,47 @@ bool Database::ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>
   return true;
 }
 
+bool Database::RememberCount(const std::string& what, const std::function<bool(int&)>& read,
+                             int& count) const {
+  if (status_ != 0 || !handler_->FollowFile()) {
+    return read(count);
+  }
+  auto& counts = handler_->_State().memory.counts;
+  if (counts.size() >= kMostCounts) {
+    counts.clear();
+  }
+  return Remember(*handler_, &korvmailserver::DatabaseNumbers::changes, counts[what], count, read);
+}
+
+bool Database::RememberList(const std::string& what, const UidReader& read,
+                            std::vector<unsigned int>& uids, bool& has_list) const {
+  has_list = false;
+  korvmailserver::DatabaseNumbers numbers;
+  if (status_ != 0 || !handler_->FollowFile() || !ReadNumbers(*handler_, numbers)) {
+    return true;
+  }
+  auto& lists = handler_->_State().memory.lists;
+  if (lists.size() >= kMostLists && lists.count(what) == 0) {
+    lists.clear();
+  }
+  AskedList& asked = lists[what];
+  has_list = asked.asked_at == numbers.changes;
+  asked.asked_at = numbers.changes;
+  return !has_list ||
+         Remember(*handler_, &korvmailserver::DatabaseNumbers::changes, asked.whole, uids, read);
+}
+
 bool Database::GetCount(const DomainDBFilter& filter, const char* view, const char* select,
                         int& count, SourceHere here) const {
   DomainDBFilter own = filter;
   own.SetTableName(view);
   own.SetSelect(select);
-  return Query<Columns<Int>>(
-      own.ComposeQueryCmd(), [&count](int value) { count = value; }, here);
+  const std::string command = own.ComposeQueryCmd();
+  const auto read = [&](int& counted) {
+    return Query<Columns<Int>>(
+        command, [&counted](int value) { counted = value; }, here);
+  };
+  return RememberCount(command, read, count);
 }
 
 bool Database::GetTableCount(const char* table, int& count, SourceHere here) const {

@@ -34,6 +34,10 @@ constexpr const char* kSelectSmallestRoles =
     "SELECT group_to_user_table.uid, MIN(domain_group_view.role) FROM domain_group_view INNER JOIN "
     "group_to_user_table ON domain_group_view.gid = group_to_user_table.gid WHERE "
     "domain_group_view.domain_idx = %d GROUP BY group_to_user_table.uid";
+constexpr const char* kSelectSmallestRolesOf =
+    "SELECT member.uid, MIN(domain_group_view.role) FROM group_to_user_table AS member CROSS JOIN "
+    "domain_group_view ON domain_group_view.gid = member.gid WHERE domain_group_view.domain_idx = "
+    "%d AND member.uid IN (%s) GROUP BY member.uid";
 
 constexpr const char* kHasMember =
     "SELECT EXISTS (SELECT 1 FROM domain_user_view WHERE uid=%u AND domain_idx=%d LIMIT 1)";
@@ -128,6 +132,14 @@ bool DomainGroup::GetResultGroupRoles(const int& domain_idx,
                                       std::unordered_map<unsigned int, std::string>& role_by_uid) {
   return _DomainDb().Query<Columns<Uid, Text>>(
       Sql(kSelectSmallestRoles, domain_idx),
+      [&role_by_uid](unsigned int uid, std::string&& role) { role_by_uid[uid] = std::move(role); });
+}
+
+bool DomainGroup::GetResultGroupRolesOf(
+    const int& domain_idx, const std::vector<unsigned int>& uids,
+    std::unordered_map<unsigned int, std::string>& role_by_uid) {
+  return _DomainDb().Query<Columns<Uid, Text>>(
+      FormatStatement(kSelectSmallestRolesOf, domain_idx, BASE::Join(uids, ",").c_str()),
       [&role_by_uid](unsigned int uid, std::string&& role) { role_by_uid[uid] = std::move(role); });
 }
 

@@ -46,6 +46,9 @@ class MDOMAIN_EXPORT DomainGroup {
   // (removal records and own roles do not count here), with one statement.
   bool GetResultGroupRoles(const int& domain_idx,
                            std::unordered_map<unsigned int, std::string>& role_by_uid);
+  // The same of these users alone.
+  bool GetResultGroupRolesOf(const int& domain_idx, const std::vector<unsigned int>& uids,
+                             std::unordered_map<unsigned int, std::string>& role_by_uid);
   // The number of distinct matching groups, whatever the filter's page.
   bool GetDomainGroupsCount(DomainDBFilter& filter, int& count);
   // Appends the matching groups, one per domain they are in; stored ones that are not valid are

@@ -9,6 +9,8 @@
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_user_internal.h"
 #include "lib-domain/db/own_indexes.h"
+#include "lib-domain/db/read_scope.h"
+#include "lib-domain/db/role_holders.h"
 #include "lib-domain/db/statement.h"
 #include "platform/include/sqlite.h"
 
@@ -26,6 +28,15 @@ using AliasColumns = Columns<Int, Uid, Text, Flag>;
 // Columns of domain_user_role_table: domain index, uid, role, automatically added.
 using RoleColumns = Columns<Int, Uid, Text, Flag>;
 using DomainAndUser = Columns<Int, Uid>;
+
+// Whatever is stored, as a number.
+struct Number {
+  using Value = sqlite3_int64;
+  static bool Read(const Cells& row, int column, sqlite3_int64& number, SourceHere /*here*/) {
+    number = row.Int64(column);
+    return true;
+  }
+};
 
 constexpr const char* kIsAliasTaken =
     "SELECT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias = '%q' COLLATE "
@@ -51,6 +62,14 @@ constexpr const char* kSelectAliasesOfDomains =
     "is_duplicated = 0 THEN 0 WHEN is_duplicated = 1 THEN 1 ELSE 2 END FROM domain_user_view WHERE "
     "domain_idx IN "
     "(%s) ORDER BY domain_idx, uid";
+// A role that is the empty text counts for none there, and hides others all the same.
+constexpr const char* kHasEmptyRole =
+    "SELECT EXISTS (SELECT 1 FROM domain_user_role_table WHERE domain_idx = ?1 AND role = '') OR "
+    "EXISTS (SELECT 1 FROM domain_group_role_table WHERE domain_idx = ?1 AND role = '')";
+constexpr const char* kSelectAliasesOfDomain =
+    "SELECT alias.uid, user_name, account_alias, CASE is_duplicated WHEN 0 THEN 0 WHEN 1 THEN 1 "
+    "ELSE 2 END FROM domain_user_alias_table AS alias CROSS JOIN user_table ON user_table.uid = "
+    "alias.uid WHERE alias.domain_idx = ?1 ORDER BY alias.uid, alias.rowid";
 constexpr const char* kSelectOfUsers =
     "SELECT * FROM domain_user_view WHERE uid IN (%q) ORDER BY uid, domain_idx";
 // The "+" keeps the database from reading the whole domain in that order.
@@ -176,6 +195,31 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
   if (HasOwnViews(handler_) && own.IsForOneDomainUnsorted()) {
     return _WalkUIDs(own, uids);
   }
+  if (own.GetLimit() < 0) {
+    return _ReadUIDs(own, uids);
+  }
+  // Whoever turns pages asks for many of one list, of which one costs nearly as much as all.
+  DomainDBFilter whole = own;
+  whole.SetOffset(0);
+  whole.SetLimit(-1);
+  std::vector<unsigned int> all;
+  bool has_list = false;
+  const auto read = [&](std::vector<unsigned int>& listed) { return _ReadUIDs(whole, listed); };
+  if (!_DomainDb().RememberList(whole.ComposeDistinctUIDQueryCmd(), read, all, has_list)) {
+    return false;
+  }
+  if (!has_list) {
+    return _ReadUIDs(own, uids);
+  }
+  const size_t begin = std::min<size_t>(all.size(), std::max(own.GetOffset(), 0));
+  const size_t end = std::min<size_t>(all.size(), begin + own.GetLimit());
+  uids.insert(uids.end(), all.begin() + static_cast<std::ptrdiff_t>(begin),
+              all.begin() + static_cast<std::ptrdiff_t>(end));
+  return true;
+}
+
+// The page of the filter, or all without one.
+bool DomainUser::_ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids) {
   if (HasOwnViews(handler_) && own.IsForWholeDomainByName() && _CutByName(own, uids)) {
     return true;
   }
@@ -312,7 +356,45 @@ bool DomainUser::ListDomainUsersAliases(const std::vector<int>& domain_idxs,
   return true;
 }
 
+// Who has a role is gathered for a whole domain, and the rows are read in the order in which they
+// are stored; the view would look up the role of each user.
 bool DomainUser::ForEachAlias(const std::vector<int>& domain_idxs, const AliasVisitor& use) {
+  const ReadScope of_one_moment(handler_);
+  std::vector<int> left = domain_idxs;
+  std::sort(left.begin(), left.end());
+  left.erase(std::unique(left.begin(), left.end()), left.end());
+  for (auto next = left.begin(); next != left.end(); ++next) {
+    RoleHolders holders;
+    if (!_MayGatherRoles(*next) || !holders.Read(_DomainDb(), *next)) {
+      return _ForEachAliasOfView({next, left.end()}, use);
+    }
+    bool is_wanted = true;
+    const auto give = [&](sqlite3_int64 uid, std::string&& user_name, std::string&& alias,
+                          int flag) {
+      const AliasFlag given = holders.Has(uid) ? static_cast<AliasFlag>(flag) : AliasFlag::kNoRole;
+      return is_wanted = use(*next, std::move(user_name), std::move(alias), given);
+    };
+    if (!_DomainDb().QueryUntil<Columns<Number, Text, Text, Int>>(
+            Sql(kSelectAliasesOfDomain, *next), give)) {
+      return false;
+    }
+    if (!is_wanted) {
+      return true;
+    }
+  }
+  return true;
+}
+
+bool DomainUser::_MayGatherRoles(int domain_idx) {
+  bool has_empty_role = true;
+  return handler_ != nullptr && handler_->HasOwnViews() &&
+         _DomainDb().TryForEachRow(
+             Sql(kHasEmptyRole, domain_idx),
+             [&has_empty_role](const Cells& row) { has_empty_role = row.Int64(0) != 0; }) &&
+         !has_empty_role;
+}
+
+bool DomainUser::_ForEachAliasOfView(const std::vector<int>& domain_idxs, const AliasVisitor& use) {
   return _DomainDb().QueryUntil<Columns<Int, Text, Text, Int>>(
       FormatSql(kSelectAliasesOfDomains, BASE::Join(domain_idxs, ",").c_str()),
       [&use](int domain_idx, std::string&& user_name, std::string&& alias, int flag) {

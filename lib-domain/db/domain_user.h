@@ -160,7 +160,10 @@ class MDOMAIN_EXPORT DomainUser {
   bool _AppendNamed(const std::vector<unsigned int>& uids, std::vector<RECORD::DomainUser>& users);
   bool _AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
                     bool with_group_control, std::vector<RECORD::DomainUser>& users);
+  bool _ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids);
   bool _WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
+  bool _MayGatherRoles(int domain_idx);
+  bool _ForEachAliasOfView(const std::vector<int>& domain_idxs, const AliasVisitor& use);
   bool _CutByName(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
   bool _OrderByFlags(int domain_idx, std::vector<unsigned int>& uids);
   bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);

@@ -93,6 +93,11 @@ constexpr const char* kAreAliasesTexts =
     "COLLATE NOCASE)";
 constexpr const char* kSelectFlagged =
     "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
+// NULL equals nothing, so a row without a text shares none.
+constexpr const char* kSelectSharers =
+    "SELECT DISTINCT domain_idx, uid FROM domain_user_alias_table WHERE is_duplicated <> 0 OR "
+    "(domain_idx, lower(account_alias)) IN (SELECT domain_idx, lower(account_alias) FROM "
+    "domain_user_alias_table GROUP BY 1, 2 HAVING count(*) > 1)";
 constexpr const char* kSelectAliases =
     "SELECT account_alias FROM json_each('%q') CROSS JOIN domain_user_alias_table ON "
     "domain_idx = %d AND uid = json_each.value";
@@ -309,6 +314,10 @@ bool ListHoldersOf(int domain_idx, const std::vector<std::string>& aliases,
 
 bool ListNonAsciiAliases(int domain_idx, std::vector<std::string>& aliases) {
   return DomainDb().Append<Columns<Text>>(Sql(kSelectNonAscii, domain_idx), aliases);
+}
+
+bool ListSharers(std::vector<std::pair<int, unsigned int>>& users) {
+  return DomainDb().Append<Columns<Int, Uid>>(Sql(kSelectSharers), users);
 }
 
 bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,

@@ -66,6 +66,9 @@ bool FindAliases(const std::string& user_name, AliasesByDomain& aliases);
 // The addresses of a user at the domains' own names, the primary domain first, the others by index.
 bool FindAddresses(unsigned int uid, std::vector<std::string>& addresses);
 bool FindAddresses(const std::string& user_name, std::vector<std::string>& addresses);
+// Adds, as (domain, uid), whoever has a flagged alias or one that stands twice in its domain, ASCII
+// case ignored. Reads all aliases.
+bool ListSharers(std::vector<std::pair<int, unsigned int>>& users);
 // Adds the aliases of these users in the domain.
 bool ListAliases(int domain_idx, const std::vector<unsigned int>& uids,
                  std::vector<std::string>& aliases);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -22,11 +23,22 @@ namespace MDOMAIN::DB::INTERNAL {
 template <typename Value>
 using Remembered = std::optional<std::pair<uint32_t, Value>>;
 
+// A list of which a page was asked for, and the whole of it once another page was.
+struct AskedList {
+  uint32_t asked_at = 0;  // the file's number of changes then
+  Remembered<std::vector<unsigned int>> whole;
+};
+
 // Of one connection.
 struct Memory {
   std::map<const char*, Remembered<bool>> in_schema;  // by the question
   Remembered<std::vector<RECORD::Domain>> names;
+  std::map<std::string, Remembered<int>> counts;  // by what is counted
+  std::map<std::string, AskedList> lists;         // by the statement of the whole
 };
+
+constexpr size_t kMostCounts = 1000;
+constexpr size_t kMostLists = 8;
 
 // Whether the numbers tell what the handler, which is open, would read now.
 bool ReadNumbers(DomainDBHandler& handler, korvmailserver::DatabaseNumbers& numbers);

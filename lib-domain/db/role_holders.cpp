@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string>
 
 #include "lib-domain/db/read_scope.h"
 
@@ -91,7 +92,9 @@ bool RoleHolders::Has(sqlite3_int64 uid) {
   return next_ < uids_.size() && uids_[next_] == uid;
 }
 
-bool CountWithRole(DomainDBHandler* handler, int domain_idx, int& count) {
+namespace {
+
+bool CountNow(DomainDBHandler* handler, int domain_idx, int& count) {
   const ReadScope of_one_moment(handler);
   const Database db(handler, 0);
   RoleHolders holders;
@@ -111,6 +114,15 @@ bool CountWithRole(DomainDBHandler* handler, int domain_idx, int& count) {
   }
   count = counted;
   return true;
+}
+
+}  // namespace
+
+bool CountWithRole(DomainDBHandler* handler, int domain_idx, int& count) {
+  return Database(handler, 0)
+      .RememberCount(
+          std::to_string(domain_idx),
+          [&](int& counted) { return CountNow(handler, domain_idx, counted); }, count);
 }
 
 }  // namespace MDOMAIN::DB::INTERNAL

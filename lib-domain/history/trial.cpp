@@ -140,7 +140,7 @@ bool Trial::Copy(std::string& error) {
     error = folder_ + ": " + failed.message();
     return false;
   }
-  const UTILS::INTERNAL::FileOwner owner = {geteuid(), getegid()};
+  const UTILS::INTERNAL::CopiedAs owner = {geteuid(), getegid(), false};
   const std::string backup = PATHS::DisclaimerBackupDir();
   return Link(folder_, "/etc", error) &&
          UTILS::INTERNAL::CopyDatabases(etc, {PATHS::HistoryDb()}, owner, error) &&

@@ -43,6 +43,20 @@ struct FittingDisclaimer {
   bool fits_recipient = false;
 };
 
+struct AffectedPeople {
+  std::size_t count = 0;
+  std::vector<std::string> names;  // of accounts: at most the first ten, by name
+};
+
+// Of whose mail a disclaimer may get hold: people of the domain, by their addresses there.
+struct DisclaimerReach {
+  std::size_t people = 0;     // of the domain
+  AffectedPeople senders;     // mail from an address of theirs fits
+  AffectedPeople recipients;  // mail to an address of theirs fits
+  // Whether what they send or get has the text depends on the other side of a message as well.
+  bool depends_on_other_side = false;
+};
+
 // ---- Whose mail is it? ----
 
 // Who has an alias.

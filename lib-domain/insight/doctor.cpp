@@ -53,6 +53,7 @@ std::vector<FindingKind> ListFindingKinds() {
       {"dead-end", ""},
       {"disclaimer-list", ""},
       {"dkim", ""},
+      {"flags", ""},
       {"foreign-settings", ""},
       {"history", ""},
       {"key-store", ""},
@@ -121,6 +122,15 @@ Findings LookAtDomains(const std::vector<KnownDomain>& domains) {
   Findings findings;
   Look([&](Findings& found) { INTERNAL::CheckReceivers(domains, found); }, findings);
   Look([&](Findings& found) { INTERNAL::CheckPublications(domains, false, found); }, findings);
+  Complete(findings);
+  return findings;
+}
+
+Findings LookAtPublications() {
+  Findings findings;
+  Look(INTERNAL::CheckReconciled, findings);
+  Look([](Findings& found) { INTERNAL::CheckPublications(ListKnownDomains(), true, found); },
+       findings);
   Complete(findings);
   return findings;
 }

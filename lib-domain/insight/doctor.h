@@ -34,6 +34,9 @@ MDOMAIN_EXPORT Findings LookAtAll(const Check& check_accounts);
 // disclaimers, keys, and what of them is published.
 Findings LookAtDomains(const std::vector<KnownDomain>& domains);
 
+// What mail services read and is not as the model of this host has it.
+Findings LookAtPublications();
+
 namespace INTERNAL {
 
 // The files: whole, of a known version, owned and closed as they should be, nothing left over.
@@ -44,6 +47,8 @@ void CheckReconciled(Findings& findings);
 bool CheckModelInForce(Findings& findings);
 // What of these domains reaches nobody.
 void CheckReceivers(const std::vector<KnownDomain>& domains, Findings& findings);
+// Aliases that several want and that are not whose they should be.
+void CheckFlags(const std::vector<KnownDomain>& domains, Findings& findings);
 // What no domain may break.
 void CheckModelRules(Findings& findings);
 // What of these domains is published, their DKIM keys and disclaimers. `is_all`: there are no

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <list>
 #include <map>
+#include <set>
 
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/api/domain_user.h"
@@ -158,6 +159,29 @@ void CheckAddresses(const std::vector<KnownDomain>& domains, Findings& findings)
   }
 }
 
+// "domain 2": "domain 2 (example.com)" for domains that are not there any more, where their names
+// are still published.
+std::map<std::string, std::string> NamesOfGone(const std::set<int>& domain_idxs) {
+  std::map<std::string, std::string> names;
+  for (const auto& [idx, name] : PublishedDomains()) {
+    if (domain_idxs.count(idx) == 0) {
+      const std::string title = "domain " + std::to_string(idx);
+      names[title] = title + " (" + name + ")";
+    }
+  }
+  return names;
+}
+
+// The sentence with the name of the domain that it begins with.
+std::string Named(const std::string& text, const std::map<std::string, std::string>& names) {
+  for (const auto& [title, named] : names) {
+    if (text.rfind(title + " ", 0) == 0) {
+      return named + text.substr(title.size());
+    }
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string IdOf(std::string name) {
@@ -177,6 +201,7 @@ void CheckReconciled(Findings& findings) {
          "the settings under domain indexes are those of another model's domains",
          "the manual's page on directories says how the account source is switched"});
   }
+  const std::map<std::string, std::string> gone = NamesOfGone(model.domain_idxs);
   for (const auto& item : UTILS::ReconcileItems()) {
     UTILS::Differences differences;
     if (!item.list(model, differences)) {
@@ -184,7 +209,8 @@ void CheckReconciled(Findings& findings) {
                           "look at the messages"});
     }
     for (const std::string& difference : differences) {
-      findings.push_back({IdOf(item.name), true, difference + " (" + item.place + ")", ""});
+      findings.push_back(
+          {IdOf(item.name), true, Named(difference, gone) + " (" + item.place + ")", ""});
     }
   }
 }
@@ -201,6 +227,7 @@ bool CheckModelInForce(Findings& findings) {
 
 void CheckReceivers(const std::vector<KnownDomain>& domains, Findings& findings) {
   CheckAddresses(domains, findings);
+  CheckFlags(domains, findings);
   CheckPostmasters(domains, findings);
   CheckDeadEnds(domains, findings);
   CheckCopies(domains, findings);

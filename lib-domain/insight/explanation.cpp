@@ -55,6 +55,7 @@ class Explainer {
  private:
   void _Say(const char* step, const std::string& text) { told_.steps.push_back({step, text}); }
   bool _FindDomain();
+  void _TellGone();
   void _TellSpelling();
   void _TellPublished();
   void _TellReceivers();
@@ -83,6 +84,7 @@ bool Explainer::_FindDomain() {
   domain_ = FindNamed(domains_, domain_name_);
   if (domain_ == nullptr) {
     _Say("domain", "no domain of this host has the name " + domain_name_);
+    _TellGone();
     return false;
   }
   const bool is_own = BASE::SameDomainName(domain_->name, domain_name_);
@@ -91,6 +93,16 @@ bool Explainer::_FindDomain() {
                      domain_->Title());
   told_.domain = NameOf(*domain_);
   return true;
+}
+
+// A deletion that was interrupted leaves it so.
+void Explainer::_TellGone() {
+  for (const auto& [idx, name] : PublishedDomains()) {
+    if (BASE::SameDomainName(name, domain_name_)) {
+      _Say("published", "the mail services still take it for domain " + std::to_string(idx) +
+                            ", which is gone: mdomain doctor tells what it left");
+    }
+  }
 }
 
 void Explainer::_TellSpelling() {
@@ -320,14 +332,9 @@ bool SplitAddress(const std::string& address, std::string& local_part, std::stri
 }
 
 const KnownDomain* FindNamed(const std::vector<KnownDomain>& domains, const std::string& name) {
-  const std::string wanted = BASE::AsciiForm(name);
-  const auto is_wanted = [&wanted](const std::string& one) {
-    return BASE::AsciiForm(one) == wanted;
-  };
-  const auto found = std::find_if(domains.begin(), domains.end(), [&](const KnownDomain& domain) {
-    return is_wanted(domain.name) ||
-           std::any_of(domain.additional_names.begin(), domain.additional_names.end(), is_wanted);
-  });
+  const auto found =
+      std::find_if(domains.begin(), domains.end(),
+                   [&name](const KnownDomain& domain) { return domain.HasName(name); });
   return found == domains.end() ? nullptr : &*found;
 }
 

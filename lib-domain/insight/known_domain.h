@@ -14,6 +14,8 @@ struct KnownDomain {
   std::string name;
   bool is_primary;
   std::vector<std::string> additional_names;  // as stored
+
+  bool HasName(const std::string& other) const;  // in either spelling
   // "2 (example.org)", for messages.
   MDOMAIN_EXPORT std::string Title() const;
 };

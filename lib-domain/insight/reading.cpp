@@ -4,10 +4,12 @@
 #include <map>
 
 #include "lib-domain/api/domain.h"
+#include "lib-domain/base/domain_name.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/look_up.h"
 #include "platform/include/nodes.h"
+#include "platform/include/smtp_conf.h"
 
 namespace MDOMAIN::INSIGHT {
 
@@ -16,6 +18,13 @@ using mdomain::Role;
 
 std::string KnownDomain::Title() const {
   return std::to_string(idx) + " (" + name + ")";
+}
+
+bool KnownDomain::HasName(const std::string& other) const {
+  const std::string wanted = BASE::AsciiForm(other);
+  return BASE::AsciiForm(name) == wanted ||
+         std::any_of(additional_names.begin(), additional_names.end(),
+                     [&](const std::string& own) { return BASE::AsciiForm(own) == wanted; });
 }
 
 std::vector<KnownDomain> ListKnownDomains() {
@@ -73,6 +82,11 @@ bool WasTakenOut(int domain_idx, unsigned int uid) {
   std::vector<int> idxs;
   RequireRead(DB::INTERNAL::ListTakenOutOf(uid, idxs), "the removed users");
   return std::find(idxs.begin(), idxs.end(), domain_idx) != idxs.end();
+}
+
+std::map<int, std::string> PublishedDomains() {
+  SmtpConf settings;
+  return settings.LoadSettings() < 0 ? std::map<int, std::string>() : settings.GetMultiDomainMap();
 }
 
 bool PullsDomains() {

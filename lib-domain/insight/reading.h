@@ -3,6 +3,7 @@
 #ifndef LIB_DOMAIN_INSIGHT_READING_H
 #define LIB_DOMAIN_INSIGHT_READING_H
 
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -43,6 +44,9 @@ std::vector<mdomain::Account> ListRoleGroups(int domain_idx, unsigned int uid);
 
 // Whether the user was taken out of the domain by name.
 bool WasTakenOut(int domain_idx, unsigned int uid);
+
+// The names that the mail services read, by index; none where they cannot be read.
+std::map<int, std::string> PublishedDomains();
 
 // Whether this machine pulls the domains from another one: then it mirrors no accounts.
 bool PullsDomains();

@@ -55,13 +55,6 @@ std::vector<Record> InOrder(const std::vector<std::uint32_t>& ids, const char* k
 
 }  // namespace
 
-bool Known::HasName(const std::string& other) const {
-  const std::string wanted = AsciiForm(other);
-  return AsciiForm(name) == wanted ||
-         std::any_of(names.begin(), names.end(),
-                     [&](const std::string& own) { return AsciiForm(own) == wanted; });
-}
-
 void RequireHost(const Session& session, const std::string& what) {
   if (SessionAccess::StateOf(session).administrator) {
     Refuse(Reason::kRefused, "the administrator of a domain may not " + what);
@@ -73,21 +66,13 @@ bool IsAnyDomainOf(unsigned int uid) {
 }
 
 std::vector<Known> KnownDomains(const Session& session) {
-  std::vector<MDOMAIN::RECORD::Domain> records;
-  std::map<int, std::vector<std::string>> names;
-  MDOMAIN::API::Domain api;
-  if (!api.ListNames(records) || !api.ListAllAdditionalDomains(names)) {
-    Fail("the domains could not be read");
-  }
+  std::vector<Known> domains = MDOMAIN::INSIGHT::ListKnownDomains();
   const auto& administrator = SessionAccess::StateOf(session).administrator;
-  const std::unordered_set<int> own =
-      administrator ? Delegated(*administrator) : std::unordered_set<int>();
-  std::vector<Known> domains;
-  for (const auto& record : records) {
-    const int idx = record.GetDomainIdx();
-    if (!administrator || own.count(idx) != 0) {
-      domains.push_back({idx, record.GetDomainName(), record.IsPrimary(), names[idx]});
-    }
+  if (administrator) {
+    const std::unordered_set<int> own = Delegated(*administrator);
+    domains.erase(std::remove_if(domains.begin(), domains.end(),
+                                 [&own](const Known& known) { return own.count(known.idx) == 0; }),
+                  domains.end());
   }
   return domains;
 }

@@ -17,16 +17,7 @@
 
 namespace mdomain::session {
 
-// A domain by its names, without its counts.
-struct Known {
-  int idx = 0;
-  std::string name;
-  bool is_primary = false;
-  std::vector<std::string> names;
-
-  std::string Title() const { return std::to_string(idx) + " (" + name + ")"; }
-  bool HasName(const std::string& name) const;  // in either spelling
-};
+using Known = MDOMAIN::INSIGHT::KnownDomain;
 
 // Of a domain administrator: whether there is any domain that is his.
 bool IsAnyDomainOf(unsigned int uid);

@@ -59,7 +59,7 @@ std::vector<Domain> Whole(const std::vector<Known>& known) {
     Domain domain;
     domain.idx = names.idx;
     domain.name = record.GetDomainName();
-    domain.names = names.names;
+    domain.names = names.additional_names;
     domain.description = record.GetDomainDesc();
     domain.pattern = record.GetDefaultAliasPattern();
     domain.adds_accounts = record.IsAutomaticallyAddingUsers();
@@ -262,9 +262,9 @@ Result<Domain> Session::RemoveNames(int domain, const std::vector<std::string>& 
         for (const std::string& name : names) {
           const std::string wanted = session::AsciiForm(name);
           const auto found = std::find_if(
-              known.names.begin(), known.names.end(),
+              known.additional_names.begin(), known.additional_names.end(),
               [&](const std::string& own) { return session::AsciiForm(own) == wanted; });
-          if (found == known.names.end()) {
+          if (found == known.additional_names.end()) {
             refusals.Add("name", name, "is no additional name of domain " + known.Title());
           } else {
             stored.push_back(*found);

@@ -7,6 +7,7 @@
 #include "lib-domain/api/domain_user.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/pages.h"
+#include "lib-domain/session/user_choice.h"
 
 namespace mdomain {
 
@@ -15,21 +16,9 @@ using session::Change;
 using session::Fail;
 using session::Known;
 using session::Refuse;
+using session::RequireGroups;
 
 namespace {
-
-void RequireGroups(const Known& domain, const std::vector<std::uint32_t>& gids) {
-  std::vector<unsigned int> known;
-  if (!DomainGroup().List(domain.idx, known)) {
-    Fail("the groups of the domain could not be read");
-  }
-  for (const std::uint32_t gid : gids) {
-    if (std::find(known.begin(), known.end(), gid) == known.end()) {
-      Refuse(Reason::kNotFound,
-             "no group of domain " + domain.Title() + " has the gid " + std::to_string(gid));
-    }
-  }
-}
 
 // The interface below takes anybody in again.
 void RequireMembers(DomainGroup& api, const Known& domain, std::uint32_t gid,
@@ -82,6 +71,7 @@ Result<Page<Group>> Session::ListGroups(int domain, const GroupQuery& query,
       Fail("the groups of the domain could not be read");
     }
     std::vector<Group> groups;
+    groups.reserve(records.size());
     for (const auto& record : records) {
       groups.push_back({record.GetGID(), record.GetGroupName(), record.GetGroupDesc(),
                         session::RoleOf(record.GetRole())});
@@ -113,6 +103,7 @@ Result<std::vector<Member>> Session::GroupMembers(int domain, std::uint32_t gid)
       Fail("the members of the group could not be read");
     }
     std::vector<Member> members;
+    members.reserve(records.size());
     for (const auto& [uid, name, status] : records) {
       members.push_back({uid, name,
                          status != "removed"       ? Member::Status::kHasAddress
@@ -137,6 +128,7 @@ Result<Nothing> Session::SetGroupRole(int domain, const std::vector<std::uint32_
       session::RequireHost(*this, "make a whole group administrators");
     }
     std::vector<MDOMAIN::RECORD::DomainGroupRole> roles;
+    roles.reserve(gids.size());
     for (const std::uint32_t gid : gids) {
       roles.emplace_back(domain, gid, session::TextOf(role));
     }

@@ -10,9 +10,9 @@
 
 namespace mdomain {
 
-using MDOMAIN::INSIGHT::KnownDomain;
 using session::Change;
 using session::Fail;
+using session::Known;
 using session::Read;
 using session::Refuse;
 
@@ -20,15 +20,6 @@ namespace {
 
 bool IsAdministrator(const Session& session) {
   return SessionAccess::StateOf(session).administrator.has_value();
-}
-
-// Those that the caller may see.
-std::vector<KnownDomain> DomainsOf(const Session& session) {
-  std::vector<KnownDomain> domains;
-  for (const session::Known& known : session::KnownDomains(session)) {
-    domains.push_back({known.idx, known.name, known.is_primary, known.names});
-  }
-  return domains;
 }
 
 [[noreturn]] void RefuseUser(std::uint32_t uid) {
@@ -54,7 +45,7 @@ std::vector<Finding> FindingsOf(const Session& session) {
   if (!IsAdministrator(session)) {
     return MDOMAIN::INSIGHT::LookAtAll({});
   }
-  const std::vector<KnownDomain> domains = DomainsOf(session);
+  const std::vector<Known> domains = session::KnownDomains(session);
   return domains.empty() ? std::vector<Finding>() : MDOMAIN::INSIGHT::LookAtDomains(domains);
 }
 
@@ -67,7 +58,7 @@ Result<Explanation> Session::Explain(const std::string& address) const {
     if (!MDOMAIN::INSIGHT::SplitAddress(address, local_part, name)) {
       Refuse(Reason::kInvalid, "\"" + address + "\" is no address");
     }
-    const std::vector<KnownDomain> domains = DomainsOf(*this);
+    const std::vector<Known> domains = session::KnownDomains(*this);
     if (IsAdministrator(*this) && MDOMAIN::INSIGHT::FindNamed(domains, name) == nullptr) {
       Refuse(Reason::kNotFound, "there is no domain \"" + name + "\"");
     }
@@ -77,7 +68,7 @@ Result<Explanation> Session::Explain(const std::string& address) const {
 
 Result<Person> Session::ExplainUser(std::uint32_t uid) const {
   return Read<Person>(*this, [&] {
-    const std::vector<KnownDomain> domains = DomainsOf(*this);
+    const std::vector<Known> domains = session::KnownDomains(*this);
     Person person = MDOMAIN::INSIGHT::DescribePerson(session::UsersOf({uid}).front(), domains);
     if (IsAdministrator(*this)) {
       if (person.domains.empty() && person.taken_out_of.empty()) {

@@ -252,6 +252,10 @@ std::uint32_t Arguments::Id(const char* name) {
   return value->asUInt();
 }
 
+std::optional<std::uint32_t> Arguments::OptionalId(const char* name) {
+  return _Find(name) == nullptr ? std::nullopt : std::make_optional(Id(name));
+}
+
 template <typename T>
 std::vector<T> Arguments::_List(const char* name, bool (*is)(const Json::Value&),
                                 const std::function<T(const Json::Value&)>& as, const char* why) {

@@ -39,6 +39,10 @@ Json::Value JsonOf(const TriedAlias& alias);
 Json::Value JsonOf(const TriedPattern& tried);
 Json::Value JsonOf(const Setting& setting);
 Json::Value JsonOf(const ChangedSetting& changed);
+Json::Value JsonOf(const DisclaimerReach& reach);
+Json::Value JsonOf(const Progress& progress);
+Json::Value JsonOf(const PublishedItem& item);
+Json::Value JsonOf(const Publication& publication);
 
 template <typename T>
 Json::Value JsonOf(const std::vector<T>& values) {
@@ -74,6 +78,7 @@ class Arguments {
   std::string Text(const char* name);
   std::string Text(const char* name, const std::string& otherwise);
   std::uint32_t Id(const char* name);
+  std::optional<std::uint32_t> OptionalId(const char* name);
   std::vector<std::string> Texts(const char* name);  // none where it is missing
   std::vector<std::uint32_t> Ids(const char* name);
   std::optional<std::string> OptionalText(const char* name);

@@ -25,385 +25,19 @@
 #ifndef MAILSERVER_DOMAIN_MDOMAIN_HPP
 #define MAILSERVER_DOMAIN_MDOMAIN_HPP
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <iterator>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "lib-domain/insight/answers.h"
+#include "lib-domain/session/records.h"
+#include "lib-domain/session/result.h"
 #include "platform/include/export.h"
 
 namespace mdomain {
-
-// ---- Results ----
-
-enum class Reason {
-  kInvalid,      // a value is none of its kind; `refused` of the error names each
-  kTaken,        // a name belongs to another domain, user or entry
-  kNotFound,     // there is no such domain, user, group, entry or change; or it is not the caller's
-  kRefused,      // it cannot be done as things stand: the text says why
-  kChanged,      // it is not as it was when the version was read
-  kBusy,         // another program holds the lock
-  kUnpublished,  // done here, and the shared key store has not got it yet
-  kFailed,       // a file, the accounts or a server did not do what was asked
-};
-
-struct Refused {
-  std::string what;   // "alias", "role", "name", "pattern", "member", "copy", "disclaimer"
-  std::string value;  // as it was given
-  std::string why;
-};
-
-struct Error {
-  Reason reason = Reason::kFailed;
-  // The number that the described classes give: 5618 a taken name, 5633 an invalid one, 5634 the
-  // accounts cannot be read, else 117.
-  unsigned int number = 117;
-  std::string text;    // one sentence that names what was wrong
-  std::string advice;  // what to do about it; may be empty
-  std::vector<Refused> refused;
-  std::vector<std::string> log;  // warnings and errors that were logged during the call
-};
-
-// What a call gives: a value, an error, or with Reason::kUnpublished both.
-template <typename T>
-class [[nodiscard]] Result final {
- public:
-  Result(T value) : value_(std::move(value)) {}
-  Result(Error error) : error_(std::move(error)) {}
-  Result(T value, Error unpublished) : value_(std::move(value)), error_(std::move(unpublished)) {}
-
-  // Whether it was done.
-  explicit operator bool() const { return value_.has_value(); }
-  // Whether it was done and nothing is left to be published.
-  bool IsPublished() const { return value_.has_value() && !error_.has_value(); }
-  // Throws std::bad_optional_access without a value. That of a result that is not kept is a copy:
-  // for (const Domain& domain : *session.Domains()) is safe.
-  const T& operator*() const& { return value_.value(); }
-  T& operator*() & { return value_.value(); }
-  T operator*() && { return std::move(value_).value(); }
-  const T* operator->() const { return &value_.value(); }
-  // An empty one where there is none.
-  const Error& GetError() const {
-    static const Error none;
-    return error_ ? *error_ : none;
-  }
-
- private:
-  std::optional<T> value_;
-  std::optional<Error> error_;
-};
-
-struct Nothing {};
-
-// Part of a list. Cursors are texts of the list that gave them; "" begins.
-template <typename T>
-struct Page {
-  std::vector<T> items;
-  std::string next;       // "" behind the last one
-  std::size_t total = 0;  // of all pages, as of this one
-};
-
-// A list of any length, page by page while it is walked:
-//   for (const User& user : session.Users(domain)) ...
-// Each page is of one moment, the list is not. A walk ends early where a page cannot be read: then
-// GetError tells why afterwards. For one walk.
-template <typename T>
-class Range final {
- public:
-  using Fetch = std::function<Result<Page<T>>(const std::string& cursor)>;
-
-  class Iterator {
-   public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = T;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const T*;
-    using reference = const T&;
-
-    explicit Iterator(Range* range = nullptr) : range_(range) {}
-    const T& operator*() const { return range_->page_.items[range_->at_]; }
-    const T* operator->() const { return &**this; }
-    Iterator& operator++() {
-      if (!range_->_Next()) {
-        range_ = nullptr;
-      }
-      return *this;
-    }
-    bool operator==(const Iterator& other) const { return range_ == other.range_; }
-    bool operator!=(const Iterator& other) const { return range_ != other.range_; }
-
-   private:
-    Range* range_;
-  };
-
-  explicit Range(Fetch fetch) : fetch_(std::move(fetch)) {}
-  Iterator begin() { return Iterator(_Fetch("") ? this : nullptr); }
-  Iterator end() { return Iterator(); }
-  bool IsWhole() const { return !error_.has_value(); }
-  const Error& GetError() const {
-    static const Error none;
-    return error_ ? *error_ : none;
-  }
-
- private:
-  bool _Fetch(const std::string& cursor) {
-    Result<Page<T>> page = fetch_(cursor);
-    at_ = 0;
-    if (!page) {
-      error_ = page.GetError();
-      return false;
-    }
-    page_ = std::move(*page);
-    return !page_.items.empty();
-  }
-  bool _Next() {
-    return ++at_ < page_.items.size() || (!page_.next.empty() && _Fetch(std::string(page_.next)));
-  }
-
-  Fetch fetch_;
-  Page<T> page_;
-  std::size_t at_ = 0;
-  std::optional<Error> error_;
-};
-
-// ---- What there is ----
-
-// Stands for an object as it was read. Given to a change, the change is made only if the object is
-// still so (Reason::kChanged otherwise); "" stands for any.
-using Version = std::string;
-
-struct Domain {
-  int idx = 0;
-  std::string name;                // UTF-8
-  std::vector<std::string> names;  // additional ones, as stored
-  std::string description;
-  std::string pattern;         // of the aliases of new users
-  bool adds_accounts = false;  // each refresh adds the accounts that it finds new
-  bool is_primary = false;
-  bool has_collisions = false;  // somebody's alias is another one's
-  std::size_t users = 0;
-  Version version;
-};
-
-struct NewDomain {
-  std::string name;
-  std::string description = "";
-  std::string pattern = "<a>";
-  bool adds_accounts = true;
-};
-
-struct DomainChange {
-  std::optional<std::string> name;
-  std::optional<std::string> description;
-  std::optional<std::string> pattern;
-  std::optional<bool> adds_accounts;
-};
-
-struct UserAlias {
-  std::string local_part;
-  bool is_taken = false;  // somebody else gets the mail
-  std::string owner;      // account name of who does, where it is taken and that is known
-};
-
-struct User {
-  std::uint32_t uid = 0;
-  std::string name;
-  Role role = Role::kNone;        // that is in force
-  bool has_own_role = false;      // else it is that of the groups
-  Role group_role = Role::kNone;  // what the groups give; kNone: in no group of the domain
-  std::vector<UserAlias> aliases;
-  Version version;
-};
-
-struct UserChange {
-  // A role of his own; kNone leaves it to his groups.
-  std::optional<Role> role;
-  // All aliases, then those that are added or removed.
-  std::optional<std::vector<std::string>> aliases;
-  std::vector<std::string> add_aliases;
-  std::vector<std::string> remove_aliases;
-};
-
-struct Members {
-  std::vector<std::uint32_t> uids;
-  std::vector<std::uint32_t> gids;
-};
-
-struct Candidate {
-  std::uint32_t uid = 0;
-  std::string name;
-  std::string local_part;  // the alias that he would get; "" for none
-  bool is_taken = false;
-};
-
-struct Group {
-  std::uint32_t gid = 0;
-  std::string name;
-  std::string description;
-  Role role = Role::kNone;  // that its members get
-};
-
-struct Member {
-  enum class Status { kHasAddress, kRemoved, kNoAddress };
-  std::uint32_t uid = 0;
-  std::string name;
-  Status status = Status::kHasAddress;
-};
-
-// An address of a domain that goes to several.
-struct Entry {
-  std::string name;                 // the local part
-  std::vector<std::string> users;   // account names
-  std::vector<std::string> groups;  // group names
-  std::vector<std::string> addresses;
-  Version version;
-};
-
-// Disclaimers of a domain as the JSON array of mailserver-domain/mimedefang.h.
-struct Disclaimers {
-  std::string json;
-  Version version;
-};
-
-struct DomainOverview {
-  Domain domain;
-  DomainCounts counts;
-  std::vector<Group> groups;  // by name
-};
-
-struct RepairReport {
-  std::string kept;               // the folder with the files of before
-  std::vector<Finding> findings;  // what is left
-};
-
-struct RefreshReport {
-  bool is_complete = false;  // all accounts and groups could be read; else nobody was deleted
-  std::size_t users = 0;
-  std::size_t groups = 0;
-  std::vector<std::string> new_users;
-  std::vector<std::string> new_groups;
-  std::size_t deleted_users = 0;
-  std::size_t deleted_groups = 0;
-  std::vector<std::string> spared_users;  // more are gone than the limit allows to delete
-  std::vector<std::string> spared_groups;
-};
-
-struct HistoryEntry {
-  long long id = 0;
-  long long time = 0;  // seconds since 1970
-  std::string person;
-  std::string command;
-  std::string summary;
-  std::string state;     // "done", "undone", "undoing", "refresh", "repair", "undo"
-  std::string why_kept;  // why it cannot be taken back; "" where it may be tried
-};
-
-// One thing that a change changes, as "mdomain --dry-run" tells it.
-struct PlannedChange {
-  // "domain", "name", "primary", "account", "group", "member", "role", "group_role", "alias",
-  // "taken_out", "entry", "entry_member", "copy", "mail_settings", "setting", "disclaimers",
-  // "keys", "other"; a plan is ordered by it, as here.
-  std::string what;
-  std::string change;  // "added", "removed", "changed"
-  std::string text;    // one sentence, for people
-  // What the sentence names: "domain", "account", "group", "alias", "address", "owner", "member",
-  // "name", "property", "key", "before", "after" and others; which, depends on `what`.
-  std::map<std::string, std::string> names;
-  // Of an alias: whether mail for it came and will come to the account. It goes to "owner" of
-  // `names` where it does not; none where that is nobody.
-  bool had = false;
-  bool has = false;
-};
-
-// What a change changes, or would change.
-struct ChangePlan {
-  std::string summary;  // "3 people lose 5 addresses, 1 other thing changes"; "" for no changes
-  std::vector<PlannedChange> changes;
-};
-
-struct HistoryQuery {
-  int domain = 0;               // what is about this domain; 0: everything
-  std::size_t page_size = 100;  // at most 10,000
-};
-
-// ---- Patterns ----
-
-// What a pattern would give a user who is added now.
-struct TriedAlias {
-  enum class From { kPattern, kAccountName, kNothing };
-  std::uint32_t uid = 0;
-  std::string name;
-  std::vector<std::string> aliases;  // of today
-  std::string local_part;            // "" for none
-  From from = From::kPattern;
-  std::string why;  // why not by the pattern: "no value for <s>", "the pattern gives nothing", ...
-  // Others who would get it too, or have it: their number, and at most ten names.
-  std::size_t rivals = 0;
-  std::vector<std::string> rival_names;
-  bool is_entry = false;  // it is the name of an address that goes to several
-
-  bool Collides() const { return rivals != 0 || is_entry; }
-};
-
-struct TriedPattern {
-  std::string pattern;
-  std::size_t users = 0;  // of the domain; below: how many of those that were asked for
-  std::size_t by_pattern = 0;
-  std::size_t by_account_name = 0;
-  std::size_t without_address = 0;
-  std::size_t colliding = 0;
-  Page<TriedAlias> page;  // by uid
-};
-
-struct PatternQuery {
-  bool only_problems = false;   // those who collide, or get none or not the pattern's
-  std::size_t page_size = 100;  // at most 10,000
-};
-
-// ---- Settings ----
-
-// A key of the mail configuration.
-struct Setting {
-  enum class Kind {
-    kUnknown,    // of another program, or misspelt
-    kSetting,    // the administrator's or the mail server's
-    kPublished,  // follows from the domains: the next publication writes it again
-  };
-  std::string key;
-  std::string value;
-  Kind kind = Kind::kUnknown;
-  bool is_set = false;
-};
-
-struct ChangedSetting {
-  Setting setting;
-  std::string consequence;  // what was done by force: which model is in force, what stands where
-  std::string missing_key;  // the accounts' source needs this one, too; "" for none
-};
-
-// ---- Lists ----
-
-enum class UserColumn { kName, kAlias, kRole };
-enum class GroupColumn { kName, kDescription };
-
-template <typename Column>
-struct Query {
-  std::string text;  // that a name (of users also an alias) holds, in whatever letter case
-  Column by = Column::kName;
-  bool is_descending = false;
-  std::size_t page_size = 100;  // at most 10,000
-};
-using UserQuery = Query<UserColumn>;
-using GroupQuery = Query<GroupColumn>;
-
-// ---- The session ----
 
 struct SessionState;
 
@@ -422,12 +56,12 @@ class MDOMAIN_EXPORT Session {
   // the domains in which his role is domain_admin at the moment of each call, and no other one,
   // whatever is given. An account without any sees none. He neither creates, renames nor deletes
   // domains, gives them names, makes one primary, adds groups whose role is domain_admin,
-  // refreshes, publishes, sees or sets settings of the host, nor takes back what others changed; his
-  // copies are of mail to and from his
-  // domains. So are his disclaimers: each needs an address pattern of the domain, with "or" nothing
-  // but such ones, and none is about a group. To add somebody he may look any account and group of
-  // the host up. Calls that are not his are Reason::kRefused, domains that are not his
-  // Reason::kNotFound. His errors have no log lines, which name what is others'.
+  // refreshes, publishes, sees or sets settings of the host, nor takes back what others changed;
+  // his copies are of mail to and from his domains. So are his disclaimers: each needs an address
+  // pattern of the domain, with "or" nothing but such ones, and none is about a group. To add
+  // somebody he may look any account and group of the host up. Calls that are not his are
+  // Reason::kRefused, domains that are not his Reason::kNotFound. His errors have no log lines,
+  // which name what is others'.
   Session As(std::uint32_t uid) const;
   Session WithPerson(const std::string& person) const;
 
@@ -506,6 +140,10 @@ class MDOMAIN_EXPORT Session {
   Result<Disclaimers> SetDisclaimers(int domain, const std::string& json,
                                      const Version& version = "");
 
+  // Whom a disclaimer would concern, before it is saved: `json` is one, as GetDisclaimers has them.
+  // Refuses what SetDisclaimers would refuse of it.
+  Result<DisclaimerReach> TryDisclaimer(int domain, const std::string& json) const;
+
   // Asking why. All but Repair read only; the answers are in insight/answers.h.
   //
   // Who gets the mail for an address, step by step. kInvalid: it is no address. For a domain
@@ -529,10 +167,17 @@ class MDOMAIN_EXPORT Session {
   // so many of the accounts and groups that are gone are deleted, else none (`spared_users`); 0
   // stands for any number, or any share.
   Result<RefreshReport> Refresh(std::size_t deletion_limit = 500, std::size_t percent = 10);
+  // What a refresh by this process, a dry run included, is doing now; none where none has begun.
+  // For the host's administrators. Waits for nobody: other calls have no turn meanwhile.
+  Result<std::optional<Progress>> RefreshProgress() const;
   // What is published once more, as a whole.
   Result<Nothing> Publish();
+  // What mail services read now and since when, for the host's administrators.
+  Result<Publication> Published(const PublicationQuery& query = {},
+                                const std::string& cursor = "") const;
 
-  // The newest changes, the latest first.
+  // The newest changes, the latest first; with a negative limit all. A domain administrator gets
+  // those of ListHistory.
   Result<std::vector<HistoryEntry>> History(int limit = 100) const;
   // Takes a change back: the latest that is not "undone", or the one that is "undoing". kRefused
   // when that is not `id`, when somebody has changed the same things since, and within Together.
@@ -553,7 +198,8 @@ class MDOMAIN_EXPORT Session {
   // Nothing is stored, published, announced or put into the history. A result of `work` without a
   // value is the error of the dry run. Domain administrators see what is about their domains. The
   // lock is held while the copies are made, and other calls wait until it has ended. kRefused
-  // within Together and within another one.
+  // within Together and within another one. The shared key store is not asked: of Publish it
+  // tells what would be written here.
   template <typename Work>
   Result<ChangePlan> DryRun(const Work& work) const {
     return _TryOut([&work](Session& trial) -> std::optional<Error> {

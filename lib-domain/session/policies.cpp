@@ -7,6 +7,7 @@
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/insight/disclaimer_reach.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/json_text.h"
 
@@ -205,6 +206,17 @@ Result<Nothing> Session::RemoveCopies(int domain, const std::vector<Copy>& copie
 Result<Disclaimers> Session::GetDisclaimers(int domain) const {
   return Read<Disclaimers>(*this,
                            [&] { return DisclaimersOf(session::KnownDomain(*this, domain)); });
+}
+
+Result<DisclaimerReach> Session::TryDisclaimer(int domain, const std::string& json) const {
+  return Read<DisclaimerReach>(*this, [&] {
+    const Known known = session::KnownDomain(*this, domain);
+    const Json::Value list = RequireDisclaimers(*this, known, "[" + json + "]");
+    if (list.size() != 1) {
+      session::Refuse(Reason::kInvalid, "that is not one disclaimer");
+    }
+    return MDOMAIN::INSIGHT::ReachOf(known, list[0]);
+  });
 }
 
 Result<Disclaimers> Session::SetDisclaimers(int domain, const std::string& json,

@@ -202,6 +202,7 @@ Result<T> Change(const Session& session, const std::string& command, const Work&
     }
     Error unpublished;
     unpublished.reason = Reason::kUnpublished;
+    unpublished.number = MDOMAIN::BASE::kApiErrorUnpublished;
     unpublished.text = "done here, not published: " + why;
     unpublished.advice = "the next change or Publish publishes it";
     unpublished.log = now.TakeLog();

@@ -3,6 +3,7 @@
 #include "lib-domain/history/history.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/pages.h"
+#include "lib-domain/session/progress.h"
 #include "lib-domain/session/trial.h"
 #include "lib-domain/sync/model_in_force.h"
 
@@ -79,6 +80,7 @@ std::vector<HistoryEntry> EntriesOf(const Filter& filter, std::size_t& total) {
     Fail("the history could not be read");
   }
   std::vector<HistoryEntry> entries;
+  entries.reserve(stored.size());
   for (const auto& entry : stored) {
     entries.push_back({entry.id, entry.time, entry.person, entry.command, entry.summary,
                        entry.state, entry.why_kept});
@@ -93,6 +95,7 @@ Result<RefreshReport> Session::Refresh(std::size_t deletion_limit, std::size_t p
       *this, "refresh", "refresh",
       [&] {
         RequirePublishable();
+        const session::TellingProgress telling;
         MDOMAIN::API::Updater updater;
         updater.SetDeletionLimit({deletion_limit, percent});
         if (!updater.Refresh()) {

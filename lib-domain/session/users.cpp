@@ -10,6 +10,7 @@
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/pages.h"
+#include "lib-domain/session/user_choice.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/account.h"
 
@@ -201,13 +202,29 @@ std::unordered_set<unsigned int> Leaving(int domain) {
   return uids;
 }
 
+Page<User> ChosenPage(const Known& domain, const UserQuery& query,
+                      const session::PlaceInList& place) {
+  const auto uids = session::ChosenUsers(domain, query, ColumnOf(query.by));
+  Page<User> page;
+  auto at = std::min(uids.size(), static_cast<std::size_t>(place.offset()));
+  const auto end = std::min(uids.size(), at + static_cast<std::size_t>(place.limit()));
+  for (; at < end; ++at) {
+    page.items.push_back(UserOf(RecordOf(domain, uids[at])));
+  }
+  place.End(uids.size(), page);
+  return page;
+}
+
 }  // namespace
 
 Result<Page<User>> Session::ListUsers(int domain, const UserQuery& query,
                                       const std::string& cursor) const {
   return session::ReadModel<Page<User>>(*this, [&] {
-    session::KnownDomain(*this, domain);
+    const Known known = session::KnownDomain(*this, domain);
     const session::PlaceInList place(query.page_size, cursor);
+    if (session::IsChoosing(query)) {
+      return ChosenPage(known, query, place);
+    }
     MDOMAIN::DB::DomainDBFilter filter("domain_user_view");
     session::Narrow(query.text, ColumnOf(query.by), query.is_descending, place, filter);
     filter.SetDomainIdxs({domain});
@@ -350,12 +367,12 @@ Result<std::vector<std::string>> Session::Addresses(std::uint32_t uid, bool with
       const std::optional<Record> found = FindRecord(known.idx, uid);
       Texts names = {known.name};
       if (with_names) {
-        names.insert(names.end(), known.names.begin(), known.names.end());
+        names.insert(names.end(), known.additional_names.begin(), known.additional_names.end());
       }
       for (const std::string& name : found ? names : Texts()) {
         for (const auto& [alias, is_taken] : found->GetAliasDuplicatedPairs()) {
           if (!is_taken) {
-            addresses.push_back(alias + "@" + name);
+            addresses.emplace_back(alias).append("@").append(name);
           }
         }
       }

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
 #include "lib-domain/base/paths.h"
@@ -37,7 +39,14 @@ bool Fail(const std::string& path, const std::string& reason, std::string& error
 }
 
 // Of another program's file, or of one that is damaged, the bytes as they are.
-bool CopyBytes(const std::string& from, const std::string& to, std::string& error) {
+bool CopyBytes(const std::string& from, const std::string& to, bool is_lasting,
+               std::string& error) {
+  if (!is_lasting) {
+    std::error_code failed;
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, failed);
+    return !failed || failed == std::errc::no_such_file_or_directory ||
+           Fail(from, failed.message(), error);
+  }
   std::string bytes;
   if (korvmailserver::ReadFile(from, bytes) < 0) {
     return errno == ENOENT || Fail(from, std::strerror(errno), error);
@@ -48,7 +57,8 @@ bool CopyBytes(const std::string& from, const std::string& to, std::string& erro
 
 // SQLite copies pages under its own locks. A reader's transaction waits for a writer, which the
 // copying itself would not.
-int CopyDatabase(const std::string& from, const std::string& to, std::string& reason) {
+int CopyDatabase(const std::string& from, const std::string& to, bool is_lasting,
+                 std::string& reason) {
   Connection source;
   Connection copy;
   int result = source.Open(from, Connection::Mode::kWrite, kBusyMilliseconds);
@@ -58,6 +68,9 @@ int CopyDatabase(const std::string& from, const std::string& to, std::string& re
     return result;
   }
   result = copy.Open(to, Connection::Mode::kCreate, kBusyMilliseconds);
+  if (result == SQLITE_OK && !is_lasting) {
+    result = copy.Run("PRAGMA synchronous = OFF");
+  }
   if (result != SQLITE_OK) {
     reason = copy.Error();
     return result;
@@ -69,28 +82,28 @@ int CopyDatabase(const std::string& from, const std::string& to, std::string& re
   return result;
 }
 
-bool CopyFile(const std::string& from, const std::string& to, const FileOwner& owner,
+bool CopyFile(const std::string& from, const std::string& to, const CopiedAs& as,
               std::string& error) {
   struct stat info {};
   if (lstat(from.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
     return true;
   }
   std::string reason;
-  const int result = EndsWith(from, ".db") ? CopyDatabase(from, to, reason) : SQLITE_NOTADB;
+  const int result =
+      EndsWith(from, ".db") ? CopyDatabase(from, to, as.is_lasting, reason) : SQLITE_NOTADB;
   const bool has_no_pages = result == SQLITE_NOTADB || result == SQLITE_CORRUPT;
-  if (has_no_pages ? !CopyBytes(from, to, error)
+  if (has_no_pages ? !CopyBytes(from, to, as.is_lasting, error)
                    : result != SQLITE_OK && !Fail(from, reason, error)) {
     return false;
   }
-  return (lchown(to.c_str(), owner.uid, owner.gid) == 0 &&
-          chmod(to.c_str(), info.st_mode & 0777) == 0) ||
+  return (lchown(to.c_str(), as.uid, as.gid) == 0 && chmod(to.c_str(), info.st_mode & 0777) == 0) ||
          !postara::sdk::Exist(to) || Fail(to, std::strerror(errno), error);
 }
 
 }  // namespace
 
 bool CopyDatabases(const std::string& folder, const std::vector<std::string>& further,
-                   const FileOwner& owner, std::string& error) {
+                   const CopiedAs& as, std::string& error) {
   std::vector<std::string> paths = {PATHS::SettingsDb(), PATHS::AliasDb(), PATHS::KeyStoreDb()};
   paths.insert(paths.end(), further.begin(), further.end());
   std::vector<std::string> names;
@@ -103,29 +116,31 @@ bool CopyDatabases(const std::string& folder, const std::vector<std::string>& fu
     }
   }
   for (const std::string& path : paths) {
-    if (!CopyFile(path, folder + path.substr(path.rfind('/')), owner, error)) {
+    if (!CopyFile(path, folder + path.substr(path.rfind('/')), as, error)) {
       return false;
     }
   }
   return true;
 }
 
-bool CopyFolder(const std::string& from, const std::string& folder, const FileOwner& owner,
+bool CopyFolder(const std::string& from, const std::string& folder, const CopiedAs& as,
                 std::string& error) {
   const std::string to = folder + from.substr(from.rfind('/'));
   std::vector<std::string> names;
   if (postara::sdk::EnumDirectory(from, names) < 0) {
     return errno == ENOENT || Fail(from, std::strerror(errno), error);
   }
-  if (mkdir(to.c_str(), kFolderMode) != 0 || lchown(to.c_str(), owner.uid, owner.gid) != 0) {
+  if (mkdir(to.c_str(), kFolderMode) != 0 || lchown(to.c_str(), as.uid, as.gid) != 0) {
     return Fail(to, std::strerror(errno), error);
   }
   for (const std::string& name : names) {
-    if (!CopyFile(Below(from, name), Below(to, name), owner, error)) {
+    if (!CopyFile(Below(from, name), Below(to, name), as, error)) {
       return false;
     }
   }
-  korvmailserver::SyncFolderOf(to + "/");
+  if (as.is_lasting) {
+    korvmailserver::SyncFolderOf(to + "/");
+  }
   return true;
 }
 

@@ -69,7 +69,7 @@ bool PlaceFolder(const std::string& ready, std::string& folder, std::string& err
 }
 
 bool MakeCopies(std::string& folder, std::string& error) {
-  INTERNAL::FileOwner owner;
+  INTERNAL::CopiedAs owner;
   if (mailUGidGet(korvmailserver::kServiceAccount, &owner.uid, &owner.gid) < 0) {
     return Fail(PATHS::EtcDir(), std::string("no account ") + korvmailserver::kServiceAccount,
                 error);

@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
+#include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/db/read_scope.h"
@@ -48,7 +49,9 @@ class Registry {
   // Remembers the rows for which `is_stale` is true: a bit for each row, however many they are.
   bool MarkLocalParts(const std::function<bool(const RECORD::LocalPart& part)>& is_stale) {
     marked_.clear();
+    BASE::Progress progress("comparing addresses", 0);
     return reader_.ForEachRow(kSelectLocalParts, [&](const Statement& row) {
+      progress.Step();
       int idx = 0;
       marked_.push_back(BASE::ConvertToInt(row.Text(1), idx) &&
                         is_stale({row.Text(0), idx, row.Text(2)}));

@@ -3,6 +3,7 @@
 #include "lib-domain/sync/owner_registry.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <unordered_set>
 
@@ -76,34 +77,76 @@ void Sort(std::vector<RECORD::LocalPart>& parts) {
 
 enum class Collected { kAll, kUnclear, kFailed };
 
+// The addresses of the parts, ASCII case ignored, found by hash: a set of their texts would take
+// several times as much memory and, above all, misses of the processor's cache.
+class Addresses {
+ public:
+  explicit Addresses(const std::vector<RECORD::LocalPart>& parts) : parts_(parts) {
+    places_.reserve(parts.size());
+    for (size_t i = 0; i < parts.size(); ++i) {
+      places_.emplace_back(_HashOf(parts[i]), i);
+    }
+    std::sort(places_.begin(), places_.end());
+  }
+  // Two of one hash count as equal.
+  bool MayRepeat() const {
+    return std::adjacent_find(places_.begin(), places_.end(), [](const Place& a, const Place& b) {
+             return a.first == b.first;
+           }) != places_.end();
+  }
+  bool Has(const RECORD::LocalPart& part) const {
+    const size_t hash = _HashOf(part);
+    auto place = std::lower_bound(places_.begin(), places_.end(), Place(hash, 0));
+    while (place != places_.end() && place->first == hash &&
+           _KeyOf(parts_[place->second]) != _KeyOf(part)) {
+      ++place;
+    }
+    return place != places_.end() && place->first == hash;
+  }
+
+ private:
+  using Place = std::pair<size_t, size_t>;
+  static std::string _KeyOf(const RECORD::LocalPart& part) {
+    return Key(part.GetLocalPart(), part.GetDomainIdx());
+  }
+  static size_t _HashOf(const RECORD::LocalPart& part) {
+    return std::hash<std::string>()(_KeyOf(part));
+  }
+
+  const std::vector<RECORD::LocalPart>& parts_;
+  std::vector<Place> places_;
+};
+
 // With one read, row by row. kUnclear where the listing's own order of users, which is not that of
 // their uids, decides: an address is unflagged twice, or a flag is neither 0 nor 1.
 Collected CollectAliases(const std::vector<int>& domain_idxs, OwnerRegistryContent& content) {
   using Flag = DB::DomainUser::AliasFlag;
-  std::unordered_set<std::string> seen;
+  std::vector<RECORD::LocalPart> plain;
   std::vector<RECORD::LocalPart> flagged;
   bool is_clear = true;
   const auto keep = [&](int domain_idx, std::string&& user_name, std::string&& alias, Flag flag) {
-    if (flag == Flag::kNoRole) {
-      return true;
+    if (flag == Flag::kPlain || flag == Flag::kFlagged) {
+      (flag == Flag::kFlagged ? flagged : plain).emplace_back(alias, domain_idx, user_name);
     }
-    is_clear = flag != Flag::kOther &&
-               (flag == Flag::kFlagged || seen.insert(Key(alias, domain_idx)).second);
-    if (is_clear) {
-      (flag == Flag::kFlagged ? flagged : content.local_parts)
-          .emplace_back(alias, domain_idx, user_name);
-    }
-    return is_clear;
+    return is_clear = flag != Flag::kOther;
   };
   if (!DB::DomainUser().ForEachAlias(domain_idxs, keep)) {
     return Collected::kFailed;
   }
+  const Addresses unflagged(plain);
+  if (!is_clear || unflagged.MayRepeat()) {
+    return Collected::kUnclear;
+  }
+  std::unordered_set<std::string> seen;
+  std::vector<RECORD::LocalPart> wanted;
   for (RECORD::LocalPart& part : flagged) {
-    if (seen.insert(Key(part.GetLocalPart(), part.GetDomainIdx())).second) {
-      content.local_parts.push_back(std::move(part));
+    if (!unflagged.Has(part) && seen.insert(Key(part.GetLocalPart(), part.GetDomainIdx())).second) {
+      wanted.push_back(std::move(part));
     }
   }
-  return is_clear ? Collected::kAll : Collected::kUnclear;
+  content.local_parts = std::move(plain);
+  std::move(wanted.begin(), wanted.end(), std::back_inserter(content.local_parts));
+  return Collected::kAll;
 }
 
 bool CollectInListedOrder(const std::vector<int>& domain_idxs, OwnerRegistryContent& content) {

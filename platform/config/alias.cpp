@@ -6,6 +6,7 @@
 #include <set>
 #include <tuple>
 
+#include "platform/include/batch_scope.h"
 #include "platform/include/db_handler.h"
 #include "platform/include/files.h"
 #include "platform/include/kept_database.h"
@@ -52,6 +53,9 @@ constexpr char kSelectDomains[] =
     "SELECT domain_id FROM alias_table UNION SELECT domain_id FROM alias_member_table";
 
 constexpr int kBusyTimeout = 60000;
+// Whoever asks within a batch may hold the lock of another database, for which others wait ten
+// seconds: they are not to fail with us.
+constexpr int kBusyTimeoutWithinBatch = 2000;
 
 // Names in one statement, which walks through the domain's members once. SQLite may be built to
 // allow no more than 999 parameters.
@@ -113,6 +117,21 @@ bool Run(sqlite3* db, const char* sql, const Values&... values) {
   return Run(statement, values...);
 }
 
+// Opens the file; from then on locks of others are waited for.
+bool Connect(DBHandler& db) {
+  const bool is_batch = BatchScope::IsAnyOpen();
+  if (is_batch) {
+    db.setBusyTimeout(kBusyTimeoutWithinBatch);
+  }
+  if (db.connect() != 0) {
+    return false;
+  }
+  if (!is_batch) {
+    db.setBusyTimeout(kBusyTimeout);
+  }
+  return true;
+}
+
 // Runs `body` in one transaction; a file that is missing is made when `create` is set, and
 // otherwise there is nothing to change.
 template <typename Body>
@@ -125,10 +144,9 @@ int Change(const std::string& path, bool loaded, bool create, const Body& body) 
   }
   DBHandler db(path, kSchema);
   db.refuseLost();
-  if (db.connect() != 0) {
+  if (!Connect(db)) {
     return -1;
   }
-  db.setBusyTimeout(kBusyTimeout);
   Transaction transaction(db.getDB(), Transaction::Kind::kWrite);
   const bool done =
       transaction.Begun() == SQLITE_OK && body(db.getDB()) && transaction.Commit() == SQLITE_OK;
@@ -229,10 +247,9 @@ int Alias::load() {
   if (KLIBCFileExist(path_.c_str())) {
     DBHandler db(path_, kSchema);
     db.refuseLost();
-    if (db.connect() != 0) {
+    if (!Connect(db)) {
       return -1;
     }
-    db.setBusyTimeout(kBusyTimeout);
     // One transaction, so that members and entries are of one moment.
     const Transaction transaction(db.getDB(), Transaction::Kind::kRead);
     if (transaction.Begun() != SQLITE_OK || !ReadEntries(db.getDB(), entries) ||
@@ -266,10 +283,9 @@ int Alias::_Select(const char* sql, const ReadRow& read_row, std::set<Value>& va
   }
   DBHandler db(path_, kSchema);
   db.refuseLost();
-  if (db.connect() != 0) {
+  if (!Connect(db)) {
     return -1;
   }
-  db.setBusyTimeout(kBusyTimeout);
   Statement statement(db.getDB(), sql);
   Values all;
   if (!select(statement, all)) {

@@ -16,7 +16,7 @@ MDOMAIN_EXPORT std::string RootPrefix();
 MDOMAIN_EXPORT std::string UnderRoot(const std::string& absolute_path);
 
 // While one lives, this thread works in another root; others and the environment do not notice. The
-// shared key store is left alone there.
+// shared key store is left alone there, and nothing waits for the disk: it is for copies.
 class MDOMAIN_EXPORT OtherRoot {
  public:
   explicit OtherRoot(const std::string& root);

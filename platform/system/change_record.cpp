@@ -9,6 +9,7 @@
 #include <set>
 
 #include "platform/include/maillog.h"
+#include "platform/include/root_path.h"
 #include "platform/include/sqlite.h"
 
 namespace korvmailserver {
@@ -333,6 +334,9 @@ struct ChangeRecordHook {
 void MakeWatchable(sqlite3* db) {
   sqlite3_preupdate_hook(db, ChangeRecordHook::OnChange, nullptr);
   sqlite3_commit_hook(db, ChangeRecordHook::OnCommit, nullptr);
+  if (OtherRoot::IsInForce()) {  // copies that nobody needs after a crash
+    sqlite3_exec(db, "PRAGMA synchronous = OFF", nullptr, nullptr, nullptr);
+  }
 }
 
 ChangeRecord::ChangeRecord(Watches watches, size_t most)

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -90,16 +91,40 @@ bool MayCreate(const std::string& path) {
   return eaccess(folder.empty() ? "/" : folder.c_str(), W_OK | X_OK) == 0;
 }
 
+// What stands around every batch. Compiled once for a connection, as a change is many of them.
+constexpr std::array<const char*, 4> kFrames = {"BEGIN IMMEDIATE", "COMMIT", "SAVEPOINT batch",
+                                                "RELEASE batch"};
+
 // Of each connected handler.
 struct Opened {
   pid_t process = 0;
   // The file, as the path last led to it; both 0 while that is not known.
   dev_t device = 0;
   ino_t inode = 0;
+  std::array<sqlite3_stmt*, kFrames.size()> frames = {};
 };
 std::map<const DBHandler*, Opened>& AllOpened() {
   static auto& opened = *new std::map<const DBHandler*, Opened>();
   return opened;
+}
+
+// Null for another text, or where it does not compile.
+sqlite3_stmt* FrameOf(Opened& opened, sqlite3* db, const char* sql) {
+  for (size_t i = 0; i < kFrames.size(); ++i) {
+    if (std::strcmp(kFrames[i], sql) == 0) {
+      if (opened.frames[i] == nullptr) {
+        sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &opened.frames[i], nullptr);
+      }
+      return opened.frames[i];
+    }
+  }
+  return nullptr;
+}
+
+void FinalizeFrames(Opened& opened) {
+  for (sqlite3_stmt*& frame : opened.frames) {
+    sqlite3_finalize(std::exchange(frame, nullptr));
+  }
 }
 
 std::map<const DBHandler*, std::function<void()>>& ClosingActions() {
@@ -321,6 +346,10 @@ void DBHandler::disconnect() {
     action->second();
   }
   if (!is_parents) {
+    const auto opened = AllOpened().find(this);
+    if (opened != AllOpened().end()) {
+      FinalizeFrames(opened->second);
+    }
     sqlite3_close_v2(db_);  // waits for statements that are still in use
   }
   db_ = nullptr;
@@ -439,7 +468,14 @@ int DBHandler::_RunAll(const SQLCmd& cmds) {
 }
 
 int DBHandler::_ExecText(const char* sql) {
-  const int result = sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
+  const auto opened = AllOpened().find(this);
+  sqlite3_stmt* const frame =
+      opened == AllOpened().end() ? nullptr : FrameOf(opened->second, db_, sql);
+  if (frame != nullptr) {
+    sqlite3_step(frame);
+  }
+  const int result =
+      frame != nullptr ? sqlite3_reset(frame) : sqlite3_exec(db_, sql, nullptr, nullptr, nullptr);
   return result == SQLITE_OK ? result : _KeepFailure(result);
 }
 

@@ -17,6 +17,7 @@
 
 #include "platform/include/maillog.h"
 #include "platform/include/new_file.h"
+#include "platform/include/root_path.h"
 
 namespace {
 
@@ -284,6 +285,9 @@ int ReplaceFile(const std::string& path, const std::string& bytes, mode_t mode) 
 }
 
 void SyncFolderOf(const std::string& path) {
+  if (OtherRoot::IsInForce()) {
+    return;  // copies that nobody needs after a crash
+  }
   const size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
   const File file(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/include/files.h"
+#include "platform/include/root_path.h"
 #include "platform/include/scope_guard.h"
 
 namespace korvmailserver {
@@ -165,7 +166,9 @@ bool NewFile::Create(mode_t mode) {
 }
 
 bool NewFile::_Finish(mode_t mode) {
-  return fchmod(file_, mode) == 0 && fsync(file_) == 0 && MayReplace(path_);
+  // Copies within another root are nothing that anybody needs after a crash.
+  return fchmod(file_, mode) == 0 && (OtherRoot::IsInForce() || fsync(file_) == 0) &&
+         MayReplace(path_);
 }
 
 void NewFile::_Close() {

@@ -6,6 +6,8 @@ new_root company
 good domain create example.com
 good domain create bücher.example --no-auto-add
 good refresh
+good domain names add example.com other.example
+good alias create example.com team --user anna
 # The words typed, the last one being typed; the candidates.
 while IFS='|' read -r words candidates; do
   read -ra typed <<<"$words"
@@ -24,6 +26,12 @@ user add example.com --group s|sales
 user set example.com anna --rem|--remove-alias
 config get virt|virtual_multiple_domain
 undo --dry|--dry-run
+help domain na|names
+bcc list 1 --type s|sender
+alias show example.com t|team
+alias create example.com t|
+domain names remove 1 other|other.example
+history show 2|2
 END
 good complete -- nonsense ''
 same "after a word that is none" "$out" ""

@@ -36,3 +36,19 @@ matches "message of who waited too long" "$err" 'after 1 seconds, nothing was ch
 good domain create patient.example 9>&-
 wait
 gives '[.[].name] | [index("late.example"), index("patient.example") != null]' '[null,true]' domain list
+
+# Somebody holds the table of addresses: who changes the model gives up soon, and holds up nobody else.
+good alias create example.com team --user anna
+echo 'zoe:x:1010:2001::/:/bin/sh' >>"$MDOMAIN_ROOT/etc/passwd"
+mkfifo "$scratch/held"
+(echo 'BEGIN EXCLUSIVE;' && read -r _ <"$scratch/held") | sqlite3 "$etc/alias.db" &
+wait_for "the lock" bash -c "! sqlite3 '$etc/alias.db' 'SELECT 1 FROM alias_table' 2>/dev/null"
+mdomain refresh >"$scratch/refresh" 2>&1 &
+refresh=$!
+wait_for "its lock of the model" bash -c "! sqlite3 '$database' 'BEGIN IMMEDIATE' 2>/dev/null || ! kill -0 $refresh 2>/dev/null"
+sqlite3 -cmd '.timeout 6000' "$database" 'BEGIN IMMEDIATE; ROLLBACK' || fail "the model stays locked"
+wait $refresh && fail "a refresh without the table of addresses"
+matches "what it says" "$(cat "$scratch/refresh")" 'alias.db.*locked'
+echo >"$scratch/held"
+wait
+good refresh

@@ -30,8 +30,18 @@ steps() {
   done 3<"$1/order"
 }
 
+# at_terminal TEXT : from now on mdomain has a terminal, at which somebody types that.
+at_terminal() {
+  typed=$1
+  mdomain() {
+    typing "$typed"$'\n' ${as_json:+"$as_json"} "$@"
+    cat <<<"$err$out"
+    return "$status"
+  }
+}
+
 examples split
-mdomain() { command mdomain "$@"; }
+mdomain() { command mdomain ${as_json:+"$as_json"} "$@"; }
 new_root company
 company=$MDOMAIN_ROOT
 mkdir "$scratch/steps/all" && mv "$scratch"/steps/*.prepare "$scratch/steps/all"
@@ -46,7 +56,7 @@ for folder in "$scratch"/steps/*/; do
       rm -rf "$scratch"/{root,work,second,older,16390,host,postfix}
       cp -a "$company" "$scratch/root" && mkdir "$scratch/work" && cd "$scratch/work" || exit 1
       use_root root
-      [ $ending = out ] || mdomain() { command mdomain --json "$@"; }
+      [ $ending = out ] || as_json=--json
       steps "$folder" $ending
       [ ! -f "$scratch/16390/pid" ] || stop TERM "$(cat "$scratch/16390/pid")"
       [ -n "${MDOMAIN_ROOT:-}" ] || leave_host

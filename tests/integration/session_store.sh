@@ -1,6 +1,7 @@
 #!/bin/bash
 # A session that lives on while the key store that machines share stops, comes back empty, and is taken
-# over by another machine and back: what it changes is done here, and it says what is not published.
+# over by another machine and back: what it changes is done here, and it says what is not published. A
+# dry run tells the same of all of it, and reaches the store with nothing.
 # ctest-label: redis
 # ctest-timeout: 300
 here=$(dirname "$0")
@@ -16,9 +17,11 @@ session = mailserver_domain.Session(person="python", lock_timeout=20)
 for line in sys.stdin:
     name, _, arguments = line.strip().partition(" ")
     try:
-        session.call(name, **eval(arguments or "{}"))
-        print("published", flush=True)
+        given = eval(arguments or "{}")
+        told = session.call(name, **given)
+        print("would:" + told["summary"] if "dry_run" in given else "published", flush=True)
     except mailserver_domain.Error as error:
+        assert (error.number == 5635) == (error.reason == "unpublished"), error.number
         print(error.reason, error, flush=True)
 END
 preload=
@@ -51,11 +54,28 @@ wait_for "the end of the server" bash -c "! redis-cli -p 16390 ping"
 ask '^unpublished done here, not published: .*16390' 'create_domain {"name": "two.example"}'
 ask '^unpublished .*16390' 'set_domain {"domain": 1, "description": "new"}'
 ask '^unpublished .*16390' 'publish'
+ask '^would:1 thing changes$' 'set_domain {"domain": 1, "description": "tried", "dry_run": True}'
 ask '^published$' 'domains'
 store
 ask '^published$' 'set_domain {"domain": 2, "description": "new"}'
 names() { same "published" "$(redis 16390 get mail:key:virtual_multiple_domain)" "$1"; }
 names "1/one.example, 2/two.example"
+# trial WANTED CALL : neither the store nor a file here is another one then
+trial() {
+  local before
+  before=$(state)
+  ask "$1" "$2"
+  same "what $2 left" "$(state)" "$before"
+}
+state() {
+  redis 16390 --raw debug digest
+  redis 16390 --raw info commandstats | grep -E 'cmdstat_(set|hset|del|exec|eval)' | sed 's/,.*//'
+  find "$MDOMAIN_ROOT/var" -type f ! -name mdomain.lock -exec sha256sum {} + | sort -k 2
+}
+trial '^would:2 things change$' 'create_domain {"name": "tried.example", "dry_run": True}'
+trial '^would:$' 'publish {"dry_run": True}'
+redis 16390 set mail:key:smtp_main_domain other.example >"$scratch/flushed"
+trial '^would:$' 'publish {"dry_run": True}'
 redis 16390 flushall >"$scratch/flushed"
 ask '^published$' 'publish'
 names "1/one.example, 2/two.example"
@@ -70,6 +90,7 @@ use_root first
 ask '^refused another machine took the domains over, second$' 'create_domain {"name": "four.example"}'
 good node join
 ask '^refused the domains are managed on second$' 'create_domain {"name": "four.example"}'
+ask '^refused the domains are managed on second$' 'create_domain {"name": "four.example", "dry_run": True}'
 good node take-over --yes
 ask '^published$' 'create_domain {"name": "four.example"}'
 names "1/one.example, 2/two.example, 3/three.example, 4/four.example"

@@ -7,16 +7,7 @@ here=$(dirname "$0")
 . "$here/lib/driver.bash"
 . "$here/lib/web.bash"
 
-new_root web
-printf 'mailadmins:x:2004:ben\n' >>"$MDOMAIN_ROOT/etc/group"
-good domain create example.com
-good domain create bücher.example --pattern '<4a>' --no-auto-add
-good refresh
-good group add bücher.example books
-good user add bücher.example erik erika
-good user set example.com anna --role domain_admin
-good alias create example.com sales/x --group sales
-good bcc add example.com erik anna --type recipient
+web_company
 
 # What is wrong in the settings is named.
 while IFS='|' read -r lines said; do
@@ -40,4 +31,15 @@ web_stop
 mdomain-web --state "$scratch" --address ::1 --port 8025 2>"$scratch/web.log" &
 web=$!
 wait_for "mdomain-web on ::1" bash -c '(exec 3<>/dev/tcp/::1/8025) 2>/dev/null'
+web_stop
+
+# A header names who asks: not where every account of the host could write it.
+printf '[sign-in]\nadministrators = mailadmins\nheader = X-Remote-User\n' >"$scratch/header.ini"
+matches "a header on loopback" "$(mdomain-web --config "$scratch/header.ini" --state "$scratch" 2>&1)" 'a unix socket is needed'
+mdomain-web --config "$scratch/header.ini" --state "$scratch" --socket "$scratch/web.sock" 2>"$scratch/web.log" &
+web=$!
+wait_for "mdomain-web on a socket" test -S "$scratch/web.sock"
+by_header() { curl -s --unix-socket "$scratch/web.sock" -H "X-Remote-User: $1" "http://x$2" -w '%{http_code}' -o /dev/null; }
+same "by the header" "$(by_header anna /domains/1) $(by_header anna /domains/2) $(by_header ben /domains/2) \
+$(by_header nobody /) $(by_header "" /)" "200 404 200 303 303"
 web_stop

@@ -51,7 +51,31 @@ booted() {
   printf '[Service]\nType=oneshot\nStandardOutput=file:/said\nExecStart=sh /%s\nExecStopPost=systemctl --no-block poweroff\n' \
     "$1" >"$work/system/etc/systemd/system/script.service"
   inside systemctl add-wants multi-user.target script.service
+  umount "$work/system/proc" # else it would see the processes of this host instead of its own
   logged "booting it for $1" timeout 600 systemd-nspawn -q -D "$work/system" -b --private-network \
     --register=no --keep-unit
+  mount -t proc proc "$work/system/proc"
   said=$(cat "$work/system/said")
+}
+
+# page PAGE [BEFORE PROGRAM] : /page of the system runs every command of the page, as root in the folder with
+# the packages; PROGRAM before the first one that is called BEFORE. Says "FAILED:" behind one that fails.
+# What the page installs is downloaded now. The administrator agrees to what apt asks, and to what a
+# package proposes.
+page() {
+  # Commands stand in code blocks without a language.
+  awk '/^```/ { is_block = !is_block; is_plain = $0 == "```"; next } is_block && is_plain' "$1" |
+    sed -e ':next' -e '/\\$/ { N; s/\\\n *//; b next' -e '}' >"$work/commands"
+  echo 'APT::Get::Assume-Yes "true";' >"$work/system/etc/apt/apt.conf.d/yes"
+  rm "$work/system/usr/sbin/policy-rc.d"
+  # At once: one package may need another that the page installs before it.
+  sed -n 's/^apt-get install//p' "$work/commands" | { echo apt-get install --download-only && cat; } | tr '\n' ' ' >"$work/system/new/download"
+  logged "downloading what the page installs" inside sh -c 'cd /new && sh -e download'
+  {
+    echo 'cd /new; export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin; exec 2>&1'
+    while read -r command; do
+      [ "$command" != "${2:-}" ] || echo "$3"
+      printf "echo '$ %s'\n%s || echo \"FAILED: status \$?\"\n" "${command//\'/\'\\\'\'}" "$command"
+    done <"$work/commands"
+  } >"$work/system/page"
 }

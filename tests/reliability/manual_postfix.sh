@@ -26,22 +26,10 @@ install "the client" python3
 inside useradd --create-home erika
 inside sh -c 'echo erika:secret | chpasswd'
 
-# Commands stand in code blocks without a language.
-awk '/^```/ { is_block = !is_block; is_plain = $0 == "```"; next } is_block && is_plain' "$page" >"$work/commands"
 first=$(sed -n '/^## From an empty host/,/^## What/p' "$page" | awk '/^```/ { is_block = !is_block; next } is_block' | wc -l)
 [ "$first" -le 10 ] || fail "$first commands to a delivered mail"
-# The administrator agrees to what apt asks, and to what a package proposes.
-echo 'APT::Get::Assume-Yes "true";' >"$work/system/etc/apt/apt.conf.d/yes"
-rm "$work/system/usr/sbin/policy-rc.d"
-grep '^apt-get install' "$work/commands" | sed 's/.*/& --download-only/' >"$work/system/new/download"
-logged "downloading what the page installs" inside sh -c 'cd /new && sh -e download'
-{
-  echo 'cd /new; export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin; exec 2>&1'
-  while read -r command; do
-    printf "echo '$ %s'\n%s || echo \"FAILED: status \$?\"\n" "${command//\'/\'\\\'\'}" "$command"
-  done <"$work/commands"
-  echo 'python3 /client.py'
-} >"$work/system/page"
+page "$page"
+echo 'python3 /client.py' >>"$work/system/page"
 cat >"$work/system/client.py" <<'END'
 import imaplib, time
 

@@ -108,6 +108,8 @@ logged "a program with pkg-config" inside sh -c \
   'cd /program && g++ -std=c++17 example.cpp -o example $(pkg-config --cflags --libs mailserver-domain)'
 logged "running both" inside sh -c \
   'cd /program && for e in ./example build/example; do d=$(mktemp -d) && MDOMAIN_ROOT=$d $e | grep anna || exit; done'
+install "the pages on the library" "$(cd "$work/system" && ls -d ./new/mailserver-domain-doc_*.deb)"
+inside grep -q 'mdomain::Session' /usr/share/doc/mailserver-domain-doc/html/index.html || fail "the pages are empty"
 cd / && unmount
 [ "$failures" -eq 0 ] || { echo "$failures checks failed" && exit 1; }
 echo "packages OK"

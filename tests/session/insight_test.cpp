@@ -1,8 +1,10 @@
 // Why things are as they are, what is wrong, and who is told.
+#include "lib-domain/base/text.h"
 #include "lib-domain/session/json_call.h"
 #include "lib-domain/session/json_text.h"
 #include "lib-domain/session/mdomain.hpp"
 #include "platform/include/files.h"
+#include "platform/include/mail_conf.h"
 #include "tests/support/sync_fixture.h"
 
 namespace {
@@ -156,6 +158,77 @@ TEST_F(InsightTest, TellsEverybodyHisOwn) {
   EXPECT_EQ(overview->counts.disclaimers, 1u);
 }
 
+TEST_F(InsightTest, ListsThoseWhoAreAskedFor) {
+  ASSERT_TRUE(session_.SetUser(1, kAlice, {{}, {}, {"al"}, {"alice"}}));
+  struct Case {
+    const char* query;
+    StringList names;
+  };
+  const Case cases[] = {
+      {R"("domain": 1)", {"alice", "bob", "carol"}},
+      {R"("domain": 1, "collides": true)", {"carol"}},
+      {R"("domain": 1, "drifts": true)", {"alice"}},
+      {R"("domain": 1, "has_own_role": true, "text": "OL")", {"carol"}},
+      {R"("domain": 1, "has_own_role": false, "by": "alias", "is_descending": true)",
+       {"bob", "alice"}},
+      {R"("domain": 2, "has_own_role": false)", {"bob"}},
+      {R"("domain": 2, "gid": 2001, "by": "role", "is_descending": true)", {"bob", "alice"}},
+      {R"("domain": 2, "gid": 2001, "has_own_role": true, "collides": true)", {}},
+  };
+  for (const Case& one : cases) {
+    const auto query = std::string("{") + one.query + R"(, "page_size": 1, "cursor": ")";
+    StringList names;
+    std::string cursor;
+    do {
+      Json::Value page;
+      mdomain::session::ParseJson(
+          Ask(session_, "list_users", std::string(query).append(cursor).append("\"}")), page);
+      EXPECT_EQ(page["total"].asUInt(), one.names.size()) << one.query;
+      for (const Json::Value& user : page["items"]) {
+        names.push_back(user["name"].asString());
+      }
+      cursor = page["next"].asString();
+    } while (!cursor.empty());
+    EXPECT_EQ(names, one.names) << one.query;
+  }
+}
+
+TEST_F(InsightTest, TellsWhomADisclaimerWouldConcern) {
+  const char* const texts = R"("id": 1, "name": "d", "enabled": true, "op": ")";
+  const std::pair<const char*, const char*> cases[] = {
+      {R"(or", "match_rule_list": [{"target": "sender", "pattern_type": "gid", "pattern": 2001}])",
+       "alice,bob//0"},
+      {R"(or", "match_rule_list": [{"target": "recipient", "pattern_type": "email",
+          "pattern": "*@BÜCHER.example"}], "exception_rule_list": [{"target": "recipient",
+          "pattern_type": "uid", "pattern": 1002}])",
+       "/alice/1"},
+      {R"(and", "match_rule_list": [{"target": "sender", "pattern_type": "uid", "pattern": 1001},
+          {"target": "sender", "pattern_type": "email", "pattern": "b*@b.example"}])",
+       "//0"},
+  };
+  for (const auto& [rules, wanted] : cases) {
+    const auto reach = session_.TryDisclaimer(2, std::string("{") + texts + rules + "}");
+    ASSERT_TRUE(reach) << reach.GetError().text;
+    EXPECT_EQ(reach->people, 2u);
+    EXPECT_EQ(MDOMAIN::BASE::Join(reach->senders.names, ",") + "/" +
+                  MDOMAIN::BASE::Join(reach->recipients.names, ",") + "/" +
+                  std::to_string(static_cast<int>(reach->depends_on_other_side)),
+              wanted);
+  }
+  EXPECT_EQ(session_.TryDisclaimer(2, "{}").GetError().reason, mdomain::Reason::kInvalid);
+}
+
+TEST_F(InsightTest, TellsWhatMailServicesRead) {
+  EXPECT_TRUE(session_.Published()->behind.empty());
+  EXPECT_EQ(session_.Published()->person, "tester");
+  ASSERT_EQ(mailConfSet("smtp_main_domain", "wrong.example", false, 0), 0);
+  const auto published = session_.Published({2});
+  ASSERT_EQ(published->behind.size(), 1u);
+  EXPECT_EQ(published->behind[0].id, "published");
+  EXPECT_EQ(published->items.items.size(), 2u);
+  EXPECT_FALSE(*session_.RefreshProgress());
+}
+
 TEST_F(InsightTest, AnAdministratorIsToldOfHisDomainsAlone) {
   struct Case {
     unsigned int uid;
@@ -176,6 +249,11 @@ TEST_F(InsightTest, AnAdministratorIsToldOfHisDomainsAlone) {
       {kAlice, "overview", R"({"domain": 1})", "not-found"},
       {kAlice, "doctor", "{}", ""},
       {kAlice, "repair", "{}", "refused"},
+      {kAlice, "published", "{}", "refused"},
+      {kAlice, "refresh_progress", "{}", "refused"},
+      {kAlice, "list_users", R"({"domain": 2, "gid": 4})", "not-found"},
+      {kAlice, "list_users", R"({"domain": 1, "collides": true})", "not-found"},
+      {kAlice, "try_disclaimer", R"({"domain": 1, "json": "{}"})", "not-found"},
       {kBob, "explain", R"({"address": "info@b.example"})", "not-found"},
       {kBob, "explain_user", R"({"uid": 1002})", "not-found"},
       {kBob, "overview", R"({"domain": 2})", "not-found"},

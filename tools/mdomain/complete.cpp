@@ -3,7 +3,9 @@
 #include <iterator>
 #include <sstream>
 
+#include "lib-domain/api/alias_entry.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/history/history.h"
 #include "platform/include/mail_conf.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/lookup.h"
@@ -118,6 +120,38 @@ Words NamesOf(const std::string& what, const std::string& begin) {
     for (const char* role : {"normal", "domain_admin", "group"}) {
       add(role);
     }
+  } else if (what == "TYPE") {
+    for (const char* type : {"recipient", "sender", "domain"}) {
+      add(type);
+    }
+  }
+  return names;
+}
+
+// What there is of the noun under such a name; of the domain that was typed first, where it is in
+// one. A domain that there is not ends the command, without candidates.
+Words NamesOfNoun(const Words& positionals, size_t used, const std::string& what) {
+  Words names;
+  const std::string noun = positionals.empty() ? "" : positionals[0];
+  if (noun == "history" && what == "ID") {
+    constexpr int kMost = 20;
+    std::vector<MDOMAIN::HISTORY::Entry> entries;
+    MDOMAIN::HISTORY::ListEntries(kMost, entries);
+    std::transform(entries.begin(), entries.end(), std::back_inserter(names),
+                   [](const auto& entry) { return std::to_string(entry.id); });
+  }
+  if (what != "NAME" || positionals.size() <= used || positionals[used - 1] == "add" ||
+      positionals[used - 1] == "create") {
+    return names;
+  }
+  const Domains domains;
+  if (noun == "domain") {
+    names = domains.Find(positionals[used]).additional_names;
+  } else if (noun == "alias") {
+    std::vector<Alias::Entry> entries;
+    MDOMAIN::API::AliasEntry().List(domains.Find(positionals[used]).idx, entries);
+    std::transform(entries.begin(), entries.end(), std::back_inserter(names),
+                   [](const Alias::Entry& entry) { return entry.name; });
   }
   return names;
 }
@@ -181,6 +215,9 @@ void Complete(Call& call) {
   if (!words.empty()) {
     words.pop_back();
   }
+  if (!words.empty() && words.front() == "help") {
+    words.erase(words.begin());  // which takes the words of a command
+  }
   const Typed typed = TakeApart(words);
   size_t used = 0;
   const Command* command = FindCommand(typed.positionals, used);
@@ -194,6 +231,9 @@ void Complete(Call& call) {
     if (command != nullptr) {
       const Words names = NamesOf(NextArgument(*command, typed.positionals.size() - used), current);
       candidates.insert(candidates.end(), names.begin(), names.end());
+      const Words own = NamesOfNoun(typed.positionals, used,
+                                    NextArgument(*command, typed.positionals.size() - used));
+      candidates.insert(candidates.end(), own.begin(), own.end());
     }
   }
   candidates.erase(

@@ -119,12 +119,17 @@ std::string WithSeparators(size_t number) {
   return text;
 }
 
+// When somebody began to wait.
+std::chrono::steady_clock::time_point Begin() {
+  static const auto begin = std::chrono::steady_clock::now();
+  return begin;
+}
+
 // After a second, and then some times a second: a terminal is slower than the work.
 void ShowCounts(const char* doing, size_t done, size_t total) {
   constexpr std::chrono::milliseconds kBefore(1000);
   constexpr std::chrono::milliseconds kPause(200);
-  static const auto begin = std::chrono::steady_clock::now();
-  static auto last = begin + kBefore - kPause;
+  static auto last = Begin() + kBefore - kPause;
   const auto now = std::chrono::steady_clock::now();
   if (now - last < kPause) {
     return;
@@ -208,6 +213,7 @@ Progress::Progress(bool wanted, const char* first) {
   if (!wanted || isatty(STDERR_FILENO) == 0) {
     return;
   }
+  (void)Begin();
   MDOMAIN::BASE::ListenToProgress(ShowCounts);
   if (first != nullptr) {
     ShowStatus(std::string(first) + " ...");

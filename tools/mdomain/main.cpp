@@ -139,6 +139,7 @@ int RunOnCopies(const Parsed& parsed) {
     GlobalOptions options = parsed.options;
     options.yes = true;
     Call call(options, parsed.values);
+    const Progress progress(!call.IsQuiet() && !call.out().json());
     try {
       parsed.command->run(call);
     } catch (const Failure& failure) {

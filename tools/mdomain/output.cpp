@@ -172,6 +172,7 @@ void Listing::_AddElement(const std::string& name, const Json::Value& value) {
 }
 
 void Listing::Add(const Json::Value& record) {
+  progress_.Step();
   if (out_.json_) {
     _AddElement("", record);
     return;

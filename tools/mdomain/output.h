@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "lib-domain/base/json_text.h"
+#include "lib-domain/base/progress.h"
 #include "tools/mdomain/spool.h"
 #include "tools/mdomain/terminal.h"
 
@@ -106,6 +107,7 @@ class Listing {
   std::vector<int> widths_;
   Spool lines_;  // of cells, as text
   size_t records_ = 0;
+  MDOMAIN::BASE::Progress progress_{"writing lines", 0};
 };
 
 using MDOMAIN::BASE::JsonText;

@@ -44,8 +44,10 @@ MDOMAIN::HISTORY::Interrupted SettleInterruptedWhole(const Call& call) {
   return interrupted;
 }
 
-Recorder::Recorder(const Parsed& parsed) : is_whole_(parsed.words == "apply") {
-  if (!HasTrial(*parsed.command) || parsed.words == "publish") {
+Recorder::Recorder(const Parsed& parsed)
+    : is_whole_(parsed.words == "apply" || parsed.words == "edit") {
+  // An edit shows by itself what it would change, and changes it as apply does.
+  if ((!HasTrial(*parsed.command) && !is_whole_) || parsed.words == "publish") {
     return;
   }
   std::string command;

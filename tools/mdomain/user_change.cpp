@@ -70,6 +70,7 @@ Members EverybodyElse(const Call& call, const KnownDomain& domain) {
   }
   passed_over.insert(uids.begin(), uids.end());
   Members members;
+  const korvmailserver::AccountSnapshot of_one_reading;
   for (MDOMAIN::RECORD::User& user : ListUsers(MDOMAIN::DB::UserDBFilter())) {
     if (passed_over.count(user.GetUID()) == 0 && !KORVUserIsInternal(user.GetUserName().c_str())) {
       members.users.push_back(std::move(user));

@@ -18,6 +18,7 @@ using httplib::Request;
 using httplib::Response;
 
 constexpr const char* kRoot = "/api/v1";
+constexpr Json::ArrayIndex kLongestPage = 10000;
 
 struct Refusal {
   int status;
@@ -119,9 +120,58 @@ Json::Value BodyOf(const Request& request) {
   return body;
 }
 
+// The page of a list that the query asks for.
+struct Part {
+  Json::ArrayIndex begin = 0;
+  Json::ArrayIndex size = kLongestPage;
+};
+
+Part PartOf(const Request& request) {
+  Part part;
+  if (request.has_param("page_size")) {
+    const Json::Value size = NumberOf("page_size", request.get_param_value("page_size"));
+    part.size = std::clamp<Json::ArrayIndex>(size.asUInt(), 1, kLongestPage);
+  }
+  if (!request.get_param_value("cursor").empty()) {
+    part.begin = NumberOf("cursor", request.get_param_value("cursor")).asUInt();
+  }
+  return part;
+}
+
+void Cut(const Part& part, Json::Value& answer) {
+  const Json::Value all = answer["value"];
+  answer["value"] = Json::arrayValue;
+  const auto begin = std::min(part.begin, all.size());
+  const auto end = begin + std::min(part.size, all.size() - begin);
+  for (auto at = begin; at < end; ++at) {
+    answer["value"].append(all[at]);
+  }
+  answer["total"] = all.size();
+  answer["next"] = end < all.size() ? std::to_string(end) : "";
+}
+
+// A change that would replace what somebody else may have changed meanwhile says which version it
+// is made from.
+void RequireVersion(const Operation& operation, const Json::Value& arguments) {
+  for (const Argument& argument : operation.arguments) {
+    const bool is_whole =
+        argument.is_needed || (arguments.isMember("aliases") && arguments.isMember("uid"));
+    if (argument.kind == Kind::kVersion && is_whole && !arguments.isMember(argument.name) &&
+        arguments["dry_run"] != true) {
+      Refuse(428, "invalid", "If-Match is missing: the version that was read, or *");
+    }
+  }
+}
+
 bool HasBody(const Operation& operation) {
   const std::string method = operation.method;
   return method != "GET" && method != "DELETE";
+}
+
+// What is no version is never that of the library, and never none, with which anything is changed.
+std::string VersionOf(std::string match) {
+  match.erase(std::remove(match.begin(), match.end(), '"'), match.end());
+  return match == "*" ? "" : match.empty() ? "none" : match;
 }
 
 Json::Value ArgumentsOf(const Operation& operation, const Request& request,
@@ -131,7 +181,9 @@ Json::Value ArgumentsOf(const Operation& operation, const Request& request,
     const auto known =
         std::find_if(operation.arguments.begin(), operation.arguments.end(),
                      [&](const Argument& argument) { return argument.name == parameter.first; });
-    const bool is_plan = parameter.first == "dry_run" && std::string(operation.method) != "GET";
+    const bool is_plan =
+        (parameter.first == "dry_run" && std::string(operation.method) != "GET") ||
+        (IsList(operation) && (parameter.first == "page_size" || parameter.first == "cursor"));
     if (!is_plan && (HasBody(operation) || known == operation.arguments.end())) {
       Refuse(400, "invalid", "\"" + parameter.first + "\" of the query is not known");
     }
@@ -139,21 +191,27 @@ Json::Value ArgumentsOf(const Operation& operation, const Request& request,
       arguments[parameter.first] = ValueOf(*known, parameter.second);
     }
   }
+  const bool is_guarded =
+      std::any_of(operation.arguments.begin(), operation.arguments.end(),
+                  [](const Argument& argument) { return argument.kind == Kind::kVersion; });
+  if (request.has_header("If-Match") && !is_guarded && std::string(operation.method) != "GET") {
+    Refuse(400, "invalid", "this operation knows no version, and no If-Match");
+  }
   for (const Argument& argument : operation.arguments) {
     const auto part = at.find(argument.name);
     if (part != at.end()) {
       arguments[argument.name] = ValueOf(argument, part->second);
     } else if (argument.kind == Kind::kVersion && request.has_header("If-Match")) {
-      std::string version = request.get_header_value("If-Match");
-      version.erase(std::remove(version.begin(), version.end(), '"'), version.end());
-      arguments[argument.name] = version == "*" ? "" : version;
-    } else if (argument.is_needed && !arguments.isMember(argument.name)) {
+      arguments[argument.name] = VersionOf(request.get_header_value("If-Match"));
+    } else if (argument.kind != Kind::kVersion && argument.is_needed &&
+               !arguments.isMember(argument.name)) {
       Refuse(400, "invalid", "\"" + std::string(argument.name) + "\" is missing");
     }
   }
   if (IsFlagSet(request, "dry_run")) {
     arguments["dry_run"] = true;
   }
+  RequireVersion(operation, arguments);
   return arguments;
 }
 
@@ -165,12 +223,20 @@ bool Api::IsAsked(const Request& request) {
 
 void Api::Answer(const Request& request, Response& response) {
   Json::Value answer;
+  const int unread = response.status;  // the parser's own answer
   response.status = 200;
   try {
+    if (unread >= 400) {
+      Refuse(
+          unread, unread >= 500 ? "failed" : "invalid",
+          unread >= 500 ? "this went wrong here; the log has more" : "the request cannot be read");
+    }
     answer = _Answer(request, response);
   } catch (const Refusal& refusal) {
     answer["error"] = ErrorOf(refusal.reason, refusal.text);
     response.status = refusal.status;
+  } catch (const CallFailed& failed) {
+    answer["error"] = failed.error;
   }
   const bool is_problem = !answer.isMember("value") && answer.isMember("error");
   if (is_problem) {
@@ -196,8 +262,9 @@ void Api::Answer(const Request& request, Response& response) {
                        is_problem ? "application/problem+json" : "application/json");
 }
 
-Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
-  if (request.path == std::string(kRoot) + "/openapi.json" && request.method == "GET") {
+Json::Value Api::_Answer(const Request& request, Response& response) {
+  const std::string method = request.method == "HEAD" ? "GET" : request.method;
+  if (request.path == std::string(kRoot) + "/openapi.json" && method == "GET") {
     return Description();
   }
   const std::string authorization = request.get_header_value("Authorization");
@@ -208,19 +275,22 @@ Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
   if (!person || person->uid != token->uid) {
     Refuse(401, "refused", "a token that counts is needed");
   }
-  bool is_path = false;
+  std::string allowed;
   for (const Operation& operation : Operations()) {
     const auto at = Match(std::string(kRoot) + operation.path, request.target);
-    is_path = is_path || at;
-    if (!at || request.method != operation.method) {
+    if (!at || method != operation.method) {
+      allowed += at ? (allowed.empty() ? "" : ", ") + std::string(operation.method) : "";
       continue;
     }
-    if (request.method != "GET" && !token->may_change) {
+    if (method != "GET" && !token->may_change) {
       Refuse(403, "refused", "this token may read only");
     }
     const Calls calls =
         person->is_host_administrator ? Calls::OfHost(person->name) : Calls::As(person->uid);
     Json::Value answer = calls.Answer(operation.call, ArgumentsOf(operation, request, *at));
+    if (IsList(operation) && answer["value"].isArray()) {
+      Cut(PartOf(request), answer);
+    }
     const bool may_be_null = std::string(operation.result).find('?') != std::string::npos ||
                              std::string(operation.result) == "Nothing";
     if (answer.isMember("value") && answer["value"].isNull() && !may_be_null) {
@@ -228,8 +298,11 @@ Json::Value Api::_Answer(const Request& request, Response& /*response*/) {
     }
     return answer;
   }
-  Refuse(is_path ? 405 : 404, is_path ? "invalid" : "not-found",
-         is_path ? "the path has no such method" : "there is no such path");
+  if (allowed.empty()) {
+    Refuse(404, "not-found", "there is no such path");
+  }
+  response.set_header("Allow", allowed);
+  Refuse(405, "invalid", "the path has no such method");
 }
 
 }  // namespace mdomain_web

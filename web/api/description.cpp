@@ -68,7 +68,7 @@ Json::Value OperationOf(const Operation& operation) {
     if (path.find("{" + name + "}") != std::string::npos) {
       object["parameters"].append(Parameter(name, "path", argument, true));
     } else if (argument.kind == Kind::kVersion) {
-      object["parameters"].append(Parameter("If-Match", "header", argument, false));
+      object["parameters"].append(Parameter("If-Match", "header", argument, argument.is_needed));
     } else if (method == "GET" || method == "DELETE") {
       object["parameters"].append(Parameter(name, "query", argument, argument.is_needed));
     } else {
@@ -78,6 +78,13 @@ Json::Value OperationOf(const Operation& operation) {
         body["required"].append(name);
       }
     }
+  }
+  if (IsList(operation)) {
+    object["parameters"].append(Parameter(
+        "page_size", "query",
+        {"page_size", Kind::kNumber, false, "At most 10,000, which it is without it"}, false));
+    object["parameters"].append(Parameter(
+        "cursor", "query", {"cursor", Kind::kText, false, "\"next\" of the page before"}, false));
   }
   if (method != "GET") {
     object["parameters"].append(Parameter(
@@ -94,6 +101,13 @@ Json::Value OperationOf(const Operation& operation) {
   answer["required"].append("published");
   answer["properties"]["value"] = SchemaOfResult(operation.result);
   answer["properties"]["published"]["type"] = "boolean";
+  if (IsList(operation)) {
+    answer["properties"]["next"]["type"] = "string";
+    answer["properties"]["total"]["type"] = "integer";
+    answer["required"].append("next");
+    answer["required"].append("total");
+  }
+  answer["additionalProperties"] = false;
   answer["properties"]["problem"]["$ref"] = "#/components/schemas/Problem";
   Json::Value done;
   done["description"] = "Done";

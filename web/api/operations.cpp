@@ -1,5 +1,7 @@
 #include "web/api/operations.h"
 
+#include <string>
+
 namespace mdomain_web {
 
 namespace {
@@ -11,6 +13,9 @@ constexpr Argument kUids = {"uids", Kind::kNumbers, false, "Uids"};
 constexpr Argument kGids = {"gids", Kind::kNumbers, false, "Gids"};
 constexpr Argument kVersion = {"version", Kind::kVersion, false,
                                "The change is made only while the version is this one"};
+// What replaces a whole would undo what it has never seen.
+constexpr Argument kWholeVersion = {"version", Kind::kVersion, true,
+                                    "The version that was read; * stands for any"};
 constexpr Argument kText = {"text", Kind::kText, false,
                             "Names, and aliases of people, that hold it"};
 constexpr Argument kBy = {"by", Kind::kText, false, "The column to sort by"};
@@ -70,14 +75,29 @@ const std::vector<Operation>& Operations() {
        "/domains/{domain}/names",
        "set_names",
        "Replaces the additional names",
-       {kDomain, kNames, kVersion},
+       {kDomain, kNames, kWholeVersion},
        "Domain"},
       {"POST", "/domains/{domain}/names", "add_names", "Adds names", {kDomain, kNames}, "Domain"},
+      {"POST",
+       "/domains/{domain}/names/remove",
+       "remove_names",
+       "Removes names",
+       {kDomain, kNames},
+       "Domain"},
       {"GET",
        "/domains/{domain}/users",
        "list_users",
        "Who has a role in the domain, by pages",
-       {kDomain, kText, kBy, kDescending, kPageSize, kCursor},
+       {kDomain,
+        kText,
+        kBy,
+        kDescending,
+        {"collides", Kind::kFlag, false, "Who has an alias whose mail goes to somebody else"},
+        {"drifts", Kind::kFlag, false, "Who has no alias that the pattern gives now"},
+        {"has_own_role", Kind::kFlag, false, "false: whose role is that of groups alone"},
+        {"gid", Kind::kNumber, false, "Members of this group of the domain"},
+        kPageSize,
+        kCursor},
        "UserPage"},
       {"POST",
        "/domains/{domain}/users",
@@ -170,7 +190,7 @@ const std::vector<Operation>& Operations() {
        "/domains/{domain}/entries/{name}",
        "set_entry",
        "Replaces its members",
-       {kDomain, kName, kUsers, kGroups, kAddresses, kVersion},
+       {kDomain, kName, kUsers, kGroups, kAddresses, kWholeVersion},
        "Entry"},
       {"DELETE",
        "/domains/{domain}/entries/{name}",
@@ -201,8 +221,14 @@ const std::vector<Operation>& Operations() {
        "/domains/{domain}/disclaimers",
        "set_disclaimers",
        "Replaces the disclaimers",
-       {kDomain, {"json", Kind::kText, true, "The array as a text"}, kVersion},
+       {kDomain, {"json", Kind::kText, true, "The array as a text"}, kWholeVersion},
        "Disclaimers"},
+      {"GET",
+       "/domains/{domain}/disclaimers/try",
+       "try_disclaimer",
+       "Whom a disclaimer would concern",
+       {kDomain, {"json", Kind::kText, true, "One disclaimer as a text"}},
+       "DisclaimerReach"},
       {"GET",
        "/accounts/find",
        "find_account",
@@ -234,6 +260,18 @@ const std::vector<Operation>& Operations() {
        {{"deletion_limit", Kind::kNumber, false, "At most so many may be deleted; 500 without it"},
         {"percent", Kind::kNumber, false, "And so many of a hundred; 10 without it"}},
        "RefreshReport"},
+      {"GET",
+       "/refresh",
+       "refresh_progress",
+       "How far a refresh is; null while none runs",
+       {},
+       "Progress?"},
+      {"GET",
+       "/published",
+       "published",
+       "What mail services read, since when, and what is not as the model has it",
+       {kPageSize, kCursor},
+       "Publication"},
       {"POST", "/publish", "publish", "Publishes everything once more", {}, "Nothing"},
       {"GET",
        "/explain",
@@ -312,6 +350,12 @@ const std::vector<Operation>& Operations() {
        "Nothing"},
   };
   return *operations;
+}
+
+bool IsList(const Operation& operation) {
+  const std::string result = operation.result;
+  return std::string(operation.method) == "GET" && result.size() > 2 &&
+         result.compare(result.size() - 2, 2, "[]") == 0;
 }
 
 }  // namespace mdomain_web

@@ -38,6 +38,10 @@ struct Operation {
 
 const std::vector<Operation>& Operations();
 
+// Whether the answer is an array, of which a page is given: "page_size" and "cursor" of the query
+// say which, "next" and "total" beside the value what else there is.
+bool IsList(const Operation& operation);
+
 }  // namespace mdomain_web
 
 #endif  // MDOMAIN_WEB_API_OPERATIONS_H

@@ -23,6 +23,13 @@ constexpr int kBacklog = 256;
   throw std::runtime_error(name + ": " + strerror(errno));
 }
 
+bool IsUnixSocket(int socket) {
+  sockaddr_storage at{};
+  socklen_t size = sizeof(at);
+  return getsockname(socket, reinterpret_cast<sockaddr*>(&at), &size) == 0 &&
+         at.ss_family == AF_UNIX;
+}
+
 bool IsGivenBySystemd() {
   const char* pid = getenv("LISTEN_PID");
   const char* count = getenv("LISTEN_FDS");
@@ -88,6 +95,12 @@ Listening::Listening(const Settings& settings) {
                                                              : "[" + settings.address + "]") +
             ":" + std::to_string(settings.port);
     socket_ = NewSocket(settings.address, settings.port, name_);
+  }
+  if (!settings.header.empty() && !IsUnixSocket(socket_)) {
+    close(socket_);
+    throw std::runtime_error(name_ + ": every account of this host can connect to it and name " +
+                             "anybody in " + settings.header + "; with \"header\" of [sign-in] a " +
+                             "unix socket is needed");
   }
 }
 

@@ -11,7 +11,8 @@ namespace mdomain_web {
 class Listening final {
  public:
   // Throws std::runtime_error that names the socket and what was wrong. A unix socket that a
-  // process left behind is replaced, one on which somebody listens is not.
+  // process left behind is replaced, one on which somebody listens is not. Where a header names who
+  // is signed in, only a unix socket will do: its mode says who may connect.
   explicit Listening(const Settings& settings);
   ~Listening();
   Listening(const Listening&) = delete;

@@ -5,6 +5,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
 #include "web/http/connection.h"
@@ -14,6 +15,7 @@ namespace mdomain_web {
 namespace {
 
 constexpr int kLookEveryMilliseconds = 200;
+constexpr std::string_view kForm = "application/x-www-form-urlencoded";
 constexpr const char* kAnything = R"([\s\S]*)";
 
 }  // namespace
@@ -33,11 +35,19 @@ Server::Server(const Limits& limits, Handler handler)
   const auto answer = [this](const httplib::Request& request, httplib::Response& response) {
     handler_(request, response);
   };
+  const auto with_body = [this](const httplib::Request& head, httplib::Response& response,
+                                const httplib::ContentReader& read) {
+    httplib::Request request = head;
+    if (_ReadBody(read, request, response)) {
+      handler_(request, response);
+    }
+  };
   Get(kAnything, answer);
-  Post(kAnything, answer);
-  Put(kAnything, answer);
-  Patch(kAnything, answer);
+  Post(kAnything, with_body);
+  Put(kAnything, with_body);
+  Patch(kAnything, with_body);
   Delete(kAnything, answer);
+  Delete(kAnything, with_body);
   set_exception_handler([](const auto& request, auto& response, std::exception_ptr thrown) {
     std::string text = "an unknown exception";
     try {
@@ -48,6 +58,7 @@ Server::Server(const Limits& limits, Handler handler)
     }
     syslog(LOG_MAIL | LOG_ERR, "%s %s failed: %s", request.method.c_str(), request.path.c_str(),
            text.c_str());
+    response.headers.clear();  // the page that tells it has its own
     response.status = 500;
   });
   // Whatever the handler did not answer has no body yet: bad requests and limits.
@@ -58,6 +69,35 @@ Server::Server(const Limits& limits, Handler handler)
         }
         return HandlerResponse::Handled;
       }));
+}
+
+// The parser would wait for the end of the connection where no length is named, take 8 KiB of a
+// form and no more, and take any amount that comes in chunks or packed.
+bool Server::_ReadBody(const httplib::ContentReader& read, httplib::Request& request,
+                       httplib::Response& response) const {
+  if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) {
+    return true;
+  }
+  if (request.is_multipart_form_data()) {
+    response.status = 415;
+    return false;
+  }
+  bool is_too_long = false;
+  const bool is_read = read([&](const char* data, std::size_t size) {
+    is_too_long = request.body.size() + size > limits_.body;
+    if (!is_too_long) {
+      request.body.append(data, size);
+    }
+    return !is_too_long;
+  });
+  if (!is_read) {
+    response.status = is_too_long ? 413 : response.status >= 400 ? response.status : 400;
+    return false;
+  }
+  if (request.get_header_value("Content-Type").compare(0, kForm.size(), kForm) == 0) {
+    httplib::detail::parse_query_text(request.body, request.params);
+  }
+  return true;
 }
 
 void Server::Run(int listening_socket) {

@@ -38,6 +38,10 @@ class Server final : private httplib::Server {
   void Stop() { stopped_ = true; }
 
  private:
+  // The body of `request`, and the fields of a form; false with the status when there is none to
+  // take.
+  bool _ReadBody(const httplib::ContentReader& read, httplib::Request& request,
+                 httplib::Response& response) const;
   void _Work();
   void _Serve(int socket);
 

@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <security/pam_appl.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,23 +57,38 @@ bool Find(Entry& entry, std::vector<char>& buffer, const Ask& ask) {
   return status == 0 && found != nullptr;
 }
 
+bool FindPerson(const std::string& account, passwd& person, std::vector<char>& buffer) {
+  return Find(person, buffer, [&](auto... rest) { return getpwnam_r(account.c_str(), rest...); });
+}
+
+// Whether a module decided about the person, not about itself.
+bool IsJudgement(int status) {
+  static const int kOwnTroubles[] = {PAM_OPEN_ERR,       PAM_SYMBOL_ERR,      PAM_SERVICE_ERR,
+                                     PAM_SYSTEM_ERR,     PAM_BUF_ERR,         PAM_ABORT,
+                                     PAM_MODULE_UNKNOWN, PAM_AUTHINFO_UNAVAIL};
+  return std::find(std::begin(kOwnTroubles), std::end(kOwnTroubles), status) ==
+         std::end(kOwnTroubles);
+}
+
 }  // namespace
 
-std::optional<std::string> CheckPassword(const std::string& service, const std::string& name,
-                                         const std::string& password,
-                                         const std::string& remote_address) {
+Checked CheckPassword(const std::string& service, const std::string& name,
+                      const std::string& password, const std::string& remote_address) {
   const auto has_nul = [](const std::string& text) { return text.find('\0') != std::string::npos; };
   if (name.empty() || password.empty() || has_nul(name) || has_nul(password)) {
-    return std::nullopt;
+    return {};
   }
   const pam_conv conversation{Converse, const_cast<char*>(password.c_str())};
   pam_handle_t* handle = nullptr;
-  if (pam_start(service.c_str(), name.c_str(), &conversation, &handle) != PAM_SUCCESS) {
-    return std::nullopt;
+  int status = pam_start(service.c_str(), name.c_str(), &conversation, &handle);
+  if (status != PAM_SUCCESS) {
+    syslog(LOG_AUTHPRIV | LOG_ERR, "PAM of %s does not begin: %s", service.c_str(),
+           pam_strerror(nullptr, status));
+    return {std::nullopt, false};
   }
   pam_set_item(handle, PAM_FAIL_DELAY, reinterpret_cast<const void*>(DoNotSleep));
   pam_set_item(handle, PAM_RHOST, remote_address.c_str());
-  int status = pam_authenticate(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
+  status = pam_authenticate(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
   if (status == PAM_SUCCESS) {
     status = pam_acct_mgmt(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
   }
@@ -82,8 +98,18 @@ std::optional<std::string> CheckPassword(const std::string& service, const std::
       user != nullptr) {
     account = static_cast<const char*>(user);
   }
+  if (!IsJudgement(status)) {
+    syslog(LOG_AUTHPRIV | LOG_ERR, "PAM of %s cannot tell: %s", service.c_str(),
+           pam_strerror(handle, status));
+  }
   pam_end(handle, status);
-  return account;
+  return {account, IsJudgement(status)};
+}
+
+std::optional<std::uint32_t> UidOf(const std::string& account) {
+  passwd person{};
+  std::vector<char> buffer;
+  return FindPerson(account, person, buffer) ? std::make_optional(person.pw_uid) : std::nullopt;
 }
 
 bool IsInGroup(const std::string& account, const std::string& group) {
@@ -95,8 +121,7 @@ bool IsInGroup(const std::string& account, const std::string& group) {
   }
   passwd person{};
   std::vector<char> person_buffer;
-  if (!Find(person, person_buffer,
-            [&](auto... rest) { return getpwnam_r(account.c_str(), rest...); })) {
+  if (!FindPerson(account, person, person_buffer)) {
     return false;
   }
   std::vector<gid_t> gids(64);

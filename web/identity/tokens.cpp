@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <syslog.h>
 
 #include <ctime>
 #include <stdexcept>
@@ -128,10 +129,14 @@ std::optional<Token> Tokens::Find(const std::string& secret) {
   // Once an hour: reading costs no write.
   if (token.used + kHour <= now) {
     token.used = now - now % kHour;
-    Statement(*this, "UPDATE token SET used = ? WHERE id = ?")
-        .Bind(token.used)
-        .Bind(token.id)
-        .Step();
+    try {
+      Statement(*this, "UPDATE token SET used = ? WHERE id = ?")
+          .Bind(token.used)
+          .Bind(token.id)
+          .Step();
+    } catch (const std::runtime_error& error) {  // a full disk keeps nobody from reading
+      syslog(LOG_MAIL | LOG_WARNING, "when a token was used is not noted: %s", error.what());
+    }
   }
   return token;
 }

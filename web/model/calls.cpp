@@ -2,6 +2,7 @@
 
 #include "lib-domain/session/mdomain.h"
 
+#include "web/model/long_call.h"
 #include "web/view/json_text.h"
 
 namespace mdomain_web {
@@ -27,6 +28,7 @@ Calls Calls::As(std::uint32_t uid) {
 }
 
 Json::Value Calls::Answer(const std::string& name, const Json::Value& arguments) const {
+  const LongCall turn(name);
   const std::unique_ptr<char, void (*)(char*)> answer(
       mdomain_call(session_.get(), name.c_str(), ToText(arguments).c_str()), mdomain_free);
   if (answer == nullptr) {

@@ -25,7 +25,8 @@ class Calls final {
   // With the rights of the account's role in each domain.
   static Calls As(std::uint32_t uid);
 
-  // The whole answer: "value", "published", "error".
+  // The whole answer: "value", "published", "error". Throws CallFailed ("busy") while another call
+  // takes long.
   Json::Value Answer(const std::string& name, const Json::Value& arguments) const;
   // The value; throws CallFailed without one.
   Json::Value operator()(const std::string& name,

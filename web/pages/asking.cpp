@@ -35,11 +35,9 @@ Shown TryPattern(const Asked& asked) {
   shown.data["tried"] = asked.calls(call, arguments);
   shown.data["is_drift"] = pattern.empty();
   shown.data["only_problems"] = only_problems;
-  const std::string next = shown.data["tried"]["page"]["next"].asString();
-  if (!next.empty()) {
-    shown.data["next"] = "?cursor=" + Parameter("", next).substr(2) +
-                         Parameter("pattern", pattern) + (only_problems ? "&only_problems=1" : "");
-  }
+  shown.data["next"] =
+      NextPage(shown.data["tried"]["page"],
+               Parameter("pattern", pattern) + (only_problems ? "&only_problems=1" : ""));
   return shown;
 }
 

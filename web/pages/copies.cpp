@@ -19,7 +19,7 @@ Change OfCopy(const Asked& asked, const std::string& call, const std::string& do
 
 Shown Copies(const Asked& asked) {
   Shown shown = OfDomain(asked, "copies", "copies");
-  shown.data["copies"] = asked.calls("copies", DomainArgument(asked));
+  shown.data["copies"] = PartOf(asked, asked.calls("copies", DomainArgument(asked)), shown);
   for (Json::Value& copy : shown.data["copies"]) {
     copy["of_" + copy["of"].asString()] = true;
   }

@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "web/pages/pages.h"
 #include "web/view/json_text.h"
+#include "web/view/page.h"
 #include "web/view/texts.h"
 
 namespace mdomain_web::pages {
@@ -68,11 +70,11 @@ Json::Value RuleOf(const Asked& asked, const std::string& line) {
   }
   const Json::Value account = Find(asked, *kind, whose);
   // Who is gone stays as he is stored until the line is taken out.
-  const bool is_number = whose.find_first_not_of("0123456789") == std::string::npos;
-  if (account.isNull() && !is_number) {
+  const std::optional<std::uint32_t> number = NumberIn(whose);
+  if (account.isNull() && !number) {
     Fail("not-found", Tr("There is no such account or group:") + " " + whose);
   }
-  rule["pattern"] = account.isNull() ? Json::Value(Json::UInt(std::stoul(whose))) : account["id"];
+  rule["pattern"] = account.isNull() ? Json::Value(*number) : account["id"];
   return rule;
 }
 
@@ -108,7 +110,47 @@ void Fill(Shown& shown, const Asked& asked, Json::Value disclaimer) {
     disclaimer[rules] = lines;
   }
   disclaimer["needs_all"] = disclaimer["op"].asString() == "and";
+  disclaimer["title"] = disclaimer["name"];
   shown.data["disclaimer"] = disclaimer;
+}
+
+// What the form says, over what is stored of it.
+void FillIn(const Asked& asked, Json::Value& disclaimer) {
+  disclaimer["name"] = asked.Text("name");
+  disclaimer["enabled"] = asked.Has("enabled");
+  disclaimer["disabled_for_local_recipient"] = asked.Has("disabled_for_local_recipient");
+  disclaimer["op"] = asked.Has("needs_all") ? "and" : "or";
+  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
+    disclaimer[rules] = Json::arrayValue;
+    for (const std::string& line : asked.Lines(rules)) {
+      disclaimer[rules].append(RuleOf(asked, line));
+    }
+  }
+  for (const char* text : {"content_txt", "content_html"}) {
+    disclaimer[text] = asked.Text(text);
+  }
+}
+
+// Whom it would concern, and mail as the filter leaves it: a line feed before and behind the text,
+// the HTML in front of the end of the body.
+Json::Value PreviewOf(const Asked& asked, const Json::Value& disclaimer) {
+  Json::Value arguments = DomainArgument(asked);
+  arguments["json"] = ToText(disclaimer);
+  Json::Value preview;
+  preview["reach"] = asked.calls("try_disclaimer", arguments);
+  for (const char* side : {"senders", "recipients"}) {
+    Json::Value& people = preview["reach"][side];
+    if (people["count"].asUInt64() > people["names"].size()) {
+      people["others"] = Json::UInt64(people["count"].asUInt64() - people["names"].size());
+    }
+  }
+  preview["content_txt"] = disclaimer["content_txt"];
+  const std::string html = disclaimer["content_html"].asString();
+  preview["srcdoc"] = html.empty()
+                          ? ""
+                          : "<!DOCTYPE html><html><body><p>" + Escape(Tr("The message itself.")) +
+                                "</p>\n" + html + "\n</body></html>";
+  return preview;
 }
 
 }  // namespace
@@ -149,9 +191,13 @@ Shown DisclaimerPage(const Asked& asked) {
 // Without an id of the path it is a new one.
 Change SetDisclaimer(const Asked& asked) {
   Json::Value list = ListOf(asked);
-  int id = 1;
+  int highest = 0;
   for (const Json::Value& one : list) {
-    id = std::max(id, one["id"].asInt() + 1);
+    highest = std::max(highest, one["id"].asInt());
+  }
+  int id = highest == std::numeric_limits<int>::max() ? 1 : highest + 1;
+  while (PlaceOf(list, id) != list.size()) {
+    ++id;
   }
   auto at = list.size();
   if (asked.at.count("id") != 0) {
@@ -163,20 +209,39 @@ Change SetDisclaimer(const Asked& asked) {
   }
   Json::Value& disclaimer = list[at];
   disclaimer["id"] = id;
-  disclaimer["name"] = asked.Text("name");
-  disclaimer["enabled"] = asked.Has("enabled");
-  disclaimer["disabled_for_local_recipient"] = asked.Has("disabled_for_local_recipient");
-  disclaimer["op"] = asked.Has("needs_all") ? "and" : "or";
-  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
-    disclaimer[rules] = Json::arrayValue;
-    for (const std::string& line : asked.Lines(rules)) {
-      disclaimer[rules].append(RuleOf(asked, line));
-    }
-  }
-  for (const char* text : {"content_txt", "content_html"}) {
-    disclaimer[text] = asked.Text(text);
-  }
+  FillIn(asked, disclaimer);
   return Replace(asked, list, Tr("The disclaimer is saved."));
+}
+
+// The form as it was typed, with what it would do: nothing is saved.
+Shown PreviewDisclaimer(const Asked& asked) {
+  Shown shown = OfDomain(asked, "disclaimer", "disclaimers");
+  Json::Value typed;
+  for (const char* text : {"name", "content_txt", "content_html"}) {
+    typed[text] = asked.Text(text);
+  }
+  typed["title"] = typed["name"];
+  for (const char* box : {"enabled", "needs_all", "disabled_for_local_recipient"}) {
+    typed[box] = asked.Has(box);
+  }
+  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
+    typed[rules] = JsonOf(asked.Lines(rules));
+  }
+  shown.data["is_new"] = !asked.Has("id");
+  if (asked.Has("id")) {
+    typed["id"] = asked.NumberOf("id");
+  }
+  shown.data["disclaimer"] = typed;
+  shown.data["version_of_list"] = asked.Text("version");
+  try {
+    Json::Value disclaimer;
+    disclaimer["id"] = 1;
+    FillIn(asked, disclaimer);
+    shown.data["preview"] = PreviewOf(asked, disclaimer);
+  } catch (const CallFailed& failed) {
+    shown.data["preview"]["error"] = failed.error;
+  }
+  return shown;
 }
 
 Change DeleteDisclaimer(const Asked& asked) {

@@ -1,4 +1,6 @@
 
+#include <algorithm>
+
 #include "web/pages/pages.h"
 #include "web/view/texts.h"
 
@@ -31,6 +33,33 @@ void Fail(const std::string& reason, const std::string& text) {
 
 std::string Parameter(const std::string& name, const std::string& value) {
   return "&" + name + "=" + Encoded(value);
+}
+
+std::string InWords(const std::string& word) {
+  return word == "normal"         ? Tr("member")
+         : word == "domain_admin" ? Tr("domain administrator")
+         : word == "has-address"  ? Tr("has an address")
+         : word == "no-address"   ? Tr("has no address")
+         : word == "removed"      ? Tr("was taken out")
+                                  : word;
+}
+
+std::string NextPage(const Json::Value& list, const std::string& parameters) {
+  const std::string next = list["next"].asString();
+  return next.empty() ? "" : "?cursor=" + Encoded(next) + parameters;
+}
+
+Json::Value PartOf(const Asked& asked, const Json::Value& all, Shown& shown) {
+  constexpr Json::ArrayIndex kRows = 100;
+  const auto begin =
+      std::min(asked.Text("cursor").empty() ? 0U : asked.NumberOf("cursor"), all.size());
+  const auto end = begin + std::min(kRows, all.size() - begin);
+  Json::Value part(Json::arrayValue);
+  for (auto at = begin; at < end; ++at) {
+    part.append(all[at]);
+  }
+  shown.data["next"] = end < all.size() ? "?cursor=" + std::to_string(end) : "";
+  return part;
 }
 
 Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab) {

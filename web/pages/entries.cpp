@@ -24,7 +24,7 @@ Change OfEntry(const Asked& asked, const std::string& call, const std::string& n
 
 Shown Entries(const Asked& asked) {
   Shown shown = OfDomain(asked, "entries", "entries");
-  shown.data["entries"] = asked.calls("entries", DomainArgument(asked));
+  shown.data["entries"] = PartOf(asked, asked.calls("entries", DomainArgument(asked)), shown);
   for (Json::Value& entry : shown.data["entries"]) {
     entry["in_path"] = Encoded(entry["name"].asString());
   }

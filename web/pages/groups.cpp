@@ -18,12 +18,11 @@ Shown Groups(const Asked& asked) {
   arguments["text"] = asked.Text("text");
   arguments["cursor"] = asked.Text("cursor");
   shown.data["list"] = asked.calls("list_groups", arguments);
-  shown.data["text"] = asked.Text("text");
-  const std::string next = shown.data["list"]["next"].asString();
-  if (!next.empty()) {
-    shown.data["next"] =
-        "?cursor=" + Parameter("", next).substr(2) + Parameter("text", asked.Text("text"));
+  for (Json::Value& group : shown.data["list"]["items"]) {
+    group["role"] = InWords(group["role"].asString());
   }
+  shown.data["text"] = asked.Text("text");
+  shown.data["next"] = NextPage(shown.data["list"], Parameter("text", asked.Text("text")));
   return shown;
 }
 
@@ -31,7 +30,10 @@ Shown GroupPage(const Asked& asked) {
   Shown shown = OfDomain(asked, "group", "groups");
   Json::Value arguments = DomainArgument(asked);
   arguments["gid"] = asked.Number("gid");
-  shown.data["members"] = asked.calls("group_members", arguments);
+  shown.data["members"] = PartOf(asked, asked.calls("group_members", arguments), shown);
+  for (Json::Value& member : shown.data["members"]) {
+    member["status"] = InWords(member["status"].asString());
+  }
   shown.data["gid"] = asked.Number("gid");
   return shown;
 }

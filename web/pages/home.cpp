@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "web/pages/pages.h"
 
 namespace mdomain_web::pages {
@@ -9,6 +11,7 @@ Shown Home(const Asked& asked) {
   if (shown.data["domains"].empty() && !asked.person.is_host_administrator) {
     return GoTo("/own");
   }
+  shown.data["domains"] = PartOf(asked, std::as_const(shown.data["domains"]), shown);
   return shown;
 }
 

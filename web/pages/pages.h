@@ -44,6 +44,7 @@ Change RemoveCopy(const Asked& asked);
 Shown Disclaimers(const Asked& asked);
 Shown NewDisclaimer(const Asked& asked);
 Shown DisclaimerPage(const Asked& asked);
+Shown PreviewDisclaimer(const Asked& asked);
 Change SetDisclaimer(const Asked& asked);
 Change DeleteDisclaimer(const Asked& asked);
 // tokens.cpp
@@ -57,7 +58,13 @@ Shown TryPattern(const Asked& asked);
 // upkeep.cpp
 Shown History(const Asked& asked);
 Change Undo(const Asked& asked);
+// refresh.cpp
+Shown Refreshing(const Asked& asked);
 Change Refresh(const Asked& asked);
+Shown Published(const Asked& asked);
+Change Publish(const Asked& asked);
+// picture.cpp
+Shown Picture(const Asked& asked);
 
 // A page about a domain: its data has "domain" and "is_TAB".
 Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab);
@@ -67,10 +74,16 @@ std::string DomainPath(const Asked& asked, const std::string& rest = "");
 Json::Value JsonOf(const std::vector<std::string>& texts);
 // Throws CallFailed with a text of this program.
 [[noreturn]] void Fail(const std::string& reason, const std::string& text);
+// Of a whole list the part that the query's cursor asks for; the page links to what follows.
+Json::Value PartOf(const Asked& asked, const Json::Value& all, Shown& shown);
+// A role or a state of the library in words.
+std::string InWords(const std::string& word);
 // Seconds since 1970 as people write them, in the time of the host.
 std::string Moment(long long seconds);
 // "&NAME=VALUE" for a link.
 std::string Parameter(const std::string& name, const std::string& value);
+// The link to what follows a page of a list, with what the list was asked for; "" at its end.
+std::string NextPage(const Json::Value& list, const std::string& parameters = "");
 
 }  // namespace mdomain_web::pages
 

@@ -34,6 +34,29 @@ Json::Value Ids(const Asked& asked, const std::string& field, const std::string&
   return ids;
 }
 
+// Whom alone the list shows, as arguments of the call and as parameters of the next page's link.
+std::string Narrow(const Asked& asked, Json::Value& arguments, Json::Value& data) {
+  std::string parameters;
+  for (const char* box : {"collides", "drifts", "by_group", "own_role"}) {
+    if (asked.Has(box)) {
+      parameters += Parameter(box, "1");
+      data["only"][box] = true;
+    }
+  }
+  for (const char* flag : {"collides", "drifts"}) {
+    arguments[flag] = asked.Has(flag);
+  }
+  if (asked.Has("by_group") || asked.Has("own_role")) {
+    arguments["has_own_role"] = asked.Has("own_role");
+  }
+  if (asked.Has("gid")) {
+    arguments["gid"] = asked.NumberOf("gid");
+    data["gid"] = arguments["gid"];
+    parameters += Parameter("gid", asked.Text("gid"));
+  }
+  return parameters;
+}
+
 }  // namespace
 
 Shown People(const Asked& asked) {
@@ -51,15 +74,16 @@ Shown People(const Asked& asked) {
   }
   const bool is_descending = asked.Has("descending");
   arguments["is_descending"] = is_descending;
+  const std::string chosen = Narrow(asked, arguments, shown.data);
   shown.data["list"] = asked.calls("list_users", arguments);
+  for (Json::Value& user : shown.data["list"]["items"]) {
+    user["role"] = InWords(user["role"].asString());
+  }
   shown.data["text"] = asked.Text("text");
   shown.data["descending"] = is_descending;
-  const std::string next = shown.data["list"]["next"].asString();
-  if (!next.empty()) {
-    shown.data["next"] = "?cursor=" + Parameter("", next).substr(2) +
-                         Parameter("text", asked.Text("text")) + Parameter("by", asked.Text("by")) +
-                         (is_descending ? "&descending=1" : "");
-  }
+  shown.data["next"] = NextPage(shown.data["list"], Parameter("text", asked.Text("text")) +
+                                                        Parameter("by", asked.Text("by")) + chosen +
+                                                        (is_descending ? "&descending=1" : ""));
   return shown;
 }
 
@@ -82,7 +106,11 @@ Shown PersonPage(const Asked& asked) {
   if (shown.data["user"].isNull()) {
     throw NotFound();
   }
-  shown.data["role_is"][shown.data["user"]["role"].asString()] = true;
+  shown.data["user"]["role"] = InWords(shown.data["user"]["role"].asString());
+  // Accounts of a directory are named as "anna@example.com" or "EXAMPLE\\anna".
+  const std::string name = shown.data["user"]["name"].asString();
+  const std::string behind = name.substr(name.rfind('\\') + 1);
+  shown.data["user"]["short_name"] = behind.substr(0, behind.find('@'));
   Json::Value who;
   who["uid"] = asked.Number("uid");
   shown.data["person"] = asked.calls("explain_user", who);

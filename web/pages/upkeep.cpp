@@ -24,10 +24,7 @@ Shown History(const Asked& asked) {
     entry["when"] = Moment(entry["time"].asInt64());
     entry["is_done"] = entry["state"].asString() == "done" && entry["why_kept"].asString().empty();
   }
-  const std::string next = shown.data["list"]["next"].asString();
-  if (!next.empty()) {
-    shown.data["next"] = "?cursor=" + Parameter("", next).substr(2);
-  }
+  shown.data["next"] = NextPage(shown.data["list"]);
   return shown;
 }
 
@@ -35,10 +32,6 @@ Change Undo(const Asked& asked) {
   Change change{"undo", {}, "/history", Tr("The change is taken back.")};
   change.arguments["id"] = asked.Number("id");
   return change;
-}
-
-Change Refresh(const Asked& /*asked*/) {
-  return {"refresh", Json::objectValue, "/", Tr("The accounts are up to date.")};
 }
 
 }  // namespace mdomain_web::pages

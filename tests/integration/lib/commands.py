@@ -31,8 +31,8 @@ ELSEWHERE = [
     (r"manual/import", r"mdomain (import (postfixadmin|passwd-aliases)|refresh|apply).*",
      "tests/integration/cli_import.sh", "apply"),
     (r"manual/postfix", r".*", "tests/reliability/manual_postfix.sh", "docs/manual/postfix.md"),
-    (r"manual/web", r"apt-get install .*", "tests/reliability/packages.sh", "mailserver-domain-web"),
     (r"manual/web", r"curl .*", "tests/integration/lib/web_interface.py", "?dry_run=true"),
+    (r"manual/web", r".*", "tests/reliability/manual_web.sh", "docs/manual/web.md"),
     (r"more-than-one-machine", r".*", "tests/integration/nodes_manual.sh", "more-than-one-machine.md"),
 ]
 KNOWN = r"mdomain|mkdir|cd|cp|rm|mv|chmod|chown|install|echo|for|find|userdel|useradd|systemctl|journalctl|\["

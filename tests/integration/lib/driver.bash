@@ -55,6 +55,15 @@ run() {
   err=$(cat "$messages")
 }
 
+# typing TEXT COMMAND... : as run, with a terminal 80 columns wide at which somebody types that.
+typing() {
+  local messages=$scratch/stderr-$BASHPID
+  out=$(TYPED=$1 TERM=dumb python3 "$source_dir/tests/integration/lib/terminal.py" 80 mdomain "${@:2}" 2>"$messages")
+  status=$?
+  err=$(cat "$messages")
+  out=${out%widest *}
+}
+
 # good COMMAND... : as run; it must succeed.
 good() {
   run "$@"

@@ -1,5 +1,6 @@
 # terminal.py WIDTH COMMAND... : runs it with a terminal of that width for its output, prints what it
-# wrote there, and last "widest N": the columns of its widest line. Ends as the command did.
+# wrote there, and last "widest N": the columns of its widest line. Ends as the command did. TYPED is
+# what somebody types, unseen, and then no more.
 import fcntl, os, pty, re, struct, sys, termios, unicodedata
 
 messages = os.dup(2)
@@ -8,6 +9,10 @@ if pid == 0:
     os.dup2(messages, 2)
     fcntl.ioctl(1, termios.TIOCSWINSZ, struct.pack("HHHH", 24, int(sys.argv[1]), 0, 0))
     os.execvp(sys.argv[2], sys.argv[2:])
+modes = termios.tcgetattr(terminal)
+modes[3] &= ~termios.ECHO
+termios.tcsetattr(terminal, termios.TCSANOW, modes)
+os.write(terminal, os.environ.get("TYPED", "").encode() + b"\4")
 text = b""
 while True:
     try:

@@ -1,5 +1,6 @@
 """Works with mdomain-web on port 8025 as anna, who administers bücher.example, does:
-web_browser.py FOLDER, where pictures of the pages go."""
+web_browser.py FOLDER, where pictures of the pages go. Accounts of a directory: web_browser.py "" @DOMAIN, which
+takes no pictures."""
 
 import sys
 
@@ -10,6 +11,7 @@ from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.wait import WebDriverWait
 
 SITE = "http://127.0.0.1:8025"
+DOMAIN = sys.argv[2] if len(sys.argv) > 2 else ""
 failures = 0
 
 
@@ -68,7 +70,13 @@ def is_gone(element):
         return True
 
 
-def work(browser):
+def picture(browser, folder, name):
+    for width in (1280, 380) if folder else ():
+        browser.set_window_size(width, 1000)
+        browser.save_screenshot(f"{folder}/{name}-{width}.png")
+
+
+def work(browser, folder):
     anna = Person(browser)
     browser.get(SITE + "/domains/2/people")
     anna.write("Account", "anna")
@@ -83,9 +91,11 @@ def work(browser):
     anna.click("bücher.example")
     anna.click("People")
     same("the collision", "goes to erik" in anna.text(), True)
-    anna.click("erika")
+    picture(browser, folder, "collision")
+    anna.click("erika" + DOMAIN)
     anna.click("Solve the collision")
     same("the plan", "erika@bücher.example" in anna.text(), True)
+    picture(browser, folder, "plan")
     anna.click("Do it")
     same("solved", ["is also an alias" in anna.text(), "saved" in anna.text()], [False, True])
 
@@ -94,18 +104,20 @@ def work(browser):
     anna.write("Name", "signature")
     anna.write("Mail that gets it", "sender address *@bücher.example")
     anna.write("Text", "No offer is final.")
+    anna.click("Preview")
+    same("the preview", ["people gets it anna" in anna.text(), "No offer is final." in anna.text()], [True, True])
     anna.click("Save")
     anna.click("Do it")
     same("the disclaimer", "No offer is final." in anna.text(), True)
 
     anna.click("Shared addresses")
     anna.write("Local part", "team")
-    anna.write("Accounts, one in each line", "erik\nerika")
+    anna.write("Accounts, one in each line", f"erik{DOMAIN}\nerika{DOMAIN}")
     anna.click("Create")
     anna.click("Leave it as it is")
     same("not created", "team" in anna.text(), False)
     anna.write("Local part", "team")
-    anna.write("Accounts, one in each line", "erik\nerika")
+    anna.write("Accounts, one in each line", f"erik{DOMAIN}\nerika{DOMAIN}")
     anna.click("Create")
     anna.click("Do it")
     same("created", "team" in anna.text() or anna.text(), True)
@@ -121,7 +133,7 @@ def look(browser, folder):
     for path in ("/", "/own", "/explain?address=erik@bücher.example", "/doctor", "/history", "/tokens", "/domains/2",
                  "/domains/2/people", "/domains/2/people/1003", "/domains/2/people/add", "/domains/2/pattern",
                  "/domains/2/groups", "/domains/2/groups/2001", "/domains/2/entries", "/domains/2/copies",
-                 "/domains/2/disclaimers", "/domains/2/disclaimers/1"):
+                 "/domains/2/disclaimers", "/domains/2/disclaimers/1", "/domains/2/picture"):
         for width in (1280, 380):
             browser.set_window_size(width, 1000)
             browser.get(SITE + path)
@@ -134,6 +146,20 @@ def look(browser, folder):
                 return [...document.querySelectorAll('a, button, input:not([type=hidden]), select, textarea')]
                     .filter(one => !one.textContent.trim() && !one.labels?.length).map(one => one.outerHTML)"""), [])
             same(case + ": contrast", browser.execute_script(CONTRAST), [])
+
+
+def type_on(browser):
+    """With scripts a preview follows what is typed, the field stays as it is, and mail's HTML runs nothing."""
+    browser.get(SITE + "/domains/2/disclaimers/1")
+    field = browser.find_element(By.ID, "html")
+    field.send_keys("<p id=sign>Bye</p><script>parent.document.title = 'ran'</script>")
+    WebDriverWait(browser, 10).until(lambda _: browser.find_elements(By.TAG_NAME, "iframe"))
+    same("still there", browser.switch_to.active_element.get_attribute("id"), "html")
+    browser.switch_to.frame(browser.find_element(By.TAG_NAME, "iframe"))
+    same("the HTML", WebDriverWait(browser, 10).until(lambda _: browser.find_elements(By.ID, "sign"))[0].text, "Bye")
+    browser.switch_to.default_content()
+    same("no script of it", browser.title == "ran", False)
+    browser.save_screenshot(f"{sys.argv[1]}/disclaimer-preview.png")
 
 
 # Text of each element against what stands behind it, as WCAG 2.2 counts it.
@@ -159,9 +185,11 @@ return [...document.querySelectorAll('body *')].filter(one => one.offsetParent &
 
 plain = start(with_scripts=False)
 try:
-    work(plain)
+    work(plain, sys.argv[1])
 finally:
     plain.quit()
+if DOMAIN:
+    sys.exit(1 if failures else 0)
 browser = start(with_scripts=True)
 try:
     anna = Person(browser)
@@ -170,6 +198,7 @@ try:
     anna.write("Password", "of anna")
     anna.click("Sign in")
     look(browser, sys.argv[1])
+    type_on(browser)
 finally:
     browser.quit()
 sys.exit(1 if failures else 0)

@@ -1,67 +1,25 @@
 """Asks mdomain-web on port 8025: web_interface.py SCRATCH. anna administers example.com (1), ben is in
 the host's group of administrators, erik has no rights, erika's account has ended."""
 
+import concurrent.futures
+import contextlib
+import copy
 import html
-import http.client
 import json
 import re
 import socket
+import sqlite3
+import subprocess
 import sys
 import time
 import urllib.parse
-import urllib.request
 
 import jsonschema
 
+import web_client
+from web_client import VALUES, Browser, arguments, request, same, send
+
 SCRATCH = sys.argv[1]
-failures = 0
-
-
-def same(name, got, want):
-    global failures
-    if got != want:
-        failures += 1
-        print(f"FAILED: {name}: got {got!r}, want {want!r}")
-
-
-class Browser:
-    """Keeps cookies and the key of forms, as a browser does; follows nothing by itself."""
-
-    def __init__(self, name=None):
-        self.cookies = {}
-        self.key = ""
-        if name:
-            answer = self.sign_in(name, "of " + name)
-            same(f"sign-in of {name}", (answer.status, answer.getheader("Location")), (303, "/"))
-            self.get("/")
-
-    def ask(self, method, path, fields=None, headers=None):
-        connection = http.client.HTTPConnection("127.0.0.1", 8025, timeout=60)
-        headers = dict(headers or {})
-        if self.cookies:
-            headers["Cookie"] = "; ".join(f"{name}={value}" for name, value in self.cookies.items())
-        body = None
-        if fields is not None:
-            body = urllib.parse.urlencode(fields)
-            headers["Content-Type"] = "application/x-www-form-urlencoded"
-        connection.request(method, path, body, headers)
-        answer = connection.getresponse()
-        answer.text = answer.read().decode()
-        for cookie in answer.msg.get_all("Set-Cookie") or []:
-            name, value = cookie.split(";")[0].split("=")
-            self.cookies[name] = value
-        found = re.search(r'name="form_key" value="([0-9a-f]+)"', answer.text)
-        self.key = found.group(1) if found else self.key
-        return answer
-
-    def get(self, path):
-        return self.ask("GET", path)
-
-    def post(self, path, **fields):
-        return self.ask("POST", path, {"form_key": self.key, **fields})
-
-    def sign_in(self, name, password):
-        return self.ask("POST", "/sign-in", {"name": name, "password": password})
 
 
 def check_sign_in():
@@ -103,6 +61,16 @@ def check_forms(anna):
     same("confirmed", (done.status, done.getheader("Location")), (303, path))
     same("the change", "boss" in anna.get(path).text, True)
     same("the old version", anna.post(path, **fields).status, 412)
+    # The tool, and another browser, between the plan and its confirmation.
+    ben = Browser("ben")
+    for name, change in {"the tool": lambda: subprocess.run(["mdomain", "user", "set", "1", "erik", "--add-alias", "meanwhile"], check=True, stdout=subprocess.DEVNULL),
+                         "another": lambda: ben.post(path, add_aliases="again", confirmed="1")}.items():
+        fields["version"] = re.search(r'name="version" value="([0-9a-f]*)"', anna.get(path).text).group(1)
+        same(f"a plan before {name}", anna.post(path, **fields).status, 200)
+        change()
+        late = anna.post(path, **fields, confirmed="1")
+        same(f"{name} meanwhile", (late.status, "was changed meanwhile" in late.text), (412, True))
+    same("nothing lost", ["meanwhile" in anna.get(path).text, "again" in anna.get(path).text], [True, True])
     answer = anna.post("/domains/1", description="<script>alert(1)</script>\u202egnp", pattern="<a>", adds_accounts="1", confirmed="1")
     same("a description", answer.status, 303)
     page = anna.get("/domains/1").text
@@ -140,29 +108,42 @@ def check_rights(people):
                            people["anna"].post("/refresh").status], [403, 403])
 
 
-class Program:
-    def __init__(self, browser, may_change):
-        fields = {"label": "test", "days": "1", **({"may_change": "1"} if may_change else {})}
-        browser.get("/tokens")
-        self.token = re.search(r"mdomain_[0-9a-f]{64}", browser.post("/tokens", **fields).text).group(0)
+class Program(web_client.Program):
+    """Whose every answer is what the document says of it."""
 
-    def ask(self, method, path, body=None, **headers):
-        connection = http.client.HTTPConnection("127.0.0.1", 8025, timeout=60)
-        headers = {name.replace("_", "-"): value for name, value in headers.items()}
-        headers.setdefault("Authorization", "Bearer " + self.token)
-        if body is not None:
-            headers["Content-Type"] = "application/json"
-            body = body if isinstance(body, str) else json.dumps(body)
-        connection.request(method, "/api/v1" + path, body, headers)
-        answer = connection.getresponse()
-        return answer.status, json.loads(answer.read()), answer.headers
+    document = None
+
+    def ask(self, method, path, *body, **headers):
+        status, answer, sent = super().ask(method, path, *body, **headers)
+        self.validate(method, path.split("?")[0], status, answer)
+        return status, answer, sent
+
+    def validate(self, method, path, status, answer):
+        if path == "/openapi.json":
+            Program.document = answer
+            return
+        for known, methods in self.document["paths"].items():
+            operation = methods.get(method.lower())
+            if status == 200 and operation and re.fullmatch(re.sub(r"\{\w+\}", "[^/]+", known), path):
+                schema = operation["responses"]["200"]["content"]["application/json"]["schema"]
+                break
+        else:
+            schema = {"$ref": "#/components/schemas/Problem"}
+        try:
+            jsonschema.Draft202012Validator({**schema, "components": self.document["components"]}).validate(answer)
+        except jsonschema.ValidationError as error:
+            same(f"{method} {path}: {status}", error.message, "")
+
+
+DISCLAIMER = json.dumps({"id": 1, "name": "d", "enabled": True, "op": "or", "match_rule_list": [
+    {"target": "sender", "pattern_type": "email", "pattern": "*@example.com"}]})
 
 
 def check_api(people):
     anna, reader, host = Program(people["anna"], True), Program(people["anna"], False), Program(people["ben"], True)
     document = anna.ask("GET", "/openapi.json", Authorization="")[1]
     values = {"domain": "1", "uid": "1003", "gid": "2001", "name": "sales%2fx", "text": "anna", "address": "anna@example.com",
-              "id": "1", "pattern": "<1a>", "key": "postmaster"}
+              "id": "1", "pattern": "<1a>", "key": "postmaster", "json": urllib.parse.quote(DISCLAIMER)}
     for path, methods in document["paths"].items():
         operation = methods.get("get")
         if operation is None:
@@ -170,14 +151,8 @@ def check_api(people):
         wanted = [one["name"] for one in operation.get("parameters", []) if one["required"] and one["in"] == "query"]
         asked = re.sub(r"\{(\w+)\}", lambda part: values[part.group(1)], path)
         asked += "?" + "&".join(f"{name}={values[name]}" for name in wanted) if wanted else ""
-        status, answer, _ = host.ask("GET", asked)
-        schema = operation["responses"]["200"]["content"]["application/json"]["schema"]
-        try:
-            jsonschema.Draft202012Validator({**schema, "components": document["components"]}).validate(answer)
-        except jsonschema.ValidationError as error:
-            same("GET " + asked, error.message, "")
+        status = host.ask("GET", asked)[0]
         same("status of " + asked, status, 200)
-    problem = {"$ref": "#/components/schemas/Problem", "components": document["components"]}
     user, patch = "/domains/1/users/1003", {"add_aliases": ["chief"]}
     etag = anna.ask("GET", user)[2]["ETag"]
     for name, (status, answer, _), want in (
@@ -198,19 +173,118 @@ def check_api(people):
         ("not hers", anna.ask("DELETE", "/domains/1"), 403),
         ("a name that is none", host.ask("POST", "/domains", {"name": "no domain"}), 400),
         ("a taken name", host.ask("POST", "/domains", {"name": "example.com"}), 409),
+        ("a whole without a version", anna.ask("PUT", "/domains/1/disclaimers", {"json": "[]"}), 428),
+        ("all aliases without one", anna.ask("PATCH", user, {"aliases": ["erik"]}), 428),
         ("changed meanwhile", anna.ask("PATCH", user, patch, If_Match='"0"'), 412),
     ):
         same(name, (status, answer.get("status")), (want, want))
-        jsonschema.Draft202012Validator(problem).validate(answer)
     status, plan, _ = anna.ask("PATCH", user + "?dry_run=true", patch)
     same("a plan", (status, [one.get("alias") for one in plan["value"]["changes"]]), (200, ["chief"]))
     same("which changed nothing", anna.ask("GET", user)[2]["ETag"], etag)
     status, _, headers = anna.ask("PATCH", user, patch, If_Match=etag)
     same("a change", (status, headers["ETag"] != etag), (200, True))
+    status, page, _ = host.ask("GET", "/domains?page_size=1")
+    last = host.ask("GET", "/domains?page_size=1&cursor=" + page["next"])[1]
+    same("pages of a list", [page["total"], page["value"][0]["idx"], last["value"][0]["idx"], last["next"]], [2, 1, 2, ""])
+    status, changed, _ = host.ask("PUT", "/settings/postmaster", {"value": "anna"})
+    same("a setting", (status, changed["value"]["setting"]["value"]), (200, "anna"))
+    same("a refresh", host.ask("POST", "/refresh")[1]["value"]["is_complete"], True)
     page = people["anna"].get("/tokens").text
     for path in re.findall(r'/tokens/\d+/revoke', page):
         people["anna"].post(path)
     same("revoked", anna.ask("GET", "/domains")[0], 401)
+
+
+def check_languages(anna):
+    """Who asks for German reads German, whoever asks for what there is not reads English."""
+    for accepted, wanted in (("de-AT,en;q=0.5", "de"), ("fr, de;q=0.7, en;q=0.3", "de"), ("en-GB,de;q=0.9", "en"), ("fr", "en"),
+                             ("", "en"), ("de;q=x", "en"), ("," * 5000, "en")):
+        page = anna.ask("GET", "/domains/1/people", headers={"Accept-Language": accepted}).text
+        same(f"read by {accepted[:9]!r}", (re.search('lang="(..)"', page).group(1), "Personen" in page), (wanted, wanted == "de"))
+
+
+def check_pages(anna, ben):
+    """What pages show beside lists: filters, a preview, what is published, how a refresh went."""
+    anna.get("/")
+    rules = "sender address *@example.com"
+    preview = anna.post("/domains/1/disclaimers/preview", name="<b>", match_rule_list=rules,
+                        content_txt="No offer.", content_html="<i>No</i>\"offer").text
+    same("a preview", [text in preview for text in ("mail from 5 people", "<bdi>anna</bdi>", "&lt;i&gt;No&lt;/i&gt;&quot;offer", "<i>")],
+         [True, True, True, False])
+    same("of nonsense", "This line is none" in anna.post("/domains/1/disclaimers/preview", match_rule_list="x").text, True)
+    for query, wanted in (("", 5), ("collides=1", 0), ("drifts=1", 0), ("by_group=1", 4), ("gid=2001", 2), ("own_role=1&gid=2001", 1)):
+        page = anna.get("/domains/1/people?" + query).text
+        same(f"people with {query!r}", page.count('<th scope="row">'), wanted)
+    picture = anna.get("/domains/1/picture").text
+    same("the picture", [text in picture for text in (">sales<", "anna@example.com")], [True, True])
+    same("for the host alone", [anna.get("/published").status, anna.get("/refresh").status], [403, 403])
+    page = ben.get("/published").text
+    same("what is published", "smtp_main_domain" in page and "All of it is as the domains are now" in page, True)
+    ben.get("/refresh")
+    same("a refresh begins", ben.post("/refresh", confirmed="1").getheader("Location"), "/refresh")
+    while "under way" in (page := ben.get("/refresh").text):
+        time.sleep(0.2)
+    same("and ends", "The last one ended" in page, True)
+
+
+def check_operations(people):
+    """Every operation, by everybody, with what is theirs and another's; changes as dry runs."""
+    programs = {name: Program(people[name], True) for name in ("anna", "ben", "erik")}
+    programs["reader"], programs["expired"] = Program(people["ben"], False), Program(people["ben"], True)
+    with contextlib.closing(sqlite3.connect(SCRATCH + "/tokens.db")) as tokens, tokens:
+        tokens.execute("UPDATE token SET ends = 1 WHERE id = (SELECT max(id) FROM token)")
+    programs["nobody"], programs["wrong"] = copy.copy(programs["ben"]), copy.copy(programs["ben"])
+    programs["nobody"].token, programs["wrong"].token = "", "mdomain_" + "0" * 64
+    document = programs["ben"].ask("GET", "/openapi.json")[1]
+    for path, methods in document["paths"].items():
+        for method, operation in methods.items():
+            given = {(where, name): VALUES[name] for where, name, is_needed in arguments(operation) if is_needed}
+            others = {key: 2 if key[1] in ("domain", "domains") else value for key, value in given.items()}
+            for name, program in programs.items():
+                asked, body, headers = request(path, {**(others if name == "anna" else given),
+                                                      **({("query", "dry_run"): "true"} if method != "get" else {})})
+                answer = program.answer(method.upper(), asked, body, **headers)
+                case = f"{name}: {method} {path}"
+                same(case + ", failed", answer.status >= 500, False)
+                if name in ("nobody", "wrong", "expired"):
+                    same(case, answer.status, 401)
+                elif name == "reader" and method != "get":
+                    same(case, answer.status, 403)
+                elif name in ("anna", "erik"):
+                    is_own = name == "erik" and path.endswith("/own")
+                    same(case, ("bücher" in answer.text and not is_own, answer.status == 200 and (
+                        "{domain" in path or method != "get")), (False, False))
+
+
+def check_requests(people):
+    """What is unusual, and right."""
+    ben, anna = Program(people["ben"], True), people["anna"]
+    begin = time.monotonic()
+    with socket.create_connection(("127.0.0.1", 8025), timeout=60) as connection:
+        connection.sendall(f"POST /api/v1/publish HTTP/1.1\r\nAuthorization: Bearer {ben.token}\r\n\r\n".encode())
+        same("no body and no length", (connection.recv(12), time.monotonic() - begin < 10), (b"HTTP/1.1 200", True))
+    big = {"name": "big", "match_rule_list": "sender address *@example.com", "content_txt": "ä" * 20000}
+    chunks = {"Content-Type": "application/json", "Authorization": "Bearer " + ben.token}
+    for name, answer, want in (
+        ("a long text", anna.post("/domains/1/disclaimers/new", **big), 200),
+        ("a number that is none", anna.post("/domains/1/disclaimers/new", name="x", match_rule_list="sender user " + "9" * 30), 404),
+        ("too much", anna.post("/domains/1", description="x" * 1100000), 413),
+        ("too much in chunks", send("POST", "/api/v1/publish", iter([b"x" * 65536] * 20), chunks), 413),
+        ("several parts", send("POST", "/sign-in", "--x--", {"Content-Type": "multipart/form-data; boundary=x"}), 415),
+        ("the head alone", send("HEAD", "/static/style.css", None, {}), 200),
+        ("a path that is too long", send("GET", "/api/v1/" + "a" * 3000, None, {}), 414),
+        ("a method that is none", ben.answer("PUT", "/domains"), 405),
+        ("no version to match", ben.answer("POST", "/publish", None, If_Match='"x"'), 400),
+        ("an empty version", ben.answer("PATCH", "/domains/1", {"description": "x"}, If_Match='""'), 412),
+    ):
+        same(name, answer.status, want)
+        if "/api/" in name or want in (400, 405, 412, 414):
+            same(name + ": type", (answer.headers["Content-Type"], json.loads(answer.text)["status"]), ("application/problem+json", want))
+    same("methods that are some", ben.answer("PUT", "/domains").headers["Allow"], "GET, POST")
+    with concurrent.futures.ThreadPoolExecutor(30) as pool:
+        tried = list(pool.map(lambda at: send("POST", "/sign-in", f"name=ghost2&password={at}", {
+            "Content-Type": "application/x-www-form-urlencoded", "X-Forwarded-For": f"192.0.2.{at}"}).status, range(30)))
+    same("tries of one name at once", 5 <= tried.count(403) <= 6, True)
 
 
 def check_limits():
@@ -244,6 +318,10 @@ check_sign_in()
 people = {"nobody": Browser(), "erik": Browser("erik"), "anna": Browser("anna"), "ben": Browser("ben")}
 check_rights(people)
 check_forms(people["anna"])
+check_pages(people["anna"], people["ben"])
+check_languages(people["anna"])
 check_api(people)
+check_requests(people)
+check_operations(people)
 check_limits()
-sys.exit(1 if failures else 0)
+sys.exit(1 if web_client.failures else 0)

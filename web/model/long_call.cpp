@@ -1,0 +1,68 @@
+#include "web/model/long_call.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+
+#include "web/model/calls.h"
+#include "web/view/texts.h"
+
+namespace mdomain_web {
+
+namespace {
+
+constexpr std::chrono::seconds kMoment(2);
+
+// Never destroyed: threads may answer until the program ends.
+struct Running {
+  std::mutex mutex;
+  std::condition_variable ended;
+  std::string call;  // "" for none
+};
+
+Running& TheRunning() {
+  static auto& running = *new Running();
+  return running;
+}
+
+[[noreturn]] void RefuseFor(const std::string& call) {
+  Json::Value error;
+  error["reason"] = "busy";
+  error["number"] = 117;
+  error["text"] = call == "refresh" ? Tr("A refresh of the accounts is under way.")
+                                    : Tr("Everything is being looked at.");
+  error["advice"] = Tr("This page asks again by itself.");
+  error["refused"] = Json::arrayValue;
+  error["log"] = Json::arrayValue;
+  throw CallFailed(error);
+}
+
+}  // namespace
+
+LongCall::LongCall(const std::string& call)
+    : is_long_(call == "refresh" || call == "repair" || call == "doctor") {
+  if (call == "refresh_progress") {
+    return;
+  }
+  Running& running = TheRunning();
+  std::unique_lock<std::mutex> lock(running.mutex);
+  if (!running.ended.wait_for(lock, kMoment, [&running] { return running.call.empty(); })) {
+    RefuseFor(running.call);
+  }
+  if (is_long_) {
+    running.call = call;
+  }
+}
+
+LongCall::~LongCall() {
+  if (!is_long_) {
+    return;
+  }
+  Running& running = TheRunning();
+  const std::lock_guard<std::mutex> lock(running.mutex);
+  running.call.clear();
+  running.ended.notify_all();
+}
+
+}  // namespace mdomain_web

@@ -1,0 +1,36 @@
+// Pages that change by themselves, without losing what was typed. Everything works without it, too.
+"use strict";
+
+async function show(id, request) {
+  const answer = await fetch(request);
+  const page = new DOMParser().parseFromString(await answer.text(), "text/html");
+  const fresh = page.getElementById(id);
+  const here = document.getElementById(id);
+  if (fresh && here) {
+    here.replaceWith(document.adoptNode(fresh));
+  }
+  return Boolean(fresh);
+}
+
+// How far something is: asked again until the page says that it has ended.
+async function follow() {
+  while (document.querySelector("#live[data-running]")) {
+    await new Promise((done) => setTimeout(done, 1000));
+    await show("live", new Request(location.href)).catch(() => false);
+  }
+}
+
+// What a form would do, a moment after the last key.
+function preview(form) {
+  let timer = 0;
+  form.addEventListener("input", () => {
+    clearTimeout(timer);
+    timer = setTimeout(() => {
+      const body = new URLSearchParams(new FormData(form));
+      show("preview", new Request(form.dataset.preview, { method: "POST", body })).catch(() => false);
+    }, 500);
+  });
+}
+
+document.querySelectorAll("form[data-preview]").forEach(preview);
+follow();
