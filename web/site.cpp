@@ -320,7 +320,7 @@ Shown Site::_Changed(const Asked& asked, const Change& change, const Guest& gues
   }
   visits_.Notify(guest.key, answer["published"].asBool()
                                 ? change.done
-                                : change.done + ", " + answer["error"]["text"].asString());
+                                : change.done + " (" + answer["error"]["text"].asString() + ")");
   return GoTo(change.go_to);
 }
 

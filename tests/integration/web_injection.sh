@@ -10,5 +10,5 @@ here=$(dirname "$0")
 
 web_company
 web_start anna ben
-python3 "$here/lib/web_injection.py" "${EVERY:-40}" || fail "web_injection.py: $(tail -n 20 "$scratch/web.log")"
+python3 "$here/lib/web_injection.py" "${EVERY:-20}" || fail "web_injection.py: $(tail -n 20 "$scratch/web.log")"
 web_stop

@@ -1,10 +1,12 @@
 #!/bin/bash
 # mdomain-web asks PAM who somebody is, and shows and changes what the person may see and no more, in
 # pages and below /api/v1; every route is asked by every role, and the HTTP parser meets its limits.
+# ctest-label: redis
 # ctest-timeout: 600
 here=$(dirname "$0")
 . "$here/lib/private.bash"
 . "$here/lib/driver.bash"
+. "$here/lib/redis.bash"
 . "$here/lib/web.bash"
 
 web_company
@@ -39,7 +41,35 @@ matches "a header on loopback" "$(mdomain-web --config "$scratch/header.ini" --s
 mdomain-web --config "$scratch/header.ini" --state "$scratch" --socket "$scratch/web.sock" 2>"$scratch/web.log" &
 web=$!
 wait_for "mdomain-web on a socket" test -S "$scratch/web.sock"
-by_header() { curl -s --unix-socket "$scratch/web.sock" -H "X-Remote-User: $1" "http://x$2" -w '%{http_code}' -o /dev/null; }
+by_header() {
+  curl -s --unix-socket "$scratch/web.sock" -H "X-Remote-User: $1" "http://x$2" -w '%{http_code}' -o "$scratch/page" "${@:3}"
+}
 same "by the header" "$(by_header anna /domains/1) $(by_header anna /domains/2) $(by_header ben /domains/2) \
 $(by_header nobody /) $(by_header "" /)" "200 404 200 303 303"
+
+# More connections than it has descriptors, threads and places for wait or are closed, and nobody after them.
+prlimit --pid "$web" --nofile=50
+python3 - "$scratch/web.sock" <<'END'
+import socket, sys, time
+idle = [socket.socket(socket.AF_UNIX) for _ in range(200)]
+for one in idle:
+    one.connect(sys.argv[1])
+time.sleep(1)
+END
+same "after the crowd" "$(by_header ben /)" 200
+prlimit --pid "$web" --nofile=1000
+
+# The store that machines share is away: the page says that the change is made, and where it is not.
+server 16392
+password_file right s3cret
+PORT=16392 host_ini "node = first"
+good node manage --yes
+kill "$(pid_of 16392)"
+wait_for "the end of the server" bash -c "! redis-cli -p 16392 ping"
+by_header ben /domains/1 -c "$scratch/cookies" >/dev/null
+form_key=$(grep -o 'name="form_key" value="[0-9a-f]*' "$scratch/page" | head -n 1 | grep -o '[0-9a-f]*$')
+same "a change" "$(by_header ben /domains/1 -b "$scratch/cookies" -d "form_key=$form_key" -d confirmed=1 -d description=new)" 303
+by_header ben /domains/1 -b "$scratch/cookies" >/dev/null
+matches "not published" "$(cat "$scratch/page")" 'saved[.] [(].*not published: .*16392: cannot connect: Connection refused'
+matches "made" "$(mdomain domain show example.com)" 'new'
 web_stop

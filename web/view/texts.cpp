@@ -75,6 +75,9 @@ void OfferTexts(const std::string& folder) {
     bindtextdomain(CatalogueOf(one).c_str(), folder.c_str());
     bind_textdomain_codeset(CatalogueOf(one).c_str(), "UTF-8");
   }
+  // LANGUAGE is for every catalogue of the process. What the system calls its errors by is part of
+  // what the library tells, in English, whoever reads it.
+  bindtextdomain("libc", "/nonexistent");
   setlocale(LC_MESSAGES, "C.UTF-8");
   setenv("LANGUAGE", all.c_str(), 1);
 }

@@ -53,7 +53,7 @@ class Page(html.parser.HTMLParser):
 
     def __init__(self, text):
         super().__init__()
-        self.links, self.forms, self.foreign, self.option = set(), [], [], None
+        self.links, self.forms, self.foreign = [], [], []  # in order: which texts a field gets is the same each time
         self.feed(text)
 
     def handle_starttag(self, tag, attrs):
@@ -61,7 +61,7 @@ class Page(html.parser.HTMLParser):
         if tag in ("script", "img", "svg", "iframe", "base", "object") or any(name.startswith("on") for name in given):
             self.foreign.extend({self.get_starttag_text()[:80]} - OWN)
         if tag == "a":
-            self.links.add(given.get("href", ""))
+            self.links.append(given.get("href", ""))
         if tag == "form":
             self.forms.append((given.get("method", "get"), given["action"], {}))
         elif given.get("name") and self.forms:
