@@ -117,7 +117,7 @@ const Register kApply({
 }  // namespace
 
 Progress ShownWork(const Call& call, const char* doing) {
-  return Progress(!call.IsQuiet() && !call.options().json, doing);
+  return Progress(call.ShowsProgress(), doing);
 }
 
 void RequireReadyModel(const Call& call) {

@@ -82,6 +82,10 @@ int Call::Int(const std::string& name, int fallback) const {
   return number;
 }
 
+bool Call::ShowsProgress() const {
+  return !IsQuiet() && (!options_.json || isatty(STDOUT_FILENO) == 0);
+}
+
 void Call::LockHere() {
   if (!lock_) {
     lock_ = std::make_unique<ChangeLock>(options_.lock_timeout, IsQuiet() || options_.json);

@@ -138,6 +138,8 @@ class Call {
   const GlobalOptions& options() const { return options_; }
   // Whether nobody wants to hear that all went well.
   bool IsQuiet() const { return options_.quiet; }
+  // With --json only beside it: on the same terminal the two would stand in each other's lines.
+  bool ShowsProgress() const;
   // What the command tells of a dry run besides what would change.
   void TellOfTrial(const Json::Value& record, const std::vector<Column>& columns) {
     of_trial_ = record;

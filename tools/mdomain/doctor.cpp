@@ -85,7 +85,7 @@ void Doctor(Call& call) {
   Json::Value records(Json::arrayValue);
   size_t errors = 0;
   {
-    const Progress progress(!call.IsQuiet() && !call.out().json(), "looking at everything");
+    const Progress progress(call.ShowsProgress(), "looking at everything");
     for (const Finding& finding : MDOMAIN::INSIGHT::LookAtAll(CheckAccounts)) {
       errors += finding.is_error ? 1 : 0;
       records.append(FindingJson(finding));
@@ -100,7 +100,7 @@ void Doctor(Call& call) {
   call.out().Flush();
   if (errors != 0) {
     ForgetWarnings();
-    throw Failure(kFailed, Counted(errors, "error") + " found");
+    throw Failure(kFailed, Counted(errors, "error") + " found", "each finding names its cure");
   }
 }
 

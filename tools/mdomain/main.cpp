@@ -139,7 +139,7 @@ int RunOnCopies(const Parsed& parsed) {
     GlobalOptions options = parsed.options;
     options.yes = true;
     Call call(options, parsed.values);
-    const Progress progress(!call.IsQuiet() && !call.out().json());
+    const Progress progress(call.ShowsProgress());
     try {
       parsed.command->run(call);
     } catch (const Failure& failure) {
@@ -181,7 +181,7 @@ int Run(const Parsed& parsed) {
   if (parsed.command->effect != Effect::kReads) {
     call.out().Silence();
   }
-  const Progress progress(!call.IsQuiet() && !call.out().json());
+  const Progress progress(call.ShowsProgress());
   if (parsed.command->effect == Effect::kChanges) {
     call.Lock();
   } else if (parsed.command->effect == Effect::kChangesHere) {

@@ -227,7 +227,7 @@ RefreshSummary RunRefresh(Call& call, const DeletionLimit& limit, bool only_mirr
   if (!only_mirrors) {
     RequirePublishable(call);
   }
-  const Progress progress(!call.IsQuiet() && !call.out().json(), "reading users");
+  const Progress progress(call.ShowsProgress(), "reading users");
   MDOMAIN::API::Updater updater;
   updater.SetDeletionLimit(limit);
   updater.AllowEmptyPublication(call.Has("--force"));
