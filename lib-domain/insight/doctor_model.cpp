@@ -127,6 +127,7 @@ void CheckDeadEnds(const std::vector<KnownDomain>& domains, Findings& findings) 
 
 void CheckAddresses(const std::vector<KnownDomain>& domains, Findings& findings) {
   std::vector<int> idxs;
+  idxs.reserve(domains.size());
   for (const KnownDomain& domain : domains) {
     idxs.push_back(domain.idx);
   }
@@ -166,7 +167,7 @@ std::map<std::string, std::string> NamesOfGone(const std::set<int>& domain_idxs)
   for (const auto& [idx, name] : PublishedDomains()) {
     if (domain_idxs.count(idx) == 0) {
       const std::string title = "domain " + std::to_string(idx);
-      names[title] = title + " (" + name + ")";
+      names[title] = std::string(title).append(" (").append(name).append(")");
     }
   }
   return names;

@@ -25,14 +25,13 @@ namespace MDOMAIN::INSIGHT {
 
 namespace {
 
-using mdomain::Copy;
 using mdomain::Explanation;
-using mdomain::Holder;
 using RECORD::DomainUser;
 
 // "from group books", "from groups books, sales"
 std::string WriteGroups(const std::vector<mdomain::Account>& groups) {
   std::vector<std::string> names;
+  names.reserve(groups.size());
   for (const mdomain::Account& group : groups) {
     names.push_back(TrimDomainName(group.name));
   }

@@ -42,6 +42,7 @@ std::vector<Record> Records(const std::vector<int>& idxs) {
 // With their counts, in the order given.
 std::vector<Domain> Whole(const std::vector<Known>& known) {
   std::vector<int> idxs;
+  idxs.reserve(known.size());
   for (const Known& domain : known) {
     idxs.push_back(domain.idx);
   }

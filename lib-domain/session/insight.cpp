@@ -10,7 +10,6 @@
 
 namespace mdomain {
 
-using session::Change;
 using session::Fail;
 using session::Known;
 using session::Read;

@@ -161,12 +161,13 @@ TEST_F(OwnIndexes, GiveTheRowsOfTheFilesOwnViews) {
        "(1001,1002,1003,1004,1005) ORDER BY is_duplicated DESC, user_name ASC"),
       "SELECT * FROM domain_view",
       "SELECT * FROM domain_view WHERE is_primary = 1",
-      "SELECT domain_idx FROM domain_user_view WHERE uid = 1003 AND role = 'domain_admin' ORDER BY "
-      "domain_idx",
+      ("SELECT domain_idx FROM domain_user_view WHERE uid = 1003 AND role = 'domain_admin' ORDER "
+       "BY "
+       "domain_idx"),
       "SELECT EXISTS (SELECT 1 FROM domain_user_view WHERE uid=1002 AND domain_idx=1 LIMIT 1)",
       "SELECT DISTINCT uid FROM domain_user_view WHERE domain_idx IN (1,3)",
-      "SELECT domain_idx, gid FROM domain_group_effected_user_view WHERE domain_idx = 1 AND uid = "
-      "1003",
+      ("SELECT domain_idx, gid FROM domain_group_effected_user_view WHERE domain_idx = 1 AND uid = "
+       "1003"),
   };
   for (int model = 0; model < kModels; ++model) {
     MakeModel(plain);

@@ -105,6 +105,7 @@ TEST_F(SessionTest, WaitsForOthers) {
 
 TEST_F(SessionTest, ManyThreadsTakeTurns) {
   std::vector<std::thread> threads;
+  threads.reserve(6);
   for (int i = 0; i < 6; ++i) {
     threads.emplace_back([this, i] {
       Session own = i % 2 == 0 ? session_ : Session({30, "thread"});

@@ -124,7 +124,9 @@ TEST_F(TrialTest, APlanIsWhatTheChangeThenDoes) {
          });
        })},
   };
-  for (const auto& [text, work] : cases) {
+  for (const auto& one : cases) {
+    const auto& [text, changing] = one;
+    const auto& work = changing;
     SCOPED_TRACE(text);
     const auto newest = session_.History(1)->front();
     newest_ = newest.id;
@@ -188,6 +190,7 @@ TEST_F(TrialTest, ADryRunEndsWithItsCall) {
   }));
   EXPECT_EQ(Model(), before);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([this, i] {
       for (int round = 0; round < 3; ++round) {
