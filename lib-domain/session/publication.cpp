@@ -1,9 +1,9 @@
 // What mail services read, since when, and how far a refresh is.
 #include <sys/stat.h>
 
+#include <atomic>
 #include <ctime>
 #include <map>
-#include <mutex>
 
 #include "lib-domain/base/paths.h"
 #include "lib-domain/base/progress.h"
@@ -25,9 +25,20 @@ namespace {
 
 constexpr const char* kWhat = "see what is published";
 
+// Read without a turn and without a lock, which a child that is forked might find held for ever.
+// What a refresh does is named by literals.
 struct Told {
-  std::mutex mutex;
-  std::optional<Progress> progress;
+  std::atomic<bool> is_going{false};
+  std::atomic<const char*> doing{""};
+  std::atomic<std::size_t> done{0};
+  std::atomic<std::size_t> total{0};
+  std::atomic<long long> since{0};
+
+  void Tell(const char* what, std::size_t of_it, std::size_t all) {
+    doing = what;
+    done = of_it;
+    total = all;
+  }
 };
 
 Told& TheTold() {
@@ -93,24 +104,17 @@ void AddTimes(Publication& publication) {
 namespace session {
 
 TellingProgress::TellingProgress() {
-  {
-    const std::lock_guard<std::mutex> lock(TheTold().mutex);
-    TheTold().progress = Progress{"", 0, 0, time(nullptr)};
-  }
+  TheTold().Tell("", 0, 0);
+  TheTold().since = time(nullptr);
+  TheTold().is_going = true;
   MDOMAIN::BASE::ListenToProgress([](const char* doing, std::size_t done, std::size_t total) {
-    const std::lock_guard<std::mutex> lock(TheTold().mutex);
-    if (TheTold().progress) {
-      TheTold().progress->doing = doing;
-      TheTold().progress->done = done;
-      TheTold().progress->total = total;
-    }
+    TheTold().Tell(doing, done, total);
   });
 }
 
 TellingProgress::~TellingProgress() {
   MDOMAIN::BASE::ListenToProgress({});
-  const std::lock_guard<std::mutex> lock(TheTold().mutex);
-  TheTold().progress.reset();
+  TheTold().is_going = false;
 }
 
 }  // namespace session
@@ -119,8 +123,9 @@ Result<std::optional<Progress>> Session::RefreshProgress() const {
   using Found = std::optional<Progress>;
   return session::Guarded<Found>(nullptr, [&]() -> Result<Found> {
     session::RequireHost(*this, kWhat);
-    const std::lock_guard<std::mutex> lock(TheTold().mutex);
-    return TheTold().progress;
+    const Told& told = TheTold();
+    return told.is_going ? Found(Progress{told.doing.load(), told.done, told.total, told.since})
+                         : std::nullopt;
   });
 }
 

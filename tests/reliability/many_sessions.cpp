@@ -25,6 +25,10 @@ constexpr unsigned int kAnna = 1001;
 constexpr unsigned int kBen = 1002;
 constexpr unsigned int kSales = 2001;
 
+constexpr const char* kDisclaimer =
+    R"({"id": 1, "name": "d", "enabled": true, "op": "or", "match_rule_list":
+        [{"target": "sender", "pattern_type": "email", "pattern": "*@two.example"}]})";
+
 std::atomic<int> failures{0};
 
 void Must(bool is_so, const char* what) {
@@ -49,6 +53,10 @@ void Read(Session& session, int /*round*/) {
   for (const mdomain::Group& group : session.Groups(2)) {
     Must(bool(session.GroupMembers(2, group.gid)), "members");
   }
+  Must(session.ListUsers(2, {"", mdomain::UserColumn::kName, false, 100, false, true}) &&
+           session.RefreshProgress() && session.Published() &&
+           session.TryDisclaimer(2, kDisclaimer),
+       "what pages show");
   Must(session.Entries(2) && session.Copies(2) && session.GetDisclaimers(2), "policies");
   Must(*session.FindAccount("ben") && *session.FindAccountGroup("sales"), "accounts");
 }
@@ -100,6 +108,12 @@ void CallInC(Session& /*session*/, int /*round*/) {
   mdomain_close(session);
 }
 
+void Follow(Session& session, int /*round*/) {
+  for (int i = 0; i < 1000; ++i) {
+    Must(bool(session.RefreshProgress()), "how far a refresh is");
+  }
+}
+
 void Fork(Session& session, int round) {
   const pid_t child = fork();
   if (child == 0) {
@@ -124,7 +138,8 @@ int main(int count, char** words) {
   Must(is_set_up, "the beginning");
   const auto before = session.ListUsers(2);
   std::vector<std::thread> threads;
-  for (const auto& work : {Read, Read, Change, Change, Refresh, Administer, CallInC, Fork}) {
+  for (const auto& work :
+       {Read, Read, Change, Change, Refresh, Administer, CallInC, Follow, Fork}) {
     threads.emplace_back([&session, work, rounds, own = threads.size() % 2 == 0] {
       Session mine = own ? Session({600, "own"}) : session;
       for (int round = 0; round < rounds; ++round) {
