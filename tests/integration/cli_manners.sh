@@ -137,7 +137,7 @@ done <<'END'
 4|not-found|mdomain domain list|domain show nosuch
 4|not-found|mdomain account users|user show nobody
 4|not-found|config list|config get nosuch
-1|failed|names its cure|doctor
+1|failed|each finding names|doctor
 1|locked|--lock-timeout|domain set 1 --description x
 1|locked|--lock-timeout|refresh --dry-run
 END

@@ -100,7 +100,8 @@ void Doctor(Call& call) {
   call.out().Flush();
   if (errors != 0) {
     ForgetWarnings();
-    throw Failure(kFailed, Counted(errors, "error") + " found", "each finding names its cure");
+    throw Failure(kFailed, Counted(errors, "error") + " found",
+                  "take the cure that each finding names");
   }
 }
 
