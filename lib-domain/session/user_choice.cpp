@@ -94,10 +94,7 @@ void RequireGroups(const Known& domain, const std::vector<std::uint32_t>& gids) 
 }
 
 bool IsChoosing(const UserQuery& query) {
-  constexpr std::size_t kFew =
-      1000;  // looked up one by one sooner than the roles of all groups are
-  return query.collides || query.drifts || query.has_own_role || query.gid ||
-         query.page_size <= kFew;
+  return query.collides || query.drifts || query.has_own_role || query.gid;
 }
 
 std::vector<std::uint32_t> ChosenUsers(const Known& domain, const UserQuery& query,

@@ -9,7 +9,8 @@
 
 namespace mdomain::session {
 
-// Whether ChosenUsers is the way to a page: something is asked for, or the page is short.
+// Whether something is asked for besides a text: then ChosenUsers is the way to a page. Pages of
+// all others come from a list that the database layer remembers.
 bool IsChoosing(const UserQuery& query);
 
 // Everybody of the domain for whom all that is asked for holds, in the order asked for.

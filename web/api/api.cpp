@@ -46,17 +46,6 @@ Json::Value ProblemOf(const Json::Value& error) {
   return problem;
 }
 
-Json::Value ErrorOf(const std::string& reason, const std::string& text) {
-  Json::Value error;
-  error["reason"] = reason;
-  error["number"] = 117;
-  error["text"] = text;
-  error["advice"] = "";
-  error["refused"] = Json::Value(Json::arrayValue);
-  error["log"] = Json::Value(Json::arrayValue);
-  return error;
-}
-
 [[noreturn]] void Refuse(int status, const std::string& reason, const std::string& text) {
   throw Refusal{status, reason, text};
 }

@@ -10,6 +10,17 @@ namespace mdomain_web {
 CallFailed::CallFailed(const Json::Value& that)
     : std::runtime_error(that["text"].asString()), error(that) {}
 
+Json::Value ErrorOf(const std::string& reason, const std::string& text, const std::string& advice) {
+  Json::Value error;
+  error["reason"] = reason;
+  error["number"] = 117;
+  error["text"] = text;
+  error["advice"] = advice;
+  error["refused"] = Json::arrayValue;
+  error["log"] = Json::arrayValue;
+  return error;
+}
+
 Calls::Calls(mdomain_session* session) : session_(session, mdomain_close) {
   if (session == nullptr) {
     throw std::bad_alloc();

@@ -18,6 +18,10 @@ struct CallFailed : std::runtime_error {
   Json::Value error;
 };
 
+// An error as the library's are, of what this program refuses by itself.
+Json::Value ErrorOf(const std::string& reason, const std::string& text,
+                    const std::string& advice = "");
+
 class Calls final {
  public:
   // Everything; the history names `person`.

@@ -27,15 +27,10 @@ Running& TheRunning() {
 }
 
 [[noreturn]] void RefuseFor(const std::string& call) {
-  Json::Value error;
-  error["reason"] = "busy";
-  error["number"] = 117;
-  error["text"] = call == "refresh" ? Tr("A refresh of the accounts is under way.")
-                                    : Tr("Everything is being looked at.");
-  error["advice"] = Tr("This page asks again by itself.");
-  error["refused"] = Json::arrayValue;
-  error["log"] = Json::arrayValue;
-  throw CallFailed(error);
+  throw CallFailed(ErrorOf("busy",
+                           call == "refresh" ? Tr("A refresh of the accounts is under way.")
+                                             : Tr("Everything is being looked at."),
+                           Tr("This page asks again by itself.")));
 }
 
 }  // namespace

@@ -15,8 +15,7 @@ Json::Value AnswerOf(const Calls& calls) {
   } catch (const CallFailed& failed) {
     answer["error"] = failed.error;
   } catch (const std::exception& exception) {
-    answer["error"]["reason"] = "failed";
-    answer["error"]["text"] = exception.what();
+    answer["error"] = ErrorOf("failed", exception.what());
   }
   return answer;
 }

@@ -25,10 +25,7 @@ Json::Value JsonOf(const std::vector<std::string>& texts) {
 }
 
 void Fail(const std::string& reason, const std::string& text) {
-  Json::Value error;
-  error["reason"] = reason;
-  error["text"] = text;
-  throw CallFailed(error);
+  throw CallFailed(ErrorOf(reason, text));
 }
 
 std::string Parameter(const std::string& name, const std::string& value) {
