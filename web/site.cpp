@@ -6,6 +6,7 @@
 
 #include "web/identity/password.h"
 #include "web/identity/secrets.h"
+#include "web/pages/pages.h"
 #include "web/view/files.h"
 #include "web/view/page.h"
 #include "web/view/texts.h"
@@ -91,6 +92,24 @@ Shown Problem(const CallFailed& failed) {
     shown.data["reload"] = kReloadSeconds;
   }
   return shown;
+}
+
+// What was typed is not lost where it can be mended.
+Shown Refused(const Asked& asked, const Route& route, const CallFailed& failed) {
+  Shown problem = Problem(failed);
+  const bool can_be_mended =
+      problem.status == 400 || problem.status == 404 || problem.status == 412;
+  if (route.form == nullptr || *route.fields == '\0' || !can_be_mended) {
+    return problem;
+  }
+  try {
+    Shown again = pages::AskAgain(asked, route, problem.data["error"]);
+    again.status = problem.status;
+    return again;
+  } catch (const NotFound&) {
+  } catch (const CallFailed&) {
+  }
+  return problem;
 }
 
 // A try of a password, which ends however it is left.
@@ -284,7 +303,7 @@ void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest
       shown = route.page != nullptr ? route.page(asked) : _Changed(asked, route.form(asked), guest);
     } catch (const NotFound&) {
     } catch (const CallFailed& failed) {
-      shown = Problem(failed);
+      shown = Refused(asked, route, failed);
     }
     break;
   }
@@ -331,6 +350,7 @@ void Site::_Show(Response& response, const Shown& shown, const Guest* guest) {
     return;
   }
   Json::Value data = shown.data;
+  data["page_title"] = pages::TitleOf(shown);
   if (guest != nullptr) {
     data["guest"]["name"] = guest->visit.person.name;
     data["guest"]["is_host_administrator"] = guest->visit.person.is_host_administrator;
