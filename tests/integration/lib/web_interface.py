@@ -284,7 +284,9 @@ def check_requests(people):
     with concurrent.futures.ThreadPoolExecutor(30) as pool:
         tried = list(pool.map(lambda at: send("POST", "/sign-in", f"name=ghost2&password={at}", {
             "Content-Type": "application/x-www-form-urlencoded", "X-Forwarded-For": f"192.0.2.{at}"}).status, range(30)))
+        both = list(pool.map(lambda _: Browser("anna").get("/own").status, range(2)))
     same("tries of one name at once", 5 <= tried.count(403) <= 6, True)
+    same("one person twice at once", both, [200, 200])
 
 
 def check_limits():
