@@ -288,6 +288,20 @@ void LaterRefreshes(const Stage& stage) {
     stage.report.AddRatio(nothing, company.Users(), least, floor, 1.5);
     stage.report.Grows(Touches::kAll);
     stage.report.AddValue(nothing + ": written", company.Users(), written, "files", 0);
+
+    least = floor = 0;
+    bool is_described = false;
+    Rounds([&] {
+      company.TouchAccounts();
+      is_described = !is_described;
+      bare.Write("UPDATE domain_table SET domain_desc = ?1 WHERE domain_idx = 1",
+                 {is_described ? "described" : ""});
+      KeepLeast(least, ProcessorMs(Refresh));
+      KeepLeast(floor, ProcessorMs(read_all));
+    });
+    stage.report.AddRatio(nothing + ", and the model was written to", company.Users(), least, floor,
+                          1.5);
+    stage.report.Grows(Touches::kAll);
   }
 
   const auto shifted = [&](int first) {
