@@ -71,6 +71,7 @@ nslcd_host() {
   directory
   printf '%s\n' 'uid nslcd' 'gid nslcd' 'uri ldap://127.0.0.1:3890/' 'base dc=example,dc=com' \
     'binddn cn=reader,dc=example,dc=com' 'bindpw readpw' >/etc/nslcd.conf
+  sed -i -E 's/^(passwd|group|shadow):.*/\1: files ldap/' /etc/nsswitch.conf
   systemctl restart nslcd || echo "FAILED: nslcd"
 }
 
@@ -105,14 +106,14 @@ winbind_host() {
   mkdir /ad
   ad_surroundings /ad
   make_people() {
-    local at="-H $1"
+    local at=--URL=$1
     {
-      samba-tool domain passwordsettings set --complexity=off --min-pwd-length=0 $at
-      for name in anna ben olivia ended must; do samba-tool user create "$name" "of $name" $at; done
-      samba-tool group add boards $at && samba-tool group addmembers boards ben $at
-      samba-tool group add mailadmins $at && samba-tool group addmembers mailadmins olivia $at
-      samba-tool user setexpiry ended --days=-1 $at
-      samba-tool user setpassword must --newpassword="of must" --must-change-at-next-login $at
+      samba-tool domain passwordsettings set --complexity=off --min-pwd-length=0 "$at"
+      for name in anna ben olivia ended must; do samba-tool user create "$name" "of $name" "$at"; done
+      samba-tool group add boards "$at" && samba-tool group addmembers boards ben "$at"
+      samba-tool group add mailadmins "$at" && samba-tool group addmembers mailadmins olivia "$at"
+      samba-tool user setexpiry ended --days=-1 "$at"
+      samba-tool user setpassword must --newpassword="of must" --must-change-at-next-login "$at"
     } >/dev/null || echo "FAILED: the domain's people"
   }
   ad_provision /ad make_people
@@ -120,7 +121,7 @@ winbind_host() {
   ad_join /ad
   pam-auth-update --package --enable winbind
   mdomain config set win_domain_short_name ADEX
-  domains win 'ADEX\'
+  domains win "ADEX\\"
   samba-tool user create late "of late" -H /ad/dc/private/sam.ldb
 }
 

@@ -4,7 +4,8 @@
 # pam_faillock counts, those of slapd through nslcd and through sssd, and those of a Samba domain through winbind.
 # As root, with what manual_postfix.sh wants. Says what was wrong, and ends with 1 when something was.
 #
-# web_accounts.sh WORK_DIR [KIND...] : as packages.sh, and on what that has left there; local nslcd sssd winbind.
+# web_accounts.sh WORK_DIR [KIND...] : as packages.sh, and on what that has left there. All kinds, or those of local,
+# nslcd, sssd, winbind.
 # MIRROR: where from (http://deb.debian.org/debian). SHOW=1 prints what the commands say.
 set -eu
 trap 'echo "FAILED: line $LINENO"' ERR
@@ -12,6 +13,7 @@ if [ -z "${MDOMAIN_PRIVATE:-}" ]; then
   MDOMAIN_PRIVATE=1 exec unshare --mount bash "$0" "$@"
 fi
 [ $# -ge 1 ] || { echo "usage: web_accounts.sh WORK_DIR [KIND...]" >&2 && exit 2; }
+[ $# -gt 1 ] || set -- "$1" local nslcd sssd winbind
 mkdir -p "$1"
 work=$(realpath "$1")
 . "$(dirname "$0")/debian.bash"
@@ -19,10 +21,6 @@ work=$(realpath "$1")
 # host KIND BEFORE PACKAGE... : a fresh system with those, on which accounts of the kind are called so
 host() {
   fresh
-  # What Debian asks when these packages are installed.
-  inside debconf-set-selections <<'END'
-libnss-ldapd libnss-ldapd/nsswitch multiselect passwd, group, shadow
-END
   # shellcheck disable=SC2046
   install "a host for $1" systemd systemd-sysv dbus python3 openssl "${@:3}" \
     $(cd "$work/system" && ls -d ./new/{libmailserver-domain1,mailserver-domain-tools,mailserver-domain-web}_*.deb)
@@ -38,7 +36,7 @@ END
 }
 
 prepare
-wanted="anna: 200 her addresses
+everywhere="anna: 200 her addresses
 ben, by a group: 200 administers bücher.example alone
 olivia: 200 all domains
 wrong: 403 Name or password are wrong.
@@ -47,14 +45,17 @@ ended: 403 This account has ended or is locked.
 must change: 403 This password has to be changed before you can sign in
 not of the domains: 403 The mail domains do not know this account."
 for kind in "${@:2}"; do
+  wanted=$everywhere
+  # Their check of a password refuses an account that has ended.
+  case $kind in
+    sssd | winbind) wanted=${everywhere/This account has ended or is locked./Name or password are wrong.} ;;
+  esac
   case $kind in
     local) host local '' ;;
     nslcd) host nslcd '' slapd ldap-utils libnss-ldapd libpam-ldapd nslcd ;;
     sssd) host sssd '' slapd ldap-utils sssd-ldap libnss-sss libpam-sss ;;
     winbind)
-      # winbindd looks at the end of an account before it looks at the password.
-      wanted=${wanted/ended: 403 This account has ended or is locked./ended: 403 Name or password are wrong.}
-      host winbind 'ADEX\' samba samba-ad-provision samba-dsdb-modules samba-vfs-modules winbind libnss-winbind \
+      host winbind "ADEX\\" samba samba-ad-provision samba-dsdb-modules samba-vfs-modules winbind libnss-winbind \
         libpam-winbind bind9-host smbclient
       ;;
     *) echo "no such kind: $kind" >&2 && exit 2 ;;
