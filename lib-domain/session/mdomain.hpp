@@ -244,7 +244,8 @@ class MDOMAIN_EXPORT Session {
                                     bool force = false);
 
   // The whole model as the document of mdomain export, for the host's administrators. The document
-  // is built in memory: some three times its length, and 600 bytes of it for a user.
+  // is built in memory: some 160 bytes of it for a user, and while it is built twelve times as
+  // much.
   Result<ModelDocument> Export() const;
   // Makes the model what such a document says, or changes nothing; what it has not is removed. The
   // version is that of Export. kInvalid with the place ("$.domains[0].name: ...") for what is no

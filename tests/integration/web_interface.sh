@@ -23,11 +23,13 @@ done <<'END'
 nonsense\n|1: neither
 END
 
+matches "no folder for tokens" "$(mdomain-web --state "$scratch/none" 2>&1; echo "status $?")" 'none/tokens.db: unable to open database file'
+
 web_start anna ben erik erika
 sed -i 's/^\(erika:[^:]*:\)20000\(.*\):::$/\1\2::1:/' /etc/shadow # her account has ended
 grep -oE '\{"(GET|POST)", "[^"]+"' "$source_dir/web/routes.cpp" | sed 's/[",]//g; s/^{//' >"$scratch/routes"
 [ "$(wc -l <"$scratch/routes")" -gt 30 ] || fail "hardly any route was found"
-python3 "$here/lib/web_interface.py" "$scratch" || fail "web_interface.py: $(tail -n 20 "$scratch/web.log")"
+python3 "$here/lib/web_interface.py" "$scratch" "$source_dir" || fail "web_interface.py: $(tail -n 20 "$scratch/web.log")"
 matches "history" "$(mdomain history list)" 'anna'
 web_stop
 mdomain-web --state "$scratch" --address ::1 --port 8025 2>"$scratch/web.log" &

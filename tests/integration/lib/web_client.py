@@ -12,7 +12,8 @@ failures = 0
 # One that fits for each argument of the HTTP interface.
 VALUES = {"domain": 1, "domains": 1, "uid": 1003, "uids": 1003, "gid": 2001, "gids": 2001, "name": "sales/x", "text": "anna", "id": 1,
           "address": "anna@example.com", "pattern": "<1a>", "key": "postmaster", "role": "normal", "names": ["x.example"],
-          "value": "x", "json": "[]", "If-Match": "*", "copies": [{"of": "recipient", "name": "erik", "to": "anna"}]}
+          "from": "anna@example.com", "to": "x@away.example", "command": "two",
+          "calls": [{"call": "set_domain", "arguments": {"domain": 2, "description": "x"}}], "value": "x", "json": "[]", "If-Match": "*", "copies": [{"of": "recipient", "name": "erik", "to": "anna"}]}
 
 
 def same(name, got, want):
