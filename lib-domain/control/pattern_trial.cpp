@@ -107,7 +107,7 @@ bool TryPattern(int domain_idx, const std::string& pattern, std::vector<TriedAli
   return true;
 }
 
-// Whoever else has an alias does not matter here: a third of the work.
+// Whoever else has an alias does not matter here: a fifth of what TryPattern takes.
 bool ListDrifting(int domain_idx, const std::string& pattern, std::vector<unsigned int>& uids) {
   std::vector<RECORD::DomainUser> users;
   if (!DB::INTERNAL::ListWithAliases(domain_idx, users)) {
