@@ -50,6 +50,13 @@ const char* const kSelectFurtherName =
     "SELECT domain_idx FROM domain_to_additional_domain_table WHERE additional_domain = ?";
 const char* const kSelectMembers =
     "SELECT uid, user_name FROM group_to_user_table JOIN user_table USING (uid) WHERE gid = ?";
+const char* const kSelectHoldersOfAll =
+    "SELECT json_each.value, alias.uid FROM json_each(?2) CROSS JOIN domain_user_alias_table AS "
+    "alias ON alias.domain_idx = ?1 AND alias.account_alias = json_each.value COLLATE NOCASE";
+const char* const kSelectUsersOfDomain =
+    "SELECT DISTINCT uid FROM domain_user_alias_table WHERE domain_idx = ?";
+const char* const kSelectGroupsOfDomain =
+    "SELECT gid FROM domain_group_role_table WHERE domain_idx = ?";
 
 // What publishing reads of the model.
 void ReadNames(Bare& bare) {
@@ -288,6 +295,20 @@ void LaterRefreshes(const Stage& stage) {
     stage.report.AddRatio(nothing, company.Users(), least, floor, 1.5);
     stage.report.Grows(Touches::kAll);
     stage.report.AddValue(nothing + ": written", company.Users(), written, "files", 0);
+
+    least = floor = 0;
+    bool is_described = false;
+    Rounds([&] {
+      company.TouchAccounts();
+      is_described = !is_described;
+      bare.Write("UPDATE domain_table SET domain_desc = ?1 WHERE domain_idx = 1",
+                 {is_described ? "described" : ""});
+      KeepLeast(least, ProcessorMs(Refresh));
+      KeepLeast(floor, ProcessorMs(read_all));
+    });
+    stage.report.AddRatio(nothing + ", and the model was written to", company.Users(), least, floor,
+                          1.5);
+    stage.report.Grows(Touches::kAll);
   }
 
   const auto shifted = [&](int first) {
@@ -375,7 +396,11 @@ void Changes(const Stage& stage, Bare& indexed) {
             {"set a domain", [&] { Must(API::Domain().Set(record("changed")), "Set"); },
              read_names("new.example")},
             {"delete a domain", [&] { Must(API::Domain().Delete({made}), "Delete"); },
-             read_names("new.example")}});
+             [&indexed, idx, read = read_names("new.example")] {
+               read();
+               indexed.Select(kSelectUsersOfDomain, {idx});
+               indexed.Select(kSelectGroupsOfDomain, {idx});
+             }}});
 }
 
 void Groups(const Stage& stage, Bare& indexed) {
@@ -383,6 +408,15 @@ void Groups(const Stage& stage, Bare& indexed) {
   const Work read_members = [&indexed] {
     indexed.Select(kSelectMembers, {kFirstGid});
     ReadNames(indexed);
+  };
+  std::string names;
+  for (int i = 0; i < kBigGroup; ++i) {
+    names += (i == 0 ? "[\"" : ",\"") + UserName(i) + "\"";
+  }
+  names += "]";
+  const Work read_holders = [&indexed, read_members, idx, names] {
+    read_members();
+    indexed.Select(kSelectHoldersOfAll, {idx, names});
   };
   const Work add = [idx] {
     API::DomainUser api;
@@ -398,7 +432,7 @@ void Groups(const Stage& stage, Bare& indexed) {
     Must(api.AddMembers(idx, {}, {"group0"}, aliases), "AddMembers");
   };
   const Work remove = [idx] { Must(API::DomainGroup().Delete(idx, {kFirstGid}), "Delete"); };
-  RunCycle(stage, {{"group of 1,000: preview and add", add, read_members},
+  RunCycle(stage, {{"group of 1,000: preview and add", add, read_holders},
                    {"group of 1,000: remove", remove, read_members}});
 
   const std::string name = "group of 1,000: status";

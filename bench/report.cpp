@@ -54,12 +54,12 @@ void Report::Grows(Touches touches) {
   }
   const Line& line = lines_.back();
   growths_[line.operation].touches = touches;
-  growths_[line.operation].by_users[last_users_] = line.value;
+  growths_[line.operation].by_users[last_users_] = {line.value, line.floor};
 }
 
 void Report::_AddGrowth() {
   for (const auto& [operation, growth] : growths_) {
-    for (const auto& [users, value] : growth.by_users) {
+    for (const auto& [users, times] : growth.by_users) {
       const auto ten = growth.by_users.find(users * 10);
       if (ten == growth.by_users.end()) {
         continue;
@@ -67,8 +67,10 @@ void Report::_AddGrowth() {
       Line line;
       line.operation = operation;
       line.size = std::to_string(users) + " x 10";
-      line.judged = ten->second / value;
-      line.limit = growth.touches == Touches::kAll ? kMaxGrowthOfAll : kMaxGrowthOfOne;
+      line.judged = ten->second.ms / times.ms;
+      line.floor = times.floor > 0 ? ten->second.floor / times.floor : 0;
+      line.limit =
+          std::max(growth.touches == Touches::kAll ? kMaxGrowthOfAll : kMaxGrowthOfOne, line.floor);
       lines_.push_back(line);
     }
   }

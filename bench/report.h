@@ -18,7 +18,8 @@ class Report {
   // A value with its unit ("ms", "MB"), and its most.
   void AddValue(const std::string& operation, int users, double value, const std::string& unit,
                 double limit);
-  // Of what was added last: how it may grow from one size to the one ten times as large.
+  // Of what was added last: how it may grow from one size to the one ten times as large. What grows
+  // less than its floor does is within the limit.
   void Grows(Touches touches);
   // What is added from now on is compared with no other size.
   void StopComparing() { is_comparing_ = false; }
@@ -34,9 +35,12 @@ class Report {
     double judged = 0;  // what the limit is for
     double limit = 0;
   };
+  struct Times {
+    double ms, floor;
+  };
   struct Growth {
     Touches touches = Touches::kAll;
-    std::map<int, double> by_users;
+    std::map<int, Times> by_users;
   };
 
   void _Add(int users, const Line& line);

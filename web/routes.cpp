@@ -79,22 +79,31 @@ std::string Encoded(const std::string& text) {
   return encoded;
 }
 
+namespace {
+
+constexpr const char* kDisclaimerFields =
+    "name enabled match_rule_list needs_all exception_rule_list disabled_for_local_recipient "
+    "content_txt content_html";
+
+}  // namespace
+
 const std::vector<Route>& Routes() {
   using namespace pages;  // NOLINT(google-build-using-namespace): a table of them
   static const auto* routes = new std::vector<Route>{
       {"GET", "/", Home, nullptr},
       {"GET", "/own", Own, nullptr},
       {"GET", "/domains/new", NewDomain, nullptr},
-      {"POST", "/domains/new", nullptr, CreateDomain},
+      {"POST", "/domains/new", nullptr, CreateDomain, "name description pattern adds_accounts"},
       {"GET", "/domains/{domain}", DomainPage, nullptr},
-      {"POST", "/domains/{domain}", nullptr, SetDomain},
+      {"POST", "/domains/{domain}", nullptr, SetDomain, "description pattern adds_accounts",
+       DomainNow},
       {"POST", "/domains/{domain}/delete", nullptr, DeleteDomain},
-      {"POST", "/domains/{domain}/names", nullptr, SetNames},
+      {"POST", "/domains/{domain}/names", nullptr, SetNames, "names", NamesNow},
       {"GET", "/domains/{domain}/people", People, nullptr},
       {"GET", "/domains/{domain}/people/add", AddPeoplePage, nullptr},
-      {"POST", "/domains/{domain}/people/add", nullptr, AddPeople},
+      {"POST", "/domains/{domain}/people/add", nullptr, AddPeople, "people groups aliases"},
       {"GET", "/domains/{domain}/people/{uid}", PersonPage, nullptr},
-      {"POST", "/domains/{domain}/people/{uid}", nullptr, SetPerson},
+      {"POST", "/domains/{domain}/people/{uid}", nullptr, SetPerson, "aliases role", PersonNow},
       {"POST", "/domains/{domain}/people/{uid}/remove", nullptr, RemovePerson},
       {"GET", "/domains/{domain}/groups", Groups, nullptr},
       {"GET", "/domains/{domain}/groups/{gid}", GroupPage, nullptr},
@@ -103,19 +112,23 @@ const std::vector<Route>& Routes() {
       {"POST", "/domains/{domain}/groups/{gid}/restore", nullptr, RestoreMembers},
       {"GET", "/domains/{domain}/entries", Entries, nullptr},
       {"GET", "/domains/{domain}/entries/{name}", EntryPage, nullptr},
-      {"POST", "/domains/{domain}/entries", nullptr, CreateEntry},
-      {"POST", "/domains/{domain}/entries/{name}", nullptr, SetEntry},
+      {"POST", "/domains/{domain}/entries", nullptr, CreateEntry, "name users groups addresses"},
+      {"POST", "/domains/{domain}/entries/{name}", nullptr, SetEntry, "users groups addresses",
+       EntryNow},
       {"POST", "/domains/{domain}/entries/{name}/delete", nullptr, DeleteEntry},
       {"GET", "/domains/{domain}/copies", Copies, nullptr},
-      {"POST", "/domains/{domain}/copies", nullptr, AddCopy},
+      {"POST", "/domains/{domain}/copies", nullptr, AddCopy, "name to"},
       {"POST", "/domains/{domain}/copies/remove", nullptr, RemoveCopy},
       {"GET", "/domains/{domain}/disclaimers", Disclaimers, nullptr},
       {"GET", "/domains/{domain}/disclaimers/new", NewDisclaimer, nullptr},
-      {"POST", "/domains/{domain}/disclaimers/new", nullptr, SetDisclaimer},
+      {"POST", "/domains/{domain}/disclaimers/new", nullptr, SetDisclaimer, kDisclaimerFields,
+       DisclaimerNow},
       {"GET", "/domains/{domain}/disclaimers/{id}", DisclaimerPage, nullptr},
       {"POST", "/domains/{domain}/disclaimers/preview", PreviewDisclaimer, nullptr},
-      {"POST", "/domains/{domain}/disclaimers/{id}", nullptr, SetDisclaimer},
-      {"POST", "/domains/{domain}/disclaimers/{id}/delete", nullptr, DeleteDisclaimer},
+      {"POST", "/domains/{domain}/disclaimers/{id}", nullptr, SetDisclaimer, kDisclaimerFields,
+       DisclaimerNow},
+      {"POST", "/domains/{domain}/disclaimers/{id}/delete", nullptr, DeleteDisclaimer,
+       kDisclaimerFields, DisclaimerNow},
       {"GET", "/explain", Explain, nullptr},
       {"GET", "/doctor", Doctor, nullptr},
       {"GET", "/domains/{domain}/pattern", TryPattern, nullptr},
@@ -123,6 +136,7 @@ const std::vector<Route>& Routes() {
       {"POST", "/tokens", MakeToken, nullptr},
       {"POST", "/tokens/{id}/revoke", RevokeToken, nullptr},
       {"GET", "/history", History, nullptr},
+      {"GET", "/history/{id}", HistoryEntry, nullptr},
       {"POST", "/history/{id}/undo", nullptr, Undo},
       {"GET", "/refresh", Refreshing, nullptr},
       {"POST", "/refresh", nullptr, Refresh},

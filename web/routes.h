@@ -28,6 +28,12 @@ struct Route {
   const char* path;  // "/domains/{domain}/people": a part in braces is any one part
   Page page;         // the answer; of POST only for what is no change of the model
   Form form;         // else: first what it would change is shown, then it is done
+  // What the form asks for, by the names of its fields with spaces between, so that it can be shown
+  // again where its change was not made.
+  const char* fields = "";
+  // What stands in those fields now, their "version" and the "page" that shows it; null for a form
+  // without a version.
+  Json::Value (*now)(const Asked&) = nullptr;
 };
 
 const std::vector<Route>& Routes();

@@ -6,6 +6,7 @@
 
 #include "web/identity/password.h"
 #include "web/identity/secrets.h"
+#include "web/pages/pages.h"
 #include "web/view/files.h"
 #include "web/view/page.h"
 #include "web/view/texts.h"
@@ -93,6 +94,41 @@ Shown Problem(const CallFailed& failed) {
   return shown;
 }
 
+// What was typed is not lost where it can be mended.
+Shown Refused(const Asked& asked, const Route& route, const CallFailed& failed) {
+  Shown problem = Problem(failed);
+  const bool can_be_mended =
+      problem.status == 400 || problem.status == 404 || problem.status == 412;
+  if (route.form == nullptr || *route.fields == '\0' || !can_be_mended) {
+    return problem;
+  }
+  try {
+    Shown again = pages::AskAgain(asked, route, problem.data["error"]);
+    again.status = problem.status;
+    return again;
+  } catch (const NotFound&) {
+  } catch (const CallFailed&) {
+  }
+  return problem;
+}
+
+// Who knows the password is told why it does not do; nobody else learns anything of the account.
+std::string Refusal(Checked::Outcome outcome) {
+  switch (outcome) {
+    case Checked::Outcome::kRight:
+      return Tr(
+          "The mail domains do not know this account. A new one comes in with the next refresh.");
+    case Checked::Outcome::kMustChange:
+      return Tr(
+          "This password has to be changed before you can sign in, which these pages cannot do.");
+    case Checked::Outcome::kShutOut:
+      return Tr(
+          "This account has ended or is locked. The administrator of the host can tell more.");
+    default:
+      return Tr("Name or password are wrong.");
+  }
+}
+
 // A try of a password, which ends however it is left.
 struct Throttled {
   Throttled(Throttle& of, const std::string& tried, const std::string& from)
@@ -131,6 +167,9 @@ void Site::Answer(const Request& request, Response& response) {
   response.set_header("X-Content-Type-Options", "nosniff");
   response.set_header("Referrer-Policy", "same-origin");
   response.set_header("Cross-Origin-Opener-Policy", "same-origin");
+  if (settings_.IsHttps()) {  // browsers heed it where they trust the certificate
+    response.set_header("Strict-Transport-Security", "max-age=31536000");
+  }
   if (response.status < 400 && !IsChange(request) && request.path.compare(0, 8, "/static/") == 0 &&
       SendFile(request.path, response)) {
     return;
@@ -153,6 +192,7 @@ void Site::Answer(const Request& request, Response& response) {
 
 void Site::_Dispatch(const Request& request, Response& response) {
   if (Api::IsAsked(request)) {
+    const FirstCome::Place place(first_come_);
     api_.Answer(request, response);
     return;
   }
@@ -164,6 +204,7 @@ void Site::_Dispatch(const Request& request, Response& response) {
     _SignIn(request, response);
     return;
   }
+  const FirstCome::Place place(first_come_);
   std::optional<Guest> guest = _WhoAsks(request, response);
   if (!guest) {
     response.status = 303;
@@ -241,7 +282,8 @@ Shown Site::_TryPassword(const Request& request, Response& response) {
   if (given.size() <= kLongestName && password.size() <= kLongestPassword) {
     checked = CheckPassword(settings_.service, name, password, address);
   }
-  const auto person = checked.account ? _Find(*checked.account) : std::nullopt;
+  const bool is_right = checked.outcome == Checked::Outcome::kRight;
+  const auto person = is_right ? _Find(checked.account) : std::nullopt;
   if (person) {
     trying.outcome = Throttle::Outcome::kSucceeded;
     visits_.End(CookieOf(request, CookieName(settings_)));
@@ -249,13 +291,18 @@ Shown Site::_TryPassword(const Request& request, Response& response) {
     syslog(LOG_AUTHPRIV | LOG_INFO, "%s signed in from %s", person->name.c_str(), address.c_str());
     return GoTo("/");
   }
-  if (!checked.is_asked) {
+  if (checked.outcome == Checked::Outcome::kNotAsked) {
     return Problem(503, Tr("Nobody can sign in at the moment; the log of the host has more"));
   }
-  trying.outcome = Throttle::Outcome::kFailed;
-  syslog(LOG_AUTHPRIV | LOG_NOTICE, "a sign-in failed from %s", address.c_str());
+  if (checked.outcome == Checked::Outcome::kWrong) {
+    trying.outcome = Throttle::Outcome::kFailed;
+    syslog(LOG_AUTHPRIV | LOG_NOTICE, "a sign-in failed from %s", address.c_str());
+  } else if (is_right) {
+    syslog(LOG_AUTHPRIV | LOG_NOTICE, "%s may not sign in: no account of the mail domains",
+           checked.account.c_str());
+  }
   shown.status = 403;
-  shown.data["is_wrong"] = true;
+  shown.data["refusal"] = Refusal(checked.outcome);
   return shown;
 }
 
@@ -284,7 +331,7 @@ void Site::_AnswerGuest(const Request& request, Response& response, Guest& guest
       shown = route.page != nullptr ? route.page(asked) : _Changed(asked, route.form(asked), guest);
     } catch (const NotFound&) {
     } catch (const CallFailed& failed) {
-      shown = Problem(failed);
+      shown = Refused(asked, route, failed);
     }
     break;
   }
@@ -331,6 +378,7 @@ void Site::_Show(Response& response, const Shown& shown, const Guest* guest) {
     return;
   }
   Json::Value data = shown.data;
+  data["page_title"] = pages::TitleOf(shown);
   if (guest != nullptr) {
     data["guest"]["name"] = guest->visit.person.name;
     data["guest"]["is_host_administrator"] = guest->visit.person.is_host_administrator;

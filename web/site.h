@@ -9,6 +9,7 @@
 #include <string>
 
 #include "web/api/api.h"
+#include "web/http/first_come.h"
 #include "web/identity/throttle.h"
 #include "web/identity/visits.h"
 #include "web/routes.h"
@@ -43,6 +44,7 @@ class Site final {
   Tokens tokens_;
   Api api_;
   Refresher refresher_;
+  FirstCome first_come_{64};
 };
 
 }  // namespace mdomain_web

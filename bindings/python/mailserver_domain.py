@@ -127,19 +127,23 @@ class Session:
 
     def users(self, domain, **query):
         """All users of a domain, page by page while they are walked."""
-        return self._walk("list_users", domain, query)
+        return self._walk("list_users", domain=domain, **query)
 
     def groups(self, domain, **query):
-        return self._walk("list_groups", domain, query)
+        return self._walk("list_groups", domain=domain, **query)
 
     def changes(self, domain=0, **query):
         """The history, newest first, page by page; of one domain, or of all."""
-        return self._walk("list_history", domain, query)
+        return self._walk("list_history", domain=domain, **query)
 
-    def _walk(self, name, domain, query):
+    def accounts(self, **query):
+        """All accounts that a refresh has found, page by page; with gid the members of a group."""
+        return self._walk("list_accounts", **query)
+
+    def _walk(self, name, **query):
         cursor = ""
         while True:
-            page = self.call(name, domain=domain, cursor=cursor, **query)
+            page = self.call(name, cursor=cursor, **query)
             yield from page["items"]
             cursor = page["next"]
             if not cursor:

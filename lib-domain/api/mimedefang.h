@@ -101,10 +101,11 @@ class MDOMAIN_EXPORT MimeDefang : public Config {
   // the call fails.
   int GenDisclaimerConfigs(Json::Value& config);
   // The same maps, of all domains, with the disclaimers of one domain and what they were built
-  // from: the entries of "disclaimer_list" have "domain_id", "place" (in the stored list), "match",
-  // "exceptions", "match_left_out" and "exceptions_left_out" besides. "match" and "exceptions" are
-  // arrays of objects with "index" (place in the stored rules) and "test" (a Perl expression), the
-  // last two the places of rules that could not be used.
+  // from: the entries of "disclaimer_list" have "domain_id", "place" (in the stored list), "op",
+  // "match", "exceptions", "match_left_out" and "exceptions_left_out" besides. "match" and
+  // "exceptions" are arrays of objects with "index" (place in the stored rules), "test" (a Perl
+  // expression), "target" and what that is compared with ("globs", "aliases" or "gid"); the last
+  // two are the places of rules that could not be used.
   int ExplainDisclaimerConfigs(int domain_idx, Json::Value& config);
 
  private:

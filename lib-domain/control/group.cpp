@@ -104,6 +104,44 @@ bool RememberNewcomers(const std::vector<RECORD::User>& mirrored_before,
   return is_remembered;
 }
 
+// The groups whose members may not be those in the mirror. What is not told plainly is left to the
+// road that tells of it.
+std::vector<RECORD::Group> MayDiffer(const std::vector<RECORD::Group>& groups) {
+  DB::INTERNAL::Memberships stored;
+  if (!DB::INTERNAL::TryListMemberships(stored)) {
+    return groups;
+  }
+  std::vector<std::string> names;
+  names.reserve(groups.size());
+  for (const RECORD::Group& group : groups) {
+    names.push_back(group.GetGroupName());
+  }
+  std::vector<bool> are_the_same(groups.size());
+  auto first = stored.cbegin();  // groups mostly stand in the order of their gids
+  const auto compare = [&](size_t number, const std::vector<unsigned int>& uids) {
+    const unsigned int gid = groups[number].GetGID();
+    if (first == stored.cend() || first->first != gid) {
+      first = std::lower_bound(stored.cbegin(), stored.cend(), std::make_pair(gid, 0U));
+    }
+    auto uid = uids.begin();
+    bool is_same = true;
+    for (; first != stored.cend() && first->first == gid; ++first) {
+      is_same = is_same && uid != uids.end() && *uid++ == first->second;
+    }
+    are_the_same[number] = is_same && uid == uids.end();
+  };
+  if (!korvmailserver::ForEachPlainGroup(names, compare)) {
+    return groups;
+  }
+  std::vector<RECORD::Group> others;
+  for (size_t i = 0; i < groups.size(); ++i) {
+    if (!are_the_same[i]) {
+      others.push_back(groups[i]);
+    }
+  }
+  return others;
+}
+
 }  // namespace
 
 // The users of the account system, found by their names without letter case; of several the first.
@@ -188,12 +226,20 @@ bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>&
   return store_.ListGroupToUsers(gid, uids);
 }
 
+bool Group::_UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
+  if (groups.empty()) {
+    return true;
+  }
+  // Without it a directory is read whole again for every group.
+  const korvmailserver::AccountSnapshot snapshot;
+  return _HandleUsersBelongToGroupsImp(MayDiffer(groups), true);
+}
+
 bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
                                           const bool& is_update) {
   if (groups.empty()) {
     return true;
   }
-  // Without it a directory is read whole again for every group.
   const korvmailserver::AccountSnapshot snapshot;
   UsersByLowerName users_by_lower_name;
   if (!_GetUsersByLowerName(groups, users_by_lower_name)) {

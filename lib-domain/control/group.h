@@ -49,9 +49,7 @@ class MDOMAIN_EXPORT Group {
   bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
     return _HandleUsersBelongToGroupsImp(groups, false);
   }
-  bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
-    return _HandleUsersBelongToGroupsImp(groups, true);
-  }
+  bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   bool _HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
                                      const bool& is_update);
 

@@ -11,6 +11,7 @@
 #include "lib-domain/control/entry_names.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/read_scope.h"
+#include "lib-domain/db/user_choice.h"
 #include "lib-domain/utils/default_alias_getter.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/account.h"
@@ -102,6 +103,28 @@ bool TryPattern(int domain_idx, const std::string& pattern, std::vector<TriedAli
       one.is_entry = entries.Has(domain_idx, one.alias);
     }
     tried.push_back(std::move(one));
+  }
+  return true;
+}
+
+// Whoever else has an alias does not matter here: a fifth of what TryPattern takes.
+bool ListDrifting(int domain_idx, const std::string& pattern, std::vector<unsigned int>& uids) {
+  std::vector<RECORD::DomainUser> users;
+  if (!DB::INTERNAL::ListWithAliases(domain_idx, users)) {
+    LOG_ERROR("Failed to list the users of domain_id: [%d]", domain_idx);
+    return false;
+  }
+  std::vector<TriedAlias> tried(users.size());
+  for (size_t i = 0; i < users.size(); ++i) {
+    tried[i].user = std::move(users[i]);
+  }
+  if (!MakeAliases(pattern, tried)) {
+    return false;
+  }
+  for (const TriedAlias& one : tried) {
+    if (!HasTriedAlias(one)) {
+      uids.push_back(one.user.GetUID());
+    }
   }
   return true;
 }

@@ -34,6 +34,11 @@ constexpr size_t kNamedRivals = 10;
 MDOMAIN_EXPORT bool TryPattern(int domain_idx, const std::string& pattern,
                                std::vector<TriedAlias>& tried);
 
+// Adds the uids of those to whom TryPattern gives an alias that they do not have, ascending. False
+// as above.
+MDOMAIN_EXPORT bool ListDrifting(int domain_idx, const std::string& pattern,
+                                 std::vector<unsigned int>& uids);
+
 // Whether the user has what the pattern gives, ASCII case ignored; also when it gives nothing.
 MDOMAIN_EXPORT bool HasTriedAlias(const TriedAlias& tried);
 

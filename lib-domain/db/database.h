@@ -6,6 +6,7 @@
 #define LIB_DOMAIN_DB_DATABASE_H
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -66,6 +67,15 @@ struct Flag {
     return true;
   }
 };
+
+// The number of a cell that holds an id as the stores write it; false for what they take for one in
+// other forms.
+template <typename Id>
+bool ReadPlainId(const Cells& row, int column, Id& id) {
+  const sqlite3_int64 number = row.IsInteger(column) ? row.Int64(column) : -1;
+  id = static_cast<Id>(number);
+  return number >= 0 && number < std::numeric_limits<Id>::max();
+}
 
 // The columns of a row, from the first on; a row may have more.
 template <typename... Kinds>

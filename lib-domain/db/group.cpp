@@ -56,13 +56,8 @@ bool IsBefore(const RECORD::Group& group, const RECORD::Group& other) {
 
 // The rows whose texts can be compared, by gid. Logs nothing.
 std::vector<RECORD::Group> ReadPlain(DomainDBHandler& handler) {
-  const korvmailserver::UnkeptDatabaseFailures unkept;
   std::vector<RECORD::Group> rows;
-  if (!handler.FollowFile()) {
-    return rows;
-  }
-  korvmailserver::Statement select(handler.getDB(), kSelectPlain);
-  const bool is_read = select.ForEachRow([&rows](const Cells& row) {
+  const bool is_read = Database(&handler, 0).TryForEachRow(kSelectPlain, [&rows](const Cells& row) {
     rows.emplace_back(static_cast<unsigned int>(row.Int64(0)), row.Text(1), row.Text(2));
   });
   if (!is_read) {
@@ -71,11 +66,14 @@ std::vector<RECORD::Group> ReadPlain(DomainDBHandler& handler) {
   return rows;
 }
 
-bool HasRepeats(std::vector<RECORD::Group> groups) {
-  std::sort(groups.begin(), groups.end(), IsBefore);
-  return std::adjacent_find(groups.begin(), groups.end(), [](const auto& a, const auto& b) {
-           return a.GetGID() == b.GetGID();
-         }) != groups.end();
+bool HasRepeats(const std::vector<RECORD::Group>& groups) {
+  std::vector<unsigned int> gids;
+  gids.reserve(groups.size());
+  for (const RECORD::Group& group : groups) {
+    gids.push_back(group.GetGID());
+  }
+  std::sort(gids.begin(), gids.end());
+  return std::adjacent_find(gids.begin(), gids.end()) != gids.end();
 }
 
 // Without those that are stored like this already. One group stays, so that there is something to
@@ -171,6 +169,17 @@ bool INTERNAL::CreateMembers(
                 [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
   DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
   return handler != nullptr && batch.Fits() && handler->exeSteps(batch.Steps()) == 0;
+}
+
+bool INTERNAL::TryListMemberships(Memberships& memberships) {
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  bool are_plain = true;
+  const auto keep = [&](const Cells& row) {
+    auto& [gid, uid] = memberships.emplace_back();
+    are_plain = are_plain && ReadPlainId(row, 0, gid) && ReadPlainId(row, 1, uid);
+  };
+  return handler != nullptr && Database(handler, 0).TryForEachRow(Sql(kSelectAllMembers), keep) &&
+         are_plain;
 }
 
 bool Group::Delete(const std::vector<unsigned int>& gids) {

@@ -7,6 +7,7 @@
 
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/account_db_filter.h"
+#include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/database.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/domain_user.h"
@@ -425,6 +426,25 @@ bool HolderSearch::AddNamed(const std::vector<RECORD::DomainUserAlias>& aliases)
     }
   }
   return true;
+}
+
+namespace {
+
+template <typename Filter>
+bool Count(Filter& filter, int& count) {
+  filter.SetSelect("count(*)");
+  return DomainDb().Query<Columns<Int>>(Sql(ComposeQueryCmd(filter)),
+                                        [&count](int counted) { count = counted; });
+}
+
+}  // namespace
+
+bool CountMirrored(UserDBFilter filter, int& count) {
+  return Count(filter, count);
+}
+
+bool CountMirrored(GroupDBFilter filter, int& count) {
+  return Count(filter, count);
 }
 
 bool HolderSearch::AddFlagged() {

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 #include "lib-domain/record/group.h"
@@ -28,6 +29,11 @@ MDOMAIN_EXPORT bool ListNamed(const std::vector<std::string>& names,
                               std::vector<RECORD::User>& users);
 MDOMAIN_EXPORT bool ListNamed(const std::vector<std::string>& names,
                               std::vector<RECORD::Group>& groups);
+
+// The number of mirrored users or groups that the filter lets through, whatever its page. False
+// with a log line when the mirror cannot be read.
+bool CountMirrored(UserDBFilter filter, int& count);
+bool CountMirrored(GroupDBFilter filter, int& count);
 
 // The user of the domain as API::DomainUser::ListWithExtraInfo gives it, added to `users`; nobody
 // for somebody without a role there. False with a log line when the database cannot be read.

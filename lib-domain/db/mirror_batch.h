@@ -18,6 +18,11 @@ void AddUsers(const std::vector<RECORD::User>& users, StatementBatch& batch);
 bool CreateMembers(const std::vector<RECORD::User>& users,
                    const std::vector<std::pair<unsigned int, unsigned int>>& gid_uid_pairs);
 
+// The memberships (gid, uid), in this order. False, with nothing logged, where a row is not two
+// plain numbers or they cannot be read now.
+using Memberships = std::vector<std::pair<unsigned int, unsigned int>>;
+bool TryListMemberships(Memberships& memberships);
+
 }  // namespace MDOMAIN::DB::INTERNAL
 
 #endif  // LIB_DOMAIN_DB_MIRROR_BATCH_H

@@ -30,14 +30,6 @@ constexpr const char* kMembers = "SELECT gid, uid FROM group_to_user_table ORDER
 
 constexpr int kUidBits = 32;
 
-// A positive number that fits; what the stores take for an id in other forms is odd here.
-template <typename Id>
-bool ReadId(const Cells& row, int column, Id& id) {
-  const sqlite3_int64 number = row.IsInteger(column) ? row.Int64(column) : -1;
-  id = static_cast<Id>(number);
-  return number >= 0 && number < std::numeric_limits<Id>::max();
-}
-
 // Calls `use` with each row until it answers false; whether all were read and used.
 template <typename Use>
 bool ReadRows(const char* sql, const Use& use) {
@@ -175,7 +167,7 @@ bool ModelImage::_ReadAliases() {
   const bool is_read = ReadRows(kAliases, [&](const Cells& row) {
     int domain_idx = 0;
     unsigned int uid = 0;
-    if (!ReadId(row, 0, domain_idx) || !ReadId(row, 1, uid)) {
+    if (!ReadPlainId(row, 0, domain_idx) || !ReadPlainId(row, 1, uid)) {
       return false;
     }
     if (!row.IsInteger(2) || row.Int64(2) != 0) {
@@ -196,7 +188,7 @@ bool ModelImage::_ReadRoles() {
   const bool is_read = ReadRows(kOwnRoles, [&](const Cells& row) {
     int domain_idx = 0;
     unsigned int uid = 0;
-    const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, uid);
+    const bool is_plain = ReadPlainId(row, 0, domain_idx) && ReadPlainId(row, 1, uid);
     own_roles_.push_back({PlaceOf(domain_idx, uid), row.Int64(2) != 0, row.Int64(3) != 0});
     return is_plain;
   });
@@ -209,13 +201,14 @@ bool ModelImage::_ReadGroups() {
   return ReadRows(kGroups,
                   [this](const Cells& row) {
                     unsigned int gid = 0;
-                    const bool is_plain = ReadId(row, 0, gid);
+                    const bool is_plain = ReadPlainId(row, 0, gid);
                     gids_[gid] = row.Int64(1) != 0;
                     return is_plain;
                   }) &&
          ReadRows(kMembers, [this](const Cells& row) {
            std::pair<unsigned int, unsigned int> member;
-           const bool is_plain = ReadId(row, 0, member.first) && ReadId(row, 1, member.second);
+           const bool is_plain =
+               ReadPlainId(row, 0, member.first) && ReadPlainId(row, 1, member.second);
            members_.push_back(member);
            return is_plain;
          });
@@ -229,7 +222,7 @@ bool ModelImage::_ReadDomainGroups() {
                [this](const Cells& row) {
                  int domain_idx = 0;
                  unsigned int gid = 0;
-                 const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, gid);
+                 const bool is_plain = ReadPlainId(row, 0, domain_idx) && ReadPlainId(row, 1, gid);
                  const auto group = gids_.find(gid);
                  if (!is_plain || group == gids_.end()) {
                    return false;
@@ -241,8 +234,8 @@ bool ModelImage::_ReadDomainGroups() {
       ReadRows(kRemovals, [this](const Cells& row) {
         int domain_idx = 0;
         Removal removal = {};
-        const bool is_plain = ReadId(row, 0, domain_idx) && ReadId(row, 1, removal.gid) &&
-                              ReadId(row, 2, removal.uid);
+        const bool is_plain = ReadPlainId(row, 0, domain_idx) && ReadPlainId(row, 1, removal.gid) &&
+                              ReadPlainId(row, 2, removal.uid);
         removals_[domain_idx].push_back(removal);
         return is_plain;
       });

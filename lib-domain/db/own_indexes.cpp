@@ -44,6 +44,8 @@ constexpr Index kIndexes[] = {
     // The few that are not plain.
     {"mdomain_administrator",
      "domain_user_role_table(domain_idx, uid) WHERE role = 'domain_admin'"},
+    {"mdomain_administrators",
+     "domain_group_role_table(domain_idx, gid) WHERE role = 'domain_admin'"},
     {"mdomain_alias_not_ascii",
      "domain_user_alias_table(domain_idx) WHERE account_alias GLOB '*[^ -~]*'"},
     {"mdomain_flagged_alias",

@@ -94,8 +94,8 @@ class Writer {
         remove_(db, table.remove),
         has_owner_(table.insert == kLocalParts.insert) {}
 
-  // Sets `is_changed` when a row was written.
-  bool Bring(const Key& key, Rows wanted, bool& is_changed) {
+  // Sets `is_changed` when a row was written, and adds to `growth` how many rows there are more.
+  bool Bring(const Key& key, Rows wanted, bool& is_changed, long& growth) {
     Rows stored;
     std::vector<sqlite3_int64> rowids;
     select_.Reset();
@@ -112,6 +112,7 @@ class Writer {
       return true;
     }
     is_changed = true;
+    growth += static_cast<long>(wanted.size()) - static_cast<long>(rowids.size());
     return std::all_of(rowids.begin(), rowids.end(),
                        [this](auto id) { return remove_.Bind(1, id) && remove_.Run(); }) &&
            std::all_of(wanted.begin(), wanted.end(), [this](const Row& row) {
@@ -127,10 +128,11 @@ class Writer {
   bool has_owner_;
 };
 
-bool Write(sqlite3* db, const Table& table, const WantedRows& wanted, bool& is_changed) {
+bool Write(sqlite3* db, const Table& table, const WantedRows& wanted, bool& is_changed,
+           long& growth) {
   Writer writer(db, table);
   return std::all_of(wanted.begin(), wanted.end(), [&](const auto& entry) {
-    return writer.Bring(entry.first, entry.second, is_changed);
+    return writer.Bring(entry.first, entry.second, is_changed, growth);
   });
 }
 
@@ -145,10 +147,22 @@ bool ReadState(sqlite3* db, OwnerState& state) {
 
 }  // namespace
 
+std::string OwnerState::Text() const {
+  std::string text = std::to_string(built_from) + " " + std::to_string(counter);
+  return IsCounted() ? text + " " + std::to_string(domains) + " " + std::to_string(local_parts)
+                     : text;
+}
+
 OwnerState OwnerStateOf(const std::string& text) {
   OwnerState state;
   std::istringstream numbers(text);
-  return numbers >> state.built_from >> state.counter ? state : OwnerState();
+  if (!(numbers >> state.built_from >> state.counter)) {
+    return {};
+  }
+  if (!(numbers >> state.domains >> state.local_parts)) {
+    state.domains = state.local_parts = -1;
+  }
+  return state;
 }
 
 bool ReadOwnerState(const std::string& path, OwnerState& state) {
@@ -172,10 +186,12 @@ bool ApplyOwnerChanges(const std::string& path, const OwnerChanges& changes, int
   Transaction transaction(db, Transaction::Kind::kWrite);
   OwnerState found;
   bool is_changed = false;
+  long more_domains = 0;
+  long more_local_parts = 0;
   if (transaction.Begun() != SQLITE_OK || !IsOwnRegistry(db) || !ReadState(db, found) ||
       found.built_from != state.built_from ||
-      !Write(db, kNames, WantedNames(changes), is_changed) ||
-      !Write(db, kLocalParts, WantedLocalParts(changes), is_changed)) {
+      !Write(db, kNames, WantedNames(changes), is_changed, more_domains) ||
+      !Write(db, kLocalParts, WantedLocalParts(changes), is_changed, more_local_parts)) {
     return false;
   }
   const bool is_ours = found == state;
@@ -186,15 +202,25 @@ bool ApplyOwnerChanges(const std::string& path, const OwnerChanges& changes, int
       return false;
     }
   }
-  state = {found.built_from, is_ours ? found.counter : 0};
+  const bool is_counted = is_ours && state.IsCounted();
+  state = {found.built_from, is_ours ? found.counter : 0,
+           is_counted ? state.domains + more_domains : -1,
+           is_counted ? state.local_parts + more_local_parts : -1};
   return true;
 }
 
-bool CountOwners(const std::string& path, size_t& domains, size_t& local_parts) {
+bool CountOwners(const std::string& path, OwnerState& state) {
+  OwnerState now;
+  if (!ReadOwnerState(path, now)) {
+    return false;
+  }
+  if (now == state && state.IsCounted()) {
+    return true;
+  }
   Reader reader(path);
-  return reader.Open() && reader.ForEachRow(kCount, [&](const Statement& row) {
-    domains = static_cast<size_t>(row.Int64(0));
-    local_parts = static_cast<size_t>(row.Int64(1));
+  return reader.Open() && reader.ForEachRow(kCount, [&state](const Statement& row) {
+    state.domains = static_cast<long>(row.Int64(0));
+    state.local_parts = static_cast<long>(row.Int64(1));
   });
 }
 

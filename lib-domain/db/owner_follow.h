@@ -2,7 +2,6 @@
 #ifndef LIB_DOMAIN_DB_OWNER_FOLLOW_H
 #define LIB_DOMAIN_DB_OWNER_FOLLOW_H
 
-#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,8 +16,13 @@ namespace MDOMAIN::DB::INTERNAL {
 struct OwnerState {
   int built_from = 0;
   int counter = 0;
+  // How many rows it has then; below 0 where nobody counted them.
+  long domains = -1;
+  long local_parts = -1;
 
-  std::string Text() const { return std::to_string(built_from) + " " + std::to_string(counter); }
+  bool IsCounted() const { return domains >= 0 && local_parts >= 0; }
+  std::string Text() const;
+  // The number of rows is no part of it.
   bool operator==(const OwnerState& other) const {
     return built_from == other.built_from && counter == other.counter;
   }
@@ -45,8 +49,9 @@ struct OwnerChanges {
 bool ApplyOwnerChanges(const std::string& path, const OwnerChanges& changes, int built_from,
                        OwnerState& state);
 
-// The rows of both tables; false with one log line.
-bool CountOwners(const std::string& path, size_t& domains, size_t& local_parts);
+// Sets the numbers of rows in `state`, without reading all of them where they are those of a state
+// in which the registry still is. False with one log line.
+bool CountOwners(const std::string& path, OwnerState& state);
 
 }  // namespace MDOMAIN::DB::INTERNAL
 

@@ -2,12 +2,18 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <tuple>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/database.h"
+#include "lib-domain/db/domain_group.h"
 #include "lib-domain/db/domain_user.h"
 #include "lib-domain/db/own_indexes.h"
+#include "lib-domain/db/read_scope.h"
+#include "lib-domain/db/role_holders.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -17,15 +23,25 @@ namespace {
 constexpr const char* kSelectFlagged =
     "SELECT DISTINCT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0 "
     "ORDER BY uid";
+constexpr const char* kSelectNamesAndAliases =
+    "SELECT alias.uid, user_name, account_alias FROM domain_user_alias_table AS alias CROSS JOIN "
+    "user_table ON user_table.uid = alias.uid WHERE alias.domain_idx = %d ORDER BY alias.uid, "
+    "alias.rowid";
+constexpr const char* kSelectOwnRolesAmong =
+    "SELECT uid FROM domain_user_role_table WHERE domain_idx = %d AND uid IN (%s)";
 constexpr const char* kSelectWithOwnRole =
     "SELECT DISTINCT uid FROM domain_user_role_table WHERE domain_idx = %d ORDER BY uid";
 // So many are read with all that is known of them sooner than everybody is put in order.
-constexpr size_t kFew = 2000;
+constexpr size_t kFew = 5000;
+constexpr size_t kUsersOfAPage = 500;  // for more, roles by groups are read for the whole domain
+
+Database DomainDb() {
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  return {handler, handler != nullptr ? 0 : -1};
+}
 
 bool Append(const char* statement, int domain_idx, Uids& uids) {
-  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
-  const Database db(handler, handler != nullptr ? 0 : -1);
-  return db.Append<Columns<Uid>>(Sql(statement, domain_idx), uids);
+  return DomainDb().Append<Columns<Uid>>(Sql(statement, domain_idx), uids);
 }
 
 bool IsIn(const Uids& uids, unsigned int uid) {
@@ -96,7 +112,97 @@ bool ListFew(const ListOrder& order, const Uids& few, std::vector<unsigned int>&
   return true;
 }
 
+// Kept from the first time on: all of it is needed for one page, and the next one comes.
+bool ListInOrder(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
+  const auto read = [&filter](std::vector<unsigned int>& listed) {
+    return DomainUser().GetDistinctUIDs(filter, listed);
+  };
+  const std::string what = "whole: " + filter.ComposeDistinctUIDQueryCmd();
+  bool has_list = false;
+  for (int asked = 0; asked < 2 && !has_list; ++asked) {  // it is read when asked for twice
+    if (!DomainDb().RememberList(what, read, uids, has_list)) {
+      return false;
+    }
+  }
+  return has_list || read(uids);
+}
+
 }  // namespace
+
+bool ListWithAliases(int domain_idx, std::vector<RECORD::DomainUser>& users) {
+  const ReadScope of_one_moment;
+  RoleHolders holders;
+  std::unordered_set<unsigned int> with_role;
+  const bool is_gathered = holders.Read(DomainDb(), domain_idx);
+  if (!is_gathered) {
+    std::vector<unsigned int> uids;
+    if (!DomainUser().List(domain_idx, uids)) {
+      return false;
+    }
+    with_role.insert(uids.begin(), uids.end());
+  }
+  using Aliases = std::vector<std::pair<std::string, bool>>;
+  std::optional<RECORD::DomainUser> last;
+  Aliases aliases;
+  const auto take_last = [&] {
+    if (last) {
+      last->SetAliasDuplicatedPairs(aliases);
+      users.push_back(std::move(*last));
+      last.reset();
+    }
+    aliases.clear();
+  };
+  const auto keep = [&](unsigned int uid, std::string&& name, std::string&& alias) {
+    if (!last || last->GetUID() != uid) {
+      take_last();
+      if (!(is_gathered ? holders.Has(uid) : with_role.count(uid) != 0)) {
+        return;
+      }
+      last.emplace(domain_idx, uid, std::move(name), Aliases(), "");
+    }
+    aliases.emplace_back(std::move(alias), false);
+  };
+  if (!DomainDb().Query<Columns<Uid, Text, Text>>(Sql(kSelectNamesAndAliases, domain_idx), keep)) {
+    return false;
+  }
+  take_last();
+  return true;
+}
+
+bool AddDomainUsers(int domain_idx, const std::vector<unsigned int>& uids,
+                    std::vector<RECORD::DomainUser>& users) {
+  if (uids.empty()) {
+    return true;
+  }
+  const ReadScope of_one_moment;
+  std::vector<RECORD::DomainUser> found;
+  std::unordered_set<unsigned int> own;
+  std::unordered_map<unsigned int, std::string> group_roles;
+  if (!DomainUser().ListHolders({domain_idx}, uids, found) ||
+      !DomainDb().Query<Columns<Uid>>(
+          FormatStatement(kSelectOwnRolesAmong, domain_idx, BASE::Join(uids, ",").c_str()),
+          [&own](unsigned int uid) { own.insert(uid); }) ||
+      !(uids.size() <= kUsersOfAPage
+            ? DomainGroup().GetResultGroupRolesOf(domain_idx, uids, group_roles)
+            : DomainGroup().GetResultGroupRoles(domain_idx, group_roles))) {
+    return false;
+  }
+  std::unordered_map<unsigned int, RECORD::DomainUser*> by_uid;
+  for (RECORD::DomainUser& user : found) {
+    const auto role = group_roles.find(user.GetUID());
+    user.SetIsUnderGroupControl(own.count(user.GetUID()) == 0);
+    user.SetIsBelongingGroupInDomain(role != group_roles.end());
+    user.SetResultGroupRole(role != group_roles.end() ? role->second : "");
+    by_uid[user.GetUID()] = &user;
+  }
+  for (const unsigned int uid : uids) {
+    const auto user = by_uid.find(uid);
+    if (user != by_uid.end()) {
+      users.push_back(std::move(*user->second));
+    }
+  }
+  return true;
+}
 
 bool ListFlaggedUsers(int domain_idx, Uids& uids) {
   return Append(kSelectFlagged, domain_idx, uids);
@@ -123,7 +229,7 @@ bool ListChosen(const ListOrder& order, const UserChoice& choice, std::vector<un
   filter.SetSortDirection(order.is_descending ? "desc" : "asc");
   filter.SetLimit(-1);
   std::vector<unsigned int> all;
-  if (!DomainUser().GetDistinctUIDs(filter, all)) {
+  if (!ListInOrder(filter, all)) {
     return false;
   }
   std::copy_if(all.begin(), all.end(), std::back_inserter(uids),

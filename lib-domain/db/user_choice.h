@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lib-domain/db/domain_db_filter.h"
+#include "lib-domain/record/domain_user.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
@@ -29,6 +30,15 @@ struct ListOrder {
   std::string column;  // "user_name", "account_alias" or "role"
   bool is_descending;
 };
+
+// Adds everybody with aliases and a role in the domain, by uid, with the account name and the
+// aliases; role and flags are not read. False with a log line.
+bool ListWithAliases(int domain_idx, std::vector<RECORD::DomainUser>& users);
+
+// Adds these users of the domain, in this order, as AddDomainUser of look_up.h does one of them;
+// nobody for a uid without aliases there. False with a log line.
+bool AddDomainUsers(int domain_idx, const std::vector<unsigned int>& uids,
+                    std::vector<RECORD::DomainUser>& users);
 
 // The uids of those who are chosen and have a role, in the order of the column; users with a
 // flagged alias may stand before all others. False with a log line.

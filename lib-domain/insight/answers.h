@@ -57,6 +57,20 @@ struct DisclaimerReach {
   bool depends_on_other_side = false;
 };
 
+// Whether a disclaimer applies to a message.
+struct DisclaimerVerdict {
+  int id = 0;
+  std::string name;
+  bool applies = false;
+  // "match_rule_list[0]", "exception_rule_list[1], exception_rule_list[2]", "no match rule holds",
+  // "disabled", ...
+  std::string reason;
+  std::vector<int> matched;  // indexes of the match rules that hold
+  std::vector<int> excepted;
+  std::vector<int> match_left_out;  // of those that cannot be used: their account is gone, ...
+  std::vector<int> exceptions_left_out;
+};
+
 // ---- Whose mail is it? ----
 
 // Who has an alias.

@@ -138,7 +138,7 @@ void RequireVersion(const Version& expected, const Version& is, const std::strin
 }
 
 bool IsPlainText(const std::string& text) {
-  return korvmailserver::IsValidUtf8(text) && !korvmailserver::HasControlCharacter(text);
+  return korvmailserver::VisibleText(text) == text;
 }
 
 void RequirePattern(const std::string& pattern, Refusals& refusals) {

@@ -49,7 +49,7 @@ class Refusals;
 // Adds why nobody can have aliases by a pattern.
 void RequirePattern(const std::string& pattern, Refusals& refusals);
 constexpr const char* kNotPlain = "is no plain text of one line";
-// A text of one line that a description or a pattern can be.
+// A text of one line that a description or a pattern can be: UTF-8 of which all can be seen.
 bool IsPlainText(const std::string& text);
 // The pattern of a domain as it is stored.
 std::string PatternOf(const Known& domain);

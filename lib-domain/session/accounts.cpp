@@ -1,11 +1,16 @@
-// Mirrored accounts by what a person calls them.
+// Mirrored accounts and groups: by what a person calls them, and all of them.
 #include <algorithm>
+#include <map>
+#include <unordered_map>
 
+#include "lib-domain/api/group.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/control/user.h"
+#include "lib-domain/db/domain_group.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/session/access.h"
+#include "lib-domain/session/pages.h"
 #include "platform/include/account.h"
 
 namespace mdomain {
@@ -81,7 +86,107 @@ std::optional<Account> Find(const std::string& text) {
   return std::nullopt;
 }
 
+template <typename Kind>
+Page<Account> PageOf(const AccountQuery& query, const session::PlaceInList& place) {
+  typename Kind::Filter filter;
+  filter.SetLiteralQuery(query.text);
+  filter.SetLimit(place.limit());
+  filter.SetOffset(place.offset());
+  std::vector<typename Kind::Record> records;
+  int total = 0;
+  if (!MDOMAIN::DB::INTERNAL::CountMirrored(filter, total) ||
+      !typename Kind::Store().List(filter, records)) {
+    Fail(std::string("the ") + Kind::kKind + "s could not be read");
+  }
+  Page<Account> page;
+  std::transform(records.begin(), records.end(), std::back_inserter(page.items), Kind::AccountOf);
+  place.End(static_cast<std::size_t>(total), page);
+  return page;
+}
+
+std::vector<std::uint32_t> MembersOf(std::uint32_t gid) {
+  std::vector<std::uint32_t> uids;
+  if (!MDOMAIN::API::Group().ListGroupToUsers(gid, uids)) {
+    Fail("the members of the group could not be read");
+  }
+  return uids;
+}
+
+Page<Account> MembersPage(const AccountQuery& query, const session::PlaceInList& place) {
+  session::GroupsOf({*query.gid});
+  std::unordered_map<unsigned int, std::string> names;
+  const std::vector<std::uint32_t> uids = MembersOf(*query.gid);
+  if (!uids.empty() && !MDOMAIN::CONTROL::User().GetNames(uids, names)) {
+    Fail("the users could not be read");
+  }
+  const std::string wanted = MDOMAIN::BASE::ToLowerAscii(query.text);
+  std::map<std::uint32_t, std::string> members;
+  for (const auto& [uid, name] : names) {
+    if (MDOMAIN::BASE::ToLowerAscii(name).find(wanted) != std::string::npos) {
+      members.emplace(uid, name);
+    }
+  }
+  Page<Account> page;
+  int at = 0;
+  for (const auto& [uid, name] : members) {
+    if (at >= place.offset() && at - place.offset() < place.limit()) {
+      page.items.push_back({uid, name});
+    }
+    ++at;
+  }
+  place.End(members.size(), page);
+  return page;
+}
+
+// Whoever has no domain has nobody to bring anywhere.
+bool MayBringIn(const Session& session) {
+  const auto& administrator = SessionAccess::StateOf(session).administrator;
+  return !administrator || session::IsAnyDomainOf(*administrator);
+}
+
 }  // namespace
+
+Result<Page<Account>> Session::ListAccounts(const AccountQuery& query,
+                                            const std::string& cursor) const {
+  return session::ReadModel<Page<Account>>(*this, [&] {
+    const session::PlaceInList place(query.page_size, cursor);
+    return !MayBringIn(*this) ? Page<Account>()
+           : query.gid        ? MembersPage(query, place)
+                              : PageOf<UserKind>(query, place);
+  });
+}
+
+Result<Page<Account>> Session::ListAccountGroups(const AccountQuery& query,
+                                                 const std::string& cursor) const {
+  return session::ReadModel<Page<Account>>(*this, [&] {
+    const session::PlaceInList place(query.page_size, cursor);
+    if (query.gid) {
+      Refuse(Reason::kInvalid, "groups have no groups as members");
+    }
+    return MayBringIn(*this) ? PageOf<GroupKind>(query, place) : Page<Account>();
+  });
+}
+
+Result<AccountGroup> Session::ExplainGroup(std::uint32_t gid) const {
+  return session::ReadModel<AccountGroup>(*this, [&] {
+    if (!MayBringIn(*this)) {
+      Refuse(Reason::kNotFound, "no group has the number " + std::to_string(gid));
+    }
+    const MDOMAIN::RECORD::Group record = session::GroupsOf({gid}).front();
+    AccountGroup group{
+        gid, record.GetGroupName(), record.GetGroupDesc(), MembersOf(gid).size(), {}};
+    for (const session::Known& domain : session::KnownDomains(*this)) {
+      std::string role;
+      if (!MDOMAIN::DB::DomainGroup().GetResultGroupRole(domain.idx, {gid}, role)) {
+        Fail("the groups of the domain could not be read");
+      }
+      if (!role.empty()) {
+        group.domains.push_back({{domain.idx, domain.name}, session::RoleOf(role)});
+      }
+    }
+    return group;
+  });
+}
 
 Result<std::optional<Account>> Session::FindAccount(const std::string& text) const {
   return Read<std::optional<Account>>(*this, [&] { return Find<UserKind>(text); });

@@ -52,6 +52,14 @@ Json::Value OfUser(Session& session, Arguments& with) {
   return OfOne<kCall>(session, with, with.Id("uid"));
 }
 template <auto kCall>
+Json::Value OfAccounts(Session& session, Arguments& with) {
+  const AccountQuery query = {with.Text("text", ""), with.OptionalId("gid"),
+                              static_cast<std::size_t>(with.Int("page_size", 100))};
+  const std::string cursor = with.Text("cursor", "");
+  with.End();
+  return Answer((session.*kCall)(query, cursor));
+}
+template <auto kCall>
 Json::Value OfAddress(Session& session, Arguments& with) {
   return OfOne<kCall>(session, with, with.Text("address"));
 }
@@ -111,6 +119,14 @@ const std::map<std::string, Run>& Calls() {
        }},
       {"find_account", OfText<&Session::FindAccount>},
       {"find_account_group", OfText<&Session::FindAccountGroup>},
+      {"list_accounts", OfAccounts<&Session::ListAccounts>},
+      {"list_account_groups", OfAccounts<&Session::ListAccountGroups>},
+      {"explain_group",
+       [](Session& s, Arguments& a) {
+         const std::uint32_t gid = a.Id("gid");
+         a.End();
+         return Answer(s.ExplainGroup(gid));
+       }},
       {"list_users",
        [](Session& s, Arguments& a) {
          const int domain = a.Int("domain");
@@ -272,6 +288,14 @@ const std::map<std::string, Run>& Calls() {
          a.End();
          return Answer(s.TryDisclaimer(domain, json));
        }},
+      {"explain_disclaimers",
+       [](Session& s, Arguments& a) {
+         const int domain = a.Int("domain");
+         const std::string from = a.Text("from");
+         const std::string to = a.Text("to");
+         a.End();
+         return Answer(s.ExplainDisclaimers(domain, from, to));
+       }},
       {"explain", OfAddress<&Session::Explain>},
       {"explain_user", OfUser<&Session::ExplainUser>},
       {"of", OfUser<&Session::Of>},
@@ -285,6 +309,15 @@ const std::map<std::string, Run>& Calls() {
          a.End();
          return Answer(
              s.Refresh(static_cast<std::size_t>(limit), static_cast<std::size_t>(percent)));
+       }},
+      {"export", Plain<&Session::Export>},
+      {"apply",
+       [](Session& s, Arguments& a) {
+         const std::string json = a.Text("json");
+         const bool skip_unknown = a.Bool("skip_unknown", false);
+         const Version version = a.Text("version", "");
+         a.End();
+         return Answer(s.Apply(json, skip_unknown, version));
        }},
       {"refresh_progress", Plain<&Session::RefreshProgress>},
       {"published",

@@ -11,6 +11,14 @@ Json::Value NameJson(const std::string& name) {
   return name.empty() ? Json::Value() : Json::Value(name);
 }
 
+Json::Value IndexesJson(const std::vector<int>& indexes) {
+  Json::Value list(Json::arrayValue);
+  for (const int index : indexes) {
+    list.append(index);
+  }
+  return list;
+}
+
 }  // namespace
 
 Json::Value JsonOf(const DomainName& domain) {
@@ -43,6 +51,19 @@ Json::Value JsonOf(const FittingDisclaimer& disclaimer) {
   value["name"] = disclaimer.name;
   value["fits_sender"] = disclaimer.fits_sender;
   value["fits_recipient"] = disclaimer.fits_recipient;
+  return value;
+}
+
+Json::Value JsonOf(const DisclaimerVerdict& verdict) {
+  Json::Value value;
+  value["id"] = verdict.id;
+  value["name"] = verdict.name;
+  value["applies"] = verdict.applies;
+  value["reason"] = verdict.reason;
+  value["matched"] = IndexesJson(verdict.matched);
+  value["excepted"] = IndexesJson(verdict.excepted);
+  value["match_left_out"] = IndexesJson(verdict.match_left_out);
+  value["exceptions_left_out"] = IndexesJson(verdict.exceptions_left_out);
   return value;
 }
 

@@ -12,6 +12,7 @@ Json::Value JsonOf(const DomainName& domain);
 Json::Value JsonOf(const Holder& holder);
 Json::Value JsonOf(const Step& step);
 Json::Value JsonOf(const FittingDisclaimer& disclaimer);
+Json::Value JsonOf(const DisclaimerVerdict& verdict);
 Json::Value JsonOf(const Explanation& explanation);
 Json::Value JsonOf(const PersonAlias& alias);
 Json::Value JsonOf(const PersonDomain& domain);

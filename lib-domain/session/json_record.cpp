@@ -83,6 +83,37 @@ Json::Value JsonOf(const Account& account) {
   return value;
 }
 
+Json::Value JsonOf(const GroupDomain& domain) {
+  Json::Value value;
+  value["domain"] = JsonOf(domain.domain);
+  value["role"] = RoleJson(domain.role);
+  return value;
+}
+
+Json::Value JsonOf(const AccountGroup& group) {
+  Json::Value value;
+  value["gid"] = group.gid;
+  value["name"] = group.name;
+  value["description"] = group.description;
+  value["members"] = Json::UInt64(group.members);
+  value["domains"] = JsonOf(group.domains);
+  return value;
+}
+
+Json::Value JsonOf(const ModelDocument& document) {
+  Json::Value value;
+  value["json"] = document.json;
+  value["version"] = document.version;
+  return value;
+}
+
+Json::Value JsonOf(const AppliedDocument& applied) {
+  Json::Value value;
+  value["left_out"] = JsonOf(applied.left_out);
+  value["warnings"] = JsonOf(applied.warnings);
+  return value;
+}
+
 Json::Value JsonOf(const User& user) {
   Json::Value value;
   value["uid"] = user.uid;

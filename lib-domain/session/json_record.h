@@ -24,6 +24,10 @@ Json::Value JsonOf(const Nothing& nothing);  // null
 Json::Value JsonOf(const std::string& text);
 Json::Value JsonOf(const Domain& domain);
 Json::Value JsonOf(const Account& account);
+Json::Value JsonOf(const AccountGroup& group);
+Json::Value JsonOf(const GroupDomain& domain);
+Json::Value JsonOf(const ModelDocument& document);
+Json::Value JsonOf(const AppliedDocument& applied);
 Json::Value JsonOf(const User& user);
 Json::Value JsonOf(const Candidate& candidate);
 Json::Value JsonOf(const Group& group);

@@ -56,7 +56,8 @@ class MDOMAIN_EXPORT Session {
   // the domains in which his role is domain_admin at the moment of each call, and no other one,
   // whatever is given. An account without any sees none. He neither creates, renames nor deletes
   // domains, gives them names, makes one primary, adds groups whose role is domain_admin,
-  // refreshes, publishes, sees or sets settings of the host, nor takes back what others changed;
+  // refreshes, publishes, exports, sees or sets settings of the host, nor takes back what others
+  // changed;
   // his copies are of mail to and from his domains. So are his disclaimers: each needs an address
   // pattern of the domain, with "or" nothing but such ones, and none is about a group. To add
   // somebody he may look any account and group of the host up. Calls that are not his are
@@ -86,6 +87,14 @@ class MDOMAIN_EXPORT Session {
   // only one (kRefused).
   Result<std::optional<Account>> FindAccount(const std::string& text) const;
   Result<std::optional<Account>> FindAccountGroup(const std::string& text) const;
+  // Names and numbers of all of them, whom an administrator of a domain may bring into it; for one
+  // who has no domain there is nobody. kNotFound for a gid that no mirrored group has.
+  Result<Page<Account>> ListAccounts(const AccountQuery& query = {},
+                                     const std::string& cursor = "") const;
+  Result<Page<Account>> ListAccountGroups(const AccountQuery& query = {},
+                                          const std::string& cursor = "") const;
+  // With the domains that the caller may see.
+  Result<AccountGroup> ExplainGroup(std::uint32_t gid) const;
 
   // Users: who has a role in the domain, own or by a group.
   Result<Page<User>> ListUsers(int domain, const UserQuery& query = {},
@@ -143,6 +152,11 @@ class MDOMAIN_EXPORT Session {
   // Whom a disclaimer would concern, before it is saved: `json` is one, as GetDisclaimers has them.
   // Refuses what SetDisclaimers would refuse of it.
   Result<DisclaimerReach> TryDisclaimer(int domain, const std::string& json) const;
+
+  // Which disclaimers of the domain apply to a message, and why, as the filter decides it; in the
+  // order of the list. An empty sender is that of a bounce. kInvalid for what is no address.
+  Result<std::vector<DisclaimerVerdict>> ExplainDisclaimers(int domain, const std::string& from,
+                                                            const std::string& to) const;
 
   // Asking why. All but Repair read only; the answers are in insight/answers.h.
   //
@@ -228,6 +242,17 @@ class MDOMAIN_EXPORT Session {
   // would put a model without domains in force or give their settings to others.
   Result<ChangedSetting> SetSetting(const std::string& key, const std::string& value,
                                     bool force = false);
+
+  // The whole model as the document of mdomain export, for the host's administrators. The document
+  // is built in memory: some 160 bytes of it for a user, and while it is built twelve times as
+  // much.
+  Result<ModelDocument> Export() const;
+  // Makes the model what such a document says, or changes nothing; what it has not is removed. The
+  // version is that of Export. kInvalid with the place ("$.domains[0].name: ...") for what is no
+  // document or what no model can be; kNotFound with each in `refused` for accounts and groups that
+  // are not mirrored, which `skip_unknown` leaves out. Not for a domain administrator.
+  Result<AppliedDocument> Apply(const std::string& json, bool skip_unknown = false,
+                                const Version& version = "");
 
   // Several calls as one change with one entry `command` in the history: nobody else changes
   // anything in between, and when `work` returns false all of it is taken back (Reason::kRefused);

@@ -8,6 +8,8 @@
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/insight/disclaimer_reach.h"
+#include "lib-domain/insight/disclaimer_rows.h"
+#include "lib-domain/insight/explanation.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/json_text.h"
 
@@ -166,6 +168,22 @@ Json::Value RequireDisclaimers(const Session& session, const Known& domain,
   return list;
 }
 
+void RequireMailbox(const std::string& address) {
+  std::string local_part;
+  std::string name;
+  if (!MDOMAIN::INSIGHT::SplitAddress(address, local_part, name)) {
+    session::Refuse(Reason::kInvalid, "\"" + address + "\" is no address");
+  }
+}
+
+std::vector<int> IndexesOf(const Json::Value& list) {
+  std::vector<int> indexes;
+  for (const Json::Value& index : list) {
+    indexes.push_back(index.asInt());
+  }
+  return indexes;
+}
+
 }  // namespace
 
 Result<std::vector<Copy>> Session::Copies(int domain) const {
@@ -216,6 +234,36 @@ Result<DisclaimerReach> Session::TryDisclaimer(int domain, const std::string& js
       session::Refuse(Reason::kInvalid, "that is not one disclaimer");
     }
     return MDOMAIN::INSIGHT::ReachOf(known, list[0]);
+  });
+}
+
+Result<std::vector<DisclaimerVerdict>> Session::ExplainDisclaimers(int domain,
+                                                                   const std::string& from,
+                                                                   const std::string& to) const {
+  using Verdicts = std::vector<DisclaimerVerdict>;
+  return Read<Verdicts>(*this, [&] {
+    const Known known = session::KnownDomain(*this, domain);
+    RequireMailbox(to);
+    if (!from.empty()) {
+      RequireMailbox(from);
+    }
+    MimeDefang mimedefang;
+    Json::Value list;
+    Json::Value config;
+    if (mimedefang.GetDisclaimerList(domain, list) < 0 ||
+        mimedefang.ExplainDisclaimerConfigs(domain, config) < 0) {
+      Fail("the disclaimers of domain " + known.Title() + " could not be worked out");
+    }
+    const Json::Value rows = MDOMAIN::INSIGHT::DisclaimerRows(
+        list, config, MDOMAIN::INSIGHT::AnswersOf(config, from, to));
+    Verdicts verdicts;
+    for (const Json::Value& row : rows) {
+      verdicts.push_back({row["id"].asInt(), row["name"].asString(), row["applies"].asBool(),
+                          row["reason"].asString(), IndexesOf(row["matched"]),
+                          IndexesOf(row["excepted"]), IndexesOf(row["match_left_out"]),
+                          IndexesOf(row["exceptions_left_out"])});
+    }
+    return verdicts;
   });
 }
 

@@ -45,6 +45,27 @@ struct DomainChange {
   std::optional<bool> adds_accounts;
 };
 
+// Mirrored accounts, by their numbers.
+struct AccountQuery {
+  std::string text;                  // that the name holds, in whatever letter case
+  std::optional<std::uint32_t> gid;  // members of this mirrored group; not for groups
+  std::size_t page_size = 100;       // at most 10,000
+};
+
+struct GroupDomain {
+  DomainName domain;
+  Role role = Role::kNone;  // that its members get
+};
+
+// A mirrored group.
+struct AccountGroup {
+  std::uint32_t gid = 0;
+  std::string name;
+  std::string description;
+  std::size_t members = 0;
+  std::vector<GroupDomain> domains;  // that it is in, the primary one first
+};
+
 struct UserAlias {
   std::string local_part;
   bool is_taken = false;  // somebody else gets the mail
@@ -196,6 +217,17 @@ struct Publication {
 
 struct PublicationQuery {
   std::size_t page_size = 100;  // at most 10,000
+};
+
+// The whole model as a document of mdomain export.
+struct ModelDocument {
+  std::string json;
+  Version version;
+};
+
+struct AppliedDocument {
+  std::vector<std::string> left_out;  // what names nobody in the mirror: "user erika"
+  std::vector<std::string> warnings;  // what is so now, and hardly meant so
 };
 
 struct HistoryQuery {

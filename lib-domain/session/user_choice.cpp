@@ -26,20 +26,6 @@ void RequireRead(bool is_read) {
   }
 }
 
-Uids TriedUsers(const Known& domain, const std::string& pattern) {
-  std::vector<MDOMAIN::CONTROL::INTERNAL::TriedAlias> tried;
-  if (!MDOMAIN::CONTROL::INTERNAL::TryPattern(domain.idx, pattern, tried)) {
-    Fail("the aliases for domain " + domain.Title() + " could not be made");
-  }
-  Uids uids;  // they come by uid
-  for (const auto& one : tried) {
-    if (!MDOMAIN::CONTROL::INTERNAL::HasTriedAlias(one)) {
-      uids.push_back(one.user.GetUID());
-    }
-  }
-  return uids;
-}
-
 // Who drifted, from one page to the next: everybody's attributes were asked for to know it. A
 // change of the model ends it, and half a minute does, as attributes change elsewhere.
 struct Drift {
@@ -63,7 +49,10 @@ const Uids& DriftingUsers(const Known& domain) {
   if (std::tie(kept.file, kept.counter, kept.domain, kept.pattern) !=
           std::tie(file, counter, domain.idx, pattern) ||
       now >= kept.until) {
-    Uids uids = TriedUsers(domain, pattern);
+    Uids uids;
+    if (!MDOMAIN::CONTROL::INTERNAL::ListDrifting(domain.idx, pattern, uids)) {
+      Fail("the aliases for domain " + domain.Title() + " could not be made");
+    }
     kept = {file, counter, domain.idx, pattern, now + std::chrono::seconds(30), std::move(uids)};
   }
   return kept.uids;

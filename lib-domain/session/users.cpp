@@ -2,12 +2,14 @@
 #include "lib-domain/api/domain_user.h"
 
 #include <algorithm>
+#include <iterator>
 #include <unordered_set>
 
 #include "lib-domain/api/alias_entry.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/db/look_up.h"
+#include "lib-domain/db/user_choice.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/pages.h"
 #include "lib-domain/session/user_choice.h"
@@ -206,11 +208,14 @@ Page<User> ChosenPage(const Known& domain, const UserQuery& query,
                       const session::PlaceInList& place) {
   const auto uids = session::ChosenUsers(domain, query, ColumnOf(query.by));
   Page<User> page;
-  auto at = std::min(uids.size(), static_cast<std::size_t>(place.offset()));
+  const auto at = std::min(uids.size(), static_cast<std::size_t>(place.offset()));
   const auto end = std::min(uids.size(), at + static_cast<std::size_t>(place.limit()));
-  for (; at < end; ++at) {
-    page.items.push_back(UserOf(RecordOf(domain, uids[at])));
+  std::vector<Record> records;
+  if (!MDOMAIN::DB::INTERNAL::AddDomainUsers(domain.idx, {uids.data() + at, uids.data() + end},
+                                             records)) {
+    Fail("the users of the domain could not be read");
   }
+  std::transform(records.begin(), records.end(), std::back_inserter(page.items), UserOf);
   place.End(uids.size(), page);
   return page;
 }

@@ -263,6 +263,7 @@ bool Updater::_GetCandidates(int domain_idx, const Standing& standing,
                         std::back_inserter(left));
     wanted.swap(left);
   }
+  has_candidates_ = has_candidates_ || !wanted.empty();
   if (!standing.is_read || wanted.empty()) {
     return true;
   }

@@ -304,8 +304,17 @@ bool FollowAddresses() {
 }
 
 bool BuildOwners(OwnerCounts& counts) {
-  return Start(*INTERNAL::OwnerFollower()) &&
-         DB::INTERNAL::CountOwners(PATHS::EmailOwnerDb(), counts.domain_names, counts.local_parts);
+  const std::unique_ptr<AddressFollower> owners = INTERNAL::OwnerFollower();
+  std::string text;
+  if (!Start(*owners) || !GetState(*owners, text)) {
+    return false;
+  }
+  DB::INTERNAL::OwnerState state = DB::INTERNAL::OwnerStateOf(text);
+  if (!DB::INTERNAL::CountOwners(owners->Place(), state)) {
+    return false;
+  }
+  counts = {static_cast<size_t>(state.domains), static_cast<size_t>(state.local_parts)};
+  return true;
 }
 
 bool BuildLogins() {

@@ -62,7 +62,7 @@ class Owners : public AddressFollower {
     int built_from = 0;
     if (now.built_from == 0 || !DB::GetChangeCounter(built_from) ||
         !DB::INTERNAL::ApplyOwnerChanges(Place(), rows, built_from, now) ||
-        (exactly && now.counter == 0)) {
+        (exactly && (now.counter == 0 || !DB::INTERNAL::CountOwners(Place(), now)))) {
       return false;
     }
     state = now.Text();
@@ -72,7 +72,8 @@ class Owners : public AddressFollower {
   bool Build(const OwnerRegistryContent& content, const DB::INTERNAL::SpecialAddresses& /*special*/,
              std::string& state) const override {
     OwnerState now;
-    if (!ReplaceOwnerRegistry(Place(), content) || !DB::INTERNAL::ReadOwnerState(Place(), now)) {
+    if (!ReplaceOwnerRegistry(Place(), content) || !DB::INTERNAL::ReadOwnerState(Place(), now) ||
+        !DB::INTERNAL::CountOwners(Place(), now)) {
       return false;
     }
     state = now.Text();

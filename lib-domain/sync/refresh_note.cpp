@@ -1,4 +1,5 @@
-// The note has two lines: the counts, and the state as a text.
+// The note has three lines: the counts, the state of the accounts, which may be empty, and that of
+// the model.
 #include "lib-domain/sync/refresh_note.h"
 
 #include <sstream>
@@ -19,7 +20,7 @@ namespace MDOMAIN::UTILS::INTERNAL {
 namespace {
 
 // Another number for another meaning of the file, or of "nothing to do".
-constexpr const char* kVersion = "2";
+constexpr const char* kVersion = "3";
 constexpr mode_t kMode = 0644;
 
 // The header of the file has the number of the last change, and the settings of the journal: in
@@ -30,7 +31,7 @@ constexpr size_t kCounterAt = 24;
 constexpr size_t kCounterSize = 4;
 constexpr char kRollbackJournal = 1;
 
-std::string ModelState() {
+std::string DatabaseState() {
   const DB::DomainDBHandler* const handler = DB::DomainDBHandler::GetDomainDBHandler();
   if (handler == nullptr || postara::sdk::Exist(handler->GetPath() + "-journal")) {
     return "";
@@ -53,6 +54,32 @@ std::string ModelState() {
   return text;
 }
 
+std::string ModelState() {
+  const std::string database = DatabaseState();
+  const std::string entries = korvmailserver::FileState(PATHS::AliasDb());  // their names set flags
+  return entries.empty() || database.empty()
+             ? ""
+             : kVersion + (" entries " + entries) + "model " + database;
+}
+
+struct Note {
+  std::string counts;
+  RefreshState state;
+};
+
+// All of it is empty where there is none.
+Note ReadNote() {
+  Note note;
+  std::string bytes;
+  if (korvmailserver::ReadFile(PATHS::RefreshNote(), bytes) == 0) {
+    std::istringstream lines(bytes);
+    std::getline(lines, note.counts);
+    std::getline(lines, note.state.accounts);
+    std::getline(lines, note.state.model);
+  }
+  return note;
+}
+
 struct CountedLines {
   size_t count = 0;
   korvmailserver::MailLogSink before;
@@ -65,44 +92,44 @@ CountedLines& Lines() {
 
 }  // namespace
 
-std::string StateBeforeRefresh() {
+RefreshState StateBeforeRefresh() {
   AUTH_TYPE type = AUTH_UNKNOWN;
   if (BatchScope::IsAnyOpen()) {  // what was written in it is in no file yet
-    return "";
+    return {};
   }
   if (!DomainMailConfCurrentAuthTypeGet(type) || type != AUTH_LOCAL) {
-    return "";
+    return {};
   }
-  const std::string accounts = korvmailserver::LocalAccountsState();
-  const std::string model = ModelState();
-  const std::string entries = korvmailserver::FileState(PATHS::AliasDb());  // their names set flags
-  return accounts.empty() || entries.empty() || model.empty()
-             ? ""
-             : kVersion + (" " + accounts) + "entries " + entries + "model " + model;
+  return {korvmailserver::LocalAccountsState(), ModelState()};
 }
 
-bool FindRefreshNote(const std::string& state, RefreshCounts& counts) {
-  std::string bytes;
-  if (state.empty() || korvmailserver::ReadFile(PATHS::RefreshNote(), bytes) != 0) {
+bool FindRefreshNote(const RefreshState& state, RefreshCounts& counts) {
+  if (state.accounts.empty() || state.model.empty()) {
     return false;
   }
-  const size_t end = bytes.find('\n');
-  std::istringstream numbers(bytes.substr(0, end));
-  return end != std::string::npos && bytes.substr(end + 1) == state + "\n" &&
+  const Note note = ReadNote();
+  std::istringstream numbers(note.counts);
+  return note.state.accounts == state.accounts && note.state.model == state.model &&
          numbers >> counts.users >> counts.mirrored_users >> counts.groups >>
              counts.mirrored_groups;
 }
 
-void KeepRefreshNote(const std::string& state, const RefreshCounts& counts) {
+// A page that was written to has a journal, of which the model's state knows.
+bool IsModelAsNoted() {
   const std::string model = ModelState();
-  if (state.empty() || model.empty() || state.size() < model.size() ||
-      state.compare(state.size() - model.size(), model.size(), model) != 0) {
+  return !model.empty() && ReadNote().state.model == model;
+}
+
+void KeepRefreshNote(const RefreshState& state, const RefreshCounts& counts) {
+  const bool tells_nothing_new = state.accounts.empty() && ReadNote().state.model == state.model;
+  if (state.model.empty() || tells_nothing_new || state.model != ModelState()) {
     return;
   }
   std::ostringstream text;
   text << counts.users << " " << counts.mirrored_users << " " << counts.groups << " "
        << counts.mirrored_groups << "\n"
-       << state << "\n";
+       << state.accounts << "\n"
+       << state.model << "\n";
   korvmailserver::NewFile file(PATHS::RefreshNote());
   if (file.Open() && file.Append(text.str())) {
     file.Replace(kMode);

@@ -29,6 +29,12 @@ bool CheckRoleValid(const std::string& role) {
   return role == "normal" || role == "domain_admin";
 }
 
+bool INTERNAL::IsDomainName(const std::string& name) {
+  return name.find('.') != std::string::npos &&
+         !korvmailserver::utils::Equals(name, kReservedDomain, true) &&
+         KORV::POSTARA_SERVER::IsValidEaiDomain(name);
+}
+
 bool IsDomainNameValid(const std::string& name) {
   if (name.find('.') == std::string::npos) {
     LOG_ERROR("Domain name [%s] without \".\" is not valid", name.c_str());

@@ -11,6 +11,9 @@ namespace MDOMAIN::UTILS::INTERNAL {
 // ones included. Linear in the pattern's length, whatever its bytes.
 std::vector<std::string> FindPatternTokens(const std::string& pattern);
 
+// What IsDomainNameValid gives, without its log lines.
+bool IsDomainName(const std::string& name);
+
 }  // namespace MDOMAIN::UTILS::INTERNAL
 
 #endif  // LIB_DOMAIN_UTILS_DOMAIN_UTILS_INTERNAL_H

@@ -2,6 +2,8 @@
 // auto_add.cpp, first_domain.cpp, publication.cpp.
 #include "lib-domain/utils/updater.h"
 
+#include <algorithm>
+
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/control/departure.h"
 #include "lib-domain/control/domain.h"
@@ -22,6 +24,11 @@ namespace {
 // Of a refresh that found nothing to do and nothing worth a word: the counts of users and groups.
 constexpr size_t kLinesOfNothing = 2;
 
+bool HasAny(const std::map<int, size_t>& counts) {
+  return std::any_of(counts.begin(), counts.end(),
+                     [](const auto& domain) { return domain.second != 0; });
+}
+
 }  // namespace
 
 bool Updater::Refresh() {
@@ -30,13 +37,14 @@ bool Updater::Refresh() {
   new_groups_.clear();
   domains_with_users_.clear();
   domains_with_groups_.clear();
+  has_candidates_ = false;
   const INTERNAL::LineCounter lines;
   // Whoever joins now must not get what those left who went before. A domain in which that cannot
   // be finished keeps nobody else from an address; the reconcile step tries and reports it again.
   if (!CONTROL::INTERNAL::FinishDepartures()) {
     LOG_ERROR("Failed to finish what an earlier run left");
   }
-  const std::string state = INTERNAL::StateBeforeRefresh();
+  const INTERNAL::RefreshState state = INTERNAL::StateBeforeRefresh();
   INTERNAL::RefreshCounts counts;
   if (INTERNAL::FindRefreshNote(state, counts) && _ReportUnchanged(counts)) {
     return true;
@@ -44,8 +52,10 @@ bool Updater::Refresh() {
   if (!_RefreshAll()) {
     return false;
   }
-  // Whatever else was said would have to be said again.
-  if (lines.Count() == kLinesOfNothing && summary_.users_complete && summary_.groups_complete) {
+  // Whatever else was said would have to be said again, and whoever waits for an address may get it
+  // by what no file of the model tells.
+  if (lines.Count() == kLinesOfNothing && !has_candidates_ && summary_.users_complete &&
+      summary_.groups_complete) {
     INTERNAL::KeepRefreshNote(state,
                               {summary_.users, mirrored_users_, summary_.groups, mirrored_groups_});
   }
@@ -130,7 +140,24 @@ bool Updater::_MendUsers(ModelImage& image) {
   return true;
 }
 
+// Whether the passes that follow found nothing to do in this very model, and in these accounts as
+// far as it mirrors them.
+bool Updater::_IsModelSettled() const {
+  const auto is_empty = [](const auto& domain) { return domain.second.empty(); };
+  return new_uids_.empty() && new_groups_.empty() &&
+         std::all_of(unfinished_uids_.begin(), unfinished_uids_.end(), is_empty) &&
+         std::all_of(unfinished_gids_.begin(), unfinished_gids_.end(), is_empty) &&
+         summary_.users_complete && summary_.groups_complete && INTERNAL::IsModelAsNoted();
+}
+
 bool Updater::_UpdateDomainUsersGroups() {
+  std::vector<int> settled_idxs;
+  if (_IsModelSettled() && CONTROL::Domain().GetAutoAddingUserDomainIds(settled_idxs)) {
+    for (const int domain_idx : settled_idxs) {
+      summary_.added_users[domain_idx] = summary_.added_groups[domain_idx] = 0;
+    }
+    return true;
+  }
   ModelImage image = ModelImage::Read();
   if (!_MendUsers(image)) {
     return false;
@@ -146,7 +173,7 @@ bool Updater::_UpdateDomainUsersGroups() {
     LOG_ERROR("Failed to _AutoAddNewGroups");
     all_done = false;
   }
-  if (!new_groups_.empty() || !unfinished_gids_.empty()) {
+  if (!all_done || HasAny(summary_.added_groups)) {
     image = ModelImage::Read();
   }
   // Nobody whom a group covers is given a role in what follows.

@@ -151,6 +151,7 @@ class MDOMAIN_EXPORT MDOMAIN_LAYOUT(v1_1) Updater {
 
   bool _ReportUnchanged(const INTERNAL::RefreshCounts& counts);
   void _NameDomains();
+  bool _IsModelSettled() const;
   bool _RefreshAll();
   bool _RefreshSteps();
   bool _RefreshUsers();
@@ -199,7 +200,8 @@ class MDOMAIN_EXPORT MDOMAIN_LAYOUT(v1_1) Updater {
   size_t mirrored_groups_ = 0;
   bool empty_publication_allowed_ = false;
   bool is_published_ = false;
-  std::string settings_owner_;  // model file whose domains the settings outside belong to
+  bool has_candidates_ = false;  // for an address, whether or not they got one
+  std::string settings_owner_;   // model file whose domains the settings outside belong to
 };
 
 }  // namespace MDOMAIN::UTILS

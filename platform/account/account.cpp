@@ -260,4 +260,8 @@ bool ListMemberUsers(AUTH_TYPE type, const std::vector<std::string>& groups,
   return true;
 }
 
+bool ForEachPlainGroup(const std::vector<std::string>& groups, const PlainGroupVisitor& use) {
+  return SourceInForce()->ForEachPlainGroup(groups, use);
+}
+
 }  // namespace korvmailserver

@@ -108,6 +108,24 @@ std::shared_ptr<const GroupTable> SnapshotSource::Groups() {
   return tables_.groups;
 }
 
+bool SnapshotSource::ForEachPlainGroup(const std::vector<std::string>& groups,
+                                       const PlainGroupVisitor& use) {
+  Read();
+  const auto& [all, all_groups, users_error, groups_error] = tables_;
+  if (all == nullptr || all_groups == nullptr || !all->complete() || all->listed() == 0) {
+    return false;
+  }
+  std::vector<unsigned int> uids;
+  for (size_t i = 0; i < groups.size(); i++) {
+    const GroupRow* row = all_groups->ByName(FullName(groups[i]));
+    uids.clear();
+    if (row != nullptr && CollectMemberUids(*all, *all_groups, *row, uids)) {
+      use(i, uids);
+    }
+  }
+  return true;
+}
+
 bool SnapshotSource::ListMemberUsers(const std::vector<std::string>& groups,
                                      std::vector<UserRow>& users) {
   Read();

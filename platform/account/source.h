@@ -63,6 +63,11 @@ class Source {
                                std::vector<UserRow>& /*users*/) {
     return false;
   }
+  // See korvmailserver::ForEachPlainGroup.
+  virtual bool ForEachPlainGroup(const std::vector<std::string>& /*groups*/,
+                                 const PlainGroupVisitor& /*use*/) {
+    return false;
+  }
 
   // A source that answers as this one does now, ready for questions about few accounts.
   virtual std::shared_ptr<Source> ForFew(const std::shared_ptr<Source>& self);
@@ -149,6 +154,8 @@ class SnapshotSource : public TableSource {
   void Check(std::vector<AccountCheckStep>& steps) override { source_->Check(steps); }
   bool ListMemberUsers(const std::vector<std::string>& groups,
                        std::vector<UserRow>& users) override;
+  bool ForEachPlainGroup(const std::vector<std::string>& groups,
+                         const PlainGroupVisitor& use) override;
 
  private:
   void Read();

@@ -97,7 +97,7 @@ uint32_t Table<Row>::RowOfKey(const std::string& key) const {
 }
 
 template <class Row>
-const Row* Table<Row>::Add(Row row) {
+const Row* Table<Row>::Add(Row&& row) {
   const auto number = static_cast<uint32_t>(rows_.size());
   if (by_name_.FindOrAdd(HashOf(row.name), number, [&](uint32_t other) {
         return rows_[other].name == row.name;
@@ -182,7 +182,7 @@ const Row* Table<Row>::ByKey(const std::string& key) const {
 template class Table<UserRow>;
 template class Table<GroupRow>;
 
-void UserTable::Add(UserRow row) {
+void UserTable::Add(UserRow&& row) {
   const UserRow* added = Table<UserRow>::Add(std::move(row));
   if (added == nullptr) {
     return;
@@ -197,25 +197,29 @@ void UserTable::Add(UserRow row) {
   }
 }
 
-std::vector<const UserRow*> UserTable::OfGroup(unsigned int gid) const {
-  if (!std::exchange(by_group_in_order_, true)) {
+void UserTable::OrderGroups() const {
+  if (!std::exchange(by_group_in_order_, true) &&
+      !std::is_sorted(by_group_.begin(), by_group_.end())) {
     std::sort(by_group_.begin(), by_group_.end());
   }
-  std::vector<const UserRow*> users;
-  for (auto at = std::lower_bound(by_group_.begin(), by_group_.end(), std::make_pair(gid, 0U));
-       at != by_group_.end() && at->first == gid; ++at) {
-    users.push_back(&rows()[at->second]);
-  }
-  return users;
 }
 
-const UserRow* UserTable::FirstListed(const std::string& folded) const {
+void UserTable::FindUnfolded() const {
   for (; unfolded_rows_ < rows().size(); unfolded_rows_++) {
     const UserRow& row = rows()[unfolded_rows_];
     if (row.listed && !IsSurelyFolded(row.name)) {
       unfolded_.emplace(FoldCase(row.name), static_cast<uint32_t>(unfolded_rows_));
     }
   }
+}
+
+bool UserTable::IsFirstListed(const UserRow& user) const {
+  FindUnfolded();
+  return unfolded_.empty() || FirstListed(FoldCase(user.name)) == &user;
+}
+
+const UserRow* UserTable::FirstListed(const std::string& folded) const {
+  FindUnfolded();
   const auto found = unfolded_.find(folded);
   const uint32_t first = found == unfolded_.end() ? RowIndex::kNone : found->second;
   const uint32_t exact = RowOfName(folded);
@@ -252,11 +256,50 @@ class SeenBefore {
   std::unordered_set<Value> many_;
 };
 
+// Each name once.
+class MemberNames {
+ public:
+  explicit MemberNames(std::vector<std::string>& names) : names_(names) {}
+  void Append(const UserRow& user) {
+    if (seen_users_.Add(&user)) {
+      names_.push_back(user.name);
+    }
+  }
+  void AppendUnknown(const std::string& name) {
+    if (seen_names_.Add(name)) {
+      names_.push_back(name);
+    }
+  }
+
+ private:
+  std::vector<std::string>& names_;
+  SeenBefore<const UserRow*> seen_users_;
+  SeenBefore<std::string> seen_names_;
+};
+
+class MemberUids {
+ public:
+  MemberUids(const UserTable& users, std::vector<unsigned int>& uids)
+      : users_(users), uids_(uids) {}
+  void Append(const UserRow& user) {
+    are_plain_ = are_plain_ && user.uid != KORV_UNKNOWN_ID && users_.IsFirstListed(user);
+    uids_.push_back(user.uid);
+  }
+  void AppendUnknown(const std::string& /*name*/) { are_plain_ = false; }
+  bool ArePlain() const { return are_plain_; }
+
+ private:
+  const UserTable& users_;
+  std::vector<unsigned int>& uids_;
+  bool are_plain_ = true;
+};
+
 // One walk over a group and the groups nested in it.
+template <class Members>
 class MemberWalk {
  public:
-  MemberWalk(const UserTable& users, const GroupTable& groups, std::vector<std::string>& names)
-      : users_(users), groups_(groups), names_(names) {}
+  MemberWalk(const UserTable& users, const GroupTable& groups, Members& members)
+      : users_(users), groups_(groups), members_(members) {}
 
   bool Run(const GroupRow& start, std::string& why) {
     Enter(start);
@@ -275,15 +318,9 @@ class MemberWalk {
     }
   }
 
-  void AppendUnknown(const std::string& name) {
-    if (seen_names_.Add(name)) {
-      names_.push_back(name);
-    }
-  }
-
   void AppendUser(const UserRow& user) {
-    if (user.listed && seen_users_.Add(&user)) {
-      names_.push_back(user.name);
+    if (user.listed) {
+      members_.Append(user);
     }
   }
 
@@ -295,7 +332,7 @@ class MemberWalk {
       if (const UserRow* user = users_.ByName(name)) {
         AppendUser(*user);
       } else {
-        AppendUnknown(name);
+        members_.AppendUnknown(name);
       }
     }
     for (const std::string& key : group.member_keys) {
@@ -303,9 +340,7 @@ class MemberWalk {
         return false;
       }
     }
-    for (const UserRow* user : users_.OfGroup(group.gid)) {
-      AppendUser(*user);
-    }
+    users_.ForEachOfGroup(group.gid, [this](const UserRow& user) { AppendUser(user); });
     return true;
   }
 
@@ -344,18 +379,29 @@ class MemberWalk {
 
   const UserTable& users_;
   const GroupTable& groups_;
-  std::vector<std::string>& names_;
+  Members& members_;
   std::vector<const GroupRow*> order_;
   SeenBefore<const GroupRow*> entered_;
-  SeenBefore<const UserRow*> seen_users_;
-  SeenBefore<std::string> seen_names_;
 };
 
 }  // namespace
 
 bool CollectMembers(const UserTable& users, const GroupTable& groups, const GroupRow& group,
                     std::vector<std::string>& names, std::string& why) {
-  return MemberWalk(users, groups, names).Run(group, why);
+  MemberNames members(names);
+  return MemberWalk(users, groups, members).Run(group, why);
+}
+
+bool CollectMemberUids(const UserTable& users, const GroupTable& groups, const GroupRow& group,
+                       std::vector<unsigned int>& uids) {
+  std::string why;
+  MemberUids members(users, uids);
+  const bool is_told = MemberWalk(users, groups, members).Run(group, why);
+  if (!std::is_sorted(uids.begin(), uids.end())) {
+    std::sort(uids.begin(), uids.end());
+  }
+  uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
+  return is_told && members.ArePlain();
 }
 
 }  // namespace korvmailserver::account

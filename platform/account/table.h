@@ -4,6 +4,7 @@
 #ifndef PLATFORM_ACCOUNT_TABLE_H
 #define PLATFORM_ACCOUNT_TABLE_H
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -109,7 +110,7 @@ class Table {
   // The first of several entries with one name counts, and the answer is incomplete then: which of
   // them is meant is unknown. The first of several with one id counts too; the later ones can be
   // looked up by name only. Null when the row was not taken.
-  const Row* Add(Row row);
+  const Row* Add(Row&& row);
   // Before the first row: about how many there will be.
   void Expect(size_t rows) { by_name_.Reserve(rows); }
   // An entry that could not be read. `name` may be empty, `gid` unknown.
@@ -157,16 +158,28 @@ using GroupTable = Table<GroupRow>;
 class UserTable : public Table<UserRow> {
  public:
   using Table<UserRow>::Table;
-  void Add(UserRow row);
-  // Users whose primary group it is or whose entry names it.
-  std::vector<const UserRow*> OfGroup(unsigned int gid) const;
+  void Add(UserRow&& row);
+  // Calls `use` with the users whose primary group it is or whose entry names it.
+  template <class Use>
+  void ForEachOfGroup(unsigned int gid, const Use& use) const {
+    OrderGroups();
+    for (auto at = std::lower_bound(by_group_.begin(), by_group_.end(), std::make_pair(gid, 0U));
+         at != by_group_.end() && at->first == gid; ++at) {
+      use(rows()[at->second]);
+    }
+  }
   // The first listed user whose folded name this is; null. For tables that tell case apart.
   const UserRow* FirstListed(const std::string& folded) const;
+  // Whether this listed row of the table is the first one under its own name, folded.
+  bool IsFirstListed(const UserRow& user) const;
   // Some user's groups are unknown, and with them the members of every group.
   void HideMemberships(const std::string& why) { memberships_hidden_ = why; }
   const std::string& memberships_hidden() const { return memberships_hidden_; }
 
  private:
+  void OrderGroups() const;
+  void FindUnfolded() const;
+
   std::string memberships_hidden_;
   // Group and row, put in order when somebody asks.
   mutable std::vector<std::pair<unsigned int, uint32_t>> by_group_;
@@ -182,6 +195,10 @@ class UserTable : public Table<UserRow> {
 // them: a part of a group handed out as the whole would cost people their membership.
 bool CollectMembers(const UserTable& users, const GroupTable& groups, const GroupRow& group,
                     std::vector<std::string>& names, std::string& why);
+// The uids of the same members, ascending, each once. False, too, where a member is not the first
+// listed user under its name, folded, or has no known uid.
+bool CollectMemberUids(const UserTable& users, const GroupTable& groups, const GroupRow& group,
+                       std::vector<unsigned int>& uids);
 
 extern template class Table<UserRow>;
 extern template class Table<GroupRow>;

@@ -15,6 +15,8 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -153,6 +155,15 @@ class MDOMAIN_EXPORT FewAccounts {
 // said and `users` unchanged, when only an enumeration tells.
 MDOMAIN_EXPORT bool ListMemberUsers(AUTH_TYPE type, const std::vector<std::string>& groups,
                                     std::vector<KORVUser>& users);
+
+// Called with the number of a group in a list and the uids of its members, ascending, each once.
+using PlainGroupVisitor = std::function<void(size_t number, const std::vector<unsigned int>& uids)>;
+// Within an AccountSnapshot, calls `use` with those of the groups of which every member is a user
+// whom an enumeration hands out first under the name, letter case folded. Of the others
+// KORVGroupListMember tells the members, or why it cannot. False, with nothing said and `use` not
+// called, when only that tells, or users are missing from the source.
+MDOMAIN_EXPORT bool ForEachPlainGroup(const std::vector<std::string>& groups,
+                                      const PlainGroupVisitor& use);
 
 // One step of an inspection of the source in force.
 struct AccountCheckStep {

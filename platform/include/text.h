@@ -39,8 +39,13 @@ inline bool HasNonAscii(std::string_view text) {
 inline bool IsControlCharacter(char c) {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
 }
+// Looks at every byte, as the compiler can do with many at once.
 inline bool HasControlCharacter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), IsControlCharacter);
+  bool has_any = false;
+  for (const char c : text) {
+    has_any |= IsControlCharacter(c);
+  }
+  return has_any;
 }
 
 // Well-formed UTF-8 as a whole; the empty text is.

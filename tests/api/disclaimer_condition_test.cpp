@@ -11,10 +11,12 @@
 #include <sstream>
 
 #include "lib-domain/base/text.h"
+#include "lib-domain/insight/disclaimer_rows.h"
 #include "tests/support/fixture.h"
 
 namespace {
 
+using MDOMAIN::API::INTERNAL::EmailGlobs;
 using MDOMAIN::API::INTERNAL::EmailTest;
 using MDOMAIN::API::INTERNAL::EscapePerlString;
 using MDOMAIN::API::INTERNAL::GroupTest;
@@ -211,8 +213,17 @@ TEST_F(DisclaimerCondition, GroupsAndJoinedTests) {
   EXPECT_FALSE(JoinTests("", {yes}, {}, condition));
 }
 
+// What explains disclaimers without Perl says of one rule.
+bool IsExplained(const Json::Value& maps, const Json::Value& rule, const std::string& sender) {
+  Json::Value config = maps;
+  Json::Value& built = config["disclaimer_list"].append(Json::objectValue);
+  built["op"] = "or";
+  built["match"].append(rule);
+  return MDOMAIN::INSIGHT::AnswersOf(config, sender, "x@y.example")[0]["applies"].asBool();
+}
+
 // Random patterns of every printable character against random addresses of the same few, so that
-// matches are frequent.
+// matches are frequent; Perl and what explains without it decide alike.
 TEST_F(DisclaimerCondition, AgreesWithThePlainRule) {
   std::mt19937 random(7);
   const std::string alphabet = "aB*.@$/+?()[]{}|^\"'`%#&;~-_=!, ";
@@ -242,10 +253,20 @@ TEST_F(DisclaimerCondition, AgreesWithThePlainRule) {
     std::string test;
     ASSERT_TRUE(EmailTest(RuleTarget::kSender, pattern, test));
     ExpectSender(test, address, Fits(pattern, address));
+    Json::Value rules(Json::arrayValue);
+    std::string globs[2];
+    ASSERT_TRUE(EmailGlobs(pattern, globs[0], globs[1]));
+    rules[0]["target"] = rules[1]["target"] = "sender";
+    rules[0]["globs"].append(globs[0]);
+    rules[0]["globs"].append(globs[1]);
+    EXPECT_EQ(IsExplained(input_["maps"], rules[0], "<" + address + ">"), Fits(pattern, address));
     std::string alias = word(5);
     ASSERT_TRUE(UserTest(RuleTarget::kSender, {alias}, test));
     std::string sender = (i % 3 == 0 ? word(5) : alias) + "@example.com";
-    ExpectSender(test, sender, MDOMAIN::BASE::EqualsIgnoreCase(sender, alias + "@example.com"));
+    const bool is_theirs = MDOMAIN::BASE::EqualsIgnoreCase(sender, alias + "@example.com");
+    ExpectSender(test, sender, is_theirs);
+    rules[1]["aliases"].append(alias);
+    EXPECT_EQ(IsExplained(input_["maps"], rules[1], "<" + sender + ">"), is_theirs);
   }
   Evaluate();
 }

@@ -19,6 +19,7 @@ lib-domain/api
 lib-domain/api/bcc lib-domain/api/disclaimer
 lib-domain/history
 lib-domain/insight
+lib-domain/document
 lib-domain/session
 tools/mdomain tools/korv_bcc_map'
 grep -rE '^ *#include "(lib-domain|platform|tools)/' lib-domain tools platform |

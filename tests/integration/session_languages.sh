@@ -72,6 +72,23 @@ same "answers" "$(jq -c '[.published, .error.reason, (.error.text // "" | sub(":
 "$scratch/c" refresh '{}' domains '{}' explain '{"address": "anna@xn--bcher-kva.example"}' doctor '{}' >"$scratch/answers"
 same "what is there" "$(jq -c '.value | if type == "array" then map(.name // .id) else .is_complete // .receiver end' "$scratch/answers")" \
   $'true\n["bücher.example"]\n"anna"\n["postmaster","timer"]'
+# What explains disclaimers without Perl says what the tool says with it.
+cat >"$scratch/list.json" <<'END'
+[{"id": 1, "name": "and", "enabled": true, "op": "and", "disabled_for_local_recipient": true, "match_rule_list": [
+    {"target": "sender", "pattern_type": "uid", "pattern": "1001"}, {"target": "recipient", "pattern_type": "email", "pattern": "*@*.example"}]},
+  {"id": 2, "name": "or", "enabled": true, "op": "or", "match_rule_list": [{"target": "sender", "pattern_type": "gid", "pattern": "2001"},
+    {"target": "sender", "pattern_type": "uid", "pattern": "4711"}, {"target": "recipient", "pattern_type": "email", "pattern": "*@BÜCHER.example"}],
+    "exception_rule_list": [{"target": "recipient", "pattern_type": "uid", "pattern": "1002"}]},
+  {"id": 3, "name": "off", "enabled": false, "op": "or", "match_rule_list": [{"target": "sender", "pattern_type": "email", "pattern": "*"}]}]
+END
+good disclaimer set 1 "$scratch/list.json"
+for from in "" "<Anna@bücher.example>" ben@xn--bcher-kva.example user@bücher.example anna@elsewhere.example; do
+  for to in x@away.example ben@bücher.example ERIK@xn--bcher-kva.example; do
+    same "from $from to $to" "$("$scratch/c" explain_disclaimers "$(jq -nc --arg from "$from" --arg to "$to" '{domain: 1, $from, $to}')" |
+      jq -cS 'select(.value).value')" "$(mdomain disclaimer explain 1 --from "$from" --to "$to" --json | jq -cS 'map(del(.op))')"
+  done
+done
+good disclaimer set 1 <(echo '[]')
 before=$(sqlite3 "$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db" .dump)
 "$scratch/c" remove_users '{"domain": 1, "uids": [1001], "dry_run": true}' \
   delete_domains '{"domains": [7], "dry_run": true}' create_domain '{"name": "x.example", "dry_run": 1}' \
@@ -81,11 +98,11 @@ before=$(sqlite3 "$MDOMAIN_ROOT/var/packages/Postara-Server/etc/local_DOMAIN.db"
   pattern_drift '{"domain": 1}' settings '{"all": true}' >"$scratch/answers" || fail "the program in C"
 same "plans and trials" "$(jq -c 'if (.value | type) == "array" then any(.value[]; .key == "postmaster" and .is_set == false)
   else .value.summary // .error.text // .value.total // [.value | .pattern, .users, .page.total] end' "$scratch/answers")" \
-'"1 person loses 1 address, 2 other things change"
+'"1 person loses 1 address, 1 other thing changes"
 "there is no domain 7"
 "argument \"dry_run\" is neither true nor false"
 "3 things change"
-2
+4
 ["<1a>",5,5]
 ["<a>",5,0]
 true'
@@ -142,6 +159,7 @@ except mailserver_domain.Error as error:
     print(error.reason, error)
 his = session.acting_as(anna["uid"])
 print(his.of(uid=anna["uid"])["addresses"], session.explain_user(uid=anna["uid"])["domains"][0]["by_pattern"])
+print([one["name"] for one in his.accounts(text="eri", page_size=1)])
 print(len(his.domains()), session.owner(address="boss@bücher.example"), session.history(limit=1)[0]["person"])
 threads = [threading.Thread(target=lambda: [session.domains() for _ in range(20)]) for _ in range(4)]
 [thread.start() for thread in threads]
@@ -161,6 +179,7 @@ same "Python" "$(LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 PYTHONPATH="$so
 "1 thing changes True
 changed anna was changed meanwhile
 ['anna@bücher.example', 'boss@bücher.example'] anna
+['erik', 'erika']
 1 anna python
 refused the administrator of a domain may not create domains
 4294968297 is no uid

@@ -8,6 +8,7 @@ here=$(dirname "$0")
 . "$here/lib/driver.bash"
 . "$here/lib/web.bash"
 
+export TMPDIR=$scratch # each dry run has a copy of the company there: a scratch folder in memory makes it quicker
 web_company
 web_start anna ben
 python3 "$here/lib/web_injection.py" "${EVERY:-20}" || fail "web_injection.py: $(tail -n 20 "$scratch/web.log")"

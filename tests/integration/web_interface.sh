@@ -23,12 +23,24 @@ done <<'END'
 nonsense\n|1: neither
 END
 
+matches "no folder for tokens" "$(mdomain-web --state "$scratch/none" 2>&1; echo "status $?")" 'none/tokens.db: unable to open database file'
+
 web_start anna ben erik erika
 sed -i 's/^\(erika:[^:]*:\)20000\(.*\):::$/\1\2::1:/' /etc/shadow # her account has ended
 grep -oE '\{"(GET|POST)", "[^"]+"' "$source_dir/web/routes.cpp" | sed 's/[",]//g; s/^{//' >"$scratch/routes"
 [ "$(wc -l <"$scratch/routes")" -gt 30 ] || fail "hardly any route was found"
-python3 "$here/lib/web_interface.py" "$scratch" || fail "web_interface.py: $(tail -n 20 "$scratch/web.log")"
+python3 "$here/lib/web_interface.py" "$scratch" "$source_dir" || fail "web_interface.py: $(tail -n 20 "$scratch/web.log")"
 matches "history" "$(mdomain history list)" 'anna'
+
+# Without a service of its own PAM asks that for others; where that cannot tell, no try counts.
+sign_in() { curl -s -o /dev/null -w '%{http_code} ' -H "X-Forwarded-For: 198.51.100.1" -d "name=anna&password=$1" http://127.0.0.1:8025/sign-in; }
+rm /etc/pam.d/mdomain-web
+same "PAM's service for others" "$(sign_in "of anna")" "303 "
+cp /etc/pam.d/other "$scratch/other"
+echo 'auth required pam_that_is_not_there.so' >/etc/pam.d/other
+same "PAM cannot tell" "$(for _ in {1..9}; do sign_in wrong; done)" "503 503 503 503 503 503 503 503 503 "
+cp "$scratch/other" /etc/pam.d/other
+same "the service is back" "$(sign_in "of anna")" "303 "
 web_stop
 mdomain-web --state "$scratch" --address ::1 --port 8025 2>"$scratch/web.log" &
 web=$!

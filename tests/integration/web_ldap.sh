@@ -39,6 +39,12 @@ web_configure
 # A local account with the name of one of the directory, and one named as the number of another.
 printf 'erika:x:1500:1500::/:/bin/sh\n20001:x:1501:1501::/:/bin/sh\n' >>/etc/passwd
 web_password erika 20001
+# One that has ended, and one whose password must be changed first.
+for rest in ended::1 must:0:; do
+  name=${rest%%:*}
+  echo "$name:x:$((1600 + ${#name})):1501::/:/bin/sh" >>/etc/passwd
+  echo "$name:$(openssl passwd -6 "of $name"):$(cut -d: -f2 <<<"$rest"):0:99999:7::${rest##*:}:" >>/etc/shadow
+done
 printf '%s\n' 'uid 0' 'gid 0' 'uri ldap://127.0.0.1:3890/' 'base dc=example,dc=com' \
   'binddn cn=reader,dc=example,dc=com' 'bindpw readpw' 'nss_min_uid 1000' >/etc/nslcd.conf
 chmod 600 /etc/nslcd.conf
@@ -55,8 +61,10 @@ gives '[.[].person] | unique | map(select(startswith("anna")))' '["anna@dir.exam
 import sys
 import web_client
 from web_client import Browser, same
-for name in ("erika", "20001"):
-    same(name + ", who is somebody else", Browser().sign_in(name, "of " + name).status, 403)
+for name, password, why in (("erika", "of erika", "do not know"), ("20001", "of 20001", "do not know"), ("ended", "of ended", "has ended"),
+                            ("must", "of must", "has to be changed"), ("ended", "wrong", "are wrong")):
+    answer = Browser().sign_in(name, password)
+    same(f"{name}, {password}", (answer.status, why in answer.text), (403, True))
 same("of the host's group", Browser("erik").get("/domains/new").status, 200)
 sys.exit(1 if web_client.failures else 0)
 PY

@@ -45,6 +45,16 @@ fresh() {
 # Whatever would ask has nobody to answer, and fails.
 inside() { env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 chroot "$work/system" "$@" </dev/null; }
 install() { logged "installing $1" inside apt-get install -q -y --no-install-recommends "${@:2}"; }
+# people : the accounts of ./quickstart and their groups; everybody's password is "secret".
+people() {
+  grep -E '^[a-z]+(:[^:]*){3}$' "$source_dir/quickstart" | grep -v ^root >>"$work/system/etc/group"
+  grep -E '^[a-z]+(:[^:]*){6}$' "$source_dir/quickstart" | grep -v ^root |
+    while IFS=: read -r name _ uid gid _; do
+      grep -q ":$gid:" "$work/system/etc/group" || echo "$name:x:$gid:" >>"$work/system/etc/group"
+      echo "$name:secret:$uid:$gid::/home/$name:/bin/bash"
+    done >"$work/system/people"
+  inside newusers /people
+}
 # booted SCRIPT : runs /SCRIPT of the system under a systemd of its own, without a network; what it
 # prints is in $said
 booted() {

@@ -1,100 +1,14 @@
-"""Does in the pages of https://mail.example.com, on this host, what docs/manual/web.md tells, by forms and links alone, and
-prints what mailboxes have meanwhile. Everybody's password is "secret"."""
+"""Does in the pages what docs/manual/web.md tells, and prints what mailboxes have meanwhile. Everybody's password is
+"secret"."""
 
 import email
-import html.parser
-import http.client
 import imaplib
 import smtplib
-import ssl
 import time
-import urllib.parse
+
+from web_person import Person
 
 BOOKS = "@xn--bcher-kva.example"
-
-
-class Page(html.parser.HTMLParser):
-    """The forms of a page, by the words of their button, and its links."""
-
-    def __init__(self, text):
-        super().__init__()
-        self.forms, self.links, self.words = {}, {}, ""
-        self.form = self.field = self.button = self.link = None
-        self.feed(text)
-
-    def handle_starttag(self, tag, attrs):
-        at = dict(attrs)
-        if tag == "form":
-            self.form = (at.get("method", "get"), at["action"], {})
-        elif tag == "input" and self.form and at.get("name"):
-            if at.get("type") != "checkbox" or "checked" in at:
-                self.form[2][at["name"]] = at.get("value", "on")
-        elif tag in ("textarea", "select") and self.form:
-            self.field = at["name"]
-            self.form[2][self.field] = ""
-        elif tag == "button":
-            self.button = ""
-        elif tag == "a":
-            self.link = (at["href"], "")
-
-    def handle_data(self, data):
-        self.words += data
-        if self.field and self.lasttag == "textarea":
-            self.form[2][self.field] += data.lstrip("\n")
-        if self.button is not None:
-            self.button += data
-        if self.link:
-            self.link = (self.link[0], self.link[1] + data)
-
-    def handle_endtag(self, tag):
-        if tag == "button" and self.form:
-            self.forms.setdefault(self.button.strip(), self.form)
-            self.button = None
-        elif tag == "form":
-            self.form = None
-        elif tag in ("textarea", "select"):
-            self.field = None
-        elif tag == "a" and self.link:
-            self.links[self.link[1].strip()] = self.link[0]
-            self.link = None
-
-
-class Person:
-    def __init__(self, name, password="secret"):
-        self.cookies = {}
-        self.go("/")
-        self.press("Sign in", name=name, password=password)
-
-    def ask(self, method, path, fields=None):
-        context = ssl.create_default_context(cafile="/etc/ssl/certs/mail.example.com.pem")
-        connection = http.client.HTTPSConnection("mail.example.com", context=context, timeout=30)
-        headers = {"Cookie": "; ".join(f"{name}={value}" for name, value in self.cookies.items())}
-        if fields is not None:
-            headers |= {"Content-Type": "application/x-www-form-urlencoded", "Origin": "https://mail.example.com"}
-        connection.request(method, path, fields and urllib.parse.urlencode(fields), headers)
-        answer = connection.getresponse()
-        text = answer.read().decode()
-        for cookie in answer.msg.get_all("Set-Cookie") or []:
-            name, value = cookie.split(";")[0].split("=", 1)
-            self.cookies[name] = value
-        if answer.status == 303:
-            return self.ask("GET", urllib.parse.urljoin(path, answer.getheader("Location")))
-        self.status, self.page = answer.status, Page(text)
-        return self
-
-    def go(self, path):
-        return self.ask("GET", path)
-
-    def choose(self, link):
-        if link not in self.page.links:
-            raise SystemExit(f"FAILED: no way to {link}: {self.page.words}")
-        return self.go(self.page.links[link])
-
-    def press(self, button, **fields):
-        if button not in self.page.forms:
-            raise SystemExit(f"FAILED: no button {button}: {self.page.words}")
-        _, path, hidden = self.page.forms[button]
-        return self.ask("POST", path, {**hidden, **fields})
 
 
 def send(to, subject):

@@ -21,17 +21,11 @@ prepare
 fresh
 install "what a host has" systemd systemd-sysv dbus
 install "the client" python3
-grep -E '^[a-z]+(:[^:]*){3}$' "$source_dir/quickstart" | grep -v ^root >>"$work/system/etc/group"
-grep -E '^[a-z]+(:[^:]*){6}$' "$source_dir/quickstart" | grep -v ^root |
-  while IFS=: read -r name _ uid gid _; do
-    grep -q ":$gid:" "$work/system/etc/group" || echo "$name:x:$gid:" >>"$work/system/etc/group"
-    echo "$name:secret:$uid:$gid::/home/$name:/bin/bash"
-  done >"$work/system/people"
-inside newusers /people
+people
 echo '127.0.0.1 mail.example.com' >>"$work/system/etc/hosts"
-cp "$source_dir/tests/reliability/manual_web.py" "$work/system/client.py"
+cp "$source_dir"/tests/reliability/{manual_web,web_person}.py "$work/system/"
 
-page "$source_dir/docs/manual/web.md" "mdomain history list" 'python3 /client.py | sed "s/^/PAGES /"'
+page "$source_dir/docs/manual/web.md" "mdomain history list" 'python3 /manual_web.py | sed "s/^/PAGES /"'
 cat >>"$work/system/page" <<'END'
 left() { (cd / && ls -d run/mdomain-web.sock var/lib/mdomain-web/tokens.db etc/pam.d/mdomain-web usr/sbin/mdomain-web
   systemctl is-active mdomain-web.service mdomain-web.socket | grep -x active) 2>/dev/null | sed "s/^/LEFT $1 /"; }

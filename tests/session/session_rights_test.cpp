@@ -59,6 +59,7 @@ TEST_F(SessionTest, AnAdministratorHasHisDomainsAndNothingElse) {
           ReasonOf(his.TryPattern(1, "<a>")),
           ReasonOf(his.PatternDrift(1)),
           ReasonOf(his.ListHistory({1, 100})),
+          ReasonOf(his.ExplainDisclaimers(1, "", "x@y.example")),
 
           ReasonOf(his.DryRun([](Session& trial) { return trial.RemoveUsers(1, {kBob}); })),
           ReasonOf(his.SetDisclaimers(1, "[]"))}) {

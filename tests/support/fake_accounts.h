@@ -148,6 +148,11 @@ bool korvmailserver::ListMemberUsers(AUTH_TYPE /*type*/, const std::vector<std::
   return false;  // only KLIBUserInfoEnum tells
 }
 
+bool korvmailserver::ForEachPlainGroup(const std::vector<std::string>& /*groups*/,
+                                       const PlainGroupVisitor& /*use*/) {
+  return false;  // only KORVGroupListMember tells
+}
+
 namespace test {
 
 inline int FakeRealName(const char* name, char* buffer, size_t size) {

@@ -123,6 +123,55 @@ TEST_F(RefreshRoads, AllLeadToTheSameModel) {
   EXPECT_GT(changed, 30U);
 }
 
+// With a note of the model, other accounts lead to the same as without.
+TEST_F(RefreshRoads, OtherAccountsMeetTheModelThatIsNoted) {
+  CreateDomain("first.example", true);
+  Write("/var/run/postara_server/mdomain.lock", "");
+  constexpr int kNotedModels = 12;
+  const std::string note = root() + kNoteFile;
+  // Every member is an account, as what is said of others is no state to note.
+  const auto write_accounts = [this] {
+    std::string passwd;
+    std::string group = "all:x:2001:";
+    for (unsigned uid = 1000; uid < 1014; ++uid) {
+      if (Draw(4) != 0) {
+        const std::string name = "u" + std::to_string(uid);
+        passwd += name + ":x:" + std::to_string(uid) + ":99::/:/bin/sh\n";
+        group += Draw(2) == 0 ? name + "," : "";
+      }
+    }
+    WriteAccounts(passwd, group + "\n");
+  };
+  size_t settled = 0;
+  for (int model = 0; model < kNotedModels; ++model) {
+    SCOPED_TRACE(model);
+    write_accounts();
+    Refreshed();
+    for (int round = 0; round < 2; ++round) {
+      usleep(kUntilFilesSettle);
+      Refreshed();
+    }
+    usleep(kUntilFilesSettle);
+    if (model % 2 == 0) {
+      write_accounts();
+    } else {
+      Write("/etc/passwd", Read("/etc/passwd") + "root:x:0:0::/:/bin/sh\n");
+    }
+    const std::string passwd = Read("/etc/passwd");
+    const std::string database = Read(DbPath().substr(root().size()));
+    const bool is_noted = access(note.c_str(), F_OK) == 0;
+    const StringList said = RefreshedTwice();
+    const StringList noted = Content();
+    settled += is_noted && Read(DbPath().substr(root().size())) == database ? 1 : 0;
+    Write(DbPath().substr(root().size()), database);
+    unlink(note.c_str());
+    Write("/etc/passwd", passwd);
+    EXPECT_EQ(RefreshedTwice(), said);
+    EXPECT_THAT(Text(Content()), Text(noted));
+  }
+  EXPECT_GT(settled, 3U);
+}
+
 // The second refresh of an unchanged company is not read again, the one after any change is.
 TEST_F(RefreshRoads, WhatIsProvablyUnchangedIsNotReadAgain) {
   CreateDomain("example.com", true);

@@ -6,17 +6,21 @@
 #include "tools/mdomain/apply.h"
 
 #include "lib-domain/base/text.h"
+#include "lib-domain/document/site.h"
 #include "tools/mdomain/document.h"
 #include "tools/mdomain/dry_run.h"
 #include "tools/mdomain/model.h"
 #include "tools/mdomain/notes.h"
 #include "tools/mdomain/recorder.h"
-#include "tools/mdomain/site.h"
 #include "tools/mdomain/stored_state.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
+
+using MDOMAIN::DOCUMENT::Site;
+using MDOMAIN::DOCUMENT::SiteAccounts;
+using MDOMAIN::DOCUMENT::SiteJson;
 
 constexpr const char* kSkip = "--skip-unknown";
 constexpr const char* kForce = "--force";
@@ -25,7 +29,7 @@ constexpr const char* kWrittenDifferently = "the same is written differently";
 // The site of the document; names who is not mirrored, and refuses the whole for them unless they
 // are to be left out.
 Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accounts, bool tells) {
-  TypedSite typed = ParseSite(text, accounts);
+  MDOMAIN::DOCUMENT::TypedSite typed = MDOMAIN::DOCUMENT::ParseSite(text, accounts);
   if (!typed.unknown.empty() && !call.Has(kSkip)) {
     throw Failure(kNotFound, "not in the mirror: " + MDOMAIN::BASE::Join(typed.unknown, ", ") +
                                  ". Next: run mdomain refresh, or give " + kSkip +
@@ -40,19 +44,25 @@ Site Wanted(const Call& call, const std::string& text, const SiteAccounts& accou
   return std::move(typed.site);
 }
 
-// Whether it would change something. A domain that is the only one cannot go.
-bool Differs(const Site& wanted, const SiteAccounts& accounts) {
-  const Site is = ReadSite(accounts);
-  if (wanted.domains.empty() && !is.domains.empty()) {
-    throw Failure(kRefused, "$.domains: has none, and the primary domain cannot be deleted");
-  }
-  return SiteJson(is) != SiteJson(wanted);
+// Whether it would change something.
+bool Differs(const Call& call, const std::string& text) {
+  return WithDocuments([&] {
+    const SiteAccounts accounts;
+    const Site wanted = Wanted(call, text, accounts, true);
+    return SiteJson(MDOMAIN::DOCUMENT::ReadSite(accounts)) != SiteJson(wanted);
+  });
 }
 
 void MakeItSo(const Call& call, const std::string& text, bool tells) {
   RequireReadyModel(call);
-  const SiteAccounts accounts;
-  MakeSite(Wanted(call, text, accounts, tells), accounts);
+  std::vector<std::string> warnings;
+  WithDocuments([&] {
+    const SiteAccounts accounts;
+    MDOMAIN::DOCUMENT::MakeSite(Wanted(call, text, accounts, tells), accounts, warnings);
+  });
+  for (const std::string& warning : warnings) {
+    Note("warning: " + warning);
+  }
 }
 
 // What it would change; throws what it is refused with.
@@ -130,8 +140,7 @@ DocumentPlan PlanDocument(const Call& call, const std::string& text, const std::
   plan.before = before;
   {
     const Progress shown = ShownWork(call, "comparing");
-    const SiteAccounts accounts;
-    plan.differs = Differs(Wanted(call, text, accounts, true), accounts);
+    plan.differs = Differs(call, text);
   }
   if (plan.differs) {
     const Progress shown = ShownWork(call, "trying it on copies");

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "lib-domain/document/problem.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/log_view.h"
 
@@ -11,6 +12,20 @@ namespace mdomain {
 
 // For somebody who waits, until the next one.
 Progress ShownWork(const Call& call, const char* doing);
+
+// Runs work on documents; a problem that it ends with ends the command.
+template <typename Work>
+auto WithDocuments(const Work& work) {
+  using MDOMAIN::DOCUMENT::Problem;
+  try {
+    return work();
+  } catch (const Problem& problem) {
+    throw Failure(problem.kind == Problem::kRefused       ? kRefused
+                  : problem.kind == Problem::kUnpublished ? kUnpublished
+                                                          : kFailed,
+                  problem.what());
+  }
+}
 
 // The document of the model as it is stored.
 std::string ExportedText(const Call& call);

@@ -5,6 +5,7 @@
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/json_text.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/insight/disclaimer_rows.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/arguments.h"
 #include "tools/mdomain/command.h"
@@ -69,7 +70,7 @@ void AddLeftOutRules(MimeDefang& mimedefang, int domain_idx, Json::Value& rows) 
     row["left_out"] = "";
   }
   for (const Json::Value& built : config["disclaimer_list"]) {
-    rows[built["place"].asUInt()]["left_out"] = LeftOutRules(built);
+    rows[built["place"].asUInt()]["left_out"] = MDOMAIN::INSIGHT::LeftOutRules(built);
   }
 }
 

@@ -12,7 +12,7 @@
 #include <memory>
 #include <utility>
 
-#include "lib-domain/base/text.h"
+#include "lib-domain/insight/disclaimer_rows.h"
 #include "platform/include/process.h"
 #include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
@@ -137,69 +137,11 @@ Json::Value Evaluate(const Json::Value& config, const Question& question) {
   return answers;
 }
 
-std::string RuleList(const char* list, const Json::Value& indexes) {
-  std::vector<std::string> names;
-  for (const Json::Value& index : indexes) {
-    names.push_back(std::string(list) + "[" + index.asString() + "]");
-  }
-  return MDOMAIN::BASE::Join(names, ", ");
-}
-
-std::string Reason(const Json::Value& row, const Json::Value& answer) {
-  std::string reason;
-  if (answer["local_recipient"].asBool()) {
-    reason = "disabled for local recipients";
-  } else if (!answer["excepted"].empty()) {
-    reason = RuleList("exception_rule_list", answer["excepted"]);
-  } else {
-    reason = answer["matched"].empty() ? "no match rule holds"
-                                       : RuleList("match_rule_list", answer["matched"]);
-  }
-  const bool lost = row["op"] == Json::Value("and") && !row["match_left_out"].empty();
-  return lost ? reason + " (without " + RuleList("match_rule_list", row["match_left_out"]) + ")"
-              : reason;
-}
-
-Json::Value ExplainRow(const Json::Value& disclaimer) {
-  Json::Value row(Json::objectValue);
-  row["id"] = disclaimer["id"];
-  row["name"] = disclaimer["name"];
-  row["op"] = disclaimer["op"];
-  row["applies"] = false;
-  row["reason"] = disclaimer["enabled"] == Json::Value(true) ? "invalid, left out" : "disabled";
-  row["matched"] = Json::arrayValue;
-  row["excepted"] = Json::arrayValue;
-  row["match_left_out"] = Json::arrayValue;
-  row["exceptions_left_out"] = Json::arrayValue;
-  return row;
-}
-
 }  // namespace
-
-std::string LeftOutRules(const Json::Value& row) {
-  const std::string matches = RuleList("match_rule_list", row["match_left_out"]);
-  const std::string exceptions = RuleList("exception_rule_list", row["exceptions_left_out"]);
-  return matches + (matches.empty() || exceptions.empty() ? "" : ", ") + exceptions;
-}
 
 Json::Value ExplainDisclaimers(const Json::Value& list, const Json::Value& config,
                                const Question& question) {
-  const Json::Value answers = Evaluate(config, question);
-  Json::Value rows(Json::arrayValue);
-  for (const Json::Value& disclaimer : list) {
-    rows.append(ExplainRow(disclaimer));
-  }
-  for (Json::ArrayIndex i = 0; i < answers.size(); ++i) {
-    const Json::Value& built = config["disclaimer_list"][i];
-    Json::Value& row = rows[built["place"].asUInt()];
-    row["applies"] = answers[i]["applies"];
-    row["match_left_out"] = built["match_left_out"];
-    row["exceptions_left_out"] = built["exceptions_left_out"];
-    row["reason"] = Reason(row, answers[i]);
-    row["matched"] = answers[i]["matched"];
-    row["excepted"] = answers[i]["excepted"];
-  }
-  return rows;
+  return MDOMAIN::INSIGHT::DisclaimerRows(list, config, Evaluate(config, question));
 }
 
 }  // namespace mdomain

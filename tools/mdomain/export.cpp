@@ -3,14 +3,17 @@
 #include <cstring>
 
 #include "lib-domain/api/export_file.h"
+#include "lib-domain/document/site.h"
 #include "tools/mdomain/apply.h"
-#include "tools/mdomain/site.h"
 
 namespace mdomain {
 
 std::string ExportedText(const Call& call) {
   const Progress shown = ShownWork(call, "reading the domains");
-  return JsonText(SiteJson(ReadSite(SiteAccounts())));
+  return WithDocuments([] {
+    return JsonText(MDOMAIN::DOCUMENT::SiteJson(
+        MDOMAIN::DOCUMENT::ReadSite(MDOMAIN::DOCUMENT::SiteAccounts())));
+  });
 }
 
 namespace {

@@ -6,17 +6,21 @@
 #include <algorithm>
 
 #include "lib-domain/base/text.h"
+#include "lib-domain/document/words.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "platform/include/eai.h"
 #include "platform/include/postfix_map.h"
 #include "platform/include/text.h"
 #include "tools/mdomain/domain_name.h"
-#include "tools/mdomain/site_words.h"
 #include "tools/mdomain/status.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
 namespace {
+
+using MDOMAIN::DOCUMENT::SiteDomain;
+using MDOMAIN::DOCUMENT::SiteEntry;
+using MDOMAIN::DOCUMENT::SiteUser;
 
 constexpr int kMostSteps = 100;  // from alias to alias
 

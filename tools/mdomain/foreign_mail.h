@@ -9,9 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "tools/mdomain/site.h"
+#include "lib-domain/document/site.h"
 
 namespace mdomain {
+
+using MDOMAIN::DOCUMENT::Site;
 
 struct ForeignMailbox {
   std::string address;

@@ -3,11 +3,11 @@
 #include <cstring>
 
 #include "lib-domain/api/export_file.h"
+#include "lib-domain/document/words.h"
 #include "tools/mdomain/command.h"
 #include "tools/mdomain/domain_name.h"
 #include "tools/mdomain/foreign_sources.h"
 #include "tools/mdomain/notes.h"
-#include "tools/mdomain/site_words.h"
 #include "tools/mdomain/text.h"
 
 namespace mdomain {
@@ -17,7 +17,7 @@ constexpr int kFirstUid = 1000;
 constexpr int kLastUid = 60000;
 
 void WriteDocument(Call& call, ForeignMail mail, const ImportChoice& choice) {
-  const std::string text = JsonText(SiteJson(MakeForeignSite(mail, choice)));
+  const std::string text = JsonText(MDOMAIN::DOCUMENT::SiteJson(MakeForeignSite(mail, choice)));
   const std::string file = call.Text("--output");
   if (file.empty()) {
     call.out().Raw(text);

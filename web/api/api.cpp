@@ -19,6 +19,8 @@ using httplib::Response;
 
 constexpr const char* kRoot = "/api/v1";
 constexpr Json::ArrayIndex kLongestPage = 10000;
+// Of all domains: a document of more would take more than a quarter of a GiB while it is made.
+constexpr Json::UInt64 kMostUsersOfModel = 100000;
 
 struct Refusal {
   int status;
@@ -141,14 +143,24 @@ void Cut(const Part& part, Json::Value& answer) {
 
 // A change that would replace what somebody else may have changed meanwhile says which version it
 // is made from.
-void RequireVersion(const Operation& operation, const Json::Value& arguments) {
+void RequireVersion(const Operation& operation, const Json::Value& arguments, bool is_trial) {
   for (const Argument& argument : operation.arguments) {
     const bool is_whole =
         argument.is_needed || (arguments.isMember("aliases") && arguments.isMember("uid"));
     if (argument.kind == Kind::kVersion && is_whole && !arguments.isMember(argument.name) &&
-        arguments["dry_run"] != true) {
+        !is_trial) {
       Refuse(428, "invalid", "If-Match is missing: the version that was read, or *");
     }
+  }
+}
+
+void RequireSmallModel(const Calls& calls) {
+  Json::UInt64 users = 0;
+  for (const Json::Value& domain : calls("domains")) {
+    users += domain["users"].asUInt64();
+  }
+  if (users > kMostUsersOfModel) {
+    Refuse(403, "refused", "the domains have more than 100,000 users: mdomain export writes them");
   }
 }
 
@@ -161,6 +173,25 @@ bool HasBody(const Operation& operation) {
 std::string VersionOf(std::string match) {
   match.erase(std::remove(match.begin(), match.end(), '"'), match.end());
   return match == "*" ? "" : match.empty() ? "none" : match;
+}
+
+// Of several operations at once each has the arguments that it has alone, and its version among
+// them.
+void RequireVersions(const Operation& of_all, const Json::Value& arguments) {
+  const bool is_trial = arguments["dry_run"] == true;
+  RequireVersion(of_all, arguments, is_trial);
+  for (const Json::Value& call : arguments["calls"]) {
+    const Json::Value& name = call.isObject() ? call["call"] : call;
+    const Operation* operation = name.isString() ? FindOperation(name.asString()) : nullptr;
+    if (operation == nullptr || name == "together") {
+      Refuse(400, "invalid", "an element of \"calls\" names no operation of its own");
+    }
+    const Json::Value& given = call["arguments"];
+    if ((!given.isObject() && !given.isNull()) || given.isMember("dry_run")) {
+      Refuse(400, "invalid", "those are no arguments of \"" + name.asString() + "\"");
+    }
+    RequireVersion(*operation, given, is_trial);
+  }
 }
 
 Json::Value ArgumentsOf(const Operation& operation, const Request& request,
@@ -200,7 +231,7 @@ Json::Value ArgumentsOf(const Operation& operation, const Request& request,
   if (IsFlagSet(request, "dry_run")) {
     arguments["dry_run"] = true;
   }
-  RequireVersion(operation, arguments);
+  RequireVersions(operation, arguments);
   return arguments;
 }
 
@@ -276,6 +307,9 @@ Json::Value Api::_Answer(const Request& request, Response& response) {
     }
     const Calls calls =
         person->is_host_administrator ? Calls::OfHost(person->name) : Calls::As(person->uid);
+    if (std::string(operation.call) == "export") {
+      RequireSmallModel(calls);
+    }
     Json::Value answer = calls.Answer(operation.call, ArgumentsOf(operation, request, *at));
     if (IsList(operation) && answer["value"].isArray()) {
       Cut(PartOf(request), answer);

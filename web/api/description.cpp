@@ -20,6 +20,10 @@ Json::Value SchemaOf(Kind kind) {
       {Kind::kFlag, R"({"type": "boolean"})"},
       {Kind::kRole, R"({"enum": ["normal", "domain_admin", null]})"},
       {Kind::kCopies, R"({"type": "array", "items": {"$ref": "#/components/schemas/Copy"}})"},
+      {Kind::kCalls, R"({"type": "array", "items": {"type": "object",
+          "required": ["call"], "additionalProperties": false, "properties": {
+          "call": {"type": "string", "description": "An operationId"},
+          "arguments": {"type": "object", "description": "All of them; of If-Match as version"}}}})"},
       {Kind::kVersion, R"({"type": "string"})"}};
   return FromText(kSchemas.at(kind));
 }

@@ -1,5 +1,6 @@
 #include "web/api/operations.h"
 
+#include <algorithm>
 #include <string>
 
 namespace mdomain_web {
@@ -18,6 +19,7 @@ constexpr Argument kWholeVersion = {"version", Kind::kVersion, true,
                                     "The version that was read; * stands for any"};
 constexpr Argument kText = {"text", Kind::kText, false,
                             "Names, and aliases of people, that hold it"};
+constexpr Argument kNamed = {"text", Kind::kText, false, "Names that hold it"};
 constexpr Argument kBy = {"by", Kind::kText, false, "The column to sort by"};
 constexpr Argument kDescending = {"is_descending", Kind::kFlag, false,
                                   "From the last to the first"};
@@ -230,6 +232,29 @@ const std::vector<Operation>& Operations() {
        {kDomain, {"json", Kind::kText, true, "One disclaimer as a text"}},
        "DisclaimerReach"},
       {"GET",
+       "/domains/{domain}/disclaimers/explain",
+       "explain_disclaimers",
+       "Which disclaimers apply to a message, and why",
+       {kDomain,
+        {"from", Kind::kText, true, "The sender; empty for a bounce"},
+        {"to", Kind::kText, true, "The recipient"}},
+       "DisclaimerVerdict[]"},
+      {"GET",
+       "/accounts",
+       "list_accounts",
+       "The accounts of the last refresh, by pages",
+       {kNamed,
+        {"gid", Kind::kNumber, false, "Members of this group of the account system"},
+        kPageSize,
+        kCursor},
+       "AccountPage"},
+      {"GET",
+       "/groups",
+       "list_account_groups",
+       "The groups of the account system, by pages",
+       {kNamed, kPageSize, kCursor},
+       "AccountPage"},
+      {"GET",
        "/accounts/find",
        "find_account",
        "An account by its name or uid",
@@ -241,6 +266,12 @@ const std::vector<Operation>& Operations() {
        "A group of the account system",
        {{"text", Kind::kText, true, "Name or gid"}},
        "Account?"},
+      {"GET",
+       "/groups/{gid}",
+       "explain_group",
+       "A group of the account system, and the domains that it is in",
+       {kGid},
+       "AccountGroup"},
       {"GET",
        "/accounts/{uid}/addresses",
        "addresses",
@@ -272,6 +303,27 @@ const std::vector<Operation>& Operations() {
        "What mail services read, since when, and what is not as the model has it",
        {kPageSize, kCursor},
        "Publication"},
+      {"GET",
+       "/model",
+       "export",
+       "The whole model as a document, for backup and comparison",
+       {},
+       "ModelDocument"},
+      {"PUT",
+       "/model",
+       "apply",
+       "Makes the model what a document says, or changes nothing",
+       {{"json", Kind::kText, true, "The document as a text"},
+        {"skip_unknown", Kind::kFlag, false, "Leaves out whom no refresh has found"},
+        kWholeVersion},
+       "AppliedDocument"},
+      {"POST",
+       "/together",
+       "together",
+       "Several calls as one change, all or none",
+       {{"command", Kind::kText, true, "What the history calls it"},
+        {"calls", Kind::kCalls, true, "Operations by their id, in this order"}},
+       "Values"},
       {"POST", "/publish", "publish", "Publishes everything once more", {}, "Nothing"},
       {"GET",
        "/explain",
@@ -350,6 +402,13 @@ const std::vector<Operation>& Operations() {
        "Nothing"},
   };
   return *operations;
+}
+
+const Operation* FindOperation(const std::string& call) {
+  const auto& all = Operations();
+  const auto found = std::find_if(all.begin(), all.end(),
+                                  [&call](const Operation& one) { return call == one.call; });
+  return found == all.end() ? nullptr : &*found;
 }
 
 bool IsList(const Operation& operation) {

@@ -3,6 +3,7 @@
 #ifndef MDOMAIN_WEB_API_OPERATIONS_H
 #define MDOMAIN_WEB_API_OPERATIONS_H
 
+#include <string>
 #include <vector>
 
 namespace mdomain_web {
@@ -16,6 +17,7 @@ enum class Kind {
   kRole,     // "normal", "domain_admin", or null for that of the groups
   kCopies,   // array of {"of", "name", "to"}
   kVersion,  // of If-Match
+  kCalls,    // array of {"call", "arguments"}
 };
 
 struct Argument {
@@ -37,6 +39,9 @@ struct Operation {
 };
 
 const std::vector<Operation>& Operations();
+
+// That makes this call of the library; null without one.
+const Operation* FindOperation(const std::string& call);
 
 // Whether the answer is an array, of which a page is given: "page_size" and "cursor" of the query
 // say which, "next" and "total" beside the value what else there is.

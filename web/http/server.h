@@ -21,8 +21,10 @@ struct Limits {
   std::size_t body = 1024 * 1024;       // bytes; a longer one is 413
   std::chrono::seconds to_receive{15};  // for the whole request
   std::chrono::seconds to_send{60};     // for the whole answer
-  std::size_t threads = 64;
-  std::size_t waiting = 256;  // connections that no thread has taken yet; more are closed
+  // Of a crowd all but a few wait for the library, which serves one at a time: whoever needs
+  // nothing of it, for a file or to sign in, finds a thread all the same.
+  std::size_t threads = 256;
+  std::size_t waiting = 64;  // connections that no thread has taken yet; more are closed
 };
 
 class Server final : private httplib::Server {

@@ -70,6 +70,19 @@ bool IsJudgement(int status) {
          std::end(kOwnTroubles);
 }
 
+Checked::Outcome OutcomeOf(int status, bool is_password_right) {
+  if (!IsJudgement(status)) {
+    return Checked::Outcome::kNotAsked;
+  }
+  if (!is_password_right) {
+    return Checked::Outcome::kWrong;
+  }
+  return status == PAM_SUCCESS ? Checked::Outcome::kRight
+         : status == PAM_NEW_AUTHTOK_REQD || status == PAM_AUTHTOK_EXPIRED
+             ? Checked::Outcome::kMustChange
+             : Checked::Outcome::kShutOut;
+}
+
 }  // namespace
 
 Checked CheckPassword(const std::string& service, const std::string& name,
@@ -84,26 +97,30 @@ Checked CheckPassword(const std::string& service, const std::string& name,
   if (status != PAM_SUCCESS) {
     syslog(LOG_AUTHPRIV | LOG_ERR, "PAM of %s does not begin: %s", service.c_str(),
            pam_strerror(nullptr, status));
-    return {std::nullopt, false};
+    return {Checked::Outcome::kNotAsked, ""};
   }
   pam_set_item(handle, PAM_FAIL_DELAY, reinterpret_cast<const void*>(DoNotSleep));
   pam_set_item(handle, PAM_RHOST, remote_address.c_str());
   status = pam_authenticate(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
-  if (status == PAM_SUCCESS) {
+  const bool is_password_right = status == PAM_SUCCESS;
+  Checked checked;
+  if (is_password_right) {
     status = pam_acct_mgmt(handle, PAM_SILENT | PAM_DISALLOW_NULL_AUTHTOK);
+    const void* user = nullptr;
+    if (pam_get_item(handle, PAM_USER, &user) == PAM_SUCCESS && user != nullptr) {
+      checked.account = static_cast<const char*>(user);
+    }
   }
-  std::optional<std::string> account;
-  const void* user = nullptr;
-  if (status == PAM_SUCCESS && pam_get_item(handle, PAM_USER, &user) == PAM_SUCCESS &&
-      user != nullptr) {
-    account = static_cast<const char*>(user);
-  }
-  if (!IsJudgement(status)) {
+  checked.outcome = OutcomeOf(status, is_password_right);
+  if (checked.outcome == Checked::Outcome::kNotAsked) {
     syslog(LOG_AUTHPRIV | LOG_ERR, "PAM of %s cannot tell: %s", service.c_str(),
+           pam_strerror(handle, status));
+  } else if (is_password_right && status != PAM_SUCCESS) {
+    syslog(LOG_AUTHPRIV | LOG_NOTICE, "%s may not sign in: %s", checked.account.c_str(),
            pam_strerror(handle, status));
   }
   pam_end(handle, status);
-  return {account, IsJudgement(status)};
+  return checked;
 }
 
 std::optional<std::uint32_t> UidOf(const std::string& account) {

@@ -9,14 +9,19 @@
 namespace mdomain_web {
 
 struct Checked {
-  std::optional<std::string> account;
-  bool is_asked = true;  // false where PAM could not tell: a module or a server was missing
+  enum class Outcome {
+    kRight,       // and the account may be used
+    kWrong,       // name or password; which of them is not told
+    kMustChange,  // the password is right and must be changed before it counts
+    kShutOut,     // the password is right; the account has ended, is locked, or may not come here
+    kNotAsked,    // PAM could not tell: a module or a server was missing
+  };
+  Outcome outcome = Outcome::kWrong;
+  std::string account;  // as the modules name it, where the password is right
 };
 
-// The account name, as the modules of `service` give it, when the password is right and the account
-// may be used (neither locked nor expired); none otherwise, whatever the reason. A password that
-// must be changed first is none either. Takes as long as the modules do; may be called by several
-// threads.
+// What the modules of `service` say of name and password. Takes as long as they do; may be called
+// by several threads.
 Checked CheckPassword(const std::string& service, const std::string& name,
                       const std::string& password, const std::string& remote_address);
 

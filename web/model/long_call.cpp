@@ -26,9 +26,14 @@ Running& TheRunning() {
   return running;
 }
 
+bool IsOfModel(const std::string& call) {
+  return call == "export" || call == "apply" || call == "together";
+}
+
 [[noreturn]] void RefuseFor(const std::string& call) {
   throw CallFailed(ErrorOf("busy",
                            call == "refresh" ? Tr("A refresh of the accounts is under way.")
+                           : IsOfModel(call) ? Tr("A program reads or changes everything.")
                                              : Tr("Everything is being looked at."),
                            Tr("This page asks again by itself.")));
 }
@@ -36,7 +41,7 @@ Running& TheRunning() {
 }  // namespace
 
 LongCall::LongCall(const std::string& call)
-    : is_long_(call == "refresh" || call == "repair" || call == "doctor") {
+    : is_long_(call == "refresh" || call == "repair" || call == "doctor" || IsOfModel(call)) {
   if (call == "refresh_progress") {
     return;
   }

@@ -33,6 +33,9 @@ Shown TryPattern(const Asked& asked) {
     arguments["only_problems"] = only_problems;
   }
   shown.data["tried"] = asked.calls(call, arguments);
+  for (Json::Value& item : shown.data["tried"]["page"]["items"]) {
+    item["has_rivals"] = !item["rival_names"].empty();
+  }
   shown.data["is_drift"] = pattern.empty();
   shown.data["only_problems"] = only_problems;
   shown.data["next"] =

@@ -43,9 +43,10 @@ std::string LineOf(const Asked& asked, const Json::Value& rule) {
 }
 
 [[noreturn]] void RefuseLine(const std::string& line) {
-  Fail("invalid", Tr("A rule is sender or recipient, then user, group or address, then whose. "
-                     "This line is none:") +
-                      " " + line);
+  Fail("invalid",
+       Tr("A rule is sender or recipient, then user, group or address, then whose. "
+          "This line is none:"),
+       line);
 }
 
 Json::Value RuleOf(const Asked& asked, const std::string& line) {
@@ -72,7 +73,7 @@ Json::Value RuleOf(const Asked& asked, const std::string& line) {
   // Who is gone stays as he is stored until the line is taken out.
   const std::optional<std::uint32_t> number = NumberIn(whose);
   if (account.isNull() && !number) {
-    Fail("not-found", Tr("There is no such account or group:") + " " + whose);
+    Fail("not-found", Tr("There is no such account or group:"), line);
   }
   rule["pattern"] = account.isNull() ? Json::Value(*number) : account["id"];
   return rule;
@@ -101,13 +102,24 @@ Change Replace(const Asked& asked, const Json::Value& list, const std::string& d
   return change;
 }
 
+Json::Value LinesOf(const Asked& asked, const Json::Value& rules) {
+  Json::Value lines(Json::arrayValue);
+  for (const Json::Value& rule : rules) {
+    lines.append(LineOf(asked, rule));
+  }
+  return lines;
+}
+
+[[noreturn]] void FailDeleted(const Asked& asked) {
+  Json::Value error = ErrorOf(
+      "changed", Tr("There is no such disclaimer any more:") + " " + asked.Text("was_name"));
+  error["is_said_here"] = true;
+  throw CallFailed(error);
+}
+
 void Fill(Shown& shown, const Asked& asked, Json::Value disclaimer) {
   for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
-    Json::Value lines(Json::arrayValue);
-    for (const Json::Value& rule : std::as_const(disclaimer)[rules]) {
-      lines.append(LineOf(asked, rule));
-    }
-    disclaimer[rules] = lines;
+    disclaimer[rules] = LinesOf(asked, std::as_const(disclaimer)[rules]);
   }
   disclaimer["needs_all"] = disclaimer["op"].asString() == "and";
   disclaimer["title"] = disclaimer["name"];
@@ -140,6 +152,7 @@ Json::Value PreviewOf(const Asked& asked, const Json::Value& disclaimer) {
   preview["reach"] = asked.calls("try_disclaimer", arguments);
   for (const char* side : {"senders", "recipients"}) {
     Json::Value& people = preview["reach"][side];
+    people["has_names"] = !people["names"].empty();
     if (people["count"].asUInt64() > people["names"].size()) {
       people["others"] = Json::UInt64(people["count"].asUInt64() - people["names"].size());
     }
@@ -157,34 +170,59 @@ Json::Value PreviewOf(const Asked& asked, const Json::Value& disclaimer) {
 
 Shown Disclaimers(const Asked& asked) {
   Shown shown = OfDomain(asked, "disclaimers", "disclaimers");
-  std::string version;
-  shown.data["disclaimers"] = ListOf(asked, &version);
-  shown.data["version_of_list"] = version;
+  shown.data["disclaimers"] = ListOf(asked);
   return shown;
+}
+
+// One that is not there, or not any more, is as empty as the form of a new one.
+Json::Value DisclaimerNow(const Asked& asked) {
+  std::string version;
+  const Json::Value list = ListOf(asked, &version);
+  const bool is_new = asked.at.count("id") == 0;
+  const auto at = is_new ? list.size() : PlaceOf(list, static_cast<int>(asked.Number("id")));
+  Json::Value disclaimer;
+  disclaimer["enabled"] = is_new;
+  if (at < list.size()) {
+    disclaimer = list[at];
+  }
+  Json::Value now;
+  for (const char* text : {"name", "content_txt", "content_html"}) {
+    now[text] = std::as_const(disclaimer)[text].asString();
+  }
+  for (const char* rules : {"match_rule_list", "exception_rule_list"}) {
+    now[rules] = TextOf(LinesOf(asked, std::as_const(disclaimer)[rules]));
+  }
+  for (const char* box : {"enabled", "disabled_for_local_recipient"}) {
+    now[box] = std::as_const(disclaimer)[box].asBool() ? "1" : "";
+  }
+  now["needs_all"] = std::as_const(disclaimer)["op"].asString() == "and" ? "1" : "";
+  now["version"] = version;
+  now["page"] = DomainPath(asked, "/disclaimers");
+  if (!is_new && at == list.size()) {
+    now["anew"] = DomainPath(asked, "/disclaimers/new");
+  }
+  return now;
 }
 
 Shown NewDisclaimer(const Asked& asked) {
   Shown shown = OfDomain(asked, "disclaimer", "disclaimers");
-  std::string version;
-  ListOf(asked, &version);
   Json::Value disclaimer;
   disclaimer["enabled"] = true;
   Fill(shown, asked, disclaimer);
-  shown.data["version_of_list"] = version;
+  shown.data["made_from"] = MadeFrom(DisclaimerNow(asked));
   shown.data["is_new"] = true;
   return shown;
 }
 
 Shown DisclaimerPage(const Asked& asked) {
   Shown shown = OfDomain(asked, "disclaimer", "disclaimers");
-  std::string version;
-  const Json::Value list = ListOf(asked, &version);
+  const Json::Value list = ListOf(asked);
   const auto at = PlaceOf(list, static_cast<int>(asked.Number("id")));
   if (at == list.size()) {
     throw NotFound();
   }
   Fill(shown, asked, list[at]);
-  shown.data["version_of_list"] = version;
+  shown.data["made_from"] = MadeFrom(DisclaimerNow(asked));
   return shown;
 }
 
@@ -204,7 +242,7 @@ Change SetDisclaimer(const Asked& asked) {
     id = static_cast<int>(asked.Number("id"));
     at = PlaceOf(list, id);
     if (at == list.size()) {
-      throw NotFound();
+      FailDeleted(asked);
     }
   }
   Json::Value& disclaimer = list[at];
@@ -232,7 +270,7 @@ Shown PreviewDisclaimer(const Asked& asked) {
     typed["id"] = asked.NumberOf("id");
   }
   shown.data["disclaimer"] = typed;
-  shown.data["version_of_list"] = asked.Text("version");
+  shown.data["made_from"] = MadeFrom(asked);
   try {
     Json::Value disclaimer;
     disclaimer["id"] = 1;
@@ -249,7 +287,7 @@ Change DeleteDisclaimer(const Asked& asked) {
   const auto at = PlaceOf(list, static_cast<int>(asked.Number("id")));
   Json::Value removed;
   if (!list.removeIndex(at, &removed)) {
-    throw NotFound();
+    FailDeleted(asked);
   }
   return Replace(asked, list, Tr("The disclaimer is deleted."));
 }

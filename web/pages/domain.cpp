@@ -24,8 +24,22 @@ Json::Value JsonOf(const std::vector<std::string>& texts) {
   return list;
 }
 
-void Fail(const std::string& reason, const std::string& text) {
-  throw CallFailed(ErrorOf(reason, text));
+std::string TextOf(const Json::Value& lines) {
+  std::string text;
+  for (const Json::Value& line : lines) {
+    text += (text.empty() ? "" : "\n") + line.asString();
+  }
+  return text;
+}
+
+void Fail(const std::string& reason, const std::string& text, const std::string& value) {
+  Json::Value error = ErrorOf(reason, text + " " + value);
+  error["is_said_here"] = true;
+  Json::Value refused;
+  refused["value"] = value;
+  refused["why"] = text;
+  error["refused"].append(refused);
+  throw CallFailed(error);
 }
 
 std::string Parameter(const std::string& name, const std::string& value) {
@@ -82,7 +96,29 @@ Change CreateDomain(const Asked& asked) {
 Shown DomainPage(const Asked& asked) {
   Shown shown = OfDomain(asked, "domain", "domain");
   shown.data["overview"] = asked.calls("overview", DomainArgument(asked));
+  shown.data["settings"]["made_from"] = MadeFrom(DomainNow(asked));
+  shown.data["additional"]["made_from"] = MadeFrom(NamesNow(asked));
   return shown;
+}
+
+Json::Value DomainNow(const Asked& asked) {
+  const Json::Value domain = asked.calls("get_domain", DomainArgument(asked));
+  Json::Value now;
+  for (const char* name : {"description", "pattern", "version"}) {
+    now[name] = domain[name];
+  }
+  now["adds_accounts"] = domain["adds_accounts"].asBool() ? "1" : "";
+  now["page"] = DomainPath(asked);
+  return now;
+}
+
+Json::Value NamesNow(const Asked& asked) {
+  const Json::Value domain = asked.calls("get_domain", DomainArgument(asked));
+  Json::Value now;
+  now["names"] = TextOf(domain["names"]);
+  now["version"] = domain["version"];
+  now["page"] = DomainPath(asked);
+  return now;
 }
 
 Change SetDomain(const Asked& asked) {

@@ -42,7 +42,23 @@ Shown EntryPage(const Asked& asked) {
     throw NotFound();
   }
   shown.data["entry"]["in_path"] = Encoded(asked.at.at("name"));
+  shown.data["made_from"] = MadeFrom(EntryNow(asked));
   return shown;
+}
+
+Json::Value EntryNow(const Asked& asked) {
+  const Json::Value entry = asked.calls("find_entry", EntryArgument(asked, asked.at.at("name")));
+  Json::Value now;
+  for (const char* kind : {"users", "groups", "addresses"}) {
+    now[kind] = TextOf(entry[kind]);
+  }
+  if (entry.isNull()) {
+    now["page"] = now["anew"] = DomainPath(asked, "/entries");
+    return now;
+  }
+  now["version"] = entry["version"];
+  now["page"] = DomainPath(asked, "/entries/" + Encoded(asked.at.at("name")));
+  return now;
 }
 
 Change CreateEntry(const Asked& asked) {

@@ -10,6 +10,18 @@ Change OfGroup(const Asked& asked, const std::string& call, const std::string& d
   return {call, DomainArgument(asked), DomainPath(asked, "/groups/" + gid), done};
 }
 
+// The role that the group gives, which lists of groups tell.
+std::string RoleOf(const Asked& asked, const Json::Value& name) {
+  Json::Value arguments = DomainArgument(asked);
+  arguments["text"] = name.asString();
+  for (const Json::Value& group : asked.calls("list_groups", arguments)["items"]) {
+    if (group["gid"].asUInt() == asked.Number("gid")) {
+      return group["role"].asString();
+    }
+  }
+  return "";
+}
+
 }  // namespace
 
 Shown Groups(const Asked& asked) {
@@ -32,9 +44,14 @@ Shown GroupPage(const Asked& asked) {
   arguments["gid"] = asked.Number("gid");
   shown.data["members"] = PartOf(asked, asked.calls("group_members", arguments), shown);
   for (Json::Value& member : shown.data["members"]) {
+    member["has_address"] = member["status"].asString() == "has-address";
     member["status"] = InWords(member["status"].asString());
   }
   shown.data["gid"] = asked.Number("gid");
+  Json::Value who;
+  who["text"] = std::to_string(asked.Number("gid"));
+  shown.data["group"] = asked.calls("find_account_group", who);
+  shown.data["is_administrator"] = RoleOf(asked, shown.data["group"]["name"]) == "domain_admin";
   return shown;
 }
 

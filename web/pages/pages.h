@@ -17,12 +17,15 @@ Shown DomainPage(const Asked& asked);
 Change SetDomain(const Asked& asked);
 Change DeleteDomain(const Asked& asked);
 Change SetNames(const Asked& asked);
+Json::Value DomainNow(const Asked& asked);
+Json::Value NamesNow(const Asked& asked);
 // people.cpp
 Shown People(const Asked& asked);
 Shown AddPeoplePage(const Asked& asked);
 Change AddPeople(const Asked& asked);
 Shown PersonPage(const Asked& asked);
 Change SetPerson(const Asked& asked);
+Json::Value PersonNow(const Asked& asked);
 Change RemovePerson(const Asked& asked);
 // groups.cpp
 Shown Groups(const Asked& asked);
@@ -35,6 +38,7 @@ Shown Entries(const Asked& asked);
 Shown EntryPage(const Asked& asked);
 Change CreateEntry(const Asked& asked);
 Change SetEntry(const Asked& asked);
+Json::Value EntryNow(const Asked& asked);
 Change DeleteEntry(const Asked& asked);
 // copies.cpp
 Shown Copies(const Asked& asked);
@@ -46,6 +50,7 @@ Shown NewDisclaimer(const Asked& asked);
 Shown DisclaimerPage(const Asked& asked);
 Shown PreviewDisclaimer(const Asked& asked);
 Change SetDisclaimer(const Asked& asked);
+Json::Value DisclaimerNow(const Asked& asked);
 Change DeleteDisclaimer(const Asked& asked);
 // tokens.cpp
 Shown TokensPage(const Asked& asked);
@@ -57,6 +62,7 @@ Shown Doctor(const Asked& asked);
 Shown TryPattern(const Asked& asked);
 // upkeep.cpp
 Shown History(const Asked& asked);
+Shown HistoryEntry(const Asked& asked);
 Change Undo(const Asked& asked);
 // refresh.cpp
 Shown Refreshing(const Asked& asked);
@@ -65,6 +71,17 @@ Shown Published(const Asked& asked);
 Change Publish(const Asked& asked);
 // picture.cpp
 Shown Picture(const Asked& asked);
+// titles.cpp
+std::string TitleOf(const Shown& shown);
+// again.cpp
+// The form of the route as it was sent, after an error. Throws NotFound when what it is about is
+// gone.
+Shown AskAgain(const Asked& asked, const Route& route, const Json::Value& error);
+// Hidden fields of a form: its version and what stood in it, from what `now` of its route gave, so
+// that AskAgain tells what somebody else changed from what the writer changed.
+Json::Value MadeFrom(const Json::Value& now);
+// The same as the request has it.
+Json::Value MadeFrom(const Asked& asked);
 
 // A page about a domain: its data has "domain" and "is_TAB".
 Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab);
@@ -72,8 +89,11 @@ Shown OfDomain(const Asked& asked, const std::string& page, const std::string& t
 Json::Value DomainArgument(const Asked& asked);
 std::string DomainPath(const Asked& asked, const std::string& rest = "");
 Json::Value JsonOf(const std::vector<std::string>& texts);
-// Throws CallFailed with a text of this program.
-[[noreturn]] void Fail(const std::string& reason, const std::string& text);
+// A text for a field with a line for each.
+std::string TextOf(const Json::Value& lines);
+// Throws CallFailed with a text of this program, about a value that was typed.
+[[noreturn]] void Fail(const std::string& reason, const std::string& text,
+                       const std::string& value);
 // Of a whole list the part that the query's cursor asks for; the page links to what follows.
 Json::Value PartOf(const Asked& asked, const Json::Value& all, Shown& shown);
 // A role or a state of the library in words.

@@ -27,7 +27,7 @@ Json::Value Ids(const Asked& asked, const std::string& field, const std::string&
     arguments["text"] = line;
     const Json::Value found = asked.calls(call, arguments);
     if (found.isNull()) {
-      Fail("not-found", Tr("There is no such account or group:") + " " + line);
+      Fail("not-found", Tr("There is no such account or group:"), line);
     }
     ids.append(found["id"]);
   }
@@ -107,6 +107,7 @@ Shown PersonPage(const Asked& asked) {
     throw NotFound();
   }
   shown.data["user"]["role"] = InWords(shown.data["user"]["role"].asString());
+  shown.data["made_from"] = MadeFrom(PersonNow(asked));
   // Accounts of a directory are named as "anna@example.com" or "EXAMPLE\\anna".
   const std::string name = shown.data["user"]["name"].asString();
   const std::string behind = name.substr(name.rfind('\\') + 1);
@@ -114,7 +115,28 @@ Shown PersonPage(const Asked& asked) {
   Json::Value who;
   who["uid"] = asked.Number("uid");
   shown.data["person"] = asked.calls("explain_user", who);
+  for (Json::Value& address : shown.data["person"]["addresses"]) {
+    const std::string owner = address["owner"].asString();
+    address["is_of_other"] = !owner.empty() && owner != name;
+  }
   return shown;
+}
+
+Json::Value PersonNow(const Asked& asked) {
+  const Json::Value user = asked.calls("find_user", PersonArgument(asked));
+  if (user.isNull()) {
+    throw NotFound();
+  }
+  Json::Value now;
+  Json::Value aliases(Json::arrayValue);
+  for (const Json::Value& alias : user["aliases"]) {
+    aliases.append(alias["local_part"]);
+  }
+  now["aliases"] = TextOf(aliases);
+  now["role"] = user["has_own_role"].asBool() ? user["role"].asString() : "none";
+  now["version"] = user["version"];
+  now["page"] = PersonPath(asked);
+  return now;
 }
 
 Change SetPerson(const Asked& asked) {

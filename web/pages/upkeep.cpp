@@ -1,4 +1,6 @@
 #include <ctime>
+#include <set>
+#include <sstream>
 
 #include "web/pages/pages.h"
 #include "web/view/texts.h"
@@ -15,16 +17,102 @@ std::string Moment(long long seconds) {
   return text;
 }
 
+namespace {
+
+// Calls are recorded with numbers, "set 1003 in domain 2": they are shown with the names of today.
+class Namer final {
+ public:
+  explicit Namer(const Asked& asked) : asked_(asked) {
+    for (const Json::Value& domain : asked.calls("domains")) {
+      domains_[domain["idx"].asString()] = domain["name"].asString();
+    }
+  }
+
+  std::string operator()(const std::string& command) {
+    static const std::set<std::string> kVerbs = {"add",    "create",  "delete", "make",
+                                                 "remove", "restore", "set"};
+    if (kVerbs.count(command.substr(0, command.find(' '))) == 0) {
+      return command;  // of the tool, with names already
+    }
+    std::istringstream words(command);
+    std::string named;
+    std::string before;
+    const bool is_of_ids = command.find(" in domain ") != std::string::npos;
+    const char* const kind =
+        command.find(" groups ") == std::string::npos ? "find_account" : "find_account_group";
+    int ids = 0;
+    for (std::string word; words >> word; before = word) {
+      const bool is_id = is_of_ids && NumberIn(word) && before != "domain";
+      ids += is_id ? 1 : 0;
+      if (ids > kMostNamed && is_id) {
+        continue;
+      }
+      named += (named.empty() ? "" : " ") + (before == "domain" ? DomainOf(word)
+                                             : is_id            ? AccountOf(kind, word)
+                                                                : word);
+    }
+    return ids > kMostNamed ? named + " (" + std::to_string(ids) + ")" : named;
+  }
+
+ private:
+  static constexpr int kMostNamed = 3;
+
+  std::string DomainOf(const std::string& idx) const {
+    const auto found = domains_.find(idx);
+    return found == domains_.end() ? idx : found->second;
+  }
+
+  std::string AccountOf(const char* kind, const std::string& id) {
+    const auto [found, is_new] = accounts_.try_emplace(kind + id, id);
+    if (is_new) {
+      Json::Value arguments;
+      arguments["text"] = id;
+      const Json::Value account = asked_.calls(kind, arguments);
+      found->second = account.isNull() ? id : account["name"].asString();
+    }
+    return found->second;
+  }
+
+  const Asked& asked_;
+  std::map<std::string, std::string> domains_;
+  std::map<std::string, std::string> accounts_;  // by kind and number
+};
+
+void Prepare(Namer& named, Json::Value& entry) {
+  const std::string state = entry["state"].asString();
+  entry["when"] = Moment(entry["time"].asInt64());
+  entry["command"] = named(entry["command"].asString());
+  entry["is_done"] = state == "done" && entry["why_kept"].asString().empty();
+  entry["is_undone"] = state == "undone";
+}
+
+}  // namespace
+
 Shown History(const Asked& asked) {
   Shown shown{"history"};
   Json::Value arguments;
   arguments["cursor"] = asked.Text("cursor");
   shown.data["list"] = asked.calls("list_history", arguments);
+  Namer named(asked);
   for (Json::Value& entry : shown.data["list"]["items"]) {
-    entry["when"] = Moment(entry["time"].asInt64());
-    entry["is_done"] = entry["state"].asString() == "done" && entry["why_kept"].asString().empty();
+    Prepare(named, entry);
   }
   shown.data["next"] = NextPage(shown.data["list"]);
+  return shown;
+}
+
+// What one change changed.
+Shown HistoryEntry(const Asked& asked) {
+  Shown shown{"history_entry"};
+  Json::Value arguments;
+  arguments["id"] = asked.Number("id");
+  const Json::Value plan = asked.calls("history_plan", arguments);
+  if (plan.isNull()) {
+    throw NotFound();
+  }
+  shown.data["id"] = asked.Number("id");
+  shown.data["summary"] = plan["summary"];
+  shown.data["changes"] = PartOf(asked, plan["changes"], shown);
   return shown;
 }
 

@@ -1,15 +1,16 @@
 // Pages that change by themselves, without losing what was typed. Everything works without it, too.
 "use strict";
 
+// The element stays, so that readers of the screen tell what is new in it.
 async function show(id, request) {
   const answer = await fetch(request);
   const page = new DOMParser().parseFromString(await answer.text(), "text/html");
   const fresh = page.getElementById(id);
   const here = document.getElementById(id);
-  if (fresh && here) {
-    here.replaceWith(document.adoptNode(fresh));
+  if (fresh && here && fresh.innerHTML !== here.innerHTML) {
+    here.replaceChildren(...fresh.childNodes);
   }
-  return Boolean(fresh);
+  here?.toggleAttribute("data-running", Boolean(fresh?.hasAttribute("data-running")));
 }
 
 // How far something is: asked again until the page says that it has ended.

@@ -75,9 +75,11 @@ void OfferTexts(const std::string& folder) {
     bindtextdomain(CatalogueOf(one).c_str(), folder.c_str());
     bind_textdomain_codeset(CatalogueOf(one).c_str(), "UTF-8");
   }
-  // LANGUAGE is for every catalogue of the process. What the system calls its errors by is part of
-  // what the library tells, in English, whoever reads it.
-  bindtextdomain("libc", "/nonexistent");
+  // LANGUAGE is for every catalogue of the process. What the system and PAM call their errors by is
+  // part of what the library and the log tell, in English, whoever reads it.
+  for (const char* others : {"libc", "Linux-PAM"}) {
+    bindtextdomain(others, "/nonexistent");
+  }
   setlocale(LC_MESSAGES, "C.UTF-8");
   setenv("LANGUAGE", all.c_str(), 1);
 }

@@ -129,11 +129,15 @@ std::string EscapePerlString(const std::string& text) {
   return escaped;
 }
 
+bool EmailGlobs(const std::string& pattern, std::string& ascii, std::string& utf8) {
+  return !pattern.empty() && pattern.find('\\') == std::string::npos &&
+         !korvmailserver::HasControlCharacter(pattern) && PatternForms(pattern, ascii, utf8);
+}
+
 bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test) {
   std::string ascii;
   std::string utf8;
-  if (pattern.empty() || pattern.find('\\') != std::string::npos ||
-      korvmailserver::HasControlCharacter(pattern) || !PatternForms(pattern, ascii, utf8)) {
+  if (!EmailGlobs(pattern, ascii, utf8)) {
     return false;
   }
   const std::string begin = std::string("(") + VariableName(target) + " =~ /^";

@@ -24,6 +24,9 @@ std::string EscapePerlString(const std::string& text);
 // UTF-8, or has a label in its domain that mixes "*" with non-ASCII letters or is invalid.
 bool EmailTest(RuleTarget target, const std::string& pattern, std::string& test);
 
+// The two forms of the pattern that EmailTest compares, which may be the same. False where that is.
+bool EmailGlobs(const std::string& pattern, std::string& ascii, std::string& utf8);
+
 // The address is in a published domain and its local part is one of `aliases`. False, with `test`
 // untouched, when there are none.
 bool UserTest(RuleTarget target, const std::vector<std::string>& aliases, std::string& test);

@@ -75,7 +75,7 @@ std::string TextOf(const Json::Value& value) {
 // The tests of one list of rules.
 struct Tests {
   std::vector<std::string> texts;
-  Json::Value built{Json::arrayValue};     // of each test: place and text
+  Json::Value built{Json::arrayValue};     // of each test: place, text and what it compares
   Json::Value left_out{Json::arrayValue};  // places of rules that have no test
 };
 
@@ -83,9 +83,9 @@ struct Tests {
 // go where an exception forbids it.
 bool BuildTests(RuleBuilder& builder, const Json::Value& rules, Tests& tests) {
   for (Json::ArrayIndex i = 0; rules.isArray() && i < rules.size(); ++i) {
-    std::string test;
+    Json::Value entry(Json::objectValue);
     const RuleOutcome outcome =
-        rules[i].isObject() ? builder.Build(rules[i], test) : RuleOutcome::kLeftOut;
+        rules[i].isObject() ? builder.Build(rules[i], entry) : RuleOutcome::kLeftOut;
     if (outcome == RuleOutcome::kUnknown) {
       return false;
     }
@@ -93,11 +93,9 @@ bool BuildTests(RuleBuilder& builder, const Json::Value& rules, Tests& tests) {
       tests.left_out.append(i);
       continue;
     }
-    Json::Value entry(Json::objectValue);
     entry["index"] = i;
-    entry["test"] = test;
-    tests.built.append(entry);
-    tests.texts.push_back(test);
+    tests.texts.push_back(entry["test"].asString());
+    tests.built.append(std::move(entry));
   }
   return true;
 }
@@ -138,6 +136,7 @@ Outcome BuildDisclaimer(RuleBuilder& builder, const Json::Value& disclaimer, Jso
   JoinTests(op, matches.texts, exceptions.texts, condition);
   entry = Json::Value(Json::objectValue);
   entry["condition"] = condition;
+  entry["op"] = op;
   entry["content_txt"] = TextOf(disclaimer["content_txt"]);
   entry["content_html"] = TextOf(disclaimer["content_html"]);
   entry["disabled_for_local_recipient"] =
@@ -228,8 +227,8 @@ int MimeDefang::GenDisclaimerConfigs(Json::Value& config) {
     return -1;
   }
   for (Json::Value& entry : result["disclaimer_list"]) {
-    for (const char* member :
-         {"match", "exceptions", "match_left_out", "exceptions_left_out", "domain_id", "place"}) {
+    for (const char* member : {"match", "exceptions", "match_left_out", "exceptions_left_out",
+                               "domain_id", "place", "op"}) {
       entry.removeMember(member);
     }
   }

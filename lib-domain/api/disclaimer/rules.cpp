@@ -47,11 +47,23 @@ RuleOutcome Look(int (*get)(unsigned int, Account**), void (*release)(Account*),
   return RuleOutcome::kLeftOut;
 }
 
-RuleOutcome BuiltOrInvalid(bool built) {
-  if (!built) {
+RuleOutcome BuiltOrInvalid(bool is_built, const std::string& test, Json::Value& built) {
+  if (!is_built) {
     LOG_ERROR("invalid rule, skipped.");
   }
-  return built ? RuleOutcome::kBuilt : RuleOutcome::kLeftOut;
+  built["test"] = test;
+  return is_built ? RuleOutcome::kBuilt : RuleOutcome::kLeftOut;
+}
+
+RuleOutcome BuildEmail(RuleTarget target, const Json::Value& pattern, Json::Value& built) {
+  std::string ascii;
+  std::string utf8;
+  std::string test;
+  const bool is_built = pattern.isString() && EmailTest(target, pattern.asString(), test) &&
+                        EmailGlobs(pattern.asString(), ascii, utf8);
+  built["globs"].append(ascii);
+  built["globs"].append(utf8);
+  return BuiltOrInvalid(is_built, test, built);
 }
 
 }  // namespace
@@ -95,23 +107,24 @@ const std::vector<unsigned int>* DisclaimerMembers::MembersOf(unsigned int gid) 
   return &uids_by_gid_.emplace(gid, std::move(uids)).first->second;
 }
 
-RuleOutcome RuleBuilder::Build(const Json::Value& rule, std::string& test) {
+RuleOutcome RuleBuilder::Build(const Json::Value& rule, Json::Value& built) {
   const RuleTarget target =
       rule["target"] == Json::Value("sender") ? RuleTarget::kSender : RuleTarget::kRecipient;
   const Json::Value& type = rule["pattern_type"];
   const Json::Value& pattern = rule["pattern"];
   unsigned int id = 0;
+  built["target"] = target == RuleTarget::kSender ? "sender" : "recipient";
   if (type == Json::Value("uid") && PatternAsId(pattern, id)) {
-    return BuildUser(target, id, test);
+    return BuildUser(target, id, built);
   }
   if (type == Json::Value("gid") && PatternAsId(pattern, id)) {
-    return BuildGroup(target, id, test);
+    return BuildGroup(target, id, built);
   }
-  return BuiltOrInvalid(type == Json::Value("email") && pattern.isString() &&
-                        EmailTest(target, pattern.asString(), test));
+  return type == Json::Value("email") ? BuildEmail(target, pattern, built)
+                                      : BuiltOrInvalid(false, "", built);
 }
 
-RuleOutcome RuleBuilder::BuildUser(RuleTarget target, unsigned int uid, std::string& test) {
+RuleOutcome RuleBuilder::BuildUser(RuleTarget target, unsigned int uid, Json::Value& built) {
   const RuleOutcome found =
       Look(KORVUserGetByUID, KORVUserFree, KLIB_ERR_NO_SUCH_USER, uid, "user by uid");
   if (found != RuleOutcome::kBuilt) {
@@ -122,10 +135,14 @@ RuleOutcome RuleBuilder::BuildUser(RuleTarget target, unsigned int uid, std::str
     LOG_ERROR("Failed to list aliases for user id: %u", uid);
     return RuleOutcome::kUnknown;
   }
-  return BuiltOrInvalid(UserTest(target, aliases, test));
+  for (const std::string& alias : aliases) {
+    built["aliases"].append(alias);
+  }
+  std::string test;
+  return BuiltOrInvalid(UserTest(target, aliases, test), test, built);
 }
 
-RuleOutcome RuleBuilder::BuildGroup(RuleTarget target, unsigned int gid, std::string& test) {
+RuleOutcome RuleBuilder::BuildGroup(RuleTarget target, unsigned int gid, Json::Value& built) {
   const RuleOutcome found =
       Look(KORVGroupGetByGID, KORVGroupFree, KLIB_ERR_NO_SUCH_GROUP, gid, "group by gid");
   if (found != RuleOutcome::kBuilt) {
@@ -134,7 +151,8 @@ RuleOutcome RuleBuilder::BuildGroup(RuleTarget target, unsigned int gid, std::st
   if (!AddMembers(gid)) {
     return RuleOutcome::kUnknown;
   }
-  test = GroupTest(target, gid);
+  built["gid"] = std::to_string(gid);
+  built["test"] = GroupTest(target, gid);
   return RuleOutcome::kBuilt;
 }
 

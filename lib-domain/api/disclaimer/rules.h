@@ -51,12 +51,13 @@ class RuleBuilder {
   RuleBuilder(int domain_idx, DisclaimerMembers& members, Json::Value& gid_username_map)
       : domain_idx_(domain_idx), members_(members), gid_username_map_(gid_username_map) {}
 
-  // Any outcome but kBuilt has a log line that says why.
-  RuleOutcome Build(const Json::Value& rule, std::string& test);
+  // Fills in "test", "target" and "globs", "aliases" or "gid". Any outcome but kBuilt has a log
+  // line that says why.
+  RuleOutcome Build(const Json::Value& rule, Json::Value& built);
 
  private:
-  RuleOutcome BuildUser(RuleTarget target, unsigned int uid, std::string& test);
-  RuleOutcome BuildGroup(RuleTarget target, unsigned int gid, std::string& test);
+  RuleOutcome BuildUser(RuleTarget target, unsigned int uid, Json::Value& built);
+  RuleOutcome BuildGroup(RuleTarget target, unsigned int gid, Json::Value& built);
   bool ListAliases(unsigned int uid, std::vector<std::string>& aliases);
   bool AddMembers(unsigned int gid);
 

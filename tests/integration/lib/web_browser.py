@@ -1,10 +1,16 @@
-"""Works with mdomain-web on port 8025 as anna, who administers bücher.example, does:
-web_browser.py FOLDER, where pictures of the pages go. Accounts of a directory: web_browser.py "" @DOMAIN, which
-takes no pictures."""
+"""Works with mdomain-web on port 8025 as anna, who administers bücher.example, and as ben and erik, who
+administer the host, do: web_browser.py FOLDER, where pictures of the pages go. Accounts of a directory:
+web_browser.py "" @DOMAIN, which is anna's work alone and takes no pictures."""
 
+import base64
+import contextlib
+import fcntl
+import os
 import sys
+import time
 
 from selenium import webdriver
+from selenium.common.exceptions import TimeoutException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -22,18 +28,39 @@ def same(name, got, want):
         print(f"FAILED: {name}: got {got!r}, want {want!r}")
 
 
-def start(with_scripts):
+@contextlib.contextmanager
+def start(with_scripts, language="en"):
     options = webdriver.ChromeOptions()
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage"):
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--hide-scrollbars"):
         options.add_argument(argument)
+    preferences = {"intl.accept_languages": language}
     if not with_scripts:
-        options.add_experimental_option("prefs", {"profile.managed_default_content_settings.javascript": 2})
-    return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+        preferences["profile.managed_default_content_settings.javascript"] = 2
+    options.add_experimental_option("prefs", preferences)
+    browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    try:
+        yield browser
+    finally:
+        browser.quit()
 
 
 class Person:
     def __init__(self, browser):
         self.browser = browser
+
+    def sign_in(self, name, labels=("Account", "Password", "Sign in")):
+        self.browser.get(SITE)
+        self.write(labels[0], name)
+        self.write(labels[1], "of " + name)
+        self.click(labels[2])
+        return self
+
+    def wait(self, what):
+        """Until the page says so by itself."""
+        try:
+            WebDriverWait(self.browser, 30, ignored_exceptions=(Exception,)).until(lambda _: what in self.text())
+        except TimeoutException:
+            same(f"on {self.browser.current_url}: waiting for {what!r}", self.text(), "")
 
     def text(self):
         return self.browser.find_element(By.TAG_NAME, "main").text
@@ -51,15 +78,23 @@ class Person:
             at.send_keys(Keys.TAB)
         same(f"on {self.browser.current_url}: a way to {what!r}", False, True)
 
+    def fields(self, label):
+        return [self.browser.find_element(By.ID, one.get_attribute("for"))
+                for one in self.browser.find_elements(By.TAG_NAME, "label") if one.text.strip() == label]
+
     def write(self, label, text):
         """Into the field of a label."""
-        for one in self.browser.find_elements(By.TAG_NAME, "label"):
-            if one.text.strip() == label:
-                field = self.browser.find_element(By.ID, one.get_attribute("for"))
-                field.clear()
-                field.send_keys(text)
-                return
+        for field in self.fields(label)[:1]:
+            field.clear()
+            field.send_keys(text)
+            return
         same(f"on {self.browser.current_url}: a field {label!r}", False, True)
+
+    def send(self, label):
+        """The form of a field, by its first button."""
+        page = self.browser.find_element(By.TAG_NAME, "html")
+        self.fields(label)[0].find_element(By.XPATH, "ancestor::form//button").click()
+        WebDriverWait(self.browser, 30).until(lambda _: is_gone(page))
 
 
 def is_gone(element):
@@ -71,9 +106,14 @@ def is_gone(element):
 
 
 def picture(browser, folder, name):
+    """The whole page, at both widths."""
     for width in (1280, 380) if folder else ():
-        browser.set_window_size(width, 1000)
-        browser.save_screenshot(f"{folder}/{name}-{width}.png")
+        browser.set_window_size(width, 900)
+        size = browser.execute_cdp_cmd("Page.getLayoutMetrics", {})["cssContentSize"]
+        clip = {"x": 0, "y": 0, "width": size["width"], "height": min(size["height"], 2000), "scale": 1}
+        shot = browser.execute_cdp_cmd("Page.captureScreenshot", {"captureBeyondViewport": True, "clip": clip})
+        with open(f"{folder}/{name}-{width}.png", "wb") as file:
+            file.write(base64.b64decode(shot["data"]))
 
 
 def work(browser, folder):
@@ -91,8 +131,9 @@ def work(browser, folder):
     anna.click("bücher.example")
     anna.click("People")
     same("the collision", "goes to erik" in anna.text(), True)
-    picture(browser, folder, "collision")
+    picture(browser, folder, "people")
     anna.click("erika" + DOMAIN)
+    picture(browser, folder, "collision")
     anna.click("Solve the collision")
     same("the plan", "erika@bücher.example" in anna.text(), True)
     picture(browser, folder, "plan")
@@ -105,18 +146,19 @@ def work(browser, folder):
     anna.write("Mail that gets it", "sender address *@bücher.example")
     anna.write("Text", "No offer is final.")
     anna.click("Preview")
+    picture(browser, folder, "preview")
     same("the preview", ["people gets it anna" in anna.text(), "No offer is final." in anna.text()], [True, True])
     anna.click("Save")
     anna.click("Do it")
     same("the disclaimer", "No offer is final." in anna.text(), True)
 
     anna.click("Shared addresses")
-    anna.write("Local part", "team")
+    anna.write("Part before the @", "team")
     anna.write("Accounts, one in each line", f"erik{DOMAIN}\nerika{DOMAIN}")
     anna.click("Create")
     anna.click("Leave it as it is")
     same("not created", "team" in anna.text(), False)
-    anna.write("Local part", "team")
+    anna.write("Part before the @", "team")
     anna.write("Accounts, one in each line", f"erik{DOMAIN}\nerika{DOMAIN}")
     anna.click("Create")
     anna.click("Do it")
@@ -128,24 +170,108 @@ def work(browser, folder):
     same("taken back", "team" in anna.text(), False)
 
 
-def look(browser, folder):
-    """Every page: names for what can be used, one heading, nothing beside the window."""
-    for path in ("/", "/own", "/explain?address=erik@bücher.example", "/doctor", "/history", "/tokens", "/domains/2",
-                 "/domains/2/people", "/domains/2/people/1003", "/domains/2/people/add", "/domains/2/pattern",
-                 "/domains/2/groups", "/domains/2/groups/2001", "/domains/2/entries", "/domains/2/copies",
-                 "/domains/2/disclaimers", "/domains/2/disclaimers/1", "/domains/2/picture"):
-        for width in (1280, 380):
-            browser.set_window_size(width, 1000)
-            browser.get(SITE + path)
-            browser.save_screenshot(f"{folder}/{path.split('?')[0].strip('/').replace('/', '-') or 'start'}-{width}.png")
-            case = f"{path} at {width}"
-            same(case + ": headings", len(browser.find_elements(By.TAG_NAME, "h1")), 1)
-            same(case + ": beside the window", browser.execute_script(
+OF_DOMAIN = ("", "/people", "/people/1003", "/people/add", "/pattern", "/groups", "/groups/2001", "/entries",
+             "/entries/desk", "/copies", "/disclaimers", "/disclaimers/1", "/disclaimers/new", "/picture")
+OF_ALL = ["/", "/own", "/explain?address=erik@bücher.example", "/doctor", "/history", "/history/2", "/tokens", "/no",
+          *("/domains/2" + path for path in OF_DOMAIN), "/domains/2/pattern?pattern=<2a>"]
+OF_HOST = ["/", "/domains/new", "/refresh", "/published", "/domains/1", "/domains/2"]
+
+
+def look(browser, folder, paths):
+    """Every page: names for what can be used, one heading, a title of its own, nothing beside the window."""
+    titles = []
+    for path in paths:
+        browser.get(SITE + path)
+        titles.append(browser.title)
+        picture(browser, folder, path.replace("?pattern=<2a>", "-tried").split("?")[0].strip("/").replace("/", "-") or "start")
+        same(path + ": headings", len(browser.find_elements(By.TAG_NAME, "h1")), 1)
+        same(path + ": without a name", browser.execute_script("""
+            return [...document.querySelectorAll('a, button, input:not([type=hidden]), select, textarea')]
+                .filter(one => !one.textContent.trim() && !one.labels?.length).map(one => one.outerHTML)"""), [])
+        same(path + ": said twice", browser.execute_script("""
+            const ids = [...document.querySelectorAll('[id]')].map(one => one.id);
+            return ids.filter((one, at) => ids.indexOf(one) != at)"""), [])
+        for width in (1280, 380, 320):
+            browser.set_window_size(width, 900)
+            same(f"{path} at {width}: beside the window", browser.execute_script(
                 "return document.documentElement.scrollWidth > document.documentElement.clientWidth"), False)
-            same(case + ": without a name", browser.execute_script("""
-                return [...document.querySelectorAll('a, button, input:not([type=hidden]), select, textarea')]
-                    .filter(one => !one.textContent.trim() && !one.labels?.length).map(one => one.outerHTML)"""), [])
-            same(case + ": contrast", browser.execute_script(CONTRAST), [])
+            same(f"{path} at {width}: too small", browser.execute_script("""
+                return [...document.querySelectorAll('nav a, button, .button, summary, select, input:not([type=hidden], [type=checkbox])')]
+                    .filter(one => { const at = one.getBoundingClientRect(); return at.width < 24 || at.height < 24; })
+                    .map(one => one.outerHTML)"""), [])
+        for scheme in ("dark", "light"):
+            browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
+            same(f"{path}: contrast, {scheme}", browser.execute_script(CONTRAST), [])
+    same("titles that are alike", {one for one in titles if titles.count(one) > 1}, set())
+    browser.find_element(By.TAG_NAME, "body").send_keys(Keys.TAB)
+    same("focus", browser.execute_script(
+        "const at = document.activeElement; return [at.className, getComputedStyle(at).outlineStyle, at.getBoundingClientRect().x >= 0]"),
+         ["skip", "solid", True])
+
+
+# What the one writes, what the other one writes meanwhile, how he goes on, and what stands there then.
+MINE, THEIRS = "Save mine over it", "Keep what is there now"
+MEETINGS = (
+    ("/domains/2", "Description", "ספרים", "Books", MINE, "Books"),
+    ("/domains/2", "One name in each line", "one.example", "two.example", MINE, "one.example\ntwo.example"),
+    ("/domains/2/people/1003", "Aliases, one in each line", "erik\nchief", "boss", MINE, "chief\nboss"),
+    ("/domains/2/entries/desk", "Accounts, one in each line", "anna\nerik", "anna\nerika", THEIRS, "anna\nerik"),
+    ("/domains/2/disclaimers/1", "Text", "First.", "Second.", MINE, "Second."),
+    ("/domains/2/disclaimers/1", None, None, "Third.", MINE, "Third."),
+)
+
+
+def meet(one, other, folder):
+    """Two change the same at once: the second one is told what the first one wrote."""
+    for path, label, first, second, way, then in MEETINGS:
+        for person in (one, other):
+            person.browser.get(SITE + path)
+        if label is None:  # it is deleted
+            one.click("Delete")
+        else:
+            one.write(label, first)
+            one.send(label)
+        one.click("Do it")
+        label = label or "Text"
+        other.write(label, second)
+        other.send(label)
+        same(path + ": is told", [text in other.text() for text in ("Somebody else was faster", *(first or "").split(), *second.split())],
+             [True] * (1 + len((first or "").split()) + len(second.split())))
+        picture(other.browser, folder if "Aliases" in label else "", "conflict")
+        other.click(way)
+        if way == MINE:
+            other.click("Do it")
+        if not other.fields(label):
+            other.browser.get(SITE + path)
+        same(path + ": then", sorted(other.fields(label)[0].get_attribute("value").split()), sorted(then.split()))
+
+
+def mend(person):
+    """What is refused stands beside the field, which keeps what was typed."""
+    person.browser.get(SITE + "/domains/2/people/1003")
+    person.write("Aliases, one in each line", "erik\nno alias")
+    person.click("Save")
+    field = person.fields("Aliases, one in each line")[0]
+    why = person.browser.find_element(By.ID, field.get_attribute("aria-describedby"))
+    same("why", [field.get_attribute("aria-invalid"), why.text], ["true", "no alias is no local part of an address"])
+    person.write("Aliases, one in each line", "erik\nalias")
+    person.click("Save")
+    same("mended", "alias@" in person.text(), True)
+
+
+def refresh(person, folder, buttons, end):
+    """While it waits for another program the page says so, and tells the end by itself."""
+    with open(os.environ["MDOMAIN_ROOT"] + "/var/run/postara_server/mdomain.lock", "a", encoding="ascii") as lock:
+        person.click("Domains")
+        person.click("Bring in new accounts")
+        for button in buttons:
+            fcntl.flock(lock, fcntl.LOCK_EX) if button is buttons[-1] else None
+            person.click(button)
+        person.wait("under way")
+        picture(person.browser, folder, "refresh-live")
+        time.sleep(1)
+    person.wait("The last one ended")
+    same("the outcome", end in person.text() or person.text(), True)
 
 
 def type_on(browser):
@@ -159,7 +285,6 @@ def type_on(browser):
     same("the HTML", WebDriverWait(browser, 10).until(lambda _: browser.find_elements(By.ID, "sign"))[0].text, "Bye")
     browser.switch_to.default_content()
     same("no script of it", browser.title == "ran", False)
-    browser.save_screenshot(f"{sys.argv[1]}/disclaimer-preview.png")
 
 
 # Text of each element against what stands behind it, as WCAG 2.2 counts it.
@@ -183,22 +308,27 @@ return [...document.querySelectorAll('body *')].filter(one => one.offsetParent &
 }).map(one => one.outerHTML.slice(0, 100));
 """
 
-plain = start(with_scripts=False)
-try:
-    work(plain, sys.argv[1])
-finally:
-    plain.quit()
-if DOMAIN:
-    sys.exit(1 if failures else 0)
-browser = start(with_scripts=True)
-try:
-    anna = Person(browser)
-    browser.get(SITE)
-    anna.write("Account", "anna")
-    anna.write("Password", "of anna")
-    anna.click("Sign in")
-    look(browser, sys.argv[1])
-    type_on(browser)
-finally:
-    browser.quit()
+FOLDER = sys.argv[1]
+with start(with_scripts=False) as plain:
+    work(plain, FOLDER)
+    if DOMAIN:
+        sys.exit(1 if failures else 0)
+    plain.delete_all_cookies()
+    ben = Person(plain).sign_in("ben")
+    with start(with_scripts=True) as scripts:
+        erik = Person(scripts).sign_in("erik")
+        meet(erik, ben, FOLDER)
+        mend(erik)
+        refresh(erik, FOLDER, ("Show what it would change", "Do it"), "New people: 1")
+        look(scripts, FOLDER, OF_HOST)
+        erik.click("Sign out")
+        Person(scripts).sign_in("anna")
+        look(scripts, FOLDER, OF_ALL)
+        type_on(scripts)
+    refresh(ben, "", ("Begin at once",), "New people: 0")
+with start(with_scripts=True, language="de") as german:
+    for name, paths in (("ben", OF_HOST), ("anna", OF_ALL)):
+        german.delete_all_cookies()
+        Person(german).sign_in(name, ("Konto", "Passwort", "Anmelden"))
+        look(german, FOLDER + "/de", paths)
 sys.exit(1 if failures else 0)

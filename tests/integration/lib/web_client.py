@@ -1,6 +1,7 @@
 """What the tests of mdomain-web share: browsers and programs that ask it on port 8025, or on the unix
 socket that SOCKET names, and checks."""
 
+import collections
 import http.client
 import json
 import os
@@ -9,10 +10,12 @@ import socket
 import urllib.parse
 
 failures = 0
+answers = collections.Counter()  # by their status
 # One that fits for each argument of the HTTP interface.
 VALUES = {"domain": 1, "domains": 1, "uid": 1003, "uids": 1003, "gid": 2001, "gids": 2001, "name": "sales/x", "text": "anna", "id": 1,
           "address": "anna@example.com", "pattern": "<1a>", "key": "postmaster", "role": "normal", "names": ["x.example"],
-          "value": "x", "json": "[]", "If-Match": "*", "copies": [{"of": "recipient", "name": "erik", "to": "anna"}]}
+          "from": "anna@example.com", "to": "x@away.example", "command": "two",
+          "calls": [{"call": "set_domain", "arguments": {"domain": 2, "description": "x"}}], "value": "x", "json": "[]", "If-Match": "*", "copies": [{"of": "recipient", "name": "erik", "to": "anna"}]}
 
 
 def same(name, got, want):
@@ -37,6 +40,7 @@ def send(method, path, body, headers):
         connection.request(method, path, body, headers)
         answer = connection.getresponse()
         answer.text = answer.read().decode()
+        answers[answer.status] += 1
         return answer
     finally:
         connection.close()

@@ -164,5 +164,5 @@ same("something was stored", [bool(accepted), bool(operations), model() != befor
 same("of another domain", model("bücher.example"), [one for one in before if one["name"] == "bücher.example"])
 for browser in people.values():
     crawl(browser)
-print(f"{len(accepted)} forms and {len(operations)} operations accepted")
+print(f"{len(accepted)} forms and {len(operations)} operations accepted; answers by status: {sorted(web_client.answers.items())}")
 sys.exit(1 if web_client.failures else 0)

@@ -1,9 +1,11 @@
-#include "tools/mdomain/site_accounts.h"
+#include "lib-domain/document/accounts.h"
 
+#include "lib-domain/control/group.h"
+#include "lib-domain/control/user.h"
+#include "lib-domain/document/problem.h"
 #include "platform/include/account.h"
-#include "tools/mdomain/lookup.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 
 void SiteAccountList::Add(unsigned int id, const std::string& full_name) {
   const size_t number = accounts_.size();
@@ -52,14 +54,19 @@ unsigned int SiteAccountList::Id(const std::string& name) const {
 }
 
 SiteAccounts::SiteAccounts() {
-  ForEachUser(MDOMAIN::DB::UserDBFilter(), [this](const MDOMAIN::RECORD::User& user) {
+  const auto add = [this](const RECORD::User& user) {
     users.Add(user.GetUID(), user.GetUserName());
-  });
-  for (const auto& group : ListGroups(MDOMAIN::DB::GroupDBFilter())) {
+  };
+  std::vector<RECORD::Group> records;
+  if (!CONTROL::User().ForEach(DB::UserDBFilter(), add) ||
+      !CONTROL::Group().List(DB::GroupDBFilter(), records)) {
+    throw Problem(Problem::kFailed, "the users and groups could not be read");
+  }
+  for (const RECORD::Group& group : records) {
     groups.Add(group.GetGID(), group.GetGroupName());
   }
   users.End();
   groups.End();
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT

@@ -1,10 +1,9 @@
-#include "tools/mdomain/site_place.h"
+#include "lib-domain/document/place.h"
 
 #include "lib-domain/base/json_text.h"
 #include "platform/include/text.h"
-#include "tools/mdomain/text.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 
 void Place::RequireMembers(const std::set<std::string>& known) const {
   if (!value_.isObject()) {
@@ -43,8 +42,15 @@ std::string Place::Text() const {
   if (!value_.isString()) {
     Refuse("must be a text");
   }
-  RequirePlainText(path_, value_.asString());
-  return value_.asString();
+  std::string text = value_.asString();
+  const std::string shown = korvmailserver::VisibleText(text);
+  if (shown != text) {
+    throw Problem(Problem::kRefused, path_ + " \"" + shown +
+                                         (korvmailserver::IsValidUtf8(text)
+                                              ? "\" holds control characters or hidden ones"
+                                              : "\" is not valid UTF-8"));
+  }
+  return text;
 }
 
 bool Place::Flag() const {
@@ -56,12 +62,12 @@ bool Place::Flag() const {
 
 void ParseDocument(const std::string& text, Json::Value& value) {
   if (!korvmailserver::IsValidUtf8(text)) {
-    throw Failure(kRefused, "$: the document is not UTF-8");
+    throw Problem(Problem::kRefused, "$: the document is not UTF-8");
   }
-  const std::string error = MDOMAIN::BASE::ParseJson(text, value);
+  const std::string error = BASE::ParseJson(text, value);
   if (!error.empty()) {
-    throw Failure(kRefused, "$: no JSON: " + error);
+    throw Problem(Problem::kRefused, "$: no JSON: " + error);
   }
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT

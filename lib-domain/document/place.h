@@ -1,6 +1,6 @@
 // A value of a JSON document with its path, for refusals that name it.
-#ifndef TOOLS_MDOMAIN_SITE_PLACE_H
-#define TOOLS_MDOMAIN_SITE_PLACE_H
+#ifndef LIB_DOMAIN_DOCUMENT_PLACE_H
+#define LIB_DOMAIN_DOCUMENT_PLACE_H
 
 #include <json/value.h>
 
@@ -9,25 +9,16 @@
 #include <utility>
 #include <vector>
 
-#include "tools/mdomain/status.h"
+#include "lib-domain/document/problem.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 
 class Place {
  public:
   Place(const Json::Value& value, std::string path) : value_(value), path_(std::move(path)) {}
 
   [[noreturn]] void Refuse(const std::string& what) const {
-    throw Failure(kRefused, path_ + ": " + what);
-  }
-  // Refuses with its message what `check` ends with a Failure.
-  template <typename Check>
-  void Require(const Check& check) const {
-    try {
-      check();
-    } catch (const Failure& failure) {
-      Refuse(failure.what());
-    }
+    throw Problem(Problem::kRefused, path_ + ": " + what);
   }
   const Json::Value& value() const { return value_; }
   const std::string& path() const { return path_; }
@@ -52,6 +43,6 @@ class Place {
 // The document that is the text, in `value`; refuses what is no JSON in UTF-8.
 void ParseDocument(const std::string& text, Json::Value& value);
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT
 
-#endif  // TOOLS_MDOMAIN_SITE_PLACE_H
+#endif  // LIB_DOMAIN_DOCUMENT_PLACE_H

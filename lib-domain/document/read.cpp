@@ -10,34 +10,38 @@
 #include "lib-domain/api/mimedefang.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/read_scope.h"
+#include "lib-domain/document/site.h"
+#include "lib-domain/document/words.h"
 #include "lib-domain/record/domain.h"
 #include "lib-domain/sync/special_address.h"
 #include "platform/include/mail_conf.h"
-#include "tools/mdomain/bcc_maps.h"
-#include "tools/mdomain/lookup.h"
-#include "tools/mdomain/output.h"
-#include "tools/mdomain/site.h"
-#include "tools/mdomain/site_words.h"
-#include "tools/mdomain/status.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 namespace {
 
-using MDOMAIN::API::DomainUser;
+using API::DomainUser;
 using MemberKind = ::Alias::MemberKind;
-using AliasFlag = MDOMAIN::DB::DomainUser::AliasFlag;
+using AliasFlag = DB::DomainUser::AliasFlag;
 
 [[noreturn]] void CannotRead(const std::string& what, const std::string& domain) {
-  throw Failure(kFailed, "the " + what + " of domain " + domain + " could not be read");
+  throw Problem(Problem::kFailed, "the " + what + " of domain " + domain + " could not be read");
+}
+
+Json::Value JsonTexts(const std::vector<std::string>& texts) {
+  Json::Value array(Json::arrayValue);
+  for (const std::string& text : texts) {
+    array.append(text);
+  }
+  return array;
 }
 
 void ReadGroups(int idx, const std::string& name, const SiteAccounts& accounts,
                 SiteDomain& domain) {
-  MDOMAIN::DB::DomainDBFilter filter("domain_group_view");
+  DB::DomainDBFilter filter("domain_group_view");
   filter.SetDomainIdxs({idx});
   filter.SetLimit(-1);
-  std::vector<MDOMAIN::RECORD::DomainGroup> groups;
-  if (!MDOMAIN::API::DomainGroup().List(filter, groups)) {
+  std::vector<RECORD::DomainGroup> groups;
+  if (!API::DomainGroup().List(filter, groups)) {
     CannotRead("groups", name);
   }
   for (const auto& group : groups) {
@@ -53,7 +57,7 @@ void ReadRemoved(int idx, const std::string& name, const SiteAccounts& accounts,
   std::unordered_set<unsigned int> uids;
   std::unordered_map<unsigned int, std::string> role_by_member;
   if (!DomainUser().GetAllRemovedUIDs(idx, uids) ||
-      !MDOMAIN::DB::DomainGroup().GetResultGroupRoles(idx, role_by_member)) {
+      !DB::DomainGroup().GetResultGroupRoles(idx, role_by_member)) {
     CannotRead("removed members", name);
   }
   for (const unsigned int uid : uids) {
@@ -100,7 +104,7 @@ void ReadDisclaimers(int idx, const std::string& name, const SiteAccounts& accou
     const bool is_user = rule["pattern_type"] == Json::Value("uid");
     unsigned int id = 0;
     const SiteAccount* account = (is_user || rule["pattern_type"] == Json::Value("gid")) &&
-                                         MDOMAIN::BASE::ConvertToUID(rule["pattern"].asString(), id)
+                                         BASE::ConvertToUID(rule["pattern"].asString(), id)
                                      ? (is_user ? accounts.users : accounts.groups).FindId(id)
                                      : nullptr;
     if (account != nullptr) {
@@ -174,11 +178,21 @@ Json::Value DomainJson(const std::string& name, const SiteDomain& domain) {
 
 }  // namespace
 
+std::vector<RECORD::Domain> ListDomainRecords() {
+  DB::DomainDBFilter filter;
+  filter.SetLimit(-1);
+  std::vector<RECORD::Domain> records;
+  if (!API::Domain().List(filter, records)) {
+    throw Problem(Problem::kFailed, "the domains could not be read");
+  }
+  return records;
+}
+
 bool SiteReader::IsAdded(int idx, unsigned int uid) {
   if (!has_added_) {
-    std::vector<MDOMAIN::RECORD::DomainUserRole> roles;
+    std::vector<RECORD::DomainUserRole> roles;
     if (!DomainUser().GetAutoAddedUsersRoles(roles)) {
-      throw Failure(kFailed, "the roles could not be read");
+      throw Problem(Problem::kFailed, "the roles could not be read");
     }
     for (const auto& role : roles) {
       added_.emplace(role.GetDomainIdx(), role.GetUID());
@@ -190,10 +204,10 @@ bool SiteReader::IsAdded(int idx, unsigned int uid) {
 
 // Somebody who has aliases and no role for the moment is in no domain: the next refresh decides.
 void SiteReader::ReadUsers(int idx, const std::string& name, SiteDomain& domain) {
-  MDOMAIN::DB::DomainDBFilter filter;
+  DB::DomainDBFilter filter;
   filter.SetDomainIdxs({idx});
   filter.SetLimit(-1);
-  const auto add_role = [&](MDOMAIN::RECORD::DomainUser& user) {
+  const auto add_role = [&](RECORD::DomainUser& user) {
     if (const SiteAccount* account = accounts_.users.FindId(user.GetUID())) {
       const bool is_added = user.GetRole() == "normal" && IsAdded(idx, user.GetUID());
       domain.users[account->name].role = user.IsUnderGroupControl() ? kRoleOfGroups
@@ -210,8 +224,7 @@ void SiteReader::ReadUsers(int idx, const std::string& name, SiteDomain& domain)
     }
     return true;
   };
-  if (!DomainUser().ForEach(filter, add_role) ||
-      !MDOMAIN::DB::DomainUser().ForEachAlias({idx}, add_alias)) {
+  if (!DomainUser().ForEach(filter, add_role) || !DB::DomainUser().ForEachAlias({idx}, add_alias)) {
     CannotRead("users", name);
   }
   // Their stored order changes whenever a flag does.
@@ -230,8 +243,8 @@ void SiteReader::ReadMembers(int idx, const std::string& name, SiteDomain& domai
 void SiteReader::ReadEntries(int idx, SiteDomain& domain) {
   if (!has_entries_) {
     std::vector<::Alias::Entry> entries;
-    if (!MDOMAIN::API::AliasEntry().List(entries)) {
-      throw Failure(kFailed, "the addresses with several members could not be read");
+    if (!API::AliasEntry().List(entries)) {
+      throw Problem(Problem::kFailed, "the addresses with several members could not be read");
     }
     for (::Alias::Entry& entry : entries) {
       entries_.emplace(entry.domain_id, std::move(entry));
@@ -259,14 +272,14 @@ void SiteReader::ReadPolicies(int idx, const std::string& name, SiteDomain& doma
 }
 
 Site ReadSite(const SiteAccounts& accounts) {
-  const MDOMAIN::DB::ReadScope one_moment;
+  const DB::ReadScope one_moment;
   Site site;
   SiteReader reader(accounts);
   std::map<int, std::vector<std::string>> names;
-  if (!MDOMAIN::API::Domain().ListAllAdditionalDomains(names)) {
-    throw Failure(kFailed, "the names of the domains could not be read");
+  if (!API::Domain().ListAllAdditionalDomains(names)) {
+    throw Problem(Problem::kFailed, "the names of the domains could not be read");
   }
-  for (const MDOMAIN::RECORD::Domain& record : AllDomainRecords()) {
+  for (const RECORD::Domain& record : ListDomainRecords()) {
     const int idx = record.GetDomainIdx();
     const std::string name = record.GetDomainName();
     SiteDomain& domain = site.domains[name];
@@ -282,7 +295,7 @@ Site ReadSite(const SiteAccounts& accounts) {
   for (const char* key : kSiteSettings) {
     std::string value;
     if (mailConfGet(key, value) < 0) {
-      throw Failure(kFailed, "the configuration could not be read");
+      throw Problem(Problem::kFailed, "the configuration could not be read");
     }
     if (!value.empty()) {
       site.settings[key] =
@@ -306,4 +319,4 @@ Json::Value SiteJson(const Site& site) {
   return value;
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT

@@ -1,6 +1,6 @@
 // Words of the documents of export and apply.
-#ifndef TOOLS_MDOMAIN_SITE_WORDS_H
-#define TOOLS_MDOMAIN_SITE_WORDS_H
+#ifndef LIB_DOMAIN_DOCUMENT_WORDS_H
+#define LIB_DOMAIN_DOCUMENT_WORDS_H
 
 #include <json/value.h>
 
@@ -9,12 +9,12 @@
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/sync/special_address.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 
 constexpr const char* kSiteSchema = "export.schema.json";
 constexpr const char* kRoleOfGroups = "group";
 // Keys that people set and that mean the same on every machine.
-constexpr const char* kSiteSettings[] = {MDOMAIN::UTILS::kPostmasterKey};
+constexpr const char* kSiteSettings[] = {UTILS::kPostmasterKey};
 
 struct CopyType {
   int type;
@@ -30,6 +30,6 @@ inline const char* CopyTypeWord(int type) {
 // Calls `keep` for each rule of disclaimers, which may change it; rules for which it is false go.
 void ForEachAccountRule(Json::Value& disclaimers, const std::function<bool(Json::Value&)>& keep);
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT
 
-#endif  // TOOLS_MDOMAIN_SITE_WORDS_H
+#endif  // LIB_DOMAIN_DOCUMENT_WORDS_H

@@ -4,19 +4,22 @@
 #include <utility>
 
 #include "lib-domain/api/mimedefang.h"
+#include "lib-domain/base/domain_name.h"
+#include "lib-domain/control/pattern_trial.h"
+#include "lib-domain/document/place.h"
+#include "lib-domain/document/site.h"
+#include "lib-domain/document/words.h"
+#include "lib-domain/insight/known_domain.h"
 #include "lib-domain/utils/domain_utils.h"
+#include "lib-domain/utils/domain_utils_internal.h"
+#include "platform/include/eai.h"
 #include "platform/include/postfix_map.h"
 #include "platform/include/text.h"
-#include "tools/mdomain/domain_name.h"
-#include "tools/mdomain/lookup.h"
-#include "tools/mdomain/pattern.h"
-#include "tools/mdomain/site.h"
-#include "tools/mdomain/site_place.h"
-#include "tools/mdomain/site_words.h"
-#include "tools/mdomain/status.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 namespace {
+
+using BASE::AsciiForm;
 
 // A text of an array that stands there once.
 void RequireNew(bool is_new, const Place& place) {
@@ -25,9 +28,14 @@ void RequireNew(bool is_new, const Place& place) {
   }
 }
 
+// In a spelling that can be stored: "Österreich.example" becomes "österreich.example".
 std::string CheckedName(const Place& place) {
-  std::string name = StorableName(place.Text());
-  if (!IsDomainName(name)) {
+  const std::string given = place.Text();
+  std::string name = given;
+  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(given)) {
+    KORV::POSTARA_SERVER::ConvertToUTF8(given, name);  // leaves what is no domain as it is
+  }
+  if (!UTILS::INTERNAL::IsDomainName(name)) {
     place.Refuse("\"" + name + "\" is not a valid domain name");
   }
   return name;
@@ -36,8 +44,7 @@ std::string CheckedName(const Place& place) {
 class Parser {
  public:
   explicit Parser(const SiteAccounts& accounts) : accounts_(accounts) {
-    const Domains domains;
-    for (const KnownDomain& domain : domains.all()) {
+    for (const INSIGHT::KnownDomain& domain : INSIGHT::ListKnownDomains()) {
       spellings_[AsciiForm(domain.name)] = domain.name;
       for (const std::string& name : domain.additional_names) {
         spellings_[AsciiForm(name)] = name;
@@ -84,10 +91,14 @@ class Parser {
     domain.adds_users = place.Member("auto_add").Flag();
     const Place pattern = place.Member("pattern");
     domain.pattern = pattern.Text();
-    if (!MDOMAIN::UTILS::IsDomainDefaultAliasPatternValid(domain.pattern)) {
-      pattern.Refuse(NoPattern(domain.pattern).what());
+    if (!UTILS::IsDomainDefaultAliasPatternValid(domain.pattern)) {
+      pattern.Refuse("\"" + domain.pattern +
+                     "\" is not an alias pattern: it needs a placeholder such as <a>");
     }
-    pattern.Require([&] { RequireUsablePattern(domain.pattern); });
+    const std::string useless = CONTROL::INTERNAL::WhyUselessPattern(domain.pattern);
+    if (!useless.empty()) {
+      pattern.Refuse("\"" + domain.pattern + "\"" + useless);
+    }
     for (const Place& more : place.Member("names").Elements()) {
       AddName(more, DomainName(name));
       domain.names.insert(DomainName(more));
@@ -137,7 +148,7 @@ class Parser {
   static std::string Role(const Place& place, bool may_be_of_groups) {
     const Place role = place.Member("role");
     std::string text = role.Text();
-    if (!MDOMAIN::UTILS::CheckRoleValid(text) && !(may_be_of_groups && text == kRoleOfGroups)) {
+    if (!UTILS::CheckRoleValid(text) && !(may_be_of_groups && text == kRoleOfGroups)) {
       role.Refuse(std::string("must be normal, domain_admin") +
                   (may_be_of_groups ? " or group" : ""));
     }
@@ -153,7 +164,7 @@ class Parser {
     for (const char* member : {"aliases", "taken"}) {
       for (const Place& alias : place.Elements(member)) {
         const std::string text = alias.Text();
-        if (!MDOMAIN::UTILS::IsAccountAliasValid(text)) {
+        if (!UTILS::IsAccountAliasValid(text)) {
           alias.Refuse("\"" + text + "\" is no local part of a mail address");
         }
         RequireNew(own.insert(korvmailserver::ToLowerAscii(text)).second, alias);
@@ -194,7 +205,7 @@ class Parser {
   void AddEntry(const Place& place, SiteDomain& domain) {
     place.RequireMembers({"name", "users", "groups", "addresses"});
     const Place name = place.Member("name");
-    if (!MDOMAIN::UTILS::IsAccountAliasValid(name.Text())) {
+    if (!UTILS::IsAccountAliasValid(name.Text())) {
       name.Refuse("\"" + name.Text() + "\" is no local part of a mail address");
     }
     RequireNew(rule_keys_.insert("entry " + korvmailserver::FoldMapKey(name.Text())).second, name);
@@ -288,7 +299,7 @@ class Parser {
     std::string error;
     if (!MimeDefang::CheckDisclaimerList(DisclaimersWithIds(domain.disclaimers, accounts_),
                                          error)) {
-      throw Failure(kRefused, place.path() + error);
+      throw Problem(Problem::kRefused, place.path() + error);
     }
   }
 
@@ -347,6 +358,9 @@ class Parser {
 
   void RequirePrimary(const Place& place) const {
     const auto& domains = typed_.site.domains;
+    if (domains.empty() && !spellings_.empty()) {
+      place.Refuse("has none, and the primary domain cannot be deleted");
+    }
     const auto primaries = std::count_if(domains.begin(), domains.end(),
                                          [](const auto& known) { return known.second.is_primary; });
     if (primaries != (domains.empty() ? 0 : 1)) {
@@ -400,4 +414,4 @@ TypedSite ParseSite(const std::string& text, const SiteAccounts& accounts) {
   return Parser(accounts).Parse(document);
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT

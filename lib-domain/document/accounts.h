@@ -1,12 +1,14 @@
 // The mirrored accounts and groups by the names that documents have for them.
-#ifndef TOOLS_MDOMAIN_SITE_ACCOUNTS_H
-#define TOOLS_MDOMAIN_SITE_ACCOUNTS_H
+#ifndef LIB_DOMAIN_DOCUMENT_ACCOUNTS_H
+#define LIB_DOMAIN_DOCUMENT_ACCOUNTS_H
 
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-namespace mdomain {
+#include "platform/include/export.h"
+
+namespace MDOMAIN::DOCUMENT {
 
 struct SiteAccount {
   unsigned int id;
@@ -32,13 +34,13 @@ class SiteAccountList {
 };
 
 struct SiteAccounts {
-  // Reads the mirror.
-  SiteAccounts();
+  // Reads the mirror; throws a Problem.
+  MDOMAIN_EXPORT SiteAccounts();
 
   SiteAccountList users;
   SiteAccountList groups;
 };
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT
 
-#endif  // TOOLS_MDOMAIN_SITE_ACCOUNTS_H
+#endif  // LIB_DOMAIN_DOCUMENT_ACCOUNTS_H

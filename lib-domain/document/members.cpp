@@ -7,18 +7,17 @@
 
 #include "lib-domain/api/domain_group.h"
 #include "lib-domain/api/domain_user.h"
+#include "lib-domain/document/site.h"
+#include "lib-domain/document/words.h"
 #include "platform/include/postfix_map.h"
-#include "tools/mdomain/site.h"
-#include "tools/mdomain/site_words.h"
-#include "tools/mdomain/status.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 namespace {
 
+using API::DomainGroup;
+using API::DomainUser;
 using korvmailserver::FoldMapKey;
-using MDOMAIN::API::DomainGroup;
-using MDOMAIN::API::DomainUser;
-using MDOMAIN::RECORD::DomainUserAlias;
+using RECORD::DomainUserAlias;
 
 // The alias of somebody who gives up all that they own, until the next step: nobody else's.
 constexpr const char* kPlaceholder = "mdomain-apply-";
@@ -139,7 +138,7 @@ void SiteMembers::TakeInGroups() {
 }
 
 void SiteMembers::GiveUpAliases() {
-  std::vector<MDOMAIN::RECORD::DomainUser> users;
+  std::vector<RECORD::DomainUser> users;
   for (const std::string& name : moving_) {
     if (!IsNew(name) && wanted_.users.count(name) != 0) {
       users.push_back(Record(name, {}));
@@ -164,7 +163,7 @@ void SiteMembers::TakeInUsers() {
 }
 
 void SiteMembers::SetRolesOfGroups() {
-  std::vector<MDOMAIN::RECORD::DomainGroupRole> roles;
+  std::vector<RECORD::DomainGroupRole> roles;
   for (const auto& [name, role] : wanted_.groups) {
     const auto known = is_.groups.find(name);
     if ((known == is_.groups.end() ? "normal" : known->second) != role) {
@@ -175,7 +174,7 @@ void SiteMembers::SetRolesOfGroups() {
 }
 
 void SiteMembers::SetUsers() {
-  std::vector<MDOMAIN::RECORD::DomainUser> users;
+  std::vector<RECORD::DomainUser> users;
   for (const std::string& name : changed_) {
     const SiteUser& user = wanted_.users.at(name);
     if (!IsNew(name) || (!user.role.empty() && user.role != kRoleOfGroups)) {
@@ -200,7 +199,7 @@ void SiteMembers::Remove() {
 void SiteMembers::AddTakenAliases() {
   std::vector<std::string> added;
   std::vector<DomainUserAlias> aliases;
-  std::vector<MDOMAIN::RECORD::DomainUser> without_own;
+  std::vector<RECORD::DomainUser> without_own;
   for (const std::string& name : changed_) {
     const SiteUser& user = wanted_.users.at(name);
     AddAliases(name, user.taken, aliases);
@@ -219,7 +218,7 @@ void SiteMembers::AddTakenAliases() {
 
 void SiteMembers::Require(bool is_done, const std::string& what) const {
   if (!is_done) {
-    throw Failure(kFailed, "domain " + name_ + ": " + what);
+    throw Problem(Problem::kFailed, "domain " + name_ + ": " + what);
   }
 }
 
@@ -238,8 +237,8 @@ void SiteMembers::Add(const std::vector<std::string>& users, const std::vector<s
 }
 
 // Without any alias the stored ones would stay, and with them the user their owner.
-MDOMAIN::RECORD::DomainUser SiteMembers::Record(const std::string& name,
-                                                std::vector<std::string> texts) const {
+RECORD::DomainUser SiteMembers::Record(const std::string& name,
+                                       std::vector<std::string> texts) const {
   const SiteAccount& account = *accounts_.users.Find(name);
   if (texts.empty() && !IsNew(name)) {
     texts = {kPlaceholder + std::to_string(account.id)};
@@ -253,9 +252,9 @@ MDOMAIN::RECORD::DomainUser SiteMembers::Record(const std::string& name,
   return {idx_, account.id, account.full_name, aliases, role.empty() ? "normal" : role};
 }
 
-void SiteMembers::Set(std::vector<MDOMAIN::RECORD::DomainUser>& users) const {
-  std::vector<MDOMAIN::RECORD::DomainUser> conflicts;
+void SiteMembers::Set(std::vector<RECORD::DomainUser>& users) const {
+  std::vector<RECORD::DomainUser> conflicts;
   Require(users.empty() || DomainUser().Set(users, conflicts), "users could not be set");
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT

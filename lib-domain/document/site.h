@@ -3,8 +3,8 @@
 //
 // What belongs to one machine alone is not in it: DKIM keys, the account source, the host's
 // settings. docs/export.schema.json describes the document.
-#ifndef TOOLS_MDOMAIN_SITE_H
-#define TOOLS_MDOMAIN_SITE_H
+#ifndef LIB_DOMAIN_DOCUMENT_SITE_H
+#define LIB_DOMAIN_DOCUMENT_SITE_H
 
 #include <json/value.h>
 
@@ -14,12 +14,15 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/document/accounts.h"
+#include "lib-domain/document/problem.h"
+#include "lib-domain/record/domain.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
 #include "platform/include/alias.h"
-#include "tools/mdomain/site_accounts.h"
+#include "platform/include/export.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 
 struct SiteUser {
   // "normal" or "domain_admin" where it was given by hand, "group" where the user's groups give
@@ -66,7 +69,7 @@ struct Site {
 };
 
 // What is stored now, piece by piece; what concerns all domains is read once per object, so make a
-// new one after a change. Everything throws a Failure where it cannot be read.
+// new one after a change. Everything throws a Problem where it cannot be read.
 class SiteReader {
  public:
   explicit SiteReader(const SiteAccounts& accounts) : accounts_(accounts) {}
@@ -86,11 +89,13 @@ class SiteReader {
   bool has_entries_ = false;
   std::multimap<int, Alias::Entry> entries_;
 };
+// The records of all domains; counts their users.
+std::vector<RECORD::Domain> ListDomainRecords();
 // All of it, of one moment.
-Site ReadSite(const SiteAccounts& accounts);
+MDOMAIN_EXPORT Site ReadSite(const SiteAccounts& accounts);
 
 // The document, in an order that follows from the model alone.
-Json::Value SiteJson(const Site& site);
+MDOMAIN_EXPORT Json::Value SiteJson(const Site& site);
 
 struct TypedSite {
   Site site;
@@ -98,8 +103,9 @@ struct TypedSite {
   std::vector<std::string> doubts;   // what may stand, and is hardly meant so, with its path
 };
 // What the text of a document says, accounts by the names that the mirror gives them. Refuses, with
-// the JSON path, what is no such document and what no model can be.
-TypedSite ParseSite(const std::string& text, const SiteAccounts& accounts);
+// the JSON path, what is no such document, what no model can be, and one without domains where
+// there are some.
+MDOMAIN_EXPORT TypedSite ParseSite(const std::string& text, const SiteAccounts& accounts);
 
 // A list of disclaimers with ids in the place of names; the names must be known.
 Json::Value DisclaimersWithIds(Json::Value disclaimers, const SiteAccounts& accounts);
@@ -110,9 +116,10 @@ std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
                             const std::string& path = "$");
 
 // Makes it so, step by step, and compares what is stored afterwards; what is so already is only
-// read. Throws a Failure at the first step that fails: what was done before stays. What mail cannot
-// reach is said on standard error.
-void MakeSite(const Site& wanted, const SiteAccounts& accounts);
+// read. Throws a Problem at the first step that fails: what was done before stays. Sentences about
+// what mail cannot reach are added to `warnings`.
+MDOMAIN_EXPORT void MakeSite(const Site& wanted, const SiteAccounts& accounts,
+                             std::vector<std::string>& warnings);
 
 // The members of one domain on their way to what a site says.
 class SiteMembers {
@@ -137,11 +144,11 @@ class SiteMembers {
   bool IsNew(const std::string& user) const { return is_.users.count(user) == 0; }
   void Require(bool is_done, const std::string& what) const;
   void AddAliases(const std::string& name, const std::vector<std::string>& texts,
-                  std::vector<MDOMAIN::RECORD::DomainUserAlias>& aliases) const;
+                  std::vector<RECORD::DomainUserAlias>& aliases) const;
   void Add(const std::vector<std::string>& users, const std::vector<std::string>& groups,
-           std::vector<MDOMAIN::RECORD::DomainUserAlias>& aliases) const;
-  MDOMAIN::RECORD::DomainUser Record(const std::string& name, std::vector<std::string> texts) const;
-  void Set(std::vector<MDOMAIN::RECORD::DomainUser>& users) const;
+           std::vector<RECORD::DomainUserAlias>& aliases) const;
+  RECORD::DomainUser Record(const std::string& name, std::vector<std::string> texts) const;
+  void Set(std::vector<RECORD::DomainUser>& users) const;
 
   int idx_;
   const std::string& name_;
@@ -152,6 +159,6 @@ class SiteMembers {
   std::set<std::string> moving_;   // those who may lose an alias to one of these on the way
 };
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT
 
-#endif  // TOOLS_MDOMAIN_SITE_H
+#endif  // LIB_DOMAIN_DOCUMENT_SITE_H

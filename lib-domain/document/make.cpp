@@ -9,34 +9,51 @@
 #include "lib-domain/api/bcc.h"
 #include "lib-domain/api/domain.h"
 #include "lib-domain/api/mimedefang.h"
+#include "lib-domain/base/error_code.h"
+#include "lib-domain/control/policy_hooks.h"
+#include "lib-domain/document/site.h"
+#include "lib-domain/document/words.h"
+#include "lib-domain/insight/known_domain.h"
 #include "lib-domain/sync/follow_addresses.h"
 #include "platform/include/mail_conf.h"
-#include "tools/mdomain/bcc_maps.h"
-#include "tools/mdomain/domain_name.h"
-#include "tools/mdomain/lookup.h"
-#include "tools/mdomain/notes.h"
-#include "tools/mdomain/output.h"
-#include "tools/mdomain/site.h"
-#include "tools/mdomain/site_words.h"
-#include "tools/mdomain/status.h"
-#include "tools/mdomain/text.h"
 
-namespace mdomain {
+namespace MDOMAIN::DOCUMENT {
 namespace {
 
-using MDOMAIN::API::AliasEntry;
+using API::AliasEntry;
+using INSIGHT::KnownDomain;
+using INSIGHT::ListKnownDomains;
 using Kind = ::Alias::MemberKind;
 using Names = std::vector<std::string>;
 
+constexpr unsigned int kApiErrorTaken = 5618;
+
 void Require(bool is_done, const std::string& what) {
   if (!is_done) {
-    throw Failure(kFailed, what);
+    throw Problem(Problem::kFailed, what);
   }
 }
 
-void Require(bool is_done, const MDOMAIN::API::Domain& api, const std::string& action) {
+Problem ProblemOf(unsigned int number, const std::string& action) {
+  switch (number) {
+    case kApiErrorTaken:
+      return {Problem::kRefused, action +
+                                     ": a domain already has this name, as its own or as an "
+                                     "additional one, in this or the other spelling"};
+    case BASE::kApiErrorInvalid:
+      return {Problem::kRefused, action + ": the name or the alias pattern is not valid"};
+    case BASE::kApiErrorAccounts:
+      return {Problem::kFailed, action + ": the account system did not give all of its accounts"};
+    case BASE::kApiErrorUnpublished:
+      return {Problem::kUnpublished, action + ": done here, not published"};
+    default:
+      return {Problem::kFailed, action + " failed"};
+  }
+}
+
+void Require(bool is_done, const API::Domain& api, const std::string& action) {
   if (!is_done) {
-    throw ApiFailure(api.GetErrorCode(), action);
+    throw ProblemOf(api.GetErrorCode(), action);
   }
 }
 
@@ -61,42 +78,40 @@ std::string Shown(const Json::Value& value) {
 
 // Names that somebody else may need, before domains are made; domains that go give up all.
 void GiveUpNames(const Site& wanted) {
-  const Domains domains;
-  for (const KnownDomain& known : domains.all()) {
+  for (const KnownDomain& known : ListKnownDomains()) {
     const auto domain = wanted.domains.find(known.name);
     const Names kept = domain == wanted.domains.end()
                            ? Names()
                            : Names(domain->second.names.begin(), domain->second.names.end());
     const Names gone =
         Missing({known.additional_names.begin(), known.additional_names.end()}, kept);
-    Require(gone.empty() || MDOMAIN::API::Domain().DeleteAdditionalDomains(known.idx, gone),
+    Require(gone.empty() || API::Domain().DeleteAdditionalDomains(known.idx, gone),
             "names of domain " + known.Title() + " could not be removed");
   }
 }
 
 // Of the domains that the site has not; the primary one stays until another one is.
 void DeleteOthers(const Site& wanted) {
-  const Domains domains;
   std::vector<int> idxs;
-  for (const KnownDomain& known : domains.all()) {
+  for (const KnownDomain& known : ListKnownDomains()) {
     if (!known.is_primary && wanted.domains.count(known.name) == 0) {
       idxs.push_back(known.idx);
     }
   }
-  Require(idxs.empty() || MDOMAIN::API::Domain().Delete(idxs), "domains could not be deleted");
+  Require(idxs.empty() || API::Domain().Delete(idxs), "domains could not be deleted");
 }
 
-bool IsKnown(const Domains& domains, const std::string& name) {
-  return std::any_of(domains.all().begin(), domains.all().end(),
+bool IsKnown(const std::vector<KnownDomain>& domains, const std::string& name) {
+  return std::any_of(domains.begin(), domains.end(),
                      [&](const KnownDomain& known) { return known.name == name; });
 }
 
 void CreateDomains(const Site& wanted) {
-  const Domains domains;
-  MDOMAIN::API::Domain api;
+  const std::vector<KnownDomain> domains = ListKnownDomains();
+  API::Domain api;
   for (const auto& [name, domain] : wanted.domains) {
     if (!IsKnown(domains, name)) {
-      MDOMAIN::RECORD::Domain record(name);
+      RECORD::Domain record(name);
       record.SetIsPrimary(false);
       record.SetDomainDesc(domain.description);
       record.SetDefaultAliasPattern(domain.pattern);
@@ -108,13 +123,12 @@ void CreateDomains(const Site& wanted) {
 }
 
 void SetDomains(const Site& wanted) {
-  const Domains domains;
-  MDOMAIN::API::Domain api;
-  std::map<int, MDOMAIN::RECORD::Domain> records;
-  for (const MDOMAIN::RECORD::Domain& record : AllDomainRecords()) {
+  API::Domain api;
+  std::map<int, RECORD::Domain> records;
+  for (const RECORD::Domain& record : ListDomainRecords()) {
     records.emplace(record.GetDomainIdx(), record);
   }
-  for (const KnownDomain& known : domains.all()) {
+  for (const KnownDomain& known : ListKnownDomains()) {
     const auto found = wanted.domains.find(known.name);
     if (found == wanted.domains.end()) {
       continue;
@@ -123,7 +137,7 @@ void SetDomains(const Site& wanted) {
     if (domain.is_primary && !known.is_primary) {
       Require(api.SetPrimary(known.idx), "domain " + known.Title() + " could not become primary");
     }
-    MDOMAIN::RECORD::Domain& record = records.at(known.idx);
+    RECORD::Domain& record = records.at(known.idx);
     if (record.GetDomainDesc() != domain.description ||
         record.GetDefaultAliasPattern() != domain.pattern ||
         record.IsAutomaticallyAddingUsers() != domain.adds_users) {
@@ -136,9 +150,8 @@ void SetDomains(const Site& wanted) {
 }
 
 void AddNames(const Site& wanted) {
-  const Domains domains;
-  MDOMAIN::API::Domain api;
-  for (const KnownDomain& known : domains.all()) {
+  API::Domain api;
+  for (const KnownDomain& known : ListKnownDomains()) {
     const auto domain = wanted.domains.find(known.name);
     const Names more = domain == wanted.domains.end()
                            ? Names()
@@ -178,7 +191,11 @@ void MakeCopies(int idx, const SiteDomain& is, const SiteDomain& wanted) {
   Require(bcc != nullptr && (gone.empty() || bcc->deleteBCC(idx, gone) == 0) &&
               (set.empty() || bcc->setBCC(idx, set) == 0),
           "the blind copies could not be stored");
-  PublishBccRules(*bcc);
+  bool are_old = false;
+  Require(bcc->PublishRules() == 0, "the rules were changed but could not be published");
+  Require(
+      CONTROL::INTERNAL::AreBccMapsOld(are_old) && (!are_old || CONTROL::INTERNAL::MakeBccMaps()),
+      "the rules were changed, but their maps could not be made");
 }
 
 void MakeDisclaimers(int idx, const SiteDomain& is, const SiteDomain& wanted,
@@ -200,8 +217,7 @@ void MakeSettings(const Site& wanted) {
     const std::string value = found == wanted.settings.end() ? "" : found->second;
     Require(mailConfGet(key, is) >= 0 && (is == value || mailConfSet(key, value, true, 0) >= 0),
             "the configuration could not be written");
-    Require(is == value || MDOMAIN::UTILS::FollowAddresses(),
-            "the maps for Postfix could not follow");
+    Require(is == value || UTILS::FollowAddresses(), "the maps for Postfix could not follow");
   }
 }
 
@@ -240,10 +256,9 @@ struct Pair {
 };
 
 std::vector<Pair> Pairs(const Site& wanted, const SiteAccounts& accounts) {
-  const Domains domains;
   SiteReader reader(accounts);
   std::vector<Pair> pairs;
-  for (const KnownDomain& known : domains.all()) {
+  for (const KnownDomain& known : ListKnownDomains()) {
     const auto found = wanted.domains.find(known.name);
     if (found != wanted.domains.end()) {
       pairs.push_back({known.idx, found->first, {}, found->second});
@@ -255,7 +270,8 @@ std::vector<Pair> Pairs(const Site& wanted, const SiteAccounts& accounts) {
 }
 
 // Of all domains at once: an entry may lead to one of another domain.
-void SetEntries(std::vector<Pair>& pairs, const SiteAccounts& accounts) {
+void SetEntries(std::vector<Pair>& pairs, const SiteAccounts& accounts,
+                std::vector<std::string>& warnings) {
   SiteReader reader(accounts);
   std::vector<::Alias::Entry> changed;
   for (Pair& pair : pairs) {
@@ -275,12 +291,12 @@ void SetEntries(std::vector<Pair>& pairs, const SiteAccounts& accounts) {
   Names dead_ends;
   const AliasEntry::Result result = api.SetAll(changed, dead_ends);
   if (result != AliasEntry::Result::kDone && result != AliasEntry::Result::kUnpublished) {
-    throw Failure(api.Problem().empty() ? kFailed : kRefused,
+    throw Problem(api.Problem().empty() ? Problem::kFailed : Problem::kRefused,
                   "addresses with several members cannot be made" +
                       (api.Problem().empty() ? "" : ", because of \"" + api.Problem() + "\""));
   }
   for (const std::string& sentence : dead_ends) {
-    Note("warning: " + sentence);
+    warnings.push_back(sentence);
   }
 }
 
@@ -309,7 +325,8 @@ std::string FirstNamedDifference(const Json::Value& is, const Json::Value& wante
     both[one["name"].asString()].second = one;
   }
   for (const auto& [name, sides] : both) {
-    const std::string place = path + "[" + name + "]";
+    std::string place = path;
+    place.append("[").append(name).append("]");
     if (sides.second.isNull()) {
       return place + ": would be there as well: " + Shown(sides.first);
     }
@@ -364,7 +381,8 @@ std::string FirstDifference(const Json::Value& is, const Json::Value& wanted,
   return path + ": cannot be " + Shown(wanted) + ", it would be " + Shown(is);
 }
 
-void MakeSite(const Site& wanted, const SiteAccounts& accounts) {
+void MakeSite(const Site& wanted, const SiteAccounts& accounts,
+              std::vector<std::string>& warnings) {
   const Json::Value document = SiteJson(wanted);
   if (SiteJson(ReadSite(accounts)) == document) {
     return;
@@ -378,7 +396,7 @@ void MakeSite(const Site& wanted, const SiteAccounts& accounts) {
       changed.emplace_back(pair.idx, pair.name, pair.is, pair.wanted, accounts).Make();
     }
   }
-  SetEntries(pairs, accounts);
+  SetEntries(pairs, accounts, warnings);
   for (SiteMembers& members : changed) {
     members.AddTakenAliases();
   }
@@ -387,8 +405,8 @@ void MakeSite(const Site& wanted, const SiteAccounts& accounts) {
   MakeSettings(wanted);
   const std::string difference = FirstDifference(SiteJson(ReadSite(accounts)), document);
   if (!difference.empty()) {
-    throw Failure(kRefused, difference);
+    throw Problem(Problem::kRefused, difference);
   }
 }
 
-}  // namespace mdomain
+}  // namespace MDOMAIN::DOCUMENT
