@@ -181,7 +181,7 @@ void RequireVersions(const Operation& of_all, const Json::Value& arguments) {
   const bool is_trial = arguments["dry_run"] == true;
   RequireVersion(of_all, arguments, is_trial);
   for (const Json::Value& call : arguments["calls"]) {
-    const Json::Value& name = call.isObject() ? call["call"] : call;
+    const Json::Value name = call.isObject() ? call["call"] : Json::Value();
     const Operation* operation = name.isString() ? FindOperation(name.asString()) : nullptr;
     if (operation == nullptr || name == "together") {
       Refuse(400, "invalid", "an element of \"calls\" names no operation of its own");

@@ -157,6 +157,7 @@ def check_wholes(anna, host, document):
         ("changed meanwhile", together(anna, renamed, ("set_user", {**called[1], "version": "0"})), 412),
         ("a whole without a version", together(anna, renamed, ("set_names", {"domain": 1, "names": []})), 428),
         ("no operation", together(anna, ("Session", {})), 400),
+        ("a name alone", anna.ask("POST", "/together", {"command": "x", "calls": ["domains"]}), 400),
         ("one within another", together(anna, ("together", {"command": "x", "calls": []})), 400),
         ("a dry run within", together(anna, (called[0], {**called[1], "dry_run": True})), 400),
         ("calls that are none", anna.ask("POST", "/together", {"command": "x", "calls": "publish"}), 400),
