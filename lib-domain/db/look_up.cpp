@@ -71,6 +71,8 @@ constexpr const char* kSelectUser =
     "ORDER BY is_duplicated DESC";
 constexpr const char* kHasOwnRole =
     "SELECT EXISTS (SELECT 1 FROM domain_user_role_table WHERE domain_idx = %d AND uid = %u)";
+constexpr const char* kSelectRolesOfGroup =
+    "SELECT domain_idx, role FROM domain_group_role_table WHERE gid = %u AND role IS NOT NULL";
 constexpr const char* kSelectTakenOutOf =
     "SELECT DISTINCT domain_idx FROM domain_group_removed_user_table WHERE uid = %u";
 constexpr const char* kSelectGroupRole =
@@ -225,6 +227,13 @@ bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::Group>
   return AreFew(names) ? DomainDb().Append<Columns<Gid, Text, Text>>(
                              Sql(kSelectNamedGroups, JsonList(names)), groups)
                        : Group().List(GroupDBFilter(), groups);
+}
+
+bool ListRolesOfGroup(unsigned int gid, std::map<int, std::string>& role_by_domain) {
+  return DomainDb().Query<Columns<Int, Text>>(
+      Sql(kSelectRolesOfGroup, gid), [&role_by_domain](int domain_idx, std::string&& role) {
+        role_by_domain[domain_idx] = std::move(role);
+      });
 }
 
 bool AddDomainUser(int domain_idx, unsigned int uid, std::vector<RECORD::DomainUser>& users) {

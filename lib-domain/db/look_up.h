@@ -30,6 +30,9 @@ MDOMAIN_EXPORT bool ListNamed(const std::vector<std::string>& names,
 MDOMAIN_EXPORT bool ListNamed(const std::vector<std::string>& names,
                               std::vector<RECORD::Group>& groups);
 
+// The role of a group in each domain that it is in. False with a log line when they cannot be read.
+bool ListRolesOfGroup(unsigned int gid, std::map<int, std::string>& role_by_domain);
+
 // The number of mirrored users or groups that the filter lets through, whatever its page. False
 // with a log line when the mirror cannot be read.
 bool CountMirrored(UserDBFilter filter, int& count);

@@ -7,7 +7,6 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/group.h"
 #include "lib-domain/control/user.h"
-#include "lib-domain/db/domain_group.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/session/pages.h"
@@ -175,11 +174,12 @@ Result<AccountGroup> Session::ExplainGroup(std::uint32_t gid) const {
     const MDOMAIN::RECORD::Group record = session::GroupsOf({gid}).front();
     AccountGroup group{
         gid, record.GetGroupName(), record.GetGroupDesc(), MembersOf(gid).size(), {}};
+    std::map<int, std::string> role_by_domain;
+    if (!MDOMAIN::DB::INTERNAL::ListRolesOfGroup(gid, role_by_domain)) {
+      Fail("the domains of the group could not be read");
+    }
     for (const session::Known& domain : session::KnownDomains(*this)) {
-      std::string role;
-      if (!MDOMAIN::DB::DomainGroup().GetResultGroupRole(domain.idx, {gid}, role)) {
-        Fail("the groups of the domain could not be read");
-      }
+      const std::string role = role_by_domain[domain.idx];
       if (!role.empty()) {
         group.domains.push_back({{domain.idx, domain.name}, session::RoleOf(role)});
       }
