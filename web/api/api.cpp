@@ -291,6 +291,10 @@ Json::Value Api::_Answer(const Request& request, Response& response) {
   const auto token = authorization.compare(0, 7, "Bearer ") == 0
                          ? tokens_.Find(authorization.substr(7))
                          : std::nullopt;
+  std::optional<FirstCome::Place> place;
+  if (token) {
+    place.emplace(first_come_, token->account);
+  }
   const auto person = token ? find_(token->account) : std::nullopt;
   if (!person || person->uid != token->uid) {
     Refuse(401, "refused", "a token that counts is needed");

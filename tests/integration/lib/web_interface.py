@@ -4,8 +4,10 @@ the host's group of administrators, erik has no rights, erika's account has ende
 import concurrent.futures
 import contextlib
 import copy
+import fcntl
 import html
 import json
+import os
 import re
 import socket
 import sqlite3
@@ -327,6 +329,19 @@ def check_tokens(people):
     same("the 51st token", (statuses[-2:], count()), ([200, 400], 50))
 
 
+def check_turns(people):
+    """While a program of one person waits with much at once, others are answered; the rest is refused."""
+    ben = Program(people["ben"], True)
+    with concurrent.futures.ThreadPoolExecutor(40) as many:
+        with open(os.environ["MDOMAIN_ROOT"] + "/var/run/postara_server/mdomain.lock", "a", encoding="ascii") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            asked = [many.submit(ben.answer, "PATCH", "/domains/1", {"description": f"x{at}"}) for at in range(40)]
+            done = next((done for done in (concurrent.futures.wait(asked, 0.1).done for _ in range(100)) if len(done) >= 8), ())
+            same("too many", [(one.result().status, one.result().getheader("Retry-After")) for one in done], [(503, "1")] * 8)
+            same("anna meanwhile", people["anna"].get("/domains/1").status, 200)
+        same("the others", sorted(one.result().status for one in asked), [200] * 32 + [503] * 8)
+
+
 def check_requests(people):
     """What is unusual, and right."""
     ben, anna = Program(people["ben"], True), people["anna"]
@@ -398,5 +413,6 @@ check_api(people)
 check_requests(people)
 check_operations(people)
 check_tokens(people)
+check_turns(people)
 check_limits()
 sys.exit(1 if web_client.failures else 0)
