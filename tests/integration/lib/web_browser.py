@@ -127,6 +127,7 @@ def work(browser, folder):
     anna.write("Password", "of anna")
     anna.click("Sign in")
     same("her domains", ["bücher.example" in anna.text(), "example.com" in anna.text()], [True, False])
+    picture(browser, folder, "domains")
 
     anna.click("bücher.example")
     anna.click("People")
