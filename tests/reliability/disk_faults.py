@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""disk_faults.py BUILD [--count N] [--only WORDS] : lets one system call of a changing command fail
-(full disk, input/output error, permission), N of them, evenly spread (0: each with each error).
+"""disk_faults.py BUILD [--count N] [--only WORDS] [--log FILE [--minutes N]] : lets one system call of a
+changing command fail (full disk, input/output error, permission), N of them, evenly spread (0: each with
+each error).
 
 A command that ends with 0 must have done its work, to the last file. One that fails must say on its
 last line what it was doing, with which file and why. Either way the host must be repairable
@@ -32,5 +33,5 @@ def judge(ready, host, result):
 
 
 if __name__ == "__main__":
-    measure(arguments(__doc__, count=1000),
+    measure(arguments(__doc__, count=1000, minutes=0),
             lambda point: [f"error={error}" for error in point.errors()], judge, "faults")
