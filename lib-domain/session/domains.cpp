@@ -198,13 +198,18 @@ Result<Domain> Session::SetDomain(int domain, const DomainChange& change, const 
   });
 }
 
-Result<Nothing> Session::DeleteDomains(const std::vector<int>& domains) {
+Result<Nothing> Session::DeleteDomains(const std::vector<int>& domains, const Version& version) {
   std::string command = "delete domains";
   for (const int idx : domains) {
     command += " " + std::to_string(idx);
   }
   return session::HostChange<Nothing>(*this, "delete domains", command, [&] {
     const std::vector<Known> all = session::KnownDomains(*this);
+    if (!version.empty()) {
+      session::RequireOne(domains.size(), "domain");
+      const Domain before = WholeOf(*this, domains.front());
+      session::RequireVersion(version, before.version, "domain " + before.name);
+    }
     for (const int idx : domains) {
       const Known& known = session::DomainOf(all, idx);
       if (known.is_primary) {

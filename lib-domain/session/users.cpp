@@ -348,9 +348,15 @@ Result<User> Session::SetUser(int domain, std::uint32_t uid, const UserChange& c
   });
 }
 
-Result<Nothing> Session::RemoveUsers(int domain, const std::vector<std::uint32_t>& uids) {
+Result<Nothing> Session::RemoveUsers(int domain, const std::vector<std::uint32_t>& uids,
+                                     const Version& version) {
   return Change<Nothing>(*this, CommandOf("remove", uids, domain), [&] {
     const Known known = session::KnownDomain(*this, domain);
+    if (!version.empty()) {
+      session::RequireOne(uids.size(), "user");
+      const Record record = RecordOf(known, uids.front());
+      session::RequireVersion(version, UserOf(record).version, record.GetUserName());
+    }
     const std::unordered_set<unsigned int> leaving = Leaving(domain);
     for (const std::uint32_t uid : uids) {
       if (leaving.count(uid) == 0) {

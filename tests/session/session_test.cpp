@@ -128,6 +128,9 @@ TEST_F(SessionTest, RefusesWithReasonsAndChangesNothing) {
   EXPECT_EQ(ReasonOf(session_.SetDomain(2, {{}, "again", {}, {}}, read->version)),
             Reason::kChanged);
   ASSERT_TRUE(session_.SetDomain(2, {{}, "", {}, {}}));
+  EXPECT_EQ(ReasonOf(session_.DeleteDomains({2}, "old")), Reason::kChanged);
+  EXPECT_EQ(ReasonOf(session_.RemoveUsers(2, {kBob}, "old")), Reason::kChanged);
+  EXPECT_EQ(ReasonOf(session_.RemoveUsers(1, {kBob, kCarol}, "old")), Reason::kInvalid);
   EXPECT_EQ(Model(), before);
   TakeLog();
 }

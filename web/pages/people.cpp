@@ -160,6 +160,7 @@ Change RemovePerson(const Asked& asked) {
   Change change{"remove_users", DomainArgument(asked), DomainPath(asked, "/people"),
                 Tr("The account is taken out of the domain.")};
   change.arguments["uids"].append(asked.Number("uid"));
+  change.arguments["version"] = asked.Text("version");
   return change;
 }
 

@@ -92,12 +92,17 @@ Shown History(const Asked& asked) {
   Shown shown{"history"};
   Json::Value arguments;
   arguments["cursor"] = asked.Text("cursor");
+  std::string of_domain;
+  if (const auto domain = NarrowToDomain(asked, shown)) {
+    arguments["domain"] = *domain;
+    of_domain = Parameter("domain", std::to_string(*domain));
+  }
   shown.data["list"] = asked.calls("list_history", arguments);
   Namer named(asked);
   for (Json::Value& entry : shown.data["list"]["items"]) {
     Prepare(named, entry);
   }
-  shown.data["next"] = NextPage(shown.data["list"]);
+  shown.data["next"] = NextPage(shown.data["list"], of_domain);
   return shown;
 }
 
