@@ -6,7 +6,7 @@ in DESCRIBED are bookkeeping of the library and do not count; nor do SQLite's jo
 next opening consumes, nor the key of the latest notice, which the notice files repeat in full. Of the
 registry of owners counts whether it follows the model, not the change that it was built from. A list
 or text of no disclaimers and a reset DKIM setting, which a deleted domain leaves, are as good as none,
-and so are a database without a row and an empty note of a change on its way, which the next one removes.
+and so is a database without a row.
 """
 import hashlib
 import os
@@ -29,7 +29,6 @@ REGISTRY = PACKAGE + "target/etc/email_owner.db"
 UNSTEADY = ("smtp_changed_uids",)
 EMPTY = {"mimedefang_disclaimers-": "[]\n", "enable_dkim_sign-": "no", "dkim_selector-": ""}
 NO_TEXTS = b"[]\n"
-OPEN_CHANGE = r"/history\.db\.(open|whole)$"
 PASSWD = """root:x:0:0:root:/root:/bin/bash
 anna:x:1001:2001:Anna Schmidt:/home/anna:/bin/bash
 ben:x:1002:2001:Ben Carter:/home/ben:/bin/bash
@@ -129,7 +128,7 @@ class Host:
             return [f"notice {short[len(NOTICES):]}"]
         with open(path, "rb") as file:
             content = file.read()
-        if content == NO_TEXTS and "/domain-" in short or not content and re.search(OPEN_CHANGE, short):
+        if content == NO_TEXTS and "/domain-" in short:
             return []
         if content.startswith(b"SQLite format 3\0"):
             rows = list(self._rows(path, short))
