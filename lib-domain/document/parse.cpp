@@ -319,8 +319,9 @@ class Parser {
         Json::Value known = Rule(rule);
         if (known.isNull()) {
           disclaimer["enabled"] = false;
-          unknown_.insert("the rule for them of disclaimer " + disclaimer["name"].asString() +
-                          ", which is switched off");
+          const Json::Value name = disclaimer["name"];  // may be no text: the list is checked later
+          unknown_.insert("the rule for them of disclaimer " +
+                          (name.isString() ? name.asString() : "") + ", which is switched off");
         } else {
           kept.append(known);
         }

@@ -54,7 +54,8 @@ Json::Value OfUser(Session& session, Arguments& with) {
 template <auto kCall>
 Json::Value OfAccounts(Session& session, Arguments& with) {
   const AccountQuery query = {with.Text("text", ""), with.OptionalId("gid"),
-                              static_cast<std::size_t>(with.Int("page_size", 100))};
+                              static_cast<std::size_t>(with.Int("page_size", 100)),
+                              with.OptionalId("id")};
   const std::string cursor = with.Text("cursor", "");
   with.End();
   return Answer((session.*kCall)(query, cursor));

@@ -84,7 +84,7 @@ class MDOMAIN_EXPORT Session {
   Result<Domain> RemoveNames(int domain, const std::vector<std::string>& names);
 
   // Accounts that a refresh has found, by full or short name or id; whoever is meant must be the
-  // only one (kRefused).
+  // only one (kRefused). Who has no domain finds nobody.
   Result<std::optional<Account>> FindAccount(const std::string& text) const;
   Result<std::optional<Account>> FindAccountGroup(const std::string& text) const;
   // Names and numbers of all of them, whom an administrator of a domain may bring into it; for one

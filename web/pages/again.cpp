@@ -187,7 +187,9 @@ Json::Value FieldOf(const Field& field, const std::string& value, const Json::Va
   shown["is_long"] = field.kind == Kind::kLines || field.kind == Kind::kLongText;
   shown["is_box"] = field.kind == Kind::kBox;
   shown["is_role"] = field.kind == Kind::kRole;
-  shown["is_" + value] = field.kind == Kind::kRole;
+  if (field.kind == Kind::kRole) {
+    shown["is_" + value] = true;
+  }
   return shown;
 }
 

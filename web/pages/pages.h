@@ -94,6 +94,9 @@ std::string TextOf(const Json::Value& lines);
 // Throws CallFailed with a text of this program, about a value that was typed.
 [[noreturn]] void Fail(const std::string& reason, const std::string& text,
                        const std::string& value);
+// What the mirror calls the account of a number, or with "list_account_groups" the group; "" where
+// it has none. find_account would rather find one who has that number as a name.
+std::string NameOf(const Asked& asked, std::uint32_t id, const char* list = "list_accounts");
 // Of a whole list the part that the query's cursor asks for; the page links to what follows.
 Json::Value PartOf(const Asked& asked, const Json::Value& all, Shown& shown);
 // A role or a state of the library in words.

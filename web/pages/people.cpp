@@ -59,6 +59,12 @@ std::string Narrow(const Asked& asked, Json::Value& arguments, Json::Value& data
 
 }  // namespace
 
+std::string NameOf(const Asked& asked, std::uint32_t id, const char* list) {
+  Json::Value arguments;
+  arguments["id"] = id;
+  return asked.calls(list, arguments)["items"][0]["name"].asString();
+}
+
 Shown People(const Asked& asked) {
   Shown shown = OfDomain(asked, "people", "people");
   Json::Value arguments = DomainArgument(asked);

@@ -74,6 +74,8 @@ def check_forms(anna):
     for description, status in (("<script>alert(1)</script>\u202egnp", 400), ("<script>alert(1)</script>", 303)):
         answer = anna.post("/domains/1", description=description, pattern="<a>", adds_accounts="1", confirmed="1")
         same("a description", answer.status, status)
+    again = anna.post("/domains/1", description="text", pattern="none", confirmed="1").text
+    same("what was typed", 'name="description" value="text"' in again, True)
     page = anna.get("/domains/1").text
     same("markup", ("<script>alert" in page, "&lt;script&gt;" in page), (False, True))
 
@@ -156,6 +158,8 @@ def check_wholes(anna, host, document):
         ("an alias that is none", together(anna, renamed, ("set_user", {**called[1], "add_aliases": ["a b"]})), 400),
         ("changed meanwhile", together(anna, renamed, ("set_user", {**called[1], "version": "0"})), 412),
         ("a whole without a version", together(anna, renamed, ("set_names", {"domain": 1, "names": []})), 428),
+        ("no version", together(host, renamed, ("set_names", {"domain": 1, "names": [], "version": ""})), 412),
+        ("what only reads", together(host, renamed, ("export", {})), 400),
         ("no operation", together(anna, ("Session", {})), 400),
         ("a name alone", anna.ask("POST", "/together", {"command": "x", "calls": ["domains"]}), 400),
         ("one within another", together(anna, ("together", {"command": "x", "calls": []})), 400),
