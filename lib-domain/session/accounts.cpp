@@ -193,15 +193,13 @@ Result<AccountGroup> Session::ExplainGroup(std::uint32_t gid) const {
 }
 
 Result<std::optional<Account>> Session::FindAccount(const std::string& text) const {
-  return Read<std::optional<Account>>(*this, [&] {
-    return MayBringIn(*this) ? Find<UserKind>(text) : std::nullopt;
-  });
+  return Read<std::optional<Account>>(
+      *this, [&] { return MayBringIn(*this) ? Find<UserKind>(text) : std::nullopt; });
 }
 
 Result<std::optional<Account>> Session::FindAccountGroup(const std::string& text) const {
-  return Read<std::optional<Account>>(*this, [&] {
-    return MayBringIn(*this) ? Find<GroupKind>(text) : std::nullopt;
-  });
+  return Read<std::optional<Account>>(
+      *this, [&] { return MayBringIn(*this) ? Find<GroupKind>(text) : std::nullopt; });
 }
 
 }  // namespace mdomain

@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <set>
 
 #include "web/pages/pages.h"
 #include "web/view/texts.h"
@@ -22,7 +22,11 @@ std::string PersonPath(const Asked& asked) {
 // Names and numbers of accounts, as people write them; each must be one.
 Json::Value Ids(const Asked& asked, const std::string& field, const std::string& call) {
   Json::Value ids(Json::arrayValue);
+  std::set<std::string> seen;
   for (const std::string& line : asked.Lines(field)) {
+    if (!seen.insert(line).second) {
+      continue;
+    }
     Json::Value arguments;
     arguments["text"] = line;
     const Json::Value found = asked.calls(call, arguments);
