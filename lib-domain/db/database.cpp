@@ -190,6 +190,15 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
   return false;
 }
 
+bool Database::TryRun(const StatementBatch& batch) const {
+  if (status_ != 0 || !handler_->FollowFile()) {
+    return false;
+  }
+  const korvmailserver::UnkeptDatabaseFailures unkept;
+  batch.KeepIn(handler_->_State().kept);
+  return batch.Fits() && handler_->exeSteps(batch.Steps()) == 0;
+}
+
 bool Database::Select(const Sql& sql, int columns, const std::function<bool(const Cells&)>& use,
                       SourceHere here) const {
   if (!IsOpen(here)) {

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "lib-domain/db/database.h"
+#include "lib-domain/db/mirror_batch.h"
 #include "lib-domain/utils/domain_utils.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -26,7 +27,6 @@ constexpr const char* kRemovals =
     "SELECT domain_idx, gid, uid FROM domain_group_removed_user_table";
 constexpr const char* kGroups =
     "SELECT gid, group_name IS NOT NULL AND group_name <> '' FROM group_table";
-constexpr const char* kMembers = "SELECT gid, uid FROM group_to_user_table ORDER BY gid, uid";
 
 constexpr int kUidBits = 32;
 
@@ -198,20 +198,13 @@ bool ModelImage::_ReadRoles() {
 }
 
 bool ModelImage::_ReadGroups() {
-  return ReadRows(kGroups,
-                  [this](const Cells& row) {
-                    unsigned int gid = 0;
-                    const bool is_plain = ReadPlainId(row, 0, gid);
-                    gids_[gid] = row.Int64(1) != 0;
-                    return is_plain;
-                  }) &&
-         ReadRows(kMembers, [this](const Cells& row) {
-           std::pair<unsigned int, unsigned int> member;
-           const bool is_plain =
-               ReadPlainId(row, 0, member.first) && ReadPlainId(row, 1, member.second);
-           members_.push_back(member);
-           return is_plain;
-         });
+  const auto keep = [this](const Cells& row) {
+    unsigned int gid = 0;
+    const bool is_plain = ReadPlainId(row, 0, gid);
+    gids_[gid] = row.Int64(1) != 0;
+    return is_plain;
+  };
+  return ReadRows(kGroups, keep) && TryListMemberships(members_);
 }
 
 // A group that is not mirrored gives a role, too, and is none of the domain's; nor is one without a
