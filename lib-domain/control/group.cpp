@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <iterator>
 #include <optional>
 
 #include "lib-domain/accounts/account_source.h"
+#include "lib-domain/base/hash_index.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
@@ -31,6 +31,7 @@ using Uids = std::vector<unsigned int>;
 constexpr int kMemberListCapacity = 1024;
 // Of more the whole mirror is read.
 constexpr size_t kFewMembers = 20000;
+constexpr size_t kFewGroups = 16;
 
 void LogChangedCount(unsigned int gid, size_t old_count, size_t new_count) {
   if (old_count != new_count) {
@@ -126,11 +127,13 @@ Uids MembersOf(const Memberships& stored, unsigned int gid) {
 // The rows of a group that go and those that come, where it is to have these members. Both lists
 // ascend.
 DB::INTERNAL::MemberDifference DifferenceOf(unsigned int gid, const Uids& stored,
-                                            const Uids& members) {
+                                            const Uids& members, bool is_update) {
   DB::INTERNAL::MemberDifference difference;
   difference.gid = gid;
-  std::set_difference(stored.begin(), stored.end(), members.begin(), members.end(),
-                      std::back_inserter(difference.left));
+  if (is_update) {
+    std::set_difference(stored.begin(), stored.end(), members.begin(), members.end(),
+                        std::back_inserter(difference.left));
+  }
   Uids joined;
   std::set_difference(members.begin(), members.end(), stored.begin(), stored.end(),
                       std::back_inserter(joined));
@@ -188,7 +191,7 @@ Differing MayDiffer(const std::vector<RECORD::Group>& groups, const Memberships&
 
 // Groups of which all members are told and mirrored. False, with nothing written or said, where
 // that is not so, or when it cannot be written.
-bool WriteTold(const Differing& differing, const Memberships& stored) {
+bool WriteTold(const Differing& differing, const Memberships& stored, bool is_update) {
   std::vector<DB::INTERNAL::MemberDifference> differences;
   differences.reserve(differing.groups.size());
   for (size_t i = 0; i < differing.groups.size(); ++i) {
@@ -196,12 +199,13 @@ bool WriteTold(const Differing& differing, const Memberships& stored) {
       return false;
     }
     const unsigned int gid = differing.groups[i].GetGID();
-    differences.push_back(DifferenceOf(gid, MembersOf(stored, gid), *differing.members[i]));
+    differences.push_back(
+        DifferenceOf(gid, MembersOf(stored, gid), *differing.members[i], is_update));
   }
   if (!DB::INTERNAL::TryWriteMembers(differences)) {
     return false;
   }
-  for (size_t i = 0; i < differing.groups.size(); ++i) {
+  for (size_t i = 0; is_update && i < differing.groups.size(); ++i) {
     const unsigned int gid = differing.groups[i].GetGID();
     LogChangedCount(gid, MembersOf(stored, gid).size(), differing.members[i]->size());
   }
@@ -213,47 +217,32 @@ bool WriteTold(const Differing& differing, const Memberships& stored) {
 // The users of the account system, found by their names without letter case; of several the first.
 // A map of names would take ten times as much memory and time.
 class Group::UsersByLowerName {
+ private:
+  auto _Named(const std::string& folded) const {
+    return [this, &folded](uint32_t number) {
+      return FoldAccountName(users_[number].GetUserName()) == folded;
+    };
+  }
+
  public:
   void Set(std::vector<RECORD::User> users) {
     users_ = std::move(users);
-    while (slots_.size() < 2 * users_.size()) {
-      slots_.resize(2 * slots_.size());
-    }
+    index_.Reserve(users_.size());
     for (size_t i = 0; i < users_.size(); ++i) {
       const std::string name = FoldAccountName(users_[i].GetUserName());
-      const auto hash = static_cast<uint32_t>(std::hash<std::string>()(name));
-      Slot& slot = slots_[_Place(hash, name)];
-      if (slot.number == 0) {
-        slot = {hash, static_cast<uint32_t>(i + 1)};
-      }
+      index_.FindOrAdd(BASE::HashIndex::HashOf(name), static_cast<uint32_t>(i), _Named(name));
     }
   }
   // Null for nobody.
   const RECORD::User* Find(const std::string& name) const {
     const std::string folded = FoldAccountName(name);
-    const Slot& slot =
-        slots_[_Place(static_cast<uint32_t>(std::hash<std::string>()(folded)), folded)];
-    return slot.number == 0 ? nullptr : &users_[slot.number - 1];
+    const uint32_t number = index_.Find(BASE::HashIndex::HashOf(folded), _Named(folded));
+    return number == BASE::HashIndex::kNone ? nullptr : &users_[number];
   }
 
  private:
-  struct Slot {
-    uint32_t hash = 0;
-    uint32_t number = 0;  // of the user, from 1
-  };
-  // Where the name stands, or would.
-  size_t _Place(uint32_t hash, const std::string& folded) const {
-    size_t at = hash & (slots_.size() - 1);
-    while (slots_[at].number != 0 &&
-           (slots_[at].hash != hash ||
-            FoldAccountName(users_[slots_[at].number - 1].GetUserName()) != folded)) {
-      at = (at + 1) & (slots_.size() - 1);
-    }
-    return at;
-  }
-
   std::vector<RECORD::User> users_;
-  std::vector<Slot> slots_ = std::vector<Slot>(16);
+  BASE::HashIndex index_;
 };
 
 bool Group::List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {
@@ -314,8 +303,21 @@ bool Group::_UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups)
   if (!DB::INTERNAL::IsWriting()) {
     return _HandleUsersBelongToGroupsImp(differing.groups, true);
   }
-  return WriteTold(differing, stored) ||
+  return WriteTold(differing, stored, true) ||
          _HandleUsersBelongToGroupsImp(differing.groups, true, &stored);
+}
+
+// Of a few groups the members are looked up, which does not read all accounts. The rows of others
+// are not read before the account system has answered.
+bool Group::_CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
+  if (groups.size() <= kFewGroups || !DB::INTERNAL::IsWriting()) {
+    return _HandleUsersBelongToGroupsImp(groups, false);
+  }
+  const korvmailserver::AccountSnapshot snapshot;
+  Memberships stored;
+  return (DB::INTERNAL::TryListMemberships(stored) &&
+          WriteTold(MayDiffer(groups, stored), stored, false)) ||
+         _HandleUsersBelongToGroupsImp(groups, false);
 }
 
 bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
@@ -488,7 +490,7 @@ bool Group::_WriteMembers(const RECORD::Group& group,
   }
   const bool is_difference = is_update && locked != nullptr;
   if (is_difference) {
-    difference = DifferenceOf(gid, MembersOf(*locked, gid), UidsOf(members));
+    difference = DifferenceOf(gid, MembersOf(*locked, gid), UidsOf(members), is_update);
   }
   if (!DB::User().Create(not_mirrored_yet)) {
     LOG_ERROR("Failed to create users");

@@ -48,9 +48,7 @@ class MDOMAIN_EXPORT Group {
   using GroupMembers = std::pair<const RECORD::Group*, std::vector<const RECORD::User*>>;
   using UidsByGid = std::map<unsigned int, std::vector<unsigned int>>;
 
-  bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
-    return _HandleUsersBelongToGroupsImp(groups, false);
-  }
+  bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   // `locked`: the memberships as they are stored and stay until this writes; null where that is not
   // known, and then all rows of a group are written anew.

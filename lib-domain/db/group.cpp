@@ -2,6 +2,7 @@
 #include "lib-domain/db/group.h"
 
 #include <algorithm>
+#include <list>
 #include <optional>
 
 #include "lib-domain/db/account_db_filter_internal.h"
@@ -219,10 +220,16 @@ bool INTERNAL::DeleteMembers(const MemberDifference& difference) {
 
 bool INTERNAL::TryWriteMembers(const std::vector<MemberDifference>& differences) {
   StatementBatch batch;
+  std::list<Memberships> runs(1);  // of rows between deletions, which the batch does not copy
   for (const MemberDifference& difference : differences) {
-    AddLeaving(difference, batch);
-    AddNewMembers(difference.joined, batch);
+    if (!difference.left.empty()) {
+      AddNewMembers(runs.back(), batch);
+      AddLeaving(difference, batch);
+      runs.emplace_back();
+    }
+    runs.back().insert(runs.back().end(), difference.joined.begin(), difference.joined.end());
   }
+  AddNewMembers(runs.back(), batch);
   return DomainDb().TryRun(batch);
 }
 
