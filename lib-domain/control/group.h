@@ -16,7 +16,6 @@
 
 #include "lib-domain/db/account_db_filter.h"
 #include "lib-domain/db/group.h"
-#include "lib-domain/db/mirror_batch.h"
 #include "lib-domain/record/group.h"
 #include "lib-domain/record/user.h"
 #include "platform/include/export.h"
@@ -47,14 +46,14 @@ class MDOMAIN_EXPORT Group {
   class UsersByLowerName;
   using GroupMembers = std::pair<const RECORD::Group*, std::vector<const RECORD::User*>>;
   using UidsByGid = std::map<unsigned int, std::vector<unsigned int>>;
+  using Memberships = std::vector<std::pair<unsigned int, unsigned int>>;  // (gid, uid)
 
   bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   // `locked`: the memberships as they are stored and stay until this writes; null where that is not
   // known, and then all rows of a group are written anew.
   bool _HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
-                                     const bool& is_update,
-                                     const DB::INTERNAL::Memberships* locked = nullptr);
+                                     const bool& is_update, const Memberships* locked = nullptr);
 
   // The members of a group that are among `users_by_lower_name`, in the account system's order.
   // Members that are not are named in a notice; a group all of whose members are unknown is a
@@ -69,7 +68,7 @@ class MDOMAIN_EXPORT Group {
   static bool _WriteFirstMembers(const std::vector<GroupMembers>& groups,
                                  std::unordered_set<unsigned int>& mirrored_uids);
   bool _WriteMembers(const RECORD::Group& group, const std::vector<const RECORD::User*>& members,
-                     const bool& is_update, const DB::INTERNAL::Memberships* locked,
+                     const bool& is_update, const Memberships* locked,
                      std::unordered_set<unsigned int>& mirrored_uids);
 
   DB::Group store_;

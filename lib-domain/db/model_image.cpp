@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "lib-domain/db/database.h"
-#include "lib-domain/db/mirror_batch.h"
 #include "lib-domain/utils/domain_utils.h"
 
 namespace MDOMAIN::DB::INTERNAL {
