@@ -5,6 +5,7 @@
 #ifndef LIB_DOMAIN_DB_DATABASE_H
 #define LIB_DOMAIN_DB_DATABASE_H
 
+#include <cstddef>
 #include <functional>
 #include <limits>
 #include <string>
@@ -56,6 +57,13 @@ struct Text {
   using Value = std::string;
   static bool Read(const Cells& row, int column, std::string& text, SourceHere /*here*/) {
     text = row.Text(column);
+    return true;
+  }
+};
+// Whatever stands there is not read.
+struct Skipped {
+  using Value = std::nullptr_t;
+  static bool Read(const Cells& /*row*/, int /*column*/, Value& /*value*/, SourceHere /*here*/) {
     return true;
   }
 };

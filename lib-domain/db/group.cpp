@@ -2,6 +2,7 @@
 #include "lib-domain/db/group.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/database.h"
@@ -116,9 +117,9 @@ bool Group::GetName(const unsigned int& gid, std::string& name) {
 }
 
 bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids) {
-  return _DomainDb().Query<Columns<Text, Uid>>(
+  return _DomainDb().Query<Columns<Skipped, Uid>>(
       Sql(kSelectMembers, gid),
-      [&uids](const std::string& /*gid*/, unsigned int uid) { uids.push_back(uid); });
+      [&uids](std::nullptr_t /*gid*/, unsigned int uid) { uids.push_back(uid); });
 }
 
 bool Group::ListAllGroupToUsers(std::map<unsigned int, std::vector<unsigned int>>& uids_by_gid) {
