@@ -8,14 +8,15 @@
 #include <cstddef>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/sql.h"
-#include "lib-domain/record/domain.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -161,9 +162,10 @@ class Database {
   bool GetExists(const Sql& sql, bool& exists, SourceHere here = SourceHere::Now()) const;
   // The same, of a constant question about sqlite_master.
   bool GetExistsInSchema(const char* sql, bool& exists, SourceHere here = SourceHere::Now()) const;
-  // Appends the domains with index, name and mark of the primary one, as `read` lists them.
-  bool ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>& read,
-                 std::vector<RECORD::Domain>& domains, SourceHere here = SourceHere::Now()) const;
+  // The names that `read` gives, or gave since when they are the stored ones. False, with nothing
+  // logged, where that cannot be told, as in a transaction that writes, or they cannot be read.
+  bool ShareNames(const std::function<bool(DomainNames&)>& read,
+                  std::shared_ptr<const DomainNames>& names) const;
   // The number that `read` gives, or gave of this since the last change.
   bool RememberCount(const std::string& what, const std::function<bool(int&)>& read,
                      int& count) const;

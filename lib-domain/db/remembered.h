@@ -7,14 +7,15 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/read_scope.h"
-#include "lib-domain/record/domain.h"
 #include "platform/include/database_numbers.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -29,10 +30,19 @@ struct AskedList {
   Remembered<std::vector<unsigned int>> whole;
 };
 
+// The names of the domains, and when they were known to be those that are stored: at a number of
+// the file's commits, and while nobody else commits and this connection does not change them.
+struct KeptNames {
+  std::shared_ptr<const DomainNames> names;
+  uint32_t changes = 0;
+  long long version = 0;  // what the connection calls the commits of others
+  unsigned long own = 0;  // HandlerState::name_changes then
+};
+
 // Of one connection.
 struct Memory {
   std::map<const char*, Remembered<bool>> in_schema;  // by the question
-  Remembered<std::vector<RECORD::Domain>> names;
+  KeptNames names;
   std::map<std::string, Remembered<int>> counts;  // by what is counted
   std::map<std::string, AskedList> lists;         // by the statement of the whole
 };
