@@ -28,7 +28,7 @@ namespace {
 constexpr size_t kFew = 2000;
 constexpr size_t kRowsPerLookUp = 4;
 // For fewer nobody asks how many rows there are.
-constexpr size_t kFewLookUps = 16;
+constexpr size_t kFewLookUps = 4;
 
 constexpr const char* kSelectLastAlias =
     "SELECT coalesce(max(rowid), 0) FROM domain_user_alias_table";
