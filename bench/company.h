@@ -15,7 +15,7 @@ constexpr unsigned int kFirstGid = 1000;
 void Must(bool done, const std::string& what);
 
 // A temporary root in which /etc/group has 5 % as many groups as /etc/passwd has users. It is the
-// root of this process for as long as it lives; one at a time.
+// root of this process until it goes, or there is a newer one.
 class Company {
  public:
   Company(int users, int domains);

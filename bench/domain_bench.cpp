@@ -2,8 +2,11 @@
 // Usage: domain_bench [--sizes N,N...] [--only REGEX] [--million]; 20 domains and 5 % as many
 // groups as users. Ends with 0 when every limit holds, with 1 when not, with 2 when something
 // failed.
+#include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <sstream>
+#include <vector>
 
 #include "bench/operations.h"
 #include "lib-domain/db/handler.h"
@@ -42,8 +45,8 @@ Options Parse(int argc, char** argv) {
   return options;
 }
 
-void RunSize(const bench::Stage& stage) {
-  const bool is_million = stage.company.Users() >= kMillion;
+// What this process does itself.
+void RunCalls(const bench::Stage& stage, bool is_million) {
   stage.company.CreateDomains();
   bench::FirstRefresh(stage, is_million);
   bench::AddCollisions(stage.company);
@@ -57,11 +60,6 @@ void RunSize(const bench::Stage& stage) {
     bench::OwnerBuild(stage, *indexed);
   }
   MDOMAIN::DB::DomainDBHandler::CloseDomainDBHandler();
-  bench::Commands(stage);
-  if (is_million) {
-    bench::CommandsOfMany(stage);
-  }
-  bench::Publishing(stage);
 }
 
 }  // namespace
@@ -73,14 +71,25 @@ int main(int argc, char** argv) {
   const std::string mdomain =
       std::filesystem::read_symlink("/proc/self/exe").parent_path() / "mdomain";
   bench::Report report;
-  for (const int size : options.sizes) {
-    const bench::Company company(size, kDomains);
-    RunSize({company, launcher, report, only, mdomain});
+  {
+    std::vector<std::unique_ptr<bench::Company>> companies;
+    std::vector<bench::Stage> stages;
+    for (const int size : options.sizes) {
+      companies.push_back(std::make_unique<bench::Company>(size, kDomains));
+      stages.push_back({*companies.back(), launcher, report, only, mdomain});
+      RunCalls(stages.back(), false);
+    }
+    bench::Commands(stages);
+    std::for_each(stages.begin(), stages.end(), bench::Publishing);
   }
   if (options.million) {
     report.StopComparing();  // its domains are more, too
     const bench::Company company(kMillion, kDomainsOfMillion);
-    RunSize({company, launcher, report, only, mdomain});
+    const bench::Stage stage = {company, launcher, report, only, mdomain};
+    RunCalls(stage, true);
+    bench::Commands({stage});
+    bench::CommandsOfMany(stage);
+    bench::Publishing(stage);
   }
   return report.Print() ? 0 : 1;
 }

@@ -22,9 +22,10 @@ struct Stage {
 
   bool IsWanted(const std::string& operation) const { return std::regex_search(operation, only); }
   // One run of mdomain in the company's root.
-  Usage Run(std::vector<std::string> words) const {
-    words.insert(words.begin(), mdomain);
-    return launcher.Run(words, company.Root());
+  Usage Run(const std::vector<std::string>& words) const {
+    std::vector<std::string> command = {mdomain};
+    command.insert(command.end(), words.begin(), words.end());
+    return launcher.Run(command, company.Root());
   }
 };
 
@@ -42,7 +43,8 @@ void Groups(const Stage& stage, Bare& indexed);
 void OwnerBuild(const Stage& stage, Bare& indexed);
 void LookUps(const Stage& stage, Bare& indexed);
 void Listings(const Stage& stage, Bare& indexed);
-void Commands(const Stage& stage);
+// Of all sizes in turn, so that whatever else the machine does meets each of them.
+void Commands(const std::vector<Stage>& stages);
 // Refreshes as commands, and listings, with their time and memory at a million users.
 void CommandsOfMany(const Stage& stage);
 // Leaves the root with a key store that ends with this call.

@@ -156,7 +156,7 @@ Site::Site(const Settings& settings, const std::string& tokens)
       visits_({std::chrono::minutes(settings.idle_minutes),
                std::chrono::hours(settings.longest_hours), std::chrono::minutes(10)}),
       tokens_(tokens),
-      api_(tokens_, [this](const std::string& account) { return _Find(account); }) {}
+      api_(tokens_, first_come_, [this](const std::string& account) { return _Find(account); }) {}
 
 void Site::Answer(const Request& request, Response& response) {
   const ReaderLanguage language(request.get_header_value("Accept-Language"));
@@ -192,7 +192,6 @@ void Site::Answer(const Request& request, Response& response) {
 
 void Site::_Dispatch(const Request& request, Response& response) {
   if (Api::IsAsked(request)) {
-    const FirstCome::Place place(first_come_);
     api_.Answer(request, response);
     return;
   }
@@ -204,12 +203,20 @@ void Site::_Dispatch(const Request& request, Response& response) {
     _SignIn(request, response);
     return;
   }
-  const FirstCome::Place place(first_come_);
+  std::optional<FirstCome::Place> place;
+  const std::string named =
+      settings_.header.empty() ? "" : request.get_header_value(settings_.header);
+  if (!named.empty()) {  // whose account that is may have to be asked
+    place.emplace(first_come_, named);
+  }
   std::optional<Guest> guest = _WhoAsks(request, response);
   if (!guest) {
     response.status = 303;
     response.set_header("Location", "/sign-in");
     return;
+  }
+  if (!place) {
+    place.emplace(first_come_, guest->visit.person.account);
   }
   _AnswerGuest(request, response, *guest);
 }

@@ -9,9 +9,9 @@
 #include <string>
 
 #include "web/api/api.h"
-#include "web/http/first_come.h"
 #include "web/identity/throttle.h"
 #include "web/identity/visits.h"
+#include "web/model/first_come.h"
 #include "web/routes.h"
 #include "web/settings.h"
 
@@ -42,9 +42,9 @@ class Site final {
   Visits visits_;
   Throttle throttle_;
   Tokens tokens_;
+  FirstCome first_come_;
   Api api_;
   Refresher refresher_;
-  FirstCome first_come_{64};
 };
 
 }  // namespace mdomain_web

@@ -3,9 +3,9 @@
 #include "lib-domain/control/alias_conflict.h"
 
 #include <algorithm>
-#include <unordered_map>
 #include <utility>
 
+#include "lib-domain/base/hash_index.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/alias_index.h"
@@ -95,18 +95,26 @@ void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
     LOG_ERROR("Failed to list users, skip _GetUsersFromUserShortNames");
     return;
   }
-  std::unordered_map<std::string, const RECORD::User*> by_short_name;
-  by_short_name.reserve(mirrored.size());
-  for (const RECORD::User& user : mirrored) {
-    by_short_name.emplace(TrimDomainName(user.GetUserName()), &user);
+  BASE::HashIndex by_short_name;
+  by_short_name.Reserve(mirrored.size());
+  const auto called = [&mirrored](const std::string& short_name) {
+    return [&mirrored, &short_name](uint32_t number) {
+      return TrimDomainName(mirrored[number].GetUserName()) == short_name;
+    };
+  };
+  for (size_t i = 0; i < mirrored.size(); ++i) {
+    const std::string short_name = TrimDomainName(mirrored[i].GetUserName());
+    by_short_name.FindOrAdd(BASE::HashIndex::HashOf(short_name), static_cast<uint32_t>(i),
+                            called(short_name));
   }
   std::vector<const RECORD::User*> found;
   std::vector<std::string> names;
   for (const std::string& short_name : short_names) {
-    const auto user = by_short_name.find(short_name);
-    if (user != by_short_name.end()) {
-      found.push_back(user->second);
-      names.push_back(user->second->GetUserName());
+    const uint32_t number =
+        by_short_name.Find(BASE::HashIndex::HashOf(short_name), called(short_name));
+    if (number != BASE::HashIndex::kNone) {
+      found.push_back(&mirrored[number]);
+      names.push_back(mirrored[number].GetUserName());
     }
   }
   const korvmailserver::FewAccounts accounts;

@@ -1,4 +1,4 @@
-// Collisions are found in hash tables whose keys are the domain and the folded text.
+// Collisions are found by hashes of the domain and the folded text.
 #include "lib-domain/control/alias_index.h"
 
 #include <cstdint>
@@ -8,6 +8,7 @@
 
 #include "lib-domain/base/text.h"
 #include "platform/include/account.h"
+#include "platform/include/text.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
@@ -22,8 +23,15 @@ std::string Key(int domain_idx, const std::string& text) {
   return BASE::ToLowerAscii(std::move(key));
 }
 
-std::string OwnedKey(unsigned int uid, const std::string& key) {
-  return std::to_string(uid) + ':' + key;
+// Equal for what is equal without ASCII case in one domain.
+uint32_t FoldedHash(int domain_idx, const std::string& alias) {
+  constexpr uint64_t kPrime = 0x100000001B3U;
+  constexpr uint64_t kMix = 0x9E3779B97F4A7C15U;
+  uint64_t hash = static_cast<uint32_t>(domain_idx) + uint64_t{1};
+  for (const char c : alias) {
+    hash = (hash ^ static_cast<unsigned char>(korvmailserver::ToLowerAscii(c))) * kPrime;
+  }
+  return static_cast<uint32_t>(((hash ^ hash >> 32U) * kMix) >> 32U);
 }
 
 uint64_t UserKey(int domain_idx, unsigned int uid) {
@@ -81,30 +89,48 @@ Claims FindWinners(const std::vector<RECORD::DomainUser>& users) {
 
 }  // namespace
 
+void AliasIndex::Reserve(size_t aliases) {
+  held_.reserve(aliases);
+  index_.Reserve(aliases);
+}
+
+// Callable while `alias` lives and nothing is added.
+auto AliasIndex::_Is(int domain_idx, std::string_view alias) const {
+  return [this, domain_idx, alias](uint32_t number) {
+    const Held& held = held_[number];
+    return held.domain_idx == domain_idx &&
+           korvmailserver::EqualsIgnoreAsciiCase(
+               std::string_view(texts_).substr(held.begin, held.length), alias);
+  };
+}
+
 AliasIndex::Before AliasIndex::Add(int domain_idx, unsigned int uid, const std::string& alias) {
-  std::string key = Key(domain_idx, alias);
-  const auto [held, is_new] = holders_.try_emplace(std::move(key), Holders{uid, false});
-  if (is_new) {
+  const auto number = static_cast<uint32_t>(held_.size());
+  const uint32_t found =
+      index_.FindOrAdd(FoldedHash(domain_idx, alias), number, _Is(domain_idx, alias));
+  if (found == BASE::HashIndex::kNone) {
+    held_.push_back({texts_.size(), static_cast<uint32_t>(alias.size()), domain_idx, uid, false});
+    texts_ += alias;
     return Before::kFree;
   }
-  Holders& holders = held->second;
-  const bool are_others = holders.are_several || holders.first_uid != uid;
-  if (holders.first_uid != uid) {
-    holders.are_several = true;
-    later_.insert(OwnedKey(uid, held->first));
+  Held& held = held_[found];
+  const bool are_others = held.are_several || held.first_uid != uid;
+  if (held.first_uid != uid) {
+    held.are_several = true;
+    later_.emplace(found, uid);
   }
   return are_others ? Before::kOthers : Before::kOwn;
 }
 
 void AliasIndex::Add(const std::vector<RECORD::DomainUserAlias>& aliases) {
-  holders_.reserve(holders_.size() + aliases.size());
+  Reserve(held_.size() + aliases.size());
   for (const RECORD::DomainUserAlias& alias : aliases) {
     Add(alias.GetDomainIdx(), alias.GetUID(), alias.GetAccountAlias());
   }
 }
 
 void AliasIndex::Add(const std::vector<RECORD::DomainUser>& users) {
-  holders_.reserve(holders_.size() + users.size());
+  Reserve(held_.size() + users.size());
   for (const RECORD::DomainUser& user : users) {
     for (const auto& [alias, is_duplicated] : user.GetAliasDuplicatedPairs()) {
       Add(user.GetDomainIdx(), user.GetUID(), alias);
@@ -112,23 +138,30 @@ void AliasIndex::Add(const std::vector<RECORD::DomainUser>& users) {
   }
 }
 
+// Null when nobody holds it.
+const AliasIndex::Held* AliasIndex::_Find(int domain_idx, const std::string& alias) const {
+  if (held_.empty()) {
+    return nullptr;
+  }
+  const uint32_t number = index_.Find(FoldedHash(domain_idx, alias), _Is(domain_idx, alias));
+  return number == BASE::HashIndex::kNone ? nullptr : &held_[number];
+}
+
 bool AliasIndex::IsHeld(int domain_idx, const std::string& alias) const {
-  return !holders_.empty() && holders_.count(Key(domain_idx, alias)) != 0;
+  return _Find(domain_idx, alias) != nullptr;
 }
 
 bool AliasIndex::IsHeldBy(int domain_idx, unsigned int uid, const std::string& alias) const {
-  const auto held = holders_.find(Key(domain_idx, alias));
-  return held != holders_.end() &&
-         (held->second.first_uid == uid ||
-          (held->second.are_several && later_.count(OwnedKey(uid, held->first)) != 0));
+  const Held* const held = _Find(domain_idx, alias);
+  return held != nullptr &&
+         (held->first_uid == uid ||
+          (held->are_several &&
+           later_.count({static_cast<uint32_t>(held - held_.data()), uid}) != 0));
 }
 
 bool AliasIndex::IsHeldByOther(int domain_idx, unsigned int uid, const std::string& alias) const {
-  if (holders_.empty()) {
-    return false;
-  }
-  const auto held = holders_.find(Key(domain_idx, alias));
-  return held != holders_.end() && (held->second.are_several || held->second.first_uid != uid);
+  const Held* const held = _Find(domain_idx, alias);
+  return held != nullptr && (held->are_several || held->first_uid != uid);
 }
 
 AccountNameIndex::AccountNameIndex(const std::vector<RECORD::DomainUser>& users) {

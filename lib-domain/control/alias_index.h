@@ -6,12 +6,16 @@
 #ifndef LIB_DOMAIN_CONTROL_ALIAS_INDEX_H
 #define LIB_DOMAIN_CONTROL_ALIAS_INDEX_H
 
+#include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
-#include <unordered_set>
+#include <utility>
 #include <vector>
 
+#include "lib-domain/base/hash_index.h"
 #include "lib-domain/control/entry_names.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
@@ -24,7 +28,7 @@ class AliasIndex {
   // Who held an alias before it was added: nobody, the same user alone, somebody else.
   enum class Before { kFree, kOwn, kOthers };
 
-  void Reserve(size_t aliases) { holders_.reserve(aliases); }
+  void Reserve(size_t aliases);
   Before Add(int domain_idx, unsigned int uid, const std::string& alias);
   void Add(const std::vector<RECORD::DomainUserAlias>& aliases);
   void Add(const std::vector<RECORD::DomainUser>& users);
@@ -36,13 +40,22 @@ class AliasIndex {
  private:
   // Tells whether somebody else has the alias without a list of all its holders, which could be as
   // long as the domain.
-  struct Holders {
+  struct Held {
+    size_t begin;  // in the texts
+    uint32_t length;
+    int domain_idx;
     unsigned int first_uid;
     bool are_several;
   };
-  std::unordered_map<std::string, Holders> holders_;
-  // The users who came after the first, with their aliases.
-  std::unordered_set<std::string> later_;
+
+  auto _Is(int domain_idx, std::string_view alias) const;
+  const Held* _Find(int domain_idx, const std::string& alias) const;
+
+  std::vector<Held> held_;
+  std::string texts_;      // of all of them, one after the other
+  BASE::HashIndex index_;  // of those held, by domain and folded text
+  // The users who came after the first: number of what is held, and uid.
+  std::set<std::pair<uint32_t, unsigned int>> later_;
 };
 
 // Which users of a domain have which short account name; letter case (ASCII) does not matter.

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
+#include <iterator>
+#include <optional>
 
 #include "lib-domain/accounts/account_source.h"
+#include "lib-domain/base/hash_index.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
@@ -23,9 +25,13 @@ namespace MDOMAIN::CONTROL {
 
 namespace {
 
+using DB::INTERNAL::Memberships;
+using Uids = std::vector<unsigned int>;
+
 constexpr int kMemberListCapacity = 1024;
 // Of more the whole mirror is read.
 constexpr size_t kFewMembers = 20000;
+constexpr size_t kFewGroups = 16;
 
 void LogChangedCount(unsigned int gid, size_t old_count, size_t new_count) {
   if (old_count != new_count) {
@@ -41,17 +47,21 @@ void SortOnce(std::vector<unsigned int>& uids) {
   uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
 }
 
-// Order and repeats do not matter: the membership table has neither.
-bool AreTheMembers(std::vector<unsigned int> uids,
-                   const std::vector<const RECORD::User*>& members) {
-  std::vector<unsigned int> member_uids;
-  member_uids.reserve(members.size());
+// Ascending, each once.
+Uids UidsOf(const std::vector<const RECORD::User*>& members) {
+  Uids uids;
+  uids.reserve(members.size());
   for (const RECORD::User* member : members) {
-    member_uids.push_back(member->GetUID());
+    uids.push_back(member->GetUID());
   }
   SortOnce(uids);
-  SortOnce(member_uids);
-  return uids == member_uids;
+  return uids;
+}
+
+// Order and repeats do not matter: the membership table has neither.
+bool AreTheMembers(Uids uids, const std::vector<const RECORD::User*>& members) {
+  SortOnce(uids);
+  return uids == UidsOf(members);
 }
 
 // Whether somebody is to become a member, and only of groups that have no members in the mirror.
@@ -104,21 +114,52 @@ bool RememberNewcomers(const std::vector<RECORD::User>& mirrored_before,
   return is_remembered;
 }
 
-// The groups whose members may not be those in the mirror. What is not told plainly is left to the
-// road that tells of it.
-std::vector<RECORD::Group> MayDiffer(const std::vector<RECORD::Group>& groups) {
-  DB::INTERNAL::Memberships stored;
-  if (!DB::INTERNAL::TryListMemberships(stored)) {
-    return groups;
+// Ascending.
+Uids MembersOf(const Memberships& stored, unsigned int gid) {
+  Uids uids;
+  for (auto member = std::lower_bound(stored.begin(), stored.end(), std::make_pair(gid, 0U));
+       member != stored.end() && member->first == gid; ++member) {
+    uids.push_back(member->second);
   }
+  return uids;
+}
+
+// The rows of a group that go and those that come, where it is to have these members. Both lists
+// ascend.
+DB::INTERNAL::MemberDifference DifferenceOf(unsigned int gid, const Uids& stored,
+                                            const Uids& members, bool is_update) {
+  DB::INTERNAL::MemberDifference difference;
+  difference.gid = gid;
+  if (is_update) {
+    std::set_difference(stored.begin(), stored.end(), members.begin(), members.end(),
+                        std::back_inserter(difference.left));
+  }
+  Uids joined;
+  std::set_difference(members.begin(), members.end(), stored.begin(), stored.end(),
+                      std::back_inserter(joined));
+  for (const unsigned int uid : joined) {
+    difference.joined.emplace_back(gid, uid);
+  }
+  return difference;
+}
+
+// What may differ from the mirror.
+struct Differing {
+  std::vector<RECORD::Group> groups;
+  // Of each of the groups; none where KORVGroupListMember has to tell.
+  std::vector<std::optional<Uids>> members;
+};
+
+Differing MayDiffer(const std::vector<RECORD::Group>& groups, const Memberships& stored) {
   std::vector<std::string> names;
   names.reserve(groups.size());
   for (const RECORD::Group& group : groups) {
     names.push_back(group.GetGroupName());
   }
   std::vector<bool> are_the_same(groups.size());
+  std::map<size_t, Uids> told;
   auto first = stored.cbegin();  // groups mostly stand in the order of their gids
-  const auto compare = [&](size_t number, const std::vector<unsigned int>& uids) {
+  const auto compare = [&](size_t number, const Uids& uids) {
     const unsigned int gid = groups[number].GetGID();
     if (first == stored.cend() || first->first != gid) {
       first = std::lower_bound(stored.cbegin(), stored.cend(), std::make_pair(gid, 0U));
@@ -129,17 +170,46 @@ std::vector<RECORD::Group> MayDiffer(const std::vector<RECORD::Group>& groups) {
       is_same = is_same && uid != uids.end() && *uid++ == first->second;
     }
     are_the_same[number] = is_same && uid == uids.end();
+    if (!are_the_same[number]) {
+      told[number] = uids;
+    }
   };
   if (!korvmailserver::ForEachPlainGroup(names, compare)) {
-    return groups;
+    return {groups, std::vector<std::optional<Uids>>(groups.size())};
   }
-  std::vector<RECORD::Group> others;
+  Differing differing;
   for (size_t i = 0; i < groups.size(); ++i) {
     if (!are_the_same[i]) {
-      others.push_back(groups[i]);
+      differing.groups.push_back(groups[i]);
+      const auto members = told.find(i);
+      differing.members.push_back(members == told.end() ? std::nullopt
+                                                        : std::make_optional(members->second));
     }
   }
-  return others;
+  return differing;
+}
+
+// Groups of which all members are told and mirrored. False, with nothing written or said, where
+// that is not so, or when it cannot be written.
+bool WriteTold(const Differing& differing, const Memberships& stored, bool is_update) {
+  std::vector<DB::INTERNAL::MemberDifference> differences;
+  differences.reserve(differing.groups.size());
+  for (size_t i = 0; i < differing.groups.size(); ++i) {
+    if (!differing.members[i]) {
+      return false;
+    }
+    const unsigned int gid = differing.groups[i].GetGID();
+    differences.push_back(
+        DifferenceOf(gid, MembersOf(stored, gid), *differing.members[i], is_update));
+  }
+  if (!DB::INTERNAL::TryWriteMembers(differences)) {
+    return false;
+  }
+  for (size_t i = 0; is_update && i < differing.groups.size(); ++i) {
+    const unsigned int gid = differing.groups[i].GetGID();
+    LogChangedCount(gid, MembersOf(stored, gid).size(), differing.members[i]->size());
+  }
+  return true;
 }
 
 }  // namespace
@@ -147,47 +217,32 @@ std::vector<RECORD::Group> MayDiffer(const std::vector<RECORD::Group>& groups) {
 // The users of the account system, found by their names without letter case; of several the first.
 // A map of names would take ten times as much memory and time.
 class Group::UsersByLowerName {
+ private:
+  auto _Named(const std::string& folded) const {
+    return [this, &folded](uint32_t number) {
+      return FoldAccountName(users_[number].GetUserName()) == folded;
+    };
+  }
+
  public:
   void Set(std::vector<RECORD::User> users) {
     users_ = std::move(users);
-    while (slots_.size() < 2 * users_.size()) {
-      slots_.resize(2 * slots_.size());
-    }
+    index_.Reserve(users_.size());
     for (size_t i = 0; i < users_.size(); ++i) {
       const std::string name = FoldAccountName(users_[i].GetUserName());
-      const auto hash = static_cast<uint32_t>(std::hash<std::string>()(name));
-      Slot& slot = slots_[_Place(hash, name)];
-      if (slot.number == 0) {
-        slot = {hash, static_cast<uint32_t>(i + 1)};
-      }
+      index_.FindOrAdd(BASE::HashIndex::HashOf(name), static_cast<uint32_t>(i), _Named(name));
     }
   }
   // Null for nobody.
   const RECORD::User* Find(const std::string& name) const {
     const std::string folded = FoldAccountName(name);
-    const Slot& slot =
-        slots_[_Place(static_cast<uint32_t>(std::hash<std::string>()(folded)), folded)];
-    return slot.number == 0 ? nullptr : &users_[slot.number - 1];
+    const uint32_t number = index_.Find(BASE::HashIndex::HashOf(folded), _Named(folded));
+    return number == BASE::HashIndex::kNone ? nullptr : &users_[number];
   }
 
  private:
-  struct Slot {
-    uint32_t hash = 0;
-    uint32_t number = 0;  // of the user, from 1
-  };
-  // Where the name stands, or would.
-  size_t _Place(uint32_t hash, const std::string& folded) const {
-    size_t at = hash & (slots_.size() - 1);
-    while (slots_[at].number != 0 &&
-           (slots_[at].hash != hash ||
-            FoldAccountName(users_[slots_[at].number - 1].GetUserName()) != folded)) {
-      at = (at + 1) & (slots_.size() - 1);
-    }
-    return at;
-  }
-
   std::vector<RECORD::User> users_;
-  std::vector<Slot> slots_ = std::vector<Slot>(16);
+  BASE::HashIndex index_;
 };
 
 bool Group::List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {
@@ -206,13 +261,26 @@ bool Group::Create(const std::vector<RECORD::Group>& groups) {
   return true;
 }
 
+// Only where nobody else writes from the first read on are the rows that differ enough to write.
+// The account system is asked before that.
 bool Group::Set(const std::vector<RECORD::Group>& groups) {
+  if (groups.empty()) {
+    return store_.Set(groups);
+  }
+  // Without it a directory is read whole again for every group.
+  const korvmailserver::AccountSnapshot snapshot;
+  korvmailserver::ForEachPlainGroup({}, [](size_t /*number*/, const Uids& /*uids*/) {});
+  BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   if (!store_.Set(groups)) {
     LOG_ERROR("Failed to set groups");
     return false;
   }
   if (!_UpdateUsersBelongToGroups(groups)) {
     LOG_ERROR("Failed to _UpdateUsersBelongToGroups");
+    return false;
+  }
+  if (scope.Commit() != 0) {
+    LOG_ERROR("Failed to set groups");
     return false;
   }
   return true;
@@ -227,16 +295,33 @@ bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>&
 }
 
 bool Group::_UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
-  if (groups.empty()) {
-    return true;
+  Memberships stored;
+  if (!DB::INTERNAL::TryListMemberships(stored)) {
+    return _HandleUsersBelongToGroupsImp(groups, true);
   }
-  // Without it a directory is read whole again for every group.
+  const Differing differing = MayDiffer(groups, stored);
+  if (!DB::INTERNAL::IsWriting()) {
+    return _HandleUsersBelongToGroupsImp(differing.groups, true);
+  }
+  return WriteTold(differing, stored, true) ||
+         _HandleUsersBelongToGroupsImp(differing.groups, true, &stored);
+}
+
+// Of a few groups the members are looked up, which does not read all accounts. The rows of others
+// are not read before the account system has answered.
+bool Group::_CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
+  if (groups.size() <= kFewGroups || !DB::INTERNAL::IsWriting()) {
+    return _HandleUsersBelongToGroupsImp(groups, false);
+  }
   const korvmailserver::AccountSnapshot snapshot;
-  return _HandleUsersBelongToGroupsImp(MayDiffer(groups), true);
+  Memberships stored;
+  return (DB::INTERNAL::TryListMemberships(stored) &&
+          WriteTold(MayDiffer(groups, stored), stored, false)) ||
+         _HandleUsersBelongToGroupsImp(groups, false);
 }
 
 bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
-                                          const bool& is_update) {
+                                          const bool& is_update, const Memberships* locked) {
   if (groups.empty()) {
     return true;
   }
@@ -296,7 +381,7 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
       return false;
     }
     is_mirror_read = true;
-    all_written = _WriteMembers(*group, members, is_update, mirrored_uids);
+    all_written = _WriteMembers(*group, members, is_update, locked, mirrored_uids);
     if (!all_written) {
       break;
     }
@@ -391,25 +476,32 @@ bool Group::_WriteFirstMembers(const std::vector<GroupMembers>& groups,
 
 bool Group::_WriteMembers(const RECORD::Group& group,
                           const std::vector<const RECORD::User*>& members, const bool& is_update,
+                          const Memberships* locked,
                           std::unordered_set<unsigned int>& mirrored_uids) {
+  const unsigned int gid = group.GetGID();
   std::vector<RECORD::User> not_mirrored_yet;
-  std::vector<std::pair<unsigned int, unsigned int>> gid_uid_pairs;
-  gid_uid_pairs.reserve(members.size());
+  DB::INTERNAL::MemberDifference difference;
+  difference.gid = gid;
   for (const RECORD::User* member : members) {
-    gid_uid_pairs.emplace_back(group.GetGID(), member->GetUID());
+    difference.joined.emplace_back(gid, member->GetUID());
     if (mirrored_uids.insert(member->GetUID()).second) {
       not_mirrored_yet.push_back(*member);
     }
+  }
+  const bool is_difference = is_update && locked != nullptr;
+  if (is_difference) {
+    difference = DifferenceOf(gid, MembersOf(*locked, gid), UidsOf(members), is_update);
   }
   if (!DB::User().Create(not_mirrored_yet)) {
     LOG_ERROR("Failed to create users");
     return false;
   }
-  if (is_update && !store_.DeleteGroupToUsers({group.GetGID()})) {
-    LOG_ERROR("Failed to DeleteGroupToUsers, gid: [%u]", group.GetGID());
+  if (is_update && !(is_difference ? DB::INTERNAL::DeleteMembers(difference)
+                                   : store_.DeleteGroupToUsers({gid}))) {
+    LOG_ERROR("Failed to DeleteGroupToUsers, gid: [%u]", gid);
     return false;
   }
-  if (!store_.SetGroupToUsers(gid_uid_pairs)) {
+  if (!store_.SetGroupToUsers(difference.joined)) {
     LOG_ERROR("Failed to SetGroupToUsers [%s]", group.GetGroupName().c_str());
     return false;
   }

@@ -3,7 +3,8 @@
 // The members that the account system knows as users are mirrored with the group. It is asked
 // before the membership rows are written, so a slow directory never holds the database's write
 // lock; the rows of all groups are one transaction. A group whose members cannot be read is logged
-// and skipped and keeps its rows; the call succeeds.
+// and skipped and keeps its rows; the call succeeds. Of a group that was changed the rows that
+// differ are written.
 #ifndef LIB_DOMAIN_CONTROL_GROUP_H
 #define LIB_DOMAIN_CONTROL_GROUP_H
 
@@ -45,13 +46,14 @@ class MDOMAIN_EXPORT Group {
   class UsersByLowerName;
   using GroupMembers = std::pair<const RECORD::Group*, std::vector<const RECORD::User*>>;
   using UidsByGid = std::map<unsigned int, std::vector<unsigned int>>;
+  using Memberships = std::vector<std::pair<unsigned int, unsigned int>>;  // (gid, uid)
 
-  bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups) {
-    return _HandleUsersBelongToGroupsImp(groups, false);
-  }
+  bool _CreateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
   bool _UpdateUsersBelongToGroups(const std::vector<RECORD::Group>& groups);
+  // `locked`: the memberships as they are stored and stay until this writes; null where that is not
+  // known, and then all rows of a group are written anew.
   bool _HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& groups,
-                                     const bool& is_update);
+                                     const bool& is_update, const Memberships* locked = nullptr);
 
   // The members of a group that are among `users_by_lower_name`, in the account system's order.
   // Members that are not are named in a notice; a group all of whose members are unknown is a
@@ -66,7 +68,8 @@ class MDOMAIN_EXPORT Group {
   static bool _WriteFirstMembers(const std::vector<GroupMembers>& groups,
                                  std::unordered_set<unsigned int>& mirrored_uids);
   bool _WriteMembers(const RECORD::Group& group, const std::vector<const RECORD::User*>& members,
-                     const bool& is_update, std::unordered_set<unsigned int>& mirrored_uids);
+                     const bool& is_update, const Memberships* locked,
+                     std::unordered_set<unsigned int>& mirrored_uids);
 
   DB::Group store_;
 };

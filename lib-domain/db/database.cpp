@@ -1,6 +1,7 @@
 // Runs queries and batches and logs their failures in the name of the store that calls.
 #include "lib-domain/db/database.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "lib-domain/base/error_code.h"
@@ -8,11 +9,14 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/domain_db_filter.h"
 #include "lib-domain/db/handler_state.h"
+#include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/statement.h"
 
 namespace MDOMAIN::DB::INTERNAL {
 
 namespace {
+
+constexpr const char* kSelectVersion = "PRAGMA data_version";
 
 // SQLite gives a number as the text that stands for it; only other cells are worth reading as text.
 template <typename Value, typename Convert>
@@ -26,6 +30,17 @@ bool IsNumber(const Cells& row, int column, Value& value, const Convert& convert
     }
   }
   return convert(row.Text(column), value);
+}
+
+bool AreSame(const DomainNames& names, const DomainNames& others) {
+  return names.additional == others.additional &&
+         std::equal(names.domains.begin(), names.domains.end(), others.domains.begin(),
+                    others.domains.end(),
+                    [](const RECORD::Domain& one, const RECORD::Domain& other) {
+                      return one.GetDomainIdx() == other.GetDomainIdx() &&
+                             one.GetDomainName() == other.GetDomainName() &&
+                             one.IsPrimary() == other.IsPrimary();
+                    });
 }
 
 }  // namespace
@@ -108,14 +123,35 @@ bool Database::GetExistsInSchema(const char* sql, bool& exists, SourceHere here)
                                   [&](bool& found) { return GetExists(sql, found, here); });
 }
 
-bool Database::ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>& read,
-                         std::vector<RECORD::Domain>& domains, SourceHere here) const {
-  std::vector<RECORD::Domain> listed;
-  if (!IsOpen(here) || !Remember(*handler_, &korvmailserver::DatabaseNumbers::changes,
-                                 handler_->_State().memory.names, listed, read)) {
+bool Database::ShareNames(const std::function<bool(DomainNames&)>& read,
+                          std::shared_ptr<const DomainNames>& names) const {
+  korvmailserver::DatabaseNumbers numbers;
+  if (status_ != 0 || !handler_->FollowFile() || !ReadNumbers(*handler_, numbers)) {
     return false;
   }
-  domains.insert(domains.end(), listed.begin(), listed.end());
+  HandlerState& state = handler_->_State();
+  KeptNames& kept = state.memory.names;
+  if (kept.names != nullptr && kept.changes == numbers.changes) {
+    names = kept.names;
+    return true;
+  }
+  const ReadScope with_its_numbers(handler_);
+  long long version = 0;
+  if (!TryForEachRow(Sql(kSelectVersion), [&](const Cells& row) { version = row.Int64(0); }) ||
+      !ReadNumbers(*handler_, numbers)) {
+    return false;
+  }
+  if (kept.names == nullptr || kept.version != version || kept.own != state.name_changes) {
+    auto found = std::make_shared<DomainNames>();
+    if (!read(*found)) {
+      return false;
+    }
+    // What was made of the names is known by the object.
+    const bool are_same = kept.names != nullptr && AreSame(*kept.names, *found);
+    kept = {are_same ? kept.names : found, 0, version, state.name_changes};
+  }
+  kept.changes = numbers.changes;
+  names = kept.names;
   return true;
 }
 
@@ -138,13 +174,19 @@ bool Database::RememberList(const std::string& what, const UidReader& read,
   if (status_ != 0 || !handler_->FollowFile() || !ReadNumbers(*handler_, numbers)) {
     return true;
   }
-  auto& lists = handler_->_State().memory.lists;
-  if (lists.size() >= kMostLists && lists.count(what) == 0) {
-    lists.clear();
+  Memory& memory = handler_->_State().memory;
+  if (memory.lists.size() >= kMostLists && memory.lists.count(what) == 0) {
+    const auto is_sooner_missed = [](const auto& one, const auto& other) {
+      return std::pair(one.second.whole.has_value(), one.second.turn) <
+             std::pair(other.second.whole.has_value(), other.second.turn);
+    };
+    memory.lists.erase(
+        std::min_element(memory.lists.begin(), memory.lists.end(), is_sooner_missed));
   }
-  AskedList& asked = lists[what];
-  has_list = asked.asked_at == numbers.changes;
+  AskedList& asked = memory.lists[what];
+  has_list = asked.asked_at == numbers.changes || asked.whole.has_value();
   asked.asked_at = numbers.changes;
+  asked.turn = ++memory.last_turn;
   return !has_list ||
          Remember(*handler_, &korvmailserver::DatabaseNumbers::changes, asked.whole, uids, read);
 }
@@ -188,6 +230,15 @@ bool Database::Run(const StatementBatch& batch, const char* failure, SourceHere 
                  batch.Fits() ? handler_->GetErrText().c_str() : "a statement is too long");
   LOG_ERROR_AT(here.file, here.line, "%s", failure);
   return false;
+}
+
+bool Database::TryRun(const StatementBatch& batch) const {
+  if (status_ != 0 || !handler_->FollowFile()) {
+    return false;
+  }
+  const korvmailserver::UnkeptDatabaseFailures unkept;
+  batch.KeepIn(handler_->_State().kept);
+  return batch.Fits() && handler_->exeSteps(batch.Steps()) == 0;
 }
 
 bool Database::Select(const Sql& sql, int columns, const std::function<bool(const Cells&)>& use,

@@ -5,16 +5,18 @@
 #ifndef LIB_DOMAIN_DB_DATABASE_H
 #define LIB_DOMAIN_DB_DATABASE_H
 
+#include <cstddef>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/sql.h"
-#include "lib-domain/record/domain.h"
 #include "platform/include/sqlite.h"
 
 namespace MDOMAIN::DB {
@@ -56,6 +58,13 @@ struct Text {
   using Value = std::string;
   static bool Read(const Cells& row, int column, std::string& text, SourceHere /*here*/) {
     text = row.Text(column);
+    return true;
+  }
+};
+// Whatever stands there is not read.
+struct Skipped {
+  using Value = std::nullptr_t;
+  static bool Read(const Cells& /*row*/, int /*column*/, Value& /*value*/, SourceHere /*here*/) {
     return true;
   }
 };
@@ -153,9 +162,10 @@ class Database {
   bool GetExists(const Sql& sql, bool& exists, SourceHere here = SourceHere::Now()) const;
   // The same, of a constant question about sqlite_master.
   bool GetExistsInSchema(const char* sql, bool& exists, SourceHere here = SourceHere::Now()) const;
-  // Appends the domains with index, name and mark of the primary one, as `read` lists them.
-  bool ListNames(const std::function<bool(std::vector<RECORD::Domain>&)>& read,
-                 std::vector<RECORD::Domain>& domains, SourceHere here = SourceHere::Now()) const;
+  // The names that `read` gives, or gave since when they are the stored ones. False, with nothing
+  // logged, where that cannot be told, as in a transaction that writes, or they cannot be read.
+  bool ShareNames(const std::function<bool(DomainNames&)>& read,
+                  std::shared_ptr<const DomainNames>& names) const;
   // The number that `read` gives, or gave of this since the last change.
   bool RememberCount(const std::string& what, const std::function<bool(int&)>& read,
                      int& count) const;
@@ -175,6 +185,8 @@ class Database {
   // not fit; then nothing is sent at all.
   bool Run(const StatementBatch& batch, const char* failure,
            SourceHere here = SourceHere::Now()) const;
+  // The same, with nothing logged: for a faster road beside one that tells what is wrong.
+  bool TryRun(const StatementBatch& batch) const;
 
  private:
   // `use` is called with each row, which has at least `columns`, until it gives false.

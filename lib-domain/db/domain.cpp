@@ -8,6 +8,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/db/database.h"
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/own_indexes.h"
 #include "lib-domain/db/read_scope.h"
 #include "lib-domain/db/role_holders.h"
@@ -123,6 +124,14 @@ std::vector<std::string> QuoteInPieces(const std::vector<std::string>& names,
   return pieces;
 }
 
+void AddName(std::vector<RECORD::Domain>& domains, int domain_idx, const std::string& name,
+             bool is_primary) {
+  RECORD::Domain& domain = domains.emplace_back();
+  domain.SetDomainIdx(domain_idx);
+  domain.SetDomainName(name);
+  domain.SetIsPrimary(is_primary);
+}
+
 // One after the other, each with few look-ups.
 bool CountEach(DomainDBHandler* handler, std::vector<RECORD::Domain>& domains) {
   const ReadScope of_one_moment(handler);
@@ -178,17 +187,33 @@ bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) 
 }
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
-  const auto read = [this](std::vector<RECORD::Domain>& names) {
-    return _DomainDb().Query<Columns<Int, Text, Flag>>(
-        kSelectNames, [&names](int domain_idx, const std::string& name, bool is_primary) {
-          RECORD::Domain domain;
-          domain.SetDomainIdx(domain_idx);
-          domain.SetDomainName(name);
-          domain.SetIsPrimary(is_primary);
-          names.push_back(std::move(domain));
-        });
+  std::shared_ptr<const DomainNames> names;
+  if (ShareNames(names)) {
+    domains.insert(domains.end(), names->domains.begin(), names->domains.end());
+    return true;
+  }
+  return _DomainDb().Query<Columns<Int, Text, Flag>>(
+      Sql(kSelectNames), [&domains](int domain_idx, const std::string& name, bool is_primary) {
+        AddName(domains, domain_idx, name, is_primary);
+      });
+}
+
+// What the given operations would not take as it is, they tell of.
+bool Domain::ShareNames(std::shared_ptr<const DomainNames>& names) {
+  const auto read = [this](DomainNames& found) {
+    bool are_plain = true;
+    const auto read_idx = [&are_plain](const Cells& row) {
+      int domain_idx = 0;
+      are_plain = are_plain && ReadPlainId(row, 0, domain_idx);
+      return domain_idx;
+    };
+    return _DomainDb().TryForEachRow(Sql(kSelectNames), [&](const Cells& row) {
+      AddName(found.domains, read_idx(row), row.Text(1), row.Int64(2) != 0);
+    }) && _DomainDb().TryForEachRow(Sql(kSelectAllAdditional), [&](const Cells& row) {
+      found.additional[read_idx(row)].push_back(row.Text(1));
+    }) && are_plain;
   };
-  return _DomainDb().ListNames(read, domains);
+  return _DomainDb().ShareNames(read, names);
 }
 
 bool Domain::GetDomainCount(DomainDBFilter& filter, int& count) {

@@ -10,6 +10,7 @@
 #define LIB_DOMAIN_DB_DOMAIN_H
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@
 #include "platform/include/export.h"
 
 namespace MDOMAIN::DB {
+
+struct DomainNames;
 
 namespace INTERNAL {
 class Database;
@@ -41,6 +44,10 @@ class MDOMAIN_EXPORT Domain {
   // Index, name and primary flag of every domain, in the order in which List gives them; the other
   // members keep their defaults. Reads no user: what is published or addressed needs no more.
   bool ListNames(std::vector<RECORD::Domain>& domains);
+  // The same with all additional names. False, with nothing logged, where the two operations tell
+  // more: when they cannot be read, or in a transaction that writes. While nobody changes a name
+  // nothing is read, and the object is the same.
+  bool ShareNames(std::shared_ptr<const DomainNames>& names);
   // The number of matching domains, whatever the filter's page.
   bool GetDomainCount(DomainDBFilter& filter, int& count);
   // The number of all domains, -1 when it cannot be read; true in either case.

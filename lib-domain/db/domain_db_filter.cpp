@@ -54,9 +54,9 @@ bool DomainDBFilter::SortsByRole() const {
   return BASE::ToLowerAscii(sort_by_).find("role") != std::string::npos;
 }
 
-bool DomainDBFilter::IsForWholeDomainByName() const {
+bool DomainDBFilter::IsForWholeDomainBy(const char* column) const {
   return IsForWholeDomain() && select_.find("count") == std::string::npos &&
-         BASE::EqualsIgnoreCase(sort_by_, "user_name") && IsSort(sort_by_, sort_direction_);
+         BASE::EqualsIgnoreCase(sort_by_, column) && IsSort(sort_by_, sort_direction_);
 }
 
 bool DomainDBFilter::IsDescending() const {

@@ -59,8 +59,8 @@ class MDOMAIN_EXPORT DomainDBFilter {
   }
   // Whether it is for all users of one domain, in whatever order.
   bool IsForWholeDomain() const { return domain_idxs_.size() == 1 && query_.empty(); }
-  // Whether it is for a page of all users of one domain by their names.
-  bool IsForWholeDomainByName() const;
+  // Whether it is for a page of all users of one domain by this column.
+  bool IsForWholeDomainBy(const char* column) const;
   bool IsDescending() const;
   // The uids that stand in front: those whose first matching alias is flagged.
   std::string ComposeUIDsInFrontCmd() const;

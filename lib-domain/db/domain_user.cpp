@@ -72,6 +72,11 @@ constexpr const char* kSelectAliasesOfDomain =
     "alias.uid WHERE alias.domain_idx = ?1 ORDER BY alias.uid, alias.rowid";
 constexpr const char* kSelectOfUsers =
     "SELECT * FROM domain_user_view WHERE uid IN (%q) ORDER BY uid, domain_idx";
+// Of several domains, in the order in which a look into each of them gives the rows.
+constexpr const char* kSelectHolders =
+    "SELECT * FROM domain_user_view WHERE uid IN (SELECT value FROM json_each('%q')) AND "
+    "+domain_idx IN (SELECT value FROM json_each('%q')) ORDER BY is_duplicated DESC, domain_idx, "
+    "uid";
 // The "+" keeps the database from reading the whole domain in that order.
 #define BEFORE_ALIAS "SELECT * FROM domain_user_alias_table WHERE domain_idx=%d AND account_alias='"
 #define BEHIND_ALIAS "' COLLATE NOCASE ORDER BY +uid, rowid"
@@ -220,10 +225,8 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
 
 // The page of the filter, or all without one.
 bool DomainUser::_ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids) {
-  if (HasOwnViews(handler_) && own.IsForWholeDomainByName() && _CutByName(own, uids)) {
-    return true;
-  }
-  return _DomainDb().Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
+  return (HasOwnViews(handler_) && _CutWhole(own, uids)) ||
+         _DomainDb().Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
 }
 
 bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,
@@ -266,8 +269,12 @@ bool DomainUser::ListHolders(const std::vector<int>& domain_idxs,
                              const std::vector<unsigned int>& uids,
                              std::vector<RECORD::DomainUser>& users) {
   std::vector<RECORD::DomainUser> alias_rows;
-  if (!_AppendAliasRows(WholeDomains(domain_idxs).ComposeDomainUserListQueryCmd(uids),
-                        alias_rows)) {
+  const bool are_few_of_many = domain_idxs.size() > 1 && !uids.empty() && HasOwnViews(handler_);
+  const Sql sql =
+      are_few_of_many
+          ? Sql(kSelectHolders, JsonList(uids), "[" + BASE::Join(domain_idxs, ",") + "]")
+          : Sql(WholeDomains(domain_idxs).ComposeDomainUserListQueryCmd(uids));
+  if (!_AppendAliasRows(sql, alias_rows)) {
     return false;
   }
   _MergeDomainUsers(alias_rows, users);
@@ -288,8 +295,7 @@ bool DomainUser::ListDomainsOfUsers(const std::vector<unsigned int>& uids,
 }
 
 // One record per alias.
-bool DomainUser::_AppendAliasRows(const std::string& sql,
-                                  std::vector<RECORD::DomainUser>& alias_rows) {
+bool DomainUser::_AppendAliasRows(const Sql& sql, std::vector<RECORD::DomainUser>& alias_rows) {
   const auto keep = [&alias_rows](int domain_idx, unsigned int uid, const std::string& name,
                                   std::string&& alias, const std::string& role, bool duplicated) {
     alias_rows.emplace_back(

@@ -33,7 +33,8 @@ namespace MDOMAIN::DB {
 
 namespace INTERNAL {
 class Database;
-}
+class Sql;
+}  // namespace INTERNAL
 
 class MDOMAIN_EXPORT DomainUser {
  public:
@@ -156,7 +157,7 @@ class MDOMAIN_EXPORT DomainUser {
   bool DeleteRemovedRecord(const int& domain_idx, const std::vector<unsigned int>& uids);
 
  private:
-  bool _AppendAliasRows(const std::string& sql, std::vector<RECORD::DomainUser>& alias_rows);
+  bool _AppendAliasRows(const INTERNAL::Sql& sql, std::vector<RECORD::DomainUser>& alias_rows);
   bool _AppendNamed(const std::vector<unsigned int>& uids, std::vector<RECORD::DomainUser>& users);
   bool _AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
                     bool with_group_control, std::vector<RECORD::DomainUser>& users);
@@ -164,7 +165,9 @@ class MDOMAIN_EXPORT DomainUser {
   bool _WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
   bool _MayGatherRoles(int domain_idx);
   bool _ForEachAliasOfView(const std::vector<int>& domain_idxs, const AliasVisitor& use);
-  bool _CutByName(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
+  bool _CutByText(const DomainDBFilter& filter, const char* texts, std::vector<unsigned int>& uids);
+  bool _CutByRole(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
+  bool _CutWhole(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
   bool _OrderByFlags(int domain_idx, std::vector<unsigned int>& uids);
   bool _CheckUnderControl(std::vector<RECORD::DomainUser>& users);
 

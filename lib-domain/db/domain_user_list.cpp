@@ -38,13 +38,19 @@ constexpr const char* kSelectRowsOfUsers =
     "SELECT domain_idx, uid, user_name, account_alias, role, is_duplicated, role IS NOT NULL FROM "
     "domain_user_view WHERE uid IN (%s) AND +domain_idx IN (SELECT domain_idx FROM domain_table) "
     "ORDER BY is_duplicated DESC, domain_idx, uid";
-// The first row of each counts. A flag or a name that the order of texts and of 0 and 1 does not
+// The first row of each counts. A flag or a text that the order of texts and of 0 and 1 does not
 // put in its place is odd (2).
-constexpr const char* kSelectUserNames =
-    "SELECT alias.uid, CASE WHEN typeof(user_name) <> 'text' THEN 2 WHEN is_duplicated = 0 THEN 0 "
-    "WHEN is_duplicated = 1 THEN 1 ELSE 2 END, user_name FROM domain_user_alias_table AS alias "
-    "CROSS JOIN user_table ON user_table.uid = alias.uid WHERE alias.domain_idx = ?1 ORDER BY "
-    "alias.uid, alias.rowid";
+#define USER_TEXTS(text)                                                                   \
+  "SELECT alias.uid, CASE WHEN typeof(" text                                               \
+  ") <> 'text' THEN 2 WHEN is_duplicated = 0 THEN "                                        \
+  "0 WHEN is_duplicated = 1 THEN 1 ELSE 2 END, " text                                      \
+  " FROM domain_user_alias_table AS "                                                      \
+  "alias CROSS JOIN user_table ON user_table.uid = alias.uid WHERE alias.domain_idx = ?1 " \
+  "ORDER BY alias.uid, alias.rowid"
+constexpr const char* kSelectUserNames = USER_TEXTS("user_name");
+constexpr const char* kSelectUserAliases = USER_TEXTS("account_alias");
+constexpr const char* kSelectUserFlags = USER_TEXTS("''");
+#undef USER_TEXTS
 constexpr const char* kSelectDuplicated =
     "SELECT DISTINCT account_alias COLLATE NOCASE AS email FROM domain_user_alias_table WHERE "
     "is_duplicated = 1 AND domain_idx = %d";
@@ -86,8 +92,8 @@ class Page {
   std::vector<unsigned int>& uids_;
 };
 
-// The users by the bytes of their names, which stand in one text: a million strings would take
-// three times as much.
+// The users by the bytes of their names or aliases, which stand in one text: a million strings
+// would take three times as much.
 class UsersByName {
  public:
   void Add(unsigned int uid, std::string_view name) {
@@ -138,6 +144,30 @@ class UsersByName {
   std::string names_;
   std::vector<Named> users_;
 };
+
+// Calls `use` with the uid and the row of the first alias of each user who has a role. False where
+// the statement has to answer.
+template <typename Use>
+bool ForEachFirstRow(const Database& db, const char* statement, int domain_idx,
+                     RoleHolders& holders, const Use& use) {
+  bool is_plain = true;
+  bool is_first = true;
+  unsigned int last = 0;
+  const auto keep = [&](const Cells& row) {
+    const sqlite3_int64 uid = row.Int64(0);
+    is_plain = is_plain && uid >= 0 && uid <= std::numeric_limits<unsigned int>::max();
+    if (is_first || static_cast<unsigned int>(uid) != last) {
+      is_first = false;
+      last = static_cast<unsigned int>(uid);
+      if (holders.Has(uid)) {
+        is_plain = is_plain && row.Int(1) <= 1;
+        use(last, row);
+      }
+    }
+  };
+  return holders.Read(db, domain_idx) && db.TryForEachRow(Sql(statement, domain_idx), keep) &&
+         is_plain;
+}
 
 // Sorted and told apart here: a tenth of the rows' own cost. False, with nothing added, where the
 // statement has to answer.
@@ -217,32 +247,25 @@ bool DomainUser::_WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned in
          _DomainDb().QueryUntil<Columns<Uid>>(filter.ComposeUIDsBehindCmd(), add);
 }
 
-// What a page by name needs of each user is read in the order in which it is stored; of the names
-// only those of the page are sorted. False, with nothing added, where the statement has to answer.
-bool DomainUser::_CutByName(const DomainDBFilter& filter, std::vector<unsigned int>& uids) {
+bool DomainUser::_CutWhole(const DomainDBFilter& filter, std::vector<unsigned int>& uids) {
+  return (filter.IsForWholeDomainBy("user_name") && _CutByText(filter, kSelectUserNames, uids)) ||
+         (filter.IsForWholeDomainBy("account_alias") &&
+          _CutByText(filter, kSelectUserAliases, uids)) ||
+         (filter.IsForWholeDomainBy("role") && _CutByRole(filter, uids));
+}
+
+// What a page needs of each user is read in the order in which it is stored; of the texts only
+// those of the page are sorted. False, with nothing added, where the statement has to answer.
+bool DomainUser::_CutByText(const DomainDBFilter& filter, const char* texts,
+                            std::vector<unsigned int>& uids) {
   const ReadScope of_one_moment(handler_);
-  const int domain_idx = filter.GetDomainIdxs().front();
   RoleHolders holders;
   UsersByName in_front;
   UsersByName others;
-  bool is_plain = true;
-  bool is_first = true;
-  unsigned int last = 0;
-  const auto keep = [&](const Cells& row) {
-    const sqlite3_int64 uid = row.Int64(0);
-    const int place = row.Int(1);
-    is_plain = is_plain && uid >= 0 && uid <= std::numeric_limits<unsigned int>::max();
-    if (is_first || static_cast<unsigned int>(uid) != last) {
-      is_first = false;
-      last = static_cast<unsigned int>(uid);
-      if (holders.Has(uid)) {
-        is_plain = is_plain && place <= 1;
-        (place == 1 ? in_front : others).Add(last, row.View(2));
-      }
-    }
+  const auto keep = [&](unsigned int uid, const Cells& row) {
+    (row.Int(1) == 1 ? in_front : others).Add(uid, row.View(2));
   };
-  if (!holders.Read(_DomainDb(), domain_idx) ||
-      !_DomainDb().TryForEachRow(Sql(kSelectUserNames, domain_idx), keep) || !is_plain) {
+  if (!ForEachFirstRow(_DomainDb(), texts, filter.GetDomainIdxs().front(), holders, keep)) {
     return false;
   }
   const size_t all = in_front.Size() + others.Size();
@@ -252,6 +275,29 @@ bool DomainUser::_CutByName(const DomainDBFilter& filter, std::vector<unsigned i
   in_front.Cut(begin, end, filter.IsDescending(), uids);
   others.Cut(std::max(begin, border) - border, std::max(end, border) - border,
              filter.IsDescending(), uids);
+  return true;
+}
+
+// The same by roles, of which there are few: nobody is sorted.
+bool DomainUser::_CutByRole(const DomainDBFilter& filter, std::vector<unsigned int>& uids) {
+  const ReadScope of_one_moment(handler_);
+  RoleHolders holders;
+  std::map<std::pair<bool, long long>, std::vector<unsigned int>> by_place;
+  const long long sign = filter.IsDescending() ? -1 : 1;
+  const auto keep = [&](unsigned int uid, const Cells& row) {
+    by_place[{row.Int(1) != 1, sign * holders.RolePlace()}].push_back(uid);
+  };
+  if (!ForEachFirstRow(_DomainDb(), kSelectUserFlags, filter.GetDomainIdxs().front(), holders,
+                       keep) ||
+      !holders.AreTexts()) {
+    return false;
+  }
+  Page page(filter, uids);
+  for (const auto& [place, of_role] : by_place) {
+    for (auto uid = of_role.begin(); uid != of_role.end() && !page.IsFull(); ++uid) {
+      page.Add(*uid);
+    }
+  }
   return true;
 }
 

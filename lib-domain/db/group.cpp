@@ -2,6 +2,9 @@
 #include "lib-domain/db/group.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <list>
+#include <optional>
 
 #include "lib-domain/db/account_db_filter_internal.h"
 #include "lib-domain/db/database.h"
@@ -45,6 +48,8 @@ constexpr const char* kInsertMember =
 // it has to be taken back.
 constexpr const char* kInsertNewMember =
     "INSERT INTO group_to_user_table (gid, uid) VALUES ('%u', '%u')";
+constexpr const char* kDeleteSomeMembers =
+    "DELETE FROM group_to_user_table WHERE gid = %u AND uid IN (%q)";
 constexpr const char* kDeleteMembers = "DELETE FROM group_to_user_table WHERE gid IN (%q)";
 
 // Asking which groups differ costs more than writing so many.
@@ -64,6 +69,41 @@ std::vector<RECORD::Group> ReadPlain(DomainDBHandler& handler) {
     rows.clear();
   }
   return rows;
+}
+
+// Null where others may write.
+sqlite3* WritingConnection() {
+  const DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  return handler != nullptr && sqlite3_txn_state(handler->getDB(), "main") == SQLITE_TXN_WRITE
+             ? handler->getDB()
+             : nullptr;
+}
+
+// What was read, of which connection, and how many rows that had changed by then.
+struct AnswerOfThen {
+  const sqlite3* db = nullptr;
+  int changes = 0;
+  Memberships memberships;
+};
+std::optional<AnswerOfThen>& Answer() {  // none where nobody wants it kept
+  static auto& answer = *new std::optional<AnswerOfThen>();
+  return answer;
+}
+
+void AddNewMembers(const Memberships& members, StatementBatch& batch) {
+  batch.AddEach(kInsertNewMember, members,
+                [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
+}
+
+void AddLeaving(const MemberDifference& difference, StatementBatch& batch) {
+  if (!difference.left.empty()) {
+    batch.AddWithIds(kDeleteSomeMembers, difference.left, difference.gid);
+  }
+}
+
+Database DomainDb() {
+  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  return {handler, handler != nullptr ? 0 : -1};
 }
 
 bool HasRepeats(const std::vector<RECORD::Group>& groups) {
@@ -116,9 +156,9 @@ bool Group::GetName(const unsigned int& gid, std::string& name) {
 }
 
 bool Group::ListGroupToUsers(const unsigned int& gid, std::vector<unsigned int>& uids) {
-  return _DomainDb().Query<Columns<Text, Uid>>(
+  return _DomainDb().Query<Columns<Skipped, Uid>>(
       Sql(kSelectMembers, gid),
-      [&uids](const std::string& /*gid*/, unsigned int uid) { uids.push_back(uid); });
+      [&uids](std::nullptr_t /*gid*/, unsigned int uid) { uids.push_back(uid); });
 }
 
 bool Group::ListAllGroupToUsers(std::map<unsigned int, std::vector<unsigned int>>& uids_by_gid) {
@@ -165,21 +205,60 @@ bool INTERNAL::CreateMembers(
     const std::vector<std::pair<unsigned int, unsigned int>>& gid_uid_pairs) {
   StatementBatch batch;
   AddUsers(users, batch);
-  batch.AddEach(kInsertNewMember, gid_uid_pairs,
-                [](const auto& pair) { return std::make_tuple(pair.first, pair.second); });
-  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
-  return handler != nullptr && batch.Fits() && handler->exeSteps(batch.Steps()) == 0;
+  AddNewMembers(gid_uid_pairs, batch);
+  return DomainDb().TryRun(batch);
+}
+
+bool INTERNAL::IsWriting() {
+  return WritingConnection() != nullptr;
+}
+
+bool INTERNAL::DeleteMembers(const MemberDifference& difference) {
+  StatementBatch batch;
+  AddLeaving(difference, batch);
+  return DomainDb().Run(batch, "fail to delete from group_to_user_table");
+}
+
+bool INTERNAL::TryWriteMembers(const std::vector<MemberDifference>& differences) {
+  StatementBatch batch;
+  std::list<Memberships> runs(1);  // of rows between deletions, which the batch does not copy
+  for (const MemberDifference& difference : differences) {
+    if (!difference.left.empty()) {
+      AddNewMembers(runs.back(), batch);
+      AddLeaving(difference, batch);
+      runs.emplace_back();
+    }
+    runs.back().insert(runs.back().end(), difference.joined.begin(), difference.joined.end());
+  }
+  AddNewMembers(runs.back(), batch);
+  return DomainDb().TryRun(batch);
+}
+
+INTERNAL::MembershipsOnce::MembershipsOnce() {
+  Answer() = AnswerOfThen();
+}
+
+INTERNAL::MembershipsOnce::~MembershipsOnce() {
+  Answer().reset();
 }
 
 bool INTERNAL::TryListMemberships(Memberships& memberships) {
-  DomainDBHandler* const handler = DomainDBHandler::GetDomainDBHandler();
+  sqlite3* const db = WritingConnection();
+  std::optional<AnswerOfThen>& answer = Answer();
+  if (answer && db != nullptr && answer->db == db && answer->changes == sqlite3_total_changes(db)) {
+    memberships = answer->memberships;
+    return true;
+  }
   bool are_plain = true;
   const auto keep = [&](const Cells& row) {
     auto& [gid, uid] = memberships.emplace_back();
     are_plain = are_plain && ReadPlainId(row, 0, gid) && ReadPlainId(row, 1, uid);
   };
-  return handler != nullptr && Database(handler, 0).TryForEachRow(Sql(kSelectAllMembers), keep) &&
-         are_plain;
+  const bool is_read = DomainDb().TryForEachRow(Sql(kSelectAllMembers), keep) && are_plain;
+  if (answer && is_read && db != nullptr) {
+    *answer = {db, sqlite3_total_changes(db), memberships};
+  }
+  return is_read;
 }
 
 bool Group::Delete(const std::vector<unsigned int>& gids) {

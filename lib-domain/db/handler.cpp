@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <map>
 #include <stdexcept>
 
@@ -85,6 +86,17 @@ bool IsPulled(bool otherwise) {
              : otherwise;
 }
 
+// SQLite tells of each row that the connection writes, cascades included.
+void CountNameChanges(void* state, int /*operation*/, const char* /*database*/, const char* table,
+                      sqlite3_int64 /*rowid*/) {
+  for (const char* names :
+       {"domain_table", "primary_domain_table", "domain_to_additional_domain_table"}) {
+    if (std::strcmp(table, names) == 0) {
+      ++static_cast<INTERNAL::HandlerState*>(state)->name_changes;
+    }
+  }
+}
+
 using AllStates = std::map<const DomainDBHandler*, std::unique_ptr<INTERNAL::HandlerState>>;
 AllStates& States() {
   static auto& states = *new AllStates();
@@ -137,6 +149,7 @@ DomainDBHandler::DomainDBHandler(const std::string& path) : DBHandler(path, "") 
   beforeClosing([this] {
     _State().kept->Clear();
     _State().memory = {};
+    sqlite3_update_hook(db_, nullptr, nullptr);
   });
 }
 
@@ -203,6 +216,7 @@ int DomainDBHandler::ConnectAndUpgrade() {
     return err_;
   }
   forbidWritesInMemory();
+  sqlite3_update_hook(db_, &CountNameChanges, &_State());
   _PrepareFastRoads();
   return 0;
 }

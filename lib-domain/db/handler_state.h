@@ -15,6 +15,8 @@ struct HandlerState {
   Memory memory;
   bool has_own_views = false;
   bool is_pinned = false;  // by a ReadScope
+  // How many rows of the tables of names this connection has written.
+  unsigned long name_changes = 0;
 };
 
 }  // namespace MDOMAIN::DB::INTERNAL

@@ -3,6 +3,7 @@
 #include "lib-domain/db/look_up.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 #include "lib-domain/base/text.h"
@@ -26,6 +27,8 @@ namespace {
 // Up to here looking up is always cheap; beyond, a lookup costs what reading some rows costs.
 constexpr size_t kFew = 2000;
 constexpr size_t kRowsPerLookUp = 4;
+// For fewer nobody asks how many rows there are.
+constexpr size_t kFewLookUps = 4;
 
 constexpr const char* kSelectLastAlias =
     "SELECT coalesce(max(rowid), 0) FROM domain_user_alias_table";
@@ -61,6 +64,13 @@ constexpr const char* kSelectHolders = WANTED
     "uid FROM wanted CROSS JOIN domain_user_alias_table ON account_alias = name COLLATE NOCASE AND "
     "domain_idx = %d";
 #undef WANTED
+// Counted no further than it matters.
+constexpr const char* kCountUsers = "SELECT count(*) FROM (SELECT 1 FROM user_table LIMIT %d)";
+constexpr const char* kCountAliases =
+    "SELECT count(*) FROM (SELECT 1 FROM domain_user_alias_table WHERE domain_idx = %d LIMIT %d)";
+constexpr const char* kSelectUsers = "SELECT uid, user_name FROM user_table ORDER BY uid";
+constexpr const char* kSelectAliasesOfDomain =
+    "SELECT uid, account_alias FROM domain_user_alias_table WHERE domain_idx = %d";
 // What ComposeDomainUserListQueryCmd makes for one user of one domain.
 constexpr const char* kSelectHolder =
     "SELECT * FROM domain_user_view WHERE domain_idx IN (%d) AND uid IN (%u) ORDER BY "
@@ -166,6 +176,34 @@ bool AreFew(const std::vector<std::string>& names) {
          std::find(names.begin(), names.end(), "") == names.end();
 }
 
+// Whether reading all rows costs less than so many look-ups. `count` gives their number, up to the
+// one it is asked for.
+template <typename... Values>
+bool IsReadingCheaper(size_t look_ups, const char* count, const Values&... values) {
+  const auto most = static_cast<int>(look_ups * kRowsPerLookUp);
+  int rows = most + 1;
+  return look_ups > kFewLookUps &&
+         DomainDb().TryForEachRow(Sql(count, values..., most + 1),
+                                  [&rows](const Cells& row) { rows = row.Int(0); }) &&
+         rows <= most;
+}
+
+// All users. False, with nothing added, where one of them is better told of by another road.
+bool TryListAll(std::vector<RECORD::User>& users) {
+  std::vector<RECORD::User> all;
+  bool are_plain = true;
+  const auto keep = [&](const Cells& row) {
+    unsigned int uid = 0;
+    are_plain = are_plain && ReadPlainId(row, 0, uid);
+    all.emplace_back(uid, row.Text(1));
+  };
+  if (!DomainDb().TryForEachRow(Sql(kSelectUsers), keep) || !are_plain) {
+    return false;
+  }
+  std::move(all.begin(), all.end(), std::back_inserter(users));
+  return true;
+}
+
 // A user with the one alias of a row.
 RECORD::DomainUser RowUser(int domain_idx, unsigned int uid, std::string&& name,
                            std::string&& alias, std::string&& role, bool duplicated) {
@@ -218,6 +256,9 @@ bool CanLookUp() {
 }
 
 bool ListNamed(const std::vector<std::string>& names, std::vector<RECORD::User>& users) {
+  if (IsReadingCheaper(names.size(), kCountUsers) && TryListAll(users)) {
+    return true;
+  }
   return AreFew(names)
              ? DomainDb().Append<Columns<Uid, Text>>(Sql(kSelectNamedUsers, JsonList(names)), users)
              : User().List(UserDBFilter(), users);
@@ -389,6 +430,7 @@ bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& a
   }
   std::vector<std::string> unknown;
   bool has_empty = false;
+  known_aliases_.reserve(known_aliases_.size() + aliases.size());
   for (const std::string& alias : aliases) {
     if (known_aliases_.insert(FoldedKey(domain_idx, alias)).second) {
       unknown.push_back(alias);
@@ -398,6 +440,9 @@ bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& a
   if (unknown.empty() || _TakesAll(unknown.size())) {
     return true;
   }
+  if (_GatherFromAll(domain_idx, unknown)) {
+    return true;
+  }
   const auto gather = [&](unsigned int uid) { _Gather(domain_idx, uid); };
   const bool is_read = InPieces(unknown, [&](const std::vector<std::string>& some) {
     return DomainDb().Query<Columns<Uid>>(Sql(kSelectHolders, JsonList(some), domain_idx), gather);
@@ -405,6 +450,28 @@ bool HolderSearch::_AddHolders(int domain_idx, const std::vector<std::string>& a
   // What reads as the empty text.
   return is_read && (!has_empty ||
                      DomainDb().Query<Columns<Uid>>(Sql(kSelectWithoutAlias, domain_idx), gather));
+}
+
+// The holders in a domain that has few aliases for so many. False where look-ups have to tell, with
+// some of them gathered maybe.
+bool HolderSearch::_GatherFromAll(int domain_idx, const std::vector<std::string>& aliases) {
+  if (!IsReadingCheaper(aliases.size(), kCountAliases, domain_idx)) {
+    return false;
+  }
+  std::unordered_set<std::string> wanted;
+  wanted.reserve(aliases.size());
+  for (const std::string& alias : aliases) {
+    wanted.insert(BASE::ToLowerAscii(alias));
+  }
+  bool are_plain = true;
+  const auto gather = [&](const Cells& row) {
+    unsigned int uid = 0;
+    are_plain = are_plain && ReadPlainId(row, 0, uid);
+    if (are_plain && wanted.count(BASE::ToLowerAscii(row.Text(1))) != 0) {
+      _Gather(domain_idx, uid);
+    }
+  };
+  return DomainDb().TryForEachRow(Sql(kSelectAliasesOfDomain, domain_idx), gather) && are_plain;
 }
 
 bool HolderSearch::AddHolders(const std::vector<RECORD::DomainUserAlias>& aliases) {

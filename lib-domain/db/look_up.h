@@ -115,6 +115,7 @@ class HolderSearch {
   using Users = std::set<std::pair<int, unsigned int>>;
 
   bool _AddHolders(int domain_idx, const std::vector<std::string>& aliases);
+  bool _GatherFromAll(int domain_idx, const std::vector<std::string>& aliases);
   void _Gather(int domain_idx, unsigned int uid);
   bool _TakesAll(size_t asked);
   bool _IsTooMuch(size_t look_ups) const;

@@ -26,7 +26,6 @@ constexpr const char* kRemovals =
     "SELECT domain_idx, gid, uid FROM domain_group_removed_user_table";
 constexpr const char* kGroups =
     "SELECT gid, group_name IS NOT NULL AND group_name <> '' FROM group_table";
-constexpr const char* kMembers = "SELECT gid, uid FROM group_to_user_table ORDER BY gid, uid";
 
 constexpr int kUidBits = 32;
 
@@ -74,29 +73,34 @@ uint64_t HashOf(int domain_idx, std::string_view alias) {
 }
 
 // As SortOnce, for many numbers that differ in a few of their bytes only.
-void SortPlacesOnce(std::vector<uint64_t>& places) {
+template <typename Number>
+void SortNumbersOnce(std::vector<Number>& numbers) {
+  if (std::is_sorted(numbers.begin(), numbers.end())) {
+    numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+    return;
+  }
   constexpr unsigned kByteBits = 8;
   constexpr size_t kValues = 256;
-  uint64_t differing = 0;
-  for (const uint64_t place : places) {
-    differing |= place ^ places.front();
+  Number differing = 0;
+  for (const Number number : numbers) {
+    differing |= number ^ numbers.front();
   }
-  std::vector<uint64_t> sorted(places.size());
-  for (unsigned shift = 0; shift < 64; shift += kByteBits) {
+  std::vector<Number> sorted(numbers.size());
+  for (unsigned shift = 0; shift < std::numeric_limits<Number>::digits; shift += kByteBits) {
     if ((differing >> shift) % kValues == 0) {
       continue;
     }
     std::array<size_t, kValues + 1> begins{};
-    for (const uint64_t place : places) {
-      ++begins[(place >> shift) % kValues + 1];
+    for (const Number number : numbers) {
+      ++begins[(number >> shift) % kValues + 1];
     }
     std::partial_sum(begins.begin(), begins.end(), begins.begin());
-    for (const uint64_t place : places) {
-      sorted[begins[(place >> shift) % kValues]++] = place;
+    for (const Number number : numbers) {
+      sorted[begins[(number >> shift) % kValues]++] = number;
     }
-    places.swap(sorted);
+    numbers.swap(sorted);
   }
-  places.erase(std::unique(places.begin(), places.end()), places.end());
+  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
 }
 
 // A set of bits by hash, as many as keep those few apart that have no twin.
@@ -179,7 +183,7 @@ bool ModelImage::_ReadAliases() {
   });
   // Two texts of one hash only look like equal ones, which costs a look at their users.
   ForEachTwin(hashes, [this](size_t alias) { in_question_.push_back(UidOf(holders_[alias])); });
-  SortPlacesOnce(holders_);
+  SortNumbersOnce(holders_);
   SortOnce(in_question_);
   return is_read;
 }
@@ -198,20 +202,13 @@ bool ModelImage::_ReadRoles() {
 }
 
 bool ModelImage::_ReadGroups() {
-  return ReadRows(kGroups,
-                  [this](const Cells& row) {
-                    unsigned int gid = 0;
-                    const bool is_plain = ReadPlainId(row, 0, gid);
-                    gids_[gid] = row.Int64(1) != 0;
-                    return is_plain;
-                  }) &&
-         ReadRows(kMembers, [this](const Cells& row) {
-           std::pair<unsigned int, unsigned int> member;
-           const bool is_plain =
-               ReadPlainId(row, 0, member.first) && ReadPlainId(row, 1, member.second);
-           members_.push_back(member);
-           return is_plain;
-         });
+  const auto keep = [this](const Cells& row) {
+    unsigned int gid = 0;
+    const bool is_plain = ReadPlainId(row, 0, gid);
+    gids_[gid] = row.Int64(1) != 0;
+    return is_plain;
+  };
+  return ReadRows(kGroups, keep) && TryListMemberships(members_);
 }
 
 // A group that is not mirrored gives a role, too, and is none of the domain's; nor is one without a
@@ -276,7 +273,7 @@ const Uids& ModelImage::_WorkOutMembers(int domain_idx) const {
     for (const unsigned int gid : gids) {
       _AppendMembers(gid, members->second);
     }
-    SortOnce(members->second);
+    SortNumbersOnce(members->second);
   }
   return members->second;
 }
@@ -313,7 +310,7 @@ std::optional<Uids> ModelImage::_WorkOutReached(int domain_idx) const {
           return !std::binary_search(removals.begin(), removals.end(), Removal{group.gid, uid});
         });
   }
-  SortOnce(reached);
+  SortNumbersOnce(reached);
   return reached;
 }
 

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/mirror_batch.h"
+
 namespace MDOMAIN::DB::INTERNAL {
 
 using Uids = std::vector<unsigned int>;  // here ascending, each once
@@ -87,7 +89,7 @@ class ModelImage {
   std::map<int, std::vector<DomainGroup>> groups_;
   std::map<int, std::vector<Removal>> removals_;
   std::unordered_map<unsigned int, bool> gids_;  // of the mirrored groups: whether it has a name
-  std::vector<std::pair<unsigned int, unsigned int>> members_;  // (gid, uid)
+  Memberships members_;
   // Worked out when asked for; domains mostly have the same groups.
   mutable std::map<Uids, Uids> members_by_gids_;
   mutable std::map<int, const Uids*> members_of_groups_;

@@ -7,14 +7,15 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/read_scope.h"
-#include "lib-domain/record/domain.h"
 #include "platform/include/database_numbers.h"
 
 namespace MDOMAIN::DB::INTERNAL {
@@ -23,18 +24,30 @@ namespace MDOMAIN::DB::INTERNAL {
 template <typename Value>
 using Remembered = std::optional<std::pair<uint32_t, Value>>;
 
-// A list of which a page was asked for, and the whole of it once another page was.
+// A list of which a page was asked for, and the whole of it once another page was. Of a list that
+// was turned once the whole is read again after a change.
 struct AskedList {
   uint32_t asked_at = 0;  // the file's number of changes then
+  uint64_t turn = 0;      // when, among all lists
   Remembered<std::vector<unsigned int>> whole;
+};
+
+// The names of the domains, and when they were known to be those that are stored: at a number of
+// the file's commits, and while nobody else commits and this connection does not change them.
+struct KeptNames {
+  std::shared_ptr<const DomainNames> names;
+  uint32_t changes = 0;
+  long long version = 0;  // what the connection calls the commits of others
+  unsigned long own = 0;  // HandlerState::name_changes then
 };
 
 // Of one connection.
 struct Memory {
   std::map<const char*, Remembered<bool>> in_schema;  // by the question
-  Remembered<std::vector<RECORD::Domain>> names;
+  KeptNames names;
   std::map<std::string, Remembered<int>> counts;  // by what is counted
   std::map<std::string, AskedList> lists;         // by the statement of the whole
+  uint64_t last_turn = 0;
 };
 
 constexpr size_t kMostCounts = 1000;

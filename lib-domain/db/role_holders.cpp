@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include "lib-domain/db/read_scope.h"
 
@@ -10,64 +11,65 @@ namespace MDOMAIN::DB::INTERNAL {
 
 namespace {
 
-using Uids = std::vector<sqlite3_int64>;
-
 // A uid that is no number is no user's.
 constexpr const char* kSelectOwnRoles =
-    "SELECT uid, role IS NOT NULL FROM domain_user_role_table WHERE domain_idx = ?1";
+    "SELECT uid, role FROM domain_user_role_table WHERE domain_idx = ?1";
 constexpr const char* kSelectMembers =
-    "SELECT member.gid, member.uid FROM domain_group_role_table AS granted CROSS JOIN "
-    "group_to_user_table AS member ON member.gid = granted.gid WHERE granted.domain_idx = ?1 AND "
-    "granted.role IS NOT NULL";
+    "SELECT member.gid, member.uid, granted.role FROM domain_group_role_table AS granted CROSS "
+    "JOIN group_to_user_table AS member ON member.gid = granted.gid WHERE granted.domain_idx = ?1 "
+    "AND granted.role IS NOT NULL";
 constexpr const char* kSelectRemovals =
     "SELECT gid, uid FROM domain_group_removed_user_table WHERE domain_idx = ?1";
 constexpr const char* kSelectUsers =
     "SELECT alias.uid FROM domain_user_alias_table AS alias CROSS JOIN user_table ON "
     "user_table.uid = alias.uid WHERE alias.domain_idx = ?1 ORDER BY alias.uid";
 
-void SortOnce(Uids& uids) {
-  if (!std::is_sorted(uids.begin(), uids.end())) {
-    std::sort(uids.begin(), uids.end());
-  }
-  uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
-}
-
 }  // namespace
 
 bool RoleHolders::Read(const Database& db, int domain_idx) {
-  uids_.clear();
+  holders_.clear();
   next_ = 0;
-  if (!_ReadMembers(db, domain_idx)) {
+  numbers_.clear();
+  are_texts_ = true;
+  Holders members;
+  Holders own;
+  if (!_ReadMembers(db, domain_idx, members) || !_ReadOwn(db, domain_idx, own)) {
     return false;
   }
-  SortOnce(uids_);
-  const Uids members = std::move(uids_);
-  uids_.clear();
+  _PutInOrder(members);
+  _PutInOrder(own);
   // An own role hides those of groups, also one that is none.
-  Uids without;
-  if (!_ReadOwn(db, domain_idx, without)) {
-    return false;
-  }
-  SortOnce(uids_);
-  SortOnce(without);
-  Uids reached;
-  std::set_difference(members.begin(), members.end(), without.begin(), without.end(),
-                      std::back_inserter(reached));
-  const Uids own = std::move(uids_);
-  uids_.clear();
-  std::set_union(own.begin(), own.end(), reached.begin(), reached.end(), std::back_inserter(uids_));
+  std::set_union(own.begin(), own.end(), members.begin(), members.end(),
+                 std::back_inserter(holders_),
+                 [](const auto& one, const auto& other) { return one.first < other.first; });
+  holders_.erase(std::remove_if(holders_.begin(), holders_.end(),
+                                [](const auto& holder) { return holder.second == kNone; }),
+                 holders_.end());
   return true;
 }
 
-bool RoleHolders::_ReadOwn(const Database& db, int domain_idx, Uids& without) {
+unsigned int RoleHolders::_NumberOf(const Cells& row, int column) {
+  if (row.IsNull(column)) {
+    return kNone;
+  }
+  are_texts_ = are_texts_ && row.IsText(column);
+  const std::string_view role = row.View(column);
+  auto known = numbers_.find(role);
+  if (known == numbers_.end()) {
+    known = numbers_.emplace(role, static_cast<unsigned int>(numbers_.size())).first;
+  }
+  return known->second;
+}
+
+bool RoleHolders::_ReadOwn(const Database& db, int domain_idx, Holders& own) {
   return db.TryForEachRow(Sql(kSelectOwnRoles, domain_idx), [&](const Cells& row) {
     if (row.IsInteger(0)) {
-      (row.Int(1) == 1 ? uids_ : without).push_back(row.Int64(0));
+      own.emplace_back(row.Int64(0), _NumberOf(row, 1));
     }
   });
 }
 
-bool RoleHolders::_ReadMembers(const Database& db, int domain_idx) {
+bool RoleHolders::_ReadMembers(const Database& db, int domain_idx, Holders& members) {
   using Membership = std::pair<sqlite3_int64, sqlite3_int64>;
   std::vector<Membership> removals;
   if (!db.TryForEachRow(Sql(kSelectRemovals, domain_idx), [&removals](const Cells& row) {
@@ -80,16 +82,35 @@ bool RoleHolders::_ReadMembers(const Database& db, int domain_idx) {
     const Membership membership(row.Int64(0), row.Int64(1));
     if (row.IsInteger(1) &&
         (removals.empty() || !std::binary_search(removals.begin(), removals.end(), membership))) {
-      uids_.push_back(membership.second);
+      members.emplace_back(membership.second, _NumberOf(row, 2));
     }
   });
 }
 
+// By uid, each once with the first of its roles, whose numbers become their places.
+void RoleHolders::_PutInOrder(Holders& holders) const {
+  std::vector<unsigned int> places(numbers_.size());
+  unsigned int place = 0;
+  for (const auto& [role, number] : numbers_) {
+    places[number] = place++;
+  }
+  for (auto& [uid, role] : holders) {
+    role = role == kNone ? kNone : places[role];
+  }
+  if (!std::is_sorted(holders.begin(), holders.end())) {
+    std::sort(holders.begin(), holders.end());
+  }
+  holders.erase(
+      std::unique(holders.begin(), holders.end(),
+                  [](const auto& one, const auto& other) { return one.first == other.first; }),
+      holders.end());
+}
+
 bool RoleHolders::Has(sqlite3_int64 uid) {
-  while (next_ < uids_.size() && uids_[next_] < uid) {
+  while (next_ < holders_.size() && holders_[next_].first < uid) {
     ++next_;
   }
-  return next_ < uids_.size() && uids_[next_] == uid;
+  return next_ < holders_.size() && holders_[next_].first == uid;
 }
 
 namespace {

@@ -7,6 +7,9 @@
 
 #include <sqlite3.h>
 
+#include <limits>
+#include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -21,13 +24,25 @@ class RoleHolders {
   bool Read(const Database& db, int domain_idx);
   // To be asked for ascending uids.
   bool Has(sqlite3_int64 uid);
+  // The place of the role among all by their bytes, of the uid for which Has just gave true.
+  unsigned int RolePlace() const { return holders_[next_].second; }
+  // False where a role is stored that is no text.
+  bool AreTexts() const { return are_texts_; }
 
  private:
-  bool _ReadOwn(const Database& db, int domain_idx, std::vector<sqlite3_int64>& without);
-  bool _ReadMembers(const Database& db, int domain_idx);
+  // Of a uid, with the place of its role.
+  using Holders = std::vector<std::pair<sqlite3_int64, unsigned int>>;
+  static constexpr unsigned int kNone = std::numeric_limits<unsigned int>::max();
 
-  std::vector<sqlite3_int64> uids_;  // ascending
+  bool _ReadOwn(const Database& db, int domain_idx, Holders& own);
+  bool _ReadMembers(const Database& db, int domain_idx, Holders& members);
+  unsigned int _NumberOf(const Cells& row, int column);
+  void _PutInOrder(Holders& holders) const;
+
+  Holders holders_;  // ascending
   size_t next_ = 0;
+  std::map<std::string, unsigned int, std::less<>> numbers_;  // by role, as they were met
+  bool are_texts_ = true;
 };
 
 // The number of users with aliases and a role in the domain. False, with nothing logged, when they

@@ -60,9 +60,9 @@ void Require(bool is_done, const API::Domain& api, const std::string& action) {
 // Those of `some` that are not in `others`.
 Names Missing(const std::set<std::string>& some, const Names& others) {
   Names missing;
-  std::copy_if(some.begin(), some.end(), std::back_inserter(missing), [&](const auto& name) {
-    return std::find(others.begin(), others.end(), name) == others.end();
-  });
+  const std::set<std::string> known(others.begin(), others.end());
+  std::set_difference(some.begin(), some.end(), known.begin(), known.end(),
+                      std::back_inserter(missing));
   return missing;
 }
 

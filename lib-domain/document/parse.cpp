@@ -12,7 +12,6 @@
 #include "lib-domain/insight/known_domain.h"
 #include "lib-domain/utils/domain_utils.h"
 #include "lib-domain/utils/domain_utils_internal.h"
-#include "platform/include/eai.h"
 #include "platform/include/postfix_map.h"
 #include "platform/include/text.h"
 
@@ -28,13 +27,8 @@ void RequireNew(bool is_new, const Place& place) {
   }
 }
 
-// In a spelling that can be stored: "Österreich.example" becomes "österreich.example".
 std::string CheckedName(const Place& place) {
-  const std::string given = place.Text();
-  std::string name = given;
-  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(given)) {
-    KORV::POSTARA_SERVER::ConvertToUTF8(given, name);  // leaves what is no domain as it is
-  }
+  std::string name = UTILS::INTERNAL::StorableDomainName(place.Text());
   if (!UTILS::INTERNAL::IsDomainName(name)) {
     place.Refuse("\"" + name + "\" is not a valid domain name");
   }
@@ -210,17 +204,18 @@ class Parser {
     }
     RequireNew(rule_keys_.insert("entry " + korvmailserver::FoldMapKey(name.Text())).second, name);
     SiteEntry entry;
+    std::set<std::string> members;
     bool lacks_members = false;
     for (const char* member : {"users", "groups"}) {
       const bool are_users = member == std::string("users");
       for (const Place& account : place.Elements(member)) {
         const std::string text = Account(account, are_users);
         lacks_members = lacks_members || text.empty();
-        AddMember(text, account, are_users ? entry.users : entry.groups);
+        AddMember(text, account, member, members, are_users ? entry.users : entry.groups);
       }
     }
     for (const Place& address : place.Elements("addresses")) {
-      AddMember(address.Text(), address, entry.addresses);
+      AddMember(address.Text(), address, "addresses", members, entry.addresses);
     }
     if (lacks_members && entry == SiteEntry()) {
       unknown_.insert("entry " + name.Text() + " without its members");
@@ -229,10 +224,10 @@ class Parser {
     }
   }
 
-  static void AddMember(const std::string& text, const Place& place,
-                        std::vector<std::string>& members) {
+  static void AddMember(const std::string& text, const Place& place, const std::string& kind,
+                        std::set<std::string>& known, std::vector<std::string>& members) {
     if (!text.empty()) {
-      RequireNew(std::find(members.begin(), members.end(), text) == members.end(), place);
+      RequireNew(known.insert(kind + " " + text).second, place);
       members.push_back(text);
     }
   }
@@ -319,8 +314,9 @@ class Parser {
         Json::Value known = Rule(rule);
         if (known.isNull()) {
           disclaimer["enabled"] = false;
-          unknown_.insert("the rule for them of disclaimer " + disclaimer["name"].asString() +
-                          ", which is switched off");
+          const Json::Value name = disclaimer["name"];  // may be no text: the list is checked later
+          unknown_.insert("the rule for them of disclaimer " +
+                          (name.isString() ? name.asString() : "") + ", which is switched off");
         } else {
           kept.append(known);
         }

@@ -10,7 +10,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <tuple>
@@ -78,6 +80,13 @@ std::string HeadOf(const Entry& entry, size_t files) {
 bool WriteText(int file, const std::string& text) {
   const std::string bytes = std::to_string(text.size()) + ":" + text;
   return write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+}
+
+// Where the name cannot be removed, the file says nothing: nobody takes back what it told of.
+void Forget(const std::string& path, int file) {
+  if (unlink(path.c_str()) != 0 && errno != ENOENT && ftruncate(file, 0) != 0) {
+    LOG_ERROR("Cannot remove [%s]: %s", path.c_str(), std::strerror(errno));
+  }
 }
 
 // The texts that are whole.
@@ -255,7 +264,7 @@ Interrupted SettleFile(bool all_or_nothing) {
     if (all_or_nothing) {
       RemoveFiles();
     }
-    unlink(path.c_str());
+    Forget(path, file);
   }
   close(file);
   if (result == Interrupted::kFailed) {
@@ -268,7 +277,7 @@ Interrupted SettleFile(bool all_or_nothing) {
 
 OpenChange::~OpenChange() {
   if (file_ >= 0) {
-    unlink(OpenPath(all_or_nothing_).c_str());
+    Forget(OpenPath(all_or_nothing_), file_);
     close(file_);
     if (all_or_nothing_) {
       RemoveFiles();
@@ -353,7 +362,12 @@ void OpenChange::_Note(const std::vector<TableChange>& kept, bool is_whole) {
 }
 
 bool HasOpenWhole() {
-  return postara::sdk::Exist(OpenPath(true));
+  std::string bytes;
+  Entry entry;
+  size_t files = 0;
+  return postara::sdk::Exist(OpenPath(true)) &&
+         (korvmailserver::ReadFile(OpenPath(true), bytes) < 0 ||
+          ReadHead(TextsIn(bytes), entry, files));
 }
 
 Interrupted SettleInterrupted(bool has_lock) {

@@ -18,7 +18,8 @@ namespace MDOMAIN::HISTORY {
 class MDOMAIN_EXPORT OpenChange {
  public:
   OpenChange() = default;
-  // Removes what was kept: what there was to record is recorded by now.
+  // Removes what was kept: what there was to record is recorded by now. Where the file cannot be
+  // removed it is emptied, and the next change removes it.
   ~OpenChange();
   OpenChange(const OpenChange&) = delete;
   OpenChange& operator=(const OpenChange&) = delete;

@@ -137,6 +137,12 @@ void RequireVersion(const Version& expected, const Version& is, const std::strin
   }
 }
 
+void RequireOne(std::size_t given, const std::string& what) {
+  if (given != 1) {
+    Refuse(Reason::kInvalid, "a version can be given for exactly one " + what);
+  }
+}
+
 bool IsPlainText(const std::string& text) {
   return korvmailserver::VisibleText(text) == text;
 }

@@ -42,6 +42,8 @@ using MDOMAIN::INSIGHT::TextOf;
 Version VersionOf(const std::vector<std::string>& parts);
 // Ends the call unless `expected` is empty or `is`.
 void RequireVersion(const Version& expected, const Version& is, const std::string& what);
+// Ends the call where a version is given for several.
+void RequireOne(std::size_t given, const std::string& what);
 
 using MDOMAIN::BASE::AsciiForm;
 

@@ -89,6 +89,9 @@ template <typename Kind>
 Page<Account> PageOf(const AccountQuery& query, const session::PlaceInList& place) {
   typename Kind::Filter filter;
   filter.SetLiteralQuery(query.text);
+  if (query.id) {
+    Kind::Choose(*query.id, filter);
+  }
   filter.SetLimit(place.limit());
   filter.SetOffset(place.offset());
   std::vector<typename Kind::Record> records;
@@ -121,7 +124,8 @@ Page<Account> MembersPage(const AccountQuery& query, const session::PlaceInList&
   const std::string wanted = MDOMAIN::BASE::ToLowerAscii(query.text);
   std::map<std::uint32_t, std::string> members;
   for (const auto& [uid, name] : names) {
-    if (MDOMAIN::BASE::ToLowerAscii(name).find(wanted) != std::string::npos) {
+    if (query.id.value_or(uid) == uid &&
+        MDOMAIN::BASE::ToLowerAscii(name).find(wanted) != std::string::npos) {
       members.emplace(uid, name);
     }
   }
@@ -189,11 +193,13 @@ Result<AccountGroup> Session::ExplainGroup(std::uint32_t gid) const {
 }
 
 Result<std::optional<Account>> Session::FindAccount(const std::string& text) const {
-  return Read<std::optional<Account>>(*this, [&] { return Find<UserKind>(text); });
+  return Read<std::optional<Account>>(
+      *this, [&] { return MayBringIn(*this) ? Find<UserKind>(text) : std::nullopt; });
 }
 
 Result<std::optional<Account>> Session::FindAccountGroup(const std::string& text) const {
-  return Read<std::optional<Account>>(*this, [&] { return Find<GroupKind>(text); });
+  return Read<std::optional<Account>>(
+      *this, [&] { return MayBringIn(*this) ? Find<GroupKind>(text) : std::nullopt; });
 }
 
 }  // namespace mdomain

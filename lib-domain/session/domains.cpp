@@ -7,10 +7,11 @@
 #include "lib-domain/base/text.h"
 #include "lib-domain/session/access.h"
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/eai.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 
 namespace mdomain {
 
+using MDOMAIN::UTILS::INTERNAL::StorableDomainName;
 using session::Change;
 using session::Fail;
 using session::Known;
@@ -81,15 +82,6 @@ Domain WholeOf(const Session& session, int idx) {
   return found.front();
 }
 
-// In a spelling that can be stored: "Österreich.example" becomes "österreich.example".
-std::string Storable(const std::string& given) {
-  std::string mapped = given;
-  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(given)) {
-    KORV::POSTARA_SERVER::ConvertToUTF8(given, mapped);  // leaves what is no domain as it is
-  }
-  return mapped;
-}
-
 void RequireValid(const Record& record) {
   Refusals refusals;
   if (!MDOMAIN::UTILS::IsDomainNameValid(record.GetDomainName())) {
@@ -107,7 +99,7 @@ std::vector<std::string> RequireNames(const std::vector<std::string>& given) {
   std::vector<std::string> names;
   Refusals refusals;
   for (const std::string& name : given) {
-    names.push_back(Storable(name));
+    names.push_back(StorableDomainName(name));
     if (!MDOMAIN::UTILS::IsDomainNameValid(names.back())) {
       refusals.Add("name", name, "is not a valid domain name");
     }
@@ -162,7 +154,7 @@ Result<std::optional<Domain>> Session::FindDomain(const std::string& text) const
 
 Result<Domain> Session::CreateDomain(const NewDomain& domain) {
   return session::HostChange<Domain>(*this, "create domains", "create domain " + domain.name, [&] {
-    Record record(Storable(domain.name));
+    Record record(StorableDomainName(domain.name));
     record.SetIsPrimary(false);
     record.SetDomainDesc(domain.description);
     record.SetDefaultAliasPattern(domain.pattern);
@@ -187,7 +179,7 @@ Result<Domain> Session::SetDomain(int domain, const DomainChange& change, const 
       Refuse(Reason::kNotFound, "there is no domain " + std::to_string(domain));
     }
     Record& record = records.front();
-    record.SetDomainName(change.name ? Storable(*change.name) : before.name);
+    record.SetDomainName(change.name ? StorableDomainName(*change.name) : before.name);
     record.SetDomainDesc(change.description.value_or(before.description));
     record.SetDefaultAliasPattern(change.pattern.value_or(before.pattern));
     record.SetIsAutomaticallyAddingUsers(change.adds_accounts.value_or(before.adds_accounts));
@@ -198,13 +190,18 @@ Result<Domain> Session::SetDomain(int domain, const DomainChange& change, const 
   });
 }
 
-Result<Nothing> Session::DeleteDomains(const std::vector<int>& domains) {
+Result<Nothing> Session::DeleteDomains(const std::vector<int>& domains, const Version& version) {
   std::string command = "delete domains";
   for (const int idx : domains) {
     command += " " + std::to_string(idx);
   }
   return session::HostChange<Nothing>(*this, "delete domains", command, [&] {
     const std::vector<Known> all = session::KnownDomains(*this);
+    if (!version.empty()) {
+      session::RequireOne(domains.size(), "domain");
+      const Domain before = WholeOf(*this, domains.front());
+      session::RequireVersion(version, before.version, "domain " + before.name);
+    }
     for (const int idx : domains) {
       const Known& known = session::DomainOf(all, idx);
       if (known.is_primary) {

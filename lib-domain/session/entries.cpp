@@ -120,6 +120,7 @@ Result<std::vector<Entry>> Session::Entries(int domain) const {
       Fail("the addresses with several members could not be read");
     }
     std::vector<Entry> entries;
+    entries.reserve(stored.size());
     for (const auto& entry : stored) {
       entries.push_back(EntryOf(entry));
     }
@@ -153,9 +154,12 @@ Result<Entry> Session::SetEntry(int domain, const Entry& entry, const Version& v
   });
 }
 
-Result<Nothing> Session::DeleteEntry(int domain, const std::string& name) {
+Result<Nothing> Session::DeleteEntry(int domain, const std::string& name, const Version& version) {
   return Change<Nothing>(*this, CommandOf("delete", name, domain), [&] {
     const Known known = session::KnownDomain(*this, domain);
+    if (!version.empty()) {
+      session::RequireVersion(version, Get(domain, name).version, "entry " + name);
+    }
     AliasEntry api;
     RequireDone(api, api.Delete(domain, name), name, known);
     return Nothing();

@@ -11,6 +11,7 @@ namespace {
 
 constexpr const char* kTogether = "together";
 constexpr const char* kDryRun = "dry_run";
+constexpr std::size_t kLongestCommand = 1000;  // of a list that shows a hundred of them
 
 // "calls" are objects with "call" and "arguments"; the value is the array of their values.
 Json::Value Together(Session& session, Arguments& with) {
@@ -19,6 +20,9 @@ Json::Value Together(Session& session, Arguments& with) {
   with.End();
   if (!calls.isArray()) {
     Refuse(Reason::kInvalid, "argument \"calls\" is no array");
+  }
+  if (command.size() > kLongestCommand) {
+    Refuse(Reason::kInvalid, "argument \"command\" is longer than 1000 bytes");
   }
   Json::Value values(Json::arrayValue);
   Json::Value error;

@@ -54,7 +54,8 @@ Json::Value OfUser(Session& session, Arguments& with) {
 template <auto kCall>
 Json::Value OfAccounts(Session& session, Arguments& with) {
   const AccountQuery query = {with.Text("text", ""), with.OptionalId("gid"),
-                              static_cast<std::size_t>(with.Int("page_size", 100))};
+                              static_cast<std::size_t>(with.Int("page_size", 100)),
+                              with.OptionalId("id")};
   const std::string cursor = with.Text("cursor", "");
   with.End();
   return Answer((session.*kCall)(query, cursor));
@@ -91,8 +92,9 @@ const std::map<std::string, Run>& Calls() {
       {"delete_domains",
        [](Session& s, Arguments& a) {
          const std::vector<std::uint32_t> ids = a.Ids("domains");
+         const Version version = a.Text("version", "");
          a.End();
-         return Answer(s.DeleteDomains({ids.begin(), ids.end()}));
+         return Answer(s.DeleteDomains({ids.begin(), ids.end()}, version));
        }},
       {"make_primary", OfDomain<&Session::MakePrimary>},
       {"add_names",
@@ -177,8 +179,9 @@ const std::map<std::string, Run>& Calls() {
        [](Session& s, Arguments& a) {
          const int domain = a.Int("domain");
          const auto uids = a.Ids("uids");
+         const Version version = a.Text("version", "");
          a.End();
-         return Answer(s.RemoveUsers(domain, uids));
+         return Answer(s.RemoveUsers(domain, uids, version));
        }},
       {"addresses",
        [](Session& s, Arguments& a) {
@@ -254,8 +257,9 @@ const std::map<std::string, Run>& Calls() {
        [](Session& s, Arguments& a) {
          const int domain = a.Int("domain");
          const std::string name = a.Text("name");
+         const Version version = a.Text("version", "");
          a.End();
-         return Answer(s.DeleteEntry(domain, name));
+         return Answer(s.DeleteEntry(domain, name, version));
        }},
       {"copies", OfDomain<&Session::Copies>},
       {"add_copies",

@@ -6,8 +6,8 @@
    records given to it ({"domain": 1, "uid": 1001, "add_aliases": ["boss"]}). An unknown member is
    refused. Roles are "normal" and "domain_admin", or null for none; copies are "of" "recipient",
    "sender" or "domain"; lists are sorted "by" "name", "alias", "role" or "description". "together"
-   takes "command" and "calls", objects with "call" and "arguments", and gives their values. The
-   answer is {"value": ..., "published": true}, or {"error": {"reason": "taken",
+   takes "command" (at most 1000 bytes) and "calls", objects with "call" and "arguments", and gives
+   their values. The answer is {"value": ..., "published": true}, or {"error": {"reason": "taken",
    "number": 5618, "text": ..., "advice": ..., "refused": [...], "log": [...]}}; where something was
    done and not published it has "value", "error" and "published": false. What sessions promise
    about threads, fork and the end of the program holds here, too.

@@ -75,7 +75,8 @@ class MDOMAIN_EXPORT Session {
   Result<Domain> CreateDomain(const NewDomain& domain);
   Result<Domain> SetDomain(int domain, const DomainChange& change, const Version& version = "");
   // With their addresses, names, rules, disclaimers and keys. All or none; never the primary one.
-  Result<Nothing> DeleteDomains(const std::vector<int>& domains);
+  // A version is that of a single one, and stands for its settings and names alone.
+  Result<Nothing> DeleteDomains(const std::vector<int>& domains, const Version& version = "");
   Result<Domain> MakePrimary(int domain);
   // Additional names. All or none. kTaken, kInvalid; removing: kNotFound.
   Result<Domain> AddNames(int domain, const std::vector<std::string>& names);
@@ -84,7 +85,7 @@ class MDOMAIN_EXPORT Session {
   Result<Domain> RemoveNames(int domain, const std::vector<std::string>& names);
 
   // Accounts that a refresh has found, by full or short name or id; whoever is meant must be the
-  // only one (kRefused).
+  // only one (kRefused). Who has no domain finds nobody.
   Result<std::optional<Account>> FindAccount(const std::string& text) const;
   Result<std::optional<Account>> FindAccountGroup(const std::string& text) const;
   // Names and numbers of all of them, whom an administrator of a domain may bring into it; for one
@@ -111,8 +112,10 @@ class MDOMAIN_EXPORT Session {
   // has is stored and marked as taken. A user keeps at least one alias.
   Result<User> SetUser(int domain, std::uint32_t uid, const UserChange& change,
                        const Version& version = "");
-  // With their aliases, rules and disclaimers there. No group brings them back.
-  Result<Nothing> RemoveUsers(int domain, const std::vector<std::uint32_t>& uids);
+  // With their aliases, rules and disclaimers there. No group brings them back. A version is that
+  // of a single one.
+  Result<Nothing> RemoveUsers(int domain, const std::vector<std::uint32_t>& uids,
+                              const Version& version = "");
   // Every address that reaches the account, those of the primary domain first.
   Result<std::vector<std::string>> Addresses(std::uint32_t uid, bool with_names = false) const;
   // The account that gets the mail for an address; none where nobody or several do.
@@ -135,7 +138,7 @@ class MDOMAIN_EXPORT Session {
   Result<std::optional<Entry>> FindEntry(int domain, const std::string& name) const;
   Result<Entry> CreateEntry(int domain, const Entry& entry);
   Result<Entry> SetEntry(int domain, const Entry& entry, const Version& version = "");
-  Result<Nothing> DeleteEntry(int domain, const std::string& name);
+  Result<Nothing> DeleteEntry(int domain, const std::string& name, const Version& version = "");
 
   // Blind copies.
   Result<std::vector<Copy>> Copies(int domain) const;

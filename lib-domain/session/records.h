@@ -47,9 +47,10 @@ struct DomainChange {
 
 // Mirrored accounts, by their numbers.
 struct AccountQuery {
-  std::string text;                  // that the name holds, in whatever letter case
-  std::optional<std::uint32_t> gid;  // members of this mirrored group; not for groups
-  std::size_t page_size = 100;       // at most 10,000
+  std::string text;                      // that the name holds, in whatever letter case
+  std::optional<std::uint32_t> gid;      // members of this mirrored group; not for groups
+  std::size_t page_size = 100;           // at most 10,000
+  std::optional<std::uint32_t> id = {};  // nobody but the one whose uid or gid it is
 };
 
 struct GroupDomain {

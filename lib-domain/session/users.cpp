@@ -8,6 +8,7 @@
 #include "lib-domain/api/alias_entry.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/departure.h"
+#include "lib-domain/control/entry_names.h"
 #include "lib-domain/db/look_up.h"
 #include "lib-domain/db/user_choice.h"
 #include "lib-domain/session/access.h"
@@ -94,14 +95,14 @@ Record RecordOf(const Known& domain, std::uint32_t uid) {
 
 void RequireAliases(const Known& domain, const std::vector<std::string>& aliases,
                     Refusals& refusals) {
+  MDOMAIN::CONTROL::INTERNAL::EntryNames entries;
+  if (!aliases.empty() && !entries.Read()) {
+    Fail("the addresses with several members could not be read");
+  }
   for (const std::string& alias : aliases) {
-    bool is_entry = false;
-    ::Alias::Entry entry;
     if (!MDOMAIN::UTILS::IsAccountAliasValid(alias)) {
       refusals.Add("alias", alias, "is no local part of an address");
-    } else if (!MDOMAIN::API::AliasEntry().Find(domain.idx, alias, is_entry, entry)) {
-      Fail("the addresses with several members could not be read");
-    } else if (is_entry) {
+    } else if (entries.Has(domain.idx, alias)) {
       refusals.Add("alias", alias, "goes to several in domain " + domain.Title());
     }
   }
@@ -123,8 +124,12 @@ AliasPairs ChangedAliases(const Known& domain, const UserChange& change, AliasPa
   std::vector<std::string> added = change.aliases.value_or(std::vector<std::string>());
   added.insert(added.end(), change.add_aliases.begin(), change.add_aliases.end());
   RequireAliases(domain, added, refusals);
+  std::unordered_set<std::string> known;
+  for (const auto& pair : pairs) {
+    known.insert(MDOMAIN::BASE::ToLowerAscii(pair.first));
+  }
   for (const std::string& alias : added) {
-    if (std::none_of(pairs.begin(), pairs.end(), SameAlias(alias))) {
+    if (known.insert(MDOMAIN::BASE::ToLowerAscii(alias)).second) {
       pairs.emplace_back(alias, false);
     }
   }
@@ -348,9 +353,15 @@ Result<User> Session::SetUser(int domain, std::uint32_t uid, const UserChange& c
   });
 }
 
-Result<Nothing> Session::RemoveUsers(int domain, const std::vector<std::uint32_t>& uids) {
+Result<Nothing> Session::RemoveUsers(int domain, const std::vector<std::uint32_t>& uids,
+                                     const Version& version) {
   return Change<Nothing>(*this, CommandOf("remove", uids, domain), [&] {
     const Known known = session::KnownDomain(*this, domain);
+    if (!version.empty()) {
+      session::RequireOne(uids.size(), "user");
+      const Record record = RecordOf(known, uids.front());
+      session::RequireVersion(version, UserOf(record).version, record.GetUserName());
+    }
     const std::unordered_set<unsigned int> leaving = Leaving(domain);
     for (const std::uint32_t uid : uids) {
       if (leaving.count(uid) == 0) {

@@ -6,14 +6,14 @@
 // published, so the model is published again.
 #include <algorithm>
 #include <iterator>
-#include <map>
+#include <memory>
 #include <optional>
-#include <unordered_set>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/domain.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/handler.h"
 #include "lib-domain/db/model_state.h"
 #include "lib-domain/db/published_model.h"
@@ -57,36 +57,73 @@ bool SetKey(const std::string& key, const std::string& value) {
   return true;
 }
 
-using NamesByDomain = std::map<int, std::vector<std::string>>;
+using DB::DomainNames;
+using SharedNames = std::shared_ptr<const DomainNames>;
 
-bool SetKeysTogether(const std::vector<RECORD::Domain>& domains, NamesByDomain& names_by_domain,
-                     const std::vector<std::string>& entries, const std::string& primary_name,
-                     const std::string& settings_owner, const std::vector<std::string>& stale) {
-  std::vector<std::pair<std::string, std::string>> keys;
-  for (const RECORD::Domain& domain : domains) {
-    const int domain_idx = domain.GetDomainIdx();
-    keys.emplace_back(AdditionalKey(domain_idx),
-                      BASE::Join(names_by_domain[domain_idx], kSeparator));
-  }
-  keys.emplace_back(kDomainsKey, BASE::Join(entries, kSeparator));
-  keys.emplace_back(kPrimaryKey, primary_name);
-  if (!domains.empty()) {
-    keys.emplace_back(DB::INTERNAL::kModelKey, settings_owner);
-  }
-  return mailConfChange(keys, stale) == 0;
+std::string EntryOf(const RECORD::Domain& domain) {
+  return std::to_string(domain.GetDomainIdx()) + "/" + domain.GetDomainName();
 }
 
-// Published names of domains that are no more. False where they cannot be listed.
-bool ListStaleKeys(const std::vector<std::string>& keep_keys, std::vector<std::string>& stale) {
+// What is published of the names: the keys with their values, and those of additional names alone.
+struct NameKeys {
+  SharedNames names;
+  std::string settings_owner;
+  std::vector<std::pair<std::string, std::string>> all;  // ascending
+  std::vector<std::string> additional;                   // ascending
+};
+
+NameKeys MakeKeys(const SharedNames& names, const std::string& settings_owner) {
+  NameKeys keys{names, settings_owner, {}, {}};
+  std::vector<std::string> entries;
+  std::string primary_name;
+  for (const RECORD::Domain& domain : names->domains) {
+    const int domain_idx = domain.GetDomainIdx();
+    const auto additional = names->additional.find(domain_idx);
+    keys.additional.push_back(AdditionalKey(domain_idx));
+    keys.all.emplace_back(keys.additional.back(), additional == names->additional.end()
+                                                      ? ""
+                                                      : BASE::Join(additional->second, kSeparator));
+    entries.push_back(EntryOf(domain));
+    primary_name = domain.IsPrimary() ? domain.GetDomainName() : primary_name;
+  }
+  keys.all.emplace_back(kDomainsKey, BASE::Join(entries, kSeparator));
+  keys.all.emplace_back(kPrimaryKey, primary_name);
+  if (!names->domains.empty()) {
+    keys.all.emplace_back(DB::INTERNAL::kModelKey, settings_owner);
+  }
+  std::sort(keys.all.begin(), keys.all.end());
+  std::sort(keys.additional.begin(), keys.additional.end());
+  return keys;
+}
+
+// Those that were made last, while the names are the same.
+const NameKeys& KeysOf(const SharedNames& names, const std::string& settings_owner) {
+  static auto& made = *new NameKeys();
+  if (made.names != names || made.settings_owner != settings_owner) {
+    made = MakeKeys(names, settings_owner);
+  }
+  return made;
+}
+
+// Published names of domains that are no more; `kept` is ascending. False where they cannot be
+// listed.
+bool ListStaleKeys(const std::vector<std::string>& kept, std::vector<std::string>& stale) {
   std::vector<std::string> keys;
   if (!PostaraServerBACKENDWrap::ls(kAdditionalTree, keys)) {
     return false;
   }
-  const std::unordered_set<std::string> kept(keep_keys.begin(), keep_keys.end());
-  std::copy_if(keys.begin(), keys.end(), std::back_inserter(stale), [&](const std::string& key) {
-    return key.rfind(kAdditionalPrefix, 0) == 0 && kept.count(key) == 0;
-  });
+  std::set_difference(keys.begin(), keys.end(), kept.begin(), kept.end(),
+                      std::back_inserter(stale));
+  stale.erase(
+      std::remove_if(stale.begin(), stale.end(),
+                     [](const std::string& key) { return key.rfind(kAdditionalPrefix, 0) != 0; }),
+      stale.end());
   return true;
+}
+
+bool SetKeysTogether(const NameKeys& keys) {
+  std::vector<std::string> stale;
+  return ListStaleKeys(keys.additional, stale) && mailConfChange(keys.all, stale) == 0;
 }
 
 }  // namespace
@@ -162,12 +199,22 @@ bool Updater::_PublishModel(const std::string& path) {
 }
 
 bool Updater::_ToRedis() {
-  std::optional<DB::ReadScope> of_one_moment(std::in_place);
-  std::vector<RECORD::Domain> domains;
-  if (!DB::Domain().ListNames(domains)) {
-    LOG_ERROR("Failed to List domains");
-    return false;
+  SharedNames names;
+  bool are_known = DB::Domain().ShareNames(names);
+  if (!are_known) {
+    const DB::ReadScope of_one_moment;
+    const auto listed = std::make_shared<DomainNames>();
+    if (!DB::Domain().ListNames(listed->domains)) {
+      LOG_ERROR("Failed to List domains");
+      return false;
+    }
+    are_known = CONTROL::Domain().ListAllAdditionalDomains(listed->additional);
+    names = listed;
   }
+  if (are_known && SetKeysTogether(KeysOf(names, settings_owner_))) {
+    return true;
+  }
+  const std::vector<RECORD::Domain>& domains = names->domains;
   std::string primary_name;
   std::vector<std::string> entries;
   std::vector<std::string> keep_keys;
@@ -175,16 +222,8 @@ bool Updater::_ToRedis() {
     if (domain.IsPrimary()) {
       primary_name = domain.GetDomainName();
     }
-    entries.push_back(std::to_string(domain.GetDomainIdx()) + "/" + domain.GetDomainName());
+    entries.push_back(EntryOf(domain));
     keep_keys.push_back(AdditionalKey(domain.GetDomainIdx()));
-  }
-  NamesByDomain names_by_domain;
-  const bool are_known = CONTROL::Domain().ListAllAdditionalDomains(names_by_domain);
-  of_one_moment.reset();
-  std::vector<std::string> stale;
-  if (are_known && ListStaleKeys(keep_keys, stale) &&
-      SetKeysTogether(domains, names_by_domain, entries, primary_name, settings_owner_, stale)) {
-    return true;
   }
   if (!_SetKeysOneByOne(domains, entries, primary_name)) {
     return false;
@@ -236,7 +275,9 @@ bool Updater::_DomainAdditionalDomainsToRedis(int domain_idx) {
 
 bool Updater::_RemoveUnusedRedisKey(const std::vector<std::string>& keep_keys) {
   std::vector<std::string> stale;
-  if (!ListStaleKeys(keep_keys, stale)) {
+  std::vector<std::string> kept = keep_keys;
+  std::sort(kept.begin(), kept.end());
+  if (!ListStaleKeys(kept, stale)) {
     LOG_ERROR("Failed to list backend tree virtual_domain");
     return false;
   }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -11,6 +12,7 @@
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/domain.h"
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/notice.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/read_scope.h"
@@ -253,13 +255,14 @@ std::vector<ReconcileItem> ReconcileItems() {
 }
 
 bool ReadReconcileModel(ReconcileModel& model) {
-  std::vector<RECORD::Domain> domains;
-  if (!DB::Domain().ListNames(domains)) {
+  std::vector<RECORD::Domain> listed;
+  std::shared_ptr<const DB::DomainNames> names;
+  if (!DB::Domain().ShareNames(names) && !DB::Domain().ListNames(listed)) {
     LOG_ERROR("Failed to List domains");
     return false;
   }
-  for (const RECORD::Domain& domain : domains) {
-    model.domain_idxs.insert(domain.GetDomainIdx());
+  for (const RECORD::Domain& domain : names == nullptr ? listed : names->domains) {
+    model.domain_idxs.insert(model.domain_idxs.end(), domain.GetDomainIdx());
     model.has_primary = model.has_primary || domain.IsPrimary();
   }
   return DB::INTERNAL::AreSettingsForeign(model.are_settings_foreign);

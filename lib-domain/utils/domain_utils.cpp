@@ -35,6 +35,14 @@ bool INTERNAL::IsDomainName(const std::string& name) {
          KORV::POSTARA_SERVER::IsValidEaiDomain(name);
 }
 
+std::string INTERNAL::StorableDomainName(const std::string& given) {
+  std::string name = given;
+  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(given)) {
+    KORV::POSTARA_SERVER::ConvertToUTF8(given, name);  // leaves what is no domain as it is
+  }
+  return name;
+}
+
 bool IsDomainNameValid(const std::string& name) {
   if (name.find('.') == std::string::npos) {
     LOG_ERROR("Domain name [%s] without \".\" is not valid", name.c_str());

@@ -10,6 +10,7 @@
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
+#include "lib-domain/db/mirror_batch.h"
 #include "lib-domain/db/model_image.h"
 #include "lib-domain/sync/refresh_note.h"
 #include "platform/include/account.h"
@@ -92,6 +93,7 @@ void Updater::_NameDomains() {
 bool Updater::_RefreshAll() {
   const korvmailserver::AccountSnapshot snapshot;
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
+  const DB::INTERNAL::MembershipsOnce members_are_read_once;
   const bool is_unfinished_known = _ListUnfinished();
   const bool refreshed = _RefreshSteps();
   const bool remembered = _RememberUnfinished(is_unfinished_known);

@@ -143,9 +143,17 @@ bool SelectDomains(Statement& domains, DomainsWithRows& found) {
   });
 }
 
+void Add(const Ids& found, Ids& ids) {
+  if (ids.empty()) {
+    ids = found;  // which costs less
+  } else {
+    ids.insert(found.begin(), found.end());
+  }
+}
+
 void Add(const DomainsWithRows& found, Ids& domain_ids, Ids& whole_domain_ids) {
-  domain_ids.insert(found.all.begin(), found.all.end());
-  whole_domain_ids.insert(found.whole.begin(), found.whole.end());
+  Add(found.all, domain_ids);
+  Add(found.whole, whole_domain_ids);
 }
 
 }  // namespace

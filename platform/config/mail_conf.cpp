@@ -1,6 +1,8 @@
 // The mail configuration on top of the key store: defaults, and no write of what is there already.
 #include "platform/include/mail_conf.h"
 
+#include <algorithm>
+
 #include "platform/include/mail_conf_change.h"
 #include "platform/include/maillog.h"
 #include "platform/keystore/backend.h"
@@ -49,12 +51,19 @@ int mailConfGet(const std::string& key, std::string& value) {
 
 int mailConfChange(const std::vector<std::pair<std::string, std::string>>& entries,
                    const std::vector<std::string>& removed_keys) {
+  const bool is_each_once =
+      std::is_sorted(entries.begin(), entries.end(), [](const auto& one, const auto& next) {
+        return one.first <= next.first;  // so that equal ones are out of order, too
+      });
   std::map<std::string, std::string> wanted;
-  for (const auto& [key, value] : entries) {
-    wanted[key] = value;
+  if (!is_each_once) {
+    for (const auto& [key, value] : entries) {
+      wanted[key] = value;
+    }
   }
   const bool written = RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
-    return backend.Write({wanted.begin(), wanted.end()}, removed_keys, error);
+    return is_each_once ? backend.Write(entries, removed_keys, error)
+                        : backend.Write({wanted.begin(), wanted.end()}, removed_keys, error);
   });
   return written ? 0 : -1;
 }

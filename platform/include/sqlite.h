@@ -214,6 +214,7 @@ class Statement {
   // The row that the last step gave. A column that it has not reads as NULL: 0 and no text.
   int Columns() const { return sqlite3_column_count(statement_); }
   bool IsNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+  bool IsText(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_TEXT; }
   bool IsInteger(int column) const {
     return sqlite3_column_type(statement_, column) == SQLITE_INTEGER;
   }

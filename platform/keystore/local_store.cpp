@@ -170,39 +170,46 @@ bool LocalStore::_SelectOnes(sqlite3* db, const std::vector<std::string>& keys,
 
 bool LocalStore::Write(const Entries& entries, const std::vector<std::string>& removed_keys,
                        std::string& error) {
-  std::vector<std::string> keys = removed_keys;
-  for (const auto& entry : entries) {
-    keys.push_back(entry.first);
-  }
-  std::map<std::string, std::string> stored;
-  if (!_ReadStored(keys, stored, error)) {
-    return false;
-  }
   Change change;
-  change.entries = ChangedEntries(entries, stored);
-  std::copy_if(removed_keys.begin(), removed_keys.end(), std::back_inserter(change.removed_keys),
-               [&stored](const std::string& key) { return stored.count(key) != 0; });
-  return (change.entries.empty() && change.removed_keys.empty()) || Apply(change, error);
+  return _Compare(entries, removed_keys, change, error) &&
+         ((change.entries.empty() && change.removed_keys.empty()) || Apply(change, error));
 }
 
 // What a change is compared with: of now, also where a view is of an earlier moment.
-bool LocalStore::_ReadStored(const std::vector<std::string>& keys,
-                             std::map<std::string, std::string>& stored, std::string& error) {
+bool LocalStore::_Compare(const Entries& entries, const std::vector<std::string>& removed_keys,
+                          Change& change, std::string& error) {
   if (!_Open(false, error)) {
     return false;
   }
+  Image stored;
   if (_IsImageCurrent()) {
-    image_->Get(keys, stored);
+    image_->Compare(entries, removed_keys, change);
     return true;
   }
-  return _Database() == nullptr || _Run(Transaction::Kind::kRead, error, [&](sqlite3* db) {
-           _FollowFile(db);
-           if (image_) {
-             image_->Get(keys, stored);
-             return true;
-           }
-           return _SelectOnes(db, keys, stored);
-         });
+  if (_Database() == nullptr) {
+    stored.Compare(entries, removed_keys, change);
+    return true;
+  }
+  return _Run(Transaction::Kind::kRead, error, [&](sqlite3* db) {
+    _FollowFile(db);
+    if (image_) {
+      image_->Compare(entries, removed_keys, change);
+      return true;
+    }
+    std::vector<std::string> keys = removed_keys;
+    for (const auto& entry : entries) {
+      keys.push_back(entry.first);
+    }
+    std::map<std::string, std::string> values;
+    if (!_SelectOnes(db, keys, values)) {
+      return false;
+    }
+    for (const auto& [key, value] : values) {
+      stored.Set(key, value, "");
+    }
+    stored.Compare(entries, removed_keys, change);
+    return true;
+  });
 }
 
 bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, std::string& error) {
@@ -311,6 +318,23 @@ void LocalStore::Image::Get(const std::vector<std::string>& names,
       values[name] = found->second.value;
     }
   }
+}
+
+// Entries in the order of their keys, as they mostly are, are found one behind the other.
+void LocalStore::Image::Compare(const Entries& entries,
+                                const std::vector<std::string>& removed_keys,
+                                Change& change) const {
+  auto next = keys.begin();
+  for (const auto& entry : entries) {
+    const auto stored =
+        next != keys.end() && next->first == entry.first ? next : keys.find(entry.first);
+    if (stored == keys.end() || stored->second.value != entry.second) {
+      change.entries.push_back(entry);
+    }
+    next = stored == keys.end() ? next : std::next(stored);
+  }
+  std::copy_if(removed_keys.begin(), removed_keys.end(), std::back_inserter(change.removed_keys),
+               [this](const std::string& key) { return keys.count(key) != 0; });
 }
 
 // Without an image where there is no view, and where not all keys can be read: then each call looks

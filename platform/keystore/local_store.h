@@ -97,6 +97,9 @@ class LocalStore : public KeyStoreBackend {
     void Remove(const std::string& key);
     // What the change of this connection makes of it.
     void Follow(const Change& change);
+    // Adds to the change those of the entries that differ, and those of the keys that are stored.
+    void Compare(const Entries& entries, const std::vector<std::string>& removed_keys,
+                 Change& change) const;
     // Adds those of `names` that are stored.
     void Get(const std::vector<std::string>& names,
              std::map<std::string, std::string>& values) const;
@@ -105,8 +108,8 @@ class LocalStore : public KeyStoreBackend {
   bool _LookAtView(const Image*& image, std::string& error);
   bool _CompareWithFile(unsigned long moment, std::string& error);
   bool _LoadImage(sqlite3* db);
-  bool _ReadStored(const std::vector<std::string>& keys, std::map<std::string, std::string>& stored,
-                   std::string& error);
+  bool _Compare(const Entries& entries, const std::vector<std::string>& removed_keys,
+                Change& change, std::string& error);
   void _FollowFile(sqlite3* db);
   bool _IsImageOfFile(sqlite3* db);
   bool _IsImageCurrent() const;

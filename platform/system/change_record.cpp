@@ -302,9 +302,11 @@ struct ChangeRecordHook {
   static void OnChange(void* /*none*/, sqlite3* db, int operation, const char* schema,
                        const char* table, sqlite3_int64 old_rowid, sqlite3_int64 new_rowid) {
     ChangeRecord* record = Current();
+    if (record == nullptr || !record->is_whole_) {
+      return;
+    }
     const char* path = sqlite3_db_filename(db, "main");
-    if (record == nullptr || !record->is_whole_ || path == nullptr ||
-        sqlite3_stricmp(schema, "main") != 0) {
+    if (path == nullptr || sqlite3_stricmp(schema, "main") != 0) {
       return;
     }
     ChangeRecord::Rows* rows = record->_Watched(path, table);

@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
+#include <memory>
 
+#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/notice.h"
 #include "platform/include/batch_scope.h"
 #include "platform/include/eai.h"
@@ -135,6 +138,77 @@ TEST_F(DomainStoreTest, AdditionalNames) {
   EXPECT_EQ(Rows("SELECT count(*) FROM domain_to_additional_domain_table"), StringList{"3"});
   EXPECT_FALSE(store_.CreateAdditionalDomains(9, {"ok.example"}));
   EXPECT_TRUE(Logged("fail to insert domain_to_additional_domain_table"));
+}
+
+// Names that are shared are those that are stored, whoever wrote last and whatever was rolled back.
+TEST_F(DomainStoreTest, SharedNamesAreThoseThatAreStored) {
+  test::SqliteFile other(DbPath());
+  other.Run("PRAGMA foreign_keys = on");
+  const auto by_other = [&other](const char* sql) { return [&other, sql] { other.Run(sql); }; };
+  const auto as_stored = [this] {
+    std::shared_ptr<const MDOMAIN::DB::DomainNames> names;
+    EXPECT_TRUE(store_.ShareNames(names));
+    StringList rows;
+    for (const Record& domain : names->domains) {
+      rows.push_back(std::to_string(domain.GetDomainIdx()) + "|" + domain.GetDomainName() + "|" +
+                     (domain.IsPrimary() ? "1" : "0"));
+    }
+    for (const auto& [idx, additional] : names->additional) {
+      rows.push_back(std::to_string(idx) + "|" + test::Text(additional));
+    }
+    StringList stored = Rows(
+        "SELECT domain_idx, domain_name, domain_idx IN (SELECT domain_idx FROM "
+        "primary_domain_table) FROM domain_table ORDER BY 1");
+    for (const std::string& row :
+         Rows("SELECT domain_idx, group_concat(additional_domain, ', ') FROM (SELECT * FROM "
+              "domain_to_additional_domain_table ORDER BY 1, 2) GROUP BY 1")) {
+      stored.push_back(row);
+    }
+    EXPECT_EQ(rows, stored);
+    return names;
+  };
+  struct Step {
+    const char* what;
+    std::function<void()> run;
+    bool is_kept = false;  // the names are not read again, or are the same object
+  } const steps[] = {
+      {"own", [this] { EXPECT_TRUE(store_.Create(Make(1, "a.example"))); }},
+      {"nothing", [] {}, true},
+      {"others' user", by_other("INSERT INTO user_table VALUES(7, 'u')"), true},
+      {"others' name", by_other("INSERT INTO domain_table VALUES(2, 'b.example', '', '<a>', 0)")},
+      {"own notice", [] { EXPECT_TRUE(MDOMAIN::DB::Notice().Add({7})); }, true},
+      {"own text", [this] { EXPECT_TRUE(store_.Set(Make(1, "a.example", "text"))); }, true},
+      {"additional", [this] { EXPECT_TRUE(store_.CreateAdditionalDomains(2, {"c.example"})); }},
+      {"primary", [this] { EXPECT_TRUE(store_.SetPrimaryDomain(2)); }},
+      {"both",
+       [&] {
+         EXPECT_TRUE(MDOMAIN::DB::Notice().Add({8}));
+         other.Run("UPDATE domain_table SET domain_name = 'd.example' WHERE domain_idx = 1");
+         EXPECT_TRUE(MDOMAIN::DB::Notice().Add({9}));
+       }},
+      {"rolled back",
+       [this] {
+         BatchScope scope(MDOMAIN::DB::DomainDBHandler::GetDomainDBHandler());
+         EXPECT_TRUE(store_.Set(Make(1, "e.example")));
+         std::shared_ptr<const MDOMAIN::DB::DomainNames> names;
+         EXPECT_FALSE(store_.ShareNames(names)) << "nobody else has these";
+         std::vector<Record> listed;
+         EXPECT_TRUE(store_.ListNames(listed) && listed[0].GetDomainName() == "e.example");
+         scope.Drop();
+       },
+       true},
+      {"cascade", [this] { EXPECT_TRUE(store_.Delete({2})); }},
+  };
+  auto before = as_stored();
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.what);
+    step.run();
+    const auto now = as_stored();
+    EXPECT_EQ(now == before, step.is_kept);
+    before = now;
+  }
+  other.Run("INSERT INTO domain_table VALUES(-3, 'odd.example', '', '<a>', 0)");
+  EXPECT_FALSE(store_.ShareNames(before)) << "ListNames tells";
 }
 
 TEST_F(DomainStoreTest, PrimaryIsAtMostOneAndWhatIsAbsentStaysUntouched) {

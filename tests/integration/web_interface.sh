@@ -30,7 +30,7 @@ sed -i 's/^\(erika:[^:]*:\)20000\(.*\):::$/\1\2::1:/' /etc/shadow # her account 
 grep -oE '\{"(GET|POST)", "[^"]+"' "$source_dir/web/routes.cpp" | sed 's/[",]//g; s/^{//' >"$scratch/routes"
 [ "$(wc -l <"$scratch/routes")" -gt 30 ] || fail "hardly any route was found"
 python3 "$here/lib/web_interface.py" "$scratch" "$source_dir" || fail "web_interface.py: $(tail -n 20 "$scratch/web.log")"
-matches "history" "$(mdomain history list)" 'anna'
+matches "history" "$(mdomain history list --limit 100)" 'anna'
 
 # Without a service of its own PAM asks that for others; where that cannot tell, no try counts.
 sign_in() { curl -s -o /dev/null -w '%{http_code} ' -H "X-Forwarded-For: 198.51.100.1" -d "name=anna&password=$1" http://127.0.0.1:8025/sign-in; }

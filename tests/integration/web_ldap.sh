@@ -1,5 +1,6 @@
 #!/bin/bash
-# The walk of web_browser.sh with accounts of a directory: slapd, and PAM and names of the host from it.
+# The walk and the pages of web_browser.sh with accounts of a directory: slapd, and PAM and names of the host
+# from it. Who joins and leaves the directory comes and goes by a refresh from the page.
 # Who only shares a name or a number with an account of the model is not that one.
 # ctest-timeout: 600
 here=$(dirname "$0")
@@ -15,6 +16,7 @@ mkdir "$directory"
   ldif_user People anna Anna 20001 30000 "userPassword: of anna"
   ldif_user People erik Erik 20003 30000 "userPassword: of erik"
   ldif_user People erika Erika 20004 30000 "userPassword: of erika"
+  ldif_user People gustav Gustav 20005 30001
   ldif_group Groups sales 30000
   ldif_group Groups mailadmins 30001 erik
 } >"$directory/data.ldif"
@@ -33,6 +35,7 @@ good domain create bücher.example --pattern '<4a>' --no-auto-add
 good refresh
 good group add bücher.example sales
 good user set bücher.example anna --role domain_admin
+good alias create bücher.example desk --user anna@dir.example
 
 mount -t tmpfs none /run && mkdir /run/nslcd
 web_configure
@@ -54,6 +57,10 @@ printf '%s\n' 'auth sufficient pam_unix.so' 'auth required pam_ldap.so use_first
 nslcd -n >"$scratch/nslcd.log" 2>&1 &
 wait_for "names from the directory" getent passwd anna
 web_run
+ldif_user People frieda Frieda 20006 30001 >"$directory/frieda.ldif"
+for change in "ldapadd -f $directory/frieda.ldif" "ldapdelete uid=gustav,ou=People,dc=example,dc=com"; do
+  $change -x -H ldap://127.0.0.1:3890 -D cn=admin,dc=example,dc=com -w secret >>"$directory/log" 2>&1 || fail "$change"
+done
 
 timeout 300 /usr/bin/python3 "$here/lib/web_browser.py" "" @dir.example || fail "web_browser.py: $(tail -n 20 "$scratch/web.log" "$scratch/nslcd.log")"
 gives '[.[].person] | unique | map(select(startswith("anna")))' '["anna@dir.example"]' history list

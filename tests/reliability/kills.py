@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""kills.py BUILD [--count N] [--only WORDS] : kills changing commands at N system calls, evenly
-spread (0: at every one). Prints what no refresh or no repetition repairs (interruptions.py), and what
-the history does not have or an undo does not take back, by cause; ends with 1 when there is something.
+"""kills.py BUILD [--count N] [--only WORDS] [--log FILE [--minutes N]] : kills changing commands at N
+system calls, evenly spread (0: at every one). Prints what no refresh or no repetition repairs
+(interruptions.py), and what the history does not have or an undo does not take back, by cause; ends with
+1 when there is something.
 """
 import json
 
@@ -43,4 +44,4 @@ def judge(ready, host, result):
 
 
 if __name__ == "__main__":
-    measure(arguments(__doc__, count=1000), lambda point: ["signal=KILL"], judge, "kills")
+    measure(arguments(__doc__, count=1000, minutes=0), lambda point: ["signal=KILL"], judge, "kills")

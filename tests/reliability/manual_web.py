@@ -14,7 +14,7 @@ BOOKS = "@xn--bcher-kva.example"
 def send(to, subject):
     with smtplib.SMTP("127.0.0.1") as server:
         try:
-            server.sendmail("grace" + BOOKS, [to + BOOKS], f"From: grace{BOOKS}\nTo: {to}{BOOKS}\nSubject: {subject}\n\nhello\n")
+            server.sendmail("grac" + BOOKS, [to + BOOKS], f"From: grac{BOOKS}\nTo: {to}{BOOKS}\nSubject: {subject}\n\nhello\n")
         except smtplib.SMTPRecipientsRefused as refused:
             return f"refused {refused.recipients[to + BOOKS][0]}"
     return "taken"

@@ -2,10 +2,12 @@
 import argparse
 import atexit
 import concurrent.futures
+import json
 import os
 import shutil
 import sys
 import tempfile
+import time
 from collections import defaultdict
 
 from cases import CASES, company
@@ -23,6 +25,8 @@ def arguments(text, **numbers):
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     for name, number in numbers.items():
         parser.add_argument(f"--{name}", type=int, default=number)
+    if "minutes" in numbers:  # of Runs
+        parser.add_argument("--log", default="", help="what is done: the next call goes on behind it")
     options = parser.parse_args()
     sys.stdout.reconfigure(errors="backslashreplace", line_buffering=True)
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None  # nothing is to survive
@@ -34,8 +38,8 @@ def arguments(text, **numbers):
 class Ready:
     """A case with the host that it starts from, and the states that are legal afterwards."""
 
-    def __init__(self, case, start, scratch):
-        self.case, self.name = case, case.words or case.program
+    def __init__(self, number, case, start, scratch):
+        self.number, self.case, self.name = number, case, case.words or case.program
         self.host = case.ready(start, scratch)
         done = self.host.copy(scratch + ".done")
         self.points = points(done, case.run)
@@ -61,7 +65,7 @@ class Ready:
 
 def ready_cases(options):
     start = company(options.build, options.scratch + "/company")
-    chosen = [(case, start) for case in CASES if options.only in (case.words or case.program)]
+    chosen = [(number, case, start) for number, case in enumerate(CASES) if options.only in (case.words or case.program)]
     return [ready for _, ready in each(lambda task: Ready(*task), chosen, options, "case")]
 
 
@@ -70,6 +74,50 @@ def each(work, chosen, options, name="run"):
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         tasks = [(*item, f"{options.scratch}/{name}{number}") for number, item in enumerate(chosen)]
         yield from zip(chosen, pool.map(work, tasks))
+
+
+class Runs:
+    """Work on many items by their names, in parts: options.minutes (0: any) limits one call, and
+    options.log keeps what each item gave, so that the next call goes on behind it. Says every minute how
+    far it is."""
+
+    def __init__(self, options, items):
+        self.options, self.items, self.done = options, items, 0
+
+    def _known(self):
+        """Of the last call; a line that was cut short is none."""
+        if not os.path.exists(self.options.log):
+            return {}
+        with open(self.options.log, encoding="utf-8") as log:
+            return dict(json.loads(line) for line in log if line.endswith("\n"))
+
+    def results(self, work):
+        """(item, what work((*item, scratch folder)) gives) of all that are done, those of before first."""
+        known = self._known() if self.options.log else {}
+        for name in self.items.keys() & known.keys():
+            self.done += 1
+            yield self.items[name], known[name]
+        open_names = [name for name in self.items if name not in known]
+        begin = said = time.monotonic()
+        size = 8 * self.options.jobs
+        for at in range(0, len(open_names), size):
+            now = time.monotonic()
+            if self.options.minutes and now > begin + 60 * self.options.minutes:
+                break
+            if now > said + 60:
+                said = now
+                print(f"{self.done} of {len(self.items)}, {(now - begin) / at:.2f} seconds each, "
+                      f"{(now - begin) / at * (len(open_names) - at) / 60:.0f} minutes left")
+            names = open_names[at:at + size]
+            for name, (item, found) in zip(names, each(work, [self.items[name] for name in names], self.options)):
+                self.done += 1
+                self._log(name, found)
+                yield item, found
+
+    def _log(self, name, found):
+        if self.options.log:
+            with open(self.options.log, "a", encoding="utf-8") as log:
+                log.write(json.dumps([name, found]) + "\n")
 
 
 class Causes:
@@ -81,7 +129,7 @@ class Causes:
     def add(self, subject, wrong, where, lines):
         self.found[wrong, subject, kinds(lines)].append((where, lines))
 
-    def end(self, measured):
+    def end(self, measured, is_part=False):
         totals = defaultdict(int)
         for (wrong, subject, _), places in sorted(self.found.items(), key=lambda item: item[0][:2]):
             where, lines = places[0]
@@ -93,4 +141,4 @@ class Causes:
         for wrong, number in totals.items():
             print(f"{number:6} {wrong}")
         print("nothing went wrong" if not totals else f"{sum(totals.values()):6} findings")
-        sys.exit(1 if totals else 0)
+        sys.exit(1 if totals else 3 if is_part else 0)

@@ -105,3 +105,7 @@ else:
     for forged in ([], [("X-Remote-User", "olivia")], [("x-remote-user", "olivia"), ("X-Remote-User", "olivia")], [("X_Remote_User", "olivia")]):
         text = raw("GET", "/", headers=[basic, *forged]).text
         print("grace, with", len(forged), "forged:", "bücher.example" in text, "example.com<" in text, "olivia" in text.lower())
+    # Its program sees the page, the server in front what is below /api/.
+    hidden = "/domains/2/entries/..%2f..%2f..%2fapi%2f"
+    print("not grace:", raw("GET", hidden, headers=[("Authorization", "Basic " + base64.b64encode(b"grace:no").decode())]).getheader("Location"))
+    print("a program:", "a token that counts" in raw("GET", "/api/v1/domains", headers=[("Authorization", "Bearer x")]).text)

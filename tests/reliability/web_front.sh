@@ -108,7 +108,9 @@ restarted under use: True {200}
 then: 200
 wrong passwords: [403, 403, 403, 403, 403, 429, 429, 429, 429]"
   same "$front signs in" "$(sed -n "s/^$front-header //p" <<<"$said")" "nobody: 401
-$(for forged in 0 1 2 1; do echo "grace, with $forged forged: True False False"; done)"
+$(for forged in 0 1 2 1; do echo "grace, with $forged forged: True False False"; done)
+not grace: /sign-in
+a program: True"
 done
 same "the certificate" "$(grep '^certificate' <<<"$said")" "certificate 200"
 same "who signed in, by the log" "$(grep -c '^LOG grace signed in from 127.0.0.1$' <<<"$said")" 5

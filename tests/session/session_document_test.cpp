@@ -41,6 +41,10 @@ TEST_F(SessionTest, ADocumentTakesThePlaceOfTheModel) {
        "$.domains[0].name: \"exa mple\" is not a valid domain name"},
       {R"({"$schema": "export.schema.json", "domains": [], "settings": {}})", "", Reason::kInvalid,
        "$.domains: has none, and the primary domain cannot be deleted"},
+      {With(before->json, "\"disclaimers\": []",
+            R"("disclaimers": [{"name": {}, "match_rule_list": [{"pattern_type": "user",
+               "pattern": "nobody"}]}])"),
+       "", Reason::kInvalid, "$.domains[0].disclaimers[0]."},
       {With(before->json, "\"removed\": []", "\"removed\": [\"nobody\"]"), "", Reason::kNotFound,
        "the model stays as it is: \"user nobody\" is not in the mirror"},
   };
@@ -95,6 +99,7 @@ TEST_F(SessionTest, AccountsAreListedForThoseWhoBringThemIn) {
     EXPECT_EQ(first->total, 2 + one.ListAccounts({"", {}, 100}, first->next)->items.size());
     EXPECT_EQ(names(one.ListAccounts({"AR", {}, 10})), StringList{"carol"});
     EXPECT_EQ(names(one.ListAccounts({"%", {}, 10})), StringList());
+    EXPECT_EQ(names(one.ListAccounts({"", {}, 10, kBob})), StringList{"bob"});
     EXPECT_EQ(names(one.ListAccountGroups({"sta", {}, 10})), StringList{"staff"});
     const auto group = one.ExplainGroup(kStaff);
     const auto members = one.ListAccounts({"", kStaff, 1});
@@ -108,6 +113,7 @@ TEST_F(SessionTest, AccountsAreListedForThoseWhoBringThemIn) {
   EXPECT_EQ(alice.ExplainGroup(kStaff)->domains.size(), 0u);
   const Session carol = session_.As(kCarol);
   EXPECT_EQ(carol.ListAccounts()->total, 0u);
+  EXPECT_FALSE(carol.FindAccount("alice")->has_value());
   EXPECT_EQ(carol.ListAccountGroups()->total, 0u);
   EXPECT_EQ(ReasonOf(carol.ExplainGroup(kStaff)), Reason::kNotFound);
 }

@@ -32,6 +32,8 @@ TEST_F(SessionTest, AnAdministratorHasHisDomainsAndNothingElse) {
     EXPECT_EQ(his.Owner("bob@b.example")->has_value(), has_domain);
     EXPECT_FALSE(his.FindDomain("a.example")->has_value());
     EXPECT_FALSE(his.Owner("bob@a.example")->has_value());
+    EXPECT_EQ(his.FindAccount("bob")->has_value(), has_domain);
+    EXPECT_EQ(his.FindAccountGroup("2001")->has_value(), has_domain);
     EXPECT_EQ(*his.Addresses(kBob), has_domain ? StringList{"bob@b.example"} : StringList());
     for (const Reason reason :
          {ReasonOf(his.GetDomain(1)),

@@ -60,6 +60,54 @@ TEST_F(SessionTest, ListsPageByThemselves) {
   }
 }
 
+// Lists of thousands take other roads than short ones: narrowed to a group in which everybody is,
+// by long pages and by short ones, they are what the list of all is.
+TEST_F(SessionTest, LongListsAreAsShortOnes) {
+  Run("BEGIN;"
+      "WITH RECURSIVE one(uid) AS (SELECT 3000 UNION ALL SELECT uid + 1 FROM one WHERE uid < 8999)"
+      " INSERT INTO user_table SELECT uid, 'u' || (uid * 7919 % 6007) FROM one;"
+      "INSERT INTO domain_user_alias_table"
+      " SELECT 1, uid, user_name, uid % 13 = 0 FROM user_table WHERE uid >= 3000;"
+      "INSERT INTO domain_user_role_table"
+      " SELECT 1, uid, iif(uid % 2, 'normal', 'domain_admin'), 0 FROM user_table"
+      " WHERE uid >= 3000 AND uid % 7 = 0;"
+      "INSERT OR IGNORE INTO group_to_user_table SELECT 2001, uid FROM user_table;"
+      "INSERT OR IGNORE INTO group_to_user_table SELECT 2002, uid FROM user_table WHERE uid % 11;"
+      "INSERT OR REPLACE INTO domain_group_role_table VALUES (1, 2001, 'normal'), (1, 2002, "
+      "'domain_admin');"
+      "INSERT INTO domain_group_removed_user_table"
+      " SELECT 1, 2002, uid FROM user_table WHERE uid % 3 = 0; COMMIT;");
+  const auto listed = [&](const mdomain::UserQuery& query) {
+    StringList users;
+    for (const User& user : session_.Users(1, query)) {
+      std::string text = std::to_string(user.uid) + user.version;
+      text += std::to_string(static_cast<int>(user.group_role));
+      for (const auto& alias : user.aliases) {
+        text += " " + alias.local_part + (alias.is_taken ? " " + alias.owner : "");
+      }
+      users.push_back(text);
+    }
+    return users;
+  };
+  for (const auto column :
+       {mdomain::UserColumn::kName, mdomain::UserColumn::kAlias, mdomain::UserColumn::kRole}) {
+    for (const bool is_descending : {false, true}) {
+      const StringList all = listed({"", column, is_descending, 10000});
+      EXPECT_EQ(all.size(), 6003u);
+      const bool is_by_role = column == mdomain::UserColumn::kRole;
+      for (const size_t size :
+           is_by_role ? std::vector<size_t>{10000, 400} : std::vector<size_t>{10000}) {
+        mdomain::UserQuery query{"", column, is_descending, size};
+        query.gid = kStaff;
+        const StringList narrowed = listed(query);
+        ASSERT_EQ(narrowed.size(), all.size()) << size;
+        const auto differs = std::mismatch(all.begin(), all.end(), narrowed.begin());
+        ASSERT_TRUE(differs.first == all.end()) << *differs.first << " | " << *differs.second;
+      }
+    }
+  }
+}
+
 TEST_F(SessionTest, ChangesAndTellsWhatIsThereThen) {
   const auto carol = session_.SetUser(1, kCarol, {{}, {}, {"Boss", "alice"}, {}});
   ASSERT_TRUE(carol);
@@ -128,6 +176,9 @@ TEST_F(SessionTest, RefusesWithReasonsAndChangesNothing) {
   EXPECT_EQ(ReasonOf(session_.SetDomain(2, {{}, "again", {}, {}}, read->version)),
             Reason::kChanged);
   ASSERT_TRUE(session_.SetDomain(2, {{}, "", {}, {}}));
+  EXPECT_EQ(ReasonOf(session_.DeleteDomains({2}, "old")), Reason::kChanged);
+  EXPECT_EQ(ReasonOf(session_.RemoveUsers(2, {kBob}, "old")), Reason::kChanged);
+  EXPECT_EQ(ReasonOf(session_.RemoveUsers(1, {kBob, kCarol}, "old")), Reason::kInvalid);
   EXPECT_EQ(Model(), before);
   TakeLog();
 }

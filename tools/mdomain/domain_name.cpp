@@ -1,18 +1,14 @@
 #include "tools/mdomain/domain_name.h"
 
 #include "lib-domain/utils/domain_utils.h"
-#include "platform/include/eai.h"
+#include "lib-domain/utils/domain_utils_internal.h"
 #include "platform/include/maillog.h"
 #include "tools/mdomain/status.h"
 
 namespace mdomain {
 
 std::string StorableName(const std::string& typed) {
-  std::string mapped = typed;
-  if (!KORV::POSTARA_SERVER::IsValidEaiDomain(typed)) {
-    KORV::POSTARA_SERVER::ConvertToUTF8(typed, mapped);  // leaves what is no domain as it is
-  }
-  return mapped;
+  return MDOMAIN::UTILS::INTERNAL::StorableDomainName(typed);
 }
 
 bool IsDomainName(const std::string& name) {

@@ -175,21 +175,35 @@ std::string VersionOf(std::string match) {
   return match == "*" ? "" : match.empty() ? "none" : match;
 }
 
+// A version among the arguments says what it would in the header.
+void TakeVersion(const Operation& operation, Json::Value& arguments) {
+  for (const Argument& argument : operation.arguments) {
+    if (argument.kind == Kind::kVersion && arguments.isMember(argument.name)) {
+      Json::Value& version = arguments[argument.name];
+      version = VersionOf(version.isString() ? version.asString() : "");
+    }
+  }
+}
+
 // Of several operations at once each has the arguments that it has alone, and its version among
-// them.
-void RequireVersions(const Operation& of_all, const Json::Value& arguments) {
-  const bool is_trial = arguments["dry_run"] == true;
+// them. What only reads is no part of a change: the answers to many such calls have no bound.
+void RequireVersions(const Operation& of_all, Json::Value& arguments) {
+  const bool is_trial = std::as_const(arguments)["dry_run"] == true;
   RequireVersion(of_all, arguments, is_trial);
-  for (const Json::Value& call : arguments["calls"]) {
+  if (!std::as_const(arguments)["calls"].isArray()) {
+    return;
+  }
+  for (Json::Value& call : arguments["calls"]) {
     const Json::Value name = call.isObject() ? call["call"] : Json::Value();
     const Operation* operation = name.isString() ? FindOperation(name.asString()) : nullptr;
-    if (operation == nullptr || name == "together") {
-      Refuse(400, "invalid", "an element of \"calls\" names no operation of its own");
+    if (operation == nullptr || name == "together" || std::string(operation->method) == "GET") {
+      Refuse(400, "invalid", "an element of \"calls\" names no operation that changes something");
     }
-    const Json::Value& given = call["arguments"];
+    Json::Value& given = call["arguments"];
     if ((!given.isObject() && !given.isNull()) || given.isMember("dry_run")) {
       Refuse(400, "invalid", "those are no arguments of \"" + name.asString() + "\"");
     }
+    TakeVersion(*operation, given);
     RequireVersion(*operation, given, is_trial);
   }
 }
@@ -211,6 +225,7 @@ Json::Value ArgumentsOf(const Operation& operation, const Request& request,
       arguments[parameter.first] = ValueOf(*known, parameter.second);
     }
   }
+  TakeVersion(operation, arguments);
   const bool is_guarded =
       std::any_of(operation.arguments.begin(), operation.arguments.end(),
                   [](const Argument& argument) { return argument.kind == Kind::kVersion; });
@@ -291,6 +306,10 @@ Json::Value Api::_Answer(const Request& request, Response& response) {
   const auto token = authorization.compare(0, 7, "Bearer ") == 0
                          ? tokens_.Find(authorization.substr(7))
                          : std::nullopt;
+  std::optional<FirstCome::Place> place;
+  if (token) {
+    place.emplace(first_come_, token->account);
+  }
   const auto person = token ? find_(token->account) : std::nullopt;
   if (!person || person->uid != token->uid) {
     Refuse(401, "refused", "a token that counts is needed");

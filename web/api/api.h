@@ -12,6 +12,7 @@
 
 #include "web/identity/tokens.h"
 #include "web/identity/visits.h"
+#include "web/model/first_come.h"
 
 namespace mdomain_web {
 
@@ -20,7 +21,8 @@ class Api final {
   // `find` tells who an account is today; none when it is gone.
   using Find = std::function<std::optional<Person>(const std::string& account)>;
 
-  Api(Tokens& tokens, Find find) : tokens_(tokens), find_(std::move(find)) {}
+  Api(Tokens& tokens, FirstCome& first_come, Find find)
+      : tokens_(tokens), first_come_(first_come), find_(std::move(find)) {}
 
   static bool IsAsked(const httplib::Request& request);
   // May be called by several threads at once.
@@ -33,6 +35,7 @@ class Api final {
   Json::Value _Answer(const httplib::Request& request, httplib::Response& response);
 
   Tokens& tokens_;
+  FirstCome& first_come_;
   const Find find_;
 };
 

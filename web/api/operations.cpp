@@ -14,9 +14,11 @@ constexpr Argument kUids = {"uids", Kind::kNumbers, false, "Uids"};
 constexpr Argument kGids = {"gids", Kind::kNumbers, false, "Gids"};
 constexpr Argument kVersion = {"version", Kind::kVersion, false,
                                "The change is made only while the version is this one"};
-// What replaces a whole would undo what it has never seen.
+// What replaces or deletes a whole would undo what it has never seen.
 constexpr Argument kWholeVersion = {"version", Kind::kVersion, true,
                                     "The version that was read; * stands for any"};
+constexpr Argument kOneVersion = {"version", Kind::kVersion, true,
+                                  "The version that was read, of a single one; * stands for any"};
 constexpr Argument kText = {"text", Kind::kText, false,
                             "Names, and aliases of people, that hold it"};
 constexpr Argument kNamed = {"text", Kind::kText, false, "Names that hold it"};
@@ -65,7 +67,7 @@ const std::vector<Operation>& Operations() {
        "/domains/{domains}",
        "delete_domains",
        "Deletes domains with their addresses, names, rules, disclaimers and keys",
-       {{"domains", Kind::kNumbers, true, "Indexes"}},
+       {{"domains", Kind::kNumbers, true, "Indexes"}, kOneVersion},
        "Nothing"},
       {"PUT",
        "/domains/{domain}/primary",
@@ -138,7 +140,7 @@ const std::vector<Operation>& Operations() {
        "/domains/{domain}/users/{uids}",
        "remove_users",
        "Takes users out of the domain",
-       {kDomain, {"uids", Kind::kNumbers, true, "Uids"}},
+       {kDomain, {"uids", Kind::kNumbers, true, "Uids"}, kOneVersion},
        "Nothing"},
       {"GET",
        "/domains/{domain}/groups",
@@ -198,7 +200,7 @@ const std::vector<Operation>& Operations() {
        "/domains/{domain}/entries/{name}",
        "delete_entry",
        "Deletes it",
-       {kDomain, kName},
+       {kDomain, kName, kWholeVersion},
        "Nothing"},
       {"GET", "/domains/{domain}/copies", "copies", "Blind copies", {kDomain}, "Copy[]"},
       {"POST",
@@ -244,6 +246,7 @@ const std::vector<Operation>& Operations() {
        "list_accounts",
        "The accounts of the last refresh, by pages",
        {kNamed,
+        {"id", Kind::kNumber, false, "The one with this uid"},
         {"gid", Kind::kNumber, false, "Members of this group of the account system"},
         kPageSize,
         kCursor},
@@ -252,7 +255,7 @@ const std::vector<Operation>& Operations() {
        "/groups",
        "list_account_groups",
        "The groups of the account system, by pages",
-       {kNamed, kPageSize, kCursor},
+       {kNamed, {"id", Kind::kNumber, false, "The one with this gid"}, kPageSize, kCursor},
        "AccountPage"},
       {"GET",
        "/accounts/find",
@@ -321,7 +324,7 @@ const std::vector<Operation>& Operations() {
        "/together",
        "together",
        "Several calls as one change, all or none",
-       {{"command", Kind::kText, true, "What the history calls it"},
+       {{"command", Kind::kText, true, "What the history calls it, at most 1,000 bytes"},
         {"calls", Kind::kCalls, true, "Operations by their id, in this order"}},
        "Values"},
       {"POST", "/publish", "publish", "Publishes everything once more", {}, "Nothing"},

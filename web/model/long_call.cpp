@@ -12,6 +12,7 @@ namespace mdomain_web {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kMoment(2);
 
 // Never destroyed: threads may answer until the program ends.
@@ -19,6 +20,7 @@ struct Running {
   std::mutex mutex;
   std::condition_variable ended;
   std::string call;  // "" for none
+  Clock::time_point since;
 };
 
 Running& TheRunning() {
@@ -47,11 +49,14 @@ LongCall::LongCall(const std::string& call)
   }
   Running& running = TheRunning();
   std::unique_lock<std::mutex> lock(running.mutex);
-  if (!running.ended.wait_for(lock, kMoment, [&running] { return running.call.empty(); })) {
+  // Not a moment for each: a crowd that waits in order would be told one after the other.
+  const Clock::time_point until = running.since + kMoment;
+  if (!running.ended.wait_until(lock, until, [&running] { return running.call.empty(); })) {
     RefuseFor(running.call);
   }
   if (is_long_) {
     running.call = call;
+    running.since = Clock::now();
   }
 }
 

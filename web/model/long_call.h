@@ -10,7 +10,7 @@ namespace mdomain_web {
 // Within one thread; one of a call that takes no time does nothing.
 class LongCall final {
  public:
-  // Waits a moment for another thread's; throws CallFailed ("busy") when that goes on.
+  // Throws CallFailed ("busy") when another thread's has run for a moment and goes on.
   explicit LongCall(const std::string& call);
   ~LongCall();
   LongCall(const LongCall&) = delete;

@@ -36,12 +36,12 @@ void Refresher::Start(const Calls& calls) {
   if (thread_.joinable()) {
     thread_.join();  // it has ended
   }
-  state_.is_running = true;
   thread_ = std::thread([this, calls] {
     Json::Value answer = AnswerOf(calls);
     const std::lock_guard<std::mutex> done(mutex_);
     state_ = {false, time(nullptr), std::move(answer)};
   });
+  state_.is_running = true;
 }
 
 Refresher::State Refresher::Look() const {

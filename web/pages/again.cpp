@@ -43,6 +43,11 @@ std::vector<Field> KnownFields() {
       {"content_txt", Tr("Text"), Kind::kLongText, ""},
       {"content_html", Tr("The same as HTML"), Kind::kLongText, ""},
       {"to", Tr("Goes to"), Kind::kText, ""},
+      {"count_people", Tr("People"), Kind::kText, ""},
+      {"count_groups", Tr("Groups"), Kind::kText, ""},
+      {"count_entries", Tr("Shared addresses"), Kind::kText, ""},
+      {"count_copies", Tr("Copies"), Kind::kText, ""},
+      {"count_disclaimers", Tr("Disclaimers"), Kind::kText, ""},
   };
 }
 
@@ -187,7 +192,9 @@ Json::Value FieldOf(const Field& field, const std::string& value, const Json::Va
   shown["is_long"] = field.kind == Kind::kLines || field.kind == Kind::kLongText;
   shown["is_box"] = field.kind == Kind::kBox;
   shown["is_role"] = field.kind == Kind::kRole;
-  shown["is_" + value] = field.kind == Kind::kRole;
+  if (field.kind == Kind::kRole) {
+    shown["is_" + value] = true;
+  }
   return shown;
 }
 
@@ -283,10 +290,11 @@ Shown AskAgain(const Asked& asked, const Route& route, const Json::Value& error)
   shown.data["is_said_here"] = error["is_said_here"];
   shown.data["has_differences"] = !shown.data["differences"].empty();
   shown.data["asks"] = asks;
+  shown.data["goes_on"] = asks || (is_late && !is_gone);
   shown.data["made_from"] = is_late ? MadeFrom(now) : MadeFrom(asked);
   shown.data["others"] = OthersOf(asked, fields);
   shown.data["path"] = asked.request.target.substr(0, asked.request.target.find('?'));
-  if (is_gone) {  // it can be made anew
+  if (is_gone && asks) {  // it can be made anew
     shown.data["path"] = now["anew"];
     if (asked.at.count("name") != 0) {
       shown.data["others"].append(Hidden("name", asked.at.at("name")));

@@ -15,7 +15,12 @@ Shown Explain(const Asked& asked) {
 
 Shown Doctor(const Asked& asked) {
   Shown shown{"doctor"};
-  shown.data["findings"] = asked.calls("doctor");
+  const std::optional<std::uint32_t> domain = NarrowToDomain(asked, shown);
+  for (const Json::Value& finding : asked.calls("doctor")) {
+    if (!domain || finding["domain"].asUInt() == *domain) {
+      shown.data["findings"].append(finding);
+    }
+  }
   return shown;
 }
 

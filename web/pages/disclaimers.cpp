@@ -16,17 +16,12 @@ namespace {
 struct Word {
   const char* stored;
   const char* shown;
-  const char* call;  // that finds the account; "" for addresses
+  const char* find;  // the call that finds the account; "" for addresses
+  const char* list;  // that lists them
 };
-constexpr Word kKinds[] = {{"uid", "user", "find_account"},
-                           {"gid", "group", "find_account_group"},
-                           {"email", "address", ""}};
-
-Json::Value Find(const Asked& asked, const Word& kind, const std::string& text) {
-  Json::Value arguments;
-  arguments["text"] = text;
-  return asked.calls(kind.call, arguments);
-}
+constexpr Word kKinds[] = {{"uid", "user", "find_account", "list_accounts"},
+                           {"gid", "group", "find_account_group", "list_account_groups"},
+                           {"email", "address", "", ""}};
 
 std::string LineOf(const Asked& asked, const Json::Value& rule) {
   std::string line = rule["target"].asString() == "sender" ? "sender" : "recipient";
@@ -35,9 +30,9 @@ std::string LineOf(const Asked& asked, const Json::Value& rule) {
       continue;
     }
     const std::string pattern = rule["pattern"].asString();
-    const Json::Value account = *kind.call == '\0' ? Json::Value() : Find(asked, kind, pattern);
-    line += std::string(" ") + kind.shown + " " +
-            (account.isNull() ? pattern : account["name"].asString());
+    const auto id = *kind.list == '\0' ? std::nullopt : NumberIn(pattern);
+    const std::string name = id ? NameOf(asked, *id, kind.list) : "";
+    line += std::string(" ") + kind.shown + " " + (name.empty() ? pattern : name);
   }
   return line;
 }
@@ -65,11 +60,13 @@ Json::Value RuleOf(const Asked& asked, const std::string& line) {
     RefuseLine(line);
   }
   rule["pattern_type"] = kind->stored;
-  if (*kind->call == '\0') {
+  if (*kind->find == '\0') {
     rule["pattern"] = whose;
     return rule;
   }
-  const Json::Value account = Find(asked, *kind, whose);
+  Json::Value who;
+  who["text"] = whose;
+  const Json::Value account = asked.calls(kind->find, who);
   // Who is gone stays as he is stored until the line is taken out.
   const std::optional<std::uint32_t> number = NumberIn(whose);
   if (account.isNull() && !number) {

@@ -1,5 +1,6 @@
 
 #include <algorithm>
+#include <utility>
 
 #include "web/pages/pages.h"
 #include "web/view/texts.h"
@@ -80,7 +81,20 @@ Shown OfDomain(const Asked& asked, const std::string& page, const std::string& t
   return shown;
 }
 
-Shown NewDomain(const Asked& /*asked*/) {
+std::optional<std::uint32_t> NarrowToDomain(const Asked& asked, Shown& shown) {
+  if (!asked.Has("domain")) {
+    return std::nullopt;
+  }
+  Json::Value arguments;
+  arguments["domain"] = asked.NumberOf("domain");
+  shown.data["of"] = asked.calls("get_domain", arguments)["name"];
+  return asked.NumberOf("domain");
+}
+
+Shown NewDomain(const Asked& asked) {
+  if (!asked.person.is_host_administrator) {
+    throw NotFound();
+  }
   return {"domain_new"};
 }
 
@@ -98,6 +112,9 @@ Shown DomainPage(const Asked& asked) {
   shown.data["overview"] = asked.calls("overview", DomainArgument(asked));
   shown.data["settings"]["made_from"] = MadeFrom(DomainNow(asked));
   shown.data["additional"]["made_from"] = MadeFrom(NamesNow(asked));
+  if (asked.person.is_host_administrator) {
+    shown.data["whole"]["made_from"] = MadeFrom(WholeDomainNow(asked));
+  }
   return shown;
 }
 
@@ -121,6 +138,24 @@ Json::Value NamesNow(const Asked& asked) {
   return now;
 }
 
+// All that goes with a domain: its version stands for its settings and names alone.
+Json::Value WholeDomainNow(const Asked& asked) {
+  Json::Value now = DomainNow(asked);
+  now["names"] = NamesNow(asked)["names"];
+  const Json::Value overview = asked.calls("overview", DomainArgument(asked));
+  for (const auto& [name, count] : {std::pair("count_people", "users"),
+                                    {"count_entries", "entries"},
+                                    {"count_copies", "copies"},
+                                    {"count_disclaimers", "disclaimers"}}) {
+    now[name] = overview[count].asString();
+  }
+  now["count_groups"] = std::to_string(overview["groups"].size());
+  Json::Value arguments = DomainArgument(asked);
+  arguments["page_size"] = 1;
+  now["newest"] = asked.calls("list_history", arguments)["items"][0]["id"].asString();
+  return now;
+}
+
 Change SetDomain(const Asked& asked) {
   Change change{"set_domain", DomainArgument(asked), DomainPath(asked), Tr("The domain is saved.")};
   for (const char* name : {"name", "description", "pattern", "version"}) {
@@ -134,7 +169,16 @@ Change SetDomain(const Asked& asked) {
 
 Change DeleteDomain(const Asked& asked) {
   Change change{"delete_domains", {}, "/", Tr("The domain is deleted.")};
+  const Json::Value now = WholeDomainNow(asked);
+  for (const std::string& name : now.getMemberNames()) {
+    if (asked.Has("was_" + name) && asked.Text("was_" + name) != now[name].asString()) {
+      Json::Value error = ErrorOf("changed", Tr("The domain was changed meanwhile."));
+      error["is_said_here"] = true;
+      throw CallFailed(error);
+    }
+  }
   change.arguments["domains"].append(asked.Number("domain"));
+  change.arguments["version"] = asked.Text("version");
   return change;
 }
 

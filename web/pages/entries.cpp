@@ -72,8 +72,10 @@ Change SetEntry(const Asked& asked) {
 }
 
 Change DeleteEntry(const Asked& asked) {
-  return {"delete_entry", EntryArgument(asked, asked.at.at("name")), DomainPath(asked, "/entries"),
-          Tr("The address is deleted.")};
+  Change change{"delete_entry", EntryArgument(asked, asked.at.at("name")),
+                DomainPath(asked, "/entries"), Tr("The address is deleted.")};
+  change.arguments["version"] = asked.Text("version");
+  return change;
 }
 
 }  // namespace mdomain_web::pages

@@ -10,13 +10,11 @@ Change OfGroup(const Asked& asked, const std::string& call, const std::string& d
   return {call, DomainArgument(asked), DomainPath(asked, "/groups/" + gid), done};
 }
 
-// The role that the group gives, which lists of groups tell.
-std::string RoleOf(const Asked& asked, const Json::Value& name) {
-  Json::Value arguments = DomainArgument(asked);
-  arguments["text"] = name.asString();
-  for (const Json::Value& group : asked.calls("list_groups", arguments)["items"]) {
-    if (group["gid"].asUInt() == asked.Number("gid")) {
-      return group["role"].asString();
+// The role that the group gives in the domain of the page.
+std::string RoleOf(const Asked& asked, const Json::Value& group) {
+  for (const Json::Value& domain : group["domains"]) {
+    if (domain["domain"]["idx"].asUInt() == asked.Number("domain")) {
+      return domain["role"].asString();
     }
   }
   return "";
@@ -49,9 +47,9 @@ Shown GroupPage(const Asked& asked) {
   }
   shown.data["gid"] = asked.Number("gid");
   Json::Value who;
-  who["text"] = std::to_string(asked.Number("gid"));
-  shown.data["group"] = asked.calls("find_account_group", who);
-  shown.data["is_administrator"] = RoleOf(asked, shown.data["group"]["name"]) == "domain_admin";
+  who["gid"] = asked.Number("gid");
+  shown.data["group"] = asked.calls("explain_group", who);
+  shown.data["is_administrator"] = RoleOf(asked, shown.data["group"]) == "domain_admin";
   return shown;
 }
 

@@ -19,6 +19,7 @@ Change DeleteDomain(const Asked& asked);
 Change SetNames(const Asked& asked);
 Json::Value DomainNow(const Asked& asked);
 Json::Value NamesNow(const Asked& asked);
+Json::Value WholeDomainNow(const Asked& asked);
 // people.cpp
 Shown People(const Asked& asked);
 Shown AddPeoplePage(const Asked& asked);
@@ -74,8 +75,8 @@ Shown Picture(const Asked& asked);
 // titles.cpp
 std::string TitleOf(const Shown& shown);
 // again.cpp
-// The form of the route as it was sent, after an error. Throws NotFound when what it is about is
-// gone.
+// The form of the route as it was sent, after an error; of a deletion what was changed meanwhile.
+// Throws NotFound when what it is about is gone.
 Shown AskAgain(const Asked& asked, const Route& route, const Json::Value& error);
 // Hidden fields of a form: its version and what stood in it, from what `now` of its route gave, so
 // that AskAgain tells what somebody else changed from what the writer changed.
@@ -85,6 +86,8 @@ Json::Value MadeFrom(const Asked& asked);
 
 // A page about a domain: its data has "domain" and "is_TAB".
 Shown OfDomain(const Asked& asked, const std::string& page, const std::string& tab);
+// The domain that the query of a page about all of them names, whose name is "of" of its data.
+std::optional<std::uint32_t> NarrowToDomain(const Asked& asked, Shown& shown);
 // {"domain": the number of the path}
 Json::Value DomainArgument(const Asked& asked);
 std::string DomainPath(const Asked& asked, const std::string& rest = "");
@@ -94,6 +97,9 @@ std::string TextOf(const Json::Value& lines);
 // Throws CallFailed with a text of this program, about a value that was typed.
 [[noreturn]] void Fail(const std::string& reason, const std::string& text,
                        const std::string& value);
+// What the mirror calls the account of a number, or with "list_account_groups" the group; "" where
+// it has none. find_account would rather find one who has that number as a name.
+std::string NameOf(const Asked& asked, std::uint32_t id, const char* list = "list_accounts");
 // Of a whole list the part that the query's cursor asks for; the page links to what follows.
 Json::Value PartOf(const Asked& asked, const Json::Value& all, Shown& shown);
 // A role or a state of the library in words.

@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <set>
 
 #include "web/pages/pages.h"
 #include "web/view/texts.h"
@@ -22,7 +22,11 @@ std::string PersonPath(const Asked& asked) {
 // Names and numbers of accounts, as people write them; each must be one.
 Json::Value Ids(const Asked& asked, const std::string& field, const std::string& call) {
   Json::Value ids(Json::arrayValue);
+  std::set<std::string> seen;
   for (const std::string& line : asked.Lines(field)) {
+    if (!seen.insert(line).second) {
+      continue;
+    }
     Json::Value arguments;
     arguments["text"] = line;
     const Json::Value found = asked.calls(call, arguments);
@@ -58,6 +62,12 @@ std::string Narrow(const Asked& asked, Json::Value& arguments, Json::Value& data
 }
 
 }  // namespace
+
+std::string NameOf(const Asked& asked, std::uint32_t id, const char* list) {
+  Json::Value arguments;
+  arguments["id"] = id;
+  return asked.calls(list, arguments)["items"][0]["name"].asString();
+}
 
 Shown People(const Asked& asked) {
   Shown shown = OfDomain(asked, "people", "people");
@@ -160,6 +170,7 @@ Change RemovePerson(const Asked& asked) {
   Change change{"remove_users", DomainArgument(asked), DomainPath(asked, "/people"),
                 Tr("The account is taken out of the domain.")};
   change.arguments["uids"].append(asked.Number("uid"));
+  change.arguments["version"] = asked.Text("version");
   return change;
 }
 

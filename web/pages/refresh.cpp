@@ -29,7 +29,9 @@ Shown Refreshing(const Asked& asked) {
   return shown;
 }
 
-Change Refresh(const Asked& /*asked*/) {
+// Confirmed, it is begun without an answer: who may not is refused before.
+Change Refresh(const Asked& asked) {
+  asked.calls("refresh_progress");
   Change change{"refresh", Json::objectValue, "/refresh", ""};
   change.in_background = true;
   return change;

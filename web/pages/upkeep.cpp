@@ -38,17 +38,17 @@ class Namer final {
     std::string named;
     std::string before;
     const bool is_of_ids = command.find(" in domain ") != std::string::npos;
-    const char* const kind =
-        command.find(" groups ") == std::string::npos ? "find_account" : "find_account_group";
+    const char* const list =
+        command.find(" groups ") == std::string::npos ? "list_accounts" : "list_account_groups";
     int ids = 0;
     for (std::string word; words >> word; before = word) {
-      const bool is_id = is_of_ids && NumberIn(word) && before != "domain";
+      const bool is_id = is_of_ids && before != "domain" && NumberIn(word);
       ids += is_id ? 1 : 0;
       if (ids > kMostNamed && is_id) {
         continue;
       }
       named += (named.empty() ? "" : " ") + (before == "domain" ? DomainOf(word)
-                                             : is_id            ? AccountOf(kind, word)
+                                             : is_id            ? AccountOf(list, word)
                                                                 : word);
     }
     return ids > kMostNamed ? named + " (" + std::to_string(ids) + ")" : named;
@@ -62,13 +62,11 @@ class Namer final {
     return found == domains_.end() ? idx : found->second;
   }
 
-  std::string AccountOf(const char* kind, const std::string& id) {
-    const auto [found, is_new] = accounts_.try_emplace(kind + id, id);
+  std::string AccountOf(const char* list, const std::string& id) {
+    const auto [found, is_new] = accounts_.try_emplace(list + id);
     if (is_new) {
-      Json::Value arguments;
-      arguments["text"] = id;
-      const Json::Value account = asked_.calls(kind, arguments);
-      found->second = account.isNull() ? id : account["name"].asString();
+      const std::string name = NameOf(asked_, *NumberIn(id), list);
+      found->second = name.empty() ? id : name;
     }
     return found->second;
   }
@@ -92,12 +90,17 @@ Shown History(const Asked& asked) {
   Shown shown{"history"};
   Json::Value arguments;
   arguments["cursor"] = asked.Text("cursor");
+  std::string of_domain;
+  if (const auto domain = NarrowToDomain(asked, shown)) {
+    arguments["domain"] = *domain;
+    of_domain = Parameter("domain", std::to_string(*domain));
+  }
   shown.data["list"] = asked.calls("list_history", arguments);
   Namer named(asked);
   for (Json::Value& entry : shown.data["list"]["items"]) {
     Prepare(named, entry);
   }
-  shown.data["next"] = NextPage(shown.data["list"]);
+  shown.data["next"] = NextPage(shown.data["list"], of_domain);
   return shown;
 }
 

@@ -1,10 +1,16 @@
 // Pages that change by themselves, without losing what was typed. Everything works without it, too.
 "use strict";
 
-// The element stays, so that readers of the screen tell what is new in it.
+// The element stays, so that readers of the screen tell what is new in it. What is answered behind
+// a later request is old.
+let latest = 0;
 async function show(id, request) {
+  const number = ++latest;
   const answer = await fetch(request);
   const page = new DOMParser().parseFromString(await answer.text(), "text/html");
+  if (number !== latest) {
+    return;
+  }
   const fresh = page.getElementById(id);
   const here = document.getElementById(id);
   if (fresh && here && fresh.innerHTML !== here.innerHTML) {

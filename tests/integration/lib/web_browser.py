@@ -1,6 +1,6 @@
 """Works with mdomain-web on port 8025 as anna, who administers bücher.example, and as ben and erik, who
 administer the host, do: web_browser.py FOLDER, where pictures of the pages go. Accounts of a directory:
-web_browser.py "" @DOMAIN, which is anna's work alone and takes no pictures."""
+web_browser.py "" @DOMAIN, which takes no pictures, in one language, and nobody meets."""
 
 import base64
 import contextlib
@@ -18,6 +18,8 @@ from selenium.webdriver.support.wait import WebDriverWait
 
 SITE = "http://127.0.0.1:8025"
 DOMAIN = sys.argv[2] if len(sys.argv) > 2 else ""
+# Of the model: two numbers, and the change that made bücher.example.
+ERIK, SALES, MADE = ("20003", "30000", "4") if DOMAIN else ("1003", "2001", "2")
 failures = 0
 
 
@@ -127,6 +129,7 @@ def work(browser, folder):
     anna.write("Password", "of anna")
     anna.click("Sign in")
     same("her domains", ["bücher.example" in anna.text(), "example.com" in anna.text()], [True, False])
+    picture(browser, folder, "domains")
 
     anna.click("bücher.example")
     anna.click("People")
@@ -170,19 +173,19 @@ def work(browser, folder):
     same("taken back", "team" in anna.text(), False)
 
 
-OF_DOMAIN = ("", "/people", "/people/1003", "/people/add", "/pattern", "/groups", "/groups/2001", "/entries",
+OF_DOMAIN = ("", "/people", f"/people/{ERIK}", "/people/add", "/pattern", "/groups", f"/groups/{SALES}", "/entries",
              "/entries/desk", "/copies", "/disclaimers", "/disclaimers/1", "/disclaimers/new", "/picture")
-OF_ALL = ["/", "/own", "/explain?address=erik@bücher.example", "/doctor", "/history", "/history/2", "/tokens", "/no",
+OF_ALL = ["/", "/own", "/explain?address=erik@bücher.example", "/doctor", "/history", f"/history/{MADE}", "/tokens", "/no",
           *("/domains/2" + path for path in OF_DOMAIN), "/domains/2/pattern?pattern=<2a>"]
 OF_HOST = ["/", "/domains/new", "/refresh", "/published", "/domains/1", "/domains/2"]
 
 
 def look(browser, folder, paths):
     """Every page: names for what can be used, one heading, a title of its own, nothing beside the window."""
-    titles = []
+    titles = {}
     for path in paths:
         browser.get(SITE + path)
-        titles.append(browser.title)
+        titles.setdefault(browser.title, []).append(path)
         picture(browser, folder, path.replace("?pattern=<2a>", "-tried").split("?")[0].strip("/").replace("/", "-") or "start")
         same(path + ": headings", len(browser.find_elements(By.TAG_NAME, "h1")), 1)
         same(path + ": without a name", browser.execute_script("""
@@ -202,7 +205,7 @@ def look(browser, folder, paths):
         for scheme in ("dark", "light"):
             browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
             same(f"{path}: contrast, {scheme}", browser.execute_script(CONTRAST), [])
-    same("titles that are alike", {one for one in titles if titles.count(one) > 1}, set())
+    same("pages with one title", [alike for alike in titles.values() if len(alike) > 1], [])
     browser.find_element(By.TAG_NAME, "body").send_keys(Keys.TAB)
     same("focus", browser.execute_script(
         "const at = document.activeElement; return [at.className, getComputedStyle(at).outlineStyle, at.getBoundingClientRect().x >= 0]"),
@@ -274,6 +277,23 @@ def refresh(person, folder, buttons, end):
     same("the outcome", end in person.text() or person.text(), True)
 
 
+def directory():
+    """Accounts of a directory on every page; of two, one comes and one goes by a refresh."""
+    with start(with_scripts=True) as browser:
+        erik = Person(browser).sign_in("erik")
+        there = []
+        for _ in range(2):
+            browser.get(SITE + "/domains/1/people")
+            there.append([name + DOMAIN in erik.text() for name in ("frieda", "gustav")])
+            if len(there) == 1:
+                refresh(erik, "", ("Show what it would change", "Do it"), "New people: 1")
+        same("who is there before and after", there, [[False, True], [True, False]])
+        look(browser, "", OF_HOST)
+        erik.click("Sign out")
+        Person(browser).sign_in("anna")
+        look(browser, "", OF_ALL)
+
+
 def type_on(browser):
     """With scripts a preview follows what is typed, the field stays as it is, and mail's HTML runs nothing."""
     browser.get(SITE + "/domains/2/disclaimers/1")
@@ -312,6 +332,7 @@ FOLDER = sys.argv[1]
 with start(with_scripts=False) as plain:
     work(plain, FOLDER)
     if DOMAIN:
+        directory()
         sys.exit(1 if failures else 0)
     plain.delete_all_cookies()
     ben = Person(plain).sign_in("ben")

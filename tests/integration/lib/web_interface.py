@@ -4,8 +4,10 @@ the host's group of administrators, erik has no rights, erika's account has ende
 import concurrent.futures
 import contextlib
 import copy
+import fcntl
 import html
 import json
+import os
 import re
 import socket
 import sqlite3
@@ -71,9 +73,23 @@ def check_forms(anna):
         late = anna.post(path, **fields, confirmed="1")
         same(f"{name} meanwhile", (late.status, "was changed meanwhile" in late.text), (412, True))
     same("nothing lost", ["meanwhile" in anna.get(path).text, "again" in anna.get(path).text], [True, True])
+    for person, path, verb, change in (
+            (anna, "/domains/1/entries/sales%2Fx", "delete", "alias set 1 sales/x --user erik"),
+            (anna, "/domains/1/people/1004", "remove", "user set 1 erika --add-alias late"),
+            (ben, "/domains/2", "delete", "user set 2 erik --add-alias late")):
+        form = re.search(f'action="{path}/{verb}">(.*?)</form>', person.get(path).text, re.DOTALL).group(1)
+        old = {name: html.unescape(value) for name, value in re.findall(r'name="([a-z_]+)" value="([^"]*)"', form)}
+        plan = person.post(f"{path}/{verb}", **old).status
+        subprocess.run(["mdomain", *change.split()], check=True, stdout=subprocess.DEVNULL)
+        late = person.post(f"{path}/{verb}", **old, confirmed="1")
+        same(f"{verb} {path}, changed meanwhile", (plan, late.status, "Do it all the same" in late.text, person.get(path).status),
+             (200, 412, True, 200))
+        subprocess.run(["mdomain", "undo", "--yes"], check=True, stdout=subprocess.DEVNULL)
     for description, status in (("<script>alert(1)</script>\u202egnp", 400), ("<script>alert(1)</script>", 303)):
         answer = anna.post("/domains/1", description=description, pattern="<a>", adds_accounts="1", confirmed="1")
         same("a description", answer.status, status)
+    again = anna.post("/domains/1", description="text", pattern="none", confirmed="1").text
+    same("what was typed", 'name="description" value="text"' in again, True)
     page = anna.get("/domains/1").text
     same("markup", ("<script>alert" in page, "&lt;script&gt;" in page), (False, True))
 
@@ -106,7 +122,8 @@ def check_rights(people):
                 elif name == "ben" and method == "GET" and parts is own and "{id}" not in route:
                     same(case, answer.status in ALLOWED, True)
     same("of host alone", [people["anna"].post("/domains/new", name="x.example").status,
-                           people["anna"].post("/refresh").status], [403, 403])
+                           people["anna"].post("/refresh").status,
+                           people["erik"].post("/refresh", confirmed="1").status], [403, 403, 403])
 
 
 class Program(web_client.Program):
@@ -156,10 +173,13 @@ def check_wholes(anna, host, document):
         ("an alias that is none", together(anna, renamed, ("set_user", {**called[1], "add_aliases": ["a b"]})), 400),
         ("changed meanwhile", together(anna, renamed, ("set_user", {**called[1], "version": "0"})), 412),
         ("a whole without a version", together(anna, renamed, ("set_names", {"domain": 1, "names": []})), 428),
+        ("no version", together(host, renamed, ("set_names", {"domain": 1, "names": [], "version": ""})), 412),
+        ("what only reads", together(host, renamed, ("export", {})), 400),
         ("no operation", together(anna, ("Session", {})), 400),
         ("a name alone", anna.ask("POST", "/together", {"command": "x", "calls": ["domains"]}), 400),
         ("one within another", together(anna, ("together", {"command": "x", "calls": []})), 400),
         ("a dry run within", together(anna, (called[0], {**called[1], "dry_run": True})), 400),
+        ("a long name", anna.ask("POST", "/together", {"command": "x" * 1001, "calls": []}), 400),
         ("calls that are none", anna.ask("POST", "/together", {"command": "x", "calls": "publish"}), 400),
         ("calls of numbers", anna.ask("POST", "/together", {"command": "x", "calls": [1]}), 400),
         ("a model without a version", host.ask("PUT", "/model", {"json": "{}"}), 428),
@@ -225,7 +245,11 @@ def check_api(people):
         ("no JSON", anna.ask("PATCH", user, "{"), 400),
         ("deep JSON", anna.ask("PATCH", user, "[" * 100000), 400),
         ("no object", anna.ask("PATCH", user, "[]"), 400),
-        ("not hers", anna.ask("DELETE", "/domains/1"), 403),
+        ("not hers", anna.ask("DELETE", "/domains/1", If_Match="*"), 403),
+        ("a deletion without a version", anna.ask("DELETE", user), 428),
+        ("of what was changed meanwhile", anna.ask("DELETE", user, If_Match='"0"'), 412),
+        ("of a domain that was", host.ask("DELETE", "/domains/2", If_Match='"0"'), 412),
+        ("of several by one version", anna.ask("DELETE", "/domains/1/users/1003,1004", If_Match=etag), 400),
         ("a name that is none", host.ask("POST", "/domains", {"name": "no domain"}), 400),
         ("a taken name", host.ask("POST", "/domains", {"name": "example.com"}), 409),
         ("a whole without a version", anna.ask("PUT", "/domains/1/disclaimers", {"json": "[]"}), 428),
@@ -271,6 +295,10 @@ def check_pages(anna, ben):
     for query, wanted in (("", 5), ("collides=1", 0), ("drifts=1", 0), ("by_group=1", 4), ("gid=2001", 2), ("own_role=1&gid=2001", 1)):
         page = anna.get("/domains/1/people?" + query).text
         same(f"people with {query!r}", page.count('<th scope="row">'), wanted)
+    for path in ("/doctor?domain=", "/history?domain="):
+        same(path, [anna.get(path + domain).status for domain in ("1", "2", "x", "")], [200, 404, 404, 404])
+    changes = ben.get("/history?domain=2").text
+    same("changes of a domain", [text in changes for text in ("group add", "alias create example.com")], [True, False])
     picture = anna.get("/domains/1/picture").text
     same("the picture", [text in picture for text in (">sales<", "anna@example.com")], [True, True])
     same("for the host alone", [anna.get("/published").status, anna.get("/refresh").status], [403, 403])
@@ -325,6 +353,19 @@ def check_tokens(people):
     same("nothing half", count(), before)
     statuses = [erik.post("/tokens", label="x", days="1").status for _ in range(51 - before)]
     same("the 51st token", (statuses[-2:], count()), ([200, 400], 50))
+
+
+def check_turns(people):
+    """While a program of one person waits with much at once, others are answered; the rest is refused."""
+    ben = Program(people["ben"], True)
+    with concurrent.futures.ThreadPoolExecutor(40) as many:
+        with open(os.environ["MDOMAIN_ROOT"] + "/var/run/postara_server/mdomain.lock", "a", encoding="ascii") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            asked = [many.submit(ben.answer, "PATCH", "/domains/1", {"description": f"x{at}"}) for at in range(40)]
+            done = next((done for done in (concurrent.futures.wait(asked, 0.1).done for _ in range(100)) if len(done) >= 8), ())
+            same("too many", [(one.result().status, one.result().getheader("Retry-After")) for one in done], [(503, "1")] * 8)
+            same("anna meanwhile", people["anna"].get("/domains/1").status, 200)
+        same("the others", sorted(one.result().status for one in asked), [200] * 32 + [503] * 8)
 
 
 def check_requests(people):
@@ -398,5 +439,6 @@ check_api(people)
 check_requests(people)
 check_operations(people)
 check_tokens(people)
+check_turns(people)
 check_limits()
 sys.exit(1 if web_client.failures else 0)
