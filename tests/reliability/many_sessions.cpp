@@ -63,7 +63,8 @@ void Read(Session& session, int /*round*/) {
 
 void Change(Session& session, int round) {
   static std::atomic<int> number{0};
-  const std::string own = "x" + std::to_string(++number);
+  // A forked process counts on by itself.
+  const std::string own = "x" + std::to_string(getpid()) + "x" + std::to_string(++number);
   Must(bool(session.SetUser(2, kBen, {{}, {}, {own}, {}})), "an alias");
   Must((*session.Owner(own + "@two.example")).value_or("") == "ben", "its owner");
   Must(bool(session.CreateEntry(2, {own + "e", {"anna"}, {}, {}, ""})), "an entry");
