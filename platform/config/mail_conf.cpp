@@ -51,10 +51,11 @@ int mailConfGet(const std::string& key, std::string& value) {
 
 int mailConfChange(const std::vector<std::pair<std::string, std::string>>& entries,
                    const std::vector<std::string>& removed_keys) {
+  const auto repeats_or_falls = [](const auto& one, const auto& next) {
+    return one.first >= next.first;
+  };
   const bool is_each_once =
-      std::is_sorted(entries.begin(), entries.end(), [](const auto& one, const auto& next) {
-        return one.first <= next.first;  // so that equal ones are out of order, too
-      });
+      std::adjacent_find(entries.begin(), entries.end(), repeats_or_falls) == entries.end();
   std::map<std::string, std::string> wanted;
   if (!is_each_once) {
     for (const auto& [key, value] : entries) {
