@@ -57,7 +57,13 @@ void RowIndex::Put(Slot slot) {
 
 template <class Row>
 uint32_t Table<Row>::RowOfName(const std::string& name) const {
-  return by_name_.Find(HashOf(name), [&](uint32_t row) { return rows_[row].name == name; });
+  if (after_found_ < rows_.size() && rows_[after_found_].name == name) {
+    return after_found_++;
+  }
+  const uint32_t found =
+      by_name_.Find(HashOf(name), [&](uint32_t row) { return rows_[row].name == name; });
+  after_found_ = found == RowIndex::kNone ? after_found_ : found + 1;
+  return found;
 }
 
 template <class Row>
@@ -188,6 +194,9 @@ void UserTable::Add(UserRow&& row) {
     return;
   }
   const auto number = static_cast<uint32_t>(rows().size() - 1);
+  if (added->listed && !IsSurelyFolded(added->name)) {
+    unfolded_.emplace(FoldCase(added->name), number);
+  }
   by_group_in_order_ = false;
   by_group_.emplace_back(added->gid, number);
   for (unsigned int gid : added->gids) {
@@ -204,22 +213,11 @@ void UserTable::OrderGroups() const {
   }
 }
 
-void UserTable::FindUnfolded() const {
-  for (; unfolded_rows_ < rows().size(); unfolded_rows_++) {
-    const UserRow& row = rows()[unfolded_rows_];
-    if (row.listed && !IsSurelyFolded(row.name)) {
-      unfolded_.emplace(FoldCase(row.name), static_cast<uint32_t>(unfolded_rows_));
-    }
-  }
-}
-
 bool UserTable::IsFirstListed(const UserRow& user) const {
-  FindUnfolded();
   return unfolded_.empty() || FirstListed(FoldCase(user.name)) == &user;
 }
 
 const UserRow* UserTable::FirstListed(const std::string& folded) const {
-  FindUnfolded();
   const auto found = unfolded_.find(folded);
   const uint32_t first = found == unfolded_.end() ? RowIndex::kNone : found->second;
   const uint32_t exact = RowOfName(folded);

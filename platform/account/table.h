@@ -145,6 +145,7 @@ class Table {
   NameCase name_case_;
   std::deque<Row> rows_;  // a deque: rows keep their place
   RowIndex by_name_, by_key_, by_folded_;
+  mutable uint32_t after_found_ = 0;  // groups mostly name their members in the order of accounts
   RowIndex by_id_;  // empty while the rows are in the order of their ids, as files mostly are
   bool ids_ascend_ = true;
   long listed_ = 0;
@@ -178,15 +179,13 @@ class UserTable : public Table<UserRow> {
 
  private:
   void OrderGroups() const;
-  void FindUnfolded() const;
 
   std::string memberships_hidden_;
   // Group and row, put in order when somebody asks.
   mutable std::vector<std::pair<unsigned int, uint32_t>> by_group_;
   mutable bool by_group_in_order_ = true;
-  // The first of the listed rows whose names are not folded; made when somebody asks.
-  mutable std::unordered_map<std::string, uint32_t> unfolded_;
-  mutable size_t unfolded_rows_ = 0;  // how many rows it knows
+  // The first of the listed rows whose names are not folded.
+  std::unordered_map<std::string, uint32_t> unfolded_;
 };
 
 // Appends the members of `group`, each once: named ones, those whose primary group it is, and the
