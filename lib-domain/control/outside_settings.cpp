@@ -2,6 +2,7 @@
 #include "lib-domain/control/outside_settings.h"
 
 #include <map>
+#include <memory>
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/paths.h"
@@ -20,24 +21,22 @@ using korvmailserver::KeyStoreView;
 
 namespace {
 
-// Adds what a platform operation that lists all indexes gives.
-template <typename List>
-bool AddAsked(const IndexFilter& is_asked, std::set<int>& domain_idxs, const List& list) {
-  std::set<int> all;
-  if (list(all) < 0) {
-    return false;
-  }
+template <typename Indexes>
+void AddAsked(const IndexFilter& is_asked, const Indexes& all, std::set<int>& domain_idxs) {
   for (const int domain_idx : all) {
     if (domain_idx > 0 && is_asked(domain_idx)) {
       domain_idxs.insert(domain_idx);
     }
   }
-  return true;
 }
 
 bool ListAliasDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
-  return AddAsked(is_asked, domain_idxs,
-                  [](std::set<int>& all) { return Alias(PATHS::AliasDb()).listDomains(all); });
+  std::set<int> all;
+  if (Alias(PATHS::AliasDb()).listDomains(all) < 0) {
+    return false;
+  }
+  AddAsked(is_asked, all, domain_idxs);
+  return true;
 }
 
 bool ClearAliases(int domain_idx) {
@@ -46,10 +45,12 @@ bool ClearAliases(int domain_idx) {
 }
 
 bool ListLimitDomains(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
-  return AddAsked(is_asked, domain_idxs, [](std::set<int>& all) {
-    std::set<int> whole;
-    return MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(all, whole);
-  });
+  std::shared_ptr<const MultipleDomain::DomainsWithSettings> known;
+  if (MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(known) < 0) {
+    return false;
+  }
+  AddAsked(is_asked, known->all, domain_idxs);
+  return true;
 }
 
 bool ClearLimits(int domain_idx) {
@@ -75,10 +76,9 @@ bool IsMainDomainOfBefore(int domain_idx, const std::string& domain_name) {
 // Without the settings database the domain gets no settings either: its creation fails, and leaves
 // the row, for which the reconcile step makes them later. Not where something is known to be left.
 bool FailsBehindTheRow(int domain_idx) {
-  std::set<int> known;
-  std::set<int> whole;
+  std::shared_ptr<const MultipleDomain::DomainsWithSettings> known;
   std::map<int, DB::DomainDepartures> departures;
-  return MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(known, whole) < 0 &&
+  return MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(known) < 0 &&
          DB::Departure().List(departures) && departures.count(domain_idx) == 0;
 }
 

@@ -52,8 +52,8 @@ bool PublishBccFile(const std::string& path);
 // saved, too, when the list cannot be emptied, which is logged where it fails.
 DisclaimerOutcome DeleteDomainDisclaimers(int domain_idx);
 // Adds the indexes whose texts of disclaimers a killed writer left beside their place, and those of
-// `domain_idxs` whose texts are in place and not published. False with a log line.
-bool ListUnsettledTexts(const std::set<int>& domain_idxs, std::set<int>& unsettled);
+// domains in the model whose texts are in place and not published. False with a log line.
+bool ListUnsettledTexts(const IndexFilter& is_in_model, std::set<int>& unsettled);
 // Puts the texts of the stored list into place, removes others and publishes those in place. Texts
 // that somebody is writing are left to them. False with a log line.
 bool SettleTexts(int domain_idx);

@@ -187,14 +187,23 @@ bool Domain::List(DomainDBFilter& filter, std::vector<RECORD::Domain>& domains) 
 }
 
 bool Domain::ListNames(std::vector<RECORD::Domain>& domains) {
+  std::shared_ptr<const std::vector<RECORD::Domain>> named;
+  const bool are_listed = ShareNamedDomains(named);
+  domains.insert(domains.end(), named->begin(), named->end());
+  return are_listed;
+}
+
+bool Domain::ShareNamedDomains(std::shared_ptr<const std::vector<RECORD::Domain>>& domains) {
   std::shared_ptr<const DomainNames> names;
   if (ShareNames(names)) {
-    domains.insert(domains.end(), names->domains.begin(), names->domains.end());
+    domains = {names, &names->domains};
     return true;
   }
+  const auto listed = std::make_shared<std::vector<RECORD::Domain>>();
+  domains = listed;
   return _DomainDb().Query<Columns<Int, Text, Flag>>(
-      Sql(kSelectNames), [&domains](int domain_idx, const std::string& name, bool is_primary) {
-        AddName(domains, domain_idx, name, is_primary);
+      Sql(kSelectNames), [&listed](int domain_idx, const std::string& name, bool is_primary) {
+        AddName(*listed, domain_idx, name, is_primary);
       });
 }
 

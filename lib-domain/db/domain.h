@@ -44,6 +44,9 @@ class MDOMAIN_EXPORT Domain {
   // Index, name and primary flag of every domain, in the order in which List gives them; the other
   // members keep their defaults. Reads no user: what is published or addressed needs no more.
   bool ListNames(std::vector<RECORD::Domain>& domains);
+  // The same, of which there is no copy while nobody changes a name. Never null; what was read
+  // before a failure, ascending by index.
+  bool ShareNamedDomains(std::shared_ptr<const std::vector<RECORD::Domain>>& domains);
   // The same with all additional names. False, with nothing logged, where the two operations tell
   // more: when they cannot be read, or in a transaction that writes. While nobody changes a name
   // nothing is read, and the object is the same.

@@ -162,10 +162,10 @@ void CheckAddresses(const std::vector<KnownDomain>& domains, Findings& findings)
 
 // "domain 2": "domain 2 (example.com)" for domains that are not there any more, where their names
 // are still published.
-std::map<std::string, std::string> NamesOfGone(const std::set<int>& domain_idxs) {
+std::map<std::string, std::string> NamesOfGone(const UTILS::ReconcileModel& model) {
   std::map<std::string, std::string> names;
   for (const auto& [idx, name] : PublishedDomains()) {
-    if (domain_idxs.count(idx) == 0) {
+    if (!model.Has(idx)) {
       const std::string title = "domain " + std::to_string(idx);
       names[title] = std::string(title).append(" (").append(name).append(")");
     }
@@ -202,7 +202,7 @@ void CheckReconciled(Findings& findings) {
          "the settings under domain indexes are those of another model's domains",
          "the manual's page on directories says how the account source is switched"});
   }
-  const std::map<std::string, std::string> gone = NamesOfGone(model.domain_idxs);
+  const std::map<std::string, std::string> gone = NamesOfGone(model);
   for (const auto& item : UTILS::ReconcileItems()) {
     UTILS::Differences differences;
     if (!item.list(model, differences)) {

@@ -5,7 +5,7 @@
 // names it. Another process may commit and publish in between: then the older state must not stay
 // published, so the model is published again.
 #include <algorithm>
-#include <iterator>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -64,66 +64,118 @@ std::string EntryOf(const RECORD::Domain& domain) {
   return std::to_string(domain.GetDomainIdx()) + "/" + domain.GetDomainName();
 }
 
-// What is published of the names: the keys with their values, and those of additional names alone.
+// What is published of the names.
 struct NameKeys {
   SharedNames names;
   std::string settings_owner;
-  std::vector<std::pair<std::string, std::string>> all;  // ascending
-  std::vector<std::string> additional;                   // ascending
+  std::vector<std::pair<std::string, std::string>> all;  // ascending by key
+
+  std::string& Value(const std::string& key) {
+    return std::lower_bound(
+               all.begin(), all.end(), key,
+               [](const auto& entry, const std::string& wanted) { return entry.first < wanted; })
+        ->second;
+  }
 };
 
-NameKeys MakeKeys(const SharedNames& names, const std::string& settings_owner) {
-  NameKeys keys{names, settings_owner, {}, {}};
-  std::vector<std::string> entries;
-  std::string primary_name;
-  for (const RECORD::Domain& domain : names->domains) {
-    const int domain_idx = domain.GetDomainIdx();
-    const auto additional = names->additional.find(domain_idx);
-    keys.additional.push_back(AdditionalKey(domain_idx));
-    keys.all.emplace_back(keys.additional.back(), additional == names->additional.end()
-                                                      ? ""
-                                                      : BASE::Join(additional->second, kSeparator));
-    entries.push_back(EntryOf(domain));
-    primary_name = domain.IsPrimary() ? domain.GetDomainName() : primary_name;
-  }
-  keys.all.emplace_back(kDomainsKey, BASE::Join(entries, kSeparator));
-  keys.all.emplace_back(kPrimaryKey, primary_name);
-  if (!names->domains.empty()) {
-    keys.all.emplace_back(DB::INTERNAL::kModelKey, settings_owner);
-  }
-  std::sort(keys.all.begin(), keys.all.end());
-  std::sort(keys.additional.begin(), keys.additional.end());
-  return keys;
+// Whether both have the same domains, under whatever names.
+bool HaveSameDomains(const DomainNames& names, const DomainNames& others) {
+  return std::equal(names.domains.begin(), names.domains.end(), others.domains.begin(),
+                    others.domains.end(),
+                    [](const RECORD::Domain& one, const RECORD::Domain& other) {
+                      return one.GetDomainIdx() == other.GetDomainIdx();
+                    });
 }
 
-// Those that were made last, while the names are the same.
+std::string AdditionalValue(const DomainNames& names, int domain_idx) {
+  const auto found = names.additional.find(domain_idx);
+  return found == names.additional.end() ? "" : BASE::Join(found->second, kSeparator);
+}
+
+std::string DomainsValue(const DomainNames& names) {
+  std::string value;
+  for (const RECORD::Domain& domain : names.domains) {
+    value.append(value.empty() ? "" : kSeparator);
+    value.append(std::to_string(domain.GetDomainIdx())).append("/").append(domain.GetDomainName());
+  }
+  return value;
+}
+
+std::string PrimaryName(const DomainNames& names) {
+  std::string primary_name;
+  for (const RECORD::Domain& domain : names.domains) {
+    primary_name = domain.IsPrimary() ? domain.GetDomainName() : primary_name;
+  }
+  return primary_name;
+}
+
+void MakeKeys(NameKeys& keys) {
+  keys.all.clear();
+  for (const RECORD::Domain& domain : keys.names->domains) {
+    const int domain_idx = domain.GetDomainIdx();
+    keys.all.emplace_back(AdditionalKey(domain_idx), AdditionalValue(*keys.names, domain_idx));
+  }
+  keys.all.emplace_back(kDomainsKey, DomainsValue(*keys.names));
+  keys.all.emplace_back(kPrimaryKey, PrimaryName(*keys.names));
+  if (!keys.names->domains.empty()) {
+    keys.all.emplace_back(DB::INTERNAL::kModelKey, keys.settings_owner);
+  }
+  std::sort(keys.all.begin(), keys.all.end());
+}
+
+// The same domains have the same keys, and most of them the same additional names.
+void FollowNames(NameKeys& keys, const DomainNames& before) {
+  for (const auto* names : {&before, keys.names.get()}) {
+    const DomainNames& other = names == &before ? *keys.names : before;
+    for (const auto& [domain_idx, additional] : names->additional) {
+      const auto found = other.additional.find(domain_idx);
+      if (found == other.additional.end() || found->second != additional) {
+        keys.Value(AdditionalKey(domain_idx)) = AdditionalValue(*keys.names, domain_idx);
+      }
+    }
+  }
+  keys.Value(kDomainsKey) = DomainsValue(*keys.names);
+  keys.Value(kPrimaryKey) = PrimaryName(*keys.names);
+}
+
+// Those that were made last, in line with the names.
 const NameKeys& KeysOf(const SharedNames& names, const std::string& settings_owner) {
   static auto& made = *new NameKeys();
-  if (made.names != names || made.settings_owner != settings_owner) {
-    made = MakeKeys(names, settings_owner);
+  if (made.names == names && made.settings_owner == settings_owner) {
+    return made;
+  }
+  const NameKeys before = {made.names, made.settings_owner, {}};
+  made.names = names;
+  made.settings_owner = settings_owner;
+  if (before.names != nullptr && before.settings_owner == settings_owner &&
+      HaveSameDomains(*before.names, *names)) {
+    FollowNames(made, *before.names);
+  } else {
+    MakeKeys(made);
   }
   return made;
 }
 
-// Published names of domains that are no more; `kept` is ascending. False where they cannot be
-// listed.
-bool ListStaleKeys(const std::vector<std::string>& kept, std::vector<std::string>& stale) {
-  std::vector<std::string> keys;
-  if (!PostaraServerBACKENDWrap::ls(kAdditionalTree, keys)) {
-    return false;
-  }
-  std::set_difference(keys.begin(), keys.end(), kept.begin(), kept.end(),
-                      std::back_inserter(stale));
-  stale.erase(
-      std::remove_if(stale.begin(), stale.end(),
-                     [](const std::string& key) { return key.rfind(kAdditionalPrefix, 0) != 0; }),
-      stale.end());
-  return true;
+// Published names of domains that are no more. `is_kept` is asked about keys in ascending order.
+// False where they cannot be listed.
+bool ListStaleKeys(const std::function<bool(const std::string& key)>& is_kept,
+                   std::vector<std::string>& stale) {
+  return PostaraServerBACKENDWrap::ls(
+      kAdditionalTree,
+      [&](const std::string& key) { return !is_kept(key) && key.rfind(kAdditionalPrefix, 0) == 0; },
+      stale);
 }
 
 bool SetKeysTogether(const NameKeys& keys) {
   std::vector<std::string> stale;
-  return ListStaleKeys(keys.additional, stale) && mailConfChange(keys.all, stale) == 0;
+  auto next = keys.all.begin();
+  const auto is_kept = [&](const std::string& key) {
+    while (next != keys.all.end() && next->first < key) {
+      ++next;
+    }
+    return next != keys.all.end() && next->first == key;
+  };
+  return ListStaleKeys(is_kept, stale) && mailConfChange(keys.all, stale) == 0;
 }
 
 }  // namespace
@@ -277,7 +329,10 @@ bool Updater::_RemoveUnusedRedisKey(const std::vector<std::string>& keep_keys) {
   std::vector<std::string> stale;
   std::vector<std::string> kept = keep_keys;
   std::sort(kept.begin(), kept.end());
-  if (!ListStaleKeys(kept, stale)) {
+  const auto is_kept = [&kept](const std::string& key) {
+    return std::binary_search(kept.begin(), kept.end(), key);
+  };
+  if (!ListStaleKeys(is_kept, stale)) {
     LOG_ERROR("Failed to list backend tree virtual_domain");
     return false;
   }

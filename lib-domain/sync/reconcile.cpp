@@ -12,7 +12,6 @@
 #include "lib-domain/control/outside_settings.h"
 #include "lib-domain/control/policy_hooks.h"
 #include "lib-domain/db/domain.h"
-#include "lib-domain/db/domain_names.h"
 #include "lib-domain/db/notice.h"
 #include "lib-domain/db/published_model.h"
 #include "lib-domain/db/read_scope.h"
@@ -45,20 +44,19 @@ ReconcileItem PrimaryMark() {
     return true;
   };
   const auto mend = [](const ReconcileModel& model) {
-    return DB::Domain().SetPrimaryDomain(*model.domain_idxs.begin());
+    return DB::Domain().SetPrimaryDomain(model.domain_idxs.front());
   };
   return {"primary domain", DatabasePath(), ReconcileScope::kEachChange, list, mend};
 }
 
 // The domains of the model that lack a row of their settings.
 bool ListMissingSettings(const ReconcileModel& model, std::vector<int>& missing) {
-  std::set<int> known;
-  std::set<int> whole;
-  if (MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(known, whole) < 0) {
+  std::shared_ptr<const MultipleDomain::DomainsWithSettings> known;
+  if (MultipleDomain::DomainSetting(PATHS::SettingsDb()).ListDomains(known) < 0) {
     return false;
   }
-  std::set_difference(model.domain_idxs.begin(), model.domain_idxs.end(), whole.begin(),
-                      whole.end(), std::back_inserter(missing));
+  std::set_difference(model.domain_idxs.begin(), model.domain_idxs.end(), known->whole.begin(),
+                      known->whole.end(), std::back_inserter(missing));
   return true;
 }
 
@@ -127,7 +125,8 @@ ReconcileItem Notices() {
 
 bool ListUnsettled(const ReconcileModel& model, std::set<int>& domain_idxs) {
   return model.are_settings_foreign ||
-         CONTROL::INTERNAL::ListUnsettledTexts(model.domain_idxs, domain_idxs);
+         CONTROL::INTERNAL::ListUnsettledTexts(
+             [&model](int domain_idx) { return model.Has(domain_idx); }, domain_idxs);
 }
 
 ReconcileItem UnsettledTexts() {
@@ -154,8 +153,7 @@ ReconcileItem UnsettledTexts() {
 bool ListVanished(const OutsideSetting& setting, const ReconcileModel& model,
                   std::set<int>& domain_idxs) {
   return model.domain_idxs.empty() || model.are_settings_foreign ||
-         setting.list([&model](int domain_idx) { return model.domain_idxs.count(domain_idx) == 0; },
-                      domain_idxs);
+         setting.list([&model](int domain_idx) { return !model.Has(domain_idx); }, domain_idxs);
 }
 
 // `setting` lives as long as the process.
@@ -255,14 +253,13 @@ std::vector<ReconcileItem> ReconcileItems() {
 }
 
 bool ReadReconcileModel(ReconcileModel& model) {
-  std::vector<RECORD::Domain> listed;
-  std::shared_ptr<const DB::DomainNames> names;
-  if (!DB::Domain().ShareNames(names) && !DB::Domain().ListNames(listed)) {
+  std::shared_ptr<const std::vector<RECORD::Domain>> domains;
+  if (!DB::Domain().ShareNamedDomains(domains)) {
     LOG_ERROR("Failed to List domains");
     return false;
   }
-  for (const RECORD::Domain& domain : names == nullptr ? listed : names->domains) {
-    model.domain_idxs.insert(model.domain_idxs.end(), domain.GetDomainIdx());
+  for (const RECORD::Domain& domain : *domains) {
+    model.domain_idxs.push_back(domain.GetDomainIdx());
     model.has_primary = model.has_primary || domain.IsPrimary();
   }
   return DB::INTERNAL::AreSettingsForeign(model.are_settings_foreign);

@@ -11,8 +11,8 @@
 #ifndef LIB_DOMAIN_SYNC_RECONCILE_H
 #define LIB_DOMAIN_SYNC_RECONCILE_H
 
+#include <algorithm>
 #include <functional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -26,10 +26,14 @@ enum class ReconcileScope {
 };
 
 struct ReconcileModel {
-  std::set<int> domain_idxs;
+  std::vector<int> domain_idxs;  // ascending
   bool has_primary = false;
   // What stands under indexes belongs to the domains of another model file.
   bool are_settings_foreign = false;
+
+  bool Has(int domain_idx) const {
+    return std::binary_search(domain_idxs.begin(), domain_idxs.end(), domain_idx);
+  }
 };
 
 // One way in which something differs, for a person.

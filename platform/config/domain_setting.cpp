@@ -1,6 +1,7 @@
 // Default rows per domain in the settings database, which the mail server's other settings share.
 #include "platform/include/domain_setting.h"
 
+#include <algorithm>
 #include <array>
 
 #include "platform/include/db_handler.h"
@@ -18,7 +19,7 @@ using korvmailserver::Statement;
 
 namespace {
 
-using Ids = std::set<int>;
+using SharedDomains = std::shared_ptr<const DomainsWithSettings>;
 
 constexpr char kServerTables[] =
     "create table bcc_table(name TEXT, type INTEGER, bcc_to TEXT, domain_id INTEGER NOT NULL "
@@ -130,30 +131,21 @@ int RunOnBothTables(const std::string& path, const std::array<const char*, 2>& s
   return -1;
 }
 
-struct DomainsWithRows {
-  Ids all;
-  Ids whole;
-};
-
-bool SelectDomains(Statement& domains, DomainsWithRows& found) {
-  return domains.ForEachRow([&found](const Statement& row) {
-    if (!found.all.insert(row.Int(0)).second) {
-      found.whole.insert(row.Int(0));
-    }
-  });
-}
-
-void Add(const Ids& found, Ids& ids) {
-  if (ids.empty()) {
-    ids = found;  // which costs less
-  } else {
-    ids.insert(found.begin(), found.end());
+bool SelectDomains(Statement& statement, SharedDomains& domains) {
+  const auto found = std::make_shared<DomainsWithSettings>();
+  std::vector<int>& all = found->all;
+  if (!statement.ForEachRow([&all](const Statement& row) { all.push_back(row.Int(0)); })) {
+    return false;
   }
-}
-
-void Add(const DomainsWithRows& found, Ids& domain_ids, Ids& whole_domain_ids) {
-  Add(found.all, domain_ids);
-  Add(found.whole, whole_domain_ids);
+  std::stable_sort(all.begin(), all.end());  // quick for two tables, each in order
+  for (size_t i = 1; i < all.size(); ++i) {
+    if (all[i] == all[i - 1]) {
+      found->whole.push_back(all[i]);
+    }
+  }
+  all.erase(std::unique(all.begin(), all.end()), all.end());
+  domains = found;
+  return true;
 }
 
 }  // namespace
@@ -176,18 +168,23 @@ int DomainSetting::DelSettings(int domain_id) {
   return RunOnBothTables(path_, kDeleteRows, domain_id);
 }
 
-int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_domain_ids) {
+int DomainSetting::ListDomains(SharedDomains& domains) {
   KeptDatabase& kept = KeptDatabase::Of(path_);
-  const auto* const known = kept.Ask<DomainsWithRows>(
-      path_, kSelectDomains, [](sqlite3* db, CompiledStatements& compiled, DomainsWithRows& rows) {
-        return SelectDomains(compiled.Get(db, kSelectDomains), rows);
+  const auto* const known = kept.Ask<SharedDomains>(
+      path_, kSelectDomains, [](sqlite3* db, CompiledStatements& compiled, SharedDomains& answer) {
+        return SelectDomains(compiled.Get(db, kSelectDomains), answer);
       });
   if (known != nullptr) {
-    Add(*known, domain_ids, whole_domain_ids);
+    domains = *known;
     return 0;
   }
+  const auto none = std::make_shared<DomainsWithSettings>();
   if (!KLIBCFileExist(path_.c_str())) {
-    return korvmailserver::IsDatabaseLost(path_) ? -1 : 0;
+    if (korvmailserver::IsDatabaseLost(path_)) {
+      return -1;
+    }
+    domains = none;
+    return 0;
   }
   DBHandler db(path_, SettingsSchema());
   db.refuseLost();
@@ -197,16 +194,15 @@ int DomainSetting::ListDomains(std::set<int>& domain_ids, std::set<int>& whole_d
   db.setBusyTimeout(kBusyTimeout);
   const int found = Statement(db.getDB(), kHasTables).Step();
   if (found == SQLITE_DONE) {
+    domains = none;
     return 0;
   }
-  Statement domains(db.getDB(), kSelectDomains);
-  DomainsWithRows rows;
-  if (found == SQLITE_ROW && SelectDomains(domains, rows)) {
-    Add(rows, domain_ids, whole_domain_ids);
+  Statement statement(db.getDB(), kSelectDomains);
+  if (found == SQLITE_ROW && SelectDomains(statement, domains)) {
     kept.Keep(path_);
     return 0;
   }
-  maillog(korvmailserver::kLogError, "settings database %s: %s", path_.c_str(), domains.Error());
+  maillog(korvmailserver::kLogError, "settings database %s: %s", path_.c_str(), statement.Error());
   return -1;
 }
 

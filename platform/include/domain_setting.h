@@ -4,8 +4,9 @@
 #ifndef PLATFORM_DOMAIN_SETTING_H
 #define PLATFORM_DOMAIN_SETTING_H
 
-#include <set>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/include/export.h"
 
@@ -13,6 +14,12 @@ namespace MultipleDomain {
 
 // The whole schema of the settings database; whoever opens the file first creates all of it.
 MDOMAIN_EXPORT const std::string& SettingsSchema();
+
+// The domains that have rows, ascending.
+struct DomainsWithSettings {
+  std::vector<int> all;    // in one of the two tables at least
+  std::vector<int> whole;  // in both
+};
 
 class MDOMAIN_EXPORT DomainSetting {
  public:
@@ -22,9 +29,9 @@ class MDOMAIN_EXPORT DomainSetting {
   int CreateSettings(int domain_id);
   // Removes the rows. 0 (also when there are none, or no database), or negative with one log line.
   int DelSettings(int domain_id);
-  // Adds the ids of the domains that have a row in one of the two tables, and of those that have
-  // one in both. 0 (also when there are none, or no database), or negative with one log line.
-  int ListDomains(std::set<int>& domain_ids, std::set<int>& whole_domain_ids);
+  // 0 (also when there are none, or no database), or negative with one log line and `domains`
+  // untouched.
+  int ListDomains(std::shared_ptr<const DomainsWithSettings>& domains);
 
  private:
   std::string path_;

@@ -2,6 +2,7 @@
 #ifndef PLATFORM_KEY_STORE_H
 #define PLATFORM_KEY_STORE_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,10 @@ class MDOMAIN_EXPORT PostaraServerBACKENDWrap {
   // Names of the keys of a tree, ascending by bytes. An unknown tree is empty. False on failure,
   // with `keys` untouched.
   static bool ls(const std::string& tree, std::vector<std::string>& keys);
+  // Those for which `is_wanted` is true, which is asked in the same order.
+  static bool ls(const std::string& tree,
+                 const std::function<bool(const std::string& key)>& is_wanted,
+                 std::vector<std::string>& keys);
   // Whether a key (of any tree, found by its name) is there. False also on failure.
   static bool exist(const std::string& key);
   // Removes a key, and what setFile published under it; a missing one is no failure.

@@ -44,9 +44,9 @@ class KeyStoreBackend {
   // written when nothing differs.
   virtual bool Write(const Entries& entries, const std::vector<std::string>& removed_keys,
                      std::string& error) = 0;
-  // Names of the keys of one tree, ascending.
-  virtual bool List(const std::string& tree, std::vector<std::string>& keys,
-                    std::string& error) = 0;
+  // Calls `use` with the names of the keys of one tree, ascending; with some where it fails.
+  using KeyUse = std::function<void(const std::string& key)>;
+  virtual bool List(const std::string& tree, const KeyUse& use, std::string& error) = 0;
   // Every key with its value.
   virtual bool All(std::map<std::string, std::string>& values, std::string& error) = 0;
   // Stores `path` as the key's value, which publishes the file where machines share the store.

@@ -97,10 +97,9 @@ bool CopiedStore::Get(const std::vector<std::string>& keys,
   return local_.Get(keys, values, error);
 }
 
-bool CopiedStore::List(const std::string& tree, std::vector<std::string>& keys,
-                       std::string& error) {
+bool CopiedStore::List(const std::string& tree, const KeyUse& use, std::string& error) {
   _Settle();
-  return local_.List(tree, keys, error);
+  return local_.List(tree, use, error);
 }
 
 bool CopiedStore::All(std::map<std::string, std::string>& values, std::string& error) {

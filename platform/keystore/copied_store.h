@@ -31,7 +31,7 @@ class CopiedStore : public KeyStoreBackend {
 
   bool Get(const std::vector<std::string>& keys, std::map<std::string, std::string>& values,
            std::string& error) override;
-  bool List(const std::string& tree, std::vector<std::string>& keys, std::string& error) override;
+  bool List(const std::string& tree, const KeyUse& use, std::string& error) override;
   bool All(std::map<std::string, std::string>& values, std::string& error) override;
   // True when the change is stored here; nodes.h tells whether it was published. Refused on a
   // machine that does not manage.

@@ -68,9 +68,21 @@ bool PostaraServerBACKENDWrap::setFile(const std::string& key, const std::string
 }
 
 bool PostaraServerBACKENDWrap::ls(const std::string& tree, std::vector<std::string>& keys) {
+  return ls(
+      tree, [](const std::string& /*key*/) { return true; }, keys);
+}
+
+bool PostaraServerBACKENDWrap::ls(const std::string& tree,
+                                  const std::function<bool(const std::string& key)>& is_wanted,
+                                  std::vector<std::string>& keys) {
   std::vector<std::string> names;
+  const auto use = [&](const std::string& key) {
+    if (is_wanted(key)) {
+      names.push_back(key);
+    }
+  };
   if (!RunOnKeyStore([&](KeyStoreBackend& backend, std::string& error) {
-        return backend.List(tree, names, error);
+        return backend.List(tree, use, error);
       })) {
     return false;
   }

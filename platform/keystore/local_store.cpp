@@ -212,7 +212,7 @@ bool LocalStore::_Compare(const Entries& entries, const std::vector<std::string>
   });
 }
 
-bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, std::string& error) {
+bool LocalStore::List(const std::string& tree, const KeyUse& use, std::string& error) {
   const Image* image = nullptr;
   if (!_LookAtView(image, error)) {
     return false;
@@ -220,14 +220,14 @@ bool LocalStore::List(const std::string& tree, std::vector<std::string>& keys, s
   if (image != nullptr) {
     const auto found = image->keys_by_tree.find(tree);
     if (found != image->keys_by_tree.end()) {
-      keys.insert(keys.end(), found->second.begin(), found->second.end());
+      std::for_each(found->second.begin(), found->second.end(), use);
     }
     return true;
   }
   return _Read(error, [&](sqlite3* db) {
     Statement& select = compiled_.Get(db, kSelectTree);
     select.Bind(1, tree);
-    return select.ForEachRow([&](const Statement& row) { keys.push_back(row.Text(0)); });
+    return select.ForEachRow([&](const Statement& row) { use(row.Text(0)); });
   });
 }
 

@@ -67,7 +67,7 @@ class LocalStore : public KeyStoreBackend {
            std::string& error) override;
   bool Write(const Entries& entries, const std::vector<std::string>& removed_keys,
              std::string& error) override;
-  bool List(const std::string& tree, std::vector<std::string>& keys, std::string& error) override;
+  bool List(const std::string& tree, const KeyUse& use, std::string& error) override;
   bool All(std::map<std::string, std::string>& values, std::string& error) override;
   bool SetFile(const std::string& key, const std::string& path, std::string& error) override;
   // Takes the write lock and releases it. For a file that does not exist yet the nearest existing

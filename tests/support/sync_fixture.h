@@ -3,6 +3,7 @@
 #ifndef TESTS_SUPPORT_SYNC_FIXTURE_H
 #define TESTS_SUPPORT_SYNC_FIXTURE_H
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,13 +38,15 @@ bool KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::setFile(const std::string& 
   return !test::Fails("setFile", key) && real(key, path);
 }
 
-bool KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::ls(const std::string& tree,
-                                                        std::vector<std::string>& keys) {
-  using Function = bool (*)(const std::string&, std::vector<std::string>&);
+bool KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::ls(
+    const std::string& tree, const std::function<bool(const std::string& key)>& is_wanted,
+    std::vector<std::string>& keys) {
+  using Function = bool (*)(const std::string&, const std::function<bool(const std::string&)>&,
+                            std::vector<std::string>&);
   static const auto real =
       test::Real<Function>("_ZN4KORV14POSTARA_SERVER24PostaraServerBACKENDWrap2lsE" TEST_TEXT_SYMBOL
-                           "RSt6vectorIS7_SaIS7_EE");
-  return !test::Fails("ls", tree) && real(tree, keys);
+                           "RKSt8functionIFbS9_EERSt6vectorIS7_SaIS7_EE");
+  return !test::Fails("ls", tree) && real(tree, is_wanted, keys);
 }
 
 bool KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::removeKey(const std::string& key) {

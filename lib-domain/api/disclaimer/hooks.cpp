@@ -27,18 +27,14 @@ constexpr off_t kNoTextsSize = 3;  // "[]" and a line end
 
 // An empty list is what a deleted domain leaves, and so is a file without texts.
 bool AddDomainsWithLists(const IndexFilter& is_asked, std::set<int>& domain_idxs) {
-  std::vector<std::string> all;
-  if (!KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::ls("", all)) {
-    return false;
-  }
   std::map<std::string, int> asked;
-  std::vector<std::string> keys;
-  for (const std::string& key : all) {
+  const auto is_key_asked = [&](const std::string& key) {
     const int domain_idx = IndexBehind(API::INTERNAL::kDisclaimerListPrefix, key);
-    if (domain_idx > 0 && is_asked(domain_idx)) {
-      asked.emplace(key, domain_idx);
-      keys.push_back(key);
-    }
+    return domain_idx > 0 && is_asked(domain_idx) && asked.emplace(key, domain_idx).second;
+  };
+  std::vector<std::string> keys;
+  if (!KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::ls("", is_key_asked, keys)) {
+    return false;
   }
   std::map<std::string, std::string> texts;
   if (!keys.empty() && mailConfGetMany(keys, texts) < 0) {
@@ -99,7 +95,7 @@ bool ListDisclaimerDomains(const IndexFilter& is_asked, std::set<int>& domain_id
          LogUnlisted();
 }
 
-bool ListUnsettledTexts(const std::set<int>& domain_idxs, std::set<int>& unsettled) {
+bool ListUnsettledTexts(const IndexFilter& is_in_model, std::set<int>& unsettled) {
   std::vector<std::string> names;
   std::vector<std::string> keys;
   if (!korvmailserver::ListFolder(PATHS::DisclaimerDir(), names)) {
@@ -114,7 +110,7 @@ bool ListUnsettledTexts(const std::set<int>& domain_idxs, std::set<int>& unsettl
     const auto is_published = [&] {
       return std::binary_search(keys.begin(), keys.end(), API::INTERNAL::ContentKey(domain_idx));
     };
-    if (is_in_place ? domain_idxs.count(domain_idx) != 0 && !is_published() : domain_idx > 0) {
+    if (is_in_place ? is_in_model(domain_idx) && !is_published() : domain_idx > 0) {
       unsettled.insert(domain_idx);
     }
   }

@@ -201,7 +201,7 @@ bool MimeDefang::RemoveRulesByGroups(int domain_idx, const std::vector<unsigned 
 int MimeDefang::UpdateRunKey() {
   std::vector<RECORD::Domain> domains;
   std::map<int, std::string> texts;
-  if (!ReadAllStoredTexts(domains, texts)) {
+  if (!ListDomainsWithLists(domains) || !ReadStoredTexts(domains, texts)) {
     return -1;
   }
   mimedefang_enable_ =

@@ -8,8 +8,10 @@
 
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
+#include "lib-domain/control/outside_settings.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/record/domain.h"
+#include "platform/include/key_store.h"
 #include "platform/include/mail_conf.h"
 
 namespace MDOMAIN::API::INTERNAL {
@@ -17,6 +19,17 @@ namespace MDOMAIN::API::INTERNAL {
 namespace {
 
 constexpr const char* kEmptyList = "[]\n";  // what a deleted domain leaves
+
+bool LogUnlisted() {
+  LOG_ERROR("get domain list failed");
+  return false;
+}
+
+bool LogUnread(const std::vector<RECORD::Domain>& domains) {
+  LOG_ERROR("Failed to get disclamer, domain_id[%d]",
+            domains.empty() ? 0 : domains.front().GetDomainIdx());
+  return false;
+}
 
 }  // namespace
 
@@ -57,8 +70,32 @@ bool IsArrayOfObjects(const Json::Value& value) {
 
 bool ListAllDomains(std::vector<RECORD::Domain>& domains) {
   if (!DB::Domain().ListNames(domains)) {
-    LOG_ERROR("get domain list failed");
-    return false;
+    return LogUnlisted();
+  }
+  return true;
+}
+
+bool ListDomainsWithLists(std::vector<RECORD::Domain>& domains) {
+  using KORV::POSTARA_SERVER::PostaraServerBACKENDWrap;
+  std::shared_ptr<const std::vector<RECORD::Domain>> all;
+  if (!DB::Domain().ShareNamedDomains(all)) {
+    return LogUnlisted();
+  }
+  std::vector<std::string> keys;
+  const auto is_list = [](const std::string& key) {
+    return key.rfind(kDisclaimerListPrefix, 0) == 0;
+  };
+  if (!PostaraServerBACKENDWrap::ls("", is_list, keys)) {
+    return LogUnread(*all);
+  }
+  for (const std::string& key : keys) {
+    const int domain_idx = CONTROL::INTERNAL::IndexBehind(kDisclaimerListPrefix, key);
+    const auto domain = std::lower_bound(
+        all->begin(), all->end(), domain_idx,
+        [](const RECORD::Domain& one, int wanted) { return one.GetDomainIdx() < wanted; });
+    if (domain != all->end() && DisclaimerListKey(domain->GetDomainIdx()) == key) {
+      domains.push_back(*domain);
+    }
   }
   return true;
 }
@@ -87,9 +124,7 @@ bool ReadStoredTexts(const std::vector<RECORD::Domain>& domains,
   }
   std::map<std::string, std::string> values;
   if (mailConfGetMany(keys, values) < 0) {
-    LOG_ERROR("Failed to get disclamer, domain_id[%d]",
-              domains.empty() ? 0 : domains.front().GetDomainIdx());
-    return false;
+    return LogUnread(domains);
   }
   for (const RECORD::Domain& domain : domains) {
     texts[domain.GetDomainIdx()] = values[DisclaimerListKey(domain.GetDomainIdx())];

@@ -29,6 +29,9 @@ bool IsArrayOfObjects(const Json::Value& value);
 // line.
 bool ListAllDomains(std::vector<RECORD::Domain>& domains);
 
+// Appends those for which a list is stored. False with a log line.
+bool ListDomainsWithLists(std::vector<RECORD::Domain>& domains);
+
 // Reads a stored list. The empty text, which a domain without disclaimers has, gives an empty
 // array. False when the text is no array of objects; `list` is then of no use.
 bool ParseStoredList(const std::string& text, Json::Value& list);
