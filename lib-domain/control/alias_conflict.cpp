@@ -5,17 +5,18 @@
 #include <algorithm>
 #include <utility>
 
-#include "lib-domain/base/hash_index.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/db/look_up.h"
 #include "platform/include/account.h"
+#include "platform/include/hash_index.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
 namespace {
 
+using korvmailserver::HashIndex;
 using AliasPairs = std::vector<std::pair<std::string, bool>>;
 
 template <typename Record>
@@ -95,7 +96,7 @@ void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
     LOG_ERROR("Failed to list users, skip _GetUsersFromUserShortNames");
     return;
   }
-  BASE::HashIndex by_short_name;
+  HashIndex by_short_name;
   by_short_name.Reserve(mirrored.size());
   const auto called = [&mirrored](const std::string& short_name) {
     return [&mirrored, &short_name](uint32_t number) {
@@ -104,15 +105,14 @@ void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
   };
   for (size_t i = 0; i < mirrored.size(); ++i) {
     const std::string short_name = TrimDomainName(mirrored[i].GetUserName());
-    by_short_name.FindOrAdd(BASE::HashIndex::HashOf(short_name), static_cast<uint32_t>(i),
+    by_short_name.FindOrAdd(HashIndex::HashOf(short_name), static_cast<uint32_t>(i),
                             called(short_name));
   }
   std::vector<const RECORD::User*> found;
   std::vector<std::string> names;
   for (const std::string& short_name : short_names) {
-    const uint32_t number =
-        by_short_name.Find(BASE::HashIndex::HashOf(short_name), called(short_name));
-    if (number != BASE::HashIndex::kNone) {
+    const uint32_t number = by_short_name.Find(HashIndex::HashOf(short_name), called(short_name));
+    if (number != HashIndex::kNone) {
       found.push_back(&mirrored[number]);
       names.push_back(mirrored[number].GetUserName());
     }

@@ -14,6 +14,7 @@ namespace MDOMAIN::CONTROL::INTERNAL {
 
 namespace {
 
+using korvmailserver::HashIndex;
 using AliasPairs = std::vector<std::pair<std::string, bool>>;
 
 // The number comes first, so no text can be read as another domain's.
@@ -108,7 +109,7 @@ AliasIndex::Before AliasIndex::Add(int domain_idx, unsigned int uid, const std::
   const auto number = static_cast<uint32_t>(held_.size());
   const uint32_t found =
       index_.FindOrAdd(FoldedHash(domain_idx, alias), number, _Is(domain_idx, alias));
-  if (found == BASE::HashIndex::kNone) {
+  if (found == HashIndex::kNone) {
     held_.push_back({texts_.size(), static_cast<uint32_t>(alias.size()), domain_idx, uid, false});
     texts_ += alias;
     return Before::kFree;
@@ -144,7 +145,7 @@ const AliasIndex::Held* AliasIndex::_Find(int domain_idx, const std::string& ali
     return nullptr;
   }
   const uint32_t number = index_.Find(FoldedHash(domain_idx, alias), _Is(domain_idx, alias));
-  return number == BASE::HashIndex::kNone ? nullptr : &held_[number];
+  return number == HashIndex::kNone ? nullptr : &held_[number];
 }
 
 bool AliasIndex::IsHeld(int domain_idx, const std::string& alias) const {

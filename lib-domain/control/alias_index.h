@@ -15,10 +15,10 @@
 #include <utility>
 #include <vector>
 
-#include "lib-domain/base/hash_index.h"
 #include "lib-domain/control/entry_names.h"
 #include "lib-domain/record/domain_user.h"
 #include "lib-domain/record/domain_user_alias.h"
+#include "platform/include/hash_index.h"
 
 namespace MDOMAIN::CONTROL::INTERNAL {
 
@@ -52,8 +52,8 @@ class AliasIndex {
   const Held* _Find(int domain_idx, const std::string& alias) const;
 
   std::vector<Held> held_;
-  std::string texts_;      // of all of them, one after the other
-  BASE::HashIndex index_;  // of those held, by domain and folded text
+  std::string texts_;                // of all of them, one after the other
+  korvmailserver::HashIndex index_;  // of those held, by domain and folded text
   // The users who came after the first: number of what is held, and uid.
   std::set<std::pair<uint32_t, unsigned int>> later_;
 };

@@ -7,7 +7,6 @@
 #include <optional>
 
 #include "lib-domain/accounts/account_source.h"
-#include "lib-domain/base/hash_index.h"
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/progress.h"
 #include "lib-domain/base/text.h"
@@ -18,6 +17,7 @@
 #include "lib-domain/db/user.h"
 #include "platform/include/account.h"
 #include "platform/include/batch_scope.h"
+#include "platform/include/hash_index.h"
 #include "platform/include/scope_guard.h"
 #include "platform/include/string_list.h"
 
@@ -26,6 +26,7 @@ namespace MDOMAIN::CONTROL {
 namespace {
 
 using DB::INTERNAL::Memberships;
+using korvmailserver::HashIndex;
 using Uids = std::vector<unsigned int>;
 
 constexpr int kMemberListCapacity = 1024;
@@ -230,19 +231,19 @@ class Group::UsersByLowerName {
     index_.Reserve(users_.size());
     for (size_t i = 0; i < users_.size(); ++i) {
       const std::string name = FoldAccountName(users_[i].GetUserName());
-      index_.FindOrAdd(BASE::HashIndex::HashOf(name), static_cast<uint32_t>(i), _Named(name));
+      index_.FindOrAdd(HashIndex::HashOf(name), static_cast<uint32_t>(i), _Named(name));
     }
   }
   // Null for nobody.
   const RECORD::User* Find(const std::string& name) const {
     const std::string folded = FoldAccountName(name);
-    const uint32_t number = index_.Find(BASE::HashIndex::HashOf(folded), _Named(folded));
-    return number == BASE::HashIndex::kNone ? nullptr : &users_[number];
+    const uint32_t number = index_.Find(HashIndex::HashOf(folded), _Named(folded));
+    return number == HashIndex::kNone ? nullptr : &users_[number];
   }
 
  private:
   std::vector<RECORD::User> users_;
-  BASE::HashIndex index_;
+  HashIndex index_;
 };
 
 bool Group::List(const DB::GroupDBFilter& filter, std::vector<RECORD::Group>& groups) {

@@ -1,7 +1,6 @@
 #include "platform/account/table.h"
 
 #include <algorithm>
-#include <functional>
 #include <utility>
 
 #include "platform/include/maillog.h"
@@ -9,105 +8,59 @@
 
 namespace korvmailserver::account {
 
-namespace {
-
-uint32_t HashOf(const std::string& text) {
-  return static_cast<uint32_t>(std::hash<std::string>()(text));
-}
-
-// Ids come in runs and at even distances; either would crowd a part of the slots.
-uint32_t HashOf(unsigned int id) {
-  id = (id ^ id >> 16) * 0x85EBCA6BU;
-  id = (id ^ id >> 13) * 0xC2B2AE35U;
-  return id ^ id >> 16;
-}
-
-}  // namespace
-
-void RowIndex::Add(uint32_t hash, uint32_t row) {
-  Reserve(++used_);
-  Put({hash, row});
-}
-
-void RowIndex::Reserve(size_t rows) {
-  if (2 * rows <= slots_.size()) {
-    return;
-  }
-  size_t size = std::max<size_t>(16, slots_.size());
-  while (size < 2 * rows) {
-    size *= 2;
-  }
-  std::vector<Slot> old(size);
-  old.swap(slots_);
-  mask_ = slots_.size() - 1;
-  for (const Slot& slot : old) {
-    if (slot.row != kNone) {
-      Put(slot);
-    }
-  }
-}
-
-void RowIndex::Put(Slot slot) {
-  size_t at = slot.hash & mask_;
-  while (slots_[at].row != kNone) {
-    at = (at + 1) & mask_;
-  }
-  slots_[at] = slot;
-}
-
 template <class Row>
 uint32_t Table<Row>::RowOfName(const std::string& name) const {
   if (after_found_ < rows_.size() && rows_[after_found_].name == name) {
     return after_found_++;
   }
   const uint32_t found =
-      by_name_.Find(HashOf(name), [&](uint32_t row) { return rows_[row].name == name; });
-  after_found_ = found == RowIndex::kNone ? after_found_ : found + 1;
+      by_name_.Find(HashIndex::HashOf(name), [&](uint32_t row) { return rows_[row].name == name; });
+  after_found_ = found == HashIndex::kNone ? after_found_ : found + 1;
   return found;
 }
 
 template <class Row>
 uint32_t Table<Row>::RowOfFolded(const std::string& folded) const {
-  return by_folded_.Find(HashOf(folded),
+  return by_folded_.Find(HashIndex::HashOf(folded),
                          [&](uint32_t row) { return FoldCase(rows_[row].name) == folded; });
 }
 
 template <class Row>
 uint32_t Table<Row>::RowOfId(unsigned int id) const {
   if (!ids_ascend_) {
-    return by_id_.Find(HashOf(id), [&](uint32_t row) { return IdOf(rows_[row]) == id; });
+    return by_id_.Find(HashIndex::HashOf(id), [&](uint32_t row) { return IdOf(rows_[row]) == id; });
   }
   const auto found =
       std::lower_bound(rows_.begin(), rows_.end(), id,
                        [](const Row& row, unsigned int wanted) { return IdOf(row) < wanted; });
-  return found == rows_.end() || IdOf(*found) != id ? RowIndex::kNone
+  return found == rows_.end() || IdOf(*found) != id ? HashIndex::kNone
                                                     : static_cast<uint32_t>(found - rows_.begin());
 }
 
 template <class Row>
 uint32_t Table<Row>::TakeId(unsigned int id, uint32_t row) {
   if (ids_ascend_ && (row == 0 || IdOf(rows_[row - 1]) < id)) {
-    return RowIndex::kNone;
+    return HashIndex::kNone;
   }
   for (uint32_t earlier = 0; ids_ascend_ && earlier < row; earlier++) {
-    by_id_.Add(HashOf(IdOf(rows_[earlier])), earlier);
+    by_id_.Add(HashIndex::HashOf(IdOf(rows_[earlier])), earlier);
   }
   ids_ascend_ = false;
-  return by_id_.FindOrAdd(HashOf(id), row,
+  return by_id_.FindOrAdd(HashIndex::HashOf(id), row,
                           [&](uint32_t other) { return IdOf(rows_[other]) == id; });
 }
 
 template <class Row>
 uint32_t Table<Row>::RowOfKey(const std::string& key) const {
-  return by_key_.Find(HashOf(key), [&](uint32_t row) { return rows_[row].key == key; });
+  return by_key_.Find(HashIndex::HashOf(key), [&](uint32_t row) { return rows_[row].key == key; });
 }
 
 template <class Row>
 const Row* Table<Row>::Add(Row&& row) {
   const auto number = static_cast<uint32_t>(rows_.size());
-  if (by_name_.FindOrAdd(HashOf(row.name), number, [&](uint32_t other) {
+  if (by_name_.FindOrAdd(HashIndex::HashOf(row.name), number, [&](uint32_t other) {
         return rows_[other].name == row.name;
-      }) != RowIndex::kNone) {
+      }) != HashIndex::kNone) {
     Skip("the name \"" + row.name + "\" stands there more than once", row.name);
     return nullptr;
   }
@@ -115,14 +68,14 @@ const Row* Table<Row>::Add(Row&& row) {
   Row& added = rows_.back();
   if (name_case_ == NameCase::kFolded) {
     const std::string folded = FoldCase(added.name);
-    if (RowOfFolded(folded) == RowIndex::kNone) {
-      by_folded_.Add(HashOf(folded), number);
-    }
+    by_folded_.FindOrAdd(HashIndex::HashOf(folded), number,
+                         [&](uint32_t other) { return FoldCase(rows_[other].name) == folded; });
   }
-  if (!added.key.empty() && RowOfKey(added.key) == RowIndex::kNone) {
-    by_key_.Add(HashOf(added.key), number);
+  if (!added.key.empty()) {
+    by_key_.FindOrAdd(HashIndex::HashOf(added.key), number,
+                      [&](uint32_t other) { return rows_[other].key == added.key; });
   }
-  if (TakeId(IdOf(added), number) != RowIndex::kNone && added.listed) {
+  if (TakeId(IdOf(added), number) != HashIndex::kNone && added.listed) {
     added.listed = false;
     first_shared_ = shared_ids_ == 0 ? added.name : first_shared_;
     shared_ids_++;
@@ -170,7 +123,7 @@ void Table<Row>::Announce(const std::string& origin) const {
 template <class Row>
 const Row* Table<Row>::ByName(const std::string& name) const {
   const uint32_t exact = RowOfName(name);
-  return At(exact != RowIndex::kNone || name_case_ == NameCase::kExact
+  return At(exact != HashIndex::kNone || name_case_ == NameCase::kExact
                 ? exact
                 : RowOfFolded(FoldCase(name)));
 }
@@ -219,12 +172,12 @@ bool UserTable::IsFirstListed(const UserRow& user) const {
 
 const UserRow* UserTable::FirstListed(const std::string& folded) const {
   const auto found = unfolded_.find(folded);
-  const uint32_t first = found == unfolded_.end() ? RowIndex::kNone : found->second;
+  const uint32_t first = found == unfolded_.end() ? HashIndex::kNone : found->second;
   const uint32_t exact = RowOfName(folded);
   if (exact < first && rows()[exact].listed) {
     return &rows()[exact];
   }
-  return first == RowIndex::kNone ? nullptr : &rows()[first];
+  return first == HashIndex::kNone ? nullptr : &rows()[first];
 }
 
 namespace {

@@ -8,13 +8,13 @@
 #include <cstdint>
 #include <deque>
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "platform/include/account.h"
+#include "platform/include/hash_index.h"
 
 namespace korvmailserver::account {
 
@@ -40,53 +40,6 @@ inline unsigned int IdOf(const UserRow& row) {
 inline unsigned int IdOf(const GroupRow& row) {
   return row.gid;
 }
-
-// Finds rows by a hash of what they have. Eight bytes a slot: the standard map takes fifty for each
-// row, and a page of memory costs more than parsing the lines that fill it.
-class RowIndex {
- public:
-  static constexpr uint32_t kNone = UINT32_MAX;
-
-  // The row with this hash of which `is_it` is true; kNone.
-  template <class IsIt>
-  uint32_t Find(uint32_t hash, const IsIt& is_it) const {
-    for (size_t at = hash & mask_; !slots_.empty() && slots_[at].row != kNone;
-         at = (at + 1) & mask_) {
-      if (slots_[at].hash == hash && is_it(slots_[at].row)) {
-        return slots_[at].row;
-      }
-    }
-    return kNone;
-  }
-  void Add(uint32_t hash, uint32_t row);
-  // As Find; where there is none, adds `row`.
-  template <class IsIt>
-  uint32_t FindOrAdd(uint32_t hash, uint32_t row, const IsIt& is_it) {
-    Reserve(used_ + 1);
-    size_t at = hash & mask_;
-    for (; slots_[at].row != kNone; at = (at + 1) & mask_) {
-      if (slots_[at].hash == hash && is_it(slots_[at].row)) {
-        return slots_[at].row;
-      }
-    }
-    slots_[at] = {hash, row};
-    used_++;
-    return kNone;
-  }
-  // Makes room for so many rows.
-  void Reserve(size_t rows);
-
- private:
-  struct Slot {
-    uint32_t hash = 0;
-    uint32_t row = kNone;
-  };
-  void Put(Slot slot);
-
-  std::vector<Slot> slots_;
-  size_t mask_ = 0;
-  size_t used_ = 0;
-};
 
 enum class NameCase { kExact, kFolded };
 
@@ -140,13 +93,13 @@ class Table {
   // The row that has the id already; kNone, and the id is known from now on.
   uint32_t TakeId(unsigned int id, uint32_t row);
   uint32_t RowOfKey(const std::string& key) const;
-  const Row* At(uint32_t row) const { return row == RowIndex::kNone ? nullptr : &rows_[row]; }
+  const Row* At(uint32_t row) const { return row == HashIndex::kNone ? nullptr : &rows_[row]; }
 
   NameCase name_case_;
   std::deque<Row> rows_;  // a deque: rows keep their place
-  RowIndex by_name_, by_key_, by_folded_;
+  HashIndex by_name_, by_key_, by_folded_;
   mutable uint32_t after_found_ = 0;  // groups mostly name their members in the order of accounts
-  RowIndex by_id_;  // empty while the rows are in the order of their ids, as files mostly are
+  HashIndex by_id_;  // empty while the rows are in the order of their ids, as files mostly are
   bool ids_ascend_ = true;
   long listed_ = 0;
   long shared_ids_ = 0;
