@@ -6,6 +6,7 @@
 // published, so the model is published again.
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -70,11 +71,18 @@ struct NameKeys {
   std::string settings_owner;
   std::vector<std::pair<std::string, std::string>> all;  // ascending by key
 
-  std::string& Value(const std::string& key) {
-    return std::lower_bound(
-               all.begin(), all.end(), key,
-               [](const auto& entry, const std::string& wanted) { return entry.first < wanted; })
-        ->second;
+  // The end where it is none of them.
+  auto Find(const std::string& key) const {
+    const auto found = std::lower_bound(
+        all.begin(), all.end(), key,
+        [](const auto& entry, const std::string& wanted) { return entry.first < wanted; });
+    return found == all.end() || found->first != key ? all.end() : found;
+  }
+  // Nothing happens where it is none of them.
+  void Set(const std::string& key, std::string value) {
+    if (const auto found = Find(key); found != all.end()) {
+      all[static_cast<size_t>(found - all.begin())].second = std::move(value);
+    }
   }
 };
 
@@ -123,19 +131,20 @@ void MakeKeys(NameKeys& keys) {
   std::sort(keys.all.begin(), keys.all.end());
 }
 
-// The same domains have the same keys, and most of them the same additional names.
+// The same domains have the same keys, and most of them the same additional names. Rows of names
+// may be left of a domain that is gone.
 void FollowNames(NameKeys& keys, const DomainNames& before) {
   for (const auto* names : {&before, keys.names.get()}) {
     const DomainNames& other = names == &before ? *keys.names : before;
     for (const auto& [domain_idx, additional] : names->additional) {
       const auto found = other.additional.find(domain_idx);
       if (found == other.additional.end() || found->second != additional) {
-        keys.Value(AdditionalKey(domain_idx)) = AdditionalValue(*keys.names, domain_idx);
+        keys.Set(AdditionalKey(domain_idx), AdditionalValue(*keys.names, domain_idx));
       }
     }
   }
-  keys.Value(kDomainsKey) = DomainsValue(*keys.names);
-  keys.Value(kPrimaryKey) = PrimaryName(*keys.names);
+  keys.Set(kDomainsKey, DomainsValue(*keys.names));
+  keys.Set(kPrimaryKey, PrimaryName(*keys.names));
 }
 
 // Those that were made last, in line with the names.
@@ -156,8 +165,7 @@ const NameKeys& KeysOf(const SharedNames& names, const std::string& settings_own
   return made;
 }
 
-// Published names of domains that are no more. `is_kept` is asked about keys in ascending order.
-// False where they cannot be listed.
+// Published names of domains that are no more. False where they cannot be listed.
 bool ListStaleKeys(const std::function<bool(const std::string& key)>& is_kept,
                    std::vector<std::string>& stale) {
   return PostaraServerBACKENDWrap::ls(
@@ -168,12 +176,11 @@ bool ListStaleKeys(const std::function<bool(const std::string& key)>& is_kept,
 
 bool SetKeysTogether(const NameKeys& keys) {
   std::vector<std::string> stale;
-  auto next = keys.all.begin();
+  auto next = keys.all.begin();  // the store's keys mostly come in the same order
   const auto is_kept = [&](const std::string& key) {
-    while (next != keys.all.end() && next->first < key) {
-      ++next;
-    }
-    return next != keys.all.end() && next->first == key;
+    const auto found = next != keys.all.end() && next->first == key ? next : keys.Find(key);
+    next = found == keys.all.end() ? next : std::next(found);
+    return found != keys.all.end();
   };
   return ListStaleKeys(is_kept, stale) && mailConfChange(keys.all, stale) == 0;
 }

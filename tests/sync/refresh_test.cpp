@@ -427,6 +427,16 @@ TEST_F(UpdaterTest, PublishesWhatTheServicesRead) {
       KORV::POSTARA_SERVER::PostaraServerBACKENDWrap::getFile("mailserver_domain_db", path));
   EXPECT_EQ(path, DbPath());
 
+  // Names that another program left of a domain that is gone are nobody's.
+  for (const char* idx : {"0", "9"}) {
+    Run("INSERT INTO domain_to_additional_domain_table VALUES (" + std::string(idx) +
+        ", 'left.example')");
+    ASSERT_TRUE(Updater().Trigger());
+    EXPECT_EQ(Configured("additional_domain-1"), "");
+    EXPECT_EQ(Configured("additional_domain-2"), "a.example, b.example");
+    EXPECT_EQ(Configured("smtp_main_domain"), "b\u00fccher.example");
+  }
+
   Run("DELETE FROM domain_table");
   Updater emptying;
   emptying.AllowEmptyPublication(true);
