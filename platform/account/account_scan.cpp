@@ -173,17 +173,13 @@ bool AccountScan::FindAll(const std::vector<std::string>& names, UsersByName& kn
   return true;
 }
 
-Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::string>& names,
+Outcome AccountScan::ListMembers(const GroupRow& group, std::vector<std::string>& names,
                                  UsersByName& known) const {
-  GroupRow row;
-  if (const Outcome outcome = Find(group, row); outcome != Outcome::kFound) {
-    return outcome;
-  }
   if (!Prove()) {
     return Outcome::kFailed;
   }
-  const std::vector<size_t> primary = users_.OfGroup(row.gid);
-  if (row.members.size() + primary.size() > kMostMembers || !FindAll(row.members, known)) {
+  const std::vector<size_t> primary = users_.OfGroup(group.gid);
+  if (group.members.size() + primary.size() > kMostMembers || !FindAll(group.members, known)) {
     return Outcome::kFailed;
   }
   std::vector<std::string> members;
@@ -193,7 +189,7 @@ Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::stri
       members.push_back(name);
     }
   };
-  for (const std::string& name : row.members) {
+  for (const std::string& name : group.members) {
     const UserRow& user = known.at(name);
     if (user.name.empty() || user.listed) {
       append(name);
@@ -213,7 +209,7 @@ Outcome AccountScan::ListMembers(const std::string& group, std::vector<std::stri
   return Outcome::kFound;
 }
 
-bool AccountScan::FindFolded(const std::vector<std::string>& folded,
+bool AccountScan::FindFolded(const std::vector<std::string>& folded, const UsersByName& known,
                              std::vector<UserRow>& users) const {
   if (!Prove()) {
     return false;
@@ -227,21 +223,11 @@ bool AccountScan::FindFolded(const std::vector<std::string>& folded,
     UserRow user;
   };
   std::vector<First> found(folded.size());
-  const auto take = [&](size_t i, size_t entry, UserRow& user) {
+  const auto take = [&](size_t i, size_t entry, UserRow user) {
     if (user.listed && entry < found[i].entry) {
       found[i] = {entry, std::move(user)};
     }
   };
-  const std::vector<size_t> exact = users_.FindNames(folded);
-  for (size_t i = 0; i < folded.size(); i++) {
-    UserRow user;
-    if (exact[i] != FileScan::kNone && ReadRow(users_, exact[i], user) == Outcome::kFailed) {
-      return false;
-    }
-    if (user.name == folded[i]) {
-      take(i, exact[i], user);
-    }
-  }
   for (const size_t entry : unfolded) {
     UserRow user;
     if (ReadRow(users_, entry, user) == Outcome::kFailed) {
@@ -250,7 +236,29 @@ bool AccountScan::FindFolded(const std::vector<std::string>& folded,
     const std::string name = FoldCase(user.name);
     const auto at = std::lower_bound(folded.begin(), folded.end(), name);
     if (at != folded.end() && *at == name) {
-      take(static_cast<size_t>(at - folded.begin()), entry, user);
+      take(static_cast<size_t>(at - folded.begin()), entry, std::move(user));
+    }
+  }
+  std::vector<size_t> asked;  // of the folded names
+  std::vector<std::string> names;
+  for (size_t i = 0; i < folded.size(); i++) {
+    // Where nobody else has the name, it does not matter which entry it is.
+    const auto user = found[i].entry == FileScan::kNone ? known.find(folded[i]) : known.end();
+    if (user == known.end()) {
+      asked.push_back(i);
+      names.push_back(folded[i]);
+    } else if (!user->second.name.empty()) {
+      take(i, 0, user->second);
+    }
+  }
+  const std::vector<size_t> exact = users_.FindNames(names);
+  for (size_t i = 0; i < names.size(); i++) {
+    UserRow user;
+    if (exact[i] != FileScan::kNone && ReadRow(users_, exact[i], user) == Outcome::kFailed) {
+      return false;
+    }
+    if (user.name == names[i]) {
+      take(asked[i], exact[i], std::move(user));
     }
   }
   for (First& first : found) {

@@ -38,14 +38,15 @@ class AccountScan {
   Outcome Find(const std::string& name, GroupRow& row) const;
   Outcome FindById(unsigned int uid, UserRow& row) const;
   Outcome FindById(unsigned int gid, GroupRow& row) const;
-  // The accounts among the members are added to `known`, too.
-  Outcome ListMembers(const std::string& group, std::vector<std::string>& names,
+  // Of a group that was found. The accounts among the members are added to `known`, too.
+  Outcome ListMembers(const GroupRow& group, std::vector<std::string>& names,
                       UsersByName& known) const;
   // Adds what is known of these names. False: ask the tables.
   bool FindAll(const std::vector<std::string>& names, UsersByName& known) const;
   // Adds the users whom an enumeration hands out first under the folded names, which are in order.
-  // False: ask the tables.
-  bool FindFolded(const std::vector<std::string>& folded, std::vector<UserRow>& users) const;
+  // Who is known is not read again. False: ask the tables.
+  bool FindFolded(const std::vector<std::string>& folded, const UsersByName& known,
+                  std::vector<UserRow>& users) const;
 
  private:
   template <class Row>

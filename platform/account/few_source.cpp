@@ -27,8 +27,19 @@ class FewSource : public SnapshotSource {
                [&] { return SnapshotSource::Find(name, row); });
   }
   Outcome Find(const std::string& name, GroupRow& row) override {
-    return Ask([&] { return scan_->Find(name, row); },
-               [&] { return SnapshotSource::Find(name, row); });
+    const auto known = groups_.find(name);
+    if (scan_ != nullptr && known != groups_.end()) {
+      return Pick(&known->second.row, row);
+    }
+    return Ask(
+        [&] {
+          const Outcome outcome = scan_->Find(name, row);
+          if (outcome == Outcome::kFound) {
+            groups_[name].row = row;
+          }
+          return outcome;
+        },
+        [&] { return SnapshotSource::Find(name, row); });
   }
   Outcome FindById(unsigned int uid, UserRow& row) override {
     return Ask([&] { return scan_->FindById(uid, row); },
@@ -39,8 +50,17 @@ class FewSource : public SnapshotSource {
                [&] { return SnapshotSource::FindById(gid, row); });
   }
   Outcome ListMembers(const std::string& group, std::vector<std::string>& names) override {
-    return Ask([&] { return scan_->ListMembers(group, names, known_); },
-               [&] { return SnapshotSource::ListMembers(group, names); });
+    GroupRow row;
+    const Outcome found = scan_ == nullptr ? Outcome::kFailed : Find(group, row);
+    if (scan_ != nullptr) {
+      const Outcome listed =
+          found == Outcome::kFound ? ListKnownMembers(groups_[group], names) : found;
+      if (listed != Outcome::kFailed) {
+        return listed;
+      }
+      scan_.reset();
+    }
+    return SnapshotSource::ListMembers(group, names);
   }
 
   bool ListMemberUsers(const std::vector<std::string>& groups,
@@ -51,7 +71,7 @@ class FewSource : public SnapshotSource {
         return false;
       }
     }
-    return scan_ != nullptr && scan_->FindFolded(FoldedOnce(names), users)
+    return scan_ != nullptr && scan_->FindFolded(FoldedOnce(names), known_, users)
                ? true
                : SnapshotSource::ListMemberUsers(groups, users);
   }
@@ -81,8 +101,27 @@ class FewSource : public SnapshotSource {
     return of_tables();
   }
 
+  struct Group {
+    GroupRow row;
+    std::vector<std::string> members;
+    bool are_members_known = false;
+  };
+
+  Outcome ListKnownMembers(Group& group, std::vector<std::string>& names) {
+    if (!group.are_members_known) {
+      const Outcome outcome = scan_->ListMembers(group.row, group.members, known_);
+      if (outcome != Outcome::kFound) {
+        return outcome;
+      }
+      group.are_members_known = true;
+    }
+    names.insert(names.end(), group.members.begin(), group.members.end());
+    return Outcome::kFound;
+  }
+
   std::shared_ptr<const AccountScan> scan_;  // null once the tables answer
   UsersByName known_;
+  std::unordered_map<std::string, Group> groups_;
   int questions_ = 0;
 };
 

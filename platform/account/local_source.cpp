@@ -50,8 +50,12 @@ class LocalSource : public TableSource {
   Outcome FindById(unsigned int gid, GroupRow& row) override { return FindRowById(gid, row); }
 
   Outcome ListMembers(const std::string& group, std::vector<std::string>& names) override {
+    GroupRow row;
     UsersByName members;
-    const Outcome outcome = Scan() ? scan_->ListMembers(group, names, members) : Outcome::kFailed;
+    Outcome outcome = Scan() ? scan_->Find(group, row) : Outcome::kFailed;
+    if (outcome == Outcome::kFound) {
+      outcome = scan_->ListMembers(row, names, members);
+    }
     return outcome == Outcome::kFailed ? Source::ListMembers(group, names) : outcome;
   }
 
