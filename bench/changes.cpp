@@ -506,19 +506,6 @@ void OwnerBuild(const Stage& stage, Bare& indexed) {
   });
   stage.report.AddRatio(name, stage.company.Users(), least, floor, 3);
   stage.report.Grows(Touches::kAll);
-
-  double after_change = 0;
-  const std::string idx = std::to_string(stage.company.Domains());
-  stage.Run({"owner", "build"});
-  for (int i = 0; i < 8 && after_change < kOnceMs; ++i) {
-    stage.Run({"user", "add", idx, "user0"});
-    KeepLeast(after_change, stage.Run({"owner", "build"}).ms);
-    stage.Run({"--yes", "user", "remove", idx, "user0"});
-    KeepLeast(after_change, stage.Run({"owner", "build"}).ms);
-  }
-  stage.report.AddValue("mdomain owner build, one alias changed", stage.company.Users(),
-                        after_change, "ms", 30);
-  stage.report.Grows(Touches::kOne);
 }
 
 }  // namespace bench
