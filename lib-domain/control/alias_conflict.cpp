@@ -3,6 +3,7 @@
 #include "lib-domain/control/alias_conflict.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "lib-domain/base/log_line.h"
@@ -130,12 +131,17 @@ void _GetDomainUsersFromUsersAndFetchedAlaises(
     const int& domain_idx, const std::vector<RECORD::User>& users,
     const std::map<std::string, std::string>& fetched_aliases,
     std::vector<RECORD::DomainUser>& domain_users) {
+  domain_users.reserve(domain_users.size() + users.size());
+  auto next = fetched_aliases.begin();  // users mostly come in the same order
   for (const RECORD::User& user : users) {
     const std::string short_name = TrimDomainName(user.GetUserName());
     std::string alias = short_name;
-    const auto fetched = fetched_aliases.find(short_name);
+    const auto fetched = next != fetched_aliases.end() && next->first == short_name
+                             ? next
+                             : fetched_aliases.find(short_name);
     if (fetched != fetched_aliases.end()) {
       alias = fetched->second;
+      next = std::next(fetched);
     } else {
       LOG_ERROR("Failed to find email address for [%s], use Zelm account name instead",
                 user.GetUserName().c_str());

@@ -196,6 +196,7 @@ std::vector<int> DomainsOf(const std::vector<RECORD::DomainUserAlias>& aliases) 
 
 std::vector<RECORD::DomainUserAlias> AliasesOf(const std::vector<RECORD::DomainUser>& users) {
   std::vector<RECORD::DomainUserAlias> all;
+  all.reserve(users.size());
   for (const RECORD::DomainUser& user : users) {
     for (RECORD::DomainUserAlias& alias : user.ExtractDomainUserAliases()) {
       all.push_back(std::move(alias));

@@ -1,4 +1,5 @@
 // Adding users and aliases to domains, and the preview of what they would get.
+#include <iterator>
 
 #include "lib-domain/accounts/account_source.h"
 #include "lib-domain/base/log_line.h"
@@ -28,9 +29,12 @@ void ReplaceUnusableAliases(int domain_idx, const std::vector<RECORD::User>& use
                             std::map<std::string, std::string>& aliases) {
   std::vector<std::string> replaced;
   std::vector<std::string> without_address;
+  auto next = aliases.begin();  // users mostly come in the same order
   for (const RECORD::User& user : users) {
     const std::string short_name = TrimDomainName(user.GetUserName());
-    const auto alias = aliases.find(short_name);
+    const auto alias =
+        next != aliases.end() && next->first == short_name ? next : aliases.find(short_name);
+    next = alias == aliases.end() ? next : std::next(alias);
     if (alias == aliases.end() || UTILS::IsAccountAliasValid(alias->second)) {
       continue;
     }

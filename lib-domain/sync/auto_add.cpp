@@ -36,6 +36,11 @@ std::vector<unsigned int> Sorted(const Uids& uids) {
   return sorted;
 }
 
+bool IsNamedBefore(const std::pair<std::string, RECORD::User>& one,
+                   const std::pair<std::string, RECORD::User>& other) {
+  return one.first < other.first;
+}
+
 // Appends the record's aliases as those of `uid`; false when none of them is a local part. Of
 // several users of one short name the preview knows only one, who may be in the domain already.
 bool AppendAliases(const RECORD::DomainUser& record, unsigned int uid,
@@ -237,23 +242,25 @@ bool Updater::_ReadStandings(const std::vector<int>& domain_idxs, const ModelIma
   return true;
 }
 
-// New in this run, or remembered for this domain. A domain without users may be the one that takes
-// the place of a deleted one.
-std::set<unsigned int> Updater::_UsersToAdd(int domain_idx, bool is_domain_empty) {
-  std::set<unsigned int> uids(new_uids_.begin(), new_uids_.end());
-  const std::set<unsigned int>& own = unfinished_uids_[domain_idx];
-  uids.insert(own.begin(), own.end());
-  if (is_domain_empty) {
-    const std::set<unsigned int>& inherited = unfinished_uids_[0];
-    uids.insert(inherited.begin(), inherited.end());
+// New in this run, or remembered for this domain; ascending. A domain without users may be the one
+// that takes the place of a deleted one.
+std::vector<unsigned int> Updater::_UsersToAdd(int domain_idx, bool is_domain_empty) {
+  std::vector<unsigned int> uids(new_uids_.begin(), new_uids_.end());
+  for (const int owner : {domain_idx, 0}) {
+    if (owner != 0 || is_domain_empty) {
+      const std::set<unsigned int>& left = unfinished_uids_[owner];
+      uids.insert(uids.end(), left.begin(), left.end());
+    }
   }
+  std::sort(uids.begin(), uids.end());
+  uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
   return uids;
 }
 
 // The mirrored users who are wanted, by uid: neither present nor removed.
 bool Updater::_GetCandidates(int domain_idx, const Standing& standing,
                              std::vector<RECORD::User>& mirrored, UsersByShortName& candidates) {
-  const std::set<unsigned int> to_add = _UsersToAdd(domain_idx, standing.present.empty());
+  const std::vector<unsigned int> to_add = _UsersToAdd(domain_idx, standing.present.empty());
   std::vector<unsigned int> wanted;
   std::set_union(to_add.begin(), to_add.end(), standing.covered.begin(), standing.covered.end(),
                  std::back_inserter(wanted));
@@ -277,22 +284,31 @@ bool Updater::_GetCandidates(int domain_idx, const Standing& standing,
   if (users.empty() && !CONTROL::User().List(filter, users)) {
     return false;
   }
+  candidates.reserve(wanted.size());
+  auto next = wanted.begin();  // users mostly come in the same order
   for (const RECORD::User& user : users) {
-    if (std::binary_search(wanted.begin(), wanted.end(), user.GetUID())) {
-      candidates[TrimDomainName(user.GetUserName())].push_back(user);
+    if (next == wanted.end() || *next != user.GetUID()) {
+      next = std::lower_bound(wanted.begin(), wanted.end(), user.GetUID());
+    }
+    if (next != wanted.end() && *next == user.GetUID()) {
+      candidates.emplace_back(TrimDomainName(user.GetUserName()), user);
+      ++next;
     }
   }
+  std::stable_sort(candidates.begin(), candidates.end(), IsNamedBefore);
   return true;
 }
 
 bool Updater::_AutoAddNewUsersTo(int domain_idx, const Standing& standing,
-                                 UsersByShortName& candidates) {
+                                 const UsersByShortName& candidates) {
   if (!standing.is_read) {
     return _Fail(domain_idx, "its removed users could not be read");
   }
   std::vector<std::pair<std::string, std::string>> entries;
-  for (const auto& [short_name, users] : candidates) {
-    entries.emplace_back("user", short_name);
+  for (const auto& [short_name, user] : candidates) {
+    if (entries.empty() || entries.back().second != short_name) {
+      entries.emplace_back("user", short_name);
+    }
   }
   CONTROL::DomainUser control;
   std::vector<RECORD::DomainUser> records;
@@ -304,8 +320,17 @@ bool Updater::_AutoAddNewUsersTo(int domain_idx, const Standing& standing,
   std::vector<RECORD::DomainUserAlias> aliases;
   std::vector<std::string> without_address;
   size_t count = 0;
+  auto next = candidates.begin();  // the records come in the same order
   for (const RECORD::DomainUser& record : records) {
-    for (const RECORD::User& user : candidates[TrimDomainName(record.GetUserName())]) {
+    const std::string short_name = TrimDomainName(record.GetUserName());
+    if (next == candidates.end() || next->first != short_name) {
+      next = std::lower_bound(candidates.begin(), candidates.end(), short_name,
+                              [](const auto& candidate, const std::string& wanted) {
+                                return candidate.first < wanted;
+                              });
+    }
+    for (; next != candidates.end() && next->first == short_name; ++next) {
+      const RECORD::User& user = next->second;
       // Members of a group of the domain get the group's role.
       if (!std::binary_search(standing.covered.begin(), standing.covered.end(), user.GetUID())) {
         users_with_role.push_back(user);

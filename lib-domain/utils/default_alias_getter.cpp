@@ -70,6 +70,10 @@ bool DefaultAliasGetter::GetAliasFromUserShortNames(
   if (user_short_names.empty()) {
     return true;
   }
+  if (!_NeedToFetchAdditionalInfo() &&
+      std::is_sorted(user_short_names.begin(), user_short_names.end())) {
+    return _ComposeFromNames(user_short_names, aliases);
+  }
   UserAttrsMap attrs;
   if (!_GetUserAttrsValueMap(user_short_names, attrs)) {
     LOG_ERROR("Failed to _GetUserAttrsValueMap");
@@ -167,6 +171,22 @@ bool DefaultAliasGetter::_ComposeUserAliasMap(const UserAttrsMap& attrs,
   return std::all_of(attrs.begin(), attrs.end(), [&](const auto& user) {
     return composer.Compose(user.first, user.second, aliases[user.first]);
   });
+}
+
+// Names are everything that the pattern needs, and come in the order of a map of all of them.
+bool DefaultAliasGetter::_ComposeFromNames(const std::vector<std::string>& user_short_names,
+                                           std::map<std::string, std::string>& aliases) const {
+  const INTERNAL::AliasComposer composer(pattern_, pattern_attrs_);
+  AttrMap attrs;
+  std::string& account = attrs[INTERNAL::kAccountAttr];
+  for (const std::string& name : user_short_names) {
+    account = name;
+    if (!composer.Compose(name, attrs, aliases.try_emplace(aliases.end(), name)->second)) {
+      LOG_ERROR("Failed to _ComposeUserAliasMap");
+      return false;
+    }
+  }
+  return true;
 }
 
 AttributeScope* AttributeScope::_current = nullptr;

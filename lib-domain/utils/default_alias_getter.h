@@ -64,6 +64,8 @@ class MDOMAIN_EXPORT DefaultAliasGetter {
   bool _FetchAttrsFromLDAP(UserAttrsMap& attrs);
   bool _FetchAttrsFromDomain(UserAttrsMap& attrs);
   bool _ComposeUserAliasMap(const UserAttrsMap& attrs, std::map<std::string, std::string>& aliases);
+  bool _ComposeFromNames(const std::vector<std::string>& user_short_names,
+                         std::map<std::string, std::string>& aliases) const;
   void _FindMissing(const UserAttrsMap& attrs, std::map<std::string, std::string>& missing) const;
   AttrSet _NeededAttrs() const;
 

@@ -147,7 +147,7 @@ class MDOMAIN_EXPORT MDOMAIN_LAYOUT(v1_1) Updater {
 
   // Accounts of several account domains may share a short name, and so may an account that was
   // created again under another id while the old one has not been deleted.
-  using UsersByShortName = std::map<std::string, std::vector<RECORD::User>>;
+  using UsersByShortName = std::vector<std::pair<std::string, RECORD::User>>;  // ascending
 
   bool _ReportUnchanged(const INTERNAL::RefreshCounts& counts);
   void _NameDomains();
@@ -170,10 +170,11 @@ class MDOMAIN_EXPORT MDOMAIN_LAYOUT(v1_1) Updater {
   bool _AutoAddNewUsers(const std::vector<int>& domain_idxs, const DB::INTERNAL::ModelImage& image);
   bool _ReadStandings(const std::vector<int>& domain_idxs, const DB::INTERNAL::ModelImage& image,
                       std::map<int, Standing>& standings);
-  bool _AutoAddNewUsersTo(int domain_idx, const Standing& standing, UsersByShortName& candidates);
+  bool _AutoAddNewUsersTo(int domain_idx, const Standing& standing,
+                          const UsersByShortName& candidates);
   bool _GetCandidates(int domain_idx, const Standing& standing, std::vector<RECORD::User>& mirrored,
                       UsersByShortName& candidates);
-  std::set<unsigned int> _UsersToAdd(int domain_idx, bool is_domain_empty);
+  std::vector<unsigned int> _UsersToAdd(int domain_idx, bool is_domain_empty);
   bool _AutoAddNewGroups(const std::vector<int>& domain_idxs);
   bool _GroupsToAdd(int domain_idx, std::vector<RECORD::Group>& groups);
   bool _Fail(int domain_idx, const std::string& reason);
