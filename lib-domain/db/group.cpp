@@ -79,7 +79,9 @@ sqlite3* WritingConnection() {
              : nullptr;
 }
 
-// What was read, of which connection, and how many rows that had changed by then.
+// What was read, of which connection, and how many rows that had changed by then. A rollback never
+// brings back what was changed before the reading: nothing is read within a batch, which alone is
+// rolled back, and a lost transaction ends the writing.
 struct AnswerOfThen {
   const sqlite3* db = nullptr;
   int changes = 0;
