@@ -15,8 +15,7 @@ constexpr size_t kMaxIdDigits = 10;
 }  // namespace
 
 bool IsAccountName(std::string_view name) {
-  return !name.empty() && name.size() <= kMaxNameBytes && IsValidUtf8(name) &&
-         !HasControlCharacter(name);
+  return !name.empty() && name.size() <= kMaxNameBytes && IsPlainText(name);
 }
 
 bool ParseId(std::string_view text, unsigned int& id) {

@@ -58,7 +58,7 @@ struct Line {
 };
 
 const char* DamageOf(std::string_view text, bool ended) {
-  if (HasControlCharacter(text)) {
+  if (!IsPrintableAscii(text) && HasControlCharacter(text)) {
     return " has a control character";
   }
   return ended ? "" : " has no line end, so the file may have been cut";
@@ -170,7 +170,7 @@ bool ReadUserLine(std::string_view line, const IdRanges& ranges, UserRow& user) 
   }
   user.name = fields.at[0];
   const std::string_view comment = fields.at[4];
-  if (IsValidUtf8(comment) && !HasControlCharacter(comment)) {
+  if (IsPlainText(comment)) {
     user.full_name = comment.substr(0, comment.find(','));
     user.mail = MailOfComment(comment);
   }

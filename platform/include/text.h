@@ -4,6 +4,9 @@
 #define PLATFORM_TEXT_H
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -50,6 +53,25 @@ inline bool HasControlCharacter(std::string_view text) {
 
 // Well-formed UTF-8 as a whole; the empty text is.
 MDOMAIN_EXPORT bool IsValidUtf8(std::string_view text);
+
+// Whether every byte is one from the blank to "~"; looks at eight at a time.
+inline bool IsPrintableAscii(std::string_view text) {
+  constexpr uint64_t kOnes = 0x0101010101010101U;
+  uint64_t odd = 0;
+  for (size_t i = 0; i < text.size(); i += sizeof(odd)) {
+    uint64_t bytes = ' ' * kOnes;
+    std::memcpy(&bytes, text.data() + i, std::min(sizeof(bytes), text.size() - i));
+    const uint64_t low = ~(bytes | bytes << 1) & 0x40 * kOnes;  // neither 0x40 nor 0x20
+    const uint64_t from_del = bytes ^ 0x7F * kOnes;             // a byte of 0 is DEL
+    odd |= low | (bytes & 0x80 * kOnes) | ((from_del - kOnes) & ~from_del & 0x80 * kOnes);
+  }
+  return odd == 0;
+}
+
+// Well-formed UTF-8 without control characters.
+inline bool IsPlainText(std::string_view text) {
+  return IsPrintableAscii(text) || (IsValidUtf8(text) && !HasControlCharacter(text));
+}
 
 // A character that changes how the text around it looks without being seen itself: it turns the
 // direction of writing, or has no width. Two names that differ by one look the same.
