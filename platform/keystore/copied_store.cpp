@@ -248,6 +248,7 @@ bool CopiedStore::_Gather(Publication& publication, LocalStore::Content& own, st
     return false;
   }
   publication.keys = own.keys;
+  publication.known = own.files;
   for (auto& [key, value] : publication.keys) {
     const std::string path = value;
     PublishedFile file;

@@ -22,7 +22,7 @@ constexpr size_t kPiecesPerMessage = 32;
 // Times that another publication may come in between.
 constexpr int kAttempts = 5;
 
-const RedisCommand kDescription = {"path", "size", "digest", "pieces"};
+const RedisCommand kDescription = {"path", "size", "digest"};
 
 SharedState StateOf(const std::map<std::string, std::string>& fields) {
   const auto field = [&](const char* name) {
@@ -172,8 +172,9 @@ bool RedisPublication::ReadNames(bool watch, SharedContent& content) {
   return true;
 }
 
-// The values of the keys and the descriptions of the files that have a name.
-bool RedisPublication::ReadValues(SharedContent& content) {
+// The values of the keys and the descriptions of the files that have a name. The list of a
+// content's pieces is as long as the content: a known one is not read again.
+bool RedisPublication::ReadValues(const KnownFiles& known, SharedContent& content) {
   Commands commands;
   std::vector<std::string> names;
   for (const auto& tree : content.trees) {
@@ -185,6 +186,7 @@ bool RedisPublication::ReadValues(SharedContent& content) {
     RedisCommand describe = {"HMGET", Key("file:" + file.first)};
     describe.insert(describe.end(), kDescription.begin(), kDescription.end());
     commands.push_back(describe);
+    commands.push_back({"HSTRLEN", Key("file:" + file.first), "pieces"});
     commands.push_back({"HLEN", Key("pieces:" + file.first)});
   }
   std::vector<RedisReply> replies;
@@ -202,19 +204,43 @@ bool RedisPublication::ReadValues(SharedContent& content) {
     }
   }
   auto reply = replies.begin() + static_cast<long>(value_commands);
+  std::vector<std::string> unknown;
   for (auto& [key, file] : content.files) {
     const redisReply& description = **reply++;
+    const long long length = RedisNumber((*reply++).get());
+    const redisReply& count = **reply++;
     if (IsRedisList(description, kDescription.size())) {
       file.file.path = RedisText(description.element[0]);
       file.file.size = RedisNumber(description.element[1]);
       file.file.digest = RedisText(description.element[2]);
-      file.pieces = RedisText(description.element[3]);
+      const auto own = known.find(key);
+      if (own != known.end() && own->second.digest == file.file.digest &&
+          static_cast<long long>(own->second.pieces.size()) == length) {
+        file.pieces = own->second.pieces;
+      } else if (length > 0) {
+        unknown.push_back(key);
+      }
     }
-    const redisReply& count = **reply++;
     file.piece_count = IsOtherKind(count) ? -1 : RedisNumber(&count);
     if (IsOtherKind(description)) {
       content.other_kinds.insert("file:" + key);
     }
+  }
+  return unknown.empty() || ReadPieceLists(unknown, content);
+}
+
+bool RedisPublication::ReadPieceLists(const std::vector<std::string>& keys,
+                                      SharedContent& content) {
+  Commands commands;
+  for (const std::string& key : keys) {
+    commands.push_back({"HGET", Key("file:" + key), "pieces"});
+  }
+  std::vector<RedisReply> replies;
+  if (!session_.Read(commands, replies)) {
+    return false;
+  }
+  for (size_t i = 0; i < keys.size(); ++i) {
+    content.files[keys[i]].pieces = RedisText(replies[i].get());
   }
   return true;
 }
@@ -223,7 +249,7 @@ bool RedisPublication::ReadContent(SharedContent& content, std::string& error) {
   return session_.Call(Access::kRead, error, [&] {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
       std::vector<RedisReply> replies;
-      if (!ReadNames(false, content) || !ReadValues(content) ||
+      if (!ReadNames(false, content) || !ReadValues({}, content) ||
           !session_.Read({{"HGETALL", Key("state")}}, replies)) {
         return false;
       }
@@ -276,7 +302,8 @@ PublicationResult RedisPublication::PublishOnce(Publication& publication, Shared
     session_.Fail(refusal);
     return PublicationResult::kFailed;
   }
-  if (!ReadValues(found)) {
+  const bool reads_all = publication.is_verified;
+  if (!ReadValues(reads_all ? KnownFiles() : publication.known, found)) {
     return PublicationResult::kFailed;
   }
   DropOtherKinds(publication, found, transaction);
@@ -438,8 +465,16 @@ bool RedisPublication::UploadFile(Publication& publication, const std::string& k
 bool RedisPublication::ListGoodPieces(Publication& publication, const std::string& key,
                                       const SharedContent& found, std::set<std::string>& stored,
                                       std::set<std::string>& good) {
-  if (found.files.count(key) != 0 && found.files.at(key).piece_count == 0) {
+  const auto described = found.files.find(key);
+  if (described != found.files.end() && described->second.piece_count == 0) {
     return true;
+  }
+  if (described != found.files.end() && !publication.is_verified) {
+    stored = NeededPieces(described->second.pieces);
+    if (static_cast<long long>(stored.size()) == described->second.piece_count) {
+      good = stored;
+      return true;
+    }
   }
   std::vector<RedisReply> replies;
   const std::string name = Key("pieces:" + key);

@@ -57,13 +57,16 @@ struct SharedContent {
 
 // What a publication makes of the store.
 struct Publication {
-  // Sets keys, files and bytes to what this machine has. Called when the store's state is watched:
-  // what another process changes here afterwards is published by that one, which overtakes this.
+  // Sets keys, files, bytes and what is known to what this machine has. Called when the store's
+  // state is watched: what another process changes here afterwards is published by that one, which
+  // overtakes this.
   std::function<bool(Publication& publication, std::string& error)> gather;
   // By key; the values of files have paths without a root prefix.
   std::map<std::string, std::string> keys;
   KnownFiles files;
   std::map<std::string, std::string> bytes;  // of the files that had to be read
+  // What this machine knew of the files before: lists of pieces that are not read from the store.
+  KnownFiles known;
   // The state that is to follow the one in the store, manager, term, version and token set; false
   // with `error` when that one may not be replaced.
   std::function<bool(const SharedState& found, SharedState& next, std::string& error)> follow;
@@ -116,7 +119,8 @@ class RedisPublication {
 
   std::string Key(const std::string& name) const { return prefix_ + name; }
   bool ReadNames(bool watch, SharedContent& content);
-  bool ReadValues(SharedContent& content);
+  bool ReadValues(const KnownFiles& known, SharedContent& content);
+  bool ReadPieceLists(const std::vector<std::string>& keys, SharedContent& content);
   PublicationResult PublishOnce(Publication& publication, SharedState& state, bool& overtaken);
   void DropOtherKinds(Publication& publication, const SharedContent& found,
                       Commands& transaction) const;
