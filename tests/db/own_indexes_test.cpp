@@ -330,6 +330,37 @@ TEST_F(OwnIndexes, OwnersAreThoseOfTheListing) {
   }
 }
 
+// Rows that another program left: no uid, no domain, nobody who is mirrored.
+TEST_F(OwnIndexes, OddRowsDisturbNothingElse) {
+  Open();
+  Run("INSERT INTO domain_table VALUES(1,'a','','',0); INSERT INTO user_table VALUES(-5,'a'),"
+      "(1,'b'),(2,'c'),(3,'d'); INSERT INTO domain_user_role_table SELECT 1,uid,'normal',0 FROM "
+      "user_table; INSERT INTO domain_user_alias_table SELECT 1,uid,user_name,0 FROM user_table; "
+      "INSERT INTO domain_user_role_table VALUES(1,99,'normal',0); INSERT INTO "
+      "domain_user_alias_table VALUES(1,99,'gone',1),(NULL,1,'b',0)");
+  MDOMAIN::DB::DomainUser users;
+  DomainDBFilter filter;
+  filter.SetDomainIdxs({1});
+  std::vector<RECORD::Domain> domains;
+  EXPECT_TRUE(MDOMAIN::DB::Domain().List(filter, domains));
+  EXPECT_FALSE(domains.at(0).IsDuplicatedAliasExist());
+  filter.SetOffset(1);
+  filter.SetLimit(2);
+  for (const char* sort_by : {"", "uid", "uid"}) {  // the second time asks for the whole list
+    std::vector<unsigned int> uids;
+    filter.SetSortBy(sort_by);
+    EXPECT_TRUE(users.GetDistinctUIDs(filter, uids));
+    EXPECT_EQ(uids, (std::vector<unsigned int>{1, 2})) << sort_by;
+  }
+  std::map<int, std::vector<unsigned int>> without;
+  EXPECT_TRUE(users.GetUsersWithoutRole(without));
+  Run("DELETE FROM user_table WHERE uid = -5; DELETE FROM domain_user_role_table WHERE uid = -5");
+  std::vector<unsigned int> uids;
+  filter.SetSelect("count(*)");  // is not paged
+  EXPECT_TRUE(users.GetDistinctUIDs(filter, uids) && users.GetDistinctUIDs(filter, uids));
+  EXPECT_EQ(uids.size(), 6U);
+}
+
 // Values that are bound to a statement leave what values in its text leave.
 TEST_F(OwnIndexes, BoundValuesAreStoredAsThoseInTexts) {
   Open();
