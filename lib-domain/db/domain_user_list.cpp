@@ -29,7 +29,8 @@ namespace {
 constexpr const char* kSelectFlagOrder =
     "SELECT uid, coalesce(max(is_duplicated) > 0, 0) FROM domain_user_alias_table WHERE domain_idx "
     "= %d AND uid IN (SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND "
-    "(is_duplicated <> 0 OR is_duplicated IS NULL)) GROUP BY uid HAVING max(is_duplicated) IS NOT "
+    "(is_duplicated <> 0 OR is_duplicated IS NULL)) AND +uid IN (SELECT uid FROM user_table) GROUP "
+    "BY uid HAVING max(is_duplicated) IS NOT "
     "0 ORDER BY max(is_duplicated) DESC, uid";
 constexpr size_t kUsersPerRead = 1000;
 constexpr const char* kSelectNames = "SELECT uid, user_name FROM user_table";
