@@ -72,7 +72,7 @@ constexpr const char* kSelectAdditional =
 // Of the domains that are there. In the order of the primary key, which the statement for one
 // domain gives, too.
 constexpr const char* kSelectAllAdditional =
-    "SELECT * FROM domain_to_additional_domain_table WHERE domain_idx IN (SELECT domain_idx FROM "
+    "SELECT * FROM domain_to_additional_domain_table WHERE +domain_idx IN (SELECT domain_idx FROM "
     "domain_table) ORDER BY domain_idx, additional_domain";
 
 constexpr const char* kSelectDelegated =
