@@ -89,13 +89,18 @@ void _ComposeDomainUsersRolesFromUsers(const int& domain_idx,
 
 void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
                                  std::vector<RECORD::User>& users) {
+  TryGetUsersFromUserShortNames(short_names, users);
+}
+
+bool TryGetUsersFromUserShortNames(const std::vector<std::string>& short_names,
+                                   std::vector<RECORD::User>& users) {
   if (short_names.empty()) {
-    return;
+    return true;
   }
   std::vector<RECORD::User> mirrored;
   if (!DB::INTERNAL::ListNamed(short_names, mirrored)) {
     LOG_ERROR("Failed to list users, skip _GetUsersFromUserShortNames");
-    return;
+    return false;
   }
   HashIndex by_short_name;
   by_short_name.Reserve(mirrored.size());
@@ -125,6 +130,7 @@ void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
       users.push_back(*user);
     }
   }
+  return true;
 }
 
 void _GetDomainUsersFromUsersAndFetchedAlaises(

@@ -27,14 +27,18 @@ using MemberStatus = std::tuple<unsigned int, std::string, std::string>;
 constexpr const char* kStatusNormal = "normal";
 constexpr const char* kStatusRemoved = "removed";
 
-// Appends the mirrored members of all groups, group by group.
+// Appends the mirrored members of all groups, group by group. Where somebody else's row cannot be
+// read they are read one by one.
 bool ListMembersOfGroups(const std::vector<unsigned int>& gids, std::vector<unsigned int>& uids) {
-  if (gids.size() == 1) {
-    return DB::Group().ListGroupToUsers(gids.front(), uids);
-  }
   std::map<unsigned int, std::vector<unsigned int>> uids_by_gid;
-  if (!DB::Group().ListAllGroupToUsers(uids_by_gid)) {
-    return false;
+  if (gids.size() == 1 || !DB::Group().ListAllGroupToUsers(uids_by_gid)) {
+    for (const unsigned int gid : gids) {
+      if (!DB::Group().ListGroupToUsers(gid, uids)) {
+        LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", gid);
+        return false;
+      }
+    }
+    return true;
   }
   for (unsigned int gid : gids) {
     const auto found = uids_by_gid.find(gid);
@@ -197,11 +201,7 @@ bool DomainGroup::RestoreMemberStatus(const int& domain_idx,
     return true;
   }
   std::vector<unsigned int> uids;
-  if (!ListMembersOfGroups(gids, uids)) {
-    LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", gids.front());
-    return false;
-  }
-  return DB::DomainUser().DeleteRemovedRecord(domain_idx, uids);
+  return ListMembersOfGroups(gids, uids) && DB::DomainUser().DeleteRemovedRecord(domain_idx, uids);
 }
 
 namespace INTERNAL {

@@ -72,8 +72,8 @@ bool ListHolders(const std::vector<RECORD::DomainUserAlias>& aliases,
 bool DomainUser::CreateFromUser(const int& domain_idx,
                                 const std::vector<std::string>& user_short_names) {
   std::vector<RECORD::User> users;
-  INTERNAL::_GetUsersFromUserShortNames(user_short_names, users);
-  return _CreateImp(domain_idx, users, true);
+  return INTERNAL::TryGetUsersFromUserShortNames(user_short_names, users) &&
+         _CreateImp(domain_idx, users, true);
 }
 
 bool DomainUser::CreateFromBackend(const int& domain_idx, const std::vector<RECORD::User>& users) {
@@ -196,7 +196,9 @@ bool DomainUser::_PreviewDomainUsersFromUserShortNames(
     return false;
   }
   std::vector<RECORD::User> users;
-  INTERNAL::_GetUsersFromUserShortNames(user_short_names, users);
+  if (!INTERNAL::TryGetUsersFromUserShortNames(user_short_names, users)) {
+    return false;
+  }
   ReplaceUnusableAliases(domain_idx, users, aliases);
   INTERNAL::_GetDomainUsersFromUsersAndFetchedAlaises(domain_idx, users, aliases, preview);
   if (!_CheckAndSetDomainUsersDuplicated(preview)) {

@@ -345,16 +345,13 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
   }
 
   UidsByGid stored;
-  const unsigned int first_gid = groups.front().GetGID();
-  const bool is_stored_known = groups.size() == 1
-                                   ? store_.ListGroupToUsers(first_gid, stored[first_gid])
-                                   : store_.ListAllGroupToUsers(stored);
+  const std::unordered_set<unsigned int> unread_gids = _ReadStored(groups, stored);
   BatchScope scope(DB::DomainDBHandler::GetDomainDBHandler());
   std::vector<RECORD::User> mirrored_before;
   std::unordered_set<unsigned int> mirrored_uids;
   bool is_mirror_read = false;
   bool all_written = true;
-  if (!is_update && is_stored_known && AreFirstMembers(members_by_group, stored)) {
+  if (!is_update && unread_gids.empty() && AreFirstMembers(members_by_group, stored)) {
     if (!ListMirrored(members_by_group, mirrored_before)) {
       LOG_ERROR("Failed to list users");
       return false;
@@ -365,6 +362,7 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
     }
   }
   for (const auto& [group, members] : members_by_group) {
+    const bool is_stored_known = unread_gids.count(group->GetGID()) == 0;
     if (is_update && !is_stored_known) {
       LOG_ERROR("Failed to ListGroupToUsers, gid: [%u]", group->GetGID());
     } else if (is_update) {
@@ -395,6 +393,22 @@ bool Group::_HandleUsersBelongToGroupsImp(const std::vector<RECORD::Group>& grou
     return false;
   }
   return true;
+}
+
+// One by one where one of all cannot be read, so that the others are not lost.
+std::unordered_set<unsigned int> Group::_ReadStored(const std::vector<RECORD::Group>& groups,
+                                                    UidsByGid& stored) {
+  std::unordered_set<unsigned int> unread_gids;
+  if (groups.size() > 1 && store_.ListAllGroupToUsers(stored)) {
+    return unread_gids;
+  }
+  stored.clear();
+  for (const RECORD::Group& group : groups) {
+    if (!store_.ListGroupToUsers(group.GetGID(), stored[group.GetGID()])) {
+      unread_gids.insert(group.GetGID());
+    }
+  }
+  return unread_gids;
 }
 
 bool Group::_GetUsersByLowerName(const std::vector<RECORD::Group>& groups,

@@ -63,6 +63,9 @@ class MDOMAIN_EXPORT Group {
   // Those whom the groups may have, and maybe others.
   bool _GetUsersByLowerName(const std::vector<RECORD::Group>& groups,
                             UsersByLowerName& users_by_lower_name);
+  // The mirrored members by gid; gives the gids of groups of which they cannot be read.
+  std::unordered_set<unsigned int> _ReadStored(const std::vector<RECORD::Group>& groups,
+                                               UidsByGid& stored);
   // Members of groups that have none in the mirror, all at once; false, with nothing written or
   // said, where _WriteMembers has to do it.
   static bool _WriteFirstMembers(const std::vector<GroupMembers>& groups,

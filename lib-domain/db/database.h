@@ -61,6 +61,17 @@ struct Text {
     return true;
   }
 };
+// Whatever is stored, as a number; IsUid tells whether it is a uid.
+struct Number {
+  using Value = sqlite3_int64;
+  static bool Read(const Cells& row, int column, sqlite3_int64& number, SourceHere /*here*/) {
+    number = row.Int64(column);
+    return true;
+  }
+};
+inline bool IsUid(sqlite3_int64 number) {
+  return number >= 0 && number <= std::numeric_limits<unsigned int>::max();
+}
 // Whatever stands there is not read.
 struct Skipped {
   using Value = std::nullptr_t;

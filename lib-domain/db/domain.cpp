@@ -69,9 +69,11 @@ constexpr const char* kDeleteAdditionalOne =
 constexpr const char* kDeleteAdditionalFailure = "fail to delete domain_to_additional_domain_table";
 constexpr const char* kSelectAdditional =
     "SELECT * FROM domain_to_additional_domain_table WHERE domain_idx = '%d' ";
-// In the order of the primary key, which the statement for one domain gives, too.
+// Of the domains that are there. In the order of the primary key, which the statement for one
+// domain gives, too.
 constexpr const char* kSelectAllAdditional =
-    "SELECT * FROM domain_to_additional_domain_table ORDER BY domain_idx, additional_domain";
+    "SELECT * FROM domain_to_additional_domain_table WHERE +domain_idx IN (SELECT domain_idx FROM "
+    "domain_table) ORDER BY domain_idx, additional_domain";
 
 constexpr const char* kSelectDelegated =
     "SELECT domain_idx FROM domain_user_view WHERE uid = %u AND role = 'domain_admin' ORDER BY "

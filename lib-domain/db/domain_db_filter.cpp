@@ -55,8 +55,8 @@ bool DomainDBFilter::SortsByRole() const {
 }
 
 bool DomainDBFilter::IsForWholeDomainBy(const char* column) const {
-  return IsForWholeDomain() && select_.find("count") == std::string::npos &&
-         BASE::EqualsIgnoreCase(sort_by_, column) && IsSort(sort_by_, sort_direction_);
+  return IsForWholeDomain() && !IsCounting() && BASE::EqualsIgnoreCase(sort_by_, column) &&
+         IsSort(sort_by_, sort_direction_);
 }
 
 bool DomainDBFilter::IsDescending() const {
@@ -112,7 +112,7 @@ std::string DomainDBFilter::_GetOrder() const {
 }
 
 std::string DomainDBFilter::_GetPage() const {
-  if (select_.find("count") != std::string::npos) {
+  if (IsCounting()) {
     return "";
   }
   return " LIMIT " + std::to_string(limit_) + " OFFSET " + std::to_string(offset_);

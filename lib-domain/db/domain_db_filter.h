@@ -50,12 +50,12 @@ class MDOMAIN_EXPORT DomainDBFilter {
   // Whether its statement of uids asks for the role itself, not only for whether there is one.
   bool SortsByRole() const;
 
+  // A "count..." select list has no page.
+  bool IsCounting() const { return select_.find("count") != std::string::npos; }
   // Whether it is for the users of one domain in no order but that of the flags: then the three
   // statements below give what ComposeDistinctUIDQueryCmd gives, before its page is cut out.
-  // A "count..." select list has no page.
   bool IsForOneDomainUnsorted() const {
-    return domain_idxs_.size() == 1 && sort_by_.empty() &&
-           select_.find("count") == std::string::npos;
+    return domain_idxs_.size() == 1 && sort_by_.empty() && !IsCounting();
   }
   // Whether it is for all users of one domain, in whatever order.
   bool IsForWholeDomain() const { return domain_idxs_.size() == 1 && query_.empty(); }

@@ -29,15 +29,6 @@ using AliasColumns = Columns<Int, Uid, Text, Flag>;
 using RoleColumns = Columns<Int, Uid, Text, Flag>;
 using DomainAndUser = Columns<Int, Uid>;
 
-// Whatever is stored, as a number.
-struct Number {
-  using Value = sqlite3_int64;
-  static bool Read(const Cells& row, int column, sqlite3_int64& number, SourceHere /*here*/) {
-    number = row.Int64(column);
-    return true;
-  }
-};
-
 constexpr const char* kIsAliasTaken =
     "SELECT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias = '%q' COLLATE "
     "NOCASE LIMIT 1) ";
@@ -197,10 +188,11 @@ bool DomainUser::IsExists(const int& domain_idx, const std::string& user_name) {
 bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
   DomainDBFilter own = filter;
   own.SetTableName(filter.SortsByRole() ? kUserView : UserView(handler_));
+  bool are_plain = true;
   if (HasOwnViews(handler_) && own.IsForOneDomainUnsorted()) {
-    return _WalkUIDs(own, uids);
+    return _WalkUIDs(own, uids, are_plain) || (!are_plain && _ReadUIDs(own, uids));
   }
-  if (own.GetLimit() < 0) {
+  if (own.GetLimit() < 0 || own.IsCounting()) {
     return _ReadUIDs(own, uids);
   }
   // Whoever turns pages asks for many of one list, of which one costs nearly as much as all.
@@ -209,11 +201,14 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
   whole.SetLimit(-1);
   std::vector<unsigned int> all;
   bool has_list = false;
-  const auto read = [&](std::vector<unsigned int>& listed) { return _ReadUIDs(whole, listed); };
-  if (!_DomainDb().RememberList(whole.ComposeDistinctUIDQueryCmd(), read, all, has_list)) {
+  const auto read = [&](std::vector<unsigned int>& listed) {
+    return _ReadPlainUIDs(whole, listed, are_plain);
+  };
+  if (!_DomainDb().RememberList(whole.ComposeDistinctUIDQueryCmd(), read, all, has_list) &&
+      are_plain) {
     return false;
   }
-  if (!has_list) {
+  if (!has_list || !are_plain) {
     return _ReadUIDs(own, uids);
   }
   const size_t begin = std::min<size_t>(all.size(), std::max(own.GetOffset(), 0));
@@ -227,6 +222,17 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
 bool DomainUser::_ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids) {
   return (HasOwnViews(handler_) && _CutWhole(own, uids)) ||
          _DomainDb().Append<Columns<Uid>>(own.ComposeDistinctUIDQueryCmd(), uids);
+}
+
+bool DomainUser::_ReadPlainUIDs(DomainDBFilter& whole, std::vector<unsigned int>& uids,
+                                bool& are_plain) {
+  const auto keep = [&](sqlite3_int64 uid) {
+    are_plain = are_plain && IsUid(uid);
+    uids.push_back(static_cast<unsigned int>(uid));
+  };
+  return (HasOwnViews(handler_) && _CutWhole(whole, uids)) ||
+         (_DomainDb().Query<Columns<Number>>(whole.ComposeDistinctUIDQueryCmd(), keep) &&
+          are_plain);
 }
 
 bool DomainUser::ListDomainUsers(DomainDBFilter& filter, std::vector<RECORD::DomainUser>& users,

@@ -162,7 +162,10 @@ class MDOMAIN_EXPORT DomainUser {
   bool _AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
                     bool with_group_control, std::vector<RECORD::DomainUser>& users);
   bool _ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids);
-  bool _WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids);
+  // False with `are_plain` false, with nothing logged or added, where one of the numbers is no uid:
+  // a list fails only where such a one stands on the page that was asked for.
+  bool _ReadPlainUIDs(DomainDBFilter& whole, std::vector<unsigned int>& uids, bool& are_plain);
+  bool _WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids, bool& are_plain);
   bool _MayGatherRoles(int domain_idx);
   bool _ForEachAliasOfView(const std::vector<int>& domain_idxs, const AliasVisitor& use);
   bool _CutByText(const DomainDBFilter& filter, const char* texts, std::vector<unsigned int>& uids);

@@ -29,7 +29,8 @@ namespace {
 constexpr const char* kSelectFlagOrder =
     "SELECT uid, coalesce(max(is_duplicated) > 0, 0) FROM domain_user_alias_table WHERE domain_idx "
     "= %d AND uid IN (SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND "
-    "(is_duplicated <> 0 OR is_duplicated IS NULL)) GROUP BY uid HAVING max(is_duplicated) IS NOT "
+    "(is_duplicated <> 0 OR is_duplicated IS NULL)) AND +uid IN (SELECT uid FROM user_table) GROUP "
+    "BY uid HAVING max(is_duplicated) IS NOT "
     "0 ORDER BY max(is_duplicated) DESC, uid";
 constexpr size_t kUsersPerRead = 1000;
 constexpr const char* kSelectNames = "SELECT uid, user_name FROM user_table";
@@ -213,38 +214,45 @@ bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
 
 // In the order of the index, in which a page is full early. The few that do not stand there in that
 // order are found by an index of their own.
-bool DomainUser::_WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids) {
+bool DomainUser::_WalkUIDs(const DomainDBFilter& filter, std::vector<unsigned int>& uids,
+                           bool& are_plain) {
   const ReadScope of_one_moment(handler_);
-  Page page(filter, uids);
-  const auto add = [&page](unsigned int uid) {
-    page.Add(uid);
-    return !page.IsFull();
+  std::vector<unsigned int> found;
+  Page page(filter, found);
+  const auto add = [&](sqlite3_int64 uid) {
+    are_plain = are_plain && IsUid(uid);
+    page.Add(static_cast<unsigned int>(uid));
+    return are_plain && !page.IsFull();
   };
-  if (!_DomainDb().QueryUntil<Columns<Uid>>(filter.ComposeUIDsInFrontCmd(), add)) {
+  if (!_DomainDb().QueryUntil<Columns<Number>>(filter.ComposeUIDsInFrontCmd(), add)) {
     return false;
   }
   bool has_any_behind = false;
   bool is_first = true;
-  unsigned int last = 0;
-  const auto add_between = [&](unsigned int uid, int place) {
+  sqlite3_int64 last = 0;
+  const auto add_between = [&](sqlite3_int64 uid, int place) {
+    bool is_wanted = true;
     if (is_first || uid != last) {
-      if (place == kBetween) {
-        page.Add(uid);
-      }
+      is_wanted = place != kBetween || add(uid);
       has_any_behind = has_any_behind || place == kBehind;
       is_first = false;
       last = uid;
     }
-    return !page.IsFull();
+    return is_wanted;
   };
-  if (page.IsFull()) {
-    return true;
-  }
-  if (!_DomainDb().QueryUntil<Columns<Uid, Int>>(filter.ComposeUIDWalkCmd(), add_between)) {
+  const auto is_enough = [&] { return !are_plain || page.IsFull(); };
+  if (!is_enough() &&
+      !_DomainDb().QueryUntil<Columns<Number, Int>>(filter.ComposeUIDWalkCmd(), add_between)) {
     return false;
   }
-  return !has_any_behind || page.IsFull() ||
-         _DomainDb().QueryUntil<Columns<Uid>>(filter.ComposeUIDsBehindCmd(), add);
+  if (has_any_behind && !is_enough() &&
+      !_DomainDb().QueryUntil<Columns<Number>>(filter.ComposeUIDsBehindCmd(), add)) {
+    return false;
+  }
+  if (are_plain) {
+    uids.insert(uids.end(), found.begin(), found.end());
+  }
+  return are_plain;
 }
 
 bool DomainUser::_CutWhole(const DomainDBFilter& filter, std::vector<unsigned int>& uids) {

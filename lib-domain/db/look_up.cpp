@@ -60,9 +60,11 @@ constexpr const char* kSelectNamedGroups = NAMED("gid", "group_name", "group_tab
 #undef BEHIND_BACKSLASH
 #undef BEFORE_AT
 #undef IF_ANY_HAS
+// No listing has the aliases of others, whose uids may be none.
+#define OF_MIRRORED " AND +uid IN (SELECT uid FROM user_table)"
 constexpr const char* kSelectHolders = WANTED
     "uid FROM wanted CROSS JOIN domain_user_alias_table ON account_alias = name COLLATE NOCASE AND "
-    "domain_idx = %d";
+    "domain_idx = %d" OF_MIRRORED;
 #undef WANTED
 // Counted no further than it matters.
 constexpr const char* kCountUsers = "SELECT count(*) FROM (SELECT 1 FROM user_table LIMIT %d)";
@@ -90,7 +92,8 @@ constexpr const char* kSelectGroupRole =
     "domain_group_view AS granted ON granted.gid = member.gid WHERE granted.domain_idx = %d AND "
     "member.uid = %u GROUP BY member.uid";
 constexpr const char* kSelectWithoutAlias =
-    "SELECT uid FROM domain_user_alias_table WHERE account_alias IS NULL AND domain_idx = %d";
+    "SELECT uid FROM domain_user_alias_table WHERE account_alias IS NULL AND domain_idx = "
+    "%d" OF_MIRRORED;
 constexpr const char* kSelectNextAlias =
     "SELECT account_alias FROM domain_user_alias_table WHERE account_alias >= '%q' COLLATE NOCASE "
     "ORDER BY account_alias COLLATE NOCASE LIMIT 1";
@@ -105,12 +108,15 @@ constexpr const char* kAreAliasesTexts =
     "IS NULL) AND NOT EXISTS (SELECT 1 FROM domain_user_alias_table WHERE account_alias >= x'' "
     "COLLATE NOCASE)";
 constexpr const char* kSelectFlagged =
-    "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > 0";
+    "SELECT uid FROM domain_user_alias_table WHERE domain_idx = %d AND is_duplicated > "
+    "0" OF_MIRRORED;
 // NULL equals nothing, so a row without a text shares none.
 constexpr const char* kSelectSharers =
-    "SELECT DISTINCT domain_idx, uid FROM domain_user_alias_table WHERE is_duplicated <> 0 OR "
+    "SELECT DISTINCT domain_idx, uid FROM domain_user_alias_table WHERE (is_duplicated <> 0 OR "
     "(domain_idx, lower(account_alias)) IN (SELECT domain_idx, lower(account_alias) FROM "
-    "domain_user_alias_table GROUP BY 1, 2 HAVING count(*) > 1)";
+    "domain_user_alias_table GROUP BY 1, 2 HAVING count(*) > 1)) AND domain_idx IN (SELECT "
+    "domain_idx FROM domain_table)" OF_MIRRORED;
+#undef OF_MIRRORED
 constexpr const char* kSelectAliases =
     "SELECT account_alias FROM json_each('%q') CROSS JOIN domain_user_alias_table ON "
     "domain_idx = %d AND uid = json_each.value";

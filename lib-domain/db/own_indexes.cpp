@@ -86,14 +86,15 @@ constexpr const char* kViews =
     ";"
     "CREATE TEMP VIEW domain_user_without_role_view AS SELECT alias.domain_idx, alias.uid FROM "
     "main.domain_user_alias_table AS alias CROSS JOIN main.user_table ON alias.uid = "
-    "user_table.uid WHERE NOT " HAS_ROLE("alias.uid")
+    "user_table.uid WHERE alias.domain_idx IS NOT NULL AND NOT " HAS_ROLE("alias.uid")
     ";"
-    // The flag is the highest of the aliases of users with a role, 0 without any.
+    // The flag is the highest of the aliases of mirrored users with a role, 0 without any.
     "CREATE TEMP VIEW domain_view AS SELECT domain_table.domain_idx, domain_table.domain_name, "
     "domain_table.domain_desc, domain_table.domain_default_alias_pattern, "
     "domain_table.is_automatically_adding_users, coalesce((SELECT alias.is_duplicated FROM "
     "main.domain_user_alias_table AS alias WHERE alias.domain_idx = domain_table.domain_idx AND "
-    "alias.is_duplicated > 0 AND " HAS_ROLE("alias.uid")
+    "alias.is_duplicated > 0 AND EXISTS (SELECT 1 FROM main.user_table WHERE user_table.uid = "
+    "alias.uid) AND " HAS_ROLE("alias.uid")
     " ORDER BY alias.is_duplicated DESC LIMIT 1), 0) AS 'is_duplicated_alias_exist', CASE WHEN "
     "(primary_domain_table.domain_idx IS NULL) THEN (0) ELSE (1)END AS 'is_primary' FROM "
     "main.domain_table LEFT JOIN main.primary_domain_table ON domain_table.domain_idx = "

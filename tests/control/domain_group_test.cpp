@@ -139,7 +139,9 @@ TEST_F(DomainGroupControl, RestoringForgetsRemovalsInEveryGroup) {
   EXPECT_EQ(Removed(), (StringList{"1|2001|1001", "1|2002|1003"}));
   EXPECT_TRUE(DomainGroup().RestoreMemberStatus(1, std::vector<unsigned int>{kStaff}));
   EXPECT_EQ(Removed(), StringList{"1|2002|1003"});
+  Run("INSERT INTO group_to_user_table VALUES(NULL,NULL)");  // is nobody's
   EXPECT_TRUE(DomainGroup().RestoreMemberStatus(1, {kStaff, kHeads}));
+  EXPECT_TRUE(Logged("failed to convert  to gid"));
   EXPECT_EQ(Removed(), StringList{});
 }
 

@@ -24,6 +24,11 @@ TEST_F(DomainUserControl, RolesOfAddedUsers) {
   EXPECT_EQ(Rows("SELECT user_name FROM user_table WHERE uid IN (1001,1005)"),
             (StringList{"alice", "eve"}));
 
+  Run("INSERT INTO user_table VALUES(-7,'dave')");  // nobody knows who is meant
+  EXPECT_FALSE(DomainUser().CreateFromUser(1, {"dave"}));
+  EXPECT_TRUE(Logged("Failed to list users, skip _GetUsersFromUserShortNames"));
+  TakeLog();
+
   FailOn(kBatch, "domain_user_role_table");
   EXPECT_FALSE(DomainUser().CreateFromBackend(1, {{1006, "frank"}}));
   EXPECT_TRUE(Logged("fail to insert domain_to_user_role_table"));
@@ -34,6 +39,7 @@ TEST_F(DomainUserControl, RolesOfAddedUsers) {
 TEST_F(DomainUserControl, AliasesThatCollideAreStoredAndFlagged) {
   ASSERT_TRUE(DomainUser().CreateFromUser(1, {"alice", "Bob", "carol"}));
   ASSERT_TRUE(DomainUser().CreateFromUser(2, {"alice"}));
+  Run("INSERT INTO domain_user_alias_table VALUES(1,NULL,'info',1)");  // nobody's
   const struct {
     const char* what;
     Aliases aliases;

@@ -45,7 +45,9 @@ TEST_F(GroupControl, MembersFollowTheAccountSystem) {
   EXPECT_TRUE(Group().Create({kAll[0]}));  // only adds
   EXPECT_TRUE(Logged("Failed to find member [gone] of group [staff]"));
   EXPECT_EQ(Members(), (StringList{"2001|alice", "2001|Bob", "2001|carol"}));
+  Run("INSERT INTO group_to_user_table VALUES(NULL,NULL)");                   // is nobody's
   EXPECT_TRUE(Group().Set({{2001, "staff", "fewer"}, {2002, "empty", ""}}));  // replaces
+  EXPECT_TRUE(Logged("failed to convert  to gid"));
   EXPECT_TRUE(Logged("group [2001]'s member count has changed from [3] to [1]"));
   EXPECT_FALSE(Logged("group [2002]'s member count"));
   EXPECT_EQ(Members(), StringList{"2001|carol"});

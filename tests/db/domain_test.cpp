@@ -112,6 +112,7 @@ TEST_F(DomainStoreTest, AdditionalNames) {
   TakeLog();  // the name rule's own line
   ASSERT_TRUE(store_.CreateAdditionalDomains(2, {"y.example", "b2.example", "a2.example"}));
   ASSERT_TRUE(store_.CreateAdditionalDomains(2, {}));
+  Run("INSERT INTO domain_to_additional_domain_table VALUES(NULL,'x'),('y','x')");  // nobody's
   // All domains at once answer as one by one.
   std::map<int, StringList> all;
   ASSERT_TRUE(store_.ListAllAdditionalDomains(all));
@@ -135,7 +136,8 @@ TEST_F(DomainStoreTest, AdditionalNames) {
   EXPECT_TRUE(store_.DeleteAdditionalDomains(1, {}));
   EXPECT_TRUE(store_.DeleteAdditionalDomains(1, StringList(2000, std::string(2000, '\''))));
   EXPECT_TRUE(store_.DeleteAdditionalDomains(1, {"z.example"}));
-  EXPECT_EQ(Rows("SELECT count(*) FROM domain_to_additional_domain_table"), StringList{"3"});
+  EXPECT_EQ(Rows("SELECT count(*) FROM domain_to_additional_domain_table WHERE domain_idx=2"),
+            StringList{"3"});
   EXPECT_FALSE(store_.CreateAdditionalDomains(9, {"ok.example"}));
   EXPECT_TRUE(Logged("fail to insert domain_to_additional_domain_table"));
 }

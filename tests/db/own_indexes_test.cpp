@@ -51,7 +51,10 @@ class OwnIndexes : public test::DomainDbTest, protected test::ModelMaker {
     }
   }
   void MakeModel(SqliteFile& plain) {
-    const std::string model = RandomModel();
+    const std::string model =
+        RandomModel() +  // and rows that another program left
+        "PRAGMA foreign_keys = off; INSERT INTO domain_user_role_table VALUES(1,99,'normal',0);"
+        "INSERT INTO domain_user_alias_table VALUES(1,99,'x',1),(NULL,1001,'a',1),(1,NULL,'a',1);";
     Run(model);
     plain.Run(model);
   }
@@ -328,6 +331,29 @@ TEST_F(OwnIndexes, OwnersAreThoseOfTheListing) {
     ASSERT_EQ(content.local_parts.size(), wanted.size());
     ExpectStaleRows(owners);
   }
+}
+
+// A uid that is none disturbs its own page only. A "count..." select list has no pages.
+TEST_F(OwnIndexes, OddUidsAndCountsDisturbNoPage) {
+  Open();
+  Run("INSERT INTO domain_table VALUES(1,'a','','',0),(2,'b','','',0);"
+      "INSERT INTO user_table VALUES(-5,'a'),(1,'b'),(2,'c'),(3,'d');"
+      "INSERT INTO domain_user_role_table SELECT domain_idx,uid,'normal',0 FROM user_table, "
+      "domain_table WHERE uid > 0 OR domain_idx = 1; INSERT INTO domain_user_alias_table SELECT "
+      "domain_idx,uid,'x',0 FROM domain_user_role_table ORDER BY uid");
+  DomainDBFilter filter;
+  filter.SetLimit(2);
+  std::vector<unsigned int> uids;
+  for (const char* sort_by :
+       {"", "uid", "uid", "2", "2"}) {  // the second time reads the whole list
+    const bool counts = *sort_by == '2';
+    filter.SetDomainIdxs({counts ? 2 : 1});
+    filter.SetOffset(counts ? 0 : 1);
+    filter.SetSelect(counts ? "count" : "*");
+    filter.SetSortBy(counts ? "uid" : sort_by);
+    EXPECT_TRUE(MDOMAIN::DB::DomainUser().GetDistinctUIDs(filter, uids));
+  }
+  EXPECT_EQ(uids, (std::vector<unsigned int>{1, 2, 1, 2, 1, 2, 1, 2, 3, 1, 2, 3}));
 }
 
 // Values that are bound to a statement leave what values in its text leave.
