@@ -9,6 +9,7 @@
 #include "lib-domain/base/log_line.h"
 #include "lib-domain/base/text.h"
 #include "lib-domain/control/alias_index.h"
+#include "lib-domain/control/mirrored_names.h"
 #include "lib-domain/db/look_up.h"
 #include "platform/include/account.h"
 #include "platform/include/hash_index.h"

@@ -71,9 +71,6 @@ MDOMAIN_EXPORT void _ComposeDomainUsersRolesFromUsers(const int& domain_idx,
 // nothing is added.
 MDOMAIN_EXPORT void _GetUsersFromUserShortNames(const std::vector<std::string>& short_names,
                                                 std::vector<RECORD::User>& users);
-// The same; false when the mirror cannot be read.
-bool TryGetUsersFromUserShortNames(const std::vector<std::string>& short_names,
-                                   std::vector<RECORD::User>& users);
 
 // Appends a domain user with one unflagged alias for every user: the one fetched for its short
 // account name, else, with a log line, the short account name itself.

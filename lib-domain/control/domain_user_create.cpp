@@ -8,6 +8,7 @@
 #include "lib-domain/control/alias_index.h"
 #include "lib-domain/control/domain_user.h"
 #include "lib-domain/control/entry_names.h"
+#include "lib-domain/control/mirrored_names.h"
 #include "lib-domain/control/notice.h"
 #include "lib-domain/db/domain.h"
 #include "lib-domain/db/handler.h"
