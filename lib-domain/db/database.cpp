@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "lib-domain/base/error_code.h"
 #include "lib-domain/base/log_line.h"
@@ -169,7 +170,7 @@ bool Database::RememberCount(const std::string& what, const std::function<bool(i
 
 bool Database::RememberList(const std::string& what, const UidReader& read,
                             std::vector<unsigned int>& uids, bool& has_list) const {
-  has_list = false;
+  const bool is_wanted = std::exchange(has_list, false);
   korvmailserver::DatabaseNumbers numbers;
   if (status_ != 0 || !handler_->FollowFile() || !ReadNumbers(*handler_, numbers)) {
     return true;
@@ -184,11 +185,26 @@ bool Database::RememberList(const std::string& what, const UidReader& read,
         std::min_element(memory.lists.begin(), memory.lists.end(), is_sooner_missed));
   }
   AskedList& asked = memory.lists[what];
-  has_list = asked.asked_at == numbers.changes || asked.whole.has_value();
+  has_list = is_wanted || asked.asked_at == numbers.changes || asked.whole.has_value();
   asked.asked_at = numbers.changes;
   asked.turn = ++memory.last_turn;
   return !has_list ||
          Remember(*handler_, &korvmailserver::DatabaseNumbers::changes, asked.whole, uids, read);
+}
+
+bool Database::GetRememberedSize(const std::string& what, int& size) const {
+  korvmailserver::DatabaseNumbers numbers;
+  if (status_ != 0 || !handler_->FollowFile() || !ReadNumbers(*handler_, numbers)) {
+    return false;
+  }
+  const auto& lists = handler_->_State().memory.lists;
+  const auto asked = lists.find(what);
+  const bool is_known =
+      asked != lists.end() && asked->second.whole && asked->second.whole->first == numbers.changes;
+  if (is_known) {
+    size = static_cast<int>(asked->second.whole->second.size());
+  }
+  return is_known;
 }
 
 bool Database::GetCount(const DomainDBFilter& filter, const char* view, const char* select,

@@ -180,11 +180,13 @@ class Database {
   // The number that `read` gives, or gave of this since the last change.
   bool RememberCount(const std::string& what, const std::function<bool(int&)>& read,
                      int& count) const;
-  // The same of a list. At the first time since a change `has_list` is false, and nothing is read:
-  // whoever asks once needs no more than the page.
+  // The same of a list. At the first time since a change `has_list` is false, and nothing is read,
+  // unless it was true before: whoever asks once needs no more than the page.
   using UidReader = std::function<bool(std::vector<unsigned int>&)>;
   bool RememberList(const std::string& what, const UidReader& read, std::vector<unsigned int>& uids,
                     bool& has_list) const;
+  // How many a list has that was read since the last change. False where none was.
+  bool GetRememberedSize(const std::string& what, int& size) const;
   // What `select` ("count(*)") gives for the filter's rows of a view, whatever the filter's page.
   bool GetCount(const DomainDBFilter& filter, const char* view, const char* select, int& count,
                 SourceHere here = SourceHere::Now()) const;

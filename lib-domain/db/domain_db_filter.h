@@ -61,6 +61,7 @@ class MDOMAIN_EXPORT DomainDBFilter {
   bool IsForWholeDomain() const { return domain_idxs_.size() == 1 && query_.empty(); }
   // Whether it is for a page of all users of one domain by this column.
   bool IsForWholeDomainBy(const char* column) const;
+  bool IsSearched() const { return !query_.empty(); }
   bool IsDescending() const;
   // The uids that stand in front: those whose first matching alias is flagged.
   std::string ComposeUIDsInFrontCmd() const;

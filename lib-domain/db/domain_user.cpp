@@ -196,11 +196,10 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
     return _ReadUIDs(own, uids);
   }
   // Whoever turns pages asks for many of one list, of which one costs nearly as much as all.
-  DomainDBFilter whole = own;
-  whole.SetOffset(0);
-  whole.SetLimit(-1);
+  // Whoever searches asks how many there are, too.
+  DomainDBFilter whole = _WholeOf(filter);
   std::vector<unsigned int> all;
-  bool has_list = false;
+  bool has_list = HasOwnViews(handler_) && own.IsSearched();
   const auto read = [&](std::vector<unsigned int>& listed) {
     return _ReadPlainUIDs(whole, listed, are_plain);
   };
@@ -216,6 +215,15 @@ bool DomainUser::GetDistinctUIDs(DomainDBFilter& filter, std::vector<unsigned in
   uids.insert(uids.end(), all.begin() + static_cast<std::ptrdiff_t>(begin),
               all.begin() + static_cast<std::ptrdiff_t>(end));
   return true;
+}
+
+// What is remembered of a filter's pages: the uids on all of them.
+DomainDBFilter DomainUser::_WholeOf(const DomainDBFilter& filter) const {
+  DomainDBFilter whole = filter;
+  whole.SetTableName(filter.SortsByRole() ? kUserView : UserView(handler_));
+  whole.SetOffset(0);
+  whole.SetLimit(-1);
+  return whole;
 }
 
 // The page of the filter, or all without one.

@@ -161,6 +161,7 @@ class MDOMAIN_EXPORT DomainUser {
   bool _AppendNamed(const std::vector<unsigned int>& uids, std::vector<RECORD::DomainUser>& users);
   bool _AppendUsers(DomainDBFilter& filter, const std::vector<unsigned int>& uids,
                     bool with_group_control, std::vector<RECORD::DomainUser>& users);
+  DomainDBFilter _WholeOf(const DomainDBFilter& filter) const;
   bool _ReadUIDs(DomainDBFilter& own, std::vector<unsigned int>& uids);
   // False with `are_plain` false, with nothing logged or added, where one of the numbers is no uid:
   // a list fails only where such a one stands on the page that was asked for.

@@ -208,6 +208,10 @@ bool DomainUser::GetDomainUsersCount(DomainDBFilter& filter, int& count) {
       CountWithRole(handler_, filter.GetDomainIdxs().front(), count)) {
     return true;
   }
+  if (has_own_views && filter.IsSearched() &&
+      _DomainDb().GetRememberedSize(_WholeOf(filter).ComposeDistinctUIDQueryCmd(), count)) {
+    return true;
+  }
   return _DomainDb().GetCount(filter, has_own_views ? kUserWithRoleView : kUserView,
                               "count(distinct uid)", count);
 }

@@ -118,13 +118,8 @@ bool ListInOrder(DomainDBFilter& filter, std::vector<unsigned int>& uids) {
     return DomainUser().GetDistinctUIDs(filter, listed);
   };
   const std::string what = "whole: " + filter.ComposeDistinctUIDQueryCmd();
-  bool has_list = false;
-  for (int asked = 0; asked < 2 && !has_list; ++asked) {  // it is read when asked for twice
-    if (!DomainDb().RememberList(what, read, uids, has_list)) {
-      return false;
-    }
-  }
-  return has_list || read(uids);
+  bool has_list = true;
+  return DomainDb().RememberList(what, read, uids, has_list) && (has_list || read(uids));
 }
 
 }  // namespace
