@@ -18,6 +18,8 @@ using Access = RedisSession::Access;
 constexpr size_t kKeysPerCommand = 1000;
 // Pieces in one message.
 constexpr size_t kPiecesPerMessage = 32;
+// Names who published before there was a state.
+constexpr const char* kFormer = "file:mailserver_domain_db";
 
 // Times that another publication may come in between.
 constexpr int kAttempts = 5;
@@ -40,6 +42,12 @@ SharedState StateOf(const std::map<std::string, std::string>& fields) {
   state.followed = field("followed");
   state.exists = !state.manager_id.empty();
   return state;
+}
+
+SharedState StateOf(const redisReply& state, const redisReply& former_publisher) {
+  SharedState found = StateOf(RedisHash(state));
+  found.former_publisher = found.exists ? "" : RedisText(&former_publisher);
+  return found;
 }
 
 // Whether `found` says all that `next` would, but for the number.
@@ -120,17 +128,22 @@ void AppendInParts(const RedisCommand& start, const Names& names, const std::str
 }  // namespace
 
 bool RedisPublication::ReadState(SharedState& state, std::string& error) {
-  SharedContent content;
-  const bool is_read =
-      session_.Call(Access::kRead, error, [&] { return ReadNames(false, content); });
-  state = content.state;
-  return is_read;
+  return session_.Call(Access::kRead, error, [&] {
+    std::vector<RedisReply> replies;
+    if (!session_.Read({{"HGETALL", Key("state")}, {"HGET", Key(kFormer), "node"}}, replies)) {
+      return false;
+    }
+    if (!IsOtherKind(*replies[0]) && replies[0]->type != REDIS_REPLY_ARRAY) {
+      return session_.Fail("an answer that is no list");
+    }
+    state = StateOf(*replies[0], *replies[1]);
+    return true;
+  });
 }
 
 // The state, and the names of all keys and files.
 bool RedisPublication::ReadNames(bool watch, SharedContent& content) {
-  std::vector<std::string> names = {"state", "files", "nodes", "file:mailserver_domain_db",
-                                    "tree:"};
+  std::vector<std::string> names = {"state", "files", "nodes", kFormer, "tree:"};
   Commands commands = {{"HGETALL", Key(names[0])},
                        {"SMEMBERS", Key(names[1])},
                        {"SCARD", Key(names[2])},
@@ -158,13 +171,12 @@ bool RedisPublication::ReadNames(bool watch, SharedContent& content) {
       return session_.Fail("an answer that is no list");
     }
   }
-  content.state = StateOf(RedisHash(**reply++));
-  for (const std::string& key : RedisSet(**reply++)) {
+  // How many machines there are is not asked for its answer.
+  content.state = StateOf(*reply[0], *reply[3]);
+  for (const std::string& key : RedisSet(*reply[1])) {
     content.files[key].file.key = key;
   }
-  ++reply;  // how many machines there are is not asked for its answer
-  const std::string former = RedisText((*reply++).get());
-  content.state.former_publisher = content.state.exists ? "" : former;
+  reply += 4;
   content.trees[""] = RedisSet(**reply++);
   for (const std::string& tree : kKeyStoreTrees) {
     content.trees[tree] = RedisSet(**reply++);

@@ -132,10 +132,7 @@ TEST_F(RedisTest, OddAnswersAreRefusedInTime) {
        {"-LOADING Redis is loading the dataset in memory\r\n"},
        0,
        "ROLE refused: LOADING"},
-      {"values of a wrong kind",
-       {primary, "+OK\r\n+OK\r\n+OK\r\n+OK\r\n+OK\r\n+OK\r\n"},
-       0,
-       "no list"},
+      {"values of a wrong kind", {primary, "+OK\r\n+OK\r\n"}, 0, "no list"},
       {"says too much", {primary + primary}, 0, "an answer to no question"},
       {"closes after the login", {primary}, 0, "server closed the connection"},
   };
