@@ -404,7 +404,8 @@ std::unordered_set<unsigned int> Group::_ReadStored(const std::vector<RECORD::Gr
   }
   stored.clear();
   for (const RECORD::Group& group : groups) {
-    if (!store_.ListGroupToUsers(group.GetGID(), stored[group.GetGID()])) {
+    const auto [members, is_new] = stored.try_emplace(group.GetGID());
+    if (is_new && !store_.ListGroupToUsers(group.GetGID(), members->second)) {
       unread_gids.insert(group.GetGID());
     }
   }
