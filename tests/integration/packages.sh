@@ -105,7 +105,6 @@ END
 chmod 755 "$system/etc/mailserver-domain/hooks/after-pull.d/10-look"
 run_unit mdomain-node-pull.service & # ends with the namespace
 pulled() { cat "$scratch/said"; mdomain domain list | grep -q pulled.example && [ -s "$system/run/postara_server/hook" ]; }
-limit=10
 wait_for "the pull" pulled
 same "what the service pulled, and for whom" "$(inside stat -c %U "${home#"$system"}"/etc/{local_DOMAIN,keystore}.db | sort -u)" Postara-Server
 [ ! -e "$system/etc/hook" ] || fail "a program after a pull wrote to /etc"

@@ -86,7 +86,7 @@ WARM_REASON="no domain controller of ADEX answers" run WarmAlone
 expect "incomplete" "$(m refresh | jq -c .complete)" false
 expect "as it was" "$(m account members STAFF | jq -c 'map(.name)')" '["ADEX\\alice"]'
 ad_start_dc "$scratch"
-for _ in $(seq 100); do wbinfo --ping-dc >/dev/null 2>&1 && break; sleep 0.1; done
+for _ in $(seq 600); do wbinfo --ping-dc >/dev/null 2>&1 && break; sleep 0.1; done
 run Warm
 samba-tool user setpassword 'MEMBER1$' --newpassword='Another.1x' \
   -H "$scratch/dc/private/sam.ldb" >/dev/null 2>&1
@@ -97,5 +97,5 @@ kill "$WINBINDD_PID" "$DC_PID"
 wait "$WINBINDD_PID" "$DC_PID" || true
 rm -f "$scratch"/m/{cache,lock,state}/*cache*.tdb
 winbindd -F --no-process-group >>"$scratch/m/log/stdout" 2>&1 </dev/null &
-for _ in $(seq 100); do wbinfo -p >/dev/null 2>&1 && break; sleep 0.05; done
+for _ in $(seq 1200); do wbinfo -p >/dev/null 2>&1 && break; sleep 0.05; done
 run NoController

@@ -78,13 +78,13 @@ TEST_F(SambaAccounts, AskedForAttributesMakeAliases) {
 
 TEST_F(SambaAccounts, AskedInVainAHungDaemonIsGivenUp) {
   SetTimeout(1);
-  const pid_t daemon = std::stoi(getenv("WINBINDD_PID"));
+  const pid_t daemon = std::stoi(Given("WINBINDD_PID"));
   ASSERT_EQ(kill(daemon, SIGSTOP), 0);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_LT(Users().held, 0);
   EXPECT_TRUE(Logged("winbindd: no answer within 1 seconds"));
   EXPECT_THAT(LastStep(), HasSubstr("connect: winbindd: no answer"));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
   ASSERT_EQ(kill(daemon, SIGCONT), 0);
   SetTimeout(30);
   EXPECT_GT(Users().held, 0);
@@ -116,7 +116,7 @@ TEST_F(SambaAccounts, Warm) {
 // Each user's primary group came as all of the user's groups, with success: a third of all
 // memberships went.
 TEST_F(SambaAccounts, WarmAlone) {
-  const std::string reason = getenv("WARM_REASON");
+  const std::string reason = Given("WARM_REASON");
   EXPECT_THAT(LastStep(), HasSubstr("bind: " + reason));
   const korvmailserver::AccountSnapshot snapshot;
   const Answer users = Users();

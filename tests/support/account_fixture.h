@@ -25,6 +25,13 @@ class AccountTest : public RootTest {
     Uids uids;
   };
 
+  // What the script that starts the servers tells of them.
+  static std::string Given(const char* variable) {
+    const char* value = getenv(variable);
+    EXPECT_NE(value, nullptr) << variable << ": this test is started by a script";
+    return value == nullptr ? "" : value;
+  }
+
   static void Set(const char* key, const std::string& value) {
     ASSERT_EQ(mailConfSet(key, value, true, 0), 0);
   }
@@ -49,7 +56,7 @@ class AccountTest : public RootTest {
 
   // host.ini with `changes` to a [ldap] section that works.
   void Configure(const std::map<std::string, std::string>& changes) {
-    std::map<std::string, std::string> keys = {{"uri", getenv("WHOLE_URI")},
+    std::map<std::string, std::string> keys = {{"uri", Given("WHOLE_URI")},
                                                {"bind_dn", "cn=reader,dc=example,dc=com"},
                                                {"password_file", "readpw"},
                                                {"user_base", "ou=People,dc=example,dc=com"},

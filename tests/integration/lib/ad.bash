@@ -76,7 +76,7 @@ ad_start_dc() {
     >"$dc/log/stdout" 2>&1 </dev/null &
   DC_PID=$!
   for port in 389 53 88 135 445; do
-    for _ in $(seq 1000); do
+    for _ in $(seq 3000); do
       (exec 3<>/dev/tcp/127.0.0.1/$port) 2>/dev/null && break
       sleep 0.02
     done
@@ -120,7 +120,7 @@ C
 ad_start_winbindd() {
   winbindd -F --no-process-group >>"$1/m/log/stdout" 2>&1 </dev/null &
   WINBINDD_PID=$!
-  for _ in $(seq 400); do
+  for _ in $(seq 1200); do
     wbinfo --ping-dc >/dev/null 2>&1 && return 0
     sleep 0.05
   done

@@ -39,7 +39,7 @@ C
   # "-d 256" keeps it in front, so that it is a child that can be waited for.
   slapd -d "${SLAPD_LOG:-256}" -f "$dir/slapd.conf" -h "$urls" -n slapd-test </dev/null >>"$dir/log" 2>&1 &
   SLAPD_PID=$!
-  for _ in $(seq 250); do
+  for _ in $(seq 3000); do
     ldapwhoami -x -H "ldap://127.0.0.1:$port" >/dev/null 2>&1 && return 0
     sleep 0.02
   done
