@@ -2,7 +2,7 @@
 
 mail.py send SUBJECT FROM TO,.. [plain|utf8|latin|bare|both]
 mail.py ask COUNT ADDRESS.. : to how many of so many RCPT TO, taking turns, each code was the answer
-mail.py answers CODE ADDRESS.. : tells which are not answered so within two seconds
+mail.py answers CODE ADDRESS.. : tells which are not answered so, asked again for half a minute
 mail.py deliver FOLDER : sends one message to each "ADDRESS ACCOUNT.." of standard input, and tells
     which do not come to FOLDER/ACCOUNT/new, or come to others
 mail.py logins : for each "PASSWORD NAME.." of standard input and each name, the subjects in the
@@ -58,15 +58,23 @@ def ask(count, *addresses):
     print(*(f'{code}:{times}' for code, times in sorted(codes.items())))
 
 
+def recipient(address):
+    try:
+        with connect() as smtp:
+            return str(smtp.rcpt(address)[0])
+    except OSError as error:  # of smtplib, too: the server has just been told to begin anew
+        return repr(error)
+
+
 def answers(code, *addresses):
+    # Seldom enough that a process of Postfix that still knows what was is not replaced meanwhile,
+    # as it is after a hundred connections.
+    end = time.monotonic() + 30
     for address in addresses:
-        answer, end = None, time.monotonic() + 2
-        while answer != int(code):
-            with connect() as smtp:
-                answer = smtp.rcpt(address)[0]
-            if answer != int(code) and time.monotonic() > end:
-                print(f'{address}: {answer}, not {code}')
-                break
+        while (answer := recipient(address)) != code and time.monotonic() < end:
+            time.sleep(.5)
+        if answer != code:
+            print(f'{address}: {answer}, not {code}')
 
 
 def deliver(folder):
