@@ -138,8 +138,8 @@ long long SizeOf(const std::string& path) {
 void CheckKeys(const std::vector<KnownDomain>& domains, const Values& values, Findings& findings) {
   for (const KnownDomain& domain : domains) {
     const std::string idx = std::to_string(domain.idx);
-    const std::string begin = PATHS::EtcDir() + "dkim.key/dkim.";
-    for (const std::string& path : {begin + "private-" + idx, begin + "public-" + idx}) {
+    for (const char* half : {"private-", "public-"}) {
+      const std::string path = PATHS::EtcDir() + "dkim.key/dkim." + half + idx;
       const long long size = SizeOf(path);
       if (size == 0 || (size < 0 && ValueOf(values, "enable_dkim_sign-" + idx) == "yes")) {
         findings.push_back({"dkim", true,

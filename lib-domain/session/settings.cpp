@@ -78,6 +78,7 @@ Result<std::vector<Setting>> Session::Settings(bool all) const {
       settings.emplace(key, SettingOf(key, "", false));
     }
     std::vector<Setting> listed;
+    listed.reserve(settings.size());
     for (auto& [key, setting] : settings) {
       listed.push_back(std::move(setting));
     }

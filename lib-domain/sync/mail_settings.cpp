@@ -236,7 +236,7 @@ SettingOutcome SetMailSetting(const std::string& key, const std::string& value, 
     return Outcome(other.result, is_failure ? other.text : key + " stays as it is: " + other.text);
   }
   if (!by_force) {
-    const SettingOutcome checked = CheckKey(key, value);
+    SettingOutcome checked = CheckKey(key, value);
     if (checked.result != SettingResult::kDone) {
       return checked;
     }

@@ -79,6 +79,7 @@ int OpenInput(const std::string& bytes) {
 // With a null behind them.
 std::vector<const char*> Pointers(const std::vector<std::string>& texts) {
   std::vector<const char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (const std::string& text : texts) {
     pointers.push_back(text.c_str());
   }

@@ -322,7 +322,7 @@ class RandomFiles {
     for (unsigned int i = 0; i < count; i++) {
       const std::string number = std::to_string(i);
       const auto pick = [&](const std::vector<std::string>& odd, const std::string& usual) {
-        return faults != 0 && random_() % (8 * faults) < 2 ? odd[random_() % odd.size()] : usual;
+        return faults != 0 && random_() % (8UL * faults) < 2 ? odd[random_() % odd.size()] : usual;
       };
       names_.push_back(pick(kNames, (OneIn(5) ? "Jörg" : "user") + number));
       groups_.push_back(pick(kNames, "group" + number));
@@ -377,7 +377,7 @@ int AppendUser(const char* name, unsigned int uid, void* users) {
   return 0;
 }
 
-// The members of a group as whoever enumerates finds them, letter case aside.
+// The members of a group as whoever enumerates_ finds them, letter case aside.
 std::vector<std::string> MembersAmong(const std::vector<KORVUser>& users,
                                       const std::vector<std::string>& members) {
   std::map<std::string, std::string> by_folded_name;
@@ -385,6 +385,7 @@ std::vector<std::string> MembersAmong(const std::vector<KORVUser>& users,
     by_folded_name.emplace(FoldAccountName(user.name), user.name + std::to_string(user.uid));
   }
   std::vector<std::string> found;
+  found.reserve(members.size());
   for (const std::string& member : members) {
     found.push_back(by_folded_name[FoldAccountName(member)]);
   }
@@ -418,13 +419,14 @@ TEST_F(LocalSource, TellsTheUsersOfMembersWithoutAnEnumeration) {
 class RandomQuestions : public LocalSource {
  protected:
   using Texts = std::vector<std::string>;
-  // What is asked about single accounts. The last one enumerates where it has to, or is told to.
-  static std::vector<std::function<Texts()>> QuestionsAbout(RandomFiles& files,
-                                                            const bool& enumerates);
+  // What is asked about single accounts. The last one enumerates_ where it has to, or is told to.
+  std::vector<std::function<Texts()>> QuestionsAbout(RandomFiles& files);
+
+  bool enumerates_ = false;
 };
 
 std::vector<std::function<RandomQuestions::Texts()>> RandomQuestions::QuestionsAbout(
-    RandomFiles& files, const bool& enumerates) {
+    RandomFiles& files) {
   const std::string name = files.OneIn(3) ? "User1" : files.Name();
   const std::string group = files.OneIn(3) ? "users" : files.GroupName();
   return {[=] { return Shown(User(name)); },
@@ -435,11 +437,11 @@ std::vector<std::function<RandomQuestions::Texts()>> RandomQuestions::QuestionsA
             return Texts{Group(group).name, Group(Group(group).gid).name, Group(51U).name};
           },
           [=] { return Members(group); },
-          [=, &enumerates] {
+          [=] {
             const korvmailserver::FewAccounts few;
             korvmailserver::FewAccounts::Expect({name, "User1", "ghost"});
             std::vector<KORVUser> users;
-            if (enumerates || !korvmailserver::ListMemberUsers(AUTH_LOCAL, {group}, users)) {
+            if (enumerates_ || !korvmailserver::ListMemberUsers(AUTH_LOCAL, {group}, users)) {
               KLIBUserInfoEnum(AUTH_LOCAL, nullptr, 0, UINT32_MAX, AppendUser, &users);
             }
             return MembersAmong(users, Members(group));
@@ -459,11 +461,10 @@ TEST_F(RandomQuestions, AnswersSingleQuestionsAsItsTablesDo) {
     return std::make_tuple(answer, KLIBCErrGet(), said);
   };
   int scanned = 0;
-  bool enumerates = false;
   for (unsigned int seed = 0; seed < 150; seed++) {
     SCOPED_TRACE(seed);
     RandomFiles files(seed);
-    for (const auto& question : QuestionsAbout(files, enumerates)) {
+    for (const auto& question : QuestionsAbout(files)) {
       const auto scan = ask(files, question);
       scanned += files_read == 0 ? 1 : 0;
       {
@@ -471,9 +472,9 @@ TEST_F(RandomQuestions, AnswersSingleQuestionsAsItsTablesDo) {
         EXPECT_EQ(scan, ask(files, question));
       }
       const korvmailserver::AccountSnapshot tables;
-      enumerates = true;
+      enumerates_ = true;
       EXPECT_EQ(scan, ask(files, question));
-      enumerates = false;
+      enumerates_ = false;
     }
   }
   EXPECT_GT(scanned, 300) << "too few to compare";
@@ -503,7 +504,6 @@ class IndexedSource : public RandomQuestions {
 
 TEST_F(IndexedSource, AnswersAsItsTablesDo) {
   int indexed = 0;
-  bool enumerates = false;
   for (unsigned int seed = 0; seed < 50; seed++) {
     SCOPED_TRACE(seed);
     RandomFiles files(seed, 1000);
@@ -516,13 +516,13 @@ TEST_F(IndexedSource, AnswersAsItsTablesDo) {
     }
     indexed++;
     TakeNewSource();
-    for (const auto& question : QuestionsAbout(files, enumerates)) {
+    for (const auto& question : QuestionsAbout(files)) {
       const auto found = question();
       const int error = KLIBCErrGet();
       const korvmailserver::AccountSnapshot tables;
-      enumerates = true;
+      enumerates_ = true;
       EXPECT_EQ(found, question());
-      enumerates = false;
+      enumerates_ = false;
       EXPECT_EQ(error, KLIBCErrGet());
     }
   }

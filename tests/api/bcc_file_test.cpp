@@ -183,10 +183,7 @@ TEST_F(BccFileTest, OneBadLineRefusesTheFile) {
 
 // "#" may begin an account or a local part, but would hide the rule's line.
 TEST_F(BccFileTest, NoRuleMayBecomeACommentOrAnEmptyLine) {
-  for (const char* name : {"#a", "#a@example.com",
-                           "\xEF\xBB\xBF"
-                           "a",
-                           "", " a"}) {
+  for (const char* name : {"#a", "#a@example.com", "\uFEFFa", "", " a"}) {
     EXPECT_NE("", BCC::CheckRule({name, BCC_RECIPIENT, "copy"})) << name;
   }
   EXPECT_EQ("", BCC::CheckRule({"a#", BCC_RECIPIENT, "#copy"}));

@@ -123,7 +123,7 @@ TEST_F(DomainUserApiTest, AddingStopsAtTheFirstFailure) {
         return Add(1, {"alice"}, {"staff"}, {{1, 1001, "a", false}});
       },
       [] {  // own roles, group roles
-        const std::string left = Rows(
+        std::string left = Rows(
             "SELECT (SELECT count(*) FROM domain_user_role_table) || ' ' || count(*) FROM "
             "domain_group_role_table")[0];
         Run("DELETE FROM domain_user_role_table; DELETE FROM domain_group_role_table;"

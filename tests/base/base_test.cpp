@@ -57,7 +57,8 @@ TEST_F(BaseTest, ExceptionLogsItselfOnce) {
   ASSERT_EQ(log.size(), 1U);
   EXPECT_EQ(log[0].level, 3);
   EXPECT_EQ(log[0].text, "f:7 (3003) invalid domain name: x");
-  korvmailserver::LogException(static_cast<korvmailserver::ErrorCode>(9999), "%s %n", 3, "f", 7);
+  const korvmailserver::LogException unknown(static_cast<korvmailserver::ErrorCode>(9999), "%s %n",
+                                             3, "f", 7);
   EXPECT_TRUE(Logged("f:7 (9999) unknown error: %s %n"));
 }
 

@@ -65,7 +65,8 @@ class HandlerTest : public test::DomainDbTest {
     for (const std::string& table :
          Rows("SELECT name FROM sqlite_master WHERE type='table' ORDER BY name")) {
       for (const std::string& row : Rows("SELECT * FROM " + table)) {
-        all.push_back(table + ": " + row);
+        all.push_back(table);
+        all.back() += ": " + row;
       }
     }
     return all;

@@ -24,37 +24,36 @@ const std::string kDomain253 = Repeat(kLabel63 + ".", 3) + std::string(61, 'b');
 // stands; what only maps to a domain would be another name than the one that it means.
 struct Spelling {
   std::string text;
-  bool valid;
+  bool valid, other_is_ascii;
   std::string ascii, unicode;
-  bool other_is_ascii;
 };
 
 const Spelling kSpellings[] = {
-    {"example.org", true, "example.org", "example.org", false},
-    {"Example.ORG", true, "example.org", "example.org", false},
-    {"localhost", true, "localhost", "localhost", false},
-    {"3com.com", true, "3com.com", "3com.com", false},
-    {"bücher.de", true, "xn--bcher-kva.de", "bücher.de", true},
-    {"BüCHER.DE", true, "xn--bcher-kva.de", "bücher.de", true},
-    {"XN--BCHER-KVA.de", true, "xn--bcher-kva.de", "bücher.de", false},
-    {"faß.de", true, "xn--fa-hia.de", "faß.de", true},
-    {"אב1.com", true, "xn--1-zhcd.com", "אב1.com", true},
-    {"xn--mgba3gch31f060k.ir", true, "xn--mgba3gch31f060k.ir", "نامه\u200cای.ir", false},
-    {"mail.bücher.example.例", true, "mail.xn--bcher-kva.example.xn--fsq", "mail.bücher.example.例",
-     true},
-    {kLabel63 + ".com", true, kLabel63 + ".com", kLabel63 + ".com", false},
-    {kDomain253, true, kDomain253, kDomain253, false},
-    {"BÜCHER.DE", false, "xn--bcher-kva.de", "bücher.de", true},
-    {"cafe\u0301.fr", false, "xn--caf-dma.fr", "café.fr", true},
-    {"例。jp", false, "xn--fsq.jp", "例.jp", true},
-    {"ｂｕｃｈ.de", false, "buch.de", "buch.de", true},
-    {"bücher.xn--fsq", false, "xn--bcher-kva.xn--fsq", "bücher.例", true},
-    {"a@b.com", false, "a@b.com", "a@b.com", false},
-    {"Bob@Example.org", false, "Bob@example.org", "Bob@example.org", false},
-    {"Jörg@bücher.de", false, "Jörg@xn--bcher-kva.de", "Jörg@bücher.de", true},
-    {"Jörg@xn--bcher-kva.de", false, "Jörg@xn--bcher-kva.de", "Jörg@bücher.de", false},
-    {"a@ü@bücher.de", false, "a@ü@xn--bcher-kva.de", "a@ü@bücher.de", true},
-    {"@bücher.de", false, "@xn--bcher-kva.de", "@bücher.de", true},
+    {"example.org", true, false, "example.org", "example.org"},
+    {"Example.ORG", true, false, "example.org", "example.org"},
+    {"localhost", true, false, "localhost", "localhost"},
+    {"3com.com", true, false, "3com.com", "3com.com"},
+    {"bücher.de", true, true, "xn--bcher-kva.de", "bücher.de"},
+    {"BüCHER.DE", true, true, "xn--bcher-kva.de", "bücher.de"},
+    {"XN--BCHER-KVA.de", true, false, "xn--bcher-kva.de", "bücher.de"},
+    {"faß.de", true, true, "xn--fa-hia.de", "faß.de"},
+    {"אב1.com", true, true, "xn--1-zhcd.com", "אב1.com"},
+    {"xn--mgba3gch31f060k.ir", true, false, "xn--mgba3gch31f060k.ir", "نامه\u200cای.ir"},
+    {"mail.bücher.example.例", true, true, "mail.xn--bcher-kva.example.xn--fsq",
+     "mail.bücher.example.例"},
+    {kLabel63 + ".com", true, false, kLabel63 + ".com", kLabel63 + ".com"},
+    {kDomain253, true, false, kDomain253, kDomain253},
+    {"BÜCHER.DE", false, true, "xn--bcher-kva.de", "bücher.de"},
+    {"cafe\u0301.fr", false, true, "xn--caf-dma.fr", "café.fr"},
+    {"例。jp", false, true, "xn--fsq.jp", "例.jp"},
+    {"ｂｕｃｈ.de", false, true, "buch.de", "buch.de"},
+    {"bücher.xn--fsq", false, true, "xn--bcher-kva.xn--fsq", "bücher.例"},
+    {"a@b.com", false, false, "a@b.com", "a@b.com"},
+    {"Bob@Example.org", false, false, "Bob@example.org", "Bob@example.org"},
+    {"Jörg@bücher.de", false, true, "Jörg@xn--bcher-kva.de", "Jörg@bücher.de"},
+    {"Jörg@xn--bcher-kva.de", false, false, "Jörg@xn--bcher-kva.de", "Jörg@bücher.de"},
+    {"a@ü@bücher.de", false, true, "a@ü@xn--bcher-kva.de", "a@ü@bücher.de"},
+    {"@bücher.de", false, true, "@xn--bcher-kva.de", "@bücher.de"},
 };
 
 TEST(EaiDomain, IsConvertedToEitherSpelling) {

@@ -123,6 +123,7 @@ TEST_F(AccountConformance, IsInspectedStepByStep) {
   Set("acc_domain_name", "example.com");
   EXPECT_TRUE(korvmailserver::CheckAccountSource(steps)) << steps.back().detail;
   std::vector<std::string> names;
+  names.reserve(steps.size());
   for (const auto& step : steps) {
     names.push_back(step.name);
   }

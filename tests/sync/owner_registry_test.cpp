@@ -115,6 +115,7 @@ TEST_F(OwnerRegistryTest, AChangeWritesWhatItChanges) {
                         "d@y.example o'neil"}));
   // Also where everything differs, for whoever has the file open, and for odd rows of others.
   std::vector<MDOMAIN::RECORD::LocalPart> many;
+  many.reserve(3000);
   for (int i = 0; i < 3000; ++i) {
     many.emplace_back("u" + std::to_string(i), 1, "eve");
   }

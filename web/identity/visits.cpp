@@ -16,7 +16,7 @@ constexpr std::chrono::seconds kFormerKeyCounts{30};
 }  // namespace
 
 std::string Visits::Begin(const Person& person) {
-  const std::string key = NewSecret();
+  std::string key = NewSecret();
   const auto now = Clock::now();
   const std::lock_guard<std::mutex> lock(mutex_);
   _Forget(now);

@@ -7,7 +7,7 @@ namespace mdomain_web::pages {
 
 namespace {
 
-constexpr long long kDay = 24 * 60 * 60;
+constexpr long long kDay = 24LL * 60 * 60;
 constexpr long long kLongestDays = 366;
 constexpr std::size_t kMostTokens = 50;
 constexpr std::size_t kLongestLabel = 100;
