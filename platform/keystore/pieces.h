@@ -12,6 +12,9 @@ namespace korvmailserver {
 // A database changes by pages; few lie in one piece.
 constexpr size_t kPieceSize = 32768;
 
+// In one message to or from a store.
+constexpr size_t kPiecesPerMessage = 32;
+
 // The digest of each piece, 32 bytes, in order, as KnownFile::pieces has them.
 std::vector<std::string> SplitPieces(const std::string& pieces);
 

@@ -122,6 +122,7 @@ class RedisPublication {
   bool ReadValues(const KnownFiles& known, SharedContent& content);
   bool ReadPieceLists(const std::vector<std::string>& keys, SharedContent& content);
   PublicationResult PublishOnce(Publication& publication, SharedState& state, bool& overtaken);
+  static std::string OtherKind(const std::string& name);
   void DropOtherKinds(Publication& publication, const SharedContent& found,
                       Commands& transaction) const;
   void AppendKeys(Publication& publication, const SharedContent& found, Commands& transaction);

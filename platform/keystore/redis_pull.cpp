@@ -14,7 +14,6 @@ namespace {
 
 using Access = RedisSession::Access;
 
-constexpr size_t kPiecesPerMessage = 32;
 constexpr char kDigestField[] = "file:";
 
 // A machine that got a new id (installed anew) takes its name over after this time.
